@@ -1,0 +1,30 @@
+# How everything here is compiled.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+
+# Programs find the platform libraries beside themselves, built or installed.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+find_package(Threads REQUIRED)
+
+set(TREESCOPE_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
+if(TREESCOPE_SANITIZE)
+  # Half-optimised: the sanitized builds run the whole test suite too.
+  set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1")
+  add_compile_options(-fsanitize=${TREESCOPE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${TREESCOPE_SANITIZE})
+endif()
+
+# The flags of our own code; targets from elsewhere do not link this.
+add_library(treescope_warnings INTERFACE)
+target_compile_options(treescope_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+/// The frames that travel over a connection's pipes: bytes in, values out, no
+/// descriptor. The layout is written down in platform/PROTOCOL.md.
+namespace EvtSrv::internal {
+
+/// Which end of a number comes first; a frame says its sender's.
+enum class ByteOrder : std::uint8_t { leastFirst = 0, mostFirst = 1 };
+
+inline constexpr ByteOrder nativeOrder =
+    std::endian::native == std::endian::little ? ByteOrder::leastFirst : ByteOrder::mostFirst;
+
+enum class FrameKind : std::uint8_t {
+  request = 1,  ///< client to server; `code` is the operation
+  reply = 2,    ///< server to client; `code` is the result, `sequence` the request's
+  event = 3,    ///< server to client, on the event pipe; `code` is the event type
+  welcome = 4,  ///< server to client, first on the reply pipe; `code` 0, or why not
+  recall = 5,   ///< server to client, on the reply pipe: the named grant has ended
+};
+
+struct FrameHeader {
+  static constexpr std::size_t size = 16;
+
+  ByteOrder order = nativeOrder;
+  FrameKind kind = FrameKind::request;
+  std::uint16_t code = 0;
+  std::uint32_t sequence = 0;
+  std::uint32_t grant = 0;   ///< the grant that the frame gives or recalls; 0: none
+  std::uint32_t length = 0;  ///< payload bytes behind the header
+};
+
+/// How many payload bytes a frame has at most: the largest value text and room
+/// for what names its target.
+inline constexpr std::uint32_t maxPayload = 16 * 1024 * 1024 + 64 * 1024;
+
+/// Writes `header` in this machine's byte order to `out` (16 bytes).
+void encodeHeader(const FrameHeader& header, std::uint8_t* out);
+
+/// Reads a header from `bytes` (16 bytes), converting the sender's byte order.
+/// Nothing where a field has a value that no sender of this version writes, the
+/// length above `maxPayload` included.
+std::optional<FrameHeader> decodeHeader(const std::uint8_t* bytes);
+
+/// Appends numbers in this machine's order and bytes to a buffer that it does not
+/// own.
+class PayloadWriter {
+ public:
+  explicit PayloadWriter(std::vector<std::uint8_t>& out) : out_(out) {}
+  void u8(std::uint8_t value);
+  void u16(std::uint16_t value);
+  void u32(std::uint32_t value);
+  void bytes(std::string_view text);
+  /// `values` one behind the other.
+  void u16s(std::span<const std::uint16_t> values);
+
+ private:
+  std::vector<std::uint8_t>& out_;
+};
+
+/// Reads a payload front to back. A read behind the end gives zero or nothing and
+/// makes `ok` false from then on, so that a decoder may check once at its end;
+/// lengths and counts are to be checked against `left` before anything is sized
+/// by them.
+class PayloadReader {
+ public:
+  PayloadReader(std::span<const std::uint8_t> bytes, ByteOrder order)
+      : bytes_(bytes), order_(order) {}
+  std::uint8_t u8();
+  std::uint16_t u16();
+  std::uint32_t u32();
+  /// The next `count` bytes, not copied; empty and not ok where fewer are left.
+  std::string_view bytes(std::size_t count);
+  /// All that is left, not copied.
+  std::string_view rest();
+  [[nodiscard]] std::size_t left() const { return bytes_.size() - position_; }
+  [[nodiscard]] bool ok() const { return ok_; }
+  [[nodiscard]] ByteOrder order() const { return order_; }
+
+ private:
+  const std::uint8_t* take(std::size_t count);
+
+  std::span<const std::uint8_t> bytes_;
+  std::size_t position_ = 0;
+  ByteOrder order_;
+  bool ok_ = true;
+};
+
+}  // namespace EvtSrv::internal

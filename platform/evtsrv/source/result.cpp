@@ -1,0 +1,39 @@
+#include "evtsrv/result.h"
+
+namespace EvtSrv {
+
+const char* describe(EvtRes result) {
+  switch (result) {
+    case EvtRes_Success:
+      return "success";
+    case EvtRes_Timeout:
+      return "nothing came in time";
+    case EvtRes_NoServer:
+      return "nobody serves that name";
+    case EvtRes_NameInUse:
+      return "another server has that name";
+    case EvtRes_BadName:
+      return "not a valid port name";
+    case EvtRes_NotPermitted:
+      return "the pipe belongs to somebody else";
+    case EvtRes_Refused:
+      return "the server takes no further connection";
+    case EvtRes_Closed:
+      return "the connection has ended";
+    case EvtRes_Stalled:
+      return "the server does not answer";
+    case EvtRes_Protocol:
+      return "the peer broke the protocol";
+    case EvtRes_TooLarge:
+      return "too large";
+    case EvtRes_NoDescriptors:
+      return "out of descriptors";
+    case EvtRes_SystemError:
+      return "the system refused";
+    case EvtRes_Busy:
+      return "in use in another role";
+  }
+  return "unknown result";
+}
+
+}  // namespace EvtSrv

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "modelsrv/model_part.h"
+
+namespace ModelSrv {
+
+/// A part that has children.
+///
+/// A node does not own its children: they belong to whoever made them, and take
+/// themselves out when they are destroyed. Threads: as for `ModelPart`; adding and
+/// removing below a served root may happen on any thread.
+class KRV_EXPORT ModelNode : public ModelPart {
+ public:
+  explicit ModelNode(ModelPartId id = ModelPartId_Void, std::string name = {});
+
+  /// Leaves the children behind, each without a parent.
+  ~ModelNode() override;
+
+  /// Hangs `part` below this node, behind the children that are there. Refused
+  /// with `ModelRes_BadArgument` for null, for a part that hangs somewhere already
+  /// and for a node above this one, with `ModelRes_DuplicateId` where a sibling
+  /// has its id. A part whose id is `ModelPartId_Void` (a client's stand-in) is
+  /// taken but is nobody's child in a published tree; there may be several.
+  virtual ModelRes add(ModelPart* part);
+
+  /// Takes `part` out; its subscriptions end. `ModelRes_NoSuchPart` where it is
+  /// not a child of this node.
+  virtual ModelRes remove(ModelPart* part);
+
+  /// The children in the order of adding.
+  [[nodiscard]] const std::vector<ModelPart*>& children() const { return children_; }
+
+  /// The child with that id, null where there is none; in logarithmic time.
+  [[nodiscard]] ModelPart* findChild(ModelPartId id) const;
+
+ protected:
+  [[nodiscard]] ModelNode* asNode() override { return this; }
+
+ private:
+  std::vector<ModelPart*> children_;
+  /// The children with an id in ascending order of it; kept only while the order
+  /// of adding is another one.
+  std::vector<ModelPart*> byId_;
+};
+
+}  // namespace ModelSrv
