@@ -7,6 +7,10 @@
 
 namespace ModelSrv {
 
+namespace internal {
+class ClientSide;
+}
+
 /// A part that has children.
 ///
 /// A node does not own its children: they belong to whoever made them, and take
@@ -20,30 +24,40 @@ class KRV_EXPORT ModelNode : public ModelPart {
   ~ModelNode() override;
 
   /// Hangs `part` below this node, behind the children that are there. Refused
-  /// with `ModelRes_BadArgument` for null, for a part that hangs somewhere already
-  /// and for a node above this one, with `ModelRes_DuplicateId` where a sibling
-  /// has its id. A part whose id is `ModelPartId_Void` (a client's stand-in) is
-  /// taken but is nobody's child in a published tree; there may be several.
+  /// with `ModelRes_BadArgument` for null, for a root, for an id that is not one,
+  /// for a part that hangs somewhere already and for a node above this one, with
+  /// `ModelRes_DuplicateId` where a sibling has its id. A part whose id is `ModelPartId_Void` (a
+  /// client's stand-in) is taken but is nobody's child in a published tree; there may be several.
   virtual ModelRes add(ModelPart* part);
 
-  /// Takes `part` out; its subscriptions end. `ModelRes_NoSuchPart` where it is
-  /// not a child of this node.
+  /// Takes `part` out; its subscriptions and those of all below it end.
+  /// `ModelRes_NoSuchPart` where it is not a child of this node.
   virtual ModelRes remove(ModelPart* part);
 
-  /// The children in the order of adding.
+  /// The children in the order of adding. To be read with the client mutex held
+  /// where other threads add and remove.
   [[nodiscard]] const std::vector<ModelPart*>& children() const { return children_; }
 
-  /// The child with that id, null where there is none; in logarithmic time.
+  /// The child with that id, null where there is none; in logarithmic time, and
+  /// under the same rule.
   [[nodiscard]] ModelPart* findChild(ModelPartId id) const;
 
  protected:
   [[nodiscard]] ModelNode* asNode() override { return this; }
 
+  /// Leaves every child without a parent: the second step of a destructor.
+  void releaseChildren();
+
  private:
+  [[nodiscard]] internal::ClientSide* clientSide() const;
+  void release(ModelPart& part, internal::ClientSide* client);
+  void noteOrder(ModelPart* part);
+
   std::vector<ModelPart*> children_;
-  /// The children with an id in ascending order of it; kept only while the order
+  /// The children with an id in ascending order of it; kept only once the order
   /// of adding is another one.
   std::vector<ModelPart*> byId_;
+  bool addedInOrder_ = true;
 };
 
 }  // namespace ModelSrv

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <sstream>
@@ -9,6 +10,10 @@
 
 #include "kstd/export.h"
 #include "modelsrv/result.h"
+
+namespace EvtSrv {
+class EventPortManager;
+}
 
 namespace ModelSrv {
 
@@ -46,8 +51,9 @@ inline constexpr std::size_t ModelName_Max = 65535;
 inline constexpr std::size_t ModelDepth_Max = 4096;
 
 namespace internal {
+struct PartAccess;
 class PartSubscribers;
-class ServerTree;
+class TreeLock;
 }  // namespace internal
 
 /// One part of a model tree.
@@ -59,13 +65,16 @@ class ServerTree;
 /// once per level and per request, so that an object may answer for any part.
 ///
 /// Parts are neither copied nor moved. A part is taken out of its parent when it
-/// is destroyed. Threads: a part that hangs in a tree is read and changed with the
-/// client mutex of the root's manager held; the operations here take it
-/// themselves, so any thread may call them.
+/// is destroyed. Threads: a part that hangs below a root is read and changed with
+/// the client mutex of the root's manager held; the operations here take it
+/// themselves, so any thread may call them. A class of a program's own that
+/// answers for a value of its own takes itself out of its parent (`leaveTree`)
+/// before it takes its value down.
 class KRV_EXPORT ModelPart {
  public:
   /// `id` must not be above `ModelPartId_Max` for a part that is published.
-  /// `name` may be empty, and may repeat among siblings.
+  /// `name` may be empty, and may repeat among siblings; what is above
+  /// `ModelName_Max` is cut.
   explicit ModelPart(ModelPartId id = ModelPartId_Void, std::string name = {},
                      ModelPartStatus status = ModelPartStatus_Void);
   virtual ~ModelPart();
@@ -86,23 +95,29 @@ class KRV_EXPORT ModelPart {
   /// Stores a value from all that is left in `text`: an element's where `index`
   /// names one, with `ModelPartIndex_All` the whole value (an array's elements'
   /// texts joined by line feeds). `flag` is the loader's flag, which a protected
-  /// part wants. In a client this is one request to the server. On any result but
-  /// `ModelRes_Success` nothing has changed.
+  /// part wants. Below a client's root this is one request to the server;
+  /// elsewhere it is the program's own store, which asks neither access nor check.
+  /// On any result but `ModelRes_Success` nothing has changed.
   virtual ModelRes load(std::istringstream& text, bool flag, unsigned short index);
 
   /// Appends the value's text to `text`, an element's or the whole value's; on
-  /// any result but `ModelRes_Success` nothing has been appended. In a client
-  /// this is one request to the server.
+  /// any result but `ModelRes_Success` nothing has been appended. Below a
+  /// client's root this is one request to the server.
   virtual ModelRes save(std::ostringstream& text, unsigned short index);
 
   /// Asks the server of `root` for updates of this part: of element `index`, or
   /// of all. `period` is the shortest time between two updates in milliseconds;
   /// 0, the only period that this library serves, sends each change when the
   /// client can take it. `context` comes back with `update`. Subscribing twice
-  /// wants two cancellations; updates come once.
+  /// wants two cancellations; updates come once. A subscription ends when this
+  /// object is taken out of the tree of `root`, in which it must hang; it is
+  /// renewed when the connection is.
   ModelRes subscribeToServer(ModelRoot* root, unsigned period, void* context, unsigned short index);
 
-  /// Takes one subscription of this part, with whatever index, back.
+  /// Takes one subscription of this part, the last one with whatever index, back.
+  /// `ModelRes_NotSubscribed` where this object holds none of the part. Where the
+  /// server has gone there is nobody to tell, and the subscription ends all the
+  /// same.
   ModelRes unsubscribeToServer(ModelRoot* root);
 
   /// The name given at construction.
@@ -114,11 +129,12 @@ class KRV_EXPORT ModelPart {
   [[nodiscard]] ModelPartStatus status() const { return status_; }
 
   /// Whether clients may subscribe; they may unless the server says otherwise.
-  [[nodiscard]] bool subscribable() const { return subscribable_; }
+  /// What has been subscribed stays so.
+  [[nodiscard]] bool subscribable() const;
   void setSubscribable(bool subscribable);
 
   /// The node that the part was added to, null where there is none.
-  [[nodiscard]] ModelNode* parent() const { return parent_; }
+  [[nodiscard]] ModelNode* parent() const;
 
   /// The root at the top of the tree that the part hangs in, null where its tree
   /// has none.
@@ -126,7 +142,9 @@ class KRV_EXPORT ModelPart {
 
  protected:
   friend class ModelNode;
-  friend class internal::ServerTree;
+  friend class ModelRoot;
+  friend struct internal::PartAccess;
+  friend class internal::TreeLock;
 
   /// How many elements the part is an array of; 0 for a single value and for
   /// what has no value.
@@ -136,7 +154,8 @@ class KRV_EXPORT ModelPart {
   /// elements.
   [[nodiscard]] virtual const std::vector<std::string>& elementNames() const;
 
-  /// Appends the text of the value or of one element to `out`.
+  /// Appends the text of the value or of one element to `out`. Called with the
+  /// client mutex held.
   virtual ModelRes appendText(std::string& out, ModelPartIndex index) const;
 
   /// A client's store (`fromClient`) or the server's own from text. Called with
@@ -152,9 +171,15 @@ class KRV_EXPORT ModelPart {
   /// Called with the client mutex held, after the value has changed.
   void notifySubscribers(ModelPartIndex index);
 
+  /// Takes the part out of its parent, if it has one: the first step of a
+  /// destructor, so that no other thread meets a part that is half gone.
+  void leaveTree();
+
  private:
   std::string name_;
   ModelNode* parent_ = nullptr;
+  /// Whose client mutex guards the part: set while it hangs below a root.
+  std::atomic<EvtSrv::EventPortManager*> treeManager_{nullptr};
   std::unique_ptr<internal::PartSubscribers> subscribers_;
   ModelPartId id_;
   ModelPartStatus status_;

@@ -95,15 +95,15 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   unsigned receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
                              EvtSrv::MemoryHolder* reply) override;
 
-  ModelRes add(ModelPart* part) override;
-  ModelRes remove(ModelPart* part) override;
-
  protected:
   [[nodiscard]] ModelRoot* asRoot() override { return this; }
 
  private:
   friend class ModelPart;
   friend class ModelNode;
+
+  /// Finds the chain of `part`, and that there is somebody to ask about it.
+  ModelRes prepare(ModelPart* part, std::vector<ModelPartId>& chain);
 
   std::unique_ptr<internal::ClientSide> client_;
   std::unique_ptr<internal::ServerSide> server_;

@@ -26,7 +26,8 @@ inline constexpr bool isValueType =
 /// would be stored, `index` the element or `ModelPartIndex_All` (an array: called
 /// once per element of a whole store, before any is applied). Any result but
 /// `ModelRes_Success` refuses the store and is what the client is told. Called
-/// with the client mutex held, from the dispatching thread.
+/// with the client mutex held, from the dispatching thread; may set any part, and
+/// must not throw, stop the root or destroy the part that it looks after.
 template <typename T>
 using StoreCheck = std::function<ModelRes(const T& value, ModelPartIndex index)>;
 
@@ -59,13 +60,9 @@ class KRV_EXPORT ValuePart final : public ModelPart {
   ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                      bool fromClient) override;
 
- public:
-  ModelRes load(std::istringstream& text, bool flag, unsigned short index) override;
-  ModelRes save(std::ostringstream& text, unsigned short index) override;
-
  private:
   T value_;
-  std::unique_ptr<StoreCheck<T>> check_;
+  std::shared_ptr<const StoreCheck<T>> check_;
 };
 
 /// A part that holds an array of 1 to 65,534 values, with or without names for
@@ -103,14 +100,10 @@ class KRV_EXPORT ArrayPart final : public ModelPart {
   ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                      bool fromClient) override;
 
- public:
-  ModelRes load(std::istringstream& text, bool flag, unsigned short index) override;
-  ModelRes save(std::ostringstream& text, unsigned short index) override;
-
  private:
   std::vector<T> values_;
   std::vector<std::string> names_;
-  std::unique_ptr<StoreCheck<T>> check_;
+  std::shared_ptr<const StoreCheck<T>> check_;
 };
 
 }  // namespace ModelSrv

@@ -1,0 +1,200 @@
+#include <utility>
+
+#include "modelsrv/source/store_rules.h"
+#include "modelsrv/source/tree_lock.h"
+#include "modelsrv/source/value_text.h"
+#include "modelsrv/value_parts.h"
+
+namespace ModelSrv {
+
+using internal::Parsed;
+using internal::TreeLock;
+
+namespace {
+
+/// Collects which elements a store of the whole changes, for one update.
+class ChangedElements {
+ public:
+  void add(std::size_t element) {
+    last_ = static_cast<ModelPartIndex>(element);
+    ++count_;
+  }
+  [[nodiscard]] bool any() const { return count_ != 0; }
+  /// The element where only one has changed, else all.
+  [[nodiscard]] ModelPartIndex index() const { return count_ == 1 ? last_ : ModelPartIndex_All; }
+
+ private:
+  std::size_t count_ = 0;
+  ModelPartIndex last_ = ModelPartIndex_All;
+};
+
+/// Hands out the texts of an array's elements; that of a single one is the whole
+/// text, whatever is in it.
+class ElementTexts {
+ public:
+  ElementTexts(std::string_view text, std::size_t elements)
+      : text_(text), lines_(text), isSingle_(elements == 1) {}
+  std::string_view next() { return isSingle_ ? text_ : lines_.next(); }
+
+  static bool countFits(std::string_view text, std::size_t elements) {
+    return elements == 1 || internal::LineSplitter::count(text) == elements;
+  }
+
+ private:
+  std::string_view text_;
+  internal::LineSplitter lines_;
+  bool isSingle_;
+};
+
+}  // namespace
+
+template <typename T>
+ArrayPart<T>::ArrayPart(ModelPartId id, std::string name, std::vector<T> initial,
+                        std::vector<std::string> names, ModelPartStatus status)
+    : ModelPart(id, std::move(name), status),
+      values_(std::move(initial)),
+      names_(std::move(names)) {
+  values_.resize(std::clamp<std::size_t>(values_.size(), 1, ModelPartElements_Max));
+  for (std::size_t i = 0; i < values_.size(); ++i)
+    if (internal::isTooLarge<T>(values_[i]))
+      values_[i] = internal::fitted<T>(values_[i]);
+  if (!names_.empty())
+    names_.resize(values_.size());
+  for (std::string& elementName : names_)
+    elementName.resize(std::min(elementName.size(), ModelName_Max));
+}
+
+template <typename T>
+ArrayPart<T>::~ArrayPart() {
+  leaveTree();
+}
+
+template <typename T>
+std::vector<T> ArrayPart<T>::values() const {
+  const TreeLock lock(*this);
+  return values_;
+}
+
+template <typename T>
+T ArrayPart<T>::value(ModelPartIndex index) const {
+  const TreeLock lock(*this);
+  return index < values_.size() ? T(values_[index]) : T{};
+}
+
+template <typename T>
+ModelRes ArrayPart<T>::setValue(ModelPartIndex index, T value) {
+  if (internal::isTooLarge(value))
+    return ModelRes_TooLarge;
+  const TreeLock lock(*this);
+  if (index >= values_.size())
+    return ModelRes_NoSuchIndex;
+  if (internal::isSameValue<T>(values_[index], value))
+    return ModelRes_Success;
+  values_[index] = std::move(value);
+  notifySubscribers(index);
+  return ModelRes_Success;
+}
+
+template <typename T>
+ModelRes ArrayPart<T>::setValues(const std::vector<T>& values) {
+  const TreeLock lock(*this);
+  if (values.size() != values_.size())
+    return ModelRes_BadArgument;
+  for (std::size_t i = 0; i < values.size(); ++i)
+    if (internal::isTooLarge<T>(values[i]))
+      return ModelRes_TooLarge;
+  ChangedElements changed;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (!internal::isSameValue<T>(values_[i], values[i])) {
+      values_[i] = values[i];
+      changed.add(i);
+    }
+  }
+  if (changed.any())
+    notifySubscribers(changed.index());
+  return ModelRes_Success;
+}
+
+template <typename T>
+void ArrayPart<T>::setStoreCheck(StoreCheck<T> check) {
+  const TreeLock lock(*this);
+  check_ = internal::makeCheck<T>(std::move(check));
+}
+
+template <typename T>
+unsigned ArrayPart<T>::elementCount() const {
+  return static_cast<unsigned>(values_.size());
+}
+
+template <typename T>
+const std::vector<std::string>& ArrayPart<T>::elementNames() const {
+  return names_;
+}
+
+template <typename T>
+ModelRes ArrayPart<T>::appendText(std::string& out, ModelPartIndex index) const {
+  if (index != ModelPartIndex_All) {
+    if (index >= values_.size())
+      return ModelRes_NoSuchIndex;
+    internal::appendValue<T>(out, values_[index]);
+    return ModelRes_Success;
+  }
+  const std::size_t start = out.size();
+  for (std::size_t i = 0; i < values_.size(); ++i) {
+    if (i != 0)
+      out += '\n';
+    internal::appendValue<T>(out, values_[i]);
+    if (out.size() - start > ModelValueText_Max) {
+      out.resize(start);
+      return ModelRes_TooLarge;
+    }
+  }
+  return ModelRes_Success;
+}
+
+template <typename T>
+ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartIndex index,
+                                 bool fromClient) {
+  const bool whole = index == ModelPartIndex_All;
+  if (!whole && index >= values_.size())
+    return ModelRes_NoSuchIndex;
+  if (const ModelRes access = fromClient ? internal::accessOf(status(), flag) : ModelRes_Success;
+      access != ModelRes_Success)
+    return access;
+  const std::size_t first = whole ? 0 : index;
+  const std::size_t count = whole ? values_.size() : 1;
+  if (!ElementTexts::countFits(text, count))
+    return ModelRes_BadText;
+
+  // All is read and asked for before anything is stored; reading twice is what
+  // saves a copy of the values.
+  Parsed<T> parsed{};
+  ElementTexts wanted(text, count);
+  for (std::size_t i = first; i < first + count; ++i) {
+    ModelRes result = internal::parseValue<T>(wanted.next(), parsed);
+    if (result == ModelRes_Success && fromClient)
+      result = internal::askCheck<T>(check_, parsed, static_cast<ModelPartIndex>(i));
+    if (result != ModelRes_Success)
+      return result;
+  }
+  ChangedElements changed;
+  ElementTexts stored(text, count);
+  for (std::size_t i = first; i < first + count; ++i) {
+    if (const ModelRes result = internal::parseValue<T>(stored.next(), parsed);
+        result != ModelRes_Success)
+      return result;
+    if (!internal::isSameValue<T>(values_[i], parsed)) {
+      values_[i] = parsed;
+      changed.add(i);
+    }
+  }
+  if (changed.any())
+    notifySubscribers(changed.index());
+  return ModelRes_Success;
+}
+
+#define MODELSRV_ARRAY_PART(T) template class ArrayPart<T>
+MODELSRV_FOR_VALUE_TYPES(MODELSRV_ARRAY_PART);
+#undef MODELSRV_ARRAY_PART
+
+}  // namespace ModelSrv

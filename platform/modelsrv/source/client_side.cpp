@@ -1,0 +1,209 @@
+#include "modelsrv/source/client_side.h"
+
+#include <utility>
+
+#include "modelsrv/source/port_result.h"
+#include "modelsrv/source/update_holder.h"
+#include "modelsrv/source/value_text.h"
+
+namespace ModelSrv::internal {
+
+using EvtSrv::EvtRes;
+using EvtSrv::internal::PayloadReader;
+using EvtSrv::internal::Reply;
+
+namespace {
+
+PayloadReader readerOf(const Reply& reply) {
+  return PayloadReader(reply.payload, reply.order);
+}
+
+}  // namespace
+
+ClientSide::ClientSide(ModelRoot& root) : root_(root), port_(root.manager()->core(), *this) {}
+
+ModelRes ClientSide::connect(const std::string& name) {
+  close();
+  const ModelRes result = fromPort(port_.connect(name));
+  started_ = result == ModelRes_Success;
+  if (!started_)
+    port_.close();
+  return result;
+}
+
+void ClientSide::close() {
+  subscriptions_.clear();
+  started_ = false;
+  port_.close();
+}
+
+EvtRes ClientSide::send(const Request& request, Reply& reply) {
+  payload_.clear();
+  encodeRequest(request, payload_);
+  const EvtRes result =
+      port_.exchange(static_cast<std::uint16_t>(request.operation), payload_, reply);
+  constexpr std::size_t kept = 64 * 1024;
+  if (payload_.capacity() > kept)
+    payload_ = {};
+  return result;
+}
+
+EvtRes ClientSide::makeReady() {
+  if (!port_.isOpen() && root_.manager()->reconnects()) {
+    bool renewed = false;
+    if (const EvtRes result = port_.resume(renewed); result != EvtSrv::EvtRes_Success)
+      return result;
+    if (renewed)
+      subscriptions_.markAllLost();
+  }
+  return renewSubscriptions();
+}
+
+EvtRes ClientSide::renewSubscriptions() {
+  while (const std::optional<ClientSubscriptions::Key> key = subscriptions_.firstLost()) {
+    const ClientSubscriptions::Entry& entry = *subscriptions_.find(*key);
+    Reply reply;
+    const EvtRes result =
+        send(Request{Operation::subscribe, entry.chain, entry.index, false, {}}, reply);
+    if (result != EvtSrv::EvtRes_Success)
+      return result;
+    if (decodeResult(reply.code) == ModelRes_Success)
+      subscriptions_.markRenewed(*key);
+    else
+      subscriptions_.erase(*key);
+  }
+  return EvtSrv::EvtRes_Success;
+}
+
+ModelRes ClientSide::request(const Request& request, Reply& reply) {
+  if (!started_)
+    return ModelRes_NotConnected;
+  EvtRes result = makeReady();
+  if (result == EvtSrv::EvtRes_Success)
+    result = send(request, reply);
+  // That the server has gone shows only now; another may be there already.
+  if (result == EvtSrv::EvtRes_Closed && root_.manager()->reconnects()) {
+    result = makeReady();
+    if (result == EvtSrv::EvtRes_Success)
+      result = send(request, reply);
+  }
+  return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : fromPort(result);
+}
+
+ModelRes ClientSide::childIds(const std::vector<ModelPartId>& chain,
+                              std::vector<ModelPartId>& ids) {
+  Reply reply;
+  const ModelRes result =
+      request(Request{Operation::childIds, chain, ModelPartIndex_All, false, {}}, reply);
+  if (result != ModelRes_Success)
+    return result;
+  return decodeIds(readerOf(reply), ids) ? ModelRes_Success : ModelRes_Protocol;
+}
+
+ModelRes ClientSide::childNames(const std::vector<ModelPartId>& chain,
+                                std::vector<std::string>& names) {
+  Reply reply;
+  const ModelRes result =
+      request(Request{Operation::childNames, chain, ModelPartIndex_All, false, {}}, reply);
+  if (result != ModelRes_Success)
+    return result;
+  return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
+}
+
+ModelRes ClientSide::elementSum(const std::vector<ModelPartId>& chain, std::uint16_t& sum) {
+  Reply reply;
+  const ModelRes result =
+      request(Request{Operation::elementSum, chain, ModelPartIndex_All, false, {}}, reply);
+  if (result != ModelRes_Success)
+    return result;
+  return decodeSum(readerOf(reply), sum) ? ModelRes_Success : ModelRes_Protocol;
+}
+
+ModelRes ClientSide::elementNames(const std::vector<ModelPartId>& chain,
+                                  std::vector<std::string>& names) {
+  Reply reply;
+  const ModelRes result =
+      request(Request{Operation::elementNames, chain, ModelPartIndex_All, false, {}}, reply);
+  if (result != ModelRes_Success)
+    return result;
+  return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
+}
+
+ModelRes ClientSide::save(const std::vector<ModelPartId>& chain, std::ostringstream& text,
+                          ModelPartIndex index) {
+  Reply reply;
+  const ModelRes result = request(Request{Operation::save, chain, index, false, {}}, reply);
+  if (result == ModelRes_Success)
+    text.write(reinterpret_cast<const char*>(reply.payload.data()),
+               static_cast<std::streamsize>(reply.payload.size()));
+  return result;
+}
+
+ModelRes ClientSide::load(const std::vector<ModelPartId>& chain, std::string_view text, bool flag,
+                          ModelPartIndex index) {
+  if (text.size() > maxStoreText)
+    return ModelRes_TooLarge;
+  Reply reply;
+  return request(Request{Operation::load, chain, index, flag, text}, reply);
+}
+
+ModelRes ClientSide::subscribe(ModelPart& part, std::vector<ModelPartId> chain, void* context,
+                               ModelPartIndex index) {
+  Reply reply;
+  const ModelRes result = request(Request{Operation::subscribe, chain, index, false, {}}, reply);
+  if (result == ModelRes_Success)
+    subscriptions_.add(ClientSubscriptions::Entry{&part, std::move(chain), context, index});
+  return result;
+}
+
+ModelRes ClientSide::unsubscribe(ModelPart& part, const std::vector<ModelPartId>& chain) {
+  const std::optional<ClientSubscriptions::Key> key = subscriptions_.lastOf(part, chain);
+  return key.has_value() ? cancel(*key) : ModelRes_NotSubscribed;
+}
+
+/// Takes one subscription back. Where the connection is lost there is nobody to
+/// tell; where a live server does not answer, the subscription is kept.
+ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
+  if (port_.isOpen() && !subscriptions_.isLost(key)) {
+    const ClientSubscriptions::Entry& entry = *subscriptions_.find(key);
+    Reply reply;
+    const EvtRes result =
+        send(Request{Operation::unsubscribe, entry.chain, entry.index, false, {}}, reply);
+    if (result != EvtSrv::EvtRes_Success && port_.isOpen())
+      return fromPort(result);
+  }
+  subscriptions_.erase(key);
+  return ModelRes_Success;
+}
+
+void ClientSide::partLeaves(const ModelPart& part) {
+  while (const std::optional<ClientSubscriptions::Key> key = subscriptions_.anyOf(part)) {
+    if (cancel(*key) != ModelRes_Success)
+      subscriptions_.erase(*key);
+  }
+}
+
+void ClientSide::tell(const Update& update) {
+  for (const ClientSubscriptions::Key key :
+       subscriptions_.concernedBy(update.chain, update.index)) {
+    // What was told before may have taken this one back.
+    const ClientSubscriptions::Entry* entry = subscriptions_.find(key);
+    if (entry != nullptr)
+      (void)entry->part->update(entry->context, update.index);
+  }
+}
+
+void ClientSide::eventReceived(std::uint16_t type, std::span<const std::uint8_t> payload,
+                               EvtSrv::internal::ByteOrder order) {
+  if (type == ModelRoot::EvtTyp_Model_Update) {
+    Update update;
+    if (!decodeUpdate(PayloadReader(payload, order), update) || !subscriptions_.knows(update.chain))
+      return;
+  }
+  const std::string sender = port_.portName();
+  EvtSrv::MemoryHolder data = makeHolder(payload, order);
+  EvtSrv::MemoryHolder reply;
+  (void)root_.receive(sender.c_str(), type, &data, &reply);
+}
+
+}  // namespace ModelSrv::internal

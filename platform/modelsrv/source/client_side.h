@@ -1,0 +1,70 @@
+#pragma once
+
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "evtsrv/source/port_client.h"
+#include "modelsrv/model_root.h"
+#include "modelsrv/source/client_subscriptions.h"
+#include "modelsrv/source/replies.h"
+#include "modelsrv/source/requests.h"
+
+namespace ModelSrv::internal {
+
+/// A root's connection to the server whose tree it stands for: makes requests,
+/// connects again where the connection was lost, keeps what was subscribed, and
+/// hands events to the root's port. Everything runs with the client mutex held.
+class ClientSide final : public EvtSrv::internal::EventSink {
+ public:
+  explicit ClientSide(ModelRoot& root);
+
+  /// Connects to port `name`; an earlier connection and its subscriptions end.
+  ModelRes connect(const std::string& name);
+
+  /// Ends the connection and its subscriptions. Nothing connects again.
+  void close();
+
+  // Requests; the chain says about which part. Outputs are replaced on success
+  // alone.
+
+  ModelRes childIds(const std::vector<ModelPartId>& chain, std::vector<ModelPartId>& ids);
+  ModelRes childNames(const std::vector<ModelPartId>& chain, std::vector<std::string>& names);
+  ModelRes elementSum(const std::vector<ModelPartId>& chain, std::uint16_t& sum);
+  ModelRes elementNames(const std::vector<ModelPartId>& chain, std::vector<std::string>& names);
+  ModelRes save(const std::vector<ModelPartId>& chain, std::ostringstream& text,
+                ModelPartIndex index);
+  ModelRes load(const std::vector<ModelPartId>& chain, std::string_view text, bool flag,
+                ModelPartIndex index);
+
+  ModelRes subscribe(ModelPart& part, std::vector<ModelPartId> chain, void* context,
+                     ModelPartIndex index);
+  ModelRes unsubscribe(ModelPart& part, const std::vector<ModelPartId>& chain);
+
+  /// `part` is taken out of the root's tree: its subscriptions end.
+  void partLeaves(const ModelPart& part);
+
+  /// Tells the parts that subscribed of an update.
+  void tell(const Update& update);
+
+  /// Updates of what is not subscribed any more stop here.
+  void eventReceived(std::uint16_t type, std::span<const std::uint8_t> payload,
+                     EvtSrv::internal::ByteOrder order) override;
+
+ private:
+  ModelRes request(const Request& request, EvtSrv::internal::Reply& reply);
+  EvtSrv::EvtRes send(const Request& request, EvtSrv::internal::Reply& reply);
+  /// Has a connection that the subscriptions are known on, as far as may be.
+  EvtSrv::EvtRes makeReady();
+  EvtSrv::EvtRes renewSubscriptions();
+  ModelRes cancel(ClientSubscriptions::Key key);
+
+  ModelRoot& root_;
+  bool started_ = false;
+  ClientSubscriptions subscriptions_;
+  std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
+  EvtSrv::internal::PortClient port_;
+};
+
+}  // namespace ModelSrv::internal

@@ -1,0 +1,102 @@
+#include "modelsrv/source/client_subscriptions.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace ModelSrv::internal {
+
+namespace {
+
+/// Takes `key` out of the ascending keys that `index` holds under `name`.
+template <typename Index, typename Name>
+void unlist(Index& index, const Name& name, ClientSubscriptions::Key key) {
+  const auto at = index.find(name);
+  auto& keys = at->second;
+  keys.erase(std::lower_bound(keys.begin(), keys.end(), key));
+  if (keys.empty())
+    index.erase(at);
+}
+
+}  // namespace
+
+std::size_t ClientSubscriptions::ChainHash::operator()(
+    const std::vector<ModelPartId>& chain) const {
+  const std::string_view bytes(reinterpret_cast<const char*>(chain.data()),
+                               chain.size() * sizeof(ModelPartId));
+  return std::hash<std::string_view>{}(bytes);
+}
+
+void ClientSubscriptions::add(Entry entry) {
+  const Key key = ++last_;
+  renewed_ = key;
+  byChain_[entry.chain].push_back(key);
+  byPart_[entry.part].push_back(key);
+  entries_.emplace_hint(entries_.end(), key, std::move(entry));
+}
+
+void ClientSubscriptions::erase(Key key) {
+  const auto at = entries_.find(key);
+  if (at == entries_.end())
+    return;
+  unlist(byChain_, at->second.chain, key);
+  unlist(byPart_, at->second.part, key);
+  entries_.erase(at);
+}
+
+void ClientSubscriptions::clear() {
+  entries_.clear();
+  byChain_.clear();
+  byPart_.clear();
+}
+
+const ClientSubscriptions::Entry* ClientSubscriptions::find(Key key) const {
+  const auto at = entries_.find(key);
+  return at != entries_.end() ? &at->second : nullptr;
+}
+
+std::optional<ClientSubscriptions::Key> ClientSubscriptions::lastOf(
+    const ModelPart& part, const std::vector<ModelPartId>& chain) const {
+  const auto at = byChain_.find(chain);
+  if (at == byChain_.end())
+    return std::nullopt;
+  const std::vector<Key>& keys = at->second;
+  const auto last = std::find_if(keys.rbegin(), keys.rend(),
+                                 [this, &part](Key key) { return entries_.at(key).part == &part; });
+  return last != keys.rend() ? std::optional(*last) : std::nullopt;
+}
+
+std::optional<ClientSubscriptions::Key> ClientSubscriptions::anyOf(const ModelPart& part) const {
+  const auto at = byPart_.find(&part);
+  return at != byPart_.end() ? std::optional(at->second.back()) : std::nullopt;
+}
+
+bool ClientSubscriptions::knows(const std::vector<ModelPartId>& chain) const {
+  return byChain_.find(chain) != byChain_.end();
+}
+
+std::vector<ClientSubscriptions::Key> ClientSubscriptions::concernedBy(
+    const std::vector<ModelPartId>& chain, ModelPartIndex index) const {
+  std::vector<Key> concerned;
+  const auto at = byChain_.find(chain);
+  if (at == byChain_.end())
+    return concerned;
+  std::vector<const ModelPart*> told;
+  for (const Key key : at->second) {
+    const Entry& entry = entries_.at(key);
+    const bool wants =
+        entry.index == ModelPartIndex_All || index == ModelPartIndex_All || entry.index == index;
+    if (wants && std::find(told.begin(), told.end(), entry.part) == told.end()) {
+      told.push_back(entry.part);
+      concerned.push_back(key);
+    }
+  }
+  return concerned;
+}
+
+std::optional<ClientSubscriptions::Key> ClientSubscriptions::firstLost() const {
+  const auto at = entries_.upper_bound(renewed_);
+  return at != entries_.end() ? std::optional(at->first) : std::nullopt;
+}
+
+}  // namespace ModelSrv::internal

@@ -1,0 +1,119 @@
+#include "modelsrv/model_node.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "modelsrv/model_root.h"
+#include "modelsrv/source/client_side.h"
+#include "modelsrv/source/subtree.h"
+#include "modelsrv/source/tree_lock.h"
+
+namespace ModelSrv {
+
+using internal::TreeLock;
+
+namespace {
+
+std::vector<ModelPart*>::const_iterator lowerBound(const std::vector<ModelPart*>& parts,
+                                                   ModelPartId id) {
+  return std::lower_bound(
+      parts.begin(), parts.end(), id,
+      [](const ModelPart* part, ModelPartId wanted) { return part->id() < wanted; });
+}
+
+}  // namespace
+
+ModelNode::ModelNode(ModelPartId id, std::string name) : ModelPart(id, std::move(name)) {}
+
+ModelNode::~ModelNode() {
+  leaveTree();
+  releaseChildren();
+}
+
+ModelRes ModelNode::add(ModelPart* part) {
+  if (part == nullptr || part->asRoot() != nullptr ||
+      (part->id_ > ModelPartId_Max && part->id_ != ModelPartId_Void))
+    return ModelRes_BadArgument;
+  const TreeLock lock(*this);
+  if (part->parent_ != nullptr)
+    return ModelRes_BadArgument;
+  for (const ModelPart* above = this; above != nullptr; above = above->parent_)
+    if (above == part)
+      return ModelRes_BadArgument;
+  if (findChild(part->id_) != nullptr)
+    return ModelRes_DuplicateId;
+  noteOrder(part);
+  children_.push_back(part);
+  part->parent_ = this;
+  if (EvtSrv::EventPortManager* manager = treeManager_.load(std::memory_order_relaxed))
+    internal::forSubtree(*part, [manager](ModelPart& below) {
+      below.treeManager_.store(manager, std::memory_order_release);
+    });
+  return ModelRes_Success;
+}
+
+ModelRes ModelNode::remove(ModelPart* part) {
+  const TreeLock lock(*this);
+  const auto at = std::find(children_.begin(), children_.end(), part);
+  if (part == nullptr || at == children_.end())
+    return ModelRes_NoSuchPart;
+  children_.erase(at);
+  const auto sorted = lowerBound(byId_, part->id_);
+  if (sorted != byId_.end() && *sorted == part)
+    byId_.erase(sorted);
+  if (children_.empty())
+    addedInOrder_ = true;
+  release(*part, clientSide());
+  return ModelRes_Success;
+}
+
+void ModelNode::releaseChildren() {
+  const TreeLock lock(*this);
+  internal::ClientSide* client = clientSide();
+  for (ModelPart* child : children_)
+    release(*child, client);
+  children_.clear();
+  byId_.clear();
+  addedInOrder_ = true;
+}
+
+internal::ClientSide* ModelNode::clientSide() const {
+  const ModelRoot* root = findRoot();
+  return root != nullptr ? root->client_.get() : nullptr;
+}
+
+void ModelNode::release(ModelPart& part, internal::ClientSide* client) {
+  part.parent_ = nullptr;
+  if (treeManager_.load(std::memory_order_relaxed) == nullptr)
+    return;
+  internal::forSubtree(part, [client](ModelPart& below) {
+    if (client != nullptr)
+      client->partLeaves(below);
+    below.subscribers_.reset();
+    below.treeManager_.store(nullptr, std::memory_order_release);
+  });
+}
+
+ModelPart* ModelNode::findChild(ModelPartId id) const {
+  if (id > ModelPartId_Max)
+    return nullptr;
+  const std::vector<ModelPart*>& parts = addedInOrder_ ? children_ : byId_;
+  const auto at = lowerBound(parts, id);
+  return at != parts.end() && (*at)->id() == id ? *at : nullptr;
+}
+
+/// Keeps `byId_` from the moment that `children_` is no longer in order of the ids
+/// itself; a part without an id makes it so too.
+void ModelNode::noteOrder(ModelPart* part) {
+  const bool hasId = part->id_ != ModelPartId_Void;
+  if (addedInOrder_ && hasId && (children_.empty() || children_.back()->id_ < part->id_))
+    return;
+  if (addedInOrder_) {
+    addedInOrder_ = false;
+    byId_ = children_;
+  }
+  if (hasId)
+    byId_.insert(lowerBound(byId_, part->id_), part);
+}
+
+}  // namespace ModelSrv

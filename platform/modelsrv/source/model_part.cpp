@@ -1,0 +1,156 @@
+#include "modelsrv/model_part.h"
+
+#include <utility>
+
+#include "modelsrv/model_root.h"
+#include "modelsrv/source/client_side.h"
+#include "modelsrv/source/climb.h"
+#include "modelsrv/source/subscription.h"
+#include "modelsrv/source/tree_lock.h"
+
+namespace ModelSrv {
+
+using internal::TreeLock;
+
+namespace {
+
+/// Takes what is left in `text`; the view lives as long as the stream is not
+/// touched.
+std::string_view takeRest(std::istringstream& text) {
+  const auto position = text.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
+  std::string_view rest = text.view();
+  if (position > 0)
+    rest.remove_prefix(static_cast<std::size_t>(position));
+  text.rdbuf()->pubseekoff(0, std::ios_base::end, std::ios_base::in);
+  return rest;
+}
+
+}  // namespace
+
+ModelPart::ModelPart(ModelPartId id, std::string name, ModelPartStatus status)
+    : name_(std::move(name)), id_(id), status_(status) {
+  if (name_.size() > ModelName_Max)
+    name_.resize(ModelName_Max);
+}
+
+ModelPart::~ModelPart() {
+  leaveTree();
+}
+
+ModelPartId ModelPart::getId() {
+  return id_;
+}
+
+ModelPart* ModelPart::getParentNode() {
+  return parent_;
+}
+
+ModelRes ModelPart::update(void* /*context*/, unsigned short /*index*/) {
+  return ModelRes_DoNothing;
+}
+
+ModelRes ModelPart::load(std::istringstream& text, bool flag, unsigned short index) {
+  const std::string_view value = takeRest(text);
+  const TreeLock lock(*this);
+  std::vector<ModelPartId> chain;
+  ModelRoot* root = nullptr;
+  const ModelRes way = internal::climb(*this, chain, root);
+  if (way == ModelRes_Success && root->client_ != nullptr)
+    return root->client_->load(chain, value, flag, index);
+  return way == ModelRes_BadArgument ? way : storeText(value, flag, index, false);
+}
+
+ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {
+  const TreeLock lock(*this);
+  std::vector<ModelPartId> chain;
+  ModelRoot* root = nullptr;
+  const ModelRes way = internal::climb(*this, chain, root);
+  if (way == ModelRes_Success && root->client_ != nullptr)
+    return root->client_->save(chain, text, index);
+  if (way == ModelRes_BadArgument)
+    return way;
+  std::string value;
+  const ModelRes result = appendText(value, index);
+  if (result == ModelRes_Success)
+    text << value;
+  return result;
+}
+
+ModelRes ModelPart::subscribeToServer(ModelRoot* root, unsigned period, void* context,
+                                      unsigned short index) {
+  if (root == nullptr || period != 0)
+    return ModelRes_BadArgument;
+  const TreeLock lock(*this);
+  std::vector<ModelPartId> chain;
+  ModelRoot* met = nullptr;
+  if (findRoot() != root || internal::climb(*this, chain, met) != ModelRes_Success || met != root)
+    return ModelRes_BadArgument;
+  if (root->client_ == nullptr)
+    return ModelRes_NotConnected;
+  return root->client_->subscribe(*this, std::move(chain), context, index);
+}
+
+ModelRes ModelPart::unsubscribeToServer(ModelRoot* root) {
+  if (root == nullptr)
+    return ModelRes_BadArgument;
+  const TreeLock lock(*this);
+  std::vector<ModelPartId> chain;
+  ModelRoot* met = nullptr;
+  if (findRoot() != root || internal::climb(*this, chain, met) != ModelRes_Success || met != root)
+    return ModelRes_BadArgument;
+  if (root->client_ == nullptr)
+    return ModelRes_NotSubscribed;
+  return root->client_->unsubscribe(*this, chain);
+}
+
+bool ModelPart::subscribable() const {
+  const TreeLock lock(*this);
+  return subscribable_;
+}
+
+void ModelPart::setSubscribable(bool subscribable) {
+  const TreeLock lock(*this);
+  subscribable_ = subscribable;
+}
+
+ModelNode* ModelPart::parent() const {
+  const TreeLock lock(*this);
+  return parent_;
+}
+
+ModelRoot* ModelPart::findRoot() const {
+  const TreeLock lock(*this);
+  // The top answers for what it is without being changed by that.
+  ModelPart* top = const_cast<ModelPart*>(this);
+  while (top->parent_ != nullptr)
+    top = top->parent_;
+  return top->asRoot();
+}
+
+const std::vector<std::string>& ModelPart::elementNames() const {
+  static const std::vector<std::string> none;
+  return none;
+}
+
+ModelRes ModelPart::appendText(std::string& /*out*/, ModelPartIndex /*index*/) const {
+  return ModelRes_NoValue;
+}
+
+ModelRes ModelPart::storeText(std::string_view /*text*/, bool /*flag*/, ModelPartIndex /*index*/,
+                              bool /*fromClient*/) {
+  return ModelRes_NoValue;
+}
+
+void ModelPart::notifySubscribers(ModelPartIndex index) {
+  if (subscribers_ != nullptr)
+    subscribers_->changed(index);
+}
+
+void ModelPart::leaveTree() {
+  const TreeLock lock(*this);
+  // A node that a program derived may refuse; a part that goes has to be let go.
+  if (parent_ != nullptr && parent_->remove(this) != ModelRes_Success && parent_ != nullptr)
+    (void)parent_->ModelNode::remove(this);
+}
+
+}  // namespace ModelSrv

@@ -1,0 +1,128 @@
+#include "modelsrv/model_root.h"
+
+#include <mutex>
+
+#include "modelsrv/source/client_side.h"
+#include "modelsrv/source/climb.h"
+#include "modelsrv/source/port_result.h"
+#include "modelsrv/source/server_side.h"
+#include "modelsrv/source/update_holder.h"
+
+namespace ModelSrv {
+
+namespace {
+
+using ClientLock = std::lock_guard<KSTD::KThreadMutex>;
+
+}  // namespace
+
+ModelRoot::ModelRoot(EvtSrv::EventPortManager* manager) : EventPort(manager) {
+  treeManager_.store(manager, std::memory_order_release);
+}
+
+ModelRoot::~ModelRoot() {
+  const ClientLock lock(manager()->clientMutex);
+  server_.reset();
+  if (client_ != nullptr)
+    client_->close();
+  releaseChildren();
+  client_.reset();
+}
+
+ModelRes ModelRoot::startAsClient(const std::string& name, int cachePeriod,
+                                  unsigned /*behaviour*/) {
+  if (cachePeriod != CachePeriod_Stop)
+    return ModelRes_BadArgument;
+  const ClientLock lock(manager()->clientMutex);
+  if (server_ != nullptr && !server_->hasStopped())
+    return ModelRes_Busy;
+  server_.reset();
+  if (client_ == nullptr)
+    client_ = std::make_unique<internal::ClientSide>(*this);
+  return client_->connect(name);
+}
+
+ModelRes ModelRoot::startAsServer(const std::string& name, const ServerOptions& options) {
+  const ClientLock lock(manager()->clientMutex);
+  if (client_ != nullptr || (server_ != nullptr && !server_->hasStopped()))
+    return ModelRes_Busy;
+  server_ = std::make_unique<internal::ServerSide>(*this);
+  const ModelRes result = internal::fromPort(server_->start(name, options));
+  if (result != ModelRes_Success)
+    server_.reset();
+  return result;
+}
+
+void ModelRoot::stop(bool atOnce) {
+  const ClientLock lock(manager()->clientMutex);
+  if (client_ != nullptr)
+    client_->close();
+  if (server_ != nullptr && !atOnce)
+    server_->beginStop();
+  else
+    server_.reset();
+}
+
+ModelRes ModelRoot::prepare(ModelPart* part, std::vector<ModelPartId>& chain) {
+  ModelRoot* met = nullptr;
+  if (part == nullptr || internal::climb(*part, chain, met) != ModelRes_Success || met != this)
+    return ModelRes_BadArgument;
+  return client_ != nullptr ? ModelRes_Success : ModelRes_NotConnected;
+}
+
+ModelRes ModelRoot::getChildIdsFromServer(ModelPart* part, std::vector<unsigned short>& ids) {
+  const ClientLock lock(manager()->clientMutex);
+  std::vector<ModelPartId> chain;
+  const ModelRes result = prepare(part, chain);
+  return result == ModelRes_Success ? client_->childIds(chain, ids) : result;
+}
+
+ModelRes ModelRoot::getChildNamesFromServer(ModelPart* part, std::vector<std::string>& names) {
+  const ClientLock lock(manager()->clientMutex);
+  std::vector<ModelPartId> chain;
+  const ModelRes result = prepare(part, chain);
+  return result == ModelRes_Success ? client_->childNames(chain, names) : result;
+}
+
+ModelRes ModelRoot::getElementSumFromServer(ModelPart* part, unsigned short& sum) {
+  const ClientLock lock(manager()->clientMutex);
+  std::vector<ModelPartId> chain;
+  const ModelRes result = prepare(part, chain);
+  return result == ModelRes_Success ? client_->elementSum(chain, sum) : result;
+}
+
+ModelRes ModelRoot::getElementNamesFromServer(ModelPart* part, std::vector<std::string>& names) {
+  const ClientLock lock(manager()->clientMutex);
+  std::vector<ModelPartId> chain;
+  const ModelRes result = prepare(part, chain);
+  return result == ModelRes_Success ? client_->elementNames(chain, names) : result;
+}
+
+unsigned ModelRoot::receiveMain(const char* /*sender*/, unsigned type, EvtSrv::MemoryHolder* data,
+                                EvtSrv::MemoryHolder* /*reply*/) {
+  if (type != EvtTyp_Model_Update)
+    return EvtSrv::EvtRes_Success;
+  internal::Update update;
+  if (data == nullptr || !internal::readUpdate(*data, update))
+    return EvtSrv::EvtRes_Protocol;
+  const ClientLock lock(manager()->clientMutex);
+  if (client_ != nullptr)
+    client_->tell(update);
+  return EvtSrv::EvtRes_Success;
+}
+
+EvtSrv::EvtRes ModelRoot::finishActiveTerm(int milliseconds) {
+  {
+    const ClientLock lock(manager()->clientMutex);
+    if (server_ == nullptr || !server_->isStopping())
+      return EvtSrv::EvtRes_Success;
+  }
+  return manager()->finishActiveTerm(milliseconds);
+}
+
+unsigned ModelRoot::receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
+                                      EvtSrv::MemoryHolder* reply) {
+  return receiveMain(sender, type, data, reply);
+}
+
+}  // namespace ModelSrv

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "modelsrv/model_part.h"
+#include "modelsrv/source/subscription.h"
+
+namespace ModelSrv::internal {
+
+/// The library's own way to what a part keeps from programs. Everything here
+/// wants the client mutex held where the part hangs below a root.
+struct PartAccess {
+  static unsigned elementCount(const ModelPart& part) { return part.elementCount(); }
+  static const std::vector<std::string>& elementNames(const ModelPart& part) {
+    return part.elementNames();
+  }
+  static ModelRes appendText(const ModelPart& part, std::string& out, ModelPartIndex index) {
+    return part.appendText(out, index);
+  }
+  static ModelRes storeFromClient(ModelPart& part, std::string_view text, bool flag,
+                                  ModelPartIndex index) {
+    return part.storeText(text, flag, index, true);
+  }
+  static ModelNode* asNode(ModelPart& part) { return part.asNode(); }
+  static ModelRoot* asRoot(ModelPart& part) { return part.asRoot(); }
+  static const ModelNode* parent(const ModelPart& part) { return part.parent_; }
+  static bool subscribable(const ModelPart& part) { return part.subscribable_; }
+  static std::unique_ptr<PartSubscribers>& subscribers(ModelPart& part) {
+    return part.subscribers_;
+  }
+};
+
+}  // namespace ModelSrv::internal

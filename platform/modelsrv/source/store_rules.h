@@ -1,0 +1,68 @@
+#pragma once
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "modelsrv/source/value_text.h"
+#include "modelsrv/value_parts.h"
+
+/// What single values and arrays have in common when something is stored.
+namespace ModelSrv::internal {
+
+/// Whether a client may store in a part of that status.
+inline ModelRes accessOf(ModelPartStatus status, bool flag) {
+  if (status == ModelPartStatus_ReadOnly)
+    return ModelRes_ReadOnly;
+  return status == ModelPartStatus_Protected && !flag ? ModelRes_Protected : ModelRes_Success;
+}
+
+/// Asks the server's check, which stays alive meanwhile even where it replaces
+/// itself. Results that are not a part's to give count as a veto.
+template <typename T>
+ModelRes askCheck(std::shared_ptr<const StoreCheck<T>> check, const Parsed<T>& value,
+                  ModelPartIndex index) {
+  if (check == nullptr)
+    return ModelRes_Success;
+  const ModelRes verdict = (*check)(T(value), index);
+  return verdict < ModelRes_NotConnected ? verdict : ModelRes_Vetoed;
+}
+
+template <typename T>
+std::shared_ptr<const StoreCheck<T>> makeCheck(StoreCheck<T> check) {
+  return check ? std::make_shared<const StoreCheck<T>>(std::move(check)) : nullptr;
+}
+
+/// Whether a value is larger than a part may hold.
+template <typename T>
+bool isTooLarge(const T& value) {
+  if constexpr (std::is_same_v<T, std::string>)
+    return value.size() > ModelValueText_Max;
+  else
+    return false;
+}
+
+/// Cuts what a part may not hold.
+template <typename T>
+T fitted(T value) {
+  if constexpr (std::is_same_v<T, std::string>)
+    value.resize(std::min(value.size(), ModelValueText_Max));
+  return value;
+}
+
+}  // namespace ModelSrv::internal
+
+/// Names `INSTANTIATE(T)` once for each type of value.
+#define MODELSRV_FOR_VALUE_TYPES(INSTANTIATE) \
+  INSTANTIATE(bool);                          \
+  INSTANTIATE(std::int8_t);                   \
+  INSTANTIATE(std::int16_t);                  \
+  INSTANTIATE(std::int32_t);                  \
+  INSTANTIATE(std::int64_t);                  \
+  INSTANTIATE(std::uint8_t);                  \
+  INSTANTIATE(std::uint16_t);                 \
+  INSTANTIATE(std::uint32_t);                 \
+  INSTANTIATE(std::uint64_t);                 \
+  INSTANTIATE(float);                         \
+  INSTANTIATE(double);                        \
+  INSTANTIATE(std::string)
