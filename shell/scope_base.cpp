@@ -1,0 +1,79 @@
+#include "shell/scope_base.h"
+
+#include "shell/paths.h"
+#include "shell/results.h"
+
+namespace treescope {
+
+ScopeBase::ScopeBase(EvtSrv::EventPortManager* manager, int batch)
+    : eventPortManager_(manager),
+      lineEditor_(0, batch != 0,
+                  {[this] { return promptText(); },
+                   [this](const char* line) { return runLine(line) != result::exit; },
+                   [this] { runLine("exit"); }}),
+      printer_(colour_, batch != 0),
+      wordTree_(std::make_unique<WordNode>()),
+      batch_(batch) {
+  lineEditor_.showPrompt(promptText().c_str(), nullptr);
+}
+
+ScopeBase::~ScopeBase() = default;
+
+void ScopeBase::acceptInput() {
+  lineEditor_.openGate();
+}
+
+int ScopeBase::isRunning() const {
+  return running_;
+}
+
+void ScopeBase::setRunning(int running) {
+  lineEditor_.setRunning(running != 0);
+  running_ = running;
+}
+
+void ScopeBase::printResult(int code) {
+  const char* message = resultMessage(code);
+  if (message == nullptr) {
+    return;
+  }
+  const std::string text = batch_ != 0 ? message : std::string(message) + '\n';
+  printer_.printStyled({.text = text.c_str()});
+}
+
+int ScopeBase::printCurrentPath() {
+  const std::string text = currentPath_.empty() ? "/" : joinPath(currentPath_);
+  return printer_.printLine({.text = text.c_str()}, false) ? result::success : result::unknownError;
+}
+
+void ScopeBase::setPorts(const char* first, const char* second, const char* third) {
+  portName1_ = first;
+  portName2_ = second;
+  portName3_ = third;
+}
+
+int ScopeBase::printHistory(bool paging) {
+  const std::vector<std::string>& history = lineEditor_.history();
+  for (std::size_t index = 0; index < history.size(); ++index) {
+    const std::string text = std::to_string(index) + ' ' + history[index];
+    if (!printer_.printLineReset({.text = text.c_str()}, index == 0, paging)) {
+      break;
+    }
+  }
+  return result::success;
+}
+
+void ScopeBase::expandWildcard(const char* pattern, std::vector<std::string>& matches) const {
+  matches = matchingPaths(*wordTree_, pattern);
+}
+
+std::string ScopeBase::promptText() const {
+  return promptLabel_ + ' ' + (currentPath_.empty() ? "/" : currentPath_.back());
+}
+
+void ScopeBase::setPromptLabel(const char* label) {
+  promptLabel_ = label;
+  lineEditor_.showPrompt(promptText().c_str(), nullptr);
+}
+
+}  // namespace treescope

@@ -1,0 +1,118 @@
+#include "shell/word_tree.h"
+
+#include <regex.h>
+
+#include <cstring>
+#include <iterator>
+#include <utility>
+
+#include "shell/words.h"
+
+namespace treescope {
+
+namespace {
+
+// The system's compiler of expressions recurses with their depth.
+constexpr std::size_t longestPattern = 4096;
+
+/// An expression of regcomp(3); not compiled for a pattern that it rejects.
+class Expression {
+ public:
+  explicit Expression(const std::string& text)
+      : compiled_(regcomp(&expression_, text.c_str(), REG_NEWLINE) == 0) {}
+  ~Expression() {
+    if (compiled_) {
+      regfree(&expression_);
+    }
+  }
+  Expression(const Expression&) = delete;
+  Expression& operator=(const Expression&) = delete;
+
+  [[nodiscard]] bool compiled() const { return compiled_; }
+
+  [[nodiscard]] bool covers(const std::string& path) const {
+    regmatch_t span{};
+    return regexec(&expression_, path.c_str(), 1, &span, 0) == 0 && span.rm_so == 0 &&
+           static_cast<std::size_t>(span.rm_eo) == path.size();
+  }
+
+ private:
+  regex_t expression_{};
+  bool compiled_;
+};
+
+std::string expressionText(const char* pattern) {
+  std::string text;
+  for (const char* at = pattern; *at != '\0'; ++at) {
+    if (*at == '*') {
+      text += '.';
+    }
+    text += *at;
+  }
+  return text;
+}
+
+struct PathOfNode {
+  std::string path;
+  const WordNode* node;
+};
+
+std::vector<PathOfNode> nextLevel(const std::vector<PathOfNode>& level) {
+  std::vector<PathOfNode> below;
+  for (const PathOfNode& parent : level) {
+    for (const std::unique_ptr<WordNode>& child : parent.node->children) {
+      below.push_back({parent.path + "/" + child->name, child.get()});
+    }
+  }
+  return below;
+}
+
+std::vector<PathOfNode> nodesAtDepth(const WordNode& root, std::size_t depth) {
+  std::vector<PathOfNode> level;
+  for (const std::unique_ptr<WordNode>& child : root.children) {
+    level.push_back({child->name, child.get()});
+  }
+  for (std::size_t reached = 1; reached < depth && !level.empty(); ++reached) {
+    level = nextLevel(level);
+  }
+  return level;
+}
+
+}  // namespace
+
+WordNode::~WordNode() {
+  std::vector<std::unique_ptr<WordNode>> doomed = std::move(children);
+  while (!doomed.empty()) {
+    const std::unique_ptr<WordNode> node = std::move(doomed.back());
+    doomed.pop_back();
+    std::move(node->children.begin(), node->children.end(), std::back_inserter(doomed));
+    node->children.clear();
+  }
+}
+
+WordNode& WordNode::add(std::string childName) {
+  children.push_back(std::make_unique<WordNode>());
+  children.back()->name = std::move(childName);
+  return *children.back();
+}
+
+std::vector<std::string> matchingPaths(const WordNode& root, const char* pattern) {
+  std::vector<std::string> matches;
+  if (std::strlen(pattern) > longestPattern) {
+    return matches;
+  }
+  const Expression expression(expressionText(pattern));
+  if (!expression.compiled()) {
+    return matches;
+  }
+  std::vector<std::string> components;
+  splitAtSeparator(pattern, components, '/');
+  for (PathOfNode& found : nodesAtDepth(root, components.size())) {
+    if (expression.covers(found.path)) {
+      matches.push_back(std::move(found.path));
+    }
+  }
+  return matches;
+}
+
+}  // namespace treescope

@@ -1,0 +1,53 @@
+#include <cstdio>
+
+#include "term/escape_sequences.h"
+#include "term/screen_printer.h"
+#include "term/terminal_size.h"
+
+namespace treescope {
+
+namespace {
+
+constexpr std::uint32_t moreAttributes = attributeReverse | attributeBlink;
+
+}  // namespace
+
+bool ScreenPrinter::countLine(bool paging) {
+  if (batch_) {
+    return true;
+  }
+  const int rows = terminalRows();
+  const int limit = paging ? rows - 2 : rows - 1;
+  if (limit > linesShown_) {
+    ++linesShown_;
+    pageLines_ += paging ? 1 : 0;
+    return true;
+  }
+  if (!paging) {
+    return true;
+  }
+  if (limit > pageLines_) {
+    ++pageLines_;
+    return true;
+  }
+  setAttributes(moreAttributes, colourDefault);
+  std::fputs("More", stdout);
+  resetAttributes(moreAttributes, colourDefault);
+  std::fflush(stdout);
+  const int answer = std::getc(stdin);
+  std::fputs(eraseLine, stdout);
+  if (answer == 'q') {
+    return false;
+  }
+  if (answer != '\n') {
+    pageLines_ = 1;
+  }
+  return true;
+}
+
+void ScreenPrinter::resetCount() {
+  linesShown_ = 0;
+  pageLines_ = 0;
+}
+
+}  // namespace treescope

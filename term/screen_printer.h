@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "term/styled_text.h"
+
+namespace treescope {
+
+/// What commands, messages and listings are written with: lines and items, with
+/// their attributes, on standard output.
+///
+/// Interactively an item is placed by its column and styled; in batch mode the
+/// texts alone are written, a line each. Output is left in the standard library's
+/// buffer; whoever waits for a person or starts another program flushes it.
+///
+/// Threads: commands print from the thread that runs them, the update display
+/// from the main thread. Standard output has its own lock a call, nothing orders
+/// the calls; the counters are atomic. A write that the system refuses is lost
+/// silently: there is nowhere left to report it.
+class ScreenPrinter {
+ public:
+  /// `owner` is kept for the caller and has no influence here.
+  ScreenPrinter(int owner, bool batch) : owner_(owner), batch_(batch) {}
+  ScreenPrinter(const ScreenPrinter&) = delete;
+  ScreenPrinter& operator=(const ScreenPrinter&) = delete;
+
+  [[nodiscard]] int owner() const { return owner_; }
+  [[nodiscard]] bool batch() const { return batch_; }
+
+  /// Writes `item.text` as one line, styled. With `paging` the output stops at
+  /// each screenful and asks (`countLine`). Returns false, having written
+  /// nothing, when the person had enough.
+  bool printLine(const StyledText& item, bool paging);
+
+  /// The same; with `reset` the line is the first of a new listing.
+  bool printLineReset(const StyledText& item, bool reset, bool paging);
+
+  /// Writes `item` at the first column of the current line, without ending it.
+  void printStyled(const StyledText& item);
+
+  /// Writes `item` at `column` (from 1) of the current line, without ending it.
+  /// `row` is not used: the current line it is.
+  void printStyledAt(int column, int row, const StyledText& item);
+
+  /// Writes `text` (may be null: nothing) at `column`; in batch mode as a line of
+  /// its own, wherever that is. `row` is not used.
+  void printAt(int column, int row, const char* text);
+
+  /// Switches attributes and colour on; nothing in batch mode.
+  void setAttributes(std::uint32_t attributes, std::uint32_t colour);
+
+  /// Switches them off, in batch mode too.
+  void resetAttributes(std::uint32_t attributes, std::uint32_t colour);
+
+  /// The pager: counts the line (or row of columns) that is about to be written.
+  /// When a screenful is there and `paging` is set, it shows "More" and reads one
+  /// byte from standard input: 'q' ends the listing, Return lets one line
+  /// through, anything else, the end of input included, a screenful. Returns
+  /// false when the person had enough. Batch mode counts nothing.
+  [[nodiscard]] bool countLine(bool paging);
+
+  /// Starts the counting anew: what follows is a new listing.
+  void resetCount();
+
+  /// Lines counted since the last reset; it stays at the first full screen.
+  [[nodiscard]] int linesShown() const { return linesShown_; }
+  /// Lines counted on the current page.
+  [[nodiscard]] int pageLines() const { return pageLines_; }
+
+ private:
+  const int owner_;
+  std::atomic<int> linesShown_{0};
+  std::atomic<int> pageLines_{0};
+  const bool batch_;
+};
+
+}  // namespace treescope
