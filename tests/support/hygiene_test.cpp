@@ -1,0 +1,60 @@
+#include "tests/support/hygiene.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include "tests/support/port_name.h"
+#include "tests/support/process.h"
+#include "tests/support/programs.h"
+
+namespace test_support {
+namespace {
+
+using testing::HasSubstr;
+
+Finished runLeaky(const std::string& test) {
+  return run({buildDirectory() + "/tests/leaky_program", "--gtest_filter=Leaky." + test,
+              "--gtest_color=no"});
+}
+
+TEST(Hygiene, FailsATestThatLeavesADescriptorOpen) {
+  const Finished result = runLeaky("LeavesADescriptorOpen");
+  EXPECT_EQ(result.status, (ExitStatus{1, 0}));
+  EXPECT_THAT(result.output, HasSubstr("left open:"));
+  EXPECT_THAT(result.output, HasSubstr("-> /dev/null"));
+  EXPECT_THAT(result.output, HasSubstr("[  FAILED  ] Leaky.LeavesADescriptorOpen"));
+}
+
+TEST(Hygiene, FailsATestThatLeavesAMailbox) {
+  const Finished result = runLeaky("LeavesAMailbox");
+  const std::size_t start = result.output.find("/tmp/");
+  ASSERT_NE(start, std::string::npos) << result.output;
+  const std::string path = result.output.substr(start, result.output.find('\n', start) - start);
+  EXPECT_EQ(::unlink(path.c_str()), 0) << path;
+  EXPECT_EQ(result.status, (ExitStatus{1, 0}));
+  EXPECT_THAT(result.output, HasSubstr("left in /tmp:"));
+}
+
+TEST(Hygiene, PassesATestThatClosesWhatItOpened) {
+  const Finished result = runLeaky("ClosesWhatItOpened");
+  EXPECT_EQ(result.status, (ExitStatus{0, 0})) << result.output;
+}
+
+TEST(UniquePortName, NamesTheTestAndNeverRepeats) {
+  const std::string first = uniquePortName();
+  const std::string second = uniquePortName();
+  EXPECT_NE(first, second);
+  EXPECT_THAT(first, testing::StartsWith("Model_" + portNameMark()));
+  EXPECT_THAT(first, HasSubstr("NamesTheTestAndNeverRepeats"));
+}
+
+class PortNameOfAParameterisedTest : public testing::TestWithParam<int> {};
+
+TEST_P(PortNameOfAParameterisedTest, HoldsNoSlash) {
+  EXPECT_EQ(uniquePortName().find('/'), std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(One, PortNameOfAParameterisedTest, testing::Values(1));
+
+}  // namespace
+}  // namespace test_support

@@ -1,0 +1,340 @@
+#include "tests/support/process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace test_support {
+namespace {
+
+[[noreturn]] void fail(const char* what, int error) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+void check(int error, const char* what) {
+  if (error != 0) {
+    fail(what, error);
+  }
+}
+
+void closeOnce(int& descriptor) {
+  if (descriptor >= 0) {
+    ::close(descriptor);
+    descriptor = -1;
+  }
+}
+
+struct Pipe {
+  Pipe() {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+      fail("pipe2", errno);
+    }
+    read = ends[0];
+    write = ends[1];
+  }
+  ~Pipe() {
+    closeOnce(read);
+    closeOnce(write);
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+
+  int read = -1;
+  int write = -1;
+};
+
+struct SpawnFiles {
+  SpawnFiles() { check(::posix_spawn_file_actions_init(&value), "file actions"); }
+  ~SpawnFiles() { ::posix_spawn_file_actions_destroy(&value); }
+  SpawnFiles(const SpawnFiles&) = delete;
+  SpawnFiles& operator=(const SpawnFiles&) = delete;
+
+  void give(int descriptor, int as) {
+    check(::posix_spawn_file_actions_adddup2(&value, descriptor, as), "adddup2");
+  }
+
+  posix_spawn_file_actions_t value{};
+};
+
+struct SpawnAttributes {
+  SpawnAttributes() {
+    check(::posix_spawnattr_init(&value), "spawn attributes");
+    sigset_t set;
+    sigemptyset(&set);
+    check(::posix_spawnattr_setsigmask(&value, &set), "setsigmask");
+    sigaddset(&set, SIGPIPE);
+    check(::posix_spawnattr_setsigdefault(&value, &set), "setsigdefault");
+    check(::posix_spawnattr_setflags(&value, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF),
+          "setflags");
+  }
+  ~SpawnAttributes() { ::posix_spawnattr_destroy(&value); }
+  SpawnAttributes(const SpawnAttributes&) = delete;
+  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+
+  posix_spawnattr_t value{};
+};
+
+std::vector<char*> pointers(const std::vector<std::string>& words) {
+  std::vector<char*> result;
+  result.reserve(words.size() + 1);
+  for (const std::string& word : words) {
+    // posix_spawn(3) leaves the words alone; its type is older than const.
+    result.push_back(const_cast<char*>(word.c_str()));
+  }
+  result.push_back(nullptr);
+  return result;
+}
+
+pid_t spawn(const std::vector<std::string>& command, const ProcessOptions& options,
+            SpawnFiles& files) {
+  const SpawnAttributes attributes;
+  if (!options.directory.empty()) {
+    check(::posix_spawn_file_actions_addchdir_np(&files.value, options.directory.c_str()),
+          "addchdir");
+  }
+  std::vector<char*> environment;
+  if (options.environment) {
+    environment = pointers(*options.environment);
+  }
+  pid_t pid = -1;
+  check(
+      ::posix_spawnp(&pid, command.at(0).c_str(), &files.value, &attributes.value,
+                     pointers(command).data(), options.environment ? environment.data() : environ),
+      command[0].c_str());
+  return pid;
+}
+
+/// A write to a program that has gone must give EPIPE, not end the test. The
+/// disposition is process-wide, so the signal is held back for this thread alone
+/// and taken from it again.
+class PipeSignalHeld {
+ public:
+  PipeSignalHeld() {
+    sigemptyset(&set_);
+    sigaddset(&set_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &set_, &before_);
+  }
+  ~PipeSignalHeld() {
+    const timespec none{};
+    while (sigtimedwait(&set_, nullptr, &none) > 0) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  PipeSignalHeld(const PipeSignalHeld&) = delete;
+  PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
+
+ private:
+  sigset_t set_{};
+  sigset_t before_{};
+};
+
+int remaining(std::chrono::steady_clock::time_point deadline) {
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+  return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 3'600'000));
+}
+
+}  // namespace
+
+Process::Process(const std::vector<std::string>& command, const ProcessOptions& options) {
+  Pipe in;
+  Pipe out;
+  Pipe err;
+  SpawnFiles files;
+  files.give(in.read, STDIN_FILENO);
+  files.give(out.write, STDOUT_FILENO);
+  files.give(options.mergeErrors ? out.write : err.write, STDERR_FILENO);
+  pid_ = spawn(command, options, files);
+  pidDescriptor_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
+  if (pidDescriptor_ < 0) {
+    const int error = errno;
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+    fail("pidfd_open", error);
+  }
+  input_ = std::exchange(in.write, -1);
+  output_.descriptor = std::exchange(out.read, -1);
+  errors_.descriptor = std::exchange(err.read, -1);
+  for (const int descriptor : {input_, output_.descriptor, errors_.descriptor}) {
+    ::fcntl(descriptor, F_SETFL, O_NONBLOCK);
+  }
+}
+
+Process::~Process() {
+  if (!status_) {
+    closeInput();
+    signal(SIGTERM);
+    if (!waitForExit(std::chrono::seconds(2))) {
+      signal(SIGKILL);
+      // Nothing outlives SIGKILL for long, and an unreaped child would outlive us.
+      ::waitpid(pid_, nullptr, 0);
+    }
+  }
+  closeInput();
+  output_.close();
+  errors_.close();
+  closeOnce(pidDescriptor_);
+}
+
+void Process::Stream::take() {
+  std::array<char, 65536> buffer{};
+  while (descriptor >= 0) {
+    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
+    if (count > 0) {
+      text.append(buffer.data(), static_cast<std::size_t>(count));
+    } else if (count < 0 && errno == EINTR) {
+      continue;
+    } else if (count < 0 && errno == EAGAIN) {
+      return;
+    } else {
+      close();
+    }
+  }
+}
+
+void Process::Stream::close() {
+  closeOnce(descriptor);
+}
+
+bool Process::pump(Clock::time_point deadline, bool forInput, bool forExit) {
+  std::array<pollfd, 4> waited{
+      pollfd{output_.descriptor, POLLIN, 0}, pollfd{errors_.descriptor, POLLIN, 0},
+      pollfd{forInput ? input_ : -1, POLLOUT, 0}, pollfd{forExit ? pidDescriptor_ : -1, POLLIN, 0}};
+  const int ready = ::poll(waited.data(), waited.size(), remaining(deadline));
+  if (ready < 0 && errno != EINTR) {
+    fail("poll", errno);
+  }
+  if (ready == 0) {
+    return false;
+  }
+  output_.take();
+  errors_.take();
+  return true;
+}
+
+bool Process::write(std::string_view text, std::chrono::milliseconds limit) {
+  const PipeSignalHeld held;
+  const auto deadline = Clock::now() + limit;
+  while (!text.empty()) {
+    if (input_ < 0) {
+      return false;
+    }
+    const ssize_t count = ::write(input_, text.data(), text.size());
+    if (count >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno == EAGAIN) {
+      if (!pump(deadline, true, false)) {
+        return false;
+      }
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void Process::closeInput() {
+  closeOnce(input_);
+}
+
+std::optional<std::string> Process::readLine(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  for (;;) {
+    std::string& text = output_.text;
+    const std::size_t end = text.find('\n');
+    if (end != std::string::npos || (output_.descriptor < 0 && !text.empty())) {
+      const std::size_t length = std::min(end, text.size());
+      std::string line = text.substr(0, length);
+      text.erase(0, length + 1);
+      return line;
+    }
+    if (output_.descriptor < 0 || !pump(deadline, false, false)) {
+      return std::nullopt;
+    }
+  }
+}
+
+bool Process::waitForLine(std::string_view line, std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  while (const auto next = readLine(std::chrono::milliseconds(remaining(deadline)))) {
+    if (*next == line) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool Process::waitForOutput(std::string_view text, std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  while (output_.text.find(text) == std::string::npos) {
+    if (output_.descriptor < 0 || !pump(deadline, false, false)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::optional<ExitStatus> Process::finish(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  closeInput();
+  while (output_.descriptor >= 0 || errors_.descriptor >= 0) {
+    if (!pump(deadline, false, false)) {
+      return std::nullopt;
+    }
+  }
+  return waitForExit(std::chrono::milliseconds(remaining(deadline)));
+}
+
+std::optional<ExitStatus> Process::waitForExit(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  while (!reap()) {
+    if (!pump(deadline, false, true)) {
+      return std::nullopt;
+    }
+  }
+  output_.take();
+  errors_.take();
+  return status_;
+}
+
+std::optional<ExitStatus> Process::reap() {
+  int status = 0;
+  if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) {
+    status_ =
+        WIFSIGNALED(status) ? ExitStatus{0, WTERMSIG(status)} : ExitStatus{WEXITSTATUS(status), 0};
+  }
+  return status_;
+}
+
+void Process::signal(int number) {
+  // A pid whose status has been taken may be somebody else's by now.
+  if (!status_ && ::kill(pid_, number) != 0) {
+    fail("kill", errno);
+  }
+}
+
+Finished run(const std::vector<std::string>& command, std::string_view input,
+             const ProcessOptions& options, std::chrono::milliseconds limit) {
+  Process process(command, options);
+  process.write(input, limit);
+  const auto status = process.finish(limit);
+  if (!status) {
+    throw std::runtime_error(command.at(0) + " did not end; it wrote: " + process.output() +
+                             process.errors());
+  }
+  return {*status, process.output(), process.errors()};
+}
+
+}  // namespace test_support

@@ -1,0 +1,107 @@
+#include "tests/support/process.h"
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include "tests/support/hygiene.h"
+
+namespace test_support {
+namespace {
+
+using std::chrono::milliseconds;
+
+TEST(Process, GivesOutputErrorsAndStatus) {
+  const Finished result = run({"sh", "-c", "echo out; echo err >&2; exit 3"});
+  EXPECT_EQ(result.status, (ExitStatus{3, 0}));
+  EXPECT_EQ(result.output, "out\n");
+  EXPECT_EQ(result.errors, "err\n");
+}
+
+TEST(Process, MergesErrorsIntoOutputWhereAsked) {
+  const Finished result = run({"sh", "-c", "echo out; echo err >&2"}, {},
+                              {.environment = {}, .directory = {}, .mergeErrors = true});
+  EXPECT_EQ(result.output, "out\nerr\n");
+  EXPECT_EQ(result.errors, "");
+}
+
+TEST(Process, StartsWithTheEnvironmentAndDirectoryGiven) {
+  ProcessOptions options;
+  options.environment = {"COLOUR=green"};
+  options.directory = "/";
+  EXPECT_EQ(run({"/bin/sh", "-c", "echo $COLOUR $HOME; pwd"}, {}, options).output, "green\n/\n");
+}
+
+TEST(Process, PassesWordsAsTheyStand) {
+  EXPECT_EQ(run({"printf", "[%s]", "two words", "$HOME", "\"'"}).output, "[two words][$HOME][\"']");
+}
+
+TEST(Process, ReadsLinesAsTheyCome) {
+  Process cat({"cat"});
+  ASSERT_TRUE(cat.write("first\nsecond\nlast"));
+  EXPECT_EQ(cat.readLine(), "first");
+  EXPECT_TRUE(cat.waitForLine("second"));
+  cat.closeInput();
+  EXPECT_EQ(cat.readLine(), "last");
+  EXPECT_EQ(cat.readLine(), std::nullopt);
+  EXPECT_EQ(cat.finish(), (ExitStatus{0, 0}));
+}
+
+TEST(Process, GivesNoLineWhereNoneComesInTime) {
+  Process cat({"cat"});
+  ASSERT_TRUE(cat.write("no line feed"));
+  EXPECT_TRUE(cat.waitForOutput("feed"));
+  EXPECT_EQ(cat.readLine(milliseconds(1)), std::nullopt);
+  EXPECT_FALSE(cat.waitForLine("other", milliseconds(1)));
+  EXPECT_FALSE(cat.waitForOutput("other", milliseconds(1)));
+  EXPECT_EQ(cat.waitForExit(milliseconds(1)), std::nullopt);
+}
+
+TEST(Process, TakesOutputWhileItWritesMoreThanAPipeHolds) {
+  const std::string text(1 << 20, 'x');
+  const Finished result = run({"cat"}, text);
+  EXPECT_EQ(result.output, text);
+}
+
+TEST(Process, TellsWhenTheProgramReadsNoMore) {
+  Process gone({"true"});
+  EXPECT_EQ(gone.waitForExit(), (ExitStatus{0, 0}));
+  EXPECT_FALSE(gone.write("anything"));
+}
+
+TEST(Process, TellsTheSignalThatEndedTheProgram) {
+  Process cat({"cat"});
+  cat.signal(SIGINT);
+  EXPECT_EQ(cat.waitForExit(), (ExitStatus{0, SIGINT}));
+}
+
+TEST(Process, RefusesAProgramThatIsNotThere) {
+  EXPECT_THROW(Process({"/nowhere/program"}), std::system_error);
+}
+
+TEST(Process, KillsAndReapsAProgramThatIgnoresTheRequestToEnd) {
+  pid_t pid = 0;
+  {
+    Process deaf({"sh", "-c", "trap '' TERM; echo ready; while :; do read -r line; done"});
+    ASSERT_TRUE(deaf.waitForLine("ready"));
+    pid = deaf.pid();
+  }
+  EXPECT_EQ(::waitpid(pid, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(Process, HandsOnNoDescriptorOfTheTest) {
+  Process first({"cat"});
+  ASSERT_TRUE(first.write("started\n"));
+  ASSERT_TRUE(first.waitForLine("started"));
+  Process second({"cat"});
+  ASSERT_TRUE(second.write("started\n"));
+  ASSERT_TRUE(second.waitForLine("started"));
+  EXPECT_EQ(openDescriptorsOf(second.pid()).size(), openDescriptorsOf(first.pid()).size());
+}
+
+}  // namespace
+}  // namespace test_support
