@@ -1,1 +1,74 @@
-// Not filled yet.
+#include "model/discovery.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <optional>
+
+namespace treescope {
+
+namespace {
+
+constexpr std::string_view pipeExtensions[] = {".fifo", ".efifo"};
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+std::optional<std::string> withoutPipeExtension(const std::string& fileName) {
+  const std::size_t dot = fileName.rfind('.');
+  if (dot == std::string::npos) {
+    return std::nullopt;
+  }
+  for (const std::string_view extension : pipeExtensions) {
+    if (std::string_view(fileName).substr(dot) == extension) {
+      return fileName.substr(0, dot);
+    }
+  }
+  return std::nullopt;
+}
+
+bool isPlainEntry(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+template <typename Test>
+int scanDirectory(std::vector<std::string>& out, const char* dir, const char* key, Test accepts) {
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(dir));
+  if (directory == nullptr) {
+    return 0;
+  }
+  while (const dirent* entry = readdir(directory.get())) {
+    const std::string fileName = entry->d_name;
+    const auto name = withoutPipeExtension(fileName);
+    if (!name || (key != nullptr && name->find(key) == std::string::npos) || !accepts(*name)) {
+      continue;
+    }
+    if (isPlainEntry(std::string(dir) + "/" + fileName)) {
+      out.push_back(*name);
+    }
+  }
+  return 1;
+}
+
+}  // namespace
+
+int collectServerNames(std::vector<std::string>& out, const char* dir, const char* key) {
+  return scanDirectory(out, dir, key, [](const std::string&) { return true; });
+}
+
+int collectListedServerNames(std::vector<std::string>& out, const char* dir, const char* key) {
+  return scanDirectory(out, dir, key, isListedServerName);
+}
+
+bool isListedServerName(std::string_view name) {
+  if (name.starts_with("Model_")) {
+    return true;
+  }
+  const std::size_t dot = name.rfind('.');
+  return dot != std::string_view::npos && name.substr(dot) == ".Model";
+}
+
+}  // namespace treescope

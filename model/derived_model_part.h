@@ -1,0 +1,67 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "model/id_chain.h"
+#include "modelsrv/model_part.h"
+#include "modelsrv/model_root.h"
+
+namespace treescope {
+
+/// The one client-side part of the shell, the mirror of whatever part a request
+/// is about.
+///
+/// Before each request the id chain of the wanted part is installed as the target
+/// path. The library asks the part on its climb to the root for one id and one
+/// parent a level; each id asked for is taken off the path, so that the object
+/// stands in turn for every part between the wanted one and the root. A request
+/// thus uses its target up.
+///
+/// Threads: everything that is not const is called with the client mutex of the
+/// root's manager held. The thread that runs commands is the only one that changes
+/// anything, so it may read without; others read with the mutex held.
+class DerivedModelPart : public ModelSrv::ModelPart {
+ public:
+  /// The mirror of the server of that name below `root`, which is not owned and
+  /// outlives the part. It stands at the server's root, without subscriptions.
+  DerivedModelPart(ModelSrv::ModelRoot* root, std::string serverName);
+  ~DerivedModelPart() override;
+
+  /// Says what the next request is about.
+  void setTarget(const IdChain& chain) { targetPath_ = chain; }
+
+  /// Takes the last id off the target path; 0 where the path is empty.
+  ModelSrv::ModelPartId getId() override;
+
+  /// The root when the target path is used up, else the part itself.
+  ModelSrv::ModelPart* getParentNode() override;
+
+  /// Does nothing: updates are shown where events arrive. `ModelRes_DoNothing`.
+  ModelSrv::ModelRes update(void* context, unsigned short index) override;
+
+  [[nodiscard]] ModelSrv::ModelRoot* root() const { return root_; }
+
+  /// What was given to connect.
+  [[nodiscard]] const std::string& serverName() const { return serverName_; }
+
+  /// Where in the server's tree the shell stands.
+  [[nodiscard]] const NamedChain& location() const { return location_; }
+  void setLocation(NamedChain location) { location_ = std::move(location); }
+
+  /// The parts that the shell has subscribed to, in the order of subscribing; one
+  /// subscribed twice is there twice.
+  [[nodiscard]] const std::vector<IdChain>& subscriptions() const { return subscriptions_; }
+  void addSubscription(const IdChain& chain) { subscriptions_.push_back(chain); }
+  /// Removes the first entry that equals `chain`, if there is one.
+  void removeSubscription(const IdChain& chain);
+
+ private:
+  ModelSrv::ModelRoot* root_;
+  std::string serverName_;
+  IdChain targetPath_;
+  NamedChain location_;
+  std::vector<IdChain> subscriptions_;
+};
+
+}  // namespace treescope
