@@ -1,0 +1,9 @@
+#include "model/tree_scope.h"
+
+namespace treescope {
+
+int TreeScope::doExit() {
+  return doDu(nullptr);
+}
+
+}  // namespace treescope
