@@ -31,7 +31,9 @@ class ServerConnection {
 };
 
 /// What the owner of a served port keeps for one connected client. It is
-/// destroyed when the connection ends, whoever ended it.
+/// destroyed when the connection ends, whoever ended it; where one of its own
+/// calls ended it, after that call has returned, which may be after the
+/// `PortServer` has gone.
 class ServerSession {
  public:
   virtual ~ServerSession() = default;
@@ -39,7 +41,7 @@ class ServerSession {
   /// Answers one request: reads its payload from `request`, appends the reply's
   /// to `reply` (which may hold bytes already; they are not the session's) and
   /// returns the reply's code. What it appended for a reply that failed is the
-  /// session's to take back.
+  /// session's to take back. A payload above `maxPayload` ends the connection.
   virtual std::uint16_t handle(std::uint16_t operation, PayloadReader& request,
                                std::vector<std::uint8_t>& reply) = 0;
 
@@ -83,7 +85,7 @@ class PortServer {
 
  private:
   class Impl;
-  std::unique_ptr<Impl> impl_;
+  std::shared_ptr<Impl> impl_;  // A dispatch under way keeps it.
 };
 
 }  // namespace EvtSrv::internal

@@ -1,0 +1,264 @@
+#include "evtsrv/source/client_link.h"
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "evtsrv/source/scratch_buffer.h"
+
+namespace EvtSrv::internal {
+
+ClientLink::ClientLink(ManagerCore& core, EventSink& sink, ConnectionPipes pipes)
+    : core_(core),
+      system_(core.system()),
+      sink_(sink),
+      pipes_(std::move(pipes)),
+      replyBytes_(readSize) {}
+
+EvtRes ClientLink::open() {
+  const int result = core_.reactor().add(pipes_.event.number(), EPOLLIN, *this, 0, registration_);
+  return result < 0 ? fail(resultOf(result)) : EvtRes_Success;
+}
+
+EvtRes ClientLink::fail(EvtRes fault) {
+  if (fault_ == EvtRes_Success) {
+    fault_ = fault;
+    registration_.end();
+    pipes_ = {};
+    std::vector<std::uint8_t>().swap(tail_);
+  }
+  return fault_;
+}
+
+EvtRes ClientLink::stall() {
+  stalled_ = true;
+  return EvtRes_Timeout;
+}
+
+EvtRes ClientLink::exchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
+                            Reply& reply) {
+  if (fault_ != EvtRes_Success) {
+    return fault_;
+  }
+  if (payload.size() > maxPayload) {
+    return EvtRes_TooLarge;
+  }
+  EvtRes result = stalled_ ? showsLife() : EvtRes_Success;
+  if (result != EvtRes_Success) {
+    return result;
+  }
+  if (takeReplies(nullptr, nullptr) != EvtRes_Timeout) {
+    return fault_;
+  }
+  Deadline deadline(system_, answerTimeoutMs);
+  FrameHeader header;
+  header.kind = FrameKind::request;
+  header.code = operation;
+  header.sequence = ++sequence_;
+  header.length = static_cast<std::uint32_t>(payload.size());
+  result = send(header, payload, deadline);
+  return result == EvtRes_Success ? awaitReply(header.sequence, deadline, reply) : result;
+}
+
+EvtRes ClientLink::send(const FrameHeader& header, std::span<const std::uint8_t> payload,
+                        Deadline& deadline) {
+  std::size_t written = 0;
+  if (!tail_.empty()) {
+    const EvtRes result = writeAll(tail_, {}, written, deadline);
+    tail_.erase(tail_.begin(), tail_.begin() + static_cast<std::ptrdiff_t>(written));
+    if (result != EvtRes_Success) {
+      return result;
+    }
+    std::vector<std::uint8_t>().swap(tail_);
+  }
+  std::array<std::uint8_t, FrameHeader::size> head{};
+  encodeHeader(header, head.data());
+  const EvtRes result = writeAll(head, payload, written, deadline);
+  if (result == EvtRes_Timeout && written > 0) {
+    const std::size_t ofHead = std::min(written, head.size());
+    tail_.assign(head.begin() + static_cast<std::ptrdiff_t>(ofHead), head.end());
+    const auto rest = payload.subspan(written - ofHead);
+    tail_.insert(tail_.end(), rest.begin(), rest.end());
+  }
+  return result;
+}
+
+EvtRes ClientLink::writeAll(std::span<const std::uint8_t> head, std::span<const std::uint8_t> body,
+                            std::size_t& written, Deadline& deadline) {
+  const std::size_t total = head.size() + body.size();
+  written = 0;
+  while (written < total) {
+    const std::size_t ofHead = std::min(written, head.size());
+    const auto restOfBody = body.subspan(written - ofHead);
+    const auto restOfHead = head.subspan(ofHead);
+    const ssize_t count = restOfHead.empty()
+                              ? system_.write(pipes_.request.number(), restOfBody)
+                              : system_.write(pipes_.request.number(), restOfHead, restOfBody);
+    if (count > 0) {
+      written += static_cast<std::size_t>(count);
+      continue;
+    }
+    if (count != -EAGAIN) {
+      return fail(resultOf(count));
+    }
+    const EvtRes result = awaitReady(pipes_.request.number(), POLLOUT, deadline);
+    if (result == EvtRes_Timeout) {
+      wantsRoom_ = true;
+      return stall();
+    }
+    if (result != EvtRes_Success) {
+      return fail(result);
+    }
+  }
+  return EvtRes_Success;
+}
+
+EvtRes ClientLink::awaitReady(int descriptor, short interest, Deadline& deadline) {
+  int wait = 0;
+  while (deadline.nextWait(wait)) {
+    pollfd end{descriptor, interest, 0};
+    const int ready = system_.poll(std::span(&end, 1), wait);
+    if (ready > 0) {
+      return EvtRes_Success;
+    }
+    if (ready < 0 && ready != -EINTR) {
+      return resultOf(ready);
+    }
+  }
+  return EvtRes_Timeout;
+}
+
+EvtRes ClientLink::awaitReply(std::uint32_t sequence, Deadline& deadline, Reply& reply) {
+  for (;;) {
+    EvtRes result = awaitReady(pipes_.reply.number(), POLLIN, deadline);
+    if (result == EvtRes_Timeout) {
+      return stall();
+    }
+    if (result != EvtRes_Success) {
+      return fail(result);
+    }
+    result = readReplies();
+    if (result == EvtRes_Success) {
+      result = takeReplies(&sequence, &reply);
+    }
+    if (result != EvtRes_Timeout) {
+      return result;
+    }
+  }
+}
+
+EvtRes ClientLink::readReplies() {
+  const ssize_t count = system_.read(pipes_.reply.number(), replyBytes_);
+  if (count == -EAGAIN) {
+    return EvtRes_Timeout;
+  }
+  if (count <= 0) {
+    return fail(count == 0 ? EvtRes_Closed : resultOf(count));
+  }
+  replies_.feed(std::span(replyBytes_).first(static_cast<std::size_t>(count)));
+  return EvtRes_Success;
+}
+
+EvtRes ClientLink::takeReplies(const std::uint32_t* wanted, Reply* reply) {
+  for (;;) {
+    Frame frame;
+    const FrameReader::Status status = replies_.next(frame);
+    if (status == FrameReader::Status::incomplete) {
+      return EvtRes_Timeout;
+    }
+    const FrameKind kind = frame.header.kind;
+    if (status == FrameReader::Status::malformed ||
+        (kind != FrameKind::reply && kind != FrameKind::recall)) {
+      return fail(EvtRes_Protocol);
+    }
+    if (kind == FrameKind::reply && wanted != nullptr && frame.header.sequence == *wanted) {
+      *reply = {frame.header.code, frame.header.grant, frame.header.order, frame.payload};
+      return EvtRes_Success;
+    }
+  }
+}
+
+EvtRes ClientLink::showsLife() {
+  std::array<pollfd, 2> ends{
+      pollfd{pipes_.reply.number(), POLLIN, 0},
+      pollfd{pipes_.request.number(), static_cast<short>(wantsRoom_ ? POLLOUT : 0), 0}};
+  const int ready = system_.poll(ends, 0);
+  if (ready < 0 && ready != -EINTR) {
+    return fail(resultOf(ready));
+  }
+  bool alive = ready > 0 && (ends[1].revents & POLLOUT) != 0;
+  if (ready > 0 && ends[0].revents != 0) {
+    EvtRes result = readReplies();
+    if (result == EvtRes_Success) {
+      alive = true;
+      result = takeReplies(nullptr, nullptr);
+    }
+    if (result != EvtRes_Timeout) {
+      return result;
+    }
+  } else if (ready > 0 && (ends[1].revents & POLLERR) != 0) {
+    return fail(EvtRes_Closed);
+  }
+  if (!alive) {
+    return EvtRes_Stalled;
+  }
+  stalled_ = false;
+  wantsRoom_ = false;
+  return EvtRes_Success;
+}
+
+EvtRes ClientLink::look() {
+  if (fault_ != EvtRes_Success) {
+    return fault_;
+  }
+  std::array<pollfd, 2> ends{pollfd{pipes_.reply.number(), 0, 0},
+                             pollfd{pipes_.request.number(), 0, 0}};
+  const int ready = system_.poll(ends, 0);
+  return ready > 0 ? fail(EvtRes_Closed) : EvtRes_Success;
+}
+
+bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
+  const auto keep = shared_from_this();
+  if (handingOut_) {
+    // The outer dispatch still reads the bytes that it got, and goes on later.
+    paused_ = true;
+    registration_.end();
+    return false;
+  }
+  ScratchBuffer scratch(core_.readHome());
+  scratch.bytes().resize(readSize);
+  const ssize_t count = system_.read(pipes_.event.number(), scratch.bytes());
+  if (count == -EAGAIN) {
+    return false;
+  }
+  if (count <= 0) {
+    static_cast<void>(fail(count == 0 ? EvtRes_Closed : resultOf(count)));
+    return true;
+  }
+  stalled_ = false;
+  events_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
+  handingOut_ = true;
+  handOutEvents();
+  handingOut_ = false;
+  if (std::exchange(paused_, false) && fault_ == EvtRes_Success) {
+    static_cast<void>(open());
+  }
+  return true;
+}
+
+void ClientLink::handOutEvents() {
+  while (fault_ == EvtRes_Success) {
+    Frame frame;
+    const FrameReader::Status status = events_.next(frame);
+    if (status == FrameReader::Status::incomplete) {
+      return;
+    }
+    if (status == FrameReader::Status::malformed || frame.header.kind != FrameKind::event) {
+      static_cast<void>(fail(EvtRes_Protocol));
+      return;
+    }
+    sink_.eventReceived(frame.header.code, frame.payload, frame.header.order);
+  }
+}
+
+}  // namespace EvtSrv::internal

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <utility>
+
+#include "evtsrv/source/system.h"
+
+namespace EvtSrv::internal {
+
+/// Owns one descriptor and closes it when it goes away. An empty one owns none.
+/// `system` outlives it.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  FileDescriptor(System& system, int number) : system_(&system), number_(number) {}
+  ~FileDescriptor() { reset(); }
+  FileDescriptor(FileDescriptor&& other) noexcept
+      : system_(other.system_), number_(std::exchange(other.number_, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    if (this != &other) {
+      reset();
+      system_ = other.system_;
+      number_ = std::exchange(other.number_, -1);
+    }
+    return *this;
+  }
+
+  /// Takes over what `System` gave: 0, or the refusal where there is no descriptor
+  /// in it.
+  [[nodiscard]] int adopt(System& system, int numberOrRefusal) {
+    reset();
+    if (numberOrRefusal < 0) {
+      return numberOrRefusal;
+    }
+    system_ = &system;
+    number_ = numberOrRefusal;
+    return 0;
+  }
+
+  void reset() {
+    if (number_ >= 0) {
+      system_->close(std::exchange(number_, -1));
+    }
+  }
+
+  /// Below 0 where it owns none.
+  [[nodiscard]] int number() const { return number_; }
+  [[nodiscard]] bool isOpen() const { return number_ >= 0; }
+
+ private:
+  System* system_ = nullptr;
+  int number_ = -1;
+};
+
+}  // namespace EvtSrv::internal

@@ -1,0 +1,169 @@
+#include "evtsrv/source/handshake.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <span>
+#include <utility>
+
+#include "evtsrv/source/access.h"
+#include "evtsrv/source/port_name.h"
+
+namespace EvtSrv::internal {
+
+namespace {
+
+// How often a sweep of another client's may get in between.
+constexpr int maxAttempts = 16;
+
+}  // namespace
+
+EvtRes Handshake::begin(const std::string& name) {
+  if (!isPortName(name)) {
+    return EvtRes_BadName;
+  }
+  EvtRes result = openMailbox(name);
+  if (result != EvtRes_Success) {
+    return result;
+  }
+  sweepPrivatePipes(system_);
+  const int made = makePipes();
+  if (made < 0) {
+    // A name that is missing here is no sign of a missing server.
+    result = resultOf(made);
+    return result == EvtRes_NoServer ? EvtRes_SystemError : result;
+  }
+  result = sendHello();
+  return result == EvtRes_Timeout ? EvtRes_Success : result;
+}
+
+EvtRes Handshake::openMailbox(const std::string& name) {
+  const int opened =
+      mailbox_.adopt(system_, system_.open(mailboxPath(name), O_WRONLY | O_NONBLOCK));
+  if (opened < 0) {
+    return resultOf(opened);
+  }
+  struct stat status {};
+  const int known = system_.status(mailbox_.number(), status);
+  if (known < 0) {
+    return resultOf(known);
+  }
+  const auto group = sharedGroup(system_, status);
+  if (!isTrusted(system_, status, group)) {
+    return EvtRes_NotPermitted;
+  }
+  access_.group = group;
+  if (system_.effectiveUser() == 0) {
+    access_.owner = status.st_uid;
+  }
+  return EvtRes_Success;
+}
+
+int Handshake::makePipes() {
+  int result = -EEXIST;
+  for (int attempt = 0; attempt < maxAttempts && result == -EEXIST; ++attempt) {
+    result = system_.random(hello_.token);
+    if (result == 0) {
+      result = makePipesOf(hello_.token);
+    }
+  }
+  return result;
+}
+
+int Handshake::makePipesOf(const Token& token) {
+  request_ = {};
+  reply_ = {};
+  event_ = {};
+  int result = request_.make(system_, privatePipePath(token, PipePurpose::request), access_);
+  if (result == 0) {
+    result = reply_.make(system_, privatePipePath(token, PipePurpose::reply), access_);
+  }
+  if (result == 0) {
+    result = event_.make(system_, privatePipePath(token, PipePurpose::event), access_);
+  }
+  return result == 0 ? request_.openWriter(requestWriter_) : result;
+}
+
+EvtRes Handshake::sendHello() {
+  const auto bytes = encodeHello(hello_);
+  const ssize_t written = system_.write(mailbox_.number(), bytes);
+  if (written == -EAGAIN) {
+    return EvtRes_Timeout;
+  }
+  if (written < 0) {
+    return written == -EPIPE ? EvtRes_NoServer : resultOf(written);
+  }
+  // Up to PIPE_BUF bytes go whole or not at all (pipe(7)).
+  if (static_cast<std::size_t>(written) != bytes.size()) {
+    return EvtRes_SystemError;
+  }
+  helloIsOut_ = true;
+  return EvtRes_Success;
+}
+
+EvtRes Handshake::await(Deadline& deadline) {
+  int wait = 0;
+  while (deadline.nextWait(wait)) {
+    const auto mailboxInterest = static_cast<short>(helloIsOut_ ? 0 : POLLOUT);
+    std::array<pollfd, 2> ends{pollfd{replyReader().number(), POLLIN, 0},
+                               pollfd{mailbox_.number(), mailboxInterest, 0}};
+    const int ready = system_.poll(ends, wait);
+    if (ready == -EINTR || ready == 0) {
+      continue;
+    }
+    if (ready < 0) {
+      return resultOf(ready);
+    }
+    EvtRes result = EvtRes_Timeout;
+    if (ends[0].revents != 0) {
+      result = readWelcome();
+    } else if ((ends[1].revents & POLLERR) != 0) {
+      result = EvtRes_NoServer;
+    } else if (!helloIsOut_) {
+      result = sendHello();
+      result = result == EvtRes_Success ? EvtRes_Timeout : result;
+    }
+    if (result != EvtRes_Timeout) {
+      return result;
+    }
+  }
+  return EvtRes_Timeout;
+}
+
+EvtRes Handshake::readWelcome() {
+  // Not a byte more: what follows belongs to the connection.
+  const ssize_t got =
+      system_.read(replyReader().number(), std::span(welcome_).subspan(welcomeSize_));
+  if (got == -EAGAIN) {
+    return EvtRes_Timeout;
+  }
+  if (got <= 0) {
+    return got == 0 ? EvtRes_Closed : resultOf(got);
+  }
+  welcomeSize_ += static_cast<std::size_t>(got);
+  return welcomeSize_ < welcome_.size() ? EvtRes_Timeout : judgeWelcome();
+}
+
+EvtRes Handshake::judgeWelcome() const {
+  const auto header = decodeHeader(welcome_.data());
+  if (!header || header->kind != FrameKind::welcome || header->length != 0) {
+    return EvtRes_Protocol;
+  }
+  switch (header->code) {
+    case EvtRes_Success:
+      return EvtRes_Success;
+    case EvtRes_NoDescriptors:
+      return EvtRes_NoDescriptors;
+    default:
+      return EvtRes_Refused;
+  }
+}
+
+ConnectionPipes Handshake::takePipes() {
+  request_.removeName();
+  reply_.removeName();
+  event_.removeName();
+  return {std::move(requestWriter_), reply_.takeReader(), event_.takeReader()};
+}
+
+}  // namespace EvtSrv::internal

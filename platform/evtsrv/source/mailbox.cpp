@@ -1,0 +1,121 @@
+#include "evtsrv/source/mailbox.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "evtsrv/source/access.h"
+#include "evtsrv/source/port_name.h"
+
+namespace EvtSrv::internal {
+
+namespace {
+
+// How often somebody may remove the mailbox between two of our looks at it.
+constexpr int maxAttempts = 16;
+
+}  // namespace
+
+EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_t> group) {
+  if (!isPortName(name)) {
+    return EvtRes_BadName;
+  }
+  system_ = &system;
+  path_ = mailboxPath(name);
+  for (int attempt = 0; attempt < maxAttempts; ++attempt) {
+    EvtRes result = EvtRes_SystemError;
+    if (tryOpen(group, result) == Attempt::done) {
+      if (result != EvtRes_Success) {
+        pipe_.reset();
+      }
+      return result;
+    }
+  }
+  pipe_.reset();
+  return EvtRes_SystemError;
+}
+
+Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
+  const auto failed = [&result](int refusal) {
+    result = resultOf(refusal);
+    return Attempt::done;
+  };
+  const int made = system_->makeFifo(path_, ownMode);
+  if (made < 0 && made != -EEXIST) {
+    return failed(made);
+  }
+  FileDescriptor name;
+  int step = name.adopt(*system_, system_->open(path_, O_PATH));
+  if (step < 0) {
+    return step == -ENOENT ? Attempt::again : failed(step);
+  }
+  struct stat named {};
+  step = system_->status(name.number(), named);
+  if (step < 0) {
+    return failed(step);
+  }
+  if (!isTrusted(*system_, named, group)) {
+    return failed(-EPERM);
+  }
+  step = openPipe(name, named);
+  if (step < 0) {
+    return step == -ENOENT ? Attempt::again : failed(step);
+  }
+  struct stat opened {};
+  step = system_->status(pipe_.number(), opened);
+  if (step < 0) {
+    return failed(step);
+  }
+  if (!isSameFile(named, opened)) {
+    return Attempt::again;
+  }
+  step = system_->lock(pipe_.number());
+  if (step < 0) {
+    result = step == -EWOULDBLOCK ? EvtRes_NameInUse : resultOf(step);
+    return Attempt::done;
+  }
+  if (!nameIsOurs()) {
+    return Attempt::again;
+  }
+  step =
+      setAccess(*system_, name.number(), opened, std::nullopt, group, group ? sharedMode : ownMode);
+  if (step < 0) {
+    remove();
+    return failed(step);
+  }
+  result = EvtRes_Success;
+  return Attempt::done;
+}
+
+int Mailbox::openPipe(const FileDescriptor& name, const struct stat& named) {
+  // Open both ways it never reads an end of file, whoever comes and goes (fifo(7)).
+  constexpr int flags = O_RDWR | O_NONBLOCK;
+  int result = pipe_.adopt(*system_, system_->open(path_, flags));
+  // A strict umask took this user's own access away when the pipe was made.
+  if (result == -EACCES && named.st_uid == system_->effectiveUser()) {
+    result = system_->setMode(name.number(), ownMode);
+    if (result == 0) {
+      result = pipe_.adopt(*system_, system_->open(path_, flags));
+    }
+  }
+  return result;
+}
+
+bool Mailbox::nameIsOurs() {
+  struct stat named {};
+  struct stat opened {};
+  return system_->linkStatus(path_, named) == 0 && system_->status(pipe_.number(), opened) == 0 &&
+         isSameFile(named, opened);
+}
+
+void Mailbox::remove() {
+  if (!pipe_.isOpen()) {
+    return;
+  }
+  if (nameIsOurs()) {
+    static_cast<void>(system_->remove(path_));
+  }
+  pipe_.reset();
+}
+
+}  // namespace EvtSrv::internal

@@ -1,0 +1,140 @@
+#include "evtsrv/source/manager_core.h"
+
+#include <array>
+#include <cerrno>
+#include <mutex>
+#include <span>
+
+namespace EvtSrv::internal {
+
+namespace {
+
+// No registration has this token: its slot would be out of any range.
+constexpr std::uint64_t wakeToken = ~std::uint64_t{0};
+constexpr std::size_t eventsAtOnce = 32;
+
+bool drain(System& system, int event) {
+  std::array<std::uint8_t, sizeof(std::uint64_t)> count{};
+  return system.read(event, count) > 0;
+}
+
+}  // namespace
+
+ManagerCore::ManagerCore(System& system, KSTD::KThreadMutex& clientMutex, bool reconnects)
+    : system_(system),
+      clientMutex_(clientMutex),
+      reactor_(system),
+      reconnects_(reconnects),
+      state_(openAll()) {}
+
+EvtRes ManagerCore::openAll() {
+  int result = reactor_.open();
+  if (result == 0) {
+    result = wakeEvent_.adopt(system_, system_.createEvent());
+  }
+  if (result == 0) {
+    result = idleEvent_.adopt(system_, system_.createEvent());
+  }
+  if (result == 0) {
+    result = system_.changeEpoll(reactor_.descriptor(), EPOLL_CTL_ADD, wakeEvent_.number(), EPOLLIN,
+                                 wakeToken);
+  }
+  if (result < 0) {
+    return resultOf(result);
+  }
+  system_.signalEvent(idleEvent_.number());
+  return EvtRes_Success;
+}
+
+EvtRes ManagerCore::receive(int milliseconds) {
+  if (state_ != EvtRes_Success) {
+    return waitWithout(milliseconds);
+  }
+  Deadline deadline(system_, milliseconds);
+  int wait = 0;
+  while (deadline.nextWait(wait)) {
+    std::array<epoll_event, eventsAtOnce> events;
+    const int count = reactor_.wait(events, wait);
+    if (count == -EINTR || count == 0) {
+      continue;
+    }
+    if (count < 0) {
+      return resultOf(count);
+    }
+    bool woken = false;
+    if (dispatch(events.data(), count, woken)) {
+      return EvtRes_Success;
+    }
+    if (woken) {
+      return EvtRes_Timeout;
+    }
+  }
+  return EvtRes_Timeout;
+}
+
+bool ManagerCore::dispatch(const epoll_event* events, int count, bool& woken) {
+  const std::lock_guard lock(clientMutex_);
+  bool dispatched = false;
+  for (const epoll_event& event : std::span(events, static_cast<std::size_t>(count))) {
+    if (event.data.u64 == wakeToken) {
+      woken = drain(system_, wakeEvent_.number());
+    } else {
+      dispatched = reactor_.dispatch(event) || dispatched;
+    }
+  }
+  return dispatched;
+}
+
+EvtRes ManagerCore::waitWithout(int milliseconds) {
+  // A program that pumps must not spin because its manager cannot work.
+  if (milliseconds > 0) {
+    static_cast<void>(system_.poll({}, milliseconds));
+  }
+  return state_;
+}
+
+EvtRes ManagerCore::finishTerminations(int milliseconds) {
+  if (terminations_.load() == 0) {
+    return EvtRes_Success;
+  }
+  Deadline deadline(system_, milliseconds);
+  int wait = 0;
+  while (deadline.nextWait(wait)) {
+    std::array<pollfd, 2> ends{pollfd{idleEvent_.number(), POLLIN, 0},
+                               pollfd{reactor_.descriptor(), POLLIN, 0}};
+    const int ready = system_.poll(ends, wait);
+    if (ready < 0 && ready != -EINTR) {
+      return resultOf(ready);
+    }
+    if (ready > 0 && ends[0].revents == 0) {
+      const EvtRes received = receive(0);
+      if (received != EvtRes_Success && received != EvtRes_Timeout) {
+        return received;
+      }
+    }
+    if (terminations_.load() == 0) {
+      return EvtRes_Success;
+    }
+  }
+  return EvtRes_Timeout;
+}
+
+void ManagerCore::wake() noexcept {
+  if (wakeEvent_.isOpen()) {
+    system_.signalEvent(wakeEvent_.number());
+  }
+}
+
+void ManagerCore::beginTermination() {
+  if (terminations_.fetch_add(1) == 0) {
+    static_cast<void>(drain(system_, idleEvent_.number()));
+  }
+}
+
+void ManagerCore::endTermination() {
+  if (terminations_.fetch_sub(1) == 1) {
+    system_.signalEvent(idleEvent_.number());
+  }
+}
+
+}  // namespace EvtSrv::internal

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "evtsrv/result.h"
+#include "evtsrv/source/file_descriptor.h"
+#include "evtsrv/source/reactor.h"
+#include "kstd/thread_mutex.h"
+
+namespace EvtSrv::internal {
+
+/// How much one read takes at most: what a pipe holds unless somebody enlarged
+/// it (pipe(7)).
+inline constexpr std::size_t readSize = std::size_t{64} * 1024;
+
+/// What a manager is behind its public face. Tests make one on a system of their
+/// own.
+class ManagerCore {
+ public:
+  /// `system` and `clientMutex` outlive this.
+  ManagerCore(System& system, KSTD::KThreadMutex& clientMutex, bool reconnects);
+  ManagerCore(const ManagerCore&) = delete;
+  ManagerCore& operator=(const ManagerCore&) = delete;
+
+  // For any thread, without the client mutex; see EventPortManager.
+
+  EvtRes receive(int milliseconds);
+  EvtRes finishTerminations(int milliseconds);
+  void wake() noexcept;
+
+  /// `EvtRes_Success`, or why this manager cannot work at all.
+  [[nodiscard]] EvtRes state() const { return state_; }
+  [[nodiscard]] bool reconnects() const { return reconnects_; }
+  [[nodiscard]] System& system() { return system_; }
+  [[nodiscard]] KSTD::KThreadMutex& clientMutex() { return clientMutex_; }
+
+  // With the client mutex held.
+
+  [[nodiscard]] Reactor& reactor() { return reactor_; }
+  /// An unhurried stop has begun; one `endTermination` answers it.
+  void beginTermination();
+  void endTermination();
+
+  /// Where scratch buffers wait between dispatches; see ScratchBuffer.
+  [[nodiscard]] std::vector<std::uint8_t>& readHome() { return readHome_; }
+  [[nodiscard]] std::vector<std::uint8_t>& replyHome() { return replyHome_; }
+  [[nodiscard]] std::vector<std::uint8_t>& eventHome() { return eventHome_; }
+
+ private:
+  EvtRes openAll();
+  EvtRes waitWithout(int milliseconds);
+  bool dispatch(const epoll_event* events, int count, bool& woken);
+
+  System& system_;
+  KSTD::KThreadMutex& clientMutex_;
+  Reactor reactor_;
+  FileDescriptor wakeEvent_;
+  FileDescriptor idleEvent_;  // Readable while no termination is under way.
+  std::atomic<int> terminations_{0};
+  const bool reconnects_;
+  EvtRes state_;
+  std::vector<std::uint8_t> readHome_;
+  std::vector<std::uint8_t> replyHome_;
+  std::vector<std::uint8_t> eventHome_;
+};
+
+}  // namespace EvtSrv::internal

@@ -1,0 +1,233 @@
+#include "evtsrv/source/port_server.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <span>
+#include <utility>
+
+#include "evtsrv/source/access.h"
+#include "evtsrv/source/hello.h"
+#include "evtsrv/source/mailbox.h"
+#include "evtsrv/source/manager_core.h"
+#include "evtsrv/source/private_pipe.h"
+#include "evtsrv/source/scratch_buffer.h"
+#include "evtsrv/source/server_link.h"
+
+namespace EvtSrv::internal {
+
+class PortServer::Impl final : public ReadyHandler,
+                               public LinkOwner,
+                               public std::enable_shared_from_this<PortServer::Impl> {
+ public:
+  Impl(ManagerCore& core, ServedPort& port) : core_(core), port_(&port) {}
+
+  EvtRes start(const std::string& name, std::optional<gid_t> group);
+  void beginStop();
+  void endAll();
+
+  [[nodiscard]] bool stopping() const { return stopping_; }
+  [[nodiscard]] std::size_t connectionCount() const { return links_.size(); }
+
+  bool ready(unsigned role, std::uint32_t events) override;
+  void linkEnded(ServerLink& link) override;
+
+ private:
+  void accept(const Hello& hello);
+  int openEnd(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out);
+  void refuseWithSpare(const Hello& hello);
+  void takeSpare();
+  void endService();
+  void endStopIfDone();
+
+  ManagerCore& core_;
+  ServedPort* port_;  // Null from the owner's end on.
+  std::optional<gid_t> group_;
+  Mailbox mailbox_;
+  Registration onMailbox_;
+  HelloScanner hellos_;
+  FileDescriptor spare_;  // Given up to tell a client that there are no others.
+  std::vector<std::shared_ptr<ServerLink>> links_;
+  bool stopping_ = false;
+};
+
+EvtRes PortServer::Impl::start(const std::string& name, std::optional<gid_t> group) {
+  if (core_.state() != EvtRes_Success) {
+    return core_.state();
+  }
+  if (mailbox_.isOpen() || stopping_) {
+    return EvtRes_Busy;
+  }
+  group_ = group;
+  int result = spare_.adopt(core_.system(), core_.system().createEvent());
+  if (result < 0) {
+    return resultOf(result);
+  }
+  const EvtRes opened = mailbox_.open(core_.system(), name, group);
+  if (opened != EvtRes_Success) {
+    spare_.reset();
+    return opened;
+  }
+  result = core_.reactor().add(mailbox_.descriptor(), EPOLLIN, *this, 0, onMailbox_);
+  if (result < 0) {
+    endService();
+    return resultOf(result);
+  }
+  return EvtRes_Success;
+}
+
+void PortServer::Impl::endService() {
+  onMailbox_.end();
+  mailbox_.remove();
+  spare_.reset();
+  hellos_ = {};
+}
+
+void PortServer::Impl::beginStop() {
+  if (!mailbox_.isOpen()) {
+    return;
+  }
+  endService();
+  stopping_ = true;
+  core_.beginTermination();
+  // Each may end, and leave the list, at once.
+  const auto links = links_;
+  for (const auto& link : links) {
+    link->finish();
+  }
+  endStopIfDone();
+}
+
+void PortServer::Impl::endStopIfDone() {
+  if (stopping_ && links_.empty()) {
+    stopping_ = false;
+    core_.endTermination();
+  }
+}
+
+void PortServer::Impl::endAll() {
+  port_ = nullptr;
+  endService();
+  for (const auto& link : std::exchange(links_, {})) {
+    link->abandon();
+  }
+  endStopIfDone();
+}
+
+void PortServer::Impl::linkEnded(ServerLink& link) {
+  const std::size_t position = link.position;
+  if (position < links_.size() && links_[position].get() == &link) {
+    std::swap(links_[position], links_.back());
+    links_[position]->position = position;
+    links_.pop_back();
+  }
+  endStopIfDone();
+}
+
+bool PortServer::Impl::ready(unsigned /*role*/, std::uint32_t /*events*/) {
+  const auto keep = shared_from_this();
+  {
+    ScratchBuffer scratch(core_.readHome());
+    scratch.bytes().resize(readSize);
+    const ssize_t count = core_.system().read(mailbox_.descriptor(), scratch.bytes());
+    if (count <= 0) {
+      return false;
+    }
+    hellos_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
+  }
+  bool found = false;
+  while (const auto hello = hellos_.next()) {
+    found = true;
+    accept(*hello);
+  }
+  return found;
+}
+
+void PortServer::Impl::accept(const Hello& hello) {
+  if (port_ == nullptr || !mailbox_.isOpen()) {
+    return;
+  }
+  ServerPipes pipes;
+  int result = openEnd(hello, PipePurpose::reply, O_WRONLY, pipes.reply);
+  if (result == -EMFILE || result == -ENFILE) {
+    refuseWithSpare(hello);
+    return;
+  }
+  if (result < 0) {
+    return;
+  }
+  result = openEnd(hello, PipePurpose::event, O_WRONLY, pipes.event);
+  if (result == 0) {
+    result = openEnd(hello, PipePurpose::request, O_RDONLY, pipes.request);
+  }
+  if (result < 0) {
+    ServerLink::refuse(core_.system(), pipes.reply, resultOf(result));
+    return;
+  }
+  const auto link = std::make_shared<ServerLink>(core_, *this, std::move(pipes));
+  link->position = links_.size();
+  links_.push_back(link);
+  if (link->open(*port_) != EvtRes_Success) {
+    link->abandon();
+    linkEnded(*link);
+  }
+}
+
+int PortServer::Impl::openEnd(const Hello& hello, PipePurpose purpose, int access,
+                              FileDescriptor& out) {
+  System& system = core_.system();
+  int result =
+      out.adopt(system, system.open(privatePipePath(hello.token, purpose), access | O_NONBLOCK));
+  struct stat status {};
+  if (result == 0) {
+    result = system.status(out.number(), status);
+  }
+  if (result == 0 && !isTrusted(system, status, group_)) {
+    result = -EPERM;
+  }
+  return result;
+}
+
+void PortServer::Impl::refuseWithSpare(const Hello& hello) {
+  if (!spare_.isOpen()) {
+    takeSpare();
+  }
+  spare_.reset();
+  {
+    FileDescriptor reply;
+    if (openEnd(hello, PipePurpose::reply, O_WRONLY, reply) == 0) {
+      ServerLink::refuse(core_.system(), reply, EvtRes_NoDescriptors);
+    }
+  }
+  takeSpare();
+}
+
+void PortServer::Impl::takeSpare() {
+  // Where somebody was faster, the next refusal tries again.
+  static_cast<void>(spare_.adopt(core_.system(), core_.system().createEvent()));
+}
+
+PortServer::PortServer(ManagerCore& core, ServedPort& port)
+    : impl_(std::make_shared<Impl>(core, port)) {}
+
+PortServer::~PortServer() {
+  impl_->endAll();
+}
+
+EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
+  return impl_->start(name, group);
+}
+
+void PortServer::beginStop() {
+  impl_->beginStop();
+}
+
+bool PortServer::stopping() const {
+  return impl_->stopping();
+}
+
+std::size_t PortServer::connectionCount() const {
+  return impl_->connectionCount();
+}
+
+}  // namespace EvtSrv::internal

@@ -1,0 +1,352 @@
+#include "evtsrv/source/server_link.h"
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <span>
+#include <utility>
+
+#include "evtsrv/source/scratch_buffer.h"
+
+namespace EvtSrv::internal {
+
+namespace {
+
+enum Role : unsigned { requestRole, replyRole, eventRole };
+
+// Errors and hang-ups are told whatever the interest.
+constexpr std::uint32_t nothing = 0;
+constexpr std::uint32_t input = EPOLLIN;
+constexpr std::uint32_t room = EPOLLOUT;
+
+constexpr std::uint16_t startedEvent = 1;
+constexpr std::uint16_t stoppedEvent = 3;
+
+// Up to here a chunk of events goes into the pipe whole or not at all (pipe(7)).
+constexpr std::size_t chunkSize = PIPE_BUF;
+
+std::array<std::uint8_t, FrameHeader::size> bareFrame(FrameKind kind, std::uint16_t code) {
+  FrameHeader header;
+  header.kind = kind;
+  header.code = code;
+  std::array<std::uint8_t, FrameHeader::size> bytes{};
+  encodeHeader(header, bytes.data());
+  return bytes;
+}
+
+bool writeBare(System& system, const FileDescriptor& pipe, FrameKind kind, std::uint16_t code) {
+  const auto bytes = bareFrame(kind, code);
+  return system.write(pipe.number(), bytes) == static_cast<ssize_t>(bytes.size());
+}
+
+void append(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> bytes) {
+  out.insert(out.end(), bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+void ServerLink::Tail::clear() {
+  std::vector<std::uint8_t>().swap(bytes);
+  written = 0;
+}
+
+ServerLink::ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes)
+    : core_(core), owner_(&owner), pipes_(std::move(pipes)) {}
+
+ServerLink::~ServerLink() = default;
+
+EvtRes ServerLink::open(ServedPort& port) {
+  Reactor& reactor = core_.reactor();
+  int result = reactor.add(pipes_.request.number(), input, *this, requestRole, onRequest_);
+  if (result == 0) {
+    result = reactor.add(pipes_.reply.number(), nothing, *this, replyRole, onReply_);
+  }
+  if (result == 0) {
+    result = reactor.add(pipes_.event.number(), nothing, *this, eventRole, onEvent_);
+  }
+  if (result == 0) {
+    pumping_ = true;
+    session_ = port.openSession(*this);
+    pumping_ = false;
+  }
+  if (owner_ == nullptr) {
+    return EvtRes_Closed;
+  }
+  if (session_ == nullptr) {
+    const EvtRes reason = result < 0 ? resultOf(result) : EvtRes_Refused;
+    refuse(core_.system(), pipes_.reply, reason);
+    return reason;
+  }
+  if (!writeBare(core_.system(), pipes_.reply, FrameKind::welcome, EvtRes_Success) ||
+      !writeBare(core_.system(), pipes_.event, FrameKind::event, startedEvent)) {
+    return EvtRes_Closed;
+  }
+  pumpEvents();
+  return EvtRes_Success;
+}
+
+void ServerLink::refuse(System& system, const FileDescriptor& reply, EvtRes reason) {
+  const EvtRes said = reason == EvtRes_NoDescriptors ? EvtRes_NoDescriptors : EvtRes_Refused;
+  // A client that has gone meanwhile needs no answer.
+  static_cast<void>(writeBare(system, reply, FrameKind::welcome, static_cast<std::uint16_t>(said)));
+}
+
+void ServerLink::end() {
+  LinkOwner* owner = std::exchange(owner_, nullptr);
+  abandon();
+  if (owner != nullptr) {
+    owner->linkEnded(*this);
+  }
+}
+
+void ServerLink::abandon() {
+  owner_ = nullptr;
+  onRequest_.end();
+  onReply_.end();
+  onEvent_.end();
+  pipes_ = {};
+  releaseSession();
+}
+
+void ServerLink::releaseSession() {
+  if (!serving_ && !pumping_) {
+    session_.reset();
+  }
+}
+
+void ServerLink::breakOff() {
+  broken_ = true;
+  // A writable or broken pipe brings the dispatch that ends this.
+  static_cast<void>(onEvent_.setInterest(room));
+}
+
+bool ServerLink::ready(unsigned role, std::uint32_t events) {
+  const auto keep = shared_from_this();
+  if (broken_ || (role != requestRole && (events & EPOLLERR) != 0)) {
+    end();
+    return true;
+  }
+  switch (role) {
+    case requestRole:
+      return readRequests(events);
+    case replyRole:
+      writeReply();
+      return true;
+    default:
+      pumpEvents();
+      if (broken_) {
+        end();
+      } else {
+        endIfFinished();
+      }
+      return true;
+  }
+}
+
+bool ServerLink::readRequests(std::uint32_t events) {
+  if (serving_) {
+    return false;
+  }
+  if (!reply_.empty() || finishing_) {
+    // Not asked for: a hang-up, or what was reported before the interest ended.
+    if ((events & (EPOLLHUP | EPOLLERR)) == 0) {
+      return false;
+    }
+    end();
+    return true;
+  }
+  ScratchBuffer scratch(core_.readHome());
+  scratch.bytes().resize(readSize);
+  const ssize_t count = core_.system().read(pipes_.request.number(), scratch.bytes());
+  if (count == -EAGAIN) {
+    return false;
+  }
+  if (count <= 0) {
+    end();
+    return true;
+  }
+  requests_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
+  serveRequests();
+  requests_.keepRest();
+  return true;
+}
+
+void ServerLink::writeReply() {
+  switch (writeTail(pipes_.reply, reply_)) {
+    case Progress::all:
+      reply_.clear();
+      serveRequests();
+      break;
+    case Progress::blocked:
+      break;
+    case Progress::failed:
+      end();
+      break;
+  }
+}
+
+void ServerLink::serveRequests() {
+  while (owner_ != nullptr && reply_.empty() && !broken_ && !finishing_) {
+    Frame request;
+    const FrameReader::Status status = requests_.next(request);
+    if (status == FrameReader::Status::incomplete) {
+      break;
+    }
+    if (status == FrameReader::Status::malformed || request.header.kind != FrameKind::request) {
+      end();
+      return;
+    }
+    answer(request);
+  }
+  if (owner_ == nullptr) {
+    return;
+  }
+  if (broken_ || !setInterests()) {
+    end();
+    return;
+  }
+  endIfFinished();
+}
+
+void ServerLink::answer(const Frame& request) {
+  ScratchBuffer scratch(core_.replyHome());
+  std::vector<std::uint8_t>& bytes = scratch.bytes();
+  bytes.resize(FrameHeader::size);
+  PayloadReader payload(request.payload, request.header.order);
+  FrameHeader header;
+  header.kind = FrameKind::reply;
+  header.sequence = request.header.sequence;
+  serving_ = true;
+  header.code = session_->handle(request.header.code, payload, bytes);
+  serving_ = false;
+  if (owner_ == nullptr) {
+    releaseSession();
+    return;
+  }
+  const std::size_t length = bytes.size() - FrameHeader::size;
+  if (length > maxPayload) {
+    broken_ = true;
+    return;
+  }
+  header.length = static_cast<std::uint32_t>(length);
+  encodeHeader(header, bytes.data());
+  if (write(pipes_.reply, bytes, reply_) == Progress::failed) {
+    broken_ = true;
+    return;
+  }
+  if (std::exchange(eventsWaited_, false)) {
+    pumpEvents();
+  }
+}
+
+ServerLink::Progress ServerLink::write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes,
+                                       Tail& tail) {
+  tail.bytes = std::move(bytes);
+  tail.written = 0;
+  const Progress progress = writeTail(pipe, tail);
+  if (progress != Progress::blocked) {
+    bytes = std::move(tail.bytes);
+    tail.bytes = {};
+  }
+  return progress;
+}
+
+ServerLink::Progress ServerLink::writeTail(const FileDescriptor& pipe, Tail& tail) {
+  while (tail.written < tail.bytes.size()) {
+    const ssize_t count =
+        core_.system().write(pipe.number(), std::span(tail.bytes).subspan(tail.written));
+    if (count == -EAGAIN) {
+      return Progress::blocked;
+    }
+    if (count <= 0) {
+      return Progress::failed;
+    }
+    tail.written += static_cast<std::size_t>(count);
+  }
+  return Progress::all;
+}
+
+bool ServerLink::setInterests() {
+  const auto roomFor = [](const Tail& tail) { return tail.empty() ? nothing : room; };
+  const bool takesRequests = reply_.empty() && !finishing_;
+  return onRequest_.setInterest(takesRequests ? input : nothing) == 0 &&
+         onReply_.setInterest(roomFor(reply_)) == 0 && onEvent_.setInterest(roomFor(events_)) == 0;
+}
+
+void ServerLink::eventsPending() {
+  if (owner_ == nullptr || broken_) {
+    return;
+  }
+  // While a request is served its reply goes first.
+  if (serving_ || pumping_ || session_ == nullptr) {
+    eventsWaited_ = true;
+    return;
+  }
+  if (events_.empty()) {
+    pumpEvents();
+  }
+}
+
+void ServerLink::pumpEvents() {
+  if (owner_ == nullptr || broken_ || pumping_) {
+    return;
+  }
+  ScratchBuffer scratch(core_.eventHome());
+  Progress progress = Progress::all;
+  if (!events_.empty()) {
+    progress = writeTail(pipes_.event, events_);
+    if (progress == Progress::all) {
+      events_.clear();
+    }
+  }
+  while (progress == Progress::all && fillEvents(scratch.bytes())) {
+    progress = write(pipes_.event, scratch.bytes(), events_);
+  }
+  if (owner_ == nullptr) {
+    releaseSession();
+    return;
+  }
+  if (progress == Progress::failed || !setInterests()) {
+    breakOff();
+  }
+}
+
+bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
+  chunk.clear();
+  pumping_ = true;
+  while (chunk.size() < chunkSize && owner_ != nullptr) {
+    const std::size_t start = chunk.size();
+    chunk.resize(start + FrameHeader::size);
+    FrameHeader header;
+    header.kind = FrameKind::event;
+    if (!session_->takeEvent(header.code, chunk)) {
+      chunk.resize(start);
+      break;
+    }
+    header.length = static_cast<std::uint32_t>(chunk.size() - start - FrameHeader::size);
+    encodeHeader(header, chunk.data() + start);
+  }
+  pumping_ = false;
+  if (finishing_ && chunk.empty() && !std::exchange(saidStopped_, true)) {
+    append(chunk, bareFrame(FrameKind::event, stoppedEvent));
+  }
+  return owner_ != nullptr && !chunk.empty();
+}
+
+void ServerLink::finish() {
+  const auto keep = shared_from_this();
+  finishing_ = true;
+  pumpEvents();
+  if (owner_ != nullptr && !broken_ && !setInterests()) {
+    breakOff();
+  }
+  endIfFinished();
+}
+
+void ServerLink::endIfFinished() {
+  if (finishing_ && !serving_ && owner_ != nullptr && reply_.empty() && events_.empty()) {
+    end();
+  }
+}
+
+}  // namespace EvtSrv::internal

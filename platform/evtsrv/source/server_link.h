@@ -1,0 +1,110 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "evtsrv/source/frame_reader.h"
+#include "evtsrv/source/manager_core.h"
+#include "evtsrv/source/port_server.h"
+
+namespace EvtSrv::internal {
+
+class ServerLink;
+
+/// Who keeps the connections of a served port.
+class LinkOwner {
+ public:
+  virtual ~LinkOwner() = default;
+
+  /// `link` has ended; it is forgotten.
+  virtual void linkEnded(ServerLink& link) = 0;
+};
+
+/// The server's ends of a connection's private pipes.
+struct ServerPipes {
+  FileDescriptor request;  ///< for reading
+  FileDescriptor reply;    ///< for writing
+  FileDescriptor event;    ///< for writing
+};
+
+/// One connection of a server, from the client's hello to its end. A fault ends
+/// this connection and nobody else notices. With the client mutex held.
+///
+/// What a client can make it hold is bounded: one request, one reply, and one
+/// chunk of events that did not fit the pipe. While a reply waits for room no
+/// request is read; while events wait for room none is taken from the session.
+class ServerLink final : public ServerConnection,
+                         public ReadyHandler,
+                         public std::enable_shared_from_this<ServerLink> {
+ public:
+  ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes);
+  ~ServerLink() override;
+
+  /// Opens a session of `port`, welcomes the client and posts the started event.
+  /// On any other result than `EvtRes_Success` nothing but what the welcome says
+  /// has happened.
+  EvtRes open(ServedPort& port);
+
+  /// Writes a welcome that refuses, with `reason`, to the client of `reply`.
+  static void refuse(System& system, const FileDescriptor& reply, EvtRes reason);
+
+  /// Ends when everything pending has been written.
+  void finish();
+
+  /// Ends at once, without a word to the owner.
+  void abandon();
+
+  void eventsPending() override;
+  bool ready(unsigned role, std::uint32_t events) override;
+
+  /// Where the owner keeps this.
+  std::size_t position = 0;
+
+ private:
+  enum class Progress { all, blocked, failed };
+
+  /// Bytes that wait for room in a pipe.
+  struct Tail {
+    std::vector<std::uint8_t> bytes;
+    std::size_t written = 0;
+
+    [[nodiscard]] bool empty() const { return bytes.empty(); }
+    void clear();
+  };
+
+  void end();
+  void releaseSession();
+  bool readRequests(std::uint32_t events);
+  void writeReply();
+  void serveRequests();
+  void answer(const Frame& request);
+  void pumpEvents();
+  bool fillEvents(std::vector<std::uint8_t>& chunk);
+  void endIfFinished();
+  void breakOff();
+  Progress write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes, Tail& tail);
+  Progress writeTail(const FileDescriptor& pipe, Tail& tail);
+  [[nodiscard]] bool setInterests();
+
+  ManagerCore& core_;
+  LinkOwner* owner_;  // Null from the end on.
+  ServerPipes pipes_;
+  std::unique_ptr<ServerSession> session_;
+  Registration onRequest_;
+  Registration onReply_;
+  Registration onEvent_;
+
+  FrameReader requests_;
+  Tail reply_;
+  Tail events_;
+  bool serving_ = false;       // The session is at work; it must not be destroyed.
+  bool pumping_ = false;       // Events are being taken from it.
+  bool eventsWaited_ = false;  // They came up meanwhile.
+  bool broken_ = false;        // To end at the next dispatch.
+  bool finishing_ = false;
+  bool saidStopped_ = false;
+};
+
+}  // namespace EvtSrv::internal

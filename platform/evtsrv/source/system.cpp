@@ -1,0 +1,288 @@
+#include "evtsrv/source/system.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <limits>
+#include <memory>
+
+namespace EvtSrv::internal {
+
+namespace {
+
+template <typename Number>
+Number valueOrRefusal(Number value) {
+  return value >= 0 ? value : static_cast<Number>(-errno);
+}
+
+template <typename Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result == -EINTR) {
+    result = call();
+  }
+  return result;
+}
+
+/// Keeps a SIGPIPE that the calling thread raises from reaching it. One that was
+/// pending before stays pending.
+class PipeSignalBlock {
+ public:
+  PipeSignalBlock() {
+    sigemptyset(&pipeSignal_);
+    sigaddset(&pipeSignal_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal_, &before_);
+    // Only where the signal was blocked before can one have been pending.
+    if (sigismember(&before_, SIGPIPE) == 1) {
+      sigset_t pending;
+      sigpending(&pending);
+      wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+    }
+  }
+  ~PipeSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  PipeSignalBlock(const PipeSignalBlock&) = delete;
+  PipeSignalBlock& operator=(const PipeSignalBlock&) = delete;
+
+  void takeRaised() {
+    if (wasPending_) {
+      return;
+    }
+    const timespec noTime{};
+    while (sigtimedwait(&pipeSignal_, nullptr, &noTime) < 0 && errno == EINTR) {
+    }
+  }
+
+ private:
+  sigset_t pipeSignal_{};
+  sigset_t before_{};
+  bool wasPending_ = false;
+};
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { ::closedir(directory); }
+};
+
+}  // namespace
+
+int System::open(const std::string& path, int flags) {
+  return uninterrupted([&] { return openOnce(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW); });
+}
+
+ssize_t System::read(int descriptor, std::span<std::uint8_t> room) {
+  return uninterrupted([&] { return readOnce(descriptor, room); });
+}
+
+ssize_t System::write(int descriptor, std::span<const std::uint8_t> head,
+                      std::span<const std::uint8_t> body) {
+  return uninterrupted([&] { return writeOnce(descriptor, head, body); });
+}
+
+int System::lock(int descriptor) {
+  return uninterrupted([&] { return lockOnce(descriptor); });
+}
+
+int PosixSystem::openOnce(const char* path, int flags) {
+  return valueOrRefusal(::open(path, flags));
+}
+
+void PosixSystem::close(int descriptor) {
+  // Linux gives the number back before anything can go wrong (close(2)).
+  static_cast<void>(::close(descriptor));
+}
+
+ssize_t PosixSystem::readOnce(int descriptor, std::span<std::uint8_t> room) {
+  return valueOrRefusal(::read(descriptor, room.data(), room.size()));
+}
+
+ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> head,
+                               std::span<const std::uint8_t> body) {
+  PipeSignalBlock block;
+  ssize_t result = 0;
+  if (body.empty()) {
+    result = valueOrRefusal(::write(descriptor, head.data(), head.size()));
+  } else {
+    const std::array<iovec, 2> parts{iovec{const_cast<std::uint8_t*>(head.data()), head.size()},
+                                     iovec{const_cast<std::uint8_t*>(body.data()), body.size()}};
+    result = valueOrRefusal(::writev(descriptor, parts.data(), static_cast<int>(parts.size())));
+  }
+  if (result == -EPIPE) {
+    block.takeRaised();
+  }
+  return result;
+}
+
+int PosixSystem::lockOnce(int descriptor) {
+  return valueOrRefusal(::flock(descriptor, LOCK_EX | LOCK_NB));
+}
+
+int PosixSystem::poll(std::span<pollfd> descriptors, int milliseconds) {
+  return valueOrRefusal(::poll(descriptors.data(), descriptors.size(), milliseconds));
+}
+
+int PosixSystem::createEpoll() {
+  return valueOrRefusal(::epoll_create1(EPOLL_CLOEXEC));
+}
+
+int PosixSystem::changeEpoll(int epoll, int operation, int descriptor, std::uint32_t interest,
+                             std::uint64_t token) {
+  epoll_event event{};
+  event.events = interest;
+  event.data.u64 = token;
+  return valueOrRefusal(::epoll_ctl(epoll, operation, descriptor, &event));
+}
+
+int PosixSystem::waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) {
+  return valueOrRefusal(
+      ::epoll_wait(epoll, events.data(), static_cast<int>(events.size()), milliseconds));
+}
+
+int PosixSystem::createEvent() {
+  return valueOrRefusal(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+}
+
+void PosixSystem::signalEvent(int descriptor) noexcept {
+  const int before = errno;
+  const std::uint64_t one = 1;
+  // It fails only where the count is full, and then the event is readable.
+  [[maybe_unused]] const ssize_t written = ::write(descriptor, &one, sizeof one);
+  errno = before;
+}
+
+int PosixSystem::makeFifo(const std::string& path, mode_t mode) {
+  return valueOrRefusal(::mkfifo(path.c_str(), mode));
+}
+
+int PosixSystem::remove(const std::string& path) {
+  return valueOrRefusal(::unlink(path.c_str()));
+}
+
+int PosixSystem::status(int descriptor, struct stat& out) {
+  return valueOrRefusal(::fstat(descriptor, &out));
+}
+
+int PosixSystem::linkStatus(const std::string& path, struct stat& out) {
+  return valueOrRefusal(::lstat(path.c_str(), &out));
+}
+
+int PosixSystem::setMode(int descriptor, mode_t mode) {
+  // fchmod(2) refuses O_PATH descriptors; their link in /proc leads to the file.
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  return valueOrRefusal(::chmod(link.c_str(), mode));
+}
+
+int PosixSystem::setOwner(int descriptor, uid_t user, gid_t group) {
+  return valueOrRefusal(::fchownat(descriptor, "", user, group, AT_EMPTY_PATH));
+}
+
+int PosixSystem::list(const char* directory, std::string_view prefix,
+                      std::vector<std::string>& names) {
+  names.clear();
+  const std::unique_ptr<DIR, CloseDirectory> opened(::opendir(directory));
+  if (opened == nullptr) {
+    return -errno;
+  }
+  errno = 0;
+  while (const dirent* entry = ::readdir(opened.get())) {
+    const std::string_view name = entry->d_name;
+    if (name.substr(0, prefix.size()) == prefix) {
+      names.emplace_back(name);
+    }
+    errno = 0;
+  }
+  return -errno;
+}
+
+int PosixSystem::random(std::span<std::uint8_t> room) {
+  // Up to 256 bytes come whole (getrandom(2)).
+  const auto filled =
+      uninterrupted([&] { return valueOrRefusal(::getrandom(room.data(), room.size(), 0)); });
+  if (filled < 0) {
+    return static_cast<int>(filled);
+  }
+  return static_cast<std::size_t>(filled) == room.size() ? 0 : -EIO;
+}
+
+std::int64_t PosixSystem::nowMs() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+}
+
+uid_t PosixSystem::effectiveUser() {
+  return ::geteuid();
+}
+
+bool PosixSystem::isMember(gid_t group) {
+  if (group == ::getegid()) {
+    return true;
+  }
+  const int count = ::getgroups(0, nullptr);
+  if (count <= 0) {
+    return false;
+  }
+  std::vector<gid_t> groups(static_cast<std::size_t>(count));
+  const int got = ::getgroups(count, groups.data());
+  return got > 0 && std::find(groups.begin(), groups.begin() + got, group) != groups.begin() + got;
+}
+
+System& posixSystem() {
+  static PosixSystem system;
+  return system;
+}
+
+EvtRes resultOf(ssize_t refusal) {
+  switch (-refusal) {
+    case ENOENT:
+    case ENXIO:
+      return EvtRes_NoServer;
+    case EACCES:
+    case EPERM:
+    case ELOOP:
+    case EISDIR:
+    case ENOTDIR:
+      return EvtRes_NotPermitted;
+    case EMFILE:
+    case ENFILE:
+      return EvtRes_NoDescriptors;
+    case EPIPE:
+      return EvtRes_Closed;
+    default:
+      return EvtRes_SystemError;
+  }
+}
+
+Deadline::Deadline(System& system, int milliseconds)
+    : system_(system), limited_(milliseconds >= 0) {
+  if (milliseconds == 0) {
+    end_ = std::numeric_limits<std::int64_t>::min();
+  } else if (limited_) {
+    end_ = system.nowMs() + milliseconds;
+  }
+}
+
+bool Deadline::nextWait(int& wait) {
+  if (!limited_) {
+    wait = -1;
+    return true;
+  }
+  if (over_) {
+    return false;
+  }
+  const bool never = end_ == std::numeric_limits<std::int64_t>::min();
+  wait = never ? 0 : static_cast<int>(std::max<std::int64_t>(end_ - system_.nowMs(), 0));
+  over_ = wait == 0;
+  return true;
+}
+
+}  // namespace EvtSrv::internal
