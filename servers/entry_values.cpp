@@ -1,0 +1,171 @@
+#include "servers/entry_values.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <utility>
+
+namespace modelsrvd {
+
+namespace {
+
+/// A text of the file in a message, shortened where it is long.
+std::string quoted(std::string_view text) {
+  constexpr std::size_t most = 40;
+  return '"' + oneLine(text.substr(0, most)) + (text.size() > most ? "\"…" : "\"");
+}
+
+std::string_view nameOf(EntryType type) {
+  return entryTypeNames[static_cast<std::size_t>(type)];
+}
+
+std::string shown(const Scalar& scalar) {
+  if (const auto* flag = std::get_if<bool>(&scalar)) {
+    return *flag ? "true" : "false";
+  }
+  if (const auto* number = std::get_if<std::int64_t>(&scalar)) {
+    return std::to_string(*number);
+  }
+  if (const auto* number = std::get_if<std::uint64_t>(&scalar)) {
+    return std::to_string(*number);
+  }
+  if (const auto* number = std::get_if<RealNumber>(&scalar)) {
+    return number->text;
+  }
+  if (const auto* text = std::get_if<std::string>(&scalar)) {
+    return quoted(*text);
+  }
+  return "null";
+}
+
+Failure wrongKind(const Scalar& scalar, EntryType type, std::string_view wanted) {
+  return {shown(scalar) + ": " + std::string(nameOf(type)) + " wants " + std::string(wanted)};
+}
+
+Failure outOfRange(const Scalar& scalar, EntryType type) {
+  return {shown(scalar) + ": out of range for " + std::string(nameOf(type))};
+}
+
+/// Whether `number` is a whole one that 64 bits cannot hold.
+bool wholeButHuge(const RealNumber& number) {
+  return number.text.find_first_of(".eE") == std::string::npos;
+}
+
+/// The integers of the file are held signed where they are negative only.
+template <typename T>
+Outcome<EntryValue> toInteger(const Scalar& scalar, EntryType type) {
+  if (const auto* number = std::get_if<std::int64_t>(&scalar)) {
+    if (std::in_range<T>(*number)) {
+      return EntryValue(
+          static_cast<std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>>(
+              *number));
+    }
+    return outOfRange(scalar, type);
+  }
+  if (const auto* number = std::get_if<std::uint64_t>(&scalar)) {
+    if (std::in_range<T>(*number)) {
+      return EntryValue(
+          static_cast<std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>>(
+              *number));
+    }
+    return outOfRange(scalar, type);
+  }
+  if (const auto* number = std::get_if<RealNumber>(&scalar); number && wholeButHuge(*number)) {
+    return outOfRange(scalar, type);
+  }
+  return wrongKind(scalar, type, "a whole number");
+}
+
+std::optional<double> toNumber(const Scalar& scalar) {
+  if (const auto* number = std::get_if<std::int64_t>(&scalar)) {
+    return static_cast<double>(*number);
+  }
+  if (const auto* number = std::get_if<std::uint64_t>(&scalar)) {
+    return static_cast<double>(*number);
+  }
+  if (const auto* number = std::get_if<RealNumber>(&scalar)) {
+    return number->value;
+  }
+  return std::nullopt;
+}
+
+Outcome<EntryValue> toFloating(const Scalar& scalar, EntryType type) {
+  const auto number = toNumber(scalar);
+  if (!number) {
+    return wrongKind(scalar, type, "a number");
+  }
+  if (type == EntryType::float64) {
+    return EntryValue(*number);
+  }
+  constexpr double largest = std::numeric_limits<float>::max();
+  if (*number > largest || *number < -largest) {
+    return outOfRange(scalar, type);
+  }
+  return EntryValue(static_cast<double>(static_cast<float>(*number)));
+}
+
+}  // namespace
+
+std::string_view kindOf(const Scalar& scalar) {
+  switch (scalar.index()) {
+    case 0:
+      return "null";
+    case 1:
+      return "true or false";
+    case 5:
+      return "a text";
+    default:
+      return "a number";
+  }
+}
+
+std::optional<EntryType> findEntryType(std::string_view name) {
+  const auto found = std::find(entryTypeNames.begin() + 1, entryTypeNames.end(), name);
+  if (found == entryTypeNames.end()) {
+    return std::nullopt;
+  }
+  return static_cast<EntryType>(found - entryTypeNames.begin());
+}
+
+Outcome<EntryValue> toEntryValue(const Scalar& scalar, EntryType type) {
+  switch (type) {
+    case EntryType::boolean:
+      if (const auto* flag = std::get_if<bool>(&scalar)) {
+        return EntryValue(*flag);
+      }
+      return wrongKind(scalar, type, "true or false");
+    case EntryType::int8:
+      return toInteger<std::int8_t>(scalar, type);
+    case EntryType::int16:
+      return toInteger<std::int16_t>(scalar, type);
+    case EntryType::int32:
+      return toInteger<std::int32_t>(scalar, type);
+    case EntryType::int64:
+      return toInteger<std::int64_t>(scalar, type);
+    case EntryType::uint8:
+      return toInteger<std::uint8_t>(scalar, type);
+    case EntryType::uint16:
+      return toInteger<std::uint16_t>(scalar, type);
+    case EntryType::uint32:
+      return toInteger<std::uint32_t>(scalar, type);
+    case EntryType::uint64:
+      return toInteger<std::uint64_t>(scalar, type);
+    case EntryType::float32:
+    case EntryType::float64:
+      return toFloating(scalar, type);
+    case EntryType::text:
+    case EntryType::node:
+      break;
+  }
+  const auto* text = std::get_if<std::string>(&scalar);
+  if (text == nullptr) {
+    return wrongKind(scalar, type, "a text");
+  }
+  if (text->size() > ModelSrv::ModelValueText_Max) {
+    return Failure{"a text of " + std::to_string(text->size()) + " bytes, more than " +
+                   std::to_string(ModelSrv::ModelValueText_Max)};
+  }
+  return EntryValue(*text);
+}
+
+}  // namespace modelsrvd
