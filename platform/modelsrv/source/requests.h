@@ -28,7 +28,7 @@ struct Request {
   std::vector<ModelPartId> chain;
   ModelPartIndex index = ModelPartIndex_All;
   bool flag = false;
-  std::string_view text;  ///< not owned: a reader's or a caller's bytes
+  std::string_view text = {};  ///< not owned: a reader's or a caller's bytes
 };
 
 /// Appends the payload of `request`; a chain above `ModelDepth_Max` must not come

@@ -1,0 +1,84 @@
+#include "modelsrv/source/client_subscriptions.h"
+
+#include <optional>
+#include <vector>
+
+namespace {
+
+using namespace ModelSrv;
+using namespace ModelSrv::internal;
+
+using Chain = std::vector<ModelPartId>;
+using Key = ClientSubscriptions::Key;
+
+constexpr ModelPartIndex all = ModelPartIndex_All;
+
+class ClientSubscriptionsTest : public testing::Test {
+ protected:
+  Key add(ModelPart& part, const Chain& chain, ModelPartIndex index = all) {
+    subscriptions_.add({&part, chain, nullptr, index});
+    return subscriptions_.lastOf(part, chain).value_or(0);
+  }
+
+  ModelPart first_;
+  ModelPart second_;
+  ClientSubscriptions subscriptions_;
+};
+
+TEST_F(ClientSubscriptionsTest, FindTheLastOfAPartAndChain) {
+  const Key one = add(first_, {1}, 0);
+  const Key two = add(first_, {1}, 5);
+  const Key three = add(second_, {1});
+  EXPECT_LT(one, two);
+  EXPECT_EQ(subscriptions_.lastOf(first_, {1}), two);
+  EXPECT_EQ(subscriptions_.lastOf(second_, {1}), three);
+  EXPECT_EQ(subscriptions_.lastOf(second_, {1, 2}), std::nullopt);
+  subscriptions_.erase(two);
+  EXPECT_EQ(subscriptions_.lastOf(first_, {1}), one);
+  subscriptions_.erase(one);
+  EXPECT_EQ(subscriptions_.lastOf(first_, {1}), std::nullopt);
+  EXPECT_EQ(subscriptions_.anyOf(first_), std::nullopt);
+  EXPECT_TRUE(subscriptions_.knows({1}));
+  subscriptions_.erase(three);
+  subscriptions_.erase(three);
+  EXPECT_FALSE(subscriptions_.knows({1}));
+}
+
+TEST_F(ClientSubscriptionsTest, NameEachConcernedPartOnce) {
+  const Key element = add(first_, {1}, 3);
+  const Key whole = add(second_, {1});
+  add(second_, {1});
+  add(second_, {2});
+  EXPECT_EQ(subscriptions_.concernedBy({1}, 3), (std::vector<Key>{element, whole}));
+  EXPECT_EQ(subscriptions_.concernedBy({1}, 4), (std::vector<Key>{whole}));
+  EXPECT_EQ(subscriptions_.concernedBy({1}, all), (std::vector<Key>{element, whole}));
+  EXPECT_TRUE(subscriptions_.concernedBy({}, all).empty());
+}
+
+TEST_F(ClientSubscriptionsTest, AreRenewedInTheOrderOfSubscribing) {
+  const Key one = add(first_, {3});
+  const Key two = add(second_, {1});
+  const Key three = add(first_, {2});
+  EXPECT_EQ(subscriptions_.firstLost(), std::nullopt);
+  subscriptions_.markAllLost();
+  EXPECT_EQ(subscriptions_.firstLost(), one);
+  EXPECT_TRUE(subscriptions_.isLost(two));
+  subscriptions_.markRenewed(one);
+  EXPECT_EQ(subscriptions_.firstLost(), two);
+  subscriptions_.erase(two);
+  EXPECT_EQ(subscriptions_.firstLost(), three);
+  subscriptions_.markRenewed(three);
+  EXPECT_EQ(subscriptions_.firstLost(), std::nullopt);
+  EXPECT_FALSE(subscriptions_.isLost(one));
+}
+
+TEST_F(ClientSubscriptionsTest, AreAllForgotten) {
+  add(first_, {3});
+  subscriptions_.clear();
+  EXPECT_FALSE(subscriptions_.knows({3}));
+  EXPECT_EQ(subscriptions_.anyOf(first_), std::nullopt);
+  subscriptions_.markAllLost();
+  EXPECT_EQ(subscriptions_.firstLost(), std::nullopt);
+}
+
+}  // namespace

@@ -1,0 +1,231 @@
+#include "modelsrv/model_node.h"
+
+#include <algorithm>
+#include <memory>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_root.h"
+#include "modelsrv/source/climb.h"
+#include "modelsrv/value_parts.h"
+
+namespace {
+
+using namespace ModelSrv;
+
+class ModelNodeTest : public testing::Test {
+ protected:
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
+  ModelRoot root_{&manager_};
+};
+
+TEST_F(ModelNodeTest, KeepsChildrenInTheOrderOfAdding) {
+  ModelNode node(1);
+  ModelPart five(5);
+  ModelPart three(3);
+  ModelPart nine(9);
+  EXPECT_EQ(node.add(&five), ModelRes_Success);
+  EXPECT_EQ(node.add(&three), ModelRes_Success);
+  EXPECT_EQ(node.add(&nine), ModelRes_Success);
+  EXPECT_EQ(node.children(), (std::vector<ModelPart*>{&five, &three, &nine}));
+  EXPECT_EQ(node.findChild(3), &three);
+  EXPECT_EQ(node.findChild(5), &five);
+  EXPECT_EQ(node.findChild(9), &nine);
+  EXPECT_EQ(node.findChild(4), nullptr);
+  EXPECT_EQ(three.parent(), &node);
+}
+
+TEST_F(ModelNodeTest, RefusesWhatCannotHangThere) {
+  ModelNode node(1);
+  ModelPart child(1);
+  ModelPart twin(1);
+  ModelPart tooLarge(ModelPartId_Max + 1);
+  ModelRoot other(&manager_);
+  EXPECT_EQ(node.add(nullptr), ModelRes_BadArgument);
+  EXPECT_EQ(node.add(&child), ModelRes_Success);
+  EXPECT_EQ(node.add(&child), ModelRes_BadArgument);
+  EXPECT_EQ(root_.add(&child), ModelRes_BadArgument);
+  EXPECT_EQ(node.add(&twin), ModelRes_DuplicateId);
+  EXPECT_EQ(node.add(&tooLarge), ModelRes_BadArgument);
+  EXPECT_EQ(node.add(&other), ModelRes_BadArgument);
+  EXPECT_EQ(node.children(), std::vector<ModelPart*>{&child});
+  EXPECT_EQ(twin.parent(), nullptr);
+}
+
+TEST_F(ModelNodeTest, RefusesANodeUnderItself) {
+  ModelNode top(1);
+  ModelNode middle(1);
+  ModelNode bottom(1);
+  EXPECT_EQ(top.add(&top), ModelRes_BadArgument);
+  ASSERT_EQ(top.add(&middle), ModelRes_Success);
+  ASSERT_EQ(middle.add(&bottom), ModelRes_Success);
+  EXPECT_EQ(bottom.add(&top), ModelRes_BadArgument);
+  EXPECT_EQ(bottom.add(&bottom), ModelRes_BadArgument);
+}
+
+TEST_F(ModelNodeTest, TakesSeveralStandInsAndFindsNone) {
+  ModelPart first;
+  ModelPart second;
+  ModelPart named(4);
+  EXPECT_EQ(root_.add(&first), ModelRes_Success);
+  EXPECT_EQ(root_.add(&named), ModelRes_Success);
+  EXPECT_EQ(root_.add(&second), ModelRes_Success);
+  EXPECT_EQ(root_.findChild(ModelPartId_Void), nullptr);
+  EXPECT_EQ(root_.findChild(4), &named);
+  EXPECT_EQ(root_.remove(&first), ModelRes_Success);
+  EXPECT_EQ(root_.findChild(4), &named);
+  EXPECT_EQ(root_.children(), (std::vector<ModelPart*>{&named, &second}));
+}
+
+TEST_F(ModelNodeTest, RemovesChildrenOnly) {
+  ModelNode node(1);
+  ModelPart child(1);
+  ModelPart stranger(1);
+  ASSERT_EQ(node.add(&child), ModelRes_Success);
+  EXPECT_EQ(node.remove(&stranger), ModelRes_NoSuchPart);
+  EXPECT_EQ(node.remove(nullptr), ModelRes_NoSuchPart);
+  EXPECT_EQ(node.remove(&child), ModelRes_Success);
+  EXPECT_EQ(node.remove(&child), ModelRes_NoSuchPart);
+  EXPECT_EQ(child.parent(), nullptr);
+  EXPECT_EQ(node.add(&stranger), ModelRes_Success);
+  EXPECT_EQ(stranger.parent(), &node);
+}
+
+TEST_F(ModelNodeTest, FindsEveryChildThroughAnyOrderOfAddingAndRemoving) {
+  std::mt19937 random(3);
+  std::vector<std::unique_ptr<ModelPart>> parts;
+  for (ModelPartId id = 0; id < 300; ++id)
+    parts.push_back(std::make_unique<ModelPart>(id));
+  std::vector<std::size_t> order(parts.size());
+  std::iota(order.begin(), order.end(), 0);
+  for (int round = 0; round < 20; ++round) {
+    if (round != 0)
+      std::shuffle(order.begin(), order.end(), random);
+    ModelNode node(1);
+    for (const std::size_t at : order)
+      ASSERT_EQ(node.add(parts[at].get()), ModelRes_Success);
+    std::shuffle(order.begin(), order.end(), random);
+    for (std::size_t i = 0; i < order.size() / 2; ++i)
+      ASSERT_EQ(node.remove(parts[order[i]].get()), ModelRes_Success);
+    for (std::size_t i = 0; i < order.size(); ++i)
+      EXPECT_EQ(node.findChild(static_cast<ModelPartId>(order[i])),
+                i < order.size() / 2 ? nullptr : parts[order[i]].get());
+  }
+}
+
+TEST_F(ModelNodeTest, IsOnlyInATreeWhileARootIsAbove) {
+  ModelNode node(1);
+  ValuePart<int> part(1, "");
+  ASSERT_EQ(node.add(&part), ModelRes_Success);
+  EXPECT_EQ(part.findRoot(), nullptr);
+  ASSERT_EQ(root_.add(&node), ModelRes_Success);
+  EXPECT_EQ(part.findRoot(), &root_);
+  ASSERT_EQ(root_.remove(&node), ModelRes_Success);
+  EXPECT_EQ(part.findRoot(), nullptr);
+  EXPECT_EQ(root_.findRoot(), &root_);
+}
+
+TEST_F(ModelNodeTest, MayBeDestroyedBeforeOrAfterItsChildren) {
+  auto node = std::make_unique<ModelNode>(1);
+  auto below = std::make_unique<ModelNode>(2);
+  auto part = std::make_unique<ValuePart<int>>(3, "");
+  ASSERT_EQ(root_.add(node.get()), ModelRes_Success);
+  ASSERT_EQ(node->add(below.get()), ModelRes_Success);
+  ASSERT_EQ(below->add(part.get()), ModelRes_Success);
+  node.reset();
+  EXPECT_TRUE(root_.children().empty());
+  EXPECT_EQ(below->parent(), nullptr);
+  EXPECT_EQ(part->findRoot(), nullptr);
+  EXPECT_EQ(part->setValue(1), ModelRes_Success);
+  part.reset();
+  EXPECT_TRUE(below->children().empty());
+}
+
+TEST_F(ModelNodeTest, OutlivesItsRoot) {
+  auto root = std::make_unique<ModelRoot>(&manager_);
+  ModelNode node(1);
+  ValuePart<int> part(1, "");
+  ASSERT_EQ(root->add(&node), ModelRes_Success);
+  ASSERT_EQ(node.add(&part), ModelRes_Success);
+  root.reset();
+  EXPECT_EQ(node.parent(), nullptr);
+  EXPECT_EQ(part.setValue(3), ModelRes_Success);
+  EXPECT_EQ(root_.add(&node), ModelRes_Success);
+  EXPECT_EQ(part.findRoot(), &root_);
+}
+
+TEST_F(ModelNodeTest, MayBeTenThousandLevelsDeep) {
+  constexpr std::size_t depth = 10000;
+  std::vector<std::unique_ptr<ModelNode>> nodes;
+  for (std::size_t level = 0; level < depth; ++level) {
+    nodes.push_back(std::make_unique<ModelNode>(1));
+    if (level != 0)
+      ASSERT_EQ(nodes[level]->add(nodes[level - 1].get()), ModelRes_Success);
+  }
+  ASSERT_EQ(root_.add(nodes.back().get()), ModelRes_Success);
+  EXPECT_EQ(nodes.front()->findRoot(), &root_);
+  nodes.pop_back();
+  EXPECT_EQ(nodes.front()->findRoot(), nullptr);
+}
+
+/// Answers for any part, as a client's only part does: each answer eats a level.
+class StandIn : public ModelPart {
+ public:
+  explicit StandIn(ModelRoot& root) : root_(root) {}
+  ModelPartId getId() override {
+    ++idsAsked;
+    if (path.empty())
+      return 0;
+    const ModelPartId id = path.back();
+    path.pop_back();
+    return id;
+  }
+  ModelPart* getParentNode() override {
+    ++parentsAsked;
+    return path.empty() ? static_cast<ModelPart*>(&root_) : this;
+  }
+
+  std::vector<ModelPartId> path;
+  int idsAsked = 0;
+  int parentsAsked = 0;
+
+ private:
+  ModelRoot& root_;
+};
+
+TEST_F(ModelNodeTest, ClimbAsksOnceALevel) {
+  StandIn part(root_);
+  ASSERT_EQ(root_.add(&part), ModelRes_Success);
+  part.path = {4, 0, 65533};
+  std::vector<ModelPartId> chain{9, 9};
+  ModelRoot* met = nullptr;
+  EXPECT_EQ(internal::climb(part, chain, met), ModelRes_Success);
+  EXPECT_EQ(chain, (std::vector<ModelPartId>{4, 0, 65533}));
+  EXPECT_EQ(met, &root_);
+  EXPECT_EQ(part.idsAsked, 3);
+  EXPECT_EQ(part.parentsAsked, 3);
+}
+
+TEST_F(ModelNodeTest, ClimbOfTheRootIsEmptyAndAsksNobody) {
+  std::vector<ModelPartId> chain{9};
+  ModelRoot* met = nullptr;
+  EXPECT_EQ(internal::climb(root_, chain, met), ModelRes_Success);
+  EXPECT_TRUE(chain.empty());
+}
+
+TEST_F(ModelNodeTest, ClimbEndsAtTheDepthLimit) {
+  StandIn part(root_);
+  std::vector<ModelPartId> chain;
+  ModelRoot* met = nullptr;
+  part.path.assign(ModelDepth_Max, 1);
+  EXPECT_EQ(internal::climb(part, chain, met), ModelRes_Success);
+  EXPECT_EQ(chain.size(), ModelDepth_Max);
+  part.path.assign(ModelDepth_Max + 1, 1);
+  EXPECT_EQ(internal::climb(part, chain, met), ModelRes_BadArgument);
+  ModelNode nowhere(1);
+  EXPECT_EQ(internal::climb(nowhere, chain, met), ModelRes_NoSuchPart);
+}
+
+}  // namespace

@@ -1,0 +1,201 @@
+#include "modelsrv/source/session_subscriptions.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_root.h"
+#include "modelsrv/value_parts.h"
+#include "tests/platform/modelsrv/fake_connection.h"
+
+namespace {
+
+using namespace ModelSrv;
+using namespace ModelSrv::internal;
+
+constexpr ModelPartIndex all = ModelPartIndex_All;
+
+using Update = std::pair<const ModelPart*, ModelPartIndex>;
+using Updates = std::vector<Update>;
+
+class SessionSubscriptionsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(root_.add(&speed_), ModelRes_Success);
+    ASSERT_EQ(root_.add(&level_), ModelRes_Success);
+    ASSERT_EQ(root_.add(&gains_), ModelRes_Success);
+  }
+
+  Updates take() {
+    Updates updates;
+    ModelPart* part = nullptr;
+    ModelPartIndex index = 0;
+    while (session_.next(part, index))
+      updates.emplace_back(part, index);
+    EXPECT_EQ(session_.pendingCount(), 0U);
+    return updates;
+  }
+
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
+  ModelRoot root_{&manager_};
+  ValuePart<std::int32_t> speed_{1, "speed"};
+  ValuePart<std::int32_t> level_{2, "level"};
+  ArrayPart<std::int32_t> gains_{3, "gains", {0, 0, 0}};
+  modelsrv_tests::FakeConnection connection_;
+  SessionSubscriptions session_{connection_};
+};
+
+TEST_F(SessionSubscriptionsTest, HearsOnlyOfWhatItSubscribed) {
+  ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  EXPECT_EQ(level_.setValue(1), ModelRes_Success);
+  EXPECT_EQ(take(), Updates{});
+  EXPECT_EQ(connection_.told, 0);
+  EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
+  EXPECT_EQ(connection_.told, 1);
+  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+}
+
+TEST_F(SessionSubscriptionsTest, HearsNothingOfTheSameValue) {
+  ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
+  EXPECT_EQ(speed_.setValue(0), ModelRes_Success);
+  EXPECT_EQ(gains_.setValue(1, 0), ModelRes_Success);
+  EXPECT_EQ(gains_.setValues({0, 0, 0}), ModelRes_Success);
+  EXPECT_EQ(take(), Updates{});
+}
+
+TEST_F(SessionSubscriptionsTest, KeepsOneUpdateOfEachInTheOrderOfFirstChange) {
+  ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  ASSERT_EQ(session_.add(level_, all), ModelRes_Success);
+  ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
+  for (int i = 1; i <= 1000; ++i) {
+    EXPECT_EQ(gains_.setValue(2, i), ModelRes_Success);
+    EXPECT_EQ(level_.setValue(i), ModelRes_Success);
+    EXPECT_EQ(gains_.setValue(0, i), ModelRes_Success);
+    EXPECT_EQ(speed_.setValue(i), ModelRes_Success);
+  }
+  EXPECT_EQ(session_.waiting(), 4U);
+  EXPECT_EQ(connection_.told, 4);
+  EXPECT_EQ(take(), (Updates{{&gains_, 2}, {&level_, all}, {&gains_, 0}, {&speed_, all}}));
+  EXPECT_EQ(level_.setValue(0), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&level_, all}}));
+}
+
+TEST_F(SessionSubscriptionsTest, OfAllHearsOfEveryElement) {
+  ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
+  EXPECT_EQ(gains_.setValue(1, 5), ModelRes_Success);
+  EXPECT_EQ(gains_.setValues({1, 5, 0}), ModelRes_Success);
+  EXPECT_EQ(gains_.setValues({2, 6, 0}), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&gains_, 1}, {&gains_, 0}, {&gains_, all}}));
+}
+
+TEST_F(SessionSubscriptionsTest, OfOneElementHearsOfItAndOfTheWhole) {
+  ASSERT_EQ(session_.add(gains_, 1), ModelRes_Success);
+  EXPECT_EQ(gains_.setValue(0, 5), ModelRes_Success);
+  EXPECT_EQ(take(), Updates{});
+  EXPECT_EQ(gains_.setValue(1, 5), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&gains_, 1}}));
+  EXPECT_EQ(gains_.setValues({6, 6, 6}), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&gains_, all}}));
+}
+
+TEST_F(SessionSubscriptionsTest, ThatWaitForTheWholeAddNoElement) {
+  ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
+  EXPECT_EQ(gains_.setValues({1, 1, 1}), ModelRes_Success);
+  EXPECT_EQ(gains_.setValue(0, 2), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&gains_, all}}));
+  EXPECT_EQ(gains_.setValue(0, 3), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&gains_, 0}}));
+}
+
+TEST_F(SessionSubscriptionsTest, AreCounted) {
+  ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  EXPECT_EQ(session_.count(), 2U);
+  EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&speed_, all}})) << "doubled, but told once";
+  EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);
+  EXPECT_EQ(speed_.setValue(2), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+  EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);
+  EXPECT_EQ(speed_.setValue(3), ModelRes_Success);
+  EXPECT_EQ(take(), Updates{});
+  EXPECT_EQ(session_.take(speed_, all), ModelRes_NotSubscribed);
+  EXPECT_EQ(session_.count(), 0U);
+}
+
+TEST_F(SessionSubscriptionsTest, AreTakenBackByIndex) {
+  ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
+  ASSERT_EQ(session_.add(gains_, 2), ModelRes_Success);
+  EXPECT_EQ(session_.take(gains_, 1), ModelRes_NotSubscribed);
+  EXPECT_EQ(session_.take(gains_, all), ModelRes_Success);
+  EXPECT_EQ(gains_.setValue(0, 1), ModelRes_Success);
+  EXPECT_EQ(gains_.setValue(2, 1), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&gains_, 2}}));
+}
+
+TEST_F(SessionSubscriptionsTest, HaveALimit) {
+  for (std::size_t i = 0; i < maxSubscriptions; ++i)
+    ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  EXPECT_EQ(session_.add(speed_, all), ModelRes_LimitReached);
+  EXPECT_EQ(session_.add(level_, all), ModelRes_LimitReached);
+  EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);
+  EXPECT_EQ(session_.add(level_, all), ModelRes_Success);
+}
+
+TEST_F(SessionSubscriptionsTest, DropWhatWaitsWhenTakenBack) {
+  ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  ASSERT_EQ(session_.add(level_, all), ModelRes_Success);
+  EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
+  EXPECT_EQ(level_.setValue(1), ModelRes_Success);
+  EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);
+  EXPECT_EQ(session_.pendingCount(), 1U);
+  EXPECT_EQ(session_.add(speed_, all), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&level_, all}}));
+  EXPECT_EQ(speed_.setValue(2), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+}
+
+TEST_F(SessionSubscriptionsTest, EndWithTheirPartAndWhatWaitsForIt) {
+  auto node = std::make_unique<ModelNode>(7);
+  auto part = std::make_unique<ValuePart<std::int32_t>>(1, "");
+  ASSERT_EQ(root_.add(node.get()), ModelRes_Success);
+  ASSERT_EQ(node->add(part.get()), ModelRes_Success);
+  ASSERT_EQ(session_.add(*part, all), ModelRes_Success);
+  ASSERT_EQ(session_.add(*part, all), ModelRes_Success);
+  ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  EXPECT_EQ(part->setValue(1), ModelRes_Success);
+  EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
+  node.reset();
+  EXPECT_EQ(session_.count(), 1U);
+  EXPECT_EQ(part->setValue(2), ModelRes_Success);
+  part.reset();
+  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+}
+
+TEST_F(SessionSubscriptionsTest, OfAClientThatTakesNothingStayBounded) {
+  for (int i = 1; i <= 100000; ++i) {
+    ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+    ASSERT_EQ(speed_.setValue(i), ModelRes_Success);
+    ASSERT_LE(session_.waiting(), 200U);
+    ASSERT_EQ(session_.take(speed_, all), ModelRes_Success);
+  }
+  EXPECT_EQ(take(), Updates{});
+}
+
+TEST_F(SessionSubscriptionsTest, OfSeveralClientsAreApart) {
+  modelsrv_tests::FakeConnection otherConnection;
+  auto other = std::make_unique<SessionSubscriptions>(otherConnection);
+  ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  ASSERT_EQ(other->add(speed_, all), ModelRes_Success);
+  EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
+  EXPECT_EQ(otherConnection.told, 1);
+  other.reset();
+  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+  EXPECT_EQ(speed_.setValue(2), ModelRes_Success);
+  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+}
+
+}  // namespace

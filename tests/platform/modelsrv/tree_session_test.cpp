@@ -1,0 +1,210 @@
+#include "modelsrv/source/tree_session.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_root.h"
+#include "modelsrv/source/replies.h"
+#include "modelsrv/value_parts.h"
+#include "tests/platform/modelsrv/fake_connection.h"
+#include "tests/platform/modelsrv/foreign_bytes.h"
+
+namespace {
+
+using namespace ModelSrv;
+using namespace ModelSrv::internal;
+using EvtSrv::internal::nativeOrder;
+using EvtSrv::internal::PayloadReader;
+
+using Bytes = std::vector<std::uint8_t>;
+using Chain = std::vector<ModelPartId>;
+constexpr ModelPartIndex all = ModelPartIndex_All;
+
+class TreeSessionTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(root_.add(&drive_), ModelRes_Success);
+    ASSERT_EQ(drive_.add(&speed_), ModelRes_Success);
+    ASSERT_EQ(drive_.add(&standIn_), ModelRes_Success);
+    ASSERT_EQ(drive_.add(&gains_), ModelRes_Success);
+    ASSERT_EQ(drive_.add(&secret_), ModelRes_Success);
+    secret_.setSubscribable(false);
+  }
+
+  ModelRes ask(const Request& request) {
+    Bytes payload;
+    encodeRequest(request, payload);
+    return askBytes(static_cast<std::uint16_t>(request.operation), payload, nativeOrder);
+  }
+
+  ModelRes askBytes(std::uint16_t operation, const Bytes& payload,
+                    EvtSrv::internal::ByteOrder order) {
+    reply_ = {1, 2};
+    PayloadReader reader(payload, order);
+    const auto result = static_cast<ModelRes>(session_.handle(operation, reader, reply_));
+    EXPECT_EQ((Bytes{reply_[0], reply_[1]}), (Bytes{1, 2})) << "what was there is not touched";
+    reply_.erase(reply_.begin(), reply_.begin() + 2);
+    if (result != ModelRes_Success)
+      EXPECT_TRUE(reply_.empty());
+    return result;
+  }
+
+  [[nodiscard]] PayloadReader reply() const { return PayloadReader(reply_, nativeOrder); }
+  [[nodiscard]] std::string text() const { return std::string(reply().rest()); }
+
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
+  ModelRoot root_{&manager_};
+  ModelNode drive_{3, "drive"};
+  ValuePart<std::int32_t> speed_{9, "speed", 42};
+  ModelPart standIn_;
+  ArrayPart<double> gains_{2, "", {1.5, 0.25}, {"p", "i"}};
+  ValuePart<bool> secret_{5, "secret", false, ModelPartStatus_Protected};
+  modelsrv_tests::FakeConnection connection_;
+  SessionShare share_{root_, {}, {}, {}};
+  TreeSession session_{share_, connection_};
+  Bytes reply_;
+};
+
+TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutStandIns) {
+  Chain ids;
+  ASSERT_EQ(ask({Operation::childIds, {3}}), ModelRes_Success);
+  ASSERT_TRUE(decodeIds(reply(), ids));
+  EXPECT_EQ(ids, (Chain{9, 2, 5}));
+  std::vector<std::string> names;
+  ASSERT_EQ(ask({Operation::childNames, {3}}), ModelRes_Success);
+  ASSERT_TRUE(decodeNames(reply(), names));
+  EXPECT_EQ(names, (std::vector<std::string>{"speed", "", "secret"}));
+  ASSERT_EQ(ask({Operation::childIds, {}}), ModelRes_Success);
+  ASSERT_TRUE(decodeIds(reply(), ids));
+  EXPECT_EQ(ids, Chain{3});
+  ASSERT_EQ(ask({Operation::childIds, {3, 9}}), ModelRes_Success);
+  ASSERT_TRUE(decodeIds(reply(), ids));
+  EXPECT_TRUE(ids.empty());
+}
+
+TEST_F(TreeSessionTest, TellsOfElements) {
+  const struct {
+    Chain chain;
+    std::uint16_t sum;
+    std::vector<std::string> names;
+  } cases[] = {{{3, 2}, 2, {"p", "i"}}, {{3, 9}, 0, {}}, {{3}, 0, {}}, {{}, 0, {}}};
+  for (const auto& c : cases) {
+    std::uint16_t sum = 99;
+    ASSERT_EQ(ask({Operation::elementSum, c.chain}), ModelRes_Success);
+    ASSERT_TRUE(decodeSum(reply(), sum));
+    EXPECT_EQ(sum, c.sum);
+    std::vector<std::string> names{"before"};
+    ASSERT_EQ(ask({Operation::elementNames, c.chain}), ModelRes_Success);
+    ASSERT_TRUE(decodeNames(reply(), names));
+    EXPECT_EQ(names, c.names);
+  }
+}
+
+TEST_F(TreeSessionTest, FindsNoPartWhereTheChainLeadsNowhere) {
+  for (const Chain& chain : {Chain{1}, Chain{3, 1}, Chain{3, 9, 1}, Chain{65535}, Chain{3, 65535},
+                             Chain{65534}, Chain(4096, 3)})
+    for (std::uint16_t operation = 1; operation <= 8; ++operation)
+      EXPECT_EQ(ask({static_cast<Operation>(operation), chain}), ModelRes_NoSuchPart);
+}
+
+TEST_F(TreeSessionTest, SavesAndLoads) {
+  ASSERT_EQ(ask({Operation::save, {3, 9}}), ModelRes_Success);
+  EXPECT_EQ(text(), "42");
+  ASSERT_EQ(ask({Operation::load, {3, 9}, all, false, "-7"}), ModelRes_Success);
+  EXPECT_EQ(text(), "");
+  EXPECT_EQ(speed_.value(), -7);
+  ASSERT_EQ(ask({Operation::save, {3, 2}}), ModelRes_Success);
+  EXPECT_EQ(text(), "1.5\n0.25");
+  ASSERT_EQ(ask({Operation::load, {3, 2}, 1, false, "4"}), ModelRes_Success);
+  ASSERT_EQ(ask({Operation::save, {3, 2}, 1}), ModelRes_Success);
+  EXPECT_EQ(text(), "4");
+}
+
+TEST_F(TreeSessionTest, SaysWhyAStoreOrAReadWasRefused) {
+  EXPECT_EQ(ask({Operation::load, {3, 9}, all, false, "x"}), ModelRes_BadText);
+  EXPECT_EQ(ask({Operation::load, {3, 9}, all, false, "99999999999"}), ModelRes_OutOfRange);
+  EXPECT_EQ(ask({Operation::load, {3, 9}, 0, false, "1"}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(ask({Operation::load, {3, 5}, all, false, "true"}), ModelRes_Protected);
+  EXPECT_EQ(ask({Operation::load, {3, 5}, all, true, "true"}), ModelRes_Success);
+  EXPECT_EQ(ask({Operation::load, {3}, all, false, "1"}), ModelRes_NoValue);
+  EXPECT_EQ(ask({Operation::load, {}, all, false, "1"}), ModelRes_NoValue);
+  EXPECT_EQ(ask({Operation::save, {3}}), ModelRes_NoValue);
+  EXPECT_EQ(ask({Operation::save, {3, 2}, 2}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(ask({Operation::save, {3, 9}, ModelPartIndex_Void}), ModelRes_NoSuchIndex);
+}
+
+TEST_F(TreeSessionTest, RefusesBadRequestsWithAReply) {
+  EXPECT_EQ(askBytes(0, {0, 0}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(askBytes(9, {0, 0}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(askBytes(1, {}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(askBytes(1, {0, 0, 0}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(askBytes(1, {255, 255}, nativeOrder), ModelRes_BadRequest);
+}
+
+TEST_F(TreeSessionTest, AnswersAClientOfTheOtherByteOrder) {
+  modelsrv_tests::ForeignBytes bytes;
+  bytes.u16(2).u16(3).u16(9).u16(all).u8(0).text("258");
+  EXPECT_EQ(askBytes(6, bytes.get(), modelsrv_tests::foreignOrder), ModelRes_Success);
+  EXPECT_EQ(speed_.value(), 258);
+}
+
+TEST_F(TreeSessionTest, SubscribesWhatMayBeSubscribed) {
+  EXPECT_EQ(ask({Operation::subscribe, {3, 5}}), ModelRes_NotSubscribable);
+  EXPECT_EQ(ask({Operation::subscribe, {3, 9}, 0}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(ask({Operation::subscribe, {3, 2}, 2}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(ask({Operation::subscribe, {3, 2}, ModelPartIndex_Void}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(ask({Operation::subscribe, {3, 2}, 1}), ModelRes_Success);
+  EXPECT_EQ(ask({Operation::unsubscribe, {3, 2}}), ModelRes_NotSubscribed);
+  EXPECT_EQ(ask({Operation::unsubscribe, {3, 2}, 1}), ModelRes_Success);
+  EXPECT_EQ(ask({Operation::unsubscribe, {3, 2}, 1}), ModelRes_NotSubscribed);
+}
+
+TEST_F(TreeSessionTest, TellsTheStoringClientTooAndLastOfAllOfTheStop) {
+  ASSERT_EQ(ask({Operation::subscribe, {3, 9}}), ModelRes_Success);
+  ASSERT_EQ(ask({Operation::load, {3, 9}, all, false, "5"}), ModelRes_Success);
+  EXPECT_EQ(connection_.told, 1);
+  session_.announceStop();
+  EXPECT_EQ(connection_.told, 2);
+  std::uint16_t type = 0;
+  Bytes payload{7};
+  ASSERT_TRUE(session_.takeEvent(type, payload));
+  EXPECT_EQ(type, ModelRoot::EvtTyp_Model_Update);
+  EXPECT_EQ(payload.front(), 7);
+  payload.erase(payload.begin());
+  Update update;
+  ASSERT_TRUE(decodeUpdate(PayloadReader(payload, nativeOrder), update));
+  EXPECT_EQ(update.chain, (Chain{3, 9}));
+  EXPECT_EQ(update.index, all);
+  payload.clear();
+  ASSERT_TRUE(session_.takeEvent(type, payload));
+  EXPECT_EQ(type, ModelRoot::EvtTyp_Model_Stopped);
+  EXPECT_TRUE(payload.empty());
+  EXPECT_FALSE(session_.takeEvent(type, payload));
+}
+
+TEST_F(TreeSessionTest, EndsItsSubscriptionsWithItself) {
+  modelsrv_tests::FakeConnection connection;
+  auto session = std::make_unique<TreeSession>(share_, connection);
+  Bytes payload;
+  encodeRequest({Operation::subscribe, {3, 9}}, payload);
+  PayloadReader reader(payload, nativeOrder);
+  Bytes reply;
+  ASSERT_EQ(session->handle(7, reader, reply), ModelRes_Success);
+  EXPECT_EQ(share_.sessions.size(), 2U);
+  session.reset();
+  EXPECT_EQ(share_.sessions.size(), 1U);
+  EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
+  EXPECT_EQ(connection.told, 0);
+}
+
+TEST_F(TreeSessionTest, RefusesToSaveMoreThanTheLimit) {
+  ArrayPart<std::string> texts(8, "", {std::string(ModelValueText_Max, 'x'), "y"});
+  ASSERT_EQ(root_.add(&texts), ModelRes_Success);
+  EXPECT_EQ(ask({Operation::save, {8}}), ModelRes_TooLarge);
+  EXPECT_EQ(ask({Operation::save, {8}, 0}), ModelRes_Success);
+  EXPECT_EQ(reply_.size(), ModelValueText_Max);
+}
+
+}  // namespace
