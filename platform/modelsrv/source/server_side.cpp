@@ -3,18 +3,15 @@
 namespace ModelSrv::internal {
 
 ServerSide::ServerSide(ModelRoot& root)
-    : share_{root, {}, {}, {}}, port_(root.manager()->core(), *this) {}
+    : share_(std::make_shared<SessionShare>(SessionShare{root})),
+      port_(root.manager()->core(), *this) {}
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
   return port_.start(name, options.group);
 }
 
 void ServerSide::beginStop() {
-  if (stopBegun_)
-    return;
   stopBegun_ = true;
-  for (TreeSession* session : share_.sessions)
-    session->announceStop();
   port_.beginStop();
 }
 

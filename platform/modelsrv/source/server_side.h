@@ -17,7 +17,7 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
 
   EvtSrv::EvtRes start(const std::string& name, const ServerOptions& options);
 
-  /// Takes no further client and says good-bye to those that are there.
+  /// Takes no further client; those that are there are told and end.
   void beginStop();
 
   /// Whether a stop has begun and ended.
@@ -28,7 +28,7 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
       EvtSrv::internal::ServerConnection& connection) override;
 
  private:
-  SessionShare share_;
+  std::shared_ptr<SessionShare> share_;
   bool stopBegun_ = false;
   EvtSrv::internal::PortServer port_;  ///< last: its end ends the sessions
 };

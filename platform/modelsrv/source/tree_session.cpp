@@ -1,6 +1,6 @@
 #include "modelsrv/source/tree_session.h"
 
-#include <algorithm>
+#include <utility>
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/part_access.h"
@@ -62,14 +62,9 @@ void trim(std::string& text) {
 
 }  // namespace
 
-TreeSession::TreeSession(SessionShare& share, EvtSrv::internal::ServerConnection& connection)
-    : share_(share), connection_(connection), subscriptions_(connection) {
-  share_.sessions.push_back(this);
-}
-
-TreeSession::~TreeSession() {
-  std::erase(share_.sessions, this);
-}
+TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
+                         EvtSrv::internal::ServerConnection& connection)
+    : share_(std::move(share)), subscriptions_(connection) {}
 
 std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                                   std::vector<std::uint8_t>& reply) {
@@ -82,10 +77,10 @@ std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::Pay
 
 ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
                              std::vector<std::uint8_t>& reply) {
-  Request& request = share_.request;
+  Request& request = share_->request;
   if (!decodeRequest(operation, payload, request))
     return ModelRes_BadRequest;
-  ModelPart* const part = findPart(share_.root, request.chain);
+  ModelPart* const part = findPart(share_->root, request.chain);
   if (part == nullptr)
     return ModelRes_NoSuchPart;
   switch (request.operation) {
@@ -115,7 +110,7 @@ ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadR
 
 ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
                            std::vector<std::uint8_t>& reply) {
-  std::string& text = share_.text;
+  std::string& text = share_->text;
   text.clear();
   ModelRes result = PartAccess::appendText(part, text, index);
   if (result == ModelRes_Success && text.size() > ModelValueText_Max)
@@ -137,21 +132,11 @@ ModelRes TreeSession::subscribe(ModelPart& part, ModelPartIndex index) {
 bool TreeSession::takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) {
   ModelPart* part = nullptr;
   ModelPartIndex index = ModelPartIndex_All;
-  if (subscriptions_.next(part, index)) {
-    type = ModelRoot::EvtTyp_Model_Update;
-    encodeUpdate(*part, index, payload);
-    return true;
-  }
-  if (!stopPending_)
+  if (!subscriptions_.next(part, index))
     return false;
-  stopPending_ = false;
-  type = ModelRoot::EvtTyp_Model_Stopped;
+  type = ModelRoot::EvtTyp_Model_Update;
+  encodeUpdate(*part, index, payload);
   return true;
-}
-
-void TreeSession::announceStop() {
-  stopPending_ = true;
-  connection_.eventsPending();
 }
 
 }  // namespace ModelSrv::internal

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,31 +11,25 @@
 
 namespace ModelSrv::internal {
 
-class TreeSession;
-
 /// What the sessions of one served tree share, so that an idle one holds little
 /// and a request needs no fresh memory.
 struct SessionShare {
   ModelRoot& root;
-  Request request;
-  std::string text;
-  std::vector<TreeSession*> sessions;
+  Request request = {};
+  std::string text = {};
 };
 
 /// Answers one client's requests from the tree and keeps what it subscribed. Runs
 /// with the client mutex held.
 class TreeSession final : public EvtSrv::internal::ServerSession {
  public:
-  /// Both outlive the session.
-  TreeSession(SessionShare& share, EvtSrv::internal::ServerConnection& connection);
-  ~TreeSession() override;
+  /// `connection` outlives the session. The service may not: a session that is
+  /// in the middle of a call ends after it.
+  TreeSession(std::shared_ptr<SessionShare> share, EvtSrv::internal::ServerConnection& connection);
 
   std::uint16_t handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                        std::vector<std::uint8_t>& reply) override;
   bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override;
-
-  /// Tells the client, behind all updates that wait, that the service ends.
-  void announceStop();
 
  private:
   ModelRes answer(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
@@ -42,10 +37,8 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes save(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& reply);
   ModelRes subscribe(ModelPart& part, ModelPartIndex index);
 
-  SessionShare& share_;
-  EvtSrv::internal::ServerConnection& connection_;
+  std::shared_ptr<SessionShare> share_;
   SessionSubscriptions subscriptions_;
-  bool stopPending_ = false;
 };
 
 }  // namespace ModelSrv::internal

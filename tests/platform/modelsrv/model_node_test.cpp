@@ -10,10 +10,12 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/climb.h"
 #include "modelsrv/value_parts.h"
+#include "tests/platform/modelsrv/stand_in.h"
 
 namespace {
 
 using namespace ModelSrv;
+using modelsrv_tests::StandIn;
 
 class ModelNodeTest : public testing::Test {
  protected:
@@ -170,35 +172,10 @@ TEST_F(ModelNodeTest, MayBeTenThousandLevelsDeep) {
   EXPECT_EQ(nodes.front()->findRoot(), nullptr);
 }
 
-/// Answers for any part, as a client's only part does: each answer eats a level.
-class StandIn : public ModelPart {
- public:
-  explicit StandIn(ModelRoot& root) : root_(root) {}
-  ModelPartId getId() override {
-    ++idsAsked;
-    if (path.empty())
-      return 0;
-    const ModelPartId id = path.back();
-    path.pop_back();
-    return id;
-  }
-  ModelPart* getParentNode() override {
-    ++parentsAsked;
-    return path.empty() ? static_cast<ModelPart*>(&root_) : this;
-  }
-
-  std::vector<ModelPartId> path;
-  int idsAsked = 0;
-  int parentsAsked = 0;
-
- private:
-  ModelRoot& root_;
-};
-
 TEST_F(ModelNodeTest, ClimbAsksOnceALevel) {
   StandIn part(root_);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
-  part.path = {4, 0, 65533};
+  part.at({4, 0, 65533});
   std::vector<ModelPartId> chain{9, 9};
   ModelRoot* met = nullptr;
   EXPECT_EQ(internal::climb(part, chain, met), ModelRes_Success);
@@ -219,10 +196,10 @@ TEST_F(ModelNodeTest, ClimbEndsAtTheDepthLimit) {
   StandIn part(root_);
   std::vector<ModelPartId> chain;
   ModelRoot* met = nullptr;
-  part.path.assign(ModelDepth_Max, 1);
+  part.at(std::vector<ModelPartId>(ModelDepth_Max, 1));
   EXPECT_EQ(internal::climb(part, chain, met), ModelRes_Success);
   EXPECT_EQ(chain.size(), ModelDepth_Max);
-  part.path.assign(ModelDepth_Max + 1, 1);
+  part.at(std::vector<ModelPartId>(ModelDepth_Max + 1, 1));
   EXPECT_EQ(internal::climb(part, chain, met), ModelRes_BadArgument);
   ModelNode nowhere(1);
   EXPECT_EQ(internal::climb(nowhere, chain, met), ModelRes_NoSuchPart);

@@ -27,7 +27,7 @@ inline constexpr bool isValueType =
 /// once per element of a whole store, before any is applied). Any result but
 /// `ModelRes_Success` refuses the store and is what the client is told. Called
 /// with the client mutex held, from the dispatching thread; may set any part, and
-/// must not throw, stop the root or destroy the part that it looks after.
+/// must not throw or destroy the part that it looks after.
 template <typename T>
 using StoreCheck = std::function<ModelRes(const T& value, ModelPartIndex index)>;
 

@@ -1,0 +1,113 @@
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/platform/modelsrv/served_tree.h"
+
+namespace {
+
+using namespace ModelSrv;
+using namespace modelsrv_tests;
+
+/// Runs `step` on a thread of its own, again and again while it lives.
+class Repeat {
+ public:
+  explicit Repeat(std::function<void()> step)
+      : thread_([this, step = std::move(step)] {
+          while (running_.load())
+            step();
+        }) {}
+  ~Repeat() {
+    running_ = false;
+    thread_.join();
+  }
+  Repeat(const Repeat&) = delete;
+  Repeat& operator=(const Repeat&) = delete;
+
+ private:
+  std::atomic<bool> running_{true};
+  std::thread thread_;
+};
+
+TEST(ModelThreads, MaySetValuesWhileClientsReadAndComeAndGo) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  std::int32_t first = 0;
+  std::int32_t second = 0;
+  const Repeat speeds([&] { (void)server.speed.setValue(++first); });
+  const Repeat gains([&] {
+    (void)server.gains.setValue(static_cast<ModelPartIndex>(second % 2), second);
+    (void)server.gains.setValues({1.0 * second, 2.0 * second});
+    ++second;
+  });
+  const Repeat reads([&] {
+    (void)server.speed.value();
+    (void)server.gains.values();
+    (void)server.speed.findRoot();
+  });
+  for (int round = 0; round < 20; ++round) {
+    Client client;
+    ASSERT_EQ(client.connect(name), ModelRes_Success);
+    ASSERT_EQ(client.subscribe(speedChain), ModelRes_Success);
+    ASSERT_EQ(client.subscribe(gainsChain), ModelRes_Success);
+    for (int i = 0; i < 20; ++i) {
+      EXPECT_NE(client.text(speedChain), "?");
+      EXPECT_NE(client.text(gainsChain), "?");
+    }
+    ASSERT_TRUE(client.pumpUntil([&] { return client.part.told.size() > 10; }));
+  }
+}
+
+TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsAsk) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  ModelNode node(2, "coming and going");
+  ValuePart<std::int32_t> inside(1, "inside");
+  ASSERT_EQ(node.add(&inside), ModelRes_Success);
+  Client client;
+  ASSERT_EQ(client.connect(name), ModelRes_Success);
+  const Repeat moves([&] {
+    (void)server.root.add(&node);
+    {
+      ValuePart<std::int32_t> brief(3, "brief", 1);
+      (void)server.drive.add(&brief);
+      (void)brief.setValue(2);
+    }
+    (void)server.root.remove(&node);
+  });
+  const Repeat looks([&] { (void)inside.findRoot(); });
+  std::int32_t value = 0;
+  const Repeat sets([&] { (void)server.speed.setValue(++value); });
+  std::string text;
+  for (int i = 0; i < 500; ++i) {
+    const ModelRes result = client.save({2, 1}, text);
+    ASSERT_TRUE(result == ModelRes_Success || result == ModelRes_NoSuchPart) << result;
+    const ModelRes subscribed = client.subscribe({2, 1});
+    ASSERT_TRUE(subscribed == ModelRes_Success || subscribed == ModelRes_NoSuchPart);
+    if (subscribed == ModelRes_Success)
+      EXPECT_EQ(client.unsubscribe({2, 1}), ModelRes_Success);
+    client.pumpAll();
+  }
+}
+
+TEST(ModelThreads, OfAClientMayRequestWhileAnotherTakesEvents) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  Client client;
+  ASSERT_EQ(client.connect(name), ModelRes_Success);
+  ASSERT_EQ(client.subscribe(speedChain), ModelRes_Success);
+  std::atomic<int> events{0};
+  client.root.onEvent = [&] { ++events; };
+  const Pump pump(client.manager);
+  for (int i = 0; i < 500; ++i) {
+    const std::lock_guard lock(client.manager.clientMutex);
+    ASSERT_EQ(client.load(speedChain, std::to_string(i)), ModelRes_Success);
+    ASSERT_EQ(client.text(speedChain), std::to_string(i));
+  }
+  while (events.load() < 2)
+    std::this_thread::yield();
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/platform/modelsrv/served_tree.h"
+
+namespace {
+
+using namespace ModelSrv;
+using namespace modelsrv_tests;
+
+using Updates = std::vector<std::pair<Chain, ModelPartIndex>>;
+
+class ReconnectionTest : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
+
+  void restartServer() {
+    server_.reset();
+    server_ = std::make_unique<Server>(name_);
+  }
+
+  std::string name_ = test_support::uniquePortName();
+  std::unique_ptr<Server> server_ = std::make_unique<Server>(name_);
+  Client client_;
+};
+
+TEST_F(ReconnectionTest, IsTriedByEachRequestAndFailsAtOnceWhileNobodyServes) {
+  EXPECT_EQ(client_.text(speedChain), "42");
+  server_.reset();
+  for (int i = 0; i < 200; ++i) {
+    std::string text;
+    ASSERT_EQ(client_.save(speedChain, text), ModelRes_NotConnected);
+  }
+  server_ = std::make_unique<Server>(name_);
+  EXPECT_EQ(client_.text(speedChain), "42");
+}
+
+TEST_F(ReconnectionTest, RenewsSubscriptions) {
+  int context = 0;
+  ASSERT_EQ(client_.subscribe(speedChain, all, &context), ModelRes_Success);
+  ASSERT_EQ(client_.subscribe(gainsChain, 1), ModelRes_Success);
+  restartServer();
+  EXPECT_EQ(client_.text(speedChain), "42");
+  ASSERT_EQ(server_->gains.setValue(0, 8), ModelRes_Success);
+  ASSERT_EQ(server_->gains.setValue(1, 8), ModelRes_Success);
+  ASSERT_EQ(server_->speed.setValue(8), ModelRes_Success);
+  ASSERT_TRUE(client_.pumpUntil([&] { return client_.part.told.size() == 2; }));
+  EXPECT_EQ(client_.root.updates, (Updates{{gainsChain, 1}, {speedChain, all}}));
+  EXPECT_EQ(client_.part.told, (std::vector<StandIn::Told>{{nullptr, 1}, {&context, all}}));
+}
+
+TEST_F(ReconnectionTest, RenewsDoubledSubscriptionsWithTheirCount) {
+  ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
+  ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
+  restartServer();
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
+  ASSERT_EQ(client_.load(speedChain, "1"), ModelRes_Success);
+  ASSERT_TRUE(client_.pumpUntil([&] { return !client_.root.updates.empty(); }));
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_NotSubscribed);
+}
+
+TEST_F(ReconnectionTest, DropsWhatTheNewServerRefuses) {
+  ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
+  ASSERT_EQ(client_.subscribe(labelChain), ModelRes_Success);
+  ASSERT_EQ(client_.subscribe(gainsChain), ModelRes_Success);
+  restartServer();
+  server_->label.setSubscribable(false);
+  EXPECT_EQ(client_.text(speedChain), "42");
+  EXPECT_EQ(client_.unsubscribe(labelChain), ModelRes_NotSubscribed);
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
+  EXPECT_EQ(client_.unsubscribe(gainsChain), ModelRes_Success);
+}
+
+TEST_F(ReconnectionTest, CancelsWithoutAServer) {
+  ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
+  server_.reset();
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_NotSubscribed);
+  server_ = std::make_unique<Server>(name_);
+  EXPECT_EQ(client_.text(speedChain), "42");
+  ASSERT_EQ(server_->speed.setValue(1), ModelRes_Success);
+  EXPECT_EQ(client_.text(speedChain), "1");
+  client_.pumpAll();
+  EXPECT_EQ(client_.root.updates, Updates{});
+}
+
+TEST_F(ReconnectionTest, IsLeftToTheProgramWhereTheManagerSaysSo) {
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+  ModelRoot root(&manager);
+  StandIn part(root);
+  ASSERT_EQ(root.add(&part), ModelRes_Success);
+  ASSERT_EQ(root.startAsClient(name_, ModelRoot::CachePeriod_Stop, 0), ModelRes_Success);
+  restartServer();
+  std::ostringstream text;
+  EXPECT_EQ(part.at(speedChain).save(text, all), ModelRes_NotConnected);
+  EXPECT_EQ(part.at(speedChain).save(text, all), ModelRes_NotConnected);
+  EXPECT_EQ(root.startAsClient(name_, ModelRoot::CachePeriod_Stop, 0), ModelRes_Success);
+  EXPECT_EQ(part.at(speedChain).save(text, all), ModelRes_Success);
+}
+
+TEST_F(ReconnectionTest, IsNotTriedWithAServerThatHangsAndFurtherRequestsFailAtOnce) {
+  ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
+  server_->pump.reset();
+  std::string text;
+  EXPECT_EQ(client_.save(speedChain, text), ModelRes_Timeout);
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 100; ++i)
+    EXPECT_EQ(client_.save(speedChain, text), ModelRes_Timeout);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Timeout) << "kept: it may still come";
+  server_->pump.emplace(server_->manager);
+  ASSERT_EQ(server_->speed.setValue(77), ModelRes_Success);
+  ASSERT_TRUE(client_.pumpUntil([&] { return !client_.root.updates.empty(); }));
+  EXPECT_EQ(client_.text(speedChain), "77");
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
+}
+
+}  // namespace
