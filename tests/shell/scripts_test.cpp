@@ -1,0 +1,222 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include "tests/shell/recording_shell.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/fed_input.h"
+
+namespace treescope {
+namespace {
+
+using test_support::CapturedOutput;
+using test_support::FedInput;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A file that is removed with this object.
+class ScriptFile {
+ public:
+  explicit ScriptFile(const std::string& contents) {
+    const int descriptor = mkstemp(name_.data());
+    EXPECT_NE(descriptor, -1);
+    EXPECT_EQ(write(descriptor, contents.data(), contents.size()),
+              static_cast<ssize_t>(contents.size()));
+    close(descriptor);
+  }
+  ~ScriptFile() { unlink(name_.c_str()); }
+  ScriptFile(const ScriptFile&) = delete;
+  ScriptFile& operator=(const ScriptFile&) = delete;
+
+  [[nodiscard]] const char* name() const { return name_.c_str(); }
+
+ private:
+  std::string name_ = testing::TempDir() + "script-XXXXXX";
+};
+
+class Scripts : public testing::Test {
+ protected:
+  int runFile(const std::string& contents) {
+    const ScriptFile file(contents);
+    return shell.runCommandFile(file.name());
+  }
+
+  CapturedOutput output;
+  RecordingShell shell;
+};
+
+TEST_F(Scripts, LineRunsItsCommandsUntilOneFails) {
+  EXPECT_EQ(shell.runLine("set 1 /a;get /a;;cd"), 1);
+  EXPECT_EQ(shell.runLine("bad;get /b"), 5);
+  EXPECT_EQ(shell.runLine("exit; ls"), 11);
+  EXPECT_EQ(shell.runLine(""), 1);
+  EXPECT_THAT(shell.calls, ElementsAre("set|0|1|/a", "get|/a", "cd|null", "exit"));
+  EXPECT_EQ(output.take(), "ERROR: OptionError\n");
+}
+
+TEST_F(Scripts, LineGoesOnAfterNothingToReport) {
+  shell.answer = 3;
+  EXPECT_EQ(shell.runLine("get a;get b"), 1);
+  EXPECT_THAT(shell.calls, ElementsAre("get|a", "get|b"));
+}
+
+TEST_F(Scripts, TypedLineKeepsTheBlankBeforeAnEscapedCommand) {
+  EXPECT_EQ(shell.runLine("pwd; $ls"), 5);
+  EXPECT_EQ(output.take(), "/\nERROR: OptionError\n");
+}
+
+TEST_F(Scripts, StringTrimsTheBlankBeforeAnEscapedCommand) {
+  EXPECT_EQ(shell.runCommandString("pwd; $echo yes", 0), 1);
+  EXPECT_EQ(output.take(), "/\nyes\n");
+}
+
+TEST_F(Scripts, StringGivesItsLastResult) {
+  EXPECT_EQ(shell.runCommandString("", 0), 3);
+  EXPECT_EQ(shell.runCommandString("   ", 1), 3);
+  EXPECT_EQ(shell.runCommandString(";", 0), 1);
+  EXPECT_EQ(shell.runCommandString("cd x; ls ;  ", 0), 1);
+  EXPECT_EQ(shell.runCommandString("get -r; ls", 0), 5);
+  EXPECT_EQ(shell.runCommandString("exit; ls", 0), 11);
+  EXPECT_THAT(shell.calls, ElementsAre("cd|x", "ls|0|null", "exit"));
+  EXPECT_EQ(shell.isRunning(), 0);
+}
+
+TEST_F(Scripts, UnquotingRemovesTheOpeningQuoteAlone) {
+  EXPECT_EQ(shell.runCommandString("  \"set 1 /a\"", 1), 1);
+  EXPECT_EQ(shell.runCommandString("\"\"get x", 1), 3);
+  EXPECT_EQ(shell.runCommandString("\"", 1), 3);
+  EXPECT_EQ(shell.runCommandString("\"get\" x", 0), 1);
+  EXPECT_THAT(shell.calls, ElementsAre("set|0|1|/a\"", "get|x"));
+}
+
+TEST_F(Scripts, FileEndsAtAnEmptyLine) {
+  EXPECT_EQ(runFile("set 1 /a\n\nset 2 /b"), 3);
+  EXPECT_EQ(runFile("get a\n   \nget b"), 3);
+  EXPECT_THAT(shell.calls, ElementsAre("set|0|1|/a", "get|a"));
+}
+
+TEST_F(Scripts, FileGivesNothingBehindItsLastLineFeed) {
+  EXPECT_EQ(runFile("get a\nget b\n"), 3);
+  EXPECT_EQ(runFile("get a\nget b"), 1);
+  EXPECT_EQ(runFile(""), 3);
+  EXPECT_THAT(shell.calls, ElementsAre("get|a", "get|b", "get|a", "get|b"));
+}
+
+TEST_F(Scripts, FileStopsAtAFailureOrAnExit) {
+  EXPECT_EQ(runFile("get a\nget -r\nget b"), 5);
+  EXPECT_EQ(runFile("quit\nget b"), 11);
+  EXPECT_EQ(shell.isRunning(), 0);
+  EXPECT_THAT(shell.calls, ElementsAre("get|a", "exit"));
+}
+
+TEST_F(Scripts, FileRunsTheLongestLineWhole) {
+  const std::string text(999 - 4, 'x');
+  EXPECT_EQ(runFile("get " + text + "\nget b"), 1);
+  EXPECT_THAT(shell.calls, ElementsAre("get|" + text, "get|b"));
+}
+
+TEST_F(Scripts, FileCutsALongerLineAndEndsThere) {
+  const std::string start = "get " + std::string(999 - 4, 'x');
+  EXPECT_EQ(runFile(start + std::string(201, 'y') + "\nget b\n"), 3);
+  EXPECT_EQ(runFile(start + ";get hidden\nget b"), 3);
+  EXPECT_THAT(shell.calls, ElementsAre("get|" + start.substr(4), "get|" + start.substr(4)));
+}
+
+TEST_F(Scripts, FileMayHoldAnyBytes) {
+  EXPECT_EQ(runFile(std::string("get a\0b\nget \xff\x1b[A\r", 18)), 1);
+  EXPECT_THAT(shell.calls, ElementsAre("get|a", "get|\xff\x1b[A\r"));
+}
+
+TEST_F(Scripts, MissingFilesAndDirectoriesAreNotOpened) {
+  EXPECT_EQ(shell.runCommandFile("/missing"), 6);
+  EXPECT_EQ(shell.runCommandFile(""), 6);
+  EXPECT_EQ(shell.runCommandFile("/"), 6);
+  EXPECT_EQ(shell.dispatch("cmdfrom /missing"), 6);
+  EXPECT_EQ(output.take(), "ERROR: OpenFileError\n");
+}
+
+TEST_F(Scripts, APipeThatNobodyWritesIsAnEmptyFile) {
+  const std::string name = testing::TempDir() + "pipe-" + std::to_string(getpid());
+  ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+  EXPECT_EQ(shell.runCommandFile(name.c_str()), 3);
+  unlink(name.c_str());
+}
+
+TEST_F(Scripts, FilesRunFiles) {
+  const ScriptFile inner("get inner");
+  EXPECT_EQ(runFile(std::string("cmdfrom ") + inner.name() + "\nget outer"), 1);
+  EXPECT_THAT(shell.calls, ElementsAre("get|inner", "get|outer"));
+}
+
+TEST_F(Scripts, AFileThatRunsItselfEndsAtTheLimitOfNesting) {
+  const std::string name = testing::TempDir() + "self-" + std::to_string(getpid());
+  std::FILE* file = std::fopen(name.c_str(), "we");
+  ASSERT_NE(file, nullptr);
+  std::fprintf(file, "get level\ncmdfrom %s", name.c_str());
+  std::fclose(file);
+  EXPECT_EQ(shell.runCommandFile(name.c_str()), 2);
+  EXPECT_EQ(shell.calls.size(), 64U);
+  EXPECT_EQ(shell.runCommandFile(name.c_str()), 2) << "the count has to be back at the top";
+  EXPECT_EQ(shell.calls.size(), 128U);
+  unlink(name.c_str());
+}
+
+TEST_F(Scripts, StartedProgramsDoNotInheritTheFile) {
+  EXPECT_EQ(runFile("$ls -l /proc/self/fd"), 1);
+  EXPECT_THAT(output.take(), testing::Not(testing::HasSubstr("script-")));
+}
+
+TEST_F(Scripts, BatchModeHasNoHistory) {
+  shell.runCommandString("pwd;history", 0);
+  EXPECT_EQ(output.take(), "/\n");
+}
+
+TEST(Interactive, RunsLinesAndEndsWithTheInput) {
+  FedInput input;
+  const std::string longLine = "get " + std::string(500, 'x');
+  input.feed("pwd\n" + longLine + "\nhistory\n");
+  input.end();
+  CapturedOutput output;
+  std::vector<std::string> calls;
+  {
+    // The editor is joined before the notes are read.
+    struct Shell : RecordingShell {
+      explicit Shell(std::vector<std::string>& out) : RecordingShell(0), out_(out) {}
+      int doExit() override {
+        out_ = calls;
+        return 1;
+      }
+      std::vector<std::string>& out_;
+    } shell(calls);
+    shell.acceptInput();
+    while (shell.isRunning() != 0) {
+      std::this_thread::yield();
+    }
+  }
+  EXPECT_THAT(calls, ElementsAre("get|" + longLine.substr(4)));
+  const std::string at = "\033[39m\033[1G";
+  EXPECT_EQ(output.take(), "[ /]$ " + at + "/\n[ /]$ [ /]$ " + at + "0 pwd\n" + at + "1 " +
+                               longLine + "\n" + at + "2 history\n[ /]$ \n");
+}
+
+TEST(Interactive, EndsWithTheExitCommandThoughInputGoesOn) {
+  FedInput input;
+  input.feed("exit; get x\nget y\n");
+  CapturedOutput output;
+  {
+    RecordingShell shell(0);
+    shell.acceptInput();
+    while (shell.isRunning() != 0) {
+      std::this_thread::yield();
+    }
+  }
+  EXPECT_EQ(output.take(), "[ /]$ ");
+}
+
+}  // namespace
+}  // namespace treescope

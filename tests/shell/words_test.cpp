@@ -1,0 +1,126 @@
+#include "shell/words.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "shell/paths.h"
+
+namespace treescope {
+namespace {
+
+using Words = std::vector<std::string>;
+
+Words wordsOf(const std::string& command) {
+  Words words;
+  splitWords(command.c_str(), words);
+  return words;
+}
+
+Words piecesOf(const char* text) {
+  Words pieces;
+  splitAtSeparator(text, pieces, ';');
+  return pieces;
+}
+
+struct SplitCase {
+  const char* text;
+  Words expected;
+};
+
+TEST(SplitWords, FollowsItsTable) {
+  const std::vector<SplitCase> cases = {
+      {"", {}},
+      {"   ", {}},
+      {"  ls   /a  ", {"ls", "/a"}},
+      {"str \"\" /a", {"str", "", "/a"}},
+      {"str \"a b\" /x", {"str", "a b", "/x"}},
+      {"str \"a b /x", {"str", "\"a", "b", "/x"}},
+      {"\"ab\"cd", {"ab", "cd"}},
+      {"\"ab\" ", {"ab"}},
+      {"\"  ", {"\""}},
+      {"\" \"", {" "}},
+      {"a\"b c\"", {"a\"b", "c\""}},
+      {"\"abc", {"\"abc"}},
+      {"\"a\"\"b\"\"", {"a", "b", "\""}},
+      {"a\tb \t", {"a\tb", "\t"}},
+      {"\xff\x01 \x7f", {"\xff\x01", "\x7f"}},
+  };
+  for (const SplitCase& split : cases) {
+    EXPECT_EQ(wordsOf(split.text), split.expected) << split.text;
+  }
+}
+
+TEST(SplitWords, TakesLinesOfAnyLength) {
+  std::string line;
+  for (int word = 0; word < 100'000; ++word) {
+    line += "\"w\" ";
+  }
+  EXPECT_EQ(wordsOf(line).size(), 100'000U);
+}
+
+TEST(SplitAtSeparator, LeavesEmptyPiecesOutButTheLast) {
+  const std::vector<SplitCase> cases = {
+      {"", {""}},
+      {";", {""}},
+      {"a", {"a"}},
+      {"a;", {"a", ""}},
+      {"a;;b", {"a", "b"}},
+      {";;a", {"a"}},
+      {"\"x;y\"", {"\"x", "y\""}},
+      {" ; ", {" ", " "}},
+  };
+  for (const SplitCase& split : cases) {
+    EXPECT_EQ(piecesOf(split.text), split.expected) << split.text;
+  }
+}
+
+TEST(SplitAtSeparator, TakesAnyNumberOfPieces) {
+  EXPECT_EQ(piecesOf(std::string(1'000'000, ';').c_str()), Words{""});
+}
+
+TEST(Trim, RemovesBlanksOnly) {
+  std::string text = "  \t a \t  ";
+  trimLeft(text);
+  EXPECT_EQ(text, "\t a \t  ");
+  trimRight(text);
+  EXPECT_EQ(text, "\t a \t");
+  for (std::string blanks : {"", "   "}) {
+    std::string right = blanks;
+    trimLeft(blanks);
+    trimRight(right);
+    EXPECT_EQ(blanks, "");
+    EXPECT_EQ(right, "");
+  }
+}
+
+struct PathCase {
+  const char* typed;
+  Words base;
+  const char* expected;
+};
+
+TEST(ResolvePath, FollowsItsTable) {
+  const std::vector<PathCase> cases = {
+      {"a//b", {"s"}, "/b"},    {"/x", {"s"}, "/x"},      {"a/../b", {"s"}, "/s/b"},
+      {"../../x", {"s"}, "/x"}, {"a/", {"s"}, "/s/a"},    {"./a", {"s"}, "/s/./a"},
+      {"/", {"s"}, ""},         {"", {"s", "t"}, "/s/t"}, {"", {}, ""},
+      {"..", {"s", "t"}, "/s"}, {"...", {"s"}, "/s/..."}, {"a//", {"s"}, ""},
+  };
+  for (const PathCase& path : cases) {
+    std::string text = path.typed;
+    resolvePath(text, path.base);
+    EXPECT_EQ(text, path.expected) << path.typed;
+  }
+}
+
+TEST(ResolvePath, TakesPathsOfAnyDepth) {
+  std::string text;
+  for (int level = 0; level < 100'000; ++level) {
+    text += "a/";
+  }
+  resolvePath(text, {});
+  EXPECT_EQ(text.size(), 200'000U);
+}
+
+}  // namespace
+}  // namespace treescope
