@@ -1,3 +1,44 @@
-int main() {
+#include <string>
+
+#include "evtsrv/event_port_manager.h"
+#include "model/tree_scope.h"
+#include "shell/options.h"
+
+using treescope::TreeScope;
+namespace run_mode = treescope::run_mode;
+
+namespace {
+
+void serveTerminal(TreeScope& shell) {
+  shell.acceptInput();
+  while (shell.isRunning() != 0) {
+    shell.step();
+  }
+}
+
+void runShell(EvtSrv::EventPortManager& manager, int mode, const std::string& text) {
+  TreeScope shell(&manager, mode == run_mode::interactive ? 0 : 1);
+  if (mode == run_mode::interactive) {
+    serveTerminal(shell);
+  } else if (mode == run_mode::commandString) {
+    shell.runCommandString(text.c_str(), 0);
+  } else {
+    shell.runCommandFile(text.c_str());
+  }
+  shell.stop(true);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  treescope::forceLoadFlag = false;
+  constexpr unsigned behaviour = EvtSrv::ConBehave_Default & ~EvtSrv::ConBehave_DisableOverNetwork;
+  EvtSrv::EventPortManager manager(behaviour, true);
+  int mode = run_mode::interactive;
+  std::string text;
+  treescope::parseOptions(argc, argv, mode, text);
+  if (mode != run_mode::help) {
+    runShell(manager, mode, text);
+  }
   return 0;
 }
