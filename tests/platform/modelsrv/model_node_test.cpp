@@ -163,8 +163,9 @@ TEST_F(ModelNodeTest, MayBeTenThousandLevelsDeep) {
   std::vector<std::unique_ptr<ModelNode>> nodes;
   for (std::size_t level = 0; level < depth; ++level) {
     nodes.push_back(std::make_unique<ModelNode>(1));
-    if (level != 0)
+    if (level != 0) {
       ASSERT_EQ(nodes[level]->add(nodes[level - 1].get()), ModelRes_Success);
+    }
   }
   ASSERT_EQ(root_.add(nodes.back().get()), ModelRes_Success);
   EXPECT_EQ(nodes.front()->findRoot(), &root_);

@@ -86,8 +86,9 @@ TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsAsk) {
     ASSERT_TRUE(result == ModelRes_Success || result == ModelRes_NoSuchPart) << result;
     const ModelRes subscribed = client.subscribe({2, 1});
     ASSERT_TRUE(subscribed == ModelRes_Success || subscribed == ModelRes_NoSuchPart);
-    if (subscribed == ModelRes_Success)
+    if (subscribed == ModelRes_Success) {
       EXPECT_EQ(client.unsubscribe({2, 1}), ModelRes_Success);
+    }
     client.pumpAll();
   }
 }

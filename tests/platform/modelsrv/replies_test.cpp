@@ -237,8 +237,9 @@ TEST(UpdateHolder, BeginsWithTheByteOrderAndIsReadBehindIt) {
     EXPECT_EQ(holder.size(), 7U);
     EXPECT_EQ(holder.bytes()[0] == 1, c.order == ByteOrder::mostFirst);
     const std::size_t offset = holder.getCurrentOffset(2);
-    if (holder.bytes()[0] == 1)
+    if (holder.bytes()[0] == 1) {
       EXPECT_EQ(holder.bytes()[offset] * 256 + holder.bytes()[offset + 1], 258);
+    }
     Update update;
     ASSERT_TRUE(readUpdate(holder, update)) << "wherever the position is";
     EXPECT_EQ(update.chain, Ids{258});

@@ -46,8 +46,9 @@ class TreeSessionTest : public testing::Test {
     const auto result = static_cast<ModelRes>(session_.handle(operation, reader, reply_));
     EXPECT_EQ((Bytes{reply_[0], reply_[1]}), (Bytes{1, 2})) << "what was there is not touched";
     reply_.erase(reply_.begin(), reply_.begin() + 2);
-    if (result != ModelRes_Success)
+    if (result != ModelRes_Success) {
       EXPECT_TRUE(reply_.empty());
+    }
     return result;
   }
 
