@@ -1,0 +1,141 @@
+#include "model/discovery.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace treescope {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+class Discovery : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = testing::TempDir() + "discovery_XXXXXX";
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    directory_ = pattern;
+  }
+
+  void TearDown() override { std::filesystem::remove_all(directory_); }
+
+  void makePipe(const std::string& name) const {
+    ASSERT_EQ(mkfifo((directory_ + "/" + name).c_str(), 0600), 0) << name;
+  }
+
+  void makeFile(const std::string& name) const {
+    ASSERT_TRUE(std::ofstream(directory_ + "/" + name)) << name;
+  }
+
+  [[nodiscard]] std::vector<std::string> offered() const {
+    std::vector<std::string> names;
+    for (const char* key : serverKeys) {
+      EXPECT_EQ(collectServerNames(names, directory_.c_str(), key), 1);
+    }
+    return names;
+  }
+
+  [[nodiscard]] std::vector<std::string> listed() const {
+    std::vector<std::string> names;
+    for (const char* key : serverKeys) {
+      EXPECT_EQ(collectListedServerNames(names, directory_.c_str(), key), 1);
+    }
+    return names;
+  }
+
+  std::string directory_;
+};
+
+TEST_F(Discovery, OffersAServerOnceForEachOfItsPipes) {
+  makePipe("Model_a.fifo");
+  makePipe("Model_a.efifo");
+  std::vector<std::string> names;
+  EXPECT_EQ(collectServerNames(names, directory_.c_str(), "modelsrv"), 1);
+  EXPECT_THAT(names, IsEmpty());
+  EXPECT_EQ(collectServerNames(names, directory_.c_str(), "Model"), 1);
+  EXPECT_THAT(names, ElementsAre("Model_a", "Model_a"));
+  EXPECT_THAT(listed(), ElementsAre("Model_a", "Model_a"));
+}
+
+TEST_F(Discovery, PassesOverWhatIsNoPipeOfAServer) {
+  makePipe("Model_b");
+  makePipe("Model_c.FIFO");
+  makePipe("Model_d.fifo.old");
+  makePipe("other.fifo");
+  std::filesystem::create_directory(directory_ + "/Model_e.fifo");
+  std::filesystem::create_symlink("nowhere", directory_ + "/Model_f.fifo");
+  EXPECT_THAT(offered(), IsEmpty());
+  EXPECT_THAT(listed(), IsEmpty());
+}
+
+TEST_F(Discovery, TakesFilesOfEveryKindButDirectories) {
+  makeFile("Model_file.fifo");
+  makePipe("Model_pipe.efifo");
+  EXPECT_THAT(offered(), UnorderedElementsAre("Model_file", "Model_pipe"));
+}
+
+TEST_F(Discovery, ListsFewerNamesThanItOffers) {
+  makePipe("x.Model.fifo");
+  makePipe("modelsrv1.fifo");
+  makePipe("xmodelsrvy.fifo");
+  makePipe("aModel_b.fifo");
+  EXPECT_THAT(offered(), UnorderedElementsAre("x.Model", "modelsrv1", "xmodelsrvy", "aModel_b"));
+  EXPECT_THAT(listed(), ElementsAre("x.Model"));
+}
+
+TEST_F(Discovery, ReportsANameWithBothKeysTwice) {
+  makePipe("Model_modelsrv.fifo");
+  EXPECT_THAT(offered(), ElementsAre("Model_modelsrv", "Model_modelsrv"));
+  EXPECT_THAT(listed(), ElementsAre("Model_modelsrv", "Model_modelsrv"));
+}
+
+TEST_F(Discovery, CutsTheExtensionAlone) {
+  makePipe("Model_a.b.fifo");
+  makePipe("Model_.efifo");
+  EXPECT_THAT(offered(), UnorderedElementsAre("Model_a.b", "Model_"));
+}
+
+TEST_F(Discovery, TakesEveryServerWithoutAKey) {
+  makePipe("any.fifo");
+  makePipe(".fifo");
+  std::vector<std::string> names;
+  EXPECT_EQ(collectServerNames(names, directory_.c_str(), nullptr), 1);
+  EXPECT_THAT(names, UnorderedElementsAre("any", ""));
+}
+
+TEST_F(Discovery, KeepsNamesOfAnyBytes) {
+  makePipe("Model_\x1b[2J\n\xff.fifo");
+  EXPECT_THAT(listed(), ElementsAre("Model_\x1b[2J\n\xff"));
+}
+
+TEST_F(Discovery, LeavesTheListAloneWhereTheDirectoryCannotBeOpened) {
+  std::vector<std::string> names{"kept"};
+  const std::string missing = directory_ + "/missing";
+  EXPECT_EQ(collectServerNames(names, missing.c_str(), "Model"), 0);
+  EXPECT_EQ(collectListedServerNames(names, missing.c_str(), "Model"), 0);
+  EXPECT_THAT(names, ElementsAre("kept"));
+}
+
+TEST_F(Discovery, AppendsToWhatIsThere) {
+  makePipe("Model_a.fifo");
+  std::vector<std::string> names{"first"};
+  EXPECT_EQ(collectServerNames(names, directory_.c_str(), "Model"), 1);
+  EXPECT_THAT(names, ElementsAre("first", "Model_a"));
+}
+
+TEST(IsListedServerName, LooksAtTheBeginningOrTheLastEnding) {
+  for (const char* name : {"Model_", "Model_a", "x.Model", ".Model", "a.b.Model", "Model_.x"}) {
+    EXPECT_TRUE(isListedServerName(name)) << name;
+  }
+  for (const char* name : {"", "Model", "Model.x", "xModel_a", "model_a", "x.model", "x.Model.y",
+                           "xModel", "Model-a"}) {
+    EXPECT_FALSE(isListedServerName(name)) << name;
+  }
+}
+
+}  // namespace
+}  // namespace treescope

@@ -1,0 +1,58 @@
+#include "tests/model/rig_server.h"
+
+#include <gmock/gmock.h>
+
+namespace treescope::test {
+
+RigServer::RigServer(const std::string& name) {
+  const auto hang = [](ModelSrv::ModelNode& node, std::initializer_list<ModelSrv::ModelPart*> all) {
+    for (ModelSrv::ModelPart* part : all) {
+      EXPECT_EQ(node.add(part), ModelSrv::ModelRes_Success) << part->name();
+    }
+  };
+  hang(inner_, {&deep});
+  hang(drive_, {&speed, &label, &gains, &raw, &serial, &offset, &secret, &limited, &unnamed,
+                &speedAgain, &inner_});
+  hang(unnamedNode_, {&x});
+  hang(root_, {&drive_, &empty_, &unnamedNode_, &odd, &top});
+  secret.setSubscribable(false);
+  limited.setStoreCheck([](const std::int32_t& value, ModelSrv::ModelPartIndex) {
+    return value > 10 ? ModelSrv::ModelRes_Vetoed : ModelSrv::ModelRes_Success;
+  });
+  EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success) << name;
+  thread_ = std::thread([this] { serve(); });
+}
+
+RigServer::~RigServer() {
+  end();
+}
+
+std::string RigServer::oddName() {
+  return "\xff od[d\x1b[1m\n";
+}
+
+void RigServer::serve() {
+  while (!ending_) {
+    static_cast<void>(manager_.receiveEvent(-1));
+  }
+}
+
+void RigServer::hang() {
+  manager_.clientMutex.lock();
+}
+
+void RigServer::resume() {
+  manager_.clientMutex.unlock();
+}
+
+void RigServer::end() {
+  if (!thread_.joinable()) {
+    return;
+  }
+  ending_ = true;
+  manager_.wake();
+  thread_.join();
+  root_.stop(true);
+}
+
+}  // namespace treescope::test

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_root.h"
+#include "modelsrv/value_parts.h"
+
+namespace treescope::test {
+
+/// A model server in the test's process, on a thread and a manager of its own,
+/// whose tree has a part of every kind:
+///
+///     /drive/speed       1.1   int32 42
+///     /drive/label       1.2   text "two words"
+///     /drive/gains       1.3   double array p 1.5, i 0.25
+///     /drive/raw         1.4   uint8 array 1 2 3, without element names
+///     /drive/serial      1.5   text "A-17", read-only
+///     /drive/offset      1.6   float 0, protected
+///     /drive/secret      1.7   bool, refuses subscriptions
+///     /drive/limited     1.8   int32 1, whose check refuses what is above 10
+///     /drive/<unnamed>   1.12  uint16 7
+///     /drive/speed       1.13  int32 99, the second of that name
+///     /drive/inner/deep  1.14.1  int32 5
+///     /empty             2     a node without children
+///     /<unnamed>/x       3.1   int32 3
+///     /odd               4     text, with a name of unusual bytes
+///     /top               5     text "line\nbreak"
+class RigServer {
+ public:
+  /// Serves at once; `name` must be free.
+  explicit RigServer(const std::string& name);
+
+  /// Ends the service at once, if it still runs.
+  ~RigServer();
+
+  /// What the part `/odd` is called.
+  static std::string oddName();
+
+  /// Lets nothing be answered until `resume`, which the same thread calls.
+  void hang();
+  void resume();
+
+  /// Ends the service at once: what a client has is gone.
+  void end();
+
+  ModelSrv::ModelNode& drive() { return drive_; }
+
+  ModelSrv::ValuePart<std::int32_t> speed{1, "speed", 42};
+  ModelSrv::ValuePart<std::string> label{2, "label", "two words"};
+  ModelSrv::ArrayPart<double> gains{3, "gains", {1.5, 0.25}, {"p", "i"}};
+  ModelSrv::ArrayPart<std::uint8_t> raw{4, "raw", {1, 2, 3}};
+  ModelSrv::ValuePart<std::string> serial{5, "serial", "A-17", ModelSrv::ModelPartStatus_ReadOnly};
+  ModelSrv::ValuePart<float> offset{6, "offset", 0, ModelSrv::ModelPartStatus_Protected};
+  ModelSrv::ValuePart<bool> secret{7, "secret", false};
+  ModelSrv::ValuePart<std::int32_t> limited{8, "limited", 1};
+  ModelSrv::ValuePart<std::uint16_t> unnamed{12, "", 7};
+  ModelSrv::ValuePart<std::int32_t> speedAgain{13, "speed", 99};
+  ModelSrv::ValuePart<std::int32_t> deep{1, "deep", 5};
+  ModelSrv::ValuePart<std::int32_t> x{1, "x", 3};
+  ModelSrv::ValuePart<std::string> odd{4, oddName(), "odd value"};
+  ModelSrv::ValuePart<std::string> top{5, "top", "line\nbreak"};
+
+ private:
+  void serve();
+
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Void, false};
+  ModelSrv::ModelNode inner_{14, "inner"};
+  ModelSrv::ModelNode drive_{1, "drive"};
+  ModelSrv::ModelNode empty_{2, "empty"};
+  ModelSrv::ModelNode unnamedNode_{3, ""};
+  ModelSrv::ModelRoot root_{&manager_};
+  std::atomic<bool> ending_{false};
+  std::thread thread_;
+};
+
+}  // namespace treescope::test
