@@ -1,0 +1,98 @@
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "tests/support/process.h"
+#include "tests/support/programs.h"
+
+// What "cmake --install" puts down is whole, and a shell can be built against it.
+
+namespace {
+
+namespace fs = std::filesystem;
+using test_support::ExitStatus;
+using test_support::Finished;
+using test_support::run;
+using testing::HasSubstr;
+
+constexpr std::chrono::milliseconds buildLimit{600000};
+
+class Install : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    std::string pattern = (fs::temp_directory_path() / "treescope-install-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    directory() = pattern;
+    const Finished result =
+        run({"cmake", "--install", test_support::buildDirectory(), "--prefix", prefix()});
+    ASSERT_EQ(result.status, (ExitStatus{0, 0})) << result.output << result.errors;
+  }
+  static void TearDownTestSuite() { fs::remove_all(directory()); }
+
+  static fs::path& directory() {
+    static fs::path path;
+    return path;
+  }
+  static std::string prefix() { return directory() / "prefix"; }
+
+  static std::string dynamicSection(const std::string& file) {
+    const Finished result = run({"readelf", "-d", "-W", prefix() + file});
+    EXPECT_EQ(result.status, (ExitStatus{0, 0})) << result.errors;
+    return result.output;
+  }
+};
+
+TEST_F(Install, ProgramsFindTheLibrariesBesideThem) {
+  // Nothing of the test's environment may lead to the build tree.
+  test_support::ProcessOptions bare;
+  bare.environment.emplace();
+  bare.directory = "/";
+  const Finished shell = run({prefix() + "/bin/treescope", "-h"}, {}, bare);
+  EXPECT_EQ(shell.status, (ExitStatus{0, 0}));
+  EXPECT_EQ(shell.output + shell.errors, "");
+  const Finished server = run({prefix() + "/bin/modelsrvd", "--version"}, {}, bare);
+  EXPECT_EQ(server.status, (ExitStatus{0, 0})) << server.errors;
+  for (const char* const program : {"/bin/treescope", "/bin/modelsrvd"}) {
+    EXPECT_THAT(dynamicSection(program), HasSubstr("runpath: [$ORIGIN/../lib"));
+    EXPECT_THAT(dynamicSection(program), HasSubstr("[libkrvsyssrv.so.4]"));
+  }
+}
+
+TEST_F(Install, LibrariesCarryTheirSonames) {
+  EXPECT_THAT(dynamicSection("/lib/libkrvkstd.so.0"), HasSubstr("soname: [libkrvkstd.so.0]"));
+  EXPECT_THAT(dynamicSection("/lib/libkrvsyssrv.so.4"), HasSubstr("soname: [libkrvsyssrv.so.4]"));
+  EXPECT_THAT(dynamicSection("/lib/libkrvsyssrv.so.4"), HasSubstr("runpath: [$ORIGIN]"));
+}
+
+TEST_F(Install, HoldsEveryPublicHeaderAndNoInternalOne) {
+  for (const char* const part : {"kstd", "utilsrv", "evtsrv", "modelsrv"}) {
+    const fs::path here =
+        fs::path(test_support::sourceDirectory()) / "platform" / part / "include" / part;
+    for (const auto& entry : fs::directory_iterator(here)) {
+      EXPECT_TRUE(
+          fs::exists(fs::path(prefix()) / "include/treescope" / part / entry.path().filename()))
+          << entry.path();
+    }
+    EXPECT_FALSE(fs::exists(fs::path(prefix()) / "include/treescope" / part / "source"));
+  }
+}
+
+TEST_F(Install, AShellCanBeBuiltAgainstIt) {
+  const std::string build = directory() / "build";
+  const Finished configured =
+      run({"cmake", "-G", "Ninja", "-S", test_support::sourceDirectory(), "-B", build,
+           "-DTREESCOPE_PLATFORM=" + prefix(), "-DTREESCOPE_BUILD_TESTS=OFF"},
+          {}, {}, buildLimit);
+  ASSERT_EQ(configured.status, (ExitStatus{0, 0})) << configured.output << configured.errors;
+  const Finished built =
+      run({"cmake", "--build", build, "--target", "treescope"}, {}, {}, buildLimit);
+  ASSERT_EQ(built.status, (ExitStatus{0, 0})) << built.output << built.errors;
+  EXPECT_FALSE(fs::exists(build + "/lib/libkrvsyssrv.so.4"));
+  const Finished shell = run({build + "/bin/treescope", "-c", "pwd"});
+  EXPECT_EQ(shell.status, (ExitStatus{0, 0}));
+  EXPECT_EQ(shell.errors, "");
+}
+
+}  // namespace
