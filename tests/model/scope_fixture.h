@@ -9,6 +9,7 @@
 #include "evtsrv/event_port_manager.h"
 #include "model/tree_scope.h"
 #include "tests/model/rig_server.h"
+#include "tests/support/captured_output.h"
 #include "tests/support/port_name.h"
 
 namespace treescope::test {

@@ -108,10 +108,10 @@ TEST_F(Update, ReachesTheShellThroughItsPort) {
   EvtSrv::MemoryHolder data({1, 0, 1, 0xff, 0xff}, 1);
   EvtSrv::MemoryHolder reply;
   EvtSrv::EventPort& port = scope_;
-  testing::internal::CaptureStdout();
+  test_support::CapturedOutput captured;
   EXPECT_EQ(port.receive("x", ModelSrv::ModelRoot::EvtTyp_Model_Update, &data, &reply),
             EvtSrv::EvtRes_Success);
-  EXPECT_EQ(testing::internal::GetCapturedStdout().substr(0, 7), "/drive\n");
+  EXPECT_EQ(captured.take().substr(0, 7), "/drive\n");
 }
 
 }  // namespace
