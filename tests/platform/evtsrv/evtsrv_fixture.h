@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -33,8 +35,11 @@ namespace EvtSrv::internal {
 inline std::string uniquePort() {
   static std::atomic<int> count{0};
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-  return "EvtTest_" + std::to_string(::getpid()) + "_" + (test == nullptr ? "" : test->name()) +
-         "_" + std::to_string(++count);
+  std::string name = "EvtTest_" + std::to_string(::getpid()) + "_" +
+                     (test == nullptr ? "" : test->name()) + "_" + std::to_string(++count);
+  // Tests that run for several values have a slash in their names.
+  std::replace(name.begin(), name.end(), '/', '_');
+  return name;
 }
 
 inline std::size_t openDescriptors() {
@@ -51,6 +56,15 @@ inline std::size_t privatePipes() {
     count += entry.path().filename().string().rfind(".krv-", 0) == 0 ? 1 : 0;
   }
   return count;
+}
+
+/// Forks; the child ends with its parent.
+inline pid_t forkChild() {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  }
+  return child;
 }
 
 /// A system whose time moves only by waiting in vain, and in which single calls
@@ -78,7 +92,11 @@ class TestSystem : public PosixSystem {
     if (!frozen_ || milliseconds <= 0) {
       return PosixSystem::poll(ends, milliseconds);
     }
-    const int ready = PosixSystem::poll(ends, 0);
+    int ready = PosixSystem::poll(ends, 0);
+    if (ready == 0 && whileWaiting) {
+      whileWaiting();
+      ready = PosixSystem::poll(ends, 0);
+    }
     if (ready == 0) {
       offset_ += milliseconds;
     }
@@ -119,6 +137,9 @@ class TestSystem : public PosixSystem {
   int random(std::span<std::uint8_t> room) override {
     return refused("random", [&] { return PosixSystem::random(room); });
   }
+
+  /// What the peer does while this side waits in frozen time.
+  std::function<void()> whileWaiting;
 
   /// At most so many bytes go with one write.
   std::size_t writeLimit = SIZE_MAX;

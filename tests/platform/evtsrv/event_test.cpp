@@ -1,0 +1,128 @@
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+
+namespace EvtSrv::internal {
+namespace {
+
+class Events : public testing::Test {
+ protected:
+  void connect() {
+    ASSERT_EQ(server.start(name), EvtRes_Success);
+    client.system.freezeTime();
+    client.system.whileWaiting = [&] { server.serveAll(); };
+    ASSERT_EQ(client.connect(name), EvtRes_Success);
+    ASSERT_EQ(client.core.receive(0), EvtRes_Success);
+    client.events.clear();
+  }
+  void post(std::string bytes) {
+    const std::lock_guard lock(server.mutex);
+    server.port.session->post(2, std::move(bytes));
+  }
+  void receiveAll() {
+    while (client.core.receive(0) == EvtRes_Success) {
+      server.serveAll();
+    }
+  }
+
+  std::string name = uniquePort();
+  EchoServer server;
+  EchoClient client;
+};
+
+TEST_F(Events, AreSentAtOnceInTheirOrder) {
+  connect();
+  post("one");
+  post("two");
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  const std::vector<std::pair<std::uint16_t, std::string>> expected{{2, "one"}, {2, "two"}};
+  EXPECT_EQ(client.events, expected);
+}
+
+TEST_F(Events, OfAStoppedClientWaitInTheSession) {
+  connect();
+  const std::string bytes(1000, 'e');
+  constexpr std::size_t count = 1000;
+  for (std::size_t i = 0; i < count; ++i) {
+    post(std::to_string(i) + bytes);
+  }
+  EXPECT_LT(server.port.taken, 100);
+  const int before = server.port.taken;
+  post("last");
+  EXPECT_EQ(server.port.taken, before) << "nothing more is taken while the pipe is full";
+  EXPECT_EQ(client.ask(), EvtRes_Success) << "replies have a pipe of their own";
+  receiveAll();
+  ASSERT_EQ(client.events.size(), count + 1);
+  EXPECT_EQ(client.events[count - 1].second, std::to_string(count - 1) + bytes);
+  EXPECT_EQ(client.events[count].second, "last");
+}
+
+TEST_F(Events, MayBeLargerThanThePipe) {
+  connect();
+  const std::string large(300000, 'L');
+  post(large);
+  post("behind");
+  receiveAll();
+  ASSERT_EQ(client.events.size(), 2U);
+  EXPECT_TRUE(client.events[0].second == large);
+  EXPECT_EQ(client.events[1].second, "behind");
+}
+
+TEST_F(Events, ThatComeUpWhileARequestIsServedFollowItsReply) {
+  connect();
+  server.port.onRequest = [&] { post("update"); };
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  ASSERT_EQ(client.events.size(), 1U);
+  EXPECT_EQ(client.events[0].second, "update");
+}
+
+TEST_F(Events, StopWhereTheHandlerClosesTheConnection) {
+  connect();
+  post("one");
+  post("two");
+  client.onEvent = [&] { client.client->close(); };
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  EXPECT_EQ(client.events.size(), 1U);
+}
+
+TEST_F(Events, OfAClientThatHasGoneEndItsConnection) {
+  connect();
+  client.client.reset();
+  post("nobody");
+  server.serveAll();
+  EXPECT_EQ(server.server->connectionCount(), 0U);
+}
+
+TEST_F(Events, ThatArePendingAreTakenBeforeAnUnhurriedStop) {
+  connect();
+  const std::string bytes(1000, 'e');
+  for (int i = 0; i < 200; ++i) {
+    post(bytes);
+  }
+  {
+    const std::lock_guard lock(server.mutex);
+    server.server->beginStop();
+    EXPECT_TRUE(server.server->stopping());
+  }
+  EXPECT_FALSE(std::filesystem::exists(mailboxPath(name)));
+  EXPECT_EQ(server.core.finishTerminations(0), EvtRes_Timeout);
+  receiveAll();
+  ASSERT_EQ(client.events.size(), 201U);
+  EXPECT_EQ(client.events.back().first, 3);
+  EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
+  EXPECT_FALSE(server.server->stopping());
+  EXPECT_FALSE(client.client->isOpen());
+}
+
+TEST_F(Events, NotPendingLetAnUnhurriedStopEndAtOnce) {
+  connect();
+  {
+    const std::lock_guard lock(server.mutex);
+    server.server->beginStop();
+  }
+  EXPECT_FALSE(server.server->stopping());
+  EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
+  EXPECT_EQ(client.ask(), EvtRes_Closed);
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal

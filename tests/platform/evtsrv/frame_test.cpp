@@ -1,0 +1,191 @@
+#include "evtsrv/source/frame.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "evtsrv/source/frame_reader.h"
+
+namespace EvtSrv::internal {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes makeFrame(FrameKind kind, std::uint16_t code, const std::string& payload) {
+  FrameHeader header;
+  header.kind = kind;
+  header.code = code;
+  header.sequence = 0x01020304;
+  header.grant = 0x0A0B0C0D;
+  header.length = static_cast<std::uint32_t>(payload.size());
+  Bytes bytes(FrameHeader::size);
+  encodeHeader(header, bytes.data());
+  bytes.insert(bytes.end(), payload.begin(), payload.end());
+  return bytes;
+}
+
+TEST(Frame, HasALayoutThatIsTheSameInEitherByteOrder) {
+  const Bytes leastFirst{0, 2, 0x34, 0x12, 4, 3, 2, 1, 8, 7, 6, 5, 9, 0, 0, 0};
+  const Bytes mostFirst{1, 2, 0x12, 0x34, 1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 0, 9};
+  for (const Bytes& bytes : {leastFirst, mostFirst}) {
+    const auto header = decodeHeader(bytes.data());
+    ASSERT_TRUE(header.has_value());
+    EXPECT_EQ(header->kind, FrameKind::reply);
+    EXPECT_EQ(header->code, 0x1234);
+    EXPECT_EQ(header->sequence, 0x01020304U);
+    EXPECT_EQ(header->grant, 0x05060708U);
+    EXPECT_EQ(header->length, 9U);
+  }
+}
+
+TEST(Frame, ComesBackAsItWasWritten) {
+  for (const FrameKind kind : {FrameKind::request, FrameKind::reply, FrameKind::event,
+                               FrameKind::welcome, FrameKind::recall}) {
+    const Bytes bytes = makeFrame(kind, 0xFFFF, "abc");
+    const auto header = decodeHeader(bytes.data());
+    ASSERT_TRUE(header.has_value());
+    EXPECT_EQ(header->order, nativeOrder);
+    EXPECT_EQ(header->kind, kind);
+    EXPECT_EQ(header->code, 0xFFFF);
+    EXPECT_EQ(header->sequence, 0x01020304U);
+    EXPECT_EQ(header->grant, 0x0A0B0C0DU);
+    EXPECT_EQ(header->length, 3U);
+  }
+}
+
+TEST(Frame, IsRefusedWithAFieldThatNobodyWrites) {
+  struct Case {
+    std::size_t at;
+    std::uint8_t value;
+  };
+  for (const Case& bad : {Case{0, 2}, Case{0, 255}, Case{1, 0}, Case{1, 6}, Case{1, 255}}) {
+    Bytes bytes = makeFrame(FrameKind::request, 1, "");
+    bytes[bad.at] = bad.value;
+    EXPECT_FALSE(decodeHeader(bytes.data()).has_value()) << bad.at << " " << int{bad.value};
+  }
+}
+
+TEST(Frame, IsRefusedWithALengthAboveTheLimit) {
+  FrameHeader header;
+  Bytes bytes(FrameHeader::size);
+  header.length = maxPayload;
+  encodeHeader(header, bytes.data());
+  EXPECT_TRUE(decodeHeader(bytes.data()).has_value());
+  for (const std::uint32_t length : {maxPayload + 1, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+    header.length = length;
+    encodeHeader(header, bytes.data());
+    EXPECT_FALSE(decodeHeader(bytes.data()).has_value()) << length;
+  }
+}
+
+TEST(PayloadReader, ReadsWhatTheWriterWrote) {
+  Bytes bytes;
+  PayloadWriter writer(bytes);
+  const std::array<std::uint16_t, 2> ids{3, 0xFFFE};
+  writer.u8(7);
+  writer.u16(0x1234);
+  writer.u32(0xDEADBEEF);
+  writer.u16s(ids);
+  writer.bytes("rest");
+  PayloadReader reader(bytes, nativeOrder);
+  EXPECT_EQ(reader.u8(), 7);
+  EXPECT_EQ(reader.u16(), 0x1234);
+  EXPECT_EQ(reader.u32(), 0xDEADBEEFU);
+  EXPECT_EQ(reader.u16(), 3);
+  EXPECT_EQ(reader.u16(), 0xFFFE);
+  EXPECT_EQ(reader.bytes(2), "re");
+  EXPECT_EQ(reader.rest(), "st");
+  EXPECT_EQ(reader.rest(), "");
+  EXPECT_TRUE(reader.ok());
+}
+
+TEST(PayloadReader, ConvertsTheOtherByteOrder) {
+  const Bytes bytes{0x12, 0x34, 1, 2, 3, 4};
+  PayloadReader most(bytes, ByteOrder::mostFirst);
+  EXPECT_EQ(most.u16(), 0x1234);
+  EXPECT_EQ(most.u32(), 0x01020304U);
+  PayloadReader least(bytes, ByteOrder::leastFirst);
+  EXPECT_EQ(least.u16(), 0x3412);
+  EXPECT_EQ(least.u32(), 0x04030201U);
+}
+
+TEST(PayloadReader, StaysNotOkAfterAReadBehindTheEnd) {
+  const Bytes bytes{1, 2, 3};
+  PayloadReader reader(bytes, nativeOrder);
+  EXPECT_EQ(reader.u32(), 0U);
+  EXPECT_FALSE(reader.ok());
+  EXPECT_EQ(reader.left(), 0U);
+  EXPECT_EQ(reader.u8(), 0);
+  PayloadReader text(bytes, nativeOrder);
+  EXPECT_EQ(text.bytes(SIZE_MAX), "");
+  EXPECT_FALSE(text.ok());
+}
+
+TEST(FrameReader, PutsFramesTogetherWhereverTheyAreCut) {
+  Bytes stream = makeFrame(FrameKind::reply, 1, "first");
+  for (const std::string& payload : {std::string(), std::string(2000, 'x'), std::string("z")}) {
+    const Bytes more = makeFrame(FrameKind::reply, 1, payload);
+    stream.insert(stream.end(), more.begin(), more.end());
+  }
+  for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
+    FrameReader reader;
+    std::vector<std::string> got;
+    for (const auto& part : {Bytes(stream.begin(), stream.begin() + static_cast<long>(cut)),
+                             Bytes(stream.begin() + static_cast<long>(cut), stream.end())}) {
+      reader.feed(part);
+      Frame frame;
+      while (reader.next(frame) == FrameReader::Status::frame) {
+        got.emplace_back(frame.payload.begin(), frame.payload.end());
+      }
+    }
+    ASSERT_EQ(got, (std::vector<std::string>{"first", "", std::string(2000, 'x'), "z"})) << cut;
+  }
+}
+
+TEST(FrameReader, PutsFramesTogetherFromSingleBytes) {
+  const Bytes stream = makeFrame(FrameKind::event, 9, "one by one");
+  FrameReader reader;
+  Frame frame;
+  for (std::size_t i = 0; i < stream.size(); ++i) {
+    const Bytes one{stream[i]};
+    reader.feed(one);
+    ASSERT_EQ(reader.next(frame),
+              i + 1 < stream.size() ? FrameReader::Status::incomplete : FrameReader::Status::frame);
+  }
+  EXPECT_EQ(std::string(frame.payload.begin(), frame.payload.end()), "one by one");
+}
+
+TEST(FrameReader, KeepsWhatItsCallerMustGiveBack) {
+  Bytes stream = makeFrame(FrameKind::request, 1, "a");
+  const Bytes second = makeFrame(FrameKind::request, 2, "b");
+  stream.insert(stream.end(), second.begin(), second.end());
+  FrameReader reader;
+  Frame frame;
+  reader.feed(stream);
+  ASSERT_EQ(reader.next(frame), FrameReader::Status::frame);
+  reader.keepRest();
+  stream.assign(stream.size(), 0xEE);
+  ASSERT_EQ(reader.next(frame), FrameReader::Status::frame);
+  EXPECT_EQ(frame.header.code, 2);
+  EXPECT_EQ(reader.next(frame), FrameReader::Status::incomplete);
+}
+
+TEST(FrameReader, FindsAMalformedHeaderWhereverItIsCut) {
+  Bytes stream = makeFrame(FrameKind::request, 1, "");
+  stream[1] = 99;
+  for (std::size_t cut = 0; cut < stream.size(); ++cut) {
+    FrameReader reader;
+    Frame frame;
+    const Bytes head(stream.begin(), stream.begin() + static_cast<long>(cut));
+    const Bytes tail(stream.begin() + static_cast<long>(cut), stream.end());
+    reader.feed(head);
+    EXPECT_EQ(reader.next(frame), FrameReader::Status::incomplete);
+    reader.feed(tail);
+    EXPECT_EQ(reader.next(frame), FrameReader::Status::malformed) << cut;
+  }
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal

@@ -1,0 +1,230 @@
+#include "evtsrv/source/handshake.h"
+
+#include <sys/file.h>
+
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+
+namespace EvtSrv::internal {
+namespace {
+
+class HandshakeWith : public testing::Test {
+ protected:
+  std::string name = uniquePort();
+  EchoServer server;
+  EchoClient client;
+};
+
+std::vector<std::string> pathsOf(const Token& token) {
+  return {privatePipePath(token, PipePurpose::request), privatePipePath(token, PipePurpose::reply),
+          privatePipePath(token, PipePurpose::event)};
+}
+
+TEST_F(HandshakeWith, ALiveServerLeavesNoNames) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  server.pump();
+  Handshake handshake(client.system);
+  ASSERT_EQ(handshake.begin(name), EvtRes_Success);
+  Deadline deadline(client.system, answerTimeoutMs);
+  ASSERT_EQ(handshake.await(deadline), EvtRes_Success);
+  const ConnectionPipes pipes = handshake.takePipes();
+  for (const FileDescriptor* end : {&pipes.request, &pipes.reply, &pipes.event}) {
+    struct stat status {};
+    ASSERT_EQ(::fstat(end->number(), &status), 0);
+    EXPECT_EQ(status.st_nlink, 0U);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    EXPECT_NE(::fcntl(end->number(), F_GETFD) & FD_CLOEXEC, 0);
+  }
+}
+
+TEST_F(HandshakeWith, AFormerClientKilledInTheMiddleSweepsWhatItLeft) {
+  Token token{};
+  ASSERT_EQ(client.system.random(token), 0);
+  const pid_t child = forkChild();
+  if (child == 0) {
+    std::vector<PrivatePipe> pipes(3);
+    bool made = true;
+    const auto paths = pathsOf(token);
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      made = pipes[i].make(posixSystem(), paths[i], {}) == 0 && made;
+    }
+    ::raise(SIGKILL);
+    ::_exit(made ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  sweepPrivatePipes(client.system);
+  for (const std::string& path : pathsOf(token)) {
+    EXPECT_FALSE(std::filesystem::exists(path)) << path;
+  }
+}
+
+TEST_F(HandshakeWith, ASweepLeavesPipesOfTheLivingAlone) {
+  Token token{};
+  ASSERT_EQ(client.system.random(token), 0);
+  const std::string path = privatePipePath(token, PipePurpose::reply);
+  PrivatePipe pipe;
+  int made = -EEXIST;
+  while (made == -EEXIST) {
+    pipe = {};
+    made = pipe.make(client.system, path, {});
+  }
+  ASSERT_EQ(made, 0);
+  sweepPrivatePipes(client.system);
+  EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+TEST_F(HandshakeWith, ASweepLeavesWhatIsNoPrivatePipeAlone) {
+  const std::string stem = "/tmp/.krv-" + uniquePort();
+  ASSERT_EQ(::mkfifo(stem.c_str(), 0600), 0);
+  sweepPrivatePipes(client.system);
+  EXPECT_EQ(::unlink(stem.c_str()), 0);
+}
+
+TEST_F(HandshakeWith, ManyAtOnceSucceeds) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  server.pump();
+  std::vector<std::thread> threads;
+  std::atomic<int> connected{0};
+  constexpr int clients = 4;
+  constexpr int rounds = 10;
+  for (int i = 0; i < clients; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < rounds; ++round) {
+        EchoClient one;
+        if (one.connect(name) == EvtRes_Success && one.ask() == EvtRes_Success) {
+          ++connected;
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(connected, clients * rounds);
+}
+
+TEST_F(HandshakeWith, AServerThatTakesNobodyIsRefused) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  server.port.refuses = true;
+  server.pump();
+  EXPECT_EQ(client.connect(name), EvtRes_Refused);
+  EXPECT_FALSE(client.client->isOpen());
+}
+
+TEST_F(HandshakeWith, AServerOutOfDescriptorsIsToldSoAtOnce) {
+  for (int skip = 0; skip < 3; ++skip) {
+    EchoServer full;
+    EchoClient late;
+    const std::string port = uniquePort();
+    ASSERT_EQ(full.start(port), EvtRes_Success);
+    full.system.failNext("open", -EMFILE, skip);
+    late.system.freezeTime();
+    late.system.whileWaiting = [&] { full.serveAll(); };
+    EXPECT_EQ(late.connect(port), EvtRes_NoDescriptors) << skip;
+    EXPECT_TRUE(full.system.wasHit());
+    EXPECT_EQ(full.server->connectionCount(), 0U);
+    EXPECT_EQ(late.connect(port), EvtRes_Success) << "the spare is back";
+  }
+}
+
+struct Fault {
+  const char* call;
+  int refusal;
+};
+
+void PrintTo(const Fault& fault, std::ostream* out) {
+  *out << fault.call << " gives " << fault.refusal;
+}
+
+class FaultyCall : public testing::TestWithParam<Fault> {};
+
+/// Lets the n-th such call fail, for every n until a whole run has no such call:
+/// connect, ask, take an event.
+template <typename Faulty>
+void runWithFaults(const Fault& fault, Faulty faultySystem) {
+  const std::size_t before = openDescriptors();
+  bool hit = true;
+  for (int skip = 0; hit; ++skip) {
+    ASSERT_LT(skip, 500);
+    const std::string name = uniquePort();
+    {
+      EchoServer server;
+      EchoClient client;
+      ASSERT_EQ(server.start(name), EvtRes_Success);
+      client.system.freezeTime();
+      client.system.whileWaiting = [&] {
+        // Twice, because an interrupted look finds nothing.
+        server.serveAll();
+        server.serveAll();
+      };
+      TestSystem& system = faultySystem(server, client);
+      system.failNext(fault.call, fault.refusal, skip);
+      EvtRes result = client.connect(name);
+      if (result == EvtRes_Success) {
+        result = client.ask();
+      }
+      static_cast<void>(client.core.receive(0));
+      hit = system.wasHit();
+      if (!hit || fault.refusal == -EINTR) {
+        EXPECT_EQ(result, EvtRes_Success) << skip;
+      }
+      client.client.reset();
+      server.serveAll();
+    }
+    // A server whose look at its mailbox fails leaves it to the next one.
+    ::unlink(mailboxPath(name).c_str());
+    ASSERT_EQ(openDescriptors(), before) << skip;
+  }
+}
+
+TEST_P(FaultyCall, OfTheClientGivesAClearResultAndLeaksNothing) {
+  runWithFaults(GetParam(),
+                [](EchoServer&, EchoClient& client) -> TestSystem& { return client.system; });
+}
+
+TEST_P(FaultyCall, OfTheServerGivesAClearResultAndLeaksNothing) {
+  runWithFaults(GetParam(),
+                [](EchoServer& server, EchoClient&) -> TestSystem& { return server.system; });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, FaultyCall,
+    testing::Values(Fault{"open", -EMFILE}, Fault{"open", -EACCES}, Fault{"open", -EINTR},
+                    Fault{"read", -EIO}, Fault{"read", -EINTR}, Fault{"write", -EIO},
+                    Fault{"write", -EPIPE}, Fault{"write", -EINTR}, Fault{"write", -EAGAIN},
+                    Fault{"lock", -EIO}, Fault{"lock", -EINTR}, Fault{"poll", -ENOMEM},
+                    Fault{"poll", -EINTR}, Fault{"changeEpoll", -ENOSPC},
+                    Fault{"waitEpoll", -EINTR}, Fault{"makeFifo", -ENOSPC},
+                    Fault{"makeFifo", -EEXIST}, Fault{"status", -EIO}, Fault{"linkStatus", -EIO},
+                    Fault{"list", -EMFILE}, Fault{"random", -EIO}),
+    [](const auto& parameter) {
+      return std::string(parameter.param.call) + "_" + strerrorname_np(-parameter.param.refusal);
+    });
+
+TEST(ServerStart, GivesAClearResultWhicheverCallFails) {
+  for (const Fault& fault :
+       {Fault{"createEvent", -EMFILE}, Fault{"makeFifo", -EACCES}, Fault{"open", -EMFILE},
+        Fault{"status", -EIO}, Fault{"lock", -EIO}, Fault{"linkStatus", -EIO},
+        Fault{"changeEpoll", -ENOSPC}, Fault{"read", -EIO}}) {
+    const std::size_t before = openDescriptors();
+    bool hit = true;
+    for (int skip = 0; hit; ++skip) {
+      const std::string name = uniquePort();
+      {
+        EchoServer server;
+        server.system.failNext(fault.call, fault.refusal, skip);
+        const EvtRes started = server.start(name);
+        hit = server.system.wasHit();
+        EXPECT_TRUE(hit || started == EvtRes_Success) << fault.call << skip;
+        EchoServer second;
+        EXPECT_EQ(second.start(name),
+                  started == EvtRes_Success ? EvtRes_NameInUse : EvtRes_Success);
+      }
+      ::unlink(mailboxPath(name).c_str());
+    }
+    EXPECT_EQ(openDescriptors(), before) << fault.call;
+  }
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal

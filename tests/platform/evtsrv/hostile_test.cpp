@@ -1,0 +1,216 @@
+#include <poll.h>
+#include <sys/file.h>
+
+#include <algorithm>
+
+#include "evtsrv/source/hello.h"
+#include "evtsrv/source/private_pipe.h"
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+
+namespace EvtSrv::internal {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes frame(FrameKind kind, std::uint16_t code, std::uint32_t sequence, const std::string& text) {
+  FrameHeader header;
+  header.kind = kind;
+  header.code = code;
+  header.sequence = sequence;
+  header.length = static_cast<std::uint32_t>(text.size());
+  Bytes bytes(FrameHeader::size);
+  encodeHeader(header, bytes.data());
+  bytes.insert(bytes.end(), text.begin(), text.end());
+  return bytes;
+}
+
+/// A client that knows the protocol but nothing of the library's client.
+class RawClient {
+ public:
+  RawClient() { EXPECT_EQ(posixSystem().random(hello_.token), 0); }
+  ~RawClient() {
+    for (const int end : {request, reply, event, mailbox_}) {
+      ::close(end);
+    }
+    for (const PipePurpose purpose :
+         {PipePurpose::request, PipePurpose::reply, PipePurpose::event}) {
+      ::unlink(privatePipePath(hello_.token, purpose).c_str());
+    }
+  }
+  RawClient(const RawClient&) = delete;
+  RawClient& operator=(const RawClient&) = delete;
+
+  void makePipes() {
+    request = make(PipePurpose::request, O_RDWR);
+    reply = make(PipePurpose::reply, O_RDONLY);
+    event = make(PipePurpose::event, O_RDONLY);
+  }
+  void say(const std::string& port, const Bytes& bytes) {
+    mailbox_ = ::open(mailboxPath(port).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(mailbox_, 0);
+    ASSERT_EQ(::write(mailbox_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  }
+  [[nodiscard]] Bytes hello() const {
+    const auto bytes = encodeHello(hello_);
+    return {bytes.begin(), bytes.end()};
+  }
+  static Bytes take(int end) {
+    Bytes bytes(100000);
+    const ssize_t count = ::read(end, bytes.data(), bytes.size());
+    bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return bytes;
+  }
+  void ask(const Bytes& bytes) const {
+    ASSERT_EQ(::write(request, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  }
+  [[nodiscard]] bool hungUp() const {
+    pollfd end{reply, POLLIN, 0};
+    return ::poll(&end, 1, 0) == 1 && (end.revents & POLLHUP) != 0;
+  }
+
+  int request = -1;
+  int reply = -1;
+  int event = -1;
+
+ private:
+  int make(PipePurpose purpose, int access) {
+    const std::string path = privatePipePath(hello_.token, purpose);
+    EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    const int end = ::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(::flock(end, LOCK_EX | LOCK_NB), 0);
+    return end;
+  }
+
+  Hello hello_;
+  int mailbox_ = -1;
+};
+
+class Hostile : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(server.start(name), EvtRes_Success);
+    client.system.freezeTime();
+    client.system.whileWaiting = [&] { server.serveAll(); };
+    ASSERT_EQ(client.connect(name), EvtRes_Success);
+  }
+  void TearDown() override { EXPECT_EQ(client.ask(), EvtRes_Success) << "nobody else notices"; }
+  void connect(RawClient& raw) {
+    raw.makePipes();
+    raw.say(name, raw.hello());
+    server.serveAll();
+    ASSERT_EQ(server.server->connectionCount(), 2U);
+  }
+
+  std::string name = uniquePort();
+  EchoServer server;
+  EchoClient client;
+};
+
+TEST_F(Hostile, ClientByHandIsWelcomedStartedAndAnswered) {
+  RawClient raw;
+  connect(raw);
+  EXPECT_EQ(RawClient::take(raw.reply), frame(FrameKind::welcome, 0, 0, ""));
+  EXPECT_EQ(RawClient::take(raw.event), frame(FrameKind::event, 1, 0, ""));
+  raw.ask(frame(FrameKind::request, 5, 77, "hello"));
+  server.serveAll();
+  EXPECT_EQ(RawClient::take(raw.reply), frame(FrameKind::reply, 5, 77, "hello"));
+}
+
+TEST_F(Hostile, ByteOrderOfTheOtherKindIsUnderstood) {
+  RawClient raw;
+  connect(raw);
+  RawClient::take(raw.reply);
+  Bytes request = frame(FrameKind::request, 5, 77, "x");
+  request[0] = request[0] == 0 ? 1 : 0;
+  std::reverse(request.begin() + 2, request.begin() + 4);
+  std::reverse(request.begin() + 4, request.begin() + 8);
+  std::reverse(request.begin() + 12, request.begin() + 16);
+  raw.ask(request);
+  server.serveAll();
+  EXPECT_EQ(RawClient::take(raw.reply), frame(FrameKind::reply, 5, 77, "x"));
+}
+
+TEST_F(Hostile, FramesCloseTheirOwnConnectionOnly) {
+  Bytes oversized = frame(FrameKind::request, 1, 1, "");
+  const std::uint32_t length = maxPayload + 1;
+  std::memcpy(oversized.data() + 12, &length, sizeof length);
+  Bytes order = frame(FrameKind::request, 1, 1, "");
+  order[0] = 2;
+  for (const Bytes& bad : {oversized, order, frame(FrameKind::reply, 1, 1, ""),
+                           frame(FrameKind::event, 1, 1, ""), Bytes(500, 0xA5)}) {
+    RawClient raw;
+    connect(raw);
+    raw.ask(bad);
+    server.serveAll();
+    EXPECT_EQ(server.server->connectionCount(), 1U);
+    EXPECT_TRUE(raw.hungUp());
+  }
+}
+
+TEST_F(Hostile, GarbageInTheMailboxHidesNoHello) {
+  RawClient raw;
+  raw.makePipes();
+  Bytes bytes(2000, 0x9E);
+  const Bytes hello = raw.hello();
+  bytes.insert(bytes.end(), hello.begin(), hello.end() - 1);
+  bytes.insert(bytes.end(), hello.begin(), hello.end());
+  raw.say(name, bytes);
+  server.serveAll();
+  EXPECT_EQ(server.server->connectionCount(), 2U);
+}
+
+TEST_F(Hostile, HellosWithoutPipesOrWithForeignFilesAreIgnored) {
+  RawClient raw;
+  raw.say(name, raw.hello());
+  server.serveAll();
+  EXPECT_EQ(server.server->connectionCount(), 1U);
+}
+
+TEST_F(Hostile, FramesOfPartsAreWaitedForWithoutHarm) {
+  RawClient raw;
+  connect(raw);
+  RawClient::take(raw.reply);
+  for (const std::uint8_t byte : frame(FrameKind::request, 9, 3, "slow")) {
+    raw.ask({byte});
+    server.serveAll();
+  }
+  EXPECT_EQ(RawClient::take(raw.reply), frame(FrameKind::reply, 9, 3, "slow"));
+}
+
+TEST_F(Hostile, ClientsThatTakeNoReplyAreReadNoFurther) {
+  RawClient raw;
+  connect(raw);
+  RawClient::take(raw.reply);
+  const std::string text(60000, 'r');
+  for (int i = 0; i < 2; ++i) {
+    raw.ask(frame(FrameKind::request, 1, 1, text));
+    server.serveAll();
+  }
+  const int handled = server.port.handled;
+  raw.ask(frame(FrameKind::request, 1, 3, text));
+  server.serveAll();
+  EXPECT_EQ(server.port.handled, handled) << "the last reply still waits for room";
+  std::size_t got = 0;
+  for (int i = 0; i < 10; ++i) {
+    got += RawClient::take(raw.reply).size();
+    server.serveAll();
+  }
+  EXPECT_EQ(got, 3 * (FrameHeader::size + text.size()));
+}
+
+TEST_F(Hostile, ClientsThatHangUpInAFrameFreeEverything) {
+  {
+    RawClient raw;
+    connect(raw);
+    Bytes part = frame(FrameKind::request, 1, 1, std::string(1000, 'p'));
+    part.resize(500);
+    raw.ask(part);
+    server.serveAll();
+  }
+  server.serveAll();
+  EXPECT_EQ(server.server->connectionCount(), 1U);
+  EXPECT_EQ(server.port.sessions, 1);
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal

@@ -1,0 +1,236 @@
+#include "evtsrv/source/mailbox.h"
+
+#include <grp.h>
+
+#include <fstream>
+
+#include "evtsrv/source/access.h"
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+
+namespace EvtSrv::internal {
+namespace {
+
+namespace fs = std::filesystem;
+
+class MailboxOf : public testing::Test {
+ protected:
+  ~MailboxOf() override {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+  }
+  mode_t modeOf() const {
+    struct stat status {};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0);
+    return status.st_mode & 07777;
+  }
+  void makeDeadMailbox(mode_t mode) const {
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    ASSERT_EQ(::chmod(path.c_str(), mode), 0);
+  }
+
+  std::string name = uniquePort();
+  std::string path = mailboxPath(name);
+  EchoServer server;
+  EchoClient client;
+};
+
+TEST_F(MailboxOf, ALiveServerIsNotTakenOver) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  EchoServer second;
+  EXPECT_EQ(second.start(name), EvtRes_NameInUse);
+  EXPECT_TRUE(fs::exists(path));
+  server.pump();
+  EXPECT_EQ(client.connect(name), EvtRes_Success);
+}
+
+TEST_F(MailboxOf, ADeadServerIsTakenOverWithAccessSetAnew) {
+  makeDeadMailbox(0666);
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  EXPECT_EQ(modeOf(), 0600U);
+  server.pump();
+  EXPECT_EQ(client.connect(name), EvtRes_Success);
+}
+
+TEST_F(MailboxOf, AKilledServerIsTakenOverAndNothingElseIsLeftOfIt) {
+  const pid_t child = forkChild();
+  if (child == 0) {
+    EchoServer dying;
+    const EvtRes started = dying.start(name);
+    ::raise(SIGKILL);
+    ::_exit(started);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_TRUE(fs::exists(path));
+  EXPECT_EQ(client.connect(name), EvtRes_NoServer);
+  EXPECT_EQ(server.start(name), EvtRes_Success);
+}
+
+TEST_F(MailboxOf, AServerThatStopsIsRemoved) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  server.server.reset();
+  EXPECT_FALSE(fs::exists(path));
+}
+
+TEST_F(MailboxOf, AServerHasItsModeWhateverTheUmask) {
+  for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{0777}}) {
+    const mode_t before = ::umask(mask);
+    const EvtRes started = server.start(name);
+    ::umask(before);
+    EXPECT_EQ(started, EvtRes_Success);
+    EXPECT_EQ(modeOf(), 0600U);
+    server.server = std::make_unique<PortServer>(server.core, server.port);
+  }
+}
+
+TEST_F(MailboxOf, AClientSeesPrivatePipesMadeWhateverTheUmask) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  server.pump();
+  const mode_t before = ::umask(0777);
+  const EvtRes connected = client.connect(name);
+  ::umask(before);
+  EXPECT_EQ(connected, EvtRes_Success);
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+}
+
+TEST_F(MailboxOf, AGroupIsOpenToItsMembers) {
+  const gid_t group = ::getegid();
+  ASSERT_EQ(server.start(name, group), EvtRes_Success);
+  EXPECT_EQ(modeOf(), 0660U);
+  server.pump();
+  EXPECT_EQ(client.connect(name), EvtRes_Success);
+}
+
+TEST_F(MailboxOf, WhatIsNoPipeIsRefusedAndNotWrittenTo) {
+  const std::string target = path + ".target";
+  const std::vector<std::function<void()>> makers{
+      [&] { std::ofstream(path) << "keep"; },
+      [&] { fs::create_directory(path); },
+      [&] {
+        std::ofstream(target) << "keep";
+        fs::create_symlink(target, path);
+      },
+  };
+  for (std::size_t i = 0; i < makers.size(); ++i) {
+    makers[i]();
+    EXPECT_EQ(server.start(name), EvtRes_NotPermitted) << i;
+    EXPECT_EQ(client.connect(name), EvtRes_NotPermitted) << i;
+    if (!fs::is_directory(path)) {
+      std::string text;
+      std::ifstream(path) >> text;
+      EXPECT_EQ(text, "keep");
+    }
+    fs::remove_all(path);
+  }
+  fs::remove(target);
+}
+
+TEST_F(MailboxOf, NobodyFailsAtOnce) {
+  client.system.freezeTime();
+  EXPECT_EQ(client.connect(name), EvtRes_NoServer);
+  makeDeadMailbox(0600);
+  EXPECT_EQ(client.connect(name), EvtRes_NoServer);
+}
+
+TEST_F(MailboxOf, ABadNameIsRefusedOnBothSides) {
+  using namespace std::string_literals;
+  for (const std::string& bad :
+       {""s, "."s, ".hidden"s, "a/b"s, "/"s, "../x"s, std::string(201, 'n'), "a\0b"s}) {
+    EXPECT_EQ(server.start(bad), EvtRes_BadName) << bad;
+    EXPECT_EQ(client.connect(bad), EvtRes_BadName) << bad;
+  }
+  const std::string longest = name + std::string(200 - name.size(), 'n');
+  EXPECT_EQ(server.start(longest), EvtRes_Success);
+}
+
+TEST_F(MailboxOf, AForeignUserIsRefusedAndNotWrittenTo) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can act as two users";
+  }
+  makeDeadMailbox(0666);
+  constexpr uid_t foreign = 12345;
+  constexpr uid_t other = 54321;
+  ASSERT_EQ(::chown(path.c_str(), foreign, foreign), 0);
+  const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(reader, 0);
+  const pid_t child = forkChild();
+  if (child == 0) {
+    if (::setgid(other) != 0 || ::setgroups(0, nullptr) != 0 || ::setuid(other) != 0) {
+      ::_exit(99);
+    }
+    EchoServer served;
+    EchoClient asking;
+    const bool refused =
+        served.start(name) == EvtRes_NotPermitted && asking.connect(name) == EvtRes_NotPermitted;
+    ::_exit(refused ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  char byte = 0;
+  EXPECT_LE(::read(reader, &byte, 1), 0);
+  ::close(reader);
+}
+
+TEST_F(MailboxOf, ASharedPortServesAnotherUserOfTheGroupOnly) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can act as two users";
+  }
+  constexpr gid_t group = 23456;
+  ASSERT_EQ(server.start(name, group), EvtRes_Success);
+  server.pump();
+  for (const bool member : {true, false}) {
+    const pid_t child = forkChild();
+    if (child == 0) {
+      const gid_t groups = group;
+      if (::setgid(34567) != 0 || ::setgroups(member ? 1 : 0, &groups) != 0 ||
+          ::setuid(34567) != 0) {
+        ::_exit(99);
+      }
+      EchoClient asking;
+      const EvtRes connected = asking.connect(name);
+      const bool right = member ? connected == EvtRes_Success && asking.ask() == EvtRes_Success
+                                : connected == EvtRes_NotPermitted;
+      ::_exit(right ? 0 : static_cast<int>(10 + connected));
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 0) << (member ? "member" : "stranger");
+  }
+}
+
+TEST_F(MailboxOf, AUserServesRootsClients) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can act as two users";
+  }
+  int ready[2];
+  ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+  const pid_t child = forkChild();
+  if (child == 0) {
+    if (::setgid(34567) != 0 || ::setuid(34567) != 0) {
+      ::_exit(99);
+    }
+    EchoServer served;
+    const char started = served.start(name) == EvtRes_Success ? 'y' : 'n';
+    if (::write(ready[1], &started, 1) != 1) {
+      ::_exit(98);
+    }
+    while (served.port.handled == 0 && served.core.receive(10000) == EvtRes_Success) {
+    }
+    ::_exit(served.port.handled == 1 ? 0 : 1);
+  }
+  char started = 0;
+  ASSERT_EQ(::read(ready[0], &started, 1), 1);
+  ASSERT_EQ(started, 'y');
+  EXPECT_EQ(client.connect(name), EvtRes_Success);
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  ::close(ready[0]);
+  ::close(ready[1]);
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal

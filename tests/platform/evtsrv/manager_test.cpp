@@ -1,0 +1,189 @@
+#include <array>
+#include <csignal>
+
+#include "evtsrv/event_port.h"
+#include "evtsrv/event_port_manager.h"
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+
+namespace EvtSrv {
+namespace {
+
+TEST(EventPortManager, GivesTimeoutWhereNothingComes) {
+  EventPortManager manager(ConBehave_Default, true);
+  EXPECT_EQ(manager.receiveEvent(0), EvtRes_Timeout);
+  EXPECT_EQ(manager.receiveEvent(5), EvtRes_Timeout);
+  EXPECT_TRUE(manager.reconnects());
+}
+
+TEST(EventPortManager, FinishesAtOnceWhereNoTerminationIsUnderWay) {
+  EventPortManager manager(ConBehave_Default, false);
+  EXPECT_EQ(manager.finishActiveTerm(-1), EvtRes_Success);
+  EXPECT_FALSE(manager.reconnects());
+}
+
+TEST(EventPortManager, IsWokenOnceBeforeOrDuringItsWait) {
+  EventPortManager manager(ConBehave_Default, true);
+  manager.wake();
+  EXPECT_EQ(manager.receiveEvent(-1), EvtRes_Timeout);
+  EXPECT_EQ(manager.receiveEvent(0), EvtRes_Timeout);
+  std::thread waiting([&] { EXPECT_EQ(manager.receiveEvent(-1), EvtRes_Timeout); });
+  manager.wake();
+  waiting.join();
+}
+
+EventPortManager* wokenBySignal = nullptr;
+
+TEST(EventPortManager, IsWokenFromASignalHandler) {
+  EventPortManager manager(ConBehave_Default, true);
+  wokenBySignal = &manager;
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = [](int) { wokenBySignal->wake(); };
+  ASSERT_EQ(::sigaction(SIGUSR1, &action, &before), 0);
+  ASSERT_EQ(::raise(SIGUSR1), 0);
+  EXPECT_EQ(manager.receiveEvent(-1), EvtRes_Timeout);
+  ASSERT_EQ(::sigaction(SIGUSR1, &before, nullptr), 0);
+}
+
+TEST(EventPort, HandsWhatItReceivesToItsOwner) {
+  class Owner : public EventPort {
+   public:
+    using EventPort::EventPort;
+    unsigned receiveModelEvent(const char* sender, unsigned type, MemoryHolder*,
+                               MemoryHolder*) override {
+      seen = std::string(sender) + std::to_string(type);
+      return EvtRes_Timeout;
+    }
+    std::string seen;
+  };
+  EventPortManager manager(ConBehave_Default, true);
+  Owner owner(&manager);
+  MemoryHolder data;
+  MemoryHolder reply;
+  EXPECT_EQ(owner.receive("port", 2, &data, &reply), unsigned{EvtRes_Timeout});
+  EXPECT_EQ(owner.seen, "port2");
+  EXPECT_EQ(owner.manager(), &manager);
+}
+
+TEST(MemoryHolder, GivesOffsetsAndStopsAtItsEnd) {
+  MemoryHolder holder(std::vector<std::uint8_t>{9, 1, 2, 3}, 1);
+  EXPECT_EQ(holder.getCurrentOffset(2), 1U);
+  EXPECT_EQ(holder.position(), 3U);
+  EXPECT_FALSE(holder.atEnd());
+  EXPECT_EQ(holder.getCurrentOffset(2), holder.size());
+  EXPECT_TRUE(holder.atEnd());
+  EXPECT_EQ(holder.getCurrentOffset(SIZE_MAX), holder.size());
+  EXPECT_EQ(MemoryHolder(std::vector<std::uint8_t>{1}, 7).position(), 1U);
+}
+
+TEST(EvtRes, IsDescribedInWords) {
+  for (unsigned result = EvtRes_Success; result <= EvtRes_Busy; ++result) {
+    EXPECT_STRNE(describe(static_cast<EvtRes>(result)), "unknown result");
+  }
+}
+
+}  // namespace
+
+namespace internal {
+namespace {
+
+TEST(ManagerCore, ThatGotNoDescriptorsSaysSoEverywhere) {
+  for (const char* call : {"createEpoll", "createEvent", "changeEpoll"}) {
+    const std::size_t before = openDescriptors();
+    {
+      TestSystem system;
+      system.failNext(call, -EMFILE);
+      KSTD::KThreadMutex mutex;
+      ManagerCore core(system, mutex, true);
+      EchoPort port;
+      PortServer server(core, port);
+      EXPECT_EQ(core.receive(0), EvtRes_NoDescriptors);
+      EXPECT_EQ(server.start(uniquePort(), {}), EvtRes_NoDescriptors);
+      core.wake();
+    }
+    EXPECT_EQ(openDescriptors(), before);
+  }
+}
+
+TEST(Managers, LiveSideBySideInOneProcess) {
+  EchoServer one;
+  EchoServer two;
+  EchoClient client;
+  EchoClient other;
+  const std::string first = uniquePort();
+  const std::string second = uniquePort();
+  ASSERT_EQ(one.start(first), EvtRes_Success);
+  ASSERT_EQ(two.start(second), EvtRes_Success);
+  one.pump();
+  two.pump();
+  ASSERT_EQ(client.connect(first), EvtRes_Success);
+  ASSERT_EQ(other.connect(second), EvtRes_Success);
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(other.ask(), EvtRes_Success);
+  EXPECT_EQ(one.port.handled, 1);
+  EXPECT_EQ(two.port.handled, 1);
+}
+
+std::atomic<int> pipeSignals{0};
+
+TEST(PipeSignal, NeverReachesTheProgramWhoseMaskStaysAsItWas) {
+  struct sigaction action {};
+  struct sigaction before {};
+  action.sa_handler = [](int) { ++pipeSignals; };
+  ASSERT_EQ(::sigaction(SIGPIPE, &action, &before), 0);
+  for (const bool blocked : {false, true}) {
+    for (const bool pending : {false, true}) {
+      sigset_t set;
+      sigset_t old;
+      sigemptyset(&set);
+      sigaddset(&set, SIGPIPE);
+      ASSERT_EQ(::pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &set, &old), 0);
+      if (blocked && pending) {
+        ASSERT_EQ(::pthread_kill(::pthread_self(), SIGPIPE), 0);
+      }
+      int ends[2];
+      ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+      ::close(ends[0]);
+      const std::array<std::uint8_t, 1> byte{1};
+      EXPECT_EQ(posixSystem().write(ends[1], byte), -EPIPE);
+      ::close(ends[1]);
+      sigset_t after;
+      ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, nullptr, &after), 0);
+      EXPECT_EQ(sigismember(&after, SIGPIPE), blocked ? 1 : 0);
+      sigset_t waiting;
+      ASSERT_EQ(::sigpending(&waiting), 0);
+      EXPECT_EQ(sigismember(&waiting, SIGPIPE), blocked && pending ? 1 : 0);
+      if (blocked && pending) {
+        const timespec noTime{};
+        EXPECT_EQ(::sigtimedwait(&set, nullptr, &noTime), SIGPIPE);
+      }
+      ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, &old, nullptr), 0);
+    }
+  }
+  EXPECT_EQ(pipeSignals, 0);
+  ASSERT_EQ(::sigaction(SIGPIPE, &before, nullptr), 0);
+}
+
+TEST(Descriptors, AreClosedInTheCommandsOfTheProgram) {
+  EchoServer server;
+  EchoClient client;
+  const std::string name = uniquePort();
+  const std::size_t before = openDescriptors();
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  server.pump();
+  ASSERT_EQ(client.connect(name), EvtRes_Success);
+  EXPECT_GT(openDescriptors(), before);
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int number = std::stoi(entry.path().filename().string());
+    std::error_code gone;
+    const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
+    if (target.find("/tmp/") == 0 || target.find("eventpoll") != std::string::npos ||
+        target.find("eventfd") != std::string::npos) {
+      EXPECT_NE(::fcntl(number, F_GETFD) & FD_CLOEXEC, 0) << target;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace internal
+}  // namespace EvtSrv

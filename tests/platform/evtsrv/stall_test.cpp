@@ -1,0 +1,136 @@
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+
+namespace EvtSrv::internal {
+namespace {
+
+/// A server that nobody pumps is one that hangs. Time stands still but for the
+/// waits in vain.
+class Stall : public testing::Test {
+ protected:
+  void connect() {
+    ASSERT_EQ(server.start(name), EvtRes_Success);
+    server.pump();
+    ASSERT_EQ(client.connect(name), EvtRes_Success);
+    server.stopPumping();
+    server.serveAll();
+    client.system.freezeTime();
+  }
+
+  std::string name = uniquePort();
+  EchoServer server;
+  EchoClient client;
+};
+
+TEST_F(Stall, FailsOnceAfterItsTimeAndThenAtOnce) {
+  connect();
+  const std::int64_t before = client.system.nowMs();
+  EXPECT_EQ(client.ask(), EvtRes_Timeout);
+  const std::int64_t after = client.system.nowMs();
+  EXPECT_GE(after - before, answerTimeoutMs);
+  client.system.failNext("write", -EIO);
+  EXPECT_EQ(client.ask(), EvtRes_Stalled);
+  EXPECT_FALSE(client.system.wasHit());
+  EXPECT_TRUE(client.client->isOpen());
+}
+
+TEST_F(Stall, EndsWithALateReplyWhichIsDropped) {
+  connect();
+  std::string late = "late";
+  EXPECT_EQ(client.ask(late, 1), EvtRes_Timeout);
+  server.serveAll();
+  EXPECT_EQ(server.port.handled, 1);
+  client.system.whileWaiting = [&] { server.serveAll(); };
+  std::string text = "new";
+  EXPECT_EQ(client.ask(text, 2), EvtRes_Success);
+  EXPECT_EQ(text, "new");
+  EXPECT_EQ(client.code, 2);
+}
+
+TEST_F(Stall, EndsWithAnEvent) {
+  connect();
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  EXPECT_EQ(client.ask(), EvtRes_Timeout);
+  EXPECT_EQ(client.ask(), EvtRes_Stalled);
+  {
+    const std::lock_guard lock(server.mutex);
+    server.port.session->post(2, "life");
+  }
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  EXPECT_EQ(client.ask(), EvtRes_Timeout) << "tried again";
+}
+
+TEST_F(Stall, EndsWhereTheServerReadsTheRestOfARequest) {
+  connect();
+  std::string large(1 << 20, 'x');
+  EXPECT_EQ(client.ask(large), EvtRes_Timeout);
+  EXPECT_EQ(client.ask(large), EvtRes_Stalled);
+  EXPECT_EQ(server.core.receive(0), EvtRes_Success);
+  std::string text = "behind it";
+  EXPECT_EQ(client.ask(text), EvtRes_Timeout) << "the rest goes out first";
+  EXPECT_EQ(client.ask(text), EvtRes_Stalled);
+  EXPECT_EQ(server.port.handled, 0);
+}
+
+TEST_F(Stall, OfAStoppedProcessEndsWhenItGoesOn) {
+  int ready[2];
+  ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+  const pid_t child = forkChild();
+  if (child == 0) {
+    EchoServer served;
+    const char started = served.start(name) == EvtRes_Success ? 'y' : 'n';
+    if (::write(ready[1], &started, 1) != 1) {
+      ::_exit(1);
+    }
+    for (;;) {
+      static_cast<void>(served.core.receive(-1));
+    }
+  }
+  char started = 0;
+  ASSERT_EQ(::read(ready[0], &started, 1), 1);
+  ASSERT_EQ(client.connect(name), EvtRes_Success);
+  ASSERT_EQ(::kill(child, SIGSTOP), 0);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
+  EchoClient frozen;
+  frozen.system.freezeTime();
+  EXPECT_EQ(frozen.connect(name), EvtRes_Timeout);
+  bool renewed = true;
+  EXPECT_EQ(frozen.resume(renewed), EvtRes_Stalled);
+  EXPECT_EQ(frozen.ask(), EvtRes_Stalled);
+  ASSERT_EQ(::kill(child, SIGCONT), 0);
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(frozen.resume(renewed), EvtRes_Success) << "hellos are served in order";
+  EXPECT_TRUE(renewed);
+  ASSERT_EQ(::kill(child, SIGKILL), 0);
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.resume(renewed), EvtRes_NoServer);
+  ::unlink(mailboxPath(name).c_str());
+  ::close(ready[0]);
+  ::close(ready[1]);
+}
+
+TEST_F(Stall, OfAHandshakeEndsWhenTheServerHasGone) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  client.system.freezeTime();
+  EXPECT_EQ(client.connect(name), EvtRes_Timeout);
+  EXPECT_FALSE(client.client->isOpen());
+  bool renewed = true;
+  EXPECT_EQ(client.resume(renewed), EvtRes_Stalled);
+  server.server.reset();
+  EXPECT_EQ(client.resume(renewed), EvtRes_NoServer);
+}
+
+TEST_F(Stall, OfAHandshakeEndsWithTheWelcome) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  client.system.freezeTime();
+  EXPECT_EQ(client.connect(name), EvtRes_Timeout);
+  server.serveAll();
+  bool renewed = false;
+  EXPECT_EQ(client.resume(renewed), EvtRes_Success);
+  EXPECT_TRUE(renewed);
+  EXPECT_TRUE(client.client->isOpen());
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal
