@@ -77,7 +77,7 @@ TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsAsk) {
     }
     (void)server.root.remove(&node);
   });
-  const Repeat looks([&] { (void)inside.findRoot(); });
+  const Repeat looks([&] { (void)server.speed.findRoot(); });
   std::int32_t value = 0;
   const Repeat sets([&] { (void)server.speed.setValue(++value); });
   std::string text;
@@ -90,6 +90,25 @@ TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsAsk) {
       EXPECT_EQ(client.unsubscribe({2, 1}), ModelRes_Success);
     }
     client.pumpAll();
+  }
+}
+
+TEST(ModelThreads, MaySetAPartWhileItIsTakenOutOfTheTree) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  for (int round = 0; round < 50; ++round) {
+    ModelNode node(2, "going");
+    ValuePart<std::int32_t> inside(1, "inside");
+    ASSERT_EQ(node.add(&inside), ModelRes_Success);
+    ASSERT_EQ(server.root.add(&node), ModelRes_Success);
+    std::atomic<std::int32_t> stored{0};
+    const Repeat sets([&] {
+      (void)inside.setValue(stored + 1);
+      ++stored;
+    });
+    while (stored.load() == 0)
+      std::this_thread::yield();
+    ASSERT_EQ(server.root.remove(&node), ModelRes_Success);
   }
 }
 

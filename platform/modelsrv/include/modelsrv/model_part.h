@@ -67,7 +67,8 @@ class TreeLock;
 /// Parts are neither copied nor moved. A part is taken out of its parent when it
 /// is destroyed. Threads: a part that hangs below a root is read and changed with
 /// the client mutex of the root's manager held; the operations here take it
-/// themselves, so any thread may call them. A class of a program's own that
+/// themselves, so any thread may call them. A part that hangs below no root has
+/// nothing to guard it: until it has been added it is one thread's. A class of a program's own that
 /// answers for a value of its own takes itself out of its parent (`leaveTree`)
 /// before it takes its value down.
 class KRV_EXPORT ModelPart {
