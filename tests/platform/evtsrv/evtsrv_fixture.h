@@ -50,14 +50,6 @@ inline std::size_t openDescriptors() {
   return count;
 }
 
-inline std::size_t privatePipes() {
-  std::size_t count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
-    count += entry.path().filename().string().rfind(".krv-", 0) == 0 ? 1 : 0;
-  }
-  return count;
-}
-
 /// Forks; the child ends with its parent.
 inline pid_t forkChild() {
   const pid_t child = ::fork();
@@ -119,6 +111,7 @@ class TestSystem : public PosixSystem {
                    [&] { return PosixSystem::waitEpoll(epoll, events, milliseconds); });
   }
   int makeFifo(const std::string& path, mode_t mode) override {
+    made.push_back(path);
     return refused("makeFifo", [&] { return PosixSystem::makeFifo(path, mode); });
   }
   int status(int descriptor, struct stat& out) override {
@@ -140,6 +133,9 @@ class TestSystem : public PosixSystem {
 
   /// What the peer does while this side waits in frozen time.
   std::function<void()> whileWaiting;
+
+  /// The paths of the pipes that were to be made.
+  std::vector<std::string> made;
 
   /// At most so many bytes go with one write.
   std::size_t writeLimit = SIZE_MAX;
@@ -319,7 +315,7 @@ class EchoClient : public EventSink {
         operation, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
         reply);
     if (result == EvtRes_Success) {
-      text.assign(reply.payload.begin(), reply.payload.end());
+      text.assign(reinterpret_cast<const char*>(reply.payload.data()), reply.payload.size());
       code = reply.code;
     }
     return result;

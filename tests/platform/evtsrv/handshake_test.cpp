@@ -170,6 +170,9 @@ void runWithFaults(const Fault& fault, Faulty faultySystem) {
       }
       client.client.reset();
       server.serveAll();
+      for (const std::string& path : client.system.made) {
+        EXPECT_FALSE(std::filesystem::exists(path)) << skip;
+      }
     }
     // A server whose look at its mailbox fails leaves it to the next one.
     ::unlink(mailboxPath(name).c_str());

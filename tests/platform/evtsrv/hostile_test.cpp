@@ -29,21 +29,21 @@ class RawClient {
  public:
   RawClient() { EXPECT_EQ(posixSystem().random(hello_.token), 0); }
   ~RawClient() {
-    for (const int end : {request, reply, event, mailbox_}) {
-      ::close(end);
-    }
-    for (const PipePurpose purpose :
-         {PipePurpose::request, PipePurpose::reply, PipePurpose::event}) {
-      ::unlink(privatePipePath(hello_.token, purpose).c_str());
-    }
+    forgetPipes();
+    ::close(mailbox_);
   }
   RawClient(const RawClient&) = delete;
   RawClient& operator=(const RawClient&) = delete;
 
+  /// Tries again where the sweep of another test got in between.
   void makePipes() {
-    request = make(PipePurpose::request, O_RDWR);
-    reply = make(PipePurpose::reply, O_RDONLY);
-    event = make(PipePurpose::event, O_RDONLY);
+    do {
+      forgetPipes();
+      ASSERT_EQ(posixSystem().random(hello_.token), 0);
+      request = make(PipePurpose::request, O_RDWR);
+      reply = make(PipePurpose::reply, O_RDONLY);
+      event = make(PipePurpose::event, O_RDONLY);
+    } while (!isOwned(request) || !isOwned(reply) || !isOwned(event));
   }
   void say(const std::string& port, const Bytes& bytes) {
     mailbox_ = ::open(mailboxPath(port).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -76,9 +76,21 @@ class RawClient {
   int make(PipePurpose purpose, int access) {
     const std::string path = privatePipePath(hello_.token, purpose);
     EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
-    const int end = ::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC);
-    EXPECT_EQ(::flock(end, LOCK_EX | LOCK_NB), 0);
-    return end;
+    return ::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC);
+  }
+  static bool isOwned(int end) {
+    struct stat status {};
+    return end >= 0 && ::flock(end, LOCK_EX | LOCK_NB) == 0 && ::fstat(end, &status) == 0 &&
+           status.st_nlink > 0;
+  }
+  void forgetPipes() const {
+    for (const int end : {request, reply, event}) {
+      ::close(end);
+    }
+    for (const PipePurpose purpose :
+         {PipePurpose::request, PipePurpose::reply, PipePurpose::event}) {
+      ::unlink(privatePipePath(hello_.token, purpose).c_str());
+    }
   }
 
   Hello hello_;

@@ -57,7 +57,7 @@ TEST_F(MailboxOf, AKilledServerIsTakenOverAndNothingElseIsLeftOfIt) {
     EchoServer dying;
     const EvtRes started = dying.start(name);
     ::raise(SIGKILL);
-    ::_exit(started);
+    ::_exit(static_cast<int>(started));
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
