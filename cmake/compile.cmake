@@ -26,6 +26,11 @@ if(TREESCOPE_SANITIZE)
   add_link_options(-fsanitize=${TREESCOPE_SANITIZE})
 endif()
 
+if(TREESCOPE_BUILD_FUZZERS)
+  # The fuzzer steers by what its inputs reach in our code.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # The flags of our own code; targets from elsewhere do not link this.
 add_library(treescope_warnings INTERFACE)
 target_compile_options(treescope_warnings INTERFACE
