@@ -1,0 +1,6 @@
+#include <iostream>
+
+int main() {
+  std::cout << "0.25\n";
+  return 0;
+}

@@ -1,0 +1,109 @@
+#include "bench/served_tree.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <stdexcept>
+#include <vector>
+
+#include "modelsrv/model_root.h"
+#include "modelsrv/value_parts.h"
+
+namespace bench {
+namespace {
+
+std::atomic<bool> ending{false};
+std::atomic<EvtSrv::EventPortManager*> pumped{nullptr};
+
+extern "C" void endServing(int) {
+  ending.store(true);
+  if (auto* const manager = pumped.load()) {
+    manager->wake();
+  }
+}
+
+void serve(const std::string& name, int ready) {
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+  ModelSrv::ModelRoot root(&manager);
+  ModelSrv::ValuePart<std::int32_t> speed(1, "speed", 42);
+  ModelSrv::ArrayPart<double> load(2, "load", {0.25, 0.5, 0.75}, {"1min", "5min", "15min"});
+  pumped.store(&manager);
+  struct sigaction action {};
+  action.sa_handler = endServing;
+  const bool up = root.add(&speed) == ModelSrv::ModelRes_Success &&
+                  root.add(&load) == ModelSrv::ModelRes_Success &&
+                  root.startAsServer(name) == ModelSrv::ModelRes_Success &&
+                  sigaction(SIGTERM, &action, nullptr) == 0;
+  const char answer = up ? 'y' : 'n';
+  if (::write(ready, &answer, 1) != 1 || !up) {
+    return;
+  }
+  while (!ending.load()) {
+    const EvtSrv::EvtRes result = manager.receiveEvent(-1);
+    if (result != EvtSrv::EvtRes_Success && result != EvtSrv::EvtRes_Timeout) {
+      return;
+    }
+  }
+  pumped.store(nullptr);
+  root.stop(true);
+}
+
+}  // namespace
+
+Child::Child(const std::function<void()>& body) : pid_(::fork()) {
+  if (pid_ < 0) {
+    throw std::runtime_error("fork");
+  }
+  if (pid_ == 0) {
+    body();
+    ::_exit(0);
+  }
+}
+
+Child::~Child() {
+  ::kill(pid_, SIGTERM);
+  ::waitpid(pid_, nullptr, 0);
+}
+
+ServedTree::ServedTree() : name_("Model_bench" + std::to_string(::getpid())) {
+  int ready[2] = {-1, -1};
+  if (::pipe2(ready, O_CLOEXEC) != 0) {
+    throw std::runtime_error("pipe2");
+  }
+  child_ = std::make_unique<Child>([this, ready] {
+    // Beside the client, which is on the first.
+    if (pinTo(1)) {
+      serve(name_, ready[1]);
+    }
+  });
+  ::close(ready[1]);
+  char answer = 'n';
+  const ssize_t count = ::read(ready[0], &answer, 1);
+  ::close(ready[0]);
+  if (count != 1 || answer != 'y') {
+    throw std::runtime_error("the server did not start");
+  }
+}
+
+bool pinTo(unsigned index) {
+  cpu_set_t allowed;
+  if (::sched_getaffinity(0, sizeof allowed, &allowed) != 0) {
+    return false;
+  }
+  std::vector<unsigned> processors;
+  for (unsigned cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+    if (CPU_ISSET(cpu, &allowed)) {
+      processors.push_back(cpu);
+    }
+  }
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(processors[index % processors.size()], &one);
+  return ::sched_setaffinity(0, sizeof one, &one) == 0;
+}
+
+}  // namespace bench

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+/// Processes that benchmarks talk with.
+namespace bench {
+
+/// A child process that runs one function; ended with SIGTERM and reaped at
+/// destruction.
+class Child {
+ public:
+  explicit Child(const std::function<void()>& body);
+  ~Child();
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+ private:
+  pid_t pid_;
+};
+
+/// A server process of this system's: part 1 "speed" (int32) and part 2 "load"
+/// (an array of three). Connectable once constructed; throws
+/// `std::runtime_error` where it cannot be.
+class ServedTree {
+ public:
+  ServedTree();
+
+  [[nodiscard]] const std::string& name() const { return name_; }
+
+ private:
+  std::string name_;
+  std::unique_ptr<Child> child_;
+};
+
+/// Binds the calling process to the `index`th of the processors that it may use,
+/// counted round. False where the system refuses.
+bool pinTo(unsigned index);
+
+}  // namespace bench

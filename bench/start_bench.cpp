@@ -1,0 +1,80 @@
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/ratio_table.h"
+#include "bench/served_tree.h"
+
+// What one command costs from a script: the whole run of the shell that connects,
+// reads a value and prints it, beside a C++ program that prints one line.
+
+namespace {
+
+/// Runs a program to its end; returns the bytes that it wrote, or -1.
+long runProgram(std::vector<std::string> words) {
+  std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
+  for (std::string& word : words) {
+    arguments.push_back(word.data());
+  }
+  arguments.push_back(nullptr);
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC) != 0) {
+    return -1;
+  }
+  posix_spawn_file_actions_t files;
+  pid_t pid = -1;
+  const bool started =
+      posix_spawn_file_actions_init(&files) == 0 &&
+      posix_spawn_file_actions_adddup2(&files, ends[1], STDOUT_FILENO) == 0 &&
+      posix_spawn(&pid, arguments[0], &files, nullptr, arguments.data(), environ) == 0;
+  posix_spawn_file_actions_destroy(&files);
+  ::close(ends[1]);
+  long total = 0;
+  char buffer[4096];
+  for (ssize_t count = 1; started && count > 0; total += count) {
+    count = ::read(ends[0], buffer, sizeof buffer);
+  }
+  ::close(ends[0]);
+  int status = 1;
+  return started && ::waitpid(pid, &status, 0) == pid && status == 0 ? total : -1;
+}
+
+void registerProgram(const char* name, const std::vector<std::string>& words) {
+  benchmark::RegisterBenchmark(name,
+                               [words](benchmark::State& state) {
+                                 for (auto _ : state) {
+                                   if (runProgram(words) <= 0) {
+                                     state.SkipWithError("it printed nothing or failed");
+                                     break;
+                                   }
+                                 }
+                               })
+      ->Iterations(1)
+      ->Repetitions(300)
+      ->UseRealTime();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const bench::ServedTree server;
+    registerProgram("program that prints a line", {ONE_LINE_PROGRAM});
+    registerProgram("treescope -c \"cd; get\"",
+                    {SHELL_PROGRAM, "-c", "cd " + server.name() + ";get /load"});
+    return bench::runAndCompare(argc, argv, "program that prints a line",
+                                "treescope -c \"cd; get\"", 3.0);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "start_bench: %s\n", error.what());
+    return 1;
+  }
+}
