@@ -3,38 +3,82 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <span>
 #include <string_view>
+#include <vector>
 
-/// The bytes of one run of a fuzz target, taken front to back.
-class FuzzInput {
- public:
-  FuzzInput(const std::uint8_t* data, std::size_t size) : bytes_(data, size) {}
+/// What the fuzz targets share: how a claim is checked and how the bytes of an
+/// input are used up. For the one thread that runs a target.
+namespace fuzz {
 
-  /// The next byte, 0 at the end.
-  std::uint8_t byte() { return bytes_.empty() ? std::uint8_t{0} : take(1)[0]; }
-
-  std::span<const std::uint8_t> take(std::size_t count) {
-    const auto result = bytes_.first(std::min(count, bytes_.size()));
-    bytes_ = bytes_.subspan(result.size());
-    return result;
-  }
-
-  std::span<const std::uint8_t> rest() { return take(bytes_.size()); }
-
-  std::string_view restText() {
-    const auto bytes = rest();
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-  }
-
- private:
-  std::span<const std::uint8_t> bytes_;
-};
-
-/// Ends the run with a finding where what must hold does not.
-inline void require(bool holds) {
+/// Ends the run with `claim` on standard error where it does not hold, so that the
+/// input is kept.
+inline void require(bool holds, const char* claim) {
   if (!holds) {
+    std::fprintf(stderr, "does not hold: %s\n", claim);
     std::abort();
   }
 }
+
+/// Hands out an input front to back. Numbers behind its end are 0, bytes as many
+/// as are left.
+class Input {
+ public:
+  Input(const std::uint8_t* data, std::size_t size) : rest_(data, size) {}
+
+  [[nodiscard]] bool isEmpty() const { return rest_.empty(); }
+
+  std::uint8_t u8() {
+    const std::span<const std::uint8_t> byte = bytes(1);
+    return byte.empty() ? std::uint8_t{0} : byte.front();
+  }
+
+  std::span<const std::uint8_t> bytes(std::size_t count) {
+    const std::span<const std::uint8_t> taken = rest_.first(std::min(count, rest_.size()));
+    rest_ = rest_.subspan(taken.size());
+    return taken;
+  }
+
+  std::span<const std::uint8_t> rest() { return bytes(rest_.size()); }
+
+  std::string_view restAsText() {
+    const std::span<const std::uint8_t> left = rest();
+    return {reinterpret_cast<const char*>(left.data()), left.size()};
+  }
+
+ private:
+  std::span<const std::uint8_t> rest_;
+};
+
+/// Cuts a stream into pieces of 1 to 48 bytes as the reads of a pipe might; the
+/// seed says where. Each piece is a copy, so that looking at one that has gone is
+/// found.
+class Pieces {
+ public:
+  Pieces(std::span<const std::uint8_t> stream, std::uint8_t seed) : rest_(stream), state_(seed) {}
+
+  [[nodiscard]] bool isEmpty() const { return rest_.empty(); }
+
+  std::vector<std::uint8_t> next() {
+    constexpr std::size_t largest = 48;
+    const std::size_t count = std::min(1 + random() % largest, rest_.size());
+    std::vector<std::uint8_t> piece(rest_.begin(),
+                                    rest_.begin() + static_cast<std::ptrdiff_t>(count));
+    rest_ = rest_.subspan(count);
+    return piece;
+  }
+
+  /// A number that depends on the seed and on how often one was asked for.
+  std::uint32_t random() {
+    state_ = state_ * 1664525U + 1013904223U;
+    return state_ >> 16U;
+  }
+
+ private:
+  std::span<const std::uint8_t> rest_;
+  std::uint32_t state_;
+};
+
+}  // namespace fuzz

@@ -1,0 +1,120 @@
+/// Frames: decoding of headers, and reassembly from reads of any size.
+///
+/// Input: one byte that says how the stream is cut, then the stream. However it
+/// is cut, the same frames come out, each where it lies in the stream, and the
+/// reading ends the same way.
+///
+/// Corpus: `request`, `reply_and_events` (three frames), `foreign_order`,
+/// `cut_in_payload`, `lying_length`, `unknown_kind`.
+
+#include <array>
+
+#include "evtsrv/source/frame_reader.h"
+#include "tests/fuzz/fuzz_input.h"
+
+namespace {
+
+using namespace EvtSrv::internal;
+using fuzz::require;
+using Bytes = std::vector<std::uint8_t>;
+
+struct Reading {
+  std::vector<FrameHeader> headers;
+  Bytes payloads;
+  bool malformed = false;
+};
+
+// Takes what is there; at most `limit` frames.
+void take(FrameReader& reader, Reading& reading, std::uint32_t limit) {
+  Frame frame;
+  for (std::uint32_t taken = 0; taken < limit; ++taken) {
+    switch (reader.next(frame)) {
+      case FrameReader::Status::frame:
+        require(frame.payload.size() == frame.header.length, "a frame's payload has its length");
+        reading.headers.push_back(frame.header);
+        reading.payloads.insert(reading.payloads.end(), frame.payload.begin(), frame.payload.end());
+        break;
+      case FrameReader::Status::malformed:
+        reading.malformed = true;
+        return;
+      case FrameReader::Status::incomplete:
+        return;
+    }
+  }
+  reader.keepRest();
+}
+
+Reading readWhole(std::span<const std::uint8_t> stream) {
+  Reading reading;
+  FrameReader reader;
+  reader.feed(stream);
+  take(reader, reading, ~0U);
+  return reading;
+}
+
+// Some pieces are read to their end, of others only a frame or none is taken
+// before the next comes.
+Reading readPieces(fuzz::Pieces pieces) {
+  Reading reading;
+  FrameReader reader;
+  while (!pieces.isEmpty() && !reading.malformed) {
+    const Bytes piece = pieces.next();
+    const std::uint32_t choice = pieces.random() % 4;
+    reader.feed(piece);
+    take(reader, reading, choice < 2 ? choice : ~0U);
+  }
+  if (!reading.malformed) {
+    reader.feed({});
+    take(reader, reading, ~0U);
+  }
+  return reading;
+}
+
+bool sameFields(const FrameHeader& a, const FrameHeader& b) {
+  return a.kind == b.kind && a.code == b.code && a.sequence == b.sequence && a.grant == b.grant &&
+         a.length == b.length;
+}
+
+void checkHeader(const FrameHeader& header, std::span<const std::uint8_t> wire) {
+  require(header.length <= maxPayload, "no frame is longer than the limit");
+  std::array<std::uint8_t, FrameHeader::size> encoded{};
+  encodeHeader(header, encoded.data());
+  const auto again = decodeHeader(encoded.data());
+  require(again && again->order == nativeOrder && sameFields(*again, header),
+          "a header survives being written");
+  require(header.order != nativeOrder || std::equal(encoded.begin(), encoded.end(), wire.begin()),
+          "a header in this machine's order is written as it came");
+}
+
+void checkPlaces(const Reading& reading, std::span<const std::uint8_t> stream) {
+  std::span<const std::uint8_t> payloads(reading.payloads);
+  for (const FrameHeader& header : reading.headers) {
+    require(stream.size() >= FrameHeader::size + header.length, "a frame has come whole");
+    checkHeader(header, stream);
+    const auto wire = stream.subspan(FrameHeader::size, header.length);
+    require(std::equal(wire.begin(), wire.end(), payloads.begin()),
+            "a payload is what lies behind its header");
+    payloads = payloads.subspan(header.length);
+    stream = stream.subspan(FrameHeader::size + header.length);
+  }
+  if (reading.malformed) {
+    require(!decodeHeader(stream.data()), "only what is no header is refused");
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const std::uint8_t seed = input.u8();
+  const std::span<const std::uint8_t> stream = input.rest();
+  const Reading whole = readWhole(stream);
+  const Reading cut = readPieces(fuzz::Pieces(stream, seed));
+  checkPlaces(whole, stream);
+  require(whole.malformed == cut.malformed, "what is malformed is so however it is cut");
+  require(whole.payloads == cut.payloads &&
+              std::equal(whole.headers.begin(), whole.headers.end(), cut.headers.begin(),
+                         cut.headers.end(), sameFields),
+          "the same frames come however they are cut");
+  return 0;
+}
