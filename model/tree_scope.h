@@ -49,6 +49,19 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   /// Shows a value in one line.
   int doGet(const char* path) override;
 
+  /// Runs the command file `file` while connected; 3 while not. `unused` is what its
+  /// name says.
+  int doFrom(const char* file, const char* unused) override;
+
+  /// Writes the values below `path` into `file`, as commands that store them: 1
+  /// also when there is no such child, the file then being empty, and when the
+  /// writing fails; 3 where `path` leads nowhere, the file then being empty too,
+  /// or while not connected; 6 when the file cannot be opened.
+  int doTo(const char* file, const char* path) override;
+
+  /// Shows the manual page.
+  int doHelp() override;
+
   /// Drops every subscription below the current directory; the dispatcher then
   /// ends the shell.
   int doExit() override;

@@ -1,0 +1,13 @@
+#include "model/tree_scope.h"
+#include "shell/results.h"
+
+namespace treescope {
+
+int TreeScope::doFrom(const char* file, const char* /*unused*/) {
+  if (!connected()) {
+    return result::nothing;
+  }
+  return runCommandFile(file == nullptr ? "" : file);
+}
+
+}  // namespace treescope

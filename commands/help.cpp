@@ -1,0 +1,12 @@
+#include "model/tree_scope.h"
+#include "shell/results.h"
+#include "shell/system_command.h"
+
+namespace treescope {
+
+int TreeScope::doHelp() {
+  static_cast<void>(runSystemCommand("man treescope"));
+  return result::success;
+}
+
+}  // namespace treescope

@@ -1,0 +1,96 @@
+#include "commands/save_subtree.h"
+
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "commands/saved_command.h"
+
+namespace treescope {
+
+namespace {
+
+/// A node that the walk is inside of.
+struct Level {
+  ChildList children;
+  std::size_t next = 0;
+};
+
+class SubtreeWalk {
+ public:
+  SubtreeWalk(TreeScope& scope, NamedChain top, ValuesFile& file)
+      : scope_(scope), at_(std::move(top)), file_(file) {}
+
+  void run() {
+    visit();
+    while (!levels_.empty()) {
+      Level& level = levels_.back();
+      if (level.next == level.children.size()) {
+        levels_.pop_back();
+        leave();
+        continue;
+      }
+      at_.append(level.children.id(level.next), level.children.name(level.next));
+      ++level.next;
+      if (!visit()) {
+        leave();
+      }
+    }
+  }
+
+ private:
+  /// True when the walk has gone into a node.
+  bool visit() {
+    if (!scope_.hasChildren(at_.ids, true)) {
+      savePart();
+      return false;
+    }
+    Level level;
+    // Without an answer there is nothing to walk.
+    static_cast<void>(scope_.fetchChildren(at_.ids, level.children, true));
+    levels_.push_back(std::move(level));
+    return true;
+  }
+
+  void leave() {
+    // The top stays; the names of what is below it are as many as the ids.
+    if (!levels_.empty()) {
+      at_.removeLast();
+    }
+  }
+
+  void savePart() {
+    const std::uint16_t count = scope_.elementSum(at_.ids, true);
+    if (count == 0) {
+      std::string value;
+      scope_.readValueText(at_.ids, value, true);
+      save(value, savedPath(at_.names));
+    }
+    for (std::uint16_t element = 0; element < count; ++element) {
+      std::string value;
+      scope_.readElementText(at_.ids, value, element, true);
+      save(value, savedElementPath(at_.names, element));
+    }
+  }
+
+  void save(const std::string& value, const std::string& path) {
+    const std::string command = savedCommand(value);
+    const std::string trace = " make command [" + value + "] -> [" + command + "]\n";
+    static_cast<void>(std::fwrite(trace.data(), 1, trace.size(), stdout));
+    file_.write(command + path + '\n');
+  }
+
+  TreeScope& scope_;
+  NamedChain at_;
+  ValuesFile& file_;
+  std::vector<Level> levels_;
+};
+
+}  // namespace
+
+void saveSubtree(TreeScope& scope, NamedChain top, ValuesFile& file) {
+  SubtreeWalk(scope, std::move(top), file).run();
+}
+
+}  // namespace treescope

@@ -1,0 +1,93 @@
+#include "commands/values_file.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <ctime>
+
+namespace treescope {
+
+namespace {
+
+constexpr std::size_t flushSize = 32768;
+constexpr mode_t fileMode = 0666;  // The umask takes its part.
+
+/// Keeps a SIGPIPE that this thread raises from reaching the program.
+class PipeSignalGuard {
+ public:
+  PipeSignalGuard() {
+    sigemptyset(&pipeSignal_);
+    sigaddset(&pipeSignal_, SIGPIPE);
+    sigset_t pending;
+    wasPending_ = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+    blocked_ = pthread_sigmask(SIG_BLOCK, &pipeSignal_, &before_) == 0;
+  }
+  ~PipeSignalGuard() {
+    if (!blocked_) {
+      return;
+    }
+    if (!wasPending_) {
+      const timespec atOnce{};
+      static_cast<void>(sigtimedwait(&pipeSignal_, nullptr, &atOnce));
+    }
+    static_cast<void>(pthread_sigmask(SIG_SETMASK, &before_, nullptr));
+  }
+  PipeSignalGuard(const PipeSignalGuard&) = delete;
+  PipeSignalGuard& operator=(const PipeSignalGuard&) = delete;
+
+ private:
+  sigset_t pipeSignal_;
+  sigset_t before_;
+  bool wasPending_;
+  bool blocked_;
+};
+
+// Non-blocking for the opening alone: that is what a named pipe would wait in.
+bool makeBlocking(int descriptor) {
+  const int flags = fcntl(descriptor, F_GETFL);
+  return flags != -1 && fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
+}
+
+}  // namespace
+
+ValuesFile::ValuesFile(const char* fileName) {
+  const int descriptor =
+      open(fileName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, fileMode);
+  if (descriptor == -1) {
+    return;
+  }
+  if (makeBlocking(descriptor)) {
+    stream_.reset(fdopen(descriptor, "w"));
+  }
+  if (stream_ == nullptr) {
+    close(descriptor);
+    return;
+  }
+  // Collected here, so that the guard stands around each handing on.
+  std::setvbuf(stream_.get(), nullptr, _IONBF, 0);
+}
+
+ValuesFile::~ValuesFile() {
+  if (opened()) {
+    flush();
+  }
+}
+
+void ValuesFile::write(const std::string& text) {
+  pending_ += text;
+  if (pending_.size() >= flushSize) {
+    flush();
+  }
+}
+
+void ValuesFile::flush() {
+  if (!failed_) {
+    const PipeSignalGuard guard;
+    failed_ = std::fwrite(pending_.data(), 1, pending_.size(), stream_.get()) != pending_.size();
+  }
+  pending_.clear();
+}
+
+}  // namespace treescope

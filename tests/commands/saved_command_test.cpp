@@ -1,0 +1,48 @@
+#include "commands/saved_command.h"
+
+#include <gtest/gtest.h>
+
+namespace treescope {
+namespace {
+
+TEST(SavedCommand, QuotesWhatHoldsABlankOrIsEmpty) {
+  struct Case {
+    std::string value;
+    std::string command;
+  };
+  const Case cases[] = {
+      {"42", "set 42 "},
+      {"", "str \"\" "},
+      {" ", "str \" \" "},
+      {"two words", "str \"two words\" "},
+      {" x", "str \" x\" "},
+      {"x ", "str \"x \" "},
+      {"-5", "set -5 "},
+      {"a\tb", "set a\tb "},
+      {"a\nb", "set a\nb "},
+      {"a\n b", "str \"a\n b\" "},
+      {"a\"b", "set a\"b "},
+      {"say \"hi\"", "str \"say \"hi\"\" "},
+      {"a;b", "set a;b "},
+      {"\xff\x1b[m", "set \xff\x1b[m "},
+      {std::string("a\0b", 3), std::string("set a\0b ", 8)},
+  };
+  for (const Case& test : cases) {
+    EXPECT_EQ(savedCommand(test.value), test.command);
+  }
+}
+
+TEST(SavedPath, PutsASlashBeforeEachName) {
+  EXPECT_EQ(savedPath({}), "");
+  EXPECT_EQ(savedPath({"drive"}), "/drive");
+  EXPECT_EQ(savedPath({"drive", "noname-12"}), "/drive/noname-12");
+}
+
+TEST(SavedElementPath, PutsTheIndexBehindTheLastName) {
+  EXPECT_EQ(savedElementPath({"drive", "gains"}, 0), "/drive/gains[0]");
+  EXPECT_EQ(savedElementPath({"drive"}, 65533), "/drive[65533]");
+  EXPECT_EQ(savedElementPath({}, 3), "");
+}
+
+}  // namespace
+}  // namespace treescope

@@ -1,0 +1,185 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <deque>
+#include <filesystem>
+
+#include "tests/commands/scratch_directory.h"
+#include "tests/model/scope_fixture.h"
+
+namespace treescope::test {
+namespace {
+
+/// Commands whose file is "f" in a directory of the test's.
+class To : public ScopeFixture {
+ protected:
+  void SetUp() override { connect(); }
+
+  /// What `to` leaves in the file that was there before.
+  std::string saved(const std::string& path = {}) {
+    const std::string file = directory_.write("f", "from before");
+    EXPECT_EQ(run("to " + file + ' ' + path).result, 1) << path;
+    return directory_.read("f");
+  }
+
+  ScratchDirectory directory_;
+  const std::string file_ = directory_.file("f");
+};
+
+const std::string driveLines =
+    "set 42 /drive/speed\n"
+    "str \"two words\" /drive/label\n"
+    "set 1.5 /drive/gains[0]\n"
+    "set 0.25 /drive/gains[1]\n"
+    "set 1 /drive/raw[0]\n"
+    "set 2 /drive/raw[1]\n"
+    "set 3 /drive/raw[2]\n"
+    "set A-17 /drive/serial\n"
+    "set 0 /drive/offset\n"
+    "set false /drive/secret\n"
+    "set 1 /drive/limited\n"
+    "set 7 /drive/noname-12\n"
+    "set 99 /drive/speed\n"
+    "set 5 /drive/inner/deep\n";
+
+TEST_F(To, WritesEveryPartOfTheServer) {
+  const std::string all = driveLines +
+                          "str \"\" /empty\n"
+                          "set 3 /noname-3/x\n"
+                          "str \"odd value\" /" +
+                          RigServer::oddName() +
+                          "\n"
+                          "set line\nbreak /top\n";
+  EXPECT_EQ(saved(), all);
+  EXPECT_EQ(saved("/"), all);
+  EXPECT_EQ(saved("~"), all);
+  EXPECT_EQ(saved("drive/"), driveLines);
+  EXPECT_EQ(saved("/drive/inner/"), "set 5 /drive/inner/deep\n");
+}
+
+TEST_F(To, ReportsEveryLine) {
+  ASSERT_EQ(run("cd drive/gains").result, 1);
+  EXPECT_EQ(run("to " + file_), (Answer{1,
+                                        " make command [1.5] -> [set 1.5 ]\n"
+                                        " make command [0.25] -> [set 0.25 ]\n"}));
+  EXPECT_EQ(run("to " + file_ + " ../label"),
+            (Answer{1, " make command [two words] -> [str \"two words\" ]\n"}));
+  EXPECT_EQ(run("to " + file_ + " /empty"), (Answer{1, " make command [] -> [str \"\" ]\n"}));
+  EXPECT_EQ(run("to " + file_ + " /top"),
+            (Answer{1, " make command [line\nbreak] -> [set line\nbreak ]\n"}));
+}
+
+TEST_F(To, LeavesTheNamedChildOutOfThePaths) {
+  struct Case {
+    std::string path;
+    std::string lines;
+  };
+  const Case cases[] = {
+      {"top", "set line\nbreak \n"},
+      {"/drive/speed", "set 42 /drive\n"},
+      {"drive/label", "str \"two words\" /drive\n"},
+      {"drive/gains", "set 1.5 /drive[0]\nset 0.25 /drive[1]\n"},
+      {"drive/noname-12", "set 7 /drive\n"},
+      {"drive/inner", "set 5 /drive/deep\n"},
+      {"noname-3", "set 3 /x\n"},
+      {"empty", "str \"\" \n"},
+  };
+  for (const Case& test : cases) {
+    EXPECT_EQ(saved(test.path), test.lines) << test.path;
+  }
+  ASSERT_EQ(run("cd drive").result, 1);
+  EXPECT_EQ(saved("speed"), "set 42 /drive\n");
+  EXPECT_EQ(saved("../drive/inner"), "set 5 /drive/deep\n");
+}
+
+TEST_F(To, WritesThePartItIsIn) {
+  ASSERT_EQ(run("cd drive/raw").result, 1);
+  const std::string raw = "set 1 /drive/raw[0]\nset 2 /drive/raw[1]\nset 3 /drive/raw[2]\n";
+  EXPECT_EQ(saved(), raw);
+  EXPECT_EQ(saved("/drive/raw/"), raw);
+  ASSERT_EQ(run("cd ../noname-12").result, 1);
+  EXPECT_EQ(saved(), "set 7 /drive/noname-12\n");
+  ASSERT_EQ(run("cd ..").result, 1);
+  EXPECT_EQ(saved(), driveLines);
+}
+
+TEST_F(To, LeavesAnEmptyFileForAChildThatIsNotThere) {
+  for (const char* path : {"nothing", "drive/nothing", "drive/noname-1", "drive/gains[0]",
+                           "drive/gains/p", "..", "drive/.."}) {
+    EXPECT_EQ(saved(path), "") << path;
+  }
+}
+
+TEST_F(To, LeavesAnEmptyFileWhereThePathLeadsNowhere) {
+  for (const char* path : {"nothing/x", "../x", "../", "drive/speed/x/y"}) {
+    EXPECT_EQ(run("to " + directory_.write("f", "from before") + ' ' + path), (Answer{3, ""}));
+    EXPECT_EQ(directory_.read("f"), "") << path;
+  }
+}
+
+TEST_F(To, SaysWhenTheFileCannotBeOpened) {
+  const Answer refused{6, "ERROR: OpenFileError\n"};
+  EXPECT_EQ(run("to " + directory_.file("none/f")), refused);
+  EXPECT_FALSE(std::filesystem::exists(directory_.file("none")));
+  EXPECT_EQ(run("to " + directory_.path()), refused);
+  EXPECT_EQ(run("to \"\""), refused);
+  const std::string pipe = directory_.file("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  EXPECT_EQ(run("to " + pipe), refused);
+  // Before it looks at the path.
+  EXPECT_EQ(run("to " + directory_.path() + " nothing/x"), refused);
+}
+
+TEST_F(To, SaysNothingOfAFullDisk) {
+  EXPECT_EQ(run("to /dev/full drive/speed"), (Answer{1, " make command [42] -> [set 42 ]\n"}));
+  ASSERT_EQ(server_.label.setValue(std::string(200000, 'x')), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(run("to /dev/full").result, 1);
+}
+
+TEST_F(To, TouchesNothingWhileNotConnected) {
+  ASSERT_EQ(run("cd").result, 1);
+  EXPECT_EQ(run("to " + directory_.write("f", "from before")), (Answer{3, ""}));
+  EXPECT_EQ(directory_.read("f"), "from before");
+  EXPECT_EQ(run("to " + directory_.path()), (Answer{3, ""}));
+}
+
+TEST_F(To, LeavesAnEmptyFileWhereTheServerHasGone) {
+  server_.end();
+  EXPECT_EQ(run("to " + file_), (Answer{3, ""}));
+  EXPECT_EQ(directory_.read("f"), "");
+}
+
+TEST_F(To, WritesTextsOfAnyBytes) {
+  const std::string bytes("\x01\xff\x1b[31m\0;\t%s", 13);
+  ASSERT_EQ(server_.label.setValue(bytes), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(run("to " + file_ + " drive/label"),
+            (Answer{1, " make command [" + bytes + "] -> [set " + bytes + " ]\n"}));
+  EXPECT_EQ(directory_.read("f"), "set " + bytes + " /drive\n");
+}
+
+TEST_F(To, WalksDeepTrees) {
+  constexpr int depth = 1000;
+  ModelSrv::ValuePart<std::int32_t> leaf(1, "leaf", 6);
+  std::deque<ModelSrv::ModelNode> nodes;
+  ModelSrv::ModelPart* below = &leaf;
+  std::string path;
+  for (int level = 0; level < depth; ++level) {
+    path += "/n";
+    ASSERT_EQ(nodes.emplace_back(level + 1 == depth ? 30 : 1, "n").add(below),
+              ModelSrv::ModelRes_Success);
+    below = &nodes.back();
+  }
+  ASSERT_EQ(server_.drive().add(below), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(run("cd drive/n").result, 1);
+  EXPECT_EQ(saved(), "set 6 /drive" + path + "/leaf\n");
+}
+
+TEST_F(To, WantsAFileAndTakesOnePath) {
+  const Answer refused{5, "ERROR: OptionError\n"};
+  EXPECT_EQ(run("to"), refused);
+  EXPECT_EQ(run("to " + file_ + " a b"), refused);
+  EXPECT_EQ(run("to -r " + file_), refused);
+}
+
+}  // namespace
+}  // namespace treescope::test
