@@ -1,0 +1,142 @@
+#include "tests/fault/fault_test.h"
+#include "tests/fault/raw_pipe.h"
+
+namespace fault {
+namespace {
+
+using ModelSrv::ModelRes_Success;
+
+std::string getCounter(std::uint32_t sequence = 1, wire::Order order = wire::Order::leastFirst) {
+  return wire::frame(wire::request, wire::save, sequence,
+                     wire::chain({counterId}, order) + wire::u16(wire::wholeValue, order),
+                     std::nullopt, order);
+}
+
+struct BadFrame {
+  const char* name;
+  std::string bytes;
+};
+
+std::vector<BadFrame> badFrames() {
+  std::string wrongOrder = getCounter();
+  wrongOrder[0] = 2;
+  const std::string chain = wire::chain({counterId}) + wire::u16(wire::wholeValue);
+  return {
+      {"ByteOrderThatDoesNotExist", wrongOrder},
+      {"KindZero", wire::frame(0, wire::save, 1, chain)},
+      {"KindThatDoesNotExist", wire::frame(6, wire::save, 1, chain)},
+      {"KindThatDoesNotExistAtAll", wire::frame(255, wire::save, 1, chain)},
+      {"ReplyFromAClient", wire::frame(wire::reply, wire::save, 1, chain)},
+      {"EventFromAClient", wire::frame(wire::event, wire::save, 1, chain)},
+      {"WelcomeFromAClient", wire::frame(wire::welcome, 0, 1, {})},
+      {"RecallFromAClient", wire::frame(wire::recall, 0, 1, {})},
+      {"LengthOneAboveTheLimit",
+       wire::frame(wire::request, wire::save, 1, {}, wire::maxPayload + 1)},
+      {"LengthOfFourGigabytes", wire::frame(wire::request, wire::save, 1, chain, 0xFFFFFFFF)},
+      {"LengthInTheOtherOrder", wire::frame(wire::request, wire::save, 1, chain, 0x06000000)},
+      {"Text", "GET / HTTP/1.1\r\nHost: nobody\r\n\r\n"},
+      {"AllOnes", std::string(4096, '\xFF')},
+      {"GarbageBehindAGoodRequest", getCounter() + std::string(64, '\xA5')},
+  };
+}
+
+/// A bystander that must not notice anything of what happens to another client.
+class BadFrameTest : public FaultTest, public testing::WithParamInterface<BadFrame> {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(server_.ask("serve " + port), success());
+    // Would not connect again, so that a connection that was closed shows.
+    ASSERT_EQ(bystander_.connect(port).result, ModelRes_Success);
+    ASSERT_EQ(bystander_.subscribe(bystander_.counter), ModelRes_Success);
+    before_ = descriptorCount(server_.pid());
+  }
+
+  void expectNobodyElseNoticed() {
+    EXPECT_TRUE(eventually([this] { return descriptorCount(server_.pid()) == before_; }));
+    const unsigned updates = bystander_.counter.updates();
+    ASSERT_EQ(server_.ask("set 42"), success());
+    EXPECT_TRUE(bystander_.pumpUntil([&] { return bystander_.counter.updates() > updates; }));
+    EXPECT_EQ(bystander_.get(bystander_.counter).text, "42");
+  }
+
+  Peer server_;
+  Client bystander_{false};
+  std::size_t before_ = 0;
+};
+
+TEST_P(BadFrameTest, ClosesThatConnectionAndNobodyElseNotices) {
+  RawClient client;
+  ASSERT_TRUE(client.connect(mailbox));
+  ASSERT_TRUE(client.requests.write(GetParam().bytes));
+  EXPECT_TRUE(client.events.ended());
+  expectNobodyElseNoticed();
+}
+
+INSTANTIATE_TEST_SUITE_P(Garbage, BadFrameTest, testing::ValuesIn(badFrames()),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(BadFrameTest, TruncatedFrameEndsWithTheConnectionWhereverItIsCut) {
+  const std::string whole = getCounter();
+  for (std::size_t cut = 1; cut < whole.size(); ++cut) {
+    RawClient client;
+    ASSERT_TRUE(client.connect(mailbox));
+    ASSERT_TRUE(client.requests.write(whole.substr(0, cut)));
+    client.requests.close();
+    EXPECT_TRUE(client.replies.ended()) << "cut at " << cut;
+  }
+  expectNobodyElseNoticed();
+}
+
+TEST_F(BadFrameTest, FrameThatComesByteByByteIsAnswered) {
+  RawClient client;
+  ASSERT_TRUE(client.connect(mailbox));
+  for (const char byte : getCounter(7)) {
+    ASSERT_TRUE(client.requests.write(std::string(1, byte)));
+    // The bystander's exchange makes the server look between two bytes.
+    ASSERT_EQ(bystander_.get(bystander_.counter).result, ModelRes_Success);
+  }
+  const auto answer = client.replies.readFrame();
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->kind, wire::reply);
+  EXPECT_EQ(answer->sequence, 7U);
+  EXPECT_EQ(answer->code, ModelRes_Success);
+  EXPECT_EQ(answer->payload, "0");
+}
+
+TEST_F(BadFrameTest, RequestsInOneWriteAreAnsweredInTurn) {
+  RawClient client;
+  ASSERT_TRUE(client.connect(mailbox));
+  std::string all;
+  for (std::uint32_t sequence = 1; sequence <= 500; ++sequence) {
+    all += getCounter(sequence);
+  }
+  ASSERT_TRUE(client.requests.write(all));
+  for (std::uint32_t sequence = 1; sequence <= 500; ++sequence) {
+    const auto answer = client.replies.readFrame();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->sequence, sequence);
+  }
+}
+
+TEST_F(BadFrameTest, RequestInTheOtherByteOrderIsAnswered) {
+  RawClient client;
+  ASSERT_TRUE(client.sayHello(mailbox, {}, wire::Order::mostFirst));
+  ASSERT_TRUE(client.welcomed());
+  ASSERT_TRUE(client.requests.write(getCounter(0x01020304, wire::Order::mostFirst)));
+  const auto answer = client.replies.readFrame();
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->sequence, 0x01020304U);
+  EXPECT_EQ(answer->code, ModelRes_Success);
+  EXPECT_EQ(answer->payload, "0");
+}
+
+TEST_F(BadFrameTest, LargestFrameIsTakenWhole) {
+  RawClient client;
+  ASSERT_TRUE(client.connect(mailbox));
+  const auto answer = client.ask(wire::childIds, std::string(wire::maxPayload, '\0'));
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->code, ModelSrv::ModelRes_BadRequest);
+}
+
+}  // namespace
+}  // namespace fault

@@ -1,0 +1,161 @@
+#include <thread>
+
+#include "tests/fault/fault_test.h"
+#include "tests/fault/raw_pipe.h"
+
+// What a client makes of a server that does not keep to the protocol.
+
+namespace fault {
+namespace {
+
+using ModelSrv::ModelRes;
+using ModelSrv::ModelRes_NotConnected;
+using ModelSrv::ModelRes_Protocol;
+using ModelSrv::ModelRes_Success;
+
+class BadServerTest : public FaultTest {
+ protected:
+  /// Connects `client` to a hand-made server that answers the hello with `welcome`.
+  Answer connect(Client& client, const std::string& welcome) {
+    std::thread acceptor([&] { EXPECT_TRUE(server_.accept(welcome)); });
+    const Answer answer = client.connect(port);
+    acceptor.join();
+    return answer;
+  }
+
+  Answer connect(Client& client) { return connect(client, wire::frame(wire::welcome, 0, 0, {})); }
+
+  /// What `client` makes of `answer` to its request for the counter; the request's
+  /// sequence number is added to the one in `answer`'s header where `inSequence`.
+  Answer askAndAnswer(Client& client, std::string answer, bool inSequence = true) {
+    std::thread answering([&] {
+      const auto request = server_.requests.readFrame();
+      ASSERT_TRUE(request);
+      EXPECT_EQ(request->kind, wire::request);
+      EXPECT_EQ(request->code, wire::save);
+      EXPECT_EQ(request->payload, wire::chain({counterId}, request->order) +
+                                      wire::u16(wire::wholeValue, request->order));
+      if (inSequence) {
+        const auto order = static_cast<wire::Order>(answer[0]);
+        answer.replace(4, 4, wire::u32(request->sequence, order));
+      }
+      EXPECT_TRUE(server_.replies.write(answer));
+      server_.replies.close();
+    });
+    const Answer result = client.get(client.counter);
+    answering.join();
+    return result;
+  }
+
+  RawServer server_{mailbox};
+};
+
+TEST_F(BadServerTest, GoodAnswerIsTaken) {
+  Client client(false);
+  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  EXPECT_EQ(askAndAnswer(client, wire::frame(wire::reply, 0, 0, "123")).text, "123");
+}
+
+TEST_F(BadServerTest, AnswerInTheOtherByteOrderIsTaken) {
+  Client client(false);
+  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  const auto frame = wire::frame(wire::reply, 0, 0, "123", std::nullopt, wire::Order::mostFirst);
+  EXPECT_EQ(askAndAnswer(client, frame).text, "123");
+}
+
+TEST_F(BadServerTest, LateReplyOfAnotherSequenceIsDropped) {
+  Client client(false);
+  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  std::thread answering([&] {
+    const auto request = server_.requests.readFrame();
+    ASSERT_TRUE(request);
+    const std::uint32_t sequence = request->sequence;
+    EXPECT_TRUE(server_.replies.write(wire::frame(wire::reply, 0, sequence - 1, "late") +
+                                      wire::frame(wire::recall, 0, 0, {}) +
+                                      wire::frame(wire::reply, 0, sequence, "right")));
+  });
+  EXPECT_EQ(client.get(client.counter).text, "right");
+  answering.join();
+}
+
+struct BadReply {
+  const char* name;
+  std::string bytes;
+  ModelRes result;
+};
+
+std::vector<BadReply> badReplies() {
+  std::string wrongOrder = wire::frame(wire::reply, 0, 0, "1");
+  wrongOrder[0] = 7;
+  return {
+      {"ByteOrderThatDoesNotExist", wrongOrder, ModelRes_Protocol},
+      {"KindThatDoesNotExist", wire::frame(77, 0, 0, "1"), ModelRes_Protocol},
+      {"RequestFromAServer", wire::frame(wire::request, 0, 0, "1"), ModelRes_Protocol},
+      {"EventOnTheReplyPipe", wire::frame(wire::event, 1, 0, {}), ModelRes_Protocol},
+      {"SecondWelcome", wire::frame(wire::welcome, 0, 0, {}), ModelRes_Protocol},
+      {"LengthOneAboveTheLimit", wire::frame(wire::reply, 0, 0, {}, wire::maxPayload + 1),
+       ModelRes_Protocol},
+      {"LengthOfFourGigabytes", wire::frame(wire::reply, 0, 0, "1", 0xFFFFFFFF), ModelRes_Protocol},
+      {"Text", "HTTP/1.1 200 OK\r\n\r\n", ModelRes_Protocol},
+      {"CutInTheHeader", wire::frame(wire::reply, 0, 0, "1").substr(0, 11), ModelRes_NotConnected},
+      {"CutInThePayload", wire::frame(wire::reply, 0, 0, "1", 100), ModelRes_NotConnected},
+  };
+}
+
+class BadReplyTest : public BadServerTest, public testing::WithParamInterface<BadReply> {};
+
+TEST_P(BadReplyTest, FailsTheRequestAtOnceAndEveryLaterOneTheSameWay) {
+  Client client(false);
+  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  const Answer answer = askAndAnswer(client, GetParam().bytes);
+  EXPECT_EQ(answer.result, GetParam().result);
+  EXPECT_LT(answer.elapsed, atOnce);
+  EXPECT_EQ(client.get(client.counter).result, GetParam().result);
+}
+
+INSTANTIATE_TEST_SUITE_P(Garbage, BadReplyTest, testing::ValuesIn(badReplies()),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(BadServerTest, ListThatClaimsMoreThanItHoldsIsRefused) {
+  Client client(false);
+  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  for (const std::string& payload :
+       {wire::u16(65535), wire::u16(2) + wire::u16(1), std::string(1, '\1'), wire::u16(0) + "x"}) {
+    std::thread answering([&] {
+      const auto request = server_.requests.readFrame();
+      ASSERT_TRUE(request);
+      EXPECT_TRUE(server_.replies.write(wire::frame(wire::reply, 0, request->sequence, payload)));
+    });
+    std::vector<unsigned short> ids{1, 2, 3};
+    EXPECT_EQ(client.root.getChildIdsFromServer(&client.root, ids), ModelRes_Protocol);
+    EXPECT_EQ(ids, (std::vector<unsigned short>{1, 2, 3}));
+    answering.join();
+  }
+}
+
+TEST_F(BadServerTest, GarbageOnTheEventPipeEndsTheConnection) {
+  Client client(false);
+  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  ASSERT_TRUE(server_.events.write("no event at all, whatever it is"));
+  EXPECT_EQ(client.manager.receiveEvent(2000), EvtSrv::EvtRes_Success);
+  const Answer answer = client.get(client.counter);
+  EXPECT_EQ(answer.result, ModelRes_Protocol);
+  EXPECT_LT(answer.elapsed, atOnce);
+}
+
+TEST_F(BadServerTest, WelcomeThatIsNoneIsAResultOfConnecting) {
+  Client client(false);
+  EXPECT_EQ(connect(client, std::string(wire::headerSize, '\xFF')).result, ModelRes_Protocol);
+  EXPECT_EQ(connect(client, wire::frame(wire::reply, 0, 0, {})).result, ModelRes_Protocol);
+  EXPECT_TRUE(namedPrivatePipes(::getpid()).empty());
+}
+
+TEST_F(BadServerTest, WelcomeThatRefusesIsAResultOfConnecting) {
+  Client client(false);
+  EXPECT_EQ(connect(client, wire::frame(wire::welcome, EvtSrv::EvtRes_Refused, 0, {})).result,
+            ModelSrv::ModelRes_Refused);
+  EXPECT_TRUE(namedPrivatePipes(::getpid()).empty());
+}
+
+}  // namespace
+}  // namespace fault

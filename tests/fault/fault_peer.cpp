@@ -1,0 +1,279 @@
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "tests/fault/client.h"
+#include "tests/fault/served_tree.h"
+
+// The other process of the tests: a server, a client, or both, that does what the
+// lines on its standard input say and answers each with one line. One thread
+// dispatches events, another follows the lines. See `commands` for what there is.
+
+namespace {
+
+using fault::Client;
+
+/// Lines from a descriptor, however signals interrupt.
+class Lines {
+ public:
+  std::optional<std::string> next() {
+    for (;;) {
+      if (const std::size_t end = text_.find('\n'); end != std::string::npos) {
+        std::string line = text_.substr(0, end);
+        text_.erase(0, end + 1);
+        return line;
+      }
+      char buffer[4096];
+      const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+      if (count > 0) {
+        text_.append(buffer, static_cast<std::size_t>(count));
+      } else if (count == 0 || errno != EINTR) {
+        return std::nullopt;
+      }
+    }
+  }
+
+ private:
+  std::string text_;
+};
+
+bool answer(std::string line) {
+  line += '\n';
+  for (std::size_t done = 0; done < line.size();) {
+    const ssize_t count = ::write(STDOUT_FILENO, line.data() + done, line.size() - done);
+    if (count < 0 && errno != EINTR) {
+      return false;
+    }
+    done += count > 0 ? static_cast<std::size_t>(count) : 0;
+  }
+  return true;
+}
+
+std::string ok(bool done) {
+  return done ? "ok" : "errno " + std::to_string(errno);
+}
+
+std::string number(ModelSrv::ModelRes result) {
+  return std::to_string(static_cast<unsigned>(result));
+}
+
+/// Dispatches a manager's events on a thread of its own.
+class Pump {
+ public:
+  explicit Pump(EvtSrv::EventPortManager& manager)
+      : manager_(manager), thread_([this] { run(); }) {}
+  ~Pump() {
+    over_ = true;
+    manager_.wake();
+    thread_.join();
+  }
+  Pump(const Pump&) = delete;
+  Pump& operator=(const Pump&) = delete;
+
+ private:
+  void run() {
+    while (!over_) {
+      // A time-out is as good here: the flag is what ends this.
+      static_cast<void>(manager_.receiveEvent(-1));
+    }
+  }
+
+  EvtSrv::EventPortManager& manager_;
+  std::atomic<bool> over_{false};
+  std::thread thread_;
+};
+
+class Peer {
+ public:
+  void follow();
+
+ private:
+  using Words = std::istringstream;
+
+  struct Server {
+    EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, true};
+    ModelSrv::ModelRoot root{&manager};
+    fault::ServedTree tree{root};
+    Pump pump{manager};
+  };
+  struct Connected {
+    Client client;
+    Pump pump{client.manager};
+  };
+
+  Server& server() {
+    if (!server_) {
+      server_ = std::make_unique<Server>();
+    }
+    return *server_;
+  }
+  Client& client() {
+    if (!connected_) {
+      connected_ = std::make_unique<Connected>();
+    }
+    return connected_->client;
+  }
+
+  std::string serve(Words& words);
+  std::string become(Words& words);
+  std::string run(Words& words);
+
+  std::unique_ptr<Server> server_;
+  std::unique_ptr<Connected> connected_;
+};
+
+/// serve NAME [GROUP]
+std::string Peer::serve(Words& words) {
+  std::string name;
+  ModelSrv::ServerOptions options;
+  words >> name;
+  if (gid_t group = 0; words >> group) {
+    options.group = group;
+  }
+  return number(server().root.startAsServer(name, options));
+}
+
+/// become USER GROUP [GROUP...]: the other groups are supplementary ones.
+std::string Peer::become(Words& words) {
+  uid_t user = 0;
+  gid_t group = 0;
+  words >> user >> group;
+  std::vector<gid_t> others;
+  for (gid_t other = 0; words >> other;) {
+    others.push_back(other);
+  }
+  return ok(::setgroups(others.size(), others.data()) == 0 && ::setgid(group) == 0 &&
+            ::setuid(user) == 0 &&
+            // Else the files of this process in /proc would be root's.
+            ::prctl(PR_SET_DUMPABLE, 1) == 0);
+}
+
+/// run COMMAND: what it writes comes before the answer.
+std::string Peer::run(Words& words) {
+  std::string command;
+  std::getline(words >> std::ws, command);
+  return "ended " + std::to_string(std::system(command.c_str()));
+}
+
+/// Sets the limit such that just `room` numbers are left for new descriptors,
+/// whatever holes there are between the open ones.
+bool leaveRoom(unsigned room) {
+  int limit = 0;
+  for (unsigned free = 0;; ++limit) {
+    const bool isFree = ::fcntl(limit, F_GETFD) < 0;
+    if (isFree && free == room) {
+      break;
+    }
+    free += isFree ? 1 : 0;
+  }
+  rlimit now{};
+  if (::getrlimit(RLIMIT_NOFILE, &now) != 0) {
+    return false;
+  }
+  now.rlim_cur = static_cast<rlim_t>(limit);
+  return ::setrlimit(RLIMIT_NOFILE, &now) == 0;
+}
+
+bool rainSignals(suseconds_t microseconds) {
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  const itimerval timer{{0, microseconds}, {0, microseconds}};
+  return ::sigaction(SIGALRM, &action, nullptr) == 0 &&
+         ::setitimer(ITIMER_REAL, &timer, nullptr) == 0;
+}
+
+template <typename T>
+T take(std::istringstream& words) {
+  T value{};
+  words >> value;
+  return value;
+}
+
+void Peer::follow() {
+  const std::map<std::string, std::function<std::string(Words&)>> commands{
+      // The process.
+      {"become", [this](Words& words) { return become(words); }},
+      {"umask",
+       [](Words& words) {
+         ::umask(static_cast<mode_t>(std::stoul(take<std::string>(words), nullptr, 8)));
+         return ok(true);
+       }},
+      {"room",
+       [this](Words& words) {
+         // Not while a dispatch has descriptors on the move.
+         auto lock = server_ ? std::unique_lock(server_->manager.clientMutex)
+                             : std::unique_lock<KSTD::KThreadMutex>();
+         return ok(leaveRoom(take<unsigned>(words)));
+       }},
+      {"rain", [](Words& words) { return ok(rainSignals(take<suseconds_t>(words))); }},
+      {"run", [this](Words& words) { return run(words); }},
+      // The server.
+      {"serve", [this](Words& words) { return serve(words); }},
+      {"set",
+       [this](Words& words) {
+         return number(server().tree.counter.setValue(take<std::uint64_t>(words)));
+       }},
+      {"settext",
+       [this](Words& words) {
+         return number(server().tree.text.setValue(fault::patternText(take<std::size_t>(words))));
+       }},
+      {"change",
+       [this](Words& words) {
+         server().tree.changeMany(take<unsigned>(words));
+         return ok(true);
+       }},
+      // The client; parts by the names that they have in the tree.
+      {"connect",
+       [this](Words& words) { return number(client().connect(take<std::string>(words)).result); }},
+      {"get",
+       [this](Words&) {
+         const fault::Answer got = client().get(client().counter);
+         return number(got.result) + " " + got.text;
+       }},
+      {"store",
+       [this](Words& words) {
+         return number(client().store(client().counter, take<std::string>(words)).result);
+       }},
+      {"subscribe", [this](Words&) { return number(client().subscribe(client().counter)); }},
+      {"prepare",
+       [this](Words&) {
+         static_cast<void>(client());
+         return ok(true);
+       }},
+  };
+  Lines lines;
+  while (const auto line = lines.next()) {
+    Words words(*line);
+    const auto name = take<std::string>(words);
+    if (name == "quit") {
+      break;
+    }
+    const auto found = commands.find(name);
+    if (!answer(found == commands.end() ? "unknown" : found->second(words))) {
+      break;
+    }
+  }
+}
+
+}  // namespace
+
+int main() {
+  Peer().follow();
+}

@@ -1,0 +1,138 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "tests/fault/fault_test.h"
+#include "tests/fault/raw_pipe.h"
+
+namespace fault {
+namespace {
+
+using ModelSrv::ModelRes_Success;
+
+struct Garbage {
+  const char* name;
+  std::string bytes;
+};
+
+std::string spoiled(std::size_t position) {
+  std::string hello = wire::hello(std::string(16, 'a'));
+  hello[position] = static_cast<char>(hello[position] ^ 0x40);
+  return hello;
+}
+
+std::vector<Garbage> garbage() {
+  const std::string hello = wire::hello(std::string(16, 'a'));
+  return {
+      {"Nothing", {}},
+      {"OneByte", "x"},
+      {"Zeros", std::string(1000, '\0')},
+      {"Ones", std::string(1000, '\xFF')},
+      {"WrongChecksum", spoiled(33)},
+      {"WrongToken", spoiled(20)},
+      {"WrongSize", spoiled(10)},
+      {"WrongVersion", spoiled(9)},
+      {"ManyWrongChecksums", spoiled(33) + spoiled(32) + spoiled(35)},
+      {"MagicTwice", hello.substr(0, 8) + hello.substr(0, 8)},
+      {"AlmostAPipeful", std::string(4000, '?')},
+      {"HelloWhosePipesDoNotExist", hello},
+  };
+}
+
+class MailboxGarbageTest : public FaultTest, public testing::WithParamInterface<Garbage> {
+ protected:
+  void SetUp() override { ASSERT_EQ(server_.ask("serve " + port), success()); }
+
+  void expectServed() {
+    Client client;
+    const Answer answer = client.connect(port);
+    EXPECT_EQ(answer.result, ModelRes_Success);
+    EXPECT_LT(answer.elapsed, atOnce);
+    EXPECT_EQ(client.get(client.counter).text, "0");
+  }
+
+  Peer server_;
+};
+
+TEST_P(MailboxGarbageTest, IsSkippedAndTheHelloRightBehindItIsServed) {
+  RawClient client;
+  ASSERT_TRUE(client.sayHello(mailbox, GetParam().bytes));
+  EXPECT_TRUE(client.welcomed());
+  expectServed();
+}
+
+INSTANTIATE_TEST_SUITE_P(Mailbox, MailboxGarbageTest, testing::ValuesIn(garbage()),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(MailboxGarbageTest, PartialMagicOfEveryLengthIsSkipped) {
+  const std::string hello = wire::hello(std::string(16, 'b'));
+  for (std::size_t length = 1; length < hello.size(); ++length) {
+    RawClient client;
+    ASSERT_TRUE(client.sayHello(mailbox, hello.substr(0, length)));
+    EXPECT_TRUE(client.welcomed()) << "behind the first " << length << " bytes of a hello";
+  }
+}
+
+TEST_F(MailboxGarbageTest, HelloCutAtEveryByteAndContinuedInAnotherWriteIsServed) {
+  for (std::size_t cut = 1; cut < wire::helloSize; ++cut) {
+    RawClient client;
+    const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
+    const std::string hello = wire::hello(client.token);
+    ASSERT_TRUE(pipe.write(hello.substr(0, cut)));
+    ASSERT_TRUE(eventually([&] { return pipe.pendingBytes() == 0; }));
+    ASSERT_TRUE(pipe.write(hello.substr(cut)));
+    EXPECT_TRUE(client.welcomed()) << "cut at " << cut;
+  }
+}
+
+TEST_F(MailboxGarbageTest, MailboxFullOfGarbageIsEmptiedAndServed) {
+  server_.suspend();
+  const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
+  const int room = ::fcntl(pipe.descriptor(), F_GETPIPE_SZ);
+  ASSERT_GT(room, 0);
+  ASSERT_TRUE(pipe.write(std::string(static_cast<std::size_t>(room), '\x9E')));
+  Peer client;
+  client.send("connect " + port);
+  ASSERT_TRUE(eventually([&] { return namedPrivatePipes(client.pid()).size() == 3; }));
+  server_.resume();
+  EXPECT_EQ(client.answer(), success());
+  expectServed();
+}
+
+TEST_F(MailboxGarbageTest, SameHelloTwiceHarmsNobody) {
+  RawClient client;
+  ASSERT_TRUE(client.sayHello(mailbox, wire::hello(client.token)));
+  static_cast<void>(client.welcomed());
+  expectServed();
+}
+
+TEST_F(MailboxGarbageTest, HelloWhosePipesAreOtherThingsIsNotAnsweredIntoThem) {
+  const std::string token = wire::newToken();
+  const std::string replies = wire::privatePath(token, ".rep");
+  const std::string events = wire::privatePath(token, ".evt");
+  const std::string target = pathOf(port + "_target");
+  std::ofstream(target) << "untouched";
+  ASSERT_EQ(::symlink(target.c_str(), replies.c_str()), 0);
+  std::ofstream(events) << "untouched";
+  const std::size_t before = descriptorCount(server_.pid());
+
+  const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
+  EXPECT_TRUE(pipe.write(wire::hello(token)));
+  expectServed();
+  ASSERT_EQ(::unlink(replies.c_str()), 0);
+  std::ofstream(replies) << "untouched";
+  EXPECT_TRUE(pipe.write(wire::hello(token)));
+  expectServed();
+
+  for (const std::string& path : {target, replies, events}) {
+    std::string text;
+    std::getline(std::ifstream(path), text);
+    EXPECT_EQ(text, "untouched") << path;
+    ::unlink(path.c_str());
+  }
+  EXPECT_TRUE(eventually([&] { return descriptorCount(server_.pid()) == before; }));
+}
+
+}  // namespace
+}  // namespace fault

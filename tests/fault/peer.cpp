@@ -1,0 +1,168 @@
+#include "tests/fault/peer.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "tests/support/hygiene.h"
+#include "tests/support/programs.h"
+
+namespace fault {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view privatePrefix = "/tmp/.krv-";
+constexpr std::string_view deleted = " (deleted)";
+
+/// Lines of "/proc/PID/status" of one thread that begin with one of `names`.
+std::string statusLines(const fs::path& task, const std::vector<std::string>& names) {
+  std::ifstream file(task / "status");
+  std::string result;
+  for (std::string line; std::getline(file, line);) {
+    for (const std::string& name : names) {
+      if (line.starts_with(name)) {
+        result += line + '\n';
+      }
+    }
+  }
+  return result;
+}
+
+std::set<std::string> privatePipes(pid_t pid) {
+  std::set<std::string> result;
+  for (const std::string& entry : test_support::openDescriptorsOf(pid)) {
+    if (const auto at = entry.find(privatePrefix); at != std::string::npos) {
+      result.insert(entry.substr(at));
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+Peer::Peer() : process_({test_support::buildDirectory() + "/tests/fault_peer"}) {}
+
+Peer::~Peer() {
+  if (!hasEnded_) {
+    resume();
+    quit();
+  }
+}
+
+void Peer::send(const std::string& command) {
+  EXPECT_TRUE(process_.write(command + "\n")) << command << process_.errors();
+}
+
+std::string Peer::answer() {
+  const auto line = process_.readLine();
+  EXPECT_TRUE(line.has_value()) << "no answer; " << process_.errors();
+  return line.value_or("no answer");
+}
+
+std::string Peer::ask(const std::string& command) {
+  send(command);
+  return answer();
+}
+
+std::vector<std::string> Peer::run(const std::string& command) {
+  send("run " + command);
+  std::vector<std::string> lines;
+  do {
+    lines.push_back(answer());
+  } while (!lines.back().starts_with("ended ") && lines.back() != "no answer");
+  return lines;
+}
+
+void Peer::suspend() {
+  process_.signal(SIGSTOP);
+  siginfo_t info{};
+  EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(pid()), &info, WSTOPPED), 0);
+}
+
+void Peer::resume() {
+  process_.signal(SIGCONT);
+}
+
+void Peer::kill() {
+  hasEnded_ = true;
+  process_.signal(SIGKILL);
+  EXPECT_EQ(process_.waitForExit(), (test_support::ExitStatus{0, SIGKILL}));
+}
+
+void Peer::quit() {
+  hasEnded_ = true;
+  process_.closeInput();
+  EXPECT_EQ(process_.waitForExit(), (test_support::ExitStatus{0, 0})) << process_.errors();
+}
+
+bool eventually(const std::function<bool()>& holds) {
+  const auto end = std::chrono::steady_clock::now() + test_support::patience;
+  while (!holds()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
+    ::poll(nullptr, 0, 1);
+  }
+  return true;
+}
+
+std::size_t descriptorCount(pid_t pid) {
+  return test_support::openDescriptorsOf(pid).size();
+}
+
+std::vector<std::string> namedPrivatePipes(pid_t pid) {
+  std::vector<std::string> result;
+  for (const std::string& path : privatePipes(pid)) {
+    if (!path.ends_with(deleted)) {
+      result.push_back(path);
+    }
+  }
+  return result;
+}
+
+std::size_t privatePipeCount(pid_t pid) {
+  return privatePipes(pid).size();
+}
+
+std::size_t residentKiB(pid_t pid) {
+  const std::string line = statusLines(fs::path("/proc") / std::to_string(pid), {"VmRSS:"});
+  const auto digits = line.find_first_of("0123456789");
+  return digits == std::string::npos ? 0 : std::stoul(line.substr(digits));
+}
+
+std::string signalState(pid_t pid) {
+  const fs::path tasks = fs::path("/proc") / std::to_string(pid) / "task";
+  std::string result;
+  const auto settled = [&] {
+    result.clear();
+    for (const auto& task : fs::directory_iterator(tasks)) {
+      result += statusLines(task.path(), {"SigPnd:", "ShdPnd:", "SigBlk:", "SigIgn:", "SigCgt:"});
+    }
+    return result.find("SigBlk:\tf") == std::string::npos;
+  };
+  EXPECT_TRUE(eventually(settled)) << result;
+  return result;
+}
+
+bool memoryIsReused() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+  return false;
+#else
+  return true;
+#endif
+#else
+  return true;
+#endif
+}
+
+}  // namespace fault

@@ -1,0 +1,92 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "tests/fault/fault_test.h"
+
+namespace fault {
+namespace {
+
+constexpr mode_t permissionBits = 07777;
+constexpr const char* umasks[] = {"0", "022", "0777"};
+
+struct stat statusOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+  EXPECT_TRUE(S_ISFIFO(status.st_mode)) << path;
+  return status;
+}
+
+class PipeModeTest : public FaultTest, public testing::WithParamInterface<const char*> {
+ protected:
+  /// A peer with the umask of this test; as root a user of its own, whom modes
+  /// matter to.
+  void prepare(Peer& peer) {
+    if (::geteuid() == 0) {
+      ASSERT_EQ(peer.ask("become 54321 54321 54400"), "ok");
+    }
+    ASSERT_EQ(peer.ask(std::string("umask ") + GetParam()), "ok");
+  }
+
+  static gid_t sharedGroup() { return ::geteuid() == 0 ? 54400 : ::getegid(); }
+
+  /// The private pipes of a client that waits for the welcome of a server that
+  /// hangs, looked at one by one.
+  void lookAtPrivatePipes(mode_t mode, std::optional<gid_t> group) {
+    server_.suspend();
+    Peer client;
+    prepare(client);
+    client.send("connect " + port);
+    ASSERT_TRUE(eventually([&] {
+      const auto paths = namedPrivatePipes(client.pid());
+      return paths.size() == 3 &&
+             std::all_of(paths.begin(), paths.end(), [&](const std::string& path) {
+               return (statusOf(path).st_mode & permissionBits) == mode;
+             });
+    }));
+    for (const std::string& path : namedPrivatePipes(client.pid())) {
+      const struct stat status = statusOf(path);
+      EXPECT_EQ(status.st_mode & permissionBits, mode) << path;
+      if (group) {
+        EXPECT_EQ(status.st_gid, *group) << path;
+      }
+    }
+    server_.resume();
+    EXPECT_EQ(client.answer(), success());
+    EXPECT_EQ(client.ask("get"), success() + " 0");
+  }
+
+  Peer server_;
+};
+
+TEST_P(PipeModeTest, MailboxAndPrivatePipesAreOpenToTheirUserAlone) {
+  prepare(server_);
+  ASSERT_EQ(server_.ask("serve " + port), success());
+  EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0600U);
+  lookAtPrivatePipes(0600, std::nullopt);
+}
+
+TEST_P(PipeModeTest, MailboxAndPrivatePipesOfAGroupAreOpenToItToo) {
+  prepare(server_);
+  ASSERT_EQ(server_.ask("serve " + port + " " + std::to_string(sharedGroup())), success());
+  EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0660U);
+  EXPECT_EQ(statusOf(mailbox).st_gid, sharedGroup());
+  lookAtPrivatePipes(0660, sharedGroup());
+}
+
+TEST_P(PipeModeTest, MailboxThatIsTakenOverGetsItsModeAnew) {
+  ASSERT_EQ(::mkfifo(mailbox.c_str(), 0600), 0);
+  ASSERT_EQ(::chmod(mailbox.c_str(), 0666), 0);
+  if (::geteuid() == 0) {
+    ASSERT_EQ(::chown(mailbox.c_str(), 54321, 54321), 0);
+  }
+  prepare(server_);
+  ASSERT_EQ(server_.ask("serve " + port), success());
+  EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0600U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Umask, PipeModeTest, testing::ValuesIn(umasks),
+                         [](const auto& row) { return std::string("Is") + row.param; });
+
+}  // namespace
+}  // namespace fault

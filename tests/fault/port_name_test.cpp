@@ -1,0 +1,70 @@
+#include "tests/fault/fault_test.h"
+
+namespace fault {
+namespace {
+
+using ModelSrv::ModelRes_BadName;
+using ModelSrv::ModelRes_Success;
+
+struct BadName {
+  const char* name;
+  std::string port;
+};
+
+std::vector<BadName> badNames() {
+  return {
+      {"Empty", ""},
+      {"Slash", "/"},
+      {"SlashInFront", "/tmp/name"},
+      {"SlashInside", "a/b"},
+      {"WayOut", "../name"},
+      {"Dot", "."},
+      {"DotDot", ".."},
+      {"DotInFront", ".x"},
+      {"NulInside", std::string("a\0b", 3)},
+      {"OfTwoHundredAndOneBytes", std::string(201, 'n')},
+      {"OfAMegabyte", std::string(1 << 20U, 'n')},
+  };
+}
+
+class BadPortNameTest : public testing::TestWithParam<BadName> {};
+
+TEST_P(BadPortNameTest, IsRefusedByServerAndClient) {
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
+  ModelSrv::ModelRoot root(&manager);
+  EXPECT_EQ(root.startAsServer(GetParam().port), ModelRes_BadName);
+  Client client;
+  EXPECT_EQ(client.connect(GetParam().port).result, ModelRes_BadName);
+}
+
+INSTANTIATE_TEST_SUITE_P(Name, BadPortNameTest, testing::ValuesIn(badNames()),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+class PortNameTest : public FaultTest {
+ protected:
+  static void expectServed(const std::string& name) {
+    Peer server;
+    ASSERT_EQ(server.ask("serve " + name), success());
+    Client client;
+    EXPECT_EQ(client.connect(name).result, ModelRes_Success);
+    EXPECT_EQ(client.get(client.counter).text, "0");
+    server.quit();
+  }
+};
+
+TEST_F(PortNameTest, NameOfTwoHundredBytesWorks) {
+  std::string name = port;
+  name.resize(200, 'n');
+  expectServed(name);
+}
+
+TEST_F(PortNameTest, NameWithADotInsideWorks) {
+  expectServed(port + ".x.fifo");
+}
+
+TEST_F(PortNameTest, NameOfBytesThatAreNoTextWorks) {
+  expectServed(port + "_\xC3\xA4\xFF\x1B*?");
+}
+
+}  // namespace
+}  // namespace fault

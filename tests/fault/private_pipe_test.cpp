@@ -1,0 +1,154 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <memory>
+#include <vector>
+
+#include "tests/fault/fault_test.h"
+#include "tests/fault/raw_pipe.h"
+
+namespace fault {
+namespace {
+
+using ModelSrv::ModelRes_Success;
+
+class PrivatePipeTest : public FaultTest {
+ protected:
+  void SetUp() override { ASSERT_EQ(server_.ask("serve " + port), success()); }
+
+  /// Starts `client` on a handshake with a server that hangs, and gives the names
+  /// of the pipes that it has made.
+  std::vector<std::string> halfWay(Peer& client) {
+    server_.suspend();
+    client.send("connect " + port);
+    EXPECT_TRUE(eventually([&] { return namedPrivatePipes(client.pid()).size() == 3; }));
+    return namedPrivatePipes(client.pid());
+  }
+
+  static bool exists(const std::string& path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0;
+  }
+
+  Peer server_;
+};
+
+TEST_F(PrivatePipeTest, NamesAreGoneAfterTheHandshakeAndThePipesWork) {
+  Client client;
+  ASSERT_EQ(client.connect(port).result, ModelRes_Success);
+  EXPECT_EQ(privatePipeCount(::getpid()), 3U);
+  EXPECT_EQ(privatePipeCount(server_.pid()), 3U);
+  EXPECT_TRUE(namedPrivatePipes(::getpid()).empty());
+  EXPECT_TRUE(namedPrivatePipes(server_.pid()).empty());
+  EXPECT_EQ(client.get(client.counter).text, "0");
+}
+
+TEST_F(PrivatePipeTest, NamesAreNoServersAndDifferFromClientToClient) {
+  Peer first;
+  const auto paths = halfWay(first);
+  Peer second;
+  second.send("connect " + port);
+  ASSERT_TRUE(eventually([&] { return namedPrivatePipes(second.pid()).size() == 3; }));
+  for (const std::string& path : paths) {
+    EXPECT_TRUE(path.starts_with("/tmp/.krv-")) << path;
+    EXPECT_FALSE(path.ends_with(".fifo")) << path;
+    EXPECT_EQ(path.size(), std::string("/tmp/.krv-.req").size() + 32) << path;
+    const std::string token = path.substr(0, path.size() - 4);
+    for (const std::string& other : namedPrivatePipes(second.pid())) {
+      EXPECT_FALSE(other.starts_with(token)) << other;
+    }
+  }
+  server_.resume();
+  EXPECT_EQ(first.answer(), success());
+  EXPECT_EQ(second.answer(), success());
+}
+
+TEST_F(PrivatePipeTest, LitterOfAClientKilledInMidHandshakeIsSweptByTheNextHandshake) {
+  std::vector<std::string> litter;
+  {
+    Peer client;
+    litter = halfWay(client);
+    client.kill();
+  }
+  ASSERT_EQ(litter.size(), 3U);
+  server_.resume();
+  Client next;
+  ASSERT_EQ(next.connect(port).result, ModelRes_Success);
+  for (const std::string& path : litter) {
+    EXPECT_FALSE(exists(path)) << path;
+  }
+}
+
+TEST_F(PrivatePipeTest, LiveClientsPipesAreNotSwept) {
+  Peer waiting;
+  const auto pipes = halfWay(waiting);
+  const std::string other = port + "_other";
+  Peer otherServer;
+  ASSERT_EQ(otherServer.ask("serve " + other), success());
+  for (int i = 0; i < 20; ++i) {
+    Client client;
+    ASSERT_EQ(client.connect(other).result, ModelRes_Success);
+  }
+  for (const std::string& path : pipes) {
+    EXPECT_TRUE(exists(path)) << path;
+  }
+  server_.resume();
+  EXPECT_EQ(waiting.answer(), success());
+  EXPECT_EQ(waiting.ask("get"), success() + " 0");
+}
+
+TEST_F(PrivatePipeTest, ManyClientsThatConnectAtOnceAllGetIn) {
+  std::vector<std::unique_ptr<Peer>> clients;
+  for (int i = 0; i < 8; ++i) {
+    clients.push_back(std::make_unique<Peer>());
+  }
+  for (int round = 0; round < 20; ++round) {
+    for (const auto& client : clients) {
+      client->send("connect " + port);
+    }
+    for (const auto& client : clients) {
+      EXPECT_EQ(client->answer(), success());
+    }
+  }
+  for (const auto& client : clients) {
+    EXPECT_EQ(client->ask("get"), success() + " 0");
+    EXPECT_EQ(privatePipeCount(client->pid()), 3U);
+  }
+}
+
+TEST_F(PrivatePipeTest, SweepLeavesAloneWhatIsNoPrivatePipe) {
+  const std::string token = wire::newToken();
+  const std::string file = wire::privatePath(token, ".req");
+  const std::string foreign = wire::privatePath(token, ".rep.fifo");
+  const std::string shortName = "/tmp/.krv-" + port + ".evt";
+  const RawPipe regular(::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
+  ASSERT_TRUE(regular.isOpen());
+  ASSERT_EQ(::mkfifo(foreign.c_str(), 0600), 0);
+  ASSERT_EQ(::mkfifo(shortName.c_str(), 0600), 0);
+  Client client;
+  ASSERT_EQ(client.connect(port).result, ModelRes_Success);
+  for (const std::string& path : {file, foreign, shortName}) {
+    EXPECT_TRUE(exists(path)) << path;
+    ::unlink(path.c_str());
+  }
+}
+
+TEST_F(PrivatePipeTest, EveryDescriptorIsClosedOnExec) {
+  Peer both;
+  ASSERT_EQ(both.ask("serve " + port + "_both"), success());
+  ASSERT_EQ(both.ask("connect " + port + "_both"), success());
+  EXPECT_EQ(privatePipeCount(both.pid()), 3U);
+  EXPECT_GE(descriptorCount(both.pid()), 6U + 3U + 2U);
+  const auto lines = both.run("readlink /proc/self/fd/*; readlink /proc/$$/fd/*");
+  EXPECT_EQ(lines.back().substr(0, 5), "ended");
+  for (const std::string& line : lines) {
+    EXPECT_EQ(line.find(".fifo"), std::string::npos) << line;
+    EXPECT_EQ(line.find(".krv-"), std::string::npos) << line;
+    EXPECT_EQ(line.find("anon_inode"), std::string::npos) << line;
+  }
+  EXPECT_GE(lines.size(), 3U) << "the command has seen no descriptor at all";
+  EXPECT_EQ(both.ask("get"), success() + " 0");
+}
+
+}  // namespace
+}  // namespace fault

@@ -1,0 +1,85 @@
+#include "tests/fault/fault_test.h"
+#include "tests/fault/raw_pipe.h"
+
+// SIGPIPE has its default disposition in the peers, so that one which reached
+// them would be their end.
+
+namespace fault {
+namespace {
+
+using ModelSrv::ModelRes_NotConnected;
+using ModelSrv::ModelRes_Success;
+
+std::string getText() {
+  return wire::frame(wire::request, wire::save, 1,
+                     wire::chain({textId}) + wire::u16(wire::wholeValue));
+}
+
+TEST_F(FaultTest, ClientWhoseServerIsKilledGetsNoSigpipeAndItsSignalsAreAsBefore) {
+  Peer server;
+  ASSERT_EQ(server.ask("serve " + port), success());
+  Peer client;
+  ASSERT_EQ(client.ask("connect " + port), success());
+  ASSERT_EQ(client.ask("subscribe"), success());
+  const std::string before = signalState(client.pid());
+  ASSERT_NE(before, "");
+  server.kill();
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(client.ask("get"), number(ModelRes_NotConnected) + " ");
+    EXPECT_EQ(client.ask("connect " + port), number(ModelRes_NotConnected));
+  }
+  EXPECT_TRUE(eventually([&] { return signalState(client.pid()) == before; }));
+  client.quit();
+}
+
+TEST_F(FaultTest, ServerWhoseClientsLeaveAtTheWorstTimeGetsNoSigpipeAndItsSignalsAreAsBefore) {
+  Peer server;
+  ASSERT_EQ(server.ask("serve " + port), success());
+  ASSERT_EQ(server.ask("settext 1000000"), success());
+  const std::string before = signalState(server.pid());
+  ASSERT_NE(before, "");
+  for (int round = 0; round < 5; ++round) {
+    RawClient noReplies;
+    ASSERT_TRUE(noReplies.connect(mailbox));
+    noReplies.replies.close();
+    // The server may have noticed before it read this.
+    static_cast<void>(noReplies.requests.write(getText()));
+    EXPECT_TRUE(noReplies.events.ended());
+
+    RawClient noEvents;
+    ASSERT_TRUE(noEvents.connect(mailbox));
+    ASSERT_TRUE(
+        noEvents.ask(wire::subscribe, wire::chain({counterId}) + wire::u16(wire::wholeValue)));
+    noEvents.events.close();
+    ASSERT_EQ(server.ask("set " + std::to_string(round + 1)), success());
+    EXPECT_TRUE(noEvents.replies.ended());
+
+    RawClient halfReply;
+    ASSERT_TRUE(halfReply.connect(mailbox));
+    ASSERT_TRUE(halfReply.requests.write(getText()));
+    EXPECT_EQ(halfReply.replies.read(100).size(), 100U);
+  }
+  Client client;
+  ASSERT_EQ(client.connect(port).result, ModelRes_Success);
+  EXPECT_EQ(client.get(client.counter).text, "5");
+  EXPECT_TRUE(eventually([&] { return signalState(server.pid()) == before; }));
+  server.quit();
+}
+
+TEST_F(FaultTest, ClientThatIsGoneBeforeItsWelcomeCostsTheServerNothing) {
+  Peer server;
+  ASSERT_EQ(server.ask("serve " + port), success());
+  const std::size_t before = descriptorCount(server.pid());
+  const std::string signals = signalState(server.pid());
+  for (int round = 0; round < 10; ++round) {
+    RawClient client;
+    ASSERT_TRUE(client.sayHello(mailbox));
+  }
+  Client client;
+  ASSERT_EQ(client.connect(port).result, ModelRes_Success);
+  EXPECT_TRUE(eventually([&] { return descriptorCount(server.pid()) == before + 3; }));
+  EXPECT_TRUE(eventually([&] { return signalState(server.pid()) == signals; }));
+}
+
+}  // namespace
+}  // namespace fault

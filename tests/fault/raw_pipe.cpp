@@ -1,0 +1,211 @@
+#include "tests/fault/raw_pipe.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <utility>
+
+namespace fault {
+
+namespace {
+
+/// Keeps a SIGPIPE of this thread's writes from the process, whose disposition is
+/// part of what is tested.
+class PipeSignalHeld {
+ public:
+  PipeSignalHeld() {
+    sigemptyset(&set_);
+    sigaddset(&set_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &set_, &before_);
+  }
+  ~PipeSignalHeld() {
+    const timespec none{};
+    while (sigtimedwait(&set_, nullptr, &none) > 0) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  PipeSignalHeld(const PipeSignalHeld&) = delete;
+  PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
+
+ private:
+  sigset_t set_{};
+  sigset_t before_{};
+};
+
+constexpr std::array<const char*, 3> endings{".req", ".rep", ".evt"};
+
+}  // namespace
+
+RawPipe::RawPipe(RawPipe&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+RawPipe& RawPipe::operator=(RawPipe&& other) noexcept {
+  if (this != &other) {
+    close();
+    descriptor_ = std::exchange(other.descriptor_, -1);
+  }
+  return *this;
+}
+
+RawPipe RawPipe::open(const std::string& path, int flags) {
+  return RawPipe(::open(path.c_str(), flags | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+}
+
+void RawPipe::close() {
+  if (isOpen()) {
+    ::close(std::exchange(descriptor_, -1));
+  }
+}
+
+bool RawPipe::lock() const {
+  return ::flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
+}
+
+bool RawPipe::await(short events) const {
+  pollfd waited{descriptor_, events, 0};
+  int ready = 0;
+  do {
+    ready = ::poll(&waited, 1, static_cast<int>(test_support::patience.count()));
+  } while (ready < 0 && errno == EINTR);
+  return ready > 0;
+}
+
+bool RawPipe::write(std::string_view bytes) const {
+  const PipeSignalHeld held;
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
+    if (count >= 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno != EINTR && (errno != EAGAIN || !await(POLLOUT))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string RawPipe::read(std::size_t count) const {
+  std::string bytes(count, '\0');
+  std::size_t done = 0;
+  // Waiting comes first: without a writer so far a read would give an end.
+  while (done < count && await(POLLIN)) {
+    const ssize_t got = ::read(descriptor_, bytes.data() + done, count - done);
+    if (got > 0) {
+      done += static_cast<std::size_t>(got);
+    } else if (got == 0 || (errno != EINTR && errno != EAGAIN)) {
+      break;
+    }
+  }
+  bytes.resize(done);
+  return bytes;
+}
+
+std::optional<wire::Frame> RawPipe::readFrame() const {
+  const std::string header = read(wire::headerSize);
+  if (header.size() != wire::headerSize) {
+    return std::nullopt;
+  }
+  wire::Frame frame = wire::parseHeader(header);
+  frame.payload = read(frame.length);
+  return frame.payload.size() == frame.length ? std::optional(std::move(frame)) : std::nullopt;
+}
+
+std::size_t RawPipe::pendingBytes() const {
+  int count = 0;
+  return ::ioctl(descriptor_, FIONREAD, &count) == 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+bool RawPipe::ended() const {
+  char byte = 0;
+  return await(POLLIN) && ::read(descriptor_, &byte, 1) == 0;
+}
+
+RawClient::RawClient() {
+  requestReader_ = make(endings[0]);
+  requests = RawPipe::open(wire::privatePath(token, endings[0]), O_WRONLY);
+  replies = make(endings[1]);
+  events = make(endings[2]);
+}
+
+RawClient::~RawClient() {
+  removeNames();
+}
+
+RawPipe RawClient::make(std::string_view ending) const {
+  const std::string path = wire::privatePath(token, ending);
+  ::mkfifo(path.c_str(), 0600);
+  RawPipe pipe = RawPipe::open(path, O_RDONLY);
+  static_cast<void>(pipe.lock());
+  return pipe;
+}
+
+void RawClient::removeNames() const {
+  for (const char* const ending : endings) {
+    ::unlink(wire::privatePath(token, ending).c_str());
+  }
+}
+
+bool RawClient::sayHello(const std::string& mailbox, std::string_view before,
+                         wire::Order order) const {
+  const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
+  return pipe.isOpen() && pipe.write(std::string(before) + wire::hello(token, order));
+}
+
+bool RawClient::welcomed() {
+  const auto answer = replies.readFrame();
+  if (!answer || answer->kind != wire::welcome || answer->code != 0) {
+    return false;
+  }
+  requestReader_.close();
+  removeNames();
+  const auto started = events.readFrame();
+  return started && started->kind == wire::event && started->code == 1;
+}
+
+std::optional<wire::Frame> RawClient::ask(std::uint16_t operation, std::string_view payload) {
+  const std::uint32_t sequence = ++sequence_;
+  if (!requests.write(wire::frame(wire::request, operation, sequence, payload))) {
+    return std::nullopt;
+  }
+  auto answer = replies.readFrame();
+  const bool right = answer && answer->kind == wire::reply && answer->sequence == sequence;
+  return right ? answer : std::nullopt;
+}
+
+RawServer::RawServer(const std::string& mailbox) : path_(mailbox) {
+  ::mkfifo(path_.c_str(), 0600);
+  mailbox_ = RawPipe::open(path_, O_RDWR);
+  static_cast<void>(mailbox_.lock());
+}
+
+RawServer::~RawServer() {
+  ::unlink(path_.c_str());
+}
+
+bool RawServer::accept(std::string_view welcome) {
+  const std::string hello = mailbox_.read(wire::helloSize);
+  if (hello.size() != wire::helloSize) {
+    return false;
+  }
+  constexpr std::size_t tokenAt = 12;
+  constexpr std::size_t tokenSize = 16;
+  constexpr std::size_t behaviourAt = tokenAt + tokenSize;
+  const auto order = static_cast<wire::Order>(hello[8]);
+  const auto behaviour = wire::readNumber(std::string_view(hello).substr(behaviourAt, 4), order);
+  if (hello != wire::hello(hello.substr(tokenAt, tokenSize), order, behaviour)) {
+    return false;
+  }
+  const std::string token = hello.substr(tokenAt, tokenSize);
+  replies = RawPipe::open(wire::privatePath(token, endings[1]), O_WRONLY);
+  events = RawPipe::open(wire::privatePath(token, endings[2]), O_WRONLY);
+  requests = RawPipe::open(wire::privatePath(token, endings[0]), O_RDONLY);
+  return replies.isOpen() && events.isOpen() && requests.isOpen() && replies.write(welcome);
+}
+
+}  // namespace fault
