@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <map>
 #include <vector>
@@ -38,7 +39,8 @@ class Collector : public benchmark::BenchmarkReporter {
 };
 
 double quantile(const std::vector<double>& sorted, double part) {
-  return sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1) + 0.5)];
+  return sorted[static_cast<std::size_t>(
+      std::lround(part * static_cast<double>(sorted.size() - 1)))];
 }
 
 void printRow(const std::string& name, const std::vector<double>& times) {
