@@ -1,0 +1,45 @@
+#include "servers/churn.h"
+
+#include <algorithm>
+
+namespace modelsrvd {
+
+std::uint64_t Churn::total(Clock::time_point now) const {
+  using std::chrono::microseconds;
+  const auto passed = std::chrono::duration_cast<microseconds>(now - start_).count();
+  // At a million a second 2^64 microseconds of product last half a year; `take`
+  // moves the start long before.
+  return static_cast<std::uint64_t>(std::max<microseconds::rep>(passed, 0)) * rate_ / 1000000;
+}
+
+std::uint32_t Churn::take(Clock::time_point now) {
+  using std::chrono::hours;
+  const std::uint64_t due = total(now);
+  if (due <= made_) {
+    return 0;
+  }
+  const std::uint64_t most = std::max<std::uint64_t>(
+      1, std::uint64_t{rate_} * static_cast<std::uint64_t>(longestDebt.count()) / 1000);
+  const auto count = static_cast<std::uint32_t>(std::min(due - made_, most));
+  made_ = due;
+  if (now - start_ >= hours(1)) {
+    // A whole hour holds a whole number of changes.
+    start_ += hours(1);
+    made_ -= std::uint64_t{rate_} * 3600;
+  }
+  return count;
+}
+
+std::chrono::milliseconds Churn::wait(Clock::time_point now) const {
+  using std::chrono::microseconds;
+  using std::chrono::milliseconds;
+  if (total(now) > made_) {
+    return milliseconds(0);
+  }
+  // The first microsecond at which the next change is due.
+  const std::uint64_t at = ((made_ + 1) * 1000000 + rate_ - 1) / rate_;
+  const auto left = start_ + microseconds(at) - now;
+  return std::max(std::chrono::ceil<milliseconds>(left), milliseconds(1));
+}
+
+}  // namespace modelsrvd

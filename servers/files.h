@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "servers/failure.h"
+
+namespace modelsrvd {
+
+/// What the server asks of the system about files and groups. Nothing here blocks
+/// on a peer; any thread may call.
+
+/// How long a description may be, in bytes.
+inline constexpr std::size_t longestDescription = std::size_t{64} * 1024 * 1024;
+
+/// The whole of the regular file `path`. The failure begins with the path.
+[[nodiscard]] Outcome<std::string> readFile(const std::string& path, std::size_t most);
+
+/// The group of that name or, where there is none, of that number.
+[[nodiscard]] Outcome<gid_t> findGroup(const std::string& nameOrNumber);
+
+/// Opens "/dev/null" in place of each standard stream that is closed, so that no
+/// pipe of the server's gets its number. Tells whether all three are open.
+[[nodiscard]] bool fillStandardStreams();
+
+/// Writes all of `text` to standard output.
+[[nodiscard]] std::optional<Failure> writeOutput(std::string_view text);
+
+/// The room of a file system, in bytes.
+struct DiskRoom {
+  std::uint64_t size = 0;
+  std::uint64_t free = 0;  ///< to users without privileges
+};
+
+/// The kernel's files, as they are or as a test recorded them.
+class HostFiles {
+ public:
+  /// Paths asked for are looked up below `top`; empty: the system's own.
+  explicit HostFiles(std::string top = {}) : top_(std::move(top)) {}
+
+  /// What a file of the kernel's gives, at most 1 MiB of it; nothing where it
+  /// cannot be read.
+  [[nodiscard]] std::optional<std::string> read(const std::string& path) const;
+
+  /// The names in a directory but those that begin with ".", in the order of
+  /// their bytes; empty where it cannot be read.
+  [[nodiscard]] std::vector<std::string> list(const std::string& directory) const;
+
+  /// statvfs(3) of a local file system; nothing where it is refused.
+  [[nodiscard]] std::optional<DiskRoom> room(const std::string& mountPoint) const;
+
+ private:
+  std::string top_;
+};
+
+}  // namespace modelsrvd

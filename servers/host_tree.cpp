@@ -1,0 +1,241 @@
+#include "servers/host_tree.h"
+
+#include <mutex>
+#include <utility>
+
+#include "servers/options.h"
+
+namespace modelsrvd {
+
+namespace {
+
+using ModelSrv::ModelNode;
+using ModelSrv::ModelPart;
+using ModelSrv::ModelPartStatus_ReadOnly;
+
+/// Adds a part with an id of its own to a node that never refuses it.
+void hang(ModelNode& node, ModelPart& part) {
+  static_cast<void>(node.add(&part));
+}
+
+/// Sets what has no limit that it could exceed.
+template <typename Part, typename T>
+void set(Part& part, T value) {
+  static_cast<void>(part.setValue(std::move(value)));
+}
+
+std::string keyOf(const HostSample::Disk& disk) {
+  return disk.mountPoint;
+}
+std::string keyOf(const HostSample::Interface& interface) {
+  return interface.counts.name;
+}
+std::string keyOf(const HostSample::Zone& zone) {
+  return zone.name;
+}
+std::string nameFor(const HostSample::Disk& disk) {
+  return mountName(disk.mountPoint);
+}
+std::string nameFor(const HostSample::Interface& interface) {
+  return interface.counts.name;
+}
+std::string nameFor(const HostSample::Zone& zone) {
+  return zone.name;
+}
+
+}  // namespace
+
+struct HostTree::Disk {
+  Value<std::uint64_t> size{1, "size", 0, ModelPartStatus_ReadOnly};
+  Value<std::uint64_t> free{2, "free", 0, ModelPartStatus_ReadOnly};
+  Node node;
+
+  explicit Disk(const ChildRegister::Child& child) : node(child.id, child.name) {
+    hang(node, size);
+    hang(node, free);
+  }
+  void show(const HostSample::Disk& disk) {
+    set(size, disk.room.size);
+    set(free, disk.room.free);
+  }
+  ModelPart& part() { return node; }
+};
+
+struct HostTree::Interface {
+  Value<std::uint64_t> receivedBytes{1, "rx_bytes", 0, ModelPartStatus_ReadOnly};
+  Value<std::uint64_t> sentBytes{2, "tx_bytes", 0, ModelPartStatus_ReadOnly};
+  Value<std::uint64_t> receivedPackets{3, "rx_packets", 0, ModelPartStatus_ReadOnly};
+  Value<std::uint64_t> sentPackets{4, "tx_packets", 0, ModelPartStatus_ReadOnly};
+  Value<std::uint32_t> mtu{5, "mtu", 0, ModelPartStatus_ReadOnly};
+  Value<bool> up{6, "up", false, ModelPartStatus_ReadOnly};
+  Node node;
+
+  explicit Interface(const ChildRegister::Child& child) : node(child.id, child.name) {
+    for (ModelPart* part : std::initializer_list<ModelPart*>{
+             &receivedBytes, &sentBytes, &receivedPackets, &sentPackets, &mtu, &up}) {
+      hang(node, *part);
+    }
+  }
+  void show(const HostSample::Interface& interface) {
+    set(receivedBytes, interface.counts.receivedBytes);
+    set(sentBytes, interface.counts.sentBytes);
+    set(receivedPackets, interface.counts.receivedPackets);
+    set(sentPackets, interface.counts.sentPackets);
+    set(mtu, interface.mtu);
+    set(up, interface.up);
+  }
+  ModelPart& part() { return node; }
+};
+
+struct HostTree::Zone {
+  Value<double> celsius;
+
+  explicit Zone(const ChildRegister::Child& child)
+      : celsius(child.id, child.name, 0, ModelPartStatus_ReadOnly) {}
+  void show(const HostSample::Zone& zone) { set(celsius, zone.celsius); }
+  ModelPart& part() { return celsius; }
+};
+
+HostTree::HostTree(std::uint32_t period)
+    : name_(1, "name", {}, ModelPartStatus_ReadOnly),
+      kernel_(2, "kernel", {}, ModelPartStatus_ReadOnly),
+      uptime_(3, "uptime", 0, ModelPartStatus_ReadOnly),
+      coreCount_(1, "count", 0, ModelPartStatus_ReadOnly),
+      load_(2, "load", {0, 0, 0}, {"1min", "5min", "15min"}, ModelPartStatus_ReadOnly),
+      memoryTotal_(1, "total", 0, ModelPartStatus_ReadOnly),
+      memoryAvailable_(2, "available", 0, ModelPartStatus_ReadOnly),
+      memoryFree_(3, "free", 0, ModelPartStatus_ReadOnly),
+      memoryCached_(4, "cached", 0, ModelPartStatus_ReadOnly),
+      processCount_(1, "count", 0, ModelPartStatus_ReadOnly),
+      running_(2, "running", 0, ModelPartStatus_ReadOnly),
+      period_(1, "period", period),
+      label_(2, "label"),
+      alarms_(3, "alarms", {90, 90, 90, 85}, {"cpu", "memory", "disk", "temperature"}),
+      host_(1, "host"),
+      cpu_(2, "cpu"),
+      memory_(3, "memory"),
+      disk_(4, "disk"),
+      net_(5, "net"),
+      processes_(6, "processes"),
+      thermal_(7, "thermal"),
+      settings_(8, "settings") {
+  for (const auto& [node, part] :
+       std::initializer_list<std::pair<Node*, ModelPart*>>{{&host_, &name_},
+                                                           {&host_, &kernel_},
+                                                           {&host_, &uptime_},
+                                                           {&cpu_, &coreCount_},
+                                                           {&cpu_, &load_},
+                                                           {&memory_, &memoryTotal_},
+                                                           {&memory_, &memoryAvailable_},
+                                                           {&memory_, &memoryFree_},
+                                                           {&memory_, &memoryCached_},
+                                                           {&processes_, &processCount_},
+                                                           {&processes_, &running_},
+                                                           {&settings_, &period_},
+                                                           {&settings_, &label_},
+                                                           {&settings_, &alarms_}}) {
+    hang(*node, *part);
+  }
+  period_.setStoreCheck([](const std::uint32_t& value, ModelSrv::ModelPartIndex) {
+    return value < shortestPeriod || value > longestPeriod ? ModelSrv::ModelRes_OutOfRange
+                                                           : ModelSrv::ModelRes_Success;
+  });
+}
+
+HostTree::~HostTree() = default;
+
+std::optional<Failure> HostTree::publish(ModelSrv::ModelRoot& root) {
+  root_ = &root;
+  for (Node* node : {&host_, &cpu_, &memory_, &disk_, &net_, &processes_, &settings_}) {
+    const ModelSrv::ModelRes result = root.add(node);
+    if (result != ModelSrv::ModelRes_Success) {
+      return Failure{node->name() + ": " + ModelSrv::describe(result)};
+    }
+  }
+  return std::nullopt;
+}
+
+template <typename T, typename Item>
+void HostTree::showChildren(Node& node, Changing<T>& children, const std::vector<Item>& items) {
+  std::set<std::string> present;
+  for (const Item& item : items) {
+    present.insert(keyOf(item));
+  }
+  for (auto child = children.shown.begin(); child != children.shown.end();) {
+    // The part takes itself out of the tree as it ends.
+    child = present.count(child->first) != 0 ? std::next(child) : children.shown.erase(child);
+  }
+  for (const Item& item : items) {
+    std::unique_ptr<T>& child = children.shown[keyOf(item)];
+    if (child) {
+      child->show(item);
+    } else if (const auto found = children.known.find(keyOf(item), nameFor(item), present)) {
+      child = std::make_unique<T>(*found);
+      child->show(item);
+      hang(node, child->part());
+    } else {
+      children.shown.erase(keyOf(item));
+    }
+  }
+}
+
+void HostTree::showCores(const std::vector<HostSample::Core>& cores) {
+  std::vector<unsigned> numbers;
+  std::vector<std::string> names;
+  std::vector<double> usage;
+  for (const HostSample::Core& core : cores) {
+    numbers.push_back(core.number);
+    names.push_back("cpu" + std::to_string(core.number));
+    usage.push_back(core.usage);
+  }
+  set(coreCount_, static_cast<std::uint32_t>(cores.size()));
+  if (numbers == coreNumbers_) {
+    if (usage_) {
+      // As many values as elements.
+      static_cast<void>(usage_->setValues(usage));
+    }
+    return;
+  }
+  usage_.reset();
+  if (!cores.empty()) {
+    usage_ = std::make_unique<ModelSrv::ArrayPart<double>>(ModelSrv::ModelPartId{3}, "usage",
+                                                           std::move(usage), std::move(names),
+                                                           ModelPartStatus_ReadOnly);
+    hang(cpu_, *usage_);
+  }
+  coreNumbers_ = std::move(numbers);
+}
+
+void HostTree::showZones(const std::vector<HostSample::Zone>& zones) {
+  showChildren(thermal_, zones_, zones);
+  if (root_ != nullptr && !zones.empty() && thermal_.parent() == nullptr) {
+    hang(*root_, thermal_);
+  } else if (root_ != nullptr && zones.empty() && thermal_.parent() != nullptr) {
+    static_cast<void>(root_->remove(&thermal_));
+  }
+}
+
+void HostTree::show(const HostSample& sample) {
+  std::unique_lock<KSTD::KThreadMutex> lock;
+  if (root_ != nullptr) {
+    lock = std::unique_lock(root_->manager()->clientMutex);
+  }
+  set(name_, sample.name);
+  set(kernel_, sample.kernel);
+  set(uptime_, sample.uptime);
+  // Three values for three elements.
+  static_cast<void>(load_.setValues(
+      {sample.load.oneMinute, sample.load.fiveMinutes, sample.load.fifteenMinutes}));
+  showCores(sample.cores);
+  set(memoryTotal_, sample.memory.total);
+  set(memoryAvailable_, sample.memory.available);
+  set(memoryFree_, sample.memory.free);
+  set(memoryCached_, sample.memory.cached);
+  showChildren(disk_, disks_, sample.disks);
+  showChildren(net_, interfaces_, sample.interfaces);
+  set(processCount_, sample.processes);
+  set(running_, sample.running);
+  showZones(sample.zones);
+}
+
+}  // namespace modelsrvd

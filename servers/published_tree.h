@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "modelsrv/model_root.h"
+#include "modelsrv/value_parts.h"
+#include "servers/failure.h"
+#include "servers/tree_description.h"
+
+namespace modelsrvd {
+
+/// The nodes and parts that a description asks for.
+///
+/// The tree owns them; a root shows them between `publish` and the tree's end.
+/// For one thread, which holds the client mutex of the root's manager where the
+/// root serves.
+class PublishedTree {
+ public:
+  /// Makes everything, still without a root.
+  explicit PublishedTree(const TreeDescription& description);
+
+  /// Takes everything out of the root.
+  ~PublishedTree();
+
+  PublishedTree(const PublishedTree&) = delete;
+  PublishedTree& operator=(const PublishedTree&) = delete;
+
+  /// Hangs the tree below `root`, which outlives it. The failure is the
+  /// library's refusal; the root then shows a part of the tree at most.
+  [[nodiscard]] std::optional<Failure> publish(ModelSrv::ModelRoot& root);
+
+  /// Where `description` differs from this tree in values alone: sets them, and
+  /// those that changed notify their subscribers. Otherwise changes nothing and
+  /// gives false.
+  [[nodiscard]] bool takeValues(const TreeDescription& description);
+
+ private:
+  template <typename T>
+  using Values = std::deque<ModelSrv::ValuePart<T>>;
+  template <typename T>
+  using Arrays = std::deque<ModelSrv::ArrayPart<T>>;
+  template <template <typename> class Store>
+  using Stores = std::tuple<Store<bool>, Store<std::int8_t>, Store<std::int16_t>,
+                            Store<std::int32_t>, Store<std::int64_t>, Store<std::uint8_t>,
+                            Store<std::uint16_t>, Store<std::uint32_t>, Store<std::uint64_t>,
+                            Store<float>, Store<double>, Store<std::string>>;
+
+  template <typename T>
+  ModelSrv::ModelPart* makeTyped(const Entry& entry);
+  ModelSrv::ModelPart* make(const Entry& entry);
+  [[nodiscard]] bool sameShape(const TreeDescription& description) const;
+  [[nodiscard]] bool sameEntry(std::size_t index, const Entry& entry) const;
+
+  Stores<Values> values_;
+  Stores<Arrays> arrays_;
+  /// Behind the parts, so that it ends first and no part has to look for itself
+  /// among its siblings.
+  std::deque<ModelSrv::ModelNode> nodes_;
+
+  /// By the description's entries.
+  struct Made {
+    ModelSrv::ModelPart* part;
+    std::uint32_t parent;
+    EntryType type;
+    std::uint16_t elements;  ///< 0: no array
+  };
+  std::vector<Made> made_;
+  /// The names of elements, which cannot be asked of a part, by entry.
+  std::map<std::size_t, std::vector<std::string>> elementNames_;
+  ModelSrv::ModelRoot* root_ = nullptr;
+  std::optional<Failure> fault_;
+};
+
+}  // namespace modelsrvd

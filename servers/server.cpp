@@ -1,0 +1,119 @@
+#include "servers/server.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_root.h"
+#include "servers/files.h"
+#include "servers/shown_tree.h"
+#include "servers/signals.h"
+
+namespace modelsrvd {
+
+namespace {
+
+using Clock = ShownTree::Clock;
+
+/// How long to wait for events: until `due`, or without limit.
+int waitFor(std::optional<Clock::time_point> due, Clock::time_point now) {
+  using std::chrono::milliseconds;
+  if (!due) {
+    return -1;
+  }
+  const auto left = std::chrono::ceil<milliseconds>(*due - now);
+  return static_cast<int>(std::clamp(left, milliseconds(0), milliseconds(longestPeriod)).count());
+}
+
+ExitStatus fail(ExitStatus status, Failure failure) {
+  complain(failure);
+  return status;
+}
+
+/// Pumps events and keeps the tree going until the end is asked for.
+ExitStatus run(EvtSrv::EventPortManager& manager, ShownTree& tree, Signals& signals) {
+  while (!signals.ended()) {
+    if (signals.takeReload()) {
+      if (const auto failure = tree.reload()) {
+        complain(*failure);
+      }
+    }
+    const auto now = Clock::now();
+    tree.proceed(now);
+    const EvtSrv::EvtRes result = manager.receiveEvent(waitFor(tree.due(now), now));
+    if (result != EvtSrv::EvtRes_Success && result != EvtSrv::EvtRes_Timeout) {
+      return fail(ExitStatus::cannotServe, {std::string("events: ") + EvtSrv::describe(result)});
+    }
+  }
+  return ExitStatus::success;
+}
+
+/// Where the name came from, for messages.
+Failure nameFailure(const Options& options, const std::string& name, ModelSrv::ModelRes result) {
+  std::string where;
+  if (options.name) {
+    where = "--name: ";
+  } else if (options.tree) {
+    where = oneLine(*options.tree) + ": /name: ";
+  }
+  return {where + oneLine(name) + ": " + ModelSrv::describe(result)};
+}
+
+}  // namespace
+
+void complain(const Failure& failure) {
+  const std::string line = "modelsrvd: " + failure.text + "\n";
+  // Where standard error takes nothing there is nobody to tell.
+  static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+}
+
+ExitStatus serve(const Options& options) {
+  ModelSrv::ServerOptions serverOptions;
+  if (options.group) {
+    auto group = findGroup(*options.group);
+    if (auto* failure = std::get_if<Failure>(&group)) {
+      return fail(ExitStatus::badUsage, std::move(*failure));
+    }
+    serverOptions.group = std::get<gid_t>(group);
+  }
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+  Signals signals(manager);
+  if (!signals.set()) {
+    return fail(ExitStatus::cannotServe, {"signals: the system refuses the handlers"});
+  }
+  ModelSrv::ModelRoot root(&manager);
+  auto made = makeShownTree(options);
+  if (auto* failure = std::get_if<Failure>(&made)) {
+    return fail(ExitStatus::badUsage, std::move(*failure));
+  }
+  ShownTree& tree = *std::get<std::unique_ptr<ShownTree>>(made);
+  const std::string name = options.name ? *options.name : tree.name();
+  if (name.empty()) {
+    return fail(ExitStatus::badUsage,
+                {oneLine(*options.tree) + ": /name: missing, and there is no --name"});
+  }
+  if (auto failure = tree.publish(root)) {
+    return fail(ExitStatus::cannotServe, std::move(*failure));
+  }
+  const ModelSrv::ModelRes started = root.startAsServer(name, serverOptions);
+  if (started != ModelSrv::ModelRes_Success) {
+    return fail(
+        started == ModelSrv::ModelRes_BadName ? ExitStatus::badUsage : ExitStatus::cannotServe,
+        nameFailure(options, name, started));
+  }
+  ExitStatus status = ExitStatus::success;
+  if (auto failure = writeOutput("ready " + name + "\n")) {
+    status = fail(ExitStatus::cannotServe, std::move(*failure));
+  } else {
+    status = run(manager, tree, signals);
+  }
+  root.stop(true);
+  return status;
+}
+
+}  // namespace modelsrvd
