@@ -139,10 +139,18 @@ RawClient::~RawClient() {
 
 RawPipe RawClient::make(std::string_view ending) const {
   const std::string path = wire::privatePath(token, ending);
-  ::mkfifo(path.c_str(), 0600);
-  RawPipe pipe = RawPipe::open(path, O_RDONLY);
-  static_cast<void>(pipe.lock());
-  return pipe;
+  constexpr int attempts = 100;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    ::mkfifo(path.c_str(), 0600);
+    RawPipe pipe = RawPipe::open(path, O_RDONLY);
+    struct stat status {};
+    // Another test's handshake may sweep it before it is locked.
+    if (pipe.isOpen() && pipe.lock() && ::fstat(pipe.descriptor(), &status) == 0 &&
+        status.st_nlink > 0) {
+      return pipe;
+    }
+  }
+  return {};
 }
 
 void RawClient::removeNames() const {
