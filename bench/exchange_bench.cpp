@@ -16,8 +16,8 @@
 #include "modelsrv/model_root.h"
 
 // What an exchange with a model server costs beside the least that a round trip
-// between two processes over named pipes can cost. The two servers are bound to
-// one processor and the client to another, and the bytes are as many.
+// between two processes over named pipes can cost. The bytes are as many, and the
+// processes are placed alike: both on one processor, then each on its own.
 
 namespace {
 
@@ -61,10 +61,11 @@ class NamedPipe {
 
 /// The bare server: reads requests, writes replies.
 struct BarePipes {
+  unsigned processor;
   NamedPipe requests{"-requests"};
   NamedPipe replies{"-replies"};
   bench::Child server{[this] {
-    const bool pinned = bench::pinTo(1);
+    const bool pinned = bench::pinTo(processor);
     while (pinned && receive(requests.descriptor(), requestSize) &&
            send(replies.descriptor(), replySize)) {
     }
@@ -78,7 +79,7 @@ struct Client {
   ModelSrv::ModelRoot root{&manager};
   ModelSrv::ModelPart part{2, "load"};
 
-  Client() {
+  explicit Client(unsigned processor) : server(processor) {
     if (root.add(&part) != ModelSrv::ModelRes_Success ||
         root.startAsClient(server.name(), ModelSrv::ModelRoot::CachePeriod_Stop,
                            EvtSrv::ConBehave_Default) != ModelSrv::ModelRes_Success) {
@@ -87,50 +88,59 @@ struct Client {
   }
 };
 
-void registerBoth(BarePipes& bare, Client& client) {
-  constexpr int repetitions = 60;
-  constexpr double seconds = 0.03;
-  benchmark::RegisterBenchmark("bare round trip",
-                               [&bare](benchmark::State& state) {
+template <typename Round>
+void registerRounds(const std::string& name, Round round) {
+  benchmark::RegisterBenchmark(name.c_str(),
+                               [round](benchmark::State& state) {
                                  for (auto _ : state) {
-                                   if (!send(bare.requests.descriptor(), requestSize) ||
-                                       !receive(bare.replies.descriptor(), replySize)) {
-                                     state.SkipWithError("pipe");
+                                   if (!round()) {
+                                     state.SkipWithError("no answer");
                                      break;
                                    }
                                  }
                                })
-      ->Repetitions(repetitions)
-      ->MinTime(seconds)
-      ->UseRealTime();
-  benchmark::RegisterBenchmark("exchange (element sum)",
-                               [&client](benchmark::State& state) {
-                                 for (auto _ : state) {
-                                   unsigned short sum = 0;
-                                   if (client.root.getElementSumFromServer(&client.part, sum) !=
-                                           ModelSrv::ModelRes_Success ||
-                                       sum != 3) {
-                                     state.SkipWithError("exchange");
-                                     break;
-                                   }
-                                 }
-                               })
-      ->Repetitions(repetitions)
-      ->MinTime(seconds)
+      ->Repetitions(60)
+      ->MinTime(0.03)
       ->UseRealTime();
 }
+
+/// Both servers on the same processor, the client on the first one.
+class Placement {
+ public:
+  Placement(const std::string& where, unsigned serverProcessor)
+      : bare_{serverProcessor},
+        client_(serverProcessor),
+        comparison_{"bare round trip, " + where, "element sum, " + where, 1.5} {
+    registerRounds(comparison_.bare, [this] {
+      return send(bare_.requests.descriptor(), requestSize) &&
+             receive(bare_.replies.descriptor(), replySize);
+    });
+    registerRounds(comparison_.ours, [this] {
+      unsigned short sum = 0;
+      return client_.root.getElementSumFromServer(&client_.part, sum) ==
+                 ModelSrv::ModelRes_Success &&
+             sum == 3;
+    });
+  }
+
+  [[nodiscard]] const bench::Comparison& comparison() const { return comparison_; }
+
+ private:
+  BarePipes bare_;
+  Client client_;
+  bench::Comparison comparison_;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    BarePipes bare;
-    Client client;
+    Placement together("one processor", 0);
+    Placement apart("a processor each", 1);
     if (!bench::pinTo(0)) {
       throw std::runtime_error("cannot bind to a processor");
     }
-    registerBoth(bare, client);
-    return bench::runAndCompare(argc, argv, "bare round trip", "exchange (element sum)", 1.5);
+    return bench::runAndCompare(argc, argv, {together.comparison(), apart.comparison()});
   } catch (const std::exception& error) {
     std::fprintf(stderr, "exchange_bench: %s\n", error.what());
     return 1;

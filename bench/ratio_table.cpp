@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <string_view>
 #include <vector>
 
 namespace bench {
@@ -44,16 +45,31 @@ double quantile(const std::vector<double>& sorted, double part) {
 }
 
 void printRow(const std::string& name, const std::vector<double>& times) {
-  std::printf("%-28s %10.2f %10.2f %10.2f %8zu\n", name.c_str(), quantile(times, 0.5),
+  std::printf("%-42s %10.2f %10.2f %10.2f %8zu", name.c_str(), quantile(times, 0.5),
               quantile(times, 0.1), quantile(times, 0.9), times.size());
+}
+
+void print(const Comparison& comparison, const std::vector<double>& bare,
+           const std::vector<double>& ours) {
+  printRow(comparison.bare, bare);
+  std::printf("\n");
+  printRow(comparison.ours, ours);
+  std::printf(" %7.2f %7.2f\n", quantile(ours, 0.5) / quantile(bare, 0.5), comparison.target);
+}
+
+/// Takes "--no-titles" out of `arguments`; tells whether it was there.
+bool takeNoTitles(std::vector<char*>& arguments) {
+  return std::erase_if(arguments, [](const char* argument) {
+           return std::string_view(argument) == "--no-titles";
+         }) != 0;
 }
 
 }  // namespace
 
-int runAndCompare(int argc, char** argv, const std::string& bare, const std::string& ours,
-                  double target) {
-  // Interleaved, so that what else the machine does meets both alike.
+int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons) {
   std::vector<char*> arguments(argv, argv + argc);
+  const bool titles = !takeNoTitles(arguments);
+  // Interleaved, so that what else the machine does meets all alike.
   std::string interleave = "--benchmark_enable_random_interleaving=true";
   arguments.push_back(interleave.data());
   int count = static_cast<int>(arguments.size());
@@ -63,17 +79,19 @@ int runAndCompare(int argc, char** argv, const std::string& bare, const std::str
   }
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
-  const std::vector<double> bareTimes = collector.sorted(bare);
-  const std::vector<double> ourTimes = collector.sorted(ours);
-  if (bareTimes.empty() || ourTimes.empty()) {
-    std::fprintf(stderr, "%s: nothing measured\n", argv[0]);
-    return 1;
+  if (titles) {
+    std::printf("%-42s %10s %10s %10s %8s %7s %7s\n", "microseconds", "median", "p10", "p90",
+                "samples", "ratio", "target");
   }
-  std::printf("%-28s %10s %10s %10s %8s\n", "microseconds", "median", "p10", "p90", "samples");
-  printRow(bare, bareTimes);
-  printRow(ours, ourTimes);
-  std::printf("%-28s %10.2f   (target: at most %.1f)\n\n", "ratio of medians",
-              quantile(ourTimes, 0.5) / quantile(bareTimes, 0.5), target);
+  for (const Comparison& comparison : comparisons) {
+    const std::vector<double> bare = collector.sorted(comparison.bare);
+    const std::vector<double> ours = collector.sorted(comparison.ours);
+    if (bare.empty() || ours.empty()) {
+      std::fprintf(stderr, "%s: nothing measured\n", comparison.ours.c_str());
+      return 1;
+    }
+    print(comparison, bare, ours);
+  }
   return 0;
 }
 

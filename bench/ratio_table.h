@@ -1,15 +1,24 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 /// Runs the registered benchmarks interleaved and prints what they cost beside
 /// each other.
 namespace bench {
 
-/// Prints a table of median, 10th and 90th percentile of the repetitions of
-/// benchmarks `bare` and `ours`, and the ratio of their medians beside
-/// `target`. Returns an exit status: 0 where both ran, whatever the ratio.
-int runAndCompare(int argc, char** argv, const std::string& bare, const std::string& ours,
-                  double target);
+/// Two benchmarks by their names: what a thing costs at the least, and what it
+/// costs here, which ought to be at most `target` times as much.
+struct Comparison {
+  std::string bare;
+  std::string ours;
+  double target;
+};
+
+/// Prints a row for each benchmark of `comparisons`: median, 10th and 90th
+/// percentile of its repetitions in microseconds, and behind ours the ratio of
+/// the medians and its target. Returns an exit status: 0 where all ran, whatever
+/// the ratios. With the argument "--no-titles" the row of titles is left out.
+int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons);
 
 }  // namespace bench

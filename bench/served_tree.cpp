@@ -69,14 +69,14 @@ Child::~Child() {
   ::waitpid(pid_, nullptr, 0);
 }
 
-ServedTree::ServedTree() : name_("Model_bench" + std::to_string(::getpid())) {
+ServedTree::ServedTree(unsigned processor)
+    : name_("Model_bench" + std::to_string(::getpid()) + "_" + std::to_string(processor)) {
   int ready[2] = {-1, -1};
   if (::pipe2(ready, O_CLOEXEC) != 0) {
     throw std::runtime_error("pipe2");
   }
-  child_ = std::make_unique<Child>([this, ready] {
-    // Beside the client, which is on the first.
-    if (pinTo(1)) {
+  child_ = std::make_unique<Child>([this, processor, ready] {
+    if (pinTo(processor)) {
       serve(name_, ready[1]);
     }
   });

@@ -22,12 +22,12 @@ class Child {
   pid_t pid_;
 };
 
-/// A server process of this system's: part 1 "speed" (int32) and part 2 "load"
-/// (an array of three). Connectable once constructed; throws
-/// `std::runtime_error` where it cannot be.
+/// A server process of this system's, bound to a processor (see `pinTo`): part 1 "speed" (int32)
+/// and part 2 "load" (an array of three). Connectable once constructed; throws `std::runtime_error`
+/// where it cannot be.
 class ServedTree {
  public:
-  ServedTree();
+  explicit ServedTree(unsigned processor = 1);
 
   [[nodiscard]] const std::string& name() const { return name_; }
 

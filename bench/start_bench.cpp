@@ -71,8 +71,8 @@ int main(int argc, char** argv) {
     registerProgram("program that prints a line", {ONE_LINE_PROGRAM});
     registerProgram("treescope -c \"cd; get\"",
                     {SHELL_PROGRAM, "-c", "cd " + server.name() + ";get /load"});
-    return bench::runAndCompare(argc, argv, "program that prints a line",
-                                "treescope -c \"cd; get\"", 3.0);
+    return bench::runAndCompare(argc, argv,
+                                {{"program that prints a line", "treescope -c \"cd; get\"", 3.0}});
   } catch (const std::exception& error) {
     std::fprintf(stderr, "start_bench: %s\n", error.what());
     return 1;
