@@ -1,0 +1,110 @@
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+
+#include "tests/support/port_name.h"
+#include "tests/support/process.h"
+#include "tests/support/programs.h"
+
+// A server of somebody else's is built against what "cmake --install" puts down,
+// and the installed shell talks with it.
+
+namespace {
+
+namespace fs = std::filesystem;
+using test_support::ExitStatus;
+using test_support::Finished;
+using test_support::Process;
+using test_support::run;
+
+constexpr std::chrono::milliseconds buildLimit{300000};
+
+class InstallExample : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    std::string pattern = (fs::temp_directory_path() / "treescope-example-XXXXXX").string();
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    directory() = pattern;
+    const Finished installed =
+        run({"cmake", "--install", test_support::buildDirectory(), "--prefix", prefix()});
+    ASSERT_EQ(installed.status, (ExitStatus{0, 0})) << installed.output << installed.errors;
+    // Whatever tells where it is has to come along.
+    fs::rename(prefix(), moved());
+  }
+  static void TearDownTestSuite() { fs::remove_all(directory()); }
+
+  static fs::path& directory() {
+    static fs::path path;
+    return path;
+  }
+  static std::string prefix() { return directory() / "first"; }
+  static std::string moved() { return directory() / "prefix"; }
+  static std::string source() { return test_support::sourceDirectory() + "/examples/thermostat"; }
+
+  static void build(const std::vector<std::string>& command,
+                    const test_support::ProcessOptions& options = {}) {
+    const Finished result = run(command, {}, options, buildLimit);
+    ASSERT_EQ(result.status, (ExitStatus{0, 0})) << result.output << result.errors;
+  }
+
+  static std::string shell(const std::string& commands) {
+    const Finished result = run({moved() + "/bin/treescope", "-c", commands});
+    EXPECT_EQ(result.status, (ExitStatus{0, 0}));
+    return result.output + result.errors;
+  }
+
+  /// Talks with the server `program`.
+  static void expectThermostat(const std::string& program) {
+    const std::string name = test_support::uniquePortName();
+    Process server({program, name});
+    ASSERT_TRUE(server.waitForLine("ready " + name)) << server.errors();
+    EXPECT_EQ(shell("cd " + name + ";get setpoint;get temperature[1];get mode"),
+              "/setpoint   [20.5]\n/temperature[1] [4]\n/mode   [off]\n");
+    EXPECT_EQ(shell("cd " + name + ";set 25 setpoint;set 31 setpoint;set warm mode;set heat mode"),
+              "/setpoint   [25]\n/setpoint   [25]\n/mode   [off]\n/mode   [heat]\n");
+    EXPECT_EQ(shell("cd " + name + ";set 99 temperature[1]"), "/temperature[1] [4]\n");
+    const Finished second = run({program, name});
+    EXPECT_EQ(second.status, (ExitStatus{1, 0}));
+    EXPECT_EQ(second.errors.find("thermostat: " + name + ": "), 0U) << second.errors;
+    server.signal(SIGTERM);
+    EXPECT_EQ(server.finish(), (ExitStatus{0, 0}));
+    EXPECT_FALSE(fs::exists(test_support::mailboxPath(name)));
+  }
+};
+
+TEST_F(InstallExample, IsBuiltWithTheCMakePackage) {
+  const std::string tree = directory() / "build";
+  ASSERT_NO_FATAL_FAILURE(
+      build({"cmake", "-G", "Ninja", "-S", source(), "-B", tree, "-DCMAKE_PREFIX_PATH=" + moved(),
+             "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror"}));
+  ASSERT_NO_FATAL_FAILURE(build({"cmake", "--build", tree}));
+  expectThermostat(tree + "/thermostat");
+}
+
+TEST_F(InstallExample, IsBuiltWithPkgConfig) {
+  const std::string program = directory() / "thermostat";
+  test_support::ProcessOptions options;
+  options.environment = {
+      {"PATH=" + std::string(std::getenv("PATH")),
+       "PKG_CONFIG_PATH=" + moved() + "/lib/pkgconfig:" + moved() + "/lib64/pkgconfig"}};
+  ASSERT_NO_FATAL_FAILURE(build({"sh", "-c",
+                                 "c++ -std=c++20 -o '" + program + "' '" + source() +
+                                     "/thermostat.cpp' $(pkg-config --cflags --libs treescope) "
+                                     "-Wl,-rpath,$(pkg-config --variable=libdir treescope)"},
+                                options));
+  expectThermostat(program);
+}
+
+TEST_F(InstallExample, TellsItsVersion) {
+  test_support::ProcessOptions options;
+  options.environment = {
+      {"PATH=" + std::string(std::getenv("PATH")),
+       "PKG_CONFIG_PATH=" + moved() + "/lib/pkgconfig:" + moved() + "/lib64/pkgconfig"}};
+  const Finished version = run({"pkg-config", "--modversion", "treescope"}, {}, options);
+  EXPECT_EQ(version.status, (ExitStatus{0, 0})) << version.errors;
+  EXPECT_THAT(version.output, testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+}  // namespace
