@@ -1,5 +1,7 @@
 #include "modelsrv/source/client_subscriptions.h"
 
+#include <gtest/gtest.h>
+
 #include <optional>
 #include <vector>
 

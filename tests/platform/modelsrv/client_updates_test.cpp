@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <utility>

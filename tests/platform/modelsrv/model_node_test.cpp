@@ -1,5 +1,7 @@
 #include "modelsrv/model_node.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <memory>
 #include <numeric>

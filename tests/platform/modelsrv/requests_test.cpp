@@ -1,5 +1,7 @@
 #include "modelsrv/source/requests.h"
 
+#include <gtest/gtest.h>
+
 #include <random>
 #include <string>
 #include <vector>

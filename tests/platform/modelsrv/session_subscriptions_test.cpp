@@ -1,5 +1,7 @@
 #include "modelsrv/source/session_subscriptions.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <utility>

@@ -1,5 +1,7 @@
 #include "modelsrv/source/tree_session.h"
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <string>
 #include <vector>

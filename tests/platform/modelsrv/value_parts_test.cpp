@@ -1,5 +1,7 @@
 #include "modelsrv/value_parts.h"
 
+#include <gtest/gtest.h>
+
 #include <sstream>
 #include <string>
 #include <vector>

@@ -1,5 +1,7 @@
 #include "modelsrv/source/value_text.h"
 
+#include <gtest/gtest.h>
+
 #include <bit>
 #include <cstdint>
 #include <limits>
