@@ -17,6 +17,11 @@ struct BadFrame {
   std::string bytes;
 };
 
+/// What the list of tests shows of a row.
+void PrintTo(const BadFrame& row, std::ostream* out) {
+  *out << row.name;
+}
+
 std::vector<BadFrame> badFrames() {
   std::string wrongOrder = getCounter();
   wrongOrder[0] = 2;

@@ -18,6 +18,11 @@ struct BadPayload {
   ModelSrv::ModelRes result = ModelSrv::ModelRes_BadRequest;
 };
 
+/// What the list of tests shows of a row.
+void PrintTo(const BadPayload& row, std::ostream* out) {
+  *out << row.name;
+}
+
 std::string storeOf(const std::string& target, const std::string& flagAndText) {
   return target + u16(wholeValue) + flagAndText;
 }

@@ -84,6 +84,11 @@ struct BadReply {
   ModelRes result;
 };
 
+/// What the list of tests shows of a row.
+void PrintTo(const BadReply& row, std::ostream* out) {
+  *out << row.name;
+}
+
 std::vector<BadReply> badReplies() {
   std::string wrongOrder = wire::frame(wire::reply, 0, 0, "1");
   wrongOrder[0] = 7;

@@ -16,6 +16,11 @@ struct Garbage {
   std::string bytes;
 };
 
+/// What the list of tests shows of a row.
+void PrintTo(const Garbage& row, std::ostream* out) {
+  *out << row.name;
+}
+
 std::string spoiled(std::size_t position) {
   std::string hello = wire::hello(std::string(16, 'a'));
   hello[position] = static_cast<char>(hello[position] ^ 0x40);

@@ -60,9 +60,9 @@ std::size_t privatePipeCount(pid_t pid);
 /// How much memory `pid` has in use, in KiB.
 std::size_t residentKiB(pid_t pid);
 
-/// Blocked, ignored, caught and pending signals of all threads of `pid`; nothing
-/// of a thread that is only being started.
-std::string signalState(pid_t pid);
+/// The lines of the states of the threads of `pid` that tell of a SIGPIPE which is
+/// pending, ignored, caught or blocked; none where all is as it was started.
+std::string sigpipeTraces(pid_t pid);
 
 /// Whether memory that was freed is given out again soon: not so where a
 /// sanitizer holds it back.

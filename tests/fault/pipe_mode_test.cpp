@@ -8,7 +8,7 @@ namespace fault {
 namespace {
 
 constexpr mode_t permissionBits = 07777;
-constexpr const char* umasks[] = {"0", "022", "0777"};
+const std::vector<std::string> umasks{"0", "022", "0777"};
 
 struct stat statusOf(const std::string& path) {
   struct stat status {};
@@ -17,7 +17,7 @@ struct stat statusOf(const std::string& path) {
   return status;
 }
 
-class PipeModeTest : public FaultTest, public testing::WithParamInterface<const char*> {
+class PipeModeTest : public FaultTest, public testing::WithParamInterface<std::string> {
  protected:
   /// A peer with the umask of this test; as root a user of its own, whom modes
   /// matter to.
@@ -25,7 +25,7 @@ class PipeModeTest : public FaultTest, public testing::WithParamInterface<const 
     if (::geteuid() == 0) {
       ASSERT_EQ(peer.ask("become 54321 54321 54400"), "ok");
     }
-    ASSERT_EQ(peer.ask(std::string("umask ") + GetParam()), "ok");
+    ASSERT_EQ(peer.ask("umask " + GetParam()), "ok");
   }
 
   static gid_t sharedGroup() { return ::geteuid() == 0 ? 54400 : ::getegid(); }
@@ -86,7 +86,7 @@ TEST_P(PipeModeTest, MailboxThatIsTakenOverGetsItsModeAnew) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Umask, PipeModeTest, testing::ValuesIn(umasks),
-                         [](const auto& row) { return std::string("Is") + row.param; });
+                         [](const auto& row) { return "Is" + row.param; });
 
 }  // namespace
 }  // namespace fault

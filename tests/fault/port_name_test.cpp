@@ -11,6 +11,11 @@ struct BadName {
   std::string port;
 };
 
+/// What the list of tests shows of a row.
+void PrintTo(const BadName& row, std::ostream* out) {
+  *out << row.name;
+}
+
 std::vector<BadName> badNames() {
   return {
       {"Empty", ""},

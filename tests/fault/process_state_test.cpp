@@ -15,29 +15,26 @@ std::string getText() {
                      wire::chain({textId}) + wire::u16(wire::wholeValue));
 }
 
-TEST_F(FaultTest, ClientWhoseServerIsKilledGetsNoSigpipeAndItsSignalsAreAsBefore) {
+TEST_F(FaultTest, ClientWhoseServerIsKilledGetsNoSigpipeAndItsSignalStateStays) {
   Peer server;
   ASSERT_EQ(server.ask("serve " + port), success());
   Peer client;
   ASSERT_EQ(client.ask("connect " + port), success());
   ASSERT_EQ(client.ask("subscribe"), success());
-  const std::string before = signalState(client.pid());
-  ASSERT_NE(before, "");
   server.kill();
   for (int i = 0; i < 10; ++i) {
     EXPECT_EQ(client.ask("get"), number(ModelRes_NotConnected) + " ");
     EXPECT_EQ(client.ask("connect " + port), number(ModelRes_NotConnected));
   }
-  EXPECT_TRUE(eventually([&] { return signalState(client.pid()) == before; }));
+  EXPECT_TRUE(eventually([&] { return sigpipeTraces(client.pid()).empty(); }))
+      << sigpipeTraces(client.pid());
   client.quit();
 }
 
-TEST_F(FaultTest, ServerWhoseClientsLeaveAtTheWorstTimeGetsNoSigpipeAndItsSignalsAreAsBefore) {
+TEST_F(FaultTest, ServerWhoseClientsLeaveAtTheWorstTimeGetsNoSigpipeAndItsSignalStateStays) {
   Peer server;
   ASSERT_EQ(server.ask("serve " + port), success());
   ASSERT_EQ(server.ask("settext 1000000"), success());
-  const std::string before = signalState(server.pid());
-  ASSERT_NE(before, "");
   for (int round = 0; round < 5; ++round) {
     RawClient noReplies;
     ASSERT_TRUE(noReplies.connect(mailbox));
@@ -62,7 +59,8 @@ TEST_F(FaultTest, ServerWhoseClientsLeaveAtTheWorstTimeGetsNoSigpipeAndItsSignal
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   EXPECT_EQ(client.get(client.counter).text, "5");
-  EXPECT_TRUE(eventually([&] { return signalState(server.pid()) == before; }));
+  EXPECT_TRUE(eventually([&] { return sigpipeTraces(server.pid()).empty(); }))
+      << sigpipeTraces(server.pid());
   server.quit();
 }
 
@@ -70,7 +68,6 @@ TEST_F(FaultTest, ClientThatIsGoneBeforeItsWelcomeCostsTheServerNothing) {
   Peer server;
   ASSERT_EQ(server.ask("serve " + port), success());
   const std::size_t before = descriptorCount(server.pid());
-  const std::string signals = signalState(server.pid());
   for (int round = 0; round < 10; ++round) {
     RawClient client;
     ASSERT_TRUE(client.sayHello(mailbox));
@@ -78,7 +75,8 @@ TEST_F(FaultTest, ClientThatIsGoneBeforeItsWelcomeCostsTheServerNothing) {
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   EXPECT_TRUE(eventually([&] { return descriptorCount(server.pid()) == before + 3; }));
-  EXPECT_TRUE(eventually([&] { return signalState(server.pid()) == signals; }));
+  EXPECT_TRUE(eventually([&] { return sigpipeTraces(server.pid()).empty(); }))
+      << sigpipeTraces(server.pid());
 }
 
 }  // namespace
