@@ -2,8 +2,10 @@
 
 #include <regex.h>
 
-#include <cstring>
+#include <algorithm>
+#include <cctype>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 #include "shell/words.h"
@@ -12,8 +14,10 @@ namespace treescope {
 
 namespace {
 
-// The system's compiler of expressions recurses with their depth.
+// The system's compiler of expressions recurses with their depth, and writes out
+// what a "\{n\}" repeats, nested ones multiplied.
 constexpr std::size_t longestPattern = 4096;
+constexpr std::size_t mostCopies = 100'000;
 
 /// An expression of regcomp(3); not compiled for a pattern that it rejects.
 class Expression {
@@ -40,6 +44,33 @@ class Expression {
   regex_t expression_{};
   bool compiled_;
 };
+
+// The larger number of a repetition's "m,n", whose digits begin at `at`.
+std::size_t copiesAt(std::string_view pattern, std::size_t at) {
+  std::size_t largest = 1;
+  std::size_t number = 0;
+  for (; at < pattern.size() &&
+         (std::isdigit(static_cast<unsigned char>(pattern[at])) != 0 || pattern[at] == ',');
+       ++at) {
+    number =
+        pattern[at] == ','
+            ? 0
+            : std::min(number * 10 + static_cast<std::size_t>(pattern[at] - '0'), mostCopies + 1);
+    largest = std::max(largest, number);
+  }
+  return largest;
+}
+
+bool isAffordable(std::string_view pattern) {
+  constexpr std::string_view opening = "\\{";
+  std::size_t copies = 1;
+  for (std::size_t at = pattern.find(opening); at != std::string_view::npos && copies <= mostCopies;
+       at = pattern.find(opening, at)) {
+    at += opening.size();
+    copies *= copiesAt(pattern, at);
+  }
+  return copies <= mostCopies && pattern.size() <= longestPattern;
+}
 
 std::string expressionText(const char* pattern) {
   std::string text;
@@ -98,7 +129,7 @@ WordNode& WordNode::add(std::string childName) {
 
 std::vector<std::string> matchingPaths(const WordNode& root, const char* pattern) {
   std::vector<std::string> matches;
-  if (std::strlen(pattern) > longestPattern) {
+  if (!isAffordable(pattern)) {
     return matches;
   }
   const Expression expression(expressionText(pattern));

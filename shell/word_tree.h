@@ -30,8 +30,9 @@ struct WordNode {
 ///
 /// The pattern is a basic regular expression (regex(7)) in which a "*" stands for
 /// any text; it has to cover a path whole, and a path has as many names as the
-/// pattern has components. A pattern that is no expression, or is longer than
-/// 4096 bytes, matches nothing.
+/// pattern has components. A pattern that is no expression, is longer than 4096
+/// bytes, or whose repetitions "\{n\}" multiply to more than 100,000, matches
+/// nothing.
 [[nodiscard]] std::vector<std::string> matchingPaths(const WordNode& root, const char* pattern);
 
 }  // namespace treescope

@@ -36,6 +36,9 @@ TEST(ExpandWildcard, FollowsItsTable) {
       {"[ab]*", {"a.b", "axb", "ba", "a"}},
       {"b", {}},
       {std::string(5000, '*'), {}},
+      {"ax\\{1,2\\}b", {"axb"}},
+      {"\\(a\\{255\\}\\)\\{0,255\\}\\{50\\}x*", {}},
+      {"\\(\\(x*\\{255\\}\\)\\{255\\}\\)\\{99999999999999999999\\}", {}},
   };
   for (const PatternCase& given : cases) {
     Paths matches = {"stale"};
