@@ -160,6 +160,15 @@ TEST_F(Replay, CutsTextsAtLineFeedsQuotesAndSemicolons) {
   EXPECT_THAT(texts.values(), ElementsAre("1", "2", "3"));
 }
 
+TEST_F(Replay, ACommandStringMayHoldLineFeedsAndLongTexts) {
+  const std::string text = "line\n" + std::string(5000, 'x') + "\n\nbreak";
+  const Finished storing =
+      test_support::run({test_support::treescopeProgram(), "-c",
+                         "cd " + name_ + ";str \"" + text + "\" /drive/all/word"});
+  EXPECT_EQ(storing.status, (test_support::ExitStatus{0, 0}));
+  EXPECT_EQ(word.value(), text);
+}
+
 TEST_F(Replay, NeedsTheLoadersFlagForProtectedParts) {
   const std::string file = directory_.write("f", "set 2 /drive/offset\n");
   EXPECT_EQ(run("from " + file), (Answer{3, "/drive/offset   [0]\n"}));
