@@ -1,0 +1,65 @@
+#include "servers/child_register.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+namespace modelsrvd {
+namespace {
+
+TEST(ChildRegister, GivesWhatReturnsItsOldIdAndName) {
+  ChildRegister children;
+  const auto first = children.find("eth0", "eth0", {"eth0"});
+  const auto second = children.find("wlan0", "wlan0", {"wlan0"});
+  const auto again = children.find("eth0", "eth0", {"eth0", "wlan0"});
+  ASSERT_TRUE(first && second && again);
+  EXPECT_NE(first->id, second->id);
+  EXPECT_EQ(again->id, first->id);
+  EXPECT_EQ(again->name, "eth0");
+}
+
+TEST(ChildRegister, MakesNamesUnique) {
+  ChildRegister children;
+  const std::set<std::string> present{"/boot/efi", "/boot-efi", "/boot/efi/"};
+  EXPECT_EQ(children.find("/boot/efi", "boot-efi", present)->name, "boot-efi");
+  EXPECT_EQ(children.find("/boot-efi", "boot-efi", present)->name, "boot-efi-2");
+  EXPECT_EQ(children.find("/boot/efi/", "boot-efi", present)->name, "boot-efi-3");
+}
+
+TEST(ChildRegister, TakesIdsFromTheAbsentWhenAllAreGiven) {
+  ChildRegister children;
+  for (unsigned number = 1; number <= ModelSrv::ModelPartId_Max; ++number) {
+    const std::string key = std::to_string(number);
+    ASSERT_TRUE(children.find(key, key, {key}));
+  }
+  const std::set<std::string> present{"1", "2", "new"};
+  const auto child = children.find("new", "3", present);
+  ASSERT_TRUE(child);
+  EXPECT_EQ(child->id, 3U);
+  EXPECT_EQ(child->name, "3");
+  EXPECT_EQ(children.find("1", "1", present)->id, 1U);
+}
+
+TEST(ChildRegister, GivesNothingWhenAllIdsAreInUse) {
+  ChildRegister children;
+  std::set<std::string> present;
+  for (unsigned number = 1; number <= ModelSrv::ModelPartId_Max; ++number) {
+    const std::string key = std::to_string(number);
+    present.insert(key);
+    ASSERT_TRUE(children.find(key, key, {}));
+  }
+  EXPECT_FALSE(children.find("one more", "x", present));
+}
+
+TEST(MountName, CanBeTyped) {
+  EXPECT_EQ(mountName("/"), "root");
+  EXPECT_EQ(mountName("/boot"), "boot");
+  EXPECT_EQ(mountName("/boot/efi"), "boot-efi");
+  EXPECT_EQ(mountName("/mnt/my disk;*[1]"), "mnt-my_disk___1_");
+  EXPECT_EQ(mountName("/a\n\"b'$"), "a__b__");
+  EXPECT_EQ(mountName("/m\xc3\xbcll/v1.2"), "m\xc3\xbcll-v1.2");
+}
+
+}  // namespace
+}  // namespace modelsrvd

@@ -1,0 +1,82 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/servers/server_process.h"
+#include "tests/servers/tree_client.h"
+
+namespace modelsrvd {
+namespace {
+
+using testing::ElementsAre;
+
+std::string drive(const std::string& children) {
+  return R"({"children": [{"name": "drive", "children": [)" + children + "]}]}";
+}
+
+std::string speed(int value) {
+  return R"({"name": "speed", "type": "int32", "value": )" + std::to_string(value) + "}";
+}
+
+class ReloadTest : public testing::Test {
+ protected:
+  void reload(const std::string& text) {
+    file_.write(text);
+    server_.process().signal(SIGHUP);
+  }
+  bool comesTo(const std::string& path, const std::string& value) {
+    return client_.pumpUntil([&] { return client_.get(path) == value; });
+  }
+
+  ScratchFile file_{drive(speed(42))};
+  ServerProcess server_{{"--tree", file_.path()}, true};
+  TreeClient client_{server_.name()};
+};
+
+TEST_F(ReloadTest, SetsValuesInPlaceAndKeepsSubscriptions) {
+  ASSERT_EQ(client_.get("/drive/speed"), "42");
+  ASSERT_EQ(client_.subscribe("/drive/speed"), ModelSrv::ModelRes_Success);
+  reload(drive(speed(43)));
+  EXPECT_TRUE(client_.waitForUpdate());
+  EXPECT_EQ(client_.get("/drive/speed"), "43");
+}
+
+TEST_F(ReloadTest, RestartsFromTheFile) {
+  ASSERT_EQ(client_.store("/drive/speed", "7"), ModelSrv::ModelRes_Success);
+  server_.process().signal(SIGHUP);
+  EXPECT_TRUE(comesTo("/drive/speed", "42"));
+}
+
+TEST_F(ReloadTest, ShowsAnotherTreeToWhoeverIsConnected) {
+  reload(drive(speed(1) + R"(, {"name": "label", "type": "text", "value": "new"})"));
+  EXPECT_TRUE(comesTo("/drive/label", "new"));
+  EXPECT_THAT(client_.names("/drive"), ElementsAre("speed", "label"));
+  reload(R"({"children": [{"name": "other", "type": "bool", "value": true}]})");
+  EXPECT_TRUE(comesTo("/other", "true"));
+  EXPECT_THAT(client_.names(""), ElementsAre("other"));
+}
+
+TEST_F(ReloadTest, KeepsTheOldTreeWhereTheFileIsInvalid) {
+  ASSERT_EQ(client_.store("/drive/speed", "7"), ModelSrv::ModelRes_Success);
+  reload(drive(R"({"name": "speed", "type": "int32", "value": "fast"})"));
+  EXPECT_EQ(server_.process().readLine(),
+            "modelsrvd: " + file_.path() +
+                ": /children/0/children/0/value: \"fast\": int32 wants a whole number");
+  EXPECT_EQ(client_.get("/drive/speed"), "7");
+}
+
+TEST_F(ReloadTest, KeepsTheOldTreeWhereTheFileIsGone) {
+  std::filesystem::remove(file_.path());
+  server_.process().signal(SIGHUP);
+  EXPECT_EQ(server_.process().readLine(),
+            "modelsrvd: --tree: " + file_.path() + ": No such file or directory");
+  EXPECT_EQ(client_.get("/drive/speed"), "42");
+  reload(drive(speed(44)));
+  EXPECT_TRUE(comesTo("/drive/speed", "44"));
+}
+
+}  // namespace
+}  // namespace modelsrvd

@@ -1,0 +1,195 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "servers/options.h"
+#include "tests/servers/server_process.h"
+#include "tests/servers/tree_client.h"
+#include "tests/support/port_name.h"
+#include "tests/support/programs.h"
+
+namespace modelsrvd {
+namespace {
+
+using test_support::ExitStatus;
+using test_support::Finished;
+using test_support::mailboxPath;
+using test_support::uniquePortName;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+TEST(Modelsrvd, ShowsItsUsageAndItsVersion) {
+  const Finished help = runServer({"--help"});
+  EXPECT_EQ(help.status, ExitStatus{});
+  EXPECT_EQ(help.output, usageText());
+  EXPECT_EQ(help.errors, "");
+  const Finished version = runServer({"--version"});
+  EXPECT_EQ(version.status, ExitStatus{});
+  EXPECT_THAT(version.output, testing::MatchesRegex("modelsrvd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST(Modelsrvd, RemovesItsMailboxOnEitherSignal) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    ServerProcess server({"--synthetic", "1x1"});
+    EXPECT_TRUE(std::filesystem::exists(mailboxPath(server.name())));
+    EXPECT_TRUE(server.ends(signal)) << server.process().errors();
+    EXPECT_FALSE(std::filesystem::exists(mailboxPath(server.name())));
+  }
+}
+
+TEST(Modelsrvd, EndsAtOnceWhileAClientIsConnected) {
+  ServerProcess server({"--synthetic", "1x1"});
+  TreeClient client(server.name());
+  ASSERT_EQ(client.connected(), ModelSrv::ModelRes_Success);
+  EXPECT_TRUE(server.ends(SIGTERM)) << server.process().errors();
+  EXPECT_THAT(client.get("/group_000"), StartsWith("<"));
+}
+
+TEST(Modelsrvd, RefusesANameThatIsServed) {
+  ServerProcess server({"--synthetic", "1x1"});
+  const Finished second = runServer({"--name", server.name()});
+  EXPECT_EQ(second.status, (ExitStatus{1, 0}));
+  EXPECT_EQ(second.output, "");
+  EXPECT_EQ(second.errors, "modelsrvd: --name: " + server.name() + ": " +
+                               ModelSrv::describe(ModelSrv::ModelRes_NameInUse) + "\n");
+  TreeClient client(server.name());
+  EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);
+}
+
+TEST(Modelsrvd, TakesOverTheMailboxOfOneThatWasKilled) {
+  const std::string name = uniquePortName();
+  const std::vector<std::string> command{test_support::modelsrvdProgram(), "--name", name};
+  {
+    test_support::Process killed(command);
+    ASSERT_EQ(killed.readLine(), "ready " + name);
+    killed.signal(SIGKILL);
+    ASSERT_EQ(killed.waitForExit(), (ExitStatus{0, SIGKILL}));
+  }
+  EXPECT_TRUE(std::filesystem::exists(mailboxPath(name)));
+  test_support::Process next(command);
+  EXPECT_EQ(next.readLine(), "ready " + name);
+  next.signal(SIGTERM);
+  EXPECT_EQ(next.waitForExit(), ExitStatus{});
+}
+
+TEST(Modelsrvd, IsForItsUserAloneUnlessAGroupIsNamed) {
+  struct stat status {};
+  ServerProcess alone({"--synthetic", "1x1"});
+  ASSERT_EQ(::stat(mailboxPath(alone.name()).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+  const std::string group = std::to_string(::getegid());
+  ServerProcess shared({"--synthetic", "1x1", "--group", group});
+  ASSERT_EQ(::stat(mailboxPath(shared.name()).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0660U);
+  EXPECT_EQ(status.st_gid, ::getegid());
+  TreeClient client(shared.name());
+  EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);
+}
+
+struct Refusal {
+  const char* what;
+  std::vector<std::string> words;
+  const char* line;
+};
+
+class RefusedStart : public testing::TestWithParam<Refusal> {};
+
+TEST_P(RefusedStart, SaysWhatAndWhereInOneLine) {
+  const Finished finished = runServer(GetParam().words);
+  EXPECT_EQ(finished.status, (ExitStatus{2, 0}));
+  EXPECT_EQ(finished.output, "");
+  EXPECT_EQ(finished.errors, std::string("modelsrvd: ") + GetParam().line + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, RefusedStart,
+    testing::Values(
+        Refusal{"UnknownSwitch", {"--frob"}, "\"--frob\": no such switch; see modelsrvd --help"},
+        Refusal{"MissingValue", {"--tree"}, "--tree: wants a value"},
+        Refusal{"BadPeriod",
+                {"--period", "0"},
+                "--period: \"0\" is not a number of milliseconds from 50 to 60000"},
+        Refusal{"NoFile",
+                {"--tree", "/nonexistent/x.json"},
+                "--tree: /nonexistent/x.json: No such file or directory"},
+        Refusal{"Folder", {"--tree", "/"}, "--tree: /: not a regular file"},
+        Refusal{"NoGroup",
+                {"--group", "no such group"},
+                "--group: there is no group \"no such group\""},
+        Refusal{"SlashInName", {"--name", "a/b"}, "--name: a/b: not a valid port name"},
+        Refusal{"DotName", {"--name", ".a"}, "--name: .a: not a valid port name"}),
+    [](const auto& test) { return std::string(test.param.what); });
+
+struct BadFile {
+  const char* what;
+  const char* text;
+  const char* line;  ///< behind the file's name
+};
+
+class RefusedFile : public testing::TestWithParam<BadFile> {};
+
+TEST_P(RefusedFile, IsNamedWithThePlaceInIt) {
+  const ScratchFile file(GetParam().text);
+  const Finished finished = runServer({"--tree", file.path()});
+  EXPECT_EQ(finished.status, (ExitStatus{2, 0}));
+  EXPECT_EQ(finished.output, "");
+  EXPECT_THAT(finished.errors, StartsWith("modelsrvd: " + file.path() + ": " + GetParam().line));
+  EXPECT_EQ(finished.errors.find('\n'), finished.errors.size() - 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, RefusedFile,
+    testing::Values(
+        BadFile{"Empty", "", "line 1, column 1: "},
+        BadFile{"NoJson", "{\n\"name\": ]", "line 2, column 9: syntax error"},
+        BadFile{"NoName", R"({"children": []})", "/name: missing, and there is no --name\n"},
+        BadFile{"EmptyName", R"({"name": "", "children": []})",
+                "/name: missing, and there is no --name\n"},
+        BadFile{"BadName", R"({"name": "a/b", "children": []})",
+                "/name: a/b: not a valid port name\n"},
+        BadFile{"NulInName", R"({"name": "Model_\u0000x", "children": []})", "/name: Model_\\x00x"},
+        BadFile{"OutOfRange",
+                R"({"name": "Model_x", "children": [{"children": [{"type":"int8","value":200}]}]})",
+                "/children/0/children/0/value: 200: out of range for int8\n"},
+        BadFile{"DoubledId",
+                R"({"children": [{"id": 1, "children": []}, {"id": 1, "children": []}]})",
+                "/children/1/id: an elder sibling has the id 1\n"}),
+    [](const auto& test) { return std::string(test.param.what); });
+
+TEST(Modelsrvd, SaysWhereItCannotPrint) {
+  const std::string name = uniquePortName();
+  const Finished finished = test_support::run(
+      {"/bin/sh", "-c",
+       "exec \"" + test_support::modelsrvdProgram() + "\" --name " + name + " >/dev/full"});
+  EXPECT_EQ(finished.status, (ExitStatus{1, 0}));
+  EXPECT_EQ(finished.errors, "modelsrvd: standard output: No space left on device\n");
+  EXPECT_FALSE(std::filesystem::exists(mailboxPath(name)));
+}
+
+TEST(Modelsrvd, PublishesASyntheticTree) {
+  ServerProcess server({"--synthetic", "3x20"});
+  TreeClient client(server.name());
+  EXPECT_THAT(client.names(""), ElementsAre("group_000", "group_001", "group_002"));
+  EXPECT_EQ(client.names("/group_002").size(), 20U);
+  EXPECT_EQ(client.get("/group_002/item_0019"), "0");
+  EXPECT_EQ(client.store("/group_002/item_0019", "-5"), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(client.get("/group_002/item_0019"), "-5");
+}
+
+TEST(Modelsrvd, ChurnReachesEveryPart) {
+  ServerProcess server({"--synthetic", "2x10", "--churn", "100000"});
+  TreeClient client(server.name());
+  ASSERT_EQ(client.subscribe("/group_001/item_0009"), ModelSrv::ModelRes_Success);
+  EXPECT_TRUE(client.waitForUpdate());
+  EXPECT_NE(client.get("/group_001/item_0009"), "0");
+  EXPECT_TRUE(server.ends(SIGTERM)) << server.process().errors();
+}
+
+}  // namespace
+}  // namespace modelsrvd

@@ -1,0 +1,164 @@
+#include "servers/published_tree.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "servers/description_parser.h"
+
+namespace modelsrvd {
+namespace {
+
+using ModelSrv::ModelNode;
+using ModelSrv::ModelPart;
+
+TreeDescription describe(std::string_view text) {
+  auto outcome = parseTreeDescription(text);
+  if (const auto* failure = std::get_if<Failure>(&outcome)) {
+    ADD_FAILURE() << failure->text;
+    return {};
+  }
+  return std::get<TreeDescription>(std::move(outcome));
+}
+
+TreeDescription around(const std::string& entry) {
+  return describe(R"({"children": [{"children": [)" + entry + "]}]}");
+}
+
+class PublishedTreeTest : public testing::Test {
+ protected:
+  void publish(const TreeDescription& description) {
+    tree_ = std::make_unique<PublishedTree>(description);
+    EXPECT_FALSE(tree_->publish(root_));
+  }
+  ModelPart* only() {
+    auto& node = dynamic_cast<ModelNode&>(*root_.children().at(0));
+    return node.children().at(0);
+  }
+  static std::string textOf(ModelPart& part) {
+    std::ostringstream text;
+    EXPECT_EQ(part.save(text, ModelSrv::ModelPartIndex_All), ModelSrv::ModelRes_Success);
+    return text.str();
+  }
+
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, false};
+  ModelSrv::ModelRoot root_{&manager_};
+  std::unique_ptr<PublishedTree> tree_;
+};
+
+struct Typed {
+  const char* type;
+  const char* value;
+  const char* text;
+};
+
+class EveryType : public PublishedTreeTest, public testing::WithParamInterface<Typed> {};
+
+TEST_P(EveryType, IsHeldAsASingleValueAndAsAnArray) {
+  const std::string type = std::string(R"({"type": ")") + GetParam().type + '"';
+  const std::string value = std::string(R"("value": )") + GetParam().value;
+  publish(around(type + ", " + value + "}"));
+  EXPECT_EQ(textOf(*only()), GetParam().text);
+  publish(around(type + R"(, "elements": [{)" + value + "}, {" + value + "}]}"));
+  EXPECT_EQ(textOf(*only()), std::string(GetParam().text) + "\n" + GetParam().text);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, EveryType,
+    testing::Values(Typed{"bool", "true", "true"}, Typed{"int8", "-128", "-128"},
+                    Typed{"int16", "-32768", "-32768"}, Typed{"int32", "-5", "-5"},
+                    Typed{"int64", "-9223372036854775808", "-9223372036854775808"},
+                    Typed{"uint8", "255", "255"}, Typed{"uint16", "65535", "65535"},
+                    Typed{"uint32", "4294967295", "4294967295"},
+                    Typed{"uint64", "18446744073709551615", "18446744073709551615"},
+                    Typed{"float", "0.1", "0.1"}, Typed{"double", "0.1", "0.1"},
+                    Typed{"text", "\"two words\"", "two words"}),
+    [](const auto& test) { return std::string(test.param.type); });
+
+TEST_F(PublishedTreeTest, KeepsIdNameAccessAndSubscribability) {
+  publish(around(R"({"id": 9, "name": "serial", "type": "text", "value": "A-17",
+                     "access": "protected", "subscribable": false})"));
+  EXPECT_EQ(only()->id(), 9U);
+  EXPECT_EQ(only()->name(), "serial");
+  EXPECT_EQ(only()->status(), ModelSrv::ModelPartStatus_Protected);
+  EXPECT_FALSE(only()->subscribable());
+}
+
+TEST_F(PublishedTreeTest, LeavesTheRootEmptyAtItsEnd) {
+  publish(around(R"({"type": "bool", "value": true})"));
+  EXPECT_EQ(root_.children().size(), 1U);
+  tree_.reset();
+  EXPECT_TRUE(root_.children().empty());
+}
+
+TEST_F(PublishedTreeTest, HoldsTheDeepestTree) {
+  std::string text;
+  for (int level = 0; level < 4096; ++level) {
+    text += R"({"children":[)";
+  }
+  text += R"({"type":"bool","value":true})";
+  for (int level = 0; level < 4096; ++level) {
+    text += "]}";
+  }
+  publish(describe(text));
+  tree_.reset();
+  EXPECT_TRUE(root_.children().empty());
+}
+
+constexpr std::string_view array =
+    R"({"type": "uint8", "elements": [{"name": "a", "value": 1}, {"value": 2}]})";
+
+TEST_F(PublishedTreeTest, TakesOtherValuesInPlace) {
+  publish(around(std::string(array)));
+  ModelPart* const part = only();
+  EXPECT_TRUE(tree_->takeValues(
+      around(R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]})")));
+  EXPECT_EQ(only(), part);
+  EXPECT_EQ(textOf(*part), "7\n8");
+}
+
+struct Other {
+  const char* what;
+  const char* entry;
+};
+
+class OtherShape : public PublishedTreeTest, public testing::WithParamInterface<Other> {};
+
+TEST_P(OtherShape, IsNotTakenInPlace) {
+  publish(around(std::string(array)));
+  EXPECT_FALSE(tree_->takeValues(around(GetParam().entry)));
+  EXPECT_EQ(textOf(*only()), "1\n2");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, OtherShape,
+    testing::Values(
+        Other{"Type", R"({"type": "int8", "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
+        Other{"ElementName",
+              R"({"type": "uint8", "elements": [{"name": "b", "value": 7}, {"value": 8}]})"},
+        Other{"NoElementNames", R"({"type": "uint8", "elements": [{"value": 7}, {"value": 8}]})"},
+        Other{"ElementCount", R"({"type": "uint8", "elements": [{"name": "a", "value": 7}]})"},
+        Other{"Single", R"({"type": "uint8", "value": 7})"},
+        Other{"Name", R"({"name": "x", "type": "uint8",
+                          "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
+        Other{"Id", R"({"id": 2, "type": "uint8",
+                        "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
+        Other{"Access", R"({"access": "read-only", "type": "uint8",
+                            "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
+        Other{"Subscribable", R"({"subscribable": false, "type": "uint8",
+                                  "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
+        Other{"Node", R"({"children": []})"},
+        Other{"OneMore",
+              R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]},
+                            {"children": []})"},
+        Other{"Nothing", ""}),
+    [](const auto& test) { return std::string(test.param.what); });
+
+}  // namespace
+}  // namespace modelsrvd
