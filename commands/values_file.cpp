@@ -2,9 +2,9 @@
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <ctime>
 
 namespace treescope {
