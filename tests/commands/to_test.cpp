@@ -150,7 +150,7 @@ TEST_F(To, LeavesAnEmptyFileWhereTheServerHasGone) {
 }
 
 TEST_F(To, WritesTextsOfAnyBytes) {
-  const std::string bytes("\x01\xff\x1b[31m\0;\t%s", 13);
+  const std::string bytes("\x01\xff\x1b[31m\0;\t%s", 12);
   ASSERT_EQ(server_.label.setValue(bytes), ModelSrv::ModelRes_Success);
   EXPECT_EQ(run("to " + file_ + " drive/label"),
             (Answer{1, " make command [" + bytes + "] -> [set " + bytes + " ]\n"}));
