@@ -171,4 +171,16 @@ bool memoryIsReused() {
 #endif
 }
 
+bool sanitizerNeedsDescriptors() {
+#if defined(__has_feature)
+#if __has_feature(undefined_behavior_sanitizer)
+  return true;
+#else
+  return false;
+#endif
+#else
+  return false;
+#endif
+}
+
 }  // namespace fault

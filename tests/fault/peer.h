@@ -68,4 +68,8 @@ std::string sigpipeTraces(pid_t pid);
 /// sanitizer holds it back.
 bool memoryIsReused();
 
+/// Whether a sanitizer wants descriptors of its own: the check of virtual calls
+/// makes a pipe to probe memory, and takes its refusal for a bad object.
+bool sanitizerNeedsDescriptors();
+
 }  // namespace fault
