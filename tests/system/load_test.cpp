@@ -1,0 +1,156 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+
+#include "tests/support/hygiene.h"
+#include "tests/support/programs.h"
+#include "tests/system/rig_client.h"
+#include "tests/system/served_rig.h"
+
+// What clients cost a server, many at once and idle ones.
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using test_support::ExitStatus;
+using test_support::Process;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool ownMemory = false;
+#elif defined(__has_feature)
+// The sanitizers keep books of their own in the server's memory.
+constexpr bool ownMemory = !__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer);
+#else
+constexpr bool ownMemory = true;
+#endif
+
+constexpr int clientCount = 64;
+constexpr int storesEach = 1000;
+constexpr int commonPart = 1000;
+
+std::string treeOfNumbers() {
+  std::string tree = R"({"name": "Model_numbers", "children": [)";
+  for (int id = 1; id <= clientCount; ++id) {
+    tree += R"({"id": )" + std::to_string(id) + R"(, "name": "own_)" + std::to_string(id) +
+            R"(", "type": "int32", "value": 0}, )";
+  }
+  return tree + R"({"id": 1000, "name": "common", "type": "int32", "value": 1}]})";
+}
+
+/// The number behind `key` in a file of "key: number" lines below /proc.
+long procNumber(int pid, const std::string& file, const std::string& key) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
+  for (std::string word; in >> word;) {
+    if (word == key) {
+      long number = -1;
+      in >> number;
+      return number;
+    }
+  }
+  ADD_FAILURE() << key << " is not in " << file;
+  return -1;
+}
+
+std::set<std::string> privatePipes() {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp")) {
+    const std::string name = entry.path().filename().string();
+    if (name.rfind(".krv-", 0) == 0) {
+      names.insert(name);
+    }
+  }
+  return names;
+}
+
+/// Connects, reads and goes until `holds`, at most as long as patience lasts; the
+/// server notices in between who has gone.
+template <typename Condition>
+bool visitUntil(const std::string& server, Condition holds) {
+  const auto deadline = Clock::now() + test_support::patience;
+  while (!holds()) {
+    if (Clock::now() > deadline) {
+      return false;
+    }
+    EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+    RigClient visitor(manager, server);
+    EXPECT_NE(visitor.read(commonPart), "");
+  }
+  return true;
+}
+
+TEST(ManyClients, LoseNothingAndLeaveNothing) {
+  ServedRig rig(treeOfNumbers());
+  const int server = rig.process().pid();
+  const auto descriptorsBefore = test_support::openDescriptorsOf(server).size();
+  const auto pipesBefore = privatePipes();
+  const long memoryBefore = procNumber(server, "smaps_rollup", "Private_Dirty:");
+
+  std::vector<std::unique_ptr<Process>> clients;
+  clients.reserve(clientCount);
+  for (int id = 1; id <= clientCount; ++id) {
+    clients.push_back(std::make_unique<Process>(std::vector<std::string>{
+        test_support::buildDirectory() + "/tests/store_client", rig.name(), std::to_string(id),
+        std::to_string(commonPart), std::to_string(storesEach)}));
+  }
+  for (const auto& client : clients) {
+    EXPECT_EQ(client->finish(std::chrono::seconds(100)), (ExitStatus{0, 0}));
+    EXPECT_EQ(client->output(), "done\n") << client->errors();
+  }
+
+  {
+    EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+    RigClient reader(manager, rig.name());
+    for (ModelSrv::ModelPartId id = 1; id <= clientCount; ++id) {
+      EXPECT_EQ(reader.read(id), std::to_string(storesEach)) << "part " << id;
+    }
+  }
+  EXPECT_TRUE(visitUntil(
+      rig.name(),
+      [&] { return test_support::openDescriptorsOf(server).size() <= descriptorsBefore; }))
+      << test_support::openDescriptorsOf(server).size() << " descriptors, before "
+      << descriptorsBefore;
+  EXPECT_TRUE(visitUntil(rig.name(), [&] {
+    const auto pipes = privatePipes();
+    return std::includes(pipesBefore.begin(), pipesBefore.end(), pipes.begin(), pipes.end());
+  }));
+  if (ownMemory) {
+    EXPECT_LT(procNumber(server, "smaps_rollup", "Private_Dirty:") - memoryBefore, 1024);
+  }
+}
+
+TEST(IdleClient, CostsNeitherSideAnyTurn) {
+  ServedRig rig;
+  const int server = rig.process().pid();
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+  RigClient client(manager, rig.name());
+  // The event that says that the connection has been taken.
+  EXPECT_EQ(manager.receiveEvent(2000), EvtSrv::EvtRes_Success);
+
+  const long turnsBefore = procNumber(server, "status", "voluntary_ctxt_switches:");
+  EXPECT_EQ(manager.receiveEvent(1500), EvtSrv::EvtRes_Timeout);
+  EXPECT_LE(procNumber(server, "status", "voluntary_ctxt_switches:") - turnsBefore, 1);
+}
+
+TEST(IdleClient, CostsTheServerLittleMemory) {
+  constexpr int idleCount = 200;
+  ServedRig rig;
+  const int server = rig.process().pid();
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+  const RigClient first(manager, rig.name());
+  const long before = procNumber(server, "smaps_rollup", "Private_Dirty:");
+  std::vector<std::unique_ptr<RigClient>> clients;
+  clients.reserve(idleCount);
+  for (int count = 0; count < idleCount; ++count) {
+    clients.push_back(std::make_unique<RigClient>(manager, rig.name()));
+  }
+  const long grown = procNumber(server, "smaps_rollup", "Private_Dirty:") - before;
+  if (ownMemory) {
+    EXPECT_LT(grown, 8 * idleCount) << "KiB for " << idleCount << " connections";
+  }
+}
+
+}  // namespace

@@ -1,0 +1,45 @@
+#include "tests/system/served_rig.h"
+
+#include <unistd.h>
+
+#include <fstream>
+#include <stdexcept>
+#include <vector>
+
+#include "tests/support/port_name.h"
+#include "tests/support/programs.h"
+
+namespace {
+
+constexpr const char* rigTree = R"({"name": "Model_rig", "children": [
+  {"id": 1, "name": "drive", "children": [
+    {"id": 1, "name": "speed", "type": "int32", "value": 42},
+    {"id": 2, "name": "label", "type": "text", "value": "two words"},
+    {"id": 3, "name": "gains", "type": "double",
+     "elements": [{"name": "p", "value": 1.5}, {"name": "i", "value": 0.25}]},
+    {"id": 5, "name": "serial", "type": "text", "value": "A-17", "access": "read-only"},
+    {"id": 6, "name": "offset", "type": "float", "value": 0, "access": "protected"},
+    {"id": 12, "name": "", "type": "uint16", "value": 7}]},
+  {"id": 2, "name": "empty", "children": []}]})";
+
+}  // namespace
+
+ServedRig::ServedRig() : ServedRig(rigTree) {}
+
+ServedRig::ServedRig(const std::string& tree)
+    : name_(test_support::uniquePortName()),
+      file_("/tmp/" + test_support::uniquePortName("tree_") + ".json") {
+  std::ofstream(file_) << tree;
+  const std::vector<std::string> command{test_support::modelsrvdProgram(), "--name", name_,
+                                         "--tree", file_};
+  process_ = std::make_unique<test_support::Process>(command);
+  if (!process_->waitForLine("ready " + name_)) {
+    ::unlink(file_.c_str());
+    throw std::runtime_error("modelsrvd is not ready: " + process_->errors());
+  }
+}
+
+ServedRig::~ServedRig() {
+  process_.reset();
+  ::unlink(file_.c_str());
+}

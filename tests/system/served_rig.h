@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "tests/support/process.h"
+
+/// A `modelsrvd` of the build that serves a tree with a part of each kind, under
+/// a name of the test's own, until the end of its scope.
+class ServedRig {
+ public:
+  ServedRig();
+
+  /// Serves the description `tree` instead. Waits until the server can be
+  /// connected to; `std::runtime_error` where it cannot.
+  explicit ServedRig(const std::string& tree);
+  ~ServedRig();
+  ServedRig(const ServedRig&) = delete;
+  ServedRig& operator=(const ServedRig&) = delete;
+
+  [[nodiscard]] const std::string& name() const { return name_; }
+  [[nodiscard]] test_support::Process& process() { return *process_; }
+
+ private:
+  std::string name_;
+  std::string file_;
+  std::unique_ptr<test_support::Process> process_;
+};

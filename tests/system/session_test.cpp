@@ -1,0 +1,122 @@
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/support/port_name.h"
+#include "tests/support/process.h"
+#include "tests/support/programs.h"
+#include "tests/system/served_rig.h"
+
+// Whole sessions: the built shell against the built server.
+
+namespace {
+
+using test_support::ExitStatus;
+using test_support::Finished;
+using test_support::run;
+
+/// The bytes that `treescope` writes for `arguments`, its status and errors being
+/// what they always are.
+std::string outputOf(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), test_support::treescopeProgram());
+  const Finished result = run(arguments);
+  EXPECT_EQ(result.status, (ExitStatus{0, 0}));
+  EXPECT_EQ(result.errors, "");
+  return result.output;
+}
+
+class Session : public testing::Test {
+ protected:
+  std::string commands(const std::string& line) {
+    return outputOf({"-c", "cd " + rig_.name() + ";" + line});
+  }
+
+  ServedRig rig_;
+};
+
+struct Case {
+  const char* name;
+  const char* line;
+  const char* output;
+};
+
+class SessionLine : public Session, public testing::WithParamInterface<Case> {};
+
+TEST_P(SessionLine, WritesTheseBytes) {
+  EXPECT_EQ(commands(GetParam().line), GetParam().output);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reading, SessionLine,
+    testing::Values(Case{"Number", "get /drive/speed", "/drive/speed    [42]\n"},
+                    Case{"Text", "get /drive/label", "/drive/label    [two words]\n"},
+                    Case{"WholeArray", "get /drive/gains", "/drive/gains    [1.5 0.25]\n"},
+                    Case{"ElementByIndex", "get /drive/gains[1]", "/drive/gains[1] [0.25]\n"},
+                    Case{"ElementByName", "cd /drive/gains;get i", "/drive/gains[1] [0.25]\n"},
+                    Case{"UnnamedChild", "get /drive/noname-12", "/drive/noname-12    [7]\n"},
+                    Case{"PartBelowTheCurrentNode", "cd drive;get speed", "/drive/speed    [42]\n"},
+                    Case{"NothingForANode", "get /drive", ""},
+                    Case{"NothingForNoPart", "get /nowhere", ""}),
+    [](const auto& test) { return test.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(
+    Writing, SessionLine,
+    testing::Values(
+        Case{"Number", "set 43 /drive/speed;get /drive/speed",
+             "/drive/speed    [43]\n/drive/speed    [43]\n"},
+        Case{"TextWithBlanks", "str \"on the bench\" /drive/label",
+             "/drive/label    [on the bench]\n"},
+        Case{"TextWithADash", "str -r /drive/label", "/drive/label    [-r]\n"},
+        Case{"OneElement", "set 0.5 /drive/gains[1];get /drive/gains",
+             "/drive/gains[1] [0.5]\n/drive/gains    [1.5 0.5]\n"},
+        Case{"NoWholeArray", "set 1 /drive/gains", "ERROR: NotFound\n"},
+        Case{"NoReadOnlyPart", "str B-18 /drive/serial", "/drive/serial   [A-17]\n"},
+        Case{"NoNumberFromLetters", "set fast /drive/speed", "/drive/speed    [42]\n"},
+        Case{"ProtectedPartKeepsItsValue", "set 1 /drive/offset", "/drive/offset   [0]\n"},
+        Case{"ProtectedPartWithTheLoadersFlag", "set -l 1 /drive/offset", "/drive/offset   [1]\n"}),
+    [](const auto& test) { return test.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(Ending, SessionLine,
+                         testing::Values(Case{"ExitEndsTheLine", "exit;get /drive/speed", ""},
+                                         Case{"AnErrorEndsTheLine",
+                                              "cd;cd Model_nowhere_at_all;pwd",
+                                              "ERROR: ConnectError\n"},
+                                         Case{"ASettingWithoutValueIsAnError",
+                                              "set;get /drive/speed", "ERROR: OptionError\n"}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(Session, TheForceSwitchStoresProtectedParts) {
+  EXPECT_EQ(outputOf({"-a", "-c", "cd " + rig_.name() + ";set 2 /drive/offset"}),
+            "/drive/offset   [2]\n");
+}
+
+TEST_F(Session, AStoreIsSeenByTheNextSession) {
+  EXPECT_EQ(commands("set 77 /drive/speed"), "/drive/speed    [77]\n");
+  EXPECT_EQ(commands("get /drive/speed"), "/drive/speed    [77]\n");
+}
+
+TEST_F(Session, ACommandFileRunsLineByLine) {
+  const std::string file = "/tmp/" + test_support::uniquePortName("commands_");
+  std::ofstream(file) << "cd " << rig_.name() << "\nget /drive/speed\nget /drive/label\n";
+  EXPECT_EQ(outputOf({"-f", file}), "/drive/speed    [42]\n/drive/label    [two words]\n");
+  EXPECT_EQ(::unlink(file.c_str()), 0);
+}
+
+class SwitchesThatPrintNothing : public testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(SwitchesThatPrintNothing, EndWithoutOutput) {
+  EXPECT_EQ(outputOf(GetParam()), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, SwitchesThatPrintNothing,
+    testing::Values(std::vector<std::string>{"-h"}, std::vector<std::string>{"--help"},
+                    std::vector<std::string>{"-ah"}, std::vector<std::string>{"-f", "/missing"},
+                    std::vector<std::string>{"-c", "exit"}, std::vector<std::string>{"-c", ""}));
+
+TEST(SessionWithoutServer, ValuesAreSilentlyNotThere) {
+  EXPECT_EQ(outputOf({"-c", "get /drive/speed;set 1 /drive/speed;pwd"}), "/\n");
+}
+
+}  // namespace
