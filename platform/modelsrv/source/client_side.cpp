@@ -32,7 +32,7 @@ ModelRes ClientSide::connect(const std::string& name) {
 }
 
 void ClientSide::close() {
-  subscriptions_.clear();
+  subscriptions_->clear();
   started_ = false;
   port_.close();
 }
@@ -54,23 +54,23 @@ EvtRes ClientSide::makeReady() {
     if (const EvtRes result = port_.resume(renewed); result != EvtSrv::EvtRes_Success)
       return result;
     if (renewed)
-      subscriptions_.markAllLost();
+      subscriptions_->markAllLost();
   }
   return renewSubscriptions();
 }
 
 EvtRes ClientSide::renewSubscriptions() {
-  while (const std::optional<ClientSubscriptions::Key> key = subscriptions_.firstLost()) {
-    const ClientSubscriptions::Entry& entry = *subscriptions_.find(*key);
+  while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->firstLost()) {
+    const ClientSubscriptions::Entry& entry = *subscriptions_->find(*key);
     Reply reply;
     const EvtRes result =
         send(Request{Operation::subscribe, entry.chain, entry.index, false, {}}, reply);
     if (result != EvtSrv::EvtRes_Success)
       return result;
     if (decodeResult(reply.code) == ModelRes_Success)
-      subscriptions_.markRenewed(*key);
+      subscriptions_->markRenewed(*key);
     else
-      subscriptions_.erase(*key);
+      subscriptions_->erase(*key);
   }
   return EvtSrv::EvtRes_Success;
 }
@@ -152,42 +152,44 @@ ModelRes ClientSide::subscribe(ModelPart& part, std::vector<ModelPartId> chain, 
   Reply reply;
   const ModelRes result = request(Request{Operation::subscribe, chain, index, false, {}}, reply);
   if (result == ModelRes_Success)
-    subscriptions_.add(ClientSubscriptions::Entry{&part, std::move(chain), context, index});
+    subscriptions_->add(ClientSubscriptions::Entry{&part, std::move(chain), context, index});
   return result;
 }
 
 ModelRes ClientSide::unsubscribe(ModelPart& part, const std::vector<ModelPartId>& chain) {
-  const std::optional<ClientSubscriptions::Key> key = subscriptions_.lastOf(part, chain);
+  const std::optional<ClientSubscriptions::Key> key = subscriptions_->lastOf(part, chain);
   return key.has_value() ? cancel(*key) : ModelRes_NotSubscribed;
 }
 
 /// Takes one subscription back. Where the connection is lost there is nobody to
 /// tell; where a live server does not answer, the subscription is kept.
 ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
-  if (port_.isOpen() && !subscriptions_.isLost(key)) {
-    const ClientSubscriptions::Entry& entry = *subscriptions_.find(key);
+  if (port_.isOpen() && !subscriptions_->isLost(key)) {
+    const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
     Reply reply;
     const EvtRes result =
         send(Request{Operation::unsubscribe, entry.chain, entry.index, false, {}}, reply);
     if (result != EvtSrv::EvtRes_Success && port_.isOpen())
       return fromPort(result);
   }
-  subscriptions_.erase(key);
+  subscriptions_->erase(key);
   return ModelRes_Success;
 }
 
 void ClientSide::partLeaves(const ModelPart& part) {
-  while (const std::optional<ClientSubscriptions::Key> key = subscriptions_.anyOf(part)) {
+  while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->anyOf(part)) {
     if (cancel(*key) != ModelRes_Success)
-      subscriptions_.erase(*key);
+      subscriptions_->erase(*key);
   }
 }
 
 void ClientSide::tell(const Update& update) {
+  // What is told may end this root; its subscriptions are cleared then.
+  const std::shared_ptr<const ClientSubscriptions> subscriptions = subscriptions_;
   for (const ClientSubscriptions::Key key :
-       subscriptions_.concernedBy(update.chain, update.index)) {
+       subscriptions->concernedBy(update.chain, update.index)) {
     // What was told before may have taken this one back.
-    const ClientSubscriptions::Entry* entry = subscriptions_.find(key);
+    const ClientSubscriptions::Entry* entry = subscriptions->find(key);
     if (entry != nullptr)
       (void)entry->part->update(entry->context, update.index);
   }
@@ -197,7 +199,8 @@ void ClientSide::eventReceived(std::uint16_t type, std::span<const std::uint8_t>
                                EvtSrv::internal::ByteOrder order) {
   if (type == ModelRoot::EvtTyp_Model_Update) {
     Update update;
-    if (!decodeUpdate(PayloadReader(payload, order), update) || !subscriptions_.knows(update.chain))
+    if (!decodeUpdate(PayloadReader(payload, order), update) ||
+        !subscriptions_->knows(update.chain))
       return;
   }
   const std::string sender = port_.portName();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -45,7 +46,8 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   /// `part` is taken out of the root's tree: its subscriptions end.
   void partLeaves(const ModelPart& part);
 
-  /// Tells the parts that subscribed of an update.
+  /// Tells the parts that subscribed of an update. One of them may close or
+  /// destroy this: the others are then not told.
   void tell(const Update& update);
 
   /// Updates of what is not subscribed any more stop here.
@@ -62,7 +64,7 @@ class ClientSide final : public EvtSrv::internal::EventSink {
 
   ModelRoot& root_;
   bool started_ = false;
-  ClientSubscriptions subscriptions_;
+  std::shared_ptr<ClientSubscriptions> subscriptions_ = std::make_shared<ClientSubscriptions>();
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
 };

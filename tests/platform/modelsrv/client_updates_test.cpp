@@ -194,4 +194,89 @@ TEST_F(ClientUpdatesTest, OfSeveralClientsAreApart) {
   EXPECT_EQ(takeUpdates(), Updates{});
 }
 
+/// Does to its root what a program may do in the middle of an update.
+class Meddler : public ModelPart {
+ public:
+  explicit Meddler(ModelPartId id) : ModelPart(id) {}
+  ModelRes update(void* /*context*/, unsigned short /*index*/) override {
+    ++told;
+    if (meddle)
+      meddle();
+    return ModelRes_Success;
+  }
+  int told = 0;
+  std::function<void()> meddle;
+};
+
+/// A client's own root with two parts that stand for /drive/speed.
+struct MeddledClient {
+  explicit MeddledClient(const std::string& name) {
+    EXPECT_EQ(root->startAsClient(name, ModelRoot::CachePeriod_Stop, EvtSrv::ConBehave_Void),
+              ModelRes_Success);
+    for (ModelPart* part : {static_cast<ModelPart*>(&one), static_cast<ModelPart*>(&other)}) {
+      EXPECT_EQ(root->add(part), ModelRes_Success);
+      EXPECT_EQ(part->subscribeToServer(root.get(), 0, nullptr, all), ModelRes_Success);
+    }
+    EXPECT_EQ(manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
+  }
+
+  /// Stands for the part twice, each time as another object.
+  class Speed : public Meddler {
+   public:
+    explicit Speed(std::unique_ptr<ModelRoot>& root) : Meddler(ModelPartId_Void), root_(root) {}
+    ModelPartId getId() override { return ModelPartId(speedChain[--level_]); }
+    ModelPart* getParentNode() override {
+      if (level_ > 0)
+        return this;
+      level_ = speedChain.size();
+      return root_.get();
+    }
+
+   private:
+    std::unique_ptr<ModelRoot>& root_;
+    std::size_t level_ = speedChain.size();
+  };
+
+  EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, true};
+  std::unique_ptr<ModelRoot> root = std::make_unique<ModelRoot>(&manager);
+  Speed one{root};
+  Speed other{root};
+};
+
+TEST_F(ClientUpdatesTest, MayDestroyTheRootThatToldThem) {
+  MeddledClient client(name_);
+  client.one.meddle = [&] { client.root.reset(); };
+  ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
+  EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
+  EXPECT_EQ(client.one.told, 1);
+  EXPECT_EQ(client.other.told, 0);
+  EXPECT_EQ(client.manager.receiveEvent(0), EvtSrv::EvtRes_Timeout);
+}
+
+TEST_F(ClientUpdatesTest, MayStopTheRootThatToldThem) {
+  MeddledClient client(name_);
+  client.one.meddle = [&] { client.root->stop(true); };
+  ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
+  EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
+  EXPECT_EQ(client.other.told, 0);
+}
+
+TEST_F(ClientUpdatesTest, MayConnectTheRootThatToldThemAnew) {
+  MeddledClient client(name_);
+  client.one.meddle = [&] {
+    EXPECT_EQ(
+        client.root->startAsClient(name_, ModelRoot::CachePeriod_Stop, EvtSrv::ConBehave_Void),
+        ModelRes_Success);
+    EXPECT_EQ(client.other.subscribeToServer(client.root.get(), 0, nullptr, all), ModelRes_Success);
+  };
+  ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
+  EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
+  EXPECT_EQ(client.other.told, 0) << "it subscribed after the change";
+  EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success) << "the started event";
+  ASSERT_EQ(server_.speed.setValue(2), ModelRes_Success);
+  EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
+  EXPECT_EQ(client.one.told, 1);
+  EXPECT_EQ(client.other.told, 1);
+}
+
 }  // namespace
