@@ -107,6 +107,8 @@ class TestSystem : public PosixSystem {
     });
   }
   int waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) override {
+    ++waits;
+    --calls;
     return refused("waitEpoll",
                    [&] { return PosixSystem::waitEpoll(epoll, events, milliseconds); });
   }
@@ -137,15 +139,22 @@ class TestSystem : public PosixSystem {
   /// The paths of the pipes that were to be made.
   std::vector<std::string> made;
 
-  /// At most so many bytes go with one write.
+  /// At most so many bytes go with one write, and come with one read.
   std::size_t writeLimit = SIZE_MAX;
+  std::size_t readLimit = SIZE_MAX;
+
+  /// How often somebody waited for the reactor, and how many other calls were made.
+  std::atomic<int> waits{0};
+  std::atomic<int> calls{0};
 
  protected:
   int openOnce(const char* path, int flags) override {
     return refused("open", [&] { return PosixSystem::openOnce(path, flags); });
   }
   ssize_t readOnce(int descriptor, std::span<std::uint8_t> room) override {
-    return refused("read", [&] { return PosixSystem::readOnce(descriptor, room); });
+    return refused("read", [&] {
+      return PosixSystem::readOnce(descriptor, room.first(std::min(readLimit, room.size())));
+    });
   }
   ssize_t writeOnce(int descriptor, std::span<const std::uint8_t> head,
                     std::span<const std::uint8_t> body) override {
@@ -162,6 +171,7 @@ class TestSystem : public PosixSystem {
 
  private:
   int refuse(const char* call) {
+    ++calls;
     if (times_ == 0 || call_ != call) {
       return 0;
     }
