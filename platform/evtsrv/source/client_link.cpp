@@ -30,8 +30,9 @@ EvtRes ClientLink::fail(EvtRes fault) {
   return fault_;
 }
 
-EvtRes ClientLink::stall() {
+EvtRes ClientLink::stall(bool forRoom) {
   stalled_ = true;
+  wantsRoom_ = forRoom;
   return EvtRes_Timeout;
 }
 
@@ -65,6 +66,9 @@ EvtRes ClientLink::send(const FrameHeader& header, std::span<const std::uint8_t>
   std::size_t written = 0;
   if (!tail_.empty()) {
     const EvtRes result = writeAll(tail_, {}, written, deadline);
+    if (fault_ != EvtRes_Success) {
+      return fault_;
+    }
     tail_.erase(tail_.begin(), tail_.begin() + static_cast<std::ptrdiff_t>(written));
     if (result != EvtRes_Success) {
       return result;
@@ -101,22 +105,18 @@ EvtRes ClientLink::writeAll(std::span<const std::uint8_t> head, std::span<const 
     if (count != -EAGAIN) {
       return fail(resultOf(count));
     }
-    const EvtRes result = awaitReady(pipes_.request.number(), POLLOUT, deadline);
-    if (result == EvtRes_Timeout) {
-      wantsRoom_ = true;
-      return stall();
-    }
+    const EvtRes result = awaitRoom(deadline);
     if (result != EvtRes_Success) {
-      return fail(result);
+      return result == EvtRes_Timeout ? stall(true) : fail(result);
     }
   }
   return EvtRes_Success;
 }
 
-EvtRes ClientLink::awaitReady(int descriptor, short interest, Deadline& deadline) {
+EvtRes ClientLink::awaitInput(Deadline& deadline) {
   int wait = 0;
   while (deadline.nextWait(wait)) {
-    pollfd end{descriptor, interest, 0};
+    pollfd end{pipes_.reply.number(), POLLIN, 0};
     const int ready = system_.poll(std::span(&end, 1), wait);
     if (ready > 0) {
       return EvtRes_Success;
@@ -128,14 +128,34 @@ EvtRes ClientLink::awaitReady(int descriptor, short interest, Deadline& deadline
   return EvtRes_Timeout;
 }
 
+EvtRes ClientLink::awaitRoom(Deadline& deadline) {
+  int wait = 0;
+  while (deadline.nextWait(wait)) {
+    std::array<pollfd, 2> ends{pollfd{pipes_.request.number(), POLLOUT, 0},
+                               pollfd{pipes_.reply.number(), POLLIN, 0}};
+    const int ready = system_.poll(ends, wait);
+    if (ready < 0 && ready != -EINTR) {
+      return resultOf(ready);
+    }
+    if (ready > 0 && ends[1].revents != 0) {
+      EvtRes result = readReplies();
+      result = result == EvtRes_Success ? takeReplies(nullptr, nullptr) : result;
+      if (result != EvtRes_Timeout) {
+        return result;
+      }
+    }
+    if (ready > 0 && ends[0].revents != 0) {
+      return EvtRes_Success;
+    }
+  }
+  return EvtRes_Timeout;
+}
+
 EvtRes ClientLink::awaitReply(std::uint32_t sequence, Deadline& deadline, Reply& reply) {
   for (;;) {
-    EvtRes result = awaitReady(pipes_.reply.number(), POLLIN, deadline);
-    if (result == EvtRes_Timeout) {
-      return stall();
-    }
+    EvtRes result = awaitInput(deadline);
     if (result != EvtRes_Success) {
-      return fail(result);
+      return result == EvtRes_Timeout ? stall(false) : fail(result);
     }
     result = readReplies();
     if (result == EvtRes_Success) {
@@ -203,7 +223,6 @@ EvtRes ClientLink::showsLife() {
     return EvtRes_Stalled;
   }
   stalled_ = false;
-  wantsRoom_ = false;
   return EvtRes_Success;
 }
 

@@ -38,12 +38,15 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
 
  private:
   EvtRes fail(EvtRes fault);
-  EvtRes stall();
+  EvtRes stall(bool forRoom);
   EvtRes send(const FrameHeader& header, std::span<const std::uint8_t> payload, Deadline& deadline);
   EvtRes writeAll(std::span<const std::uint8_t> head, std::span<const std::uint8_t> body,
                   std::size_t& written, Deadline& deadline);
   EvtRes awaitReply(std::uint32_t sequence, Deadline& deadline, Reply& reply);
-  EvtRes awaitReady(int descriptor, short interest, Deadline& deadline);
+  EvtRes awaitInput(Deadline& deadline);
+  /// Waits for room in the request pipe and drops what comes meanwhile: a server
+  /// whose late reply has no room reads no request.
+  EvtRes awaitRoom(Deadline& deadline);
   /// Reads once from the reply pipe; `EvtRes_Timeout` where nothing is there.
   EvtRes readReplies();
   /// Goes through the replies that were read: `EvtRes_Success` where the wanted
@@ -61,7 +64,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
 
   std::uint32_t sequence_ = 0;
   bool stalled_ = false;
-  bool wantsRoom_ = false;          // The request pipe was full when the time ran out.
+  bool wantsRoom_ = false;          // Stalled because the request pipe was full.
   std::vector<std::uint8_t> tail_;  // What is left to write of a request cut by that.
   std::vector<std::uint8_t> replyBytes_;
   FrameReader replies_;

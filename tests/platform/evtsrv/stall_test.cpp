@@ -71,6 +71,73 @@ TEST_F(Stall, EndsWhereTheServerReadsTheRestOfARequest) {
   EXPECT_EQ(server.port.handled, 0);
 }
 
+TEST_F(Stall, EndsThoughALateReplyWaitsForRoomWhileTheNextRequestDoes) {
+  connect();
+  constexpr std::size_t size = 1 << 20;
+  int reads = 0;
+  client.system.whileWaiting = [&] {
+    if (++reads < 8) {
+      static_cast<void>(server.core.receive(0));
+    }
+  };
+  std::string late(size, 'l');
+  EXPECT_EQ(client.ask(late), EvtRes_Timeout);
+  client.system.whileWaiting = [&] { server.serveAll(); };
+  server.serveAll();
+  std::string text(size, 'n');
+  EXPECT_EQ(client.ask(text), EvtRes_Success);
+  EXPECT_TRUE(text == std::string(size, 'n'));
+  EXPECT_EQ(server.port.handled, 2);
+}
+
+TEST_F(Stall, EndsWithTheServerThatGoesWhileTheRestOfARequestIsWritten) {
+  connect();
+  std::string large(1 << 20, 'x');
+  EXPECT_EQ(client.ask(large), EvtRes_Timeout);
+  EXPECT_EQ(server.core.receive(0), EvtRes_Success);
+  int reads = 0;
+  client.system.whileWaiting = [&] {
+    if (++reads < 3) {
+      static_cast<void>(server.core.receive(0));
+    } else {
+      server.server.reset();
+    }
+  };
+  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(reads, 3);
+  EXPECT_EQ(client.ask(), EvtRes_Closed);
+}
+
+TEST_F(Stall, IsNotEndedByRoomThatOnlyAnEarlierOneWaitedFor) {
+  connect();
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  std::string large(1 << 20, 'x');
+  EXPECT_EQ(client.ask(large), EvtRes_Timeout);
+  {
+    const std::lock_guard lock(server.mutex);
+    server.port.session->post(2, "life");
+  }
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  client.system.whileWaiting = [&] { server.serveAll(); };
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+  client.system.whileWaiting = nullptr;
+  EXPECT_EQ(client.ask(), EvtRes_Timeout);
+  EXPECT_EQ(client.ask(), EvtRes_Stalled);
+}
+
+TEST_F(Stall, EndsWithALateReplyBeforeAReplyThatComesInParts) {
+  connect();
+  std::string late(100, 'l');
+  EXPECT_EQ(client.ask(late, 1), EvtRes_Timeout);
+  client.system.readLimit = 7;
+  server.serveAll();
+  client.system.whileWaiting = [&] { server.serveAll(); };
+  std::string text(100, 'n');
+  EXPECT_EQ(client.ask(text, 2), EvtRes_Success);
+  EXPECT_EQ(text, std::string(100, 'n'));
+  EXPECT_EQ(client.code, 2);
+}
+
 TEST_F(Stall, OfAStoppedProcessEndsWhenItGoesOn) {
   int ready[2];
   ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
