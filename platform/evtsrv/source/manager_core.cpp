@@ -13,6 +13,9 @@ namespace {
 constexpr std::uint64_t wakeToken = ~std::uint64_t{0};
 constexpr std::size_t eventsAtOnce = 32;
 
+// How long a manager that cannot work makes its pump wait that set no limit.
+constexpr int pauseMs = 1000;
+
 bool drain(System& system, int event) {
   std::array<std::uint8_t, sizeof(std::uint64_t)> count{};
   return system.read(event, count) > 0;
@@ -47,6 +50,11 @@ EvtRes ManagerCore::openAll() {
 }
 
 EvtRes ManagerCore::receive(int milliseconds) {
+  bool woken = false;
+  return receive(milliseconds, woken);
+}
+
+EvtRes ManagerCore::receive(int milliseconds, bool& woken) {
   if (state_ != EvtRes_Success) {
     return waitWithout(milliseconds);
   }
@@ -61,7 +69,6 @@ EvtRes ManagerCore::receive(int milliseconds) {
     if (count < 0) {
       return resultOf(count);
     }
-    bool woken = false;
     if (dispatch(events.data(), count, woken)) {
       return EvtRes_Success;
     }
@@ -77,7 +84,7 @@ bool ManagerCore::dispatch(const epoll_event* events, int count, bool& woken) {
   bool dispatched = false;
   for (const epoll_event& event : std::span(events, static_cast<std::size_t>(count))) {
     if (event.data.u64 == wakeToken) {
-      woken = drain(system_, wakeEvent_.number());
+      woken = drain(system_, wakeEvent_.number()) || woken;
     } else {
       dispatched = reactor_.dispatch(event) || dispatched;
     }
@@ -87,8 +94,8 @@ bool ManagerCore::dispatch(const epoll_event* events, int count, bool& woken) {
 
 EvtRes ManagerCore::waitWithout(int milliseconds) {
   // A program that pumps must not spin because its manager cannot work.
-  if (milliseconds > 0) {
-    static_cast<void>(system_.poll({}, milliseconds));
+  if (milliseconds != 0) {
+    static_cast<void>(system_.poll({}, milliseconds > 0 ? milliseconds : pauseMs));
   }
   return state_;
 }
@@ -97,6 +104,16 @@ EvtRes ManagerCore::finishTerminations(int milliseconds) {
   if (terminations_.load() == 0) {
     return EvtRes_Success;
   }
+  bool woken = false;
+  const EvtRes result = awaitTerminations(milliseconds, woken);
+  // A wake is meant for a receive of the program's.
+  if (woken) {
+    wake();
+  }
+  return result;
+}
+
+EvtRes ManagerCore::awaitTerminations(int milliseconds, bool& woken) {
   Deadline deadline(system_, milliseconds);
   int wait = 0;
   while (deadline.nextWait(wait)) {
@@ -107,7 +124,7 @@ EvtRes ManagerCore::finishTerminations(int milliseconds) {
       return resultOf(ready);
     }
     if (ready > 0 && ends[0].revents == 0) {
-      const EvtRes received = receive(0);
+      const EvtRes received = receive(0, woken);
       if (received != EvtRes_Success && received != EvtRes_Timeout) {
         return received;
       }

@@ -51,6 +51,8 @@ class ManagerCore {
 
  private:
   EvtRes openAll();
+  EvtRes receive(int milliseconds, bool& woken);
+  EvtRes awaitTerminations(int milliseconds, bool& woken);
   EvtRes waitWithout(int milliseconds);
   bool dispatch(const epoll_event* events, int count, bool& woken);
 

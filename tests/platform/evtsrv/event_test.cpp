@@ -113,6 +113,24 @@ TEST_F(Events, ThatArePendingAreTakenBeforeAnUnhurriedStop) {
   EXPECT_FALSE(client.client->isOpen());
 }
 
+TEST_F(Events, ThatArePendingLeaveAWakeToTheNextReceive) {
+  connect();
+  const std::string bytes(1000, 'e');
+  for (int i = 0; i < 200; ++i) {
+    post(bytes);
+  }
+  {
+    const std::lock_guard lock(server.mutex);
+    server.server->beginStop();
+  }
+  server.core.wake();
+  EXPECT_EQ(server.core.finishTerminations(0), EvtRes_Timeout);
+  pollfd woken{server.core.reactor().descriptor(), POLLIN, 0};
+  ASSERT_EQ(::poll(&woken, 1, 0), 1);
+  EXPECT_EQ(server.core.receive(-1), EvtRes_Timeout);
+  EXPECT_EQ(::poll(&woken, 1, 0), 0);
+}
+
 TEST_F(Events, NotPendingLetAnUnhurriedStopEndAtOnce) {
   connect();
   {

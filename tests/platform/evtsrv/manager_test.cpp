@@ -105,6 +105,19 @@ TEST(ManagerCore, ThatGotNoDescriptorsSaysSoEverywhere) {
   }
 }
 
+TEST(ManagerCore, ThatCannotWorkKeepsItsPumpFromSpinning) {
+  TestSystem system;
+  system.failNext("createEpoll", -EMFILE);
+  KSTD::KThreadMutex mutex;
+  ManagerCore core(system, mutex, true);
+  system.freezeTime();
+  for (const int milliseconds : {-1, 1000}) {
+    const std::int64_t before = system.nowMs();
+    EXPECT_EQ(core.receive(milliseconds), EvtRes_NoDescriptors);
+    EXPECT_GE(system.nowMs() - before, 100) << milliseconds;
+  }
+}
+
 TEST(Managers, LiveSideBySideInOneProcess) {
   EchoServer one;
   EchoServer two;
