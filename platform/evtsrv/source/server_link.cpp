@@ -145,6 +145,11 @@ bool ServerLink::ready(unsigned role, std::uint32_t events) {
 
 bool ServerLink::readRequests(std::uint32_t events) {
   if (serving_) {
+    // A dispatch inside the session's own call: what came stays until that has ended.
+    if ((events & (EPOLLHUP | EPOLLERR)) != 0 || onRequest_.setInterest(nothing) < 0) {
+      end();
+      return true;
+    }
     return false;
   }
   if (!reply_.empty() || finishing_) {

@@ -210,6 +210,37 @@ TEST_F(Hostile, ClientsThatTakeNoReplyAreReadNoFurther) {
   EXPECT_EQ(got, 3 * (FrameHeader::size + text.size()));
 }
 
+TEST_F(Hostile, ClientsThatWriteOrHangUpWhileTheyAreServedKeepNobodyBusy) {
+  for (const bool hangsUp : {false, true}) {
+    auto raw = std::make_unique<RawClient>();
+    connect(*raw);
+    int waits = 0;
+    bool isFirst = true;
+    server.port.onRequest = [&] {
+      if (!std::exchange(isFirst, false)) {
+        return;
+      }
+      if (hangsUp) {
+        raw.reset();
+      } else {
+        raw->ask(frame(FrameKind::request, 1, 2, "more"));
+      }
+      const int before = server.system.waits;
+      static_cast<void>(server.core.receive(20));
+      waits = server.system.waits - before;
+    };
+    raw->ask(frame(FrameKind::request, 1, 1, "first"));
+    const int handled = server.port.handled;
+    server.serveAll();
+    EXPECT_LE(waits, 4) << hangsUp;
+    EXPECT_EQ(server.port.handled - handled, hangsUp ? 1 : 2);
+    server.port.onRequest = nullptr;
+    raw.reset();
+    server.serveAll();
+    EXPECT_EQ(server.server->connectionCount(), 1U);
+  }
+}
+
 TEST_F(Hostile, ClientsThatHangUpInAFrameFreeEverything) {
   {
     RawClient raw;
