@@ -151,6 +151,7 @@ TEST_F(Exchange, SurvivesAServerThatStopsWhileItAnswers) {
   connect();
   server.port.onRequest = [&] { server.server.reset(); };
   EXPECT_EQ(client.ask(), EvtRes_Closed);
+  server.stopPumping();
   EXPECT_EQ(server.port.sessions, 0);
 }
 
