@@ -103,6 +103,47 @@ TEST_F(HandshakeWith, ManyAtOnceSucceeds) {
   EXPECT_EQ(connected, clients * rounds);
 }
 
+/// Hellos of clients that have gone, until no other has room.
+void fillMailbox(const std::string& port) {
+  FileDescriptor mailbox;
+  ASSERT_EQ(
+      mailbox.adopt(posixSystem(), posixSystem().open(mailboxPath(port), O_WRONLY | O_NONBLOCK)),
+      0);
+  Hello hello;
+  ssize_t written = 0;
+  while (written >= 0) {
+    ASSERT_EQ(posixSystem().random(hello.token), 0);
+    written = posixSystem().write(mailbox.number(), encodeHello(hello));
+  }
+  ASSERT_EQ(written, -EAGAIN);
+}
+
+TEST_F(HandshakeWith, AFullMailboxGoesOnWhenThereIsRoom) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  fillMailbox(name);
+  client.system.freezeTime();
+  client.system.whileWaiting = [&] { server.serveAll(); };
+  EXPECT_EQ(client.connect(name), EvtRes_Success);
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+}
+
+TEST_F(HandshakeWith, AFullMailboxFailsInItsTimeAndGoesOnLater) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  fillMailbox(name);
+  client.system.freezeTime();
+  const std::int64_t before = client.system.nowMs();
+  EXPECT_EQ(client.connect(name), EvtRes_Timeout);
+  EXPECT_GE(client.system.nowMs() - before, answerTimeoutMs);
+  bool renewed = false;
+  EXPECT_EQ(client.resume(renewed), EvtRes_Stalled);
+  server.serveAll();
+  EXPECT_EQ(client.resume(renewed), EvtRes_Stalled) << "the hello goes out now";
+  server.serveAll();
+  EXPECT_EQ(client.resume(renewed), EvtRes_Success);
+  EXPECT_TRUE(renewed);
+  EXPECT_EQ(server.server->connectionCount(), 1U);
+}
+
 TEST_F(HandshakeWith, AServerThatTakesNobodyIsRefused) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   server.port.refuses = true;
