@@ -2,8 +2,10 @@
 
 #include <array>
 #include <cerrno>
+#include <new>
 #include <utility>
 
+#include "evtsrv/source/raised_flag.h"
 #include "evtsrv/source/scratch_buffer.h"
 
 namespace EvtSrv::internal {
@@ -38,6 +40,15 @@ EvtRes ClientLink::stall(bool forRoom) {
 
 EvtRes ClientLink::exchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
                             Reply& reply) {
+  try {
+    return tryExchange(operation, payload, reply);
+  } catch (const std::bad_alloc&) {
+    return fail(EvtRes_SystemError);
+  }
+}
+
+EvtRes ClientLink::tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
+                               Reply& reply) {
   if (fault_ != EvtRes_Success) {
     return fault_;
   }
@@ -256,9 +267,12 @@ bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
   }
   stalled_ = false;
   events_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
-  handingOut_ = true;
-  handOutEvents();
-  handingOut_ = false;
+  try {
+    const RaisedFlag handingOut(handingOut_);
+    handOutEvents();
+  } catch (const std::bad_alloc&) {
+    static_cast<void>(fail(EvtRes_SystemError));
+  }
   if (std::exchange(paused_, false) && fault_ == EvtRes_Success) {
     static_cast<void>(open());
   }

@@ -13,8 +13,8 @@
 namespace EvtSrv::internal {
 
 /// One connection of a client, from the server's welcome to its end. The first
-/// fatal fault closes it and is what every later call gives. With the client
-/// mutex held.
+/// fatal fault closes it and is what every later call gives; that there is no
+/// memory for what the server sends is one. With the client mutex held.
 class ClientLink final : public ReadyHandler, public std::enable_shared_from_this<ClientLink> {
  public:
   ClientLink(ManagerCore& core, EventSink& sink, ConnectionPipes pipes);
@@ -37,6 +37,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   bool ready(unsigned role, std::uint32_t events) override;
 
  private:
+  EvtRes tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
   EvtRes fail(EvtRes fault);
   EvtRes stall(bool forRoom);
   EvtRes send(const FrameHeader& header, std::span<const std::uint8_t> payload, Deadline& deadline);

@@ -3,9 +3,11 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <new>
 #include <span>
 #include <utility>
 
+#include "evtsrv/source/raised_flag.h"
 #include "evtsrv/source/scratch_buffer.h"
 
 namespace EvtSrv::internal {
@@ -65,9 +67,8 @@ EvtRes ServerLink::open(ServedPort& port) {
     result = reactor.add(pipes_.event.number(), nothing, *this, eventRole, onEvent_);
   }
   if (result == 0) {
-    pumping_ = true;
+    const RaisedFlag pumping(pumping_);
     session_ = port.openSession(*this);
-    pumping_ = false;
   }
   if (owner_ == nullptr) {
     return EvtRes_Closed;
@@ -122,6 +123,16 @@ void ServerLink::breakOff() {
 
 bool ServerLink::ready(unsigned role, std::uint32_t events) {
   const auto keep = shared_from_this();
+  try {
+    return serve(role, events);
+  } catch (const std::bad_alloc&) {
+    // This client wants more than there is.
+    end();
+    return true;
+  }
+}
+
+bool ServerLink::serve(unsigned role, std::uint32_t events) {
   if (broken_ || (role != requestRole && (events & EPOLLERR) != 0)) {
     end();
     return true;
@@ -221,9 +232,10 @@ void ServerLink::answer(const Frame& request) {
   FrameHeader header;
   header.kind = FrameKind::reply;
   header.sequence = request.header.sequence;
-  serving_ = true;
-  header.code = session_->handle(request.header.code, payload, bytes);
-  serving_ = false;
+  {
+    const RaisedFlag serving(serving_);
+    header.code = session_->handle(request.header.code, payload, bytes);
+  }
   if (owner_ == nullptr) {
     releaseSession();
     return;
@@ -288,7 +300,11 @@ void ServerLink::eventsPending() {
     return;
   }
   if (events_.empty()) {
-    pumpEvents();
+    try {
+      pumpEvents();
+    } catch (const std::bad_alloc&) {
+      breakOff();
+    }
   }
 }
 
@@ -318,20 +334,21 @@ void ServerLink::pumpEvents() {
 
 bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
   chunk.clear();
-  pumping_ = true;
-  while (chunk.size() < chunkSize && owner_ != nullptr) {
-    const std::size_t start = chunk.size();
-    chunk.resize(start + FrameHeader::size);
-    FrameHeader header;
-    header.kind = FrameKind::event;
-    if (!session_->takeEvent(header.code, chunk)) {
-      chunk.resize(start);
-      break;
+  {
+    const RaisedFlag pumping(pumping_);
+    while (chunk.size() < chunkSize && owner_ != nullptr) {
+      const std::size_t start = chunk.size();
+      chunk.resize(start + FrameHeader::size);
+      FrameHeader header;
+      header.kind = FrameKind::event;
+      if (!session_->takeEvent(header.code, chunk)) {
+        chunk.resize(start);
+        break;
+      }
+      header.length = static_cast<std::uint32_t>(chunk.size() - start - FrameHeader::size);
+      encodeHeader(header, chunk.data() + start);
     }
-    header.length = static_cast<std::uint32_t>(chunk.size() - start - FrameHeader::size);
-    encodeHeader(header, chunk.data() + start);
   }
-  pumping_ = false;
   if (finishing_ && chunk.empty() && !std::exchange(saidStopped_, true)) {
     append(chunk, bareFrame(FrameKind::event, stoppedEvent));
   }

@@ -30,7 +30,8 @@ struct ServerPipes {
 };
 
 /// One connection of a server, from the client's hello to its end. A fault ends
-/// this connection and nobody else notices. With the client mutex held.
+/// this connection and nobody else notices; that there is no memory for what the
+/// client wants is one. With the client mutex held.
 ///
 /// What a client can make it hold is bounded: one request, one reply, and one
 /// chunk of events that did not fit the pipe. While a reply waits for room no
@@ -76,6 +77,7 @@ class ServerLink final : public ServerConnection,
 
   void end();
   void releaseSession();
+  bool serve(unsigned role, std::uint32_t events);
   bool readRequests(std::uint32_t events);
   void writeReply();
   void serveRequests();

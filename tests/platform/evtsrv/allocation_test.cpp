@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <cstdlib>
 #include <new>
 
@@ -6,24 +8,37 @@
 namespace {
 
 std::atomic<std::size_t> allocations{0};
+std::atomic<std::size_t> heldBytes{0};
+std::atomic<std::size_t> largest{SIZE_MAX};
+
+/// As long as it lives, no allocation is given above a size.
+class Scarcity {
+ public:
+  explicit Scarcity(std::size_t size) { largest = size; }
+  ~Scarcity() { largest = SIZE_MAX; }
+  Scarcity(const Scarcity&) = delete;
+  Scarcity& operator=(const Scarcity&) = delete;
+};
 
 }  // namespace
 
-// Every allocation of this program is counted.
+// Every allocation of this program is counted, and may be refused.
 void* operator new(std::size_t size) {
   ++allocations;
-  if (void* memory = std::malloc(size > 0 ? size : 1)) {
+  if (void* memory = size > largest ? nullptr : std::malloc(size > 0 ? size : 1)) {
+    heldBytes += ::malloc_usable_size(memory);
     return memory;
   }
   throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept {
+  heldBytes -= ::malloc_usable_size(memory);
   std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
-  std::free(memory);
+  ::operator delete(memory);
 }
 
 namespace EvtSrv::internal {
@@ -46,6 +61,100 @@ TEST(Exchange, AllocatesNothingOnEitherSideOnceItIsWarm) {
     ASSERT_EQ(client.ask(text), EvtRes_Success);
   }
   EXPECT_EQ(allocations - before, 0U);
+}
+
+TEST(Connection, HoldsLittleInTheServerWhileItIsIdle) {
+  const std::string name = uniquePort();
+  EchoServer server;
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  std::size_t held = 0;
+  const auto serve = [&] {
+    const std::size_t before = heldBytes;
+    server.serveAll();
+    held += heldBytes - before;
+  };
+  constexpr std::size_t count = 40;
+  std::vector<std::unique_ptr<EchoClient>> clients;
+  for (std::size_t i = 0; i < count; ++i) {
+    clients.push_back(std::make_unique<EchoClient>());
+    EchoClient& client = *clients.back();
+    client.system.freezeTime();
+    client.system.whileWaiting = serve;
+    ASSERT_EQ(client.connect(name), EvtRes_Success);
+    for (const std::size_t size : {0U, 3000U, 200'000U, 1U}) {
+      std::string text(size, 'x');
+      ASSERT_EQ(client.ask(text), EvtRes_Success);
+    }
+  }
+  ASSERT_EQ(server.server->connectionCount(), count);
+  // What the manager keeps for all of them is in it too.
+  constexpr std::size_t shared = 3 * 256 * 1024;
+  EXPECT_LT(held, shared + count * 8 * 1024) << held / count << " bytes each";
+  clients.clear();
+  serve();
+  EXPECT_LT(held, shared);
+}
+
+/// A pair that nobody but itself waits for.
+class Scarce : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(server.start(name), EvtRes_Success);
+    for (EchoClient* one : {&client, &other}) {
+      one->system.freezeTime();
+      one->system.whileWaiting = [this] { server.serveAll(); };
+      ASSERT_EQ(one->connect(name), EvtRes_Success);
+    }
+    ASSERT_EQ(client.ask(), EvtRes_Success);
+  }
+
+  std::string name = uniquePort();
+  EchoServer server;
+  EchoClient client;
+  EchoClient other;
+  std::string large = std::string(std::size_t{4} << 20, 'x');
+};
+
+TEST_F(Scarce, MemoryOfTheServerEndsTheConnectionThatWantsIt) {
+  {
+    const Scarcity scarcity(std::size_t{1} << 20);
+    EXPECT_EQ(client.ask(large), EvtRes_Closed);
+    EXPECT_EQ(other.ask(), EvtRes_Success) << "nobody else notices";
+  }
+  EXPECT_EQ(server.port.sessions, 1);
+}
+
+TEST_F(Scarce, MemoryForAReplyEndsTheConnectionOnly) {
+  server.port.onRequest = [] { throw std::bad_alloc(); };
+  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  server.port.onRequest = nullptr;
+  EXPECT_EQ(other.ask(), EvtRes_Success);
+  EXPECT_EQ(server.port.sessions, 1);
+}
+
+TEST_F(Scarce, MemoryOfTheClientIsAResultOfItsRequest) {
+  std::unique_ptr<Scarcity> scarcity;
+  server.port.onRequest = [&] { scarcity = std::make_unique<Scarcity>(std::size_t{128} * 1024); };
+  client.system.whileWaiting = [&] {
+    const std::size_t before = largest.exchange(SIZE_MAX);
+    server.serveAll();
+    largest = std::min(before, largest.load());
+  };
+  EXPECT_EQ(client.ask(large), EvtRes_SystemError);
+  scarcity.reset();
+  EXPECT_EQ(client.ask(), EvtRes_SystemError) << "the connection has ended with it";
+  EXPECT_EQ(other.ask(), EvtRes_Success);
+}
+
+TEST_F(Scarce, MemoryForAnEventEndsTheConnectionOfTheClient) {
+  EchoClient third;
+  third.system.freezeTime();
+  third.system.whileWaiting = [this] { server.serveAll(); };
+  third.onEvent = [] { throw std::bad_alloc(); };
+  ASSERT_EQ(third.connect(name), EvtRes_Success);
+  EXPECT_EQ(third.core.receive(0), EvtRes_Success);
+  EXPECT_FALSE(third.client->isOpen());
+  EXPECT_EQ(third.core.receive(0), EvtRes_Timeout);
 }
 
 }  // namespace
