@@ -72,7 +72,8 @@ void HostSampler::sampleZones(HostSample& sample) const {
       continue;
     }
     // A zone whose sensor is off cannot be read.
-    const auto millidegrees = files_.read(directory + "/" + name + "/temp");
+    const auto millidegrees =
+        files_.read(std::string(directory).append("/").append(name).append("/temp"));
     if (millidegrees && !millidegrees->empty()) {
       sample.zones.push_back({name, static_cast<double>(parseNumberText(*millidegrees)) / 1000});
     }

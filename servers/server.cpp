@@ -6,7 +6,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
@@ -30,7 +29,7 @@ int waitFor(std::optional<Clock::time_point> due, Clock::time_point now) {
   return static_cast<int>(std::clamp(left, milliseconds(0), milliseconds(longestPeriod)).count());
 }
 
-ExitStatus fail(ExitStatus status, Failure failure) {
+ExitStatus fail(ExitStatus status, const Failure& failure) {
   complain(failure);
   return status;
 }
@@ -77,7 +76,7 @@ ExitStatus serve(const Options& options) {
   if (options.group) {
     auto group = findGroup(*options.group);
     if (auto* failure = std::get_if<Failure>(&group)) {
-      return fail(ExitStatus::badUsage, std::move(*failure));
+      return fail(ExitStatus::badUsage, *failure);
     }
     serverOptions.group = std::get<gid_t>(group);
   }
@@ -89,7 +88,7 @@ ExitStatus serve(const Options& options) {
   ModelSrv::ModelRoot root(&manager);
   auto made = makeShownTree(options);
   if (auto* failure = std::get_if<Failure>(&made)) {
-    return fail(ExitStatus::badUsage, std::move(*failure));
+    return fail(ExitStatus::badUsage, *failure);
   }
   ShownTree& tree = *std::get<std::unique_ptr<ShownTree>>(made);
   const std::string name = options.name ? *options.name : tree.name();
@@ -98,7 +97,7 @@ ExitStatus serve(const Options& options) {
                 {oneLine(*options.tree) + ": /name: missing, and there is no --name"});
   }
   if (auto failure = tree.publish(root)) {
-    return fail(ExitStatus::cannotServe, std::move(*failure));
+    return fail(ExitStatus::cannotServe, *failure);
   }
   const ModelSrv::ModelRes started = root.startAsServer(name, serverOptions);
   if (started != ModelSrv::ModelRes_Success) {
@@ -108,7 +107,7 @@ ExitStatus serve(const Options& options) {
   }
   ExitStatus status = ExitStatus::success;
   if (auto failure = writeOutput("ready " + name + "\n")) {
-    status = fail(ExitStatus::cannotServe, std::move(*failure));
+    status = fail(ExitStatus::cannotServe, *failure);
   } else {
     status = run(manager, tree, signals);
   }

@@ -18,7 +18,7 @@ class BadServerTest : public FaultTest {
   /// Connects `client` to a hand-made server that answers the hello with `welcome`.
   Answer connect(Client& client, const std::string& welcome) {
     std::thread acceptor([&] { EXPECT_TRUE(server_.accept(welcome)); });
-    const Answer answer = client.connect(port);
+    Answer answer = client.connect(port);
     acceptor.join();
     return answer;
   }
@@ -42,7 +42,7 @@ class BadServerTest : public FaultTest {
       EXPECT_TRUE(server_.replies.write(answer));
       server_.replies.close();
     });
-    const Answer result = client.get(client.counter);
+    Answer result = client.get(client.counter);
     answering.join();
     return result;
   }

@@ -17,7 +17,6 @@ namespace {
 using test_support::CapturedOutput;
 using test_support::FedInput;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 /// A file that is removed with this object.
 class ScriptFile {
@@ -128,7 +127,7 @@ TEST_F(Scripts, FileCutsALongerLineAndEndsThere) {
 }
 
 TEST_F(Scripts, FileMayHoldAnyBytes) {
-  EXPECT_EQ(runFile(std::string("get a\0b\nget \xff\x1b[A\r", 18)), 1);
+  EXPECT_EQ(runFile(std::string("get a\0b\nget \xff\x1b[A\r", 17)), 1);
   EXPECT_THAT(shell.calls, ElementsAre("get|a", "get|\xff\x1b[A\r"));
 }
 

@@ -19,11 +19,14 @@ using Clock = std::chrono::steady_clock;
 using test_support::ExitStatus;
 using test_support::Process;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool ownMemory = false;
-#elif defined(__has_feature)
 // The sanitizers keep books of their own in the server's memory.
-constexpr bool ownMemory = !__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer);
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SANITIZED
+#endif
+#endif
+#if defined(SANITIZED) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool ownMemory = false;
 #else
 constexpr bool ownMemory = true;
 #endif
