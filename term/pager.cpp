@@ -2,7 +2,6 @@
 
 #include "term/escape_sequences.h"
 #include "term/screen_printer.h"
-#include "term/terminal_size.h"
 
 namespace treescope {
 
@@ -16,7 +15,7 @@ bool ScreenPrinter::countLine(bool paging) {
   if (batch_) {
     return true;
   }
-  const int rows = terminalRows();
+  const int rows = size_.rows();
   const int limit = paging ? rows - 2 : rows - 1;
   if (limit > linesShown_) {
     ++linesShown_;
@@ -36,7 +35,7 @@ bool ScreenPrinter::countLine(bool paging) {
   std::fflush(stdout);
   const int answer = std::getc(stdin);
   std::fputs(eraseLine, stdout);
-  if (answer == 'q') {
+  if (answer == 'q' || answer == EOF) {
     return false;
   }
   if (answer != '\n') {

@@ -2,10 +2,20 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <utility>
 
 #include "term/styled_text.h"
+#include "term/terminal_size.h"
 
 namespace treescope {
+
+/// Whom a printer asks how large the terminal is, each time that it matters; from
+/// every thread that prints. Neither may be empty.
+struct TerminalSizeSource {
+  std::function<int()> columns = terminalColumns;
+  std::function<int()> rows = terminalRows;
+};
 
 /// What commands, messages and listings are written with: lines and items, with
 /// their attributes, on standard output.
@@ -21,7 +31,8 @@ namespace treescope {
 class ScreenPrinter {
  public:
   /// `owner` is kept for the caller and has no influence here.
-  ScreenPrinter(int owner, bool batch) : owner_(owner), batch_(batch) {}
+  ScreenPrinter(int owner, bool batch, TerminalSizeSource size = {})
+      : owner_(owner), batch_(batch), size_(std::move(size)) {}
   ScreenPrinter(const ScreenPrinter&) = delete;
   ScreenPrinter& operator=(const ScreenPrinter&) = delete;
 
@@ -55,13 +66,17 @@ class ScreenPrinter {
 
   /// The pager: counts the line (or row of columns) that is about to be written.
   /// When a screenful is there and `paging` is set, it shows "More" and reads one
-  /// byte from standard input: 'q' ends the listing, Return lets one line
-  /// through, anything else, the end of input included, a screenful. Returns
-  /// false when the person had enough. Batch mode counts nothing.
+  /// byte from standard input: 'q', or the end of input, ends the listing, Return
+  /// lets one line through, anything else a screenful. Returns false when the
+  /// listing is to end. Batch mode counts nothing.
   [[nodiscard]] bool countLine(bool paging);
 
   /// Starts the counting anew: what follows is a new listing.
   void resetCount();
+
+  /// The columns of the terminal, asked anew; 0 where it does not know, and in
+  /// batch mode.
+  [[nodiscard]] int screenColumns() const { return batch_ ? 0 : size_.columns(); }
 
   /// Lines counted since the last reset; it stays at the first full screen.
   [[nodiscard]] int linesShown() const { return linesShown_; }
@@ -73,6 +88,7 @@ class ScreenPrinter {
   std::atomic<int> linesShown_{0};
   std::atomic<int> pageLines_{0};
   const bool batch_;
+  const TerminalSizeSource size_;
 };
 
 }  // namespace treescope

@@ -5,13 +5,11 @@
 #include "term/escape_sequences.h"
 #include "term/terminal_size.h"
 #include "tests/support/captured_output.h"
-#include "tests/support/fed_input.h"
 
 namespace treescope {
 namespace {
 
 using test_support::CapturedOutput;
-using test_support::FedInput;
 
 TEST(EscapeSequences, SwitchAttributesOnInTheirOrderThenTheColour) {
   EXPECT_EQ(styleOn(20, 0), "\033[7m\033[5m\033[39m");
@@ -82,36 +80,6 @@ TEST(TerminalSize, IsZeroWithoutATerminal) {
   CapturedOutput output;
   EXPECT_EQ(terminalColumns(), 0);
   EXPECT_EQ(terminalRows(), 0);
-}
-
-TEST(Pager, CountsNothingInBatchMode) {
-  CapturedOutput output;
-  ScreenPrinter printer(0, true);
-  EXPECT_TRUE(printer.countLine(true));
-  EXPECT_EQ(printer.linesShown(), 0);
-  EXPECT_EQ(output.take(), "");
-}
-
-TEST(Pager, StopsAtEveryLineOfATerminalWithoutHeight) {
-  FedInput input;
-  input.feed(" \nq");
-  CapturedOutput output;
-  ScreenPrinter printer(0, false);
-  EXPECT_TRUE(printer.countLine(true));
-  EXPECT_TRUE(printer.countLine(true));
-  EXPECT_FALSE(printer.printLine({.text = "unwanted"}, true));
-  EXPECT_TRUE(printer.countLine(false));
-  const std::string more = "\033[7m\033[5m\033[39mMore\033[27m\033[25m\033[2K";
-  EXPECT_EQ(output.take(), more + more + more);
-}
-
-TEST(Pager, GoesOnAtTheEndOfInput) {
-  FedInput input;
-  input.end();
-  CapturedOutput output;
-  ScreenPrinter printer(0, false);
-  EXPECT_TRUE(printer.countLine(true));
-  EXPECT_EQ(printer.pageLines(), 1);
 }
 
 }  // namespace
