@@ -1,0 +1,124 @@
+#include "term/column_listing.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+
+#include "term/listing_text.h"
+
+namespace treescope {
+
+namespace {
+
+constexpr std::size_t columnGap = 2;
+
+std::size_t shownLength(const ListingNode& node) {
+  return nameText(node.name).size() + (node.hasChildren() ? 1 : 0);
+}
+
+ColumnLayout layoutOfWidth(const ScreenPrinter& printer, std::size_t width) {
+  const auto screen = static_cast<std::size_t>(std::max(printer.screenColumns(), 0));
+  return {width, std::max<std::size_t>(screen / width, 1)};
+}
+
+/// Places items side by side, row after row.
+class RowWriter {
+ public:
+  RowWriter(ScreenPrinter& printer, ColumnLayout layout, bool paging, bool endsFullRows)
+      : printer_(printer), layout_(layout), paging_(paging), endsFullRows_(endsFullRows) {}
+
+  /// Writes `text`, padded to the width of a column, which it uses up.
+  bool write(std::uint32_t attributes, std::uint32_t colour, std::string& text) {
+    if (itemsInRow_ == 0 && !printer_.countLine(paging_)) {
+      return false;
+    }
+    text.resize(layout_.width, ' ');
+    printer_.printStyledAt(column_, printer_.linesShown(), {attributes, colour, text.c_str()});
+    ++itemsInRow_;
+    if (itemsInRow_ < layout_.columns) {
+      // The row fits the terminal, and so does the number of its column.
+      column_ += static_cast<int>(layout_.width);
+      return true;
+    }
+    if (endsFullRows_) {
+      std::putchar('\n');
+    }
+    itemsInRow_ = 0;
+    column_ = 1;
+    return true;
+  }
+
+  void endRow() const {
+    if (itemsInRow_ != 0) {
+      std::putchar('\n');
+    }
+  }
+
+ private:
+  ScreenPrinter& printer_;
+  const ColumnLayout layout_;
+  const bool paging_;
+  const bool endsFullRows_;
+  std::size_t itemsInRow_ = 0;
+  int column_ = 1;
+};
+
+}  // namespace
+
+ColumnLayout columnLayout(const ScreenPrinter& printer, const std::vector<std::string>& names) {
+  std::size_t longest = 0;
+  for (const std::string& name : names) {
+    longest = std::max(longest, name.size());
+  }
+  return layoutOfWidth(printer, longest + columnGap);
+}
+
+ColumnLayout nodeColumnLayout(const ScreenPrinter& printer, const ListingNode& node) {
+  return layoutOfWidth(printer, nodeColumnWidth(node));
+}
+
+std::size_t nodeColumnWidth(const ListingNode& node) {
+  std::size_t longest = 0;
+  for (const auto& child : node.children) {
+    longest = std::max(longest, shownLength(*child));
+  }
+  return longest + columnGap;
+}
+
+bool printColumns(ScreenPrinter& printer, const std::vector<std::string>& names, bool reset,
+                  bool paging) {
+  if (reset) {
+    printer.resetCount();
+  }
+  RowWriter rows(printer, columnLayout(printer, names), paging, true);
+  std::string text;
+  for (const std::string& name : names) {
+    text = name;
+    if (!rows.write(0, colourDefault, text)) {
+      return false;
+    }
+  }
+  rows.endRow();
+  return true;
+}
+
+bool printNodeColumns(ScreenPrinter& printer, const ListingNode& node, bool reset, bool paging) {
+  if (reset) {
+    printer.resetCount();
+  }
+  RowWriter rows(printer, nodeColumnLayout(printer, node), paging, !printer.batch());
+  std::string text;
+  for (const auto& child : node.children) {
+    text = nameText(child->name);
+    if (child->hasChildren()) {
+      text += '/';
+    }
+    if (!rows.write(child->subscribedMark, child->kindMark, text)) {
+      return false;
+    }
+  }
+  rows.endRow();
+  return true;
+}
+
+}  // namespace treescope
