@@ -21,23 +21,25 @@ std::optional<std::size_t> firstPosition(const Items& items, Test test) {
 
 }  // namespace
 
-ChildList::ChildList(std::vector<std::uint16_t> ids, std::vector<std::string> names)
-    : ids_(std::move(ids)), names_(std::move(names)) {
-  names_.resize(ids_.size());
+ChildList::ChildList() : ChildList({}, {}) {}
+
+ChildList::ChildList(std::vector<std::uint16_t> ids, std::vector<std::string> names) {
+  names.resize(ids.size());
+  lists_ = std::make_shared<const Lists>(Lists{std::move(ids), std::move(names)});
 }
 
 const std::string& ChildList::servedName(std::size_t position) const {
-  return names_[position];
+  return lists_->names[position];
 }
 
 std::string ChildList::name(std::size_t position) const {
-  return childName(names_[position], ids_[position]);
+  return childName(lists_->names[position], id(position));
 }
 
 std::optional<std::size_t> ChildList::findName(const std::string& name) const {
-  for (std::size_t position = 0; position < ids_.size(); ++position) {
-    const std::string& served = names_[position];
-    if (served.empty() ? childName(served, ids_[position]) == name : served == name) {
+  for (std::size_t position = 0; position < size(); ++position) {
+    const std::string& served = lists_->names[position];
+    if (served.empty() ? childName(served, id(position)) == name : served == name) {
       return position;
     }
   }
@@ -51,13 +53,14 @@ std::optional<std::size_t> ChildList::findComponent(const std::string& component
     if (!(tail >> number)) {
       return std::nullopt;
     }
-    return firstPosition(ids_, [number](std::uint16_t id) { return id == number; });
+    return firstPosition(lists_->ids, [number](std::uint16_t id) { return id == number; });
   }
-  return firstPosition(names_, [&](const std::string& served) { return served == component; });
+  return firstPosition(lists_->names,
+                       [&](const std::string& served) { return served == component; });
 }
 
 std::optional<std::size_t> ChildList::findId(std::uint16_t id) const {
-  return firstPosition(ids_, [id](std::uint16_t candidate) { return candidate == id; });
+  return firstPosition(lists_->ids, [id](std::uint16_t candidate) { return candidate == id; });
 }
 
 }  // namespace treescope

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,23 +12,23 @@ namespace treescope {
 /// The children of one node as its server listed them, and the two ways of
 /// finding one among them.
 ///
-/// A plain value for any thread. Ids and names come from two answers of the
+/// A plain value for any thread, cheap to copy. Ids and names come from two answers of the
 /// server; where the tree has changed between them a name may be missing, and
 /// that child then counts as unnamed.
 class ChildList {
  public:
-  ChildList() = default;
+  ChildList();
 
   /// Takes both answers over; a name too many is dropped.
   ChildList(std::vector<std::uint16_t> ids, std::vector<std::string> names);
 
   /// A part that lists no child is no node.
-  [[nodiscard]] bool empty() const { return ids_.empty(); }
-  [[nodiscard]] std::size_t size() const { return ids_.size(); }
+  [[nodiscard]] bool empty() const { return lists_->ids.empty(); }
+  [[nodiscard]] std::size_t size() const { return lists_->ids.size(); }
 
   // Of the child at `position`, which must be below `size`.
 
-  [[nodiscard]] std::uint16_t id(std::size_t position) const { return ids_[position]; }
+  [[nodiscard]] std::uint16_t id(std::size_t position) const { return lists_->ids[position]; }
   /// As the server gives it; may be empty.
   [[nodiscard]] const std::string& servedName(std::size_t position) const;
   /// As it is shown: never empty.
@@ -47,8 +48,12 @@ class ChildList {
   [[nodiscard]] std::optional<std::size_t> findId(std::uint16_t id) const;
 
  private:
-  std::vector<std::uint16_t> ids_;
-  std::vector<std::string> names_;
+  struct Lists {
+    std::vector<std::uint16_t> ids;
+    std::vector<std::string> names;
+  };
+
+  std::shared_ptr<const Lists> lists_;
 };
 
 }  // namespace treescope

@@ -1,6 +1,5 @@
 #include "model/derived_model_part.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace treescope {
@@ -30,13 +29,6 @@ ModelSrv::ModelPart* DerivedModelPart::getParentNode() {
 
 ModelSrv::ModelRes DerivedModelPart::update(void* /*context*/, unsigned short /*index*/) {
   return ModelSrv::ModelRes_DoNothing;
-}
-
-void DerivedModelPart::removeSubscription(const IdChain& chain) {
-  const auto found = std::find(subscriptions_.begin(), subscriptions_.end(), chain);
-  if (found != subscriptions_.end()) {
-    subscriptions_.erase(found);
-  }
 }
 
 }  // namespace treescope

@@ -1,9 +1,10 @@
 #pragma once
 
+#include <list>
 #include <string>
-#include <vector>
 
 #include "model/id_chain.h"
+#include "model/subscription_list.h"
 #include "modelsrv/model_part.h"
 #include "modelsrv/model_root.h"
 
@@ -51,17 +52,20 @@ class DerivedModelPart : public ModelSrv::ModelPart {
 
   /// The parts that the shell has subscribed to, in the order of subscribing; one
   /// subscribed twice is there twice.
-  [[nodiscard]] const std::vector<IdChain>& subscriptions() const { return subscriptions_; }
-  void addSubscription(const IdChain& chain) { subscriptions_.push_back(chain); }
+  [[nodiscard]] const std::list<IdChain>& subscriptions() const { return subscriptions_.inOrder(); }
+  [[nodiscard]] bool isSubscribed(const IdChain& chain) const {
+    return subscriptions_.contains(chain);
+  }
+  void addSubscription(const IdChain& chain) { subscriptions_.add(chain); }
   /// Removes the first entry that equals `chain`, if there is one.
-  void removeSubscription(const IdChain& chain);
+  void removeSubscription(const IdChain& chain) { subscriptions_.removeFirst(chain); }
 
  private:
   ModelSrv::ModelRoot* root_;
   std::string serverName_;
   IdChain targetPath_;
   NamedChain location_;
-  std::vector<IdChain> subscriptions_;
+  SubscriptionList<> subscriptions_;
 };
 
 }  // namespace treescope

@@ -1,24 +1,26 @@
 #include "shell/paths.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace treescope {
 
-void resolvePath(std::string& path, std::vector<std::string> base) {
-  std::string_view rest = path;
-  while (!rest.empty()) {
-    const std::size_t end = std::min(rest.find('/'), rest.size());
-    const std::string_view head = rest.substr(0, end);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
+void followPath(std::string_view path, std::vector<std::string>& place) {
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string_view head = path.substr(0, end);
+    path.remove_prefix(std::min(end + 1, path.size()));
     if (head.empty()) {
-      base.clear();
+      place.clear();
     } else if (head != "..") {
-      base.emplace_back(head);
-    } else if (!base.empty()) {
-      base.pop_back();
+      place.emplace_back(head);
+    } else if (!place.empty()) {
+      place.pop_back();
     }
   }
+}
+
+void resolvePath(std::string& path, std::vector<std::string> base) {
+  followPath(path, base);
   path = joinPath(base);
 }
 
