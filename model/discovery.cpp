@@ -34,8 +34,8 @@ bool isPlainEntry(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
 }
 
-template <typename Test>
-int scanDirectory(std::vector<std::string>& out, const char* dir, const char* key, Test accepts) {
+template <typename Take>
+int scanDirectory(const char* dir, const char* key, Take take) {
   const std::unique_ptr<DIR, CloseDirectory> directory(opendir(dir));
   if (directory == nullptr) {
     return 0;
@@ -43,11 +43,9 @@ int scanDirectory(std::vector<std::string>& out, const char* dir, const char* ke
   while (const dirent* entry = readdir(directory.get())) {
     const std::string fileName = entry->d_name;
     const auto name = withoutPipeExtension(fileName);
-    if (!name || (key != nullptr && name->find(key) == std::string::npos) || !accepts(*name)) {
-      continue;
-    }
-    if (isPlainEntry(std::string(dir) + "/" + fileName)) {
-      out.push_back(*name);
+    if (name && (key == nullptr || name->find(key) != std::string::npos) &&
+        isPlainEntry(std::string(dir) + "/" + fileName)) {
+      take(*name);
     }
   }
   return 1;
@@ -56,11 +54,20 @@ int scanDirectory(std::vector<std::string>& out, const char* dir, const char* ke
 }  // namespace
 
 int collectServerNames(std::vector<std::string>& out, const char* dir, const char* key) {
-  return scanDirectory(out, dir, key, [](const std::string&) { return true; });
+  return scanDirectory(dir, key, [&out](const std::string& name) { out.push_back(name); });
 }
 
-int collectListedServerNames(std::vector<std::string>& out, const char* dir, const char* key) {
-  return scanDirectory(out, dir, key, isListedServerName);
+int listServerNodes(ListingNode& node, const char* dir, const char* key) {
+  const auto addListed = [&node](const std::string& name) {
+    if (isListedServerName(name)) {
+      node.addChild().name = name;
+    }
+  };
+  const int read = scanDirectory(dir, key, addListed);
+  if (read == 1) {
+    node.name = dir;
+  }
+  return read;
 }
 
 bool isListedServerName(std::string_view name) {

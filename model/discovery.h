@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "term/listing_node.h"
+
 namespace treescope {
 
 /// Finding the model servers that run on this device.
@@ -26,9 +28,10 @@ inline constexpr const char* serverKeys[] = {"modelsrv", "Model"};
 /// and a name that two files give is appended twice.
 int collectServerNames(std::vector<std::string>& out, const char* dir, const char* key);
 
-/// The same, of the servers that a listing shows alone: those for whose name
-/// `isListedServerName` holds.
-int collectListedServerNames(std::vector<std::string>& out, const char* dir, const char* key);
+/// The same, of the servers that a listing shows alone, those for whose name
+/// `isListedServerName` holds: each becomes a child of `node`, which is named
+/// `dir`. `node` is left alone where the directory cannot be opened.
+int listServerNodes(ListingNode& node, const char* dir, const char* key);
 
 /// Whether a listing shows a server of that name: it begins with "Model_", or what
 /// follows from its last "." on is ".Model".

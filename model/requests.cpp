@@ -39,25 +39,43 @@ ModelSrv::ModelPart* TreeScope::childrenTarget(const IdChain& chain) {
   return target(chain);
 }
 
-bool TreeScope::fetchChildren(const IdChain& chain, ChildList& children, bool lock) {
+bool TreeScope::fetchChildIds(const IdChain& chain, std::vector<std::uint16_t>& ids, bool lock) {
   const ClientLock held = lockClient(lock);
-  std::vector<unsigned short> ids;
+  return connected() &&
+         getChildIdsFromServer(childrenTarget(chain), ids) == ModelSrv::ModelRes_Success;
+}
+
+bool TreeScope::fetchChildNames(const IdChain& chain, std::vector<std::string>& names, bool lock) {
+  const ClientLock held = lockClient(lock);
+  return connected() &&
+         getChildNamesFromServer(childrenTarget(chain), names) == ModelSrv::ModelRes_Success;
+}
+
+bool TreeScope::fetchChildren(const IdChain& chain, ChildList& children, bool lock) {
+  // The update display runs on another thread than the command that remembers.
+  RememberedChildren* const remembered = lock ? rememberedChildren_ : nullptr;
+  if (remembered != nullptr) {
+    if (const ChildList* known = remembered->find(chain)) {
+      children = *known;
+      return true;
+    }
+  }
+  const ClientLock held = lockClient(lock);
+  std::vector<std::uint16_t> ids;
   std::vector<std::string> names;
-  if (!connected() ||
-      getChildIdsFromServer(childrenTarget(chain), ids) != ModelSrv::ModelRes_Success ||
-      getChildNamesFromServer(childrenTarget(chain), names) != ModelSrv::ModelRes_Success) {
+  if (!fetchChildIds(chain, ids, false) || !fetchChildNames(chain, names, false)) {
     return false;
   }
   children = ChildList(std::move(ids), std::move(names));
+  if (remembered != nullptr) {
+    remembered->remember(chain, children);
+  }
   return true;
 }
 
 bool TreeScope::hasChildren(const IdChain& chain, bool lock) {
-  const ClientLock held = lockClient(lock);
-  std::vector<unsigned short> ids;
-  return connected() &&
-         getChildIdsFromServer(childrenTarget(chain), ids) == ModelSrv::ModelRes_Success &&
-         !ids.empty();
+  std::vector<std::uint16_t> ids;
+  return fetchChildIds(chain, ids, lock) && !ids.empty();
 }
 
 bool TreeScope::resolveChain(const std::string& text, NamedChain& reached) {
@@ -213,6 +231,15 @@ int TreeScope::subscribePath(const IdChain& chain) {
   }
   currentPart_->addSubscription(chain);
   return result::success;
+}
+
+bool TreeScope::unsubscribePath(const IdChain& chain) {
+  const ClientLock held = lockClient(true);
+  if (!connected() || target(chain)->unsubscribeToServer(this) != ModelSrv::ModelRes_Success) {
+    return false;
+  }
+  currentPart_->removeSubscription(chain);
+  return true;
 }
 
 }  // namespace treescope

@@ -11,6 +11,7 @@ TreeScope::TreeScope(EvtSrv::EventPortManager* manager, int mode)
     : ScopeBase(manager, mode), DerivedModelRoot(manager) {}
 
 TreeScope::~TreeScope() {
+  freeTree(listingTree_);
   if (connected()) {
     static_cast<void>(disconnectServer());
   }
@@ -47,6 +48,11 @@ void TreeScope::changeLocation(NamedChain location) {
   path.insert(path.end(), location.names.begin(), location.names.end());
   currentPart_->setLocation(std::move(location));
   currentPath_ = std::move(path);
+}
+
+void TreeScope::clearListing() {
+  freeTree(listingTree_);
+  listingTree_ = {};
 }
 
 std::string TreeScope::expandPath(const char* path) const {

@@ -12,9 +12,14 @@
 #include "model/derived_model_root.h"
 #include "model/element_choice.h"
 #include "model/id_chain.h"
+#include "model/model_data_tree.h"
+#include "model/remembered_children.h"
 #include "shell/scope_base.h"
+#include "term/listing_node.h"
 
 namespace treescope {
+
+struct SubscribingWalk;
 
 /// The shell of this program: a command interpreter that is a model client.
 ///
@@ -31,10 +36,14 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   /// shell and 1 for one that runs a command string or file.
   TreeScope(EvtSrv::EventPortManager* manager, int mode);
 
-  /// While connected, drops every subscription and the mirror part.
+  /// Frees the listing tree; while connected, drops every subscription below the
+  /// current directory and then the mirror part.
   ~TreeScope() override;
 
   // The commands. A word that was not given is null.
+
+  /// Lists what is below `path`; not connected and without a path, the servers.
+  int doLs(unsigned options, const char* path) override;
 
   /// Not connected: connects to the server that `path` names. Connected: moves to
   /// `path`, or stays where that leads nowhere; without a path disconnects.
@@ -48,6 +57,17 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
 
   /// Shows a value in one line.
   int doGet(const char* path) override;
+
+  /// Subscribes the part that `path` names, or inside a part that part; with "-r"
+  /// all parts below a node. With "-l" shows what is subscribed instead.
+  int doEu(unsigned options, const char* path) override;
+
+  /// Drops the subscriptions on the way to and below `path`, which is understood
+  /// as `pwd` shows paths: "/" and the server's name first.
+  int doDu(const char* path) override;
+
+  /// The same as `doEu`.
+  int doCat(unsigned options, const char* path) override;
 
   /// Runs the command file `file` while connected; 3 while not. `unused` is what its
   /// name says.
@@ -66,8 +86,9 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   /// ends the shell.
   int doExit() override;
 
-  /// The event hook. An update is shown: the path of the part that changed. One
-  /// that arrives while not connected is dropped. Everything else is the library's.
+  /// The event hook. An update is shown: the path of the part that changed, then
+  /// what is below it with its values. One that arrives while not connected is
+  /// dropped. Everything else is the library's.
   unsigned receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
                              EvtSrv::MemoryHolder* reply) override;
 
@@ -112,6 +133,12 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   /// when the server gave no answer.
   [[nodiscard]] bool fetchChildren(const IdChain& chain, ChildList& children, bool lock);
 
+  /// The two halves of that, each of them one exchange.
+  [[nodiscard]] bool fetchChildIds(const IdChain& chain, std::vector<std::uint16_t>& ids,
+                                   bool lock);
+  [[nodiscard]] bool fetchChildNames(const IdChain& chain, std::vector<std::string>& names,
+                                     bool lock);
+
   /// How many elements the part is an array of; 0 also when the server gave no
   /// answer.
   [[nodiscard]] std::uint16_t elementSum(const IdChain& chain, bool lock);
@@ -154,6 +181,26 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   /// when the server refuses.
   [[nodiscard]] int subscribePath(const IdChain& chain);
 
+  /// Takes one subscription of the part back and the first of its notes with it.
+  /// False, and nothing has changed, when that is refused.
+  [[nodiscard]] bool unsubscribePath(const IdChain& chain);
+
+  // What is listed.
+
+  /// Fills `node`, a new one, with what the server has at `chain`: a part with its
+  /// elements, or a node with its children; with the bits of `options` recursively,
+  /// with values, with the marks of kinds. `name` is the label; without one it is
+  /// made of the last id, or "root". `depth` is how many levels below the node are
+  /// listed without the recursive bit; `top` says that the node is not itself a
+  /// child in the listing, which would only be marked as having content. What the
+  /// server does not answer is not in the listing. `lock` is as for the requests.
+  void buildTree(ListingNode& node, unsigned options, const IdChain& chain, std::string name,
+                 std::uint8_t depth, bool top, bool lock);
+
+  /// Frees what the last `ls` listed. For the thread that runs commands, or after
+  /// the last of them.
+  void freeListing() { freeTree(listingTree_); }
+
  private:
   using ClientLock = std::unique_lock<KSTD::KThreadMutex>;
 
@@ -171,7 +218,23 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   void changeLocation(NamedChain location);
   void displayUpdate(const IdChain& chain);
 
+  /// Empties the listing tree, its own texts and marks included.
+  void clearListing();
+  void listServers();
+  void listSubscriptions(bool resetEach);
+
+  /// Subscribes all that is below the node, which `path` (may be null) names; the
+  /// result is that of the last part, `result::nothing` where there is none.
+  int subscribeBelow(unsigned options, const IdChain& node, const char* path);
+
+  ListingNode listingTree_;
+  ModelDataTree dataTree_{"root"};
+  [[maybe_unused]] std::int32_t spareNumber_ = -1;
   std::unique_ptr<DerivedModelPart> currentPart_;
+
+  // While a command runs that has use for them; of its thread.
+  RememberedChildren* rememberedChildren_ = nullptr;
+  SubscribingWalk* subscribingWalk_ = nullptr;
 };
 
 }  // namespace treescope

@@ -2,6 +2,8 @@
 
 #include "model/tree_scope.h"
 #include "model/update_decoding.h"
+#include "shell/command_table.h"
+#include "term/line_listing.h"
 
 namespace treescope {
 
@@ -19,8 +21,14 @@ unsigned TreeScope::receiveModelEvent(const char* sender, unsigned type, EvtSrv:
 }
 
 void TreeScope::displayUpdate(const IdChain& chain) {
-  const std::string path = pathText(namePathOf(chain, false));
+  const std::vector<std::string> names = namePathOf(chain, false);
+  ListingNode listing;
+  buildTree(listing, optionLong, chain, names.empty() ? std::string() : names.back(), 1, true,
+            false);
+  const std::string path = pathText(names);
   printer_.printLine({0, colourDefault, path.c_str()}, false);
+  printLongTree(printer_, listing, false, false);
+  freeTree(listing);
   std::fflush(stdout);
 }
 

@@ -25,6 +25,7 @@ void runShell(EvtSrv::EventPortManager& manager, int mode, const std::string& te
   } else {
     shell.runCommandFile(text.c_str());
   }
+  shell.freeListing();
   shell.stop(true);
 }
 

@@ -40,9 +40,18 @@ class Discovery : public testing::Test {
   }
 
   [[nodiscard]] std::vector<std::string> listed() const {
-    std::vector<std::string> names;
+    ListingNode listing;
     for (const char* key : serverKeys) {
-      EXPECT_EQ(collectListedServerNames(names, directory_.c_str(), key), 1);
+      EXPECT_EQ(listServerNodes(listing, directory_.c_str(), key), 1);
+      EXPECT_EQ(listing.name, directory_);
+    }
+    std::vector<std::string> names;
+    for (const auto& child : listing.children) {
+      EXPECT_EQ(child->value, std::nullopt);
+      EXPECT_EQ(child->subscribedMark, 0U);
+      EXPECT_EQ(child->kindMark, 0U);
+      EXPECT_THAT(child->children, IsEmpty());
+      names.push_back(child->name.value_or("no name"));
     }
     return names;
   }
@@ -116,7 +125,10 @@ TEST_F(Discovery, LeavesTheListAloneWhereTheDirectoryCannotBeOpened) {
   std::vector<std::string> names{"kept"};
   const std::string missing = directory_ + "/missing";
   EXPECT_EQ(collectServerNames(names, missing.c_str(), "Model"), 0);
-  EXPECT_EQ(collectListedServerNames(names, missing.c_str(), "Model"), 0);
+  ListingNode listing;
+  EXPECT_EQ(listServerNodes(listing, missing.c_str(), "Model"), 0);
+  EXPECT_EQ(listing.name, std::nullopt);
+  EXPECT_THAT(listing.children, IsEmpty());
   EXPECT_THAT(names, ElementsAre("kept"));
 }
 

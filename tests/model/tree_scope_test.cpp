@@ -74,45 +74,5 @@ TEST_F(Connection, EndsWithTheShellAfterTheRootWasStopped) {
   scope.stop(true);
 }
 
-class Update : public ScopeFixture {
- protected:
-  void SetUp() override { connect(); }
-};
-
-TEST_F(Update, PrintsThePathOfThePartThatChanged) {
-  ASSERT_EQ(scope_.subscribePath({1, 1}), 1);
-  ASSERT_EQ(scope_.subscribePath({1, 12}), 1);
-  ASSERT_EQ(server_.speed.setValue(43), ModelSrv::ModelRes_Success);
-  EXPECT_EQ(takeUpdates(1).substr(0, 13), "/drive/speed\n");
-  ASSERT_EQ(server_.unnamed.setValue(8), ModelSrv::ModelRes_Success);
-  EXPECT_EQ(takeUpdates(1).substr(0, 17), "/drive/noname-12\n");
-}
-
-TEST_F(Update, OfTheRootPrintsASlash) {
-  EXPECT_EQ(handUpdate({1, 0xff, 0xff}).substr(0, 2), "/\n");
-  EXPECT_EQ(handUpdate({1}).substr(0, 2), "/\n");
-}
-
-TEST_F(Update, OfAnUnknownPartPrintsItsIds) {
-  EXPECT_EQ(handUpdate({1, 0x00, 0x4d, 0x00, 0x05, 0xff, 0xff}).substr(0, 20),
-            "/noname-77/noname-5\n");
-}
-
-TEST_F(Update, IsDroppedWhileNotConnected) {
-  ASSERT_EQ(scope_.subscribePath({1, 1}), 1);
-  ASSERT_EQ(run("cd").result, 1);
-  EXPECT_EQ(handUpdate({1, 0x00, 0x01, 0x00, 0x01, 0xff, 0xff}), "");
-}
-
-TEST_F(Update, ReachesTheShellThroughItsPort) {
-  EvtSrv::MemoryHolder data({1, 0, 1, 0xff, 0xff}, 1);
-  EvtSrv::MemoryHolder reply;
-  EvtSrv::EventPort& port = scope_;
-  test_support::CapturedOutput captured;
-  EXPECT_EQ(port.receive("x", ModelSrv::ModelRoot::EvtTyp_Model_Update, &data, &reply),
-            EvtSrv::EvtRes_Success);
-  EXPECT_EQ(captured.take().substr(0, 7), "/drive\n");
-}
-
 }  // namespace
 }  // namespace treescope::test

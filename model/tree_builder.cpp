@@ -1,0 +1,183 @@
+#include <utility>
+
+#include "model/tree_scope.h"
+#include "shell/command_table.h"
+#include "shell/results.h"
+
+namespace treescope {
+
+namespace {
+
+constexpr std::uint32_t elementsKind = colourGreen;
+constexpr std::uint32_t nodeKind = colourBlue;
+
+/// One listing in the making. The nodes between its top and the one that is being
+/// listed are kept in a list, so that no depth of the tree is a depth of calls.
+class TreeBuilder {
+ public:
+  TreeBuilder(TreeScope& scope, unsigned options, const IdChain& chain, bool lock)
+      : scope_(scope), options_(options), lock_(lock), chain_(chain) {}
+
+  void build(ListingNode& node, std::string name, std::uint8_t depth, bool top) {
+    enter(node, std::move(name), depth, top);
+    while (!levels_.empty()) {
+      if (levels_.back().next == levels_.back().children.size()) {
+        leaveLevel();
+      } else {
+        listNextChild();
+      }
+    }
+  }
+
+ private:
+  /// A node whose children are being listed.
+  struct Level {
+    ListingNode* node;
+    std::uint8_t depth;
+    ChildList children;
+    std::size_t next = 0;
+  };
+
+  [[nodiscard]] bool has(unsigned option) const { return (options_ & option) != 0; }
+
+  void enter(ListingNode& node, std::string name, std::uint8_t depth, bool top) {
+    if (name.empty()) {
+      name = chain_.empty() ? "root" : childName({}, chain_.back());
+    }
+    node.name = std::move(name);
+    if (scope_.hasChildren(chain_, lock_)) {
+      enterNode(node, depth, top);
+    } else {
+      listPart(node);
+    }
+  }
+
+  void enterNode(ListingNode& node, std::uint8_t depth, bool top) {
+    if (has(optionCount)) {
+      node.kindMark = nodeKind;
+    }
+    if (!top && !has(optionRecursive)) {
+      node.addChild();
+      return;
+    }
+    ChildList children = listChildren();
+    if (children.empty()) {
+      return;
+    }
+    if (!has(optionRecursive) && depth == 0) {
+      if (has(optionLong)) {
+        node.value = "/";
+      }
+      return;
+    }
+    levels_.push_back({&node, depth, std::move(children)});
+  }
+
+  ChildList listChildren() {
+    std::vector<std::uint16_t> ids;
+    std::vector<std::string> names;
+    const bool listed = scope_.fetchChildIds(chain_, ids, lock_);
+    // Without an answer the children have no names.
+    static_cast<void>(scope_.fetchChildNames(chain_, names, lock_));
+    return listed ? ChildList(std::move(ids), std::move(names)) : ChildList();
+  }
+
+  void leaveLevel() {
+    levels_.pop_back();
+    if (!levels_.empty()) {
+      chain_.pop_back();
+    }
+  }
+
+  void listNextChild() {
+    Level& level = levels_.back();
+    const std::size_t position = level.next++;
+    const std::size_t open = levels_.size();
+    chain_.push_back(level.children.id(position));
+    const std::uint16_t sum = scope_.elementSum(chain_, lock_);
+    if (sum == 0 || !has(optionRecursive)) {
+      enter(level.node->addChild(), level.children.servedName(position),
+            static_cast<std::uint8_t>(level.depth - 1), false);
+    } else {
+      listFlat(*level.node, level.children.name(position), sum);
+    }
+    if (levels_.size() == open) {
+      chain_.pop_back();
+    }
+  }
+
+  void listPart(ListingNode& node) {
+    const std::uint16_t sum = scope_.elementSum(chain_, lock_);
+    node.kindMark = sum != 0 && has(optionCount) ? elementsKind : 0;
+    node.subscribedMark = isSubscribed() ? attributeBold : 0;
+    if (sum != 0) {
+      listElements(node, sum);
+    } else if (has(optionLong)) {
+      node.value.emplace();
+      scope_.readValueText(chain_, *node.value, lock_);
+    }
+  }
+
+  void listElements(ListingNode& node, std::uint16_t sum) {
+    const std::vector<std::string> names = elementNames(lock_);
+    const std::size_t count = names.empty() ? sum : names.size();
+    for (std::size_t index = 0; index < count; ++index) {
+      std::string label = '[' + std::to_string(index) + ']';
+      if (!names.empty()) {
+        label += '(' + names[index] + ')';
+      }
+      ListingNode& element = node.addChild();
+      element.name = std::move(label);
+      readElement(element, index, sum);
+    }
+  }
+
+  /// Lists the elements of a part among the children of the node that it is in.
+  void listFlat(ListingNode& node, const std::string& name, std::uint16_t sum) {
+    const std::vector<std::string> names = elementNames(true);
+    const std::size_t count = names.empty() ? sum : names.size();
+    for (std::size_t index = 0; index < count; ++index) {
+      std::string label = name + '[' + std::to_string(index) + ']';
+      if (!names.empty() && !names[index].empty()) {
+        label += '(' + names[index] + ')';
+      }
+      ListingNode& element = node.addChild();
+      element.name = std::move(label);
+      element.kindMark = has(optionCount) ? elementsKind : 0;
+      readElement(element, index, count);
+    }
+  }
+
+  std::vector<std::string> elementNames(bool lock) {
+    std::vector<std::string> names;
+    static_cast<void>(scope_.fetchElementNames(chain_, names, lock));
+    return names;
+  }
+
+  void readElement(ListingNode& element, std::size_t index, std::size_t sum) {
+    if (has(optionLong) && index < sum) {
+      element.value.emplace();
+      scope_.readElementText(chain_, *element.value, static_cast<std::uint16_t>(index), lock_);
+    }
+  }
+
+  [[nodiscard]] bool isSubscribed() const {
+    return scope_.connected() && scope_.currentPart()->isSubscribed(chain_);
+  }
+
+  TreeScope& scope_;
+  const unsigned options_;
+  const bool lock_;
+  /// Where the listing has come to.
+  IdChain chain_;
+  std::vector<Level> levels_;
+};
+
+}  // namespace
+
+void TreeScope::buildTree(ListingNode& node, unsigned options, const IdChain& chain,
+                          std::string name, std::uint8_t depth, bool top, bool lock) {
+  TreeBuilder(*this, options, chain, lock).build(node, std::move(name), depth, top);
+}
+
+}  // namespace treescope

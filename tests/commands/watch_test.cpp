@@ -1,0 +1,254 @@
+#include <atomic>
+
+#include "tests/model/scope_fixture.h"
+
+namespace treescope::test {
+namespace {
+
+class Watch : public ScopeFixture {
+ protected:
+  void SetUp() override { connect(); }
+
+  [[nodiscard]] std::string subscribed() { return run("eu -l").output; }
+};
+
+TEST_F(Watch, SubscribesThePartThatAPathNames) {
+  struct Case {
+    std::string command;
+    int result;
+    std::string message;
+    std::string subscribed;
+  };
+  const std::string notFound = "ERROR: NotFound\n";
+  const std::string noConnection = "ERROR: ConnectError\n";
+  const std::string refused = "ERROR: UnknownError\n";
+  const Case cases[] = {
+      {"eu drive/speed", 1, "", "/drive/speed\n"},
+      {"cat drive/speed", 1, "", "/drive/speed\n"},
+      {"eu ~drive/speed", 1, "", "/drive/speed\n"},
+      {"eu -m drive/gains", 1, "", "/drive/gains\n"},
+      {"eu /noname-3/x", 1, "", "/noname-3/x\n"},
+      {"eu /drive/noname-12", 1, "", "/drive/noname-12\n"},
+      {"eu drive/speed/", 1, "", "/drive/speed\n"},
+      {"eu drive/speed/whatever", 1, "", "/drive/speed\n"},
+      {"eu -r drive/speed", 1, "", "/drive/speed\n"},
+      {"eu drive/gains[1]", 4, notFound, ""},
+      {"eu drive/secret", 2, refused, ""},
+      {"eu drive", 3, "", ""},
+      {"eu drive/", 3, "", ""},
+      {"eu", 3, "", ""},
+      {"eu /", 3, "", ""},
+      {"eu drive/nothing", 4, notFound, ""},
+      {"eu -r drive/nothing", 4, notFound, ""},
+      {"eu nothing/speed", 7, noConnection, ""},
+      {"eu ../drive", 7, noConnection, ""},
+      {"eu -r /drive/inner", 1, "", "/drive/inner/deep\n"},
+      {"eu -r /drive/inner/", 1, "", "/drive/inner/deep\n"},
+      {"eu -r noname-3", 1, "", "/noname-3/x\n"},
+      {"eu -c drive/speed", 5, "ERROR: OptionError\n", ""},
+      {"cat -r drive", 5, "ERROR: OptionError\n", ""},
+      {"eu a b", 5, "ERROR: OptionError\n", ""},
+  };
+  for (const Case& test : cases) {
+    EXPECT_EQ(run(test.command), (Answer{test.result, test.message})) << test.command;
+    EXPECT_EQ(subscribed(), test.subscribed) << test.command;
+    ASSERT_EQ(run("du"), (Answer{1, ""}));
+    EXPECT_EQ(subscribed(), "") << test.command;
+  }
+}
+
+TEST_F(Watch, SubscribesThePartItIsIn) {
+  ASSERT_EQ(run("cd drive/gains").result, 1);
+  for (const char* command : {"eu", "eu whatever", "eu -r", "eu \"\""}) {
+    EXPECT_EQ(run(command), (Answer{1, ""})) << command;
+    EXPECT_EQ(subscribed(), "/drive/gains\n") << command;
+    ASSERT_EQ(run("du").result, 1);
+  }
+}
+
+TEST_F(Watch, SubscribesASubtreeInTheServersOrder) {
+  const std::string below =
+      "/drive/speed\n/drive/label\n/drive/gains\n/drive/raw\n/drive/serial\n/drive/offset\n"
+      "/drive/limited\n/drive/noname-12\n/drive/speed\n/drive/inner/deep\n";
+  EXPECT_EQ(run("eu -r drive"), (Answer{1, ""}));
+  EXPECT_EQ(subscribed(), below);
+  // The second "speed" cannot be addressed: the first is subscribed twice.
+  EXPECT_EQ(scope_.currentPart()->subscriptions().front(), (IdChain{1, 1}));
+  ASSERT_EQ(run("du").result, 1);
+  ASSERT_EQ(run("cd drive").result, 1);
+  EXPECT_EQ(run("eu -r"), (Answer{1, ""}));
+  EXPECT_EQ(subscribed(), below);
+  ASSERT_EQ(run("du").result, 1);
+  EXPECT_EQ(run("eu -r /"), (Answer{1, ""}));
+  EXPECT_EQ(subscribed(), below + "/empty\n/noname-3/x\n/" + RigServer::oddName() + "\n/top\n");
+}
+
+TEST_F(Watch, GivesTheResultOfTheLastPartOfASubtree) {
+  ModelSrv::ModelNode last(40, "last");
+  ModelSrv::ValuePart<bool> open(1, "open");
+  ModelSrv::ValuePart<bool> closed(2, "closed");
+  closed.setSubscribable(false);
+  ASSERT_EQ(last.add(&open), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(last.add(&closed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive().add(&last), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(run("eu -r drive"), (Answer{2, "ERROR: UnknownError\n"}));
+  EXPECT_TRUE(subscribed().ends_with("/drive/inner/deep\n/drive/last/open\n"));
+}
+
+TEST_F(Watch, CallsTheHandlerForEveryChild) {
+  struct Recorder : TreeScope {
+    using TreeScope::TreeScope;
+    int doEu(unsigned options, const char* path) override {
+      calls += std::to_string(options) + path + '\n';
+      return TreeScope::doEu(options, path);
+    }
+    std::string calls;
+  };
+  Recorder recorder(&manager_, 1);
+  ASSERT_EQ(recorder.dispatch(("cd " + name_).c_str()), 1);
+  ASSERT_EQ(recorder.dispatch("eu -rm noname-3"), 1);
+  EXPECT_EQ(recorder.calls, "3noname-3\n3noname-3/x\n");
+}
+
+/// A node whose children are gone when they are asked for again.
+class FadingNode : public ModelSrv::ModelNode {
+ public:
+  using ModelNode::ModelNode;
+
+  void fadeAfter(int answers) { answers_ = answers; }
+
+ protected:
+  ModelNode* asNode() override { return answers_-- > 0 ? ModelNode::asNode() : nullptr; }
+
+ private:
+  std::atomic<int> answers_{1000};
+};
+
+TEST_F(Watch, GivesNothingForASubtreeWithoutChildren) {
+  FadingNode fading(41, "fading");
+  ModelSrv::ValuePart<bool> child(1, "child");
+  ASSERT_EQ(fading.add(&child), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive().add(&fading), ModelSrv::ModelRes_Success);
+  fading.fadeAfter(1);
+  EXPECT_EQ(run("eu -r drive/fading"), (Answer{3, ""}));
+  fading.fadeAfter(1000);
+  EXPECT_EQ(subscribed(), "");
+}
+
+TEST_F(Watch, DoesNotFollowNamesThatLeadOutOfTheSubtree) {
+  ModelSrv::ModelNode up(41, "..");
+  ModelSrv::ModelNode again(14, "drive");
+  ASSERT_EQ(up.add(&again), ModelSrv::ModelRes_Success);
+  ModelSrv::ValuePart<bool> child(1, "child");
+  ASSERT_EQ(again.add(&child), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive().add(&up), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(run("eu -r drive"), (Answer{3, ""}));
+}
+
+TEST_F(Watch, ListsSubscriptionsWhateverThePath) {
+  EXPECT_EQ(run("eu -l"), (Answer{1, ""}));
+  EXPECT_EQ(run("cat -l nothing/at/all"), (Answer{1, ""}));
+  ASSERT_EQ(run("eu top").result, 1);
+  ASSERT_EQ(run("eu drive/speed").result, 1);
+  ASSERT_EQ(run("eu top").result, 1);
+  for (const char* command : {"eu -l", "eu -lmr x", "cat -l"}) {
+    EXPECT_EQ(run(command), (Answer{1, "/top\n/drive/speed\n/top\n"})) << command;
+  }
+  scope_.currentPart()->addSubscription({});
+  EXPECT_TRUE(subscribed().ends_with("/top\n/\n"));
+}
+
+TEST_F(Watch, DropsWhatLiesOnTheWayToOrBelowAPath) {
+  struct Case {
+    std::string command;
+    std::string left;
+  };
+  const std::string all = "/drive/speed\n/drive/inner/deep\n/top\n/drive/speed\n";
+  const Case cases[] = {
+      {"du", ""},
+      {"du -r", ""},
+      {"du \"\"", ""},
+      {"du drive", "/top\n"},
+      {"du -r drive", "/top\n"},
+      {"du drive/inner", "/drive/speed\n/top\n/drive/speed\n"},
+      {"du drive/inner/deep/er", "/drive/speed\n/top\n/drive/speed\n"},
+      {"du drive/speed", "/drive/inner/deep\n/top\n"},
+      {"du drive/../top", "/drive/speed\n/drive/inner/deep\n/drive/speed\n"},
+      {"du driv", all},
+      {"du drive/noname-1", all},
+      {"du nothing", all},
+      {"du ..", all},
+      {"du /", all},
+      {"du ~", all},
+      {"du drive//inner", all},
+      {"du /drive", all},
+      {"du /" + name_ + "/drive", "/top\n"},
+      {"du ~" + name_, ""},
+  };
+  for (const Case& test : cases) {
+    ASSERT_EQ(run("du").result, 1);
+    for (const IdChain& chain : {IdChain{1, 1}, IdChain{1, 14, 1}, IdChain{5}, IdChain{1, 1}}) {
+      ASSERT_EQ(scope_.subscribePath(chain), 1);
+    }
+    ASSERT_EQ(subscribed(), all);
+    EXPECT_EQ(run(test.command), (Answer{1, ""})) << test.command;
+    EXPECT_EQ(subscribed(), test.left) << test.command;
+  }
+  EXPECT_EQ(run("du -l"), (Answer{5, "ERROR: OptionError\n"}));
+}
+
+TEST_F(Watch, DropsWhatLiesBelowTheCurrentDirectory) {
+  ASSERT_EQ(run("eu drive/speed").result, 1);
+  ASSERT_EQ(run("eu top").result, 1);
+  ASSERT_EQ(run("cd drive").result, 1);
+  EXPECT_EQ(run("du"), (Answer{1, ""}));
+  EXPECT_EQ(subscribed(), "/top\n");
+  EXPECT_EQ(run("q"), (Answer{11, ""}));
+  EXPECT_EQ(subscribed(), "/top\n");
+}
+
+TEST_F(Watch, GoesOnBehindASubscriptionThatTheServerKeeps) {
+  ASSERT_EQ(run("eu top").result, 1);
+  // One that the library knows nothing of.
+  scope_.currentPart()->addSubscription({1, 2});
+  ASSERT_EQ(run("eu drive/speed").result, 1);
+  EXPECT_EQ(run("du"), (Answer{1, ""}));
+  EXPECT_EQ(subscribed(), "/drive/label\n");
+}
+
+TEST_F(Watch, WantsAConnection) {
+  ASSERT_EQ(run("cd").result, 1);
+  EXPECT_EQ(run("eu"), (Answer{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("eu -l"), (Answer{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("cat x"), (Answer{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("du"), (Answer{3, ""}));
+}
+
+TEST_F(Watch, SurvivesTheServer) {
+  ASSERT_EQ(run("eu top").result, 1);
+  server_.end();
+  EXPECT_EQ(run("eu drive/speed"), (Answer{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("eu -r"), (Answer{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("du"), (Answer{1, ""}));
+}
+
+TEST_F(Watch, SubscribesATreeOf2000Levels) {
+  constexpr int levels = 2000;
+  std::vector<std::unique_ptr<ModelSrv::ModelNode>> nodes;
+  ModelSrv::ModelNode* above = &server_.drive();
+  for (int level = 0; level < levels; ++level) {
+    nodes.push_back(std::make_unique<ModelSrv::ModelNode>(ModelSrv::ModelPartId{90}, "d"));
+    ASSERT_EQ(above->add(nodes.back().get()), ModelSrv::ModelRes_Success);
+    above = nodes.back().get();
+  }
+  EXPECT_EQ(run("eu -r drive/d"), (Answer{1, ""}));
+  ASSERT_EQ(scope_.currentPart()->subscriptions().size(), 1U);
+  EXPECT_EQ(scope_.currentPart()->subscriptions().front().size(), levels + 1U);
+  ASSERT_EQ(run("du").result, 1);
+  while (!nodes.empty()) {
+    nodes.pop_back();
+  }
+}
+
+}  // namespace
+}  // namespace treescope::test

@@ -1,0 +1,142 @@
+#include "tests/model/scope_fixture.h"
+
+namespace treescope::test {
+namespace {
+
+/// "name=value/mark/kind(children)", what is absent left out.
+std::string written(const ListingNode& node) {
+  std::string text = node.name.value_or("-");
+  text += node.value ? '=' + *node.value : "";
+  text += node.subscribedMark != 0 ? " s" + std::to_string(node.subscribedMark) : "";
+  text += node.kindMark != 0 ? " k" + std::to_string(node.kindMark) : "";
+  std::string below;
+  for (const auto& child : node.children) {
+    below += (below.empty() ? "" : ", ") + written(*child);
+  }
+  return node.children.empty() ? text : text + " (" + below + ')';
+}
+
+class TreeBuilder : public ScopeFixture {
+ protected:
+  void SetUp() override { connect(); }
+
+  std::string built(unsigned options, const IdChain& chain, const std::string& name = {},
+                    std::uint8_t depth = 1, bool top = true) {
+    ListingNode locked;
+    scope_.buildTree(locked, options, chain, name, depth, top, true);
+    ListingNode unlocked;
+    scope_.buildTree(unlocked, options, chain, name, depth, top, false);
+    EXPECT_EQ(written(locked), written(unlocked));
+    return written(locked);
+  }
+};
+
+TEST_F(TreeBuilder, LabelsWhatHasNoName) {
+  EXPECT_EQ(built(0, {1, 1}), "noname-1");
+  EXPECT_EQ(built(0, {1, 1}, "speed"), "speed");
+  EXPECT_EQ(built(0, {}),
+            "root (drive (-), empty, noname-3 (-), " + RigServer::oddName() + ", top)");
+}
+
+TEST_F(TreeBuilder, ListsThePartsElements) {
+  EXPECT_EQ(built(0, {1, 4}, "raw"), "raw ([0], [1], [2])");
+  EXPECT_EQ(built(4, {1, 4}, "raw"), "raw ([0]=1, [1]=2, [2]=3)");
+  EXPECT_EQ(built(8, {1, 4}, "raw"), "raw k3 ([0], [1], [2])");
+  EXPECT_EQ(built(0, {1, 3}, "gains"), "gains ([0](p), [1](i))");
+  EXPECT_EQ(built(13, {1, 3}, "gains"), "gains k3 ([0](p)=1.5, [1](i)=0.25)");
+  EXPECT_EQ(built(4, {1, 1}, "speed"), "speed=42");
+  EXPECT_EQ(built(12, {2}, "empty"), "empty=");
+  EXPECT_EQ(built(4, {77}, "gone"), "gone=");
+}
+
+TEST_F(TreeBuilder, ListsOneLevelAndMarksContent) {
+  ModelSrv::ModelNode box(40, "box");
+  ModelSrv::ModelNode inside(1, "inside");
+  ModelSrv::ValuePart<int> hidden(1, "hidden", 1);
+  ModelSrv::ArrayPart<int> pair(2, "pair", {1, 2}, {"", "b"});
+  ModelSrv::ArrayPart<int> bare(3, "", {7});
+  ASSERT_EQ(inside.add(&hidden), ModelSrv::ModelRes_Success);
+  for (ModelSrv::ModelPart* part :
+       std::initializer_list<ModelSrv::ModelPart*>{&inside, &pair, &bare}) {
+    ASSERT_EQ(box.add(part), ModelSrv::ModelRes_Success);
+  }
+  ASSERT_EQ(server_.drive().add(&box), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(scope_.subscribePath({1, 40, 1, 1}), 1);
+  ASSERT_EQ(scope_.subscribePath({1, 40, 2}), 1);
+  const IdChain chain{1, 40};
+  struct Case {
+    unsigned options;
+    std::string listing;
+  };
+  const Case cases[] = {
+      {0, "box (inside (-), pair s8 ([0](), [1](b)), noname-3 ([0]))"},
+      {2, "box (inside (-), pair s8 ([0](), [1](b)), noname-3 ([0]))"},
+      {4, "box (inside (-), pair s8 ([0]()=1, [1](b)=2), noname-3 ([0]=7))"},
+      {8, "box k4 (inside k4 (-), pair s8 k3 ([0](), [1](b)), noname-3 k3 ([0]))"},
+      {1, "box (inside (hidden s8), pair[0], pair[1](b), noname-3[0])"},
+      {5, "box (inside (hidden=1 s8), pair[0]=1, pair[1](b)=2, noname-3[0]=7)"},
+      {9, "box k4 (inside k4 (hidden s8), pair[0] k3, pair[1](b) k3, noname-3[0] k3)"},
+  };
+  for (const Case& test : cases) {
+    EXPECT_EQ(built(test.options, chain, "box"), test.listing) << test.options;
+  }
+}
+
+TEST_F(TreeBuilder, CountsTheDepthModulo256) {
+  EXPECT_EQ(built(0, {1, 14}, "inner", 0), "inner");
+  EXPECT_EQ(built(4, {1, 14}, "inner", 0), "inner=/");
+  EXPECT_EQ(built(12, {1, 14}, "inner", 0), "inner=/ k4");
+  EXPECT_EQ(built(0, {1, 14}, "inner", 0, false), "inner (-)");
+  EXPECT_EQ(built(1, {1, 14}, "inner", 0), "inner (deep)");
+  EXPECT_EQ(built(5, {1, 14}, "inner", 0, false), "inner (deep=5)");
+  EXPECT_EQ(built(0, {1, 14}, "inner", 255), "inner (deep)");
+}
+
+TEST_F(TreeBuilder, ListsNothingWithoutAConnection) {
+  ASSERT_EQ(run("cd").result, 1);
+  EXPECT_EQ(built(13, {}), "root=");
+}
+
+/// A part that counts how often its elements are asked for.
+class CountedPart : public ModelSrv::ModelPart {
+ public:
+  CountedPart(std::uint16_t id, std::atomic<int>& asked)
+      : ModelPart(id, "p" + std::to_string(id), ModelSrv::ModelPartStatus_ReadWrite),
+        asked_(asked) {}
+  ~CountedPart() override { leaveTree(); }
+
+ protected:
+  unsigned elementCount() const override {
+    ++asked_;
+    return 0;
+  }
+
+ private:
+  std::atomic<int>& asked_;
+};
+
+TEST_F(TreeBuilder, AsksTwiceForEachOf10000PartsHoweverManyAreSubscribed) {
+  constexpr std::uint16_t many = 10000;
+  std::atomic<int> asked{0};
+  ModelSrv::ModelNode wide(40, "wide");
+  std::vector<std::unique_ptr<CountedPart>> parts;
+  for (std::uint16_t id = 0; id < many; ++id) {
+    parts.push_back(std::make_unique<CountedPart>(id, asked));
+    ASSERT_EQ(wide.add(parts.back().get()), ModelSrv::ModelRes_Success);
+  }
+  ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(run("eu -r drive/wide"), (Answer{1, ""}));
+  asked = 0;
+  ListingNode listing;
+  scope_.buildTree(listing, 0, {1, 40}, "wide", 1, true, true);
+  EXPECT_EQ(asked, 2 * many);
+  ASSERT_EQ(listing.children.size(), many);
+  for (const auto& child : listing.children) {
+    ASSERT_EQ(child->subscribedMark, 8U);
+  }
+  EXPECT_EQ(run("du drive/wide"), (Answer{1, ""}));
+  EXPECT_THAT(scope_.currentPart()->subscriptions(), testing::IsEmpty());
+}
+
+}  // namespace
+}  // namespace treescope::test
