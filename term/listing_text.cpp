@@ -25,7 +25,7 @@ void appendValueText(std::string& line, const std::optional<std::string>& value)
   }
   line += '[';
   const auto begin = static_cast<std::ptrdiff_t>(line.size());
-  line += value->c_str();
+  line.append(*value, 0, value->find('\0'));
   std::replace(line.begin() + begin, line.end(), '\n', ' ');
   line += ']';
 }
