@@ -25,6 +25,14 @@ std::string_view takeRest(std::istringstream& text) {
   return rest;
 }
 
+/// Whether `part` hangs below `root` and its climb leads there too; `chain` is then
+/// its way from there.
+bool leadsTo(ModelPart& part, const ModelRoot& root, std::vector<ModelPartId>& chain) {
+  ModelRoot* met = nullptr;
+  return part.findRoot() == &root && internal::climb(part, chain, met) == ModelRes_Success &&
+         met == &root;
+}
+
 }  // namespace
 
 ModelPart::ModelPart(ModelPartId id, std::string name, ModelPartStatus status)
@@ -82,8 +90,7 @@ ModelRes ModelPart::subscribeToServer(ModelRoot* root, unsigned period, void* co
     return ModelRes_BadArgument;
   const TreeLock lock(*this);
   std::vector<ModelPartId> chain;
-  ModelRoot* met = nullptr;
-  if (findRoot() != root || internal::climb(*this, chain, met) != ModelRes_Success || met != root)
+  if (!leadsTo(*this, *root, chain))
     return ModelRes_BadArgument;
   if (root->client_ == nullptr)
     return ModelRes_NotConnected;
@@ -95,8 +102,7 @@ ModelRes ModelPart::unsubscribeToServer(ModelRoot* root) {
     return ModelRes_BadArgument;
   const TreeLock lock(*this);
   std::vector<ModelPartId> chain;
-  ModelRoot* met = nullptr;
-  if (findRoot() != root || internal::climb(*this, chain, met) != ModelRes_Success || met != root)
+  if (!leadsTo(*this, *root, chain))
     return ModelRes_BadArgument;
   if (root->client_ == nullptr)
     return ModelRes_NotSubscribed;
