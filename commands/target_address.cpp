@@ -24,14 +24,6 @@ Target insidePart(TreeScope& scope, NamedChain part, std::string indexText,
 
 }  // namespace
 
-SplitPath splitAtLastSlash(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) {
-    return {"", path};
-  }
-  return {slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1)};
-}
-
 std::string takeElementSuffix(std::string& component) {
   const std::size_t open = component.find('[');
   const std::size_t close = component.find(']');

@@ -5,6 +5,7 @@
 
 #include "model/child_list.h"
 #include "model/id_chain.h"
+#include "model/split_path.h"
 #include "model/tree_scope.h"
 
 namespace treescope {
@@ -15,17 +16,6 @@ namespace treescope {
 ///
 /// Used by command handlers on their own thread. The requests take the client
 /// mutex one by one.
-
-/// A path cut at its last "/".
-struct SplitPath {
-  /// Empty for the current directory, "/" for the server's root.
-  std::string parent;
-  std::string last;
-
-  bool operator==(const SplitPath&) const = default;
-};
-
-[[nodiscard]] SplitPath splitAtLastSlash(const std::string& path);
 
 /// Takes "[index]" out of `component` and returns the index: what lies between its
 /// first "[" and its first "]" if that is at least one character. Otherwise
