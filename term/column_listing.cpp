@@ -1,7 +1,7 @@
 #include "term/column_listing.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <string>
 #include <string_view>
 
 #include "term/listing_text.h"
@@ -21,44 +21,52 @@ ColumnLayout layoutOfWidth(const ScreenPrinter& printer, std::size_t width) {
   return {width, std::max<std::size_t>(screen / width, 1)};
 }
 
-/// Places items side by side, row after row.
+/// Places items side by side and writes each row whole.
 class RowWriter {
  public:
   RowWriter(ScreenPrinter& printer, ColumnLayout layout, bool paging, bool endsFullRows)
       : printer_(printer), layout_(layout), paging_(paging), endsFullRows_(endsFullRows) {}
 
-  /// Writes `text`, padded to the width of a column, which it uses up.
-  bool write(std::uint32_t attributes, std::uint32_t colour, std::string& text) {
+  /// Adds `text`, padded to the width of a column, which it uses up, and writes
+  /// the row where that fills it.
+  bool add(std::uint32_t attributes, std::uint32_t colour, std::string& text) {
     if (itemsInRow_ == 0 && !printer_.countLine(paging_)) {
       return false;
     }
     text.resize(layout_.width, ' ');
-    printer_.printStyledAt(column_, printer_.linesShown(), {attributes, colour, text.c_str()});
+    printer_.appendStyledAt(row_, column_, {attributes, colour, text.c_str()});
     ++itemsInRow_;
     if (itemsInRow_ < layout_.columns) {
       // The row fits the terminal, and so does the number of its column.
       column_ += static_cast<int>(layout_.width);
       return true;
     }
-    if (endsFullRows_) {
-      std::putchar('\n');
-    }
-    itemsInRow_ = 0;
-    column_ = 1;
+    writeRow(endsFullRows_);
     return true;
   }
 
-  void endRow() const {
+  void endRow() {
     if (itemsInRow_ != 0) {
-      std::putchar('\n');
+      writeRow(true);
     }
   }
 
  private:
+  void writeRow(bool ended) {
+    if (ended) {
+      row_ += '\n';
+    }
+    printer_.write(row_);
+    row_.clear();
+    itemsInRow_ = 0;
+    column_ = 1;
+  }
+
   ScreenPrinter& printer_;
   const ColumnLayout layout_;
   const bool paging_;
   const bool endsFullRows_;
+  std::string row_;
   std::size_t itemsInRow_ = 0;
   int column_ = 1;
 };
@@ -94,7 +102,7 @@ bool printColumns(ScreenPrinter& printer, const std::vector<std::string>& names,
   std::string text;
   for (const std::string& name : names) {
     text = name;
-    if (!rows.write(0, colourDefault, text)) {
+    if (!rows.add(0, colourDefault, text)) {
       return false;
     }
   }
@@ -113,7 +121,7 @@ bool printNodeColumns(ScreenPrinter& printer, const ListingNode& node, bool rese
     if (child->hasChildren()) {
       text += '/';
     }
-    if (!rows.write(child->subscribedMark, child->kindMark, text)) {
+    if (!rows.add(child->subscribedMark, child->kindMark, text)) {
       return false;
     }
   }

@@ -1,6 +1,8 @@
 #include "term/escape_sequences.h"
 
 #include <array>
+#include <charconv>
+#include <limits>
 
 #include "term/styled_text.h"
 
@@ -27,33 +29,52 @@ constexpr std::array<const char*, 5> colourSequences = {"\033[39m", "\033[37m", 
 
 }  // namespace
 
+void appendCursorToColumn(std::string& text, int column) {
+  // Sign and digits of any int.
+  std::array<char, std::numeric_limits<int>::digits10 + 2> digits{};
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), column).ptr;
+  text += "\033[";
+  text.append(digits.data(), end);
+  text += 'G';
+}
+
+void appendStyleOn(std::string& text, std::uint32_t attributes, std::uint32_t colour) {
+  for (const AttributeSequences& attribute : attributeSequences) {
+    if ((attributes & attribute.bit) != 0) {
+      text += attribute.on;
+    }
+  }
+  if (colour < colourSequences.size()) {
+    text += colourSequences[colour];
+  }
+}
+
+void appendStyleOff(std::string& text, std::uint32_t attributes, std::uint32_t colour) {
+  for (const AttributeSequences& attribute : attributeSequences) {
+    if ((attributes & attribute.bit) != 0) {
+      text += attribute.off;
+    }
+  }
+  if (colour != colourDefault) {
+    text += colourSequences[colourDefault];
+  }
+}
+
 std::string cursorToColumn(int column) {
-  return "\033[" + std::to_string(column) + "G";
+  std::string sequence;
+  appendCursorToColumn(sequence, column);
+  return sequence;
 }
 
 std::string styleOn(std::uint32_t attributes, std::uint32_t colour) {
   std::string sequences;
-  for (const AttributeSequences& attribute : attributeSequences) {
-    if ((attributes & attribute.bit) != 0) {
-      sequences += attribute.on;
-    }
-  }
-  if (colour < colourSequences.size()) {
-    sequences += colourSequences[colour];
-  }
+  appendStyleOn(sequences, attributes, colour);
   return sequences;
 }
 
 std::string styleOff(std::uint32_t attributes, std::uint32_t colour) {
   std::string sequences;
-  for (const AttributeSequences& attribute : attributeSequences) {
-    if ((attributes & attribute.bit) != 0) {
-      sequences += attribute.off;
-    }
-  }
-  if (colour != colourDefault) {
-    sequences += colourSequences[colourDefault];
-  }
+  appendStyleOff(sequences, attributes, colour);
   return sequences;
 }
 

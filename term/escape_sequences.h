@@ -27,4 +27,10 @@ inline constexpr const char* eraseLine = "\033[2K";
 /// default colour unless `colour` is that already.
 [[nodiscard]] std::string styleOff(std::uint32_t attributes, std::uint32_t colour);
 
+// The same at the end of `text`, for lines that are made of many pieces.
+
+void appendCursorToColumn(std::string& text, int column);
+void appendStyleOn(std::string& text, std::uint32_t attributes, std::uint32_t colour);
+void appendStyleOff(std::string& text, std::uint32_t attributes, std::uint32_t colour);
+
 }  // namespace treescope

@@ -29,12 +29,10 @@ bool ScreenPrinter::countLine(bool paging) {
     ++pageLines_;
     return true;
   }
-  setAttributes(moreAttributes, colourDefault);
-  std::fputs("More", stdout);
-  resetAttributes(moreAttributes, colourDefault);
+  write(styleOn(moreAttributes, colourDefault) + "More" + styleOff(moreAttributes, colourDefault));
   std::fflush(stdout);
   const int answer = std::getc(stdin);
-  std::fputs(eraseLine, stdout);
+  write(eraseLine);
   if (answer == 'q' || answer == EOF) {
     return false;
   }

@@ -7,24 +7,20 @@
 
 namespace treescope {
 
-namespace {
-
-void write(const std::string& sequences) {
-  std::fputs(sequences.c_str(), stdout);
-}
-
-}  // namespace
-
 bool ScreenPrinter::printLine(const StyledText& item, bool paging) {
   if (!countLine(paging)) {
     return false;
   }
-  setAttributes(item.attributes, item.colour);
-  printAt(1, linesShown_, item.text);
+  std::string line;
   if (!batch_) {
-    std::putchar('\n');
+    appendStyleOn(line, item.attributes, item.colour);
   }
-  resetAttributes(item.attributes, item.colour);
+  appendAt(line, 1, item.text);
+  if (!batch_) {
+    line += '\n';
+  }
+  appendStyleOff(line, item.attributes, item.colour);
+  write(line);
   return true;
 }
 
@@ -39,23 +35,40 @@ void ScreenPrinter::printStyled(const StyledText& item) {
   printStyledAt(1, linesShown_, item);
 }
 
-void ScreenPrinter::printStyledAt(int column, int row, const StyledText& item) {
-  setAttributes(item.attributes, item.colour);
-  printAt(column, row, item.text);
-  resetAttributes(item.attributes, item.colour);
+void ScreenPrinter::printStyledAt(int column, int /*row*/, const StyledText& item) {
+  std::string text;
+  appendStyledAt(text, column, item);
+  write(text);
 }
 
 void ScreenPrinter::printAt(int column, int /*row*/, const char* text) {
-  if (batch_) {
-    if (text != nullptr) {
-      std::puts(text);
+  std::string placed;
+  appendAt(placed, column, text);
+  write(placed);
+}
+
+void ScreenPrinter::appendStyledAt(std::string& text, int column, const StyledText& item) const {
+  if (!batch_) {
+    appendStyleOn(text, item.attributes, item.colour);
+  }
+  appendAt(text, column, item.text);
+  appendStyleOff(text, item.attributes, item.colour);
+}
+
+void ScreenPrinter::appendAt(std::string& text, int column, const char* shown) const {
+  if (!batch_) {
+    appendCursorToColumn(text, column);
+  }
+  if (shown != nullptr) {
+    text += shown;
+    if (batch_) {
+      text += '\n';
     }
-    return;
   }
-  write(cursorToColumn(column));
-  if (text != nullptr) {
-    std::fputs(text, stdout);
-  }
+}
+
+void ScreenPrinter::write(const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
 void ScreenPrinter::setAttributes(std::uint32_t attributes, std::uint32_t colour) {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <utility>
 
 #include "term/styled_text.h"
@@ -25,9 +26,10 @@ struct TerminalSizeSource {
 /// buffer; whoever waits for a person or starts another program flushes it.
 ///
 /// Threads: commands print from the thread that runs them, the update display
-/// from the main thread. Standard output has its own lock a call, nothing orders
-/// the calls; the counters are atomic. A write that the system refuses is lost
-/// silently: there is nowhere left to report it.
+/// from the main thread. Every operation hands all its bytes to standard output in
+/// one call, which has its own lock, so that no line is divided by another
+/// thread's; nothing orders the lines. The counters are atomic. A write that the
+/// system refuses is lost silently: there is nowhere left to report it.
 class ScreenPrinter {
  public:
   /// `owner` is kept for the caller and has no influence here.
@@ -58,6 +60,13 @@ class ScreenPrinter {
   /// its own, wherever that is. `row` is not used.
   void printAt(int column, int row, const char* text);
 
+  /// Appends to `text` what `printStyledAt` would write, for rows of several
+  /// items, which `write` then puts out whole.
+  void appendStyledAt(std::string& text, int column, const StyledText& item) const;
+
+  /// Writes `text` as it is.
+  void write(const std::string& text);
+
   /// Switches attributes and colour on; nothing in batch mode.
   void setAttributes(std::uint32_t attributes, std::uint32_t colour);
 
@@ -84,6 +93,8 @@ class ScreenPrinter {
   [[nodiscard]] int pageLines() const { return pageLines_; }
 
  private:
+  void appendAt(std::string& text, int column, const char* shown) const;
+
   const int owner_;
   std::atomic<int> linesShown_{0};
   std::atomic<int> pageLines_{0};
