@@ -10,7 +10,8 @@ ScopeBase::ScopeBase(EvtSrv::EventPortManager* manager, int batch)
       lineEditor_(0, batch != 0,
                   {[this] { return promptText(); },
                    [this](const char* line) { return runLine(line) != result::exit; },
-                   [this] { runLine("exit"); }}),
+                   [this] { runLine("exit"); }, [this] { printResult(result::notFound); },
+                   [this] { printResult(result::outOfMemory); }}),
       printer_(colour_, batch != 0),
       wordTree_(std::make_unique<WordNode>()),
       batch_(batch) {

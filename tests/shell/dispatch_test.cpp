@@ -4,6 +4,7 @@
 
 #include "tests/shell/recording_shell.h"
 #include "tests/support/captured_output.h"
+#include "tests/support/editor_echo.h"
 
 namespace treescope {
 namespace {
@@ -133,7 +134,8 @@ TEST(Dispatch, PlacesAMessageInteractively) {
     shell.printResult(10);
     shell.printResult(3);
   }
-  EXPECT_EQ(output.take(), "[ /]$ \033[39m\033[1GERROR: Bad Argument\n");
+  EXPECT_EQ(output.take(),
+            test_support::EditorEcho(" /").prompt() + "\033[39m\033[1GERROR: Bad Argument\n");
 }
 
 TEST(Dispatch, KeepsThreePorts) {

@@ -9,12 +9,14 @@
 
 #include "tests/shell/recording_shell.h"
 #include "tests/support/captured_output.h"
+#include "tests/support/editor_echo.h"
 #include "tests/support/fed_input.h"
 
 namespace treescope {
 namespace {
 
 using test_support::CapturedOutput;
+using test_support::EditorEcho;
 using test_support::FedInput;
 using testing::ElementsAre;
 
@@ -199,8 +201,11 @@ TEST(Interactive, RunsLinesAndEndsWithTheInput) {
   }
   EXPECT_THAT(calls, ElementsAre("get|" + longLine.substr(4)));
   const std::string at = "\033[39m\033[1G";
-  EXPECT_EQ(output.take(), "[ /]$ " + at + "/\n[ /]$ [ /]$ " + at + "0 pwd\n" + at + "1 " +
-                               longLine + "\n" + at + "2 history\n[ /]$ \n");
+  const EditorEcho echo(" /");
+  EXPECT_EQ(output.take(), echo.prompt() + echo.typed("pwd") + "\n" + at + "/\n" +
+                               echo.nextPrompt() + echo.typed(longLine) + "\n" + echo.nextPrompt() +
+                               echo.typed("history") + "\n" + at + "0 pwd\n" + at + "1 " +
+                               longLine + "\n" + at + "2 history\n" + echo.nextPrompt() + "\n");
 }
 
 TEST(Interactive, EndsWithTheExitCommandThoughInputGoesOn) {
@@ -214,7 +219,8 @@ TEST(Interactive, EndsWithTheExitCommandThoughInputGoesOn) {
       std::this_thread::yield();
     }
   }
-  EXPECT_EQ(output.take(), "[ /]$ ");
+  const EditorEcho echo(" /");
+  EXPECT_EQ(output.take(), echo.prompt() + echo.typed("exit; get x") + "\n");
 }
 
 }  // namespace

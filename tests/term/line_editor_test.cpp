@@ -3,110 +3,68 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <string>
 #include <vector>
 
 #include "tests/support/captured_output.h"
+#include "tests/support/editor_echo.h"
 #include "tests/support/fed_input.h"
+#include "tests/term/fake_shell.h"
 
 namespace treescope {
 namespace {
 
 using test_support::CapturedOutput;
+using test_support::EditorEcho;
 using test_support::FedInput;
 using testing::ElementsAre;
 
-/// A shell that notes what it is handed. Its notes may be read when the editor is
-/// gone.
-struct Listener {
-  LineEditorHost host() {
-    return {[] { return std::string("here"); },
-            [this](const char* line) {
-              lines.emplace_back(line);
-              return lines.back() != "bye";
-            },
-            [this] { ended = true; }};
-  }
-
-  std::vector<std::string> lines;
-  std::atomic<bool> ended{false};
-};
-
-TEST(LineEditor, HandsOnLinesAndKeepsThemAsHistory) {
+TEST(LineEditor, EchoesKeysHandsOnLinesAndEndsWithTheInput) {
   FedInput input;
-  input.feed("one\n\ntwo words\nlast");
+  input.feed("ls\n\nx");
   input.end();
-  Listener listener;
-  std::vector<std::string> history;
+  FakeShell shell;
   CapturedOutput output;
   {
-    LineEditor editor(0, false,
-                      {[] { return std::string("here"); }, listener.host().runLine,
-                       [&] {
-                         history = editor.history();
-                         listener.ended = true;
-                       }});
+    LineEditor editor(0, false, shell.host());
     editor.showPrompt("first", nullptr);
     editor.openGate();
   }
-  EXPECT_EQ(output.take(), "[first]$ [here]$ [here]$ [here]$ [here]$ \n");
-  EXPECT_THAT(listener.lines, ElementsAre("one", "two words", "last"));
-  EXPECT_THAT(history, ElementsAre("one", "two words", "last"));
-  EXPECT_TRUE(listener.ended);
+  const EditorEcho first("first");
+  const EditorEcho next("here");
+  EXPECT_EQ(output.take(), first.prompt() + first.typed("ls") + "\n" + first.redrawn("", 0) +
+                               next.prompt() + "\n" + next.prompt() + next.typed("x") + "\n");
+  EXPECT_THAT(shell.lines, ElementsAre("ls"));
+  EXPECT_TRUE(shell.ended);
 }
 
-TEST(LineEditor, TakesNoLineBeforeTheGateOpens) {
+TEST(LineEditor, TakesNoKeyBeforeTheGateOpens) {
   FedInput input;
   input.feed("early\n");
   input.end();
-  Listener listener;
+  FakeShell shell;
   CapturedOutput output;
-  { const LineEditor editor(0, false, listener.host()); }
-  EXPECT_TRUE(listener.lines.empty());
-  EXPECT_FALSE(listener.ended);
+  { const LineEditor editor(0, false, shell.host()); }
+  EXPECT_TRUE(shell.lines.empty());
+  EXPECT_FALSE(shell.ended);
   EXPECT_EQ(output.take(), "");
-}
-
-TEST(LineEditor, EndsWithTheLineThatEndsTheShell) {
-  FedInput input;
-  input.feed("bye\nlate\n");
-  Listener listener;
-  CapturedOutput output;
-  {
-    LineEditor editor(0, false, listener.host());
-    editor.openGate();
-  }
-  EXPECT_THAT(listener.lines, ElementsAre("bye"));
-  EXPECT_FALSE(listener.ended);
-  EXPECT_EQ(output.take(), "");
-}
-
-TEST(LineEditor, TakesLongLinesAndLeavesZeroBytesOut) {
-  FedInput input;
-  const std::string longLine(50'000, 'l');
-  input.feed(longLine + "\n" + std::string("a\0b\xff\033[A", 7) + "\n");
-  input.end();
-  Listener listener;
-  CapturedOutput output;
-  {
-    LineEditor editor(0, false, listener.host());
-    editor.openGate();
-  }
-  EXPECT_THAT(listener.lines, ElementsAre(longLine, "ab\xff\033[A"));
 }
 
 TEST(LineEditor, ReadsAndPrintsNothingInBatchMode) {
   FedInput input;
   input.feed("unread\n");
-  Listener listener;
+  FakeShell shell;
   CapturedOutput output;
   {
-    LineEditor editor(0, true, listener.host());
+    LineEditor editor(0, true, shell.host());
     editor.openGate();
     editor.showPrompt("name", "text");
+    editor.redrawLine();
+    editor.moveCursor(3);
+    EXPECT_EQ(editor.line(), "");
+    EXPECT_EQ(editor.cursor(), 0U);
   }
-  EXPECT_TRUE(listener.lines.empty());
+  EXPECT_TRUE(shell.lines.empty());
   EXPECT_EQ(output.take(), "");
 }
 

@@ -1,0 +1,94 @@
+#include "term/key_input.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+
+namespace treescope {
+
+namespace {
+
+constexpr int noDescriptor = -1;
+
+// An event counter rather than a flag: a wish that comes between looking and
+// waiting ends the wait.
+std::atomic<int> wishDescriptor{noDescriptor};
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
+
+bool takeWish(int descriptor) {
+  std::uint64_t wishes = 0;
+  return read(descriptor, &wishes, sizeof wishes) == sizeof wishes;
+}
+
+struct Awaited {
+  bool key = false;
+  bool wish = false;
+};
+
+Awaited await(int wishes) {
+  std::array<pollfd, 2> descriptors{{{STDIN_FILENO, POLLIN, 0}, {wishes, POLLIN, 0}}};
+  if (poll(descriptors.data(), descriptors.size(), -1) == -1) {
+    // Where poll(2) fails for want of memory, read(2) does the waiting.
+    return {.key = errno != EINTR, .wish = false};
+  }
+  return {.key = descriptors[0].revents != 0, .wish = descriptors[1].revents != 0};
+}
+
+}  // namespace
+
+int readKeyByte(const std::function<void()>& repaint) {
+  for (;;) {
+    std::fflush(stdout);
+    const int wishes = wishDescriptor;
+    const Awaited ready = await(wishes);
+    if (ready.wish && takeWish(wishes) && repaint) {
+      repaint();
+      continue;
+    }
+    if (!ready.key) {
+      continue;
+    }
+    unsigned char byte = 0;
+    const ssize_t count = read(STDIN_FILENO, &byte, 1);
+    if (count == 1) {
+      return byte;
+    }
+    if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
+      return endOfKeys;
+    }
+  }
+}
+
+bool keyWaiting() {
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  return poll(&input, 1, 0) == 1 && (input.revents & POLLIN) != 0;
+}
+
+void requestRepaint() noexcept {
+  const int before = errno;
+  const int descriptor = wishDescriptor;
+  constexpr std::uint64_t one = 1;
+  if (descriptor != noDescriptor && write(descriptor, &one, sizeof one) == -1) {
+    // The counter is full of wishes that nobody has looked at: one more is none.
+    errno = before;
+  }
+}
+
+RepaintWishes::RepaintWishes() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  wishDescriptor = descriptor_;
+}
+
+RepaintWishes::~RepaintWishes() {
+  wishDescriptor = noDescriptor;
+  if (descriptor_ != noDescriptor) {
+    close(descriptor_);
+  }
+}
+
+}  // namespace treescope
