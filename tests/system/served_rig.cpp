@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <fstream>
 #include <stdexcept>
 #include <vector>
@@ -30,16 +31,33 @@ ServedRig::ServedRig(const std::string& tree)
     : name_(test_support::uniquePortName()),
       file_("/tmp/" + test_support::uniquePortName("tree_") + ".json") {
   std::ofstream(file_) << tree;
+  try {
+    serve();
+  } catch (...) {
+    ::unlink(file_.c_str());
+    throw;
+  }
+}
+
+void ServedRig::serve() {
   const std::vector<std::string> command{test_support::modelsrvdProgram(), "--name", name_,
                                          "--tree", file_};
   process_ = std::make_unique<test_support::Process>(command);
   if (!process_->waitForLine("ready " + name_)) {
-    ::unlink(file_.c_str());
     throw std::runtime_error("modelsrvd is not ready: " + process_->errors());
+  }
+}
+
+void ServedRig::kill() {
+  process_->signal(SIGKILL);
+  if (!process_->waitForExit()) {
+    throw std::runtime_error("modelsrvd does not end");
   }
 }
 
 ServedRig::~ServedRig() {
   process_.reset();
+  // One that was killed leaves its mailbox.
+  ::unlink(test_support::mailboxPath(name_).c_str());
   ::unlink(file_.c_str());
 }

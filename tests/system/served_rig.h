@@ -21,6 +21,11 @@ class ServedRig {
   [[nodiscard]] const std::string& name() const { return name_; }
   [[nodiscard]] test_support::Process& process() { return *process_; }
 
+  /// Kills the server; what it served is gone.
+  void kill();
+  /// Serves the tree anew once the server has gone, as the constructor does.
+  void serve();
+
  private:
   std::string name_;
   std::string file_;

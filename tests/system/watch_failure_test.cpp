@@ -1,0 +1,97 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <csignal>
+
+#include "tests/support/process.h"
+#include "tests/system/served_rig.h"
+#include "tests/system/terminal_shell.h"
+
+// What a watching shell says and does when its server does not answer.
+
+namespace {
+
+const std::string noConnection = plainLine("ERROR: ConnectError");
+
+class WatchFailure : public testing::Test {
+ protected:
+  void expectRun(const std::string& line, const std::string& bytes) {
+    EXPECT_PRED2(endsWithJust, shell_.run(line), bytes) << line;
+  }
+
+  /// Repeats `line` until it prints `bytes`; what a server holds back may come
+  /// late.
+  bool runsUntil(const std::string& line, const std::string& bytes) {
+    const auto deadline = std::chrono::steady_clock::now() + test_support::patience;
+    while (!endsWithJust(shell_.run(line), bytes)) {
+      if (std::chrono::steady_clock::now() > deadline) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  /// What is printed up to the update of the speed, which another client changes.
+  std::string updatesAfter(const std::string& commands) {
+    batchOutput(rig_.name(), commands + ";set " + std::to_string(++speed_) + " /drive/speed");
+    return shell_.readThrough(plainLine("/drive/speed"));
+  }
+
+  ServedRig rig_;
+  TerminalShell shell_{rig_.name()};
+  int speed_ = 100;
+};
+
+TEST_F(WatchFailure, AKilledServerIsNoConnection) {
+  expectRun("eu drive/gains", "");
+  rig_.kill();
+  expectRun("eu drive/speed", noConnection);
+  expectRun("eu -r", noConnection);
+  expectRun("eu", noConnection);
+  expectRun("cat drive", noConnection);
+  expectRun("du", "");
+  expectRun("eu -l", "");
+  expectRun("cd", "");
+  expectRun("eu drive/speed", noConnection);
+  expectRun("du", "");
+}
+
+TEST_F(WatchFailure, AServerThatIsBackIsWatchedAsBefore) {
+  expectRun("eu drive/gains", "");
+  expectRun("eu drive/speed", "");
+  rig_.kill();
+  expectRun("eu drive/label", noConnection);
+  rig_.serve();
+  // The first request finds the server and renews what was subscribed.
+  expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
+  EXPECT_PRED2(
+      endsWithJust, updatesAfter("set 0.5 /drive/gains[1]"),
+      plainLines({"/drive/gains", "+-- [0](p)  [1.5]", "+-- [1](i)  [0.5]", "/drive/speed"}));
+}
+
+TEST_F(WatchFailure, AServerThatHangsIsNoConnectionUntilItAnswers) {
+  expectRun("eu drive/gains", "");
+  rig_.process().signal(SIGSTOP);
+  expectRun("eu drive/speed", noConnection);
+  expectRun("eu -r drive", noConnection);
+  rig_.process().signal(SIGCONT);
+  EXPECT_TRUE(runsUntil("eu drive/speed", ""));
+  expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
+  EXPECT_PRED2(
+      endsWithJust, updatesAfter("set 0.5 /drive/gains[1]"),
+      plainLines({"/drive/gains", "+-- [0](p)  [1.5]", "+-- [1](i)  [0.5]", "/drive/speed"}));
+}
+
+TEST_F(WatchFailure, AServerThatHangsKeepsWhatIsDroppedMeanwhileListed) {
+  expectRun("eu drive/gains", "");
+  rig_.process().signal(SIGSTOP);
+  expectRun("du", "");
+  rig_.process().signal(SIGCONT);
+  EXPECT_TRUE(runsUntil("eu drive/speed", ""));
+  expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
+  expectRun("du drive/gains", "");
+  expectRun("eu -l", plainLine("/drive/speed"));
+  EXPECT_PRED2(endsWithJust, updatesAfter("set 0.5 /drive/gains[1]"), plainLine("/drive/speed"));
+}
+
+}  // namespace
