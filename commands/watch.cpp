@@ -14,6 +14,12 @@ namespace treescope {
 /// one call of the handler; the call for a node only notes what is below it, so
 /// that no depth of the tree is a depth of calls.
 struct SubscribingWalk {
+  /// `slot` points here for as long as the walk lives.
+  explicit SubscribingWalk(SubscribingWalk*& slot) : slot_(slot) { slot_ = this; }
+  ~SubscribingWalk() { slot_ = nullptr; }
+  SubscribingWalk(const SubscribingWalk&) = delete;
+  SubscribingWalk& operator=(const SubscribingWalk&) = delete;
+
   struct Level {
     std::size_t depth;
     std::size_t baseLength;
@@ -42,6 +48,9 @@ struct SubscribingWalk {
 
   std::string path;
   std::vector<Level> levels;
+
+ private:
+  SubscribingWalk*& slot_;
 };
 
 namespace {
@@ -100,8 +109,7 @@ int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const char*
     return result::nothing;
   }
   const RememberedChildren::Use use(rememberedChildren_);
-  SubscribingWalk walk;
-  subscribingWalk_ = &walk;
+  SubscribingWalk walk(subscribingWalk_);
   walk.enter(node.size(), base, std::move(children));
   int last = result::nothing;
   while (walk.advance()) {
@@ -112,7 +120,6 @@ int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const char*
       last = code;
     }
   }
-  subscribingWalk_ = nullptr;
   return last;
 }
 

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <new>
 
 #include "tests/model/scope_fixture.h"
 
@@ -108,6 +109,26 @@ TEST_F(Watch, CallsTheHandlerForEveryChild) {
   ASSERT_EQ(recorder.dispatch(("cd " + name_).c_str()), 1);
   ASSERT_EQ(recorder.dispatch("eu -rm noname-3"), 1);
   EXPECT_EQ(recorder.calls, "3noname-3\n3noname-3/x\n");
+}
+
+TEST_F(Watch, SubscribesAfterASubtreeThatMemoryWasMissingFor) {
+  struct Scarce : TreeScope {
+    using TreeScope::TreeScope;
+    int doEu(unsigned options, const char* path) override {
+      if (calls++ == 1) {
+        throw std::bad_alloc();
+      }
+      return TreeScope::doEu(options, path);
+    }
+    int calls = 0;
+  };
+  Scarce scarce(&manager_, 1);
+  test_support::CapturedOutput captured;
+  ASSERT_EQ(scarce.dispatch(("cd " + name_).c_str()), 1);
+  EXPECT_EQ(scarce.dispatch("eu -r noname-3"), 8);
+  EXPECT_EQ(scarce.dispatch("eu -r noname-3"), 1);
+  EXPECT_EQ(scarce.dispatch("eu -l"), 1);
+  EXPECT_EQ(captured.take(), "ERROR: OutOfMemory\n/noname-3/x\n");
 }
 
 /// A node whose children are gone when they are asked for again.
