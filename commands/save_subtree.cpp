@@ -42,14 +42,15 @@ class SubtreeWalk {
  private:
   /// True when the walk has gone into a node.
   bool visit() {
-    if (!scope_.hasChildren(at_.ids, true)) {
+    std::vector<std::uint16_t> ids;
+    if (!scope_.fetchChildIds(at_.ids, ids, true) || ids.empty()) {
       savePart();
       return false;
     }
-    Level level;
-    // Without an answer there is nothing to walk.
-    static_cast<void>(scope_.fetchChildren(at_.ids, level.children, true));
-    levels_.push_back(std::move(level));
+    std::vector<std::string> names;
+    // Without an answer the children have no names.
+    static_cast<void>(scope_.fetchChildNames(at_.ids, names, true));
+    levels_.push_back({ChildList(std::move(ids), std::move(names))});
     return true;
   }
 

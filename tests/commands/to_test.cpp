@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <deque>
 #include <filesystem>
 
+#include "commands/save_subtree.h"
 #include "tests/commands/scratch_directory.h"
 #include "tests/model/scope_fixture.h"
 
@@ -155,6 +157,47 @@ TEST_F(To, WritesTextsOfAnyBytes) {
   EXPECT_EQ(run("to " + file_ + " drive/label"),
             (Answer{1, " make command [" + bytes + "] -> [set " + bytes + " ]\n"}));
   EXPECT_EQ(directory_.read("f"), "set " + bytes + " /drive\n");
+}
+
+/// A node that counts how often its children are asked for or gone through.
+class CountedNode : public ModelSrv::ModelNode {
+ public:
+  using ModelNode::ModelNode;
+  std::atomic<int> asked{0};
+
+ protected:
+  ModelNode* asNode() override {
+    ++asked;
+    return ModelNode::asNode();
+  }
+};
+
+TEST_F(To, AsksForTheIdsAndTheNamesOfChildrenOnce) {
+  CountedNode counted(60, "counted");
+  ModelSrv::ModelNode inner(1, "inner");
+  ModelSrv::ValuePart<bool> leaf(1, "leaf");
+  ASSERT_EQ(inner.add(&leaf), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(counted.add(&inner), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive().add(&counted), ModelSrv::ModelRes_Success);
+  const IdChain node{1, 60};
+  const IdChain below{1, 60, 1};
+  const IdChain part{1, 60, 1, 1};
+  counted.asked = 0;
+  std::string text;
+  for (const IdChain& chain : {node, below}) {
+    ChildList children;
+    ASSERT_TRUE(scope_.fetchChildren(chain, children, true));
+  }
+  ASSERT_FALSE(scope_.hasChildren(part, true));
+  ASSERT_EQ(scope_.elementSum(part, true), 0);
+  scope_.readValueText(part, text, true);
+  const int once = counted.asked.exchange(0);
+  ValuesFile file(file_.c_str());
+  ASSERT_TRUE(file.opened());
+  test_support::CapturedOutput captured;
+  saveSubtree(scope_, {node, {"counted"}}, file);
+  EXPECT_EQ(counted.asked, once);
+  EXPECT_EQ(captured.take(), " make command [false] -> [set false ]\n");
 }
 
 TEST_F(To, WalksDeepTrees) {
