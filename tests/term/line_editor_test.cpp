@@ -3,69 +3,177 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "tests/support/captured_output.h"
-#include "tests/support/editor_echo.h"
-#include "tests/support/fed_input.h"
-#include "tests/term/fake_shell.h"
+#include "tests/term/editor_rig.h"
 
 namespace treescope {
 namespace {
 
-using test_support::CapturedOutput;
 using test_support::EditorEcho;
-using test_support::FedInput;
 using testing::ElementsAre;
 
-TEST(LineEditor, EchoesKeysHandsOnLinesAndEndsWithTheInput) {
-  FedInput input;
-  input.feed("ls\n\nx");
-  input.end();
-  FakeShell shell;
-  CapturedOutput output;
-  {
-    LineEditor editor(0, false, shell.host());
-    editor.showPrompt("first", nullptr);
-    editor.openGate();
-  }
-  const EditorEcho first("first");
-  const EditorEcho next("here");
-  EXPECT_EQ(output.take(), first.prompt() + first.typed("ls") + "\n" + first.redrawn("", 0) +
-                               next.prompt() + "\n" + next.prompt() + next.typed("x") + "\n");
-  EXPECT_THAT(shell.lines, ElementsAre("ls"));
-  EXPECT_TRUE(shell.ended);
+const EditorEcho echo("here");
+
+TEST(LineEditor, ShowsAPromptAndPutsTheLineBehindIt) {
+  EditorRig rig;
+  const EditorEcho other("other name");
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.showPrompt("other name", "text"); }),
+            other.prompt("text"));
+  EXPECT_EQ(rig.editor.line(), "text");
+  EXPECT_EQ(rig.editor.cursor(), 4U);
+  EXPECT_EQ(rig.editor.textColumn(), 15);
 }
 
-TEST(LineEditor, TakesNoKeyBeforeTheGateOpens) {
-  FedInput input;
-  input.feed("early\n");
-  input.end();
-  FakeShell shell;
-  CapturedOutput output;
-  { const LineEditor editor(0, false, shell.host()); }
-  EXPECT_TRUE(shell.lines.empty());
-  EXPECT_FALSE(shell.ended);
-  EXPECT_EQ(output.take(), "");
+TEST(LineEditor, KeepsTheLineUnderANewPrompt) {
+  EditorRig rig;
+  rig.start("text", 1);
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.showPrompt("here", nullptr); }), echo.prompt("text"));
+  EXPECT_EQ(rig.editor.cursor(), 4U);
 }
 
-TEST(LineEditor, ReadsAndPrintsNothingInBatchMode) {
-  FedInput input;
-  input.feed("unread\n");
-  FakeShell shell;
-  CapturedOutput output;
-  {
-    LineEditor editor(0, true, shell.host());
-    editor.openGate();
-    editor.showPrompt("name", "text");
-    editor.redrawLine();
-    editor.moveCursor(3);
-    EXPECT_EQ(editor.line(), "");
-    EXPECT_EQ(editor.cursor(), 0U);
+TEST(LineEditor, MovesTheCursorEachWay) {
+  struct Case {
+    int how;
+    std::size_t cursorAfter;
+  };
+  for (const Case& each : {Case{0, 2}, Case{1, 0}, Case{2, 4}, Case{3, 3}, Case{4, 1}, Case{5, 0},
+                           Case{6, 4}, Case{7, 2}, Case{-1, 2}}) {
+    EditorRig rig;
+    rig.start("text", 2);
+    EXPECT_EQ(rig.outputOf([&] { rig.editor.moveCursor(each.how); }),
+              echo.cursorAt(each.cursorAfter))
+        << each.how;
+    EXPECT_EQ(rig.editor.cursor(), each.cursorAfter) << each.how;
   }
-  EXPECT_TRUE(shell.lines.empty());
-  EXPECT_EQ(output.take(), "");
+}
+
+TEST(LineEditor, TheCursorStopsAtTheBeginningOnly) {
+  EditorRig rig;
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.moveCursor(4); }), echo.cursorAt(0));
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.moveCursor(3); }), echo.cursorAt(1));
+}
+
+TEST(LineEditor, RedrawsTheLineWithoutMovingTheCursorBack) {
+  EditorRig rig;
+  rig.start("text", 2);
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.redrawLine(); }), "\033[9Gtext\033[0K");
+  EXPECT_EQ(rig.editor.cursor(), 2U);
+}
+
+TEST(LineEditor, ClearsTheLine) {
+  EditorRig rig;
+  rig.start("text", 2);
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.clearLine(); }), echo.redrawn("", 0));
+  EXPECT_EQ(rig.editor.line(), "");
+}
+
+TEST(LineEditor, KillsEitherSideOfTheCursor) {
+  EditorRig rig;
+  rig.start("abc def", 4);
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.killLine(true); }), echo.redrawn("abc ", 4));
+  rig.start("abc def", 4);
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.killLine(false); }), echo.redrawn("def", 0));
+}
+
+TEST(LineEditor, KillingPastTheEndThrows) {
+  EditorRig rig;
+  rig.start("abc", 4);
+  EXPECT_THROW(rig.editor.killLine(true), std::out_of_range);
+  EXPECT_EQ(rig.editor.line(), "abc");
+}
+
+TEST(LineEditor, TakesALineWithoutShowingIt) {
+  EditorRig rig;
+  rig.start("abc", 2);
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.setLine("ls "); }), "");
+  EXPECT_EQ(rig.editor.line(), "ls ");
+  EXPECT_EQ(rig.editor.cursor(), 2U);
+}
+
+struct Replacement {
+  const char* line;
+  const char* word;
+  const char* after;
+};
+
+class LastWord : public testing::TestWithParam<Replacement> {};
+
+TEST_P(LastWord, IsReplaced) {
+  EditorRig rig;
+  rig.start(GetParam().line, 1);
+  const std::string after = GetParam().after;
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.replaceLastWord(GetParam().word); }),
+            echo.redrawn(after, after.size()));
+  EXPECT_EQ(rig.editor.line(), after);
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, LastWord,
+                         testing::Values(Replacement{"cd a/b/na", "name/", "cd a/b/name/"},
+                                         Replacement{"get /x/a", "abc", "get /x/abc"},
+                                         Replacement{"cd ..", "../", "cd ../"},
+                                         Replacement{"cd ", "Model_a", "cd Model_a"},
+                                         Replacement{"/a b/c d", "e", "/a b/c e"},
+                                         Replacement{"cd a/b c", "", "cd a/b "},
+                                         Replacement{"a/", "", "a/"}, Replacement{"/", "a", "/a"}));
+
+TEST(LineEditor, ALineOfOneWordHasNoLastWordToReplace) {
+  for (const char* const line : {"", "c", "noslash"}) {
+    EditorRig rig;
+    rig.start(line, 1);
+    EXPECT_EQ(rig.outputOf([&] { rig.editor.replaceLastWord("word"); }), "");
+    EXPECT_EQ(rig.editor.line(), line);
+    EXPECT_EQ(rig.editor.cursor(), 1U);
+  }
+}
+
+TEST(LineEditor, WalksAsManyStepsAsThereAreLines) {
+  EditorRig rig;
+  rig.type("a\nb\nc\n");
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.historyBack(2); }), echo.redrawn("b", 1));
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.historyBack(255); }), echo.redrawn("a", 1));
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.historyForward(0); }), echo.redrawn("a", 1));
+  EXPECT_EQ(rig.outputOf([&] { rig.editor.historyForward(255); }), echo.redrawn("", 0));
+}
+
+TEST(LineEditor, ACompletionMayChangeTheLineThatIsCompleted) {
+  FakeShell shell;
+  LineEditorHost host = shell.host();
+  LineEditor* completed = nullptr;
+  host.runLine = [&](const char* line) {
+    shell.lines.emplace_back(line);
+    completed->showPrompt("here", nullptr);
+    completed->replaceLastWord("abc");
+    return true;
+  };
+  LineEditor editor(0, false, host);
+  completed = &editor;
+  const std::string bytes = EditorRig::outputOf([&] {
+    editor.showPrompt("here", "get /a");
+    editor.handleKey('\t');
+  });
+  EXPECT_EQ(bytes,
+            echo.prompt("get /a") + "\n" + echo.prompt("get /a") + echo.redrawn("get /abc", 8));
+  EXPECT_THAT(shell.lines, ElementsAre("tab get /a"));
+}
+
+TEST(LineEditor, PrintsAndReadsNothingInBatchMode) {
+  FakeShell shell;
+  LineEditor editor(7, true, shell.host());
+  editor.openGate();
+  EXPECT_EQ(EditorRig::outputOf([&] {
+              editor.showPrompt("name", "text");
+              editor.redrawLine();
+              editor.moveCursor(3);
+              editor.clearLine();
+            }),
+            "");
+  EXPECT_EQ(editor.line(), "");
+  EXPECT_EQ(editor.cursor(), 0U);
+  EXPECT_EQ(editor.owner(), 7);
+  EXPECT_TRUE(editor.batch());
 }
 
 }  // namespace

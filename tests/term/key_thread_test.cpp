@@ -1,0 +1,239 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <numeric>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "term/line_editor.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/editor_echo.h"
+#include "tests/support/fed_input.h"
+#include "tests/support/recorded_writes.h"
+#include "tests/term/fake_shell.h"
+
+// The editor with its own thread, which reads a fed input.
+
+namespace treescope {
+namespace {
+
+using test_support::CapturedOutput;
+using test_support::EditorEcho;
+using test_support::FedInput;
+using test_support::RecordedWrites;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using Writes = std::vector<std::string>;
+
+const EditorEcho echo("here");
+
+/// Runs an editor until its input has ended or the shell has.
+void edit(const LineEditorHost& host) {
+  LineEditor editor(0, false, host);
+  editor.showPrompt("here", nullptr);
+  editor.openGate();
+}
+
+/// The writes of an editor on all of `bytes` and the end of input behind them, which
+/// wait when it starts.
+Writes writesFor(const std::string& bytes, FakeShell& shell) {
+  FedInput input;
+  constexpr int roomForAll = 1 << 18;
+  EXPECT_GE(fcntl(STDIN_FILENO, F_SETPIPE_SZ, roomForAll), roomForAll);
+  input.feed(bytes);
+  input.end();
+  RecordedWrites writes;
+  edit(shell.host());
+  return writes.take();
+}
+
+std::string joined(const Writes& writes) {
+  return std::accumulate(writes.begin(), writes.end(), std::string());
+}
+
+TEST(KeyThread, EchoesKeysHandsOnLinesAndEndsWithTheInput) {
+  FakeShell shell;
+  EXPECT_EQ(joined(writesFor("ls\n\nx", shell)), echo.prompt() + echo.typed("ls") + "\n" +
+                                                     echo.nextPrompt() + "\n" + echo.prompt() +
+                                                     echo.typed("x") + "\n");
+  EXPECT_THAT(shell.lines, ElementsAre("ls"));
+  EXPECT_TRUE(shell.ended);
+}
+
+TEST(KeyThread, WritesOnceAKey) {
+  FakeShell shell;
+  EXPECT_THAT(
+      writesFor("ab\033[D\x7F\001\033[A\v\033[2~", shell),
+      ElementsAre(echo.prompt(), echo.redrawn("a", 1), echo.redrawn("ab", 2), echo.cursorAt(1),
+                  "\033[2K" + echo.prompt("b") + echo.redrawn("b", 0),
+                  echo.prompt("b") + echo.redrawn("b", 0), echo.redrawn("b", 1),
+                  echo.redrawn("b", 1), echo.redrawn("b2", 2), echo.redrawn("b2~", 3), "\n"));
+}
+
+TEST(KeyThread, ShowsTheNewLineBeforeALineIsRun) {
+  FakeShell shell;
+  EXPECT_THAT(writesFor("x\n\n", shell),
+              ElementsAre(echo.prompt(), echo.redrawn("x", 1), "\n", echo.nextPrompt(),
+                          "\n" + echo.prompt(), "\n"));
+}
+
+TEST(KeyThread, TakesNoKeyBeforeTheGateOpens) {
+  FedInput input;
+  input.feed("early\n");
+  input.end();
+  FakeShell shell;
+  CapturedOutput output;
+  { const LineEditor editor(0, false, shell.host()); }
+  EXPECT_THAT(shell.lines, IsEmpty());
+  EXPECT_FALSE(shell.ended);
+  EXPECT_EQ(output.take(), "");
+}
+
+TEST(KeyThread, EndsWithTheKeyDuringWhichTheRunningFlagWasCleared) {
+  FedInput input;
+  input.feed("bye\nlate\n");
+  FakeShell shell;
+  LineEditorHost host = shell.host();
+  LineEditor* ending = nullptr;
+  host.runLine = [&](const char* line) {
+    shell.lines.emplace_back(line);
+    ending->setRunning(false);
+    return false;
+  };
+  CapturedOutput output;
+  {
+    LineEditor editor(0, false, host);
+    ending = &editor;
+    editor.openGate();
+  }
+  EXPECT_THAT(shell.lines, ElementsAre("bye"));
+  EXPECT_FALSE(shell.ended);
+  std::array<char, 8> rest{};
+  EXPECT_EQ(read(STDIN_FILENO, rest.data(), rest.size()), 5);
+  EXPECT_STREQ(rest.data(), "late\n");
+}
+
+TEST(KeyThread, EndsWithATabThatRanTheEndOfTheShell) {
+  FedInput input;
+  input.feed("ls; q\tlate");
+  FakeShell shell;
+  LineEditorHost host = shell.host();
+  LineEditor* ending = nullptr;
+  host.runLine = [&](const char* line) {
+    shell.lines.emplace_back(line);
+    ending->setRunning(false);
+    return false;
+  };
+  CapturedOutput output;
+  {
+    LineEditor editor(0, false, host);
+    ending = &editor;
+    editor.openGate();
+  }
+  EXPECT_THAT(shell.lines, ElementsAre("tab ls; q"));
+}
+
+TEST(KeyThread, LeavesTheInputBehindALineToWhatTheLineStarts) {
+  FedInput input;
+  input.feed("cat\nmore\n");
+  FakeShell shell;
+  LineEditorHost host = shell.host();
+  std::string taken;
+  host.runLine = [&taken, &input](const char*) {
+    std::array<char, 16> bytes{};
+    const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
+    taken.assign(bytes.data(), static_cast<std::size_t>(count));
+    input.end();
+    return true;
+  };
+  CapturedOutput output;
+  edit(host);
+  EXPECT_EQ(taken, "more\n");
+}
+
+TEST(KeyThread, SurvivesBytesOfAnyKind) {
+  std::string text;
+  for (int byte = 0; byte < 256; ++byte) {
+    text.push_back(static_cast<char>(byte));
+  }
+  FakeShell shell;
+  EXPECT_THAT(writesFor(text + text, shell), testing::Not(IsEmpty()));
+  EXPECT_TRUE(shell.ended);
+}
+
+TEST(KeyThread, RepaintsPromptLineAndCursorWhenAsked) {
+  FedInput input;
+  FakeShell shell;
+  RecordedWrites writes;
+  std::thread typist;
+  {
+    LineEditor editor(0, false, shell.host());
+    editor.showPrompt("here", "text");
+    editor.moveCursor(1);
+    requestRepaint();
+    editor.openGate();
+    typist = std::thread([&] {
+      EXPECT_EQ(writes.next(), echo.prompt("text") + echo.cursorAt(0));
+      EXPECT_EQ(writes.next(), echo.prompt("text") + echo.cursorAt(0));
+      input.end();
+    });
+  }
+  typist.join();
+}
+
+constexpr std::size_t pastedBytes = 100'000;
+
+TEST(KeyThread, ALongPasteOnOneLineIsShownWhenItPauses) {
+  constexpr std::size_t shownAtOnce = 1025;
+  const std::string text(pastedBytes, 'p');
+  FakeShell shell;
+  const Writes writes = writesFor(text, shell);
+  EXPECT_EQ(joined(writes), echo.prompt() + echo.typed(text.substr(0, shownAtOnce)) +
+                                echo.redrawn(text, text.size()) + "\n");
+  // The prompt, each key that is shown at once, the rest in blocks of stdio, the end.
+  EXPECT_LE(writes.size(), 1 + shownAtOnce + 3 + 1);
+}
+
+TEST(KeyThread, ALongPasteIsShownBeforeAnotherKeyActs) {
+  const std::string text(2000, 'p');
+  FakeShell shell;
+  const std::string bytes = joined(writesFor(text + "\033[D\033", shell));
+  EXPECT_THAT(bytes, testing::EndsWith(echo.redrawn(text, text.size()) +
+                                       echo.cursorAt(text.size() - 1) + "\n"));
+  EXPECT_EQ(bytes.find(text), bytes.rfind(text));
+}
+
+TEST(KeyThread, ALongPasteIsShownThoughItEndsInsideASequence) {
+  const std::string text(2000, 'p');
+  FakeShell shell;
+  EXPECT_THAT(joined(writesFor(text + "\033[", shell)),
+              testing::EndsWith(echo.redrawn(text, text.size()) + "\n"));
+}
+
+TEST(KeyThread, ALongPasteOfLinesRunsEachOfThem) {
+  const std::string line = "get /drive/speed";
+  constexpr std::size_t lines = pastedBytes / 17;
+  std::string text;
+  std::string shown = echo.prompt();
+  for (std::size_t count = 0; count < lines; ++count) {
+    text += line + '\n';
+    shown += echo.typed(line) + "\n" + echo.nextPrompt();
+  }
+  FakeShell shell;
+  const Writes writes = writesFor(text, shell);
+  EXPECT_EQ(joined(writes), shown + "\n");
+  EXPECT_THAT(shell.lines, Each(line));
+  EXPECT_EQ(shell.lines.size(), lines);
+  // The first prompt, a write a byte, one behind each line that was run, the end.
+  EXPECT_EQ(writes.size(), 1 + text.size() + lines + 1);
+}
+
+}  // namespace
+}  // namespace treescope
