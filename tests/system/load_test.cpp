@@ -2,12 +2,12 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <set>
 
 #include "tests/support/hygiene.h"
 #include "tests/support/programs.h"
+#include "tests/system/process_numbers.h"
 #include "tests/system/rig_client.h"
 #include "tests/system/served_rig.h"
 
@@ -18,18 +18,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using test_support::ExitStatus;
 using test_support::Process;
-
-// The sanitizers keep books of their own in the server's memory.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED
-#endif
-#endif
-#if defined(SANITIZED) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool ownMemory = false;
-#else
-constexpr bool ownMemory = true;
-#endif
 
 constexpr int clientCount = 64;
 constexpr int storesEach = 1000;
@@ -42,20 +30,6 @@ std::string treeOfNumbers() {
             R"(", "type": "int32", "value": 0}, )";
   }
   return tree + R"({"id": 1000, "name": "common", "type": "int32", "value": 1}]})";
-}
-
-/// The number behind `key` in a file of "key: number" lines below /proc.
-long procNumber(int pid, const std::string& file, const std::string& key) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
-  for (std::string word; in >> word;) {
-    if (word == key) {
-      long number = -1;
-      in >> number;
-      return number;
-    }
-  }
-  ADD_FAILURE() << key << " is not in " << file;
-  return -1;
 }
 
 std::set<std::string> privatePipes() {

@@ -174,9 +174,16 @@ std::optional<TerminalShell::Report> TerminalShell::findReport() const {
   return std::nullopt;
 }
 
+void TerminalShell::enter(const std::string& line) {
+  type(line + '\n');
+  // The keys leave no line feed but the last one's.
+  readThrough("\n");
+}
+
 std::string TerminalShell::run(const std::string& line) {
+  enter(line);
   // What is printed for "pwd" is known, and looks like nothing that is typed.
-  type(line + "\npwd\n");
+  type("pwd\n");
   std::size_t report = std::string::npos;
   const std::string bytes = readUntil([&]() -> std::optional<std::size_t> {
     const auto found = findReport();

@@ -36,12 +36,16 @@ class TerminalShell {
 
   void type(std::string_view bytes);
 
+  /// Types `line` and Return, and takes what these leave on the screen: all that
+  /// comes then has been printed by the command.
+  void enter(const std::string& line);
+
   /// Stops the program, and waits until it stands; lets it go on.
   void stop();
   void resume();
 
-  /// Runs `line` and gives what came until the next prompt, without the line that
-  /// this stands in.
+  /// Runs `line` and gives what it printed: everything behind the line that was
+  /// typed and before that of the next prompt.
   std::string run(const std::string& line);
 
   /// Waits until `text` has come and gives everything through its end.
@@ -79,5 +83,5 @@ std::string plainLine(std::string_view text);
 std::string plainLines(const std::vector<std::string>& lines);
 
 /// Whether `bytes` are `lines`, behind at most a rest of the line before them:
-/// what the prompt and the keys left there.
+/// what the prompt left there.
 bool endsWithJust(std::string_view bytes, std::string_view lines);

@@ -16,14 +16,14 @@ const std::string noConnection = plainLine("ERROR: ConnectError");
 class WatchFailure : public testing::Test {
  protected:
   void expectRun(const std::string& line, const std::string& bytes) {
-    EXPECT_PRED2(endsWithJust, shell_.run(line), bytes) << line;
+    EXPECT_EQ(shell_.run(line), bytes) << line;
   }
 
   /// Repeats `line` until it prints `bytes`; what a server holds back may come
   /// late.
   bool runsUntil(const std::string& line, const std::string& bytes) {
     const auto deadline = std::chrono::steady_clock::now() + test_support::patience;
-    while (!endsWithJust(shell_.run(line), bytes)) {
+    while (shell_.run(line) != bytes) {
       if (std::chrono::steady_clock::now() > deadline) {
         return false;
       }

@@ -49,7 +49,7 @@ class WatchSession : public testing::Test {
 
   static void expectRun(TerminalShell& shell, const std::string& line,
                         const std::vector<std::string>& lines) {
-    EXPECT_PRED2(endsWithJust, shell.run(line), plainLines(lines)) << line;
+    EXPECT_EQ(shell.run(line), plainLines(lines)) << line;
   }
 
   ServedRig rig_{watchedTree};

@@ -1,0 +1,119 @@
+#include <gmock/gmock.h>
+
+#include <map>
+#include <string>
+
+#include "tests/system/process_numbers.h"
+#include "tests/system/rig_client.h"
+#include "tests/system/served_rig.h"
+#include "tests/system/terminal_shell.h"
+
+// A watching shell that is stopped: what it costs its server, and what it shows
+// when it goes on.
+
+namespace {
+
+/// How much memory a server may take, in KiB, while it changes values that
+/// somebody watches who is stopped. A sanitizer's books are part of it.
+const long mostGrowth = ownMemory ? 256 : 16 * 1024;
+
+constexpr int partCount = 8;
+constexpr ModelSrv::ModelPartId markId = 100;
+
+std::string partName(int id) {
+  return "part_" + std::to_string(id);
+}
+
+std::string treeOfParts() {
+  std::string tree = R"({"name": "Model_parts", "children": [)";
+  for (int id = 1; id <= partCount; ++id) {
+    tree += R"({"id": )" + std::to_string(id) + R"(, "name": ")" + partName(id) +
+            R"(", "type": "int32", "elements": [{"value": 0}]}, )";
+  }
+  return tree + R"({"id": 100, "name": "mark", "type": "int32", "value": 0}]})";
+}
+
+/// Stores one value after the other, each read back, in one part after the other.
+class Storer {
+ public:
+  explicit Storer(const std::string& server) : client_(manager_, server) {}
+
+  void store(int count) {
+    for (int done = 0; done < count; ++done) {
+      const auto id = static_cast<ModelSrv::ModelPartId>(1 + value_ % partCount);
+      const std::string text = std::to_string(++value_);
+      ASSERT_TRUE(client_.store(id, text));
+      ASSERT_EQ(client_.read(id), text);
+    }
+  }
+  [[nodiscard]] bool mark() { return client_.store(markId, "1"); }
+  std::string read(int id) { return client_.read(static_cast<ModelSrv::ModelPartId>(id)); }
+
+ private:
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, false};
+  RigClient client_;
+  int value_ = 0;
+};
+
+/// What a shell has printed of updates, taken apart.
+struct Shown {
+  int updates = 0;
+  std::map<std::string, std::string> last;
+  /// What is no update; the prompt's rest at the most.
+  std::string rest;
+};
+
+/// Takes updates of parts with one element each from `bytes`.
+Shown takeApart(const std::string& bytes) {
+  Shown shown;
+  const std::string path = "\033[39m\033[1G/";
+  const std::string value = "\033[39m\033[1G+-- [0]  [";
+  std::size_t at = bytes.find(path);
+  shown.rest = bytes.substr(0, at);
+  while (at != std::string::npos && bytes.compare(at, path.size(), path) == 0) {
+    const std::size_t nameEnd = bytes.find('\n', at);
+    const std::string name = bytes.substr(at + path.size(), nameEnd - at - path.size());
+    if (bytes.compare(nameEnd + 1, value.size(), value) != 0) {
+      shown.rest += bytes.substr(at);
+      break;
+    }
+    const std::size_t begin = nameEnd + 1 + value.size();
+    const std::size_t end = bytes.find("]\n", begin);
+    shown.last[name] = bytes.substr(begin, end - begin);
+    ++shown.updates;
+    at = end + 2;
+  }
+  return shown;
+}
+
+TEST(SlowWatcher, SeesTheLastValueOfEveryPartOnceItGoesOn) {
+  const int stores = ownMemory ? 40000 : 8000;
+  ServedRig rig(treeOfParts());
+  TerminalShell shell(rig.name());
+  ASSERT_EQ(shell.run("eu -r /"), "");
+  shell.stop();
+  Storer storer(rig.name());
+  ASSERT_NO_FATAL_FAILURE(storer.store(stores / 2));
+  const long before = procNumber(rig.process().pid(), "smaps_rollup", "Private_Dirty:");
+  ASSERT_NO_FATAL_FAILURE(storer.store(stores));
+  const long grown = procNumber(rig.process().pid(), "smaps_rollup", "Private_Dirty:") - before;
+  EXPECT_LT(grown, mostGrowth) << "KiB";
+  EXPECT_EQ(batchOutput(rig.name(), "get part_1"), "/part_1 [" + storer.read(1) + "]\n");
+
+  ASSERT_TRUE(storer.mark());
+  shell.resume();
+  const std::string mark = plainLine("/mark");
+  const std::string bytes = shell.readThrough(mark);
+  const Shown shown = takeApart(bytes.substr(0, bytes.size() - mark.size()));
+  EXPECT_EQ(shown.rest.find('\n'), std::string::npos) << shown.rest;
+  std::map<std::string, std::string> held;
+  for (int id = 1; id <= partCount; ++id) {
+    held[partName(id)] = storer.read(id);
+  }
+  EXPECT_EQ(shown.last, held);
+  EXPECT_GE(shown.updates, partCount);
+  // The others were taken together with later ones of the same part.
+  EXPECT_LT(shown.updates, stores);
+}
+
+}  // namespace
