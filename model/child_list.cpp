@@ -1,6 +1,7 @@
 #include "model/child_list.h"
 
 #include <algorithm>
+#include <limits>
 #include <sstream>
 #include <utility>
 
@@ -8,24 +9,32 @@
 
 namespace treescope {
 
-namespace {
-
-template <typename Items, typename Test>
-std::optional<std::size_t> firstPosition(const Items& items, Test test) {
-  const auto found = std::find_if(items.begin(), items.end(), test);
-  if (found == items.end()) {
-    return std::nullopt;
-  }
-  return static_cast<std::size_t>(found - items.begin());
-}
-
-}  // namespace
-
 ChildList::ChildList() : ChildList({}, {}) {}
 
-ChildList::ChildList(std::vector<std::uint16_t> ids, std::vector<std::string> names) {
+ChildList::ChildList(std::vector<std::uint16_t> ids, std::vector<std::string> names,
+                     ChildSearch search) {
   names.resize(ids.size());
-  lists_ = std::make_shared<const Lists>(Lists{std::move(ids), std::move(names)});
+  Lists lists{std::move(ids), std::move(names)};
+  if (search == ChildSearch::frequent) {
+    lists.sort();
+  }
+  lists_ = std::make_shared<const Lists>(std::move(lists));
+}
+
+void ChildList::Lists::sort() {
+  byId = SortedPositions(
+      ids.size(), [this](std::size_t left, std::size_t right) { return ids[left] < ids[right]; });
+  byName = SortedPositions(ids.size(), [this](std::size_t left, std::size_t right) {
+    const std::string& served = names[right];
+    return (served.empty() ? compareName(left, childName(served, ids[right]))
+                           : compareName(left, served)) < 0;
+  });
+  sorted = true;
+}
+
+int ChildList::Lists::compareName(std::size_t position, std::string_view wanted) const {
+  const std::string& served = names[position];
+  return served.empty() ? childName(served, ids[position]).compare(wanted) : served.compare(wanted);
 }
 
 const std::string& ChildList::servedName(std::size_t position) const {
@@ -37,9 +46,13 @@ std::string ChildList::name(std::size_t position) const {
 }
 
 std::optional<std::size_t> ChildList::findName(const std::string& name) const {
+  const Lists& lists = *lists_;
+  const auto compare = [&](std::size_t position) { return lists.compareName(position, name); };
+  if (lists.sorted) {
+    return lists.byName.findFirst(compare);
+  }
   for (std::size_t position = 0; position < size(); ++position) {
-    const std::string& served = lists_->names[position];
-    if (served.empty() ? childName(served, id(position)) == name : served == name) {
+    if (compare(position) == 0) {
       return position;
     }
   }
@@ -47,20 +60,28 @@ std::optional<std::size_t> ChildList::findName(const std::string& name) const {
 }
 
 std::optional<std::size_t> ChildList::findComponent(const std::string& component) const {
-  if (component.starts_with(unnamedChildPrefix)) {
-    std::istringstream tail(component.substr(unnamedChildPrefix.size()));
-    long long number = 0;
-    if (!(tail >> number)) {
-      return std::nullopt;
-    }
-    return firstPosition(lists_->ids, [number](std::uint16_t id) { return id == number; });
+  if (!component.starts_with(unnamedChildPrefix)) {
+    // What has no name is shown with that prefix.
+    return findName(component);
   }
-  return firstPosition(lists_->names,
-                       [&](const std::string& served) { return served == component; });
+  std::istringstream tail(component.substr(unnamedChildPrefix.size()));
+  long long number = 0;
+  if (!(tail >> number) || number < 0 || number > std::numeric_limits<std::uint16_t>::max()) {
+    return std::nullopt;
+  }
+  return findId(static_cast<std::uint16_t>(number));
 }
 
 std::optional<std::size_t> ChildList::findId(std::uint16_t id) const {
-  return firstPosition(lists_->ids, [id](std::uint16_t candidate) { return candidate == id; });
+  const Lists& lists = *lists_;
+  if (lists.sorted) {
+    return lists.byId.findFirst(
+        [&](std::size_t position) { return int{lists.ids[position]} - int{id}; });
+  }
+  const auto found = std::find(lists.ids.begin(), lists.ids.end(), id);
+  return found == lists.ids.end()
+             ? std::nullopt
+             : std::optional(static_cast<std::size_t>(found - lists.ids.begin()));
 }
 
 }  // namespace treescope

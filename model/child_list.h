@@ -5,9 +5,18 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "model/sorted_positions.h"
+
 namespace treescope {
+
+/// What is expected of a list of children.
+enum class ChildSearch {
+  rare,
+  frequent,  ///< for many of them, one by one: worth an order to search by
+};
 
 /// The children of one node as its server listed them, and the two ways of
 /// finding one among them.
@@ -19,8 +28,10 @@ class ChildList {
  public:
   ChildList();
 
-  /// Takes both answers over; a name too many is dropped.
-  ChildList(std::vector<std::uint16_t> ids, std::vector<std::string> names);
+  /// Takes both answers over; a name too many is dropped. What a search finds does
+  /// not depend on `search`, only what it costs.
+  ChildList(std::vector<std::uint16_t> ids, std::vector<std::string> names,
+            ChildSearch search = ChildSearch::rare);
 
   /// A part that lists no child is no node.
   [[nodiscard]] bool empty() const { return lists_->ids.empty(); }
@@ -51,6 +62,12 @@ class ChildList {
   struct Lists {
     std::vector<std::uint16_t> ids;
     std::vector<std::string> names;
+    bool sorted = false;
+    SortedPositions byId = {};
+    SortedPositions byName = {};  ///< as it is shown
+
+    void sort();
+    [[nodiscard]] int compareName(std::size_t position, std::string_view wanted) const;
   };
 
   std::shared_ptr<const Lists> lists_;

@@ -66,7 +66,8 @@ bool TreeScope::fetchChildren(const IdChain& chain, ChildList& children, bool lo
   if (!fetchChildIds(chain, ids, false) || !fetchChildNames(chain, names, false)) {
     return false;
   }
-  children = ChildList(std::move(ids), std::move(names));
+  children = ChildList(std::move(ids), std::move(names),
+                       remembered != nullptr ? ChildSearch::frequent : ChildSearch::rare);
   if (remembered != nullptr) {
     remembered->remember(chain, children);
   }

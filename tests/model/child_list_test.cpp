@@ -5,10 +5,11 @@
 namespace treescope {
 namespace {
 
-const ChildList& children() {
-  static const ChildList list({4, 3, 12, 9, 5}, {"speed", "", "gain", "speed", "noname-4"});
-  return list;
+ChildList children(ChildSearch search = ChildSearch::rare) {
+  return ChildList({4, 3, 12, 9, 5}, {"speed", "", "gain", "speed", "noname-4"}, search);
 }
+
+constexpr ChildSearch bothSearches[] = {ChildSearch::rare, ChildSearch::frequent};
 
 struct Case {
   std::string text;
@@ -21,7 +22,9 @@ TEST(FindName, TakesTheFirstChildThatIsShownSo) {
       {"noname-03", {}}, {"Speed", {}}, {"spee", {}},    {"speed ", {}},  {"", {}},
   };
   for (const Case& test : cases) {
-    EXPECT_EQ(children().findName(test.text), test.position) << test.text;
+    for (const ChildSearch search : bothSearches) {
+      EXPECT_EQ(children(search).findName(test.text), test.position) << test.text;
+    }
   }
 }
 
@@ -44,7 +47,9 @@ TEST(FindComponent, ReadsWhatFollowsNonameAsAnId) {
       {"Gain", {}},
   };
   for (const Case& test : cases) {
-    EXPECT_EQ(children().findComponent(test.text), test.position) << test.text;
+    for (const ChildSearch search : bothSearches) {
+      EXPECT_EQ(children(search).findComponent(test.text), test.position) << test.text;
+    }
   }
 }
 
@@ -69,15 +74,20 @@ TEST(ChildList, DropsANameTooMany) {
 
 TEST(ChildList, ComparesNamesOfAnyBytes) {
   const std::string odd("\xff\0\n[", 4);
-  const ChildList list({8}, {odd});
-  EXPECT_EQ(list.findName(odd), 0U);
-  EXPECT_EQ(list.findComponent(odd), 0U);
-  EXPECT_EQ(list.findName(odd.substr(0, 1)), std::nullopt);
+  for (const ChildSearch search : bothSearches) {
+    const ChildList list({8, 9}, {odd, odd + 'x'}, search);
+    EXPECT_EQ(list.findName(odd), 0U);
+    EXPECT_EQ(list.findComponent(odd), 0U);
+    EXPECT_EQ(list.findName(odd.substr(0, 1)), std::nullopt);
+  }
 }
 
 TEST(ChildList, FindsIds) {
-  EXPECT_EQ(children().findId(9), 3U);
-  EXPECT_EQ(children().findId(1), std::nullopt);
+  for (const ChildSearch search : bothSearches) {
+    EXPECT_EQ(children(search).findId(9), 3U);
+    EXPECT_EQ(children(search).findId(1), std::nullopt);
+    EXPECT_EQ(ChildList({7, 2, 7}, {}, search).findId(7), 0U) << "the first of equal ones";
+  }
 }
 
 }  // namespace
