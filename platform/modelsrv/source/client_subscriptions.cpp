@@ -6,20 +6,6 @@
 
 namespace ModelSrv::internal {
 
-namespace {
-
-/// Takes `key` out of the ascending keys that `index` holds under `name`.
-template <typename Index, typename Name>
-void unlist(Index& index, const Name& name, ClientSubscriptions::Key key) {
-  const auto at = index.find(name);
-  auto& keys = at->second;
-  keys.erase(std::lower_bound(keys.begin(), keys.end(), key));
-  if (keys.empty())
-    index.erase(at);
-}
-
-}  // namespace
-
 std::size_t ClientSubscriptions::ChainHash::operator()(
     const std::vector<ModelPartId>& chain) const {
   const std::string_view bytes(reinterpret_cast<const char*>(chain.data()),
@@ -31,7 +17,7 @@ void ClientSubscriptions::add(Entry entry) {
   const Key key = ++last_;
   renewed_ = key;
   byChain_[entry.chain].push_back(key);
-  byPart_[entry.part].push_back(key);
+  byPart_[entry.part].insert(key);
   entries_.emplace_hint(entries_.end(), key, std::move(entry));
 }
 
@@ -39,8 +25,15 @@ void ClientSubscriptions::erase(Key key) {
   const auto at = entries_.find(key);
   if (at == entries_.end())
     return;
-  unlist(byChain_, at->second.chain, key);
-  unlist(byPart_, at->second.part, key);
+  const auto ofChain = byChain_.find(at->second.chain);
+  auto& keys = ofChain->second;
+  keys.erase(std::lower_bound(keys.begin(), keys.end(), key));
+  if (keys.empty())
+    byChain_.erase(ofChain);
+  const auto ofPart = byPart_.find(at->second.part);
+  ofPart->second.erase(key);
+  if (ofPart->second.empty())
+    byPart_.erase(ofPart);
   entries_.erase(at);
 }
 
@@ -68,7 +61,7 @@ std::optional<ClientSubscriptions::Key> ClientSubscriptions::lastOf(
 
 std::optional<ClientSubscriptions::Key> ClientSubscriptions::anyOf(const ModelPart& part) const {
   const auto at = byPart_.find(&part);
-  return at != byPart_.end() ? std::optional(at->second.back()) : std::nullopt;
+  return at != byPart_.end() ? std::optional(*at->second.rbegin()) : std::nullopt;
 }
 
 bool ClientSubscriptions::knows(const std::vector<ModelPartId>& chain) const {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
@@ -63,7 +64,8 @@ class ClientSubscriptions {
 
   std::map<Key, Entry> entries_;
   std::unordered_map<std::vector<ModelPartId>, std::vector<Key>, ChainHash> byChain_;
-  std::unordered_map<const ModelPart*, std::vector<Key>> byPart_;
+  /// One part may hold very many, and give them back in any order.
+  std::unordered_map<const ModelPart*, std::set<Key>> byPart_;
   Key last_ = 0;
   Key renewed_ = 0;  ///< entries up to this one are known to the server
 };
