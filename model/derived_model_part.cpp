@@ -31,4 +31,25 @@ ModelSrv::ModelRes DerivedModelPart::update(void* /*context*/, unsigned short /*
   return ModelSrv::ModelRes_DoNothing;
 }
 
+void DerivedModelPart::addSubscription(const IdChain& chain) {
+  subscriptions_.add(chain);
+  names_.erase(chain);
+}
+
+void DerivedModelPart::removeSubscription(const IdChain& chain) {
+  subscriptions_.removeFirst(chain);
+  names_.erase(chain);
+}
+
+const std::vector<std::string>* DerivedModelPart::notedNames(const IdChain& chain) const {
+  const auto noted = names_.find(chain);
+  return noted == names_.end() ? nullptr : &noted->second;
+}
+
+void DerivedModelPart::noteNames(const IdChain& chain, const std::vector<std::string>& names) {
+  if (isSubscribed(chain)) {
+    names_[chain] = names;
+  }
+}
+
 }  // namespace treescope

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <list>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "model/id_chain.h"
 #include "model/subscription_list.h"
@@ -21,7 +23,8 @@ namespace treescope {
 ///
 /// Threads: everything that is not const is called with the client mutex of the
 /// root's manager held. The thread that runs commands is the only one that changes
-/// anything, so it may read without; others read with the mutex held.
+/// anything but the noted names, so it may read the rest without; others read with
+/// the mutex held.
 class DerivedModelPart : public ModelSrv::ModelPart {
  public:
   /// The mirror of the server of that name below `root`, which is not owned and
@@ -56,9 +59,21 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   [[nodiscard]] bool isSubscribed(const IdChain& chain) const {
     return subscriptions_.contains(chain);
   }
-  void addSubscription(const IdChain& chain) { subscriptions_.add(chain); }
+  void addSubscription(const IdChain& chain);
   /// Removes the first entry that equals `chain`, if there is one.
-  void removeSubscription(const IdChain& chain) { subscriptions_.removeFirst(chain); }
+  void removeSubscription(const IdChain& chain);
+
+  // Names along subscribed chains. A part whose updates arrive has not moved since
+  // it was subscribed: what leaves the server's tree, or hangs below what leaves
+  // it, ends its subscriptions. So its names need not be asked for again until it
+  // is subscribed anew or another server takes the connection.
+
+  /// What was noted for `chain`; null where nothing was.
+  [[nodiscard]] const std::vector<std::string>* notedNames(const IdChain& chain) const;
+  /// Notes the names along `chain`, if it is subscribed.
+  void noteNames(const IdChain& chain, const std::vector<std::string>& names);
+  /// The server may be another one.
+  void forgetNames() { names_.clear(); }
 
  private:
   ModelSrv::ModelRoot* root_;
@@ -66,6 +81,7 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   IdChain targetPath_;
   NamedChain location_;
   SubscriptionList<> subscriptions_;
+  std::map<IdChain, std::vector<std::string>> names_;
 };
 
 }  // namespace treescope

@@ -109,19 +109,24 @@ bool TreeScope::resolveChain(const std::string& text, NamedChain& reached) {
   return true;
 }
 
-std::vector<std::string> TreeScope::namePathOf(const IdChain& chain, bool lock) {
+bool TreeScope::nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock) {
   NamedChain reached;
+  bool listed = true;
   for (const std::uint16_t id : chain) {
     ChildList children;
-    std::string name;
-    if (fetchChildren(reached.ids, children, lock)) {
-      if (const auto child = children.findId(id)) {
-        name = children.servedName(*child);
-      }
-    }
-    reached.append(id, childName(name, id));
+    const auto child =
+        fetchChildren(reached.ids, children, lock) ? children.findId(id) : std::nullopt;
+    listed = listed && child.has_value();
+    reached.append(id, childName(child ? children.servedName(*child) : std::string(), id));
   }
-  return std::move(reached.names);
+  names = std::move(reached.names);
+  return listed;
+}
+
+std::vector<std::string> TreeScope::namePathOf(const IdChain& chain, bool lock) {
+  std::vector<std::string> names;
+  static_cast<void>(nameChain(chain, names, lock));
+  return names;
 }
 
 std::uint16_t TreeScope::elementSum(const IdChain& chain, bool lock) {

@@ -207,6 +207,10 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   /// Holds the client mutex, or nothing where `lock` is false.
   [[nodiscard]] ClientLock lockClient(bool lock) const;
 
+  /// `namePathOf`; false where one of the names stands for what the server did not
+  /// list.
+  bool nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock);
+
   /// The mirror part with `chain` as its target; for requests about children,
   /// `childrenTarget` is the root itself where `chain` is empty.
   ModelSrv::ModelPart* target(const IdChain& chain);
@@ -217,6 +221,8 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
 
   void changeLocation(NamedChain location);
   void displayUpdate(const IdChain& chain);
+  /// `namePathOf`, without a request where the names have been noted.
+  std::vector<std::string> namesOfChanged(const IdChain& chain);
 
   /// Empties the listing tree, its own texts and marks included.
   void clearListing();

@@ -10,6 +10,9 @@ namespace treescope {
 unsigned TreeScope::receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
                                       EvtSrv::MemoryHolder* reply) {
   if (type != EvtTyp_Model_Update) {
+    if (connected()) {
+      currentPart_->forgetNames();
+    }
     return receiveMain(sender, type, data, reply);
   }
   // The library keeps a connection that the shell has left, and what was
@@ -20,8 +23,19 @@ unsigned TreeScope::receiveModelEvent(const char* sender, unsigned type, EvtSrv:
   return EvtSrv::EvtRes_Success;
 }
 
+std::vector<std::string> TreeScope::namesOfChanged(const IdChain& chain) {
+  if (const std::vector<std::string>* noted = currentPart_->notedNames(chain)) {
+    return *noted;
+  }
+  std::vector<std::string> names;
+  if (nameChain(chain, names, false)) {
+    currentPart_->noteNames(chain, names);
+  }
+  return names;
+}
+
 void TreeScope::displayUpdate(const IdChain& chain) {
-  const std::vector<std::string> names = namePathOf(chain, false);
+  const std::vector<std::string> names = namesOfChanged(chain);
   ListingNode listing;
   buildTree(listing, optionLong, chain, names.empty() ? std::string() : names.back(), 1, true,
             false);

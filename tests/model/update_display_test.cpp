@@ -72,5 +72,57 @@ TEST_F(UpdateDisplay, ReadsIdsMostSignificantByteFirstWhereTheFlagSaysSo) {
   EXPECT_EQ(handUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
 }
 
+class NotedNames : public UpdateDisplay {
+ protected:
+  void SetUp() override {
+    UpdateDisplay::SetUp();
+    ASSERT_EQ(scope_.subscribePath(speed_), 1);
+    ASSERT_FALSE(areNoted());
+    ASSERT_EQ(server_.speed.setValue(43), ModelSrv::ModelRes_Success);
+    ASSERT_EQ(takeUpdates(1), "/drive/speed\n");
+    ASSERT_TRUE(areNoted());
+  }
+
+  bool areNoted() { return scope_.currentPart()->notedNames(speed_) != nullptr; }
+
+  const IdChain speed_{1, 1};
+};
+
+TEST_F(NotedNames, AreShownByTheNextUpdate) {
+  ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/speed\n");
+  EXPECT_THAT(*scope_.currentPart()->notedNames(speed_), testing::ElementsAre("drive", "speed"));
+}
+
+TEST_F(NotedNames, LastAsLongAsTheSubscription) {
+  ASSERT_EQ(run("eu drive/speed").result, 1);
+  EXPECT_FALSE(areNoted()) << "the part may be another one";
+  ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(takeUpdates(1), "/drive/speed\n");
+  EXPECT_TRUE(areNoted());
+  ASSERT_EQ(run("du drive/speed").result, 1);
+  EXPECT_FALSE(areNoted());
+}
+
+TEST_F(NotedNames, AreForgottenWhenAnotherServerTakesTheConnection) {
+  server_.end();
+  RigServer other(name_);
+  ModelSrv::ValuePart<int> renamed(1, "revolutions", 1);
+  ASSERT_EQ(other.drive().remove(&other.speed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(other.drive().add(&renamed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(run("get drive/label").result, 1);
+  ASSERT_EQ(renamed.setValue(2), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/revolutions\n");
+  other.end();
+}
+
+TEST_F(NotedNames, AreThoseOfSubscribedPartsTheServerListed) {
+  ASSERT_EQ(handUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
+  EXPECT_EQ(scope_.currentPart()->notedNames({5}), nullptr) << "not subscribed";
+  scope_.currentPart()->addSubscription({77});
+  ASSERT_EQ(handUpdate({1, 0x00, 0x4d, 0xff, 0xff}), "/noname-77\n");
+  EXPECT_EQ(scope_.currentPart()->notedNames({77}), nullptr) << "not listed";
+}
+
 }  // namespace
 }  // namespace treescope::test
