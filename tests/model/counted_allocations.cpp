@@ -1,0 +1,38 @@
+#include "tests/model/counted_allocations.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+namespace treescope::test {
+
+Allocations& allocated() {
+  thread_local Allocations ofThread;
+  return ofThread;
+}
+
+}  // namespace treescope::test
+
+// Every allocation of this program is counted.
+void* operator new(std::size_t size) {
+  if (void* memory = std::malloc(size > 0 ? size : 1)) {
+    auto& allocated = treescope::test::allocated();
+    ++allocated.count;
+    allocated.heldBytes += static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
+    allocated.mostBytes = std::max(allocated.mostBytes, allocated.heldBytes);
+    return memory;
+  }
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+  treescope::test::allocated().heldBytes -=
+      static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
+  std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+  ::operator delete(memory);
+}

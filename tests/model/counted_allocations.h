@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+
+namespace treescope::test {
+
+/// What one thread has allocated in a program that this is linked into; what it
+/// frees of another's is taken off its own.
+struct Allocations {
+  std::size_t count = 0;
+  std::ptrdiff_t heldBytes = 0;
+  /// The largest `heldBytes` so far; whoever measures sets it back first.
+  std::ptrdiff_t mostBytes = 0;
+};
+
+/// Of the calling thread.
+Allocations& allocated();
+
+}  // namespace treescope::test

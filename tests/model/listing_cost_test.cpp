@@ -1,0 +1,130 @@
+#include <pthread.h>
+
+#include <cstddef>
+#include <functional>
+
+#include "term/line_listing.h"
+#include "tests/model/counted_allocations.h"
+#include "tests/model/scope_fixture.h"
+
+// What a listing costs the shell, in counts: memory, allocations and requests.
+
+namespace treescope::test {
+namespace {
+
+constexpr unsigned recursiveAndLong = 5;
+
+/// Runs `body` on a thread of little stack: calls as deep as a tree is would end
+/// the program.
+void runOnSmallStack(std::function<void()> body) {
+  constexpr std::size_t stackBytes = 256 * 1024;
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, stackBytes), 0);
+  pthread_t thread{};
+  const auto entry = [](void* argument) -> void* {
+    (*static_cast<std::function<void()>*>(argument))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attributes, entry, &body), 0);
+  EXPECT_EQ(pthread_join(thread, nullptr), 0);
+  EXPECT_EQ(pthread_attr_destroy(&attributes), 0);
+}
+
+/// A node that counts how often it is asked for its elements.
+class CountedNode : public ModelSrv::ModelNode {
+ public:
+  explicit CountedNode(std::atomic<std::size_t>& asked) : ModelNode(1, "d"), asked_(asked) {}
+  ~CountedNode() override {
+    leaveTree();
+    releaseChildren();
+  }
+
+ protected:
+  unsigned elementCount() const override {
+    ++asked_;
+    return 0;
+  }
+
+ private:
+  std::atomic<std::size_t>& asked_;
+};
+
+class ListingCost : public ScopeFixture {
+ protected:
+  void SetUp() override { connect(); }
+
+  /// Lists the node recursively, with values; what that cost this thread at most,
+  /// without what the test needs to take the output.
+  Allocations list(const IdChain& chain) {
+    const test_support::CapturedOutput captured;
+    Allocations& now = allocated();
+    const Allocations before = now;
+    now.mostBytes = now.heldBytes;
+    {
+      ListingNode listing;
+      scope_.buildTree(listing, recursiveAndLong, chain, "top", 1, true, true);
+      ScreenPrinter printer(0, true);
+      printLongTree(printer, listing, true, false);
+    }
+    return {now.count - before.count, now.heldBytes - before.heldBytes,
+            now.mostBytes - before.heldBytes};
+  }
+
+  /// The node 1.41 with that many levels below it.
+  void nest(std::size_t levels) {
+    ModelSrv::ModelNode* above = &deep_;
+    for (std::size_t level = 0; level < levels; ++level) {
+      nodes_.push_back(std::make_unique<CountedNode>(asked_));
+      ASSERT_EQ(above->add(nodes_.back().get()), ModelSrv::ModelRes_Success);
+      above = nodes_.back().get();
+    }
+    ASSERT_EQ(server_.drive().add(&deep_), ModelSrv::ModelRes_Success);
+  }
+
+  /// What listing a tree of so many levels costs, on a small stack.
+  Allocations listLevels(std::size_t levels) {
+    nest(levels);
+    asked_ = 0;
+    Allocations cost;
+    runOnSmallStack([&] { cost = list({1, 41}); });
+    // Once as a child, and the last one, a part, for itself.
+    EXPECT_EQ(asked_, levels + 1);
+    EXPECT_EQ(server_.drive().remove(&deep_), ModelSrv::ModelRes_Success);
+    while (!nodes_.empty()) {
+      nodes_.pop_back();
+    }
+    return cost;
+  }
+
+  std::atomic<std::size_t> asked_{0};
+  ModelSrv::ModelNode deep_{41, "deep"};
+  std::vector<std::unique_ptr<CountedNode>> nodes_;
+};
+
+TEST_F(ListingCost, StaysBelow400BytesAPart) {
+  constexpr std::uint16_t many = 10000;
+  ModelSrv::ModelNode wide(40, "wide");
+  std::vector<std::unique_ptr<ModelSrv::ValuePart<std::int32_t>>> parts;
+  for (std::uint16_t id = 0; id < many; ++id) {
+    parts.push_back(std::make_unique<ModelSrv::ValuePart<std::int32_t>>(
+        id, "item_" + std::to_string(10000 + id), 1'000'000 + id));
+    ASSERT_EQ(wide.add(parts.back().get()), ModelSrv::ModelRes_Success);
+  }
+  ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
+  const Allocations cost = list({1, 40});
+  EXPECT_GT(cost.mostBytes, many * static_cast<std::ptrdiff_t>(sizeof(ListingNode)));
+  EXPECT_LT(cost.mostBytes, many * 400) << cost.mostBytes / many << " bytes a part";
+  EXPECT_EQ(server_.drive().remove(&wide), ModelSrv::ModelRes_Success);
+}
+
+TEST_F(ListingCost, HasALimitALevelDownTo1000) {
+  // Four requests a level; the chain of each grows in a few steps.
+  constexpr std::size_t allocationsALevel = 64;
+  for (const std::size_t levels : {250U, 500U, 1000U}) {
+    EXPECT_LE(listLevels(levels).count, levels * allocationsALevel) << levels;
+  }
+}
+
+}  // namespace
+}  // namespace treescope::test
