@@ -79,7 +79,9 @@ int TreeScope::doEu(unsigned options, const char* path) {
     return result::connectError;
   }
   if (!place->isNode()) {
-    return subscribePath(place->chain.ids);
+    // Of what lists no children the root alone is known to be a node.
+    const bool bareRoot = place->chain.ids.empty() && split.last.empty();
+    return recursive && bareRoot ? result::nothing : subscribePath(place->chain.ids);
   }
   if (split.last.empty()) {
     return recursive ? subscribeBelow(options, place->chain.ids, path) : result::nothing;

@@ -1,5 +1,6 @@
 #include <atomic>
 #include <new>
+#include <thread>
 
 #include "tests/model/scope_fixture.h"
 
@@ -153,6 +154,43 @@ TEST_F(Watch, GivesNothingForASubtreeWithoutChildren) {
   fading.fadeAfter(1);
   EXPECT_EQ(run("eu -r drive/fading"), (Answer{3, ""}));
   fading.fadeAfter(1000);
+  EXPECT_EQ(subscribed(), "");
+}
+
+/// A server that publishes nothing.
+class BareServer {
+ public:
+  explicit BareServer(const std::string& name) {
+    EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success) << name;
+    thread_ = std::thread([this] {
+      while (!ending_) {
+        static_cast<void>(manager_.receiveEvent(-1));
+      }
+    });
+  }
+  ~BareServer() {
+    ending_ = true;
+    manager_.wake();
+    thread_.join();
+  }
+  BareServer(const BareServer&) = delete;
+  BareServer& operator=(const BareServer&) = delete;
+
+ private:
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Void, false};
+  ModelSrv::ModelRoot root_{&manager_};
+  std::atomic<bool> ending_{false};
+  std::thread thread_;
+};
+
+TEST_F(Watch, GivesNothingForTheSubtreeOfARootWithoutChildren) {
+  const std::string name = test_support::uniquePortName("bare");
+  const BareServer bare(name);
+  ASSERT_EQ(run("cd").result, 1);
+  ASSERT_EQ(run("cd " + name).result, 1);
+  for (const char* command : {"eu -r", "eu -r /", "eu -r ~"}) {
+    EXPECT_EQ(run(command), (Answer{3, ""})) << command;
+  }
   EXPECT_EQ(subscribed(), "");
 }
 
