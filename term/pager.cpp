@@ -1,6 +1,5 @@
-#include <cstdio>
-
 #include "term/escape_sequences.h"
+#include "term/key_input.h"
 #include "term/screen_printer.h"
 
 namespace treescope {
@@ -30,10 +29,9 @@ bool ScreenPrinter::countLine(bool paging) {
     return true;
   }
   write(styleOn(moreAttributes, colourDefault) + "More" + styleOff(moreAttributes, colourDefault));
-  std::fflush(stdout);
-  const int answer = std::getc(stdin);
+  const int answer = readKeyByte();
   write(eraseLine);
-  if (answer == 'q' || answer == EOF) {
+  if (answer == 'q' || answer == endOfKeys) {
     return false;
   }
   if (answer != '\n') {
