@@ -1,0 +1,250 @@
+#include "term/terminal_mode.h"
+
+#include <pthread.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+#include "term/key_input.h"
+
+namespace treescope {
+
+namespace {
+
+enum class Mode {
+  original,  ///< raw mode was not taken, or is over
+  raw,
+  lent,  ///< original, until a program that was started has ended
+};
+
+/// The terminal as this process wants it. For whoever is in the `Gate` alone.
+struct Terminal {
+  Mode wanted = Mode::original;
+  bool found = false;
+  termios original{};
+  termios raw{};
+  /// Threads that are stopping the process: the mode is original meanwhile.
+  int stopping = 0;
+};
+
+Terminal terminal;
+
+std::atomic_flag gateTaken;
+
+void takeGate() {
+  while (gateTaken.test_and_set(std::memory_order_acquire)) {
+  }
+}
+
+/// Lets one thread at a time at the terminal, its signal handlers included: with
+/// the signals held back none of them can wait for the thread that it interrupts.
+/// Held for a few system calls that do not block.
+class Gate {
+ public:
+  Gate() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before_);
+    takeGate();
+  }
+  ~Gate() {
+    gateTaken.clear(std::memory_order_release);
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
+bool inBackground() {
+  const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+  return foreground != -1 && foreground != getpgrp();
+}
+
+// In the background the mode is another job's, until this one is continued in the
+// foreground; to ask for raw mode there stops it, as it stops whoever sets modes.
+bool applyWanted() {
+  if (terminal.stopping > 0) {
+    return false;
+  }
+  const bool raw = terminal.wanted == Mode::raw;
+  if (inBackground()) {
+    if (raw) {
+      raise(SIGTTOU);
+    }
+    return false;
+  }
+  return tcsetattr(STDIN_FILENO, TCSANOW, raw ? &terminal.raw : &terminal.original) == 0;
+}
+
+/// The original mode for as long as the process is stopped, or until it ends.
+void stepAside() {
+  if (terminal.wanted == Mode::raw && !inBackground()) {
+    static_cast<void>(tcsetattr(STDIN_FILENO, TCSANOW, &terminal.original));
+  }
+}
+
+void takeAgain() {
+  if (terminal.wanted == Mode::raw && applyWanted()) {
+    requestRepaint();
+  }
+}
+
+bool setHandler(int signal, void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  sigfillset(&action.sa_mask);
+  return sigaction(signal, &action, nullptr) == 0;
+}
+
+void endBySignal(int signal) {
+  // Never opened again: nobody takes raw mode between here and the end.
+  takeGate();
+  stepAside();
+  if (!setHandler(signal, SIG_DFL) || raise(signal) != 0) {
+    _exit(EXIT_FAILURE);
+  }
+}
+
+void stopBySignal(int signal) {
+  const int before = errno;
+  {
+    const Gate gate;
+    stepAside();
+    ++terminal.stopping;
+  }
+  sigset_t own;
+  sigemptyset(&own);
+  sigaddset(&own, signal);
+  if (setHandler(signal, SIG_DFL) && raise(signal) == 0) {
+    // The process stops within the first of these, or does not stop at all where
+    // nobody could continue it.
+    pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
+    pthread_sigmask(SIG_BLOCK, &own, nullptr);
+  }
+  {
+    const Gate gate;
+    --terminal.stopping;
+    if (terminal.wanted != Mode::original) {
+      static_cast<void>(setHandler(signal, stopBySignal));
+    }
+    takeAgain();
+  }
+  errno = before;
+}
+
+void goOn(int /*signal*/) {
+  const int before = errno;
+  {
+    const Gate gate;
+    takeAgain();
+  }
+  errno = before;
+}
+
+struct HandledSignal {
+  int signal;
+  void (*handler)(int);
+  bool taken = false;
+};
+
+std::array<HandledSignal, 11> handledSignals = {{{SIGINT, endBySignal},
+                                                 {SIGTERM, endBySignal},
+                                                 {SIGHUP, endBySignal},
+                                                 {SIGQUIT, endBySignal},
+                                                 {SIGABRT, endBySignal},
+                                                 {SIGSEGV, endBySignal},
+                                                 {SIGBUS, endBySignal},
+                                                 {SIGFPE, endBySignal},
+                                                 {SIGILL, endBySignal},
+                                                 {SIGTSTP, stopBySignal},
+                                                 {SIGCONT, goOn}}};
+
+bool atDefault(int signal) {
+  struct sigaction present {};
+  return sigaction(signal, nullptr, &present) == 0 && (present.sa_flags & SA_SIGINFO) == 0 &&
+         present.sa_handler == SIG_DFL;
+}
+
+void takeSignals() {
+  for (HandledSignal& handled : handledSignals) {
+    handled.taken = atDefault(handled.signal) && setHandler(handled.signal, handled.handler);
+  }
+}
+
+void giveSignalsBack() {
+  for (HandledSignal& handled : handledSignals) {
+    handled.taken = handled.taken && !setHandler(handled.signal, SIG_DFL);
+  }
+}
+
+termios rawOf(termios mode) {
+  mode.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ISTRIP | IXON);
+  mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHOE | ECHOK | ECHONL | IEXTEN);
+  mode.c_cc[VMIN] = 1;
+  mode.c_cc[VTIME] = 0;
+  return mode;
+}
+
+bool takeRawMode() {
+  const Gate gate;
+  if (terminal.wanted == Mode::original) {
+    termios present{};
+    if (tcgetattr(STDIN_FILENO, &present) != 0) {
+      return false;
+    }
+    terminal.found = true;
+    terminal.original = present;
+    terminal.raw = rawOf(present);
+    takeSignals();
+  }
+  terminal.wanted = Mode::raw;
+  return applyWanted();
+}
+
+bool putOriginalModeBack() {
+  const Gate gate;
+  if (!terminal.found) {
+    return false;
+  }
+  terminal.wanted = Mode::original;
+  const bool applied = applyWanted();
+  giveSignalsBack();
+  return applied;
+}
+
+}  // namespace
+
+bool setRawMode(int mode) {
+  return mode == 1 ? takeRawMode() : putOriginalModeBack();
+}
+
+OriginalMode::OriginalMode() {
+  const Gate gate;
+  if (terminal.wanted == Mode::raw) {
+    lent_ = true;
+    terminal.wanted = Mode::lent;
+    static_cast<void>(applyWanted());
+  }
+}
+
+OriginalMode::~OriginalMode() {
+  if (!lent_) {
+    return;
+  }
+  const Gate gate;
+  if (terminal.wanted == Mode::lent) {
+    terminal.wanted = Mode::raw;
+    static_cast<void>(applyWanted());
+  }
+}
+
+}  // namespace treescope

@@ -1,0 +1,283 @@
+#include "tests/support/job_terminal.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+namespace test_support {
+namespace {
+
+[[noreturn]] void fail(const char* what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+void closeOnce(int& descriptor) {
+  if (descriptor >= 0) {
+    ::close(descriptor);
+    descriptor = -1;
+  }
+}
+
+int remaining(std::chrono::steady_clock::time_point deadline) {
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+  return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 3'600'000));
+}
+
+// The keeper is a fork of the test that leads the terminal's session and is the
+// job's parent. It makes system calls only. It reports the job's process id and
+// then each of its wait statuses, and gives and takes the foreground on request.
+
+int keptTerminal = -1;
+pid_t keptJob = -1;
+constexpr int toForeground = SIGUSR1;
+constexpr int toBackground = SIGUSR2;
+
+void moveForeground(int request) {
+  if (request == toBackground) {
+    ::tcsetpgrp(keptTerminal, ::getpgrp());
+  } else {
+    ::tcsetpgrp(keptTerminal, keptJob);
+    ::kill(-keptJob, SIGCONT);
+  }
+}
+
+struct JobStart {
+  const char* device;
+  char* const* arguments;
+  int changes;
+  JobTerminal::Options options;
+};
+
+[[noreturn]] void becomeJob(const JobStart& start) {
+  ::setpgid(0, 0);
+  if (start.options.foreground) {
+    ::tcsetpgrp(keptTerminal, ::getpid());
+  }
+  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+    ::dup2(keptTerminal, descriptor);
+  }
+  for (const int number : {SIGHUP, SIGTTOU, SIGPIPE, toForeground, toBackground}) {
+    ::signal(number, SIG_DFL);
+  }
+  if (start.options.ignored != 0) {
+    ::signal(start.options.ignored, SIG_IGN);
+  }
+  ::close_range(3, ~0U, 0);
+  ::execvp(start.arguments[0], start.arguments);
+  ::_exit(127);
+}
+
+void report(int changes, int value) {
+  if (::write(changes, &value, sizeof value) != sizeof value) {
+    ::_exit(1);
+  }
+}
+
+[[noreturn]] void keep(const JobStart& start) {
+  ::setsid();
+  keptTerminal = ::open(start.device, O_RDWR);
+  ::signal(SIGHUP, SIG_IGN);
+  ::signal(SIGTTOU, SIG_IGN);
+  struct sigaction action {};
+  action.sa_handler = moveForeground;
+  action.sa_flags = SA_RESTART;
+  keptJob = ::fork();
+  if (keptJob == 0) {
+    becomeJob(start);
+  }
+  ::sigaction(toForeground, &action, nullptr);
+  ::sigaction(toBackground, &action, nullptr);
+  report(start.changes, keptJob);
+  int status = 0;
+  while (::waitpid(keptJob, &status, WUNTRACED | WCONTINUED) == keptJob) {
+    report(start.changes, status);
+    if (WIFEXITED(status) || WIFSIGNALED(status)) {
+      break;
+    }
+  }
+  ::_exit(0);
+}
+
+}  // namespace
+
+JobTerminal::JobTerminal(const std::vector<std::string>& command, const Options& options) {
+  open();
+  start(command, options);
+}
+
+JobTerminal::~JobTerminal() {
+  if (!ended_) {
+    ::kill(pid_, SIGKILL);
+  }
+  hangUp();
+  closeOnce(changes_);
+  ::waitpid(keeper_, nullptr, 0);
+}
+
+void JobTerminal::open() {
+  master_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+  std::array<char, 128> name{};
+  if (master_ < 0 || ::grantpt(master_) != 0 || ::unlockpt(master_) != 0 ||
+      ::ptsname_r(master_, name.data(), name.size()) != 0) {
+    fail("pseudoterminal");
+  }
+  device_ = name.data();
+  // Kept open, so that the mode can be looked at when the job has gone.
+  slave_ = ::open(device_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  winsize size{};
+  size.ws_row = 24;
+  size.ws_col = 80;
+  termios mode{};
+  if (slave_ < 0 || ::ioctl(slave_, TIOCSWINSZ, &size) != 0 || ::tcgetattr(slave_, &mode) != 0) {
+    fail(device_.c_str());
+  }
+  // A key that raises a signal must not discard the output that a test waits for.
+  mode.c_lflag |= NOFLSH;
+  setMode(mode);
+}
+
+void JobTerminal::start(const std::vector<std::string>& command, const Options& options) {
+  std::vector<std::string> words = command;
+  std::vector<char*> arguments;
+  for (std::string& word : words) {
+    arguments.push_back(word.data());
+  }
+  arguments.push_back(nullptr);
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    fail("pipe2");
+  }
+  keeper_ = ::fork();
+  if (keeper_ == -1) {
+    fail("fork");
+  }
+  if (keeper_ == 0) {
+    ::close(master_);
+    ::close(slave_);
+    ::close(ends[0]);
+    keep({device_.c_str(), arguments.data(), ends[1], options});
+  }
+  ::close(ends[1]);
+  changes_ = ends[0];
+  if (::read(changes_, &pid_, sizeof pid_) != sizeof pid_) {
+    fail("job");
+  }
+}
+
+void JobTerminal::type(std::string_view keys) {
+  if (::write(master_, keys.data(), keys.size()) != static_cast<ssize_t>(keys.size())) {
+    fail("type");
+  }
+}
+
+bool JobTerminal::pump(Clock::time_point deadline) {
+  std::array<pollfd, 2> waited{pollfd{master_, POLLIN, 0}, pollfd{changes_, POLLIN, 0}};
+  const int ready = ::poll(waited.data(), waited.size(), remaining(deadline));
+  takeOutput();
+  return ready > 0;
+}
+
+void JobTerminal::takeOutput() {
+  std::array<char, 65536> buffer{};
+  for (;;) {
+    const ssize_t count = ::read(master_, buffer.data(), buffer.size());
+    if (count <= 0) {
+      return;
+    }
+    output_.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+bool JobTerminal::waitForOutput(std::string_view text, std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  for (;;) {
+    const std::size_t at = output_.find(text);
+    if (at != std::string::npos) {
+      output_.erase(0, at + text.size());
+      return true;
+    }
+    pollfd waited{master_, POLLIN, 0};
+    if (::poll(&waited, 1, remaining(deadline)) <= 0) {
+      return false;
+    }
+    takeOutput();
+  }
+}
+
+std::optional<int> JobTerminal::nextStatus(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  for (;;) {
+    pollfd waited{changes_, POLLIN, 0};
+    if (::poll(&waited, 1, 0) == 1) {
+      int status = 0;
+      if (::read(changes_, &status, sizeof status) != sizeof status) {
+        return std::nullopt;
+      }
+      ended_ = WIFEXITED(status) || WIFSIGNALED(status);
+      takeOutput();
+      return status;
+    }
+    if (!pump(deadline)) {
+      return std::nullopt;
+    }
+  }
+}
+
+void JobTerminal::signal(int number) {
+  if (!ended_ && ::kill(pid_, number) != 0) {
+    fail("kill");
+  }
+}
+
+void JobTerminal::askKeeper(int request) {
+  if (::kill(keeper_, request) != 0) {
+    fail("keeper");
+  }
+}
+
+void JobTerminal::continueInForeground() {
+  askKeeper(toForeground);
+}
+
+void JobTerminal::sendToBackground() {
+  askKeeper(toBackground);
+  const auto deadline = Clock::now() + patience;
+  while (::tcgetpgrp(master_) == pid_ && Clock::now() < deadline) {
+  }
+}
+
+void JobTerminal::hangUp() {
+  closeOnce(master_);
+  closeOnce(slave_);
+}
+
+termios JobTerminal::mode() const {
+  termios mode{};
+  if (::tcgetattr(slave_, &mode) != 0) {
+    fail("tcgetattr");
+  }
+  return mode;
+}
+
+void JobTerminal::setMode(const termios& mode) {
+  if (::tcsetattr(slave_, TCSANOW, &mode) != 0) {
+    fail("tcsetattr");
+  }
+}
+
+bool sameMode(const termios& one, const termios& other) {
+  return one.c_iflag == other.c_iflag && one.c_oflag == other.c_oflag &&
+         one.c_cflag == other.c_cflag && one.c_lflag == other.c_lflag &&
+         std::equal(std::begin(one.c_cc), std::end(one.c_cc), std::begin(other.c_cc));
+}
+
+}  // namespace test_support

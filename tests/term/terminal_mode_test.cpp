@@ -1,0 +1,221 @@
+#include "term/terminal_mode.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <optional>
+
+#include "tests/support/fed_input.h"
+#include "tests/support/job_terminal.h"
+
+namespace treescope {
+namespace {
+
+using test_support::sameMode;
+
+/// A pseudoterminal as standard input.
+class TerminalMode : public testing::Test {
+ protected:
+  TerminalMode() : input_(dup(STDIN_FILENO)), master_(posix_openpt(O_RDWR | O_NOCTTY)) {
+    std::array<char, 128> name{};
+    EXPECT_EQ(grantpt(master_), 0);
+    EXPECT_EQ(unlockpt(master_), 0);
+    EXPECT_EQ(ptsname_r(master_, name.data(), name.size()), 0);
+    const int slave = open(name.data(), O_RDWR | O_NOCTTY);
+    EXPECT_EQ(dup2(slave, STDIN_FILENO), STDIN_FILENO);
+    close(slave);
+    setUnusualMode();
+    original_ = mode();
+  }
+
+  ~TerminalMode() override {
+    static_cast<void>(setRawMode(0));
+    EXPECT_EQ(dup2(input_, STDIN_FILENO), STDIN_FILENO);
+    close(input_);
+    close(master_);
+  }
+
+  static termios mode() {
+    termios present{};
+    EXPECT_EQ(tcgetattr(STDIN_FILENO, &present), 0);
+    return present;
+  }
+
+  static bool handled(int signal) {
+    struct sigaction action {};
+    EXPECT_EQ(sigaction(signal, nullptr, &action), 0);
+    return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
+  }
+
+  termios original_{};
+
+ private:
+  /// Every flag that raw mode clears is on, and some that it must not touch are
+  /// not at their usual.
+  static void setUnusualMode() {
+    termios unusual = mode();
+    unusual.c_iflag |= BRKINT | ISTRIP | IXON | IXANY | ICRNL;
+    unusual.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+    unusual.c_lflag |= ICANON | ECHO | ECHOE | ECHOK | ECHONL | IEXTEN | ISIG | NOFLSH;
+    unusual.c_cc[VMIN] = 7;
+    unusual.c_cc[VTIME] = 9;
+    unusual.c_cc[VINTR] = 24;
+    ASSERT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &unusual), 0);
+  }
+
+  const int input_;
+  const int master_;
+};
+
+TEST_F(TerminalMode, RawClearsItsFlagsAndLeavesTheOthers) {
+  ASSERT_TRUE(setRawMode(1));
+  termios wanted = original_;
+  wanted.c_iflag &= ~tcflag_t{0x422};
+  wanted.c_lflag &= ~tcflag_t{0x807a};
+  wanted.c_cc[VMIN] = 1;
+  wanted.c_cc[VTIME] = 0;
+  EXPECT_TRUE(sameMode(mode(), wanted));
+  EXPECT_EQ(mode().c_iflag, wanted.c_iflag);
+  EXPECT_EQ(mode().c_oflag, wanted.c_oflag);
+  EXPECT_EQ(mode().c_cflag, wanted.c_cflag);
+  EXPECT_EQ(mode().c_lflag, wanted.c_lflag);
+}
+
+TEST_F(TerminalMode, AnyOtherModePutsBackEveryBit) {
+  for (const int other : {0, 2, -1}) {
+    ASSERT_TRUE(setRawMode(1));
+    EXPECT_FALSE(sameMode(mode(), original_));
+    EXPECT_TRUE(setRawMode(other));
+    EXPECT_TRUE(sameMode(mode(), original_)) << other;
+  }
+}
+
+TEST_F(TerminalMode, StaysTheSameWhenRawIsTakenTwice) {
+  ASSERT_TRUE(setRawMode(1));
+  const termios raw = mode();
+  EXPECT_TRUE(setRawMode(1));
+  EXPECT_TRUE(sameMode(mode(), raw));
+  EXPECT_TRUE(setRawMode(0));
+  EXPECT_TRUE(sameMode(mode(), original_));
+}
+
+TEST_F(TerminalMode, ReturnArrivesAsALineFeed) {
+  ASSERT_TRUE(setRawMode(1));
+  EXPECT_NE(mode().c_iflag & static_cast<tcflag_t>(ICRNL), 0U);
+  EXPECT_NE(mode().c_lflag & static_cast<tcflag_t>(ISIG), 0U);
+}
+
+TEST_F(TerminalMode, IsOriginalWhileItIsLentAndRawAgainAfterwards) {
+  ASSERT_TRUE(setRawMode(1));
+  const termios raw = mode();
+  for (int time = 0; time < 2; ++time) {
+    {
+      const OriginalMode lent;
+      EXPECT_TRUE(sameMode(mode(), original_));
+      const OriginalMode again;
+      EXPECT_TRUE(sameMode(mode(), original_));
+      termios left = original_;
+      left.c_lflag ^= ECHO;
+      EXPECT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &left), 0);
+    }
+    EXPECT_TRUE(sameMode(mode(), raw));
+  }
+}
+
+TEST_F(TerminalMode, LendingHasNoEffectWhereRawModeIsOff) {
+  { const OriginalMode lent; }
+  EXPECT_TRUE(sameMode(mode(), original_));
+}
+
+TEST_F(TerminalMode, HandlesSignalsWhileRawModeIsOnOnly) {
+  constexpr std::array signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT, SIGTSTP, SIGCONT};
+  for (const int signal : signals) {
+    EXPECT_FALSE(handled(signal)) << signal;
+  }
+  ASSERT_TRUE(setRawMode(1));
+  for (const int signal : signals) {
+    EXPECT_TRUE(handled(signal)) << signal;
+  }
+  ASSERT_TRUE(setRawMode(0));
+  for (const int signal : signals) {
+    EXPECT_FALSE(handled(signal)) << signal;
+  }
+}
+
+TEST_F(TerminalMode, LeavesSignalsAloneThatAreNotAtTheirDefault) {
+  struct sigaction mine {};
+  mine.sa_handler = [](int) {};
+  struct sigaction before {};
+  ASSERT_EQ(sigaction(SIGTERM, &mine, &before), 0);
+  ASSERT_NE(signal(SIGHUP, SIG_IGN), SIG_ERR);
+  for (const int raw : {1, 0}) {
+    ASSERT_TRUE(setRawMode(raw));
+    struct sigaction present {};
+    EXPECT_EQ(sigaction(SIGTERM, nullptr, &present), 0);
+    EXPECT_EQ(present.sa_handler, mine.sa_handler);
+    EXPECT_EQ(sigaction(SIGHUP, nullptr, &present), 0);
+    EXPECT_EQ(present.sa_handler, SIG_IGN);
+  }
+  EXPECT_EQ(sigaction(SIGTERM, &before, nullptr), 0);
+  EXPECT_NE(signal(SIGHUP, SIG_DFL), SIG_ERR);
+}
+
+TEST_F(TerminalMode, IsRawAgainWhenTheProcessIsContinued) {
+  ASSERT_TRUE(setRawMode(1));
+  const termios raw = mode();
+  ASSERT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &original_), 0);
+  errno = EXDEV;
+  ASSERT_EQ(raise(SIGCONT), 0);
+  EXPECT_EQ(errno, EXDEV);
+  EXPECT_TRUE(sameMode(mode(), raw));
+  {
+    const OriginalMode lent;
+    ASSERT_EQ(raise(SIGCONT), 0);
+    EXPECT_TRUE(sameMode(mode(), original_));
+  }
+}
+
+TEST(TerminalModeWithoutTerminal, IsRefusedAndChangesNothing) {
+  const test_support::FedInput pipe;
+  EXPECT_FALSE(setRawMode(1));
+  struct sigaction present {};
+  EXPECT_EQ(sigaction(SIGINT, nullptr, &present), 0);
+  EXPECT_EQ(present.sa_handler, SIG_DFL);
+  EXPECT_FALSE(setRawMode(0));
+  { const OriginalMode lent; }
+}
+
+using TerminalModeDeathTest = TerminalMode;
+
+TEST_F(TerminalModeDeathTest, IsOriginalAfterAnAbort) {
+  EXPECT_EXIT(
+      {
+        static_cast<void>(setRawMode(1));
+        std::abort();
+      },
+      testing::KilledBySignal(SIGABRT), "");
+  EXPECT_TRUE(sameMode(mode(), original_));
+}
+
+TEST_F(TerminalModeDeathTest, IsOriginalAfterEverySignalThatEndsTheProcess) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGSEGV, SIGBUS, SIGFPE, SIGILL}) {
+    if (handled(signal)) {
+      continue;  // By a sanitizer.
+    }
+    EXPECT_EXIT(
+        {
+          static_cast<void>(setRawMode(1));
+          raise(signal);
+        },
+        testing::KilledBySignal(signal), "");
+    EXPECT_TRUE(sameMode(mode(), original_)) << signal;
+  }
+}
+
+}  // namespace
+}  // namespace treescope
