@@ -2,6 +2,7 @@
 
 #include "shell/paths.h"
 #include "shell/results.h"
+#include "term/terminal_mode.h"
 
 namespace treescope {
 
@@ -15,10 +16,18 @@ ScopeBase::ScopeBase(EvtSrv::EventPortManager* manager, int batch)
       printer_(colour_, batch != 0),
       wordTree_(std::make_unique<WordNode>()),
       batch_(batch) {
+  if (batch_ == 0) {
+    // Without a terminal there is no mode to take.
+    static_cast<void>(setRawMode(1));
+  }
   lineEditor_.showPrompt(promptText().c_str(), nullptr);
 }
 
-ScopeBase::~ScopeBase() = default;
+ScopeBase::~ScopeBase() {
+  if (batch_ == 0) {
+    static_cast<void>(setRawMode(0));
+  }
+}
 
 void ScopeBase::acceptInput() {
   lineEditor_.openGate();

@@ -30,7 +30,8 @@ class ScopeBase {
  public:
   /// `manager` is not owned, outlives the shell, and is used by `step` alone.
   /// With a `batch` of 0 the line editor's thread is started, which waits for
-  /// `acceptInput`, and the first prompt is printed.
+  /// `acceptInput`, the terminal goes into raw mode (term/terminal_mode.h), which
+  /// the destructor ends, and the first prompt is printed.
   ScopeBase(EvtSrv::EventPortManager* manager, int batch);
   ScopeBase(const ScopeBase&) = delete;
   ScopeBase& operator=(const ScopeBase&) = delete;
