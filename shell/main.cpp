@@ -1,3 +1,5 @@
+#include <array>
+#include <cstdio>
 #include <string>
 
 #include "evtsrv/event_port_manager.h"
@@ -9,6 +11,14 @@ namespace run_mode = treescope::run_mode;
 
 namespace {
 
+/// Standard output keeps everything until it is flushed, so that a key's echo, an
+/// update or a listing reaches the terminal in few writes.
+void bufferOutput() {
+  static std::array<char, 65536> buffer;
+  // Without it the output is the same in more writes.
+  static_cast<void>(std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size()));
+}
+
 void serveTerminal(TreeScope& shell) {
   shell.acceptInput();
   while (shell.isRunning() != 0) {
@@ -17,6 +27,9 @@ void serveTerminal(TreeScope& shell) {
 }
 
 void runShell(EvtSrv::EventPortManager& manager, int mode, const std::string& text) {
+  if (mode == run_mode::interactive) {
+    bufferOutput();
+  }
   TreeScope shell(&manager, mode == run_mode::interactive ? 0 : 1);
   if (mode == run_mode::interactive) {
     serveTerminal(shell);
