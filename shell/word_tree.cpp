@@ -6,6 +6,7 @@
 #include <cctype>
 #include <iterator>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "shell/words.h"
@@ -125,6 +126,33 @@ WordNode& WordNode::add(std::string childName) {
   children.push_back(std::make_unique<WordNode>());
   children.back()->name = std::move(childName);
   return *children.back();
+}
+
+WordNode& WordNode::at(const std::vector<std::string>& path) {
+  WordNode* node = this;
+  for (const std::string& wanted : path) {
+    const auto found = std::find_if(
+        node->children.begin(), node->children.end(),
+        [&wanted](const std::unique_ptr<WordNode>& child) { return child->name == wanted; });
+    node = found == node->children.end() ? &node->add(wanted) : found->get();
+  }
+  return *node;
+}
+
+void WordNode::setChildren(const std::vector<std::string>& names) {
+  std::unordered_map<std::string, std::unique_ptr<WordNode>> before;
+  for (std::unique_ptr<WordNode>& child : children) {
+    before.try_emplace(child->name, std::move(child));
+  }
+  children.clear();
+  for (const std::string& wanted : names) {
+    const auto [slot, isNew] = before.try_emplace(wanted);
+    if (isNew) {
+      add(wanted);
+    } else if (slot->second != nullptr) {
+      children.push_back(std::move(slot->second));
+    }
+  }
 }
 
 std::vector<std::string> matchingPaths(const WordNode& root, const char* pattern) {

@@ -20,6 +20,14 @@ struct WordNode {
   /// Appends a child named `childName` and gives it.
   WordNode& add(std::string childName);
 
+  /// The node that the names of `path` lead to from here, the first of each name;
+  /// those that are missing are added.
+  WordNode& at(const std::vector<std::string>& path);
+
+  /// Makes the children those of `names`, in that order and each once. One that was
+  /// there already keeps what is below it; one that is not among them is freed.
+  void setChildren(const std::vector<std::string>& names);
+
   std::string name;
   std::string text;
   std::vector<std::unique_ptr<WordNode>> children;

@@ -56,5 +56,29 @@ TEST(WordTree, FreesATreeOfAnyDepth) {
   EXPECT_EQ(root.children.size(), 1U);
 }
 
+TEST(WordTree, FindsItsWayAndAddsWhatIsMissing) {
+  WordNode root;
+  root.add("a").add("b");
+  root.add("a").add("c");
+  EXPECT_EQ(&root.at({}), &root);
+  EXPECT_EQ(&root.at({"a", "b"}), root.children[0]->children[0].get());
+  EXPECT_EQ(root.at({"a", "c", "d"}).name, "d");
+  EXPECT_EQ(matchingPaths(root, "*/*/*"), (Paths{"a/c/d"}));
+  EXPECT_EQ(matchingPaths(root, "*"), (Paths{"a", "a"}));
+}
+
+TEST(WordTree, KeepsWhatIsBelowTheChildrenThatStay) {
+  WordNode root;
+  root.setChildren({"a", "b", "a", "c"});
+  EXPECT_EQ(matchingPaths(root, "*"), (Paths{"a", "b", "c"}));
+  root.at({"a"}).setChildren({"x"});
+  root.at({"b"}).setChildren({"y"});
+  root.setChildren({"d", "b", "b"});
+  EXPECT_EQ(matchingPaths(root, "*"), (Paths{"d", "b"}));
+  EXPECT_EQ(matchingPaths(root, "*/*"), (Paths{"b/y"}));
+  root.setChildren({});
+  EXPECT_TRUE(root.children.empty());
+}
+
 }  // namespace
 }  // namespace treescope
