@@ -83,6 +83,10 @@ std::string ScopeBase::promptText() const {
 
 void ScopeBase::setPromptLabel(const char* label) {
   promptLabel_ = label;
+  showPrompt();
+}
+
+void ScopeBase::showPrompt() {
   lineEditor_.showPrompt(promptText().c_str(), nullptr);
 }
 

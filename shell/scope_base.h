@@ -124,6 +124,24 @@ class ScopeBase {
   /// (`matchingPaths`).
   void expandWildcard(const char* pattern, std::vector<std::string>& matches) const;
 
+  // Completion. The candidates are whole: each is what the word becomes. Every
+  // presenter prints the prompt anew; several candidates are listed in columns before
+  // it, without paging, and what they have in common takes the place of the last word
+  // (`LineEditor::replaceLastWord`).
+
+  /// Completes a command word, `head`, null where nothing is typed, to those of
+  /// `codes` (row indices of the command table, ended by `noCommand`). True, and
+  /// nothing is presented, where `head` is one of them with one blank behind it: what
+  /// is to be completed is the word after it.
+  bool completeCommandWord(const int* codes, const char* head);
+
+  /// Presents what the last word of the line may become. A single candidate takes its
+  /// place, ".." with a "/" behind it.
+  void presentCandidates(std::vector<std::string> candidates);
+
+  /// Presents what the whole line may become. A single candidate takes its place.
+  void presentLineCandidates(std::vector<std::string> candidates);
+
   /// What stands in the prompt: the label, a blank, the last component of the
   /// current path or "/".
   [[nodiscard]] std::string promptText() const;
@@ -146,6 +164,9 @@ class ScopeBase {
   const int batch_;
 
  private:
+  void showPrompt();
+  void presentSeveral(const std::vector<std::string>& candidates);
+
   int commandFileDepth_ = 0;
 };
 
