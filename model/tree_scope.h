@@ -19,6 +19,7 @@
 
 namespace treescope {
 
+struct SplitPath;
 struct SubscribingWalk;
 
 /// The shell of this program: a command interpreter that is a model client.
@@ -79,6 +80,9 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   /// or while not connected; 6 when the file cannot be opened.
   int doTo(const char* file, const char* path) override;
 
+  /// Answers a completion request: `completeWord`.
+  int doTab(const char* head, const char* lastWord) override;
+
   /// Shows the manual page.
   int doHelp() override;
 
@@ -110,6 +114,15 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
 
   /// `path` with a leading "~" replaced by "/" while connected; empty for null.
   [[nodiscard]] std::string expandPath(const char* path) const;
+
+  /// Completes `word`, or an empty one behind a complete command word, or, where
+  /// `word` is null, the command word `line` itself, which is null where nothing is
+  /// typed (`completeCommandWord`). Connected, a word becomes the name of a child of
+  /// the place in the tree that the text before its last "/" leads to, with a "/"
+  /// behind that where the child has children, as far as the server says so; not
+  /// connected, the name of a server. Leaves all names of that place in the tree of
+  /// known names. Returns 1, also where there is nothing to offer.
+  int completeWord(const char* line, const char* word);
 
   // What is asked of the server. Each request is one exchange with the client
   // mutex held: `lock` says whether the operation takes it, as commands want, or
@@ -223,6 +236,9 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   void displayUpdate(const IdChain& chain);
   /// `namePathOf`, without a request where the names have been noted.
   std::vector<std::string> namesOfChanged(const IdChain& chain);
+
+  [[nodiscard]] std::vector<std::string> serverCandidates(const std::string& prefix);
+  [[nodiscard]] std::vector<std::string> treeCandidates(const SplitPath& path);
 
   /// Empties the listing tree, its own texts and marks included.
   void clearListing();

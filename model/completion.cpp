@@ -1,0 +1,60 @@
+#include "shell/completion.h"
+
+#include <utility>
+
+#include "model/discovery.h"
+#include "model/split_path.h"
+#include "model/tree_scope.h"
+#include "shell/results.h"
+
+namespace treescope {
+
+int TreeScope::doTab(const char* head, const char* lastWord) {
+  return completeWord(head, lastWord);
+}
+
+int TreeScope::completeWord(const char* line, const char* word) {
+  if (word == nullptr && !completeCommandWord(completedCommands.data(), line)) {
+    return result::success;
+  }
+  const SplitPath path = splitAtLastSlash(expandPath(word));
+  presentCandidates(connected() ? treeCandidates(path) : serverCandidates(path.last));
+  return result::success;
+}
+
+std::vector<std::string> TreeScope::serverCandidates(const std::string& prefix) {
+  std::vector<std::string> names;
+  for (const char* key : serverKeys) {
+    collectServerNames(names, serverDirectory, key);
+  }
+  wordTree_->setChildren(names);
+  std::erase_if(names, [&prefix](const std::string& name) { return !name.starts_with(prefix); });
+  return names;
+}
+
+std::vector<std::string> TreeScope::treeCandidates(const SplitPath& path) {
+  if (path.last == "..") {
+    return {path.last};
+  }
+  NamedChain place;
+  ChildList children;
+  if (!resolveChain(path.parent, place) || !fetchChildren(place.ids, children, true)) {
+    return {};
+  }
+  std::vector<std::string> names;
+  std::vector<std::string> candidates;
+  for (std::size_t child = 0; child < children.size(); ++child) {
+    names.push_back(children.name(child));
+    if (!names.back().starts_with(path.last)) {
+      continue;
+    }
+    IdChain chain = place.ids;
+    chain.push_back(children.id(child));
+    candidates.push_back(hasChildren(chain, true) ? names.back() + '/' : names.back());
+  }
+  place.names.insert(place.names.begin(), currentPart_->serverName());
+  wordTree_->at(place.names).setChildren(names);
+  return candidates;
+}
+
+}  // namespace treescope
