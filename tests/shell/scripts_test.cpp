@@ -223,5 +223,46 @@ TEST(Interactive, EndsWithTheExitCommandThoughInputGoesOn) {
   EXPECT_EQ(output.take(), echo.prompt() + echo.typed("exit; get x") + "\n");
 }
 
+TEST(Interactive, SaysThatAReferenceBehindTheHistoryIsNotFound) {
+  FedInput input;
+  input.feed("!-1\npwd\n");
+  input.end();
+  CapturedOutput output;
+  {
+    RecordingShell shell(0);
+    shell.acceptInput();
+    while (shell.isRunning() != 0) {
+      std::this_thread::yield();
+    }
+  }
+  const EditorEcho echo(" /");
+  const std::string at = "\033[39m\033[1G";
+  EXPECT_EQ(output.take(), echo.prompt() + echo.typed("!-1") + "\n" + at + "ERROR: NotFound\n" +
+                               echo.nextPrompt() + echo.typed("pwd") + "\n" + at + "/\n" +
+                               echo.nextPrompt() + "\n");
+}
+
+TEST(Interactive, ATabIsACommandOfTheLine) {
+  FedInput input;
+  input.feed("  get x\ty; q\tlate");
+  CapturedOutput output;
+  std::vector<std::string> calls;
+  {
+    struct Shell : RecordingShell {
+      explicit Shell(std::vector<std::string>& out) : RecordingShell(0), out_(out) {}
+      int doExit() override {
+        out_ = calls;
+        return 1;
+      }
+      std::vector<std::string>& out_;
+    } shell(calls);
+    shell.acceptInput();
+    while (shell.isRunning() != 0) {
+      std::this_thread::yield();
+    }
+  }
+  EXPECT_THAT(calls, ElementsAre("tab|get |x", "tab|get |xy"));
+}
+
 }  // namespace
 }  // namespace treescope
