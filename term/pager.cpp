@@ -28,8 +28,10 @@ bool ScreenPrinter::countLine(bool paging) {
     ++pageLines_;
     return true;
   }
-  write(styleOn(moreAttributes, colourDefault) + "More" + styleOff(moreAttributes, colourDefault));
-  const int answer = readKeyByte();
+  const std::string more =
+      styleOn(moreAttributes, colourDefault) + "More" + styleOff(moreAttributes, colourDefault);
+  write(more);
+  const int answer = readKeyByte([&] { write(cursorToColumn(1) + more); });
   write(eraseLine);
   if (answer == 'q' || answer == endOfKeys) {
     return false;

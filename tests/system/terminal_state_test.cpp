@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <csignal>
+#include <fstream>
 
 #include "tests/support/job_terminal.h"
+#include "tests/support/port_name.h"
 #include "tests/support/programs.h"
 
 // The built shell leaves its terminal as it found it, however it ends or stops.
@@ -23,9 +27,10 @@ bool isRaw(const termios& mode) {
 class TerminalState : public testing::Test {
  protected:
   /// Starts the shell and waits for its prompt, at which raw mode is on.
-  void start(const JobTerminal::Options& options = {}) {
+  void start(const JobTerminal::Options& options = {},
+             const std::vector<std::string>& command = {test_support::treescopeProgram()}) {
     original_ = JobTerminal({"true"}).mode();
-    shell_.emplace(std::vector<std::string>{test_support::treescopeProgram()}, options);
+    shell_.emplace(command, options);
     if (options.foreground) {
       ASSERT_TRUE(shell_->waitForOutput(prompt));
       ASSERT_TRUE(isRaw(shell_->mode()));
@@ -203,15 +208,34 @@ TEST_F(TerminalState, IsLeftToTheForegroundJobByAShellInTheBackground) {
 
 TEST_F(TerminalState, IsOriginalForACommandOfTheSystemAndRawAfterIt) {
   start();
-  const std::string raw = prompt;
   enter(
       "$stty -a | tr ' ' '\\n' | grep -x -e '-*icanon' -e '-*echo' -e '-*ixon' -e '-*iexten'|tr "
       "'\\n' ' '");
   EXPECT_TRUE(shell_->waitForOutput("ixon icanon iexten echo ")) << shell_->output();
-  ASSERT_TRUE(shell_->waitForOutput(raw));
+  ASSERT_TRUE(shell_->waitForOutput(prompt));
   EXPECT_TRUE(isRaw(shell_->mode()));
   enter("exit");
   expectEnd(0);
+}
+
+TEST_F(TerminalState, IsOriginalForTheManualAndRawAfterIt) {
+  const std::string directory = "/tmp/" + test_support::uniquePortName("man_");
+  ASSERT_EQ(::mkdir(directory.c_str(), 0700), 0);
+  const std::string man = directory + "/man";
+  std::ofstream(man) << "#!/bin/sh\necho \"manual of $1\"\nread key\necho \"closed by $key\"\n";
+  ASSERT_EQ(::chmod(man.c_str(), 0700), 0);
+  start({}, {"env", "PATH=" + directory, test_support::treescopeProgram()});
+  enter("help");
+  EXPECT_TRUE(shell_->waitForOutput("manual of treescope\r\n")) << shell_->output();
+  EXPECT_TRUE(originalMode());
+  shell_->type("q\r");
+  EXPECT_TRUE(shell_->waitForOutput("closed by q\r\n")) << shell_->output();
+  EXPECT_TRUE(shell_->waitForOutput(prompt));
+  EXPECT_TRUE(isRaw(shell_->mode()));
+  enter("exit");
+  expectEnd(0);
+  EXPECT_EQ(::unlink(man.c_str()), 0);
+  EXPECT_EQ(::rmdir(directory.c_str()), 0);
 }
 
 TEST_F(TerminalState, GivesAnInterruptDuringACommandToTheCommandAlone) {

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <array>
 #include <sstream>
 #include <string>
 
+#include "term/key_input.h"
 #include "term/screen_printer.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/fed_input.h"
@@ -101,6 +104,29 @@ TEST(Pager, ReadsTheHeightAnewForEachLine) {
   EXPECT_TRUE(printer.countLine(true));
   EXPECT_FALSE(printer.countLine(true));
   EXPECT_EQ(output.take(), more + more);
+}
+
+TEST(Pager, ShowsMoreAgainWhereARepaintIsAskedFor) {
+  FedInput input;
+  const RepaintWishes wishes;
+  CapturedOutput output;
+  ScreenPrinter printer(0, false, {.rows = [] { return 2; }});
+  requestRepaint();
+  input.feed("q");
+  EXPECT_FALSE(printer.countLine(true));
+  const std::string shown = more.substr(0, more.size() - 4);
+  EXPECT_EQ(output.take(), shown + "\033[1G" + more);
+}
+
+TEST(Pager, TakesOneByteOfTheInput) {
+  FedInput input;
+  input.feed("qrest");
+  CapturedOutput output;
+  ScreenPrinter printer(0, false, {.rows = [] { return 2; }});
+  EXPECT_FALSE(printer.countLine(true));
+  std::array<char, 8> rest{};
+  EXPECT_EQ(read(STDIN_FILENO, rest.data(), rest.size()), 4);
+  EXPECT_STREQ(rest.data(), "rest");
 }
 
 TEST(Pager, CountsAndAsksNothingInBatchMode) {

@@ -61,6 +61,16 @@ TEST(ScreenPrinter, WritesTextsAloneInBatchMode) {
   EXPECT_EQ(output.take(), "at\nstyled\nline\n\001\xff%s\n");
 }
 
+TEST(ScreenPrinter, SwitchesAttributesOnAndOffInteractively) {
+  CapturedOutput output;
+  ScreenPrinter printer(0, false);
+  printer.setAttributes(0, 7);
+  printer.setAttributes(20, 0);
+  printer.resetAttributes(20, 0);
+  printer.resetAttributes(0, 7);
+  EXPECT_EQ(output.take(), "\033[7m\033[5m\033[39m\033[27m\033[25m\033[39m");
+}
+
 TEST(ScreenPrinter, ResetsAttributesInBatchModeToo) {
   CapturedOutput output;
   ScreenPrinter printer(0, true);
