@@ -1,0 +1,72 @@
+#include <gtest/gtest.h>
+
+#include "tests/terminal/shell_terminal.h"
+
+// The first minute with the shell.
+
+namespace terminal_test {
+namespace {
+
+using Session = ShellTerminal;
+
+TEST_F(Session, BeginsWithAPromptAtTheTopOfTheTree) {
+  start();
+  EXPECT_EQ(screen().text(), "[ /]$\n");
+  EXPECT_TRUE(showsLine("[ /]$ |"));
+}
+
+TEST_F(Session, RunsALineAndPromptsAgain) {
+  start();
+  ASSERT_TRUE(enter("pwd"));
+  EXPECT_TRUE(
+      showsScreen("[ /]$ pwd\n"
+                  "/\n"
+                  "[ /]$\n"));
+}
+
+TEST_F(Session, SaysWhatWentWrong) {
+  start();
+  ASSERT_TRUE(enter("fly"));
+  EXPECT_TRUE(
+      showsScreen("[ /]$ fly\n"
+                  "ERROR: OptionError\n"
+                  "[ /]$\n"));
+}
+
+TEST_F(Session, RunsAllCommandsOfALine) {
+  start();
+  ASSERT_TRUE(enter("pwd;pwd"));
+  EXPECT_TRUE(
+      showsScreen("[ /]$ pwd;pwd\n"
+                  "/\n"
+                  "/\n"
+                  "[ /]$\n"));
+}
+
+class SessionEnding : public ShellTerminal, public testing::WithParamInterface<const char*> {};
+
+TEST_P(SessionEnding, EndsWithoutAnotherPrompt) {
+  start();
+  ASSERT_TRUE(enter(GetParam()));
+  EXPECT_TRUE(showsScreen("[ /]$ " + std::string(GetParam()) + '\n'));
+  expectCleanEnd();
+}
+
+INSTANTIATE_TEST_SUITE_P(Words, SessionEnding, testing::Values("exit", "quit", "q", "exit;pwd"));
+
+class SwitchesThatMeanNothing : public ShellTerminal,
+                                public testing::WithParamInterface<std::vector<std::string>> {};
+
+TEST_P(SwitchesThatMeanNothing, StartTheShellAsWithoutThem) {
+  start({}, GetParam());
+  EXPECT_EQ(screen().text(), "[ /]$\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, SwitchesThatMeanNothing,
+    testing::Values(std::vector<std::string>{"-c"}, std::vector<std::string>{"-f"},
+                    std::vector<std::string>{"-x"}, std::vector<std::string>{"-cx", "exit"},
+                    std::vector<std::string>{"--verbose"}, std::vector<std::string>{"exit"}));
+
+}  // namespace
+}  // namespace terminal_test

@@ -1,0 +1,54 @@
+#include "tests/terminal/shell_terminal.h"
+
+#include "tests/support/programs.h"
+
+namespace terminal_test {
+
+void ShellTerminal::start(const TerminalOptions& options,
+                          const std::vector<std::string>& arguments) {
+  std::vector<std::string> command{test_support::treescopeProgram()};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  // A pseudoterminal starts in the mode in which the system makes it.
+  modeBefore_ = TerminalSession({"true"}).mode();
+  shell_ = std::make_unique<TerminalSession>(command, options);
+  ASSERT_TRUE(shell_->writes("[ /]$ ", 0));
+}
+
+testing::AssertionResult ShellTerminal::run(const std::string& line) {
+  const std::size_t mark = shell_->mark();
+  if (auto typed = enter(line); !typed) {
+    return typed;
+  }
+  return shell_->waitFor(
+      [&](const Screen&) {
+        const std::string bytes = shell_->bytesSince(mark);
+        return bytes.find("]$ ", bytes.find('\n')) != std::string::npos;
+      },
+      "a prompt after the line  " + line);
+}
+
+void ShellTerminal::connect(const std::string& server) {
+  ASSERT_TRUE(run("cd " + server));
+  ASSERT_TRUE(showsLine("[ " + server + "]$ |"));
+}
+
+void ShellTerminal::leave() {
+  EXPECT_TRUE(enter("exit"));
+  expectCleanEnd();
+}
+
+void ShellTerminal::expectCleanEnd() {
+  const auto status = shell_->waitForExit();
+  ASSERT_TRUE(status.has_value()) << "the shell does not end\n" << shell_->describe();
+  EXPECT_EQ(*status, (test_support::ExitStatus{0, 0})) << shell_->describe();
+  EXPECT_TRUE(sameMode(shell_->mode(), modeBefore_)) << "the terminal is left in another mode";
+  shell_.reset();
+}
+
+void ShellTerminal::TearDown() {
+  if (shell_ != nullptr) {
+    leave();
+  }
+}
+
+}  // namespace terminal_test
