@@ -15,7 +15,7 @@ inline const std::string del = "\033[3~";
 inline const std::string end = "\033[4~";
 inline const std::string pageUp = "\033[5~";
 inline const std::string pageDown = "\033[6~";
-inline const std::string enter = "\r";
+inline const std::string returnKey = "\r";
 inline const std::string tab = "\t";
 inline const std::string backspace = "\177";
 

@@ -33,6 +33,7 @@ void ShellTerminal::connect(const std::string& server) {
 }
 
 void ShellTerminal::leave() {
+  EXPECT_TRUE(type(keys::ctrl('A') + keys::ctrl('K')));
   EXPECT_TRUE(enter("exit"));
   expectCleanEnd();
 }

@@ -24,7 +24,7 @@ class ShellTerminal : public testing::Test {
   void connect(const std::string& server);
 
   /// Types a line and Return.
-  testing::AssertionResult enter(const std::string& line) { return type(line + keys::enter); }
+  testing::AssertionResult enter(const std::string& line) { return type(line + keys::returnKey); }
 
   /// The same, and waits for the next prompt.
   testing::AssertionResult run(const std::string& line);

@@ -1,0 +1,273 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <set>
+
+#include "tests/support/port_name.h"
+#include "tests/terminal/model_server.h"
+#include "tests/terminal/shell_terminal.h"
+
+// What Tab puts into the line, and what it lists above it.
+
+namespace terminal_test {
+namespace {
+
+using keys::tab;
+
+using Completion = ShellTerminal;
+
+TEST_F(Completion, ListsTheCommandsOnAnEmptyLine) {
+  start();
+  ASSERT_TRUE(type(tab));
+  EXPECT_TRUE(
+      showsScreen("[ /]$\n"
+                  "cat    cd     du     eu     exit   from   get    help   ls     set    str\n"
+                  "to     quit\n"
+                  "[ /]$\n"));
+  EXPECT_TRUE(showsLine("[ /]$ |"));
+}
+
+TEST_F(Completion, FinishesACommand) {
+  start();
+  ASSERT_TRUE(type("l" + tab));
+  EXPECT_TRUE(
+      showsScreen("[ /]$ l\n"
+                  "[ /]$ ls\n"));
+  EXPECT_TRUE(showsLine("[ /]$ ls |"));
+}
+
+TEST_F(Completion, ListsTheCommandsThatBeginSoAndLeavesTheLine) {
+  start();
+  ASSERT_TRUE(type("c" + tab));
+  EXPECT_TRUE(
+      showsScreen("[ /]$ c\n"
+                  "cat   cd\n"
+                  "[ /]$ c\n"));
+  EXPECT_TRUE(showsLine("[ /]$ c|"));
+}
+
+TEST_F(Completion, OffersOnlyTheCommandsOfItsList) {
+  start();
+  for (const char* const word : {"pw", "setp", "hist", "ta", "zz"}) {
+    const std::string line = std::string("[ /]$ ") + word + "|";
+    ASSERT_TRUE(type(word));
+    ASSERT_TRUE(showsLine(line));
+    const int row = screen().cursor().row;
+    ASSERT_TRUE(type(tab));
+    ASSERT_TRUE(shell().waitFor(
+        [row](const Screen& screen) { return screen.cursor().row == row + 1; }, "the next row"));
+    EXPECT_TRUE(showsLine(line)) << "the same line, one row further down";
+    ASSERT_TRUE(type(keys::ctrl('W') + keys::returnKey));
+    ASSERT_TRUE(shell().waitFor(
+        [row](const Screen& screen) { return screen.cursor().row == row + 2; }, "a fresh row"));
+  }
+}
+
+TEST_F(Completion, AsksWithoutTheLeadingBlanksAndKeepsThemInTheLine) {
+  start();
+  ASSERT_TRUE(type("   c" + tab));
+  EXPECT_TRUE(
+      showsScreen("[ /]$    c\n"
+                  "cat   cd\n"
+                  "[ /]$    c\n"));
+  EXPECT_TRUE(showsLine("[ /]$    c|"));
+}
+
+TEST_F(Completion, ListsTheCommandsForBlanks) {
+  start();
+  ASSERT_TRUE(type("  " + tab));
+  EXPECT_TRUE(showsText("to     quit"));
+  EXPECT_TRUE(showsLine("[ /]$   |"));
+}
+
+TEST_F(Completion, PutsTheCursorBehindWhatItPutIn) {
+  start();
+  ASSERT_TRUE(type("hel" + keys::home + tab));
+  EXPECT_TRUE(showsLine("[ /]$ help |"));
+}
+
+TEST_F(Completion, RunsWhatStandsBehindASemicolon) {
+  start();
+  ASSERT_TRUE(type("ls; q" + tab));
+  expectCleanEnd();
+}
+
+TEST_F(Completion, IsNoLineOfTheHistory) {
+  start();
+  ASSERT_TRUE(type("l" + tab));
+  ASSERT_TRUE(showsLine("[ /]$ ls |"));
+  ASSERT_TRUE(type(keys::ctrl('W') + keys::up + "#"));
+  EXPECT_TRUE(showsLine("[ /]$ #|"));
+}
+
+/// Names in the directory where servers are looked for, which begin alike.
+class ServerNames : public ShellTerminal {
+ protected:
+  static std::string beginning() { return "Model_" + test_support::portNameMark(); }
+
+  void place(const std::string& name) {
+    std::ofstream(path(name)).put('\n');
+    files_.insert(name);
+  }
+
+  static std::string path(const std::string& name) { return "/tmp/" + name; }
+
+  void TearDown() override {
+    ShellTerminal::TearDown();
+    for (const std::string& name : files_) {
+      EXPECT_EQ(::unlink(path(name).c_str()), 0) << name;
+    }
+  }
+
+ private:
+  std::set<std::string> files_;
+};
+
+TEST_F(ServerNames, AreFinished) {
+  place(beginning() + "pump.fifo");
+  start();
+  ASSERT_TRUE(type("cd " + beginning() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + beginning() + "pump|"));
+}
+
+TEST_F(ServerNames, AreFinishedAsFarAsTheyAreAlikeAndListed) {
+  place(beginning() + "alpha.fifo");
+  place(beginning() + "alpine.fifo");
+  start();
+  ASSERT_TRUE(type("cd " + beginning() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + beginning() + "alp|"));
+  EXPECT_TRUE(showsText(beginning() + "alpha"));
+  EXPECT_TRUE(showsText(beginning() + "alpine"));
+}
+
+TEST_F(ServerNames, AreOfferedOnceAFile) {
+  place(beginning() + "a.fifo");
+  place(beginning() + "a.efifo");
+  start();
+  ASSERT_TRUE(type("cd " + beginning() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + beginning() + "a|"));
+  EXPECT_TRUE(showsText(beginning() + "a   " + beginning() + "a") ||
+              showsText(beginning() + "a  " + beginning() + "a"));
+}
+
+TEST_F(ServerNames, AreAllOfferedBehindASlash) {
+  place(beginning() + "pump.fifo");
+  place("modelsrv" + test_support::portNameMark() + ".fifo");
+  start({.rows = 300, .columns = 200});
+  ASSERT_TRUE(type("cd /" + tab));
+  EXPECT_TRUE(showsText(beginning() + "pump"));
+  EXPECT_TRUE(showsText("modelsrv" + test_support::portNameMark()));
+}
+
+TEST_F(ServerNames, AreNoFilesWithoutExtensionAndNoDirectories) {
+  place(beginning() + "file");
+  const std::string directory = path(beginning() + "directory.fifo");
+  ASSERT_EQ(::mkdir(directory.c_str(), 0700), 0);
+  place(beginning() + "server.fifo");
+  start();
+  ASSERT_TRUE(type("cd " + beginning() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + beginning() + "server|"));
+  EXPECT_EQ(::rmdir(directory.c_str()), 0);
+}
+
+TEST_F(ServerNames, AreListedWhereTheyHaveTheForm) {
+  const std::string mark = test_support::portNameMark();
+  place("Model_" + mark + ".fifo");
+  place(mark + ".Model.fifo");
+  place("modelsrv" + mark + ".fifo");
+  start({.rows = 300, .columns = 200});
+  ASSERT_TRUE(run("ls"));
+  EXPECT_TRUE(showsText("Model_" + mark));
+  EXPECT_TRUE(showsText(mark + ".Model"));
+  EXPECT_FALSE(screen().find("modelsrv" + mark).has_value());
+}
+
+/// At the root of a server's tree.
+class TreeNames : public ShellTerminal {
+ protected:
+  void startConnected() {
+    start();
+    connect(server_.name());
+    prompt_ = "[ " + server_.name() + "]$ ";
+  }
+
+  ModelServer server_;
+  std::string prompt_;
+};
+
+TEST_F(TreeNames, AreFinishedWithASlashWhereThereIsMoreBelow) {
+  startConnected();
+  ASSERT_TRUE(type("cd dr" + tab));
+  EXPECT_TRUE(showsLine(prompt_ + "cd drive/|"));
+  ASSERT_TRUE(type("mo" + tab + "cur" + tab));
+  EXPECT_TRUE(showsLine(prompt_ + "cd drive/motor/current|"));
+}
+
+TEST_F(TreeNames, AreFinishedInAPathFromTheRoot) {
+  startConnected();
+  ASSERT_TRUE(type("get /drive/la" + tab));
+  EXPECT_TRUE(showsLine(prompt_ + "get /drive/label|"));
+}
+
+TEST_F(TreeNames, AreListedAndFinishedAsFarAsTheyAreAlike) {
+  startConnected();
+  ASSERT_TRUE(type("get /drive/s" + tab));
+  ASSERT_TRUE(showsLine(prompt_ + "get /drive/speed|"));
+  EXPECT_TRUE(showsScreen("[ /]$ cd " + server_.name() + "\n" +  //
+                          prompt_ + "get /drive/s\n" +           //
+                          "speed       speedlimit\n" +           //
+                          prompt_ + "get /drive/speed\n"));
+}
+
+TEST_F(TreeNames, AreAllOfferedForAnEmptyWord) {
+  startConnected();
+  ASSERT_TRUE(type("ls " + tab));
+  EXPECT_TRUE(showsText("drive/  empty"));
+  EXPECT_TRUE(showsLine(prompt_ + "ls |"));
+  ASSERT_TRUE(type("drive/" + tab));
+  EXPECT_TRUE(showsText("speed       speedlimit  gains       label       motor/      noname-12"));
+}
+
+TEST_F(TreeNames, HoldTheNumberOfAnUnnamedChild) {
+  startConnected();
+  ASSERT_TRUE(type("get drive/non" + tab));
+  EXPECT_TRUE(showsLine(prompt_ + "get drive/noname-12|"));
+}
+
+TEST_F(TreeNames, EndTheParentWithASlash) {
+  startConnected();
+  ASSERT_TRUE(type("cd .." + tab));
+  EXPECT_TRUE(showsLine(prompt_ + "cd ../|"));
+}
+
+TEST_F(TreeNames, BeginAtTheRootForATilde) {
+  startConnected();
+  ASSERT_TRUE(run("cd drive"));
+  ASSERT_TRUE(type("ls ~e" + tab + "#"));
+  EXPECT_TRUE(showsLine("[ drive]$ ls empty#|")) << "the last word is replaced, its mark with it";
+}
+
+TEST_F(TreeNames, LeaveTheLineWhereNothingFits) {
+  startConnected();
+  ASSERT_TRUE(type("get drive/zz" + tab + "#"));
+  EXPECT_TRUE(showsLine(prompt_ + "get drive/zz#|"));
+  ASSERT_TRUE(type(keys::ctrl('W') + "get nowhere/x" + tab + "#"));
+  EXPECT_TRUE(showsLine(prompt_ + "get nowhere/x#|"));
+}
+
+TEST_F(TreeNames, LeaveAnEditableLineWhenTheServerHangs) {
+  startConnected();
+  server_.hang();
+  ASSERT_TRUE(type("get dr" + tab));
+  ASSERT_TRUE(showsLine(prompt_ + "get dr|"));
+  ASSERT_TRUE(shell().waitFor([](const Screen& screen) { return screen.cursor().row == 2; },
+                              "the prompt, a row further down"));
+  ASSERT_TRUE(type(keys::backspace + "#"));
+  EXPECT_TRUE(showsLine(prompt_ + "get d#|"));
+  server_.resume();
+}
+
+}  // namespace
+}  // namespace terminal_test

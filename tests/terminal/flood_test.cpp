@@ -1,0 +1,71 @@
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "tests/terminal/model_server.h"
+#include "tests/terminal/shell_terminal.h"
+
+// Typing, completing and listing while updates flood the screen.
+
+namespace terminal_test {
+namespace {
+
+/// Whether each line that shows a path or a value is all there is between the
+/// column it begins in and its end.
+testing::AssertionResult linesAreWhole(const std::string& bytes) {
+  static const std::regex line("(/group_00[0-3]/item_000[0-7]|item_000[0-7]  \\[[0-9]+\\])");
+  const std::string begin = "\033[1G";
+  std::size_t lines = 0;
+  for (std::size_t at = bytes.find(begin); at != std::string::npos; at = bytes.find(begin, at)) {
+    at += begin.size();
+    if (bytes[at] != '/' && bytes[at] != 'i') {
+      continue;  // A row of columns.
+    }
+    const std::string text = bytes.substr(at, bytes.find("\r\n", at) - at);
+    ++lines;
+    if (!std::regex_match(text, line)) {
+      return testing::AssertionFailure() << "divided: " << testing::PrintToString(text);
+    }
+  }
+  return lines > 0 ? testing::AssertionSuccess() : testing::AssertionFailure() << "no lines";
+}
+
+class Flood : public ShellTerminal {
+ protected:
+  ModelServer server_{std::vector<std::string>{"--synthetic", "4x8", "--churn", "2000"}};
+};
+
+TEST_F(Flood, DividesNoLineAndLosesNoKey) {
+  start();
+  connect(server_.name());
+  ASSERT_TRUE(enter("eu -r"));
+  const std::size_t mark = shell().mark();
+  ASSERT_TRUE(shell().writes("\033[1G/group_", mark)) << "an update";
+  const int rounds = 20;
+  for (int round = 0; round < rounds; ++round) {
+    const std::string number = std::to_string(round);
+    const std::size_t begin = shell().mark();
+    // Completed, edited and accepted.
+    ASSERT_TRUE(type("ls -l gro" + keys::tab + "001" + keys::left + keys::del + "1"));
+    ASSERT_TRUE(type(keys::returnKey));
+    ASSERT_TRUE(type("setport a b " + number + keys::returnKey + "!-1" + keys::returnKey));
+    ASSERT_TRUE(shell().writes("item_0007", begin)) << "the listing";
+    ASSERT_TRUE(shell().writes("setport a b " + number, begin));
+  }
+  ASSERT_TRUE(enter("du"));
+  ASSERT_TRUE(type("done"));
+  ASSERT_TRUE(showsLine("[ " + server_.name() + "]$ done|"));
+  EXPECT_TRUE(linesAreWhole(shell().bytesSince(mark)));
+  EXPECT_EQ(shell().bytesSince(mark).find("ERROR"), std::string::npos);
+}
+
+TEST_F(Flood, EndsInTheMiddle) {
+  start();
+  connect(server_.name());
+  ASSERT_TRUE(enter("eu -r"));
+  ASSERT_TRUE(shell().writes("\033[1G/group_", 0));
+  leave();
+}
+
+}  // namespace
+}  // namespace terminal_test

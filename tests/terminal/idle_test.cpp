@@ -1,0 +1,72 @@
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/terminal/model_server.h"
+#include "tests/terminal/shell_terminal.h"
+
+// A shell that waits for a person costs the device next to nothing.
+
+namespace terminal_test {
+namespace {
+
+/// How often the threads of process `pid` have waited for something so far.
+long wakesOf(pid_t pid) {
+  const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+  long wakes = 0;
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    std::ifstream status(task.path() / "status");
+    for (std::string line; std::getline(status, line);) {
+      constexpr std::string_view name = "voluntary_ctxt_switches:";
+      if (line.starts_with(name)) {
+        wakes += std::stol(line.substr(name.size()));
+      }
+    }
+  }
+  return wakes;
+}
+
+void waitSeconds(int seconds) {
+  const int timer = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
+  itimerspec time{};
+  time.it_value.tv_sec = seconds;
+  pollfd waited{timer, POLLIN, 0};
+  EXPECT_EQ(::timerfd_settime(timer, 0, &time, nullptr), 0);
+  EXPECT_EQ(::poll(&waited, 1, -1), 1);
+  ::close(timer);
+}
+
+class Idle : public ShellTerminal {
+ protected:
+  void expectFewWakes() {
+    constexpr int seconds = 2;
+    constexpr long wakesASecond = 20;
+    const long before = wakesOf(shell().pid());
+    waitSeconds(seconds);
+    const long wakes = wakesOf(shell().pid()) - before;
+    RecordProperty("wakes_a_second", std::to_string(wakes / seconds));
+    EXPECT_LE(wakes, seconds * wakesASecond);
+  }
+};
+
+TEST_F(Idle, WakesAtMostTwentyTimesASecondAtThePrompt) {
+  start();
+  expectFewWakes();
+}
+
+TEST_F(Idle, WakesAtMostTwentyTimesASecondWhileItWatches) {
+  ModelServer server;
+  start();
+  connect(server.name());
+  ASSERT_TRUE(run("eu -r drive"));
+  ASSERT_TRUE(type("half a line"));
+  ASSERT_TRUE(shell().showsLine("[ " + server.name() + "]$ half a line|"));
+  expectFewWakes();
+}
+
+}  // namespace
+}  // namespace terminal_test

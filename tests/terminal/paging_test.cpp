@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/support/port_name.h"
+#include "tests/terminal/model_server.h"
+#include "tests/terminal/shell_terminal.h"
+
+// A listing that stops at each screenful.
+
+namespace terminal_test {
+namespace {
+
+std::string item(int number) {
+  const std::string digits = std::to_string(number);
+  return "item_" + std::string(4 - digits.size(), '0') + digits;
+}
+
+/// Sits in a node with 120 parts, item_0000 and so on.
+class Paging : public ShellTerminal {
+ protected:
+  void startIn(int rows, int columns) {
+    start();
+    ASSERT_TRUE(run("cd " + server_.name()));
+    ASSERT_TRUE(run("cd group_000"));
+    ASSERT_TRUE(showsLine("[ group_000]$ |"));
+    shell().resize(rows, columns);
+  }
+
+  /// Waits until the listing stands still behind the item `number`.
+  testing::AssertionResult stopsBehind(int number) {
+    return shell().waitFor(
+        [number](const Screen& screen) {
+          const int row = screen.cursor().row;
+          return screen.cursorLine() == "More|" && row > 0 &&
+                 screen.row(row - 1).starts_with(item(number));
+        },
+        "\"More\" below " + item(number));
+  }
+
+  [[nodiscard]] int stopsSince(std::size_t mark) {
+    const std::string bytes = shell().bytesSince(mark);
+    int stops = 0;
+    for (std::size_t at = bytes.find("More"); at != std::string::npos;
+         at = bytes.find("More", at + 1)) {
+      ++stops;
+    }
+    return stops;
+  }
+
+  ModelServer server_{std::vector<std::string>{"--synthetic", "1x120"}};
+};
+
+TEST_F(Paging, StopsWithABlinkingWordAfterTwoLinesLessThanTheScreen) {
+  startIn(24, 80);
+  ASSERT_TRUE(enter("ls -lm"));
+  ASSERT_TRUE(stopsBehind(21));
+  EXPECT_EQ(screen().lookOf("More"), (Look{.blink = true, .reverse = true}));
+  EXPECT_EQ(screen().lookOf(item(21)), Look{});
+  ASSERT_TRUE(type("q"));
+  EXPECT_TRUE(showsLine("[ group_000]$ |"));
+}
+
+TEST_F(Paging, ShowsAScreenfulForABlank) {
+  startIn(24, 80);
+  ASSERT_TRUE(enter("ls -lm"));
+  ASSERT_TRUE(stopsBehind(21));
+  ASSERT_TRUE(type(" "));
+  ASSERT_TRUE(stopsBehind(43));
+  ASSERT_TRUE(type("x"));
+  ASSERT_TRUE(stopsBehind(65));
+  EXPECT_EQ(screen().rowsWith("More"), 1) << "those before are wiped out";
+  ASSERT_TRUE(type("q"));
+}
+
+TEST_F(Paging, ShowsALineForReturn) {
+  startIn(24, 80);
+  ASSERT_TRUE(enter("ls -lm"));
+  for (const int last : {21, 22, 23, 24}) {
+    ASSERT_TRUE(stopsBehind(last));
+    ASSERT_TRUE(type(keys::returnKey));
+  }
+  ASSERT_TRUE(stopsBehind(25));
+  ASSERT_TRUE(type("q"));
+}
+
+TEST_F(Paging, EndsTheListingForQ) {
+  startIn(24, 80);
+  ASSERT_TRUE(enter("ls -lm"));
+  ASSERT_TRUE(stopsBehind(21));
+  ASSERT_TRUE(type("q"));
+  ASSERT_TRUE(showsLine("[ group_000]$ |"));
+  EXPECT_FALSE(screen().find(item(22)).has_value());
+  EXPECT_FALSE(screen().find("More").has_value());
+  EXPECT_TRUE(run("pwd")) << "the shell goes on";
+}
+
+TEST_F(Paging, TakesEachByteOfAnArrowKeyForAnAnswer) {
+  startIn(24, 80);
+  ASSERT_TRUE(enter("ls -lm"));
+  ASSERT_TRUE(stopsBehind(21));
+  ASSERT_TRUE(type(keys::up));
+  ASSERT_TRUE(stopsBehind(87));
+  ASSERT_TRUE(type("q"));
+}
+
+TEST_F(Paging, EndsWithThePromptWhenAllIsShown) {
+  startIn(24, 80);
+  ASSERT_TRUE(enter("ls -lm"));
+  ASSERT_TRUE(type("     "));
+  ASSERT_TRUE(shell().waitFor(
+      [](const Screen& screen) {
+        const int row = screen.cursor().row;
+        return screen.cursorLine() == "[ group_000]$ |" &&
+               screen.row(row - 1).starts_with(item(119));
+      },
+      "the prompt below the last item"));
+}
+
+TEST_F(Paging, StopsTreesToo) {
+  startIn(24, 80);
+  ASSERT_TRUE(enter("ls -rlm"));
+  EXPECT_TRUE(shell().showsLine("More|"));
+  EXPECT_EQ(screen().rowsWith("+-- item_"), 22);
+  ASSERT_TRUE(type("q"));
+}
+
+TEST_F(Paging, CountsRowsOfColumnsNotNames) {
+  startIn(6, 40);
+  ASSERT_TRUE(enter("ls -m"));
+  ASSERT_TRUE(showsLine("More|"));
+  EXPECT_EQ(screen().rowsWith("item_"), 4);
+  EXPECT_TRUE(showsText("item_0009  item_0010  item_0011"));
+  ASSERT_TRUE(type("q"));
+}
+
+TEST_F(Paging, NeverStopsWithoutTheOption) {
+  startIn(24, 80);
+  for (const char* const line : {"ls -l", "ls -rl", "history"}) {
+    const std::size_t mark = shell().mark();
+    ASSERT_TRUE(run(line));
+    EXPECT_EQ(stopsSince(mark), 0) << line;
+  }
+}
+
+struct Size {
+  int rows;
+  int columns;
+  /// How often a long listing of 120 lines stops, each time answered by a blank.
+  int stops;
+};
+
+class PagingAtSize : public Paging, public testing::WithParamInterface<Size> {};
+
+TEST_P(PagingAtSize, StopsAsOftenAsTheScreenIsFull) {
+  startIn(GetParam().rows, GetParam().columns);
+  const std::size_t mark = shell().mark();
+  ASSERT_TRUE(enter("ls -lm"));
+  ASSERT_TRUE(type(std::string(static_cast<std::size_t>(GetParam().stops), ' ')));
+  ASSERT_TRUE(shell().writes(item(119), mark));
+  ASSERT_TRUE(shell().writes("]$ ", mark));
+  EXPECT_EQ(stopsSince(mark), GetParam().stops);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, PagingAtSize,
+                         testing::Values(Size{1, 1, 120}, Size{2, 2, 120}, Size{3, 80, 119},
+                                         Size{24, 80, 5}, Size{122, 80, 0}, Size{500, 500, 0}),
+                         [](const auto& test) {
+                           return std::to_string(test.param.rows) + "x" +
+                                  std::to_string(test.param.columns);
+                         });
+
+TEST_F(Paging, FollowsTheSizeOfTheWindowFromPageToPage) {
+  startIn(24, 80);
+  ASSERT_TRUE(enter("ls -lm"));
+  ASSERT_TRUE(stopsBehind(21));
+  shell().resize(12, 60);
+  ASSERT_TRUE(type(" "));
+  ASSERT_TRUE(stopsBehind(31));
+  shell().resize(40, 100);
+  ASSERT_TRUE(type(" "));
+  ASSERT_TRUE(stopsBehind(69));
+  ASSERT_TRUE(type("q"));
+}
+
+/// Before a server is connected.
+class PagingOfServers : public ShellTerminal {
+ protected:
+  PagingOfServers() {
+    for (int i = 0; i < 10; ++i) {
+      std::ofstream(file(i)).put('\n');
+    }
+  }
+  ~PagingOfServers() override {
+    for (int i = 0; i < 10; ++i) {
+      EXPECT_EQ(::unlink(file(i).c_str()), 0);
+    }
+  }
+  PagingOfServers(const PagingOfServers&) = delete;
+  PagingOfServers& operator=(const PagingOfServers&) = delete;
+
+ private:
+  static std::string file(int number) {
+    return "/tmp/Model_" + test_support::portNameMark() + std::to_string(number) + ".fifo";
+  }
+};
+
+TEST_F(PagingOfServers, NeedsNoOption) {
+  start({.rows = 6, .columns = 20});
+  ASSERT_TRUE(enter("ls"));
+  ASSERT_TRUE(showsLine("More|"));
+  ASSERT_TRUE(type("q"));
+  EXPECT_TRUE(showsLine("[ /]$ |"));
+}
+
+}  // namespace
+}  // namespace terminal_test

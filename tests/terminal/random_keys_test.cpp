@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+#include <random>
+#include <string_view>
+
+#include "tests/commands/scratch_directory.h"
+#include "tests/terminal/shell_terminal.h"
+
+// Whatever is typed, the shell goes on, and ends when it is asked to.
+
+namespace terminal_test {
+namespace {
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TREESCOPE_SANITIZED
+#endif
+#endif
+
+/// The sanitized builds take several times as long a key.
+#ifdef TREESCOPE_SANITIZED
+constexpr std::size_t keyCount = 100'000;
+#else
+constexpr std::size_t keyCount = 1'000'000;
+#endif
+
+/// TREESCOPE_SEED repeats a run.
+std::uint64_t seed() {
+  const char* const given = std::getenv("TREESCOPE_SEED");
+  return given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device()();
+}
+
+/// Any byte, but none that raises a signal, begins a command of the system ("$")
+/// or could end the shell or reach a file: no command that does has all its letters
+/// left. So none of "exit", "quit", "q", "to", "from", "cmdfrom" and "help".
+class Keys {
+ public:
+  explicit Keys(std::uint64_t start) : random_(start) {
+    constexpr std::string_view leftOut = "\003\032\034$qtfh";
+    for (int byte = 0; byte < 256; ++byte) {
+      if (leftOut.find(static_cast<char>(byte)) == std::string_view::npos) {
+        bytes_ += static_cast<char>(byte);
+      }
+    }
+  }
+
+  std::string next() {
+    constexpr std::uint64_t kinds = 64;
+    const std::uint64_t dice = random_();
+    const auto choice = static_cast<std::size_t>(dice / kinds);
+    const std::uint64_t kind = dice % kinds;
+    if (kind == 0) {
+      return lines_[choice % lines_.size()];
+    }
+    // An empty line now and then, for those that are recalled grow.
+    if (kind == 1) {
+      return keys::end + keys::ctrl('W');
+    }
+    return kind < 16 ? special_[choice % special_.size()]
+                     : std::string(1, bytes_[choice % bytes_.size()]);
+  }
+
+ private:
+  static inline const std::array<std::string, 12> special_{
+      keys::up,     keys::down,   keys::left, keys::right,    keys::home,      keys::end,
+      keys::insert, keys::pageUp, keys::del,  keys::pageDown, keys::backspace, keys::tab};
+  static inline const std::array<std::string, 10> lines_{
+      "pwd\r", "ls\r", "cd ", "!!\r", "!-2\r", "!3\r", "!-0\r", "du;ls -m\r", "ls -r ", "\r"};
+
+  std::mt19937_64 random_;
+  std::string bytes_;
+};
+
+using RandomKeys = ShellTerminal;
+
+TEST_F(RandomKeys, NeitherEndNorStopTheShell) {
+  const std::uint64_t start = seed();
+  SCOPED_TRACE("TREESCOPE_SEED=" + std::to_string(start));
+  RecordProperty("seed", std::to_string(start));
+  Keys keys(start);
+  const treescope::test::ScratchDirectory empty;
+  this->start({.directory = empty.path()});
+  shell().lookAway();
+  for (std::size_t typed = 0; typed < keyCount;) {
+    std::string some;
+    for (; some.size() < 16384 && typed < keyCount; ++typed) {
+      some += keys.next();
+    }
+    ASSERT_TRUE(type(some)) << "after " << typed << " keys";
+  }
+  // Out of whatever it was in: a listing that has stopped, or half a key.
+  ASSERT_TRUE(type("qqq" + keys::returnKey));
+}
+
+}  // namespace
+}  // namespace terminal_test

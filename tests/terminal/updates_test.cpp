@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/process.h"
+#include "tests/support/programs.h"
+#include "tests/terminal/model_server.h"
+#include "tests/terminal/shell_terminal.h"
+
+// What happens on the screen when a watched part changes while one types.
+
+namespace terminal_test {
+namespace {
+
+/// Sits in the node "drive", whose parts "speed" and "gains" are watched.
+class Updates : public ShellTerminal {
+ protected:
+  void startWatching() {
+    start();
+    ASSERT_TRUE(run("cd " + server_.name()));
+    ASSERT_TRUE(run("cd drive"));
+    ASSERT_TRUE(run("eu speed"));
+    ASSERT_TRUE(run("eu gains"));
+    ASSERT_TRUE(showsLine("[ drive]$ |"));
+  }
+
+  /// Changes a value, as another session does.
+  void setElsewhere(const std::string& value, const std::string& path) {
+    const auto result = test_support::run({test_support::treescopeProgram(), "-c",
+                                           "cd " + server_.name() + ";set " + value + " " + path});
+    EXPECT_EQ(result.status, (test_support::ExitStatus{0, 0}));
+  }
+
+  ModelServer server_;
+};
+
+TEST_F(Updates, AreShownByThePathOfTheirPart) {
+  startWatching();
+  setElsewhere("43", "/drive/speed");
+  EXPECT_TRUE(showsScreen("[ /]$ cd " + server_.name() + "\n" +  //
+                          "[ " + server_.name() + "]$ cd drive\n" +
+                          "[ drive]$ eu speed\n"
+                          "[ drive]$ eu gains\n"
+                          "/drive/speed\n"));
+}
+
+TEST_F(Updates, AreShownWithTheValuesOfAllElements) {
+  startWatching();
+  setElsewhere("2.5", "/drive/gains[1]");
+  ASSERT_TRUE(showsText("+-- [1](i)  [2.5]"));
+  EXPECT_TRUE(showsText("+-- [0](p)  [1.5]"));
+  EXPECT_EQ(screen().row(4), "/drive/gains");
+}
+
+TEST_F(Updates, LeaveTheLineAsItIsWhichTheNextKeyShowsAgain) {
+  startWatching();
+  ASSERT_TRUE(type("pw"));
+  ASSERT_TRUE(showsLine("[ drive]$ pw|"));
+  setElsewhere("2.5", "/drive/gains[1]");
+  ASSERT_TRUE(showsText("+-- [1](i)  [2.5]"));
+  EXPECT_TRUE(showsLine("|")) << "the update is over the line; the cursor is below it";
+  ASSERT_TRUE(type("d"));
+  EXPECT_TRUE(showsLine("          pwd|")) << "in its columns";
+  ASSERT_TRUE(type(keys::home));
+  EXPECT_TRUE(showsLine("[ drive]$ |pwd")) << "this key brings the prompt back too";
+  ASSERT_TRUE(type(keys::returnKey));
+  EXPECT_TRUE(showsText("/" + server_.name() + "/drive"));
+}
+
+TEST_F(Updates, DoNotComeForPartsThatAreNotWatched) {
+  startWatching();
+  setElsewhere("91", "/drive/speedlimit");
+  setElsewhere("2.5", "/drive/gains[1]");
+  ASSERT_TRUE(showsText("[2.5]"));
+  EXPECT_FALSE(screen().find("speedlimit").has_value());
+}
+
+TEST_F(Updates, EndWithTheSubscription) {
+  startWatching();
+  ASSERT_TRUE(run("du gains"));
+  setElsewhere("2.5", "/drive/gains[1]");
+  setElsewhere("43", "/drive/speed");
+  ASSERT_TRUE(showsText("/drive/speed"));
+  EXPECT_FALSE(screen().find("[2.5]").has_value());
+}
+
+}  // namespace
+}  // namespace terminal_test
