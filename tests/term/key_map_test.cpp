@@ -297,16 +297,23 @@ TEST(Keys, AKeyWithoutMemoryLeavesAnEmptyLine) {
 }
 
 TEST(Keys, NoMemoryAtAllLeavesTheNextKeyItsChance) {
-  FakeShell shell;
-  LineEditorHost host = shell.host();
-  host.promptText = []() -> std::string { throw std::length_error("prompt"); };
-  LineEditor editor(0, false, host);
-  EditorRig::outputOf([&] {
-    editor.showPrompt("here", "abc");
-    editor.handleKey(KEY_HOME);
-  });
-  EXPECT_EQ(editor.line(), "");
-  EXPECT_EQ(EditorRig::outputOf([&] { editor.handleKey('x'); }), echo.redrawn("x", 1));
+  for (const bool forTheMessageToo : {false, true}) {
+    FakeShell shell;
+    LineEditorHost host = shell.host();
+    host.promptText = []() -> std::string { throw std::length_error("prompt"); };
+    host.outOfMemory = [forTheMessageToo] {
+      if (forTheMessageToo) {
+        throw std::bad_alloc();
+      }
+    };
+    LineEditor editor(0, false, host);
+    EditorRig::outputOf([&] {
+      editor.showPrompt("here", "abc");
+      editor.handleKey(KEY_HOME);
+    });
+    EXPECT_EQ(editor.line(), "");
+    EXPECT_EQ(EditorRig::outputOf([&] { editor.handleKey('x'); }), echo.redrawn("x", 1));
+  }
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <array>
-#include <filesystem>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -210,11 +210,35 @@ TEST(KeyThread, ALongPasteIsShownBeforeAnotherKeyActs) {
   EXPECT_EQ(bytes.find(text), bytes.rfind(text));
 }
 
-TEST(KeyThread, ALongPasteIsShownThoughItEndsInsideASequence) {
+TEST(KeyThread, ALongPasteIsShownThoughItPausesInsideASequence) {
   const std::string text(2000, 'p');
+  FedInput input;
+  input.feed(text + "\033[");
   FakeShell shell;
-  EXPECT_THAT(joined(writesFor(text + "\033[", shell)),
-              testing::EndsWith(echo.redrawn(text, text.size()) + "\n"));
+  RecordedWrites writes;
+  std::thread typist([&] {
+    const std::string all = echo.redrawn(text, text.size());
+    while (writes.next() != all) {
+    }
+    input.end();
+  });
+  edit(shell.host());
+  typist.join();
+  EXPECT_EQ(writes.take().back(), "\n");
+}
+
+TEST(KeyThread, ALongPasteFromAFileIsShownAtItsEnd) {
+  const std::string text(2000, 'p');
+  const FedInput input;
+  const int file = memfd_create("keys", MFD_CLOEXEC);
+  ASSERT_EQ(write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  ASSERT_EQ(lseek(file, 0, SEEK_SET), 0);
+  ASSERT_EQ(dup2(file, STDIN_FILENO), STDIN_FILENO);
+  close(file);
+  FakeShell shell;
+  RecordedWrites writes;
+  edit(shell.host());
+  EXPECT_EQ(writes.take().back(), echo.redrawn(text, text.size()) + "\n");
 }
 
 TEST(KeyThread, ALongPasteOfLinesRunsEachOfThem) {
