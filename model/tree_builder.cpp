@@ -112,7 +112,7 @@ class TreeBuilder {
     node.subscribedMark = isSubscribed() ? attributeBold : 0;
     if (sum != 0) {
       listElements(node, sum);
-    } else if (has(optionLong)) {
+    } else if (has(optionLong) && !(has(TreeScope::optionBelowOnly) && levels_.empty())) {
       node.value.emplace();
       scope_.readValueText(chain_, *node.value, lock_);
     }

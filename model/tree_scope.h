@@ -200,6 +200,10 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
 
   // What is listed.
 
+  /// A bit beside those of the commands' options, for who draws what is below a
+  /// node and not the node: its own value is not asked for.
+  static constexpr unsigned optionBelowOnly = 16;
+
   /// Fills `node`, a new one, with what the server has at `chain`: a part with its
   /// elements, or a node with its children; with the bits of `options` recursively,
   /// with values, with the marks of kinds. `name` is the label; without one it is

@@ -37,8 +37,8 @@ std::vector<std::string> TreeScope::namesOfChanged(const IdChain& chain) {
 void TreeScope::displayUpdate(const IdChain& chain) {
   const std::vector<std::string> names = namesOfChanged(chain);
   ListingNode listing;
-  buildTree(listing, optionLong, chain, names.empty() ? std::string() : names.back(), 1, true,
-            false);
+  buildTree(listing, optionLong | optionBelowOnly, chain,
+            names.empty() ? std::string() : names.back(), 1, true, false);
   const std::string path = pathText(names);
   printer_.printLine({0, colourDefault, path.c_str()}, false);
   printLongTree(printer_, listing, false, false);

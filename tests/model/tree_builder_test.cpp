@@ -49,6 +49,13 @@ TEST_F(TreeBuilder, ListsThePartsElements) {
   EXPECT_EQ(built(4, {77}, "gone"), "gone=");
 }
 
+TEST_F(TreeBuilder, LeavesOutTheValueOfTheTopAlone) {
+  const unsigned options = 4 | TreeScope::optionBelowOnly;
+  EXPECT_EQ(built(options, {1, 1}, "speed"), "speed");
+  EXPECT_EQ(built(options, {1, 4}, "raw"), "raw ([0]=1, [1]=2, [2]=3)");
+  EXPECT_EQ(built(options, {1, 14}, "inner"), "inner (deep=5)");
+}
+
 TEST_F(TreeBuilder, ListsOneLevelAndMarksContent) {
   ModelSrv::ModelNode box(40, "box");
   ModelSrv::ModelNode inside(1, "inside");
