@@ -66,6 +66,21 @@ bool takeNoTitles(std::vector<char*>& arguments) {
 
 }  // namespace
 
+void registerRounds(const std::string& name, const std::function<bool()>& round) {
+  benchmark::RegisterBenchmark(name.c_str(),
+                               [round](benchmark::State& state) {
+                                 for (auto _ : state) {
+                                   if (!round()) {
+                                     state.SkipWithError("no answer");
+                                     break;
+                                   }
+                                 }
+                               })
+      ->Repetitions(60)
+      ->MinTime(0.03)
+      ->UseRealTime();
+}
+
 int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons) {
   std::vector<char*> arguments(argv, argv + argc);
   const bool titles = !takeNoTitles(arguments);

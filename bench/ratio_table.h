@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,10 @@ struct Comparison {
   std::string ours;
   double target;
 };
+
+/// Registers a benchmark of that name, whose iterations are calls of `round`; it is
+/// skipped where one gives false.
+void registerRounds(const std::string& name, const std::function<bool()>& round);
 
 /// Prints a row for each benchmark of `comparisons`: median, 10th and 90th
 /// percentile of its repetitions in microseconds, and behind ours the ratio of

@@ -6,13 +6,11 @@
 
 #include <cstdio>
 #include <exception>
-#include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench/programs.h"
 #include "bench/ratio_table.h"
-#include "bench/served_tree.h"
 
 // What one command costs from a script: the whole run of the shell that connects,
 // reads a value and prints it, beside a C++ program that prints one line.
@@ -49,36 +47,6 @@ long runProgram(std::vector<std::string> words) {
   return started && ::waitpid(pid, &status, 0) == pid && status == 0 ? total : -1;
 }
 
-/// The built model server, serving this machine; connectable once constructed.
-class HostServer {
- public:
-  HostServer() : name_("Model_bench" + std::to_string(::getpid())) {
-    int ready[2];
-    if (::pipe2(ready, O_CLOEXEC) != 0) {
-      throw std::runtime_error("pipe2");
-    }
-    child_ = std::make_unique<bench::Child>([this, ready] {
-      if (::dup2(ready[1], STDOUT_FILENO) == STDOUT_FILENO) {
-        ::execl(SERVER_PROGRAM, SERVER_PROGRAM, "--name", name_.c_str(), nullptr);
-      }
-    });
-    ::close(ready[1]);
-    // Its one line says that it is up; the end of the pipe, that it is not.
-    char first = '\0';
-    const ssize_t count = ::read(ready[0], &first, 1);
-    ::close(ready[0]);
-    if (count != 1) {
-      throw std::runtime_error("the server did not start");
-    }
-  }
-
-  [[nodiscard]] const std::string& name() const { return name_; }
-
- private:
-  std::string name_;
-  std::unique_ptr<bench::Child> child_;
-};
-
 void registerProgram(const char* name, const std::vector<std::string>& words) {
   benchmark::RegisterBenchmark(name,
                                [words](benchmark::State& state) {
@@ -98,7 +66,7 @@ void registerProgram(const char* name, const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
   try {
-    const HostServer server;
+    const bench::ServerProgram server({});
     registerProgram("program that prints a line", {ONE_LINE_PROGRAM});
     registerProgram("treescope -c \"cd; get\"",
                     {SHELL_PROGRAM, "-c", "cd " + server.name() + ";get /cpu/load"});

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "bench/served_tree.h"
+
+namespace bench {
+
+/// Two processes and two named pipes between them: the least that a round trip can
+/// cost. The bytes are as many as those of a request for an element sum and of its
+/// reply.
+class BarePipes {
+ public:
+  /// The other process is bound to `processor` (see `pinTo`). Throws
+  /// `std::runtime_error` where there is none.
+  explicit BarePipes(unsigned processor);
+  ~BarePipes();
+  BarePipes(const BarePipes&) = delete;
+  BarePipes& operator=(const BarePipes&) = delete;
+
+  /// Sends a request and waits for its reply; false on a fault.
+  [[nodiscard]] bool roundTrip() const;
+
+ private:
+  int requests_ = -1;
+  int replies_ = -1;
+  std::unique_ptr<Child> server_;
+};
+
+}  // namespace bench
