@@ -16,12 +16,19 @@ Allocations& allocated() {
 }  // namespace treescope::test
 
 // Every allocation of this program is counted.
-void* operator new(std::size_t size) {
-  if (void* memory = std::malloc(size > 0 ? size : 1)) {
+void* operator new(std::size_t size, const std::nothrow_t& /*none*/) noexcept {
+  void* const memory = std::malloc(size > 0 ? size : 1);
+  if (memory != nullptr) {
     auto& allocated = treescope::test::allocated();
     ++allocated.count;
     allocated.heldBytes += static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
     allocated.mostBytes = std::max(allocated.mostBytes, allocated.heldBytes);
+  }
+  return memory;
+}
+
+void* operator new(std::size_t size) {
+  if (void* memory = ::operator new(size, std::nothrow)) {
     return memory;
   }
   throw std::bad_alloc();
