@@ -1,8 +1,14 @@
 #include <gmock/gmock.h>
 
+#include <array>
+#include <csignal>
+#include <cstdlib>
 #include <map>
 #include <string>
 
+#include "tests/servers/server_process.h"
+#include "tests/servers/tree_client.h"
+#include "tests/support/process.h"
 #include "tests/system/process_numbers.h"
 #include "tests/system/rig_client.h"
 #include "tests/system/served_rig.h"
@@ -114,6 +120,55 @@ TEST(SlowWatcher, SeesTheLastValueOfEveryPartOnceItGoesOn) {
   EXPECT_GE(shown.updates, partCount);
   // The others were taken together with later ones of the same part.
   EXPECT_LT(shown.updates, stores);
+}
+
+/// A tree whose server changes a hundred thousand values a second.
+class Churned : public testing::Test {
+ protected:
+  static constexpr int groups = 10;
+  static constexpr int items = 20;
+
+  void SetUp() override {
+    ASSERT_EQ(client_.connected(), ModelSrv::ModelRes_Success);
+    ASSERT_EQ(client_.subscribe(item), ModelSrv::ModelRes_Success);
+  }
+
+  long valueOfOne() { return std::atol(client_.get(item).c_str()); }
+
+  /// Waits until that many values more have been changed.
+  bool changes(long count) {
+    const long wanted = valueOfOne() + count / (groups * items);
+    return client_.pumpUntil([&] { return valueOfOne() >= wanted; });
+  }
+
+  const std::string item = "/group_003/item_0007";
+
+  modelsrvd::ServerProcess server_{
+      {"--synthetic", std::to_string(groups) + 'x' + std::to_string(items), "--churn", "100000"}};
+  modelsrvd::TreeClient client_{server_.name()};
+};
+
+TEST_F(Churned, AStoppedWatcherCostsTheServerLittleAndOthersNothing) {
+  const int count = ownMemory ? 100000 : 20000;
+  TerminalShell shell(server_.name());
+  ASSERT_EQ(shell.run("cd /group_009"), "");
+  shell.run("eu -r /");
+  shell.stop();
+  const int pid = server_.process().pid();
+  ASSERT_TRUE(changes(count));
+  const long before = procNumber(pid, "smaps_rollup", "Private_Dirty:");
+  ASSERT_TRUE(changes(count));
+  const std::string seen = batchOutput(server_.name(), "get " + item);
+  EXPECT_THAT(seen, testing::MatchesRegex(item + " +\\[[0-9]+\\]\n"));
+  ASSERT_TRUE(changes(count));
+  EXPECT_LT(procNumber(pid, "smaps_rollup", "Private_Dirty:") - before, mostGrowth) << "KiB";
+
+  shell.resume();
+  // Behind what waits for it, the shell is told of every part again and again.
+  for (int group = 0; group < groups; ++group) {
+    shell.readThrough(plainLine("/group_00" + std::to_string(group) + "/item_0000"));
+  }
+  EXPECT_TRUE(server_.ends(SIGTERM));
 }
 
 }  // namespace

@@ -10,6 +10,14 @@
 
 namespace EvtSrv::internal {
 
+namespace {
+
+// As much as is handed out in one go: a thread that wants to make a request waits
+// no longer than for the handlers of these events.
+constexpr std::size_t eventReadSize = 512;
+
+}  // namespace
+
 ClientLink::ClientLink(ManagerCore& core, EventSink& sink, ConnectionPipes pipes)
     : core_(core),
       system_(core.system()),
@@ -256,7 +264,7 @@ bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
     return false;
   }
   ScratchBuffer scratch(core_.readHome());
-  scratch.bytes().resize(readSize);
+  scratch.bytes().resize(eventReadSize);
   const ssize_t count = system_.read(pipes_.event.number(), scratch.bytes());
   if (count == -EAGAIN) {
     return false;

@@ -1,8 +1,12 @@
 #include "kstd/thread_mutex.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <fstream>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace KSTD {
@@ -42,6 +46,45 @@ TEST(KThreadMutex, KeepsOneThreadOutWhileAnotherWorks) {
   add();
   other.join();
   EXPECT_EQ(count, 20000);
+}
+
+/// Whether the thread sleeps, for whatever it waits.
+bool sleeps(pid_t thread) {
+  std::ifstream in("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string text;
+  std::getline(in, text);
+  return text.find(") S ") != std::string::npos;
+}
+
+TEST(KThreadMutex, IsGivenToOneThatWaitsBeforeItIsTakenAgain) {
+  constexpr int rounds = 200;
+  KThreadMutex mutex;
+  std::atomic<pid_t> waiter{0};
+  std::atomic<int> allowed{0};
+  int taken = 0;
+  std::thread other([&] {
+    waiter = gettid();
+    for (int round = 1; round <= rounds; ++round) {
+      while (allowed < round) {
+        std::this_thread::yield();
+      }
+      const std::lock_guard lock(mutex);
+      ++taken;
+    }
+  });
+  mutex.lock();
+  for (int round = 1; round <= rounds && !testing::Test::HasFailure(); ++round) {
+    allowed = round;
+    while (waiter == 0 || !sleeps(waiter)) {
+      std::this_thread::yield();
+    }
+    mutex.unlock();
+    mutex.lock();
+    EXPECT_EQ(taken, round);
+  }
+  allowed = rounds;
+  mutex.unlock();
+  other.join();
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <mutex>
+#include <thread>
 
 #include "kstd/export.h"
 
@@ -11,6 +13,10 @@ namespace KSTD {
 /// It meets the standard's *Lockable* requirements, so `std::lock_guard` and
 /// `std::unique_lock` work on it. Every `lock` (or successful `try_lock`) wants
 /// one `unlock` by the same thread. Thread-safe; neither copied nor moved.
+///
+/// A thread that waits gets it before one that has given it back takes it again:
+/// who holds it nearly always, such as a pump with much to dispatch, keeps nobody
+/// out.
 class KRV_EXPORT KThreadMutex {
  public:
   KThreadMutex();
@@ -28,7 +34,13 @@ class KRV_EXPORT KThreadMutex {
   void unlock();
 
  private:
-  std::recursive_mutex mutex_;
+  /// Whom the thread that waits next keeps from passing it.
+  std::mutex turn_;
+  std::mutex mutex_;
+  /// The thread that has `mutex_`; only that thread finds itself here.
+  std::atomic<std::thread::id> holder_;
+  /// How many `unlock` it owes. Guarded by `mutex_`.
+  unsigned depth_ = 0;
 };
 
 }  // namespace KSTD
