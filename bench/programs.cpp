@@ -45,6 +45,10 @@ std::string uniqueName() {
   return "Model_bench" + std::to_string(::getpid()) + '_' + std::to_string(++made);
 }
 
+double secondsOf(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
 std::size_t countLines(int file) {
   std::array<char, 65536> bytes{};
   std::size_t lines = 0;
@@ -103,8 +107,9 @@ Run runShell(const std::string& commands, std::size_t lines) {
   if (!complete) {
     throw std::runtime_error("treescope -c \"" + commands + "\" failed");
   }
-  // In kilobytes (getrusage(2)).
-  return {taken.count(), static_cast<double>(used.ru_maxrss) * 1024};
+  // The size is in kilobytes (getrusage(2)).
+  return {taken.count(), secondsOf(used.ru_utime) + secondsOf(used.ru_stime),
+          static_cast<double>(used.ru_maxrss) * 1024};
 }
 
 TypedShell::TypedShell(unsigned processor) {

@@ -32,6 +32,8 @@ class ServerProgram {
 /// What a program that ran to its end took.
 struct Run {
   double seconds;
+  /// Of a processor, without the server's.
+  double processorSeconds;
   /// The largest part of its memory that was in use at once.
   double peakBytes;
 };
