@@ -22,7 +22,6 @@ namespace {
 
 using test_support::CapturedOutput;
 using test_support::EditorEcho;
-using test_support::mailboxPath;
 using test_support::uniquePortName;
 using testing::ElementsAre;
 using testing::EndsWith;
