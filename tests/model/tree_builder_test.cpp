@@ -89,6 +89,13 @@ TEST_F(TreeBuilder, ListsOneLevelAndMarksContent) {
   }
 }
 
+TEST_F(TreeBuilder, FlattensElementsWithoutNamesIntoTheirNode) {
+  const std::string drive = built(1, {1}, "drive");
+  EXPECT_THAT(drive,
+              testing::HasSubstr("gains[0](p), gains[1](i), raw[0], raw[1], raw[2], serial"));
+  EXPECT_THAT(built(5, {1}, "drive"), testing::HasSubstr(", raw[0]=1, raw[1]=2, raw[2]=3, "));
+}
+
 TEST_F(TreeBuilder, CountsTheDepthModulo256) {
   EXPECT_EQ(built(0, {1, 14}, "inner", 0), "inner");
   EXPECT_EQ(built(4, {1, 14}, "inner", 0), "inner=/");

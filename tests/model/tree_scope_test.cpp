@@ -1,5 +1,8 @@
 #include "model/tree_scope.h"
 
+#include <atomic>
+#include <memory>
+
 #include "tests/model/scope_fixture.h"
 
 namespace treescope::test {
@@ -62,10 +65,34 @@ TEST_F(Connection, LeadsToAnotherServerAfterwards) {
   EXPECT_THAT(scope_.currentPath(), ElementsAre(other));
 }
 
-TEST_F(Connection, EndsWithTheShell) {
-  TreeScope scope(&manager_, 1);
-  ASSERT_EQ(scope.connectServer(name_), 1);
-  ASSERT_EQ(scope.subscribePath({1, 1}), 1);
+/// A node that counts how often a request led into it.
+class CountedNode : public ModelSrv::ModelNode {
+ public:
+  using ModelNode::ModelNode;
+  std::atomic<int> entered{0};
+
+ protected:
+  ModelNode* asNode() override {
+    ++entered;
+    return ModelNode::asNode();
+  }
+};
+
+TEST_F(Connection, EndsWithTheShellThatTakesItsSubscriptionsBack) {
+  CountedNode node(41, "node");
+  ModelSrv::ValuePart<bool> part(1, "part");
+  ASSERT_EQ(node.add(&part), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive().add(&node), ModelSrv::ModelRes_Success);
+  for (const bool subscribed : {false, true}) {
+    auto scope = std::make_unique<TreeScope>(&manager_, 1);
+    ASSERT_EQ(scope->connectServer(name_), 1);
+    if (subscribed) {
+      ASSERT_EQ(scope->subscribePath({1, 41, 1}), 1);
+    }
+    node.entered = 0;
+    scope.reset();
+    EXPECT_EQ(node.entered > 0, subscribed);
+  }
 }
 
 TEST_F(Connection, EndsWithTheShellAfterTheRootWasStopped) {
