@@ -69,26 +69,30 @@ struct Shown {
   std::string rest;
 };
 
-/// Takes updates of parts with one element each from `bytes`.
+/// Takes updates of parts with one element each from `bytes`. The end of the
+/// prompt, which the shell may have been stopped in, can stand between two lines.
 Shown takeApart(const std::string& bytes) {
   Shown shown;
   const std::string path = "\033[39m\033[1G/";
   const std::string value = "\033[39m\033[1G+-- [0]  [";
-  std::size_t at = bytes.find(path);
-  shown.rest = bytes.substr(0, at);
-  while (at != std::string::npos && bytes.compare(at, path.size(), path) == 0) {
-    const std::size_t nameEnd = bytes.find('\n', at);
-    const std::string name = bytes.substr(at + path.size(), nameEnd - at - path.size());
-    if (bytes.compare(nameEnd + 1, value.size(), value) != 0) {
-      shown.rest += bytes.substr(at);
+  std::size_t at = 0;
+  for (std::size_t next = bytes.find(path); next != std::string::npos;
+       next = bytes.find(path, at)) {
+    shown.rest += bytes.substr(at, next - at);
+    const std::size_t nameEnd = bytes.find('\n', next);
+    const std::string name = bytes.substr(next + path.size(), nameEnd - next - path.size());
+    const std::size_t line = bytes.find(value, nameEnd);
+    shown.rest += bytes.substr(nameEnd + 1, line - nameEnd - 1);
+    const std::size_t begin = line + value.size();
+    const std::size_t end = bytes.find("]\n", begin);
+    if (line == std::string::npos || end == std::string::npos) {
       break;
     }
-    const std::size_t begin = nameEnd + 1 + value.size();
-    const std::size_t end = bytes.find("]\n", begin);
     shown.last[name] = bytes.substr(begin, end - begin);
     ++shown.updates;
     at = end + 2;
   }
+  shown.rest += bytes.substr(at);
   return shown;
 }
 
