@@ -152,21 +152,28 @@ void goOn(int /*signal*/) {
 
 struct HandledSignal {
   int signal;
-  void (*handler)(int);
+  void (*handler)(int) = endBySignal;
   bool taken = false;
 };
 
-std::array<HandledSignal, 11> handledSignals = {{{SIGINT, endBySignal},
-                                                 {SIGTERM, endBySignal},
-                                                 {SIGHUP, endBySignal},
-                                                 {SIGQUIT, endBySignal},
-                                                 {SIGABRT, endBySignal},
-                                                 {SIGSEGV, endBySignal},
-                                                 {SIGBUS, endBySignal},
-                                                 {SIGFPE, endBySignal},
-                                                 {SIGILL, endBySignal},
-                                                 {SIGTSTP, stopBySignal},
-                                                 {SIGCONT, goOn}}};
+std::array handledSignals = {HandledSignal{SIGINT},
+                             HandledSignal{SIGTERM},
+                             HandledSignal{SIGHUP},
+                             HandledSignal{SIGQUIT},
+                             HandledSignal{SIGABRT},
+                             HandledSignal{SIGSEGV},
+                             HandledSignal{SIGBUS},
+                             HandledSignal{SIGFPE},
+                             HandledSignal{SIGILL},
+                             HandledSignal{SIGPIPE},
+                             HandledSignal{SIGALRM},
+                             HandledSignal{SIGUSR1},
+                             HandledSignal{SIGUSR2},
+                             HandledSignal{SIGXCPU},
+                             HandledSignal{SIGXFSZ},
+                             HandledSignal{SIGSYS},
+                             HandledSignal{SIGTSTP, stopBySignal},
+                             HandledSignal{SIGCONT, goOn}};
 
 bool atDefault(int signal) {
   struct sigaction present {};

@@ -10,13 +10,14 @@
 /// has no effect.
 ///
 /// While raw mode is on, signals that are at their default are handled; one that
-/// was ignored stays ignored. SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT, SIGSEGV,
-/// SIGBUS, SIGFPE and SIGILL put the original mode back and then end the process
-/// as they would have. SIGTSTP puts it back and stops the process; whenever a
-/// stopped process is continued, it takes raw mode again and has the line
-/// repainted (`requestRepaint`). In the background the mode is left to the job that
-/// has the terminal: whoever takes raw mode there is stopped by SIGTTOU, and takes
-/// it when continued in the foreground.
+/// was ignored stays ignored. Those that end a process (SIGINT, SIGTERM, SIGHUP,
+/// SIGQUIT, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, and of those that mean a fault
+/// SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGXCPU and SIGXFSZ) put the
+/// original mode back and then end it as they would have. SIGTSTP puts it back and
+/// stops the process; whenever a stopped process is continued, it takes raw mode
+/// again and has the line repainted (`requestRepaint`). In the background the mode
+/// is left to the job that has the terminal: whoever takes raw mode there is
+/// stopped by SIGTTOU, and takes it when continued in the foreground.
 
 namespace treescope {
 

@@ -206,6 +206,19 @@ TEST_F(TerminalState, IsLeftToTheForegroundJobByAShellInTheBackground) {
   expectKilledBy(SIGTERM);
 }
 
+TEST_F(TerminalState, IsLeftToOthersByASuspendedShellThatIsContinuedInTheBackground) {
+  start();
+  shell_->type("\032");
+  expectStoppedBy(SIGTSTP);
+  shell_->sendToBackground();
+  shell_->signal(SIGCONT);
+  expectStoppedBy(SIGTTOU);
+  EXPECT_TRUE(originalMode());
+  expectItGoesOn();
+  enter("exit");
+  expectEnd(0);
+}
+
 TEST_F(TerminalState, IsOriginalForACommandOfTheSystemAndRawAfterIt) {
   start();
   enter(

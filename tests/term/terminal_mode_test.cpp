@@ -203,7 +203,8 @@ TEST_F(TerminalModeDeathTest, IsOriginalAfterAnAbort) {
 }
 
 TEST_F(TerminalModeDeathTest, IsOriginalAfterEverySignalThatEndsTheProcess) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGSEGV, SIGBUS, SIGFPE, SIGILL}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGSEGV, SIGBUS, SIGFPE, SIGILL,
+                           SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ, SIGSYS}) {
     if (handled(signal)) {
       continue;  // By a sanitizer.
     }
