@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -62,15 +63,15 @@ struct JobStart {
   if (start.options.foreground) {
     ::tcsetpgrp(keptTerminal, ::getpid());
   }
-  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-    ::dup2(keptTerminal, descriptor);
-  }
-  for (const int number : {SIGHUP, SIGTTOU, SIGPIPE, toForeground, toBackground}) {
+  for (const int number : {SIGHUP, SIGTTOU, SIGPIPE}) {
     ::signal(number, SIG_DFL);
   }
   if (start.options.ignored != 0) {
     ::signal(start.options.ignored, SIG_IGN);
   }
+  sigset_t none;
+  sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
   ::close_range(3, ~0U, 0);
   ::execvp(start.arguments[0], start.arguments);
   ::_exit(127);
@@ -82,26 +83,45 @@ void report(int changes, int value) {
   }
 }
 
+/// Reports what has become of the job; false when it has ended.
+bool reportChanges(int changes) {
+  int status = 0;
+  while (::waitpid(keptJob, &status, WUNTRACED | WCONTINUED | WNOHANG) == keptJob) {
+    report(changes, status);
+    if (WIFEXITED(status) || WIFSIGNALED(status)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 [[noreturn]] void keep(const JobStart& start) {
+  // Neither the keeper nor, behind its terminal, the job outlives a killed test.
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   ::setsid();
   keptTerminal = ::open(start.device, O_RDWR);
+  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+    ::dup2(keptTerminal, descriptor);
+  }
   ::signal(SIGHUP, SIG_IGN);
   ::signal(SIGTTOU, SIG_IGN);
-  struct sigaction action {};
-  action.sa_handler = moveForeground;
-  action.sa_flags = SA_RESTART;
+  sigset_t awaited;
+  sigemptyset(&awaited);
+  for (const int number : {SIGCHLD, toForeground, toBackground}) {
+    sigaddset(&awaited, number);
+  }
+  ::sigprocmask(SIG_BLOCK, &awaited, nullptr);
   keptJob = ::fork();
   if (keptJob == 0) {
     becomeJob(start);
   }
-  ::sigaction(toForeground, &action, nullptr);
-  ::sigaction(toBackground, &action, nullptr);
   report(start.changes, keptJob);
-  int status = 0;
-  while (::waitpid(keptJob, &status, WUNTRACED | WCONTINUED) == keptJob) {
-    report(start.changes, status);
-    if (WIFEXITED(status) || WIFSIGNALED(status)) {
-      break;
+  for (bool running = true; running;) {
+    const int number = ::sigwaitinfo(&awaited, nullptr);
+    if (number == SIGCHLD) {
+      running = reportChanges(start.changes);
+    } else if (number > 0) {
+      moveForeground(number);
     }
   }
   ::_exit(0);
