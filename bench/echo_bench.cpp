@@ -1,0 +1,169 @@
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "bench/ratio_table.h"
+#include "bench/served_tree.h"
+
+// What a person waits for who types a key: from the key to its echo on the
+// terminal, beside a program that writes back each byte that it reads. The
+// processes are placed alike, on the processor of who types and then on another.
+
+namespace {
+
+/// A terminal with `program` on it, bound to a processor.
+class Terminal {
+ public:
+  Terminal(unsigned processor, const std::function<void()>& program)
+      : master_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)),
+        device_(deviceOf(master_)),
+        child_([this, processor, &program] {
+          if (::setsid() != -1 && attach() && bench::pinTo(processor)) {
+            program();
+          }
+        }) {}
+  ~Terminal() { ::close(master_); }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  /// Types `key` and takes what is written until that ends in `echo`. False at
+  /// the end or on a fault.
+  bool exchange(char key, std::string_view echo) {
+    return ::write(master_, &key, 1) == 1 && takeUntil(echo);
+  }
+
+  bool takeUntil(std::string_view end) {
+    std::string taken;
+    while (!taken.ends_with(end)) {
+      std::array<char, 256> buffer{};
+      const ssize_t count = ::read(master_, buffer.data(), buffer.size());
+      if (count <= 0) {
+        return false;
+      }
+      taken.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+    return true;
+  }
+
+ private:
+  static std::string deviceOf(int master) {
+    std::array<char, 128> name{};
+    if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0 ||
+        ::ptsname_r(master, name.data(), name.size()) != 0) {
+      throw std::runtime_error("no pseudoterminal");
+    }
+    return name.data();
+  }
+
+  [[nodiscard]] bool attach() const {
+    const int terminal = ::open(device_.c_str(), O_RDWR);
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = 80;
+    return terminal >= 0 && ::ioctl(terminal, TIOCSWINSZ, &size) == 0 &&
+           ::dup2(terminal, STDIN_FILENO) == STDIN_FILENO &&
+           ::dup2(terminal, STDOUT_FILENO) == STDOUT_FILENO;
+  }
+
+  int master_;
+  std::string device_;
+  bench::Child child_;
+};
+
+/// Keys come one by one and unechoed, as the shell has them.
+void writeBackKeys() {
+  termios mode{};
+  if (::tcgetattr(STDIN_FILENO, &mode) != 0) {
+    return;
+  }
+  mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  mode.c_cc[VMIN] = 1;
+  mode.c_cc[VTIME] = 0;
+  char key = '$';
+  if (::tcsetattr(STDIN_FILENO, TCSANOW, &mode) != 0) {
+    return;
+  }
+  while (::write(STDOUT_FILENO, &key, 1) == 1 && ::read(STDIN_FILENO, &key, 1) == 1) {
+  }
+}
+
+void runShell() {
+  ::execl(SHELL_PROGRAM, SHELL_PROGRAM, nullptr);
+}
+
+/// A key and its echo are timed; the second exchange takes the key back.
+void registerKeys(const std::string& name, const std::function<bool()>& echo,
+                  const std::function<bool()>& takeBack) {
+  benchmark::RegisterBenchmark(name.c_str(),
+                               [echo, takeBack](benchmark::State& state) {
+                                 using Clock = std::chrono::steady_clock;
+                                 for (auto _ : state) {
+                                   const auto begin = Clock::now();
+                                   const bool echoed = echo();
+                                   const std::chrono::duration<double> time = Clock::now() - begin;
+                                   if (!echoed || !takeBack()) {
+                                     state.SkipWithError("no echo");
+                                     break;
+                                   }
+                                   state.SetIterationTime(time.count());
+                                 }
+                               })
+      ->Repetitions(60)
+      ->MinTime(0.02)
+      ->UseManualTime();
+}
+
+/// Both programs on the same processor, who types on the first one.
+class Placement {
+ public:
+  Placement(const std::string& where, unsigned processor)
+      : bare_(processor, writeBackKeys),
+        shell_(processor, runShell),
+        comparison_{"bare key and echo, " + where, "treescope key and echo, " + where, 3.0} {
+    constexpr std::string_view emptyLine = "\033[7G\033[0K\033[7G";
+    constexpr std::string_view oneKey = "\033[7Gx\033[0K\033[8G";
+    constexpr char eraseToStart = 23;
+    if (!bare_.takeUntil("$") || !shell_.takeUntil(emptyLine)) {
+      throw std::runtime_error("no prompt");
+    }
+    const auto writtenBack = [this] { return bare_.exchange('x', "x"); };
+    registerKeys(comparison_.bare, writtenBack, writtenBack);
+    registerKeys(
+        comparison_.ours, [this, oneKey] { return shell_.exchange('x', oneKey); },
+        [this, emptyLine] { return shell_.exchange(eraseToStart, emptyLine); });
+  }
+
+  [[nodiscard]] const bench::Comparison& comparison() const { return comparison_; }
+
+ private:
+  Terminal bare_;
+  Terminal shell_;
+  bench::Comparison comparison_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    Placement together("one processor", 0);
+    Placement apart("a processor each", 1);
+    if (!bench::pinTo(0)) {
+      throw std::runtime_error("cannot bind to a processor");
+    }
+    return bench::runAndCompare(argc, argv, {together.comparison(), apart.comparison()});
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "echo_bench: %s\n", error.what());
+    return 1;
+  }
+}
