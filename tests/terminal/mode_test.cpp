@@ -76,13 +76,12 @@ TEST_F(Mode, IsRestoredWhateverACommandOfTheSystemLeft) {
 class Job : public testing::Test {
  protected:
   void start() {
-    ASSERT_TRUE(terminal_.type("PS1='job> '" + returnKey));
     ASSERT_TRUE(terminal_.showsLine("job> |"));
     ASSERT_TRUE(terminal_.type(test_support::treescopeProgram() + returnKey));
     ASSERT_TRUE(terminal_.showsLine("[ /]$ |"));
   }
 
-  TerminalSession terminal_{{"/bin/sh", "-i"}};
+  TerminalSession terminal_{{"env", "PS1=job> ", "/bin/sh", "-i"}};
 };
 
 TEST_F(Job, ComesBackWithItsLineWhenItIsContinued) {
