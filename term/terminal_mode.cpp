@@ -109,9 +109,15 @@ void endBySignal(int signal) {
   // Never opened again: nobody takes raw mode between here and the end.
   takeGate();
   stepAside();
-  if (!setHandler(signal, SIG_DFL) || raise(signal) != 0) {
-    _exit(EXIT_FAILURE);
+  sigset_t own;
+  sigemptyset(&own);
+  sigaddset(&own, signal);
+  if (setHandler(signal, SIG_DFL) && raise(signal) == 0) {
+    // Ends here, not when the handler returns: a handler that is called in between,
+    // as a checked build does, would wait at the gate.
+    pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
   }
+  _exit(EXIT_FAILURE);
 }
 
 void stopBySignal(int signal) {
