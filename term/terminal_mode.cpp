@@ -25,6 +25,8 @@ enum class Mode {
 /// The terminal as this process wants it. For whoever is in the `Gate` alone.
 struct Terminal {
   Mode wanted = Mode::original;
+  /// Whether `original` and `raw` are known: they are when raw mode is first set,
+  /// since the mode that is found in the background belongs to another job.
   bool found = false;
   termios original{};
   termios raw{};
@@ -68,6 +70,22 @@ bool inBackground() {
   return foreground != -1 && foreground != getpgrp();
 }
 
+termios rawOf(termios mode) {
+  mode.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ISTRIP | IXON);
+  mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHOE | ECHOK | ECHONL | IEXTEN);
+  mode.c_cc[VMIN] = 1;
+  mode.c_cc[VTIME] = 0;
+  return mode;
+}
+
+bool findMode() {
+  if (!terminal.found && tcgetattr(STDIN_FILENO, &terminal.original) == 0) {
+    terminal.found = true;
+    terminal.raw = rawOf(terminal.original);
+  }
+  return terminal.found;
+}
+
 // In the background the mode is another job's, until this one is continued in the
 // foreground; to ask for raw mode there stops it, as it stops whoever sets modes.
 bool applyWanted() {
@@ -81,12 +99,15 @@ bool applyWanted() {
     }
     return false;
   }
+  if (raw ? !findMode() : !terminal.found) {
+    return false;
+  }
   return tcsetattr(STDIN_FILENO, TCSANOW, raw ? &terminal.raw : &terminal.original) == 0;
 }
 
 /// The original mode for as long as the process is stopped, or until it ends.
 void stepAside() {
-  if (terminal.wanted == Mode::raw && !inBackground()) {
+  if (terminal.wanted == Mode::raw && terminal.found && !inBackground()) {
     static_cast<void>(tcsetattr(STDIN_FILENO, TCSANOW, &terminal.original));
   }
 }
@@ -199,24 +220,13 @@ void giveSignalsBack() {
   }
 }
 
-termios rawOf(termios mode) {
-  mode.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ISTRIP | IXON);
-  mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHOE | ECHOK | ECHONL | IEXTEN);
-  mode.c_cc[VMIN] = 1;
-  mode.c_cc[VTIME] = 0;
-  return mode;
-}
-
 bool takeRawMode() {
   const Gate gate;
   if (terminal.wanted == Mode::original) {
-    termios present{};
-    if (tcgetattr(STDIN_FILENO, &present) != 0) {
+    if (isatty(STDIN_FILENO) == 0) {
       return false;
     }
-    terminal.found = true;
-    terminal.original = present;
-    terminal.raw = rawOf(present);
+    terminal.found = false;
     takeSignals();
   }
   terminal.wanted = Mode::raw;
@@ -225,9 +235,6 @@ bool takeRawMode() {
 
 bool putOriginalModeBack() {
   const Gate gate;
-  if (!terminal.found) {
-    return false;
-  }
   terminal.wanted = Mode::original;
   const bool applied = applyWanted();
   giveSignalsBack();

@@ -17,7 +17,8 @@
 /// stops the process; whenever a stopped process is continued, it takes raw mode
 /// again and has the line repainted (`requestRepaint`). In the background the mode
 /// is left to the job that has the terminal: whoever takes raw mode there is
-/// stopped by SIGTTOU, and takes it when continued in the foreground.
+/// stopped by SIGTTOU, and takes it when continued in the foreground. The mode found
+/// there is then the original one.
 
 namespace treescope {
 

@@ -219,6 +219,24 @@ TEST_F(TerminalState, IsLeftToOthersByASuspendedShellThatIsContinuedInTheBackgro
   expectEnd(0);
 }
 
+TEST_F(TerminalState, IsThatOfTheForegroundForAShellThatWasStartedInTheBackground) {
+  const std::string program = test_support::treescopeProgram();
+  start({.foreground = false}, {"sh", "-c", "kill -STOP $$; exec " + program});
+  expectStoppedBy(SIGSTOP);
+  termios ofLineEditor = original_;
+  ofLineEditor.c_iflag &= ~static_cast<tcflag_t>(ICRNL);
+  ofLineEditor.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+  shell_->setMode(ofLineEditor);
+  for (int times = 0; times < 2; ++times) {
+    shell_->signal(SIGCONT);
+    expectStoppedBy(SIGTTOU);
+  }
+  shell_->setMode(original_);
+  expectItGoesOn();
+  enter("exit");
+  expectEnd(0);
+}
+
 TEST_F(TerminalState, IsOriginalForACommandOfTheSystemAndRawAfterIt) {
   start();
   enter(
