@@ -86,6 +86,23 @@ bool findMode() {
   return terminal.found;
 }
 
+/// Has the process stop as soon as the signals are let through. False where it has
+/// come to the foreground meanwhile and must not stop there; a stop that is asked
+/// for before that is withdrawn by the SIGCONT that comes with the foreground.
+bool stopInBackground() {
+  raise(SIGTTOU);
+  if (inBackground()) {
+    return true;
+  }
+  struct sigaction ignored {};
+  struct sigaction before {};
+  ignored.sa_handler = SIG_IGN;
+  if (sigaction(SIGTTOU, &ignored, &before) == 0) {
+    static_cast<void>(sigaction(SIGTTOU, &before, nullptr));
+  }
+  return false;
+}
+
 // In the background the mode is another job's, until this one is continued in the
 // foreground; to ask for raw mode there stops it, as it stops whoever sets modes.
 bool applyWanted() {
@@ -93,10 +110,7 @@ bool applyWanted() {
     return false;
   }
   const bool raw = terminal.wanted == Mode::raw;
-  if (inBackground()) {
-    if (raw) {
-      raise(SIGTTOU);
-    }
+  if (inBackground() && (!raw || stopInBackground())) {
     return false;
   }
   if (raw ? !findMode() : !terminal.found) {
