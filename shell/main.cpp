@@ -5,6 +5,7 @@
 #include "evtsrv/event_port_manager.h"
 #include "model/tree_scope.h"
 #include "shell/options.h"
+#include "shell/standard_descriptors.h"
 
 using treescope::TreeScope;
 namespace run_mode = treescope::run_mode;
@@ -45,6 +46,7 @@ void runShell(EvtSrv::EventPortManager& manager, int mode, const std::string& te
 }  // namespace
 
 int main(int argc, char* argv[]) {
+  treescope::openStandardDescriptors();
   treescope::forceLoadFlag = false;
   constexpr unsigned behaviour = EvtSrv::ConBehave_Default & ~EvtSrv::ConBehave_DisableOverNetwork;
   EvtSrv::EventPortManager manager(behaviour, true);

@@ -115,6 +115,20 @@ INSTANTIATE_TEST_SUITE_P(
                     std::vector<std::string>{"-ah"}, std::vector<std::string>{"-f", "/missing"},
                     std::vector<std::string>{"-c", "exit"}, std::vector<std::string>{"-c", ""}));
 
+TEST(SessionWithoutInput, EndsWhenStandardInputIsClosedFromTheStart) {
+  const Finished result = run({"sh", "-c", "exec \"$0\" <&-", test_support::treescopeProgram()});
+  EXPECT_EQ(result.status, (ExitStatus{0, 0}));
+  EXPECT_THAT(result.output, testing::EndsWith("\n"));
+}
+
+TEST(SessionWithoutInput, KeepsThePlacesOfClosedStandardDescriptorsFromOtherFiles) {
+  const std::string line = "$readlink /proc/$PPID/fd/0 /proc/$PPID/fd/1 >&2";
+  const Finished result =
+      run({"sh", "-c", "exec \"$0\" -c \"$1\" <&- >&-", test_support::treescopeProgram(), line});
+  EXPECT_EQ(result.status, (ExitStatus{0, 0}));
+  EXPECT_EQ(result.errors, "/dev/null\n/dev/null\n");
+}
+
 TEST(SessionWithoutServer, ValuesAreSilentlyNotThere) {
   EXPECT_EQ(outputOf({"-c", "get /drive/speed;set 1 /drive/speed;pwd"}), "/\n");
 }
