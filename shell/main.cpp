@@ -1,5 +1,6 @@
 #include <array>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "evtsrv/event_port_manager.h"
@@ -31,16 +32,16 @@ void runShell(EvtSrv::EventPortManager& manager, int mode, const std::string& te
   if (mode == run_mode::interactive) {
     bufferOutput();
   }
-  TreeScope shell(&manager, mode == run_mode::interactive ? 0 : 1);
+  const auto shell = std::make_unique<TreeScope>(&manager, mode == run_mode::interactive ? 0 : 1);
   if (mode == run_mode::interactive) {
-    serveTerminal(shell);
+    serveTerminal(*shell);
   } else if (mode == run_mode::commandString) {
-    shell.runCommandString(text.c_str(), 0);
+    shell->runCommandString(text.c_str(), 0);
   } else {
-    shell.runCommandFile(text.c_str());
+    shell->runCommandFile(text.c_str());
   }
-  shell.freeListing();
-  shell.stop(true);
+  shell->freeListing();
+  shell->stop(true);
 }
 
 }  // namespace
