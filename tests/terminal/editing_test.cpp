@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "tests/terminal/shell_terminal.h"
 
 // Editing the line at the prompt. In the lines of these tests "|" is the cursor.
@@ -20,6 +22,8 @@ struct Case {
   std::string keys;
   /// What the prompt is followed by then.
   std::string line;
+
+  friend void PrintTo(const Case& which, std::ostream* out) { *out << which.name; }
 };
 
 class Editing : public ShellTerminal, public testing::WithParamInterface<Case> {};

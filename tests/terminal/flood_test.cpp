@@ -42,21 +42,31 @@ TEST_F(Flood, DividesNoLineAndLosesNoKey) {
   const std::size_t mark = shell().mark();
   ASSERT_TRUE(shell().writes("\033[1G/group_", mark)) << "an update";
   const int rounds = 20;
+  int lines = 1;
+  std::string history = "0 cd " + server_.name() + "\n1 eu -r\n";
   for (int round = 0; round < rounds; ++round) {
-    const std::string number = std::to_string(round);
+    const std::string ports = "setport a b " + std::to_string(round);
     const std::size_t begin = shell().mark();
-    // Completed, edited and accepted.
-    ASSERT_TRUE(type("ls -l gro" + keys::tab + "001" + keys::left + keys::del + "1"));
+    // Completed to "group_00", edited and accepted.
+    ASSERT_TRUE(type("ls -l gro" + keys::tab));
+    ASSERT_TRUE(type("12" + keys::backspace));
     ASSERT_TRUE(type(keys::returnKey));
-    ASSERT_TRUE(type("setport a b " + number + keys::returnKey + "!-1" + keys::returnKey));
-    ASSERT_TRUE(shell().writes("item_0007", begin)) << "the listing";
-    ASSERT_TRUE(shell().writes("setport a b " + number, begin));
+    ASSERT_TRUE(enter(ports));
+    ASSERT_TRUE(enter("!-1"));
+    ASSERT_TRUE(shell().writes("item_0007  [", begin)) << "the listing";
+    for (const std::string& line : {std::string("ls -l group_001"), ports, ports}) {
+      history += std::to_string(++lines) + ' ' + line + '\n';
+    }
   }
   ASSERT_TRUE(enter("du"));
   ASSERT_TRUE(type("done"));
   ASSERT_TRUE(showsLine("[ " + server_.name() + "]$ done|"));
   EXPECT_TRUE(linesAreWhole(shell().bytesSince(mark)));
   EXPECT_EQ(shell().bytesSince(mark).find("ERROR"), std::string::npos);
+  shell().resize(100, 80);
+  ASSERT_TRUE(type(keys::ctrl('W') + "history" + keys::returnKey));
+  ASSERT_TRUE(showsLine("[ " + server_.name() + "]$ |"));
+  EXPECT_NE(screen().text().find(history), std::string::npos) << screen().text();
 }
 
 TEST_F(Flood, EndsInTheMiddle) {

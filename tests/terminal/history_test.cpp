@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "tests/terminal/shell_terminal.h"
 
 // Lines that come back.
@@ -126,6 +128,8 @@ struct Reference {
   /// The history afterwards: the lines before and this one.
   const char* stored;
   const char* answer;
+
+  friend void PrintTo(const Reference& which, std::ostream* out) { *out << which.typed; }
 };
 
 class HistoryReference : public History, public testing::WithParamInterface<Reference> {};

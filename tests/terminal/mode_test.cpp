@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 
 #include "tests/support/programs.h"
 #include "tests/terminal/shell_terminal.h"
@@ -129,7 +130,10 @@ TEST_P(SignalledEnd, LeavesTheTerminalAsItWas) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, SignalledEnd,
-                         testing::Values(SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT));
+                         testing::Values(SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT),
+                         [](const auto& test) {
+                           return std::string("SIG") + sigabbrev_np(test.param);
+                         });
 
 TEST_F(Mode, MattersNoMoreWhenTheTerminalIsLost) {
   TerminalSession terminal({test_support::treescopeProgram()});

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <ostream>
 
 #include "tests/support/port_name.h"
 #include "tests/terminal/model_server.h"
@@ -149,6 +150,10 @@ struct Size {
   int columns;
   /// How often a long listing of 120 lines stops, each time answered by a blank.
   int stops;
+
+  friend void PrintTo(const Size& size, std::ostream* out) {
+    *out << size.rows << " rows of " << size.columns;
+  }
 };
 
 class PagingAtSize : public Paging, public testing::WithParamInterface<Size> {};

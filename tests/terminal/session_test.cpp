@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/support/programs.h"
 #include "tests/terminal/shell_terminal.h"
 
 // The first minute with the shell.
@@ -53,6 +54,14 @@ TEST_P(SessionEnding, EndsWithoutAnotherPrompt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Words, SessionEnding, testing::Values("exit", "quit", "q", "exit;pwd"));
+
+TEST(BatchSession, WritesPlainLinesAndLeavesTheTerminalAlone) {
+  const termios before = TerminalSession({"true"}).mode();
+  TerminalSession batch({test_support::treescopeProgram(), "-c", "pwd;history;pwd;fly"});
+  EXPECT_EQ(batch.waitForExit(), (test_support::ExitStatus{0, 0}));
+  EXPECT_EQ(batch.bytesSince(0), "/\r\n/\r\nERROR: OptionError\r\n");
+  EXPECT_TRUE(sameMode(batch.mode(), before));
+}
 
 class SwitchesThatMeanNothing : public ShellTerminal,
                                 public testing::WithParamInterface<std::vector<std::string>> {};
