@@ -80,6 +80,12 @@ class Job : public testing::Test {
     ASSERT_TRUE(terminal_.showsLine("job> |"));
     ASSERT_TRUE(terminal_.type(test_support::treescopeProgram() + returnKey));
     ASSERT_TRUE(terminal_.showsLine("[ /]$ |"));
+    // With a line answered the whole shell stands, not its prompt alone.
+    ASSERT_TRUE(terminal_.type("pwd" + returnKey));
+    ASSERT_TRUE(terminal_.waitFor(
+        [](const Screen& screen) { return screen.text().ends_with("\n/\n[ /]$\n"); },
+        "the answer"));
+    ASSERT_TRUE(terminal_.showsLine("[ /]$ |"));
   }
 
   TerminalSession terminal_{{"env", "PS1=job> ", "/bin/sh", "-i"}};
