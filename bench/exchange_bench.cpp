@@ -58,15 +58,5 @@ class Placement {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    Placement together("one processor", 0);
-    Placement apart("a processor each", 1);
-    if (!bench::pinTo(0)) {
-      throw std::runtime_error("cannot bind to a processor");
-    }
-    return bench::runAndCompare(argc, argv, {together.comparison(), apart.comparison()});
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "exchange_bench: %s\n", error.what());
-    return 1;
-  }
+  return bench::runInBothPlacements<Placement>(argc, argv);
 }

@@ -1,8 +1,13 @@
 #pragma once
 
+#include <cstdio>
+#include <exception>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "bench/served_tree.h"
 
 /// Runs the registered benchmarks interleaved and prints what they cost beside
 /// each other.
@@ -25,5 +30,23 @@ void registerRounds(const std::string& name, const std::function<bool()>& round)
 /// the medians and its target. Returns an exit status: 0 where all ran, whatever
 /// the ratios. With the argument "--no-titles" the row of titles is left out.
 int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons);
+
+/// The `main` of a benchmark of two processes: runs it with both on one processor and
+/// with a processor each. `Placement` is made from a name and the processor of the
+/// other process, registers its benchmarks and gives its `comparison()`.
+template <typename Placement>
+int runInBothPlacements(int argc, char** argv) {
+  try {
+    Placement together("one processor", 0);
+    Placement apart("a processor each", 1);
+    if (!pinTo(0)) {
+      throw std::runtime_error("cannot bind to a processor");
+    }
+    return runAndCompare(argc, argv, {together.comparison(), apart.comparison()});
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
+    return 1;
+  }
+}
 
 }  // namespace bench

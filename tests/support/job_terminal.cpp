@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,24 +12,13 @@
 #include <csignal>
 #include <system_error>
 
+#include "tests/support/pseudo_terminal.h"
+
 namespace test_support {
 namespace {
 
 [[noreturn]] void fail(const char* what) {
   throw std::system_error(errno, std::generic_category(), what);
-}
-
-void closeOnce(int& descriptor) {
-  if (descriptor >= 0) {
-    ::close(descriptor);
-    descriptor = -1;
-  }
-}
-
-int remaining(std::chrono::steady_clock::time_point deadline) {
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-  return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 3'600'000));
 }
 
 // The keeper is a fork of the test that leads the terminal's session and is the
@@ -144,20 +132,13 @@ JobTerminal::~JobTerminal() {
 }
 
 void JobTerminal::open() {
-  master_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-  std::array<char, 128> name{};
-  if (master_ < 0 || ::grantpt(master_) != 0 || ::unlockpt(master_) != 0 ||
-      ::ptsname_r(master_, name.data(), name.size()) != 0) {
-    fail("pseudoterminal");
-  }
-  device_ = name.data();
-  // Kept open, so that the mode can be looked at when the job has gone.
-  slave_ = ::open(device_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  winsize size{};
-  size.ws_row = 24;
-  size.ws_col = 80;
+  // The device is kept open, so that the mode can be looked at when the job has gone.
+  const PseudoTerminal terminal = openPseudoTerminal(24, 80);
+  master_ = terminal.master;
+  slave_ = terminal.device;
+  device_ = terminal.name;
   termios mode{};
-  if (slave_ < 0 || ::ioctl(slave_, TIOCSWINSZ, &size) != 0 || ::tcgetattr(slave_, &mode) != 0) {
+  if (::tcgetattr(slave_, &mode) != 0) {
     fail(device_.c_str());
   }
   // A key that raises a signal must not discard the output that a test waits for.
@@ -201,7 +182,7 @@ void JobTerminal::type(std::string_view keys) {
 
 bool JobTerminal::pump(Clock::time_point deadline) {
   std::array<pollfd, 2> waited{pollfd{master_, POLLIN, 0}, pollfd{changes_, POLLIN, 0}};
-  const int ready = ::poll(waited.data(), waited.size(), remaining(deadline));
+  const int ready = ::poll(waited.data(), waited.size(), millisecondsUntil(deadline));
   takeOutput();
   return ready > 0;
 }
@@ -226,7 +207,7 @@ bool JobTerminal::waitForOutput(std::string_view text, std::chrono::milliseconds
       return true;
     }
     pollfd waited{master_, POLLIN, 0};
-    if (::poll(&waited, 1, remaining(deadline)) <= 0) {
+    if (::poll(&waited, 1, millisecondsUntil(deadline)) <= 0) {
       return false;
     }
     takeOutput();

@@ -15,6 +15,8 @@
 #include <system_error>
 #include <utility>
 
+#include "tests/support/pseudo_terminal.h"
+
 namespace test_support {
 namespace {
 
@@ -25,13 +27,6 @@ namespace {
 void check(int error, const char* what) {
   if (error != 0) {
     fail(what, error);
-  }
-}
-
-void closeOnce(int& descriptor) {
-  if (descriptor >= 0) {
-    ::close(descriptor);
-    descriptor = -1;
   }
 }
 
@@ -140,12 +135,6 @@ class PipeSignalHeld {
   sigset_t before_{};
 };
 
-int remaining(std::chrono::steady_clock::time_point deadline) {
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-  return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 3'600'000));
-}
-
 }  // namespace
 
 Process::Process(const std::vector<std::string>& command, const ProcessOptions& options) {
@@ -212,7 +201,7 @@ bool Process::pump(Clock::time_point deadline, bool forInput, bool forExit) {
   std::array<pollfd, 4> waited{
       pollfd{output_.descriptor, POLLIN, 0}, pollfd{errors_.descriptor, POLLIN, 0},
       pollfd{forInput ? input_ : -1, POLLOUT, 0}, pollfd{forExit ? pidDescriptor_ : -1, POLLIN, 0}};
-  const int ready = ::poll(waited.data(), waited.size(), remaining(deadline));
+  const int ready = ::poll(waited.data(), waited.size(), millisecondsUntil(deadline));
   if (ready < 0 && errno != EINTR) {
     fail("poll", errno);
   }
@@ -268,7 +257,7 @@ std::optional<std::string> Process::readLine(std::chrono::milliseconds limit) {
 
 bool Process::waitForLine(std::string_view line, std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
-  while (const auto next = readLine(std::chrono::milliseconds(remaining(deadline)))) {
+  while (const auto next = readLine(std::chrono::milliseconds(millisecondsUntil(deadline)))) {
     if (*next == line) {
       return true;
     }
@@ -294,7 +283,7 @@ std::optional<ExitStatus> Process::finish(std::chrono::milliseconds limit) {
       return std::nullopt;
     }
   }
-  return waitForExit(std::chrono::milliseconds(remaining(deadline)));
+  return waitForExit(std::chrono::milliseconds(millisecondsUntil(deadline)));
 }
 
 std::optional<ExitStatus> Process::waitForExit(std::chrono::milliseconds limit) {

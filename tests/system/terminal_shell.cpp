@@ -1,11 +1,9 @@
 #include "tests/system/terminal_shell.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
 #include <stdlib.h>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -19,6 +17,7 @@
 
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
+#include "tests/support/pseudo_terminal.h"
 
 namespace {
 
@@ -35,25 +34,8 @@ void wantedOk(int error, const char* what) {
   }
 }
 
-class Descriptor {
- public:
-  Descriptor(int number, const char* what) : number_(wanted(number, what)) {}
-  ~Descriptor() {
-    if (number_ >= 0) {
-      ::close(number_);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int number() const { return number_; }
-  int release() { return std::exchange(number_, -1); }
-
- private:
-  int number_;
-};
-
 /// A terminal that passes on what it is given, byte by byte.
-void makePlain(int terminal, TerminalShell::Size size) {
+void makePlain(int terminal) {
   termios mode{};
   wanted(::tcgetattr(terminal, &mode), "tcgetattr");
   mode.c_oflag &= ~static_cast<tcflag_t>(OPOST);
@@ -61,8 +43,6 @@ void makePlain(int terminal, TerminalShell::Size size) {
   mode.c_cc[VMIN] = 1;
   mode.c_cc[VTIME] = 0;
   wanted(::tcsetattr(terminal, TCSANOW, &mode), "tcsetattr");
-  const winsize shown{size.rows, size.columns, 0, 0};
-  wanted(::ioctl(terminal, TIOCSWINSZ, &shown), "TIOCSWINSZ");
 }
 
 pid_t spawnOn(int terminal, const std::string& program) {
@@ -92,15 +72,11 @@ TerminalShell::TerminalShell(std::string server, Size size) : server_(std::move(
 }
 
 void TerminalShell::start(Size size) {
-  Descriptor master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "posix_openpt");
-  wanted(::grantpt(master.number()), "grantpt");
-  wanted(::unlockpt(master.number()), "unlockpt");
-  std::array<char, 64> name{};
-  wantedOk(::ptsname_r(master.number(), name.data(), name.size()), "ptsname_r");
-  const Descriptor slave(::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC), name.data());
-  makePlain(slave.number(), size);
-  pid_ = spawnOn(slave.number(), test_support::treescopeProgram());
-  terminal_ = master.release();
+  test_support::PseudoTerminal terminal = test_support::openPseudoTerminal(size.rows, size.columns);
+  terminal_ = terminal.master;
+  makePlain(terminal.device);
+  pid_ = spawnOn(terminal.device, test_support::treescopeProgram());
+  test_support::closeOnce(terminal.device);
 }
 
 TerminalShell::~TerminalShell() {
@@ -124,10 +100,10 @@ void TerminalShell::type(std::string_view bytes) {
 }
 
 bool TerminalShell::receive(Clock::time_point deadline) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  const int left = test_support::millisecondsUntil(deadline);
   pollfd waited{terminal_, POLLIN, 0};
   std::array<char, 4096> bytes{};
-  const int ready = left > 0 ? ::poll(&waited, 1, static_cast<int>(left)) : 0;
+  const int ready = left > 0 ? ::poll(&waited, 1, left) : 0;
   if (ready <= 0) {
     return ready < 0 && errno == EINTR;
   }

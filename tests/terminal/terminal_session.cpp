@@ -16,6 +16,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "tests/support/pseudo_terminal.h"
+
 namespace terminal_test {
 namespace {
 
@@ -27,19 +29,6 @@ void check(int error, const char* what) {
   if (error != 0) {
     fail(what, error);
   }
-}
-
-void closeOnce(int& descriptor) {
-  if (descriptor >= 0) {
-    ::close(descriptor);
-    descriptor = -1;
-  }
-}
-
-int remaining(std::chrono::steady_clock::time_point deadline) {
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-  return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 3'600'000));
 }
 
 /// Bytes as a C string literal has them.
@@ -79,23 +68,16 @@ TerminalSession::~TerminalSession() {
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, nullptr, 0);
   }
-  closeOnce(pidDescriptor_);
+  test_support::closeOnce(pidDescriptor_);
 }
 
 void TerminalSession::open(const TerminalOptions& options) {
-  master_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
-  std::array<char, 128> name{};
-  if (master_ < 0 || ::grantpt(master_) != 0 || ::unlockpt(master_) != 0 ||
-      ::ptsname_r(master_, name.data(), name.size()) != 0) {
-    fail("pseudoterminal", errno);
-  }
-  device_ = name.data();
-  // Kept open, so that the mode can be looked at when the program has gone.
-  slave_ = ::open(device_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (slave_ < 0) {
-    fail(device_.c_str(), errno);
-  }
-  resize(options.rows, options.columns);
+  // The device is kept open, so that the mode can be looked at when the program has gone.
+  const test_support::PseudoTerminal terminal =
+      test_support::openPseudoTerminal(options.rows, options.columns);
+  master_ = terminal.master;
+  slave_ = terminal.device;
+  device_ = terminal.name;
 }
 
 void TerminalSession::spawn(const std::vector<std::string>& command,
@@ -167,7 +149,7 @@ void TerminalSession::takeRest() {
   for (std::string rest; rest.empty() || rest.back() != '\0';) {
     pollfd waited{master_, POLLIN, 0};
     std::array<char, 65536> buffer{};
-    if (::poll(&waited, 1, remaining(deadline)) <= 0) {
+    if (::poll(&waited, 1, test_support::millisecondsUntil(deadline)) <= 0) {
       return;
     }
     const ssize_t count = ::read(master_, buffer.data(), buffer.size());
@@ -181,7 +163,7 @@ void TerminalSession::takeRest() {
 bool TerminalSession::pump(Clock::time_point deadline, bool forRoom) {
   const auto events = static_cast<short>(POLLIN | (forRoom ? POLLOUT : 0));
   std::array<pollfd, 2> waited{pollfd{master_, events, 0}, pollfd{pidDescriptor_, POLLIN, 0}};
-  const int ready = ::poll(waited.data(), waited.size(), remaining(deadline));
+  const int ready = ::poll(waited.data(), waited.size(), test_support::millisecondsUntil(deadline));
   if (ready < 0 && errno != EINTR) {
     fail("poll", errno);
   }
@@ -265,8 +247,8 @@ void TerminalSession::resize(int rows, int columns) {
 }
 
 void TerminalSession::hangUp() {
-  closeOnce(master_);
-  closeOnce(slave_);
+  test_support::closeOnce(master_);
+  test_support::closeOnce(slave_);
 }
 
 std::optional<test_support::ExitStatus> TerminalSession::waitForExit() {
