@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -211,6 +212,67 @@ int PosixSystem::random(std::span<std::uint8_t> room) {
     return static_cast<int>(filled);
   }
   return static_cast<std::size_t>(filled) == room.size() ? 0 : -EIO;
+}
+
+int PosixSystem::createMemory(std::size_t size) {
+  const int descriptor = valueOrRefusal(::memfd_create("krv", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  if (descriptor >= 0 && ::ftruncate(descriptor, static_cast<off_t>(size)) != 0) {
+    const int refusal = -errno;
+    close(descriptor);
+    return refusal;
+  }
+  return descriptor;
+}
+
+int PosixSystem::addSeals(int descriptor, int seals) {
+  return valueOrRefusal(::fcntl(descriptor, F_ADD_SEALS, seals));
+}
+
+int PosixSystem::seals(int descriptor) {
+  return valueOrRefusal(::fcntl(descriptor, F_GET_SEALS));
+}
+
+int PosixSystem::map(int descriptor, std::size_t size, bool writable, void*& mapping) {
+  const int access = writable ? PROT_READ | PROT_WRITE : PROT_READ;
+  void* const mapped = ::mmap(nullptr, size, access, MAP_SHARED, descriptor, 0);
+  if (mapped == MAP_FAILED) {
+    return -errno;
+  }
+  mapping = mapped;
+  return 0;
+}
+
+void PosixSystem::unmap(const void* mapping, std::size_t size) {
+  // It fails for what is no mapping only.
+  static_cast<void>(::munmap(const_cast<void*>(mapping), size));
+}
+
+int PosixSystem::openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) {
+  // The entry is a link by nature, so that this is the one opening that follows one.
+  // To open a device or a pipe may do something: what it is comes first.
+  const auto pathOf = [](const std::string& of, std::uint64_t number) {
+    return "/proc/" + of + "/fd/" + std::to_string(number);
+  };
+  const std::string link = pathOf(std::to_string(process), descriptor);
+  const int found = uninterrupted([&] { return openOnce(link.c_str(), O_PATH | O_CLOEXEC); });
+  if (found < 0) {
+    return found;
+  }
+  struct stat status {};
+  int result = this->status(found, status);
+  if (result == 0) {
+    const std::string own = pathOf("self", static_cast<std::uint64_t>(found));
+    result = S_ISREG(status.st_mode) ? uninterrupted([&] {
+      return openOnce(own.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    })
+                                     : -EPERM;
+  }
+  close(found);
+  return result;
+}
+
+std::uint32_t PosixSystem::processId() {
+  return static_cast<std::uint32_t>(::getpid());
 }
 
 std::int64_t PosixSystem::nowMs() {

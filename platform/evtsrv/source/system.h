@@ -74,6 +74,23 @@ class System {
   /// getrandom(2): fills `room` or fails.
   [[nodiscard]] virtual int random(std::span<std::uint8_t> room) = 0;
 
+  /// memfd_create(2): a nameless file of `size` zero bytes that can be sealed.
+  [[nodiscard]] virtual int createMemory(std::size_t size) = 0;
+  /// `F_ADD_SEALS` and `F_GET_SEALS` of fcntl(2).
+  [[nodiscard]] virtual int addSeals(int descriptor, int seals) = 0;
+  [[nodiscard]] virtual int seals(int descriptor) = 0;
+  /// mmap(2), shared, for reading and where `writable` for writing too; sets
+  /// `mapping` where it succeeds.
+  [[nodiscard]] virtual int map(int descriptor, std::size_t size, bool writable,
+                                void*& mapping) = 0;
+  /// munmap(2) of a whole mapping.
+  virtual void unmap(const void* mapping, std::size_t size) = 0;
+  /// Opens a regular file that another process has open, for reading (proc(5),
+  /// /proc/PID/fd); `-EPERM` for what is none, which is then not touched.
+  [[nodiscard]] virtual int openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) = 0;
+  /// getpid(2).
+  [[nodiscard]] virtual std::uint32_t processId() = 0;
+
   /// A clock that never goes back, in milliseconds.
   [[nodiscard]] virtual std::int64_t nowMs() = 0;
   [[nodiscard]] virtual uid_t effectiveUser() = 0;
@@ -109,6 +126,13 @@ class PosixSystem : public System {
   int list(const char* directory, std::string_view prefix,
            std::vector<std::string>& names) override;
   int random(std::span<std::uint8_t> room) override;
+  int createMemory(std::size_t size) override;
+  int addSeals(int descriptor, int seals) override;
+  int seals(int descriptor) override;
+  int map(int descriptor, std::size_t size, bool writable, void*& mapping) override;
+  void unmap(const void* mapping, std::size_t size) override;
+  int openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) override;
+  std::uint32_t processId() override;
   std::int64_t nowMs() override;
   uid_t effectiveUser() override;
   bool isMember(gid_t group) override;

@@ -1,0 +1,193 @@
+#include "evtsrv/source/live_page.h"
+
+#include <fcntl.h>
+#include <linux/futex.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <new>
+
+namespace EvtSrv::internal {
+
+/// What lies in the page. The counters are written by the server alone, under its
+/// lock; the owner's word by the C library and the kernel.
+struct LivePageContent {
+  std::array<std::uint8_t, LivePagePlace::idSize> id{};
+  std::uint32_t ownerWord = 0;  ///< where in the page the word of `owner` lies
+  std::atomic<std::uint32_t> open{0};
+  std::atomic<std::uint64_t> epoch{0};
+  pthread_mutex_t owner{};
+};
+
+namespace {
+
+constexpr std::size_t pageSize = sizeof(LivePageContent);
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
+              std::atomic<std::uint32_t>::is_always_lock_free);
+
+constexpr int neededSeals = F_SEAL_SHRINK | F_SEAL_FUTURE_WRITE;
+constexpr int givenSeals = neededSeals | F_SEAL_GROW | F_SEAL_SEAL;
+
+/// Where the word of a robust mutex lies that the kernel writes when its owner
+/// dies; below 0 where this C library does not tell.
+constexpr std::ptrdiff_t ownerWordOffset() {
+#ifdef __GLIBC__
+  return offsetof(LivePageContent, owner) + offsetof(pthread_mutex_t, __data.__lock);
+#else
+  return -1;
+#endif
+}
+
+std::uint32_t wordAt(const LivePageContent& content, std::uint32_t offset) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&content);
+  return __atomic_load_n(reinterpret_cast<const std::uint32_t*>(bytes + offset), __ATOMIC_ACQUIRE);
+}
+
+bool isPlausibleWord(std::uint32_t offset) {
+  return offset % sizeof(std::uint32_t) == 0 && offset <= pageSize - sizeof(std::uint32_t);
+}
+
+/// Whether a thread that lives holds the page's mutex.
+bool hasLivingOwner(const LivePageContent& content) {
+  // A server may write anything at any time: the offset is checked at each look.
+  const std::uint32_t offset = __atomic_load_n(&content.ownerWord, __ATOMIC_RELAXED);
+  if (!isPlausibleWord(offset)) {
+    return false;
+  }
+  const std::uint32_t word = wordAt(content, offset);
+  return (word & FUTEX_OWNER_DIED) == 0 && (word & FUTEX_TID_MASK) != 0;
+}
+
+bool initialise(pthread_mutex_t& mutex) {
+  pthread_mutexattr_t attributes;
+  if (pthread_mutexattr_init(&attributes) != 0) {
+    return false;
+  }
+  const bool made = pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
+                    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
+                    // Another thread that tries to let go of it is told so.
+                    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK) == 0 &&
+                    pthread_mutex_init(&mutex, &attributes) == 0;
+  pthread_mutexattr_destroy(&attributes);
+  return made;
+}
+
+}  // namespace
+
+void LivePage::close() {
+  if (content_ == nullptr) {
+    return;
+  }
+  content_->open.store(0, std::memory_order_release);
+  // Where another thread is the owner, its C library has the mutex in a list: the
+  // page stays mapped then, unless that thread has ended.
+  const bool isFree =
+      opener_ == std::this_thread::get_id() && pthread_mutex_unlock(&content_->owner) == 0;
+  if (isFree) {
+    pthread_mutex_destroy(&content_->owner);
+  }
+  if (isFree || !hasLivingOwner(*content_)) {
+    system_.unmap(content_, pageSize);
+  }
+  content_ = nullptr;
+  descriptor_.reset();
+}
+
+EvtRes LivePage::open() {
+  const EvtRes result = make();
+  if (result != EvtRes_Success) {
+    descriptor_.reset();
+  }
+  return result;
+}
+
+EvtRes LivePage::make() {
+  LivePagePlace place;
+  if (const int refusal = system_.random(place.id); refusal < 0) {
+    return resultOf(refusal);
+  }
+  if (const int refusal = descriptor_.adopt(system_, system_.createMemory(pageSize)); refusal < 0) {
+    return resultOf(refusal);
+  }
+  void* mapping = nullptr;
+  if (const int refusal = system_.map(descriptor_.number(), pageSize, true, mapping); refusal < 0) {
+    return resultOf(refusal);
+  }
+  if (const int refusal = system_.addSeals(descriptor_.number(), givenSeals); refusal < 0) {
+    system_.unmap(mapping, pageSize);
+    return resultOf(refusal);
+  }
+  content_ = new (mapping) LivePageContent;
+  if (!holdOwner()) {
+    system_.unmap(content_, pageSize);
+    content_ = nullptr;
+    return EvtRes_SystemError;
+  }
+  place.process = system_.processId();
+  place.descriptor = static_cast<std::uint32_t>(descriptor_.number());
+  place_ = place;
+  content_->id = place.id;
+  content_->open.store(1, std::memory_order_release);
+  advance();
+  return EvtRes_Success;
+}
+
+bool LivePage::holdOwner() {
+  if (ownerWordOffset() < 0 || !initialise(content_->owner)) {
+    return false;
+  }
+  content_->ownerWord = static_cast<std::uint32_t>(ownerWordOffset());
+  // It is free, and nobody else ever takes it: there is nothing to wait for, and no
+  // order of locks to keep.
+  opener_ = std::this_thread::get_id();
+  return pthread_mutex_trylock(&content_->owner) == 0;
+}
+
+void LivePage::advance() {
+  // Nothing that the caller does next may be seen before this is. Counted in the
+  // page, so that it never goes back: a child that this process has forked may have
+  // gone on counting in it.
+  epoch_ = content_->epoch.fetch_add(1, std::memory_order_seq_cst) + 1;
+}
+
+bool LivePageView::open(const LivePagePlace& place) {
+  close();
+  FileDescriptor descriptor;
+  struct stat status {};
+  void* mapping = nullptr;
+  if (descriptor.adopt(system_, system_.openDescriptorOf(place.process, place.descriptor)) < 0) {
+    return false;
+  }
+  const int seals = system_.seals(descriptor.number());
+  if (seals < 0 || (seals & neededSeals) != neededSeals ||
+      system_.status(descriptor.number(), status) < 0 ||
+      status.st_size != static_cast<off_t>(pageSize) ||
+      system_.map(descriptor.number(), pageSize, false, mapping) < 0) {
+    return false;
+  }
+  content_ = static_cast<const LivePageContent*>(mapping);
+  place_ = place;
+  if (content_->id != place.id || !isPlausibleWord(content_->ownerWord)) {
+    close();
+    return false;
+  }
+  return true;
+}
+
+void LivePageView::close() {
+  if (content_ != nullptr) {
+    system_.unmap(content_, pageSize);
+    content_ = nullptr;
+  }
+}
+
+bool LivePageView::shows(std::uint64_t epoch) const {
+  return content_ != nullptr && content_->epoch.load(std::memory_order_seq_cst) == epoch && lives();
+}
+
+bool LivePageView::lives() const {
+  return content_ != nullptr && content_->open.load(std::memory_order_acquire) != 0 &&
+         hasLivingOwner(*content_);
+}
+
+}  // namespace EvtSrv::internal

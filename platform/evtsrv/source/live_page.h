@@ -1,0 +1,101 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <thread>
+
+#include "evtsrv/source/file_descriptor.h"
+#include "evtsrv/source/system.h"
+
+/// A page of memory in which a server shows its clients whether it lives and how
+/// often it has taken back what it told them. Looking there costs a client two
+/// loads and no system call. The layout is written down in platform/PROTOCOL.md.
+///
+/// The page is a sealed memfd (memfd_create(2)): it cannot shrink below a mapping,
+/// and only the mapping that its maker has can change it, so that neither side can
+/// harm the other through it. That its maker dies is written into the page by the
+/// kernel before anybody else can learn of it: a robust mutex there (see
+/// pthread_mutexattr_setrobust(3)) is locked as long as the page is open.
+namespace EvtSrv::internal {
+
+/// What a client needs to find a server's page.
+struct LivePagePlace {
+  static constexpr std::size_t idSize = 16;
+
+  std::uint32_t process = 0;     ///< the server's, as it sees itself
+  std::uint32_t descriptor = 0;  ///< of the page, in that process
+  /// Random; also in the page, so that another process's page is not taken for it.
+  std::array<std::uint8_t, idSize> id{};
+
+  bool operator==(const LivePagePlace&) const = default;
+};
+
+struct LivePageContent;
+
+/// The server's end. The thread that opens the page has to live as long as the
+/// page is to count: when it ends, clients take the server for dead, and ask.
+class LivePage {
+ public:
+  explicit LivePage(System& system) : system_(system) {}
+  ~LivePage() { close(); }
+  LivePage(const LivePage&) = delete;
+  LivePage& operator=(const LivePage&) = delete;
+
+  /// Makes the page, with an epoch of 1. Where the system has no such pages the
+  /// result says so, and this stays closed.
+  EvtRes open();
+
+  /// Every look from now on sees that nothing counts any more. By whichever thread;
+  /// by another than the opener, while that one lives, the page's memory is not
+  /// given back.
+  void close();
+
+  [[nodiscard]] bool isOpen() const { return content_ != nullptr; }
+  [[nodiscard]] const LivePagePlace& place() const { return place_; }
+  [[nodiscard]] std::uint64_t epoch() const { return epoch_; }
+
+  /// Begins another epoch; every look from now on sees it.
+  void advance();
+
+ private:
+  EvtRes make();
+  bool holdOwner();
+
+  System& system_;
+  FileDescriptor descriptor_;
+  LivePageContent* content_ = nullptr;  ///< the mapping; owned
+  std::thread::id opener_;              ///< who holds the page's mutex
+  LivePagePlace place_;
+  std::uint64_t epoch_ = 0;
+};
+
+/// A client's end: looks at one server's page at a time.
+class LivePageView {
+ public:
+  explicit LivePageView(System& system) : system_(system) {}
+  ~LivePageView() { close(); }
+  LivePageView(const LivePageView&) = delete;
+  LivePageView& operator=(const LivePageView&) = delete;
+
+  /// Looks at the page at `place` from now on. False where it cannot be had: the
+  /// server is another user's, or in another place than it says, or its page is
+  /// not one that can be trusted.
+  bool open(const LivePagePlace& place);
+  void close();
+
+  [[nodiscard]] bool isOpen() const { return content_ != nullptr; }
+  [[nodiscard]] const LivePagePlace& place() const { return place_; }
+
+  /// Whether the server lives and serves, and its epoch is still `epoch`.
+  [[nodiscard]] bool shows(std::uint64_t epoch) const;
+  /// Whether it lives and serves. Once it does not, it never will again.
+  [[nodiscard]] bool lives() const;
+
+ private:
+  System& system_;
+  const LivePageContent* content_ = nullptr;  ///< the mapping; owned
+  LivePagePlace place_;
+};
+
+}  // namespace EvtSrv::internal
