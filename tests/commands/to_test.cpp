@@ -178,7 +178,13 @@ TEST_F(To, AsksForTheIdsAndTheNamesOfChildrenOnce) {
   ModelSrv::ValuePart<bool> leaf(1, "leaf");
   ASSERT_EQ(inner.add(&leaf), ModelSrv::ModelRes_Success);
   ASSERT_EQ(counted.add(&inner), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(server_.drive().add(&counted), ModelSrv::ModelRes_Success);
+  // The library asks this server for each thing that the shell asks for.
+  const std::string name = test_support::uniquePortName("plain");
+  RigServer plain(name, RigServer::Excerpts::none);
+  ASSERT_EQ(plain.drive().add(&counted), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(run("cd").result, 1);
+  ASSERT_EQ(run("cd " + name).result, 1);
+  ASSERT_TRUE(scope_.hasChildren({}, true));
   const IdChain node{1, 60};
   const IdChain below{1, 60, 1};
   const IdChain part{1, 60, 1, 1};

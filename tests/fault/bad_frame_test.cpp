@@ -29,12 +29,11 @@ std::vector<BadFrame> badFrames() {
   return {
       {"ByteOrderThatDoesNotExist", wrongOrder},
       {"KindZero", wire::frame(0, wire::save, 1, chain)},
-      {"KindThatDoesNotExist", wire::frame(6, wire::save, 1, chain)},
+      {"KindThatDoesNotExist", wire::frame(5, wire::save, 1, chain)},
       {"KindThatDoesNotExistAtAll", wire::frame(255, wire::save, 1, chain)},
       {"ReplyFromAClient", wire::frame(wire::reply, wire::save, 1, chain)},
       {"EventFromAClient", wire::frame(wire::event, wire::save, 1, chain)},
       {"WelcomeFromAClient", wire::frame(wire::welcome, 0, 1, {})},
-      {"RecallFromAClient", wire::frame(wire::recall, 0, 1, {})},
       {"LengthOneAboveTheLimit",
        wire::frame(wire::request, wire::save, 1, {}, wire::maxPayload + 1)},
       {"LengthOfFourGigabytes", wire::frame(wire::request, wire::save, 1, chain, 0xFFFFFFFF)},

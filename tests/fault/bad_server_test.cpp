@@ -29,7 +29,7 @@ class BadServerTest : public FaultTest {
   /// sequence number is added to the one in `answer`'s header where `inSequence`.
   Answer askAndAnswer(Client& client, std::string answer, bool inSequence = true) {
     std::thread answering([&] {
-      const auto request = server_.requests.readFrame();
+      const auto request = server_.readQuestion();
       ASSERT_TRUE(request);
       EXPECT_EQ(request->kind, wire::request);
       EXPECT_EQ(request->code, wire::save);
@@ -67,11 +67,10 @@ TEST_F(BadServerTest, LateReplyOfAnotherSequenceIsDropped) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   std::thread answering([&] {
-    const auto request = server_.requests.readFrame();
+    const auto request = server_.readQuestion();
     ASSERT_TRUE(request);
     const std::uint32_t sequence = request->sequence;
     EXPECT_TRUE(server_.replies.write(wire::frame(wire::reply, 0, sequence - 1, "late") +
-                                      wire::frame(wire::recall, 0, 0, {}) +
                                       wire::frame(wire::reply, 0, sequence, "right")));
   });
   EXPECT_EQ(client.get(client.counter).text, "right");
@@ -127,7 +126,7 @@ TEST_F(BadServerTest, ListThatClaimsMoreThanItHoldsIsRefused) {
   for (const std::string& payload :
        {wire::u16(65535), wire::u16(2) + wire::u16(1), std::string(1, '\1'), wire::u16(0) + "x"}) {
     std::thread answering([&] {
-      const auto request = server_.requests.readFrame();
+      const auto request = server_.readQuestion();
       ASSERT_TRUE(request);
       EXPECT_TRUE(server_.replies.write(wire::frame(wire::reply, 0, request->sequence, payload)));
     });

@@ -216,4 +216,12 @@ bool RawServer::accept(std::string_view welcome) {
   return replies.isOpen() && events.isOpen() && requests.isOpen() && replies.write(welcome);
 }
 
+std::optional<wire::Frame> RawServer::readQuestion() const {
+  auto request = requests.readFrame();
+  while (request && request->code == wire::excerpt &&
+         replies.write(wire::frame(wire::reply, wire::badRequest, request->sequence, {})))
+    request = requests.readFrame();
+  return request;
+}
+
 }  // namespace fault

@@ -13,7 +13,7 @@ namespace fault::wire {
 /// Whose least significant byte comes first, as the "order" byte of a frame has it.
 enum class Order : std::uint8_t { leastFirst = 0, mostFirst = 1 };
 
-enum Kind : std::uint8_t { request = 1, reply = 2, event = 3, welcome = 4, recall = 5 };
+enum Kind : std::uint8_t { request = 1, reply = 2, event = 3, welcome = 4 };
 
 enum Operation : std::uint16_t {
   childIds = 1,
@@ -24,11 +24,14 @@ enum Operation : std::uint16_t {
   load = 6,
   subscribe = 7,
   unsubscribe = 8,
+  excerpt = 9,
 };
 
 inline constexpr std::size_t headerSize = 16;
 inline constexpr std::uint32_t maxPayload = 16U * 1024 * 1024 + 64U * 1024;
 inline constexpr std::uint16_t wholeValue = 0xFFFE;
+/// The result of an operation that the server does not know.
+inline constexpr std::uint16_t badRequest = 14;
 
 std::string u16(std::uint16_t value, Order order = Order::leastFirst);
 std::string u32(std::uint32_t value, Order order = Order::leastFirst);

@@ -230,7 +230,9 @@ class StallingServer {
       EXPECT_EQ(nodes_.back()->add(leaves_.back().get()), ModelSrv::ModelRes_Success);
       EXPECT_EQ(root_.add(nodes_.back().get()), ModelSrv::ModelRes_Success);
     }
-    EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success);
+    // Clients trust a service as long as the thread lives that has started it: here
+    // they ask for each thing.
+    std::thread([&] { EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success); }).join();
     thread_ = std::thread([this] { serve(); });
   }
 

@@ -4,7 +4,7 @@
 
 namespace treescope::test {
 
-RigServer::RigServer(const std::string& name) {
+RigServer::RigServer(const std::string& name, Excerpts excerpts) {
   const auto hang = [](ModelSrv::ModelNode& node, std::initializer_list<ModelSrv::ModelPart*> all) {
     for (ModelSrv::ModelPart* part : all) {
       EXPECT_EQ(node.add(part), ModelSrv::ModelRes_Success) << part->name();
@@ -19,7 +19,15 @@ RigServer::RigServer(const std::string& name) {
   limited.setStoreCheck([](const std::int32_t& value, ModelSrv::ModelPartIndex) {
     return value > 10 ? ModelSrv::ModelRes_Vetoed : ModelSrv::ModelRes_Success;
   });
-  EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success) << name;
+  const auto start = [&] {
+    EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success) << name;
+  };
+  // Clients trust a service as long as the thread lives that has started it.
+  if (excerpts == Excerpts::given) {
+    start();
+  } else {
+    std::thread(start).join();
+  }
   thread_ = std::thread([this] { serve(); });
 }
 

@@ -30,8 +30,11 @@ namespace treescope::test {
 ///     /top               5     text "line\nbreak"
 class RigServer {
  public:
+  /// Whether clients may answer from what they were told beside their questions.
+  enum class Excerpts { given, none };
+
   /// Serves at once; `name` must be free.
-  explicit RigServer(const std::string& name);
+  explicit RigServer(const std::string& name, Excerpts excerpts = Excerpts::given);
 
   /// Ends the service at once, if it still runs.
   ~RigServer();

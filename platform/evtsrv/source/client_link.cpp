@@ -205,13 +205,11 @@ EvtRes ClientLink::takeReplies(const std::uint32_t* wanted, Reply* reply) {
     if (status == FrameReader::Status::incomplete) {
       return EvtRes_Timeout;
     }
-    const FrameKind kind = frame.header.kind;
-    if (status == FrameReader::Status::malformed ||
-        (kind != FrameKind::reply && kind != FrameKind::recall)) {
+    if (status == FrameReader::Status::malformed || frame.header.kind != FrameKind::reply) {
       return fail(EvtRes_Protocol);
     }
-    if (kind == FrameKind::reply && wanted != nullptr && frame.header.sequence == *wanted) {
-      *reply = {frame.header.code, frame.header.grant, frame.header.order, frame.payload};
+    if (wanted != nullptr && frame.header.sequence == *wanted) {
+      *reply = {frame.header.code, frame.header.order, frame.payload};
       return EvtRes_Success;
     }
   }

@@ -39,14 +39,14 @@ void encodeHeader(const FrameHeader& header, std::uint8_t* out) {
   out[1] = static_cast<std::uint8_t>(header.kind);
   put(out + 2, header.code);
   put(out + 4, header.sequence);
-  put(out + 8, header.grant);
+  put(out + 8, std::uint32_t{0});
   put(out + 12, header.length);
 }
 
 std::optional<FrameHeader> decodeHeader(const std::uint8_t* bytes) {
   if (bytes[0] > static_cast<std::uint8_t>(ByteOrder::mostFirst) ||
       bytes[1] < static_cast<std::uint8_t>(FrameKind::request) ||
-      bytes[1] > static_cast<std::uint8_t>(FrameKind::recall)) {
+      bytes[1] > static_cast<std::uint8_t>(FrameKind::welcome)) {
     return std::nullopt;
   }
   FrameHeader header;
@@ -54,7 +54,6 @@ std::optional<FrameHeader> decodeHeader(const std::uint8_t* bytes) {
   header.kind = static_cast<FrameKind>(bytes[1]);
   header.code = get<std::uint16_t>(bytes + 2, header.order);
   header.sequence = get<std::uint32_t>(bytes + 4, header.order);
-  header.grant = get<std::uint32_t>(bytes + 8, header.order);
   header.length = get<std::uint32_t>(bytes + 12, header.order);
   if (header.length > maxPayload) {
     return std::nullopt;

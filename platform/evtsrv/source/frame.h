@@ -23,7 +23,6 @@ enum class FrameKind : std::uint8_t {
   reply = 2,    ///< server to client; `code` is the result, `sequence` the request's
   event = 3,    ///< server to client, on the event pipe; `code` is the event type
   welcome = 4,  ///< server to client, first on the reply pipe; `code` 0, or why not
-  recall = 5,   ///< server to client, on the reply pipe: the named grant has ended
 };
 
 struct FrameHeader {
@@ -33,7 +32,6 @@ struct FrameHeader {
   FrameKind kind = FrameKind::request;
   std::uint16_t code = 0;
   std::uint32_t sequence = 0;
-  std::uint32_t grant = 0;   ///< the grant that the frame gives or recalls; 0: none
   std::uint32_t length = 0;  ///< payload bytes behind the header
 };
 

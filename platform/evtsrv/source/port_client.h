@@ -19,7 +19,6 @@ class ManagerCore;
 /// the end of the connection.
 struct Reply {
   std::uint16_t code = 0;
-  std::uint32_t grant = 0;
   ByteOrder order = nativeOrder;
   std::span<const std::uint8_t> payload;
 };

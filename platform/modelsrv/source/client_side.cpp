@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "evtsrv/source/manager_core.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/update_holder.h"
 #include "modelsrv/source/value_text.h"
@@ -20,10 +21,12 @@ PayloadReader readerOf(const Reply& reply) {
 
 }  // namespace
 
-ClientSide::ClientSide(ModelRoot& root) : root_(root), port_(root.manager()->core(), *this) {}
+ClientSide::ClientSide(ModelRoot& root)
+    : root_(root), held_(root.manager()->core().system()), port_(root.manager()->core(), *this) {}
 
 ModelRes ClientSide::connect(const std::string& name) {
   close();
+  excerptsWanted_ = true;
   const ModelRes result = fromPort(port_.connect(name));
   started_ = result == ModelRes_Success;
   if (!started_)
@@ -33,6 +36,7 @@ ModelRes ClientSide::connect(const std::string& name) {
 
 void ClientSide::close() {
   subscriptions_->clear();
+  held_.clear();
   started_ = false;
   port_.close();
 }
@@ -53,8 +57,12 @@ EvtRes ClientSide::makeReady() {
     bool renewed = false;
     if (const EvtRes result = port_.resume(renewed); result != EvtSrv::EvtRes_Success)
       return result;
-    if (renewed)
+    if (renewed) {
       subscriptions_->markAllLost();
+      // Another server may have the name now while the one before still lives.
+      held_.clear();
+      excerptsWanted_ = true;
+    }
   }
   return renewSubscriptions();
 }
@@ -90,11 +98,39 @@ ModelRes ClientSide::request(const Request& request, Reply& reply) {
   return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : fromPort(result);
 }
 
-ModelRes ClientSide::childIds(const std::vector<ModelPartId>& chain,
-                              std::vector<ModelPartId>& ids) {
+ModelRes ClientSide::look(const std::vector<ModelPartId>& chain, const HeldAnswers::Part*& part) {
+  // Where the connection is known to be lost, a request has to make it good again.
+  part = port_.isOpen() ? held_.find(chain) : nullptr;
+  if (part != nullptr || !excerptsWanted_)
+    return ModelRes_Success;
   Reply reply;
   const ModelRes result =
-      request(Request{Operation::childIds, chain, ModelPartIndex_All, false, {}}, reply);
+      request(Request{Operation::excerpt, chain, held_.partsToAskFor(), false, {}}, reply);
+  if (result == ModelRes_BadRequest || result == ModelRes_DoNothing) {
+    // A server that gives none.
+    excerptsWanted_ = false;
+    return ModelRes_Success;
+  }
+  if (result != ModelRes_Success)
+    return result;
+  part = held_.take(chain, reply.payload, reply.order);
+  excerptsWanted_ = part != nullptr && held_.canHold();
+  return part != nullptr ? ModelRes_Success : ModelRes_Protocol;
+}
+
+ModelRes ClientSide::ask(Operation operation, const std::vector<ModelPartId>& chain, Reply& reply,
+                         ModelPartIndex index) {
+  return request(Request{operation, chain, index, false, {}}, reply);
+}
+
+ModelRes ClientSide::childIds(const std::vector<ModelPartId>& chain,
+                              std::vector<ModelPartId>& ids) {
+  const HeldAnswers::Part* part = nullptr;
+  ModelRes result = look(chain, part);
+  if (result != ModelRes_Success || (part != nullptr && held_.childIds(*part, ids)))
+    return result;
+  Reply reply;
+  result = ask(Operation::childIds, chain, reply);
   if (result != ModelRes_Success)
     return result;
   return decodeIds(readerOf(reply), ids) ? ModelRes_Success : ModelRes_Protocol;
@@ -102,18 +138,24 @@ ModelRes ClientSide::childIds(const std::vector<ModelPartId>& chain,
 
 ModelRes ClientSide::childNames(const std::vector<ModelPartId>& chain,
                                 std::vector<std::string>& names) {
+  const HeldAnswers::Part* part = nullptr;
+  ModelRes result = look(chain, part);
+  if (result != ModelRes_Success || (part != nullptr && held_.childNames(*part, names)))
+    return result;
   Reply reply;
-  const ModelRes result =
-      request(Request{Operation::childNames, chain, ModelPartIndex_All, false, {}}, reply);
+  result = ask(Operation::childNames, chain, reply);
   if (result != ModelRes_Success)
     return result;
   return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
 }
 
 ModelRes ClientSide::elementSum(const std::vector<ModelPartId>& chain, std::uint16_t& sum) {
+  const HeldAnswers::Part* part = nullptr;
+  ModelRes result = look(chain, part);
+  if (result != ModelRes_Success || (part != nullptr && held_.elementSum(*part, sum)))
+    return result;
   Reply reply;
-  const ModelRes result =
-      request(Request{Operation::elementSum, chain, ModelPartIndex_All, false, {}}, reply);
+  result = ask(Operation::elementSum, chain, reply);
   if (result != ModelRes_Success)
     return result;
   return decodeSum(readerOf(reply), sum) ? ModelRes_Success : ModelRes_Protocol;
@@ -121,9 +163,12 @@ ModelRes ClientSide::elementSum(const std::vector<ModelPartId>& chain, std::uint
 
 ModelRes ClientSide::elementNames(const std::vector<ModelPartId>& chain,
                                   std::vector<std::string>& names) {
+  const HeldAnswers::Part* part = nullptr;
+  ModelRes result = look(chain, part);
+  if (result != ModelRes_Success || (part != nullptr && held_.elementNames(*part, names)))
+    return result;
   Reply reply;
-  const ModelRes result =
-      request(Request{Operation::elementNames, chain, ModelPartIndex_All, false, {}}, reply);
+  result = ask(Operation::elementNames, chain, reply);
   if (result != ModelRes_Success)
     return result;
   return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
@@ -131,8 +176,12 @@ ModelRes ClientSide::elementNames(const std::vector<ModelPartId>& chain,
 
 ModelRes ClientSide::save(const std::vector<ModelPartId>& chain, std::ostringstream& text,
                           ModelPartIndex index) {
+  const HeldAnswers::Part* part = nullptr;
+  ModelRes result = look(chain, part);
+  if (result != ModelRes_Success || (part != nullptr && held_.save(*part, index, text, result)))
+    return result;
   Reply reply;
-  const ModelRes result = request(Request{Operation::save, chain, index, false, {}}, reply);
+  result = ask(Operation::save, chain, reply, index);
   if (result == ModelRes_Success)
     text.write(reinterpret_cast<const char*>(reply.payload.data()),
                static_cast<std::streamsize>(reply.payload.size()));

@@ -9,6 +9,7 @@
 #include "evtsrv/source/port_client.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_subscriptions.h"
+#include "modelsrv/source/held_answers.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/requests.h"
 
@@ -16,7 +17,8 @@ namespace ModelSrv::internal {
 
 /// A root's connection to the server whose tree it stands for: makes requests,
 /// connects again where the connection was lost, keeps what was subscribed, and
-/// hands events to the root's port. Everything runs with the client mutex held.
+/// hands events to the root's port. Questions are answered from an excerpt of the
+/// tree as long as the server lets it count. Everything runs with the client mutex held.
 class ClientSide final : public EvtSrv::internal::EventSink {
  public:
   explicit ClientSide(ModelRoot& root);
@@ -62,9 +64,18 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   EvtSrv::EvtRes renewSubscriptions();
   ModelRes cancel(ClientSubscriptions::Key key);
 
+  /// Has an excerpt that tells of the part at `chain`: `part` is then what it says,
+  /// or null where the server is to be asked for the one thing that is wanted.
+  ModelRes look(const std::vector<ModelPartId>& chain, const HeldAnswers::Part*& part);
+  /// Asks for one thing about the part at `chain`.
+  ModelRes ask(Operation operation, const std::vector<ModelPartId>& chain,
+               EvtSrv::internal::Reply& reply, ModelPartIndex index = ModelPartIndex_All);
+
   ModelRoot& root_;
   bool started_ = false;
   std::shared_ptr<ClientSubscriptions> subscriptions_ = std::make_shared<ClientSubscriptions>();
+  HeldAnswers held_;
+  bool excerptsWanted_ = true;         ///< until this connection's server shows no page
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
 };

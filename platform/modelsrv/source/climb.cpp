@@ -8,6 +8,8 @@ namespace ModelSrv::internal {
 
 ModelRes climb(ModelPart& part, std::vector<ModelPartId>& chain, ModelRoot*& root) {
   chain.clear();
+  // Few are deeper: they take more room step by step.
+  chain.reserve(16);
   ModelPart* at = &part;
   while ((root = PartAccess::asRoot(*at)) == nullptr) {
     if (chain.size() == ModelDepth_Max)

@@ -1,10 +1,12 @@
 #include "modelsrv/model_node.h"
 
 #include <algorithm>
+#include <typeinfo>
 #include <utility>
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
+#include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subtree.h"
 #include "modelsrv/source/tree_lock.h"
 
@@ -42,6 +44,7 @@ ModelRes ModelNode::add(ModelPart* part) {
       return ModelRes_BadArgument;
   if (findChild(part->id_) != nullptr)
     return ModelRes_DuplicateId;
+  aboutToChangeShape();
   noteOrder(part);
   children_.push_back(part);
   part->parent_ = this;
@@ -57,6 +60,7 @@ ModelRes ModelNode::remove(ModelPart* part) {
   const auto at = std::find(children_.begin(), children_.end(), part);
   if (part == nullptr || at == children_.end())
     return ModelRes_NoSuchPart;
+  aboutToChangeShape();
   children_.erase(at);
   const auto sorted = lowerBound(byId_, part->id_);
   if (sorted != byId_.end() && *sorted == part)
@@ -69,12 +73,24 @@ ModelRes ModelNode::remove(ModelPart* part) {
 
 void ModelNode::releaseChildren() {
   const TreeLock lock(*this);
+  aboutToChangeShape();
   internal::ClientSide* client = clientSide();
   for (ModelPart* child : children_)
     release(*child, client);
   children_.clear();
   byId_.clear();
   addedInOrder_ = true;
+}
+
+bool ModelNode::tellsChanges() const {
+  return typeid(*this) == typeid(ModelNode) || typeid(*this) == typeid(ModelRoot);
+}
+
+void ModelNode::aboutToChangeShape() {
+  if (treeManager_.load(std::memory_order_relaxed) == nullptr)
+    return;
+  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
+    root->server_->takeBackAll();
 }
 
 internal::ClientSide* ModelNode::clientSide() const {

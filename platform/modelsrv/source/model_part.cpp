@@ -5,6 +5,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/climb.h"
+#include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subscription.h"
 #include "modelsrv/source/tree_lock.h"
 
@@ -150,6 +151,14 @@ ModelRes ModelPart::storeText(std::string_view /*text*/, bool /*flag*/, ModelPar
 void ModelPart::notifySubscribers(ModelPartIndex index) {
   if (subscribers_ != nullptr)
     subscribers_->changed(index);
+}
+
+void ModelPart::aboutToChange() {
+  if (toldMark_ == 0)
+    return;
+  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
+    root->server_->takeBack(toldMark_);
+  toldMark_ = 0;
 }
 
 void ModelPart::leaveTree() {

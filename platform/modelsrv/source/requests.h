@@ -21,12 +21,13 @@ enum class Operation : std::uint16_t {
   load = 6,          ///< chain, index, flag, text
   subscribe = 7,     ///< chain, index
   unsubscribe = 8,   ///< chain, index
+  excerpt = 9,       ///< chain, how many parts (in the index's place)
 };
 
 struct Request {
   Operation operation = Operation::childIds;
   std::vector<ModelPartId> chain;
-  ModelPartIndex index = ModelPartIndex_All;
+  ModelPartIndex index = ModelPartIndex_All;  ///< or an excerpt's number of parts
   bool flag = false;
   std::string_view text = {};  ///< not owned: a reader's or a caller's bytes
 };

@@ -3,15 +3,23 @@
 namespace ModelSrv::internal {
 
 ServerSide::ServerSide(ModelRoot& root)
-    : share_(std::make_shared<SessionShare>(SessionShare{root})),
-      port_(root.manager()->core(), *this) {}
+    : share_(std::make_shared<SessionShare>(root)), port_(root.manager()->core(), *this) {}
+
+ServerSide::~ServerSide() {
+  // Before anybody can learn that the service has ended.
+  share_->tellings.end();
+}
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
-  return port_.start(name, options.group);
+  const EvtSrv::EvtRes result = port_.start(name, options.group);
+  if (result == EvtSrv::EvtRes_Success)
+    share_->tellings.start();
+  return result;
 }
 
 void ServerSide::beginStop() {
   stopBegun_ = true;
+  share_->tellings.end();
   port_.beginStop();
 }
 
@@ -22,6 +30,14 @@ bool ServerSide::hasStopped() const {
 std::unique_ptr<EvtSrv::internal::ServerSession> ServerSide::openSession(
     EvtSrv::internal::ServerConnection& connection) {
   return std::make_unique<TreeSession>(share_, connection);
+}
+
+void ServerSide::takeBack(std::uint32_t mark) {
+  share_->tellings.takeBack(mark);
+}
+
+void ServerSide::takeBackAll() {
+  share_->tellings.takeBackAll();
 }
 
 }  // namespace ModelSrv::internal

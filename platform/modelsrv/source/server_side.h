@@ -14,6 +14,7 @@ namespace ModelSrv::internal {
 class ServerSide final : public EvtSrv::internal::ServedPort {
  public:
   explicit ServerSide(ModelRoot& root);
+  ~ServerSide() override;
 
   EvtSrv::EvtRes start(const std::string& name, const ServerOptions& options);
 
@@ -27,8 +28,13 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
   std::unique_ptr<EvtSrv::internal::ServerSession> openSession(
       EvtSrv::internal::ServerConnection& connection) override;
 
+  /// What was told of one part in the epoch of that mark is about to change.
+  void takeBack(std::uint32_t mark);
+  /// The tree is about to get another shape.
+  void takeBackAll();
+
  private:
-  std::shared_ptr<SessionShare> share_;
+  const std::shared_ptr<SessionShare> share_;
   bool stopBegun_ = false;
   EvtSrv::internal::PortServer port_;  ///< last: its end ends the sessions
 };

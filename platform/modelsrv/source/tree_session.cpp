@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "evtsrv/source/manager_core.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
@@ -62,6 +63,9 @@ void trim(std::string& text) {
 
 }  // namespace
 
+SessionShare::SessionShare(ModelRoot& servedRoot)
+    : root(servedRoot), tellings(servedRoot.manager()->core().system()) {}
+
 TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
                          EvtSrv::internal::ServerConnection& connection)
     : share_(std::move(share)), subscriptions_(connection) {}
@@ -104,6 +108,8 @@ ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadR
       return subscribe(*part, request.index);
     case Operation::unsubscribe:
       return subscriptions_.take(*part, request.index);
+    case Operation::excerpt:
+      return excerpt(*part, request.index, reply);
   }
   return ModelRes_BadRequest;
 }
@@ -119,6 +125,14 @@ ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
     EvtSrv::internal::PayloadWriter(reply).bytes(text);
   trim(text);
   return result;
+}
+
+ModelRes TreeSession::excerpt(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply) {
+  const EvtSrv::internal::LivePage* page = share_->tellings.begin();
+  if (page == nullptr)
+    return ModelRes_DoNothing;
+  share_->excerpts.write(share_->root, part, parts, *page, reply);
+  return ModelRes_Success;
 }
 
 ModelRes TreeSession::subscribe(ModelPart& part, ModelPartIndex index) {

@@ -6,17 +6,23 @@
 #include <vector>
 
 #include "evtsrv/source/port_server.h"
+#include "modelsrv/source/excerpt_writer.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/session_subscriptions.h"
+#include "modelsrv/source/tellings.h"
 
 namespace ModelSrv::internal {
 
 /// What the sessions of one served tree share, so that an idle one holds little
 /// and a request needs no fresh memory.
 struct SessionShare {
+  explicit SessionShare(ModelRoot& servedRoot);
+
   ModelRoot& root;
-  Request request = {};
-  std::string text = {};
+  Request request;
+  std::string text;
+  ExcerptWriter excerpts;
+  Tellings tellings;
 };
 
 /// Answers one client's requests from the tree and keeps what it subscribed. Runs
@@ -35,6 +41,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes answer(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
                   std::vector<std::uint8_t>& reply);
   ModelRes save(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& reply);
+  ModelRes excerpt(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply);
   ModelRes subscribe(ModelPart& part, ModelPartIndex index);
 
   std::shared_ptr<SessionShare> share_;

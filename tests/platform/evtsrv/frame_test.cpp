@@ -18,7 +18,6 @@ Bytes makeFrame(FrameKind kind, std::uint16_t code, const std::string& payload) 
   header.kind = kind;
   header.code = code;
   header.sequence = 0x01020304;
-  header.grant = 0x0A0B0C0D;
   header.length = static_cast<std::uint32_t>(payload.size());
   Bytes bytes(FrameHeader::size);
   encodeHeader(header, bytes.data());
@@ -35,14 +34,13 @@ TEST(Frame, HasALayoutThatIsTheSameInEitherByteOrder) {
     EXPECT_EQ(header->kind, FrameKind::reply);
     EXPECT_EQ(header->code, 0x1234);
     EXPECT_EQ(header->sequence, 0x01020304U);
-    EXPECT_EQ(header->grant, 0x05060708U);
     EXPECT_EQ(header->length, 9U);
   }
 }
 
 TEST(Frame, ComesBackAsItWasWritten) {
-  for (const FrameKind kind : {FrameKind::request, FrameKind::reply, FrameKind::event,
-                               FrameKind::welcome, FrameKind::recall}) {
+  for (const FrameKind kind :
+       {FrameKind::request, FrameKind::reply, FrameKind::event, FrameKind::welcome}) {
     const Bytes bytes = makeFrame(kind, 0xFFFF, "abc");
     const auto header = decodeHeader(bytes.data());
     ASSERT_TRUE(header.has_value());
@@ -50,7 +48,6 @@ TEST(Frame, ComesBackAsItWasWritten) {
     EXPECT_EQ(header->kind, kind);
     EXPECT_EQ(header->code, 0xFFFF);
     EXPECT_EQ(header->sequence, 0x01020304U);
-    EXPECT_EQ(header->grant, 0x0A0B0C0DU);
     EXPECT_EQ(header->length, 3U);
   }
 }

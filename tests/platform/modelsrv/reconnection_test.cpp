@@ -1,5 +1,9 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -37,6 +41,52 @@ TEST_F(ReconnectionTest, IsTriedByEachRequestAndFailsAtOnceWhileNobodyServes) {
   }
   server_ = std::make_unique<Server>(name_);
   EXPECT_EQ(client_.text(speedChain), "42");
+}
+
+/// Writes what no server takes into every request pipe that this process has, so
+/// that the connections end while the server goes on.
+void spoilConnections() {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    const std::string target = std::filesystem::read_symlink(entry, gone).string();
+    const int number = std::stoi(entry.path().filename().string());
+    if (gone || target.find(".req") == std::string::npos ||
+        (::fcntl(number, F_GETFL) & O_ACCMODE) != O_WRONLY)
+      continue;
+    const std::string garbage(64, '\xff');
+    ASSERT_EQ(::write(number, garbage.data(), garbage.size()),
+              static_cast<ssize_t>(garbage.size()));
+  }
+}
+
+/// The server's connection ends, and another server takes its name while it goes on.
+class ReplacedWhileAlive : public ReconnectionTest {
+ protected:
+  void SetUp() override {
+    ReconnectionTest::SetUp();
+    ASSERT_EQ(client_.text(speedChain), "42");
+    ASSERT_EQ(client_.text(labelChain), "two words");
+    ASSERT_EQ(std::remove(("/tmp/" + name_ + ".fifo").c_str()), 0);
+    other_ = std::make_unique<Server>(name_);
+    ASSERT_EQ(other_->speed.setValue(7), ModelRes_Success);
+    spoilConnections();
+  }
+  std::unique_ptr<Server> other_;
+};
+
+TEST_F(ReplacedWhileAlive, NothingOfTheFirstServerIsSaidAfterAStoreAtTheSecond) {
+  ASSERT_EQ(client_.load(labelChain, "new"), ModelRes_Success);
+  EXPECT_EQ(other_->label.value(), "new");
+  EXPECT_EQ(client_.text(labelChain), "new");
+  EXPECT_EQ(client_.text(speedChain), "7");
+}
+
+TEST_F(ReplacedWhileAlive, AQuestionMakesAConnectionGoodThatIsKnownToBeLost) {
+  // The end of the connection is among the events.
+  while (client_.manager.receiveEvent(20000) == EvtSrv::EvtRes_Success &&
+         client_.text(speedChain) == "42") {
+  }
+  EXPECT_EQ(client_.text(speedChain), "7");
 }
 
 TEST_F(ReconnectionTest, RenewsSubscriptions) {

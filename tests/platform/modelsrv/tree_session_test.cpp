@@ -65,7 +65,7 @@ class TreeSessionTest : public testing::Test {
   ArrayPart<double> gains_{2, "", {1.5, 0.25}, {"p", "i"}};
   ValuePart<bool> secret_{5, "secret", false, ModelPartStatus_Protected};
   modelsrv_tests::FakeConnection connection_;
-  std::shared_ptr<SessionShare> share_ = std::make_shared<SessionShare>(SessionShare{root_});
+  std::shared_ptr<SessionShare> share_ = std::make_shared<SessionShare>(root_);
   TreeSession session_{share_, connection_};
   Bytes reply_;
 };

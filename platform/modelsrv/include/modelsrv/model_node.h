@@ -43,6 +43,10 @@ class KRV_EXPORT ModelNode : public ModelPart {
   [[nodiscard]] ModelPart* findChild(ModelPartId id) const;
 
  protected:
+  /// A node has no value of its own; what a derived class makes of it is for that
+  /// class to say. (A root counts as a plain node.)
+  [[nodiscard]] bool tellsChanges() const override;
+
   [[nodiscard]] ModelNode* asNode() override { return this; }
 
   /// Leaves every child without a parent: the second step of a destructor.
@@ -50,6 +54,8 @@ class KRV_EXPORT ModelNode : public ModelPart {
 
  private:
   [[nodiscard]] internal::ClientSide* clientSide() const;
+  /// The children of this node are about to change.
+  void aboutToChangeShape();
   void release(ModelPart& part, internal::ClientSide* client);
   void noteOrder(ModelPart* part);
 

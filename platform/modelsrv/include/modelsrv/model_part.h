@@ -164,6 +164,18 @@ class KRV_EXPORT ModelPart {
   virtual ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                              bool fromClient);
 
+  /// Whether everything that `asNode`, `elementCount`, `elementNames` and `appendText`
+  /// answer stays the same until the part itself has called `aboutToChange` (what
+  /// children a node has is looked after by `add` and `remove`). Clients may
+  /// then be told more than they asked for and keep it meanwhile. A class that
+  /// answers for a value of its own and says yes must make that call.
+  [[nodiscard]] virtual bool tellsChanges() const { return false; }
+
+  /// What clients were told of this part is no longer true after the change that
+  /// follows. Called with the client mutex held, before anything changes; costs
+  /// next to nothing where nobody was told.
+  void aboutToChange();
+
   /// The children, null where the part cannot have any.
   [[nodiscard]] virtual ModelNode* asNode() { return nullptr; }
   [[nodiscard]] virtual ModelRoot* asRoot() { return nullptr; }
@@ -185,6 +197,8 @@ class KRV_EXPORT ModelPart {
   ModelPartId id_;
   ModelPartStatus status_;
   bool subscribable_ = true;
+  /// When clients were told of the part last; 0: not since its last change.
+  std::uint32_t toldMark_ = 0;
 };
 
 }  // namespace ModelSrv

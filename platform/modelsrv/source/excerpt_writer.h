@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "evtsrv/source/live_page.h"
+#include "modelsrv/model_root.h"
+
+namespace ModelSrv::internal {
+
+/// What an excerpt tells of a part.
+enum ExcerptSection : std::uint8_t {
+  excerptChildren = 1,  ///< their ids and names; none for what has none
+  excerptElements = 2,  ///< how many, and their names
+  excerptValue = 4,     ///< its text or its elements' texts; with excerptElements only
+};
+
+/// How many bytes an excerpt has, more or less: what a pipe holds, so that it goes
+/// out in one write. What is read and then left out for its length counts as well,
+/// so that an excerpt of long texts keeps nobody waiting.
+inline constexpr std::size_t excerptSize = std::size_t{56} * 1024;
+
+/// Writes excerpts of a tree: all there is to know of a part and of those that
+/// follow it in the order in which a listing meets them (a part, what is below it,
+/// its next sibling). What has been written counts as told in the page's present
+/// epoch. With the client mutex held; keeps its room from call to call.
+class ExcerptWriter {
+ public:
+  /// Appends to `reply` where the page lies and its epoch, then `part` and up to
+  /// `parts` - 1 others below `root`. `part` hangs below `root` or is it.
+  void write(ModelRoot& root, ModelPart& part, unsigned parts,
+             const EvtSrv::internal::LivePage& page, std::vector<std::uint8_t>& reply);
+
+ private:
+  /// A node and which of its children comes next.
+  struct Position {
+    const ModelNode* node;
+    std::size_t next;
+  };
+
+  void findPositions(const ModelRoot& root, const ModelPart& part);
+  /// The part that a listing meets after `part`, null at the end.
+  ModelPart* following(ModelPart& part);
+  void writePart(ModelPart& part, std::vector<std::uint8_t>& reply);
+
+  /// The nodes above the part that was written last, outermost first.
+  std::vector<Position> above_;
+  std::string text_;
+  std::size_t spent_ = 0;  ///< bytes that were written, or read in vain
+};
+
+}  // namespace ModelSrv::internal

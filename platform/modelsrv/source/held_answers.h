@@ -1,0 +1,105 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "evtsrv/source/frame.h"
+#include "evtsrv/source/live_page.h"
+#include "modelsrv/model_part.h"
+
+namespace ModelSrv::internal {
+
+/// An excerpt of a server's tree in a client's hand, and whether it still holds.
+///
+/// An excerpt holds as long as the server lives and has not taken back what it told
+/// (`LivePageView`); it is given up whole. With the client mutex held.
+class HeldAnswers {
+ public:
+  explicit HeldAnswers(EvtSrv::internal::System& system) : page_(system) {}
+
+  /// Where one piece of an excerpt lies; `at` 0 where it is not held.
+  struct Slice {
+    std::uint32_t at = 0;
+    std::uint32_t size = 0;
+  };
+
+  /// What is held of a part.
+  struct Part {
+    std::uint64_t hash = 0;  ///< of its chain
+    std::uint32_t parent = 0;
+    std::uint16_t depth = 0;
+    ModelPartId id = ModelPartId_Void;
+    std::uint16_t elements = 0;  ///< how many, where `elementNames` is held
+    std::uint16_t result = 0;    ///< of reading the value, where `value` is held
+    bool asked = false;
+    Slice childIds = {};
+    Slice childNames = {};
+    Slice elementNames = {};
+    Slice value = {};  ///< the texts, each behind its length
+  };
+
+  /// What is held of the part at `chain`, null where nothing is or it does not
+  /// hold any more.
+  const Part* find(const std::vector<ModelPartId>& chain);
+
+  /// How many parts to ask for with the next excerpt: few at first, more as those
+  /// of the last one turned out to be wanted.
+  [[nodiscard]] std::uint16_t partsToAskFor() const;
+
+  /// Takes a server's reply about `chain` in the place of what was held. Gives what
+  /// it says of that part, which was true when the server answered; null where the
+  /// reply is malformed. Others are given by `find` only where the server's page
+  /// can be seen.
+  const Part* take(const std::vector<ModelPartId>& chain, std::span<const std::uint8_t> reply,
+                   EvtSrv::internal::ByteOrder order);
+
+  /// Whether the server's page can be seen and says that the server lives; if not
+  /// there is no use in asking for more than what is wanted.
+  [[nodiscard]] bool canHold() const { return page_.lives(); }
+
+  /// Forgets everything.
+  void clear();
+
+  // Answers of a part that `find` or `take` gave, until the next call of these or
+  // `clear`. False where that piece is not held: the server is to be asked.
+
+  bool childIds(const Part& part, std::vector<ModelPartId>& ids) const;
+  bool childNames(const Part& part, std::vector<std::string>& names) const;
+  bool elementSum(const Part& part, std::uint16_t& sum) const;
+  bool elementNames(const Part& part, std::vector<std::string>& names) const;
+  /// `result` is what the server would have answered.
+  bool save(const Part& part, ModelPartIndex index, std::ostringstream& text,
+            ModelRes& result) const;
+
+ private:
+  [[nodiscard]] EvtSrv::internal::PayloadReader reader(Slice slice) const;
+  static bool readPlace(EvtSrv::internal::PayloadReader& in, EvtSrv::internal::LivePagePlace& place,
+                        std::uint64_t& epoch);
+  void addAbove(const std::vector<ModelPartId>& chain);
+  bool readPart(EvtSrv::internal::PayloadReader& in);
+  bool readSections(EvtSrv::internal::PayloadReader& in, Part& part) const;
+  bool readValue(EvtSrv::internal::PayloadReader& in, Part& part) const;
+  void add(const Part& part);
+  void makeIndex();
+  [[nodiscard]] std::uint32_t lookUp(const std::vector<ModelPartId>& chain) const;
+  [[nodiscard]] bool isAt(std::uint32_t part, const std::vector<ModelPartId>& chain) const;
+
+  EvtSrv::internal::LivePageView page_;
+  EvtSrv::internal::ByteOrder order_ = EvtSrv::internal::nativeOrder;
+  std::uint64_t epoch_ = 0;  ///< 0: nothing is held
+  std::vector<std::uint8_t> bytes_;
+  /// Those above the first one are there without an answer.
+  std::vector<Part> parts_;
+  std::vector<std::uint32_t> path_;   ///< while reading: the part last read and those above
+  std::vector<std::uint32_t> index_;  ///< a hash table of places in `parts_`
+  std::size_t last_ = 0;              ///< the part that was asked about last
+  std::size_t told_ = 0;              ///< how many parts the excerpt tells of
+  std::size_t asked_ = 0;             ///< how many of them were asked for
+};
+
+}  // namespace ModelSrv::internal

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+
+#include "evtsrv/source/live_page.h"
+
+namespace ModelSrv::internal {
+
+/// Whether anything that a server has told its clients still counts, shown on its
+/// page. With the client mutex held.
+///
+/// What is told counts until the page's epoch ends. A part that is told of keeps
+/// the epoch's mark; before it changes the epoch ends, if it is still that one, and
+/// with it all that was told to anybody. A change of what nobody has been told of
+/// costs nothing.
+class Tellings {
+ public:
+  explicit Tellings(EvtSrv::internal::System& system) : page_(system) {}
+
+  /// The service begins, on a thread that lives as long as it does. Where the system
+  /// has no such page nothing is ever told.
+  void start();
+
+  /// Something is going to be told: gives the page that it counts by, null where
+  /// there is none.
+  const EvtSrv::internal::LivePage* begin();
+
+  /// To be called before the change of a part that was told of with `mark`.
+  void takeBack(std::uint32_t mark);
+  /// To be called before a change of the tree's shape.
+  void takeBackAll();
+
+  /// Nothing counts from now on.
+  void end();
+
+  /// What a part keeps of `epoch`; never 0. Epochs may share a mark: a part may
+  /// then end an epoch in which it was not told of.
+  static std::uint32_t markOf(std::uint64_t epoch);
+
+ private:
+  EvtSrv::internal::LivePage page_;
+  bool told_ = false;  ///< anything in this epoch
+};
+
+}  // namespace ModelSrv::internal

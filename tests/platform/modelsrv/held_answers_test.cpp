@@ -1,0 +1,278 @@
+#include "modelsrv/source/held_answers.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_root.h"
+#include "modelsrv/source/excerpt_writer.h"
+#include "modelsrv/value_parts.h"
+
+namespace {
+
+using namespace ModelSrv;
+using namespace ModelSrv::internal;
+using EvtSrv::internal::LivePage;
+using EvtSrv::internal::nativeOrder;
+
+using Bytes = std::vector<std::uint8_t>;
+using Chain = std::vector<ModelPartId>;
+
+/// A part whose class keeps its changes to itself.
+class SilentPart : public ModelPart {
+ public:
+  SilentPart() : ModelPart(30, "silent") {}
+  ~SilentPart() override { leaveTree(); }
+};
+
+/// An excerpt that goes from a writer's hand into a reader's.
+class HeldAnswersTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(page_.open(), EvtSrv::EvtRes_Success);
+    for (ModelPart* part : std::initializer_list<ModelPart*>{&b_, &a_, &long_, &silent_})
+      ASSERT_EQ(root_.add(part), ModelRes_Success);
+    for (ModelPart* part : std::initializer_list<ModelPart*>{&x_, &y_})
+      ASSERT_EQ(b_.add(part), ModelRes_Success);
+  }
+
+  Bytes excerpt(ModelPart& part, unsigned parts) {
+    Bytes reply;
+    ExcerptWriter().write(root_, part, parts, page_, reply);
+    return reply;
+  }
+
+  const HeldAnswers::Part* take(const Chain& chain, const Bytes& reply) {
+    return held_.take(chain, reply, nativeOrder);
+  }
+
+  /// The value of the part, "?" where the server is to be asked.
+  std::string value(const Chain& chain, ModelPartIndex index = ModelPartIndex_All) {
+    const HeldAnswers::Part* part = held_.find(chain);
+    std::ostringstream text;
+    ModelRes result = ModelRes_Success;
+    if (part == nullptr || !held_.save(*part, index, text, result))
+      return "?";
+    return result == ModelRes_Success ? text.str() : describe(result);
+  }
+
+  EvtSrv::internal::PosixSystem system_;
+  LivePage page_{system_};
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
+  ModelRoot root_{&manager_};
+  ModelNode b_{5, "b"};
+  ValuePart<int> x_{2, "x", 7};
+  ArrayPart<std::string> y_{1, "y", {"one", "", "three"}, {"p", "", "q"}};
+  ValuePart<bool> a_{3, "a", true};
+  ValuePart<std::string> long_{9, "long", std::string(40'000, 'l')};
+  SilentPart silent_;
+  HeldAnswers held_{system_};
+};
+
+TEST_F(HeldAnswersTest, TellOfAPartAndOfWhatFollowsIt) {
+  ASSERT_NE(take({5, 2}, excerpt(x_, 100)), nullptr);
+  EXPECT_EQ(value({5, 2}), "7");
+  EXPECT_EQ(value({5, 1}), "one\n\nthree");
+  EXPECT_EQ(value({5, 1}, 1), "");
+  EXPECT_EQ(value({5, 1}, 2), "three");
+  EXPECT_EQ(value({3}), "true");
+  // What comes before was not told of.
+  EXPECT_EQ(held_.find({5}), nullptr);
+  EXPECT_EQ(held_.find({}), nullptr);
+}
+
+TEST_F(HeldAnswersTest, TellOfChildrenAndElements) {
+  ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
+  Chain ids;
+  std::vector<std::string> names;
+  const HeldAnswers::Part* root = held_.find({});
+  ASSERT_NE(root, nullptr);
+  EXPECT_TRUE(held_.childIds(*root, ids));
+  EXPECT_EQ(ids, (Chain{5, 3, 9, 30}));
+  EXPECT_TRUE(held_.childNames(*root, names));
+  EXPECT_EQ(names, (std::vector<std::string>{"b", "a", "long", "silent"}));
+  const HeldAnswers::Part* array = held_.find({5, 1});
+  ASSERT_NE(array, nullptr);
+  std::uint16_t sum = 0;
+  EXPECT_TRUE(held_.elementSum(*array, sum));
+  EXPECT_EQ(sum, 3);
+  EXPECT_TRUE(held_.elementNames(*array, names));
+  EXPECT_EQ(names, (std::vector<std::string>{"p", "", "q"}));
+  EXPECT_TRUE(held_.childIds(*array, ids));
+  EXPECT_TRUE(ids.empty());
+  EXPECT_EQ(value({5}), describe(ModelRes_NoValue));
+}
+
+TEST_F(HeldAnswersTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
+  ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
+  EXPECT_EQ(value({9}), "?");
+  EXPECT_EQ(value({30}), "?");
+  EXPECT_EQ(value({5, 1}, 3), "?");
+  EXPECT_EQ(value({5, 2}, 0), "?");
+  EXPECT_EQ(value({77}), "?");
+}
+
+TEST_F(HeldAnswersTest, HoldAsManyPartsAsWereAskedFor) {
+  ASSERT_NE(take({5}, excerpt(b_, 2)), nullptr);
+  EXPECT_NE(held_.find({5, 2}), nullptr);
+  EXPECT_EQ(held_.find({5, 1}), nullptr);
+}
+
+TEST_F(HeldAnswersTest, AreAskedForInNumbersThatGrowWithTheirUse) {
+  EXPECT_EQ(held_.partsToAskFor(), 1);
+  ASSERT_NE(take({}, excerpt(root_, 6)), nullptr);
+  EXPECT_EQ(held_.partsToAskFor(), 4);
+  (void)held_.find({5});
+  (void)held_.find({5});
+  (void)held_.find({3});
+  EXPECT_EQ(held_.partsToAskFor(), 12);
+}
+
+TEST_F(HeldAnswersTest, EndWithTheEpoch) {
+  const Bytes reply = excerpt(root_, 100);
+  ASSERT_NE(take({}, reply), nullptr);
+  page_.advance();
+  EXPECT_EQ(held_.find({5}), nullptr);
+  // What was right when the server answered is the answer to that question.
+  const HeldAnswers::Part* part = take({}, reply);
+  ASSERT_NE(part, nullptr);
+  Chain ids;
+  EXPECT_TRUE(held_.childIds(*part, ids));
+  EXPECT_EQ(held_.find({}), nullptr);
+}
+
+TEST_F(HeldAnswersTest, HoldNothingWhereThePageCannotBeSeen) {
+  Bytes reply = excerpt(root_, 100);
+  reply[9] ^= 1;
+  const HeldAnswers::Part* part = take({}, reply);
+  ASSERT_NE(part, nullptr);
+  Chain ids;
+  EXPECT_TRUE(held_.childIds(*part, ids));
+  EXPECT_FALSE(held_.canHold());
+  EXPECT_EQ(held_.find({}), nullptr);
+}
+
+TEST_F(HeldAnswersTest, RefuseAReplyThatIsCutAnywhereInAPart) {
+  const Bytes whole = excerpt(root_, 100);
+  const Bytes one = excerpt(root_, 1);
+  for (std::size_t size = 0; size < one.size(); ++size)
+    EXPECT_EQ(take({}, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))),
+              nullptr)
+        << size;
+  EXPECT_NE(take({}, one), nullptr);
+}
+
+TEST_F(HeldAnswersTest, RefuseAReplyAboutAnotherPart) {
+  EXPECT_EQ(take({5}, excerpt(a_, 10)), nullptr);
+  EXPECT_EQ(take({5, 1}, excerpt(b_, 10)), nullptr);
+  EXPECT_EQ(take({}, excerpt(b_, 10)), nullptr);
+  EXPECT_EQ(held_.find({5}), nullptr);
+}
+
+TEST_F(HeldAnswersTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
+  Bytes reply = excerpt(x_, 1);
+  const std::size_t start = sizeof(std::uint32_t) * 4 + 16;
+  const Bytes part(reply.begin() + start, reply.end());
+  const auto repeated = [&](std::size_t times) {
+    Bytes bytes(reply.begin(), reply.begin() + start);
+    for (std::size_t i = 0; i < times; ++i)
+      bytes.insert(bytes.end(), part.begin(), part.end());
+    return bytes;
+  };
+  EXPECT_NE(take({5, 2}, repeated(4096)), nullptr);
+  EXPECT_EQ(take({5, 2}, repeated(4097)), nullptr);
+  EXPECT_EQ(held_.find({5, 2}), nullptr);
+}
+
+TEST_F(HeldAnswersTest, HoldNothingOfAServerWhoseThreadHasEnded) {
+  auto page = std::make_unique<LivePage>(system_);
+  std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
+  Bytes reply;
+  ExcerptWriter().write(root_, root_, 100, *page, reply);
+  EXPECT_NE(take({}, reply), nullptr);
+  EXPECT_EQ(held_.find({}), nullptr);
+  EXPECT_FALSE(held_.canHold());
+}
+
+/// A node that has its children only now and then.
+class MoodyNode : public ModelNode {
+ public:
+  MoodyNode() : ModelNode(40, "moody") {}
+  ~MoodyNode() override { leaveTree(); }
+
+ protected:
+  ModelNode* asNode() override { return ++asked_ % 2 == 0 ? nullptr : this; }
+
+ private:
+  int asked_ = 0;
+};
+
+TEST_F(HeldAnswersTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
+  MoodyNode moody;
+  ValuePart<int> below{1, "below", 3};
+  ValuePart<int> behind{50, "behind", 4};
+  ASSERT_EQ(moody.add(&below), ModelRes_Success);
+  ASSERT_EQ(root_.add(&moody), ModelRes_Success);
+  ASSERT_EQ(root_.add(&behind), ModelRes_Success);
+  ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
+  const HeldAnswers::Part* part = held_.find({40});
+  ASSERT_NE(part, nullptr);
+  Chain ids;
+  EXPECT_FALSE(held_.childIds(*part, ids));
+  EXPECT_EQ(held_.find({40, 1}), nullptr);
+  EXPECT_EQ(value({50}), "4");
+  ASSERT_NE(take({40, 1}, excerpt(below, 100)), nullptr);
+  EXPECT_EQ(value({40, 1}), "3");
+  EXPECT_EQ(value({50}), "4");
+}
+
+/// A root with a hundred texts below it.
+class ExcerptWriterTest : public testing::Test {
+ protected:
+  Bytes excerptOf(std::size_t textSize) {
+    EXPECT_EQ(page_.open(), EvtSrv::EvtRes_Success);
+    for (ModelPartId id = 0; id < 100; ++id) {
+      texts_.push_back(
+          std::make_unique<ValuePart<std::string>>(id, "p", std::string(textSize, 'v')));
+      EXPECT_EQ(root_.add(texts_.back().get()), ModelRes_Success);
+    }
+    Bytes reply;
+    ExcerptWriter().write(root_, root_, 1000, page_, reply);
+    EXPECT_NE(held_.take({}, reply, nativeOrder), nullptr);
+    return reply;
+  }
+
+  EvtSrv::internal::PosixSystem system_;
+  LivePage page_{system_};
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
+  ModelRoot root_{&manager_};
+  std::vector<std::unique_ptr<ValuePart<std::string>>> texts_;
+  HeldAnswers held_{system_};
+};
+
+TEST_F(ExcerptWriterTest, LeavesOffWhereThePipeWouldBeFull) {
+  const Bytes reply = excerptOf(2000);
+  EXPECT_GT(reply.size(), excerptSize / 2);
+  EXPECT_LE(reply.size(), excerptSize + 64);
+  EXPECT_NE(held_.find({20}), nullptr);
+  EXPECT_EQ(held_.find({40}), nullptr);
+}
+
+TEST_F(ExcerptWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
+  const Bytes reply = excerptOf(30'000);
+  EXPECT_LT(reply.size(), 2000U);
+  EXPECT_NE(held_.find({0}), nullptr);
+  EXPECT_EQ(held_.find({5}), nullptr);
+}
+
+TEST_F(ExcerptWriterTest, TakesNoRoomForALongText) {
+  const Bytes reply = excerptOf(1'000'000);
+  EXPECT_LT(reply.capacity(), 100'000U);
+}
+
+}  // namespace
