@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "evtsrv/event_port_manager.h"
+#include "tests/platform/modelsrv/served_tree.h"
+#include "tests/promise/model_client.h"
+#include "tests/promise/published_model.h"
+#include "tests/support/port_name.h"
+
+// Changes and questions at the same time: an answer lies between what was
+// acknowledged before the question and what was begun before its answer.
+
+namespace {
+
+using namespace ModelSrv;
+using namespace promise;
+
+constexpr unsigned short parts = 40;
+
+/// Publishes parts that only count upwards, and knows how far they have come.
+class Counters {
+ public:
+  Counters() {
+    for (unsigned short id = 0; id < parts; ++id) {
+      values_.push_back(std::make_unique<ValuePart<std::uint64_t>>(id, "c" + std::to_string(id)));
+      EXPECT_EQ(node_.add(values_.back().get()), ModelRes_Success);
+    }
+    EXPECT_EQ(root_.add(&node_), ModelRes_Success);
+    EXPECT_EQ(root_.startAsServer(port_), ModelRes_Success);
+    pump_.emplace(manager_);
+  }
+
+  [[nodiscard]] const std::string& port() const { return port_; }
+  static Chain chainOf(unsigned short id) { return {1, id}; }
+
+  void count(unsigned short id) {
+    const std::uint64_t next = acknowledged_[id].load() + 1;
+    begun_[id].store(next);
+    EXPECT_EQ(values_[id]->setValue(next), ModelRes_Success);
+    acknowledged_[id].store(next);
+  }
+
+  [[nodiscard]] std::uint64_t acknowledged(unsigned short id) const { return acknowledged_[id]; }
+  [[nodiscard]] std::uint64_t begun(unsigned short id) const { return begun_[id]; }
+
+ private:
+  const std::string port_ = test_support::uniquePortName();
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
+  ModelRoot root_{&manager_};
+  ModelNode node_{1, "counters"};
+  std::vector<std::unique_ptr<ValuePart<std::uint64_t>>> values_;
+  std::array<std::atomic<std::uint64_t>, parts> begun_{};
+  std::array<std::atomic<std::uint64_t>, parts> acknowledged_{};
+  std::optional<modelsrv_tests::Pump> pump_;
+};
+
+/// Goes over all counters as a listing does.
+void checkAll(ModelClient& client, const Counters& counters) {
+  std::vector<unsigned short> ids;
+  ASSERT_EQ(client.childIds({1}, ids), ModelRes_Success);
+  ASSERT_EQ(ids.size(), parts);
+  for (const unsigned short id : ids) {
+    unsigned short sum = 0;
+    ASSERT_EQ(client.elementSum(Counters::chainOf(id), sum), ModelRes_Success);
+    const std::uint64_t atLeast = counters.acknowledged(id);
+    std::string text;
+    ASSERT_EQ(client.value(Counters::chainOf(id), text), ModelRes_Success);
+    const std::uint64_t atMost = counters.begun(id);
+    const std::uint64_t value = std::stoull(text);
+    ASSERT_GE(value, atLeast) << "part " << id;
+    ASSERT_LE(value, atMost) << "part " << id;
+  }
+}
+
+TEST(PromiseUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) {
+  constexpr int walks = 300;
+  Counters counters;
+  std::atomic<int> asking{0};
+  std::vector<std::thread> clients;
+  for (int i = 0; i < 3; ++i) {
+    ++asking;
+    clients.emplace_back([&] {
+      ModelClient client;
+      EXPECT_EQ(client.connect(counters.port()), ModelRes_Success);
+      for (int walk = 0; walk < walks && !testing::Test::HasFatalFailure(); ++walk)
+        checkAll(client, counters);
+      --asking;
+    });
+  }
+  for (unsigned short id = 0; asking > 0; id = static_cast<unsigned short>((id + 1) % parts))
+    counters.count(id);
+  for (std::thread& client : clients)
+    client.join();
+}
+
+TEST(PromiseToMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
+  constexpr int rounds = 60;
+  Counters counters;
+  std::vector<std::unique_ptr<ModelClient>> clients;
+  for (int i = 0; i < 50; ++i) {
+    clients.push_back(std::make_unique<ModelClient>());
+    ASSERT_EQ(clients.back()->connect(counters.port()), ModelRes_Success);
+  }
+  for (int round = 0; round < rounds && !HasFatalFailure(); ++round) {
+    for (const auto& client : clients)
+      checkAll(*client, counters);
+    const auto id = static_cast<unsigned short>(round % parts);
+    if (round % 2 == 0) {
+      counters.count(id);
+    }
+    for (const auto& client : clients) {
+      std::string text;
+      ASSERT_EQ(client->value(Counters::chainOf(id), text), ModelRes_Success);
+      ASSERT_EQ(text, std::to_string(counters.acknowledged(id)));
+    }
+  }
+}
+
+TEST(PromiseOfALiveServer, EndsWithTheServiceInTheSameProcess) {
+  ModelClient client;
+  std::vector<unsigned short> ids;
+  {
+    Counters counters;
+    ASSERT_EQ(client.connect(counters.port()), ModelRes_Success);
+    ASSERT_EQ(client.childIds({1}, ids), ModelRes_Success);
+    ASSERT_EQ(client.childIds({1}, ids), ModelRes_Success);
+  }
+  EXPECT_EQ(client.childIds({1}, ids), ModelRes_NotConnected);
+}
+
+}  // namespace

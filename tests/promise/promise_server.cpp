@@ -1,0 +1,68 @@
+#include <atomic>
+#include <iostream>
+#include <sstream>
+#include <thread>
+
+#include "evtsrv/event_port_manager.h"
+#include "tests/promise/published_model.h"
+
+// Publishes the tree of the tests as port argv[1], and changes it as the lines of
+// its standard input say; answers each with "ok" when the change is done.
+//
+//   set CHAIN ELEMENT TEXT    add CHAIN node|value|array NAME    remove CHAIN
+
+namespace {
+
+using namespace promise;
+
+void follow(PublishedModel& tree, const std::string& line) {
+  std::istringstream words(line);
+  std::string what;
+  std::string chain;
+  words >> what >> chain;
+  if (what == "set") {
+    std::size_t element = 0;
+    std::string text;
+    words >> element >> text;
+    tree.set(chainOf(chain), element, text);
+  } else if (what == "add") {
+    PartModel part;
+    std::string kind;
+    words >> kind >> part.name;
+    part.isNode = kind == "node";
+    part.isArray = kind == "array";
+    if (!part.isNode)
+      part.values.assign(part.isArray ? 2 : 1, "new");
+    tree.publish(chainOf(chain), part);
+  } else {
+    tree.remove(chainOf(chain));
+  }
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  if (argc != 2)
+    return 2;
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
+  ModelSrv::ModelRoot root(&manager);
+  PublishedModel tree(root, TreeModel::initial());
+  if (root.startAsServer(argv[1]) != ModelSrv::ModelRes_Success)
+    return 1;
+  std::atomic<bool> running{true};
+  // Changes are made by another thread than the one that answers.
+  std::thread pump([&] {
+    while (running)
+      (void)manager.receiveEvent(-1);
+  });
+  std::cout << "ready" << std::endl;
+  for (std::string line; std::getline(std::cin, line);) {
+    follow(tree, line);
+    std::cout << "ok" << std::endl;
+  }
+  running = false;
+  manager.wake();
+  pump.join();
+  root.stop(true);
+  return 0;
+}

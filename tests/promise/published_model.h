@@ -1,0 +1,82 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "modelsrv/model_root.h"
+#include "modelsrv/value_parts.h"
+#include "tests/promise/tree_model.h"
+
+namespace promise {
+
+/// A `TreeModel` as parts below a root that serves it.
+class PublishedModel {
+ public:
+  /// Nothing is served yet; `root` outlives this.
+  PublishedModel(ModelSrv::ModelRoot& root, const TreeModel& tree) : root_(root) {
+    publishChildren(tree, {});
+  }
+
+  void publish(const Chain& chain, const PartModel& part) {
+    const ModelSrv::ModelPartId id = chain.back();
+    const auto hang = [&](auto made) {
+      expect(nodeAt(Chain(chain.begin(), chain.end() - 1)).add(made.get()));
+      parts_[chain] = std::move(made);
+    };
+    if (part.isNode)
+      hang(std::make_unique<ModelSrv::ModelNode>(id, part.name));
+    else if (part.isArray)
+      hang(std::make_unique<ModelSrv::ArrayPart<std::string>>(id, part.name, part.values,
+                                                              part.elementNames));
+    else
+      hang(std::make_unique<ModelSrv::ValuePart<std::string>>(id, part.name, part.values[0]));
+  }
+
+  void remove(const Chain& chain) {
+    std::erase_if(parts_, [&chain](const auto& entry) {
+      return entry.first.size() > chain.size() &&
+             std::equal(chain.begin(), chain.end(), entry.first.begin());
+    });
+    parts_.erase(chain);
+  }
+
+  void set(const Chain& chain, std::size_t element, const std::string& text) {
+    ModelSrv::ModelPart& part = *parts_.at(chain);
+    if (auto* single = dynamic_cast<ModelSrv::ValuePart<std::string>*>(&part))
+      expect(single->setValue(text));
+    else
+      expect(dynamic_cast<ModelSrv::ArrayPart<std::string>&>(part).setValue(
+          static_cast<ModelSrv::ModelPartIndex>(element), text));
+  }
+
+ private:
+  static void expect(ModelSrv::ModelRes result) {
+    if (result != ModelSrv::ModelRes_Success)
+      throw std::logic_error(ModelSrv::describe(result));
+  }
+
+  ModelSrv::ModelNode& nodeAt(const Chain& chain) {
+    return chain.empty() ? root_ : dynamic_cast<ModelSrv::ModelNode&>(*parts_.at(chain));
+  }
+
+  void publishChildren(const TreeModel& tree, const Chain& chain) {
+    for (const ModelSrv::ModelPartId id : tree.at(chain).children) {
+      Chain child = chain;
+      child.push_back(id);
+      publish(child, tree.at(child));
+      publishChildren(tree, child);
+    }
+  }
+
+  ModelSrv::ModelRoot& root_;
+  /// What is deeper is destroyed first.
+  struct DeepFirst {
+    bool operator()(const Chain& a, const Chain& b) const {
+      return a.size() != b.size() ? a.size() > b.size() : a < b;
+    }
+  };
+  std::map<Chain, std::unique_ptr<ModelSrv::ModelPart>, DeepFirst> parts_;
+};
+
+}  // namespace promise
