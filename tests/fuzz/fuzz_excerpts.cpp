@@ -1,0 +1,57 @@
+/// What a client takes from a server as an excerpt of its tree.
+///
+/// Input: the byte order (its lowest bit), the depth of the part that was asked about
+/// (0 to 3, its ids 1, 2, 3), then the reply. What is taken answers the same about
+/// each part as often as it is asked, and only about parts that it tells of.
+///
+/// Corpus: `tree`, `array`, `foreign` (most significant byte first), `cut`.
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "evtsrv/source/system.h"
+#include "modelsrv/source/held_answers.h"
+#include "tests/fuzz/fuzz_input.h"
+
+namespace {
+
+using namespace ModelSrv;
+using namespace ModelSrv::internal;
+using fuzz::require;
+
+void askAll(const HeldAnswers& held, const HeldAnswers::Part& part) {
+  std::vector<ModelPartId> ids;
+  std::vector<std::string> names;
+  std::uint16_t sum = 0;
+  const bool hasIds = held.childIds(part, ids);
+  require(held.childIds(part, ids) == hasIds, "asking twice changes nothing");
+  static_cast<void>(held.childNames(part, names));
+  static_cast<void>(held.elementNames(part, names));
+  const bool hasSum = held.elementSum(part, sum);
+  ModelRes result = ModelRes_Success;
+  for (const ModelPartIndex index : {ModelPartIndex_All, ModelPartIndex{0}, ModelPartIndex{7}}) {
+    std::ostringstream text;
+    if (held.save(part, index, text, result)) {
+      require(hasSum, "a value comes with the number of its elements");
+      require(index == ModelPartIndex_All || index < sum, "no element beyond the last");
+    }
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const auto order = static_cast<EvtSrv::internal::ByteOrder>(input.u8() & 1U);
+  std::vector<ModelPartId> chain{1, 2, 3};
+  chain.resize(input.u8() % 4U);
+  static EvtSrv::internal::PosixSystem system;
+  HeldAnswers held(system);
+  if (const HeldAnswers::Part* part = held.take(chain, input.rest(), order)) {
+    require(part->depth == chain.size(), "the first part is the one that was asked about");
+    askAll(held, *part);
+  }
+  require(!held.canHold() && held.find(chain) == nullptr, "no page, nothing in hand");
+  return 0;
+}
