@@ -169,9 +169,11 @@ int TreeScope::findElementIndex(const IdChain& chain, const std::string& name, s
 
 void TreeScope::readText(const IdChain& chain, std::string& text, std::uint16_t index, bool lock) {
   const ClientLock held = lockClient(lock);
-  std::ostringstream stream;
-  if (connected() && target(chain)->save(stream, index) == ModelSrv::ModelRes_Success) {
-    text = std::move(stream).str();
+  // Making a stream takes longer than reading a value.
+  valueStream_.str({});
+  valueStream_.clear();
+  if (connected() && target(chain)->save(valueStream_, index) == ModelSrv::ModelRes_Success) {
+    text = std::move(valueStream_).str();
   }
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -257,6 +258,7 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   ModelDataTree dataTree_{"root"};
   [[maybe_unused]] std::int32_t spareNumber_ = -1;
   std::unique_ptr<DerivedModelPart> currentPart_;
+  std::ostringstream valueStream_;  ///< a value's way into a text; with the client mutex held
 
   // While a command runs that has use for them; of its thread.
   RememberedChildren* rememberedChildren_ = nullptr;
