@@ -9,6 +9,7 @@
 
 #include <array>
 #include <chrono>
+#include <fstream>
 #include <stdexcept>
 #include <utility>
 
@@ -82,6 +83,17 @@ ServerProgram::ServerProgram(std::vector<std::string> arguments, std::optional<u
   if (count != 1) {
     throw std::runtime_error("the server did not start");
   }
+}
+
+std::size_t ServerProgram::writes() const {
+  std::ifstream counters("/proc/" + std::to_string(child_->pid()) + "/io");
+  std::string name;
+  for (std::size_t count = 0; counters >> name >> count;) {
+    if (name == "syscw:") {
+      return count;
+    }
+  }
+  throw std::runtime_error("the system does not count the server's writes");
 }
 
 Run runShell(const std::string& commands, std::size_t lines) {

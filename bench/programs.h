@@ -24,6 +24,9 @@ class ServerProgram {
 
   [[nodiscard]] const std::string& name() const { return name_; }
 
+  /// How often it has written anything so far (proc(5), /proc/PID/io).
+  [[nodiscard]] std::size_t writes() const;
+
  private:
   std::string name_;
   std::unique_ptr<Child> child_;

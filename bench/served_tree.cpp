@@ -19,6 +19,16 @@ namespace {
 std::atomic<bool> ending{false};
 std::atomic<EvtSrv::EventPortManager*> pumped{nullptr};
 
+/// Nothing that is said of it may be kept.
+class Load : public ModelSrv::ModelPart {
+ public:
+  Load() : ModelPart(2, "load") {}
+  ~Load() override { leaveTree(); }
+
+ protected:
+  [[nodiscard]] unsigned elementCount() const override { return 3; }
+};
+
 extern "C" void endServing(int) {
   ending.store(true);
   if (auto* const manager = pumped.load()) {
@@ -30,7 +40,7 @@ void serve(const std::string& name, int ready) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   ModelSrv::ModelRoot root(&manager);
   ModelSrv::ValuePart<std::int32_t> speed(1, "speed", 42);
-  ModelSrv::ArrayPart<double> load(2, "load", {0.25, 0.5, 0.75}, {"1min", "5min", "15min"});
+  Load load;
   pumped.store(&manager);
   struct sigaction action {};
   action.sa_handler = endServing;

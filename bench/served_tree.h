@@ -18,13 +18,15 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
+  [[nodiscard]] pid_t pid() const { return pid_; }
+
  private:
   pid_t pid_;
 };
 
 /// A server process of this system's, bound to a processor (see `pinTo`): part 1 "speed" (int32)
-/// and part 2 "load" (an array of three). Connectable once constructed; throws `std::runtime_error`
-/// where it cannot be.
+/// and part 2 "load" (three elements, of a class of its own, so that each question about them is an
+/// exchange). Connectable once constructed; throws `std::runtime_error` where it cannot be.
 class ServedTree {
  public:
   explicit ServedTree(unsigned processor = 1);
