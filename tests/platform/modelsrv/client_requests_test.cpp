@@ -303,4 +303,43 @@ TEST(ModelRoot, MayStopFromItsOwnStoreCheck) {
   EXPECT_EQ(server.speed.value(), 1);
 }
 
+TEST_F(ClientRequestsTest, SeeEachKindOfChangeAtTheServerAtOnce) {
+  const auto load = [](ModelPart& part, const std::string& text) {
+    std::istringstream stream(text);
+    return part.load(stream, false, all);
+  };
+  struct Case {
+    std::string what;
+    std::function<ModelRes()> change;
+    std::string speed;
+    std::string gains;
+  };
+  const Case cases[] = {
+      {"nothing", [] { return ModelRes_Success; }, "42", "1.5\n0.25"},
+      {"a value", [&] { return server_.speed.setValue(1); }, "1", "1.5\n0.25"},
+      {"a text of it", [&] { return load(server_.speed, "2"); }, "2", "1.5\n0.25"},
+      {"an element", [&] { return server_.gains.setValue(1, 3); }, "2", "1.5\n3"},
+      {"all elements",
+       [&] {
+         return server_.gains.setValues({4, 5});
+       },
+       "2", "4\n5"},
+      {"one of all",
+       [&] {
+         return server_.gains.setValues({4, 6});
+       },
+       "2", "4\n6"},
+      {"a text of all", [&] { return load(server_.gains, "7\n8"); }, "2", "7\n8"},
+  };
+  for (const Case& test : cases) {
+    ASSERT_EQ(test.change(), ModelRes_Success) << test.what;
+    // The first answers bring what the last ones find in hand.
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(client_.text(gainsChain), test.gains) << test.what;
+      EXPECT_EQ(client_.text(speedChain), test.speed) << test.what;
+    }
+    EXPECT_EQ(client_.text(gainsChain), test.gains) << test.what;
+  }
+}
+
 }  // namespace
