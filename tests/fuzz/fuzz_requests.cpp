@@ -8,7 +8,8 @@
 /// tell of parts that the client has subscribed, and of nothing else.
 ///
 /// Corpus: `look_around`, `save_and_load`, `array`, `subscriptions`,
-/// `unknown_operation`, `trailing_byte`, `other_order`.
+/// `unknown_operation`, `trailing_byte`, `other_order`,
+/// `excerpt_of_nothing`.
 
 #include <map>
 #include <memory>
@@ -16,6 +17,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/source/held_answers.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/tree_session.h"
@@ -55,6 +57,7 @@ class Service {
              &number_, &real_, &flag_, &gains_, &text_, &texts_, &fixed_, &guarded_, &mute_}) {
       hang(node_, *part);
     }
+    share_->tellings.start();
     mute_.setSubscribable(false);
     number_.setStoreCheck([](const std::int32_t& value, ModelPartIndex) {
       return value == 13 ? ModelRes_Vetoed : ModelRes_Success;
@@ -160,6 +163,12 @@ class Service {
         require(subscribed_[request.chain] > 0, "only what was subscribed is taken back");
         --subscribed_[request.chain];
         return;
+      case Operation::excerpt:
+        require(
+            HeldAnswers(EvtSrv::internal::posixSystem()).take(request.chain, reply_, nativeOrder) !=
+                nullptr,
+            "an excerpt can be read");
+        return;
     }
     require(false, "what is answered is an operation");
   }
@@ -207,7 +216,7 @@ class Service {
   ValuePart<std::int8_t> guarded_{9, "guarded", 9, ModelPartStatus_Protected};
   ValuePart<std::int64_t> mute_{ModelPartId_Max, "mute"};
   Connection connection_;
-  std::shared_ptr<SessionShare> share_ = std::make_shared<SessionShare>(SessionShare{root_});
+  std::shared_ptr<SessionShare> share_ = std::make_shared<SessionShare>(root_);
   TreeSession session_{share_, connection_};
   Bytes reply_;
   std::map<Chain, int> subscribed_;

@@ -1,5 +1,6 @@
 #include "modelsrv/source/tree_session.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "evtsrv/source/manager_core.h"
@@ -131,7 +132,7 @@ ModelRes TreeSession::excerpt(ModelPart& part, unsigned parts, std::vector<std::
   const EvtSrv::internal::LivePage* page = share_->tellings.begin();
   if (page == nullptr)
     return ModelRes_DoNothing;
-  share_->excerpts.write(share_->root, part, parts, *page, reply);
+  share_->excerpts.write(share_->root, part, std::max(parts, 1U), *page, reply);
   return ModelRes_Success;
 }
 

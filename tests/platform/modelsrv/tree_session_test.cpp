@@ -8,6 +8,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/source/held_answers.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/value_parts.h"
 #include "tests/platform/modelsrv/fake_connection.h"
@@ -85,6 +86,14 @@ TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutStandIns) {
   ASSERT_EQ(ask({Operation::childIds, {3, 9}}), ModelRes_Success);
   ASSERT_TRUE(decodeIds(reply(), ids));
   EXPECT_TRUE(ids.empty());
+}
+
+TEST_F(TreeSessionTest, TellsOfThePartItselfInAnExcerptOfNoParts) {
+  EXPECT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_DoNothing);
+  share_->tellings.start();
+  ASSERT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_Success);
+  HeldAnswers held(EvtSrv::internal::posixSystem());
+  EXPECT_NE(held.take({3, 9}, reply_, nativeOrder), nullptr);
 }
 
 TEST_F(TreeSessionTest, TellsOfElements) {
