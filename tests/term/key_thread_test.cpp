@@ -96,10 +96,8 @@ TEST(KeyThread, TakesNoKeyBeforeTheGateOpens) {
   EXPECT_EQ(output.take(), "");
 }
 
-TEST(KeyThread, EndsWithTheKeyDuringWhichTheRunningFlagWasCleared) {
-  FedInput input;
-  input.feed("bye\nlate\n");
-  FakeShell shell;
+/// Lets an editor take keys until the first line that it runs, which ends the shell.
+void runUntilALineEndsTheShell(FakeShell& shell) {
   LineEditorHost host = shell.host();
   LineEditor* ending = nullptr;
   host.runLine = [&](const char* line) {
@@ -107,12 +105,17 @@ TEST(KeyThread, EndsWithTheKeyDuringWhichTheRunningFlagWasCleared) {
     ending->setRunning(false);
     return false;
   };
+  LineEditor editor(0, false, host);
+  ending = &editor;
+  editor.openGate();
+}
+
+TEST(KeyThread, EndsWithTheKeyDuringWhichTheRunningFlagWasCleared) {
+  FedInput input;
+  input.feed("bye\nlate\n");
+  FakeShell shell;
   CapturedOutput output;
-  {
-    LineEditor editor(0, false, host);
-    ending = &editor;
-    editor.openGate();
-  }
+  runUntilALineEndsTheShell(shell);
   EXPECT_THAT(shell.lines, ElementsAre("bye"));
   EXPECT_FALSE(shell.ended);
   std::array<char, 8> rest{};
@@ -124,19 +127,8 @@ TEST(KeyThread, EndsWithATabThatRanTheEndOfTheShell) {
   FedInput input;
   input.feed("ls; q\tlate");
   FakeShell shell;
-  LineEditorHost host = shell.host();
-  LineEditor* ending = nullptr;
-  host.runLine = [&](const char* line) {
-    shell.lines.emplace_back(line);
-    ending->setRunning(false);
-    return false;
-  };
   CapturedOutput output;
-  {
-    LineEditor editor(0, false, host);
-    ending = &editor;
-    editor.openGate();
-  }
+  runUntilALineEndsTheShell(shell);
   EXPECT_THAT(shell.lines, ElementsAre("tab ls; q"));
 }
 

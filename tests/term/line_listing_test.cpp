@@ -9,11 +9,14 @@
 
 #include "term/column_listing.h"
 #include "tests/support/captured_output.h"
+#include "tests/term/listing_nodes.h"
 
 // Every layout, byte for byte, on terminals and in batch mode.
 
 namespace treescope {
 namespace {
+
+using test::add;
 
 constexpr std::array terminalWidths{0, 1, 12, 80, 500};
 
@@ -64,17 +67,6 @@ void expectLines(const std::vector<Line>& lines, Listing listing) {
     EXPECT_EQ(shown(columns, false, listing), onTerminal(lines)) << columns;
     EXPECT_EQ(shown(columns, true, listing), inBatch(lines)) << columns;
   }
-}
-
-ListingNode& add(ListingNode& parent, std::optional<std::string> name,
-                 std::optional<std::string> value = {}, std::uint32_t subscribed = 0,
-                 std::uint32_t kind = 0) {
-  ListingNode& child = parent.addChild();
-  child.name = std::move(name);
-  child.value = std::move(value);
-  child.subscribedMark = subscribed;
-  child.kindMark = kind;
-  return child;
 }
 
 /// Names and values that are there, missing, empty and in several lines; every

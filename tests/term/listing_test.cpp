@@ -9,22 +9,14 @@
 #include "term/listing_text.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/fed_input.h"
+#include "tests/term/listing_nodes.h"
 
 namespace treescope {
 namespace {
 
-using test_support::CapturedOutput;
+using test::add;
 
-ListingNode& add(ListingNode& parent, std::optional<std::string> name,
-                 std::optional<std::string> value = {}, std::uint32_t subscribed = 0,
-                 std::uint32_t kind = 0) {
-  ListingNode& child = parent.addChild();
-  child.name = std::move(name);
-  child.value = std::move(value);
-  child.subscribedMark = subscribed;
-  child.kindMark = kind;
-  return child;
-}
+using test_support::CapturedOutput;
 
 /// gain (subscribed, "3"), sub/ with x (no value), one without a name.
 ListingNode sampleTree() {
