@@ -7,7 +7,6 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/random.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,6 +34,19 @@ auto uninterrupted(Call call) {
   }
   return result;
 }
+
+// Linux has it from 6.18 on; the C library's headers may be older.
+constexpr int rwfNoSignal = 0x100;
+
+// The thread sanitizer does not know pwritev2(2), and so would not see that what one
+// thread did before a write comes before what another does after it has read that.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool asksForNoSignal = false;
+#elif defined(__has_feature)
+constexpr bool asksForNoSignal = !__has_feature(thread_sanitizer);
+#else
+constexpr bool asksForNoSignal = true;
+#endif
 
 /// Keeps a SIGPIPE that the calling thread raises from reaching it. One that was
 /// pending before stays pending.
@@ -108,19 +120,29 @@ ssize_t PosixSystem::readOnce(int descriptor, std::span<std::uint8_t> room) {
 
 ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> head,
                                std::span<const std::uint8_t> body) {
-  PipeSignalBlock block;
-  ssize_t result = 0;
-  if (body.empty()) {
-    result = valueOrRefusal(::write(descriptor, head.data(), head.size()));
-  } else {
-    const std::array<iovec, 2> parts{iovec{const_cast<std::uint8_t*>(head.data()), head.size()},
-                                     iovec{const_cast<std::uint8_t*>(body.data()), body.size()}};
-    result = valueOrRefusal(::writev(descriptor, parts.data(), static_cast<int>(parts.size())));
+  const std::array<iovec, 2> both{iovec{const_cast<std::uint8_t*>(head.data()), head.size()},
+                                  iovec{const_cast<std::uint8_t*>(body.data()), body.size()}};
+  const auto parts = std::span(both).first(body.empty() ? 1 : 2);
+  if (asksForNoSignal && knowsNoSignal_.load(std::memory_order_relaxed)) {
+    const ssize_t result = writeWithoutSignal(descriptor, parts);
+    if (result != -EOPNOTSUPP && result != -EINVAL && result != -ENOSYS) {
+      return result;
+    }
+    knowsNoSignal_.store(false, std::memory_order_relaxed);
   }
+  PipeSignalBlock block;
+  const ssize_t result =
+      valueOrRefusal(::writev(descriptor, parts.data(), static_cast<int>(parts.size())));
   if (result == -EPIPE) {
     block.takeRaised();
   }
   return result;
+}
+
+ssize_t PosixSystem::writeWithoutSignal(int descriptor, std::span<const iovec> parts) {
+  constexpr off_t nextPosition = -1;
+  return valueOrRefusal(::pwritev2(descriptor, parts.data(), static_cast<int>(parts.size()),
+                                   nextPosition, rwfNoSignal));
 }
 
 int PosixSystem::lockOnce(int descriptor) {

@@ -4,7 +4,9 @@
 #include <sys/epoll.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -143,6 +145,13 @@ class PosixSystem : public System {
   ssize_t writeOnce(int descriptor, std::span<const std::uint8_t> head,
                     std::span<const std::uint8_t> body) override;
   int lockOnce(int descriptor) override;
+
+  /// pwritev2(2) with `RWF_NOSIGNAL`: in one call a write that raises no signal.
+  /// `-EOPNOTSUPP`, `-EINVAL` or `-ENOSYS` where this kernel does not know it.
+  virtual ssize_t writeWithoutSignal(int descriptor, std::span<const iovec> parts);
+
+ private:
+  std::atomic<bool> knowsNoSignal_{true};
 };
 
 /// The system that programs run on.
