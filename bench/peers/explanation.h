@@ -1,0 +1,31 @@
+#pragma once
+
+namespace bench::peers {
+
+/// What a reader of the page must know to judge it.
+inline constexpr const char* explanation =
+    R"(Every system serves the same 32-bit integers, 1,000 in each of as many groups as it takes, named
+/group_000/item_0000 and so on (net-snmp: by numbers), over named pipes, a Unix socket or, Augeas, a
+file. Nothing is bound to a processor. The rows of a work take turns, a sample of each at a time; a row
+that has used up its time gets no more turns. "ours / this" is the median of the first row of treescope
+divided by that of the row: with times and memory less is better, with rates more.
+
+- One value is read and written by whole processes while 10,000 are served. What was stored last must be
+  found afterwards.
+- The lists go into a file in memory, and must have as many lines as there are values. Redis keeps the
+  values in one hash, which has no tree; busctl prints no lines, and nobody would read it so: the client
+  of sd-bus beside it was written for this table, as were the services of D-Bus and of net-snmp (asked by
+  pass_persist, the way to publish a table without a library).
+- From a store to its update: from before a client in the measuring process stores until the tool's
+  output has come through a pipe. The shell writes the path of a changed value; of redis-cli and
+  mosquitto_sub it is the value.
+- Rates: an update of treescope says which part changed, and who wants the value asks for it, so changes
+  of one part that a subscriber has not taken yet are one update. What is counted is what arrived. In
+  the row of answered stores the subscriber asks for each value, as the messages of the peers hold it;
+  there are 1,000 parts, stored in turn. The stream is that of a server that changes its own parts up to
+  a million times a second; Redis and Mosquitto are streamed to by a client in packets of 1,000 messages,
+  and their subscribers do no more than count bytes. D-Bus drops nothing, its limits being lifted.
+- Memory of a client is the peak of its resident set, that of a server the same, over all its processes.
+)";
+
+}  // namespace bench::peers

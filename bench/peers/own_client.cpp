@@ -1,0 +1,73 @@
+#include "bench/peers/own_client.h"
+
+#include <atomic>
+#include <sstream>
+#include <stdexcept>
+
+namespace bench::peers {
+
+class OwnClient::Part : public ModelSrv::ModelPart {
+ public:
+  Part(ModelSrv::ModelPartId id, OwnClient& client) : ModelPart(id), client_(client) {}
+
+  ModelSrv::ModelRes update(void* /*context*/, unsigned short index) override {
+    if (client_.values_) {
+      std::ostringstream text;
+      const ModelSrv::ModelRes result = save(text, index);
+      if (result != ModelSrv::ModelRes_Success) {
+        return result;
+      }
+    }
+    client_.count_->fetch_add(1, std::memory_order_relaxed);
+    return ModelSrv::ModelRes_Success;
+  }
+
+ private:
+  OwnClient& client_;
+};
+
+namespace {
+
+void check(ModelSrv::ModelRes result, const char* what) {
+  if (result != ModelSrv::ModelRes_Success) {
+    throw std::runtime_error(std::string(what) + ": " + ModelSrv::describe(result));
+  }
+}
+
+}  // namespace
+
+OwnClient::OwnClient(const std::string& server, const Shape& shape) {
+  for (unsigned group = 0; group < shape.groups; ++group) {
+    auto& node = groups_.emplace_back(static_cast<ModelSrv::ModelPartId>(group), "");
+    check(root_.add(&node), "group");
+    for (unsigned item = 0; item < Shape::valuesPerGroup; ++item) {
+      const auto id = static_cast<ModelSrv::ModelPartId>(item);
+      check(node.add(parts_.emplace_back(std::make_unique<Part>(id, *this)).get()), "part");
+    }
+  }
+  check(
+      root_.startAsClient(server, ModelSrv::ModelRoot::CachePeriod_Stop, EvtSrv::ConBehave_Default),
+      "no connection to the server");
+}
+
+OwnClient::~OwnClient() = default;
+
+void OwnClient::store(std::size_t number, int value) {
+  std::istringstream text(std::to_string(value));
+  check(parts_[number % parts_.size()]->load(text, false, ModelSrv::ModelPartIndex_All), "store");
+}
+
+void OwnClient::take(bool values, std::atomic<unsigned long>& count,
+                     const std::function<void()>& ready) {
+  count_ = &count;
+  values_ = values;
+  for (const auto& part : parts_) {
+    check(part->subscribeToServer(&root_, 0, nullptr, ModelSrv::ModelPartIndex_All), "subscribe");
+  }
+  ready();
+  for (;;) {
+    static_cast<void>(manager_.receiveEvent(-1));
+  }
+}
+
+}  // namespace bench::peers

@@ -1,0 +1,140 @@
+#include <poll.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "bench/peers/counting_child.h"
+#include "bench/peers/own_client.h"
+#include "bench/peers/peer.h"
+
+namespace bench::peers {
+
+namespace {
+
+/// A server whose values change a million times a second, as far as it can.
+class ChangingServer {
+ public:
+  ChangingServer()
+      : server_({SERVER_PROGRAM, "--name", name_, "--synthetic", "10x1000", "--churn", "1000000"}) {
+    server_.await("ready");
+  }
+
+  [[nodiscard]] const std::string& name() const { return name_; }
+
+ private:
+  std::string name_ = "Model_changing" + std::to_string(::getpid());
+  Running server_;
+};
+
+class Own : public Peer {
+ public:
+  Own(const Directory& directory, const Shape& shape)
+      : shape_(shape),
+        saved_(directory.path("saved")),
+        server_({SERVER_PROGRAM, "--name", name_, "--synthetic",
+                 std::to_string(shape.groups) + 'x' + std::to_string(Shape::valuesPerGroup)}) {
+    server_.await("ready");
+  }
+
+  [[nodiscard]] std::string name() const override { return "treescope"; }
+
+  [[nodiscard]] Task read() const override {
+    return {"treescope -c \"cd S;get PATH\"", shell("get " + pathOf(shape_, 0)), 1};
+  }
+
+  [[nodiscard]] Task write(int value) const override {
+    return {"treescope -c \"cd S;set N PATH\"",
+            shell("set " + std::to_string(value) + ' ' + pathOf(shape_, 0)), 1};
+  }
+
+  [[nodiscard]] std::vector<Task> list() const override {
+    return {{"treescope -c \"cd S;ls -lr\"", shell("ls -lr"), shape_.total()},
+            {"treescope -c \"cd S;to FILE\"", shell("to " + saved_), shape_.total()}};
+  }
+
+  [[nodiscard]] Servers servers() const override { return {"modelsrvd", {server_.pid()}}; }
+
+  [[nodiscard]] std::unique_ptr<Watcher> watch() override {
+    auto shell = std::make_unique<Running>(Words{SHELL_PROGRAM}, Running::Input::typed);
+    for (const std::string& line : {"cd " + name_, "eu " + pathOf(shape_, 0)}) {
+      shell->await("$ ");
+      shell->clear();
+      shell->type(line);
+    }
+    shell->await("$ ");
+    auto client = std::make_shared<OwnClient>(name_, Shape{1});
+    return std::make_unique<Watcher>(
+        Watcher{"stored by a client, shown by treescope (eu)", std::move(shell),
+                [client](int value) { client->store(0, value); },
+                [path = pathOf(shape_, 0)](int /*value*/) { return path; }});
+  }
+
+  [[nodiscard]] std::vector<Rate> answeredStores() override;
+  [[nodiscard]] std::vector<Rate> streams() override;
+
+ private:
+  [[nodiscard]] Words shell(const std::string& command) const {
+    return {SHELL_PROGRAM, "-c", "cd " + name_ + ';' + command};
+  }
+
+  Shape shape_;
+  std::string name_ = "Model_peers" + std::to_string(::getpid());
+  std::string saved_;
+  Running server_;
+};
+
+/// Takes the updates of all parts of `server`.
+std::shared_ptr<CountingChild> subscribe(const std::string& server, const Shape& shape,
+                                         bool values) {
+  return std::make_shared<CountingChild>(
+      [&](CountingChild::Count& count, const std::function<void()>& ready) {
+        OwnClient(server, shape).take(values, count, ready);
+      });
+}
+
+std::vector<Rate> Own::answeredStores() {
+  auto subscriber = subscribe(name_, Shape{1}, true);
+  auto client = std::make_shared<OwnClient>(name_, Shape{1});
+  auto arrived = std::make_shared<double>(0);
+  return {{"stores in 1,000 parts, answered, with such a client",
+           [subscriber, client, arrived, value = 0]() mutable {
+             const unsigned long before = subscriber->count();
+             ++value;
+             const double rate = repetitionRate(20'000, [&](unsigned long i) {
+               client->store(i, value + static_cast<int>(i / 1000));
+             });
+             value += 20;
+             *arrived = static_cast<double>(subscriber->count() - before) / 20'000 * rate;
+             return rate;
+           }},
+          {"of these, updates arrived with their values", [arrived] { return *arrived; }}};
+}
+
+std::vector<Rate> Own::streams() {
+  std::vector<Rate> rates;
+  auto server = std::make_shared<ChangingServer>();
+  for (const bool values : {false, true}) {
+    rates.push_back({values ? "changes of 10,000 parts, a client that asks for the values"
+                            : "changes of 10,000 parts, a client that counts them",
+                     [server, values] {
+                       const auto subscriber = subscribe(server->name(), Shape{10}, values);
+                       subscriber->await(1);
+                       const unsigned long before = subscriber->count();
+                       const auto begin = std::chrono::steady_clock::now();
+                       ::poll(nullptr, 0, 300);
+                       const auto count = static_cast<double>(subscriber->count() - before);
+                       const std::chrono::duration<double> passed =
+                           std::chrono::steady_clock::now() - begin;
+                       return count / passed.count() / 1e3;
+                     }});
+  }
+  return rates;
+}
+
+}  // namespace
+
+std::unique_ptr<Peer> serveOwn(const Directory& directory, const Shape& shape) {
+  return std::make_unique<Own>(directory, shape);
+}
+
+}  // namespace bench::peers

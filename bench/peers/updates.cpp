@@ -1,0 +1,99 @@
+#include "bench/peers/updates.h"
+
+#include <poll.h>
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+
+#include "bench/bare_pipes.h"
+
+namespace bench::peers {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned updates = 1000;
+constexpr double mostSeconds = 3;
+
+double microsecondsSince(Clock::time_point begin) {
+  return std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
+}
+
+Row roundTrips() {
+  auto pipes = std::make_shared<BarePipes>(1);
+  return {"bare", "a round trip over two named pipes",
+          [pipes] {
+            const Clock::time_point begin = Clock::now();
+            if (!pipes->roundTrip()) {
+              throw std::runtime_error("no bare round trip");
+            }
+            return microsecondsSince(begin);
+          },
+          updates};
+}
+
+Row polls() {
+  return {"bare", "a poll that does not wait",
+          [] {
+            constexpr int calls = 100;
+            pollfd input{0, POLLIN, 0};
+            const Clock::time_point begin = Clock::now();
+            for (int i = 0; i < calls; ++i) {
+              if (::poll(&input, 1, 0) < 0) {
+                throw std::runtime_error("poll");
+              }
+            }
+            return microsecondsSince(begin) / calls;
+          },
+          updates};
+}
+
+Work rates(const std::string& key, const std::string& title, const Peers& peers,
+           std::vector<Rate> (Peer::*ofPeer)()) {
+  Work work{key, title, "thousand/s"};
+  for (const auto& peer : peers) {
+    for (const Rate& rate : (peer.get()->*ofPeer)()) {
+      work.rows.push_back({peer->name(), rate.how, rate.measure, 10, {}, rate.note});
+    }
+  }
+  measure(work, mostSeconds);
+  return work;
+}
+
+}  // namespace
+
+Work updateLatency(const Peers& peers) {
+  Work work{"latency", "A store at one client until another has shown it", "us"};
+  work.rows.push_back(roundTrips());
+  work.rows.push_back(polls());
+  for (const auto& peer : peers) {
+    const std::shared_ptr<Watcher> watcher = peer->watch();
+    if (watcher != nullptr) {
+      work.rows.push_back({peer->name(), watcher->how,
+                           [watcher, value = 2'000'000]() mutable {
+                             const std::string shown = watcher->shown(++value);
+                             watcher->tool->clear();
+                             const Clock::time_point begin = Clock::now();
+                             watcher->store(value);
+                             watcher->tool->await(shown);
+                             return microsecondsSince(begin);
+                           },
+                           updates});
+    }
+  }
+  measure(work, mostSeconds);
+  return work;
+}
+
+Work answeredStores(const Peers& peers) {
+  return rates("answered", "Stores with a subscriber, each answered before the next", peers,
+               &Peer::answeredStores);
+}
+
+Work streams(const Peers& peers) {
+  return rates("stream", "Updates at one subscriber, sent without waiting", peers, &Peer::streams);
+}
+
+}  // namespace bench::peers
