@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "bench/ratio_table.h"
 #include "bench/served_tree.h"
@@ -144,7 +145,7 @@ class Placement {
         [this, emptyLine] { return shell_.exchange(eraseToStart, emptyLine); });
   }
 
-  [[nodiscard]] const bench::Comparison& comparison() const { return comparison_; }
+  [[nodiscard]] std::vector<bench::Comparison> comparisons() const { return {comparison_}; }
 
  private:
   Terminal bare_;

@@ -1,58 +1,69 @@
-#include <cstdio>
-#include <exception>
-#include <memory>
-#include <stdexcept>
+#include <benchmark/benchmark.h>
+
+#include <chrono>
 #include <string>
+#include <vector>
 
 #include "bench/bare_pipes.h"
+#include "bench/client_crowd.h"
 #include "bench/ratio_table.h"
 #include "bench/served_tree.h"
-#include "modelsrv/model_root.h"
 
 // What an exchange with a model server costs beside the least that a round trip
-// between two processes over named pipes can cost. The bytes are as many, and the
-// processes are placed alike: both on one processor, then each on its own.
+// between two processes over named pipes can cost: of one client, and of 64 that ask at
+// the same time. The bytes are as many, and the processes are placed alike: all on one
+// processor, then the server on another.
 
 namespace {
 
-/// A client of this system's server.
-struct Client {
-  bench::ServedTree server;
-  EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, false};
-  ModelSrv::ModelRoot root{&manager};
-  ModelSrv::ModelPart part{2, "load"};
-
-  explicit Client(unsigned processor) : server(processor) {
-    if (root.add(&part) != ModelSrv::ModelRes_Success ||
-        root.startAsClient(server.name(), ModelSrv::ModelRoot::CachePeriod_Stop,
-                           EvtSrv::ConBehave_Default) != ModelSrv::ModelRes_Success) {
-      throw std::runtime_error("no connection to the server");
-    }
-  }
-};
-
-/// Both servers on the same processor, the client on the first one.
+/// All servers on the same processor, all clients on the first one.
 class Placement {
  public:
   Placement(const std::string& where, unsigned serverProcessor)
       : bare_(serverProcessor),
-        client_(serverProcessor),
-        comparison_{"bare round trip, " + where, "element sum, " + where, 1.5} {
-    bench::registerRounds(comparison_.bare, [this] { return bare_.roundTrip(); });
-    bench::registerRounds(comparison_.ours, [this] {
-      unsigned short sum = 0;
-      return client_.root.getElementSumFromServer(&client_.part, sum) ==
-                 ModelSrv::ModelRes_Success &&
-             sum == 3;
-    });
+        server_(serverProcessor),
+        bareName_("bare round trip, " + where),
+        oneName_("element sum, " + where),
+        crowdName_("element sum of 64 clients, " + where) {
+    bench::registerRounds(bareName_, [this] { return bare_.roundTrip(); });
+    bench::registerRounds(oneName_, [this] { return client_.ask(); });
+    registerCrowd();
   }
 
-  [[nodiscard]] const bench::Comparison& comparison() const { return comparison_; }
+  [[nodiscard]] std::vector<bench::Comparison> comparisons() const {
+    // Four fifths of the rate are five fourths of the time.
+    return {{bareName_, oneName_, 1.3}, {bareName_, crowdName_, 1.25}};
+  }
 
  private:
+  void registerCrowd() {
+    using Clock = std::chrono::steady_clock;
+    benchmark::RegisterBenchmark(
+        crowdName_.c_str(),
+        [this](benchmark::State& state) {
+          for (auto _ : state) {
+            const Clock::time_point start = Clock::now();
+            if (!crowd_.ask()) {
+              state.SkipWithError("no answer");
+              break;
+            }
+            const std::chrono::duration<double> taken = Clock::now() - start;
+            state.SetIterationTime(taken.count() /
+                                   (bench::ClientCrowd::size * bench::ClientCrowd::questionsEach));
+          }
+        })
+        ->Repetitions(60)
+        ->Iterations(1)
+        ->UseManualTime();
+  }
+
   bench::BarePipes bare_;
-  Client client_;
-  bench::Comparison comparison_;
+  bench::ServedTree server_;
+  bench::ClientCrowd crowd_{server_.name(), 0};
+  bench::ElementSumClient client_{server_.name()};
+  std::string bareName_;
+  std::string oneName_;
+  std::string crowdName_;
 };
 
 }  // namespace

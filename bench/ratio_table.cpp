@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <map>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -47,14 +48,6 @@ double quantile(const std::vector<double>& sorted, double part) {
 void printRow(const std::string& name, const std::vector<double>& times) {
   std::printf("%-42s %10.2f %10.2f %10.2f %8zu", name.c_str(), quantile(times, 0.5),
               quantile(times, 0.1), quantile(times, 0.9), times.size());
-}
-
-void print(const Comparison& comparison, const std::vector<double>& bare,
-           const std::vector<double>& ours) {
-  printRow(comparison.bare, bare);
-  std::printf("\n");
-  printRow(comparison.ours, ours);
-  std::printf(" %7.2f %7.2f\n", quantile(ours, 0.5) / quantile(bare, 0.5), comparison.target);
 }
 
 /// Takes "--no-titles" out of `arguments`; tells whether it was there.
@@ -98,6 +91,7 @@ int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparis
     std::printf("%-42s %10s %10s %10s %8s %7s %7s\n", "microseconds", "median", "p10", "p90",
                 "samples", "ratio", "target");
   }
+  std::string lastBare;
   for (const Comparison& comparison : comparisons) {
     const std::vector<double> bare = collector.sorted(comparison.bare);
     const std::vector<double> ours = collector.sorted(comparison.ours);
@@ -105,7 +99,12 @@ int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparis
       std::fprintf(stderr, "%s: nothing measured\n", comparison.ours.c_str());
       return 1;
     }
-    print(comparison, bare, ours);
+    if (std::exchange(lastBare, comparison.bare) != comparison.bare) {
+      printRow(comparison.bare, bare);
+      std::printf("\n");
+    }
+    printRow(comparison.ours, ours);
+    std::printf(" %7.2f %7.2f\n", quantile(ours, 0.5) / quantile(bare, 0.5), comparison.target);
   }
   return 0;
 }

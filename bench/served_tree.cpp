@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <vector>
 
-#include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
 
 namespace bench {
@@ -97,6 +96,19 @@ ServedTree::ServedTree(unsigned processor)
   if (count != 1 || answer != 'y') {
     throw std::runtime_error("the server did not start");
   }
+}
+
+ElementSumClient::ElementSumClient(const std::string& server) {
+  if (root_.add(&part_) != ModelSrv::ModelRes_Success ||
+      root_.startAsClient(server, ModelSrv::ModelRoot::CachePeriod_Stop,
+                          EvtSrv::ConBehave_Default) != ModelSrv::ModelRes_Success) {
+    throw std::runtime_error("no connection to the server");
+  }
+}
+
+bool ElementSumClient::ask() {
+  unsigned short sum = 0;
+  return root_.getElementSumFromServer(&part_, sum) == ModelSrv::ModelRes_Success && sum == 3;
 }
 
 bool pinTo(unsigned index) {

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "modelsrv/model_root.h"
+
 /// Processes that benchmarks talk with.
 namespace bench {
 
@@ -36,6 +38,20 @@ class ServedTree {
  private:
   std::string name_;
   std::unique_ptr<Child> child_;
+};
+
+/// A client of a `ServedTree`. Throws `std::runtime_error` where it cannot connect.
+class ElementSumClient {
+ public:
+  explicit ElementSumClient(const std::string& server);
+
+  /// Makes one exchange; whether it brought the right answer.
+  [[nodiscard]] bool ask();
+
+ private:
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, false};
+  ModelSrv::ModelRoot root_{&manager_};
+  ModelSrv::ModelPart part_{2, "load"};
 };
 
 /// Binds the calling process to the `index`th of the processors that it may use,

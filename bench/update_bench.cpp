@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "bench/bare_pipes.h"
 #include "bench/programs.h"
@@ -62,7 +63,7 @@ class Placement {
     registerUpdates();
   }
 
-  [[nodiscard]] const bench::Comparison& comparison() const { return comparison_; }
+  [[nodiscard]] std::vector<bench::Comparison> comparisons() const { return {comparison_}; }
 
  private:
   void registerUpdates() {
