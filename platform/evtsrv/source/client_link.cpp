@@ -23,7 +23,7 @@ ClientLink::ClientLink(ManagerCore& core, EventSink& sink, ConnectionPipes pipes
       system_(core.system()),
       sink_(sink),
       pipes_(std::move(pipes)),
-      replyBytes_(readSize) {}
+      replyBytes_(std::make_unique_for_overwrite<std::uint8_t[]>(readSize)) {}
 
 EvtRes ClientLink::open() {
   const int result = core_.reactor().add(pipes_.event.number(), EPOLLIN, *this, 0, registration_);
@@ -187,14 +187,14 @@ EvtRes ClientLink::awaitReply(std::uint32_t sequence, Deadline& deadline, Reply&
 }
 
 EvtRes ClientLink::readReplies() {
-  const ssize_t count = system_.read(pipes_.reply.number(), replyBytes_);
+  const ssize_t count = system_.read(pipes_.reply.number(), std::span(replyBytes_.get(), readSize));
   if (count == -EAGAIN) {
     return EvtRes_Timeout;
   }
   if (count <= 0) {
     return fail(count == 0 ? EvtRes_Closed : resultOf(count));
   }
-  replies_.feed(std::span(replyBytes_).first(static_cast<std::size_t>(count)));
+  replies_.feed(std::span(replyBytes_.get(), static_cast<std::size_t>(count)));
   return EvtRes_Success;
 }
 

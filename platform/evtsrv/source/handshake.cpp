@@ -26,7 +26,6 @@ EvtRes Handshake::begin(const std::string& name) {
   if (result != EvtRes_Success) {
     return result;
   }
-  sweepPrivatePipes(system_);
   const int made = makePipes();
   if (made < 0) {
     // A name that is missing here is no sign of a missing server.
@@ -34,6 +33,8 @@ EvtRes Handshake::begin(const std::string& name) {
     return result == EvtRes_NoServer ? EvtRes_SystemError : result;
   }
   result = sendHello();
+  // Meanwhile the server is at work.
+  sweepPrivatePipes(system_, hello_.token);
   return result == EvtRes_Timeout ? EvtRes_Success : result;
 }
 

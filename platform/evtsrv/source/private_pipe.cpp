@@ -20,6 +20,16 @@ constexpr std::string_view prefix = ".krv-";
 constexpr std::string_view hexDigits = "0123456789abcdef";
 constexpr std::array<std::string_view, 3> endings{".req", ".rep", ".evt"};
 
+std::string digitsOf(const Token& token) {
+  std::string digits;
+  digits.reserve(2 * token.size());
+  for (const std::uint8_t byte : token) {
+    digits.push_back(hexDigits[byte >> 4U]);
+    digits.push_back(hexDigits[byte & 0xFU]);
+  }
+  return digits;
+}
+
 bool isPrivatePipeName(std::string_view name) {
   const std::size_t digits = 2 * std::tuple_size_v<Token>;
   if (name.substr(0, prefix.size()) != prefix || name.size() < prefix.size() + digits) {
@@ -33,6 +43,10 @@ bool isPrivatePipeName(std::string_view name) {
 bool mayBeSwept(System& system, const struct stat& file) {
   const uid_t user = system.effectiveUser();
   return S_ISFIFO(file.st_mode) && (user == 0 || file.st_uid == user);
+}
+
+bool isOwnPipe(System& system, const struct stat& file) {
+  return S_ISFIFO(file.st_mode) && file.st_uid == system.effectiveUser();
 }
 
 void sweepOne(System& system, const std::string& path) {
@@ -55,11 +69,7 @@ void sweepOne(System& system, const std::string& path) {
 
 std::string privatePipePath(const Token& token, PipePurpose purpose) {
   std::string path(pipeDirectory);
-  path.append("/").append(prefix);
-  for (const std::uint8_t byte : token) {
-    path.push_back(hexDigits[byte >> 4U]);
-    path.push_back(hexDigits[byte & 0xFU]);
-  }
+  path.append("/").append(prefix).append(digitsOf(token));
   return path.append(endings[static_cast<std::size_t>(purpose)]);
 }
 
@@ -85,42 +95,42 @@ int PrivatePipe::make(System& system, std::string path, const PipeAccess& access
   }
   system_ = &system;
   path_ = std::move(path);
-  FileDescriptor name;
-  result = name.adopt(system, system.open(path_, O_PATH));
-  if (result < 0) {
-    return result == -ENOENT ? -EEXIST : result;
+  result = openAndLock(access);
+  if (result == -EACCES) {
+    // The umask took the owner's right to read.
+    result = giveOwnMode();
+    result = result < 0 ? result : openAndLock(access);
   }
-  struct stat made {};
-  result = system.status(name.number(), made);
-  if (result < 0) {
-    return result;
-  }
-  if (!S_ISFIFO(made.st_mode) || made.st_uid != system.effectiveUser()) {
-    return -EPERM;
-  }
-  result = setAccess(system, name.number(), made, access.owner, access.group,
-                     access.group ? sharedMode : ownMode);
-  return result < 0 ? result : openAndLock(made);
+  return result == -ENOENT || result == -EWOULDBLOCK ? -EEXIST : result;
 }
 
-int PrivatePipe::openAndLock(const struct stat& made) {
+int PrivatePipe::openAndLock(const PipeAccess& access) {
   int result = reader_.adopt(*system_, system_->open(path_, O_RDONLY | O_NONBLOCK));
-  if (result < 0) {
-    return result == -ENOENT ? -EEXIST : result;
-  }
-  result = system_->lock(reader_.number());
-  if (result < 0) {
-    return result == -EWOULDBLOCK ? -EEXIST : result;
-  }
+  result = result < 0 ? result : system_->lock(reader_.number());
   struct stat opened {};
-  result = system_->status(reader_.number(), opened);
+  result = result < 0 ? result : system_->status(reader_.number(), opened);
   if (result < 0) {
     return result;
   }
-  if (!isSameFile(made, opened)) {
+  if (!isOwnPipe(*system_, opened)) {
     return -EPERM;
   }
-  return opened.st_nlink > 0 ? 0 : -EEXIST;
+  if (opened.st_nlink == 0) {
+    return -EEXIST;
+  }
+  return setAccess(*system_, reader_.number(), opened, access.owner, access.group,
+                   access.group ? sharedMode : ownMode);
+}
+
+int PrivatePipe::giveOwnMode() {
+  FileDescriptor name;
+  int result = name.adopt(*system_, system_->open(path_, O_PATH));
+  struct stat made {};
+  result = result < 0 ? result : system_->status(name.number(), made);
+  if (result < 0) {
+    return result;
+  }
+  return isOwnPipe(*system_, made) ? system_->setMode(name.number(), ownMode) : -EPERM;
 }
 
 int PrivatePipe::openWriter(FileDescriptor& writer) {
@@ -141,13 +151,14 @@ void PrivatePipe::removeName() {
   }
 }
 
-void sweepPrivatePipes(System& system) {
+void sweepPrivatePipes(System& system, const Token& own) {
   std::vector<std::string> names;
   if (system.list(pipeDirectory, prefix, names) < 0) {
     return;
   }
+  const std::string ownStart = std::string(prefix) + digitsOf(own);
   for (const std::string& name : names) {
-    if (isPrivatePipeName(name)) {
+    if (isPrivatePipeName(name) && !name.starts_with(ownStart)) {
       sweepOne(system, std::string(pipeDirectory) + "/" + name);
     }
   }

@@ -47,7 +47,8 @@ class PrivatePipe {
   [[nodiscard]] FileDescriptor takeReader() { return std::move(reader_); }
 
  private:
-  int openAndLock(const struct stat& made);
+  int openAndLock(const PipeAccess& access);
+  int giveOwnMode();
 
   System* system_ = nullptr;
   std::string path_;  // Empty where there is no name to remove.
@@ -56,7 +57,8 @@ class PrivatePipe {
 
 /// Removes the private pipes that clients of this user (root: of any) left behind
 /// when they were killed in the middle of a handshake. Those that a live process
-/// owns are locked and stay. What cannot be removed is left for a later sweep.
-void sweepPrivatePipes(System& system);
+/// owns are locked and stay, those of the token `own` are not looked at. What cannot
+/// be removed is left for a later sweep.
+void sweepPrivatePipes(System& system, const Token& own);
 
 }  // namespace EvtSrv::internal

@@ -52,7 +52,7 @@ TEST_F(HandshakeWith, AFormerClientKilledInTheMiddleSweepsWhatItLeft) {
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
-  sweepPrivatePipes(client.system);
+  sweepPrivatePipes(client.system, {});
   for (const std::string& path : pathsOf(token)) {
     EXPECT_FALSE(std::filesystem::exists(path)) << path;
   }
@@ -69,14 +69,14 @@ TEST_F(HandshakeWith, ASweepLeavesPipesOfTheLivingAlone) {
     made = pipe.make(client.system, path, {});
   }
   ASSERT_EQ(made, 0);
-  sweepPrivatePipes(client.system);
+  sweepPrivatePipes(client.system, {});
   EXPECT_TRUE(std::filesystem::exists(path));
 }
 
 TEST_F(HandshakeWith, ASweepLeavesWhatIsNoPrivatePipeAlone) {
   const std::string stem = "/tmp/.krv-" + uniquePort();
   ASSERT_EQ(::mkfifo(stem.c_str(), 0600), 0);
-  sweepPrivatePipes(client.system);
+  sweepPrivatePipes(client.system, {});
   EXPECT_EQ(::unlink(stem.c_str()), 0);
 }
 
