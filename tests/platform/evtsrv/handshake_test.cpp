@@ -73,6 +73,77 @@ TEST_F(HandshakeWith, ASweepLeavesPipesOfTheLivingAlone) {
   EXPECT_TRUE(std::filesystem::exists(path));
 }
 
+/// Counts what touches files.
+class CountingSystem : public PosixSystem {
+ public:
+  int calls = 0;
+
+  int makeFifo(const std::string& path, mode_t mode) override {
+    ++calls;
+    return PosixSystem::makeFifo(path, mode);
+  }
+  int status(int descriptor, struct stat& out) override {
+    ++calls;
+    return PosixSystem::status(descriptor, out);
+  }
+  int setMode(int descriptor, mode_t mode) override {
+    ++calls;
+    return PosixSystem::setMode(descriptor, mode);
+  }
+
+ protected:
+  int openOnce(const char* path, int flags) override {
+    ++calls;
+    return PosixSystem::openOnce(path, flags);
+  }
+  int lockOnce(int descriptor) override {
+    ++calls;
+    return PosixSystem::lockOnce(descriptor);
+  }
+};
+
+TEST_F(HandshakeWith, APrivatePipeIsMadeInFourCalls) {
+  CountingSystem counting;
+  int made = -EEXIST;
+  while (made == -EEXIST) {
+    Token token{};
+    ASSERT_EQ(counting.random(token), 0);
+    PrivatePipe pipe;
+    counting.calls = 0;
+    made = pipe.make(counting, privatePipePath(token, PipePurpose::reply), {});
+  }
+  ASSERT_EQ(made, 0);
+  EXPECT_EQ(counting.calls, 4);
+}
+
+TEST_F(HandshakeWith, ASweepDoesNotLookAtItsOwnPipes) {
+  class WatchedSystem : public PosixSystem {
+   public:
+    std::vector<std::string> lookedAt;
+    int linkStatus(const std::string& path, struct stat& out) override {
+      lookedAt.push_back(path);
+      return PosixSystem::linkStatus(path, out);
+    }
+  };
+  std::array<Token, 2> tokens{};
+  std::array<PrivatePipe, 2> pipes;
+  std::array<std::string, 2> paths;
+  for (std::size_t i = 0; i < tokens.size(); ++i) {
+    int made = -EEXIST;
+    while (made == -EEXIST) {
+      ASSERT_EQ(client.system.random(tokens[i]), 0);
+      paths[i] = privatePipePath(tokens[i], PipePurpose::reply);
+      pipes[i] = {};
+      made = pipes[i].make(client.system, paths[i], {});
+    }
+    ASSERT_EQ(made, 0);
+  }
+  WatchedSystem watched;
+  sweepPrivatePipes(watched, tokens[0]);
+  EXPECT_THAT(watched.lookedAt, testing::Contains(paths[1]));
+  EXPECT_THAT(watched.lookedAt, testing::Not(testing::Contains(paths[0])));
+}
+
 TEST_F(HandshakeWith, ASweepLeavesWhatIsNoPrivatePipeAlone) {
   const std::string stem = "/tmp/.krv-" + uniquePort();
   ASSERT_EQ(::mkfifo(stem.c_str(), 0600), 0);
