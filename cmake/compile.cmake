@@ -9,7 +9,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 
 # Programs find the platform libraries beside themselves, built or installed.
@@ -39,4 +39,22 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # GCC 12 takes the sum of a literal and a string for overlapping copies
   # (https://gcc.gnu.org/PR105651).
   target_compile_options(treescope_warnings INTERFACE -Wno-restrict)
+endif()
+
+# A run of the shell for one value takes a third longer where the C++ library has to
+# be loaded and bound first. What unwinds the stack stays shared: the C library brings
+# its own copy when a thread exits, and the two would have to fit.
+include(CheckLinkerFlag)
+check_linker_flag(CXX -static-libstdc++ TREESCOPE_HAS_STATIC_RUNTIME)
+set(treescope_static_runtime OFF)
+if(TREESCOPE_HAS_STATIC_RUNTIME AND NOT TREESCOPE_SANITIZE AND TREESCOPE_PLATFORM STREQUAL "bundled")
+  set(treescope_static_runtime ON)
+endif()
+option(TREESCOPE_STATIC_RUNTIME "Link the C++ library into what is installed" ${treescope_static_runtime})
+
+# How what is installed is linked.
+add_library(treescope_linking INTERFACE)
+if(TREESCOPE_STATIC_RUNTIME)
+  target_link_options(treescope_linking INTERFACE
+    -static-libstdc++ -shared-libgcc -Wl,--as-needed -Wl,--gc-sections)
 endif()

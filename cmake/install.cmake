@@ -1,7 +1,6 @@
 # What "cmake --install" puts where.
 install(TARGETS treescope modelsrvd RUNTIME)
 if(TREESCOPE_PLATFORM STREQUAL "bundled")
-  set_target_properties(krvkstd krvsyssrv PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(TARGETS krvkstd krvsyssrv EXPORT treescopeTargets LIBRARY)
   include(cmake/package.cmake)
   foreach(library IN ITEMS kstd utilsrv evtsrv modelsrv)

@@ -3,6 +3,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <regex>
+#include <sstream>
 
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
@@ -16,6 +18,7 @@ using test_support::ExitStatus;
 using test_support::Finished;
 using test_support::run;
 using testing::HasSubstr;
+using testing::Not;
 
 constexpr std::chrono::milliseconds buildLimit{600000};
 
@@ -65,6 +68,37 @@ TEST_F(Install, LibrariesCarryTheirSonames) {
   EXPECT_THAT(dynamicSection("/lib/libkrvsyssrv.so.4"), HasSubstr("soname: [libkrvsyssrv.so.4]"));
   EXPECT_THAT(dynamicSection("/lib/libkrvsyssrv.so.4"), HasSubstr("runpath: [$ORIGIN]"));
 }
+
+TEST_F(Install, LibrariesOfferTheirInterfaceAlone) {
+  const std::regex offered(
+      "(KSTD|UtilSrv|EvtSrv|ModelSrv)::|operator (new|delete)|std::[gs]et_new_handler");
+  for (const char* const library : {"/lib/libkrvkstd.so.0", "/lib/libkrvsyssrv.so.4"}) {
+    const Finished result = run({"nm", "-D", "-C", "--defined-only", prefix() + library});
+    ASSERT_EQ(result.status, (ExitStatus{0, 0})) << result.errors;
+    std::istringstream symbols(result.output);
+    for (std::string symbol; std::getline(symbols, symbol);) {
+      EXPECT_TRUE(std::regex_search(symbol, offered)) << library << ": " << symbol;
+    }
+  }
+}
+
+TEST_F(Install, NobodySearchesTheWorkingDirectoryForLibraries) {
+  for (const char* const file :
+       {"/bin/treescope", "/bin/modelsrvd", "/lib/libkrvkstd.so.0", "/lib/libkrvsyssrv.so.4"}) {
+    EXPECT_FALSE(
+        std::regex_search(dynamicSection(file), std::regex("runpath: \\[(:|[^\\]]*:(:|\\]))")))
+        << file;
+  }
+}
+
+#if STATIC_RUNTIME
+TEST_F(Install, NothingLoadsTheCppLibrary) {
+  for (const char* const file :
+       {"/bin/treescope", "/bin/modelsrvd", "/lib/libkrvkstd.so.0", "/lib/libkrvsyssrv.so.4"}) {
+    EXPECT_THAT(dynamicSection(file), Not(HasSubstr("[libstdc++"))) << file;
+  }
+}
+#endif
 
 TEST_F(Install, HoldsEveryPublicHeaderAndNoInternalOne) {
   for (const char* const part : {"kstd", "utilsrv", "evtsrv", "modelsrv"}) {
