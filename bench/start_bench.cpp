@@ -13,7 +13,7 @@
 #include "bench/ratio_table.h"
 
 // What one command costs from a script: the whole run of the shell that connects,
-// reads a value and prints it, beside a C++ program that prints one line.
+// reads or writes a value and prints it, beside a C++ program that prints one line.
 
 namespace {
 
@@ -47,8 +47,8 @@ long runProgram(std::vector<std::string> words) {
   return started && ::waitpid(pid, &status, 0) == pid && status == 0 ? total : -1;
 }
 
-void registerProgram(const char* name, const std::vector<std::string>& words) {
-  benchmark::RegisterBenchmark(name,
+void registerProgram(const std::string& name, const std::vector<std::string>& words) {
+  benchmark::RegisterBenchmark(name.c_str(),
                                [words](benchmark::State& state) {
                                  for (auto _ : state) {
                                    if (runProgram(words) <= 0) {
@@ -66,12 +66,15 @@ void registerProgram(const char* name, const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
   try {
-    const bench::ServerProgram server({});
-    registerProgram("program that prints a line", {ONE_LINE_PROGRAM});
-    registerProgram("treescope -c \"cd; get\"",
-                    {SHELL_PROGRAM, "-c", "cd " + server.name() + ";get /cpu/load"});
-    return bench::runAndCompare(argc, argv,
-                                {{"program that prints a line", "treescope -c \"cd; get\"", 3.0}});
+    const bench::ServerProgram server({"--synthetic", "2x3"});
+    const std::string line = "program that prints a line";
+    const std::string read = "treescope -c \"cd; get\"";
+    const std::string written = "treescope -c \"cd; set\"";
+    const std::string connect = "cd " + server.name();
+    registerProgram(line, {ONE_LINE_PROGRAM});
+    registerProgram(read, {SHELL_PROGRAM, "-c", connect + ";get /group_001/item_0002"});
+    registerProgram(written, {SHELL_PROGRAM, "-c", connect + ";set 7 /group_001/item_0002"});
+    return bench::runAndCompare(argc, argv, {{line, read, 1.5}, {line, written, 1.5}});
   } catch (const std::exception& error) {
     std::fprintf(stderr, "start_bench: %s\n", error.what());
     return 1;
