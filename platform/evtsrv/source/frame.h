@@ -3,6 +3,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -63,6 +64,21 @@ class PayloadWriter {
   std::vector<std::uint8_t>& out_;
 };
 
+/// The number that lies at `in`, written by a sender of that order.
+template <typename Number>
+Number readNumber(const std::uint8_t* in, ByteOrder order) {
+  Number value = 0;
+  if (order == nativeOrder) {
+    std::memcpy(&value, in, sizeof value);
+    return value;
+  }
+  auto* bytes = reinterpret_cast<std::uint8_t*>(&value);
+  for (std::size_t i = 0; i < sizeof value; ++i) {
+    bytes[i] = in[sizeof value - 1 - i];
+  }
+  return value;
+}
+
 /// Reads a payload front to back. A read behind the end gives zero or nothing and
 /// makes `ok` false from then on, so that a decoder may check once at its end;
 /// lengths and counts are to be checked against `left` before anything is sized
@@ -71,19 +87,38 @@ class PayloadReader {
  public:
   PayloadReader(std::span<const std::uint8_t> bytes, ByteOrder order)
       : bytes_(bytes), order_(order) {}
-  std::uint8_t u8();
-  std::uint16_t u16();
-  std::uint32_t u32();
+  std::uint8_t u8() { return number<std::uint8_t>(); }
+  std::uint16_t u16() { return number<std::uint16_t>(); }
+  std::uint32_t u32() { return number<std::uint32_t>(); }
   /// The next `count` bytes, not copied; empty and not ok where fewer are left.
-  std::string_view bytes(std::size_t count);
+  std::string_view bytes(std::size_t count) {
+    const std::uint8_t* in = take(count);
+    return in == nullptr ? std::string_view{}
+                         : std::string_view(reinterpret_cast<const char*>(in), count);
+  }
   /// All that is left, not copied.
-  std::string_view rest();
+  std::string_view rest() { return bytes(left()); }
   [[nodiscard]] std::size_t left() const { return bytes_.size() - position_; }
   [[nodiscard]] bool ok() const { return ok_; }
   [[nodiscard]] ByteOrder order() const { return order_; }
 
  private:
-  const std::uint8_t* take(std::size_t count);
+  const std::uint8_t* take(std::size_t count) {
+    if (count > left()) {
+      ok_ = false;
+      position_ = bytes_.size();
+      return nullptr;
+    }
+    const std::uint8_t* begin = bytes_.data() + position_;
+    position_ += count;
+    return begin;
+  }
+
+  template <typename Number>
+  Number number() {
+    const std::uint8_t* in = take(sizeof(Number));
+    return in == nullptr ? Number{0} : readNumber<Number>(in, order_);
+  }
 
   std::span<const std::uint8_t> bytes_;
   std::size_t position_ = 0;

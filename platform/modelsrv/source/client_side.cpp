@@ -1,7 +1,5 @@
 #include "modelsrv/source/client_side.h"
 
-#include <utility>
-
 #include "evtsrv/source/manager_core.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/update_holder.h"
@@ -17,6 +15,10 @@ namespace {
 
 PayloadReader readerOf(const Reply& reply) {
   return PayloadReader(reply.payload, reply.order);
+}
+
+std::vector<ModelPartId> copyOf(ChainView chain) {
+  return {chain.begin(), chain.end()};
 }
 
 }  // namespace
@@ -98,14 +100,14 @@ ModelRes ClientSide::request(const Request& request, Reply& reply) {
   return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : fromPort(result);
 }
 
-ModelRes ClientSide::look(const std::vector<ModelPartId>& chain, const HeldAnswers::Part*& part) {
+ModelRes ClientSide::look(ChainView chain, const HeldAnswers::Part*& part) {
   // Where the connection is known to be lost, a request has to make it good again.
   part = port_.isOpen() ? held_.find(chain) : nullptr;
   if (part != nullptr || !excerptsWanted_)
     return ModelRes_Success;
   Reply reply;
   const ModelRes result =
-      request(Request{Operation::excerpt, chain, held_.partsToAskFor(), false, {}}, reply);
+      request(Request{Operation::excerpt, copyOf(chain), held_.partsToAskFor(), false, {}}, reply);
   if (result == ModelRes_BadRequest || result == ModelRes_DoNothing) {
     // A server that gives none.
     excerptsWanted_ = false;
@@ -118,13 +120,11 @@ ModelRes ClientSide::look(const std::vector<ModelPartId>& chain, const HeldAnswe
   return part != nullptr ? ModelRes_Success : ModelRes_Protocol;
 }
 
-ModelRes ClientSide::ask(Operation operation, const std::vector<ModelPartId>& chain, Reply& reply,
-                         ModelPartIndex index) {
-  return request(Request{operation, chain, index, false, {}}, reply);
+ModelRes ClientSide::ask(Operation operation, ChainView chain, Reply& reply, ModelPartIndex index) {
+  return request(Request{operation, copyOf(chain), index, false, {}}, reply);
 }
 
-ModelRes ClientSide::childIds(const std::vector<ModelPartId>& chain,
-                              std::vector<ModelPartId>& ids) {
+ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
   const HeldAnswers::Part* part = nullptr;
   ModelRes result = look(chain, part);
   if (result != ModelRes_Success || (part != nullptr && held_.childIds(*part, ids)))
@@ -136,8 +136,7 @@ ModelRes ClientSide::childIds(const std::vector<ModelPartId>& chain,
   return decodeIds(readerOf(reply), ids) ? ModelRes_Success : ModelRes_Protocol;
 }
 
-ModelRes ClientSide::childNames(const std::vector<ModelPartId>& chain,
-                                std::vector<std::string>& names) {
+ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names) {
   const HeldAnswers::Part* part = nullptr;
   ModelRes result = look(chain, part);
   if (result != ModelRes_Success || (part != nullptr && held_.childNames(*part, names)))
@@ -149,7 +148,7 @@ ModelRes ClientSide::childNames(const std::vector<ModelPartId>& chain,
   return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
 }
 
-ModelRes ClientSide::elementSum(const std::vector<ModelPartId>& chain, std::uint16_t& sum) {
+ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
   const HeldAnswers::Part* part = nullptr;
   ModelRes result = look(chain, part);
   if (result != ModelRes_Success || (part != nullptr && held_.elementSum(*part, sum)))
@@ -161,8 +160,7 @@ ModelRes ClientSide::elementSum(const std::vector<ModelPartId>& chain, std::uint
   return decodeSum(readerOf(reply), sum) ? ModelRes_Success : ModelRes_Protocol;
 }
 
-ModelRes ClientSide::elementNames(const std::vector<ModelPartId>& chain,
-                                  std::vector<std::string>& names) {
+ModelRes ClientSide::elementNames(ChainView chain, std::vector<std::string>& names) {
   const HeldAnswers::Part* part = nullptr;
   ModelRes result = look(chain, part);
   if (result != ModelRes_Success || (part != nullptr && held_.elementNames(*part, names)))
@@ -174,8 +172,7 @@ ModelRes ClientSide::elementNames(const std::vector<ModelPartId>& chain,
   return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
 }
 
-ModelRes ClientSide::save(const std::vector<ModelPartId>& chain, std::ostringstream& text,
-                          ModelPartIndex index) {
+ModelRes ClientSide::save(ChainView chain, std::ostringstream& text, ModelPartIndex index) {
   const HeldAnswers::Part* part = nullptr;
   ModelRes result = look(chain, part);
   if (result != ModelRes_Success || (part != nullptr && held_.save(*part, index, text, result)))
@@ -188,25 +185,25 @@ ModelRes ClientSide::save(const std::vector<ModelPartId>& chain, std::ostringstr
   return result;
 }
 
-ModelRes ClientSide::load(const std::vector<ModelPartId>& chain, std::string_view text, bool flag,
-                          ModelPartIndex index) {
+ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index) {
   if (text.size() > maxStoreText)
     return ModelRes_TooLarge;
   Reply reply;
-  return request(Request{Operation::load, chain, index, flag, text}, reply);
+  return request(Request{Operation::load, copyOf(chain), index, flag, text}, reply);
 }
 
-ModelRes ClientSide::subscribe(ModelPart& part, std::vector<ModelPartId> chain, void* context,
+ModelRes ClientSide::subscribe(ModelPart& part, ChainView chain, void* context,
                                ModelPartIndex index) {
   Reply reply;
-  const ModelRes result = request(Request{Operation::subscribe, chain, index, false, {}}, reply);
+  const ModelRes result =
+      request(Request{Operation::subscribe, copyOf(chain), index, false, {}}, reply);
   if (result == ModelRes_Success)
-    subscriptions_->add(ClientSubscriptions::Entry{&part, std::move(chain), context, index});
+    subscriptions_->add(ClientSubscriptions::Entry{&part, copyOf(chain), context, index});
   return result;
 }
 
-ModelRes ClientSide::unsubscribe(ModelPart& part, const std::vector<ModelPartId>& chain) {
-  const std::optional<ClientSubscriptions::Key> key = subscriptions_->lastOf(part, chain);
+ModelRes ClientSide::unsubscribe(ModelPart& part, ChainView chain) {
+  const std::optional<ClientSubscriptions::Key> key = subscriptions_->lastOf(part, copyOf(chain));
   return key.has_value() ? cancel(*key) : ModelRes_NotSubscribed;
 }
 

@@ -9,6 +9,7 @@
 #include "evtsrv/source/port_client.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_subscriptions.h"
+#include "modelsrv/source/climb.h"
 #include "modelsrv/source/held_answers.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/requests.h"
@@ -32,18 +33,15 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   // Requests; the chain says about which part. Outputs are replaced on success
   // alone.
 
-  ModelRes childIds(const std::vector<ModelPartId>& chain, std::vector<ModelPartId>& ids);
-  ModelRes childNames(const std::vector<ModelPartId>& chain, std::vector<std::string>& names);
-  ModelRes elementSum(const std::vector<ModelPartId>& chain, std::uint16_t& sum);
-  ModelRes elementNames(const std::vector<ModelPartId>& chain, std::vector<std::string>& names);
-  ModelRes save(const std::vector<ModelPartId>& chain, std::ostringstream& text,
-                ModelPartIndex index);
-  ModelRes load(const std::vector<ModelPartId>& chain, std::string_view text, bool flag,
-                ModelPartIndex index);
+  ModelRes childIds(ChainView chain, std::vector<ModelPartId>& ids);
+  ModelRes childNames(ChainView chain, std::vector<std::string>& names);
+  ModelRes elementSum(ChainView chain, std::uint16_t& sum);
+  ModelRes elementNames(ChainView chain, std::vector<std::string>& names);
+  ModelRes save(ChainView chain, std::ostringstream& text, ModelPartIndex index);
+  ModelRes load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index);
 
-  ModelRes subscribe(ModelPart& part, std::vector<ModelPartId> chain, void* context,
-                     ModelPartIndex index);
-  ModelRes unsubscribe(ModelPart& part, const std::vector<ModelPartId>& chain);
+  ModelRes subscribe(ModelPart& part, ChainView chain, void* context, ModelPartIndex index);
+  ModelRes unsubscribe(ModelPart& part, ChainView chain);
 
   /// `part` is taken out of the root's tree: its subscriptions end.
   void partLeaves(const ModelPart& part);
@@ -66,10 +64,10 @@ class ClientSide final : public EvtSrv::internal::EventSink {
 
   /// Has an excerpt that tells of the part at `chain`: `part` is then what it says,
   /// or null where the server is to be asked for the one thing that is wanted.
-  ModelRes look(const std::vector<ModelPartId>& chain, const HeldAnswers::Part*& part);
+  ModelRes look(ChainView chain, const HeldAnswers::Part*& part);
   /// Asks for one thing about the part at `chain`.
-  ModelRes ask(Operation operation, const std::vector<ModelPartId>& chain,
-               EvtSrv::internal::Reply& reply, ModelPartIndex index = ModelPartIndex_All);
+  ModelRes ask(Operation operation, ChainView chain, EvtSrv::internal::Reply& reply,
+               ModelPartIndex index = ModelPartIndex_All);
 
   ModelRoot& root_;
   bool started_ = false;

@@ -6,21 +6,31 @@
 
 namespace ModelSrv::internal {
 
-ModelRes climb(ModelPart& part, std::vector<ModelPartId>& chain, ModelRoot*& root) {
-  chain.clear();
-  // Few are deeper: they take more room step by step.
-  chain.reserve(16);
+Climb::Climb(ModelPart& part) : result_(run(part)) {
+  std::reverse(many_.begin(), many_.end());
+}
+
+ModelRes Climb::run(ModelPart& part) {
   ModelPart* at = &part;
-  while ((root = PartAccess::asRoot(*at)) == nullptr) {
-    if (chain.size() == ModelDepth_Max)
+  for (std::size_t depth = 0; (root_ = PartAccess::asRoot(*at)) == nullptr; ++depth) {
+    if (depth == ModelDepth_Max)
       return ModelRes_BadArgument;
-    chain.push_back(at->getId());
+    const ModelPartId id = at->getId();
+    if (first_ > 0)
+      few_[--first_] = id;
+    else
+      addToMany(id);
     at = at->getParentNode();
     if (at == nullptr)
       return ModelRes_NoSuchPart;
   }
-  std::reverse(chain.begin(), chain.end());
   return ModelRes_Success;
+}
+
+void Climb::addToMany(ModelPartId id) {
+  if (many_.empty())
+    many_.assign(few_.rbegin(), few_.rend());
+  many_.push_back(id);
 }
 
 }  // namespace ModelSrv::internal

@@ -27,7 +27,7 @@ std::uint64_t hashBelow(std::uint64_t parent, ModelPartId id) {
   return hash;
 }
 
-std::uint64_t hashOf(const std::vector<ModelPartId>& chain) {
+std::uint64_t hashOf(ChainView chain) {
   std::uint64_t hash = rootHash;
   for (const ModelPartId id : chain)
     hash = hashBelow(hash, id);
@@ -48,14 +48,18 @@ bool skipNames(PayloadReader& in, std::size_t size, HeldAnswers::Slice& slice) {
 
 }  // namespace
 
-const HeldAnswers::Part* HeldAnswers::find(const std::vector<ModelPartId>& chain) {
+const HeldAnswers::Part* HeldAnswers::find(ChainView chain) {
   if (epoch_ == 0 || !page_.shows(epoch_))
     return nullptr;
-  const std::uint32_t found = lookUp(chain);
-  if (found == noPart)
-    return nullptr;
-  last_ = found;
-  Part& part = parts_[found];
+  // A listing asks about a part several times, then about the next one.
+  if (!isAt(last_, chain)) {
+    const std::uint32_t found =
+        last_ + 1 < parts_.size() && isAt(last_ + 1, chain) ? last_ + 1 : lookUp(chain);
+    if (found == noPart)
+      return nullptr;
+    last_ = found;
+  }
+  Part& part = parts_[last_];
   if (!part.asked) {
     part.asked = true;
     ++asked_;
@@ -67,8 +71,8 @@ std::uint16_t HeldAnswers::partsToAskFor() const {
   return static_cast<std::uint16_t>(std::clamp<std::size_t>(asked_ * 4, 1, mostParts));
 }
 
-const HeldAnswers::Part* HeldAnswers::take(const std::vector<ModelPartId>& chain,
-                                           std::span<const std::uint8_t> reply, ByteOrder order) {
+const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std::uint8_t> reply,
+                                           ByteOrder order) {
   clear();
   if (reply.size() > longestExcerpt)
     return nullptr;
@@ -104,7 +108,6 @@ const HeldAnswers::Part* HeldAnswers::take(const std::vector<ModelPartId>& chain
 void HeldAnswers::clear() {
   epoch_ = 0;
   parts_.clear();
-  path_.clear();
   index_.clear();
   told_ = 0;
   asked_ = 0;
@@ -122,32 +125,40 @@ bool HeldAnswers::readPlace(PayloadReader& in, LivePagePlace& place, std::uint64
 
 /// What lies above the first part of the excerpt has no answer but is part of the
 /// others' chains.
-void HeldAnswers::addAbove(const std::vector<ModelPartId>& chain) {
+void HeldAnswers::addAbove(ChainView chain) {
   for (std::size_t depth = 0; depth < chain.size(); ++depth) {
     Part part;
     part.depth = static_cast<std::uint16_t>(depth);
     part.id = depth == 0 ? ModelPartId_Void : chain[depth - 1];
-    add(part);
+    (void)add(part);
   }
 }
 
-/// Appends a part whose depth and id are set, below the last one of lower depth.
-void HeldAnswers::add(const Part& part) {
-  path_.resize(part.depth);
-  Part& added = parts_.emplace_back(part);
-  added.parent = path_.empty() ? noPart : path_.back();
-  added.hash = path_.empty() ? rootHash : hashBelow(parts_[added.parent].hash, added.id);
-  path_.push_back(static_cast<std::uint32_t>(parts_.size() - 1));
+/// Appends a part whose depth and id are set, below the last one of lower depth;
+/// false where that is more than one level above.
+bool HeldAnswers::add(Part& part) {
+  if (parts_.empty() != (part.depth == 0))
+    return false;
+  if (part.depth == 0) {
+    part.hash = rootHash;
+  } else {
+    part.parent = static_cast<std::uint32_t>(parts_.size() - 1);
+    while (parts_[part.parent].depth >= part.depth)
+      part.parent = parts_[part.parent].parent;
+    const Part& parent = parts_[part.parent];
+    if (parent.depth + 1 != part.depth)
+      return false;
+    part.hash = hashBelow(parent.hash, part.id);
+  }
+  parts_.push_back(part);
+  return true;
 }
 
 bool HeldAnswers::readPart(PayloadReader& in) {
   Part part;
   part.depth = in.u16();
   part.id = in.u16();
-  if (!readSections(in, part) || part.depth > path_.size() || (part.depth == 0 && !parts_.empty()))
-    return false;
-  add(part);
-  return true;
+  return readSections(in, part) && add(part);
 }
 
 bool HeldAnswers::readSections(PayloadReader& in, Part& part) const {
@@ -195,11 +206,7 @@ void HeldAnswers::makeIndex() {
   }
 }
 
-std::uint32_t HeldAnswers::lookUp(const std::vector<ModelPartId>& chain) const {
-  // A listing asks about a part several times, then about the next one.
-  for (std::size_t at = last_; at <= last_ + 1 && at < parts_.size(); ++at)
-    if (isAt(static_cast<std::uint32_t>(at), chain))
-      return static_cast<std::uint32_t>(at);
+std::uint32_t HeldAnswers::lookUp(ChainView chain) const {
   const std::uint64_t hash = hashOf(chain);
   const std::size_t mask = index_.size() - 1;
   for (std::size_t slot = hash & mask; index_[slot] != noPart; slot = (slot + 1) & mask) {
@@ -210,7 +217,7 @@ std::uint32_t HeldAnswers::lookUp(const std::vector<ModelPartId>& chain) const {
   return noPart;
 }
 
-bool HeldAnswers::isAt(std::uint32_t part, const std::vector<ModelPartId>& chain) const {
+bool HeldAnswers::isAt(std::uint32_t part, ChainView chain) const {
   if (parts_[part].depth != chain.size())
     return false;
   std::uint32_t at = part;

@@ -11,6 +11,7 @@
 #include "evtsrv/source/frame.h"
 #include "evtsrv/source/live_page.h"
 #include "modelsrv/model_part.h"
+#include "modelsrv/source/climb.h"
 
 namespace ModelSrv::internal {
 
@@ -45,7 +46,7 @@ class HeldAnswers {
 
   /// What is held of the part at `chain`, null where nothing is or it does not
   /// hold any more.
-  const Part* find(const std::vector<ModelPartId>& chain);
+  const Part* find(ChainView chain);
 
   /// How many parts to ask for with the next excerpt: few at first, more as those
   /// of the last one turned out to be wanted.
@@ -55,7 +56,7 @@ class HeldAnswers {
   /// it says of that part, which was true when the server answered; null where the
   /// reply is malformed. Others are given by `find` only where the server's page
   /// can be seen.
-  const Part* take(const std::vector<ModelPartId>& chain, std::span<const std::uint8_t> reply,
+  const Part* take(ChainView chain, std::span<const std::uint8_t> reply,
                    EvtSrv::internal::ByteOrder order);
 
   /// Whether the server's page can be seen and says that the server lives; if not
@@ -80,14 +81,14 @@ class HeldAnswers {
   [[nodiscard]] EvtSrv::internal::PayloadReader reader(Slice slice) const;
   static bool readPlace(EvtSrv::internal::PayloadReader& in, EvtSrv::internal::LivePagePlace& place,
                         std::uint64_t& epoch);
-  void addAbove(const std::vector<ModelPartId>& chain);
+  void addAbove(ChainView chain);
   bool readPart(EvtSrv::internal::PayloadReader& in);
   bool readSections(EvtSrv::internal::PayloadReader& in, Part& part) const;
   bool readValue(EvtSrv::internal::PayloadReader& in, Part& part) const;
-  void add(const Part& part);
+  bool add(Part& part);
   void makeIndex();
-  [[nodiscard]] std::uint32_t lookUp(const std::vector<ModelPartId>& chain) const;
-  [[nodiscard]] bool isAt(std::uint32_t part, const std::vector<ModelPartId>& chain) const;
+  [[nodiscard]] std::uint32_t lookUp(ChainView chain) const;
+  [[nodiscard]] bool isAt(std::uint32_t part, ChainView chain) const;
 
   EvtSrv::internal::LivePageView page_;
   EvtSrv::internal::ByteOrder order_ = EvtSrv::internal::nativeOrder;
@@ -95,9 +96,8 @@ class HeldAnswers {
   std::vector<std::uint8_t> bytes_;
   /// Those above the first one are there without an answer.
   std::vector<Part> parts_;
-  std::vector<std::uint32_t> path_;   ///< while reading: the part last read and those above
   std::vector<std::uint32_t> index_;  ///< a hash table of places in `parts_`
-  std::size_t last_ = 0;              ///< the part that was asked about last
+  std::uint32_t last_ = 0;            ///< the part that was asked about last
   std::size_t told_ = 0;              ///< how many parts the excerpt tells of
   std::size_t asked_ = 0;             ///< how many of them were asked for
 };

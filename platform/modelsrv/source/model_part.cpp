@@ -11,6 +11,7 @@
 
 namespace ModelSrv {
 
+using internal::Climb;
 using internal::TreeLock;
 
 namespace {
@@ -26,12 +27,10 @@ std::string_view takeRest(std::istringstream& text) {
   return rest;
 }
 
-/// Whether `part` hangs below `root` and its climb leads there too; `chain` is then
-/// its way from there.
-bool leadsTo(ModelPart& part, const ModelRoot& root, std::vector<ModelPartId>& chain) {
-  ModelRoot* met = nullptr;
-  return part.findRoot() == &root && internal::climb(part, chain, met) == ModelRes_Success &&
-         met == &root;
+/// Whether `part`, from which the climb goes, hangs below `root`, and the climb leads
+/// there too.
+bool leadsTo(const ModelPart& part, const Climb& climb, const ModelRoot& root) {
+  return part.findRoot() == &root && climb.root() == &root;
 }
 
 }  // namespace
@@ -61,23 +60,21 @@ ModelRes ModelPart::update(void* /*context*/, unsigned short /*index*/) {
 ModelRes ModelPart::load(std::istringstream& text, bool flag, unsigned short index) {
   const std::string_view value = takeRest(text);
   const TreeLock lock(*this);
-  std::vector<ModelPartId> chain;
-  ModelRoot* root = nullptr;
-  const ModelRes way = internal::climb(*this, chain, root);
-  if (way == ModelRes_Success && root->client_ != nullptr)
-    return root->client_->load(chain, value, flag, index);
-  return way == ModelRes_BadArgument ? way : storeText(value, flag, index, false);
+  const Climb climb(*this);
+  if (climb.root() != nullptr && climb.root()->client_ != nullptr)
+    return climb.root()->client_->load(climb.chain(), value, flag, index);
+  if (climb.result() == ModelRes_BadArgument)
+    return ModelRes_BadArgument;
+  return storeText(value, flag, index, false);
 }
 
 ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {
   const TreeLock lock(*this);
-  std::vector<ModelPartId> chain;
-  ModelRoot* root = nullptr;
-  const ModelRes way = internal::climb(*this, chain, root);
-  if (way == ModelRes_Success && root->client_ != nullptr)
-    return root->client_->save(chain, text, index);
-  if (way == ModelRes_BadArgument)
-    return way;
+  const Climb climb(*this);
+  if (climb.root() != nullptr && climb.root()->client_ != nullptr)
+    return climb.root()->client_->save(climb.chain(), text, index);
+  if (climb.result() == ModelRes_BadArgument)
+    return ModelRes_BadArgument;
   std::string value;
   const ModelRes result = appendText(value, index);
   if (result == ModelRes_Success)
@@ -90,24 +87,24 @@ ModelRes ModelPart::subscribeToServer(ModelRoot* root, unsigned period, void* co
   if (root == nullptr || period != 0)
     return ModelRes_BadArgument;
   const TreeLock lock(*this);
-  std::vector<ModelPartId> chain;
-  if (!leadsTo(*this, *root, chain))
+  const Climb climb(*this);
+  if (!leadsTo(*this, climb, *root))
     return ModelRes_BadArgument;
   if (root->client_ == nullptr)
     return ModelRes_NotConnected;
-  return root->client_->subscribe(*this, std::move(chain), context, index);
+  return root->client_->subscribe(*this, climb.chain(), context, index);
 }
 
 ModelRes ModelPart::unsubscribeToServer(ModelRoot* root) {
   if (root == nullptr)
     return ModelRes_BadArgument;
   const TreeLock lock(*this);
-  std::vector<ModelPartId> chain;
-  if (!leadsTo(*this, *root, chain))
+  const Climb climb(*this);
+  if (!leadsTo(*this, climb, *root))
     return ModelRes_BadArgument;
   if (root->client_ == nullptr)
     return ModelRes_NotSubscribed;
-  return root->client_->unsubscribe(*this, chain);
+  return root->client_->unsubscribe(*this, climb.chain());
 }
 
 bool ModelPart::subscribable() const {

@@ -10,6 +10,8 @@
 
 namespace ModelSrv {
 
+using internal::ChainView;
+
 namespace {
 
 using ClientLock = std::lock_guard<KSTD::KThreadMutex>;
@@ -63,39 +65,31 @@ void ModelRoot::stop(bool atOnce) {
     server_.reset();
 }
 
-ModelRes ModelRoot::prepare(ModelPart* part, std::vector<ModelPartId>& chain) {
-  ModelRoot* met = nullptr;
-  if (part == nullptr || internal::climb(*part, chain, met) != ModelRes_Success || met != this)
+template <typename Question>
+ModelRes ModelRoot::ask(ModelPart* part, Question question) {
+  const ClientLock lock(manager()->clientMutex);
+  if (part == nullptr)
     return ModelRes_BadArgument;
-  return client_ != nullptr ? ModelRes_Success : ModelRes_NotConnected;
+  const internal::Climb climb(*part);
+  if (climb.root() != this)
+    return ModelRes_BadArgument;
+  return client_ != nullptr ? question(climb.chain()) : ModelRes_NotConnected;
 }
 
 ModelRes ModelRoot::getChildIdsFromServer(ModelPart* part, std::vector<unsigned short>& ids) {
-  const ClientLock lock(manager()->clientMutex);
-  std::vector<ModelPartId> chain;
-  const ModelRes result = prepare(part, chain);
-  return result == ModelRes_Success ? client_->childIds(chain, ids) : result;
+  return ask(part, [&](ChainView chain) { return client_->childIds(chain, ids); });
 }
 
 ModelRes ModelRoot::getChildNamesFromServer(ModelPart* part, std::vector<std::string>& names) {
-  const ClientLock lock(manager()->clientMutex);
-  std::vector<ModelPartId> chain;
-  const ModelRes result = prepare(part, chain);
-  return result == ModelRes_Success ? client_->childNames(chain, names) : result;
+  return ask(part, [&](ChainView chain) { return client_->childNames(chain, names); });
 }
 
 ModelRes ModelRoot::getElementSumFromServer(ModelPart* part, unsigned short& sum) {
-  const ClientLock lock(manager()->clientMutex);
-  std::vector<ModelPartId> chain;
-  const ModelRes result = prepare(part, chain);
-  return result == ModelRes_Success ? client_->elementSum(chain, sum) : result;
+  return ask(part, [&](ChainView chain) { return client_->elementSum(chain, sum); });
 }
 
 ModelRes ModelRoot::getElementNamesFromServer(ModelPart* part, std::vector<std::string>& names) {
-  const ClientLock lock(manager()->clientMutex);
-  std::vector<ModelPartId> chain;
-  const ModelRes result = prepare(part, chain);
-  return result == ModelRes_Success ? client_->elementNames(chain, names) : result;
+  return ask(part, [&](ChainView chain) { return client_->elementNames(chain, names); });
 }
 
 unsigned ModelRoot::receiveMain(const char* /*sender*/, unsigned type, EvtSrv::MemoryHolder* data,

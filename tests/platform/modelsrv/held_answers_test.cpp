@@ -82,7 +82,7 @@ TEST_F(HeldAnswersTest, TellOfAPartAndOfWhatFollowsIt) {
   EXPECT_EQ(value({5, 1}, 2), "three");
   EXPECT_EQ(value({3}), "true");
   // What comes before was not told of.
-  EXPECT_EQ(held_.find({5}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}), nullptr);
   EXPECT_EQ(held_.find({}), nullptr);
 }
 
@@ -96,7 +96,7 @@ TEST_F(HeldAnswersTest, TellOfChildrenAndElements) {
   EXPECT_EQ(ids, (Chain{5, 3, 9, 30}));
   EXPECT_TRUE(held_.childNames(*root, names));
   EXPECT_EQ(names, (std::vector<std::string>{"b", "a", "long", "silent"}));
-  const HeldAnswers::Part* array = held_.find({5, 1});
+  const HeldAnswers::Part* array = held_.find(Chain{5, 1});
   ASSERT_NE(array, nullptr);
   std::uint16_t sum = 0;
   EXPECT_TRUE(held_.elementSum(*array, sum));
@@ -119,17 +119,17 @@ TEST_F(HeldAnswersTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
 
 TEST_F(HeldAnswersTest, HoldAsManyPartsAsWereAskedFor) {
   ASSERT_NE(take({5}, excerpt(b_, 2)), nullptr);
-  EXPECT_NE(held_.find({5, 2}), nullptr);
-  EXPECT_EQ(held_.find({5, 1}), nullptr);
+  EXPECT_NE(held_.find(Chain{5, 2}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5, 1}), nullptr);
 }
 
 TEST_F(HeldAnswersTest, AreAskedForInNumbersThatGrowWithTheirUse) {
   EXPECT_EQ(held_.partsToAskFor(), 1);
   ASSERT_NE(take({}, excerpt(root_, 6)), nullptr);
   EXPECT_EQ(held_.partsToAskFor(), 4);
-  (void)held_.find({5});
-  (void)held_.find({5});
-  (void)held_.find({3});
+  (void)held_.find(Chain{5});
+  (void)held_.find(Chain{5});
+  (void)held_.find(Chain{3});
   EXPECT_EQ(held_.partsToAskFor(), 12);
 }
 
@@ -137,7 +137,7 @@ TEST_F(HeldAnswersTest, EndWithTheEpoch) {
   const Bytes reply = excerpt(root_, 100);
   ASSERT_NE(take({}, reply), nullptr);
   page_.advance();
-  EXPECT_EQ(held_.find({5}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}), nullptr);
   // What was right when the server answered is the answer to that question.
   const HeldAnswers::Part* part = take({}, reply);
   ASSERT_NE(part, nullptr);
@@ -171,7 +171,7 @@ TEST_F(HeldAnswersTest, RefuseAReplyAboutAnotherPart) {
   EXPECT_EQ(take({5}, excerpt(a_, 10)), nullptr);
   EXPECT_EQ(take({5, 1}, excerpt(b_, 10)), nullptr);
   EXPECT_EQ(take({}, excerpt(b_, 10)), nullptr);
-  EXPECT_EQ(held_.find({5}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}), nullptr);
 }
 
 TEST_F(HeldAnswersTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
@@ -186,7 +186,7 @@ TEST_F(HeldAnswersTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
   };
   EXPECT_NE(take({5, 2}, repeated(4096)), nullptr);
   EXPECT_EQ(take({5, 2}, repeated(4097)), nullptr);
-  EXPECT_EQ(held_.find({5, 2}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5, 2}), nullptr);
 }
 
 TEST_F(HeldAnswersTest, HoldNothingOfAServerWhoseThreadHasEnded) {
@@ -220,11 +220,11 @@ TEST_F(HeldAnswersTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
   ASSERT_EQ(root_.add(&moody), ModelRes_Success);
   ASSERT_EQ(root_.add(&behind), ModelRes_Success);
   ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
-  const HeldAnswers::Part* part = held_.find({40});
+  const HeldAnswers::Part* part = held_.find(Chain{40});
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_FALSE(held_.childIds(*part, ids));
-  EXPECT_EQ(held_.find({40, 1}), nullptr);
+  EXPECT_EQ(held_.find(Chain{40, 1}), nullptr);
   EXPECT_EQ(value({50}), "4");
   ASSERT_NE(take({40, 1}, excerpt(below, 100)), nullptr);
   EXPECT_EQ(value({40, 1}), "3");
@@ -259,15 +259,15 @@ TEST_F(ExcerptWriterTest, LeavesOffWhereThePipeWouldBeFull) {
   const Bytes reply = excerptOf(2000);
   EXPECT_GT(reply.size(), excerptSize / 2);
   EXPECT_LE(reply.size(), excerptSize + 64);
-  EXPECT_NE(held_.find({20}), nullptr);
-  EXPECT_EQ(held_.find({40}), nullptr);
+  EXPECT_NE(held_.find(Chain{20}), nullptr);
+  EXPECT_EQ(held_.find(Chain{40}), nullptr);
 }
 
 TEST_F(ExcerptWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
   const Bytes reply = excerptOf(30'000);
   EXPECT_LT(reply.size(), 2000U);
-  EXPECT_NE(held_.find({0}), nullptr);
-  EXPECT_EQ(held_.find({5}), nullptr);
+  EXPECT_NE(held_.find(Chain{0}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}), nullptr);
 }
 
 TEST_F(ExcerptWriterTest, TakesNoRoomForALongText) {

@@ -175,37 +175,53 @@ TEST_F(ModelNodeTest, MayBeTenThousandLevelsDeep) {
   EXPECT_EQ(nodes.front()->findRoot(), nullptr);
 }
 
+std::vector<ModelPartId> idsOf(const internal::Climb& climb) {
+  return {climb.chain().begin(), climb.chain().end()};
+}
+
 TEST_F(ModelNodeTest, ClimbAsksOnceALevel) {
   StandIn part(root_);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
   part.at({4, 0, 65533});
-  std::vector<ModelPartId> chain{9, 9};
-  ModelRoot* met = nullptr;
-  EXPECT_EQ(internal::climb(part, chain, met), ModelRes_Success);
-  EXPECT_EQ(chain, (std::vector<ModelPartId>{4, 0, 65533}));
-  EXPECT_EQ(met, &root_);
+  const internal::Climb climb(part);
+  EXPECT_EQ(climb.result(), ModelRes_Success);
+  EXPECT_EQ(idsOf(climb), (std::vector<ModelPartId>{4, 0, 65533}));
+  EXPECT_EQ(climb.root(), &root_);
   EXPECT_EQ(part.idsAsked, 3);
   EXPECT_EQ(part.parentsAsked, 3);
 }
 
+TEST_F(ModelNodeTest, ClimbKeepsTheOrderOfTheIdsOfAnyDepth) {
+  StandIn part(root_);
+  for (const std::size_t depth : {1U, 15U, 16U, 17U, 40U}) {
+    std::vector<ModelPartId> chain(depth);
+    std::iota(chain.begin(), chain.end(), ModelPartId{7});
+    part.at(chain);
+    EXPECT_EQ(idsOf(internal::Climb(part)), chain) << depth;
+  }
+}
+
 TEST_F(ModelNodeTest, ClimbOfTheRootIsEmptyAndAsksNobody) {
-  std::vector<ModelPartId> chain{9};
-  ModelRoot* met = nullptr;
-  EXPECT_EQ(internal::climb(root_, chain, met), ModelRes_Success);
-  EXPECT_TRUE(chain.empty());
+  const internal::Climb climb(root_);
+  EXPECT_EQ(climb.result(), ModelRes_Success);
+  EXPECT_EQ(climb.root(), &root_);
+  EXPECT_TRUE(climb.chain().empty());
 }
 
 TEST_F(ModelNodeTest, ClimbEndsAtTheDepthLimit) {
   StandIn part(root_);
-  std::vector<ModelPartId> chain;
-  ModelRoot* met = nullptr;
   part.at(std::vector<ModelPartId>(ModelDepth_Max, 1));
-  EXPECT_EQ(internal::climb(part, chain, met), ModelRes_Success);
-  EXPECT_EQ(chain.size(), ModelDepth_Max);
+  const internal::Climb deepest(part);
+  EXPECT_EQ(deepest.result(), ModelRes_Success);
+  EXPECT_EQ(deepest.chain().size(), ModelDepth_Max);
   part.at(std::vector<ModelPartId>(ModelDepth_Max + 1, 1));
-  EXPECT_EQ(internal::climb(part, chain, met), ModelRes_BadArgument);
+  const internal::Climb deeper(part);
+  EXPECT_EQ(deeper.result(), ModelRes_BadArgument);
+  EXPECT_EQ(deeper.root(), nullptr);
   ModelNode nowhere(1);
-  EXPECT_EQ(internal::climb(nowhere, chain, met), ModelRes_NoSuchPart);
+  const internal::Climb lost(nowhere);
+  EXPECT_EQ(lost.result(), ModelRes_NoSuchPart);
+  EXPECT_EQ(lost.root(), nullptr);
 }
 
 }  // namespace

@@ -93,7 +93,7 @@ TEST_F(TreeSessionTest, TellsOfThePartItselfInAnExcerptOfNoParts) {
   share_->tellings.start();
   ASSERT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_Success);
   HeldAnswers held(EvtSrv::internal::posixSystem());
-  EXPECT_NE(held.take({3, 9}, reply_, nativeOrder), nullptr);
+  EXPECT_NE(held.take(std::vector<ModelPartId>{3, 9}, reply_, nativeOrder), nullptr);
 }
 
 TEST_F(TreeSessionTest, TellsOfElements) {

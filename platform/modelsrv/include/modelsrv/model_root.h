@@ -102,8 +102,9 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   friend class ModelPart;
   friend class ModelNode;
 
-  /// Finds the chain of `part`, and that there is somebody to ask about it.
-  ModelRes prepare(ModelPart* part, std::vector<ModelPartId>& chain);
+  /// The answer to `question`, which is put with the chain of `part`.
+  template <typename Question>
+  ModelRes ask(ModelPart* part, Question question);
 
   std::unique_ptr<internal::ClientSide> client_;
   std::unique_ptr<internal::ServerSide> server_;
