@@ -70,6 +70,7 @@ class TreeBuilder {
       }
       return;
     }
+    node.children.reserve(children.size());
     levels_.push_back({&node, depth, std::move(children)});
   }
 
