@@ -5,52 +5,74 @@
 
 #include "term/column_listing.h"
 #include "term/listing_text.h"
+#include "term/output_block.h"
 
 namespace treescope {
 
 namespace {
 
-/// Makes one line after the other, in the same memory, and prints it.
+/// Makes one line after the other and prints them.
 class LineWriter {
  public:
   LineWriter(ScreenPrinter& printer, bool paging) : printer_(printer), paging_(paging) {}
 
-  /// Begins a line with the branch of a tree, `depth` levels in.
-  void beginBranch(std::size_t depth) {
-    line_.assign(depth * treeIndentation.size(), ' ');
-    line_ += treeBranch;
+  /// Begins the line of `node`, which has its marks.
+  void begin(const ListingNode& node) {
+    node_ = &node;
+    start_ = text().size();
+    printer_.appendLineStart(text(), node.subscribedMark, node.kindMark);
   }
 
-  void begin() { line_.clear(); }
-
-  void addName(const ListingNode& node) { line_ += nameText(node.name); }
-
-  void addPaddedName(const ListingNode& node, std::size_t width) {
-    const std::size_t end = line_.size() + width;
-    addName(node);
-    line_.resize(end, ' ');
+  /// The same with the branch of a tree, `depth` levels in.
+  void beginBranch(const ListingNode& node, std::size_t depth) {
+    begin(node);
+    text().append(depth * treeIndentation.size(), ' ');
+    text() += treeBranch;
   }
 
-  void addPaddedNodeName(const ListingNode& node, std::size_t width) {
-    const std::size_t end = line_.size() + width;
-    addName(node);
-    line_ += '/';
-    line_.resize(end, ' ');
+  void addName() { text() += nameText(node_->name); }
+
+  void addPaddedName(std::size_t width) {
+    const std::size_t end = text().size() + width;
+    addName();
+    text().resize(end, ' ');
   }
 
-  void add(std::string_view text) { line_ += text; }
+  void addPaddedNodeName(std::size_t width) {
+    const std::size_t end = text().size() + width;
+    addName();
+    text() += '/';
+    text().resize(end, ' ');
+  }
 
-  void addValue(const ListingNode& node) { appendValueText(line_, node.value); }
+  void add(std::string_view text) { block_.text() += text; }
 
-  /// Prints the line with the marks of `node`.
-  bool print(const ListingNode& node) {
-    return printer_.printLine({node.subscribedMark, node.kindMark, line_.c_str()}, paging_);
+  void addValue() { appendValueText(text(), node_->value); }
+
+  /// Prints the line; false, and the line is dropped, when the person had enough.
+  bool print() {
+    if (!printer_.countLine(paging_)) {
+      text().resize(start_);
+      return false;
+    }
+    printer_.appendLineEnd(text(), node_->subscribedMark, node_->kindMark);
+    if (paging_) {
+      // The next line may have to wait for the person, who wants to see this one.
+      block_.flush();
+    } else {
+      block_.endLine();
+    }
+    return true;
   }
 
  private:
+  std::string& text() { return block_.text(); }
+
   ScreenPrinter& printer_;
   const bool paging_;
-  std::string line_;
+  OutputBlock block_;
+  const ListingNode* node_ = nullptr;  ///< whose line is being made
+  std::size_t start_ = 0;              ///< of that line
 };
 
 /// A node whose children are being drawn.
@@ -61,10 +83,10 @@ struct OpenLevel {
 };
 
 bool drawNodeName(LineWriter& lines, std::size_t depth, const ListingNode& node) {
-  lines.beginBranch(depth);
-  lines.addName(node);
+  lines.beginBranch(node, depth);
+  lines.addName();
   lines.add("/");
-  return lines.print(node);
+  return lines.print();
 }
 
 bool drawLevel(LineWriter& lines, std::size_t depth, const ListingNode& node, bool withValues) {
@@ -87,12 +109,12 @@ bool drawLevel(LineWriter& lines, std::size_t depth, const ListingNode& node, bo
       open.push_back({&child, 0, nodeColumnWidth(child)});
       continue;
     }
-    lines.beginBranch(childDepth);
-    lines.addPaddedName(child, level.width);
+    lines.beginBranch(child, childDepth);
+    lines.addPaddedName(level.width);
     if (withValues) {
-      lines.addValue(child);
+      lines.addValue();
     }
-    if (!lines.print(child)) {
+    if (!lines.print()) {
       return false;
     }
   }
@@ -113,14 +135,14 @@ bool drawTree(ScreenPrinter& printer, const ListingNode& node, bool withValues, 
       }
       continue;
     }
-    lines.beginBranch(0);
+    lines.beginBranch(*child, 0);
     if (withValues) {
-      lines.addPaddedName(*child, width);
-      lines.addValue(*child);
+      lines.addPaddedName(width);
+      lines.addValue();
     } else {
-      lines.addName(*child);
+      lines.addName();
     }
-    if (!lines.print(*child)) {
+    if (!lines.print()) {
       return false;
     }
   }
@@ -135,22 +157,22 @@ bool printLongList(ScreenPrinter& printer, const ListingNode& node, bool reset, 
   }
   LineWriter lines(printer, paging);
   if (!node.hasChildren()) {
-    lines.begin();
-    lines.addName(node);
+    lines.begin(node);
+    lines.addName();
     lines.add(treeIndentation);
-    lines.addValue(node);
-    return lines.print(node);
+    lines.addValue();
+    return lines.print();
   }
   const std::size_t width = nodeColumnWidth(node);
   for (const auto& child : node.children) {
-    lines.begin();
+    lines.begin(*child);
     if (child->hasChildren()) {
-      lines.addPaddedNodeName(*child, width);
+      lines.addPaddedNodeName(width);
     } else {
-      lines.addPaddedName(*child, width);
-      lines.addValue(*child);
+      lines.addPaddedName(width);
+      lines.addValue();
     }
-    if (!lines.print(*child)) {
+    if (!lines.print()) {
       return false;
     }
   }

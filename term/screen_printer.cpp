@@ -12,16 +12,29 @@ bool ScreenPrinter::printLine(const StyledText& item, bool paging) {
     return false;
   }
   std::string line;
-  if (!batch_) {
-    appendStyleOn(line, item.attributes, item.colour);
+  if (batch_ && item.text == nullptr) {
+    appendStyleOff(line, item.attributes, item.colour);
+  } else {
+    appendLineStart(line, item.attributes, item.colour);
+    line += item.text == nullptr ? "" : item.text;
+    appendLineEnd(line, item.attributes, item.colour);
   }
-  appendAt(line, 1, item.text);
-  if (!batch_) {
-    line += '\n';
-  }
-  appendStyleOff(line, item.attributes, item.colour);
   write(line);
   return true;
+}
+
+void ScreenPrinter::appendLineStart(std::string& text, std::uint32_t attributes,
+                                    std::uint32_t colour) const {
+  if (!batch_) {
+    appendStyleOn(text, attributes, colour);
+    appendCursorToColumn(text, 1);
+  }
+}
+
+void ScreenPrinter::appendLineEnd(std::string& text, std::uint32_t attributes,
+                                  std::uint32_t colour) const {
+  text += '\n';
+  appendStyleOff(text, attributes, colour);
 }
 
 bool ScreenPrinter::printLineReset(const StyledText& item, bool reset, bool paging) {

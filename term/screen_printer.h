@@ -64,6 +64,12 @@ class ScreenPrinter {
   /// items, which `write` then puts out whole.
   void appendStyledAt(std::string& text, int column, const StyledText& item) const;
 
+  // What `printLine` writes before and behind a line's text, for listings of very
+  // many lines (`OutputBlock`).
+
+  void appendLineStart(std::string& text, std::uint32_t attributes, std::uint32_t colour) const;
+  void appendLineEnd(std::string& text, std::uint32_t attributes, std::uint32_t colour) const;
+
   /// Writes `text` as it is.
   void write(const std::string& text);
 
