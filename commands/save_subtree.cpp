@@ -1,11 +1,11 @@
 #include "commands/save_subtree.h"
 
-#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "commands/saved_command.h"
+#include "term/output_block.h"
 
 namespace treescope {
 
@@ -64,28 +64,47 @@ class SubtreeWalk {
   void savePart() {
     const std::uint16_t count = scope_.elementSum(at_.ids, true);
     if (count == 0) {
-      std::string value;
-      scope_.readValueText(at_.ids, value, true);
-      save(value, savedPath(at_.names));
+      value_.clear();
+      scope_.readValueText(at_.ids, value_, true);
+      beginLine();
+      appendSavedPath(line_, at_.names);
+      endLine();
     }
     for (std::uint16_t element = 0; element < count; ++element) {
-      std::string value;
-      scope_.readElementText(at_.ids, value, element, true);
-      save(value, savedElementPath(at_.names, element));
+      value_.clear();
+      scope_.readElementText(at_.ids, value_, element, true);
+      beginLine();
+      appendSavedElementPath(line_, at_.names, element);
+      endLine();
     }
   }
 
-  void save(const std::string& value, const std::string& path) {
-    const std::string command = savedCommand(value);
-    const std::string trace = " make command [" + value + "] -> [" + command + "]\n";
-    static_cast<void>(std::fwrite(trace.data(), 1, trace.size(), stdout));
-    file_.write(command + path + '\n');
+  /// Makes the line of `value_` up to the path, and reports it.
+  void beginLine() {
+    line_.clear();
+    appendSavedCommand(line_, value_);
+    std::string& trace = traces_.text();
+    trace += " make command [";
+    trace += value_;
+    trace += "] -> [";
+    trace += line_;
+    trace += "]\n";
+    traces_.endLine();
+  }
+
+  void endLine() {
+    line_ += '\n';
+    file_.write(line_);
   }
 
   TreeScope& scope_;
   NamedChain at_;
   ValuesFile& file_;
   std::vector<Level> levels_;
+  OutputBlock traces_;
+  // Room for the value and the line that are being written.
+  std::string value_;
+  std::string line_;
 };
 
 }  // namespace

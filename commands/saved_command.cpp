@@ -1,25 +1,32 @@
 #include "commands/saved_command.h"
 
-#include "shell/paths.h"
-
 namespace treescope {
 
-std::string savedCommand(const std::string& value) {
+void appendSavedCommand(std::string& line, const std::string& value) {
   if (value.empty() || value.find(' ') != std::string::npos) {
-    return "str \"" + value + "\" ";
+    line += "str \"";
+    line += value;
+    line += "\" ";
+  } else {
+    line += "set ";
+    line += value;
+    line += ' ';
   }
-  return "set " + value + ' ';
 }
 
-std::string savedPath(const std::vector<std::string>& names) {
-  return joinPath(names);
+void appendSavedPath(std::string& line, const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    line += '/';
+    line += name;
+  }
 }
 
-std::string savedElementPath(const std::vector<std::string>& names, std::uint16_t element) {
-  if (names.empty()) {
-    return {};
+void appendSavedElementPath(std::string& line, const std::vector<std::string>& names,
+                            std::uint16_t element) {
+  if (!names.empty()) {
+    appendSavedPath(line, names);
+    line += '[' + std::to_string(element) + ']';
   }
-  return joinPath(names) + '[' + std::to_string(element) + ']';
 }
 
 }  // namespace treescope

@@ -28,8 +28,22 @@ TEST(SavedCommand, QuotesWhatHoldsABlankOrIsEmpty) {
       {std::string("a\0b", 3), std::string("set a\0b ", 8)},
   };
   for (const Case& test : cases) {
-    EXPECT_EQ(savedCommand(test.value), test.command);
+    std::string line = "before ";
+    appendSavedCommand(line, test.value);
+    EXPECT_EQ(line, "before " + test.command);
   }
+}
+
+std::string savedPath(const std::vector<std::string>& names) {
+  std::string line;
+  appendSavedPath(line, names);
+  return line;
+}
+
+std::string savedElementPath(const std::vector<std::string>& names, std::uint16_t element) {
+  std::string line;
+  appendSavedElementPath(line, names, element);
+  return line;
 }
 
 TEST(SavedPath, PutsASlashBeforeEachName) {
