@@ -98,6 +98,8 @@ class PayloadReader {
   }
   /// All that is left, not copied.
   std::string_view rest() { return bytes(left()); }
+  /// How many bytes have been read.
+  [[nodiscard]] std::size_t position() const { return position_; }
   [[nodiscard]] std::size_t left() const { return bytes_.size() - position_; }
   [[nodiscard]] bool ok() const { return ok_; }
   [[nodiscard]] ByteOrder order() const { return order_; }

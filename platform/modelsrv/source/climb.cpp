@@ -28,8 +28,10 @@ ModelRes Climb::run(ModelPart& part) {
 }
 
 void Climb::addToMany(ModelPartId id) {
-  if (many_.empty())
+  if (many_.empty()) {
+    many_.reserve(manyLevels);
     many_.assign(few_.rbegin(), few_.rend());
+  }
   many_.push_back(id);
 }
 

@@ -35,6 +35,7 @@ class Climb {
 
  private:
   static constexpr std::size_t fewLevels = 16;
+  static constexpr std::size_t manyLevels = 256;  ///< more take further room step by step
 
   ModelRes run(ModelPart& part);
   void addToMany(ModelPartId id);

@@ -34,15 +34,60 @@ std::uint64_t hashOf(ChainView chain) {
   return hash;
 }
 
-/// Reads over a counted list of names and gives where it lies.
-bool skipNames(PayloadReader& in, std::size_t size, HeldAnswers::Slice& slice) {
-  slice.at = static_cast<std::uint32_t>(size - in.left());
-  const std::size_t count = in.u16();
-  for (std::size_t i = 0; i < count && in.ok(); ++i) {
-    const std::size_t length = in.u16();
-    (void)in.bytes(length);
+/// What `read` reads over.
+template <typename Read>
+HeldAnswers::Slice sliceOf(PayloadReader& in, Read read) {
+  const std::size_t start = in.position();
+  read();
+  return {static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(in.position() - start)};
+}
+
+HeldAnswers::Slice skipIds(PayloadReader& in) {
+  return sliceOf(in, [&in] {
+    const std::size_t count = in.u16();
+    (void)in.bytes(count * sizeof(ModelPartId));
+  });
+}
+
+HeldAnswers::Slice skipNames(PayloadReader& in) {
+  return sliceOf(in, [&in] {
+    const std::size_t count = in.u16();
+    for (std::size_t i = 0; i < count && in.ok(); ++i) {
+      const std::size_t length = in.u16();
+      (void)in.bytes(length);
+    }
+  });
+}
+
+HeldAnswers::Slice skipTexts(PayloadReader& in, unsigned count) {
+  return sliceOf(in, [&in, count] {
+    for (unsigned i = 0; i < count && in.ok(); ++i) {
+      const std::size_t length = in.u32();
+      (void)in.bytes(length);
+    }
+  });
+}
+
+/// Reads what an excerpt tells of one part; false where that is malformed.
+bool readPart(PayloadReader& in, HeldAnswers::Part& part) {
+  part.depth = in.u16();
+  part.id = in.u16();
+  const std::uint8_t has = in.u8();
+  if ((has & excerptChildren) != 0) {
+    part.childIds = skipIds(in);
+    part.childNames = skipNames(in);
   }
-  slice.size = static_cast<std::uint32_t>(size - in.left()) - slice.at;
+  if ((has & excerptElements) != 0) {
+    part.elements = in.u16();
+    part.elementNames = skipNames(in);
+  }
+  if ((has & excerptValue) != 0) {
+    part.result = in.u16();
+    const unsigned texts = std::max<unsigned>(part.elements, 1);
+    part.value = skipTexts(in, part.result == ModelRes_Success ? texts : 0);
+    if ((has & excerptElements) == 0 || decodeResult(part.result) == ModelRes_Protocol)
+      return false;
+  }
   return in.ok();
 }
 
@@ -86,7 +131,8 @@ const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std:
   addAbove(chain);
   const auto wanted = static_cast<std::uint32_t>(parts_.size());
   do {
-    if (parts_.size() - wanted == mostParts || !readPart(in)) {
+    Part part;
+    if (parts_.size() - wanted == mostParts || !readPart(in, part) || !add(part)) {
       clear();
       return nullptr;
     }
@@ -152,45 +198,6 @@ bool HeldAnswers::add(Part& part) {
   }
   parts_.push_back(part);
   return true;
-}
-
-bool HeldAnswers::readPart(PayloadReader& in) {
-  Part part;
-  part.depth = in.u16();
-  part.id = in.u16();
-  return readSections(in, part) && add(part);
-}
-
-bool HeldAnswers::readSections(PayloadReader& in, Part& part) const {
-  const std::uint8_t has = in.u8();
-  if ((has & excerptChildren) != 0) {
-    part.childIds.at = static_cast<std::uint32_t>(bytes_.size() - in.left());
-    const std::size_t count = in.u16();
-    (void)in.bytes(count * sizeof(ModelPartId));
-    part.childIds.size = static_cast<std::uint32_t>(bytes_.size() - in.left()) - part.childIds.at;
-    if (!skipNames(in, bytes_.size(), part.childNames))
-      return false;
-  }
-  if ((has & excerptElements) != 0) {
-    part.elements = in.u16();
-    if (!skipNames(in, bytes_.size(), part.elementNames))
-      return false;
-  }
-  if ((has & excerptValue) != 0 && ((has & excerptElements) == 0 || !readValue(in, part)))
-    return false;
-  return in.ok();
-}
-
-bool HeldAnswers::readValue(PayloadReader& in, Part& part) const {
-  part.result = in.u16();
-  part.value.at = static_cast<std::uint32_t>(bytes_.size() - in.left());
-  const unsigned texts = part.result != ModelRes_Success ? 0 : std::max<unsigned>(part.elements, 1);
-  for (unsigned i = 0; i < texts && in.ok(); ++i) {
-    const std::size_t length = in.u32();
-    (void)in.bytes(length);
-  }
-  part.value.size = static_cast<std::uint32_t>(bytes_.size() - in.left()) - part.value.at;
-  return in.ok() && decodeResult(part.result) != ModelRes_Protocol;
 }
 
 void HeldAnswers::makeIndex() {

@@ -82,9 +82,6 @@ class HeldAnswers {
   static bool readPlace(EvtSrv::internal::PayloadReader& in, EvtSrv::internal::LivePagePlace& place,
                         std::uint64_t& epoch);
   void addAbove(ChainView chain);
-  bool readPart(EvtSrv::internal::PayloadReader& in);
-  bool readSections(EvtSrv::internal::PayloadReader& in, Part& part) const;
-  bool readValue(EvtSrv::internal::PayloadReader& in, Part& part) const;
   bool add(Part& part);
   void makeIndex();
   [[nodiscard]] std::uint32_t lookUp(ChainView chain) const;
