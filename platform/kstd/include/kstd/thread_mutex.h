@@ -34,7 +34,12 @@ class KRV_EXPORT KThreadMutex {
   void unlock();
 
  private:
-  /// Whom the thread that waits next keeps from passing it.
+  /// Takes the mutex behind those that wait for it already.
+  void await();
+
+  /// How many threads wait; while one does, nobody may pass it.
+  std::atomic<unsigned> waiting_{0};
+  /// Of the thread that waits next.
   std::mutex turn_;
   std::mutex mutex_;
   /// The thread that has `mutex_`; only that thread finds itself here.
