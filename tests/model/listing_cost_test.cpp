@@ -102,7 +102,7 @@ class ListingCost : public ScopeFixture {
   std::vector<std::unique_ptr<CountedNode>> nodes_;
 };
 
-TEST_F(ListingCost, StaysBelow400BytesAPart) {
+TEST_F(ListingCost, StaysBelow250BytesAndOneAllocationAndALittleAPart) {
   constexpr std::uint16_t many = 10000;
   ModelSrv::ModelNode wide(40, "wide");
   std::vector<std::unique_ptr<ModelSrv::ValuePart<std::int32_t>>> parts;
@@ -114,13 +114,15 @@ TEST_F(ListingCost, StaysBelow400BytesAPart) {
   ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
   const Allocations cost = list({1, 40});
   EXPECT_GT(cost.mostBytes, many * static_cast<std::ptrdiff_t>(sizeof(ListingNode)));
-  EXPECT_LT(cost.mostBytes, many * 400) << cost.mostBytes / many << " bytes a part";
+  EXPECT_LT(cost.mostBytes, many * 250) << cost.mostBytes / many << " bytes a part";
+  EXPECT_LT(cost.count, many + many / 10) << "the parts' own nodes and little else";
   EXPECT_EQ(server_.drive().remove(&wide), ModelSrv::ModelRes_Success);
 }
 
 TEST_F(ListingCost, HasALimitALevelDownTo1000) {
-  // Four requests a level; the chain of each grows in a few steps.
-  constexpr std::size_t allocationsALevel = 64;
+  // Four requests a level; the chain of each is more than fits in few bytes, and the
+  // deepest ones grow in steps.
+  constexpr std::size_t allocationsALevel = 32;
   for (const std::size_t levels : {250U, 500U, 1000U}) {
     EXPECT_LE(listLevels(levels).count, levels * allocationsALevel) << levels;
   }
