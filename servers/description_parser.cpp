@@ -1,7 +1,7 @@
 #include "servers/description_parser.h"
 
-#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -13,11 +13,75 @@ namespace modelsrvd {
 
 namespace {
 
+/// The characters of a text that comes in pieces. Keeps where the last two lines
+/// begin, for the parser reports no place further back.
+class Characters {
+ public:
+  explicit Characters(const NextPiece& next) : next_(next), piece_(next()) {}
+
+  [[nodiscard]] bool atEnd() const { return piece_.empty(); }
+  [[nodiscard]] const char& current() const { return piece_[at_]; }
+
+  void advance() {
+    if (piece_[at_] == '\n') {
+      elderLineStart_ = lineStart_;
+      lineStart_ = passed_ + at_ + 1;
+      ++line_;
+    }
+    if (++at_ == piece_.size()) {
+      passed_ += at_;
+      at_ = 0;
+      piece_ = next_();
+    }
+  }
+
+  /// Where the character is that has `offset` others before it.
+  [[nodiscard]] std::string place(std::size_t offset) const {
+    const bool isElder = offset < lineStart_;
+    const std::size_t line = isElder ? line_ - 1 : line_;
+    const std::size_t start = isElder ? elderLineStart_ : lineStart_;
+    return "line " + std::to_string(line) + ", column " + std::to_string(offset - start + 1);
+  }
+
+ private:
+  const NextPiece& next_;
+  std::string_view piece_;
+  std::size_t at_ = 0;      ///< in the piece
+  std::size_t passed_ = 0;  ///< characters before the piece
+  std::size_t line_ = 1;
+  std::size_t lineStart_ = 0;
+  std::size_t elderLineStart_ = 0;
+};
+
+/// What the JSON parser reads with; without characters, their end.
+class CharacterIterator {
+ public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = char;
+  using difference_type = std::ptrdiff_t;
+  using pointer = const char*;
+  using reference = const char&;
+
+  explicit CharacterIterator(Characters* characters = nullptr) : characters_(characters) {}
+
+  reference operator*() const { return characters_->current(); }
+  CharacterIterator& operator++() {
+    characters_->advance();
+    return *this;
+  }
+  bool operator==(const CharacterIterator& other) const { return atEnd() == other.atEnd(); }
+
+ private:
+  [[nodiscard]] bool atEnd() const { return characters_ == nullptr || characters_->atEnd(); }
+
+  Characters* characters_;
+};
+
 /// Hands what the JSON parser meets to a `DescriptionReader`, and stops the
 /// parser at the first failure.
 class Listener final : public nlohmann::json_sax<nlohmann::json> {
  public:
-  explicit Listener(std::string_view text) : text_(text) {}
+  explicit Listener(const Characters& characters) : characters_(characters) {}
 
   bool null() override { return keep(reader_.scalar(nullptr)); }
   bool boolean(bool value) override { return keep(reader_.scalar(value)); }
@@ -36,11 +100,8 @@ class Listener final : public nlohmann::json_sax<nlohmann::json> {
 
   bool parse_error(std::size_t position, const std::string&,
                    const nlohmann::detail::exception& fault) override {
-    const std::string_view before = text_.substr(0, position == 0 ? 0 : position - 1);
-    const auto line = 1 + std::count(before.begin(), before.end(), '\n');
-    const std::size_t lineStart = before.rfind('\n') + 1;
-    failure_ = Failure{"line " + std::to_string(line) + ", column " +
-                       std::to_string(before.size() - lineStart + 1) + ": " + reason(fault.what())};
+    failure_ =
+        Failure{characters_.place(position == 0 ? 0 : position - 1) + ": " + reason(fault.what())};
     return false;
   }
 
@@ -72,17 +133,23 @@ class Listener final : public nlohmann::json_sax<nlohmann::json> {
     return oneLine(what);
   }
 
-  std::string_view text_;
+  const Characters& characters_;
   DescriptionReader reader_;
   std::optional<Failure> failure_;
 };
 
 }  // namespace
 
-Outcome<TreeDescription> parseTreeDescription(std::string_view text) {
-  Listener listener(text);
-  static_cast<void>(nlohmann::json::sax_parse(text.begin(), text.end(), &listener));
+Outcome<TreeDescription> parseTreeDescription(const NextPiece& next) {
+  Characters characters(next);
+  Listener listener(characters);
+  static_cast<void>(
+      nlohmann::json::sax_parse(CharacterIterator(&characters), CharacterIterator(), &listener));
   return listener.result();
+}
+
+Outcome<TreeDescription> parseTreeDescription(std::string_view text) {
+  return parseTreeDescription([&text] { return std::exchange(text, {}); });
 }
 
 }  // namespace modelsrvd

@@ -342,9 +342,13 @@ DescriptionReader::Fault DescriptionReader::settleId(const Level& level, Level& 
   if (id > ModelSrv::ModelPartId_Max) {
     return fail("no id is left behind its elder sibling's");
   }
-  if (!siblings.ids.insert(id).second) {
+  if (siblings.ids.size() <= id) {
+    siblings.ids.resize(std::size_t{id} + 1);
+  }
+  if (siblings.ids[id]) {
     return fail("an elder sibling has the id " + std::to_string(id), level.id ? "/id" : "");
   }
+  siblings.ids[id] = true;
   entryOf(level).id = static_cast<ModelSrv::ModelPartId>(id);
   siblings.nextId = id + 1;
   return std::nullopt;

@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "servers/entry_values.h"
@@ -60,7 +59,7 @@ class DescriptionReader {
     std::string name;  ///< an element's
 
     // An array of children: the ids so far, and the one for a child without.
-    std::unordered_set<unsigned> ids;
+    std::vector<bool> ids;
     unsigned nextId = 1;
 
     // An array of elements, kept until the type is known.

@@ -44,6 +44,10 @@ Failure about(const std::string& path, const std::string& what) {
   return {oneLine(path) + ": " + what};
 }
 
+Failure tooLong(const std::string& path, std::size_t most) {
+  return about(path, "longer than " + std::to_string(most) + " bytes");
+}
+
 /// Appends to `text` until the end of the file or until it is longer than `most`;
 /// gives 0 or the fault.
 int readAll(int descriptor, std::size_t most, std::string& text) {
@@ -64,27 +68,56 @@ int readAll(int descriptor, std::size_t most, std::string& text) {
 
 }  // namespace
 
-Outcome<std::string> readFile(const std::string& path, std::size_t most) {
-  // Not to wait for the writer of a pipe before it is known to be one.
-  const Opened file(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-  if (file.get() < 0) {
-    return about(path, reason(errno));
+// Not to wait for the writer of a pipe before it is known to be one.
+FileReader::FileReader(std::string path, std::size_t most)
+    : path_(std::move(path)),
+      most_(most),
+      descriptor_(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
+  if (descriptor_ < 0) {
+    failure_ = about(path_, reason(errno));
+  } else if (isReadable()) {
+    constexpr std::size_t pieceSize = std::size_t{64} * 1024;
+    buffer_.resize(pieceSize);
   }
+}
+
+FileReader::~FileReader() {
+  if (descriptor_ >= 0) {
+    ::close(descriptor_);
+  }
+}
+
+bool FileReader::isReadable() {
   struct stat status {};
-  if (::fstat(file.get(), &status) != 0) {
-    return about(path, reason(errno));
+  if (::fstat(descriptor_, &status) != 0) {
+    failure_ = about(path_, reason(errno));
+  } else if (!S_ISREG(status.st_mode)) {
+    failure_ = about(path_, "not a regular file");
+  } else if (status.st_size > static_cast<off_t>(most_)) {
+    failure_ = tooLong(path_, most_);
   }
-  if (!S_ISREG(status.st_mode)) {
-    return about(path, "not a regular file");
+  return !failure_;
+}
+
+std::string_view FileReader::next() {
+  if (failure_) {
+    return {};
   }
-  std::string text;
-  if (const int fault = readAll(file.get(), most, text); fault != 0) {
-    return about(path, reason(fault));
+  ssize_t count = 0;
+  do {
+    count = ::read(descriptor_, buffer_.data(), buffer_.size());
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) {
+    failure_ = about(path_, reason(errno));
+    return {};
   }
-  if (text.size() > most) {
-    return about(path, "longer than " + std::to_string(most) + " bytes");
+  passed_ += static_cast<std::size_t>(count);
+  // It may have grown since it was opened.
+  if (passed_ > most_) {
+    failure_ = tooLong(path_, most_);
+    return {};
   }
-  return text;
+  return {buffer_.data(), static_cast<std::size_t>(count)};
 }
 
 Outcome<gid_t> findGroup(const std::string& nameOrNumber) {

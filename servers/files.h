@@ -18,8 +18,33 @@ namespace modelsrvd {
 /// How long a description may be, in bytes.
 inline constexpr std::size_t longestDescription = std::size_t{64} * 1024 * 1024;
 
-/// The whole of the regular file `path`. The failure begins with the path.
-[[nodiscard]] Outcome<std::string> readFile(const std::string& path, std::size_t most);
+/// Reads a regular file a piece at a time, so that no text is held whole.
+class FileReader {
+ public:
+  /// Opens `path`, of which at most `most` bytes are to be read.
+  FileReader(std::string path, std::size_t most);
+  ~FileReader();
+  FileReader(const FileReader&) = delete;
+  FileReader& operator=(const FileReader&) = delete;
+
+  /// The bytes that follow, until the next call; none at the end of the file and
+  /// where there is a failure.
+  [[nodiscard]] std::string_view next();
+
+  /// Why the file could not be opened or read to its end. Begins with the path.
+  [[nodiscard]] const std::optional<Failure>& failure() const { return failure_; }
+
+ private:
+  /// Tells whether what is open is a regular file of at most `most_` bytes.
+  bool isReadable();
+
+  std::string path_;
+  std::size_t most_;
+  std::size_t passed_ = 0;
+  int descriptor_;
+  std::vector<char> buffer_;
+  std::optional<Failure> failure_;
+};
 
 /// The group of that name or, where there is none, of that number.
 [[nodiscard]] Outcome<gid_t> findGroup(const std::string& nameOrNumber);

@@ -50,10 +50,10 @@ auto withType(EntryType type, Visit visit) {
 }
 
 /// A checked description holds each value in its type's widest form.
-template <typename T>
-T narrow(const EntryValue& value) {
+template <typename T, typename Value>
+T narrow(Value&& value) {
   if constexpr (std::is_same_v<T, bool> || std::is_same_v<T, std::string>) {
-    return std::get<T>(value);
+    return std::get<T>(std::forward<Value>(value));
   } else if constexpr (std::is_floating_point_v<T>) {
     return static_cast<T>(std::get<double>(value));
   } else if constexpr (std::is_signed_v<T>) {
@@ -63,12 +63,13 @@ T narrow(const EntryValue& value) {
   }
 }
 
-template <typename T>
-std::vector<T> narrowAll(const std::vector<EntryValue>& values) {
+/// `Values` is a vector, or one of which the texts may be taken.
+template <typename T, typename Values>
+std::vector<T> narrowAll(Values& values) {
   std::vector<T> narrowed;
   narrowed.reserve(values.size());
-  for (const EntryValue& value : values) {
-    narrowed.push_back(narrow<T>(value));
+  for (auto& value : values) {
+    narrowed.push_back(narrow<T>(std::move(value)));
   }
   return narrowed;
 }
@@ -92,18 +93,19 @@ std::uint32_t parentOf(const Entry& entry) {
 }  // namespace
 
 template <typename T>
-ModelPart* PublishedTree::makeTyped(const Entry& entry) {
+ModelPart* PublishedTree::makeTyped(Entry& entry) {
   if (entry.array) {
-    return &std::get<Arrays<T>>(arrays_).emplace_back(
-        entry.id, entry.name, narrowAll<T>(entry.values), entry.elementNames, entry.access);
+    return &std::get<Arrays<T>>(arrays_).emplace_back(entry.id, std::move(entry.name),
+                                                      narrowAll<T>(entry.values),
+                                                      std::move(entry.elementNames), entry.access);
   }
-  return &std::get<Values<T>>(values_).emplace_back(entry.id, entry.name,
-                                                    narrow<T>(entry.values.front()), entry.access);
+  return &std::get<Values<T>>(values_).emplace_back(
+      entry.id, std::move(entry.name), narrow<T>(std::move(entry.values.front())), entry.access);
 }
 
-ModelPart* PublishedTree::make(const Entry& entry) {
+ModelPart* PublishedTree::make(Entry& entry) {
   if (entry.type == EntryType::node) {
-    return &nodes_.emplace_back(entry.id, entry.name);
+    return &nodes_.emplace_back(entry.id, std::move(entry.name));
   }
   ModelPart* const part =
       withType(entry.type, [&]<typename T>(const T&) { return makeTyped<T>(entry); });
@@ -113,21 +115,24 @@ ModelPart* PublishedTree::make(const Entry& entry) {
   return part;
 }
 
-PublishedTree::PublishedTree(const TreeDescription& description) {
+PublishedTree::PublishedTree(TreeDescription description) {
   made_.reserve(description.entries.size());
-  for (const Entry& entry : description.entries) {
+  // Each entry goes as its part comes, so that one of the two is held at a time.
+  for (; !description.entries.empty(); description.entries.pop_front()) {
+    Entry& entry = description.entries.front();
+    if (!entry.elementNames.empty()) {
+      elementNames_.emplace(made_.size(), entry.elementNames);
+    }
+    const std::uint16_t elements = elementsOf(entry);
     ModelPart* const part = make(entry);
     if (entry.parent != rootEntry) {
       auto& parent = static_cast<ModelSrv::ModelNode&>(*made_[entry.parent].part);
       const ModelRes result = parent.add(part);
       if (result != ModelSrv::ModelRes_Success && !fault_) {
-        fault_ = Failure{oneLine(entry.name) + ": " + ModelSrv::describe(result)};
+        fault_ = Failure{oneLine(part->name()) + ": " + ModelSrv::describe(result)};
       }
     }
-    if (!entry.elementNames.empty()) {
-      elementNames_.emplace(made_.size(), entry.elementNames);
-    }
-    made_.push_back({part, parentOf(entry), entry.type, elementsOf(entry)});
+    made_.push_back({part, parentOf(entry), entry.type, elements});
   }
 }
 

@@ -24,7 +24,7 @@ namespace modelsrvd {
 class PublishedTree {
  public:
   /// Makes everything, still without a root.
-  explicit PublishedTree(const TreeDescription& description);
+  explicit PublishedTree(TreeDescription description);
 
   /// Takes everything out of the root.
   ~PublishedTree();
@@ -53,8 +53,8 @@ class PublishedTree {
                             Store<float>, Store<double>, Store<std::string>>;
 
   template <typename T>
-  ModelSrv::ModelPart* makeTyped(const Entry& entry);
-  ModelSrv::ModelPart* make(const Entry& entry);
+  ModelSrv::ModelPart* makeTyped(Entry& entry);
+  ModelSrv::ModelPart* make(Entry& entry);
   [[nodiscard]] bool sameShape(const TreeDescription& description) const;
   [[nodiscard]] bool sameEntry(std::size_t index, const Entry& entry) const;
 

@@ -59,11 +59,12 @@ class LiveTree final : public ShownTree {
 };
 
 Outcome<TreeDescription> readDescription(const std::string& path) {
-  const auto text = readFile(path, longestDescription);
-  if (const auto* failure = std::get_if<Failure>(&text)) {
-    return Failure{"--tree: " + failure->text};
+  FileReader file(path, longestDescription);
+  auto description = parseTreeDescription([&file] { return file.next(); });
+  // What the parser makes of the text's early end is no matter then.
+  if (file.failure()) {
+    return Failure{"--tree: " + file.failure()->text};
   }
-  auto description = parseTreeDescription(std::get<std::string>(text));
   if (const auto* failure = std::get_if<Failure>(&description)) {
     return Failure{oneLine(path) + ": " + failure->text};
   }
@@ -72,10 +73,10 @@ Outcome<TreeDescription> readDescription(const std::string& path) {
 
 class FileTree final : public ShownTree {
  public:
-  FileTree(std::string path, const TreeDescription& description)
+  FileTree(std::string path, TreeDescription description)
       : path_(std::move(path)),
         name_(description.name),
-        tree_(std::make_unique<PublishedTree>(description)) {}
+        tree_(std::make_unique<PublishedTree>(std::move(description))) {}
 
   [[nodiscard]] std::string name() const override { return name_; }
 
@@ -89,13 +90,13 @@ class FileTree final : public ShownTree {
     if (auto* failure = std::get_if<Failure>(&outcome)) {
       return std::move(*failure);
     }
-    const auto& description = std::get<TreeDescription>(outcome);
+    auto& description = std::get<TreeDescription>(outcome);
     // Clients see the old tree or the new one.
     const std::lock_guard lock(root_->manager()->clientMutex);
     if (tree_->takeValues(description)) {
       return std::nullopt;
     }
-    auto next = std::make_unique<PublishedTree>(description);
+    auto next = std::make_unique<PublishedTree>(std::move(description));
     tree_.reset();
     tree_ = std::move(next);
     return tree_->publish(*root_);
@@ -153,7 +154,7 @@ Outcome<std::unique_ptr<ShownTree>> makeShownTree(const Options& options) {
   if (auto* failure = std::get_if<Failure>(&outcome)) {
     return std::move(*failure);
   }
-  return std::make_unique<FileTree>(*options.tree, std::get<TreeDescription>(outcome));
+  return std::make_unique<FileTree>(*options.tree, std::move(std::get<TreeDescription>(outcome)));
 }
 
 }  // namespace modelsrvd

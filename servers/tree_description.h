@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -62,8 +63,9 @@ inline constexpr std::size_t rootEntry = static_cast<std::size_t>(-1);
 
 struct TreeDescription {
   std::string name;  ///< the port's; empty where the file gives none
-  /// Each node before its children, siblings in the file's order.
-  std::vector<Entry> entries;
+  /// Each node before its children, siblings in the file's order. Whoever makes
+  /// parts of them can let go of each on the way.
+  std::deque<Entry> entries;
 };
 
 }  // namespace modelsrvd

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <variant>
 
 namespace modelsrvd {
@@ -22,10 +23,17 @@ class FilesTest : public testing::Test {
   }
   void TearDown() override { std::filesystem::remove_all(folder_); }
 
+  static std::string allOf(FileReader& file) {
+    std::string text;
+    for (std::string_view piece = file.next(); !piece.empty(); piece = file.next()) {
+      text += piece;
+    }
+    return text;
+  }
+
   static std::string failureOf(const std::string& path, std::size_t most) {
-    const auto outcome = readFile(path, most);
-    const auto* failure = std::get_if<Failure>(&outcome);
-    return failure == nullptr ? "read" : failure->text;
+    FileReader file(path, most);
+    return file.failure() ? file.failure()->text : "read " + allOf(file);
   }
 
   std::string folder_;
@@ -34,9 +42,31 @@ class FilesTest : public testing::Test {
 TEST_F(FilesTest, AFileIsReadWhole) {
   const std::string text(200000, 'x');
   std::ofstream(folder_ + "/a") << text;
-  const auto outcome = readFile(folder_ + "/a", 200000);
-  ASSERT_TRUE(std::holds_alternative<std::string>(outcome));
-  EXPECT_EQ(std::get<std::string>(outcome), text);
+  FileReader file(folder_ + "/a", text.size());
+  EXPECT_EQ(allOf(file), text);
+  EXPECT_FALSE(file.failure());
+  EXPECT_EQ(file.next(), "") << "the end stays the end";
+}
+
+TEST_F(FilesTest, AFileIsReadInPieces) {
+  std::ofstream(folder_ + "/a") << std::string(200000, 'x');
+  FileReader file(folder_ + "/a", 200000);
+  const std::size_t first = file.next().size();
+  EXPECT_GT(first, 0U);
+  EXPECT_LE(first, 65536U);
+}
+
+TEST_F(FilesTest, AFileThatGrowsPastItsLimitIsRefused) {
+  std::ofstream out(folder_ + "/growing");
+  out << "12345" << std::flush;
+  FileReader file(folder_ + "/growing", 10);
+  EXPECT_EQ(file.next(), "12345");
+  out << "67890" << std::flush;
+  EXPECT_EQ(file.next(), "67890");
+  out << "1" << std::flush;
+  EXPECT_EQ(file.next(), "");
+  ASSERT_TRUE(file.failure());
+  EXPECT_EQ(file.failure()->text, folder_ + "/growing: longer than 10 bytes");
 }
 
 TEST_F(FilesTest, WhatCannotBeReadIsNamed) {

@@ -1,0 +1,68 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "servers/description_parser.h"
+
+// A description that comes in pieces, wherever they are cut.
+
+namespace modelsrvd {
+namespace {
+
+using testing::ElementsAre;
+using testing::StartsWith;
+
+constexpr std::string_view drive = R"({"name": "Model_rig", "children": [
+  {"id": 1, "name": "drive", "children": [
+    {"id": 2, "name": "label", "type": "text", "value": "two words"}]}]})";
+
+std::string refused(std::string_view text) {
+  const auto outcome = parseTreeDescription(text);
+  const auto* failure = std::get_if<Failure>(&outcome);
+  return failure == nullptr ? "accepted" : failure->text;
+}
+
+/// Hands out `text` in pieces of `size` bytes, each in memory of its own.
+NextPiece inPieces(std::string_view text, std::size_t size) {
+  return [text, size, piece = std::string()]() mutable -> std::string_view {
+    piece = text.substr(0, size);
+    text.remove_prefix(piece.size());
+    return piece;
+  };
+}
+
+TEST(DescriptionPieces, ReadsTheSameFromPiecesOfEverySize) {
+  for (const std::size_t size : {1U, 2U, 7U, 64U, 4096U}) {
+    const auto outcome = parseTreeDescription(inPieces(drive, size));
+    const auto* tree = std::get_if<TreeDescription>(&outcome);
+    ASSERT_NE(tree, nullptr) << size;
+    ASSERT_EQ(tree->entries.size(), 2U) << size;
+    EXPECT_EQ(tree->entries[1].name, "label");
+    EXPECT_THAT(tree->entries[1].values, ElementsAre(EntryValue(std::string("two words"))));
+  }
+}
+
+TEST(DescriptionPieces, SaysTheSamePlaceWhateverThePieces) {
+  for (const std::string_view text :
+       {std::string_view(""), std::string_view("\n\n"), std::string_view("{\n \"children\": [}\n"),
+        std::string_view("{\"children\":\n12\n,]"), std::string_view("{\n\n\n\"a"),
+        std::string_view("{\"children\": [\n\n1.\n"), std::string_view("{\n\"id\n\n")}) {
+    const std::string whole = refused(text);
+    for (std::size_t size = 1; size <= text.size(); ++size) {
+      const auto outcome = parseTreeDescription(inPieces(text, size));
+      const auto* failure = std::get_if<Failure>(&outcome);
+      ASSERT_NE(failure, nullptr);
+      EXPECT_EQ(failure->text, whole) << size;
+    }
+  }
+  EXPECT_THAT(refused("{\n\n\n\"a"), StartsWith("line 4, column 3: "));
+  EXPECT_THAT(refused("{\n\"id\n\n"), StartsWith("line 2, column 4: "));
+  EXPECT_THAT(refused("\n\n"), StartsWith("line 3, column 1: "));
+}
+
+}  // namespace
+}  // namespace modelsrvd
