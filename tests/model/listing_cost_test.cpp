@@ -4,13 +4,16 @@
 #include <functional>
 
 #include "term/line_listing.h"
-#include "tests/model/counted_allocations.h"
 #include "tests/model/scope_fixture.h"
+#include "tests/support/counted_allocations.h"
 
 // What a listing costs the shell, in counts: memory, allocations and requests.
 
 namespace treescope::test {
 namespace {
+
+using test_support::allocated;
+using test_support::Allocations;
 
 constexpr unsigned recursiveAndLong = 5;
 

@@ -1,4 +1,4 @@
-#include "tests/model/counted_allocations.h"
+#include "tests/support/counted_allocations.h"
 
 #include <malloc.h>
 
@@ -6,20 +6,20 @@
 #include <cstdlib>
 #include <new>
 
-namespace treescope::test {
+namespace test_support {
 
 Allocations& allocated() {
   thread_local Allocations ofThread;
   return ofThread;
 }
 
-}  // namespace treescope::test
+}  // namespace test_support
 
 // Every allocation of this program is counted.
 void* operator new(std::size_t size, const std::nothrow_t& /*none*/) noexcept {
   void* const memory = std::malloc(size > 0 ? size : 1);
   if (memory != nullptr) {
-    auto& allocated = treescope::test::allocated();
+    auto& allocated = test_support::allocated();
     ++allocated.count;
     allocated.heldBytes += static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
     allocated.mostBytes = std::max(allocated.mostBytes, allocated.heldBytes);
@@ -35,8 +35,7 @@ void* operator new(std::size_t size) {
 }
 
 void operator delete(void* memory) noexcept {
-  treescope::test::allocated().heldBytes -=
-      static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
+  test_support::allocated().heldBytes -= static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
   std::free(memory);
 }
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-namespace treescope::test {
+namespace test_support {
 
 /// What one thread has allocated in a program that this is linked into; what it
 /// frees of another's is taken off its own.
@@ -16,4 +16,4 @@ struct Allocations {
 /// Of the calling thread.
 Allocations& allocated();
 
-}  // namespace treescope::test
+}  // namespace test_support

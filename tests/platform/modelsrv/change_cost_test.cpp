@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "modelsrv/source/requests.h"
+#include "modelsrv/source/tree_session.h"
+#include "tests/platform/modelsrv/fake_connection.h"
+#include "tests/platform/modelsrv/served_tree.h"
+#include "tests/support/counted_allocations.h"
+#include "tests/support/port_name.h"
+
+// What the change of a value costs the server beside the change itself: no system
+// call and no allocation, unless somebody is to be told of it at once.
+
+namespace {
+
+using namespace ModelSrv;
+using namespace ModelSrv::internal;
+using namespace modelsrv_tests;
+
+/// From now on every system call of the calling thread but the process's end ends
+/// the process with SIGSYS (seccomp(2)).
+void forbidSystemCalls() {
+  std::array<sock_filter, 4> program{{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_exit_group, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+  }};
+  const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+  if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+    ::_exit(99);
+}
+
+/// Ends the process: with 0 where `change(count)` was true for each count and
+/// allocated nothing. It has run a few times before, so that what it keeps is there.
+template <typename Change>
+[[noreturn]] void endAfterFree(Change change) {
+  constexpr int rounds = 1000;
+  forbidSystemCalls();
+  const std::size_t before = test_support::allocated().count;
+  for (int i = 1; i <= rounds; ++i)
+    if (!change(i))
+      ::_exit(2);
+  ::_exit(test_support::allocated().count == before ? 0 : 3);
+}
+
+struct Situation {
+  const char* name;
+  void (*begin)(const std::string& port, Server& server, Client& client);
+
+  friend void PrintTo(const Situation& situation, std::ostream* out) { *out << situation.name; }
+};
+
+class Change : public testing::TestWithParam<Situation> {
+ protected:
+  /// What the child process left behind.
+  void TearDown() override { std::remove(test_support::mailboxPath(port_).c_str()); }
+
+  std::string port_ = test_support::uniquePortName();
+};
+
+TEST_P(Change, CallsNoSystemAndAllocatesNothing) {
+  const auto changeInAProcessOfItsOwn = [this] {
+    Server server(port_);
+    Client client;
+    GetParam().begin(port_, server, client);
+    // Nobody else is at work, as in a server whose clients are all idle.
+    server.pump.reset();
+    endAfterFree([&server](int count) {
+      return server.speed.setValue(count) == ModelRes_Success &&
+             server.gains.setValue(1, count) == ModelRes_Success &&
+             server.secret.setValue(count % 2 == 0) == ModelRes_Success;
+    });
+  };
+  EXPECT_EXIT(changeInAProcessOfItsOwn(), testing::ExitedWithCode(0), "");
+}
+
+void require(bool holds) {
+  if (!holds)
+    ::_exit(98);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , Change,
+    testing::Values(
+        Situation{"WhereNobodyIsConnected", [](const std::string&, Server&, Client&) {}},
+        Situation{"WhereAClientHoldsNothing",
+                  [](const std::string& port, Server&, Client& client) {
+                    require(client.connect(port) == ModelRes_Success);
+                  }},
+        Situation{"WhereAClientHoldsOtherAnswers",
+                  [](const std::string& port, Server&, Client& client) {
+                    require(client.connect(port) == ModelRes_Success);
+                    require(client.text({1, 12}) == "7");
+                  }},
+        Situation{"WhereAClientHoldsTheAnswer",
+                  [](const std::string& port, Server&, Client& client) {
+                    require(client.connect(port) == ModelRes_Success);
+                    // The second question brings the parts behind it.
+                    require(client.text({1, 1}) == "42" && client.text({1, 2}) == "two words");
+                    require(client.text({1, 3}) == "1.5\n0.25" && client.text({1, 1}) == "42");
+                  }}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+/// A session whose client takes nothing.
+class SessionCost : public testing::Test {
+ protected:
+  static std::vector<std::uint8_t> payload(const Request& request) {
+    std::vector<std::uint8_t> bytes;
+    encodeRequest(request, bytes);
+    return bytes;
+  }
+
+  ModelRes ask(Operation operation, const std::vector<std::uint8_t>& request) {
+    reply_.clear();
+    EvtSrv::internal::PayloadReader reader(request, EvtSrv::internal::nativeOrder);
+    return static_cast<ModelRes>(
+        session_.handle(static_cast<std::uint16_t>(operation), reader, reply_));
+  }
+
+  void SetUp() override { ASSERT_EQ(root_.add(&speed_), ModelRes_Success); }
+
+  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
+  ModelRoot root_{&manager_};
+  ValuePart<std::int32_t> speed_{9, "speed", 42};
+  FakeConnection connection_;
+  TreeSession session_{std::make_shared<SessionShare>(root_), connection_};
+  std::vector<std::uint8_t> reply_;
+};
+
+TEST_F(SessionCost, AStoreCallsNoSystemAndAllocatesNothing) {
+  const auto odd = payload({Operation::load, {9}, all, false, "-7"});
+  const auto even = payload({Operation::load, {9}, all, false, "2147483647"});
+  ASSERT_EQ(ask(Operation::load, even), ModelRes_Success);
+  EXPECT_EXIT(endAfterFree([&](int count) {
+                return ask(Operation::load, count % 2 == 0 ? even : odd) == ModelRes_Success;
+              }),
+              testing::ExitedWithCode(0), "");
+}
+
+TEST_F(SessionCost, AChangeOfWhichAnUpdateWaitsCallsNoSystemAndAllocatesNothing) {
+  ASSERT_EQ(ask(Operation::subscribe, payload({Operation::subscribe, {9}})), ModelRes_Success);
+  ASSERT_EQ(speed_.setValue(-1), ModelRes_Success);
+  EXPECT_EQ(connection_.told, 1);
+  EXPECT_EXIT(endAfterFree([&](int count) { return speed_.setValue(count) == ModelRes_Success; }),
+              testing::ExitedWithCode(0), "");
+}
+
+TEST(ForbiddenSystemCalls, EndTheProcess) {
+  EXPECT_EXIT((forbidSystemCalls(), static_cast<void>(::getppid()), ::_exit(0)),
+              testing::KilledBySignal(SIGSYS), "");
+}
+
+TEST(CountedAllocations, AreSeen) {
+  std::vector<std::string> kept(1001);
+  EXPECT_EXIT(endAfterFree([&kept](int count) {
+                kept[static_cast<std::size_t>(count)].assign(40, 'x');
+                return true;
+              }),
+              testing::ExitedWithCode(3), "");
+}
+
+}  // namespace
