@@ -96,6 +96,17 @@ std::size_t ServerProgram::writes() const {
   throw std::runtime_error("the system does not count the server's writes");
 }
 
+double ServerProgram::bytesOf(std::string_view name) const {
+  std::ifstream status("/proc/" + std::to_string(child_->pid()) + "/status");
+  for (std::string word; status >> word;) {
+    double kilobytes = 0;
+    if (word == name && status >> kilobytes) {
+      return kilobytes * 1024;
+    }
+  }
+  throw std::runtime_error("the system does not tell the server's memory");
+}
+
 Run runShell(const std::string& commands, std::size_t lines) {
   const int file = ::memfd_create("listing", MFD_CLOEXEC);
   if (file < 0) {

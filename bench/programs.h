@@ -27,7 +27,14 @@ class ServerProgram {
   /// How often it has written anything so far (proc(5), /proc/PID/io).
   [[nodiscard]] std::size_t writes() const;
 
+  /// How much of its memory is in use, in bytes: the most so far, and now.
+  [[nodiscard]] double peakBytes() const { return bytesOf("VmHWM:"); }
+  [[nodiscard]] double heldBytes() const { return bytesOf("VmRSS:"); }
+
  private:
+  /// A size among /proc/PID/status (proc(5)).
+  [[nodiscard]] double bytesOf(std::string_view name) const;
+
   std::string name_;
   std::unique_ptr<Child> child_;
 };
