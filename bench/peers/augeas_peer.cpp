@@ -42,6 +42,10 @@ class Augeas : public Peer {
 
   [[nodiscard]] Servers servers() const override { return {}; }
 
+  [[nodiscard]] std::string whyNoUpdates() const override {
+    return "Augeas edits files: there is no server, and nobody to tell of a change.";
+  }
+
  private:
   [[nodiscard]] Words tool(const Words& rest) const {
     // Loads the one lens that is needed.

@@ -13,8 +13,10 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -26,10 +28,26 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// The words as the system wants them.
+/// Where `program` is found; itself where it is nowhere.
+std::string find(const std::string& program) {
+  const char* const path = std::getenv("PATH");
+  std::istringstream folders(path == nullptr ? "" : path);
+  for (std::string folder;
+       program.find('/') == std::string::npos && std::getline(folders, folder, ':');) {
+    folder.append("/").append(program);
+    if (::access(folder.c_str(), X_OK) == 0) {
+      return folder;
+    }
+  }
+  return program;
+}
+
+/// The words as the system wants them, the program with its path, so that the
+/// search for it is nobody's time.
 class Arguments {
  public:
   explicit Arguments(const Words& words) : words_(words) {
+    words_.front() = find(words_.front());
     for (std::string& word : words_) {
       pointers_.push_back(word.data());
     }
@@ -98,17 +116,16 @@ void checkStatus(bool waited, int status, const Words& words, const Ended& ended
   }
 }
 
-pid_t spawn(const Words& words, int output) {
-  const Arguments arguments(words);
+pid_t spawn(const Arguments& arguments, int output) {
   posix_spawn_file_actions_t files;
   pid_t pid = -1;
   const bool started =
       posix_spawn_file_actions_init(&files) == 0 &&
       posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO) == 0 &&
-      posix_spawnp(&pid, arguments.get()[0], &files, nullptr, arguments.get(), environ) == 0;
+      posix_spawn(&pid, arguments.get()[0], &files, nullptr, arguments.get(), environ) == 0;
   posix_spawn_file_actions_destroy(&files);
   if (!started) {
-    throw std::runtime_error("cannot start " + words.front());
+    throw std::runtime_error(std::string("cannot start ") + arguments.get()[0]);
   }
   return pid;
 }
@@ -117,8 +134,9 @@ pid_t spawn(const Words& words, int output) {
 
 Ended runToEnd(const Words& words) {
   const Output output;
+  const Arguments arguments(words);
   const Clock::time_point begin = Clock::now();
-  const pid_t pid = spawn(words, output.file());
+  const pid_t pid = spawn(arguments, output.file());
   int status = 1;
   const bool waited = ::waitpid(pid, &status, 0) == pid;
   Ended ended{std::chrono::duration<double>(Clock::now() - begin).count(), 0, 0, 0, {}};
@@ -134,7 +152,7 @@ Ended runForMemory(const Words& words) {
   const pid_t pid = ::fork();
   if (pid == 0) {
     if (::dup2(output.file(), STDOUT_FILENO) == STDOUT_FILENO) {
-      ::execvp(arguments.get()[0], arguments.get());
+      ::execv(arguments.get()[0], arguments.get());
     }
     ::_exit(127);
   }
@@ -176,7 +194,7 @@ Running::Running(const Words& words, Input input) {
         ::dup2(typed.reading, STDIN_FILENO) == STDIN_FILENO &&
         ::dup2(written.writing, STDOUT_FILENO) == STDOUT_FILENO &&
         ::dup2(written.writing, STDERR_FILENO) == STDERR_FILENO) {
-      ::execvp(arguments.get()[0], arguments.get());
+      ::execv(arguments.get()[0], arguments.get());
     }
     ::_exit(127);
   });

@@ -6,9 +6,10 @@ namespace bench::peers {
 inline constexpr const char* explanation =
     R"(Every system serves the same 32-bit integers, 1,000 in each of as many groups as it takes, named
 /group_000/item_0000 and so on (net-snmp: by numbers), over named pipes, a Unix socket or, Augeas, a
-file. Nothing is bound to a processor. The rows of a work take turns, a sample of each at a time; a row
-that has used up its time gets no more turns. "ours / this" is the median of the first row of treescope
-divided by that of the row: with times and memory less is better, with rates more.
+file. Our programs are the installed ones. Nothing is bound to a processor. The rows of a work take
+turns in changing order, a sample each; a row that has used up its time gets no more turns. "ours / this" is
+the median of the first row of treescope divided by that of the row: with times and memory less is
+better, with rates more.
 
 - One value is read and written by whole processes while 10,000 are served. What was stored last must be
   found afterwards.
@@ -18,7 +19,7 @@ divided by that of the row: with times and memory less is better, with rates mor
   pass_persist, the way to publish a table without a library).
 - From a store to its update: from before a client in the measuring process stores until the tool's
   output has come through a pipe. The shell writes the path of a changed value; of redis-cli and
-  mosquitto_sub it is the value.
+  mosquitto_sub it is the value, and of D-Bus a client of sd-bus prints both.
 - Rates: an update of treescope says which part changed, and who wants the value asks for it, so changes
   of one part that a subscriber has not taken yet are one update. What is counted is what arrived. In
   the row of answered stores the subscriber asks for each value, as the messages of the peers hold it;

@@ -15,7 +15,7 @@ namespace {
 class ChangingServer {
  public:
   ChangingServer()
-      : server_({SERVER_PROGRAM, "--name", name_, "--synthetic", "10x1000", "--churn", "1000000"}) {
+      : server_({"modelsrvd", "--name", name_, "--synthetic", "10x1000", "--churn", "1000000"}) {
     server_.await("ready");
   }
 
@@ -31,7 +31,7 @@ class Own : public Peer {
   Own(const Directory& directory, const Shape& shape)
       : shape_(shape),
         saved_(directory.path("saved")),
-        server_({SERVER_PROGRAM, "--name", name_, "--synthetic",
+        server_({"modelsrvd", "--name", name_, "--synthetic",
                  std::to_string(shape.groups) + 'x' + std::to_string(Shape::valuesPerGroup)}) {
     server_.await("ready");
   }
@@ -55,7 +55,7 @@ class Own : public Peer {
   [[nodiscard]] Servers servers() const override { return {"modelsrvd", {server_.pid()}}; }
 
   [[nodiscard]] std::unique_ptr<Watcher> watch() override {
-    auto shell = std::make_unique<Running>(Words{SHELL_PROGRAM}, Running::Input::typed);
+    auto shell = std::make_unique<Running>(Words{"treescope"}, Running::Input::typed);
     for (const std::string& line : {"cd " + name_, "eu " + pathOf(shape_, 0)}) {
       shell->await("$ ");
       shell->clear();
@@ -74,7 +74,7 @@ class Own : public Peer {
 
  private:
   [[nodiscard]] Words shell(const std::string& command) const {
-    return {SHELL_PROGRAM, "-c", "cd " + name_ + ';' + command};
+    return {"treescope", "-c", "cd " + name_ + ';' + command};
   }
 
   Shape shape_;
@@ -95,19 +95,20 @@ std::shared_ptr<CountingChild> subscribe(const std::string& server, const Shape&
 std::vector<Rate> Own::answeredStores() {
   auto subscriber = subscribe(name_, Shape{1}, true);
   auto client = std::make_shared<OwnClient>(name_, Shape{1});
-  auto arrived = std::make_shared<double>(0);
-  return {{"stores in 1,000 parts, answered, with such a client",
-           [subscriber, client, arrived, value = 0]() mutable {
-             const unsigned long before = subscriber->count();
-             ++value;
-             const double rate = repetitionRate(20'000, [&](unsigned long i) {
-               client->store(i, value + static_cast<int>(i / 1000));
-             });
-             value += 20;
-             *arrived = static_cast<double>(subscriber->count() - before) / 20'000 * rate;
-             return rate;
-           }},
-          {"of these, updates arrived with their values", [arrived] { return *arrived; }}};
+  auto round = std::make_shared<int>(0);
+  const auto run = [subscriber, client, round](bool arrivals) {
+    constexpr unsigned long stores = 20'000;
+    const unsigned long before = subscriber->count();
+    const double rate = repetitionRate(stores, [&](unsigned long i) {
+      // Another value for each part, each time round.
+      *round += i % Shape::valuesPerGroup == 0 ? 1 : 0;
+      client->store(i, *round);
+    });
+    const auto arrived = static_cast<double>(subscriber->count() - before);
+    return arrivals ? rate * arrived / static_cast<double>(stores) : rate;
+  };
+  return {{"stores in 1,000 parts, with such a client", [run] { return run(false); }},
+          {"the updates of such stores that arrive, with values", [run] { return run(true); }}};
 }
 
 std::vector<Rate> Own::streams() {

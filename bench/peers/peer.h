@@ -51,7 +51,6 @@ struct Watcher {
 struct Rate {
   std::string how;
   std::function<double()> measure;
-  std::string note = {};
 };
 
 struct Servers {
@@ -78,7 +77,9 @@ class Peer {
   /// The processes that hold the values; none where there are none.
   [[nodiscard]] virtual Servers servers() const = 0;
 
-  /// None where it has no updates.
+  /// Why it has none of the following; empty where it has them.
+  [[nodiscard]] virtual std::string whyNoUpdates() const { return {}; }
+
   [[nodiscard]] virtual std::unique_ptr<Watcher> watch() { return nullptr; }
 
   /// Stores that are answered before the next one is made, while a subscriber takes

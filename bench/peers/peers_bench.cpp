@@ -15,6 +15,8 @@
 // values on the same machine. Prints a page in Markdown and writes it to a file:
 //
 //   peers_bench FILE
+//
+// All programs are those found on the path.
 
 namespace {
 

@@ -41,6 +41,12 @@ class Snmp : public Peer {
     return {"snmpd and the program with the values", withChildren(server_.pid())};
   }
 
+  [[nodiscard]] std::string whyNoUpdates() const override {
+    return "net-snmp tells of changes by traps, which an agent has to be configured to send for "
+           "each "
+           "kind of value; nobody subscribes to a value.";
+  }
+
  private:
   /// Keeps the machine's own configuration out; the path of the one here.
   [[nodiscard]] std::string prepare(const Directory& directory) const {

@@ -11,6 +11,8 @@
 #include <ctime>
 #include <fstream>
 #include <map>
+#include <random>
+#include <utility>
 
 namespace bench::peers {
 
@@ -124,19 +126,24 @@ double median(const Row& row) {
 
 void measure(Work& work, double secondsEach) {
   std::fprintf(stderr, "%s ...\n", work.title.c_str());
-  std::vector<double> spent(work.rows.size());
-  for (bool ran = true; ran;) {
-    ran = false;
-    std::size_t index = 0;
-    for (Row& row : work.rows) {
-      double& seconds = spent[index++];
-      if (row.measure != nullptr && row.samples.size() < row.runs && seconds < secondsEach) {
-        const Clock::time_point begin = Clock::now();
-        row.samples.push_back(row.measure());
-        seconds += secondsSince(begin);
-        ran = true;
-      }
+  std::vector<std::pair<Row*, double>> turns;
+  for (Row& row : work.rows) {
+    if (row.measure != nullptr) {
+      turns.emplace_back(&row, 0);
     }
+  }
+  std::mt19937 order;
+  while (!turns.empty()) {
+    // Nobody always comes behind the same one.
+    std::shuffle(turns.begin(), turns.end(), order);
+    for (auto& [row, spent] : turns) {
+      const Clock::time_point begin = Clock::now();
+      row->samples.push_back(row->measure());
+      spent += secondsSince(begin);
+    }
+    std::erase_if(turns, [secondsEach](const auto& turn) {
+      return turn.first->samples.size() >= turn.first->runs || turn.second >= secondsEach;
+    });
   }
   // What they measured with may go now.
   for (Row& row : work.rows) {

@@ -12,12 +12,13 @@ namespace bench::peers {
 struct Row {
   std::string who;
   std::string how;
-  /// Takes a sample, in the unit of the work; gone when all have been taken.
+  /// Takes a sample, in the unit of the work; null where there is nothing to measure,
+  /// and when all have been taken.
   std::function<double()> measure;
   /// How many samples are taken at the most.
   unsigned runs = 0;
   std::vector<double> samples = {};
-  /// What is to be said of it, below the table.
+  /// Why there is nothing to measure, said below the table.
   std::string note = {};
   /// Whether it was written for this comparison, rather than a tool of the peer's.
   bool written = false;
@@ -34,8 +35,9 @@ struct Work {
 double quantile(const std::vector<double>& samples, double part);
 double median(const Row& row);
 
-/// Takes the samples of all rows, one of each in turn, so that what else the machine
-/// does meets all alike; no more of a row that has taken `secondsEach` in all.
+/// Takes the samples of all rows, one of each in turn and in another order each time,
+/// so that what else the machine does meets all alike; no more of a row that has taken
+/// `secondsEach` in all.
 void measure(Work& work, double secondsEach);
 
 /// What ought to hold.

@@ -50,12 +50,20 @@ Row polls() {
           updates};
 }
 
+/// The empty row of a peer that has no updates.
+Row without(const Peer& peer) {
+  return {peer.name(), "", nullptr, 0, {}, peer.whyNoUpdates()};
+}
+
 Work rates(const std::string& key, const std::string& title, const Peers& peers,
            std::vector<Rate> (Peer::*ofPeer)()) {
   Work work{key, title, "thousand/s"};
   for (const auto& peer : peers) {
+    if (!peer->whyNoUpdates().empty()) {
+      work.rows.push_back(without(*peer));
+    }
     for (const Rate& rate : (peer.get()->*ofPeer)()) {
-      work.rows.push_back({peer->name(), rate.how, rate.measure, 10, {}, rate.note});
+      work.rows.push_back({peer->name(), rate.how, rate.measure, 10});
     }
   }
   measure(work, mostSeconds);
@@ -81,6 +89,8 @@ Work updateLatency(const Peers& peers) {
                              return microsecondsSince(begin);
                            },
                            updates});
+    } else {
+      work.rows.push_back(without(*peer));
     }
   }
   measure(work, mostSeconds);
