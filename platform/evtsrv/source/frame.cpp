@@ -11,13 +11,6 @@ void put(std::uint8_t* out, Number value) {
   std::memcpy(out, &value, sizeof value);
 }
 
-template <typename Number>
-void append(std::vector<std::uint8_t>& out, Number value) {
-  const std::size_t end = out.size();
-  out.resize(end + sizeof value);
-  put(out.data() + end, value);
-}
-
 }  // namespace
 
 void encodeHeader(const FrameHeader& header, std::uint8_t* out) {
@@ -45,18 +38,6 @@ std::optional<FrameHeader> decodeHeader(const std::uint8_t* bytes) {
     return std::nullopt;
   }
   return header;
-}
-
-void PayloadWriter::u8(std::uint8_t value) {
-  out_.push_back(value);
-}
-
-void PayloadWriter::u16(std::uint16_t value) {
-  append(out_, value);
-}
-
-void PayloadWriter::u32(std::uint32_t value) {
-  append(out_, value);
 }
 
 void PayloadWriter::bytes(std::string_view text) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -53,14 +54,22 @@ std::optional<FrameHeader> decodeHeader(const std::uint8_t* bytes);
 class PayloadWriter {
  public:
   explicit PayloadWriter(std::vector<std::uint8_t>& out) : out_(out) {}
-  void u8(std::uint8_t value);
-  void u16(std::uint16_t value);
-  void u32(std::uint32_t value);
+  void u8(std::uint8_t value) { out_.push_back(value); }
+  void u16(std::uint16_t value) { number(value); }
+  void u32(std::uint32_t value) { number(value); }
   void bytes(std::string_view text);
   /// `values` one behind the other.
   void u16s(std::span<const std::uint16_t> values);
 
  private:
+  /// In line and byte by byte: excerpts are made of very many small numbers.
+  template <typename Number>
+  void number(Number value) {
+    for (const std::uint8_t byte : std::bit_cast<std::array<std::uint8_t, sizeof value>>(value)) {
+      out_.push_back(byte);
+    }
+  }
+
   std::vector<std::uint8_t>& out_;
 };
 
