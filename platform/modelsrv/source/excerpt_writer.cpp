@@ -1,6 +1,7 @@
 #include "modelsrv/source/excerpt_writer.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
@@ -76,6 +77,28 @@ bool writeElements(const ModelPart& part, const Room& room, std::vector<std::uin
   const std::vector<std::string>& all = PartAccess::elementNames(part);
   return std::all_of(all.begin(), all.end(),
                      [&](const std::string& name) { return addName(names, name, room); });
+}
+
+/// How what is told of a part begins where it has neither children nor elements, as
+/// most parts: the counts of both are 0.
+struct PlainPart {
+  static constexpr std::size_t id = 2;  ///< behind the depth
+  static constexpr std::size_t sections = 4;
+  static constexpr std::size_t valueSection = 13;  ///< behind four counts: the result
+  static constexpr std::size_t length = 15;
+  static constexpr std::size_t text = 19;
+};
+static_assert(ModelRes_Success == 0, "the result of a plain part's value is left as 0");
+
+bool isPlain(ModelPart& part) {
+  return PartAccess::asNode(part) == nullptr && PartAccess::elementCount(part) == 0 &&
+         PartAccess::elementNames(part).empty();
+}
+
+/// Puts `value` into `text` at that place.
+template <typename Number>
+void put(std::string& text, std::size_t place, Number value) {
+  std::memcpy(text.data() + place, &value, sizeof value);
 }
 
 /// `text` is room for a text, and its size then what it took to read the value.
@@ -157,6 +180,31 @@ ModelPart* ExcerptWriter::following(ModelPart& part) {
 
 void ExcerptWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   const std::size_t start = reply.size();
+  if (!PartAccess::tellsChanges(part) || !isPlain(part) || !writePlainPart(part, reply))
+    writeAnyPart(part, reply);
+  // A long text that was read in vain took its time as well.
+  spent_ += reply.size() - start + (text_.size() > longestSection ? text_.size() : 0);
+  if (text_.capacity() > longestSection)
+    text_ = {};
+}
+
+bool ExcerptWriter::writePlainPart(const ModelPart& part, std::vector<std::uint8_t>& reply) {
+  text_.assign(PlainPart::text, '\0');
+  if (PartAccess::appendText(part, text_, ModelPartIndex_All) != ModelRes_Success)
+    return false;
+  const std::size_t length = text_.size() - PlainPart::text;
+  const bool fits = text_.size() - PlainPart::valueSection <= longestSection;
+  put(text_, 0, static_cast<std::uint16_t>(above_.size()));
+  put(text_, PlainPart::id, part.id());
+  put(text_, PlainPart::sections,
+      static_cast<std::uint8_t>(excerptChildren | excerptElements | (fits ? excerptValue : 0)));
+  put(text_, PlainPart::length, static_cast<std::uint32_t>(length));
+  const std::string_view told = text_;
+  PayloadWriter(reply).bytes(fits ? told : told.substr(0, PlainPart::valueSection));
+  return true;
+}
+
+void ExcerptWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   PayloadWriter writer(reply);
   writer.u16(static_cast<std::uint16_t>(above_.size()));
   writer.u16(part.id());
@@ -178,10 +226,6 @@ void ExcerptWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply)
       add(excerptValue, [&](const Room& room) { return writeValue(part, room, text_, reply); });
   }
   reply[sections] = has;
-  // A long text that was read in vain took its time as well.
-  spent_ += reply.size() - start + (text_.size() > longestSection ? text_.size() : 0);
-  if (text_.capacity() > longestSection)
-    text_ = {};
 }
 
 }  // namespace ModelSrv::internal

@@ -44,6 +44,10 @@ class ExcerptWriter {
   /// The part that a listing meets after `part`, null at the end.
   ModelPart* following(ModelPart& part);
   void writePart(ModelPart& part, std::vector<std::uint8_t>& reply);
+  /// The same bytes as the other, made in one piece; false, and nothing is written,
+  /// where the value has no text.
+  bool writePlainPart(const ModelPart& part, std::vector<std::uint8_t>& reply);
+  void writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& reply);
 
   /// The nodes above the part that was written last, outermost first.
   std::vector<Position> above_;
