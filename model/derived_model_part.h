@@ -33,7 +33,13 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   ~DerivedModelPart() override;
 
   /// Says what the next request is about.
-  void setTarget(const IdChain& chain) { targetPath_ = chain; }
+  void setTarget(const IdChain& chain) {
+    targetPath_.clear();
+    // Chains are short and many; a call that copies a block costs more.
+    for (const std::uint16_t id : chain) {
+      targetPath_.push_back(id);
+    }
+  }
 
   /// Takes the last id off the target path; 0 where the path is empty.
   ModelSrv::ModelPartId getId() override;

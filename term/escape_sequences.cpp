@@ -50,6 +50,9 @@ void appendStyleOn(std::string& text, std::uint32_t attributes, std::uint32_t co
 }
 
 void appendStyleOff(std::string& text, std::uint32_t attributes, std::uint32_t colour) {
+  if (attributes == 0 && colour == colourDefault) {
+    return;
+  }
   for (const AttributeSequences& attribute : attributeSequences) {
     if ((attributes & attribute.bit) != 0) {
       text += attribute.off;

@@ -5,7 +5,10 @@
 namespace treescope {
 
 ListingNode::~ListingNode() {
-  freeTree(*this);
+  // Most nodes of a tree have nothing below them.
+  if (hasChildren()) {
+    freeTree(*this);
+  }
 }
 
 ListingNode& ListingNode::addChild() {

@@ -7,7 +7,8 @@
 namespace ModelSrv::internal {
 
 Climb::Climb(ModelPart& part) : result_(run(part)) {
-  std::reverse(many_.begin(), many_.end());
+  if (!many_.empty())
+    std::reverse(many_.begin(), many_.end());
 }
 
 ModelRes Climb::run(ModelPart& part) {
