@@ -247,6 +247,25 @@ class ExcerptWriterTest : public testing::Test {
     return reply;
   }
 
+  /// Whether the excerpt tells the first text, and not only of its part.
+  bool tellsTheFirst(std::size_t textSize) {
+    (void)excerptOf(textSize);
+    const HeldAnswers::Part* part = held_.find(Chain{0});
+    std::uint16_t sum = 1;
+    EXPECT_TRUE(part != nullptr && held_.elementSum(*part, sum));
+    EXPECT_EQ(sum, 0);
+    std::ostringstream text;
+    ModelRes result = ModelRes_NoValue;
+    if (part == nullptr || !held_.save(*part, ModelPartIndex_All, text, result))
+      return false;
+    EXPECT_EQ(result, ModelRes_Success);
+    EXPECT_EQ(text.view(), std::string(textSize, 'v'));
+    return true;
+  }
+
+  /// The longest text whose section, with result and length, is not left out.
+  static constexpr std::size_t longestText = std::size_t{16} * 1024 - 6;
+
   EvtSrv::internal::PosixSystem system_;
   LivePage page_{system_};
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
@@ -268,6 +287,14 @@ TEST_F(ExcerptWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
   EXPECT_LT(reply.size(), 2000U);
   EXPECT_NE(held_.find(Chain{0}), nullptr);
   EXPECT_EQ(held_.find(Chain{5}), nullptr);
+}
+
+TEST_F(ExcerptWriterTest, TellsTheLongestText) {
+  EXPECT_TRUE(tellsTheFirst(longestText));
+}
+
+TEST_F(ExcerptWriterTest, TellsNoLongerText) {
+  EXPECT_FALSE(tellsTheFirst(longestText + 1));
 }
 
 TEST_F(ExcerptWriterTest, TakesNoRoomForALongText) {
