@@ -1,5 +1,6 @@
 #include "evtsrv/source/handshake.h"
 
+#include <gmock/gmock.h>
 #include <sys/file.h>
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
