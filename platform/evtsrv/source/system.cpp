@@ -38,15 +38,13 @@ auto uninterrupted(Call call) {
 // Linux has it from 6.18 on; the C library's headers may be older.
 constexpr int rwfNoSignal = 0x100;
 
-// The thread sanitizer does not know pwritev2(2), and so would not see that what one
-// thread did before a write comes before what another does after it has read that.
-#if defined(__SANITIZE_THREAD__)
-constexpr bool asksForNoSignal = false;
-#elif defined(__has_feature)
-constexpr bool asksForNoSignal = !__has_feature(thread_sanitizer);
-#else
-constexpr bool asksForNoSignal = true;
-#endif
+/// Whether that is what a kernel says to `RWF_NOSIGNAL` that does not know it, or to
+/// pwritev2(2) a filter of system calls that does not; it may also be said of the
+/// descriptor.
+bool mayNotKnow(ssize_t result) {
+  return result == -EOPNOTSUPP || result == -EINVAL || result == -ENOSYS || result == -EPERM ||
+         result == -EACCES;
+}
 
 /// Keeps a SIGPIPE that the calling thread raises from reaching it. One that was
 /// pending before stays pending.
@@ -123,18 +121,19 @@ ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> hea
   const std::array<iovec, 2> both{iovec{const_cast<std::uint8_t*>(head.data()), head.size()},
                                   iovec{const_cast<std::uint8_t*>(body.data()), body.size()}};
   const auto parts = std::span(both).first(body.empty() ? 1 : 2);
-  if (asksForNoSignal && knowsNoSignal_.load(std::memory_order_relaxed)) {
-    const ssize_t result = writeWithoutSignal(descriptor, parts);
-    if (result != -EOPNOTSUPP && result != -EINVAL && result != -ENOSYS) {
-      return result;
-    }
-    knowsNoSignal_.store(false, std::memory_order_relaxed);
+  const bool asks = asksForNoSignal && knowsNoSignal_.load(std::memory_order_relaxed);
+  const ssize_t quick = asks ? writeWithoutSignal(descriptor, parts) : 0;
+  if (asks && !mayNotKnow(quick)) {
+    return quick;
   }
   PipeSignalBlock block;
   const ssize_t result =
       valueOrRefusal(::writev(descriptor, parts.data(), static_cast<int>(parts.size())));
   if (result == -EPIPE) {
     block.takeRaised();
+  }
+  if (asks && result != quick) {
+    knowsNoSignal_.store(false, std::memory_order_relaxed);
   }
   return result;
 }

@@ -108,6 +108,17 @@ class System {
   virtual int lockOnce(int descriptor) = 0;
 };
 
+/// Whether a write is tried with `RWF_NOSIGNAL` first. The thread sanitizer does not
+/// know pwritev2(2), and so would not see that what one thread did before a write comes
+/// before what another does after it has read that.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool asksForNoSignal = false;
+#elif defined(__has_feature)
+constexpr bool asksForNoSignal = !__has_feature(thread_sanitizer);
+#else
+constexpr bool asksForNoSignal = true;
+#endif
+
 /// The system itself.
 class PosixSystem : public System {
  public:
@@ -147,7 +158,8 @@ class PosixSystem : public System {
   int lockOnce(int descriptor) override;
 
   /// pwritev2(2) with `RWF_NOSIGNAL`: in one call a write that raises no signal.
-  /// `-EOPNOTSUPP`, `-EINVAL` or `-ENOSYS` where this kernel does not know it.
+  /// `-EOPNOTSUPP`, `-EINVAL` or `-ENOSYS` where this kernel does not know it,
+  /// `-EPERM` or `-EACCES` where a filter of system calls (seccomp(2)) does not.
   virtual ssize_t writeWithoutSignal(int descriptor, std::span<const iovec> parts);
 
  private:
