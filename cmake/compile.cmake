@@ -46,11 +46,9 @@ endif()
 # its own copy when a thread exits, and the two would have to fit.
 include(CheckLinkerFlag)
 check_linker_flag(CXX -static-libstdc++ TREESCOPE_HAS_STATIC_RUNTIME)
-set(treescope_static_runtime OFF)
-if(TREESCOPE_HAS_STATIC_RUNTIME AND NOT TREESCOPE_SANITIZE AND TREESCOPE_PLATFORM STREQUAL "bundled")
-  set(treescope_static_runtime ON)
-endif()
-option(TREESCOPE_STATIC_RUNTIME "Link the C++ library into what is installed" ${treescope_static_runtime})
+include(CMakeDependentOption)
+cmake_dependent_option(TREESCOPE_STATIC_RUNTIME "Link the C++ library into what is installed" ON
+  "TREESCOPE_HAS_STATIC_RUNTIME;NOT TREESCOPE_SANITIZE;TREESCOPE_PLATFORM STREQUAL bundled" OFF)
 
 # How what is installed is linked.
 add_library(treescope_linking INTERFACE)
