@@ -1,11 +1,11 @@
 #include "commands/save_subtree.h"
 
+#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "commands/saved_command.h"
-#include "term/output_block.h"
 
 namespace treescope {
 
@@ -83,13 +83,12 @@ class SubtreeWalk {
   void beginLine() {
     line_.clear();
     appendSavedCommand(line_, value_);
-    std::string& trace = traces_.text();
-    trace += " make command [";
-    trace += value_;
-    trace += "] -> [";
-    trace += line_;
-    trace += "]\n";
-    traces_.endLine();
+    trace_ = " make command [";
+    trace_ += value_;
+    trace_ += "] -> [";
+    trace_ += line_;
+    trace_ += "]\n";
+    static_cast<void>(std::fwrite(trace_.data(), 1, trace_.size(), stdout));
   }
 
   void endLine() {
@@ -101,10 +100,10 @@ class SubtreeWalk {
   NamedChain at_;
   ValuesFile& file_;
   std::vector<Level> levels_;
-  OutputBlock traces_;
-  // Room for the value and the line that are being written.
+  // Room for the value, the line and the trace that are being written.
   std::string value_;
   std::string line_;
+  std::string trace_;
 };
 
 }  // namespace
