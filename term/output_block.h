@@ -15,8 +15,11 @@ namespace treescope {
 class OutputBlock {
  public:
   OutputBlock() = default;
-  /// Hands over what is left.
-  ~OutputBlock() { flush(); }
+  /// Hands over the complete lines that are left.
+  ~OutputBlock() {
+    text_.resize(complete_);
+    flush();
+  }
   OutputBlock(const OutputBlock&) = delete;
   OutputBlock& operator=(const OutputBlock&) = delete;
 
@@ -25,6 +28,7 @@ class OutputBlock {
 
   /// A line is complete: hands everything over where it is much.
   void endLine() {
+    complete_ = text_.size();
     if (text_.size() >= size) {
       flush();
     }
@@ -34,12 +38,14 @@ class OutputBlock {
   void flush() {
     std::fwrite(text_.data(), 1, text_.size(), stdout);
     text_.clear();
+    complete_ = 0;
   }
 
  private:
   static constexpr std::size_t size = std::size_t{32} * 1024;
 
   std::string text_;
+  std::size_t complete_ = 0;  ///< where in `text_` the last complete line ends
 };
 
 }  // namespace treescope
