@@ -171,13 +171,13 @@ void TreeScope::readText(const IdChain& chain, std::string& text, std::uint16_t 
   const ClientLock held = lockClient(lock);
   // Making a stream takes longer than reading a value.
   valueStream_.clear();
+  valueStream_.str({});
   if (!connected() || target(chain)->save(valueStream_, index) != ModelSrv::ModelRes_Success) {
     return;
   }
   constexpr std::size_t shortText = 4096;
   if (valueStream_.view().size() <= shortText) {
     text = valueStream_.view();
-    valueStream_.str({});
   } else {
     text = std::move(valueStream_).str();
   }
