@@ -14,7 +14,7 @@ namespace KSTD {
 /// `std::unique_lock` work on it. Every `lock` (or successful `try_lock`) wants
 /// one `unlock` by the same thread. Thread-safe; neither copied nor moved.
 ///
-/// A thread that waits gets it before one that has given it back takes it again:
+/// A thread that waits gets it before one that has given it back locks it again:
 /// who holds it nearly always, such as a pump with much to dispatch, keeps nobody
 /// out.
 class KRV_EXPORT KThreadMutex {
