@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "bench/pipe.h"
+
 namespace bench {
 
 namespace {
@@ -27,19 +29,6 @@ void execute(std::vector<std::string> words) {
   arguments.push_back(nullptr);
   ::execv(arguments[0], arguments.data());
 }
-
-struct Pipe {
-  Pipe() {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-      throw std::runtime_error("pipe2");
-    }
-    reading = ends[0];
-    writing = ends[1];
-  }
-  int reading = -1;
-  int writing = -1;
-};
 
 std::string uniqueName() {
   static int made = 0;

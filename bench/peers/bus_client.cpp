@@ -1,15 +1,14 @@
 #include <systemd/sd-bus.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "bench/peers/bus_names.h"
+#include "bench/peers/bus_session.h"
 
 // What a client of its own would cost a user of the D-Bus (busctl(1) prints all
 // objects as one long line):
@@ -21,13 +20,8 @@ namespace {
 
 using bench::peers::busInterface;
 using bench::peers::busService;
-
-int check(int result, const char* what) {
-  if (result < 0) {
-    throw std::runtime_error(std::string(what) + ": " + std::strerror(-result));
-  }
-  return result;
-}
+using bench::peers::check;
+using bench::peers::serveBus;
 
 /// Calls `body` for each entry of the array that comes next in `message`.
 template <typename Body>
@@ -85,13 +79,7 @@ int printChange(sd_bus_message* message, void*, sd_bus_error*) {
   check(sd_bus_match_signal(bus, nullptr, busService, nullptr, "org.freedesktop.DBus.Properties",
                             "PropertiesChanged", printChange, nullptr),
         "match");
-  std::puts("ready");
-  std::fflush(stdout);
-  for (;;) {
-    if (check(sd_bus_process(bus, nullptr), "process") == 0) {
-      check(sd_bus_wait(bus, UINT64_MAX), "wait");
-    }
-  }
+  serveBus(bus);
 }
 
 }  // namespace

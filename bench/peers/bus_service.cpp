@@ -1,18 +1,17 @@
 #include <systemd/sd-bus.h>
 
 #include <array>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <list>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "bench/peers/bus_names.h"
+#include "bench/peers/bus_session.h"
 
 // A service on the D-Bus at DBUS_SESSION_BUS_ADDRESS that publishes as many values
 // as a synthetic tree of the same numbers, an object a group:
@@ -27,13 +26,8 @@ using bench::peers::busFloodInterface;
 using bench::peers::busFloodPath;
 using bench::peers::busInterface;
 using bench::peers::busService;
-
-int check(int result, const char* what) {
-  if (result < 0) {
-    throw std::runtime_error(std::string(what) + ": " + std::strerror(-result));
-  }
-  return result;
-}
+using bench::peers::check;
+using bench::peers::serveBus;
 
 std::string numbered(const char* format, unsigned number) {
   std::array<char, 32> text{};
@@ -110,13 +104,7 @@ void serve(unsigned groups, unsigned values) {
                                  nullptr),
         "no object");
   check(sd_bus_request_name(bus, busService, 0), "no name");
-  std::puts("ready");
-  std::fflush(stdout);
-  for (;;) {
-    if (check(sd_bus_process(bus, nullptr), "process") == 0) {
-      check(sd_bus_wait(bus, UINT64_MAX), "wait");
-    }
-  }
+  serveBus(bus);
 }
 
 }  // namespace

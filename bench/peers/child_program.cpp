@@ -21,6 +21,7 @@
 #include <utility>
 
 #include "bench/peers/unix_stream.h"
+#include "bench/pipe.h"
 
 namespace bench::peers {
 
@@ -91,19 +92,6 @@ class Output {
 
  private:
   int file_;
-};
-
-struct Pipe {
-  Pipe() {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-      throw std::runtime_error("pipe2");
-    }
-    reading = ends[0];
-    writing = ends[1];
-  }
-  int reading = -1;
-  int writing = -1;
 };
 
 void checkStatus(bool waited, int status, const Words& words, const Ended& ended) {
