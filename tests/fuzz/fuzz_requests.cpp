@@ -195,8 +195,7 @@ class Service {
       require(connection_.told, "nobody has to look for events unasked");
       require(type == ModelRoot::EvtTyp_Model_Update, "events are updates");
       Update update;
-      PayloadReader reader(payload, nativeOrder);
-      require(takeUpdate(reader, update), "updates can be read");
+      require(decodeUpdate(PayloadReader(payload, nativeOrder), update), "updates can be read");
       const auto wanted = subscribed_.find(update.chain);
       require(wanted != subscribed_.end() && wanted->second > 0,
               "updates tell of what is subscribed");

@@ -99,38 +99,6 @@ TEST(PromiseUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) {
     client.join();
 }
 
-TEST(PromiseUnderChange, AnswersThatComeWithUpdatesLieThereToo) {
-  constexpr int updates = 20'000;
-  Counters counters;
-  modelsrv_tests::Client client;
-  ASSERT_EQ(client.connect(counters.port()), ModelRes_Success);
-  for (unsigned short id = 0; id < parts; ++id)
-    ASSERT_EQ(client.subscribe(Counters::chainOf(id)), ModelRes_Success);
-  int taken = 0;
-  client.root.onEvent = [&] {
-    if (client.root.updates.empty())
-      return;
-    const unsigned short id = client.root.updates.back().first.back();
-    client.root.updates.clear();
-    ++taken;
-    const std::uint64_t atLeast = counters.acknowledged(id);
-    const std::string text = client.text(Counters::chainOf(id));
-    const std::uint64_t atMost = counters.begun(id);
-    ASSERT_NE(text, "?");
-    ASSERT_GE(std::stoull(text), atLeast) << "part " << id;
-    ASSERT_LE(std::stoull(text), atMost) << "part " << id;
-  };
-  std::atomic<bool> counting{true};
-  std::thread changes([&] {
-    for (unsigned short id = 0; counting; id = static_cast<unsigned short>((id + 1) % parts))
-      counters.count(id);
-  });
-  EXPECT_TRUE(
-      client.pumpUntil([&] { return taken >= updates || testing::Test::HasFatalFailure(); }));
-  counting = false;
-  changes.join();
-}
-
 TEST(PromiseToMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
   constexpr int rounds = 60;
   Counters counters;

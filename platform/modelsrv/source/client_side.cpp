@@ -1,7 +1,6 @@
 #include "modelsrv/source/client_side.h"
 
 #include "evtsrv/source/manager_core.h"
-#include "modelsrv/source/excerpt_writer.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/update_holder.h"
 #include "modelsrv/source/value_text.h"
@@ -103,22 +102,12 @@ ModelRes ClientSide::request(const Request& request, Reply& reply) {
 
 ModelRes ClientSide::look(ChainView chain, const HeldAnswers::Part*& part) {
   // Where the connection is known to be lost, a request has to make it good again.
-  const bool open = port_.isOpen();
-  part = open ? held_.find(chain) : nullptr;
+  part = port_.isOpen() ? held_.find(chain) : nullptr;
   if (part != nullptr || !excerptsWanted_)
     return ModelRes_Success;
-  if (held_.isNoted(chain)) {
-    asksAfterUpdates_ = true;
-    part = open ? held_.takeNoted(chain) : nullptr;
-    if (part != nullptr)
-      return ModelRes_Success;
-  }
-  std::uint16_t parts = held_.partsToAskFor();
-  if (asksAfterUpdates_)
-    parts |= excerptsWithUpdates;
   Reply reply;
   const ModelRes result =
-      request(Request{Operation::excerpt, copyOf(chain), parts, false, {}}, reply);
+      request(Request{Operation::excerpt, copyOf(chain), held_.partsToAskFor(), false, {}}, reply);
   if (result == ModelRes_BadRequest || result == ModelRes_DoNothing) {
     // A server that gives none.
     excerptsWanted_ = false;
@@ -256,11 +245,9 @@ void ClientSide::eventReceived(std::uint16_t type, std::span<const std::uint8_t>
                                EvtSrv::internal::ByteOrder order) {
   if (type == ModelRoot::EvtTyp_Model_Update) {
     Update update;
-    PayloadReader reader(payload, order);
-    if (!takeUpdate(reader, update) || !subscriptions_->knows(update.chain))
+    if (!decodeUpdate(PayloadReader(payload, order), update) ||
+        !subscriptions_->knows(update.chain))
       return;
-    held_.note(update.chain, payload.subspan(reader.position()), order);
-    payload = payload.first(reader.position());
   }
   const std::string sender = port_.portName();
   EvtSrv::MemoryHolder data = makeHolder(payload, order);

@@ -74,7 +74,6 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   std::shared_ptr<ClientSubscriptions> subscriptions_ = std::make_shared<ClientSubscriptions>();
   HeldAnswers held_;
   bool excerptsWanted_ = true;         ///< until this connection's server shows no page
-  bool asksAfterUpdates_ = false;      ///< whether it is worth to bring answers with them
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
 };

@@ -22,14 +22,6 @@ enum ExcerptSection : std::uint8_t {
 /// so that an excerpt of long texts keeps nobody waiting.
 inline constexpr std::size_t excerptSize = std::size_t{56} * 1024;
 
-/// Added to the number of parts that a client asks for: it wishes that each update
-/// brings an excerpt of its part along.
-inline constexpr std::uint16_t excerptsWithUpdates = 0x8000;
-
-/// How many bytes such an excerpt has at most; where it has more, the update comes
-/// without.
-inline constexpr std::size_t longestUpdateExcerpt = 512;
-
 /// Writes excerpts of a tree: all there is to know of a part and of those that
 /// follow it in the order in which a listing meets them (a part, what is below it,
 /// its next sibling). What has been written counts as told in the page's present

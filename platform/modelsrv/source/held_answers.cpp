@@ -118,7 +118,7 @@ std::uint16_t HeldAnswers::partsToAskFor() const {
 
 const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std::uint8_t> reply,
                                            ByteOrder order) {
-  drop();
+  clear();
   if (reply.size() > longestExcerpt)
     return nullptr;
   bytes_.assign(reply.begin(), reply.end());
@@ -133,12 +133,12 @@ const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std:
   do {
     Part part;
     if (parts_.size() - wanted == mostParts || !readPart(in, part) || !add(part)) {
-      drop();
+      clear();
       return nullptr;
     }
   } while (in.left() != 0);
   if (!isAt(wanted, chain)) {
-    drop();
+    clear();
     return nullptr;
   }
   told_ = parts_.size() - wanted;
@@ -151,36 +151,7 @@ const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std:
   return &parts_[wanted];
 }
 
-void HeldAnswers::note(ChainView chain, std::span<const std::uint8_t> excerpt, ByteOrder order) {
-  noted_ = true;
-  notedChain_.assign(chain.begin(), chain.end());
-  if (excerpt.size() > longestExcerpt)
-    excerpt = {};
-  notedBytes_.assign(excerpt.begin(), excerpt.end());
-  notedOrder_ = order;
-}
-
-bool HeldAnswers::isNoted(ChainView chain) const {
-  return noted_ && std::equal(chain.begin(), chain.end(), notedChain_.begin(), notedChain_.end());
-}
-
-const HeldAnswers::Part* HeldAnswers::takeNoted(ChainView chain) {
-  if (!isNoted(chain) || notedBytes_.empty() || !page_.isOpen())
-    return nullptr;
-  PayloadReader in(notedBytes_, notedOrder_);
-  LivePagePlace place;
-  std::uint64_t epoch = 0;
-  if (!readPlace(in, place, epoch) || place != page_.place() || epoch == 0 || !page_.shows(epoch))
-    return nullptr;
-  return take(chain, notedBytes_, notedOrder_);
-}
-
 void HeldAnswers::clear() {
-  drop();
-  noted_ = false;
-}
-
-void HeldAnswers::drop() {
   epoch_ = 0;
   parts_.clear();
   index_.clear();

@@ -59,19 +59,6 @@ class HeldAnswers {
   const Part* take(ChainView chain, std::span<const std::uint8_t> reply,
                    EvtSrv::internal::ByteOrder order);
 
-  /// Keeps what an update of the part at `chain` brought along: an excerpt that
-  /// begins with this part, or nothing.
-  void note(ChainView chain, std::span<const std::uint8_t> excerpt,
-            EvtSrv::internal::ByteOrder order);
-
-  /// Whether the last update was of the part at `chain`.
-  [[nodiscard]] bool isNoted(ChainView chain) const;
-
-  /// Takes what the last update brought along in the place of what was held, if it
-  /// was of the part at `chain` and holds; null, and nothing happens, if not. An
-  /// excerpt has been taken before, or nobody knows the server's page.
-  const Part* takeNoted(ChainView chain);
-
   /// Whether the server's page can be seen and says that the server lives; if not
   /// there is no use in asking for more than what is wanted.
   [[nodiscard]] bool canHold() const { return page_.lives(); }
@@ -92,7 +79,6 @@ class HeldAnswers {
 
  private:
   [[nodiscard]] EvtSrv::internal::PayloadReader reader(Slice slice) const;
-  void drop();
   static bool readPlace(EvtSrv::internal::PayloadReader& in, EvtSrv::internal::LivePagePlace& place,
                         std::uint64_t& epoch);
   void addAbove(ChainView chain);
@@ -111,11 +97,6 @@ class HeldAnswers {
   std::uint32_t last_ = 0;            ///< the part that was asked about last
   std::size_t told_ = 0;              ///< how many parts the excerpt tells of
   std::size_t asked_ = 0;             ///< how many of them were asked for
-
-  bool noted_ = false;  ///< whether there has been an update
-  std::vector<ModelPartId> notedChain_;
-  std::vector<std::uint8_t> notedBytes_;
-  EvtSrv::internal::ByteOrder notedOrder_ = EvtSrv::internal::nativeOrder;
 };
 
 }  // namespace ModelSrv::internal

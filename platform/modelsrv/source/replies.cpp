@@ -95,7 +95,7 @@ void encodeUpdate(const ModelPart& part, ModelPartIndex index, std::vector<std::
   writer.u16(index);
 }
 
-bool takeUpdate(PayloadReader& payload, Update& update) {
+bool decodeUpdate(PayloadReader payload, Update& update) {
   std::vector<ModelPartId> chain;
   while (true) {
     const ModelPartId id = payload.u16();
@@ -106,18 +106,10 @@ bool takeUpdate(PayloadReader& payload, Update& update) {
     chain.push_back(id);
   }
   const ModelPartIndex index = payload.u16();
-  if (!payload.ok() || chain.size() > ModelDepth_Max)
+  if (!payload.ok() || payload.left() != 0 || chain.size() > ModelDepth_Max)
     return false;
   update.chain = std::move(chain);
   update.index = index;
-  return true;
-}
-
-bool decodeUpdate(PayloadReader payload, Update& update) {
-  Update taken;
-  if (!takeUpdate(payload, taken) || payload.left() != 0)
-    return false;
-  update = std::move(taken);
   return true;
 }
 

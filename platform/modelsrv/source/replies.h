@@ -57,11 +57,6 @@ struct Update {
 /// of its end, the index.
 void encodeUpdate(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& payload);
 
-/// Reads an update and stands behind it then; false, and `update` is left alone, where
-/// it is cut or has no end.
-[[nodiscard]] bool takeUpdate(EvtSrv::internal::PayloadReader& payload, Update& update);
-
-/// The same of a payload that holds nothing else.
 [[nodiscard]] bool decodeUpdate(EvtSrv::internal::PayloadReader payload, Update& update);
 
 }  // namespace ModelSrv::internal

@@ -132,23 +132,8 @@ ModelRes TreeSession::excerpt(ModelPart& part, unsigned parts, std::vector<std::
   const EvtSrv::internal::LivePage* page = share_->tellings.begin();
   if (page == nullptr)
     return ModelRes_DoNothing;
-  answersWithUpdates_ = (parts & excerptsWithUpdates) != 0;
-  const unsigned most = std::max(parts & ~unsigned{excerptsWithUpdates}, 1U);
-  share_->excerpts.write(share_->root, part, most, *page, reply);
+  share_->excerpts.write(share_->root, part, std::max(parts, 1U), *page, reply);
   return ModelRes_Success;
-}
-
-void TreeSession::appendAnswers(ModelPart& part, std::vector<std::uint8_t>& payload) {
-  const EvtSrv::internal::LivePage* page = share_->tellings.begin();
-  if (page == nullptr)
-    return;
-  const std::size_t before = payload.size();
-  share_->excerpts.write(share_->root, part, 1, *page, payload);
-  if (payload.size() - before > longestUpdateExcerpt) {
-    payload.resize(before);
-    // Writing in vain once more is for whoever asks once more.
-    answersWithUpdates_ = false;
-  }
 }
 
 ModelRes TreeSession::subscribe(ModelPart& part, ModelPartIndex index) {
@@ -166,8 +151,6 @@ bool TreeSession::takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payl
     return false;
   type = ModelRoot::EvtTyp_Model_Update;
   encodeUpdate(*part, index, payload);
-  if (answersWithUpdates_)
-    appendAnswers(*part, payload);
   return true;
 }
 

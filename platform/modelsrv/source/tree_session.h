@@ -43,12 +43,9 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes save(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& reply);
   ModelRes excerpt(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply);
   ModelRes subscribe(ModelPart& part, ModelPartIndex index);
-  /// Tells with its update what a client is about to ask of `part`.
-  void appendAnswers(ModelPart& part, std::vector<std::uint8_t>& payload);
 
   std::shared_ptr<SessionShare> share_;
   SessionSubscriptions subscriptions_;
-  bool answersWithUpdates_ = false;  ///< what the client wished with its last excerpt
 };
 
 }  // namespace ModelSrv::internal

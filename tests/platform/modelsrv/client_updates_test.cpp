@@ -145,62 +145,6 @@ TEST_F(ClientUpdatesTest, LetTheirHandlerMakeRequests) {
   EXPECT_EQ(seen, "9");
 }
 
-/// What the handler of each update reads of the part that changed.
-class ReadUpdatesTest : public ClientUpdatesTest {
- protected:
-  void SetUp() override {
-    ASSERT_NO_FATAL_FAILURE(ClientUpdatesTest::SetUp());
-    client_.root.onEvent = [this] {
-      if (!client_.root.updates.empty())
-        seen_.push_back(client_.text(client_.root.updates.back().first));
-    };
-    ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
-    ASSERT_EQ(client_.subscribe(labelChain), ModelRes_Success);
-    ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
-    ASSERT_TRUE(await(1));
-    seen_.clear();
-  }
-
-  bool await(std::size_t count) {
-    return client_.pumpUntil([this, count] { return seen_.size() == count; });
-  }
-
-  std::vector<std::string> seen_;
-};
-
-TEST_F(ReadUpdatesTest, ComesAlongWithTheUpdate) {
-  // From now on the server answers nothing.
-  server_.pump.reset();
-  ASSERT_EQ(server_.speed.setValue(2), ModelRes_Success);
-  ASSERT_EQ(server_.label.setValue("three"), ModelRes_Success);
-  ASSERT_TRUE(await(2));
-  EXPECT_EQ(seen_, (std::vector<std::string>{"2", "three"}));
-}
-
-TEST_F(ReadUpdatesTest, IsNeverWhatALaterChangeHasOvertaken) {
-  ASSERT_EQ(server_.speed.setValue(2), ModelRes_Success);
-  ASSERT_EQ(server_.speed.setValue(3), ModelRes_Success);
-  ASSERT_TRUE(await(2));
-  EXPECT_EQ(seen_, (std::vector<std::string>{"3", "3"}));
-}
-
-TEST_F(ReadUpdatesTest, IsAskedForWhereItIsLong) {
-  for (const std::size_t length : {400U, 4'000U, 400'000U, 4U}) {
-    const std::string value(length, 'v');
-    ASSERT_EQ(server_.label.setValue(value), ModelRes_Success);
-    ASSERT_TRUE(await(1));
-    EXPECT_EQ(seen_.back(), value);
-    seen_.clear();
-  }
-}
-
-TEST_F(ReadUpdatesTest, IsNotTakenFromAServiceThatHasEnded) {
-  ASSERT_EQ(server_.speed.setValue(2), ModelRes_Success);
-  server_.root.stop(true);
-  ASSERT_TRUE(await(1));
-  EXPECT_EQ(seen_, (std::vector<std::string>{"?"}));
-}
-
 TEST_F(ClientUpdatesTest, LetTheirHandlerStopAndConnectAgain) {
   bool restarted = false;
   client_.root.onEvent = [&] {

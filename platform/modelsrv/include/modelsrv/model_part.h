@@ -168,8 +168,7 @@ class KRV_EXPORT ModelPart {
   /// answer stays the same until the part itself has called `aboutToChange` (what
   /// children a node has is looked after by `add` and `remove`). Clients may
   /// then be told more than they asked for and keep it meanwhile. A class that
-  /// answers for a value of its own and says yes must make that call, and is asked
-  /// from inside `notifySubscribers` too.
+  /// answers for a value of its own and says yes must make that call.
   [[nodiscard]] virtual bool tellsChanges() const { return false; }
 
   /// What clients were told of this part is no longer true after the change that
