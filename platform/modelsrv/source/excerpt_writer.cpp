@@ -190,7 +190,9 @@ void ExcerptWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply)
 
 bool ExcerptWriter::writePlainPart(const ModelPart& part, std::vector<std::uint8_t>& reply) {
   text_.assign(PlainPart::text, '\0');
-  if (PartAccess::appendText(part, text_, ModelPartIndex_All) != ModelRes_Success)
+  // A class that does not append but assigns has taken the room away.
+  if (PartAccess::appendText(part, text_, ModelPartIndex_All) != ModelRes_Success ||
+      text_.size() < PlainPart::text)
     return false;
   const std::size_t length = text_.size() - PlainPart::text;
   const bool fits = text_.size() - PlainPart::valueSection <= longestSection;
