@@ -172,7 +172,8 @@ void TreeScope::readText(const IdChain& chain, std::string& text, std::uint16_t 
   // Making a stream takes longer than reading a value.
   valueStream_.clear();
   valueStream_.str({});
-  if (!connected() || target(chain)->save(valueStream_, index) != ModelSrv::ModelRes_Success) {
+  if (!connected() || target(chain)->save(valueStream_, index) != ModelSrv::ModelRes_Success ||
+      valueStream_.fail()) {
     return;
   }
   constexpr std::size_t shortText = 4096;
