@@ -112,11 +112,11 @@ class System {
 /// know pwritev2(2), and so would not see that what one thread did before a write comes
 /// before what another does after it has read that.
 #if defined(__SANITIZE_THREAD__)
-constexpr bool asksForNoSignal = false;
+inline constexpr bool asksForNoSignal = false;
 #elif defined(__has_feature)
-constexpr bool asksForNoSignal = !__has_feature(thread_sanitizer);
+inline constexpr bool asksForNoSignal = !__has_feature(thread_sanitizer);
 #else
-constexpr bool asksForNoSignal = true;
+inline constexpr bool asksForNoSignal = true;
 #endif
 
 /// The system itself.
