@@ -41,7 +41,8 @@ std::list<Work> measureAll(const bench::peers::Directory& directory) {
       updates.push_back(bench::peers::updateLatency(peers));
       updates.push_back(bench::peers::answeredStores(peers));
       updates.push_back(bench::peers::streams(peers));
-      memory.push_back(bench::peers::clientMemory(peers, shape));
+      memory.push_back(bench::peers::memoryForOne(peers, shape));
+      memory.push_back(bench::peers::memoryForAll(peers, shape));
     }
     servers.take(peers, shape);
   }

@@ -32,6 +32,11 @@ Row bare(const Task& task) {
   return {"bare", task.how, [task] { return run(task); }, manyRuns};
 }
 
+Row memory(const std::string& who, const Task& task) {
+  return {who, task.how,
+          [task] { return static_cast<double>(runForMemory(task.words).peakBytes) / 1024; }, 5};
+}
+
 /// Milliseconds in which a process takes that many bytes from another one's pipe.
 double carry(std::size_t bytes) {
   std::array<int, 2> ends{};
@@ -130,21 +135,26 @@ Work listAll(const Peers& peers, const Shape& shape) {
   return work;
 }
 
-Work clientMemory(const Peers& peers, const Shape& shape) {
-  Work work{"client memory",
-            "Peak memory of a client, " + withCommas(shape.total()) + " values served", "KiB"};
-  const auto add = [&work](const std::string& who, const Task& task) {
-    work.rows.push_back(
-        {who, task.how,
-         [task] { return static_cast<double>(runForMemory(task.words).peakBytes) / 1024; }, 5});
-  };
-  add("bare", oneLine());
+Work memoryForOne(const Peers& peers, const Shape& shape) {
+  Work work{
+      "client memory",
+      "Peak memory of a client that reads one value, " + withCommas(shape.total()) + " served",
+      "KiB"};
+  work.rows.push_back(memory("bare", oneLine()));
   for (const auto& peer : peers) {
-    add(peer->name(), peer->read());
+    work.rows.push_back(memory(peer->name(), peer->read()));
   }
+  measure(work, mostSeconds);
+  return work;
+}
+
+Work memoryForAll(const Peers& peers, const Shape& shape) {
+  Work work{"client memory, all",
+            "Peak memory of a client that lists all of " + withCommas(shape.total()) + " values",
+            "KiB"};
   for (const auto& peer : peers) {
     for (const Task& task : peer->list()) {
-      add(peer->name(), task);
+      work.rows.push_back(memory(peer->name(), task));
     }
   }
   measure(work, mostSeconds);

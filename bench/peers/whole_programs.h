@@ -21,8 +21,10 @@ Work writeOne(const Peers& peers);
 /// All values printed with their names.
 Work listAll(const Peers& peers, const Shape& shape);
 
-/// The most memory that those programs take, in KiB.
-Work clientMemory(const Peers& peers, const Shape& shape);
+/// The most memory that those programs take, in KiB: for one value printed, and for
+/// all of them.
+Work memoryForOne(const Peers& peers, const Shape& shape);
+Work memoryForAll(const Peers& peers, const Shape& shape);
 
 /// What the servers take.
 class ServerMemory {
