@@ -73,6 +73,24 @@ void CountingChild::await(unsigned long count) const {
   }
 }
 
+Clock::time_point CountingChild::awaitQuiet() const {
+  const Clock::time_point begin = Clock::now();
+  Clock::time_point last = begin;
+  unsigned long seen = count_->load();
+  while (secondsSince(last) < 0.02) {
+    if (secondsSince(begin) > 20) {
+      throw std::runtime_error("updates do not end");
+    }
+    ::poll(nullptr, 0, 1);
+    const unsigned long now = count_->load();
+    if (now != seen) {
+      seen = now;
+      last = Clock::now();
+    }
+  }
+  return last;
+}
+
 double arrivalRate(const CountingChild& subscriber, unsigned long number,
                    const std::function<void()>& send) {
   const unsigned long before = subscriber.count();

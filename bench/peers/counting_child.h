@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -27,6 +28,10 @@ class CountingChild {
   /// Waits until that many have arrived in all; throws where they do not within
   /// 20 seconds.
   void await(unsigned long count) const;
+
+  /// Waits until nothing has arrived for 20 milliseconds; returns when the last was
+  /// seen to arrive, to a millisecond. Throws where it goes on for 20 seconds.
+  [[nodiscard]] std::chrono::steady_clock::time_point awaitQuiet() const;
 
  private:
   Count* count_;

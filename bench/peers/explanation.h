@@ -21,11 +21,16 @@ better, with rates more.
   output has come through a pipe. The shell writes the path of a changed value; of redis-cli and
   mosquitto_sub it is the value, and of D-Bus a client of sd-bus prints both.
 - Rates: an update of treescope says which part changed, and who wants the value asks for it, so changes
-  of one part that a subscriber has not taken yet are one update. What is counted is what arrived. In
-  the row of answered stores the subscriber asks for each value, as the messages of the peers hold it;
-  there are 1,000 parts, stored in turn. The stream is that of a server that changes its own parts up to
-  a million times a second; Redis and Mosquitto are streamed to by a client in packets of 1,000 messages,
-  and their subscribers do no more than count bytes. D-Bus drops nothing, its limits being lifted.
+  of one part that a subscriber has not taken yet are one update. What is counted is what arrived; none
+  that was under way before a sample, and in the rows of answered stores all that its stores led to. Its
+  two rows are two figures of the same runs. There the subscriber asks for each value, as the messages of
+  the peers hold it; there are 1,000 parts, stored in turn.
+- The stream of treescope is that of a server of its own that changes its parts up to a million times a
+  second, and runs during our samples only. A subscriber that keeps up shows how fast that server makes
+  changes, not how many it could take: its figure has that limit, and the 5 ms that are left to changes
+  from before a sample, of 505 ms, are counted as its time. Redis and Mosquitto are streamed to by a client in
+  packets of 1,000 messages, and their subscribers do no more than count bytes; D-Bus drops nothing, its
+  limits being lifted.
 - Memory of a client is the peak of its resident set, that of a server the same, over all its processes.
 )";
 

@@ -11,6 +11,13 @@ namespace bench::peers {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
+/// So many in that time, in thousands a second.
+double thousands(unsigned long count, Clock::duration time) {
+  return static_cast<double>(count) / std::chrono::duration<double>(time).count() / 1e3;
+}
+
 /// A server whose values change a million times a second, as far as it can.
 class ChangingServer {
  public:
@@ -95,41 +102,49 @@ std::shared_ptr<CountingChild> subscribe(const std::string& server, const Shape&
 std::vector<Rate> Own::answeredStores() {
   auto subscriber = subscribe(name_, Shape{1}, true);
   auto client = std::make_shared<OwnClient>(name_, Shape{1});
-  auto round = std::make_shared<int>(0);
-  const auto run = [subscriber, client, round](bool arrivals) {
+  auto arrivedRate = std::make_shared<double>(0);
+  const auto run = [subscriber, client, arrivedRate, round = 0]() mutable {
     constexpr unsigned long stores = 20'000;
+    static_cast<void>(subscriber->awaitQuiet());
     const unsigned long before = subscriber->count();
+    const Clock::time_point begin = Clock::now();
     const double rate = repetitionRate(stores, [&](unsigned long i) {
       // Another value for each part, each time round.
-      *round += i % Shape::valuesPerGroup == 0 ? 1 : 0;
-      client->store(i, *round);
+      round += i % Shape::valuesPerGroup == 0 ? 1 : 0;
+      client->store(i, round);
     });
-    const auto arrived = static_cast<double>(subscriber->count() - before);
-    return arrivals ? rate * arrived / static_cast<double>(stores) : rate;
+    const Clock::time_point last = subscriber->awaitQuiet();
+    *arrivedRate = thousands(subscriber->count() - before, last - begin);
+    return rate;
   };
-  return {{"stores in 1,000 parts, with such a client", [run] { return run(false); }},
-          {"the updates of such stores that arrive, with values", [run] { return run(true); }}};
+  return {{"stores in 1,000 parts, with such a client", run,
+           "the updates of the same stores that arrive, with values",
+           [arrivedRate] { return *arrivedRate; }}};
+}
+
+/// Updates of a server that makes as many as it can, and runs for no longer.
+double streamRate(bool values) {
+  constexpr int settlingMilliseconds = 100;
+  constexpr int arrivingMilliseconds = 5;
+  constexpr int countedMilliseconds = 500;
+  const ChangingServer server;
+  const auto subscriber = subscribe(server.name(), Shape{10}, values);
+  // What has gathered while it subscribed.
+  subscriber->await(1);
+  ::poll(nullptr, 0, settlingMilliseconds);
+  // What was changed before the time is taken arrives before the count is.
+  const Clock::time_point begin = Clock::now();
+  ::poll(nullptr, 0, arrivingMilliseconds);
+  const unsigned long before = subscriber->count();
+  ::poll(nullptr, 0, countedMilliseconds);
+  const unsigned long after = subscriber->count();
+  return thousands(after - before, Clock::now() - begin);
 }
 
 std::vector<Rate> Own::streams() {
-  std::vector<Rate> rates;
-  auto server = std::make_shared<ChangingServer>();
-  for (const bool values : {false, true}) {
-    rates.push_back({values ? "changes of 10,000 parts, a client that asks for the values"
-                            : "changes of 10,000 parts, a client that counts them",
-                     [server, values] {
-                       const auto subscriber = subscribe(server->name(), Shape{10}, values);
-                       subscriber->await(1);
-                       const unsigned long before = subscriber->count();
-                       const auto begin = std::chrono::steady_clock::now();
-                       ::poll(nullptr, 0, 300);
-                       const auto count = static_cast<double>(subscriber->count() - before);
-                       const std::chrono::duration<double> passed =
-                           std::chrono::steady_clock::now() - begin;
-                       return count / passed.count() / 1e3;
-                     }});
-  }
-  return rates;
+  return {{"at most 1,000 thousand/s of 10,000 parts are made; a client that counts",
+           [] { return streamRate(false); }},
+          {"the same, a client that asks for the values", [] { return streamRate(true); }}};
 }
 
 }  // namespace

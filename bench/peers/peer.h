@@ -51,6 +51,9 @@ struct Watcher {
 struct Rate {
   std::string how;
   std::function<double()> measure;
+  /// What else the same run told; asked for after each, where there is something.
+  std::string alsoHow = {};
+  std::function<double()> also = nullptr;
 };
 
 struct Servers {

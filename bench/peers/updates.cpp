@@ -55,6 +55,18 @@ Row without(const Peer& peer) {
   return {peer.name(), "", nullptr, 0, {}, peer.whyNoUpdates()};
 }
 
+void addRows(Work& work, const std::string& who, const Rate& rate) {
+  Row& row = work.rows.emplace_back(Row{who, rate.how, rate.measure, 10});
+  if (rate.also != nullptr) {
+    Row& other = work.rows.emplace_back(Row{who, rate.alsoHow, nullptr});
+    row.measure = [rate, &samples = other.samples] {
+      const double first = rate.measure();
+      samples.push_back(rate.also());
+      return first;
+    };
+  }
+}
+
 Work rates(const std::string& key, const std::string& title, const Peers& peers,
            std::vector<Rate> (Peer::*ofPeer)()) {
   Work work{key, title, "thousand/s"};
@@ -63,7 +75,7 @@ Work rates(const std::string& key, const std::string& title, const Peers& peers,
       work.rows.push_back(without(*peer));
     }
     for (const Rate& rate : (peer.get()->*ofPeer)()) {
-      work.rows.push_back({peer->name(), rate.how, rate.measure, 10});
+      addRows(work, peer->name(), rate);
     }
   }
   measure(work, mostSeconds);
