@@ -46,11 +46,11 @@ int openPipe(const char* purpose) {
 
 }  // namespace
 
-BarePipes::BarePipes(unsigned processor)
+BarePipes::BarePipes(std::optional<unsigned> processor)
     : requests_(openPipe("-requests")), replies_(openPipe("-replies")) {
   server_ = std::make_unique<Child>([this, processor] {
-    const bool pinned = pinTo(processor);
-    while (pinned && receive(requests_, requestSize) && send(replies_, replySize)) {
+    const bool placed = !processor.has_value() || pinTo(*processor);
+    while (placed && receive(requests_, requestSize) && send(replies_, replySize)) {
     }
   });
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 
 #include "bench/served_tree.h"
 
@@ -12,9 +13,9 @@ namespace bench {
 /// reply.
 class BarePipes {
  public:
-  /// The other process is bound to `processor` (see `pinTo`). Throws
-  /// `std::runtime_error` where there is none.
-  explicit BarePipes(unsigned processor);
+  /// The other process is bound to `processor` (see `pinTo`), where one is given.
+  /// Throws `std::runtime_error` where there can be none.
+  explicit BarePipes(std::optional<unsigned> processor);
   ~BarePipes();
   BarePipes(const BarePipes&) = delete;
   BarePipes& operator=(const BarePipes&) = delete;

@@ -13,6 +13,8 @@ better, with rates more.
 
 - One value is read and written by whole processes while 10,000 are served. What was stored last must be
   found afterwards.
+- The bare program is linked as a compiler does it unasked, and loads the C++ library at each start;
+  treescope and modelsrvd hold that library within. The row below it is the same program linked as they are.
 - The lists go into a file in memory, and must have as many lines as there are values. Redis keeps the
   values in one hash, which has no tree; busctl prints no lines, and nobody would read it so: the client
   of sd-bus beside it was written for this table, as were the services of D-Bus and of net-snmp (asked by

@@ -42,9 +42,8 @@ class Snmp : public Peer {
   }
 
   [[nodiscard]] std::string whyNoUpdates() const override {
-    return "net-snmp tells of changes by traps, which an agent has to be configured to send for "
-           "each "
-           "kind of value; nobody subscribes to a value.";
+    return "net-snmp tells of changes by traps, which snmpd has to be configured to send for "
+           "each kind of value; nobody subscribes to a value.";
   }
 
  private:

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <utility>
 
 namespace bench::peers {
@@ -53,7 +54,9 @@ std::string valueIn(const char* file, const std::string& key, char separator) {
 
 std::string machine() {
   utsname system{};
-  ::uname(&system);
+  if (::uname(&system) != 0) {
+    throw std::runtime_error("uname");
+  }
   // What follows a hyphen names who built it.
   const std::string release(system.release);
   return std::to_string(::sysconf(_SC_NPROCESSORS_ONLN)) + " processors (" +

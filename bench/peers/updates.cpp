@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 #include "bench/bare_pipes.h"
@@ -22,7 +23,7 @@ double microsecondsSince(Clock::time_point begin) {
 }
 
 Row roundTrips() {
-  auto pipes = std::make_shared<BarePipes>(1);
+  auto pipes = std::make_shared<BarePipes>(std::nullopt);
   return {"bare", "a round trip over two named pipes",
           [pipes] {
             const Clock::time_point begin = Clock::now();

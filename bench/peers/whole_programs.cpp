@@ -24,12 +24,16 @@ double run(const Task& task) {
   return ended.seconds * 1e3;
 }
 
-Task oneLine() {
-  return {"a C++ program that prints one line", {ONE_LINE_PROGRAM}, 1};
+/// The least of programs: as a compiler links it unasked, and as ours are linked.
+std::vector<Task> oneLine() {
+  return {{"a C++ program that prints one line", {ONE_LINE_PROGRAM}, 1},
+          {"the same program, linked as treescope is", {ONE_LINE_PROGRAM_LINKED_ALIKE}, 1}};
 }
 
-Row bare(const Task& task) {
-  return {"bare", task.how, [task] { return run(task); }, manyRuns};
+void addBare(Work& work) {
+  for (const Task& task : oneLine()) {
+    work.rows.push_back({"bare", task.how, [task] { return run(task); }, manyRuns});
+  }
 }
 
 Row memory(const std::string& who, const Task& task) {
@@ -89,7 +93,7 @@ Peers serveAll(const Directory& directory, const Shape& shape) {
 
 Work readOne(const Peers& peers) {
   Work work{"read", "One value read, a whole process", "ms"};
-  work.rows.push_back(bare(oneLine()));
+  addBare(work);
   for (const auto& peer : peers) {
     const Task task = peer->read();
     work.rows.push_back({peer->name(), task.how, [task] { return run(task); }, manyRuns});
@@ -100,7 +104,7 @@ Work readOne(const Peers& peers) {
 
 Work writeOne(const Peers& peers) {
   Work work{"write", "One value written, a whole process", "ms"};
-  work.rows.push_back(bare(oneLine()));
+  addBare(work);
   std::vector<int> last(peers.size(), 1'000'000);
   for (std::size_t i = 0; i < peers.size(); ++i) {
     const Peer& peer = *peers[i];
@@ -122,7 +126,7 @@ Work listAll(const Peers& peers, const Shape& shape) {
             "All of " + withCommas(shape.total()) + " values with their names", "ms"};
   const Task ours = peers.front()->list().front();
   const std::size_t bytes = runToEnd(ours.words).bytes;
-  work.rows.push_back(bare(oneLine()));
+  addBare(work);
   work.rows.push_back({"bare", withCommas(bytes) + " bytes through a pipe, as many as of ls -lr",
                        [bytes] { return carry(bytes); }, manyRuns});
   for (const auto& peer : peers) {
@@ -140,7 +144,9 @@ Work memoryForOne(const Peers& peers, const Shape& shape) {
       "client memory",
       "Peak memory of a client that reads one value, " + withCommas(shape.total()) + " served",
       "KiB"};
-  work.rows.push_back(memory("bare", oneLine()));
+  for (const Task& task : oneLine()) {
+    work.rows.push_back(memory("bare", task));
+  }
   for (const auto& peer : peers) {
     work.rows.push_back(memory(peer->name(), peer->read()));
   }
