@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -63,12 +64,21 @@ void serve(const std::string& name, int ready) {
 
 }  // namespace
 
-Child::Child(const std::function<void()>& body) : pid_(::fork()) {
+bool endWith(pid_t parent) {
+  // The parent may have ended before the system knew whom to tell.
+  return ::prctl(PR_SET_PDEATHSIG, SIGTERM) == 0 && ::getppid() == parent;
+}
+
+Child::Child(const std::function<void()>& body) {
+  const pid_t parent = ::getpid();
+  pid_ = ::fork();
   if (pid_ < 0) {
     throw std::runtime_error("fork");
   }
   if (pid_ == 0) {
-    body();
+    if (endWith(parent)) {
+      body();
+    }
     ::_exit(0);
   }
 }

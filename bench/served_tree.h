@@ -11,8 +11,13 @@
 /// Processes that benchmarks talk with.
 namespace bench {
 
+/// Has the system end the calling process with SIGTERM when `parent`, the process that
+/// has started it, ends (prctl(2), PR_SET_PDEATHSIG). False where that has ended already,
+/// or the system refuses.
+[[nodiscard]] bool endWith(pid_t parent);
+
 /// A child process that runs one function; ended with SIGTERM and reaped at
-/// destruction.
+/// destruction, and ended where the thread that made it ends before.
 class Child {
  public:
   explicit Child(const std::function<void()>& body);
@@ -23,7 +28,7 @@ class Child {
   [[nodiscard]] pid_t pid() const { return pid_; }
 
  private:
-  pid_t pid_;
+  pid_t pid_ = -1;
 };
 
 /// A server process of this system's, bound to a processor (see `pinTo`): part 1 "speed" (int32)

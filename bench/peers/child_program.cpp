@@ -2,9 +2,8 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sched.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -104,15 +103,29 @@ void checkStatus(bool waited, int status, const Words& words, const Ended& ended
   }
 }
 
+/// What a new process needs to become a program.
+struct Start {
+  char* const* arguments;
+  int output;
+  pid_t parent;
+};
+
+int become(void* what) {
+  const auto& start = *static_cast<const Start*>(what);
+  if (endWith(start.parent) && ::dup2(start.output, STDOUT_FILENO) == STDOUT_FILENO) {
+    ::execv(start.arguments[0], start.arguments);
+  }
+  ::_exit(127);
+}
+
+/// Starts a program as posix_spawn(3) does, sharing this process's memory until it
+/// has been loaded, but ended with this process.
 pid_t spawn(const Arguments& arguments, int output) {
-  posix_spawn_file_actions_t files;
-  pid_t pid = -1;
-  const bool started =
-      posix_spawn_file_actions_init(&files) == 0 &&
-      posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO) == 0 &&
-      posix_spawn(&pid, arguments.get()[0], &files, nullptr, arguments.get(), environ) == 0;
-  posix_spawn_file_actions_destroy(&files);
-  if (!started) {
+  Start start{arguments.get(), output, ::getpid()};
+  alignas(16) std::array<char, 65536> stack;
+  const pid_t pid =
+      ::clone(become, stack.data() + stack.size(), CLONE_VM | CLONE_VFORK | SIGCHLD, &start);
+  if (pid < 0) {
     throw std::runtime_error(std::string("cannot start ") + arguments.get()[0]);
   }
   return pid;
@@ -136,10 +149,11 @@ Ended runToEnd(const Words& words) {
 Ended runForMemory(const Words& words) {
   const Output output;
   const Arguments arguments(words);
-  // Not posix_spawn: the child would begin with this process's memory as its peak.
+  // Not spawn: the child would begin with this process's memory as its peak.
+  const pid_t parent = ::getpid();
   const pid_t pid = ::fork();
   if (pid == 0) {
-    if (::dup2(output.file(), STDOUT_FILENO) == STDOUT_FILENO) {
+    if (endWith(parent) && ::dup2(output.file(), STDOUT_FILENO) == STDOUT_FILENO) {
       ::execv(arguments.get()[0], arguments.get());
     }
     ::_exit(127);
@@ -177,9 +191,7 @@ Running::Running(const Words& words, Input input) {
   output_ = written.reading;
   const Arguments arguments(words);
   child_ = std::make_unique<Child>([&] {
-    // Whatever becomes of this program, nothing of it is left running.
-    if (::prctl(PR_SET_PDEATHSIG, SIGTERM) == 0 &&
-        ::dup2(typed.reading, STDIN_FILENO) == STDIN_FILENO &&
+    if (::dup2(typed.reading, STDIN_FILENO) == STDIN_FILENO &&
         ::dup2(written.writing, STDOUT_FILENO) == STDOUT_FILENO &&
         ::dup2(written.writing, STDERR_FILENO) == STDERR_FILENO) {
       ::execv(arguments.get()[0], arguments.get());

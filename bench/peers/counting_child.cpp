@@ -3,12 +3,10 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <array>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -37,13 +35,11 @@ CountingChild::CountingChild(
   count_ = new (page) Count(0);
   child_ = std::make_unique<Child>([&] {
     try {
-      if (::prctl(PR_SET_PDEATHSIG, SIGTERM) == 0) {
-        body(*count_, [&ends] {
-          if (::write(ends[1], "r", 1) != 1) {
-            throw std::runtime_error("nobody waits for the subscriber");
-          }
-        });
-      }
+      body(*count_, [&ends] {
+        if (::write(ends[1], "r", 1) != 1) {
+          throw std::runtime_error("nobody waits for the subscriber");
+        }
+      });
     } catch (const std::exception& error) {
       // Nothing of the parent's may be taken down by this process.
       std::fprintf(stderr, "a subscriber: %s\n", error.what());

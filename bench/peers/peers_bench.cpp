@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bench/peers/explanation.h"
+#include "bench/peers/supervisor.h"
 #include "bench/peers/targets.h"
 #include "bench/peers/updates.h"
 #include "bench/peers/whole_programs.h"
@@ -53,6 +54,21 @@ std::list<Work> measureAll(const bench::peers::Directory& directory) {
   return works;
 }
 
+int writePage(const bench::peers::Directory& directory, const char* fileName) {
+  try {
+    const std::list<Work> works = measureAll(directory);
+    const std::string page =
+        bench::peers::page(works, bench::peers::judge(works), bench::peers::explanation);
+    std::fputs(page.c_str(), stdout);
+    std::ofstream file(fileName, std::ios::trunc);
+    file << page;
+    return file.flush() ? 0 : 1;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "peers_bench: %s\n", error.what());
+    return 1;
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -60,14 +76,9 @@ int main(int argc, char** argv) {
     if (argc != 2) {
       throw std::runtime_error("usage: peers_bench FILE");
     }
+    // Goes when all that works in it has ended.
     const bench::peers::Directory directory;
-    const std::list<Work> works = measureAll(directory);
-    const std::string page =
-        bench::peers::page(works, bench::peers::judge(works), bench::peers::explanation);
-    std::fputs(page.c_str(), stdout);
-    std::ofstream file(argv[1], std::ios::trunc);
-    file << page;
-    return file.flush() ? 0 : 1;
+    return bench::peers::supervise([&] { return writePage(directory, argv[1]); });
   } catch (const std::exception& error) {
     std::fprintf(stderr, "peers_bench: %s\n", error.what());
     return 1;
