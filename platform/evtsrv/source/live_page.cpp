@@ -144,10 +144,18 @@ bool LivePage::holdOwner() {
 }
 
 void LivePage::advance() {
+  count(1);
+}
+
+void LivePage::advanceEra() {
+  count(std::uint64_t{1} << eraShift);
+}
+
+void LivePage::count(std::uint64_t epochs) {
   // Nothing that the caller does next may be seen before this is. Counted in the
   // page, so that it never goes back: a child that this process has forked may have
   // gone on counting in it.
-  epoch_ = content_->epoch.fetch_add(1, std::memory_order_seq_cst) + 1;
+  epoch_ = content_->epoch.fetch_add(epochs, std::memory_order_seq_cst) + epochs;
 }
 
 bool LivePageView::open(const LivePagePlace& place) {
@@ -183,6 +191,12 @@ void LivePageView::close() {
 
 bool LivePageView::shows(std::uint64_t epoch) const {
   return content_ != nullptr && content_->epoch.load(std::memory_order_seq_cst) == epoch && lives();
+}
+
+bool LivePageView::showsEraOf(std::uint64_t epoch) const {
+  return content_ != nullptr &&
+         content_->epoch.load(std::memory_order_seq_cst) >> eraShift == epoch >> eraShift &&
+         lives();
 }
 
 bool LivePageView::lives() const {

@@ -12,6 +12,10 @@
 /// often it has taken back what it told them. Looking there costs a client two
 /// loads and no system call. The layout is written down in platform/PROTOCOL.md.
 ///
+/// The count is called the epoch. Its upper bits count alone what was taken back of
+/// the shape of things, so that what was told of it outlasts changes of values: an
+/// era is all epochs with the same upper bits.
+///
 /// The page is a sealed memfd (memfd_create(2)): it cannot shrink below a mapping,
 /// and only the mapping that its maker has can change it, so that neither side can
 /// harm the other through it. That its maker dies is written into the page by the
@@ -30,6 +34,9 @@ struct LivePagePlace {
 
   bool operator==(const LivePagePlace&) const = default;
 };
+
+/// By how many bits an epoch is shifted to give its era.
+inline constexpr unsigned eraShift = 20;
 
 struct LivePageContent;
 
@@ -55,12 +62,16 @@ class LivePage {
   [[nodiscard]] const LivePagePlace& place() const { return place_; }
   [[nodiscard]] std::uint64_t epoch() const { return epoch_; }
 
-  /// Begins another epoch; every look from now on sees it.
+  /// Begins another epoch; every look from now on sees it. It is one of the same era,
+  /// save one in a million.
   void advance();
+  /// Begins another era, and with it another epoch.
+  void advanceEra();
 
  private:
   EvtRes make();
   bool holdOwner();
+  void count(std::uint64_t epochs);
 
   System& system_;
   FileDescriptor descriptor_;
@@ -89,6 +100,8 @@ class LivePageView {
 
   /// Whether the server lives and serves, and its epoch is still `epoch`.
   [[nodiscard]] bool shows(std::uint64_t epoch) const;
+  /// Whether it lives and serves, and its era is still that of `epoch`.
+  [[nodiscard]] bool showsEraOf(std::uint64_t epoch) const;
   /// Whether it lives and serves. Once it does not, it never will again.
   [[nodiscard]] bool lives() const;
 

@@ -90,7 +90,7 @@ ModelRes ArrayPart<T>::setValue(ModelPartIndex index, T value) {
     return ModelRes_NoSuchIndex;
   if (internal::isSameValue<T>(values_[index], value))
     return ModelRes_Success;
-  aboutToChange();
+  aboutToChangeValue();
   values_[index] = std::move(value);
   notifySubscribers(index);
   return ModelRes_Success;
@@ -107,7 +107,7 @@ ModelRes ArrayPart<T>::setValues(const std::vector<T>& values) {
   ChangedElements changed;
   for (std::size_t i = 0; i < values.size(); ++i) {
     if (!internal::isSameValue<T>(values_[i], values[i])) {
-      aboutToChange();
+      aboutToChangeValue();
       values_[i] = values[i];
       changed.add(i);
     }
@@ -186,7 +186,7 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
         result != ModelRes_Success)
       return result;
     if (!internal::isSameValue<T>(values_[i], parsed)) {
-      aboutToChange();
+      aboutToChangeValue();
       values_[i] = parsed;
       changed.add(i);
     }

@@ -100,9 +100,10 @@ ModelRes ClientSide::request(const Request& request, Reply& reply) {
   return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : fromPort(result);
 }
 
-ModelRes ClientSide::look(ChainView chain, const HeldAnswers::Part*& part) {
+ModelRes ClientSide::look(ChainView chain, HeldAnswers::Wanted wanted,
+                          const HeldAnswers::Part*& part) {
   // Where the connection is known to be lost, a request has to make it good again.
-  part = port_.isOpen() ? held_.find(chain) : nullptr;
+  part = port_.isOpen() ? held_.find(chain, wanted) : nullptr;
   if (part != nullptr || !excerptsWanted_)
     return ModelRes_Success;
   Reply reply;
@@ -126,7 +127,7 @@ ModelRes ClientSide::ask(Operation operation, ChainView chain, Reply& reply, Mod
 
 ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::other, part);
   if (result != ModelRes_Success || (part != nullptr && held_.childIds(*part, ids)))
     return result;
   Reply reply;
@@ -138,7 +139,7 @@ ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
 
 ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::other, part);
   if (result != ModelRes_Success || (part != nullptr && held_.childNames(*part, names)))
     return result;
   Reply reply;
@@ -150,7 +151,7 @@ ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names
 
 ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::other, part);
   if (result != ModelRes_Success || (part != nullptr && held_.elementSum(*part, sum)))
     return result;
   Reply reply;
@@ -162,7 +163,7 @@ ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
 
 ModelRes ClientSide::elementNames(ChainView chain, std::vector<std::string>& names) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::other, part);
   if (result != ModelRes_Success || (part != nullptr && held_.elementNames(*part, names)))
     return result;
   Reply reply;
@@ -174,7 +175,7 @@ ModelRes ClientSide::elementNames(ChainView chain, std::vector<std::string>& nam
 
 ModelRes ClientSide::save(ChainView chain, std::ostringstream& text, ModelPartIndex index) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::value, part);
   if (result != ModelRes_Success || (part != nullptr && held_.save(*part, index, text, result)))
     return result;
   Reply reply;

@@ -62,9 +62,9 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   EvtSrv::EvtRes renewSubscriptions();
   ModelRes cancel(ClientSubscriptions::Key key);
 
-  /// Has an excerpt that tells of the part at `chain`: `part` is then what it says,
-  /// or null where the server is to be asked for the one thing that is wanted.
-  ModelRes look(ChainView chain, const HeldAnswers::Part*& part);
+  /// Has an excerpt that tells of the part at `chain`: `part` is then what it says of
+  /// what is wanted, or null where the server is to be asked for the one thing.
+  ModelRes look(ChainView chain, HeldAnswers::Wanted wanted, const HeldAnswers::Part*& part);
   /// Asks for one thing about the part at `chain`.
   ModelRes ask(Operation operation, ChainView chain, EvtSrv::internal::Reply& reply,
                ModelPartIndex index = ModelPartIndex_All);

@@ -93,8 +93,8 @@ bool readPart(PayloadReader& in, HeldAnswers::Part& part) {
 
 }  // namespace
 
-const HeldAnswers::Part* HeldAnswers::find(ChainView chain) {
-  if (epoch_ == 0 || !page_.shows(epoch_))
+const HeldAnswers::Part* HeldAnswers::find(ChainView chain, Wanted wanted) {
+  if (epoch_ == 0 || !(wanted == Wanted::value ? page_.shows(epoch_) : page_.showsEraOf(epoch_)))
     return nullptr;
   // A listing asks about a part several times, then about the next one.
   if (!isAt(last_, chain)) {

@@ -18,7 +18,8 @@ namespace ModelSrv::internal {
 /// An excerpt of a server's tree in a client's hand, and whether it still holds.
 ///
 /// An excerpt holds as long as the server lives and has not taken back what it told
-/// (`LivePageView`); it is given up whole. With the client mutex held.
+/// (`LivePageView`): its values for an epoch, everything else for an era. With the
+/// client mutex held.
 class HeldAnswers {
  public:
   explicit HeldAnswers(EvtSrv::internal::System& system) : page_(system) {}
@@ -44,9 +45,12 @@ class HeldAnswers {
     Slice value = {};  ///< the texts, each behind its length
   };
 
-  /// What is held of the part at `chain`, null where nothing is or it does not
-  /// hold any more.
-  const Part* find(ChainView chain);
+  /// Which answers of a part are wanted.
+  enum class Wanted { value, other };
+
+  /// What is held of the part at `chain`, for an answer of that kind alone; null where
+  /// nothing is or it does not hold any more.
+  const Part* find(ChainView chain, Wanted wanted);
 
   /// How many parts to ask for with the next excerpt: few at first, more as those
   /// of the last one turned out to be wanted.

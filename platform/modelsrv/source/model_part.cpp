@@ -150,6 +150,14 @@ void ModelPart::notifySubscribers(ModelPartIndex index) {
     subscribers_->changed(index);
 }
 
+void ModelPart::aboutToChangeValue() {
+  if (toldMark_ == 0)
+    return;
+  // The mark stays: what was told of the part's shape holds on.
+  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
+    root->server_->takeBackValue(toldMark_);
+}
+
 void ModelPart::aboutToChange() {
   if (toldMark_ == 0)
     return;

@@ -32,6 +32,10 @@ std::unique_ptr<EvtSrv::internal::ServerSession> ServerSide::openSession(
   return std::make_unique<TreeSession>(share_, connection);
 }
 
+void ServerSide::takeBackValue(std::uint32_t mark) {
+  share_->tellings.takeBackValue(mark);
+}
+
 void ServerSide::takeBack(std::uint32_t mark) {
   share_->tellings.takeBack(mark);
 }

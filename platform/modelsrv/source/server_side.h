@@ -28,7 +28,9 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
   std::unique_ptr<EvtSrv::internal::ServerSession> openSession(
       EvtSrv::internal::ServerConnection& connection) override;
 
-  /// What was told of one part in the epoch of that mark is about to change.
+  /// The value of a part that was told of with that mark is about to change.
+  void takeBackValue(std::uint32_t mark);
+  /// Anything else of such a part is.
   void takeBack(std::uint32_t mark);
   /// The tree is about to get another shape.
   void takeBackAll();

@@ -4,6 +4,15 @@
 
 namespace ModelSrv::internal {
 
+namespace {
+
+/// What a mark says of the era.
+std::uint32_t eraOf(std::uint32_t mark) {
+  return mark >> EvtSrv::internal::eraShift;
+}
+
+}  // namespace
+
 void Tellings::start() {
   static_cast<void>(page_.open());
 }
@@ -12,24 +21,34 @@ const EvtSrv::internal::LivePage* Tellings::begin() {
   if (!page_.isOpen())
     return nullptr;
   told_ = true;
+  toldInEra_ = true;
   return &page_;
 }
 
-void Tellings::takeBack(std::uint32_t mark) {
-  if (told_ && mark == markOf(page_.epoch()))
-    takeBackAll();
-}
-
-void Tellings::takeBackAll() {
-  if (!told_)
+void Tellings::takeBackValue(std::uint32_t mark) {
+  if (!told_ || mark != markOf(page_.epoch()))
     return;
   page_.advance();
   told_ = false;
 }
 
+void Tellings::takeBack(std::uint32_t mark) {
+  if (toldInEra_ && eraOf(mark) == eraOf(markOf(page_.epoch())))
+    takeBackAll();
+}
+
+void Tellings::takeBackAll() {
+  if (!toldInEra_)
+    return;
+  page_.advanceEra();
+  told_ = false;
+  toldInEra_ = false;
+}
+
 void Tellings::end() {
   page_.close();
   told_ = false;
+  toldInEra_ = false;
 }
 
 std::uint32_t Tellings::markOf(std::uint64_t epoch) {

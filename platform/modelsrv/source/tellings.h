@@ -9,10 +9,11 @@ namespace ModelSrv::internal {
 /// Whether anything that a server has told its clients still counts, shown on its
 /// page. With the client mutex held.
 ///
-/// What is told counts until the page's epoch ends. A part that is told of keeps
-/// the epoch's mark; before it changes the epoch ends, if it is still that one, and
-/// with it all that was told to anybody. A change of what nobody has been told of
-/// costs nothing.
+/// What is told of values counts until the page's epoch ends, what is told of the
+/// tree's shape until its era does. A part that is told of keeps the epoch's mark;
+/// before it changes the epoch or the era ends, if it is still that one, and with it
+/// all that was told to anybody. A change of what nobody has been told of costs
+/// nothing.
 class Tellings {
  public:
   explicit Tellings(EvtSrv::internal::System& system) : page_(system) {}
@@ -25,7 +26,10 @@ class Tellings {
   /// there is none.
   const EvtSrv::internal::LivePage* begin();
 
-  /// To be called before the change of a part that was told of with `mark`.
+  /// To be called before the change of the value of a part that was told of with
+  /// `mark`.
+  void takeBackValue(std::uint32_t mark);
+  /// To be called before any other change of a part that was told of with `mark`.
   void takeBack(std::uint32_t mark);
   /// To be called before a change of the tree's shape.
   void takeBackAll();
@@ -34,12 +38,13 @@ class Tellings {
   void end();
 
   /// What a part keeps of `epoch`; never 0. Epochs may share a mark: a part may
-  /// then end an epoch in which it was not told of.
+  /// then end an epoch, or an era, in which it was not told of.
   static std::uint32_t markOf(std::uint64_t epoch);
 
  private:
   EvtSrv::internal::LivePage page_;
-  bool told_ = false;  ///< anything in this epoch
+  bool told_ = false;       ///< anything in this epoch
+  bool toldInEra_ = false;  ///< anything in this era
 };
 
 }  // namespace ModelSrv::internal

@@ -40,6 +40,19 @@ TEST_F(LivePageTest, ShowsThePresentEpochAlone) {
   EXPECT_TRUE(view_.shows(page_->epoch()));
 }
 
+TEST_F(LivePageTest, ShowsAnEraThatOutlastsItsEpochs) {
+  ASSERT_TRUE(view_.open(page_->place()));
+  const std::uint64_t first = page_->epoch();
+  page_->advance();
+  EXPECT_TRUE(view_.showsEraOf(first));
+  page_->advanceEra();
+  EXPECT_FALSE(view_.showsEraOf(first));
+  EXPECT_FALSE(view_.shows(first));
+  EXPECT_TRUE(view_.showsEraOf(page_->epoch()));
+  page_->close();
+  EXPECT_FALSE(view_.showsEraOf(page_->epoch()));
+}
+
 TEST_F(LivePageTest, ShowsNothingOnceItIsClosed) {
   ASSERT_TRUE(view_.open(page_->place()));
   const std::uint64_t epoch = page_->epoch();

@@ -22,6 +22,7 @@ using EvtSrv::internal::nativeOrder;
 
 using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
+using Wanted = HeldAnswers::Wanted;
 
 /// A part whose class keeps its changes to itself.
 class SilentPart : public ModelPart {
@@ -53,7 +54,7 @@ class HeldAnswersTest : public testing::Test {
 
   /// The value of the part, "?" where the server is to be asked.
   std::string value(const Chain& chain, ModelPartIndex index = ModelPartIndex_All) {
-    const HeldAnswers::Part* part = held_.find(chain);
+    const HeldAnswers::Part* part = held_.find(chain, Wanted::value);
     std::ostringstream text;
     ModelRes result = ModelRes_Success;
     if (part == nullptr || !held_.save(*part, index, text, result))
@@ -82,21 +83,21 @@ TEST_F(HeldAnswersTest, TellOfAPartAndOfWhatFollowsIt) {
   EXPECT_EQ(value({5, 1}, 2), "three");
   EXPECT_EQ(value({3}), "true");
   // What comes before was not told of.
-  EXPECT_EQ(held_.find(Chain{5}), nullptr);
-  EXPECT_EQ(held_.find({}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}, Wanted::value), nullptr);
+  EXPECT_EQ(held_.find({}, Wanted::value), nullptr);
 }
 
 TEST_F(HeldAnswersTest, TellOfChildrenAndElements) {
   ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
   Chain ids;
   std::vector<std::string> names;
-  const HeldAnswers::Part* root = held_.find({});
+  const HeldAnswers::Part* root = held_.find({}, Wanted::value);
   ASSERT_NE(root, nullptr);
   EXPECT_TRUE(held_.childIds(*root, ids));
   EXPECT_EQ(ids, (Chain{5, 3, 9, 30}));
   EXPECT_TRUE(held_.childNames(*root, names));
   EXPECT_EQ(names, (std::vector<std::string>{"b", "a", "long", "silent"}));
-  const HeldAnswers::Part* array = held_.find(Chain{5, 1});
+  const HeldAnswers::Part* array = held_.find(Chain{5, 1}, Wanted::value);
   ASSERT_NE(array, nullptr);
   std::uint16_t sum = 0;
   EXPECT_TRUE(held_.elementSum(*array, sum));
@@ -119,31 +120,44 @@ TEST_F(HeldAnswersTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
 
 TEST_F(HeldAnswersTest, HoldAsManyPartsAsWereAskedFor) {
   ASSERT_NE(take({5}, excerpt(b_, 2)), nullptr);
-  EXPECT_NE(held_.find(Chain{5, 2}), nullptr);
-  EXPECT_EQ(held_.find(Chain{5, 1}), nullptr);
+  EXPECT_NE(held_.find(Chain{5, 2}, Wanted::value), nullptr);
+  EXPECT_EQ(held_.find(Chain{5, 1}, Wanted::value), nullptr);
 }
 
 TEST_F(HeldAnswersTest, AreAskedForInNumbersThatGrowWithTheirUse) {
   EXPECT_EQ(held_.partsToAskFor(), 1);
   ASSERT_NE(take({}, excerpt(root_, 6)), nullptr);
   EXPECT_EQ(held_.partsToAskFor(), 4);
-  (void)held_.find(Chain{5});
-  (void)held_.find(Chain{5});
-  (void)held_.find(Chain{3});
+  (void)held_.find(Chain{5}, Wanted::value);
+  (void)held_.find(Chain{5}, Wanted::value);
+  (void)held_.find(Chain{3}, Wanted::value);
   EXPECT_EQ(held_.partsToAskFor(), 12);
+}
+
+TEST_F(HeldAnswersTest, OutlastTheEpochWhereTheyAreNoValues) {
+  ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
+  page_.advance();
+  EXPECT_EQ(value({5, 2}), "?");
+  const HeldAnswers::Part* part = held_.find(Chain{5}, Wanted::other);
+  ASSERT_NE(part, nullptr);
+  Chain ids;
+  EXPECT_TRUE(held_.childIds(*part, ids));
+  EXPECT_EQ(ids, (Chain{2, 1}));
+  page_.advanceEra();
+  EXPECT_EQ(held_.find(Chain{5}, Wanted::other), nullptr);
 }
 
 TEST_F(HeldAnswersTest, EndWithTheEpoch) {
   const Bytes reply = excerpt(root_, 100);
   ASSERT_NE(take({}, reply), nullptr);
   page_.advance();
-  EXPECT_EQ(held_.find(Chain{5}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}, Wanted::value), nullptr);
   // What was right when the server answered is the answer to that question.
   const HeldAnswers::Part* part = take({}, reply);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_TRUE(held_.childIds(*part, ids));
-  EXPECT_EQ(held_.find({}), nullptr);
+  EXPECT_EQ(held_.find({}, Wanted::value), nullptr);
 }
 
 TEST_F(HeldAnswersTest, HoldNothingWhereThePageCannotBeSeen) {
@@ -154,7 +168,7 @@ TEST_F(HeldAnswersTest, HoldNothingWhereThePageCannotBeSeen) {
   Chain ids;
   EXPECT_TRUE(held_.childIds(*part, ids));
   EXPECT_FALSE(held_.canHold());
-  EXPECT_EQ(held_.find({}), nullptr);
+  EXPECT_EQ(held_.find({}, Wanted::value), nullptr);
 }
 
 TEST_F(HeldAnswersTest, RefuseAReplyThatIsCutAnywhereInAPart) {
@@ -171,7 +185,7 @@ TEST_F(HeldAnswersTest, RefuseAReplyAboutAnotherPart) {
   EXPECT_EQ(take({5}, excerpt(a_, 10)), nullptr);
   EXPECT_EQ(take({5, 1}, excerpt(b_, 10)), nullptr);
   EXPECT_EQ(take({}, excerpt(b_, 10)), nullptr);
-  EXPECT_EQ(held_.find(Chain{5}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}, Wanted::value), nullptr);
 }
 
 TEST_F(HeldAnswersTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
@@ -186,7 +200,7 @@ TEST_F(HeldAnswersTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
   };
   EXPECT_NE(take({5, 2}, repeated(4096)), nullptr);
   EXPECT_EQ(take({5, 2}, repeated(4097)), nullptr);
-  EXPECT_EQ(held_.find(Chain{5, 2}), nullptr);
+  EXPECT_EQ(held_.find(Chain{5, 2}, Wanted::value), nullptr);
 }
 
 TEST_F(HeldAnswersTest, HoldNothingOfAServerWhoseThreadHasEnded) {
@@ -195,7 +209,7 @@ TEST_F(HeldAnswersTest, HoldNothingOfAServerWhoseThreadHasEnded) {
   Bytes reply;
   ExcerptWriter().write(root_, root_, 100, *page, reply);
   EXPECT_NE(take({}, reply), nullptr);
-  EXPECT_EQ(held_.find({}), nullptr);
+  EXPECT_EQ(held_.find({}, Wanted::value), nullptr);
   EXPECT_FALSE(held_.canHold());
 }
 
@@ -220,11 +234,11 @@ TEST_F(HeldAnswersTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
   ASSERT_EQ(root_.add(&moody), ModelRes_Success);
   ASSERT_EQ(root_.add(&behind), ModelRes_Success);
   ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
-  const HeldAnswers::Part* part = held_.find(Chain{40});
+  const HeldAnswers::Part* part = held_.find(Chain{40}, Wanted::value);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_FALSE(held_.childIds(*part, ids));
-  EXPECT_EQ(held_.find(Chain{40, 1}), nullptr);
+  EXPECT_EQ(held_.find(Chain{40, 1}, Wanted::value), nullptr);
   EXPECT_EQ(value({50}), "4");
   ASSERT_NE(take({40, 1}, excerpt(below, 100)), nullptr);
   EXPECT_EQ(value({40, 1}), "3");
@@ -250,7 +264,7 @@ class ExcerptWriterTest : public testing::Test {
   /// Whether the excerpt tells the first text, and not only of its part.
   bool tellsTheFirst(std::size_t textSize) {
     (void)excerptOf(textSize);
-    const HeldAnswers::Part* part = held_.find(Chain{0});
+    const HeldAnswers::Part* part = held_.find(Chain{0}, Wanted::value);
     std::uint16_t sum = 1;
     EXPECT_TRUE(part != nullptr && held_.elementSum(*part, sum));
     EXPECT_EQ(sum, 0);
@@ -278,15 +292,15 @@ TEST_F(ExcerptWriterTest, LeavesOffWhereThePipeWouldBeFull) {
   const Bytes reply = excerptOf(2000);
   EXPECT_GT(reply.size(), excerptSize / 2);
   EXPECT_LE(reply.size(), excerptSize + 64);
-  EXPECT_NE(held_.find(Chain{20}), nullptr);
-  EXPECT_EQ(held_.find(Chain{40}), nullptr);
+  EXPECT_NE(held_.find(Chain{20}, Wanted::value), nullptr);
+  EXPECT_EQ(held_.find(Chain{40}, Wanted::value), nullptr);
 }
 
 TEST_F(ExcerptWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
   const Bytes reply = excerptOf(30'000);
   EXPECT_LT(reply.size(), 2000U);
-  EXPECT_NE(held_.find(Chain{0}), nullptr);
-  EXPECT_EQ(held_.find(Chain{5}), nullptr);
+  EXPECT_NE(held_.find(Chain{0}, Wanted::value), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}, Wanted::value), nullptr);
 }
 
 TEST_F(ExcerptWriterTest, TellsTheLongestText) {

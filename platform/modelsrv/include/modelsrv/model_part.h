@@ -165,7 +165,8 @@ class KRV_EXPORT ModelPart {
                              bool fromClient);
 
   /// Whether everything that `asNode`, `elementCount`, `elementNames` and `appendText`
-  /// answer stays the same until the part itself has called `aboutToChange` (what
+  /// answer stays the same until the part itself has called `aboutToChange`, or
+  /// `aboutToChangeValue` where `appendText` alone answers otherwise then (what
   /// children a node has is looked after by `add` and `remove`). Clients may
   /// then be told more than they asked for and keep it meanwhile. A class that
   /// answers for a value of its own and says yes must make that call.
@@ -175,6 +176,9 @@ class KRV_EXPORT ModelPart {
   /// follows. Called with the client mutex held, before anything changes; costs
   /// next to nothing where nobody was told.
   void aboutToChange();
+  /// The same where only what `appendText` answers changes: what clients were told of
+  /// children and elements stays true.
+  void aboutToChangeValue();
 
   /// The children, null where the part cannot have any.
   [[nodiscard]] virtual ModelNode* asNode() { return nullptr; }
