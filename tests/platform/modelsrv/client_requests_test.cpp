@@ -342,4 +342,38 @@ TEST_F(ClientRequestsTest, SeeEachKindOfChangeAtTheServerAtOnce) {
   }
 }
 
+TEST_F(ClientRequestsTest, FindTheShapeInHandWhereOnlyValuesHaveChanged) {
+  ASSERT_EQ(client_.text(gainsChain), "1.5\n0.25");
+  server_.pump.reset();
+  ASSERT_EQ(server_.gains.setValue(1, 3), ModelRes_Success);
+  unsigned short sum = 99;
+  EXPECT_EQ(client_.root.getElementSumFromServer(&client_.part.at(gainsChain), sum),
+            ModelRes_Success);
+  EXPECT_EQ(sum, 2);
+  std::vector<std::string> names{"before"};
+  EXPECT_EQ(client_.root.getChildNamesFromServer(&client_.part.at(gainsChain), names),
+            ModelRes_Success);
+  EXPECT_TRUE(names.empty());
+  server_.pump.emplace(server_.manager);
+  EXPECT_EQ(client_.text(gainsChain), "1.5\n3");
+}
+
+TEST_F(ClientRequestsTest, SeeAChangeOfTheShapeBehindOneOfAValue) {
+  const Chain driveChain{1};
+  std::vector<unsigned short> ids;
+  const auto children = [&] {
+    EXPECT_EQ(client_.root.getChildIdsFromServer(&client_.part.at(driveChain), ids),
+              ModelRes_Success);
+    return ids;
+  };
+  const std::vector<unsigned short> before = children();
+  ValuePart<std::int32_t> late(20, "late", 1);
+  ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&late), ModelRes_Success);
+  EXPECT_EQ(children().size(), before.size() + 1);
+  ASSERT_EQ(server_.speed.setValue(2), ModelRes_Success);
+  ASSERT_EQ(server_.drive.remove(&late), ModelRes_Success);
+  EXPECT_EQ(children(), before);
+}
+
 }  // namespace
