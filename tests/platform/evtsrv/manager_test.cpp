@@ -1,4 +1,10 @@
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/uio.h>
+
 #include <array>
+#include <cerrno>
 #include <csignal>
 
 #include "evtsrv/event_port.h"
@@ -156,6 +162,19 @@ class OlderSystem : public PosixSystem {
   int refusal_;
 };
 
+/// A system on a kernel that knows how to write without the signal.
+class NewerSystem : public PosixSystem {
+ public:
+  int asked = 0;
+
+ protected:
+  ssize_t writeWithoutSignal(int descriptor, std::span<const iovec> parts) override {
+    ++asked;
+    const ssize_t result = ::writev(descriptor, parts.data(), static_cast<int>(parts.size()));
+    return result >= 0 ? result : -errno;
+  }
+};
+
 /// Writes to a pipe that nobody reads, with the signal blocked and pending or not.
 void expectNoPipeSignal(System& system, bool blocked, bool pending) {
   sigset_t set;
@@ -223,6 +242,24 @@ TEST(Write, TakesBothPartsOnEveryKernel) {
     EXPECT_EQ(got, (std::array<std::uint8_t, 16>{1, 2, 3, 4, 5, 3, 4, 5}));
     ::close(ends[0]);
     ::close(ends[1]);
+  }
+}
+
+TEST(Write, TakesTheRefusalOfADescriptorForNoneOfTheKernel) {
+  NewerSystem system;
+  // An eventfd takes 8 bytes at a time, a sealed memfd none.
+  const int event = ::eventfd(0, EFD_CLOEXEC);
+  const int sealed = ::memfd_create("sealed", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+  ASSERT_TRUE(event >= 0 && sealed >= 0 && null >= 0);
+  ASSERT_EQ(::fcntl(sealed, F_ADD_SEALS, F_SEAL_WRITE), 0);
+  const std::array<std::uint8_t, 1> byte{1};
+  EXPECT_EQ(system.write(event, byte), -EINVAL);
+  EXPECT_EQ(system.write(sealed, byte), -EPERM);
+  EXPECT_EQ(system.write(null, byte), 1);
+  EXPECT_EQ(system.asked, asksForNoSignal ? 3 : 0) << "later writes go the quick way as well";
+  for (const int descriptor : {event, sealed, null}) {
+    ::close(descriptor);
   }
 }
 
