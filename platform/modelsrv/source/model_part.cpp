@@ -159,10 +159,16 @@ void ModelPart::aboutToChangeValue() {
 }
 
 void ModelPart::aboutToChange() {
-  if (toldMark_ == 0)
+  // Of what hangs below a node clients may have been told without the node.
+  const bool holdsOthers = asNode() != nullptr;
+  if (toldMark_ == 0 && !holdsOthers)
     return;
-  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
-    root->server_->takeBack(toldMark_);
+  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
+    if (holdsOthers)
+      root->server_->takeBackAll();
+    else
+      root->server_->takeBack(toldMark_);
+  }
   toldMark_ = 0;
 }
 

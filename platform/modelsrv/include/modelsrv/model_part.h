@@ -180,7 +180,9 @@ class KRV_EXPORT ModelPart {
   /// children and elements stays true.
   void aboutToChangeValue();
 
-  /// The children, null where the part cannot have any.
+  /// The children, null where the part cannot have any. A class that answers null at
+  /// one time and has children at another calls `aboutToChange` before, whatever
+  /// `tellsChanges` says: clients may have been told of what is below.
   [[nodiscard]] virtual ModelNode* asNode() { return nullptr; }
   [[nodiscard]] virtual ModelRoot* asRoot() { return nullptr; }
 
