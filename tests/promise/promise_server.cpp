@@ -1,5 +1,6 @@
 #include <atomic>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 #include <thread>
 
@@ -9,7 +10,8 @@
 // Publishes the tree of the tests as port argv[1], and changes it as the lines of
 // its standard input say; answers each with "ok" when the change is done.
 //
-//   set CHAIN ELEMENT TEXT    add CHAIN node|value|array NAME    remove CHAIN
+//   set CHAIN ELEMENT TEXT    add CHAIN node|value|array|own|folding NAME    remove CHAIN
+//   all CHAIN TEXT...         fold CHAIN 0|1
 
 namespace {
 
@@ -25,15 +27,17 @@ void follow(PublishedModel& tree, const std::string& line) {
     std::string text;
     words >> element >> text;
     tree.set(chainOf(chain), element, text);
+  } else if (what == "all") {
+    tree.setAll(chainOf(chain), {std::istream_iterator<std::string>(words), {}});
+  } else if (what == "fold") {
+    bool folded = false;
+    words >> folded;
+    tree.fold(chainOf(chain), folded);
   } else if (what == "add") {
-    PartModel part;
     std::string kind;
-    words >> kind >> part.name;
-    part.isNode = kind == "node";
-    part.isArray = kind == "array";
-    if (!part.isNode)
-      part.values.assign(part.isArray ? 2 : 1, "new");
-    tree.publish(chainOf(chain), part);
+    std::string name;
+    words >> kind >> name;
+    tree.publish(chainOf(chain), newPart(kind, name));
   } else {
     tree.remove(chainOf(chain));
   }

@@ -6,6 +6,7 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
+#include "tests/promise/own_parts.h"
 #include "tests/promise/tree_model.h"
 
 namespace promise {
@@ -24,7 +25,13 @@ class PublishedModel {
       expect(nodeAt(Chain(chain.begin(), chain.end() - 1)).add(made.get()));
       parts_[chain] = std::move(made);
     };
-    if (part.isNode)
+    EvtSrv::EventPortManager& manager = *root_.manager();
+    const bool isOwn = part.madeBy != PartClass::library;
+    if (part.isNode && isOwn)
+      hang(std::make_unique<FoldingNode>(id, part, manager));
+    else if (isOwn)
+      hang(std::make_unique<VaryingPart>(id, part, manager));
+    else if (part.isNode)
       hang(std::make_unique<ModelSrv::ModelNode>(id, part.name));
     else if (part.isArray)
       hang(std::make_unique<ModelSrv::ArrayPart<std::string>>(id, part.name, part.values,
@@ -45,9 +52,19 @@ class PublishedModel {
     ModelSrv::ModelPart& part = *parts_.at(chain);
     if (auto* single = dynamic_cast<ModelSrv::ValuePart<std::string>*>(&part))
       expect(single->setValue(text));
+    else if (auto* own = dynamic_cast<VaryingPart*>(&part))
+      own->set(element, text);
     else
       expect(dynamic_cast<ModelSrv::ArrayPart<std::string>&>(part).setValue(
           static_cast<ModelSrv::ModelPartIndex>(element), text));
+  }
+
+  /// For parts of the program's own.
+  void setAll(const Chain& chain, std::vector<std::string> texts) {
+    dynamic_cast<VaryingPart&>(*parts_.at(chain)).setAll(std::move(texts));
+  }
+  void fold(const Chain& chain, bool folded) {
+    dynamic_cast<FoldingNode&>(*parts_.at(chain)).fold(folded);
   }
 
  private:

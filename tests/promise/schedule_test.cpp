@@ -52,12 +52,14 @@ class Schedule {
 
   void step() {
     const unsigned kind = below(1000);
-    if (kind < 400)
+    if (kind < 360)
       askAnything();
+    else if (kind < 400)
+      changeAndAskForShape();
     else if (kind < 600)
       walk();
     else if (kind < 760)
-      changeAtServer();
+      changeAtServer(anyPart());
     else if (kind < 900)
       storeByClient();
     else if (kind < 940)
@@ -77,6 +79,13 @@ class Schedule {
   ModelClient& anyClient() { return clients_[below(2)]; }
   std::string anyText() { return "t" + std::to_string(below(1'000'000)); }
 
+  std::vector<std::string> anyTexts() {
+    std::vector<std::string> texts(1 + below(4));
+    for (std::string& text : texts)
+      text = anyText();
+    return texts;
+  }
+
   /// More often than not one that was asked about lately, and may be held.
   Chain anyPart() {
     if (!recent_.empty() && below(10) < 7) {
@@ -88,7 +97,20 @@ class Schedule {
     }
     auto at = tree_.parts().begin();
     std::advance(at, below(static_cast<unsigned>(tree_.parts().size())));
-    return at->first;
+    // What is hidden is not there for anybody.
+    Chain chain = at->first;
+    while (!tree_.contains(chain))
+      chain.pop_back();
+    return chain;
+  }
+
+  /// One of a class of the program's own that is no node; the root where there is none.
+  Chain anyOwnPart() {
+    std::vector<Chain> own;
+    for (const auto& [chain, part] : tree_.parts())
+      if (part.madeBy != PartClass::library && !part.isNode && tree_.contains(chain))
+        own.push_back(chain);
+    return own.empty() ? Chain{} : own[below(static_cast<unsigned>(own.size()))];
   }
 
   void start() {
@@ -104,7 +126,10 @@ class Schedule {
   }
 
   void askAnything() {
-    Chain chain = anyPart();
+    // What was there lately may have been removed or hidden since.
+    Chain chain = !recent_.empty() && below(4) == 0
+                      ? recent_[below(static_cast<unsigned>(recent_.size()))]
+                      : anyPart();
     if (below(10) == 0)
       chain.push_back(static_cast<ModelPartId>(60'000 + below(3)));
     ask(anyClient(), chain, below(6));
@@ -123,7 +148,7 @@ class Schedule {
     recent_.push_back(chain);
     for (unsigned question = 0; question < 6; ++question)
       ask(client, chain, question);
-    for (const ModelPartId id : tree_.at(chain).children) {
+    for (const ModelPartId id : tree_.children(chain)) {
       if (left == 0)
         return;
       --left;
@@ -142,9 +167,9 @@ class Schedule {
     const PartModel& part = tree_.at(chain);
     switch (question) {
       case 0:
-        return expectIds(client, chain, part);
+        return expectIds(client, chain);
       case 1:
-        return expectNames(client, chain, part);
+        return expectNames(client, chain);
       case 2: {
         unsigned short sum = 99;
         ASSERT_EQ(client.elementSum(chain, sum), ModelRes_Success);
@@ -171,17 +196,17 @@ class Schedule {
     EXPECT_EQ(client.value(chain, text), ModelRes_NoSuchPart);
   }
 
-  static void expectIds(ModelClient& client, const Chain& chain, const PartModel& part) {
+  void expectIds(ModelClient& client, const Chain& chain) {
     std::vector<unsigned short> ids;
     ASSERT_EQ(client.childIds(chain, ids), ModelRes_Success);
-    EXPECT_EQ(ids, part.children);
+    EXPECT_EQ(ids, tree_.children(chain));
   }
 
-  void expectNames(ModelClient& client, const Chain& chain, const PartModel& part) {
+  void expectNames(ModelClient& client, const Chain& chain) {
     std::vector<std::string> names;
     ASSERT_EQ(client.childNames(chain, names), ModelRes_Success);
     std::vector<std::string> expected;
-    for (const ModelPartId id : part.children) {
+    for (const ModelPartId id : tree_.children(chain)) {
       Chain child = chain;
       child.push_back(id);
       expected.push_back(tree_.at(child).name);
@@ -196,11 +221,8 @@ class Schedule {
       EXPECT_EQ(result, ModelRes_NoValue);
       return;
     }
-    std::string expected;
-    for (const std::string& value : part.values)
-      expected += (&value == part.values.data() ? "" : "\n") + value;
     EXPECT_EQ(result, ModelRes_Success);
-    EXPECT_EQ(text, expected);
+    EXPECT_EQ(text, part.text());
   }
 
   void expectElement(ModelClient& client, const Chain& chain, const PartModel& part) {
@@ -215,14 +237,48 @@ class Schedule {
     }
   }
 
-  void changeAtServer() {
-    const Chain chain = anyPart();
+  /// What is held of a shape outlasts changes of values. So a part whose shape goes
+  /// with its value is changed more than once before a client asks about it again.
+  void changeAndAskForShape() {
+    const Chain chain = anyOwnPart();
+    for (ModelClient& client : clients_)
+      ask(client, chain, 2);
+    for (unsigned changes = 1 + below(3); changes > 0; --changes)
+      changeAtServer(chain);
+    for (ModelClient& client : clients_)
+      ask(client, chain, 2 + below(2));
+  }
+
+  void changeAtServer(const Chain& chain) {
     PartModel& part = tree_.at(chain);
-    if (part.isNode)
+    const bool isOwn = part.madeBy != PartClass::library;
+    if (part.isNode) {
+      if (isOwn)
+        foldOrUnfold(chain, part);
       return;
+    }
+    if (isOwn && below(2) == 0) {
+      part.take(anyTexts());
+      std::string line = "all " + textOf(chain);
+      for (const std::string& text : part.values)
+        line += ' ' + text;
+      return tellServer(line);
+    }
     const unsigned element = below(static_cast<unsigned>(part.values.size()));
-    part.values[element] = anyText();
-    tellServer("set " + textOf(chain) + ' ' + std::to_string(element) + ' ' + part.values[element]);
+    const std::string text = anyText();
+    setElement(part, element, text);
+    tellServer("set " + textOf(chain) + ' ' + std::to_string(element) + ' ' + text);
+  }
+
+  void foldOrUnfold(const Chain& chain, PartModel& part) {
+    part.isFolded = !part.isFolded;
+    tellServer("fold " + textOf(chain) + (part.isFolded ? " 1" : " 0"));
+  }
+
+  static void setElement(PartModel& part, unsigned element, const std::string& text) {
+    part.values[element] = text;
+    if (part.madeBy != PartClass::library)
+      part.take(part.values);
   }
 
   void storeByClient() {
@@ -230,28 +286,31 @@ class Schedule {
     PartModel& part = tree_.at(chain);
     if (part.isNode)
       return;
+    if (part.madeBy != PartClass::library && below(2) == 0) {
+      part.take(anyTexts());
+      ASSERT_EQ(anyClient().store(chain, part.text()), ModelRes_Success);
+      return;
+    }
     const unsigned element = below(static_cast<unsigned>(part.values.size()));
     const std::string text = anyText();
     ASSERT_EQ(
         anyClient().store(chain, text,
                           part.isArray ? static_cast<unsigned short>(element) : ModelPartIndex_All),
         ModelRes_Success);
-    part.values[element] = text;
+    setElement(part, element, text);
   }
 
   void addPart() {
     Chain chain = anyPart();
-    if (!tree_.at(chain).isNode)
+    if (!tree_.at(chain).isNode || tree_.at(chain).isFolded)
       return;
     chain.push_back(static_cast<ModelPartId>(1000 + below(50)));
     if (tree_.contains(chain))
       return;
-    static constexpr std::array kinds{"node", "value", "array"};
-    const unsigned kind = below(kinds.size());
-    PartModel part{.name = anyText(), .isNode = kind == 0};
-    part.isArray = kind == 2;
-    part.values.assign(kind, "new");
-    tellServer("add " + textOf(chain) + ' ' + kinds[kind] + ' ' + part.name);
+    static constexpr std::array kinds{"node", "value", "array", "own", "folding"};
+    const std::string kind = kinds[below(kinds.size())];
+    const PartModel part = newPart(kind, anyText());
+    tellServer("add " + textOf(chain) + ' ' + kind + ' ' + part.name);
     tree_.add(chain, part);
   }
 
@@ -288,7 +347,7 @@ class Schedule {
       const Chain chain = anyPart();
       std::vector<unsigned short> ids;
       if (client.childIds(chain, ids) == ModelRes_Success) {
-        EXPECT_EQ(ids, tree_.at(chain).children);
+        EXPECT_EQ(ids, tree_.children(chain));
       }
     }
     server_->signal(SIGCONT);
@@ -296,7 +355,7 @@ class Schedule {
     std::vector<unsigned short> ids;
     while (client.childIds(Chain{}, ids) == ModelRes_Timeout) {
     }
-    EXPECT_EQ(ids, tree_.at({}).children);
+    EXPECT_EQ(ids, tree_.children({}));
   }
 
   std::mt19937 random_;

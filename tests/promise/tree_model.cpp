@@ -28,12 +28,38 @@ PartModel array(std::string name, std::size_t elements, bool named) {
   return part;
 }
 
+PartModel own(std::string name, PartClass madeBy, std::vector<std::string> texts) {
+  PartModel part{.name = std::move(name), .madeBy = madeBy};
+  part.take(std::move(texts));
+  return part;
+}
+
+PartModel ownNode(std::string name, PartClass madeBy) {
+  return {.name = std::move(name), .isNode = true, .madeBy = madeBy};
+}
+
 Chain below(Chain chain, ModelPartId id) {
   chain.push_back(id);
   return chain;
 }
 
 }  // namespace
+
+void PartModel::take(std::vector<std::string> texts) {
+  values = std::move(texts);
+  isArray = values.size() > 1;
+  elementNames.clear();
+  if (values.size() % 2 == 0)
+    for (const std::string& text : values)
+      elementNames.push_back("of " + text);
+}
+
+std::string PartModel::text() const {
+  std::string all;
+  for (const std::string& value : values)
+    all += (&value == values.data() ? "" : "\n") + value;
+  return all;
+}
 
 TreeModel TreeModel::initial() {
   TreeModel tree;
@@ -45,10 +71,22 @@ TreeModel TreeModel::initial() {
     tree.add(below(at, 8), array("named", 3, true));
     tree.add(below(at, 6), array("unnamed", 1 + group, false));
     tree.add(below(at, 5), value("", "nobody"));
+    tree.add(below(at, 11), own("own", PartClass::telling, {"a", "b"}));
+    tree.add(below(at, 10), own("silent", PartClass::silent, {"c"}));
+    for (const PartClass madeBy : {PartClass::telling, PartClass::silent}) {
+      const Chain folding = below(at, madeBy == PartClass::telling ? 13 : 12);
+      tree.add(folding, ownNode("folding", madeBy));
+      for (ModelPartId id = 0; id < 3; ++id)
+        tree.add(below(folding, id), value("inner" + std::to_string(id), "in"));
+      tree.add(below(folding, 3), own("varied", PartClass::telling, {"x", "y", "z"}));
+    }
   }
   tree.add({9}, node("wide"));
-  for (ModelPartId id = 0; id < 400; ++id)
-    tree.add({9, id}, value("w" + std::to_string(id), std::to_string(id)));
+  for (ModelPartId id = 0; id < 400; ++id) {
+    const std::string number = std::to_string(id);
+    tree.add({9, id}, id % 8 == 5 ? own("o" + number, PartClass::telling, {number, number})
+                                  : value("w" + number, number));
+  }
   Chain deep{4};
   for (int level = 0; level < 40; ++level) {
     tree.add(deep, node("deeper"));
@@ -58,6 +96,23 @@ TreeModel TreeModel::initial() {
   tree.add({20}, value("long", std::string(20'000, 'x')));
   tree.add({21}, node("empty"));
   return tree;
+}
+
+bool TreeModel::contains(const Chain& chain) const {
+  if (!parts_.contains(chain))
+    return false;
+  for (Chain above = chain; !above.empty();) {
+    above.pop_back();
+    if (parts_.at(above).isFolded)
+      return false;
+  }
+  return true;
+}
+
+const std::vector<ModelPartId>& TreeModel::children(const Chain& chain) const {
+  static const std::vector<ModelPartId> none;
+  const PartModel& part = at(chain);
+  return part.isFolded ? none : part.children;
 }
 
 void TreeModel::add(const Chain& chain, PartModel part) {
@@ -92,6 +147,30 @@ Chain chainOf(const std::string& text) {
   for (std::string id; std::getline(in, id, '/');)
     chain.push_back(static_cast<ModelPartId>(std::stoul(id)));
   return chain;
+}
+
+PartModel newPart(const std::string& kind, std::string name) {
+  PartModel part{.name = std::move(name)};
+  part.isNode = kind == "node" || kind == "folding";
+  part.isArray = kind == "array";
+  if (kind == "own" || kind == "folding")
+    part.madeBy = PartClass::telling;
+  if (kind == "own")
+    part.take({"new", "own"});
+  else if (!part.isNode)
+    part.values.assign(part.isArray ? 2 : 1, "new");
+  return part;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines{""};
+  for (const char letter : text) {
+    if (letter == '\n')
+      lines.emplace_back();
+    else
+      lines.back() += letter;
+  }
+  return lines;
 }
 
 }  // namespace promise
