@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(part->depth == chain.size(), "the first part is the one that was asked about");
     askAll(held, *part);
   }
-  require(!held.canHold() && held.find(chain, HeldAnswers::Wanted::other) == nullptr,
+  require(!held.canHold() && held.find(chain, HeldAnswers::Wanted::shape) == nullptr,
           "no page, nothing in hand");
   return 0;
 }

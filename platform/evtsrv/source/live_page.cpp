@@ -144,14 +144,14 @@ bool LivePage::holdOwner() {
 }
 
 void LivePage::advance() {
-  count(1);
+  advanceBy(1);
 }
 
 void LivePage::advanceEra() {
-  count(std::uint64_t{1} << eraShift);
+  advanceBy(std::uint64_t{1} << eraShift);
 }
 
-void LivePage::count(std::uint64_t epochs) {
+void LivePage::advanceBy(std::uint64_t epochs) {
   // Nothing that the caller does next may be seen before this is. Counted in the
   // page, so that it never goes back: a child that this process has forked may have
   // gone on counting in it.

@@ -71,7 +71,7 @@ class LivePage {
  private:
   EvtRes make();
   bool holdOwner();
-  void count(std::uint64_t epochs);
+  void advanceBy(std::uint64_t epochs);
 
   System& system_;
   FileDescriptor descriptor_;

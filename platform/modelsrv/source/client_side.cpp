@@ -127,7 +127,7 @@ ModelRes ClientSide::ask(Operation operation, ChainView chain, Reply& reply, Mod
 
 ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::other, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::shape, part);
   if (result != ModelRes_Success || (part != nullptr && held_.childIds(*part, ids)))
     return result;
   Reply reply;
@@ -139,7 +139,7 @@ ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
 
 ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::other, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::shape, part);
   if (result != ModelRes_Success || (part != nullptr && held_.childNames(*part, names)))
     return result;
   Reply reply;
@@ -151,7 +151,7 @@ ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names
 
 ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::other, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::shape, part);
   if (result != ModelRes_Success || (part != nullptr && held_.elementSum(*part, sum)))
     return result;
   Reply reply;
@@ -163,7 +163,7 @@ ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
 
 ModelRes ClientSide::elementNames(ChainView chain, std::vector<std::string>& names) {
   const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::other, part);
+  ModelRes result = look(chain, HeldAnswers::Wanted::shape, part);
   if (result != ModelRes_Success || (part != nullptr && held_.elementNames(*part, names)))
     return result;
   Reply reply;

@@ -18,8 +18,8 @@ namespace ModelSrv::internal {
 /// An excerpt of a server's tree in a client's hand, and whether it still holds.
 ///
 /// An excerpt holds as long as the server lives and has not taken back what it told
-/// (`LivePageView`): its values for an epoch, everything else for an era. With the
-/// client mutex held.
+/// (`LivePageView`): its values for an epoch, the shape, which is children and elements,
+/// for an era. With the client mutex held.
 class HeldAnswers {
  public:
   explicit HeldAnswers(EvtSrv::internal::System& system) : page_(system) {}
@@ -46,7 +46,7 @@ class HeldAnswers {
   };
 
   /// Which answers of a part are wanted.
-  enum class Wanted { value, other };
+  enum class Wanted { value, shape };
 
   /// What is held of the part at `chain`, for an answer of that kind alone; null where
   /// nothing is or it does not hold any more.

@@ -151,11 +151,12 @@ void ModelPart::notifySubscribers(ModelPartIndex index) {
 }
 
 void ModelPart::aboutToChangeValue() {
-  if (toldMark_ == 0)
+  if (!valueTold_)
     return;
   // The mark stays: what was told of the part's shape holds on.
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
     root->server_->takeBackValue(toldMark_);
+  valueTold_ = false;
 }
 
 void ModelPart::aboutToChange() {
@@ -170,6 +171,7 @@ void ModelPart::aboutToChange() {
       root->server_->takeBack(toldMark_);
   }
   toldMark_ = 0;
+  valueTold_ = false;
 }
 
 void ModelPart::leaveTree() {

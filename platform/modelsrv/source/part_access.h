@@ -28,7 +28,10 @@ struct PartAccess {
   static ModelRoot* asRoot(ModelPart& part) { return part.asRoot(); }
   static const ModelNode* parent(const ModelPart& part) { return part.parent_; }
   static bool tellsChanges(const ModelPart& part) { return part.tellsChanges(); }
-  static void noteTold(ModelPart& part, std::uint32_t mark) { part.toldMark_ = mark; }
+  static void noteTold(ModelPart& part, std::uint32_t mark) {
+    part.toldMark_ = mark;
+    part.valueTold_ = true;
+  }
   static bool subscribable(const ModelPart& part) { return part.subscribable_; }
   static std::unique_ptr<PartSubscribers>& subscribers(ModelPart& part) {
     return part.subscribers_;

@@ -6,7 +6,7 @@ namespace ModelSrv::internal {
 
 namespace {
 
-/// What a mark says of the era.
+/// The lowest 12 bits of the era, all that a mark has of it.
 std::uint32_t eraOf(std::uint32_t mark) {
   return mark >> EvtSrv::internal::eraShift;
 }

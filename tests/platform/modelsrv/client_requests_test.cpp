@@ -354,6 +354,13 @@ TEST_F(ClientRequestsTest, FindTheShapeInHandWhereOnlyValuesHaveChanged) {
   EXPECT_EQ(client_.root.getChildNamesFromServer(&client_.part.at(gainsChain), names),
             ModelRes_Success);
   EXPECT_TRUE(names.empty());
+  std::vector<unsigned short> ids{7};
+  EXPECT_EQ(client_.root.getChildIdsFromServer(&client_.part.at(gainsChain), ids),
+            ModelRes_Success);
+  EXPECT_TRUE(ids.empty());
+  EXPECT_EQ(client_.root.getElementNamesFromServer(&client_.part.at(gainsChain), names),
+            ModelRes_Success);
+  EXPECT_EQ(names, (std::vector<std::string>{"p", "i"}));
   server_.pump.emplace(server_.manager);
   EXPECT_EQ(client_.text(gainsChain), "1.5\n3");
 }
@@ -374,6 +381,57 @@ TEST_F(ClientRequestsTest, SeeAChangeOfTheShapeBehindOneOfAValue) {
   ASSERT_EQ(server_.speed.setValue(2), ModelRes_Success);
   ASSERT_EQ(server_.drive.remove(&late), ModelRes_Success);
   EXPECT_EQ(children(), before);
+}
+
+/// A part of a program's own class, whose elements grow in number.
+class GrowingPart : public ModelPart {
+ public:
+  GrowingPart(ModelPartId id, EvtSrv::EventPortManager& manager)
+      : ModelPart(id, "growing"), mutex_(manager.clientMutex) {}
+  ~GrowingPart() override { leaveTree(); }
+
+  void grow() {
+    const std::lock_guard lock(mutex_);
+    aboutToChange();
+    ++count_;
+  }
+  void changeText() {
+    const std::lock_guard lock(mutex_);
+    aboutToChangeValue();
+    ++text_;
+  }
+
+ protected:
+  [[nodiscard]] bool tellsChanges() const override { return true; }
+  unsigned elementCount() const override { return count_; }
+  ModelRes appendText(std::string& out, ModelPartIndex /*index*/) const override {
+    out += std::to_string(text_);
+    return ModelRes_Success;
+  }
+
+ private:
+  KSTD::KThreadMutex& mutex_;
+  unsigned count_ = 1;
+  int text_ = 0;
+};
+
+TEST_F(ClientRequestsTest, SeeTheShapeOfAProgramsOwnPartChangeBehindItsText) {
+  GrowingPart part(30, server_.manager);
+  ASSERT_EQ(server_.drive.add(&part), ModelRes_Success);
+  unsigned short sum = 0;
+  for (unsigned short count = 1; count < 30; ++count) {
+    EXPECT_EQ(client_.root.getElementSumFromServer(&client_.part.at({1, 30}), sum),
+              ModelRes_Success);
+    EXPECT_EQ(sum, count);
+    EXPECT_EQ(client_.text({1, 30}, 0), std::to_string(2 * (count - 1)));
+    part.changeText();
+    // What is asked of another part meanwhile begins an epoch of its own.
+    if (count % 3 == 0) {
+      EXPECT_EQ(client_.text(speedChain), "42");
+    }
+    part.changeText();
+    part.grow();
+  }
 }
 
 }  // namespace

@@ -138,13 +138,13 @@ TEST_F(HeldAnswersTest, OutlastTheEpochWhereTheyAreNoValues) {
   ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
   page_.advance();
   EXPECT_EQ(value({5, 2}), "?");
-  const HeldAnswers::Part* part = held_.find(Chain{5}, Wanted::other);
+  const HeldAnswers::Part* part = held_.find(Chain{5}, Wanted::shape);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_TRUE(held_.childIds(*part, ids));
   EXPECT_EQ(ids, (Chain{2, 1}));
   page_.advanceEra();
-  EXPECT_EQ(held_.find(Chain{5}, Wanted::other), nullptr);
+  EXPECT_EQ(held_.find(Chain{5}, Wanted::shape), nullptr);
 }
 
 TEST_F(HeldAnswersTest, EndWithTheEpoch) {

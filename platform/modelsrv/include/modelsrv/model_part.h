@@ -169,15 +169,17 @@ class KRV_EXPORT ModelPart {
   /// `aboutToChangeValue` where `appendText` alone answers otherwise then (what
   /// children a node has is looked after by `add` and `remove`). Clients may
   /// then be told more than they asked for and keep it meanwhile. A class that
-  /// answers for a value of its own and says yes must make that call.
+  /// answers for a value of its own and says yes must make one of those calls before
+  /// each such change.
   [[nodiscard]] virtual bool tellsChanges() const { return false; }
 
-  /// What clients were told of this part is no longer true after the change that
-  /// follows. Called with the client mutex held, before anything changes; costs
-  /// next to nothing where nobody was told.
+  /// Nothing that clients were told of this part, its value included, is true any
+  /// more after the change that follows. Called with the client mutex held, before
+  /// anything changes; costs next to nothing where nobody was told since the last call.
   void aboutToChange();
-  /// The same where only what `appendText` answers changes: what clients were told of
-  /// children and elements stays true.
+  /// The same where only what `appendText` answers changes, its text or its result:
+  /// what clients were told of children and elements, their number and names, stays
+  /// true.
   void aboutToChangeValue();
 
   /// The children, null where the part cannot have any. A class that answers null at
@@ -203,7 +205,9 @@ class KRV_EXPORT ModelPart {
   ModelPartId id_;
   ModelPartStatus status_;
   bool subscribable_ = true;
-  /// When clients were told of the part last; 0: not since its last change.
+  /// Whether clients were told of the part since its value changed.
+  bool valueTold_ = false;
+  /// When they were told of it last; 0: not since more than its value changed.
   std::uint32_t toldMark_ = 0;
 };
 
