@@ -23,7 +23,8 @@ using namespace promise;
 
 constexpr unsigned short parts = 40;
 
-/// Publishes parts that only count upwards, and knows how far they have come.
+/// Publishes parts that only count upwards, and a node with a child whose id does, and
+/// knows how far they have come.
 class Counters {
  public:
   Counters() {
@@ -32,6 +33,8 @@ class Counters {
       EXPECT_EQ(node_.add(values_.back().get()), ModelRes_Success);
     }
     EXPECT_EQ(root_.add(&node_), ModelRes_Success);
+    EXPECT_EQ(root_.add(&home_), ModelRes_Success);
+    replaceChild();
     EXPECT_EQ(root_.startAsServer(port_), ModelRes_Success);
     pump_.emplace(manager_);
   }
@@ -46,6 +49,20 @@ class Counters {
     acknowledged_[id].store(next);
   }
 
+  /// Puts a child with the next id in the place of the last one, as long as there are ids.
+  void replaceChild() {
+    if (childBegun_ == ModelPartId_Void - 1)
+      return;
+    const auto next = static_cast<ModelPartId>(childBegun_ + 1);
+    childBegun_ = next;
+    child_.reset();
+    child_ = std::make_unique<ValuePart<std::uint64_t>>(next, "child");
+    EXPECT_EQ(home_.add(child_.get()), ModelRes_Success);
+    childAcknowledged_ = next;
+  }
+
+  [[nodiscard]] unsigned short childAcknowledged() const { return childAcknowledged_; }
+  [[nodiscard]] unsigned short childBegun() const { return childBegun_; }
   [[nodiscard]] std::uint64_t acknowledged(unsigned short id) const { return acknowledged_[id]; }
   [[nodiscard]] std::uint64_t begun(unsigned short id) const { return begun_[id]; }
 
@@ -57,8 +74,27 @@ class Counters {
   std::vector<std::unique_ptr<ValuePart<std::uint64_t>>> values_;
   std::array<std::atomic<std::uint64_t>, parts> begun_{};
   std::array<std::atomic<std::uint64_t>, parts> acknowledged_{};
+  ModelNode home_{2, "home"};
+  std::unique_ptr<ValuePart<std::uint64_t>> child_;
+  std::atomic<unsigned short> childBegun_{0};
+  std::atomic<unsigned short> childAcknowledged_{0};
   std::optional<modelsrv_tests::Pump> pump_;
 };
+
+/// Asks for the children of the node with the one child.
+void checkChild(ModelClient& client, const Counters& counters) {
+  const unsigned short atLeast = counters.childAcknowledged();
+  std::vector<unsigned short> ids;
+  ASSERT_EQ(client.childIds({2}, ids), ModelRes_Success);
+  const unsigned short atMost = counters.childBegun();
+  if (ids.empty()) {
+    ASSERT_GT(atMost, atLeast) << "none, and nobody took one out";
+  } else {
+    ASSERT_EQ(ids.size(), 1U);
+    ASSERT_GE(ids.front(), atLeast);
+    ASSERT_LE(ids.front(), atMost);
+  }
+}
 
 /// Goes over all counters as a listing does.
 void checkAll(ModelClient& client, const Counters& counters) {
@@ -76,6 +112,9 @@ void checkAll(ModelClient& client, const Counters& counters) {
     ASSERT_GE(value, atLeast) << "part " << id;
     ASSERT_LE(value, atMost) << "part " << id;
   }
+  checkChild(client, counters);
+  // As it is in hand now, mostly.
+  checkChild(client, counters);
 }
 
 TEST(PromiseUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) {
@@ -93,8 +132,11 @@ TEST(PromiseUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) {
       --asking;
     });
   }
-  for (unsigned short id = 0; asking > 0; id = static_cast<unsigned short>((id + 1) % parts))
+  for (unsigned short id = 0; asking > 0; id = static_cast<unsigned short>((id + 1) % parts)) {
     counters.count(id);
+    if (id == 0)
+      counters.replaceChild();
+  }
   for (std::thread& client : clients)
     client.join();
 }
@@ -113,6 +155,9 @@ TEST(PromiseToMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
     const auto id = static_cast<unsigned short>(round % parts);
     if (round % 2 == 0) {
       counters.count(id);
+    }
+    if (round % 4 == 0) {
+      counters.replaceChild();
     }
     for (const auto& client : clients) {
       std::string text;
