@@ -102,7 +102,7 @@ class Service {
 
   ModelRes handle(const Request& request) {
     Bytes payload;
-    encodeRequest(request, payload);
+    encodeRequest(request.view(), payload);
     return handle(static_cast<std::uint16_t>(request.operation), payload, nativeOrder);
   }
 
@@ -123,7 +123,7 @@ class Service {
   static void checkEncoding(const Request& request, std::span<const std::uint8_t> payload,
                             ByteOrder order) {
     Bytes written;
-    encodeRequest(request, written);
+    encodeRequest(request.view(), written);
     require(written.size() == payload.size(), "no byte of a request is left over");
     require(order != nativeOrder || std::equal(written.begin(), written.end(), payload.begin()),
             "a request is written as it came");

@@ -43,7 +43,7 @@ void ClientSide::close() {
   port_.close();
 }
 
-EvtRes ClientSide::send(const Request& request, Reply& reply) {
+EvtRes ClientSide::send(const RequestView& request, Reply& reply) {
   payload_.clear();
   encodeRequest(request, payload_);
   const EvtRes result =
@@ -73,8 +73,7 @@ EvtRes ClientSide::renewSubscriptions() {
   while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->firstLost()) {
     const ClientSubscriptions::Entry& entry = *subscriptions_->find(*key);
     Reply reply;
-    const EvtRes result =
-        send(Request{Operation::subscribe, entry.chain, entry.index, false, {}}, reply);
+    const EvtRes result = send({Operation::subscribe, entry.chain, entry.index, false, {}}, reply);
     if (result != EvtSrv::EvtRes_Success)
       return result;
     if (decodeResult(reply.code) == ModelRes_Success)
@@ -85,7 +84,7 @@ EvtRes ClientSide::renewSubscriptions() {
   return EvtSrv::EvtRes_Success;
 }
 
-ModelRes ClientSide::request(const Request& request, Reply& reply) {
+ModelRes ClientSide::request(const RequestView& request, Reply& reply) {
   if (!started_)
     return ModelRes_NotConnected;
   EvtRes result = makeReady();
@@ -108,7 +107,7 @@ ModelRes ClientSide::look(ChainView chain, HeldAnswers::Wanted wanted,
     return ModelRes_Success;
   Reply reply;
   const ModelRes result =
-      request(Request{Operation::excerpt, copyOf(chain), held_.partsToAskFor(), false, {}}, reply);
+      request({Operation::excerpt, chain, held_.partsToAskFor(), false, {}}, reply);
   if (result == ModelRes_BadRequest || result == ModelRes_DoNothing) {
     // A server that gives none.
     excerptsWanted_ = false;
@@ -122,7 +121,7 @@ ModelRes ClientSide::look(ChainView chain, HeldAnswers::Wanted wanted,
 }
 
 ModelRes ClientSide::ask(Operation operation, ChainView chain, Reply& reply, ModelPartIndex index) {
-  return request(Request{operation, copyOf(chain), index, false, {}}, reply);
+  return request({operation, chain, index, false, {}}, reply);
 }
 
 ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
@@ -190,14 +189,13 @@ ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, Mod
   if (text.size() > maxStoreText)
     return ModelRes_TooLarge;
   Reply reply;
-  return request(Request{Operation::load, copyOf(chain), index, flag, text}, reply);
+  return request({Operation::load, chain, index, flag, text}, reply);
 }
 
 ModelRes ClientSide::subscribe(ModelPart& part, ChainView chain, void* context,
                                ModelPartIndex index) {
   Reply reply;
-  const ModelRes result =
-      request(Request{Operation::subscribe, copyOf(chain), index, false, {}}, reply);
+  const ModelRes result = request({Operation::subscribe, chain, index, false, {}}, reply);
   if (result == ModelRes_Success)
     subscriptions_->add(ClientSubscriptions::Entry{&part, copyOf(chain), context, index});
   return result;
@@ -215,7 +213,7 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
     const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
     Reply reply;
     const EvtRes result =
-        send(Request{Operation::unsubscribe, entry.chain, entry.index, false, {}}, reply);
+        send({Operation::unsubscribe, entry.chain, entry.index, false, {}}, reply);
     if (result != EvtSrv::EvtRes_Success && port_.isOpen())
       return fromPort(result);
   }

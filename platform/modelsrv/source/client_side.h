@@ -55,8 +55,8 @@ class ClientSide final : public EvtSrv::internal::EventSink {
                      EvtSrv::internal::ByteOrder order) override;
 
  private:
-  ModelRes request(const Request& request, EvtSrv::internal::Reply& reply);
-  EvtSrv::EvtRes send(const Request& request, EvtSrv::internal::Reply& reply);
+  ModelRes request(const RequestView& request, EvtSrv::internal::Reply& reply);
+  EvtSrv::EvtRes send(const RequestView& request, EvtSrv::internal::Reply& reply);
   /// Has a connection that the subscriptions are known on, as far as may be.
   EvtSrv::EvtRes makeReady();
   EvtSrv::EvtRes renewSubscriptions();

@@ -20,7 +20,7 @@ bool readChain(EvtSrv::internal::PayloadReader& payload, std::vector<ModelPartId
 
 }  // namespace
 
-void encodeRequest(const Request& request, std::vector<std::uint8_t>& payload) {
+void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payload) {
   EvtSrv::internal::PayloadWriter writer(payload);
   writer.u16(static_cast<std::uint16_t>(request.chain.size()));
   writer.u16s(request.chain);

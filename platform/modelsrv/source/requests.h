@@ -6,6 +6,7 @@
 
 #include "evtsrv/source/frame.h"
 #include "modelsrv/model_part.h"
+#include "modelsrv/source/climb.h"
 
 /// What a client asks a server: values in, a request's payload out, and back.
 /// The layout is written down in platform/PROTOCOL.md.
@@ -24,17 +25,30 @@ enum class Operation : std::uint16_t {
   excerpt = 9,       ///< chain, how many parts (in the index's place)
 };
 
+/// A request that is to be sent; chain and text are the caller's.
+struct RequestView {
+  Operation operation = Operation::childIds;
+  ChainView chain;
+  ModelPartIndex index = ModelPartIndex_All;  ///< or an excerpt's number of parts
+  bool flag = false;
+  std::string_view text = {};
+};
+
+/// A request that was read; the text is the reader's.
 struct Request {
   Operation operation = Operation::childIds;
   std::vector<ModelPartId> chain;
   ModelPartIndex index = ModelPartIndex_All;  ///< or an excerpt's number of parts
   bool flag = false;
-  std::string_view text = {};  ///< not owned: a reader's or a caller's bytes
+  std::string_view text = {};
+
+  /// The same, as long as this lives.
+  [[nodiscard]] RequestView view() const { return {operation, chain, index, flag, text}; }
 };
 
 /// Appends the payload of `request`; a chain above `ModelDepth_Max` must not come
 /// here.
-void encodeRequest(const Request& request, std::vector<std::uint8_t>& payload);
+void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payload);
 
 /// Reads a whole payload. False for an operation that does not exist, for bytes
 /// that are missing or too many and for fields out of their range; `request` then

@@ -121,7 +121,7 @@ class SessionCost : public testing::Test {
  protected:
   static std::vector<std::uint8_t> payload(const Request& request) {
     std::vector<std::uint8_t> bytes;
-    encodeRequest(request, bytes);
+    encodeRequest(request.view(), bytes);
     return bytes;
   }
 

@@ -49,7 +49,7 @@ void expectEqual(const Request& read, const Request& written) {
 TEST(Requests, AreReadAsTheyWereWritten) {
   for (const Request& written : examples) {
     Bytes bytes;
-    encodeRequest(written, bytes);
+    encodeRequest(written.view(), bytes);
     Request read;
     ASSERT_TRUE(decode(static_cast<std::uint16_t>(written.operation), bytes, read));
     expectEqual(read, written);
@@ -59,7 +59,7 @@ TEST(Requests, AreReadAsTheyWereWritten) {
 TEST(Requests, AreRefusedWhereverTheyAreCut) {
   for (const Request& written : examples) {
     Bytes bytes;
-    encodeRequest(written, bytes);
+    encodeRequest(written.view(), bytes);
     const auto operation = static_cast<std::uint16_t>(written.operation);
     const std::size_t needed = bytes.size() - written.text.size();
     for (std::size_t size = 0; size < needed; ++size) {
@@ -76,7 +76,7 @@ TEST(Requests, AreRefusedWithBytesBehindThem) {
     if (written.operation == Operation::load)
       continue;
     Bytes bytes;
-    encodeRequest(written, bytes);
+    encodeRequest(written.view(), bytes);
     bytes.push_back(0);
     Request read;
     EXPECT_FALSE(decode(static_cast<std::uint16_t>(written.operation), bytes, read));
@@ -97,7 +97,7 @@ TEST(Requests, AreRefusedWhereTheDepthLies) {
 TEST(Requests, TakeAChainAsDeepAsTheLimitAndNoDeeper) {
   for (const std::size_t depth : {ModelDepth_Max, ModelDepth_Max + 1}) {
     Bytes bytes;
-    encodeRequest(Request{Operation::childIds, std::vector<ModelPartId>(depth, 1)}, bytes);
+    encodeRequest(Request{Operation::childIds, std::vector<ModelPartId>(depth, 1)}.view(), bytes);
     Request read;
     EXPECT_EQ(decode(1, bytes, read), depth == ModelDepth_Max);
   }
@@ -105,12 +105,12 @@ TEST(Requests, TakeAChainAsDeepAsTheLimitAndNoDeeper) {
 
 TEST(Requests, AreRefusedForUnknownOperationsAndFlags) {
   Bytes bytes;
-  encodeRequest(Request{Operation::childIds, {}}, bytes);
+  encodeRequest(Request{Operation::childIds, {}}.view(), bytes);
   Request read;
   for (const std::uint16_t operation : std::initializer_list<std::uint16_t>{0, 9, 255, 65535})
     EXPECT_FALSE(decode(operation, bytes, read));
   bytes.clear();
-  encodeRequest(Request{Operation::load, {}, 0, true, {}}, bytes);
+  encodeRequest(Request{Operation::load, {}, 0, true, {}}.view(), bytes);
   EXPECT_TRUE(decode(6, bytes, read));
   bytes.back() = 2;
   EXPECT_FALSE(decode(6, bytes, read));

@@ -38,7 +38,7 @@ class TreeSessionTest : public testing::Test {
 
   ModelRes ask(const Request& request) {
     Bytes payload;
-    encodeRequest(request, payload);
+    encodeRequest(request.view(), payload);
     return askBytes(static_cast<std::uint16_t>(request.operation), payload, nativeOrder);
   }
 
@@ -194,7 +194,7 @@ TEST_F(TreeSessionTest, EndsItsSubscriptionsWithItself) {
   modelsrv_tests::FakeConnection connection;
   auto session = std::make_unique<TreeSession>(share_, connection);
   Bytes payload;
-  encodeRequest({Operation::subscribe, {3, 9}}, payload);
+  encodeRequest(Request{Operation::subscribe, {3, 9}}.view(), payload);
   PayloadReader reader(payload, nativeOrder);
   Bytes reply;
   ASSERT_EQ(session->handle(7, reader, reply), ModelRes_Success);
