@@ -33,6 +33,9 @@ class FrameReader {
   /// `incomplete` or `keepRest` was called.
   void feed(std::span<const std::uint8_t> bytes) { fed_ = bytes; }
 
+  /// Whether nothing is left of what was fed.
+  [[nodiscard]] bool empty() const { return fed_.empty() && kept_.size() == served_; }
+
   /// Moves to the next frame. The payload of the one before is gone.
   [[nodiscard]] Status next(Frame& frame);
 

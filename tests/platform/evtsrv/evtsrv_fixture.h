@@ -139,6 +139,9 @@ class TestSystem : public PosixSystem {
   /// The paths of the pipes that were to be made.
   std::vector<std::string> made;
 
+  /// How many of the writes were of two pieces.
+  int writesOfTwo = 0;
+
   /// At most so many bytes go with one write, and come with one read.
   std::size_t writeLimit = SIZE_MAX;
   std::size_t readLimit = SIZE_MAX;
@@ -158,6 +161,7 @@ class TestSystem : public PosixSystem {
   }
   ssize_t writeOnce(int descriptor, std::span<const std::uint8_t> head,
                     std::span<const std::uint8_t> body) override {
+    writesOfTwo += body.empty() ? 0 : 1;
     return refused("write", [&] {
       return writeLimit < head.size() + body.size()
                  ? PosixSystem::writeOnce(descriptor, head.first(std::min(writeLimit, head.size())),

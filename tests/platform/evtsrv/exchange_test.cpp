@@ -36,6 +36,20 @@ TEST_F(Exchange, CarriesPayloadsOfEverySize) {
   }
 }
 
+TEST_F(Exchange, WritesASmallRequestInOnePiece) {
+  connect();
+  for (const std::size_t size : {0U, 1U, 112U}) {
+    std::string text(size, 'x');
+    ASSERT_EQ(client.ask(text), EvtRes_Success);
+    EXPECT_EQ(text, std::string(size, 'x'));
+  }
+  EXPECT_EQ(client.system.writesOfTwo, 0);
+  std::string text(113, 'y');
+  ASSERT_EQ(client.ask(text), EvtRes_Success);
+  EXPECT_EQ(text, std::string(113, 'y'));
+  EXPECT_EQ(client.system.writesOfTwo, 1) << "longer ones are not copied";
+}
+
 TEST_F(Exchange, RefusesAPayloadAboveTheLimitAndSendsNothing) {
   connect();
   std::string text(std::size_t{maxPayload} + 1, 'x');
