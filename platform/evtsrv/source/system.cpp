@@ -14,8 +14,8 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
-#include <limits>
 #include <memory>
+#include <utility>
 
 namespace EvtSrv::internal {
 
@@ -346,24 +346,21 @@ EvtRes resultOf(ssize_t refusal) {
 }
 
 Deadline::Deadline(System& system, int milliseconds)
-    : system_(system), limited_(milliseconds >= 0) {
-  if (milliseconds == 0) {
-    end_ = std::numeric_limits<std::int64_t>::min();
-  } else if (limited_) {
-    end_ = system.nowMs() + milliseconds;
-  }
-}
+    : system_(system),
+      first_(milliseconds),
+      end_(milliseconds > 0 ? system.nowMs() + milliseconds : 0) {}
 
 bool Deadline::nextWait(int& wait) {
-  if (!limited_) {
+  if (first_ < 0) {
     wait = -1;
     return true;
   }
   if (over_) {
     return false;
   }
-  const bool never = end_ == std::numeric_limits<std::int64_t>::min();
-  wait = never ? 0 : static_cast<int>(std::max<std::int64_t>(end_ - system_.nowMs(), 0));
+  wait = std::exchange(begun_, true)
+             ? static_cast<int>(std::max<std::int64_t>(end_ - system_.nowMs(), 0))
+             : first_;
   over_ = wait == 0;
   return true;
 }

@@ -178,15 +178,18 @@ class Deadline {
   /// `milliseconds` from now; below 0 there is no limit.
   Deadline(System& system, int milliseconds);
 
-  /// Moves `wait` to how long the next wait may take (-1: without limit). When
-  /// the time has run out it still allows one last look (0) and then gives false,
-  /// so that a process that slept through the time takes what came meanwhile.
+  /// Moves `wait` to how long the next wait may take (-1: without limit). The first
+  /// one, nearly always the only one, may take the whole time without another look at
+  /// the clock: nothing blocks before it. When the time has run out there is still one
+  /// last look (0) and then false, so that a process that slept through the time takes
+  /// what came meanwhile.
   bool nextWait(int& wait);
 
  private:
   System& system_;
-  std::int64_t end_ = 0;
-  bool limited_;
+  int first_;  // Below 0: no limit.
+  std::int64_t end_;
+  bool begun_ = false;
   bool over_ = false;
 };
 
