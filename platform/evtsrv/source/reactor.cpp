@@ -16,19 +16,26 @@ std::uint64_t makeToken(std::uint32_t slot, std::uint32_t generation) {
 }  // namespace
 
 Registration::Registration(Registration&& other) noexcept
-    : reactor_(std::exchange(other.reactor_, nullptr)), token_(other.token_) {}
+    : reactor_(std::exchange(other.reactor_, nullptr)),
+      token_(other.token_),
+      interest_(other.interest_) {}
 
 Registration& Registration::operator=(Registration&& other) noexcept {
   if (this != &other) {
     end();
     reactor_ = std::exchange(other.reactor_, nullptr);
     token_ = other.token_;
+    interest_ = other.interest_;
   }
   return *this;
 }
 
-int Registration::setInterest(std::uint32_t interest) {
-  return reactor_ == nullptr ? -ENOENT : reactor_->setInterest(token_, interest);
+int Registration::change(std::uint32_t interest) {
+  const int result = reactor_ == nullptr ? -ENOENT : reactor_->setInterest(token_, interest);
+  if (result == 0) {
+    interest_ = interest;
+  }
+  return result;
 }
 
 void Registration::end() {
@@ -53,7 +60,7 @@ int Reactor::add(int descriptor, std::uint32_t interest, ReadyHandler& handler, 
   }
   Slot& used = slots_[slot];
   const std::uint32_t generation = ++used.generation;
-  used = {&handler, role, descriptor, interest, generation};
+  used = {&handler, role, descriptor, generation};
   const std::uint64_t token = makeToken(slot, generation);
   const int result =
       system_.changeEpoll(epoll_.number(), EPOLL_CTL_ADD, descriptor, interest, token);
@@ -62,7 +69,7 @@ int Reactor::add(int descriptor, std::uint32_t interest, ReadyHandler& handler, 
     free_.push_back(slot);
     return result;
   }
-  registration = Registration(*this, token);
+  registration = Registration(*this, token, interest);
   return 0;
 }
 
@@ -97,19 +104,10 @@ void Reactor::remove(std::uint64_t token) {
 }
 
 int Reactor::setInterest(std::uint64_t token, std::uint32_t interest) {
-  Slot* slot = find(token);
-  if (slot == nullptr) {
-    return -ENOENT;
-  }
-  if (slot->interest == interest) {
-    return 0;
-  }
-  const int result =
-      system_.changeEpoll(epoll_.number(), EPOLL_CTL_MOD, slot->descriptor, interest, token);
-  if (result == 0) {
-    slot->interest = interest;
-  }
-  return result;
+  const Slot* slot = find(token);
+  return slot == nullptr ? -ENOENT
+                         : system_.changeEpoll(epoll_.number(), EPOLL_CTL_MOD, slot->descriptor,
+                                               interest, token);
 }
 
 }  // namespace EvtSrv::internal

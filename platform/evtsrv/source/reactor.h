@@ -32,15 +32,21 @@ class Registration {
 
   /// Waits for `interest` from now on; errors and hang-ups are always told. Free
   /// of cost where nothing changes.
-  [[nodiscard]] int setInterest(std::uint32_t interest);
+  [[nodiscard]] int setInterest(std::uint32_t interest) {
+    return interest == interest_ && reactor_ != nullptr ? 0 : change(interest);
+  }
   void end();
 
  private:
   friend class Reactor;
-  Registration(Reactor& reactor, std::uint64_t token) : reactor_(&reactor), token_(token) {}
+  Registration(Reactor& reactor, std::uint64_t token, std::uint32_t interest)
+      : reactor_(&reactor), token_(token), interest_(interest) {}
+
+  int change(std::uint32_t interest);
 
   Reactor* reactor_ = nullptr;
   std::uint64_t token_ = 0;
+  std::uint32_t interest_ = 0;
 };
 
 /// The descriptors that a manager waits for. `wait` is for any thread and takes
@@ -75,7 +81,6 @@ class Reactor {
     ReadyHandler* handler = nullptr;
     unsigned role = 0;
     int descriptor = -1;
-    std::uint32_t interest = 0;
     std::uint32_t generation = 0;
   };
 

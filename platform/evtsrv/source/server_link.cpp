@@ -188,7 +188,7 @@ bool ServerLink::readRequests(std::uint32_t events) {
 }
 
 void ServerLink::writeReply() {
-  switch (writeTail(pipes_.reply, reply_)) {
+  switch (writeFrom(pipes_.reply, reply_.bytes, reply_.written)) {
     case Progress::all:
       reply_.clear();
       serveRequests();
@@ -258,27 +258,27 @@ void ServerLink::answer(const Frame& request) {
 
 ServerLink::Progress ServerLink::write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes,
                                        Tail& tail) {
-  tail.bytes = std::move(bytes);
-  tail.written = 0;
-  const Progress progress = writeTail(pipe, tail);
-  if (progress != Progress::blocked) {
-    bytes = std::move(tail.bytes);
-    tail.bytes = {};
+  std::size_t written = 0;
+  const Progress progress = writeFrom(pipe, bytes, written);
+  if (progress == Progress::blocked) {
+    tail.bytes = std::move(bytes);
+    tail.written = written;
   }
   return progress;
 }
 
-ServerLink::Progress ServerLink::writeTail(const FileDescriptor& pipe, Tail& tail) {
-  while (tail.written < tail.bytes.size()) {
-    const ssize_t count =
-        core_.system().write(pipe.number(), std::span(tail.bytes).subspan(tail.written));
+ServerLink::Progress ServerLink::writeFrom(const FileDescriptor& pipe,
+                                           std::span<const std::uint8_t> bytes,
+                                           std::size_t& written) {
+  while (written < bytes.size()) {
+    const ssize_t count = core_.system().write(pipe.number(), bytes.subspan(written));
     if (count == -EAGAIN) {
       return Progress::blocked;
     }
     if (count <= 0) {
       return Progress::failed;
     }
-    tail.written += static_cast<std::size_t>(count);
+    written += static_cast<std::size_t>(count);
   }
   return Progress::all;
 }
@@ -315,7 +315,7 @@ void ServerLink::pumpEvents() {
   ScratchBuffer scratch(core_.eventHome());
   Progress progress = Progress::all;
   if (!events_.empty()) {
-    progress = writeTail(pipes_.event, events_);
+    progress = writeFrom(pipes_.event, events_.bytes, events_.written);
     if (progress == Progress::all) {
       events_.clear();
     }

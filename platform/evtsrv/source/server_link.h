@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "evtsrv/source/frame_reader.h"
@@ -87,7 +88,8 @@ class ServerLink final : public ServerConnection,
   void endIfFinished();
   void breakOff();
   Progress write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes, Tail& tail);
-  Progress writeTail(const FileDescriptor& pipe, Tail& tail);
+  Progress writeFrom(const FileDescriptor& pipe, std::span<const std::uint8_t> bytes,
+                     std::size_t& written);
   [[nodiscard]] bool setInterests();
 
   ManagerCore& core_;
