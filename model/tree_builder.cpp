@@ -122,6 +122,7 @@ class TreeBuilder {
   void listElements(ListingNode& node, std::uint16_t sum) {
     const std::vector<std::string> names = elementNames(lock_);
     const std::size_t count = names.empty() ? sum : names.size();
+    node.children.reserve(count);
     for (std::size_t index = 0; index < count; ++index) {
       std::string label = '[' + std::to_string(index) + ']';
       if (!names.empty()) {

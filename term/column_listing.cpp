@@ -87,8 +87,8 @@ ColumnLayout nodeColumnLayout(const ScreenPrinter& printer, const ListingNode& n
 
 std::size_t nodeColumnWidth(const ListingNode& node) {
   std::size_t longest = 0;
-  for (const auto& child : node.children) {
-    longest = std::max(longest, shownLength(*child));
+  for (const ListingNode& child : node.children) {
+    longest = std::max(longest, shownLength(child));
   }
   return longest + columnGap;
 }
@@ -116,12 +116,12 @@ bool printNodeColumns(ScreenPrinter& printer, const ListingNode& node, bool rese
   }
   RowWriter rows(printer, nodeColumnLayout(printer, node), paging, !printer.batch());
   std::string text;
-  for (const auto& child : node.children) {
-    text = nameText(child->name);
-    if (child->hasChildren()) {
+  for (const ListingNode& child : node.children) {
+    text = nameText(child.name);
+    if (child.hasChildren()) {
       text += '/';
     }
-    if (!rows.add(child->subscribedMark, child->kindMark, text)) {
+    if (!rows.add(child.subscribedMark, child.kindMark, text)) {
       return false;
     }
   }

@@ -100,7 +100,7 @@ bool drawLevel(LineWriter& lines, std::size_t depth, const ListingNode& node, bo
       open.pop_back();
       continue;
     }
-    const ListingNode& child = *level.node->children[level.nextChild++];
+    const ListingNode& child = level.node->children[level.nextChild++];
     const std::size_t childDepth = depth + open.size();
     if (child.hasChildren()) {
       if (!drawNodeName(lines, childDepth, child)) {
@@ -128,14 +128,14 @@ bool drawTree(ScreenPrinter& printer, const ListingNode& node, bool withValues, 
   }
   const std::size_t width = nodeColumnWidth(node);
   LineWriter lines(printer, paging);
-  for (const auto& child : node.children) {
-    if (child->hasChildren()) {
-      if (!drawLevel(lines, 0, *child, withValues)) {
+  for (const ListingNode& child : node.children) {
+    if (child.hasChildren()) {
+      if (!drawLevel(lines, 0, child, withValues)) {
         return false;
       }
       continue;
     }
-    lines.beginBranch(*child, 0);
+    lines.beginBranch(child, 0);
     if (withValues) {
       lines.addPaddedName(width);
       lines.addValue();
@@ -164,9 +164,9 @@ bool printLongList(ScreenPrinter& printer, const ListingNode& node, bool reset, 
     return lines.print();
   }
   const std::size_t width = nodeColumnWidth(node);
-  for (const auto& child : node.children) {
-    lines.begin(*child);
-    if (child->hasChildren()) {
+  for (const ListingNode& child : node.children) {
+    lines.begin(child);
+    if (child.hasChildren()) {
       lines.addPaddedNodeName(width);
     } else {
       lines.addPaddedName(width);

@@ -12,29 +12,24 @@ ListingNode::~ListingNode() {
 }
 
 ListingNode& ListingNode::addChild() {
-  return *children.emplace_back(std::make_unique<ListingNode>());
+  return children.emplace_back();
 }
 
-// The way back up is kept in the tree itself. Where a node is opened while
-// siblings of it wait, the node takes them in place of its children and moves to
-// the front of those, from where it is met again when they are gone.
+// The way back up is kept in the tree itself: where siblings of an opened node wait,
+// the first of those below it keeps them in place of its own children, which are
+// opened next.
 void freeTree(ListingNode& node) noexcept {
   ListingNode::Children open = std::exchange(node.children, {});
-  std::unique_ptr<ListingNode> next;
-  while (next != nullptr || !open.empty()) {
-    if (next == nullptr) {
-      next = std::move(open.back());
-      open.pop_back();
-    }
-    ListingNode::Children inner = std::exchange(next->children, {});
-    if (inner.empty() || open.empty()) {
-      next.reset();
-    } else {
-      next->children = std::exchange(open, {});
-      next.swap(inner.front());
-    }
-    if (!inner.empty()) {
-      open = std::move(inner);
+  while (!open.empty()) {
+    ListingNode::Children below = std::exchange(open.back().children, {});
+    open.pop_back();
+    while (!below.empty()) {
+      ListingNode::Children next;
+      if (!open.empty()) {
+        next = std::exchange(below.front().children, std::move(open));
+      }
+      open = std::move(below);
+      below = std::move(next);
     }
   }
 }

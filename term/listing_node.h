@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,14 +16,15 @@
 namespace treescope {
 
 struct ListingNode {
-  using Children = std::vector<std::unique_ptr<ListingNode>>;
+  using Children = std::vector<ListingNode>;
 
   ListingNode() = default;
   ListingNode(ListingNode&& other) noexcept = default;
   ListingNode& operator=(ListingNode&& other) noexcept = default;
   ~ListingNode();
 
-  /// Appends an empty child and gives it; its address stays when others follow.
+  /// Appends an empty child and gives it. Its address stays until another one
+  /// follows.
   ListingNode& addChild();
 
   /// Shown with a "/" behind its name, whatever the children are: a node whose
@@ -39,7 +39,7 @@ struct ListingNode {
   /// Shown as `StyledText::colour`: green for a part that has elements, blue for
   /// a node.
   std::uint32_t kindMark = 0;
-  /// In the order in which they are shown; never null.
+  /// In the order in which they are shown.
   Children children;
 };
 

@@ -46,12 +46,12 @@ class Discovery : public testing::Test {
       EXPECT_EQ(listing.name, directory_);
     }
     std::vector<std::string> names;
-    for (const auto& child : listing.children) {
-      EXPECT_EQ(child->value, std::nullopt);
-      EXPECT_EQ(child->subscribedMark, 0U);
-      EXPECT_EQ(child->kindMark, 0U);
-      EXPECT_THAT(child->children, IsEmpty());
-      names.push_back(child->name.value_or("no name"));
+    for (const ListingNode& child : listing.children) {
+      EXPECT_EQ(child.value, std::nullopt);
+      EXPECT_EQ(child.subscribedMark, 0U);
+      EXPECT_EQ(child.kindMark, 0U);
+      EXPECT_THAT(child.children, IsEmpty());
+      names.push_back(child.name.value_or("no name"));
     }
     return names;
   }

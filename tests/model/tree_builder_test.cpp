@@ -10,8 +10,8 @@ std::string written(const ListingNode& node) {
   text += node.subscribedMark != 0 ? " s" + std::to_string(node.subscribedMark) : "";
   text += node.kindMark != 0 ? " k" + std::to_string(node.kindMark) : "";
   std::string below;
-  for (const auto& child : node.children) {
-    below += (below.empty() ? "" : ", ") + written(*child);
+  for (const ListingNode& child : node.children) {
+    below += (below.empty() ? "" : ", ") + written(child);
   }
   return node.children.empty() ? text : text + " (" + below + ')';
 }
@@ -145,8 +145,8 @@ TEST_F(TreeBuilder, AsksTwiceForEachOf10000PartsHoweverManyAreSubscribed) {
   scope_.buildTree(listing, 0, {1, 40}, "wide", 1, true, true);
   EXPECT_EQ(asked, 2 * many);
   ASSERT_EQ(listing.children.size(), many);
-  for (const auto& child : listing.children) {
-    ASSERT_EQ(child->subscribedMark, 8U);
+  for (const ListingNode& child : listing.children) {
+    ASSERT_EQ(child.subscribedMark, 8U);
   }
   EXPECT_EQ(run("du drive/wide"), (Answer{1, ""}));
   EXPECT_THAT(scope_.currentPart()->subscriptions(), testing::IsEmpty());

@@ -154,7 +154,7 @@ TEST(PrintLongTree, DrawsAPartBesideANode) {
 
 TEST(PrintTreeLevel, DrawsTheseBytesAtEveryWidthAndInBatchMode) {
   const ListingNode root = oddTree();
-  const ListingNode& sub = *root.children[4];
+  const ListingNode& sub = root.children[4];
   const auto level = [&](std::size_t depth, bool withValues) {
     return [&sub, depth, withValues](ScreenPrinter& printer) {
       return printTreeLevel(printer, depth, sub, withValues, false);
@@ -174,7 +174,7 @@ TEST(PrintTreeLevel, DrawsTheseBytesAtEveryWidthAndInBatchMode) {
               level(2, true));
   // Of an entry without children there is the entry's line.
   expectLines({{"    +-- gain/", boldGreenOn, boldGreenOff}}, [&](ScreenPrinter& printer) {
-    return printTreeLevel(printer, 1, *root.children[0], true, false);
+    return printTreeLevel(printer, 1, root.children[0], true, false);
   });
 }
 

@@ -60,7 +60,7 @@ TEST(WholeLines, AreRowsOfColumnsBesideTreeLines) {
   const std::vector<std::string> names = {"a", "bb", "ccc", "d"};
   ListingNode tree;
   tree.addChild().name = "part";
-  tree.children[0]->value = "42";
+  tree.children[0].value = "42";
   const auto counts = linesOfBoth(
       times, [&] { printColumns(printer, names, true, false); },
       [&] { printLongTree(printer, tree, false, false); });
