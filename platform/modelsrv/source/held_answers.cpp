@@ -19,75 +19,68 @@ constexpr std::uint32_t noPart = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t mostParts = 4096;
 /// A server writes less; what is longer is not worth reading.
 constexpr std::size_t longestExcerpt = std::size_t{256} * 1024;
-constexpr std::uint64_t rootHash = 0x9E3779B97F4A7C15;
+constexpr std::uint32_t rootHash = 0x9E3779B9;
 
-std::uint64_t hashBelow(std::uint64_t parent, ModelPartId id) {
-  std::uint64_t hash = (parent ^ (id + 1U)) * 0xFF51AFD7ED558CCD;
-  hash ^= hash >> 32;
-  return hash;
+std::uint32_t hashBelow(std::uint32_t parent, ModelPartId id) {
+  const std::uint64_t product = (parent ^ (id + 1U)) * 0xFF51AFD7ED558CCD;
+  return static_cast<std::uint32_t>(product >> 32);
 }
 
-std::uint64_t hashOf(ChainView chain) {
-  std::uint64_t hash = rootHash;
+std::uint32_t hashOf(ChainView chain) {
+  std::uint32_t hash = rootHash;
   for (const ModelPartId id : chain)
     hash = hashBelow(hash, id);
   return hash;
 }
 
-/// What `read` reads over.
-template <typename Read>
-HeldAnswers::Slice sliceOf(PayloadReader& in, Read read) {
-  const std::size_t start = in.position();
-  read();
-  return {static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(in.position() - start)};
+std::uint32_t placeOf(const PayloadReader& in) {
+  return static_cast<std::uint32_t>(in.position());
 }
 
-HeldAnswers::Slice skipIds(PayloadReader& in) {
-  return sliceOf(in, [&in] {
-    const std::size_t count = in.u16();
-    (void)in.bytes(count * sizeof(ModelPartId));
-  });
+void skipIds(PayloadReader& in) {
+  const std::size_t count = in.u16();
+  (void)in.bytes(count * sizeof(ModelPartId));
 }
 
-HeldAnswers::Slice skipNames(PayloadReader& in) {
-  return sliceOf(in, [&in] {
-    const std::size_t count = in.u16();
-    for (std::size_t i = 0; i < count && in.ok(); ++i) {
-      const std::size_t length = in.u16();
-      (void)in.bytes(length);
-    }
-  });
+void skipNames(PayloadReader& in) {
+  const std::size_t count = in.u16();
+  for (std::size_t i = 0; i < count && in.ok(); ++i) {
+    const std::size_t length = in.u16();
+    (void)in.bytes(length);
+  }
 }
 
-HeldAnswers::Slice skipTexts(PayloadReader& in, unsigned count) {
-  return sliceOf(in, [&in, count] {
-    for (unsigned i = 0; i < count && in.ok(); ++i) {
-      const std::size_t length = in.u32();
-      (void)in.bytes(length);
-    }
-  });
+void skipTexts(PayloadReader& in, unsigned count) {
+  for (unsigned i = 0; i < count && in.ok(); ++i) {
+    const std::size_t length = in.u32();
+    (void)in.bytes(length);
+  }
 }
 
-/// Reads what an excerpt tells of one part; false where that is malformed.
-bool readPart(PayloadReader& in, HeldAnswers::Part& part) {
-  part.depth = in.u16();
-  part.id = in.u16();
+/// Reads what an excerpt tells of one part behind its id; false where that is
+/// malformed.
+bool readPieces(PayloadReader& in, HeldAnswers::Part& part) {
   const std::uint8_t has = in.u8();
-  if ((has & excerptChildren) != 0) {
-    part.childIds = skipIds(in);
-    part.childNames = skipNames(in);
-  }
+  part.childIds = placeOf(in);
+  if ((has & excerptChildren) != 0)
+    skipIds(in);
+  part.childNames = placeOf(in);
+  if ((has & excerptChildren) != 0)
+    skipNames(in);
+  part.elements = placeOf(in);
   if ((has & excerptElements) != 0) {
-    part.elements = in.u16();
-    part.elementNames = skipNames(in);
+    part.elementCount = in.u16();
+    skipNames(in);
   }
+  part.value = placeOf(in);
   if ((has & excerptValue) != 0) {
-    part.result = in.u16();
-    const unsigned texts = std::max<unsigned>(part.elements, 1);
-    part.value = skipTexts(in, part.result == ModelRes_Success ? texts : 0);
-    if ((has & excerptElements) == 0 || decodeResult(part.result) == ModelRes_Protocol)
+    const std::uint16_t result = in.u16();
+    const unsigned texts = std::max<unsigned>(part.elementCount, 1);
+    skipTexts(in, result == ModelRes_Success ? texts : 0);
+    if ((has & excerptElements) == 0 || decodeResult(result) == ModelRes_Protocol)
       return false;
   }
+  part.end = placeOf(in);
   return in.ok();
 }
 
@@ -118,9 +111,11 @@ std::uint16_t HeldAnswers::partsToAskFor() const {
 
 const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std::uint8_t> reply,
                                            ByteOrder order) {
+  const std::size_t expected = partsToAskFor();
   clear();
   if (reply.size() > longestExcerpt)
     return nullptr;
+  parts_.reserve(chain.size() + expected);
   bytes_.assign(reply.begin(), reply.end());
   order_ = order;
   PayloadReader in(bytes_, order);
@@ -131,8 +126,10 @@ const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std:
   addAbove(chain);
   const auto wanted = static_cast<std::uint32_t>(parts_.size());
   do {
-    Part part;
-    if (parts_.size() - wanted == mostParts || !readPart(in, part) || !add(part)) {
+    const std::uint16_t depth = in.u16();
+    const ModelPartId id = in.u16();
+    Part* const part = parts_.size() - wanted < mostParts ? add(depth, id) : nullptr;
+    if (part == nullptr || !readPieces(in, *part)) {
       clear();
       return nullptr;
     }
@@ -172,32 +169,31 @@ bool HeldAnswers::readPlace(PayloadReader& in, LivePagePlace& place, std::uint64
 /// What lies above the first part of the excerpt has no answer but is part of the
 /// others' chains.
 void HeldAnswers::addAbove(ChainView chain) {
-  for (std::size_t depth = 0; depth < chain.size(); ++depth) {
-    Part part;
-    part.depth = static_cast<std::uint16_t>(depth);
-    part.id = depth == 0 ? ModelPartId_Void : chain[depth - 1];
-    (void)add(part);
-  }
+  for (std::size_t depth = 0; depth < chain.size(); ++depth)
+    (void)add(static_cast<std::uint16_t>(depth), depth == 0 ? ModelPartId_Void : chain[depth - 1]);
 }
 
-/// Appends a part whose depth and id are set, below the last one of lower depth;
-/// false where that is more than one level above.
-bool HeldAnswers::add(Part& part) {
-  if (parts_.empty() != (part.depth == 0))
-    return false;
-  if (part.depth == 0) {
-    part.hash = rootHash;
-  } else {
-    part.parent = static_cast<std::uint32_t>(parts_.size() - 1);
-    while (parts_[part.parent].depth >= part.depth)
-      part.parent = parts_[part.parent].parent;
-    const Part& parent = parts_[part.parent];
-    if (parent.depth + 1 != part.depth)
-      return false;
-    part.hash = hashBelow(parent.hash, part.id);
+/// Appends a part below the last one of lower depth; null where that is more than
+/// one level above.
+HeldAnswers::Part* HeldAnswers::add(std::uint16_t depth, ModelPartId id) {
+  if (parts_.empty() != (depth == 0))
+    return nullptr;
+  std::uint32_t parent = 0;
+  std::uint32_t hash = rootHash;
+  if (depth != 0) {
+    parent = static_cast<std::uint32_t>(parts_.size() - 1);
+    while (parts_[parent].depth >= depth)
+      parent = parts_[parent].parent;
+    if (parts_[parent].depth + 1 != depth)
+      return nullptr;
+    hash = hashBelow(parts_[parent].hash, id);
   }
-  parts_.push_back(part);
-  return true;
+  Part& part = parts_.emplace_back();
+  part.hash = hash;
+  part.parent = parent;
+  part.depth = depth;
+  part.id = id;
+  return &part;
 }
 
 void HeldAnswers::makeIndex() {
@@ -214,7 +210,7 @@ void HeldAnswers::makeIndex() {
 }
 
 std::uint32_t HeldAnswers::lookUp(ChainView chain) const {
-  const std::uint64_t hash = hashOf(chain);
+  const std::uint32_t hash = hashOf(chain);
   const std::size_t mask = index_.size() - 1;
   for (std::size_t slot = hash & mask; index_[slot] != noPart; slot = (slot + 1) & mask) {
     const std::uint32_t at = index_[slot];
@@ -236,38 +232,43 @@ bool HeldAnswers::isAt(std::uint32_t part, ChainView chain) const {
   return true;
 }
 
-PayloadReader HeldAnswers::reader(Slice slice) const {
-  return PayloadReader(std::span(bytes_).subspan(slice.at, slice.size), order_);
+PayloadReader HeldAnswers::reader(std::uint32_t begin, std::uint32_t end) const {
+  return PayloadReader(std::span(bytes_).subspan(begin, end - begin), order_);
 }
 
 bool HeldAnswers::childIds(const Part& part, std::vector<ModelPartId>& ids) const {
-  return part.childIds.at != 0 && decodeIds(reader(part.childIds), ids);
+  return part.childIds != part.childNames && decodeIds(reader(part.childIds, part.childNames), ids);
 }
 
 bool HeldAnswers::childNames(const Part& part, std::vector<std::string>& names) const {
-  return part.childNames.at != 0 && decodeNames(reader(part.childNames), names);
+  return part.childNames != part.elements &&
+         decodeNames(reader(part.childNames, part.elements), names);
 }
 
 bool HeldAnswers::elementSum(const Part& part, std::uint16_t& sum) const {
-  if (part.elementNames.at == 0)
+  if (part.elements == part.value)
     return false;
-  sum = part.elements;
+  sum = part.elementCount;
   return true;
 }
 
 bool HeldAnswers::elementNames(const Part& part, std::vector<std::string>& names) const {
-  return part.elementNames.at != 0 && decodeNames(reader(part.elementNames), names);
+  if (part.elements == part.value)
+    return false;
+  PayloadReader in = reader(part.elements, part.value);
+  (void)in.u16();
+  return decodeNames(in, names);
 }
 
 bool HeldAnswers::save(const Part& part, ModelPartIndex index, std::ostringstream& text,
                        ModelRes& result) const {
   const bool whole = index == ModelPartIndex_All;
-  if (part.value.at == 0 || (!whole && index >= part.elements))
+  if (part.value == part.end || (!whole && index >= part.elementCount))
     return false;
-  result = static_cast<ModelRes>(part.result);
+  PayloadReader in = reader(part.value, part.end);
+  result = static_cast<ModelRes>(in.u16());
   if (result != ModelRes_Success)
     return true;
-  PayloadReader in = reader(part.value);
   for (unsigned i = 0; in.left() != 0; ++i) {
     const std::size_t length = in.u32();
     const std::string_view value = in.bytes(length);

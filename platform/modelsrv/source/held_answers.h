@@ -24,25 +24,21 @@ class HeldAnswers {
  public:
   explicit HeldAnswers(EvtSrv::internal::System& system) : page_(system) {}
 
-  /// Where one piece of an excerpt lies; `at` 0 where it is not held.
-  struct Slice {
-    std::uint32_t at = 0;
-    std::uint32_t size = 0;
-  };
-
-  /// What is held of a part.
+  /// What is held of a part. There are thousands at a time: it is to be small.
   struct Part {
-    std::uint64_t hash = 0;  ///< of its chain
+    std::uint32_t hash = 0;  ///< of its chain
     std::uint32_t parent = 0;
     std::uint16_t depth = 0;
     ModelPartId id = ModelPartId_Void;
-    std::uint16_t elements = 0;  ///< how many, where `elementNames` is held
-    std::uint16_t result = 0;    ///< of reading the value, where `value` is held
+    // Where in the excerpt each piece begins, which ends where the next one begins;
+    // what is not held is empty.
+    std::uint32_t childIds = 0;
+    std::uint32_t childNames = 0;
+    std::uint32_t elements = 0;  ///< how many, and their names
+    std::uint32_t value = 0;     ///< the result of reading it; texts, each behind its length
+    std::uint32_t end = 0;
+    std::uint16_t elementCount = 0;
     bool asked = false;
-    Slice childIds = {};
-    Slice childNames = {};
-    Slice elementNames = {};
-    Slice value = {};  ///< the texts, each behind its length
   };
 
   /// Which answers of a part are wanted.
@@ -82,11 +78,13 @@ class HeldAnswers {
             ModelRes& result) const;
 
  private:
-  [[nodiscard]] EvtSrv::internal::PayloadReader reader(Slice slice) const;
+  /// For the piece that lies between two places of the excerpt.
+  [[nodiscard]] EvtSrv::internal::PayloadReader reader(std::uint32_t begin,
+                                                       std::uint32_t end) const;
   static bool readPlace(EvtSrv::internal::PayloadReader& in, EvtSrv::internal::LivePagePlace& place,
                         std::uint64_t& epoch);
   void addAbove(ChainView chain);
-  bool add(Part& part);
+  Part* add(std::uint16_t depth, ModelPartId id);
   void makeIndex();
   [[nodiscard]] std::uint32_t lookUp(ChainView chain) const;
   [[nodiscard]] bool isAt(std::uint32_t part, ChainView chain) const;

@@ -46,10 +46,9 @@ bool decodeIds(PayloadReader payload, std::vector<ModelPartId>& ids) {
   const std::size_t count = payload.u16();
   if (!payload.ok() || payload.left() != count * sizeof(ModelPartId))
     return false;
-  ids.clear();
-  ids.reserve(count);
-  for (std::size_t i = 0; i < count; ++i)
-    ids.push_back(payload.u16());
+  ids.resize(count);
+  for (ModelPartId& id : ids)
+    id = payload.u16();
   return true;
 }
 
