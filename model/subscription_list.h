@@ -26,7 +26,10 @@ class SubscriptionList {
   /// changes.
   [[nodiscard]] bool contains(const IdChain& chain) const { return sorted_.contains(chain); }
 
-  void add(const IdChain& chain) { sorted_.insert(inOrder_.insert(inOrder_.end(), chain)); }
+  void add(const IdChain& chain) {
+    // Subtrees are mostly subscribed in ascending order.
+    sorted_.insert(sorted_.end(), inOrder_.insert(inOrder_.end(), chain));
+  }
 
   /// Removes the first entry that equals `chain`, if there is one.
   void removeFirst(const IdChain& chain) {

@@ -17,7 +17,8 @@ void ClientSubscriptions::add(Entry entry) {
   const Key key = ++last_;
   renewed_ = key;
   byChain_[entry.chain].push_back(key);
-  byPart_[entry.part].insert(key);
+  std::set<Key>& ofPart = byPart_[entry.part];
+  ofPart.insert(ofPart.end(), key);
   entries_.emplace_hint(entries_.end(), key, std::move(entry));
 }
 
@@ -88,8 +89,10 @@ std::vector<ClientSubscriptions::Key> ClientSubscriptions::concernedBy(
 }
 
 std::optional<ClientSubscriptions::Key> ClientSubscriptions::firstLost() const {
-  const auto at = entries_.upper_bound(renewed_);
-  return at != entries_.end() ? std::optional(at->first) : std::nullopt;
+  // Asked before each request, and there is hardly ever one.
+  if (entries_.empty() || !isLost(entries_.rbegin()->first))
+    return std::nullopt;
+  return entries_.upper_bound(renewed_)->first;
 }
 
 }  // namespace ModelSrv::internal
