@@ -11,7 +11,7 @@ namespace {
 
 // No registration has this token: its slot would be out of any range.
 constexpr std::uint64_t wakeToken = ~std::uint64_t{0};
-constexpr std::size_t eventsAtOnce = 64;
+constexpr std::size_t eventsAtOnce = 32;
 
 // How long a manager that cannot work makes its pump wait that set no limit.
 constexpr int pauseMs = 1000;
