@@ -51,7 +51,7 @@ class Counters {
 
   /// Puts a child with the next id in the place of the last one, as long as there are ids.
   void replaceChild() {
-    if (childBegun_ == ModelPartId_Void - 1)
+    if (childBegun_ == ModelPartId_Max)
       return;
     const auto next = static_cast<ModelPartId>(childBegun_ + 1);
     childBegun_ = next;
