@@ -1,5 +1,6 @@
 #include "evtsrv/source/client_link.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <new>

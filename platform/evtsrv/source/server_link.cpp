@@ -202,7 +202,8 @@ void ServerLink::writeReply() {
 }
 
 void ServerLink::serveRequests() {
-  while (owner_ != nullptr && reply_.empty() && !broken_ && !finishing_) {
+  // In a dispatch inside the session's own call the next request waits for its end.
+  while (!serving_ && owner_ != nullptr && reply_.empty() && !broken_ && !finishing_) {
     Frame request;
     const FrameReader::Status status = requests_.next(request);
     if (status == FrameReader::Status::incomplete) {

@@ -76,9 +76,13 @@ class TestSystem : public PosixSystem {
   /// From now on a wait in vain takes no time but moves the clock.
   void freezeTime() { frozen_ = true; }
 
-  std::int64_t nowMs() override { return PosixSystem::nowMs() + offset_; }
+  std::int64_t nowMs() override {
+    ++looksAtClock;
+    return PosixSystem::nowMs() + offset_;
+  }
   int poll(std::span<pollfd> ends, int milliseconds) override {
     if (const int refusal = refuse("poll"); refusal < 0) {
+      offset_ += refusedWaitMs;
       return refusal;
     }
     if (!frozen_ || milliseconds <= 0) {
@@ -139,12 +143,17 @@ class TestSystem : public PosixSystem {
   /// The paths of the pipes that were to be made.
   std::vector<std::string> made;
 
+  /// How long a wait takes that is made to fail, in milliseconds.
+  int refusedWaitMs = 0;
+
   /// How many of the writes were of two pieces.
   int writesOfTwo = 0;
 
   /// At most so many bytes go with one write, and come with one read.
   std::size_t writeLimit = SIZE_MAX;
   std::size_t readLimit = SIZE_MAX;
+
+  std::atomic<int> looksAtClock{0};
 
   /// How often somebody waited for the reactor, and how many other calls were made.
   std::atomic<int> waits{0};
@@ -219,10 +228,11 @@ class EchoPort : public ServedPort {
     std::uint16_t handle(std::uint16_t operation, PayloadReader& request,
                          std::vector<std::uint8_t>& reply) override {
       ++port_.handled;
-      PayloadWriter(reply).bytes(request.rest());
+      const std::string_view asked = request.rest();
       if (port_.onRequest) {
         port_.onRequest();
       }
+      PayloadWriter(reply).bytes(asked);
       return operation;
     }
     bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override {

@@ -50,6 +50,13 @@ TEST_F(Exchange, WritesASmallRequestInOnePiece) {
   EXPECT_EQ(client.system.writesOfTwo, 1) << "longer ones are not copied";
 }
 
+TEST_F(Exchange, LooksAtTheClockOnce) {
+  connect();
+  const int before = client.system.looksAtClock;
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.system.looksAtClock, before + 1);
+}
+
 TEST_F(Exchange, RefusesAPayloadAboveTheLimitAndSendsNothing) {
   connect();
   std::string text(std::size_t{maxPayload} + 1, 'x');

@@ -241,6 +241,42 @@ TEST_F(Hostile, ClientsThatWriteOrHangUpWhileTheyAreServedKeepNobodyBusy) {
   }
 }
 
+TEST_F(Hostile, ClientThatDoesNotWaitIsServedInOrderByAHandlerThatReceives) {
+  RawClient raw;
+  connect(raw);
+  RawClient::take(raw.reply);
+  constexpr std::size_t most = 60000;
+  raw.ask(frame(FrameKind::request, 0, 1, std::string(most, '1')));
+  server.serveAll();
+  // The reply to the second one waits for room, the others for it.
+  raw.ask(frame(FrameKind::request, 0, 2, std::string(most, '2')));
+  raw.ask(frame(FrameKind::request, 0, 3, "3"));
+  raw.ask(frame(FrameKind::request, 0, 4, "4"));
+  server.serveAll();
+  EXPECT_EQ(server.port.handled, 2);
+  int nested = 0;
+  server.port.onRequest = [&] {
+    const int handled = server.port.handled;
+    server.serveAll();
+    nested += server.port.handled - handled;
+  };
+  Bytes replies;
+  for (Bytes some = RawClient::take(raw.reply); !some.empty(); some = RawClient::take(raw.reply)) {
+    replies.insert(replies.end(), some.begin(), some.end());
+    server.serveAll();
+  }
+  server.port.onRequest = nullptr;
+  EXPECT_EQ(nested, 0);
+  Bytes expected;
+  for (const Bytes& reply :
+       {frame(FrameKind::reply, 0, 1, std::string(most, '1')),
+        frame(FrameKind::reply, 0, 2, std::string(most, '2')), frame(FrameKind::reply, 0, 3, "3"),
+        frame(FrameKind::reply, 0, 4, "4")}) {
+    expected.insert(expected.end(), reply.begin(), reply.end());
+  }
+  EXPECT_TRUE(replies == expected);
+}
+
 TEST_F(Hostile, ClientsThatHangUpInAFrameFreeEverything) {
   {
     RawClient raw;

@@ -33,6 +33,37 @@ TEST_F(Stall, FailsOnceAfterItsTimeAndThenAtOnce) {
   EXPECT_TRUE(client.client->isOpen());
 }
 
+TEST_F(Stall, ComesAfterTheSameTimeWhereAWaitIsInterrupted) {
+  connect();
+  client.system.refusedWaitMs = answerTimeoutMs * 3 / 4;
+  client.system.failNext("poll", -EINTR);
+  const std::int64_t before = client.system.nowMs();
+  EXPECT_EQ(client.ask(), EvtRes_Timeout);
+  EXPECT_TRUE(client.system.wasHit());
+  EXPECT_GE(client.system.nowMs() - before, answerTimeoutMs);
+  EXPECT_LT(client.system.nowMs() - before, answerTimeoutMs * 5 / 4);
+}
+
+TEST_F(Stall, LosesNothingOfASmallRequestThatOnlyPartlyFits) {
+  connect();
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  client.system.writeLimit = 7;
+  // Each sign of life lets another one be tried; in the end the pipe is full.
+  for (std::size_t i = 0; i < 1000; ++i) {
+    std::string text(80 + i % 20, 'x');
+    ASSERT_EQ(client.ask(text), EvtRes_Timeout);
+    const std::lock_guard lock(server.mutex);
+    server.port.session->post(2, "life");
+    ASSERT_EQ(client.core.receive(0), EvtRes_Success);
+  }
+  server.serveAll();
+  EXPECT_LT(server.port.handled, 1000);
+  client.system.whileWaiting = [&] { server.serveAll(); };
+  std::string text = "behind them";
+  EXPECT_EQ(client.ask(text), EvtRes_Success);
+  EXPECT_EQ(text, "behind them");
+}
+
 TEST_F(Stall, EndsWithALateReplyWhichIsDropped) {
   connect();
   std::string late = "late";

@@ -203,6 +203,28 @@ TEST_F(HeldAnswersTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
   EXPECT_EQ(held_.find(Chain{5, 2}, Wanted::value), nullptr);
 }
 
+TEST_F(HeldAnswersTest, RefuseAReplyLongerThanAnyServerWrites) {
+  const Bytes reply = excerpt(x_, 1);
+  const Bytes place(reply.begin(), reply.begin() + sizeof(std::uint32_t) * 4 + 16);
+  // A part of that many bytes: its depth, id and contents, then a value of zeros.
+  const auto filledUpTo = [&](std::size_t size) {
+    constexpr std::size_t beforeText = 15;
+    Bytes bytes = place;
+    EvtSrv::internal::PayloadWriter writer(bytes);
+    writer.u16(2);
+    writer.u16(2);
+    writer.u8(excerptElements | excerptValue);
+    writer.u16(0);
+    writer.u16(0);
+    writer.u16(ModelRes_Success);
+    writer.u32(static_cast<std::uint32_t>(size - place.size() - beforeText));
+    bytes.resize(size);
+    return bytes;
+  };
+  EXPECT_NE(take({5, 2}, filledUpTo(256 * 1024)), nullptr);
+  EXPECT_EQ(take({5, 2}, filledUpTo(256 * 1024 + 1)), nullptr);
+}
+
 TEST_F(HeldAnswersTest, HoldNothingOfAServerWhoseThreadHasEnded) {
   auto page = std::make_unique<LivePage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
