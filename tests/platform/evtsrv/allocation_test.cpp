@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <optional>
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 
@@ -137,12 +138,11 @@ TEST_F(Scarce, MemoryForAReplyEndsTheConnectionOnly) {
 }
 
 TEST_F(Scarce, MemoryOfTheClientIsAResultOfItsRequest) {
-  std::unique_ptr<Scarcity> scarcity;
-  server.port.onRequest = [&] { scarcity = std::make_unique<Scarcity>(std::size_t{128} * 1024); };
+  std::optional<Scarcity> scarcity;
   client.system.whileWaiting = [&] {
-    const std::size_t before = largest.exchange(SIZE_MAX);
+    scarcity.reset();
     server.serveAll();
-    largest = std::min(before, largest.load());
+    scarcity.emplace(std::size_t{128} * 1024);
   };
   EXPECT_EQ(client.ask(large), EvtRes_SystemError);
   scarcity.reset();
