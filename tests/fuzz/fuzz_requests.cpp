@@ -41,6 +41,7 @@ constexpr ByteOrder otherOrder =
 class Connection final : public EvtSrv::internal::ServerConnection {
  public:
   void eventsPending() override { told = true; }
+  void breakOff() override {}
   bool told = false;
 };
 

@@ -28,6 +28,10 @@ class ServerConnection {
   /// waiting for room already. Never destroys the session: a fault found here
   /// ends the connection at the next dispatch.
   virtual void eventsPending() = 0;
+
+  /// The session cannot tell what it has to: ends the connection at the next dispatch.
+  /// Never destroys the session.
+  virtual void breakOff() = 0;
 };
 
 /// What the owner of a served port keeps for one connected client. It is

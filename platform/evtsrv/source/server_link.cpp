@@ -335,6 +335,9 @@ void ServerLink::pumpEvents() {
 
 bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
   chunk.clear();
+  if (saidStopped_) {
+    return false;
+  }
   {
     const RaisedFlag pumping(pumping_);
     while (chunk.size() < chunkSize && owner_ != nullptr) {
@@ -359,7 +362,16 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
 void ServerLink::finish() {
   const auto keep = shared_from_this();
   finishing_ = true;
-  pumpEvents();
+  if (serving_) {
+    // What the request under way goes on to change is told first.
+    eventsWaited_ = true;
+    return;
+  }
+  try {
+    pumpEvents();
+  } catch (const std::bad_alloc&) {
+    breakOff();
+  }
   if (owner_ != nullptr && !broken_ && !setInterests()) {
     breakOff();
   }

@@ -59,6 +59,7 @@ class ServerLink final : public ServerConnection,
   void abandon();
 
   void eventsPending() override;
+  void breakOff() override;
   bool ready(unsigned role, std::uint32_t events) override;
 
   /// Where the owner keeps this.
@@ -86,7 +87,6 @@ class ServerLink final : public ServerConnection,
   void pumpEvents();
   bool fillEvents(std::vector<std::uint8_t>& chunk);
   void endIfFinished();
-  void breakOff();
   Progress write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes, Tail& tail);
   Progress writeFrom(const FileDescriptor& pipe, std::span<const std::uint8_t> bytes,
                      std::size_t& written);

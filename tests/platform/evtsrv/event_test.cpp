@@ -3,6 +3,8 @@
 namespace EvtSrv::internal {
 namespace {
 
+constexpr std::uint16_t stoppedEvent = 3;
+
 class Events : public testing::Test {
  protected:
   void connect() {
@@ -107,7 +109,7 @@ TEST_F(Events, ThatArePendingAreTakenBeforeAnUnhurriedStop) {
   EXPECT_EQ(server.core.finishTerminations(0), EvtRes_Timeout);
   receiveAll();
   ASSERT_EQ(client.events.size(), 201U);
-  EXPECT_EQ(client.events.back().first, 3);
+  EXPECT_EQ(client.events.back().first, stoppedEvent);
   EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
   EXPECT_FALSE(server.server->stopping());
   EXPECT_FALSE(client.client->isOpen());
@@ -129,6 +131,40 @@ TEST_F(Events, ThatArePendingLeaveAWakeToTheNextReceive) {
   ASSERT_EQ(::poll(&woken, 1, 0), 1);
   EXPECT_EQ(server.core.receive(-1), EvtRes_Timeout);
   EXPECT_EQ(::poll(&woken, 1, 0), 0);
+}
+
+TEST_F(Events, OfARequestThatStopsTheServerComeBeforeTheWordOfIt) {
+  connect();
+  server.port.onRequest = [this] {
+    server.server->beginStop();
+    server.port.session->post(7, "changed by it");
+  };
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+  receiveAll();
+  ASSERT_EQ(client.events.size(), 2U);
+  EXPECT_EQ(client.events.front().first, 7);
+  EXPECT_EQ(client.events.back().first, stoppedEvent);
+  EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
+}
+
+TEST_F(Events, ThatComeUpBehindTheWordOfAStopAreNotTold) {
+  connect();
+  bool stopped = false;
+  client.system.whileWaiting = [&] {
+    server.serveAll();
+    if (server.port.handled == 1 && !std::exchange(stopped, true)) {
+      // A reply that waits for room keeps the connection.
+      server.server->beginStop();
+      post("too late");
+    }
+  };
+  std::string large(300'000, 'L');
+  EXPECT_EQ(client.ask(large), EvtRes_Success);
+  EXPECT_TRUE(stopped);
+  receiveAll();
+  ASSERT_EQ(client.events.size(), 1U);
+  EXPECT_EQ(client.events.back().first, stoppedEvent);
+  EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
 }
 
 TEST_F(Events, NotPendingLetAnUnhurriedStopEndAtOnce) {

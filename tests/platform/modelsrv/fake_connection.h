@@ -8,8 +8,10 @@ namespace modelsrv_tests {
 class FakeConnection : public EvtSrv::internal::ServerConnection {
  public:
   void eventsPending() override { ++told; }
+  void breakOff() override { ++brokenOff; }
 
   int told = 0;
+  int brokenOff = 0;
 };
 
 }  // namespace modelsrv_tests
