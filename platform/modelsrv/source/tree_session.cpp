@@ -5,6 +5,7 @@
 
 #include "evtsrv/source/manager_core.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/source/borrowed.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/value_text.h"
@@ -117,14 +118,14 @@ ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadR
 
 ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
                            std::vector<std::uint8_t>& reply) {
-  std::string& text = share_->text;
-  text.clear();
-  ModelRes result = PartAccess::appendText(part, text, index);
-  if (result == ModelRes_Success && text.size() > ModelValueText_Max)
+  Borrowed<std::string> text(share_->text);
+  text->clear();
+  ModelRes result = PartAccess::appendText(part, *text, index);
+  if (result == ModelRes_Success && text->size() > ModelValueText_Max)
     result = ModelRes_TooLarge;
   if (result == ModelRes_Success)
-    EvtSrv::internal::PayloadWriter(reply).bytes(text);
-  trim(text);
+    EvtSrv::internal::PayloadWriter(reply).bytes(*text);
+  trim(*text);
   return result;
 }
 
@@ -132,7 +133,8 @@ ModelRes TreeSession::excerpt(ModelPart& part, unsigned parts, std::vector<std::
   const EvtSrv::internal::LivePage* page = share_->tellings.begin();
   if (page == nullptr)
     return ModelRes_DoNothing;
-  share_->excerpts.write(share_->root, part, std::max(parts, 1U), *page, reply);
+  Borrowed<ExcerptWriter> writer(share_->excerpts);
+  writer->write(share_->root, part, std::max(parts, 1U), *page, reply);
   return ModelRes_Success;
 }
 

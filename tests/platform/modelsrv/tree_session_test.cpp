@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "evtsrv/event_port_manager.h"
@@ -201,6 +203,54 @@ TEST_F(TreeSessionTest, EndsItsSubscriptionsWithItself) {
   session.reset();
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
   EXPECT_EQ(connection.told, 0);
+}
+
+/// Has something happen while its text is made.
+class InterruptedPart final : public ModelPart {
+ public:
+  explicit InterruptedPart(ModelPartId id) : ModelPart(id, "interrupted") {}
+  ~InterruptedPart() override { leaveTree(); }
+
+  /// Happens once.
+  mutable std::function<void()> meanwhile;
+
+ protected:
+  [[nodiscard]] bool tellsChanges() const override { return true; }
+  ModelRes appendText(std::string& out, ModelPartIndex /*index*/) const override {
+    out += "mine";
+    if (const auto now = std::exchange(meanwhile, nullptr))
+      now();
+    return ModelRes_Success;
+  }
+};
+
+TEST_F(TreeSessionTest, AnswersOneClientWithinAnAnswerToAnother) {
+  InterruptedPart part(7);
+  ASSERT_EQ(root_.add(&part), ModelRes_Success);
+  share_->tellings.start();
+  for (const Operation operation : {Operation::excerpt, Operation::save}) {
+    SCOPED_TRACE(static_cast<int>(operation));
+    ASSERT_EQ(ask({operation, {7}, 1}), ModelRes_Success);
+    const Bytes undisturbed = reply_;
+    int within = 0;
+    part.meanwhile = [&] {
+      modelsrv_tests::FakeConnection connection;
+      TreeSession other(share_, connection);
+      for (const Operation asked : {Operation::excerpt, Operation::save}) {
+        Bytes payload;
+        encodeRequest(
+            Request{asked, {3, 9}, asked == Operation::excerpt ? ModelPartIndex{4} : all}.view(),
+            payload);
+        PayloadReader reader(payload, nativeOrder);
+        Bytes reply;
+        EXPECT_EQ(other.handle(static_cast<std::uint16_t>(asked), reader, reply), ModelRes_Success);
+        ++within;
+      }
+    };
+    EXPECT_EQ(ask({operation, {7}, 1}), ModelRes_Success);
+    EXPECT_EQ(within, 2);
+    EXPECT_EQ(reply_, undisturbed);
+  }
 }
 
 TEST_F(TreeSessionTest, RefusesToSaveMoreThanTheLimit) {
