@@ -90,7 +90,8 @@ class FoldingNode final : public ModelSrv::ModelNode {
   FoldingNode(ModelSrv::ModelPartId id, const PartModel& part, EvtSrv::EventPortManager& manager)
       : ModelNode(id, part.name),
         manager_(manager),
-        tellsChanges_(part.madeBy == PartClass::telling) {}
+        tellsChanges_(part.madeBy == PartClass::telling),
+        isFolded_(part.isFolded) {}
   ~FoldingNode() override { leaveTree(); }
 
   void fold(bool folded) {
@@ -106,7 +107,7 @@ class FoldingNode final : public ModelSrv::ModelNode {
  private:
   EvtSrv::EventPortManager& manager_;
   const bool tellsChanges_;
-  bool isFolded_ = false;
+  bool isFolded_;
 };
 
 }  // namespace promise

@@ -10,14 +10,15 @@
 // Publishes the tree of the tests as port argv[1], and changes it as the lines of
 // its standard input say; answers each with "ok" when the change is done.
 //
-//   set CHAIN ELEMENT TEXT    add CHAIN node|value|array|own|folding NAME    remove CHAIN
+//   set CHAIN ELEMENT TEXT    add CHAIN node|value|array|own|folding|folded NAME    remove CHAIN
 //   all CHAIN TEXT...         fold CHAIN 0|1
 
 namespace {
 
 using namespace promise;
 
-void follow(PublishedModel& tree, const std::string& line) {
+/// `tree` knows which parts there are, not their values.
+void follow(TreeModel& tree, PublishedModel& published, const std::string& line) {
   std::istringstream words(line);
   std::string what;
   std::string chain;
@@ -26,19 +27,21 @@ void follow(PublishedModel& tree, const std::string& line) {
     std::size_t element = 0;
     std::string text;
     words >> element >> text;
-    tree.set(chainOf(chain), element, text);
+    published.set(chainOf(chain), element, text);
   } else if (what == "all") {
-    tree.setAll(chainOf(chain), {std::istream_iterator<std::string>(words), {}});
+    published.setAll(chainOf(chain), {std::istream_iterator<std::string>(words), {}});
   } else if (what == "fold") {
     bool folded = false;
     words >> folded;
-    tree.fold(chainOf(chain), folded);
+    published.fold(chainOf(chain), folded);
   } else if (what == "add") {
     std::string kind;
     std::string name;
     words >> kind >> name;
-    tree.publish(chainOf(chain), newPart(kind, name));
+    tree.add(chainOf(chain), kind, name);
+    published.publish(tree, chainOf(chain));
   } else {
+    published.remove(chainOf(chain));
     tree.remove(chainOf(chain));
   }
 }
@@ -50,7 +53,8 @@ int main(int argc, char* argv[]) {
     return 2;
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
   ModelSrv::ModelRoot root(&manager);
-  PublishedModel tree(root, TreeModel::initial());
+  TreeModel tree = TreeModel::initial();
+  PublishedModel published(root, tree);
   if (root.startAsServer(argv[1]) != ModelSrv::ModelRes_Success)
     return 1;
   std::atomic<bool> running{true};
@@ -61,7 +65,7 @@ int main(int argc, char* argv[]) {
   });
   std::cout << "ready" << std::endl;
   for (std::string line; std::getline(std::cin, line);) {
-    follow(tree, line);
+    follow(tree, published, line);
     std::cout << "ok" << std::endl;
   }
   running = false;

@@ -19,25 +19,12 @@ class PublishedModel {
     publishChildren(tree, {});
   }
 
-  void publish(const Chain& chain, const PartModel& part) {
-    const ModelSrv::ModelPartId id = chain.back();
-    const auto hang = [&](auto made) {
-      expect(nodeAt(Chain(chain.begin(), chain.end() - 1)).add(made.get()));
-      parts_[chain] = std::move(made);
-    };
-    EvtSrv::EventPortManager& manager = *root_.manager();
-    const bool isOwn = part.madeBy != PartClass::library;
-    if (part.isNode && isOwn)
-      hang(std::make_unique<FoldingNode>(id, part, manager));
-    else if (isOwn)
-      hang(std::make_unique<VaryingPart>(id, part, manager));
-    else if (part.isNode)
-      hang(std::make_unique<ModelSrv::ModelNode>(id, part.name));
-    else if (part.isArray)
-      hang(std::make_unique<ModelSrv::ArrayPart<std::string>>(id, part.name, part.values,
-                                                              part.elementNames));
-    else
-      hang(std::make_unique<ModelSrv::ValuePart<std::string>>(id, part.name, part.values[0]));
+  /// Adds the part that `tree` has there, and all below it, which is hung together
+  /// before.
+  void publish(const TreeModel& tree, const Chain& chain) {
+    parts_[chain] = make(chain.back(), tree.at(chain));
+    publishChildren(tree, chain);
+    expect(nodeAt(Chain(chain.begin(), chain.end() - 1)).add(parts_[chain].get()));
   }
 
   void remove(const Chain& chain) {
@@ -73,6 +60,22 @@ class PublishedModel {
       throw std::logic_error(ModelSrv::describe(result));
   }
 
+  [[nodiscard]] std::unique_ptr<ModelSrv::ModelPart> make(ModelSrv::ModelPartId id,
+                                                          const PartModel& part) const {
+    EvtSrv::EventPortManager& manager = *root_.manager();
+    const bool isOwn = part.madeBy != PartClass::library;
+    if (part.isNode && isOwn)
+      return std::make_unique<FoldingNode>(id, part, manager);
+    if (isOwn)
+      return std::make_unique<VaryingPart>(id, part, manager);
+    if (part.isNode)
+      return std::make_unique<ModelSrv::ModelNode>(id, part.name);
+    if (part.isArray)
+      return std::make_unique<ModelSrv::ArrayPart<std::string>>(id, part.name, part.values,
+                                                                part.elementNames);
+    return std::make_unique<ModelSrv::ValuePart<std::string>>(id, part.name, part.values[0]);
+  }
+
   ModelSrv::ModelNode& nodeAt(const Chain& chain) {
     return chain.empty() ? root_ : dynamic_cast<ModelSrv::ModelNode&>(*parts_.at(chain));
   }
@@ -81,8 +84,7 @@ class PublishedModel {
     for (const ModelSrv::ModelPartId id : tree.at(chain).children) {
       Chain child = chain;
       child.push_back(id);
-      publish(child, tree.at(child));
-      publishChildren(tree, child);
+      publish(tree, child);
     }
   }
 

@@ -302,16 +302,38 @@ class Schedule {
 
   void addPart() {
     Chain chain = anyPart();
-    if (!tree_.at(chain).isNode || tree_.at(chain).isFolded)
+    if (!tree_.at(chain).isNode)
       return;
     chain.push_back(static_cast<ModelPartId>(1000 + below(50)));
-    if (tree_.contains(chain))
+    if (tree_.parts().contains(chain))
       return;
-    static constexpr std::array kinds{"node", "value", "array", "own", "folding"};
+    static constexpr std::array kinds{"node", "value", "array", "own", "folding", "folded"};
     const std::string kind = kinds[below(kinds.size())];
-    const PartModel part = newPart(kind, anyText());
-    tellServer("add " + textOf(chain) + ' ' + kind + ' ' + part.name);
-    tree_.add(chain, part);
+    add(chain, kind);
+    if (kind == "folded" && tree_.contains(chain))
+      showWhatIsFolded(chain);
+  }
+
+  void add(const Chain& chain, const std::string& kind) {
+    const std::string name = anyText();
+    tellServer("add " + textOf(chain) + ' ' + kind + ' ' + name);
+    tree_.add(chain, kind, name);
+  }
+
+  /// What came into the tree unseen keeps the promise as well once it is seen.
+  void showWhatIsFolded(const Chain& chain) {
+    Chain within = chain;
+    within.push_back(2);
+    for (ModelClient& client : clients_)
+      ask(client, within, 0);
+    foldOrUnfold(chain, tree_.at(chain));
+    for (ModelClient& client : clients_)
+      ask(client, within, 0);
+    Chain added = within;
+    added.push_back(5);
+    add(added, "value");
+    for (ModelClient& client : clients_)
+      ask(client, within, 0);
   }
 
   void removePart() {

@@ -121,6 +121,23 @@ void TreeModel::add(const Chain& chain, PartModel part) {
   parts_.emplace(chain, std::move(part));
 }
 
+void TreeModel::add(const Chain& chain, const std::string& kind, std::string name) {
+  if (kind == "node")
+    return add(chain, node(std::move(name)));
+  if (kind == "value")
+    return add(chain, value(std::move(name), "new"));
+  if (kind == "array")
+    return add(chain, array(std::move(name), 2, false));
+  if (kind == "own")
+    return add(chain, own(std::move(name), PartClass::telling, {"new", "own"}));
+  add(chain, ownNode(std::move(name), PartClass::telling));
+  if (kind == "folded") {
+    parts_.at(chain).isFolded = true;
+    add(below(chain, 2), node("within"));
+    add(below(below(chain, 2), 1), value("hidden", "new"));
+  }
+}
+
 void TreeModel::remove(const Chain& chain) {
   const Chain parent(chain.begin(), chain.end() - 1);
   std::erase(parts_.at(parent).children, chain.back());
@@ -147,19 +164,6 @@ Chain chainOf(const std::string& text) {
   for (std::string id; std::getline(in, id, '/');)
     chain.push_back(static_cast<ModelPartId>(std::stoul(id)));
   return chain;
-}
-
-PartModel newPart(const std::string& kind, std::string name) {
-  PartModel part{.name = std::move(name)};
-  part.isNode = kind == "node" || kind == "folding";
-  part.isArray = kind == "array";
-  if (kind == "own" || kind == "folding")
-    part.madeBy = PartClass::telling;
-  if (kind == "own")
-    part.take({"new", "own"});
-  else if (!part.isNode)
-    part.values.assign(part.isArray ? 2 : 1, "new");
-  return part;
 }
 
 std::vector<std::string> linesOf(const std::string& text) {

@@ -55,6 +55,9 @@ class TreeModel {
 
   /// Adds a part below one that is there.
   void add(const Chain& chain, PartModel part);
+  /// Adds what a test adds at one time: a "node", "value", "array", "own" or "folding",
+  /// or a "folded" that already has parts below it.
+  void add(const Chain& chain, const std::string& kind, std::string name);
   /// Takes a part out with all that is below it.
   void remove(const Chain& chain);
 
@@ -65,9 +68,6 @@ class TreeModel {
 /// "1/2/3"; "-" for the root.
 std::string textOf(const Chain& chain);
 Chain chainOf(const std::string& text);
-
-/// What a test adds to the tree: a "node", "value", "array", "own" or "folding".
-PartModel newPart(const std::string& kind, std::string name);
 
 /// The texts between line feeds; one where there is none.
 std::vector<std::string> linesOf(const std::string& text);

@@ -25,7 +25,9 @@ std::vector<ModelPart*>::const_iterator lowerBound(const std::vector<ModelPart*>
 
 }  // namespace
 
-ModelNode::ModelNode(ModelPartId id, std::string name) : ModelPart(id, std::move(name)) {}
+ModelNode::ModelNode(ModelPartId id, std::string name) : ModelPart(id, std::move(name)) {
+  isNode_ = true;
+}
 
 ModelNode::~ModelNode() {
   leaveTree();

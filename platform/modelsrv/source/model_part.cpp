@@ -161,11 +161,10 @@ void ModelPart::aboutToChangeValue() {
 
 void ModelPart::aboutToChange() {
   // Of what hangs below a node clients may have been told without the node.
-  const bool holdsOthers = asNode() != nullptr;
-  if (toldMark_ == 0 && !holdsOthers)
+  if (toldMark_ == 0 && !isNode_)
     return;
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
-    if (holdsOthers)
+    if (isNode_)
       root->server_->takeBackAll();
     else
       root->server_->takeBack(toldMark_);

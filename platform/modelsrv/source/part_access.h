@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "modelsrv/model_part.h"
+#include "modelsrv/model_node.h"
 #include "modelsrv/source/subscription.h"
 
 namespace ModelSrv::internal {
@@ -24,7 +24,17 @@ struct PartAccess {
                                   ModelPartIndex index) {
     return part.storeText(text, flag, index, true);
   }
-  static ModelNode* asNode(ModelPart& part) { return part.asNode(); }
+  /// The part as a node whose children clients are told of, null where it is none now.
+  static const ModelNode* asNode(ModelPart& part) {
+    const ModelNode* const node = part.asNode();
+    // The children of another one are not this part's, whatever it says.
+    return node == &part ? node : nullptr;
+  }
+  /// What hangs below the part, whether clients are told of it or not.
+  static const std::vector<ModelPart*>& below(const ModelPart& part) {
+    static const std::vector<ModelPart*> none;
+    return part.isNode_ ? static_cast<const ModelNode&>(part).children() : none;
+  }
   static ModelRoot* asRoot(ModelPart& part) { return part.asRoot(); }
   static const ModelNode* parent(const ModelPart& part) { return part.parent_; }
   static bool tellsChanges(const ModelPart& part) { return part.tellsChanges(); }

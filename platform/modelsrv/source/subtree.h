@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "modelsrv/model_node.h"
@@ -7,22 +8,19 @@
 
 namespace ModelSrv::internal {
 
-/// Calls `visit(part)` for `top` and for everything below it, whatever the depth.
-/// `visit` must not change the tree's shape.
+/// Calls `visit(part)` for `top` and for everything below it, whatever the depth; for
+/// all or, where it throws for want of memory, for none. `visit` must not change the
+/// tree's shape.
 template <typename Visit>
 void forSubtree(ModelPart& top, Visit visit) {
-  visit(top);
-  const ModelNode* node = PartAccess::asNode(top);
-  if (node == nullptr || node->children().empty())
-    return;
-  std::vector<ModelPart*> open(node->children());
-  while (!open.empty()) {
-    ModelPart& part = *open.back();
-    open.pop_back();
-    visit(part);
-    if (const ModelNode* below = PartAccess::asNode(part))
-      open.insert(open.end(), below->children().begin(), below->children().end());
+  std::vector<ModelPart*> parts(PartAccess::below(top));
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::vector<ModelPart*>& below = PartAccess::below(*parts[i]);
+    parts.insert(parts.end(), below.begin(), below.end());
   }
+  visit(top);
+  for (ModelPart* const part : parts)
+    visit(*part);
 }
 
 }  // namespace ModelSrv::internal

@@ -156,7 +156,8 @@ class KRV_EXPORT ModelPart {
   [[nodiscard]] virtual const std::vector<std::string>& elementNames() const;
 
   /// Appends the text of the value or of one element to `out`. Called with the
-  /// client mutex held.
+  /// client mutex held, also while several parts are being told of: must not add or
+  /// remove parts.
   virtual ModelRes appendText(std::string& out, ModelPartIndex index) const;
 
   /// A client's store (`fromClient`) or the server's own from text. Called with
@@ -182,9 +183,9 @@ class KRV_EXPORT ModelPart {
   /// true.
   void aboutToChangeValue();
 
-  /// The children, null where the part cannot have any. A class that answers null at
-  /// one time and has children at another calls `aboutToChange` before, whatever
-  /// `tellsChanges` says: clients may have been told of what is below.
+  /// The part itself where it has children, null where it cannot have any. A node that
+  /// hides its children at one time and shows them at another calls `aboutToChange`
+  /// before, whatever `tellsChanges` says: clients may have been told of what is below.
   [[nodiscard]] virtual ModelNode* asNode() { return nullptr; }
   [[nodiscard]] virtual ModelRoot* asRoot() { return nullptr; }
 
@@ -205,6 +206,8 @@ class KRV_EXPORT ModelPart {
   ModelPartId id_;
   ModelPartStatus status_;
   bool subscribable_ = true;
+  /// Whether it is a `ModelNode`, whatever it says of its children.
+  bool isNode_ = false;
   /// Whether clients were told of the part since its value changed.
   bool valueTold_ = false;
   /// When they were told of it last; 0: not since more than its value changed.
