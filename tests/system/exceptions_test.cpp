@@ -150,10 +150,18 @@ TEST_F(Exceptions, OfTheLibraryAreCaughtInTheProgramByAnyOfTheirTypes) {
     what = exception.what();
   }
   EXPECT_EQ(what, "std::bad_alloc");
-  moody_.mood = Mood::shortOfMemory;
-  EXPECT_THROW(saveAgainstTrouble(), std::bad_alloc);
-  EXPECT_EQ(uncaught_, 1);
   expectNothingLeft();
+}
+
+TEST_F(Exceptions, OfWantOfMemoryInAPartAreAResultInTheProgramItself) {
+  moody_.mood = Mood::shortOfMemory;
+  std::ostringstream text;
+  EXPECT_EQ(moody_.save(text, ModelPartIndex_All), ModelRes_SystemError);
+  EXPECT_EQ(moody_.uncaught, 1);
+  EXPECT_EQ(text.str(), "");
+  expectNothingLeft();
+  moody_.mood = Mood::fair;
+  EXPECT_EQ(value(), "fair");
 }
 
 TEST_F(Exceptions, OfTheLibraryAreCarriedToAnotherThread) {

@@ -17,6 +17,8 @@
 #include <memory>
 #include <utility>
 
+#include "evtsrv/source/file_descriptor.h"
+
 namespace EvtSrv::internal {
 
 namespace {
@@ -275,21 +277,21 @@ int PosixSystem::openDescriptorOf(std::uint32_t process, std::uint32_t descripto
     return "/proc/" + of + "/fd/" + std::to_string(number);
   };
   const std::string link = pathOf(std::to_string(process), descriptor);
-  const int found = uninterrupted([&] { return openOnce(link.c_str(), O_PATH | O_CLOEXEC); });
-  if (found < 0) {
-    return found;
-  }
+  FileDescriptor found;
+  int result =
+      found.adopt(*this, uninterrupted([&] { return openOnce(link.c_str(), O_PATH | O_CLOEXEC); }));
   struct stat status {};
-  int result = this->status(found, status);
   if (result == 0) {
-    const std::string own = pathOf("self", static_cast<std::uint64_t>(found));
-    result = S_ISREG(status.st_mode) ? uninterrupted([&] {
-      return openOnce(own.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    })
-                                     : -EPERM;
+    result = this->status(found.number(), status);
   }
-  close(found);
-  return result;
+  if (result < 0) {
+    return result;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return -EPERM;
+  }
+  const std::string own = pathOf("self", static_cast<std::uint64_t>(found.number()));
+  return uninterrupted([&] { return openOnce(own.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); });
 }
 
 std::uint32_t PosixSystem::processId() {

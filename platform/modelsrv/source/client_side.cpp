@@ -1,6 +1,10 @@
 #include "modelsrv/source/client_side.h"
 
+#include <new>
+#include <utility>
+
 #include "evtsrv/source/manager_core.h"
+#include "modelsrv/source/memory_result.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/update_holder.h"
 #include "modelsrv/source/value_text.h"
@@ -194,10 +198,18 @@ ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, Mod
 
 ModelRes ClientSide::subscribe(ModelPart& part, ChainView chain, void* context,
                                ModelPartIndex index) {
+  ClientSubscriptions::Entry entry{&part, copyOf(chain), context, index};
   Reply reply;
   const ModelRes result = request({Operation::subscribe, chain, index, false, {}}, reply);
-  if (result == ModelRes_Success)
-    subscriptions_->add(ClientSubscriptions::Entry{&part, copyOf(chain), context, index});
+  if (result != ModelRes_Success)
+    return result;
+  try {
+    subscriptions_->add(std::move(entry));
+  } catch (const std::bad_alloc&) {
+    // The server must not keep what nobody here knows of.
+    (void)send({Operation::unsubscribe, chain, index, false, {}}, reply);
+    throw;
+  }
   return result;
 }
 
@@ -223,7 +235,7 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
 
 void ClientSide::partLeaves(const ModelPart& part) {
   while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->anyOf(part)) {
-    if (cancel(*key) != ModelRes_Success)
+    if (withMemoryResult([&] { return cancel(*key); }) != ModelRes_Success)
       subscriptions_->erase(*key);
   }
 }

@@ -14,27 +14,37 @@ std::size_t ClientSubscriptions::ChainHash::operator()(
 }
 
 void ClientSubscriptions::add(Entry entry) {
-  const Key key = ++last_;
+  const Key key = last_ + 1;
+  const Entry& added = entries_.emplace_hint(entries_.end(), key, std::move(entry))->second;
+  try {
+    byChain_[added.chain].push_back(key);
+    std::set<Key>& ofPart = byPart_[added.part];
+    ofPart.insert(ofPart.end(), key);
+  } catch (...) {
+    erase(key);
+    throw;
+  }
+  last_ = key;
   renewed_ = key;
-  byChain_[entry.chain].push_back(key);
-  std::set<Key>& ofPart = byPart_[entry.part];
-  ofPart.insert(ofPart.end(), key);
-  entries_.emplace_hint(entries_.end(), key, std::move(entry));
 }
 
 void ClientSubscriptions::erase(Key key) {
   const auto at = entries_.find(key);
   if (at == entries_.end())
     return;
-  const auto ofChain = byChain_.find(at->second.chain);
-  auto& keys = ofChain->second;
-  keys.erase(std::lower_bound(keys.begin(), keys.end(), key));
-  if (keys.empty())
-    byChain_.erase(ofChain);
-  const auto ofPart = byPart_.find(at->second.part);
-  ofPart->second.erase(key);
-  if (ofPart->second.empty())
-    byPart_.erase(ofPart);
+  // One that was not entered everywhere may be missing in the other two.
+  if (const auto ofChain = byChain_.find(at->second.chain); ofChain != byChain_.end()) {
+    auto& keys = ofChain->second;
+    const auto found = std::equal_range(keys.begin(), keys.end(), key);
+    keys.erase(found.first, found.second);
+    if (keys.empty())
+      byChain_.erase(ofChain);
+  }
+  if (const auto ofPart = byPart_.find(at->second.part); ofPart != byPart_.end()) {
+    ofPart->second.erase(key);
+    if (ofPart->second.empty())
+      byPart_.erase(ofPart);
+  }
   entries_.erase(at);
 }
 

@@ -6,6 +6,8 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
+#include "modelsrv/source/memory_result.h"
+#include "modelsrv/source/room.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subtree.h"
 #include "modelsrv/source/tree_lock.h"
@@ -47,14 +49,27 @@ ModelRes ModelNode::add(ModelPart* part) {
   if (findChild(part->id_) != nullptr)
     return ModelRes_DuplicateId;
   aboutToChangeShape();
-  noteOrder(part);
-  children_.push_back(part);
-  part->parent_ = this;
+  return internal::withMemoryResult([&] {
+    internal::makeRoomForOne(children_);
+    noteOrder(part);
+    try {
+      guard(*part);
+    } catch (...) {
+      dropFromOrder(*part);
+      throw;
+    }
+    children_.push_back(part);
+    part->parent_ = this;
+    return ModelRes_Success;
+  });
+}
+
+/// Gives `part` and all below it the mutex of the tree that this node hangs in.
+void ModelNode::guard(ModelPart& part) {
   if (EvtSrv::EventPortManager* manager = treeManager_.load(std::memory_order_relaxed))
-    internal::forSubtree(*part, [manager](ModelPart& below) {
+    internal::forSubtree(part, [manager](ModelPart& below) {
       below.treeManager_.store(manager, std::memory_order_release);
     });
-  return ModelRes_Success;
 }
 
 ModelRes ModelNode::remove(ModelPart* part) {
@@ -62,15 +77,25 @@ ModelRes ModelNode::remove(ModelPart* part) {
   const auto at = std::find(children_.begin(), children_.end(), part);
   if (part == nullptr || at == children_.end())
     return ModelRes_NoSuchPart;
+  return internal::withMemoryResult([&] {
+    take(at);
+    return ModelRes_Success;
+  });
+}
+
+void ModelNode::letGo(const ModelPart& part) noexcept {
+  if (const auto at = std::find(children_.begin(), children_.end(), &part); at != children_.end())
+    take(at);
+}
+
+void ModelNode::take(std::vector<ModelPart*>::const_iterator at) {
+  ModelPart& part = **at;
   aboutToChangeShape();
+  release(part, clientSide());
   children_.erase(at);
-  const auto sorted = lowerBound(byId_, part->id_);
-  if (sorted != byId_.end() && *sorted == part)
-    byId_.erase(sorted);
+  dropFromOrder(part);
   if (children_.empty())
     addedInOrder_ = true;
-  release(*part, clientSide());
-  return ModelRes_Success;
 }
 
 void ModelNode::releaseChildren() {
@@ -101,15 +126,14 @@ internal::ClientSide* ModelNode::clientSide() const {
 }
 
 void ModelNode::release(ModelPart& part, internal::ClientSide* client) {
+  if (treeManager_.load(std::memory_order_relaxed) != nullptr)
+    internal::forSubtree(part, [client](ModelPart& below) {
+      if (client != nullptr)
+        client->partLeaves(below);
+      below.subscribers_.reset();
+      below.treeManager_.store(nullptr, std::memory_order_release);
+    });
   part.parent_ = nullptr;
-  if (treeManager_.load(std::memory_order_relaxed) == nullptr)
-    return;
-  internal::forSubtree(part, [client](ModelPart& below) {
-    if (client != nullptr)
-      client->partLeaves(below);
-    below.subscribers_.reset();
-    below.treeManager_.store(nullptr, std::memory_order_release);
-  });
 }
 
 ModelPart* ModelNode::findChild(ModelPartId id) const {
@@ -127,11 +151,17 @@ void ModelNode::noteOrder(ModelPart* part) {
   if (addedInOrder_ && hasId && (children_.empty() || children_.back()->id_ < part->id_))
     return;
   if (addedInOrder_) {
-    addedInOrder_ = false;
     byId_ = children_;
+    addedInOrder_ = false;
   }
   if (hasId)
     byId_.insert(lowerBound(byId_, part->id_), part);
+}
+
+void ModelNode::dropFromOrder(const ModelPart& part) {
+  const auto sorted = lowerBound(byId_, part.id_);
+  if (sorted != byId_.end() && *sorted == &part)
+    byId_.erase(sorted);
 }
 
 }  // namespace ModelSrv

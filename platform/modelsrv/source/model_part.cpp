@@ -5,6 +5,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/climb.h"
+#include "modelsrv/source/memory_result.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subscription.h"
 #include "modelsrv/source/tree_lock.h"
@@ -13,6 +14,7 @@ namespace ModelSrv {
 
 using internal::Climb;
 using internal::TreeLock;
+using internal::withMemoryResult;
 
 namespace {
 
@@ -60,26 +62,31 @@ ModelRes ModelPart::update(void* /*context*/, unsigned short /*index*/) {
 ModelRes ModelPart::load(std::istringstream& text, bool flag, unsigned short index) {
   const std::string_view value = takeRest(text);
   const TreeLock lock(*this);
-  const Climb climb(*this);
-  if (climb.root() != nullptr && climb.root()->client_ != nullptr)
-    return climb.root()->client_->load(climb.chain(), value, flag, index);
-  if (climb.result() == ModelRes_BadArgument)
-    return ModelRes_BadArgument;
-  return storeText(value, flag, index, false);
+  return withMemoryResult([&] {
+    const Climb climb(*this);
+    if (climb.root() != nullptr && climb.root()->client_ != nullptr)
+      return climb.root()->client_->load(climb.chain(), value, flag, index);
+    if (climb.result() == ModelRes_BadArgument)
+      return ModelRes_BadArgument;
+    return storeText(value, flag, index, false);
+  });
 }
 
 ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {
   const TreeLock lock(*this);
-  const Climb climb(*this);
-  if (climb.root() != nullptr && climb.root()->client_ != nullptr)
-    return climb.root()->client_->save(climb.chain(), text, index);
-  if (climb.result() == ModelRes_BadArgument)
-    return ModelRes_BadArgument;
-  std::string value;
-  const ModelRes result = appendText(value, index);
-  if (result == ModelRes_Success)
-    text << value;
-  return result;
+  const ModelRes result = withMemoryResult([&] {
+    const Climb climb(*this);
+    if (climb.root() != nullptr && climb.root()->client_ != nullptr)
+      return climb.root()->client_->save(climb.chain(), text, index);
+    if (climb.result() == ModelRes_BadArgument)
+      return ModelRes_BadArgument;
+    std::string value;
+    const ModelRes read = appendText(value, index);
+    if (read == ModelRes_Success)
+      text << value;
+    return read;
+  });
+  return result == ModelRes_Success && !text ? ModelRes_SystemError : result;
 }
 
 ModelRes ModelPart::subscribeToServer(ModelRoot* root, unsigned period, void* context,
@@ -87,24 +94,28 @@ ModelRes ModelPart::subscribeToServer(ModelRoot* root, unsigned period, void* co
   if (root == nullptr || period != 0)
     return ModelRes_BadArgument;
   const TreeLock lock(*this);
-  const Climb climb(*this);
-  if (!leadsTo(*this, climb, *root))
-    return ModelRes_BadArgument;
-  if (root->client_ == nullptr)
-    return ModelRes_NotConnected;
-  return root->client_->subscribe(*this, climb.chain(), context, index);
+  return withMemoryResult([&] {
+    const Climb climb(*this);
+    if (!leadsTo(*this, climb, *root))
+      return ModelRes_BadArgument;
+    if (root->client_ == nullptr)
+      return ModelRes_NotConnected;
+    return root->client_->subscribe(*this, climb.chain(), context, index);
+  });
 }
 
 ModelRes ModelPart::unsubscribeToServer(ModelRoot* root) {
   if (root == nullptr)
     return ModelRes_BadArgument;
   const TreeLock lock(*this);
-  const Climb climb(*this);
-  if (!leadsTo(*this, climb, *root))
-    return ModelRes_BadArgument;
-  if (root->client_ == nullptr)
-    return ModelRes_NotSubscribed;
-  return root->client_->unsubscribe(*this, climb.chain());
+  return withMemoryResult([&] {
+    const Climb climb(*this);
+    if (!leadsTo(*this, climb, *root))
+      return ModelRes_BadArgument;
+    if (root->client_ == nullptr)
+      return ModelRes_NotSubscribed;
+    return root->client_->unsubscribe(*this, climb.chain());
+  });
 }
 
 bool ModelPart::subscribable() const {
@@ -177,7 +188,7 @@ void ModelPart::leaveTree() {
   const TreeLock lock(*this);
   // A node that a program derived may refuse; a part that goes has to be let go.
   if (parent_ != nullptr && parent_->remove(this) != ModelRes_Success && parent_ != nullptr)
-    (void)parent_->ModelNode::remove(this);
+    parent_->letGo(*this);
 }
 
 }  // namespace ModelSrv

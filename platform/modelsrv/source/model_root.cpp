@@ -4,6 +4,7 @@
 
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/climb.h"
+#include "modelsrv/source/memory_result.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/update_holder.h"
@@ -39,17 +40,21 @@ ModelRes ModelRoot::startAsClient(const std::string& name, int cachePeriod,
   if (server_ != nullptr && !server_->hasStopped())
     return ModelRes_Busy;
   server_.reset();
-  if (client_ == nullptr)
-    client_ = std::make_unique<internal::ClientSide>(*this);
-  return client_->connect(name);
+  return internal::withMemoryResult([&] {
+    if (client_ == nullptr)
+      client_ = std::make_unique<internal::ClientSide>(*this);
+    return client_->connect(name);
+  });
 }
 
 ModelRes ModelRoot::startAsServer(const std::string& name, const ServerOptions& options) {
   const ClientLock lock(manager()->clientMutex);
   if (client_ != nullptr || (server_ != nullptr && !server_->hasStopped()))
     return ModelRes_Busy;
-  server_ = std::make_unique<internal::ServerSide>(*this);
-  const ModelRes result = internal::fromPort(server_->start(name, options));
+  const ModelRes result = internal::withMemoryResult([&] {
+    server_ = std::make_unique<internal::ServerSide>(*this);
+    return internal::fromPort(server_->start(name, options));
+  });
   if (result != ModelRes_Success)
     server_.reset();
   return result;
@@ -70,10 +75,12 @@ ModelRes ModelRoot::ask(ModelPart* part, Question question) {
   const ClientLock lock(manager()->clientMutex);
   if (part == nullptr)
     return ModelRes_BadArgument;
-  const internal::Climb climb(*part);
-  if (climb.root() != this)
-    return ModelRes_BadArgument;
-  return client_ != nullptr ? question(climb.chain()) : ModelRes_NotConnected;
+  return internal::withMemoryResult([&] {
+    const internal::Climb climb(*part);
+    if (climb.root() != this)
+      return ModelRes_BadArgument;
+    return client_ != nullptr ? question(climb.chain()) : ModelRes_NotConnected;
+  });
 }
 
 ModelRes ModelRoot::getChildIdsFromServer(ModelPart* part, std::vector<unsigned short>& ids) {

@@ -1,10 +1,13 @@
 #include "modelsrv/source/session_subscriptions.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 #include <tuple>
 #include <utility>
 
 #include "modelsrv/source/part_access.h"
+#include "modelsrv/source/room.h"
 
 namespace ModelSrv::internal {
 
@@ -24,16 +27,27 @@ ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
   if (count_ >= maxSubscriptions)
     return ModelRes_LimitReached;
   const auto [at, isNew] = subscriptions_.try_emplace(&part, *this, part, lastSerial_ + 1);
-  if (isNew) {
-    ++lastSerial_;
-    auto& subscribers = PartAccess::subscribers(part);
-    if (subscribers == nullptr)
-      subscribers = std::make_unique<PartSubscribers>();
-    subscribers->add(at->second);
+  try {
+    at->second.add(index);
+    if (isNew)
+      subscribe(at->second);
+  } catch (...) {
+    if (isNew)
+      subscriptions_.erase(at);
+    throw;
   }
-  at->second.add(index);
   ++count_;
   return ModelRes_Success;
+}
+
+/// Has the part tell of its changes. Where that throws, nothing has changed.
+void SessionSubscriptions::subscribe(Subscription& subscription) {
+  auto& subscribers = PartAccess::subscribers(subscription.part());
+  auto made = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
+  (made != nullptr ? made : subscribers)->add(subscription);
+  if (made != nullptr)
+    subscribers = std::move(made);
+  ++lastSerial_;
 }
 
 ModelRes SessionSubscriptions::take(ModelPart& part, ModelPartIndex index) {
@@ -52,11 +66,29 @@ ModelRes SessionSubscriptions::take(ModelPart& part, ModelPartIndex index) {
 }
 
 void SessionSubscriptions::changed(Subscription& subscription, ModelPartIndex index) {
-  if (!subscription.markPending(index))
+  if (!markPending(subscription, index))
     return;
-  reclaim();
   queue_.push_back(Update{&subscription.part(), subscription.serial(), index});
   connection_.eventsPending();
+}
+
+/// Whether the update is to be queued; there is room for it then. A client that
+/// cannot be told must not believe that nothing has happened.
+bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartIndex index) {
+  bool marked = false;
+  try {
+    marked = subscription.markPending(index);
+    if (marked) {
+      reclaim();
+      makeRoomForOne(queue_);
+    }
+    return marked;
+  } catch (const std::bad_alloc&) {
+    if (marked)
+      subscription.clearPending(index);
+    connection_.breakOff();
+    return false;
+  }
 }
 
 void SessionSubscriptions::forget(Subscription& subscription) {

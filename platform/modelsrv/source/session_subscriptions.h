@@ -45,7 +45,8 @@ class SessionSubscriptions {
 
   // What a part's list of subscribers calls.
 
-  /// `index` of the subscribed part has changed, and the subscription wants it.
+  /// `index` of the subscribed part has changed, and the subscription wants it. Throws
+  /// nothing: where there is no memory for the update the connection ends.
   void changed(Subscription& subscription, ModelPartIndex index);
   /// The part goes: its subscription ends here, without a word to the part.
   void forget(Subscription& subscription);
@@ -57,6 +58,8 @@ class SessionSubscriptions {
     ModelPartIndex index;
   };
 
+  void subscribe(Subscription& subscription);
+  bool markPending(Subscription& subscription, ModelPartIndex index);
   [[nodiscard]] Subscription* find(const Update& update);
   void dropStale();
   void reclaim();

@@ -53,11 +53,19 @@ class KRV_EXPORT ModelNode : public ModelPart {
   void releaseChildren();
 
  private:
+  friend class ModelPart;
+
+  /// Takes `part` out whatever a derived class says: where there is no memory to do so,
+  /// the program ends rather than go on with a child that is not there.
+  void letGo(const ModelPart& part) noexcept;
+  void take(std::vector<ModelPart*>::const_iterator at);
   [[nodiscard]] internal::ClientSide* clientSide() const;
   /// The children of this node are about to change.
   void aboutToChangeShape();
+  void guard(ModelPart& part);
   void release(ModelPart& part, internal::ClientSide* client);
   void noteOrder(ModelPart* part);
+  void dropFromOrder(const ModelPart& part);
 
   std::vector<ModelPart*> children_;
   /// The children with an id in ascending order of it; kept only once the order
