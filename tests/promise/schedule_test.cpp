@@ -158,6 +158,11 @@ class Schedule {
     }
   }
 
+  void askBoth(const Chain& chain, unsigned question) {
+    for (ModelClient& client : clients_)
+      ask(client, chain, question);
+  }
+
   void ask(ModelClient& client, const Chain& chain, unsigned question) {
     SCOPED_TRACE(textOf(chain) + " question " + std::to_string(question));
     if (!tree_.contains(chain)) {
@@ -241,12 +246,10 @@ class Schedule {
   /// with its value is changed more than once before a client asks about it again.
   void changeAndAskForShape() {
     const Chain chain = anyOwnPart();
-    for (ModelClient& client : clients_)
-      ask(client, chain, 2);
+    askBoth(chain, 2);
     for (unsigned changes = 1 + below(3); changes > 0; --changes)
       changeAtServer(chain);
-    for (ModelClient& client : clients_)
-      ask(client, chain, 2 + below(2));
+    askBoth(chain, 2 + below(2));
   }
 
   void changeAtServer(const Chain& chain) {
@@ -308,9 +311,8 @@ class Schedule {
     if (tree_.parts().contains(chain))
       return;
     static constexpr std::array kinds{"node", "value", "array", "own", "folding", "folded"};
-    const std::string kind = kinds[below(kinds.size())];
-    add(chain, kind);
-    if (kind == "folded" && tree_.contains(chain))
+    add(chain, kinds[below(kinds.size())]);
+    if (tree_.at(chain).isFolded)
       showWhatIsFolded(chain);
   }
 
@@ -321,19 +323,14 @@ class Schedule {
   }
 
   /// What came into the tree unseen keeps the promise as well once it is seen.
-  void showWhatIsFolded(const Chain& chain) {
-    Chain within = chain;
-    within.push_back(2);
-    for (ModelClient& client : clients_)
-      ask(client, within, 0);
+  void showWhatIsFolded(Chain chain) {
     foldOrUnfold(chain, tree_.at(chain));
-    for (ModelClient& client : clients_)
-      ask(client, within, 0);
-    Chain added = within;
-    added.push_back(5);
-    add(added, "value");
-    for (ModelClient& client : clients_)
-      ask(client, within, 0);
+    chain.push_back(2);
+    askBoth(chain, 0);
+    chain.push_back(5);
+    add(chain, "value");
+    chain.pop_back();
+    askBoth(chain, 0);
   }
 
   void removePart() {
@@ -346,8 +343,7 @@ class Schedule {
   }
 
   void killAndRestart() {
-    for (ModelClient& client : clients_)
-      ask(client, {}, 0);
+    askBoth({}, 0);
     server_->signal(SIGKILL);
     ASSERT_TRUE(server_->waitForExit().has_value());
     for (ModelClient& client : clients_) {
