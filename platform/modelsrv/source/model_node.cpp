@@ -50,26 +50,19 @@ ModelRes ModelNode::add(ModelPart* part) {
     return ModelRes_DuplicateId;
   aboutToChangeShape();
   return internal::withMemoryResult([&] {
+    // What may throw comes before what changes anything.
+    const std::vector<ModelPart*> below = guardedBelow(*part);
     internal::makeRoomForOne(children_);
     noteOrder(part);
-    try {
-      guard(*part);
-    } catch (...) {
-      dropFromOrder(*part);
-      throw;
-    }
     children_.push_back(part);
     part->parent_ = this;
+    if (EvtSrv::EventPortManager* manager = treeManager_.load(std::memory_order_relaxed)) {
+      part->treeManager_.store(manager, std::memory_order_release);
+      for (ModelPart* const other : below)
+        other->treeManager_.store(manager, std::memory_order_release);
+    }
     return ModelRes_Success;
   });
-}
-
-/// Gives `part` and all below it the mutex of the tree that this node hangs in.
-void ModelNode::guard(ModelPart& part) {
-  if (EvtSrv::EventPortManager* manager = treeManager_.load(std::memory_order_relaxed))
-    internal::forSubtree(part, [manager](ModelPart& below) {
-      below.treeManager_.store(manager, std::memory_order_release);
-    });
 }
 
 ModelRes ModelNode::remove(ModelPart* part) {
@@ -90,12 +83,15 @@ void ModelNode::letGo(const ModelPart& part) noexcept {
 
 void ModelNode::take(std::vector<ModelPart*>::const_iterator at) {
   ModelPart& part = **at;
+  const std::vector<ModelPart*> below = guardedBelow(part);
   aboutToChangeShape();
-  release(part, clientSide());
   children_.erase(at);
-  dropFromOrder(part);
+  const auto sorted = lowerBound(byId_, part.id_);
+  if (sorted != byId_.end() && *sorted == &part)
+    byId_.erase(sorted);
   if (children_.empty())
     addedInOrder_ = true;
+  release(part, below, clientSide());
 }
 
 void ModelNode::releaseChildren() {
@@ -103,7 +99,7 @@ void ModelNode::releaseChildren() {
   aboutToChangeShape();
   internal::ClientSide* client = clientSide();
   for (ModelPart* child : children_)
-    release(*child, client);
+    release(*child, guardedBelow(*child), client);
   children_.clear();
   byId_.clear();
   addedInOrder_ = true;
@@ -125,15 +121,27 @@ internal::ClientSide* ModelNode::clientSide() const {
   return root != nullptr ? root->client_.get() : nullptr;
 }
 
-void ModelNode::release(ModelPart& part, internal::ClientSide* client) {
-  if (treeManager_.load(std::memory_order_relaxed) != nullptr)
-    internal::forSubtree(part, [client](ModelPart& below) {
-      if (client != nullptr)
-        client->partLeaves(below);
-      below.subscribers_.reset();
-      below.treeManager_.store(nullptr, std::memory_order_release);
-    });
+std::vector<ModelPart*> ModelNode::guardedBelow(const ModelPart& part) const {
+  const bool isGuarded = treeManager_.load(std::memory_order_relaxed) != nullptr;
+  return isGuarded ? internal::partsBelow(part) : std::vector<ModelPart*>();
+}
+
+/// The part no longer has this parent: whoever finds that no mutex guards it must not
+/// find the parent either.
+void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& below,
+                        internal::ClientSide* client) {
   part.parent_ = nullptr;
+  if (treeManager_.load(std::memory_order_relaxed) == nullptr)
+    return;
+  const auto leave = [client](ModelPart& leaving) {
+    if (client != nullptr)
+      client->partLeaves(leaving);
+    leaving.subscribers_.reset();
+    leaving.treeManager_.store(nullptr, std::memory_order_release);
+  };
+  leave(part);
+  for (ModelPart* const other : below)
+    leave(*other);
 }
 
 ModelPart* ModelNode::findChild(ModelPartId id) const {
@@ -156,12 +164,6 @@ void ModelNode::noteOrder(ModelPart* part) {
   }
   if (hasId)
     byId_.insert(lowerBound(byId_, part->id_), part);
-}
-
-void ModelNode::dropFromOrder(const ModelPart& part) {
-  const auto sorted = lowerBound(byId_, part.id_);
-  if (sorted != byId_.end() && *sorted == &part)
-    byId_.erase(sorted);
 }
 
 }  // namespace ModelSrv

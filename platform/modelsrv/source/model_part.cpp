@@ -187,7 +187,9 @@ void ModelPart::aboutToChange() {
 void ModelPart::leaveTree() {
   const TreeLock lock(*this);
   // A node that a program derived may refuse; a part that goes has to be let go.
-  if (parent_ != nullptr && parent_->remove(this) != ModelRes_Success && parent_ != nullptr)
+  if (parent_ != nullptr)
+    (void)parent_->remove(this);
+  if (parent_ != nullptr)
     parent_->letGo(*this);
 }
 

@@ -8,19 +8,14 @@
 
 namespace ModelSrv::internal {
 
-/// Calls `visit(part)` for `top` and for everything below it, whatever the depth; for
-/// all or, where it throws for want of memory, for none. `visit` must not change the
-/// tree's shape.
-template <typename Visit>
-void forSubtree(ModelPart& top, Visit visit) {
+/// Everything below `top`, whatever the depth; allocates nothing where there is nothing.
+inline std::vector<ModelPart*> partsBelow(const ModelPart& top) {
   std::vector<ModelPart*> parts(PartAccess::below(top));
   for (std::size_t i = 0; i < parts.size(); ++i) {
     const std::vector<ModelPart*>& below = PartAccess::below(*parts[i]);
     parts.insert(parts.end(), below.begin(), below.end());
   }
-  visit(top);
-  for (ModelPart* const part : parts)
-    visit(*part);
+  return parts;
 }
 
 }  // namespace ModelSrv::internal

@@ -114,6 +114,53 @@ TEST(ModelThreads, MaySetAPartWhileItIsTakenOutOfTheTree) {
   }
 }
 
+TEST(ModelThreads, MaySetAPartThatAClientWasToldOfWhileItIsTakenOut) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  Client client;
+  ASSERT_EQ(client.connect(name), ModelRes_Success);
+  for (int round = 0; round < 100; ++round) {
+    ModelNode node(2, "going");
+    std::vector<std::unique_ptr<ValuePart<std::int32_t>>> parts;
+    for (ModelPartId id = 0; id < 50; ++id) {
+      parts.push_back(std::make_unique<ValuePart<std::int32_t>>(id, "inside"));
+      ASSERT_EQ(node.add(parts.back().get()), ModelRes_Success);
+    }
+    ASSERT_EQ(server.root.add(&node), ModelRes_Success);
+    std::atomic<std::int32_t> stored{0};
+    const Repeat sets([&] {
+      (void)parts.back()->setValue(stored + 1);
+      (void)parts.front()->findRoot();
+      ++stored;
+    });
+    for (int i = 0; i < 5; ++i)
+      EXPECT_NE(client.text({2, 49}), "?");
+    while (stored.load() == 0)
+      std::this_thread::yield();
+    ASSERT_EQ(server.root.remove(&node), ModelRes_Success);
+  }
+}
+
+TEST(ModelThreads, MayDestroyAPartWhileItIsTakenOutOfTheTree) {
+  Server server(test_support::uniquePortName());
+  for (int round = 0; round < 500; ++round) {
+    auto part = std::make_unique<ValuePart<std::int32_t>>(20, "going");
+    ModelPart* const going = part.get();
+    ASSERT_EQ(server.drive.add(going), ModelRes_Success);
+    std::atomic<bool> started{false};
+    std::thread destroys([&] {
+      started = true;
+      part.reset();
+    });
+    while (!started)
+      std::this_thread::yield();
+    const ModelRes result = server.drive.remove(going);
+    EXPECT_TRUE(result == ModelRes_Success || result == ModelRes_NoSuchPart) << result;
+    destroys.join();
+    EXPECT_EQ(server.drive.findChild(20), nullptr);
+  }
+}
+
 TEST(ModelThreads, OfAClientMayRequestWhileAnotherTakesEvents) {
   const std::string name = test_support::uniquePortName();
   Server server(name);

@@ -62,10 +62,10 @@ class KRV_EXPORT ModelNode : public ModelPart {
   [[nodiscard]] internal::ClientSide* clientSide() const;
   /// The children of this node are about to change.
   void aboutToChangeShape();
-  void guard(ModelPart& part);
-  void release(ModelPart& part, internal::ClientSide* client);
+  /// What comes into the tree of this node, or leaves it, with `part`.
+  [[nodiscard]] std::vector<ModelPart*> guardedBelow(const ModelPart& part) const;
+  void release(ModelPart& part, const std::vector<ModelPart*>& below, internal::ClientSide* client);
   void noteOrder(ModelPart* part);
-  void dropFromOrder(const ModelPart& part);
 
   std::vector<ModelPart*> children_;
   /// The children with an id in ascending order of it; kept only once the order
