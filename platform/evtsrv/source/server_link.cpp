@@ -129,6 +129,10 @@ bool ServerLink::ready(unsigned role, std::uint32_t events) {
     // This client wants more than there is.
     end();
     return true;
+  } catch (...) {
+    // The program's own: what was asked cannot be answered any more.
+    end();
+    throw;
   }
 }
 
@@ -353,7 +357,7 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
       encodeHeader(header, chunk.data() + start);
     }
   }
-  if (finishing_ && chunk.empty() && !std::exchange(saidStopped_, true)) {
+  if (finishing_ && !serving_ && chunk.empty() && !std::exchange(saidStopped_, true)) {
     append(chunk, bareFrame(FrameKind::event, stoppedEvent));
   }
   return owner_ != nullptr && !chunk.empty();

@@ -1,3 +1,5 @@
+#include <stdexcept>
+
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 
 namespace EvtSrv::internal {
@@ -145,6 +147,47 @@ TEST_F(Events, OfARequestThatStopsTheServerComeBeforeTheWordOfIt) {
   EXPECT_EQ(client.events.front().first, 7);
   EXPECT_EQ(client.events.back().first, stoppedEvent);
   EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
+}
+
+TEST_F(Events, OfARequestThatStopsTheServerAndDispatchesAreTold) {
+  connect();
+  const std::string bytes(1000, 'e');
+  for (int i = 0; i < 100; ++i) {
+    post(bytes);
+  }
+  server.port.onRequest = [this] {
+    server.server->beginStop();
+    // All that was pending goes, but the request is still under way.
+    do {
+      server.serveAll();
+    } while (client.core.receive(0) == EvtRes_Success);
+    server.port.session->post(7, "changed by it");
+  };
+  EXPECT_EQ(client.ask(), EvtRes_Success);
+  receiveAll();
+  ASSERT_EQ(client.events.size(), 102U);
+  EXPECT_EQ(client.events[100].first, 7);
+  EXPECT_EQ(client.events[101].first, stoppedEvent);
+}
+
+TEST_F(Events, OfAStopEndWhereTheRequestThatAskedForItThrows) {
+  connect();
+  server.port.onRequest = [this] {
+    server.server->beginStop();
+    throw std::runtime_error("the program's own");
+  };
+  bool thrown = false;
+  client.system.whileWaiting = [&] {
+    try {
+      server.serveAll();
+    } catch (const std::runtime_error&) {
+      thrown = true;
+    }
+  };
+  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_TRUE(thrown);
+  EXPECT_FALSE(server.server->stopping());
+  EXPECT_EQ(server.port.sessions, 0);
 }
 
 TEST_F(Events, ThatComeUpBehindTheWordOfAStopAreNotTold) {
