@@ -1,5 +1,6 @@
 #include "evtsrv/source/port_client.h"
 
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -18,31 +19,16 @@ class PortClient::Impl {
 
   EvtRes connect(const std::string& name) {
     end();
-    name_ = name;
-    fault_ = core_.state();
-    return fault_ == EvtRes_Success ? begin() : fault_;
+    return orEnd([&] {
+      name_ = name;
+      fault_ = core_.state();
+      return fault_ == EvtRes_Success ? begin() : fault_;
+    });
   }
 
   EvtRes resume(bool& renewed) {
     renewed = false;
-    if (link_ != nullptr && link_->look() == EvtRes_Success) {
-      return EvtRes_Success;
-    }
-    EvtRes result = EvtRes_NoServer;
-    if (handshake_.has_value()) {
-      result = await(0);
-      if (result == EvtRes_Timeout) {
-        return EvtRes_Stalled;
-      }
-    }
-    if (result == EvtRes_NoServer) {
-      if (name_.empty() || (link_ != nullptr && !core_.reconnects())) {
-        return fault();
-      }
-      result = begin();
-    }
-    renewed = result == EvtRes_Success;
-    return result;
+    return orEnd([&] { return tryResume(renewed); });
   }
 
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply) {
@@ -66,6 +52,39 @@ class PortClient::Impl {
   [[nodiscard]] const std::string& portName() const { return name_; }
 
  private:
+  /// What `operation` gives; where it wants more memory than there is, nothing of a
+  /// connection stays, and the next one may be tried.
+  template <typename Operation>
+  EvtRes orEnd(Operation operation) {
+    try {
+      return operation();
+    } catch (const std::bad_alloc&) {
+      end();
+      return fault_ = EvtRes_SystemError;
+    }
+  }
+
+  EvtRes tryResume(bool& renewed) {
+    if (link_ != nullptr && link_->look() == EvtRes_Success) {
+      return EvtRes_Success;
+    }
+    EvtRes result = EvtRes_NoServer;
+    if (handshake_.has_value()) {
+      result = await(0);
+      if (result == EvtRes_Timeout) {
+        return EvtRes_Stalled;
+      }
+    }
+    if (result == EvtRes_NoServer) {
+      if (name_.empty() || (link_ != nullptr && !core_.reconnects())) {
+        return fault();
+      }
+      result = begin();
+    }
+    renewed = result == EvtRes_Success;
+    return result;
+  }
+
   /// Why there is no connection.
   [[nodiscard]] EvtRes fault() const { return link_ != nullptr ? link_->fault() : fault_; }
 

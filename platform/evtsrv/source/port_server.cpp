@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <new>
 #include <span>
 #include <utility>
 
@@ -33,6 +34,7 @@ class PortServer::Impl final : public ReadyHandler,
   void linkEnded(ServerLink& link) override;
 
  private:
+  void readMailbox();
   void accept(const Hello& hello);
   int openEnd(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out);
   void refuseWithSpare(const Hello& hello);
@@ -126,21 +128,31 @@ void PortServer::Impl::linkEnded(ServerLink& link) {
 
 bool PortServer::Impl::ready(unsigned /*role*/, std::uint32_t /*events*/) {
   const auto keep = shared_from_this();
-  {
-    ScratchBuffer scratch(core_.readHome());
-    scratch.bytes().resize(readSize);
-    const ssize_t count = core_.system().read(mailbox_.descriptor(), scratch.bytes());
-    if (count <= 0) {
-      return false;
-    }
-    hellos_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
+  try {
+    readMailbox();
+  } catch (const std::bad_alloc&) {
+    return false;
   }
   bool found = false;
   while (const auto hello = hellos_.next()) {
     found = true;
-    accept(*hello);
+    try {
+      accept(*hello);
+    } catch (const std::bad_alloc&) {
+      // The client sees its pipes closed; those behind it are served.
+      continue;
+    }
   }
   return found;
+}
+
+void PortServer::Impl::readMailbox() {
+  ScratchBuffer scratch(core_.readHome());
+  scratch.bytes().resize(readSize);
+  const ssize_t count = core_.system().read(mailbox_.descriptor(), scratch.bytes());
+  if (count > 0) {
+    hellos_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
+  }
 }
 
 void PortServer::Impl::accept(const Hello& hello) {
@@ -167,7 +179,15 @@ void PortServer::Impl::accept(const Hello& hello) {
   const auto link = std::make_shared<ServerLink>(core_, *this, std::move(pipes));
   link->position = links_.size();
   links_.push_back(link);
-  if (link->open(*port_) != EvtRes_Success) {
+  EvtRes opened = EvtRes_SystemError;
+  try {
+    opened = link->open(*port_);
+  } catch (...) {
+    link->abandon();
+    linkEnded(*link);
+    throw;
+  }
+  if (opened != EvtRes_Success) {
     link->abandon();
     linkEnded(*link);
   }

@@ -1,5 +1,6 @@
 #include "evtsrv/source/reactor.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -53,6 +54,11 @@ int Reactor::add(int descriptor, std::uint32_t interest, ReadyHandler& handler, 
   std::uint32_t slot = 0;
   if (free_.empty()) {
     slot = static_cast<std::uint32_t>(slots_.size());
+    if (slots_.size() == slots_.capacity()) {
+      slots_.reserve(std::max<std::size_t>(4, slots_.size() * 2));
+    }
+    // A registration ends without a wish for memory.
+    free_.reserve(slots_.capacity());
     slots_.emplace_back();
   } else {
     slot = free_.back();

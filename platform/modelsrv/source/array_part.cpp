@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "modelsrv/source/memory_result.h"
 #include "modelsrv/source/store_rules.h"
 #include "modelsrv/source/tree_lock.h"
 #include "modelsrv/source/value_text.h"
@@ -104,17 +105,21 @@ ModelRes ArrayPart<T>::setValues(const std::vector<T>& values) {
   for (std::size_t i = 0; i < values.size(); ++i)
     if (internal::isTooLarge<T>(values[i]))
       return ModelRes_TooLarge;
-  ChangedElements changed;
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    if (!internal::isSameValue<T>(values_[i], values[i])) {
-      aboutToChangeValue();
-      values_[i] = values[i];
-      changed.add(i);
+  return internal::withMemoryResult([&] {
+    for (std::size_t i = 0; i < values.size(); ++i)
+      internal::makeRoomFor<T>(values_, i, values[i]);
+    ChangedElements changed;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      if (!internal::isSameValue<T>(values_[i], values[i])) {
+        aboutToChangeValue();
+        values_[i] = values[i];
+        changed.add(i);
+      }
     }
-  }
-  if (changed.any())
-    notifySubscribers(changed.index());
-  return ModelRes_Success;
+    if (changed.any())
+      notifySubscribers(changed.index());
+    return ModelRes_Success;
+  });
 }
 
 template <typename T>
@@ -179,6 +184,7 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
     if (result != ModelRes_Success)
       return result;
   }
+  makeRoomForAll(text, first, count);
   ChangedElements changed;
   ElementTexts stored(text, count);
   for (std::size_t i = first; i < first + count; ++i) {
@@ -194,6 +200,16 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
   if (changed.any())
     notifySubscribers(changed.index());
   return ModelRes_Success;
+}
+
+/// Nothing is stored where there is no memory for all of it.
+template <typename T>
+void ArrayPart<T>::makeRoomForAll(std::string_view text, std::size_t first, std::size_t count) {
+  if constexpr (std::is_same_v<T, std::string>) {
+    ElementTexts texts(text, count);
+    for (std::size_t i = first; i < first + count; ++i)
+      internal::makeRoomFor<T>(values_, i, texts.next());
+  }
 }
 
 #define MODELSRV_ARRAY_PART(T) template class ArrayPart<T>

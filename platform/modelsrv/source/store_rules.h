@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include "modelsrv/source/value_text.h"
 #include "modelsrv/value_parts.h"
@@ -40,6 +42,13 @@ bool isTooLarge(const T& value) {
     return value.size() > ModelValueText_Max;
   else
     return false;
+}
+
+/// Has `held` take `value` later without a wish for memory.
+template <typename T>
+void makeRoomFor(std::vector<T>& held, std::size_t element, const Parsed<T>& value) {
+  if constexpr (std::is_same_v<T, std::string>)
+    held[element].reserve(value.size());
 }
 
 /// Cuts what a part may not hold.

@@ -257,6 +257,9 @@ class EchoPort : public ServedPort {
   };
 
   std::unique_ptr<ServerSession> openSession(ServerConnection& connection) override {
+    if (onOpen) {
+      onOpen();
+    }
     return refuses ? nullptr : std::make_unique<Session>(*this, connection);
   }
 
@@ -265,6 +268,7 @@ class EchoPort : public ServedPort {
   std::atomic<int> handled{0};
   int taken = 0;
   bool refuses = false;
+  std::function<void()> onOpen;
   std::function<void()> onRequest;
 };
 

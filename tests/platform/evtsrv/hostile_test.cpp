@@ -277,6 +277,23 @@ TEST_F(Hostile, ClientThatDoesNotWaitIsServedInOrderByAHandlerThatReceives) {
   EXPECT_TRUE(replies == expected);
 }
 
+TEST_F(Hostile, ClientThatAsksWhereItsSessionWantedTooMuchIsLetGo) {
+  const std::size_t others = server.server->connectionCount();
+  server.port.onOpen = [] { throw std::bad_alloc(); };
+  RawClient raw;
+  raw.makePipes();
+  raw.say(name, raw.hello());
+  raw.ask(frame(FrameKind::request, 5, 77, "hello"));
+  server.serveAll();
+  EXPECT_EQ(server.server->connectionCount(), others);
+  EXPECT_TRUE(raw.hungUp());
+  EXPECT_EQ(server.port.handled, 0);
+  server.port.onOpen = nullptr;
+  RawClient other;
+  connect(other);
+  EXPECT_EQ(server.server->connectionCount(), others + 1) << "nobody else notices";
+}
+
 TEST_F(Hostile, ClientsThatHangUpInAFrameFreeEverything) {
   {
     RawClient raw;

@@ -1,44 +1,26 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdlib>
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <new>
+#include <set>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/session_subscriptions.h"
 #include "tests/platform/modelsrv/fake_connection.h"
+#include "tests/platform/modelsrv/refused_allocation.h"
 #include "tests/platform/modelsrv/served_tree.h"
+#include "tests/support/hygiene.h"
 
 // What is left where any one allocation is refused.
-
-namespace {
-
-/// How many allocations of this thread succeed before one is refused; below 0: all.
-thread_local int allocationsLeft = -1;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  const bool refused = allocationsLeft == 0;
-  if (allocationsLeft >= 0)
-    --allocationsLeft;
-  if (void* const memory = refused ? nullptr : std::malloc(size > 0 ? size : 1))
-    return memory;
-  throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
@@ -48,11 +30,9 @@ using namespace modelsrv_tests;
 /// Runs `operation` with allocation number `refused` refused; tells whether it came
 /// to that.
 bool runShortOfMemory(int refused, const std::function<void()>& operation) {
-  allocationsLeft = refused;
+  allocationsLeft() = refused;
   operation();
-  const bool wasRefused = allocationsLeft < 0;
-  allocationsLeft = -1;
-  return wasRefused;
+  return std::exchange(allocationsLeft(), allAllocations) < 0;
 }
 
 /// Calls `attempt(refused)` for the first, the second ... allocation that is refused,
@@ -141,6 +121,93 @@ TEST(WantOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
   });
 }
 
+TEST(WantOfMemory, LeavesNothingOfAConnectionThatWasNotMade) {
+  forEachAllocation([](int refused) {
+    const std::string name = test_support::uniquePortName();
+    Server server(name);
+    Client other;
+    EXPECT_EQ(other.connect(name), ModelRes_Success);
+    EXPECT_EQ(other.text(speedChain), "42");
+    Client client;
+    const std::set<std::string> before = test_support::openDescriptors();
+    ModelRes result = ModelRes_Success;
+    const bool wasRefused = runShortOfMemory(refused, [&] { result = client.connect(name); });
+    const bool failed = wasRefused && result != ModelRes_Success;
+    EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
+    if (failed) {
+      // The server sees that the client has gone between what the other one stores.
+      constexpr int patience = 1000;
+      for (int i = 0; test_support::openDescriptors() != before && i < patience; ++i)
+        EXPECT_EQ(other.load(speedChain, "42"), ModelRes_Success);
+      EXPECT_EQ(test_support::openDescriptors(), before);
+    }
+    EXPECT_EQ(client.connect(name), ModelRes_Success);
+    EXPECT_EQ(client.text(speedChain), "42");
+    return wasRefused;
+  });
+}
+
+TEST(WantOfMemory, DoesNotKeepAClientFromConnectingAgain) {
+  forEachAllocation([](int refused) {
+    const std::string name = test_support::uniquePortName();
+    auto server = std::make_unique<Server>(name);
+    Client client;
+    EXPECT_EQ(client.connect(name), ModelRes_Success);
+    EXPECT_EQ(client.subscribe(speedChain), ModelRes_Success);
+    server.reset();
+    server = std::make_unique<Server>(name);
+    (void)client.part.at(gainsChain);
+    ModelRes result = ModelRes_Success;
+    std::vector<unsigned short> ids;
+    const bool wasRefused = runShortOfMemory(
+        refused, [&] { result = client.root.getChildIdsFromServer(&client.part, ids); });
+    const bool failed = wasRefused && result != ModelRes_Success;
+    EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
+    EXPECT_EQ(client.text(speedChain), "42");
+    client.pumpAll();
+    client.root.updates.clear();
+    EXPECT_EQ(server->speed.setValue(7), ModelRes_Success);
+    EXPECT_EQ(client.text(speedChain), "7");
+    client.pumpAll();
+    EXPECT_EQ(client.root.updates.size(), 1U) << "it has subscribed again";
+    return wasRefused;
+  });
+}
+
+TEST(WantOfMemory, OfAServerThatAcceptsAClientKeepsNobodyElseOut) {
+  forEachAllocation([](int refused) {
+    const std::string name = test_support::uniquePortName();
+    Server server(name);
+    server.pump.reset();
+    Client first;
+    std::atomic<bool> tried{false};
+    std::thread tries([&] {
+      (void)first.connect(name);
+      tried = true;
+      server.manager.wake();
+    });
+    const bool wasRefused = runShortOfMemory(refused, [&] {
+      while (!tried)
+        (void)server.manager.receiveEvent(-1);
+    });
+    tries.join();
+    server.pump.emplace(server.manager);
+    Client second;
+    EXPECT_EQ(second.connect(name), ModelRes_Success);
+    EXPECT_EQ(second.text(speedChain), "42");
+    return wasRefused;
+  });
+}
+
+TEST(WantOfMemory, DoesNotKeepAClientFromItsEnd) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  auto client = std::make_unique<Client>();
+  EXPECT_EQ(client->connect(name), ModelRes_Success);
+  EXPECT_EQ(client->text(speedChain), "42");
+  EXPECT_FALSE(runShortOfMemory(0, [&] { client.reset(); })) << "an end allocates nothing";
+}
+
 /// One client's subscriptions in a server, without a client.
 class WantOfMemoryOfTheServer : public testing::Test {
  protected:
@@ -202,6 +269,36 @@ TEST_F(WantOfMemoryOfTheServer, EndsTheConnectionThatCannotBeTold) {
     EXPECT_EQ(takeAll(session), 1U) << "what comes later is told";
     return wasRefused;
   });
+}
+
+TEST_F(WantOfMemoryOfTheServer, LeavesAllOfAnArrayAsItWas) {
+  ArrayPart<std::string> texts(3, "texts", {"a", "b"});
+  ASSERT_EQ(root_.add(&texts), ModelRes_Success);
+  std::vector<std::string> next;
+  std::istringstream text;
+  const std::array<std::function<ModelRes()>, 2> stores{
+      [&] { return texts.setValues(next); }, [&] { return texts.load(text, false, all); }};
+  std::size_t size = 100;
+  for (const auto& store : stores) {
+    forEachAllocation([&](int refused) {
+      FakeConnection connection;
+      internal::SessionSubscriptions session(connection);
+      EXPECT_EQ(session.add(texts, all), ModelRes_Success);
+      const std::vector<std::string> before = texts.values();
+      size *= 2;
+      next = {std::string(size, 'x'), std::string(size, 'y')};
+      text = std::istringstream(next[0] + '\n' + next[1]);
+      ModelRes result = ModelRes_DoNothing;
+      const bool wasRefused = runShortOfMemory(refused, [&] { result = store(); });
+      const bool failed = result != ModelRes_Success;
+      EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
+      EXPECT_EQ(texts.values(), failed ? before : next);
+      // Where there is no room for the update itself, its client's connection ends.
+      EXPECT_EQ(takeAll(session) + static_cast<std::size_t>(connection.brokenOff),
+                failed ? 0U : 1U);
+      return wasRefused;
+    });
+  }
 }
 
 TEST_F(WantOfMemoryOfTheServer, LeavesTheTreeAsItWas) {

@@ -102,8 +102,9 @@ class KRV_EXPORT ModelPart {
   virtual ModelRes load(std::istringstream& text, bool flag, unsigned short index);
 
   /// Appends the value's text to `text`, an element's or the whole value's; on
-  /// any result but `ModelRes_Success` nothing has been appended. Below a
-  /// client's root this is one request to the server.
+  /// any result but `ModelRes_Success` nothing has been appended, unless there was
+  /// no memory for it: `text` is bad then. Below a client's root this is one request
+  /// to the server.
   virtual ModelRes save(std::ostringstream& text, unsigned short index);
 
   /// Asks the server of `root` for updates of this part: of element `index`, or
