@@ -64,7 +64,10 @@ TEST_F(Flood, DividesNoLineAndLosesNoKey) {
   EXPECT_TRUE(linesAreWhole(shell().bytesSince(mark)));
   EXPECT_EQ(shell().bytesSince(mark).find("ERROR"), std::string::npos);
   shell().resize(100, 80);
+  const std::size_t listing = shell().mark();
   ASSERT_TRUE(type(keys::ctrl('W') + "history" + keys::returnKey));
+  // The prompt is empty once more before the command is there.
+  ASSERT_TRUE(shell().writes(std::to_string(++lines) + " du", listing));
   ASSERT_TRUE(showsLine("[ " + server_.name() + "]$ |"));
   EXPECT_NE(screen().text().find(history), std::string::npos) << screen().text();
 }
