@@ -92,9 +92,9 @@ void PortServer::Impl::beginStop() {
   endService();
   stopping_ = true;
   core_.beginTermination();
-  // Each may end, and leave the list, at once.
-  const auto links = links_;
-  for (const auto& link : links) {
+  // Each may end at once: the last one, which has been told, takes its place.
+  for (std::size_t i = links_.size(); i > 0; --i) {
+    const auto link = links_[i - 1];
     link->finish();
   }
   endStopIfDone();
@@ -179,17 +179,17 @@ void PortServer::Impl::accept(const Hello& hello) {
   const auto link = std::make_shared<ServerLink>(core_, *this, std::move(pipes));
   link->position = links_.size();
   links_.push_back(link);
-  EvtRes opened = EvtRes_SystemError;
+  const auto drop = [&] {
+    link->abandon();
+    linkEnded(*link);
+  };
   try {
-    opened = link->open(*port_);
+    if (link->open(*port_) != EvtRes_Success) {
+      drop();
+    }
   } catch (...) {
-    link->abandon();
-    linkEnded(*link);
+    drop();
     throw;
-  }
-  if (opened != EvtRes_Success) {
-    link->abandon();
-    linkEnded(*link);
   }
 }
 

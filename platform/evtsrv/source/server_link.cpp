@@ -305,11 +305,16 @@ void ServerLink::eventsPending() {
     return;
   }
   if (events_.empty()) {
-    try {
-      pumpEvents();
-    } catch (const std::bad_alloc&) {
-      breakOff();
-    }
+    pumpOrBreakOff();
+  }
+}
+
+/// For callers that are no dispatch, which would end the connection.
+void ServerLink::pumpOrBreakOff() {
+  try {
+    pumpEvents();
+  } catch (const std::bad_alloc&) {
+    breakOff();
   }
 }
 
@@ -371,11 +376,7 @@ void ServerLink::finish() {
     eventsWaited_ = true;
     return;
   }
-  try {
-    pumpEvents();
-  } catch (const std::bad_alloc&) {
-    breakOff();
-  }
+  pumpOrBreakOff();
   if (owner_ != nullptr && !broken_ && !setInterests()) {
     breakOff();
   }

@@ -85,6 +85,7 @@ class ServerLink final : public ServerConnection,
   void serveRequests();
   void answer(const Frame& request);
   void pumpEvents();
+  void pumpOrBreakOff();
   bool fillEvents(std::vector<std::uint8_t>& chunk);
   void endIfFinished();
   Progress write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes, Tail& tail);
