@@ -249,7 +249,8 @@ class Schedule {
     askBoth(chain, 2);
     for (unsigned changes = 1 + below(3); changes > 0; --changes)
       changeAtServer(chain);
-    askBoth(chain, 2 + below(2));
+    for (ModelClient& client : clients_)
+      ask(client, chain, 2 + below(2));
   }
 
   void changeAtServer(const Chain& chain) {
@@ -346,10 +347,9 @@ class Schedule {
     askBoth({}, 0);
     server_->signal(SIGKILL);
     ASSERT_TRUE(server_->waitForExit().has_value());
-    for (ModelClient& client : clients_) {
-      std::vector<unsigned short> ids;
+    std::vector<unsigned short> ids;
+    for (ModelClient& client : clients_)
       EXPECT_EQ(client.childIds({}, ids), ModelRes_NotConnected);
-    }
     start();
   }
 
