@@ -29,7 +29,7 @@ class ServerProgram {
 
   /// How much of its memory is in use, in bytes: the most so far, and now.
   [[nodiscard]] double peakBytes() const { return bytesOf("VmHWM:"); }
-  [[nodiscard]] double heldBytes() const { return bytesOf("VmRSS:"); }
+  [[nodiscard]] double cachedBytes() const { return bytesOf("VmRSS:"); }
 
  private:
   /// A size among /proc/PID/status (proc(5)).

@@ -292,7 +292,7 @@ class DescriptionFile {
 struct TreeCost {
   std::vector<double> milliseconds;
   std::vector<double> peak;
-  std::vector<double> heldAfterListing;
+  std::vector<double> cachedAfterListing;
 };
 
 TreeCost measureTree(std::size_t parts, unsigned runs) {
@@ -305,7 +305,7 @@ TreeCost measureTree(std::size_t parts, unsigned runs) {
         std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
     cost.peak.push_back(server.peakBytes());
     bench::runShell("cd " + server.name() + ";ls -lr", parts);
-    cost.heldAfterListing.push_back(server.heldBytes());
+    cost.cachedAfterListing.push_back(server.cachedBytes());
   }
   return cost;
 }
@@ -333,7 +333,7 @@ void measureTrees() {
     const double target = parts < 10'000 ? 0 : bytesTarget;
     printRow("bytes a part, at most" + size, perPart(cost.peak, least.peak), target);
     printRow("bytes a part, after ls -lr" + size,
-             perPart(cost.heldAfterListing, least.heldAfterListing), target);
+             perPart(cost.cachedAfterListing, least.cachedAfterListing), target);
   }
 }
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "evtsrv/source/system.h"
-#include "modelsrv/source/held_answers.h"
+#include "modelsrv/source/reply_cache.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {
@@ -20,7 +20,7 @@ using namespace ModelSrv;
 using namespace ModelSrv::internal;
 using fuzz::require;
 
-void askAll(const HeldAnswers& held, const HeldAnswers::Part& part) {
+void askAll(const ReplyCache& held, const ReplyCache::Part& part) {
   std::vector<ModelPartId> ids;
   std::vector<std::string> names;
   std::uint16_t sum = 0;
@@ -47,12 +47,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<ModelPartId> chain{1, 2, 3};
   chain.resize(input.u8() % 4U);
   static EvtSrv::internal::PosixSystem system;
-  HeldAnswers held(system);
-  if (const HeldAnswers::Part* part = held.take(chain, input.rest(), order)) {
+  ReplyCache held(system);
+  if (const ReplyCache::Part* part = held.take(chain, input.rest(), order)) {
     require(part->depth == chain.size(), "the first part is the one that was asked about");
     askAll(held, *part);
   }
-  require(!held.canHold() && held.find(chain, HeldAnswers::Wanted::shape) == nullptr,
+  require(!held.isUsable() && held.find(chain, ReplyCache::Wanted::shape) == nullptr,
           "no page, nothing in hand");
   return 0;
 }

@@ -17,8 +17,8 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/held_answers.h"
 #include "modelsrv/source/replies.h"
+#include "modelsrv/source/reply_cache.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/tree_session.h"
 #include "modelsrv/value_parts.h"
@@ -166,7 +166,7 @@ class Service {
         return;
       case Operation::excerpt:
         require(
-            HeldAnswers(EvtSrv::internal::posixSystem()).take(request.chain, reply_, nativeOrder) !=
+            ReplyCache(EvtSrv::internal::posixSystem()).take(request.chain, reply_, nativeOrder) !=
                 nullptr,
             "an excerpt can be read");
         return;

@@ -63,15 +63,15 @@ class ListingCost : public ScopeFixture {
     const test_support::CapturedOutput captured;
     Allocations& now = allocated();
     const Allocations before = now;
-    now.mostBytes = now.heldBytes;
+    now.mostBytes = now.cachedBytes;
     {
       ListingNode listing;
       scope_.buildTree(listing, recursiveAndLong, chain, "top", 1, true, true);
       ScreenPrinter printer(0, true);
       printLongTree(printer, listing, true, false);
     }
-    return {now.count - before.count, now.heldBytes - before.heldBytes,
-            now.mostBytes - before.heldBytes};
+    return {now.count - before.count, now.cachedBytes - before.cachedBytes,
+            now.mostBytes - before.cachedBytes};
   }
 
   /// The node 1.41 with that many levels below it.

@@ -21,8 +21,8 @@ void* operator new(std::size_t size, const std::nothrow_t& /*none*/) noexcept {
   if (memory != nullptr) {
     auto& allocated = test_support::allocated();
     ++allocated.count;
-    allocated.heldBytes += static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
-    allocated.mostBytes = std::max(allocated.mostBytes, allocated.heldBytes);
+    allocated.cachedBytes += static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
+    allocated.mostBytes = std::max(allocated.mostBytes, allocated.cachedBytes);
   }
   return memory;
 }
@@ -35,7 +35,8 @@ void* operator new(std::size_t size) {
 }
 
 void operator delete(void* memory) noexcept {
-  test_support::allocated().heldBytes -= static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
+  test_support::allocated().cachedBytes -=
+      static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
   std::free(memory);
 }
 

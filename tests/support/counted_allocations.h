@@ -8,8 +8,8 @@ namespace test_support {
 /// frees of another's is taken off its own.
 struct Allocations {
   std::size_t count = 0;
-  std::ptrdiff_t heldBytes = 0;
-  /// The largest `heldBytes` so far; whoever measures sets it back first.
+  std::ptrdiff_t cachedBytes = 0;
+  /// The largest `cachedBytes` so far; whoever measures sets it back first.
   std::ptrdiff_t mostBytes = 0;
 };
 

@@ -28,7 +28,7 @@ std::vector<ModelPartId> copyOf(ChainView chain) {
 }  // namespace
 
 ClientSide::ClientSide(ModelRoot& root)
-    : root_(root), held_(root.manager()->core().system()), port_(root.manager()->core(), *this) {}
+    : root_(root), cache_(root.manager()->core().system()), port_(root.manager()->core(), *this) {}
 
 ModelRes ClientSide::connect(const std::string& name) {
   close();
@@ -42,7 +42,7 @@ ModelRes ClientSide::connect(const std::string& name) {
 
 void ClientSide::close() {
   subscriptions_->clear();
-  held_.clear();
+  cache_.clear();
   started_ = false;
   port_.close();
 }
@@ -66,7 +66,7 @@ EvtRes ClientSide::makeReady() {
     if (renewed) {
       subscriptions_->markAllLost();
       // Another server may have the name now while the one before still lives.
-      held_.clear();
+      cache_.clear();
       excerptsWanted_ = true;
     }
   }
@@ -103,15 +103,15 @@ ModelRes ClientSide::request(const RequestView& request, Reply& reply) {
   return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : fromPort(result);
 }
 
-ModelRes ClientSide::look(ChainView chain, HeldAnswers::Wanted wanted,
-                          const HeldAnswers::Part*& part) {
+ModelRes ClientSide::look(ChainView chain, ReplyCache::Wanted wanted,
+                          const ReplyCache::Part*& part) {
   // Where the connection is known to be lost, a request has to make it good again.
-  part = port_.isOpen() ? held_.find(chain, wanted) : nullptr;
+  part = port_.isOpen() ? cache_.find(chain, wanted) : nullptr;
   if (part != nullptr || !excerptsWanted_)
     return ModelRes_Success;
   Reply reply;
   const ModelRes result =
-      request({Operation::excerpt, chain, held_.partsToAskFor(), false, {}}, reply);
+      request({Operation::excerpt, chain, cache_.partsToPrefetch(), false, {}}, reply);
   if (result == ModelRes_BadRequest || result == ModelRes_DoNothing) {
     // A server that gives none.
     excerptsWanted_ = false;
@@ -119,8 +119,8 @@ ModelRes ClientSide::look(ChainView chain, HeldAnswers::Wanted wanted,
   }
   if (result != ModelRes_Success)
     return result;
-  part = held_.take(chain, reply.payload, reply.order);
-  excerptsWanted_ = part != nullptr && held_.canHold();
+  part = cache_.take(chain, reply.payload, reply.order);
+  excerptsWanted_ = part != nullptr && cache_.isUsable();
   return part != nullptr ? ModelRes_Success : ModelRes_Protocol;
 }
 
@@ -129,9 +129,9 @@ ModelRes ClientSide::ask(Operation operation, ChainView chain, Reply& reply, Mod
 }
 
 ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
-  const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && held_.childIds(*part, ids)))
+  const ReplyCache::Part* part = nullptr;
+  ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
+  if (result != ModelRes_Success || (part != nullptr && cache_.childIds(*part, ids)))
     return result;
   Reply reply;
   result = ask(Operation::childIds, chain, reply);
@@ -141,9 +141,9 @@ ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
 }
 
 ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names) {
-  const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && held_.childNames(*part, names)))
+  const ReplyCache::Part* part = nullptr;
+  ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
+  if (result != ModelRes_Success || (part != nullptr && cache_.childNames(*part, names)))
     return result;
   Reply reply;
   result = ask(Operation::childNames, chain, reply);
@@ -153,9 +153,9 @@ ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names
 }
 
 ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
-  const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && held_.elementSum(*part, sum)))
+  const ReplyCache::Part* part = nullptr;
+  ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
+  if (result != ModelRes_Success || (part != nullptr && cache_.elementSum(*part, sum)))
     return result;
   Reply reply;
   result = ask(Operation::elementSum, chain, reply);
@@ -165,9 +165,9 @@ ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
 }
 
 ModelRes ClientSide::elementNames(ChainView chain, std::vector<std::string>& names) {
-  const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && held_.elementNames(*part, names)))
+  const ReplyCache::Part* part = nullptr;
+  ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
+  if (result != ModelRes_Success || (part != nullptr && cache_.elementNames(*part, names)))
     return result;
   Reply reply;
   result = ask(Operation::elementNames, chain, reply);
@@ -177,9 +177,9 @@ ModelRes ClientSide::elementNames(ChainView chain, std::vector<std::string>& nam
 }
 
 ModelRes ClientSide::save(ChainView chain, std::ostringstream& text, ModelPartIndex index) {
-  const HeldAnswers::Part* part = nullptr;
-  ModelRes result = look(chain, HeldAnswers::Wanted::value, part);
-  if (result != ModelRes_Success || (part != nullptr && held_.save(*part, index, text, result)))
+  const ReplyCache::Part* part = nullptr;
+  ModelRes result = look(chain, ReplyCache::Wanted::value, part);
+  if (result != ModelRes_Success || (part != nullptr && cache_.save(*part, index, text, result)))
     return result;
   Reply reply;
   result = ask(Operation::save, chain, reply, index);

@@ -10,8 +10,8 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_subscriptions.h"
 #include "modelsrv/source/climb.h"
-#include "modelsrv/source/held_answers.h"
 #include "modelsrv/source/replies.h"
+#include "modelsrv/source/reply_cache.h"
 #include "modelsrv/source/requests.h"
 
 namespace ModelSrv::internal {
@@ -64,7 +64,7 @@ class ClientSide final : public EvtSrv::internal::EventSink {
 
   /// Has an excerpt that tells of the part at `chain`: `part` is then what it says of
   /// what is wanted, or null where the server is to be asked for the one thing.
-  ModelRes look(ChainView chain, HeldAnswers::Wanted wanted, const HeldAnswers::Part*& part);
+  ModelRes look(ChainView chain, ReplyCache::Wanted wanted, const ReplyCache::Part*& part);
   /// Asks for one thing about the part at `chain`.
   ModelRes ask(Operation operation, ChainView chain, EvtSrv::internal::Reply& reply,
                ModelPartIndex index = ModelPartIndex_All);
@@ -72,7 +72,7 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   ModelRoot& root_;
   bool started_ = false;
   std::shared_ptr<ClientSubscriptions> subscriptions_ = std::make_shared<ClientSubscriptions>();
-  HeldAnswers held_;
+  ReplyCache cache_;
   bool excerptsWanted_ = true;         ///< until this connection's server shows no page
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;

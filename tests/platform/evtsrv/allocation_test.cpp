@@ -9,7 +9,7 @@
 namespace {
 
 std::atomic<std::size_t> allocations{0};
-std::atomic<std::size_t> heldBytes{0};
+std::atomic<std::size_t> cachedBytes{0};
 std::atomic<std::size_t> largest{SIZE_MAX};
 
 /// As long as it lives, no allocation is given above a size.
@@ -27,14 +27,14 @@ class Scarcity {
 void* operator new(std::size_t size) {
   ++allocations;
   if (void* memory = size > largest ? nullptr : std::malloc(size > 0 ? size : 1)) {
-    heldBytes += ::malloc_usable_size(memory);
+    cachedBytes += ::malloc_usable_size(memory);
     return memory;
   }
   throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept {
-  heldBytes -= ::malloc_usable_size(memory);
+  cachedBytes -= ::malloc_usable_size(memory);
   std::free(memory);
 }
 
@@ -70,9 +70,9 @@ TEST(Connection, HoldsLittleInTheServerWhileItIsIdle) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   std::size_t held = 0;
   const auto serve = [&] {
-    const std::size_t before = heldBytes;
+    const std::size_t before = cachedBytes;
     server.serveAll();
-    held += heldBytes - before;
+    held += cachedBytes - before;
   };
   constexpr std::size_t count = 40;
   std::vector<std::unique_ptr<EchoClient>> clients;

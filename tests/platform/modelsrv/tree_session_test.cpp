@@ -10,8 +10,8 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/held_answers.h"
 #include "modelsrv/source/replies.h"
+#include "modelsrv/source/reply_cache.h"
 #include "modelsrv/value_parts.h"
 #include "tests/platform/modelsrv/fake_connection.h"
 #include "tests/platform/modelsrv/foreign_bytes.h"
@@ -94,7 +94,7 @@ TEST_F(TreeSessionTest, TellsOfThePartItselfInAnExcerptOfNoParts) {
   EXPECT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_DoNothing);
   share_->tellings.start();
   ASSERT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_Success);
-  HeldAnswers held(EvtSrv::internal::posixSystem());
+  ReplyCache held(EvtSrv::internal::posixSystem());
   EXPECT_NE(held.take(std::vector<ModelPartId>{3, 9}, reply_, nativeOrder), nullptr);
 }
 

@@ -20,9 +20,9 @@ namespace ModelSrv::internal {
 /// An excerpt holds as long as the server lives and has not taken back what it told
 /// (`LivePageView`): its values for an epoch, the shape, which is children and elements,
 /// for an era. With the client mutex held.
-class HeldAnswers {
+class ReplyCache {
  public:
-  explicit HeldAnswers(EvtSrv::internal::System& system) : page_(system) {}
+  explicit ReplyCache(EvtSrv::internal::System& system) : page_(system) {}
 
   /// What is held of a part. There are thousands at a time: it is to be small.
   struct Part {
@@ -50,7 +50,7 @@ class HeldAnswers {
 
   /// How many parts to ask for with the next excerpt: few at first, more as those
   /// of the last one turned out to be wanted.
-  [[nodiscard]] std::uint16_t partsToAskFor() const;
+  [[nodiscard]] std::uint16_t partsToPrefetch() const;
 
   /// Takes a server's reply about `chain` in the place of what was held. Gives what
   /// it says of that part, which was true when the server answered; null where the
@@ -61,7 +61,7 @@ class HeldAnswers {
 
   /// Whether the server's page can be seen and says that the server lives; if not
   /// there is no use in asking for more than what is wanted.
-  [[nodiscard]] bool canHold() const { return page_.lives(); }
+  [[nodiscard]] bool isUsable() const { return page_.lives(); }
 
   /// Forgets everything.
   void clear();

@@ -1,4 +1,4 @@
-#include "modelsrv/source/held_answers.h"
+#include "modelsrv/source/reply_cache.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ using EvtSrv::internal::nativeOrder;
 
 using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
-using Wanted = HeldAnswers::Wanted;
+using Wanted = ReplyCache::Wanted;
 
 /// A part whose class keeps its changes to itself.
 class SilentPart : public ModelPart {
@@ -32,7 +32,7 @@ class SilentPart : public ModelPart {
 };
 
 /// An excerpt that goes from a writer's hand into a reader's.
-class HeldAnswersTest : public testing::Test {
+class ReplyCacheTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(page_.open(), EvtSrv::EvtRes_Success);
@@ -48,16 +48,16 @@ class HeldAnswersTest : public testing::Test {
     return reply;
   }
 
-  const HeldAnswers::Part* take(const Chain& chain, const Bytes& reply) {
-    return held_.take(chain, reply, nativeOrder);
+  const ReplyCache::Part* take(const Chain& chain, const Bytes& reply) {
+    return cache_.take(chain, reply, nativeOrder);
   }
 
   /// The value of the part, "?" where the server is to be asked.
   std::string value(const Chain& chain, ModelPartIndex index = ModelPartIndex_All) {
-    const HeldAnswers::Part* part = held_.find(chain, Wanted::value);
+    const ReplyCache::Part* part = cache_.find(chain, Wanted::value);
     std::ostringstream text;
     ModelRes result = ModelRes_Success;
-    if (part == nullptr || !held_.save(*part, index, text, result))
+    if (part == nullptr || !cache_.save(*part, index, text, result))
       return "?";
     return result == ModelRes_Success ? text.str() : describe(result);
   }
@@ -72,10 +72,10 @@ class HeldAnswersTest : public testing::Test {
   ValuePart<bool> a_{3, "a", true};
   ValuePart<std::string> long_{9, "long", std::string(40'000, 'l')};
   SilentPart silent_;
-  HeldAnswers held_{system_};
+  ReplyCache cache_{system_};
 };
 
-TEST_F(HeldAnswersTest, TellOfAPartAndOfWhatFollowsIt) {
+TEST_F(ReplyCacheTest, TellOfAPartAndOfWhatFollowsIt) {
   ASSERT_NE(take({5, 2}, excerpt(x_, 100)), nullptr);
   EXPECT_EQ(value({5, 2}), "7");
   EXPECT_EQ(value({5, 1}), "one\n\nthree");
@@ -83,33 +83,33 @@ TEST_F(HeldAnswersTest, TellOfAPartAndOfWhatFollowsIt) {
   EXPECT_EQ(value({5, 1}, 2), "three");
   EXPECT_EQ(value({3}), "true");
   // What comes before was not told of.
-  EXPECT_EQ(held_.find(Chain{5}, Wanted::value), nullptr);
-  EXPECT_EQ(held_.find({}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
 }
 
-TEST_F(HeldAnswersTest, TellOfChildrenAndElements) {
+TEST_F(ReplyCacheTest, TellOfChildrenAndElements) {
   ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
   Chain ids;
   std::vector<std::string> names;
-  const HeldAnswers::Part* root = held_.find({}, Wanted::value);
+  const ReplyCache::Part* root = cache_.find({}, Wanted::value);
   ASSERT_NE(root, nullptr);
-  EXPECT_TRUE(held_.childIds(*root, ids));
+  EXPECT_TRUE(cache_.childIds(*root, ids));
   EXPECT_EQ(ids, (Chain{5, 3, 9, 30}));
-  EXPECT_TRUE(held_.childNames(*root, names));
+  EXPECT_TRUE(cache_.childNames(*root, names));
   EXPECT_EQ(names, (std::vector<std::string>{"b", "a", "long", "silent"}));
-  const HeldAnswers::Part* array = held_.find(Chain{5, 1}, Wanted::value);
+  const ReplyCache::Part* array = cache_.find(Chain{5, 1}, Wanted::value);
   ASSERT_NE(array, nullptr);
   std::uint16_t sum = 0;
-  EXPECT_TRUE(held_.elementSum(*array, sum));
+  EXPECT_TRUE(cache_.elementSum(*array, sum));
   EXPECT_EQ(sum, 3);
-  EXPECT_TRUE(held_.elementNames(*array, names));
+  EXPECT_TRUE(cache_.elementNames(*array, names));
   EXPECT_EQ(names, (std::vector<std::string>{"p", "", "q"}));
-  EXPECT_TRUE(held_.childIds(*array, ids));
+  EXPECT_TRUE(cache_.childIds(*array, ids));
   EXPECT_TRUE(ids.empty());
   EXPECT_EQ(value({5}), describe(ModelRes_NoValue));
 }
 
-TEST_F(HeldAnswersTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
+TEST_F(ReplyCacheTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
   ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
   EXPECT_EQ(value({9}), "?");
   EXPECT_EQ(value({30}), "?");
@@ -118,60 +118,60 @@ TEST_F(HeldAnswersTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
   EXPECT_EQ(value({77}), "?");
 }
 
-TEST_F(HeldAnswersTest, HoldAsManyPartsAsWereAskedFor) {
+TEST_F(ReplyCacheTest, HoldAsManyPartsAsWereAskedFor) {
   ASSERT_NE(take({5}, excerpt(b_, 2)), nullptr);
-  EXPECT_NE(held_.find(Chain{5, 2}, Wanted::value), nullptr);
-  EXPECT_EQ(held_.find(Chain{5, 1}, Wanted::value), nullptr);
+  EXPECT_NE(cache_.find(Chain{5, 2}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5, 1}, Wanted::value), nullptr);
 }
 
-TEST_F(HeldAnswersTest, AreAskedForInNumbersThatGrowWithTheirUse) {
-  EXPECT_EQ(held_.partsToAskFor(), 1);
+TEST_F(ReplyCacheTest, AreAskedForInNumbersThatGrowWithTheirUse) {
+  EXPECT_EQ(cache_.partsToPrefetch(), 1);
   ASSERT_NE(take({}, excerpt(root_, 6)), nullptr);
-  EXPECT_EQ(held_.partsToAskFor(), 4);
-  (void)held_.find(Chain{5}, Wanted::value);
-  (void)held_.find(Chain{5}, Wanted::value);
-  (void)held_.find(Chain{3}, Wanted::value);
-  EXPECT_EQ(held_.partsToAskFor(), 12);
+  EXPECT_EQ(cache_.partsToPrefetch(), 4);
+  (void)cache_.find(Chain{5}, Wanted::value);
+  (void)cache_.find(Chain{5}, Wanted::value);
+  (void)cache_.find(Chain{3}, Wanted::value);
+  EXPECT_EQ(cache_.partsToPrefetch(), 12);
 }
 
-TEST_F(HeldAnswersTest, OutlastTheEpochWhereTheyAreNoValues) {
+TEST_F(ReplyCacheTest, OutlastTheEpochWhereTheyAreNoValues) {
   ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
   page_.advance();
   EXPECT_EQ(value({5, 2}), "?");
-  const HeldAnswers::Part* part = held_.find(Chain{5}, Wanted::shape);
+  const ReplyCache::Part* part = cache_.find(Chain{5}, Wanted::shape);
   ASSERT_NE(part, nullptr);
   Chain ids;
-  EXPECT_TRUE(held_.childIds(*part, ids));
+  EXPECT_TRUE(cache_.childIds(*part, ids));
   EXPECT_EQ(ids, (Chain{2, 1}));
   page_.advanceEra();
-  EXPECT_EQ(held_.find(Chain{5}, Wanted::shape), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Wanted::shape), nullptr);
 }
 
-TEST_F(HeldAnswersTest, EndWithTheEpoch) {
+TEST_F(ReplyCacheTest, EndWithTheEpoch) {
   const Bytes reply = excerpt(root_, 100);
   ASSERT_NE(take({}, reply), nullptr);
   page_.advance();
-  EXPECT_EQ(held_.find(Chain{5}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
   // What was right when the server answered is the answer to that question.
-  const HeldAnswers::Part* part = take({}, reply);
+  const ReplyCache::Part* part = take({}, reply);
   ASSERT_NE(part, nullptr);
   Chain ids;
-  EXPECT_TRUE(held_.childIds(*part, ids));
-  EXPECT_EQ(held_.find({}, Wanted::value), nullptr);
+  EXPECT_TRUE(cache_.childIds(*part, ids));
+  EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
 }
 
-TEST_F(HeldAnswersTest, HoldNothingWhereThePageCannotBeSeen) {
+TEST_F(ReplyCacheTest, HoldNothingWhereThePageCannotBeSeen) {
   Bytes reply = excerpt(root_, 100);
   reply[9] ^= 1;
-  const HeldAnswers::Part* part = take({}, reply);
+  const ReplyCache::Part* part = take({}, reply);
   ASSERT_NE(part, nullptr);
   Chain ids;
-  EXPECT_TRUE(held_.childIds(*part, ids));
-  EXPECT_FALSE(held_.canHold());
-  EXPECT_EQ(held_.find({}, Wanted::value), nullptr);
+  EXPECT_TRUE(cache_.childIds(*part, ids));
+  EXPECT_FALSE(cache_.isUsable());
+  EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
 }
 
-TEST_F(HeldAnswersTest, RefuseAReplyThatIsCutAnywhereInAPart) {
+TEST_F(ReplyCacheTest, RefuseAReplyThatIsCutAnywhereInAPart) {
   const Bytes whole = excerpt(root_, 100);
   const Bytes one = excerpt(root_, 1);
   for (std::size_t size = 0; size < one.size(); ++size)
@@ -181,14 +181,14 @@ TEST_F(HeldAnswersTest, RefuseAReplyThatIsCutAnywhereInAPart) {
   EXPECT_NE(take({}, one), nullptr);
 }
 
-TEST_F(HeldAnswersTest, RefuseAReplyAboutAnotherPart) {
+TEST_F(ReplyCacheTest, RefuseAReplyAboutAnotherPart) {
   EXPECT_EQ(take({5}, excerpt(a_, 10)), nullptr);
   EXPECT_EQ(take({5, 1}, excerpt(b_, 10)), nullptr);
   EXPECT_EQ(take({}, excerpt(b_, 10)), nullptr);
-  EXPECT_EQ(held_.find(Chain{5}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
 }
 
-TEST_F(HeldAnswersTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
+TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
   Bytes reply = excerpt(x_, 1);
   const std::size_t start = sizeof(std::uint32_t) * 4 + 16;
   const Bytes part(reply.begin() + start, reply.end());
@@ -200,10 +200,10 @@ TEST_F(HeldAnswersTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
   };
   EXPECT_NE(take({5, 2}, repeated(4096)), nullptr);
   EXPECT_EQ(take({5, 2}, repeated(4097)), nullptr);
-  EXPECT_EQ(held_.find(Chain{5, 2}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5, 2}, Wanted::value), nullptr);
 }
 
-TEST_F(HeldAnswersTest, RefuseAReplyLongerThanAnyServerWrites) {
+TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
   const Bytes reply = excerpt(x_, 1);
   const Bytes place(reply.begin(), reply.begin() + sizeof(std::uint32_t) * 4 + 16);
   // A part of that many bytes: its depth, id and contents, then a value of zeros.
@@ -225,14 +225,14 @@ TEST_F(HeldAnswersTest, RefuseAReplyLongerThanAnyServerWrites) {
   EXPECT_EQ(take({5, 2}, filledUpTo(256 * 1024 + 1)), nullptr);
 }
 
-TEST_F(HeldAnswersTest, HoldNothingOfAServerWhoseThreadHasEnded) {
+TEST_F(ReplyCacheTest, HoldNothingOfAServerWhoseThreadHasEnded) {
   auto page = std::make_unique<LivePage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
   Bytes reply;
   ExcerptWriter().write(root_, root_, 100, *page, reply);
   EXPECT_NE(take({}, reply), nullptr);
-  EXPECT_EQ(held_.find({}, Wanted::value), nullptr);
-  EXPECT_FALSE(held_.canHold());
+  EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
+  EXPECT_FALSE(cache_.isUsable());
 }
 
 /// A node that has its children only now and then.
@@ -248,7 +248,7 @@ class MoodyNode : public ModelNode {
   int asked_ = 0;
 };
 
-TEST_F(HeldAnswersTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
+TEST_F(ReplyCacheTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
   MoodyNode moody;
   ValuePart<int> below{1, "below", 3};
   ValuePart<int> behind{50, "behind", 4};
@@ -256,11 +256,11 @@ TEST_F(HeldAnswersTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
   ASSERT_EQ(root_.add(&moody), ModelRes_Success);
   ASSERT_EQ(root_.add(&behind), ModelRes_Success);
   ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
-  const HeldAnswers::Part* part = held_.find(Chain{40}, Wanted::value);
+  const ReplyCache::Part* part = cache_.find(Chain{40}, Wanted::value);
   ASSERT_NE(part, nullptr);
   Chain ids;
-  EXPECT_FALSE(held_.childIds(*part, ids));
-  EXPECT_EQ(held_.find(Chain{40, 1}, Wanted::value), nullptr);
+  EXPECT_FALSE(cache_.childIds(*part, ids));
+  EXPECT_EQ(cache_.find(Chain{40, 1}, Wanted::value), nullptr);
   EXPECT_EQ(value({50}), "4");
   ASSERT_NE(take({40, 1}, excerpt(below, 100)), nullptr);
   EXPECT_EQ(value({40, 1}), "3");
@@ -279,20 +279,20 @@ class ExcerptWriterTest : public testing::Test {
     }
     Bytes reply;
     ExcerptWriter().write(root_, root_, 1000, page_, reply);
-    EXPECT_NE(held_.take({}, reply, nativeOrder), nullptr);
+    EXPECT_NE(cache_.take({}, reply, nativeOrder), nullptr);
     return reply;
   }
 
   /// Whether the excerpt tells the first text, and not only of its part.
   bool tellsTheFirst(std::size_t textSize) {
     (void)excerptOf(textSize);
-    const HeldAnswers::Part* part = held_.find(Chain{0}, Wanted::value);
+    const ReplyCache::Part* part = cache_.find(Chain{0}, Wanted::value);
     std::uint16_t sum = 1;
-    EXPECT_TRUE(part != nullptr && held_.elementSum(*part, sum));
+    EXPECT_TRUE(part != nullptr && cache_.elementSum(*part, sum));
     EXPECT_EQ(sum, 0);
     std::ostringstream text;
     ModelRes result = ModelRes_NoValue;
-    if (part == nullptr || !held_.save(*part, ModelPartIndex_All, text, result))
+    if (part == nullptr || !cache_.save(*part, ModelPartIndex_All, text, result))
       return false;
     EXPECT_EQ(result, ModelRes_Success);
     EXPECT_EQ(text.view(), std::string(textSize, 'v'));
@@ -307,22 +307,22 @@ class ExcerptWriterTest : public testing::Test {
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
   ModelRoot root_{&manager_};
   std::vector<std::unique_ptr<ValuePart<std::string>>> texts_;
-  HeldAnswers held_{system_};
+  ReplyCache cache_{system_};
 };
 
 TEST_F(ExcerptWriterTest, LeavesOffWhereThePipeWouldBeFull) {
   const Bytes reply = excerptOf(2000);
   EXPECT_GT(reply.size(), excerptSize / 2);
   EXPECT_LE(reply.size(), excerptSize + 64);
-  EXPECT_NE(held_.find(Chain{20}, Wanted::value), nullptr);
-  EXPECT_EQ(held_.find(Chain{40}, Wanted::value), nullptr);
+  EXPECT_NE(cache_.find(Chain{20}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{40}, Wanted::value), nullptr);
 }
 
 TEST_F(ExcerptWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
   const Bytes reply = excerptOf(30'000);
   EXPECT_LT(reply.size(), 2000U);
-  EXPECT_NE(held_.find(Chain{0}, Wanted::value), nullptr);
-  EXPECT_EQ(held_.find(Chain{5}, Wanted::value), nullptr);
+  EXPECT_NE(cache_.find(Chain{0}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
 }
 
 TEST_F(ExcerptWriterTest, TellsTheLongestText) {

@@ -1,4 +1,4 @@
-#include "modelsrv/source/held_answers.h"
+#include "modelsrv/source/reply_cache.h"
 
 #include <algorithm>
 #include <limits>
@@ -59,7 +59,7 @@ void skipTexts(PayloadReader& in, unsigned count) {
 
 /// Reads what an excerpt tells of one part behind its id; false where that is
 /// malformed.
-bool readPieces(PayloadReader& in, HeldAnswers::Part& part) {
+bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
   const std::uint8_t has = in.u8();
   part.childIds = placeOf(in);
   if ((has & excerptChildren) != 0)
@@ -86,7 +86,7 @@ bool readPieces(PayloadReader& in, HeldAnswers::Part& part) {
 
 }  // namespace
 
-const HeldAnswers::Part* HeldAnswers::find(ChainView chain, Wanted wanted) {
+const ReplyCache::Part* ReplyCache::find(ChainView chain, Wanted wanted) {
   if (epoch_ == 0 || !(wanted == Wanted::value ? page_.shows(epoch_) : page_.showsEraOf(epoch_)))
     return nullptr;
   // A listing asks about a part several times, then about the next one.
@@ -105,13 +105,13 @@ const HeldAnswers::Part* HeldAnswers::find(ChainView chain, Wanted wanted) {
   return &part;
 }
 
-std::uint16_t HeldAnswers::partsToAskFor() const {
+std::uint16_t ReplyCache::partsToPrefetch() const {
   return static_cast<std::uint16_t>(std::clamp<std::size_t>(asked_ * 4, 1, mostParts));
 }
 
-const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std::uint8_t> reply,
-                                           ByteOrder order) {
-  const std::size_t expected = partsToAskFor();
+const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::uint8_t> reply,
+                                         ByteOrder order) {
+  const std::size_t expected = partsToPrefetch();
   clear();
   if (reply.size() > longestExcerpt)
     return nullptr;
@@ -148,7 +148,7 @@ const HeldAnswers::Part* HeldAnswers::take(ChainView chain, std::span<const std:
   return &parts_[wanted];
 }
 
-void HeldAnswers::clear() {
+void ReplyCache::clear() {
   epoch_ = 0;
   parts_.clear();
   index_.clear();
@@ -156,7 +156,7 @@ void HeldAnswers::clear() {
   asked_ = 0;
 }
 
-bool HeldAnswers::readPlace(PayloadReader& in, LivePagePlace& place, std::uint64_t& epoch) {
+bool ReplyCache::readPlace(PayloadReader& in, LivePagePlace& place, std::uint64_t& epoch) {
   place.process = in.u32();
   place.descriptor = in.u32();
   const std::string_view id = in.bytes(place.id.size());
@@ -168,14 +168,14 @@ bool HeldAnswers::readPlace(PayloadReader& in, LivePagePlace& place, std::uint64
 
 /// What lies above the first part of the excerpt has no answer but is part of the
 /// others' chains.
-void HeldAnswers::addAbove(ChainView chain) {
+void ReplyCache::addAbove(ChainView chain) {
   for (std::size_t depth = 0; depth < chain.size(); ++depth)
     (void)add(static_cast<std::uint16_t>(depth), depth == 0 ? ModelPartId_Void : chain[depth - 1]);
 }
 
 /// Appends a part below the last one of lower depth; null where that is more than
 /// one level above.
-HeldAnswers::Part* HeldAnswers::add(std::uint16_t depth, ModelPartId id) {
+ReplyCache::Part* ReplyCache::add(std::uint16_t depth, ModelPartId id) {
   if (parts_.empty() != (depth == 0))
     return nullptr;
   std::uint32_t parent = 0;
@@ -196,7 +196,7 @@ HeldAnswers::Part* HeldAnswers::add(std::uint16_t depth, ModelPartId id) {
   return &part;
 }
 
-void HeldAnswers::makeIndex() {
+void ReplyCache::makeIndex() {
   std::size_t slots = 4;
   while (slots < parts_.size() * 2)
     slots *= 2;
@@ -209,7 +209,7 @@ void HeldAnswers::makeIndex() {
   }
 }
 
-std::uint32_t HeldAnswers::lookUp(ChainView chain) const {
+std::uint32_t ReplyCache::lookUp(ChainView chain) const {
   const std::uint32_t hash = hashOf(chain);
   const std::size_t mask = index_.size() - 1;
   for (std::size_t slot = hash & mask; index_[slot] != noPart; slot = (slot + 1) & mask) {
@@ -220,7 +220,7 @@ std::uint32_t HeldAnswers::lookUp(ChainView chain) const {
   return noPart;
 }
 
-bool HeldAnswers::isAt(std::uint32_t part, ChainView chain) const {
+bool ReplyCache::isAt(std::uint32_t part, ChainView chain) const {
   if (parts_[part].depth != chain.size())
     return false;
   std::uint32_t at = part;
@@ -232,27 +232,27 @@ bool HeldAnswers::isAt(std::uint32_t part, ChainView chain) const {
   return true;
 }
 
-PayloadReader HeldAnswers::reader(std::uint32_t begin, std::uint32_t end) const {
+PayloadReader ReplyCache::reader(std::uint32_t begin, std::uint32_t end) const {
   return PayloadReader(std::span(bytes_).subspan(begin, end - begin), order_);
 }
 
-bool HeldAnswers::childIds(const Part& part, std::vector<ModelPartId>& ids) const {
+bool ReplyCache::childIds(const Part& part, std::vector<ModelPartId>& ids) const {
   return part.childIds != part.childNames && decodeIds(reader(part.childIds, part.childNames), ids);
 }
 
-bool HeldAnswers::childNames(const Part& part, std::vector<std::string>& names) const {
+bool ReplyCache::childNames(const Part& part, std::vector<std::string>& names) const {
   return part.childNames != part.elements &&
          decodeNames(reader(part.childNames, part.elements), names);
 }
 
-bool HeldAnswers::elementSum(const Part& part, std::uint16_t& sum) const {
+bool ReplyCache::elementSum(const Part& part, std::uint16_t& sum) const {
   if (part.elements == part.value)
     return false;
   sum = part.elementCount;
   return true;
 }
 
-bool HeldAnswers::elementNames(const Part& part, std::vector<std::string>& names) const {
+bool ReplyCache::elementNames(const Part& part, std::vector<std::string>& names) const {
   if (part.elements == part.value)
     return false;
   PayloadReader in = reader(part.elements, part.value);
@@ -260,8 +260,8 @@ bool HeldAnswers::elementNames(const Part& part, std::vector<std::string>& names
   return decodeNames(in, names);
 }
 
-bool HeldAnswers::save(const Part& part, ModelPartIndex index, std::ostringstream& text,
-                       ModelRes& result) const {
+bool ReplyCache::save(const Part& part, ModelPartIndex index, std::ostringstream& text,
+                      ModelRes& result) const {
   const bool whole = index == ModelPartIndex_All;
   if (part.value == part.end || (!whole && index >= part.elementCount))
     return false;

@@ -15,7 +15,7 @@ namespace {
 using namespace ModelSrv;
 using namespace modelsrv_tests;
 
-class AnswersInHandTest : public testing::Test {
+class CachedReadsTest : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
 
@@ -24,7 +24,7 @@ class AnswersInHandTest : public testing::Test {
   Client client_;
 };
 
-TEST_F(AnswersInHandTest, SeeEachKindOfChangeAtTheServerAtOnce) {
+TEST_F(CachedReadsTest, SeeEachKindOfChangeAtTheServerAtOnce) {
   const auto load = [](ModelPart& part, const std::string& text) {
     std::istringstream stream(text);
     return part.load(stream, false, all);
@@ -63,7 +63,7 @@ TEST_F(AnswersInHandTest, SeeEachKindOfChangeAtTheServerAtOnce) {
   }
 }
 
-TEST_F(AnswersInHandTest, FindTheShapeInHandWhereOnlyValuesHaveChanged) {
+TEST_F(CachedReadsTest, FindTheShapeInHandWhereOnlyValuesHaveChanged) {
   ASSERT_EQ(client_.text(gainsChain), "1.5\n0.25");
   server_.pump.reset();
   ASSERT_EQ(server_.gains.setValue(1, 3), ModelRes_Success);
@@ -86,7 +86,7 @@ TEST_F(AnswersInHandTest, FindTheShapeInHandWhereOnlyValuesHaveChanged) {
   EXPECT_EQ(client_.text(gainsChain), "1.5\n3");
 }
 
-TEST_F(AnswersInHandTest, SeeAChangeOfTheShapeBehindOneOfAValue) {
+TEST_F(CachedReadsTest, SeeAChangeOfTheShapeBehindOneOfAValue) {
   const Chain driveChain{1};
   std::vector<unsigned short> ids;
   const auto children = [&] {
@@ -136,7 +136,7 @@ class GrowingPart : public ModelPart {
   int text_ = 0;
 };
 
-TEST_F(AnswersInHandTest, SeeTheShapeOfAProgramsOwnPartChangeBehindItsText) {
+TEST_F(CachedReadsTest, SeeTheShapeOfAProgramsOwnPartChangeBehindItsText) {
   GrowingPart part(30, server_.manager);
   ASSERT_EQ(server_.drive.add(&part), ModelRes_Success);
   unsigned short sum = 0;
