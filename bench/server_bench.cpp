@@ -173,7 +173,7 @@ class ClientProcess {
   std::unique_ptr<bench::Child> child_;
 };
 
-/// Asks for every value, most of which come in a few excerpts.
+/// Asks for every value, most of which come in a few prefetch.
 bool readAll(ModelSrv::ModelRoot& /*root*/, std::deque<ModelSrv::ModelPart>& parts) {
   return std::all_of(parts.begin(), parts.end(), [](ModelSrv::ModelPart& part) {
     std::ostringstream text;

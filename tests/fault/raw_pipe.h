@@ -100,7 +100,7 @@ class RawServer {
   /// As it ought to be.
   [[nodiscard]] bool accept() { return accept(wire::frame(wire::welcome, 0, 0, {})); }
 
-  /// The next request that is for one thing: a server need not give excerpts, and
+  /// The next request that is for one thing: a server need not give prefetch, and
   /// this one answers that it does not.
   [[nodiscard]] std::optional<wire::Frame> readQuestion() const;
 

@@ -4,7 +4,7 @@
 
 namespace treescope::test {
 
-RigServer::RigServer(const std::string& name, Excerpts excerpts) {
+RigServer::RigServer(const std::string& name, Prefetch prefetch) {
   const auto hang = [](ModelSrv::ModelNode& node, std::initializer_list<ModelSrv::ModelPart*> all) {
     for (ModelSrv::ModelPart* part : all) {
       EXPECT_EQ(node.add(part), ModelSrv::ModelRes_Success) << part->name();
@@ -23,7 +23,7 @@ RigServer::RigServer(const std::string& name, Excerpts excerpts) {
     EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success) << name;
   };
   // Clients trust a service as long as the thread lives that has started it.
-  if (excerpts == Excerpts::given) {
+  if (prefetch == Prefetch::given) {
     start();
   } else {
     std::thread(start).join();

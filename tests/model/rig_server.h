@@ -31,10 +31,10 @@ namespace treescope::test {
 class RigServer {
  public:
   /// Whether clients may answer from what they were told beside their questions.
-  enum class Excerpts { given, none };
+  enum class Prefetch { given, none };
 
   /// Serves at once; `name` must be free.
-  explicit RigServer(const std::string& name, Excerpts excerpts = Excerpts::given);
+  explicit RigServer(const std::string& name, Prefetch prefetch = Prefetch::given);
 
   /// Ends the service at once, if it still runs.
   ~RigServer();

@@ -62,7 +62,7 @@ class PayloadWriter {
   void u16s(std::span<const std::uint16_t> values);
 
  private:
-  /// In line and byte by byte: excerpts are made of very many small numbers.
+  /// In line and byte by byte: prefetch are made of very many small numbers.
   template <typename Number>
   void number(Number value) {
     for (const std::uint8_t byte : std::bit_cast<std::array<std::uint8_t, sizeof value>>(value)) {

@@ -32,7 +32,7 @@ ClientSide::ClientSide(ModelRoot& root)
 
 ModelRes ClientSide::connect(const std::string& name) {
   close();
-  excerptsWanted_ = true;
+  prefetchEnabled_ = true;
   const ModelRes result = fromPort(port_.connect(name));
   started_ = result == ModelRes_Success;
   if (!started_)
@@ -67,7 +67,7 @@ EvtRes ClientSide::makeReady() {
       subscriptions_->markAllLost();
       // Another server may have the name now while the one before still lives.
       cache_.clear();
-      excerptsWanted_ = true;
+      prefetchEnabled_ = true;
     }
   }
   return renewSubscriptions();
@@ -107,20 +107,20 @@ ModelRes ClientSide::look(ChainView chain, ReplyCache::Wanted wanted,
                           const ReplyCache::Part*& part) {
   // Where the connection is known to be lost, a request has to make it good again.
   part = port_.isOpen() ? cache_.find(chain, wanted) : nullptr;
-  if (part != nullptr || !excerptsWanted_)
+  if (part != nullptr || !prefetchEnabled_)
     return ModelRes_Success;
   Reply reply;
   const ModelRes result =
       request({Operation::excerpt, chain, cache_.partsToPrefetch(), false, {}}, reply);
   if (result == ModelRes_BadRequest || result == ModelRes_DoNothing) {
     // A server that gives none.
-    excerptsWanted_ = false;
+    prefetchEnabled_ = false;
     return ModelRes_Success;
   }
   if (result != ModelRes_Success)
     return result;
   part = cache_.take(chain, reply.payload, reply.order);
-  excerptsWanted_ = part != nullptr && cache_.isUsable();
+  prefetchEnabled_ = part != nullptr && cache_.isUsable();
   return part != nullptr ? ModelRes_Success : ModelRes_Protocol;
 }
 

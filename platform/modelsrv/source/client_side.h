@@ -73,7 +73,7 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   bool started_ = false;
   std::shared_ptr<ClientSubscriptions> subscriptions_ = std::make_shared<ClientSubscriptions>();
   ReplyCache cache_;
-  bool excerptsWanted_ = true;         ///< until this connection's server shows no page
+  bool prefetchEnabled_ = true;        ///< until this connection's server shows no page
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
 };

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "modelsrv/source/excerpt_writer.h"
+#include "modelsrv/source/prefetch_writer.h"
 #include "modelsrv/source/replies.h"
 
 namespace ModelSrv::internal {
@@ -18,7 +18,7 @@ constexpr std::uint32_t noPart = std::numeric_limits<std::uint32_t>::max();
 /// How many parts are asked for at the most; a reply that tells of more is malformed.
 constexpr std::size_t mostParts = 4096;
 /// A server writes less; what is longer is not worth reading.
-constexpr std::size_t longestExcerpt = std::size_t{256} * 1024;
+constexpr std::size_t longestPrefetchReply = std::size_t{256} * 1024;
 constexpr std::uint32_t rootHash = 0x9E3779B9;
 
 std::uint32_t hashBelow(std::uint32_t parent, ModelPartId id) {
@@ -62,22 +62,22 @@ void skipTexts(PayloadReader& in, unsigned count) {
 bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
   const std::uint8_t has = in.u8();
   part.childIds = placeOf(in);
-  if ((has & excerptChildren) != 0)
+  if ((has & prefetchChildren) != 0)
     skipIds(in);
   part.childNames = placeOf(in);
-  if ((has & excerptChildren) != 0)
+  if ((has & prefetchChildren) != 0)
     skipNames(in);
   part.elements = placeOf(in);
-  if ((has & excerptElements) != 0) {
+  if ((has & prefetchElements) != 0) {
     part.elementCount = in.u16();
     skipNames(in);
   }
   part.value = placeOf(in);
-  if ((has & excerptValue) != 0) {
+  if ((has & prefetchValue) != 0) {
     const std::uint16_t result = in.u16();
     const unsigned texts = std::max<unsigned>(part.elementCount, 1);
     skipTexts(in, result == ModelRes_Success ? texts : 0);
-    if ((has & excerptElements) == 0 || decodeResult(result) == ModelRes_Protocol)
+    if ((has & prefetchElements) == 0 || decodeResult(result) == ModelRes_Protocol)
       return false;
   }
   part.end = placeOf(in);
@@ -113,7 +113,7 @@ const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::u
                                          ByteOrder order) {
   const std::size_t expected = partsToPrefetch();
   clear();
-  if (reply.size() > longestExcerpt)
+  if (reply.size() > longestPrefetchReply)
     return nullptr;
   parts_.reserve(chain.size() + expected);
   bytes_.assign(reply.begin(), reply.end());

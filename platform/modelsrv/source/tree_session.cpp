@@ -133,7 +133,7 @@ ModelRes TreeSession::excerpt(ModelPart& part, unsigned parts, std::vector<std::
   const EvtSrv::internal::LivePage* page = share_->tellings.begin();
   if (page == nullptr)
     return ModelRes_DoNothing;
-  Borrowed<ExcerptWriter> writer(share_->excerpts);
+  Borrowed<PrefetchWriter> writer(share_->prefetch);
   writer->write(share_->root, part, std::max(parts, 1U), *page, reply);
   return ModelRes_Success;
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "evtsrv/source/port_server.h"
-#include "modelsrv/source/excerpt_writer.h"
+#include "modelsrv/source/prefetch_writer.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/session_subscriptions.h"
 #include "modelsrv/source/tellings.h"
@@ -21,7 +21,7 @@ struct SessionShare {
   ModelRoot& root;
   Request request;
   std::string text;
-  ExcerptWriter excerpts;
+  PrefetchWriter prefetch;
   Tellings tellings;
 };
 

@@ -10,7 +10,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/excerpt_writer.h"
+#include "modelsrv/source/prefetch_writer.h"
 #include "modelsrv/value_parts.h"
 
 namespace {
@@ -44,7 +44,7 @@ class ReplyCacheTest : public testing::Test {
 
   Bytes excerpt(ModelPart& part, unsigned parts) {
     Bytes reply;
-    ExcerptWriter().write(root_, part, parts, page_, reply);
+    PrefetchWriter().write(root_, part, parts, page_, reply);
     return reply;
   }
 
@@ -213,7 +213,7 @@ TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
     EvtSrv::internal::PayloadWriter writer(bytes);
     writer.u16(2);
     writer.u16(2);
-    writer.u8(excerptElements | excerptValue);
+    writer.u8(prefetchElements | prefetchValue);
     writer.u16(0);
     writer.u16(0);
     writer.u16(ModelRes_Success);
@@ -229,7 +229,7 @@ TEST_F(ReplyCacheTest, HoldNothingOfAServerWhoseThreadHasEnded) {
   auto page = std::make_unique<LivePage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
   Bytes reply;
-  ExcerptWriter().write(root_, root_, 100, *page, reply);
+  PrefetchWriter().write(root_, root_, 100, *page, reply);
   EXPECT_NE(take({}, reply), nullptr);
   EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
   EXPECT_FALSE(cache_.isUsable());
@@ -268,9 +268,9 @@ TEST_F(ReplyCacheTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
 }
 
 /// A root with a hundred texts below it.
-class ExcerptWriterTest : public testing::Test {
+class PrefetchWriterTest : public testing::Test {
  protected:
-  Bytes excerptOf(std::size_t textSize) {
+  Bytes prefetchReplyOf(std::size_t textSize) {
     EXPECT_EQ(page_.open(), EvtSrv::EvtRes_Success);
     for (ModelPartId id = 0; id < 100; ++id) {
       texts_.push_back(
@@ -278,14 +278,14 @@ class ExcerptWriterTest : public testing::Test {
       EXPECT_EQ(root_.add(texts_.back().get()), ModelRes_Success);
     }
     Bytes reply;
-    ExcerptWriter().write(root_, root_, 1000, page_, reply);
+    PrefetchWriter().write(root_, root_, 1000, page_, reply);
     EXPECT_NE(cache_.take({}, reply, nativeOrder), nullptr);
     return reply;
   }
 
   /// Whether the excerpt tells the first text, and not only of its part.
   bool tellsTheFirst(std::size_t textSize) {
-    (void)excerptOf(textSize);
+    (void)prefetchReplyOf(textSize);
     const ReplyCache::Part* part = cache_.find(Chain{0}, Wanted::value);
     std::uint16_t sum = 1;
     EXPECT_TRUE(part != nullptr && cache_.elementSum(*part, sum));
@@ -310,31 +310,31 @@ class ExcerptWriterTest : public testing::Test {
   ReplyCache cache_{system_};
 };
 
-TEST_F(ExcerptWriterTest, LeavesOffWhereThePipeWouldBeFull) {
-  const Bytes reply = excerptOf(2000);
-  EXPECT_GT(reply.size(), excerptSize / 2);
-  EXPECT_LE(reply.size(), excerptSize + 64);
+TEST_F(PrefetchWriterTest, LeavesOffWhereThePipeWouldBeFull) {
+  const Bytes reply = prefetchReplyOf(2000);
+  EXPECT_GT(reply.size(), prefetchSize / 2);
+  EXPECT_LE(reply.size(), prefetchSize + 64);
   EXPECT_NE(cache_.find(Chain{20}, Wanted::value), nullptr);
   EXPECT_EQ(cache_.find(Chain{40}, Wanted::value), nullptr);
 }
 
-TEST_F(ExcerptWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
-  const Bytes reply = excerptOf(30'000);
+TEST_F(PrefetchWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
+  const Bytes reply = prefetchReplyOf(30'000);
   EXPECT_LT(reply.size(), 2000U);
   EXPECT_NE(cache_.find(Chain{0}, Wanted::value), nullptr);
   EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
 }
 
-TEST_F(ExcerptWriterTest, TellsTheLongestText) {
+TEST_F(PrefetchWriterTest, TellsTheLongestText) {
   EXPECT_TRUE(tellsTheFirst(longestText));
 }
 
-TEST_F(ExcerptWriterTest, TellsNoLongerText) {
+TEST_F(PrefetchWriterTest, TellsNoLongerText) {
   EXPECT_FALSE(tellsTheFirst(longestText + 1));
 }
 
-TEST_F(ExcerptWriterTest, TakesNoRoomForALongText) {
-  const Bytes reply = excerptOf(1'000'000);
+TEST_F(PrefetchWriterTest, TakesNoRoomForALongText) {
+  const Bytes reply = prefetchReplyOf(1'000'000);
   EXPECT_LT(reply.capacity(), 100'000U);
 }
 

@@ -90,7 +90,7 @@ TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutStandIns) {
   EXPECT_TRUE(ids.empty());
 }
 
-TEST_F(TreeSessionTest, TellsOfThePartItselfInAnExcerptOfNoParts) {
+TEST_F(TreeSessionTest, HoldsThePartItselfInAPrefetchReplyOfNoParts) {
   EXPECT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_DoNothing);
   share_->tellings.start();
   ASSERT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_Success);

@@ -11,22 +11,22 @@
 namespace ModelSrv::internal {
 
 /// What an excerpt tells of a part.
-enum ExcerptSection : std::uint8_t {
-  excerptChildren = 1,  ///< their ids and names; none for what has none
-  excerptElements = 2,  ///< how many, and their names
-  excerptValue = 4,     ///< its text or its elements' texts; with excerptElements only
+enum PrefetchSection : std::uint8_t {
+  prefetchChildren = 1,  ///< their ids and names; none for what has none
+  prefetchElements = 2,  ///< how many, and their names
+  prefetchValue = 4,     ///< its text or its elements' texts; with prefetchElements only
 };
 
 /// How many bytes an excerpt has, more or less: what a pipe holds, so that it goes
 /// out in one write. What is read and then left out for its length counts as well,
 /// so that an excerpt of long texts keeps nobody waiting.
-inline constexpr std::size_t excerptSize = std::size_t{56} * 1024;
+inline constexpr std::size_t prefetchSize = std::size_t{56} * 1024;
 
-/// Writes excerpts of a tree: all there is to know of a part and of those that
+/// Writes prefetch of a tree: all there is to know of a part and of those that
 /// follow it in the order in which a listing meets them (a part, what is below it,
 /// its next sibling). What has been written counts as told in the page's present
 /// epoch. With the client mutex held; keeps its room from call to call.
-class ExcerptWriter {
+class PrefetchWriter {
  public:
   /// Appends to `reply` where the page lies and its epoch, then `part` and up to
   /// `parts` - 1 others below `root`. `part` hangs below `root` or is it.

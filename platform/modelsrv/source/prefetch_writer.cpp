@@ -1,4 +1,4 @@
-#include "modelsrv/source/excerpt_writer.h"
+#include "modelsrv/source/prefetch_writer.h"
 
 #include <algorithm>
 #include <cstring>
@@ -127,8 +127,8 @@ bool writeValue(const ModelPart& part, const Room& room, std::string& text,
 
 }  // namespace
 
-void ExcerptWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, const LivePage& page,
-                          std::vector<std::uint8_t>& reply) {
+void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, const LivePage& page,
+                           std::vector<std::uint8_t>& reply) {
   PayloadWriter writer(reply);
   writePlace(page, writer);
   findPositions(root, part);
@@ -137,7 +137,7 @@ void ExcerptWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, cons
   for (ModelPart* at = &part; at != nullptr && parts > 0; at = following(*at), --parts) {
     const std::size_t before = reply.size();
     writePart(*at, reply);
-    if (at != &part && spent_ > excerptSize) {
+    if (at != &part && spent_ > prefetchSize) {
       reply.resize(before);
       break;
     }
@@ -145,7 +145,7 @@ void ExcerptWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, cons
   }
 }
 
-void ExcerptWriter::findPositions(const ModelRoot& root, const ModelPart& part) {
+void PrefetchWriter::findPositions(const ModelRoot& root, const ModelPart& part) {
   above_.clear();
   for (const ModelPart* at = &part; at != &root; at = PartAccess::parent(*at)) {
     const ModelNode* node = PartAccess::parent(*at);
@@ -161,7 +161,7 @@ void ExcerptWriter::findPositions(const ModelRoot& root, const ModelPart& part) 
   std::reverse(above_.begin(), above_.end());
 }
 
-ModelPart* ExcerptWriter::following(ModelPart& part) {
+ModelPart* PrefetchWriter::following(ModelPart& part) {
   // Below what answers in a way of its own nobody knows what to expect.
   if (PartAccess::tellsChanges(part) && above_.size() < ModelDepth_Max)
     if (const ModelNode* node = PartAccess::asNode(part))
@@ -178,7 +178,7 @@ ModelPart* ExcerptWriter::following(ModelPart& part) {
   return nullptr;
 }
 
-void ExcerptWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply) {
+void PrefetchWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   const std::size_t start = reply.size();
   if (!PartAccess::tellsChanges(part) || !isPlain(part) || !writePlainPart(part, reply))
     writeAnyPart(part, reply);
@@ -188,7 +188,7 @@ void ExcerptWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply)
     text_ = {};
 }
 
-bool ExcerptWriter::writePlainPart(const ModelPart& part, std::vector<std::uint8_t>& reply) {
+bool PrefetchWriter::writePlainPart(const ModelPart& part, std::vector<std::uint8_t>& reply) {
   text_.assign(PlainPart::text, '\0');
   // A class that does not append but assigns has taken the room away.
   if (PartAccess::appendText(part, text_, ModelPartIndex_All) != ModelRes_Success ||
@@ -199,14 +199,14 @@ bool ExcerptWriter::writePlainPart(const ModelPart& part, std::vector<std::uint8
   put(text_, 0, static_cast<std::uint16_t>(above_.size()));
   put(text_, PlainPart::id, part.id());
   put(text_, PlainPart::sections,
-      static_cast<std::uint8_t>(excerptChildren | excerptElements | (fits ? excerptValue : 0)));
+      static_cast<std::uint8_t>(prefetchChildren | prefetchElements | (fits ? prefetchValue : 0)));
   put(text_, PlainPart::length, static_cast<std::uint32_t>(length));
   const std::string_view told = text_;
   PayloadWriter(reply).bytes(fits ? told : told.substr(0, PlainPart::valueSection));
   return true;
 }
 
-void ExcerptWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& reply) {
+void PrefetchWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   PayloadWriter writer(reply);
   writer.u16(static_cast<std::uint16_t>(above_.size()));
   writer.u16(part.id());
@@ -214,7 +214,7 @@ void ExcerptWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& rep
   writer.u8(0);
   text_.clear();
   std::uint8_t has = 0;
-  const auto add = [&](ExcerptSection section, auto write) {
+  const auto add = [&](PrefetchSection section, auto write) {
     const std::size_t before = reply.size();
     if (write(Room(reply)))
       has |= section;
@@ -222,10 +222,10 @@ void ExcerptWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& rep
       reply.resize(before);
   };
   if (PartAccess::tellsChanges(part)) {
-    add(excerptChildren, [&](const Room& room) { return writeChildren(part, room, reply); });
-    add(excerptElements, [&](const Room& room) { return writeElements(part, room, reply); });
-    if ((has & excerptElements) != 0)
-      add(excerptValue, [&](const Room& room) { return writeValue(part, room, text_, reply); });
+    add(prefetchChildren, [&](const Room& room) { return writeChildren(part, room, reply); });
+    add(prefetchElements, [&](const Room& room) { return writeElements(part, room, reply); });
+    if ((has & prefetchElements) != 0)
+      add(prefetchValue, [&](const Room& room) { return writeValue(part, room, text_, reply); });
   }
   reply[sections] = has;
 }
