@@ -218,7 +218,7 @@ bool RawServer::accept(std::string_view welcome) {
 
 std::optional<wire::Frame> RawServer::readQuestion() const {
   auto request = requests.readFrame();
-  while (request && request->code == wire::excerpt &&
+  while (request && request->code == wire::prefetch &&
          replies.write(wire::frame(wire::reply, wire::badRequest, request->sequence, {})))
     request = requests.readFrame();
   return request;

@@ -24,7 +24,7 @@ enum Operation : std::uint16_t {
   load = 6,
   subscribe = 7,
   unsubscribe = 8,
-  excerpt = 9,
+  prefetch = 9,
 };
 
 inline constexpr std::size_t headerSize = 16;

@@ -1,4 +1,4 @@
-/// What a client takes from a server as an excerpt of its tree.
+/// What a client takes from a server as a prefetch of its tree.
 ///
 /// Input: the byte order (its lowest bit), the depth of the part that was asked about
 /// (0 to 3, its ids 1, 2, 3), then the reply. What is taken answers the same about

@@ -164,11 +164,11 @@ class Service {
         require(subscribed_[request.chain] > 0, "only what was subscribed is taken back");
         --subscribed_[request.chain];
         return;
-      case Operation::excerpt:
+      case Operation::prefetch:
         require(
             ReplyCache(EvtSrv::internal::posixSystem()).take(request.chain, reply_, nativeOrder) !=
                 nullptr,
-            "an excerpt can be read");
+            "a prefetch can be read");
         return;
     }
     require(false, "what is answered is an operation");

@@ -111,7 +111,7 @@ ModelRes ClientSide::look(ChainView chain, ReplyCache::Wanted wanted,
     return ModelRes_Success;
   Reply reply;
   const ModelRes result =
-      request({Operation::excerpt, chain, cache_.partsToPrefetch(), false, {}}, reply);
+      request({Operation::prefetch, chain, cache_.partsToPrefetch(), false, {}}, reply);
   if (result == ModelRes_BadRequest || result == ModelRes_DoNothing) {
     // A server that gives none.
     prefetchEnabled_ = false;

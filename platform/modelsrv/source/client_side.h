@@ -18,7 +18,7 @@ namespace ModelSrv::internal {
 
 /// A root's connection to the server whose tree it stands for: makes requests,
 /// connects again where the connection was lost, keeps what was subscribed, and
-/// hands events to the root's port. Questions are answered from an excerpt of the
+/// hands events to the root's port. Questions are answered from a prefetch of the
 /// tree as long as the server lets it count. Everything runs with the client mutex held.
 class ClientSide final : public EvtSrv::internal::EventSink {
  public:
@@ -62,7 +62,7 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   EvtSrv::EvtRes renewSubscriptions();
   ModelRes cancel(ClientSubscriptions::Key key);
 
-  /// Has an excerpt that tells of the part at `chain`: `part` is then what it says of
+  /// Has a prefetch that tells of the part at `chain`: `part` is then what it says of
   /// what is wanted, or null where the server is to be asked for the one thing.
   ModelRes look(ChainView chain, ReplyCache::Wanted wanted, const ReplyCache::Part*& part);
   /// Asks for one thing about the part at `chain`.

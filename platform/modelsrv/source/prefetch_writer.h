@@ -10,16 +10,16 @@
 
 namespace ModelSrv::internal {
 
-/// What an excerpt tells of a part.
+/// What a prefetch tells of a part.
 enum PrefetchSection : std::uint8_t {
   prefetchChildren = 1,  ///< their ids and names; none for what has none
   prefetchElements = 2,  ///< how many, and their names
   prefetchValue = 4,     ///< its text or its elements' texts; with prefetchElements only
 };
 
-/// How many bytes an excerpt has, more or less: what a pipe holds, so that it goes
+/// How many bytes a prefetch has, more or less: what a pipe holds, so that it goes
 /// out in one write. What is read and then left out for its length counts as well,
-/// so that an excerpt of long texts keeps nobody waiting.
+/// so that a prefetch of long texts keeps nobody waiting.
 inline constexpr std::size_t prefetchSize = std::size_t{56} * 1024;
 
 /// Writes prefetch of a tree: all there is to know of a part and of those that

@@ -57,7 +57,7 @@ void skipTexts(PayloadReader& in, unsigned count) {
   }
 }
 
-/// Reads what an excerpt tells of one part behind its id; false where that is
+/// Reads what a prefetch tells of one part behind its id; false where that is
 /// malformed.
 bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
   const std::uint8_t has = in.u8();
@@ -166,7 +166,7 @@ bool ReplyCache::readPlace(PayloadReader& in, LivePagePlace& place, std::uint64_
   return in.ok();
 }
 
-/// What lies above the first part of the excerpt has no answer but is part of the
+/// What lies above the first part of the prefetch has no answer but is part of the
 /// others' chains.
 void ReplyCache::addAbove(ChainView chain) {
   for (std::size_t depth = 0; depth < chain.size(); ++depth)

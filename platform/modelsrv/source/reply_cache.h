@@ -15,9 +15,9 @@
 
 namespace ModelSrv::internal {
 
-/// An excerpt of a server's tree in a client's hand, and whether it still holds.
+/// An prefetch of a server's tree in a client's hand, and whether it still holds.
 ///
-/// An excerpt holds as long as the server lives and has not taken back what it told
+/// An prefetch holds as long as the server lives and has not taken back what it told
 /// (`LivePageView`): its values for an epoch, the shape, which is children and elements,
 /// for an era. With the client mutex held.
 class ReplyCache {
@@ -30,7 +30,7 @@ class ReplyCache {
     std::uint32_t parent = 0;
     std::uint16_t depth = 0;
     ModelPartId id = ModelPartId_Void;
-    // Where in the excerpt each piece begins, which ends where the next one begins;
+    // Where in the prefetch each piece begins, which ends where the next one begins;
     // what is not held is empty.
     std::uint32_t childIds = 0;
     std::uint32_t childNames = 0;
@@ -48,7 +48,7 @@ class ReplyCache {
   /// nothing is or it does not hold any more.
   const Part* find(ChainView chain, Wanted wanted);
 
-  /// How many parts to ask for with the next excerpt: few at first, more as those
+  /// How many parts to ask for with the next prefetch: few at first, more as those
   /// of the last one turned out to be wanted.
   [[nodiscard]] std::uint16_t partsToPrefetch() const;
 
@@ -78,7 +78,7 @@ class ReplyCache {
             ModelRes& result) const;
 
  private:
-  /// For the piece that lies between two places of the excerpt.
+  /// For the piece that lies between two places of the prefetch.
   [[nodiscard]] EvtSrv::internal::PayloadReader reader(std::uint32_t begin,
                                                        std::uint32_t end) const;
   static bool readPlace(EvtSrv::internal::PayloadReader& in, EvtSrv::internal::LivePagePlace& place,
@@ -97,7 +97,7 @@ class ReplyCache {
   std::vector<Part> parts_;
   std::vector<std::uint32_t> index_;  ///< a hash table of places in `parts_`
   std::uint32_t last_ = 0;            ///< the part that was asked about last
-  std::size_t told_ = 0;              ///< how many parts the excerpt tells of
+  std::size_t told_ = 0;              ///< how many parts the prefetch tells of
   std::size_t asked_ = 0;             ///< how many of them were asked for
 };
 

@@ -35,7 +35,7 @@ void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payloa
 bool decodeRequest(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
                    Request& request) {
   if (operation < static_cast<std::uint16_t>(Operation::childIds) ||
-      operation > static_cast<std::uint16_t>(Operation::excerpt))
+      operation > static_cast<std::uint16_t>(Operation::prefetch))
     return false;
   request.operation = static_cast<Operation>(operation);
   request.index = ModelPartIndex_All;

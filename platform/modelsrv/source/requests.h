@@ -22,14 +22,14 @@ enum class Operation : std::uint16_t {
   load = 6,          ///< chain, index, flag, text
   subscribe = 7,     ///< chain, index
   unsubscribe = 8,   ///< chain, index
-  excerpt = 9,       ///< chain, how many parts (in the index's place)
+  prefetch = 9,      ///< chain, how many parts (in the index's place)
 };
 
 /// A request that is to be sent; chain and text are the caller's.
 struct RequestView {
   Operation operation = Operation::childIds;
   ChainView chain;
-  ModelPartIndex index = ModelPartIndex_All;  ///< or an excerpt's number of parts
+  ModelPartIndex index = ModelPartIndex_All;  ///< or a prefetch's number of parts
   bool flag = false;
   std::string_view text = {};
 };
@@ -38,7 +38,7 @@ struct RequestView {
 struct Request {
   Operation operation = Operation::childIds;
   std::vector<ModelPartId> chain;
-  ModelPartIndex index = ModelPartIndex_All;  ///< or an excerpt's number of parts
+  ModelPartIndex index = ModelPartIndex_All;  ///< or a prefetch's number of parts
   bool flag = false;
   std::string_view text = {};
 

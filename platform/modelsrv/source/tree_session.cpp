@@ -110,8 +110,8 @@ ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadR
       return subscribe(*part, request.index);
     case Operation::unsubscribe:
       return subscriptions_.take(*part, request.index);
-    case Operation::excerpt:
-      return excerpt(*part, request.index, reply);
+    case Operation::prefetch:
+      return prefetch(*part, request.index, reply);
   }
   return ModelRes_BadRequest;
 }
@@ -129,7 +129,7 @@ ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
   return result;
 }
 
-ModelRes TreeSession::excerpt(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply) {
+ModelRes TreeSession::prefetch(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply) {
   const EvtSrv::internal::LivePage* page = share_->tellings.begin();
   if (page == nullptr)
     return ModelRes_DoNothing;

@@ -41,7 +41,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes answer(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
                   std::vector<std::uint8_t>& reply);
   ModelRes save(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& reply);
-  ModelRes excerpt(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply);
+  ModelRes prefetch(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply);
   ModelRes subscribe(ModelPart& part, ModelPartIndex index);
 
   std::shared_ptr<SessionShare> share_;

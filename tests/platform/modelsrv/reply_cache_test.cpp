@@ -31,7 +31,7 @@ class SilentPart : public ModelPart {
   ~SilentPart() override { leaveTree(); }
 };
 
-/// An excerpt that goes from a writer's hand into a reader's.
+/// An prefetch that goes from a writer's hand into a reader's.
 class ReplyCacheTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -42,7 +42,7 @@ class ReplyCacheTest : public testing::Test {
       ASSERT_EQ(b_.add(part), ModelRes_Success);
   }
 
-  Bytes excerpt(ModelPart& part, unsigned parts) {
+  Bytes prefetch(ModelPart& part, unsigned parts) {
     Bytes reply;
     PrefetchWriter().write(root_, part, parts, page_, reply);
     return reply;
@@ -76,7 +76,7 @@ class ReplyCacheTest : public testing::Test {
 };
 
 TEST_F(ReplyCacheTest, TellOfAPartAndOfWhatFollowsIt) {
-  ASSERT_NE(take({5, 2}, excerpt(x_, 100)), nullptr);
+  ASSERT_NE(take({5, 2}, prefetch(x_, 100)), nullptr);
   EXPECT_EQ(value({5, 2}), "7");
   EXPECT_EQ(value({5, 1}), "one\n\nthree");
   EXPECT_EQ(value({5, 1}, 1), "");
@@ -88,7 +88,7 @@ TEST_F(ReplyCacheTest, TellOfAPartAndOfWhatFollowsIt) {
 }
 
 TEST_F(ReplyCacheTest, TellOfChildrenAndElements) {
-  ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
+  ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
   Chain ids;
   std::vector<std::string> names;
   const ReplyCache::Part* root = cache_.find({}, Wanted::value);
@@ -110,7 +110,7 @@ TEST_F(ReplyCacheTest, TellOfChildrenAndElements) {
 }
 
 TEST_F(ReplyCacheTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
-  ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
+  ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
   EXPECT_EQ(value({9}), "?");
   EXPECT_EQ(value({30}), "?");
   EXPECT_EQ(value({5, 1}, 3), "?");
@@ -119,14 +119,14 @@ TEST_F(ReplyCacheTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
 }
 
 TEST_F(ReplyCacheTest, HoldAsManyPartsAsWereAskedFor) {
-  ASSERT_NE(take({5}, excerpt(b_, 2)), nullptr);
+  ASSERT_NE(take({5}, prefetch(b_, 2)), nullptr);
   EXPECT_NE(cache_.find(Chain{5, 2}, Wanted::value), nullptr);
   EXPECT_EQ(cache_.find(Chain{5, 1}, Wanted::value), nullptr);
 }
 
 TEST_F(ReplyCacheTest, AreAskedForInNumbersThatGrowWithTheirUse) {
   EXPECT_EQ(cache_.partsToPrefetch(), 1);
-  ASSERT_NE(take({}, excerpt(root_, 6)), nullptr);
+  ASSERT_NE(take({}, prefetch(root_, 6)), nullptr);
   EXPECT_EQ(cache_.partsToPrefetch(), 4);
   (void)cache_.find(Chain{5}, Wanted::value);
   (void)cache_.find(Chain{5}, Wanted::value);
@@ -135,7 +135,7 @@ TEST_F(ReplyCacheTest, AreAskedForInNumbersThatGrowWithTheirUse) {
 }
 
 TEST_F(ReplyCacheTest, OutlastTheEpochWhereTheyAreNoValues) {
-  ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
+  ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
   page_.advance();
   EXPECT_EQ(value({5, 2}), "?");
   const ReplyCache::Part* part = cache_.find(Chain{5}, Wanted::shape);
@@ -148,7 +148,7 @@ TEST_F(ReplyCacheTest, OutlastTheEpochWhereTheyAreNoValues) {
 }
 
 TEST_F(ReplyCacheTest, EndWithTheEpoch) {
-  const Bytes reply = excerpt(root_, 100);
+  const Bytes reply = prefetch(root_, 100);
   ASSERT_NE(take({}, reply), nullptr);
   page_.advance();
   EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
@@ -161,7 +161,7 @@ TEST_F(ReplyCacheTest, EndWithTheEpoch) {
 }
 
 TEST_F(ReplyCacheTest, HoldNothingWhereThePageCannotBeSeen) {
-  Bytes reply = excerpt(root_, 100);
+  Bytes reply = prefetch(root_, 100);
   reply[9] ^= 1;
   const ReplyCache::Part* part = take({}, reply);
   ASSERT_NE(part, nullptr);
@@ -172,8 +172,8 @@ TEST_F(ReplyCacheTest, HoldNothingWhereThePageCannotBeSeen) {
 }
 
 TEST_F(ReplyCacheTest, RefuseAReplyThatIsCutAnywhereInAPart) {
-  const Bytes whole = excerpt(root_, 100);
-  const Bytes one = excerpt(root_, 1);
+  const Bytes whole = prefetch(root_, 100);
+  const Bytes one = prefetch(root_, 1);
   for (std::size_t size = 0; size < one.size(); ++size)
     EXPECT_EQ(take({}, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))),
               nullptr)
@@ -182,14 +182,14 @@ TEST_F(ReplyCacheTest, RefuseAReplyThatIsCutAnywhereInAPart) {
 }
 
 TEST_F(ReplyCacheTest, RefuseAReplyAboutAnotherPart) {
-  EXPECT_EQ(take({5}, excerpt(a_, 10)), nullptr);
-  EXPECT_EQ(take({5, 1}, excerpt(b_, 10)), nullptr);
-  EXPECT_EQ(take({}, excerpt(b_, 10)), nullptr);
+  EXPECT_EQ(take({5}, prefetch(a_, 10)), nullptr);
+  EXPECT_EQ(take({5, 1}, prefetch(b_, 10)), nullptr);
+  EXPECT_EQ(take({}, prefetch(b_, 10)), nullptr);
   EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
 }
 
 TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
-  Bytes reply = excerpt(x_, 1);
+  Bytes reply = prefetch(x_, 1);
   const std::size_t start = sizeof(std::uint32_t) * 4 + 16;
   const Bytes part(reply.begin() + start, reply.end());
   const auto repeated = [&](std::size_t times) {
@@ -204,7 +204,7 @@ TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
 }
 
 TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
-  const Bytes reply = excerpt(x_, 1);
+  const Bytes reply = prefetch(x_, 1);
   const Bytes place(reply.begin(), reply.begin() + sizeof(std::uint32_t) * 4 + 16);
   // A part of that many bytes: its depth, id and contents, then a value of zeros.
   const auto filledUpTo = [&](std::size_t size) {
@@ -255,14 +255,14 @@ TEST_F(ReplyCacheTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
   ASSERT_EQ(moody.add(&below), ModelRes_Success);
   ASSERT_EQ(root_.add(&moody), ModelRes_Success);
   ASSERT_EQ(root_.add(&behind), ModelRes_Success);
-  ASSERT_NE(take({}, excerpt(root_, 100)), nullptr);
+  ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
   const ReplyCache::Part* part = cache_.find(Chain{40}, Wanted::value);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_FALSE(cache_.childIds(*part, ids));
   EXPECT_EQ(cache_.find(Chain{40, 1}, Wanted::value), nullptr);
   EXPECT_EQ(value({50}), "4");
-  ASSERT_NE(take({40, 1}, excerpt(below, 100)), nullptr);
+  ASSERT_NE(take({40, 1}, prefetch(below, 100)), nullptr);
   EXPECT_EQ(value({40, 1}), "3");
   EXPECT_EQ(value({50}), "4");
 }
@@ -283,7 +283,7 @@ class PrefetchWriterTest : public testing::Test {
     return reply;
   }
 
-  /// Whether the excerpt tells the first text, and not only of its part.
+  /// Whether the prefetch tells the first text, and not only of its part.
   bool tellsTheFirst(std::size_t textSize) {
     (void)prefetchReplyOf(textSize);
     const ReplyCache::Part* part = cache_.find(Chain{0}, Wanted::value);

@@ -91,9 +91,9 @@ TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutStandIns) {
 }
 
 TEST_F(TreeSessionTest, HoldsThePartItselfInAPrefetchReplyOfNoParts) {
-  EXPECT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_DoNothing);
+  EXPECT_EQ(ask({Operation::prefetch, {3, 9}, 0}), ModelRes_DoNothing);
   share_->tellings.start();
-  ASSERT_EQ(ask({Operation::excerpt, {3, 9}, 0}), ModelRes_Success);
+  ASSERT_EQ(ask({Operation::prefetch, {3, 9}, 0}), ModelRes_Success);
   ReplyCache held(EvtSrv::internal::posixSystem());
   EXPECT_NE(held.take(std::vector<ModelPartId>{3, 9}, reply_, nativeOrder), nullptr);
 }
@@ -228,7 +228,7 @@ TEST_F(TreeSessionTest, AnswersOneClientWithinAnAnswerToAnother) {
   InterruptedPart part(7);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
   share_->tellings.start();
-  for (const Operation operation : {Operation::excerpt, Operation::save}) {
+  for (const Operation operation : {Operation::prefetch, Operation::save}) {
     SCOPED_TRACE(static_cast<int>(operation));
     ASSERT_EQ(ask({operation, {7}, 1}), ModelRes_Success);
     const Bytes undisturbed = reply_;
@@ -236,10 +236,10 @@ TEST_F(TreeSessionTest, AnswersOneClientWithinAnAnswerToAnother) {
     part.meanwhile = [&] {
       modelsrv_tests::FakeConnection connection;
       TreeSession other(share_, connection);
-      for (const Operation asked : {Operation::excerpt, Operation::save}) {
+      for (const Operation asked : {Operation::prefetch, Operation::save}) {
         Bytes payload;
         encodeRequest(
-            Request{asked, {3, 9}, asked == Operation::excerpt ? ModelPartIndex{4} : all}.view(),
+            Request{asked, {3, 9}, asked == Operation::prefetch ? ModelPartIndex{4} : all}.view(),
             payload);
         PayloadReader reader(payload, nativeOrder);
         Bytes reply;
