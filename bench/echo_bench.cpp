@@ -105,15 +105,15 @@ void runShell() {
 
 /// A key and its echo are timed; the second exchange takes the key back.
 void registerKeys(const std::string& name, const std::function<bool()>& echo,
-                  const std::function<bool()>& takeBack) {
+                  const std::function<bool()>& undo) {
   benchmark::RegisterBenchmark(name.c_str(),
-                               [echo, takeBack](benchmark::State& state) {
+                               [echo, undo](benchmark::State& state) {
                                  using Clock = std::chrono::steady_clock;
                                  for (auto _ : state) {
                                    const auto begin = Clock::now();
                                    const bool echoed = echo();
                                    const std::chrono::duration<double> time = Clock::now() - begin;
-                                   if (!echoed || !takeBack()) {
+                                   if (!echoed || !undo()) {
                                      state.SkipWithError("no echo");
                                      break;
                                    }

@@ -58,7 +58,7 @@ class Service {
              &number_, &real_, &flag_, &gains_, &text_, &texts_, &fixed_, &guarded_, &mute_}) {
       hang(node_, *part);
     }
-    share_->tellings.start();
+    share_->invalidator.start();
     mute_.setSubscribable(false);
     number_.setStoreCheck([](const std::int32_t& value, ModelPartIndex) {
       return value == 13 ? ModelRes_Vetoed : ModelRes_Success;

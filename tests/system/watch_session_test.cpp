@@ -42,7 +42,7 @@ class WatchSession : public testing::Test {
   /// that of the mark, which is stored last, is there.
   void expectUpdates(TerminalShell& shell, const std::string& commands,
                      const std::vector<std::string>& lines) {
-    batchOutput(rig_.name(), commands + ";set " + std::to_string(++mark_) + " /mark");
+    batchOutput(rig_.name(), commands + ";set " + std::to_string(++stamp_) + " /mark");
     const std::string shown = shell.readThrough(plainLine("/mark"));
     EXPECT_PRED2(endsWithJust, shown, plainLines(lines) + plainLine("/mark")) << commands;
   }
@@ -53,7 +53,7 @@ class WatchSession : public testing::Test {
   }
 
   ServedRig rig_{watchedTree};
-  int mark_ = 0;
+  int stamp_ = 0;
 };
 
 struct Store {

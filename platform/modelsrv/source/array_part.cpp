@@ -91,7 +91,7 @@ ModelRes ArrayPart<T>::setValue(ModelPartIndex index, T value) {
     return ModelRes_NoSuchIndex;
   if (internal::isSameValue<T>(values_[index], value))
     return ModelRes_Success;
-  aboutToChangeValue();
+  invalidateValue();
   values_[index] = std::move(value);
   notifySubscribers(index);
   return ModelRes_Success;
@@ -111,7 +111,7 @@ ModelRes ArrayPart<T>::setValues(const std::vector<T>& values) {
     ChangedElements changed;
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (!internal::isSameValue<T>(values_[i], values[i])) {
-        aboutToChangeValue();
+        invalidateValue();
         values_[i] = values[i];
         changed.add(i);
       }
@@ -192,7 +192,7 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
         result != ModelRes_Success)
       return result;
     if (!internal::isSameValue<T>(values_[i], parsed)) {
-      aboutToChangeValue();
+      invalidateValue();
       values_[i] = parsed;
       changed.add(i);
     }

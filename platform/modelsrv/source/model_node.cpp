@@ -48,7 +48,7 @@ ModelRes ModelNode::add(ModelPart* part) {
       return ModelRes_BadArgument;
   if (findChild(part->id_) != nullptr)
     return ModelRes_DuplicateId;
-  aboutToChangeShape();
+  invalidateStructure();
   return internal::withMemoryResult([&] {
     // What may throw comes before what changes anything.
     const std::vector<ModelPart*> below = guardedBelow(*part);
@@ -84,7 +84,7 @@ void ModelNode::letGo(const ModelPart& part) noexcept {
 void ModelNode::take(std::vector<ModelPart*>::const_iterator at) {
   ModelPart& part = **at;
   const std::vector<ModelPart*> below = guardedBelow(part);
-  aboutToChangeShape();
+  invalidateStructure();
   children_.erase(at);
   const auto sorted = lowerBound(byId_, part.id_);
   if (sorted != byId_.end() && *sorted == &part)
@@ -96,7 +96,7 @@ void ModelNode::take(std::vector<ModelPart*>::const_iterator at) {
 
 void ModelNode::releaseChildren() {
   const TreeLock lock(*this);
-  aboutToChangeShape();
+  invalidateStructure();
   internal::ClientSide* client = clientSide();
   for (ModelPart* child : children_)
     release(*child, guardedBelow(*child), client);
@@ -105,15 +105,15 @@ void ModelNode::releaseChildren() {
   addedInOrder_ = true;
 }
 
-bool ModelNode::tellsChanges() const {
+bool ModelNode::isCacheable() const {
   return typeid(*this) == typeid(ModelNode) || typeid(*this) == typeid(ModelRoot);
 }
 
-void ModelNode::aboutToChangeShape() {
+void ModelNode::invalidateStructure() {
   if (treeManager_.load(std::memory_order_relaxed) == nullptr)
     return;
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
-    root->server_->takeBackAll();
+    root->server_->invalidateAll();
 }
 
 internal::ClientSide* ModelNode::clientSide() const {

@@ -161,27 +161,27 @@ void ModelPart::notifySubscribers(ModelPartIndex index) {
     subscribers_->changed(index);
 }
 
-void ModelPart::aboutToChangeValue() {
-  if (!valueTold_)
+void ModelPart::invalidateValue() {
+  if (!valueCached_)
     return;
   // The mark stays: what was told of the part's shape holds on.
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
-    root->server_->takeBackValue(toldMark_);
-  valueTold_ = false;
+    root->server_->invalidateValue(cacheStamp_);
+  valueCached_ = false;
 }
 
-void ModelPart::aboutToChange() {
+void ModelPart::invalidate() {
   // Of what hangs below a node clients may have been told without the node.
-  if (toldMark_ == 0 && !isNode_)
+  if (cacheStamp_ == 0 && !isNode_)
     return;
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
     if (isNode_)
-      root->server_->takeBackAll();
+      root->server_->invalidateAll();
     else
-      root->server_->takeBack(toldMark_);
+      root->server_->invalidate(cacheStamp_);
   }
-  toldMark_ = 0;
-  valueTold_ = false;
+  cacheStamp_ = 0;
+  valueCached_ = false;
 }
 
 void ModelPart::leaveTree() {

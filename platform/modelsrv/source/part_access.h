@@ -37,10 +37,10 @@ struct PartAccess {
   }
   static ModelRoot* asRoot(ModelPart& part) { return part.asRoot(); }
   static const ModelNode* parent(const ModelPart& part) { return part.parent_; }
-  static bool tellsChanges(const ModelPart& part) { return part.tellsChanges(); }
-  static void noteTold(ModelPart& part, std::uint32_t mark) {
-    part.toldMark_ = mark;
-    part.valueTold_ = true;
+  static bool isCacheable(const ModelPart& part) { return part.isCacheable(); }
+  static void setCacheStamp(ModelPart& part, std::uint32_t mark) {
+    part.cacheStamp_ = mark;
+    part.valueCached_ = true;
   }
   static bool subscribable(const ModelPart& part) { return part.subscribable_; }
   static std::unique_ptr<PartSubscribers>& subscribers(ModelPart& part) {

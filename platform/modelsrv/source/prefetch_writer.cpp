@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "modelsrv/source/invalidator.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
-#include "modelsrv/source/tellings.h"
 
 namespace ModelSrv::internal {
 
@@ -132,7 +132,7 @@ void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, con
   PayloadWriter writer(reply);
   writePlace(page, writer);
   findPositions(root, part);
-  const std::uint32_t mark = Tellings::markOf(page.epoch());
+  const std::uint32_t mark = CacheInvalidator::stampOf(page.epoch());
   spent_ = 0;
   for (ModelPart* at = &part; at != nullptr && parts > 0; at = following(*at), --parts) {
     const std::size_t before = reply.size();
@@ -141,7 +141,7 @@ void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, con
       reply.resize(before);
       break;
     }
-    PartAccess::noteTold(*at, mark);
+    PartAccess::setCacheStamp(*at, mark);
   }
 }
 
@@ -163,7 +163,7 @@ void PrefetchWriter::findPositions(const ModelRoot& root, const ModelPart& part)
 
 ModelPart* PrefetchWriter::following(ModelPart& part) {
   // Below what answers in a way of its own nobody knows what to expect.
-  if (PartAccess::tellsChanges(part) && above_.size() < ModelDepth_Max)
+  if (PartAccess::isCacheable(part) && above_.size() < ModelDepth_Max)
     if (const ModelNode* node = PartAccess::asNode(part))
       above_.push_back({node, 0});
   while (!above_.empty()) {
@@ -180,7 +180,7 @@ ModelPart* PrefetchWriter::following(ModelPart& part) {
 
 void PrefetchWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   const std::size_t start = reply.size();
-  if (!PartAccess::tellsChanges(part) || !isPlain(part) || !writePlainPart(part, reply))
+  if (!PartAccess::isCacheable(part) || !isPlain(part) || !writePlainPart(part, reply))
     writeAnyPart(part, reply);
   // A long text that was read in vain took its time as well.
   spent_ += reply.size() - start + (text_.size() > longestSection ? text_.size() : 0);
@@ -221,7 +221,7 @@ void PrefetchWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& re
     else
       reply.resize(before);
   };
-  if (PartAccess::tellsChanges(part)) {
+  if (PartAccess::isCacheable(part)) {
     add(prefetchChildren, [&](const Room& room) { return writeChildren(part, room, reply); });
     add(prefetchElements, [&](const Room& room) { return writeElements(part, room, reply); });
     if ((has & prefetchElements) != 0)

@@ -7,19 +7,19 @@ ServerSide::ServerSide(ModelRoot& root)
 
 ServerSide::~ServerSide() {
   // Before anybody can learn that the service has ended.
-  share_->tellings.end();
+  share_->invalidator.end();
 }
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
   const EvtSrv::EvtRes result = port_.start(name, options.group);
   if (result == EvtSrv::EvtRes_Success)
-    share_->tellings.start();
+    share_->invalidator.start();
   return result;
 }
 
 void ServerSide::beginStop() {
   stopBegun_ = true;
-  share_->tellings.end();
+  share_->invalidator.end();
   port_.beginStop();
 }
 
@@ -32,16 +32,16 @@ std::unique_ptr<EvtSrv::internal::ServerSession> ServerSide::openSession(
   return std::make_unique<TreeSession>(share_, connection);
 }
 
-void ServerSide::takeBackValue(std::uint32_t mark) {
-  share_->tellings.takeBackValue(mark);
+void ServerSide::invalidateValue(std::uint32_t mark) {
+  share_->invalidator.invalidateValue(mark);
 }
 
-void ServerSide::takeBack(std::uint32_t mark) {
-  share_->tellings.takeBack(mark);
+void ServerSide::invalidate(std::uint32_t mark) {
+  share_->invalidator.invalidate(mark);
 }
 
-void ServerSide::takeBackAll() {
-  share_->tellings.takeBackAll();
+void ServerSide::invalidateAll() {
+  share_->invalidator.invalidateAll();
 }
 
 }  // namespace ModelSrv::internal

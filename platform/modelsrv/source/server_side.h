@@ -29,11 +29,11 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
       EvtSrv::internal::ServerConnection& connection) override;
 
   /// The value of a part that was told of with that mark is about to change.
-  void takeBackValue(std::uint32_t mark);
+  void invalidateValue(std::uint32_t mark);
   /// Anything else of such a part is.
-  void takeBack(std::uint32_t mark);
+  void invalidate(std::uint32_t mark);
   /// The tree is about to get another shape.
-  void takeBackAll();
+  void invalidateAll();
 
  private:
   const std::shared_ptr<SessionShare> share_;

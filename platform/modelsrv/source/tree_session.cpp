@@ -66,7 +66,7 @@ void trim(std::string& text) {
 }  // namespace
 
 SessionShare::SessionShare(ModelRoot& servedRoot)
-    : root(servedRoot), tellings(servedRoot.manager()->core().system()) {}
+    : root(servedRoot), invalidator(servedRoot.manager()->core().system()) {}
 
 TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
                          EvtSrv::internal::ServerConnection& connection)
@@ -130,7 +130,7 @@ ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
 }
 
 ModelRes TreeSession::prefetch(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply) {
-  const EvtSrv::internal::LivePage* page = share_->tellings.begin();
+  const EvtSrv::internal::LivePage* page = share_->invalidator.begin();
   if (page == nullptr)
     return ModelRes_DoNothing;
   Borrowed<PrefetchWriter> writer(share_->prefetch);

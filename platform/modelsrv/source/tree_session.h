@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "evtsrv/source/port_server.h"
+#include "modelsrv/source/invalidator.h"
 #include "modelsrv/source/prefetch_writer.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/session_subscriptions.h"
-#include "modelsrv/source/tellings.h"
 
 namespace ModelSrv::internal {
 
@@ -22,7 +22,7 @@ struct SessionShare {
   Request request;
   std::string text;
   PrefetchWriter prefetch;
-  Tellings tellings;
+  CacheInvalidator invalidator;
 };
 
 /// Answers one client's requests from the tree and keeps what it subscribed. Runs

@@ -32,7 +32,7 @@ ModelRes ValuePart<T>::setValue(T value) {
   const TreeLock lock(*this);
   if (internal::isSameValue<T>(value_, value))
     return ModelRes_Success;
-  aboutToChangeValue();
+  invalidateValue();
   value_ = std::move(value);
   notifySubscribers(ModelPartIndex_All);
   return ModelRes_Success;
@@ -65,7 +65,7 @@ ModelRes ValuePart<T>::storeText(std::string_view text, bool flag, ModelPartInde
     result = internal::askCheck<T>(check_, parsed, index);
   if (result != ModelRes_Success || internal::isSameValue<T>(value_, parsed))
     return result;
-  aboutToChangeValue();
+  invalidateValue();
   value_ = parsed;
   notifySubscribers(ModelPartIndex_All);
   return ModelRes_Success;

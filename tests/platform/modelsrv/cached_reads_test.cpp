@@ -113,17 +113,17 @@ class GrowingPart : public ModelPart {
 
   void grow() {
     const std::lock_guard lock(mutex_);
-    aboutToChange();
+    invalidate();
     ++count_;
   }
   void changeText() {
     const std::lock_guard lock(mutex_);
-    aboutToChangeValue();
+    invalidateValue();
     ++text_;
   }
 
  protected:
-  [[nodiscard]] bool tellsChanges() const override { return true; }
+  [[nodiscard]] bool isCacheable() const override { return true; }
   unsigned elementCount() const override { return count_; }
   ModelRes appendText(std::string& out, ModelPartIndex /*index*/) const override {
     out += std::to_string(text_);

@@ -22,7 +22,7 @@ class ClientUpdatesTest : public testing::Test {
   /// overtakes is written before it, or right behind it where the reply's own
   /// request made the change.
   Updates takeUpdates() {
-    EXPECT_EQ(client_.load(markChain_, std::to_string(++mark_)), ModelRes_Success);
+    EXPECT_EQ(client_.load(markChain_, std::to_string(++stamp_)), ModelRes_Success);
     const auto marked = [this] {
       return !client_.root.updates.empty() && client_.root.updates.back().first == markChain_;
     };
@@ -37,7 +37,7 @@ class ClientUpdatesTest : public testing::Test {
   void subscribeMark() { ASSERT_EQ(client_.subscribe(markChain_), ModelRes_Success); }
 
   const Chain markChain_{1, 12};
-  int mark_ = 1000;
+  int stamp_ = 1000;
   std::string name_ = test_support::uniquePortName();
   Server server_{name_};
   Client client_;

@@ -22,12 +22,12 @@ class FoldingNode final : public ModelNode {
 
   void fold(bool folded) {
     const std::lock_guard lock(mutex_);
-    aboutToChange();
+    invalidate();
     isFolded_ = folded;
   }
 
  protected:
-  [[nodiscard]] bool tellsChanges() const override { return true; }
+  [[nodiscard]] bool isCacheable() const override { return true; }
   [[nodiscard]] ModelNode* asNode() override { return isFolded_ ? nullptr : this; }
 
  private:
@@ -44,7 +44,7 @@ class Alias final : public ModelPart {
   ~Alias() override { leaveTree(); }
 
  protected:
-  [[nodiscard]] bool tellsChanges() const override { return true; }
+  [[nodiscard]] bool isCacheable() const override { return true; }
   [[nodiscard]] ModelNode* asNode() override { return &inner_; }
 
  private:

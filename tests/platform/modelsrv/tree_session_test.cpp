@@ -92,7 +92,7 @@ TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutStandIns) {
 
 TEST_F(TreeSessionTest, HoldsThePartItselfInAPrefetchReplyOfNoParts) {
   EXPECT_EQ(ask({Operation::prefetch, {3, 9}, 0}), ModelRes_DoNothing);
-  share_->tellings.start();
+  share_->invalidator.start();
   ASSERT_EQ(ask({Operation::prefetch, {3, 9}, 0}), ModelRes_Success);
   ReplyCache held(EvtSrv::internal::posixSystem());
   EXPECT_NE(held.take(std::vector<ModelPartId>{3, 9}, reply_, nativeOrder), nullptr);
@@ -215,7 +215,7 @@ class InterruptedPart final : public ModelPart {
   mutable std::function<void()> meanwhile;
 
  protected:
-  [[nodiscard]] bool tellsChanges() const override { return true; }
+  [[nodiscard]] bool isCacheable() const override { return true; }
   ModelRes appendText(std::string& out, ModelPartIndex /*index*/) const override {
     out += "mine";
     if (const auto now = std::exchange(meanwhile, nullptr))
@@ -227,7 +227,7 @@ class InterruptedPart final : public ModelPart {
 TEST_F(TreeSessionTest, AnswersOneClientWithinAnAnswerToAnother) {
   InterruptedPart part(7);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
-  share_->tellings.start();
+  share_->invalidator.start();
   for (const Operation operation : {Operation::prefetch, Operation::save}) {
     SCOPED_TRACE(static_cast<int>(operation));
     ASSERT_EQ(ask({operation, {7}, 1}), ModelRes_Success);

@@ -45,7 +45,7 @@ class KRV_EXPORT ModelNode : public ModelPart {
  protected:
   /// A node has no value of its own; what a derived class makes of it is for that
   /// class to say. (A root counts as a plain node.)
-  [[nodiscard]] bool tellsChanges() const override;
+  [[nodiscard]] bool isCacheable() const override;
 
   [[nodiscard]] ModelNode* asNode() override { return this; }
 
@@ -61,7 +61,7 @@ class KRV_EXPORT ModelNode : public ModelPart {
   void take(std::vector<ModelPart*>::const_iterator at);
   [[nodiscard]] internal::ClientSide* clientSide() const;
   /// The children of this node are about to change.
-  void aboutToChangeShape();
+  void invalidateStructure();
   /// What comes into the tree of this node, or leaves it, with `part`.
   [[nodiscard]] std::vector<ModelPart*> guardedBelow(const ModelPart& part) const;
   void release(ModelPart& part, const std::vector<ModelPart*>& below, internal::ClientSide* client);

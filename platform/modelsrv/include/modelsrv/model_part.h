@@ -167,26 +167,26 @@ class KRV_EXPORT ModelPart {
                              bool fromClient);
 
   /// Whether everything that `asNode`, `elementCount`, `elementNames` and `appendText`
-  /// answer stays the same until the part itself has called `aboutToChange`, or
-  /// `aboutToChangeValue` where `appendText` alone answers otherwise then (what
+  /// answer stays the same until the part itself has called `invalidate`, or
+  /// `invalidateValue` where `appendText` alone answers otherwise then (what
   /// children a node has is looked after by `add` and `remove`). Clients may
   /// then be told more than they asked for and keep it meanwhile. A class that
   /// answers for a value of its own and says yes must make one of those calls before
   /// each such change.
-  [[nodiscard]] virtual bool tellsChanges() const { return false; }
+  [[nodiscard]] virtual bool isCacheable() const { return false; }
 
   /// Nothing that clients were told of this part, its value included, is true any
   /// more after the change that follows. Called with the client mutex held, before
   /// anything changes; costs next to nothing where nobody was told since the last call.
-  void aboutToChange();
+  void invalidate();
   /// The same where only what `appendText` answers changes, its text or its result:
   /// what clients were told of children and elements, their number and names, stays
   /// true.
-  void aboutToChangeValue();
+  void invalidateValue();
 
   /// The part itself where it has children, null where it cannot have any. A node that
-  /// hides its children at one time and shows them at another calls `aboutToChange`
-  /// before, whatever `tellsChanges` says: clients may have been told of what is below.
+  /// hides its children at one time and shows them at another calls `invalidate`
+  /// before, whatever `isCacheable` says: clients may have been told of what is below.
   [[nodiscard]] virtual ModelNode* asNode() { return nullptr; }
   [[nodiscard]] virtual ModelRoot* asRoot() { return nullptr; }
 
@@ -210,9 +210,9 @@ class KRV_EXPORT ModelPart {
   /// Whether it is a `ModelNode`, whatever it says of its children.
   bool isNode_ = false;
   /// Whether clients were told of the part since its value changed.
-  bool valueTold_ = false;
+  bool valueCached_ = false;
   /// When they were told of it last; 0: not since more than its value changed.
-  std::uint32_t toldMark_ = 0;
+  std::uint32_t cacheStamp_ = 0;
 };
 
 }  // namespace ModelSrv

@@ -56,7 +56,7 @@ class KRV_EXPORT ValuePart final : public ModelPart {
   void setStoreCheck(StoreCheck<T> check);
 
  protected:
-  [[nodiscard]] bool tellsChanges() const override { return true; }
+  [[nodiscard]] bool isCacheable() const override { return true; }
   ModelRes appendText(std::string& out, ModelPartIndex index) const override;
   ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                      bool fromClient) override;
@@ -95,7 +95,7 @@ class KRV_EXPORT ArrayPart final : public ModelPart {
   void setStoreCheck(StoreCheck<T> check);
 
  protected:
-  [[nodiscard]] bool tellsChanges() const override { return true; }
+  [[nodiscard]] bool isCacheable() const override { return true; }
   [[nodiscard]] unsigned elementCount() const override;
   [[nodiscard]] const std::vector<std::string>& elementNames() const override;
   ModelRes appendText(std::string& out, ModelPartIndex index) const override;

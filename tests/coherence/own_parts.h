@@ -35,7 +35,7 @@ class VaryingPart final : public ModelSrv::ModelPart {
   }
 
  protected:
-  [[nodiscard]] bool tellsChanges() const override { return part_.madeBy == PartClass::telling; }
+  [[nodiscard]] bool isCacheable() const override { return part_.madeBy == PartClass::telling; }
   [[nodiscard]] unsigned elementCount() const override {
     return part_.isArray ? static_cast<unsigned>(part_.values.size()) : 0;
   }
@@ -72,10 +72,10 @@ class VaryingPart final : public ModelSrv::ModelPart {
     next.take(std::move(texts));
     const bool keepsShape =
         next.values.size() == part_.values.size() && next.elementNames == part_.elementNames;
-    if (tellsChanges() && keepsShape)
-      aboutToChangeValue();
-    else if (tellsChanges())
-      aboutToChange();
+    if (isCacheable() && keepsShape)
+      invalidateValue();
+    else if (isCacheable())
+      invalidate();
     part_ = std::move(next);
     notifySubscribers(ModelSrv::ModelPartIndex_All);
   }
@@ -90,23 +90,23 @@ class FoldingNode final : public ModelSrv::ModelNode {
   FoldingNode(ModelSrv::ModelPartId id, const PartModel& part, EvtSrv::EventPortManager& manager)
       : ModelNode(id, part.name),
         manager_(manager),
-        tellsChanges_(part.madeBy == PartClass::telling),
+        isCacheable_(part.madeBy == PartClass::telling),
         isFolded_(part.isFolded) {}
   ~FoldingNode() override { leaveTree(); }
 
   void fold(bool folded) {
     const std::lock_guard lock(manager_.clientMutex);
-    aboutToChange();
+    invalidate();
     isFolded_ = folded;
   }
 
  protected:
-  [[nodiscard]] bool tellsChanges() const override { return tellsChanges_; }
+  [[nodiscard]] bool isCacheable() const override { return isCacheable_; }
   [[nodiscard]] ModelNode* asNode() override { return isFolded_ ? nullptr : this; }
 
  private:
   EvtSrv::EventPortManager& manager_;
-  const bool tellsChanges_;
+  const bool isCacheable_;
   bool isFolded_;
 };
 

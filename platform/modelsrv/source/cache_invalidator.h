@@ -14,9 +14,9 @@ namespace ModelSrv::internal {
 /// before it changes the epoch or the era ends, if it is still that one, and with it
 /// all that was told to anybody. A change of what nobody has been told of costs
 /// nothing.
-class Tellings {
+class CacheInvalidator {
  public:
-  explicit Tellings(EvtSrv::internal::System& system) : page_(system) {}
+  explicit CacheInvalidator(EvtSrv::internal::System& system) : page_(system) {}
 
   /// The service begins, on a thread that lives as long as it does. Where the system
   /// has no such page nothing is ever told.
@@ -28,23 +28,23 @@ class Tellings {
 
   /// To be called before the change of the value of a part that was told of with
   /// `mark`.
-  void takeBackValue(std::uint32_t mark);
+  void invalidateValue(std::uint32_t mark);
   /// To be called before any other change of a part that was told of with `mark`.
-  void takeBack(std::uint32_t mark);
+  void invalidate(std::uint32_t mark);
   /// To be called before a change of the tree's shape.
-  void takeBackAll();
+  void invalidateAll();
 
   /// Nothing counts from now on.
   void end();
 
   /// What a part keeps of `epoch`; never 0. Epochs may share a mark: a part may
   /// then end an epoch, or an era, in which it was not told of.
-  static std::uint32_t markOf(std::uint64_t epoch);
+  static std::uint32_t stampOf(std::uint64_t epoch);
 
  private:
   EvtSrv::internal::LivePage page_;
-  bool told_ = false;       ///< anything in this epoch
-  bool toldInEra_ = false;  ///< anything in this era
+  bool told_ = false;               ///< anything in this epoch
+  bool cachedInStructure_ = false;  ///< anything in this era
 };
 
 }  // namespace ModelSrv::internal
