@@ -1,4 +1,4 @@
-#include "modelsrv/source/invalidator.h"
+#include "modelsrv/source/cache_invalidator.h"
 
 #include <algorithm>
 
@@ -6,9 +6,9 @@ namespace ModelSrv::internal {
 
 namespace {
 
-/// The lowest 12 bits of the era, all that a mark has of it.
-std::uint32_t eraOf(std::uint32_t mark) {
-  return mark >> EvtSrv::internal::eraShift;
+/// The lowest 12 bits of the era, all that a stamp has of it.
+std::uint32_t eraOf(std::uint32_t stamp) {
+  return stamp >> EvtSrv::internal::eraShift;
 }
 
 }  // namespace
@@ -20,20 +20,20 @@ void CacheInvalidator::start() {
 const EvtSrv::internal::LivePage* CacheInvalidator::begin() {
   if (!page_.isOpen())
     return nullptr;
-  told_ = true;
+  cachedInEpoch_ = true;
   cachedInStructure_ = true;
   return &page_;
 }
 
-void CacheInvalidator::invalidateValue(std::uint32_t mark) {
-  if (!told_ || mark != stampOf(page_.epoch()))
+void CacheInvalidator::invalidateValue(std::uint32_t stamp) {
+  if (!cachedInEpoch_ || stamp != stampOf(page_.epoch()))
     return;
   page_.advance();
-  told_ = false;
+  cachedInEpoch_ = false;
 }
 
-void CacheInvalidator::invalidate(std::uint32_t mark) {
-  if (cachedInStructure_ && eraOf(mark) == eraOf(stampOf(page_.epoch())))
+void CacheInvalidator::invalidate(std::uint32_t stamp) {
+  if (cachedInStructure_ && eraOf(stamp) == eraOf(stampOf(page_.epoch())))
     invalidateAll();
 }
 
@@ -41,13 +41,13 @@ void CacheInvalidator::invalidateAll() {
   if (!cachedInStructure_)
     return;
   page_.advanceEra();
-  told_ = false;
+  cachedInEpoch_ = false;
   cachedInStructure_ = false;
 }
 
 void CacheInvalidator::end() {
   page_.close();
-  told_ = false;
+  cachedInEpoch_ = false;
   cachedInStructure_ = false;
 }
 

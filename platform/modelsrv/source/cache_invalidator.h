@@ -10,7 +10,7 @@ namespace ModelSrv::internal {
 /// page. With the client mutex held.
 ///
 /// What is told of values counts until the page's epoch ends, what is told of the
-/// tree's shape until its era does. A part that is told of keeps the epoch's mark;
+/// tree's shape until its era does. A part that is told of keeps the epoch's stamp;
 /// before it changes the epoch or the era ends, if it is still that one, and with it
 /// all that was told to anybody. A change of what nobody has been told of costs
 /// nothing.
@@ -27,23 +27,23 @@ class CacheInvalidator {
   const EvtSrv::internal::LivePage* begin();
 
   /// To be called before the change of the value of a part that was told of with
-  /// `mark`.
-  void invalidateValue(std::uint32_t mark);
-  /// To be called before any other change of a part that was told of with `mark`.
-  void invalidate(std::uint32_t mark);
+  /// `stamp`.
+  void invalidateValue(std::uint32_t stamp);
+  /// To be called before any other change of a part that was told of with `stamp`.
+  void invalidate(std::uint32_t stamp);
   /// To be called before a change of the tree's shape.
   void invalidateAll();
 
   /// Nothing counts from now on.
   void end();
 
-  /// What a part keeps of `epoch`; never 0. Epochs may share a mark: a part may
+  /// What a part keeps of `epoch`; never 0. Epochs may share a stamp: a part may
   /// then end an epoch, or an era, in which it was not told of.
   static std::uint32_t stampOf(std::uint64_t epoch);
 
  private:
   EvtSrv::internal::LivePage page_;
-  bool told_ = false;               ///< anything in this epoch
+  bool cachedInEpoch_ = false;               ///< anything in this epoch
   bool cachedInStructure_ = false;  ///< anything in this era
 };
 

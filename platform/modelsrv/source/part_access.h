@@ -38,8 +38,8 @@ struct PartAccess {
   static ModelRoot* asRoot(ModelPart& part) { return part.asRoot(); }
   static const ModelNode* parent(const ModelPart& part) { return part.parent_; }
   static bool isCacheable(const ModelPart& part) { return part.isCacheable(); }
-  static void setCacheStamp(ModelPart& part, std::uint32_t mark) {
-    part.cacheStamp_ = mark;
+  static void setCacheStamp(ModelPart& part, std::uint32_t stamp) {
+    part.cacheStamp_ = stamp;
     part.valueCached_ = true;
   }
   static bool subscribable(const ModelPart& part) { return part.subscribable_; }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "modelsrv/source/invalidator.h"
+#include "modelsrv/source/cache_invalidator.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
 
@@ -132,7 +132,7 @@ void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, con
   PayloadWriter writer(reply);
   writePlace(page, writer);
   findPositions(root, part);
-  const std::uint32_t mark = CacheInvalidator::stampOf(page.epoch());
+  const std::uint32_t stamp = CacheInvalidator::stampOf(page.epoch());
   spent_ = 0;
   for (ModelPart* at = &part; at != nullptr && parts > 0; at = following(*at), --parts) {
     const std::size_t before = reply.size();
@@ -141,7 +141,7 @@ void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, con
       reply.resize(before);
       break;
     }
-    PartAccess::setCacheStamp(*at, mark);
+    PartAccess::setCacheStamp(*at, stamp);
   }
 }
 

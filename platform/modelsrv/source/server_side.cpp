@@ -32,12 +32,12 @@ std::unique_ptr<EvtSrv::internal::ServerSession> ServerSide::openSession(
   return std::make_unique<TreeSession>(share_, connection);
 }
 
-void ServerSide::invalidateValue(std::uint32_t mark) {
-  share_->invalidator.invalidateValue(mark);
+void ServerSide::invalidateValue(std::uint32_t stamp) {
+  share_->invalidator.invalidateValue(stamp);
 }
 
-void ServerSide::invalidate(std::uint32_t mark) {
-  share_->invalidator.invalidate(mark);
+void ServerSide::invalidate(std::uint32_t stamp) {
+  share_->invalidator.invalidate(stamp);
 }
 
 void ServerSide::invalidateAll() {

@@ -28,10 +28,10 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
   std::unique_ptr<EvtSrv::internal::ServerSession> openSession(
       EvtSrv::internal::ServerConnection& connection) override;
 
-  /// The value of a part that was told of with that mark is about to change.
-  void invalidateValue(std::uint32_t mark);
+  /// The value of a part that was told of with that stamp is about to change.
+  void invalidateValue(std::uint32_t stamp);
   /// Anything else of such a part is.
-  void invalidate(std::uint32_t mark);
+  void invalidate(std::uint32_t stamp);
   /// The tree is about to get another shape.
   void invalidateAll();
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "evtsrv/source/port_server.h"
-#include "modelsrv/source/invalidator.h"
+#include "modelsrv/source/cache_invalidator.h"
 #include "modelsrv/source/prefetch_writer.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/session_subscriptions.h"

@@ -1,4 +1,4 @@
-#include "modelsrv/source/invalidator.h"
+#include "modelsrv/source/cache_invalidator.h"
 
 #include <gtest/gtest.h>
 
