@@ -28,7 +28,7 @@ class ModelDataTree : public CdirTree {
   void setText(std::string text) { text_ = std::move(text); }
 
   [[nodiscard]] const NamedChain& place() const { return place_; }
-  void setPlace(NamedChain place) { place_ = std::move(place); }
+  void setHandle(NamedChain place) { place_ = std::move(place); }
 
   [[nodiscard]] const std::vector<std::unique_ptr<CdirTree>>& objects() const { return objects_; }
   void addObject(std::unique_ptr<CdirTree> object) { objects_.push_back(std::move(object)); }

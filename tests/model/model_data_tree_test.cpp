@@ -38,7 +38,7 @@ TEST(ModelDataTree, ClearsItsPlaceItsTextAndItsObjects) {
   int deleted = 0;
   ModelDataTree tree("root");
   tree.setText("text");
-  tree.setPlace({{1}, {"a"}});
+  tree.setHandle({{1}, {"a"}});
   tree.setDataWords({1, 2});
   tree.addObject(std::make_unique<Noted>(deleted));
   tree.clear();

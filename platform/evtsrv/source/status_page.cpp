@@ -1,4 +1,4 @@
-#include "evtsrv/source/live_page.h"
+#include "evtsrv/source/status_page.h"
 
 #include <fcntl.h>
 #include <linux/futex.h>
@@ -11,8 +11,8 @@ namespace EvtSrv::internal {
 
 /// What lies in the page. The counters are written by the server alone, under its
 /// lock; the owner's word by the C library and the kernel.
-struct LivePageContent {
-  std::array<std::uint8_t, LivePagePlace::idSize> id{};
+struct StatusPageContent {
+  std::array<std::uint8_t, StatusPageHandle::idSize> id{};
   std::uint32_t ownerWord = 0;  ///< where in the page the word of `owner` lies
   std::atomic<std::uint32_t> open{0};
   std::atomic<std::uint64_t> epoch{0};
@@ -21,7 +21,7 @@ struct LivePageContent {
 
 namespace {
 
-constexpr std::size_t pageSize = sizeof(LivePageContent);
+constexpr std::size_t pageSize = sizeof(StatusPageContent);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
               std::atomic<std::uint32_t>::is_always_lock_free);
 
@@ -32,13 +32,13 @@ constexpr int givenSeals = neededSeals | F_SEAL_GROW | F_SEAL_SEAL;
 /// dies; below 0 where this C library does not tell.
 constexpr std::ptrdiff_t ownerWordOffset() {
 #ifdef __GLIBC__
-  return offsetof(LivePageContent, owner) + offsetof(pthread_mutex_t, __data.__lock);
+  return offsetof(StatusPageContent, owner) + offsetof(pthread_mutex_t, __data.__lock);
 #else
   return -1;
 #endif
 }
 
-std::uint32_t wordAt(const LivePageContent& content, std::uint32_t offset) {
+std::uint32_t wordAt(const StatusPageContent& content, std::uint32_t offset) {
   const auto* bytes = reinterpret_cast<const unsigned char*>(&content);
   return __atomic_load_n(reinterpret_cast<const std::uint32_t*>(bytes + offset), __ATOMIC_ACQUIRE);
 }
@@ -48,7 +48,7 @@ bool isPlausibleWord(std::uint32_t offset) {
 }
 
 /// Whether a thread that lives holds the page's mutex.
-bool hasLivingOwner(const LivePageContent& content) {
+bool hasLivingOwner(const StatusPageContent& content) {
   // A server may write anything at any time: the offset is checked at each look.
   const std::uint32_t offset = __atomic_load_n(&content.ownerWord, __ATOMIC_RELAXED);
   if (!isPlausibleWord(offset)) {
@@ -74,7 +74,7 @@ bool initialise(pthread_mutex_t& mutex) {
 
 }  // namespace
 
-void LivePage::close() {
+void StatusPage::close() {
   if (content_ == nullptr) {
     return;
   }
@@ -93,7 +93,7 @@ void LivePage::close() {
   descriptor_.reset();
 }
 
-EvtRes LivePage::open() {
+EvtRes StatusPage::open() {
   const EvtRes result = make();
   if (result != EvtRes_Success) {
     descriptor_.reset();
@@ -101,8 +101,8 @@ EvtRes LivePage::open() {
   return result;
 }
 
-EvtRes LivePage::make() {
-  LivePagePlace place;
+EvtRes StatusPage::make() {
+  StatusPageHandle place;
   if (const int refusal = system_.random(place.id); refusal < 0) {
     return resultOf(refusal);
   }
@@ -117,7 +117,7 @@ EvtRes LivePage::make() {
     system_.unmap(mapping, pageSize);
     return resultOf(refusal);
   }
-  content_ = new (mapping) LivePageContent;
+  content_ = new (mapping) StatusPageContent;
   if (!holdOwner()) {
     system_.unmap(content_, pageSize);
     content_ = nullptr;
@@ -132,7 +132,7 @@ EvtRes LivePage::make() {
   return EvtRes_Success;
 }
 
-bool LivePage::holdOwner() {
+bool StatusPage::holdOwner() {
   if (ownerWordOffset() < 0 || !initialise(content_->owner)) {
     return false;
   }
@@ -143,22 +143,22 @@ bool LivePage::holdOwner() {
   return pthread_mutex_trylock(&content_->owner) == 0;
 }
 
-void LivePage::advance() {
+void StatusPage::advance() {
   advanceBy(1);
 }
 
-void LivePage::advanceEra() {
-  advanceBy(std::uint64_t{1} << eraShift);
+void StatusPage::advanceStructure() {
+  advanceBy(std::uint64_t{1} << structureShift);
 }
 
-void LivePage::advanceBy(std::uint64_t epochs) {
+void StatusPage::advanceBy(std::uint64_t epochs) {
   // Nothing that the caller does next may be seen before this is. Counted in the
   // page, so that it never goes back: a child that this process has forked may have
   // gone on counting in it.
   epoch_ = content_->epoch.fetch_add(epochs, std::memory_order_seq_cst) + epochs;
 }
 
-bool LivePageView::open(const LivePagePlace& place) {
+bool StatusPageReader::open(const StatusPageHandle& place) {
   close();
   FileDescriptor descriptor;
   struct stat status {};
@@ -173,7 +173,7 @@ bool LivePageView::open(const LivePagePlace& place) {
       system_.map(descriptor.number(), pageSize, false, mapping) < 0) {
     return false;
   }
-  content_ = static_cast<const LivePageContent*>(mapping);
+  content_ = static_cast<const StatusPageContent*>(mapping);
   place_ = place;
   if (content_->id != place.id || !isPlausibleWord(content_->ownerWord)) {
     close();
@@ -182,24 +182,26 @@ bool LivePageView::open(const LivePagePlace& place) {
   return true;
 }
 
-void LivePageView::close() {
+void StatusPageReader::close() {
   if (content_ != nullptr) {
     system_.unmap(content_, pageSize);
     content_ = nullptr;
   }
 }
 
-bool LivePageView::shows(std::uint64_t epoch) const {
-  return content_ != nullptr && content_->epoch.load(std::memory_order_seq_cst) == epoch && lives();
+bool StatusPageReader::isCurrent(std::uint64_t epoch) const {
+  return content_ != nullptr && content_->epoch.load(std::memory_order_seq_cst) == epoch &&
+         isServerAlive();
 }
 
-bool LivePageView::showsEraOf(std::uint64_t epoch) const {
+bool StatusPageReader::isStructureCurrent(std::uint64_t epoch) const {
   return content_ != nullptr &&
-         content_->epoch.load(std::memory_order_seq_cst) >> eraShift == epoch >> eraShift &&
-         lives();
+         content_->epoch.load(std::memory_order_seq_cst) >> structureShift ==
+             epoch >> structureShift &&
+         isServerAlive();
 }
 
-bool LivePageView::lives() const {
+bool StatusPageReader::isServerAlive() const {
   return content_ != nullptr && content_->open.load(std::memory_order_acquire) != 0 &&
          hasLivingOwner(*content_);
 }

@@ -24,7 +24,7 @@
 namespace EvtSrv::internal {
 
 /// What a client needs to find a server's page.
-struct LivePagePlace {
+struct StatusPageHandle {
   static constexpr std::size_t idSize = 16;
 
   std::uint32_t process = 0;     ///< the server's, as it sees itself
@@ -32,22 +32,22 @@ struct LivePagePlace {
   /// Random; also in the page, so that another process's page is not taken for it.
   std::array<std::uint8_t, idSize> id{};
 
-  bool operator==(const LivePagePlace&) const = default;
+  bool operator==(const StatusPageHandle&) const = default;
 };
 
 /// By how many bits an epoch is shifted to give its era.
-inline constexpr unsigned eraShift = 20;
+inline constexpr unsigned structureShift = 20;
 
-struct LivePageContent;
+struct StatusPageContent;
 
 /// The server's end. The thread that opens the page has to live as long as the
 /// page is to count: when it ends, clients take the server for dead, and ask.
-class LivePage {
+class StatusPage {
  public:
-  explicit LivePage(System& system) : system_(system) {}
-  ~LivePage() { close(); }
-  LivePage(const LivePage&) = delete;
-  LivePage& operator=(const LivePage&) = delete;
+  explicit StatusPage(System& system) : system_(system) {}
+  ~StatusPage() { close(); }
+  StatusPage(const StatusPage&) = delete;
+  StatusPage& operator=(const StatusPage&) = delete;
 
   /// Makes the page, with an epoch of 1. Where the system has no such pages the
   /// result says so, and this stays closed.
@@ -59,14 +59,14 @@ class LivePage {
   void close();
 
   [[nodiscard]] bool isOpen() const { return content_ != nullptr; }
-  [[nodiscard]] const LivePagePlace& place() const { return place_; }
+  [[nodiscard]] const StatusPageHandle& place() const { return place_; }
   [[nodiscard]] std::uint64_t epoch() const { return epoch_; }
 
   /// Begins another epoch; every look from now on sees it. It is one of the same era,
   /// save one in a million.
   void advance();
   /// Begins another era, and with it another epoch.
-  void advanceEra();
+  void advanceStructure();
 
  private:
   EvtRes make();
@@ -75,40 +75,40 @@ class LivePage {
 
   System& system_;
   FileDescriptor descriptor_;
-  LivePageContent* content_ = nullptr;  ///< the mapping; owned
-  std::thread::id opener_;              ///< who holds the page's mutex
-  LivePagePlace place_;
+  StatusPageContent* content_ = nullptr;  ///< the mapping; owned
+  std::thread::id opener_;                ///< who holds the page's mutex
+  StatusPageHandle place_;
   std::uint64_t epoch_ = 0;
 };
 
 /// A client's end: looks at one server's page at a time.
-class LivePageView {
+class StatusPageReader {
  public:
-  explicit LivePageView(System& system) : system_(system) {}
-  ~LivePageView() { close(); }
-  LivePageView(const LivePageView&) = delete;
-  LivePageView& operator=(const LivePageView&) = delete;
+  explicit StatusPageReader(System& system) : system_(system) {}
+  ~StatusPageReader() { close(); }
+  StatusPageReader(const StatusPageReader&) = delete;
+  StatusPageReader& operator=(const StatusPageReader&) = delete;
 
   /// Looks at the page at `place` from now on. False where it cannot be had: the
   /// server is another user's, or in another place than it says, or its page is
   /// not one that can be trusted.
-  bool open(const LivePagePlace& place);
+  bool open(const StatusPageHandle& place);
   void close();
 
   [[nodiscard]] bool isOpen() const { return content_ != nullptr; }
-  [[nodiscard]] const LivePagePlace& place() const { return place_; }
+  [[nodiscard]] const StatusPageHandle& place() const { return place_; }
 
   /// Whether the server lives and serves, and its epoch is still `epoch`.
-  [[nodiscard]] bool shows(std::uint64_t epoch) const;
+  [[nodiscard]] bool isCurrent(std::uint64_t epoch) const;
   /// Whether it lives and serves, and its era is still that of `epoch`.
-  [[nodiscard]] bool showsEraOf(std::uint64_t epoch) const;
+  [[nodiscard]] bool isStructureCurrent(std::uint64_t epoch) const;
   /// Whether it lives and serves. Once it does not, it never will again.
-  [[nodiscard]] bool lives() const;
+  [[nodiscard]] bool isServerAlive() const;
 
  private:
   System& system_;
-  const LivePageContent* content_ = nullptr;  ///< the mapping; owned
-  LivePagePlace place_;
+  const StatusPageContent* content_ = nullptr;  ///< the mapping; owned
+  StatusPageHandle place_;
 };
 
 }  // namespace EvtSrv::internal

@@ -7,8 +7,8 @@ namespace ModelSrv::internal {
 namespace {
 
 /// The lowest 12 bits of the era, all that a stamp has of it.
-std::uint32_t eraOf(std::uint32_t stamp) {
-  return stamp >> EvtSrv::internal::eraShift;
+std::uint32_t structureOf(std::uint32_t stamp) {
+  return stamp >> EvtSrv::internal::structureShift;
 }
 
 }  // namespace
@@ -17,7 +17,7 @@ void CacheInvalidator::start() {
   static_cast<void>(page_.open());
 }
 
-const EvtSrv::internal::LivePage* CacheInvalidator::begin() {
+const EvtSrv::internal::StatusPage* CacheInvalidator::begin() {
   if (!page_.isOpen())
     return nullptr;
   cachedInEpoch_ = true;
@@ -33,14 +33,14 @@ void CacheInvalidator::invalidateValue(std::uint32_t stamp) {
 }
 
 void CacheInvalidator::invalidate(std::uint32_t stamp) {
-  if (cachedInStructure_ && eraOf(stamp) == eraOf(stampOf(page_.epoch())))
+  if (cachedInStructure_ && structureOf(stamp) == structureOf(stampOf(page_.epoch())))
     invalidateAll();
 }
 
 void CacheInvalidator::invalidateAll() {
   if (!cachedInStructure_)
     return;
-  page_.advanceEra();
+  page_.advanceStructure();
   cachedInEpoch_ = false;
   cachedInStructure_ = false;
 }

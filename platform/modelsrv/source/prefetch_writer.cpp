@@ -9,9 +9,9 @@
 
 namespace ModelSrv::internal {
 
-using EvtSrv::internal::LivePage;
-using EvtSrv::internal::LivePagePlace;
 using EvtSrv::internal::PayloadWriter;
+using EvtSrv::internal::StatusPage;
+using EvtSrv::internal::StatusPageHandle;
 
 namespace {
 
@@ -19,8 +19,8 @@ namespace {
 constexpr std::size_t longestSection = std::size_t{16} * 1024;
 constexpr std::size_t mostEntries = 4096;
 
-void writePlace(const LivePage& page, PayloadWriter& writer) {
-  const LivePagePlace& place = page.place();
+void writeHandle(const StatusPage& page, PayloadWriter& writer) {
+  const StatusPageHandle& place = page.place();
   writer.u32(place.process);
   writer.u32(place.descriptor);
   writer.bytes({reinterpret_cast<const char*>(place.id.data()), place.id.size()});
@@ -127,10 +127,10 @@ bool writeValue(const ModelPart& part, const Room& room, std::string& text,
 
 }  // namespace
 
-void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, const LivePage& page,
+void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, const StatusPage& page,
                            std::vector<std::uint8_t>& reply) {
   PayloadWriter writer(reply);
-  writePlace(page, writer);
+  writeHandle(page, writer);
   findPositions(root, part);
   const std::uint32_t stamp = CacheInvalidator::stampOf(page.epoch());
   spent_ = 0;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "evtsrv/source/live_page.h"
+#include "evtsrv/source/status_page.h"
 #include "modelsrv/model_root.h"
 
 namespace ModelSrv::internal {
@@ -31,7 +31,7 @@ class PrefetchWriter {
   /// Appends to `reply` where the page lies and its epoch, then `part` and up to
   /// `parts` - 1 others below `root`. `part` hangs below `root` or is it.
   void write(ModelRoot& root, ModelPart& part, unsigned parts,
-             const EvtSrv::internal::LivePage& page, std::vector<std::uint8_t>& reply);
+             const EvtSrv::internal::StatusPage& page, std::vector<std::uint8_t>& reply);
 
  private:
   /// A node and which of its children comes next.

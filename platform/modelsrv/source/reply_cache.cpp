@@ -9,8 +9,8 @@
 namespace ModelSrv::internal {
 
 using EvtSrv::internal::ByteOrder;
-using EvtSrv::internal::LivePagePlace;
 using EvtSrv::internal::PayloadReader;
+using EvtSrv::internal::StatusPageHandle;
 
 namespace {
 
@@ -87,7 +87,8 @@ bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
 }  // namespace
 
 const ReplyCache::Part* ReplyCache::find(ChainView chain, Wanted wanted) {
-  if (epoch_ == 0 || !(wanted == Wanted::value ? page_.shows(epoch_) : page_.showsEraOf(epoch_)))
+  if (epoch_ == 0 ||
+      !(wanted == Wanted::value ? page_.isCurrent(epoch_) : page_.isStructureCurrent(epoch_)))
     return nullptr;
   // A listing asks about a part several times, then about the next one.
   if (!isAt(last_, chain)) {
@@ -119,9 +120,9 @@ const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::u
   bytes_.assign(reply.begin(), reply.end());
   order_ = order;
   PayloadReader in(bytes_, order);
-  LivePagePlace place;
+  StatusPageHandle place;
   std::uint64_t epoch = 0;
-  if (!readPlace(in, place, epoch))
+  if (!readHandle(in, place, epoch))
     return nullptr;
   addAbove(chain);
   const auto wanted = static_cast<std::uint32_t>(parts_.size());
@@ -156,7 +157,7 @@ void ReplyCache::clear() {
   asked_ = 0;
 }
 
-bool ReplyCache::readPlace(PayloadReader& in, LivePagePlace& place, std::uint64_t& epoch) {
+bool ReplyCache::readHandle(PayloadReader& in, StatusPageHandle& place, std::uint64_t& epoch) {
   place.process = in.u32();
   place.descriptor = in.u32();
   const std::string_view id = in.bytes(place.id.size());

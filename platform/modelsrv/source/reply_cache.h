@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "evtsrv/source/frame.h"
-#include "evtsrv/source/live_page.h"
+#include "evtsrv/source/status_page.h"
 #include "modelsrv/model_part.h"
 #include "modelsrv/source/climb.h"
 
@@ -18,7 +18,7 @@ namespace ModelSrv::internal {
 /// An prefetch of a server's tree in a client's hand, and whether it still holds.
 ///
 /// An prefetch holds as long as the server lives and has not taken back what it told
-/// (`LivePageView`): its values for an epoch, the shape, which is children and elements,
+/// (`StatusPageReader`): its values for an epoch, the shape, which is children and elements,
 /// for an era. With the client mutex held.
 class ReplyCache {
  public:
@@ -61,7 +61,7 @@ class ReplyCache {
 
   /// Whether the server's page can be seen and says that the server lives; if not
   /// there is no use in asking for more than what is wanted.
-  [[nodiscard]] bool isUsable() const { return page_.lives(); }
+  [[nodiscard]] bool isUsable() const { return page_.isServerAlive(); }
 
   /// Forgets everything.
   void clear();
@@ -81,15 +81,15 @@ class ReplyCache {
   /// For the piece that lies between two places of the prefetch.
   [[nodiscard]] EvtSrv::internal::PayloadReader reader(std::uint32_t begin,
                                                        std::uint32_t end) const;
-  static bool readPlace(EvtSrv::internal::PayloadReader& in, EvtSrv::internal::LivePagePlace& place,
-                        std::uint64_t& epoch);
+  static bool readHandle(EvtSrv::internal::PayloadReader& in,
+                         EvtSrv::internal::StatusPageHandle& place, std::uint64_t& epoch);
   void addAbove(ChainView chain);
   Part* add(std::uint16_t depth, ModelPartId id);
   void makeIndex();
   [[nodiscard]] std::uint32_t lookUp(ChainView chain) const;
   [[nodiscard]] bool isAt(std::uint32_t part, ChainView chain) const;
 
-  EvtSrv::internal::LivePageView page_;
+  EvtSrv::internal::StatusPageReader page_;
   EvtSrv::internal::ByteOrder order_ = EvtSrv::internal::nativeOrder;
   std::uint64_t epoch_ = 0;  ///< 0: nothing is held
   std::vector<std::uint8_t> bytes_;

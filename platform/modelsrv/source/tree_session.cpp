@@ -130,7 +130,7 @@ ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
 }
 
 ModelRes TreeSession::prefetch(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply) {
-  const EvtSrv::internal::LivePage* page = share_->invalidator.begin();
+  const EvtSrv::internal::StatusPage* page = share_->invalidator.begin();
   if (page == nullptr)
     return ModelRes_DoNothing;
   Borrowed<PrefetchWriter> writer(share_->prefetch);

@@ -1,4 +1,4 @@
-#include "evtsrv/source/live_page.h"
+#include "evtsrv/source/status_page.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@
 namespace EvtSrv::internal {
 namespace {
 
-class LivePageTest : public testing::Test {
+class StatusPageTest : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(page_->open(), EvtRes_Success); }
 
@@ -26,64 +26,64 @@ class LivePageTest : public testing::Test {
   }
 
   PosixSystem system_;
-  std::unique_ptr<LivePage> page_ = std::make_unique<LivePage>(system_);
-  LivePageView view_{system_};
+  std::unique_ptr<StatusPage> page_ = std::make_unique<StatusPage>(system_);
+  StatusPageReader view_{system_};
 };
 
-TEST_F(LivePageTest, ShowsThePresentEpochAlone) {
+TEST_F(StatusPageTest, ShowsThePresentEpochAlone) {
   ASSERT_TRUE(view_.open(page_->place()));
   const std::uint64_t first = page_->epoch();
-  EXPECT_TRUE(view_.shows(first));
-  EXPECT_FALSE(view_.shows(first + 1));
+  EXPECT_TRUE(view_.isCurrent(first));
+  EXPECT_FALSE(view_.isCurrent(first + 1));
   page_->advance();
-  EXPECT_FALSE(view_.shows(first));
-  EXPECT_TRUE(view_.shows(page_->epoch()));
+  EXPECT_FALSE(view_.isCurrent(first));
+  EXPECT_TRUE(view_.isCurrent(page_->epoch()));
 }
 
-TEST_F(LivePageTest, ShowsAnEraThatOutlastsItsEpochs) {
+TEST_F(StatusPageTest, ShowsAnEraThatOutlastsItsEpochs) {
   ASSERT_TRUE(view_.open(page_->place()));
   const std::uint64_t first = page_->epoch();
   page_->advance();
-  EXPECT_TRUE(view_.showsEraOf(first));
-  page_->advanceEra();
-  EXPECT_FALSE(view_.showsEraOf(first));
-  EXPECT_FALSE(view_.shows(first));
-  EXPECT_TRUE(view_.showsEraOf(page_->epoch()));
+  EXPECT_TRUE(view_.isStructureCurrent(first));
+  page_->advanceStructure();
+  EXPECT_FALSE(view_.isStructureCurrent(first));
+  EXPECT_FALSE(view_.isCurrent(first));
+  EXPECT_TRUE(view_.isStructureCurrent(page_->epoch()));
   page_->close();
-  EXPECT_FALSE(view_.showsEraOf(page_->epoch()));
+  EXPECT_FALSE(view_.isStructureCurrent(page_->epoch()));
 }
 
-TEST_F(LivePageTest, ShowsNothingOnceItIsClosed) {
+TEST_F(StatusPageTest, ShowsNothingOnceItIsClosed) {
   ASSERT_TRUE(view_.open(page_->place()));
   const std::uint64_t epoch = page_->epoch();
   page_->close();
-  EXPECT_FALSE(view_.shows(epoch));
+  EXPECT_FALSE(view_.isCurrent(epoch));
   view_.close();
-  EXPECT_FALSE(view_.shows(epoch));
+  EXPECT_FALSE(view_.isCurrent(epoch));
 }
 
-TEST_F(LivePageTest, ShowsNothingAfterTheThreadThatOpenedIt) {
-  auto page = std::make_unique<LivePage>(system_);
+TEST_F(StatusPageTest, ShowsNothingAfterTheThreadThatOpenedIt) {
+  auto page = std::make_unique<StatusPage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtRes_Success); }).join();
   ASSERT_TRUE(view_.open(page->place()));
-  EXPECT_FALSE(view_.lives());
-  EXPECT_FALSE(view_.shows(page->epoch()));
+  EXPECT_FALSE(view_.isServerAlive());
+  EXPECT_FALSE(view_.isCurrent(page->epoch()));
   // Another thread's robust mutexes are as they were.
   page.reset();
-  LivePage next(system_);
+  StatusPage next(system_);
   EXPECT_EQ(next.open(), EvtRes_Success);
 }
 
-TEST_F(LivePageTest, IsClosedByAnotherThreadAsWell) {
+TEST_F(StatusPageTest, IsClosedByAnotherThreadAsWell) {
   ASSERT_TRUE(view_.open(page_->place()));
   const std::uint64_t epoch = page_->epoch();
   std::thread([this] { page_.reset(); }).join();
-  EXPECT_FALSE(view_.shows(epoch));
-  LivePage next(system_);
+  EXPECT_FALSE(view_.isCurrent(epoch));
+  StatusPage next(system_);
   EXPECT_EQ(next.open(), EvtRes_Success);
 }
 
-TEST_F(LivePageTest, NeverGoesBackWhateverAForkedChildDoes) {
+TEST_F(StatusPageTest, NeverGoesBackWhateverAForkedChildDoes) {
   ASSERT_TRUE(view_.open(page_->place()));
   const pid_t child = forkChild();
   if (child == 0) {
@@ -93,13 +93,13 @@ TEST_F(LivePageTest, NeverGoesBackWhateverAForkedChildDoes) {
     ::_exit(0);
   }
   ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-  EXPECT_FALSE(view_.shows(page_->epoch()));
+  EXPECT_FALSE(view_.isCurrent(page_->epoch()));
   page_->advance();
   EXPECT_EQ(page_->epoch(), 5U);
-  EXPECT_TRUE(view_.shows(5));
+  EXPECT_TRUE(view_.isCurrent(5));
 }
 
-TEST_F(LivePageTest, IsLookedForAmongRegularFilesAlone) {
+TEST_F(StatusPageTest, IsLookedForAmongRegularFilesAlone) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const int device = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -110,11 +110,11 @@ TEST_F(LivePageTest, IsLookedForAmongRegularFilesAlone) {
   }
 }
 
-TEST_F(LivePageTest, LeavesNoDescriptorWithThoseWhoLookAtIt) {
+TEST_F(StatusPageTest, LeavesNoDescriptorWithThoseWhoLookAtIt) {
   const std::size_t before = openDescriptors();
   ASSERT_TRUE(view_.open(page_->place()));
   EXPECT_EQ(openDescriptors(), before);
-  LivePagePlace place = page_->place();
+  StatusPageHandle place = page_->place();
   place.id[0] ^= 1;
   EXPECT_FALSE(view_.open(place));
   EXPECT_EQ(openDescriptors(), before);
@@ -122,7 +122,7 @@ TEST_F(LivePageTest, LeavesNoDescriptorWithThoseWhoLookAtIt) {
   EXPECT_EQ(openDescriptors(), before - 1);
 }
 
-TEST_F(LivePageTest, CannotBeChangedByThoseWhoLookAtIt) {
+TEST_F(StatusPageTest, CannotBeChangedByThoseWhoLookAtIt) {
   const int descriptor = ::open(pathOfPage().c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_GE(descriptor, 0);
   EXPECT_NE(::ftruncate(descriptor, 0), 0);
@@ -132,8 +132,8 @@ TEST_F(LivePageTest, CannotBeChangedByThoseWhoLookAtIt) {
   ::close(descriptor);
 }
 
-TEST_F(LivePageTest, IsRefusedWhereItIsNotTheOneThatWasMeant) {
-  LivePagePlace place = page_->place();
+TEST_F(StatusPageTest, IsRefusedWhereItIsNotTheOneThatWasMeant) {
+  StatusPageHandle place = page_->place();
   place.id[3] ^= 1;
   EXPECT_FALSE(view_.open(place));
   place = page_->place();
@@ -145,13 +145,13 @@ TEST_F(LivePageTest, IsRefusedWhereItIsNotTheOneThatWasMeant) {
   EXPECT_FALSE(view_.isOpen());
 }
 
-TEST_F(LivePageTest, IsRefusedWhereItCouldShrink) {
+TEST_F(StatusPageTest, IsRefusedWhereItCouldShrink) {
   const off_t size = ::lseek(static_cast<int>(page_->place().descriptor), 0, SEEK_END);
   const int other = ::memfd_create("other", MFD_CLOEXEC | MFD_ALLOW_SEALING);
   ASSERT_EQ(::ftruncate(other, size), 0);
   const int pipeEnd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   for (const int descriptor : {other, pipeEnd}) {
-    LivePagePlace place = page_->place();
+    StatusPageHandle place = page_->place();
     place.descriptor = static_cast<std::uint32_t>(descriptor);
     place.id = {};
     EXPECT_FALSE(view_.open(place));
@@ -159,27 +159,27 @@ TEST_F(LivePageTest, IsRefusedWhereItCouldShrink) {
   }
 }
 
-TEST_F(LivePageTest, ShowsTheDeathOfItsMakerBeforeItsParentLearnsOfIt) {
+TEST_F(StatusPageTest, ShowsTheDeathOfItsMakerBeforeItsParentLearnsOfIt) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const pid_t child = forkChild();
   if (child == 0) {
-    LivePage page(system_);
+    StatusPage page(system_);
     if (page.open() != EvtRes_Success ||
-        ::write(ends[1], &page.place(), sizeof(LivePagePlace)) != sizeof(LivePagePlace)) {
+        ::write(ends[1], &page.place(), sizeof(StatusPageHandle)) != sizeof(StatusPageHandle)) {
       ::_exit(1);
     }
     for (;;) {
       ::pause();
     }
   }
-  LivePagePlace place;
+  StatusPageHandle place;
   ASSERT_EQ(::read(ends[0], &place, sizeof place), static_cast<ssize_t>(sizeof place));
   ASSERT_TRUE(view_.open(place));
-  EXPECT_TRUE(view_.shows(1));
+  EXPECT_TRUE(view_.isCurrent(1));
   ASSERT_EQ(::kill(child, SIGKILL), 0);
   ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-  EXPECT_FALSE(view_.shows(1));
+  EXPECT_FALSE(view_.isCurrent(1));
   ::close(ends[0]);
   ::close(ends[1]);
 }

@@ -10,7 +10,7 @@ namespace {
 
 using ModelSrv::internal::CacheInvalidator;
 
-constexpr std::uint64_t epochsOfAnEra = std::uint64_t{1} << EvtSrv::internal::eraShift;
+constexpr std::uint64_t epochsPerStructure = std::uint64_t{1} << EvtSrv::internal::structureShift;
 
 class CacheInvalidatorTest : public testing::Test {
  protected:
@@ -21,7 +21,7 @@ class CacheInvalidatorTest : public testing::Test {
 
   /// Tells of something, which then keeps `stamp_`; what was told holds from `epoch_` on.
   bool tell() {
-    const EvtSrv::internal::LivePage* page = invalidator_.begin();
+    const EvtSrv::internal::StatusPage* page = invalidator_.begin();
     if (page == nullptr)
       return false;
     epoch_ = page->epoch();
@@ -29,12 +29,12 @@ class CacheInvalidatorTest : public testing::Test {
     return true;
   }
 
-  [[nodiscard]] bool valueHolds() const { return view_.shows(epoch_); }
-  [[nodiscard]] bool shapeHolds() const { return view_.showsEraOf(epoch_); }
+  [[nodiscard]] bool valueHolds() const { return view_.isCurrent(epoch_); }
+  [[nodiscard]] bool shapeHolds() const { return view_.isStructureCurrent(epoch_); }
 
   EvtSrv::internal::PosixSystem system_;
   CacheInvalidator invalidator_{system_};
-  EvtSrv::internal::LivePageView view_{system_};
+  EvtSrv::internal::StatusPageReader view_{system_};
   std::uint64_t epoch_ = 0;
   std::uint32_t stamp_ = 0;
 };
@@ -73,17 +73,17 @@ TEST_F(CacheInvalidatorTest, HoldOnWhereWhatChangesWasToldOfEarlier) {
 TEST_F(CacheInvalidatorTest, AreTakenBackOnceOnly) {
   invalidator_.invalidateValue(stamp_);
   invalidator_.invalidateValue(stamp_);
-  EXPECT_TRUE(view_.shows(epoch_ + 1));
+  EXPECT_TRUE(view_.isCurrent(epoch_ + 1));
   invalidator_.invalidateAll();
   invalidator_.invalidateAll();
   invalidator_.invalidateValue(stamp_);
-  EXPECT_TRUE(view_.shows(epoch_ + 1 + epochsOfAnEra));
+  EXPECT_TRUE(view_.isCurrent(epoch_ + 1 + epochsPerStructure));
 }
 
 TEST_F(CacheInvalidatorTest, AreTakenBackWhereTheEpochsRunIntoTheNextEra) {
   const std::uint64_t first = epoch_;
-  while (view_.showsEraOf(first)) {
-    ASSERT_LE(epoch_ - first, epochsOfAnEra);
+  while (view_.isStructureCurrent(first)) {
+    ASSERT_LE(epoch_ - first, epochsPerStructure);
     invalidator_.invalidateValue(stamp_);
     ASSERT_TRUE(tell());
   }

@@ -17,8 +17,8 @@ namespace {
 
 using namespace ModelSrv;
 using namespace ModelSrv::internal;
-using EvtSrv::internal::LivePage;
 using EvtSrv::internal::nativeOrder;
+using EvtSrv::internal::StatusPage;
 
 using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
@@ -63,7 +63,7 @@ class ReplyCacheTest : public testing::Test {
   }
 
   EvtSrv::internal::PosixSystem system_;
-  LivePage page_{system_};
+  StatusPage page_{system_};
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
   ModelRoot root_{&manager_};
   ModelNode b_{5, "b"};
@@ -143,7 +143,7 @@ TEST_F(ReplyCacheTest, OutlastTheEpochWhereTheyAreNoValues) {
   Chain ids;
   EXPECT_TRUE(cache_.childIds(*part, ids));
   EXPECT_EQ(ids, (Chain{2, 1}));
-  page_.advanceEra();
+  page_.advanceStructure();
   EXPECT_EQ(cache_.find(Chain{5}, Wanted::shape), nullptr);
 }
 
@@ -226,7 +226,7 @@ TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
 }
 
 TEST_F(ReplyCacheTest, HoldNothingOfAServerWhoseThreadHasEnded) {
-  auto page = std::make_unique<LivePage>(system_);
+  auto page = std::make_unique<StatusPage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
   Bytes reply;
   PrefetchWriter().write(root_, root_, 100, *page, reply);
@@ -303,7 +303,7 @@ class PrefetchWriterTest : public testing::Test {
   static constexpr std::size_t longestText = std::size_t{16} * 1024 - 6;
 
   EvtSrv::internal::PosixSystem system_;
-  LivePage page_{system_};
+  StatusPage page_{system_};
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
   ModelRoot root_{&manager_};
   std::vector<std::unique_ptr<ValuePart<std::string>>> texts_;
