@@ -102,8 +102,8 @@ EvtRes StatusPage::open() {
 }
 
 EvtRes StatusPage::make() {
-  StatusPageHandle place;
-  if (const int refusal = system_.random(place.id); refusal < 0) {
+  StatusPageHandle handle;
+  if (const int refusal = system_.random(handle.id); refusal < 0) {
     return resultOf(refusal);
   }
   if (const int refusal = descriptor_.adopt(system_, system_.createMemory(pageSize)); refusal < 0) {
@@ -123,10 +123,10 @@ EvtRes StatusPage::make() {
     content_ = nullptr;
     return EvtRes_SystemError;
   }
-  place.process = system_.processId();
-  place.descriptor = static_cast<std::uint32_t>(descriptor_.number());
-  place_ = place;
-  content_->id = place.id;
+  handle.process = system_.processId();
+  handle.descriptor = static_cast<std::uint32_t>(descriptor_.number());
+  handle_ = handle;
+  content_->id = handle.id;
   content_->open.store(1, std::memory_order_release);
   advance();
   return EvtRes_Success;
@@ -158,12 +158,12 @@ void StatusPage::advanceBy(std::uint64_t epochs) {
   epoch_ = content_->epoch.fetch_add(epochs, std::memory_order_seq_cst) + epochs;
 }
 
-bool StatusPageReader::open(const StatusPageHandle& place) {
+bool StatusPageReader::open(const StatusPageHandle& handle) {
   close();
   FileDescriptor descriptor;
   struct stat status {};
   void* mapping = nullptr;
-  if (descriptor.adopt(system_, system_.openDescriptorOf(place.process, place.descriptor)) < 0) {
+  if (descriptor.adopt(system_, system_.openDescriptorOf(handle.process, handle.descriptor)) < 0) {
     return false;
   }
   const int seals = system_.seals(descriptor.number());
@@ -174,8 +174,8 @@ bool StatusPageReader::open(const StatusPageHandle& place) {
     return false;
   }
   content_ = static_cast<const StatusPageContent*>(mapping);
-  place_ = place;
-  if (content_->id != place.id || !isPlausibleWord(content_->ownerWord)) {
+  handle_ = handle;
+  if (content_->id != handle.id || !isPlausibleWord(content_->ownerWord)) {
     close();
     return false;
   }

@@ -59,7 +59,7 @@ class StatusPage {
   void close();
 
   [[nodiscard]] bool isOpen() const { return content_ != nullptr; }
-  [[nodiscard]] const StatusPageHandle& place() const { return place_; }
+  [[nodiscard]] const StatusPageHandle& handle() const { return handle_; }
   [[nodiscard]] std::uint64_t epoch() const { return epoch_; }
 
   /// Begins another epoch; every look from now on sees it. It is one of the same era,
@@ -77,7 +77,7 @@ class StatusPage {
   FileDescriptor descriptor_;
   StatusPageContent* content_ = nullptr;  ///< the mapping; owned
   std::thread::id opener_;                ///< who holds the page's mutex
-  StatusPageHandle place_;
+  StatusPageHandle handle_;
   std::uint64_t epoch_ = 0;
 };
 
@@ -89,14 +89,14 @@ class StatusPageReader {
   StatusPageReader(const StatusPageReader&) = delete;
   StatusPageReader& operator=(const StatusPageReader&) = delete;
 
-  /// Looks at the page at `place` from now on. False where it cannot be had: the
-  /// server is another user's, or in another place than it says, or its page is
+  /// Looks at the page at `handle` from now on. False where it cannot be had: the
+  /// server is another user's, or in another handle than it says, or its page is
   /// not one that can be trusted.
-  bool open(const StatusPageHandle& place);
+  bool open(const StatusPageHandle& handle);
   void close();
 
   [[nodiscard]] bool isOpen() const { return content_ != nullptr; }
-  [[nodiscard]] const StatusPageHandle& place() const { return place_; }
+  [[nodiscard]] const StatusPageHandle& handle() const { return handle_; }
 
   /// Whether the server lives and serves, and its epoch is still `epoch`.
   [[nodiscard]] bool isCurrent(std::uint64_t epoch) const;
@@ -108,7 +108,7 @@ class StatusPageReader {
  private:
   System& system_;
   const StatusPageContent* content_ = nullptr;  ///< the mapping; owned
-  StatusPageHandle place_;
+  StatusPageHandle handle_;
 };
 
 }  // namespace EvtSrv::internal

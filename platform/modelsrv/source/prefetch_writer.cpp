@@ -20,10 +20,10 @@ constexpr std::size_t longestSection = std::size_t{16} * 1024;
 constexpr std::size_t mostEntries = 4096;
 
 void writeHandle(const StatusPage& page, PayloadWriter& writer) {
-  const StatusPageHandle& place = page.place();
-  writer.u32(place.process);
-  writer.u32(place.descriptor);
-  writer.bytes({reinterpret_cast<const char*>(place.id.data()), place.id.size()});
+  const StatusPageHandle& handle = page.handle();
+  writer.u32(handle.process);
+  writer.u32(handle.descriptor);
+  writer.bytes({reinterpret_cast<const char*>(handle.id.data()), handle.id.size()});
   writer.u32(static_cast<std::uint32_t>(page.epoch() >> 32));
   writer.u32(static_cast<std::uint32_t>(page.epoch()));
 }
@@ -95,10 +95,10 @@ bool isPlain(ModelPart& part) {
          PartAccess::elementNames(part).empty();
 }
 
-/// Puts `value` into `text` at that place.
+/// Puts `value` into `text` at that offset.
 template <typename Number>
-void put(std::string& text, std::size_t place, Number value) {
-  std::memcpy(text.data() + place, &value, sizeof value);
+void put(std::string& text, std::size_t offset, Number value) {
+  std::memcpy(text.data() + offset, &value, sizeof value);
 }
 
 /// `text` is room for a text, and its size then what it took to read the value.
@@ -151,12 +151,12 @@ void PrefetchWriter::findPositions(const ModelRoot& root, const ModelPart& part)
     const ModelNode* node = PartAccess::parent(*at);
     const auto& siblings = node->children();
     // More often than not they are in the order of their ids.
-    auto place = std::lower_bound(
+    auto next = std::lower_bound(
         siblings.begin(), siblings.end(), at->id(),
         [](const ModelPart* sibling, ModelPartId id) { return sibling->id() < id; });
-    if (place == siblings.end() || *place != at)
-      place = std::find(siblings.begin(), siblings.end(), at);
-    above_.push_back({node, static_cast<std::size_t>(place - siblings.begin()) + 1});
+    if (next == siblings.end() || *next != at)
+      next = std::find(siblings.begin(), siblings.end(), at);
+    above_.push_back({node, static_cast<std::size_t>(next - siblings.begin()) + 1});
   }
   std::reverse(above_.begin(), above_.end());
 }

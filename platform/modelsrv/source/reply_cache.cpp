@@ -120,9 +120,9 @@ const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::u
   bytes_.assign(reply.begin(), reply.end());
   order_ = order;
   PayloadReader in(bytes_, order);
-  StatusPageHandle place;
+  StatusPageHandle handle;
   std::uint64_t epoch = 0;
-  if (!readHandle(in, place, epoch))
+  if (!readHandle(in, handle, epoch))
     return nullptr;
   addAbove(chain);
   const auto wanted = static_cast<std::uint32_t>(parts_.size());
@@ -144,7 +144,7 @@ const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::u
   makeIndex();
   parts_[wanted].asked = true;
   asked_ = 1;
-  if ((page_.isOpen() && page_.place() == place) || page_.open(place))
+  if ((page_.isOpen() && page_.handle() == handle) || page_.open(handle))
     epoch_ = epoch;
   return &parts_[wanted];
 }
@@ -157,11 +157,11 @@ void ReplyCache::clear() {
   asked_ = 0;
 }
 
-bool ReplyCache::readHandle(PayloadReader& in, StatusPageHandle& place, std::uint64_t& epoch) {
-  place.process = in.u32();
-  place.descriptor = in.u32();
-  const std::string_view id = in.bytes(place.id.size());
-  std::copy(id.begin(), id.end(), place.id.begin());
+bool ReplyCache::readHandle(PayloadReader& in, StatusPageHandle& handle, std::uint64_t& epoch) {
+  handle.process = in.u32();
+  handle.descriptor = in.u32();
+  const std::string_view id = in.bytes(handle.id.size());
+  std::copy(id.begin(), id.end(), handle.id.begin());
   epoch = std::uint64_t{in.u32()} << 32;
   epoch |= in.u32();
   return in.ok();

@@ -82,7 +82,7 @@ class ReplyCache {
   [[nodiscard]] EvtSrv::internal::PayloadReader reader(std::uint32_t begin,
                                                        std::uint32_t end) const;
   static bool readHandle(EvtSrv::internal::PayloadReader& in,
-                         EvtSrv::internal::StatusPageHandle& place, std::uint64_t& epoch);
+                         EvtSrv::internal::StatusPageHandle& handle, std::uint64_t& epoch);
   void addAbove(ChainView chain);
   Part* add(std::uint16_t depth, ModelPartId id);
   void makeIndex();

@@ -22,7 +22,7 @@ class StatusPageTest : public testing::Test {
   void SetUp() override { ASSERT_EQ(page_->open(), EvtRes_Success); }
 
   std::string pathOfPage() const {
-    return "/proc/self/fd/" + std::to_string(page_->place().descriptor);
+    return "/proc/self/fd/" + std::to_string(page_->handle().descriptor);
   }
 
   PosixSystem system_;
@@ -31,7 +31,7 @@ class StatusPageTest : public testing::Test {
 };
 
 TEST_F(StatusPageTest, ShowsThePresentEpochAlone) {
-  ASSERT_TRUE(view_.open(page_->place()));
+  ASSERT_TRUE(view_.open(page_->handle()));
   const std::uint64_t first = page_->epoch();
   EXPECT_TRUE(view_.isCurrent(first));
   EXPECT_FALSE(view_.isCurrent(first + 1));
@@ -41,7 +41,7 @@ TEST_F(StatusPageTest, ShowsThePresentEpochAlone) {
 }
 
 TEST_F(StatusPageTest, ShowsAnEraThatOutlastsItsEpochs) {
-  ASSERT_TRUE(view_.open(page_->place()));
+  ASSERT_TRUE(view_.open(page_->handle()));
   const std::uint64_t first = page_->epoch();
   page_->advance();
   EXPECT_TRUE(view_.isStructureCurrent(first));
@@ -54,7 +54,7 @@ TEST_F(StatusPageTest, ShowsAnEraThatOutlastsItsEpochs) {
 }
 
 TEST_F(StatusPageTest, ShowsNothingOnceItIsClosed) {
-  ASSERT_TRUE(view_.open(page_->place()));
+  ASSERT_TRUE(view_.open(page_->handle()));
   const std::uint64_t epoch = page_->epoch();
   page_->close();
   EXPECT_FALSE(view_.isCurrent(epoch));
@@ -65,7 +65,7 @@ TEST_F(StatusPageTest, ShowsNothingOnceItIsClosed) {
 TEST_F(StatusPageTest, ShowsNothingAfterTheThreadThatOpenedIt) {
   auto page = std::make_unique<StatusPage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtRes_Success); }).join();
-  ASSERT_TRUE(view_.open(page->place()));
+  ASSERT_TRUE(view_.open(page->handle()));
   EXPECT_FALSE(view_.isServerAlive());
   EXPECT_FALSE(view_.isCurrent(page->epoch()));
   // Another thread's robust mutexes are as they were.
@@ -75,7 +75,7 @@ TEST_F(StatusPageTest, ShowsNothingAfterTheThreadThatOpenedIt) {
 }
 
 TEST_F(StatusPageTest, IsClosedByAnotherThreadAsWell) {
-  ASSERT_TRUE(view_.open(page_->place()));
+  ASSERT_TRUE(view_.open(page_->handle()));
   const std::uint64_t epoch = page_->epoch();
   std::thread([this] { page_.reset(); }).join();
   EXPECT_FALSE(view_.isCurrent(epoch));
@@ -84,7 +84,7 @@ TEST_F(StatusPageTest, IsClosedByAnotherThreadAsWell) {
 }
 
 TEST_F(StatusPageTest, NeverGoesBackWhateverAForkedChildDoes) {
-  ASSERT_TRUE(view_.open(page_->place()));
+  ASSERT_TRUE(view_.open(page_->handle()));
   const pid_t child = forkChild();
   if (child == 0) {
     for (int i = 0; i < 3; ++i) {
@@ -112,11 +112,11 @@ TEST_F(StatusPageTest, IsLookedForAmongRegularFilesAlone) {
 
 TEST_F(StatusPageTest, LeavesNoDescriptorWithThoseWhoLookAtIt) {
   const std::size_t before = openDescriptors();
-  ASSERT_TRUE(view_.open(page_->place()));
+  ASSERT_TRUE(view_.open(page_->handle()));
   EXPECT_EQ(openDescriptors(), before);
-  StatusPageHandle place = page_->place();
-  place.id[0] ^= 1;
-  EXPECT_FALSE(view_.open(place));
+  StatusPageHandle handle = page_->handle();
+  handle.id[0] ^= 1;
+  EXPECT_FALSE(view_.open(handle));
   EXPECT_EQ(openDescriptors(), before);
   page_.reset();
   EXPECT_EQ(openDescriptors(), before - 1);
@@ -133,28 +133,28 @@ TEST_F(StatusPageTest, CannotBeChangedByThoseWhoLookAtIt) {
 }
 
 TEST_F(StatusPageTest, IsRefusedWhereItIsNotTheOneThatWasMeant) {
-  StatusPageHandle place = page_->place();
-  place.id[3] ^= 1;
-  EXPECT_FALSE(view_.open(place));
-  place = page_->place();
-  place.descriptor = 1'000'000;
-  EXPECT_FALSE(view_.open(place));
-  place = page_->place();
-  place.process = 0x7FFFFFFF;
-  EXPECT_FALSE(view_.open(place));
+  StatusPageHandle handle = page_->handle();
+  handle.id[3] ^= 1;
+  EXPECT_FALSE(view_.open(handle));
+  handle = page_->handle();
+  handle.descriptor = 1'000'000;
+  EXPECT_FALSE(view_.open(handle));
+  handle = page_->handle();
+  handle.process = 0x7FFFFFFF;
+  EXPECT_FALSE(view_.open(handle));
   EXPECT_FALSE(view_.isOpen());
 }
 
 TEST_F(StatusPageTest, IsRefusedWhereItCouldShrink) {
-  const off_t size = ::lseek(static_cast<int>(page_->place().descriptor), 0, SEEK_END);
+  const off_t size = ::lseek(static_cast<int>(page_->handle().descriptor), 0, SEEK_END);
   const int other = ::memfd_create("other", MFD_CLOEXEC | MFD_ALLOW_SEALING);
   ASSERT_EQ(::ftruncate(other, size), 0);
   const int pipeEnd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   for (const int descriptor : {other, pipeEnd}) {
-    StatusPageHandle place = page_->place();
-    place.descriptor = static_cast<std::uint32_t>(descriptor);
-    place.id = {};
-    EXPECT_FALSE(view_.open(place));
+    StatusPageHandle handle = page_->handle();
+    handle.descriptor = static_cast<std::uint32_t>(descriptor);
+    handle.id = {};
+    EXPECT_FALSE(view_.open(handle));
     ::close(descriptor);
   }
 }
@@ -166,16 +166,16 @@ TEST_F(StatusPageTest, ShowsTheDeathOfItsMakerBeforeItsParentLearnsOfIt) {
   if (child == 0) {
     StatusPage page(system_);
     if (page.open() != EvtRes_Success ||
-        ::write(ends[1], &page.place(), sizeof(StatusPageHandle)) != sizeof(StatusPageHandle)) {
+        ::write(ends[1], &page.handle(), sizeof(StatusPageHandle)) != sizeof(StatusPageHandle)) {
       ::_exit(1);
     }
     for (;;) {
       ::pause();
     }
   }
-  StatusPageHandle place;
-  ASSERT_EQ(::read(ends[0], &place, sizeof place), static_cast<ssize_t>(sizeof place));
-  ASSERT_TRUE(view_.open(place));
+  StatusPageHandle handle;
+  ASSERT_EQ(::read(ends[0], &handle, sizeof handle), static_cast<ssize_t>(sizeof handle));
+  ASSERT_TRUE(view_.open(handle));
   EXPECT_TRUE(view_.isCurrent(1));
   ASSERT_EQ(::kill(child, SIGKILL), 0);
   ASSERT_EQ(::waitpid(child, nullptr, 0), child);

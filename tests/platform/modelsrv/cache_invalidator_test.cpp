@@ -16,7 +16,7 @@ class CacheInvalidatorTest : public testing::Test {
  protected:
   void SetUp() override {
     invalidator_.start();
-    ASSERT_TRUE(tell() && view_.open(invalidator_.begin()->place()));
+    ASSERT_TRUE(tell() && view_.open(invalidator_.begin()->handle()));
   }
 
   /// Tells of something, which then keeps `stamp_`; what was told holds from `epoch_` on.

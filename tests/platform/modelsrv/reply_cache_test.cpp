@@ -205,11 +205,11 @@ TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
 
 TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
   const Bytes reply = prefetch(x_, 1);
-  const Bytes place(reply.begin(), reply.begin() + sizeof(std::uint32_t) * 4 + 16);
+  const Bytes handle(reply.begin(), reply.begin() + sizeof(std::uint32_t) * 4 + 16);
   // A part of that many bytes: its depth, id and contents, then a value of zeros.
   const auto filledUpTo = [&](std::size_t size) {
     constexpr std::size_t beforeText = 15;
-    Bytes bytes = place;
+    Bytes bytes = handle;
     EvtSrv::internal::PayloadWriter writer(bytes);
     writer.u16(2);
     writer.u16(2);
@@ -217,7 +217,7 @@ TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
     writer.u16(0);
     writer.u16(0);
     writer.u16(ModelRes_Success);
-    writer.u32(static_cast<std::uint32_t>(size - place.size() - beforeText));
+    writer.u32(static_cast<std::uint32_t>(size - handle.size() - beforeText));
     bytes.resize(size);
     return bytes;
   };
