@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "evtsrv/event_port_manager.h"
-#include "tests/promise/published_model.h"
+#include "tests/coherence/published_model.h"
 
 // Publishes the tree of the tests as port argv[1], and changes it as the lines of
 // its standard input say; answers each with "ok" when the change is done.
@@ -15,7 +15,7 @@
 
 namespace {
 
-using namespace promise;
+using namespace coherence;
 
 /// `tree` knows which parts there are, not their values.
 void follow(TreeModel& tree, PublishedModel& published, const std::string& line) {

@@ -9,8 +9,8 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "tests/platform/modelsrv/served_tree.h"
-#include "tests/promise/model_client.h"
-#include "tests/promise/published_model.h"
+#include "tests/coherence/model_client.h"
+#include "tests/coherence/published_model.h"
 #include "tests/support/port_name.h"
 
 // Changes and questions at the same time: an answer lies between what was
@@ -19,7 +19,7 @@
 namespace {
 
 using namespace ModelSrv;
-using namespace promise;
+using namespace coherence;
 
 constexpr unsigned short parts = 40;
 
@@ -115,7 +115,7 @@ void checkAll(ModelClient& client, const Counters& counters) {
   checkChild(client, counters);
 }
 
-TEST(PromiseUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) {
+TEST(CoherenceUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) {
   constexpr int walks = 300;
   Counters counters;
   std::atomic<int> asking{0};
@@ -143,7 +143,7 @@ TEST(PromiseUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) {
     client.join();
 }
 
-TEST(PromiseToMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
+TEST(CoherenceForMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
   constexpr int rounds = 60;
   Counters counters;
   std::vector<std::unique_ptr<ModelClient>> clients;
@@ -170,7 +170,7 @@ TEST(PromiseToMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
   }
 }
 
-TEST(PromiseOfALiveServer, EndsWithTheServiceInTheSameProcess) {
+TEST(CoherenceOfALiveServer, EndsWithTheServiceInTheSameProcess) {
   ModelClient client;
   std::vector<unsigned short> ids;
   {

@@ -6,9 +6,9 @@
 
 #include "modelsrv/model_root.h"
 #include "tests/platform/modelsrv/stand_in.h"
-#include "tests/promise/tree_model.h"
+#include "tests/coherence/tree_model.h"
 
-namespace promise {
+namespace coherence {
 
 /// A client that asks one thing at a time.
 class ModelClient {
@@ -54,4 +54,4 @@ class ModelClient {
   modelsrv_tests::StandIn part_{root_};
 };
 
-}  // namespace promise
+}  // namespace coherence

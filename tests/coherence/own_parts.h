@@ -7,12 +7,12 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "tests/promise/tree_model.h"
+#include "tests/coherence/tree_model.h"
 
 // Parts of a program's own classes below the root that `manager` serves: what they
 // answer about children, elements and names goes with what they hold.
 
-namespace promise {
+namespace coherence {
 
 /// Texts whose number and names change with them (`PartModel::take`).
 class VaryingPart final : public ModelSrv::ModelPart {
@@ -110,4 +110,4 @@ class FoldingNode final : public ModelSrv::ModelNode {
   bool isFolded_;
 };
 
-}  // namespace promise
+}  // namespace coherence

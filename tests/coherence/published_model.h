@@ -6,10 +6,10 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
-#include "tests/promise/own_parts.h"
-#include "tests/promise/tree_model.h"
+#include "tests/coherence/own_parts.h"
+#include "tests/coherence/tree_model.h"
 
-namespace promise {
+namespace coherence {
 
 /// A `TreeModel` as parts below a root that serves it.
 class PublishedModel {
@@ -98,4 +98,4 @@ class PublishedModel {
   std::map<Chain, std::unique_ptr<ModelSrv::ModelPart>, DeepFirst> parts_;
 };
 
-}  // namespace promise
+}  // namespace coherence

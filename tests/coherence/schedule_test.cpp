@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/promise/model_client.h"
+#include "tests/coherence/model_client.h"
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
@@ -20,16 +20,16 @@
 namespace {
 
 using namespace ModelSrv;
-using namespace promise;
+using namespace coherence;
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define PROMISE_SANITIZED
+#define COHERENCE_SANITIZED
 #endif
 #endif
 
 /// The sanitized builds take several times as long a step.
-#ifdef PROMISE_SANITIZED
+#ifdef COHERENCE_SANITIZED
 constexpr int steps = 1000;
 #else
 constexpr int steps = 3000;
@@ -115,7 +115,7 @@ class Schedule {
 
   void start() {
     server_ = std::make_unique<test_support::Process>(
-        std::vector<std::string>{test_support::buildDirectory() + "/tests/promise_server", port_});
+        std::vector<std::string>{test_support::buildDirectory() + "/tests/coherence_server", port_});
     ASSERT_TRUE(server_->waitForLine("ready"));
     tree_ = TreeModel::initial();
   }
@@ -385,9 +385,9 @@ class Schedule {
   int stops_ = 1;
 };
 
-class PromiseSchedule : public testing::TestWithParam<unsigned> {};
+class CoherenceSchedule : public testing::TestWithParam<unsigned> {};
 
-TEST_P(PromiseSchedule, NoAnswerIsOlderThanWhatWasAcknowledged) {
+TEST_P(CoherenceSchedule, NoAnswerIsOlderThanWhatWasAcknowledged) {
   Schedule schedule(GetParam());
   for (int i = 0; i < steps && !HasFailure(); ++i) {
     SCOPED_TRACE("step " + std::to_string(i));
@@ -395,6 +395,6 @@ TEST_P(PromiseSchedule, NoAnswerIsOlderThanWhatWasAcknowledged) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, PromiseSchedule, testing::Range(1U, 7U));
+INSTANTIATE_TEST_SUITE_P(Seeds, CoherenceSchedule, testing::Range(1U, 7U));
 
 }  // namespace

@@ -1,10 +1,10 @@
-#include "tests/promise/tree_model.h"
+#include "tests/coherence/tree_model.h"
 
 #include <algorithm>
 #include <sstream>
 #include <utility>
 
-namespace promise {
+namespace coherence {
 
 namespace {
 
@@ -177,4 +177,4 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-}  // namespace promise
+}  // namespace coherence

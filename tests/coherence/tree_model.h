@@ -8,7 +8,7 @@
 
 /// A tree of texts as a table: what a server publishes, and what a test expects of
 /// its answers.
-namespace promise {
+namespace coherence {
 
 using Chain = std::vector<ModelSrv::ModelPartId>;
 
@@ -72,4 +72,4 @@ Chain chainOf(const std::string& text);
 /// The texts between line feeds; one where there is none.
 std::vector<std::string> linesOf(const std::string& text);
 
-}  // namespace promise
+}  // namespace coherence

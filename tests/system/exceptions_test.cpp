@@ -12,7 +12,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "tests/promise/model_client.h"
+#include "tests/coherence/model_client.h"
 #include "tests/support/port_name.h"
 
 // The libraries hold the parts of the C++ library that they use, and a program has
@@ -180,7 +180,7 @@ TEST_F(Exceptions, OfTheLibraryAreCarriedToAnotherThread) {
 }
 
 TEST_F(Exceptions, OfWantOfMemoryInAPartAreCaughtInTheLibraryAndEndTheConnectionAlone) {
-  promise::ModelClient client;
+  coherence::ModelClient client;
   std::string text;
   serve([&] { EXPECT_EQ(client.connect(port_), ModelRes_Success); });
   for (int i = 0; i < 3; ++i) {
