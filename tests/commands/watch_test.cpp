@@ -113,7 +113,7 @@ TEST_F(Watch, CallsTheHandlerForEveryChild) {
 }
 
 TEST_F(Watch, SubscribesAfterASubtreeThatMemoryWasMissingFor) {
-  struct Scarce : TreeScope {
+  struct OutOfMemoryAt : TreeScope {
     using TreeScope::TreeScope;
     int doEu(unsigned options, const char* path) override {
       if (calls++ == 1) {
@@ -123,7 +123,7 @@ TEST_F(Watch, SubscribesAfterASubtreeThatMemoryWasMissingFor) {
     }
     int calls = 0;
   };
-  Scarce scarce(&manager_, 1);
+  OutOfMemoryAt scarce(&manager_, 1);
   test_support::CapturedOutput captured;
   ASSERT_EQ(scarce.dispatch(("cd " + name_).c_str()), 1);
   EXPECT_EQ(scarce.dispatch("eu -r noname-3"), 8);

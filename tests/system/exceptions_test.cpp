@@ -153,7 +153,7 @@ TEST_F(Exceptions, OfTheLibraryAreCaughtInTheProgramByAnyOfTheirTypes) {
   expectNothingLeft();
 }
 
-TEST_F(Exceptions, OfWantOfMemoryInAPartAreAResultInTheProgramItself) {
+TEST_F(Exceptions, OfAnAllocationInAPartAreAResultInTheProgramItself) {
   moody_.mood = Mood::shortOfMemory;
   std::ostringstream text;
   EXPECT_EQ(moody_.save(text, ModelPartIndex_All), ModelRes_SystemError);
@@ -179,7 +179,7 @@ TEST_F(Exceptions, OfTheLibraryAreCarriedToAnotherThread) {
   expectNothingLeft();
 }
 
-TEST_F(Exceptions, OfWantOfMemoryInAPartAreCaughtInTheLibraryAndEndTheConnectionAlone) {
+TEST_F(Exceptions, OfAnAllocationInAPartAreCaughtInTheLibraryAndEndTheConnectionAlone) {
   coherence::ModelClient client;
   std::string text;
   serve([&] { EXPECT_EQ(client.connect(port_), ModelRes_Success); });

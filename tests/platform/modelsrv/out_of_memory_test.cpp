@@ -44,7 +44,7 @@ void forEachAllocation(const std::function<bool(int refused)>& attempt) {
   EXPECT_GT(refused, 0) << "nothing was allocated";
 }
 
-TEST(WantOfMemory, IsAResultOfWhatAClientAsks) {
+TEST(OutOfMemory, IsAResultOfWhatAClientAsks) {
   using Question = std::function<ModelRes(Client&)>;
   const std::array<Question, 6> questions{
       [](Client& client) {
@@ -91,7 +91,7 @@ bool hasSubscribers(Server& server) {
   return internal::PartAccess::subscribers(server.speed) != nullptr;
 }
 
-TEST(WantOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
+TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
   forEachAllocation([](int refused) {
     const std::string name = test_support::uniquePortName();
     Server server(name);
@@ -121,7 +121,7 @@ TEST(WantOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
   });
 }
 
-TEST(WantOfMemory, LeavesNothingOfAConnectionThatWasNotMade) {
+TEST(OutOfMemory, LeavesNothingOfAConnectionThatWasNotMade) {
   forEachAllocation([](int refused) {
     const std::string name = test_support::uniquePortName();
     Server server(name);
@@ -147,7 +147,7 @@ TEST(WantOfMemory, LeavesNothingOfAConnectionThatWasNotMade) {
   });
 }
 
-TEST(WantOfMemory, DoesNotKeepAClientFromConnectingAgain) {
+TEST(OutOfMemory, DoesNotKeepAClientFromConnectingAgain) {
   forEachAllocation([](int refused) {
     const std::string name = test_support::uniquePortName();
     auto server = std::make_unique<Server>(name);
@@ -198,7 +198,7 @@ class Acceptance {
   std::thread thread_;
 };
 
-TEST(WantOfMemory, OfAServerThatAcceptsAClientKeepsNobodyElseOut) {
+TEST(OutOfMemory, OfAServerThatAcceptsAClientKeepsNobodyElseOut) {
   // A client whose hello was lost waits for its time to be over; all do at once.
   std::vector<std::unique_ptr<Acceptance>> acceptances;
   forEachAllocation([&acceptances](int refused) {
@@ -215,7 +215,7 @@ TEST(WantOfMemory, OfAServerThatAcceptsAClientKeepsNobodyElseOut) {
   });
 }
 
-TEST(WantOfMemory, DoesNotKeepAServerFromItsStop) {
+TEST(OutOfMemory, DoesNotKeepAServerFromItsStop) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   std::array<Client, 3> clients;
@@ -228,7 +228,7 @@ TEST(WantOfMemory, DoesNotKeepAServerFromItsStop) {
   EXPECT_EQ(server.root.finishActiveTerm(patience), EvtSrv::EvtRes_Success);
 }
 
-TEST(WantOfMemory, DoesNotKeepAClientFromItsEnd) {
+TEST(OutOfMemory, DoesNotKeepAClientFromItsEnd) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   auto client = std::make_unique<Client>();
@@ -238,7 +238,7 @@ TEST(WantOfMemory, DoesNotKeepAClientFromItsEnd) {
 }
 
 /// One client's subscriptions in a server, without a client.
-class WantOfMemoryOfTheServer : public testing::Test {
+class OutOfMemoryOfTheServer : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(root_.add(&speed_), ModelRes_Success);
@@ -260,7 +260,7 @@ class WantOfMemoryOfTheServer : public testing::Test {
   ArrayPart<std::int32_t> gains_{2, "gains", {0, 0, 0}};
 };
 
-TEST_F(WantOfMemoryOfTheServer, LeavesNothingOfASubscription) {
+TEST_F(OutOfMemoryOfTheServer, LeavesNothingOfASubscription) {
   forEachAllocation([this](int refused) {
     FakeConnection connection;
     internal::SessionSubscriptions session(connection);
@@ -282,7 +282,7 @@ TEST_F(WantOfMemoryOfTheServer, LeavesNothingOfASubscription) {
   });
 }
 
-TEST_F(WantOfMemoryOfTheServer, EndsTheConnectionThatCannotBeTold) {
+TEST_F(OutOfMemoryOfTheServer, EndsTheConnectionThatCannotBeTold) {
   forEachAllocation([this](int refused) {
     FakeConnection connection;
     internal::SessionSubscriptions session(connection);
@@ -300,7 +300,7 @@ TEST_F(WantOfMemoryOfTheServer, EndsTheConnectionThatCannotBeTold) {
   });
 }
 
-TEST_F(WantOfMemoryOfTheServer, LeavesAllOfAnArrayAsItWas) {
+TEST_F(OutOfMemoryOfTheServer, LeavesAllOfAnArrayAsItWas) {
   ArrayPart<std::string> texts(3, "texts", {"a", "b"});
   ASSERT_EQ(root_.add(&texts), ModelRes_Success);
   std::vector<std::string> next;
@@ -330,7 +330,7 @@ TEST_F(WantOfMemoryOfTheServer, LeavesAllOfAnArrayAsItWas) {
   }
 }
 
-TEST_F(WantOfMemoryOfTheServer, LeavesTheTreeAsItWas) {
+TEST_F(OutOfMemoryOfTheServer, LeavesTheTreeAsItWas) {
   forEachAllocation([this](int refused) {
     ModelNode group(9, "group");
     ModelNode inner(1, "inner");

@@ -23,7 +23,7 @@ bool failsToAllocate() {
   }
 }
 
-TEST(WantOfMemory, LeavesNoExceptionUncaughtInAProgramThatLinksTheLibraries) {
+TEST(OutOfMemory, LeavesNoExceptionUncaughtInAProgramThatLinksTheLibraries) {
   KSTD::KThreadMutex ofTheLibrary;
   ofTheLibrary.lock();
   ofTheLibrary.unlock();
