@@ -110,7 +110,7 @@ int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const char*
     }
     return result::nothing;
   }
-  const RememberedChildren::Use use(rememberedChildren_);
+  const ChildListCache::Use use(childListCache_);
   SubscribingWalk walk(subscribingWalk_);
   walk.enter(node.size(), base, std::move(children));
   int last = result::nothing;
@@ -126,7 +126,7 @@ int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const char*
 }
 
 void TreeScope::listSubscriptions(bool resetEach) {
-  const RememberedChildren::Use use(rememberedChildren_);
+  const ChildListCache::Use use(childListCache_);
   for (const IdChain& chain : currentPart_->subscriptions()) {
     const std::string line = pathText(namePathOf(chain, true));
     printer_.printLineReset({0, colourDefault, line.c_str()}, resetEach, false);
@@ -143,7 +143,7 @@ int TreeScope::doDu(const char* path) {
   }
   std::vector<std::string> target = currentPath_;
   followPath(expandPath(path), target);
-  const RememberedChildren::Use use(rememberedChildren_);
+  const ChildListCache::Use use(childListCache_);
   const std::list<IdChain> subscribed = currentPart_->subscriptions();
   for (const IdChain& chain : subscribed) {
     // What lies deeper than the target is not compared and need not be named.

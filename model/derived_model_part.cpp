@@ -41,7 +41,7 @@ void DerivedModelPart::removeSubscription(const IdChain& chain) {
   names_.erase(chain);
 }
 
-const std::vector<std::string>* DerivedModelPart::notedNames(const IdChain& chain) const {
+const std::vector<std::string>* DerivedModelPart::cachedNames(const IdChain& chain) const {
   const auto noted = names_.find(chain);
   return noted == names_.end() ? nullptr : &noted->second;
 }

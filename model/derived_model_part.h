@@ -75,7 +75,7 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   // is subscribed anew or another server takes the connection.
 
   /// What was noted for `chain`; null where nothing was.
-  [[nodiscard]] const std::vector<std::string>* notedNames(const IdChain& chain) const;
+  [[nodiscard]] const std::vector<std::string>* cachedNames(const IdChain& chain) const;
   /// Notes the names along `chain`, if it is subscribed.
   void noteNames(const IdChain& chain, const std::vector<std::string>& names);
   /// The server may be another one.

@@ -53,7 +53,7 @@ bool TreeScope::fetchChildNames(const IdChain& chain, std::vector<std::string>& 
 
 bool TreeScope::fetchChildren(const IdChain& chain, ChildList& children, bool lock) {
   // The update display runs on another thread than the command that remembers.
-  RememberedChildren* const remembered = lock ? rememberedChildren_ : nullptr;
+  ChildListCache* const remembered = lock ? childListCache_ : nullptr;
   if (remembered != nullptr) {
     if (const ChildList* known = remembered->find(chain)) {
       children = *known;

@@ -9,12 +9,12 @@
 
 #include "kstd/thread_mutex.h"
 #include "model/child_list.h"
+#include "model/child_list_cache.h"
 #include "model/derived_model_part.h"
 #include "model/derived_model_root.h"
 #include "model/element_choice.h"
 #include "model/id_chain.h"
 #include "model/model_data_tree.h"
-#include "model/remembered_children.h"
 #include "shell/scope_base.h"
 #include "term/listing_node.h"
 
@@ -261,7 +261,7 @@ class TreeScope : public ScopeBase, public DerivedModelRoot {
   std::ostringstream valueStream_;  ///< a value's way into a text; with the client mutex held
 
   // While a command runs that has use for them; of its thread.
-  RememberedChildren* rememberedChildren_ = nullptr;
+  ChildListCache* childListCache_ = nullptr;
   SubscribingWalk* subscribingWalk_ = nullptr;
 };
 

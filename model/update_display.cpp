@@ -24,7 +24,7 @@ unsigned TreeScope::receiveModelEvent(const char* sender, unsigned type, EvtSrv:
 }
 
 std::vector<std::string> TreeScope::namesOfChanged(const IdChain& chain) {
-  if (const std::vector<std::string>* noted = currentPart_->notedNames(chain)) {
+  if (const std::vector<std::string>* noted = currentPart_->cachedNames(chain)) {
     return *noted;
   }
   std::vector<std::string> names;

@@ -72,39 +72,39 @@ TEST_F(UpdateDisplay, ReadsIdsMostSignificantByteFirstWhereTheFlagSaysSo) {
   EXPECT_EQ(handUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
 }
 
-class NotedNames : public UpdateDisplay {
+class NameCache : public UpdateDisplay {
  protected:
   void SetUp() override {
     UpdateDisplay::SetUp();
     ASSERT_EQ(scope_.subscribePath(speed_), 1);
-    ASSERT_FALSE(areNoted());
+    ASSERT_FALSE(areCached());
     ASSERT_EQ(server_.speed.setValue(43), ModelSrv::ModelRes_Success);
     ASSERT_EQ(takeUpdates(1), "/drive/speed\n");
-    ASSERT_TRUE(areNoted());
+    ASSERT_TRUE(areCached());
   }
 
-  bool areNoted() { return scope_.currentPart()->notedNames(speed_) != nullptr; }
+  bool areCached() { return scope_.currentPart()->cachedNames(speed_) != nullptr; }
 
   const IdChain speed_{1, 1};
 };
 
-TEST_F(NotedNames, AreShownByTheNextUpdate) {
+TEST_F(NameCache, AreShownByTheNextUpdate) {
   ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
   EXPECT_EQ(takeUpdates(1), "/drive/speed\n");
-  EXPECT_THAT(*scope_.currentPart()->notedNames(speed_), testing::ElementsAre("drive", "speed"));
+  EXPECT_THAT(*scope_.currentPart()->cachedNames(speed_), testing::ElementsAre("drive", "speed"));
 }
 
-TEST_F(NotedNames, LastAsLongAsTheSubscription) {
+TEST_F(NameCache, LastAsLongAsTheSubscription) {
   ASSERT_EQ(run("eu drive/speed").result, 1);
-  EXPECT_FALSE(areNoted()) << "the part may be another one";
+  EXPECT_FALSE(areCached()) << "the part may be another one";
   ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
   ASSERT_EQ(takeUpdates(1), "/drive/speed\n");
-  EXPECT_TRUE(areNoted());
+  EXPECT_TRUE(areCached());
   ASSERT_EQ(run("du drive/speed").result, 1);
-  EXPECT_FALSE(areNoted());
+  EXPECT_FALSE(areCached());
 }
 
-TEST_F(NotedNames, AreForgottenWhenAnotherServerTakesTheConnection) {
+TEST_F(NameCache, AreForgottenWhenAnotherServerTakesTheConnection) {
   server_.end();
   RigServer other(name_);
   ModelSrv::ValuePart<int> renamed(1, "revolutions", 1);
@@ -116,12 +116,12 @@ TEST_F(NotedNames, AreForgottenWhenAnotherServerTakesTheConnection) {
   other.end();
 }
 
-TEST_F(NotedNames, AreThoseOfSubscribedPartsTheServerListed) {
+TEST_F(NameCache, AreThoseOfSubscribedPartsTheServerListed) {
   ASSERT_EQ(handUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
-  EXPECT_EQ(scope_.currentPart()->notedNames({5}), nullptr) << "not subscribed";
+  EXPECT_EQ(scope_.currentPart()->cachedNames({5}), nullptr) << "not subscribed";
   scope_.currentPart()->addSubscription({77});
   ASSERT_EQ(handUpdate({1, 0x00, 0x4d, 0xff, 0xff}), "/noname-77\n");
-  EXPECT_EQ(scope_.currentPart()->notedNames({77}), nullptr) << "not listed";
+  EXPECT_EQ(scope_.currentPart()->cachedNames({77}), nullptr) << "not listed";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "model/remembered_children.h"
+#include "model/child_list_cache.h"
 
 #include <gmock/gmock.h>
 
@@ -9,8 +9,8 @@ ChildList only(std::uint16_t id) {
   return ChildList({id}, {"n"});
 }
 
-TEST(RememberedChildren, KnowTheWayToTheLastNode) {
-  RememberedChildren remembered;
+TEST(ChildListCache, KnowTheWayToTheLastNode) {
+  ChildListCache remembered;
   EXPECT_EQ(remembered.find({}), nullptr);
   remembered.remember({}, only(1));
   remembered.remember({1}, only(2));
@@ -26,8 +26,8 @@ TEST(RememberedChildren, KnowTheWayToTheLastNode) {
   EXPECT_EQ(remembered.find({1, 2, 3}), nullptr);
 }
 
-TEST(RememberedChildren, ForgetABranchThatIsLeft) {
-  RememberedChildren remembered;
+TEST(ChildListCache, ForgetABranchThatIsLeft) {
+  ChildListCache remembered;
   remembered.remember({}, only(1));
   remembered.remember({1}, only(2));
   remembered.remember({1, 2}, only(3));
@@ -38,8 +38,8 @@ TEST(RememberedChildren, ForgetABranchThatIsLeft) {
   EXPECT_EQ(remembered.find({4, 2}), nullptr);
 }
 
-TEST(RememberedChildren, BeginAnywhere) {
-  RememberedChildren remembered;
+TEST(ChildListCache, BeginAnywhere) {
+  ChildListCache remembered;
   remembered.remember({7, 8}, only(1));
   EXPECT_NE(remembered.find({7, 8}), nullptr);
   EXPECT_EQ(remembered.find({7}), nullptr);
@@ -55,14 +55,14 @@ TEST(RememberedChildren, BeginAnywhere) {
   EXPECT_EQ(remembered.find({3, 3, 3, 3, 3}), nullptr);
 }
 
-TEST(RememberedChildren, AreUsedByTheOutermostUser) {
-  RememberedChildren* slot = nullptr;
+TEST(ChildListCache, AreUsedByTheOutermostUser) {
+  ChildListCache* slot = nullptr;
   {
-    const RememberedChildren::Use outer(slot);
-    RememberedChildren* const installed = slot;
+    const ChildListCache::Use outer(slot);
+    ChildListCache* const installed = slot;
     ASSERT_NE(installed, nullptr);
     {
-      const RememberedChildren::Use inner(slot);
+      const ChildListCache::Use inner(slot);
       EXPECT_EQ(slot, installed);
     }
     EXPECT_EQ(slot, installed);

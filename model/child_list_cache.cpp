@@ -1,16 +1,16 @@
-#include "model/remembered_children.h"
+#include "model/child_list_cache.h"
 
 #include <algorithm>
 
 namespace treescope {
 
-std::size_t RememberedChildren::sharedLevels(const IdChain& chain) const {
+std::size_t ChildListCache::sharedLevels(const IdChain& chain) const {
   const auto [mine, theirs] =
       std::mismatch(branch_.begin(), branch_.end(), chain.begin(), chain.end());
   return static_cast<std::size_t>(mine - branch_.begin());
 }
 
-const ChildList* RememberedChildren::find(const IdChain& chain) const {
+const ChildList* ChildListCache::find(const IdChain& chain) const {
   if (chain.size() < top_ || chain.size() - top_ >= lists_.size() ||
       !std::equal(chain.begin(), chain.end(), branch_.begin())) {
     return nullptr;
@@ -18,7 +18,7 @@ const ChildList* RememberedChildren::find(const IdChain& chain) const {
   return &lists_[chain.size() - top_];
 }
 
-void RememberedChildren::remember(const IdChain& chain, const ChildList& children) {
+void ChildListCache::remember(const IdChain& chain, const ChildList& children) {
   const bool continues = chain.size() > top_ && chain.size() - top_ <= lists_.size() &&
                          sharedLevels(chain) + 1 >= chain.size();
   if (!continues) {
@@ -29,13 +29,13 @@ void RememberedChildren::remember(const IdChain& chain, const ChildList& childre
   branch_ = chain;
 }
 
-RememberedChildren::Use::Use(RememberedChildren*& slot) : slot_(slot), before_(slot) {
+ChildListCache::Use::Use(ChildListCache*& slot) : slot_(slot), before_(slot) {
   if (before_ == nullptr) {
     slot_ = &own_;
   }
 }
 
-RememberedChildren::Use::~Use() {
+ChildListCache::Use::~Use() {
   slot_ = before_;
 }
 

@@ -13,7 +13,7 @@ namespace treescope {
 /// and most of the way is the way to the one before. Kept for the run of one such
 /// command and for its thread; a tree that changes meanwhile is seen as it was
 /// when the command passed. Of the whole tree only one branch is kept.
-class RememberedChildren {
+class ChildListCache {
  public:
   /// Lets `slot` point at a new object for as long as this one lives, or leaves it
   /// where it points at one already.
@@ -36,17 +36,17 @@ class RememberedChildren {
   std::vector<ChildList> lists_;
 };
 
-class RememberedChildren::Use {
+class ChildListCache::Use {
  public:
-  explicit Use(RememberedChildren*& slot);
+  explicit Use(ChildListCache*& slot);
   ~Use();
   Use(const Use&) = delete;
   Use& operator=(const Use&) = delete;
 
  private:
-  RememberedChildren*& slot_;
-  RememberedChildren* const before_;
-  RememberedChildren own_;
+  ChildListCache*& slot_;
+  ChildListCache* const before_;
+  ChildListCache own_;
 };
 
 }  // namespace treescope
