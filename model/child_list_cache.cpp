@@ -18,7 +18,7 @@ const ChildList* ChildListCache::find(const IdChain& chain) const {
   return &lists_[chain.size() - top_];
 }
 
-void ChildListCache::remember(const IdChain& chain, const ChildList& children) {
+void ChildListCache::store(const IdChain& chain, const ChildList& children) {
   const bool continues = chain.size() > top_ && chain.size() - top_ <= lists_.size() &&
                          sharedLevels(chain) + 1 >= chain.size();
   if (!continues) {

@@ -19,11 +19,11 @@ class ChildListCache {
   /// where it points at one already.
   class Use;
 
-  /// What was remembered of `chain`; null where nothing was.
+  /// The cached children of `chain`, or null.
   [[nodiscard]] const ChildList* find(const IdChain& chain) const;
 
-  /// Remembers the children of `chain` and forgets what is not on the way to it.
-  void remember(const IdChain& chain, const ChildList& children);
+  /// Stores the children of `chain` and forgets what is not on the way to it.
+  void store(const IdChain& chain, const ChildList& children);
 
  private:
   /// How many levels of `branch_` lie on the way to `chain`.

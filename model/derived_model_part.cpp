@@ -42,8 +42,8 @@ void DerivedModelPart::removeSubscription(const IdChain& chain) {
 }
 
 const std::vector<std::string>* DerivedModelPart::cachedNames(const IdChain& chain) const {
-  const auto noted = names_.find(chain);
-  return noted == names_.end() ? nullptr : &noted->second;
+  const auto cached = names_.find(chain);
+  return cached == names_.end() ? nullptr : &noted->second;
 }
 
 void DerivedModelPart::noteNames(const IdChain& chain, const std::vector<std::string>& names) {

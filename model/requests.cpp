@@ -53,9 +53,9 @@ bool TreeScope::fetchChildNames(const IdChain& chain, std::vector<std::string>& 
 
 bool TreeScope::fetchChildren(const IdChain& chain, ChildList& children, bool lock) {
   // The update display runs on another thread than the command that remembers.
-  ChildListCache* const remembered = lock ? childListCache_ : nullptr;
-  if (remembered != nullptr) {
-    if (const ChildList* known = remembered->find(chain)) {
+  ChildListCache* const cache = lock ? childListCache_ : nullptr;
+  if (cache != nullptr) {
+    if (const ChildList* known = cache->find(chain)) {
       children = *known;
       return true;
     }
@@ -67,9 +67,9 @@ bool TreeScope::fetchChildren(const IdChain& chain, ChildList& children, bool lo
     return false;
   }
   children = ChildList(std::move(ids), std::move(names),
-                       remembered != nullptr ? ChildSearch::frequent : ChildSearch::rare);
-  if (remembered != nullptr) {
-    remembered->remember(chain, children);
+                       cache != nullptr ? ChildSearch::frequent : ChildSearch::rare);
+  if (cache != nullptr) {
+    cache->store(chain, children);
   }
   return true;
 }

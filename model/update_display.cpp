@@ -24,8 +24,8 @@ unsigned TreeScope::receiveModelEvent(const char* sender, unsigned type, EvtSrv:
 }
 
 std::vector<std::string> TreeScope::namesOfChanged(const IdChain& chain) {
-  if (const std::vector<std::string>* noted = currentPart_->cachedNames(chain)) {
-    return *noted;
+  if (const std::vector<std::string>* cached = currentPart_->cachedNames(chain)) {
+    return *cached;
   }
   std::vector<std::string> names;
   if (nameChain(chain, names, false)) {

@@ -113,7 +113,7 @@ TEST_F(Watch, CallsTheHandlerForEveryChild) {
 }
 
 TEST_F(Watch, SubscribesAfterASubtreeThatMemoryWasMissingFor) {
-  struct OutOfMemoryAt : TreeScope {
+  struct StarvedScope : TreeScope {
     using TreeScope::TreeScope;
     int doEu(unsigned options, const char* path) override {
       if (calls++ == 1) {
@@ -123,12 +123,12 @@ TEST_F(Watch, SubscribesAfterASubtreeThatMemoryWasMissingFor) {
     }
     int calls = 0;
   };
-  OutOfMemoryAt scarce(&manager_, 1);
+  StarvedScope starved(&manager_, 1);
   test_support::CapturedOutput captured;
-  ASSERT_EQ(scarce.dispatch(("cd " + name_).c_str()), 1);
-  EXPECT_EQ(scarce.dispatch("eu -r noname-3"), 8);
-  EXPECT_EQ(scarce.dispatch("eu -r noname-3"), 1);
-  EXPECT_EQ(scarce.dispatch("eu -l"), 1);
+  ASSERT_EQ(starved.dispatch(("cd " + name_).c_str()), 1);
+  EXPECT_EQ(starved.dispatch("eu -r noname-3"), 8);
+  EXPECT_EQ(starved.dispatch("eu -r noname-3"), 1);
+  EXPECT_EQ(starved.dispatch("eu -l"), 1);
   EXPECT_EQ(captured.take(), "ERROR: OutOfMemory\n/noname-3/x\n");
 }
 

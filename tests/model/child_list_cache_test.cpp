@@ -10,49 +10,49 @@ ChildList only(std::uint16_t id) {
 }
 
 TEST(ChildListCache, KnowTheWayToTheLastNode) {
-  ChildListCache remembered;
-  EXPECT_EQ(remembered.find({}), nullptr);
-  remembered.remember({}, only(1));
-  remembered.remember({1}, only(2));
-  remembered.remember({1, 2}, only(3));
-  ASSERT_NE(remembered.find({}), nullptr);
-  EXPECT_EQ(remembered.find({})->id(0), 1);
-  ASSERT_NE(remembered.find({1}), nullptr);
-  EXPECT_EQ(remembered.find({1})->id(0), 2);
-  ASSERT_NE(remembered.find({1, 2}), nullptr);
-  EXPECT_EQ(remembered.find({1, 2})->id(0), 3);
-  EXPECT_EQ(remembered.find({2}), nullptr);
-  EXPECT_EQ(remembered.find({1, 3}), nullptr);
-  EXPECT_EQ(remembered.find({1, 2, 3}), nullptr);
+  ChildListCache cache;
+  EXPECT_EQ(cache.find({}), nullptr);
+  cache.store({}, only(1));
+  cache.store({1}, only(2));
+  cache.store({1, 2}, only(3));
+  ASSERT_NE(cache.find({}), nullptr);
+  EXPECT_EQ(cache.find({})->id(0), 1);
+  ASSERT_NE(cache.find({1}), nullptr);
+  EXPECT_EQ(cache.find({1})->id(0), 2);
+  ASSERT_NE(cache.find({1, 2}), nullptr);
+  EXPECT_EQ(cache.find({1, 2})->id(0), 3);
+  EXPECT_EQ(cache.find({2}), nullptr);
+  EXPECT_EQ(cache.find({1, 3}), nullptr);
+  EXPECT_EQ(cache.find({1, 2, 3}), nullptr);
 }
 
 TEST(ChildListCache, ForgetABranchThatIsLeft) {
-  ChildListCache remembered;
-  remembered.remember({}, only(1));
-  remembered.remember({1}, only(2));
-  remembered.remember({1, 2}, only(3));
-  remembered.remember({4}, only(5));
-  EXPECT_NE(remembered.find({}), nullptr);
-  EXPECT_NE(remembered.find({4}), nullptr);
-  EXPECT_EQ(remembered.find({1}), nullptr);
-  EXPECT_EQ(remembered.find({4, 2}), nullptr);
+  ChildListCache cache;
+  cache.store({}, only(1));
+  cache.store({1}, only(2));
+  cache.store({1, 2}, only(3));
+  cache.store({4}, only(5));
+  EXPECT_NE(cache.find({}), nullptr);
+  EXPECT_NE(cache.find({4}), nullptr);
+  EXPECT_EQ(cache.find({1}), nullptr);
+  EXPECT_EQ(cache.find({4, 2}), nullptr);
 }
 
 TEST(ChildListCache, BeginAnywhere) {
-  ChildListCache remembered;
-  remembered.remember({7, 8}, only(1));
-  EXPECT_NE(remembered.find({7, 8}), nullptr);
-  EXPECT_EQ(remembered.find({7}), nullptr);
-  EXPECT_EQ(remembered.find({}), nullptr);
-  remembered.remember({7, 8, 1}, only(2));
-  EXPECT_NE(remembered.find({7, 8}), nullptr);
-  EXPECT_NE(remembered.find({7, 8, 1}), nullptr);
-  remembered.remember({3, 3, 3, 3, 3}, only(4));
-  EXPECT_NE(remembered.find({3, 3, 3, 3, 3}), nullptr);
-  EXPECT_EQ(remembered.find({7, 8}), nullptr);
-  remembered.remember({}, only(5));
-  EXPECT_NE(remembered.find({}), nullptr);
-  EXPECT_EQ(remembered.find({3, 3, 3, 3, 3}), nullptr);
+  ChildListCache cache;
+  cache.store({7, 8}, only(1));
+  EXPECT_NE(cache.find({7, 8}), nullptr);
+  EXPECT_EQ(cache.find({7}), nullptr);
+  EXPECT_EQ(cache.find({}), nullptr);
+  cache.store({7, 8, 1}, only(2));
+  EXPECT_NE(cache.find({7, 8}), nullptr);
+  EXPECT_NE(cache.find({7, 8, 1}), nullptr);
+  cache.store({3, 3, 3, 3, 3}, only(4));
+  EXPECT_NE(cache.find({3, 3, 3, 3, 3}), nullptr);
+  EXPECT_EQ(cache.find({7, 8}), nullptr);
+  cache.store({}, only(5));
+  EXPECT_NE(cache.find({}), nullptr);
+  EXPECT_EQ(cache.find({3, 3, 3, 3, 3}), nullptr);
 }
 
 TEST(ChildListCache, AreUsedByTheOutermostUser) {

@@ -101,7 +101,7 @@ TEST(Connection, HoldsLittleInTheServerWhileItIsIdle) {
 }
 
 /// A pair that nobody but itself waits for.
-class OutOfMemoryAt : public testing::Test {
+class OutOfMemory : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(server.start(name), EvtRes_Success);
@@ -120,7 +120,7 @@ class OutOfMemoryAt : public testing::Test {
   std::string large = std::string(std::size_t{4} << 20, 'x');
 };
 
-TEST_F(OutOfMemoryAt, MemoryOfTheServerEndsTheConnectionThatWantsIt) {
+TEST_F(OutOfMemory, MemoryOfTheServerEndsTheConnectionThatWantsIt) {
   {
     const Scarcity scarcity(std::size_t{1} << 20);
     EXPECT_EQ(client.ask(large), EvtRes_Closed);
@@ -129,7 +129,7 @@ TEST_F(OutOfMemoryAt, MemoryOfTheServerEndsTheConnectionThatWantsIt) {
   EXPECT_EQ(server.port.sessions, 1);
 }
 
-TEST_F(OutOfMemoryAt, MemoryForAReplyEndsTheConnectionOnly) {
+TEST_F(OutOfMemory, MemoryForAReplyEndsTheConnectionOnly) {
   server.port.onRequest = [] { throw std::bad_alloc(); };
   EXPECT_EQ(client.ask(), EvtRes_Closed);
   server.port.onRequest = nullptr;
@@ -137,7 +137,7 @@ TEST_F(OutOfMemoryAt, MemoryForAReplyEndsTheConnectionOnly) {
   EXPECT_EQ(server.port.sessions, 1);
 }
 
-TEST_F(OutOfMemoryAt, MemoryOfTheClientIsAResultOfItsRequest) {
+TEST_F(OutOfMemory, MemoryOfTheClientIsAResultOfItsRequest) {
   std::optional<Scarcity> scarcity;
   client.system.whileWaiting = [&] {
     scarcity.reset();
@@ -150,7 +150,7 @@ TEST_F(OutOfMemoryAt, MemoryOfTheClientIsAResultOfItsRequest) {
   EXPECT_EQ(other.ask(), EvtRes_Success);
 }
 
-TEST_F(OutOfMemoryAt, MemoryForAnEventEndsTheConnectionOfTheClient) {
+TEST_F(OutOfMemory, MemoryForAnEventEndsTheConnectionOfTheClient) {
   EchoClient third;
   third.system.freezeTime();
   third.system.whileWaiting = [this] { server.serveAll(); };
