@@ -23,7 +23,7 @@ std::atomic<EvtSrv::EventPortManager*> pumped{nullptr};
 class Load : public ModelSrv::ModelPart {
  public:
   Load() : ModelPart(2, "load") {}
-  ~Load() override { leaveTree(); }
+  ~Load() override { detach(); }
 
  protected:
   [[nodiscard]] unsigned elementCount() const override { return 3; }

@@ -16,7 +16,7 @@ namespace treescope {
 /// is about.
 ///
 /// Before each request the id chain of the wanted part is installed as the target
-/// path. The library asks the part on its climb to the root for one id and one
+/// path. The library calls the part, when it resolves its id chain, for one id and one
 /// parent a level; each id asked for is taken off the path, so that the object
 /// stands in turn for every part between the wanted one and the root. A request
 /// thus uses its target up.

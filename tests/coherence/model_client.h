@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "modelsrv/model_root.h"
-#include "tests/platform/modelsrv/stand_in.h"
 #include "tests/coherence/tree_model.h"
+#include "tests/platform/modelsrv/proxy_part.h"
 
 namespace coherence {
 
@@ -51,7 +51,7 @@ class ModelClient {
 
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
   ModelSrv::ModelRoot root_{&manager_};
-  modelsrv_tests::StandIn part_{root_};
+  modelsrv_tests::ProxyPart part_{root_};
 };
 
 }  // namespace coherence

@@ -21,7 +21,7 @@ class VaryingPart final : public ModelSrv::ModelPart {
       : ModelPart(id, part.name, ModelSrv::ModelPartStatus_ReadWrite),
         manager_(manager),
         part_(part) {}
-  ~VaryingPart() override { leaveTree(); }
+  ~VaryingPart() override { detach(); }
 
   void set(std::size_t element, const std::string& text) {
     const std::lock_guard lock(manager_.clientMutex);
@@ -92,7 +92,7 @@ class FoldingNode final : public ModelSrv::ModelNode {
         manager_(manager),
         isCacheable_(part.madeBy == PartClass::telling),
         isFolded_(part.isFolded) {}
-  ~FoldingNode() override { leaveTree(); }
+  ~FoldingNode() override { detach(); }
 
   void fold(bool folded) {
     const std::lock_guard lock(manager_.clientMutex);

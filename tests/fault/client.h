@@ -27,7 +27,7 @@ inline constexpr std::chrono::milliseconds atOnce{1000};
 class WatchedPart : public ModelSrv::ModelPart {
  public:
   explicit WatchedPart(ModelSrv::ModelPartId id) : ModelPart(id) {}
-  ~WatchedPart() override { leaveTree(); }
+  ~WatchedPart() override { detach(); }
 
   ModelSrv::ModelRes update(void* context, unsigned short index) override;
 

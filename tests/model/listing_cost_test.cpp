@@ -39,7 +39,7 @@ class CountedNode : public ModelSrv::ModelNode {
  public:
   explicit CountedNode(std::atomic<std::size_t>& asked) : ModelNode(1, "d"), asked_(asked) {}
   ~CountedNode() override {
-    leaveTree();
+    detach();
     releaseChildren();
   }
 

@@ -117,7 +117,7 @@ class CountedPart : public ModelSrv::ModelPart {
   CountedPart(std::uint16_t id, std::atomic<int>& asked)
       : ModelPart(id, "p" + std::to_string(id), ModelSrv::ModelPartStatus_ReadWrite),
         asked_(asked) {}
-  ~CountedPart() override { leaveTree(); }
+  ~CountedPart() override { detach(); }
 
  protected:
   unsigned elementCount() const override {

@@ -45,7 +45,7 @@ class TreeClient {
   class AnyPart final : public ModelSrv::ModelPart {
    public:
     explicit AnyPart(ModelSrv::ModelRoot& root) : root_(root) {}
-    ~AnyPart() override { leaveTree(); }
+    ~AnyPart() override { detach(); }
     ModelSrv::ModelPartId getId() override;
     ModelSrv::ModelPart* getParentNode() override;
     ModelSrv::ModelRes update(void* context, unsigned short index) override;

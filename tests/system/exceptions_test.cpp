@@ -50,7 +50,7 @@ enum class Mood { fair, shortOfMemory, troubled };
 class MoodyPart final : public ModelPart {
  public:
   explicit MoodyPart(ModelPartId id) : ModelPart(id, "moody", ModelPartStatus_ReadOnly) {}
-  ~MoodyPart() override { leaveTree(); }
+  ~MoodyPart() override { detach(); }
 
   std::atomic<Mood> mood{Mood::fair};
   /// When the last answer was left.

@@ -67,7 +67,7 @@ ArrayPart<T>::ArrayPart(ModelPartId id, std::string name, std::vector<T> initial
 
 template <typename T>
 ArrayPart<T>::~ArrayPart() {
-  leaveTree();
+  detach();
 }
 
 template <typename T>

@@ -233,7 +233,7 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
   return ModelRes_Success;
 }
 
-void ClientSide::partLeaves(const ModelPart& part) {
+void ClientSide::partDetached(const ModelPart& part) {
   while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->anyOf(part)) {
     if (withMemoryResult([&] { return cancel(*key); }) != ModelRes_Success)
       subscriptions_->erase(*key);

@@ -9,10 +9,10 @@
 #include "evtsrv/source/port_client.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_subscriptions.h"
-#include "modelsrv/source/climb.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/reply_cache.h"
 #include "modelsrv/source/requests.h"
+#include "modelsrv/source/id_chain.h"
 
 namespace ModelSrv::internal {
 
@@ -44,7 +44,7 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   ModelRes unsubscribe(ModelPart& part, ChainView chain);
 
   /// `part` is taken out of the root's tree: its subscriptions end.
-  void partLeaves(const ModelPart& part);
+  void partDetached(const ModelPart& part);
 
   /// Tells the parts that subscribed of an update. One of them may close or
   /// destroy this: the others are then not told.

@@ -32,7 +32,7 @@ ModelNode::ModelNode(ModelPartId id, std::string name) : ModelPart(id, std::move
 }
 
 ModelNode::~ModelNode() {
-  leaveTree();
+  detach();
   releaseChildren();
 }
 
@@ -76,7 +76,7 @@ ModelRes ModelNode::remove(ModelPart* part) {
   });
 }
 
-void ModelNode::letGo(const ModelPart& part) noexcept {
+void ModelNode::release(const ModelPart& part) noexcept {
   if (const auto at = std::find(children_.begin(), children_.end(), &part); at != children_.end())
     take(at);
 }
@@ -135,7 +135,7 @@ void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& below,
     return;
   const auto leave = [client](ModelPart& leaving) {
     if (client != nullptr)
-      client->partLeaves(leaving);
+      client->partDetached(leaving);
     leaving.subscribers_.reset();
     leaving.treeManager_.store(nullptr, std::memory_order_release);
   };

@@ -4,15 +4,15 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
-#include "modelsrv/source/climb.h"
 #include "modelsrv/source/memory_result.h"
+#include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subscription.h"
 #include "modelsrv/source/tree_lock.h"
 
 namespace ModelSrv {
 
-using internal::Climb;
+using internal::ResolvedChain;
 using internal::TreeLock;
 using internal::withMemoryResult;
 
@@ -29,10 +29,10 @@ std::string_view takeRest(std::istringstream& text) {
   return rest;
 }
 
-/// Whether `part`, from which the climb goes, hangs below `root`, and the climb leads
+/// Whether `part`, whose chain was resolved, is below `root`, and the chain leads
 /// there too.
-bool leadsTo(const ModelPart& part, const Climb& climb, const ModelRoot& root) {
-  return part.findRoot() == &root && climb.root() == &root;
+bool leadsTo(const ModelPart& part, const ResolvedChain& resolved, const ModelRoot& root) {
+  return part.findRoot() == &root && resolved.root() == &root;
 }
 
 }  // namespace
@@ -44,7 +44,7 @@ ModelPart::ModelPart(ModelPartId id, std::string name, ModelPartStatus status)
 }
 
 ModelPart::~ModelPart() {
-  leaveTree();
+  detach();
 }
 
 ModelPartId ModelPart::getId() {
@@ -63,10 +63,10 @@ ModelRes ModelPart::load(std::istringstream& text, bool flag, unsigned short ind
   const std::string_view value = takeRest(text);
   const TreeLock lock(*this);
   return withMemoryResult([&] {
-    const Climb climb(*this);
-    if (climb.root() != nullptr && climb.root()->client_ != nullptr)
-      return climb.root()->client_->load(climb.chain(), value, flag, index);
-    if (climb.result() == ModelRes_BadArgument)
+    const ResolvedChain resolved(*this);
+    if (resolved.root() != nullptr && resolved.root()->client_ != nullptr)
+      return resolved.root()->client_->load(resolved.chain(), value, flag, index);
+    if (resolved.result() == ModelRes_BadArgument)
       return ModelRes_BadArgument;
     return storeText(value, flag, index, false);
   });
@@ -75,10 +75,10 @@ ModelRes ModelPart::load(std::istringstream& text, bool flag, unsigned short ind
 ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {
   const TreeLock lock(*this);
   const ModelRes result = withMemoryResult([&] {
-    const Climb climb(*this);
-    if (climb.root() != nullptr && climb.root()->client_ != nullptr)
-      return climb.root()->client_->save(climb.chain(), text, index);
-    if (climb.result() == ModelRes_BadArgument)
+    const ResolvedChain resolved(*this);
+    if (resolved.root() != nullptr && resolved.root()->client_ != nullptr)
+      return resolved.root()->client_->save(resolved.chain(), text, index);
+    if (resolved.result() == ModelRes_BadArgument)
       return ModelRes_BadArgument;
     std::string value;
     const ModelRes read = appendText(value, index);
@@ -95,12 +95,12 @@ ModelRes ModelPart::subscribeToServer(ModelRoot* root, unsigned period, void* co
     return ModelRes_BadArgument;
   const TreeLock lock(*this);
   return withMemoryResult([&] {
-    const Climb climb(*this);
-    if (!leadsTo(*this, climb, *root))
+    const ResolvedChain resolved(*this);
+    if (!leadsTo(*this, resolved, *root))
       return ModelRes_BadArgument;
     if (root->client_ == nullptr)
       return ModelRes_NotConnected;
-    return root->client_->subscribe(*this, climb.chain(), context, index);
+    return root->client_->subscribe(*this, resolved.chain(), context, index);
   });
 }
 
@@ -109,12 +109,12 @@ ModelRes ModelPart::unsubscribeToServer(ModelRoot* root) {
     return ModelRes_BadArgument;
   const TreeLock lock(*this);
   return withMemoryResult([&] {
-    const Climb climb(*this);
-    if (!leadsTo(*this, climb, *root))
+    const ResolvedChain resolved(*this);
+    if (!leadsTo(*this, resolved, *root))
       return ModelRes_BadArgument;
     if (root->client_ == nullptr)
       return ModelRes_NotSubscribed;
-    return root->client_->unsubscribe(*this, climb.chain());
+    return root->client_->unsubscribe(*this, resolved.chain());
   });
 }
 
@@ -184,13 +184,13 @@ void ModelPart::invalidate() {
   valueCached_ = false;
 }
 
-void ModelPart::leaveTree() {
+void ModelPart::detach() {
   const TreeLock lock(*this);
   // A node that a program derived may refuse; a part that goes has to be let go.
   if (parent_ != nullptr)
     (void)parent_->remove(this);
   if (parent_ != nullptr)
-    parent_->letGo(*this);
+    parent_->release(*this);
 }
 
 }  // namespace ModelSrv

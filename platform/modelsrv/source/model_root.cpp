@@ -3,9 +3,9 @@
 #include <mutex>
 
 #include "modelsrv/source/client_side.h"
-#include "modelsrv/source/climb.h"
 #include "modelsrv/source/memory_result.h"
 #include "modelsrv/source/port_result.h"
+#include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/update_holder.h"
 
@@ -76,10 +76,10 @@ ModelRes ModelRoot::ask(ModelPart* part, Question question) {
   if (part == nullptr)
     return ModelRes_BadArgument;
   return internal::withMemoryResult([&] {
-    const internal::Climb climb(*part);
-    if (climb.root() != this)
+    const internal::ResolvedChain resolved(*part);
+    if (resolved.root() != this)
       return ModelRes_BadArgument;
-    return client_ != nullptr ? question(climb.chain()) : ModelRes_NotConnected;
+    return client_ != nullptr ? question(resolved.chain()) : ModelRes_NotConnected;
   });
 }
 

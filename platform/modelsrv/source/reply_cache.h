@@ -11,7 +11,7 @@
 #include "evtsrv/source/frame.h"
 #include "evtsrv/source/status_page.h"
 #include "modelsrv/model_part.h"
-#include "modelsrv/source/climb.h"
+#include "modelsrv/source/id_chain.h"
 
 namespace ModelSrv::internal {
 

@@ -6,7 +6,7 @@
 
 #include "evtsrv/source/frame.h"
 #include "modelsrv/model_part.h"
-#include "modelsrv/source/climb.h"
+#include "modelsrv/source/id_chain.h"
 
 /// What a client asks a server: values in, a request's payload out, and back.
 /// The layout is written down in platform/PROTOCOL.md.

@@ -16,7 +16,7 @@ ValuePart<T>::ValuePart(ModelPartId id, std::string name, T initial, ModelPartSt
 
 template <typename T>
 ValuePart<T>::~ValuePart() {
-  leaveTree();
+  detach();
 }
 
 template <typename T>

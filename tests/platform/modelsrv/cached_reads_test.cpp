@@ -109,7 +109,7 @@ class GrowingPart : public ModelPart {
  public:
   GrowingPart(ModelPartId id, EvtSrv::EventPortManager& manager)
       : ModelPart(id, "growing"), mutex_(manager.clientMutex) {}
-  ~GrowingPart() override { leaveTree(); }
+  ~GrowingPart() override { detach(); }
 
   void grow() {
     const std::lock_guard lock(mutex_);

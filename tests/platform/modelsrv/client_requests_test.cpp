@@ -128,7 +128,7 @@ TEST_F(ClientRequestsTest, AreVetoedByTheServersCheck) {
   EXPECT_EQ(client_.load(speedChain, "100"), ModelRes_Success);
 }
 
-TEST_F(ClientRequestsTest, MayBeAboutAStandInTooDeep) {
+TEST_F(ClientRequestsTest, MayBeAboutAProxyTooDeep) {
   EXPECT_EQ(client_.text(Chain(ModelDepth_Max, 1)), "?");
   std::string text;
   EXPECT_EQ(client_.save(Chain(ModelDepth_Max, 1), text), ModelRes_NoSuchPart);

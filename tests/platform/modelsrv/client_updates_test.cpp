@@ -48,7 +48,7 @@ TEST_F(ClientUpdatesTest, ReachTheSubscribingPartWithItsContext) {
   ASSERT_EQ(client_.subscribe(gainsChain, 1, &context), ModelRes_Success);
   ASSERT_EQ(server_.gains.setValue(1, 5), ModelRes_Success);
   ASSERT_TRUE(client_.pumpUntil([&] { return !client_.part.told.empty(); }));
-  EXPECT_EQ(client_.part.told, (std::vector<StandIn::Told>{{&context, 1}}));
+  EXPECT_EQ(client_.part.told, (std::vector<ProxyPart::Told>{{&context, 1}}));
   EXPECT_EQ(client_.root.updates, (Updates{{gainsChain, 1}}));
   EXPECT_EQ(client_.root.senders.back(), name_);
 }
@@ -95,7 +95,7 @@ TEST_F(ClientUpdatesTest, ThatWereUnderWayWhenCancelledAreDropped) {
 
 TEST_F(ClientUpdatesTest, EndWhereTheSubscribingPartIsRemovedOrDestroyed) {
   subscribeMark();
-  auto other = std::make_unique<StandIn>(client_.root);
+  auto other = std::make_unique<ProxyPart>(client_.root);
   ASSERT_EQ(client_.root.add(other.get()), ModelRes_Success);
   for (const bool destroy : {false, true}) {
     ASSERT_EQ(other->at(speedChain).subscribeToServer(&client_.root, 0, nullptr, all),

@@ -18,7 +18,7 @@ class FoldingNode final : public ModelNode {
  public:
   FoldingNode(ModelPartId id, EvtSrv::EventPortManager& manager)
       : ModelNode(id, "folding"), mutex_(manager.clientMutex) {}
-  ~FoldingNode() override { leaveTree(); }
+  ~FoldingNode() override { detach(); }
 
   void fold(bool folded) {
     const std::lock_guard lock(mutex_);
@@ -41,7 +41,7 @@ class Alias final : public ModelPart {
   explicit Alias(ModelPartId id) : ModelPart(id, "alias") {
     EXPECT_EQ(inner_.add(&child_), ModelRes_Success);
   }
-  ~Alias() override { leaveTree(); }
+  ~Alias() override { detach(); }
 
  protected:
   [[nodiscard]] bool isCacheable() const override { return true; }

@@ -10,14 +10,14 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/climb.h"
+#include "modelsrv/source/id_chain.h"
 #include "modelsrv/value_parts.h"
-#include "tests/platform/modelsrv/stand_in.h"
+#include "tests/platform/modelsrv/proxy_part.h"
 
 namespace {
 
 using namespace ModelSrv;
-using modelsrv_tests::StandIn;
+using modelsrv_tests::ProxyPart;
 
 class ModelNodeTest : public testing::Test {
  protected:
@@ -69,7 +69,7 @@ TEST_F(ModelNodeTest, RefusesANodeUnderItself) {
   EXPECT_EQ(bottom.add(&bottom), ModelRes_BadArgument);
 }
 
-TEST_F(ModelNodeTest, TakesSeveralStandInsAndFindsNone) {
+TEST_F(ModelNodeTest, TakesSeveralProxiesAndFindsNone) {
   ModelPart first;
   ModelPart second;
   ModelPart named(4);
@@ -175,51 +175,51 @@ TEST_F(ModelNodeTest, MayBeTenThousandLevelsDeep) {
   EXPECT_EQ(nodes.front()->findRoot(), nullptr);
 }
 
-std::vector<ModelPartId> idsOf(const internal::Climb& climb) {
-  return {climb.chain().begin(), climb.chain().end()};
+std::vector<ModelPartId> idsOf(const internal::ResolvedChain& resolved) {
+  return {resolved.chain().begin(), resolved.chain().end()};
 }
 
 TEST_F(ModelNodeTest, ClimbAsksOnceALevel) {
-  StandIn part(root_);
+  ProxyPart part(root_);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
   part.at({4, 0, 65533});
-  const internal::Climb climb(part);
-  EXPECT_EQ(climb.result(), ModelRes_Success);
-  EXPECT_EQ(idsOf(climb), (std::vector<ModelPartId>{4, 0, 65533}));
-  EXPECT_EQ(climb.root(), &root_);
+  const internal::ResolvedChain resolved(part);
+  EXPECT_EQ(resolved.result(), ModelRes_Success);
+  EXPECT_EQ(idsOf(resolved), (std::vector<ModelPartId>{4, 0, 65533}));
+  EXPECT_EQ(resolved.root(), &root_);
   EXPECT_EQ(part.idsAsked, 3);
   EXPECT_EQ(part.parentsAsked, 3);
 }
 
 TEST_F(ModelNodeTest, ClimbKeepsTheOrderOfTheIdsOfAnyDepth) {
-  StandIn part(root_);
+  ProxyPart part(root_);
   for (const std::size_t depth : {1U, 15U, 16U, 17U, 40U}) {
     std::vector<ModelPartId> chain(depth);
     std::iota(chain.begin(), chain.end(), ModelPartId{7});
     part.at(chain);
-    EXPECT_EQ(idsOf(internal::Climb(part)), chain) << depth;
+    EXPECT_EQ(idsOf(internal::ResolvedChain(part)), chain) << depth;
   }
 }
 
 TEST_F(ModelNodeTest, ClimbOfTheRootIsEmptyAndAsksNobody) {
-  const internal::Climb climb(root_);
-  EXPECT_EQ(climb.result(), ModelRes_Success);
-  EXPECT_EQ(climb.root(), &root_);
-  EXPECT_TRUE(climb.chain().empty());
+  const internal::ResolvedChain resolved(root_);
+  EXPECT_EQ(resolved.result(), ModelRes_Success);
+  EXPECT_EQ(resolved.root(), &root_);
+  EXPECT_TRUE(resolved.chain().empty());
 }
 
 TEST_F(ModelNodeTest, ClimbEndsAtTheDepthLimit) {
-  StandIn part(root_);
+  ProxyPart part(root_);
   part.at(std::vector<ModelPartId>(ModelDepth_Max, 1));
-  const internal::Climb deepest(part);
+  const internal::ResolvedChain deepest(part);
   EXPECT_EQ(deepest.result(), ModelRes_Success);
   EXPECT_EQ(deepest.chain().size(), ModelDepth_Max);
   part.at(std::vector<ModelPartId>(ModelDepth_Max + 1, 1));
-  const internal::Climb deeper(part);
+  const internal::ResolvedChain deeper(part);
   EXPECT_EQ(deeper.result(), ModelRes_BadArgument);
   EXPECT_EQ(deeper.root(), nullptr);
   ModelNode nowhere(1);
-  const internal::Climb lost(nowhere);
+  const internal::ResolvedChain lost(nowhere);
   EXPECT_EQ(lost.result(), ModelRes_NoSuchPart);
   EXPECT_EQ(lost.root(), nullptr);
 }

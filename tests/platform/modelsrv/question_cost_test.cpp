@@ -17,7 +17,7 @@ using namespace modelsrv_tests;
 class Load : public ModelPart {
  public:
   Load() : ModelPart(20, "load") {}
-  ~Load() override { leaveTree(); }
+  ~Load() override { detach(); }
   Load(const Load&) = delete;
   Load& operator=(const Load&) = delete;
 

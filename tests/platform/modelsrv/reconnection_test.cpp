@@ -101,7 +101,7 @@ TEST_F(ReconnectionTest, RenewsSubscriptions) {
   ASSERT_EQ(server_->speed.setValue(8), ModelRes_Success);
   ASSERT_TRUE(client_.pumpUntil([&] { return client_.part.told.size() == 2; }));
   EXPECT_EQ(client_.root.updates, (Updates{{gainsChain, 1}, {speedChain, all}}));
-  EXPECT_EQ(client_.part.told, (std::vector<StandIn::Told>{{nullptr, 1}, {&context, all}}));
+  EXPECT_EQ(client_.part.told, (std::vector<ProxyPart::Told>{{nullptr, 1}, {&context, all}}));
 }
 
 TEST_F(ReconnectionTest, RenewsDoubledSubscriptionsWithTheirCount) {
@@ -143,7 +143,7 @@ TEST_F(ReconnectionTest, CancelsWithoutAServer) {
 TEST_F(ReconnectionTest, IsLeftToTheProgramWhereTheManagerSaysSo) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   ModelRoot root(&manager);
-  StandIn part(root);
+  ProxyPart part(root);
   ASSERT_EQ(root.add(&part), ModelRes_Success);
   ASSERT_EQ(root.startAsClient(name_, ModelRoot::CachePeriod_Stop, 0), ModelRes_Success);
   restartServer();

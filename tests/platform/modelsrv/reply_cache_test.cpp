@@ -28,7 +28,7 @@ using Wanted = ReplyCache::Wanted;
 class SilentPart : public ModelPart {
  public:
   SilentPart() : ModelPart(30, "silent") {}
-  ~SilentPart() override { leaveTree(); }
+  ~SilentPart() override { detach(); }
 };
 
 /// An prefetch that goes from a writer's hand into a reader's.
@@ -239,7 +239,7 @@ TEST_F(ReplyCacheTest, HoldNothingOfAServerWhoseThreadHasEnded) {
 class MoodyNode : public ModelNode {
  public:
   MoodyNode() : ModelNode(40, "moody") {}
-  ~MoodyNode() override { leaveTree(); }
+  ~MoodyNode() override { detach(); }
 
  protected:
   ModelNode* asNode() override { return ++asked_ % 2 == 0 ? nullptr : this; }

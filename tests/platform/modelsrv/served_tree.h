@@ -15,7 +15,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/update_holder.h"
 #include "modelsrv/value_parts.h"
-#include "tests/platform/modelsrv/stand_in.h"
+#include "tests/platform/modelsrv/proxy_part.h"
 #include "tests/support/port_name.h"
 
 /// A server and clients of it in one process, each with a manager of its own and
@@ -156,7 +156,7 @@ class Client {
 
   EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, true};
   ClientRoot root{&manager};
-  StandIn part{root};
+  ProxyPart part{root};
 };
 
 }  // namespace modelsrv_tests

@@ -32,7 +32,7 @@ class TreeSessionTest : public testing::Test {
   void SetUp() override {
     ASSERT_EQ(root_.add(&drive_), ModelRes_Success);
     ASSERT_EQ(drive_.add(&speed_), ModelRes_Success);
-    ASSERT_EQ(drive_.add(&standIn_), ModelRes_Success);
+    ASSERT_EQ(drive_.add(&proxy_), ModelRes_Success);
     ASSERT_EQ(drive_.add(&gains_), ModelRes_Success);
     ASSERT_EQ(drive_.add(&secret_), ModelRes_Success);
     secret_.setSubscribable(false);
@@ -64,7 +64,7 @@ class TreeSessionTest : public testing::Test {
   ModelRoot root_{&manager_};
   ModelNode drive_{3, "drive"};
   ValuePart<std::int32_t> speed_{9, "speed", 42};
-  ModelPart standIn_;
+  ModelPart proxy_;
   ArrayPart<double> gains_{2, "", {1.5, 0.25}, {"p", "i"}};
   ValuePart<bool> secret_{5, "secret", false, ModelPartStatus_Protected};
   modelsrv_tests::FakeConnection connection_;
@@ -73,7 +73,7 @@ class TreeSessionTest : public testing::Test {
   Bytes reply_;
 };
 
-TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutStandIns) {
+TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutProxies) {
   Chain ids;
   ASSERT_EQ(ask({Operation::childIds, {3}}), ModelRes_Success);
   ASSERT_TRUE(decodeIds(reply(), ids));
@@ -209,7 +209,7 @@ TEST_F(TreeSessionTest, EndsItsSubscriptionsWithItself) {
 class InterruptedPart final : public ModelPart {
  public:
   explicit InterruptedPart(ModelPartId id) : ModelPart(id, "interrupted") {}
-  ~InterruptedPart() override { leaveTree(); }
+  ~InterruptedPart() override { detach(); }
 
   /// Happens once.
   mutable std::function<void()> meanwhile;

@@ -57,7 +57,7 @@ class KRV_EXPORT ModelNode : public ModelPart {
 
   /// Takes `part` out whatever a derived class says: where there is no memory to do so,
   /// the program ends rather than go on with a child that is not there.
-  void letGo(const ModelPart& part) noexcept;
+  void release(const ModelPart& part) noexcept;
   void take(std::vector<ModelPart*>::const_iterator at);
   [[nodiscard]] internal::ClientSide* clientSide() const;
   /// The children of this node are about to change.

@@ -69,7 +69,7 @@ class TreeLock;
 /// the client mutex of the root's manager held; the operations here take it
 /// themselves, so any thread may call them. A part that hangs below no root has
 /// nothing to guard it: until it has been added it is one thread's. A class of a program's own that
-/// answers for a value of its own takes itself out of its parent (`leaveTree`)
+/// answers for a value of its own takes itself out of its parent (`detach`)
 /// before it takes its value down.
 class KRV_EXPORT ModelPart {
  public:
@@ -82,10 +82,10 @@ class KRV_EXPORT ModelPart {
   ModelPart(const ModelPart&) = delete;
   ModelPart& operator=(const ModelPart&) = delete;
 
-  /// The id that the next step of a climb to the root has.
+  /// This level's id when an id chain is resolved.
   virtual ModelPartId getId();
 
-  /// The next part of a climb to the root; null where the part hangs nowhere.
+  /// The next part on the way to the root when an id chain is resolved; null if there is none.
   virtual ModelPart* getParentNode();
 
   /// Called in a client when an update of a part that this object subscribed has
@@ -196,7 +196,7 @@ class KRV_EXPORT ModelPart {
 
   /// Takes the part out of its parent, if it has one: the first step of a
   /// destructor, so that no other thread meets a part that is half gone.
-  void leaveTree();
+  void detach();
 
  private:
   std::string name_;

@@ -9,7 +9,7 @@ namespace modelsrv_tests {
 
 /// Answers for any part, as a client's only part may: each answer eats a level of
 /// the path that was set for the request. Keeps what it was told of updates.
-class StandIn : public ModelSrv::ModelPart {
+class ProxyPart : public ModelSrv::ModelPart {
  public:
   struct Told {
     void* context;
@@ -17,10 +17,10 @@ class StandIn : public ModelSrv::ModelPart {
     bool operator==(const Told&) const = default;
   };
 
-  explicit StandIn(ModelSrv::ModelRoot& root) : root_(root) {}
+  explicit ProxyPart(ModelSrv::ModelRoot& root) : root_(root) {}
 
   /// Points at a part for the next request.
-  StandIn& at(std::vector<ModelSrv::ModelPartId> chain) {
+  ProxyPart& at(std::vector<ModelSrv::ModelPartId> chain) {
     path_ = std::move(chain);
     return *this;
   }

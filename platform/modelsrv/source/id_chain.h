@@ -15,11 +15,11 @@ using ChainView = std::span<const ModelPartId>;
 /// their ids, each object exactly once per level, until a root is met.
 ///
 /// Made on the stack for one request; a chain of few levels takes no other memory.
-class Climb {
+class ResolvedChain {
  public:
-  explicit Climb(ModelPart& part);
-  Climb(const Climb&) = delete;
-  Climb& operator=(const Climb&) = delete;
+  explicit ResolvedChain(ModelPart& part);
+  ResolvedChain(const ResolvedChain&) = delete;
+  ResolvedChain& operator=(const ResolvedChain&) = delete;
 
   /// `ModelRes_NoSuchPart` where the way ends before a root, `ModelRes_BadArgument`
   /// where it is longer than `ModelDepth_Max`.

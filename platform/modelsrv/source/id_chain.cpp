@@ -1,4 +1,4 @@
-#include "modelsrv/source/climb.h"
+#include "modelsrv/source/id_chain.h"
 
 #include <algorithm>
 
@@ -6,12 +6,12 @@
 
 namespace ModelSrv::internal {
 
-Climb::Climb(ModelPart& part) : result_(run(part)) {
+ResolvedChain::ResolvedChain(ModelPart& part) : result_(run(part)) {
   if (!many_.empty())
     std::reverse(many_.begin(), many_.end());
 }
 
-ModelRes Climb::run(ModelPart& part) {
+ModelRes ResolvedChain::run(ModelPart& part) {
   ModelPart* at = &part;
   for (std::size_t depth = 0; (root_ = PartAccess::asRoot(*at)) == nullptr; ++depth) {
     if (depth == ModelDepth_Max)
@@ -28,7 +28,7 @@ ModelRes Climb::run(ModelPart& part) {
   return ModelRes_Success;
 }
 
-void Climb::addToMany(ModelPartId id) {
+void ResolvedChain::addToMany(ModelPartId id) {
   if (many_.empty()) {
     many_.reserve(manyLevels);
     many_.assign(few_.rbegin(), few_.rend());
