@@ -45,7 +45,7 @@ EvtRes Handshake::openMailbox(const std::string& name) {
     return resultOf(opened);
   }
   struct stat status {};
-  const int known = system_.status(mailbox_.number(), status);
+  const int known = system_.fstat(mailbox_.number(), status);
   if (known < 0) {
     return resultOf(known);
   }

@@ -50,7 +50,7 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
     return step == -ENOENT ? Attempt::again : failed(step);
   }
   struct stat named {};
-  step = system_->status(name.number(), named);
+  step = system_->fstat(name.number(), named);
   if (step < 0) {
     return failed(step);
   }
@@ -62,7 +62,7 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
     return step == -ENOENT ? Attempt::again : failed(step);
   }
   struct stat opened {};
-  step = system_->status(pipe_.number(), opened);
+  step = system_->fstat(pipe_.number(), opened);
   if (step < 0) {
     return failed(step);
   }
@@ -104,7 +104,7 @@ int Mailbox::openPipe(const FileDescriptor& name, const struct stat& named) {
 bool Mailbox::nameIsOurs() {
   struct stat named {};
   struct stat opened {};
-  return system_->linkStatus(path_, named) == 0 && system_->status(pipe_.number(), opened) == 0 &&
+  return system_->lstat(path_, named) == 0 && system_->fstat(pipe_.number(), opened) == 0 &&
          isSameFile(named, opened);
 }
 
@@ -113,7 +113,7 @@ void Mailbox::remove() {
     return;
   }
   if (nameIsOurs()) {
-    static_cast<void>(system_->remove(path_));
+    static_cast<void>(system_->unlink(path_));
   }
   pipe_.reset();
 }

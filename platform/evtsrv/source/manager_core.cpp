@@ -39,7 +39,7 @@ EvtRes ManagerCore::openAll() {
     result = idleEvent_.adopt(system_, system_.createEvent());
   }
   if (result == 0) {
-    result = system_.changeEpoll(reactor_.descriptor(), EPOLL_CTL_ADD, wakeEvent_.number(), EPOLLIN,
+    result = system_.epollCtl(reactor_.descriptor(), EPOLL_CTL_ADD, wakeEvent_.number(), EPOLLIN,
                                  wakeToken);
   }
   if (result < 0) {

@@ -200,7 +200,7 @@ int PortServer::Impl::openEnd(const Hello& hello, PipePurpose purpose, int acces
       out.adopt(system, system.open(privatePipePath(hello.token, purpose), access | O_NONBLOCK));
   struct stat status {};
   if (result == 0) {
-    result = system.status(out.number(), status);
+    result = system.fstat(out.number(), status);
   }
   if (result == 0 && !isTrusted(system, status, group_)) {
     result = -EPERM;

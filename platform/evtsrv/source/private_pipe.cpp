@@ -51,17 +51,17 @@ bool isOwnPipe(System& system, const struct stat& file) {
 
 void sweepOne(System& system, const std::string& path) {
   struct stat file {};
-  if (system.linkStatus(path, file) < 0 || !mayBeSwept(system, file)) {
+  if (system.lstat(path, file) < 0 || !mayBeSwept(system, file)) {
     return;
   }
   // For reading only: a writing end that comes and goes would look like a hang-up.
   FileDescriptor pipe;
   if (pipe.adopt(system, system.open(path, O_RDONLY | O_NONBLOCK)) < 0 ||
-      system.status(pipe.number(), file) < 0 || !mayBeSwept(system, file)) {
+      system.fstat(pipe.number(), file) < 0 || !mayBeSwept(system, file)) {
     return;
   }
   if (system.lock(pipe.number()) == 0) {
-    static_cast<void>(system.remove(path));
+    static_cast<void>(system.unlink(path));
   }
 }
 
@@ -108,7 +108,7 @@ int PrivatePipe::openAndLock(const PipeAccess& access) {
   int result = reader_.adopt(*system_, system_->open(path_, O_RDONLY | O_NONBLOCK));
   result = result < 0 ? result : system_->lock(reader_.number());
   struct stat opened {};
-  result = result < 0 ? result : system_->status(reader_.number(), opened);
+  result = result < 0 ? result : system_->fstat(reader_.number(), opened);
   if (result < 0) {
     return result;
   }
@@ -126,7 +126,7 @@ int PrivatePipe::giveOwnMode() {
   FileDescriptor name;
   int result = name.adopt(*system_, system_->open(path_, O_PATH));
   struct stat made {};
-  result = result < 0 ? result : system_->status(name.number(), made);
+  result = result < 0 ? result : system_->fstat(name.number(), made);
   if (result < 0) {
     return result;
   }
@@ -137,8 +137,8 @@ int PrivatePipe::openWriter(FileDescriptor& writer) {
   const int result = writer.adopt(*system_, system_->open(path_, O_WRONLY | O_NONBLOCK));
   struct stat ours {};
   struct stat opened {};
-  if (result < 0 || system_->status(writer.number(), opened) < 0 ||
-      system_->status(reader_.number(), ours) < 0) {
+  if (result < 0 || system_->fstat(writer.number(), opened) < 0 ||
+      system_->fstat(reader_.number(), ours) < 0) {
     return result < 0 ? result : -EIO;
   }
   return isSameFile(ours, opened) ? 0 : -EPERM;
@@ -146,7 +146,7 @@ int PrivatePipe::openWriter(FileDescriptor& writer) {
 
 void PrivatePipe::removeName() {
   if (!path_.empty()) {
-    static_cast<void>(system_->remove(path_));
+    static_cast<void>(system_->unlink(path_));
     path_.clear();
   }
 }

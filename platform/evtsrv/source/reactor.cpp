@@ -69,7 +69,7 @@ int Reactor::add(int descriptor, std::uint32_t interest, ReadyHandler& handler, 
   used = {&handler, role, descriptor, generation};
   const std::uint64_t token = makeToken(slot, generation);
   const int result =
-      system_.changeEpoll(epoll_.number(), EPOLL_CTL_ADD, descriptor, interest, token);
+      system_.epollCtl(epoll_.number(), EPOLL_CTL_ADD, descriptor, interest, token);
   if (result < 0) {
     used.handler = nullptr;
     free_.push_back(slot);
@@ -104,7 +104,7 @@ void Reactor::remove(std::uint64_t token) {
     return;
   }
   // Said aloud because a child that has not yet called exec may hold the pipe open.
-  static_cast<void>(system_.changeEpoll(epoll_.number(), EPOLL_CTL_DEL, slot->descriptor, 0, 0));
+  static_cast<void>(system_.epollCtl(epoll_.number(), EPOLL_CTL_DEL, slot->descriptor, 0, 0));
   slot->handler = nullptr;
   free_.push_back(static_cast<std::uint32_t>(token));
 }
@@ -112,7 +112,7 @@ void Reactor::remove(std::uint64_t token) {
 int Reactor::setInterest(std::uint64_t token, std::uint32_t interest) {
   const Slot* slot = find(token);
   return slot == nullptr ? -ENOENT
-                         : system_.changeEpoll(epoll_.number(), EPOLL_CTL_MOD, slot->descriptor,
+                         : system_.epollCtl(epoll_.number(), EPOLL_CTL_MOD, slot->descriptor,
                                                interest, token);
 }
 

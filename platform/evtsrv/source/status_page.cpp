@@ -168,7 +168,7 @@ bool StatusPageReader::open(const StatusPageHandle& handle) {
   }
   const int seals = system_.seals(descriptor.number());
   if (seals < 0 || (seals & neededSeals) != neededSeals ||
-      system_.status(descriptor.number(), status) < 0 ||
+      system_.fstat(descriptor.number(), status) < 0 ||
       status.st_size != static_cast<off_t>(pageSize) ||
       system_.map(descriptor.number(), pageSize, false, mapping) < 0) {
     return false;

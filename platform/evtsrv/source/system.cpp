@@ -158,7 +158,7 @@ int PosixSystem::createEpoll() {
   return valueOrRefusal(::epoll_create1(EPOLL_CLOEXEC));
 }
 
-int PosixSystem::changeEpoll(int epoll, int operation, int descriptor, std::uint32_t interest,
+int PosixSystem::epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
                              std::uint64_t token) {
   epoll_event event{};
   event.events = interest;
@@ -187,15 +187,15 @@ int PosixSystem::makeFifo(const std::string& path, mode_t mode) {
   return valueOrRefusal(::mkfifo(path.c_str(), mode));
 }
 
-int PosixSystem::remove(const std::string& path) {
+int PosixSystem::unlink(const std::string& path) {
   return valueOrRefusal(::unlink(path.c_str()));
 }
 
-int PosixSystem::status(int descriptor, struct stat& out) {
+int PosixSystem::fstat(int descriptor, struct stat& out) {
   return valueOrRefusal(::fstat(descriptor, &out));
 }
 
-int PosixSystem::linkStatus(const std::string& path, struct stat& out) {
+int PosixSystem::lstat(const std::string& path, struct stat& out) {
   return valueOrRefusal(::lstat(path.c_str(), &out));
 }
 
@@ -282,7 +282,7 @@ int PosixSystem::openDescriptorOf(std::uint32_t process, std::uint32_t descripto
       found.adopt(*this, uninterrupted([&] { return openOnce(link.c_str(), O_PATH | O_CLOEXEC); }));
   struct stat status {};
   if (result == 0) {
-    result = this->status(found.number(), status);
+    result = this->fstat(found.number(), status);
   }
   if (result < 0) {
     return result;

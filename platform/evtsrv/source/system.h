@@ -48,7 +48,7 @@ class System {
   /// epoll_create1(2).
   [[nodiscard]] virtual int createEpoll() = 0;
   /// epoll_ctl(2) with `operation` `EPOLL_CTL_ADD`, `_MOD` or `_DEL`.
-  [[nodiscard]] virtual int changeEpoll(int epoll, int operation, int descriptor,
+  [[nodiscard]] virtual int epollCtl(int epoll, int operation, int descriptor,
                                         std::uint32_t interest, std::uint64_t token) = 0;
   /// epoll_wait(2); below 0 milliseconds there is no limit.
   [[nodiscard]] virtual int waitEpoll(int epoll, std::span<epoll_event> events,
@@ -61,11 +61,11 @@ class System {
   /// mkfifo(3); the umask takes its part of `mode`.
   [[nodiscard]] virtual int makeFifo(const std::string& path, mode_t mode) = 0;
   /// unlink(2).
-  [[nodiscard]] virtual int remove(const std::string& path) = 0;
+  [[nodiscard]] virtual int unlink(const std::string& path) = 0;
   /// fstat(2).
-  [[nodiscard]] virtual int status(int descriptor, struct stat& out) = 0;
+  [[nodiscard]] virtual int fstat(int descriptor, struct stat& out) = 0;
   /// lstat(2).
-  [[nodiscard]] virtual int linkStatus(const std::string& path, struct stat& out) = 0;
+  [[nodiscard]] virtual int lstat(const std::string& path, struct stat& out) = 0;
   /// Sets exactly `mode`, also of a descriptor that was opened with `O_PATH`.
   [[nodiscard]] virtual int setMode(int descriptor, mode_t mode) = 0;
   /// chown(2), also of a descriptor that was opened with `O_PATH`; -1 keeps.
@@ -125,15 +125,15 @@ class PosixSystem : public System {
   void close(int descriptor) override;
   int poll(std::span<pollfd> descriptors, int milliseconds) override;
   int createEpoll() override;
-  int changeEpoll(int epoll, int operation, int descriptor, std::uint32_t interest,
+  int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
                   std::uint64_t token) override;
   int waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) override;
   int createEvent() override;
   void signalEvent(int descriptor) noexcept override;
   int makeFifo(const std::string& path, mode_t mode) override;
-  int remove(const std::string& path) override;
-  int status(int descriptor, struct stat& out) override;
-  int linkStatus(const std::string& path, struct stat& out) override;
+  int unlink(const std::string& path) override;
+  int fstat(int descriptor, struct stat& out) override;
+  int lstat(const std::string& path, struct stat& out) override;
   int setMode(int descriptor, mode_t mode) override;
   int setOwner(int descriptor, uid_t user, gid_t group) override;
   int list(const char* directory, std::string_view prefix,

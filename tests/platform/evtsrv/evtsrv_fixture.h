@@ -104,10 +104,10 @@ class TestSystem : public PosixSystem {
   int createEpoll() override {
     return refused("createEpoll", [&] { return PosixSystem::createEpoll(); });
   }
-  int changeEpoll(int epoll, int operation, int descriptor, std::uint32_t interest,
+  int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
                   std::uint64_t token) override {
-    return refused("changeEpoll", [&] {
-      return PosixSystem::changeEpoll(epoll, operation, descriptor, interest, token);
+    return refused("epollCtl", [&] {
+      return PosixSystem::epollCtl(epoll, operation, descriptor, interest, token);
     });
   }
   int waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) override {
@@ -120,11 +120,11 @@ class TestSystem : public PosixSystem {
     made.push_back(path);
     return refused("makeFifo", [&] { return PosixSystem::makeFifo(path, mode); });
   }
-  int status(int descriptor, struct stat& out) override {
-    return refused("status", [&] { return PosixSystem::status(descriptor, out); });
+  int fstat(int descriptor, struct stat& out) override {
+    return refused("fstat", [&] { return PosixSystem::fstat(descriptor, out); });
   }
-  int linkStatus(const std::string& path, struct stat& out) override {
-    return refused("linkStatus", [&] { return PosixSystem::linkStatus(path, out); });
+  int lstat(const std::string& path, struct stat& out) override {
+    return refused("lstat", [&] { return PosixSystem::lstat(path, out); });
   }
   int setMode(int descriptor, mode_t mode) override {
     return refused("setMode", [&] { return PosixSystem::setMode(descriptor, mode); });

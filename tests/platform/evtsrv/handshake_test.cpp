@@ -83,9 +83,9 @@ class CountingSystem : public PosixSystem {
     ++calls;
     return PosixSystem::makeFifo(path, mode);
   }
-  int status(int descriptor, struct stat& out) override {
+  int fstat(int descriptor, struct stat& out) override {
     ++calls;
-    return PosixSystem::status(descriptor, out);
+    return PosixSystem::fstat(descriptor, out);
   }
   int setMode(int descriptor, mode_t mode) override {
     ++calls;
@@ -121,9 +121,9 @@ TEST_F(HandshakeWith, ASweepDoesNotLookAtItsOwnPipes) {
   class WatchedSystem : public PosixSystem {
    public:
     std::vector<std::string> lookedAt;
-    int linkStatus(const std::string& path, struct stat& out) override {
+    int lstat(const std::string& path, struct stat& out) override {
       lookedAt.push_back(path);
-      return PosixSystem::linkStatus(path, out);
+      return PosixSystem::lstat(path, out);
     }
   };
   std::array<Token, 2> tokens{};
@@ -309,9 +309,9 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"read", -EIO}, Fault{"read", -EINTR}, Fault{"write", -EIO},
                     Fault{"write", -EPIPE}, Fault{"write", -EINTR}, Fault{"write", -EAGAIN},
                     Fault{"lock", -EIO}, Fault{"lock", -EINTR}, Fault{"poll", -ENOMEM},
-                    Fault{"poll", -EINTR}, Fault{"changeEpoll", -ENOSPC},
+                    Fault{"poll", -EINTR}, Fault{"epollCtl", -ENOSPC},
                     Fault{"waitEpoll", -EINTR}, Fault{"makeFifo", -ENOSPC},
-                    Fault{"makeFifo", -EEXIST}, Fault{"status", -EIO}, Fault{"linkStatus", -EIO},
+                    Fault{"makeFifo", -EEXIST}, Fault{"fstat", -EIO}, Fault{"lstat", -EIO},
                     Fault{"list", -EMFILE}, Fault{"random", -EIO}),
     [](const auto& parameter) {
       return std::string(parameter.param.call) + "_" + strerrorname_np(-parameter.param.refusal);
@@ -320,8 +320,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(ServerStart, GivesAClearResultWhicheverCallFails) {
   for (const Fault& fault :
        {Fault{"createEvent", -EMFILE}, Fault{"makeFifo", -EACCES}, Fault{"open", -EMFILE},
-        Fault{"status", -EIO}, Fault{"lock", -EIO}, Fault{"linkStatus", -EIO},
-        Fault{"changeEpoll", -ENOSPC}, Fault{"read", -EIO}}) {
+        Fault{"fstat", -EIO}, Fault{"lock", -EIO}, Fault{"lstat", -EIO},
+        Fault{"epollCtl", -ENOSPC}, Fault{"read", -EIO}}) {
     const std::size_t before = openDescriptors();
     bool hit = true;
     for (int skip = 0; hit; ++skip) {

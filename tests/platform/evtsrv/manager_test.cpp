@@ -94,7 +94,7 @@ namespace internal {
 namespace {
 
 TEST(ManagerCore, ThatGotNoDescriptorsSaysSoEverywhere) {
-  for (const char* call : {"createEpoll", "createEvent", "changeEpoll"}) {
+  for (const char* call : {"createEpoll", "createEvent", "epollCtl"}) {
     const std::size_t before = openDescriptors();
     {
       TestSystem system;

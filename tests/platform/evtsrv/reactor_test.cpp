@@ -10,10 +10,10 @@ namespace {
 
 class CountingSystem : public PosixSystem {
  public:
-  int changeEpoll(int epoll, int operation, int descriptor, std::uint32_t interest,
+  int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
                   std::uint64_t token) override {
     ++changes;
-    return PosixSystem::changeEpoll(epoll, operation, descriptor, interest, token);
+    return PosixSystem::epollCtl(epoll, operation, descriptor, interest, token);
   }
 
   int changes = 0;
