@@ -26,13 +26,13 @@ class FileDescriptor {
 
   /// Takes over what `System` gave: 0, or the refusal where there is no descriptor
   /// in it.
-  [[nodiscard]] int adopt(System& system, int numberOrRefusal) {
+  [[nodiscard]] int adopt(System& system, int numberOrErrno) {
     reset();
-    if (numberOrRefusal < 0) {
-      return numberOrRefusal;
+    if (numberOrErrno < 0) {
+      return numberOrErrno;
     }
     system_ = &system;
-    number_ = numberOrRefusal;
+    number_ = numberOrErrno;
     return 0;
   }
 

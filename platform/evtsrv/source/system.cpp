@@ -24,7 +24,7 @@ namespace EvtSrv::internal {
 namespace {
 
 template <typename Number>
-Number valueOrRefusal(Number value) {
+Number valueOrErrno(Number value) {
   return value >= 0 ? value : static_cast<Number>(-errno);
 }
 
@@ -106,7 +106,7 @@ int System::lock(int descriptor) {
 }
 
 int PosixSystem::openOnce(const char* path, int flags) {
-  return valueOrRefusal(::open(path, flags));
+  return valueOrErrno(::open(path, flags));
 }
 
 void PosixSystem::close(int descriptor) {
@@ -115,7 +115,7 @@ void PosixSystem::close(int descriptor) {
 }
 
 ssize_t PosixSystem::readOnce(int descriptor, std::span<std::uint8_t> room) {
-  return valueOrRefusal(::read(descriptor, room.data(), room.size()));
+  return valueOrErrno(::read(descriptor, room.data(), room.size()));
 }
 
 ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> head,
@@ -130,7 +130,7 @@ ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> hea
   }
   PipeSignalBlock block;
   const ssize_t result =
-      valueOrRefusal(::writev(descriptor, parts.data(), static_cast<int>(parts.size())));
+      valueOrErrno(::writev(descriptor, parts.data(), static_cast<int>(parts.size())));
   if (result == -EPIPE) {
     block.takeRaised();
   }
@@ -142,37 +142,37 @@ ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> hea
 
 ssize_t PosixSystem::writeWithoutSignal(int descriptor, std::span<const iovec> parts) {
   constexpr off_t nextPosition = -1;
-  return valueOrRefusal(::pwritev2(descriptor, parts.data(), static_cast<int>(parts.size()),
-                                   nextPosition, rwfNoSignal));
+  return valueOrErrno(::pwritev2(descriptor, parts.data(), static_cast<int>(parts.size()),
+                                 nextPosition, rwfNoSignal));
 }
 
 int PosixSystem::lockOnce(int descriptor) {
-  return valueOrRefusal(::flock(descriptor, LOCK_EX | LOCK_NB));
+  return valueOrErrno(::flock(descriptor, LOCK_EX | LOCK_NB));
 }
 
 int PosixSystem::poll(std::span<pollfd> descriptors, int milliseconds) {
-  return valueOrRefusal(::poll(descriptors.data(), descriptors.size(), milliseconds));
+  return valueOrErrno(::poll(descriptors.data(), descriptors.size(), milliseconds));
 }
 
 int PosixSystem::createEpoll() {
-  return valueOrRefusal(::epoll_create1(EPOLL_CLOEXEC));
+  return valueOrErrno(::epoll_create1(EPOLL_CLOEXEC));
 }
 
 int PosixSystem::epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
-                             std::uint64_t token) {
+                          std::uint64_t token) {
   epoll_event event{};
   event.events = interest;
   event.data.u64 = token;
-  return valueOrRefusal(::epoll_ctl(epoll, operation, descriptor, &event));
+  return valueOrErrno(::epoll_ctl(epoll, operation, descriptor, &event));
 }
 
 int PosixSystem::waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) {
-  return valueOrRefusal(
+  return valueOrErrno(
       ::epoll_wait(epoll, events.data(), static_cast<int>(events.size()), milliseconds));
 }
 
 int PosixSystem::createEvent() {
-  return valueOrRefusal(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  return valueOrErrno(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
 }
 
 void PosixSystem::signalEvent(int descriptor) noexcept {
@@ -184,29 +184,29 @@ void PosixSystem::signalEvent(int descriptor) noexcept {
 }
 
 int PosixSystem::makeFifo(const std::string& path, mode_t mode) {
-  return valueOrRefusal(::mkfifo(path.c_str(), mode));
+  return valueOrErrno(::mkfifo(path.c_str(), mode));
 }
 
 int PosixSystem::unlink(const std::string& path) {
-  return valueOrRefusal(::unlink(path.c_str()));
+  return valueOrErrno(::unlink(path.c_str()));
 }
 
 int PosixSystem::fstat(int descriptor, struct stat& out) {
-  return valueOrRefusal(::fstat(descriptor, &out));
+  return valueOrErrno(::fstat(descriptor, &out));
 }
 
 int PosixSystem::lstat(const std::string& path, struct stat& out) {
-  return valueOrRefusal(::lstat(path.c_str(), &out));
+  return valueOrErrno(::lstat(path.c_str(), &out));
 }
 
 int PosixSystem::setMode(int descriptor, mode_t mode) {
   // fchmod(2) refuses O_PATH descriptors; their link in /proc leads to the file.
   const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
-  return valueOrRefusal(::chmod(link.c_str(), mode));
+  return valueOrErrno(::chmod(link.c_str(), mode));
 }
 
 int PosixSystem::setOwner(int descriptor, uid_t user, gid_t group) {
-  return valueOrRefusal(::fchownat(descriptor, "", user, group, AT_EMPTY_PATH));
+  return valueOrErrno(::fchownat(descriptor, "", user, group, AT_EMPTY_PATH));
 }
 
 int PosixSystem::list(const char* directory, std::string_view prefix,
@@ -230,7 +230,7 @@ int PosixSystem::list(const char* directory, std::string_view prefix,
 int PosixSystem::random(std::span<std::uint8_t> room) {
   // Up to 256 bytes come whole (getrandom(2)).
   const auto filled =
-      uninterrupted([&] { return valueOrRefusal(::getrandom(room.data(), room.size(), 0)); });
+      uninterrupted([&] { return valueOrErrno(::getrandom(room.data(), room.size(), 0)); });
   if (filled < 0) {
     return static_cast<int>(filled);
   }
@@ -238,7 +238,7 @@ int PosixSystem::random(std::span<std::uint8_t> room) {
 }
 
 int PosixSystem::createMemory(std::size_t size) {
-  const int descriptor = valueOrRefusal(::memfd_create("krv", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  const int descriptor = valueOrErrno(::memfd_create("krv", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (descriptor >= 0 && ::ftruncate(descriptor, static_cast<off_t>(size)) != 0) {
     const int refusal = -errno;
     close(descriptor);
@@ -248,11 +248,11 @@ int PosixSystem::createMemory(std::size_t size) {
 }
 
 int PosixSystem::addSeals(int descriptor, int seals) {
-  return valueOrRefusal(::fcntl(descriptor, F_ADD_SEALS, seals));
+  return valueOrErrno(::fcntl(descriptor, F_ADD_SEALS, seals));
 }
 
 int PosixSystem::seals(int descriptor) {
-  return valueOrRefusal(::fcntl(descriptor, F_GET_SEALS));
+  return valueOrErrno(::fcntl(descriptor, F_GET_SEALS));
 }
 
 int PosixSystem::map(int descriptor, std::size_t size, bool writable, void*& mapping) {

@@ -66,7 +66,7 @@ class TestSystem : public PosixSystem {
   /// From the `skip`-th call on after this, `call` gives `refusal` `times` times.
   void failNext(const std::string& call, int refusal, int skip = 0, int times = 1) {
     call_ = call;
-    refusal_ = refusal;
+    error_ = refusal;
     skip_ = skip;
     times_ = times;
     hit_ = false;
@@ -105,7 +105,7 @@ class TestSystem : public PosixSystem {
     return refused("createEpoll", [&] { return PosixSystem::createEpoll(); });
   }
   int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
-                  std::uint64_t token) override {
+               std::uint64_t token) override {
     return refused("epollCtl", [&] {
       return PosixSystem::epollCtl(epoll, operation, descriptor, interest, token);
     });
@@ -194,7 +194,7 @@ class TestSystem : public PosixSystem {
     }
     --times_;
     hit_ = true;
-    return refusal_;
+    return error_;
   }
   template <typename Call>
   auto refused(const char* name, Call call) -> decltype(call()) {
@@ -203,7 +203,7 @@ class TestSystem : public PosixSystem {
   }
 
   std::string call_;
-  int refusal_ = 0;
+  int error_ = 0;
   int skip_ = 0;
   int times_ = 0;
   bool hit_ = false;

@@ -148,18 +148,18 @@ std::atomic<int> pipeSignals{0};
 /// A system on a kernel that refuses to write without the signal.
 class OlderSystem : public PosixSystem {
  public:
-  explicit OlderSystem(int refusal) : refusal_(refusal) {}
+  explicit OlderSystem(int refusal) : error_(refusal) {}
 
   int asked = 0;
 
  protected:
   ssize_t writeWithoutSignal(int /*descriptor*/, std::span<const iovec> /*parts*/) override {
     ++asked;
-    return refusal_;
+    return error_;
   }
 
  private:
-  int refusal_;
+  int error_;
 };
 
 /// A system on a kernel that knows how to write without the signal.
