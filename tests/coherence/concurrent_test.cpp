@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "evtsrv/event_port_manager.h"
-#include "tests/platform/modelsrv/served_tree.h"
 #include "tests/coherence/model_client.h"
 #include "tests/coherence/published_model.h"
+#include "tests/platform/modelsrv/served_tree.h"
 #include "tests/support/port_name.h"
 
 // Changes and questions at the same time: an answer lies between what was
@@ -33,7 +33,7 @@ class Counters {
       EXPECT_EQ(node_.add(values_.back().get()), ModelRes_Success);
     }
     EXPECT_EQ(root_.add(&node_), ModelRes_Success);
-    EXPECT_EQ(root_.add(&home_), ModelRes_Success);
+    EXPECT_EQ(root_.add(&slot_), ModelRes_Success);
     replaceChild();
     EXPECT_EQ(root_.startAsServer(port_), ModelRes_Success);
     pump_.emplace(manager_);
@@ -57,7 +57,7 @@ class Counters {
     childBegun_ = next;
     child_.reset();
     child_ = std::make_unique<ValuePart<std::uint64_t>>(next, "child");
-    EXPECT_EQ(home_.add(child_.get()), ModelRes_Success);
+    EXPECT_EQ(slot_.add(child_.get()), ModelRes_Success);
     childAcknowledged_ = next;
   }
 
@@ -74,7 +74,7 @@ class Counters {
   std::vector<std::unique_ptr<ValuePart<std::uint64_t>>> values_;
   std::array<std::atomic<std::uint64_t>, parts> begun_{};
   std::array<std::atomic<std::uint64_t>, parts> acknowledged_{};
-  ModelNode home_{2, "home"};
+  ModelNode slot_{2, "home"};
   std::unique_ptr<ValuePart<std::uint64_t>> child_;
   std::atomic<unsigned short> childBegun_{0};
   std::atomic<unsigned short> childAcknowledged_{0};

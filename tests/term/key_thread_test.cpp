@@ -45,8 +45,8 @@ void edit(const LineEditorHost& host) {
 /// wait when it starts.
 Writes writesFor(const std::string& bytes, FakeShell& shell) {
   FedInput input;
-  constexpr int roomForAll = 1 << 18;
-  EXPECT_GE(fcntl(STDIN_FILENO, F_SETPIPE_SZ, roomForAll), roomForAll);
+  constexpr int capacityForAll = 1 << 18;
+  EXPECT_GE(fcntl(STDIN_FILENO, F_SETPIPE_SZ, capacityForAll), capacityForAll);
   input.feed(bytes);
   input.end();
   RecordedWrites writes;

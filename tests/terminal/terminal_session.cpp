@@ -160,8 +160,8 @@ void TerminalSession::takeRest() {
   }
 }
 
-bool TerminalSession::pump(Clock::time_point deadline, bool forRoom) {
-  const auto events = static_cast<short>(POLLIN | (forRoom ? POLLOUT : 0));
+bool TerminalSession::pump(Clock::time_point deadline, bool untilWritable) {
+  const auto events = static_cast<short>(POLLIN | (untilWritable ? POLLOUT : 0));
   std::array<pollfd, 2> waited{pollfd{master_, events, 0}, pollfd{pidDescriptor_, POLLIN, 0}};
   const int ready = ::poll(waited.data(), waited.size(), test_support::millisecondsUntil(deadline));
   if (ready < 0 && errno != EINTR) {

@@ -101,7 +101,7 @@ class TerminalSession {
 
   void open(const TerminalOptions& options);
   void spawn(const std::vector<std::string>& command, const TerminalOptions& options);
-  bool pump(Clock::time_point deadline, bool forRoom);
+  bool pump(Clock::time_point deadline, bool untilWritable);
   bool take();
   void takeRest();
   void accept(std::string_view bytes);

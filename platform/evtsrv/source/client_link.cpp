@@ -6,8 +6,8 @@
 #include <new>
 #include <utility>
 
-#include "evtsrv/source/raised_flag.h"
-#include "evtsrv/source/scratch_buffer.h"
+#include "evtsrv/source/buffer_lease.h"
+#include "evtsrv/source/scoped_flag.h"
 
 namespace EvtSrv::internal {
 
@@ -45,9 +45,9 @@ EvtRes ClientLink::fail(EvtRes fault) {
   return fault_;
 }
 
-EvtRes ClientLink::stall(bool forRoom) {
+EvtRes ClientLink::stall(bool untilWritable) {
   stalled_ = true;
-  wantsRoom_ = forRoom;
+  awaitsWritable_ = untilWritable;
   return EvtRes_Timeout;
 }
 
@@ -136,7 +136,7 @@ EvtRes ClientLink::writeAll(std::span<const std::uint8_t> head, std::span<const 
     if (count != -EAGAIN) {
       return fail(resultOf(count));
     }
-    const EvtRes result = awaitRoom(deadline);
+    const EvtRes result = awaitWritable(deadline);
     if (result != EvtRes_Success) {
       return result == EvtRes_Timeout ? stall(true) : fail(result);
     }
@@ -159,7 +159,7 @@ EvtRes ClientLink::awaitInput(Deadline& deadline) {
   return EvtRes_Timeout;
 }
 
-EvtRes ClientLink::awaitRoom(Deadline& deadline) {
+EvtRes ClientLink::awaitWritable(Deadline& deadline) {
   int wait = 0;
   while (deadline.nextWait(wait)) {
     std::array<pollfd, 2> ends{pollfd{pipes_.request.number(), POLLOUT, 0},
@@ -230,7 +230,7 @@ EvtRes ClientLink::takeReplies(const std::uint32_t* wanted, Reply* reply) {
 EvtRes ClientLink::showsLife() {
   std::array<pollfd, 2> ends{
       pollfd{pipes_.reply.number(), POLLIN, 0},
-      pollfd{pipes_.request.number(), static_cast<short>(wantsRoom_ ? POLLOUT : 0), 0}};
+      pollfd{pipes_.request.number(), static_cast<short>(awaitsWritable_ ? POLLOUT : 0), 0}};
   const int ready = system_.poll(ends, 0);
   if (ready < 0 && ready != -EINTR) {
     return fail(resultOf(ready));
@@ -273,7 +273,7 @@ bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
     registration_.end();
     return false;
   }
-  ScratchBuffer scratch(core_.readHome());
+  BufferLease scratch(core_.readSlot());
   scratch.bytes().resize(eventReadSize);
   const ssize_t count = system_.read(pipes_.event.number(), scratch.bytes());
   if (count == -EAGAIN) {
@@ -286,7 +286,7 @@ bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
   stalled_ = false;
   events_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
   try {
-    const RaisedFlag handingOut(handingOut_);
+    const ScopedFlag handingOut(handingOut_);
     handOutEvents();
   } catch (const std::bad_alloc&) {
     static_cast<void>(fail(EvtRes_SystemError));

@@ -39,7 +39,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
  private:
   EvtRes tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
   EvtRes fail(EvtRes fault);
-  EvtRes stall(bool forRoom);
+  EvtRes stall(bool untilWritable);
   EvtRes send(const FrameHeader& header, std::span<const std::uint8_t> payload, Deadline& deadline);
   EvtRes writeAll(std::span<const std::uint8_t> head, std::span<const std::uint8_t> body,
                   std::size_t& written, Deadline& deadline);
@@ -47,7 +47,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   EvtRes awaitInput(Deadline& deadline);
   /// Waits for room in the request pipe and drops what comes meanwhile: a server
   /// whose late reply has no room reads no request.
-  EvtRes awaitRoom(Deadline& deadline);
+  EvtRes awaitWritable(Deadline& deadline);
   /// Reads once from the reply pipe; `EvtRes_Timeout` where nothing is there.
   EvtRes readReplies();
   /// Goes through the replies that were read: `EvtRes_Success` where the wanted
@@ -65,7 +65,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
 
   std::uint32_t sequence_ = 0;
   bool stalled_ = false;
-  bool wantsRoom_ = false;                      // Stalled because the request pipe was full.
+  bool awaitsWritable_ = false;                 // Stalled because the request pipe was full.
   std::vector<std::uint8_t> tail_;              // What is left to write of a request cut by that.
   std::unique_ptr<std::uint8_t[]> replyBytes_;  // Not cleared: most of it is never used.
   FrameReader replies_;

@@ -44,10 +44,10 @@ class ManagerCore {
   void beginTermination();
   void endTermination();
 
-  /// Where scratch buffers wait between dispatches; see ScratchBuffer.
-  [[nodiscard]] std::vector<std::uint8_t>& readHome() { return readHome_; }
-  [[nodiscard]] std::vector<std::uint8_t>& replyHome() { return replyHome_; }
-  [[nodiscard]] std::vector<std::uint8_t>& eventHome() { return eventHome_; }
+  /// Where scratch buffers wait between dispatches; see BufferLease.
+  [[nodiscard]] std::vector<std::uint8_t>& readSlot() { return readSlot_; }
+  [[nodiscard]] std::vector<std::uint8_t>& replySlot() { return replySlot_; }
+  [[nodiscard]] std::vector<std::uint8_t>& eventSlot() { return eventSlot_; }
 
  private:
   EvtRes openAll();
@@ -64,9 +64,9 @@ class ManagerCore {
   std::atomic<int> terminations_{0};
   const bool reconnects_;
   EvtRes state_;
-  std::vector<std::uint8_t> readHome_;
-  std::vector<std::uint8_t> replyHome_;
-  std::vector<std::uint8_t> eventHome_;
+  std::vector<std::uint8_t> readSlot_;
+  std::vector<std::uint8_t> replySlot_;
+  std::vector<std::uint8_t> eventSlot_;
 };
 
 }  // namespace EvtSrv::internal

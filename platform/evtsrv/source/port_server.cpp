@@ -8,11 +8,11 @@
 #include <utility>
 
 #include "evtsrv/source/access.h"
+#include "evtsrv/source/buffer_lease.h"
 #include "evtsrv/source/hello.h"
 #include "evtsrv/source/mailbox.h"
 #include "evtsrv/source/manager_core.h"
 #include "evtsrv/source/private_pipe.h"
-#include "evtsrv/source/scratch_buffer.h"
 #include "evtsrv/source/server_link.h"
 
 namespace EvtSrv::internal {
@@ -147,7 +147,7 @@ bool PortServer::Impl::ready(unsigned /*role*/, std::uint32_t /*events*/) {
 }
 
 void PortServer::Impl::readMailbox() {
-  ScratchBuffer scratch(core_.readHome());
+  BufferLease scratch(core_.readSlot());
   scratch.bytes().resize(readSize);
   const ssize_t count = core_.system().read(mailbox_.descriptor(), scratch.bytes());
   if (count > 0) {

@@ -7,8 +7,8 @@
 #include <span>
 #include <utility>
 
-#include "evtsrv/source/raised_flag.h"
-#include "evtsrv/source/scratch_buffer.h"
+#include "evtsrv/source/buffer_lease.h"
+#include "evtsrv/source/scoped_flag.h"
 
 namespace EvtSrv::internal {
 
@@ -67,7 +67,7 @@ EvtRes ServerLink::open(ServedPort& port) {
     result = reactor.add(pipes_.event.number(), nothing, *this, eventRole, onEvent_);
   }
   if (result == 0) {
-    const RaisedFlag pumping(pumping_);
+    const ScopedFlag pumping(pumping_);
     session_ = port.openSession(*this);
   }
   if (owner_ == nullptr) {
@@ -175,7 +175,7 @@ bool ServerLink::readRequests(std::uint32_t events) {
     end();
     return true;
   }
-  ScratchBuffer scratch(core_.readHome());
+  BufferLease scratch(core_.readSlot());
   scratch.bytes().resize(readSize);
   const ssize_t count = core_.system().read(pipes_.request.number(), scratch.bytes());
   if (count == -EAGAIN) {
@@ -230,7 +230,7 @@ void ServerLink::serveRequests() {
 }
 
 void ServerLink::answer(const Frame& request) {
-  ScratchBuffer scratch(core_.replyHome());
+  BufferLease scratch(core_.replySlot());
   std::vector<std::uint8_t>& bytes = scratch.bytes();
   bytes.resize(FrameHeader::size);
   PayloadReader payload(request.payload, request.header.order);
@@ -238,7 +238,7 @@ void ServerLink::answer(const Frame& request) {
   header.kind = FrameKind::reply;
   header.sequence = request.header.sequence;
   {
-    const RaisedFlag serving(serving_);
+    const ScopedFlag serving(serving_);
     header.code = session_->handle(request.header.code, payload, bytes);
   }
   if (owner_ == nullptr) {
@@ -289,10 +289,11 @@ ServerLink::Progress ServerLink::writeFrom(const FileDescriptor& pipe,
 }
 
 bool ServerLink::setInterests() {
-  const auto roomFor = [](const Tail& tail) { return tail.empty() ? nothing : room; };
+  const auto capacityFor = [](const Tail& tail) { return tail.empty() ? nothing : room; };
   const bool takesRequests = reply_.empty() && !finishing_;
   return onRequest_.setInterest(takesRequests ? input : nothing) == 0 &&
-         onReply_.setInterest(roomFor(reply_)) == 0 && onEvent_.setInterest(roomFor(events_)) == 0;
+         onReply_.setInterest(capacityFor(reply_)) == 0 &&
+         onEvent_.setInterest(capacityFor(events_)) == 0;
 }
 
 void ServerLink::eventsPending() {
@@ -322,7 +323,7 @@ void ServerLink::pumpEvents() {
   if (owner_ == nullptr || broken_ || pumping_) {
     return;
   }
-  ScratchBuffer scratch(core_.eventHome());
+  BufferLease scratch(core_.eventSlot());
   Progress progress = Progress::all;
   if (!events_.empty()) {
     progress = writeFrom(pipes_.event, events_.bytes, events_.written);
@@ -348,7 +349,7 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
     return false;
   }
   {
-    const RaisedFlag pumping(pumping_);
+    const ScopedFlag pumping(pumping_);
     while (chunk.size() < chunkSize && owner_ != nullptr) {
       const std::size_t start = chunk.size();
       chunk.resize(start + FrameHeader::size);

@@ -107,7 +107,7 @@ ModelRes ArrayPart<T>::setValues(const std::vector<T>& values) {
       return ModelRes_TooLarge;
   return internal::withMemoryResult([&] {
     for (std::size_t i = 0; i < values.size(); ++i)
-      internal::makeRoomFor<T>(values_, i, values[i]);
+      internal::reserveFor<T>(values_, i, values[i]);
     ChangedElements changed;
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (!internal::isSameValue<T>(values_[i], values[i])) {
@@ -184,7 +184,7 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
     if (result != ModelRes_Success)
       return result;
   }
-  makeRoomForAll(text, first, count);
+  reserveForAll(text, first, count);
   ChangedElements changed;
   ElementTexts stored(text, count);
   for (std::size_t i = first; i < first + count; ++i) {
@@ -204,11 +204,11 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
 
 /// Nothing is stored where there is no memory for all of it.
 template <typename T>
-void ArrayPart<T>::makeRoomForAll(std::string_view text, std::size_t first, std::size_t count) {
+void ArrayPart<T>::reserveForAll(std::string_view text, std::size_t first, std::size_t count) {
   if constexpr (std::is_same_v<T, std::string>) {
     ElementTexts texts(text, count);
     for (std::size_t i = first; i < first + count; ++i)
-      internal::makeRoomFor<T>(values_, i, texts.next());
+      internal::reserveFor<T>(values_, i, texts.next());
   }
 }
 

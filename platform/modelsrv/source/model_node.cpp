@@ -7,7 +7,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/memory_result.h"
-#include "modelsrv/source/room.h"
+#include "modelsrv/source/reserve_for_one.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subtree.h"
 #include "modelsrv/source/tree_lock.h"
@@ -52,7 +52,7 @@ ModelRes ModelNode::add(ModelPart* part) {
   return internal::withMemoryResult([&] {
     // What may throw comes before what changes anything.
     const std::vector<ModelPart*> below = guardedBelow(*part);
-    internal::makeRoomForOne(children_);
+    internal::reserveForOne(children_);
     noteOrder(part);
     children_.push_back(part);
     part->parent_ = this;

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "modelsrv/source/part_access.h"
-#include "modelsrv/source/room.h"
+#include "modelsrv/source/reserve_for_one.h"
 
 namespace ModelSrv::internal {
 
@@ -80,7 +80,7 @@ bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartInde
     marked = subscription.markPending(index);
     if (marked) {
       reclaim();
-      makeRoomForOne(queue_);
+      reserveForOne(queue_);
     }
     return marked;
   } catch (const std::bad_alloc&) {

@@ -46,7 +46,7 @@ bool isTooLarge(const T& value) {
 
 /// Has `held` take `value` later without a wish for memory.
 template <typename T>
-void makeRoomFor(std::vector<T>& held, std::size_t element, const Parsed<T>& value) {
+void reserveFor(std::vector<T>& held, std::size_t element, const Parsed<T>& value) {
   if constexpr (std::is_same_v<T, std::string>)
     held[element].reserve(value.size());
 }

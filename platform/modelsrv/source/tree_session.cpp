@@ -5,7 +5,7 @@
 
 #include "evtsrv/source/manager_core.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/borrowed.h"
+#include "modelsrv/source/object_lease.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/value_text.h"
@@ -118,7 +118,7 @@ ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadR
 
 ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
                            std::vector<std::uint8_t>& reply) {
-  Borrowed<std::string> text(share_->text);
+  ObjectLease<std::string> text(share_->text);
   text->clear();
   ModelRes result = PartAccess::appendText(part, *text, index);
   if (result == ModelRes_Success && text->size() > ModelValueText_Max)
@@ -133,7 +133,7 @@ ModelRes TreeSession::prefetch(ModelPart& part, unsigned parts, std::vector<std:
   const EvtSrv::internal::StatusPage* page = share_->invalidator.begin();
   if (page == nullptr)
     return ModelRes_DoNothing;
-  Borrowed<PrefetchWriter> writer(share_->prefetch);
+  ObjectLease<PrefetchWriter> writer(share_->prefetch);
   writer->write(share_->root, part, std::max(parts, 1U), *page, reply);
   return ModelRes_Success;
 }

@@ -103,7 +103,7 @@ class KRV_EXPORT ArrayPart final : public ModelPart {
                      bool fromClient) override;
 
  private:
-  void makeRoomForAll(std::string_view text, std::size_t first, std::size_t count);
+  void reserveForAll(std::string_view text, std::size_t first, std::size_t count);
 
   std::vector<T> values_;
   std::vector<std::string> names_;

@@ -7,19 +7,19 @@ namespace ModelSrv::internal {
 /// Something with room in it that several share, for the length of one use. A second
 /// borrower, in a dispatch inside a dispatch, gets a fresh one.
 template <typename T>
-class Borrowed {
+class ObjectLease {
  public:
   /// `home` outlives this.
-  explicit Borrowed(T& home) : home_(home), used_(std::exchange(home, T{})) {}
-  ~Borrowed() { home_ = std::move(used_); }
-  Borrowed(const Borrowed&) = delete;
-  Borrowed& operator=(const Borrowed&) = delete;
+  explicit ObjectLease(T& home) : slot_(home), used_(std::exchange(home, T{})) {}
+  ~ObjectLease() { slot_ = std::move(used_); }
+  ObjectLease(const ObjectLease&) = delete;
+  ObjectLease& operator=(const ObjectLease&) = delete;
 
   T& operator*() { return used_; }
   T* operator->() { return &used_; }
 
  private:
-  T& home_;
+  T& slot_;
   T used_;
 };
 
