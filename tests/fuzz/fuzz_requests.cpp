@@ -41,7 +41,7 @@ constexpr ByteOrder otherOrder =
 class Connection final : public EvtSrv::internal::ServerConnection {
  public:
   void eventsPending() override { told = true; }
-  void breakOff() override {}
+  void closeOnNextDispatch() override {}
   bool told = false;
 };
 

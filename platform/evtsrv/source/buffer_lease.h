@@ -13,7 +13,7 @@ namespace EvtSrv::internal {
 /// a dispatch, finds the place empty and gets bytes of its own.
 class BufferLease {
  public:
-  explicit BufferLease(std::vector<std::uint8_t>& home) : slot_(home), bytes_(std::move(home)) {
+  explicit BufferLease(std::vector<std::uint8_t>& slot) : slot_(slot), bytes_(std::move(slot)) {
     slot_.clear();
   }
   ~BufferLease() {

@@ -40,7 +40,7 @@ EvtRes ClientLink::fail(EvtRes fault) {
     fault_ = fault;
     registration_.end();
     pipes_ = {};
-    std::vector<std::uint8_t>().swap(tail_);
+    std::vector<std::uint8_t>().swap(pendingOutput_);
   }
   return fault_;
 }
@@ -88,16 +88,17 @@ EvtRes ClientLink::tryExchange(std::uint16_t operation, std::span<const std::uin
 EvtRes ClientLink::send(const FrameHeader& header, std::span<const std::uint8_t> payload,
                         Deadline& deadline) {
   std::size_t written = 0;
-  if (!tail_.empty()) {
-    const EvtRes result = writeAll(tail_, {}, written, deadline);
+  if (!pendingOutput_.empty()) {
+    const EvtRes result = writeAll(pendingOutput_, {}, written, deadline);
     if (fault_ != EvtRes_Success) {
       return fault_;
     }
-    tail_.erase(tail_.begin(), tail_.begin() + static_cast<std::ptrdiff_t>(written));
+    pendingOutput_.erase(pendingOutput_.begin(),
+                         pendingOutput_.begin() + static_cast<std::ptrdiff_t>(written));
     if (result != EvtRes_Success) {
       return result;
     }
-    std::vector<std::uint8_t>().swap(tail_);
+    std::vector<std::uint8_t>().swap(pendingOutput_);
   }
   std::array<std::uint8_t, smallRequest> bytes{};
   encodeHeader(header, bytes.data());
@@ -111,9 +112,9 @@ EvtRes ClientLink::send(const FrameHeader& header, std::span<const std::uint8_t>
   const EvtRes result = writeAll(head, body, written, deadline);
   if (result == EvtRes_Timeout && written > 0) {
     const std::size_t ofHead = std::min(written, head.size());
-    tail_.assign(head.begin() + static_cast<std::ptrdiff_t>(ofHead), head.end());
+    pendingOutput_.assign(head.begin() + static_cast<std::ptrdiff_t>(ofHead), head.end());
     const auto rest = body.subspan(written - ofHead);
-    tail_.insert(tail_.end(), rest.begin(), rest.end());
+    pendingOutput_.insert(pendingOutput_.end(), rest.begin(), rest.end());
   }
   return result;
 }

@@ -66,7 +66,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   std::uint32_t sequence_ = 0;
   bool stalled_ = false;
   bool awaitsWritable_ = false;                 // Stalled because the request pipe was full.
-  std::vector<std::uint8_t> tail_;              // What is left to write of a request cut by that.
+  std::vector<std::uint8_t> pendingOutput_;     // What is left to write of a request cut by that.
   std::unique_ptr<std::uint8_t[]> replyBytes_;  // Not cleared: most of it is never used.
   FrameReader replies_;
 

@@ -95,7 +95,7 @@ void PortServer::Impl::beginStop() {
   // Each may end at once: the last one, which has been told, takes its place.
   for (std::size_t i = links_.size(); i > 0; --i) {
     const auto link = links_[i - 1];
-    link->finish();
+    link->drainAndClose();
   }
   endStopIfDone();
 }
@@ -111,7 +111,7 @@ void PortServer::Impl::endAll() {
   port_ = nullptr;
   endService();
   for (const auto& link : std::exchange(links_, {})) {
-    link->abandon();
+    link->closeSilently();
   }
   endStopIfDone();
 }
@@ -180,7 +180,7 @@ void PortServer::Impl::accept(const Hello& hello) {
   link->position = links_.size();
   links_.push_back(link);
   const auto drop = [&] {
-    link->abandon();
+    link->closeSilently();
     linkEnded(*link);
   };
   try {

@@ -31,7 +31,7 @@ class ServerConnection {
 
   /// The session cannot tell what it has to: ends the connection at the next dispatch.
   /// Never destroys the session.
-  virtual void breakOff() = 0;
+  virtual void closeOnNextDispatch() = 0;
 };
 
 /// What the owner of a served port keeps for one connected client. It is

@@ -47,7 +47,7 @@ void append(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> bytes)
 
 }  // namespace
 
-void ServerLink::Tail::clear() {
+void ServerLink::PendingOutput::clear() {
   std::vector<std::uint8_t>().swap(bytes);
   written = 0;
 }
@@ -94,13 +94,13 @@ void ServerLink::refuse(System& system, const FileDescriptor& reply, EvtRes reas
 
 void ServerLink::end() {
   LinkOwner* owner = std::exchange(owner_, nullptr);
-  abandon();
+  closeSilently();
   if (owner != nullptr) {
     owner->linkEnded(*this);
   }
 }
 
-void ServerLink::abandon() {
+void ServerLink::closeSilently() {
   owner_ = nullptr;
   onRequest_.end();
   onReply_.end();
@@ -115,8 +115,8 @@ void ServerLink::releaseSession() {
   }
 }
 
-void ServerLink::breakOff() {
-  broken_ = true;
+void ServerLink::closeOnNextDispatch() {
+  closing_ = true;
   // A writable or broken pipe brings the dispatch that ends this.
   static_cast<void>(onEvent_.setInterest(room));
 }
@@ -137,7 +137,7 @@ bool ServerLink::ready(unsigned role, std::uint32_t events) {
 }
 
 bool ServerLink::serve(unsigned role, std::uint32_t events) {
-  if (broken_ || (role != requestRole && (events & EPOLLERR) != 0)) {
+  if (closing_ || (role != requestRole && (events & EPOLLERR) != 0)) {
     end();
     return true;
   }
@@ -149,10 +149,10 @@ bool ServerLink::serve(unsigned role, std::uint32_t events) {
       return true;
     default:
       pumpEvents();
-      if (broken_) {
+      if (closing_) {
         end();
       } else {
-        endIfFinished();
+        endIfDrained();
       }
       return true;
   }
@@ -167,7 +167,7 @@ bool ServerLink::readRequests(std::uint32_t events) {
     }
     return false;
   }
-  if (!reply_.empty() || finishing_) {
+  if (!reply_.empty() || draining_) {
     // Not asked for: a hang-up, or what was reported before the interest ended.
     if ((events & (EPOLLHUP | EPOLLERR)) == 0) {
       return false;
@@ -207,7 +207,7 @@ void ServerLink::writeReply() {
 
 void ServerLink::serveRequests() {
   // In a dispatch inside the session's own call the next request waits for its end.
-  while (!serving_ && owner_ != nullptr && reply_.empty() && !broken_ && !finishing_) {
+  while (!serving_ && owner_ != nullptr && reply_.empty() && !closing_ && !draining_) {
     Frame request;
     const FrameReader::Status status = requests_.next(request);
     if (status == FrameReader::Status::incomplete) {
@@ -222,11 +222,11 @@ void ServerLink::serveRequests() {
   if (owner_ == nullptr) {
     return;
   }
-  if (broken_ || !setInterests()) {
+  if (closing_ || !setInterests()) {
     end();
     return;
   }
-  endIfFinished();
+  endIfDrained();
 }
 
 void ServerLink::answer(const Frame& request) {
@@ -247,13 +247,13 @@ void ServerLink::answer(const Frame& request) {
   }
   const std::size_t length = bytes.size() - FrameHeader::size;
   if (length > maxPayload) {
-    broken_ = true;
+    closing_ = true;
     return;
   }
   header.length = static_cast<std::uint32_t>(length);
   encodeHeader(header, bytes.data());
   if (write(pipes_.reply, bytes, reply_) == Progress::failed) {
-    broken_ = true;
+    closing_ = true;
     return;
   }
   if (std::exchange(eventsWaited_, false)) {
@@ -262,12 +262,12 @@ void ServerLink::answer(const Frame& request) {
 }
 
 ServerLink::Progress ServerLink::write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes,
-                                       Tail& tail) {
+                                       PendingOutput& pending) {
   std::size_t written = 0;
   const Progress progress = writeFrom(pipe, bytes, written);
   if (progress == Progress::blocked) {
-    tail.bytes = std::move(bytes);
-    tail.written = written;
+    pending.bytes = std::move(bytes);
+    pending.written = written;
   }
   return progress;
 }
@@ -289,15 +289,17 @@ ServerLink::Progress ServerLink::writeFrom(const FileDescriptor& pipe,
 }
 
 bool ServerLink::setInterests() {
-  const auto capacityFor = [](const Tail& tail) { return tail.empty() ? nothing : room; };
-  const bool takesRequests = reply_.empty() && !finishing_;
+  const auto interestFor = [](const PendingOutput& pending) {
+    return pending.empty() ? nothing : room;
+  };
+  const bool takesRequests = reply_.empty() && !draining_;
   return onRequest_.setInterest(takesRequests ? input : nothing) == 0 &&
-         onReply_.setInterest(capacityFor(reply_)) == 0 &&
-         onEvent_.setInterest(capacityFor(events_)) == 0;
+         onReply_.setInterest(interestFor(reply_)) == 0 &&
+         onEvent_.setInterest(interestFor(events_)) == 0;
 }
 
 void ServerLink::eventsPending() {
-  if (owner_ == nullptr || broken_) {
+  if (owner_ == nullptr || closing_) {
     return;
   }
   // While a request is served its reply goes first.
@@ -306,21 +308,21 @@ void ServerLink::eventsPending() {
     return;
   }
   if (events_.empty()) {
-    pumpOrBreakOff();
+    pumpOrClose();
   }
 }
 
 /// For callers that are no dispatch, which would end the connection.
-void ServerLink::pumpOrBreakOff() {
+void ServerLink::pumpOrClose() {
   try {
     pumpEvents();
   } catch (const std::bad_alloc&) {
-    breakOff();
+    closeOnNextDispatch();
   }
 }
 
 void ServerLink::pumpEvents() {
-  if (owner_ == nullptr || broken_ || pumping_) {
+  if (owner_ == nullptr || closing_ || pumping_) {
     return;
   }
   BufferLease scratch(core_.eventSlot());
@@ -339,13 +341,13 @@ void ServerLink::pumpEvents() {
     return;
   }
   if (progress == Progress::failed || !setInterests()) {
-    breakOff();
+    closeOnNextDispatch();
   }
 }
 
 bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
   chunk.clear();
-  if (saidStopped_) {
+  if (stoppedSent_) {
     return false;
   }
   {
@@ -363,29 +365,29 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
       encodeHeader(header, chunk.data() + start);
     }
   }
-  if (finishing_ && !serving_ && chunk.empty() && !std::exchange(saidStopped_, true)) {
+  if (draining_ && !serving_ && chunk.empty() && !std::exchange(stoppedSent_, true)) {
     append(chunk, bareFrame(FrameKind::event, stoppedEvent));
   }
   return owner_ != nullptr && !chunk.empty();
 }
 
-void ServerLink::finish() {
+void ServerLink::drainAndClose() {
   const auto keep = shared_from_this();
-  finishing_ = true;
+  draining_ = true;
   if (serving_) {
     // What the request under way goes on to change is told first.
     eventsWaited_ = true;
     return;
   }
-  pumpOrBreakOff();
-  if (owner_ != nullptr && !broken_ && !setInterests()) {
-    breakOff();
+  pumpOrClose();
+  if (owner_ != nullptr && !closing_ && !setInterests()) {
+    closeOnNextDispatch();
   }
-  endIfFinished();
+  endIfDrained();
 }
 
-void ServerLink::endIfFinished() {
-  if (finishing_ && !serving_ && owner_ != nullptr && reply_.empty() && events_.empty()) {
+void ServerLink::endIfDrained() {
+  if (draining_ && !serving_ && owner_ != nullptr && reply_.empty() && events_.empty()) {
     end();
   }
 }

@@ -53,13 +53,13 @@ class ServerLink final : public ServerConnection,
   static void refuse(System& system, const FileDescriptor& reply, EvtRes reason);
 
   /// Ends when everything pending has been written.
-  void finish();
+  void drainAndClose();
 
   /// Ends at once, without a word to the owner.
-  void abandon();
+  void closeSilently();
 
   void eventsPending() override;
-  void breakOff() override;
+  void closeOnNextDispatch() override;
   bool ready(unsigned role, std::uint32_t events) override;
 
   /// Where the owner keeps this.
@@ -69,7 +69,7 @@ class ServerLink final : public ServerConnection,
   enum class Progress { all, blocked, failed };
 
   /// Bytes that wait for room in a pipe.
-  struct Tail {
+  struct PendingOutput {
     std::vector<std::uint8_t> bytes;
     std::size_t written = 0;
 
@@ -85,10 +85,11 @@ class ServerLink final : public ServerConnection,
   void serveRequests();
   void answer(const Frame& request);
   void pumpEvents();
-  void pumpOrBreakOff();
+  void pumpOrClose();
   bool fillEvents(std::vector<std::uint8_t>& chunk);
-  void endIfFinished();
-  Progress write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes, Tail& tail);
+  void endIfDrained();
+  Progress write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes,
+                 PendingOutput& pending);
   Progress writeFrom(const FileDescriptor& pipe, std::span<const std::uint8_t> bytes,
                      std::size_t& written);
   [[nodiscard]] bool setInterests();
@@ -102,14 +103,14 @@ class ServerLink final : public ServerConnection,
   Registration onEvent_;
 
   FrameReader requests_;
-  Tail reply_;
-  Tail events_;
+  PendingOutput reply_;
+  PendingOutput events_;
   bool serving_ = false;       // The session is at work; it must not be destroyed.
   bool pumping_ = false;       // Events are being taken from it.
   bool eventsWaited_ = false;  // They came up meanwhile.
-  bool broken_ = false;        // To end at the next dispatch.
-  bool finishing_ = false;
-  bool saidStopped_ = false;
+  bool closing_ = false;       // To end at the next dispatch.
+  bool draining_ = false;
+  bool stoppedSent_ = false;
 };
 
 }  // namespace EvtSrv::internal

@@ -9,8 +9,8 @@ namespace ModelSrv::internal {
 template <typename T>
 class ObjectLease {
  public:
-  /// `home` outlives this.
-  explicit ObjectLease(T& home) : slot_(home), used_(std::exchange(home, T{})) {}
+  /// `slot` outlives this.
+  explicit ObjectLease(T& slot) : slot_(slot), used_(std::exchange(slot, T{})) {}
   ~ObjectLease() { slot_ = std::move(used_); }
   ObjectLease(const ObjectLease&) = delete;
   ObjectLease& operator=(const ObjectLease&) = delete;

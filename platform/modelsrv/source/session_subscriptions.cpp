@@ -86,7 +86,7 @@ bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartInde
   } catch (const std::bad_alloc&) {
     if (marked)
       subscription.clearPending(index);
-    connection_.breakOff();
+    connection_.closeOnNextDispatch();
     return false;
   }
 }

@@ -8,10 +8,10 @@ namespace modelsrv_tests {
 class FakeConnection : public EvtSrv::internal::ServerConnection {
  public:
   void eventsPending() override { ++told; }
-  void breakOff() override { ++brokenOff; }
+  void closeOnNextDispatch() override { ++closed; }
 
   int told = 0;
-  int brokenOff = 0;
+  int closed = 0;
 };
 
 }  // namespace modelsrv_tests

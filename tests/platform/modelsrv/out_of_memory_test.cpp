@@ -292,7 +292,7 @@ TEST_F(OutOfMemoryOfTheServer, EndsTheConnectionThatCannotBeTold) {
     const bool wasRefused = runShortOfMemory(refused, [&] { result = gains_.setValue(1, next); });
     EXPECT_EQ(result, ModelRes_Success);
     EXPECT_EQ(gains_.value(1), next);
-    EXPECT_EQ(connection.brokenOff, wasRefused ? 1 : 0);
+    EXPECT_EQ(connection.closed, wasRefused ? 1 : 0);
     EXPECT_EQ(takeAll(session), wasRefused ? 0U : 1U);
     EXPECT_EQ(gains_.setValue(1, next + 1), ModelRes_Success);
     EXPECT_EQ(takeAll(session), 1U) << "what comes later is told";
@@ -323,8 +323,7 @@ TEST_F(OutOfMemoryOfTheServer, LeavesAllOfAnArrayAsItWas) {
       EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
       EXPECT_EQ(texts.values(), failed ? before : next);
       // Where there is no room for the update itself, its client's connection ends.
-      EXPECT_EQ(takeAll(session) + static_cast<std::size_t>(connection.brokenOff),
-                failed ? 0U : 1U);
+      EXPECT_EQ(takeAll(session) + static_cast<std::size_t>(connection.closed), failed ? 0U : 1U);
       return wasRefused;
     });
   }
