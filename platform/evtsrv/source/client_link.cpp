@@ -268,7 +268,7 @@ EvtRes ClientLink::look() {
 
 bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
   const auto keep = shared_from_this();
-  if (handingOut_) {
+  if (dispatching_) {
     // The outer dispatch still reads the bytes that it got, and goes on later.
     paused_ = true;
     registration_.end();
@@ -287,8 +287,8 @@ bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
   stalled_ = false;
   events_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
   try {
-    const ScopedFlag handingOut(handingOut_);
-    handOutEvents();
+    const ScopedFlag dispatching(dispatching_);
+    dispatchEvents();
   } catch (const std::bad_alloc&) {
     static_cast<void>(fail(EvtRes_SystemError));
   }
@@ -298,7 +298,7 @@ bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
   return true;
 }
 
-void ClientLink::handOutEvents() {
+void ClientLink::dispatchEvents() {
   while (fault_ == EvtRes_Success) {
     Frame frame;
     const FrameReader::Status status = events_.next(frame);

@@ -54,7 +54,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   /// one is among them, `EvtRes_Timeout` where not. All others are dropped.
   EvtRes takeReplies(const std::uint32_t* wanted, Reply* reply);
   EvtRes showsLife();
-  void handOutEvents();
+  void dispatchEvents();
 
   ManagerCore& core_;
   System& system_;
@@ -71,7 +71,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   FrameReader replies_;
 
   FrameReader events_;
-  bool handingOut_ = false;
+  bool dispatching_ = false;
   bool paused_ = false;  // A dispatch inside a dispatch found events.
 };
 
