@@ -30,7 +30,7 @@ ScopeBase::~ScopeBase() {
 }
 
 void ScopeBase::acceptInput() {
-  lineEditor_.openGate();
+  lineEditor_.startReading();
 }
 
 int ScopeBase::isRunning() const {

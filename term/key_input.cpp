@@ -21,7 +21,7 @@ constexpr int noDescriptor = -1;
 std::atomic<int> wishDescriptor{noDescriptor};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
 
-bool takeWish(int descriptor) {
+bool takeRequest(int descriptor) {
   std::uint64_t wishes = 0;
   return read(descriptor, &wishes, sizeof wishes) == sizeof wishes;
 }
@@ -47,7 +47,7 @@ int readKeyByte(const std::function<void()>& repaint) {
     std::fflush(stdout);
     const int wishes = wishDescriptor;
     const Awaited ready = await(wishes);
-    if (ready.wish && takeWish(wishes) && repaint) {
+    if (ready.wish && takeRequest(wishes) && repaint) {
       repaint();
       continue;
     }
@@ -80,11 +80,11 @@ void requestRepaint() noexcept {
   }
 }
 
-RepaintWishes::RepaintWishes() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+RepaintRequests::RepaintRequests() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   wishDescriptor = descriptor_;
 }
 
-RepaintWishes::~RepaintWishes() {
+RepaintRequests::~RepaintRequests() {
   wishDescriptor = noDescriptor;
   if (descriptor_ != noDescriptor) {
     close(descriptor_);

@@ -24,19 +24,19 @@ inline constexpr int endOfKeys = -1;
 
 /// Asks the thread that reads keys to repaint what it shows, and wakes it where it
 /// waits. For the handler of a signal as well (signal-safety(7)); leaves errno
-/// alone. Has no effect while there are no `RepaintWishes`.
+/// alone. Has no effect while there are no `RepaintRequests`.
 void requestRepaint() noexcept;
 
 /// Lets repaints be asked for as long as it lives; one at a time. Where the system
 /// has no descriptor to spare, nobody is woken and nothing is repainted.
 ///
 /// To be destroyed when no signal handler may call `requestRepaint` any more.
-class RepaintWishes {
+class RepaintRequests {
  public:
-  RepaintWishes();
-  ~RepaintWishes();
-  RepaintWishes(const RepaintWishes&) = delete;
-  RepaintWishes& operator=(const RepaintWishes&) = delete;
+  RepaintRequests();
+  ~RepaintRequests();
+  RepaintRequests(const RepaintRequests&) = delete;
+  RepaintRequests& operator=(const RepaintRequests&) = delete;
 
  private:
   const int descriptor_;

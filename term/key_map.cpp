@@ -79,7 +79,7 @@ void LineEditor::obey(int code) {
     typeText(code);
     return;
   }
-  payRepaint();
+  flushRepaint();
   (this->*action)();
 }
 
@@ -103,7 +103,7 @@ void LineEditor::recover(int code, const std::function<void()>& tell) {
 }
 
 void LineEditor::typeText(int code) {
-  if (!mayShowLater_) {
+  if (!deferRepaint_) {
     insertKey(code);
     return;
   }

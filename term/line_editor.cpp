@@ -39,15 +39,15 @@ LineEditor::LineEditor(int owner, bool batch, LineEditorHost host)
 }
 
 LineEditor::~LineEditor() {
-  if (!gateOpen_) {
+  if (!readingStarted_) {
     running_ = false;
-    openGate();
+    startReading();
   }
 }
 
-void LineEditor::openGate() {
-  gateOpen_ = true;
-  gateOpen_.notify_all();
+void LineEditor::startReading() {
+  readingStarted_ = true;
+  readingStarted_.notify_all();
   if (reader_ != nullptr && !reader_->started() && running_) {
     host_.endOfInput();
   }
@@ -55,7 +55,7 @@ void LineEditor::openGate() {
 
 int LineEditor::readKeys(void* editor) {
   LineEditor& self = *static_cast<LineEditor*>(editor);
-  self.gateOpen_.wait(false);
+  self.readingStarted_.wait(false);
   self.takeKeys();
   UtilSrv::Thread::exit(0);
 }
@@ -71,17 +71,17 @@ void LineEditor::takeKeys() {
     }
     const bool moreWaits = line_.size() > longLine && keyWaiting();
     if (const std::optional<int> key = decoder.take(byte)) {
-      mayShowLater_ = moreWaits;
+      deferRepaint_ = moreWaits;
       handleKey(*key);
-      mayShowLater_ = false;
+      deferRepaint_ = false;
     } else if (!moreWaits) {
-      payRepaint();
+      flushRepaint();
     }
   }
 }
 
 void LineEditor::endInput() {
-  payRepaint();
+  flushRepaint();
   std::putchar('\n');
   host_.endOfInput();
 }
@@ -211,7 +211,7 @@ void LineEditor::replaceLastWord(const std::string& word) {
   moveCursor(2);
 }
 
-void LineEditor::payRepaint() {
+void LineEditor::flushRepaint() {
   if (repaintOwed_) {
     const OutputSpan span;
     redrawLine();

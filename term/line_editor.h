@@ -36,14 +36,14 @@ struct LineEditorHost {
 /// Edits one line on a terminal in raw mode, a key at a time, on a thread of its
 /// own; hands each finished line to the shell and keeps it as history.
 ///
-/// The thread is started by the constructor but takes no key before `openGate`, so
+/// The thread is started by the constructor but takes no key before `startReading`, so
 /// that a key that waits already cannot meet a shell that is still being built. It
 /// ends after the key during which the running flag was cleared, or at the end of
 /// standard input. In batch mode there is no thread, nothing is printed and nothing
 /// is read. Where the system gives no thread, the shell is told that input has
-/// ended when the gate opens.
+/// ended when the lock opens.
 ///
-/// Everything but the running flag belongs to the reading thread once the gate is
+/// Everything but the running flag belongs to the reading thread once the lock is
 /// open; commands run there, so their handlers may use every operation. What an
 /// operation prints stays in one piece between other threads' lines, and is
 /// flushed before the next key is awaited.
@@ -62,7 +62,7 @@ class LineEditor {
 
   /// Lets the reading thread take its first key. To be called once, when the
   /// whole shell stands.
-  void openGate();
+  void startReading();
 
   /// Any thread. Cleared, no key is read any more after the present one.
   void setRunning(bool running) { running_ = running; }
@@ -150,11 +150,11 @@ class LineEditor {
 
   void reprompt();
   void insertText(int code);
-  void payRepaint();
+  void flushRepaint();
   void walk(std::vector<std::string>& from, std::vector<std::string>& to, std::uint8_t steps);
 
   std::atomic<bool> running_{true};
-  std::atomic<bool> gateOpen_{false};
+  std::atomic<bool> readingStarted_{false};
   const int owner_;
   std::vector<std::string> history_;
   // What walking back and forward brings, the next one last. While `walking_` is
@@ -168,11 +168,11 @@ class LineEditor {
   std::uint32_t cursor_ = 0;
   // Whether the text of the present key may be shown later, with that of the keys
   // that wait behind it, and whether such text is still to be shown.
-  bool mayShowLater_ = false;
+  bool deferRepaint_ = false;
   bool repaintOwed_ = false;
   const bool batch_;
   const LineEditorHost host_;
-  std::optional<RepaintWishes> wishes_;
+  std::optional<RepaintRequests> wishes_;
   // Last: started when all else stands, joined while all else still does.
   std::unique_ptr<UtilSrv::Thread> reader_;
 };

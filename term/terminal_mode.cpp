@@ -22,7 +22,7 @@ enum class Mode {
   lent,  ///< original, until a program that was started has ended
 };
 
-/// The terminal as this process wants it. For whoever is in the `Gate` alone.
+/// The terminal as this process wants it. For whoever is in the `SignalSafeLock` alone.
 struct Terminal {
   Mode wanted = Mode::original;
   /// Whether `original` and `raw` are known: they are when raw mode is first set,
@@ -36,30 +36,30 @@ struct Terminal {
 
 Terminal terminal;
 
-std::atomic_flag gateTaken;
+std::atomic_flag lockTaken;
 
-void takeGate() {
-  while (gateTaken.test_and_set(std::memory_order_acquire)) {
+void acquireLock() {
+  while (lockTaken.test_and_set(std::memory_order_acquire)) {
   }
 }
 
 /// Lets one thread at a time at the terminal, its signal handlers included: with
 /// the signals held back none of them can wait for the thread that it interrupts.
 /// Held for a few system calls that do not block.
-class Gate {
+class SignalSafeLock {
  public:
-  Gate() {
+  SignalSafeLock() {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before_);
-    takeGate();
+    acquireLock();
   }
-  ~Gate() {
-    gateTaken.clear(std::memory_order_release);
+  ~SignalSafeLock() {
+    lockTaken.clear(std::memory_order_release);
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
   }
-  Gate(const Gate&) = delete;
-  Gate& operator=(const Gate&) = delete;
+  SignalSafeLock(const SignalSafeLock&) = delete;
+  SignalSafeLock& operator=(const SignalSafeLock&) = delete;
 
  private:
   sigset_t before_{};
@@ -142,14 +142,14 @@ bool setHandler(int signal, void (*handler)(int)) {
 
 void endBySignal(int signal) {
   // Never opened again: nobody takes raw mode between here and the end.
-  takeGate();
+  acquireLock();
   stepAside();
   sigset_t own;
   sigemptyset(&own);
   sigaddset(&own, signal);
   if (setHandler(signal, SIG_DFL) && raise(signal) == 0) {
     // Ends here, not when the handler returns: a handler that is called in between,
-    // as a checked build does, would wait at the gate.
+    // as a checked build does, would wait at the lock.
     pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
   }
   _exit(EXIT_FAILURE);
@@ -158,7 +158,7 @@ void endBySignal(int signal) {
 void stopBySignal(int signal) {
   const int before = errno;
   {
-    const Gate gate;
+    const SignalSafeLock lock;
     stepAside();
     ++terminal.stopping;
   }
@@ -172,7 +172,7 @@ void stopBySignal(int signal) {
     pthread_sigmask(SIG_BLOCK, &own, nullptr);
   }
   {
-    const Gate gate;
+    const SignalSafeLock lock;
     --terminal.stopping;
     if (terminal.wanted != Mode::original) {
       static_cast<void>(setHandler(signal, stopBySignal));
@@ -185,7 +185,7 @@ void stopBySignal(int signal) {
 void goOn(int /*signal*/) {
   const int before = errno;
   {
-    const Gate gate;
+    const SignalSafeLock lock;
     takeAgain();
   }
   errno = before;
@@ -235,7 +235,7 @@ void giveSignalsBack() {
 }
 
 bool takeRawMode() {
-  const Gate gate;
+  const SignalSafeLock lock;
   if (terminal.wanted == Mode::original) {
     if (isatty(STDIN_FILENO) == 0) {
       return false;
@@ -248,7 +248,7 @@ bool takeRawMode() {
 }
 
 bool putOriginalModeBack() {
-  const Gate gate;
+  const SignalSafeLock lock;
   terminal.wanted = Mode::original;
   const bool applied = applyWanted();
   giveSignalsBack();
@@ -262,7 +262,7 @@ bool setRawMode(int mode) {
 }
 
 OriginalMode::OriginalMode() {
-  const Gate gate;
+  const SignalSafeLock lock;
   if (terminal.wanted == Mode::raw) {
     lent_ = true;
     terminal.wanted = Mode::lent;
@@ -274,7 +274,7 @@ OriginalMode::~OriginalMode() {
   if (!lent_) {
     return;
   }
-  const Gate gate;
+  const SignalSafeLock lock;
   if (terminal.wanted == Mode::lent) {
     terminal.wanted = Mode::raw;
     static_cast<void>(applyWanted());

@@ -10,7 +10,7 @@
 namespace treescope {
 
 /// A line editor under the prompt "[here]$ " that is handed its keys by a test; its
-/// own thread never gets beyond the gate.
+/// own thread never gets beyond the lock.
 class EditorRig {
  public:
   EditorRig() : editor(0, false, shell.host()) { start("", 0); }

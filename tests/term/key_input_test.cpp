@@ -99,14 +99,14 @@ int keyBehindARepaint(FedInput& input) {
 
 TEST(Repaint, AWishBeforeTheWaitIsFulfilled) {
   FedInput input;
-  const RepaintWishes wishes;
+  const RepaintRequests wishes;
   requestRepaint();
   EXPECT_EQ(keyBehindARepaint(input), 'r');
 }
 
 TEST(Repaint, AWishEndsTheWait) {
   FedInput input;
-  const RepaintWishes wishes;
+  const RepaintRequests wishes;
   for (int round = 0; round < rounds; ++round) {
     std::thread wisher([] { requestRepaint(); });
     EXPECT_EQ(keyBehindARepaint(input), 'r');
@@ -116,7 +116,7 @@ TEST(Repaint, AWishEndsTheWait) {
 
 TEST(Repaint, AWishOfASignalHandlerIsFulfilled) {
   FedInput input;
-  const RepaintWishes wishes;
+  const RepaintRequests wishes;
   struct sigaction wishing {};
   wishing.sa_handler = [](int) { requestRepaint(); };
   struct sigaction before {};
@@ -132,7 +132,7 @@ TEST(Repaint, AWishOfASignalHandlerIsFulfilled) {
 
 TEST(Repaint, IsShownBeforeTheWaitGoesOn) {
   FedInput input;
-  const RepaintWishes wishes;
+  const RepaintRequests wishes;
   test_support::RecordedWrites writes;
   requestRepaint();
   std::fputs("before", stdout);
@@ -147,7 +147,7 @@ TEST(Repaint, IsShownBeforeTheWaitGoesOn) {
 
 TEST(Repaint, ManyWishesAreOne) {
   FedInput input;
-  const RepaintWishes wishes;
+  const RepaintRequests wishes;
   for (int count = 0; count < 3; ++count) {
     requestRepaint();
   }
@@ -162,7 +162,7 @@ TEST(Repaint, ManyWishesAreOne) {
 
 TEST(Repaint, IsNotOwedToAReaderThatPaintsNothing) {
   FedInput input;
-  const RepaintWishes wishes;
+  const RepaintRequests wishes;
   requestRepaint();
   input.feed("kl");
   EXPECT_EQ(readKeyByte(), 'k');
@@ -172,7 +172,7 @@ TEST(Repaint, IsNotOwedToAReaderThatPaintsNothing) {
 TEST(Repaint, AWishWithoutAnyoneToFulfilItHasNoEffect) {
   errno = ENOTTY;
   requestRepaint();
-  { const RepaintWishes wishes; }
+  { const RepaintRequests wishes; }
   requestRepaint();
   EXPECT_EQ(errno, ENOTTY);
 }

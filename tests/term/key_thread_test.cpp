@@ -38,7 +38,7 @@ const EditorEcho echo("here");
 void edit(const LineEditorHost& host) {
   LineEditor editor(0, false, host);
   editor.showPrompt("here", nullptr);
-  editor.openGate();
+  editor.startReading();
 }
 
 /// The writes of an editor on all of `bytes` and the end of input behind them, which
@@ -107,7 +107,7 @@ void runUntilALineEndsTheShell(FakeShell& shell) {
   };
   LineEditor editor(0, false, host);
   ending = &editor;
-  editor.openGate();
+  editor.startReading();
 }
 
 TEST(KeyThread, EndsWithTheKeyDuringWhichTheRunningFlagWasCleared) {
@@ -170,7 +170,7 @@ TEST(KeyThread, RepaintsPromptLineAndCursorWhenAsked) {
     editor.showPrompt("here", "text");
     editor.moveCursor(1);
     requestRepaint();
-    editor.openGate();
+    editor.startReading();
     typist = std::thread([&] {
       EXPECT_EQ(writes.next(), echo.prompt("text") + echo.cursorAt(0));
       EXPECT_EQ(writes.next(), echo.prompt("text") + echo.cursorAt(0));

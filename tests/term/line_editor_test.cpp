@@ -162,7 +162,7 @@ TEST(LineEditor, ACompletionMayChangeTheLineThatIsCompleted) {
 TEST(LineEditor, PrintsAndReadsNothingInBatchMode) {
   FakeShell shell;
   LineEditor editor(7, true, shell.host());
-  editor.openGate();
+  editor.startReading();
   EXPECT_EQ(EditorRig::outputOf([&] {
               editor.showPrompt("name", "text");
               editor.redrawLine();

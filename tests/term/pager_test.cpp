@@ -108,7 +108,7 @@ TEST(Pager, ReadsTheHeightAnewForEachLine) {
 
 TEST(Pager, ShowsMoreAgainWhereARepaintIsAskedFor) {
   FedInput input;
-  const RepaintWishes wishes;
+  const RepaintRequests wishes;
   CapturedOutput output;
   ScreenPrinter printer(0, false, {.rows = [] { return 2; }});
   requestRepaint();
