@@ -16,28 +16,28 @@ namespace {
 
 constexpr int noDescriptor = -1;
 
-// An event counter rather than a flag: a wish that comes between looking and
+// An event counter rather than a flag: a request that comes between looking and
 // waiting ends the wait.
-std::atomic<int> wishDescriptor{noDescriptor};
+std::atomic<int> requestDescriptor{noDescriptor};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
 
 bool takeRequest(int descriptor) {
-  std::uint64_t wishes = 0;
-  return read(descriptor, &wishes, sizeof wishes) == sizeof wishes;
+  std::uint64_t requests = 0;
+  return read(descriptor, &requests, sizeof requests) == sizeof requests;
 }
 
 struct Awaited {
   bool key = false;
-  bool wish = false;
+  bool request = false;
 };
 
-Awaited await(int wishes) {
-  std::array<pollfd, 2> descriptors{{{STDIN_FILENO, POLLIN, 0}, {wishes, POLLIN, 0}}};
+Awaited await(int requests) {
+  std::array<pollfd, 2> descriptors{{{STDIN_FILENO, POLLIN, 0}, {requests, POLLIN, 0}}};
   if (poll(descriptors.data(), descriptors.size(), -1) == -1) {
     // Where poll(2) fails for want of memory, read(2) does the waiting.
-    return {.key = errno != EINTR, .wish = false};
+    return {.key = errno != EINTR, .request = false};
   }
-  return {.key = descriptors[0].revents != 0, .wish = descriptors[1].revents != 0};
+  return {.key = descriptors[0].revents != 0, .request = descriptors[1].revents != 0};
 }
 
 }  // namespace
@@ -45,9 +45,9 @@ Awaited await(int wishes) {
 int readKeyByte(const std::function<void()>& repaint) {
   for (;;) {
     std::fflush(stdout);
-    const int wishes = wishDescriptor;
-    const Awaited ready = await(wishes);
-    if (ready.wish && takeRequest(wishes) && repaint) {
+    const int requests = requestDescriptor;
+    const Awaited ready = await(requests);
+    if (ready.request && takeRequest(requests) && repaint) {
       repaint();
       continue;
     }
@@ -72,20 +72,20 @@ bool keyWaiting() {
 
 void requestRepaint() noexcept {
   const int before = errno;
-  const int descriptor = wishDescriptor;
+  const int descriptor = requestDescriptor;
   constexpr std::uint64_t one = 1;
   if (descriptor != noDescriptor && write(descriptor, &one, sizeof one) == -1) {
-    // The counter is full of wishes that nobody has looked at: one more is none.
+    // The counter is full of requests that nobody has looked at: one more is none.
     errno = before;
   }
 }
 
 RepaintRequests::RepaintRequests() : descriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  wishDescriptor = descriptor_;
+  requestDescriptor = descriptor_;
 }
 
 RepaintRequests::~RepaintRequests() {
-  wishDescriptor = noDescriptor;
+  requestDescriptor = noDescriptor;
   if (descriptor_ != noDescriptor) {
     close(descriptor_);
   }

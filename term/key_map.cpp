@@ -31,9 +31,9 @@ LineEditor::Action LineEditor::actionOf(int code) {
     Action action;
   };
   static constexpr std::array<Row, 25> keyMap{{
-      {deleteByte, &LineEditor::rubOut},
-      {control('H'), &LineEditor::rubOut},
-      {KEY_BACKSPACE, &LineEditor::rubOut},
+      {deleteByte, &LineEditor::deleteBackward},
+      {control('H'), &LineEditor::deleteBackward},
+      {KEY_BACKSPACE, &LineEditor::deleteBackward},
       {control('A'), &LineEditor::goToStart},
       {KEY_HOME, &LineEditor::goToStart},
       {control('B'), &LineEditor::goLeft},
@@ -64,7 +64,7 @@ LineEditor::Action LineEditor::actionOf(int code) {
 
 void LineEditor::handleKey(int code) {
   try {
-    obey(code);
+    dispatchKey(code);
   } catch (const std::out_of_range&) {
     recover(code, host_.rangeError);
   } catch (const std::exception&) {
@@ -73,7 +73,7 @@ void LineEditor::handleKey(int code) {
   }
 }
 
-void LineEditor::obey(int code) {
+void LineEditor::dispatchKey(int code) {
   const Action action = actionOf(code);
   if (action == nullptr) {
     typeText(code);
@@ -112,7 +112,7 @@ void LineEditor::typeText(int code) {
   repaintOwed_ = true;
 }
 
-void LineEditor::rubOut() {
+void LineEditor::deleteBackward() {
   if (cursor_ == 0 || line_.empty()) {
     return;
   }
@@ -202,7 +202,7 @@ void LineEditor::accept() {
   const Expansion expansion = expandHistory(line_, history_);
   line_ = expansion.run;
   history_.push_back(expansion.stored);
-  walking_ = false;
+  browsing_ = false;
   std::fflush(stdout);
   if (!host_.runLine(expansion.run.c_str())) {
     return;

@@ -177,9 +177,9 @@ void LineEditor::killLine(bool toEnd) {
   moveCursor(toEnd ? 6 : 5);
 }
 
-void LineEditor::walk(std::vector<std::string>& from, std::vector<std::string>& to,
-                      std::uint8_t steps) {
-  if (!std::exchange(walking_, true)) {
+void LineEditor::browse(std::vector<std::string>& from, std::vector<std::string>& to,
+                        std::uint8_t steps) {
+  if (!std::exchange(browsing_, true)) {
     olderLines_ = history_;
     newerLines_.clear();
   }
@@ -193,11 +193,11 @@ void LineEditor::walk(std::vector<std::string>& from, std::vector<std::string>& 
 }
 
 void LineEditor::historyBack(std::uint8_t steps) {
-  walk(olderLines_, newerLines_, steps);
+  browse(olderLines_, newerLines_, steps);
 }
 
 void LineEditor::historyForward(std::uint8_t steps) {
-  walk(newerLines_, olderLines_, steps);
+  browse(newerLines_, olderLines_, steps);
 }
 
 void LineEditor::replaceLastWord(const std::string& word) {

@@ -129,10 +129,10 @@ class LineEditor {
   void repaint();
 
   static Action actionOf(int code);
-  void obey(int code);
+  void dispatchKey(int code);
   void recover(int code, const std::function<void()>& tell);
   void typeText(int code);
-  void rubOut();
+  void deleteBackward();
   void goToStart();
   void goToEnd();
   void goLeft();
@@ -151,18 +151,18 @@ class LineEditor {
   void reprompt();
   void insertText(int code);
   void flushRepaint();
-  void walk(std::vector<std::string>& from, std::vector<std::string>& to, std::uint8_t steps);
+  void browse(std::vector<std::string>& from, std::vector<std::string>& to, std::uint8_t steps);
 
   std::atomic<bool> running_{true};
   std::atomic<bool> readingStarted_{false};
   const int owner_;
   std::vector<std::string> history_;
-  // What walking back and forward brings, the next one last. While `walking_` is
+  // What walking back and forward brings, the next one last. While `browsing_` is
   // false they stand for all of the history and nothing, and are filled when the
   // first step is made.
   std::vector<std::string> olderLines_;
   std::vector<std::string> newerLines_;
-  bool walking_ = false;
+  bool browsing_ = false;
   std::string line_;
   int textColumn_ = 1;
   std::uint32_t cursor_ = 0;

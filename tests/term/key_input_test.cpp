@@ -24,7 +24,7 @@ namespace {
 using test_support::FedInput;
 using testing::ElementsAre;
 
-// Enough for a wish to meet the reader before, in and between its system calls.
+// Enough for a request to meet the reader before, in and between its system calls.
 constexpr int rounds = 200;
 
 TEST(KeyInput, GivesEveryByteAndThenTheEnd) {
@@ -99,28 +99,28 @@ int keyBehindARepaint(FedInput& input) {
 
 TEST(Repaint, AWishBeforeTheWaitIsFulfilled) {
   FedInput input;
-  const RepaintRequests wishes;
+  const RepaintRequests requests;
   requestRepaint();
   EXPECT_EQ(keyBehindARepaint(input), 'r');
 }
 
 TEST(Repaint, AWishEndsTheWait) {
   FedInput input;
-  const RepaintRequests wishes;
+  const RepaintRequests requests;
   for (int round = 0; round < rounds; ++round) {
-    std::thread wisher([] { requestRepaint(); });
+    std::thread requester([] { requestRepaint(); });
     EXPECT_EQ(keyBehindARepaint(input), 'r');
-    wisher.join();
+    requester.join();
   }
 }
 
 TEST(Repaint, AWishOfASignalHandlerIsFulfilled) {
   FedInput input;
-  const RepaintRequests wishes;
-  struct sigaction wishing {};
-  wishing.sa_handler = [](int) { requestRepaint(); };
+  const RepaintRequests requests;
+  struct sigaction requesting {};
+  requesting.sa_handler = [](int) { requestRepaint(); };
   struct sigaction before {};
-  ASSERT_EQ(sigaction(SIGCONT, &wishing, &before), 0);
+  ASSERT_EQ(sigaction(SIGCONT, &requesting, &before), 0);
   const pthread_t reader = pthread_self();
   for (int round = 0; round < rounds; ++round) {
     std::thread sender([reader] { pthread_kill(reader, SIGCONT); });
@@ -132,7 +132,7 @@ TEST(Repaint, AWishOfASignalHandlerIsFulfilled) {
 
 TEST(Repaint, IsShownBeforeTheWaitGoesOn) {
   FedInput input;
-  const RepaintRequests wishes;
+  const RepaintRequests requests;
   test_support::RecordedWrites writes;
   requestRepaint();
   std::fputs("before", stdout);
@@ -147,7 +147,7 @@ TEST(Repaint, IsShownBeforeTheWaitGoesOn) {
 
 TEST(Repaint, ManyWishesAreOne) {
   FedInput input;
-  const RepaintRequests wishes;
+  const RepaintRequests requests;
   for (int count = 0; count < 3; ++count) {
     requestRepaint();
   }
@@ -162,7 +162,7 @@ TEST(Repaint, ManyWishesAreOne) {
 
 TEST(Repaint, IsNotOwedToAReaderThatPaintsNothing) {
   FedInput input;
-  const RepaintRequests wishes;
+  const RepaintRequests requests;
   requestRepaint();
   input.feed("kl");
   EXPECT_EQ(readKeyByte(), 'k');
@@ -172,7 +172,7 @@ TEST(Repaint, IsNotOwedToAReaderThatPaintsNothing) {
 TEST(Repaint, AWishWithoutAnyoneToFulfilItHasNoEffect) {
   errno = ENOTTY;
   requestRepaint();
-  { const RepaintRequests wishes; }
+  { const RepaintRequests requests; }
   requestRepaint();
   EXPECT_EQ(errno, ENOTTY);
 }

@@ -50,7 +50,7 @@ TEST_P(KeyMap, EditsAndPrints) {
 
 const auto nameOfCase = [](const auto& test) { return test.param.name; };
 
-std::string rubbedOut(const std::string& line, std::size_t cursor) {
+std::string deletedBackward(const std::string& line, std::size_t cursor) {
   return "\033[2K" + echo.prompt(line) + echo.redrawn(line, cursor);
 }
 
@@ -60,7 +60,7 @@ const std::vector<int> left{control('B'), KEY_LEFT};
 const std::vector<int> right{control('F'), KEY_RIGHT};
 const std::vector<int> end{control('E'), KEY_END};
 const std::vector<int> erase{control('D'), KEY_DC};
-const std::vector<int> walks{control('P'), KEY_UP, KEY_PPAGE, control('N'), KEY_DOWN, KEY_NPAGE};
+const std::vector<int> browsing{control('P'), KEY_UP, KEY_PPAGE, control('N'), KEY_DOWN, KEY_NPAGE};
 
 INSTANTIATE_TEST_SUITE_P(
     Moving, KeyMap,
@@ -82,13 +82,13 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Erasing, KeyMap,
     testing::Values(
-        Case{"Backspace", backspace, "abcd", 2, "acd", 1, rubbedOut("acd", 1)},
-        Case{"BackspaceAtTheEnd", backspace, "abc", 3, "ab", 2, rubbedOut("ab", 2)},
-        Case{"BackspaceOfTheOnlyByte", backspace, "a", 1, "", 0, rubbedOut("", 0)},
+        Case{"Backspace", backspace, "abcd", 2, "acd", 1, deletedBackward("acd", 1)},
+        Case{"BackspaceAtTheEnd", backspace, "abc", 3, "ab", 2, deletedBackward("ab", 2)},
+        Case{"BackspaceOfTheOnlyByte", backspace, "a", 1, "", 0, deletedBackward("", 0)},
         Case{"BackspaceAtTheBeginning", backspace, "abc", 0, "abc", 0, ""},
         Case{"BackspaceOnAnEmptyLine", backspace, "", 0, "", 0, ""},
         Case{"BackspacePastTheEndOfAnEmptyLine", backspace, "", 1, "", 1, ""},
-        Case{"BackspacePastTheEnd", backspace, "abc", 5, "abc", 4, rubbedOut("abc", 4)},
+        Case{"BackspacePastTheEnd", backspace, "abc", 5, "abc", 4, deletedBackward("abc", 4)},
         Case{"Delete", erase, "abcd", 1, "acd", 1, echo.redrawn("acd", 1)},
         Case{"DeleteAtTheBeginning", erase, "abc", 0, "bc", 0, echo.redrawn("bc", 0)},
         Case{"DeleteAtTheEnd", erase, "abc", 3, "abc", 3, ""},
@@ -102,9 +102,9 @@ INSTANTIATE_TEST_SUITE_P(
     nameOfCase);
 
 INSTANTIATE_TEST_SUITE_P(WalkingAnEmptyHistory, KeyMap,
-                         testing::Values(Case{"PutsTheCursorAtTheEnd", walks, "abc", 1, "abc", 3,
+                         testing::Values(Case{"PutsTheCursorAtTheEnd", browsing, "abc", 1, "abc", 3,
                                               echo.redrawn("abc", 3)},
-                                         Case{"FromPastTheEnd", walks, "abc", 6, "abc", 3,
+                                         Case{"FromPastTheEnd", browsing, "abc", 6, "abc", 3,
                                               echo.redrawn("abc", 3)}),
                          nameOfCase);
 

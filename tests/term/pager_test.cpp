@@ -108,7 +108,7 @@ TEST(Pager, ReadsTheHeightAnewForEachLine) {
 
 TEST(Pager, ShowsMoreAgainWhereARepaintIsAskedFor) {
   FedInput input;
-  const RepaintRequests wishes;
+  const RepaintRequests requests;
   CapturedOutput output;
   ScreenPrinter printer(0, false, {.rows = [] { return 2; }});
   requestRepaint();
