@@ -50,7 +50,7 @@ struct HostTree::Disk {
   Value<std::uint64_t> free{2, "free", 0, ModelPartStatus_ReadOnly};
   Node node;
 
-  explicit Disk(const ChildRegister::Child& child) : node(child.id, child.name) {
+  explicit Disk(const IdAllocator::Child& child) : node(child.id, child.name) {
     hang(node, size);
     hang(node, free);
   }
@@ -70,7 +70,7 @@ struct HostTree::Interface {
   Value<bool> up{6, "up", false, ModelPartStatus_ReadOnly};
   Node node;
 
-  explicit Interface(const ChildRegister::Child& child) : node(child.id, child.name) {
+  explicit Interface(const IdAllocator::Child& child) : node(child.id, child.name) {
     for (ModelPart* part : std::initializer_list<ModelPart*>{
              &receivedBytes, &sentBytes, &receivedPackets, &sentPackets, &mtu, &up}) {
       hang(node, *part);
@@ -90,7 +90,7 @@ struct HostTree::Interface {
 struct HostTree::Zone {
   Value<double> celsius;
 
-  explicit Zone(const ChildRegister::Child& child)
+  explicit Zone(const IdAllocator::Child& child)
       : celsius(child.id, child.name, 0, ModelPartStatus_ReadOnly) {}
   void show(const HostSample::Zone& zone) { set(celsius, zone.celsius); }
   ModelPart& part() { return celsius; }

@@ -10,9 +10,9 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
-#include "servers/child_register.h"
 #include "servers/failure.h"
 #include "servers/host_sample.h"
+#include "servers/id_allocator.h"
 
 namespace modelsrvd {
 
@@ -50,7 +50,7 @@ class HostTree {
   /// The children of a node that come and go, by what they stand for.
   template <typename T>
   struct Changing {
-    ChildRegister known;
+    IdAllocator known;
     std::map<std::string, std::unique_ptr<T>> shown;
   };
 

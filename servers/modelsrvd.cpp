@@ -16,7 +16,7 @@ using modelsrvd::ExitStatus;
 
 ExitStatus print(const std::string& text) {
   if (const auto failure = modelsrvd::writeOutput(text)) {
-    modelsrvd::complain(*failure);
+    modelsrvd::printError(*failure);
     return ExitStatus::cannotServe;
   }
   return ExitStatus::success;
@@ -25,7 +25,7 @@ ExitStatus print(const std::string& text) {
 ExitStatus runProgram(const std::vector<std::string_view>& words) {
   const auto outcome = modelsrvd::parseOptions(words);
   if (const auto* failure = std::get_if<modelsrvd::Failure>(&outcome)) {
-    modelsrvd::complain(*failure);
+    modelsrvd::printError(*failure);
     return ExitStatus::badUsage;
   }
   const auto& options = std::get<modelsrvd::Options>(outcome);
@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string_view> words(argv + (argc > 0 ? 1 : 0), argv + argc);
     return static_cast<int>(runProgram(words));
   } catch (const std::bad_alloc&) {
-    modelsrvd::complain({"out of memory"});
+    modelsrvd::printError({"out of memory"});
     return static_cast<int>(ExitStatus::cannotServe);
   }
 }

@@ -93,7 +93,7 @@ Fault takeSynthetic(Options& options, std::string_view value) {
   return std::nullopt;
 }
 
-Fault takeChurn(Options& options, std::string_view value) {
+Fault takeChangeRate(Options& options, std::string_view value) {
   const auto churn = parseNumber(value, 1, fastestChurn);
   if (!churn) {
     return badValue("--churn", value,
@@ -113,7 +113,7 @@ constexpr std::array<Switch, 6> switches{{{"--name", takeName},
                                           {"--period", takePeriod},
                                           {"--group", takeGroup},
                                           {"--synthetic", takeSynthetic},
-                                          {"--churn", takeChurn}}};
+                                          {"--churn", takeChangeRate}}};
 
 std::optional<std::size_t> findSwitch(std::string_view name) {
   for (std::size_t index = 0; index < switches.size(); ++index) {

@@ -10,14 +10,14 @@
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
 #include "servers/files.h"
-#include "servers/shown_tree.h"
 #include "servers/signals.h"
+#include "servers/tree_source.h"
 
 namespace modelsrvd {
 
 namespace {
 
-using Clock = ShownTree::Clock;
+using Clock = TreeSource::Clock;
 
 /// How long to wait for events: until `due`, or without limit.
 int waitFor(std::optional<Clock::time_point> due, Clock::time_point now) {
@@ -30,21 +30,21 @@ int waitFor(std::optional<Clock::time_point> due, Clock::time_point now) {
 }
 
 ExitStatus fail(ExitStatus status, const Failure& failure) {
-  complain(failure);
+  printError(failure);
   return status;
 }
 
 /// Pumps events and keeps the tree going until the end is asked for.
-ExitStatus run(EvtSrv::EventPortManager& manager, ShownTree& tree, Signals& signals) {
+ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& signals) {
   while (!signals.ended()) {
     if (signals.takeReload()) {
       if (const auto failure = tree.reload()) {
-        complain(*failure);
+        printError(*failure);
       }
     }
     const auto now = Clock::now();
-    tree.proceed(now);
-    const EvtSrv::EvtRes result = manager.receiveEvent(waitFor(tree.due(now), now));
+    tree.tick(now);
+    const EvtSrv::EvtRes result = manager.receiveEvent(waitFor(tree.nextDeadline(now), now));
     if (result != EvtSrv::EvtRes_Success && result != EvtSrv::EvtRes_Timeout) {
       return fail(ExitStatus::cannotServe, {std::string("events: ") + EvtSrv::describe(result)});
     }
@@ -65,7 +65,7 @@ Failure nameFailure(const Options& options, const std::string& name, ModelSrv::M
 
 }  // namespace
 
-void complain(const Failure& failure) {
+void printError(const Failure& failure) {
   const std::string line = "modelsrvd: " + failure.text + "\n";
   // Where standard error takes nothing there is nobody to tell.
   static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
@@ -86,11 +86,11 @@ ExitStatus serve(const Options& options) {
     return fail(ExitStatus::cannotServe, {"signals: the system refuses the handlers"});
   }
   ModelSrv::ModelRoot root(&manager);
-  auto made = makeShownTree(options);
+  auto made = makeTreeSource(options);
   if (auto* failure = std::get_if<Failure>(&made)) {
     return fail(ExitStatus::badUsage, *failure);
   }
-  ShownTree& tree = *std::get<std::unique_ptr<ShownTree>>(made);
+  TreeSource& tree = *std::get<std::unique_ptr<TreeSource>>(made);
   const std::string name = options.name ? *options.name : tree.name();
   if (name.empty()) {
     return fail(ExitStatus::badUsage,

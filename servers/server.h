@@ -14,6 +14,6 @@ enum class ExitStatus : int { success = 0, cannotServe = 1, badUsage = 2 };
 [[nodiscard]] ExitStatus serve(const Options& options);
 
 /// Writes "modelsrvd: " and `failure` to standard error as one line.
-void complain(const Failure& failure);
+void printError(const Failure& failure);
 
 }  // namespace modelsrvd

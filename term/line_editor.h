@@ -41,9 +41,9 @@ struct LineEditorHost {
 /// ends after the key during which the running flag was cleared, or at the end of
 /// standard input. In batch mode there is no thread, nothing is printed and nothing
 /// is read. Where the system gives no thread, the shell is told that input has
-/// ended when the lock opens.
+/// ended when reading starts.
 ///
-/// Everything but the running flag belongs to the reading thread once the lock is
+/// Everything but the running flag belongs to the reading thread once reading has
 /// open; commands run there, so their handlers may use every operation. What an
 /// operation prints stays in one piece between other threads' lines, and is
 /// flushed before the next key is awaited.

@@ -149,7 +149,7 @@ void endBySignal(int signal) {
   sigaddset(&own, signal);
   if (setHandler(signal, SIG_DFL) && raise(signal) == 0) {
     // Ends here, not when the handler returns: a handler that is called in between,
-    // as a checked build does, would wait at the lock.
+    // as a checked build does, would wait for the lock.
     pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
   }
   _exit(EXIT_FAILURE);

@@ -1,4 +1,4 @@
-#include "servers/shown_tree.h"
+#include "servers/tree_source.h"
 
 #include <mutex>
 #include <utility>
@@ -12,19 +12,20 @@
 
 namespace modelsrvd {
 
-std::optional<ShownTree::Clock::time_point> ShownTree::due(Clock::time_point /*now*/) const {
+std::optional<TreeSource::Clock::time_point> TreeSource::nextDeadline(
+    Clock::time_point /*now*/) const {
   return std::nullopt;
 }
 
-void ShownTree::proceed(Clock::time_point /*now*/) {}
+void TreeSource::tick(Clock::time_point /*now*/) {}
 
-std::optional<Failure> ShownTree::reload() {
+std::optional<Failure> TreeSource::reload() {
   return std::nullopt;
 }
 
 namespace {
 
-class LiveTree final : public ShownTree {
+class LiveTree final : public TreeSource {
  public:
   explicit LiveTree(std::uint32_t period) : tree_(period), sampler_(HostFiles()) {}
 
@@ -38,11 +39,12 @@ class LiveTree final : public ShownTree {
   }
 
   // The period counts from the last sample, so that a new one holds at once.
-  [[nodiscard]] std::optional<Clock::time_point> due(Clock::time_point /*now*/) const override {
+  [[nodiscard]] std::optional<Clock::time_point> nextDeadline(
+      Clock::time_point /*now*/) const override {
     return last_ + std::chrono::milliseconds(tree_.period());
   }
 
-  void proceed(Clock::time_point now) override {
+  void tick(Clock::time_point now) override {
     const auto planned = last_ + std::chrono::milliseconds(tree_.period());
     if (now < planned) {
       return;
@@ -71,7 +73,7 @@ Outcome<TreeDescription> readDescription(const std::string& path) {
   return description;
 }
 
-class FileTree final : public ShownTree {
+class FileTree final : public TreeSource {
  public:
   FileTree(std::string path, TreeDescription description)
       : path_(std::move(path)),
@@ -109,11 +111,11 @@ class FileTree final : public ShownTree {
   ModelSrv::ModelRoot* root_ = nullptr;
 };
 
-class MeasuredTree final : public ShownTree {
+class MeasuredTree final : public TreeSource {
  public:
   MeasuredTree(SyntheticShape shape, std::uint32_t rate) : tree_(shape) {
     if (rate != 0) {
-      churn_.emplace(rate, Clock::now());
+      pacer_.emplace(rate, Clock::now());
     }
   }
 
@@ -123,27 +125,28 @@ class MeasuredTree final : public ShownTree {
     return tree_.publish(root);
   }
 
-  [[nodiscard]] std::optional<Clock::time_point> due(Clock::time_point now) const override {
-    if (!churn_) {
+  [[nodiscard]] std::optional<Clock::time_point> nextDeadline(
+      Clock::time_point now) const override {
+    if (!pacer_) {
       return std::nullopt;
     }
-    return now + churn_->wait(now);
+    return now + pacer_->wait(now);
   }
 
-  void proceed(Clock::time_point now) override {
-    if (churn_) {
-      tree_.change(churn_->take(now));
+  void tick(Clock::time_point now) override {
+    if (pacer_) {
+      tree_.change(pacer_->take(now));
     }
   }
 
  private:
   SyntheticTree tree_;
-  std::optional<Churn> churn_;
+  std::optional<ChangePacer> pacer_;
 };
 
 }  // namespace
 
-Outcome<std::unique_ptr<ShownTree>> makeShownTree(const Options& options) {
+Outcome<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options) {
   if (options.synthetic) {
     return std::make_unique<MeasuredTree>(*options.synthetic, options.churn);
   }

@@ -1,13 +1,13 @@
-#include "servers/child_register.h"
+#include "servers/id_allocator.h"
 
 #include <string_view>
 #include <utility>
 
 namespace modelsrvd {
 
-std::optional<ChildRegister::Child> ChildRegister::find(const std::string& key,
-                                                        const std::string& wished,
-                                                        const std::set<std::string>& present) {
+std::optional<IdAllocator::Child> IdAllocator::find(const std::string& key,
+                                                    const std::string& wished,
+                                                    const std::set<std::string>& present) {
   if (const auto known = children_.find(key); known != children_.end()) {
     return known->second;
   }
@@ -30,7 +30,7 @@ std::optional<ChildRegister::Child> ChildRegister::find(const std::string& key,
   return children_.emplace(key, std::move(child)).first->second;
 }
 
-void ChildRegister::forgetAbsent(const std::set<std::string>& present) {
+void IdAllocator::forgetAbsent(const std::set<std::string>& present) {
   for (auto child = children_.begin(); child != children_.end();) {
     if (present.count(child->first) != 0) {
       ++child;

@@ -13,11 +13,11 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-const Churn::Clock::time_point start{seconds(1000)};
+const ChangePacer::Clock::time_point start{seconds(1000)};
 
 /// Lives as the server does for `length`, and gives how many changes it made.
-std::uint64_t live(std::uint32_t rate, Churn::Clock::duration length) {
-  Churn churn(rate, start);
+std::uint64_t live(std::uint32_t rate, ChangePacer::Clock::duration length) {
+  ChangePacer churn(rate, start);
   std::uint64_t made = 0;
   for (auto now = start; now <= start + length; now += churn.wait(now)) {
     made += churn.take(now);
@@ -25,7 +25,7 @@ std::uint64_t live(std::uint32_t rate, Churn::Clock::duration length) {
   return made;
 }
 
-TEST(Churn, ComesToItsRate) {
+TEST(ChangePacer, ComesToItsRate) {
   EXPECT_EQ(live(1, seconds(10)), 10U);
   EXPECT_EQ(live(7, seconds(100)), 700U);
   EXPECT_EQ(live(1000, seconds(2)), 2000U);
@@ -33,35 +33,35 @@ TEST(Churn, ComesToItsRate) {
   EXPECT_EQ(live(1000000, seconds(1)), 1000000U);
 }
 
-TEST(Churn, KeepsItsRateOverHours) {
+TEST(ChangePacer, KeepsItsRateOverHours) {
   EXPECT_EQ(live(3, hours(5)), 5U * 3600 * 3);
 }
 
-TEST(Churn, OwesNothingAtTheStart) {
-  Churn churn(1000000, start);
+TEST(ChangePacer, OwesNothingAtTheStart) {
+  ChangePacer churn(1000000, start);
   EXPECT_EQ(churn.take(start), 0U);
   EXPECT_EQ(churn.take(start - seconds(1)), 0U);
 }
 
-TEST(Churn, WaitsNoShorterThanAMillisecond) {
-  EXPECT_EQ(Churn(1000000, start).wait(start), milliseconds(1));
-  EXPECT_EQ(Churn(10, start).wait(start), milliseconds(100));
-  EXPECT_EQ(Churn(3, start).wait(start), milliseconds(334));
+TEST(ChangePacer, WaitsNoShorterThanAMillisecond) {
+  EXPECT_EQ(ChangePacer(1000000, start).wait(start), milliseconds(1));
+  EXPECT_EQ(ChangePacer(10, start).wait(start), milliseconds(100));
+  EXPECT_EQ(ChangePacer(3, start).wait(start), milliseconds(334));
 }
 
-TEST(Churn, DoesNotWaitWhereSomethingIsDue) {
-  EXPECT_EQ(Churn(10, start).wait(start + milliseconds(100)), milliseconds(0));
+TEST(ChangePacer, DoesNotWaitWhereSomethingIsDue) {
+  EXPECT_EQ(ChangePacer(10, start).wait(start + milliseconds(100)), milliseconds(0));
 }
 
-TEST(Churn, BoundsTheBurstOfOneThatWasHeldUp) {
-  Churn churn(100000, start);
+TEST(ChangePacer, BoundsTheBurstOfOneThatWasHeldUp) {
+  ChangePacer churn(100000, start);
   EXPECT_EQ(churn.take(start + hours(3)), 5000U);
   EXPECT_EQ(churn.take(start + hours(3)), 0U);
   EXPECT_EQ(churn.take(start + hours(3) + milliseconds(1)), 100U);
 }
 
-TEST(Churn, ASlowOneHeldUpStillMakesOneChange) {
-  Churn churn(1, start);
+TEST(ChangePacer, ASlowOneHeldUpStillMakesOneChange) {
+  ChangePacer churn(1, start);
   EXPECT_EQ(churn.take(start + seconds(60)), 1U);
 }
 

@@ -9,14 +9,14 @@ namespace modelsrvd {
 ///
 /// Time comes in from outside. A caller that is late is owed at most what falls
 /// into `longestDebt`; the rest is dropped, so that no burst holds clients up.
-class Churn {
+class ChangePacer {
  public:
   using Clock = std::chrono::steady_clock;
 
   static constexpr std::chrono::milliseconds longestDebt{50};
 
   /// `rate` changes a second, at least 1, counted from `start`.
-  Churn(std::uint32_t rate, Clock::time_point start) : rate_(rate), start_(start) {}
+  ChangePacer(std::uint32_t rate, Clock::time_point start) : rate_(rate), start_(start) {}
 
   /// How many changes are due; they count as made.
   [[nodiscard]] std::uint32_t take(Clock::time_point now);

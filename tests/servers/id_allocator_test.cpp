@@ -1,4 +1,4 @@
-#include "servers/child_register.h"
+#include "servers/id_allocator.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 namespace modelsrvd {
 namespace {
 
-TEST(ChildRegister, GivesWhatReturnsItsOldIdAndName) {
-  ChildRegister children;
+TEST(IdAllocator, GivesWhatReturnsItsOldIdAndName) {
+  IdAllocator children;
   const auto first = children.find("eth0", "eth0", {"eth0"});
   const auto second = children.find("wlan0", "wlan0", {"wlan0"});
   const auto again = children.find("eth0", "eth0", {"eth0", "wlan0"});
@@ -19,16 +19,16 @@ TEST(ChildRegister, GivesWhatReturnsItsOldIdAndName) {
   EXPECT_EQ(again->name, "eth0");
 }
 
-TEST(ChildRegister, MakesNamesUnique) {
-  ChildRegister children;
+TEST(IdAllocator, MakesNamesUnique) {
+  IdAllocator children;
   const std::set<std::string> present{"/boot/efi", "/boot-efi", "/boot/efi/"};
   EXPECT_EQ(children.find("/boot/efi", "boot-efi", present)->name, "boot-efi");
   EXPECT_EQ(children.find("/boot-efi", "boot-efi", present)->name, "boot-efi-2");
   EXPECT_EQ(children.find("/boot/efi/", "boot-efi", present)->name, "boot-efi-3");
 }
 
-TEST(ChildRegister, TakesIdsFromTheAbsentWhenAllAreGiven) {
-  ChildRegister children;
+TEST(IdAllocator, TakesIdsFromTheAbsentWhenAllAreGiven) {
+  IdAllocator children;
   for (unsigned number = 1; number <= ModelSrv::ModelPartId_Max; ++number) {
     const std::string key = std::to_string(number);
     ASSERT_TRUE(children.find(key, key, {key}));
@@ -41,8 +41,8 @@ TEST(ChildRegister, TakesIdsFromTheAbsentWhenAllAreGiven) {
   EXPECT_EQ(children.find("1", "1", present)->id, 1U);
 }
 
-TEST(ChildRegister, GivesNothingWhenAllIdsAreInUse) {
-  ChildRegister children;
+TEST(IdAllocator, GivesNothingWhenAllIdsAreInUse) {
+  IdAllocator children;
   std::set<std::string> present;
   for (unsigned number = 1; number <= ModelSrv::ModelPartId_Max; ++number) {
     const std::string key = std::to_string(number);

@@ -4,7 +4,7 @@
 
 namespace modelsrvd {
 
-std::uint64_t Churn::total(Clock::time_point now) const {
+std::uint64_t ChangePacer::total(Clock::time_point now) const {
   using std::chrono::microseconds;
   const auto passed = std::chrono::duration_cast<microseconds>(now - start_).count();
   // At a million a second 2^64 microseconds of product last half a year; `take`
@@ -12,7 +12,7 @@ std::uint64_t Churn::total(Clock::time_point now) const {
   return static_cast<std::uint64_t>(std::max<microseconds::rep>(passed, 0)) * rate_ / 1000000;
 }
 
-std::uint32_t Churn::take(Clock::time_point now) {
+std::uint32_t ChangePacer::take(Clock::time_point now) {
   using std::chrono::hours;
   const std::uint64_t due = total(now);
   if (due <= made_) {
@@ -30,7 +30,7 @@ std::uint32_t Churn::take(Clock::time_point now) {
   return count;
 }
 
-std::chrono::milliseconds Churn::wait(Clock::time_point now) const {
+std::chrono::milliseconds ChangePacer::wait(Clock::time_point now) const {
   using std::chrono::microseconds;
   using std::chrono::milliseconds;
   if (total(now) > made_) {

@@ -13,7 +13,7 @@ namespace modelsrvd {
 ///
 /// Whatever returns gets the id and the name it had, as long as no more than all
 /// ids are spoken for; then the absent ones lose theirs. For one thread.
-class ChildRegister {
+class IdAllocator {
  public:
   struct Child {
     ModelSrv::ModelPartId id;

@@ -14,11 +14,11 @@ namespace modelsrvd {
 /// One of the trees that the server can show, with what keeps it going.
 ///
 /// Lives on the thread that dispatches. Time comes in from outside.
-class ShownTree {
+class TreeSource {
  public:
   using Clock = std::chrono::steady_clock;
 
-  virtual ~ShownTree() = default;
+  virtual ~TreeSource() = default;
 
   /// The port's name where the command line gives none; may be empty.
   [[nodiscard]] virtual std::string name() const = 0;
@@ -27,10 +27,10 @@ class ShownTree {
   [[nodiscard]] virtual std::optional<Failure> publish(ModelSrv::ModelRoot& root) = 0;
 
   /// When something is next to be done; nothing: never.
-  [[nodiscard]] virtual std::optional<Clock::time_point> due(Clock::time_point now) const;
+  [[nodiscard]] virtual std::optional<Clock::time_point> nextDeadline(Clock::time_point now) const;
 
   /// Does what is due.
-  virtual void proceed(Clock::time_point now);
+  virtual void tick(Clock::time_point now);
 
   /// Reads its source again, where it has one. The failure leaves all as it was.
   [[nodiscard]] virtual std::optional<Failure> reload();
@@ -38,6 +38,6 @@ class ShownTree {
 
 /// The tree for `options`: the description is read here. The failure is one of
 /// usage.
-[[nodiscard]] Outcome<std::unique_ptr<ShownTree>> makeShownTree(const Options& options);
+[[nodiscard]] Outcome<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options);
 
 }  // namespace modelsrvd
