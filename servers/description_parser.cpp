@@ -78,7 +78,7 @@ class CharacterIterator {
 };
 
 /// Hands what the JSON parser meets to a `DescriptionReader`, and stops the
-/// parser at the first failure.
+/// parser at the first error.
 class Listener final : public nlohmann::json_sax<nlohmann::json> {
  public:
   explicit Listener(const Characters& characters) : characters_(characters) {}
@@ -100,22 +100,22 @@ class Listener final : public nlohmann::json_sax<nlohmann::json> {
 
   bool parse_error(std::size_t position, const std::string&,
                    const nlohmann::detail::exception& fault) override {
-    failure_ =
-        Failure{characters_.place(position == 0 ? 0 : position - 1) + ": " + reason(fault.what())};
+    error_ =
+        Error{characters_.place(position == 0 ? 0 : position - 1) + ": " + reason(fault.what())};
     return false;
   }
 
-  [[nodiscard]] Outcome<TreeDescription> result() {
-    if (failure_) {
-      return std::move(*failure_);
+  [[nodiscard]] Result<TreeDescription> result() {
+    if (error_) {
+      return std::move(*error_);
     }
     return reader_.take();
   }
 
  private:
-  bool keep(std::optional<Failure> failure) {
-    failure_ = std::move(failure);
-    return !failure_;
+  bool keep(std::optional<Error> error) {
+    error_ = std::move(error);
+    return !error_;
   }
 
   /// The parser's own words without its marks of origin and position.
@@ -135,12 +135,12 @@ class Listener final : public nlohmann::json_sax<nlohmann::json> {
 
   const Characters& characters_;
   DescriptionReader reader_;
-  std::optional<Failure> failure_;
+  std::optional<Error> error_;
 };
 
 }  // namespace
 
-Outcome<TreeDescription> parseTreeDescription(const NextPiece& next) {
+Result<TreeDescription> parseTreeDescription(const NextPiece& next) {
   Characters characters(next);
   Listener listener(characters);
   static_cast<void>(
@@ -148,7 +148,7 @@ Outcome<TreeDescription> parseTreeDescription(const NextPiece& next) {
   return listener.result();
 }
 
-Outcome<TreeDescription> parseTreeDescription(std::string_view text) {
+Result<TreeDescription> parseTreeDescription(std::string_view text) {
   return parseTreeDescription([&text] { return std::exchange(text, {}); });
 }
 

@@ -75,13 +75,13 @@ std::string DescriptionReader::path() const {
   return path;
 }
 
-Failure DescriptionReader::fail(std::string_view text, std::string_view below) const {
+Error DescriptionReader::fail(std::string_view text, std::string_view below) const {
   std::string line = path();
   line += below;
   return {(line.empty() ? "/" : line) + ": " + std::string(text)};
 }
 
-Failure DescriptionReader::wrongThing(std::string_view given) const {
+Error DescriptionReader::wrongThing(std::string_view given) const {
   const Key key = levels_.empty() ? Key::none : levels_.back().key;
   return fail(std::string(given) + " stands where " + std::string(wanted(key)) + " is wanted");
 }
@@ -360,8 +360,8 @@ DescriptionReader::Fault DescriptionReader::settleValue(Level& level) {
   }
   Entry& entry = entryOf(level);
   auto value = toEntryValue(level.value, entry.type);
-  if (const auto* failure = std::get_if<Failure>(&value)) {
-    return fail(failure->text, "/value");
+  if (const auto* error = std::get_if<Error>(&value)) {
+    return fail(error->text, "/value");
   }
   entry.values.push_back(std::move(std::get<EntryValue>(value)));
   return std::nullopt;
@@ -374,8 +374,8 @@ DescriptionReader::Fault DescriptionReader::settleElements(Level& level) {
   std::size_t bytes = level.elementValues.size() - 1;
   for (const Scalar& scalar : level.elementValues) {
     auto value = toEntryValue(scalar, entry.type);
-    if (const auto* failure = std::get_if<Failure>(&value)) {
-      return fail(failure->text, "/elements/" + std::to_string(entry.values.size()) + "/value");
+    if (const auto* error = std::get_if<Error>(&value)) {
+      return fail(error->text, "/elements/" + std::to_string(entry.values.size()) + "/value");
     }
     entry.values.push_back(std::move(std::get<EntryValue>(value)));
     if (const auto* text = std::get_if<std::string>(&entry.values.back())) {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "servers/entry_values.h"
-#include "servers/failure.h"
+#include "servers/error.h"
 #include "servers/tree_description.h"
 
 namespace modelsrvd {
@@ -16,11 +16,11 @@ namespace modelsrvd {
 /// Makes a tree's description from the objects, arrays, keys and scalars of its
 /// JSON text as they come; knows no JSON itself.
 ///
-/// Each operation gives nothing, or the failure that ends the reading, beginning
+/// Each operation gives nothing, or the error that ends the reading, beginning
 /// with the path of what is wrong. The calls nest as JSON does.
 class DescriptionReader {
  public:
-  using Fault = std::optional<Failure>;
+  using Fault = std::optional<Error>;
 
   [[nodiscard]] Fault startObject();
   [[nodiscard]] Fault key(std::string_view name);
@@ -77,11 +77,11 @@ class DescriptionReader {
     return (level.seen & bit(key)) != 0;
   }
 
-  /// The failure at the innermost open thing, or at something below it.
-  [[nodiscard]] Failure fail(std::string_view text, std::string_view below = {}) const;
+  /// The error at the innermost open thing, or at something below it.
+  [[nodiscard]] Error fail(std::string_view text, std::string_view below = {}) const;
   [[nodiscard]] std::string path() const;
-  /// The failure of a value that is not of its key's kind.
-  [[nodiscard]] Failure wrongThing(std::string_view given) const;
+  /// The error of a value that is not of its key's kind.
+  [[nodiscard]] Error wrongThing(std::string_view given) const;
 
   [[nodiscard]] Entry& entryOf(const Level& level) { return description_.entries[level.entry]; }
   [[nodiscard]] std::size_t depth() const;

@@ -38,11 +38,11 @@ std::string shown(const Scalar& scalar) {
   return "null";
 }
 
-Failure wrongKind(const Scalar& scalar, EntryType type, std::string_view wanted) {
+Error wrongKind(const Scalar& scalar, EntryType type, std::string_view wanted) {
   return {shown(scalar) + ": " + std::string(nameOf(type)) + " wants " + std::string(wanted)};
 }
 
-Failure outOfRange(const Scalar& scalar, EntryType type) {
+Error outOfRange(const Scalar& scalar, EntryType type) {
   return {shown(scalar) + ": out of range for " + std::string(nameOf(type))};
 }
 
@@ -53,7 +53,7 @@ bool wholeButHuge(const RealNumber& number) {
 
 /// The integers of the file are held signed where they are negative only.
 template <typename T>
-Outcome<EntryValue> toInteger(const Scalar& scalar, EntryType type) {
+Result<EntryValue> toInteger(const Scalar& scalar, EntryType type) {
   if (const auto* number = std::get_if<std::int64_t>(&scalar)) {
     if (std::in_range<T>(*number)) {
       return EntryValue(
@@ -89,7 +89,7 @@ std::optional<double> toNumber(const Scalar& scalar) {
   return std::nullopt;
 }
 
-Outcome<EntryValue> toFloating(const Scalar& scalar, EntryType type) {
+Result<EntryValue> toFloating(const Scalar& scalar, EntryType type) {
   const auto number = toNumber(scalar);
   if (!number) {
     return wrongKind(scalar, type, "a number");
@@ -127,7 +127,7 @@ std::optional<EntryType> findEntryType(std::string_view name) {
   return static_cast<EntryType>(found - entryTypeNames.begin());
 }
 
-Outcome<EntryValue> toEntryValue(const Scalar& scalar, EntryType type) {
+Result<EntryValue> toEntryValue(const Scalar& scalar, EntryType type) {
   switch (type) {
     case EntryType::boolean:
       if (const auto* flag = std::get_if<bool>(&scalar)) {
@@ -162,8 +162,8 @@ Outcome<EntryValue> toEntryValue(const Scalar& scalar, EntryType type) {
     return wrongKind(scalar, type, "a text");
   }
   if (text->size() > ModelSrv::ModelValueText_Max) {
-    return Failure{"a text of " + std::to_string(text->size()) + " bytes, more than " +
-                   std::to_string(ModelSrv::ModelValueText_Max)};
+    return Error{"a text of " + std::to_string(text->size()) + " bytes, more than " +
+                 std::to_string(ModelSrv::ModelValueText_Max)};
   }
   return EntryValue(*text);
 }

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <variant>
 
-#include "servers/failure.h"
+#include "servers/error.h"
 #include "servers/tree_description.h"
 
 namespace modelsrvd {
@@ -28,8 +28,8 @@ using Scalar =
 /// The type of that name, nothing where there is none (a node has no name).
 [[nodiscard]] std::optional<EntryType> findEntryType(std::string_view name);
 
-/// `scalar` as a value of `type`, which is not `node`. The failure says what is
+/// `scalar` as a value of `type`, which is not `node`. The error says what is
 /// wrong without saying where.
-[[nodiscard]] Outcome<EntryValue> toEntryValue(const Scalar& scalar, EntryType type);
+[[nodiscard]] Result<EntryValue> toEntryValue(const Scalar& scalar, EntryType type);
 
 }  // namespace modelsrvd

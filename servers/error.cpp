@@ -1,4 +1,4 @@
-#include "servers/failure.h"
+#include "servers/error.h"
 
 namespace modelsrvd {
 

@@ -40,11 +40,11 @@ std::string reason(int fault) {
   return std::strerror(fault);
 }
 
-Failure about(const std::string& path, const std::string& what) {
+Error about(const std::string& path, const std::string& what) {
   return {oneLine(path) + ": " + what};
 }
 
-Failure tooLong(const std::string& path, std::size_t most) {
+Error tooLong(const std::string& path, std::size_t most) {
   return about(path, "longer than " + std::to_string(most) + " bytes");
 }
 
@@ -74,7 +74,7 @@ FileReader::FileReader(std::string path, std::size_t most)
       most_(most),
       descriptor_(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
   if (descriptor_ < 0) {
-    failure_ = about(path_, reason(errno));
+    error_ = about(path_, reason(errno));
   } else if (isReadable()) {
     constexpr std::size_t pieceSize = std::size_t{64} * 1024;
     buffer_.resize(pieceSize);
@@ -90,17 +90,17 @@ FileReader::~FileReader() {
 bool FileReader::isReadable() {
   struct stat status {};
   if (::fstat(descriptor_, &status) != 0) {
-    failure_ = about(path_, reason(errno));
+    error_ = about(path_, reason(errno));
   } else if (!S_ISREG(status.st_mode)) {
-    failure_ = about(path_, "not a regular file");
+    error_ = about(path_, "not a regular file");
   } else if (status.st_size > static_cast<off_t>(most_)) {
-    failure_ = tooLong(path_, most_);
+    error_ = tooLong(path_, most_);
   }
-  return !failure_;
+  return !error_;
 }
 
 std::string_view FileReader::next() {
-  if (failure_) {
+  if (error_) {
     return {};
   }
   ssize_t count = 0;
@@ -108,19 +108,19 @@ std::string_view FileReader::next() {
     count = ::read(descriptor_, buffer_.data(), buffer_.size());
   } while (count < 0 && errno == EINTR);
   if (count < 0) {
-    failure_ = about(path_, reason(errno));
+    error_ = about(path_, reason(errno));
     return {};
   }
   passed_ += static_cast<std::size_t>(count);
   // It may have grown since it was opened.
   if (passed_ > most_) {
-    failure_ = tooLong(path_, most_);
+    error_ = tooLong(path_, most_);
     return {};
   }
   return {buffer_.data(), static_cast<std::size_t>(count)};
 }
 
-Outcome<gid_t> findGroup(const std::string& nameOrNumber) {
+Result<gid_t> findGroup(const std::string& nameOrNumber) {
   std::vector<char> buffer(4096);
   struct group entry {};
   struct group* found = nullptr;
@@ -142,7 +142,7 @@ Outcome<gid_t> findGroup(const std::string& nameOrNumber) {
   }
   std::string text = "--group: there is no group \"" + oneLine(nameOrNumber);
   text += fault == 0 || fault == ENOENT ? "\"" : "\" (" + reason(fault) + ")";
-  return Failure{std::move(text)};
+  return Error{std::move(text)};
 }
 
 bool fillStandardStreams() {
@@ -155,7 +155,7 @@ bool fillStandardStreams() {
   return true;
 }
 
-std::optional<Failure> writeOutput(std::string_view text) {
+std::optional<Error> writeOutput(std::string_view text) {
   while (!text.empty()) {
     const ssize_t count = ::write(STDOUT_FILENO, text.data(), text.size());
     if (count >= 0) {

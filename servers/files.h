@@ -8,7 +8,7 @@
 
 #include <sys/types.h>
 
-#include "servers/failure.h"
+#include "servers/error.h"
 
 namespace modelsrvd {
 
@@ -28,11 +28,11 @@ class FileReader {
   FileReader& operator=(const FileReader&) = delete;
 
   /// The bytes that follow, until the next call; none at the end of the file and
-  /// where there is a failure.
+  /// where there is a error.
   [[nodiscard]] std::string_view next();
 
   /// Why the file could not be opened or read to its end. Begins with the path.
-  [[nodiscard]] const std::optional<Failure>& failure() const { return failure_; }
+  [[nodiscard]] const std::optional<Error>& error() const { return error_; }
 
  private:
   /// Tells whether what is open is a regular file of at most `most_` bytes.
@@ -43,18 +43,18 @@ class FileReader {
   std::size_t passed_ = 0;
   int descriptor_;
   std::vector<char> buffer_;
-  std::optional<Failure> failure_;
+  std::optional<Error> error_;
 };
 
 /// The group of that name or, where there is none, of that number.
-[[nodiscard]] Outcome<gid_t> findGroup(const std::string& nameOrNumber);
+[[nodiscard]] Result<gid_t> findGroup(const std::string& nameOrNumber);
 
 /// Opens "/dev/null" in place of each standard stream that is closed, so that no
 /// pipe of the server's gets its number. Tells whether all three are open.
 [[nodiscard]] bool fillStandardStreams();
 
 /// Writes all of `text` to standard output.
-[[nodiscard]] std::optional<Failure> writeOutput(std::string_view text);
+[[nodiscard]] std::optional<Error> writeOutput(std::string_view text);
 
 /// The room of a file system, in bytes.
 struct DiskRoom {

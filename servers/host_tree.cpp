@@ -144,12 +144,12 @@ HostTree::HostTree(std::uint32_t period)
 
 HostTree::~HostTree() = default;
 
-std::optional<Failure> HostTree::publish(ModelSrv::ModelRoot& root) {
+std::optional<Error> HostTree::publish(ModelSrv::ModelRoot& root) {
   root_ = &root;
   for (Node* node : {&host_, &cpu_, &memory_, &disk_, &net_, &processes_, &settings_}) {
     const ModelSrv::ModelRes result = root.add(node);
     if (result != ModelSrv::ModelRes_Success) {
-      return Failure{node->name() + ": " + ModelSrv::describe(result)};
+      return Error{node->name() + ": " + ModelSrv::describe(result)};
     }
   }
   return std::nullopt;

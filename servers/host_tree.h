@@ -10,7 +10,7 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
-#include "servers/failure.h"
+#include "servers/error.h"
 #include "servers/host_sample.h"
 #include "servers/id_allocator.h"
 
@@ -28,9 +28,9 @@ class HostTree {
   HostTree(const HostTree&) = delete;
   HostTree& operator=(const HostTree&) = delete;
 
-  /// Hangs the tree below `root`, which outlives it; the failure is the library's
+  /// Hangs the tree below `root`, which outlives it; the error is the library's
   /// refusal.
-  [[nodiscard]] std::optional<Failure> publish(ModelSrv::ModelRoot& root);
+  [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root);
 
   /// Makes the tree show `sample`: sets values, adds what has come, takes away
   /// what has gone.

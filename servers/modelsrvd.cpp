@@ -15,20 +15,20 @@ namespace {
 using modelsrvd::ExitStatus;
 
 ExitStatus print(const std::string& text) {
-  if (const auto failure = modelsrvd::writeOutput(text)) {
-    modelsrvd::printError(*failure);
+  if (const auto error = modelsrvd::writeOutput(text)) {
+    modelsrvd::printError(*error);
     return ExitStatus::cannotServe;
   }
   return ExitStatus::success;
 }
 
 ExitStatus runProgram(const std::vector<std::string_view>& words) {
-  const auto outcome = modelsrvd::parseOptions(words);
-  if (const auto* failure = std::get_if<modelsrvd::Failure>(&outcome)) {
-    modelsrvd::printError(*failure);
+  const auto result = modelsrvd::parseOptions(words);
+  if (const auto* error = std::get_if<modelsrvd::Error>(&result)) {
+    modelsrvd::printError(*error);
     return ExitStatus::badUsage;
   }
-  const auto& options = std::get<modelsrvd::Options>(outcome);
+  const auto& options = std::get<modelsrvd::Options>(result);
   if (options.help) {
     return print(modelsrvd::usageText());
   }

@@ -23,7 +23,7 @@ std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t le
   return number;
 }
 
-Failure badValue(std::string_view name, std::string_view value, const std::string& wanted) {
+Error badValue(std::string_view name, std::string_view value, const std::string& wanted) {
   std::string text(name);
   text += ": \"";
   text += oneLine(value);
@@ -32,7 +32,7 @@ Failure badValue(std::string_view name, std::string_view value, const std::strin
   return {std::move(text)};
 }
 
-Failure noSuchSwitch(std::string_view word) {
+Error noSuchSwitch(std::string_view word) {
   std::string text("\"");
   text += oneLine(word);
   text += "\": no such switch; see modelsrvd --help";
@@ -43,11 +43,11 @@ std::string range(std::uint32_t least, std::uint32_t most) {
   return std::to_string(least) + " to " + std::to_string(most);
 }
 
-using Fault = std::optional<Failure>;
+using Fault = std::optional<Error>;
 
 Fault takeText(std::string_view name, std::string_view value, std::optional<std::string>& target) {
   if (value.empty()) {
-    return Failure{std::string(name) + ": the value is empty"};
+    return Error{std::string(name) + ": the value is empty"};
   }
   target = std::string(value);
   return std::nullopt;
@@ -126,17 +126,17 @@ std::optional<std::size_t> findSwitch(std::string_view name) {
 
 Fault checkTogether(const Options& options) {
   if (options.tree && options.synthetic) {
-    return Failure{"--synthetic: not together with --tree"};
+    return Error{"--synthetic: not together with --tree"};
   }
   if (options.churn != 0 && !options.synthetic) {
-    return Failure{"--churn: only together with --synthetic"};
+    return Error{"--churn: only together with --synthetic"};
   }
   return std::nullopt;
 }
 
 }  // namespace
 
-Outcome<Options> parseOptions(const std::vector<std::string_view>& words) {
+Result<Options> parseOptions(const std::vector<std::string_view>& words) {
   Options options;
   std::array<bool, switches.size()> given{};
   for (std::size_t at = 0; at < words.size(); ++at) {
@@ -156,10 +156,10 @@ Outcome<Options> parseOptions(const std::vector<std::string_view>& words) {
       return noSuchSwitch(word);
     }
     if (std::exchange(given[*index], true)) {
-      return Failure{std::string(name) + ": given twice"};
+      return Error{std::string(name) + ": given twice"};
     }
     if (equals == std::string_view::npos && ++at == words.size()) {
-      return Failure{std::string(name) + ": wants a value"};
+      return Error{std::string(name) + ": wants a value"};
     }
     const std::string_view value =
         equals == std::string_view::npos ? words[at] : word.substr(equals + 1);

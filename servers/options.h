@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "servers/failure.h"
+#include "servers/error.h"
 
 namespace modelsrvd {
 
@@ -41,10 +41,10 @@ struct Options {
 };
 
 /// Reads the words behind the program's name. `--switch VALUE` and
-/// `--switch=VALUE` mean the same; a switch stands at most once. A failure names
+/// `--switch=VALUE` mean the same; a switch stands at most once. A error names
 /// the word that is wrong. `--help` and `--version` end the reading: what stands
 /// behind them is not looked at.
-[[nodiscard]] Outcome<Options> parseOptions(const std::vector<std::string_view>& words);
+[[nodiscard]] Result<Options> parseOptions(const std::vector<std::string_view>& words);
 
 /// What `--help` prints, whole lines.
 [[nodiscard]] std::string usageText();

@@ -129,7 +129,7 @@ PublishedTree::PublishedTree(TreeDescription description) {
       auto& parent = static_cast<ModelSrv::ModelNode&>(*made_[entry.parent].part);
       const ModelRes result = parent.add(part);
       if (result != ModelSrv::ModelRes_Success && !fault_) {
-        fault_ = Failure{oneLine(part->name()) + ": " + ModelSrv::describe(result)};
+        fault_ = Error{oneLine(part->name()) + ": " + ModelSrv::describe(result)};
       }
     }
     made_.push_back({part, parentOf(entry), entry.type, elements});
@@ -148,7 +148,7 @@ PublishedTree::~PublishedTree() {
   }
 }
 
-std::optional<Failure> PublishedTree::publish(ModelSrv::ModelRoot& root) {
+std::optional<Error> PublishedTree::publish(ModelSrv::ModelRoot& root) {
   root_ = &root;
   for (const Made& made : made_) {
     if (made.parent != noParent || fault_) {
@@ -156,7 +156,7 @@ std::optional<Failure> PublishedTree::publish(ModelSrv::ModelRoot& root) {
     }
     const ModelRes result = root.add(made.part);
     if (result != ModelSrv::ModelRes_Success) {
-      fault_ = Failure{oneLine(made.part->name()) + ": " + ModelSrv::describe(result)};
+      fault_ = Error{oneLine(made.part->name()) + ": " + ModelSrv::describe(result)};
     }
   }
   return fault_;

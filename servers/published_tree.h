@@ -11,7 +11,7 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
-#include "servers/failure.h"
+#include "servers/error.h"
 #include "servers/tree_description.h"
 
 namespace modelsrvd {
@@ -32,9 +32,9 @@ class PublishedTree {
   PublishedTree(const PublishedTree&) = delete;
   PublishedTree& operator=(const PublishedTree&) = delete;
 
-  /// Hangs the tree below `root`, which outlives it. The failure is the
+  /// Hangs the tree below `root`, which outlives it. The error is the
   /// library's refusal; the root then shows a part of the tree at most.
-  [[nodiscard]] std::optional<Failure> publish(ModelSrv::ModelRoot& root);
+  [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root);
 
   /// Where `description` differs from this tree in values alone: sets them, and
   /// those that changed notify their subscribers. Otherwise changes nothing and
@@ -75,7 +75,7 @@ class PublishedTree {
   /// The names of elements, which cannot be asked of a part, by entry.
   std::map<std::size_t, std::vector<std::string>> elementNames_;
   ModelSrv::ModelRoot* root_ = nullptr;
-  std::optional<Failure> fault_;
+  std::optional<Error> fault_;
 };
 
 }  // namespace modelsrvd

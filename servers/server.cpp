@@ -29,8 +29,8 @@ int waitFor(std::optional<Clock::time_point> due, Clock::time_point now) {
   return static_cast<int>(std::clamp(left, milliseconds(0), milliseconds(longestPeriod)).count());
 }
 
-ExitStatus fail(ExitStatus status, const Failure& failure) {
-  printError(failure);
+ExitStatus fail(ExitStatus status, const Error& error) {
+  printError(error);
   return status;
 }
 
@@ -38,8 +38,8 @@ ExitStatus fail(ExitStatus status, const Failure& failure) {
 ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& signals) {
   while (!signals.ended()) {
     if (signals.takeReload()) {
-      if (const auto failure = tree.reload()) {
-        printError(*failure);
+      if (const auto error = tree.reload()) {
+        printError(*error);
       }
     }
     const auto now = Clock::now();
@@ -53,7 +53,7 @@ ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& sig
 }
 
 /// Where the name came from, for messages.
-Failure nameFailure(const Options& options, const std::string& name, ModelSrv::ModelRes result) {
+Error nameFailure(const Options& options, const std::string& name, ModelSrv::ModelRes result) {
   std::string where;
   if (options.name) {
     where = "--name: ";
@@ -65,8 +65,8 @@ Failure nameFailure(const Options& options, const std::string& name, ModelSrv::M
 
 }  // namespace
 
-void printError(const Failure& failure) {
-  const std::string line = "modelsrvd: " + failure.text + "\n";
+void printError(const Error& error) {
+  const std::string line = "modelsrvd: " + error.text + "\n";
   // Where standard error takes nothing there is nobody to tell.
   static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
 }
@@ -75,8 +75,8 @@ ExitStatus serve(const Options& options) {
   ModelSrv::ServerOptions serverOptions;
   if (options.group) {
     auto group = findGroup(*options.group);
-    if (auto* failure = std::get_if<Failure>(&group)) {
-      return fail(ExitStatus::badUsage, *failure);
+    if (auto* error = std::get_if<Error>(&group)) {
+      return fail(ExitStatus::badUsage, *error);
     }
     serverOptions.group = std::get<gid_t>(group);
   }
@@ -87,8 +87,8 @@ ExitStatus serve(const Options& options) {
   }
   ModelSrv::ModelRoot root(&manager);
   auto made = makeTreeSource(options);
-  if (auto* failure = std::get_if<Failure>(&made)) {
-    return fail(ExitStatus::badUsage, *failure);
+  if (auto* error = std::get_if<Error>(&made)) {
+    return fail(ExitStatus::badUsage, *error);
   }
   TreeSource& tree = *std::get<std::unique_ptr<TreeSource>>(made);
   const std::string name = options.name ? *options.name : tree.name();
@@ -96,8 +96,8 @@ ExitStatus serve(const Options& options) {
     return fail(ExitStatus::badUsage,
                 {oneLine(*options.tree) + ": /name: missing, and there is no --name"});
   }
-  if (auto failure = tree.publish(root)) {
-    return fail(ExitStatus::cannotServe, *failure);
+  if (auto error = tree.publish(root)) {
+    return fail(ExitStatus::cannotServe, *error);
   }
   const ModelSrv::ModelRes started = root.startAsServer(name, serverOptions);
   if (started != ModelSrv::ModelRes_Success) {
@@ -106,8 +106,8 @@ ExitStatus serve(const Options& options) {
         nameFailure(options, name, started));
   }
   ExitStatus status = ExitStatus::success;
-  if (auto failure = writeOutput("ready " + name + "\n")) {
-    status = fail(ExitStatus::cannotServe, *failure);
+  if (auto error = writeOutput("ready " + name + "\n")) {
+    status = fail(ExitStatus::cannotServe, *error);
   } else {
     status = run(manager, tree, signals);
   }

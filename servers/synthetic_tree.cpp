@@ -44,12 +44,12 @@ SyntheticTree::SyntheticTree(SyntheticShape shape) {
   stride_ = spreadingStride(parts_.size());
 }
 
-std::optional<Failure> SyntheticTree::publish(ModelSrv::ModelRoot& root) {
+std::optional<Error> SyntheticTree::publish(ModelSrv::ModelRoot& root) {
   root_ = &root;
   for (ModelSrv::ModelNode& group : groups_) {
     const ModelSrv::ModelRes result = root.add(&group);
     if (result != ModelSrv::ModelRes_Success) {
-      return Failure{group.name() + ": " + ModelSrv::describe(result)};
+      return Error{group.name() + ": " + ModelSrv::describe(result)};
     }
   }
   return std::nullopt;

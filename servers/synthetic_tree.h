@@ -7,7 +7,7 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
-#include "servers/failure.h"
+#include "servers/error.h"
 #include "servers/options.h"
 
 namespace modelsrvd {
@@ -20,9 +20,9 @@ class SyntheticTree {
  public:
   explicit SyntheticTree(SyntheticShape shape);
 
-  /// Hangs the tree below `root`, which outlives it; the failure is the library's
+  /// Hangs the tree below `root`, which outlives it; the error is the library's
   /// refusal.
-  [[nodiscard]] std::optional<Failure> publish(ModelSrv::ModelRoot& root);
+  [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root);
 
   /// Changes `count` values, each another one than before, going on where the
   /// last call ended in an order that spreads them over the tree and meets every

@@ -3,7 +3,7 @@
 #include <mutex>
 #include <utility>
 
-#include "servers/churn.h"
+#include "servers/change_pacer.h"
 #include "servers/description_parser.h"
 #include "servers/files.h"
 #include "servers/host_tree.h"
@@ -19,7 +19,7 @@ std::optional<TreeSource::Clock::time_point> TreeSource::nextDeadline(
 
 void TreeSource::tick(Clock::time_point /*now*/) {}
 
-std::optional<Failure> TreeSource::reload() {
+std::optional<Error> TreeSource::reload() {
   return std::nullopt;
 }
 
@@ -31,11 +31,11 @@ class LiveTree final : public TreeSource {
 
   [[nodiscard]] std::string name() const override { return "Model_host"; }
 
-  [[nodiscard]] std::optional<Failure> publish(ModelSrv::ModelRoot& root) override {
-    auto failure = tree_.publish(root);
+  [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root) override {
+    auto error = tree_.publish(root);
     tree_.show(sampler_.sample());
     last_ = Clock::now();
-    return failure;
+    return error;
   }
 
   // The period counts from the last sample, so that a new one holds at once.
@@ -60,15 +60,15 @@ class LiveTree final : public TreeSource {
   Clock::time_point last_;
 };
 
-Outcome<TreeDescription> readDescription(const std::string& path) {
+Result<TreeDescription> readDescription(const std::string& path) {
   FileReader file(path, longestDescription);
   auto description = parseTreeDescription([&file] { return file.next(); });
   // What the parser makes of the text's early end is no matter then.
-  if (file.failure()) {
-    return Failure{"--tree: " + file.failure()->text};
+  if (file.error()) {
+    return Error{"--tree: " + file.error()->text};
   }
-  if (const auto* failure = std::get_if<Failure>(&description)) {
-    return Failure{oneLine(path) + ": " + failure->text};
+  if (const auto* error = std::get_if<Error>(&description)) {
+    return Error{oneLine(path) + ": " + error->text};
   }
   return description;
 }
@@ -82,17 +82,17 @@ class FileTree final : public TreeSource {
 
   [[nodiscard]] std::string name() const override { return name_; }
 
-  [[nodiscard]] std::optional<Failure> publish(ModelSrv::ModelRoot& root) override {
+  [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root) override {
     root_ = &root;
     return tree_->publish(root);
   }
 
-  [[nodiscard]] std::optional<Failure> reload() override {
-    auto outcome = readDescription(path_);
-    if (auto* failure = std::get_if<Failure>(&outcome)) {
-      return std::move(*failure);
+  [[nodiscard]] std::optional<Error> reload() override {
+    auto result = readDescription(path_);
+    if (auto* error = std::get_if<Error>(&result)) {
+      return std::move(*error);
     }
-    auto& description = std::get<TreeDescription>(outcome);
+    auto& description = std::get<TreeDescription>(result);
     // Clients see the old tree or the new one.
     const std::lock_guard lock(root_->manager()->clientMutex);
     if (tree_->takeValues(description)) {
@@ -121,7 +121,7 @@ class MeasuredTree final : public TreeSource {
 
   [[nodiscard]] std::string name() const override { return "Model_synthetic"; }
 
-  [[nodiscard]] std::optional<Failure> publish(ModelSrv::ModelRoot& root) override {
+  [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root) override {
     return tree_.publish(root);
   }
 
@@ -146,18 +146,18 @@ class MeasuredTree final : public TreeSource {
 
 }  // namespace
 
-Outcome<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options) {
+Result<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options) {
   if (options.synthetic) {
     return std::make_unique<MeasuredTree>(*options.synthetic, options.churn);
   }
   if (!options.tree) {
     return std::make_unique<LiveTree>(options.period);
   }
-  auto outcome = readDescription(*options.tree);
-  if (auto* failure = std::get_if<Failure>(&outcome)) {
-    return std::move(*failure);
+  auto result = readDescription(*options.tree);
+  if (auto* error = std::get_if<Error>(&result)) {
+    return std::move(*error);
   }
-  return std::make_unique<FileTree>(*options.tree, std::move(std::get<TreeDescription>(outcome)));
+  return std::make_unique<FileTree>(*options.tree, std::move(std::get<TreeDescription>(result)));
 }
 
 }  // namespace modelsrvd

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "modelsrv/model_root.h"
-#include "servers/failure.h"
+#include "servers/error.h"
 #include "servers/options.h"
 
 namespace modelsrvd {
@@ -24,7 +24,7 @@ class TreeSource {
   [[nodiscard]] virtual std::string name() const = 0;
 
   /// Hangs the tree below `root`, which outlives it. Once.
-  [[nodiscard]] virtual std::optional<Failure> publish(ModelSrv::ModelRoot& root) = 0;
+  [[nodiscard]] virtual std::optional<Error> publish(ModelSrv::ModelRoot& root) = 0;
 
   /// When something is next to be done; nothing: never.
   [[nodiscard]] virtual std::optional<Clock::time_point> nextDeadline(Clock::time_point now) const;
@@ -32,12 +32,12 @@ class TreeSource {
   /// Does what is due.
   virtual void tick(Clock::time_point now);
 
-  /// Reads its source again, where it has one. The failure leaves all as it was.
-  [[nodiscard]] virtual std::optional<Failure> reload();
+  /// Reads its source again, where it has one. The error leaves all as it was.
+  [[nodiscard]] virtual std::optional<Error> reload();
 };
 
-/// The tree for `options`: the description is read here. The failure is one of
+/// The tree for `options`: the description is read here. The error is one of
 /// usage.
-[[nodiscard]] Outcome<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options);
+[[nodiscard]] Result<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options);
 
 }  // namespace modelsrvd

@@ -3,7 +3,7 @@
 /// Input: requests one behind the other, each an operation (one byte), flags (one
 /// byte: 1 the other byte order, 2 the server sets a value itself, 4 the client
 /// takes its events), a payload's length (one byte) and the payload. Whatever is
-/// asked is answered: a failure without a payload, a success with one that the
+/// asked is answered: a error without a payload, a success with one that the
 /// client's decoders take. What was stored can be saved and stored again. Events
 /// tell of parts that the client has subscribed, and of nothing else.
 ///

@@ -83,22 +83,21 @@ void checkTree(const TreeDescription& tree) {
   }
 }
 
-void checkFailure(const Failure& failure) {
-  require(!failure.text.empty(), "a failure says what is wrong");
-  for (const char c : failure.text) {
-    require(static_cast<unsigned char>(c) >= ' ' && c != '\x7F',
-            "a failure holds no control bytes");
+void checkFailure(const Error& error) {
+  require(!error.text.empty(), "a error says what is wrong");
+  for (const char c : error.text) {
+    require(static_cast<unsigned char>(c) >= ' ' && c != '\x7F', "a error holds no control bytes");
   }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto outcome = parseTreeDescription(fuzz::Input(data, size).restAsText());
-  if (const auto* failure = std::get_if<Failure>(&outcome)) {
-    checkFailure(*failure);
+  const auto result = parseTreeDescription(fuzz::Input(data, size).restAsText());
+  if (const auto* error = std::get_if<Error>(&result)) {
+    checkFailure(*error);
   } else {
-    checkTree(std::get<TreeDescription>(outcome));
+    checkTree(std::get<TreeDescription>(result));
   }
   return 0;
 }

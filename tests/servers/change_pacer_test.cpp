@@ -1,4 +1,4 @@
-#include "servers/churn.h"
+#include "servers/change_pacer.h"
 
 #include <gtest/gtest.h>
 

@@ -18,18 +18,18 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 TreeDescription accepted(std::string_view text) {
-  auto outcome = parseTreeDescription(text);
-  if (const auto* failure = std::get_if<Failure>(&outcome)) {
-    ADD_FAILURE() << failure->text;
+  auto result = parseTreeDescription(text);
+  if (const auto* error = std::get_if<Error>(&result)) {
+    ADD_FAILURE() << error->text;
     return {};
   }
-  return std::get<TreeDescription>(std::move(outcome));
+  return std::get<TreeDescription>(std::move(result));
 }
 
 std::string refused(std::string_view text) {
-  const auto outcome = parseTreeDescription(text);
-  const auto* failure = std::get_if<Failure>(&outcome);
-  return failure == nullptr ? "accepted" : failure->text;
+  const auto result = parseTreeDescription(text);
+  const auto* error = std::get_if<Error>(&result);
+  return error == nullptr ? "accepted" : error->text;
 }
 
 /// A description whose root has the one child `entry`.
@@ -318,9 +318,9 @@ std::string nested(std::size_t levels) {
 
 TEST(DescriptionParser, BoundsTheDepth) {
   EXPECT_EQ(refused(nested(4096)), "accepted");
-  const std::string failure = refused(nested(4097));
-  EXPECT_THAT(failure, StartsWith("/children/0/children/0/"));
-  EXPECT_THAT(failure, testing::EndsWith("/children/0: deeper than 4096 levels"));
+  const std::string error = refused(nested(4097));
+  EXPECT_THAT(error, StartsWith("/children/0/children/0/"));
+  EXPECT_THAT(error, testing::EndsWith("/children/0: deeper than 4096 levels"));
 }
 
 TEST(DescriptionParser, SurvivesTextThatOnlyGoesDeeper) {
@@ -350,10 +350,10 @@ TEST(DescriptionParser, SaysItInOneLineWhateverTheBytes) {
   for (const std::string_view text : {std::string_view("{\"a\n\":1}"), std::string_view("\0{}", 3),
                                       std::string_view("{\"\xff\"}"), std::string_view("\x1b[2J"),
                                       std::string_view("{\"children\"\r:\r\r]")}) {
-    const std::string failure = refused(text);
-    EXPECT_THAT(failure, StartsWith("line "));
-    for (const char byte : failure) {
-      EXPECT_GE(static_cast<unsigned char>(byte), 0x20U) << failure;
+    const std::string error = refused(text);
+    EXPECT_THAT(error, StartsWith("line "));
+    for (const char byte : error) {
+      EXPECT_GE(static_cast<unsigned char>(byte), 0x20U) << error;
     }
   }
 }

@@ -21,9 +21,9 @@ constexpr std::string_view drive = R"({"name": "Model_rig", "children": [
     {"id": 2, "name": "label", "type": "text", "value": "two words"}]}]})";
 
 std::string refused(std::string_view text) {
-  const auto outcome = parseTreeDescription(text);
-  const auto* failure = std::get_if<Failure>(&outcome);
-  return failure == nullptr ? "accepted" : failure->text;
+  const auto result = parseTreeDescription(text);
+  const auto* error = std::get_if<Error>(&result);
+  return error == nullptr ? "accepted" : error->text;
 }
 
 /// Hands out `text` in pieces of `size` bytes, each in memory of its own.
@@ -37,8 +37,8 @@ NextPiece inPieces(std::string_view text, std::size_t size) {
 
 TEST(DescriptionPieces, ReadsTheSameFromPiecesOfEverySize) {
   for (const std::size_t size : {1U, 2U, 7U, 64U, 4096U}) {
-    const auto outcome = parseTreeDescription(inPieces(drive, size));
-    const auto* tree = std::get_if<TreeDescription>(&outcome);
+    const auto result = parseTreeDescription(inPieces(drive, size));
+    const auto* tree = std::get_if<TreeDescription>(&result);
     ASSERT_NE(tree, nullptr) << size;
     ASSERT_EQ(tree->entries.size(), 2U) << size;
     EXPECT_EQ(tree->entries[1].name, "label");
@@ -53,10 +53,10 @@ TEST(DescriptionPieces, SaysTheSamePlaceWhateverThePieces) {
         std::string_view("{\"children\": [\n\n1.\n"), std::string_view("{\n\"id\n\n")}) {
     const std::string whole = refused(text);
     for (std::size_t size = 1; size <= text.size(); ++size) {
-      const auto outcome = parseTreeDescription(inPieces(text, size));
-      const auto* failure = std::get_if<Failure>(&outcome);
-      ASSERT_NE(failure, nullptr);
-      EXPECT_EQ(failure->text, whole) << size;
+      const auto result = parseTreeDescription(inPieces(text, size));
+      const auto* error = std::get_if<Error>(&result);
+      ASSERT_NE(error, nullptr);
+      EXPECT_EQ(error->text, whole) << size;
     }
   }
   EXPECT_THAT(refused("{\n\n\n\"a"), StartsWith("line 4, column 3: "));

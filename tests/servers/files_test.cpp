@@ -33,7 +33,7 @@ class FilesTest : public testing::Test {
 
   static std::string failureOf(const std::string& path, std::size_t most) {
     FileReader file(path, most);
-    return file.failure() ? file.failure()->text : "read " + allOf(file);
+    return file.error() ? file.error()->text : "read " + allOf(file);
   }
 
   std::string folder_;
@@ -44,7 +44,7 @@ TEST_F(FilesTest, AFileIsReadWhole) {
   std::ofstream(folder_ + "/a") << text;
   FileReader file(folder_ + "/a", text.size());
   EXPECT_EQ(allOf(file), text);
-  EXPECT_FALSE(file.failure());
+  EXPECT_FALSE(file.error());
   EXPECT_EQ(file.next(), "") << "the end stays the end";
 }
 
@@ -65,8 +65,8 @@ TEST_F(FilesTest, AFileThatGrowsPastItsLimitIsRefused) {
   EXPECT_EQ(file.next(), "67890");
   out << "1" << std::flush;
   EXPECT_EQ(file.next(), "");
-  ASSERT_TRUE(file.failure());
-  EXPECT_EQ(file.failure()->text, folder_ + "/growing: longer than 10 bytes");
+  ASSERT_TRUE(file.error());
+  EXPECT_EQ(file.error()->text, folder_ + "/growing: longer than 10 bytes");
 }
 
 TEST_F(FilesTest, WhatCannotBeReadIsNamed) {
@@ -90,9 +90,9 @@ TEST(FindGroup, TakesANameOrANumber) {
 
 TEST(FindGroup, RefusesWhatIsNeither) {
   for (const char* const word : {"no such group", "-1", "4294967295", "12x"}) {
-    const auto outcome = findGroup(word);
-    ASSERT_TRUE(std::holds_alternative<Failure>(outcome)) << word;
-    EXPECT_EQ(std::get<Failure>(outcome).text,
+    const auto result = findGroup(word);
+    ASSERT_TRUE(std::holds_alternative<Error>(result)) << word;
+    EXPECT_EQ(std::get<Error>(result).text,
               std::string("--group: there is no group \"") + word + "\"");
   }
 }

@@ -14,12 +14,12 @@ namespace {
 using Words = std::vector<std::string_view>;
 
 Options accepted(const Words& words) {
-  const auto outcome = parseOptions(words);
-  if (const auto* failure = std::get_if<Failure>(&outcome)) {
-    ADD_FAILURE() << failure->text;
+  const auto result = parseOptions(words);
+  if (const auto* error = std::get_if<Error>(&result)) {
+    ADD_FAILURE() << error->text;
     return {};
   }
-  return std::get<Options>(outcome);
+  return std::get<Options>(result);
 }
 
 TEST(Options, WithoutWordsShowThisMachineEverySecond) {
@@ -70,10 +70,10 @@ struct Refusal {
 class RefusedOptions : public testing::TestWithParam<Refusal> {};
 
 TEST_P(RefusedOptions, SayWhatIsWrong) {
-  const auto outcome = parseOptions(GetParam().words);
-  const auto* failure = std::get_if<Failure>(&outcome);
-  ASSERT_NE(failure, nullptr);
-  EXPECT_EQ(failure->text, GetParam().text);
+  const auto result = parseOptions(GetParam().words);
+  const auto* error = std::get_if<Error>(&result);
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->text, GetParam().text);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -19,12 +19,12 @@ using ModelSrv::ModelNode;
 using ModelSrv::ModelPart;
 
 TreeDescription describe(std::string_view text) {
-  auto outcome = parseTreeDescription(text);
-  if (const auto* failure = std::get_if<Failure>(&outcome)) {
-    ADD_FAILURE() << failure->text;
+  auto result = parseTreeDescription(text);
+  if (const auto* error = std::get_if<Error>(&result)) {
+    ADD_FAILURE() << error->text;
     return {};
   }
-  return std::get<TreeDescription>(std::move(outcome));
+  return std::get<TreeDescription>(std::move(result));
 }
 
 TreeDescription around(const std::string& entry) {
