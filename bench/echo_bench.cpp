@@ -129,16 +129,16 @@ void registerKeys(const std::string& name, const std::function<bool()>& echo,
 class Placement {
  public:
   Placement(const std::string& where, unsigned processor)
-      : bare_(processor, writeBackKeys),
+      : baseline_(processor, writeBackKeys),
         shell_(processor, runShell),
         comparison_{"bare key and echo, " + where, "treescope key and echo, " + where, 3.0} {
     constexpr std::string_view emptyLine = "\033[7G\033[0K\033[7G";
     constexpr std::string_view oneKey = "\033[7Gx\033[0K\033[8G";
     constexpr char eraseToStart = 23;
-    if (!bare_.takeUntil("$") || !shell_.takeUntil(emptyLine)) {
+    if (!baseline_.takeUntil("$") || !shell_.takeUntil(emptyLine)) {
       throw std::runtime_error("no prompt");
     }
-    const auto writtenBack = [this] { return bare_.exchange('x', "x"); };
+    const auto writtenBack = [this] { return baseline_.exchange('x', "x"); };
     registerKeys(comparison_.bare, writtenBack, writtenBack);
     registerKeys(
         comparison_.ours, [this, oneKey] { return shell_.exchange('x', oneKey); },
@@ -148,7 +148,7 @@ class Placement {
   [[nodiscard]] std::vector<bench::Comparison> comparisons() const { return {comparison_}; }
 
  private:
-  Terminal bare_;
+  Terminal baseline_;
   Terminal shell_;
   bench::Comparison comparison_;
 };

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "bench/bare_pipes.h"
-#include "bench/client_crowd.h"
+#include "bench/baseline_pipes.h"
+#include "bench/concurrent_clients.h"
 #include "bench/ratio_table.h"
 #include "bench/served_tree.h"
 
@@ -20,36 +20,36 @@ namespace {
 class Placement {
  public:
   Placement(const std::string& where, unsigned serverProcessor)
-      : bare_(serverProcessor),
+      : baseline_(serverProcessor),
         server_(serverProcessor),
-        bareName_("bare round trip, " + where),
+        baselineName_("bare round trip, " + where),
         oneName_("element sum, " + where),
-        crowdName_("element sum of 64 clients, " + where) {
-    bench::registerRounds(bareName_, [this] { return bare_.roundTrip(); });
+        clientsName_("element sum of 64 clients, " + where) {
+    bench::registerRounds(baselineName_, [this] { return baseline_.roundTrip(); });
     bench::registerRounds(oneName_, [this] { return client_.ask(); });
-    registerCrowd();
+    registerConcurrentClients();
   }
 
   [[nodiscard]] std::vector<bench::Comparison> comparisons() const {
     // Four fifths of the rate are five fourths of the time.
-    return {{bareName_, oneName_, 1.3}, {bareName_, crowdName_, 1.25}};
+    return {{baselineName_, oneName_, 1.3}, {baselineName_, clientsName_, 1.25}};
   }
 
  private:
-  void registerCrowd() {
+  void registerConcurrentClients() {
     using Clock = std::chrono::steady_clock;
     benchmark::RegisterBenchmark(
-        crowdName_.c_str(),
+        clientsName_.c_str(),
         [this](benchmark::State& state) {
           for (auto _ : state) {
             const Clock::time_point start = Clock::now();
-            if (!crowd_.ask()) {
+            if (!clients_.ask()) {
               state.SkipWithError("no answer");
               break;
             }
             const std::chrono::duration<double> taken = Clock::now() - start;
-            state.SetIterationTime(taken.count() /
-                                   (bench::ClientCrowd::size * bench::ClientCrowd::questionsEach));
+            state.SetIterationTime(taken.count() / (bench::ConcurrentClients::size *
+                                                    bench::ConcurrentClients::questionsEach));
           }
         })
         ->Repetitions(60)
@@ -57,13 +57,13 @@ class Placement {
         ->UseManualTime();
   }
 
-  bench::BarePipes bare_;
+  bench::BaselinePipes baseline_;
   bench::ServedTree server_;
-  bench::ClientCrowd crowd_{server_.name(), 0};
+  bench::ConcurrentClients clients_{server_.name(), 0};
   bench::ElementSumClient client_{server_.name()};
-  std::string bareName_;
+  std::string baselineName_;
   std::string oneName_;
-  std::string crowdName_;
+  std::string clientsName_;
 };
 
 }  // namespace

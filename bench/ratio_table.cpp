@@ -91,7 +91,7 @@ int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparis
     std::printf("%-42s %10s %10s %10s %8s %7s %7s\n", "microseconds", "median", "p10", "p90",
                 "samples", "ratio", "target");
   }
-  std::string lastBare;
+  std::string lastBaseline;
   for (const Comparison& comparison : comparisons) {
     const std::vector<double> bare = collector.sorted(comparison.bare);
     const std::vector<double> ours = collector.sorted(comparison.ours);
@@ -99,7 +99,7 @@ int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparis
       std::fprintf(stderr, "%s: nothing measured\n", comparison.ours.c_str());
       return 1;
     }
-    if (std::exchange(lastBare, comparison.bare) != comparison.bare) {
+    if (std::exchange(lastBaseline, comparison.bare) != comparison.bare) {
       printRow(comparison.bare, bare);
       std::printf("\n");
     }

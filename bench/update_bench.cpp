@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/bare_pipes.h"
+#include "bench/baseline_pipes.h"
 #include "bench/programs.h"
 #include "bench/ratio_table.h"
 #include "modelsrv/model_node.h"
@@ -54,12 +54,12 @@ constexpr const char* partPath = "/group_000/item_0000";
 class Placement {
  public:
   Placement(const std::string& where, unsigned serverProcessor)
-      : bare_(serverProcessor),
+      : baseline_(serverProcessor),
         server_({"--synthetic", "1x1"}, serverProcessor),
         comparison_{"bare round trip, " + where, "update shown, " + where, 5.0} {
     shell_.type("cd " + server_.name());
     shell_.type(std::string("eu ") + partPath);
-    bench::registerRounds(comparison_.bare, [this] { return bare_.roundTrip(); });
+    bench::registerRounds(comparison_.bare, [this] { return baseline_.roundTrip(); });
     registerUpdates();
   }
 
@@ -89,7 +89,7 @@ class Placement {
         ->UseManualTime();
   }
 
-  bench::BarePipes bare_;
+  bench::BaselinePipes baseline_;
   bench::ServerProgram server_;
   bench::TypedShell shell_{0};
   StoringClient client_{server_.name()};

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/bare_pipes.h"
+#include "bench/baseline_pipes.h"
 #include "bench/programs.h"
 
 // What commands over whole trees take, counted in the round trips that they would
@@ -49,7 +49,7 @@ struct Row {
 };
 
 /// Microseconds for one round trip.
-double measure(const bench::BarePipes& pipes) {
+double measure(const bench::BaselinePipes& pipes) {
   constexpr int trips = 2000;
   const auto begin = Clock::now();
   for (int i = 0; i < trips; ++i) {
@@ -62,7 +62,7 @@ double measure(const bench::BarePipes& pipes) {
 
 /// Interleaved, so that what else the machine does meets all alike; the bare round
 /// trip's times.
-std::vector<double> runAll(std::vector<Row>& rows, const bench::BarePipes& pipes) {
+std::vector<double> runAll(std::vector<Row>& rows, const bench::BaselinePipes& pipes) {
   std::vector<double> bare;
   for (bool ran = true; ran;) {
     ran = false;
@@ -84,7 +84,7 @@ void printTitles() {
 
 /// `quiet`: the first row's median; what is no such row is printed beside it, and
 /// ought to take at most `target` times as long.
-void print(const Row& row, double bareUs, double quiet, double target) {
+void print(const Row& row, double baselineUs, double quiet, double target) {
   constexpr double tripsTarget = 2'500;
   constexpr double partsTarget = 50;
   const double median = quantile(row.milliseconds, 0.5);
@@ -93,10 +93,10 @@ void print(const Row& row, double bareUs, double quiet, double target) {
               row.milliseconds.size());
   const double each = static_cast<double>(row.lines) / quantile(row.exchanges, 0.5);
   if (target == 0) {
-    std::printf(" %7.0f %6.0f %7.0f %6.0f\n", median * 1e3 / bareUs, tripsTarget, each,
+    std::printf(" %7.0f %6.0f %7.0f %6.0f\n", median * 1e3 / baselineUs, tripsTarget, each,
                 partsTarget);
   } else {
-    std::printf(" %7.0f %6s %7.0f %6s %7.2f %6.1f\n", median * 1e3 / bareUs, "", each, "",
+    std::printf(" %7.0f %6s %7.0f %6s %7.2f %6.1f\n", median * 1e3 / baselineUs, "", each, "",
                 median / quiet, target);
   }
 }
@@ -108,7 +108,7 @@ int main() {
     const bench::ServerProgram quiet({"--synthetic", "1x10000"}, 0);
     const bench::ServerProgram large({"--synthetic", "10x10000"}, 0);
     const bench::ServerProgram changing({"--synthetic", "1x10000", "--churn", "1000"}, 0);
-    const bench::BarePipes pipes(0);
+    const bench::BaselinePipes pipes(0);
     if (!bench::pinTo(0)) {
       throw std::runtime_error("cannot bind to a processor");
     }
@@ -119,14 +119,14 @@ int main() {
         {"ls -lr, 1,000 changes a second", changing, "ls -lr", parts, 25},
     };
     const std::vector<double> bare = runAll(rows, pipes);
-    const double bareUs = quantile(bare, 0.5);
+    const double baselineUs = quantile(bare, 0.5);
     const double first = quantile(rows[0].milliseconds, 0.5);
     printTitles();
-    print(rows[0], bareUs, first, 0);
-    print(rows[1], bareUs, first, 0);
-    print(rows[2], bareUs, first, 11);
-    print(rows[3], bareUs, first, 2);
-    std::printf("a bare round trip: %.2f us (%.2f to %.2f)\n", bareUs, quantile(bare, 0.1),
+    print(rows[0], baselineUs, first, 0);
+    print(rows[1], baselineUs, first, 0);
+    print(rows[2], baselineUs, first, 11);
+    print(rows[3], baselineUs, first, 2);
+    std::printf("a bare round trip: %.2f us (%.2f to %.2f)\n", baselineUs, quantile(bare, 0.1),
                 quantile(bare, 0.9));
     return 0;
   } catch (const std::exception& error) {

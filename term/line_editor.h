@@ -43,8 +43,8 @@ struct LineEditorHost {
 /// is read. Where the system gives no thread, the shell is told that input has
 /// ended when reading starts.
 ///
-/// Everything but the running flag belongs to the reading thread once reading has
-/// open; commands run there, so their handlers may use every operation. What an
+/// Everything but the running flag belongs to the reading thread once reading
+/// has started; commands run there, so their handlers may use every operation. What an
 /// operation prints stays in one piece between other threads' lines, and is
 /// flushed before the next key is awaited.
 ///

@@ -67,8 +67,8 @@ int supervise(const std::function<int()>& work) {
   bool working = true;
   while (reap(worker, status, working)) {
     // Once the worker has gone, the others have 5 seconds to end by themselves.
-    const timespec patience{5, 0};
-    const int number = ::sigtimedwait(&awaited, nullptr, &patience);
+    const timespec timeout{5, 0};
+    const int number = ::sigtimedwait(&awaited, nullptr, &timeout);
     if (working && number > 0 && number != SIGCHLD) {
       ::kill(worker, number == SIGINT ? SIGTERM : number);
     } else if (!working && number < 0) {

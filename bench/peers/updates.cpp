@@ -7,7 +7,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "bench/bare_pipes.h"
+#include "bench/baseline_pipes.h"
 
 namespace bench::peers {
 
@@ -23,7 +23,7 @@ double microsecondsSince(Clock::time_point begin) {
 }
 
 Row roundTrips() {
-  auto pipes = std::make_shared<BarePipes>(std::nullopt);
+  auto pipes = std::make_shared<BaselinePipes>(std::nullopt);
   return {"bare", "a round trip over two named pipes",
           [pipes] {
             const Clock::time_point begin = Clock::now();

@@ -30,7 +30,7 @@ std::vector<Task> oneLine() {
           {"the same program, linked as treescope is", {ONE_LINE_PROGRAM_LINKED_ALIKE}, 1}};
 }
 
-void addBare(Work& work) {
+void addBaseline(Work& work) {
   for (const Task& task : oneLine()) {
     work.rows.push_back({"bare", task.how, [task] { return run(task); }, manyRuns});
   }
@@ -93,7 +93,7 @@ Peers serveAll(const Directory& directory, const Shape& shape) {
 
 Work readOne(const Peers& peers) {
   Work work{"read", "One value read, a whole process", "ms"};
-  addBare(work);
+  addBaseline(work);
   for (const auto& peer : peers) {
     const Task task = peer->read();
     work.rows.push_back({peer->name(), task.how, [task] { return run(task); }, manyRuns});
@@ -104,7 +104,7 @@ Work readOne(const Peers& peers) {
 
 Work writeOne(const Peers& peers) {
   Work work{"write", "One value written, a whole process", "ms"};
-  addBare(work);
+  addBaseline(work);
   std::vector<int> last(peers.size(), 1'000'000);
   for (std::size_t i = 0; i < peers.size(); ++i) {
     const Peer& peer = *peers[i];
@@ -126,7 +126,7 @@ Work listAll(const Peers& peers, const Shape& shape) {
             "All of " + withCommas(shape.total()) + " values with their names", "ms"};
   const Task ours = peers.front()->list().front();
   const std::size_t bytes = runToEnd(ours.words).bytes;
-  addBare(work);
+  addBaseline(work);
   work.rows.push_back({"bare", withCommas(bytes) + " bytes through a pipe, as many as of ls -lr",
                        [bytes] { return carry(bytes); }, manyRuns});
   for (const auto& peer : peers) {

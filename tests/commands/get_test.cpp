@@ -97,7 +97,7 @@ TEST_F(Get, TakesBracketsWithNothingInThemForAName) {
 }
 
 TEST_F(Get, AddressesANameOfAnyBytes) {
-  EXPECT_EQ(run("get \"/" + RigServer::oddName() + "\""),
+  EXPECT_EQ(run("get \"/" + SampleServer::oddName() + "\""),
             (Answer{1, "/\xff od[d\x1b[1m     [odd value]\n"}));
 }
 

@@ -49,7 +49,7 @@ TEST_F(To, WritesEveryPartOfTheServer) {
                           "str \"\" /empty\n"
                           "set 3 /noname-3/x\n"
                           "str \"odd value\" /" +
-                          RigServer::oddName() +
+                          SampleServer::oddName() +
                           "\n"
                           "set line\nbreak /top\n";
   EXPECT_EQ(saved(), all);
@@ -180,7 +180,7 @@ TEST_F(To, AsksForTheIdsAndTheNamesOfChildrenOnce) {
   ASSERT_EQ(counted.add(&inner), ModelSrv::ModelRes_Success);
   // The library asks this server for each thing that the shell asks for.
   const std::string name = test_support::uniquePortName("plain");
-  RigServer plain(name, RigServer::Prefetch::none);
+  SampleServer plain(name, SampleServer::Prefetch::none);
   ASSERT_EQ(plain.drive().add(&counted), ModelSrv::ModelRes_Success);
   ASSERT_EQ(run("cd").result, 1);
   ASSERT_EQ(run("cd " + name).result, 1);

@@ -10,7 +10,7 @@
 
 #include "tests/commands/scratch_directory.h"
 #include "tests/support/captured_output.h"
-#include "tests/support/hygiene.h"
+#include "tests/support/leak_check.h"
 
 namespace treescope::test {
 namespace {

@@ -82,7 +82,7 @@ TEST_F(Watch, SubscribesASubtreeInTheServersOrder) {
   EXPECT_EQ(subscribed(), below);
   ASSERT_EQ(run("du").result, 1);
   EXPECT_EQ(run("eu -r /"), (Answer{1, ""}));
-  EXPECT_EQ(subscribed(), below + "/empty\n/noname-3/x\n/" + RigServer::oddName() + "\n/top\n");
+  EXPECT_EQ(subscribed(), below + "/empty\n/noname-3/x\n/" + SampleServer::oddName() + "\n/top\n");
 }
 
 TEST_F(Watch, GivesTheResultOfTheLastPartOfASubtree) {
@@ -158,9 +158,9 @@ TEST_F(Watch, GivesNothingForASubtreeWithoutChildren) {
 }
 
 /// A server that publishes nothing.
-class BareServer {
+class BaselineServer {
  public:
-  explicit BareServer(const std::string& name) {
+  explicit BaselineServer(const std::string& name) {
     EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success) << name;
     thread_ = std::thread([this] {
       while (!ending_) {
@@ -168,13 +168,13 @@ class BareServer {
       }
     });
   }
-  ~BareServer() {
+  ~BaselineServer() {
     ending_ = true;
     manager_.wake();
     thread_.join();
   }
-  BareServer(const BareServer&) = delete;
-  BareServer& operator=(const BareServer&) = delete;
+  BaselineServer(const BaselineServer&) = delete;
+  BaselineServer& operator=(const BaselineServer&) = delete;
 
  private:
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Void, false};
@@ -185,7 +185,7 @@ class BareServer {
 
 TEST_F(Watch, GivesNothingForTheSubtreeOfARootWithoutChildren) {
   const std::string name = test_support::uniquePortName("bare");
-  const BareServer bare(name);
+  const BaselineServer bare(name);
   ASSERT_EQ(run("cd").result, 1);
   ASSERT_EQ(run("cd " + name).result, 1);
   for (const char* command : {"eu -r", "eu -r /", "eu -r ~"}) {

@@ -7,7 +7,7 @@ using ModelSrv::ModelRes;
 
 namespace {
 
-constexpr std::chrono::seconds patience{20};
+constexpr std::chrono::seconds timeout{20};
 
 std::chrono::milliseconds since(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
@@ -63,7 +63,7 @@ ModelRes Client::subscribe(ModelSrv::ModelPart& part) {
 }
 
 bool Client::pumpUntil(const std::function<bool()>& done) {
-  const auto end = Clock::now() + patience;
+  const auto end = Clock::now() + timeout;
   while (!done()) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
     if (left.count() <= 0) {

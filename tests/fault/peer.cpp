@@ -10,7 +10,7 @@
 #include <set>
 #include <sstream>
 
-#include "tests/support/hygiene.h"
+#include "tests/support/leak_check.h"
 #include "tests/support/programs.h"
 
 namespace fault {
@@ -104,7 +104,7 @@ void Peer::quit() {
 }
 
 bool eventually(const std::function<bool()>& holds) {
-  const auto end = std::chrono::steady_clock::now() + test_support::patience;
+  const auto end = std::chrono::steady_clock::now() + test_support::timeout;
   while (!holds()) {
     if (std::chrono::steady_clock::now() > end) {
       return false;

@@ -63,18 +63,18 @@ TEST_F(PrivatePipeTest, NamesAreNoServersAndDifferFromClientToClient) {
   EXPECT_EQ(second.answer(), success());
 }
 
-TEST_F(PrivatePipeTest, LitterOfAClientKilledInMidHandshakeIsSweptByTheNextHandshake) {
-  std::vector<std::string> litter;
+TEST_F(PrivatePipeTest, LeftoversOfAClientKilledInMidHandshakeAreSweptByTheNextHandshake) {
+  std::vector<std::string> leftovers;
   {
     Peer client;
-    litter = halfWay(client);
+    leftovers = halfWay(client);
     client.kill();
   }
-  ASSERT_EQ(litter.size(), 3U);
+  ASSERT_EQ(leftovers.size(), 3U);
   server_.resume();
   Client next;
   ASSERT_EQ(next.connect(port).result, ModelRes_Success);
-  for (const std::string& path : litter) {
+  for (const std::string& path : leftovers) {
     EXPECT_FALSE(exists(path)) << path;
   }
 }

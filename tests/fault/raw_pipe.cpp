@@ -72,7 +72,7 @@ bool RawPipe::await(short events) const {
   pollfd waited{descriptor_, events, 0};
   int ready = 0;
   do {
-    ready = ::poll(&waited, 1, static_cast<int>(test_support::patience.count()));
+    ready = ::poll(&waited, 1, static_cast<int>(test_support::timeout.count()));
   } while (ready < 0 && errno == EINTR);
   return ready > 0;
 }

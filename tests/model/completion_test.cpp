@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "model/tree_scope.h"
-#include "tests/model/rig_server.h"
+#include "tests/model/sample_server.h"
 #include "tests/shell/listed_candidates.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/editor_echo.h"
@@ -92,7 +92,7 @@ class CompletingTree : public Completing {
   void SetUp() override { connect(name_); }
 
   std::string name_ = uniquePortName();
-  RigServer server_{name_};
+  SampleServer server_{name_};
 };
 
 struct TreeCase {
@@ -103,7 +103,7 @@ struct TreeCase {
 };
 
 TEST_F(CompletingTree, OffersTheChildrenThatBeginWithTheWord) {
-  const Words root = {"drive/", "empty", "noname-3/", RigServer::oddName(), "top"};
+  const Words root = {"drive/", "empty", "noname-3/", SampleServer::oddName(), "top"};
   const std::vector<TreeCase> cases = {
       {"ls ", "ls ", root},
       {"get /", "get /", root},
@@ -112,7 +112,7 @@ TEST_F(CompletingTree, OffersTheChildrenThatBeginWithTheWord) {
       {"get /t", "get /top"},
       {"get noname-", "get noname-3/"},
       {"get noname-3/", "get noname-3/x"},
-      {"get \xff", "get " + RigServer::oddName()},
+      {"get \xff", "get " + SampleServer::oddName()},
       {"get drive/s", "get drive/s", {"speed", "serial", "secret", "speed"}},
       {"get drive/sp", "get drive/speed", {"speed", "speed"}},
       {"get drive/noname-1", "get drive/noname-12"},
@@ -292,8 +292,8 @@ TEST_F(Completing, WaitsOnceForAServerThatHangsHoweverManyChildrenAreAsked) {
 
   server.allow(1'000'000);
   std::string output;
-  for (int patience = 200; countOf(output, '/') != 11; --patience) {
-    ASSERT_GT(patience, 0) << output;
+  for (int timeout = 200; countOf(output, '/') != 11; --timeout) {
+    ASSERT_GT(timeout, 0) << output;
     scope_.step();
     output = tabAfter("get n49");
   }

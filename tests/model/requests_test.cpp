@@ -38,7 +38,7 @@ TEST_F(Requests, ResolveChainFollowsNamesFromTheRoot) {
       {"/drive/inner/deep", true, {{1, 14, 1}, {"drive", "inner", "deep"}}},
       {"/drive/speed/x", false, {{1, 1}, {"drive", "speed"}}},
       {"Drive", false, {}},
-      {RigServer::oddName(), true, {{4}, {RigServer::oddName()}}},
+      {SampleServer::oddName(), true, {{4}, {SampleServer::oddName()}}},
   };
   for (const Case& test : cases) {
     NamedChain reached{{9}, {"left over"}};

@@ -9,11 +9,11 @@ ScopeFixture::Answer ScopeFixture::run(const std::string& command) {
 }
 
 std::string ScopeFixture::takeUpdates(int count) {
-  constexpr int patience = 20000;
+  constexpr int timeout = 20000;
   const int wanted = scope_.updates + count;
   test_support::CapturedOutput captured;
   while (scope_.updates < wanted) {
-    if (manager_.receiveEvent(patience) != EvtSrv::EvtRes_Success) {
+    if (manager_.receiveEvent(timeout) != EvtSrv::EvtRes_Success) {
       ADD_FAILURE() << "no update came";
       break;
     }

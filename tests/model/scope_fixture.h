@@ -8,13 +8,13 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "model/tree_scope.h"
-#include "tests/model/rig_server.h"
+#include "tests/model/sample_server.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/port_name.h"
 
 namespace treescope::test {
 
-/// A shell in batch mode beside a server of the rig's tree, not yet connected.
+/// A shell in batch mode beside a server of the fixture's tree, not yet connected.
 class ScopeFixture : public testing::Test {
  protected:
   /// A shell that counts what is asked of `du`.
@@ -59,7 +59,7 @@ class ScopeFixture : public testing::Test {
   void connect() { ASSERT_EQ(run("cd " + name_), (Answer{1, ""})); }
 
   std::string name_ = test_support::uniquePortName();
-  RigServer server_{name_};
+  SampleServer server_{name_};
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Void, true};
   Scope scope_{&manager_, 1};
 };

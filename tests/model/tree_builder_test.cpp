@@ -35,7 +35,7 @@ TEST_F(TreeBuilder, LabelsWhatHasNoName) {
   EXPECT_EQ(built(0, {1, 1}), "noname-1");
   EXPECT_EQ(built(0, {1, 1}, "speed"), "speed");
   EXPECT_EQ(built(0, {}),
-            "root (drive (-), empty, noname-3 (-), " + RigServer::oddName() + ", top)");
+            "root (drive (-), empty, noname-3 (-), " + SampleServer::oddName() + ", top)");
 }
 
 TEST_F(TreeBuilder, ListsThePartsElements) {

@@ -54,7 +54,7 @@ TEST_F(Connection, DropsSubscriptionsBeforeThePart) {
 
 TEST_F(Connection, LeadsToAnotherServerAfterwards) {
   const std::string other = test_support::uniquePortName();
-  RigServer second(other);
+  SampleServer second(other);
   ASSERT_EQ(second.speed.setValue(77), ModelSrv::ModelRes_Success);
   ASSERT_EQ(scope_.connectServer(name_), 1);
   ASSERT_EQ(scope_.disconnectServer(), 1);

@@ -10,7 +10,7 @@ class UpdateDisplay : public ScopeFixture {
   /// What the root's listing shows behind its first node.
   static std::string top() {
     return "+-- empty        []\n+-- noname-3/\n    +-- notfound  [nodata]\n+-- " +
-           RigServer::oddName() + "  [odd value]\n+-- top          [line break]\n";
+           SampleServer::oddName() + "  [odd value]\n+-- top          [line break]\n";
   }
 };
 
@@ -106,7 +106,7 @@ TEST_F(NameCache, LastAsLongAsTheSubscription) {
 
 TEST_F(NameCache, AreForgottenWhenAnotherServerTakesTheConnection) {
   server_.end();
-  RigServer other(name_);
+  SampleServer other(name_);
   ModelSrv::ValuePart<int> renamed(1, "revolutions", 1);
   ASSERT_EQ(other.drive().remove(&other.speed), ModelSrv::ModelRes_Success);
   ASSERT_EQ(other.drive().add(&renamed), ModelSrv::ModelRes_Success);

@@ -34,7 +34,7 @@ class HostSampleTest : public testing::Test {
 };
 
 TEST_F(HostSampleTest, IsReadFromTheKernelsFiles) {
-  record("/proc/sys/kernel/hostname", "rig\n");
+  record("/proc/sys/kernel/hostname", "fixture\n");
   record("/proc/sys/kernel/osrelease", "6.1.0\n");
   record("/proc/uptime", "77.1 2\n");
   record("/proc/loadavg", "0.5 0.25 0.125 1/2 3\n");
@@ -44,7 +44,7 @@ TEST_F(HostSampleTest, IsReadFromTheKernelsFiles) {
   record("/proc/stat", "cpu0 50 0 0 50 0 0 0 0\nprocs_running 2\n");
   HostSampler sampler{HostFiles(top_)};
   const HostSample sample = sampler.sample();
-  EXPECT_EQ(sample.name, "rig");
+  EXPECT_EQ(sample.name, "fixture");
   EXPECT_EQ(sample.kernel, "6.1.0");
   EXPECT_EQ(sample.uptime, 77U);
   EXPECT_EQ(sample.load.fifteenMinutes, 0.125);

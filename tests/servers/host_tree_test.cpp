@@ -57,14 +57,14 @@ class HostTreeTest : public testing::Test {
 
 TEST_F(HostTreeTest, ShowsASample) {
   HostSample sample;
-  sample.name = "rig";
+  sample.name = "fixture";
   sample.uptime = 77;
   sample.load = {0.52, 1.07, 12.3};
   sample.cores = {{0, 12.5}, {1, 0}};
   sample.memory.total = 1024;
   sample.running = 3;
   tree_.show(sample);
-  EXPECT_EQ(get({"host", "name"}), "rig");
+  EXPECT_EQ(get({"host", "name"}), "fixture");
   EXPECT_EQ(get({"host", "uptime"}), "77");
   EXPECT_EQ(get({"cpu", "load"}), "0.52\n1.07\n12.3");
   EXPECT_EQ(get({"cpu", "count"}), "2");

@@ -84,9 +84,9 @@ TEST_F(LiveTreeTest, LetsNobodyStoreWhatTheKernelTells) {
 
 TEST_F(LiveTreeTest, KeepsItsSettings) {
   EXPECT_EQ(client_.get("/settings/period"), "50");
-  EXPECT_EQ(client_.store("/settings/label", "rig 7"), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(client_.store("/settings/label", "fixture 7"), ModelSrv::ModelRes_Success);
   EXPECT_EQ(client_.store("/settings/alarms", "1\n2.5\n3\n4"), ModelSrv::ModelRes_Success);
-  EXPECT_EQ(client_.get("/settings/label"), "rig 7");
+  EXPECT_EQ(client_.get("/settings/label"), "fixture 7");
   EXPECT_EQ(client_.get("/settings/alarms"), "1\n2.5\n3\n4");
 }
 

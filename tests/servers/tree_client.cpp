@@ -125,7 +125,7 @@ bool TreeClient::has(std::string_view path) {
 }
 
 bool TreeClient::pumpUntil(const std::function<bool()>& done) {
-  const auto deadline = std::chrono::steady_clock::now() + test_support::patience;
+  const auto deadline = std::chrono::steady_clock::now() + test_support::timeout;
   while (!done()) {
     if (std::chrono::steady_clock::now() > deadline) {
       return false;

@@ -251,7 +251,7 @@ void JobTerminal::continueInForeground() {
 
 void JobTerminal::sendToBackground() {
   askKeeper(toBackground);
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = Clock::now() + timeout;
   while (::tcgetpgrp(master_) == pid_ && Clock::now() < deadline) {
   }
 }

@@ -43,11 +43,11 @@ class JobTerminal {
   void type(std::string_view keys);
 
   /// Reads until the output holds `text`, and drops all up to its end.
-  bool waitForOutput(std::string_view text, std::chrono::milliseconds limit = patience);
+  bool waitForOutput(std::string_view text, std::chrono::milliseconds limit = timeout);
 
   /// The next change of the job as waitpid(2) tells it: stopped, continued, ended.
   /// Takes what the job writes meanwhile. Nothing when the time is over.
-  std::optional<int> nextStatus(std::chrono::milliseconds limit = patience);
+  std::optional<int> nextStatus(std::chrono::milliseconds limit = timeout);
 
   void signal(int number);
 

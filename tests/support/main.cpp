@@ -2,11 +2,11 @@
 
 #include <memory>
 
-#include "tests/support/hygiene.h"
+#include "tests/support/leak_check.h"
 
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
-  auto listener = std::make_unique<test_support::HygieneListener>();
+  auto listener = std::make_unique<test_support::LeakCheckListener>();
   // The ends of tests are told in reverse, so that the printer hears of a failure
   // that this one finds.
   testing::UnitTest::GetInstance()->listeners().Append(listener.release());

@@ -18,7 +18,7 @@ namespace test_support {
 /// How long a test waits for what ought to come at once. Generous, since the
 /// sanitized builds run on busy machines; nobody waits for it in a test that
 /// passes.
-inline constexpr std::chrono::milliseconds patience{20000};
+inline constexpr std::chrono::milliseconds timeout{20000};
 
 /// How a program ended: by itself with `code`, or by the signal `signal`.
 struct ExitStatus {
@@ -54,27 +54,27 @@ class Process {
 
   /// Writes all of `text` to the program's standard input, taking what it writes
   /// meanwhile. False where it reads no more or not in time.
-  bool write(std::string_view text, std::chrono::milliseconds limit = patience);
+  bool write(std::string_view text, std::chrono::milliseconds limit = timeout);
 
   void closeInput();
 
   /// The next line of output without its line feed; the last one may lack it.
   /// Nothing at the end of the output or when the time is over.
-  std::optional<std::string> readLine(std::chrono::milliseconds limit = patience);
+  std::optional<std::string> readLine(std::chrono::milliseconds limit = timeout);
 
   /// Reads lines until one equals `line`; false where none did.
-  bool waitForLine(std::string_view line, std::chrono::milliseconds limit = patience);
+  bool waitForLine(std::string_view line, std::chrono::milliseconds limit = timeout);
 
   /// Reads until the output that no `readLine` has taken holds `text`.
-  bool waitForOutput(std::string_view text, std::chrono::milliseconds limit = patience);
+  bool waitForOutput(std::string_view text, std::chrono::milliseconds limit = timeout);
 
   /// Closes the input and reads both outputs to their ends; nothing when the
   /// program has not ended within `limit`.
-  std::optional<ExitStatus> finish(std::chrono::milliseconds limit = patience);
+  std::optional<ExitStatus> finish(std::chrono::milliseconds limit = timeout);
 
   /// Waits for the end of the program, taking what it writes meanwhile, the
   /// input left open.
-  std::optional<ExitStatus> waitForExit(std::chrono::milliseconds limit = patience);
+  std::optional<ExitStatus> waitForExit(std::chrono::milliseconds limit = timeout);
 
   void signal(int number);
 
@@ -119,6 +119,6 @@ struct Finished {
 /// Runs `command` with `input` to its end; a program that does not end within
 /// `limit` is killed and gives a `std::runtime_error` with what it wrote.
 Finished run(const std::vector<std::string>& command, std::string_view input = {},
-             const ProcessOptions& options = {}, std::chrono::milliseconds limit = patience);
+             const ProcessOptions& options = {}, std::chrono::milliseconds limit = timeout);
 
 }  // namespace test_support

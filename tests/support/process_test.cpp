@@ -7,7 +7,7 @@
 #include <csignal>
 #include <system_error>
 
-#include "tests/support/hygiene.h"
+#include "tests/support/leak_check.h"
 
 namespace test_support {
 namespace {

@@ -5,11 +5,11 @@
 #include <memory>
 #include <set>
 
-#include "tests/support/hygiene.h"
+#include "tests/support/leak_check.h"
 #include "tests/support/programs.h"
 #include "tests/system/process_numbers.h"
-#include "tests/system/rig_client.h"
-#include "tests/system/served_rig.h"
+#include "tests/system/sample_client.h"
+#include "tests/system/served_sample.h"
 
 // What clients cost a server, many at once and idle ones.
 
@@ -43,25 +43,25 @@ std::set<std::string> privatePipes() {
   return names;
 }
 
-/// Connects, reads and goes until `holds`, at most as long as patience lasts; the
+/// Connects, reads and goes until `holds`, at most as long as timeout lasts; the
 /// server notices in between who has gone.
 template <typename Condition>
 bool visitUntil(const std::string& server, Condition holds) {
-  const auto deadline = Clock::now() + test_support::patience;
+  const auto deadline = Clock::now() + test_support::timeout;
   while (!holds()) {
     if (Clock::now() > deadline) {
       return false;
     }
     EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-    RigClient visitor(manager, server);
+    SampleClient visitor(manager, server);
     EXPECT_NE(visitor.read(commonPart), "");
   }
   return true;
 }
 
 TEST(ManyClients, LoseNothingAndLeaveNothing) {
-  ServedRig rig(treeOfNumbers());
-  const int server = rig.process().pid();
+  ServedSample fixture(treeOfNumbers());
+  const int server = fixture.process().pid();
   const auto descriptorsBefore = test_support::openDescriptorsOf(server).size();
   const auto pipesBefore = privatePipes();
   const long memoryBefore = procNumber(server, "smaps_rollup", "Private_Dirty:");
@@ -70,7 +70,7 @@ TEST(ManyClients, LoseNothingAndLeaveNothing) {
   clients.reserve(clientCount);
   for (int id = 1; id <= clientCount; ++id) {
     clients.push_back(std::make_unique<Process>(std::vector<std::string>{
-        test_support::buildDirectory() + "/tests/store_client", rig.name(), std::to_string(id),
+        test_support::buildDirectory() + "/tests/store_client", fixture.name(), std::to_string(id),
         std::to_string(commonPart), std::to_string(storesEach)}));
   }
   for (const auto& client : clients) {
@@ -80,17 +80,17 @@ TEST(ManyClients, LoseNothingAndLeaveNothing) {
 
   {
     EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-    RigClient reader(manager, rig.name());
+    SampleClient reader(manager, fixture.name());
     for (ModelSrv::ModelPartId id = 1; id <= clientCount; ++id) {
       EXPECT_EQ(reader.read(id), std::to_string(storesEach)) << "part " << id;
     }
   }
   EXPECT_TRUE(visitUntil(
-      rig.name(),
+      fixture.name(),
       [&] { return test_support::openDescriptorsOf(server).size() <= descriptorsBefore; }))
       << test_support::openDescriptorsOf(server).size() << " descriptors, before "
       << descriptorsBefore;
-  EXPECT_TRUE(visitUntil(rig.name(), [&] {
+  EXPECT_TRUE(visitUntil(fixture.name(), [&] {
     const auto pipes = privatePipes();
     return std::includes(pipesBefore.begin(), pipesBefore.end(), pipes.begin(), pipes.end());
   }));
@@ -100,10 +100,10 @@ TEST(ManyClients, LoseNothingAndLeaveNothing) {
 }
 
 TEST(IdleClient, CostsNeitherSideAnyTurn) {
-  ServedRig rig;
-  const int server = rig.process().pid();
+  ServedSample fixture;
+  const int server = fixture.process().pid();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-  RigClient client(manager, rig.name());
+  SampleClient client(manager, fixture.name());
   // The event that says that the connection has been taken.
   EXPECT_EQ(manager.receiveEvent(2000), EvtSrv::EvtRes_Success);
 
@@ -114,15 +114,15 @@ TEST(IdleClient, CostsNeitherSideAnyTurn) {
 
 TEST(IdleClient, CostsTheServerLittleMemory) {
   constexpr int idleCount = 200;
-  ServedRig rig;
-  const int server = rig.process().pid();
+  ServedSample fixture;
+  const int server = fixture.process().pid();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-  const RigClient first(manager, rig.name());
+  const SampleClient first(manager, fixture.name());
   const long before = procNumber(server, "smaps_rollup", "Private_Dirty:");
-  std::vector<std::unique_ptr<RigClient>> clients;
+  std::vector<std::unique_ptr<SampleClient>> clients;
   clients.reserve(idleCount);
   for (int count = 0; count < idleCount; ++count) {
-    clients.push_back(std::make_unique<RigClient>(manager, rig.name()));
+    clients.push_back(std::make_unique<SampleClient>(manager, fixture.name()));
   }
   const long grown = procNumber(server, "smaps_rollup", "Private_Dirty:") - before;
   if (ownMemory) {

@@ -6,7 +6,7 @@
 #include "tests/commands/scratch_directory.h"
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
-#include "tests/system/served_rig.h"
+#include "tests/system/served_sample.h"
 #include "tests/system/terminal_shell.h"
 
 // The built shell saves a served tree in a file and runs the file again.
@@ -103,19 +103,19 @@ class SaveSession : public testing::Test {
  protected:
   /// What `to` leaves in a file when the built shell saves the whole tree.
   std::string saved() {
-    batchOutput(rig_.name(), "to " + directory_.file("saved"));
+    batchOutput(fixture_.name(), "to " + directory_.file("saved"));
     return directory_.read("saved");
   }
 
   /// Runs the built shell on a command file that begins with the connection.
   void runFile(const std::string& lines) {
-    const std::string file = directory_.write("script", "cd " + rig_.name() + '\n' + lines);
+    const std::string file = directory_.write("script", "cd " + fixture_.name() + '\n' + lines);
     const Finished run = test_support::run({test_support::treescopeProgram(), "-f", file});
     EXPECT_EQ(run.status, ExitStatus());
     EXPECT_EQ(run.errors, "");
   }
 
-  ServedRig rig_{savedTree};
+  ServedSample fixture_{savedTree};
   ScratchDirectory directory_;
 };
 
@@ -127,7 +127,7 @@ TEST_F(SaveSession, WritesAndReportsEveryValueInTheseBytes) {
                                     : value.command.substr(4, value.command.size() - 5);
     trace += " make command [" + text + "] -> [" + value.command + "]\n";
   }
-  EXPECT_EQ(batchOutput(rig_.name(), "to " + directory_.file("saved")), trace);
+  EXPECT_EQ(batchOutput(fixture_.name(), "to " + directory_.file("saved")), trace);
   EXPECT_EQ(directory_.read("saved"), savedLines());
 }
 
@@ -140,7 +140,7 @@ TEST_F(SaveSession, EveryWayToRunTheFileBringsEveryValueBack) {
     if (command.empty()) {
       runFile(savedLines());
     } else {
-      batchOutput(rig_.name(), command + file);
+      batchOutput(fixture_.name(), command + file);
     }
     EXPECT_EQ(saved(), savedLines()) << command;
   }
@@ -149,34 +149,34 @@ TEST_F(SaveSession, EveryWayToRunTheFileBringsEveryValueBack) {
 TEST_F(SaveSession, AShellOnATerminalReplaysAsWell) {
   const std::string file = directory_.write("replayed", savedLines());
   runFile(otherLines());
-  TerminalShell shell(rig_.name());
+  TerminalShell shell(fixture_.name());
   const std::string shown = shell.run("from " + file);
   EXPECT_THAT(shown, testing::HasSubstr(plainLine("/whole/int8 [127]")));
   EXPECT_EQ(saved(), savedLines());
 }
 
 TEST_F(SaveSession, AFullDiskIsNoReasonToEnd) {
-  EXPECT_EQ(batchOutput(rig_.name(), "to /dev/full flag;pwd"),
-            " make command [true] -> [set true ]\n/" + rig_.name() + '\n');
+  EXPECT_EQ(batchOutput(fixture_.name(), "to /dev/full flag;pwd"),
+            " make command [true] -> [set true ]\n/" + fixture_.name() + '\n');
   const std::string text(100000, 'x');
   runFile("cd text\n");
-  batchOutput(rig_.name(), "str \"" + text + "\" /text/word");
-  EXPECT_THAT(batchOutput(rig_.name(), "to /dev/full;pwd"),
-              testing::EndsWith("[set 3 ]\n/" + rig_.name() + '\n'));
+  batchOutput(fixture_.name(), "str \"" + text + "\" /text/word");
+  EXPECT_THAT(batchOutput(fixture_.name(), "to /dev/full;pwd"),
+              testing::EndsWith("[set 3 ]\n/" + fixture_.name() + '\n'));
 }
 
 TEST_F(SaveSession, WhatIsNoFileIsRefused) {
   const std::string refused = "ERROR: OpenFileError\n";
-  EXPECT_EQ(batchOutput(rig_.name(), "to " + directory_.path() + ";pwd"), refused);
-  EXPECT_EQ(batchOutput(rig_.name(), "to " + directory_.file("none/f") + ";pwd"), refused);
-  EXPECT_EQ(batchOutput(rig_.name(), "from " + directory_.path() + ";pwd"), refused);
-  EXPECT_EQ(batchOutput(rig_.name(), "from " + directory_.file("none") + ";pwd"), refused);
+  EXPECT_EQ(batchOutput(fixture_.name(), "to " + directory_.path() + ";pwd"), refused);
+  EXPECT_EQ(batchOutput(fixture_.name(), "to " + directory_.file("none/f") + ";pwd"), refused);
+  EXPECT_EQ(batchOutput(fixture_.name(), "from " + directory_.path() + ";pwd"), refused);
+  EXPECT_EQ(batchOutput(fixture_.name(), "from " + directory_.file("none") + ";pwd"), refused);
 }
 
 TEST_F(SaveSession, AServerThatHasGoneLeavesAnEmptyFile) {
-  TerminalShell shell(rig_.name());
+  TerminalShell shell(fixture_.name());
   const std::string file = directory_.write("f", "from before");
-  rig_.kill();
+  fixture_.kill();
   EXPECT_EQ(shell.run("to " + file), "");
   EXPECT_EQ(directory_.read("f"), "");
 }

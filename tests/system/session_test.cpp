@@ -6,7 +6,7 @@
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
-#include "tests/system/served_rig.h"
+#include "tests/system/served_sample.h"
 
 // Whole sessions: the built shell against the built server.
 
@@ -29,10 +29,10 @@ std::string outputOf(std::vector<std::string> arguments) {
 class Session : public testing::Test {
  protected:
   std::string commands(const std::string& line) {
-    return outputOf({"-c", "cd " + rig_.name() + ";" + line});
+    return outputOf({"-c", "cd " + fixture_.name() + ";" + line});
   }
 
-  ServedRig rig_;
+  ServedSample fixture_;
 };
 
 struct Case {
@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(Ending, SessionLine,
                          [](const auto& test) { return test.param.name; });
 
 TEST_F(Session, TheForceSwitchStoresProtectedParts) {
-  EXPECT_EQ(outputOf({"-a", "-c", "cd " + rig_.name() + ";set 2 /drive/offset"}),
+  EXPECT_EQ(outputOf({"-a", "-c", "cd " + fixture_.name() + ";set 2 /drive/offset"}),
             "/drive/offset   [2]\n");
 }
 
@@ -98,7 +98,7 @@ TEST_F(Session, AStoreIsSeenByTheNextSession) {
 
 TEST_F(Session, ACommandFileRunsLineByLine) {
   const std::string file = "/tmp/" + test_support::uniquePortName("commands_");
-  std::ofstream(file) << "cd " << rig_.name() << "\nget /drive/speed\nget /drive/label\n";
+  std::ofstream(file) << "cd " << fixture_.name() << "\nget /drive/speed\nget /drive/label\n";
   EXPECT_EQ(outputOf({"-f", file}), "/drive/speed    [42]\n/drive/label    [two words]\n");
   EXPECT_EQ(::unlink(file.c_str()), 0);
 }

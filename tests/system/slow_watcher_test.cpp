@@ -10,8 +10,8 @@
 #include "tests/servers/tree_client.h"
 #include "tests/support/process.h"
 #include "tests/system/process_numbers.h"
-#include "tests/system/rig_client.h"
-#include "tests/system/served_rig.h"
+#include "tests/system/sample_client.h"
+#include "tests/system/served_sample.h"
 #include "tests/system/terminal_shell.h"
 
 // A watching shell that is stopped: what it costs its server, and what it shows
@@ -57,7 +57,7 @@ class Storer {
 
  private:
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, false};
-  RigClient client_;
+  SampleClient client_;
   int value_ = 0;
 };
 
@@ -98,17 +98,17 @@ Shown takeApart(const std::string& bytes) {
 
 TEST(SlowWatcher, SeesTheLastValueOfEveryPartOnceItGoesOn) {
   const int stores = ownMemory ? 40000 : 8000;
-  ServedRig rig(treeOfParts());
-  TerminalShell shell(rig.name());
+  ServedSample fixture(treeOfParts());
+  TerminalShell shell(fixture.name());
   ASSERT_EQ(shell.run("eu -r /"), "");
   shell.stop();
-  Storer storer(rig.name());
+  Storer storer(fixture.name());
   ASSERT_NO_FATAL_FAILURE(storer.store(stores / 2));
-  const long before = procNumber(rig.process().pid(), "smaps_rollup", "Private_Dirty:");
+  const long before = procNumber(fixture.process().pid(), "smaps_rollup", "Private_Dirty:");
   ASSERT_NO_FATAL_FAILURE(storer.store(stores));
-  const long grown = procNumber(rig.process().pid(), "smaps_rollup", "Private_Dirty:") - before;
+  const long grown = procNumber(fixture.process().pid(), "smaps_rollup", "Private_Dirty:") - before;
   EXPECT_LT(grown, mostGrowth) << "KiB";
-  EXPECT_EQ(batchOutput(rig.name(), "get part_1"), "/part_1 [" + storer.read(1) + "]\n");
+  EXPECT_EQ(batchOutput(fixture.name(), "get part_1"), "/part_1 [" + storer.read(1) + "]\n");
 
   ASSERT_TRUE(storer.mark());
   shell.resume();

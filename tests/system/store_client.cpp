@@ -3,7 +3,7 @@
 #include <iostream>
 #include <string>
 
-#include "tests/system/rig_client.h"
+#include "tests/system/sample_client.h"
 
 // store_client SERVER OWN COMMON COUNT: stores 1 to COUNT in the part OWN and reads
 // each back, and stores and reads the part COMMON, which others store too. Prints
@@ -14,7 +14,7 @@ namespace {
 int work(const std::string& server, ModelSrv::ModelPartId own, ModelSrv::ModelPartId common,
          int count) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
-  RigClient client(manager, server);
+  SampleClient client(manager, server);
   for (int value = 1; value <= count; ++value) {
     const std::string text = std::to_string(value);
     if (!client.store(own, text)) {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/system/served_rig.h"
+#include "tests/system/served_sample.h"
 #include "tests/system/terminal_shell.h"
 
 // Listings of a served tree, as they arrive on a terminal.
@@ -53,8 +53,8 @@ void expectAll(TerminalShell& shell, const std::vector<Case>& cases) {
 }
 
 TEST(TerminalListing, HasFourLayouts) {
-  ServedRig rig(boxTree);
-  TerminalShell shell(rig.name());
+  ServedSample fixture(boxTree);
+  TerminalShell shell(fixture.name());
   const std::string columns = plainItem("v         ", 1) + plainItem("g/        ", 11) +
                               plainItem("n/        ", 21) + plainItem("noname-4  ", 31) + '\n';
   const std::string longList =
@@ -75,8 +75,8 @@ TEST(TerminalListing, HasFourLayouts) {
 }
 
 TEST(TerminalListing, ShowsMarksInColours) {
-  ServedRig rig(boxTree);
-  TerminalShell shell(rig.name());
+  ServedSample fixture(boxTree);
+  TerminalShell shell(fixture.name());
   ASSERT_EQ(shell.run("cd box"), "");
   ASSERT_EQ(shell.run("eu v"), "");
   ASSERT_EQ(shell.run("eu g"), "");
@@ -117,9 +117,9 @@ TEST(TerminalListing, FitsItsColumnsToTheTerminal) {
       {500, v + plainItem("g/        ", 11) + plainItem("n/        ", 21) +
                 plainItem("noname-4  ", 31) + '\n'},
   };
-  ServedRig rig(boxTree);
+  ServedSample fixture(boxTree);
   for (const Width& width : widths) {
-    TerminalShell shell(rig.name(), {width.columns, 24});
+    TerminalShell shell(fixture.name(), {width.columns, 24});
     EXPECT_EQ(shell.run("ls box"), width.bytes) << width.columns;
   }
 }
@@ -142,8 +142,8 @@ TEST(TerminalListing, StopsAtEachPageUntilAKeyComes) {
     tree += (number == 0 ? "" : ", ") + std::string(R"({"name": ")") + numbered(number) +
             R"(", "type": "int32", "value": )" + std::to_string(number) + '}';
   }
-  ServedRig rig(tree + "]}");
-  TerminalShell shell(rig.name());
+  ServedSample fixture(tree + "]}");
+  TerminalShell shell(fixture.name());
   const std::string more = "\033[7m\033[5m\033[39mMore\033[27m\033[25m";
   const std::string erase = "\033[2K";
   shell.enter("ls -lm");

@@ -81,7 +81,7 @@ void TerminalShell::start(Size size) {
 
 TerminalShell::~TerminalShell() {
   type("q\n");
-  const auto deadline = Clock::now() + test_support::patience;
+  const auto deadline = Clock::now() + test_support::timeout;
   // The terminal hangs up when its last user has gone.
   while (receive(deadline)) {
   }
@@ -115,7 +115,7 @@ bool TerminalShell::receive(Clock::time_point deadline) {
 }
 
 std::string TerminalShell::readUntil(const std::function<std::optional<std::size_t>()>& found) {
-  const auto deadline = Clock::now() + test_support::patience;
+  const auto deadline = Clock::now() + test_support::timeout;
   for (;;) {
     if (const auto length = found()) {
       std::string taken = output_.substr(0, *length);

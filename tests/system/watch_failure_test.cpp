@@ -4,7 +4,7 @@
 #include <csignal>
 
 #include "tests/support/process.h"
-#include "tests/system/served_rig.h"
+#include "tests/system/served_sample.h"
 #include "tests/system/terminal_shell.h"
 
 // What a watching shell says and does when its server does not answer.
@@ -22,7 +22,7 @@ class WatchFailure : public testing::Test {
   /// Repeats `line` until it prints `bytes`; what a server holds back may come
   /// late.
   bool runsUntil(const std::string& line, const std::string& bytes) {
-    const auto deadline = std::chrono::steady_clock::now() + test_support::patience;
+    const auto deadline = std::chrono::steady_clock::now() + test_support::timeout;
     while (shell_.run(line) != bytes) {
       if (std::chrono::steady_clock::now() > deadline) {
         return false;
@@ -33,18 +33,18 @@ class WatchFailure : public testing::Test {
 
   /// What is printed up to the update of the speed, which another client changes.
   std::string updatesAfter(const std::string& commands) {
-    batchOutput(rig_.name(), commands + ";set " + std::to_string(++speed_) + " /drive/speed");
+    batchOutput(fixture_.name(), commands + ";set " + std::to_string(++speed_) + " /drive/speed");
     return shell_.readThrough(plainLine("/drive/speed"));
   }
 
-  ServedRig rig_;
-  TerminalShell shell_{rig_.name()};
+  ServedSample fixture_;
+  TerminalShell shell_{fixture_.name()};
   int speed_ = 100;
 };
 
 TEST_F(WatchFailure, AKilledServerIsNoConnection) {
   expectRun("eu drive/gains", "");
-  rig_.kill();
+  fixture_.kill();
   expectRun("eu drive/speed", noConnection);
   expectRun("eu -r", noConnection);
   expectRun("eu", noConnection);
@@ -59,9 +59,9 @@ TEST_F(WatchFailure, AKilledServerIsNoConnection) {
 TEST_F(WatchFailure, AServerThatIsBackIsWatchedAsBefore) {
   expectRun("eu drive/gains", "");
   expectRun("eu drive/speed", "");
-  rig_.kill();
+  fixture_.kill();
   expectRun("eu drive/label", noConnection);
-  rig_.serve();
+  fixture_.serve();
   // The first request finds the server and renews what was subscribed.
   expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
   EXPECT_PRED2(
@@ -71,10 +71,10 @@ TEST_F(WatchFailure, AServerThatIsBackIsWatchedAsBefore) {
 
 TEST_F(WatchFailure, AServerThatHangsIsNoConnectionUntilItAnswers) {
   expectRun("eu drive/gains", "");
-  rig_.process().signal(SIGSTOP);
+  fixture_.process().signal(SIGSTOP);
   expectRun("eu drive/speed", noConnection);
   expectRun("eu -r drive", noConnection);
-  rig_.process().signal(SIGCONT);
+  fixture_.process().signal(SIGCONT);
   EXPECT_TRUE(runsUntil("eu drive/speed", ""));
   expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
   EXPECT_PRED2(
@@ -84,9 +84,9 @@ TEST_F(WatchFailure, AServerThatHangsIsNoConnectionUntilItAnswers) {
 
 TEST_F(WatchFailure, AServerThatHangsKeepsWhatIsDroppedMeanwhileListed) {
   expectRun("eu drive/gains", "");
-  rig_.process().signal(SIGSTOP);
+  fixture_.process().signal(SIGSTOP);
   expectRun("du", "");
-  rig_.process().signal(SIGCONT);
+  fixture_.process().signal(SIGCONT);
   EXPECT_TRUE(runsUntil("eu drive/speed", ""));
   expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
   expectRun("du drive/gains", "");

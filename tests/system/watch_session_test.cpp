@@ -5,7 +5,7 @@
 
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
-#include "tests/system/served_rig.h"
+#include "tests/system/served_sample.h"
 #include "tests/system/terminal_shell.h"
 
 // A shell watches parts of a served tree, and others store into it.
@@ -42,7 +42,7 @@ class WatchSession : public testing::Test {
   /// that of the mark, which is stored last, is there.
   void expectUpdates(TerminalShell& shell, const std::string& commands,
                      const std::vector<std::string>& lines) {
-    batchOutput(rig_.name(), commands + ";set " + std::to_string(++stamp_) + " /mark");
+    batchOutput(fixture_.name(), commands + ";set " + std::to_string(++stamp_) + " /mark");
     const std::string shown = shell.readThrough(plainLine("/mark"));
     EXPECT_PRED2(endsWithJust, shown, plainLines(lines) + plainLine("/mark")) << commands;
   }
@@ -52,7 +52,7 @@ class WatchSession : public testing::Test {
     EXPECT_EQ(shell.run(line), plainLines(lines)) << line;
   }
 
-  ServedRig rig_{watchedTree};
+  ServedSample fixture_{watchedTree};
   int stamp_ = 0;
 };
 
@@ -84,7 +84,7 @@ const std::vector<Store>& stores() {
 }
 
 TEST_F(WatchSession, EveryPartOfASubtreeIsShownInTheseBytes) {
-  TerminalShell shell(rig_.name());
+  TerminalShell shell(fixture_.name());
   expectRun(shell, "eu /mark", {});
   expectRun(shell, "eu -r drive", {});
   for (const Store& store : stores()) {
@@ -93,7 +93,7 @@ TEST_F(WatchSession, EveryPartOfASubtreeIsShownInTheseBytes) {
 }
 
 TEST_F(WatchSession, APartIsShownInTheseBytes) {
-  TerminalShell shell(rig_.name());
+  TerminalShell shell(fixture_.name());
   expectRun(shell, "eu mark", {});
   expectRun(shell, "cd /drive/gains", {});
   expectRun(shell, "eu", {});
@@ -110,11 +110,11 @@ TEST_F(WatchSession, APartIsShownInTheseBytes) {
 
 TEST_F(WatchSession, AnUpdateIsShownWhereStandardInputIsAPipe) {
   test_support::Process shell({test_support::treescopeProgram()});
-  const std::string report = plainLine("/" + rig_.name());
-  ASSERT_TRUE(shell.write("cd " + rig_.name() + "\neu -r /drive\neu mark\npwd\n"));
+  const std::string report = plainLine("/" + fixture_.name());
+  ASSERT_TRUE(shell.write("cd " + fixture_.name() + "\neu -r /drive\neu mark\npwd\n"));
   ASSERT_TRUE(shell.waitForOutput(report)) << shell.output();
   const std::string before = shell.output();
-  batchOutput(rig_.name(), "set 0.5 /drive/gains[1];set 1 /mark");
+  batchOutput(fixture_.name(), "set 0.5 /drive/gains[1];set 1 /mark");
   ASSERT_TRUE(shell.waitForOutput(plainLine("/mark"))) << shell.output();
   EXPECT_EQ(shell.finish(), (ExitStatus{0, 0}));
   const std::string update =
@@ -126,7 +126,7 @@ TEST_F(WatchSession, AnUpdateIsShownWhereStandardInputIsAPipe) {
 }
 
 TEST_F(WatchSession, ADoubledSubscriptionShowsOneUpdateAndEndsWithOneCommand) {
-  TerminalShell shell(rig_.name());
+  TerminalShell shell(fixture_.name());
   expectRun(shell, "eu drive/gains", {});
   expectRun(shell, "eu drive/gains", {});
   expectRun(shell, "eu mark", {});
@@ -139,7 +139,7 @@ TEST_F(WatchSession, ADoubledSubscriptionShowsOneUpdateAndEndsWithOneCommand) {
 }
 
 TEST_F(WatchSession, WhatIsDroppedIsShownNoMore) {
-  TerminalShell shell(rig_.name());
+  TerminalShell shell(fixture_.name());
   expectRun(shell, "eu -r /", {});
   shell.run("eu mark");
   expectRun(shell, "du drive/inner", {});
@@ -151,7 +151,7 @@ TEST_F(WatchSession, WhatIsDroppedIsShownNoMore) {
 }
 
 TEST_F(WatchSession, ARefusedPartDoesNotEndTheSubtree) {
-  TerminalShell shell(rig_.name());
+  TerminalShell shell(fixture_.name());
   expectRun(shell, "eu -r guarded", {"ERROR: UnknownError"});
   expectRun(shell, "eu mark", {});
   expectRun(shell, "eu -l", {"/guarded/open", "/mark"});
@@ -159,13 +159,13 @@ TEST_F(WatchSession, ARefusedPartDoesNotEndTheSubtree) {
 }
 
 TEST_F(WatchSession, NothingIsShownOnceTheShellHasDisconnected) {
-  TerminalShell shell(rig_.name());
+  TerminalShell shell(fixture_.name());
   expectRun(shell, "eu drive/gains", {});
   // Leaves the server with a subscription outside the current directory.
   expectRun(shell, "cd drive/inner", {});
   expectRun(shell, "cd", {});
-  batchOutput(rig_.name(), "set 0.5 /drive/gains[1]");
-  expectRun(shell, "cd " + rig_.name(), {});
+  batchOutput(fixture_.name(), "set 0.5 /drive/gains[1]");
+  expectRun(shell, "cd " + fixture_.name(), {});
   expectRun(shell, "eu -l", {});
   expectRun(shell, "eu mark", {});
   expectUpdates(shell, "set 0.75 /drive/gains[1]", {});
@@ -180,7 +180,7 @@ struct Case {
 class WatchLine : public WatchSession, public testing::WithParamInterface<Case> {};
 
 TEST_P(WatchLine, WritesTheseBytes) {
-  EXPECT_EQ(batchOutput(rig_.name(), GetParam().line), GetParam().output);
+  EXPECT_EQ(batchOutput(fixture_.name(), GetParam().line), GetParam().output);
 }
 
 constexpr const char* wholeDrive =

@@ -11,9 +11,9 @@ namespace treescope {
 
 /// A line editor under the prompt "[here]$ " that is handed its keys by a test; its
 /// own thread never gets beyond the lock.
-class EditorRig {
+class EditorFixture {
  public:
-  EditorRig() : editor(0, false, shell.host()) { start("", 0); }
+  EditorFixture() : editor(0, false, shell.host()) { start("", 0); }
 
   /// Shows `line` with the cursor at `cursor`, which may be past its end.
   void start(const std::string& line, std::size_t cursor) {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "term/key_codes.h"
-#include "tests/term/editor_rig.h"
+#include "tests/term/editor_fixture.h"
 
 namespace treescope {
 namespace {
@@ -38,13 +38,13 @@ class KeyMap : public testing::TestWithParam<Case> {};
 
 TEST_P(KeyMap, EditsAndPrints) {
   for (const int code : GetParam().codes) {
-    EditorRig rig;
-    rig.start(GetParam().line, GetParam().cursor);
-    EXPECT_EQ(rig.press(code), GetParam().bytes) << code;
-    EXPECT_EQ(rig.editor.line(), GetParam().lineAfter) << code;
-    EXPECT_EQ(rig.editor.cursor(), GetParam().cursorAfter) << code;
-    EXPECT_THAT(rig.shell.lines, IsEmpty()) << code;
-    EXPECT_EQ(rig.shell.rangeErrors, 0) << code;
+    EditorFixture fixture;
+    fixture.start(GetParam().line, GetParam().cursor);
+    EXPECT_EQ(fixture.press(code), GetParam().bytes) << code;
+    EXPECT_EQ(fixture.editor.line(), GetParam().lineAfter) << code;
+    EXPECT_EQ(fixture.editor.cursor(), GetParam().cursorAfter) << code;
+    EXPECT_THAT(fixture.shell.lines, IsEmpty()) << code;
+    EXPECT_EQ(fixture.shell.rangeErrors, 0) << code;
   }
 }
 
@@ -143,137 +143,137 @@ TEST(Keys, EveryOtherByteIsText) {
   const std::set<int> mapped{127, 8, 1, 2, 6, 5, 4, 11, 23, 16, 14, 9, 10};
   for (int code = 1; code < 256; ++code) {
     if (mapped.count(code) == 0) {
-      EditorRig rig;
-      rig.start("ab", 1);
+      EditorFixture fixture;
+      fixture.start("ab", 1);
       const std::string line = std::string("a") + static_cast<char>(code) + "b";
-      EXPECT_EQ(rig.press(code), echo.redrawn(line, 2)) << code;
-      EXPECT_EQ(rig.editor.line(), line);
+      EXPECT_EQ(fixture.press(code), echo.redrawn(line, 2)) << code;
+      EXPECT_EQ(fixture.editor.line(), line);
     }
   }
 }
 
 TEST(Keys, TextIsInsertedWhereTheCursorIs) {
-  EditorRig rig;
-  EXPECT_EQ(rig.type("abc"), echo.typed("abc"));
-  EXPECT_EQ(rig.press(KEY_LEFT), echo.cursorAt(2));
-  EXPECT_EQ(rig.press(KEY_LEFT), echo.cursorAt(1));
-  EXPECT_EQ(rig.press('X'), echo.redrawn("aXbc", 2));
+  EditorFixture fixture;
+  EXPECT_EQ(fixture.type("abc"), echo.typed("abc"));
+  EXPECT_EQ(fixture.press(KEY_LEFT), echo.cursorAt(2));
+  EXPECT_EQ(fixture.press(KEY_LEFT), echo.cursorAt(1));
+  EXPECT_EQ(fixture.press('X'), echo.redrawn("aXbc", 2));
 }
 
 TEST(Keys, ReturnRunsTheLineAndShowsAnEmptyOne) {
   for (const int code : {10, static_cast<int>(KEY_ENTER)}) {
-    EditorRig rig;
-    rig.start("get x", 2);
-    EXPECT_EQ(rig.press(code), "\n" + echo.nextPrompt());
-    EXPECT_THAT(rig.shell.lines, ElementsAre("get x"));
-    EXPECT_THAT(rig.editor.history(), ElementsAre("get x"));
-    EXPECT_EQ(rig.editor.line(), "");
-    EXPECT_EQ(rig.editor.cursor(), 0U);
+    EditorFixture fixture;
+    fixture.start("get x", 2);
+    EXPECT_EQ(fixture.press(code), "\n" + echo.nextPrompt());
+    EXPECT_THAT(fixture.shell.lines, ElementsAre("get x"));
+    EXPECT_THAT(fixture.editor.history(), ElementsAre("get x"));
+    EXPECT_EQ(fixture.editor.line(), "");
+    EXPECT_EQ(fixture.editor.cursor(), 0U);
   }
 }
 
 TEST(Keys, ReturnOnAnEmptyLineRunsAndKeepsNothing) {
-  EditorRig rig;
-  EXPECT_EQ(rig.type("\n"), "\n" + echo.prompt());
-  EXPECT_THAT(rig.shell.lines, IsEmpty());
-  EXPECT_THAT(rig.editor.history(), IsEmpty());
+  EditorFixture fixture;
+  EXPECT_EQ(fixture.type("\n"), "\n" + echo.prompt());
+  EXPECT_THAT(fixture.shell.lines, IsEmpty());
+  EXPECT_THAT(fixture.editor.history(), IsEmpty());
 }
 
 TEST(Keys, ReturnShowsNoPromptWhenTheShellEnds) {
-  EditorRig rig;
-  rig.start("bye", 1);
-  EXPECT_EQ(rig.type("\n"), "\n");
-  EXPECT_EQ(rig.editor.line(), "bye");
-  EXPECT_THAT(rig.editor.history(), ElementsAre("bye"));
+  EditorFixture fixture;
+  fixture.start("bye", 1);
+  EXPECT_EQ(fixture.type("\n"), "\n");
+  EXPECT_EQ(fixture.editor.line(), "bye");
+  EXPECT_THAT(fixture.editor.history(), ElementsAre("bye"));
 }
 
 TEST(Keys, ReturnResolvesReferencesToTheHistory) {
-  EditorRig rig;
-  rig.type("ls\ncd a\nget !$\n!!\n!0\n!l\n!-2\n!zz\n!\n");
-  EXPECT_THAT(rig.shell.lines,
+  EditorFixture fixture;
+  fixture.type("ls\ncd a\nget !$\n!!\n!0\n!l\n!-2\n!zz\n!\n");
+  EXPECT_THAT(fixture.shell.lines,
               ElementsAre("ls", "cd a", "get a", "get a", "ls", "ls", "ls", "!zz", "!"));
-  EXPECT_THAT(rig.editor.history(),
+  EXPECT_THAT(fixture.editor.history(),
               ElementsAre("ls", "cd a", "get a", "get a", "ls", "ls", "ls", "zz", ""));
 }
 
 TEST(Keys, AReferenceBehindTheHistoryIsARangeError) {
-  EditorRig rig;
-  rig.type("ls\n!-2");
-  EXPECT_EQ(rig.press(10), "\n" + echo.nextPrompt());
-  EXPECT_EQ(rig.shell.rangeErrors, 1);
-  EXPECT_THAT(rig.shell.lines, ElementsAre("ls"));
-  EXPECT_THAT(rig.editor.history(), ElementsAre("ls"));
-  EXPECT_EQ(rig.editor.line(), "");
-  rig.type("pwd\n");
-  EXPECT_THAT(rig.shell.lines, ElementsAre("ls", "pwd"));
+  EditorFixture fixture;
+  fixture.type("ls\n!-2");
+  EXPECT_EQ(fixture.press(10), "\n" + echo.nextPrompt());
+  EXPECT_EQ(fixture.shell.rangeErrors, 1);
+  EXPECT_THAT(fixture.shell.lines, ElementsAre("ls"));
+  EXPECT_THAT(fixture.editor.history(), ElementsAre("ls"));
+  EXPECT_EQ(fixture.editor.line(), "");
+  fixture.type("pwd\n");
+  EXPECT_THAT(fixture.shell.lines, ElementsAre("ls", "pwd"));
 }
 
 TEST(Keys, KillingBehindACursorPastTheEndIsARangeError) {
-  EditorRig rig;
-  rig.type("abc");
-  rig.press(0);
-  EXPECT_EQ(rig.press(control('K')), "\n" + echo.nextPrompt());
-  EXPECT_EQ(rig.shell.rangeErrors, 1);
-  EXPECT_EQ(rig.editor.line(), "");
-  EXPECT_EQ(rig.editor.cursor(), 0U);
+  EditorFixture fixture;
+  fixture.type("abc");
+  fixture.press(0);
+  EXPECT_EQ(fixture.press(control('K')), "\n" + echo.nextPrompt());
+  EXPECT_EQ(fixture.shell.rangeErrors, 1);
+  EXPECT_EQ(fixture.editor.line(), "");
+  EXPECT_EQ(fixture.editor.cursor(), 0U);
 }
 
 TEST(Keys, TabAsksForACompletionOfTheLineWithoutLeadingBlanks) {
   for (const auto& [line, request] :
        {std::pair{"get x", "tab get x"}, std::pair{"  ls ", "tab ls "}, std::pair{"   ", "tab "},
         std::pair{"", "tab "}}) {
-    EditorRig rig;
-    rig.start(line, 1);
-    EXPECT_EQ(rig.press(9), "\n");
-    EXPECT_THAT(rig.shell.lines, ElementsAre(request));
-    EXPECT_EQ(rig.editor.line(), line);
-    EXPECT_EQ(rig.editor.cursor(), 1U);
-    EXPECT_THAT(rig.editor.history(), IsEmpty());
+    EditorFixture fixture;
+    fixture.start(line, 1);
+    EXPECT_EQ(fixture.press(9), "\n");
+    EXPECT_THAT(fixture.shell.lines, ElementsAre(request));
+    EXPECT_EQ(fixture.editor.line(), line);
+    EXPECT_EQ(fixture.editor.cursor(), 1U);
+    EXPECT_THAT(fixture.editor.history(), IsEmpty());
   }
 }
 
 TEST(Keys, UpAndDownWalkTheHistoryAndKeepWhatWasTyped) {
-  EditorRig rig;
-  rig.type("first\nsecond\ntyped");
-  EXPECT_EQ(rig.press(KEY_UP), echo.redrawn("second", 6));
-  EXPECT_EQ(rig.press(control('P')), echo.redrawn("first", 5));
-  EXPECT_EQ(rig.press(KEY_UP), echo.redrawn("first", 5));
-  EXPECT_EQ(rig.press(KEY_DOWN), echo.redrawn("second", 6));
-  EXPECT_EQ(rig.press(control('N')), echo.redrawn("typed", 5));
-  EXPECT_EQ(rig.press(KEY_DOWN), echo.redrawn("typed", 5));
+  EditorFixture fixture;
+  fixture.type("first\nsecond\ntyped");
+  EXPECT_EQ(fixture.press(KEY_UP), echo.redrawn("second", 6));
+  EXPECT_EQ(fixture.press(control('P')), echo.redrawn("first", 5));
+  EXPECT_EQ(fixture.press(KEY_UP), echo.redrawn("first", 5));
+  EXPECT_EQ(fixture.press(KEY_DOWN), echo.redrawn("second", 6));
+  EXPECT_EQ(fixture.press(control('N')), echo.redrawn("typed", 5));
+  EXPECT_EQ(fixture.press(KEY_DOWN), echo.redrawn("typed", 5));
 }
 
 TEST(Keys, ALineEditedOnTheWayTravelsWithTheWalk) {
-  EditorRig rig;
-  rig.type("one\ntwo\n");
-  rig.press(KEY_UP);
-  rig.type("!");
-  EXPECT_EQ(rig.press(KEY_UP), echo.redrawn("one", 3));
-  EXPECT_EQ(rig.press(KEY_DOWN), echo.redrawn("two!", 4));
-  EXPECT_THAT(rig.editor.history(), ElementsAre("one", "two"));
+  EditorFixture fixture;
+  fixture.type("one\ntwo\n");
+  fixture.press(KEY_UP);
+  fixture.type("!");
+  EXPECT_EQ(fixture.press(KEY_UP), echo.redrawn("one", 3));
+  EXPECT_EQ(fixture.press(KEY_DOWN), echo.redrawn("two!", 4));
+  EXPECT_THAT(fixture.editor.history(), ElementsAre("one", "two"));
 }
 
 TEST(Keys, ReturnBeginsTheWalkAnew) {
-  EditorRig rig;
-  rig.type("one\ntwo\nthree\n");
-  rig.press(KEY_UP);
-  rig.press(KEY_UP);
-  rig.type("\n");
-  EXPECT_THAT(rig.editor.history(), ElementsAre("one", "two", "three", "two"));
-  EXPECT_EQ(rig.press(KEY_DOWN), echo.redrawn("", 0));
-  EXPECT_EQ(rig.press(KEY_UP), echo.redrawn("two", 3));
-  EXPECT_EQ(rig.press(KEY_UP), echo.redrawn("three", 5));
+  EditorFixture fixture;
+  fixture.type("one\ntwo\nthree\n");
+  fixture.press(KEY_UP);
+  fixture.press(KEY_UP);
+  fixture.type("\n");
+  EXPECT_THAT(fixture.editor.history(), ElementsAre("one", "two", "three", "two"));
+  EXPECT_EQ(fixture.press(KEY_DOWN), echo.redrawn("", 0));
+  EXPECT_EQ(fixture.press(KEY_UP), echo.redrawn("two", 3));
+  EXPECT_EQ(fixture.press(KEY_UP), echo.redrawn("three", 5));
 }
 
 TEST(Keys, PagesWalkTenLines) {
-  EditorRig rig;
+  EditorFixture fixture;
   for (int line = 0; line < 15; ++line) {
-    rig.type(std::to_string(line) + "\n");
+    fixture.type(std::to_string(line) + "\n");
   }
-  EXPECT_EQ(rig.press(KEY_PPAGE), echo.redrawn("5", 1));
-  EXPECT_EQ(rig.press(KEY_PPAGE), echo.redrawn("0", 1));
-  EXPECT_EQ(rig.press(KEY_NPAGE), echo.redrawn("10", 2));
-  EXPECT_EQ(rig.press(KEY_NPAGE), echo.redrawn("", 0));
+  EXPECT_EQ(fixture.press(KEY_PPAGE), echo.redrawn("5", 1));
+  EXPECT_EQ(fixture.press(KEY_PPAGE), echo.redrawn("0", 1));
+  EXPECT_EQ(fixture.press(KEY_NPAGE), echo.redrawn("10", 2));
+  EXPECT_EQ(fixture.press(KEY_NPAGE), echo.redrawn("", 0));
 }
 
 TEST(Keys, AKeyWithoutMemoryLeavesAnEmptyLine) {
@@ -286,7 +286,7 @@ TEST(Keys, AKeyWithoutMemoryLeavesAnEmptyLine) {
     full = false;
   };
   LineEditor editor(0, false, host);
-  const std::string bytes = EditorRig::outputOf([&] {
+  const std::string bytes = EditorFixture::outputOf([&] {
     editor.showPrompt("here", "abc");
     full = true;
     editor.handleKey(KEY_HOME);
@@ -307,12 +307,12 @@ TEST(Keys, NoMemoryAtAllLeavesTheNextKeyItsChance) {
       }
     };
     LineEditor editor(0, false, host);
-    EditorRig::outputOf([&] {
+    EditorFixture::outputOf([&] {
       editor.showPrompt("here", "abc");
       editor.handleKey(KEY_HOME);
     });
     EXPECT_EQ(editor.line(), "");
-    EXPECT_EQ(EditorRig::outputOf([&] { editor.handleKey('x'); }), echo.redrawn("x", 1));
+    EXPECT_EQ(EditorFixture::outputOf([&] { editor.handleKey('x'); }), echo.redrawn("x", 1));
   }
 }
 

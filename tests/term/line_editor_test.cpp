@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/term/editor_rig.h"
+#include "tests/term/editor_fixture.h"
 
 namespace treescope {
 namespace {
@@ -18,20 +18,21 @@ using testing::ElementsAre;
 const EditorEcho echo("here");
 
 TEST(LineEditor, ShowsAPromptAndPutsTheLineBehindIt) {
-  EditorRig rig;
+  EditorFixture fixture;
   const EditorEcho other("other name");
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.showPrompt("other name", "text"); }),
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.showPrompt("other name", "text"); }),
             other.prompt("text"));
-  EXPECT_EQ(rig.editor.line(), "text");
-  EXPECT_EQ(rig.editor.cursor(), 4U);
-  EXPECT_EQ(rig.editor.textColumn(), 15);
+  EXPECT_EQ(fixture.editor.line(), "text");
+  EXPECT_EQ(fixture.editor.cursor(), 4U);
+  EXPECT_EQ(fixture.editor.textColumn(), 15);
 }
 
 TEST(LineEditor, KeepsTheLineUnderANewPrompt) {
-  EditorRig rig;
-  rig.start("text", 1);
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.showPrompt("here", nullptr); }), echo.prompt("text"));
-  EXPECT_EQ(rig.editor.cursor(), 4U);
+  EditorFixture fixture;
+  fixture.start("text", 1);
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.showPrompt("here", nullptr); }),
+            echo.prompt("text"));
+  EXPECT_EQ(fixture.editor.cursor(), 4U);
 }
 
 TEST(LineEditor, MovesTheCursorEachWay) {
@@ -41,56 +42,56 @@ TEST(LineEditor, MovesTheCursorEachWay) {
   };
   for (const Case& each : {Case{0, 2}, Case{1, 0}, Case{2, 4}, Case{3, 3}, Case{4, 1}, Case{5, 0},
                            Case{6, 4}, Case{7, 2}, Case{-1, 2}}) {
-    EditorRig rig;
-    rig.start("text", 2);
-    EXPECT_EQ(rig.outputOf([&] { rig.editor.moveCursor(each.how); }),
+    EditorFixture fixture;
+    fixture.start("text", 2);
+    EXPECT_EQ(fixture.outputOf([&] { fixture.editor.moveCursor(each.how); }),
               echo.cursorAt(each.cursorAfter))
         << each.how;
-    EXPECT_EQ(rig.editor.cursor(), each.cursorAfter) << each.how;
+    EXPECT_EQ(fixture.editor.cursor(), each.cursorAfter) << each.how;
   }
 }
 
 TEST(LineEditor, TheCursorStopsAtTheBeginningOnly) {
-  EditorRig rig;
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.moveCursor(4); }), echo.cursorAt(0));
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.moveCursor(3); }), echo.cursorAt(1));
+  EditorFixture fixture;
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.moveCursor(4); }), echo.cursorAt(0));
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.moveCursor(3); }), echo.cursorAt(1));
 }
 
 TEST(LineEditor, RedrawsTheLineWithoutMovingTheCursorBack) {
-  EditorRig rig;
-  rig.start("text", 2);
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.redrawLine(); }), "\033[9Gtext\033[0K");
-  EXPECT_EQ(rig.editor.cursor(), 2U);
+  EditorFixture fixture;
+  fixture.start("text", 2);
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.redrawLine(); }), "\033[9Gtext\033[0K");
+  EXPECT_EQ(fixture.editor.cursor(), 2U);
 }
 
 TEST(LineEditor, ClearsTheLine) {
-  EditorRig rig;
-  rig.start("text", 2);
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.clearLine(); }), echo.redrawn("", 0));
-  EXPECT_EQ(rig.editor.line(), "");
+  EditorFixture fixture;
+  fixture.start("text", 2);
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.clearLine(); }), echo.redrawn("", 0));
+  EXPECT_EQ(fixture.editor.line(), "");
 }
 
 TEST(LineEditor, KillsEitherSideOfTheCursor) {
-  EditorRig rig;
-  rig.start("abc def", 4);
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.killLine(true); }), echo.redrawn("abc ", 4));
-  rig.start("abc def", 4);
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.killLine(false); }), echo.redrawn("def", 0));
+  EditorFixture fixture;
+  fixture.start("abc def", 4);
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.killLine(true); }), echo.redrawn("abc ", 4));
+  fixture.start("abc def", 4);
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.killLine(false); }), echo.redrawn("def", 0));
 }
 
 TEST(LineEditor, KillingPastTheEndThrows) {
-  EditorRig rig;
-  rig.start("abc", 4);
-  EXPECT_THROW(rig.editor.killLine(true), std::out_of_range);
-  EXPECT_EQ(rig.editor.line(), "abc");
+  EditorFixture fixture;
+  fixture.start("abc", 4);
+  EXPECT_THROW(fixture.editor.killLine(true), std::out_of_range);
+  EXPECT_EQ(fixture.editor.line(), "abc");
 }
 
 TEST(LineEditor, TakesALineWithoutShowingIt) {
-  EditorRig rig;
-  rig.start("abc", 2);
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.setLine("ls "); }), "");
-  EXPECT_EQ(rig.editor.line(), "ls ");
-  EXPECT_EQ(rig.editor.cursor(), 2U);
+  EditorFixture fixture;
+  fixture.start("abc", 2);
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.setLine("ls "); }), "");
+  EXPECT_EQ(fixture.editor.line(), "ls ");
+  EXPECT_EQ(fixture.editor.cursor(), 2U);
 }
 
 struct Replacement {
@@ -102,12 +103,12 @@ struct Replacement {
 class LastWord : public testing::TestWithParam<Replacement> {};
 
 TEST_P(LastWord, IsReplaced) {
-  EditorRig rig;
-  rig.start(GetParam().line, 1);
+  EditorFixture fixture;
+  fixture.start(GetParam().line, 1);
   const std::string after = GetParam().after;
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.replaceLastWord(GetParam().word); }),
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.replaceLastWord(GetParam().word); }),
             echo.redrawn(after, after.size()));
-  EXPECT_EQ(rig.editor.line(), after);
+  EXPECT_EQ(fixture.editor.line(), after);
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, LastWord,
@@ -121,21 +122,21 @@ INSTANTIATE_TEST_SUITE_P(Lines, LastWord,
 
 TEST(LineEditor, ALineOfOneWordHasNoLastWordToReplace) {
   for (const char* const line : {"", "c", "noslash"}) {
-    EditorRig rig;
-    rig.start(line, 1);
-    EXPECT_EQ(rig.outputOf([&] { rig.editor.replaceLastWord("word"); }), "");
-    EXPECT_EQ(rig.editor.line(), line);
-    EXPECT_EQ(rig.editor.cursor(), 1U);
+    EditorFixture fixture;
+    fixture.start(line, 1);
+    EXPECT_EQ(fixture.outputOf([&] { fixture.editor.replaceLastWord("word"); }), "");
+    EXPECT_EQ(fixture.editor.line(), line);
+    EXPECT_EQ(fixture.editor.cursor(), 1U);
   }
 }
 
 TEST(LineEditor, WalksAsManyStepsAsThereAreLines) {
-  EditorRig rig;
-  rig.type("a\nb\nc\n");
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.historyBack(2); }), echo.redrawn("b", 1));
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.historyBack(255); }), echo.redrawn("a", 1));
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.historyForward(0); }), echo.redrawn("a", 1));
-  EXPECT_EQ(rig.outputOf([&] { rig.editor.historyForward(255); }), echo.redrawn("", 0));
+  EditorFixture fixture;
+  fixture.type("a\nb\nc\n");
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.historyBack(2); }), echo.redrawn("b", 1));
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.historyBack(255); }), echo.redrawn("a", 1));
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.historyForward(0); }), echo.redrawn("a", 1));
+  EXPECT_EQ(fixture.outputOf([&] { fixture.editor.historyForward(255); }), echo.redrawn("", 0));
 }
 
 TEST(LineEditor, ACompletionMayChangeTheLineThatIsCompleted) {
@@ -150,7 +151,7 @@ TEST(LineEditor, ACompletionMayChangeTheLineThatIsCompleted) {
   };
   LineEditor editor(0, false, host);
   completed = &editor;
-  const std::string bytes = EditorRig::outputOf([&] {
+  const std::string bytes = EditorFixture::outputOf([&] {
     editor.showPrompt("here", "get /a");
     editor.handleKey('\t');
   });
@@ -163,7 +164,7 @@ TEST(LineEditor, PrintsAndReadsNothingInBatchMode) {
   FakeShell shell;
   LineEditor editor(7, true, shell.host());
   editor.startReading();
-  EXPECT_EQ(EditorRig::outputOf([&] {
+  EXPECT_EQ(EditorFixture::outputOf([&] {
               editor.showPrompt("name", "text");
               editor.redrawLine();
               editor.moveCursor(3);

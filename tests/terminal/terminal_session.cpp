@@ -145,7 +145,7 @@ void TerminalSession::takeRest() {
   if (master_ < 0 || ::write(slave_, "", 1) != 1) {
     return;
   }
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = Clock::now() + timeout;
   for (std::string rest; rest.empty() || rest.back() != '\0';) {
     pollfd waited{master_, POLLIN, 0};
     std::array<char, 65536> buffer{};
@@ -186,12 +186,12 @@ bool TerminalSession::reap() {
 }
 
 testing::AssertionResult TerminalSession::type(std::string_view keys) {
-  auto deadline = Clock::now() + patience;
+  auto deadline = Clock::now() + timeout;
   while (!keys.empty()) {
     const ssize_t count = ::write(master_, keys.data(), keys.size());
     if (count > 0) {
       keys.remove_prefix(static_cast<std::size_t>(count));
-      deadline = Clock::now() + patience;
+      deadline = Clock::now() + timeout;
     } else if (count < 0 && errno != EAGAIN && errno != EINTR) {
       return testing::AssertionFailure() << "the terminal takes no keys: " << std::strerror(errno);
     } else if (reap() || !pump(deadline, true)) {
@@ -203,7 +203,7 @@ testing::AssertionResult TerminalSession::type(std::string_view keys) {
 
 testing::AssertionResult TerminalSession::waitFor(const std::function<bool(const Screen&)>& wanted,
                                                   const std::string& what) {
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = Clock::now() + timeout;
   while (!wanted(screen_)) {
     const bool ended = reap();
     if (wanted(screen_)) {
@@ -252,7 +252,7 @@ void TerminalSession::hangUp() {
 }
 
 std::optional<test_support::ExitStatus> TerminalSession::waitForExit() {
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = Clock::now() + timeout;
   while (!reap()) {
     if (!pump(deadline, false)) {
       return std::nullopt;

@@ -19,7 +19,7 @@ namespace terminal_test {
 /// How long a test waits for what ought to come at once. Generous, since the
 /// sanitized builds run on busy machines; nobody waits for it in a test that
 /// passes.
-inline constexpr std::chrono::milliseconds patience{40000};
+inline constexpr std::chrono::milliseconds timeout{40000};
 
 struct TerminalOptions {
   int rows = 24;

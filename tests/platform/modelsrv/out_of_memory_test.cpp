@@ -18,7 +18,7 @@
 #include "tests/platform/modelsrv/fake_connection.h"
 #include "tests/platform/modelsrv/refused_allocation.h"
 #include "tests/platform/modelsrv/served_tree.h"
-#include "tests/support/hygiene.h"
+#include "tests/support/leak_check.h"
 
 // What is left where any one allocation is refused.
 
@@ -110,8 +110,8 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
     client.pumpAll();
     const bool subscribed = result == ModelRes_Success;
     // The end of a connection is noticed between the exchanges on the next one.
-    constexpr int patience = 1000;
-    for (int i = 0; !subscribed && hasSubscribers(server) && i < patience; ++i)
+    constexpr int timeout = 1000;
+    for (int i = 0; !subscribed && hasSubscribers(server) && i < timeout; ++i)
       EXPECT_EQ(client.text(labelChain, all), "two words");
     EXPECT_EQ(hasSubscribers(server), subscribed);
     EXPECT_EQ(client.root.updates.size(), subscribed ? 1U : 0U);
@@ -136,8 +136,8 @@ TEST(OutOfMemory, LeavesNothingOfAConnectionThatWasNotMade) {
     EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
     if (failed) {
       // The server sees that the client has gone between what the other one stores.
-      constexpr int patience = 1000;
-      for (int i = 0; test_support::openDescriptors() != before && i < patience; ++i)
+      constexpr int timeout = 1000;
+      for (int i = 0; test_support::openDescriptors() != before && i < timeout; ++i)
         EXPECT_EQ(other.load(speedChain, "42"), ModelRes_Success);
       EXPECT_EQ(test_support::openDescriptors(), before);
     }
@@ -224,8 +224,8 @@ TEST(OutOfMemory, DoesNotKeepAServerFromItsStop) {
     EXPECT_EQ(client.subscribe(speedChain), ModelRes_Success);
   }
   EXPECT_FALSE(runShortOfMemory(0, [&] { server.root.stop(false); })) << "a stop allocates nothing";
-  constexpr int patience = 20000;
-  EXPECT_EQ(server.root.finishActiveTerm(patience), EvtSrv::EvtRes_Success);
+  constexpr int timeout = 20000;
+  EXPECT_EQ(server.root.finishActiveTerm(timeout), EvtSrv::EvtRes_Success);
 }
 
 TEST(OutOfMemory, DoesNotKeepAClientFromItsEnd) {

@@ -141,9 +141,9 @@ class Client {
 
   /// Dispatches events until `done`; false where they end before.
   bool pumpUntil(const std::function<bool()>& done) {
-    constexpr int patience = 20000;
+    constexpr int timeout = 20000;
     while (!done())
-      if (manager.receiveEvent(patience) != EvtSrv::EvtRes_Success)
+      if (manager.receiveEvent(timeout) != EvtSrv::EvtRes_Success)
         return false;
     return true;
   }

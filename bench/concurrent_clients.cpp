@@ -1,4 +1,4 @@
-#include "bench/client_crowd.h"
+#include "bench/concurrent_clients.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,7 +14,7 @@ constexpr char failure = 'n';
 
 }  // namespace
 
-ClientCrowd::ClientCrowd(const std::string& server, unsigned processor) {
+ConcurrentClients::ConcurrentClients(const std::string& server, unsigned processor) {
   if (::pipe2(starts_, O_CLOEXEC) != 0 || ::pipe2(results_, O_CLOEXEC) != 0) {
     throw std::runtime_error("pipe2");
   }
@@ -27,20 +27,20 @@ ClientCrowd::ClientCrowd(const std::string& server, unsigned processor) {
   }
 }
 
-ClientCrowd::~ClientCrowd() {
+ConcurrentClients::~ConcurrentClients() {
   processes_.clear();
   for (const int end : {starts_[0], starts_[1], results_[0], results_[1]}) {
     ::close(end);
   }
 }
 
-bool ClientCrowd::ask() const {
+bool ConcurrentClients::ask() const {
   const std::string start(size, success);
   return ::write(starts_[1], start.data(), start.size()) == static_cast<ssize_t>(start.size()) &&
          allSucceed();
 }
 
-bool ClientCrowd::allSucceed() const {
+bool ConcurrentClients::allSucceed() const {
   bool succeed = true;
   for (std::size_t i = 0; i < size; ++i) {
     char said = failure;
@@ -49,7 +49,7 @@ bool ClientCrowd::allSucceed() const {
   return succeed;
 }
 
-void ClientCrowd::run(const std::string& server, unsigned processor) const {
+void ConcurrentClients::run(const std::string& server, unsigned processor) const {
   const bool pinned = pinTo(processor);
   std::vector<std::thread> clients;
   for (unsigned i = 0; i < clientsEach; ++i) {
@@ -60,7 +60,7 @@ void ClientCrowd::run(const std::string& server, unsigned processor) const {
   }
 }
 
-void ClientCrowd::live(const std::string& server, bool pinned) const {
+void ConcurrentClients::live(const std::string& server, bool pinned) const {
   char said = failure;
   const auto tell = [&] { return ::write(results_[1], &said, 1) == 1 && said == success; };
   try {

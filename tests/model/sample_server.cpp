@@ -1,10 +1,10 @@
-#include "tests/model/rig_server.h"
+#include "tests/model/sample_server.h"
 
 #include <gmock/gmock.h>
 
 namespace treescope::test {
 
-RigServer::RigServer(const std::string& name, Prefetch prefetch) {
+SampleServer::SampleServer(const std::string& name, Prefetch prefetch) {
   const auto hang = [](ModelSrv::ModelNode& node, std::initializer_list<ModelSrv::ModelPart*> all) {
     for (ModelSrv::ModelPart* part : all) {
       EXPECT_EQ(node.add(part), ModelSrv::ModelRes_Success) << part->name();
@@ -31,29 +31,29 @@ RigServer::RigServer(const std::string& name, Prefetch prefetch) {
   thread_ = std::thread([this] { serve(); });
 }
 
-RigServer::~RigServer() {
+SampleServer::~SampleServer() {
   end();
 }
 
-std::string RigServer::oddName() {
+std::string SampleServer::oddName() {
   return "\xff od[d\x1b[1m\n";
 }
 
-void RigServer::serve() {
+void SampleServer::serve() {
   while (!ending_) {
     static_cast<void>(manager_.receiveEvent(-1));
   }
 }
 
-void RigServer::hang() {
+void SampleServer::hang() {
   manager_.clientMutex.lock();
 }
 
-void RigServer::resume() {
+void SampleServer::resume() {
   manager_.clientMutex.unlock();
 }
 
-void RigServer::end() {
+void SampleServer::end() {
   if (!thread_.joinable()) {
     return;
   }

@@ -1,4 +1,4 @@
-#include "tests/support/hygiene.h"
+#include "tests/support/leak_check.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -17,7 +17,7 @@ Finished runLeaky(const std::string& test) {
               "--gtest_color=no"});
 }
 
-TEST(Hygiene, FailsATestThatLeavesADescriptorOpen) {
+TEST(LeakCheck, FailsATestThatLeavesADescriptorOpen) {
   const Finished result = runLeaky("LeavesADescriptorOpen");
   EXPECT_EQ(result.status, (ExitStatus{1, 0}));
   EXPECT_THAT(result.output, HasSubstr("left open:"));
@@ -25,7 +25,7 @@ TEST(Hygiene, FailsATestThatLeavesADescriptorOpen) {
   EXPECT_THAT(result.output, HasSubstr("[  FAILED  ] Leaky.LeavesADescriptorOpen"));
 }
 
-TEST(Hygiene, FailsATestThatLeavesAMailbox) {
+TEST(LeakCheck, FailsATestThatLeavesAMailbox) {
   const Finished result = runLeaky("LeavesAMailbox");
   const std::size_t start = result.output.find("/tmp/");
   ASSERT_NE(start, std::string::npos) << result.output;
@@ -35,7 +35,7 @@ TEST(Hygiene, FailsATestThatLeavesAMailbox) {
   EXPECT_THAT(result.output, HasSubstr("left in /tmp:"));
 }
 
-TEST(Hygiene, PassesATestThatClosesWhatItOpened) {
+TEST(LeakCheck, PassesATestThatClosesWhatItOpened) {
   const Finished result = runLeaky("ClosesWhatItOpened");
   EXPECT_EQ(result.status, (ExitStatus{0, 0})) << result.output;
 }

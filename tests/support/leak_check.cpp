@@ -1,4 +1,4 @@
-#include "tests/support/hygiene.h"
+#include "tests/support/leak_check.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -51,7 +51,7 @@ std::set<std::string> openDescriptorsOf(int pid) {
   return listDescriptors("/proc/" + std::to_string(pid) + "/fd");
 }
 
-std::set<std::string> ownLitter() {
+std::set<std::string> ownLeftovers() {
   std::set<std::string> result;
   for (const auto& entry : fs::directory_iterator("/tmp")) {
     const std::string name = entry.path().filename().string();
@@ -62,16 +62,16 @@ std::set<std::string> ownLitter() {
   return result;
 }
 
-void HygieneListener::OnTestStart(const testing::TestInfo&) {
+void LeakCheckListener::OnTestStart(const testing::TestInfo&) {
   descriptorsBefore_ = openDescriptors();
-  litterBefore_ = ownLitter();
+  leftoversBefore_ = ownLeftovers();
 }
 
-void HygieneListener::OnTestEnd(const testing::TestInfo&) {
+void LeakCheckListener::OnTestEnd(const testing::TestInfo&) {
   const auto descriptors = newIn(openDescriptors(), descriptorsBefore_);
-  const auto litter = newIn(ownLitter(), litterBefore_);
+  const auto leftovers = newIn(ownLeftovers(), leftoversBefore_);
   EXPECT_TRUE(descriptors.empty()) << "left open:" << joined(descriptors);
-  EXPECT_TRUE(litter.empty()) << "left in /tmp:" << joined(litter);
+  EXPECT_TRUE(leftovers.empty()) << "left in /tmp:" << joined(leftovers);
 }
 
 }  // namespace test_support

@@ -11,7 +11,7 @@ namespace bench {
 /// Clients that ask one server at the same time, each on a connection of its own and each
 /// its next question when it has the answer to the one before: four processes of 16
 /// threads.
-class ClientCrowd {
+class ConcurrentClients {
  public:
   static constexpr unsigned processes = 4;
   static constexpr unsigned clientsEach = 16;
@@ -20,10 +20,10 @@ class ClientCrowd {
 
   /// Connected to `server`, a `ServedTree`, and bound to `processor` (see `pinTo`).
   /// Throws `std::runtime_error` where that cannot be.
-  ClientCrowd(const std::string& server, unsigned processor);
-  ~ClientCrowd();
-  ClientCrowd(const ClientCrowd&) = delete;
-  ClientCrowd& operator=(const ClientCrowd&) = delete;
+  ConcurrentClients(const std::string& server, unsigned processor);
+  ~ConcurrentClients();
+  ConcurrentClients(const ConcurrentClients&) = delete;
+  ConcurrentClients& operator=(const ConcurrentClients&) = delete;
 
   /// Lets each ask `questionsEach` questions, from a common start on; returns when the
   /// last has its last answer. False where one got none.

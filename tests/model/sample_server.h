@@ -28,16 +28,16 @@ namespace treescope::test {
 ///     /<unnamed>/x       3.1   int32 3
 ///     /odd               4     text, with a name of unusual bytes
 ///     /top               5     text "line\nbreak"
-class RigServer {
+class SampleServer {
  public:
   /// Whether clients may answer from what they were told beside their questions.
   enum class Prefetch { given, none };
 
   /// Serves at once; `name` must be free.
-  explicit RigServer(const std::string& name, Prefetch prefetch = Prefetch::given);
+  explicit SampleServer(const std::string& name, Prefetch prefetch = Prefetch::given);
 
   /// Ends the service at once, if it still runs.
-  ~RigServer();
+  ~SampleServer();
 
   /// What the part `/odd` is called.
   static std::string oddName();

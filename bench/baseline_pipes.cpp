@@ -1,4 +1,4 @@
-#include "bench/bare_pipes.h"
+#include "bench/baseline_pipes.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -46,7 +46,7 @@ int openPipe(const char* purpose) {
 
 }  // namespace
 
-BarePipes::BarePipes(std::optional<unsigned> processor)
+BaselinePipes::BaselinePipes(std::optional<unsigned> processor)
     : requests_(openPipe("-requests")), replies_(openPipe("-replies")) {
   server_ = std::make_unique<Child>([this, processor] {
     const bool placed = !processor.has_value() || pinTo(*processor);
@@ -55,12 +55,12 @@ BarePipes::BarePipes(std::optional<unsigned> processor)
   });
 }
 
-BarePipes::~BarePipes() {
+BaselinePipes::~BaselinePipes() {
   ::close(requests_);
   ::close(replies_);
 }
 
-bool BarePipes::roundTrip() const {
+bool BaselinePipes::roundTrip() const {
   return send(requests_, requestSize) && receive(replies_, replySize);
 }
 

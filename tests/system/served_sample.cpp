@@ -1,4 +1,4 @@
-#include "tests/system/served_rig.h"
+#include "tests/system/served_sample.h"
 
 #include <unistd.h>
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr const char* rigTree = R"({"name": "Model_rig", "children": [
+constexpr const char* sampleTree = R"({"name": "Model_rig", "children": [
   {"id": 1, "name": "drive", "children": [
     {"id": 1, "name": "speed", "type": "int32", "value": 42},
     {"id": 2, "name": "label", "type": "text", "value": "two words"},
@@ -25,9 +25,9 @@ constexpr const char* rigTree = R"({"name": "Model_rig", "children": [
 
 }  // namespace
 
-ServedRig::ServedRig() : ServedRig(rigTree) {}
+ServedSample::ServedSample() : ServedSample(sampleTree) {}
 
-ServedRig::ServedRig(const std::string& tree)
+ServedSample::ServedSample(const std::string& tree)
     : name_(test_support::uniquePortName()),
       file_("/tmp/" + test_support::uniquePortName("tree_") + ".json") {
   std::ofstream(file_) << tree;
@@ -39,7 +39,7 @@ ServedRig::ServedRig(const std::string& tree)
   }
 }
 
-void ServedRig::serve() {
+void ServedSample::serve() {
   const std::vector<std::string> command{test_support::modelsrvdProgram(), "--name", name_,
                                          "--tree", file_};
   process_ = std::make_unique<test_support::Process>(command);
@@ -48,14 +48,14 @@ void ServedRig::serve() {
   }
 }
 
-void ServedRig::kill() {
+void ServedSample::kill() {
   process_->signal(SIGKILL);
   if (!process_->waitForExit()) {
     throw std::runtime_error("modelsrvd does not end");
   }
 }
 
-ServedRig::~ServedRig() {
+ServedSample::~ServedSample() {
   process_.reset();
   // One that was killed leaves its mailbox.
   ::unlink(test_support::mailboxPath(name_).c_str());

@@ -16,18 +16,18 @@ std::set<std::string> openDescriptors();
 std::set<std::string> openDescriptorsOf(int pid);
 
 /// The names in "/tmp" that this process's port names are part of.
-std::set<std::string> ownLitter();
+std::set<std::string> ownLeftovers();
 
 /// Fails a test at whose end more descriptors are open, or more of this process's
 /// files lie in "/tmp", than at its start.
-class HygieneListener : public testing::EmptyTestEventListener {
+class LeakCheckListener : public testing::EmptyTestEventListener {
  public:
   void OnTestStart(const testing::TestInfo& test) override;
   void OnTestEnd(const testing::TestInfo& test) override;
 
  private:
   std::set<std::string> descriptorsBefore_;
-  std::set<std::string> litterBefore_;
+  std::set<std::string> leftoversBefore_;
 };
 
 }  // namespace test_support

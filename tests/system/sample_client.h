@@ -6,10 +6,10 @@
 
 /// A client of a served tree: one connection, and texts in and out of the parts
 /// below its root.
-class RigClient {
+class SampleClient {
  public:
   /// `std::runtime_error` where `server` cannot be connected to.
-  RigClient(EvtSrv::EventPortManager& manager, const std::string& server);
+  SampleClient(EvtSrv::EventPortManager& manager, const std::string& server);
 
   /// The text of the part with that id below the root; empty where it has none.
   std::string read(ModelSrv::ModelPartId id);

@@ -7,16 +7,16 @@
 
 /// A `modelsrvd` of the build that serves a tree with a part of each kind, under
 /// a name of the test's own, until the end of its scope.
-class ServedRig {
+class ServedSample {
  public:
-  ServedRig();
+  ServedSample();
 
   /// Serves the description `tree` instead. Waits until the server can be
   /// connected to; `std::runtime_error` where it cannot.
-  explicit ServedRig(const std::string& tree);
-  ~ServedRig();
-  ServedRig(const ServedRig&) = delete;
-  ServedRig& operator=(const ServedRig&) = delete;
+  explicit ServedSample(const std::string& tree);
+  ~ServedSample();
+  ServedSample(const ServedSample&) = delete;
+  ServedSample& operator=(const ServedSample&) = delete;
 
   [[nodiscard]] const std::string& name() const { return name_; }
   [[nodiscard]] test_support::Process& process() { return *process_; }

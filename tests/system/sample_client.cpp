@@ -1,9 +1,9 @@
-#include "tests/system/rig_client.h"
+#include "tests/system/sample_client.h"
 
 #include <sstream>
 #include <stdexcept>
 
-RigClient::RigClient(EvtSrv::EventPortManager& manager, const std::string& server)
+SampleClient::SampleClient(EvtSrv::EventPortManager& manager, const std::string& server)
     : root_(&manager) {
   ModelSrv::ModelRes result = root_.add(&target_);
   if (result == ModelSrv::ModelRes_Success) {
@@ -15,7 +15,7 @@ RigClient::RigClient(EvtSrv::EventPortManager& manager, const std::string& serve
   }
 }
 
-std::string RigClient::read(ModelSrv::ModelPartId id) {
+std::string SampleClient::read(ModelSrv::ModelPartId id) {
   target_.id = id;
   std::ostringstream text;
   if (target_.save(text, ModelSrv::ModelPartIndex_All) != ModelSrv::ModelRes_Success) {
@@ -24,7 +24,7 @@ std::string RigClient::read(ModelSrv::ModelPartId id) {
   return text.str();
 }
 
-bool RigClient::store(ModelSrv::ModelPartId id, const std::string& text) {
+bool SampleClient::store(ModelSrv::ModelPartId id, const std::string& text) {
   target_.id = id;
   std::istringstream in(text);
   return target_.load(in, false, ModelSrv::ModelPartIndex_All) == ModelSrv::ModelRes_Success;

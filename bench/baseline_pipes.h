@@ -11,14 +11,14 @@ namespace bench {
 /// Two processes and two named pipes between them: the least that a round trip can
 /// cost. The bytes are as many as those of a request for an element sum and of its
 /// reply.
-class BarePipes {
+class BaselinePipes {
  public:
   /// The other process is bound to `processor` (see `pinTo`), where one is given.
   /// Throws `std::runtime_error` where there can be none.
-  explicit BarePipes(std::optional<unsigned> processor);
-  ~BarePipes();
-  BarePipes(const BarePipes&) = delete;
-  BarePipes& operator=(const BarePipes&) = delete;
+  explicit BaselinePipes(std::optional<unsigned> processor);
+  ~BaselinePipes();
+  BaselinePipes(const BaselinePipes&) = delete;
+  BaselinePipes& operator=(const BaselinePipes&) = delete;
 
   /// Sends a request and waits for its reply; false on a fault.
   [[nodiscard]] bool roundTrip() const;
