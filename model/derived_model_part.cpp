@@ -43,7 +43,7 @@ void DerivedModelPart::removeSubscription(const IdChain& chain) {
 
 const std::vector<std::string>* DerivedModelPart::cachedNames(const IdChain& chain) const {
   const auto cached = names_.find(chain);
-  return cached == names_.end() ? nullptr : &noted->second;
+  return cached == names_.end() ? nullptr : &cached->second;
 }
 
 void DerivedModelPart::noteNames(const IdChain& chain, const std::vector<std::string>& names) {

@@ -4,7 +4,7 @@
 /// relies on; what is refused is refused in one line that a terminal shows as it
 /// stands.
 ///
-/// Corpus: `small`, `fixture` (a whole file), `all_types`, `array`, `protected`, `doubled_id`,
+/// Corpus: `small`, `sample` (a whole file), `all_types`, `array`, `protected`, `doubled_id`,
 /// `unknown_key`, `out_of_range`, `no_json`, `deep`.
 
 #include <set>

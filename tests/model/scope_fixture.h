@@ -14,7 +14,7 @@
 
 namespace treescope::test {
 
-/// A shell in batch mode beside a server of the fixture's tree, not yet connected.
+/// A shell in batch mode beside a server of the sample's tree, not yet connected.
 class ScopeFixture : public testing::Test {
  protected:
   /// A shell that counts what is asked of `du`.
