@@ -114,8 +114,8 @@ class Schedule {
   }
 
   void start() {
-    server_ = std::make_unique<test_support::Process>(
-        std::vector<std::string>{test_support::buildDirectory() + "/tests/coherence_server", port_});
+    server_ = std::make_unique<test_support::Process>(std::vector<std::string>{
+        test_support::buildDirectory() + "/tests/coherence_server", port_});
     ASSERT_TRUE(server_->waitForLine("ready"));
     tree_ = TreeModel::initial();
   }

@@ -40,7 +40,7 @@ EvtRes ManagerCore::openAll() {
   }
   if (result == 0) {
     result = system_.epollCtl(reactor_.descriptor(), EPOLL_CTL_ADD, wakeEvent_.number(), EPOLLIN,
-                                 wakeToken);
+                              wakeToken);
   }
   if (result < 0) {
     return resultOf(result);

@@ -68,8 +68,7 @@ int Reactor::add(int descriptor, std::uint32_t interest, ReadyHandler& handler, 
   const std::uint32_t generation = ++used.generation;
   used = {&handler, role, descriptor, generation};
   const std::uint64_t token = makeToken(slot, generation);
-  const int result =
-      system_.epollCtl(epoll_.number(), EPOLL_CTL_ADD, descriptor, interest, token);
+  const int result = system_.epollCtl(epoll_.number(), EPOLL_CTL_ADD, descriptor, interest, token);
   if (result < 0) {
     used.handler = nullptr;
     free_.push_back(slot);
@@ -111,9 +110,9 @@ void Reactor::remove(std::uint64_t token) {
 
 int Reactor::setInterest(std::uint64_t token, std::uint32_t interest) {
   const Slot* slot = find(token);
-  return slot == nullptr ? -ENOENT
-                         : system_.epollCtl(epoll_.number(), EPOLL_CTL_MOD, slot->descriptor,
-                                               interest, token);
+  return slot == nullptr
+             ? -ENOENT
+             : system_.epollCtl(epoll_.number(), EPOLL_CTL_MOD, slot->descriptor, interest, token);
 }
 
 }  // namespace EvtSrv::internal

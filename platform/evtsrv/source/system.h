@@ -49,7 +49,7 @@ class System {
   [[nodiscard]] virtual int createEpoll() = 0;
   /// epoll_ctl(2) with `operation` `EPOLL_CTL_ADD`, `_MOD` or `_DEL`.
   [[nodiscard]] virtual int epollCtl(int epoll, int operation, int descriptor,
-                                        std::uint32_t interest, std::uint64_t token) = 0;
+                                     std::uint32_t interest, std::uint64_t token) = 0;
   /// epoll_wait(2); below 0 milliseconds there is no limit.
   [[nodiscard]] virtual int waitEpoll(int epoll, std::span<epoll_event> events,
                                       int milliseconds) = 0;
@@ -126,7 +126,7 @@ class PosixSystem : public System {
   int poll(std::span<pollfd> descriptors, int milliseconds) override;
   int createEpoll() override;
   int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
-                  std::uint64_t token) override;
+               std::uint64_t token) override;
   int waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) override;
   int createEvent() override;
   void signalEvent(int descriptor) noexcept override;

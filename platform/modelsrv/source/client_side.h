@@ -9,10 +9,10 @@
 #include "evtsrv/source/port_client.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_subscriptions.h"
+#include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/reply_cache.h"
 #include "modelsrv/source/requests.h"
-#include "modelsrv/source/id_chain.h"
 
 namespace ModelSrv::internal {
 

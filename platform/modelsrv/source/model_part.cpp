@@ -4,8 +4,8 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
-#include "modelsrv/source/memory_result.h"
 #include "modelsrv/source/id_chain.h"
+#include "modelsrv/source/memory_result.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subscription.h"
 #include "modelsrv/source/tree_lock.h"

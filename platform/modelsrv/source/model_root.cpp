@@ -3,9 +3,9 @@
 #include <mutex>
 
 #include "modelsrv/source/client_side.h"
+#include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/memory_result.h"
 #include "modelsrv/source/port_result.h"
-#include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/update_holder.h"
 

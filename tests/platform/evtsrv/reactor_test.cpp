@@ -11,7 +11,7 @@ namespace {
 class CountingSystem : public PosixSystem {
  public:
   int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
-                  std::uint64_t token) override {
+               std::uint64_t token) override {
     ++changes;
     return PosixSystem::epollCtl(epoll, operation, descriptor, interest, token);
   }
