@@ -49,19 +49,22 @@ void follow(TreeModel& tree, PublishedModel& published, const std::string& line)
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  if (argc != 2)
+  if (argc != 2) {
     return 2;
+  }
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
   ModelSrv::ModelRoot root(&manager);
   TreeModel tree = TreeModel::initial();
   PublishedModel published(root, tree);
-  if (root.startAsServer(argv[1]) != ModelSrv::ModelRes_Success)
+  if (root.startAsServer(argv[1]) != ModelSrv::ModelRes_Success) {
     return 1;
+  }
   std::atomic<bool> running{true};
   // Changes are made by another thread than the one that answers.
   std::thread pump([&] {
-    while (running)
-      (void)manager.receiveEvent(-1);
+    while (running) {
+      static_cast<void>(manager.receiveEvent(-1));
+    }
   });
   std::cout << "ready" << std::endl;
   for (std::string line; std::getline(std::cin, line);) {

@@ -51,8 +51,9 @@ class Counters {
 
   /// Puts a child with the next id in the place of the last one, as long as there are ids.
   void replaceChild() {
-    if (childBegun_ == ModelPartId_Max)
+    if (childBegun_ == ModelPartId_Max) {
       return;
+    }
     const auto next = static_cast<ModelPartId>(childBegun_ + 1);
     childBegun_ = next;
     child_.reset();
@@ -128,19 +129,22 @@ TEST(CoherenceUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) 
       for (int walk = 0; walk < walks && !testing::Test::HasFatalFailure(); ++walk) {
         checkAll(client, counters);
         // In hand meanwhile, where nobody else asks.
-        for (int again = 0; again < parts && !testing::Test::HasFatalFailure(); ++again)
+        for (int again = 0; again < parts && !testing::Test::HasFatalFailure(); ++again) {
           checkChild(client, counters);
+        }
       }
       --asking;
     });
   }
   for (unsigned short id = 0; asking > 0; id = static_cast<unsigned short>((id + 1) % parts)) {
     counters.count(id);
-    if (id == 0)
+    if (id == 0) {
       counters.replaceChild();
+    }
   }
-  for (std::thread& client : clients)
+  for (std::thread& client : clients) {
     client.join();
+  }
 }
 
 TEST(CoherenceForMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
@@ -152,8 +156,9 @@ TEST(CoherenceForMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
     ASSERT_EQ(clients.back()->connect(counters.port()), ModelRes_Success);
   }
   for (int round = 0; round < rounds && !HasFatalFailure(); ++round) {
-    for (const auto& client : clients)
+    for (const auto& client : clients) {
       checkAll(*client, counters);
+    }
     const auto id = static_cast<unsigned short>(round % parts);
     if (round % 2 == 0) {
       counters.count(id);

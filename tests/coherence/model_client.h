@@ -13,7 +13,7 @@ namespace coherence {
 /// A client that asks one thing at a time.
 class ModelClient {
  public:
-  ModelClient() { (void)root_.add(&part_); }
+  ModelClient() { static_cast<void>(root_.add(&part_)); }
 
   ModelSrv::ModelRes connect(const std::string& name) {
     return root_.startAsClient(name, ModelSrv::ModelRoot::CachePeriod_Stop, EvtSrv::ConBehave_Void);

@@ -44,24 +44,26 @@ class VaryingPart final : public ModelSrv::ModelPart {
   }
 
   ModelSrv::ModelRes appendText(std::string& out, ModelSrv::ModelPartIndex index) const override {
-    if (index == ModelSrv::ModelPartIndex_All)
+    if (index == ModelSrv::ModelPartIndex_All) {
       out += part_.text();
-    else if (index < elementCount())
+    } else if (index < elementCount()) {
       out += part_.values[index];
-    else
+    } else {
       return ModelSrv::ModelRes_NoSuchIndex;
+    }
     return ModelSrv::ModelRes_Success;
   }
 
   ModelSrv::ModelRes storeText(std::string_view text, bool /*flag*/, ModelSrv::ModelPartIndex index,
                                bool /*fromClient*/) override {
     std::vector<std::string> texts = part_.values;
-    if (index == ModelSrv::ModelPartIndex_All)
+    if (index == ModelSrv::ModelPartIndex_All) {
       texts = linesOf(std::string(text));
-    else if (index < elementCount())
+    } else if (index < elementCount()) {
       texts[index] = text;
-    else
+    } else {
       return ModelSrv::ModelRes_NoSuchIndex;
+    }
     take(std::move(texts));
     return ModelSrv::ModelRes_Success;
   }
@@ -72,10 +74,11 @@ class VaryingPart final : public ModelSrv::ModelPart {
     next.take(std::move(texts));
     const bool keepsShape =
         next.values.size() == part_.values.size() && next.elementNames == part_.elementNames;
-    if (isCacheable() && keepsShape)
+    if (isCacheable() && keepsShape) {
       invalidateValue();
-    else if (isCacheable())
+    } else if (isCacheable()) {
       invalidate();
+    }
     part_ = std::move(next);
     notifySubscribers(ModelSrv::ModelPartIndex_All);
   }

@@ -37,13 +37,14 @@ class PublishedModel {
 
   void set(const Chain& chain, std::size_t element, const std::string& text) {
     ModelSrv::ModelPart& part = *parts_.at(chain);
-    if (auto* single = dynamic_cast<ModelSrv::ValuePart<std::string>*>(&part))
+    if (auto* single = dynamic_cast<ModelSrv::ValuePart<std::string>*>(&part)) {
       expect(single->setValue(text));
-    else if (auto* own = dynamic_cast<VaryingPart*>(&part))
+    } else if (auto* own = dynamic_cast<VaryingPart*>(&part)) {
       own->set(element, text);
-    else
+    } else {
       expect(dynamic_cast<ModelSrv::ArrayPart<std::string>&>(part).setValue(
           static_cast<ModelSrv::ModelPartIndex>(element), text));
+    }
   }
 
   /// For parts of the program's own.
@@ -56,23 +57,28 @@ class PublishedModel {
 
  private:
   static void expect(ModelSrv::ModelRes result) {
-    if (result != ModelSrv::ModelRes_Success)
+    if (result != ModelSrv::ModelRes_Success) {
       throw std::logic_error(ModelSrv::describe(result));
+    }
   }
 
   [[nodiscard]] std::unique_ptr<ModelSrv::ModelPart> make(ModelSrv::ModelPartId id,
                                                           const PartModel& part) const {
     EvtSrv::EventPortManager& manager = *root_.manager();
     const bool isOwn = part.madeBy != PartClass::library;
-    if (part.isNode && isOwn)
+    if (part.isNode && isOwn) {
       return std::make_unique<FoldingNode>(id, part, manager);
-    if (isOwn)
+    }
+    if (isOwn) {
       return std::make_unique<VaryingPart>(id, part, manager);
-    if (part.isNode)
+    }
+    if (part.isNode) {
       return std::make_unique<ModelSrv::ModelNode>(id, part.name);
-    if (part.isArray)
+    }
+    if (part.isArray) {
       return std::make_unique<ModelSrv::ArrayPart<std::string>>(id, part.name, part.values,
                                                                 part.elementNames);
+    }
     return std::make_unique<ModelSrv::ValuePart<std::string>>(id, part.name, part.values[0]);
   }
 

@@ -39,8 +39,9 @@ class Schedule {
  public:
   explicit Schedule(unsigned seed) : random_(seed) {
     start();
-    for (ModelClient& client : clients_)
+    for (ModelClient& client : clients_) {
       EXPECT_EQ(client.connect(port_), ModelRes_Success);
+    }
   }
 
   ~Schedule() {
@@ -52,24 +53,25 @@ class Schedule {
 
   void step() {
     const unsigned kind = below(1000);
-    if (kind < 360)
+    if (kind < 360) {
       askAnything();
-    else if (kind < 400)
+    } else if (kind < 400) {
       changeAndAskForShape();
-    else if (kind < 600)
+    } else if (kind < 600) {
       walk();
-    else if (kind < 760)
+    } else if (kind < 760) {
       changeAtServer(anyPart());
-    else if (kind < 900)
+    } else if (kind < 900) {
       storeByClient();
-    else if (kind < 940)
+    } else if (kind < 940) {
       addPart();
-    else if (kind < 980)
+    } else if (kind < 980) {
       removePart();
-    else if (kind < 995)
+    } else if (kind < 995) {
       killAndRestart();
-    else if (stops_ > 0)
+    } else if (stops_ > 0) {
       askWhileStopped();
+    }
   }
 
  private:
@@ -81,8 +83,9 @@ class Schedule {
 
   std::vector<std::string> anyTexts() {
     std::vector<std::string> texts(1 + below(4));
-    for (std::string& text : texts)
+    for (std::string& text : texts) {
       text = anyText();
+    }
     return texts;
   }
 
@@ -90,26 +93,31 @@ class Schedule {
   Chain anyPart() {
     if (!recent_.empty() && below(10) < 7) {
       Chain chain = recent_[below(static_cast<unsigned>(recent_.size()))];
-      if (!chain.empty() && below(3) == 0)
+      if (!chain.empty() && below(3) == 0) {
         chain.pop_back();
-      if (tree_.contains(chain))
+      }
+      if (tree_.contains(chain)) {
         return chain;
+      }
     }
     auto at = tree_.parts().begin();
     std::advance(at, below(static_cast<unsigned>(tree_.parts().size())));
     // What is hidden is not there for anybody.
     Chain chain = at->first;
-    while (!tree_.contains(chain))
+    while (!tree_.contains(chain)) {
       chain.pop_back();
+    }
     return chain;
   }
 
   /// One of a class of the program's own that is no node; the root where there is none.
   Chain anyOwnPart() {
     std::vector<Chain> own;
-    for (const auto& [chain, part] : tree_.parts())
-      if (part.madeBy != PartClass::library && !part.isNode && tree_.contains(chain))
+    for (const auto& [chain, part] : tree_.parts()) {
+      if (part.madeBy != PartClass::library && !part.isNode && tree_.contains(chain)) {
         own.push_back(chain);
+      }
+    }
     return own.empty() ? Chain{} : own[below(static_cast<unsigned>(own.size()))];
   }
 
@@ -130,8 +138,9 @@ class Schedule {
     Chain chain = !recent_.empty() && below(4) == 0
                       ? recent_[below(static_cast<unsigned>(recent_.size()))]
                       : anyPart();
-    if (below(10) == 0)
+    if (below(10) == 0) {
       chain.push_back(static_cast<ModelPartId>(60'000 + below(3)));
+    }
     ask(anyClient(), chain, below(6));
   }
 
@@ -146,11 +155,13 @@ class Schedule {
 
   void walkBelow(ModelClient& client, const Chain& chain, unsigned& left) {
     recent_.push_back(chain);
-    for (unsigned question = 0; question < 6; ++question)
+    for (unsigned question = 0; question < 6; ++question) {
       ask(client, chain, question);
+    }
     for (const ModelPartId id : tree_.children(chain)) {
-      if (left == 0)
+      if (left == 0) {
         return;
+      }
       --left;
       Chain child = chain;
       child.push_back(id);
@@ -159,8 +170,9 @@ class Schedule {
   }
 
   void askBoth(const Chain& chain, unsigned question) {
-    for (ModelClient& client : clients_)
+    for (ModelClient& client : clients_) {
       ask(client, chain, question);
+    }
   }
 
   void ask(ModelClient& client, const Chain& chain, unsigned question) {
@@ -247,25 +259,29 @@ class Schedule {
   void changeAndAskForShape() {
     const Chain chain = anyOwnPart();
     askBoth(chain, 2);
-    for (unsigned changes = 1 + below(3); changes > 0; --changes)
+    for (unsigned changes = 1 + below(3); changes > 0; --changes) {
       changeAtServer(chain);
-    for (ModelClient& client : clients_)
+    }
+    for (ModelClient& client : clients_) {
       ask(client, chain, 2 + below(2));
+    }
   }
 
   void changeAtServer(const Chain& chain) {
     PartModel& part = tree_.at(chain);
     const bool isOwn = part.madeBy != PartClass::library;
     if (part.isNode) {
-      if (isOwn)
+      if (isOwn) {
         foldOrUnfold(chain, part);
+      }
       return;
     }
     if (isOwn && below(2) == 0) {
       part.take(anyTexts());
       std::string line = "all " + textOf(chain);
-      for (const std::string& text : part.values)
+      for (const std::string& text : part.values) {
         line += ' ' + text;
+      }
       return tellServer(line);
     }
     const unsigned element = below(static_cast<unsigned>(part.values.size()));
@@ -281,15 +297,17 @@ class Schedule {
 
   static void setElement(PartModel& part, unsigned element, const std::string& text) {
     part.values[element] = text;
-    if (part.madeBy != PartClass::library)
+    if (part.madeBy != PartClass::library) {
       part.take(part.values);
+    }
   }
 
   void storeByClient() {
     const Chain chain = anyPart();
     PartModel& part = tree_.at(chain);
-    if (part.isNode)
+    if (part.isNode) {
       return;
+    }
     if (part.madeBy != PartClass::library && below(2) == 0) {
       part.take(anyTexts());
       ASSERT_EQ(anyClient().store(chain, part.text()), ModelRes_Success);
@@ -306,15 +324,18 @@ class Schedule {
 
   void addPart() {
     Chain chain = anyPart();
-    if (!tree_.at(chain).isNode)
+    if (!tree_.at(chain).isNode) {
       return;
+    }
     chain.push_back(static_cast<ModelPartId>(1000 + below(50)));
-    if (tree_.parts().contains(chain))
+    if (tree_.parts().contains(chain)) {
       return;
+    }
     static constexpr std::array kinds{"node", "value", "array", "own", "folding", "folded"};
     add(chain, kinds[below(kinds.size())]);
-    if (tree_.at(chain).isFolded)
+    if (tree_.at(chain).isFolded) {
       showWhatIsFolded(chain);
+    }
   }
 
   void add(const Chain& chain, const std::string& kind) {
@@ -337,8 +358,9 @@ class Schedule {
   void removePart() {
     const Chain chain = anyPart();
     // The wide node is what the walks are good for.
-    if (chain.empty() || chain == Chain{9})
+    if (chain.empty() || chain == Chain{9}) {
       return;
+    }
     tellServer("remove " + textOf(chain));
     tree_.remove(chain);
   }
@@ -348,8 +370,9 @@ class Schedule {
     server_->signal(SIGKILL);
     ASSERT_TRUE(server_->waitForExit().has_value());
     std::vector<unsigned short> ids;
-    for (ModelClient& client : clients_)
+    for (ModelClient& client : clients_) {
       EXPECT_EQ(client.childIds({}, ids), ModelRes_NotConnected);
+    }
     start();
   }
 

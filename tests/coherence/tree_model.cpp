@@ -22,8 +22,9 @@ PartModel array(std::string name, std::size_t elements, bool named) {
   PartModel part{.name = std::move(name), .isArray = true};
   for (std::size_t i = 0; i < elements; ++i) {
     part.values.push_back("e" + std::to_string(i));
-    if (named)
+    if (named) {
       part.elementNames.push_back("n" + std::to_string(i));
+    }
   }
   return part;
 }
@@ -49,15 +50,18 @@ void PartModel::take(std::vector<std::string> texts) {
   values = std::move(texts);
   isArray = values.size() > 1;
   elementNames.clear();
-  if (values.size() % 2 == 0)
-    for (const std::string& text : values)
+  if (values.size() % 2 == 0) {
+    for (const std::string& text : values) {
       elementNames.push_back("of " + text);
+    }
+  }
 }
 
 std::string PartModel::text() const {
   std::string all;
-  for (const std::string& value : values)
+  for (const std::string& value : values) {
     all += (&value == values.data() ? "" : "\n") + value;
+  }
   return all;
 }
 
@@ -66,8 +70,9 @@ TreeModel TreeModel::initial() {
   for (const ModelPartId group : {ModelPartId{3}, ModelPartId{1}, ModelPartId{7}}) {
     const Chain at{group};
     tree.add(at, node("group" + std::to_string(group)));
-    for (ModelPartId id = 0; id < 5; ++id)
+    for (ModelPartId id = 0; id < 5; ++id) {
       tree.add(below(at, id), value("value" + std::to_string(id), "0"));
+    }
     tree.add(below(at, 8), array("named", 3, true));
     tree.add(below(at, 6), array("unnamed", 1 + group, false));
     tree.add(below(at, 5), value("", "nobody"));
@@ -76,8 +81,9 @@ TreeModel TreeModel::initial() {
     for (const PartClass madeBy : {PartClass::telling, PartClass::silent}) {
       const Chain folding = below(at, madeBy == PartClass::telling ? 13 : 12);
       tree.add(folding, ownNode("folding", madeBy));
-      for (ModelPartId id = 0; id < 3; ++id)
+      for (ModelPartId id = 0; id < 3; ++id) {
         tree.add(below(folding, id), value("inner" + std::to_string(id), "in"));
+      }
       tree.add(below(folding, 3), own("varied", PartClass::telling, {"x", "y", "z"}));
     }
   }
@@ -99,12 +105,14 @@ TreeModel TreeModel::initial() {
 }
 
 bool TreeModel::contains(const Chain& chain) const {
-  if (!parts_.contains(chain))
+  if (!parts_.contains(chain)) {
     return false;
+  }
   for (Chain above = chain; !above.empty();) {
     above.pop_back();
-    if (parts_.at(above).isFolded)
+    if (parts_.at(above).isFolded) {
       return false;
+    }
   }
   return true;
 }
@@ -122,14 +130,18 @@ void TreeModel::add(const Chain& chain, PartModel part) {
 }
 
 void TreeModel::add(const Chain& chain, const std::string& kind, std::string name) {
-  if (kind == "node")
+  if (kind == "node") {
     return add(chain, node(std::move(name)));
-  if (kind == "value")
+  }
+  if (kind == "value") {
     return add(chain, value(std::move(name), "new"));
-  if (kind == "array")
+  }
+  if (kind == "array") {
     return add(chain, array(std::move(name), 2, false));
-  if (kind == "own")
+  }
+  if (kind == "own") {
     return add(chain, own(std::move(name), PartClass::telling, {"new", "own"}));
+  }
   add(chain, ownNode(std::move(name), PartClass::telling));
   if (kind == "folded") {
     parts_.at(chain).isFolded = true;
@@ -148,31 +160,36 @@ void TreeModel::remove(const Chain& chain) {
 }
 
 std::string textOf(const Chain& chain) {
-  if (chain.empty())
+  if (chain.empty()) {
     return "-";
+  }
   std::string text;
-  for (const ModelPartId id : chain)
+  for (const ModelPartId id : chain) {
     text += (text.empty() ? "" : "/") + std::to_string(id);
+  }
   return text;
 }
 
 Chain chainOf(const std::string& text) {
   Chain chain;
-  if (text == "-")
+  if (text == "-") {
     return chain;
+  }
   std::istringstream in(text);
-  for (std::string id; std::getline(in, id, '/');)
+  for (std::string id; std::getline(in, id, '/');) {
     chain.push_back(static_cast<ModelPartId>(std::stoul(id)));
+  }
   return chain;
 }
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines{""};
   for (const char letter : text) {
-    if (letter == '\n')
+    if (letter == '\n') {
       lines.emplace_back();
-    else
+    } else {
       lines.back() += letter;
+    }
   }
   return lines;
 }

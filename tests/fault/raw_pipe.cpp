@@ -219,8 +219,9 @@ bool RawServer::accept(std::string_view welcome) {
 std::optional<wire::Frame> RawServer::readQuestion() const {
   auto request = requests.readFrame();
   while (request && request->code == wire::prefetch &&
-         replies.write(wire::frame(wire::reply, wire::badRequest, request->sequence, {})))
+         replies.write(wire::frame(wire::reply, wire::badRequest, request->sequence, {}))) {
     request = requests.readFrame();
+  }
   return request;
 }
 

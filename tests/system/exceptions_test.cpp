@@ -59,10 +59,12 @@ class MoodyPart final : public ModelPart {
  protected:
   ModelRes appendText(std::string& out, ModelPartIndex /*index*/) const override {
     const Witness witness(uncaught);
-    if (mood == Mood::shortOfMemory)
+    if (mood == Mood::shortOfMemory) {
       wantTooMuch();
-    if (mood == Mood::troubled)
+    }
+    if (mood == Mood::troubled) {
       throw Trouble(7);
+    }
     out += "fair";
     return ModelRes_Success;
   }
@@ -97,8 +99,9 @@ class Exceptions : public testing::Test {
       working = false;
       manager_.wake();
     });
-    while (working)
+    while (working) {
       static_cast<void>(manager_.receiveEvent(-1));
+    }
     thread.join();
   }
 
@@ -109,8 +112,9 @@ class Exceptions : public testing::Test {
     bool isFree = false;
     std::thread([&] {
       isFree = manager_.clientMutex.try_lock();
-      if (isFree)
+      if (isFree) {
         manager_.clientMutex.unlock();
+      }
     }).join();
     EXPECT_TRUE(isFree);
   }

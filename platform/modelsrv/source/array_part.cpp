@@ -56,13 +56,17 @@ ArrayPart<T>::ArrayPart(ModelPartId id, std::string name, std::vector<T> initial
       values_(std::move(initial)),
       names_(std::move(names)) {
   values_.resize(std::clamp<std::size_t>(values_.size(), 1, ModelPartElements_Max));
-  for (std::size_t i = 0; i < values_.size(); ++i)
-    if (internal::isTooLarge<T>(values_[i]))
+  for (std::size_t i = 0; i < values_.size(); ++i) {
+    if (internal::isTooLarge<T>(values_[i])) {
       values_[i] = internal::fitted<T>(values_[i]);
-  if (!names_.empty())
+    }
+  }
+  if (!names_.empty()) {
     names_.resize(values_.size());
-  for (std::string& elementName : names_)
+  }
+  for (std::string& elementName : names_) {
     elementName.resize(std::min(elementName.size(), ModelName_Max));
+  }
 }
 
 template <typename T>
@@ -84,13 +88,16 @@ T ArrayPart<T>::value(ModelPartIndex index) const {
 
 template <typename T>
 ModelRes ArrayPart<T>::setValue(ModelPartIndex index, T value) {
-  if (internal::isTooLarge(value))
+  if (internal::isTooLarge(value)) {
     return ModelRes_TooLarge;
+  }
   const TreeLock lock(*this);
-  if (index >= values_.size())
+  if (index >= values_.size()) {
     return ModelRes_NoSuchIndex;
-  if (internal::isSameValue<T>(values_[index], value))
+  }
+  if (internal::isSameValue<T>(values_[index], value)) {
     return ModelRes_Success;
+  }
   invalidateValue();
   values_[index] = std::move(value);
   notifySubscribers(index);
@@ -100,14 +107,18 @@ ModelRes ArrayPart<T>::setValue(ModelPartIndex index, T value) {
 template <typename T>
 ModelRes ArrayPart<T>::setValues(const std::vector<T>& values) {
   const TreeLock lock(*this);
-  if (values.size() != values_.size())
+  if (values.size() != values_.size()) {
     return ModelRes_BadArgument;
-  for (std::size_t i = 0; i < values.size(); ++i)
-    if (internal::isTooLarge<T>(values[i]))
+  }
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    if (internal::isTooLarge<T>(values[i])) {
       return ModelRes_TooLarge;
+    }
+  }
   return internal::withMemoryResult([&] {
-    for (std::size_t i = 0; i < values.size(); ++i)
+    for (std::size_t i = 0; i < values.size(); ++i) {
       internal::reserveFor<T>(values_, i, values[i]);
+    }
     ChangedElements changed;
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (!internal::isSameValue<T>(values_[i], values[i])) {
@@ -116,8 +127,9 @@ ModelRes ArrayPart<T>::setValues(const std::vector<T>& values) {
         changed.add(i);
       }
     }
-    if (changed.any())
+    if (changed.any()) {
       notifySubscribers(changed.index());
+    }
     return ModelRes_Success;
   });
 }
@@ -141,15 +153,17 @@ const std::vector<std::string>& ArrayPart<T>::elementNames() const {
 template <typename T>
 ModelRes ArrayPart<T>::appendText(std::string& out, ModelPartIndex index) const {
   if (index != ModelPartIndex_All) {
-    if (index >= values_.size())
+    if (index >= values_.size()) {
       return ModelRes_NoSuchIndex;
+    }
     internal::appendValue<T>(out, values_[index]);
     return ModelRes_Success;
   }
   const std::size_t start = out.size();
   for (std::size_t i = 0; i < values_.size(); ++i) {
-    if (i != 0)
+    if (i != 0) {
       out += '\n';
+    }
     internal::appendValue<T>(out, values_[i]);
     if (out.size() - start > ModelValueText_Max) {
       out.resize(start);
@@ -163,15 +177,18 @@ template <typename T>
 ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartIndex index,
                                  bool fromClient) {
   const bool whole = index == ModelPartIndex_All;
-  if (!whole && index >= values_.size())
+  if (!whole && index >= values_.size()) {
     return ModelRes_NoSuchIndex;
+  }
   if (const ModelRes access = fromClient ? internal::accessOf(status(), flag) : ModelRes_Success;
-      access != ModelRes_Success)
+      access != ModelRes_Success) {
     return access;
+  }
   const std::size_t first = whole ? 0 : index;
   const std::size_t count = whole ? values_.size() : 1;
-  if (!ElementTexts::countFits(text, count))
+  if (!ElementTexts::countFits(text, count)) {
     return ModelRes_BadText;
+  }
 
   // All is read and asked for before anything is stored; reading twice is what
   // saves a copy of the values.
@@ -179,26 +196,30 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
   ElementTexts wanted(text, count);
   for (std::size_t i = first; i < first + count; ++i) {
     ModelRes result = internal::parseValue<T>(wanted.next(), parsed);
-    if (result == ModelRes_Success && fromClient)
+    if (result == ModelRes_Success && fromClient) {
       result = internal::askCheck<T>(check_, parsed, static_cast<ModelPartIndex>(i));
-    if (result != ModelRes_Success)
+    }
+    if (result != ModelRes_Success) {
       return result;
+    }
   }
   reserveForAll(text, first, count);
   ChangedElements changed;
   ElementTexts stored(text, count);
   for (std::size_t i = first; i < first + count; ++i) {
     if (const ModelRes result = internal::parseValue<T>(stored.next(), parsed);
-        result != ModelRes_Success)
+        result != ModelRes_Success) {
       return result;
+    }
     if (!internal::isSameValue<T>(values_[i], parsed)) {
       invalidateValue();
       values_[i] = parsed;
       changed.add(i);
     }
   }
-  if (changed.any())
+  if (changed.any()) {
     notifySubscribers(changed.index());
+  }
   return ModelRes_Success;
 }
 
@@ -207,8 +228,9 @@ template <typename T>
 void ArrayPart<T>::reserveForAll(std::string_view text, std::size_t first, std::size_t count) {
   if constexpr (std::is_same_v<T, std::string>) {
     ElementTexts texts(text, count);
-    for (std::size_t i = first; i < first + count; ++i)
+    for (std::size_t i = first; i < first + count; ++i) {
       internal::reserveFor<T>(values_, i, texts.next());
+    }
   }
 }
 

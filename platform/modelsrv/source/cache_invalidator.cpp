@@ -18,28 +18,32 @@ void CacheInvalidator::start() {
 }
 
 const EvtSrv::internal::StatusPage* CacheInvalidator::begin() {
-  if (!page_.isOpen())
+  if (!page_.isOpen()) {
     return nullptr;
+  }
   cachedInEpoch_ = true;
   cachedInStructure_ = true;
   return &page_;
 }
 
 void CacheInvalidator::invalidateValue(std::uint32_t stamp) {
-  if (!cachedInEpoch_ || stamp != stampOf(page_.epoch()))
+  if (!cachedInEpoch_ || stamp != stampOf(page_.epoch())) {
     return;
+  }
   page_.advance();
   cachedInEpoch_ = false;
 }
 
 void CacheInvalidator::invalidate(std::uint32_t stamp) {
-  if (cachedInStructure_ && structureOf(stamp) == structureOf(stampOf(page_.epoch())))
+  if (cachedInStructure_ && structureOf(stamp) == structureOf(stampOf(page_.epoch()))) {
     invalidateAll();
+  }
 }
 
 void CacheInvalidator::invalidateAll() {
-  if (!cachedInStructure_)
+  if (!cachedInStructure_) {
     return;
+  }
   page_.advanceStructure();
   cachedInEpoch_ = false;
   cachedInStructure_ = false;

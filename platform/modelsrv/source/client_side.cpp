@@ -35,8 +35,9 @@ ModelRes ClientSide::connect(const std::string& name) {
   prefetchEnabled_ = true;
   const ModelRes result = fromPort(port_.connect(name));
   started_ = result == ModelRes_Success;
-  if (!started_)
+  if (!started_) {
     port_.close();
+  }
   return result;
 }
 
@@ -53,16 +54,18 @@ EvtRes ClientSide::send(const RequestView& request, Reply& reply) {
   const EvtRes result =
       port_.exchange(static_cast<std::uint16_t>(request.operation), payload_, reply);
   constexpr std::size_t kept = 64 * 1024;
-  if (payload_.capacity() > kept)
+  if (payload_.capacity() > kept) {
     payload_ = {};
+  }
   return result;
 }
 
 EvtRes ClientSide::makeReady() {
   if (!port_.isOpen() && root_.manager()->reconnects()) {
     bool renewed = false;
-    if (const EvtRes result = port_.resume(renewed); result != EvtSrv::EvtRes_Success)
+    if (const EvtRes result = port_.resume(renewed); result != EvtSrv::EvtRes_Success) {
       return result;
+    }
     if (renewed) {
       subscriptions_->markAllLost();
       // Another server may have the name now while the one before still lives.
@@ -78,27 +81,32 @@ EvtRes ClientSide::renewSubscriptions() {
     const ClientSubscriptions::Entry& entry = *subscriptions_->find(*key);
     Reply reply;
     const EvtRes result = send({Operation::subscribe, entry.chain, entry.index, false, {}}, reply);
-    if (result != EvtSrv::EvtRes_Success)
+    if (result != EvtSrv::EvtRes_Success) {
       return result;
-    if (decodeResult(reply.code) == ModelRes_Success)
+    }
+    if (decodeResult(reply.code) == ModelRes_Success) {
       subscriptions_->markRenewed(*key);
-    else
+    } else {
       subscriptions_->erase(*key);
+    }
   }
   return EvtSrv::EvtRes_Success;
 }
 
 ModelRes ClientSide::request(const RequestView& request, Reply& reply) {
-  if (!started_)
+  if (!started_) {
     return ModelRes_NotConnected;
+  }
   EvtRes result = makeReady();
-  if (result == EvtSrv::EvtRes_Success)
+  if (result == EvtSrv::EvtRes_Success) {
     result = send(request, reply);
+  }
   // That the server has gone shows only now; another may be there already.
   if (result == EvtSrv::EvtRes_Closed && root_.manager()->reconnects()) {
     result = makeReady();
-    if (result == EvtSrv::EvtRes_Success)
+    if (result == EvtSrv::EvtRes_Success) {
       result = send(request, reply);
+    }
   }
   return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : fromPort(result);
 }
@@ -107,8 +115,9 @@ ModelRes ClientSide::look(ChainView chain, ReplyCache::Wanted wanted,
                           const ReplyCache::Part*& part) {
   // Where the connection is known to be lost, a request has to make it good again.
   part = port_.isOpen() ? cache_.find(chain, wanted) : nullptr;
-  if (part != nullptr || !prefetchEnabled_)
+  if (part != nullptr || !prefetchEnabled_) {
     return ModelRes_Success;
+  }
   Reply reply;
   const ModelRes result =
       request({Operation::prefetch, chain, cache_.partsToPrefetch(), false, {}}, reply);
@@ -117,8 +126,9 @@ ModelRes ClientSide::look(ChainView chain, ReplyCache::Wanted wanted,
     prefetchEnabled_ = false;
     return ModelRes_Success;
   }
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     return result;
+  }
   part = cache_.take(chain, reply.payload, reply.order);
   prefetchEnabled_ = part != nullptr && cache_.isUsable();
   return part != nullptr ? ModelRes_Success : ModelRes_Protocol;
@@ -131,67 +141,78 @@ ModelRes ClientSide::ask(Operation operation, ChainView chain, Reply& reply, Mod
 ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
   const ReplyCache::Part* part = nullptr;
   ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.childIds(*part, ids)))
+  if (result != ModelRes_Success || (part != nullptr && cache_.childIds(*part, ids))) {
     return result;
+  }
   Reply reply;
   result = ask(Operation::childIds, chain, reply);
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     return result;
+  }
   return decodeIds(readerOf(reply), ids) ? ModelRes_Success : ModelRes_Protocol;
 }
 
 ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names) {
   const ReplyCache::Part* part = nullptr;
   ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.childNames(*part, names)))
+  if (result != ModelRes_Success || (part != nullptr && cache_.childNames(*part, names))) {
     return result;
+  }
   Reply reply;
   result = ask(Operation::childNames, chain, reply);
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     return result;
+  }
   return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
 }
 
 ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
   const ReplyCache::Part* part = nullptr;
   ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.elementSum(*part, sum)))
+  if (result != ModelRes_Success || (part != nullptr && cache_.elementSum(*part, sum))) {
     return result;
+  }
   Reply reply;
   result = ask(Operation::elementSum, chain, reply);
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     return result;
+  }
   return decodeSum(readerOf(reply), sum) ? ModelRes_Success : ModelRes_Protocol;
 }
 
 ModelRes ClientSide::elementNames(ChainView chain, std::vector<std::string>& names) {
   const ReplyCache::Part* part = nullptr;
   ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.elementNames(*part, names)))
+  if (result != ModelRes_Success || (part != nullptr && cache_.elementNames(*part, names))) {
     return result;
+  }
   Reply reply;
   result = ask(Operation::elementNames, chain, reply);
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     return result;
+  }
   return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
 }
 
 ModelRes ClientSide::save(ChainView chain, std::ostringstream& text, ModelPartIndex index) {
   const ReplyCache::Part* part = nullptr;
   ModelRes result = look(chain, ReplyCache::Wanted::value, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.save(*part, index, text, result)))
+  if (result != ModelRes_Success || (part != nullptr && cache_.save(*part, index, text, result))) {
     return result;
+  }
   Reply reply;
   result = ask(Operation::save, chain, reply, index);
-  if (result == ModelRes_Success)
+  if (result == ModelRes_Success) {
     text.write(reinterpret_cast<const char*>(reply.payload.data()),
                static_cast<std::streamsize>(reply.payload.size()));
+  }
   return result;
 }
 
 ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index) {
-  if (text.size() > maxStoreText)
+  if (text.size() > maxStoreText) {
     return ModelRes_TooLarge;
+  }
   Reply reply;
   return request({Operation::load, chain, index, flag, text}, reply);
 }
@@ -201,13 +222,14 @@ ModelRes ClientSide::subscribe(ModelPart& part, ChainView chain, void* context,
   ClientSubscriptions::Entry entry{&part, copyOf(chain), context, index};
   Reply reply;
   const ModelRes result = request({Operation::subscribe, chain, index, false, {}}, reply);
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     return result;
+  }
   try {
     subscriptions_->add(std::move(entry));
   } catch (const std::bad_alloc&) {
     // The server must not keep what nobody here knows of.
-    (void)send({Operation::unsubscribe, chain, index, false, {}}, reply);
+    static_cast<void>(send({Operation::unsubscribe, chain, index, false, {}}, reply));
     throw;
   }
   return result;
@@ -226,8 +248,9 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
     Reply reply;
     const EvtRes result =
         send({Operation::unsubscribe, entry.chain, entry.index, false, {}}, reply);
-    if (result != EvtSrv::EvtRes_Success && port_.isOpen())
+    if (result != EvtSrv::EvtRes_Success && port_.isOpen()) {
       return fromPort(result);
+    }
   }
   subscriptions_->erase(key);
   return ModelRes_Success;
@@ -235,8 +258,9 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
 
 void ClientSide::partDetached(const ModelPart& part) {
   while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->anyOf(part)) {
-    if (withMemoryResult([&] { return cancel(*key); }) != ModelRes_Success)
+    if (withMemoryResult([&] { return cancel(*key); }) != ModelRes_Success) {
       subscriptions_->erase(*key);
+    }
   }
 }
 
@@ -247,8 +271,9 @@ void ClientSide::tell(const Update& update) {
        subscriptions->concernedBy(update.chain, update.index)) {
     // What was told before may have taken this one back.
     const ClientSubscriptions::Entry* entry = subscriptions->find(key);
-    if (entry != nullptr)
-      (void)entry->part->update(entry->context, update.index);
+    if (entry != nullptr) {
+      static_cast<void>(entry->part->update(entry->context, update.index));
+    }
   }
 }
 
@@ -257,13 +282,14 @@ void ClientSide::eventReceived(std::uint16_t type, std::span<const std::uint8_t>
   if (type == ModelRoot::EvtTyp_Model_Update) {
     Update update;
     if (!decodeUpdate(PayloadReader(payload, order), update) ||
-        !subscriptions_->knows(update.chain))
+        !subscriptions_->knows(update.chain)) {
       return;
+    }
   }
   const std::string sender = port_.portName();
   EvtSrv::MemoryHolder data = makeHolder(payload, order);
   EvtSrv::MemoryHolder reply;
-  (void)root_.receive(sender.c_str(), type, &data, &reply);
+  static_cast<void>(root_.receive(sender.c_str(), type, &data, &reply));
 }
 
 }  // namespace ModelSrv::internal

@@ -30,20 +30,23 @@ void ClientSubscriptions::add(Entry entry) {
 
 void ClientSubscriptions::erase(Key key) {
   const auto at = entries_.find(key);
-  if (at == entries_.end())
+  if (at == entries_.end()) {
     return;
+  }
   // One that was not entered everywhere may be missing in the other two.
   if (const auto ofChain = byChain_.find(at->second.chain); ofChain != byChain_.end()) {
     auto& keys = ofChain->second;
     const auto found = std::equal_range(keys.begin(), keys.end(), key);
     keys.erase(found.first, found.second);
-    if (keys.empty())
+    if (keys.empty()) {
       byChain_.erase(ofChain);
+    }
   }
   if (const auto ofPart = byPart_.find(at->second.part); ofPart != byPart_.end()) {
     ofPart->second.erase(key);
-    if (ofPart->second.empty())
+    if (ofPart->second.empty()) {
       byPart_.erase(ofPart);
+    }
   }
   entries_.erase(at);
 }
@@ -62,8 +65,9 @@ const ClientSubscriptions::Entry* ClientSubscriptions::find(Key key) const {
 std::optional<ClientSubscriptions::Key> ClientSubscriptions::lastOf(
     const ModelPart& part, const std::vector<ModelPartId>& chain) const {
   const auto at = byChain_.find(chain);
-  if (at == byChain_.end())
+  if (at == byChain_.end()) {
     return std::nullopt;
+  }
   const std::vector<Key>& keys = at->second;
   const auto last = std::find_if(keys.rbegin(), keys.rend(),
                                  [this, &part](Key key) { return entries_.at(key).part == &part; });
@@ -83,8 +87,9 @@ std::vector<ClientSubscriptions::Key> ClientSubscriptions::concernedBy(
     const std::vector<ModelPartId>& chain, ModelPartIndex index) const {
   std::vector<Key> concerned;
   const auto at = byChain_.find(chain);
-  if (at == byChain_.end())
+  if (at == byChain_.end()) {
     return concerned;
+  }
   std::vector<const ModelPart*> told;
   for (const Key key : at->second) {
     const Entry& entry = entries_.at(key);
@@ -100,8 +105,9 @@ std::vector<ClientSubscriptions::Key> ClientSubscriptions::concernedBy(
 
 std::optional<ClientSubscriptions::Key> ClientSubscriptions::firstLost() const {
   // Asked before each request, and there is hardly ever one.
-  if (entries_.empty() || !isLost(entries_.rbegin()->first))
+  if (entries_.empty() || !isLost(entries_.rbegin()->first)) {
     return std::nullopt;
+  }
   return entries_.upper_bound(renewed_)->first;
 }
 

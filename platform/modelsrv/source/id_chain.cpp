@@ -7,23 +7,27 @@
 namespace ModelSrv::internal {
 
 ResolvedChain::ResolvedChain(ModelPart& part) : result_(run(part)) {
-  if (!many_.empty())
+  if (!many_.empty()) {
     std::reverse(many_.begin(), many_.end());
+  }
 }
 
 ModelRes ResolvedChain::run(ModelPart& part) {
   ModelPart* at = &part;
   for (std::size_t depth = 0; (root_ = PartAccess::asRoot(*at)) == nullptr; ++depth) {
-    if (depth == ModelDepth_Max)
+    if (depth == ModelDepth_Max) {
       return ModelRes_BadArgument;
+    }
     const ModelPartId id = at->getId();
-    if (first_ > 0)
+    if (first_ > 0) {
       few_[--first_] = id;
-    else
+    } else {
       addToMany(id);
+    }
     at = at->getParentNode();
-    if (at == nullptr)
+    if (at == nullptr) {
       return ModelRes_NoSuchPart;
+    }
   }
   return ModelRes_Success;
 }

@@ -38,16 +38,21 @@ ModelNode::~ModelNode() {
 
 ModelRes ModelNode::add(ModelPart* part) {
   if (part == nullptr || part->asRoot() != nullptr ||
-      (part->id_ > ModelPartId_Max && part->id_ != ModelPartId_Void))
+      (part->id_ > ModelPartId_Max && part->id_ != ModelPartId_Void)) {
     return ModelRes_BadArgument;
+  }
   const TreeLock lock(*this);
-  if (part->parent_ != nullptr)
+  if (part->parent_ != nullptr) {
     return ModelRes_BadArgument;
-  for (const ModelPart* above = this; above != nullptr; above = above->parent_)
-    if (above == part)
+  }
+  for (const ModelPart* above = this; above != nullptr; above = above->parent_) {
+    if (above == part) {
       return ModelRes_BadArgument;
-  if (findChild(part->id_) != nullptr)
+    }
+  }
+  if (findChild(part->id_) != nullptr) {
     return ModelRes_DuplicateId;
+  }
   invalidateStructure();
   return internal::withMemoryResult([&] {
     // What may throw comes before what changes anything.
@@ -58,8 +63,9 @@ ModelRes ModelNode::add(ModelPart* part) {
     part->parent_ = this;
     if (EvtSrv::EventPortManager* manager = treeManager_.load(std::memory_order_relaxed)) {
       part->treeManager_.store(manager, std::memory_order_release);
-      for (ModelPart* const other : below)
+      for (ModelPart* const other : below) {
         other->treeManager_.store(manager, std::memory_order_release);
+      }
     }
     return ModelRes_Success;
   });
@@ -68,8 +74,9 @@ ModelRes ModelNode::add(ModelPart* part) {
 ModelRes ModelNode::remove(ModelPart* part) {
   const TreeLock lock(*this);
   const auto at = std::find(children_.begin(), children_.end(), part);
-  if (part == nullptr || at == children_.end())
+  if (part == nullptr || at == children_.end()) {
     return ModelRes_NoSuchPart;
+  }
   return internal::withMemoryResult([&] {
     take(at);
     return ModelRes_Success;
@@ -77,8 +84,9 @@ ModelRes ModelNode::remove(ModelPart* part) {
 }
 
 void ModelNode::release(const ModelPart& part) noexcept {
-  if (const auto at = std::find(children_.begin(), children_.end(), &part); at != children_.end())
+  if (const auto at = std::find(children_.begin(), children_.end(), &part); at != children_.end()) {
     take(at);
+  }
 }
 
 void ModelNode::take(std::vector<ModelPart*>::const_iterator at) {
@@ -87,10 +95,12 @@ void ModelNode::take(std::vector<ModelPart*>::const_iterator at) {
   invalidateStructure();
   children_.erase(at);
   const auto sorted = lowerBound(byId_, part.id_);
-  if (sorted != byId_.end() && *sorted == &part)
+  if (sorted != byId_.end() && *sorted == &part) {
     byId_.erase(sorted);
-  if (children_.empty())
+  }
+  if (children_.empty()) {
     addedInOrder_ = true;
+  }
   release(part, below, clientSide());
 }
 
@@ -98,8 +108,9 @@ void ModelNode::releaseChildren() {
   const TreeLock lock(*this);
   invalidateStructure();
   internal::ClientSide* client = clientSide();
-  for (ModelPart* child : children_)
+  for (ModelPart* child : children_) {
     release(*child, guardedBelow(*child), client);
+  }
   children_.clear();
   byId_.clear();
   addedInOrder_ = true;
@@ -110,10 +121,12 @@ bool ModelNode::isCacheable() const {
 }
 
 void ModelNode::invalidateStructure() {
-  if (treeManager_.load(std::memory_order_relaxed) == nullptr)
+  if (treeManager_.load(std::memory_order_relaxed) == nullptr) {
     return;
-  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
+  }
+  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
     root->server_->invalidateAll();
+  }
 }
 
 internal::ClientSide* ModelNode::clientSide() const {
@@ -131,22 +144,26 @@ std::vector<ModelPart*> ModelNode::guardedBelow(const ModelPart& part) const {
 void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& below,
                         internal::ClientSide* client) {
   part.parent_ = nullptr;
-  if (treeManager_.load(std::memory_order_relaxed) == nullptr)
+  if (treeManager_.load(std::memory_order_relaxed) == nullptr) {
     return;
+  }
   const auto leave = [client](ModelPart& leaving) {
-    if (client != nullptr)
+    if (client != nullptr) {
       client->partDetached(leaving);
+    }
     leaving.subscribers_.reset();
     leaving.treeManager_.store(nullptr, std::memory_order_release);
   };
   leave(part);
-  for (ModelPart* const other : below)
+  for (ModelPart* const other : below) {
     leave(*other);
+  }
 }
 
 ModelPart* ModelNode::findChild(ModelPartId id) const {
-  if (id > ModelPartId_Max)
+  if (id > ModelPartId_Max) {
     return nullptr;
+  }
   const std::vector<ModelPart*>& parts = addedInOrder_ ? children_ : byId_;
   const auto at = lowerBound(parts, id);
   return at != parts.end() && (*at)->id() == id ? *at : nullptr;
@@ -156,14 +173,16 @@ ModelPart* ModelNode::findChild(ModelPartId id) const {
 /// itself; a part without an id makes it so too.
 void ModelNode::noteOrder(ModelPart* part) {
   const bool hasId = part->id_ != ModelPartId_Void;
-  if (addedInOrder_ && hasId && (children_.empty() || children_.back()->id_ < part->id_))
+  if (addedInOrder_ && hasId && (children_.empty() || children_.back()->id_ < part->id_)) {
     return;
+  }
   if (addedInOrder_) {
     byId_ = children_;
     addedInOrder_ = false;
   }
-  if (hasId)
+  if (hasId) {
     byId_.insert(lowerBound(byId_, part->id_), part);
+  }
 }
 
 }  // namespace ModelSrv

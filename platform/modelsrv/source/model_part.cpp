@@ -23,8 +23,9 @@ namespace {
 std::string_view takeRest(std::istringstream& text) {
   const auto position = text.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
   std::string_view rest = text.view();
-  if (position > 0)
+  if (position > 0) {
     rest.remove_prefix(static_cast<std::size_t>(position));
+  }
   text.rdbuf()->pubseekoff(0, std::ios_base::end, std::ios_base::in);
   return rest;
 }
@@ -39,8 +40,9 @@ bool leadsTo(const ModelPart& part, const ResolvedChain& resolved, const ModelRo
 
 ModelPart::ModelPart(ModelPartId id, std::string name, ModelPartStatus status)
     : name_(std::move(name)), id_(id), status_(status) {
-  if (name_.size() > ModelName_Max)
+  if (name_.size() > ModelName_Max) {
     name_.resize(ModelName_Max);
+  }
 }
 
 ModelPart::~ModelPart() {
@@ -64,10 +66,12 @@ ModelRes ModelPart::load(std::istringstream& text, bool flag, unsigned short ind
   const TreeLock lock(*this);
   return withMemoryResult([&] {
     const ResolvedChain resolved(*this);
-    if (resolved.root() != nullptr && resolved.root()->client_ != nullptr)
+    if (resolved.root() != nullptr && resolved.root()->client_ != nullptr) {
       return resolved.root()->client_->load(resolved.chain(), value, flag, index);
-    if (resolved.result() == ModelRes_BadArgument)
+    }
+    if (resolved.result() == ModelRes_BadArgument) {
       return ModelRes_BadArgument;
+    }
     return storeText(value, flag, index, false);
   });
 }
@@ -76,14 +80,17 @@ ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {
   const TreeLock lock(*this);
   const ModelRes result = withMemoryResult([&] {
     const ResolvedChain resolved(*this);
-    if (resolved.root() != nullptr && resolved.root()->client_ != nullptr)
+    if (resolved.root() != nullptr && resolved.root()->client_ != nullptr) {
       return resolved.root()->client_->save(resolved.chain(), text, index);
-    if (resolved.result() == ModelRes_BadArgument)
+    }
+    if (resolved.result() == ModelRes_BadArgument) {
       return ModelRes_BadArgument;
+    }
     std::string value;
     const ModelRes read = appendText(value, index);
-    if (read == ModelRes_Success)
+    if (read == ModelRes_Success) {
       text << value;
+    }
     return read;
   });
   return result == ModelRes_Success && !text ? ModelRes_SystemError : result;
@@ -91,29 +98,35 @@ ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {
 
 ModelRes ModelPart::subscribeToServer(ModelRoot* root, unsigned period, void* context,
                                       unsigned short index) {
-  if (root == nullptr || period != 0)
+  if (root == nullptr || period != 0) {
     return ModelRes_BadArgument;
+  }
   const TreeLock lock(*this);
   return withMemoryResult([&] {
     const ResolvedChain resolved(*this);
-    if (!leadsTo(*this, resolved, *root))
+    if (!leadsTo(*this, resolved, *root)) {
       return ModelRes_BadArgument;
-    if (root->client_ == nullptr)
+    }
+    if (root->client_ == nullptr) {
       return ModelRes_NotConnected;
+    }
     return root->client_->subscribe(*this, resolved.chain(), context, index);
   });
 }
 
 ModelRes ModelPart::unsubscribeToServer(ModelRoot* root) {
-  if (root == nullptr)
+  if (root == nullptr) {
     return ModelRes_BadArgument;
+  }
   const TreeLock lock(*this);
   return withMemoryResult([&] {
     const ResolvedChain resolved(*this);
-    if (!leadsTo(*this, resolved, *root))
+    if (!leadsTo(*this, resolved, *root)) {
       return ModelRes_BadArgument;
-    if (root->client_ == nullptr)
+    }
+    if (root->client_ == nullptr) {
       return ModelRes_NotSubscribed;
+    }
     return root->client_->unsubscribe(*this, resolved.chain());
   });
 }
@@ -137,8 +150,9 @@ ModelRoot* ModelPart::findRoot() const {
   const TreeLock lock(*this);
   // The top answers for what it is without being changed by that.
   ModelPart* top = const_cast<ModelPart*>(this);
-  while (top->parent_ != nullptr)
+  while (top->parent_ != nullptr) {
     top = top->parent_;
+  }
   return top->asRoot();
 }
 
@@ -157,28 +171,33 @@ ModelRes ModelPart::storeText(std::string_view /*text*/, bool /*flag*/, ModelPar
 }
 
 void ModelPart::notifySubscribers(ModelPartIndex index) {
-  if (subscribers_ != nullptr)
+  if (subscribers_ != nullptr) {
     subscribers_->changed(index);
+  }
 }
 
 void ModelPart::invalidateValue() {
-  if (!valueCached_)
+  if (!valueCached_) {
     return;
+  }
   // The mark stays: what was told of the part's shape holds on.
-  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr)
+  if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
     root->server_->invalidateValue(cacheStamp_);
+  }
   valueCached_ = false;
 }
 
 void ModelPart::invalidate() {
   // Of what hangs below a node clients may have been told without the node.
-  if (cacheStamp_ == 0 && !isNode_)
+  if (cacheStamp_ == 0 && !isNode_) {
     return;
+  }
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
-    if (isNode_)
+    if (isNode_) {
       root->server_->invalidateAll();
-    else
+    } else {
       root->server_->invalidate(cacheStamp_);
+    }
   }
   cacheStamp_ = 0;
   valueCached_ = false;
@@ -187,10 +206,12 @@ void ModelPart::invalidate() {
 void ModelPart::detach() {
   const TreeLock lock(*this);
   // A node that a program derived may refuse; a part that goes has to be let go.
-  if (parent_ != nullptr)
-    (void)parent_->remove(this);
-  if (parent_ != nullptr)
+  if (parent_ != nullptr) {
+    static_cast<void>(parent_->remove(this));
+  }
+  if (parent_ != nullptr) {
     parent_->release(*this);
+  }
 }
 
 }  // namespace ModelSrv

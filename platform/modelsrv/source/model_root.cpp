@@ -26,59 +26,69 @@ ModelRoot::ModelRoot(EvtSrv::EventPortManager* manager) : EventPort(manager) {
 ModelRoot::~ModelRoot() {
   const ClientLock lock(manager()->clientMutex);
   server_.reset();
-  if (client_ != nullptr)
+  if (client_ != nullptr) {
     client_->close();
+  }
   releaseChildren();
   client_.reset();
 }
 
 ModelRes ModelRoot::startAsClient(const std::string& name, int cachePeriod,
                                   unsigned /*behaviour*/) {
-  if (cachePeriod != CachePeriod_Stop)
+  if (cachePeriod != CachePeriod_Stop) {
     return ModelRes_BadArgument;
+  }
   const ClientLock lock(manager()->clientMutex);
-  if (server_ != nullptr && !server_->hasStopped())
+  if (server_ != nullptr && !server_->hasStopped()) {
     return ModelRes_Busy;
+  }
   server_.reset();
   return internal::withMemoryResult([&] {
-    if (client_ == nullptr)
+    if (client_ == nullptr) {
       client_ = std::make_unique<internal::ClientSide>(*this);
+    }
     return client_->connect(name);
   });
 }
 
 ModelRes ModelRoot::startAsServer(const std::string& name, const ServerOptions& options) {
   const ClientLock lock(manager()->clientMutex);
-  if (client_ != nullptr || (server_ != nullptr && !server_->hasStopped()))
+  if (client_ != nullptr || (server_ != nullptr && !server_->hasStopped())) {
     return ModelRes_Busy;
+  }
   const ModelRes result = internal::withMemoryResult([&] {
     server_ = std::make_unique<internal::ServerSide>(*this);
     return internal::fromPort(server_->start(name, options));
   });
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     server_.reset();
+  }
   return result;
 }
 
 void ModelRoot::stop(bool atOnce) {
   const ClientLock lock(manager()->clientMutex);
-  if (client_ != nullptr)
+  if (client_ != nullptr) {
     client_->close();
-  if (server_ != nullptr && !atOnce)
+  }
+  if (server_ != nullptr && !atOnce) {
     server_->beginStop();
-  else
+  } else {
     server_.reset();
+  }
 }
 
 template <typename Question>
 ModelRes ModelRoot::ask(ModelPart* part, Question question) {
   const ClientLock lock(manager()->clientMutex);
-  if (part == nullptr)
+  if (part == nullptr) {
     return ModelRes_BadArgument;
+  }
   return internal::withMemoryResult([&] {
     const internal::ResolvedChain resolved(*part);
-    if (resolved.root() != this)
+    if (resolved.root() != this) {
       return ModelRes_BadArgument;
+    }
     return client_ != nullptr ? question(resolved.chain()) : ModelRes_NotConnected;
   });
 }
@@ -101,22 +111,26 @@ ModelRes ModelRoot::getElementNamesFromServer(ModelPart* part, std::vector<std::
 
 unsigned ModelRoot::receiveMain(const char* /*sender*/, unsigned type, EvtSrv::MemoryHolder* data,
                                 EvtSrv::MemoryHolder* /*reply*/) {
-  if (type != EvtTyp_Model_Update)
+  if (type != EvtTyp_Model_Update) {
     return EvtSrv::EvtRes_Success;
+  }
   internal::Update update;
-  if (data == nullptr || !internal::readUpdate(*data, update))
+  if (data == nullptr || !internal::readUpdate(*data, update)) {
     return EvtSrv::EvtRes_Protocol;
+  }
   const ClientLock lock(manager()->clientMutex);
-  if (client_ != nullptr)
+  if (client_ != nullptr) {
     client_->tell(update);
+  }
   return EvtSrv::EvtRes_Success;
 }
 
 EvtSrv::EvtRes ModelRoot::finishActiveTerm(int milliseconds) {
   {
     const ClientLock lock(manager()->clientMutex);
-    if (server_ == nullptr || !server_->isStopping())
+    if (server_ == nullptr || !server_->isStopping()) {
       return EvtSrv::EvtRes_Success;
+    }
   }
   return manager()->finishActiveTerm(milliseconds);
 }

@@ -47,8 +47,9 @@ class Room {
 
 bool addName(CountedReply& names, const std::string& name, const Room& room) {
   const bool fits = room.isLeftFor(sizeof(std::uint16_t) + name.size());
-  if (fits)
+  if (fits) {
     names.addName(name);
+  }
   return fits;
 }
 
@@ -56,12 +57,15 @@ bool writeChildren(ModelPart& part, const Room& room, std::vector<std::uint8_t>&
   static const std::vector<ModelPart*> none;
   const ModelNode* node = PartAccess::asNode(part);
   const std::vector<ModelPart*>& children = node != nullptr ? node->children() : none;
-  if (children.size() > mostEntries)
+  if (children.size() > mostEntries) {
     return false;
+  }
   CountedReply ids(reply);
-  for (const ModelPart* child : children)
-    if (isShown(*child))
+  for (const ModelPart* child : children) {
+    if (isShown(*child)) {
       ids.addId(child->id());
+    }
+  }
   CountedReply names(reply);
   return std::all_of(children.begin(), children.end(), [&](const ModelPart* child) {
     return !isShown(*child) || addName(names, child->name(), room);
@@ -70,8 +74,9 @@ bool writeChildren(ModelPart& part, const Room& room, std::vector<std::uint8_t>&
 
 bool writeElements(const ModelPart& part, const Room& room, std::vector<std::uint8_t>& reply) {
   const unsigned count = PartAccess::elementCount(part);
-  if (count > mostEntries)
+  if (count > mostEntries) {
     return false;
+  }
   PayloadWriter(reply).u16(static_cast<std::uint16_t>(count));
   CountedReply names(reply);
   const std::vector<std::string>& all = PartAccess::elementNames(part);
@@ -117,8 +122,9 @@ bool writeValue(const ModelPart& part, const Room& room, std::string& text,
       writer.u16(static_cast<std::uint16_t>(result));
       return true;
     }
-    if (!room.isLeftFor(sizeof(std::uint32_t) + text.size()))
+    if (!room.isLeftFor(sizeof(std::uint32_t) + text.size())) {
       return false;
+    }
     writer.u32(static_cast<std::uint32_t>(text.size()));
     writer.bytes(text);
   }
@@ -154,8 +160,9 @@ void PrefetchWriter::findPositions(const ModelRoot& root, const ModelPart& part)
     auto next = std::lower_bound(
         siblings.begin(), siblings.end(), at->id(),
         [](const ModelPart* sibling, ModelPartId id) { return sibling->id() < id; });
-    if (next == siblings.end() || *next != at)
+    if (next == siblings.end() || *next != at) {
       next = std::find(siblings.begin(), siblings.end(), at);
+    }
     above_.push_back({node, static_cast<std::size_t>(next - siblings.begin()) + 1});
   }
   std::reverse(above_.begin(), above_.end());
@@ -163,15 +170,18 @@ void PrefetchWriter::findPositions(const ModelRoot& root, const ModelPart& part)
 
 ModelPart* PrefetchWriter::following(ModelPart& part) {
   // Below what answers in a way of its own nobody knows what to expect.
-  if (PartAccess::isCacheable(part) && above_.size() < ModelDepth_Max)
-    if (const ModelNode* node = PartAccess::asNode(part))
+  if (PartAccess::isCacheable(part) && above_.size() < ModelDepth_Max) {
+    if (const ModelNode* node = PartAccess::asNode(part)) {
       above_.push_back({node, 0});
+    }
+  }
   while (!above_.empty()) {
     Position& at = above_.back();
     while (at.next < at.node->children().size()) {
       ModelPart* const child = at.node->children()[at.next++];
-      if (isShown(*child))
+      if (isShown(*child)) {
         return child;
+      }
     }
     above_.pop_back();
   }
@@ -180,20 +190,23 @@ ModelPart* PrefetchWriter::following(ModelPart& part) {
 
 void PrefetchWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   const std::size_t start = reply.size();
-  if (!PartAccess::isCacheable(part) || !isPlain(part) || !writePlainPart(part, reply))
+  if (!PartAccess::isCacheable(part) || !isPlain(part) || !writePlainPart(part, reply)) {
     writeAnyPart(part, reply);
+  }
   // A long text that was read in vain took its time as well.
   spent_ += reply.size() - start + (text_.size() > longestSection ? text_.size() : 0);
-  if (text_.capacity() > longestSection)
+  if (text_.capacity() > longestSection) {
     text_ = {};
+  }
 }
 
 bool PrefetchWriter::writePlainPart(const ModelPart& part, std::vector<std::uint8_t>& reply) {
   text_.assign(PlainPart::text, '\0');
   // A class that does not append but assigns has taken the room away.
   if (PartAccess::appendText(part, text_, ModelPartIndex_All) != ModelRes_Success ||
-      text_.size() < PlainPart::text)
+      text_.size() < PlainPart::text) {
     return false;
+  }
   const std::size_t length = text_.size() - PlainPart::text;
   const bool fits = text_.size() - PlainPart::valueSection <= longestSection;
   put(text_, 0, static_cast<std::uint16_t>(above_.size()));
@@ -216,16 +229,18 @@ void PrefetchWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& re
   std::uint8_t has = 0;
   const auto add = [&](PrefetchSection section, auto write) {
     const std::size_t before = reply.size();
-    if (write(Room(reply)))
+    if (write(Room(reply))) {
       has |= section;
-    else
+    } else {
       reply.resize(before);
+    }
   };
   if (PartAccess::isCacheable(part)) {
     add(prefetchChildren, [&](const Room& room) { return writeChildren(part, room, reply); });
     add(prefetchElements, [&](const Room& room) { return writeElements(part, room, reply); });
-    if ((has & prefetchElements) != 0)
+    if ((has & prefetchElements) != 0) {
       add(prefetchValue, [&](const Room& room) { return writeValue(part, room, text_, reply); });
+    }
   }
   reply[sections] = has;
 }

@@ -30,8 +30,9 @@ void CountedReply::addId(ModelPartId id) {
 void CountedReply::addName(std::string_view name) {
   const std::size_t grown = payload_.size() - start_ + sizeof(std::uint16_t) + name.size();
   fits_ = fits_ && grown <= EvtSrv::internal::maxPayload;
-  if (!fits_)
+  if (!fits_) {
     return;
+  }
   PayloadWriter writer(payload_);
   writer.u16(static_cast<std::uint16_t>(name.size()));
   writer.bytes(name);
@@ -44,34 +45,39 @@ ModelRes decodeResult(std::uint16_t code) {
 
 bool decodeIds(PayloadReader payload, std::vector<ModelPartId>& ids) {
   const std::size_t count = payload.u16();
-  if (!payload.ok() || payload.left() != count * sizeof(ModelPartId))
+  if (!payload.ok() || payload.left() != count * sizeof(ModelPartId)) {
     return false;
+  }
   ids.resize(count);
-  for (ModelPartId& id : ids)
+  for (ModelPartId& id : ids) {
     id = payload.u16();
+  }
   return true;
 }
 
 bool decodeNames(PayloadReader payload, std::vector<std::string>& names) {
   const std::size_t count = payload.u16();
-  if (!payload.ok() || count * sizeof(std::uint16_t) > payload.left())
+  if (!payload.ok() || count * sizeof(std::uint16_t) > payload.left()) {
     return false;
+  }
   std::vector<std::string> read;
   read.reserve(count);
   for (std::size_t i = 0; i < count && payload.ok(); ++i) {
     const std::size_t length = payload.u16();
     read.emplace_back(payload.bytes(length));
   }
-  if (!payload.ok() || payload.left() != 0)
+  if (!payload.ok() || payload.left() != 0) {
     return false;
+  }
   names = std::move(read);
   return true;
 }
 
 bool decodeSum(PayloadReader payload, std::uint16_t& sum) {
   const std::uint16_t read = payload.u16();
-  if (!payload.ok() || payload.left() != 0)
+  if (!payload.ok() || payload.left() != 0) {
     return false;
+  }
   sum = read;
   return true;
 }
@@ -79,8 +85,9 @@ bool decodeSum(PayloadReader payload, std::uint16_t& sum) {
 void encodeUpdate(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& payload) {
   std::size_t depth = 0;
   for (const ModelPart* at = &part; PartAccess::parent(*at) != nullptr;
-       at = PartAccess::parent(*at))
+       at = PartAccess::parent(*at)) {
     ++depth;
+  }
   const std::size_t start = payload.size();
   payload.resize(start + depth * sizeof(ModelPartId));
   std::uint8_t* end = payload.data() + payload.size();
@@ -98,15 +105,18 @@ bool decodeUpdate(PayloadReader payload, Update& update) {
   std::vector<ModelPartId> chain;
   while (true) {
     const ModelPartId id = payload.u16();
-    if (!payload.ok() || chain.size() > ModelDepth_Max)
+    if (!payload.ok() || chain.size() > ModelDepth_Max) {
       return false;
-    if (id == ModelPartIndex_Void)
+    }
+    if (id == ModelPartIndex_Void) {
       break;
+    }
     chain.push_back(id);
   }
   const ModelPartIndex index = payload.u16();
-  if (!payload.ok() || payload.left() != 0 || chain.size() > ModelDepth_Max)
+  if (!payload.ok() || payload.left() != 0 || chain.size() > ModelDepth_Max) {
     return false;
+  }
   update.chain = std::move(chain);
   update.index = index;
   return true;

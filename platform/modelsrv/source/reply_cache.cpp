@@ -28,8 +28,9 @@ std::uint32_t hashBelow(std::uint32_t parent, ModelPartId id) {
 
 std::uint32_t hashOf(ChainView chain) {
   std::uint32_t hash = rootHash;
-  for (const ModelPartId id : chain)
+  for (const ModelPartId id : chain) {
     hash = hashBelow(hash, id);
+  }
   return hash;
 }
 
@@ -39,21 +40,21 @@ std::uint32_t placeOf(const PayloadReader& in) {
 
 void skipIds(PayloadReader& in) {
   const std::size_t count = in.u16();
-  (void)in.bytes(count * sizeof(ModelPartId));
+  static_cast<void>(in.bytes(count * sizeof(ModelPartId)));
 }
 
 void skipNames(PayloadReader& in) {
   const std::size_t count = in.u16();
   for (std::size_t i = 0; i < count && in.ok(); ++i) {
     const std::size_t length = in.u16();
-    (void)in.bytes(length);
+    static_cast<void>(in.bytes(length));
   }
 }
 
 void skipTexts(PayloadReader& in, unsigned count) {
   for (unsigned i = 0; i < count && in.ok(); ++i) {
     const std::size_t length = in.u32();
-    (void)in.bytes(length);
+    static_cast<void>(in.bytes(length));
   }
 }
 
@@ -62,11 +63,13 @@ void skipTexts(PayloadReader& in, unsigned count) {
 bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
   const std::uint8_t has = in.u8();
   part.childIds = placeOf(in);
-  if ((has & prefetchChildren) != 0)
+  if ((has & prefetchChildren) != 0) {
     skipIds(in);
+  }
   part.childNames = placeOf(in);
-  if ((has & prefetchChildren) != 0)
+  if ((has & prefetchChildren) != 0) {
     skipNames(in);
+  }
   part.elements = placeOf(in);
   if ((has & prefetchElements) != 0) {
     part.elementCount = in.u16();
@@ -77,8 +80,9 @@ bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
     const std::uint16_t result = in.u16();
     const unsigned texts = std::max<unsigned>(part.elementCount, 1);
     skipTexts(in, result == ModelRes_Success ? texts : 0);
-    if ((has & prefetchElements) == 0 || decodeResult(result) == ModelRes_Protocol)
+    if ((has & prefetchElements) == 0 || decodeResult(result) == ModelRes_Protocol) {
       return false;
+    }
   }
   part.end = placeOf(in);
   return in.ok();
@@ -88,14 +92,16 @@ bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
 
 const ReplyCache::Part* ReplyCache::find(ChainView chain, Wanted wanted) {
   if (epoch_ == 0 ||
-      !(wanted == Wanted::value ? page_.isCurrent(epoch_) : page_.isStructureCurrent(epoch_)))
+      !(wanted == Wanted::value ? page_.isCurrent(epoch_) : page_.isStructureCurrent(epoch_))) {
     return nullptr;
+  }
   // A listing asks about a part several times, then about the next one.
   if (!isAt(last_, chain)) {
     const std::uint32_t found =
         last_ + 1 < parts_.size() && isAt(last_ + 1, chain) ? last_ + 1 : lookUp(chain);
-    if (found == noPart)
+    if (found == noPart) {
       return nullptr;
+    }
     last_ = found;
   }
   Part& part = parts_[last_];
@@ -114,16 +120,18 @@ const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::u
                                          ByteOrder order) {
   const std::size_t expected = partsToPrefetch();
   clear();
-  if (reply.size() > longestPrefetchReply)
+  if (reply.size() > longestPrefetchReply) {
     return nullptr;
+  }
   parts_.reserve(chain.size() + expected);
   bytes_.assign(reply.begin(), reply.end());
   order_ = order;
   PayloadReader in(bytes_, order);
   StatusPageHandle handle;
   std::uint64_t epoch = 0;
-  if (!readHandle(in, handle, epoch))
+  if (!readHandle(in, handle, epoch)) {
     return nullptr;
+  }
   addAbove(chain);
   const auto wanted = static_cast<std::uint32_t>(parts_.size());
   do {
@@ -144,8 +152,9 @@ const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::u
   makeIndex();
   parts_[wanted].asked = true;
   asked_ = 1;
-  if ((page_.isOpen() && page_.handle() == handle) || page_.open(handle))
+  if ((page_.isOpen() && page_.handle() == handle) || page_.open(handle)) {
     epoch_ = epoch;
+  }
   return &parts_[wanted];
 }
 
@@ -170,23 +179,28 @@ bool ReplyCache::readHandle(PayloadReader& in, StatusPageHandle& handle, std::ui
 /// What lies above the first part of the prefetch has no answer but is part of the
 /// others' chains.
 void ReplyCache::addAbove(ChainView chain) {
-  for (std::size_t depth = 0; depth < chain.size(); ++depth)
-    (void)add(static_cast<std::uint16_t>(depth), depth == 0 ? ModelPartId_Void : chain[depth - 1]);
+  for (std::size_t depth = 0; depth < chain.size(); ++depth) {
+    static_cast<void>(
+        add(static_cast<std::uint16_t>(depth), depth == 0 ? ModelPartId_Void : chain[depth - 1]));
+  }
 }
 
 /// Appends a part below the last one of lower depth; null where that is more than
 /// one level above.
 ReplyCache::Part* ReplyCache::add(std::uint16_t depth, ModelPartId id) {
-  if (parts_.empty() != (depth == 0))
+  if (parts_.empty() != (depth == 0)) {
     return nullptr;
+  }
   std::uint32_t parent = 0;
   std::uint32_t hash = rootHash;
   if (depth != 0) {
     parent = static_cast<std::uint32_t>(parts_.size() - 1);
-    while (parts_[parent].depth >= depth)
+    while (parts_[parent].depth >= depth) {
       parent = parts_[parent].parent;
-    if (parts_[parent].depth + 1 != depth)
+    }
+    if (parts_[parent].depth + 1 != depth) {
       return nullptr;
+    }
     hash = hashBelow(parts_[parent].hash, id);
   }
   Part& part = parts_.emplace_back();
@@ -199,13 +213,15 @@ ReplyCache::Part* ReplyCache::add(std::uint16_t depth, ModelPartId id) {
 
 void ReplyCache::makeIndex() {
   std::size_t slots = 4;
-  while (slots < parts_.size() * 2)
+  while (slots < parts_.size() * 2) {
     slots *= 2;
+  }
   index_.assign(slots, noPart);
   for (std::uint32_t i = 0; i < parts_.size(); ++i) {
     std::size_t slot = parts_[i].hash & (slots - 1);
-    while (index_[slot] != noPart)
+    while (index_[slot] != noPart) {
       slot = (slot + 1) & (slots - 1);
+    }
     index_[slot] = i;
   }
 }
@@ -215,19 +231,22 @@ std::uint32_t ReplyCache::lookUp(ChainView chain) const {
   const std::size_t mask = index_.size() - 1;
   for (std::size_t slot = hash & mask; index_[slot] != noPart; slot = (slot + 1) & mask) {
     const std::uint32_t at = index_[slot];
-    if (parts_[at].hash == hash && isAt(at, chain))
+    if (parts_[at].hash == hash && isAt(at, chain)) {
       return at >= parts_.size() - told_ ? at : noPart;
+    }
   }
   return noPart;
 }
 
 bool ReplyCache::isAt(std::uint32_t part, ChainView chain) const {
-  if (parts_[part].depth != chain.size())
+  if (parts_[part].depth != chain.size()) {
     return false;
+  }
   std::uint32_t at = part;
   for (std::size_t depth = chain.size(); depth > 0; --depth) {
-    if (parts_[at].id != chain[depth - 1])
+    if (parts_[at].id != chain[depth - 1]) {
       return false;
+    }
     at = parts_[at].parent;
   }
   return true;
@@ -247,39 +266,46 @@ bool ReplyCache::childNames(const Part& part, std::vector<std::string>& names) c
 }
 
 bool ReplyCache::elementSum(const Part& part, std::uint16_t& sum) const {
-  if (part.elements == part.value)
+  if (part.elements == part.value) {
     return false;
+  }
   sum = part.elementCount;
   return true;
 }
 
 bool ReplyCache::elementNames(const Part& part, std::vector<std::string>& names) const {
-  if (part.elements == part.value)
+  if (part.elements == part.value) {
     return false;
+  }
   PayloadReader in = reader(part.elements, part.value);
-  (void)in.u16();
+  static_cast<void>(in.u16());
   return decodeNames(in, names);
 }
 
 bool ReplyCache::save(const Part& part, ModelPartIndex index, std::ostringstream& text,
                       ModelRes& result) const {
   const bool whole = index == ModelPartIndex_All;
-  if (part.value == part.end || (!whole && index >= part.elementCount))
+  if (part.value == part.end || (!whole && index >= part.elementCount)) {
     return false;
+  }
   PayloadReader in = reader(part.value, part.end);
   result = static_cast<ModelRes>(in.u16());
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     return true;
+  }
   for (unsigned i = 0; in.left() != 0; ++i) {
     const std::size_t length = in.u32();
     const std::string_view value = in.bytes(length);
-    if (!whole && i != index)
+    if (!whole && i != index) {
       continue;
-    if (whole && i != 0)
+    }
+    if (whole && i != 0) {
       text << '\n';
+    }
     text.write(value.data(), static_cast<std::streamsize>(value.size()));
-    if (!whole)
+    if (!whole) {
       break;
+    }
   }
   return true;
 }

@@ -10,8 +10,9 @@ namespace ModelSrv::internal {
 /// than appending would.
 template <typename T>
 void reserveForOne(std::vector<T>& items) {
-  if (items.size() == items.capacity())
+  if (items.size() == items.capacity()) {
     items.reserve(std::max<std::size_t>(1, items.size() * 2));
+  }
 }
 
 }  // namespace ModelSrv::internal

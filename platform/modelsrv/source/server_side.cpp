@@ -12,8 +12,9 @@ ServerSide::~ServerSide() {
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
   const EvtSrv::EvtRes result = port_.start(name, options.group);
-  if (result == EvtSrv::EvtRes_Success)
+  if (result == EvtSrv::EvtRes_Success) {
     share_->invalidator.start();
+  }
   return result;
 }
 

@@ -18,22 +18,26 @@ SessionSubscriptions::~SessionSubscriptions() {
   for (auto& [part, subscription] : subscriptions_) {
     auto& subscribers = PartAccess::subscribers(*part);
     subscribers->remove(subscription);
-    if (subscribers->isEmpty())
+    if (subscribers->isEmpty()) {
       subscribers.reset();
+    }
   }
 }
 
 ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
-  if (count_ >= maxSubscriptions)
+  if (count_ >= maxSubscriptions) {
     return ModelRes_LimitReached;
+  }
   const auto [at, isNew] = subscriptions_.try_emplace(&part, *this, part, lastSerial_ + 1);
   try {
     at->second.add(index);
-    if (isNew)
+    if (isNew) {
       subscribe(at->second);
+    }
   } catch (...) {
-    if (isNew)
+    if (isNew) {
       subscriptions_.erase(at);
+    }
     throw;
   }
   ++count_;
@@ -45,29 +49,33 @@ void SessionSubscriptions::subscribe(Subscription& subscription) {
   auto& subscribers = PartAccess::subscribers(subscription.part());
   auto made = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
   (made != nullptr ? made : subscribers)->add(subscription);
-  if (made != nullptr)
+  if (made != nullptr) {
     subscribers = std::move(made);
+  }
   ++lastSerial_;
 }
 
 ModelRes SessionSubscriptions::take(ModelPart& part, ModelPartIndex index) {
   const auto at = subscriptions_.find(&part);
-  if (at == subscriptions_.end() || !at->second.take(index))
+  if (at == subscriptions_.end() || !at->second.take(index)) {
     return ModelRes_NotSubscribed;
+  }
   --count_;
   if (at->second.isEmpty()) {
     auto& subscribers = PartAccess::subscribers(part);
     subscribers->remove(at->second);
-    if (subscribers->isEmpty())
+    if (subscribers->isEmpty()) {
       subscribers.reset();
+    }
     forget(at->second);
   }
   return ModelRes_Success;
 }
 
 void SessionSubscriptions::changed(Subscription& subscription, ModelPartIndex index) {
-  if (!markPending(subscription, index))
+  if (!markPending(subscription, index)) {
     return;
+  }
   queue_.push_back(Update{&subscription.part(), subscription.serial(), index});
   connection_.eventsPending();
 }
@@ -84,8 +92,9 @@ bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartInde
     }
     return marked;
   } catch (const std::bad_alloc&) {
-    if (marked)
+    if (marked) {
       subscription.clearPending(index);
+    }
     connection_.closeOnNextDispatch();
     return false;
   }
@@ -127,8 +136,9 @@ Subscription* SessionSubscriptions::find(const Update& update) {
 /// with what has ended; sweeping when half of it has costs each entry little.
 void SessionSubscriptions::dropStale() {
   constexpr std::size_t tolerated = 64;
-  if (stale_ <= tolerated || stale_ * 2 <= waiting())
+  if (stale_ <= tolerated || stale_ * 2 <= waiting()) {
     return;
+  }
   queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(head_));
   head_ = 0;
   std::erase_if(queue_, [this](const Update& update) { return find(update) == nullptr; });
@@ -137,8 +147,9 @@ void SessionSubscriptions::dropStale() {
 
 /// Uses the room of what has been taken again before the queue grows.
 void SessionSubscriptions::reclaim() {
-  if (queue_.size() < queue_.capacity() || head_ * 2 < queue_.size())
+  if (queue_.size() < queue_.capacity() || head_ * 2 < queue_.size()) {
     return;
+  }
   queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(head_));
   head_ = 0;
 }

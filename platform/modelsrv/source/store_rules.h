@@ -14,8 +14,9 @@ namespace ModelSrv::internal {
 
 /// Whether a client may store in a part of that status.
 inline ModelRes accessOf(ModelPartStatus status, bool flag) {
-  if (status == ModelPartStatus_ReadOnly)
+  if (status == ModelPartStatus_ReadOnly) {
     return ModelRes_ReadOnly;
+  }
   return status == ModelPartStatus_Protected && !flag ? ModelRes_Protected : ModelRes_Success;
 }
 
@@ -24,8 +25,9 @@ inline ModelRes accessOf(ModelPartStatus status, bool flag) {
 template <typename T>
 ModelRes askCheck(std::shared_ptr<const StoreCheck<T>> check, const Parsed<T>& value,
                   ModelPartIndex index) {
-  if (check == nullptr)
+  if (check == nullptr) {
     return ModelRes_Success;
+  }
   const ModelRes verdict = (*check)(T(value), index);
   return verdict < ModelRes_NotConnected ? verdict : ModelRes_Vetoed;
 }
@@ -38,24 +40,27 @@ std::shared_ptr<const StoreCheck<T>> makeCheck(StoreCheck<T> check) {
 /// Whether a value is larger than a part may hold.
 template <typename T>
 bool isTooLarge(const T& value) {
-  if constexpr (std::is_same_v<T, std::string>)
+  if constexpr (std::is_same_v<T, std::string>) {
     return value.size() > ModelValueText_Max;
-  else
+  } else {
     return false;
+  }
 }
 
 /// Has `held` take `value` later without a wish for memory.
 template <typename T>
 void reserveFor(std::vector<T>& held, std::size_t element, const Parsed<T>& value) {
-  if constexpr (std::is_same_v<T, std::string>)
+  if constexpr (std::is_same_v<T, std::string>) {
     held[element].reserve(value.size());
+  }
 }
 
 /// Cuts what a part may not hold.
 template <typename T>
 T fitted(T value) {
-  if constexpr (std::is_same_v<T, std::string>)
+  if constexpr (std::is_same_v<T, std::string>) {
     value.resize(std::min(value.size(), ModelValueText_Max));
+  }
   return value;
 }
 

@@ -18,50 +18,59 @@ std::vector<Subscription::Interest>::iterator Subscription::find(ModelPartIndex 
 
 void Subscription::add(ModelPartIndex index) {
   const auto at = find(index);
-  if (at != interests_.end() && at->index == index)
+  if (at != interests_.end() && at->index == index) {
     ++at->count;
-  else
+  } else {
     interests_.insert(at, Interest{index, 1});
+  }
 }
 
 bool Subscription::take(ModelPartIndex index) {
   const auto at = find(index);
-  if (at == interests_.end() || at->index != index)
+  if (at == interests_.end() || at->index != index) {
     return false;
-  if (--at->count == 0)
+  }
+  if (--at->count == 0) {
     interests_.erase(at);
+  }
   return true;
 }
 
 std::size_t Subscription::count() const {
   std::size_t sum = 0;
-  for (const Interest& interest : interests_)
+  for (const Interest& interest : interests_) {
     sum += interest.count;
+  }
   return sum;
 }
 
 bool Subscription::wants(ModelPartIndex index) const {
-  if (index == ModelPartIndex_All || interests_.back().index == ModelPartIndex_All)
+  if (index == ModelPartIndex_All || interests_.back().index == ModelPartIndex_All) {
     return true;
+  }
   return std::binary_search(
       interests_.begin(), interests_.end(), Interest{index, 0},
       [](const Interest& left, const Interest& right) { return left.index < right.index; });
 }
 
 bool Subscription::markPending(ModelPartIndex index) {
-  if (allPending_)
+  if (allPending_) {
     return false;
+  }
   if (index == ModelPartIndex_All) {
     allPending_ = true;
   } else {
-    if (elementsPending_.empty())
+    if (elementsPending_.empty()) {
       elementsPending_.resize((std::size_t{PartAccess::elementCount(part_)} + 63) / 64);
-    if (index / 64U >= elementsPending_.size())
+    }
+    if (index / 64U >= elementsPending_.size()) {
       return false;
+    }
     std::uint64_t& word = elementsPending_[index / 64U];
     const std::uint64_t bit = std::uint64_t{1} << (index % 64U);
-    if ((word & bit) != 0)
+    if ((word & bit) != 0) {
       return false;
+    }
     word |= bit;
   }
   ++pendingCount_;
@@ -69,16 +78,18 @@ bool Subscription::markPending(ModelPartIndex index) {
 }
 
 void Subscription::clearPending(ModelPartIndex index) {
-  if (index == ModelPartIndex_All)
+  if (index == ModelPartIndex_All) {
     allPending_ = false;
-  else
+  } else {
     elementsPending_[index / 64U] &= ~(std::uint64_t{1} << (index % 64U));
+  }
   --pendingCount_;
 }
 
 PartSubscribers::~PartSubscribers() {
-  for (Subscription* subscription : subscriptions_)
+  for (Subscription* subscription : subscriptions_) {
     subscription->owner().forget(*subscription);
+  }
 }
 
 void PartSubscribers::remove(const Subscription& subscription) {
@@ -90,9 +101,11 @@ void PartSubscribers::remove(const Subscription& subscription) {
 }
 
 void PartSubscribers::changed(ModelPartIndex index) {
-  for (Subscription* subscription : subscriptions_)
-    if (subscription->wants(index))
+  for (Subscription* subscription : subscriptions_) {
+    if (subscription->wants(index)) {
       subscription->owner().changed(*subscription, index);
+    }
+  }
 }
 
 }  // namespace ModelSrv::internal

@@ -17,8 +17,9 @@ TreeLock::TreeLock(const ModelPart& part) {
 }
 
 TreeLock::~TreeLock() {
-  if (mutex_ != nullptr)
+  if (mutex_ != nullptr) {
     mutex_->unlock();
+  }
 }
 
 }  // namespace ModelSrv::internal

@@ -20,8 +20,9 @@ ModelPart* findPart(ModelRoot& root, const std::vector<ModelPartId>& chain) {
   for (const ModelPartId id : chain) {
     const ModelNode* node = PartAccess::asNode(*part);
     part = node != nullptr ? node->findChild(id) : nullptr;
-    if (part == nullptr)
+    if (part == nullptr) {
       return nullptr;
+    }
   }
   return part;
 }
@@ -29,11 +30,14 @@ ModelPart* findPart(ModelRoot& root, const std::vector<ModelPartId>& chain) {
 template <typename Visit>
 void forChildren(ModelPart& part, Visit visit) {
   const ModelNode* node = PartAccess::asNode(part);
-  if (node == nullptr)
+  if (node == nullptr) {
     return;
-  for (const ModelPart* child : node->children())
-    if (child->id() != ModelPartId_Void)
+  }
+  for (const ModelPart* child : node->children()) {
+    if (child->id() != ModelPartId_Void) {
       visit(*child);
+    }
+  }
 }
 
 ModelRes writeChildIds(ModelPart& part, std::vector<std::uint8_t>& reply) {
@@ -50,8 +54,9 @@ ModelRes writeChildNames(ModelPart& part, std::vector<std::uint8_t>& reply) {
 
 ModelRes writeElementNames(const ModelPart& part, std::vector<std::uint8_t>& reply) {
   CountedReply names(reply);
-  for (const std::string& name : PartAccess::elementNames(part))
+  for (const std::string& name : PartAccess::elementNames(part)) {
     names.addName(name);
+  }
   return names.fits() ? ModelRes_Success : ModelRes_TooLarge;
 }
 
@@ -59,8 +64,9 @@ ModelRes writeElementNames(const ModelPart& part, std::vector<std::uint8_t>& rep
 void trim(std::string& text) {
   constexpr std::size_t kept = 64 * 1024;
   text.clear();
-  if (text.capacity() > kept)
+  if (text.capacity() > kept) {
     text.shrink_to_fit();
+  }
 }
 
 }  // namespace
@@ -76,19 +82,22 @@ std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::Pay
                                   std::vector<std::uint8_t>& reply) {
   const std::size_t before = reply.size();
   const ModelRes result = answer(operation, request, reply);
-  if (result != ModelRes_Success)
+  if (result != ModelRes_Success) {
     reply.resize(before);
+  }
   return static_cast<std::uint16_t>(result);
 }
 
 ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
                              std::vector<std::uint8_t>& reply) {
   Request& request = share_->request;
-  if (!decodeRequest(operation, payload, request))
+  if (!decodeRequest(operation, payload, request)) {
     return ModelRes_BadRequest;
+  }
   ModelPart* const part = findPart(share_->root, request.chain);
-  if (part == nullptr)
+  if (part == nullptr) {
     return ModelRes_NoSuchPart;
+  }
   switch (request.operation) {
     case Operation::childIds:
       return writeChildIds(*part, reply);
@@ -103,8 +112,9 @@ ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadR
     case Operation::save:
       return save(*part, request.index, reply);
     case Operation::load:
-      if (request.text.size() > maxStoreText)
+      if (request.text.size() > maxStoreText) {
         return ModelRes_TooLarge;
+      }
       return PartAccess::storeFromClient(*part, request.text, request.flag, request.index);
     case Operation::subscribe:
       return subscribe(*part, request.index);
@@ -121,36 +131,42 @@ ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
   ObjectLease<std::string> text(share_->text);
   text->clear();
   ModelRes result = PartAccess::appendText(part, *text, index);
-  if (result == ModelRes_Success && text->size() > ModelValueText_Max)
+  if (result == ModelRes_Success && text->size() > ModelValueText_Max) {
     result = ModelRes_TooLarge;
-  if (result == ModelRes_Success)
+  }
+  if (result == ModelRes_Success) {
     EvtSrv::internal::PayloadWriter(reply).bytes(*text);
+  }
   trim(*text);
   return result;
 }
 
 ModelRes TreeSession::prefetch(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply) {
   const EvtSrv::internal::StatusPage* page = share_->invalidator.begin();
-  if (page == nullptr)
+  if (page == nullptr) {
     return ModelRes_DoNothing;
+  }
   ObjectLease<PrefetchWriter> writer(share_->prefetch);
   writer->write(share_->root, part, std::max(parts, 1U), *page, reply);
   return ModelRes_Success;
 }
 
 ModelRes TreeSession::subscribe(ModelPart& part, ModelPartIndex index) {
-  if (!PartAccess::subscribable(part))
+  if (!PartAccess::subscribable(part)) {
     return ModelRes_NotSubscribable;
-  if (index != ModelPartIndex_All && index >= PartAccess::elementCount(part))
+  }
+  if (index != ModelPartIndex_All && index >= PartAccess::elementCount(part)) {
     return ModelRes_NoSuchIndex;
+  }
   return subscriptions_.add(part, index);
 }
 
 bool TreeSession::takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) {
   ModelPart* part = nullptr;
   ModelPartIndex index = ModelPartIndex_All;
-  if (!subscriptions_.next(part, index))
+  if (!subscriptions_.next(part, index)) {
     return false;
+  }
   type = ModelRoot::EvtTyp_Model_Update;
   encodeUpdate(*part, index, payload);
   return true;

@@ -23,15 +23,17 @@ EvtSrv::MemoryHolder makeHolder(std::span<const std::uint8_t> payload, ByteOrder
     bytes.insert(bytes.end(), payload.begin(), payload.end());
   } else {
     EvtSrv::internal::PayloadWriter writer(bytes);
-    for (PayloadReader reader(payload, order); reader.left() >= sizeof(std::uint16_t);)
+    for (PayloadReader reader(payload, order); reader.left() >= sizeof(std::uint16_t);) {
       writer.u16(reader.u16());
+    }
   }
   return EvtSrv::MemoryHolder(std::move(bytes), 1);
 }
 
 bool readUpdate(const EvtSrv::MemoryHolder& holder, Update& update) {
-  if (holder.size() == 0)
+  if (holder.size() == 0) {
     return false;
+  }
   const std::span<const std::uint8_t> bytes(holder.bytes(), holder.size());
   const ByteOrder order =
       bytes[0] == mostFirstFlag ? ByteOrder::mostFirst : EvtSrv::internal::nativeOrder;

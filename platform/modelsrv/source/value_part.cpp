@@ -27,11 +27,13 @@ T ValuePart<T>::value() const {
 
 template <typename T>
 ModelRes ValuePart<T>::setValue(T value) {
-  if (internal::isTooLarge(value))
+  if (internal::isTooLarge(value)) {
     return ModelRes_TooLarge;
+  }
   const TreeLock lock(*this);
-  if (internal::isSameValue<T>(value_, value))
+  if (internal::isSameValue<T>(value_, value)) {
     return ModelRes_Success;
+  }
   invalidateValue();
   value_ = std::move(value);
   notifySubscribers(ModelPartIndex_All);
@@ -46,8 +48,9 @@ void ValuePart<T>::setStoreCheck(StoreCheck<T> check) {
 
 template <typename T>
 ModelRes ValuePart<T>::appendText(std::string& out, ModelPartIndex index) const {
-  if (index != ModelPartIndex_All)
+  if (index != ModelPartIndex_All) {
     return ModelRes_NoSuchIndex;
+  }
   internal::appendValue<T>(out, value_);
   return ModelRes_Success;
 }
@@ -55,16 +58,20 @@ ModelRes ValuePart<T>::appendText(std::string& out, ModelPartIndex index) const 
 template <typename T>
 ModelRes ValuePart<T>::storeText(std::string_view text, bool flag, ModelPartIndex index,
                                  bool fromClient) {
-  if (index != ModelPartIndex_All)
+  if (index != ModelPartIndex_All) {
     return ModelRes_NoSuchIndex;
+  }
   ModelRes result = fromClient ? internal::accessOf(status(), flag) : ModelRes_Success;
   Parsed<T> parsed{};
-  if (result == ModelRes_Success)
+  if (result == ModelRes_Success) {
     result = internal::parseValue<T>(text, parsed);
-  if (result == ModelRes_Success && fromClient)
+  }
+  if (result == ModelRes_Success && fromClient) {
     result = internal::askCheck<T>(check_, parsed, index);
-  if (result != ModelRes_Success || internal::isSameValue<T>(value_, parsed))
+  }
+  if (result != ModelRes_Success || internal::isSameValue<T>(value_, parsed)) {
     return result;
+  }
   invalidateValue();
   value_ = parsed;
   notifySubscribers(ModelPartIndex_All);

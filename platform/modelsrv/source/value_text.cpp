@@ -17,10 +17,12 @@ bool isBlank(char c) {
 }
 
 std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && isBlank(text.front()))
+  while (!text.empty() && isBlank(text.front())) {
     text.remove_prefix(1);
-  while (!text.empty() && isBlank(text.back()))
+  }
+  while (!text.empty() && isBlank(text.back())) {
     text.remove_suffix(1);
+  }
   return text;
 }
 
@@ -32,8 +34,9 @@ bool isDigits(std::string_view text) {
 ModelRes parse(std::string_view text, bool& value) {
   const std::string_view word = trimmed(text);
   const bool isTrue = word == "true" || word == "1";
-  if (!isTrue && word != "false" && word != "0")
+  if (!isTrue && word != "false" && word != "0") {
     return ModelRes_BadText;
+  }
   value = isTrue;
   return ModelRes_Success;
 }
@@ -44,18 +47,21 @@ requires std::is_integral_v<T> ModelRes parse(std::string_view text, T& value) {
   if constexpr (std::is_unsigned_v<T>) {
     // A negative number is a number all the same, only none that fits.
     if (word.starts_with('-') && isDigits(word.substr(1))) {
-      if (word.find_first_not_of('0', 1) != std::string_view::npos)
+      if (word.find_first_not_of('0', 1) != std::string_view::npos) {
         return ModelRes_OutOfRange;
+      }
       word.remove_prefix(1);
     }
   }
   T parsed{};
   const char* const end = word.data() + word.size();
   const auto [stop, fault] = std::from_chars(word.data(), end, parsed);
-  if (fault == std::errc::invalid_argument || stop != end)
+  if (fault == std::errc::invalid_argument || stop != end) {
     return ModelRes_BadText;
-  if (fault != std::errc{})
+  }
+  if (fault != std::errc{}) {
     return ModelRes_OutOfRange;
+  }
   value = parsed;
   return ModelRes_Success;
 }
@@ -83,15 +89,17 @@ std::optional<T> parseNan(std::string_view word) {
     sign = Bits::sign;
     word.remove_prefix(1);
   }
-  if (!word.starts_with(nanOpening) || !word.ends_with(')'))
+  if (!word.starts_with(nanOpening) || !word.ends_with(')')) {
     return std::nullopt;
+  }
   word.remove_prefix(nanOpening.size());
   word.remove_suffix(1);
   typename Bits::Word fraction = 0;
   const char* const end = word.data() + word.size();
   const auto [stop, fault] = std::from_chars(word.data(), end, fraction, 16);
-  if (fault != std::errc{} || stop != end || fraction == 0 || fraction > Bits::fraction)
+  if (fault != std::errc{} || stop != end || fraction == 0 || fraction > Bits::fraction) {
     return std::nullopt;
+  }
   return std::bit_cast<T>(static_cast<typename Bits::Word>(sign | Bits::exponent | fraction));
 }
 
@@ -105,10 +113,12 @@ requires std::is_floating_point_v<T> ModelRes parse(std::string_view text, T& va
   T parsed{};
   const char* const end = word.data() + word.size();
   const auto [stop, fault] = std::from_chars(word.data(), end, parsed);
-  if (fault == std::errc::invalid_argument || stop != end)
+  if (fault == std::errc::invalid_argument || stop != end) {
     return ModelRes_BadText;
-  if (fault != std::errc{})
+  }
+  if (fault != std::errc{}) {
     return ModelRes_OutOfRange;
+  }
   value = parsed;
   return ModelRes_Success;
 }
@@ -119,11 +129,13 @@ ModelRes parse(std::string_view text, std::string_view& value) {
   if (lineFeed != std::string_view::npos && isDigits(text.substr(0, lineFeed))) {
     std::size_t count = 0;
     const auto [stop, fault] = std::from_chars(text.data(), text.data() + lineFeed, count);
-    if (fault == std::errc{} && count == text.size() - lineFeed - 1)
+    if (fault == std::errc{} && count == text.size() - lineFeed - 1) {
       bytes = text.substr(lineFeed + 1);
+    }
   }
-  if (bytes.size() > ModelValueText_Max)
+  if (bytes.size() > ModelValueText_Max) {
     return ModelRes_TooLarge;
+  }
   value = bytes;
   return ModelRes_Success;
 }

@@ -22,8 +22,9 @@ class CacheInvalidatorTest : public testing::Test {
   /// Tells of something, which then keeps `stamp_`; what was told holds from `epoch_` on.
   bool tell() {
     const EvtSrv::internal::StatusPage* page = invalidator_.begin();
-    if (page == nullptr)
+    if (page == nullptr) {
       return false;
+    }
     epoch_ = page->epoch();
     stamp_ = CacheInvalidator::stampOf(epoch_);
     return true;

@@ -41,8 +41,9 @@ void forbidSystemCalls() {
   }};
   const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
   if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-      ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
+      ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
     ::_exit(99);
+  }
 }
 
 /// Ends the process: with 0 where `change(count)` was true for each count and
@@ -52,9 +53,11 @@ template <typename Change>
   constexpr int rounds = 1000;
   forbidSystemCalls();
   const std::size_t before = test_support::allocated().count;
-  for (int i = 1; i <= rounds; ++i)
-    if (!change(i))
+  for (int i = 1; i <= rounds; ++i) {
+    if (!change(i)) {
       ::_exit(2);
+    }
+  }
   ::_exit(test_support::allocated().count == before ? 0 : 3);
 }
 
@@ -90,8 +93,9 @@ TEST_P(Change, CallsNoSystemAndAllocatesNothing) {
 }
 
 void require(bool holds) {
-  if (!holds)
+  if (!holds) {
     ::_exit(98);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -63,14 +63,24 @@ TEST_F(ClientRequestsTest, AskEachLevelExactlyOnce) {
   unsigned short sum = 0;
   std::string text;
   const std::function<void()> requests[] = {
-      [&] { (void)client_.root.getChildIdsFromServer(&client_.part.at(speedChain), ids); },
-      [&] { (void)client_.root.getChildNamesFromServer(&client_.part.at(speedChain), names); },
-      [&] { (void)client_.root.getElementSumFromServer(&client_.part.at(speedChain), sum); },
-      [&] { (void)client_.root.getElementNamesFromServer(&client_.part.at(speedChain), names); },
-      [&] { (void)client_.save(speedChain, text); },
-      [&] { (void)client_.load(speedChain, "1"); },
-      [&] { (void)client_.subscribe(speedChain); },
-      [&] { (void)client_.unsubscribe(speedChain); },
+      [&] {
+        static_cast<void>(client_.root.getChildIdsFromServer(&client_.part.at(speedChain), ids));
+      },
+      [&] {
+        static_cast<void>(
+            client_.root.getChildNamesFromServer(&client_.part.at(speedChain), names));
+      },
+      [&] {
+        static_cast<void>(client_.root.getElementSumFromServer(&client_.part.at(speedChain), sum));
+      },
+      [&] {
+        static_cast<void>(
+            client_.root.getElementNamesFromServer(&client_.part.at(speedChain), names));
+      },
+      [&] { static_cast<void>(client_.save(speedChain, text)); },
+      [&] { static_cast<void>(client_.load(speedChain, "1")); },
+      [&] { static_cast<void>(client_.subscribe(speedChain)); },
+      [&] { static_cast<void>(client_.unsubscribe(speedChain)); },
   };
   for (const auto& request : requests) {
     client_.part.idsAsked = client_.part.parentsAsked = 0;
@@ -199,10 +209,12 @@ TEST(ModelRoot, ReachesAServerInAnotherProcess) {
     close(done[1]);
     const bool serves =
         root.add(&part) == ModelRes_Success && root.startAsServer(name) == ModelRes_Success;
-    if (!serves || write(ready[1], "r", 1) != 1)
+    if (!serves || write(ready[1], "r", 1) != 1) {
       _exit(1);
-    while (part.value() != 99)
-      (void)manager.receiveEvent(-1);
+    }
+    while (part.value() != 99) {
+      static_cast<void>(manager.receiveEvent(-1));
+    }
     char byte = 0;
     (void)!read(done[0], &byte, 1);
     root.stop(true);
@@ -215,8 +227,9 @@ TEST(ModelRoot, ReachesAServerInAnotherProcess) {
   EXPECT_EQ(client.subscribe({4}), ModelRes_Success);
   EXPECT_EQ(client.load({4}, "99"), ModelRes_Success);
   EXPECT_TRUE(client.pumpUntil([&] { return !client.part.told.empty(); }));
-  for (const int end : {ready[0], ready[1], done[0], done[1]})
+  for (const int end : {ready[0], ready[1], done[0], done[1]}) {
     close(end);
+  }
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);

@@ -28,8 +28,9 @@ class ClientUpdatesTest : public testing::Test {
     };
     EXPECT_TRUE(client_.pumpUntil(marked));
     Updates updates = std::exchange(client_.root.updates, {});
-    if (!updates.empty())
+    if (!updates.empty()) {
       updates.pop_back();
+    }
     return updates;
   }
 
@@ -136,8 +137,9 @@ TEST_F(ClientUpdatesTest, EndWhereTheServersPartIsRemoved) {
 TEST_F(ClientUpdatesTest, LetTheirHandlerMakeRequests) {
   std::string seen;
   client_.root.onEvent = [&] {
-    if (!client_.root.updates.empty())
+    if (!client_.root.updates.empty()) {
       seen = client_.text(speedChain);
+    }
   };
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(server_.speed.setValue(9), ModelRes_Success);
@@ -148,8 +150,9 @@ TEST_F(ClientUpdatesTest, LetTheirHandlerMakeRequests) {
 TEST_F(ClientUpdatesTest, LetTheirHandlerStopAndConnectAgain) {
   bool restarted = false;
   client_.root.onEvent = [&] {
-    if (client_.root.updates.empty() || restarted)
+    if (client_.root.updates.empty() || restarted) {
       return;
+    }
     client_.root.stop(true);
     restarted = client_.connect(name_) == ModelRes_Success;
   };
@@ -171,16 +174,19 @@ TEST_F(ClientUpdatesTest, ForAClientThatTakesNothingStayBoundedAndTellOfTheLastV
     ASSERT_EQ(client_.subscribe({2, id}), ModelRes_Success);
   }
   subscribeMark();
-  for (std::int32_t i = 0; i < 100000; ++i)
+  for (std::int32_t i = 0; i < 100000; ++i) {
     ASSERT_EQ(parts[static_cast<std::size_t>(i) % partCount]->setValue(i), ModelRes_Success);
+  }
   const Updates updates = takeUpdates();
   EXPECT_LT(updates.size(), 20000U) << "what the pipe took, and one for each part";
   std::vector<bool> told(partCount);
-  for (const auto& [chain, index] : updates)
+  for (const auto& [chain, index] : updates) {
     told[chain[1]] = true;
+  }
   EXPECT_EQ(std::count(told.begin(), told.end(), true), partCount);
-  for (const ModelPartId id : {ModelPartId{0}, ModelPartId{partCount - 1}})
+  for (const ModelPartId id : {ModelPartId{0}, ModelPartId{partCount - 1}}) {
     EXPECT_EQ(client_.text({2, id}), std::to_string(100000 - partCount + id));
+  }
 }
 
 TEST_F(ClientUpdatesTest, OfSeveralClientsAreApart) {
@@ -200,8 +206,9 @@ class Meddler : public ModelPart {
   explicit Meddler(ModelPartId id) : ModelPart(id) {}
   ModelRes update(void* /*context*/, unsigned short /*index*/) override {
     ++told;
-    if (meddle)
+    if (meddle) {
       meddle();
+    }
     return ModelRes_Success;
   }
   int told = 0;
@@ -226,8 +233,9 @@ struct MeddledClient {
     explicit Speed(std::unique_ptr<ModelRoot>& root) : Meddler(ModelPartId_Void), root_(root) {}
     ModelPartId getId() override { return ModelPartId(speedChain[--level_]); }
     ModelPart* getParentNode() override {
-      if (level_ > 0)
+      if (level_ > 0) {
         return this;
+      }
       level_ = speedChain.size();
       return root_.get();
     }

@@ -100,22 +100,27 @@ TEST_F(ModelNodeTest, RemovesChildrenOnly) {
 TEST_F(ModelNodeTest, FindsEveryChildThroughAnyOrderOfAddingAndRemoving) {
   std::mt19937 random(3);
   std::vector<std::unique_ptr<ModelPart>> parts;
-  for (ModelPartId id = 0; id < 300; ++id)
+  for (ModelPartId id = 0; id < 300; ++id) {
     parts.push_back(std::make_unique<ModelPart>(id));
+  }
   std::vector<std::size_t> order(parts.size());
   std::iota(order.begin(), order.end(), 0);
   for (int round = 0; round < 20; ++round) {
-    if (round != 0)
+    if (round != 0) {
       std::shuffle(order.begin(), order.end(), random);
+    }
     ModelNode node(1);
-    for (const std::size_t at : order)
+    for (const std::size_t at : order) {
       ASSERT_EQ(node.add(parts[at].get()), ModelRes_Success);
+    }
     std::shuffle(order.begin(), order.end(), random);
-    for (std::size_t i = 0; i < order.size() / 2; ++i)
+    for (std::size_t i = 0; i < order.size() / 2; ++i) {
       ASSERT_EQ(node.remove(parts[order[i]].get()), ModelRes_Success);
-    for (std::size_t i = 0; i < order.size(); ++i)
+    }
+    for (std::size_t i = 0; i < order.size(); ++i) {
       EXPECT_EQ(node.findChild(static_cast<ModelPartId>(order[i])),
                 i < order.size() / 2 ? nullptr : parts[order[i]].get());
+    }
   }
 }
 

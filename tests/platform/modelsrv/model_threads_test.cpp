@@ -18,8 +18,9 @@ class Repeat {
  public:
   explicit Repeat(std::function<void()> step)
       : thread_([this, step = std::move(step)] {
-          while (running_.load())
+          while (running_.load()) {
             step();
+          }
         }) {}
   ~Repeat() {
     running_ = false;
@@ -38,16 +39,16 @@ TEST(ModelThreads, MaySetValuesWhileClientsReadAndComeAndGo) {
   Server server(name);
   std::int32_t first = 0;
   std::int32_t second = 0;
-  const Repeat speeds([&] { (void)server.speed.setValue(++first); });
+  const Repeat speeds([&] { static_cast<void>(server.speed.setValue(++first)); });
   const Repeat gains([&] {
-    (void)server.gains.setValue(static_cast<ModelPartIndex>(second % 2), second);
-    (void)server.gains.setValues({1.0 * second, 2.0 * second});
+    static_cast<void>(server.gains.setValue(static_cast<ModelPartIndex>(second % 2), second));
+    static_cast<void>(server.gains.setValues({1.0 * second, 2.0 * second}));
     ++second;
   });
   const Repeat reads([&] {
-    (void)server.speed.value();
-    (void)server.gains.values();
-    (void)server.speed.findRoot();
+    static_cast<void>(server.speed.value());
+    static_cast<void>(server.gains.values());
+    static_cast<void>(server.speed.findRoot());
   });
   for (int round = 0; round < 20; ++round) {
     Client client;
@@ -71,17 +72,17 @@ TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsAsk) {
   Client client;
   ASSERT_EQ(client.connect(name), ModelRes_Success);
   const Repeat moves([&] {
-    (void)server.root.add(&node);
+    static_cast<void>(server.root.add(&node));
     {
       ValuePart<std::int32_t> brief(3, "brief", 1);
-      (void)server.drive.add(&brief);
-      (void)brief.setValue(2);
+      static_cast<void>(server.drive.add(&brief));
+      static_cast<void>(brief.setValue(2));
     }
-    (void)server.root.remove(&node);
+    static_cast<void>(server.root.remove(&node));
   });
-  const Repeat looks([&] { (void)server.speed.findRoot(); });
+  const Repeat looks([&] { static_cast<void>(server.speed.findRoot()); });
   std::int32_t value = 0;
-  const Repeat sets([&] { (void)server.speed.setValue(++value); });
+  const Repeat sets([&] { static_cast<void>(server.speed.setValue(++value)); });
   std::string text;
   for (int i = 0; i < 500; ++i) {
     const ModelRes result = client.save({2, 1}, text);
@@ -105,11 +106,12 @@ TEST(ModelThreads, MaySetAPartWhileItIsTakenOutOfTheTree) {
     ASSERT_EQ(server.root.add(&node), ModelRes_Success);
     std::atomic<std::int32_t> stored{0};
     const Repeat sets([&] {
-      (void)inside.setValue(stored + 1);
+      static_cast<void>(inside.setValue(stored + 1));
       ++stored;
     });
-    while (stored.load() == 0)
+    while (stored.load() == 0) {
       std::this_thread::yield();
+    }
     ASSERT_EQ(server.root.remove(&node), ModelRes_Success);
   }
 }
@@ -130,16 +132,18 @@ TEST(ModelThreads, MaySetAPartThatAClientWasToldOfWhileItIsTakenOut) {
     ASSERT_EQ(server.root.add(&node), ModelRes_Success);
     std::atomic<std::int32_t> stored{0};
     const Repeat sets([&] {
-      (void)parts.front()->setValue(stored + 1);
-      (void)parts.front()->findRoot();
+      static_cast<void>(parts.front()->setValue(stored + 1));
+      static_cast<void>(parts.front()->findRoot());
       ++stored;
       // Most of the time it holds no mutex and waits for none.
       std::this_thread::yield();
     });
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 5; ++i) {
       EXPECT_NE(client.text({2, 0}), "?");
-    while (stored.load() == 0)
+    }
+    while (stored.load() == 0) {
       std::this_thread::yield();
+    }
     ASSERT_EQ(server.root.remove(&node), ModelRes_Success);
   }
 }
@@ -155,8 +159,9 @@ TEST(ModelThreads, MayDestroyAPartWhileItIsTakenOutOfTheTree) {
       started = true;
       part.reset();
     });
-    while (!started)
+    while (!started) {
       std::this_thread::yield();
+    }
     const ModelRes result = server.drive.remove(going);
     EXPECT_TRUE(result == ModelRes_Success || result == ModelRes_NoSuchPart) << result;
     destroys.join();
@@ -178,8 +183,9 @@ TEST(ModelThreads, OfAClientMayRequestWhileAnotherTakesEvents) {
     ASSERT_EQ(client.load(speedChain, std::to_string(i)), ModelRes_Success);
     ASSERT_EQ(client.text(speedChain), std::to_string(i));
   }
-  while (events.load() < 2)
+  while (events.load() < 2) {
     std::this_thread::yield();
+  }
 }
 
 }  // namespace

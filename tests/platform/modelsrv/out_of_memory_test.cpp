@@ -39,8 +39,9 @@ bool runShortOfMemory(int refused, const std::function<void()>& operation) {
 /// until it says that nothing was.
 void forEachAllocation(const std::function<bool(int refused)>& attempt) {
   int refused = 0;
-  while (attempt(refused) && !testing::Test::HasFailure())
+  while (attempt(refused) && !testing::Test::HasFailure()) {
     ++refused;
+  }
   EXPECT_GT(refused, 0) << "nothing was allocated";
 }
 
@@ -75,7 +76,7 @@ TEST(OutOfMemory, IsAResultOfWhatAClientAsks) {
       Server server(name);
       Client client;
       EXPECT_EQ(client.connect(name), ModelRes_Success);
-      (void)client.part.at(gainsChain);
+      static_cast<void>(client.part.at(gainsChain));
       ModelRes result = ModelRes_Success;
       const bool wasRefused = runShortOfMemory(refused, [&] { result = question(client); });
       const bool failed = wasRefused && result != ModelRes_Success;
@@ -98,7 +99,7 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
     Client client;
     EXPECT_EQ(client.connect(name), ModelRes_Success);
     client.pumpAll();
-    (void)client.part.at(speedChain);
+    static_cast<void>(client.part.at(speedChain));
     ModelRes result = ModelRes_Success;
     const bool wasRefused = runShortOfMemory(
         refused, [&] { result = client.part.subscribeToServer(&client.root, 0, nullptr, all); });
@@ -111,8 +112,9 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
     const bool subscribed = result == ModelRes_Success;
     // The end of a connection is noticed between the exchanges on the next one.
     constexpr int timeout = 1000;
-    for (int i = 0; !subscribed && hasSubscribers(server) && i < timeout; ++i)
+    for (int i = 0; !subscribed && hasSubscribers(server) && i < timeout; ++i) {
       EXPECT_EQ(client.text(labelChain, all), "two words");
+    }
     EXPECT_EQ(hasSubscribers(server), subscribed);
     EXPECT_EQ(client.root.updates.size(), subscribed ? 1U : 0U);
     EXPECT_EQ(client.unsubscribe(speedChain),
@@ -137,8 +139,9 @@ TEST(OutOfMemory, LeavesNothingOfAConnectionThatWasNotMade) {
     if (failed) {
       // The server sees that the client has gone between what the other one stores.
       constexpr int timeout = 1000;
-      for (int i = 0; test_support::openDescriptors() != before && i < timeout; ++i)
+      for (int i = 0; test_support::openDescriptors() != before && i < timeout; ++i) {
         EXPECT_EQ(other.load(speedChain, "42"), ModelRes_Success);
+      }
       EXPECT_EQ(test_support::openDescriptors(), before);
     }
     EXPECT_EQ(client.connect(name), ModelRes_Success);
@@ -156,7 +159,7 @@ TEST(OutOfMemory, DoesNotKeepAClientFromConnectingAgain) {
     EXPECT_EQ(client.subscribe(speedChain), ModelRes_Success);
     server.reset();
     server = std::make_unique<Server>(name);
-    (void)client.part.at(gainsChain);
+    static_cast<void>(client.part.at(gainsChain));
     ModelRes result = ModelRes_Success;
     std::vector<unsigned short> ids;
     const bool wasRefused = runShortOfMemory(
@@ -180,7 +183,7 @@ class Acceptance {
   Acceptance() {
     server.pump.reset();
     thread_ = std::thread([this] {
-      (void)client_.connect(name);
+      static_cast<void>(client_.connect(name));
       tried = true;
       server.manager.wake();
     });
@@ -204,8 +207,9 @@ TEST(OutOfMemory, OfAServerThatAcceptsAClientKeepsNobodyElseOut) {
   forEachAllocation([&acceptances](int refused) {
     Acceptance& one = *acceptances.emplace_back(std::make_unique<Acceptance>());
     const bool wasRefused = runShortOfMemory(refused, [&one] {
-      while (!one.tried && allocationsLeft() >= 0)
-        (void)one.server.manager.receiveEvent(1);
+      while (!one.tried && allocationsLeft() >= 0) {
+        static_cast<void>(one.server.manager.receiveEvent(1));
+      }
     });
     one.server.pump.emplace(one.server.manager);
     Client second;
@@ -249,8 +253,9 @@ class OutOfMemoryOfTheServer : public testing::Test {
     std::size_t taken = 0;
     ModelPart* part = nullptr;
     ModelPartIndex index = 0;
-    while (session.next(part, index))
+    while (session.next(part, index)) {
       ++taken;
+    }
     return taken;
   }
 

@@ -27,8 +27,9 @@ class ProxyPart : public ModelSrv::ModelPart {
 
   ModelSrv::ModelPartId getId() override {
     ++idsAsked;
-    if (path_.empty())
+    if (path_.empty()) {
       return 0;
+    }
     const ModelSrv::ModelPartId id = path_.back();
     path_.pop_back();
     return id;

@@ -51,8 +51,9 @@ void spoilConnections() {
     const std::string target = std::filesystem::read_symlink(entry, gone).string();
     const int number = std::stoi(entry.path().filename().string());
     if (gone || target.find(".req") == std::string::npos ||
-        (::fcntl(number, F_GETFL) & O_ACCMODE) != O_WRONLY)
+        (::fcntl(number, F_GETFL) & O_ACCMODE) != O_WRONLY) {
       continue;
+    }
     const std::string garbage(64, '\xff');
     ASSERT_EQ(::write(number, garbage.data(), garbage.size()),
               static_cast<ssize_t>(garbage.size()));
@@ -160,8 +161,9 @@ TEST_F(ReconnectionTest, IsNotTriedWithAServerThatHangsAndFurtherRequestsFailAtO
   std::string text;
   EXPECT_EQ(client_.save(speedChain, text), ModelRes_Timeout);
   const auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < 100; ++i)
+  for (int i = 0; i < 100; ++i) {
     EXPECT_EQ(client_.save(speedChain, text), ModelRes_Timeout);
+  }
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Timeout) << "kept: it may still come";
   server_->pump.emplace(server_->manager);

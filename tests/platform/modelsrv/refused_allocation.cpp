@@ -15,10 +15,12 @@ int& allocationsLeft() {
 void* operator new(std::size_t size) {
   int& left = modelsrv_tests::allocationsLeft();
   const bool isRefused = left == 0;
-  if (left >= 0)
+  if (left >= 0) {
     --left;
-  if (void* const memory = isRefused ? nullptr : std::malloc(size > 0 ? size : 1))
+  }
+  if (void* const memory = isRefused ? nullptr : std::malloc(size > 0 ? size : 1)) {
     return memory;
+  }
   throw std::bad_alloc();
 }
 

@@ -33,8 +33,9 @@ PayloadReader reader(const Bytes& bytes, ByteOrder order = nativeOrder) {
 Bytes namesReply(const Names& names) {
   Bytes bytes;
   CountedReply reply(bytes);
-  for (const std::string& name : names)
+  for (const std::string& name : names) {
     reply.addName(name);
+  }
   EXPECT_TRUE(reply.fits());
   return bytes;
 }
@@ -43,8 +44,9 @@ TEST(Replies, CarryIds) {
   for (const Ids& written : {Ids{}, Ids{0}, Ids{3, 1, 65533}, Ids(65534, 7)}) {
     Bytes bytes;
     CountedReply reply(bytes);
-    for (const ModelPartId id : written)
+    for (const ModelPartId id : written) {
       reply.addId(id);
+    }
     Ids read{99};
     ASSERT_TRUE(decodeIds(reader(bytes), read));
     EXPECT_EQ(read, written);
@@ -139,8 +141,10 @@ TEST(Replies, CarryOnlyResultsThatAServerGives) {
   EXPECT_EQ(decodeResult(0), ModelRes_Success);
   EXPECT_EQ(decodeResult(9), ModelRes_Vetoed);
   EXPECT_EQ(decodeResult(16), ModelRes_BadArgument);
-  for (const std::uint16_t code : std::initializer_list<std::uint16_t>{17, 63, 64, 65, 1000, 65535})
+  for (const std::uint16_t code :
+       std::initializer_list<std::uint16_t>{17, 63, 64, 65, 1000, 65535}) {
     EXPECT_EQ(decodeResult(code), ModelRes_Protocol) << code;
+  }
 }
 
 TEST(PortResults, HaveTheirModelResults) {
@@ -165,13 +169,15 @@ TEST(PortResults, HaveTheirModelResults) {
       {EvtRes_Busy, ModelRes_Busy},
       {static_cast<EvtRes>(999), ModelRes_SystemError},
   };
-  for (const auto& c : cases)
+  for (const auto& c : cases) {
     EXPECT_EQ(fromPort(c.port), c.model) << c.port;
+  }
 }
 
 TEST(ModelResults, AreDescribed) {
-  for (const unsigned number : {0U, 1U, 16U, 64U, 73U})
+  for (const unsigned number : {0U, 1U, 16U, 64U, 73U}) {
     EXPECT_STRNE(describe(static_cast<ModelRes>(number)), "unknown result");
+  }
   EXPECT_STREQ(describe(static_cast<ModelRes>(40)), "unknown result");
 }
 
@@ -213,8 +219,9 @@ TEST(Updates, OfTheRootHaveAnEmptyChain) {
 TEST(Updates, AreRefusedWithoutAnEndWithinTheDepthLimit) {
   Bytes bytes;
   EvtSrv::internal::PayloadWriter writer(bytes);
-  for (std::size_t i = 0; i <= ModelDepth_Max; ++i)
+  for (std::size_t i = 0; i <= ModelDepth_Max; ++i) {
     writer.u16(1);
+  }
   writer.u16(ModelPartIndex_Void);
   writer.u16(0);
   Update update;

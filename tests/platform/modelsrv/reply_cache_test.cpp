@@ -36,10 +36,12 @@ class ReplyCacheTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(page_.open(), EvtSrv::EvtRes_Success);
-    for (ModelPart* part : std::initializer_list<ModelPart*>{&b_, &a_, &long_, &silent_})
+    for (ModelPart* part : std::initializer_list<ModelPart*>{&b_, &a_, &long_, &silent_}) {
       ASSERT_EQ(root_.add(part), ModelRes_Success);
-    for (ModelPart* part : std::initializer_list<ModelPart*>{&x_, &y_})
+    }
+    for (ModelPart* part : std::initializer_list<ModelPart*>{&x_, &y_}) {
       ASSERT_EQ(b_.add(part), ModelRes_Success);
+    }
   }
 
   Bytes prefetch(ModelPart& part, unsigned parts) {
@@ -57,8 +59,9 @@ class ReplyCacheTest : public testing::Test {
     const ReplyCache::Part* part = cache_.find(chain, Wanted::value);
     std::ostringstream text;
     ModelRes result = ModelRes_Success;
-    if (part == nullptr || !cache_.save(*part, index, text, result))
+    if (part == nullptr || !cache_.save(*part, index, text, result)) {
       return "?";
+    }
     return result == ModelRes_Success ? text.str() : describe(result);
   }
 
@@ -128,9 +131,9 @@ TEST_F(ReplyCacheTest, AreAskedForInNumbersThatGrowWithTheirUse) {
   EXPECT_EQ(cache_.partsToPrefetch(), 1);
   ASSERT_NE(take({}, prefetch(root_, 6)), nullptr);
   EXPECT_EQ(cache_.partsToPrefetch(), 4);
-  (void)cache_.find(Chain{5}, Wanted::value);
-  (void)cache_.find(Chain{5}, Wanted::value);
-  (void)cache_.find(Chain{3}, Wanted::value);
+  static_cast<void>(cache_.find(Chain{5}, Wanted::value));
+  static_cast<void>(cache_.find(Chain{5}, Wanted::value));
+  static_cast<void>(cache_.find(Chain{3}, Wanted::value));
   EXPECT_EQ(cache_.partsToPrefetch(), 12);
 }
 
@@ -174,10 +177,11 @@ TEST_F(ReplyCacheTest, HoldNothingWhereThePageCannotBeSeen) {
 TEST_F(ReplyCacheTest, RefuseAReplyThatIsCutAnywhereInAPart) {
   const Bytes whole = prefetch(root_, 100);
   const Bytes one = prefetch(root_, 1);
-  for (std::size_t size = 0; size < one.size(); ++size)
+  for (std::size_t size = 0; size < one.size(); ++size) {
     EXPECT_EQ(take({}, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))),
               nullptr)
         << size;
+  }
   EXPECT_NE(take({}, one), nullptr);
 }
 
@@ -194,8 +198,9 @@ TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
   const Bytes part(reply.begin() + start, reply.end());
   const auto repeated = [&](std::size_t times) {
     Bytes bytes(reply.begin(), reply.begin() + start);
-    for (std::size_t i = 0; i < times; ++i)
+    for (std::size_t i = 0; i < times; ++i) {
       bytes.insert(bytes.end(), part.begin(), part.end());
+    }
     return bytes;
   };
   EXPECT_NE(take({5, 2}, repeated(4096)), nullptr);
@@ -285,15 +290,16 @@ class PrefetchWriterTest : public testing::Test {
 
   /// Whether the prefetch tells the first text, and not only of its part.
   bool tellsTheFirst(std::size_t textSize) {
-    (void)prefetchReplyOf(textSize);
+    static_cast<void>(prefetchReplyOf(textSize));
     const ReplyCache::Part* part = cache_.find(Chain{0}, Wanted::value);
     std::uint16_t sum = 1;
     EXPECT_TRUE(part != nullptr && cache_.elementSum(*part, sum));
     EXPECT_EQ(sum, 0);
     std::ostringstream text;
     ModelRes result = ModelRes_NoValue;
-    if (part == nullptr || !cache_.save(*part, ModelPartIndex_All, text, result))
+    if (part == nullptr || !cache_.save(*part, ModelPartIndex_All, text, result)) {
       return false;
+    }
     EXPECT_EQ(result, ModelRes_Success);
     EXPECT_EQ(text.view(), std::string(textSize, 'v'));
     return true;

@@ -73,8 +73,9 @@ TEST(Requests, AreRefusedWhereverTheyAreCut) {
 
 TEST(Requests, AreRefusedWithBytesBehindThem) {
   for (const Request& written : examples) {
-    if (written.operation == Operation::load)
+    if (written.operation == Operation::load) {
       continue;
+    }
     Bytes bytes;
     encodeRequest(written.view(), bytes);
     bytes.push_back(0);
@@ -107,8 +108,9 @@ TEST(Requests, AreRefusedForUnknownOperationsAndFlags) {
   Bytes bytes;
   encodeRequest(Request{Operation::childIds, {}}.view(), bytes);
   Request read;
-  for (const std::uint16_t operation : std::initializer_list<std::uint16_t>{0, 9, 255, 65535})
+  for (const std::uint16_t operation : std::initializer_list<std::uint16_t>{0, 9, 255, 65535}) {
     EXPECT_FALSE(decode(operation, bytes, read));
+  }
   bytes.clear();
   encodeRequest(Request{Operation::load, {}, 0, true, {}}.view(), bytes);
   EXPECT_TRUE(decode(6, bytes, read));
@@ -129,8 +131,9 @@ TEST(Requests, OfRandomBytesAreReadOrRefused) {
   std::size_t read = 0;
   for (int round = 0; round < 50000; ++round) {
     Bytes bytes(random() % 24);
-    for (std::uint8_t& byte : bytes)
+    for (std::uint8_t& byte : bytes) {
       byte = static_cast<std::uint8_t>(random() % 4);
+    }
     Request request;
     if (decode(static_cast<std::uint16_t>(random() % 10), bytes, request,
                ByteOrder(random() % 2))) {

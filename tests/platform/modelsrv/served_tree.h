@@ -30,8 +30,9 @@ class Pump {
  public:
   explicit Pump(EvtSrv::EventPortManager& manager)
       : manager_(manager), thread_([this] {
-          while (running_.load())
-            (void)manager_.receiveEvent(-1);
+          while (running_.load()) {
+            static_cast<void>(manager_.receiveEvent(-1));
+          }
         }) {}
   ~Pump() {
     running_ = false;
@@ -52,8 +53,9 @@ class Server {
  public:
   explicit Server(const std::string& name) {
     for (ModelSrv::ModelPart* part : std::initializer_list<ModelSrv::ModelPart*>{
-             &speed, &label, &gains, &serial, &offset, &secret, &unnamed})
+             &speed, &label, &gains, &serial, &offset, &secret, &unnamed}) {
       EXPECT_EQ(drive.add(part), ModelSrv::ModelRes_Success);
+    }
     EXPECT_EQ(root.add(&drive), ModelSrv::ModelRes_Success);
     secret.setSubscribable(false);
     EXPECT_EQ(root.startAsServer(name), ModelSrv::ModelRes_Success);
@@ -89,10 +91,12 @@ class ClientRoot : public ModelSrv::ModelRoot {
     senders.emplace_back(sender);
     types.push_back(type);
     ModelSrv::internal::Update update;
-    if (type == EvtTyp_Model_Update && ModelSrv::internal::readUpdate(*data, update))
+    if (type == EvtTyp_Model_Update && ModelSrv::internal::readUpdate(*data, update)) {
       updates.emplace_back(update.chain, update.index);
-    if (onEvent)
+    }
+    if (onEvent) {
       onEvent();
+    }
     return ModelRoot::receiveModelEvent(sender, type, data, reply);
   }
 
@@ -142,9 +146,11 @@ class Client {
   /// Dispatches events until `done`; false where they end before.
   bool pumpUntil(const std::function<bool()>& done) {
     constexpr int timeout = 20000;
-    while (!done())
-      if (manager.receiveEvent(timeout) != EvtSrv::EvtRes_Success)
+    while (!done()) {
+      if (manager.receiveEvent(timeout) != EvtSrv::EvtRes_Success) {
         return false;
+      }
+    }
     return true;
   }
 

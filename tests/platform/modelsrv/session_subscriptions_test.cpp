@@ -34,8 +34,9 @@ class SessionSubscriptionsTest : public testing::Test {
     Updates updates;
     ModelPart* part = nullptr;
     ModelPartIndex index = 0;
-    while (session_.next(part, index))
+    while (session_.next(part, index)) {
       updates.emplace_back(part, index);
+    }
     EXPECT_EQ(session_.pendingCount(), 0U);
     return updates;
   }
@@ -139,8 +140,9 @@ TEST_F(SessionSubscriptionsTest, AreTakenBackByIndex) {
 }
 
 TEST_F(SessionSubscriptionsTest, HaveALimit) {
-  for (std::size_t i = 0; i < maxSubscriptions; ++i)
+  for (std::size_t i = 0; i < maxSubscriptions; ++i) {
     ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
+  }
   EXPECT_EQ(session_.add(speed_, all), ModelRes_LimitReached);
   EXPECT_EQ(session_.add(level_, all), ModelRes_LimitReached);
   EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);

@@ -118,9 +118,11 @@ TEST_F(TreeSessionTest, TellsOfElements) {
 
 TEST_F(TreeSessionTest, FindsNoPartWhereTheChainLeadsNowhere) {
   for (const Chain& chain : {Chain{1}, Chain{3, 1}, Chain{3, 9, 1}, Chain{65535}, Chain{3, 65535},
-                             Chain{65534}, Chain(4096, 3)})
-    for (std::uint16_t operation = 1; operation <= 8; ++operation)
+                             Chain{65534}, Chain(4096, 3)}) {
+    for (std::uint16_t operation = 1; operation <= 8; ++operation) {
       EXPECT_EQ(ask({static_cast<Operation>(operation), chain}), ModelRes_NoSuchPart);
+    }
+  }
 }
 
 TEST_F(TreeSessionTest, SavesAndLoads) {
@@ -218,8 +220,9 @@ class InterruptedPart final : public ModelPart {
   [[nodiscard]] bool isCacheable() const override { return true; }
   ModelRes appendText(std::string& out, ModelPartIndex /*index*/) const override {
     out += "mine";
-    if (const auto now = std::exchange(meanwhile, nullptr))
+    if (const auto now = std::exchange(meanwhile, nullptr)) {
       now();
+    }
     return ModelRes_Success;
   }
 };

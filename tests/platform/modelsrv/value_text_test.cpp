@@ -119,8 +119,9 @@ TYPED_TEST(IntegerText, WritesWhatReadsBack) {
   using Limits = std::numeric_limits<TypeParam>;
   std::mt19937_64 random(7);
   std::vector<TypeParam> values{Limits::min(), Limits::max(), 0, 1};
-  for (int i = 0; i < 500; ++i)
+  for (int i = 0; i < 500; ++i) {
     values.push_back(static_cast<TypeParam>(random()));
+  }
   for (const TypeParam value : values) {
     EXPECT_EQ(textOf(value), std::to_string(value));
     EXPECT_EQ(read<TypeParam>(textOf(value)), value);
@@ -266,8 +267,9 @@ TEST(LineSplitter, HandsOutOneLineMoreThanThereAreLineFeeds) {
   for (const auto& c : cases) {
     EXPECT_EQ(LineSplitter::count(c.text), c.lines.size());
     LineSplitter splitter(c.text);
-    for (const std::string& line : c.lines)
+    for (const std::string& line : c.lines) {
       EXPECT_EQ(splitter.next(), line);
+    }
   }
 }
 
