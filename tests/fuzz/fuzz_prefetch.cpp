@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "evtsrv/source/system.h"
-#include "modelsrv/source/reply_cache.h"
+#include "modelsrv/source/cache/reply_cache.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {

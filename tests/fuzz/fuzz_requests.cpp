@@ -18,7 +18,7 @@
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/replies.h"
-#include "modelsrv/source/reply_cache.h"
+#include "modelsrv/source/cache/reply_cache.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/tree_session.h"
 #include "modelsrv/value_parts.h"

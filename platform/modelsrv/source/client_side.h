@@ -11,7 +11,7 @@
 #include "modelsrv/source/client_subscriptions.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/replies.h"
-#include "modelsrv/source/reply_cache.h"
+#include "modelsrv/source/cache/reply_cache.h"
 #include "modelsrv/source/requests.h"
 
 namespace ModelSrv::internal {

@@ -142,7 +142,7 @@ ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
 }
 
 ModelRes TreeSession::prefetch(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply) {
-  const EvtSrv::internal::StatusPage* page = share_->invalidator.begin();
+  const StatusPage* page = share_->invalidator.begin();
   if (page == nullptr) {
     return ModelRes_DoNothing;
   }

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "evtsrv/source/port_server.h"
-#include "modelsrv/source/cache_invalidator.h"
-#include "modelsrv/source/prefetch_writer.h"
+#include "modelsrv/source/cache/cache_invalidator.h"
+#include "modelsrv/source/cache/prefetch_writer.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/session_subscriptions.h"
 

@@ -1,4 +1,4 @@
-#include "modelsrv/source/cache_invalidator.h"
+#include "modelsrv/source/cache/cache_invalidator.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,10 @@
 namespace {
 
 using ModelSrv::internal::CacheInvalidator;
+using ModelSrv::internal::StatusPage;
+using ModelSrv::internal::StatusPageReader;
 
-constexpr std::uint64_t epochsPerStructure = std::uint64_t{1} << EvtSrv::internal::structureShift;
+constexpr std::uint64_t epochsPerStructure = std::uint64_t{1} << ModelSrv::internal::structureShift;
 
 class CacheInvalidatorTest : public testing::Test {
  protected:
@@ -21,7 +23,7 @@ class CacheInvalidatorTest : public testing::Test {
 
   /// Tells of something, which then keeps `stamp_`; what was told holds from `epoch_` on.
   bool tell() {
-    const EvtSrv::internal::StatusPage* page = invalidator_.begin();
+    const StatusPage* page = invalidator_.begin();
     if (page == nullptr) {
       return false;
     }
@@ -35,7 +37,7 @@ class CacheInvalidatorTest : public testing::Test {
 
   EvtSrv::internal::PosixSystem system_;
   CacheInvalidator invalidator_{system_};
-  EvtSrv::internal::StatusPageReader view_{system_};
+  StatusPageReader view_{system_};
   std::uint64_t epoch_ = 0;
   std::uint32_t stamp_ = 0;
 };

@@ -1,4 +1,4 @@
-#include "modelsrv/source/reply_cache.h"
+#include "modelsrv/source/cache/reply_cache.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/prefetch_writer.h"
+#include "modelsrv/source/cache/prefetch_writer.h"
 #include "modelsrv/value_parts.h"
 
 namespace {
@@ -18,7 +18,6 @@ namespace {
 using namespace ModelSrv;
 using namespace ModelSrv::internal;
 using EvtSrv::internal::nativeOrder;
-using EvtSrv::internal::StatusPage;
 
 using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;

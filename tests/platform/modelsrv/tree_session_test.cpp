@@ -11,7 +11,7 @@
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/replies.h"
-#include "modelsrv/source/reply_cache.h"
+#include "modelsrv/source/cache/reply_cache.h"
 #include "modelsrv/value_parts.h"
 #include "tests/platform/modelsrv/fake_connection.h"
 #include "tests/platform/modelsrv/foreign_bytes.h"

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "evtsrv/source/status_page.h"
+#include "modelsrv/source/cache/status_page.h"
 
 namespace ModelSrv::internal {
 
@@ -24,7 +24,7 @@ class CacheInvalidator {
 
   /// Something is going to be told: gives the page that it counts by, null where
   /// there is none.
-  const EvtSrv::internal::StatusPage* begin();
+  const StatusPage* begin();
 
   /// To be called before the change of the value of a part that was told of with
   /// `stamp`.
@@ -42,7 +42,7 @@ class CacheInvalidator {
   static std::uint32_t stampOf(std::uint64_t epoch);
 
  private:
-  EvtSrv::internal::StatusPage page_;
+  StatusPage page_;
   bool cachedInEpoch_ = false;      ///< anything in this epoch
   bool cachedInStructure_ = false;  ///< anything in this era
 };

@@ -1,4 +1,4 @@
-#include "evtsrv/source/status_page.h"
+#include "modelsrv/source/cache/status_page.h"
 
 #include <fcntl.h>
 #include <linux/futex.h>
@@ -7,7 +7,11 @@
 #include <atomic>
 #include <new>
 
-namespace EvtSrv::internal {
+namespace ModelSrv::internal {
+
+using EvtSrv::EvtRes;
+using EvtSrv::internal::FileDescriptor;
+using EvtSrv::internal::resultOf;
 
 /// What lies in the page. The counters are written by the server alone, under its
 /// lock; the owner's word by the C library and the kernel.
@@ -95,7 +99,7 @@ void StatusPage::close() {
 
 EvtRes StatusPage::open() {
   const EvtRes result = make();
-  if (result != EvtRes_Success) {
+  if (result != EvtSrv::EvtRes_Success) {
     descriptor_.reset();
   }
   return result;
@@ -121,7 +125,7 @@ EvtRes StatusPage::make() {
   if (!holdOwner()) {
     system_.unmap(content_, pageSize);
     content_ = nullptr;
-    return EvtRes_SystemError;
+    return EvtSrv::EvtRes_SystemError;
   }
   handle.process = system_.processId();
   handle.descriptor = static_cast<std::uint32_t>(descriptor_.number());
@@ -129,7 +133,7 @@ EvtRes StatusPage::make() {
   content_->id = handle.id;
   content_->open.store(1, std::memory_order_release);
   advance();
-  return EvtRes_Success;
+  return EvtSrv::EvtRes_Success;
 }
 
 bool StatusPage::holdOwner() {
@@ -206,4 +210,4 @@ bool StatusPageReader::isServerAlive() const {
          hasLivingOwner(*content_);
 }
 
-}  // namespace EvtSrv::internal
+}  // namespace ModelSrv::internal

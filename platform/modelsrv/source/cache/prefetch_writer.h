@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "evtsrv/source/status_page.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/source/cache/status_page.h"
 
 namespace ModelSrv::internal {
 
@@ -30,8 +30,8 @@ class PrefetchWriter {
  public:
   /// Appends to `reply` where the page lies and its epoch, then `part` and up to
   /// `parts` - 1 others below `root`. `part` hangs below `root` or is it.
-  void write(ModelRoot& root, ModelPart& part, unsigned parts,
-             const EvtSrv::internal::StatusPage& page, std::vector<std::uint8_t>& reply);
+  void write(ModelRoot& root, ModelPart& part, unsigned parts, const StatusPage& page,
+             std::vector<std::uint8_t>& reply);
 
  private:
   /// A node and which of its children comes next.

@@ -1,4 +1,4 @@
-#include "evtsrv/source/status_page.h"
+#include "modelsrv/source/cache/status_page.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,18 +14,21 @@
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 
-namespace EvtSrv::internal {
+namespace ModelSrv::internal {
 namespace {
+
+using EvtSrv::internal::forkChild;
+using EvtSrv::internal::openDescriptors;
 
 class StatusPageTest : public testing::Test {
  protected:
-  void SetUp() override { ASSERT_EQ(page_->open(), EvtRes_Success); }
+  void SetUp() override { ASSERT_EQ(page_->open(), EvtSrv::EvtRes_Success); }
 
   std::string pathOfPage() const {
     return "/proc/self/fd/" + std::to_string(page_->handle().descriptor);
   }
 
-  PosixSystem system_;
+  EvtSrv::internal::PosixSystem system_;
   std::unique_ptr<StatusPage> page_ = std::make_unique<StatusPage>(system_);
   StatusPageReader view_{system_};
 };
@@ -64,14 +67,14 @@ TEST_F(StatusPageTest, ShowsNothingOnceItIsClosed) {
 
 TEST_F(StatusPageTest, ShowsNothingAfterTheThreadThatOpenedIt) {
   auto page = std::make_unique<StatusPage>(system_);
-  std::thread([&page] { ASSERT_EQ(page->open(), EvtRes_Success); }).join();
+  std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
   ASSERT_TRUE(view_.open(page->handle()));
   EXPECT_FALSE(view_.isServerAlive());
   EXPECT_FALSE(view_.isCurrent(page->epoch()));
   // Another thread's robust mutexes are as they were.
   page.reset();
   StatusPage next(system_);
-  EXPECT_EQ(next.open(), EvtRes_Success);
+  EXPECT_EQ(next.open(), EvtSrv::EvtRes_Success);
 }
 
 TEST_F(StatusPageTest, IsClosedByAnotherThreadAsWell) {
@@ -80,7 +83,7 @@ TEST_F(StatusPageTest, IsClosedByAnotherThreadAsWell) {
   std::thread([this] { page_.reset(); }).join();
   EXPECT_FALSE(view_.isCurrent(epoch));
   StatusPage next(system_);
-  EXPECT_EQ(next.open(), EvtRes_Success);
+  EXPECT_EQ(next.open(), EvtSrv::EvtRes_Success);
 }
 
 TEST_F(StatusPageTest, NeverGoesBackWhateverAForkedChildDoes) {
@@ -165,7 +168,7 @@ TEST_F(StatusPageTest, ShowsTheDeathOfItsMakerBeforeItsParentLearnsOfIt) {
   const pid_t child = forkChild();
   if (child == 0) {
     StatusPage page(system_);
-    if (page.open() != EvtRes_Success ||
+    if (page.open() != EvtSrv::EvtRes_Success ||
         ::write(ends[1], &page.handle(), sizeof(StatusPageHandle)) != sizeof(StatusPageHandle)) {
       ::_exit(1);
     }
@@ -185,4 +188,4 @@ TEST_F(StatusPageTest, ShowsTheDeathOfItsMakerBeforeItsParentLearnsOfIt) {
 }
 
 }  // namespace
-}  // namespace EvtSrv::internal
+}  // namespace ModelSrv::internal

@@ -21,7 +21,7 @@
 /// harm the other through it. That its maker dies is written into the page by the
 /// kernel before anybody else can learn of it: a robust mutex there (see
 /// pthread_mutexattr_setrobust(3)) is locked as long as the page is open.
-namespace EvtSrv::internal {
+namespace ModelSrv::internal {
 
 /// What a client needs to find a server's page.
 struct StatusPageHandle {
@@ -44,14 +44,14 @@ struct StatusPageContent;
 /// page is to count: when it ends, clients take the server for dead, and ask.
 class StatusPage {
  public:
-  explicit StatusPage(System& system) : system_(system) {}
+  explicit StatusPage(EvtSrv::internal::System& system) : system_(system) {}
   ~StatusPage() { close(); }
   StatusPage(const StatusPage&) = delete;
   StatusPage& operator=(const StatusPage&) = delete;
 
   /// Makes the page, with an epoch of 1. Where the system has no such pages the
   /// result says so, and this stays closed.
-  EvtRes open();
+  EvtSrv::EvtRes open();
 
   /// Every look from now on sees that nothing counts any more. By whichever thread;
   /// by another than the opener, while that one lives, the page's memory is not
@@ -69,12 +69,12 @@ class StatusPage {
   void advanceStructure();
 
  private:
-  EvtRes make();
+  EvtSrv::EvtRes make();
   bool holdOwner();
   void advanceBy(std::uint64_t epochs);
 
-  System& system_;
-  FileDescriptor descriptor_;
+  EvtSrv::internal::System& system_;
+  EvtSrv::internal::FileDescriptor descriptor_;
   StatusPageContent* content_ = nullptr;  ///< the mapping; owned
   std::thread::id opener_;                ///< who holds the page's mutex
   StatusPageHandle handle_;
@@ -84,7 +84,7 @@ class StatusPage {
 /// A client's end: looks at one server's page at a time.
 class StatusPageReader {
  public:
-  explicit StatusPageReader(System& system) : system_(system) {}
+  explicit StatusPageReader(EvtSrv::internal::System& system) : system_(system) {}
   ~StatusPageReader() { close(); }
   StatusPageReader(const StatusPageReader&) = delete;
   StatusPageReader& operator=(const StatusPageReader&) = delete;
@@ -106,9 +106,9 @@ class StatusPageReader {
   [[nodiscard]] bool isServerAlive() const;
 
  private:
-  System& system_;
+  EvtSrv::internal::System& system_;
   const StatusPageContent* content_ = nullptr;  ///< the mapping; owned
   StatusPageHandle handle_;
 };
 
-}  // namespace EvtSrv::internal
+}  // namespace ModelSrv::internal

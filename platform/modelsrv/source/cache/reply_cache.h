@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "evtsrv/source/frame.h"
-#include "evtsrv/source/status_page.h"
 #include "modelsrv/model_part.h"
+#include "modelsrv/source/cache/status_page.h"
 #include "modelsrv/source/id_chain.h"
 
 namespace ModelSrv::internal {
@@ -81,15 +81,15 @@ class ReplyCache {
   /// For the piece that lies between two places of the prefetch.
   [[nodiscard]] EvtSrv::internal::PayloadReader reader(std::uint32_t begin,
                                                        std::uint32_t end) const;
-  static bool readHandle(EvtSrv::internal::PayloadReader& in,
-                         EvtSrv::internal::StatusPageHandle& handle, std::uint64_t& epoch);
+  static bool readHandle(EvtSrv::internal::PayloadReader& in, StatusPageHandle& handle,
+                         std::uint64_t& epoch);
   void addAbove(ChainView chain);
   Part* add(std::uint16_t depth, ModelPartId id);
   void makeIndex();
   [[nodiscard]] std::uint32_t lookUp(ChainView chain) const;
   [[nodiscard]] bool isAt(std::uint32_t part, ChainView chain) const;
 
-  EvtSrv::internal::StatusPageReader page_;
+  StatusPageReader page_;
   EvtSrv::internal::ByteOrder order_ = EvtSrv::internal::nativeOrder;
   std::uint64_t epoch_ = 0;  ///< 0: nothing is held
   std::vector<std::uint8_t> bytes_;

@@ -1,4 +1,4 @@
-#include "modelsrv/source/cache_invalidator.h"
+#include "modelsrv/source/cache/cache_invalidator.h"
 
 #include <algorithm>
 
@@ -8,7 +8,7 @@ namespace {
 
 /// The lowest 12 bits of the era, all that a stamp has of it.
 std::uint32_t structureOf(std::uint32_t stamp) {
-  return stamp >> EvtSrv::internal::structureShift;
+  return stamp >> structureShift;
 }
 
 }  // namespace
@@ -17,7 +17,7 @@ void CacheInvalidator::start() {
   static_cast<void>(page_.open());
 }
 
-const EvtSrv::internal::StatusPage* CacheInvalidator::begin() {
+const StatusPage* CacheInvalidator::begin() {
   if (!page_.isOpen()) {
     return nullptr;
   }

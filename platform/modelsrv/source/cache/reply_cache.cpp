@@ -1,16 +1,15 @@
-#include "modelsrv/source/reply_cache.h"
+#include "modelsrv/source/cache/reply_cache.h"
 
 #include <algorithm>
 #include <limits>
 
-#include "modelsrv/source/prefetch_writer.h"
+#include "modelsrv/source/cache/prefetch_writer.h"
 #include "modelsrv/source/replies.h"
 
 namespace ModelSrv::internal {
 
 using EvtSrv::internal::ByteOrder;
 using EvtSrv::internal::PayloadReader;
-using EvtSrv::internal::StatusPageHandle;
 
 namespace {
 

@@ -1,17 +1,15 @@
-#include "modelsrv/source/prefetch_writer.h"
+#include "modelsrv/source/cache/prefetch_writer.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "modelsrv/source/cache_invalidator.h"
+#include "modelsrv/source/cache/cache_invalidator.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
 
 namespace ModelSrv::internal {
 
 using EvtSrv::internal::PayloadWriter;
-using EvtSrv::internal::StatusPage;
-using EvtSrv::internal::StatusPageHandle;
 
 namespace {
 
