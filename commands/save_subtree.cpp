@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands/saved_command.h"
+#include "shell/paths.h"
 
 namespace treescope {
 
@@ -67,7 +68,7 @@ class SubtreeWalk {
       value_.clear();
       scope_.readValueText(at_.ids, value_, true);
       beginLine();
-      appendSavedPath(line_, at_.names);
+      appendPath(line_, at_.names);
       endLine();
     }
     for (std::uint16_t element = 0; element < count; ++element) {

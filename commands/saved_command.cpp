@@ -1,5 +1,7 @@
 #include "commands/saved_command.h"
 
+#include "shell/paths.h"
+
 namespace treescope {
 
 void appendSavedCommand(std::string& line, const std::string& value) {
@@ -14,17 +16,10 @@ void appendSavedCommand(std::string& line, const std::string& value) {
   }
 }
 
-void appendSavedPath(std::string& line, const std::vector<std::string>& names) {
-  for (const std::string& name : names) {
-    line += '/';
-    line += name;
-  }
-}
-
 void appendSavedElementPath(std::string& line, const std::vector<std::string>& names,
                             std::uint16_t element) {
   if (!names.empty()) {
-    appendSavedPath(line, names);
+    appendPath(line, names);
     line += '[' + std::to_string(element) + ']';
   }
 }

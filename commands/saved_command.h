@@ -16,10 +16,7 @@ namespace treescope {
 /// the value in double quotes where it holds a blank or is empty.
 void appendSavedCommand(std::string& line, const std::string& value);
 
-/// "/" in front of each name; nothing where there is none.
-void appendSavedPath(std::string& line, const std::vector<std::string>& names);
-
-/// The same with "[element]" behind the last name; nothing where there is none.
+/// The path of `names` (shell/paths.h) and "[element]"; nothing for an empty list.
 void appendSavedElementPath(std::string& line, const std::vector<std::string>& names,
                             std::uint16_t element);
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "model/id_chain.h"
+#include "shell/paths.h"
 
 namespace treescope {
 

@@ -18,16 +18,4 @@ std::string childName(const std::string& served, std::uint16_t id) {
   return served.empty() ? std::string(unnamedChildPrefix) + std::to_string(id) : served;
 }
 
-std::string pathText(const std::vector<std::string>& names) {
-  if (names.empty()) {
-    return "/";
-  }
-  std::string text;
-  for (const std::string& name : names) {
-    text += '/';
-    text += name;
-  }
-  return text;
-}
-
 }  // namespace treescope

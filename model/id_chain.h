@@ -35,7 +35,4 @@ inline constexpr std::string_view unnamedChildPrefix = "noname-";
 /// gives, or "noname-" and `id` where that is empty.
 [[nodiscard]] std::string childName(const std::string& served, std::uint16_t id);
 
-/// "/" in front of each name, in order; "/" alone where there is none.
-[[nodiscard]] std::string pathText(const std::vector<std::string>& names);
-
 }  // namespace treescope

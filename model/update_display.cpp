@@ -3,6 +3,7 @@
 #include "model/tree_scope.h"
 #include "model/update_decoding.h"
 #include "shell/command_table.h"
+#include "shell/paths.h"
 #include "term/line_listing.h"
 
 namespace treescope {

@@ -4,33 +4,45 @@
 
 namespace treescope {
 
-void followPath(std::string_view path, std::vector<std::string>& place) {
-  while (!path.empty()) {
-    const std::size_t end = std::min(path.find('/'), path.size());
-    const std::string_view head = path.substr(0, end);
-    path.remove_prefix(std::min(end + 1, path.size()));
+void appendComponent(std::string& text, std::string_view component) {
+  text += '/';
+  text += component;
+}
+
+void appendPath(std::string& text, const std::vector<std::string>& components) {
+  for (const std::string& component : components) {
+    appendComponent(text, component);
+  }
+}
+
+std::string pathText(const std::vector<std::string>& components) {
+  if (components.empty()) {
+    return "/";
+  }
+  std::string text;
+  appendPath(text, components);
+  return text;
+}
+
+void followPath(std::string_view typed, std::vector<std::string>& path) {
+  while (!typed.empty()) {
+    const std::size_t end = std::min(typed.find('/'), typed.size());
+    const std::string_view head = typed.substr(0, end);
+    typed.remove_prefix(std::min(end + 1, typed.size()));
     if (head.empty()) {
-      place.clear();
+      path.clear();
     } else if (head != "..") {
-      place.emplace_back(head);
-    } else if (!place.empty()) {
-      place.pop_back();
+      path.emplace_back(head);
+    } else if (!path.empty()) {
+      path.pop_back();
     }
   }
 }
 
 void resolvePath(std::string& path, std::vector<std::string> base) {
   followPath(path, base);
-  path = joinPath(base);
-}
-
-std::string joinPath(const std::vector<std::string>& components) {
-  std::string text;
-  for (const std::string& component : components) {
-    text += '/';
-    text += component;
-  }
-  return text;
+  path.clear();
+  appendPath(path, base);
 }
 
 }  // namespace treescope

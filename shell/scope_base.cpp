@@ -52,7 +52,7 @@ void ScopeBase::printResult(int code) {
 }
 
 int ScopeBase::printCurrentPath() {
-  const std::string text = currentPath_.empty() ? "/" : joinPath(currentPath_);
+  const std::string text = pathText(currentPath_);
   return printer_.printLine({.text = text.c_str()}, false) ? result::success : result::unknownError;
 }
 

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "shell/paths.h"
 #include "shell/words.h"
 
 namespace treescope {
@@ -93,7 +94,8 @@ std::vector<PathOfNode> nextLevel(const std::vector<PathOfNode>& level) {
   std::vector<PathOfNode> below;
   for (const PathOfNode& parent : level) {
     for (const std::unique_ptr<WordNode>& child : parent.node->children) {
-      below.push_back({parent.path + "/" + child->name, child.get()});
+      below.push_back({parent.path, child.get()});
+      appendComponent(below.back().path, child->name);
     }
   }
   return below;

@@ -34,22 +34,10 @@ TEST(SavedCommand, QuotesWhatHoldsABlankOrIsEmpty) {
   }
 }
 
-std::string savedPath(const std::vector<std::string>& names) {
-  std::string line;
-  appendSavedPath(line, names);
-  return line;
-}
-
 std::string savedElementPath(const std::vector<std::string>& names, std::uint16_t element) {
   std::string line;
   appendSavedElementPath(line, names, element);
   return line;
-}
-
-TEST(SavedPath, PutsASlashBeforeEachName) {
-  EXPECT_EQ(savedPath({}), "");
-  EXPECT_EQ(savedPath({"drive"}), "/drive");
-  EXPECT_EQ(savedPath({"drive", "noname-12"}), "/drive/noname-12");
 }
 
 TEST(SavedElementPath, PutsTheIndexBehindTheLastName) {

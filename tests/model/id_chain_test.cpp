@@ -16,12 +16,6 @@ TEST(ChildName, NamesAnUnnamedChildByItsId) {
   EXPECT_EQ(childName("", 65533), "noname-65533");
 }
 
-TEST(PathText, PutsASlashBeforeEachName) {
-  EXPECT_EQ(pathText({}), "/");
-  EXPECT_EQ(pathText({"a"}), "/a");
-  EXPECT_EQ(pathText({"a", "b"}), "/a/b");
-}
-
 TEST(NamedChain, GrowsAndShrinksInBothVectors) {
   NamedChain chain;
   chain.append(1, "a");

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "shell/paths.h"
-
 namespace treescope {
 namespace {
 
@@ -91,35 +89,6 @@ TEST(Trim, RemovesBlanksOnly) {
     EXPECT_EQ(blanks, "");
     EXPECT_EQ(right, "");
   }
-}
-
-struct PathCase {
-  const char* typed;
-  Words base;
-  const char* expected;
-};
-
-TEST(ResolvePath, FollowsItsTable) {
-  const std::vector<PathCase> cases = {
-      {"a//b", {"s"}, "/b"},    {"/x", {"s"}, "/x"},      {"a/../b", {"s"}, "/s/b"},
-      {"../../x", {"s"}, "/x"}, {"a/", {"s"}, "/s/a"},    {"./a", {"s"}, "/s/./a"},
-      {"/", {"s"}, ""},         {"", {"s", "t"}, "/s/t"}, {"", {}, ""},
-      {"..", {"s", "t"}, "/s"}, {"...", {"s"}, "/s/..."}, {"a//", {"s"}, ""},
-  };
-  for (const PathCase& path : cases) {
-    std::string text = path.typed;
-    resolvePath(text, path.base);
-    EXPECT_EQ(text, path.expected) << path.typed;
-  }
-}
-
-TEST(ResolvePath, TakesPathsOfAnyDepth) {
-  std::string text;
-  for (int level = 0; level < 100'000; ++level) {
-    text += "a/";
-  }
-  resolvePath(text, {});
-  EXPECT_EQ(text.size(), 200'000U);
 }
 
 }  // namespace
