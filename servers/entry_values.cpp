@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <type_traits>
 #include <utility>
 
 namespace modelsrvd {
@@ -104,6 +105,25 @@ Result<EntryValue> toFloating(const Scalar& scalar, EntryType type) {
   return EntryValue(static_cast<double>(static_cast<float>(*number)));
 }
 
+Result<EntryValue> toText(const Scalar& scalar, EntryType type) {
+  const auto* text = std::get_if<std::string>(&scalar);
+  if (text == nullptr) {
+    return wrongKind(scalar, type, "a text");
+  }
+  if (text->size() > ModelSrv::ModelValueText_Max) {
+    return Error{"a text of " + std::to_string(text->size()) + " bytes, more than " +
+                 std::to_string(ModelSrv::ModelValueText_Max)};
+  }
+  return EntryValue(*text);
+}
+
+Result<EntryValue> toBool(const Scalar& scalar, EntryType type) {
+  if (const auto* flag = std::get_if<bool>(&scalar)) {
+    return EntryValue(*flag);
+  }
+  return wrongKind(scalar, type, "true or false");
+}
+
 }  // namespace
 
 std::string_view kindOf(const Scalar& scalar) {
@@ -128,44 +148,17 @@ std::optional<EntryType> findEntryType(std::string_view name) {
 }
 
 Result<EntryValue> toEntryValue(const Scalar& scalar, EntryType type) {
-  switch (type) {
-    case EntryType::boolean:
-      if (const auto* flag = std::get_if<bool>(&scalar)) {
-        return EntryValue(*flag);
-      }
-      return wrongKind(scalar, type, "true or false");
-    case EntryType::int8:
-      return toInteger<std::int8_t>(scalar, type);
-    case EntryType::int16:
-      return toInteger<std::int16_t>(scalar, type);
-    case EntryType::int32:
-      return toInteger<std::int32_t>(scalar, type);
-    case EntryType::int64:
-      return toInteger<std::int64_t>(scalar, type);
-    case EntryType::uint8:
-      return toInteger<std::uint8_t>(scalar, type);
-    case EntryType::uint16:
-      return toInteger<std::uint16_t>(scalar, type);
-    case EntryType::uint32:
-      return toInteger<std::uint32_t>(scalar, type);
-    case EntryType::uint64:
-      return toInteger<std::uint64_t>(scalar, type);
-    case EntryType::float32:
-    case EntryType::float64:
+  return visitValueType(type, [&]<typename T>() {
+    if constexpr (std::is_same_v<T, bool>) {
+      return toBool(scalar, type);
+    } else if constexpr (std::is_integral_v<T>) {
+      return toInteger<T>(scalar, type);
+    } else if constexpr (std::is_floating_point_v<T>) {
       return toFloating(scalar, type);
-    case EntryType::text:
-    case EntryType::node:
-      break;
-  }
-  const auto* text = std::get_if<std::string>(&scalar);
-  if (text == nullptr) {
-    return wrongKind(scalar, type, "a text");
-  }
-  if (text->size() > ModelSrv::ModelValueText_Max) {
-    return Error{"a text of " + std::to_string(text->size()) + " bytes, more than " +
-                 std::to_string(ModelSrv::ModelValueText_Max)};
-  }
-  return EntryValue(*text);
+    } else {
+      return toText(scalar, type);
+    }
+  });
 }
 
 }  // namespace modelsrvd

@@ -16,39 +16,6 @@ using ModelSrv::ValuePart;
 /// What no description reaches, for the length of a file bounds it.
 constexpr std::uint32_t noParent = std::numeric_limits<std::uint32_t>::max();
 
-/// Calls `visit` with a value of the type that holds what `type` describes.
-template <typename Visit>
-auto withType(EntryType type, Visit visit) {
-  switch (type) {
-    case EntryType::boolean:
-      return visit(bool{});
-    case EntryType::int8:
-      return visit(std::int8_t{});
-    case EntryType::int16:
-      return visit(std::int16_t{});
-    case EntryType::int32:
-      return visit(std::int32_t{});
-    case EntryType::int64:
-      return visit(std::int64_t{});
-    case EntryType::uint8:
-      return visit(std::uint8_t{});
-    case EntryType::uint16:
-      return visit(std::uint16_t{});
-    case EntryType::uint32:
-      return visit(std::uint32_t{});
-    case EntryType::uint64:
-      return visit(std::uint64_t{});
-    case EntryType::float32:
-      return visit(float{});
-    case EntryType::float64:
-      return visit(double{});
-    case EntryType::text:
-    case EntryType::node:
-      break;
-  }
-  return visit(std::string{});
-}
-
 /// A checked description holds each value in its type's widest form.
 template <typename T, typename Value>
 T narrow(Value&& value) {
@@ -108,7 +75,7 @@ ModelPart* PublishedTree::make(Entry& entry) {
     return &nodes_.emplace_back(entry.id, std::move(entry.name));
   }
   ModelPart* const part =
-      withType(entry.type, [&]<typename T>(const T&) { return makeTyped<T>(entry); });
+      visitValueType(entry.type, [&]<typename T>() { return makeTyped<T>(entry); });
   if (!entry.subscribable) {
     part->setSubscribable(false);
   }
@@ -200,7 +167,7 @@ bool PublishedTree::takeValues(const TreeDescription& description) {
       ModelPart& part = *made_[index].part;
       // A checked value is within every limit.
       static_cast<void>(
-          withType(entry.type, [&]<typename T>(const T&) { return setTyped<T>(part, entry); }));
+          visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry); }));
     }
   }
   return true;

@@ -46,11 +46,10 @@ class PublishedTree {
   using Values = std::deque<ModelSrv::ValuePart<T>>;
   template <typename T>
   using Arrays = std::deque<ModelSrv::ArrayPart<T>>;
-  template <template <typename> class Store>
-  using Stores = std::tuple<Store<bool>, Store<std::int8_t>, Store<std::int16_t>,
-                            Store<std::int32_t>, Store<std::int64_t>, Store<std::uint8_t>,
-                            Store<std::uint16_t>, Store<std::uint32_t>, Store<std::uint64_t>,
-                            Store<float>, Store<double>, Store<std::string>>;
+  template <typename... T>
+  using AllValues = std::tuple<Values<T>...>;
+  template <typename... T>
+  using AllArrays = std::tuple<Arrays<T>...>;
 
   template <typename T>
   ModelSrv::ModelPart* makeTyped(Entry& entry);
@@ -58,8 +57,8 @@ class PublishedTree {
   [[nodiscard]] bool sameShape(const TreeDescription& description) const;
   [[nodiscard]] bool sameEntry(std::size_t index, const Entry& entry) const;
 
-  Stores<Values> values_;
-  Stores<Arrays> arrays_;
+  ModelSrv::ValueTypes::into<AllValues> values_;
+  ModelSrv::ValueTypes::into<AllArrays> arrays_;
   /// Behind the parts, so that it ends first and no part has to look for itself
   /// among its siblings.
   std::deque<ModelSrv::ModelNode> nodes_;

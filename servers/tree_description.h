@@ -10,34 +10,43 @@
 #include <vector>
 
 #include "modelsrv/model_part.h"
+#include "modelsrv/value_types.h"
 
 namespace modelsrvd {
 
 /// A tree as a description file gives it, checked: whatever is held here can be
 /// published. Nothing here hangs in a tree; `PublishedTree` makes the parts.
 
-/// The types of value in the order in which the description's names list them.
-/// `node` is an entry with children instead of a value.
+/// The type of an entry: one of the types of value, or `node` for an entry with children
+/// instead of a value.
 enum class EntryType : std::uint8_t {
   node,
-  boolean,
-  int8,
-  int16,
-  int32,
-  int64,
-  uint8,
-  uint16,
-  uint32,
-  uint64,
-  float32,
-  float64,
-  text,
+#define MODELSRVD_ENTRY_TYPE(id, Type, name) id,
+  MODELSRV_VALUE_TYPES(MODELSRVD_ENTRY_TYPE)
+#undef MODELSRVD_ENTRY_TYPE
 };
 
-/// The names of the types, by `EntryType`; `node` has none.
-inline constexpr std::array<std::string_view, 13> entryTypeNames{
-    "",       "bool",   "int8",   "int16", "int32",  "int64", "uint8",
-    "uint16", "uint32", "uint64", "float", "double", "text"};
+/// The names of the types in a description, by `EntryType`; `node` has none.
+inline constexpr std::array entryTypeNames{std::string_view(),
+#define MODELSRVD_ENTRY_TYPE_NAME(id, Type, name) std::string_view(name),
+                                           MODELSRV_VALUE_TYPES(MODELSRVD_ENTRY_TYPE_NAME)
+#undef MODELSRVD_ENTRY_TYPE_NAME
+};
+
+/// Calls `visit.operator()<T>()` with the C++ type of `type`, which is not `node`.
+template <typename Visit>
+auto visitValueType(EntryType type, Visit visit) {
+  switch (type) {
+#define MODELSRVD_VISIT_TYPE(id, Type, name) \
+  case EntryType::id:                        \
+    return visit.template operator()<Type>();
+    MODELSRV_VALUE_TYPES(MODELSRVD_VISIT_TYPE)
+#undef MODELSRVD_VISIT_TYPE
+    case EntryType::node:
+      break;
+  }
+  return visit.template operator()<std::string>();
+}
 
 /// One value in the widest form of its type: bool, the signed integers, the
 /// unsigned ones, both floating types (a float's value is one that a float

@@ -11,8 +11,10 @@
 #include <bit>
 #include <cstring>
 #include <string>
+#include <type_traits>
 
 #include "modelsrv/source/value_text.h"
+#include "modelsrv/value_types.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {
@@ -112,12 +114,9 @@ void checkBits(std::string_view bytes) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text = fuzz::Input(data, size).restAsText();
   require(checkNumber<bool>(text) != ModelRes_OutOfRange, "a truth value has no range");
-  checkAgree<std::int8_t, std::int16_t>(text);
-  checkAgree<std::int16_t, std::int32_t>(text);
-  checkAgree<std::int32_t, std::int64_t>(text);
-  checkAgree<std::uint8_t, std::uint16_t>(text);
-  checkAgree<std::uint16_t, std::uint32_t>(text);
-  checkAgree<std::uint32_t, std::uint64_t>(text);
+  IntegerTypes::forEach([text]<typename T>() {
+    checkAgree<T, std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>>(text);
+  });
   require((checkNumber<float>(text) == ModelRes_BadText) ==
               (checkNumber<double>(text) == ModelRes_BadText),
           "real numbers of both sizes agree on what is a number");

@@ -234,8 +234,8 @@ void ArrayPart<T>::reserveForAll(std::string_view text, std::size_t first, std::
   }
 }
 
-#define MODELSRV_ARRAY_PART(T) template class ArrayPart<T>
-MODELSRV_FOR_VALUE_TYPES(MODELSRV_ARRAY_PART);
-#undef MODELSRV_ARRAY_PART
+#define MODELSRV_INSTANTIATE(id, Type, name) template class ArrayPart<Type>;
+MODELSRV_VALUE_TYPES(MODELSRV_INSTANTIATE)
+#undef MODELSRV_INSTANTIATE
 
 }  // namespace ModelSrv

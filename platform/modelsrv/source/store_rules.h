@@ -65,18 +65,3 @@ T fitted(T value) {
 }
 
 }  // namespace ModelSrv::internal
-
-/// Names `INSTANTIATE(T)` once for each type of value.
-#define MODELSRV_FOR_VALUE_TYPES(INSTANTIATE) \
-  INSTANTIATE(bool);                          \
-  INSTANTIATE(std::int8_t);                   \
-  INSTANTIATE(std::int16_t);                  \
-  INSTANTIATE(std::int32_t);                  \
-  INSTANTIATE(std::int64_t);                  \
-  INSTANTIATE(std::uint8_t);                  \
-  INSTANTIATE(std::uint16_t);                 \
-  INSTANTIATE(std::uint32_t);                 \
-  INSTANTIATE(std::uint64_t);                 \
-  INSTANTIATE(float);                         \
-  INSTANTIATE(double);                        \
-  INSTANTIATE(std::string)

@@ -78,8 +78,8 @@ ModelRes ValuePart<T>::storeText(std::string_view text, bool flag, ModelPartInde
   return ModelRes_Success;
 }
 
-#define MODELSRV_VALUE_PART(T) template class ValuePart<T>
-MODELSRV_FOR_VALUE_TYPES(MODELSRV_VALUE_PART);
-#undef MODELSRV_VALUE_PART
+#define MODELSRV_INSTANTIATE(id, Type, name) template class ValuePart<Type>;
+MODELSRV_VALUE_TYPES(MODELSRV_INSTANTIATE)
+#undef MODELSRV_INSTANTIATE
 
 }  // namespace ModelSrv

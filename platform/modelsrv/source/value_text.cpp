@@ -8,6 +8,8 @@
 #include <limits>
 #include <optional>
 
+#include "modelsrv/value_types.h"
+
 namespace ModelSrv::internal {
 
 namespace {
@@ -209,24 +211,11 @@ std::size_t LineSplitter::count(std::string_view text) {
   return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
 }
 
-#define MODELSRV_VALUE_TEXT(T)                                   \
-  template ModelRes parseValue<T>(std::string_view, Parsed<T>&); \
-  template void appendValue<T>(std::string&, const T&);          \
-  template bool isSameValue<T>(const T&, const Parsed<T>&)
-
-MODELSRV_VALUE_TEXT(bool);
-MODELSRV_VALUE_TEXT(std::int8_t);
-MODELSRV_VALUE_TEXT(std::int16_t);
-MODELSRV_VALUE_TEXT(std::int32_t);
-MODELSRV_VALUE_TEXT(std::int64_t);
-MODELSRV_VALUE_TEXT(std::uint8_t);
-MODELSRV_VALUE_TEXT(std::uint16_t);
-MODELSRV_VALUE_TEXT(std::uint32_t);
-MODELSRV_VALUE_TEXT(std::uint64_t);
-MODELSRV_VALUE_TEXT(float);
-MODELSRV_VALUE_TEXT(double);
-MODELSRV_VALUE_TEXT(std::string);
-
-#undef MODELSRV_VALUE_TEXT
+#define MODELSRV_INSTANTIATE(id, Type, name)                           \
+  template ModelRes parseValue<Type>(std::string_view, Parsed<Type>&); \
+  template void appendValue<Type>(std::string&, const Type&);          \
+  template bool isSameValue<Type>(const Type&, const Parsed<Type>&);
+MODELSRV_VALUE_TYPES(MODELSRV_INSTANTIATE)
+#undef MODELSRV_INSTANTIATE
 
 }  // namespace ModelSrv::internal

@@ -264,10 +264,7 @@ TEST(ArrayPart, FitsWhatItIsMadeWith) {
 template <typename T>
 class EveryType : public testing::Test {};
 
-using Types =
-    testing::Types<bool, std::int8_t, std::int16_t, std::int32_t, std::int64_t, std::uint8_t,
-                   std::uint16_t, std::uint32_t, std::uint64_t, float, double, std::string>;
-TYPED_TEST_SUITE(EveryType, Types);
+TYPED_TEST_SUITE(EveryType, ValueTypes::into<testing::Types>);
 
 TYPED_TEST(EveryType, IsStoredAndReadBackAsValueAndAsArray) {
   const std::string one = std::is_same_v<TypeParam, bool> ? "true" : "1";

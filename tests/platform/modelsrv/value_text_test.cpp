@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "modelsrv/value_types.h"
+
 namespace {
 
 using namespace ModelSrv;
@@ -71,9 +73,7 @@ TEST(ValueText, ReadsBool) {
 template <typename T>
 class IntegerText : public testing::Test {};
 
-using Integers = testing::Types<std::int8_t, std::int16_t, std::int32_t, std::int64_t, std::uint8_t,
-                                std::uint16_t, std::uint32_t, std::uint64_t>;
-TYPED_TEST_SUITE(IntegerText, Integers);
+TYPED_TEST_SUITE(IntegerText, IntegerTypes::into<testing::Types>);
 
 /// One more than a decimal number of at least one digit, not below zero.
 std::string successor(std::string digits) {

@@ -1,26 +1,14 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "modelsrv/model_part.h"
+#include "modelsrv/value_types.h"
 
 namespace ModelSrv {
-
-/// The types of value: bool, signed and unsigned integers of 8 to 64 bits,
-/// float, double, and text (`std::string`, any bytes, at most
-/// `ModelValueText_Max`).
-template <typename T>
-inline constexpr bool isValueType =
-    std::is_same_v<T, bool> || std::is_same_v<T, std::int8_t> || std::is_same_v<T, std::int16_t> ||
-    std::is_same_v<T, std::int32_t> || std::is_same_v<T, std::int64_t> ||
-    std::is_same_v<T, std::uint8_t> || std::is_same_v<T, std::uint16_t> ||
-    std::is_same_v<T, std::uint32_t> || std::is_same_v<T, std::uint64_t> ||
-    std::is_same_v<T, float> || std::is_same_v<T, double> || std::is_same_v<T, std::string>;
 
 /// A server's look at a client's store before it is applied: `value` is what
 /// would be stored, `index` the element or `ModelPartIndex_All` (an array: called
