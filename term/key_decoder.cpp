@@ -1,7 +1,5 @@
 #include "term/key_decoder.h"
 
-#include "term/key_codes.h"
-
 namespace treescope {
 
 namespace {

@@ -6,9 +6,9 @@
 
 #include "term/escape_sequences.h"
 #include "term/history.h"
-#include "term/key_codes.h"
+#include "term/key_decoder.h"
 #include "term/line_editor.h"
-#include "term/output_span.h"
+#include "term/output_block.h"
 
 namespace treescope {
 

@@ -8,7 +8,7 @@
 
 #include "term/escape_sequences.h"
 #include "term/key_decoder.h"
-#include "term/output_span.h"
+#include "term/output_block.h"
 #include "utilsrv/thread.h"
 
 namespace treescope {

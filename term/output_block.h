@@ -4,18 +4,31 @@
 #include <cstdio>
 #include <string>
 
+/// How what one thread prints stays whole on standard output, between the lines of
+/// other threads.
+
 namespace treescope {
 
-/// Lines on their way to standard output, which gets many kilobytes of them at a
-/// time: a call for each of very many lines costs more than making them.
+/// While this exists, no other thread prints on standard output or flushes it
+/// (flockfile(3)). May be nested in one thread. Not to be held while a command runs.
+class OutputSpan {
+ public:
+  OutputSpan() { flockfile(stdout); }
+  ~OutputSpan() { funlockfile(stdout); }
+  OutputSpan(const OutputSpan&) = delete;
+  OutputSpan& operator=(const OutputSpan&) = delete;
+};
+
+/// Collects the lines of a listing and writes many kilobytes of them at a time: a call
+/// per line would cost more than making the line.
 ///
-/// One thread's, for the length of one listing. What is handed over at once are
-/// whole lines in one call of the standard library, so that no line is divided by
-/// another thread's. What the system refuses is lost silently.
+/// For one thread and one listing. Each write is one call of the standard library with
+/// whole lines only, so other threads' output does not divide a line. Write errors are
+/// ignored.
 class OutputBlock {
  public:
   OutputBlock() = default;
-  /// Hands over the complete lines that are left.
+  /// Writes the complete lines that are left.
   ~OutputBlock() {
     text_.resize(complete_);
     flush();
@@ -23,10 +36,10 @@ class OutputBlock {
   OutputBlock(const OutputBlock&) = delete;
   OutputBlock& operator=(const OutputBlock&) = delete;
 
-  /// What has not been handed over; the next line is appended to it.
+  /// The text that has not been written yet; the next line is appended to it.
   [[nodiscard]] std::string& text() { return text_; }
 
-  /// A line is complete: hands everything over where it is much.
+  /// Ends a line, and writes the text if there is enough of it.
   void endLine() {
     complete_ = text_.size();
     if (text_.size() >= size) {
@@ -34,7 +47,7 @@ class OutputBlock {
     }
   }
 
-  /// Hands everything over.
+  /// Writes the text.
   void flush() {
     std::fwrite(text_.data(), 1, text_.size(), stdout);
     text_.clear();
@@ -45,7 +58,7 @@ class OutputBlock {
   static constexpr std::size_t size = std::size_t{32} * 1024;
 
   std::string text_;
-  std::size_t complete_ = 0;  ///< where in `text_` the last complete line ends
+  std::size_t complete_ = 0;  ///< offset in `text_` at which the last complete line ends
 };
 
 }  // namespace treescope

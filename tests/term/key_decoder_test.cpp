@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "term/key_codes.h"
-
 namespace treescope {
 namespace {
 

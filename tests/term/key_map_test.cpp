@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "term/key_codes.h"
+#include "term/key_decoder.h"
 #include "tests/term/editor_fixture.h"
 
 namespace treescope {
