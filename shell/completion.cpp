@@ -5,7 +5,7 @@
 
 #include "shell/scope_base.h"
 #include "term/column_listing.h"
-#include "term/completion.h"
+#include "term/line_buffer.h"
 
 namespace treescope {
 
@@ -70,7 +70,7 @@ void ScopeBase::presentLineCandidates(std::vector<std::string> candidates) {
 void ScopeBase::presentSeveral(const std::vector<std::string>& candidates) {
   printColumns(printer_, candidates, true, false);
   showPrompt();
-  lineEditor_.replaceLastWord(commonBeginning(candidates));
+  lineEditor_.replaceLastWord(commonPrefix(candidates));
 }
 
 }  // namespace treescope

@@ -1,3 +1,5 @@
+// The keys of the line editor and what each does.
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -5,7 +7,6 @@
 #include <stdexcept>
 
 #include "term/escape_sequences.h"
-#include "term/history.h"
 #include "term/key_decoder.h"
 #include "term/line_editor.h"
 #include "term/output_block.h"
@@ -17,7 +18,7 @@ namespace {
 constexpr int returnKey = 10;
 constexpr int tabKey = 9;
 constexpr int deleteByte = 127;
-constexpr std::uint8_t pageOfLines = 10;
+constexpr std::uint8_t linesPerPage = 10;
 
 constexpr int control(char letter) {
   return letter & 0x1F;
@@ -68,7 +69,7 @@ void LineEditor::handleKey(int code) {
   } catch (const std::out_of_range&) {
     recover(code, host_.rangeError);
   } catch (const std::exception&) {
-    // Only the want of memory can end a key otherwise.
+    // Any other exception means that memory ran out.
     recover(code, host_.outOfMemory);
   }
 }
@@ -83,22 +84,21 @@ void LineEditor::dispatchKey(int code) {
   (this->*action)();
 }
 
-void LineEditor::recover(int code, const std::function<void()>& tell) {
+void LineEditor::recover(int code, const std::function<void()>& report) {
   const bool onNewLine = code == tabKey || code == returnKey || code == KEY_ENTER;
   try {
     const OutputSpan span;
     if (!onNewLine) {
       std::putchar('\n');
     }
-    if (tell) {
-      tell();
+    if (report) {
+      report();
     }
     clearLine();
     reprompt();
   } catch (const std::exception&) {
-    // Not even memory for a prompt: the next key starts with an empty line.
-    line_.clear();
-    cursor_ = 0;
+    // No memory for a prompt either: the next key starts with an empty line.
+    buffer_.clear();
   }
 }
 
@@ -107,58 +107,50 @@ void LineEditor::typeText(int code) {
     insertKey(code);
     return;
   }
-  insertText(code);
-  ++cursor_;
-  repaintOwed_ = true;
+  buffer_.insertKey(code);
+  repaintPending_ = true;
 }
 
 void LineEditor::deleteBackward() {
-  if (cursor_ == 0 || line_.empty()) {
+  if (!buffer_.deleteBackward()) {
     return;
   }
-  if (cursor_ <= line_.size()) {
-    line_.erase(cursor_ - 1, 1);
-  }
   const OutputSpan span;
-  const std::uint32_t kept = cursor_;
+  const std::uint32_t kept = cursor();
   std::fputs(eraseLine, stdout);
   reprompt();
   redrawLine();
-  cursor_ = kept;
-  moveCursor(4);
+  buffer_.moveTo(kept);
+  moveCursor(stay);
 }
 
 void LineEditor::goToStart() {
   const OutputSpan span;
   reprompt();
   redrawLine();
-  moveCursor(5);
+  moveCursor(start);
 }
 
 void LineEditor::goToEnd() {
-  moveCursor(6);
+  moveCursor(end);
 }
 
 void LineEditor::goLeft() {
-  if (cursor_ > 0) {
-    moveCursor(4);
+  if (cursor() > 0) {
+    moveCursor(left);
   }
 }
 
 void LineEditor::goRight() {
-  if (cursor_ < line_.size()) {
-    moveCursor(3);
+  if (cursor() < line().size()) {
+    moveCursor(right);
   }
 }
 
 void LineEditor::deleteAtCursor() {
-  if (cursor_ >= line_.size()) {
-    return;
+  if (buffer_.deleteAtCursor()) {
+    drawEdit();
   }
-  line_.erase(cursor_, 1);
-  const OutputSpan span;
-  redrawLine();
-  moveCursor(0);
 }
 
 void LineEditor::killToEnd() {
@@ -178,33 +170,31 @@ void LineEditor::goForward() {
 }
 
 void LineEditor::goPageBack() {
-  historyBack(pageOfLines);
+  historyBack(linesPerPage);
 }
 
 void LineEditor::goPageForward() {
-  historyForward(pageOfLines);
+  historyForward(linesPerPage);
 }
 
-// The candidates' presenter prints the prompt again.
+// Whatever presents the candidates prints the prompt again.
 void LineEditor::complete() {
   std::putchar('\n');
-  const std::size_t first = std::min(line_.find_first_not_of(' '), line_.size());
-  const std::string request = "tab " + line_.substr(first);
-  static_cast<void>(host_.runLine(request.c_str()));
+  const std::size_t first = std::min(line().find_first_not_of(' '), line().size());
+  const std::string command = "tab " + line().substr(first);
+  static_cast<void>(host_.runLine(command.c_str()));
 }
 
 void LineEditor::accept() {
   std::putchar('\n');
-  if (line_.empty()) {
+  if (line().empty()) {
     reprompt();
     return;
   }
-  const Expansion expansion = expandHistory(line_, history_);
-  line_ = expansion.run;
-  history_.push_back(expansion.stored);
-  browsing_ = false;
+  // A copy: the line that runs may replace the editor's.
+  const std::string accepted = buffer_.accept();
   std::fflush(stdout);
-  if (!host_.runLine(expansion.run.c_str())) {
+  if (!host_.runLine(accepted.c_str())) {
     return;
   }
   const OutputSpan span;

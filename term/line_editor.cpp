@@ -1,6 +1,5 @@
 #include "term/line_editor.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -15,11 +14,11 @@ namespace treescope {
 
 namespace {
 
-// From this length on a line that is pasted is shown when the paste pauses: shown
-// a byte at a time, 100 KB would be 5 GB of output.
+// A pasted line that is longer than this is drawn when the paste pauses: drawn after
+// each byte, 100 KB would be 5 GB of output.
 constexpr std::size_t longLine = 1024;
 
-// Whether it reached the terminal is not asked: there is nowhere else to say so.
+// The result is ignored: an error could be reported nowhere but on the same terminal.
 void print(const char* text) {
   std::fputs(text, stdout);
 }
@@ -33,7 +32,7 @@ void print(const std::string& text) {
 LineEditor::LineEditor(int owner, bool batch, LineEditorHost host)
     : owner_(owner), batch_(batch), host_(std::move(host)) {
   if (!batch_) {
-    wishes_.emplace();
+    repaintRequests_.emplace();
     reader_ = std::make_unique<UtilSrv::Thread>(&LineEditor::readKeys, this, nullptr);
   }
 }
@@ -56,11 +55,11 @@ void LineEditor::startReading() {
 int LineEditor::readKeys(void* editor) {
   LineEditor& self = *static_cast<LineEditor*>(editor);
   self.readingStarted_.wait(false);
-  self.takeKeys();
+  self.readUntilEnd();
   UtilSrv::Thread::exit(0);
 }
 
-void LineEditor::takeKeys() {
+void LineEditor::readUntilEnd() {
   KeyDecoder decoder;
   const std::function<void()> repaintLine = [this] { repaint(); };
   while (running_) {
@@ -69,7 +68,7 @@ void LineEditor::takeKeys() {
       endInput();
       return;
     }
-    const bool moreWaits = line_.size() > longLine && keyWaiting();
+    const bool moreWaits = line().size() > longLine && keyWaiting();
     if (const std::optional<int> key = decoder.take(byte)) {
       deferRepaint_ = moreWaits;
       handleKey(*key);
@@ -98,10 +97,10 @@ void LineEditor::showPrompt(const char* name, const char* initialText) {
   constexpr int frameAndNextColumn = 5;
   textColumn_ = static_cast<int>(std::strlen(name)) + frameAndNextColumn;
   if (initialText != nullptr) {
-    line_ = initialText;
+    buffer_.setText(initialText);
   }
   redrawLine();
-  moveCursor(2);
+  moveCursor(end);
 }
 
 void LineEditor::reprompt() {
@@ -113,9 +112,9 @@ void LineEditor::redrawLine() {
     return;
   }
   const OutputSpan span;
-  repaintOwed_ = false;
+  repaintPending_ = false;
   print(cursorToColumn(textColumn_));
-  print(line_);
+  print(line());
   print(eraseToLineEnd);
 }
 
@@ -124,112 +123,89 @@ void LineEditor::moveCursor(int how) {
     return;
   }
   switch (how) {
-    case 1:
+    case start:
     case 5:
-      cursor_ = 0;
+      buffer_.moveToStart();
       break;
-    case 2:
+    case end:
     case 6:
-      cursor_ = static_cast<std::uint32_t>(line_.size());
+      buffer_.moveToEnd();
       break;
-    case 3:
-      ++cursor_;
+    case right:
+      buffer_.moveRight();
       break;
-    case 4:
-      cursor_ -= cursor_ > 0 ? 1 : 0;
+    case left:
+      buffer_.moveLeft();
       break;
     default:
       break;
   }
-  print(cursorToColumn(textColumn_ + static_cast<int>(cursor_)));
+  print(cursorToColumn(textColumn_ + static_cast<int>(cursor())));
 }
 
-void LineEditor::insertText(int code) {
-  std::string text;
-  for (auto rest = static_cast<std::uint32_t>(code); (rest & 0xFFU) != 0; rest >>= 8U) {
-    text.push_back(static_cast<char>(rest & 0xFFU));
+/// Draws the line and the cursor after a change of both.
+void LineEditor::drawEdit() {
+  if (batch_) {
+    buffer_.moveToStart();
+    return;
   }
-  line_.insert(std::min<std::size_t>(cursor_, line_.size()), text);
+  const OutputSpan span;
+  redrawLine();
+  moveCursor(stay);
 }
 
 void LineEditor::insertKey(int code) {
-  insertText(code);
-  const OutputSpan span;
-  redrawLine();
-  moveCursor(3);
+  buffer_.insertKey(code);
+  drawEdit();
 }
 
 void LineEditor::clearLine() {
-  line_.clear();
-  const OutputSpan span;
-  redrawLine();
-  moveCursor(1);
+  buffer_.clear();
+  drawEdit();
 }
 
 void LineEditor::killLine(bool toEnd) {
   if (toEnd) {
-    line_.erase(cursor_);
+    buffer_.killToEnd();
   } else {
-    line_.erase(0, cursor_);
+    buffer_.killToStart();
   }
-  const OutputSpan span;
-  redrawLine();
-  moveCursor(toEnd ? 6 : 5);
-}
-
-void LineEditor::browse(std::vector<std::string>& from, std::vector<std::string>& to,
-                        std::uint8_t steps) {
-  if (!std::exchange(browsing_, true)) {
-    olderLines_ = history_;
-    newerLines_.clear();
-  }
-  for (; steps > 0 && !from.empty(); --steps) {
-    to.push_back(std::exchange(line_, from.back()));
-    from.pop_back();
-  }
-  const OutputSpan span;
-  redrawLine();
-  moveCursor(2);
+  drawEdit();
 }
 
 void LineEditor::historyBack(std::uint8_t steps) {
-  browse(olderLines_, newerLines_, steps);
+  buffer_.browseOlder(steps);
+  drawEdit();
 }
 
 void LineEditor::historyForward(std::uint8_t steps) {
-  browse(newerLines_, olderLines_, steps);
+  buffer_.browseNewer(steps);
+  drawEdit();
 }
 
 void LineEditor::replaceLastWord(const std::string& word) {
-  const std::size_t last = line_.find_last_of("/ ");
-  if (last == std::string::npos) {
-    return;
+  if (buffer_.replaceLastWord(word)) {
+    drawEdit();
   }
-  line_.erase(last + 1).append(word);
-  const OutputSpan span;
-  redrawLine();
-  moveCursor(2);
 }
 
 void LineEditor::flushRepaint() {
-  if (repaintOwed_) {
-    const OutputSpan span;
-    redrawLine();
-    moveCursor(0);
+  if (repaintPending_) {
+    drawEdit();
   }
 }
 
 void LineEditor::repaint() {
   try {
     const OutputSpan span;
-    const std::uint32_t kept = cursor_;
+    const std::uint32_t kept = cursor();
     reprompt();
-    cursor_ = kept;
-    moveCursor(0);
+    buffer_.moveTo(kept);
+    moveCursor(stay);
   } catch (const std::exception&) {
-    // No memory for the prompt's text: the line alone is shown.
+    // No memory for the prompt's text: only the line is drawn.
     redrawLine();
-    moveCursor(0);
+    moveCursor(stay);
   }
 }
 

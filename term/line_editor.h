@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "term/key_input.h"
+#include "term/line_buffer.h"
 
 namespace UtilSrv {
 class Thread;
@@ -17,120 +18,125 @@ class Thread;
 
 namespace treescope {
 
-/// What the line editor needs of the shell that owns it. All but `promptText`
-/// are called on the reading thread only. The last two may be empty.
+/// What the line editor needs of the shell that owns it. All but `promptText` are
+/// called on the reading thread only. The last two may be empty.
 struct LineEditorHost {
   /// The text between the brackets of the prompt.
   std::function<std::string()> promptText;
-  /// Runs one line that was typed, zero-terminated, without its line feed.
-  /// Returns false when the shell is ending and wants no further prompt.
+  /// Runs one typed line, zero-terminated, without its line feed. Returns false if the
+  /// shell is ending and needs no further prompt.
   std::function<bool(const char* line)> runLine;
-  /// Standard input has ended: no key will come any more, the shell is to end.
+  /// Standard input has ended: no further key will come, and the shell is to end.
   std::function<void()> endOfInput;
-  /// A key asked for what is not there, such as a line behind the history's end.
+  /// A key addressed a line or a position that does not exist.
   std::function<void()> rangeError{};
-  /// There was no memory for what a key asked for.
+  /// A key could not be handled because memory ran out.
   std::function<void()> outOfMemory{};
 };
 
-/// Edits one line on a terminal in raw mode, a key at a time, on a thread of its
-/// own; hands each finished line to the shell and keeps it as history.
+/// Edits one line on a terminal in raw mode, one key at a time, on a thread of its
+/// own, and passes each accepted line to the shell. Draws a `LineBuffer`.
 ///
-/// The thread is started by the constructor but takes no key before `startReading`, so
-/// that a key that waits already cannot meet a shell that is still being built. It
-/// ends after the key during which the running flag was cleared, or at the end of
-/// standard input. In batch mode there is no thread, nothing is printed and nothing
-/// is read. Where the system gives no thread, the shell is told that input has
-/// ended when reading starts.
+/// The constructor starts the thread, which reads no key before `startReading`, so
+/// that a key that is already waiting is not handled while the shell is being built.
+/// The thread ends after the key during which the running flag was cleared, or at the
+/// end of standard input. In batch mode there is no thread, nothing is printed, nothing
+/// is read and the cursor stays at the start. If the system cannot start a thread,
+/// `startReading` reports the end of input.
 ///
-/// Everything but the running flag belongs to the reading thread once reading
-/// has started; commands run there, so their handlers may use every operation. What an
-/// operation prints stays in one piece between other threads' lines, and is
-/// flushed before the next key is awaited.
+/// Everything but the running flag belongs to the reading thread once reading has
+/// started; commands run there, so their handlers may call every operation. What one
+/// operation prints is not interleaved with other threads' lines, and is flushed before
+/// the next key is read.
 ///
 /// Texts are bytes; a byte takes one column.
 class LineEditor {
  public:
-  /// `owner` is kept for the caller and has no influence here.
+  /// How `moveCursor` moves the cursor. 5 and 6 are other codes for `start` and
+  /// `end`.
+  enum CursorMove : int {
+    stay = 0,
+    start = 1,
+    end = 2,
+    right = 3,  ///< also past the end
+    left = 4,   ///< not past the start
+  };
+
+  /// `owner` is kept for the caller and has no effect here.
   LineEditor(int owner, bool batch, LineEditorHost host);
 
-  /// Waits for the reading thread, which ends with the key it waits for.
+  /// Waits for the reading thread, which ends after the key that it is waiting for.
   ~LineEditor();
 
   LineEditor(const LineEditor&) = delete;
   LineEditor& operator=(const LineEditor&) = delete;
 
-  /// Lets the reading thread take its first key. To be called once, when the
-  /// whole shell stands.
+  /// Lets the reading thread read its first key. To be called once, when the whole
+  /// shell has been built.
   void startReading();
 
-  /// Any thread. Cleared, no key is read any more after the present one.
+  /// Any thread. When cleared, no key is read after the current one.
   void setRunning(bool running) { running_ = running; }
 
-  /// Prints the prompt "[name]$ " and behind it the line, the cursor at its end;
-  /// nothing in batch mode. `initialText`, unless null, becomes the line.
+  /// Prints the prompt "[name]$ " and the line, and moves the cursor to the end of the
+  /// line. `initialText`, unless null, becomes the line first. No effect in batch mode.
   void showPrompt(const char* name, const char* initialText);
 
-  /// Prints the line anew, from `textColumn` on; leaves the cursor behind it.
+  /// Prints the line again from `textColumn` on; the terminal's cursor is left after it.
   void redrawLine();
 
-  /// 1 and 5 put the cursor at the beginning of the line, 2 and 6 at its end, 3 and
-  /// 4 move it one place right or left, which may be past the end; with any other
-  /// `how` it stays. Then puts the terminal's cursor there. Nothing in batch mode.
+  /// Moves the cursor as `CursorMove` says; with any other `how` it stays. Then places
+  /// the terminal's cursor. No effect in batch mode.
   void moveCursor(int how);
 
-  /// Inserts the bytes of `code`, lowest first, up to the first that is zero, at the
-  /// cursor and moves it one place right. So a plain byte is itself, and 0 inserts
-  /// nothing but moves the cursor.
+  /// Inserts the key `code` as text (`LineBuffer::insertKey`).
   void insertKey(int code);
 
   /// Empties the line.
   void clearLine();
 
-  /// Erases what is behind the cursor, or with `toEnd` false what is before it.
-  /// Throws std::out_of_range when all behind a cursor past the end is to go.
+  /// Erases from the cursor to the end, or with `toEnd` false from the start to the
+  /// cursor. Throws std::out_of_range if it is to erase to the end and the cursor is
+  /// past it.
   void killLine(bool toEnd);
 
-  /// Brings back the line before this one, `steps` times or as often as there is
-  /// one. The line that it replaces waits for `historyForward`.
+  /// Browses the history by up to `steps` lines (`LineBuffer::browseOlder`).
   void historyBack(std::uint8_t steps);
   void historyForward(std::uint8_t steps);
 
-  /// Replaces what follows the last "/" or blank of the line, whichever is further
-  /// right, and puts the cursor at the end. A line without either stays as it is,
+  /// Replaces the last word (`LineBuffer::replaceLastWord`). A line of one word stays,
   /// and nothing is printed.
   void replaceLastWord(const std::string& word);
 
   /// Makes `text` the line; prints nothing and leaves the cursor.
-  void setLine(std::string text) { line_ = std::move(text); }
+  void setLine(std::string text) { buffer_.setText(std::move(text)); }
 
-  /// Does what the key `code` (`term/key_codes.h`) stands for. Nothing is thrown: a
-  /// key that cannot be obeyed is told to the host, and leaves an empty line
-  /// behind a new prompt.
+  /// Performs the action of the key `code` (`KeyCode`). Throws nothing: an error of the
+  /// action is reported to the host, and an empty line follows after a new prompt.
   void handleKey(int code);
 
-  [[nodiscard]] const std::string& line() const { return line_; }
-  /// The cursor's place in the line; 0 is before its first byte.
-  [[nodiscard]] std::uint32_t cursor() const { return cursor_; }
+  [[nodiscard]] const std::string& line() const { return buffer_.text(); }
+  /// The cursor as an offset into the line; 0 is before its first byte.
+  [[nodiscard]] std::uint32_t cursor() const { return buffer_.cursor(); }
   /// The column of the terminal, from 1, in which the line begins.
   [[nodiscard]] int textColumn() const { return textColumn_; }
   [[nodiscard]] int owner() const { return owner_; }
   [[nodiscard]] bool batch() const { return batch_; }
 
   /// The lines accepted so far, oldest first.
-  [[nodiscard]] const std::vector<std::string>& history() const { return history_; }
+  [[nodiscard]] const std::vector<std::string>& history() const { return buffer_.history(); }
 
  private:
   using Action = void (LineEditor::*)();
 
   static int readKeys(void* editor);
-  void takeKeys();
+  void readUntilEnd();
   void endInput();
-  void repaint();
 
+  // The keys and their actions: key_map.cpp.
   static Action actionOf(int code);
   void dispatchKey(int code);
-  void recover(int code, const std::function<void()>& tell);
+  void recover(int code, const std::function<void()>& report);
   void typeText(int code);
   void deleteBackward();
   void goToStart();
@@ -148,32 +154,24 @@ class LineEditor {
   void accept();
   void ignore() {}
 
+  void drawEdit();
   void reprompt();
-  void insertText(int code);
+  void repaint();
   void flushRepaint();
-  void browse(std::vector<std::string>& from, std::vector<std::string>& to, std::uint8_t steps);
 
   std::atomic<bool> running_{true};
   std::atomic<bool> readingStarted_{false};
   const int owner_;
-  std::vector<std::string> history_;
-  // What walking back and forward brings, the next one last. While `browsing_` is
-  // false they stand for all of the history and nothing, and are filled when the
-  // first step is made.
-  std::vector<std::string> olderLines_;
-  std::vector<std::string> newerLines_;
-  bool browsing_ = false;
-  std::string line_;
+  LineBuffer buffer_;
   int textColumn_ = 1;
-  std::uint32_t cursor_ = 0;
-  // Whether the text of the present key may be shown later, with that of the keys
-  // that wait behind it, and whether such text is still to be shown.
+  // Whether the text of the current key may be drawn together with that of the keys
+  // that are waiting, and whether such text has not been drawn yet.
   bool deferRepaint_ = false;
-  bool repaintOwed_ = false;
+  bool repaintPending_ = false;
   const bool batch_;
   const LineEditorHost host_;
-  std::optional<RepaintRequests> wishes_;
-  // Last: started when all else stands, joined while all else still does.
+  std::optional<RepaintRequests> repaintRequests_;
+  // Last: started when all other members exist, joined before any is destroyed.
   std::unique_ptr<UtilSrv::Thread> reader_;
 };
 
