@@ -1,6 +1,5 @@
 #include "model/tree_scope.h"
 #include "shell/results.h"
-#include "shell/system_command.h"
 
 namespace treescope {
 

@@ -1,10 +1,9 @@
-#include "shell/completion.h"
-
 #include <utility>
 
 #include "model/discovery.h"
 #include "model/split_path.h"
 #include "model/tree_scope.h"
+#include "shell/command_table.h"
 #include "shell/results.h"
 
 namespace treescope {
@@ -14,7 +13,7 @@ int TreeScope::doTab(const char* head, const char* lastWord) {
 }
 
 int TreeScope::completeWord(const char* line, const char* word) {
-  if (word == nullptr && !completeCommandWord(completedCommands.data(), line)) {
+  if (word == nullptr && !completeCommandWord(completedCommands, line)) {
     return result::success;
   }
   const SplitPath path = splitAtLastSlash(expandPath(word));

@@ -1,35 +1,12 @@
-#include "shell/completion.h"
-
 #include <algorithm>
 #include <utility>
 
+#include "shell/command_table.h"
 #include "shell/scope_base.h"
 #include "term/column_listing.h"
 #include "term/line_buffer.h"
 
 namespace treescope {
-
-const std::array<int, 14> completedCommands = {
-    commandCode("cat "),  commandCode("cd "),
-    commandCode("du "),   commandCode("eu "),
-    commandCode("exit "), commandCode("from "),
-    commandCode("get "),  commandCode("help "),
-    commandCode("ls "),   commandCode("set "),
-    commandCode("str "),  commandCode("to "),
-    commandCode("quit "), noCommand,
-};
-
-std::vector<std::string> commandCandidates(const int* codes, std::string_view head) {
-  std::vector<std::string> candidates;
-  for (const int* code = codes; *code != noCommand; ++code) {
-    std::string candidate = commandTable[static_cast<std::size_t>(*code)].name;
-    candidate += ' ';
-    if (candidate.starts_with(head)) {
-      candidates.push_back(std::move(candidate));
-    }
-  }
-  return candidates;
-}
 
 bool ScopeBase::completeCommandWord(const int* codes, const char* head) {
   const std::string_view typed = head == nullptr ? "" : head;

@@ -1,23 +1,38 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstdio>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
 #include "evtsrv/event_port_manager.h"
 #include "model/tree_scope.h"
 #include "shell/options.h"
-#include "shell/standard_descriptors.h"
 
 using treescope::TreeScope;
 namespace run_mode = treescope::run_mode;
 
 namespace {
 
-/// Standard output keeps everything until it is flushed, so that a key's echo, an
-/// update or a listing reaches the terminal in few writes.
+/// Opens /dev/null as each of the descriptors 0, 1 and 2 that the parent process
+/// has closed. Otherwise the next pipe to a server would get that number, and the
+/// shell would read keys from it or print to it. Has no effect without /dev/null.
+void openStandardDescriptors() {
+  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // open(2) returns the lowest free number, which is this one.
+    if (fcntl(standard, F_GETFD) == -1 && open("/dev/null", O_RDWR) == -1) {
+      return;
+    }
+  }
+}
+
+/// Makes standard output fully buffered, so that a key's echo, an update or a
+/// listing reaches the terminal in few writes.
 void bufferOutput() {
   static std::array<char, 65536> buffer;
-  // Without it the output is the same in more writes.
+  // On an error the output is the same, in more writes.
   static_cast<void>(std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size()));
 }
 
@@ -47,7 +62,7 @@ void runShell(EvtSrv::EventPortManager& manager, int mode, const std::string& te
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  treescope::openStandardDescriptors();
+  openStandardDescriptors();
   treescope::forceLoadFlag = false;
   constexpr unsigned behaviour = EvtSrv::ConBehave_Default & ~EvtSrv::ConBehave_DisableOverNetwork;
   EvtSrv::EventPortManager manager(behaviour, true);

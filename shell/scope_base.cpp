@@ -1,10 +1,16 @@
 #include "shell/scope_base.h"
 
+#include "evtsrv/event_port_manager.h"
 #include "shell/paths.h"
-#include "shell/results.h"
 #include "term/terminal_mode.h"
 
 namespace treescope {
+
+namespace {
+
+constexpr int stepMilliseconds = 100;
+
+}  // namespace
 
 ScopeBase::ScopeBase(EvtSrv::EventPortManager* manager, int batch)
     : eventPortManager_(manager),
@@ -17,7 +23,7 @@ ScopeBase::ScopeBase(EvtSrv::EventPortManager* manager, int batch)
       wordTree_(std::make_unique<WordNode>()),
       batch_(batch) {
   if (batch_ == 0) {
-    // Without a terminal there is no mode to take.
+    // Fails when standard input is not a terminal; there is no mode to change then.
     static_cast<void>(setRawMode(1));
   }
   lineEditor_.showPrompt(promptText().c_str(), nullptr);
@@ -40,6 +46,13 @@ int ScopeBase::isRunning() const {
 void ScopeBase::setRunning(int running) {
   lineEditor_.setRunning(running != 0);
   running_ = running;
+}
+
+int ScopeBase::step() {
+  // Neither result matters: an iteration may pass without an event.
+  static_cast<void>(eventPortManager_->receiveEvent(stepMilliseconds));
+  static_cast<void>(eventPortManager_->finishActiveTerm(stepMilliseconds));
+  return 1;
 }
 
 void ScopeBase::printResult(int code) {

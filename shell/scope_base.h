@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "shell/results.h"
 #include "shell/word_tree.h"
 #include "term/line_editor.h"
 #include "term/screen_printer.h"
@@ -15,137 +16,147 @@ class EventPortManager;
 
 namespace treescope {
 
-/// The generic shell: takes lines apart, recognises commands, checks what they
-/// were given and calls their handlers, which a concrete shell overrides.
+/// The generic shell: splits lines into commands, checks the arguments of each
+/// command and calls its handler. A concrete shell overrides the handlers.
 ///
-/// Interactively it reads lines on the line editor's thread, and every command
-/// runs there; the thread that made the shell only repeats `step`. In batch mode
-/// everything runs on the caller's thread. Only the running flag and the printer
-/// may be used from both.
+/// An interactive shell reads lines on the line editor's thread, and every command
+/// runs there; the thread that constructed the shell only repeats `step`. In batch
+/// mode everything runs on the caller's thread. Only the running flag and the
+/// printer may be used from both threads.
 ///
-/// Results are codes (`shell/results.h`); handlers give them, the dispatcher
-/// alone prints their messages. Texts are zero-terminated; an argument that was
-/// not given is null.
+/// Results are codes (`shell/results.h`). Handlers return them; only the dispatcher
+/// prints their messages. Texts are zero-terminated; a missing argument is null.
 class ScopeBase {
  public:
-  /// `manager` is not owned, outlives the shell, and is used by `step` alone.
-  /// With a `batch` of 0 the line editor's thread is started, which waits for
-  /// `acceptInput`, the terminal goes into raw mode (term/terminal_mode.h), which
-  /// the destructor ends, and the first prompt is printed.
+  /// `manager` is not owned, must outlive the shell, and is used by `step` only.
+  /// With a `batch` of 0 the constructor starts the line editor's thread, which
+  /// waits for `acceptInput`, puts the terminal into raw mode
+  /// (term/terminal_mode.h) until the destructor restores it, and prints the first
+  /// prompt.
   ScopeBase(EvtSrv::EventPortManager* manager, int batch);
   ScopeBase(const ScopeBase&) = delete;
   ScopeBase& operator=(const ScopeBase&) = delete;
 
   virtual ~ScopeBase();
 
-  // The commands' handlers. Here each does nothing and gives `result::nothing`:
-  // the command is accepted and has no effect. `options` holds the bits of
-  // `shell/command_table.h`.
+  // The handlers of the commands; the command table (shell/command_table.h) calls
+  // them. These defaults accept the command and do nothing. `options` holds the
+  // bits of the command's options.
 
-  virtual int doLs(unsigned options, const char* path);
-  virtual int doCd(const char* path);
-  virtual int doSet(unsigned options, const char* value, const char* path);
-  virtual int doStr(const char* text, const char* path);
-  virtual int doGet(const char* path);
-  virtual int doEu(unsigned options, const char* path);
-  virtual int doDu(const char* path);
-  virtual int doConvert(const char* first, const char* second);
-  virtual int doFrom(const char* first, const char* second);
-  virtual int doTo(const char* first, const char* second);
-  virtual int doCat(unsigned options, const char* path);
-  virtual int doCon(const char* first, const char* second);
-  virtual int doDis(const char* first, const char* second);
-  virtual int doLoad(const char* name);
-  virtual int doSave(const char* name);
-  virtual int doRn(const char* first, const char* second);
-  virtual int doRm(const char* name);
-  virtual int doMkdir(const char* name);
-  /// A completion request: `head` is the command word, with one blank behind it
-  /// when it is complete; `lastWord` is the word to be completed.
-  virtual int doTab(const char* head, const char* lastWord);
-  virtual int doExit();
-  virtual int doEnd();
-  virtual int doTerminate();
-  virtual int doBt(unsigned options, const char* path);
-  virtual int doHelp();
-  /// A command word that is none of the shell's.
-  virtual int doOther(const char* word, const char* first, const char* second);
+  virtual int doLs(unsigned /*options*/, const char* /*path*/) { return result::nothing; }
+  virtual int doCd(const char* /*path*/) { return result::nothing; }
+  virtual int doSet(unsigned /*options*/, const char* /*value*/, const char* /*path*/) {
+    return result::nothing;
+  }
+  virtual int doStr(const char* /*text*/, const char* /*path*/) { return result::nothing; }
+  virtual int doGet(const char* /*path*/) { return result::nothing; }
+  virtual int doEu(unsigned /*options*/, const char* /*path*/) { return result::nothing; }
+  virtual int doDu(const char* /*path*/) { return result::nothing; }
+  virtual int doConvert(const char* /*first*/, const char* /*second*/) { return result::nothing; }
+  virtual int doFrom(const char* /*first*/, const char* /*second*/) { return result::nothing; }
+  virtual int doTo(const char* /*first*/, const char* /*second*/) { return result::nothing; }
+  virtual int doCat(unsigned /*options*/, const char* /*path*/) { return result::nothing; }
+  virtual int doCon(const char* /*first*/, const char* /*second*/) { return result::nothing; }
+  virtual int doDis(const char* /*first*/, const char* /*second*/) { return result::nothing; }
+  virtual int doLoad(const char* /*name*/) { return result::nothing; }
+  virtual int doSave(const char* /*name*/) { return result::nothing; }
+  virtual int doRn(const char* /*first*/, const char* /*second*/) { return result::nothing; }
+  virtual int doRm(const char* /*name*/) { return result::nothing; }
+  virtual int doMkdir(const char* /*name*/) { return result::nothing; }
+  /// A completion request: `head` is the command word, followed by one space when it
+  /// is complete; `lastWord` is the word to be completed.
+  virtual int doTab(const char* /*head*/, const char* /*lastWord*/) { return result::nothing; }
+  virtual int doExit() { return result::nothing; }
+  virtual int doEnd() { return result::nothing; }
+  virtual int doTerminate() { return result::nothing; }
+  virtual int doBt(unsigned /*options*/, const char* /*path*/) { return result::nothing; }
+  virtual int doHelp() { return result::nothing; }
+  /// A command word that is not in the command table.
+  virtual int doOther(const char* /*word*/, const char* /*first*/, const char* /*second*/) {
+    return result::nothing;
+  }
 
-  /// Lets the line editor take its first line; called once, when the concrete
-  /// shell is constructed.
+  /// Lets the line editor read its first line. Called once, after the concrete shell
+  /// is constructed.
   void acceptInput();
 
   /// 1 until an exit command or the end of input. Any thread.
   [[nodiscard]] int isRunning() const;
-  /// Any thread. With 0 the interactive loop and the line editor end.
+  /// 0 ends the interactive loop and the line editor. Any thread.
   void setRunning(int running);
 
-  /// One turn of the interactive loop: handles an event when one comes within
-  /// 100 ms, and helps terminations along. Gives 1.
+  /// One iteration of the interactive loop: dispatches an event if one arrives
+  /// within 100 ms, and continues pending terminations of connections. Returns 1.
   int step();
 
-  /// Runs the commands of a line that was typed, which ";" separates, until one
-  /// gives a result other than success or nothing; gives that, else success.
+  /// Runs the commands of a typed line, which ";" separates, until one returns a
+  /// code other than success or nothing. Returns that code, else success.
   int runLine(const char* line);
 
-  /// Runs the commands of one line of a script until one does not succeed; gives
-  /// the last result, `result::nothing` when there was no command. A non-zero
-  /// `unquote` removes one double quote from the beginning of the line; two
-  /// empty it.
+  /// Runs the commands of one line of a script until one does not succeed. Returns
+  /// the last code, `result::nothing` when there is no command. With a non-zero
+  /// `unquote`, one double quote at the beginning of the line is removed first; two
+  /// double quotes there make the line empty.
   int runCommandString(const char* text, int unquote);
 
-  /// Runs the lines of the file `fileName` until one does not succeed; gives the
-  /// last result. An empty line ends the run, so does the line feed at the
-  /// file's end: both give `result::nothing`. Of a line of more than 999 bytes
-  /// the first 999 are run, and nothing after them. `result::openFileError` when
-  /// the file cannot be read; `result::unknownError` when files run each other
-  /// more than 64 deep. A named pipe that nobody writes is an empty file.
+  /// Runs the lines of the file `fileName` until one does not succeed. Returns the
+  /// last code. An empty line ends the run with `result::nothing`, and so does a line
+  /// feed at the end of the file. Of a line of more than 999 bytes the first 999 are
+  /// run, and the run ends after it. Returns `result::openFileError` when the file
+  /// cannot be read, `result::unknownError` when files run each other more than 64
+  /// levels deep. A named pipe that no process has open for writing is an empty file.
   int runCommandFile(const char* fileName);
 
-  /// Runs one command and prints its message; gives its result, `result::nothing`
-  /// for an empty command, `result::exit` when the shell is ending. Nothing is
-  /// thrown.
+  /// Runs one command and prints the message of its result. Returns the result:
+  /// `result::nothing` for an empty command, `result::exit` when the shell is ending.
+  /// Does not throw.
   int dispatch(const char* command);
+
+  /// Runs `command` in the system's command interpreter (system(3)) and waits for
+  /// it. Pending output is flushed first, and the terminal is in its original mode
+  /// while the command runs. Only the command reacts to the interrupt and quit keys
+  /// then. Returns the interpreter's wait status, -1 when it could not be started.
+  static int runSystemCommand(const char* command);
 
   /// Prints the message of `code`, if it has one.
   void printResult(int code);
 
-  /// Prints the current path, as one line.
+  /// Prints the current path on one line.
   int printCurrentPath();
 
-  /// Keeps the names of three ports.
+  /// Stores the names of three ports. No command uses them.
   void setPorts(const char* first, const char* second, const char* third);
 
-  /// Prints the line editor's history, each entry behind its number, until the
-  /// person has had enough.
+  /// Prints the line editor's history, each entry after its number, until the user
+  /// quits the pager.
   int printHistory(bool paging);
 
   /// Replaces `matches` by the paths of the known names that `pattern` matches
   /// (`matchingPaths`).
   void expandWildcard(const char* pattern, std::vector<std::string>& matches) const;
 
-  // Completion. The candidates are whole: each is what the word becomes. Every
-  // presenter prints the prompt anew; several candidates are listed in columns before
-  // it, without paging, and what they have in common takes the place of the last word
+  // Completion. A candidate is the complete replacement of what is completed. Each
+  // of these prints the prompt again. Several candidates are first listed in columns,
+  // without paging, and their common beginning replaces the last word
   // (`LineEditor::replaceLastWord`).
 
-  /// Completes a command word, `head`, null where nothing is typed, to those of
-  /// `codes` (row indices of the command table, ended by `noCommand`). True, and
-  /// nothing is presented, where `head` is one of them with one blank behind it: what
-  /// is to be completed is the word after it.
+  /// Completes the command word `head` (null when nothing is typed) to one of
+  /// `codes` (row indices of the command table, ended by `noCommand`). Returns true,
+  /// and presents nothing, if `head` is one of them followed by one space: the word
+  /// after it is to be completed.
   bool completeCommandWord(const int* codes, const char* head);
 
-  /// Presents what the last word of the line may become. A single candidate takes its
-  /// place, ".." with a "/" behind it.
+  /// Presents the candidates for the last word of the line. A single candidate
+  /// replaces that word; ".." becomes "../".
   void presentCandidates(std::vector<std::string> candidates);
 
-  /// Presents what the whole line may become. A single candidate takes its place.
+  /// Presents the candidates for the whole line. A single candidate replaces it.
   void presentLineCandidates(std::vector<std::string> candidates);
 
-  /// What stands in the prompt: the label, a blank, the last component of the
+  /// The text of the prompt: the label, a space, then the last component of the
   /// current path or "/".
   [[nodiscard]] std::string promptText() const;
-  /// Prints the prompt anew.
+  /// Stores the label and prints the prompt again.
   void setPromptLabel(const char* label);
 
  protected:

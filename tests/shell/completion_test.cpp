@@ -1,8 +1,7 @@
-#include "shell/completion.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "shell/command_table.h"
 #include "shell/results.h"
 #include "shell/scope_base.h"
 #include "tests/shell/listed_candidates.h"
@@ -56,7 +55,7 @@ TEST(CommandCandidates, AreTheListedCommandsThatBeginWithTheHead) {
       {"\xff", {}},
   };
   for (const Case& each : cases) {
-    EXPECT_EQ(commandCandidates(completedCommands.data(), each.head), each.candidates)
+    EXPECT_EQ(commandCandidates(completedCommands, each.head), each.candidates)
         << "head '" << each.head << "'";
   }
 }
@@ -77,7 +76,7 @@ class CompletingShell : public ScopeBase {
       return text == nullptr ? std::string("null") : '\'' + std::string(text) + '\'';
     };
     requests.push_back(shown(head) + ' ' + shown(word));
-    if (word != nullptr || completeCommandWord(completedCommands.data(), head)) {
+    if (word != nullptr || completeCommandWord(completedCommands, head)) {
       presentCandidates(words);
     }
     return result::success;

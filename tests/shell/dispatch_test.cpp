@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "shell/command_table.h"
 #include "tests/shell/recording_shell.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/editor_echo.h"
@@ -41,6 +42,7 @@ TEST(Dispatch, CallsTheHandlerOfEachCommand) {
       {"cd", 1, {"cd|null"}},
       {"cd /a", 1, {"cd|/a"}},
       {"set -c 1 /a", 1, {"set|8|1|/a"}},
+      {"set -lc 1", 1, {"set|12|1|null"}},
       {"set 1", 1, {"set|0|1|null"}},
       {"str -1 /a", 1, {"str|-1|/a"}},
       {"str \"a b\" /a rest -r", 1, {"str|a b|/a"}},
@@ -70,25 +72,54 @@ TEST(Dispatch, CallsTheHandlerOfEachCommand) {
   });
 }
 
-TEST(Dispatch, RefusesWhatACommandDoesNotTake) {
+TEST(Dispatch, RejectsOptionsAndArgumentsThatACommandDoesNotAccept) {
   for (const char* command :
-       {"get -r",  "eu -c",       "du -m",    "cat -r", "ls /a /b",    "set",
-        "set -l",  "set 1 2 3",   "str",      "bt x",   "setport a b", "setport a b c d",
-        "convert", "from",        "to -r",    "con",    "dis",         "rn",
-        "cmdfrom", "cmdfrom a b", "load a b", "foo",    " $ls",        "\"\""}) {
+       {"ls /a /b",      "cd -r",     "cd /a /b",  "set",         "set -l",
+        "set -r 1",      "set -m 1",  "set 1 2 3", "setport a b", "setport a b c d",
+        "str",           "get -r",    "get a b",   "eu -c",       "eu a b",
+        "du -m",         "du -l",     "du -c",     "du a b",      "from",
+        "from a b c",    "to -r",     "to a b c",  "cat -r",      "cat -m",
+        "cat -c",        "cat a b",   "con",       "con a b c",   "dis",
+        "dis a b c",     "load a b",  "save a b",  "rn",          "rn a b c",
+        "rm a b",        "mkdir a b", "cmdfrom",   "cmdfrom a b", "convert",
+        "convert a b c", "bt x",      "foo",       " $ls",        "\"\""}) {
     expectDispatched({{command, 5, {}, optionError}});
   }
   expectDispatched({{"history -r", 5, {}}, {"history a b", 5, {}}, {"history a", 1, {}}});
 }
 
-TEST(Dispatch, RefusesWordsAfterCommandsThatStandAlone) {
+TEST(Dispatch, AppliesTheLimitsOfEachRow) {
+  for (const CommandRow& row : commandTable) {
+    if (row.check != ArgumentCheck::limits) {
+      continue;
+    }
+    const auto codeOf = [&row](const std::string& arguments) {
+      RecordingShell shell;
+      const CapturedOutput output;
+      return shell.dispatch((row.name + arguments).c_str());
+    };
+    std::string arguments;
+    for (unsigned count = 0; count < row.maxArgs; ++count) {
+      arguments += " x";
+    }
+    EXPECT_NE(codeOf(arguments), result::optionError) << row.name;
+    EXPECT_EQ(codeOf(arguments + " x"), result::optionError) << row.name;
+    for (const char letter : {'r', 'm', 'l', 'c', 'x'}) {
+      const bool accepted = (optionBit(letter) & ~row.optionMask) == 0;
+      EXPECT_EQ(codeOf(arguments + " -" + letter) != result::optionError, accepted)
+          << row.name << " -" << letter;
+    }
+  }
+}
+
+TEST(Dispatch, RejectsAnyWordAfterCommandsWithoutArguments) {
   for (const char* command : {"exit now", "quit -r", "q x", "pwd x", "end x", "terminate x"}) {
     expectDispatched({{command, 3, {}, optionError}});
   }
   expectDispatched({{"help me", 3, {}}});
 }
 
-TEST(Dispatch, HandsCompletionRequestsOn) {
+TEST(Dispatch, PassesCompletionRequestsToTheirHandler) {
   expectDispatched({
       {"tab", 1, {"tab|null|null"}},
       {"tab ", 1, {"tab|null|null"}},
@@ -99,10 +130,10 @@ TEST(Dispatch, HandsCompletionRequestsOn) {
   });
 }
 
-TEST(Dispatch, EndsTheShellWithAnyOfItsExitWords) {
+TEST(Dispatch, EndsTheShellOnEachExitCommand) {
   for (const char* command : {"exit", "quit", "  q "}) {
     RecordingShell shell;
-    shell.answer = 4;
+    shell.code = 4;
     CapturedOutput output;
     EXPECT_EQ(shell.isRunning(), 1);
     EXPECT_EQ(shell.dispatch(command), 11);
@@ -112,7 +143,7 @@ TEST(Dispatch, EndsTheShellWithAnyOfItsExitWords) {
   }
 }
 
-TEST(Dispatch, GoesOnAfterARefusedExit) {
+TEST(Dispatch, KeepsTheShellRunningAfterARejectedExit) {
   RecordingShell shell;
   const CapturedOutput output;
   shell.dispatch("exit now");
@@ -121,13 +152,13 @@ TEST(Dispatch, GoesOnAfterARefusedExit) {
 
 TEST(Dispatch, PrintsTheMessageOfAResult) {
   RecordingShell shell;
-  shell.answer = 4;
+  shell.code = 4;
   CapturedOutput output;
   EXPECT_EQ(shell.dispatch("get x"), 4);
   EXPECT_EQ(output.take(), "ERROR: NotFound\n");
 }
 
-TEST(Dispatch, PlacesAMessageInteractively) {
+TEST(Dispatch, PrintsAMessageInTheFirstColumnInteractively) {
   CapturedOutput output;
   {
     RecordingShell shell(0);
@@ -138,7 +169,7 @@ TEST(Dispatch, PlacesAMessageInteractively) {
             test_support::EditorEcho(" /").prompt() + "\033[39m\033[1GERROR: Bad Argument\n");
 }
 
-TEST(Dispatch, KeepsThreePorts) {
+TEST(Dispatch, StoresThreePortNames) {
   RecordingShell shell;
   CapturedOutput output;
   EXPECT_EQ(shell.dispatch("setport a \"\" c"), 3);
@@ -146,7 +177,7 @@ TEST(Dispatch, KeepsThreePorts) {
   EXPECT_EQ(output.take(), "");
 }
 
-TEST(Dispatch, RunsTheSystemsCommandsInOrderWithItsOwnOutput) {
+TEST(Dispatch, RunsSystemCommandsInOrderWithTheShellsOutput) {
   RecordingShell shell;
   shell.path() = {"a", "b"};
   CapturedOutput output;
@@ -163,7 +194,7 @@ TEST(Dispatch, PrintsTheCurrentPath) {
   EXPECT_EQ(output.take(), "/\n");
 }
 
-TEST(ScopeBase, AcceptsCommandsThatItDoesNotKnow) {
+TEST(ScopeBase, AcceptsCommandsWithoutAHandlerOfTheirOwn) {
   CapturedOutput output;
   ScopeBase shell(nullptr, 1);
   for (const char* command :

@@ -7,65 +7,64 @@
 
 namespace treescope {
 
-/// A shell that notes which handlers are called and with what, and answers with
-/// `answer`.
+/// A shell whose handlers record their calls and return `code`.
 class RecordingShell : public ScopeBase {
  public:
   explicit RecordingShell(int batch = 1) : ScopeBase(nullptr, batch) {}
 
-  int doLs(unsigned o, const char* p) override { return note("ls", {number(o), shown(p)}); }
-  int doCd(const char* p) override { return note("cd", {shown(p)}); }
+  int doLs(unsigned o, const char* p) override { return record("ls", {number(o), text(p)}); }
+  int doCd(const char* p) override { return record("cd", {text(p)}); }
   int doSet(unsigned o, const char* v, const char* p) override {
-    return note("set", {number(o), shown(v), shown(p)});
+    return record("set", {number(o), text(v), text(p)});
   }
-  int doStr(const char* t, const char* p) override { return note("str", {shown(t), shown(p)}); }
-  int doGet(const char* p) override { return note("get", {shown(p)}); }
-  int doEu(unsigned o, const char* p) override { return note("eu", {number(o), shown(p)}); }
-  int doDu(const char* p) override { return note("du", {shown(p)}); }
-  int doConvert(const char* a, const char* b) override { return pair("convert", a, b); }
-  int doFrom(const char* a, const char* b) override { return pair("from", a, b); }
-  int doTo(const char* a, const char* b) override { return pair("to", a, b); }
-  int doCat(unsigned o, const char* p) override { return note("cat", {number(o), shown(p)}); }
-  int doCon(const char* a, const char* b) override { return pair("con", a, b); }
-  int doDis(const char* a, const char* b) override { return pair("dis", a, b); }
-  int doLoad(const char* n) override { return note("load", {shown(n)}); }
-  int doSave(const char* n) override { return note("save", {shown(n)}); }
-  int doRn(const char* a, const char* b) override { return pair("rn", a, b); }
-  int doRm(const char* n) override { return note("rm", {shown(n)}); }
-  int doMkdir(const char* n) override { return note("mkdir", {shown(n)}); }
-  int doTab(const char* h, const char* l) override { return note("tab", {shown(h), shown(l)}); }
-  int doExit() override { return note("exit", {}); }
-  int doEnd() override { return note("end", {}); }
-  int doTerminate() override { return note("terminate", {}); }
-  int doBt(unsigned o, const char* p) override { return note("bt", {number(o), shown(p)}); }
-  int doHelp() override { return note("help", {}); }
+  int doStr(const char* t, const char* p) override { return record("str", {text(t), text(p)}); }
+  int doGet(const char* p) override { return record("get", {text(p)}); }
+  int doEu(unsigned o, const char* p) override { return record("eu", {number(o), text(p)}); }
+  int doDu(const char* p) override { return record("du", {text(p)}); }
+  int doConvert(const char* a, const char* b) override { return recordTwo("convert", a, b); }
+  int doFrom(const char* a, const char* b) override { return recordTwo("from", a, b); }
+  int doTo(const char* a, const char* b) override { return recordTwo("to", a, b); }
+  int doCat(unsigned o, const char* p) override { return record("cat", {number(o), text(p)}); }
+  int doCon(const char* a, const char* b) override { return recordTwo("con", a, b); }
+  int doDis(const char* a, const char* b) override { return recordTwo("dis", a, b); }
+  int doLoad(const char* n) override { return record("load", {text(n)}); }
+  int doSave(const char* n) override { return record("save", {text(n)}); }
+  int doRn(const char* a, const char* b) override { return recordTwo("rn", a, b); }
+  int doRm(const char* n) override { return record("rm", {text(n)}); }
+  int doMkdir(const char* n) override { return record("mkdir", {text(n)}); }
+  int doTab(const char* h, const char* l) override { return record("tab", {text(h), text(l)}); }
+  int doExit() override { return record("exit", {}); }
+  int doEnd() override { return record("end", {}); }
+  int doTerminate() override { return record("terminate", {}); }
+  int doBt(unsigned o, const char* p) override { return record("bt", {number(o), text(p)}); }
+  int doHelp() override { return record("help", {}); }
   int doOther(const char* w, const char* a, const char* b) override {
-    return note("other", {shown(w), shown(a), shown(b)});
+    return record("other", {text(w), text(a), text(b)});
   }
 
   WordNode& words() { return *wordTree_; }
   std::vector<std::string>& path() { return currentPath_; }
   std::vector<std::string> ports() const { return {portName1_, portName2_, portName3_}; }
 
-  /// One entry a call: the handler's name and its arguments, each behind a "|".
+  /// One entry for each call: the handler's name and its arguments, separated by "|".
   std::vector<std::string> calls;
-  int answer = 1;
+  int code = 1;
 
  private:
   static std::string number(unsigned options) { return std::to_string(options); }
-  static std::string shown(const char* text) { return text == nullptr ? "null" : text; }
+  static std::string text(const char* argument) { return argument == nullptr ? "null" : argument; }
 
-  int pair(const char* name, const char* first, const char* second) {
-    return note(name, {shown(first), shown(second)});
+  int recordTwo(const char* name, const char* first, const char* second) {
+    return record(name, {text(first), text(second)});
   }
 
-  int note(const char* name, const std::vector<std::string>& arguments) {
+  int record(const char* name, const std::vector<std::string>& arguments) {
     std::string call = name;
     for (const std::string& argument : arguments) {
       call += '|' + argument;
     }
     calls.push_back(call);
-    return answer;
+    return code;
   }
 };
 

@@ -61,7 +61,7 @@ TEST_F(Scripts, LineRunsItsCommandsUntilOneFails) {
 }
 
 TEST_F(Scripts, LineGoesOnAfterNothingToReport) {
-  shell.answer = 3;
+  shell.code = 3;
   EXPECT_EQ(shell.runLine("get a;get b"), 1);
   EXPECT_THAT(shell.calls, ElementsAre("get|a", "get|b"));
 }
