@@ -35,6 +35,10 @@ endif()
 add_library(treescope_warnings INTERFACE)
 target_compile_options(treescope_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # Checks the annotations of kstd/thread_annotations.h.
+  target_compile_options(treescope_warnings INTERFACE -Wthread-safety)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # GCC 12 takes the sum of a literal and a string for overlapping copies
   # (https://gcc.gnu.org/PR105651).

@@ -46,11 +46,11 @@ void SampleServer::serve() {
 }
 
 void SampleServer::hang() {
-  manager_.clientMutex.lock();
+  hanging_ = std::unique_lock(manager_.clientMutex);
 }
 
 void SampleServer::resume() {
-  manager_.clientMutex.unlock();
+  hanging_.unlock();
 }
 
 void SampleServer::end() {

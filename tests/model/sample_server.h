@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -75,6 +76,7 @@ class SampleServer {
   ModelSrv::ModelNode empty_{2, "empty"};
   ModelSrv::ModelNode unnamedNode_{3, ""};
   ModelSrv::ModelRoot root_{&manager_};
+  std::unique_lock<KSTD::KThreadMutex> hanging_;
   std::atomic<bool> ending_{false};
   std::thread thread_;
 };

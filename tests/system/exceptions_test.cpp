@@ -111,8 +111,8 @@ class Exceptions : public testing::Test {
     EXPECT_EQ(std::current_exception(), nullptr);
     bool isFree = false;
     std::thread([&] {
-      isFree = manager_.clientMutex.try_lock();
-      if (isFree) {
+      if (manager_.clientMutex.try_lock()) {
+        isFree = true;
         manager_.clientMutex.unlock();
       }
     }).join();

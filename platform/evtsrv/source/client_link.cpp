@@ -31,6 +31,7 @@ ClientLink::ClientLink(ManagerCore& core, EventSink& sink, ConnectionPipes pipes
       replyBytes_(std::make_unique_for_overwrite<std::uint8_t[]>(readSize)) {}
 
 EvtRes ClientLink::open() {
+  core_.clientMutex().assertHeld();
   const int result = core_.reactor().add(pipes_.event.number(), EPOLLIN, *this, 0, registration_);
   return result < 0 ? fail(resultOf(result)) : EvtRes_Success;
 }
@@ -267,6 +268,7 @@ EvtRes ClientLink::look() {
 }
 
 bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
+  core_.clientMutex().assertHeld();
   const auto keep = shared_from_this();
   if (dispatching_) {
     // The outer dispatch still reads the bytes that it got, and goes on later.

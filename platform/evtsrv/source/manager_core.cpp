@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 #include <span>
 
 namespace EvtSrv::internal {
@@ -26,7 +25,7 @@ bool drain(System& system, int event) {
 ManagerCore::ManagerCore(System& system, KSTD::KThreadMutex& clientMutex, bool reconnects)
     : system_(system),
       clientMutex_(clientMutex),
-      reactor_(system),
+      reactor_(system, clientMutex),
       reconnects_(reconnects),
       state_(openAll()) {}
 
@@ -80,7 +79,7 @@ EvtRes ManagerCore::receive(int milliseconds, bool& woken) {
 }
 
 bool ManagerCore::dispatch(const epoll_event* events, int count, bool& woken) {
-  const std::lock_guard lock(clientMutex_);
+  const KSTD::KThreadMutexLock lock(clientMutex_);
   bool dispatched = false;
   for (const epoll_event& event : std::span(events, static_cast<std::size_t>(count))) {
     if (event.data.u64 == wakeToken) {
@@ -143,12 +142,14 @@ void ManagerCore::wake() noexcept {
 }
 
 void ManagerCore::beginTermination() {
+  clientMutex_.assertHeld();
   if (terminations_.fetch_add(1) == 0) {
     static_cast<void>(drain(system_, idleEvent_.number()));
   }
 }
 
 void ManagerCore::endTermination() {
+  clientMutex_.assertHeld();
   if (terminations_.fetch_sub(1) == 1) {
     system_.signalEvent(idleEvent_.number());
   }

@@ -35,19 +35,27 @@ class ManagerCore {
   [[nodiscard]] EvtRes state() const { return state_; }
   [[nodiscard]] bool reconnects() const { return reconnects_; }
   [[nodiscard]] System& system() { return system_; }
-  [[nodiscard]] KSTD::KThreadMutex& clientMutex() { return clientMutex_; }
+  [[nodiscard]] KSTD::KThreadMutex& clientMutex() KRV_RETURN_CAPABILITY(clientMutex_) {
+    return clientMutex_;
+  }
 
   // With the client mutex held.
 
-  [[nodiscard]] Reactor& reactor() { return reactor_; }
-  /// An unhurried stop has begun; one `endTermination` answers it.
-  void beginTermination();
-  void endTermination();
+  [[nodiscard]] Reactor& reactor() KRV_REQUIRES(clientMutex_) { return reactor_; }
+  /// A graceful shutdown has begun; each call is matched by one of `endTermination`.
+  void beginTermination() KRV_REQUIRES(clientMutex_);
+  void endTermination() KRV_REQUIRES(clientMutex_);
 
-  /// Where scratch buffers wait between dispatches; see BufferLease.
-  [[nodiscard]] std::vector<std::uint8_t>& readSlot() { return readSlot_; }
-  [[nodiscard]] std::vector<std::uint8_t>& replySlot() { return replySlot_; }
-  [[nodiscard]] std::vector<std::uint8_t>& eventSlot() { return eventSlot_; }
+  /// The pool slots of the buffers that one dispatch needs; see BufferLease.
+  [[nodiscard]] std::vector<std::uint8_t>& readSlot() KRV_REQUIRES(clientMutex_) {
+    return readSlot_;
+  }
+  [[nodiscard]] std::vector<std::uint8_t>& replySlot() KRV_REQUIRES(clientMutex_) {
+    return replySlot_;
+  }
+  [[nodiscard]] std::vector<std::uint8_t>& eventSlot() KRV_REQUIRES(clientMutex_) {
+    return eventSlot_;
+  }
 
  private:
   EvtRes openAll();
@@ -56,17 +64,19 @@ class ManagerCore {
   EvtRes waitWithout(int milliseconds);
   bool dispatch(const epoll_event* events, int count, bool& woken);
 
+  // Constant or thread-safe after construction.
   System& system_;
   KSTD::KThreadMutex& clientMutex_;
-  Reactor reactor_;
+  Reactor reactor_;  // Only wait() and descriptor() without the client mutex.
   FileDescriptor wakeEvent_;
   FileDescriptor idleEvent_;  // Readable while no termination is under way.
   std::atomic<int> terminations_{0};
   const bool reconnects_;
   EvtRes state_;
-  std::vector<std::uint8_t> readSlot_;
-  std::vector<std::uint8_t> replySlot_;
-  std::vector<std::uint8_t> eventSlot_;
+
+  std::vector<std::uint8_t> readSlot_ KRV_GUARDED_BY(clientMutex_);
+  std::vector<std::uint8_t> replySlot_ KRV_GUARDED_BY(clientMutex_);
+  std::vector<std::uint8_t> eventSlot_ KRV_GUARDED_BY(clientMutex_);
 };
 
 }  // namespace EvtSrv::internal

@@ -13,11 +13,15 @@ namespace EvtSrv::internal {
 class PortClient::Impl {
  public:
   Impl(ManagerCore& core, EventSink& sink) : core_(core), sink_(sink) {}
-  ~Impl() { end(); }
+  ~Impl() {
+    core_.clientMutex().assertHeld();
+    end();
+  }
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
 
   EvtRes connect(const std::string& name) {
+    core_.clientMutex().assertHeld();
     end();
     return orEnd([&] {
       name_ = name;
@@ -27,11 +31,13 @@ class PortClient::Impl {
   }
 
   EvtRes resume(bool& renewed) {
+    core_.clientMutex().assertHeld();
     renewed = false;
     return orEnd([&] { return tryResume(renewed); });
   }
 
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply) {
+    core_.clientMutex().assertHeld();
     if (handshake_.has_value()) {
       return EvtRes_Stalled;
     }
@@ -42,9 +48,13 @@ class PortClient::Impl {
     return link_->exchange(operation, payload, reply);
   }
 
-  [[nodiscard]] bool isOpen() const { return link_ != nullptr && link_->fault() == EvtRes_Success; }
+  [[nodiscard]] bool isOpen() const {
+    core_.clientMutex().assertHeld();
+    return link_ != nullptr && link_->fault() == EvtRes_Success;
+  }
 
   void close() {
+    core_.clientMutex().assertHeld();
     end();
     name_.clear();
   }

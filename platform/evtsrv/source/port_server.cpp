@@ -27,20 +27,26 @@ class PortServer::Impl final : public ReadyHandler,
   void beginStop();
   void endAll();
 
-  [[nodiscard]] bool stopping() const { return stopping_; }
-  [[nodiscard]] std::size_t connectionCount() const { return links_.size(); }
+  [[nodiscard]] bool stopping() const {
+    core_.clientMutex().assertHeld();
+    return stopping_;
+  }
+  [[nodiscard]] std::size_t connectionCount() const {
+    core_.clientMutex().assertHeld();
+    return links_.size();
+  }
 
   bool ready(unsigned role, std::uint32_t events) override;
   void linkEnded(ServerLink& link) override;
 
  private:
-  void readMailbox();
+  void readMailbox() KRV_REQUIRES(core_.clientMutex());
   void accept(const Hello& hello);
   int openEnd(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out);
   void refuseWithSpare(const Hello& hello);
   void takeSpare();
   void endService();
-  void endStopIfDone();
+  void endStopIfDone() KRV_REQUIRES(core_.clientMutex());
 
   ManagerCore& core_;
   ServedPort* port_;  // Null from the owner's end on.
@@ -54,6 +60,7 @@ class PortServer::Impl final : public ReadyHandler,
 };
 
 EvtRes PortServer::Impl::start(const std::string& name, std::optional<gid_t> group) {
+  core_.clientMutex().assertHeld();
   if (core_.state() != EvtRes_Success) {
     return core_.state();
   }
@@ -86,6 +93,7 @@ void PortServer::Impl::endService() {
 }
 
 void PortServer::Impl::beginStop() {
+  core_.clientMutex().assertHeld();
   if (!mailbox_.isOpen()) {
     return;
   }
@@ -108,6 +116,7 @@ void PortServer::Impl::endStopIfDone() {
 }
 
 void PortServer::Impl::endAll() {
+  core_.clientMutex().assertHeld();
   port_ = nullptr;
   endService();
   for (const auto& link : std::exchange(links_, {})) {
@@ -117,6 +126,7 @@ void PortServer::Impl::endAll() {
 }
 
 void PortServer::Impl::linkEnded(ServerLink& link) {
+  core_.clientMutex().assertHeld();
   const std::size_t position = link.position;
   if (position < links_.size() && links_[position].get() == &link) {
     std::swap(links_[position], links_.back());
@@ -127,6 +137,7 @@ void PortServer::Impl::linkEnded(ServerLink& link) {
 }
 
 bool PortServer::Impl::ready(unsigned /*role*/, std::uint32_t /*events*/) {
+  core_.clientMutex().assertHeld();
   const auto keep = shared_from_this();
   try {
     readMailbox();

@@ -51,6 +51,7 @@ int Reactor::open() {
 
 int Reactor::add(int descriptor, std::uint32_t interest, ReadyHandler& handler, unsigned role,
                  Registration& registration) {
+  clientMutex_.assertHeld();
   std::uint32_t slot = 0;
   if (free_.empty()) {
     slot = static_cast<std::uint32_t>(slots_.size());
@@ -83,6 +84,7 @@ int Reactor::wait(std::span<epoll_event> events, int milliseconds) {
 }
 
 bool Reactor::dispatch(const epoll_event& event) {
+  clientMutex_.assertHeld();
   const Slot* slot = find(event.data.u64);
   return slot != nullptr && slot->handler->ready(slot->role, event.events);
 }
@@ -98,6 +100,7 @@ Reactor::Slot* Reactor::find(std::uint64_t token) {
 }
 
 void Reactor::remove(std::uint64_t token) {
+  clientMutex_.assertHeld();
   Slot* slot = find(token);
   if (slot == nullptr) {
     return;
@@ -109,6 +112,7 @@ void Reactor::remove(std::uint64_t token) {
 }
 
 int Reactor::setInterest(std::uint64_t token, std::uint32_t interest) {
+  clientMutex_.assertHeld();
   const Slot* slot = find(token);
   return slot == nullptr
              ? -ENOENT

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "evtsrv/source/file_descriptor.h"
+#include "kstd/thread_mutex.h"
 
 namespace EvtSrv::internal {
 
@@ -49,13 +50,15 @@ class Registration {
   std::uint32_t interest_ = 0;
 };
 
-/// The descriptors that a manager waits for. `wait` is for any thread and takes
-/// no lock; everything else wants the client mutex. A readiness that was reported
-/// before its registration ended reaches nobody: tokens are never used again,
-/// whichever descriptor gets the number.
+/// The descriptors that a manager waits for. Any thread may call `wait` and
+/// `descriptor` at any time; everything else, the registrations included, requires the
+/// client mutex. An event that was reported before its registration ended is not
+/// dispatched: tokens are never reused, even if a descriptor number is.
 class Reactor {
  public:
-  explicit Reactor(System& system) : system_(system) {}
+  /// `system` and `clientMutex` outlive this.
+  Reactor(System& system, const KSTD::KThreadMutex& clientMutex)
+      : system_(system), clientMutex_(clientMutex) {}
 
   /// 0, or why there is no epoll instance.
   [[nodiscard]] int open();
@@ -84,14 +87,15 @@ class Reactor {
     std::uint32_t generation = 0;
   };
 
-  Slot* find(std::uint64_t token);
+  Slot* find(std::uint64_t token) KRV_REQUIRES(clientMutex_);
   void remove(std::uint64_t token);
   int setInterest(std::uint64_t token, std::uint32_t interest);
 
   System& system_;
+  const KSTD::KThreadMutex& clientMutex_;
   FileDescriptor epoll_;
-  std::vector<Slot> slots_;
-  std::vector<std::uint32_t> free_;
+  std::vector<Slot> slots_ KRV_GUARDED_BY(clientMutex_);
+  std::vector<std::uint32_t> free_ KRV_GUARDED_BY(clientMutex_);
 };
 
 }  // namespace EvtSrv::internal

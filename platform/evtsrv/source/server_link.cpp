@@ -58,6 +58,7 @@ ServerLink::ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes)
 ServerLink::~ServerLink() = default;
 
 EvtRes ServerLink::open(ServedPort& port) {
+  core_.clientMutex().assertHeld();
   Reactor& reactor = core_.reactor();
   int result = reactor.add(pipes_.request.number(), input, *this, requestRole, onRequest_);
   if (result == 0) {
@@ -101,6 +102,7 @@ void ServerLink::end() {
 }
 
 void ServerLink::closeSilently() {
+  core_.clientMutex().assertHeld();
   owner_ = nullptr;
   onRequest_.end();
   onReply_.end();
@@ -116,12 +118,14 @@ void ServerLink::releaseSession() {
 }
 
 void ServerLink::closeOnNextDispatch() {
+  core_.clientMutex().assertHeld();
   closing_ = true;
   // A writable or broken pipe brings the dispatch that ends this.
   static_cast<void>(onEvent_.setInterest(room));
 }
 
 bool ServerLink::ready(unsigned role, std::uint32_t events) {
+  core_.clientMutex().assertHeld();
   const auto keep = shared_from_this();
   try {
     return serve(role, events);
@@ -299,6 +303,7 @@ bool ServerLink::setInterests() {
 }
 
 void ServerLink::eventsPending() {
+  core_.clientMutex().assertHeld();
   if (owner_ == nullptr || closing_) {
     return;
   }
@@ -372,6 +377,7 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
 }
 
 void ServerLink::drainAndClose() {
+  core_.clientMutex().assertHeld();
   const auto keep = shared_from_this();
   draining_ = true;
   if (serving_) {

@@ -79,13 +79,13 @@ class ServerLink final : public ServerConnection,
 
   void end();
   void releaseSession();
-  bool serve(unsigned role, std::uint32_t events);
-  bool readRequests(std::uint32_t events);
-  void writeReply();
-  void serveRequests();
-  void answer(const Frame& request);
-  void pumpEvents();
-  void pumpOrClose();
+  bool serve(unsigned role, std::uint32_t events) KRV_REQUIRES(core_.clientMutex());
+  bool readRequests(std::uint32_t events) KRV_REQUIRES(core_.clientMutex());
+  void writeReply() KRV_REQUIRES(core_.clientMutex());
+  void serveRequests() KRV_REQUIRES(core_.clientMutex());
+  void answer(const Frame& request) KRV_REQUIRES(core_.clientMutex());
+  void pumpEvents() KRV_REQUIRES(core_.clientMutex());
+  void pumpOrClose() KRV_REQUIRES(core_.clientMutex());
   bool fillEvents(std::vector<std::uint8_t>& chunk);
   void endIfDrained();
   Progress write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes,

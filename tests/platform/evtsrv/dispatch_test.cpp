@@ -13,10 +13,7 @@ class Dispatch : public testing::Test {
     ASSERT_EQ(client.core.receive(-1), EvtRes_Success);
     client.events.clear();
   }
-  void post(std::string bytes) {
-    const std::lock_guard lock(server.mutex);
-    server.port.session->post(2, std::move(bytes));
-  }
+  void post(std::string bytes) { server.post(2, std::move(bytes)); }
 
   std::string name = uniquePort();
   EchoServer server;
@@ -71,7 +68,7 @@ TEST_F(Dispatch, OfTheHolderOfTheMutexIsNotDisturbedByAThreadThatWaits) {
     const std::lock_guard lock(client.mutex);
     EchoClient& shell = client;
     shell.events.clear();
-    ASSERT_EQ(shell.client->connect(name), EvtRes_Success);
+    ASSERT_EQ(shell.connect(name), EvtRes_Success);
     EXPECT_EQ(shell.core.receive(-1), EvtRes_Success);
     ASSERT_EQ(shell.events.size(), 1U);
     EXPECT_EQ(shell.events[0].first, 1) << "the started event";
@@ -112,20 +109,20 @@ TEST_F(Dispatch, InsideAHandlerServesTheOtherConnectionsOfTheManager) {
     int seen = 0;
   };
   Sink sink;
-  PortClient other(client.core, sink);
+  auto other = std::make_unique<PortClient>(client.core, sink);
   client.onEvent = [&] {
-    ASSERT_EQ(other.connect(name), EvtRes_Success);
+    ASSERT_EQ(other->connect(name), EvtRes_Success);
     EXPECT_EQ(client.core.receive(-1), EvtRes_Success);
   };
   post("first");
   ASSERT_EQ(client.core.receive(-1), EvtRes_Success);
   EXPECT_EQ(sink.seen, 1);
   const std::lock_guard lock(client.mutex);
-  other.close();
+  other.reset();
 }
 
 TEST_F(Dispatch, SurvivesAHandlerThatDestroysItsConnection) {
-  client.onEvent = [&] { client.client.reset(); };
+  client.onEvent = [&] { client.destroy(); };
   post("last");
   EXPECT_EQ(client.core.receive(-1), EvtRes_Success);
   EXPECT_EQ(client.core.receive(0), EvtRes_Timeout);

@@ -7,6 +7,11 @@ namespace {
 
 constexpr std::uint16_t stoppedEvent = 3;
 
+int reactorDescriptor(EchoServer& server) {
+  const KSTD::KThreadMutexLock lock(server.core.clientMutex());
+  return server.core.reactor().descriptor();
+}
+
 class Events : public testing::Test {
  protected:
   void connect() {
@@ -17,10 +22,7 @@ class Events : public testing::Test {
     ASSERT_EQ(client.core.receive(0), EvtRes_Success);
     client.events.clear();
   }
-  void post(std::string bytes) {
-    const std::lock_guard lock(server.mutex);
-    server.port.session->post(2, std::move(bytes));
-  }
+  void post(std::string bytes) { server.post(2, std::move(bytes)); }
   void receiveAll() {
     while (client.core.receive(0) == EvtRes_Success) {
       server.serveAll();
@@ -83,17 +85,17 @@ TEST_F(Events, StopWhereTheHandlerClosesTheConnection) {
   connect();
   post("one");
   post("two");
-  client.onEvent = [&] { client.client->close(); };
+  client.onEvent = [&] { client.close(); };
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   EXPECT_EQ(client.events.size(), 1U);
 }
 
 TEST_F(Events, OfAClientThatHasGoneEndItsConnection) {
   connect();
-  client.client.reset();
+  client.destroy();
   post("nobody");
   server.serveAll();
-  EXPECT_EQ(server.server->connectionCount(), 0U);
+  EXPECT_EQ(server.connectionCount(), 0U);
 }
 
 TEST_F(Events, ThatArePendingAreTakenBeforeAnUnhurriedStop) {
@@ -102,19 +104,16 @@ TEST_F(Events, ThatArePendingAreTakenBeforeAnUnhurriedStop) {
   for (int i = 0; i < 200; ++i) {
     post(bytes);
   }
-  {
-    const std::lock_guard lock(server.mutex);
-    server.server->beginStop();
-    EXPECT_TRUE(server.server->stopping());
-  }
+  server.beginStop();
+  EXPECT_TRUE(server.stopping());
   EXPECT_FALSE(std::filesystem::exists(mailboxPath(name)));
   EXPECT_EQ(server.core.finishTerminations(0), EvtRes_Timeout);
   receiveAll();
   ASSERT_EQ(client.events.size(), 201U);
   EXPECT_EQ(client.events.back().first, stoppedEvent);
   EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
-  EXPECT_FALSE(server.server->stopping());
-  EXPECT_FALSE(client.client->isOpen());
+  EXPECT_FALSE(server.stopping());
+  EXPECT_FALSE(client.isOpen());
 }
 
 TEST_F(Events, ThatArePendingLeaveAWakeToTheNextReceive) {
@@ -123,13 +122,10 @@ TEST_F(Events, ThatArePendingLeaveAWakeToTheNextReceive) {
   for (int i = 0; i < 200; ++i) {
     post(bytes);
   }
-  {
-    const std::lock_guard lock(server.mutex);
-    server.server->beginStop();
-  }
+  server.beginStop();
   server.core.wake();
   EXPECT_EQ(server.core.finishTerminations(0), EvtRes_Timeout);
-  pollfd woken{server.core.reactor().descriptor(), POLLIN, 0};
+  pollfd woken{reactorDescriptor(server), POLLIN, 0};
   ASSERT_EQ(::poll(&woken, 1, 0), 1);
   EXPECT_EQ(server.core.receive(-1), EvtRes_Timeout);
   EXPECT_EQ(::poll(&woken, 1, 0), 0);
@@ -138,8 +134,8 @@ TEST_F(Events, ThatArePendingLeaveAWakeToTheNextReceive) {
 TEST_F(Events, OfARequestThatStopsTheServerComeBeforeTheWordOfIt) {
   connect();
   server.port.onRequest = [this] {
-    server.server->beginStop();
-    server.port.session->post(7, "changed by it");
+    server.beginStop();
+    server.post(7, "changed by it");
   };
   EXPECT_EQ(client.ask(), EvtRes_Success);
   receiveAll();
@@ -156,12 +152,12 @@ TEST_F(Events, OfARequestThatStopsTheServerAndDispatchesAreTold) {
     post(bytes);
   }
   server.port.onRequest = [this] {
-    server.server->beginStop();
+    server.beginStop();
     // All that was pending goes, but the request is still under way.
     do {
       server.serveAll();
     } while (client.core.receive(0) == EvtRes_Success);
-    server.port.session->post(7, "changed by it");
+    server.post(7, "changed by it");
   };
   EXPECT_EQ(client.ask(), EvtRes_Success);
   receiveAll();
@@ -173,7 +169,7 @@ TEST_F(Events, OfARequestThatStopsTheServerAndDispatchesAreTold) {
 TEST_F(Events, OfAStopEndWhereTheRequestThatAskedForItThrows) {
   connect();
   server.port.onRequest = [this] {
-    server.server->beginStop();
+    server.beginStop();
     throw std::runtime_error("the program's own");
   };
   bool thrown = false;
@@ -186,7 +182,7 @@ TEST_F(Events, OfAStopEndWhereTheRequestThatAskedForItThrows) {
   };
   EXPECT_EQ(client.ask(), EvtRes_Closed);
   EXPECT_TRUE(thrown);
-  EXPECT_FALSE(server.server->stopping());
+  EXPECT_FALSE(server.stopping());
   EXPECT_EQ(server.port.sessions, 0);
 }
 
@@ -197,7 +193,7 @@ TEST_F(Events, ThatComeUpBehindTheWordOfAStopAreNotTold) {
     server.serveAll();
     if (server.port.handled == 1 && !std::exchange(stopped, true)) {
       // A reply that waits for room keeps the connection.
-      server.server->beginStop();
+      server.beginStop();
       post("too late");
     }
   };
@@ -212,11 +208,8 @@ TEST_F(Events, ThatComeUpBehindTheWordOfAStopAreNotTold) {
 
 TEST_F(Events, NotPendingLetAnUnhurriedStopEndAtOnce) {
   connect();
-  {
-    const std::lock_guard lock(server.mutex);
-    server.server->beginStop();
-  }
-  EXPECT_FALSE(server.server->stopping());
+  server.beginStop();
+  EXPECT_FALSE(server.stopping());
   EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
   EXPECT_EQ(client.ask(), EvtRes_Closed);
 }

@@ -278,13 +278,41 @@ class EchoServer {
   EchoServer() : core(system, mutex, true), server(std::make_unique<PortServer>(core, port)) {}
   ~EchoServer() {
     stopPumping();
+    destroy();
+  }
+  EchoServer(const EchoServer&) = delete;
+  EchoServer& operator=(const EchoServer&) = delete;
+
+  /// Destroys the port; nothing but the pump may be called after this.
+  void destroy() {
     const std::lock_guard lock(mutex);
     server.reset();
   }
-
+  /// Replaces the port by one that has not been started.
+  void recreate() {
+    const std::lock_guard lock(mutex);
+    server = std::make_unique<PortServer>(core, port);
+  }
   EvtRes start(const std::string& name, std::optional<gid_t> group = {}) {
     const std::lock_guard lock(mutex);
     return server->start(name, group);
+  }
+  void beginStop() {
+    const std::lock_guard lock(mutex);
+    server->beginStop();
+  }
+  bool stopping() {
+    const std::lock_guard lock(mutex);
+    return server->stopping();
+  }
+  std::size_t connectionCount() {
+    const std::lock_guard lock(mutex);
+    return server->connectionCount();
+  }
+  /// Queues an event in the latest session.
+  void post(std::uint16_t type, std::string bytes) {
+    const std::lock_guard lock(mutex);
+    port.session->post(type, std::move(bytes));
   }
   void pump() {
     running_ = true;
@@ -323,6 +351,22 @@ class EchoClient : public EventSink {
  public:
   explicit EchoClient(bool reconnects = true)
       : core(system, mutex, reconnects), client(std::make_unique<PortClient>(core, *this)) {}
+  ~EchoClient() override { destroy(); }
+  EchoClient(const EchoClient&) = delete;
+  EchoClient& operator=(const EchoClient&) = delete;
+
+  void destroy() {
+    const std::lock_guard lock(mutex);
+    client.reset();
+  }
+  void close() {
+    const std::lock_guard lock(mutex);
+    client->close();
+  }
+  bool isOpen() {
+    const std::lock_guard lock(mutex);
+    return client->isOpen();
+  }
 
   void eventReceived(std::uint16_t type, std::span<const std::uint8_t> payload,
                      ByteOrder /*order*/) override {

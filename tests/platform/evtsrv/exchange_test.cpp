@@ -84,7 +84,7 @@ TEST_F(Exchange, TakesTheStartedEventAtOnce) {
 TEST_F(Exchange, FailsAtOnceAfterTheServerHasGone) {
   connect();
   server.stopPumping();
-  server.server.reset();
+  server.destroy();
   client.system.freezeTime();
   EXPECT_EQ(client.ask(), EvtRes_Closed);
   EXPECT_EQ(client.ask(), EvtRes_Closed);
@@ -96,7 +96,7 @@ TEST_F(Exchange, FailsAtOnceAfterTheServerHasGone) {
 TEST_F(Exchange, ConnectsAgainWhenTheServerIsBack) {
   connect();
   server.stopPumping();
-  server.server = std::make_unique<PortServer>(server.core, server.port);
+  server.recreate();
   EXPECT_EQ(client.ask(), EvtRes_Closed);
   ASSERT_EQ(server.start(name), EvtRes_Success);
   server.pump();
@@ -113,7 +113,7 @@ TEST_F(Exchange, LeavesALostConnectionLostWhereTheManagerDoesNotReconnect) {
   connect();
   ASSERT_EQ(once.connect(name), EvtRes_Success);
   server.stopPumping();
-  server.server = std::make_unique<PortServer>(server.core, server.port);
+  server.recreate();
   ASSERT_EQ(server.start(name), EvtRes_Success);
   server.pump();
   bool renewed = true;
@@ -139,11 +139,11 @@ TEST_F(Exchange, LeavesNoNameBehindAndNoDescriptorOpen) {
 TEST_F(Exchange, EndsTheSessionOfAClientThatHasGone) {
   connect();
   EXPECT_EQ(server.port.sessions, 1);
-  client.client.reset();
+  client.destroy();
   server.stopPumping();
   server.serveAll();
   EXPECT_EQ(server.port.sessions, 0);
-  EXPECT_EQ(server.server->connectionCount(), 0U);
+  EXPECT_EQ(server.connectionCount(), 0U);
 }
 
 TEST_F(Exchange, MayBeMadeFromAnEventsHandler) {
@@ -159,8 +159,8 @@ TEST_F(Exchange, MayCloseOrConnectAnewFromAnEventsHandler) {
   EvtRes result = EvtRes_Closed;
   client.onEvent = [&] {
     client.onEvent = nullptr;
-    client.client->close();
-    result = client.client->connect(name);
+    client.close();
+    result = client.connect(name);
   };
   EXPECT_EQ(client.core.receive(100), EvtRes_Success);
   EXPECT_EQ(result, EvtRes_Success);
@@ -169,7 +169,7 @@ TEST_F(Exchange, MayCloseOrConnectAnewFromAnEventsHandler) {
 
 TEST_F(Exchange, SurvivesAServerThatStopsWhileItAnswers) {
   connect();
-  server.port.onRequest = [&] { server.server.reset(); };
+  server.port.onRequest = [&] { server.destroy(); };
   EXPECT_EQ(client.ask(), EvtRes_Closed);
   server.stopPumping();
   EXPECT_EQ(server.port.sessions, 0);

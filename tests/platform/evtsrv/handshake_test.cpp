@@ -213,7 +213,7 @@ TEST_F(HandshakeWith, AFullMailboxFailsInItsTimeAndGoesOnLater) {
   server.serveAll();
   EXPECT_EQ(client.resume(renewed), EvtRes_Success);
   EXPECT_TRUE(renewed);
-  EXPECT_EQ(server.server->connectionCount(), 1U);
+  EXPECT_EQ(server.connectionCount(), 1U);
 }
 
 TEST_F(HandshakeWith, AServerThatTakesNobodyIsRefused) {
@@ -221,7 +221,7 @@ TEST_F(HandshakeWith, AServerThatTakesNobodyIsRefused) {
   server.port.refuses = true;
   server.pump();
   EXPECT_EQ(client.connect(name), EvtRes_Refused);
-  EXPECT_FALSE(client.client->isOpen());
+  EXPECT_FALSE(client.isOpen());
 }
 
 TEST_F(HandshakeWith, AServerOutOfDescriptorsIsToldSoAtOnce) {
@@ -235,7 +235,7 @@ TEST_F(HandshakeWith, AServerOutOfDescriptorsIsToldSoAtOnce) {
     late.system.whileWaiting = [&] { full.serveAll(); };
     EXPECT_EQ(late.connect(port), EvtRes_NoDescriptors) << skip;
     EXPECT_TRUE(full.system.wasHit());
-    EXPECT_EQ(full.server->connectionCount(), 0U);
+    EXPECT_EQ(full.connectionCount(), 0U);
     EXPECT_EQ(late.connect(port), EvtRes_Success) << "the spare is back";
   }
 }
@@ -281,7 +281,7 @@ void runWithFaults(const Fault& fault, Faulty faultySystem) {
       if (!hit || fault.refusal == -EINTR) {
         EXPECT_EQ(result, EvtRes_Success) << skip;
       }
-      client.client.reset();
+      client.destroy();
       server.serveAll();
       for (const std::string& path : client.system.made) {
         EXPECT_FALSE(std::filesystem::exists(path)) << skip;

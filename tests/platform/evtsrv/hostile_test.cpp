@@ -110,7 +110,7 @@ class Hostile : public testing::Test {
     raw.makePipes();
     raw.say(name, raw.hello());
     server.serveAll();
-    ASSERT_EQ(server.server->connectionCount(), 2U);
+    ASSERT_EQ(server.connectionCount(), 2U);
   }
 
   std::string name = uniquePort();
@@ -154,7 +154,7 @@ TEST_F(Hostile, FramesCloseTheirOwnConnectionOnly) {
     connect(raw);
     raw.ask(bad);
     server.serveAll();
-    EXPECT_EQ(server.server->connectionCount(), 1U);
+    EXPECT_EQ(server.connectionCount(), 1U);
     EXPECT_TRUE(raw.hungUp());
   }
 }
@@ -168,14 +168,14 @@ TEST_F(Hostile, GarbageInTheMailboxHidesNoHello) {
   bytes.insert(bytes.end(), hello.begin(), hello.end());
   raw.say(name, bytes);
   server.serveAll();
-  EXPECT_EQ(server.server->connectionCount(), 2U);
+  EXPECT_EQ(server.connectionCount(), 2U);
 }
 
 TEST_F(Hostile, HellosWithoutPipesOrWithForeignFilesAreIgnored) {
   RawClient raw;
   raw.say(name, raw.hello());
   server.serveAll();
-  EXPECT_EQ(server.server->connectionCount(), 1U);
+  EXPECT_EQ(server.connectionCount(), 1U);
 }
 
 TEST_F(Hostile, FramesOfPartsAreWaitedForWithoutHarm) {
@@ -237,7 +237,7 @@ TEST_F(Hostile, ClientsThatWriteOrHangUpWhileTheyAreServedKeepNobodyBusy) {
     server.port.onRequest = nullptr;
     raw.reset();
     server.serveAll();
-    EXPECT_EQ(server.server->connectionCount(), 1U);
+    EXPECT_EQ(server.connectionCount(), 1U);
   }
 }
 
@@ -278,20 +278,20 @@ TEST_F(Hostile, ClientThatDoesNotWaitIsServedInOrderByAHandlerThatReceives) {
 }
 
 TEST_F(Hostile, ClientThatAsksWhereItsSessionWantedTooMuchIsLetGo) {
-  const std::size_t others = server.server->connectionCount();
+  const std::size_t others = server.connectionCount();
   server.port.onOpen = [] { throw std::bad_alloc(); };
   RawClient raw;
   raw.makePipes();
   raw.say(name, raw.hello());
   raw.ask(frame(FrameKind::request, 5, 77, "hello"));
   server.serveAll();
-  EXPECT_EQ(server.server->connectionCount(), others);
+  EXPECT_EQ(server.connectionCount(), others);
   EXPECT_TRUE(raw.hungUp());
   EXPECT_EQ(server.port.handled, 0);
   server.port.onOpen = nullptr;
   RawClient other;
   connect(other);
-  EXPECT_EQ(server.server->connectionCount(), others + 1) << "nobody else notices";
+  EXPECT_EQ(server.connectionCount(), others + 1) << "nobody else notices";
 }
 
 TEST_F(Hostile, ClientsThatHangUpInAFrameFreeEverything) {
@@ -304,7 +304,7 @@ TEST_F(Hostile, ClientsThatHangUpInAFrameFreeEverything) {
     server.serveAll();
   }
   server.serveAll();
-  EXPECT_EQ(server.server->connectionCount(), 1U);
+  EXPECT_EQ(server.connectionCount(), 1U);
   EXPECT_EQ(server.port.sessions, 1);
 }
 

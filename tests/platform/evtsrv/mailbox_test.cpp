@@ -69,7 +69,7 @@ TEST_F(MailboxOf, AKilledServerIsTakenOverAndNothingElseIsLeftOfIt) {
 
 TEST_F(MailboxOf, AServerThatStopsIsRemoved) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
-  server.server.reset();
+  server.destroy();
   EXPECT_FALSE(fs::exists(path));
 }
 
@@ -80,7 +80,7 @@ TEST_F(MailboxOf, AServerHasItsModeWhateverTheUmask) {
     ::umask(before);
     EXPECT_EQ(started, EvtRes_Success);
     EXPECT_EQ(modeOf(), 0600U);
-    server.server = std::make_unique<PortServer>(server.core, server.port);
+    server.recreate();
   }
 }
 

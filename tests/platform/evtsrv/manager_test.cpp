@@ -102,6 +102,7 @@ TEST(ManagerCore, ThatGotNoDescriptorsSaysSoEverywhere) {
       KSTD::KThreadMutex mutex;
       ManagerCore core(system, mutex, true);
       EchoPort port;
+      const std::lock_guard lock(mutex);
       PortServer server(core, port);
       EXPECT_EQ(core.receive(0), EvtRes_NoDescriptors);
       EXPECT_EQ(server.start(uniquePort(), {}), EvtRes_NoDescriptors);

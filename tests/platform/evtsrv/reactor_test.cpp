@@ -61,7 +61,9 @@ class ReactorTest : public testing::Test {
 
   CountingSystem system_;
   CountingHandler handler_;
-  Reactor reactor_{system_};
+  KSTD::KThreadMutex mutex_;
+  std::lock_guard<KSTD::KThreadMutex> lock_{mutex_};
+  Reactor reactor_{system_, mutex_};
   std::array<int, 2> ends_{-1, -1};
 };
 

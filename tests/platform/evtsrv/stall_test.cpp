@@ -30,7 +30,7 @@ TEST_F(Stall, FailsOnceAfterItsTimeAndThenAtOnce) {
   client.system.failNext("write", -EIO);
   EXPECT_EQ(client.ask(), EvtRes_Stalled);
   EXPECT_FALSE(client.system.wasHit());
-  EXPECT_TRUE(client.client->isOpen());
+  EXPECT_TRUE(client.isOpen());
 }
 
 TEST_F(Stall, ComesAfterTheSameTimeWhereAWaitIsInterrupted) {
@@ -52,8 +52,7 @@ TEST_F(Stall, LosesNothingOfASmallRequestThatOnlyPartlyFits) {
   for (std::size_t i = 0; i < 1000; ++i) {
     std::string text(80 + i % 20, 'x');
     ASSERT_EQ(client.ask(text), EvtRes_Timeout);
-    const std::lock_guard lock(server.mutex);
-    server.port.session->post(2, "life");
+    server.post(2, "life");
     ASSERT_EQ(client.core.receive(0), EvtRes_Success);
   }
   server.serveAll();
@@ -82,10 +81,7 @@ TEST_F(Stall, EndsWithAnEvent) {
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   EXPECT_EQ(client.ask(), EvtRes_Timeout);
   EXPECT_EQ(client.ask(), EvtRes_Stalled);
-  {
-    const std::lock_guard lock(server.mutex);
-    server.port.session->post(2, "life");
-  }
+  server.post(2, "life");
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   EXPECT_EQ(client.ask(), EvtRes_Timeout) << "tried again";
 }
@@ -131,7 +127,7 @@ TEST_F(Stall, EndsWithTheServerThatGoesWhileTheRestOfARequestIsWritten) {
     if (++reads < 3) {
       static_cast<void>(server.core.receive(0));
     } else {
-      server.server.reset();
+      server.destroy();
     }
   };
   EXPECT_EQ(client.ask(), EvtRes_Closed);
@@ -144,10 +140,7 @@ TEST_F(Stall, IsNotEndedByRoomThatOnlyAnEarlierOneWaitedFor) {
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   std::string large(1 << 20, 'x');
   EXPECT_EQ(client.ask(large), EvtRes_Timeout);
-  {
-    const std::lock_guard lock(server.mutex);
-    server.port.session->post(2, "life");
-  }
+  server.post(2, "life");
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   client.system.whileWaiting = [&] { server.serveAll(); };
   EXPECT_EQ(client.ask(), EvtRes_Success);
@@ -212,10 +205,10 @@ TEST_F(Stall, OfAHandshakeEndsWhenTheServerHasGone) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   client.system.freezeTime();
   EXPECT_EQ(client.connect(name), EvtRes_Timeout);
-  EXPECT_FALSE(client.client->isOpen());
+  EXPECT_FALSE(client.isOpen());
   bool renewed = true;
   EXPECT_EQ(client.resume(renewed), EvtRes_Stalled);
-  server.server.reset();
+  server.destroy();
   EXPECT_EQ(client.resume(renewed), EvtRes_NoServer);
 }
 
@@ -227,7 +220,7 @@ TEST_F(Stall, OfAHandshakeEndsWithTheWelcome) {
   bool renewed = false;
   EXPECT_EQ(client.resume(renewed), EvtRes_Success);
   EXPECT_TRUE(renewed);
-  EXPECT_TRUE(client.client->isOpen());
+  EXPECT_TRUE(client.isOpen());
 }
 
 }  // namespace

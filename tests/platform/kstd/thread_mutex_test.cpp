@@ -1,3 +1,6 @@
+// The checks of assertHeld are tested in every build.
+#define KRV_CHECKS_LOCKS 1
+
 #include "kstd/thread_mutex.h"
 
 #include <gtest/gtest.h>
@@ -12,28 +15,29 @@
 namespace KSTD {
 namespace {
 
-bool freeForOthers(KThreadMutex& mutex) {
-  bool taken = false;
+bool canBeLockedByAnotherThread(KThreadMutex& mutex) {
+  bool locked = false;
   std::thread([&] {
-    taken = mutex.try_lock();
-    if (taken) {
+    if (mutex.try_lock()) {
+      locked = true;
       mutex.unlock();
     }
   }).join();
-  return taken;
+  return locked;
 }
 
-TEST(KThreadMutex, IsTakenAgainByItsHolderAndGivenBackAsOften) {
+TEST(KThreadMutex, IsFreeAfterAsManyUnlocksAsLocks) {
   KThreadMutex mutex;
-  mutex.lock();
-  EXPECT_TRUE(mutex.try_lock());
-  mutex.unlock();
-  EXPECT_FALSE(freeForOthers(mutex));
-  mutex.unlock();
-  EXPECT_TRUE(freeForOthers(mutex));
+  std::unique_lock first(mutex);
+  std::unique_lock second(mutex, std::try_to_lock);
+  EXPECT_TRUE(second.owns_lock());
+  first.unlock();
+  EXPECT_FALSE(canBeLockedByAnotherThread(mutex));
+  second.unlock();
+  EXPECT_TRUE(canBeLockedByAnotherThread(mutex));
 }
 
-TEST(KThreadMutex, KeepsOneThreadOutWhileAnotherWorks) {
+TEST(KThreadMutex, ExcludesOtherThreads) {
   KThreadMutex mutex;
   int count = 0;
   const auto add = [&] {
@@ -48,15 +52,15 @@ TEST(KThreadMutex, KeepsOneThreadOutWhileAnotherWorks) {
   EXPECT_EQ(count, 20000);
 }
 
-/// Whether the thread sleeps, for whatever it waits.
-bool sleeps(pid_t thread) {
+/// Whether the thread is blocked in the kernel.
+bool isSleeping(pid_t thread) {
   std::ifstream in("/proc/self/task/" + std::to_string(thread) + "/stat");
   std::string text;
   std::getline(in, text);
   return text.find(") S ") != std::string::npos;
 }
 
-TEST(KThreadMutex, IsGivenToOneThatWaitsBeforeItIsTakenAgain) {
+TEST(KThreadMutex, GoesToAWaitingThreadBeforeItIsLockedAgain) {
   constexpr int rounds = 200;
   KThreadMutex mutex;
   std::atomic<pid_t> waiter{0};
@@ -75,7 +79,7 @@ TEST(KThreadMutex, IsGivenToOneThatWaitsBeforeItIsTakenAgain) {
   mutex.lock();
   for (int round = 1; round <= rounds && !testing::Test::HasFailure(); ++round) {
     allowed = round;
-    while (waiter == 0 || !sleeps(waiter)) {
+    while (waiter == 0 || !isSleeping(waiter)) {
       std::this_thread::yield();
     }
     mutex.unlock();
@@ -85,6 +89,35 @@ TEST(KThreadMutex, IsGivenToOneThatWaitsBeforeItIsTakenAgain) {
   allowed = rounds;
   mutex.unlock();
   other.join();
+}
+
+TEST(KThreadMutex, AssertHeldPassesForTheHolder) {
+  KThreadMutex mutex;
+  const KThreadMutexLock lock(mutex);
+  mutex.assertHeld();
+  {
+    const std::lock_guard again(mutex);
+    mutex.assertHeld();
+  }
+  mutex.assertHeld();
+}
+
+constexpr const char* notHeld = "the calling thread does not hold the mutex";
+
+TEST(KThreadMutexDeathTest, AssertHeldAbortsIfNoThreadHoldsTheMutex) {
+  KThreadMutex mutex;
+  EXPECT_DEATH(mutex.assertHeld(), notHeld);
+  { const KThreadMutexLock lock(mutex); }
+  EXPECT_DEATH(mutex.assertHeld(), notHeld);
+}
+
+TEST(KThreadMutexDeathTest, AssertHeldAbortsIfAnotherThreadHoldsTheMutex) {
+  KThreadMutex mutex;
+  const auto assertWhileAnotherThreadHoldsIt = [&] {
+    const std::lock_guard lock(mutex);
+    std::thread([&] { mutex.assertHeld(); }).join();
+  };
+  EXPECT_DEATH(assertWhileAnotherThreadHoldsIt(), notHeld);
 }
 
 }  // namespace

@@ -5,47 +5,89 @@
 #include <thread>
 
 #include "kstd/export.h"
+#include "kstd/thread_annotations.h"
+
+/// 1 if `KThreadMutex::assertHeld` checks: in debug and in sanitizer builds, unless
+/// the includer defined it.
+#ifndef KRV_CHECKS_LOCKS
+#if !defined(NDEBUG) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KRV_CHECKS_LOCKS 1
+#elif defined(__has_feature)
+#define KRV_CHECKS_LOCKS (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
+#else
+#define KRV_CHECKS_LOCKS 0
+#endif
+#endif
 
 namespace KSTD {
 
-/// A mutex that the thread which holds it may take again.
+/// A recursive mutex: the thread that holds it may lock it again.
 ///
 /// It meets the standard's *Lockable* requirements, so `std::lock_guard` and
-/// `std::unique_lock` work on it. Every `lock` (or successful `try_lock`) wants
-/// one `unlock` by the same thread. Thread-safe; neither copied nor moved.
+/// `std::unique_lock` work on it. Each `lock` (or successful `try_lock`) must be
+/// matched by one `unlock` of the same thread. Thread-safe; neither copied nor
+/// moved.
 ///
-/// A thread that waits gets it before one that has given it back locks it again:
-/// who holds it nearly always, such as a pump with much to dispatch, keeps nobody
-/// out.
-class KRV_EXPORT KThreadMutex {
+/// The mutex is fair to waiting threads: a thread that has unlocked it cannot lock
+/// it again before a thread that already waits. So a thread that holds it nearly all
+/// the time, such as one that dispatches many events, does not starve the others.
+class KRV_EXPORT KRV_CAPABILITY("mutex") KThreadMutex {
  public:
   KThreadMutex();
   ~KThreadMutex();
   KThreadMutex(const KThreadMutex&) = delete;
   KThreadMutex& operator=(const KThreadMutex&) = delete;
 
-  /// Waits until the mutex belongs to the calling thread.
-  void lock();
+  /// Waits until the calling thread holds the mutex.
+  void lock() KRV_ACQUIRE();
 
-  /// Takes the mutex if that needs no waiting; tells whether it did.
-  [[nodiscard]] bool try_lock();
+  /// Locks the mutex if that requires no waiting; returns whether it did.
+  [[nodiscard]] bool try_lock() KRV_TRY_ACQUIRE(true);
 
-  /// Gives back what one `lock` took.
-  void unlock();
+  /// Undoes one `lock` of the calling thread, which must hold the mutex.
+  void unlock() KRV_RELEASE();
+
+  /// Prints a message to standard error and aborts if the calling thread does not
+  /// hold the mutex. Costs nothing and checks nothing if `KRV_CHECKS_LOCKS` is 0.
+  [[gnu::always_inline]] inline void assertHeld() const KRV_ASSERT_CAPABILITY(this) {
+#if KRV_CHECKS_LOCKS
+    abortUnlessHeld();
+#endif
+  }
 
  private:
-  /// Takes the mutex behind those that wait for it already.
-  void await();
+  /// Locks `mutex_` after the threads that already wait for it.
+  void lockInTurn();
+  void abortUnlessHeld() const;
 
-  /// How many threads wait; while one does, nobody may pass it.
+  /// The number of waiting threads; unless it is 0, `lock` has to wait too.
   std::atomic<unsigned> waiting_{0};
-  /// Of the thread that waits next.
+  /// Held by the waiting thread that is next.
   std::mutex turn_;
   std::mutex mutex_;
-  /// The thread that has `mutex_`; only that thread finds itself here.
+  /// The thread that holds `mutex_`. Only that thread can find its own id here.
   std::atomic<std::thread::id> holder_;
-  /// How many `unlock` it owes. Guarded by `mutex_`.
+
+  // Guarded by mutex_.
+
+  /// How many calls of `unlock` the holder still has to make.
   unsigned depth_ = 0;
+};
+
+/// Holds a `KThreadMutex` for the lifetime of the object, like `std::lock_guard`, and
+/// is also known to the thread-safety analysis.
+class KRV_SCOPED_CAPABILITY KThreadMutexLock {
+ public:
+  /// `mutex` outlives this.
+  explicit KThreadMutexLock(KThreadMutex& mutex) KRV_ACQUIRE(mutex) : mutex_(mutex) {
+    mutex_.lock();
+  }
+  ~KThreadMutexLock() KRV_RELEASE() { mutex_.unlock(); }
+  KThreadMutexLock(const KThreadMutexLock&) = delete;
+  KThreadMutexLock& operator=(const KThreadMutexLock&) = delete;
+
+ private:
+  KThreadMutex& mutex_;
 };
 
 }  // namespace KSTD
