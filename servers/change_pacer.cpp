@@ -7,23 +7,23 @@ namespace modelsrvd {
 std::uint64_t ChangePacer::total(Clock::time_point now) const {
   using std::chrono::microseconds;
   const auto passed = std::chrono::duration_cast<microseconds>(now - start_).count();
-  // At a million a second 2^64 microseconds of product last half a year; `take`
-  // moves the start long before.
+  // At a million changes per second the product overflows after half a year;
+  // `take` moves the start every hour.
   return static_cast<std::uint64_t>(std::max<microseconds::rep>(passed, 0)) * rate_ / 1000000;
 }
 
 std::uint32_t ChangePacer::take(Clock::time_point now) {
   using std::chrono::hours;
-  const std::uint64_t due = total(now);
-  if (due <= made_) {
+  const std::uint64_t target = total(now);
+  if (target <= made_) {
     return 0;
   }
-  const std::uint64_t most = std::max<std::uint64_t>(
-      1, std::uint64_t{rate_} * static_cast<std::uint64_t>(longestDebt.count()) / 1000);
-  const auto count = static_cast<std::uint32_t>(std::min(due - made_, most));
-  made_ = due;
+  const std::uint64_t limit = std::max<std::uint64_t>(
+      1, std::uint64_t{rate_} * static_cast<std::uint64_t>(maxBacklog.count()) / 1000);
+  const auto count = static_cast<std::uint32_t>(std::min(target - made_, limit));
+  made_ = target;
   if (now - start_ >= hours(1)) {
-    // A whole hour holds a whole number of changes.
+    // An hour contains a whole number of changes, so the rate stays exact.
     start_ += hours(1);
     made_ -= std::uint64_t{rate_} * 3600;
   }
@@ -36,9 +36,9 @@ std::chrono::milliseconds ChangePacer::wait(Clock::time_point now) const {
   if (total(now) > made_) {
     return milliseconds(0);
   }
-  // The first microsecond at which the next change is due.
-  const std::uint64_t at = ((made_ + 1) * 1000000 + rate_ - 1) / rate_;
-  const auto left = start_ + microseconds(at) - now;
+  // The microsecond after the start at which the next change is to be made.
+  const std::uint64_t next = ((made_ + 1) * 1000000 + rate_ - 1) / rate_;
+  const auto left = start_ + microseconds(next) - now;
   return std::max(std::chrono::ceil<milliseconds>(left), milliseconds(1));
 }
 

@@ -5,28 +5,29 @@
 
 namespace modelsrvd {
 
-/// When how many values are to change, so that it comes to a number a second.
+/// Spreads value changes evenly over time at a fixed rate.
 ///
-/// Time comes in from outside. A caller that is late is owed at most what falls
-/// into `longestDebt`; the rest is dropped, so that no burst holds clients up.
+/// The caller passes the time in. If it calls late, it catches up on at most
+/// `maxBacklog` worth of changes and the rest is dropped, so that a burst does not
+/// delay clients.
 class ChangePacer {
  public:
   using Clock = std::chrono::steady_clock;
 
-  static constexpr std::chrono::milliseconds longestDebt{50};
+  static constexpr std::chrono::milliseconds maxBacklog{50};
 
-  /// `rate` changes a second, at least 1, counted from `start`.
+  /// `rate` changes per second, at least 1, counted from `start`.
   ChangePacer(std::uint32_t rate, Clock::time_point start) : rate_(rate), start_(start) {}
 
-  /// How many changes are due; they count as made.
+  /// The number of changes to make now; they count as made.
   [[nodiscard]] std::uint32_t take(Clock::time_point now);
 
-  /// How long until the next change is due: 0 where one is, else at least 1 ms,
-  /// rounded up.
+  /// The time until the next change: 0 if there is one to make now, otherwise at
+  /// least 1 ms, rounded up.
   [[nodiscard]] std::chrono::milliseconds wait(Clock::time_point now) const;
 
  private:
-  /// How many changes fall into the time from `start_` to `now`.
+  /// The number of changes from `start_` to `now`.
   [[nodiscard]] std::uint64_t total(Clock::time_point now) const;
 
   std::uint32_t rate_;

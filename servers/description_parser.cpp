@@ -13,47 +13,47 @@ namespace modelsrvd {
 
 namespace {
 
-/// The characters of a text that comes in pieces. Keeps where the last two lines
-/// begin, for the parser reports no place further back.
-class Characters {
+/// The characters of a text in pieces. Remembers where the last two lines begin, which
+/// is as far back as the parser reports errors.
+class CharacterSource {
  public:
-  explicit Characters(const NextPiece& next) : next_(next), piece_(next()) {}
+  explicit CharacterSource(const NextPiece& next) : next_(next), piece_(next()) {}
 
   [[nodiscard]] bool atEnd() const { return piece_.empty(); }
-  [[nodiscard]] const char& current() const { return piece_[at_]; }
+  [[nodiscard]] const char& current() const { return piece_[offset_]; }
 
   void advance() {
-    if (piece_[at_] == '\n') {
-      elderLineStart_ = lineStart_;
-      lineStart_ = passed_ + at_ + 1;
+    if (piece_[offset_] == '\n') {
+      previousLineStart_ = lineStart_;
+      lineStart_ = pieceStart_ + offset_ + 1;
       ++line_;
     }
-    if (++at_ == piece_.size()) {
-      passed_ += at_;
-      at_ = 0;
+    if (++offset_ == piece_.size()) {
+      pieceStart_ += offset_;
+      offset_ = 0;
       piece_ = next_();
     }
   }
 
-  /// Where the character is that has `offset` others before it.
-  [[nodiscard]] std::string place(std::size_t offset) const {
-    const bool isElder = offset < lineStart_;
-    const std::size_t line = isElder ? line_ - 1 : line_;
-    const std::size_t start = isElder ? elderLineStart_ : lineStart_;
+  /// The position of the character at `offset`, for error messages.
+  [[nodiscard]] std::string position(std::size_t offset) const {
+    const bool inPreviousLine = offset < lineStart_;
+    const std::size_t line = inPreviousLine ? line_ - 1 : line_;
+    const std::size_t start = inPreviousLine ? previousLineStart_ : lineStart_;
     return "line " + std::to_string(line) + ", column " + std::to_string(offset - start + 1);
   }
 
  private:
   const NextPiece& next_;
   std::string_view piece_;
-  std::size_t at_ = 0;      ///< in the piece
-  std::size_t passed_ = 0;  ///< characters before the piece
+  std::size_t offset_ = 0;      ///< in the piece
+  std::size_t pieceStart_ = 0;  ///< offset in the text
   std::size_t line_ = 1;
   std::size_t lineStart_ = 0;
-  std::size_t elderLineStart_ = 0;
+  std::size_t previousLineStart_ = 0;
 };
 
-/// What the JSON parser reads with; without characters, their end.
+/// The input iterator for the JSON parser; without a source it is the end.
 class CharacterIterator {
  public:
   using iterator_category = std::input_iterator_tag;
@@ -62,7 +62,7 @@ class CharacterIterator {
   using pointer = const char*;
   using reference = const char&;
 
-  explicit CharacterIterator(Characters* characters = nullptr) : characters_(characters) {}
+  explicit CharacterIterator(CharacterSource* characters = nullptr) : characters_(characters) {}
 
   reference operator*() const { return characters_->current(); }
   CharacterIterator& operator++() {
@@ -74,34 +74,34 @@ class CharacterIterator {
  private:
   [[nodiscard]] bool atEnd() const { return characters_ == nullptr || characters_->atEnd(); }
 
-  Characters* characters_;
+  CharacterSource* characters_;
 };
 
-/// Hands what the JSON parser meets to a `DescriptionReader`, and stops the
-/// parser at the first error.
-class Listener final : public nlohmann::json_sax<nlohmann::json> {
+/// Passes the events of the JSON parser to a `DescriptionReader` and stops the parser
+/// at the first error.
+class EventForwarder final : public nlohmann::json_sax<nlohmann::json> {
  public:
-  explicit Listener(const Characters& characters) : characters_(characters) {}
+  explicit EventForwarder(const CharacterSource& characters) : characters_(characters) {}
 
-  bool null() override { return keep(reader_.scalar(nullptr)); }
-  bool boolean(bool value) override { return keep(reader_.scalar(value)); }
-  bool number_integer(number_integer_t value) override { return keep(reader_.scalar(value)); }
-  bool number_unsigned(number_unsigned_t value) override { return keep(reader_.scalar(value)); }
+  bool null() override { return accept(reader_.scalar(nullptr)); }
+  bool boolean(bool value) override { return accept(reader_.scalar(value)); }
+  bool number_integer(number_integer_t value) override { return accept(reader_.scalar(value)); }
+  bool number_unsigned(number_unsigned_t value) override { return accept(reader_.scalar(value)); }
   bool number_float(number_float_t value, const string_t& text) override {
-    return keep(reader_.scalar(RealNumber{value, text}));
+    return accept(reader_.scalar(RealNumber{value, text}));
   }
-  bool string(string_t& value) override { return keep(reader_.scalar(std::move(value))); }
+  bool string(string_t& value) override { return accept(reader_.scalar(std::move(value))); }
   bool binary(binary_t&) override { return false; }
-  bool start_object(std::size_t) override { return keep(reader_.startObject()); }
-  bool key(string_t& name) override { return keep(reader_.key(name)); }
-  bool end_object() override { return keep(reader_.endObject()); }
-  bool start_array(std::size_t) override { return keep(reader_.startArray()); }
-  bool end_array() override { return keep(reader_.endArray()); }
+  bool start_object(std::size_t) override { return accept(reader_.startObject()); }
+  bool key(string_t& name) override { return accept(reader_.key(name)); }
+  bool end_object() override { return accept(reader_.endObject()); }
+  bool start_array(std::size_t) override { return accept(reader_.startArray()); }
+  bool end_array() override { return accept(reader_.endArray()); }
 
-  bool parse_error(std::size_t position, const std::string&,
-                   const nlohmann::detail::exception& fault) override {
-    error_ =
-        Error{characters_.place(position == 0 ? 0 : position - 1) + ": " + reason(fault.what())};
+  bool parse_error(std::size_t charactersRead, const std::string&,
+                   const nlohmann::detail::exception& error) override {
+    error_ = Error{characters_.position(charactersRead == 0 ? 0 : charactersRead - 1) + ": " +
+                   reason(error.what())};
     return false;
   }
 
@@ -113,12 +113,12 @@ class Listener final : public nlohmann::json_sax<nlohmann::json> {
   }
 
  private:
-  bool keep(std::optional<Error> error) {
+  bool accept(std::optional<Error> error) {
     error_ = std::move(error);
     return !error_;
   }
 
-  /// The parser's own words without its marks of origin and position.
+  /// The parser's message without its error code and position.
   static std::string reason(std::string_view what) {
     for (const std::string_view last : {"] ", "column "}) {
       const std::size_t found = what.find(last);
@@ -126,14 +126,14 @@ class Listener final : public nlohmann::json_sax<nlohmann::json> {
         what.remove_prefix(found + last.size());
       }
     }
-    const std::size_t behindColumn = what.find_first_not_of("0123456789");
-    if (behindColumn != 0 && what.substr(behindColumn, 2) == ": ") {
-      what.remove_prefix(behindColumn + 2);
+    const std::size_t afterColumn = what.find_first_not_of("0123456789");
+    if (afterColumn != 0 && what.substr(afterColumn, 2) == ": ") {
+      what.remove_prefix(afterColumn + 2);
     }
     return oneLine(what);
   }
 
-  const Characters& characters_;
+  const CharacterSource& characters_;
   DescriptionReader reader_;
   std::optional<Error> error_;
 };
@@ -141,11 +141,11 @@ class Listener final : public nlohmann::json_sax<nlohmann::json> {
 }  // namespace
 
 Result<TreeDescription> parseTreeDescription(const NextPiece& next) {
-  Characters characters(next);
-  Listener listener(characters);
+  CharacterSource characters(next);
+  EventForwarder forwarder(characters);
   static_cast<void>(
-      nlohmann::json::sax_parse(CharacterIterator(&characters), CharacterIterator(), &listener));
-  return listener.result();
+      nlohmann::json::sax_parse(CharacterIterator(&characters), CharacterIterator(), &forwarder));
+  return forwarder.result();
 }
 
 Result<TreeDescription> parseTreeDescription(std::string_view text) {

@@ -8,19 +8,17 @@
 
 namespace modelsrvd {
 
-/// Gives the pieces of a text one after the other, each of which lives until the
-/// next call; an empty one is the end.
+/// Returns the next piece of a text, valid until the next call; empty at the end.
 using NextPiece = std::function<std::string_view()>;
 
-/// Reads a description of a tree from its JSON text and checks it.
+/// Parses and checks the JSON description of a tree; modelsrvd(8) defines the format.
 ///
-/// Bytes in, description out: no file is touched, and no more of the text is needed
-/// at a time than a piece. A error begins with the path
-/// of what is wrong ("/children/0/children/3/value: …") or, where the text is no
-/// JSON, with "line 3, column 17: …", and is one line whatever the text holds.
-/// Refused are unknown and doubled keys, wrong types, values out of range, doubled
-/// ids, names and texts above the platform's limits, and entries that lie deeper
-/// than `ModelDepth_Max`. The stack's use does not grow with the text's depth.
+/// Reads no files and needs one piece of the text at a time. An error is one line,
+/// whatever the text contains. It begins with the path of the wrong entry
+/// ("/children/0/children/3/value: …") or, if the text is not JSON, with "line 3,
+/// column 17: …". Errors are unknown and duplicate keys, wrong types, values out of
+/// range, duplicate ids, names and texts above the platform's limits, and entries
+/// deeper than `ModelDepth_Max`. The use of stack memory does not grow with the depth.
 [[nodiscard]] Result<TreeDescription> parseTreeDescription(const NextPiece& next);
 [[nodiscard]] Result<TreeDescription> parseTreeDescription(std::string_view text);
 

@@ -27,12 +27,12 @@ DescriptionReader::Key DescriptionReader::findKey(std::string_view name) {
   return static_cast<Key>(found - keyNames.begin());
 }
 
-std::string_view DescriptionReader::wanted(Key key) {
+std::string_view DescriptionReader::expectedFor(Key key) {
   switch (key) {
     case Key::id:
-      return "a whole number from 0 to 65533";
+      return "an integer from 0 to 65533";
     case Key::name:
-      return "a text";
+      return "a string";
     case Key::type:
       return "the name of a type";
     case Key::value:
@@ -51,11 +51,11 @@ std::string_view DescriptionReader::wanted(Key key) {
   return "an object";
 }
 
-unsigned DescriptionReader::allowedKeys(Place place) {
-  switch (place) {
-    case Place::root:
+unsigned DescriptionReader::allowedKeys(Kind kind) {
+  switch (kind) {
+    case Kind::root:
       return bit(Key::name) | bit(Key::children);
-    case Place::element:
+    case Kind::element:
       return bit(Key::name) | bit(Key::value);
     default:
       return bit(Key::none) - 1;
@@ -65,8 +65,8 @@ unsigned DescriptionReader::allowedKeys(Place place) {
 std::string DescriptionReader::path() const {
   std::string path;
   for (const Level& level : levels_) {
-    if (level.place == Place::childArray || level.place == Place::elementArray) {
-      path += '/' + std::to_string(level.item);
+    if (level.kind == Kind::childArray || level.kind == Kind::elementArray) {
+      path += '/' + std::to_string(level.index);
     } else if (level.key != Key::none) {
       path += '/';
       path += nameOf(level.key);
@@ -75,43 +75,43 @@ std::string DescriptionReader::path() const {
   return path;
 }
 
-Error DescriptionReader::fail(std::string_view text, std::string_view below) const {
+Error DescriptionReader::errorAt(std::string_view text, std::string_view below) const {
   std::string line = path();
   line += below;
   return {(line.empty() ? "/" : line) + ": " + std::string(text)};
 }
 
-Error DescriptionReader::wrongThing(std::string_view given) const {
+Error DescriptionReader::unexpected(std::string_view given) const {
   const Key key = levels_.empty() ? Key::none : levels_.back().key;
-  return fail(std::string(given) + " stands where " + std::string(wanted(key)) + " is wanted");
+  return errorAt("expected " + std::string(expectedFor(key)) + ", got " + std::string(given));
 }
 
 std::size_t DescriptionReader::depth() const {
-  // The root's object and array, then an object and an array a level.
+  // The root's object and array, then an object and an array for each level.
   return levels_.size() / 2;
 }
 
-DescriptionReader::Fault DescriptionReader::startObject() {
+std::optional<Error> DescriptionReader::startObject() {
   if (levels_.empty()) {
     levels_.emplace_back();
     return std::nullopt;
   }
-  switch (levels_.back().place) {
-    case Place::childArray:
+  switch (levels_.back().kind) {
+    case Kind::childArray:
       return startEntry();
-    case Place::elementArray:
+    case Kind::elementArray:
       return startElement();
     default:
-      return wrongThing("an object");
+      return unexpected("an object");
   }
 }
 
-DescriptionReader::Fault DescriptionReader::startEntry() {
+std::optional<Error> DescriptionReader::startEntry() {
   if (depth() > ModelSrv::ModelDepth_Max) {
-    return fail("deeper than " + std::to_string(ModelSrv::ModelDepth_Max) + " levels");
+    return errorAt("deeper than " + std::to_string(ModelSrv::ModelDepth_Max) + " levels");
   }
   Level level;
-  level.place = Place::entry;
+  level.kind = Kind::entry;
   level.entry = description_.entries.size();
   Entry entry;
   entry.parent = levels_.back().entry;
@@ -120,79 +120,79 @@ DescriptionReader::Fault DescriptionReader::startEntry() {
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::startElement() {
-  if (levels_.back().item >= ModelSrv::ModelPartElements_Max) {
-    return fail("more than " + std::to_string(ModelSrv::ModelPartElements_Max) + " elements");
+std::optional<Error> DescriptionReader::startElement() {
+  if (levels_.back().index >= ModelSrv::ModelPartElements_Max) {
+    return errorAt("more than " + std::to_string(ModelSrv::ModelPartElements_Max) + " elements");
   }
   Level level;
-  level.place = Place::element;
+  level.kind = Kind::element;
   levels_.push_back(std::move(level));
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::key(std::string_view name) {
+std::optional<Error> DescriptionReader::key(std::string_view name) {
   Level& level = levels_.back();
   level.key = Key::none;
   const Key key = findKey(name);
-  if (key == Key::none || (allowedKeys(level.place) & bit(key)) == 0) {
-    constexpr std::size_t most = 80;
-    return fail("unknown key", '/' + oneLine(name.substr(0, most)));
+  if (key == Key::none || (allowedKeys(level.kind) & bit(key)) == 0) {
+    constexpr std::size_t maxShownBytes = 80;
+    return errorAt("unknown key", '/' + oneLine(name.substr(0, maxShownBytes)));
   }
   level.key = key;
   if (has(level, key)) {
-    return fail("the key is there twice");
+    return errorAt("duplicate key");
   }
   level.seen |= bit(key);
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::scalar(Scalar value) {
+std::optional<Error> DescriptionReader::scalar(Scalar value) {
   if (levels_.empty()) {
-    return wrongThing(kindOf(value));
+    return unexpected(toJson(value));
   }
   Level& level = levels_.back();
   switch (level.key) {
     case Key::id:
-      return takeId(value);
+      return setId(value);
     case Key::name:
-      return takeName(value);
+      return setName(value);
     case Key::type:
-      return takeType(value);
+      return setType(value);
     case Key::access:
-      return takeAccess(value);
+      return setAccess(value);
     case Key::subscribable:
-      return takeSubscribable(value);
+      return setSubscribable(value);
     case Key::value:
       level.value = std::move(value);
       return std::nullopt;
     default:
-      return wrongThing(kindOf(value));
+      return unexpected(toJson(value));
   }
 }
 
-DescriptionReader::Fault DescriptionReader::takeId(const Scalar& value) {
+std::optional<Error> DescriptionReader::setId(const Scalar& value) {
   const auto* number = std::get_if<std::uint64_t>(&value);
   if (number == nullptr || *number > ModelSrv::ModelPartId_Max) {
-    return fail("not " + std::string(wanted(Key::id)));
+    return unexpected(toJson(value));
   }
   levels_.back().id = static_cast<ModelSrv::ModelPartId>(*number);
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::takeName(Scalar& value) {
+std::optional<Error> DescriptionReader::setName(Scalar& value) {
   auto* name = std::get_if<std::string>(&value);
   if (name == nullptr) {
-    return wrongThing(kindOf(value));
+    return unexpected(toJson(value));
   }
   if (name->size() > ModelSrv::ModelName_Max) {
-    return fail("longer than " + std::to_string(ModelSrv::ModelName_Max) + " bytes");
+    return errorAt("longer than " + std::to_string(ModelSrv::ModelName_Max) + " bytes");
   }
   Level& level = levels_.back();
-  switch (level.place) {
-    case Place::root:
+  switch (level.kind) {
+    case Kind::root:
       description_.name = std::move(*name);
       break;
-    case Place::element:
+    case Kind::element:
       level.name = std::move(*name);
       break;
     default:
@@ -202,58 +202,58 @@ DescriptionReader::Fault DescriptionReader::takeName(Scalar& value) {
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::takeType(const Scalar& value) {
+std::optional<Error> DescriptionReader::setType(const Scalar& value) {
   const auto* name = std::get_if<std::string>(&value);
   if (name == nullptr) {
-    return wrongThing(kindOf(value));
+    return unexpected(toJson(value));
   }
   const auto type = findEntryType(*name);
   if (!type) {
-    return fail("there is no such type");
+    return errorAt("unknown type " + toJson(value));
   }
   entryOf(levels_.back()).type = *type;
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::takeAccess(const Scalar& value) {
+std::optional<Error> DescriptionReader::setAccess(const Scalar& value) {
   const auto* name = std::get_if<std::string>(&value);
   const auto found =
       std::find_if(accessNames.begin(), accessNames.end(),
                    [name](const auto& access) { return name && access.first == *name; });
   if (found == accessNames.end()) {
-    return fail("not " + std::string(wanted(Key::access)));
+    return unexpected(toJson(value));
   }
   entryOf(levels_.back()).access = found->second;
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::takeSubscribable(const Scalar& value) {
+std::optional<Error> DescriptionReader::setSubscribable(const Scalar& value) {
   const auto* flag = std::get_if<bool>(&value);
   if (flag == nullptr) {
-    return wrongThing(kindOf(value));
+    return unexpected(toJson(value));
   }
   entryOf(levels_.back()).subscribable = *flag;
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::startArray() {
+std::optional<Error> DescriptionReader::startArray() {
   const Key key = levels_.empty() ? Key::none : levels_.back().key;
   if (key != Key::children && key != Key::elements) {
-    return wrongThing("an array");
+    return unexpected("an array");
   }
   Level level;
-  level.place = key == Key::children ? Place::childArray : Place::elementArray;
+  level.kind = key == Key::children ? Kind::childArray : Kind::elementArray;
   level.entry = levels_.back().entry;
   levels_.push_back(std::move(level));
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::endArray() {
+std::optional<Error> DescriptionReader::endArray() {
   Level closed = std::move(levels_.back());
   levels_.pop_back();
-  if (closed.place == Place::elementArray) {
+  if (closed.kind == Kind::elementArray) {
     if (closed.elementValues.empty()) {
-      return fail("an array has at least one element");
+      return errorAt("expected at least one element, got none");
     }
     Level& entry = levels_.back();
     entry.elementValues = std::move(closed.elementValues);
@@ -264,89 +264,92 @@ DescriptionReader::Fault DescriptionReader::endArray() {
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::endObject() {
+std::optional<Error> DescriptionReader::endObject() {
   Level& level = levels_.back();
   level.key = Key::none;
-  switch (level.place) {
-    case Place::element:
+  switch (level.kind) {
+    case Kind::element:
       return endElement();
-    case Place::entry:
+    case Kind::entry:
       return endEntry();
     default:
       return endRoot();
   }
 }
 
-DescriptionReader::Fault DescriptionReader::endRoot() {
+std::optional<Error> DescriptionReader::endRoot() {
   if (!has(levels_.back(), Key::children)) {
-    return fail("\"children\" is missing");
+    return errorAt("missing \"children\"");
   }
   levels_.pop_back();
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::endElement() {
+std::optional<Error> DescriptionReader::endElement() {
   Level& element = levels_.back();
   if (!has(element, Key::value)) {
-    return fail("\"value\" is missing");
+    return errorAt("missing \"value\"");
   }
   Level& array = levels_[levels_.size() - 2];
   array.elementsNamed = array.elementsNamed || has(element, Key::name);
   array.elementValues.push_back(std::move(element.value));
   array.elementNames.push_back(std::move(element.name));
-  ++array.item;
+  ++array.index;
   levels_.pop_back();
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::endEntry() {
+std::optional<Error> DescriptionReader::endEntry() {
   Level& level = levels_.back();
   Level& siblings = levels_[levels_.size() - 2];
-  Fault fault = settleKind(level);
-  if (!fault) {
-    fault = settleId(level, siblings);
+  auto error = checkKeys(level);
+  if (!error) {
+    error = assignId(level, siblings);
   }
-  if (!fault) {
-    fault = has(level, Key::elements) ? settleElements(level) : settleValue(level);
+  if (!error && has(level, Key::value)) {
+    error = convertValue(level);
   }
-  if (!fault) {
-    ++siblings.item;
+  if (!error && has(level, Key::elements)) {
+    error = convertElements(level);
+  }
+  if (!error) {
+    ++siblings.index;
     levels_.pop_back();
   }
-  return fault;
+  return error;
 }
 
-DescriptionReader::Fault DescriptionReader::settleKind(Level& level) {
+std::optional<Error> DescriptionReader::checkKeys(const Level& level) const {
   if (has(level, Key::children)) {
     for (const Key key : {Key::type, Key::value, Key::elements, Key::access, Key::subscribable}) {
       if (has(level, key)) {
-        return fail("not together with \"children\"", '/' + std::string(nameOf(key)));
+        return errorAt("not allowed together with \"children\"", '/' + std::string(nameOf(key)));
       }
     }
     return std::nullopt;
   }
   if (has(level, Key::value) && has(level, Key::elements)) {
-    return fail("not together with \"value\"", "/elements");
+    return errorAt("not allowed together with \"value\"", "/elements");
   }
   if (!has(level, Key::value) && !has(level, Key::elements)) {
-    return fail(R"("children", "value" or "elements" is missing)");
+    return errorAt(R"(missing "children", "value" or "elements")");
   }
   if (!has(level, Key::type)) {
-    return fail("\"type\" is missing");
+    return errorAt("missing \"type\"");
   }
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::settleId(const Level& level, Level& siblings) {
+std::optional<Error> DescriptionReader::assignId(const Level& level, Level& siblings) {
   const unsigned id = level.id ? *level.id : siblings.nextId;
   if (id > ModelSrv::ModelPartId_Max) {
-    return fail("no id is left behind its elder sibling's");
+    return errorAt("no id left after the previous sibling's " + std::to_string(id - 1));
   }
   if (siblings.ids.size() <= id) {
     siblings.ids.resize(std::size_t{id} + 1);
   }
   if (siblings.ids[id]) {
-    return fail("an elder sibling has the id " + std::to_string(id), level.id ? "/id" : "");
+    return errorAt("duplicate id " + std::to_string(id), level.id ? "/id" : "");
   }
   siblings.ids[id] = true;
   entryOf(level).id = static_cast<ModelSrv::ModelPartId>(id);
@@ -354,28 +357,25 @@ DescriptionReader::Fault DescriptionReader::settleId(const Level& level, Level& 
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::settleValue(Level& level) {
-  if (!has(level, Key::value)) {
-    return std::nullopt;
-  }
+std::optional<Error> DescriptionReader::convertValue(const Level& level) {
   Entry& entry = entryOf(level);
   auto value = toEntryValue(level.value, entry.type);
   if (const auto* error = std::get_if<Error>(&value)) {
-    return fail(error->text, "/value");
+    return errorAt(error->text, "/value");
   }
   entry.values.push_back(std::move(std::get<EntryValue>(value)));
   return std::nullopt;
 }
 
-DescriptionReader::Fault DescriptionReader::settleElements(Level& level) {
+std::optional<Error> DescriptionReader::convertElements(const Level& level) {
   Entry& entry = entryOf(level);
   entry.array = true;
   entry.values.reserve(level.elementValues.size());
-  std::size_t bytes = level.elementValues.size() - 1;
+  std::size_t bytes = level.elementValues.size() - 1;  // the line feeds between them
   for (const Scalar& scalar : level.elementValues) {
     auto value = toEntryValue(scalar, entry.type);
     if (const auto* error = std::get_if<Error>(&value)) {
-      return fail(error->text, "/elements/" + std::to_string(entry.values.size()) + "/value");
+      return errorAt(error->text, "/elements/" + std::to_string(entry.values.size()) + "/value");
     }
     entry.values.push_back(std::move(std::get<EntryValue>(value)));
     if (const auto* text = std::get_if<std::string>(&entry.values.back())) {
@@ -383,9 +383,9 @@ DescriptionReader::Fault DescriptionReader::settleElements(Level& level) {
     }
   }
   if (bytes > ModelSrv::ModelValueText_Max) {
-    return fail("the texts have more than " + std::to_string(ModelSrv::ModelValueText_Max) +
-                    " bytes altogether",
-                "/elements");
+    return errorAt(
+        "longer than " + std::to_string(ModelSrv::ModelValueText_Max) + " bytes in total",
+        "/elements");
   }
   return std::nullopt;
 }

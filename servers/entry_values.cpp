@@ -10,49 +10,32 @@ namespace modelsrvd {
 
 namespace {
 
-/// A text of the file in a message, shortened where it is long.
-std::string quoted(std::string_view text) {
-  constexpr std::size_t most = 40;
-  return '"' + oneLine(text.substr(0, most)) + (text.size() > most ? "\"…" : "\"");
+/// The part of a text from the file that fits into a message.
+constexpr std::size_t maxShownBytes = 40;
+
+std::string shortened(std::string_view text) {
+  return oneLine(text.substr(0, maxShownBytes)) + (text.size() > maxShownBytes ? "…" : "");
 }
 
 std::string_view nameOf(EntryType type) {
   return entryTypeNames[static_cast<std::size_t>(type)];
 }
 
-std::string shown(const Scalar& scalar) {
-  if (const auto* flag = std::get_if<bool>(&scalar)) {
-    return *flag ? "true" : "false";
-  }
-  if (const auto* number = std::get_if<std::int64_t>(&scalar)) {
-    return std::to_string(*number);
-  }
-  if (const auto* number = std::get_if<std::uint64_t>(&scalar)) {
-    return std::to_string(*number);
-  }
-  if (const auto* number = std::get_if<RealNumber>(&scalar)) {
-    return number->text;
-  }
-  if (const auto* text = std::get_if<std::string>(&scalar)) {
-    return quoted(*text);
-  }
-  return "null";
-}
-
-Error wrongKind(const Scalar& scalar, EntryType type, std::string_view wanted) {
-  return {shown(scalar) + ": " + std::string(nameOf(type)) + " wants " + std::string(wanted)};
+Error wrongKind(const Scalar& scalar, EntryType type, std::string_view expected) {
+  return {"expected " + std::string(expected) + " for " + std::string(nameOf(type)) + ", got " +
+          toJson(scalar)};
 }
 
 Error outOfRange(const Scalar& scalar, EntryType type) {
-  return {shown(scalar) + ": out of range for " + std::string(nameOf(type))};
+  return {toJson(scalar) + " is out of range for " + std::string(nameOf(type))};
 }
 
-/// Whether `number` is a whole one that 64 bits cannot hold.
-bool wholeButHuge(const RealNumber& number) {
+/// Whether `number` is an integer that 64 bits cannot hold.
+bool isHugeInteger(const RealNumber& number) {
   return number.text.find_first_of(".eE") == std::string::npos;
 }
 
-/// The integers of the file are held signed where they are negative only.
+/// The JSON parser returns negative integers as signed, all others as unsigned.
 template <typename T>
 Result<EntryValue> toInteger(const Scalar& scalar, EntryType type) {
   if (const auto* number = std::get_if<std::int64_t>(&scalar)) {
@@ -71,10 +54,10 @@ Result<EntryValue> toInteger(const Scalar& scalar, EntryType type) {
     }
     return outOfRange(scalar, type);
   }
-  if (const auto* number = std::get_if<RealNumber>(&scalar); number && wholeButHuge(*number)) {
+  if (const auto* number = std::get_if<RealNumber>(&scalar); number && isHugeInteger(*number)) {
     return outOfRange(scalar, type);
   }
-  return wrongKind(scalar, type, "a whole number");
+  return wrongKind(scalar, type, "an integer");
 }
 
 std::optional<double> toNumber(const Scalar& scalar) {
@@ -108,11 +91,10 @@ Result<EntryValue> toFloating(const Scalar& scalar, EntryType type) {
 Result<EntryValue> toText(const Scalar& scalar, EntryType type) {
   const auto* text = std::get_if<std::string>(&scalar);
   if (text == nullptr) {
-    return wrongKind(scalar, type, "a text");
+    return wrongKind(scalar, type, "a string");
   }
   if (text->size() > ModelSrv::ModelValueText_Max) {
-    return Error{"a text of " + std::to_string(text->size()) + " bytes, more than " +
-                 std::to_string(ModelSrv::ModelValueText_Max)};
+    return Error{"longer than " + std::to_string(ModelSrv::ModelValueText_Max) + " bytes"};
   }
   return EntryValue(*text);
 }
@@ -126,17 +108,23 @@ Result<EntryValue> toBool(const Scalar& scalar, EntryType type) {
 
 }  // namespace
 
-std::string_view kindOf(const Scalar& scalar) {
-  switch (scalar.index()) {
-    case 0:
-      return "null";
-    case 1:
-      return "true or false";
-    case 5:
-      return "a text";
-    default:
-      return "a number";
+std::string toJson(const Scalar& scalar) {
+  if (const auto* flag = std::get_if<bool>(&scalar)) {
+    return *flag ? "true" : "false";
   }
+  if (const auto* number = std::get_if<std::int64_t>(&scalar)) {
+    return std::to_string(*number);
+  }
+  if (const auto* number = std::get_if<std::uint64_t>(&scalar)) {
+    return std::to_string(*number);
+  }
+  if (const auto* number = std::get_if<RealNumber>(&scalar)) {
+    return shortened(number->text);
+  }
+  if (const auto* text = std::get_if<std::string>(&scalar)) {
+    return '"' + shortened(*text) + '"';
+  }
+  return "null";
 }
 
 std::optional<EntryType> findEntryType(std::string_view name) {

@@ -12,24 +12,24 @@
 
 namespace modelsrvd {
 
-/// A number with a fraction or an exponent, or one that no 64-bit integer holds.
+/// A number with a fraction or an exponent, or an integer that 64 bits cannot hold.
 struct RealNumber {
   double value = 0;
-  std::string text;  ///< as it stands in the file
+  std::string text;  ///< as written in the file
 };
 
-/// What a key of a description can hold besides objects and arrays.
+/// A JSON value that is neither an object nor an array.
 using Scalar =
     std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, RealNumber, std::string>;
 
-/// What kind of thing `scalar` is, for messages: "a number", "a text", …
-[[nodiscard]] std::string_view kindOf(const Scalar& scalar);
+/// `scalar` as JSON in one line, for error messages; long text is shortened.
+[[nodiscard]] std::string toJson(const Scalar& scalar);
 
-/// The type of that name, nothing where there is none (a node has no name).
+/// The type with that name; nothing if there is none (`node` has no name).
 [[nodiscard]] std::optional<EntryType> findEntryType(std::string_view name);
 
-/// `scalar` as a value of `type`, which is not `node`. The error says what is
-/// wrong without saying where.
+/// `scalar` as a value of `type`, which is not `node`. The error does not include the
+/// path of the entry.
 [[nodiscard]] Result<EntryValue> toEntryValue(const Scalar& scalar, EntryType type);
 
 }  // namespace modelsrvd

@@ -19,40 +19,40 @@ namespace modelsrvd {
 
 namespace {
 
-/// Owns a descriptor.
-class Opened {
+/// An open file; closes its descriptor.
+class OpenFile {
  public:
-  Opened(const std::string& path, int flags) : descriptor_(::open(path.c_str(), flags)) {}
-  ~Opened() {
+  OpenFile(const std::string& path, int flags) : descriptor_(::open(path.c_str(), flags)) {}
+  ~OpenFile() {
     if (descriptor_ >= 0) {
       ::close(descriptor_);
     }
   }
-  Opened(const Opened&) = delete;
-  Opened& operator=(const Opened&) = delete;
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
   [[nodiscard]] int get() const { return descriptor_; }
 
  private:
   int descriptor_;
 };
 
-std::string reason(int fault) {
-  return std::strerror(fault);
+std::string describeErrno(int code) {
+  return std::strerror(code);
 }
 
-Error about(const std::string& path, const std::string& what) {
+Error errorAt(const std::string& path, const std::string& what) {
   return {oneLine(path) + ": " + what};
 }
 
-Error tooLong(const std::string& path, std::size_t most) {
-  return about(path, "longer than " + std::to_string(most) + " bytes");
+Error tooLong(const std::string& path, std::size_t maxBytes) {
+  return errorAt(path, "longer than " + std::to_string(maxBytes) + " bytes");
 }
 
-/// Appends to `text` until the end of the file or until it is longer than `most`;
-/// gives 0 or the fault.
-int readAll(int descriptor, std::size_t most, std::string& text) {
+/// Appends to `text` until the end of the file or until it is longer than
+/// `maxBytes`. Returns 0 or the errno.
+int readAll(int descriptor, std::size_t maxBytes, std::string& text) {
   std::array<char, 65536> buffer{};
-  while (text.size() <= most) {
+  while (text.size() <= maxBytes) {
     const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
     if (count == 0) {
       return 0;
@@ -68,14 +68,17 @@ int readAll(int descriptor, std::size_t most, std::string& text) {
 
 }  // namespace
 
-// Not to wait for the writer of a pipe before it is known to be one.
-FileReader::FileReader(std::string path, std::size_t most)
+// O_NONBLOCK: opening a pipe must not wait for its writer.
+FileReader::FileReader(std::string path, std::size_t maxBytes)
     : path_(std::move(path)),
-      most_(most),
+      maxBytes_(maxBytes),
       descriptor_(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
   if (descriptor_ < 0) {
-    error_ = about(path_, reason(errno));
-  } else if (isReadable()) {
+    error_ = errorAt(path_, describeErrno(errno));
+    return;
+  }
+  checkFile();
+  if (!error_) {
     constexpr std::size_t pieceSize = std::size_t{64} * 1024;
     buffer_.resize(pieceSize);
   }
@@ -87,16 +90,15 @@ FileReader::~FileReader() {
   }
 }
 
-bool FileReader::isReadable() {
+void FileReader::checkFile() {
   struct stat status {};
   if (::fstat(descriptor_, &status) != 0) {
-    error_ = about(path_, reason(errno));
+    error_ = errorAt(path_, describeErrno(errno));
   } else if (!S_ISREG(status.st_mode)) {
-    error_ = about(path_, "not a regular file");
-  } else if (status.st_size > static_cast<off_t>(most_)) {
-    error_ = tooLong(path_, most_);
+    error_ = errorAt(path_, "not a regular file");
+  } else if (status.st_size > static_cast<off_t>(maxBytes_)) {
+    error_ = tooLong(path_, maxBytes_);
   }
-  return !error_;
 }
 
 std::string_view FileReader::next() {
@@ -108,13 +110,13 @@ std::string_view FileReader::next() {
     count = ::read(descriptor_, buffer_.data(), buffer_.size());
   } while (count < 0 && errno == EINTR);
   if (count < 0) {
-    error_ = about(path_, reason(errno));
+    error_ = errorAt(path_, describeErrno(errno));
     return {};
   }
-  passed_ += static_cast<std::size_t>(count);
-  // It may have grown since it was opened.
-  if (passed_ > most_) {
-    error_ = tooLong(path_, most_);
+  bytesRead_ += static_cast<std::size_t>(count);
+  // The file may have grown since it was opened.
+  if (bytesRead_ > maxBytes_) {
+    error_ = tooLong(path_, maxBytes_);
     return {};
   }
   return {buffer_.data(), static_cast<std::size_t>(count)};
@@ -124,9 +126,9 @@ Result<gid_t> findGroup(const std::string& nameOrNumber) {
   std::vector<char> buffer(4096);
   struct group entry {};
   struct group* found = nullptr;
-  int fault = 0;
-  while ((fault = ::getgrnam_r(nameOrNumber.c_str(), &entry, buffer.data(), buffer.size(),
-                               &found)) == ERANGE &&
+  int code = 0;
+  while ((code = ::getgrnam_r(nameOrNumber.c_str(), &entry, buffer.data(), buffer.size(),
+                              &found)) == ERANGE &&
          buffer.size() < std::size_t{16} * 1024 * 1024) {
     buffer.resize(buffer.size() * 4);
   }
@@ -135,19 +137,19 @@ Result<gid_t> findGroup(const std::string& nameOrNumber) {
   }
   gid_t number = 0;
   const char* const end = nameOrNumber.data() + nameOrNumber.size();
-  const auto [stop, notNumber] = std::from_chars(nameOrNumber.data(), end, number);
-  // The largest number means no group (chown(2)).
-  if (notNumber == std::errc{} && stop == end && number != std::numeric_limits<gid_t>::max()) {
+  const auto [stop, parsed] = std::from_chars(nameOrNumber.data(), end, number);
+  // The largest number stands for "no group" (chown(2)).
+  if (parsed == std::errc{} && stop == end && number != std::numeric_limits<gid_t>::max()) {
     return number;
   }
-  std::string text = "--group: there is no group \"" + oneLine(nameOrNumber);
-  text += fault == 0 || fault == ENOENT ? "\"" : "\" (" + reason(fault) + ")";
+  std::string text = "--group: unknown group \"" + oneLine(nameOrNumber);
+  text += code == 0 || code == ENOENT ? "\"" : "\" (" + describeErrno(code) + ")";
   return Error{std::move(text)};
 }
 
 bool fillStandardStreams() {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-    // The lowest free number is given (open(2)).
+    // open(2) uses the lowest free descriptor number.
     if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) != descriptor) {
       return false;
     }
@@ -161,17 +163,17 @@ std::optional<Error> writeOutput(std::string_view text) {
     if (count >= 0) {
       text.remove_prefix(static_cast<std::size_t>(count));
     } else if (errno != EINTR) {
-      return about("standard output", reason(errno));
+      return errorAt("standard output", describeErrno(errno));
     }
   }
   return std::nullopt;
 }
 
 std::optional<std::string> HostFiles::read(const std::string& path) const {
-  constexpr std::size_t most = std::size_t{1024} * 1024;
-  const Opened file(top_ + path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  constexpr std::size_t maxBytes = std::size_t{1024} * 1024;
+  const OpenFile file(top_ + path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
   std::string text;
-  if (file.get() < 0 || readAll(file.get(), most, text) != 0) {
+  if (file.get() < 0 || readAll(file.get(), maxBytes, text) != 0) {
     return std::nullopt;
   }
   return text;
@@ -193,13 +195,13 @@ std::vector<std::string> HostFiles::list(const std::string& directory) const {
   return names;
 }
 
-std::optional<DiskRoom> HostFiles::room(const std::string& mountPoint) const {
+std::optional<DiskSpace> HostFiles::diskSpace(const std::string& mountPoint) const {
   struct statvfs status {};
   if (::statvfs((top_ + mountPoint).c_str(), &status) != 0) {
     return std::nullopt;
   }
-  return DiskRoom{std::uint64_t{status.f_blocks} * status.f_frsize,
-                  std::uint64_t{status.f_bavail} * status.f_frsize};
+  return DiskSpace{std::uint64_t{status.f_blocks} * status.f_frsize,
+                   std::uint64_t{status.f_bavail} * status.f_frsize};
 }
 
 }  // namespace modelsrvd

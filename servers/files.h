@@ -12,72 +12,73 @@
 
 namespace modelsrvd {
 
-/// What the server asks of the system about files and groups. Nothing here blocks
-/// on a peer; any thread may call.
+/// The server's system calls on files and groups. None waits for another process or
+/// machine; any thread may call them.
 
-/// How long a description may be, in bytes.
-inline constexpr std::size_t longestDescription = std::size_t{64} * 1024 * 1024;
+/// The size limit of a description file.
+inline constexpr std::size_t maxDescriptionBytes = std::size_t{64} * 1024 * 1024;
 
-/// Reads a regular file a piece at a time, so that no text is held whole.
+/// Reads a regular file in pieces, so that the whole text is never in memory.
 class FileReader {
  public:
-  /// Opens `path`, of which at most `most` bytes are to be read.
-  FileReader(std::string path, std::size_t most);
+  /// Opens `path`. A file of more than `maxBytes` is an error.
+  FileReader(std::string path, std::size_t maxBytes);
   ~FileReader();
   FileReader(const FileReader&) = delete;
   FileReader& operator=(const FileReader&) = delete;
 
-  /// The bytes that follow, until the next call; none at the end of the file and
-  /// where there is a error.
+  /// The next bytes, valid until the next call; empty at the end of the file and
+  /// after an error.
   [[nodiscard]] std::string_view next();
 
-  /// Why the file could not be opened or read to its end. Begins with the path.
+  /// Why the file could not be opened or read completely. Begins with the path.
   [[nodiscard]] const std::optional<Error>& error() const { return error_; }
 
  private:
-  /// Tells whether what is open is a regular file of at most `most_` bytes.
-  bool isReadable();
+  /// Sets `error_` unless the open file is a regular file of at most `maxBytes_`.
+  void checkFile();
 
   std::string path_;
-  std::size_t most_;
-  std::size_t passed_ = 0;
+  std::size_t maxBytes_;
+  std::size_t bytesRead_ = 0;
   int descriptor_;
   std::vector<char> buffer_;
   std::optional<Error> error_;
 };
 
-/// The group of that name or, where there is none, of that number.
+/// The group with that name or, if there is none, with that number.
 [[nodiscard]] Result<gid_t> findGroup(const std::string& nameOrNumber);
 
-/// Opens "/dev/null" in place of each standard stream that is closed, so that no
-/// pipe of the server's gets its number. Tells whether all three are open.
+/// Opens "/dev/null" for each standard stream that is closed, so that no pipe of the
+/// server gets its descriptor number. Returns whether all three are open.
 [[nodiscard]] bool fillStandardStreams();
 
 /// Writes all of `text` to standard output.
 [[nodiscard]] std::optional<Error> writeOutput(std::string_view text);
 
-/// The room of a file system, in bytes.
-struct DiskRoom {
+/// The capacity of a file system, in bytes.
+struct DiskSpace {
   std::uint64_t size = 0;
-  std::uint64_t free = 0;  ///< to users without privileges
+  std::uint64_t free = 0;  ///< available to unprivileged users
 };
 
-/// The kernel's files, as they are or as a test recorded them.
+/// The files in which the kernel describes the machine; a test can substitute a
+/// directory of recorded ones.
 class HostFiles {
  public:
-  /// Paths asked for are looked up below `top`; empty: the system's own.
+  /// `top` is prepended to every path; empty for the real files.
   explicit HostFiles(std::string top = {}) : top_(std::move(top)) {}
 
-  /// What a file of the kernel's gives, at most 1 MiB of it; nothing where it
-  /// cannot be read.
+  /// The contents of a file, at most about 1 MiB of it; nothing if it cannot be
+  /// read.
   [[nodiscard]] std::optional<std::string> read(const std::string& path) const;
 
-  /// The names in a directory but those that begin with ".", in the order of
-  /// their bytes; empty where it cannot be read.
+  /// The names in a directory except those that begin with ".", sorted by bytes;
+  /// empty if it cannot be read.
   [[nodiscard]] std::vector<std::string> list(const std::string& directory) const;
 
-  /// statvfs(3) of a local file system; nothing where it is refused.
-  [[nodiscard]] std::optional<DiskRoom> room(const std::string& mountPoint) const;
+  /// The capacity of a local file system; nothing if statvfs(3) fails.
+  [[nodiscard]] std::optional<DiskSpace> diskSpace(const std::string& mountPoint) const;
 
  private:
   std::string top_;

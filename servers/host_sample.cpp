@@ -39,16 +39,16 @@ void HostSampler::sampleCores(HostSample& sample) {
   CpuStatus status = parseCpuStatus(text("/proc/stat"));
   sample.running = status.running;
   for (const auto& [number, times] : status.cores) {
-    sample.cores.push_back({number, usagePercent(coresBefore_[number], times)});
+    sample.cores.push_back({number, usagePercent(previousCores_[number], times)});
   }
-  coresBefore_ = std::move(status.cores);
+  previousCores_ = std::move(status.cores);
 }
 
 void HostSampler::sampleDisks(HostSample& sample) const {
-  for (std::string& place : parseLocalMounts(text("/proc/self/mounts"))) {
-    // Without blocks it is no disk but a view of the kernel's.
-    if (const auto room = files_.room(place); room && room->size != 0) {
-      sample.disks.push_back({std::move(place), *room});
+  for (std::string& mountPoint : parseLocalMounts(text("/proc/self/mounts"))) {
+    // A file system without blocks has no storage behind it.
+    if (const auto space = files_.diskSpace(mountPoint); space && space->size != 0) {
+      sample.disks.push_back({std::move(mountPoint), *space});
     }
   }
 }
@@ -71,7 +71,7 @@ void HostSampler::sampleZones(HostSample& sample) const {
     if (name.rfind("thermal_zone", 0) != 0) {
       continue;
     }
-    // A zone whose sensor is off cannot be read.
+    // Reading a zone fails while its sensor is off.
     const auto millidegrees =
         files_.read(std::string(directory).append("/").append(name).append("/temp"));
     if (millidegrees && !millidegrees->empty()) {

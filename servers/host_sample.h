@@ -9,11 +9,12 @@
 
 namespace modelsrvd {
 
-/// What the machine looks like at one time.
+/// The state of the machine at one time. What the kernel does not provide is empty
+/// or 0.
 struct HostSample {
   struct Core {
     unsigned number = 0;
-    double usage = 0;  ///< percent since the sample before, or since the start
+    double usage = 0;  ///< percent since the previous sample, at first since boot
   };
   struct Interface {
     InterfaceCounts counts;
@@ -22,7 +23,7 @@ struct HostSample {
   };
   struct Disk {
     std::string mountPoint;
-    DiskRoom room;
+    DiskSpace space;
   };
   struct Zone {
     std::string name;
@@ -42,8 +43,8 @@ struct HostSample {
   std::vector<Zone> zones;
 };
 
-/// Takes one sample after another. For one thread; asks nothing that may wait for
-/// another machine. What the kernel does not tell is empty or 0.
+/// Reads samples from the kernel's files. Never waits for another machine. For one
+/// thread.
 class HostSampler {
  public:
   explicit HostSampler(HostFiles files) : files_(std::move(files)) {}
@@ -58,7 +59,7 @@ class HostSampler {
   void sampleZones(HostSample& sample) const;
 
   HostFiles files_;
-  std::map<unsigned, CoreTimes> coresBefore_;
+  std::map<unsigned, CoreTimes> previousCores_;
 };
 
 }  // namespace modelsrvd

@@ -13,15 +13,16 @@ namespace modelsrvd {
 
 namespace {
 
-/// Takes the next piece before `separator` off `text`.
+/// Removes the text up to and including `separator` from `text`; returns what is
+/// before the separator.
 std::string_view takeUntil(std::string_view& text, char separator) {
   const std::size_t end = text.find(separator);
-  const std::string_view piece = text.substr(0, end);
+  const std::string_view field = text.substr(0, end);
   text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-  return piece;
+  return field;
 }
 
-/// Takes the next word off `text`; empty at its end.
+/// Removes the next word from `text` and returns it; empty at the end.
 std::string_view takeWord(std::string_view& text) {
   const std::size_t start = text.find_first_not_of(" \t\n");
   text.remove_prefix(start == std::string_view::npos ? text.size() : start);
@@ -33,8 +34,8 @@ std::string_view takeWord(std::string_view& text) {
 template <typename T>
 T numberOf(std::string_view word) {
   T number{};
-  const auto [stop, fault] = std::from_chars(word.data(), word.data() + word.size(), number);
-  return fault == std::errc{} && stop != word.data() ? number : T{};
+  const auto [stop, code] = std::from_chars(word.data(), word.data() + word.size(), number);
+  return code == std::errc{} && stop != word.data() ? number : T{};
 }
 
 template <typename T>
@@ -42,31 +43,31 @@ T takeNumber(std::string_view& text) {
   return numberOf<T>(takeWord(text));
 }
 
-/// The columns behind a core's name: user, nice, system, idle, iowait, irq,
-/// softirq, steal; those behind are part of the first two.
+/// The columns after a core's name: user, nice, system, idle, iowait, irq, softirq,
+/// steal. Later columns are already included in the first two.
 CoreTimes takeCoreTimes(std::string_view columns) {
   constexpr std::size_t idle = 3;
-  constexpr std::size_t waiting = 4;
+  constexpr std::size_t ioWait = 4;
   CoreTimes times;
   for (std::size_t column = 0; column < 8; ++column) {
     const auto ticks = takeNumber<std::uint64_t>(columns);
     times.total += ticks;
-    if (column != idle && column != waiting) {
+    if (column != idle && column != ioWait) {
       times.busy += ticks;
     }
   }
   return times;
 }
 
-/// Undoes the octal escapes of a field of "/proc/mounts" (getmntent(3)).
+/// Decodes the octal escapes in a field of "/proc/mounts" (getmntent(3)).
 std::string unescaped(std::string_view field) {
   std::string text;
   for (std::size_t at = 0; at < field.size(); ++at) {
     unsigned byte = 0;
     if (field[at] == '\\' && at + 3 < field.size()) {
-      const auto [stop, fault] =
+      const auto [stop, code] =
           std::from_chars(field.data() + at + 1, field.data() + at + 4, byte, 8);
-      if (fault == std::errc{} && stop == field.data() + at + 4 && byte <= 0xFF) {
+      if (code == std::errc{} && stop == field.data() + at + 4 && byte <= 0xFF) {
         text += static_cast<char>(byte);
         at += 3;
         continue;
@@ -82,7 +83,8 @@ bool isOneOf(std::string_view word, const std::array<std::string_view, n>& words
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-bool hasRoom(std::string_view type) {
+/// Whether file systems of this type store data on this machine.
+bool isLocalStorage(std::string_view type) {
   static constexpr std::array<std::string_view, 28> types{
       "bcachefs", "btrfs",  "cramfs",  "erofs",   "exfat",   "ext2",     "ext3",
       "ext4",     "f2fs",   "hfsplus", "iso9660", "jffs2",   "jfs",      "minix",
@@ -91,31 +93,32 @@ bool hasRoom(std::string_view type) {
   return isOneOf(type, types);
 }
 
-/// Whether a path through a mount of this type waits for nobody.
-bool answersAtOnce(std::string_view type) {
-  static constexpr std::array<std::string_view, 8> kernels{
+/// Whether resolving a path on a mount of this type never waits for another machine
+/// or process.
+bool neverBlocks(std::string_view type) {
+  static constexpr std::array<std::string_view, 8> kernelTypes{
       "rootfs", "ramfs", "devtmpfs", "proc", "sysfs", "cgroup", "cgroup2", "configfs"};
-  return hasRoom(type) || isOneOf(type, kernels);
+  return isLocalStorage(type) || isOneOf(type, kernelTypes);
 }
 
-bool liesIn(std::string_view path, std::string_view directory) {
+bool isAtOrBelow(std::string_view path, std::string_view directory) {
   return path.substr(0, directory.size()) == directory &&
          (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
-bool isKernels(std::string_view path) {
-  return liesIn(path, "/proc") || liesIn(path, "/sys") || liesIn(path, "/dev");
+bool isKernelDirectory(std::string_view path) {
+  return isAtOrBelow(path, "/proc") || isAtOrBelow(path, "/sys") || isAtOrBelow(path, "/dev");
 }
 
-/// Whether the way to `path` leads through one of `slow`, which are mount points.
-bool leadsThrough(std::string_view path, const std::set<std::string, std::less<>>& slow) {
+/// Whether one of the directories above `path` is a mount point in `blocking`.
+bool crosses(std::string_view path, const std::set<std::string, std::less<>>& blocking) {
   for (std::size_t end = path.rfind('/'); end != std::string_view::npos && end != 0;
        end = path.rfind('/', end - 1)) {
-    if (slow.find(path.substr(0, end)) != slow.end()) {
+    if (blocking.find(path.substr(0, end)) != blocking.end()) {
       return true;
     }
   }
-  return path != "/" && slow.find("/") != slow.end();
+  return path != "/" && blocking.find("/") != blocking.end();
 }
 
 }  // namespace
@@ -147,7 +150,7 @@ CpuStatus parseCpuStatus(std::string_view text) {
 }
 
 double usagePercent(const CoreTimes& before, const CoreTimes& after) {
-  // The kernel's idle counts may step back a little (proc(5)).
+  // The kernel's idle counts may decrease slightly (proc(5)).
   if (after.total <= before.total || after.busy <= before.busy) {
     return 0;
   }
@@ -176,11 +179,11 @@ MemorySizes parseMemory(std::string_view text) {
 }
 
 std::vector<InterfaceCounts> parseInterfaces(std::string_view text) {
-  constexpr int columnsBetween = 6;
+  constexpr int skippedColumns = 6;
   std::vector<InterfaceCounts> interfaces;
   while (!text.empty()) {
     std::string_view line = takeUntil(text, '\n');
-    // An alias has a colon in its name; numbers have none.
+    // The last colon: the name of an alias contains one, numbers do not.
     const std::size_t colon = line.rfind(':');
     if (colon == std::string_view::npos) {
       continue;
@@ -191,7 +194,7 @@ std::vector<InterfaceCounts> parseInterfaces(std::string_view text) {
     counts.name = takeWord(name);
     counts.receivedBytes = takeNumber<std::uint64_t>(line);
     counts.receivedPackets = takeNumber<std::uint64_t>(line);
-    for (int column = 0; column < columnsBetween; ++column) {
+    for (int column = 0; column < skippedColumns; ++column) {
       takeWord(line);
     }
     counts.sentBytes = takeNumber<std::uint64_t>(line);
@@ -206,32 +209,32 @@ std::vector<std::string> parseLocalMounts(std::string_view text) {
   while (!text.empty()) {
     std::string_view line = takeUntil(text, '\n');
     takeWord(line);
-    std::string place = unescaped(takeWord(line));
+    std::string mountPoint = unescaped(takeWord(line));
     const std::string_view type = takeWord(line);
-    if (type.empty() || place.empty() || place.front() != '/') {
+    if (type.empty() || mountPoint.empty() || mountPoint.front() != '/') {
       continue;
     }
-    mounts.emplace_back(std::move(place), type);
+    mounts.emplace_back(std::move(mountPoint), type);
   }
-  std::set<std::string, std::less<>> slow;
+  std::set<std::string, std::less<>> blocking;
   std::map<std::string_view, std::string_view> last;  // a later mount hides an earlier one
-  for (const auto& [place, type] : mounts) {
-    last[place] = type;
-    if (!answersAtOnce(type)) {
-      slow.insert(place);
+  for (const auto& [mountPoint, type] : mounts) {
+    last[mountPoint] = type;
+    if (!neverBlocks(type)) {
+      blocking.insert(mountPoint);
     }
   }
   std::vector<std::string> local;
-  for (const auto& [place, type] : mounts) {
-    const auto shown = last.find(place);
-    if (shown == last.end()) {
+  for (const auto& [mountPoint, type] : mounts) {
+    const auto visible = last.find(mountPoint);
+    if (visible == last.end()) {
       continue;
     }
-    if (hasRoom(shown->second) && slow.find(place) == slow.end() && !isKernels(place) &&
-        !leadsThrough(place, slow)) {
-      local.push_back(place);
+    if (isLocalStorage(visible->second) && blocking.find(mountPoint) == blocking.end() &&
+        !isKernelDirectory(mountPoint) && !crosses(mountPoint, blocking)) {
+      local.push_back(mountPoint);
     }
-    last.erase(shown);
+    last.erase(visible);
   }
   return local;
 }

@@ -8,9 +8,9 @@
 
 namespace modelsrvd {
 
-/// Readers of the texts in which the kernel tells about the machine (proc(5)).
-/// Text in, values out; whatever a text does not hold is left as it was, and a
-/// text that makes no sense gives nothing.
+/// Parsers of the kernel's text files about the machine (proc(5)). They make no
+/// system calls. Values that a text does not contain, or that do not parse, are 0 or
+/// empty.
 
 struct LoadAverages {
   double oneMinute = 0;
@@ -21,25 +21,25 @@ struct LoadAverages {
 /// "/proc/loadavg".
 [[nodiscard]] LoadAverages parseLoad(std::string_view text);
 
-/// The seconds since the start, whole ones: "/proc/uptime".
+/// "/proc/uptime": the whole seconds since boot.
 [[nodiscard]] std::uint64_t parseUptime(std::string_view text);
 
-/// The time that a core has spent since the start, in ticks.
+/// The time that a core has spent since boot, in ticks.
 struct CoreTimes {
   std::uint64_t busy = 0;
   std::uint64_t total = 0;
 };
 
 struct CpuStatus {
-  std::map<unsigned, CoreTimes> cores;  ///< those that are on, by number
-  std::uint32_t running = 0;            ///< threads that run or could
+  std::map<unsigned, CoreTimes> cores;  ///< online cores by number
+  std::uint32_t running = 0;            ///< runnable threads
 };
 
-/// "/proc/stat". Time spent waiting for a device counts as idle.
+/// "/proc/stat". Time spent waiting for I/O counts as idle.
 [[nodiscard]] CpuStatus parseCpuStatus(std::string_view text);
 
-/// How much of the time from `before` to `after` a core was busy, in percent
-/// rounded to a tenth; 0 where no time has passed.
+/// The share of the time from `before` to `after` in which a core was busy, in
+/// percent rounded to a tenth; 0 if no time has passed.
 [[nodiscard]] double usagePercent(const CoreTimes& before, const CoreTimes& after);
 
 struct MemorySizes {
@@ -60,17 +60,17 @@ struct InterfaceCounts {
   std::uint64_t sentPackets = 0;
 };
 
-/// "/proc/net/dev", in its order.
+/// "/proc/net/dev", in the order of the file.
 [[nodiscard]] std::vector<InterfaceCounts> parseInterfaces(std::string_view text);
 
-/// The places of "/proc/mounts" whose room can be asked for without waiting for
-/// another machine or program: mounts of file systems that lie on this machine,
-/// reached through such and the kernel's own alone. Each once, in the text's
-/// order; what lies in "/proc", "/sys" and "/dev" is left out.
+/// "/proc/mounts": the mount points whose capacity can be read without waiting for
+/// another machine or process. These are mounts of local file systems whose path
+/// crosses only local and kernel file systems. Each appears once, in the order of
+/// the file; those in "/proc", "/sys" and "/dev" are left out.
 [[nodiscard]] std::vector<std::string> parseLocalMounts(std::string_view text);
 
-/// The first number of `text` in decimal or, behind "0x", in hexadecimal; 0 where
-/// it begins with none.
+/// The number at the beginning of `text`: decimal, or hexadecimal after "0x"; 0 if
+/// there is none.
 [[nodiscard]] std::int64_t parseNumberText(std::string_view text);
 
 /// The first line of `text`.

@@ -13,12 +13,12 @@ using ModelSrv::ModelNode;
 using ModelSrv::ModelPart;
 using ModelSrv::ModelPartStatus_ReadOnly;
 
-/// Adds a part with an id of its own to a node that never refuses it.
-void hang(ModelNode& node, ModelPart& part) {
+/// For children with unique ids, where adding cannot fail.
+void addTo(ModelNode& node, ModelPart& part) {
   static_cast<void>(node.add(&part));
 }
 
-/// Sets what has no limit that it could exceed.
+/// For values without limits, where setting cannot fail.
 template <typename Part, typename T>
 void set(Part& part, T value) {
   static_cast<void>(part.setValue(std::move(value)));
@@ -51,12 +51,12 @@ struct HostTree::Disk {
   Node node;
 
   explicit Disk(const IdAllocator::Child& child) : node(child.id, child.name) {
-    hang(node, size);
-    hang(node, free);
+    addTo(node, size);
+    addTo(node, free);
   }
-  void show(const HostSample::Disk& disk) {
-    set(size, disk.room.size);
-    set(free, disk.room.free);
+  void update(const HostSample::Disk& disk) {
+    set(size, disk.space.size);
+    set(free, disk.space.free);
   }
   ModelPart& part() { return node; }
 };
@@ -73,10 +73,10 @@ struct HostTree::Interface {
   explicit Interface(const IdAllocator::Child& child) : node(child.id, child.name) {
     for (ModelPart* part : std::initializer_list<ModelPart*>{
              &receivedBytes, &sentBytes, &receivedPackets, &sentPackets, &mtu, &up}) {
-      hang(node, *part);
+      addTo(node, *part);
     }
   }
-  void show(const HostSample::Interface& interface) {
+  void update(const HostSample::Interface& interface) {
     set(receivedBytes, interface.counts.receivedBytes);
     set(sentBytes, interface.counts.sentBytes);
     set(receivedPackets, interface.counts.receivedPackets);
@@ -92,7 +92,7 @@ struct HostTree::Zone {
 
   explicit Zone(const IdAllocator::Child& child)
       : celsius(child.id, child.name, 0, ModelPartStatus_ReadOnly) {}
-  void show(const HostSample::Zone& zone) { set(celsius, zone.celsius); }
+  void update(const HostSample::Zone& zone) { set(celsius, zone.celsius); }
   ModelPart& part() { return celsius; }
 };
 
@@ -134,11 +134,11 @@ HostTree::HostTree(std::uint32_t period)
                                                            {&settings_, &period_},
                                                            {&settings_, &label_},
                                                            {&settings_, &alarms_}}) {
-    hang(*node, *part);
+    addTo(*node, *part);
   }
   period_.setStoreCheck([](const std::uint32_t& value, ModelSrv::ModelPartIndex) {
-    return value < shortestPeriod || value > longestPeriod ? ModelSrv::ModelRes_OutOfRange
-                                                           : ModelSrv::ModelRes_Success;
+    return value < minPeriod || value > maxPeriod ? ModelSrv::ModelRes_OutOfRange
+                                                  : ModelSrv::ModelRes_Success;
   });
 }
 
@@ -156,30 +156,31 @@ std::optional<Error> HostTree::publish(ModelSrv::ModelRoot& root) {
 }
 
 template <typename T, typename Item>
-void HostTree::showChildren(Node& node, Changing<T>& children, const std::vector<Item>& items) {
+void HostTree::updateChildren(Node& node, DynamicChildren<T>& children,
+                              const std::vector<Item>& items) {
   std::set<std::string> present;
   for (const Item& item : items) {
     present.insert(keyOf(item));
   }
-  for (auto child = children.shown.begin(); child != children.shown.end();) {
-    // The part takes itself out of the tree as it ends.
-    child = present.count(child->first) != 0 ? std::next(child) : children.shown.erase(child);
+  for (auto child = children.current.begin(); child != children.current.end();) {
+    // Erasing destroys the part, which removes itself from the tree.
+    child = present.count(child->first) != 0 ? std::next(child) : children.current.erase(child);
   }
   for (const Item& item : items) {
-    std::unique_ptr<T>& child = children.shown[keyOf(item)];
+    std::unique_ptr<T>& child = children.current[keyOf(item)];
     if (child) {
-      child->show(item);
-    } else if (const auto found = children.known.find(keyOf(item), nameFor(item), present)) {
-      child = std::make_unique<T>(*found);
-      child->show(item);
-      hang(node, child->part());
+      child->update(item);
+    } else if (const auto assigned = children.ids.assign(keyOf(item), nameFor(item), present)) {
+      child = std::make_unique<T>(*assigned);
+      child->update(item);
+      addTo(node, child->part());
     } else {
-      children.shown.erase(keyOf(item));
+      children.current.erase(keyOf(item));
     }
   }
 }
 
-void HostTree::showCores(const std::vector<HostSample::Core>& cores) {
+void HostTree::updateCores(const std::vector<HostSample::Core>& cores) {
   std::vector<unsigned> numbers;
   std::vector<std::string> names;
   std::vector<double> usage;
@@ -191,7 +192,7 @@ void HostTree::showCores(const std::vector<HostSample::Core>& cores) {
   set(coreCount_, static_cast<std::uint32_t>(cores.size()));
   if (numbers == coreNumbers_) {
     if (usage_) {
-      // As many values as elements.
+      // Cannot fail: as many values as elements.
       static_cast<void>(usage_->setValues(usage));
     }
     return;
@@ -201,21 +202,21 @@ void HostTree::showCores(const std::vector<HostSample::Core>& cores) {
     usage_ = std::make_unique<ModelSrv::ArrayPart<double>>(ModelSrv::ModelPartId{3}, "usage",
                                                            std::move(usage), std::move(names),
                                                            ModelPartStatus_ReadOnly);
-    hang(cpu_, *usage_);
+    addTo(cpu_, *usage_);
   }
   coreNumbers_ = std::move(numbers);
 }
 
-void HostTree::showZones(const std::vector<HostSample::Zone>& zones) {
-  showChildren(thermal_, zones_, zones);
+void HostTree::updateZones(const std::vector<HostSample::Zone>& zones) {
+  updateChildren(thermal_, zones_, zones);
   if (root_ != nullptr && !zones.empty() && thermal_.parent() == nullptr) {
-    hang(*root_, thermal_);
+    addTo(*root_, thermal_);
   } else if (root_ != nullptr && zones.empty() && thermal_.parent() != nullptr) {
     static_cast<void>(root_->remove(&thermal_));
   }
 }
 
-void HostTree::show(const HostSample& sample) {
+void HostTree::update(const HostSample& sample) {
   std::unique_lock<KSTD::KThreadMutex> lock;
   if (root_ != nullptr) {
     lock = std::unique_lock(root_->manager()->clientMutex);
@@ -223,19 +224,19 @@ void HostTree::show(const HostSample& sample) {
   set(name_, sample.name);
   set(kernel_, sample.kernel);
   set(uptime_, sample.uptime);
-  // Three values for three elements.
+  // Cannot fail: three values for three elements.
   static_cast<void>(load_.setValues(
       {sample.load.oneMinute, sample.load.fiveMinutes, sample.load.fifteenMinutes}));
-  showCores(sample.cores);
+  updateCores(sample.cores);
   set(memoryTotal_, sample.memory.total);
   set(memoryAvailable_, sample.memory.available);
   set(memoryFree_, sample.memory.free);
   set(memoryCached_, sample.memory.cached);
-  showChildren(disk_, disks_, sample.disks);
-  showChildren(net_, interfaces_, sample.interfaces);
+  updateChildren(disk_, disks_, sample.disks);
+  updateChildren(net_, interfaces_, sample.interfaces);
   set(processCount_, sample.processes);
   set(running_, sample.running);
-  showZones(sample.zones);
+  updateZones(sample.zones);
 }
 
 }  // namespace modelsrvd

@@ -16,27 +16,26 @@
 
 namespace modelsrvd {
 
-/// The tree that shows this machine.
+/// The live tree: the values of this machine, and settings that clients may store.
 ///
-/// It owns its parts. For one thread, the one that dispatches; `show` takes the
-/// client mutex, so that clients see one sample or the next.
+/// Owns its nodes and parts. For the thread that dispatches events.
 class HostTree {
  public:
-  /// `period` is what "/settings/period" holds at first, in milliseconds.
+  /// `period` is the initial value of "/settings/period", in milliseconds.
   explicit HostTree(std::uint32_t period);
   ~HostTree();
   HostTree(const HostTree&) = delete;
   HostTree& operator=(const HostTree&) = delete;
 
-  /// Hangs the tree below `root`, which outlives it; the error is the library's
-  /// refusal.
+  /// Adds the tree to `root`, which outlives it. The error is the library's.
   [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root);
 
-  /// Makes the tree show `sample`: sets values, adds what has come, takes away
-  /// what has gone.
-  void show(const HostSample& sample);
+  /// Sets the values to those of `sample` and adds and removes the nodes that have
+  /// appeared and disappeared. Holds the client mutex, so that clients see either the
+  /// previous sample or this one.
+  void update(const HostSample& sample);
 
-  /// What "/settings/period" holds: `shortestPeriod` to `longestPeriod`.
+  /// The value of "/settings/period": `minPeriod` to `maxPeriod`.
   [[nodiscard]] std::uint32_t period() const { return period_.value(); }
 
  private:
@@ -44,25 +43,26 @@ class HostTree {
   template <typename T>
   using Value = ModelSrv::ValuePart<T>;
 
-  struct Interface;
   struct Disk;
+  struct Interface;
+  struct Zone;
 
-  /// The children of a node that come and go, by what they stand for.
+  /// The children of a node that appear and disappear, by key.
   template <typename T>
-  struct Changing {
-    IdAllocator known;
-    std::map<std::string, std::unique_ptr<T>> shown;
+  struct DynamicChildren {
+    IdAllocator ids;
+    std::map<std::string, std::unique_ptr<T>> current;
   };
 
   template <typename T, typename Item>
-  static void showChildren(Node& node, Changing<T>& children, const std::vector<Item>& items);
-  void showCores(const std::vector<HostSample::Core>& cores);
-  void showZones(const std::vector<HostSample::Zone>& zones);
+  static void updateChildren(Node& node, DynamicChildren<T>& children,
+                             const std::vector<Item>& items);
+  void updateCores(const std::vector<HostSample::Core>& cores);
+  void updateZones(const std::vector<HostSample::Zone>& zones);
 
-  Changing<Disk> disks_;
-  Changing<Interface> interfaces_;
-  struct Zone;
-  Changing<Zone> zones_;
+  DynamicChildren<Disk> disks_;
+  DynamicChildren<Interface> interfaces_;
+  DynamicChildren<Zone> zones_;
 
   Value<std::string> name_;
   Value<std::string> kernel_;

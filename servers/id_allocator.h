@@ -9,10 +9,11 @@
 
 namespace modelsrvd {
 
-/// The ids and names of children that come and go, by what they stand for.
+/// Assigns ids and names to children that appear and disappear at run time, each
+/// identified by a key.
 ///
-/// Whatever returns gets the id and the name it had, as long as no more than all
-/// ids are spoken for; then the absent ones lose theirs. For one thread.
+/// A child that reappears gets its previous id and name. Only when all ids are
+/// assigned do absent children lose theirs. For one thread.
 class IdAllocator {
  public:
   struct Child {
@@ -20,23 +21,25 @@ class IdAllocator {
     std::string name;
   };
 
-  /// The child that stands for `key`, under `wished` or, where another one has
-  /// that name, `wished` with "-2", "-3" … behind it. `present` are the keys that
-  /// keep what they have. Nothing where all ids belong to them.
-  [[nodiscard]] std::optional<Child> find(const std::string& key, const std::string& wished,
-                                          const std::set<std::string>& present);
+  /// The id and name for `key`. A new child is named `preferredName`; if that name
+  /// is taken, "-2", "-3" … is appended. The keys in `present` keep their ids.
+  /// Nothing if they use all ids.
+  [[nodiscard]] std::optional<Child> assign(const std::string& key,
+                                            const std::string& preferredName,
+                                            const std::set<std::string>& present);
 
  private:
-  void forgetAbsent(const std::set<std::string>& present);
+  void releaseAbsent(const std::set<std::string>& present);
 
   std::map<std::string, Child> children_;
   std::set<std::string> names_;
-  std::set<ModelSrv::ModelPartId> freed_;
+  std::set<ModelSrv::ModelPartId> released_;
   unsigned nextId_ = 1;
 };
 
-/// A mount point as the name of a child, one that can be typed: "/" is "root",
-/// "/boot/efi" is "boot-efi"; bytes that mean something to a shell become "_".
+/// The child name for a mount point, without characters that are special to a
+/// shell: "/" becomes "root", "/boot/efi" becomes "boot-efi", a special character
+/// becomes "_".
 [[nodiscard]] std::string mountName(const std::string& mountPoint);
 
 }  // namespace modelsrvd

@@ -1,4 +1,11 @@
+// The model server: reads the command line, publishes one tree and serves it
+// until SIGINT or SIGTERM.
+
+#include <algorithm>
+#include <chrono>
 #include <cstddef>
+#include <cstdio>
+#include <memory>
 #include <new>
 #include <optional>
 #include <string>
@@ -6,49 +13,149 @@
 #include <variant>
 #include <vector>
 
+#include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_root.h"
 #include "servers/files.h"
 #include "servers/options.h"
-#include "servers/server.h"
+#include "servers/signals.h"
+#include "servers/tree_source.h"
 
 namespace {
 
-using modelsrvd::ExitStatus;
+using namespace modelsrvd;
+using Clock = TreeSource::Clock;
+
+enum class ExitStatus : int { success = 0, cannotServe = 1, badUsage = 2 };
+
+/// Writes "modelsrvd: " and `error` to standard error as one line.
+void printError(const Error& error) {
+  const std::string line = "modelsrvd: " + error.text + "\n";
+  // If standard error cannot be written, there is nowhere to report it.
+  static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+}
+
+ExitStatus fail(ExitStatus status, const Error& error) {
+  printError(error);
+  return status;
+}
 
 ExitStatus print(const std::string& text) {
-  if (const auto error = modelsrvd::writeOutput(text)) {
-    modelsrvd::printError(*error);
-    return ExitStatus::cannotServe;
+  if (const auto error = writeOutput(text)) {
+    return fail(ExitStatus::cannotServe, *error);
   }
   return ExitStatus::success;
 }
 
-ExitStatus runProgram(const std::vector<std::string_view>& words) {
-  const auto result = modelsrvd::parseOptions(words);
-  if (const auto* error = std::get_if<modelsrvd::Error>(&result)) {
-    modelsrvd::printError(*error);
-    return ExitStatus::badUsage;
+/// The timeout of `receiveEvent` until `deadline`, in milliseconds; without a
+/// deadline there is no timeout.
+int timeoutUntil(std::optional<Clock::time_point> deadline, Clock::time_point now) {
+  using std::chrono::milliseconds;
+  if (!deadline) {
+    return -1;
   }
-  const auto& options = std::get<modelsrvd::Options>(result);
+  const auto left = std::chrono::ceil<milliseconds>(*deadline - now);
+  return static_cast<int>(std::clamp(left, milliseconds(0), milliseconds(maxPeriod)).count());
+}
+
+/// Dispatches events and updates the tree until a signal requests the end.
+ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& signals) {
+  while (!signals.stopRequested()) {
+    if (signals.takeReloadRequest()) {
+      if (const auto error = tree.reload()) {
+        printError(*error);
+      }
+    }
+    const auto now = Clock::now();
+    tree.tick(now);
+    const EvtSrv::EvtRes result = manager.receiveEvent(timeoutUntil(tree.nextDeadline(now), now));
+    if (result != EvtSrv::EvtRes_Success && result != EvtSrv::EvtRes_Timeout) {
+      return fail(ExitStatus::cannotServe, {std::string("events: ") + EvtSrv::describe(result)});
+    }
+  }
+  return ExitStatus::success;
+}
+
+/// The error of a port name, with the place that the name came from.
+Error nameError(const Options& options, const std::string& name, ModelSrv::ModelRes result) {
+  std::string origin;
+  if (options.name) {
+    origin = "--name: ";
+  } else if (options.tree) {
+    origin = oneLine(*options.tree) + ": /name: ";
+  }
+  return {origin + oneLine(name) + ": " + ModelSrv::describe(result)};
+}
+
+/// Publishes the tree that `options` select and serves it. Prints "ready NAME" to
+/// standard output once clients can connect.
+ExitStatus serve(const Options& options) {
+  ModelSrv::ServerOptions serverOptions;
+  if (options.group) {
+    auto group = findGroup(*options.group);
+    if (auto* error = std::get_if<Error>(&group)) {
+      return fail(ExitStatus::badUsage, *error);
+    }
+    serverOptions.group = std::get<gid_t>(group);
+  }
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+  Signals signals(manager);
+  if (!signals.installed()) {
+    return fail(ExitStatus::cannotServe, {"signals: cannot install the handlers"});
+  }
+  ModelSrv::ModelRoot root(&manager);
+  auto made = makeTreeSource(options);
+  if (auto* error = std::get_if<Error>(&made)) {
+    return fail(ExitStatus::badUsage, *error);
+  }
+  TreeSource& tree = *std::get<std::unique_ptr<TreeSource>>(made);
+  const std::string name = options.name ? *options.name : tree.name();
+  if (name.empty()) {
+    return fail(ExitStatus::badUsage,
+                {oneLine(*options.tree) + ": /name: missing, and --name is not given"});
+  }
+  if (auto error = tree.publish(root)) {
+    return fail(ExitStatus::cannotServe, *error);
+  }
+  const ModelSrv::ModelRes started = root.startAsServer(name, serverOptions);
+  if (started != ModelSrv::ModelRes_Success) {
+    return fail(
+        started == ModelSrv::ModelRes_BadName ? ExitStatus::badUsage : ExitStatus::cannotServe,
+        nameError(options, name, started));
+  }
+  ExitStatus status = print("ready " + name + "\n");
+  if (status == ExitStatus::success) {
+    status = run(manager, tree, signals);
+  }
+  root.stop(true);
+  return status;
+}
+
+ExitStatus runProgram(const std::vector<std::string_view>& args) {
+  const auto result = parseOptions(args);
+  if (const auto* error = std::get_if<Error>(&result)) {
+    return fail(ExitStatus::badUsage, *error);
+  }
+  const auto& options = std::get<Options>(result);
   if (options.help) {
-    return print(modelsrvd::usageText());
+    return print(usageText());
   }
   if (options.version) {
     return print("modelsrvd " MODELSRVD_VERSION "\n");
   }
-  return modelsrvd::serve(options);
+  return serve(options);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (!modelsrvd::fillStandardStreams()) {
+  if (!fillStandardStreams()) {
     return static_cast<int>(ExitStatus::cannotServe);
   }
   try {
-    const std::vector<std::string_view> words(argv + (argc > 0 ? 1 : 0), argv + argc);
-    return static_cast<int>(runProgram(words));
+    const std::vector<std::string_view> args(argv + (argc > 0 ? 1 : 0), argv + argc);
+    return static_cast<int>(runProgram(args));
   } catch (const std::bad_alloc&) {
-    modelsrvd::printError({"out of memory"});
+    printError({"out of memory"});
     return static_cast<int>(ExitStatus::cannotServe);
   }
 }

@@ -9,166 +9,166 @@ namespace modelsrvd {
 
 namespace {
 
-constexpr std::uint32_t mostChildren = 65534;
+constexpr std::uint32_t maxChildren = 65534;
 
-/// A whole decimal number from `least` to `most`, nothing else around it.
-std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t least,
-                                         std::uint32_t most) {
+/// A decimal integer from `min` to `max` without anything around it.
+std::optional<std::uint32_t> parseNumber(std::string_view text, std::uint32_t min,
+                                         std::uint32_t max) {
   std::uint32_t number = 0;
   const char* const end = text.data() + text.size();
-  const auto [stop, fault] = std::from_chars(text.data(), end, number);
-  if (fault != std::errc{} || stop != end || number < least || number > most) {
+  const auto [stop, code] = std::from_chars(text.data(), end, number);
+  if (code != std::errc{} || stop != end || number < min || number > max) {
     return std::nullopt;
   }
   return number;
 }
 
-Error badValue(std::string_view name, std::string_view value, const std::string& wanted) {
-  std::string text(name);
-  text += ": \"";
+Error badValue(std::string_view option, std::string_view value, const std::string& expected) {
+  std::string text(option);
+  text += ": expected ";
+  text += expected;
+  text += ", got \"";
   text += oneLine(value);
-  text += "\" is not ";
-  text += wanted;
+  text += '"';
   return {std::move(text)};
 }
 
-Error noSuchSwitch(std::string_view word) {
+Error badArgument(std::string_view argument) {
   std::string text("\"");
-  text += oneLine(word);
-  text += "\": no such switch; see modelsrvd --help";
+  text += oneLine(argument);
+  text += argument.substr(0, 1) == "-" ? "\": unknown option" : "\": unexpected argument";
+  text += "; see modelsrvd --help";
   return {std::move(text)};
 }
 
-std::string range(std::uint32_t least, std::uint32_t most) {
-  return std::to_string(least) + " to " + std::to_string(most);
+std::string range(std::uint32_t min, std::uint32_t max) {
+  return std::to_string(min) + " to " + std::to_string(max);
 }
 
-using Fault = std::optional<Error>;
-
-Fault takeText(std::string_view name, std::string_view value, std::optional<std::string>& target) {
+std::optional<Error> setText(std::string_view option, std::string_view value,
+                             std::optional<std::string>& target) {
   if (value.empty()) {
-    return Error{std::string(name) + ": the value is empty"};
+    return Error{std::string(option) + ": empty value"};
   }
   target = std::string(value);
   return std::nullopt;
 }
 
-Fault takeName(Options& options, std::string_view value) {
-  return takeText("--name", value, options.name);
+std::optional<Error> setName(Options& options, std::string_view value) {
+  return setText("--name", value, options.name);
 }
 
-Fault takeTree(Options& options, std::string_view value) {
-  return takeText("--tree", value, options.tree);
+std::optional<Error> setTree(Options& options, std::string_view value) {
+  return setText("--tree", value, options.tree);
 }
 
-Fault takeGroup(Options& options, std::string_view value) {
-  return takeText("--group", value, options.group);
+std::optional<Error> setGroup(Options& options, std::string_view value) {
+  return setText("--group", value, options.group);
 }
 
-Fault takePeriod(Options& options, std::string_view value) {
-  const auto period = parseNumber(value, shortestPeriod, longestPeriod);
+std::optional<Error> setPeriod(Options& options, std::string_view value) {
+  const auto period = parseNumber(value, minPeriod, maxPeriod);
   if (!period) {
-    return badValue("--period", value,
-                    "a number of milliseconds from " + range(shortestPeriod, longestPeriod));
+    return badValue("--period", value, "milliseconds from " + range(minPeriod, maxPeriod));
   }
   options.period = *period;
   return std::nullopt;
 }
 
-Fault takeSynthetic(Options& options, std::string_view value) {
+std::optional<Error> setSynthetic(Options& options, std::string_view value) {
   const std::size_t cross = value.find('x');
-  const auto groups = parseNumber(value.substr(0, cross), 1, mostChildren);
+  const auto groups = parseNumber(value.substr(0, cross), 1, maxChildren);
   const auto parts = cross == std::string_view::npos
                          ? std::nullopt
-                         : parseNumber(value.substr(cross + 1), 1, mostChildren);
+                         : parseNumber(value.substr(cross + 1), 1, maxChildren);
   if (!groups || !parts) {
     return badValue("--synthetic", value,
-                    "GROUPSxPARTS with both numbers from " + range(1, mostChildren));
+                    "GROUPSxPARTS with both numbers from " + range(1, maxChildren));
   }
-  if (std::uint64_t{*groups} * *parts > mostSyntheticParts) {
+  if (std::uint64_t{*groups} * *parts > maxSyntheticParts) {
     return badValue("--synthetic", value,
-                    "within " + std::to_string(mostSyntheticParts) + " parts altogether");
+                    "at most " + std::to_string(maxSyntheticParts) + " parts in total");
   }
   options.synthetic = SyntheticShape{*groups, *parts};
   return std::nullopt;
 }
 
-Fault takeChangeRate(Options& options, std::string_view value) {
-  const auto churn = parseNumber(value, 1, fastestChurn);
+std::optional<Error> setChurn(Options& options, std::string_view value) {
+  const auto churn = parseNumber(value, 1, maxChurn);
   if (!churn) {
-    return badValue("--churn", value,
-                    "a number of changes a second from " + range(1, fastestChurn));
+    return badValue("--churn", value, "changes per second from " + range(1, maxChurn));
   }
   options.churn = *churn;
   return std::nullopt;
 }
 
-struct Switch {
+struct OptionRow {
   std::string_view name;
-  Fault (*take)(Options& options, std::string_view value);
+  std::optional<Error> (*set)(Options& options, std::string_view value);
 };
 
-constexpr std::array<Switch, 6> switches{{{"--name", takeName},
-                                          {"--tree", takeTree},
-                                          {"--period", takePeriod},
-                                          {"--group", takeGroup},
-                                          {"--synthetic", takeSynthetic},
-                                          {"--churn", takeChangeRate}}};
+/// The options that take a value.
+constexpr std::array<OptionRow, 6> optionTable{{{"--name", setName},
+                                                {"--tree", setTree},
+                                                {"--period", setPeriod},
+                                                {"--group", setGroup},
+                                                {"--synthetic", setSynthetic},
+                                                {"--churn", setChurn}}};
 
-std::optional<std::size_t> findSwitch(std::string_view name) {
-  for (std::size_t index = 0; index < switches.size(); ++index) {
-    if (switches[index].name == name) {
+std::optional<std::size_t> findOption(std::string_view name) {
+  for (std::size_t index = 0; index < optionTable.size(); ++index) {
+    if (optionTable[index].name == name) {
       return index;
     }
   }
   return std::nullopt;
 }
 
-Fault checkTogether(const Options& options) {
+std::optional<Error> checkCombination(const Options& options) {
   if (options.tree && options.synthetic) {
-    return Error{"--synthetic: not together with --tree"};
+    return Error{"--synthetic: not allowed together with --tree"};
   }
   if (options.churn != 0 && !options.synthetic) {
-    return Error{"--churn: only together with --synthetic"};
+    return Error{"--churn: requires --synthetic"};
   }
   return std::nullopt;
 }
 
 }  // namespace
 
-Result<Options> parseOptions(const std::vector<std::string_view>& words) {
+Result<Options> parseOptions(const std::vector<std::string_view>& args) {
   Options options;
-  std::array<bool, switches.size()> given{};
-  for (std::size_t at = 0; at < words.size(); ++at) {
-    const std::string_view word = words[at];
-    if (word == "--help" || word == "-h") {
+  std::array<bool, optionTable.size()> given{};
+  for (std::size_t index = 0; index < args.size(); ++index) {
+    const std::string_view argument = args[index];
+    if (argument == "--help" || argument == "-h") {
       options.help = true;
       return options;
     }
-    if (word == "--version") {
+    if (argument == "--version") {
       options.version = true;
       return options;
     }
-    const std::size_t equals = word.find('=');
-    const std::string_view name = word.substr(0, equals);
-    const auto index = findSwitch(name);
-    if (!index) {
-      return noSuchSwitch(word);
+    const std::size_t equals = argument.find('=');
+    const std::string_view name = argument.substr(0, equals);
+    const auto row = findOption(name);
+    if (!row) {
+      return badArgument(argument);
     }
-    if (std::exchange(given[*index], true)) {
+    if (std::exchange(given[*row], true)) {
       return Error{std::string(name) + ": given twice"};
     }
-    if (equals == std::string_view::npos && ++at == words.size()) {
-      return Error{std::string(name) + ": wants a value"};
+    if (equals == std::string_view::npos && ++index == args.size()) {
+      return Error{std::string(name) + ": missing value"};
     }
     const std::string_view value =
-        equals == std::string_view::npos ? words[at] : word.substr(equals + 1);
-    if (Fault fault = switches[*index].take(options, value)) {
-      return std::move(*fault);
+        equals == std::string_view::npos ? args[index] : argument.substr(equals + 1);
+    if (auto error = optionTable[*row].set(options, value)) {
+      return std::move(*error);
     }
   }
-  if (Fault fault = checkTogether(options)) {
-    return std::move(*fault);
+  if (auto error = checkCombination(options)) {
+    return std::move(*error);
   }
   return options;
 }
@@ -179,16 +179,17 @@ std::string usageText() {
          "       modelsrvd [--name NAME] [--group GROUP] --synthetic GROUPSxPARTS [--churn HZ]\n"
          "       modelsrvd --help | --version\n"
          "Publishes a tree of values until SIGINT or SIGTERM.\n"
-         "  --name NAME        name of the port (default: Model_host, the file's name,\n"
-         "                     Model_synthetic)\n"
-         "  --group GROUP      members of this group may connect too\n"
-         "  --period MS        how often this machine is read, 50 to 60000 (default: 1000)\n"
-         "  --tree FILE.json   publishes the tree that the file describes; SIGHUP reads it again\n"
+         "  --name NAME        name of the port (default: Model_host, the name in the file,\n"
+         "                     or Model_synthetic)\n"
+         "  --group GROUP      let members of this group connect too\n"
+         "  --period MS        sampling period of this machine's values, 50 to 60000\n"
+         "                     milliseconds (default: 1000)\n"
+         "  --tree FILE.json   publish the tree described by the file; SIGHUP reloads it\n"
          "  --synthetic GROUPSxPARTS\n"
-         "                     publishes a tree of that shape\n"
-         "  --churn HZ         changes that many of its values a second\n"
-         "  --help             shows this\n"
-         "  --version          shows the version\n";
+         "                     publish GROUPS nodes with PARTS values each\n"
+         "  --churn HZ         change HZ of these values per second\n"
+         "  --help             show this text\n"
+         "  --version          show the version\n";
 }
 
 }  // namespace modelsrvd

@@ -13,10 +13,10 @@ using ModelSrv::ModelPart;
 using ModelSrv::ModelRes;
 using ModelSrv::ValuePart;
 
-/// What no description reaches, for the length of a file bounds it.
+/// No description has this many entries: the size of a file is limited.
 constexpr std::uint32_t noParent = std::numeric_limits<std::uint32_t>::max();
 
-/// A checked description holds each value in its type's widest form.
+/// Converts a value of a checked description from the widest type of its kind.
 template <typename T, typename Value>
 T narrow(Value&& value) {
   if constexpr (std::is_same_v<T, bool> || std::is_same_v<T, std::string>) {
@@ -30,7 +30,7 @@ T narrow(Value&& value) {
   }
 }
 
-/// `Values` is a vector, or one of which the texts may be taken.
+/// Converts all values; texts are moved out unless `values` is const.
 template <typename T, typename Values>
 std::vector<T> narrowAll(Values& values) {
   std::vector<T> narrowed;
@@ -60,7 +60,7 @@ std::uint32_t parentOf(const Entry& entry) {
 }  // namespace
 
 template <typename T>
-ModelPart* PublishedTree::makeTyped(Entry& entry) {
+ModelPart* PublishedTree::createTyped(Entry& entry) {
   if (entry.array) {
     return &std::get<Arrays<T>>(arrays_).emplace_back(entry.id, std::move(entry.name),
                                                       narrowAll<T>(entry.values),
@@ -70,12 +70,12 @@ ModelPart* PublishedTree::makeTyped(Entry& entry) {
       entry.id, std::move(entry.name), narrow<T>(std::move(entry.values.front())), entry.access);
 }
 
-ModelPart* PublishedTree::make(Entry& entry) {
+ModelPart* PublishedTree::create(Entry& entry) {
   if (entry.type == EntryType::node) {
     return &nodes_.emplace_back(entry.id, std::move(entry.name));
   }
   ModelPart* const part =
-      visitValueType(entry.type, [&]<typename T>() { return makeTyped<T>(entry); });
+      visitValueType(entry.type, [&]<typename T>() { return createTyped<T>(entry); });
   if (!entry.subscribable) {
     part->setSubscribable(false);
   }
@@ -83,23 +83,23 @@ ModelPart* PublishedTree::make(Entry& entry) {
 }
 
 PublishedTree::PublishedTree(TreeDescription description) {
-  made_.reserve(description.entries.size());
-  // Each entry goes as its part comes, so that one of the two is held at a time.
+  created_.reserve(description.entries.size());
+  // Each entry is freed once its part exists, so that memory never holds both trees.
   for (; !description.entries.empty(); description.entries.pop_front()) {
     Entry& entry = description.entries.front();
     if (!entry.elementNames.empty()) {
-      elementNames_.emplace(made_.size(), entry.elementNames);
+      elementNames_.emplace(created_.size(), entry.elementNames);
     }
     const std::uint16_t elements = elementsOf(entry);
-    ModelPart* const part = make(entry);
+    ModelPart* const part = create(entry);
     if (entry.parent != rootEntry) {
-      auto& parent = static_cast<ModelSrv::ModelNode&>(*made_[entry.parent].part);
+      auto& parent = static_cast<ModelSrv::ModelNode&>(*created_[entry.parent].part);
       const ModelRes result = parent.add(part);
-      if (result != ModelSrv::ModelRes_Success && !fault_) {
-        fault_ = Error{oneLine(part->name()) + ": " + ModelSrv::describe(result)};
+      if (result != ModelSrv::ModelRes_Success && !error_) {
+        error_ = Error{oneLine(part->name()) + ": " + ModelSrv::describe(result)};
       }
     }
-    made_.push_back({part, parentOf(entry), entry.type, elements});
+    created_.push_back({part, parentOf(entry), entry.type, elements});
   }
 }
 
@@ -107,33 +107,33 @@ PublishedTree::~PublishedTree() {
   if (root_ == nullptr) {
     return;
   }
-  for (auto made = made_.rbegin(); made != made_.rend(); ++made) {
-    if (made->parent == noParent && made->part->parent() != nullptr) {
-      // It hangs there, so nothing refuses.
-      static_cast<void>(root_->remove(made->part));
+  for (auto created = created_.rbegin(); created != created_.rend(); ++created) {
+    if (created->parent == noParent && created->part->parent() != nullptr) {
+      // Cannot fail: the part is a child of the root.
+      static_cast<void>(root_->remove(created->part));
     }
   }
 }
 
 std::optional<Error> PublishedTree::publish(ModelSrv::ModelRoot& root) {
   root_ = &root;
-  for (const Made& made : made_) {
-    if (made.parent != noParent || fault_) {
+  for (const Created& created : created_) {
+    if (created.parent != noParent || error_) {
       continue;
     }
-    const ModelRes result = root.add(made.part);
+    const ModelRes result = root.add(created.part);
     if (result != ModelSrv::ModelRes_Success) {
-      fault_ = Error{oneLine(made.part->name()) + ": " + ModelSrv::describe(result)};
+      error_ = Error{oneLine(created.part->name()) + ": " + ModelSrv::describe(result)};
     }
   }
-  return fault_;
+  return error_;
 }
 
-bool PublishedTree::sameEntry(std::size_t index, const Entry& entry) const {
-  const Made& made = made_[index];
-  const ModelPart& part = *made.part;
-  if (made.parent != parentOf(entry) || made.type != entry.type ||
-      made.elements != elementsOf(entry) || part.id() != entry.id || part.name() != entry.name) {
+bool PublishedTree::isSameEntry(std::size_t index, const Entry& entry) const {
+  const Created& created = created_[index];
+  const ModelPart& part = *created.part;
+  if (created.parent != parentOf(entry) || created.type != entry.type ||
+      created.elements != elementsOf(entry) || part.id() != entry.id || part.name() != entry.name) {
     return false;
   }
   if (entry.type == EntryType::node) {
@@ -145,27 +145,27 @@ bool PublishedTree::sameEntry(std::size_t index, const Entry& entry) const {
   return sameNames && part.status() == entry.access && part.subscribable() == entry.subscribable;
 }
 
-bool PublishedTree::sameShape(const TreeDescription& description) const {
-  if (made_.size() != description.entries.size()) {
+bool PublishedTree::hasSameStructure(const TreeDescription& description) const {
+  if (created_.size() != description.entries.size()) {
     return false;
   }
-  for (std::size_t index = 0; index < made_.size(); ++index) {
-    if (!sameEntry(index, description.entries[index])) {
+  for (std::size_t index = 0; index < created_.size(); ++index) {
+    if (!isSameEntry(index, description.entries[index])) {
       return false;
     }
   }
   return true;
 }
 
-bool PublishedTree::takeValues(const TreeDescription& description) {
-  if (!sameShape(description)) {
+bool PublishedTree::updateValues(const TreeDescription& description) {
+  if (!hasSameStructure(description)) {
     return false;
   }
-  for (std::size_t index = 0; index < made_.size(); ++index) {
+  for (std::size_t index = 0; index < created_.size(); ++index) {
     const Entry& entry = description.entries[index];
     if (entry.type != EntryType::node) {
-      ModelPart& part = *made_[index].part;
-      // A checked value is within every limit.
+      ModelPart& part = *created_[index].part;
+      // Cannot fail: the values were checked.
       static_cast<void>(
           visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry); }));
     }

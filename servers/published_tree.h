@@ -16,30 +16,30 @@
 
 namespace modelsrvd {
 
-/// The nodes and parts that a description asks for.
+/// The nodes and parts created from a description.
 ///
-/// The tree owns them; a root shows them between `publish` and the tree's end.
-/// For one thread, which holds the client mutex of the root's manager where the
-/// root serves.
+/// Owns them; they are children of the root from `publish` to the destruction of the
+/// tree. For one thread. While the root is serving, the caller holds the client mutex
+/// of the root's manager.
 class PublishedTree {
  public:
-  /// Makes everything, still without a root.
+  /// Creates the nodes and parts, not yet added to a root.
   explicit PublishedTree(TreeDescription description);
 
-  /// Takes everything out of the root.
+  /// Removes the tree from the root.
   ~PublishedTree();
 
   PublishedTree(const PublishedTree&) = delete;
   PublishedTree& operator=(const PublishedTree&) = delete;
 
-  /// Hangs the tree below `root`, which outlives it. The error is the
-  /// library's refusal; the root then shows a part of the tree at most.
+  /// Adds the tree to `root`, which outlives it. The error is the library's; the root
+  /// then has some of the children or none.
   [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root);
 
-  /// Where `description` differs from this tree in values alone: sets them, and
-  /// those that changed notify their subscribers. Otherwise changes nothing and
-  /// gives false.
-  [[nodiscard]] bool takeValues(const TreeDescription& description);
+  /// If `description` differs from this tree in values only, sets them, which notifies
+  /// the subscribers of those that changed, and returns true. Otherwise changes nothing
+  /// and returns false.
+  [[nodiscard]] bool updateValues(const TreeDescription& description);
 
  private:
   template <typename T>
@@ -52,29 +52,29 @@ class PublishedTree {
   using AllArrays = std::tuple<Arrays<T>...>;
 
   template <typename T>
-  ModelSrv::ModelPart* makeTyped(Entry& entry);
-  ModelSrv::ModelPart* make(Entry& entry);
-  [[nodiscard]] bool sameShape(const TreeDescription& description) const;
-  [[nodiscard]] bool sameEntry(std::size_t index, const Entry& entry) const;
+  ModelSrv::ModelPart* createTyped(Entry& entry);
+  ModelSrv::ModelPart* create(Entry& entry);
+  [[nodiscard]] bool hasSameStructure(const TreeDescription& description) const;
+  [[nodiscard]] bool isSameEntry(std::size_t index, const Entry& entry) const;
 
   ModelSrv::ValueTypes::into<AllValues> values_;
   ModelSrv::ValueTypes::into<AllArrays> arrays_;
-  /// Behind the parts, so that it ends first and no part has to look for itself
-  /// among its siblings.
+  /// Declared after the parts and so destroyed first: a part that still has a parent
+  /// searches its siblings to remove itself.
   std::deque<ModelSrv::ModelNode> nodes_;
 
-  /// By the description's entries.
-  struct Made {
+  /// What was created for an entry of the description.
+  struct Created {
     ModelSrv::ModelPart* part;
     std::uint32_t parent;
     EntryType type;
-    std::uint16_t elements;  ///< 0: no array
+    std::uint16_t elements;  ///< 0 if not an array
   };
-  std::vector<Made> made_;
-  /// The names of elements, which cannot be asked of a part, by entry.
+  std::vector<Created> created_;  ///< in the order of the description
+  /// Element names by entry, for comparison: a part does not return them.
   std::map<std::size_t, std::vector<std::string>> elementNames_;
   ModelSrv::ModelRoot* root_ = nullptr;
-  std::optional<Error> fault_;
+  std::optional<Error> error_;  ///< the first one
 };
 
 }  // namespace modelsrvd

@@ -10,23 +10,23 @@ namespace modelsrvd {
 
 namespace {
 
-// A handler may touch lock-free atomics only.
-std::atomic<EvtSrv::EventPortManager*> wakened{nullptr};
-std::atomic<bool> endAsked{false};
-std::atomic<bool> reloadAsked{false};
+// A signal handler may access lock-free atomics only.
+std::atomic<EvtSrv::EventPortManager*> managerToWake{nullptr};
+std::atomic<bool> stopFlag{false};
+std::atomic<bool> reloadFlag{false};
 static_assert(std::atomic<EvtSrv::EventPortManager*>::is_always_lock_free &&
               std::atomic<bool>::is_always_lock_free);
 
-extern "C" void noteSignal(int number) {
-  const int kept = errno;
-  (number == SIGHUP ? reloadAsked : endAsked).store(true);
-  if (EvtSrv::EventPortManager* const manager = wakened.load()) {
+extern "C" void recordSignal(int number) {
+  const int savedErrno = errno;
+  (number == SIGHUP ? reloadFlag : stopFlag).store(true);
+  if (EvtSrv::EventPortManager* const manager = managerToWake.load()) {
     manager->wake();
   }
-  errno = kept;
+  errno = savedErrno;
 }
 
-constexpr std::array<int, 3> handled{SIGINT, SIGTERM, SIGHUP};
+constexpr std::array<int, 3> handledSignals{SIGINT, SIGTERM, SIGHUP};
 
 bool setAction(int number, void (*action)(int)) {
   struct sigaction entry {};
@@ -39,33 +39,33 @@ bool setAction(int number, void (*action)(int)) {
 }  // namespace
 
 Signals::Signals(EvtSrv::EventPortManager& manager) {
-  endAsked.store(false);
-  reloadAsked.store(false);
-  wakened.store(&manager);
-  // Whoever started the program may have blocked them.
-  sigset_t ours;
-  sigemptyset(&ours);
-  set_ = setAction(SIGPIPE, SIG_IGN);
-  for (const int number : handled) {
-    set_ = setAction(number, noteSignal) && set_;
-    sigaddset(&ours, number);
+  stopFlag.store(false);
+  reloadFlag.store(false);
+  managerToWake.store(&manager);
+  // The parent process may have blocked the signals.
+  sigset_t toUnblock;
+  sigemptyset(&toUnblock);
+  installed_ = setAction(SIGPIPE, SIG_IGN);
+  for (const int number : handledSignals) {
+    installed_ = setAction(number, recordSignal) && installed_;
+    sigaddset(&toUnblock, number);
   }
-  set_ = ::sigprocmask(SIG_UNBLOCK, &ours, nullptr) == 0 && set_;
+  installed_ = ::sigprocmask(SIG_UNBLOCK, &toUnblock, nullptr) == 0 && installed_;
 }
 
 Signals::~Signals() {
-  for (const int number : handled) {
+  for (const int number : handledSignals) {
     setAction(number, SIG_IGN);
   }
-  wakened.store(nullptr);
+  managerToWake.store(nullptr);
 }
 
-bool Signals::ended() const {
-  return endAsked.load();
+bool Signals::stopRequested() const {
+  return stopFlag.load();
 }
 
-bool Signals::takeReload() {
-  return reloadAsked.exchange(false);
+bool Signals::takeReloadRequest() {
+  return reloadFlag.exchange(false);
 }
 
 }  // namespace modelsrvd

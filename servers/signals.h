@@ -4,10 +4,10 @@
 
 namespace modelsrvd {
 
-/// The signals of the server while an object of this class lives, one at a time
-/// in a process: SIGINT and SIGTERM ask for the end, SIGHUP for another look at
-/// the file, SIGPIPE is ignored. Each wakes `manager`, which outlives the object
-/// and is not owned. Afterwards the signals have no effect.
+/// The server's signal handlers, installed for the lifetime of the object; at most
+/// one object per process at a time. SIGINT and SIGTERM request the end, SIGHUP
+/// requests a reload, SIGPIPE is ignored. Each request wakes `manager`, which is not
+/// owned and outlives the object. After destruction the signals are ignored.
 class Signals {
  public:
   explicit Signals(EvtSrv::EventPortManager& manager);
@@ -15,17 +15,17 @@ class Signals {
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
 
-  /// Whether the system let the handlers be set.
-  [[nodiscard]] bool set() const { return set_; }
+  /// Whether all handlers could be installed.
+  [[nodiscard]] bool installed() const { return installed_; }
 
-  /// Whether the end was asked for.
-  [[nodiscard]] bool ended() const;
+  /// Whether SIGINT or SIGTERM was received.
+  [[nodiscard]] bool stopRequested() const;
 
-  /// Whether another look was asked for since the last call.
-  [[nodiscard]] bool takeReload();
+  /// Whether SIGHUP was received since the last call.
+  [[nodiscard]] bool takeReloadRequest();
 
  private:
-  bool set_ = false;
+  bool installed_ = false;
 };
 
 }  // namespace modelsrvd

@@ -18,8 +18,8 @@ std::string numbered(std::string_view prefix, std::uint32_t number, std::size_t 
   return name += digits;
 }
 
-/// A step through `size` places that meets each once a round and lands far from
-/// the last: near the golden section, without a common divisor.
+/// A stride that visits each of `size` indices once per round and puts successive
+/// indices far apart: near the golden section and coprime to `size`.
 std::size_t spreadingStride(std::size_t size) {
   std::size_t stride = size - static_cast<std::size_t>(static_cast<double>(size) * 0.382);
   while (std::gcd(stride, size) != 1) {
@@ -37,7 +37,7 @@ SyntheticTree::SyntheticTree(SyntheticShape shape) {
     for (std::uint32_t item = 0; item < shape.parts; ++item) {
       auto& part =
           parts_.emplace_back(static_cast<ModelSrv::ModelPartId>(item), numbered("item_", item, 4));
-      // Counted ids are neither doubled nor too large.
+      // The ids are unique and in range, so adding cannot fail.
       static_cast<void>(node.add(&part));
     }
   }
@@ -58,13 +58,13 @@ std::optional<Error> SyntheticTree::publish(ModelSrv::ModelRoot& root) {
 void SyntheticTree::change(std::uint32_t count) {
   std::unique_lock<KSTD::KThreadMutex> lock;
   if (root_ != nullptr) {
-    // Once for all; each store takes it again without waiting.
+    // Locked once for all changes; each store locks it again recursively.
     lock = std::unique_lock(root_->manager()->clientMutex);
   }
-  for (std::uint32_t done = 0; done < count; ++done) {
+  for (std::uint32_t changed = 0; changed < count; ++changed) {
     auto& part = parts_[next_];
     const auto value = static_cast<std::uint32_t>(part.value());
-    // An integer is never too large.
+    // Storing an integer cannot fail.
     static_cast<void>(part.setValue(static_cast<std::int32_t>(value + 1)));
     next_ = (next_ + stride_) % parts_.size();
   }

@@ -12,21 +12,20 @@
 
 namespace modelsrvd {
 
-/// A tree for measurements: nodes "group_000" … with int32 parts "item_0000" …,
-/// each id the number in the name, all values 0 at first.
+/// A generated tree for measurements: nodes "group_000" … with int32 parts
+/// "item_0000" …. The id of each is the number in its name; all values start at 0.
 ///
-/// It owns the parts. For one thread; setting takes the client mutex itself.
+/// Owns its nodes and parts. For one thread.
 class SyntheticTree {
  public:
   explicit SyntheticTree(SyntheticShape shape);
 
-  /// Hangs the tree below `root`, which outlives it; the error is the library's
-  /// refusal.
+  /// Adds the tree to `root`, which outlives it. The error is the library's.
   [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root);
 
-  /// Changes `count` values, each another one than before, going on where the
-  /// last call ended in an order that spreads them over the tree and meets every
-  /// part once a round.
+  /// Increments `count` values, holding the client mutex once the tree is
+  /// published. Successive calls visit every part once per round, in an order that
+  /// spreads the changes over the tree.
   void change(std::uint32_t count);
 
   [[nodiscard]] std::size_t size() const { return parts_.size(); }
@@ -36,8 +35,8 @@ class SyntheticTree {
 
  private:
   std::deque<ModelSrv::ValuePart<std::int32_t>> parts_;
-  /// Behind the parts, so that it ends first and no part has to look for itself
-  /// among its siblings.
+  /// Declared after the parts and so destroyed first: a part that still has a parent
+  /// searches its siblings to remove itself.
   std::deque<ModelSrv::ModelNode> groups_;
   ModelSrv::ModelRoot* root_ = nullptr;
   std::size_t next_ = 0;

@@ -14,8 +14,8 @@
 
 namespace modelsrvd {
 
-/// A tree as a description file gives it, checked: whatever is held here can be
-/// published. Nothing here hangs in a tree; `PublishedTree` makes the parts.
+/// A tree as read from a description file and checked, so that it can be published.
+/// Plain data: `PublishedTree` creates the nodes and parts.
 
 /// The type of an entry: one of the types of value, or `node` for an entry with children
 /// instead of a value.
@@ -26,7 +26,7 @@ enum class EntryType : std::uint8_t {
 #undef MODELSRVD_ENTRY_TYPE
 };
 
-/// The names of the types in a description, by `EntryType`; `node` has none.
+/// The names of the types in a description, indexed by `EntryType`; `node` has none.
 inline constexpr std::array entryTypeNames{std::string_view(),
 #define MODELSRVD_ENTRY_TYPE_NAME(id, Type, name) std::string_view(name),
                                            MODELSRV_VALUE_TYPES(MODELSRVD_ENTRY_TYPE_NAME)
@@ -48,18 +48,17 @@ auto visitValueType(EntryType type, Visit visit) {
   return visit.template operator()<std::string>();
 }
 
-/// One value in the widest form of its type: bool, the signed integers, the
-/// unsigned ones, both floating types (a float's value is one that a float
-/// holds), text.
+/// One value in the widest type of its kind: bool, signed integer, unsigned integer,
+/// floating point (for `float32` rounded to a float), text.
 using EntryValue = std::variant<bool, std::int64_t, std::uint64_t, double, std::string>;
 
 /// One node or part.
 struct Entry {
-  /// Where its node stands in `TreeDescription::entries`, or `rootEntry`.
+  /// The index of the parent in `TreeDescription::entries`, or `rootEntry`.
   std::size_t parent = 0;
   std::string name;
-  std::vector<EntryValue> values;         ///< one; an array: one an element; a node: none
-  std::vector<std::string> elementNames;  ///< none, or one an element
+  std::vector<EntryValue> values;         ///< one per element of an array; none for a node
+  std::vector<std::string> elementNames;  ///< none, or one per element
   ModelSrv::ModelPartId id = 0;
   ModelSrv::ModelPartStatus access = ModelSrv::ModelPartStatus_ReadWrite;
   EntryType type = EntryType::node;
@@ -67,13 +66,13 @@ struct Entry {
   bool subscribable = true;
 };
 
-/// The `parent` of what hangs below the root itself.
+/// The `parent` of the root's children.
 inline constexpr std::size_t rootEntry = static_cast<std::size_t>(-1);
 
 struct TreeDescription {
-  std::string name;  ///< the port's; empty where the file gives none
-  /// Each node before its children, siblings in the file's order. Whoever makes
-  /// parts of them can let go of each on the way.
+  std::string name;  ///< the port's; empty if the file has none
+  /// Each node before its children, siblings in the order of the file. A deque, so
+  /// that entries can be freed one by one as their parts are created.
   std::deque<Entry> entries;
 };
 

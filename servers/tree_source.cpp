@@ -25,33 +25,35 @@ std::optional<Error> TreeSource::reload() {
 
 namespace {
 
-class LiveTree final : public TreeSource {
+class LiveSource final : public TreeSource {
  public:
-  explicit LiveTree(std::uint32_t period) : tree_(period), sampler_(HostFiles()) {}
+  explicit LiveSource(std::uint32_t period) : tree_(period), sampler_(HostFiles()) {}
 
   [[nodiscard]] std::string name() const override { return "Model_host"; }
 
   [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root) override {
     auto error = tree_.publish(root);
-    tree_.show(sampler_.sample());
+    tree_.update(sampler_.sample());
     last_ = Clock::now();
     return error;
   }
 
-  // The period counts from the last sample, so that a new one holds at once.
+  // Counted from the last sample, so that a change of the period takes effect
+  // immediately.
   [[nodiscard]] std::optional<Clock::time_point> nextDeadline(
       Clock::time_point /*now*/) const override {
     return last_ + std::chrono::milliseconds(tree_.period());
   }
 
   void tick(Clock::time_point now) override {
-    const auto planned = last_ + std::chrono::milliseconds(tree_.period());
-    if (now < planned) {
+    const auto period = std::chrono::milliseconds(tree_.period());
+    const auto deadline = last_ + period;
+    if (now < deadline) {
       return;
     }
-    // On the beat, unless a whole period was missed.
-    last_ = now - planned < std::chrono::milliseconds(tree_.period()) ? planned : now;
-    tree_.show(sampler_.sample());
+    // Small delays do not add up; after a missed period the schedule restarts.
+    last_ = now - deadline < period ? deadline : now;
+    tree_.update(sampler_.sample());
   }
 
  private:
@@ -61,9 +63,9 @@ class LiveTree final : public TreeSource {
 };
 
 Result<TreeDescription> readDescription(const std::string& path) {
-  FileReader file(path, longestDescription);
+  FileReader file(path, maxDescriptionBytes);
   auto description = parseTreeDescription([&file] { return file.next(); });
-  // What the parser makes of the text's early end is no matter then.
+  // A read error also ends the text early; the parse error it causes is irrelevant.
   if (file.error()) {
     return Error{"--tree: " + file.error()->text};
   }
@@ -73,9 +75,9 @@ Result<TreeDescription> readDescription(const std::string& path) {
   return description;
 }
 
-class FileTree final : public TreeSource {
+class FileSource final : public TreeSource {
  public:
-  FileTree(std::string path, TreeDescription description)
+  FileSource(std::string path, TreeDescription description)
       : path_(std::move(path)),
         name_(description.name),
         tree_(std::make_unique<PublishedTree>(std::move(description))) {}
@@ -93,9 +95,9 @@ class FileTree final : public TreeSource {
       return std::move(*error);
     }
     auto& description = std::get<TreeDescription>(result);
-    // Clients see the old tree or the new one.
+    // Under the client mutex, so that clients see the old tree or the new one.
     const std::lock_guard lock(root_->manager()->clientMutex);
-    if (tree_->takeValues(description)) {
+    if (tree_->updateValues(description)) {
       return std::nullopt;
     }
     auto next = std::make_unique<PublishedTree>(std::move(description));
@@ -111,9 +113,9 @@ class FileTree final : public TreeSource {
   ModelSrv::ModelRoot* root_ = nullptr;
 };
 
-class MeasuredTree final : public TreeSource {
+class SyntheticSource final : public TreeSource {
  public:
-  MeasuredTree(SyntheticShape shape, std::uint32_t rate) : tree_(shape) {
+  SyntheticSource(SyntheticShape shape, std::uint32_t rate) : tree_(shape) {
     if (rate != 0) {
       pacer_.emplace(rate, Clock::now());
     }
@@ -148,16 +150,16 @@ class MeasuredTree final : public TreeSource {
 
 Result<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options) {
   if (options.synthetic) {
-    return std::make_unique<MeasuredTree>(*options.synthetic, options.churn);
+    return std::make_unique<SyntheticSource>(*options.synthetic, options.churn);
   }
   if (!options.tree) {
-    return std::make_unique<LiveTree>(options.period);
+    return std::make_unique<LiveSource>(options.period);
   }
   auto result = readDescription(*options.tree);
   if (auto* error = std::get_if<Error>(&result)) {
     return std::move(*error);
   }
-  return std::make_unique<FileTree>(*options.tree, std::move(std::get<TreeDescription>(result)));
+  return std::make_unique<FileSource>(*options.tree, std::move(std::get<TreeDescription>(result)));
 }
 
 }  // namespace modelsrvd

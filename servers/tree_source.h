@@ -11,33 +11,35 @@
 
 namespace modelsrvd {
 
-/// One of the trees that the server can show, with what keeps it going.
+/// A tree that the server can publish, and what keeps its values up to date: the
+/// live tree, a described one or a synthetic one.
 ///
-/// Lives on the thread that dispatches. Time comes in from outside.
+/// For the thread that dispatches events. The caller passes the time in.
 class TreeSource {
  public:
   using Clock = std::chrono::steady_clock;
 
   virtual ~TreeSource() = default;
 
-  /// The port's name where the command line gives none; may be empty.
+  /// The default name of the port; may be empty.
   [[nodiscard]] virtual std::string name() const = 0;
 
-  /// Hangs the tree below `root`, which outlives it. Once.
+  /// Adds the tree to `root`, which outlives it. To be called once.
   [[nodiscard]] virtual std::optional<Error> publish(ModelSrv::ModelRoot& root) = 0;
 
-  /// When something is next to be done; nothing: never.
+  /// When `tick` is to be called next; nothing if it need not be called.
   [[nodiscard]] virtual std::optional<Clock::time_point> nextDeadline(Clock::time_point now) const;
 
-  /// Does what is due.
+  /// Updates the values if the deadline has passed.
   virtual void tick(Clock::time_point now);
 
-  /// Reads its source again, where it has one. The error leaves all as it was.
+  /// Reads the description file again; other trees ignore the call. After an error
+  /// the tree is unchanged.
   [[nodiscard]] virtual std::optional<Error> reload();
 };
 
-/// The tree for `options`: the description is read here. The error is one of
-/// usage.
+/// The tree that `options` select. Reads the description file if there is one; an
+/// error is a usage error.
 [[nodiscard]] Result<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options);
 
 }  // namespace modelsrvd

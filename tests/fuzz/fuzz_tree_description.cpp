@@ -1,14 +1,14 @@
 /// modelsrvd's description of a tree.
 ///
-/// Input: the file's text. What is taken keeps every rule that publishing a tree
-/// relies on; what is refused is refused in one line that a terminal shows as it
-/// stands.
+/// Input: the text of the file. A description that parses satisfies every condition
+/// that publishing a tree relies on; an error is one line without control bytes.
 ///
-/// Corpus: `small`, `sample` (a whole file), `all_types`, `array`, `protected`, `doubled_id`,
-/// `unknown_key`, `out_of_range`, `no_json`, `deep`.
+/// Corpus: `small`, `sample` (a complete file), `all_types`, `array`, `protected`,
+/// `duplicate_id`, `unknown_key`, `out_of_range`, `invalid_json`, `deep`.
 
 #include <set>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "servers/description_parser.h"
@@ -19,29 +19,19 @@ namespace {
 using namespace modelsrvd;
 using fuzz::require;
 
+/// The index in `EntryValue` of the values of `type`.
 std::size_t alternativeOf(EntryType type) {
-  switch (type) {
-    case EntryType::boolean:
+  return visitValueType(type, []<typename T>() -> std::size_t {
+    if constexpr (std::is_same_v<T, bool>) {
       return 0;
-    case EntryType::int8:
-    case EntryType::int16:
-    case EntryType::int32:
-    case EntryType::int64:
-      return 1;
-    case EntryType::uint8:
-    case EntryType::uint16:
-    case EntryType::uint32:
-    case EntryType::uint64:
-      return 2;
-    case EntryType::float32:
-    case EntryType::float64:
+    } else if constexpr (std::is_integral_v<T>) {
+      return std::is_signed_v<T> ? 1 : 2;
+    } else if constexpr (std::is_floating_point_v<T>) {
       return 3;
-    case EntryType::text:
+    } else {
       return 4;
-    case EntryType::node:
-      break;
-  }
-  return std::variant_npos;
+    }
+  });
 }
 
 void checkValues(const Entry& entry) {
@@ -51,42 +41,45 @@ void checkValues(const Entry& entry) {
     return;
   }
   require(!entry.values.empty() && entry.values.size() <= ModelSrv::ModelPartElements_Max,
-          "a part has a value, an array not too many");
-  require(entry.array || entry.values.size() == 1, "a single value is one");
+          "the number of values is within the limit");
+  require(entry.array || entry.values.size() == 1, "a part that is not an array has one value");
   require(entry.elementNames.empty() || entry.elementNames.size() == entry.values.size(),
-          "elements have no names or each has one");
+          "either no element has a name or each has one");
   for (const EntryValue& value : entry.values) {
-    require(value.index() == alternativeOf(entry.type), "a value is of its part's type");
+    require(value.index() == alternativeOf(entry.type), "a value has the type of its part");
     const auto* text = std::get_if<std::string>(&value);
     require(text == nullptr || text->size() <= ModelSrv::ModelValueText_Max,
-            "no text is above the limit");
+            "the length of a text is within the limit");
   }
   for (const std::string& name : entry.elementNames) {
-    require(name.size() <= ModelSrv::ModelName_Max, "no element's name is above the limit");
+    require(name.size() <= ModelSrv::ModelName_Max,
+            "the length of an element name is within the limit");
   }
 }
 
 void checkTree(const TreeDescription& tree) {
-  std::set<std::pair<std::size_t, unsigned>> places;
-  for (std::size_t at = 0; at < tree.entries.size(); ++at) {
-    const Entry& entry = tree.entries[at];
-    require(entry.parent == rootEntry || entry.parent < at, "a node stands before its children");
+  std::set<std::pair<std::size_t, unsigned>> ids;  // with their parents
+  for (std::size_t index = 0; index < tree.entries.size(); ++index) {
+    const Entry& entry = tree.entries[index];
+    require(entry.parent == rootEntry || entry.parent < index, "a node precedes its children");
     require(entry.parent == rootEntry || tree.entries[entry.parent].type == EntryType::node,
             "only nodes have children");
-    require(entry.id <= ModelSrv::ModelPartId_Max, "an id is one");
-    require(places.emplace(entry.parent, entry.id).second, "siblings have different ids");
-    require(entry.name.size() <= ModelSrv::ModelName_Max, "no name is above the limit");
+    require(entry.id <= ModelSrv::ModelPartId_Max, "an id is within the limit");
+    require(ids.emplace(entry.parent, entry.id).second, "the ids of siblings are unique");
+    require(entry.name.size() <= ModelSrv::ModelName_Max,
+            "the length of a name is within the limit");
     require(entry.access >= ModelSrv::ModelPartStatus_ReadWrite &&
                 entry.access <= ModelSrv::ModelPartStatus_Protected,
-            "a part's access is one that the platform knows");
+            "the access is one of the platform's");
     checkValues(entry);
   }
 }
 
-void checkFailure(const Error& error) {
-  require(!error.text.empty(), "a error says what is wrong");
+void checkError(const Error& error) {
+  require(!error.text.empty(), "an error has a text");
   for (const char c : error.text) {
-    require(static_cast<unsigned char>(c) >= ' ' && c != '\x7F', "a error holds no control bytes");
+    require(static_cast<unsigned char>(c) >= ' ' && c != '\x7F',
+            "an error contains no control bytes");
   }
 }
 
@@ -95,7 +88,7 @@ void checkFailure(const Error& error) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto result = parseTreeDescription(fuzz::Input(data, size).restAsText());
   if (const auto* error = std::get_if<Error>(&result)) {
-    checkFailure(*error);
+    checkError(*error);
   } else {
     checkTree(std::get<TreeDescription>(result));
   }

@@ -10,9 +10,8 @@
 namespace modelsrvd {
 namespace {
 
-/// A description of `parts` values, its lines as long as in a file that a program
-/// has indented.
-std::string described(std::size_t parts) {
+/// A description of `parts` values, indented as by a program.
+std::string describe(std::size_t parts) {
   std::string text = R"({"children": [)";
   for (std::size_t part = 0; part < parts; ++part) {
     constexpr std::size_t siblings = 10'000;
@@ -29,9 +28,9 @@ std::string described(std::size_t parts) {
   return text + "]}]}";
 }
 
-/// How much memory a server of that description had in use at the most, in bytes.
-double peakBeside(std::size_t parts) {
-  const ScratchFile file(described(parts));
+/// The peak memory use of a server of such a tree, in bytes.
+double peakMemory(std::size_t parts) {
+  const TemporaryFile file(describe(parts));
   ServerProcess server({"--tree", file.path()});
   std::ifstream status("/proc/" + std::to_string(server.process().pid()) + "/status");
   double kilobytes = 0;
@@ -41,13 +40,13 @@ double peakBeside(std::size_t parts) {
     }
   }
   EXPECT_GT(kilobytes, 0);
-  EXPECT_TRUE(server.ends(SIGTERM));
+  EXPECT_TRUE(server.stops(SIGTERM));
   return kilobytes * 1024;
 }
 
-TEST(DescriptionMemory, IsAtMost300BytesAValueWhateverTheTextTakes) {
+TEST(DescriptionMemory, IsAtMost300BytesPerValue) {
   constexpr std::size_t parts = 50'000;
-  EXPECT_LE((peakBeside(parts) - peakBeside(1)) / static_cast<double>(parts - 1), 300);
+  EXPECT_LE((peakMemory(parts) - peakMemory(1)) / static_cast<double>(parts - 1), 300);
 }
 
 }  // namespace

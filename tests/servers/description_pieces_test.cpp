@@ -8,7 +8,7 @@
 
 #include "servers/description_parser.h"
 
-// A description that comes in pieces, wherever they are cut.
+// A description that is read in pieces, wherever it is cut.
 
 namespace modelsrvd {
 namespace {
@@ -16,17 +16,17 @@ namespace {
 using testing::ElementsAre;
 using testing::StartsWith;
 
-constexpr std::string_view drive = R"({"name": "Model_rig", "children": [
+constexpr std::string_view drive = R"({"name": "Model_device", "children": [
   {"id": 1, "name": "drive", "children": [
     {"id": 2, "name": "label", "type": "text", "value": "two words"}]}]})";
 
-std::string refused(std::string_view text) {
+std::string errorOf(std::string_view text) {
   const auto result = parseTreeDescription(text);
   const auto* error = std::get_if<Error>(&result);
-  return error == nullptr ? "accepted" : error->text;
+  return error == nullptr ? "parsed" : error->text;
 }
 
-/// Hands out `text` in pieces of `size` bytes, each in memory of its own.
+/// Returns `text` in pieces of `size` bytes, each in memory of its own.
 NextPiece inPieces(std::string_view text, std::size_t size) {
   return [text, size, piece = std::string()]() mutable -> std::string_view {
     piece = text.substr(0, size);
@@ -35,7 +35,7 @@ NextPiece inPieces(std::string_view text, std::size_t size) {
   };
 }
 
-TEST(DescriptionPieces, ReadsTheSameFromPiecesOfEverySize) {
+TEST(DescriptionPieces, ParsesPiecesOfAnySize) {
   for (const std::size_t size : {1U, 2U, 7U, 64U, 4096U}) {
     const auto result = parseTreeDescription(inPieces(drive, size));
     const auto* tree = std::get_if<TreeDescription>(&result);
@@ -46,12 +46,12 @@ TEST(DescriptionPieces, ReadsTheSameFromPiecesOfEverySize) {
   }
 }
 
-TEST(DescriptionPieces, SaysTheSamePlaceWhateverThePieces) {
+TEST(DescriptionPieces, ReportsTheSamePositionForAnyPieces) {
   for (const std::string_view text :
        {std::string_view(""), std::string_view("\n\n"), std::string_view("{\n \"children\": [}\n"),
         std::string_view("{\"children\":\n12\n,]"), std::string_view("{\n\n\n\"a"),
         std::string_view("{\"children\": [\n\n1.\n"), std::string_view("{\n\"id\n\n")}) {
-    const std::string whole = refused(text);
+    const std::string whole = errorOf(text);
     for (std::size_t size = 1; size <= text.size(); ++size) {
       const auto result = parseTreeDescription(inPieces(text, size));
       const auto* error = std::get_if<Error>(&result);
@@ -59,9 +59,9 @@ TEST(DescriptionPieces, SaysTheSamePlaceWhateverThePieces) {
       EXPECT_EQ(error->text, whole) << size;
     }
   }
-  EXPECT_THAT(refused("{\n\n\n\"a"), StartsWith("line 4, column 3: "));
-  EXPECT_THAT(refused("{\n\"id\n\n"), StartsWith("line 2, column 4: "));
-  EXPECT_THAT(refused("\n\n"), StartsWith("line 3, column 1: "));
+  EXPECT_THAT(errorOf("{\n\n\n\"a"), StartsWith("line 4, column 3: "));
+  EXPECT_THAT(errorOf("{\n\"id\n\n"), StartsWith("line 2, column 4: "));
+  EXPECT_THAT(errorOf("\n\n"), StartsWith("line 3, column 1: "));
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ class FilesTest : public testing::Test {
     return text;
   }
 
-  static std::string failureOf(const std::string& path, std::size_t most) {
+  static std::string errorOf(const std::string& path, std::size_t most) {
     FileReader file(path, most);
     return file.error() ? file.error()->text : "read " + allOf(file);
   }
@@ -39,13 +39,13 @@ class FilesTest : public testing::Test {
   std::string folder_;
 };
 
-TEST_F(FilesTest, AFileIsReadWhole) {
+TEST_F(FilesTest, AFileIsReadCompletely) {
   const std::string text(200000, 'x');
   std::ofstream(folder_ + "/a") << text;
   FileReader file(folder_ + "/a", text.size());
   EXPECT_EQ(allOf(file), text);
   EXPECT_FALSE(file.error());
-  EXPECT_EQ(file.next(), "") << "the end stays the end";
+  EXPECT_EQ(file.next(), "") << "next() after the end";
 }
 
 TEST_F(FilesTest, AFileIsReadInPieces) {
@@ -56,7 +56,7 @@ TEST_F(FilesTest, AFileIsReadInPieces) {
   EXPECT_LE(first, 65536U);
 }
 
-TEST_F(FilesTest, AFileThatGrowsPastItsLimitIsRefused) {
+TEST_F(FilesTest, AFileThatGrowsBeyondTheLimitIsAnError) {
   std::ofstream out(folder_ + "/growing");
   out << "12345" << std::flush;
   FileReader file(folder_ + "/growing", 10);
@@ -69,31 +69,30 @@ TEST_F(FilesTest, AFileThatGrowsPastItsLimitIsRefused) {
   EXPECT_EQ(file.error()->text, folder_ + "/growing: longer than 10 bytes");
 }
 
-TEST_F(FilesTest, WhatCannotBeReadIsNamed) {
-  EXPECT_EQ(failureOf(folder_ + "/none", 10), folder_ + "/none: No such file or directory");
-  EXPECT_EQ(failureOf(folder_, 10), folder_ + ": not a regular file");
+TEST_F(FilesTest, AnErrorNamesTheFile) {
+  EXPECT_EQ(errorOf(folder_ + "/none", 10), folder_ + "/none: No such file or directory");
+  EXPECT_EQ(errorOf(folder_, 10), folder_ + ": not a regular file");
   std::ofstream(folder_ + "/long") << "12345678901";
-  EXPECT_EQ(failureOf(folder_ + "/long", 10), folder_ + "/long: longer than 10 bytes");
-  EXPECT_EQ(failureOf(folder_ + "/a\nb", 10), folder_ + "/a\\x0ab: No such file or directory");
+  EXPECT_EQ(errorOf(folder_ + "/long", 10), folder_ + "/long: longer than 10 bytes");
+  EXPECT_EQ(errorOf(folder_ + "/a\nb", 10), folder_ + "/a\\x0ab: No such file or directory");
 }
 
-TEST_F(FilesTest, APipeWithoutAWriterIsRefusedAtOnce) {
+TEST_F(FilesTest, APipeWithoutAWriterDoesNotBlock) {
   const std::string path = folder_ + "/pipe";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-  EXPECT_EQ(failureOf(path, 10), path + ": not a regular file");
+  EXPECT_EQ(errorOf(path, 10), path + ": not a regular file");
 }
 
-TEST(FindGroup, TakesANameOrANumber) {
+TEST(FindGroup, AcceptsANameOrANumber) {
   EXPECT_EQ(std::get<gid_t>(findGroup("root")), 0U);
   EXPECT_EQ(std::get<gid_t>(findGroup("54321")), 54321U);
 }
 
-TEST(FindGroup, RefusesWhatIsNeither) {
+TEST(FindGroup, RejectsAnythingElse) {
   for (const char* const word : {"no such group", "-1", "4294967295", "12x"}) {
     const auto result = findGroup(word);
     ASSERT_TRUE(std::holds_alternative<Error>(result)) << word;
-    EXPECT_EQ(std::get<Error>(result).text,
-              std::string("--group: there is no group \"") + word + "\"");
+    EXPECT_EQ(std::get<Error>(result).text, std::string("--group: unknown group \"") + word + "\"");
   }
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 using testing::IsEmpty;
 
-/// A machine as recorded files.
+/// A machine described by recorded files.
 class HostSampleTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -53,7 +53,7 @@ TEST_F(HostSampleTest, IsReadFromTheKernelsFiles) {
   EXPECT_EQ(sample.running, 2U);
 }
 
-TEST_F(HostSampleTest, CountsACoresUsageFromTheSampleBefore) {
+TEST_F(HostSampleTest, ComputesUsageSinceThePreviousSample) {
   HostSampler sampler{HostFiles(top_)};
   record("/proc/stat", "cpu0 50 0 0 50 0 0 0 0\n");
   EXPECT_EQ(sampler.sample().cores.at(0).usage, 50.0);
@@ -65,7 +65,7 @@ TEST_F(HostSampleTest, CountsACoresUsageFromTheSampleBefore) {
   EXPECT_EQ(sample.cores[1].usage, 25.0);
 }
 
-TEST_F(HostSampleTest, TellsWhichInterfacesAreUp) {
+TEST_F(HostSampleTest, ReportsWhichInterfacesAreUp) {
   record("/proc/self/net/dev", "h\n lo: 1 2 0 0 0 0 0 0 3 4\neth0: 5 6 0 0 0 0 0 0 7 8\n");
   record("/sys/class/net/lo/mtu", "65536\n");
   record("/sys/class/net/lo/flags", "0x9\n");
@@ -80,17 +80,17 @@ TEST_F(HostSampleTest, TellsWhichInterfacesAreUp) {
   EXPECT_FALSE(sample.interfaces[1].up);
 }
 
-TEST_F(HostSampleTest, AsksTheRoomOfMountsThatAreThere) {
+TEST_F(HostSampleTest, ReportsTheSpaceOfExistingMounts) {
   record("/proc/self/mounts", "/dev/a / ext4 rw 0 0\n/dev/b /gone ext4 rw 0 0\n");
   HostSampler sampler{HostFiles(top_)};
   const HostSample sample = sampler.sample();
   ASSERT_EQ(sample.disks.size(), 1U);
   EXPECT_EQ(sample.disks[0].mountPoint, "/");
-  EXPECT_GT(sample.disks[0].room.size, 0U);
-  EXPECT_LE(sample.disks[0].room.free, sample.disks[0].room.size);
+  EXPECT_GT(sample.disks[0].space.size, 0U);
+  EXPECT_LE(sample.disks[0].space.free, sample.disks[0].space.size);
 }
 
-TEST_F(HostSampleTest, ShowsZonesWhoseSensorGivesATemperature) {
+TEST_F(HostSampleTest, ReportsZonesWhoseSensorCanBeRead) {
   record("/sys/class/thermal/thermal_zone0/temp", "48250\n");
   record("/sys/class/thermal/thermal_zone1/temp", "");
   record("/sys/class/thermal/thermal_zone2/type", "x\n");
@@ -102,7 +102,7 @@ TEST_F(HostSampleTest, ShowsZonesWhoseSensorGivesATemperature) {
   EXPECT_EQ(sample.zones[0].celsius, 48.25);
 }
 
-TEST_F(HostSampleTest, OfAMachineThatTellsNothingIsEmpty) {
+TEST_F(HostSampleTest, IsEmptyIfNoFileCanBeRead) {
   HostSampler sampler{HostFiles(top_)};
   const HostSample sample = sampler.sample();
   EXPECT_EQ(sample.name, "");

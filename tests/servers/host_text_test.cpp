@@ -12,7 +12,7 @@ namespace {
 
 using testing::IsEmpty;
 
-TEST(HostText, ReadsTheLoadAsTheKernelPrintsIt) {
+TEST(HostText, ReadsTheLoadAverages) {
   const LoadAverages load = parseLoad("0.52 1.07 12.30 3/412 5089\n");
   EXPECT_EQ(load.oneMinute, 0.52);
   EXPECT_EQ(load.fiveMinutes, 1.07);
@@ -42,7 +42,7 @@ TEST(HostText, RoundsUsageToATenthOfAPercent) {
   EXPECT_EQ(usagePercent({0, 0}, {1, 1}), 100.0);
 }
 
-TEST(HostText, UsageIsNothingWhereNoTimePassedOrACountStepsBack) {
+TEST(HostText, UsageIsZeroIfNoTimePassedOrACountDecreased) {
   EXPECT_EQ(usagePercent({5, 10}, {5, 10}), 0.0);
   EXPECT_EQ(usagePercent({5, 10}, {4, 20}), 0.0);
   EXPECT_EQ(usagePercent({5, 10}, {6, 9}), 0.0);
@@ -58,7 +58,7 @@ TEST(HostText, ReadsMemoryInBytes) {
   EXPECT_EQ(sizes.cached, 262708ULL * 1024);
 }
 
-TEST(HostText, ReadsInterfacesBehindTheHeadlines) {
+TEST(HostText, ReadsInterfacesAfterTheHeadings) {
   const auto interfaces = parseInterfaces(
       "Inter-|   Receive                        |  Transmit\n"
       " face |bytes    packets errs drop fifo frame compressed multicast|bytes packets errs\n"
@@ -83,7 +83,7 @@ struct Mounts {
 
 class LocalMounts : public testing::TestWithParam<Mounts> {};
 
-TEST_P(LocalMounts, AreThoseThatAnswerAtOnce) {
+TEST_P(LocalMounts, AreThoseThatNeverBlock) {
   EXPECT_EQ(parseLocalMounts(GetParam().text), GetParam().local);
 }
 
@@ -93,13 +93,13 @@ INSTANTIATE_TEST_SUITE_P(
         Mounts{"Plain",
                "/dev/vda / ext4 rw 0 0\n/dev/sda1 /boot/efi vfat rw 0 0\n",
                {"/", "/boot/efi"}},
-        Mounts{"KernelsOwn",
+        Mounts{"KernelFileSystems",
                "proc /proc proc rw 0 0\ntmpfs /dev/shm tmpfs rw 0 0\ntmpfs /sys/fs/x tmpfs rw 0 0\n"
                "tmpfs /device tmpfs rw 0 0\n",
                {"/device"}},
         Mounts{"Network", "/dev/vda / ext4 rw 0 0\nsrv:/a /mnt/a nfs4 rw 0 0\n", {"/"}},
         Mounts{
-            "BehindNetwork",
+            "BelowANetworkMount",
             "/dev/vda / ext4 rw 0 0\nsrv:/a /mnt nfs4 rw 0 0\n/dev/loop0 /mnt/image ext4 rw 0 0\n"
             "/dev/sdb /mnt2 ext4 rw 0 0\n",
             {"/", "/mnt2"}},
@@ -113,7 +113,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mounts{"Rubbish", "\n \nx\nx y\nx relative ext4\n", {}}),
     [](const auto& test) { return std::string(test.param.what); });
 
-TEST(HostText, MakesNothingOfTextThatMakesNoSense) {
+TEST(HostText, ReturnsZerosForInvalidText) {
   for (const std::string_view text :
        {std::string_view(""), std::string_view("\n\n\n"), std::string_view("\0\xff\x1b", 3),
         std::string_view("cpu cpu cpu"), std::string_view("MemTotal: lots"),
@@ -133,7 +133,7 @@ TEST(HostText, ReadsNumbersInBothBases) {
   EXPECT_EQ(parseNumberText("none"), 0);
 }
 
-TEST(HostText, TakesTheFirstLine) {
+TEST(HostText, ReturnsTheFirstLine) {
   EXPECT_EQ(firstLine("vm\nrest"), "vm");
   EXPECT_EQ(firstLine(""), "");
 }

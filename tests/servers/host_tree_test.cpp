@@ -63,7 +63,7 @@ TEST_F(HostTreeTest, ShowsASample) {
   sample.cores = {{0, 12.5}, {1, 0}};
   sample.memory.total = 1024;
   sample.running = 3;
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_EQ(get({"host", "name"}), "fixture");
   EXPECT_EQ(get({"host", "uptime"}), "77");
   EXPECT_EQ(get({"cpu", "load"}), "0.52\n1.07\n12.3");
@@ -74,63 +74,63 @@ TEST_F(HostTreeTest, ShowsASample) {
   EXPECT_EQ(get({"settings", "period"}), "1234");
 }
 
-TEST_F(HostTreeTest, InterfacesComeAndGoAndReturnUnderTheirOldId) {
+TEST_F(HostTreeTest, InterfacesAppearAndDisappearAndKeepTheirIds) {
   HostSample sample;
   sample.interfaces = {interface("lo", 1), interface("eth0", 2)};
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_THAT(names("net"), ElementsAre("lo", "eth0"));
   const auto id = find({"net", "lo"})->id();
   sample.interfaces = {interface("wlan0", 3), interface("eth0", 4)};
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_THAT(names("net"), ElementsAre("eth0", "wlan0"));
   EXPECT_EQ(get({"net", "eth0", "rx_bytes"}), "4");
   sample.interfaces.push_back(interface("lo", 5));
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_EQ(find({"net", "lo"})->id(), id);
   EXPECT_EQ(get({"net", "lo", "rx_bytes"}), "5");
 }
 
-TEST_F(HostTreeTest, MountsHaveNamesThatCanBeTyped) {
+TEST_F(HostTreeTest, MountsHaveNamesWithoutShellCharacters) {
   HostSample sample;
   sample.disks = {{"/", {10, 4}}, {"/boot/efi", {20, 5}}, {"/boot-efi", {30, 6}}};
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_THAT(names("disk"), ElementsAre("root", "boot-efi", "boot-efi-2"));
   EXPECT_EQ(get({"disk", "boot-efi-2", "size"}), "30");
   EXPECT_EQ(get({"disk", "root", "free"}), "4");
 }
 
-TEST_F(HostTreeTest, SomethingListedTwiceIsShownOnce) {
+TEST_F(HostTreeTest, ADuplicateInterfaceAppearsOnce) {
   HostSample sample;
   sample.interfaces = {interface("lo", 1), interface("lo", 2)};
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_THAT(names("net"), ElementsAre("lo"));
 }
 
-TEST_F(HostTreeTest, TheThermalNodeIsThereWithItsZones) {
+TEST_F(HostTreeTest, TheThermalNodeExistsWhileThereAreZones) {
   HostSample sample;
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_EQ(find({"thermal"}), nullptr);
   sample.zones = {{"thermal_zone0", 48.25}};
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_EQ(get({"thermal", "thermal_zone0"}), "48.25");
   sample.zones.clear();
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_EQ(find({"thermal"}), nullptr);
 }
 
-TEST_F(HostTreeTest, UsageFollowsTheCoresThatAreOn) {
+TEST_F(HostTreeTest, UsageHasAnElementPerOnlineCore) {
   HostSample sample;
   sample.cores = {{0, 1}, {1, 2}};
-  tree_.show(sample);
+  tree_.update(sample);
   sample.cores = {{0, 3}};
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_EQ(get({"cpu", "usage"}), "3");
   EXPECT_EQ(get({"cpu", "count"}), "1");
   sample.cores = {{0, 4}, {1, 5}};
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_EQ(get({"cpu", "usage"}), "4\n5");
   sample.cores.clear();
-  tree_.show(sample);
+  tree_.update(sample);
   EXPECT_EQ(get({"cpu", "usage"}), "<none>");
 }
 

@@ -8,11 +8,11 @@
 namespace modelsrvd {
 namespace {
 
-TEST(IdAllocator, GivesWhatReturnsItsOldIdAndName) {
-  IdAllocator children;
-  const auto first = children.find("eth0", "eth0", {"eth0"});
-  const auto second = children.find("wlan0", "wlan0", {"wlan0"});
-  const auto again = children.find("eth0", "eth0", {"eth0", "wlan0"});
+TEST(IdAllocator, KeepsTheIdAndNameOfAChildThatReappears) {
+  IdAllocator ids;
+  const auto first = ids.assign("eth0", "eth0", {"eth0"});
+  const auto second = ids.assign("wlan0", "wlan0", {"wlan0"});
+  const auto again = ids.assign("eth0", "eth0", {"eth0", "wlan0"});
   ASSERT_TRUE(first && second && again);
   EXPECT_NE(first->id, second->id);
   EXPECT_EQ(again->id, first->id);
@@ -20,39 +20,39 @@ TEST(IdAllocator, GivesWhatReturnsItsOldIdAndName) {
 }
 
 TEST(IdAllocator, MakesNamesUnique) {
-  IdAllocator children;
+  IdAllocator ids;
   const std::set<std::string> present{"/boot/efi", "/boot-efi", "/boot/efi/"};
-  EXPECT_EQ(children.find("/boot/efi", "boot-efi", present)->name, "boot-efi");
-  EXPECT_EQ(children.find("/boot-efi", "boot-efi", present)->name, "boot-efi-2");
-  EXPECT_EQ(children.find("/boot/efi/", "boot-efi", present)->name, "boot-efi-3");
+  EXPECT_EQ(ids.assign("/boot/efi", "boot-efi", present)->name, "boot-efi");
+  EXPECT_EQ(ids.assign("/boot-efi", "boot-efi", present)->name, "boot-efi-2");
+  EXPECT_EQ(ids.assign("/boot/efi/", "boot-efi", present)->name, "boot-efi-3");
 }
 
-TEST(IdAllocator, TakesIdsFromTheAbsentWhenAllAreGiven) {
-  IdAllocator children;
+TEST(IdAllocator, ReusesTheIdsOfAbsentChildrenWhenAllAreAssigned) {
+  IdAllocator ids;
   for (unsigned number = 1; number <= ModelSrv::ModelPartId_Max; ++number) {
     const std::string key = std::to_string(number);
-    ASSERT_TRUE(children.find(key, key, {key}));
+    ASSERT_TRUE(ids.assign(key, key, {key}));
   }
   const std::set<std::string> present{"1", "2", "new"};
-  const auto child = children.find("new", "3", present);
+  const auto child = ids.assign("new", "3", present);
   ASSERT_TRUE(child);
   EXPECT_EQ(child->id, 3U);
   EXPECT_EQ(child->name, "3");
-  EXPECT_EQ(children.find("1", "1", present)->id, 1U);
+  EXPECT_EQ(ids.assign("1", "1", present)->id, 1U);
 }
 
-TEST(IdAllocator, GivesNothingWhenAllIdsAreInUse) {
-  IdAllocator children;
+TEST(IdAllocator, ReturnsNothingWhenAllIdsAreInUse) {
+  IdAllocator ids;
   std::set<std::string> present;
   for (unsigned number = 1; number <= ModelSrv::ModelPartId_Max; ++number) {
     const std::string key = std::to_string(number);
     present.insert(key);
-    ASSERT_TRUE(children.find(key, key, {}));
+    ASSERT_TRUE(ids.assign(key, key, {}));
   }
-  EXPECT_FALSE(children.find("one more", "x", present));
+  EXPECT_FALSE(ids.assign("one more", "x", present));
 }
 
-TEST(MountName, CanBeTyped) {
+TEST(MountName, ContainsNoShellCharacters) {
   EXPECT_EQ(mountName("/"), "root");
   EXPECT_EQ(mountName("/boot"), "boot");
   EXPECT_EQ(mountName("/boot/efi"), "boot-efi");

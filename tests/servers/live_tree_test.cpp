@@ -25,7 +25,7 @@ class LiveTreeTest : public testing::Test {
   TreeClient client_{server_.name()};
 };
 
-TEST_F(LiveTreeTest, HasEveryPlaceWithAValue) {
+TEST_F(LiveTreeTest, HasAValueAtEveryPath) {
   for (const char* path :
        {"/host/name",       "/host/kernel",       "/host/uptime",       "/cpu/count",
         "/cpu/load",        "/cpu/usage",         "/memory/total",      "/memory/available",
@@ -41,7 +41,7 @@ TEST_F(LiveTreeTest, HasEveryPlaceWithAValue) {
   }
 }
 
-TEST_F(LiveTreeTest, ShowsThermalZonesWhereTheMachineHasAny) {
+TEST_F(LiveTreeTest, HasAThermalNodeIfTheMachineHasZones) {
   bool zones = false;
   std::error_code none;
   for (const auto& entry : std::filesystem::directory_iterator("/sys/class/thermal", none)) {
@@ -71,18 +71,18 @@ TEST_F(LiveTreeTest, ShowsThisMachine) {
   EXPECT_GE(std::stoul(client_.get("/processes/count")), 1U);
 }
 
-TEST_F(LiveTreeTest, NotifiesOfAValueThatChanged) {
+TEST_F(LiveTreeTest, NotifiesAboutAChangedValue) {
   ASSERT_EQ(client_.subscribe("/host/uptime"), ModelSrv::ModelRes_Success);
   EXPECT_TRUE(client_.waitForUpdate());
 }
 
-TEST_F(LiveTreeTest, LetsNobodyStoreWhatTheKernelTells) {
+TEST_F(LiveTreeTest, RejectsStoresToMeasuredValues) {
   for (const char* path : {"/host/name", "/cpu/count", "/memory/total", "/net/lo/mtu"}) {
     EXPECT_EQ(client_.store(path, "1"), ModelSrv::ModelRes_ReadOnly) << path;
   }
 }
 
-TEST_F(LiveTreeTest, KeepsItsSettings) {
+TEST_F(LiveTreeTest, KeepsStoredSettings) {
   EXPECT_EQ(client_.get("/settings/period"), "50");
   EXPECT_EQ(client_.store("/settings/label", "fixture 7"), ModelSrv::ModelRes_Success);
   EXPECT_EQ(client_.store("/settings/alarms", "1\n2.5\n3\n4"), ModelSrv::ModelRes_Success);
@@ -90,7 +90,7 @@ TEST_F(LiveTreeTest, KeepsItsSettings) {
   EXPECT_EQ(client_.get("/settings/alarms"), "1\n2.5\n3\n4");
 }
 
-TEST_F(LiveTreeTest, RefusesAPeriodOutOfRange) {
+TEST_F(LiveTreeTest, RejectsAPeriodOutOfRange) {
   for (const char* period : {"49", "60001", "0"}) {
     EXPECT_EQ(client_.store("/settings/period", period), ModelSrv::ModelRes_OutOfRange) << period;
   }
@@ -99,7 +99,7 @@ TEST_F(LiveTreeTest, RefusesAPeriodOutOfRange) {
   EXPECT_EQ(client_.store("/settings/period", "60000"), ModelSrv::ModelRes_Success);
 }
 
-TEST(LivePeriod, HoldsAtOnce) {
+TEST(LiveTree, AppliesANewPeriodImmediately) {
   ServerProcess server({"--period", "60000"});
   TreeClient client(server.name());
   ASSERT_EQ(client.subscribe("/host/uptime"), ModelSrv::ModelRes_Success);
@@ -107,13 +107,13 @@ TEST(LivePeriod, HoldsAtOnce) {
   EXPECT_TRUE(client.waitForUpdate());
 }
 
-TEST(LiveTree, OutlivesAHangup) {
+TEST(LiveTree, IgnoresAReload) {
   ServerProcess server({"--period", "50"});
   server.process().signal(SIGHUP);
   TreeClient client(server.name());
   ASSERT_EQ(client.subscribe("/host/uptime"), ModelSrv::ModelRes_Success);
   EXPECT_TRUE(client.waitForUpdate());
-  EXPECT_TRUE(server.ends(SIGTERM)) << server.process().errors();
+  EXPECT_TRUE(server.stops(SIGTERM)) << server.process().errors();
 }
 
 }  // namespace

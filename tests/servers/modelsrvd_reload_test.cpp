@@ -27,11 +27,11 @@ class ReloadTest : public testing::Test {
     file_.write(text);
     server_.process().signal(SIGHUP);
   }
-  bool comesTo(const std::string& path, const std::string& value) {
+  bool becomes(const std::string& path, const std::string& value) {
     return client_.pumpUntil([&] { return client_.get(path) == value; });
   }
 
-  ScratchFile file_{drive(speed(42))};
+  TemporaryFile file_{drive(speed(42))};
   ServerProcess server_{{"--tree", file_.path()}, true};
   TreeClient client_{server_.name()};
 };
@@ -44,38 +44,38 @@ TEST_F(ReloadTest, SetsValuesInPlaceAndKeepsSubscriptions) {
   EXPECT_EQ(client_.get("/drive/speed"), "43");
 }
 
-TEST_F(ReloadTest, RestartsFromTheFile) {
+TEST_F(ReloadTest, ResetsStoredValuesToTheFile) {
   ASSERT_EQ(client_.store("/drive/speed", "7"), ModelSrv::ModelRes_Success);
   server_.process().signal(SIGHUP);
-  EXPECT_TRUE(comesTo("/drive/speed", "42"));
+  EXPECT_TRUE(becomes("/drive/speed", "42"));
 }
 
-TEST_F(ReloadTest, ShowsAnotherTreeToWhoeverIsConnected) {
+TEST_F(ReloadTest, ReplacesTheTreeForConnectedClients) {
   reload(drive(speed(1) + R"(, {"name": "label", "type": "text", "value": "new"})"));
-  EXPECT_TRUE(comesTo("/drive/label", "new"));
+  EXPECT_TRUE(becomes("/drive/label", "new"));
   EXPECT_THAT(client_.names("/drive"), ElementsAre("speed", "label"));
   reload(R"({"children": [{"name": "other", "type": "bool", "value": true}]})");
-  EXPECT_TRUE(comesTo("/other", "true"));
+  EXPECT_TRUE(becomes("/other", "true"));
   EXPECT_THAT(client_.names(""), ElementsAre("other"));
 }
 
-TEST_F(ReloadTest, KeepsTheOldTreeWhereTheFileIsInvalid) {
+TEST_F(ReloadTest, KeepsTheTreeIfTheFileIsInvalid) {
   ASSERT_EQ(client_.store("/drive/speed", "7"), ModelSrv::ModelRes_Success);
   reload(drive(R"({"name": "speed", "type": "int32", "value": "fast"})"));
   EXPECT_EQ(server_.process().readLine(),
             "modelsrvd: " + file_.path() +
-                ": /children/0/children/0/value: \"fast\": int32 wants a whole number");
+                ": /children/0/children/0/value: expected an integer for int32, got \"fast\"");
   EXPECT_EQ(client_.get("/drive/speed"), "7");
 }
 
-TEST_F(ReloadTest, KeepsTheOldTreeWhereTheFileIsGone) {
+TEST_F(ReloadTest, KeepsTheTreeIfTheFileIsMissing) {
   std::filesystem::remove(file_.path());
   server_.process().signal(SIGHUP);
   EXPECT_EQ(server_.process().readLine(),
             "modelsrvd: --tree: " + file_.path() + ": No such file or directory");
   EXPECT_EQ(client_.get("/drive/speed"), "42");
   reload(drive(speed(44)));
-  EXPECT_TRUE(comesTo("/drive/speed", "44"));
+  EXPECT_TRUE(becomes("/drive/speed", "44"));
 }
 
 }  // namespace

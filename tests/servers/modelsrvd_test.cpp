@@ -24,7 +24,7 @@ using test_support::uniquePortName;
 using testing::ElementsAre;
 using testing::StartsWith;
 
-TEST(Modelsrvd, ShowsItsUsageAndItsVersion) {
+TEST(Modelsrvd, PrintsItsUsageAndItsVersion) {
   const Finished help = runServer({"--help"});
   EXPECT_EQ(help.status, ExitStatus{});
   EXPECT_EQ(help.output, usageText());
@@ -38,20 +38,20 @@ TEST(Modelsrvd, RemovesItsMailboxOnEitherSignal) {
   for (const int signal : {SIGINT, SIGTERM}) {
     ServerProcess server({"--synthetic", "1x1"});
     EXPECT_TRUE(std::filesystem::exists(mailboxPath(server.name())));
-    EXPECT_TRUE(server.ends(signal)) << server.process().errors();
+    EXPECT_TRUE(server.stops(signal)) << server.process().errors();
     EXPECT_FALSE(std::filesystem::exists(mailboxPath(server.name())));
   }
 }
 
-TEST(Modelsrvd, EndsAtOnceWhileAClientIsConnected) {
+TEST(Modelsrvd, StopsImmediatelyWhileAClientIsConnected) {
   ServerProcess server({"--synthetic", "1x1"});
   TreeClient client(server.name());
   ASSERT_EQ(client.connected(), ModelSrv::ModelRes_Success);
-  EXPECT_TRUE(server.ends(SIGTERM)) << server.process().errors();
+  EXPECT_TRUE(server.stops(SIGTERM)) << server.process().errors();
   EXPECT_THAT(client.get("/group_000"), StartsWith("<"));
 }
 
-TEST(Modelsrvd, RefusesANameThatIsServed) {
+TEST(Modelsrvd, DoesNotServeANameInUse) {
   ServerProcess server({"--synthetic", "1x1"});
   const Finished second = runServer({"--name", server.name()});
   EXPECT_EQ(second.status, (ExitStatus{1, 0}));
@@ -62,7 +62,7 @@ TEST(Modelsrvd, RefusesANameThatIsServed) {
   EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);
 }
 
-TEST(Modelsrvd, TakesOverTheMailboxOfOneThatWasKilled) {
+TEST(Modelsrvd, TakesOverTheMailboxOfAKilledServer) {
   const std::string name = uniquePortName();
   const std::vector<std::string> command{test_support::modelsrvdProgram(), "--name", name};
   {
@@ -78,10 +78,10 @@ TEST(Modelsrvd, TakesOverTheMailboxOfOneThatWasKilled) {
   EXPECT_EQ(next.waitForExit(), ExitStatus{});
 }
 
-TEST(Modelsrvd, IsForItsUserAloneUnlessAGroupIsNamed) {
+TEST(Modelsrvd, IsPrivateToItsUserUnlessAGroupIsNamed) {
   struct stat status {};
-  ServerProcess alone({"--synthetic", "1x1"});
-  ASSERT_EQ(::stat(mailboxPath(alone.name()).c_str(), &status), 0);
+  ServerProcess unshared({"--synthetic", "1x1"});
+  ASSERT_EQ(::stat(mailboxPath(unshared.name()).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
   const std::string group = std::to_string(::getegid());
   ServerProcess shared({"--synthetic", "1x1", "--group", group});
@@ -92,50 +92,49 @@ TEST(Modelsrvd, IsForItsUserAloneUnlessAGroupIsNamed) {
   EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);
 }
 
-struct Refusal {
+struct ErrorCase {
   const char* what;
-  std::vector<std::string> words;
+  std::vector<std::string> args;
   const char* line;
 };
 
-class RefusedStart : public testing::TestWithParam<Refusal> {};
+class InvalidStart : public testing::TestWithParam<ErrorCase> {};
 
-TEST_P(RefusedStart, SaysWhatAndWhereInOneLine) {
-  const Finished finished = runServer(GetParam().words);
+TEST_P(InvalidStart, IsReportedInOneLineWithItsOrigin) {
+  const Finished finished = runServer(GetParam().args);
   EXPECT_EQ(finished.status, (ExitStatus{2, 0}));
   EXPECT_EQ(finished.output, "");
   EXPECT_EQ(finished.errors, std::string("modelsrvd: ") + GetParam().line + "\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Table, RefusedStart,
+    Table, InvalidStart,
     testing::Values(
-        Refusal{"UnknownSwitch", {"--frob"}, "\"--frob\": no such switch; see modelsrvd --help"},
-        Refusal{"MissingValue", {"--tree"}, "--tree: wants a value"},
-        Refusal{"BadPeriod",
-                {"--period", "0"},
-                "--period: \"0\" is not a number of milliseconds from 50 to 60000"},
-        Refusal{"NoFile",
-                {"--tree", "/nonexistent/x.json"},
-                "--tree: /nonexistent/x.json: No such file or directory"},
-        Refusal{"Folder", {"--tree", "/"}, "--tree: /: not a regular file"},
-        Refusal{"NoGroup",
-                {"--group", "no such group"},
-                "--group: there is no group \"no such group\""},
-        Refusal{"SlashInName", {"--name", "a/b"}, "--name: a/b: not a valid port name"},
-        Refusal{"DotName", {"--name", ".a"}, "--name: .a: not a valid port name"}),
+        ErrorCase{"UnknownOption", {"--frob"}, "\"--frob\": unknown option; see modelsrvd --help"},
+        ErrorCase{"MissingValue", {"--tree"}, "--tree: missing value"},
+        ErrorCase{"BadPeriod",
+                  {"--period", "0"},
+                  "--period: expected milliseconds from 50 to 60000, got \"0\""},
+        ErrorCase{"NoFile",
+                  {"--tree", "/nonexistent/x.json"},
+                  "--tree: /nonexistent/x.json: No such file or directory"},
+        ErrorCase{"Directory", {"--tree", "/"}, "--tree: /: not a regular file"},
+        ErrorCase{
+            "NoGroup", {"--group", "no such group"}, "--group: unknown group \"no such group\""},
+        ErrorCase{"SlashInName", {"--name", "a/b"}, "--name: a/b: not a valid port name"},
+        ErrorCase{"DotName", {"--name", ".a"}, "--name: .a: not a valid port name"}),
     [](const auto& test) { return std::string(test.param.what); });
 
 struct BadFile {
   const char* what;
   const char* text;
-  const char* line;  ///< behind the file's name
+  const char* line;  ///< after the file's name
 };
 
-class RefusedFile : public testing::TestWithParam<BadFile> {};
+class InvalidFile : public testing::TestWithParam<BadFile> {};
 
-TEST_P(RefusedFile, IsNamedWithThePlaceInIt) {
-  const ScratchFile file(GetParam().text);
+TEST_P(InvalidFile, IsReportedWithThePositionInIt) {
+  const TemporaryFile file(GetParam().text);
   const Finished finished = runServer({"--tree", file.path()});
   EXPECT_EQ(finished.status, (ExitStatus{2, 0}));
   EXPECT_EQ(finished.output, "");
@@ -144,25 +143,25 @@ TEST_P(RefusedFile, IsNamedWithThePlaceInIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Table, RefusedFile,
+    Table, InvalidFile,
     testing::Values(
         BadFile{"Empty", "", "line 1, column 1: "},
         BadFile{"NoJson", "{\n\"name\": ]", "line 2, column 9: syntax error"},
-        BadFile{"NoName", R"({"children": []})", "/name: missing, and there is no --name\n"},
+        BadFile{"NoName", R"({"children": []})", "/name: missing, and --name is not given\n"},
         BadFile{"EmptyName", R"({"name": "", "children": []})",
-                "/name: missing, and there is no --name\n"},
+                "/name: missing, and --name is not given\n"},
         BadFile{"BadName", R"({"name": "a/b", "children": []})",
                 "/name: a/b: not a valid port name\n"},
         BadFile{"NulInName", R"({"name": "Model_\u0000x", "children": []})", "/name: Model_\\x00x"},
         BadFile{"OutOfRange",
                 R"({"name": "Model_x", "children": [{"children": [{"type":"int8","value":200}]}]})",
-                "/children/0/children/0/value: 200: out of range for int8\n"},
-        BadFile{"DoubledId",
+                "/children/0/children/0/value: 200 is out of range for int8\n"},
+        BadFile{"DuplicateId",
                 R"({"children": [{"id": 1, "children": []}, {"id": 1, "children": []}]})",
-                "/children/1/id: an elder sibling has the id 1\n"}),
+                "/children/1/id: duplicate id 1\n"}),
     [](const auto& test) { return std::string(test.param.what); });
 
-TEST(Modelsrvd, SaysWhereItCannotPrint) {
+TEST(Modelsrvd, ReportsThatItCannotPrint) {
   const std::string name = uniquePortName();
   const Finished finished = test_support::run(
       {"/bin/sh", "-c",
@@ -182,13 +181,13 @@ TEST(Modelsrvd, PublishesASyntheticTree) {
   EXPECT_EQ(client.get("/group_002/item_0019"), "-5");
 }
 
-TEST(Modelsrvd, ChurnReachesEveryPart) {
+TEST(Modelsrvd, ChangesEveryPartAtTheGivenRate) {
   ServerProcess server({"--synthetic", "2x10", "--churn", "100000"});
   TreeClient client(server.name());
   ASSERT_EQ(client.subscribe("/group_001/item_0009"), ModelSrv::ModelRes_Success);
   EXPECT_TRUE(client.waitForUpdate());
   EXPECT_NE(client.get("/group_001/item_0009"), "0");
-  EXPECT_TRUE(server.ends(SIGTERM)) << server.process().errors();
+  EXPECT_TRUE(server.stops(SIGTERM)) << server.process().errors();
 }
 
 }  // namespace

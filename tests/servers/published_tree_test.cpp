@@ -37,7 +37,7 @@ class PublishedTreeTest : public testing::Test {
     tree_ = std::make_unique<PublishedTree>(description);
     EXPECT_FALSE(tree_->publish(root_));
   }
-  ModelPart* only() {
+  ModelPart* onlyPart() {
     auto& node = dynamic_cast<ModelNode&>(*root_.children().at(0));
     return node.children().at(0);
   }
@@ -60,13 +60,13 @@ struct Typed {
 
 class EveryType : public PublishedTreeTest, public testing::WithParamInterface<Typed> {};
 
-TEST_P(EveryType, IsHeldAsASingleValueAndAsAnArray) {
+TEST_P(EveryType, CanBeASingleValueAndAnArray) {
   const std::string type = std::string(R"({"type": ")") + GetParam().type + '"';
   const std::string value = std::string(R"("value": )") + GetParam().value;
   publish(around(type + ", " + value + "}"));
-  EXPECT_EQ(textOf(*only()), GetParam().text);
+  EXPECT_EQ(textOf(*onlyPart()), GetParam().text);
   publish(around(type + R"(, "elements": [{)" + value + "}, {" + value + "}]}"));
-  EXPECT_EQ(textOf(*only()), std::string(GetParam().text) + "\n" + GetParam().text);
+  EXPECT_EQ(textOf(*onlyPart()), std::string(GetParam().text) + "\n" + GetParam().text);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -84,20 +84,20 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(PublishedTreeTest, KeepsIdNameAccessAndSubscribability) {
   publish(around(R"({"id": 9, "name": "serial", "type": "text", "value": "A-17",
                      "access": "protected", "subscribable": false})"));
-  EXPECT_EQ(only()->id(), 9U);
-  EXPECT_EQ(only()->name(), "serial");
-  EXPECT_EQ(only()->status(), ModelSrv::ModelPartStatus_Protected);
-  EXPECT_FALSE(only()->subscribable());
+  EXPECT_EQ(onlyPart()->id(), 9U);
+  EXPECT_EQ(onlyPart()->name(), "serial");
+  EXPECT_EQ(onlyPart()->status(), ModelSrv::ModelPartStatus_Protected);
+  EXPECT_FALSE(onlyPart()->subscribable());
 }
 
-TEST_F(PublishedTreeTest, LeavesTheRootEmptyAtItsEnd) {
+TEST_F(PublishedTreeTest, LeavesTheRootEmptyWhenDestroyed) {
   publish(around(R"({"type": "bool", "value": true})"));
   EXPECT_EQ(root_.children().size(), 1U);
   tree_.reset();
   EXPECT_TRUE(root_.children().empty());
 }
 
-TEST_F(PublishedTreeTest, HoldsTheDeepestTree) {
+TEST_F(PublishedTreeTest, SupportsTheMaximumDepth) {
   std::string text;
   for (int level = 0; level < 4096; ++level) {
     text += R"({"children":[)";
@@ -114,50 +114,55 @@ TEST_F(PublishedTreeTest, HoldsTheDeepestTree) {
 constexpr std::string_view array =
     R"({"type": "uint8", "elements": [{"name": "a", "value": 1}, {"value": 2}]})";
 
-TEST_F(PublishedTreeTest, TakesOtherValuesInPlace) {
+TEST_F(PublishedTreeTest, UpdatesValuesInPlace) {
   publish(around(std::string(array)));
-  ModelPart* const part = only();
-  EXPECT_TRUE(tree_->takeValues(
+  ModelPart* const part = onlyPart();
+  EXPECT_TRUE(tree_->updateValues(
       around(R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]})")));
-  EXPECT_EQ(only(), part);
+  EXPECT_EQ(onlyPart(), part);
   EXPECT_EQ(textOf(*part), "7\n8");
 }
 
-struct Other {
+struct StructureCase {
   const char* what;
   const char* entry;
 };
 
-class OtherShape : public PublishedTreeTest, public testing::WithParamInterface<Other> {};
+class OtherStructure : public PublishedTreeTest,
+                       public testing::WithParamInterface<StructureCase> {};
 
-TEST_P(OtherShape, IsNotTakenInPlace) {
+TEST_P(OtherStructure, IsNotUpdatedInPlace) {
   publish(around(std::string(array)));
-  EXPECT_FALSE(tree_->takeValues(around(GetParam().entry)));
-  EXPECT_EQ(textOf(*only()), "1\n2");
+  EXPECT_FALSE(tree_->updateValues(around(GetParam().entry)));
+  EXPECT_EQ(textOf(*onlyPart()), "1\n2");
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Table, OtherShape,
+    Table, OtherStructure,
     testing::Values(
-        Other{"Type", R"({"type": "int8", "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
-        Other{"ElementName",
-              R"({"type": "uint8", "elements": [{"name": "b", "value": 7}, {"value": 8}]})"},
-        Other{"NoElementNames", R"({"type": "uint8", "elements": [{"value": 7}, {"value": 8}]})"},
-        Other{"ElementCount", R"({"type": "uint8", "elements": [{"name": "a", "value": 7}]})"},
-        Other{"Single", R"({"type": "uint8", "value": 7})"},
-        Other{"Name", R"({"name": "x", "type": "uint8",
+        StructureCase{"Type",
+                      R"({"type": "int8", "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
+        StructureCase{
+            "ElementName",
+            R"({"type": "uint8", "elements": [{"name": "b", "value": 7}, {"value": 8}]})"},
+        StructureCase{"NoElementNames",
+                      R"({"type": "uint8", "elements": [{"value": 7}, {"value": 8}]})"},
+        StructureCase{"ElementCount",
+                      R"({"type": "uint8", "elements": [{"name": "a", "value": 7}]})"},
+        StructureCase{"Single", R"({"type": "uint8", "value": 7})"},
+        StructureCase{"Name", R"({"name": "x", "type": "uint8",
                           "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
-        Other{"Id", R"({"id": 2, "type": "uint8",
+        StructureCase{"Id", R"({"id": 2, "type": "uint8",
                         "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
-        Other{"Access", R"({"access": "read-only", "type": "uint8",
+        StructureCase{"Access", R"({"access": "read-only", "type": "uint8",
                             "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
-        Other{"Subscribable", R"({"subscribable": false, "type": "uint8",
+        StructureCase{"Subscribable", R"({"subscribable": false, "type": "uint8",
                                   "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
-        Other{"Node", R"({"children": []})"},
-        Other{"OneMore",
-              R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]},
+        StructureCase{"Node", R"({"children": []})"},
+        StructureCase{"OneMore",
+                      R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]},
                             {"children": []})"},
-        Other{"Nothing", ""}),
+        StructureCase{"Nothing", ""}),
     [](const auto& test) { return std::string(test.param.what); });
 
 }  // namespace

@@ -14,32 +14,32 @@ namespace modelsrvd {
 
 namespace {
 
-std::vector<std::string> commandFor(const std::vector<std::string>& words) {
+std::vector<std::string> commandFor(const std::vector<std::string>& args) {
   std::vector<std::string> command{test_support::modelsrvdProgram()};
-  command.insert(command.end(), words.begin(), words.end());
+  command.insert(command.end(), args.begin(), args.end());
   return command;
 }
 
-std::vector<std::string> named(std::vector<std::string> words, const std::string& name) {
-  words.insert(words.end(), {"--name", name});
-  return words;
+std::vector<std::string> withName(std::vector<std::string> args, const std::string& name) {
+  args.insert(args.end(), {"--name", name});
+  return args;
 }
 
 }  // namespace
 
-ServerProcess::ServerProcess(const std::vector<std::string>& switches, bool mergeErrors)
+ServerProcess::ServerProcess(const std::vector<std::string>& options, bool mergeErrors)
     : name_(test_support::uniquePortName()),
-      process_(commandFor(named(switches, name_)), {{}, {}, mergeErrors}) {
+      process_(commandFor(withName(options, name_)), {{}, {}, mergeErrors}) {
   EXPECT_EQ(process_.readLine(), "ready " + name_) << process_.errors();
 }
 
-bool ServerProcess::ends(int signal) {
+bool ServerProcess::stops(int signal) {
   process_.signal(signal);
   const auto status = process_.waitForExit();
   return status == test_support::ExitStatus{} && process_.errors().empty();
 }
 
-ScratchFile::ScratchFile(const std::string& text)
+TemporaryFile::TemporaryFile(const std::string& text)
     : path_(testing::TempDir() + "modelsrvd_test_XXXXXX") {
   const int descriptor = ::mkstemp(path_.data());
   EXPECT_GE(descriptor, 0);
@@ -47,16 +47,16 @@ ScratchFile::ScratchFile(const std::string& text)
   write(text);
 }
 
-ScratchFile::~ScratchFile() {
+TemporaryFile::~TemporaryFile() {
   std::filesystem::remove(path_);
 }
 
-void ScratchFile::write(const std::string& text) const {
+void TemporaryFile::write(const std::string& text) const {
   std::ofstream(path_, std::ios::trunc) << text;
 }
 
-test_support::Finished runServer(const std::vector<std::string>& words) {
-  return test_support::run(commandFor(words));
+test_support::Finished runServer(const std::vector<std::string>& args) {
+  return test_support::run(commandFor(args));
 }
 
 }  // namespace modelsrvd

@@ -7,32 +7,32 @@
 
 namespace modelsrvd {
 
-/// `modelsrvd` under a name of its own, started and ready. What a test checks
-/// further it does on `process`.
+/// A running `modelsrvd` with a unique port name. The constructor waits until it is
+/// ready, the destructor terminates it.
 class ServerProcess {
  public:
-  /// With `mergeErrors` what it complains of comes as lines of its output.
-  explicit ServerProcess(const std::vector<std::string>& switches, bool mergeErrors = false);
+  /// With `mergeErrors`, standard error is merged into the output.
+  explicit ServerProcess(const std::vector<std::string>& options, bool mergeErrors = false);
 
   [[nodiscard]] const std::string& name() const { return name_; }
   [[nodiscard]] test_support::Process& process() { return process_; }
 
-  /// Asks for the end with `signal`; true where the server ended with status 0
-  /// and wrote nothing on standard error.
-  [[nodiscard]] bool ends(int signal);
+  /// Sends `signal`, waits for the exit and returns whether the status was 0 and
+  /// nothing was written to standard error.
+  [[nodiscard]] bool stops(int signal);
 
  private:
   std::string name_;
   test_support::Process process_;
 };
 
-/// A file with a text of its own, removed at the end.
-class ScratchFile {
+/// A temporary file with the given text, removed by the destructor.
+class TemporaryFile {
  public:
-  explicit ScratchFile(const std::string& text);
-  ~ScratchFile();
-  ScratchFile(const ScratchFile&) = delete;
-  ScratchFile& operator=(const ScratchFile&) = delete;
+  explicit TemporaryFile(const std::string& text);
+  ~TemporaryFile();
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
 
   void write(const std::string& text) const;
   [[nodiscard]] const std::string& path() const { return path_; }
@@ -41,7 +41,7 @@ class ScratchFile {
   std::string path_;
 };
 
-/// The whole of `run`ning modelsrvd with these words.
-test_support::Finished runServer(const std::vector<std::string>& words);
+/// Runs `modelsrvd` with these arguments to its exit.
+test_support::Finished runServer(const std::vector<std::string>& args);
 
 }  // namespace modelsrvd

@@ -12,31 +12,31 @@ class SignalsTest : public testing::Test {
   Signals signals_{manager_};
 };
 
-TEST_F(SignalsTest, AskForNothingAtFirst) {
-  EXPECT_TRUE(signals_.set());
-  EXPECT_FALSE(signals_.ended());
-  EXPECT_FALSE(signals_.takeReload());
+TEST_F(SignalsTest, RequestNothingInitially) {
+  EXPECT_TRUE(signals_.installed());
+  EXPECT_FALSE(signals_.stopRequested());
+  EXPECT_FALSE(signals_.takeReloadRequest());
 }
 
-TEST_F(SignalsTest, AskForAReloadOnce) {
+TEST_F(SignalsTest, RequestAReloadOnce) {
   ASSERT_EQ(::raise(SIGHUP), 0);
-  EXPECT_TRUE(signals_.takeReload());
-  EXPECT_FALSE(signals_.takeReload());
-  EXPECT_FALSE(signals_.ended());
+  EXPECT_TRUE(signals_.takeReloadRequest());
+  EXPECT_FALSE(signals_.takeReloadRequest());
+  EXPECT_FALSE(signals_.stopRequested());
 }
 
-TEST_F(SignalsTest, WakeTheManagerThatWouldWaitWithoutLimit) {
+TEST_F(SignalsTest, WakeAManagerThatWaitsWithoutATimeout) {
   ASSERT_EQ(::raise(SIGTERM), 0);
   EXPECT_EQ(manager_.receiveEvent(-1), EvtSrv::EvtRes_Timeout);
-  EXPECT_TRUE(signals_.ended());
+  EXPECT_TRUE(signals_.stopRequested());
 }
 
-TEST_F(SignalsTest, SurviveAPipeWithoutAReader) {
+TEST_F(SignalsTest, IgnoreAPipeWithoutAReader) {
   ASSERT_EQ(::raise(SIGPIPE), 0);
-  EXPECT_FALSE(signals_.ended());
+  EXPECT_FALSE(signals_.stopRequested());
 }
 
-TEST(Signals, HaveNoEffectAfterwards) {
+TEST(Signals, AreIgnoredAfterDestruction) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   { const Signals signals(manager); }
   ASSERT_EQ(::raise(SIGTERM), 0);

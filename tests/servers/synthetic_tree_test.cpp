@@ -8,7 +8,7 @@
 namespace modelsrvd {
 namespace {
 
-TEST(SyntheticTree, IsNamedAndNumberedByPlace) {
+TEST(SyntheticTree, NamesAndNumbersItsPartsByPosition) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   ModelSrv::ModelRoot root(&manager);
   SyntheticTree tree({1001, 2});
@@ -21,7 +21,7 @@ TEST(SyntheticTree, IsNamedAndNumberedByPlace) {
   EXPECT_EQ(tree.part(1).id(), 1U);
 }
 
-TEST(SyntheticTree, ChangesEveryPartOnceARound) {
+TEST(SyntheticTree, ChangesEveryPartOncePerRound) {
   for (const SyntheticShape shape : {SyntheticShape{1, 1}, SyntheticShape{1, 2},
                                      SyntheticShape{7, 13}, SyntheticShape{10, 100}}) {
     SyntheticTree tree(shape);

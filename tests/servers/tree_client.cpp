@@ -28,7 +28,7 @@ ModelRes TreeClient::AnyPart::update(void* /*context*/, unsigned short /*index*/
 TreeClient::TreeClient(const std::string& port)
     : connected_(root_.startAsClient(port, ModelSrv::ModelRoot::CachePeriod_Stop,
                                      EvtSrv::ConBehave_Default)) {
-  // Only a part that hangs there is told of updates.
+  // A part receives updates only as a child of the root.
   static_cast<void>(root_.add(&part_));
 }
 
@@ -74,7 +74,7 @@ ModelSrv::ModelPart* TreeClient::at(std::string_view path) {
 std::string TreeClient::get(std::string_view path) {
   ModelSrv::ModelPart* const part = at(path);
   if (part == nullptr) {
-    return "<nothing there>";
+    return "<no such part>";
   }
   std::ostringstream text;
   const ModelRes result = part->save(text, ModelSrv::ModelPartIndex_All);

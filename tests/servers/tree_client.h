@@ -10,7 +10,7 @@
 
 namespace modelsrvd {
 
-/// A client that reads a server's tree by names, for tests. For one thread.
+/// A test client that addresses the parts of a server's tree by path. For one thread.
 class TreeClient {
  public:
   explicit TreeClient(const std::string& port);
@@ -20,28 +20,28 @@ class TreeClient {
 
   [[nodiscard]] ModelSrv::ModelRes connected() const { return connected_; }
 
-  /// The text of the part at a path such as "/drive/speed"; a text in "<>" says
-  /// what came instead.
+  /// The value text of the part at a path such as "/drive/speed"; an error in "<>" if
+  /// there is none.
   std::string get(std::string_view path);
   ModelSrv::ModelRes store(std::string_view path, const std::string& text);
   ModelSrv::ModelRes subscribe(std::string_view path);
 
-  /// The names and ids of the children; empty where there are none.
+  /// The names and ids of the children; empty if there are none.
   std::vector<std::string> names(std::string_view path);
   std::vector<unsigned short> ids(std::string_view path);
   std::vector<std::string> elementNames(std::string_view path);
-  /// Whether there is something at the path.
+  /// Whether there is a part at the path.
   bool has(std::string_view path);
 
-  /// Dispatches events until an update comes; false where none comes in time.
+  /// Dispatches events until an update arrives; false after the timeout.
   bool waitForUpdate();
-  /// Dispatches events until `done` or too long.
+  /// Dispatches events until `done` returns true; false after the timeout.
   bool pumpUntil(const std::function<bool()>& done);
 
   [[nodiscard]] unsigned updates() const { return part_.updates; }
 
  private:
-  /// Answers for any part; see ModelPart.
+  /// The proxy for all parts of the server; `chain` selects one. See ModelPart.
   class AnyPart final : public ModelSrv::ModelPart {
    public:
     explicit AnyPart(ModelSrv::ModelRoot& root) : root_(root) {}
@@ -57,7 +57,7 @@ class TreeClient {
     ModelSrv::ModelRoot& root_;
   };
 
-  /// The part for a request about what stands at `path`; null where nothing does.
+  /// The proxy for a request about the part at `path`; null if there is none.
   ModelSrv::ModelPart* at(std::string_view path);
   std::optional<std::vector<ModelSrv::ModelPartId>> resolve(std::string_view path);
   ModelSrv::ModelPart* pointAt(std::vector<ModelSrv::ModelPartId> chain);

@@ -172,7 +172,7 @@ TEST_F(Churned, AStoppedWatcherCostsTheServerLittleAndOthersNothing) {
   for (int group = 0; group < groups; ++group) {
     shell.readThrough(plainLine("/group_00" + std::to_string(group) + "/item_0000"));
   }
-  EXPECT_TRUE(server_.ends(SIGTERM));
+  EXPECT_TRUE(server_.stops(SIGTERM));
 }
 
 }  // namespace
