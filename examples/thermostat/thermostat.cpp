@@ -1,10 +1,10 @@
-// A model server of one's own: a thermostat, whose room is simulated. It serves
+// A model server for a simulated thermostat. It publishes
 //
 //     /temperature  read-only array: inside, outside, in degrees Celsius
-//     /setpoint     5 to 30 degrees; anything else is refused
-//     /mode         "off" or "heat"
+//     /setpoint     5 to 30 degrees; other values are rejected
+//     /mode         "off" or "heat"; other values are rejected
 //
-// until SIGINT or SIGTERM: "thermostat [NAME]", by default Model_thermostat.
+// until SIGINT or SIGTERM. Usage: "thermostat [NAME]", by default Model_thermostat.
 
 #include <chrono>
 #include <csignal>
@@ -17,31 +17,31 @@
 
 namespace {
 
-EvtSrv::EventPortManager* pumped = nullptr;
-volatile std::sig_atomic_t ending = 0;
+EvtSrv::EventPortManager* managerToWake = nullptr;
+volatile std::sig_atomic_t stopRequested = 0;
 
-void end(int /*signal*/) {
-  ending = 1;
-  pumped->wake();
+void requestStop(int /*signal*/) {
+  stopRequested = 1;
+  managerToWake->wake();
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Void, false);
-  pumped = &manager;
-  std::signal(SIGINT, end);
-  std::signal(SIGTERM, end);
+  managerToWake = &manager;
+  std::signal(SIGINT, requestStop);
+  std::signal(SIGTERM, requestStop);
 
   ModelSrv::ArrayPart<double> temperature(1, "temperature", {18.5, 4}, {"inside", "outside"},
                                           ModelSrv::ModelPartStatus_ReadOnly);
   ModelSrv::ValuePart<double> setpoint(2, "setpoint", 20.5);
-  setpoint.setStoreCheck([](const double& wanted, ModelSrv::ModelPartIndex) {
-    return wanted >= 5 && wanted <= 30 ? ModelSrv::ModelRes_Success : ModelSrv::ModelRes_Vetoed;
+  setpoint.setStoreCheck([](const double& value, ModelSrv::ModelPartIndex) {
+    return value >= 5 && value <= 30 ? ModelSrv::ModelRes_Success : ModelSrv::ModelRes_Vetoed;
   });
   ModelSrv::ValuePart<std::string> mode(3, "mode", "off");
-  mode.setStoreCheck([](const std::string& wanted, ModelSrv::ModelPartIndex) {
-    const bool known = wanted == "off" || wanted == "heat";
+  mode.setStoreCheck([](const std::string& value, ModelSrv::ModelPartIndex) {
+    const bool known = value == "off" || value == "heat";
     return known ? ModelSrv::ModelRes_Success : ModelSrv::ModelRes_Vetoed;
   });
 
@@ -60,13 +60,13 @@ int main(int argc, char* argv[]) {
   std::cout << "ready " << name << std::endl;
 
   auto next = std::chrono::steady_clock::now();
-  while (ending == 0) {
+  while (stopRequested == 0) {
     static_cast<void>(manager.receiveEvent(200));
     if (std::chrono::steady_clock::now() >= next) {
       next += std::chrono::seconds(1);
       const double inside = temperature.value(0);
-      const double drawn = mode.value() == "heat" ? setpoint.value() : temperature.value(1);
-      static_cast<void>(temperature.setValue(0, inside + (drawn - inside) / 16));
+      const double target = mode.value() == "heat" ? setpoint.value() : temperature.value(1);
+      static_cast<void>(temperature.setValue(0, inside + (target - inside) / 16));
     }
   }
   root.stop(true);
