@@ -8,8 +8,9 @@ namespace treescope {
 
 namespace {
 
-// Non-blocking for the opening alone: that is what a named pipe would wait in.
-bool isReadable(int descriptor) {
+// False for a directory. The file was opened non-blocking, because opening a named
+// pipe would otherwise wait for a writer; reading blocks again.
+bool makeReadable(int descriptor) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0 || S_ISDIR(status.st_mode)) {
     return false;
@@ -25,7 +26,7 @@ CommandFile::CommandFile(const char* fileName) {
   if (descriptor == -1) {
     return;
   }
-  if (isReadable(descriptor)) {
+  if (makeReadable(descriptor)) {
     stream_.reset(fdopen(descriptor, "r"));
   }
   if (stream_ == nullptr) {
@@ -44,7 +45,7 @@ std::string CommandFile::nextLine() {
       ended_ = true;
       break;
     }
-    if (line.size() == longestLine) {
+    if (line.size() == maxLineLength) {
       cut_ = true;
       break;
     }

@@ -6,31 +6,30 @@
 
 namespace treescope {
 
-/// A file of command lines that is being read, from its beginning.
+/// Reads a file of command lines from its beginning.
 ///
-/// Opened by whoever runs it and read on the same thread. Programs that the shell
-/// starts meanwhile do not inherit it. A read that the system refuses ends the
+/// Used by one thread, the one that runs the commands. Programs that the shell
+/// starts do not inherit the descriptor. A read error counts as the end of the
 /// file.
 class CommandFile {
  public:
-  /// The most bytes of a line that are delivered.
-  static constexpr std::size_t longestLine = 999;
+  /// A longer line is cut to this number of bytes.
+  static constexpr std::size_t maxLineLength = 999;
 
-  /// Opens `fileName` (zero-terminated, not null). Never waits for a writer of a
-  /// named pipe.
+  /// Opens `fileName` (zero-terminated, not null). Does not wait for a writer when
+  /// the file is a named pipe.
   explicit CommandFile(const char* fileName);
 
-  /// Whether the file can be read; a directory cannot. If not, nothing below may
-  /// be called.
+  /// Whether the file can be read; a directory cannot. The functions below require
+  /// it.
   [[nodiscard]] bool opened() const { return stream_ != nullptr; }
 
-  /// Whether nothing more is delivered: the end was met, which is noticed only
-  /// when a line without a line feed has been read, the empty one behind the last
-  /// line feed too.
+  /// Whether there is no further line. The end is noticed only after a line that no
+  /// line feed ends, which includes the empty line after the last line feed.
   [[nodiscard]] bool ended() const { return ended_; }
 
-  /// The next line without its line feed. Where it is longer than `longestLine`,
-  /// its beginning; what follows it then is an empty line that ends the file.
+  /// The next line without its line feed. Of a line longer than `maxLineLength`,
+  /// the beginning; the line after it is then empty and the last one.
   [[nodiscard]] std::string nextLine();
 
  private:

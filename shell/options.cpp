@@ -13,7 +13,7 @@ namespace {
 constexpr std::array<std::pair<std::string_view, std::string_view>, 3> longForms = {
     {{"--command", "c"}, {"--file", "f"}, {"--help", "h"}}};
 
-// Empty for a word that is no switch as a whole.
+// The option letters of `word`; empty for a word that is to be ignored.
 std::string_view lettersOf(std::string_view word) {
   if (word.size() < 2 || word.front() != '-') {
     return {};
@@ -30,15 +30,15 @@ std::string_view lettersOf(std::string_view word) {
 }  // namespace
 
 void parseOptions(int argc, char* argv[], int& mode, std::string& text) {
-  for (int at = 1; at < argc; ++at) {
-    for (const char letter : lettersOf(argv[at])) {
+  for (int index = 1; index < argc; ++index) {
+    for (const char letter : lettersOf(argv[index])) {
       if (letter == 'a') {
         forceLoadFlag = true;
       } else if (letter == 'h') {
         mode = run_mode::help;
-      } else if (at + 1 < argc) {
+      } else if (index + 1 < argc) {
         mode = letter == 'c' ? run_mode::commandString : run_mode::commandFile;
-        text = argv[++at];
+        text = argv[++index];
       }
       if (mode != run_mode::interactive) {
         break;

@@ -3,15 +3,16 @@
 #include <atomic>
 #include <string>
 
-/// The switches of the program's command line.
+/// The options of the program's command line.
 
 namespace treescope {
 
-/// Set by the switch "-a": `set` stores with the loader's flag, which protected
-/// parts ask for. Written before the shell is constructed, read from any thread.
+/// Set by the option "-a": `set` and `str` store with the loader's flag, which
+/// protected parts require. Written before the shell is constructed, read by any
+/// thread.
 extern std::atomic<bool> forceLoadFlag;
 
-/// What the program is asked to do.
+/// What the program does.
 namespace run_mode {
 inline constexpr int interactive = 0;
 inline constexpr int commandString = 1;
@@ -19,12 +20,12 @@ inline constexpr int commandFile = 2;
 inline constexpr int help = 3;
 }  // namespace run_mode
 
-/// Reads `argv` (argv[0] is skipped): sets `mode` to a value of `run_mode` and
-/// `text` to the command string or the file's name, and `forceLoadFlag`; what no
-/// switch asks for is left alone. Later switches win; of the letters of one word
-/// those are skipped that stand behind the first one after which a mode is set,
-/// by whatever word. What it does not know is ignored without a message, and so
-/// is a switch whose text is missing.
+/// Parses `argv` from argv[1] on. Sets `mode` to a value of `run_mode`, `text` to the
+/// command string or the name of the command file, and `forceLoadFlag`; leaves
+/// unchanged what no option sets. A later option overrides an earlier one. The letters
+/// of a word take effect up to the first one after which a mode is set, by this word
+/// or an earlier one. Unknown words, and an option whose text is missing, are ignored
+/// without a message.
 void parseOptions(int argc, char* argv[], int& mode, std::string& text);
 
 }  // namespace treescope

@@ -1,17 +1,17 @@
 #pragma once
 
-/// The codes with which commands, the dispatcher and the script runners answer,
-/// and the messages that belong to them. Plain integers: a handler may give any.
+/// The result codes of commands, of the dispatcher and of the script runners, and
+/// their messages. They are plain integers; a handler may return any other, too.
 
 namespace treescope {
 
 namespace result {
 inline constexpr int success = 1;
 inline constexpr int unknownError = 2;
-/// Nothing to report: not supported by this shell, or nothing was asked.
+/// Nothing to report: an empty command, or one that this shell does not support.
 inline constexpr int nothing = 3;
 inline constexpr int notFound = 4;
-/// Options that the command does not take, too many arguments or too few.
+/// An option that the command does not accept, too many arguments or too few.
 inline constexpr int optionError = 5;
 inline constexpr int openFileError = 6;
 inline constexpr int connectError = 7;
@@ -22,7 +22,8 @@ inline constexpr int badArgument = 10;
 inline constexpr int exit = 11;
 }  // namespace result
 
-/// The message of `code`; null for the codes that have none. Any thread.
+/// The message of `code`; null for success, nothing and exit, which have none. Any
+/// thread.
 [[nodiscard]] const char* resultMessage(int code);
 
 }  // namespace treescope

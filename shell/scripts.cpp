@@ -7,22 +7,22 @@ namespace treescope {
 
 namespace {
 
-// Files that run each other stop here, long before the stack does.
-constexpr int deepestCommandFile = 64;
+// Far from the limit of the stack.
+constexpr int maxCommandFileDepth = 64;
 
-/// Counts itself in for its lifetime.
-class Nesting {
+/// Raises a depth by one while it lives.
+class DepthGuard {
  public:
-  explicit Nesting(int& depth) : depth_(depth) { ++depth_; }
-  ~Nesting() { --depth_; }
-  Nesting(const Nesting&) = delete;
-  Nesting& operator=(const Nesting&) = delete;
+  explicit DepthGuard(int& depth) : depth_(depth) { ++depth_; }
+  ~DepthGuard() { --depth_; }
+  DepthGuard(const DepthGuard&) = delete;
+  DepthGuard& operator=(const DepthGuard&) = delete;
 
  private:
   int& depth_;
 };
 
-// A closing quote stays where it is; files written for this rule rely on it.
+// A closing quote is kept: existing command files rely on it.
 void removeOpeningQuote(std::string& text) {
   trimLeft(text);
   if (!text.starts_with('"')) {
@@ -73,10 +73,10 @@ int ScopeBase::runCommandString(const char* text, int unquote) {
 }
 
 int ScopeBase::runCommandFile(const char* fileName) {
-  if (commandFileDepth_ == deepestCommandFile) {
+  if (commandFileDepth_ == maxCommandFileDepth) {
     return result::unknownError;
   }
-  const Nesting nesting(commandFileDepth_);
+  const DepthGuard guard(commandFileDepth_);
   CommandFile file(fileName);
   if (!file.opened()) {
     return result::openFileError;

@@ -16,12 +16,13 @@ namespace treescope {
 
 namespace {
 
-// The system's compiler of expressions recurses with their depth, and writes out
-// what a "\{n\}" repeats, nested ones multiplied.
-constexpr std::size_t longestPattern = 4096;
-constexpr std::size_t mostCopies = 100'000;
+// regcomp(3) recurses with the nesting of an expression, and copies what a "\{n\}"
+// repeats; nested repetitions multiply.
+constexpr std::size_t maxPatternLength = 4096;
+constexpr std::size_t maxCopies = 100'000;
 
-/// An expression of regcomp(3); not compiled for a pattern that it rejects.
+/// A compiled regular expression. A pattern that regcomp(3) rejects is left
+/// uncompiled.
 class Expression {
  public:
   explicit Expression(const std::string& text)
@@ -36,7 +37,7 @@ class Expression {
 
   [[nodiscard]] bool compiled() const { return compiled_; }
 
-  [[nodiscard]] bool covers(const std::string& path) const {
+  [[nodiscard]] bool matchesWhole(const std::string& path) const {
     regmatch_t span{};
     return regexec(&expression_, path.c_str(), 1, &span, 0) == 0 && span.rm_so == 0 &&
            static_cast<std::size_t>(span.rm_eo) == path.size();
@@ -47,40 +48,41 @@ class Expression {
   bool compiled_;
 };
 
-// The larger number of a repetition's "m,n", whose digits begin at `at`.
-std::size_t copiesAt(std::string_view pattern, std::size_t at) {
+// The larger number of a repetition's "m,n", whose digits begin at `offset`.
+std::size_t copiesAt(std::string_view pattern, std::size_t offset) {
   std::size_t largest = 1;
   std::size_t number = 0;
-  for (; at < pattern.size() &&
-         (std::isdigit(static_cast<unsigned char>(pattern[at])) != 0 || pattern[at] == ',');
-       ++at) {
+  for (const char c : pattern.substr(offset)) {
+    if (c != ',' && std::isdigit(static_cast<unsigned char>(c)) == 0) {
+      break;
+    }
+    // One more than the limit is as good as any larger number, and cannot overflow.
     number =
-        pattern[at] == ','
-            ? 0
-            : std::min(number * 10 + static_cast<std::size_t>(pattern[at] - '0'), mostCopies + 1);
+        c == ',' ? 0 : std::min(number * 10 + static_cast<std::size_t>(c - '0'), maxCopies + 1);
     largest = std::max(largest, number);
   }
   return largest;
 }
 
-bool isAffordable(std::string_view pattern) {
+bool isWithinLimits(std::string_view pattern) {
   constexpr std::string_view opening = "\\{";
   std::size_t copies = 1;
-  for (std::size_t at = pattern.find(opening); at != std::string_view::npos && copies <= mostCopies;
-       at = pattern.find(opening, at)) {
-    at += opening.size();
-    copies *= copiesAt(pattern, at);
+  for (std::size_t offset = pattern.find(opening);
+       offset != std::string_view::npos && copies <= maxCopies;
+       offset = pattern.find(opening, offset)) {
+    offset += opening.size();
+    copies *= copiesAt(pattern, offset);
   }
-  return copies <= mostCopies && pattern.size() <= longestPattern;
+  return copies <= maxCopies && pattern.size() <= maxPatternLength;
 }
 
 std::string expressionText(const char* pattern) {
   std::string text;
-  for (const char* at = pattern; *at != '\0'; ++at) {
-    if (*at == '*') {
+  for (const char c : std::string_view(pattern)) {
+    if (c == '*') {
       text += '.';
     }
-    text += *at;
+    text += c;
   }
   return text;
 }
@@ -115,11 +117,11 @@ std::vector<PathOfNode> nodesAtDepth(const WordNode& root, std::size_t depth) {
 }  // namespace
 
 WordNode::~WordNode() {
-  std::vector<std::unique_ptr<WordNode>> doomed = std::move(children);
-  while (!doomed.empty()) {
-    const std::unique_ptr<WordNode> node = std::move(doomed.back());
-    doomed.pop_back();
-    std::move(node->children.begin(), node->children.end(), std::back_inserter(doomed));
+  std::vector<std::unique_ptr<WordNode>> pending = std::move(children);
+  while (!pending.empty()) {
+    const std::unique_ptr<WordNode> node = std::move(pending.back());
+    pending.pop_back();
+    std::move(node->children.begin(), node->children.end(), std::back_inserter(pending));
     node->children.clear();
   }
 }
@@ -132,11 +134,11 @@ WordNode& WordNode::add(std::string childName) {
 
 WordNode& WordNode::at(const std::vector<std::string>& path) {
   WordNode* node = this;
-  for (const std::string& wanted : path) {
+  for (const std::string& component : path) {
     const auto found = std::find_if(
         node->children.begin(), node->children.end(),
-        [&wanted](const std::unique_ptr<WordNode>& child) { return child->name == wanted; });
-    node = found == node->children.end() ? &node->add(wanted) : found->get();
+        [&component](const std::unique_ptr<WordNode>& child) { return child->name == component; });
+    node = found == node->children.end() ? &node->add(component) : found->get();
   }
   return *node;
 }
@@ -147,10 +149,11 @@ void WordNode::setChildren(const std::vector<std::string>& names) {
     before.try_emplace(child->name, std::move(child));
   }
   children.clear();
-  for (const std::string& wanted : names) {
-    const auto [slot, isNew] = before.try_emplace(wanted);
+  for (const std::string& childName : names) {
+    // The slot is null if the name is already among the children.
+    const auto [slot, isNew] = before.try_emplace(childName);
     if (isNew) {
-      add(wanted);
+      add(childName);
     } else if (slot->second != nullptr) {
       children.push_back(std::move(slot->second));
     }
@@ -159,7 +162,7 @@ void WordNode::setChildren(const std::vector<std::string>& names) {
 
 std::vector<std::string> matchingPaths(const WordNode& root, const char* pattern) {
   std::vector<std::string> matches;
-  if (!isAffordable(pattern)) {
+  if (!isWithinLimits(pattern)) {
     return matches;
   }
   const Expression expression(expressionText(pattern));
@@ -169,7 +172,7 @@ std::vector<std::string> matchingPaths(const WordNode& root, const char* pattern
   std::vector<std::string> components;
   splitAtSeparator(pattern, components, '/');
   for (PathOfNode& found : nodesAtDepth(root, components.size())) {
-    if (expression.covers(found.path)) {
+    if (expression.matchesWhole(found.path)) {
       matches.push_back(std::move(found.path));
     }
   }

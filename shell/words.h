@@ -3,29 +3,29 @@
 #include <string>
 #include <vector>
 
-/// How a line becomes commands and a command becomes words.
+/// Splits a line into commands and a command into words.
 ///
-/// Bytes in, bytes out: no encoding is assumed, the blank (0x20) is the only
-/// white space, nothing is escaped. Any thread may call; nothing can fail but for
-/// want of memory. Texts are zero-terminated and not null.
+/// Texts are bytes: no encoding is assumed, the space (0x20) is the only white
+/// space, and there is no escape character. Pure functions; any thread may call
+/// them. They fail only when out of memory. Texts are zero-terminated and not null.
 
 namespace treescope {
 
-/// Removes the leading blanks.
+/// Removes the leading spaces.
 void trimLeft(std::string& s);
 
-/// Removes the trailing blanks.
+/// Removes the trailing spaces.
 void trimRight(std::string& s);
 
 /// Appends the pieces of `text` between separators to `out`. Empty pieces are
-/// left out except the last one, which is always there: "a;;b" gives "a", "b";
-/// "a;" gives "a", ""; "" gives "". Quotes do not protect a separator.
+/// omitted except the last one: "a;;b" becomes "a", "b"; "a;" becomes "a", "";
+/// "" becomes "". A separator inside quotes separates, too.
 void splitAtSeparator(const char* text, std::vector<std::string>& out, char separator);
 
 /// Appends the words of `command` to `words`. A word that begins with a double
-/// quote reaches to the next double quote and may hold blanks or be empty; what
-/// follows that quote without a blank is the next word. A quote elsewhere, or
-/// without a partner, is part of its word.
+/// quote extends to the next double quote, and may contain spaces or be empty; the
+/// next word begins after that quote, with or without a space. A quote inside a
+/// word, or an opening quote that is not closed, is an ordinary character.
 void splitWords(const char* command, std::vector<std::string>& words);
 
 }  // namespace treescope

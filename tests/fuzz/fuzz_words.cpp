@@ -1,11 +1,11 @@
-/// What a person types: lines into commands, commands into words, words into
-/// options and paths, the program's own switches, and patterns.
+/// Fuzzes what a user types: the splitting of lines into commands and of commands
+/// into words, options, paths, the program's own options, and patterns.
 ///
-/// Input: one line. Splitting loses and invents nothing, a resolved path is one
-/// that resolves to itself, options end up nowhere else.
+/// Input: one line. Splitting loses and adds no bytes, a resolved path resolves to
+/// itself, and no option remains among the arguments.
 ///
-/// Corpus: `command`, `quoted`, `lone_quote`, `commands`, `options`, `switches`,
-/// `path_up`, `absolute_path`, `pattern`.
+/// Corpus: `command`, `quoted`, `lone_quote`, `commands`, `options`,
+/// `program_options`, `path_up`, `absolute_path`, `pattern`.
 
 #include <algorithm>
 #include <string>
@@ -40,18 +40,18 @@ std::string joined(const Words& words) {
 void checkTrim(const std::string& line) {
   std::string trimmed = line;
   trimLeft(trimmed);
-  require(line.ends_with(trimmed) && !trimmed.starts_with(' '), "only leading blanks go");
+  require(line.ends_with(trimmed) && !trimmed.starts_with(' '), "removes only leading spaces");
   const std::string before = trimmed;
   trimRight(trimmed);
-  require(before.starts_with(trimmed) && !trimmed.ends_with(' '), "only trailing blanks go");
-  require(without(trimmed, " ") == without(line, " "), "nothing but blanks goes");
+  require(before.starts_with(trimmed) && !trimmed.ends_with(' '), "removes only trailing spaces");
+  require(without(trimmed, " ") == without(line, " "), "removes nothing but spaces");
 }
 
 void checkPieces(const std::string& line, char separator) {
   Words pieces;
   splitAtSeparator(line.c_str(), pieces, separator);
   require(!pieces.empty(), "there is a last piece");
-  require(joined(pieces) == without(line, std::string(1, separator)), "only separators go");
+  require(joined(pieces) == without(line, std::string(1, separator)), "removes only separators");
   require(std::find(pieces.begin(), pieces.end() - 1, "") == pieces.end() - 1,
           "only the last piece may be empty");
 }
@@ -60,8 +60,8 @@ Words checkWords(const std::string& line) {
   Words words;
   splitWords(line.c_str(), words);
   require(without(joined(words), " \"") == without(line, " \""),
-          "nothing but blanks and quotes goes");
-  // Words in quotes come back, those that hold a quote themselves aside.
+          "removes nothing but spaces and quotes");
+  // A quoted word is read back as it is, unless it contains a quote.
   std::string quoted;
   Words expected;
   for (const std::string& word : words) {
@@ -72,7 +72,7 @@ Words checkWords(const std::string& line) {
   }
   Words again;
   splitWords(quoted.c_str(), again);
-  require(again == expected, "a word in quotes stays what it is");
+  require(again == expected, "a quoted word is unchanged");
   return words;
 }
 
@@ -80,17 +80,17 @@ void checkOptions(const Words& words) {
   for (const CommandRow& row : commandTable) {
     Words args = words;
     unsigned options = ~0U;
-    const int verdict = checkArguments(args, options, row.maxArgs, row.optionMask);
+    const int code = checkArguments(args, options, row.maxArgs, row.optionMask);
     require(std::none_of(args.begin(), args.end(),
                          [](const std::string& word) { return word.starts_with('-'); }),
-            "no option stays among the arguments");
-    require((verdict == result::success) ==
+            "no option remains among the arguments");
+    require((code == result::success) ==
                 (args.size() <= row.maxArgs && (options & ~row.optionMask) == 0),
-            "what the table allows is accepted, and nothing else");
+            "accepts exactly what the row allows");
   }
 }
 
-void checkSwitches(Words words) {
+void checkProgramOptions(Words words) {
   Words kept = words;
   words.insert(words.begin(), "treescope");
   std::vector<char*> argv;
@@ -103,21 +103,21 @@ void checkSwitches(Words words) {
   std::string text;
   parseOptions(count, argv.data(), mode, text);
   forceLoadFlag = false;
-  require(mode >= run_mode::interactive && mode <= run_mode::help, "the mode is one");
+  require(mode >= run_mode::interactive && mode <= run_mode::help, "the mode is valid");
   require(text.empty() || std::find(kept.begin(), kept.end(), text) != kept.end(),
-          "a switch's text is a word");
+          "the text of an option is one of the words");
 }
 
 void checkPath(const std::string& typed, const std::vector<std::string>& base) {
   std::string path = typed;
   resolvePath(path, base);
-  require(path.empty() || path.front() == '/', "a resolved path begins at the top");
+  require(path.empty() || path.front() == '/', "a resolved path begins with a slash");
   require(!path.ends_with('/') && path.find("//") == std::string::npos,
           "it has no empty components");
-  require((path + '/').find("/../") == std::string::npos, "it goes down only");
+  require((path + '/').find("/../") == std::string::npos, "it contains no parent component");
   std::string again = path;
   resolvePath(again, path.empty() ? std::vector<std::string>{} : base);
-  require(again == path, "it leads to itself from everywhere");
+  require(again == path, "it resolves to itself from any location");
 }
 
 void checkPattern(const std::string& line) {
@@ -128,7 +128,7 @@ void checkPattern(const std::string& line) {
   net.add("");
   const Words all{"cpu", "net", "cpu/load", "net/a.b", "net/"};
   for (const std::string& path : matchingPaths(root, line.c_str())) {
-    require(std::find(all.begin(), all.end(), path) != all.end(), "what matches is there");
+    require(std::find(all.begin(), all.end(), path) != all.end(), "every match is a known path");
   }
 }
 
@@ -143,7 +143,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   const Words words = checkWords(line);
   checkOptions(words);
-  checkSwitches(words);
+  checkProgramOptions(words);
   checkPath(line, {});
   checkPath(line, {"cpu", "load"});
   checkPattern(line);

@@ -21,7 +21,7 @@ using Words = std::vector<std::string>;
 
 const EditorEcho echo{" /"};
 
-/// `line` drawn anew with the cursor at its end.
+/// The bytes that redraw `line` with the cursor at its end.
 std::string redrawn(const std::string& line) {
   return echo.redrawn(line, line.size());
 }
@@ -29,7 +29,7 @@ std::string redrawn(const std::string& line) {
 const Words everyCommand = {"cat ",  "cd ", "du ",  "eu ",  "exit ", "from ", "get ",
                             "help ", "ls ", "set ", "str ", "to ",   "quit "};
 
-TEST(CommandCandidates, AreTheListedCommandsThatBeginWithTheHead) {
+TEST(CommandCandidates, AreTheOfferedCommandsThatBeginWithTheHead) {
   struct Case {
     std::string head;
     Words candidates;
@@ -66,16 +66,16 @@ TEST(CommandCandidates, FollowTheOrderOfTheCodes) {
   EXPECT_TRUE(commandCandidates(&codes[3], "").empty());
 }
 
-/// Completes words to `words` and notes what it is asked.
+/// Completes every word to `words` and records the requests.
 class CompletingShell : public ScopeBase {
  public:
   explicit CompletingShell(int batch = 0) : ScopeBase(nullptr, batch) {}
 
   int doTab(const char* head, const char* word) override {
-    const auto shown = [](const char* text) {
+    const auto quoted = [](const char* text) {
       return text == nullptr ? std::string("null") : '\'' + std::string(text) + '\'';
     };
-    requests.push_back(shown(head) + ' ' + shown(word));
+    requests.push_back(quoted(head) + ' ' + quoted(word));
     if (word != nullptr || completeCommandWord(completedCommands, head)) {
       presentCandidates(words);
     }
@@ -94,7 +94,7 @@ class CompletingShell : public ScopeBase {
 
 class Completion : public testing::Test {
  protected:
-  /// What a Tab press writes, `line` having been typed before it.
+  /// What is printed when Tab is pressed after `line` was typed.
   std::string tabAfter(const std::string& line) {
     CapturedOutput typing;
     shell_.editor().setLine(line);
@@ -126,14 +126,14 @@ TEST_F(Completion, OfAnEmptyLineListsEveryCommand) {
   EXPECT_THAT(shell_.requests, ElementsAre("null null"));
 }
 
-TEST_F(Completion, OfALineOfBlanksListsEveryCommandAndKeepsTheBlanks) {
+TEST_F(Completion, OfALineOfSpacesListsEveryCommandAndKeepsTheSpaces) {
   EXPECT_EQ(tabAfter("  "),
             "\n" + listedCandidates(everyCommand) + echo.prompt("  ") + redrawn("  "));
   EXPECT_EQ(line(), "  ");
   EXPECT_THAT(shell_.requests, ElementsAre("null null"));
 }
 
-TEST_F(Completion, OfACommandWordReplacesTheWholeLineByASingleCandidate) {
+TEST_F(Completion, OfACommandWordReplacesTheWholeLineWithASingleCandidate) {
   EXPECT_EQ(tabAfter("l"), "\n" + echo.prompt("ls "));
   EXPECT_EQ(line(), "ls ");
   expectCursorAtEnd();
@@ -142,24 +142,24 @@ TEST_F(Completion, OfACommandWordReplacesTheWholeLineByASingleCandidate) {
   EXPECT_THAT(shell_.requests, ElementsAre("'l' null", "'ls' null"));
 }
 
-TEST_F(Completion, OfACommandWordListsSeveralAndKeepsALineWithoutBlankAndSlash) {
+TEST_F(Completion, OfACommandWordListsSeveralAndKeepsALineWithoutSpaceAndSlash) {
   EXPECT_EQ(tabAfter("c"), "\n" + listedCandidates({"cat ", "cd "}) + echo.prompt("c"));
   EXPECT_EQ(line(), "c");
   EXPECT_EQ(tab(), "\n" + listedCandidates({"cat ", "cd "}) + echo.prompt("c"));
 }
 
-TEST_F(Completion, OfACommandWordBehindBlanksPutsInWhatSeveralShare) {
+TEST_F(Completion, OfACommandWordAfterSpacesInsertsTheCommonBeginning) {
   EXPECT_EQ(tabAfter("  c"),
             "\n" + listedCandidates({"cat ", "cd "}) + echo.prompt("  c") + redrawn("  c"));
   EXPECT_EQ(line(), "  c");
 }
 
-TEST_F(Completion, OfAnUnknownCommandWordPrintsThePromptAnew) {
+TEST_F(Completion, OfAnUnknownCommandWordPrintsThePromptAgain) {
   EXPECT_EQ(tabAfter("pwd"), "\n" + echo.prompt("pwd"));
   EXPECT_EQ(line(), "pwd");
 }
 
-TEST_F(Completion, OfACompleteCommandWordGoesOnToTheNextWord) {
+TEST_F(Completion, OfACompleteCommandWordCompletesTheNextWord) {
   shell_.words = {"only"};
   EXPECT_EQ(tabAfter("ls "), "\n" + echo.prompt("ls ") + redrawn("ls only"));
   EXPECT_EQ(line(), "ls only");
@@ -167,20 +167,20 @@ TEST_F(Completion, OfACompleteCommandWordGoesOnToTheNextWord) {
   EXPECT_THAT(shell_.requests, ElementsAre("'ls ' null"));
 }
 
-TEST_F(Completion, OfAWordWithoutCandidatesPrintsThePromptAnew) {
+TEST_F(Completion, OfAWordWithoutCandidatesPrintsThePromptAgain) {
   EXPECT_EQ(tabAfter("get /x/a"), "\n" + echo.prompt("get /x/a"));
   EXPECT_EQ(line(), "get /x/a");
   EXPECT_THAT(shell_.requests, ElementsAre("'get ' '/x/a'"));
 }
 
-TEST_F(Completion, OfAWordPutsInASingleCandidate) {
+TEST_F(Completion, OfAWordInsertsASingleCandidate) {
   shell_.words = {"abc"};
   EXPECT_EQ(tabAfter("get /x/a"), "\n" + echo.prompt("get /x/a") + redrawn("get /x/abc"));
   EXPECT_EQ(line(), "get /x/abc");
   expectCursorAtEnd();
 }
 
-TEST_F(Completion, OfAWordListsSeveralAndPutsInWhatTheyShare) {
+TEST_F(Completion, OfAWordListsSeveralAndInsertsTheirCommonBeginning) {
   shell_.words = {"alpha", "alpine"};
   EXPECT_EQ(tabAfter("get /x/a"), "\n" + listedCandidates(shell_.words) + echo.prompt("get /x/a") +
                                       redrawn("get /x/alp"));
@@ -188,13 +188,13 @@ TEST_F(Completion, OfAWordListsSeveralAndPutsInWhatTheyShare) {
   expectCursorAtEnd();
 }
 
-TEST_F(Completion, OfAWordRemovesWhatSeveralDoNotShare) {
+TEST_F(Completion, OfAWordRemovesWhatIsNotCommonToSeveral) {
   shell_.words = {"alpha", "beta"};
   tabAfter("get /x/a");
   EXPECT_EQ(line(), "get /x/");
 }
 
-TEST_F(Completion, OfAWordReplacesItsLastComponentAlone) {
+TEST_F(Completion, OfAWordReplacesOnlyItsLastComponent) {
   shell_.words = {"name/"};
   tabAfter("cd a/b/na");
   EXPECT_EQ(line(), "cd a/b/name/");
@@ -204,7 +204,7 @@ TEST_F(Completion, OfAWordReplacesItsLastComponentAlone) {
   EXPECT_EQ(line(), "   get name/");
 }
 
-TEST_F(Completion, OfAWordPutsASlashBehindTheParent) {
+TEST_F(Completion, OfAWordAppendsASlashToTheParent) {
   shell_.words = {".."};
   EXPECT_EQ(tabAfter("cd .."), "\n" + echo.prompt("cd ..") + redrawn("cd ../"));
   EXPECT_EQ(line(), "cd ../");
@@ -213,20 +213,20 @@ TEST_F(Completion, OfAWordPutsASlashBehindTheParent) {
   EXPECT_EQ(line(), "cd ..");
 }
 
-TEST_F(Completion, OfALinePutsNoSlashBehindTheParent) {
+TEST_F(Completion, OfALineAppendsNoSlashToTheParent) {
   CapturedOutput output;
   shell_.presentLineCandidates({".."});
   EXPECT_EQ(output.take(), echo.prompt(".."));
   EXPECT_EQ(line(), "..");
 }
 
-TEST_F(Completion, OfALineWithoutCandidatesPrintsThePromptAnew) {
+TEST_F(Completion, OfALineWithoutCandidatesPrintsThePromptAgain) {
   CapturedOutput output;
   shell_.presentLineCandidates({});
   EXPECT_EQ(output.take(), echo.prompt());
 }
 
-TEST_F(Completion, OfALineWithASeparatorRunsWhatIsBehindIt) {
+TEST_F(Completion, OfALineWithASeparatorRunsTheCommandsAfterIt) {
   EXPECT_EQ(tabAfter("ls; q"), "\n" + echo.prompt("ls "));
   EXPECT_THAT(shell_.requests, ElementsAre("'ls' null", "exit"));
   EXPECT_EQ(shell_.isRunning(), 0);
@@ -239,14 +239,14 @@ TEST_F(Completion, StoresNothingInTheHistory) {
   EXPECT_THAT(shell_.requests, ElementsAre("'ls ' null", "'!!' null"));
 }
 
-TEST_F(Completion, SendsTheLineInTheWordsOfACommand) {
+TEST_F(Completion, SplitsTheLineIntoWordsLikeACommand) {
   tabAfter("get /a ");
   tabAfter("str \"two words\" /b c");
   tabAfter("get \"a b");
   EXPECT_THAT(shell_.requests, ElementsAre("'get ' '/a'", "'str ' 'c'", "'get ' 'b'"));
 }
 
-TEST(CompletionInBatchMode, ListsSeveralAloneAndSaysNothingOfOne) {
+TEST(CompletionInBatchMode, ListsSeveralAndPrintsNothingForOne) {
   CompletingShell shell(1);
   shell.words = {"one"};
   CapturedOutput output;
@@ -256,7 +256,7 @@ TEST(CompletionInBatchMode, ListsSeveralAloneAndSaysNothingOfOne) {
   EXPECT_EQ(output.take(), "cat   \n\ncd    \n\n");
 }
 
-TEST_F(Completion, TakesCandidatesOfAnyBytes) {
+TEST_F(Completion, AcceptsCandidatesOfAnyBytes) {
   shell_.words = {"\xff\x1b[1m", "\xff\xc3"};
   tabAfter("get \xff");
   EXPECT_EQ(line(), "get \xff");

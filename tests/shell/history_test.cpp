@@ -6,7 +6,7 @@
 #include "tests/support/editor_echo.h"
 #include "tests/support/fed_input.h"
 
-// What becomes of a line with references between Return and the command's handler.
+// How references to the history are resolved, from Return to the command's handler.
 
 namespace treescope {
 namespace {
@@ -22,7 +22,7 @@ class TypedShell : public RecordingShell {
  public:
   TypedShell() : RecordingShell(0) {}
 
-  /// What Return behind `line` writes.
+  /// What is printed when Return is pressed after `line`.
   std::string enter(const std::string& line) {
     lineEditor_.setLine(line);
     CapturedOutput output;
@@ -44,7 +44,7 @@ class History : public testing::Test {
   const std::string item_ = "\033[39m\033[1G";
 };
 
-TEST_F(History, RunsAndKeepsWhatReferencesLeadTo) {
+TEST_F(History, RunsAndStoresTheReferencedLine) {
   for (const char* line : {"ls", "cd a", "get !$", "!!", "!l", "!0", "!-2", "!-6"}) {
     EXPECT_EQ(shell_.enter(line), "\n" + echo_.nextPrompt()) << line;
   }
@@ -53,16 +53,16 @@ TEST_F(History, RunsAndKeepsWhatReferencesLeadTo) {
   EXPECT_EQ(shell_.history(), (Lines{"ls", "cd a", "get a", "get a", "ls", "ls", "ls", "cd a"}));
 }
 
-TEST_F(History, RunsWhatFindsNothingAsTypedAndKeepsItWithoutItsMark) {
-  const std::string refused = "\n" + item_ + "ERROR: OptionError\n" + echo_.nextPrompt();
+TEST_F(History, RunsAReferenceToNoLineAsTypedAndStoresItWithoutItsFirstCharacter) {
+  const std::string error = "\n" + item_ + "ERROR: OptionError\n" + echo_.nextPrompt();
   for (const char* line : {"!!", "!5", "!zz", "!-x", "!"}) {
-    EXPECT_EQ(shell_.enter(line), refused) << line;
+    EXPECT_EQ(shell_.enter(line), error) << line;
   }
   EXPECT_EQ(shell_.history(), (Lines{"!", "5", "zz", "-x", ""}));
   EXPECT_THAT(shell_.calls, ElementsAre());
 }
 
-TEST_F(History, RefusesALineTooFarBackAndGoesOn) {
+TEST_F(History, ReportsALineTooFarBackAndContinues) {
   shell_.enter("ls");
   for (const char* line : {"!-2", "!-0", "!-99999999999999999999"}) {
     EXPECT_EQ(shell_.enter(line), "\n" + item_ + "ERROR: NotFound\n" + echo_.nextPrompt()) << line;
@@ -74,7 +74,7 @@ TEST_F(History, RefusesALineTooFarBackAndGoesOn) {
   EXPECT_THAT(shell_.calls, ElementsAre("ls|0|null", "ls|0|null"));
 }
 
-TEST_F(History, ListsEveryLineWithItsNumberThisOneIncluded) {
+TEST_F(History, ListsEveryLineWithItsNumberAndTheCommandItself) {
   const std::string longLine = "get " + std::string(5000, 'x');
   for (const std::string& line :
        {std::string("ls"), std::string("ls"), longLine, std::string("!")}) {

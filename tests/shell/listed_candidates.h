@@ -6,8 +6,8 @@
 
 namespace treescope {
 
-/// What an interactive shell writes for several candidates on a terminal that gives
-/// no width: one a row, each as wide as the longest and two blanks.
+/// What an interactive shell prints for several candidates on a terminal that does
+/// not report its width: one on each row, padded to the longest and two spaces.
 inline std::string listedCandidates(const std::vector<std::string>& candidates) {
   std::size_t width = 0;
   for (const std::string& candidate : candidates) {

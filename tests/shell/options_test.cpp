@@ -14,7 +14,7 @@ struct OptionsCase {
   bool force = false;
 };
 
-TEST(ParseOptions, FollowsItsTable) {
+TEST(ParseOptions, SetsModeTextAndFlag) {
   const std::vector<OptionsCase> cases = {
       {{}, 0, ""},
       {{"-h"}, 3, ""},
@@ -54,10 +54,10 @@ TEST(ParseOptions, FollowsItsTable) {
     int mode = 0;
     std::string text;
     parseOptions(static_cast<int>(argv.size()), argv.data(), mode, text);
-    const std::string shown = testing::PrintToString(given.words);
-    EXPECT_EQ(mode, given.mode) << shown;
-    EXPECT_EQ(text, given.text) << shown;
-    EXPECT_EQ(forceLoadFlag, given.force) << shown;
+    const std::string arguments = testing::PrintToString(given.words);
+    EXPECT_EQ(mode, given.mode) << arguments;
+    EXPECT_EQ(text, given.text) << arguments;
+    EXPECT_EQ(forceLoadFlag, given.force) << arguments;
   }
   forceLoadFlag = false;
 }

@@ -20,7 +20,7 @@ using test_support::EditorEcho;
 using test_support::FedInput;
 using testing::ElementsAre;
 
-/// A file that is removed with this object.
+/// A command file that the destructor removes.
 class ScriptFile {
  public:
   explicit ScriptFile(const std::string& contents) {
@@ -60,23 +60,23 @@ TEST_F(Scripts, LineRunsItsCommandsUntilOneFails) {
   EXPECT_EQ(output.take(), "ERROR: OptionError\n");
 }
 
-TEST_F(Scripts, LineGoesOnAfterNothingToReport) {
+TEST_F(Scripts, LineContinuesAfterNothingToReport) {
   shell.code = 3;
   EXPECT_EQ(shell.runLine("get a;get b"), 1);
   EXPECT_THAT(shell.calls, ElementsAre("get|a", "get|b"));
 }
 
-TEST_F(Scripts, TypedLineKeepsTheBlankBeforeAnEscapedCommand) {
+TEST_F(Scripts, TypedLineKeepsTheSpaceBeforeASystemCommand) {
   EXPECT_EQ(shell.runLine("pwd; $ls"), 5);
   EXPECT_EQ(output.take(), "/\nERROR: OptionError\n");
 }
 
-TEST_F(Scripts, StringTrimsTheBlankBeforeAnEscapedCommand) {
+TEST_F(Scripts, StringTrimsTheSpaceBeforeASystemCommand) {
   EXPECT_EQ(shell.runCommandString("pwd; $echo yes", 0), 1);
   EXPECT_EQ(output.take(), "/\nyes\n");
 }
 
-TEST_F(Scripts, StringGivesItsLastResult) {
+TEST_F(Scripts, StringReturnsItsLastResult) {
   EXPECT_EQ(shell.runCommandString("", 0), 3);
   EXPECT_EQ(shell.runCommandString("   ", 1), 3);
   EXPECT_EQ(shell.runCommandString(";", 0), 1);
@@ -87,7 +87,7 @@ TEST_F(Scripts, StringGivesItsLastResult) {
   EXPECT_EQ(shell.isRunning(), 0);
 }
 
-TEST_F(Scripts, UnquotingRemovesTheOpeningQuoteAlone) {
+TEST_F(Scripts, UnquotingRemovesOnlyTheOpeningQuote) {
   EXPECT_EQ(shell.runCommandString("  \"set 1 /a\"", 1), 1);
   EXPECT_EQ(shell.runCommandString("\"\"get x", 1), 3);
   EXPECT_EQ(shell.runCommandString("\"", 1), 3);
@@ -101,21 +101,21 @@ TEST_F(Scripts, FileEndsAtAnEmptyLine) {
   EXPECT_THAT(shell.calls, ElementsAre("set|0|1|/a", "get|a"));
 }
 
-TEST_F(Scripts, FileGivesNothingBehindItsLastLineFeed) {
+TEST_F(Scripts, FileThatEndsWithALineFeedReturnsNothing) {
   EXPECT_EQ(runFile("get a\nget b\n"), 3);
   EXPECT_EQ(runFile("get a\nget b"), 1);
   EXPECT_EQ(runFile(""), 3);
   EXPECT_THAT(shell.calls, ElementsAre("get|a", "get|b", "get|a", "get|b"));
 }
 
-TEST_F(Scripts, FileStopsAtAFailureOrAnExit) {
+TEST_F(Scripts, FileStopsAtAnErrorOrAnExit) {
   EXPECT_EQ(runFile("get a\nget -r\nget b"), 5);
   EXPECT_EQ(runFile("quit\nget b"), 11);
   EXPECT_EQ(shell.isRunning(), 0);
   EXPECT_THAT(shell.calls, ElementsAre("get|a", "exit"));
 }
 
-TEST_F(Scripts, FileRunsTheLongestLineWhole) {
+TEST_F(Scripts, FileRunsALineOfMaximumLengthWhole) {
   const std::string text(999 - 4, 'x');
   EXPECT_EQ(runFile("get " + text + "\nget b"), 1);
   EXPECT_THAT(shell.calls, ElementsAre("get|" + text, "get|b"));
@@ -128,7 +128,7 @@ TEST_F(Scripts, FileCutsALongerLineAndEndsThere) {
   EXPECT_THAT(shell.calls, ElementsAre("get|" + start.substr(4), "get|" + start.substr(4)));
 }
 
-TEST_F(Scripts, FileMayHoldAnyBytes) {
+TEST_F(Scripts, FileMayContainAnyBytes) {
   EXPECT_EQ(runFile(std::string("get a\0b\nget \xff\x1b[A\r", 17)), 1);
   EXPECT_THAT(shell.calls, ElementsAre("get|a", "get|\xff\x1b[A\r"));
 }
@@ -141,7 +141,7 @@ TEST_F(Scripts, MissingFilesAndDirectoriesAreNotOpened) {
   EXPECT_EQ(output.take(), "ERROR: OpenFileError\n");
 }
 
-TEST_F(Scripts, APipeThatNobodyWritesIsAnEmptyFile) {
+TEST_F(Scripts, APipeWithoutAWriterIsAnEmptyFile) {
   const std::string name = testing::TempDir() + "pipe-" + std::to_string(getpid());
   ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
   EXPECT_EQ(shell.runCommandFile(name.c_str()), 3);
@@ -162,7 +162,7 @@ TEST_F(Scripts, AFileThatRunsItselfEndsAtTheLimitOfNesting) {
   std::fclose(file);
   EXPECT_EQ(shell.runCommandFile(name.c_str()), 2);
   EXPECT_EQ(shell.calls.size(), 64U);
-  EXPECT_EQ(shell.runCommandFile(name.c_str()), 2) << "the count has to be back at the top";
+  EXPECT_EQ(shell.runCommandFile(name.c_str()), 2) << "the depth must have returned to zero";
   EXPECT_EQ(shell.calls.size(), 128U);
   unlink(name.c_str());
 }
@@ -185,7 +185,7 @@ TEST(Interactive, RunsLinesAndEndsWithTheInput) {
   CapturedOutput output;
   std::vector<std::string> calls;
   {
-    // The editor is joined before the notes are read.
+    // The destructor joins the editor's thread before `calls` is read.
     struct Shell : RecordingShell {
       explicit Shell(std::vector<std::string>& out) : RecordingShell(0), out_(out) {}
       int doExit() override {
@@ -208,7 +208,7 @@ TEST(Interactive, RunsLinesAndEndsWithTheInput) {
                                longLine + "\n" + at + "2 history\n" + echo.nextPrompt() + "\n");
 }
 
-TEST(Interactive, EndsWithTheExitCommandThoughInputGoesOn) {
+TEST(Interactive, EndsAtTheExitCommandThoughInputFollows) {
   FedInput input;
   input.feed("exit; get x\nget y\n");
   CapturedOutput output;
@@ -223,7 +223,7 @@ TEST(Interactive, EndsWithTheExitCommandThoughInputGoesOn) {
   EXPECT_EQ(output.take(), echo.prompt() + echo.typed("exit; get x") + "\n");
 }
 
-TEST(Interactive, SaysThatAReferenceBehindTheHistoryIsNotFound) {
+TEST(Interactive, ReportsAReferenceBeyondTheHistoryAsNotFound) {
   FedInput input;
   input.feed("!-1\npwd\n");
   input.end();
@@ -242,7 +242,7 @@ TEST(Interactive, SaysThatAReferenceBehindTheHistoryIsNotFound) {
                                echo.nextPrompt() + "\n");
 }
 
-TEST(Interactive, ATabIsACommandOfTheLine) {
+TEST(Interactive, RunsATabAsACommandOfTheLine) {
   FedInput input;
   input.feed("  get x\ty; q\tlate");
   CapturedOutput output;

@@ -14,7 +14,7 @@ struct PatternCase {
   Paths matches;
 };
 
-TEST(ExpandWildcard, FollowsItsTable) {
+TEST(ExpandWildcard, FindsThePathsThatThePatternMatchesWhole) {
   RecordingShell shell;
   for (const char* name : {"x", "a.b", "axb", "ba", "a"}) {
     shell.words().add(name);
@@ -56,7 +56,7 @@ TEST(WordTree, FreesATreeOfAnyDepth) {
   EXPECT_EQ(root.children.size(), 1U);
 }
 
-TEST(WordTree, FindsItsWayAndAddsWhatIsMissing) {
+TEST(WordTree, FindsThePathAndAddsMissingNodes) {
   WordNode root;
   root.add("a").add("b");
   root.add("a").add("c");
@@ -67,7 +67,7 @@ TEST(WordTree, FindsItsWayAndAddsWhatIsMissing) {
   EXPECT_EQ(matchingPaths(root, "*"), (Paths{"a", "a"}));
 }
 
-TEST(WordTree, KeepsWhatIsBelowTheChildrenThatStay) {
+TEST(WordTree, KeepsTheDescendantsOfRemainingChildren) {
   WordNode root;
   root.setChildren({"a", "b", "a", "c"});
   EXPECT_EQ(matchingPaths(root, "*"), (Paths{"a", "b", "c"}));

@@ -25,7 +25,7 @@ struct SplitCase {
   Words expected;
 };
 
-TEST(SplitWords, FollowsItsTable) {
+TEST(SplitWords, SeparatesAtSpacesOutsideQuotes) {
   const std::vector<SplitCase> cases = {
       {"", {}},
       {"   ", {}},
@@ -48,7 +48,7 @@ TEST(SplitWords, FollowsItsTable) {
   }
 }
 
-TEST(SplitWords, TakesLinesOfAnyLength) {
+TEST(SplitWords, AcceptsLinesOfAnyLength) {
   std::string line;
   for (int word = 0; word < 100'000; ++word) {
     line += "\"w\" ";
@@ -56,7 +56,7 @@ TEST(SplitWords, TakesLinesOfAnyLength) {
   EXPECT_EQ(wordsOf(line).size(), 100'000U);
 }
 
-TEST(SplitAtSeparator, LeavesEmptyPiecesOutButTheLast) {
+TEST(SplitAtSeparator, OmitsEmptyPiecesExceptTheLast) {
   const std::vector<SplitCase> cases = {
       {"", {""}},
       {";", {""}},
@@ -72,21 +72,21 @@ TEST(SplitAtSeparator, LeavesEmptyPiecesOutButTheLast) {
   }
 }
 
-TEST(SplitAtSeparator, TakesAnyNumberOfPieces) {
+TEST(SplitAtSeparator, AcceptsAnyNumberOfPieces) {
   EXPECT_EQ(piecesOf(std::string(1'000'000, ';').c_str()), Words{""});
 }
 
-TEST(Trim, RemovesBlanksOnly) {
+TEST(Trim, RemovesSpacesOnly) {
   std::string text = "  \t a \t  ";
   trimLeft(text);
   EXPECT_EQ(text, "\t a \t  ");
   trimRight(text);
   EXPECT_EQ(text, "\t a \t");
-  for (std::string blanks : {"", "   "}) {
-    std::string right = blanks;
-    trimLeft(blanks);
+  for (std::string spaces : {"", "   "}) {
+    std::string right = spaces;
+    trimLeft(spaces);
     trimRight(right);
-    EXPECT_EQ(blanks, "");
+    EXPECT_EQ(spaces, "");
     EXPECT_EQ(right, "");
   }
 }
