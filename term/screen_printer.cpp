@@ -1,11 +1,34 @@
 #include "term/screen_printer.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <string>
 
 #include "term/escape_sequences.h"
 
 namespace treescope {
+
+namespace {
+
+winsize terminalSize() {
+  winsize size{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) {
+    return {};
+  }
+  return size;
+}
+
+}  // namespace
+
+int terminalColumns() {
+  return terminalSize().ws_col;
+}
+
+int terminalRows() {
+  return terminalSize().ws_row;
+}
 
 bool ScreenPrinter::printLine(const StyledText& item, bool paging) {
   if (!countLine(paging)) {

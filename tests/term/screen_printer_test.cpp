@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "term/escape_sequences.h"
-#include "term/terminal_size.h"
 #include "tests/support/captured_output.h"
 
 namespace treescope {
@@ -21,14 +20,14 @@ TEST(EscapeSequences, SwitchAttributesOnInTheirOrderThenTheColour) {
   EXPECT_EQ(styleOn(1, 5), "");
 }
 
-TEST(EscapeSequences, SwitchOffWhatWasOnAndTheColourUnlessDefault) {
+TEST(EscapeSequences, SwitchOffAttributesAndTheColourUnlessDefault) {
   EXPECT_EQ(styleOff(20, 0), "\033[27m\033[25m");
   EXPECT_EQ(styleOff(30, 4), "\033[27m\033[22m\033[25m\033[24m\033[39m");
   EXPECT_EQ(styleOff(0, 7), "\033[39m");
   EXPECT_EQ(styleOff(0, 0), "");
 }
 
-TEST(EscapeSequences, ReachAColumn) {
+TEST(EscapeSequences, MoveTheCursorToAColumn) {
   EXPECT_EQ(cursorToColumn(0), "\033[0G");
   EXPECT_EQ(cursorToColumn(81), "\033[81G");
 }
@@ -49,7 +48,7 @@ TEST(ScreenPrinter, EndsAStyledItemWithoutALineFeed) {
   EXPECT_EQ(output.take(), "\033[39m\033[1Ga\033[34m\033[7Gb\033[39m\033[9G");
 }
 
-TEST(ScreenPrinter, WritesTextsAloneInBatchMode) {
+TEST(ScreenPrinter, WritesOnlyTextsInBatchMode) {
   CapturedOutput output;
   ScreenPrinter printer(0, true);
   printer.setAttributes(30, colourRed);
@@ -78,7 +77,7 @@ TEST(ScreenPrinter, ResetsAttributesInBatchModeToo) {
   EXPECT_EQ(output.take(), "\033[27m\033[25m\033[39m");
 }
 
-TEST(ScreenPrinter, WritesALongLineWhole) {
+TEST(ScreenPrinter, WritesALongLineCompletely) {
   const std::string text(100'000, 'x');
   CapturedOutput output;
   ScreenPrinter printer(0, true);
