@@ -17,20 +17,21 @@ namespace treescope {
 namespace {
 
 enum class Mode {
-  original,  ///< raw mode was not taken, or is over
+  original,  ///< raw mode has not been set, or has ended
   raw,
-  lent,  ///< original, until a program that was started has ended
+  suspended,  ///< original until a program that was started has ended, then raw
 };
 
-/// The terminal as this process wants it. For whoever is in the `SignalSafeLock` alone.
+/// The state of the terminal mode. Protected by `SignalSafeLock`.
 struct Terminal {
-  Mode wanted = Mode::original;
-  /// Whether `original` and `raw` are known: they are when raw mode is first set,
-  /// since the mode that is found in the background belongs to another job.
-  bool found = false;
+  Mode requested = Mode::original;
+  /// Whether `original` and `raw` are valid. They are read when raw mode is first applied
+  /// in the foreground: the mode in the background belongs to another job.
+  bool saved = false;
   termios original{};
   termios raw{};
-  /// Threads that are stopping the process: the mode is original meanwhile.
+  /// The number of threads that are stopping the process. Raw mode is not applied
+  /// meanwhile.
   int stopping = 0;
 };
 
@@ -43,26 +44,26 @@ void acquireLock() {
   }
 }
 
-/// Lets one thread at a time at the terminal, its signal handlers included: with
-/// the signals held back none of them can wait for the thread that it interrupts.
-/// Held for a few system calls that do not block.
+/// A spin lock that signal handlers may take too. All signals are blocked while a thread
+/// holds it, so a handler never waits for the thread that it interrupts. Held for a few
+/// system calls that do not block.
 class SignalSafeLock {
  public:
   SignalSafeLock() {
     sigset_t all;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before_);
+    pthread_sigmask(SIG_SETMASK, &all, &savedMask_);
     acquireLock();
   }
   ~SignalSafeLock() {
     lockTaken.clear(std::memory_order_release);
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    pthread_sigmask(SIG_SETMASK, &savedMask_, nullptr);
   }
   SignalSafeLock(const SignalSafeLock&) = delete;
   SignalSafeLock& operator=(const SignalSafeLock&) = delete;
 
  private:
-  sigset_t before_{};
+  sigset_t savedMask_{};
 };
 
 bool inBackground() {
@@ -70,7 +71,7 @@ bool inBackground() {
   return foreground != -1 && foreground != getpgrp();
 }
 
-termios rawOf(termios mode) {
+termios rawFrom(termios mode) {
   mode.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ISTRIP | IXON);
   mode.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHOE | ECHOK | ECHONL | IEXTEN);
   mode.c_cc[VMIN] = 1;
@@ -78,56 +79,59 @@ termios rawOf(termios mode) {
   return mode;
 }
 
-bool findMode() {
-  if (!terminal.found && tcgetattr(STDIN_FILENO, &terminal.original) == 0) {
-    terminal.found = true;
-    terminal.raw = rawOf(terminal.original);
+bool saveMode() {
+  if (!terminal.saved && tcgetattr(STDIN_FILENO, &terminal.original) == 0) {
+    terminal.saved = true;
+    terminal.raw = rawFrom(terminal.original);
   }
-  return terminal.found;
+  return terminal.saved;
 }
 
-/// Has the process stop as soon as the signals are let through. False where it has
-/// come to the foreground meanwhile and must not stop there; a stop that is asked
-/// for before that is withdrawn by the SIGCONT that comes with the foreground.
+/// Stops the process as soon as its signals are unblocked, and returns true. Returns
+/// false if the process has come to the foreground meanwhile, where it must not stop: the
+/// SIGCONT that moved it there has discarded a stop raised before it, and a stop raised
+/// after it is discarded here.
 bool stopInBackground() {
   raise(SIGTTOU);
   if (inBackground()) {
     return true;
   }
+  // Ignoring a pending signal discards it.
   struct sigaction ignored {};
-  struct sigaction before {};
+  struct sigaction saved {};
   ignored.sa_handler = SIG_IGN;
-  if (sigaction(SIGTTOU, &ignored, &before) == 0) {
-    static_cast<void>(sigaction(SIGTTOU, &before, nullptr));
+  if (sigaction(SIGTTOU, &ignored, &saved) == 0) {
+    static_cast<void>(sigaction(SIGTTOU, &saved, nullptr));
   }
   return false;
 }
 
-// In the background the mode is another job's, until this one is continued in the
-// foreground; to ask for raw mode there stops it, as it stops whoever sets modes.
-bool applyWanted() {
+// In the background the mode belongs to another job until this one is continued in the
+// foreground. A request for raw mode stops the process there, as tcsetattr(3) would.
+bool applyRequested() {
   if (terminal.stopping > 0) {
     return false;
   }
-  const bool raw = terminal.wanted == Mode::raw;
+  const bool raw = terminal.requested == Mode::raw;
   if (inBackground() && (!raw || stopInBackground())) {
     return false;
   }
-  if (raw ? !findMode() : !terminal.found) {
+  if (raw ? !saveMode() : !terminal.saved) {
     return false;
   }
   return tcsetattr(STDIN_FILENO, TCSANOW, raw ? &terminal.raw : &terminal.original) == 0;
 }
 
-/// The original mode for as long as the process is stopped, or until it ends.
-void stepAside() {
-  if (terminal.wanted == Mode::raw && terminal.found && !inBackground()) {
+/// Restores the original mode before the process stops or terminates; the requested mode
+/// is unchanged.
+void restoreOriginalMode() {
+  if (terminal.requested == Mode::raw && terminal.saved && !inBackground()) {
     static_cast<void>(tcsetattr(STDIN_FILENO, TCSANOW, &terminal.original));
   }
 }
 
-void takeAgain() {
-  if (terminal.wanted == Mode::raw && applyWanted()) {
+void resumeRawMode() {
+  if (terminal.requested == Mode::raw && applyRequested()) {
     requestRepaint();
   }
 }
@@ -140,61 +144,61 @@ bool setHandler(int signal, void (*handler)(int)) {
   return sigaction(signal, &action, nullptr) == 0;
 }
 
-void endBySignal(int signal) {
-  // Never opened again: nobody takes raw mode between here and the end.
+void terminateBySignal(int signal) {
+  // Never released: no thread can set raw mode before the process ends.
   acquireLock();
-  stepAside();
+  restoreOriginalMode();
   sigset_t own;
   sigemptyset(&own);
   sigaddset(&own, signal);
   if (setHandler(signal, SIG_DFL) && raise(signal) == 0) {
-    // Ends here, not when the handler returns: a handler that is called in between,
-    // as a checked build does, would wait for the lock.
+    // The process ends here rather than when the handler returns: a handler that runs in
+    // between, which sanitizers can cause, would wait for the lock forever.
     pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
   }
   _exit(EXIT_FAILURE);
 }
 
 void stopBySignal(int signal) {
-  const int before = errno;
+  const int savedErrno = errno;
   {
     const SignalSafeLock lock;
-    stepAside();
+    restoreOriginalMode();
     ++terminal.stopping;
   }
   sigset_t own;
   sigemptyset(&own);
   sigaddset(&own, signal);
   if (setHandler(signal, SIG_DFL) && raise(signal) == 0) {
-    // The process stops within the first of these, or does not stop at all where
-    // nobody could continue it.
+    // The process stops in the first call. It does not stop at all if its process group
+    // is orphaned, since no shell could continue it.
     pthread_sigmask(SIG_UNBLOCK, &own, nullptr);
     pthread_sigmask(SIG_BLOCK, &own, nullptr);
   }
   {
     const SignalSafeLock lock;
     --terminal.stopping;
-    if (terminal.wanted != Mode::original) {
+    if (terminal.requested != Mode::original) {
       static_cast<void>(setHandler(signal, stopBySignal));
     }
-    takeAgain();
+    resumeRawMode();
   }
-  errno = before;
+  errno = savedErrno;
 }
 
-void goOn(int /*signal*/) {
-  const int before = errno;
+void continueBySignal(int /*signal*/) {
+  const int savedErrno = errno;
   {
     const SignalSafeLock lock;
-    takeAgain();
+    resumeRawMode();
   }
-  errno = before;
+  errno = savedErrno;
 }
 
 struct HandledSignal {
   int signal;
-  void (*handler)(int) = endBySignal;
-  bool taken = false;
+  void (*handler)(int) = terminateBySignal;
+  bool installed = false;
 };
 
 std::array handledSignals = {HandledSignal{SIGINT},
@@ -214,70 +218,71 @@ std::array handledSignals = {HandledSignal{SIGINT},
                              HandledSignal{SIGXFSZ},
                              HandledSignal{SIGSYS},
                              HandledSignal{SIGTSTP, stopBySignal},
-                             HandledSignal{SIGCONT, goOn}};
+                             HandledSignal{SIGCONT, continueBySignal}};
 
-bool atDefault(int signal) {
-  struct sigaction present {};
-  return sigaction(signal, nullptr, &present) == 0 && (present.sa_flags & SA_SIGINFO) == 0 &&
-         present.sa_handler == SIG_DFL;
+bool hasDefaultAction(int signal) {
+  struct sigaction current {};
+  return sigaction(signal, nullptr, &current) == 0 && (current.sa_flags & SA_SIGINFO) == 0 &&
+         current.sa_handler == SIG_DFL;
 }
 
-void takeSignals() {
+void installHandlers() {
   for (HandledSignal& handled : handledSignals) {
-    handled.taken = atDefault(handled.signal) && setHandler(handled.signal, handled.handler);
+    handled.installed =
+        hasDefaultAction(handled.signal) && setHandler(handled.signal, handled.handler);
   }
 }
 
-void giveSignalsBack() {
+void restoreDefaultActions() {
   for (HandledSignal& handled : handledSignals) {
-    handled.taken = handled.taken && !setHandler(handled.signal, SIG_DFL);
+    handled.installed = handled.installed && !setHandler(handled.signal, SIG_DFL);
   }
 }
 
-bool takeRawMode() {
+bool enterRawMode() {
   const SignalSafeLock lock;
-  if (terminal.wanted == Mode::original) {
+  if (terminal.requested == Mode::original) {
     if (isatty(STDIN_FILENO) == 0) {
       return false;
     }
-    terminal.found = false;
-    takeSignals();
+    terminal.saved = false;
+    installHandlers();
   }
-  terminal.wanted = Mode::raw;
-  return applyWanted();
+  terminal.requested = Mode::raw;
+  return applyRequested();
 }
 
-bool putOriginalModeBack() {
+bool leaveRawMode() {
   const SignalSafeLock lock;
-  terminal.wanted = Mode::original;
-  const bool applied = applyWanted();
-  giveSignalsBack();
+  terminal.requested = Mode::original;
+  const bool applied = applyRequested();
+  restoreDefaultActions();
   return applied;
 }
 
 }  // namespace
 
 bool setRawMode(int mode) {
-  return mode == 1 ? takeRawMode() : putOriginalModeBack();
+  return mode == 1 ? enterRawMode() : leaveRawMode();
 }
 
 OriginalMode::OriginalMode() {
   const SignalSafeLock lock;
-  if (terminal.wanted == Mode::raw) {
-    lent_ = true;
-    terminal.wanted = Mode::lent;
-    static_cast<void>(applyWanted());
+  if (terminal.requested == Mode::raw) {
+    suspendedRaw_ = true;
+    terminal.requested = Mode::suspended;
+    static_cast<void>(applyRequested());
   }
 }
 
 OriginalMode::~OriginalMode() {
-  if (!lent_) {
+  if (!suspendedRaw_) {
     return;
   }
   const SignalSafeLock lock;
-  if (terminal.wanted == Mode::lent) {
-    terminal.wanted = Mode::raw;
-    static_cast<void>(applyWanted());
+  if (terminal.requested == Mode::suspended) {
+    terminal.requested = Mode::raw;
+    static_cast<void>(applyRequested());
   }
 }
 

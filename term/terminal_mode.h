@@ -1,40 +1,39 @@
 #pragma once
 
-/// The mode of the terminal on file descriptor 0 (termios(3)): raw while the line
-/// editor has it, so that keys come one by one and without echo; as it was found
-/// before, after, and while another program has it.
+/// The mode of the terminal on file descriptor 0 (termios(3)): raw while the line editor
+/// uses it, so that keys arrive one by one and without echo; otherwise, and while another
+/// program uses it, the original mode, in which it was found.
 ///
-/// The interactive shell alone calls this; in batch mode nobody does. The mode
-/// belongs to the terminal, so there is one for the whole process, and any thread
-/// may change it. Where standard input is no terminal every change is refused and
-/// has no effect.
+/// Only the interactive shell calls this; in batch mode the terminal is left alone. The
+/// mode belongs to the terminal, so there is one per process, and any thread may change
+/// it. If standard input is not a terminal, every change fails and has no effect.
 ///
-/// While raw mode is on, signals that are at their default are handled; one that
-/// was ignored stays ignored. Those that end a process (SIGINT, SIGTERM, SIGHUP,
-/// SIGQUIT, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, and of those that mean a fault
-/// SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGXCPU and SIGXFSZ) put the
-/// original mode back and then end it as they would have. SIGTSTP puts it back and
-/// stops the process; whenever a stopped process is continued, it takes raw mode
-/// again and has the line repainted (`requestRepaint`). In the background the mode
-/// is left to the job that has the terminal: whoever takes raw mode there is
-/// stopped by SIGTTOU, and takes it when continued in the foreground. The mode found
-/// there is then the original one.
+/// In raw mode, signals with the default action are handled; an ignored signal stays
+/// ignored. The signals that terminate a process (SIGINT, SIGTERM, SIGHUP, SIGQUIT,
+/// SIGPIPE, SIGALRM, SIGUSR1 and SIGUSR2, and after program errors SIGABRT, SIGSEGV,
+/// SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGXCPU and SIGXFSZ) restore the original mode and then
+/// terminate the process as usual. SIGTSTP restores it and stops the process. When a
+/// stopped process is continued, it sets raw mode again and requests a repaint of the
+/// line (`requestRepaint`). In the background the mode belongs to the foreground job: a
+/// process that sets raw mode there is stopped by SIGTTOU, and raw mode is set when it is
+/// continued in the foreground. The mode found at that time is then the original mode.
 
 namespace treescope {
 
-/// With 1: keeps the present mode as the original one, and takes raw mode. Raw
-/// differs by the input flags BRKINT, ISTRIP and IXON and the local flags ICANON,
-/// ECHO, ECHOE, ECHOK, ECHONL and IEXTEN, which are off, and by VMIN 1 and VTIME
-/// 0; Return is still read as a line feed, and the interrupt key still raises its
-/// signal. With anything else: puts the original mode back; there is nothing to
-/// put back where raw mode was never taken. Takes effect at once (TCSANOW).
+/// With 1: saves the current mode as the original mode and sets raw mode. Raw mode clears
+/// the input flags BRKINT, ISTRIP and IXON and the local flags ICANON, ECHO, ECHOE, ECHOK,
+/// ECHONL and IEXTEN, and sets VMIN to 1 and VTIME to 0. Return is still read as a line
+/// feed, and the interrupt key still raises its signal.
 ///
-/// False where the mode could not be changed.
+/// With any other value: restores the original mode, if raw mode was ever set. Changes
+/// take effect immediately (TCSANOW).
+///
+/// Returns false if the mode could not be changed.
 [[nodiscard]] bool setRawMode(int mode);
 
-/// The terminal as it was found, for a program that is run meanwhile: while this
-/// lives the original mode is on, then raw mode again. Has no effect where raw
-/// mode is off. The mode that the program leaves is not looked at.
+/// Restores the original mode for a program that runs meanwhile: on while this exists,
+/// then raw mode again. No effect if raw mode is off. The mode in which the program
+/// leaves the terminal is ignored.
 class OriginalMode {
  public:
   OriginalMode();
@@ -43,7 +42,7 @@ class OriginalMode {
   OriginalMode& operator=(const OriginalMode&) = delete;
 
  private:
-  bool lent_ = false;
+  bool suspendedRaw_ = false;
 };
 
 }  // namespace treescope

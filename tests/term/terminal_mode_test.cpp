@@ -41,9 +41,9 @@ class TerminalMode : public testing::Test {
   }
 
   static termios mode() {
-    termios present{};
-    EXPECT_EQ(tcgetattr(STDIN_FILENO, &present), 0);
-    return present;
+    termios current{};
+    EXPECT_EQ(tcgetattr(STDIN_FILENO, &current), 0);
+    return current;
   }
 
   static bool handled(int signal) {
@@ -55,8 +55,8 @@ class TerminalMode : public testing::Test {
   termios original_{};
 
  private:
-  /// Every flag that raw mode clears is on, and some that it must not touch are
-  /// not at their usual.
+  /// Every flag that raw mode clears is set, and some that it must not change have
+  /// unusual values.
   static void setUnusualMode() {
     termios unusual = mode();
     unusual.c_iflag |= BRKINT | ISTRIP | IXON | IXANY | ICRNL;
@@ -74,19 +74,19 @@ class TerminalMode : public testing::Test {
 
 TEST_F(TerminalMode, RawClearsItsFlagsAndLeavesTheOthers) {
   ASSERT_TRUE(setRawMode(1));
-  termios wanted = original_;
-  wanted.c_iflag &= ~tcflag_t{0x422};
-  wanted.c_lflag &= ~tcflag_t{0x807a};
-  wanted.c_cc[VMIN] = 1;
-  wanted.c_cc[VTIME] = 0;
-  EXPECT_TRUE(sameMode(mode(), wanted));
-  EXPECT_EQ(mode().c_iflag, wanted.c_iflag);
-  EXPECT_EQ(mode().c_oflag, wanted.c_oflag);
-  EXPECT_EQ(mode().c_cflag, wanted.c_cflag);
-  EXPECT_EQ(mode().c_lflag, wanted.c_lflag);
+  termios expected = original_;
+  expected.c_iflag &= ~tcflag_t{0x422};
+  expected.c_lflag &= ~tcflag_t{0x807a};
+  expected.c_cc[VMIN] = 1;
+  expected.c_cc[VTIME] = 0;
+  EXPECT_TRUE(sameMode(mode(), expected));
+  EXPECT_EQ(mode().c_iflag, expected.c_iflag);
+  EXPECT_EQ(mode().c_oflag, expected.c_oflag);
+  EXPECT_EQ(mode().c_cflag, expected.c_cflag);
+  EXPECT_EQ(mode().c_lflag, expected.c_lflag);
 }
 
-TEST_F(TerminalMode, AnyOtherModePutsBackEveryBit) {
+TEST_F(TerminalMode, AnyOtherModeRestoresEveryBit) {
   for (const int other : {0, 2, -1}) {
     ASSERT_TRUE(setRawMode(1));
     EXPECT_FALSE(sameMode(mode(), original_));
@@ -95,7 +95,7 @@ TEST_F(TerminalMode, AnyOtherModePutsBackEveryBit) {
   }
 }
 
-TEST_F(TerminalMode, StaysTheSameWhenRawIsTakenTwice) {
+TEST_F(TerminalMode, StaysTheSameIfRawModeIsSetTwice) {
   ASSERT_TRUE(setRawMode(1));
   const termios raw = mode();
   EXPECT_TRUE(setRawMode(1));
@@ -110,14 +110,14 @@ TEST_F(TerminalMode, ReturnArrivesAsALineFeed) {
   EXPECT_NE(mode().c_lflag & static_cast<tcflag_t>(ISIG), 0U);
 }
 
-TEST_F(TerminalMode, IsOriginalWhileItIsLentAndRawAgainAfterwards) {
+TEST_F(TerminalMode, IsOriginalWhileRawModeIsSuspendedAndRawAfterwards) {
   ASSERT_TRUE(setRawMode(1));
   const termios raw = mode();
   for (int time = 0; time < 2; ++time) {
     {
-      const OriginalMode lent;
+      const OriginalMode suspended;
       EXPECT_TRUE(sameMode(mode(), original_));
-      const OriginalMode again;
+      const OriginalMode nested;
       EXPECT_TRUE(sameMode(mode(), original_));
       termios left = original_;
       left.c_lflag ^= ECHO;
@@ -127,12 +127,12 @@ TEST_F(TerminalMode, IsOriginalWhileItIsLentAndRawAgainAfterwards) {
   }
 }
 
-TEST_F(TerminalMode, LendingHasNoEffectWhereRawModeIsOff) {
-  { const OriginalMode lent; }
+TEST_F(TerminalMode, SuspendingHasNoEffectIfRawModeIsOff) {
+  { const OriginalMode suspended; }
   EXPECT_TRUE(sameMode(mode(), original_));
 }
 
-TEST_F(TerminalMode, HandlesSignalsWhileRawModeIsOnOnly) {
+TEST_F(TerminalMode, HandlesSignalsOnlyWhileRawModeIsOn) {
   constexpr std::array signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT, SIGTSTP, SIGCONT};
   for (const int signal : signals) {
     EXPECT_FALSE(handled(signal)) << signal;
@@ -147,7 +147,7 @@ TEST_F(TerminalMode, HandlesSignalsWhileRawModeIsOnOnly) {
   }
 }
 
-TEST_F(TerminalMode, LeavesSignalsAloneThatAreNotAtTheirDefault) {
+TEST_F(TerminalMode, LeavesSignalsWithoutTheDefaultActionUnchanged) {
   struct sigaction mine {};
   mine.sa_handler = [](int) {};
   struct sigaction before {};
@@ -155,11 +155,11 @@ TEST_F(TerminalMode, LeavesSignalsAloneThatAreNotAtTheirDefault) {
   ASSERT_NE(signal(SIGHUP, SIG_IGN), SIG_ERR);
   for (const int raw : {1, 0}) {
     ASSERT_TRUE(setRawMode(raw));
-    struct sigaction present {};
-    EXPECT_EQ(sigaction(SIGTERM, nullptr, &present), 0);
-    EXPECT_EQ(present.sa_handler, mine.sa_handler);
-    EXPECT_EQ(sigaction(SIGHUP, nullptr, &present), 0);
-    EXPECT_EQ(present.sa_handler, SIG_IGN);
+    struct sigaction current {};
+    EXPECT_EQ(sigaction(SIGTERM, nullptr, &current), 0);
+    EXPECT_EQ(current.sa_handler, mine.sa_handler);
+    EXPECT_EQ(sigaction(SIGHUP, nullptr, &current), 0);
+    EXPECT_EQ(current.sa_handler, SIG_IGN);
   }
   EXPECT_EQ(sigaction(SIGTERM, &before, nullptr), 0);
   EXPECT_NE(signal(SIGHUP, SIG_DFL), SIG_ERR);
@@ -174,20 +174,20 @@ TEST_F(TerminalMode, IsRawAgainWhenTheProcessIsContinued) {
   EXPECT_EQ(errno, EXDEV);
   EXPECT_TRUE(sameMode(mode(), raw));
   {
-    const OriginalMode lent;
+    const OriginalMode suspended;
     ASSERT_EQ(raise(SIGCONT), 0);
     EXPECT_TRUE(sameMode(mode(), original_));
   }
 }
 
-TEST(TerminalModeWithoutTerminal, IsRefusedAndChangesNothing) {
+TEST(TerminalModeWithoutTerminal, CannotBeSetAndChangesNothing) {
   const test_support::FedInput pipe;
   EXPECT_FALSE(setRawMode(1));
-  struct sigaction present {};
-  EXPECT_EQ(sigaction(SIGINT, nullptr, &present), 0);
-  EXPECT_EQ(present.sa_handler, SIG_DFL);
+  struct sigaction current {};
+  EXPECT_EQ(sigaction(SIGINT, nullptr, &current), 0);
+  EXPECT_EQ(current.sa_handler, SIG_DFL);
   EXPECT_FALSE(setRawMode(0));
-  { const OriginalMode lent; }
+  { const OriginalMode suspended; }
 }
 
 using TerminalModeDeathTest = TerminalMode;
@@ -202,7 +202,7 @@ TEST_F(TerminalModeDeathTest, IsOriginalAfterAnAbort) {
   EXPECT_TRUE(sameMode(mode(), original_));
 }
 
-TEST_F(TerminalModeDeathTest, IsOriginalAfterEverySignalThatEndsTheProcess) {
+TEST_F(TerminalModeDeathTest, IsOriginalAfterEverySignalThatTerminatesTheProcess) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGSEGV, SIGBUS, SIGFPE, SIGILL,
                            SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ, SIGSYS}) {
     if (handled(signal)) {
