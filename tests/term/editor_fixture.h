@@ -1,16 +1,42 @@
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "term/line_editor.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/editor_echo.h"
-#include "tests/term/fake_shell.h"
+
+// What the tests of the line editor share.
 
 namespace treescope {
 
-/// A line editor under the prompt "[here]$ " that is handed its keys by a test; its
-/// own thread never gets beyond the lock.
+/// A shell that records what a line editor calls, with the prompt "[here]$ ". The line
+/// "bye" ends it. To be read after the editor is destroyed, or on the thread that passes
+/// keys to it.
+struct FakeShell {
+  LineEditorHost host() {
+    return {.promptText = [] { return std::string("here"); },
+            .runLine =
+                [this](const char* line) {
+                  lines.emplace_back(line);
+                  return lines.back() != "bye";
+                },
+            .endOfInput = [this] { ended = true; },
+            .rangeError = [this] { ++rangeErrors; },
+            .outOfMemory = [this] { ++timesOutOfMemory; }};
+  }
+
+  std::vector<std::string> lines;
+  std::atomic<bool> ended{false};
+  int rangeErrors = 0;
+  int timesOutOfMemory = 0;
+};
+
+/// A line editor with the prompt "[here]$ " whose keys come from the test; its own
+/// thread never starts reading.
 class EditorFixture {
  public:
   EditorFixture() : editor(0, false, shell.host()) { start("", 0); }
@@ -19,14 +45,14 @@ class EditorFixture {
   void start(const std::string& line, std::size_t cursor) {
     outputOf([&] {
       editor.showPrompt("here", line.c_str());
-      editor.moveCursor(1);
-      for (std::size_t place = 0; place < cursor; ++place) {
-        editor.moveCursor(3);
+      editor.moveCursor(LineEditor::start);
+      for (std::size_t moved = 0; moved < cursor; ++moved) {
+        editor.moveCursor(LineEditor::right);
       }
     });
   }
 
-  /// What the keys of `text` print, a byte a key.
+  /// What the keys of `text` print, one key per byte.
   std::string type(const std::string& text) {
     return outputOf([&] {
       for (const char byte : text) {
@@ -35,7 +61,7 @@ class EditorFixture {
     });
   }
 
-  /// What the one key prints.
+  /// What one key prints.
   std::string press(int code) {
     return outputOf([&] { editor.handleKey(code); });
   }

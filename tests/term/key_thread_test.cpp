@@ -15,9 +15,9 @@
 #include "tests/support/editor_echo.h"
 #include "tests/support/fed_input.h"
 #include "tests/support/recorded_writes.h"
-#include "tests/term/fake_shell.h"
+#include "tests/term/editor_fixture.h"
 
-// The editor with its own thread, which reads a fed input.
+// The editor with its own thread, which reads input that the test feeds.
 
 namespace treescope {
 namespace {
@@ -34,15 +34,15 @@ using Writes = std::vector<std::string>;
 
 const EditorEcho echo("here");
 
-/// Runs an editor until its input has ended or the shell has.
+/// Runs an editor until its input or the shell has ended.
 void edit(const LineEditorHost& host) {
   LineEditor editor(0, false, host);
   editor.showPrompt("here", nullptr);
   editor.startReading();
 }
 
-/// The writes of an editor on all of `bytes` and the end of input behind them, which
-/// wait when it starts.
+/// The writes of an editor whose input is `bytes` and then ends; all of it is there when
+/// the editor starts.
 Writes writesFor(const std::string& bytes, FakeShell& shell) {
   FedInput input;
   constexpr int capacityForAll = 1 << 18;
@@ -58,7 +58,7 @@ std::string joined(const Writes& writes) {
   return std::accumulate(writes.begin(), writes.end(), std::string());
 }
 
-TEST(KeyThread, EchoesKeysHandsOnLinesAndEndsWithTheInput) {
+TEST(KeyThread, EchoesKeysRunsLinesAndEndsWithTheInput) {
   FakeShell shell;
   EXPECT_EQ(joined(writesFor("ls\n\nx", shell)), echo.prompt() + echo.typed("ls") + "\n" +
                                                      echo.nextPrompt() + "\n" + echo.prompt() +
@@ -67,7 +67,7 @@ TEST(KeyThread, EchoesKeysHandsOnLinesAndEndsWithTheInput) {
   EXPECT_TRUE(shell.ended);
 }
 
-TEST(KeyThread, WritesOnceAKey) {
+TEST(KeyThread, WritesOncePerKey) {
   FakeShell shell;
   EXPECT_THAT(
       writesFor("ab\033[D\x7F\001\033[A\v\033[2~", shell),
@@ -77,14 +77,14 @@ TEST(KeyThread, WritesOnceAKey) {
                   echo.redrawn("b", 1), echo.redrawn("b2", 2), echo.redrawn("b2~", 3), "\n"));
 }
 
-TEST(KeyThread, ShowsTheNewLineBeforeALineIsRun) {
+TEST(KeyThread, FlushesTheLineFeedBeforeALineIsRun) {
   FakeShell shell;
   EXPECT_THAT(writesFor("x\n\n", shell),
               ElementsAre(echo.prompt(), echo.redrawn("x", 1), "\n", echo.nextPrompt(),
                           "\n" + echo.prompt(), "\n"));
 }
 
-TEST(KeyThread, TakesNoKeyBeforeTheGateOpens) {
+TEST(KeyThread, ReadsNoKeyBeforeReadingIsStarted) {
   FedInput input;
   input.feed("early\n");
   input.end();
@@ -96,7 +96,7 @@ TEST(KeyThread, TakesNoKeyBeforeTheGateOpens) {
   EXPECT_EQ(output.take(), "");
 }
 
-/// Lets an editor take keys until the first line that it runs, which ends the shell.
+/// Lets an editor read keys until the first line that it runs, which ends the shell.
 void runUntilALineEndsTheShell(FakeShell& shell) {
   LineEditorHost host = shell.host();
   LineEditor* ending = nullptr;
@@ -123,7 +123,7 @@ TEST(KeyThread, EndsWithTheKeyDuringWhichTheRunningFlagWasCleared) {
   EXPECT_STREQ(rest.data(), "late\n");
 }
 
-TEST(KeyThread, EndsWithATabThatRanTheEndOfTheShell) {
+TEST(KeyThread, EndsWithATabThatEndedTheShell) {
   FedInput input;
   input.feed("ls; q\tlate");
   FakeShell shell;
@@ -132,7 +132,7 @@ TEST(KeyThread, EndsWithATabThatRanTheEndOfTheShell) {
   EXPECT_THAT(shell.lines, ElementsAre("tab ls; q"));
 }
 
-TEST(KeyThread, LeavesTheInputBehindALineToWhatTheLineStarts) {
+TEST(KeyThread, LeavesTheInputAfterALineToTheProgramThatTheLineStarts) {
   FedInput input;
   input.feed("cat\nmore\n");
   FakeShell shell;
@@ -150,7 +150,7 @@ TEST(KeyThread, LeavesTheInputBehindALineToWhatTheLineStarts) {
   EXPECT_EQ(taken, "more\n");
 }
 
-TEST(KeyThread, SurvivesBytesOfAnyKind) {
+TEST(KeyThread, AcceptsEveryByte) {
   std::string text;
   for (int byte = 0; byte < 256; ++byte) {
     text.push_back(static_cast<char>(byte));
@@ -160,7 +160,7 @@ TEST(KeyThread, SurvivesBytesOfAnyKind) {
   EXPECT_TRUE(shell.ended);
 }
 
-TEST(KeyThread, RepaintsPromptLineAndCursorWhenAsked) {
+TEST(KeyThread, RepaintsPromptLineAndCursorOnRequest) {
   FedInput input;
   FakeShell shell;
   RecordedWrites writes;
@@ -182,18 +182,18 @@ TEST(KeyThread, RepaintsPromptLineAndCursorWhenAsked) {
 
 constexpr std::size_t pastedBytes = 100'000;
 
-TEST(KeyThread, ALongPasteOnOneLineIsShownWhenItPauses) {
-  constexpr std::size_t shownAtOnce = 1025;
+TEST(KeyThread, ALongPasteOnOneLineIsDrawnWhenItPauses) {
+  constexpr std::size_t drawnImmediately = 1025;
   const std::string text(pastedBytes, 'p');
   FakeShell shell;
   const Writes writes = writesFor(text, shell);
-  EXPECT_EQ(joined(writes), echo.prompt() + echo.typed(text.substr(0, shownAtOnce)) +
+  EXPECT_EQ(joined(writes), echo.prompt() + echo.typed(text.substr(0, drawnImmediately)) +
                                 echo.redrawn(text, text.size()) + "\n");
-  // The prompt, each key that is shown at once, the rest in blocks of stdio, the end.
-  EXPECT_LE(writes.size(), 1 + shownAtOnce + 3 + 1);
+  // The prompt, each key that is drawn immediately, the rest in blocks of stdio, the end.
+  EXPECT_LE(writes.size(), 1 + drawnImmediately + 3 + 1);
 }
 
-TEST(KeyThread, ALongPasteIsShownBeforeAnotherKeyActs) {
+TEST(KeyThread, ALongPasteIsDrawnBeforeTheNextActionKey) {
   const std::string text(2000, 'p');
   FakeShell shell;
   const std::string bytes = joined(writesFor(text + "\033[D\033", shell));
@@ -202,7 +202,7 @@ TEST(KeyThread, ALongPasteIsShownBeforeAnotherKeyActs) {
   EXPECT_EQ(bytes.find(text), bytes.rfind(text));
 }
 
-TEST(KeyThread, ALongPasteIsShownThoughItPausesInsideASequence) {
+TEST(KeyThread, ALongPasteIsDrawnEvenIfItPausesInsideASequence) {
   const std::string text(2000, 'p');
   FedInput input;
   input.feed(text + "\033[");
@@ -219,7 +219,7 @@ TEST(KeyThread, ALongPasteIsShownThoughItPausesInsideASequence) {
   EXPECT_EQ(writes.take().back(), "\n");
 }
 
-TEST(KeyThread, ALongPasteFromAFileIsShownAtItsEnd) {
+TEST(KeyThread, ALongPasteFromAFileIsDrawnAtItsEnd) {
   const std::string text(2000, 'p');
   const FedInput input;
   const int file = memfd_create("keys", MFD_CLOEXEC);
@@ -247,7 +247,7 @@ TEST(KeyThread, ALongPasteOfLinesRunsEachOfThem) {
   EXPECT_EQ(joined(writes), shown + "\n");
   EXPECT_THAT(shell.lines, Each(line));
   EXPECT_EQ(shell.lines.size(), lines);
-  // The first prompt, a write a byte, one behind each line that was run, the end.
+  // The first prompt, one write per byte, one after each line that was run, the end.
   EXPECT_EQ(writes.size(), 1 + text.size() + lines + 1);
 }
 

@@ -8,15 +8,15 @@
 #include <vector>
 
 #include "term/column_listing.h"
-#include "tests/support/captured_output.h"
-#include "tests/term/listing_nodes.h"
+#include "tests/term/listing_fixture.h"
 
-// Every layout, byte for byte, on terminals and in batch mode.
+// Every layout, byte by byte, on terminals and in batch mode.
 
 namespace treescope {
 namespace {
 
 using test::add;
+using test::shown;
 
 constexpr std::array terminalWidths{0, 1, 12, 80, 500};
 
@@ -51,16 +51,7 @@ std::string inBatch(const std::vector<Line>& lines) {
   return bytes;
 }
 
-template <typename Listing>
-std::string shown(int columns, bool batch, Listing listing) {
-  test_support::CapturedOutput output;
-  ScreenPrinter printer(0, batch,
-                        {.columns = [columns] { return columns; }, .rows = [] { return 24; }});
-  EXPECT_TRUE(listing(printer));
-  return output.take();
-}
-
-/// Lines look alike whatever the terminal's width.
+/// Expects the same lines at every width of the terminal.
 template <typename Listing>
 void expectLines(const std::vector<Line>& lines, Listing listing) {
   for (const int columns : terminalWidths) {
@@ -69,8 +60,8 @@ void expectLines(const std::vector<Line>& lines, Listing listing) {
   }
 }
 
-/// Names and values that are there, missing, empty and in several lines; every
-/// mark; a node without a name, and one in a node.
+/// Names and values that are present, missing, empty and of several lines; every mark; a
+/// node without a name, and a node in a node.
 ListingNode oddTree() {
   ListingNode root;
   add(root, "gain", "3", 8, 3);
@@ -144,7 +135,7 @@ TEST(PrintLongTree, DrawsTheseBytesAtEveryWidthAndInBatchMode) {
               [&](ScreenPrinter& printer) { return printLongTree(printer, root, true, false); });
 }
 
-TEST(PrintLongTree, DrawsAPartBesideANode) {
+TEST(PrintLongTree, DrawsAPartNextToANode) {
   ListingNode root;
   add(root, "gain", "3");
   add(add(root, "sub"), "x");
@@ -172,13 +163,13 @@ TEST(PrintTreeLevel, DrawsTheseBytesAtEveryWidthAndInBatchMode) {
                {"            +-- deep/", blueOn, colourOff},
                {"                +-- y  [1]"}},
               level(2, true));
-  // Of an entry without children there is the entry's line.
+  // An entry without children is drawn as its own line only.
   expectLines({{"    +-- gain/", boldGreenOn, boldGreenOff}}, [&](ScreenPrinter& printer) {
     return printTreeLevel(printer, 1, root.children[0], true, false);
   });
 }
 
-TEST(PrintTree, PrintsNothingOfANodeWithoutChildren) {
+TEST(PrintTree, PrintsNothingForANodeWithoutChildren) {
   ListingNode part;
   part.name = "part";
   part.value = "1";

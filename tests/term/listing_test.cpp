@@ -9,13 +9,13 @@
 #include "term/listing_text.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/fed_input.h"
-#include "tests/term/listing_nodes.h"
+#include "tests/term/listing_fixture.h"
 
 namespace treescope {
 namespace {
 
 using test::add;
-
+using test::shown;
 using test_support::CapturedOutput;
 
 /// gain (subscribed, "3"), sub/ with x (no value), one without a name.
@@ -25,15 +25,6 @@ ListingNode sampleTree() {
   add(add(root, "sub", {}, 0, 4), "x");
   add(root, std::nullopt, "a\nb");
   return root;
-}
-
-template <typename Listing>
-std::string shown(int columns, bool batch, Listing listing) {
-  CapturedOutput output;
-  ScreenPrinter printer(0, batch,
-                        {.columns = [columns] { return columns; }, .rows = [] { return 24; }});
-  EXPECT_TRUE(listing(printer));
-  return output.take();
 }
 
 auto with(bool (*listing)(ScreenPrinter&, const ListingNode&, bool, bool),
@@ -47,7 +38,7 @@ const std::string blue = "\033[34m\033[1G";
 const std::string blueEnd = "\033[39m";
 const std::string plain = "\033[39m\033[1G";
 
-TEST(ListingText, StandsInForWhatIsMissing) {
+TEST(ListingText, ReplacesMissingNamesAndValues) {
   EXPECT_EQ(nameText(std::nullopt), "notfound");
   EXPECT_EQ(nameText(""), "");
   EXPECT_EQ(valueText(std::nullopt), "[nodata]");
@@ -93,7 +84,7 @@ TEST(PrintColumns, PlacesNamesSideBySide) {
   EXPECT_EQ(shown(80, true, list), "a    \n\nbb   \n\nccc  \n\n");
 }
 
-TEST(PrintNodeColumns, StylesByTheMarks) {
+TEST(PrintNodeColumns, StylesEntriesByTheirMarks) {
   const ListingNode root = sampleTree();
   EXPECT_EQ(shown(20, false, with(printNodeColumns, root)),
             bold + "gain      " + boldEnd + "\033[34m\033[11Gsub/      " + blueEnd + "\n" + plain +
@@ -139,7 +130,7 @@ TEST(PrintTree, DrawsBranches) {
                 "            +-- x  [nodata]\n");
 }
 
-TEST(Listings, EndWhereThePersonHadEnough) {
+TEST(Listings, EndIfTheUserQuits) {
   const ListingNode root = sampleTree();
   for (auto* listing : {printNodeColumns, printLongList, printTreeList, printLongTree}) {
     for (int rows = 3; rows <= 4; ++rows) {
@@ -156,17 +147,17 @@ TEST(Listings, EndWhereThePersonHadEnough) {
   }
 }
 
-TEST(Listings, TakeAHundredThousandEntries) {
+TEST(Listings, PrintAHundredThousandEntries) {
   ListingNode root;
   for (int entry = 0; entry < 100'000; ++entry) {
     add(root, "e" + std::to_string(entry), "v");
   }
-  std::string wanted;
+  std::string expected;
   for (int entry = 0; entry < 100'000; ++entry) {
     const std::string name = "e" + std::to_string(entry);
-    wanted += name + std::string(8 - name.size(), ' ') + "[v]\n";
+    expected += name + std::string(8 - name.size(), ' ') + "[v]\n";
   }
-  EXPECT_TRUE(shown(80, true, with(printLongList, root)) == wanted);
+  EXPECT_TRUE(shown(80, true, with(printLongList, root)) == expected);
 }
 
 TEST(Listings, DrawATreeOfFiveThousandLevels) {
@@ -175,14 +166,14 @@ TEST(Listings, DrawATreeOfFiveThousandLevels) {
   for (int level = 0; level < 5'000; ++level) {
     deepest = &add(*deepest, "n");
   }
-  std::string wanted;
+  std::string expected;
   for (std::size_t level = 0; level < 5'000; ++level) {
-    wanted += std::string(4 * level, ' ') + (level < 4'999 ? "+-- n/\n" : "+-- n  \n");
+    expected += std::string(4 * level, ' ') + (level < 4'999 ? "+-- n/\n" : "+-- n  \n");
   }
-  EXPECT_TRUE(shown(80, true, with(printTreeList, root)) == wanted);
+  EXPECT_TRUE(shown(80, true, with(printTreeList, root)) == expected);
 }
 
-TEST(ListingNode, CostsLittle) {
+TEST(ListingNode, IsSmall) {
   EXPECT_LE(sizeof(ListingNode), 112U);
 }
 
@@ -204,7 +195,7 @@ TEST(ListingNode, ReleasesWideAndDeepTreesAndKeepsItsOwnTexts) {
   EXPECT_EQ(moved.value, "/");
 }
 
-TEST(ListingNode, MayTakeThePlaceOfItsParent) {
+TEST(ListingNode, CanBeMovedIntoItsParent) {
   ListingNode root = sampleTree();
   root = std::move(root.children[1]);
   EXPECT_EQ(root.name, "sub");
