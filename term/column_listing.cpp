@@ -21,14 +21,14 @@ ColumnLayout layoutOfWidth(const ScreenPrinter& printer, std::size_t width) {
   return {width, std::max<std::size_t>(screen / width, 1)};
 }
 
-/// Places items side by side and writes each row whole.
+/// Places items side by side and writes each row in one call.
 class RowWriter {
  public:
   RowWriter(ScreenPrinter& printer, ColumnLayout layout, bool paging, bool endsFullRows)
       : printer_(printer), layout_(layout), paging_(paging), endsFullRows_(endsFullRows) {}
 
-  /// Adds `text`, padded to the width of a column, which it uses up, and writes
-  /// the row where that fills it.
+  /// Pads `text` in place to the width of a column and adds it; writes the row if that
+  /// fills it. Returns false, without adding, if the user quit.
   bool add(std::uint32_t attributes, std::uint32_t colour, std::string& text) {
     if (itemsInRow_ == 0 && !printer_.countLine(paging_)) {
       return false;
@@ -37,7 +37,7 @@ class RowWriter {
     printer_.appendStyledAt(row_, column_, {attributes, colour, text.c_str()});
     ++itemsInRow_;
     if (itemsInRow_ < layout_.columns) {
-      // The row fits the terminal, and so does the number of its column.
+      // The row fits the terminal, so the column fits an int.
       column_ += static_cast<int>(layout_.width);
       return true;
     }
@@ -52,8 +52,8 @@ class RowWriter {
   }
 
  private:
-  void writeRow(bool ended) {
-    if (ended) {
+  void writeRow(bool withLineFeed) {
+    if (withLineFeed) {
       row_ += '\n';
     }
     printer_.write(row_);

@@ -23,14 +23,14 @@ constexpr std::array<AttributeSequences, 4> attributeSequences = {{
     {attributeUnderline, "\033[4m", "\033[24m"},
 }};
 
-// Indexed by the colour; the first entry is what leaves any other colour.
+// Indexed by the colour; the first entry also ends any other colour.
 constexpr std::array<const char*, 5> colourSequences = {"\033[39m", "\033[37m", "\033[31m",
                                                         "\033[32m", "\033[34m"};
 
 }  // namespace
 
 void appendCursorToColumn(std::string& text, int column) {
-  // Sign and digits of any int.
+  // Enough for the sign and the digits of any int.
   std::array<char, std::numeric_limits<int>::digits10 + 2> digits{};
   const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), column).ptr;
   text += "\033[";

@@ -10,9 +10,9 @@ namespace treescope {
 
 namespace {
 
-constexpr std::string_view lastWordMark = "!$";
+constexpr std::string_view lastWordReference = "!$";
 
-// White space as formatted extraction knows it.
+// White space as the extraction operator of streams defines it.
 constexpr std::string_view whiteSpace = " \t\n\v\f\r";
 
 bool isDigit(char character) {
@@ -25,17 +25,18 @@ std::string_view lastWordOf(std::string_view line) {
     return {};
   }
   const std::string_view trimmed = line.substr(0, last + 1);
-  // Without white space in front, npos + 1 is the beginning.
+  // If no white space precedes the word, npos + 1 is 0.
   return trimmed.substr(trimmed.find_last_of(whiteSpace) + 1);
 }
 
-/// `line` with every mark replaced by `word`, the first one first; nothing where
-/// that does not come to an end within the bound.
+/// `line` with every "!$" replaced by `word`, from the left; no value if that does not
+/// end within the bound.
 ///
-/// `done` never holds a mark and `pending`, which is reversed, is what follows it:
-/// the next mark to be replaced is always the one that the next byte completes.
-std::optional<std::string> replaceMarks(const std::string& line, std::string_view word) {
-  if (word.find(lastWordMark) != std::string_view::npos) {
+/// `done` never contains a "!$", and `pending` is the rest of the line, reversed. The
+/// next "!$" is therefore always completed by the next byte of `pending`.
+std::optional<std::string> replaceLastWordReferences(const std::string& line,
+                                                     std::string_view word) {
+  if (word.find(lastWordReference) != std::string_view::npos) {
     return std::nullopt;
   }
   std::string done;
@@ -58,16 +59,18 @@ std::optional<std::string> replaceMarks(const std::string& line, std::string_vie
   return done;
 }
 
-Expansion expandMarks(const std::string& line, const std::vector<std::string>& history) {
-  if (history.empty() || line.find(lastWordMark) == std::string::npos) {
+Expansion expandLastWordReferences(const std::string& line,
+                                   const std::vector<std::string>& history) {
+  if (history.empty() || line.find(lastWordReference) == std::string::npos) {
     return {line, line};
   }
-  const std::string replaced = replaceMarks(line, lastWordOf(history.back())).value_or(line);
+  const std::string replaced =
+      replaceLastWordReferences(line, lastWordOf(history.back())).value_or(line);
   return {replaced, replaced};
 }
 
-// The largest number stands for all that are larger (strtol(3)), and no history is
-// as long as that.
+// strtol(3) returns its largest number for all that are larger, and no history is that
+// long.
 std::size_t leadingNumber(const char* digits) {
   return static_cast<std::size_t>(std::strtol(digits, nullptr, 10));
 }
@@ -79,8 +82,8 @@ const std::string& lineBefore(const std::vector<std::string>& history, std::size
   return history[history.size() - distance];
 }
 
-/// The line that `reference`, a line without its first "!", is about; null where
-/// there is none.
+/// The line that `reference`, a line without its first "!", refers to; null if there is
+/// none.
 const std::string* referredLine(const std::string& reference,
                                 const std::vector<std::string>& history) {
   if (reference.empty()) {
@@ -111,7 +114,7 @@ const std::string* referredLine(const std::string& reference,
 
 Expansion expandHistory(const std::string& line, const std::vector<std::string>& history) {
   if (!line.starts_with('!')) {
-    return expandMarks(line, history);
+    return expandLastWordReferences(line, history);
   }
   const std::string reference = line.substr(1);
   if (const std::string* found = referredLine(reference, history)) {

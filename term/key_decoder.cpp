@@ -6,7 +6,7 @@ namespace {
 
 constexpr int escapeByte = 27;
 
-int keyOfArrow(int letter) {
+int arrowKey(int letter) {
   switch (letter) {
     case 'A':
       return KEY_UP;
@@ -19,7 +19,7 @@ int keyOfArrow(int letter) {
   }
 }
 
-int keyOfDigit(int digit) {
+int digitKey(int digit) {
   switch (digit) {
     case '1':
       return KEY_HOME;
@@ -80,11 +80,11 @@ std::optional<int> KeyDecoder::takeDigit(int digit) {
 }
 
 std::optional<int> KeyDecoder::takeArrow(int letter) {
-  return deliver(state_ == State::afterBracket ? keyOfArrow(letter) : letter);
+  return deliver(state_ == State::afterBracket ? arrowKey(letter) : letter);
 }
 
 std::optional<int> KeyDecoder::takeTilde() {
-  return deliver(state_ == State::afterDigit ? keyOfDigit(digit_) : '~');
+  return deliver(state_ == State::afterDigit ? digitKey(digit_) : '~');
 }
 
 }  // namespace treescope

@@ -16,25 +16,25 @@ namespace {
 
 constexpr int noDescriptor = -1;
 
-// An event counter rather than a flag: a request that comes between looking and
-// waiting ends the wait.
+// An event descriptor rather than a flag: a request that arrives between the check and
+// the wait ends the wait.
 std::atomic<int> requestDescriptor{noDescriptor};
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
+static_assert(std::atomic<int>::is_always_lock_free, "signal handlers read it");
 
 bool takeRequest(int descriptor) {
   std::uint64_t requests = 0;
   return read(descriptor, &requests, sizeof requests) == sizeof requests;
 }
 
-struct Awaited {
+struct Ready {
   bool key = false;
   bool request = false;
 };
 
-Awaited await(int requests) {
+Ready waitForInput(int requests) {
   std::array<pollfd, 2> descriptors{{{STDIN_FILENO, POLLIN, 0}, {requests, POLLIN, 0}}};
   if (poll(descriptors.data(), descriptors.size(), -1) == -1) {
-    // Where poll(2) fails for want of memory, read(2) does the waiting.
+    // If poll(2) is out of memory, read(2) waits instead.
     return {.key = errno != EINTR, .request = false};
   }
   return {.key = descriptors[0].revents != 0, .request = descriptors[1].revents != 0};
@@ -46,7 +46,7 @@ int readKeyByte(const std::function<void()>& repaint) {
   for (;;) {
     std::fflush(stdout);
     const int requests = requestDescriptor;
-    const Awaited ready = await(requests);
+    const Ready ready = waitForInput(requests);
     if (ready.request && takeRequest(requests) && repaint) {
       repaint();
       continue;
@@ -71,12 +71,12 @@ bool keyWaiting() {
 }
 
 void requestRepaint() noexcept {
-  const int before = errno;
+  const int savedErrno = errno;
   const int descriptor = requestDescriptor;
   constexpr std::uint64_t one = 1;
   if (descriptor != noDescriptor && write(descriptor, &one, sizeof one) == -1) {
-    // The counter is full of requests that nobody has looked at: one more is none.
-    errno = before;
+    // The counter is full: a repaint is pending already.
+    errno = savedErrno;
   }
 }
 

@@ -2,35 +2,35 @@
 
 #include <functional>
 
-/// The bytes of the keys, from file descriptor 0.
+/// The bytes of the keys, read from file descriptor 0.
 ///
-/// Only the thread that reads keys calls the reading operations. Each byte is
-/// taken by a read of its own, so that a program that a command starts finds the
-/// rest of the input where it is.
+/// Only the thread that reads keys calls the reading operations. Each byte is read by a
+/// system call of its own, so that a program that a command starts finds the rest of the
+/// input unread.
 
 namespace treescope {
 
-/// What stands for the end of the input, and for an input that cannot be read.
+/// Returned in place of a byte at the end of the input, and if the input cannot be read.
 inline constexpr int endOfKeys = -1;
 
-/// Waits for one byte, 0 to 255, and takes it; `endOfKeys` when none will come.
-/// What was printed on standard output is flushed before the wait. Where a
-/// repaint is asked for meanwhile, `repaint` is called, unless it is empty, and
-/// what it prints is flushed.
+/// Waits for one byte, 0 to 255, and returns it, or `endOfKeys` if there is none to come.
+/// Standard output is flushed before the wait. If a repaint is requested meanwhile and
+/// `repaint` is not empty, it is called and its output is flushed.
 [[nodiscard]] int readKeyByte(const std::function<void()>& repaint = {});
 
-/// Whether a byte can be taken at once. A file, too, says so at its end.
+/// Whether a byte can be read without waiting. A regular file is always readable, even
+/// at its end.
 [[nodiscard]] bool keyWaiting();
 
-/// Asks the thread that reads keys to repaint what it shows, and wakes it where it
-/// waits. For the handler of a signal as well (signal-safety(7)); leaves errno
-/// alone. Has no effect while there are no `RepaintRequests`.
+/// Requests a repaint from the thread that reads keys, and wakes it if it is waiting.
+/// Any thread; safe in signal handlers (signal-safety(7)), and preserves errno. No effect
+/// while no `RepaintRequests` exists.
 void requestRepaint() noexcept;
 
-/// Lets repaints be asked for as long as it lives; one at a time. Where the system
-/// has no descriptor to spare, nobody is woken and nothing is repainted.
+/// Enables `requestRepaint` while it exists; one at a time. If the system has no
+/// descriptor to spare, requests have no effect.
 ///
-/// To be destroyed when no signal handler may call `requestRepaint` any more.
+/// To be destroyed only when no signal handler can call `requestRepaint` any more.
 class RepaintRequests {
  public:
   RepaintRequests();

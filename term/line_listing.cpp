@@ -11,19 +11,19 @@ namespace treescope {
 
 namespace {
 
-/// Makes one line after the other and prints them.
+/// Builds lines one after another and prints them.
 class LineWriter {
  public:
   LineWriter(ScreenPrinter& printer, bool paging) : printer_(printer), paging_(paging) {}
 
-  /// Begins the line of `node`, which has its marks.
+  /// Begins the line of `node`, styled by its marks.
   void begin(const ListingNode& node) {
     node_ = &node;
     start_ = text().size();
     printer_.appendLineStart(text(), node.subscribedMark, node.kindMark);
   }
 
-  /// The same with the branch of a tree, `depth` levels in.
+  /// The same, with the branch of a tree, indented by `depth` levels.
   void beginBranch(const ListingNode& node, std::size_t depth) {
     begin(node);
     text().append(depth * treeIndentation.size(), ' ');
@@ -49,7 +49,7 @@ class LineWriter {
 
   void addValue() { appendValueText(text(), node_->value); }
 
-  /// Prints the line; false, and the line is dropped, when the person had enough.
+  /// Prints the line. Returns false, and drops the line, if the user quit.
   bool print() {
     if (!printer_.countLine(paging_)) {
       text().resize(start_);
@@ -57,7 +57,7 @@ class LineWriter {
     }
     printer_.appendLineEnd(text(), node_->subscribedMark, node_->kindMark);
     if (paging_) {
-      // The next line may have to wait for the person, who wants to see this one.
+      // The pager may stop before the next line: this one must be visible by then.
       block_.flush();
     } else {
       block_.endLine();
@@ -71,8 +71,8 @@ class LineWriter {
   ScreenPrinter& printer_;
   const bool paging_;
   OutputBlock block_;
-  const ListingNode* node_ = nullptr;  ///< whose line is being made
-  std::size_t start_ = 0;              ///< of that line
+  const ListingNode* node_ = nullptr;  ///< whose line is being built
+  std::size_t start_ = 0;              ///< offset of that line in the block
 };
 
 /// A node whose children are being drawn.

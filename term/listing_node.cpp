@@ -5,7 +5,7 @@
 namespace treescope {
 
 ListingNode::~ListingNode() {
-  // Most nodes of a tree have nothing below them.
+  // Most nodes of a tree are leaves.
   if (hasChildren()) {
     freeTree(*this);
   }
@@ -15,9 +15,9 @@ ListingNode& ListingNode::addChild() {
   return children.emplace_back();
 }
 
-// The way back up is kept in the tree itself: where siblings of an opened node wait,
-// the first of those below it keeps them in place of its own children, which are
-// opened next.
+// Depth first, without recursion and without a stack of its own: when a node with
+// remaining siblings is opened, those siblings are parked as the children of the node's
+// first child, whose own children are opened next.
 void freeTree(ListingNode& node) noexcept {
   ListingNode::Children open = std::exchange(node.children, {});
   while (!open.empty()) {

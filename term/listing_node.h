@@ -5,13 +5,11 @@
 #include <string>
 #include <vector>
 
-/// The tree that a listing shows: servers, or a server's nodes, parts and
-/// elements.
+/// The tree that a listing shows: servers, or a server's nodes, parts and elements.
 ///
-/// A plain value that owns what is below it; whoever builds one may hand it to
-/// another thread, no two may use it at once. Trees may be as deep as memory
-/// allows: nothing here recurses, and releasing a tree needs no memory and cannot
-/// fail.
+/// A plain value that owns its subtree. It may move between threads, but two threads may
+/// not use it at the same time. A tree may be as deep as memory allows: nothing here
+/// recurses, and releasing a tree needs no memory and cannot fail.
 
 namespace treescope {
 
@@ -23,27 +21,26 @@ struct ListingNode {
   ListingNode& operator=(ListingNode&& other) noexcept = default;
   ~ListingNode();
 
-  /// Appends an empty child and gives it. Its address stays until another one
-  /// follows.
+  /// Appends an empty child and returns it. The reference is valid until the next child
+  /// is added.
   ListingNode& addChild();
 
-  /// Shown with a "/" behind its name, whatever the children are: a node whose
-  /// content is not listed has one empty child.
+  /// Whether the entry is shown with a "/" after its name. A node whose content is not
+  /// listed has one empty child for this purpose.
   [[nodiscard]] bool hasChildren() const { return !children.empty(); }
 
-  /// Any bytes; shown up to the first zero byte, like the value.
+  /// Any bytes. Name and value are shown up to their first zero byte.
   std::optional<std::string> name;
   std::optional<std::string> value;
-  /// Shown as `StyledText::attributes`: bold where updates are subscribed.
+  /// Used as `StyledText::attributes`: bold if updates are subscribed.
   std::uint32_t subscribedMark = 0;
-  /// Shown as `StyledText::colour`: green for a part that has elements, blue for
-  /// a node.
+  /// Used as `StyledText::colour`: green for a part that has elements, blue for a node.
   std::uint32_t kindMark = 0;
-  /// In the order in which they are shown.
+  /// In display order.
   Children children;
 };
 
-/// Releases everything below `node`; its own texts and marks stay.
+/// Releases all descendants of `node`; its own texts and marks stay.
 void freeTree(ListingNode& node) noexcept;
 
 }  // namespace treescope

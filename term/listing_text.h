@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-/// The texts that listings are made of. Any thread; nothing can fail but memory.
+/// The texts that listings consist of. Any thread. May throw std::bad_alloc.
 
 namespace treescope {
 
@@ -14,18 +14,18 @@ inline constexpr std::string_view treeIndentation = "    ";
 /// Before each name of a tree.
 inline constexpr std::string_view treeBranch = "+-- ";
 
-/// `count` blanks; empty where `count` is below 1.
+/// `count` spaces; empty if `count` is less than 1.
 [[nodiscard]] std::string blanks(std::ptrdiff_t count);
 
-/// `name` up to its first zero byte, or "notfound" where there is none. The result
+/// `name` up to its first zero byte, or "notfound" if there is no name. The result
 /// points into `name`.
 [[nodiscard]] std::string_view nameText(const std::optional<std::string>& name);
 
-/// `value`, up to its first zero byte, in square brackets, with a blank in place of
-/// each line feed; "[nodata]" where there is none.
+/// `value` up to its first zero byte, in square brackets, with each line feed replaced
+/// by a space; "[nodata]" if there is no value.
 [[nodiscard]] std::string valueText(const std::optional<std::string>& value);
 
-/// Appends what `valueText` gives to `line`.
+/// Appends the result of `valueText` to `line`.
 void appendValueText(std::string& line, const std::optional<std::string>& value);
 
 }  // namespace treescope

@@ -1,3 +1,5 @@
+// The pager of the screen printer.
+
 #include "term/escape_sequences.h"
 #include "term/key_input.h"
 #include "term/screen_printer.h"
@@ -31,12 +33,12 @@ bool ScreenPrinter::countLine(bool paging) {
   const std::string more =
       styleOn(moreAttributes, colourDefault) + "More" + styleOff(moreAttributes, colourDefault);
   write(more);
-  const int answer = readKeyByte([&] { write(cursorToColumn(1) + more); });
+  const int key = readKeyByte([&] { write(cursorToColumn(1) + more); });
   write(eraseLine);
-  if (answer == 'q' || answer == endOfKeys) {
+  if (key == 'q' || key == endOfKeys) {
     return false;
   }
-  if (answer != '\n') {
+  if (key != '\n') {
     pageLines_ = 1;
   }
   return true;

@@ -1,9 +1,8 @@
-/// What a person's keys do to the line and to the terminal.
+/// What typed keys do to the line and to the terminal.
 ///
-/// Input: the bytes of the keys, as a terminal sends them. A small terminal takes
-/// what the editor prints: after every key it shows the prompt and the line, with
-/// the cursor where the editor has it. A line that was accepted is in the history,
-/// and nothing else is.
+/// Input: the bytes of the keys, as a terminal sends them. A small terminal interprets
+/// what the editor prints. After every key it shows the prompt and the line, and its
+/// cursor is where the editor's is. Accepted lines, and no others, are in the history.
 ///
 /// Corpus: `typing`, `arrows`, `kills`, `past_the_end`, `history`, `references`,
 /// `completion`, `broken_sequences`, `failures`, `ending`.
@@ -31,7 +30,7 @@ using treescope::LineEditorHost;
 const std::string promptName = "fuzz /";
 const std::string shownPrompt = "[" + promptName + "]$ ";
 
-/// Standard output as a string, from construction on.
+/// Captures standard output as a string while it exists.
 class Output {
  public:
   Output() : original_(stdout) { stdout = open_memstream(&text_, &size_); }
@@ -43,7 +42,7 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  /// What was printed since the last time.
+  /// What was printed since the last call.
   std::string take() {
     std::fflush(stdout);
     std::string text(text_, size_);
@@ -57,7 +56,7 @@ class Output {
   std::size_t size_ = 0;
 };
 
-/// The row that the cursor is in; every byte that is printed takes one column.
+/// The row of the terminal that has the cursor; every printed byte takes one column.
 class Terminal {
  public:
   void take(const std::string& bytes) {
@@ -80,14 +79,14 @@ class Terminal {
  private:
   std::size_t takeSequence(const std::string& bytes, std::size_t at) {
     std::size_t letter = 0;
-    require(bytes.compare(at, 2, "\033[") == 0, "sequences begin with a bracket");
+    require(bytes.compare(at, 2, "\033[") == 0, "a sequence begins with a bracket");
     const unsigned long number = std::stoul(bytes.substr(at + 2, 9), &letter);
     letter += at + 2;
-    require(letter < bytes.size(), "sequences are whole");
+    require(letter < bytes.size(), "a sequence is complete");
     if (bytes[letter] == 'G') {
       column_ = number == 0 ? 0 : number - 1;
     } else {
-      require(bytes[letter] == 'K', "columns and erasing are all there is");
+      require(bytes[letter] == 'K', "only the column and erasing sequences are used");
       row_.resize(number == 0 ? std::min(column_, row_.size()) : 0);
     }
     return letter;
@@ -103,12 +102,12 @@ class Shell {
   LineEditorHost host() {
     return {.promptText = [] { return promptName; },
             .runLine = [this](const char* line) { return run(line); },
-            .endOfInput = [] { require(false, "there is no end of input"); },
+            .endOfInput = [] { require(false, "the input never ends"); },
             .rangeError = [] { std::fputs("range\n", stdout); },
             .outOfMemory = [] { std::fputs("memory\n", stdout); }};
   }
 
-  void serve(LineEditor& editor) { editor_ = &editor; }
+  void attach(LineEditor& editor) { editor_ = &editor; }
   [[nodiscard]] bool hasEnded() const { return ended_; }
 
  private:
@@ -148,7 +147,8 @@ void press(LineEditor& editor, int code) {
   const bool accepts = code == '\n' && !line.empty();
   const std::size_t added = editor.history().size() - linesBefore;
   require(added == 0 || (added == 1 && accepts), "only Return adds to the history");
-  require(added == 1 || !accepts || line.starts_with("!-"), "and it does");
+  require(added == 1 || !accepts || line.starts_with("!-"),
+          "Return adds an accepted line to the history");
 }
 
 }  // namespace
@@ -159,7 +159,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Terminal terminal;
   Shell shell;
   LineEditor editor(0, false, shell.host());
-  shell.serve(editor);
+  shell.attach(editor);
   editor.showPrompt(promptName.c_str(), nullptr);
   KeyDecoder decoder;
   for (const std::uint8_t byte : fuzz::Input(data, size).rest()) {
@@ -170,9 +170,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       break;
     }
     terminal.take(output.take());
-    require(terminal.row() == shownPrompt + editor.line(), "the line is what is shown");
+    require(terminal.row() == shownPrompt + editor.line(), "the terminal shows the line");
     require(terminal.column() == shownPrompt.size() + editor.cursor(),
-            "the cursor is where it is shown");
+            "the terminal shows the cursor");
     require(editor.line().find('\0') == std::string::npos, "the line holds no zero byte");
   }
   return 0;

@@ -42,7 +42,7 @@ TEST(ExpandHistory, LeavesALineWithoutReferencesAsItIs) {
   });
 }
 
-TEST(ExpandHistory, PutsTheLastWordOfTheNewestLineInPlaceOfEachMark) {
+TEST(ExpandHistory, ReplacesEachLastWordReferenceByTheLastWordOfTheNewestLine) {
   expectCases({
       {{"ls", "cd a"}, "get !$", "get a", "get a"},
       {{"cd a"}, "get !$/!$", "get a/a", "get a/a"},
@@ -56,7 +56,7 @@ TEST(ExpandHistory, PutsTheLastWordOfTheNewestLineInPlaceOfEachMark) {
   });
 }
 
-TEST(ExpandHistory, PutsNothingInPlaceOfAMarkAfterALineWithoutWords) {
+TEST(ExpandHistory, ReplacesALastWordReferenceByNothingIfTheNewestLineHasNoWords) {
   expectCases({
       {{"cd a", ""}, "get !$", "get ", "get "},
       {{" \t "}, "x!$y", "xy", "xy"},
@@ -64,7 +64,7 @@ TEST(ExpandHistory, PutsNothingInPlaceOfAMarkAfterALineWithoutWords) {
   });
 }
 
-TEST(ExpandHistory, ReplacesAMarkThatTheReplacingBringsAbout) {
+TEST(ExpandHistory, ReplacesAReferenceThatResultsFromAReplacement) {
   expectCases({
       {{"$x"}, "a!!$", "a$xx", "a$xx"},
       {{"x!"}, "a!$$", "axx!", "axx!"},
@@ -75,7 +75,7 @@ TEST(ExpandHistory, ReplacesAMarkThatTheReplacingBringsAbout) {
   });
 }
 
-TEST(ExpandHistory, LeavesALineWhoseReplacingWouldNeverEndAsTyped) {
+TEST(ExpandHistory, LeavesALineAsTypedIfReplacingWouldNeverEnd) {
   expectCases({
       {{"x !$"}, "get !$", "get !$", "get !$"},
       {{"a!$b"}, "get !$ !$", "get !$ !$", "get !$ !$"},
@@ -84,13 +84,13 @@ TEST(ExpandHistory, LeavesALineWhoseReplacingWouldNeverEndAsTyped) {
   });
 }
 
-TEST(ExpandHistory, LeavesALineThatWouldGrowBeyondTheBoundAsTyped) {
+TEST(ExpandHistory, LeavesALineAsTypedIfItWouldInsertTooMuch) {
   const std::string quarter(maxInsertedBytes / 4, 'x');
   std::string many = "y";
   for (int count = 0; count < 100'000; ++count) {
     many += "!$";
   }
-  // Doubles what stands between with every "!".
+  // Each "!" doubles what is inserted.
   const std::string doubling = 'y' + std::string(60, '!') + '$';
   expectCases({
       {{quarter},
@@ -103,7 +103,7 @@ TEST(ExpandHistory, LeavesALineThatWouldGrowBeyondTheBoundAsTyped) {
   });
 }
 
-TEST(ExpandHistory, ReplacesManyMarksOfALongLine) {
+TEST(ExpandHistory, ReplacesManyReferencesInALongLine) {
   std::string many = "y";
   std::string expected = "y";
   for (int count = 0; count < 500'000; ++count) {
@@ -113,7 +113,7 @@ TEST(ExpandHistory, ReplacesManyMarksOfALongLine) {
   expectCases({{{"get ab"}, many, expected, expected}});
 }
 
-TEST(ExpandHistory, LooksForTheLastWordOfAMegabyteOfMarks) {
+TEST(ExpandHistory, FindsTheLastWordOfAMegabyteOfReferences) {
   std::string previous;
   while (previous.size() < (1 << 20)) {
     previous += "!$ ";
@@ -124,14 +124,14 @@ TEST(ExpandHistory, LooksForTheLastWordOfAMegabyteOfMarks) {
   });
 }
 
-TEST(ExpandHistory, KeepsNothingForALoneMarkAndRunsIt) {
+TEST(ExpandHistory, StoresAnEmptyLineForALoneExclamationMarkAndRunsIt) {
   expectCases({
       {{}, "!", "", "!"},
       {{"ls"}, "!", "", "!"},
   });
 }
 
-TEST(ExpandHistory, TakesTheNewestLineForTwoMarks) {
+TEST(ExpandHistory, ResolvesTwoExclamationMarksToTheNewestLine) {
   expectCases({
       {{"ls x y"}, "!!", "ls x y", "ls x y"},
       {{"pwd", "ls"}, "!!", "ls", "ls"},
@@ -160,7 +160,7 @@ TEST(ExpandHistory, CountsBackFromTheNewestLine) {
   });
 }
 
-TEST(ExpandHistory, ThrowsWhereNoLineIsThatFarBack) {
+TEST(ExpandHistory, ThrowsIfNoLineIsThatFarBack) {
   const std::vector<std::pair<Lines, std::string>> cases = {
       {{"one"}, "!-0"},
       {{"one"}, "!-2"},
@@ -175,7 +175,7 @@ TEST(ExpandHistory, ThrowsWhereNoLineIsThatFarBack) {
   for (const auto& [history, line] : cases) {
     try {
       const Expansion expansion = expandHistory(line, history);
-      ADD_FAILURE() << line << " gave " << testing::PrintToString(expansion);
+      ADD_FAILURE() << line << " returned " << testing::PrintToString(expansion);
     } catch (const std::out_of_range& error) {
       EXPECT_STREQ(error.what(), "vector::_M_range_check") << line;
     }
@@ -198,7 +198,7 @@ TEST(ExpandHistory, CountsFromTheOldestLine) {
   });
 }
 
-TEST(ExpandHistory, TakesTheNewestLineThatBeginsWithTheText) {
+TEST(ExpandHistory, FindsTheNewestLineThatBeginsWithTheText) {
   const Lines lines = {"ls x", "ls y", "pwd", " ls z", ""};
   expectCases({
       {lines, "!l", "ls y", "ls y"},
@@ -216,7 +216,7 @@ TEST(ExpandHistory, TakesTheNewestLineThatBeginsWithTheText) {
   });
 }
 
-TEST(ExpandHistory, LeavesTheLineUnchangedWhereThereIsNoHistory) {
+TEST(ExpandHistory, LeavesTheLineUnchangedIfThereIsNoHistory) {
   expectCases({
       {{}, "!!", "!", "!!"},
       {{}, "get !$", "get !$", "get !$"},

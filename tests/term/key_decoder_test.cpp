@@ -30,7 +30,7 @@ struct Case {
 
 class KeyDecoding : public testing::TestWithParam<Case> {};
 
-TEST_P(KeyDecoding, GivesTheseKeys) {
+TEST_P(KeyDecoding, DecodesTheseKeys) {
   EXPECT_EQ(keysOf(GetParam().bytes), GetParam().keys);
 }
 
@@ -51,28 +51,28 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(Case{"Insert", "\033[2~", {'2', '~'}}, Case{"HomeByLetter", "\033[H", {'H'}},
                     Case{"EndByLetter", "\033[F", {'F'}}, Case{"UpOfAKeypad", "\033OA", {'O', 'A'}},
                     Case{"FunctionKey", "\033[11~", {'1', '~'}},
-                    Case{"FunctionKeyWithAKnownTail", "\033[15~", {'5', '~'}},
-                    Case{"LetterWithShift", "\033[1;2A", {';', '2', 'A'}},
-                    Case{"LetterBehindADigit", "\033[3A", {'A'}},
+                    Case{"FunctionKeyWithAKnownLastDigit", "\033[15~", {'5', '~'}},
+                    Case{"ArrowWithShift", "\033[1;2A", {';', '2', 'A'}},
+                    Case{"LetterAfterADigit", "\033[3A", {'A'}},
                     Case{"TildeWithoutADigit", "\033[~", {'~'}},
-                    Case{"TildeBehindEscape", "\033~", {'~'}},
-                    Case{"DigitBehindEscape", "\0333~", {'3', '~'}},
+                    Case{"TildeAfterEscape", "\033~", {'~'}},
+                    Case{"DigitAfterEscape", "\0333~", {'3', '~'}},
                     Case{"TwoBrackets", "\033[[A", {'[', 'A'}}, Case{"LetterOnly", "\033x", {'x'}},
-                    Case{"ReturnBehindEscape", "\033\n", {'\n'}}),
+                    Case{"ReturnAfterEscape", "\033\n", {'\n'}}),
     nameOfCase);
 
-INSTANTIATE_TEST_SUITE_P(BegunAnew, KeyDecoding,
+INSTANTIATE_TEST_SUITE_P(Restarted, KeyDecoding,
                          testing::Values(Case{"EscapeTwice", "\033\033[A", {KEY_UP}},
-                                         Case{"EscapeBehindABracket", "\033[\033[B", {KEY_DOWN}},
-                                         Case{"EscapeBehindADigit", "\033[3\033[C", {KEY_RIGHT}},
-                                         Case{"NothingOfAnUnfinishedOne", "\033[3", {}},
-                                         Case{"CleanBehindABrokenOne", "\033x[A", {'x', '[', 'A'}},
-                                         Case{"CleanBehindAKey", "\033[AA", {KEY_UP, 'A'}}),
+                                         Case{"EscapeAfterABracket", "\033[\033[B", {KEY_DOWN}},
+                                         Case{"EscapeAfterADigit", "\033[3\033[C", {KEY_RIGHT}},
+                                         Case{"NothingOfAnIncompleteOne", "\033[3", {}},
+                                         Case{"CleanAfterAnUnknownOne", "\033x[A", {'x', '[', 'A'}},
+                                         Case{"CleanAfterAKey", "\033[AA", {KEY_UP, 'A'}}),
                          nameOfCase);
 
 INSTANTIATE_TEST_SUITE_P(
     Text, KeyDecoding,
-    testing::Values(Case{"WhatSequencesAreMadeOf",
+    testing::Values(Case{"TheBytesOfSequences",
                          "[13456ABCD~",
                          {'[', '1', '3', '4', '5', '6', 'A', 'B', 'C', 'D', '~'}},
                     Case{"BracketAndLetter", "[A", {'[', 'A'}},
@@ -88,7 +88,7 @@ TEST(KeyDecoder, EveryByteOutsideASequenceIsItself) {
   }
 }
 
-TEST(KeyDecoder, TheEndOfInputIsHandedOnAndEndsASequence) {
+TEST(KeyDecoder, TheEndOfInputIsDeliveredAndEndsASequence) {
   KeyDecoder decoder;
   EXPECT_EQ(decoder.take(27), std::nullopt);
   EXPECT_EQ(decoder.take(-1), -1);

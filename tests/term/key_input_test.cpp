@@ -24,10 +24,10 @@ namespace {
 using test_support::FedInput;
 using testing::ElementsAre;
 
-// Enough for a request to meet the reader before, in and between its system calls.
+// Enough for a request to arrive before, during and between the reader's system calls.
 constexpr int rounds = 200;
 
-TEST(KeyInput, GivesEveryByteAndThenTheEnd) {
+TEST(KeyInput, ReadsEveryByteAndThenTheEnd) {
   FedInput input;
   std::string bytes;
   for (int byte = 0; byte < 256; ++byte) {
@@ -42,7 +42,7 @@ TEST(KeyInput, GivesEveryByteAndThenTheEnd) {
   EXPECT_EQ(readKeyByte(), endOfKeys);
 }
 
-TEST(KeyInput, LeavesTheRestOfTheInputToOthers) {
+TEST(KeyInput, LeavesTheRestOfTheInputUnread) {
   FedInput input;
   input.feed("key");
   EXPECT_EQ(readKeyByte(), 'k');
@@ -51,7 +51,7 @@ TEST(KeyInput, LeavesTheRestOfTheInputToOthers) {
   EXPECT_STREQ(rest.data(), "ey");
 }
 
-TEST(KeyInput, AnInputThatCannotBeReadHasEnded) {
+TEST(KeyInput, AnInputThatCannotBeReadCountsAsEnded) {
   const FedInput input;
   const int directory = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   ASSERT_EQ(dup2(directory, STDIN_FILENO), STDIN_FILENO);
@@ -70,7 +70,7 @@ TEST(KeyInput, WaitsForAnInputThatDoesNotBlock) {
   typist.join();
 }
 
-TEST(KeyInput, TellsWhetherAByteWaits) {
+TEST(KeyInput, ReportsWhetherAByteIsWaiting) {
   FedInput input;
   EXPECT_FALSE(keyWaiting());
   input.feed("k");
@@ -81,7 +81,7 @@ TEST(KeyInput, TellsWhetherAByteWaits) {
   EXPECT_FALSE(keyWaiting());
 }
 
-TEST(KeyInput, ShowsWhatWasPrintedBeforeItWaits) {
+TEST(KeyInput, FlushesOutputBeforeItWaits) {
   FedInput input;
   test_support::RecordedWrites writes;
   std::fputs("echo", stdout);
@@ -91,30 +91,29 @@ TEST(KeyInput, ShowsWhatWasPrintedBeforeItWaits) {
   EXPECT_THAT(writes.take(), ElementsAre("echo", "more"));
 }
 
-/// Waits for a byte and feeds one from within the repaint, so that the wait is seen
-/// to go on behind it.
-int keyBehindARepaint(FedInput& input) {
+/// Waits for a byte, which only the repaint feeds: the wait has to continue after it.
+int keyAfterRepaint(FedInput& input) {
   return readKeyByte([&input] { input.feed("r"); });
 }
 
-TEST(Repaint, AWishBeforeTheWaitIsFulfilled) {
+TEST(Repaint, ARequestBeforeTheWaitIsServed) {
   FedInput input;
   const RepaintRequests requests;
   requestRepaint();
-  EXPECT_EQ(keyBehindARepaint(input), 'r');
+  EXPECT_EQ(keyAfterRepaint(input), 'r');
 }
 
-TEST(Repaint, AWishEndsTheWait) {
+TEST(Repaint, ARequestEndsTheWait) {
   FedInput input;
   const RepaintRequests requests;
   for (int round = 0; round < rounds; ++round) {
     std::thread requester([] { requestRepaint(); });
-    EXPECT_EQ(keyBehindARepaint(input), 'r');
+    EXPECT_EQ(keyAfterRepaint(input), 'r');
     requester.join();
   }
 }
 
-TEST(Repaint, AWishOfASignalHandlerIsFulfilled) {
+TEST(Repaint, ARequestFromASignalHandlerIsServed) {
   FedInput input;
   const RepaintRequests requests;
   struct sigaction requesting {};
@@ -124,13 +123,13 @@ TEST(Repaint, AWishOfASignalHandlerIsFulfilled) {
   const pthread_t reader = pthread_self();
   for (int round = 0; round < rounds; ++round) {
     std::thread sender([reader] { pthread_kill(reader, SIGCONT); });
-    EXPECT_EQ(keyBehindARepaint(input), 'r');
+    EXPECT_EQ(keyAfterRepaint(input), 'r');
     sender.join();
   }
   EXPECT_EQ(sigaction(SIGCONT, &before, nullptr), 0);
 }
 
-TEST(Repaint, IsShownBeforeTheWaitGoesOn) {
+TEST(Repaint, IsFlushedBeforeTheWaitContinues) {
   FedInput input;
   const RepaintRequests requests;
   test_support::RecordedWrites writes;
@@ -145,7 +144,7 @@ TEST(Repaint, IsShownBeforeTheWaitGoesOn) {
   EXPECT_THAT(writes.take(), ElementsAre("before", "again", "after"));
 }
 
-TEST(Repaint, ManyWishesAreOne) {
+TEST(Repaint, ManyRequestsCauseOneRepaint) {
   FedInput input;
   const RepaintRequests requests;
   for (int count = 0; count < 3; ++count) {
@@ -160,7 +159,7 @@ TEST(Repaint, ManyWishesAreOne) {
   EXPECT_EQ(repaints, 1);
 }
 
-TEST(Repaint, IsNotOwedToAReaderThatPaintsNothing) {
+TEST(Repaint, IsNotPendingForTheNextReaderIfTheFirstHasNone) {
   FedInput input;
   const RepaintRequests requests;
   requestRepaint();
@@ -169,7 +168,7 @@ TEST(Repaint, IsNotOwedToAReaderThatPaintsNothing) {
   EXPECT_EQ(readKeyByte([] { FAIL(); }), 'l');
 }
 
-TEST(Repaint, AWishWithoutAnyoneToFulfilItHasNoEffect) {
+TEST(Repaint, ARequestHasNoEffectIfRepaintsAreNotEnabled) {
   errno = ENOTTY;
   requestRepaint();
   { const RepaintRequests requests; }

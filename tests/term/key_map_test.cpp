@@ -23,7 +23,7 @@ constexpr int control(char letter) {
   return letter & 0x1F;
 }
 
-/// What a key does to a line, and what it prints.
+/// What a key does to a line, and the bytes that it prints.
 struct Case {
   const char* name;
   std::vector<int> codes;
@@ -59,7 +59,7 @@ const std::vector<int> home{control('A'), KEY_HOME};
 const std::vector<int> left{control('B'), KEY_LEFT};
 const std::vector<int> right{control('F'), KEY_RIGHT};
 const std::vector<int> end{control('E'), KEY_END};
-const std::vector<int> erase{control('D'), KEY_DC};
+const std::vector<int> deleteKeys{control('D'), KEY_DC};
 const std::vector<int> browsing{control('P'), KEY_UP, KEY_PPAGE, control('N'), KEY_DOWN, KEY_NPAGE};
 
 INSTANTIATE_TEST_SUITE_P(
@@ -89,11 +89,11 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"BackspaceOnAnEmptyLine", backspace, "", 0, "", 0, ""},
         Case{"BackspacePastTheEndOfAnEmptyLine", backspace, "", 1, "", 1, ""},
         Case{"BackspacePastTheEnd", backspace, "abc", 5, "abc", 4, deletedBackward("abc", 4)},
-        Case{"Delete", erase, "abcd", 1, "acd", 1, echo.redrawn("acd", 1)},
-        Case{"DeleteAtTheBeginning", erase, "abc", 0, "bc", 0, echo.redrawn("bc", 0)},
-        Case{"DeleteAtTheEnd", erase, "abc", 3, "abc", 3, ""},
-        Case{"DeleteOnAnEmptyLine", erase, "", 0, "", 0, ""},
-        Case{"DeletePastTheEnd", erase, "abc", 4, "abc", 4, ""},
+        Case{"Delete", deleteKeys, "abcd", 1, "acd", 1, echo.redrawn("acd", 1)},
+        Case{"DeleteAtTheBeginning", deleteKeys, "abc", 0, "bc", 0, echo.redrawn("bc", 0)},
+        Case{"DeleteAtTheEnd", deleteKeys, "abc", 3, "abc", 3, ""},
+        Case{"DeleteOnAnEmptyLine", deleteKeys, "", 0, "", 0, ""},
+        Case{"DeletePastTheEnd", deleteKeys, "abc", 4, "abc", 4, ""},
         Case{"KillToTheEnd", {control('K')}, "abc def", 4, "abc ", 4, echo.redrawn("abc ", 4)},
         Case{"KillAtTheEnd", {control('K')}, "abc", 3, "abc", 3, echo.redrawn("abc", 3)},
         Case{"KillToTheStart", {control('W')}, "abc def", 4, "def", 0, echo.redrawn("def", 0)},
@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"KillToTheStartFromPastTheEnd", {control('W')}, "abc", 5, "", 0, echo.redrawn("", 0)}),
     nameOfCase);
 
-INSTANTIATE_TEST_SUITE_P(WalkingAnEmptyHistory, KeyMap,
+INSTANTIATE_TEST_SUITE_P(BrowsingAnEmptyHistory, KeyMap,
                          testing::Values(Case{"PutsTheCursorAtTheEnd", browsing, "abc", 1, "abc", 3,
                                               echo.redrawn("abc", 3)},
                                          Case{"FromPastTheEnd", browsing, "abc", 6, "abc", 3,
@@ -152,7 +152,7 @@ TEST(Keys, EveryOtherByteIsText) {
   }
 }
 
-TEST(Keys, TextIsInsertedWhereTheCursorIs) {
+TEST(Keys, TextIsInsertedAtTheCursor) {
   EditorFixture fixture;
   EXPECT_EQ(fixture.type("abc"), echo.typed("abc"));
   EXPECT_EQ(fixture.press(KEY_LEFT), echo.cursorAt(2));
@@ -196,7 +196,7 @@ TEST(Keys, ReturnResolvesReferencesToTheHistory) {
               ElementsAre("ls", "cd a", "get a", "get a", "ls", "ls", "ls", "zz", ""));
 }
 
-TEST(Keys, AReferenceBehindTheHistoryIsARangeError) {
+TEST(Keys, AReferenceBeyondTheHistoryIsARangeError) {
   EditorFixture fixture;
   fixture.type("ls\n!-2");
   EXPECT_EQ(fixture.press(10), "\n" + echo.nextPrompt());
@@ -208,7 +208,7 @@ TEST(Keys, AReferenceBehindTheHistoryIsARangeError) {
   EXPECT_THAT(fixture.shell.lines, ElementsAre("ls", "pwd"));
 }
 
-TEST(Keys, KillingBehindACursorPastTheEndIsARangeError) {
+TEST(Keys, KillingToTheEndFromACursorPastItIsARangeError) {
   EditorFixture fixture;
   fixture.type("abc");
   fixture.press(0);
@@ -218,7 +218,7 @@ TEST(Keys, KillingBehindACursorPastTheEndIsARangeError) {
   EXPECT_EQ(fixture.editor.cursor(), 0U);
 }
 
-TEST(Keys, TabAsksForACompletionOfTheLineWithoutLeadingBlanks) {
+TEST(Keys, TabRequestsACompletionOfTheLineWithoutLeadingSpaces) {
   for (const auto& [line, request] :
        {std::pair{"get x", "tab get x"}, std::pair{"  ls ", "tab ls "}, std::pair{"   ", "tab "},
         std::pair{"", "tab "}}) {
@@ -232,7 +232,7 @@ TEST(Keys, TabAsksForACompletionOfTheLineWithoutLeadingBlanks) {
   }
 }
 
-TEST(Keys, UpAndDownWalkTheHistoryAndKeepWhatWasTyped) {
+TEST(Keys, UpAndDownBrowseTheHistoryAndKeepWhatWasTyped) {
   EditorFixture fixture;
   fixture.type("first\nsecond\ntyped");
   EXPECT_EQ(fixture.press(KEY_UP), echo.redrawn("second", 6));
@@ -243,7 +243,7 @@ TEST(Keys, UpAndDownWalkTheHistoryAndKeepWhatWasTyped) {
   EXPECT_EQ(fixture.press(KEY_DOWN), echo.redrawn("typed", 5));
 }
 
-TEST(Keys, ALineEditedOnTheWayTravelsWithTheWalk) {
+TEST(Keys, ALineEditedWhileBrowsingIsKept) {
   EditorFixture fixture;
   fixture.type("one\ntwo\n");
   fixture.press(KEY_UP);
@@ -253,7 +253,7 @@ TEST(Keys, ALineEditedOnTheWayTravelsWithTheWalk) {
   EXPECT_THAT(fixture.editor.history(), ElementsAre("one", "two"));
 }
 
-TEST(Keys, ReturnBeginsTheWalkAnew) {
+TEST(Keys, ReturnEndsBrowsing) {
   EditorFixture fixture;
   fixture.type("one\ntwo\nthree\n");
   fixture.press(KEY_UP);
@@ -265,7 +265,7 @@ TEST(Keys, ReturnBeginsTheWalkAnew) {
   EXPECT_EQ(fixture.press(KEY_UP), echo.redrawn("three", 5));
 }
 
-TEST(Keys, PagesWalkTenLines) {
+TEST(Keys, PageKeysBrowseTenLines) {
   EditorFixture fixture;
   for (int line = 0; line < 15; ++line) {
     fixture.type(std::to_string(line) + "\n");
@@ -276,7 +276,7 @@ TEST(Keys, PagesWalkTenLines) {
   EXPECT_EQ(fixture.press(KEY_NPAGE), echo.redrawn("", 0));
 }
 
-TEST(Keys, AKeyWithoutMemoryLeavesAnEmptyLine) {
+TEST(Keys, AKeyThatRunsOutOfMemoryLeavesAnEmptyLine) {
   FakeShell shell;
   LineEditorHost host = shell.host();
   bool full = false;
@@ -296,13 +296,13 @@ TEST(Keys, AKeyWithoutMemoryLeavesAnEmptyLine) {
   EXPECT_EQ(editor.line(), "");
 }
 
-TEST(Keys, NoMemoryAtAllLeavesTheNextKeyItsChance) {
-  for (const bool forTheMessageToo : {false, true}) {
+TEST(Keys, TheNextKeyWorksAfterRecoveryRanOutOfMemoryToo) {
+  for (const bool forTheMessage : {false, true}) {
     FakeShell shell;
     LineEditorHost host = shell.host();
     host.promptText = []() -> std::string { throw std::length_error("prompt"); };
-    host.outOfMemory = [forTheMessageToo] {
-      if (forTheMessageToo) {
+    host.outOfMemory = [forTheMessage] {
+      if (forTheMessage) {
         throw std::bad_alloc();
       }
     };

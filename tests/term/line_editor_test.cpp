@@ -17,7 +17,7 @@ using testing::ElementsAre;
 
 const EditorEcho echo("here");
 
-TEST(LineEditor, ShowsAPromptAndPutsTheLineBehindIt) {
+TEST(LineEditor, ShowsAPromptAndTheLineAfterIt) {
   EditorFixture fixture;
   const EditorEcho other("other name");
   EXPECT_EQ(fixture.outputOf([&] { fixture.editor.showPrompt("other name", "text"); }),
@@ -27,7 +27,7 @@ TEST(LineEditor, ShowsAPromptAndPutsTheLineBehindIt) {
   EXPECT_EQ(fixture.editor.textColumn(), 15);
 }
 
-TEST(LineEditor, KeepsTheLineUnderANewPrompt) {
+TEST(LineEditor, KeepsTheLineAtANewPrompt) {
   EditorFixture fixture;
   fixture.start("text", 1);
   EXPECT_EQ(fixture.outputOf([&] { fixture.editor.showPrompt("here", nullptr); }),
@@ -51,7 +51,7 @@ TEST(LineEditor, MovesTheCursorEachWay) {
   }
 }
 
-TEST(LineEditor, TheCursorStopsAtTheBeginningOnly) {
+TEST(LineEditor, TheCursorStopsAtTheStartOnly) {
   EditorFixture fixture;
   EXPECT_EQ(fixture.outputOf([&] { fixture.editor.moveCursor(4); }), echo.cursorAt(0));
   EXPECT_EQ(fixture.outputOf([&] { fixture.editor.moveCursor(3); }), echo.cursorAt(1));
@@ -71,7 +71,7 @@ TEST(LineEditor, ClearsTheLine) {
   EXPECT_EQ(fixture.editor.line(), "");
 }
 
-TEST(LineEditor, KillsEitherSideOfTheCursor) {
+TEST(LineEditor, KillsOnEitherSideOfTheCursor) {
   EditorFixture fixture;
   fixture.start("abc def", 4);
   EXPECT_EQ(fixture.outputOf([&] { fixture.editor.killLine(true); }), echo.redrawn("abc ", 4));
@@ -86,7 +86,7 @@ TEST(LineEditor, KillingPastTheEndThrows) {
   EXPECT_EQ(fixture.editor.line(), "abc");
 }
 
-TEST(LineEditor, TakesALineWithoutShowingIt) {
+TEST(LineEditor, SetsALineWithoutDrawingIt) {
   EditorFixture fixture;
   fixture.start("abc", 2);
   EXPECT_EQ(fixture.outputOf([&] { fixture.editor.setLine("ls "); }), "");
@@ -130,7 +130,7 @@ TEST(LineEditor, ALineOfOneWordHasNoLastWordToReplace) {
   }
 }
 
-TEST(LineEditor, WalksAsManyStepsAsThereAreLines) {
+TEST(LineEditor, BrowsesAsManyStepsAsThereAreLines) {
   EditorFixture fixture;
   fixture.type("a\nb\nc\n");
   EXPECT_EQ(fixture.outputOf([&] { fixture.editor.historyBack(2); }), echo.redrawn("b", 1));
@@ -139,7 +139,7 @@ TEST(LineEditor, WalksAsManyStepsAsThereAreLines) {
   EXPECT_EQ(fixture.outputOf([&] { fixture.editor.historyForward(255); }), echo.redrawn("", 0));
 }
 
-TEST(LineEditor, ACompletionMayChangeTheLineThatIsCompleted) {
+TEST(LineEditor, ACompletionMayChangeTheLine) {
   FakeShell shell;
   LineEditorHost host = shell.host();
   LineEditor* completed = nullptr;

@@ -18,17 +18,17 @@ using test_support::FedInput;
 
 const std::string more = "\033[7m\033[5m\033[39mMore\033[27m\033[25m\033[2K";
 
-/// What `count` lines with `rows` rows and these keys show: the number of lines
-/// before each stop, an 'M' a stop, a '.' where the listing ended early.
+/// What is shown of `count` lines on a terminal of `rows` rows with these keys: the number
+/// of lines before each stop, 'M' for each stop, and '.' if the listing ended early.
 std::string paged(int rows, int count, const std::string& keys, bool paging = true) {
   FedInput input;
   input.feed(keys);
   input.end();
   CapturedOutput output;
   ScreenPrinter printer(0, false, {.rows = [rows] { return rows; }});
-  bool wanted = true;
-  for (int line = 0; line < count && wanted; ++line) {
-    wanted = printer.printLine({.text = "l"}, paging);
+  bool continues = true;
+  for (int line = 0; line < count && continues; ++line) {
+    continues = printer.printLine({.text = "l"}, paging);
   }
   const std::string text = output.take();
   const std::string lineText = "\033[39m\033[1Gl\n";
@@ -45,16 +45,16 @@ std::string paged(int rows, int count, const std::string& keys, bool paging = tr
       at += lineText.size();
     }
   }
-  shown << lines << (wanted ? "" : ".");
+  shown << lines << (continues ? "" : ".");
   return shown.str();
 }
 
-TEST(Pager, StopsAfterAScreenLessTwoLinesAndEndsAtQ) {
+TEST(Pager, StopsTwoLinesBeforeAFullScreenAndEndsAtQ) {
   EXPECT_EQ(paged(24, 50, " q"), "22M22M0.");
   EXPECT_EQ(paged(24, 22, ""), "22");
 }
 
-TEST(Pager, LetsOneLineThroughAtReturn) {
+TEST(Pager, ShowsOneLineAtReturn) {
   EXPECT_EQ(paged(24, 50, "\n\nxq"), "22M1M1M22M0.");
 }
 
@@ -68,11 +68,11 @@ TEST(Pager, StopsAtEveryLineOfATerminalWithoutHeight) {
   }
 }
 
-TEST(Pager, StopsAsTheHeightSaysAtAllHeights) {
+TEST(Pager, StopsTwoLinesBeforeAFullScreenAtAllHeights) {
   for (int rows = 3; rows <= 500; ++rows) {
-    std::ostringstream wanted;
-    wanted << rows - 2 << 'M' << rows - 2 << "M0.";
-    EXPECT_EQ(paged(rows, 2 * rows, " q"), wanted.str());
+    std::ostringstream expected;
+    expected << rows - 2 << 'M' << rows - 2 << "M0.";
+    EXPECT_EQ(paged(rows, 2 * rows, " q"), expected.str());
   }
 }
 
@@ -86,7 +86,7 @@ TEST(Pager, NeverStopsWithoutPagingAndCountsOneScreen) {
   EXPECT_EQ(printer.pageLines(), 0);
 }
 
-TEST(Pager, ReadsTheHeightAnewForEachLine) {
+TEST(Pager, ReadsTheHeightForEachLine) {
   FedInput input;
   input.feed(" q");
   CapturedOutput output;
@@ -106,7 +106,7 @@ TEST(Pager, ReadsTheHeightAnewForEachLine) {
   EXPECT_EQ(output.take(), more + more);
 }
 
-TEST(Pager, ShowsMoreAgainWhereARepaintIsAskedFor) {
+TEST(Pager, ShowsMoreAgainIfARepaintIsRequested) {
   FedInput input;
   const RepaintRequests requests;
   CapturedOutput output;
@@ -118,7 +118,7 @@ TEST(Pager, ShowsMoreAgainWhereARepaintIsAskedFor) {
   EXPECT_EQ(output.take(), shown + "\033[1G" + more);
 }
 
-TEST(Pager, TakesOneByteOfTheInput) {
+TEST(Pager, ReadsOneByteOfTheInput) {
   FedInput input;
   input.feed("qrest");
   CapturedOutput output;
@@ -129,7 +129,7 @@ TEST(Pager, TakesOneByteOfTheInput) {
   EXPECT_STREQ(rest.data(), "rest");
 }
 
-TEST(Pager, CountsAndAsksNothingInBatchMode) {
+TEST(Pager, CountsNothingAndDoesNotStopInBatchMode) {
   CapturedOutput output;
   ScreenPrinter printer(0, true, {.columns = [] { return 80; }, .rows = [] { return 1; }});
   EXPECT_TRUE(printer.countLine(true));

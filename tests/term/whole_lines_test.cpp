@@ -11,15 +11,15 @@
 #include "term/screen_printer.h"
 #include "tests/support/captured_output.h"
 
-// Lines of two threads that print at once stand beside each other, whole.
+// Lines of two threads that print at the same time are not divided.
 
 namespace treescope {
 namespace {
 
 using test_support::CapturedOutput;
 
-/// Runs both at once, `times` times each, and counts the different lines that
-/// came out.
+/// Runs both at the same time, `times` times each, and counts the different lines that
+/// were printed.
 template <typename First, typename Second>
 std::map<std::string, int> linesOfBoth(int times, First first, Second second) {
   CapturedOutput output;
@@ -55,7 +55,7 @@ TEST(WholeLines, AreWrittenByPrintLineOnTwoThreads) {
                                         {"\033[39m\033[1Gan update of the main thread", times}}));
 }
 
-TEST(WholeLines, AreRowsOfColumnsBesideTreeLines) {
+TEST(WholeLines, AreRowsOfColumnsNextToTreeLines) {
   ScreenPrinter printer(0, false, {.columns = [] { return 15; }, .rows = [] { return 24; }});
   const std::vector<std::string> names = {"a", "bb", "ccc", "d"};
   ListingNode tree;
