@@ -33,7 +33,7 @@ std::string errorOf(std::string_view text) {
 }
 
 /// A description whose root has the one child `entry`.
-std::string around(std::string_view entry) {
+std::string rootWith(std::string_view entry) {
   return R"({"name": "Model_t", "children": [)" + std::string(entry) + "]}";
 }
 
@@ -80,7 +80,7 @@ TEST(DescriptionParser, KeepsElementsWithAndWithoutNames) {
 
 TEST(DescriptionParser, NamesEveryElementIfOneIsNamed) {
   const TreeDescription tree = parsed(
-      around(R"({"type": "bool", "elements": [{"value": true}, {"value": true, "name": "b"}]})"));
+      rootWith(R"({"type": "bool", "elements": [{"value": true}, {"value": true, "name": "b"}]})"));
   ASSERT_EQ(tree.entries.size(), 1U);
   EXPECT_THAT(tree.entries[0].elementNames, ElementsAre("", "b"));
 }
@@ -94,7 +94,7 @@ TEST(DescriptionParser, KeepsAccessAndSubscribability) {
   EXPECT_EQ(tree.entries[6].access, ModelSrv::ModelPartStatus_Protected);
   EXPECT_FALSE(tree.entries[7].subscribable);
   EXPECT_EQ(
-      parsed(around(R"({"type":"bool","value":true,"access":"read-write"})")).entries[0].access,
+      parsed(rootWith(R"({"type":"bool","value":true,"access":"read-write"})")).entries[0].access,
       ModelSrv::ModelPartStatus_ReadWrite);
 }
 
@@ -110,7 +110,7 @@ TEST(DescriptionParser, AcceptsTheKeysOfAnEntryInAnyOrder) {
 
 TEST(DescriptionParser, NumbersAChildWithoutAnIdAfterItsPreviousSibling) {
   const TreeDescription tree = parsed(
-      around(R"({"children": []}, {"id": 7, "children": []}, {"children": [{"children": []}]})"));
+      rootWith(R"({"children": []}, {"id": 7, "children": []}, {"children": [{"children": []}]})"));
   ASSERT_EQ(tree.entries.size(), 4U);
   EXPECT_EQ(tree.entries[0].id, 1U);
   EXPECT_EQ(tree.entries[1].id, 7U);
@@ -120,92 +120,100 @@ TEST(DescriptionParser, NumbersAChildWithoutAnIdAfterItsPreviousSibling) {
 
 TEST(DescriptionParser, AcceptsTheSmallestAndTheLargestId) {
   const TreeDescription tree =
-      parsed(around(R"({"id": 65533, "children": []}, {"id": 0, "children": []})"));
+      parsed(rootWith(R"({"id": 65533, "children": []}, {"id": 0, "children": []})"));
   ASSERT_EQ(tree.entries.size(), 2U);
   EXPECT_EQ(tree.entries[0].id, 65533U);
   EXPECT_EQ(tree.entries[1].id, 0U);
 }
 
-struct ErrorCase {
+struct InvalidEntryCase {
   const char* what;
   const char* entry;
   const char* text;
 };
 
-class InvalidEntry : public testing::TestWithParam<ErrorCase> {};
+class InvalidEntry : public testing::TestWithParam<InvalidEntryCase> {};
 
 TEST_P(InvalidEntry, IsReportedWithItsPath) {
-  EXPECT_EQ(errorOf(around(GetParam().entry)), GetParam().text);
+  EXPECT_EQ(errorOf(rootWith(GetParam().entry)), GetParam().text);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Structure, InvalidEntry,
     testing::Values(
-        ErrorCase{"NotAnObject", "5", "/children/0: expected an object, got 5"},
-        ErrorCase{"AnArray", "[]", "/children/0: expected an object, got an array"},
-        ErrorCase{"UnknownKey", R"({"colour": 1})", "/children/0/colour: unknown key"},
-        ErrorCase{"KeyWithControlBytes", R"({"a\nb": 1})", "/children/0/a\\x0ab: unknown key"},
-        ErrorCase{"DuplicateKey", R"({"id": 1, "id": 2})", "/children/0/id: duplicate key"},
-        ErrorCase{"NoKeys", "{}", R"(/children/0: missing "children", "value" or "elements")"},
-        ErrorCase{"TypeWithoutValue", R"({"type": "bool"})",
-                  R"(/children/0: missing "children", "value" or "elements")"},
-        ErrorCase{"ValueWithoutType", R"({"value": 1})", R"(/children/0: missing "type")"},
-        ErrorCase{"ValueAndElements", R"({"type": "int8", "value": 1, "elements": [{"value": 1}]})",
-                  R"(/children/0/elements: not allowed together with "value")"},
-        ErrorCase{"ChildrenAndType", R"({"children": [], "type": "int8"})",
-                  R"(/children/0/type: not allowed together with "children")"},
-        ErrorCase{"ChildrenAndAccess", R"({"access": "read-only", "children": []})",
-                  R"(/children/0/access: not allowed together with "children")"},
-        ErrorCase{"ChildrenNoArray", R"({"children": {}})",
-                  "/children/0/children: expected an array of entries, got an object"},
-        ErrorCase{"ElementsNoArray", R"({"type": "int8", "elements": 3})",
-                  "/children/0/elements: expected an array of elements, got 3"},
-        ErrorCase{"NoElements", R"({"type": "int8", "elements": []})",
-                  "/children/0/elements: expected at least one element, got none"},
-        ErrorCase{"ElementNoObject", R"({"type": "int8", "elements": [1]})",
-                  "/children/0/elements/0: expected an object, got 1"},
-        ErrorCase{"ElementWithoutValue", R"({"type": "int8", "elements": [{"value": 1}, {}]})",
-                  R"(/children/0/elements/1: missing "value")"},
-        ErrorCase{"ElementWithType", R"({"elements": [{"type": "int8"}]})",
-                  "/children/0/elements/0/type: unknown key"},
-        ErrorCase{"ArrayAsValue", R"({"type": "int8", "value": [1]})",
-                  "/children/0/value: expected a single value, got an array"},
-        ErrorCase{"ObjectAsValue", R"({"type": "int8", "value": {"a": 1}})",
-                  "/children/0/value: expected a single value, got an object"}),
+        InvalidEntryCase{"NotAnObject", "5", "/children/0: expected an object, got 5"},
+        InvalidEntryCase{"AnArray", "[]", "/children/0: expected an object, got an array"},
+        InvalidEntryCase{"UnknownKey", R"({"colour": 1})", "/children/0/colour: unknown key"},
+        InvalidEntryCase{"KeyWithControlBytes", R"({"a\nb": 1})",
+                         "/children/0/a\\x0ab: unknown key"},
+        InvalidEntryCase{"DuplicateKey", R"({"id": 1, "id": 2})", "/children/0/id: duplicate key"},
+        InvalidEntryCase{"NoKeys", "{}",
+                         R"(/children/0: missing "children", "value" or "elements")"},
+        InvalidEntryCase{"TypeWithoutValue", R"({"type": "bool"})",
+                         R"(/children/0: missing "children", "value" or "elements")"},
+        InvalidEntryCase{"ValueWithoutType", R"({"value": 1})", R"(/children/0: missing "type")"},
+        InvalidEntryCase{"ValueAndElements",
+                         R"({"type": "int8", "value": 1, "elements": [{"value": 1}]})",
+                         R"(/children/0/elements: not allowed together with "value")"},
+        InvalidEntryCase{"ChildrenAndType", R"({"children": [], "type": "int8"})",
+                         R"(/children/0/type: not allowed together with "children")"},
+        InvalidEntryCase{"ChildrenAndAccess", R"({"access": "read-only", "children": []})",
+                         R"(/children/0/access: not allowed together with "children")"},
+        InvalidEntryCase{"ChildrenNoArray", R"({"children": {}})",
+                         "/children/0/children: expected an array of entries, got an object"},
+        InvalidEntryCase{"ElementsNoArray", R"({"type": "int8", "elements": 3})",
+                         "/children/0/elements: expected an array of elements, got 3"},
+        InvalidEntryCase{"NoElements", R"({"type": "int8", "elements": []})",
+                         "/children/0/elements: expected at least one element, got none"},
+        InvalidEntryCase{"ElementNoObject", R"({"type": "int8", "elements": [1]})",
+                         "/children/0/elements/0: expected an object, got 1"},
+        InvalidEntryCase{"ElementWithoutValue",
+                         R"({"type": "int8", "elements": [{"value": 1}, {}]})",
+                         R"(/children/0/elements/1: missing "value")"},
+        InvalidEntryCase{"ElementWithType", R"({"elements": [{"type": "int8"}]})",
+                         "/children/0/elements/0/type: unknown key"},
+        InvalidEntryCase{"ArrayAsValue", R"({"type": "int8", "value": [1]})",
+                         "/children/0/value: expected a single value, got an array"},
+        InvalidEntryCase{"ObjectAsValue", R"({"type": "int8", "value": {"a": 1}})",
+                         "/children/0/value: expected a single value, got an object"}),
     [](const auto& test) { return std::string(test.param.what); });
 
 INSTANTIATE_TEST_SUITE_P(
     Keys, InvalidEntry,
     testing::Values(
-        ErrorCase{"IdTooLarge", R"({"id": 65534})",
-                  "/children/0/id: expected an integer from 0 to 65533, got 65534"},
-        ErrorCase{"IdNegative", R"({"id": -1})",
-                  "/children/0/id: expected an integer from 0 to 65533, got -1"},
-        ErrorCase{"IdWithFraction", R"({"id": 1.0})",
-                  "/children/0/id: expected an integer from 0 to 65533, got 1.0"},
-        ErrorCase{"IdAsText", R"({"id": "1"})",
-                  "/children/0/id: expected an integer from 0 to 65533, got \"1\""},
-        ErrorCase{"DuplicateId", R"({"id": 3, "children": []}, {"id": 3, "children": []})",
-                  "/children/1/id: duplicate id 3"},
-        ErrorCase{"DuplicateDefaultId",
-                  R"({"id": 4, "children": []}, {"id": 3, "children": []}, {"children": []})",
-                  "/children/2: duplicate id 4"},
-        ErrorCase{"NoIdLeft", R"({"id": 65533, "children": []}, {"children": []})",
-                  "/children/1: no id left after the previous sibling's 65533"},
-        ErrorCase{"NameAsNumber", R"({"name": 1})", "/children/0/name: expected a string, got 1"},
-        ErrorCase{"UnknownType", R"({"type": "int128"})",
-                  "/children/0/type: unknown type \"int128\""},
-        ErrorCase{"EmptyType", R"({"type": ""})", "/children/0/type: unknown type \"\""},
-        ErrorCase{"TypeAsNull", R"({"type": null})",
-                  "/children/0/type: expected the name of a type, got null"},
-        ErrorCase{"UnknownAccess", R"({"access": "write-only"})",
-                  "/children/0/access: expected \"read-write\", \"read-only\" or \"protected\", "
-                  "got \"write-only\""},
-        ErrorCase{"AccessAsBool", R"({"access": true})",
-                  "/children/0/access: expected \"read-write\", \"read-only\" or \"protected\", "
-                  "got true"},
-        ErrorCase{"SubscribableAsText", R"({"subscribable": "no"})",
-                  "/children/0/subscribable: expected true or false, got \"no\""}),
+        InvalidEntryCase{"IdTooLarge", R"({"id": 65534})",
+                         "/children/0/id: expected an integer from 0 to 65533, got 65534"},
+        InvalidEntryCase{"IdNegative", R"({"id": -1})",
+                         "/children/0/id: expected an integer from 0 to 65533, got -1"},
+        InvalidEntryCase{"IdWithFraction", R"({"id": 1.0})",
+                         "/children/0/id: expected an integer from 0 to 65533, got 1.0"},
+        InvalidEntryCase{"IdAsText", R"({"id": "1"})",
+                         "/children/0/id: expected an integer from 0 to 65533, got \"1\""},
+        InvalidEntryCase{"DuplicateId", R"({"id": 3, "children": []}, {"id": 3, "children": []})",
+                         "/children/1/id: duplicate id 3"},
+        InvalidEntryCase{
+            "DuplicateDefaultId",
+            R"({"id": 4, "children": []}, {"id": 3, "children": []}, {"children": []})",
+            "/children/2: duplicate id 4"},
+        InvalidEntryCase{"NoIdLeft", R"({"id": 65533, "children": []}, {"children": []})",
+                         "/children/1: no id left after the previous sibling's 65533"},
+        InvalidEntryCase{"NameAsNumber", R"({"name": 1})",
+                         "/children/0/name: expected a string, got 1"},
+        InvalidEntryCase{"UnknownType", R"({"type": "int128"})",
+                         "/children/0/type: unknown type \"int128\""},
+        InvalidEntryCase{"EmptyType", R"({"type": ""})", "/children/0/type: unknown type \"\""},
+        InvalidEntryCase{"TypeAsNull", R"({"type": null})",
+                         "/children/0/type: expected the name of a type, got null"},
+        InvalidEntryCase{
+            "UnknownAccess", R"({"access": "write-only"})",
+            "/children/0/access: expected \"read-write\", \"read-only\" or \"protected\", "
+            "got \"write-only\""},
+        InvalidEntryCase{
+            "AccessAsBool", R"({"access": true})",
+            "/children/0/access: expected \"read-write\", \"read-only\" or \"protected\", "
+            "got true"},
+        InvalidEntryCase{"SubscribableAsText", R"({"subscribable": "no"})",
+                         "/children/0/subscribable: expected true or false, got \"no\""}),
     [](const auto& test) { return std::string(test.param.what); });
 
 TEST(DescriptionParser, ReportsThePathOfANestedValue) {
@@ -214,18 +222,18 @@ TEST(DescriptionParser, ReportsThePathOfANestedValue) {
             "/children/0/children/3/value: 300 is out of range for uint8");
 }
 
-struct Range {
+struct RangeCase {
   const char* type;
   const char* value;
   const char* text;  ///< after the path; null if the value is valid
 };
 
-class ValueRange : public testing::TestWithParam<Range> {};
+class ValueRange : public testing::TestWithParam<RangeCase> {};
 
 TEST_P(ValueRange, IsCheckedPerType) {
-  const Range& range = GetParam();
+  const RangeCase& range = GetParam();
   const std::string whole =
-      around(std::string(R"({"type": ")") + range.type + R"(", "value": )" + range.value + "}");
+      rootWith(std::string(R"({"type": ")") + range.type + R"(", "value": )" + range.value + "}");
   const std::string expected =
       range.text == nullptr ? "parsed" : std::string("/children/0/value: ") + range.text;
   EXPECT_EQ(errorOf(whole), expected);
@@ -234,60 +242,65 @@ TEST_P(ValueRange, IsCheckedPerType) {
 INSTANTIATE_TEST_SUITE_P(
     Table, ValueRange,
     testing::Values(
-        Range{"bool", "true", nullptr},
-        Range{"bool", "1", "expected true or false for bool, got 1"},
-        Range{"bool", "\"true\"", "expected true or false for bool, got \"true\""},
-        Range{"int8", "127", nullptr}, Range{"int8", "-128", nullptr},
-        Range{"int8", "128", "128 is out of range for int8"},
-        Range{"int8", "-129", "-129 is out of range for int8"}, Range{"int16", "32767", nullptr},
-        Range{"int16", "-32769", "-32769 is out of range for int16"},
-        Range{"int32", "-2147483648", nullptr},
-        Range{"int32", "2147483648", "2147483648 is out of range for int32"},
-        Range{"int32", "1.0", "expected an integer for int32, got 1.0"},
-        Range{"int32", "1e3", "expected an integer for int32, got 1e3"},
-        Range{"int32", "true", "expected an integer for int32, got true"},
-        Range{"int32", "null", "expected an integer for int32, got null"},
-        Range{"int64", "9223372036854775807", nullptr},
-        Range{"int64", "-9223372036854775808", nullptr},
-        Range{"int64", "9223372036854775808", "9223372036854775808 is out of range for int64"},
-        Range{"int64", "-9223372036854775809", "-9223372036854775809 is out of range for int64"},
-        Range{"uint8", "255", nullptr}, Range{"uint8", "256", "256 is out of range for uint8"},
-        Range{"uint8", "-1", "-1 is out of range for uint8"}, Range{"uint16", "65535", nullptr},
-        Range{"uint16", "65536", "65536 is out of range for uint16"},
-        Range{"uint32", "4294967295", nullptr},
-        Range{"uint32", "4294967296", "4294967296 is out of range for uint32"},
-        Range{"uint64", "18446744073709551615", nullptr},
-        Range{"uint64", "18446744073709551616", "18446744073709551616 is out of range for uint64"},
-        Range{"float", "0.1", nullptr}, Range{"float", "-7", nullptr},
-        Range{"float", "3.4028234663852886e38", nullptr},
-        Range{"float", "3.5e38", "3.5e38 is out of range for float"},
-        Range{"float", "-3.5e38", "-3.5e38 is out of range for float"},
-        Range{"float", "\"1\"", "expected a number for float, got \"1\""},
-        Range{"double", "1e308", nullptr}, Range{"double", "18446744073709551616", nullptr},
-        Range{"double", "false", "expected a number for double, got false"},
-        Range{"text", "\"\"", nullptr}, Range{"text", R"("a\u0000\n")", nullptr},
-        Range{"text", "5", "expected a string for text, got 5"}));
+        RangeCase{"bool", "true", nullptr},
+        RangeCase{"bool", "1", "expected true or false for bool, got 1"},
+        RangeCase{"bool", "\"true\"", "expected true or false for bool, got \"true\""},
+        RangeCase{"int8", "127", nullptr}, RangeCase{"int8", "-128", nullptr},
+        RangeCase{"int8", "128", "128 is out of range for int8"},
+        RangeCase{"int8", "-129", "-129 is out of range for int8"},
+        RangeCase{"int16", "32767", nullptr},
+        RangeCase{"int16", "-32769", "-32769 is out of range for int16"},
+        RangeCase{"int32", "-2147483648", nullptr},
+        RangeCase{"int32", "2147483648", "2147483648 is out of range for int32"},
+        RangeCase{"int32", "1.0", "expected an integer for int32, got 1.0"},
+        RangeCase{"int32", "1e3", "expected an integer for int32, got 1e3"},
+        RangeCase{"int32", "true", "expected an integer for int32, got true"},
+        RangeCase{"int32", "null", "expected an integer for int32, got null"},
+        RangeCase{"int64", "9223372036854775807", nullptr},
+        RangeCase{"int64", "-9223372036854775808", nullptr},
+        RangeCase{"int64", "9223372036854775808", "9223372036854775808 is out of range for int64"},
+        RangeCase{"int64", "-9223372036854775809",
+                  "-9223372036854775809 is out of range for int64"},
+        RangeCase{"uint8", "255", nullptr},
+        RangeCase{"uint8", "256", "256 is out of range for uint8"},
+        RangeCase{"uint8", "-1", "-1 is out of range for uint8"},
+        RangeCase{"uint16", "65535", nullptr},
+        RangeCase{"uint16", "65536", "65536 is out of range for uint16"},
+        RangeCase{"uint32", "4294967295", nullptr},
+        RangeCase{"uint32", "4294967296", "4294967296 is out of range for uint32"},
+        RangeCase{"uint64", "18446744073709551615", nullptr},
+        RangeCase{"uint64", "18446744073709551616",
+                  "18446744073709551616 is out of range for uint64"},
+        RangeCase{"float", "0.1", nullptr}, RangeCase{"float", "-7", nullptr},
+        RangeCase{"float", "3.4028234663852886e38", nullptr},
+        RangeCase{"float", "3.5e38", "3.5e38 is out of range for float"},
+        RangeCase{"float", "-3.5e38", "-3.5e38 is out of range for float"},
+        RangeCase{"float", "\"1\"", "expected a number for float, got \"1\""},
+        RangeCase{"double", "1e308", nullptr}, RangeCase{"double", "18446744073709551616", nullptr},
+        RangeCase{"double", "false", "expected a number for double, got false"},
+        RangeCase{"text", "\"\"", nullptr}, RangeCase{"text", R"("a\u0000\n")", nullptr},
+        RangeCase{"text", "5", "expected a string for text, got 5"}));
 
 TEST(DescriptionParser, ReportsThePathOfAnElement) {
-  EXPECT_EQ(errorOf(around(R"({"elements": [{"value": 1}, {"value": -1}], "type": "uint8"})")),
+  EXPECT_EQ(errorOf(rootWith(R"({"elements": [{"value": 1}, {"value": -1}], "type": "uint8"})")),
             "/children/0/elements/1/value: -1 is out of range for uint8");
 }
 
 TEST(DescriptionParser, RoundsAFloatToItsType) {
-  const TreeDescription tree = parsed(around(R"({"type": "float", "value": 0.1})"));
+  const TreeDescription tree = parsed(rootWith(R"({"type": "float", "value": 0.1})"));
   ASSERT_EQ(tree.entries.size(), 1U);
   EXPECT_EQ(std::get<double>(tree.entries[0].values.at(0)), static_cast<double>(0.1F));
 }
 
 TEST(DescriptionParser, LimitsNamesTextsAndElements) {
   const auto named = [](std::size_t size) {
-    return around(R"({"children": [], "name": ")" + std::string(size, 'n') + "\"}");
+    return rootWith(R"({"children": [], "name": ")" + std::string(size, 'n') + "\"}");
   };
   EXPECT_EQ(errorOf(named(65535)), "parsed");
   EXPECT_EQ(errorOf(named(65536)), "/children/0/name: longer than 65535 bytes");
 
   const auto text = [](std::size_t size) {
-    return around(R"({"type": "text", "value": ")" + std::string(size, 't') + "\"}");
+    return rootWith(R"({"type": "text", "value": ")" + std::string(size, 't') + "\"}");
   };
   EXPECT_EQ(errorOf(text(16777216)), "parsed");
   EXPECT_EQ(errorOf(text(16777217)), "/children/0/value: longer than 16777216 bytes");
@@ -297,7 +310,7 @@ TEST(DescriptionParser, LimitsNamesTextsAndElements) {
     for (std::size_t index = 1; index < count; ++index) {
       entry += R"(,{"value":true})";
     }
-    return around(entry + "]}");
+    return rootWith(entry + "]}");
   };
   EXPECT_EQ(errorOf(elements(65534)), "parsed");
   EXPECT_EQ(errorOf(elements(65535)), "/children/0/elements/65534: more than 65534 elements");
@@ -305,8 +318,8 @@ TEST(DescriptionParser, LimitsNamesTextsAndElements) {
 
 TEST(DescriptionParser, LimitsTheTotalTextOfAnArray) {
   const std::string half(8388608, 't');
-  EXPECT_EQ(errorOf(around(R"({"type": "text", "elements": [{"value": ")" + half +
-                           R"("}, {"value": ")" + half + "\"}]}")),
+  EXPECT_EQ(errorOf(rootWith(R"({"type": "text", "elements": [{"value": ")" + half +
+                             R"("}, {"value": ")" + half + "\"}]}")),
             "/children/0/elements: longer than 16777216 bytes in total");
 }
 
@@ -330,7 +343,7 @@ TEST(DescriptionParser, LimitsTheDepth) {
 
 TEST(DescriptionParser, LimitsTheDepthOfUnclosedText) {
   EXPECT_THAT(errorOf(std::string(1000000, '[')), StartsWith("/: expected an object"));
-  EXPECT_THAT(errorOf(around(R"({"value": )" + std::string(1000000, '['))),
+  EXPECT_THAT(errorOf(rootWith(R"({"value": )" + std::string(1000000, '['))),
               StartsWith("/children/0/value: expected a single value"));
   EXPECT_THAT(errorOf(nested(1000000)), HasSubstr("deeper than 4096 levels"));
 }
@@ -346,7 +359,7 @@ TEST(DescriptionParser, ReportsThePositionOfASyntaxError) {
   EXPECT_THAT(errorOf(""), StartsWith("line 1, column 1: "));
   EXPECT_THAT(errorOf("{\n \"children\": [}\n"), StartsWith("line 2, column 15: syntax error"));
   EXPECT_THAT(errorOf("{\"children\": []} x"), StartsWith("line 1, column 18: syntax error"));
-  EXPECT_THAT(errorOf(around(R"({"type": "double", "value": 1e999})")),
+  EXPECT_THAT(errorOf(rootWith(R"({"type": "double", "value": 1e999})")),
               HasSubstr("number overflow"));
 }
 

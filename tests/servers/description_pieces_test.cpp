@@ -16,11 +16,11 @@ namespace {
 using testing::ElementsAre;
 using testing::StartsWith;
 
-constexpr std::string_view drive = R"({"name": "Model_device", "children": [
+constexpr std::string_view description = R"({"name": "Model_device", "children": [
   {"id": 1, "name": "drive", "children": [
     {"id": 2, "name": "label", "type": "text", "value": "two words"}]}]})";
 
-std::string errorOf(std::string_view text) {
+std::string parseError(std::string_view text) {
   const auto result = parseTreeDescription(text);
   const auto* error = std::get_if<Error>(&result);
   return error == nullptr ? "parsed" : error->text;
@@ -37,7 +37,7 @@ NextPiece inPieces(std::string_view text, std::size_t size) {
 
 TEST(DescriptionPieces, ParsesPiecesOfAnySize) {
   for (const std::size_t size : {1U, 2U, 7U, 64U, 4096U}) {
-    const auto result = parseTreeDescription(inPieces(drive, size));
+    const auto result = parseTreeDescription(inPieces(description, size));
     const auto* tree = std::get_if<TreeDescription>(&result);
     ASSERT_NE(tree, nullptr) << size;
     ASSERT_EQ(tree->entries.size(), 2U) << size;
@@ -51,7 +51,7 @@ TEST(DescriptionPieces, ReportsTheSamePositionForAnyPieces) {
        {std::string_view(""), std::string_view("\n\n"), std::string_view("{\n \"children\": [}\n"),
         std::string_view("{\"children\":\n12\n,]"), std::string_view("{\n\n\n\"a"),
         std::string_view("{\"children\": [\n\n1.\n"), std::string_view("{\n\"id\n\n")}) {
-    const std::string whole = errorOf(text);
+    const std::string whole = parseError(text);
     for (std::size_t size = 1; size <= text.size(); ++size) {
       const auto result = parseTreeDescription(inPieces(text, size));
       const auto* error = std::get_if<Error>(&result);
@@ -59,9 +59,9 @@ TEST(DescriptionPieces, ReportsTheSamePositionForAnyPieces) {
       EXPECT_EQ(error->text, whole) << size;
     }
   }
-  EXPECT_THAT(errorOf("{\n\n\n\"a"), StartsWith("line 4, column 3: "));
-  EXPECT_THAT(errorOf("{\n\"id\n\n"), StartsWith("line 2, column 4: "));
-  EXPECT_THAT(errorOf("\n\n"), StartsWith("line 3, column 1: "));
+  EXPECT_THAT(parseError("{\n\n\n\"a"), StartsWith("line 4, column 3: "));
+  EXPECT_THAT(parseError("{\n\"id\n\n"), StartsWith("line 2, column 4: "));
+  EXPECT_THAT(parseError("\n\n"), StartsWith("line 3, column 1: "));
 }
 
 }  // namespace

@@ -75,13 +75,13 @@ TEST(HostText, ReadsInterfacesAfterTheHeadings) {
   EXPECT_EQ(interfaces[1].sentPackets, 334U);
 }
 
-struct Mounts {
+struct MountsCase {
   const char* what;
   const char* text;
   std::vector<std::string> local;
 };
 
-class LocalMounts : public testing::TestWithParam<Mounts> {};
+class LocalMounts : public testing::TestWithParam<MountsCase> {};
 
 TEST_P(LocalMounts, AreThoseThatNeverBlock) {
   EXPECT_EQ(parseLocalMounts(GetParam().text), GetParam().local);
@@ -90,27 +90,28 @@ TEST_P(LocalMounts, AreThoseThatNeverBlock) {
 INSTANTIATE_TEST_SUITE_P(
     Table, LocalMounts,
     testing::Values(
-        Mounts{"Plain",
-               "/dev/vda / ext4 rw 0 0\n/dev/sda1 /boot/efi vfat rw 0 0\n",
-               {"/", "/boot/efi"}},
-        Mounts{"KernelFileSystems",
-               "proc /proc proc rw 0 0\ntmpfs /dev/shm tmpfs rw 0 0\ntmpfs /sys/fs/x tmpfs rw 0 0\n"
-               "tmpfs /device tmpfs rw 0 0\n",
-               {"/device"}},
-        Mounts{"Network", "/dev/vda / ext4 rw 0 0\nsrv:/a /mnt/a nfs4 rw 0 0\n", {"/"}},
-        Mounts{
+        MountsCase{"Plain",
+                   "/dev/vda / ext4 rw 0 0\n/dev/sda1 /boot/efi vfat rw 0 0\n",
+                   {"/", "/boot/efi"}},
+        MountsCase{
+            "KernelFileSystems",
+            "proc /proc proc rw 0 0\ntmpfs /dev/shm tmpfs rw 0 0\ntmpfs /sys/fs/x tmpfs rw 0 0\n"
+            "tmpfs /device tmpfs rw 0 0\n",
+            {"/device"}},
+        MountsCase{"Network", "/dev/vda / ext4 rw 0 0\nsrv:/a /mnt/a nfs4 rw 0 0\n", {"/"}},
+        MountsCase{
             "BelowANetworkMount",
             "/dev/vda / ext4 rw 0 0\nsrv:/a /mnt nfs4 rw 0 0\n/dev/loop0 /mnt/image ext4 rw 0 0\n"
             "/dev/sdb /mnt2 ext4 rw 0 0\n",
             {"/", "/mnt2"}},
-        Mounts{"NetworkRoot", "srv:/r / nfs rw 0 0\n/dev/sda /data ext4 rw 0 0\n", {}},
-        Mounts{
+        MountsCase{"NetworkRoot", "srv:/r / nfs rw 0 0\n/dev/sda /data ext4 rw 0 0\n", {}},
+        MountsCase{
             "UserSpace", "x /a fuse.sshfs rw 0 0\ny /b fuseblk rw 0 0\nz /c autofs rw 0 0\n", {}},
-        Mounts{"HiddenTwice", "/dev/a /m ext4 rw 0 0\n/dev/b /m xfs rw 0 0\n", {"/m"}},
-        Mounts{"HiddenByNetwork", "/dev/a /m ext4 rw 0 0\nsrv:/m /m nfs rw 0 0\n", {}},
-        Mounts{"Escapes", "/dev/a /my\\040disk\\134 ext4 rw 0 0\n", {"/my disk\\"}},
-        Mounts{"BrokenEscapes", "/dev/a /a\\9x\\77 ext4 rw 0 0\n", {"/a\\9x\\77"}},
-        Mounts{"Rubbish", "\n \nx\nx y\nx relative ext4\n", {}}),
+        MountsCase{"HiddenTwice", "/dev/a /m ext4 rw 0 0\n/dev/b /m xfs rw 0 0\n", {"/m"}},
+        MountsCase{"HiddenByNetwork", "/dev/a /m ext4 rw 0 0\nsrv:/m /m nfs rw 0 0\n", {}},
+        MountsCase{"Escapes", "/dev/a /my\\040disk\\134 ext4 rw 0 0\n", {"/my disk\\"}},
+        MountsCase{"BrokenEscapes", "/dev/a /a\\9x\\77 ext4 rw 0 0\n", {"/a\\9x\\77"}},
+        MountsCase{"Rubbish", "\n \nx\nx y\nx relative ext4\n", {}}),
     [](const auto& test) { return std::string(test.param.what); });
 
 TEST(HostText, ReturnsZerosForInvalidText) {

@@ -92,13 +92,13 @@ TEST(Modelsrvd, IsPrivateToItsUserUnlessAGroupIsNamed) {
   EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);
 }
 
-struct ErrorCase {
+struct InvalidStartCase {
   const char* what;
   std::vector<std::string> args;
   const char* line;
 };
 
-class InvalidStart : public testing::TestWithParam<ErrorCase> {};
+class InvalidStart : public testing::TestWithParam<InvalidStartCase> {};
 
 TEST_P(InvalidStart, IsReportedInOneLineWithItsOrigin) {
   const Finished finished = runServer(GetParam().args);
@@ -110,28 +110,29 @@ TEST_P(InvalidStart, IsReportedInOneLineWithItsOrigin) {
 INSTANTIATE_TEST_SUITE_P(
     Table, InvalidStart,
     testing::Values(
-        ErrorCase{"UnknownOption", {"--frob"}, "\"--frob\": unknown option; see modelsrvd --help"},
-        ErrorCase{"MissingValue", {"--tree"}, "--tree: missing value"},
-        ErrorCase{"BadPeriod",
-                  {"--period", "0"},
-                  "--period: expected milliseconds from 50 to 60000, got \"0\""},
-        ErrorCase{"NoFile",
-                  {"--tree", "/nonexistent/x.json"},
-                  "--tree: /nonexistent/x.json: No such file or directory"},
-        ErrorCase{"Directory", {"--tree", "/"}, "--tree: /: not a regular file"},
-        ErrorCase{
+        InvalidStartCase{
+            "UnknownOption", {"--frob"}, "\"--frob\": unknown option; see modelsrvd --help"},
+        InvalidStartCase{"MissingValue", {"--tree"}, "--tree: missing value"},
+        InvalidStartCase{"BadPeriod",
+                         {"--period", "0"},
+                         "--period: expected milliseconds from 50 to 60000, got \"0\""},
+        InvalidStartCase{"NoFile",
+                         {"--tree", "/nonexistent/x.json"},
+                         "--tree: /nonexistent/x.json: No such file or directory"},
+        InvalidStartCase{"Directory", {"--tree", "/"}, "--tree: /: not a regular file"},
+        InvalidStartCase{
             "NoGroup", {"--group", "no such group"}, "--group: unknown group \"no such group\""},
-        ErrorCase{"SlashInName", {"--name", "a/b"}, "--name: a/b: not a valid port name"},
-        ErrorCase{"DotName", {"--name", ".a"}, "--name: .a: not a valid port name"}),
+        InvalidStartCase{"SlashInName", {"--name", "a/b"}, "--name: a/b: not a valid port name"},
+        InvalidStartCase{"DotName", {"--name", ".a"}, "--name: .a: not a valid port name"}),
     [](const auto& test) { return std::string(test.param.what); });
 
-struct BadFile {
+struct InvalidFileCase {
   const char* what;
   const char* text;
   const char* line;  ///< after the file's name
 };
 
-class InvalidFile : public testing::TestWithParam<BadFile> {};
+class InvalidFile : public testing::TestWithParam<InvalidFileCase> {};
 
 TEST_P(InvalidFile, IsReportedWithThePositionInIt) {
   const TemporaryFile file(GetParam().text);
@@ -145,20 +146,23 @@ TEST_P(InvalidFile, IsReportedWithThePositionInIt) {
 INSTANTIATE_TEST_SUITE_P(
     Table, InvalidFile,
     testing::Values(
-        BadFile{"Empty", "", "line 1, column 1: "},
-        BadFile{"NoJson", "{\n\"name\": ]", "line 2, column 9: syntax error"},
-        BadFile{"NoName", R"({"children": []})", "/name: missing, and --name is not given\n"},
-        BadFile{"EmptyName", R"({"name": "", "children": []})",
-                "/name: missing, and --name is not given\n"},
-        BadFile{"BadName", R"({"name": "a/b", "children": []})",
-                "/name: a/b: not a valid port name\n"},
-        BadFile{"NulInName", R"({"name": "Model_\u0000x", "children": []})", "/name: Model_\\x00x"},
-        BadFile{"OutOfRange",
-                R"({"name": "Model_x", "children": [{"children": [{"type":"int8","value":200}]}]})",
-                "/children/0/children/0/value: 200 is out of range for int8\n"},
-        BadFile{"DuplicateId",
-                R"({"children": [{"id": 1, "children": []}, {"id": 1, "children": []}]})",
-                "/children/1/id: duplicate id 1\n"}),
+        InvalidFileCase{"Empty", "", "line 1, column 1: "},
+        InvalidFileCase{"NoJson", "{\n\"name\": ]", "line 2, column 9: syntax error"},
+        InvalidFileCase{"NoName", R"({"children": []})",
+                        "/name: missing, and --name is not given\n"},
+        InvalidFileCase{"EmptyName", R"({"name": "", "children": []})",
+                        "/name: missing, and --name is not given\n"},
+        InvalidFileCase{"BadName", R"({"name": "a/b", "children": []})",
+                        "/name: a/b: not a valid port name\n"},
+        InvalidFileCase{"NulInName", R"({"name": "Model_\u0000x", "children": []})",
+                        "/name: Model_\\x00x"},
+        InvalidFileCase{
+            "OutOfRange",
+            R"({"name": "Model_x", "children": [{"children": [{"type":"int8","value":200}]}]})",
+            "/children/0/children/0/value: 200 is out of range for int8\n"},
+        InvalidFileCase{"DuplicateId",
+                        R"({"children": [{"id": 1, "children": []}, {"id": 1, "children": []}]})",
+                        "/children/1/id: duplicate id 1\n"}),
     [](const auto& test) { return std::string(test.param.what); });
 
 TEST(Modelsrvd, ReportsThatItCannotPrint) {

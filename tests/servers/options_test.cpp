@@ -13,7 +13,7 @@ namespace {
 
 using Args = std::vector<std::string_view>;
 
-Options parsed(const Args& args) {
+Options parsedOptions(const Args& args) {
   const auto result = parseOptions(args);
   if (const auto* error = std::get_if<Error>(&result)) {
     ADD_FAILURE() << error->text;
@@ -23,7 +23,7 @@ Options parsed(const Args& args) {
 }
 
 TEST(Options, DefaultToTheLiveTreeOncePerSecond) {
-  const Options options = parsed({});
+  const Options options = parsedOptions({});
   EXPECT_FALSE(options.help);
   EXPECT_FALSE(options.version);
   EXPECT_FALSE(options.name);
@@ -36,7 +36,7 @@ TEST(Options, DefaultToTheLiveTreeOncePerSecond) {
 
 TEST(Options, AcceptAValueAsTheNextArgumentOrAfterAnEqualsSign) {
   const Options options =
-      parsed({"--name", "Model_x", "--tree=a=b.json", "--period", "50", "--group=staff"});
+      parsedOptions({"--name", "Model_x", "--tree=a=b.json", "--period", "50", "--group=staff"});
   EXPECT_EQ(options.name, "Model_x");
   EXPECT_EQ(options.tree, "a=b.json");
   EXPECT_EQ(options.period, 50U);
@@ -44,11 +44,11 @@ TEST(Options, AcceptAValueAsTheNextArgumentOrAfterAnEqualsSign) {
 }
 
 TEST(Options, AcceptAValueThatLooksLikeAnOption) {
-  EXPECT_EQ(parsed({"--name", "--tree"}).name, "--tree");
+  EXPECT_EQ(parsedOptions({"--name", "--tree"}).name, "--tree");
 }
 
 TEST(Options, AcceptAShapeAndAChangeRate) {
-  const Options options = parsed({"--synthetic", "100x1000", "--churn", "100000"});
+  const Options options = parsedOptions({"--synthetic", "100x1000", "--churn", "100000"});
   ASSERT_TRUE(options.synthetic);
   EXPECT_EQ(options.synthetic->groups, 100U);
   EXPECT_EQ(options.synthetic->parts, 1000U);
@@ -56,18 +56,18 @@ TEST(Options, AcceptAShapeAndAChangeRate) {
 }
 
 TEST(Options, AreNotCheckedAfterHelpOrVersion) {
-  EXPECT_TRUE(parsed({"--help", "--rubbish"}).help);
-  EXPECT_TRUE(parsed({"-h"}).help);
-  EXPECT_TRUE(parsed({"--version", "--rubbish"}).version);
+  EXPECT_TRUE(parsedOptions({"--help", "--rubbish"}).help);
+  EXPECT_TRUE(parsedOptions({"-h"}).help);
+  EXPECT_TRUE(parsedOptions({"--version", "--rubbish"}).version);
 }
 
-struct ErrorCase {
+struct InvalidOptionsCase {
   const char* what;
   Args args;
   const char* text;
 };
 
-class InvalidOptions : public testing::TestWithParam<ErrorCase> {};
+class InvalidOptions : public testing::TestWithParam<InvalidOptionsCase> {};
 
 TEST_P(InvalidOptions, AreReportedWithTheArgument) {
   const auto result = parseOptions(GetParam().args);
@@ -79,60 +79,68 @@ TEST_P(InvalidOptions, AreReportedWithTheArgument) {
 INSTANTIATE_TEST_SUITE_P(
     Table, InvalidOptions,
     testing::Values(
-        ErrorCase{"UnknownOption", {"--frob"}, "\"--frob\": unknown option; see modelsrvd --help"},
-        ErrorCase{"ExtraArgument",
-                  {"tree.json"},
-                  "\"tree.json\": unexpected argument; see modelsrvd --help"},
-        ErrorCase{"EmptyArgument", {""}, "\"\": unexpected argument; see modelsrvd --help"},
-        ErrorCase{"ControlBytes",
-                  {"--a\n\x1b[31m"},
-                  "\"--a\\x0a\\x1b[31m\": unknown option; see modelsrvd --help"},
-        ErrorCase{"MissingValue", {"--name"}, "--name: missing value"},
-        ErrorCase{"EmptyName", {"--name", ""}, "--name: empty value"},
-        ErrorCase{"EmptyTree", {"--tree="}, "--tree: empty value"},
-        ErrorCase{"EmptyGroup", {"--group="}, "--group: empty value"},
-        ErrorCase{"Twice", {"--name", "a", "--name=b"}, "--name: given twice"},
-        ErrorCase{"PeriodTooShort",
-                  {"--period", "49"},
-                  "--period: expected milliseconds from 50 to 60000, got \"49\""},
-        ErrorCase{"PeriodTooLong",
-                  {"--period", "60001"},
-                  "--period: expected milliseconds from 50 to 60000, got \"60001\""},
-        ErrorCase{"PeriodNegative",
-                  {"--period", "-100"},
-                  "--period: expected milliseconds from 50 to 60000, got \"-100\""},
-        ErrorCase{"PeriodWithUnit",
-                  {"--period", "100ms"},
-                  "--period: expected milliseconds from 50 to 60000, got \"100ms\""},
-        ErrorCase{"PeriodOverflow",
-                  {"--period", "99999999999999999999"},
-                  "--period: expected milliseconds from 50 to 60000, got \"99999999999999999999\""},
-        ErrorCase{"ShapeWithoutCross",
-                  {"--synthetic", "100"},
-                  "--synthetic: expected GROUPSxPARTS with both numbers from 1 to 65534, got "
-                  "\"100\""},
-        ErrorCase{"ShapeWithoutGroups",
-                  {"--synthetic", "0x5"},
-                  "--synthetic: expected GROUPSxPARTS with both numbers from 1 to 65534, got "
-                  "\"0x5\""},
-        ErrorCase{"ShapeWithTwoCrosses",
-                  {"--synthetic", "1x2x3"},
-                  "--synthetic: expected GROUPSxPARTS with both numbers from 1 to 65534, got "
-                  "\"1x2x3\""},
-        ErrorCase{"ShapeTooWide",
-                  {"--synthetic", "65535x1"},
-                  "--synthetic: expected GROUPSxPARTS with both numbers from 1 to 65534, got "
-                  "\"65535x1\""},
-        ErrorCase{"ShapeTooLarge",
-                  {"--synthetic", "65534x65534"},
-                  "--synthetic: expected at most 4000000 parts in total, got \"65534x65534\""},
-        ErrorCase{"ChurnOfZero",
-                  {"--synthetic", "1x1", "--churn", "0"},
-                  "--churn: expected changes per second from 1 to 1000000, got \"0\""},
-        ErrorCase{"ChurnAlone", {"--churn", "5"}, "--churn: requires --synthetic"},
-        ErrorCase{"TwoTrees",
-                  {"--tree", "a.json", "--synthetic", "1x1"},
-                  "--synthetic: not allowed together with --tree"}),
+        InvalidOptionsCase{
+            "UnknownOption", {"--frob"}, "\"--frob\": unknown option; see modelsrvd --help"},
+        InvalidOptionsCase{"ExtraArgument",
+                           {"tree.json"},
+                           "\"tree.json\": unexpected argument; see modelsrvd --help"},
+        InvalidOptionsCase{
+            "EmptyArgument", {""}, "\"\": unexpected argument; see modelsrvd --help"},
+        InvalidOptionsCase{"ControlBytes",
+                           {"--a\n\x1b[31m"},
+                           "\"--a\\x0a\\x1b[31m\": unknown option; see modelsrvd --help"},
+        InvalidOptionsCase{"MissingValue", {"--name"}, "--name: missing value"},
+        InvalidOptionsCase{"EmptyName", {"--name", ""}, "--name: empty value"},
+        InvalidOptionsCase{"EmptyTree", {"--tree="}, "--tree: empty value"},
+        InvalidOptionsCase{"EmptyGroup", {"--group="}, "--group: empty value"},
+        InvalidOptionsCase{"Twice", {"--name", "a", "--name=b"}, "--name: given twice"},
+        InvalidOptionsCase{"PeriodTooShort",
+                           {"--period", "49"},
+                           "--period: expected milliseconds from 50 to 60000, got \"49\""},
+        InvalidOptionsCase{"PeriodTooLong",
+                           {"--period", "60001"},
+                           "--period: expected milliseconds from 50 to 60000, got \"60001\""},
+        InvalidOptionsCase{"PeriodNegative",
+                           {"--period", "-100"},
+                           "--period: expected milliseconds from 50 to 60000, got \"-100\""},
+        InvalidOptionsCase{"PeriodWithUnit",
+                           {"--period", "100ms"},
+                           "--period: expected milliseconds from 50 to 60000, got \"100ms\""},
+        InvalidOptionsCase{
+            "PeriodOverflow",
+            {"--period", "99999999999999999999"},
+            "--period: expected milliseconds from 50 to 60000, got \"99999999999999999999\""},
+        InvalidOptionsCase{
+            "ShapeWithoutCross",
+            {"--synthetic", "100"},
+            "--synthetic: expected GROUPSxPARTS with both numbers from 1 to 65534, got "
+            "\"100\""},
+        InvalidOptionsCase{
+            "ShapeWithoutGroups",
+            {"--synthetic", "0x5"},
+            "--synthetic: expected GROUPSxPARTS with both numbers from 1 to 65534, got "
+            "\"0x5\""},
+        InvalidOptionsCase{
+            "ShapeWithTwoCrosses",
+            {"--synthetic", "1x2x3"},
+            "--synthetic: expected GROUPSxPARTS with both numbers from 1 to 65534, got "
+            "\"1x2x3\""},
+        InvalidOptionsCase{
+            "ShapeTooWide",
+            {"--synthetic", "65535x1"},
+            "--synthetic: expected GROUPSxPARTS with both numbers from 1 to 65534, got "
+            "\"65535x1\""},
+        InvalidOptionsCase{
+            "ShapeTooLarge",
+            {"--synthetic", "65534x65534"},
+            "--synthetic: expected at most 4000000 parts in total, got \"65534x65534\""},
+        InvalidOptionsCase{"ChurnOfZero",
+                           {"--synthetic", "1x1", "--churn", "0"},
+                           "--churn: expected changes per second from 1 to 1000000, got \"0\""},
+        InvalidOptionsCase{"ChurnAlone", {"--churn", "5"}, "--churn: requires --synthetic"},
+        InvalidOptionsCase{"TwoTrees",
+                           {"--tree", "a.json", "--synthetic", "1x1"},
+                           "--synthetic: not allowed together with --tree"}),
     [](const auto& test) { return std::string(test.param.what); });
 
 TEST(Options, AreAllNamedInTheUsage) {

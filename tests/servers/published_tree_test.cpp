@@ -27,7 +27,7 @@ TreeDescription describe(std::string_view text) {
   return std::get<TreeDescription>(std::move(result));
 }
 
-TreeDescription around(const std::string& entry) {
+TreeDescription nodeWith(const std::string& entry) {
   return describe(R"({"children": [{"children": [)" + entry + "]}]}");
 }
 
@@ -52,37 +52,37 @@ class PublishedTreeTest : public testing::Test {
   std::unique_ptr<PublishedTree> tree_;
 };
 
-struct Typed {
+struct TypeCase {
   const char* type;
   const char* value;
   const char* text;
 };
 
-class EveryType : public PublishedTreeTest, public testing::WithParamInterface<Typed> {};
+class EveryType : public PublishedTreeTest, public testing::WithParamInterface<TypeCase> {};
 
 TEST_P(EveryType, CanBeASingleValueAndAnArray) {
   const std::string type = std::string(R"({"type": ")") + GetParam().type + '"';
   const std::string value = std::string(R"("value": )") + GetParam().value;
-  publish(around(type + ", " + value + "}"));
+  publish(nodeWith(type + ", " + value + "}"));
   EXPECT_EQ(textOf(*onlyPart()), GetParam().text);
-  publish(around(type + R"(, "elements": [{)" + value + "}, {" + value + "}]}"));
+  publish(nodeWith(type + R"(, "elements": [{)" + value + "}, {" + value + "}]}"));
   EXPECT_EQ(textOf(*onlyPart()), std::string(GetParam().text) + "\n" + GetParam().text);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Table, EveryType,
-    testing::Values(Typed{"bool", "true", "true"}, Typed{"int8", "-128", "-128"},
-                    Typed{"int16", "-32768", "-32768"}, Typed{"int32", "-5", "-5"},
-                    Typed{"int64", "-9223372036854775808", "-9223372036854775808"},
-                    Typed{"uint8", "255", "255"}, Typed{"uint16", "65535", "65535"},
-                    Typed{"uint32", "4294967295", "4294967295"},
-                    Typed{"uint64", "18446744073709551615", "18446744073709551615"},
-                    Typed{"float", "0.1", "0.1"}, Typed{"double", "0.1", "0.1"},
-                    Typed{"text", "\"two words\"", "two words"}),
+    testing::Values(TypeCase{"bool", "true", "true"}, TypeCase{"int8", "-128", "-128"},
+                    TypeCase{"int16", "-32768", "-32768"}, TypeCase{"int32", "-5", "-5"},
+                    TypeCase{"int64", "-9223372036854775808", "-9223372036854775808"},
+                    TypeCase{"uint8", "255", "255"}, TypeCase{"uint16", "65535", "65535"},
+                    TypeCase{"uint32", "4294967295", "4294967295"},
+                    TypeCase{"uint64", "18446744073709551615", "18446744073709551615"},
+                    TypeCase{"float", "0.1", "0.1"}, TypeCase{"double", "0.1", "0.1"},
+                    TypeCase{"text", "\"two words\"", "two words"}),
     [](const auto& test) { return std::string(test.param.type); });
 
 TEST_F(PublishedTreeTest, KeepsIdNameAccessAndSubscribability) {
-  publish(around(R"({"id": 9, "name": "serial", "type": "text", "value": "A-17",
+  publish(nodeWith(R"({"id": 9, "name": "serial", "type": "text", "value": "A-17",
                      "access": "protected", "subscribable": false})"));
   EXPECT_EQ(onlyPart()->id(), 9U);
   EXPECT_EQ(onlyPart()->name(), "serial");
@@ -91,7 +91,7 @@ TEST_F(PublishedTreeTest, KeepsIdNameAccessAndSubscribability) {
 }
 
 TEST_F(PublishedTreeTest, LeavesTheRootEmptyWhenDestroyed) {
-  publish(around(R"({"type": "bool", "value": true})"));
+  publish(nodeWith(R"({"type": "bool", "value": true})"));
   EXPECT_EQ(root_.children().size(), 1U);
   tree_.reset();
   EXPECT_TRUE(root_.children().empty());
@@ -115,10 +115,10 @@ constexpr std::string_view array =
     R"({"type": "uint8", "elements": [{"name": "a", "value": 1}, {"value": 2}]})";
 
 TEST_F(PublishedTreeTest, UpdatesValuesInPlace) {
-  publish(around(std::string(array)));
+  publish(nodeWith(std::string(array)));
   ModelPart* const part = onlyPart();
   EXPECT_TRUE(tree_->updateValues(
-      around(R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]})")));
+      nodeWith(R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]})")));
   EXPECT_EQ(onlyPart(), part);
   EXPECT_EQ(textOf(*part), "7\n8");
 }
@@ -132,8 +132,8 @@ class OtherStructure : public PublishedTreeTest,
                        public testing::WithParamInterface<StructureCase> {};
 
 TEST_P(OtherStructure, IsNotUpdatedInPlace) {
-  publish(around(std::string(array)));
-  EXPECT_FALSE(tree_->updateValues(around(GetParam().entry)));
+  publish(nodeWith(std::string(array)));
+  EXPECT_FALSE(tree_->updateValues(nodeWith(GetParam().entry)));
   EXPECT_EQ(textOf(*onlyPart()), "1\n2");
 }
 
