@@ -20,19 +20,19 @@ using namespace ModelSrv;
 using namespace ModelSrv::internal;
 using fuzz::require;
 
-void askAll(const ReplyCache& held, const ReplyCache::Part& part) {
+void askAll(const ReplyCache& cache, const ReplyCache::Part& part) {
   std::vector<ModelPartId> ids;
   std::vector<std::string> names;
   std::uint16_t sum = 0;
-  const bool hasIds = held.childIds(part, ids);
-  require(held.childIds(part, ids) == hasIds, "asking twice changes nothing");
-  static_cast<void>(held.childNames(part, names));
-  static_cast<void>(held.elementNames(part, names));
-  const bool hasSum = held.elementSum(part, sum);
+  const bool hasIds = cache.childIds(part, ids);
+  require(cache.childIds(part, ids) == hasIds, "asking twice changes nothing");
+  static_cast<void>(cache.childNames(part, names));
+  static_cast<void>(cache.elementNames(part, names));
+  const bool hasSum = cache.elementSum(part, sum);
   ModelRes result = ModelRes_Success;
   for (const ModelPartIndex index : {ModelPartIndex_All, ModelPartIndex{0}, ModelPartIndex{7}}) {
     std::ostringstream text;
-    if (held.save(part, index, text, result)) {
+    if (cache.save(part, index, text, result)) {
       require(hasSum, "a value comes with the number of its elements");
       require(index == ModelPartIndex_All || index < sum, "no element beyond the last");
     }
@@ -47,12 +47,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<ModelPartId> chain{1, 2, 3};
   chain.resize(input.u8() % 4U);
   static EvtSrv::internal::PosixSystem system;
-  ReplyCache held(system);
-  if (const ReplyCache::Part* part = held.take(chain, input.rest(), order)) {
+  ReplyCache cache(system);
+  if (const ReplyCache::Part* part = cache.replace(chain, input.rest(), order)) {
     require(part->depth == chain.size(), "the first part is the one that was asked about");
-    askAll(held, *part);
+    askAll(cache, *part);
   }
-  require(!held.isUsable() && held.find(chain, ReplyCache::Wanted::shape) == nullptr,
+  require(!cache.isUsable() && cache.find(chain, ReplyCache::Data::structure) == nullptr,
           "no page, nothing in hand");
   return 0;
 }

@@ -12,7 +12,7 @@
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/replies.h"
-#include "modelsrv/source/update_holder.h"
+#include "modelsrv/source/updates.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {

@@ -17,10 +17,11 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/replies.h"
 #include "modelsrv/source/cache/reply_cache.h"
+#include "modelsrv/source/replies.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/tree_session.h"
+#include "modelsrv/source/updates.h"
 #include "modelsrv/value_parts.h"
 #include "tests/fuzz/fuzz_input.h"
 
@@ -58,7 +59,7 @@ class Service {
              &number_, &real_, &flag_, &gains_, &text_, &texts_, &fixed_, &guarded_, &mute_}) {
       hang(node_, *part);
     }
-    share_->invalidator.start();
+    share_->invalidator.open();
     mute_.setSubscribable(false);
     number_.setStoreCheck([](const std::int32_t& value, ModelPartIndex) {
       return value == 13 ? ModelRes_Vetoed : ModelRes_Success;
@@ -165,10 +166,9 @@ class Service {
         --subscribed_[request.chain];
         return;
       case Operation::prefetch:
-        require(
-            ReplyCache(EvtSrv::internal::posixSystem()).take(request.chain, reply_, nativeOrder) !=
-                nullptr,
-            "a prefetch can be read");
+        require(ReplyCache(EvtSrv::internal::posixSystem())
+                        .replace(request.chain, reply_, nativeOrder) != nullptr,
+                "a prefetch can be read");
         return;
     }
     require(false, "what is answered is an operation");

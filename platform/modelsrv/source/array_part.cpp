@@ -1,6 +1,6 @@
 #include <utility>
 
-#include "modelsrv/source/memory_result.h"
+#include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/store_rules.h"
 #include "modelsrv/source/tree_lock.h"
 #include "modelsrv/source/value_text.h"
@@ -13,7 +13,7 @@ using internal::TreeLock;
 
 namespace {
 
-/// Collects which elements a store of the whole changes, for one update.
+/// The elements that a store of the whole array changes, for one update.
 class ChangedElements {
  public:
   void add(std::size_t element) {
@@ -21,7 +21,7 @@ class ChangedElements {
     ++count_;
   }
   [[nodiscard]] bool any() const { return count_ != 0; }
-  /// The element where only one has changed, else all.
+  /// The element if only one has changed, else all.
   [[nodiscard]] ModelPartIndex index() const { return count_ == 1 ? last_ : ModelPartIndex_All; }
 
  private:
@@ -29,8 +29,8 @@ class ChangedElements {
   ModelPartIndex last_ = ModelPartIndex_All;
 };
 
-/// Hands out the texts of an array's elements; that of a single one is the whole
-/// text, whatever is in it.
+/// Splits a text into the texts of an array's elements. If there is one element it has the
+/// whole text, line feeds included.
 class ElementTexts {
  public:
   ElementTexts(std::string_view text, std::size_t elements)
@@ -58,7 +58,7 @@ ArrayPart<T>::ArrayPart(ModelPartId id, std::string name, std::vector<T> initial
   values_.resize(std::clamp<std::size_t>(values_.size(), 1, ModelPartElements_Max));
   for (std::size_t i = 0; i < values_.size(); ++i) {
     if (internal::isTooLarge<T>(values_[i])) {
-      values_[i] = internal::fitted<T>(values_[i]);
+      values_[i] = internal::truncated<T>(values_[i]);
     }
   }
   if (!names_.empty()) {
@@ -180,7 +180,7 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
   if (!whole && index >= values_.size()) {
     return ModelRes_NoSuchIndex;
   }
-  if (const ModelRes access = fromClient ? internal::accessOf(status(), flag) : ModelRes_Success;
+  if (const ModelRes access = fromClient ? internal::checkAccess(status(), flag) : ModelRes_Success;
       access != ModelRes_Success) {
     return access;
   }
@@ -190,14 +190,14 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
     return ModelRes_BadText;
   }
 
-  // All is read and asked for before anything is stored; reading twice is what
-  // saves a copy of the values.
+  // All values are parsed and checked before any is stored. Parsing them again then is cheaper
+  // than keeping a copy of all.
   Parsed<T> parsed{};
-  ElementTexts wanted(text, count);
+  ElementTexts checked(text, count);
   for (std::size_t i = first; i < first + count; ++i) {
-    ModelRes result = internal::parseValue<T>(wanted.next(), parsed);
+    ModelRes result = internal::parseValue<T>(checked.next(), parsed);
     if (result == ModelRes_Success && fromClient) {
-      result = internal::askCheck<T>(check_, parsed, static_cast<ModelPartIndex>(i));
+      result = internal::runCheck<T>(check_, parsed, static_cast<ModelPartIndex>(i));
     }
     if (result != ModelRes_Success) {
       return result;
@@ -223,7 +223,7 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
   return ModelRes_Success;
 }
 
-/// Nothing is stored where there is no memory for all of it.
+/// Reserves memory for all elements, so that either all or none of them are stored.
 template <typename T>
 void ArrayPart<T>::reserveForAll(std::string_view text, std::size_t first, std::size_t count) {
   if constexpr (std::is_same_v<T, std::string>) {

@@ -4,9 +4,8 @@
 #include <utility>
 
 #include "evtsrv/source/manager_core.h"
-#include "modelsrv/source/memory_result.h"
+#include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/port_result.h"
-#include "modelsrv/source/update_holder.h"
 #include "modelsrv/source/value_text.h"
 
 namespace ModelSrv::internal {
@@ -16,10 +15,6 @@ using EvtSrv::internal::PayloadReader;
 using EvtSrv::internal::Reply;
 
 namespace {
-
-PayloadReader readerOf(const Reply& reply) {
-  return PayloadReader(reply.payload, reply.order);
-}
 
 std::vector<ModelPartId> copyOf(ChainView chain) {
   return {chain.begin(), chain.end()};
@@ -53,14 +48,14 @@ EvtRes ClientSide::send(const RequestView& request, Reply& reply) {
   encodeRequest(request, payload_);
   const EvtRes result =
       port_.exchange(static_cast<std::uint16_t>(request.operation), payload_, reply);
-  constexpr std::size_t kept = 64 * 1024;
-  if (payload_.capacity() > kept) {
+  constexpr std::size_t keptCapacity = 64 * 1024;
+  if (payload_.capacity() > keptCapacity) {
     payload_ = {};
   }
   return result;
 }
 
-EvtRes ClientSide::makeReady() {
+EvtRes ClientSide::ensureReady() {
   if (!port_.isOpen() && root_.manager()->reconnects()) {
     bool renewed = false;
     if (const EvtRes result = port_.resume(renewed); result != EvtSrv::EvtRes_Success) {
@@ -68,7 +63,7 @@ EvtRes ClientSide::makeReady() {
     }
     if (renewed) {
       subscriptions_->markAllLost();
-      // Another server may have the name now while the one before still lives.
+      // The name may belong to another server now, although the previous one is still alive.
       cache_.clear();
       prefetchEnabled_ = true;
     }
@@ -80,7 +75,7 @@ EvtRes ClientSide::renewSubscriptions() {
   while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->firstLost()) {
     const ClientSubscriptions::Entry& entry = *subscriptions_->find(*key);
     Reply reply;
-    const EvtRes result = send({Operation::subscribe, entry.chain, entry.index, false, {}}, reply);
+    const EvtRes result = send({Operation::subscribe, entry.chain, entry.index}, reply);
     if (result != EvtSrv::EvtRes_Success) {
       return result;
     }
@@ -93,17 +88,17 @@ EvtRes ClientSide::renewSubscriptions() {
   return EvtSrv::EvtRes_Success;
 }
 
-ModelRes ClientSide::request(const RequestView& request, Reply& reply) {
+ModelRes ClientSide::exchange(const RequestView& request, Reply& reply) {
   if (!started_) {
     return ModelRes_NotConnected;
   }
-  EvtRes result = makeReady();
+  EvtRes result = ensureReady();
   if (result == EvtSrv::EvtRes_Success) {
     result = send(request, reply);
   }
-  // That the server has gone shows only now; another may be there already.
+  // The loss of the connection may be noticed only now, when another server is running already.
   if (result == EvtSrv::EvtRes_Closed && root_.manager()->reconnects()) {
-    result = makeReady();
+    result = ensureReady();
     if (result == EvtSrv::EvtRes_Success) {
       result = send(request, reply);
     }
@@ -111,102 +106,88 @@ ModelRes ClientSide::request(const RequestView& request, Reply& reply) {
   return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : fromPort(result);
 }
 
-ModelRes ClientSide::look(ChainView chain, ReplyCache::Wanted wanted,
-                          const ReplyCache::Part*& part) {
-  // Where the connection is known to be lost, a request has to make it good again.
-  part = port_.isOpen() ? cache_.find(chain, wanted) : nullptr;
+/// Finds `data` of the part at `chain` in the cache, or requests a prefetch of it. `part` is
+/// null on success if the data can only be had with a request of its own.
+ModelRes ClientSide::findOrPrefetch(ChainView chain, ReplyCache::Data data,
+                                    const ReplyCache::Part*& part) {
+  // If the connection is known to be lost, a request must restore it.
+  part = port_.isOpen() ? cache_.find(chain, data) : nullptr;
   if (part != nullptr || !prefetchEnabled_) {
     return ModelRes_Success;
   }
   Reply reply;
-  const ModelRes result =
-      request({Operation::prefetch, chain, cache_.partsToPrefetch(), false, {}}, reply);
+  const ModelRes result = exchange({Operation::prefetch, chain, cache_.partsToPrefetch()}, reply);
   if (result == ModelRes_BadRequest || result == ModelRes_DoNothing) {
-    // A server that gives none.
+    // The server does not support prefetch.
     prefetchEnabled_ = false;
     return ModelRes_Success;
   }
   if (result != ModelRes_Success) {
     return result;
   }
-  part = cache_.take(chain, reply.payload, reply.order);
+  part = cache_.replace(chain, reply.payload, reply.order);
   prefetchEnabled_ = part != nullptr && cache_.isUsable();
   return part != nullptr ? ModelRes_Success : ModelRes_Protocol;
 }
 
-ModelRes ClientSide::ask(Operation operation, ChainView chain, Reply& reply, ModelPartIndex index) {
-  return request({operation, chain, index, false, {}}, reply);
+/// `cached(part, result)` reads the output from a cached part and returns false if the part does
+/// not have it; it may set another result than success. `decode(reader)` reads the output from
+/// the reply to `request` itself and returns false if that is malformed.
+template <typename Cached, typename Decode>
+ModelRes ClientSide::read(const RequestView& request, ReplyCache::Data data, Cached cached,
+                          Decode decode) {
+  const ReplyCache::Part* part = nullptr;
+  ModelRes result = findOrPrefetch(request.chain, data, part);
+  if (result != ModelRes_Success || (part != nullptr && cached(*part, result))) {
+    return result;
+  }
+  Reply reply;
+  result = exchange(request, reply);
+  if (result == ModelRes_Success && !decode(PayloadReader(reply.payload, reply.order))) {
+    result = ModelRes_Protocol;
+  }
+  return result;
 }
 
 ModelRes ClientSide::childIds(ChainView chain, std::vector<ModelPartId>& ids) {
-  const ReplyCache::Part* part = nullptr;
-  ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.childIds(*part, ids))) {
-    return result;
-  }
-  Reply reply;
-  result = ask(Operation::childIds, chain, reply);
-  if (result != ModelRes_Success) {
-    return result;
-  }
-  return decodeIds(readerOf(reply), ids) ? ModelRes_Success : ModelRes_Protocol;
+  return read(
+      {Operation::childIds, chain}, ReplyCache::Data::structure,
+      [&](const ReplyCache::Part& part, ModelRes&) { return cache_.childIds(part, ids); },
+      [&](const PayloadReader& reply) { return decodeIds(reply, ids); });
 }
 
 ModelRes ClientSide::childNames(ChainView chain, std::vector<std::string>& names) {
-  const ReplyCache::Part* part = nullptr;
-  ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.childNames(*part, names))) {
-    return result;
-  }
-  Reply reply;
-  result = ask(Operation::childNames, chain, reply);
-  if (result != ModelRes_Success) {
-    return result;
-  }
-  return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
+  return read(
+      {Operation::childNames, chain}, ReplyCache::Data::structure,
+      [&](const ReplyCache::Part& part, ModelRes&) { return cache_.childNames(part, names); },
+      [&](const PayloadReader& reply) { return decodeNames(reply, names); });
 }
 
 ModelRes ClientSide::elementSum(ChainView chain, std::uint16_t& sum) {
-  const ReplyCache::Part* part = nullptr;
-  ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.elementSum(*part, sum))) {
-    return result;
-  }
-  Reply reply;
-  result = ask(Operation::elementSum, chain, reply);
-  if (result != ModelRes_Success) {
-    return result;
-  }
-  return decodeSum(readerOf(reply), sum) ? ModelRes_Success : ModelRes_Protocol;
+  return read(
+      {Operation::elementSum, chain}, ReplyCache::Data::structure,
+      [&](const ReplyCache::Part& part, ModelRes&) { return cache_.elementSum(part, sum); },
+      [&](const PayloadReader& reply) { return decodeSum(reply, sum); });
 }
 
 ModelRes ClientSide::elementNames(ChainView chain, std::vector<std::string>& names) {
-  const ReplyCache::Part* part = nullptr;
-  ModelRes result = look(chain, ReplyCache::Wanted::shape, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.elementNames(*part, names))) {
-    return result;
-  }
-  Reply reply;
-  result = ask(Operation::elementNames, chain, reply);
-  if (result != ModelRes_Success) {
-    return result;
-  }
-  return decodeNames(readerOf(reply), names) ? ModelRes_Success : ModelRes_Protocol;
+  return read(
+      {Operation::elementNames, chain}, ReplyCache::Data::structure,
+      [&](const ReplyCache::Part& part, ModelRes&) { return cache_.elementNames(part, names); },
+      [&](const PayloadReader& reply) { return decodeNames(reply, names); });
 }
 
 ModelRes ClientSide::save(ChainView chain, std::ostringstream& text, ModelPartIndex index) {
-  const ReplyCache::Part* part = nullptr;
-  ModelRes result = look(chain, ReplyCache::Wanted::value, part);
-  if (result != ModelRes_Success || (part != nullptr && cache_.save(*part, index, text, result))) {
-    return result;
-  }
-  Reply reply;
-  result = ask(Operation::save, chain, reply, index);
-  if (result == ModelRes_Success) {
-    text.write(reinterpret_cast<const char*>(reply.payload.data()),
-               static_cast<std::streamsize>(reply.payload.size()));
-  }
-  return result;
+  return read(
+      {Operation::save, chain, index}, ReplyCache::Data::value,
+      [&](const ReplyCache::Part& part, ModelRes& result) {
+        return cache_.save(part, index, text, result);
+      },
+      [&](PayloadReader reply) {
+        const std::string_view value = reply.rest();
+        text.write(value.data(), static_cast<std::streamsize>(value.size()));
+        return true;
+      });
 }
 
 ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index) {
@@ -214,22 +195,22 @@ ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, Mod
     return ModelRes_TooLarge;
   }
   Reply reply;
-  return request({Operation::load, chain, index, flag, text}, reply);
+  return exchange({Operation::load, chain, index, flag, text}, reply);
 }
 
 ModelRes ClientSide::subscribe(ModelPart& part, ChainView chain, void* context,
                                ModelPartIndex index) {
   ClientSubscriptions::Entry entry{&part, copyOf(chain), context, index};
   Reply reply;
-  const ModelRes result = request({Operation::subscribe, chain, index, false, {}}, reply);
+  const ModelRes result = exchange({Operation::subscribe, chain, index}, reply);
   if (result != ModelRes_Success) {
     return result;
   }
   try {
     subscriptions_->add(std::move(entry));
   } catch (const std::bad_alloc&) {
-    // The server must not keep what nobody here knows of.
-    static_cast<void>(send({Operation::unsubscribe, chain, index, false, {}}, reply));
+    // The server must not keep a subscription that this client does not know.
+    static_cast<void>(send({Operation::unsubscribe, chain, index}, reply));
     throw;
   }
   return result;
@@ -240,14 +221,13 @@ ModelRes ClientSide::unsubscribe(ModelPart& part, ChainView chain) {
   return key.has_value() ? cancel(*key) : ModelRes_NotSubscribed;
 }
 
-/// Takes one subscription back. Where the connection is lost there is nobody to
-/// tell; where a live server does not answer, the subscription is kept.
+/// Cancels one subscription, at the server too unless the connection is lost. If a live server
+/// does not reply, the subscription is kept.
 ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
   if (port_.isOpen() && !subscriptions_->isLost(key)) {
     const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
     Reply reply;
-    const EvtRes result =
-        send({Operation::unsubscribe, entry.chain, entry.index, false, {}}, reply);
+    const EvtRes result = send({Operation::unsubscribe, entry.chain, entry.index}, reply);
     if (result != EvtSrv::EvtRes_Success && port_.isOpen()) {
       return fromPort(result);
     }
@@ -264,12 +244,11 @@ void ClientSide::partDetached(const ModelPart& part) {
   }
 }
 
-void ClientSide::tell(const Update& update) {
-  // What is told may end this root; its subscriptions are cleared then.
+void ClientSide::dispatch(const Update& update) {
+  // A notified part may close or destroy this object, which clears the subscriptions.
   const std::shared_ptr<const ClientSubscriptions> subscriptions = subscriptions_;
-  for (const ClientSubscriptions::Key key :
-       subscriptions->concernedBy(update.chain, update.index)) {
-    // What was told before may have taken this one back.
+  for (const ClientSubscriptions::Key key : subscriptions->matching(update.chain, update.index)) {
+    // A part notified before may have cancelled this one.
     const ClientSubscriptions::Entry* entry = subscriptions->find(key);
     if (entry != nullptr) {
       static_cast<void>(entry->part->update(entry->context, update.index));
@@ -282,7 +261,7 @@ void ClientSide::eventReceived(std::uint16_t type, std::span<const std::uint8_t>
   if (type == ModelRoot::EvtTyp_Model_Update) {
     Update update;
     if (!decodeUpdate(PayloadReader(payload, order), update) ||
-        !subscriptions_->knows(update.chain)) {
+        !subscriptions_->hasAny(update.chain)) {
       return;
     }
   }

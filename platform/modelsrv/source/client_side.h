@@ -8,30 +8,30 @@
 
 #include "evtsrv/source/port_client.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/source/cache/reply_cache.h"
 #include "modelsrv/source/client_subscriptions.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/replies.h"
-#include "modelsrv/source/cache/reply_cache.h"
 #include "modelsrv/source/requests.h"
+#include "modelsrv/source/updates.h"
 
 namespace ModelSrv::internal {
 
-/// A root's connection to the server whose tree it stands for: makes requests,
-/// connects again where the connection was lost, keeps what was subscribed, and
-/// hands events to the root's port. Questions are answered from a prefetch of the
-/// tree as long as the server lets it count. Everything runs with the client mutex held.
+/// A client root's connection to its server. Makes requests, or serves them from the cache;
+/// connects again after the connection was lost; keeps the subscriptions and renews them;
+/// passes events to the root's port. Guarded by the client mutex.
 class ClientSide final : public EvtSrv::internal::EventSink {
  public:
   explicit ClientSide(ModelRoot& root);
 
-  /// Connects to port `name`; an earlier connection and its subscriptions end.
+  /// Connects to port `name`. A previous connection and its subscriptions end first.
   ModelRes connect(const std::string& name);
 
   /// Ends the connection and its subscriptions. Nothing connects again.
   void close();
 
-  // Requests; the chain says about which part. Outputs are replaced on success
-  // alone.
+  // Requests about the part at `chain`. The output is replaced on success, and unchanged
+  // otherwise.
 
   ModelRes childIds(ChainView chain, std::vector<ModelPartId>& ids);
   ModelRes childNames(ChainView chain, std::vector<std::string>& names);
@@ -43,37 +43,36 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   ModelRes subscribe(ModelPart& part, ChainView chain, void* context, ModelPartIndex index);
   ModelRes unsubscribe(ModelPart& part, ChainView chain);
 
-  /// `part` is taken out of the root's tree: its subscriptions end.
+  /// `part` has been removed from the root's tree: its subscriptions end.
   void partDetached(const ModelPart& part);
 
-  /// Tells the parts that subscribed of an update. One of them may close or
-  /// destroy this: the others are then not told.
-  void tell(const Update& update);
+  /// Notifies the parts that subscribed. If one of them closes or destroys this object, the
+  /// remaining ones are not notified.
+  void dispatch(const Update& update);
 
-  /// Updates of what is not subscribed any more stop here.
+  /// Passes an event to the root's port. Drops updates of parts without a subscription.
   void eventReceived(std::uint16_t type, std::span<const std::uint8_t> payload,
                      EvtSrv::internal::ByteOrder order) override;
 
  private:
-  ModelRes request(const RequestView& request, EvtSrv::internal::Reply& reply);
+  /// Makes a request that only reads, from the cache if possible.
+  template <typename Cached, typename Decode>
+  ModelRes read(const RequestView& request, ReplyCache::Data data, Cached cached, Decode decode);
+  ModelRes findOrPrefetch(ChainView chain, ReplyCache::Data data, const ReplyCache::Part*& part);
+  /// Makes one exchange, on a new connection if the present one is lost.
+  ModelRes exchange(const RequestView& request, EvtSrv::internal::Reply& reply);
+  /// Makes one exchange on the present connection.
   EvtSrv::EvtRes send(const RequestView& request, EvtSrv::internal::Reply& reply);
-  /// Has a connection that the subscriptions are known on, as far as may be.
-  EvtSrv::EvtRes makeReady();
+  /// Connects again if necessary and renews the subscriptions.
+  EvtSrv::EvtRes ensureReady();
   EvtSrv::EvtRes renewSubscriptions();
   ModelRes cancel(ClientSubscriptions::Key key);
-
-  /// Has a prefetch that tells of the part at `chain`: `part` is then what it says of
-  /// what is wanted, or null where the server is to be asked for the one thing.
-  ModelRes look(ChainView chain, ReplyCache::Wanted wanted, const ReplyCache::Part*& part);
-  /// Asks for one thing about the part at `chain`.
-  ModelRes ask(Operation operation, ChainView chain, EvtSrv::internal::Reply& reply,
-               ModelPartIndex index = ModelPartIndex_All);
 
   ModelRoot& root_;
   bool started_ = false;
   std::shared_ptr<ClientSubscriptions> subscriptions_ = std::make_shared<ClientSubscriptions>();
   ReplyCache cache_;
-  bool prefetchEnabled_ = true;        ///< until this connection's server shows no page
+  bool prefetchEnabled_ = true;        ///< false if this connection's server has no usable page
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
 };

@@ -33,7 +33,7 @@ void ClientSubscriptions::erase(Key key) {
   if (at == entries_.end()) {
     return;
   }
-  // One that was not entered everywhere may be missing in the other two.
+  // After a failed `add` the entry may be missing in the two indices.
   if (const auto ofChain = byChain_.find(at->second.chain); ofChain != byChain_.end()) {
     auto& keys = ofChain->second;
     const auto found = std::equal_range(keys.begin(), keys.end(), key);
@@ -79,32 +79,32 @@ std::optional<ClientSubscriptions::Key> ClientSubscriptions::anyOf(const ModelPa
   return at != byPart_.end() ? std::optional(*at->second.rbegin()) : std::nullopt;
 }
 
-bool ClientSubscriptions::knows(const std::vector<ModelPartId>& chain) const {
+bool ClientSubscriptions::hasAny(const std::vector<ModelPartId>& chain) const {
   return byChain_.find(chain) != byChain_.end();
 }
 
-std::vector<ClientSubscriptions::Key> ClientSubscriptions::concernedBy(
+std::vector<ClientSubscriptions::Key> ClientSubscriptions::matching(
     const std::vector<ModelPartId>& chain, ModelPartIndex index) const {
-  std::vector<Key> concerned;
+  std::vector<Key> keys;
   const auto at = byChain_.find(chain);
   if (at == byChain_.end()) {
-    return concerned;
+    return keys;
   }
-  std::vector<const ModelPart*> told;
+  std::vector<const ModelPart*> parts;
   for (const Key key : at->second) {
     const Entry& entry = entries_.at(key);
-    const bool wants =
+    const bool matches =
         entry.index == ModelPartIndex_All || index == ModelPartIndex_All || entry.index == index;
-    if (wants && std::find(told.begin(), told.end(), entry.part) == told.end()) {
-      told.push_back(entry.part);
-      concerned.push_back(key);
+    if (matches && std::find(parts.begin(), parts.end(), entry.part) == parts.end()) {
+      parts.push_back(entry.part);
+      keys.push_back(key);
     }
   }
-  return concerned;
+  return keys;
 }
 
 std::optional<ClientSubscriptions::Key> ClientSubscriptions::firstLost() const {
-  // Asked before each request, and there is hardly ever one.
+  // Called before each request, so the usual case (none is lost) must be fast.
   if (entries_.empty() || !isLost(entries_.rbegin()->first)) {
     return std::nullopt;
   }

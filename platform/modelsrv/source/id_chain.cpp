@@ -6,23 +6,23 @@
 
 namespace ModelSrv::internal {
 
-ResolvedChain::ResolvedChain(ModelPart& part) : result_(run(part)) {
-  if (!many_.empty()) {
-    std::reverse(many_.begin(), many_.end());
+ResolvedChain::ResolvedChain(ModelPart& part) : result_(resolve(part)) {
+  if (!long_.empty()) {
+    std::reverse(long_.begin(), long_.end());
   }
 }
 
-ModelRes ResolvedChain::run(ModelPart& part) {
+ModelRes ResolvedChain::resolve(ModelPart& part) {
   ModelPart* at = &part;
   for (std::size_t depth = 0; (root_ = PartAccess::asRoot(*at)) == nullptr; ++depth) {
     if (depth == ModelDepth_Max) {
       return ModelRes_BadArgument;
     }
     const ModelPartId id = at->getId();
-    if (first_ > 0) {
-      few_[--first_] = id;
+    if (shortBegin_ > 0) {
+      short_[--shortBegin_] = id;
     } else {
-      addToMany(id);
+      addToLong(id);
     }
     at = at->getParentNode();
     if (at == nullptr) {
@@ -32,12 +32,12 @@ ModelRes ResolvedChain::run(ModelPart& part) {
   return ModelRes_Success;
 }
 
-void ResolvedChain::addToMany(ModelPartId id) {
-  if (many_.empty()) {
-    many_.reserve(manyLevels);
-    many_.assign(few_.rbegin(), few_.rend());
+void ResolvedChain::addToLong(ModelPartId id) {
+  if (long_.empty()) {
+    long_.reserve(longInitialCapacity);
+    long_.assign(short_.rbegin(), short_.rend());
   }
-  many_.push_back(id);
+  long_.push_back(id);
 }
 
 }  // namespace ModelSrv::internal

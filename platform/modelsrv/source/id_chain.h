@@ -8,41 +8,42 @@
 
 namespace ModelSrv::internal {
 
-/// The ids from a root down to a part; not owned.
+/// The ids from a root down to a part; empty for the root. Not owned.
 using ChainView = std::span<const ModelPartId>;
 
-/// Finds out what a part stands for: asks it and what it names as its parents for
-/// their ids, each object exactly once per level, until a root is met.
+/// The id chain of the part that an object represents. The constructor calls `getId` and
+/// `getParentNode` from the object upwards until it reaches a root, each exactly once per
+/// level.
 ///
-/// Made on the stack for one request; a chain of few levels takes no other memory.
+/// Created on the stack for one request. A chain of few levels needs no other memory.
 class ResolvedChain {
  public:
   explicit ResolvedChain(ModelPart& part);
   ResolvedChain(const ResolvedChain&) = delete;
   ResolvedChain& operator=(const ResolvedChain&) = delete;
 
-  /// `ModelRes_NoSuchPart` where the way ends before a root, `ModelRes_BadArgument`
-  /// where it is longer than `ModelDepth_Max`.
+  /// `ModelRes_NoSuchPart` if the topmost part is not a root, `ModelRes_BadArgument` if there
+  /// are more than `ModelDepth_Max` levels.
   [[nodiscard]] ModelRes result() const { return result_; }
 
-  /// The root that was met, null where the result is another than success.
+  /// The root that was reached; null unless the result is success.
   [[nodiscard]] ModelRoot* root() const { return root_; }
 
-  /// The ids from that root down, as long as this lives.
+  /// The ids from that root down. Valid as long as this object.
   [[nodiscard]] ChainView chain() const {
-    return many_.empty() ? ChainView(few_).subspan(first_) : ChainView(many_);
+    return long_.empty() ? ChainView(short_).subspan(shortBegin_) : ChainView(long_);
   }
 
  private:
-  static constexpr std::size_t fewLevels = 16;
-  static constexpr std::size_t manyLevels = 256;  ///< more take further room step by step
+  static constexpr std::size_t shortCapacity = 16;
+  static constexpr std::size_t longInitialCapacity = 256;
 
-  ModelRes run(ModelPart& part);
-  void addToMany(ModelPartId id);
+  ModelRes resolve(ModelPart& part);
+  void addToLong(ModelPartId id);
 
-  std::array<ModelPartId, fewLevels> few_{};  ///< filled from its end
-  std::size_t first_ = fewLevels;             ///< where in `few_` the chain begins
-  std::vector<ModelPartId> many_;             ///< a longer chain
+  std::array<ModelPartId, shortCapacity> short_{};  ///< filled from its end
+  std::size_t shortBegin_ = shortCapacity;          ///< where the chain begins in `short_`
+  std::vector<ModelPartId> long_;                   ///< used instead if the chain is longer
   ModelRoot* root_ = nullptr;
   ModelRes result_;
 };

@@ -6,10 +6,9 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
-#include "modelsrv/source/memory_result.h"
-#include "modelsrv/source/reserve_for_one.h"
+#include "modelsrv/source/out_of_memory.h"
+#include "modelsrv/source/part_access.h"
 #include "modelsrv/source/server_side.h"
-#include "modelsrv/source/subtree.h"
 #include "modelsrv/source/tree_lock.h"
 
 namespace ModelSrv {
@@ -55,16 +54,16 @@ ModelRes ModelNode::add(ModelPart* part) {
   }
   invalidateStructure();
   return internal::withMemoryResult([&] {
-    // What may throw comes before what changes anything.
-    const std::vector<ModelPart*> below = guardedBelow(*part);
+    // Everything that may throw comes before the first change.
+    const std::vector<ModelPart*> descendants = descendantsInTree(*part);
     internal::reserveForOne(children_);
-    noteOrder(part);
+    addToIdIndex(part);
     children_.push_back(part);
     part->parent_ = this;
     if (EvtSrv::EventPortManager* manager = treeManager_.load(std::memory_order_relaxed)) {
       part->treeManager_.store(manager, std::memory_order_release);
-      for (ModelPart* const other : below) {
-        other->treeManager_.store(manager, std::memory_order_release);
+      for (ModelPart* const descendant : descendants) {
+        descendant->treeManager_.store(manager, std::memory_order_release);
       }
     }
     return ModelRes_Success;
@@ -78,20 +77,20 @@ ModelRes ModelNode::remove(ModelPart* part) {
     return ModelRes_NoSuchPart;
   }
   return internal::withMemoryResult([&] {
-    take(at);
+    removeAt(at);
     return ModelRes_Success;
   });
 }
 
 void ModelNode::release(const ModelPart& part) noexcept {
   if (const auto at = std::find(children_.begin(), children_.end(), &part); at != children_.end()) {
-    take(at);
+    removeAt(at);
   }
 }
 
-void ModelNode::take(std::vector<ModelPart*>::const_iterator at) {
+void ModelNode::removeAt(std::vector<ModelPart*>::const_iterator at) {
   ModelPart& part = **at;
-  const std::vector<ModelPart*> below = guardedBelow(part);
+  const std::vector<ModelPart*> descendants = descendantsInTree(part);
   invalidateStructure();
   children_.erase(at);
   const auto sorted = lowerBound(byId_, part.id_);
@@ -101,7 +100,7 @@ void ModelNode::take(std::vector<ModelPart*>::const_iterator at) {
   if (children_.empty()) {
     addedInOrder_ = true;
   }
-  release(part, below, clientSide());
+  release(part, descendants, clientSide());
 }
 
 void ModelNode::releaseChildren() {
@@ -109,7 +108,7 @@ void ModelNode::releaseChildren() {
   invalidateStructure();
   internal::ClientSide* client = clientSide();
   for (ModelPart* child : children_) {
-    release(*child, guardedBelow(*child), client);
+    release(*child, descendantsInTree(*child), client);
   }
   children_.clear();
   byId_.clear();
@@ -125,7 +124,7 @@ void ModelNode::invalidateStructure() {
     return;
   }
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
-    root->server_->invalidateAll();
+    root->server_->invalidator().invalidateAll();
   }
 }
 
@@ -134,14 +133,14 @@ internal::ClientSide* ModelNode::clientSide() const {
   return root != nullptr ? root->client_.get() : nullptr;
 }
 
-std::vector<ModelPart*> ModelNode::guardedBelow(const ModelPart& part) const {
-  const bool isGuarded = treeManager_.load(std::memory_order_relaxed) != nullptr;
-  return isGuarded ? internal::partsBelow(part) : std::vector<ModelPart*>();
+std::vector<ModelPart*> ModelNode::descendantsInTree(const ModelPart& part) const {
+  const bool isInTree = treeManager_.load(std::memory_order_relaxed) != nullptr;
+  return isInTree ? internal::PartAccess::descendants(part) : std::vector<ModelPart*>();
 }
 
-/// The part no longer has this parent: whoever finds that no mutex guards it must not
-/// find the parent either.
-void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& below,
+/// Removes the parent first: a thread that sees that no mutex guards the part must not see the
+/// parent either.
+void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& descendants,
                         internal::ClientSide* client) {
   part.parent_ = nullptr;
   if (treeManager_.load(std::memory_order_relaxed) == nullptr) {
@@ -155,8 +154,8 @@ void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& below,
     leaving.treeManager_.store(nullptr, std::memory_order_release);
   };
   leave(part);
-  for (ModelPart* const other : below) {
-    leave(*other);
+  for (ModelPart* const descendant : descendants) {
+    leave(*descendant);
   }
 }
 
@@ -169,9 +168,9 @@ ModelPart* ModelNode::findChild(ModelPartId id) const {
   return at != parts.end() && (*at)->id() == id ? *at : nullptr;
 }
 
-/// Keeps `byId_` from the moment that `children_` is no longer in order of the ids
-/// itself; a part without an id makes it so too.
-void ModelNode::noteOrder(ModelPart* part) {
+/// Begins to use `byId_` when `children_` is no longer in the order of the ids, or has a part
+/// without an id.
+void ModelNode::addToIdIndex(ModelPart* part) {
   const bool hasId = part->id_ != ModelPartId_Void;
   if (addedInOrder_ && hasId && (children_.empty() || children_.back()->id_ < part->id_)) {
     return;

@@ -1,11 +1,12 @@
 #include "modelsrv/model_part.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/id_chain.h"
-#include "modelsrv/source/memory_result.h"
+#include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subscription.h"
 #include "modelsrv/source/tree_lock.h"
@@ -18,8 +19,12 @@ using internal::withMemoryResult;
 
 namespace {
 
-/// Takes what is left in `text`; the view lives as long as the stream is not
-/// touched.
+std::string truncated(std::string name) {
+  name.resize(std::min(name.size(), ModelName_Max));
+  return name;
+}
+
+/// Reads the rest of `text`. The view is valid until the stream changes.
 std::string_view takeRest(std::istringstream& text) {
   const auto position = text.rdbuf()->pubseekoff(0, std::ios_base::cur, std::ios_base::in);
   std::string_view rest = text.view();
@@ -30,20 +35,15 @@ std::string_view takeRest(std::istringstream& text) {
   return rest;
 }
 
-/// Whether `part`, whose chain was resolved, is below `root`, and the chain leads
-/// there too.
-bool leadsTo(const ModelPart& part, const ResolvedChain& resolved, const ModelRoot& root) {
+/// Whether both `part` and the part that it represents are in the tree of `root`.
+bool isInTreeOf(const ModelPart& part, const ResolvedChain& resolved, const ModelRoot& root) {
   return part.findRoot() == &root && resolved.root() == &root;
 }
 
 }  // namespace
 
 ModelPart::ModelPart(ModelPartId id, std::string name, ModelPartStatus status)
-    : name_(std::move(name)), id_(id), status_(status) {
-  if (name_.size() > ModelName_Max) {
-    name_.resize(ModelName_Max);
-  }
-}
+    : name_(truncated(std::move(name))), id_(id), status_(status) {}
 
 ModelPart::~ModelPart() {
   detach();
@@ -104,7 +104,7 @@ ModelRes ModelPart::subscribeToServer(ModelRoot* root, unsigned period, void* co
   const TreeLock lock(*this);
   return withMemoryResult([&] {
     const ResolvedChain resolved(*this);
-    if (!leadsTo(*this, resolved, *root)) {
+    if (!isInTreeOf(*this, resolved, *root)) {
       return ModelRes_BadArgument;
     }
     if (root->client_ == nullptr) {
@@ -121,7 +121,7 @@ ModelRes ModelPart::unsubscribeToServer(ModelRoot* root) {
   const TreeLock lock(*this);
   return withMemoryResult([&] {
     const ResolvedChain resolved(*this);
-    if (!leadsTo(*this, resolved, *root)) {
+    if (!isInTreeOf(*this, resolved, *root)) {
       return ModelRes_BadArgument;
     }
     if (root->client_ == nullptr) {
@@ -148,7 +148,7 @@ ModelNode* ModelPart::parent() const {
 
 ModelRoot* ModelPart::findRoot() const {
   const TreeLock lock(*this);
-  // The top answers for what it is without being changed by that.
+  // `asRoot` is not const, but it changes nothing.
   ModelPart* top = const_cast<ModelPart*>(this);
   while (top->parent_ != nullptr) {
     top = top->parent_;
@@ -172,7 +172,7 @@ ModelRes ModelPart::storeText(std::string_view /*text*/, bool /*flag*/, ModelPar
 
 void ModelPart::notifySubscribers(ModelPartIndex index) {
   if (subscribers_ != nullptr) {
-    subscribers_->changed(index);
+    subscribers_->notify(index);
   }
 }
 
@@ -180,23 +180,23 @@ void ModelPart::invalidateValue() {
   if (!valueCached_) {
     return;
   }
-  // The mark stays: what was told of the part's shape holds on.
+  // The stamp stays: the cached structure of the part is still valid.
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
-    root->server_->invalidateValue(cacheStamp_);
+    root->server_->invalidator().invalidateValue(cacheStamp_);
   }
   valueCached_ = false;
 }
 
 void ModelPart::invalidate() {
-  // Of what hangs below a node clients may have been told without the node.
+  // Clients may have cached descendants of a node without the node itself.
   if (cacheStamp_ == 0 && !isNode_) {
     return;
   }
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
     if (isNode_) {
-      root->server_->invalidateAll();
+      root->server_->invalidator().invalidateAll();
     } else {
-      root->server_->invalidate(cacheStamp_);
+      root->server_->invalidator().invalidate(cacheStamp_);
     }
   }
   cacheStamp_ = 0;
@@ -205,7 +205,7 @@ void ModelPart::invalidate() {
 
 void ModelPart::detach() {
   const TreeLock lock(*this);
-  // A node that a program derived may refuse; a part that goes has to be let go.
+  // A derived node may refuse to remove a child, but a destroyed part must not stay in the tree.
   if (parent_ != nullptr) {
     static_cast<void>(parent_->remove(this));
   }

@@ -4,10 +4,10 @@
 
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/id_chain.h"
-#include "modelsrv/source/memory_result.h"
+#include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/server_side.h"
-#include "modelsrv/source/update_holder.h"
+#include "modelsrv/source/updates.h"
 
 namespace ModelSrv {
 
@@ -78,8 +78,8 @@ void ModelRoot::stop(bool atOnce) {
   }
 }
 
-template <typename Question>
-ModelRes ModelRoot::ask(ModelPart* part, Question question) {
+template <typename Send>
+ModelRes ModelRoot::request(ModelPart* part, Send send) {
   const ClientLock lock(manager()->clientMutex);
   if (part == nullptr) {
     return ModelRes_BadArgument;
@@ -89,24 +89,24 @@ ModelRes ModelRoot::ask(ModelPart* part, Question question) {
     if (resolved.root() != this) {
       return ModelRes_BadArgument;
     }
-    return client_ != nullptr ? question(resolved.chain()) : ModelRes_NotConnected;
+    return client_ != nullptr ? send(resolved.chain()) : ModelRes_NotConnected;
   });
 }
 
 ModelRes ModelRoot::getChildIdsFromServer(ModelPart* part, std::vector<unsigned short>& ids) {
-  return ask(part, [&](ChainView chain) { return client_->childIds(chain, ids); });
+  return request(part, [&](ChainView chain) { return client_->childIds(chain, ids); });
 }
 
 ModelRes ModelRoot::getChildNamesFromServer(ModelPart* part, std::vector<std::string>& names) {
-  return ask(part, [&](ChainView chain) { return client_->childNames(chain, names); });
+  return request(part, [&](ChainView chain) { return client_->childNames(chain, names); });
 }
 
 ModelRes ModelRoot::getElementSumFromServer(ModelPart* part, unsigned short& sum) {
-  return ask(part, [&](ChainView chain) { return client_->elementSum(chain, sum); });
+  return request(part, [&](ChainView chain) { return client_->elementSum(chain, sum); });
 }
 
 ModelRes ModelRoot::getElementNamesFromServer(ModelPart* part, std::vector<std::string>& names) {
-  return ask(part, [&](ChainView chain) { return client_->elementNames(chain, names); });
+  return request(part, [&](ChainView chain) { return client_->elementNames(chain, names); });
 }
 
 unsigned ModelRoot::receiveMain(const char* /*sender*/, unsigned type, EvtSrv::MemoryHolder* data,
@@ -120,7 +120,7 @@ unsigned ModelRoot::receiveMain(const char* /*sender*/, unsigned type, EvtSrv::M
   }
   const ClientLock lock(manager()->clientMutex);
   if (client_ != nullptr) {
-    client_->tell(update);
+    client_->dispatch(update);
   }
   return EvtSrv::EvtRes_Success;
 }

@@ -10,8 +10,8 @@
 
 namespace ModelSrv::internal {
 
-/// The library's own way to what a part keeps from programs. Everything here
-/// wants the client mutex held where the part hangs below a root.
+/// Gives the library access to the protected and private members of a part. The client mutex
+/// must be held if the part is in the tree of a root.
 struct PartAccess {
   static unsigned elementCount(const ModelPart& part) { return part.elementCount(); }
   static const std::vector<std::string>& elementNames(const ModelPart& part) {
@@ -24,16 +24,25 @@ struct PartAccess {
                                   ModelPartIndex index) {
     return part.storeText(text, flag, index, true);
   }
-  /// The part as a node whose children clients are told of, null where it is none now.
+  /// The part as a node whose children are published now, or null.
   static const ModelNode* asNode(ModelPart& part) {
     const ModelNode* const node = part.asNode();
-    // The children of another one are not this part's, whatever it says.
+    // A derived class could return another node, whose children are not this part's.
     return node == &part ? node : nullptr;
   }
-  /// What hangs below the part, whether clients are told of it or not.
-  static const std::vector<ModelPart*>& below(const ModelPart& part) {
+  /// All children, even if the part hides them from clients.
+  static const std::vector<ModelPart*>& allChildren(const ModelPart& part) {
     static const std::vector<ModelPart*> none;
     return part.isNode_ ? static_cast<const ModelNode&>(part).children() : none;
+  }
+  /// All descendants of the part. Allocates nothing if there are none.
+  static std::vector<ModelPart*> descendants(const ModelPart& part) {
+    std::vector<ModelPart*> found(allChildren(part));
+    for (std::size_t i = 0; i < found.size(); ++i) {
+      const std::vector<ModelPart*>& children = allChildren(*found[i]);
+      found.insert(found.end(), children.begin(), children.end());
+    }
+    return found;
   }
   static ModelRoot* asRoot(ModelPart& part) { return part.asRoot(); }
   static const ModelNode* parent(const ModelPart& part) { return part.parent_; }

@@ -1,11 +1,7 @@
 #include "modelsrv/source/replies.h"
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
-
-#include "modelsrv/model_node.h"
-#include "modelsrv/source/part_access.h"
 
 namespace ModelSrv::internal {
 
@@ -28,8 +24,8 @@ void CountedReply::addId(ModelPartId id) {
 }
 
 void CountedReply::addName(std::string_view name) {
-  const std::size_t grown = payload_.size() - start_ + sizeof(std::uint16_t) + name.size();
-  fits_ = fits_ && grown <= EvtSrv::internal::maxPayload;
+  const std::size_t newSize = payload_.size() - start_ + sizeof(std::uint16_t) + name.size();
+  fits_ = fits_ && newSize <= EvtSrv::internal::maxPayload;
   if (!fits_) {
     return;
   }
@@ -60,65 +56,25 @@ bool decodeNames(PayloadReader payload, std::vector<std::string>& names) {
   if (!payload.ok() || count * sizeof(std::uint16_t) > payload.left()) {
     return false;
   }
-  std::vector<std::string> read;
-  read.reserve(count);
+  std::vector<std::string> decoded;
+  decoded.reserve(count);
   for (std::size_t i = 0; i < count && payload.ok(); ++i) {
     const std::size_t length = payload.u16();
-    read.emplace_back(payload.bytes(length));
+    decoded.emplace_back(payload.bytes(length));
   }
   if (!payload.ok() || payload.left() != 0) {
     return false;
   }
-  names = std::move(read);
+  names = std::move(decoded);
   return true;
 }
 
 bool decodeSum(PayloadReader payload, std::uint16_t& sum) {
-  const std::uint16_t read = payload.u16();
+  const std::uint16_t decoded = payload.u16();
   if (!payload.ok() || payload.left() != 0) {
     return false;
   }
-  sum = read;
-  return true;
-}
-
-void encodeUpdate(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& payload) {
-  std::size_t depth = 0;
-  for (const ModelPart* at = &part; PartAccess::parent(*at) != nullptr;
-       at = PartAccess::parent(*at)) {
-    ++depth;
-  }
-  const std::size_t start = payload.size();
-  payload.resize(start + depth * sizeof(ModelPartId));
-  std::uint8_t* end = payload.data() + payload.size();
-  for (const ModelPart* at = &part; depth > 0; --depth, at = PartAccess::parent(*at)) {
-    const ModelPartId id = at->id();
-    end -= sizeof(id);
-    std::memcpy(end, &id, sizeof(id));
-  }
-  PayloadWriter writer(payload);
-  writer.u16(ModelPartIndex_Void);
-  writer.u16(index);
-}
-
-bool decodeUpdate(PayloadReader payload, Update& update) {
-  std::vector<ModelPartId> chain;
-  while (true) {
-    const ModelPartId id = payload.u16();
-    if (!payload.ok() || chain.size() > ModelDepth_Max) {
-      return false;
-    }
-    if (id == ModelPartIndex_Void) {
-      break;
-    }
-    chain.push_back(id);
-  }
-  const ModelPartIndex index = payload.u16();
-  if (!payload.ok() || payload.left() != 0 || chain.size() > ModelDepth_Max) {
-    return false;
-  }
-  update.chain = std::move(chain);
-  update.index = index;
+  sum = decoded;
   return true;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,20 +8,20 @@
 #include "evtsrv/source/frame.h"
 #include "modelsrv/model_part.h"
 
-/// What a server answers, and what it tells on its own: values in, a payload out,
-/// and back. The layout is written down in platform/PROTOCOL.md.
+/// Replies of a server: encoding and decoding of their payloads, without any transport. The
+/// layout is specified in platform/PROTOCOL.md, section 10.
 namespace ModelSrv::internal {
 
-/// Writes a reply that is a count and as many entries, one at a time: the count
-/// is put in front as they come.
+/// Writes a list of ids or names, preceded by their number, one entry at a time.
 class CountedReply {
  public:
-  /// Appends to `payload`, which it does not own.
+  /// Appends to `payload`, which must outlive this object.
   explicit CountedReply(std::vector<std::uint8_t>& payload);
   void addId(ModelPartId id);
-  /// A name has at most `ModelName_Max` bytes.
+  /// `name` must have at most `ModelName_Max` bytes.
   void addName(std::string_view name);
-  /// Whether all that was added fits a frame; past that nothing more is added.
+  /// Whether all entries fit into a frame. Entries after the first that does not fit are
+  /// ignored.
   [[nodiscard]] bool fits() const { return fits_; }
 
  private:
@@ -34,29 +33,16 @@ class CountedReply {
   bool fits_ = true;
 };
 
-/// The result that a reply's code stands for; `ModelRes_Protocol` for a number
-/// that no server sends.
+/// The result for the code of a reply; `ModelRes_Protocol` for a code that no server sends.
 ModelRes decodeResult(std::uint16_t code);
 
-// Each reads a whole payload; false where bytes are missing or too many, and the
-// output is then left alone.
+// Each function decodes a whole payload. It returns false if bytes are missing or left over;
+// the output is then unchanged.
 
 [[nodiscard]] bool decodeIds(EvtSrv::internal::PayloadReader payload,
                              std::vector<ModelPartId>& ids);
 [[nodiscard]] bool decodeNames(EvtSrv::internal::PayloadReader payload,
                                std::vector<std::string>& names);
 [[nodiscard]] bool decodeSum(EvtSrv::internal::PayloadReader payload, std::uint16_t& sum);
-
-/// What an update tells.
-struct Update {
-  std::vector<ModelPartId> chain;
-  ModelPartIndex index = ModelPartIndex_All;
-};
-
-/// Appends the payload of an update: the chain from the root to `part`, the mark
-/// of its end, the index.
-void encodeUpdate(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& payload);
-
-[[nodiscard]] bool decodeUpdate(EvtSrv::internal::PayloadReader payload, Update& update);
 
 }  // namespace ModelSrv::internal

@@ -4,9 +4,27 @@ namespace ModelSrv::internal {
 
 namespace {
 
-bool hasIndex(Operation operation) {
-  return operation >= Operation::save;
+constexpr Operation allOperations[] = {
+#define MODELSRV_OPERATION(operation, number, fields) Operation::operation,
+    MODELSRV_OPERATIONS(MODELSRV_OPERATION)
+#undef MODELSRV_OPERATION
+};
+
+constexpr unsigned fieldsByPosition[] = {
+#define MODELSRV_FIELDS(operation, number, fields) fields,
+    MODELSRV_OPERATIONS(MODELSRV_FIELDS)
+#undef MODELSRV_FIELDS
+};
+
+constexpr bool isNumberedByPosition() {
+  for (std::size_t i = 0; i < operationCount; ++i) {
+    if (positionOf(allOperations[i]) != i) {
+      return false;
+    }
+  }
+  return true;
 }
+static_assert(isNumberedByPosition());
 
 bool readChain(EvtSrv::internal::PayloadReader& payload, std::vector<ModelPartId>& chain) {
   chain.clear();
@@ -23,40 +41,45 @@ bool readChain(EvtSrv::internal::PayloadReader& payload, std::vector<ModelPartId
 }  // namespace
 
 void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payload) {
+  const unsigned fields = fieldsByPosition[positionOf(request.operation)];
   EvtSrv::internal::PayloadWriter writer(payload);
   writer.u16(static_cast<std::uint16_t>(request.chain.size()));
   writer.u16s(request.chain);
-  if (hasIndex(request.operation)) {
+  if ((fields & indexField) != 0) {
     writer.u16(request.index);
   }
-  if (request.operation == Operation::load) {
+  if ((fields & flagField) != 0) {
     writer.u8(request.flag ? 1 : 0);
+  }
+  if ((fields & textField) != 0) {
     writer.bytes(request.text);
   }
 }
 
 bool decodeRequest(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
                    Request& request) {
-  if (operation < static_cast<std::uint16_t>(Operation::childIds) ||
-      operation > static_cast<std::uint16_t>(Operation::prefetch)) {
+  if (operation == 0 || operation > operationCount) {
     return false;
   }
   request.operation = static_cast<Operation>(operation);
+  const unsigned fields = fieldsByPosition[positionOf(request.operation)];
   request.index = ModelPartIndex_All;
   request.flag = false;
   request.text = {};
   if (!readChain(payload, request.chain)) {
     return false;
   }
-  if (hasIndex(request.operation)) {
+  if ((fields & indexField) != 0) {
     request.index = payload.u16();
   }
-  if (request.operation == Operation::load) {
+  if ((fields & flagField) != 0) {
     const std::uint8_t flag = payload.u8();
     if (flag > 1) {
       return false;
     }
     request.flag = flag == 1;
+  }
+  if ((fields & textField) != 0) {
     request.text = payload.rest();
   }
   return payload.ok() && payload.left() == 0;

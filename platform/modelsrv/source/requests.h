@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -8,51 +9,78 @@
 #include "modelsrv/model_part.h"
 #include "modelsrv/source/id_chain.h"
 
-/// What a client asks a server: values in, a request's payload out, and back.
-/// The layout is written down in platform/PROTOCOL.md.
+/// Requests of a client: encoding and decoding of their payloads, without any transport. The
+/// layout is specified in platform/PROTOCOL.md, section 10.
+
+/// The operations that a client can request: `ENTRY(operation, number, fields)`, in ascending
+/// order of the numbers in a request frame, from 1. Each request begins with the part's id
+/// chain, then come the `RequestFields` of the operation. `TreeSession` has a handler of the
+/// name of the operation.
+///
+/// To add an operation: add a line here, and the handler.
+#define MODELSRV_OPERATIONS(ENTRY)                   \
+  ENTRY(childIds, 1, chainOnly)                      \
+  ENTRY(childNames, 2, chainOnly)                    \
+  ENTRY(elementSum, 3, chainOnly)                    \
+  ENTRY(elementNames, 4, chainOnly)                  \
+  ENTRY(save, 5, indexField)                         \
+  ENTRY(load, 6, indexField | flagField | textField) \
+  ENTRY(subscribe, 7, indexField)                    \
+  ENTRY(unsubscribe, 8, indexField)                  \
+  ENTRY(prefetch, 9, indexField)
+
 namespace ModelSrv::internal {
 
-/// The operations' numbers in a request frame.
 enum class Operation : std::uint16_t {
-  childIds = 1,      ///< chain
-  childNames = 2,    ///< chain
-  elementSum = 3,    ///< chain
-  elementNames = 4,  ///< chain
-  save = 5,          ///< chain, index
-  load = 6,          ///< chain, index, flag, text
-  subscribe = 7,     ///< chain, index
-  unsubscribe = 8,   ///< chain, index
-  prefetch = 9,      ///< chain, how many parts (in the index's place)
+#define MODELSRV_OPERATION(operation, number, fields) operation = number,
+  MODELSRV_OPERATIONS(MODELSRV_OPERATION)
+#undef MODELSRV_OPERATION
 };
 
-/// A request that is to be sent; chain and text are the caller's.
+#define MODELSRV_COUNT_OPERATION(operation, number, fields) +1
+inline constexpr std::size_t operationCount = 0 MODELSRV_OPERATIONS(MODELSRV_COUNT_OPERATION);
+#undef MODELSRV_COUNT_OPERATION
+
+/// The position of `operation` in `MODELSRV_OPERATIONS`.
+constexpr std::size_t positionOf(Operation operation) {
+  return static_cast<std::size_t>(operation) - 1;
+}
+
+/// The fields of a request after its chain. They appear in this order.
+enum RequestFields : std::uint8_t {
+  chainOnly = 0,
+  indexField = 1,  ///< 16 bits
+  flagField = 2,   ///< 8 bits, 0 or 1
+  textField = 4,   ///< the rest of the payload
+};
+
+/// A request to send. The caller owns the chain and the text.
 struct RequestView {
   Operation operation = Operation::childIds;
   ChainView chain;
-  ModelPartIndex index = ModelPartIndex_All;  ///< or a prefetch's number of parts
+  ModelPartIndex index = ModelPartIndex_All;  ///< for a prefetch: the number of parts
   bool flag = false;
   std::string_view text = {};
 };
 
-/// A request that was read; the text is the reader's.
+/// A decoded request. The text points into the payload.
 struct Request {
   Operation operation = Operation::childIds;
   std::vector<ModelPartId> chain;
-  ModelPartIndex index = ModelPartIndex_All;  ///< or a prefetch's number of parts
+  ModelPartIndex index = ModelPartIndex_All;  ///< for a prefetch: the number of parts
   bool flag = false;
   std::string_view text = {};
 
-  /// The same, as long as this lives.
+  /// The same request. Valid as long as this object.
   [[nodiscard]] RequestView view() const { return {operation, chain, index, flag, text}; }
 };
 
-/// Appends the payload of `request`; a chain above `ModelDepth_Max` must not come
-/// here.
+/// Appends the payload of `request`. Its chain must have at most `ModelDepth_Max` ids.
 void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payload);
 
-/// Reads a whole payload. False for an operation that does not exist, for bytes
-/// that are missing or too many and for fields out of their range; `request` then
-/// holds anything. Its chain keeps its room from call to call.
+/// Decodes a whole payload. False if there is no such operation, if bytes are missing or left
+/// over, or if a field is out of range; the content of `request` is undefined then. Reuses the
+/// capacity of the chain.
 [[nodiscard]] bool decodeRequest(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
                                  Request& request);
 

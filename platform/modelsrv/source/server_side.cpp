@@ -6,21 +6,21 @@ ServerSide::ServerSide(ModelRoot& root)
     : share_(std::make_shared<SessionShare>(root)), port_(root.manager()->core(), *this) {}
 
 ServerSide::~ServerSide() {
-  // Before anybody can learn that the service has ended.
-  share_->invalidator.end();
+  // Cached replies must be invalid before any client can notice that the service has ended.
+  share_->invalidator.close();
 }
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
   const EvtSrv::EvtRes result = port_.start(name, options.group);
   if (result == EvtSrv::EvtRes_Success) {
-    share_->invalidator.start();
+    share_->invalidator.open();
   }
   return result;
 }
 
 void ServerSide::beginStop() {
   stopBegun_ = true;
-  share_->invalidator.end();
+  share_->invalidator.close();
   port_.beginStop();
 }
 
@@ -31,18 +31,6 @@ bool ServerSide::hasStopped() const {
 std::unique_ptr<EvtSrv::internal::ServerSession> ServerSide::openSession(
     EvtSrv::internal::ServerConnection& connection) {
   return std::make_unique<TreeSession>(share_, connection);
-}
-
-void ServerSide::invalidateValue(std::uint32_t stamp) {
-  share_->invalidator.invalidateValue(stamp);
-}
-
-void ServerSide::invalidate(std::uint32_t stamp) {
-  share_->invalidator.invalidate(stamp);
-}
-
-void ServerSide::invalidateAll() {
-  share_->invalidator.invalidateAll();
 }
 
 }  // namespace ModelSrv::internal

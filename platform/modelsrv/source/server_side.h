@@ -9,8 +9,7 @@
 
 namespace ModelSrv::internal {
 
-/// A root's service: its port and a session for each client. Everything runs with
-/// the client mutex held.
+/// The service of a root: its port and a session for each client. Guarded by the client mutex.
 class ServerSide final : public EvtSrv::internal::ServedPort {
  public:
   explicit ServerSide(ModelRoot& root);
@@ -18,27 +17,23 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
 
   EvtSrv::EvtRes start(const std::string& name, const ServerOptions& options);
 
-  /// Takes no further client; those that are there are told and end.
+  /// Begins a graceful shutdown: accepts no more clients, sends the connected ones the stopped
+  /// event, and closes their connections when they have received what is pending.
   void beginStop();
 
-  /// Whether a stop has begun and ended.
+  /// Whether a shutdown has finished.
   [[nodiscard]] bool hasStopped() const;
   [[nodiscard]] bool isStopping() const { return port_.stopping(); }
 
   std::unique_ptr<EvtSrv::internal::ServerSession> openSession(
       EvtSrv::internal::ServerConnection& connection) override;
 
-  /// The value of a part that was told of with that stamp is about to change.
-  void invalidateValue(std::uint32_t stamp);
-  /// Anything else of such a part is.
-  void invalidate(std::uint32_t stamp);
-  /// The tree is about to get another shape.
-  void invalidateAll();
+  [[nodiscard]] CacheInvalidator& invalidator() { return share_->invalidator; }
 
  private:
   const std::shared_ptr<SessionShare> share_;
   bool stopBegun_ = false;
-  EvtSrv::internal::PortServer port_;  ///< last: its end ends the sessions
+  EvtSrv::internal::PortServer port_;  ///< the last member: its destructor ends the sessions
 };
 
 }  // namespace ModelSrv::internal

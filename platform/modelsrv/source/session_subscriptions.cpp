@@ -3,24 +3,31 @@
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <tuple>
 #include <utility>
 
+#include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/part_access.h"
-#include "modelsrv/source/reserve_for_one.h"
 
 namespace ModelSrv::internal {
+
+namespace {
+
+void removeFromPart(const Subscription& subscription) {
+  std::unique_ptr<PartSubscribers>& subscribers = PartAccess::subscribers(subscription.part());
+  subscribers->remove(subscription);
+  if (subscribers->isEmpty()) {
+    subscribers.reset();
+  }
+}
+
+}  // namespace
 
 SessionSubscriptions::SessionSubscriptions(EvtSrv::internal::ServerConnection& connection)
     : connection_(connection) {}
 
 SessionSubscriptions::~SessionSubscriptions() {
-  for (auto& [part, subscription] : subscriptions_) {
-    auto& subscribers = PartAccess::subscribers(*part);
-    subscribers->remove(subscription);
-    if (subscribers->isEmpty()) {
-      subscribers.reset();
-    }
+  for (const auto& [part, subscription] : subscriptions_) {
+    removeFromPart(subscription);
   }
 }
 
@@ -32,7 +39,7 @@ ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
   try {
     at->second.add(index);
     if (isNew) {
-      subscribe(at->second);
+      registerWithPart(at->second);
     }
   } catch (...) {
     if (isNew) {
@@ -44,35 +51,31 @@ ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
   return ModelRes_Success;
 }
 
-/// Has the part tell of its changes. Where that throws, nothing has changed.
-void SessionSubscriptions::subscribe(Subscription& subscription) {
+/// If this throws, nothing has changed.
+void SessionSubscriptions::registerWithPart(Subscription& subscription) {
   auto& subscribers = PartAccess::subscribers(subscription.part());
-  auto made = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
-  (made != nullptr ? made : subscribers)->add(subscription);
-  if (made != nullptr) {
-    subscribers = std::move(made);
+  auto created = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
+  (created != nullptr ? created : subscribers)->add(subscription);
+  if (created != nullptr) {
+    subscribers = std::move(created);
   }
   ++lastSerial_;
 }
 
-ModelRes SessionSubscriptions::take(ModelPart& part, ModelPartIndex index) {
+ModelRes SessionSubscriptions::cancel(ModelPart& part, ModelPartIndex index) {
   const auto at = subscriptions_.find(&part);
-  if (at == subscriptions_.end() || !at->second.take(index)) {
+  if (at == subscriptions_.end() || !at->second.cancel(index)) {
     return ModelRes_NotSubscribed;
   }
   --count_;
   if (at->second.isEmpty()) {
-    auto& subscribers = PartAccess::subscribers(part);
-    subscribers->remove(at->second);
-    if (subscribers->isEmpty()) {
-      subscribers.reset();
-    }
-    forget(at->second);
+    removeFromPart(at->second);
+    partRemoved(at->second);
   }
   return ModelRes_Success;
 }
 
-void SessionSubscriptions::changed(Subscription& subscription, ModelPartIndex index) {
+void SessionSubscriptions::partChanged(Subscription& subscription, ModelPartIndex index) {
   if (!markPending(subscription, index)) {
     return;
   }
@@ -80,14 +83,14 @@ void SessionSubscriptions::changed(Subscription& subscription, ModelPartIndex in
   connection_.eventsPending();
 }
 
-/// Whether the update is to be queued; there is room for it then. A client that
-/// cannot be told must not believe that nothing has happened.
+/// True if the update is to be queued; the queue has the capacity for it then. If there is no
+/// memory the connection ends: a client must not miss an update without noticing.
 bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartIndex index) {
   bool marked = false;
   try {
     marked = subscription.markPending(index);
     if (marked) {
-      reclaim();
+      reuseCapacity();
       reserveForOne(queue_);
     }
     return marked;
@@ -100,14 +103,14 @@ bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartInde
   }
 }
 
-void SessionSubscriptions::forget(Subscription& subscription) {
+void SessionSubscriptions::partRemoved(Subscription& subscription) {
   count_ -= subscription.count();
   stale_ += subscription.pendingCount();
   subscriptions_.erase(&subscription.part());
   dropStale();
 }
 
-bool SessionSubscriptions::next(ModelPart*& part, ModelPartIndex& index) {
+bool SessionSubscriptions::takeNext(ModelPart*& part, ModelPartIndex& index) {
   while (head_ != queue_.size()) {
     const Update update = queue_[head_++];
     if (head_ == queue_.size()) {
@@ -132,11 +135,12 @@ Subscription* SessionSubscriptions::find(const Update& update) {
   return at != subscriptions_.end() && at->second.serial() == update.serial ? &at->second : nullptr;
 }
 
-/// A client that subscribes, cancels and takes nothing must not fill the queue
-/// with what has ended; sweeping when half of it has costs each entry little.
+/// Removes the stale entries once more than half of the queue is stale. A client that
+/// subscribes and cancels without receiving anything must not fill the queue, and waiting until
+/// half is stale keeps the cost for each entry constant.
 void SessionSubscriptions::dropStale() {
   constexpr std::size_t tolerated = 64;
-  if (stale_ <= tolerated || stale_ * 2 <= waiting()) {
+  if (stale_ <= tolerated || stale_ * 2 <= queueLength()) {
     return;
   }
   queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(head_));
@@ -145,8 +149,8 @@ void SessionSubscriptions::dropStale() {
   stale_ = 0;
 }
 
-/// Uses the room of what has been taken again before the queue grows.
-void SessionSubscriptions::reclaim() {
+/// Moves the queue to the beginning of its memory before it would grow.
+void SessionSubscriptions::reuseCapacity() {
   if (queue_.size() < queue_.capacity() || head_ * 2 < queue_.size()) {
     return;
   }

@@ -11,66 +11,65 @@
 
 namespace ModelSrv::internal {
 
-/// How many subscriptions a server keeps for one client.
+/// The maximum number of subscriptions of one client.
 inline constexpr std::size_t maxSubscriptions = 1'048'576;
 
-/// What one client has subscribed and the updates that it has not taken yet: at
-/// most one for each part and index, in the order in which they first changed.
-/// Knows no message. Guarded by the client mutex.
+/// The subscriptions of one client in a server, and the queue of its pending updates: at most
+/// one for each part and index, in the order of the first change. Independent of the encoding
+/// of messages. Guarded by the client mutex.
 class SessionSubscriptions {
  public:
-  /// `connection` is told when the queue has something new; it outlives this.
+  /// `connection` is notified when the queue has a new update. It must outlive this object.
   explicit SessionSubscriptions(EvtSrv::internal::ServerConnection& connection);
   ~SessionSubscriptions();
   SessionSubscriptions(const SessionSubscriptions&) = delete;
   SessionSubscriptions& operator=(const SessionSubscriptions&) = delete;
 
-  /// Counts one more subscription; `ModelRes_LimitReached` where there are
-  /// `maxSubscriptions`.
+  /// Adds one subscription. `ModelRes_LimitReached` if there are `maxSubscriptions` already.
   ModelRes add(ModelPart& part, ModelPartIndex index);
 
-  /// Takes one back. What waits for a part that nothing wants any more is dropped
-  /// with its last subscription. `ModelRes_NotSubscribed` where there is none.
-  ModelRes take(ModelPart& part, ModelPartIndex index);
+  /// Cancels one subscription; `ModelRes_NotSubscribed` if there is none. With the last
+  /// subscription to a part its pending updates are dropped.
+  ModelRes cancel(ModelPart& part, ModelPartIndex index);
 
-  /// Takes the oldest update that waits; false where there is none.
-  bool next(ModelPart*& part, ModelPartIndex& index);
+  /// Removes the oldest pending update from the queue; false if there is none.
+  bool takeNext(ModelPart*& part, ModelPartIndex& index);
 
   [[nodiscard]] std::size_t count() const { return count_; }
-  /// How many updates wait.
-  [[nodiscard]] std::size_t pendingCount() const { return waiting() - stale_; }
-  /// How many entries the queue holds, those of subscriptions that have ended
-  /// included: never more than twice what waits and some.
-  [[nodiscard]] std::size_t waiting() const { return queue_.size() - head_; }
+  /// The number of pending updates.
+  [[nodiscard]] std::size_t pendingCount() const { return queueLength() - stale_; }
+  /// The number of entries in the queue, including stale ones (of subscriptions that have
+  /// ended): at most twice the number of pending updates plus a constant.
+  [[nodiscard]] std::size_t queueLength() const { return queue_.size() - head_; }
 
-  // What a part's list of subscribers calls.
+  // Called by `PartSubscribers`.
 
-  /// `index` of the subscribed part has changed, and the subscription wants it. Throws
-  /// nothing: where there is no memory for the update the connection ends.
-  void changed(Subscription& subscription, ModelPartIndex index);
-  /// The part goes: its subscription ends here, without a word to the part.
-  void forget(Subscription& subscription);
+  /// `index` of the subscribed part has changed, and the subscription matches it. Does not
+  /// throw: if there is no memory for the update the connection is closed.
+  void partChanged(Subscription& subscription, ModelPartIndex index);
+  /// The part no longer refers to the subscription, which ends.
+  void partRemoved(Subscription& subscription);
 
  private:
   struct Update {
-    ModelPart* part;  ///< a key only: the part may have gone
+    ModelPart* part;  ///< used as a key only: the part may have been destroyed
     std::uint32_t serial;
     ModelPartIndex index;
   };
 
-  void subscribe(Subscription& subscription);
+  void registerWithPart(Subscription& subscription);
   bool markPending(Subscription& subscription, ModelPartIndex index);
   [[nodiscard]] Subscription* find(const Update& update);
   void dropStale();
-  void reclaim();
+  void reuseCapacity();
 
   EvtSrv::internal::ServerConnection& connection_;
   std::unordered_map<ModelPart*, Subscription> subscriptions_;
   std::size_t count_ = 0;
   std::uint32_t lastSerial_ = 0;
-  std::vector<Update> queue_;  ///< waiting from `head_` on
+  std::vector<Update> queue_;  ///< the queue begins at `head_`
   std::size_t head_ = 0;
-  std::size_t stale_ = 0;  ///< entries whose subscription has ended
+  std::size_t stale_ = 0;  ///< the number of entries whose subscription has ended
 };
 
 }  // namespace ModelSrv::internal

@@ -9,27 +9,27 @@
 #include "modelsrv/source/value_text.h"
 #include "modelsrv/value_parts.h"
 
-/// What single values and arrays have in common when something is stored.
+/// The rules for stores that single values and arrays have in common.
 namespace ModelSrv::internal {
 
-/// Whether a client may store in a part of that status.
-inline ModelRes accessOf(ModelPartStatus status, bool flag) {
+/// Success if a client may store in a part of that status.
+inline ModelRes checkAccess(ModelPartStatus status, bool flag) {
   if (status == ModelPartStatus_ReadOnly) {
     return ModelRes_ReadOnly;
   }
   return status == ModelPartStatus_Protected && !flag ? ModelRes_Protected : ModelRes_Success;
 }
 
-/// Asks the server's check, which stays alive meanwhile even where it replaces
-/// itself. Results that are not a part's to give count as a veto.
+/// Runs the server's check, which stays alive meanwhile even if it replaces itself. A result of
+/// the connection, which a check must not return, counts as a veto.
 template <typename T>
-ModelRes askCheck(std::shared_ptr<const StoreCheck<T>> check, const Parsed<T>& value,
+ModelRes runCheck(std::shared_ptr<const StoreCheck<T>> check, const Parsed<T>& value,
                   ModelPartIndex index) {
   if (check == nullptr) {
     return ModelRes_Success;
   }
-  const ModelRes verdict = (*check)(T(value), index);
-  return verdict < ModelRes_NotConnected ? verdict : ModelRes_Vetoed;
+  const ModelRes result = (*check)(T(value), index);
+  return result < ModelRes_NotConnected ? result : ModelRes_Vetoed;
 }
 
 template <typename T>
@@ -37,7 +37,7 @@ std::shared_ptr<const StoreCheck<T>> makeCheck(StoreCheck<T> check) {
   return check ? std::make_shared<const StoreCheck<T>>(std::move(check)) : nullptr;
 }
 
-/// Whether a value is larger than a part may hold.
+/// Whether a value is larger than a part can hold.
 template <typename T>
 bool isTooLarge(const T& value) {
   if constexpr (std::is_same_v<T, std::string>) {
@@ -47,17 +47,17 @@ bool isTooLarge(const T& value) {
   }
 }
 
-/// Has `held` take `value` later without a wish for memory.
+/// Reserves memory so that `values[element] = value` does not throw.
 template <typename T>
-void reserveFor(std::vector<T>& held, std::size_t element, const Parsed<T>& value) {
+void reserveFor(std::vector<T>& values, std::size_t element, const Parsed<T>& value) {
   if constexpr (std::is_same_v<T, std::string>) {
-    held[element].reserve(value.size());
+    values[element].reserve(value.size());
   }
 }
 
-/// Cuts what a part may not hold.
+/// Truncates a text that is too large.
 template <typename T>
-T fitted(T value) {
+T truncated(T value) {
   if constexpr (std::is_same_v<T, std::string>) {
     value.resize(std::min(value.size(), ModelValueText_Max));
   }

@@ -10,47 +10,48 @@ namespace ModelSrv::internal {
 Subscription::Subscription(SessionSubscriptions& owner, ModelPart& part, std::uint32_t serial)
     : owner_(owner), part_(part), serial_(serial) {}
 
-std::vector<Subscription::Interest>::iterator Subscription::find(ModelPartIndex index) {
+std::vector<Subscription::SubscribedIndex>::iterator Subscription::find(ModelPartIndex index) {
   return std::lower_bound(
-      interests_.begin(), interests_.end(), index,
-      [](const Interest& interest, ModelPartIndex wanted) { return interest.index < wanted; });
+      indices_.begin(), indices_.end(), index,
+      [](const SubscribedIndex& entry, ModelPartIndex wanted) { return entry.index < wanted; });
 }
 
 void Subscription::add(ModelPartIndex index) {
   const auto at = find(index);
-  if (at != interests_.end() && at->index == index) {
+  if (at != indices_.end() && at->index == index) {
     ++at->count;
   } else {
-    interests_.insert(at, Interest{index, 1});
+    indices_.insert(at, SubscribedIndex{index, 1});
   }
 }
 
-bool Subscription::take(ModelPartIndex index) {
+bool Subscription::cancel(ModelPartIndex index) {
   const auto at = find(index);
-  if (at == interests_.end() || at->index != index) {
+  if (at == indices_.end() || at->index != index) {
     return false;
   }
   if (--at->count == 0) {
-    interests_.erase(at);
+    indices_.erase(at);
   }
   return true;
 }
 
 std::size_t Subscription::count() const {
   std::size_t sum = 0;
-  for (const Interest& interest : interests_) {
-    sum += interest.count;
+  for (const SubscribedIndex& entry : indices_) {
+    sum += entry.count;
   }
   return sum;
 }
 
-bool Subscription::wants(ModelPartIndex index) const {
-  if (index == ModelPartIndex_All || interests_.back().index == ModelPartIndex_All) {
+bool Subscription::matches(ModelPartIndex index) const {
+  if (index == ModelPartIndex_All || indices_.back().index == ModelPartIndex_All) {
     return true;
   }
-  return std::binary_search(
-      interests_.begin(), interests_.end(), Interest{index, 0},
-      [](const Interest& left, const Interest& right) { return left.index < right.index; });
+  return std::binary_search(indices_.begin(), indices_.end(), SubscribedIndex{index, 0},
+                            [](const SubscribedIndex& left, const SubscribedIndex& right) {
+                              return left.index < right.index;
+                            });
 }
 
 bool Subscription::markPending(ModelPartIndex index) {
@@ -88,7 +89,7 @@ void Subscription::clearPending(ModelPartIndex index) {
 
 PartSubscribers::~PartSubscribers() {
   for (Subscription* subscription : subscriptions_) {
-    subscription->owner().forget(*subscription);
+    subscription->owner().partRemoved(*subscription);
   }
 }
 
@@ -100,10 +101,10 @@ void PartSubscribers::remove(const Subscription& subscription) {
   }
 }
 
-void PartSubscribers::changed(ModelPartIndex index) {
+void PartSubscribers::notify(ModelPartIndex index) {
   for (Subscription* subscription : subscriptions_) {
-    if (subscription->wants(index)) {
-      subscription->owner().changed(*subscription, index);
+    if (subscription->matches(index)) {
+      subscription->owner().partChanged(*subscription, index);
     }
   }
 }

@@ -1,17 +1,30 @@
 #pragma once
 
-#include "kstd/thread_mutex.h"
+#include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_part.h"
 
 namespace ModelSrv::internal {
 
-/// Holds the client mutex that guards a part, for as long as the object lives;
-/// holds nothing for a part that hangs below no root. Safe against another thread
-/// that hangs the part elsewhere meanwhile.
+/// Locks the client mutex that guards a part, for its own lifetime. Locks nothing if the part
+/// is not in the tree of a root. Safe while other threads move the part to another tree.
 class TreeLock {
  public:
-  explicit TreeLock(const ModelPart& part);
-  ~TreeLock();
+  explicit TreeLock(const ModelPart& part) {
+    while (EvtSrv::EventPortManager* manager = part.treeManager_.load(std::memory_order_acquire)) {
+      manager->clientMutex.lock();
+      // The manager changes with its mutex held only, so this is final.
+      if (part.treeManager_.load(std::memory_order_relaxed) == manager) {
+        mutex_ = &manager->clientMutex;
+        return;
+      }
+      manager->clientMutex.unlock();
+    }
+  }
+  ~TreeLock() {
+    if (mutex_ != nullptr) {
+      mutex_->unlock();
+    }
+  }
   TreeLock(const TreeLock&) = delete;
   TreeLock& operator=(const TreeLock&) = delete;
 

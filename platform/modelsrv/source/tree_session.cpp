@@ -1,20 +1,40 @@
 #include "modelsrv/source/tree_session.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "evtsrv/source/manager_core.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/object_lease.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
+#include "modelsrv/source/updates.h"
 #include "modelsrv/source/value_text.h"
 
 namespace ModelSrv::internal {
 
 namespace {
 
-/// The part that the chain leads to from `root`, null where it leads nowhere.
+/// Moves a shared object out of its slot for one use, so that its capacity is reused. A nested
+/// dispatch, which finds the slot in use, gets a new object.
+template <typename T>
+class ObjectLease {
+ public:
+  /// `slot` must outlive this object.
+  explicit ObjectLease(T& slot) : slot_(slot), used_(std::exchange(slot, T{})) {}
+  ~ObjectLease() { slot_ = std::move(used_); }
+  ObjectLease(const ObjectLease&) = delete;
+  ObjectLease& operator=(const ObjectLease&) = delete;
+
+  T& operator*() { return used_; }
+  T* operator->() { return &used_; }
+
+ private:
+  T& slot_;
+  T used_;
+};
+
+/// The part with that chain below `root`, or null.
 ModelPart* findPart(ModelRoot& root, const std::vector<ModelPartId>& chain) {
   ModelPart* part = &root;
   for (const ModelPartId id : chain) {
@@ -28,7 +48,7 @@ ModelPart* findPart(ModelRoot& root, const std::vector<ModelPartId>& chain) {
 }
 
 template <typename Visit>
-void forChildren(ModelPart& part, Visit visit) {
+void forEachPublishedChild(ModelPart& part, Visit visit) {
   const ModelNode* node = PartAccess::asNode(part);
   if (node == nullptr) {
     return;
@@ -40,31 +60,11 @@ void forChildren(ModelPart& part, Visit visit) {
   }
 }
 
-ModelRes writeChildIds(ModelPart& part, std::vector<std::uint8_t>& reply) {
-  CountedReply ids(reply);
-  forChildren(part, [&ids](const ModelPart& child) { ids.addId(child.id()); });
-  return ModelRes_Success;
-}
-
-ModelRes writeChildNames(ModelPart& part, std::vector<std::uint8_t>& reply) {
-  CountedReply names(reply);
-  forChildren(part, [&names](const ModelPart& child) { names.addName(child.name()); });
-  return names.fits() ? ModelRes_Success : ModelRes_TooLarge;
-}
-
-ModelRes writeElementNames(const ModelPart& part, std::vector<std::uint8_t>& reply) {
-  CountedReply names(reply);
-  for (const std::string& name : PartAccess::elementNames(part)) {
-    names.addName(name);
-  }
-  return names.fits() ? ModelRes_Success : ModelRes_TooLarge;
-}
-
-/// Lets go of the room that one large text took.
+/// Clears the text and frees its memory if it is large.
 void trim(std::string& text) {
-  constexpr std::size_t kept = 64 * 1024;
+  constexpr std::size_t keptCapacity = 64 * 1024;
   text.clear();
-  if (text.capacity() > kept) {
+  if (text.capacity() > keptCapacity) {
     text.shrink_to_fit();
   }
 }
@@ -81,15 +81,20 @@ TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
 std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                                   std::vector<std::uint8_t>& reply) {
   const std::size_t before = reply.size();
-  const ModelRes result = answer(operation, request, reply);
+  const ModelRes result = serve(operation, request, reply);
   if (result != ModelRes_Success) {
     reply.resize(before);
   }
   return static_cast<std::uint16_t>(result);
 }
 
-ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
-                             std::vector<std::uint8_t>& reply) {
+ModelRes TreeSession::serve(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
+                            Bytes& reply) {
+  static constexpr std::array<Handler, operationCount> handlers{
+#define MODELSRV_HANDLER(operation, number, fields) &TreeSession::operation,
+      MODELSRV_OPERATIONS(MODELSRV_HANDLER)
+#undef MODELSRV_HANDLER
+  };
   Request& request = share_->request;
   if (!decodeRequest(operation, payload, request)) {
     return ModelRes_BadRequest;
@@ -98,39 +103,39 @@ ModelRes TreeSession::answer(std::uint16_t operation, EvtSrv::internal::PayloadR
   if (part == nullptr) {
     return ModelRes_NoSuchPart;
   }
-  switch (request.operation) {
-    case Operation::childIds:
-      return writeChildIds(*part, reply);
-    case Operation::childNames:
-      return writeChildNames(*part, reply);
-    case Operation::elementSum:
-      EvtSrv::internal::PayloadWriter(reply).u16(
-          static_cast<std::uint16_t>(PartAccess::elementCount(*part)));
-      return ModelRes_Success;
-    case Operation::elementNames:
-      return writeElementNames(*part, reply);
-    case Operation::save:
-      return save(*part, request.index, reply);
-    case Operation::load:
-      if (request.text.size() > maxStoreText) {
-        return ModelRes_TooLarge;
-      }
-      return PartAccess::storeFromClient(*part, request.text, request.flag, request.index);
-    case Operation::subscribe:
-      return subscribe(*part, request.index);
-    case Operation::unsubscribe:
-      return subscriptions_.take(*part, request.index);
-    case Operation::prefetch:
-      return prefetch(*part, request.index, reply);
-  }
-  return ModelRes_BadRequest;
+  return (this->*handlers[positionOf(request.operation)])(*part, request, reply);
 }
 
-ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
-                           std::vector<std::uint8_t>& reply) {
+ModelRes TreeSession::childIds(ModelPart& part, const Request& /*request*/, Bytes& reply) {
+  CountedReply ids(reply);
+  forEachPublishedChild(part, [&ids](const ModelPart& child) { ids.addId(child.id()); });
+  return ModelRes_Success;
+}
+
+ModelRes TreeSession::childNames(ModelPart& part, const Request& /*request*/, Bytes& reply) {
+  CountedReply names(reply);
+  forEachPublishedChild(part, [&names](const ModelPart& child) { names.addName(child.name()); });
+  return names.fits() ? ModelRes_Success : ModelRes_TooLarge;
+}
+
+ModelRes TreeSession::elementSum(ModelPart& part, const Request& /*request*/, Bytes& reply) {
+  const unsigned count = PartAccess::elementCount(part);
+  EvtSrv::internal::PayloadWriter(reply).u16(static_cast<std::uint16_t>(count));
+  return ModelRes_Success;
+}
+
+ModelRes TreeSession::elementNames(ModelPart& part, const Request& /*request*/, Bytes& reply) {
+  CountedReply names(reply);
+  for (const std::string& name : PartAccess::elementNames(part)) {
+    names.addName(name);
+  }
+  return names.fits() ? ModelRes_Success : ModelRes_TooLarge;
+}
+
+ModelRes TreeSession::save(ModelPart& part, const Request& request, Bytes& reply) {
   ObjectLease<std::string> text(share_->text);
   text->clear();
-  ModelRes result = PartAccess::appendText(part, *text, index);
+  ModelRes result = PartAccess::appendText(part, *text, request.index);
   if (result == ModelRes_Success && text->size() > ModelValueText_Max) {
     result = ModelRes_TooLarge;
   }
@@ -141,17 +146,15 @@ ModelRes TreeSession::save(const ModelPart& part, ModelPartIndex index,
   return result;
 }
 
-ModelRes TreeSession::prefetch(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply) {
-  const StatusPage* page = share_->invalidator.begin();
-  if (page == nullptr) {
-    return ModelRes_DoNothing;
+ModelRes TreeSession::load(ModelPart& part, const Request& request, Bytes& /*reply*/) {
+  if (request.text.size() > maxStoreText) {
+    return ModelRes_TooLarge;
   }
-  ObjectLease<PrefetchWriter> writer(share_->prefetch);
-  writer->write(share_->root, part, std::max(parts, 1U), *page, reply);
-  return ModelRes_Success;
+  return PartAccess::storeFromClient(part, request.text, request.flag, request.index);
 }
 
-ModelRes TreeSession::subscribe(ModelPart& part, ModelPartIndex index) {
+ModelRes TreeSession::subscribe(ModelPart& part, const Request& request, Bytes& /*reply*/) {
+  const ModelPartIndex index = request.index;
   if (!PartAccess::subscribable(part)) {
     return ModelRes_NotSubscribable;
   }
@@ -161,10 +164,25 @@ ModelRes TreeSession::subscribe(ModelPart& part, ModelPartIndex index) {
   return subscriptions_.add(part, index);
 }
 
+ModelRes TreeSession::unsubscribe(ModelPart& part, const Request& request, Bytes& /*reply*/) {
+  return subscriptions_.cancel(part, request.index);
+}
+
+ModelRes TreeSession::prefetch(ModelPart& part, const Request& request, Bytes& reply) {
+  const StatusPage* page = share_->invalidator.beginPrefetch();
+  if (page == nullptr) {
+    return ModelRes_DoNothing;
+  }
+  const unsigned parts = std::max<unsigned>(request.index, 1);
+  ObjectLease<PrefetchWriter> writer(share_->prefetch);
+  writer->write(share_->root, part, parts, *page, reply);
+  return ModelRes_Success;
+}
+
 bool TreeSession::takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) {
   ModelPart* part = nullptr;
   ModelPartIndex index = ModelPartIndex_All;
-  if (!subscriptions_.next(part, index)) {
+  if (!subscriptions_.takeNext(part, index)) {
     return false;
   }
   type = ModelRoot::EvtTyp_Model_Update;

@@ -13,8 +13,8 @@
 
 namespace ModelSrv::internal {
 
-/// What the sessions of one served tree share, so that an idle one holds little
-/// and a request needs no fresh memory.
+/// What the sessions of one served tree share: buffers, so that an idle session holds little
+/// memory and a request allocates none, and the cache invalidator. Guarded by the client mutex.
 struct SessionShare {
   explicit SessionShare(ModelRoot& servedRoot);
 
@@ -25,12 +25,12 @@ struct SessionShare {
   CacheInvalidator invalidator;
 };
 
-/// Answers one client's requests from the tree and keeps what it subscribed. Runs
-/// with the client mutex held.
+/// Serves the requests of one client from the tree, and keeps its subscriptions. Guarded by the
+/// client mutex.
 class TreeSession final : public EvtSrv::internal::ServerSession {
  public:
-  /// `connection` outlives the session. The service may not: a session that is
-  /// in the middle of a call ends after it.
+  /// `connection` must outlive the session. The service (`ServerSide`) need not: a session in
+  /// the middle of a call ends after it.
   TreeSession(std::shared_ptr<SessionShare> share, EvtSrv::internal::ServerConnection& connection);
 
   std::uint16_t handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
@@ -38,11 +38,23 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override;
 
  private:
-  ModelRes answer(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
-                  std::vector<std::uint8_t>& reply);
-  ModelRes save(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& reply);
-  ModelRes prefetch(ModelPart& part, unsigned parts, std::vector<std::uint8_t>& reply);
-  ModelRes subscribe(ModelPart& part, ModelPartIndex index);
+  using Bytes = std::vector<std::uint8_t>;
+  using Handler = ModelRes (TreeSession::*)(ModelPart& part, const Request& request, Bytes& reply);
+
+  ModelRes serve(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload, Bytes& reply);
+
+  // The handlers, one for each of `MODELSRV_OPERATIONS`. Each appends the payload of the reply;
+  // unless the result is success, `handle` removes it again. A call into a part may dispatch
+  // further requests, which replace the content of `request`: read it before.
+  ModelRes childIds(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes childNames(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes elementSum(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes elementNames(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes save(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes load(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes subscribe(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes unsubscribe(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes prefetch(ModelPart& part, const Request& request, Bytes& reply);
 
   std::shared_ptr<SessionShare> share_;
   SessionSubscriptions subscriptions_;

@@ -12,7 +12,7 @@ using internal::TreeLock;
 
 template <typename T>
 ValuePart<T>::ValuePart(ModelPartId id, std::string name, T initial, ModelPartStatus status)
-    : ModelPart(id, std::move(name), status), value_(internal::fitted(std::move(initial))) {}
+    : ModelPart(id, std::move(name), status), value_(internal::truncated(std::move(initial))) {}
 
 template <typename T>
 ValuePart<T>::~ValuePart() {
@@ -61,13 +61,13 @@ ModelRes ValuePart<T>::storeText(std::string_view text, bool flag, ModelPartInde
   if (index != ModelPartIndex_All) {
     return ModelRes_NoSuchIndex;
   }
-  ModelRes result = fromClient ? internal::accessOf(status(), flag) : ModelRes_Success;
+  ModelRes result = fromClient ? internal::checkAccess(status(), flag) : ModelRes_Success;
   Parsed<T> parsed{};
   if (result == ModelRes_Success) {
     result = internal::parseValue<T>(text, parsed);
   }
   if (result == ModelRes_Success && fromClient) {
-    result = internal::askCheck<T>(check_, parsed, index);
+    result = internal::runCheck<T>(check_, parsed, index);
   }
   if (result != ModelRes_Success || internal::isSameValue<T>(value_, parsed)) {
     return result;

@@ -14,15 +14,15 @@ namespace ModelSrv::internal {
 
 namespace {
 
-bool isBlank(char c) {
+bool isSpace(char c) {
   return c == ' ' || c == '\t';
 }
 
 std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && isBlank(text.front())) {
+  while (!text.empty() && isSpace(text.front())) {
     text.remove_prefix(1);
   }
-  while (!text.empty() && isBlank(text.back())) {
+  while (!text.empty() && isSpace(text.back())) {
     text.remove_suffix(1);
   }
   return text;
@@ -47,7 +47,7 @@ template <typename T>
 requires std::is_integral_v<T> ModelRes parse(std::string_view text, T& value) {
   std::string_view word = trimmed(text);
   if constexpr (std::is_unsigned_v<T>) {
-    // A negative number is a number all the same, only none that fits.
+    // A negative number is valid text but out of range, except for -0.
     if (word.starts_with('-') && isDigits(word.substr(1))) {
       if (word.find_first_not_of('0', 1) != std::string_view::npos) {
         return ModelRes_OutOfRange;
@@ -57,11 +57,11 @@ requires std::is_integral_v<T> ModelRes parse(std::string_view text, T& value) {
   }
   T parsed{};
   const char* const end = word.data() + word.size();
-  const auto [stop, fault] = std::from_chars(word.data(), end, parsed);
-  if (fault == std::errc::invalid_argument || stop != end) {
+  const auto [stop, error] = std::from_chars(word.data(), end, parsed);
+  if (error == std::errc::invalid_argument || stop != end) {
     return ModelRes_BadText;
   }
-  if (fault != std::errc{}) {
+  if (error != std::errc{}) {
     return ModelRes_OutOfRange;
   }
   value = parsed;
@@ -81,8 +81,8 @@ struct FloatBits {
 
 constexpr std::string_view nanOpening = "nan(0x";
 
-/// "nan(0x...)" with the bits of the fraction, which the standard's reader would
-/// drop; nothing for every other text.
+/// Parses "nan(0x...)" with the bits of the fraction, which std::from_chars would lose. Returns
+/// nothing for any other text.
 template <typename T>
 std::optional<T> parseNan(std::string_view word) {
   using Bits = FloatBits<T>;
@@ -98,8 +98,8 @@ std::optional<T> parseNan(std::string_view word) {
   word.remove_suffix(1);
   typename Bits::Word fraction = 0;
   const char* const end = word.data() + word.size();
-  const auto [stop, fault] = std::from_chars(word.data(), end, fraction, 16);
-  if (fault != std::errc{} || stop != end || fraction == 0 || fraction > Bits::fraction) {
+  const auto [stop, error] = std::from_chars(word.data(), end, fraction, 16);
+  if (error != std::errc{} || stop != end || fraction == 0 || fraction > Bits::fraction) {
     return std::nullopt;
   }
   return std::bit_cast<T>(static_cast<typename Bits::Word>(sign | Bits::exponent | fraction));
@@ -114,11 +114,11 @@ requires std::is_floating_point_v<T> ModelRes parse(std::string_view text, T& va
   }
   T parsed{};
   const char* const end = word.data() + word.size();
-  const auto [stop, fault] = std::from_chars(word.data(), end, parsed);
-  if (fault == std::errc::invalid_argument || stop != end) {
+  const auto [stop, error] = std::from_chars(word.data(), end, parsed);
+  if (error == std::errc::invalid_argument || stop != end) {
     return ModelRes_BadText;
   }
-  if (fault != std::errc{}) {
+  if (error != std::errc{}) {
     return ModelRes_OutOfRange;
   }
   value = parsed;
@@ -130,8 +130,8 @@ ModelRes parse(std::string_view text, std::string_view& value) {
   std::string_view bytes = text;
   if (lineFeed != std::string_view::npos && isDigits(text.substr(0, lineFeed))) {
     std::size_t count = 0;
-    const auto [stop, fault] = std::from_chars(text.data(), text.data() + lineFeed, count);
-    if (fault == std::errc{} && count == text.size() - lineFeed - 1) {
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + lineFeed, count);
+    if (error == std::errc{} && count == text.size() - lineFeed - 1) {
       bytes = text.substr(lineFeed + 1);
     }
   }
@@ -142,7 +142,7 @@ ModelRes parse(std::string_view text, std::string_view& value) {
   return ModelRes_Success;
 }
 
-/// Large enough for the longest text of a number.
+/// A buffer for the longest text of a number.
 using NumberText = char[64];
 
 void append(std::string& out, bool value) {
@@ -191,12 +191,12 @@ void appendValue(std::string& out, const T& value) {
 }
 
 template <typename T>
-bool isSameValue(const T& held, const Parsed<T>& value) {
+bool isSameValue(const T& present, const Parsed<T>& value) {
   if constexpr (std::is_floating_point_v<T>) {
     using Word = typename FloatBits<T>::Word;
-    return std::bit_cast<Word>(held) == std::bit_cast<Word>(value);
+    return std::bit_cast<Word>(present) == std::bit_cast<Word>(value);
   } else {
-    return held == value;
+    return present == value;
   }
 }
 

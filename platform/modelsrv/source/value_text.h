@@ -6,44 +6,42 @@
 
 #include "modelsrv/model_part.h"
 
-/// The texts of values: characters in, values out, and back. Knows no part.
+/// Conversion between values and their texts. Independent of parts.
 namespace ModelSrv::internal {
 
-/// What a text is read into: a text stays where it is.
+/// The result type of parsing a `T`. A text is not copied.
 template <typename T>
 using Parsed = std::conditional_t<std::is_same_v<T, std::string>, std::string_view, T>;
 
-/// Reads one value from the whole of `text`. Numbers and bool may have blanks
-/// (space, tab) around them; a text is taken in its counted form (byte length,
-/// line feed, as many bytes) where that fits, else as it stands.
-/// `ModelRes_BadText` where it is no value of the type, `ModelRes_OutOfRange`
-/// where the type cannot hold it, `ModelRes_TooLarge` for too long a text; `value`
-/// is left alone then.
+/// Parses the whole of `text` as one value. Spaces and tabs around a number or bool are ignored.
+/// A text may have the counted form (byte length, line feed, then exactly that many bytes); if
+/// the length does not fit, the whole text is the value.
+///
+/// `ModelRes_BadText` if it is not a value of the type, `ModelRes_OutOfRange` if the type cannot
+/// hold it, `ModelRes_TooLarge` if a text is too long; `value` is unchanged then.
 template <typename T>
 ModelRes parseValue(std::string_view text, Parsed<T>& value);
 
-/// Appends the text that reads back to the same value; floating point in the
-/// shortest form, "inf" and "nan" included. A NaN that is not the usual one has
-/// its bits in brackets.
+/// Appends the text of `value`, from which `parseValue` gets the same value. Floating point has
+/// the shortest such form, or "inf" or "nan". A NaN other than the default one has its bits
+/// in parentheses.
 template <typename T>
 void appendValue(std::string& out, const T& value);
 
-/// Whether `held` is `value`, to the bit.
+/// Whether both values are equal, bit by bit.
 template <typename T>
-bool isSameValue(const T& held, const Parsed<T>& value);
+bool isSameValue(const T& present, const Parsed<T>& value);
 
-/// How many bytes of text a store may have: a value of the largest size in its
-/// counted form.
+/// The maximum size of the text in a store: a value of maximum size in the counted form.
 inline constexpr std::size_t maxStoreText = ModelValueText_Max + sizeof("16777216");
 
-/// Hands out the lines of a text, which its line feeds separate: one more than
-/// there are line feeds.
+/// Splits a text at its line feeds. The number of lines is one more than that of line feeds.
 class LineSplitter {
  public:
   explicit LineSplitter(std::string_view text) : rest_(text) {}
   std::string_view next();
 
-  /// How many lines `text` has.
+  /// The number of lines of `text`.
   static std::size_t count(std::string_view text);
 
  private:

@@ -17,13 +17,13 @@ constexpr std::uint64_t epochsPerStructure = std::uint64_t{1} << ModelSrv::inter
 class CacheInvalidatorTest : public testing::Test {
  protected:
   void SetUp() override {
-    invalidator_.start();
-    ASSERT_TRUE(tell() && view_.open(invalidator_.begin()->handle()));
+    invalidator_.open();
+    ASSERT_TRUE(tell() && view_.open(invalidator_.beginPrefetch()->handle()));
   }
 
   /// Tells of something, which then keeps `stamp_`; what was told holds from `epoch_` on.
   bool tell() {
-    const StatusPage* page = invalidator_.begin();
+    const StatusPage* page = invalidator_.beginPrefetch();
     if (page == nullptr) {
       return false;
     }
@@ -33,7 +33,7 @@ class CacheInvalidatorTest : public testing::Test {
   }
 
   [[nodiscard]] bool valueHolds() const { return view_.isCurrent(epoch_); }
-  [[nodiscard]] bool shapeHolds() const { return view_.isStructureCurrent(epoch_); }
+  [[nodiscard]] bool structureHolds() const { return view_.isStructureCurrent(epoch_); }
 
   EvtSrv::internal::PosixSystem system_;
   CacheInvalidator invalidator_{system_};
@@ -45,13 +45,13 @@ class CacheInvalidatorTest : public testing::Test {
 TEST_F(CacheInvalidatorTest, OfTheShapeOutlastAChangeOfTheValue) {
   invalidator_.invalidateValue(stamp_);
   EXPECT_FALSE(valueHolds());
-  EXPECT_TRUE(shapeHolds());
+  EXPECT_TRUE(structureHolds());
 }
 
 TEST_F(CacheInvalidatorTest, OfTheShapeAreTakenBackAfterTheValueWas) {
   invalidator_.invalidateValue(stamp_);
   invalidator_.invalidate(stamp_);
-  EXPECT_FALSE(shapeHolds());
+  EXPECT_FALSE(structureHolds());
 }
 
 TEST_F(CacheInvalidatorTest, OfTheShapeAreTakenBackInALaterEpochOfTheEra) {
@@ -60,7 +60,7 @@ TEST_F(CacheInvalidatorTest, OfTheShapeAreTakenBackInALaterEpochOfTheEra) {
   ASSERT_TRUE(tell());
   invalidator_.invalidate(early);
   EXPECT_FALSE(valueHolds());
-  EXPECT_FALSE(shapeHolds());
+  EXPECT_FALSE(structureHolds());
 }
 
 TEST_F(CacheInvalidatorTest, HoldOnWhereWhatChangesWasToldOfEarlier) {
@@ -70,7 +70,7 @@ TEST_F(CacheInvalidatorTest, HoldOnWhereWhatChangesWasToldOfEarlier) {
   invalidator_.invalidateValue(earlier);
   invalidator_.invalidate(earlier);
   EXPECT_TRUE(valueHolds());
-  EXPECT_TRUE(shapeHolds());
+  EXPECT_TRUE(structureHolds());
 }
 
 TEST_F(CacheInvalidatorTest, AreTakenBackOnceOnly) {
@@ -94,9 +94,9 @@ TEST_F(CacheInvalidatorTest, AreTakenBackWhereTheEpochsRunIntoTheNextEra) {
   EXPECT_TRUE(valueHolds());
   invalidator_.invalidateValue(stamp_);
   EXPECT_FALSE(valueHolds());
-  EXPECT_TRUE(shapeHolds());
+  EXPECT_TRUE(structureHolds());
   invalidator_.invalidate(stamp_);
-  EXPECT_FALSE(shapeHolds());
+  EXPECT_FALSE(structureHolds());
 }
 
 TEST(MarkOf, IsTheEpochsLowerBitsAndNever0) {

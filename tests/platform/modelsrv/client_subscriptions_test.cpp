@@ -40,10 +40,10 @@ TEST_F(ClientSubscriptionsTest, FindTheLastOfAPartAndChain) {
   subscriptions_.erase(one);
   EXPECT_EQ(subscriptions_.lastOf(first_, {1}), std::nullopt);
   EXPECT_EQ(subscriptions_.anyOf(first_), std::nullopt);
-  EXPECT_TRUE(subscriptions_.knows({1}));
+  EXPECT_TRUE(subscriptions_.hasAny({1}));
   subscriptions_.erase(three);
   subscriptions_.erase(three);
-  EXPECT_FALSE(subscriptions_.knows({1}));
+  EXPECT_FALSE(subscriptions_.hasAny({1}));
 }
 
 TEST_F(ClientSubscriptionsTest, NameEachConcernedPartOnce) {
@@ -51,10 +51,10 @@ TEST_F(ClientSubscriptionsTest, NameEachConcernedPartOnce) {
   const Key whole = add(second_, {1});
   add(second_, {1});
   add(second_, {2});
-  EXPECT_EQ(subscriptions_.concernedBy({1}, 3), (std::vector<Key>{element, whole}));
-  EXPECT_EQ(subscriptions_.concernedBy({1}, 4), (std::vector<Key>{whole}));
-  EXPECT_EQ(subscriptions_.concernedBy({1}, all), (std::vector<Key>{element, whole}));
-  EXPECT_TRUE(subscriptions_.concernedBy({}, all).empty());
+  EXPECT_EQ(subscriptions_.matching({1}, 3), (std::vector<Key>{element, whole}));
+  EXPECT_EQ(subscriptions_.matching({1}, 4), (std::vector<Key>{whole}));
+  EXPECT_EQ(subscriptions_.matching({1}, all), (std::vector<Key>{element, whole}));
+  EXPECT_TRUE(subscriptions_.matching({}, all).empty());
 }
 
 TEST_F(ClientSubscriptionsTest, AreRenewedInTheOrderOfSubscribing) {
@@ -77,7 +77,7 @@ TEST_F(ClientSubscriptionsTest, AreRenewedInTheOrderOfSubscribing) {
 TEST_F(ClientSubscriptionsTest, AreAllForgotten) {
   add(first_, {3});
   subscriptions_.clear();
-  EXPECT_FALSE(subscriptions_.knows({3}));
+  EXPECT_FALSE(subscriptions_.hasAny({3}));
   EXPECT_EQ(subscriptions_.anyOf(first_), std::nullopt);
   subscriptions_.markAllLost();
   EXPECT_EQ(subscriptions_.firstLost(), std::nullopt);

@@ -253,7 +253,7 @@ class OutOfMemoryOfTheServer : public testing::Test {
     std::size_t taken = 0;
     ModelPart* part = nullptr;
     ModelPartIndex index = 0;
-    while (session.next(part, index)) {
+    while (session.takeNext(part, index)) {
       ++taken;
     }
     return taken;
@@ -281,7 +281,7 @@ TEST_F(OutOfMemoryOfTheServer, LeavesNothingOfASubscription) {
     EXPECT_EQ(session.count(), failed ? 0U : 1U);
     EXPECT_EQ(speed_.setValue(speed_.value() + 1), ModelRes_Success);
     EXPECT_EQ(takeAll(session), failed ? 0U : 1U);
-    EXPECT_EQ(session.take(speed_, all), failed ? ModelRes_NotSubscribed : ModelRes_Success);
+    EXPECT_EQ(session.cancel(speed_, all), failed ? ModelRes_NotSubscribed : ModelRes_Success);
     EXPECT_EQ(session.add(speed_, all), ModelRes_Success);
     return wasRefused;
   });

@@ -8,7 +8,7 @@
 
 #include "modelsrv/model_node.h"
 #include "modelsrv/source/port_result.h"
-#include "modelsrv/source/update_holder.h"
+#include "modelsrv/source/updates.h"
 #include "tests/platform/modelsrv/foreign_bytes.h"
 
 namespace {

@@ -21,7 +21,7 @@ using EvtSrv::internal::nativeOrder;
 
 using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
-using Wanted = ReplyCache::Wanted;
+using Data = ReplyCache::Data;
 
 /// A part whose class keeps its changes to itself.
 class SilentPart : public ModelPart {
@@ -50,12 +50,12 @@ class ReplyCacheTest : public testing::Test {
   }
 
   const ReplyCache::Part* take(const Chain& chain, const Bytes& reply) {
-    return cache_.take(chain, reply, nativeOrder);
+    return cache_.replace(chain, reply, nativeOrder);
   }
 
   /// The value of the part, "?" where the server is to be asked.
   std::string value(const Chain& chain, ModelPartIndex index = ModelPartIndex_All) {
-    const ReplyCache::Part* part = cache_.find(chain, Wanted::value);
+    const ReplyCache::Part* part = cache_.find(chain, Data::value);
     std::ostringstream text;
     ModelRes result = ModelRes_Success;
     if (part == nullptr || !cache_.save(*part, index, text, result)) {
@@ -85,21 +85,21 @@ TEST_F(ReplyCacheTest, TellOfAPartAndOfWhatFollowsIt) {
   EXPECT_EQ(value({5, 1}, 2), "three");
   EXPECT_EQ(value({3}), "true");
   // What comes before was not told of.
-  EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
-  EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
+  EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
 TEST_F(ReplyCacheTest, TellOfChildrenAndElements) {
   ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
   Chain ids;
   std::vector<std::string> names;
-  const ReplyCache::Part* root = cache_.find({}, Wanted::value);
+  const ReplyCache::Part* root = cache_.find({}, Data::value);
   ASSERT_NE(root, nullptr);
   EXPECT_TRUE(cache_.childIds(*root, ids));
   EXPECT_EQ(ids, (Chain{5, 3, 9, 30}));
   EXPECT_TRUE(cache_.childNames(*root, names));
   EXPECT_EQ(names, (std::vector<std::string>{"b", "a", "long", "silent"}));
-  const ReplyCache::Part* array = cache_.find(Chain{5, 1}, Wanted::value);
+  const ReplyCache::Part* array = cache_.find(Chain{5, 1}, Data::value);
   ASSERT_NE(array, nullptr);
   std::uint16_t sum = 0;
   EXPECT_TRUE(cache_.elementSum(*array, sum));
@@ -122,17 +122,17 @@ TEST_F(ReplyCacheTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
 
 TEST_F(ReplyCacheTest, HoldAsManyPartsAsWereAskedFor) {
   ASSERT_NE(take({5}, prefetch(b_, 2)), nullptr);
-  EXPECT_NE(cache_.find(Chain{5, 2}, Wanted::value), nullptr);
-  EXPECT_EQ(cache_.find(Chain{5, 1}, Wanted::value), nullptr);
+  EXPECT_NE(cache_.find(Chain{5, 2}, Data::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5, 1}, Data::value), nullptr);
 }
 
 TEST_F(ReplyCacheTest, AreAskedForInNumbersThatGrowWithTheirUse) {
   EXPECT_EQ(cache_.partsToPrefetch(), 1);
   ASSERT_NE(take({}, prefetch(root_, 6)), nullptr);
   EXPECT_EQ(cache_.partsToPrefetch(), 4);
-  static_cast<void>(cache_.find(Chain{5}, Wanted::value));
-  static_cast<void>(cache_.find(Chain{5}, Wanted::value));
-  static_cast<void>(cache_.find(Chain{3}, Wanted::value));
+  static_cast<void>(cache_.find(Chain{5}, Data::value));
+  static_cast<void>(cache_.find(Chain{5}, Data::value));
+  static_cast<void>(cache_.find(Chain{3}, Data::value));
   EXPECT_EQ(cache_.partsToPrefetch(), 12);
 }
 
@@ -140,26 +140,26 @@ TEST_F(ReplyCacheTest, OutlastTheEpochWhereTheyAreNoValues) {
   ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
   page_.advance();
   EXPECT_EQ(value({5, 2}), "?");
-  const ReplyCache::Part* part = cache_.find(Chain{5}, Wanted::shape);
+  const ReplyCache::Part* part = cache_.find(Chain{5}, Data::structure);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_TRUE(cache_.childIds(*part, ids));
   EXPECT_EQ(ids, (Chain{2, 1}));
   page_.advanceStructure();
-  EXPECT_EQ(cache_.find(Chain{5}, Wanted::shape), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Data::structure), nullptr);
 }
 
 TEST_F(ReplyCacheTest, EndWithTheEpoch) {
   const Bytes reply = prefetch(root_, 100);
   ASSERT_NE(take({}, reply), nullptr);
   page_.advance();
-  EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
   // What was right when the server answered is the answer to that question.
   const ReplyCache::Part* part = take({}, reply);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_TRUE(cache_.childIds(*part, ids));
-  EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
 TEST_F(ReplyCacheTest, HoldNothingWhereThePageCannotBeSeen) {
@@ -170,7 +170,7 @@ TEST_F(ReplyCacheTest, HoldNothingWhereThePageCannotBeSeen) {
   Chain ids;
   EXPECT_TRUE(cache_.childIds(*part, ids));
   EXPECT_FALSE(cache_.isUsable());
-  EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
 TEST_F(ReplyCacheTest, RefuseAReplyThatIsCutAnywhereInAPart) {
@@ -188,7 +188,7 @@ TEST_F(ReplyCacheTest, RefuseAReplyAboutAnotherPart) {
   EXPECT_EQ(take({5}, prefetch(a_, 10)), nullptr);
   EXPECT_EQ(take({5, 1}, prefetch(b_, 10)), nullptr);
   EXPECT_EQ(take({}, prefetch(b_, 10)), nullptr);
-  EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
 }
 
 TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
@@ -204,7 +204,7 @@ TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
   };
   EXPECT_NE(take({5, 2}, repeated(4096)), nullptr);
   EXPECT_EQ(take({5, 2}, repeated(4097)), nullptr);
-  EXPECT_EQ(cache_.find(Chain{5, 2}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5, 2}, Data::value), nullptr);
 }
 
 TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
@@ -235,7 +235,7 @@ TEST_F(ReplyCacheTest, HoldNothingOfAServerWhoseThreadHasEnded) {
   Bytes reply;
   PrefetchWriter().write(root_, root_, 100, *page, reply);
   EXPECT_NE(take({}, reply), nullptr);
-  EXPECT_EQ(cache_.find({}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find({}, Data::value), nullptr);
   EXPECT_FALSE(cache_.isUsable());
 }
 
@@ -260,11 +260,11 @@ TEST_F(ReplyCacheTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
   ASSERT_EQ(root_.add(&moody), ModelRes_Success);
   ASSERT_EQ(root_.add(&behind), ModelRes_Success);
   ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
-  const ReplyCache::Part* part = cache_.find(Chain{40}, Wanted::value);
+  const ReplyCache::Part* part = cache_.find(Chain{40}, Data::value);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_FALSE(cache_.childIds(*part, ids));
-  EXPECT_EQ(cache_.find(Chain{40, 1}, Wanted::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{40, 1}, Data::value), nullptr);
   EXPECT_EQ(value({50}), "4");
   ASSERT_NE(take({40, 1}, prefetch(below, 100)), nullptr);
   EXPECT_EQ(value({40, 1}), "3");
@@ -283,14 +283,14 @@ class PrefetchWriterTest : public testing::Test {
     }
     Bytes reply;
     PrefetchWriter().write(root_, root_, 1000, page_, reply);
-    EXPECT_NE(cache_.take({}, reply, nativeOrder), nullptr);
+    EXPECT_NE(cache_.replace({}, reply, nativeOrder), nullptr);
     return reply;
   }
 
   /// Whether the prefetch tells the first text, and not only of its part.
   bool tellsTheFirst(std::size_t textSize) {
     static_cast<void>(prefetchReplyOf(textSize));
-    const ReplyCache::Part* part = cache_.find(Chain{0}, Wanted::value);
+    const ReplyCache::Part* part = cache_.find(Chain{0}, Data::value);
     std::uint16_t sum = 1;
     EXPECT_TRUE(part != nullptr && cache_.elementSum(*part, sum));
     EXPECT_EQ(sum, 0);
@@ -319,15 +319,15 @@ TEST_F(PrefetchWriterTest, LeavesOffWhereThePipeWouldBeFull) {
   const Bytes reply = prefetchReplyOf(2000);
   EXPECT_GT(reply.size(), prefetchSize / 2);
   EXPECT_LE(reply.size(), prefetchSize + 64);
-  EXPECT_NE(cache_.find(Chain{20}, Wanted::value), nullptr);
-  EXPECT_EQ(cache_.find(Chain{40}, Wanted::value), nullptr);
+  EXPECT_NE(cache_.find(Chain{20}, Data::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{40}, Data::value), nullptr);
 }
 
 TEST_F(PrefetchWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
   const Bytes reply = prefetchReplyOf(30'000);
   EXPECT_LT(reply.size(), 2000U);
-  EXPECT_NE(cache_.find(Chain{0}, Wanted::value), nullptr);
-  EXPECT_EQ(cache_.find(Chain{5}, Wanted::value), nullptr);
+  EXPECT_NE(cache_.find(Chain{0}, Data::value), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
 }
 
 TEST_F(PrefetchWriterTest, TellsTheLongestText) {

@@ -13,7 +13,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/update_holder.h"
+#include "modelsrv/source/updates.h"
 #include "modelsrv/value_parts.h"
 #include "tests/platform/modelsrv/proxy_part.h"
 #include "tests/support/port_name.h"

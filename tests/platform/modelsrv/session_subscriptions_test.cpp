@@ -34,7 +34,7 @@ class SessionSubscriptionsTest : public testing::Test {
     Updates updates;
     ModelPart* part = nullptr;
     ModelPartIndex index = 0;
-    while (session_.next(part, index)) {
+    while (session_.takeNext(part, index)) {
       updates.emplace_back(part, index);
     }
     EXPECT_EQ(session_.pendingCount(), 0U);
@@ -79,7 +79,7 @@ TEST_F(SessionSubscriptionsTest, KeepsOneUpdateOfEachInTheOrderOfFirstChange) {
     EXPECT_EQ(gains_.setValue(0, i), ModelRes_Success);
     EXPECT_EQ(speed_.setValue(i), ModelRes_Success);
   }
-  EXPECT_EQ(session_.waiting(), 4U);
+  EXPECT_EQ(session_.queueLength(), 4U);
   EXPECT_EQ(connection_.told, 4);
   EXPECT_EQ(take(), (Updates{{&gains_, 2}, {&level_, all}, {&gains_, 0}, {&speed_, all}}));
   EXPECT_EQ(level_.setValue(0), ModelRes_Success);
@@ -119,21 +119,21 @@ TEST_F(SessionSubscriptionsTest, AreCounted) {
   EXPECT_EQ(session_.count(), 2U);
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
   EXPECT_EQ(take(), (Updates{{&speed_, all}})) << "doubled, but told once";
-  EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);
+  EXPECT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(2), ModelRes_Success);
   EXPECT_EQ(take(), (Updates{{&speed_, all}}));
-  EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);
+  EXPECT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(3), ModelRes_Success);
   EXPECT_EQ(take(), Updates{});
-  EXPECT_EQ(session_.take(speed_, all), ModelRes_NotSubscribed);
+  EXPECT_EQ(session_.cancel(speed_, all), ModelRes_NotSubscribed);
   EXPECT_EQ(session_.count(), 0U);
 }
 
 TEST_F(SessionSubscriptionsTest, AreTakenBackByIndex) {
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(gains_, 2), ModelRes_Success);
-  EXPECT_EQ(session_.take(gains_, 1), ModelRes_NotSubscribed);
-  EXPECT_EQ(session_.take(gains_, all), ModelRes_Success);
+  EXPECT_EQ(session_.cancel(gains_, 1), ModelRes_NotSubscribed);
+  EXPECT_EQ(session_.cancel(gains_, all), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(0, 1), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(2, 1), ModelRes_Success);
   EXPECT_EQ(take(), (Updates{{&gains_, 2}}));
@@ -145,7 +145,7 @@ TEST_F(SessionSubscriptionsTest, HaveALimit) {
   }
   EXPECT_EQ(session_.add(speed_, all), ModelRes_LimitReached);
   EXPECT_EQ(session_.add(level_, all), ModelRes_LimitReached);
-  EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);
+  EXPECT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   EXPECT_EQ(session_.add(level_, all), ModelRes_Success);
 }
 
@@ -154,7 +154,7 @@ TEST_F(SessionSubscriptionsTest, DropWhatWaitsWhenTakenBack) {
   ASSERT_EQ(session_.add(level_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
   EXPECT_EQ(level_.setValue(1), ModelRes_Success);
-  EXPECT_EQ(session_.take(speed_, all), ModelRes_Success);
+  EXPECT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   EXPECT_EQ(session_.pendingCount(), 1U);
   EXPECT_EQ(session_.add(speed_, all), ModelRes_Success);
   EXPECT_EQ(take(), (Updates{{&level_, all}}));
@@ -183,8 +183,8 @@ TEST_F(SessionSubscriptionsTest, OfAClientThatTakesNothingStayBounded) {
   for (int i = 1; i <= 100000; ++i) {
     ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
     ASSERT_EQ(speed_.setValue(i), ModelRes_Success);
-    ASSERT_LE(session_.waiting(), 200U);
-    ASSERT_EQ(session_.take(speed_, all), ModelRes_Success);
+    ASSERT_LE(session_.queueLength(), 200U);
+    ASSERT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   }
   EXPECT_EQ(take(), Updates{});
 }

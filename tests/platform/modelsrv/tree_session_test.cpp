@@ -10,8 +10,9 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
-#include "modelsrv/source/replies.h"
 #include "modelsrv/source/cache/reply_cache.h"
+#include "modelsrv/source/replies.h"
+#include "modelsrv/source/updates.h"
 #include "modelsrv/value_parts.h"
 #include "tests/platform/modelsrv/fake_connection.h"
 #include "tests/platform/modelsrv/foreign_bytes.h"
@@ -92,10 +93,10 @@ TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutProxies) {
 
 TEST_F(TreeSessionTest, HoldsThePartItselfInAPrefetchReplyOfNoParts) {
   EXPECT_EQ(ask({Operation::prefetch, {3, 9}, 0}), ModelRes_DoNothing);
-  share_->invalidator.start();
+  share_->invalidator.open();
   ASSERT_EQ(ask({Operation::prefetch, {3, 9}, 0}), ModelRes_Success);
-  ReplyCache held(EvtSrv::internal::posixSystem());
-  EXPECT_NE(held.take(std::vector<ModelPartId>{3, 9}, reply_, nativeOrder), nullptr);
+  ReplyCache cache(EvtSrv::internal::posixSystem());
+  EXPECT_NE(cache.replace(std::vector<ModelPartId>{3, 9}, reply_, nativeOrder), nullptr);
 }
 
 TEST_F(TreeSessionTest, TellsOfElements) {
@@ -230,7 +231,7 @@ class InterruptedPart final : public ModelPart {
 TEST_F(TreeSessionTest, AnswersOneClientWithinAnAnswerToAnother) {
   InterruptedPart part(7);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
-  share_->invalidator.start();
+  share_->invalidator.open();
   for (const Operation operation : {Operation::prefetch, Operation::save}) {
     SCOPED_TRACE(static_cast<int>(operation));
     ASSERT_EQ(ask({operation, {7}, 1}), ModelRes_Success);

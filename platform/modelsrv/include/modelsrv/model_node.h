@@ -13,63 +13,66 @@ class ClientSide;
 
 /// A part that has children.
 ///
-/// A node does not own its children: they belong to whoever made them, and take
-/// themselves out when they are destroyed. Threads: as for `ModelPart`; adding and
-/// removing below a served root may happen on any thread.
+/// A node does not own its children. The program that created them owns them, and a part
+/// removes itself from its parent when it is destroyed. Threads: as for `ModelPart`. Children
+/// may be added to and removed from a served tree on any thread.
 class KRV_EXPORT ModelNode : public ModelPart {
  public:
   explicit ModelNode(ModelPartId id = ModelPartId_Void, std::string name = {});
 
-  /// Leaves the children behind, each without a parent.
+  /// Leaves the children without a parent.
   ~ModelNode() override;
 
-  /// Hangs `part` below this node, behind the children that are there. Refused
-  /// with `ModelRes_BadArgument` for null, for a root, for an id that is not one,
-  /// for a part that hangs somewhere already and for a node above this one, with
-  /// `ModelRes_DuplicateId` where a sibling has its id. A part whose id is `ModelPartId_Void` (a
-  /// client's stand-in) is taken but is nobody's child in a published tree; there may be several.
+  /// Adds `part` as the last child. `ModelRes_BadArgument` for null, a root, an id that is
+  /// out of range, a part that already has a parent, and an ancestor of this node or the node
+  /// itself; `ModelRes_DuplicateId` if a child has the same id. Nothing has changed then.
+  ///
+  /// A part whose id is `ModelPartId_Void` (a client's proxy) is accepted, but it is not
+  /// published as a child. A node may have several of them.
   virtual ModelRes add(ModelPart* part);
 
-  /// Takes `part` out; its subscriptions and those of all below it end.
-  /// `ModelRes_NoSuchPart` where it is not a child of this node.
+  /// Removes `part`. Its subscriptions and those of all its descendants end.
+  /// `ModelRes_NoSuchPart` if it is not a child of this node.
   virtual ModelRes remove(ModelPart* part);
 
-  /// The children in the order of adding. To be read with the client mutex held
-  /// where other threads add and remove.
+  /// The children in the order of adding. While other threads may add or remove parts, call
+  /// this and use the result with the client mutex held.
   [[nodiscard]] const std::vector<ModelPart*>& children() const { return children_; }
 
-  /// The child with that id, null where there is none; in logarithmic time, and
-  /// under the same rule.
+  /// The child with this id, or null. Logarithmic time. Locking as for `children`.
   [[nodiscard]] ModelPart* findChild(ModelPartId id) const;
 
  protected:
-  /// A node has no value of its own; what a derived class makes of it is for that
-  /// class to say. (A root counts as a plain node.)
+  /// True for `ModelNode` and `ModelRoot` themselves. A derived class that reports its changes
+  /// overrides this.
   [[nodiscard]] bool isCacheable() const override;
 
   [[nodiscard]] ModelNode* asNode() override { return this; }
 
-  /// Leaves every child without a parent: the second step of a destructor.
+  /// Leaves every child without a parent. A destructor calls this after `detach`.
   void releaseChildren();
 
  private:
   friend class ModelPart;
 
-  /// Takes `part` out whatever a derived class says: where there is no memory to do so,
-  /// the program ends rather than go on with a child that is not there.
+  /// Removes `part` even if a derived class overrides `remove`. Terminates the program if
+  /// there is no memory for it, since the node must not keep a pointer to a destroyed child.
   void release(const ModelPart& part) noexcept;
-  void take(std::vector<ModelPart*>::const_iterator at);
+  void removeAt(std::vector<ModelPart*>::const_iterator at);
   [[nodiscard]] internal::ClientSide* clientSide() const;
-  /// The children of this node are about to change.
+  /// Must be called before the children of this node change.
   void invalidateStructure();
-  /// What comes into the tree of this node, or leaves it, with `part`.
-  [[nodiscard]] std::vector<ModelPart*> guardedBelow(const ModelPart& part) const;
-  void release(ModelPart& part, const std::vector<ModelPart*>& below, internal::ClientSide* client);
-  void noteOrder(ModelPart* part);
+  /// The descendants of `part` if this node is in the tree of a root, otherwise none: the
+  /// parts that enter or leave that tree together with `part`.
+  [[nodiscard]] std::vector<ModelPart*> descendantsInTree(const ModelPart& part) const;
+  void release(ModelPart& part, const std::vector<ModelPart*>& descendants,
+               internal::ClientSide* client);
+  void addToIdIndex(ModelPart* part);
 
+  // Guarded by the client mutex.
   std::vector<ModelPart*> children_;
-  /// The children with an id in ascending order of it; kept only once the order
-  /// of adding is another one.
+  /// The children that have an id, in ascending order of it. Empty as long as `children_` is
+  /// in that order itself.
   std::vector<ModelPart*> byId_;
   bool addedInOrder_ = true;
 };

@@ -20,34 +20,34 @@ namespace ModelSrv {
 class ModelNode;
 class ModelRoot;
 
-/// A child's id among its siblings: 0 to 65,533.
+/// The id of a child, unique among its siblings: 0 to 65,533.
 using ModelPartId = unsigned short;
-/// No id: a part that stands for whatever its `getId` answers.
+/// No id: the part represents the part that its `getId` and `getParentNode` return.
 inline constexpr ModelPartId ModelPartId_Void = 0xFFFF;
 /// The largest id of a child.
 inline constexpr ModelPartId ModelPartId_Max = 0xFFFD;
 
-/// Whom a part's value is open to.
+/// Which clients may access the value of a part.
 using ModelPartStatus = unsigned short;
-inline constexpr ModelPartStatus ModelPartStatus_Void = 0;       ///< no value of its own
+inline constexpr ModelPartStatus ModelPartStatus_Void = 0;       ///< has no value
 inline constexpr ModelPartStatus ModelPartStatus_ReadWrite = 1;  ///< any client may store
 inline constexpr ModelPartStatus ModelPartStatus_ReadOnly = 2;   ///< no client may store
 inline constexpr ModelPartStatus ModelPartStatus_Protected = 3;  ///< only with the loader's flag
 
-/// An element's index: 0 to 65,533.
+/// The index of an element: 0 to 65,533.
 using ModelPartIndex = unsigned short;
 /// The whole value.
 inline constexpr ModelPartIndex ModelPartIndex_All = 0xFFFE;
-/// No index: ends the id chain of an update.
+/// No index: ends the id chain in an update.
 inline constexpr ModelPartIndex ModelPartIndex_Void = 0xFFFF;
-/// How many elements an array has at most.
+/// The maximum number of elements of an array.
 inline constexpr unsigned ModelPartElements_Max = 65534;
 
-/// How many bytes of text a value has at most (16 MiB).
+/// The maximum size of a value's text in bytes (16 MiB).
 inline constexpr std::size_t ModelValueText_Max = std::size_t{16} * 1024 * 1024;
-/// How many bytes the name of a part or of an element has at most.
+/// The maximum size of the name of a part or an element in bytes.
 inline constexpr std::size_t ModelName_Max = 65535;
-/// How many levels below the root a part lies at most.
+/// The maximum number of levels below the root.
 inline constexpr std::size_t ModelDepth_Max = 4096;
 
 namespace internal {
@@ -58,68 +58,76 @@ class TreeLock;
 
 /// One part of a model tree.
 ///
-/// In a server it is a part of the published tree, usually a typed one
-/// (modelsrv/value_parts.h). In a client it stands for a part of the connected
-/// server's tree: the library finds out which through the virtual `getId` and
-/// `getParentNode`, climbing until it meets the root and calling each exactly
-/// once per level and per request, so that an object may answer for any part.
+/// In a server it is a part of the published tree, usually a typed one (modelsrv/value_parts.h).
+/// In a client it represents a part of the connected server's tree. To find out which one, the
+/// library calls the virtual `getId` and `getParentNode` from the part upwards until it reaches
+/// the root, each exactly once per level and per request. So one object may represent any part.
 ///
-/// Parts are neither copied nor moved. A part is taken out of its parent when it
-/// is destroyed. Threads: a part that hangs below a root is read and changed with
-/// the client mutex of the root's manager held; the operations here take it
-/// themselves, so any thread may call them. A part that hangs below no root has
-/// nothing to guard it: until it has been added it is one thread's. A class of a program's own that
-/// answers for a value of its own takes itself out of its parent (`detach`)
-/// before it takes its value down.
+/// Parts are neither copied nor moved. A part removes itself from its parent when it is
+/// destroyed. A derived class with a value of its own must call `detach` first in its
+/// destructor, before its value is destroyed.
+///
+/// Threads: a part in the tree of a root is guarded by the client mutex of that root's manager.
+/// The public operations lock it themselves, so any thread may call them. A part that is not in
+/// the tree of a root has no lock; only one thread may use it until it has been added.
 class KRV_EXPORT ModelPart {
  public:
-  /// `id` must not be above `ModelPartId_Max` for a part that is published.
-  /// `name` may be empty, and may repeat among siblings; what is above
-  /// `ModelName_Max` is cut.
+  /// `id` must be at most `ModelPartId_Max` for a part that is published. `name` may be empty
+  /// and need not be unique. It is truncated to `ModelName_Max` bytes.
   explicit ModelPart(ModelPartId id = ModelPartId_Void, std::string name = {},
                      ModelPartStatus status = ModelPartStatus_Void);
   virtual ~ModelPart();
   ModelPart(const ModelPart&) = delete;
   ModelPart& operator=(const ModelPart&) = delete;
 
-  /// This level's id when an id chain is resolved.
+  /// The id at this level when the library resolves an id chain.
   virtual ModelPartId getId();
 
-  /// The next part on the way to the root when an id chain is resolved; null if there is none.
+  /// The next part towards the root when the library resolves an id chain; null if none.
   virtual ModelPart* getParentNode();
 
-  /// Called in a client when an update of a part that this object subscribed has
-  /// been received; `context` is what was given with the subscription, `index`
-  /// the element or `ModelPartIndex_All`.
+  /// Called in a client when it has received an update of a part that this object subscribed
+  /// to. `context` is the pointer given with the subscription; `index` is the element that
+  /// changed, or `ModelPartIndex_All`. The library ignores the result.
   virtual ModelRes update(void* context, unsigned short index);
 
-  /// Stores a value from all that is left in `text`: an element's where `index`
-  /// names one, with `ModelPartIndex_All` the whole value (an array's elements'
-  /// texts joined by line feeds). `flag` is the loader's flag, which a protected
-  /// part wants. Below a client's root this is one request to the server;
-  /// elsewhere it is the program's own store, which asks neither access nor check.
-  /// On any result but `ModelRes_Success` nothing has changed.
+  /// Stores the value that the rest of `text` has: an element if `index` is one, or with
+  /// `ModelPartIndex_All` the whole value (for an array the texts of all elements, separated
+  /// by line feeds). `flag` is the loader's flag, which a protected part requires.
+  ///
+  /// In a server, and for a part outside of any root's tree, this is the program's own store:
+  /// neither access nor store check applies. On any result but `ModelRes_Success` nothing has
+  /// changed.
+  ///
+  /// In a client this is a request to the server. On a result below `ModelRes_NotConnected`
+  /// but `ModelRes_Success` nothing has changed. On a result of the connection
+  /// (`ModelRes_NotConnected` and above) it is unknown whether the value was stored:
+  /// - After `ModelRes_Timeout` the server may still apply the store, at any later time.
+  /// - If the connection is lost before the reply arrives and the manager reconnects, the
+  ///   request is sent again on the new connection. The store may then be applied twice, the
+  ///   second time by a server that was restarted in between; if another client stored a
+  ///   value in the meantime, that value is overwritten.
   virtual ModelRes load(std::istringstream& text, bool flag, unsigned short index);
 
-  /// Appends the value's text to `text`, an element's or the whole value's; on
-  /// any result but `ModelRes_Success` nothing has been appended, unless there was
-  /// no memory for it: `text` is bad then. Below a client's root this is one request
-  /// to the server.
+  /// Appends the text of the whole value or of one element to `text`. On any result but
+  /// `ModelRes_Success` nothing has been appended, except if memory ran out in the middle;
+  /// then `text` is in the bad state. In a client this is a request to the server, or it is
+  /// served from the cache.
   virtual ModelRes save(std::ostringstream& text, unsigned short index);
 
-  /// Asks the server of `root` for updates of this part: of element `index`, or
-  /// of all. `period` is the shortest time between two updates in milliseconds;
-  /// 0, the only period that this library serves, sends each change when the
-  /// client can take it. `context` comes back with `update`. Subscribing twice
-  /// wants two cancellations; updates come once. A subscription ends when this
-  /// object is taken out of the tree of `root`, in which it must hang; it is
-  /// renewed when the connection is.
+  /// Subscribes to updates of this part at the server of `root`: to those of element `index`,
+  /// or to all with `ModelPartIndex_All`. The part must be in the tree of `root`. `period` is
+  /// the minimum time between two updates in milliseconds and must be 0: each change is sent
+  /// as soon as the client can receive it. `context` is passed to `update`.
+  ///
+  /// If an object subscribes twice it must cancel twice, but it receives each update once. A
+  /// subscription ends when this object is removed from the tree of `root`. It is renewed
+  /// when the connection is.
   ModelRes subscribeToServer(ModelRoot* root, unsigned period, void* context, unsigned short index);
 
-  /// Takes one subscription of this part, the last one with whatever index, back.
-  /// `ModelRes_NotSubscribed` where this object holds none of the part. Where the
-  /// server has gone there is nobody to tell, and the subscription ends all the
-  /// same.
+  /// Cancels the most recent subscription of this part, whatever its index.
+  /// `ModelRes_NotSubscribed` if this object has no subscription for the part. If the
+  /// connection to the server is lost the subscription ends all the same.
   ModelRes unsubscribeToServer(ModelRoot* root);
 
   /// The name given at construction.
@@ -130,16 +138,15 @@ class KRV_EXPORT ModelPart {
 
   [[nodiscard]] ModelPartStatus status() const { return status_; }
 
-  /// Whether clients may subscribe; they may unless the server says otherwise.
-  /// What has been subscribed stays so.
+  /// Whether clients may subscribe to this part; true unless the server sets it to false.
+  /// Existing subscriptions are not affected.
   [[nodiscard]] bool subscribable() const;
   void setSubscribable(bool subscribable);
 
-  /// The node that the part was added to, null where there is none.
+  /// The node that the part was added to, or null.
   [[nodiscard]] ModelNode* parent() const;
 
-  /// The root at the top of the tree that the part hangs in, null where its tree
-  /// has none.
+  /// The root of the tree that contains the part, or null.
   [[nodiscard]] ModelRoot* findRoot() const;
 
  protected:
@@ -148,70 +155,70 @@ class KRV_EXPORT ModelPart {
   friend struct internal::PartAccess;
   friend class internal::TreeLock;
 
-  /// How many elements the part is an array of; 0 for a single value and for
-  /// what has no value.
+  /// The number of elements of an array; 0 for a single value or a part without a value.
   [[nodiscard]] virtual unsigned elementCount() const { return 0; }
 
-  /// The elements' names, empty where they have none; otherwise as many as
-  /// elements.
+  /// The names of the elements: none, or one for each element.
   [[nodiscard]] virtual const std::vector<std::string>& elementNames() const;
 
-  /// Appends the text of the value or of one element to `out`. Called with the
-  /// client mutex held, also while several parts are being told of: must not add or
+  /// Appends the text of the whole value or of one element to `out`. Called with the client
+  /// mutex held, also while a reply about several parts is being written: must not add or
   /// remove parts.
   virtual ModelRes appendText(std::string& out, ModelPartIndex index) const;
 
-  /// A client's store (`fromClient`) or the server's own from text. Called with
-  /// the client mutex held.
+  /// Stores a value for a client (`fromClient`), or for the server itself. Called with the
+  /// client mutex held.
   virtual ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                              bool fromClient);
 
-  /// Whether everything that `asNode`, `elementCount`, `elementNames` and `appendText`
-  /// answer stays the same until the part itself has called `invalidate`, or
-  /// `invalidateValue` where `appendText` alone answers otherwise then (what
-  /// children a node has is looked after by `add` and `remove`). Clients may
-  /// then be told more than they asked for and keep it meanwhile. A class that
-  /// answers for a value of its own and says yes must make one of those calls before
-  /// each such change.
+  /// Whether clients may cache what the part returns from `asNode`, `elementCount`,
+  /// `elementNames` and `appendText`. A class that returns true must call `invalidate` before
+  /// each change of any of these results, or `invalidateValue` if only the result of
+  /// `appendText` changes. (`add` and `remove` do so for the children of a node.)
   [[nodiscard]] virtual bool isCacheable() const { return false; }
 
-  /// Nothing that clients were told of this part, its value included, is true any
-  /// more after the change that follows. Called with the client mutex held, before
-  /// anything changes; costs next to nothing where nobody was told since the last call.
+  /// Invalidates everything that clients have cached of this part, its value included. Call
+  /// it with the client mutex held, before anything changes. It costs almost nothing if no
+  /// client has cached the part since the last call.
   void invalidate();
-  /// The same where only what `appendText` answers changes, its text or its result:
-  /// what clients were told of children and elements, their number and names, stays
-  /// true.
+  /// The same if only the result of `appendText` changes, its text or its error. What clients
+  /// have cached of the children and elements (their number and names) stays valid.
   void invalidateValue();
 
-  /// The part itself where it has children, null where it cannot have any. A node that
-  /// hides its children at one time and shows them at another calls `invalidate`
-  /// before, whatever `isCacheable` says: clients may have been told of what is below.
+  /// The part as a node, or null if it has no children. A node that hides its children
+  /// sometimes must call `invalidate` before it hides or shows them, whatever `isCacheable`
+  /// returns: clients may have cached its descendants.
   [[nodiscard]] virtual ModelNode* asNode() { return nullptr; }
   [[nodiscard]] virtual ModelRoot* asRoot() { return nullptr; }
 
-  /// Queues an update for everyone who subscribed to `index` of this part.
-  /// Called with the client mutex held, after the value has changed.
+  /// Queues an update for each client that subscribed to `index` of this part. Call it with
+  /// the client mutex held, after the value has changed.
   void notifySubscribers(ModelPartIndex index);
 
-  /// Takes the part out of its parent, if it has one: the first step of a
-  /// destructor, so that no other thread meets a part that is half gone.
+  /// Removes the part from its parent, if it has one. The first step of a destructor, so that
+  /// no other thread sees a part that is partly destroyed.
   void detach();
 
  private:
-  std::string name_;
-  ModelNode* parent_ = nullptr;
-  /// Whose client mutex guards the part: set while it hangs below a root.
-  std::atomic<EvtSrv::EventPortManager*> treeManager_{nullptr};
-  std::unique_ptr<internal::PartSubscribers> subscribers_;
-  ModelPartId id_;
-  ModelPartStatus status_;
-  bool subscribable_ = true;
-  /// Whether it is a `ModelNode`, whatever it says of its children.
+  // Constant after construction.
+  const std::string name_;
+  const ModelPartId id_;
+  const ModelPartStatus status_;
+  /// Whether this is a `ModelNode`, whatever `asNode` returns.
   bool isNode_ = false;
-  /// Whether clients were told of the part since its value changed.
+
+  /// The manager whose client mutex guards the part; null outside of any root's tree. It
+  /// changes with that mutex held only, and is read without it by `TreeLock`.
+  std::atomic<EvtSrv::EventPortManager*> treeManager_{nullptr};
+
+  // Guarded by the client mutex.
+  ModelNode* parent_ = nullptr;
+  std::unique_ptr<internal::PartSubscribers> subscribers_;
+  bool subscribable_ = true;
+  /// Whether a client may have cached the present value.
   bool valueCached_ = false;
-  /// When they were told of it last; 0: not since more than its value changed.
+  /// The stamp of the last prefetch reply that had this part. 0 if there was none since
+  /// `invalidate`.
   std::uint32_t cacheStamp_ = 0;
 };
 

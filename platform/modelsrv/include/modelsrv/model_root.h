@@ -20,27 +20,26 @@ class ServerSide;
 
 /// How a server publishes its tree.
 struct ServerOptions {
-  /// Members of this group may connect too; the mailbox is then open to it.
+  /// If set, members of this group may connect too: the mailbox is open to the group.
   std::optional<gid_t> group;
 };
 
-/// The top of a model tree and its event port: in a server the tree that is
-/// published, in a client the tree that the server publishes.
+/// The top of a model tree, and its event port. In a server the tree is published; in a
+/// client it represents the tree of the connected server.
 ///
-/// The manager is not owned and outlives the root. Threads: any; every operation
-/// takes the manager's client mutex for its own run. Nothing here throws; the
-/// results say what failed.
+/// The root does not own the manager, which must outlive it. Threads: any; every operation
+/// locks the manager's client mutex while it runs. Nothing here throws: errors are results.
 class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
  public:
-  /// How long a client may answer from what it has asked before, by the clock.
-  /// This library keeps nothing by the clock and takes `CachePeriod_Stop` only.
+  /// How long a client may use cached replies without a check with the server. This library
+  /// never does so, and accepts `CachePeriod_Stop` only.
   static constexpr int CachePeriod_Stop = -1;
 
-  /// Types of the events that reach a client's root.
-  static constexpr unsigned EvtTyp_Model_Started = 1;  ///< the server has taken the connection
-  /// A subscribed part has changed. The data begins with the byte-order flag (1:
-  /// most significant byte first, else this machine's own order), behind which
-  /// reading starts; then the part's id chain, `ModelPartIndex_Void`, and the
+  /// The types of the events that a client's root receives.
+  static constexpr unsigned EvtTyp_Model_Started = 1;  ///< the server accepted the connection
+  /// A subscribed part has changed. The data begins with the byte-order flag: 1 if the most
+  /// significant byte comes first, otherwise this machine's own order. The holder's position
+  /// is after the flag. Then follow the part's id chain, `ModelPartIndex_Void`, and the
   /// element index or `ModelPartIndex_All`, 16 bits each.
   static constexpr unsigned EvtTyp_Model_Update = 2;
   static constexpr unsigned EvtTyp_Model_Stopped = 3;  ///< the server ends the connection
@@ -48,50 +47,51 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   explicit ModelRoot(EvtSrv::EventPortManager* manager);
   ~ModelRoot() override;
 
-  /// Connects to the server that serves port `name`, waiting at most 2 s for it
-  /// to answer; an earlier connection of this root ends first. `behaviour` is a
-  /// set of `EvtSrv::ConBehave` bits for this connection. Results:
-  /// `ModelRes_NotConnected` where nobody serves that name (at once),
-  /// `ModelRes_Timeout`, `ModelRes_BadName`, `ModelRes_NotPermitted`,
-  /// `ModelRes_Refused`, `ModelRes_Busy` for a root that serves, or what the
-  /// system refused.
+  /// Connects to the server of port `name` and waits at most 2 s for its reply. A previous
+  /// connection of this root ends first, and its subscriptions with it. `cachePeriod` must be
+  /// `CachePeriod_Stop`. `behaviour` is a set of `EvtSrv::ConBehave` bits; it has no effect in
+  /// this library, where every connection is local.
+  ///
+  /// Results: `ModelRes_NotConnected` if no server has this name (returned at once),
+  /// `ModelRes_Timeout`, `ModelRes_BadName`, `ModelRes_NotPermitted`, `ModelRes_Refused`,
+  /// `ModelRes_Busy` for a root that serves, `ModelRes_BadArgument` for another cache period,
+  /// or an error of the system.
   ModelRes startAsClient(const std::string& name, int cachePeriod, unsigned behaviour);
 
-  /// Publishes the tree below this root as port `name`; the program then pumps
-  /// the manager. Results: `ModelRes_NameInUse`, `ModelRes_BadName`,
-  /// `ModelRes_NotPermitted`, `ModelRes_Busy`, or what the system refused.
+  /// Publishes the tree below this root as port `name`. The program must then pump the
+  /// manager. Results: `ModelRes_NameInUse`, `ModelRes_BadName`, `ModelRes_NotPermitted`,
+  /// `ModelRes_Busy` for a root that is a client or serves already, or an error of the system.
   ModelRes startAsServer(const std::string& name, const ServerOptions& options = {});
 
-  /// Ends the client's connection or the service; the mailbox of a service is
-  /// removed. With `atOnce` everything is closed now. Without it nothing new is
-  /// taken, and each connection ends when what was pending for it has been taken
-  /// (`finishActiveTerm`).
+  /// Ends the client's connection or the service; a service's mailbox is removed. With
+  /// `atOnce` everything is closed before this returns. Otherwise the service accepts nothing
+  /// new, and each connection ends when its client has received what is pending for it
+  /// (see `finishActiveTerm`).
   void stop(bool atOnce);
 
-  // What a client asks of its server about `part`: one of this root's parts or
-  // stand-ins, or the root itself. The output is replaced on `ModelRes_Success`
-  // and left alone otherwise.
+  // Requests of a client about `part`, which is in the tree of this root, or a proxy whose
+  // ancestors lead to this root, or the root itself. On `ModelRes_Success` the output is
+  // replaced; otherwise it is unchanged.
 
-  /// The ids of the part's children, in the server's order; empty for a part.
+  /// The ids of the part's children in the server's order. None if it is not a node.
   ModelRes getChildIdsFromServer(ModelPart* part, std::vector<unsigned short>& ids);
-  /// Their names, in the same order; a name may be empty.
+  /// The names of the children in the same order. A name may be empty.
   ModelRes getChildNamesFromServer(ModelPart* part, std::vector<std::string>& names);
-  /// How many elements the part is an array of: 0 for a single value or a node.
+  /// The number of elements of an array; 0 for a single value or a node.
   ModelRes getElementSumFromServer(ModelPart* part, unsigned short& sum);
-  /// The elements' names: none, or as many as there are elements.
+  /// The names of the elements: none, or one for each element.
   ModelRes getElementNamesFromServer(ModelPart* part, std::vector<std::string>& names);
 
-  /// The library's own handling of an event: in a client an update is handed to
-  /// the parts that subscribed (`ModelPart::update`).
+  /// The library's own handling of an event. In a client it dispatches an update to the parts
+  /// that subscribed (`ModelPart::update`). Returns an `EvtSrv::EvtRes`.
   unsigned receiveMain(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
                        EvtSrv::MemoryHolder* reply);
 
-  /// Waits at most `milliseconds` until a stop of this root that is under way has
-  /// ended.
+  /// Waits at most `milliseconds` until a stop of this root that is in progress has finished.
   virtual EvtSrv::EvtRes finishActiveTerm(int milliseconds);
 
-  /// The event hook: what reaches this root's port, from the thread that
-  /// dispatches, with the client mutex held. Hands everything to `receiveMain`.
+  /// The event hook: receives every event of this root's port, on the thread that dispatches,
+  /// with the client mutex held. The default calls `receiveMain`.
   unsigned receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
                              EvtSrv::MemoryHolder* reply) override;
 
@@ -102,10 +102,11 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   friend class ModelPart;
   friend class ModelNode;
 
-  /// The answer to `question`, which is put with the chain of `part`.
-  template <typename Question>
-  ModelRes ask(ModelPart* part, Question question);
+  /// Calls `send` with the id chain of `part`.
+  template <typename Send>
+  ModelRes request(ModelPart* part, Send send);
 
+  // Guarded by the client mutex.
   std::unique_ptr<internal::ClientSide> client_;
   std::unique_ptr<internal::ServerSide> server_;
 };

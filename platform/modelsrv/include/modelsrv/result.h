@@ -4,40 +4,40 @@
 
 namespace ModelSrv {
 
-/// How an operation on a model ended. The numbers are what replies carry.
+/// The result of an operation on a model. The numbers below 64 are sent in replies.
 enum [[nodiscard]] ModelRes : unsigned{
     ModelRes_Success = 0,
-    ModelRes_DoNothing = 1,         ///< nothing to do, nothing done
-    ModelRes_NoSuchPart = 2,        ///< the id chain leads nowhere
-    ModelRes_NoSuchIndex = 3,       ///< the part has no element of that index
+    ModelRes_DoNothing = 1,         ///< there was nothing to do
+    ModelRes_NoSuchPart = 2,        ///< no part has this id chain
+    ModelRes_NoSuchIndex = 3,       ///< the part has no element with this index
     ModelRes_NoValue = 4,           ///< a node, or a part without a value
-    ModelRes_BadText = 5,           ///< the text is no value of the part's type
-    ModelRes_OutOfRange = 6,        ///< a value that the part's type cannot hold
-    ModelRes_ReadOnly = 7,          ///< no client may store here
-    ModelRes_Protected = 8,         ///< a store here wants the loader's flag
-    ModelRes_Vetoed = 9,            ///< the server's own check refused the value
+    ModelRes_BadText = 5,           ///< the text cannot be read as a value of the part's type
+    ModelRes_OutOfRange = 6,        ///< the part's type cannot hold the value
+    ModelRes_ReadOnly = 7,          ///< no client may store a value in this part
+    ModelRes_Protected = 8,         ///< a store in this part requires the loader's flag
+    ModelRes_Vetoed = 9,            ///< the server's store check rejected the value
     ModelRes_TooLarge = 10,         ///< above the limit of a value or of a frame
-    ModelRes_NotSubscribable = 11,  ///< the part refuses subscriptions
+    ModelRes_NotSubscribable = 11,  ///< the part does not accept subscriptions
     ModelRes_NotSubscribed = 12,    ///< there is no such subscription
-    ModelRes_LimitReached = 13,     ///< the server keeps no more subscriptions for this client
-    ModelRes_BadRequest = 14,       ///< a request that no client of this version makes
-    ModelRes_DuplicateId = 15,      ///< a sibling has that id
-    ModelRes_BadArgument = 16,      ///< an argument outside what the operation takes
+    ModelRes_LimitReached = 13,     ///< the server accepts no more subscriptions of this client
+    ModelRes_BadRequest = 14,       ///< the server cannot decode the request
+    ModelRes_DuplicateId = 15,      ///< a sibling has the same id
+    ModelRes_BadArgument = 16,      ///< an argument that the operation does not accept
 
-    // Results of the connection; never sent.
+    // Results of the connection. They are never sent.
     ModelRes_NotConnected = 64,   ///< there is no connection and none could be made
-    ModelRes_Timeout = 65,        ///< the server gave no answer in time, or has not since
-    ModelRes_NameInUse = 66,      ///< another live server has that name
-    ModelRes_BadName = 67,        ///< a port name that is not allowed
-    ModelRes_NotPermitted = 68,   ///< the port's pipe is not one that this process may trust
-    ModelRes_Refused = 69,        ///< the server cannot take another connection
-    ModelRes_Protocol = 70,       ///< the peer sent what no peer may send
-    ModelRes_NoDescriptors = 71,  ///< this process or the system is out of descriptors
-    ModelRes_SystemError = 72,    ///< any other refusal of the system's
-    ModelRes_Busy = 73,           ///< the root is a server already, or a client
+    ModelRes_Timeout = 65,        ///< the server did not reply in time, or still does not respond
+    ModelRes_NameInUse = 66,      ///< another live server has this name
+    ModelRes_BadName = 67,        ///< not a valid port name
+    ModelRes_NotPermitted = 68,   ///< this process may not trust the port's pipe
+    ModelRes_Refused = 69,        ///< the server does not accept another connection
+    ModelRes_Protocol = 70,       ///< the peer violated the protocol
+    ModelRes_NoDescriptors = 71,  ///< this process or the system is out of file descriptors
+    ModelRes_SystemError = 72,    ///< any other error of the system, including out of memory
+    ModelRes_Busy = 73,           ///< the root already is a server or a client
 };
 
-/// One line of English for `result`, for messages; never null.
+/// A short English text for `result`, for messages. Never null.
 KRV_EXPORT const char* describe(ModelRes result);
 
 }  // namespace ModelSrv

@@ -10,37 +10,39 @@
 
 namespace ModelSrv {
 
-/// A server's look at a client's store before it is applied: `value` is what
-/// would be stored, `index` the element or `ModelPartIndex_All` (an array: called
-/// once per element of a whole store, before any is applied). Any result but
-/// `ModelRes_Success` refuses the store and is what the client is told. Called
-/// with the client mutex held, from the dispatching thread; may set any part, and
-/// must not throw or destroy the part that it looks after.
+/// A check that a server runs on a client's store before the store is applied. `value` is the
+/// new value; `index` is the element, or `ModelPartIndex_All` for a single value. When a client
+/// stores a whole array, the check runs once for each element before any of them changes.
+///
+/// Any result but `ModelRes_Success` rejects the store and is returned to the client. The
+/// check is called with the client mutex held, on the thread that dispatches. It may set any
+/// part. It must not throw, and it must not destroy the part that it belongs to.
 template <typename T>
 using StoreCheck = std::function<ModelRes(const T& value, ModelPartIndex index)>;
 
-/// A part that holds one value.
+/// A part that holds one value. `T` is one of `ValueTypes`; a text (`std::string`) holds any
+/// bytes, at most `ModelValueText_Max`.
 ///
-/// Reading and setting take the client mutex of the root's manager where the part
-/// hangs below a root, so any thread may. Setting another value than the one held
-/// notifies the part's subscribers; setting the same one does nothing (floating
-/// point is compared by its bits).
+/// Threads: any. Reading and setting lock the client mutex of the root's manager if the part
+/// is in the tree of a root. A new value notifies the part's subscribers. A value equal to the
+/// present one changes nothing and notifies no one; floating-point values are compared bit by bit.
 template <typename T>
 class KRV_EXPORT ValuePart final : public ModelPart {
   static_assert(isValueType<T>);
 
  public:
+  /// A text longer than `ModelValueText_Max` is truncated.
   ValuePart(ModelPartId id, std::string name, T initial = {},
             ModelPartStatus status = ModelPartStatus_ReadWrite);
   ~ValuePart() override;
 
   [[nodiscard]] T value() const;
 
-  /// The server's own store: neither access nor check is asked.
-  /// `ModelRes_TooLarge` for a text above the limit.
+  /// Sets the value from the server's side: neither the part's access nor the store check
+  /// applies. `ModelRes_TooLarge` for a text above the limit.
   ModelRes setValue(T value);
 
-  /// Replaces the check of clients' stores; an empty one lets all pass.
+  /// Replaces the check of clients' stores. An empty function accepts every store.
   void setStoreCheck(StoreCheck<T> check);
 
  protected:
@@ -50,34 +52,34 @@ class KRV_EXPORT ValuePart final : public ModelPart {
                      bool fromClient) override;
 
  private:
+  // Guarded by the client mutex.
   T value_;
   std::shared_ptr<const StoreCheck<T>> check_;
 };
 
-/// A part that holds an array of 1 to 65,534 values, with or without names for
-/// them. The number of elements is fixed at construction. Otherwise as
-/// `ValuePart`.
+/// A part that holds an array of 1 to 65,534 values, which may have names. The number of
+/// elements is fixed at construction. Everything else is as for `ValuePart`.
 template <typename T>
 class KRV_EXPORT ArrayPart final : public ModelPart {
   static_assert(isValueType<T>);
 
  public:
-  /// `names` is empty or as long as `initial`; where it is not, or `initial` has
-  /// no or too many elements, what is too much is cut and what is missing is
-  /// filled with empty names or one default value.
+  /// `names` must be empty or as long as `initial`. Otherwise it is truncated, or filled up
+  /// with empty names. If `initial` is empty the array has one default value; if it is too
+  /// long it is truncated.
   ArrayPart(ModelPartId id, std::string name, std::vector<T> initial,
             std::vector<std::string> names = {},
             ModelPartStatus status = ModelPartStatus_ReadWrite);
   ~ArrayPart() override;
 
   [[nodiscard]] std::vector<T> values() const;
-  /// A default value where there is no such element.
+  /// A default value if there is no such element.
   [[nodiscard]] T value(ModelPartIndex index) const;
 
-  /// `ModelRes_NoSuchIndex` where there is no such element.
+  /// `ModelRes_NoSuchIndex` if there is no such element.
   ModelRes setValue(ModelPartIndex index, T value);
-  /// As many values as there are elements, else `ModelRes_BadArgument`. One
-  /// update tells of all that changed.
+  /// Sets all elements and sends one update for all that changed. `ModelRes_BadArgument` if
+  /// the number of values is not the number of elements.
   ModelRes setValues(const std::vector<T>& values);
 
   void setStoreCheck(StoreCheck<T> check);
@@ -93,9 +95,12 @@ class KRV_EXPORT ArrayPart final : public ModelPart {
  private:
   void reserveForAll(std::string_view text, std::size_t first, std::size_t count);
 
+  // Guarded by the client mutex.
   std::vector<T> values_;
-  std::vector<std::string> names_;
   std::shared_ptr<const StoreCheck<T>> check_;
+
+  // Constant after construction.
+  std::vector<std::string> names_;
 };
 
 }  // namespace ModelSrv

@@ -6,18 +6,18 @@ namespace ModelSrv::internal {
 
 namespace {
 
-/// The lowest 12 bits of the era, all that a stamp has of it.
+/// The lowest 12 bits of the structure version, which are all that a stamp has of it.
 std::uint32_t structureOf(std::uint32_t stamp) {
   return stamp >> structureShift;
 }
 
 }  // namespace
 
-void CacheInvalidator::start() {
+void CacheInvalidator::open() {
   static_cast<void>(page_.open());
 }
 
-const StatusPage* CacheInvalidator::begin() {
+const StatusPage* CacheInvalidator::beginPrefetch() {
   if (!page_.isOpen()) {
     return nullptr;
   }
@@ -49,7 +49,7 @@ void CacheInvalidator::invalidateAll() {
   cachedInStructure_ = false;
 }
 
-void CacheInvalidator::end() {
+void CacheInvalidator::close() {
   page_.close();
   cachedInEpoch_ = false;
   cachedInStructure_ = false;

@@ -6,45 +6,46 @@
 
 namespace ModelSrv::internal {
 
-/// Whether anything that a server has told its clients still counts, shown on its
-/// page. With the client mutex held.
+/// Invalidates what the clients of a server have cached, through the server's status page.
+/// Guarded by the client mutex.
 ///
-/// What is told of values counts until the page's epoch ends, what is told of the
-/// tree's shape until its era does. A part that is told of keeps the epoch's stamp;
-/// before it changes the epoch or the era ends, if it is still that one, and with it
-/// all that was told to anybody. A change of what nobody has been told of costs
+/// A cached value is valid until the page's epoch changes; cached structure (children and
+/// elements) is valid until the structure version changes. Each part in a prefetch reply keeps
+/// the stamp of the epoch in which the reply was written. Before the part changes, a new epoch
+/// or structure version begins, but only if the part may be cached in the present one; this
+/// invalidates the caches of all clients. A change of a part that no client has cached costs
 /// nothing.
 class CacheInvalidator {
  public:
   explicit CacheInvalidator(EvtSrv::internal::System& system) : page_(system) {}
 
-  /// The service begins, on a thread that lives as long as it does. Where the system
-  /// has no such page nothing is ever told.
-  void start();
+  /// Call when the service begins, on a thread that lives as long as the service. If the system
+  /// does not support the page, clients cache nothing.
+  void open();
 
-  /// Something is going to be told: gives the page that it counts by, null where
-  /// there is none.
-  const StatusPage* begin();
+  /// Call before a prefetch reply is written. Returns the page whose epoch the reply is valid
+  /// for, or null if there is none.
+  const StatusPage* beginPrefetch();
 
-  /// To be called before the change of the value of a part that was told of with
-  /// `stamp`.
+  /// Call before the value of a part with that stamp changes.
   void invalidateValue(std::uint32_t stamp);
-  /// To be called before any other change of a part that was told of with `stamp`.
+  /// Call before anything else of a part with that stamp changes.
   void invalidate(std::uint32_t stamp);
-  /// To be called before a change of the tree's shape.
+  /// Call before the structure of the tree changes.
   void invalidateAll();
 
-  /// Nothing counts from now on.
-  void end();
+  /// Call before the service ends. Invalidates everything.
+  void close();
 
-  /// What a part keeps of `epoch`; never 0. Epochs may share a stamp: a part may
-  /// then end an epoch, or an era, in which it was not told of.
+  /// The stamp that a part keeps for `epoch`; never 0. Several epochs have the same stamp, so a
+  /// change of a part may begin a new epoch or structure version although no client has cached
+  /// the part in the present one.
   static std::uint32_t stampOf(std::uint64_t epoch);
 
  private:
   StatusPage page_;
-  bool cachedInEpoch_ = false;      ///< anything in this epoch
-  bool cachedInStructure_ = false;  ///< anything in this era
+  bool cachedInEpoch_ = false;      ///< whether a reply was written in this epoch
+  bool cachedInStructure_ = false;  ///< whether a reply was written in this structure version
 };
 
 }  // namespace ModelSrv::internal

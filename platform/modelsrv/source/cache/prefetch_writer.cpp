@@ -13,9 +13,9 @@ using EvtSrv::internal::PayloadWriter;
 
 namespace {
 
-/// What is longer is left out; whoever wants it asks for it.
-constexpr std::size_t longestSection = std::size_t{16} * 1024;
-constexpr std::size_t mostEntries = 4096;
+/// A longer section is left out; a client requests its content separately.
+constexpr std::size_t maxSectionSize = std::size_t{16} * 1024;
+constexpr std::size_t maxEntries = 4096;
 
 void writeHandle(const StatusPage& page, PayloadWriter& writer) {
   const StatusPageHandle& handle = page.handle();
@@ -26,16 +26,17 @@ void writeHandle(const StatusPage& page, PayloadWriter& writer) {
   writer.u32(static_cast<std::uint32_t>(page.epoch()));
 }
 
-bool isShown(const ModelPart& child) {
+bool isPublished(const ModelPart& child) {
   return child.id() != ModelPartId_Void;
 }
 
-/// Says while a section is written whether it may go on.
-class Room {
+/// Checks the size of a section while it is being written.
+class SectionLimit {
  public:
-  explicit Room(const std::vector<std::uint8_t>& reply) : reply_(reply), start_(reply.size()) {}
-  [[nodiscard]] bool isLeftFor(std::size_t size) const {
-    return reply_.size() - start_ + size <= longestSection;
+  explicit SectionLimit(const std::vector<std::uint8_t>& reply)
+      : reply_(reply), start_(reply.size()) {}
+  [[nodiscard]] bool allows(std::size_t size) const {
+    return reply_.size() - start_ + size <= maxSectionSize;
   }
 
  private:
@@ -43,69 +44,71 @@ class Room {
   std::size_t start_;
 };
 
-bool addName(CountedReply& names, const std::string& name, const Room& room) {
-  const bool fits = room.isLeftFor(sizeof(std::uint16_t) + name.size());
+bool addName(CountedReply& names, const std::string& name, const SectionLimit& limit) {
+  const bool fits = limit.allows(sizeof(std::uint16_t) + name.size());
   if (fits) {
     names.addName(name);
   }
   return fits;
 }
 
-bool writeChildren(ModelPart& part, const Room& room, std::vector<std::uint8_t>& reply) {
+bool writeChildren(ModelPart& part, const SectionLimit& limit, std::vector<std::uint8_t>& reply) {
   static const std::vector<ModelPart*> none;
   const ModelNode* node = PartAccess::asNode(part);
   const std::vector<ModelPart*>& children = node != nullptr ? node->children() : none;
-  if (children.size() > mostEntries) {
+  if (children.size() > maxEntries) {
     return false;
   }
   CountedReply ids(reply);
   for (const ModelPart* child : children) {
-    if (isShown(*child)) {
+    if (isPublished(*child)) {
       ids.addId(child->id());
     }
   }
   CountedReply names(reply);
   return std::all_of(children.begin(), children.end(), [&](const ModelPart* child) {
-    return !isShown(*child) || addName(names, child->name(), room);
+    return !isPublished(*child) || addName(names, child->name(), limit);
   });
 }
 
-bool writeElements(const ModelPart& part, const Room& room, std::vector<std::uint8_t>& reply) {
+bool writeElements(const ModelPart& part, const SectionLimit& limit,
+                   std::vector<std::uint8_t>& reply) {
   const unsigned count = PartAccess::elementCount(part);
-  if (count > mostEntries) {
+  if (count > maxEntries) {
     return false;
   }
   PayloadWriter(reply).u16(static_cast<std::uint16_t>(count));
   CountedReply names(reply);
   const std::vector<std::string>& all = PartAccess::elementNames(part);
   return std::all_of(all.begin(), all.end(),
-                     [&](const std::string& name) { return addName(names, name, room); });
+                     [&](const std::string& name) { return addName(names, name, limit); });
 }
 
-/// How what is told of a part begins where it has neither children nor elements, as
-/// most parts: the counts of both are 0.
-struct PlainPart {
-  static constexpr std::size_t id = 2;  ///< behind the depth
+/// The offsets of the fields of a part without children and elements. Most parts are like this.
+struct SimplePart {
+  static constexpr std::size_t depth = 0;
+  static constexpr std::size_t id = 2;
   static constexpr std::size_t sections = 4;
-  static constexpr std::size_t valueSection = 13;  ///< behind four counts: the result
+  // Four counts of 0: child ids, child names, elements, element names.
+  static constexpr std::size_t valueSection = 13;  ///< begins with the result
   static constexpr std::size_t length = 15;
   static constexpr std::size_t text = 19;
 };
-static_assert(ModelRes_Success == 0, "the result of a plain part's value is left as 0");
+static_assert(ModelRes_Success == 0, "writeSimplePart leaves the result of the value as 0");
 
-bool isPlain(ModelPart& part) {
+bool isSimple(ModelPart& part) {
   return PartAccess::asNode(part) == nullptr && PartAccess::elementCount(part) == 0 &&
          PartAccess::elementNames(part).empty();
 }
 
-/// Puts `value` into `text` at that offset.
+/// Writes `value` into `text` at that offset.
 template <typename Number>
 void put(std::string& text, std::size_t offset, Number value) {
   std::memcpy(text.data() + offset, &value, sizeof value);
 }
 
-/// `text` is room for a text, and its size then what it took to read the value.
-bool writeValue(const ModelPart& part, const Room& room, std::string& text,
+/// `text` is a buffer; afterwards it has the text that was read last.
+bool writeValue(const ModelPart& part, const SectionLimit& limit, std::string& text,
                 std::vector<std::uint8_t>& reply) {
   PayloadWriter writer(reply);
   const std::size_t start = reply.size();
@@ -120,7 +123,7 @@ bool writeValue(const ModelPart& part, const Room& room, std::string& text,
       writer.u16(static_cast<std::uint16_t>(result));
       return true;
     }
-    if (!room.isLeftFor(sizeof(std::uint32_t) + text.size())) {
+    if (!limit.allows(sizeof(std::uint32_t) + text.size())) {
       return false;
     }
     writer.u32(static_cast<std::uint32_t>(text.size()));
@@ -137,11 +140,11 @@ void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, con
   writeHandle(page, writer);
   findPositions(root, part);
   const std::uint32_t stamp = CacheInvalidator::stampOf(page.epoch());
-  spent_ = 0;
-  for (ModelPart* at = &part; at != nullptr && parts > 0; at = following(*at), --parts) {
+  usedSize_ = 0;
+  for (ModelPart* at = &part; at != nullptr && parts > 0; at = nextInListing(*at), --parts) {
     const std::size_t before = reply.size();
     writePart(*at, reply);
-    if (at != &part && spent_ > prefetchSize) {
+    if (at != &part && usedSize_ > prefetchSize) {
       reply.resize(before);
       break;
     }
@@ -150,76 +153,76 @@ void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, con
 }
 
 void PrefetchWriter::findPositions(const ModelRoot& root, const ModelPart& part) {
-  above_.clear();
+  ancestors_.clear();
   for (const ModelPart* at = &part; at != &root; at = PartAccess::parent(*at)) {
     const ModelNode* node = PartAccess::parent(*at);
     const auto& siblings = node->children();
-    // More often than not they are in the order of their ids.
+    // Usually they are in the order of their ids.
     auto next = std::lower_bound(
         siblings.begin(), siblings.end(), at->id(),
         [](const ModelPart* sibling, ModelPartId id) { return sibling->id() < id; });
     if (next == siblings.end() || *next != at) {
       next = std::find(siblings.begin(), siblings.end(), at);
     }
-    above_.push_back({node, static_cast<std::size_t>(next - siblings.begin()) + 1});
+    ancestors_.push_back({node, static_cast<std::size_t>(next - siblings.begin()) + 1});
   }
-  std::reverse(above_.begin(), above_.end());
+  std::reverse(ancestors_.begin(), ancestors_.end());
 }
 
-ModelPart* PrefetchWriter::following(ModelPart& part) {
-  // Below what answers in a way of its own nobody knows what to expect.
-  if (PartAccess::isCacheable(part) && above_.size() < ModelDepth_Max) {
+ModelPart* PrefetchWriter::nextInListing(ModelPart& part) {
+  // The descendants of a part that cannot be cached may change unnoticed: leave them out.
+  if (PartAccess::isCacheable(part) && ancestors_.size() < ModelDepth_Max) {
     if (const ModelNode* node = PartAccess::asNode(part)) {
-      above_.push_back({node, 0});
+      ancestors_.push_back({node, 0});
     }
   }
-  while (!above_.empty()) {
-    Position& at = above_.back();
+  while (!ancestors_.empty()) {
+    Position& at = ancestors_.back();
     while (at.next < at.node->children().size()) {
       ModelPart* const child = at.node->children()[at.next++];
-      if (isShown(*child)) {
+      if (isPublished(*child)) {
         return child;
       }
     }
-    above_.pop_back();
+    ancestors_.pop_back();
   }
   return nullptr;
 }
 
 void PrefetchWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   const std::size_t start = reply.size();
-  if (!PartAccess::isCacheable(part) || !isPlain(part) || !writePlainPart(part, reply)) {
+  if (!PartAccess::isCacheable(part) || !isSimple(part) || !writeSimplePart(part, reply)) {
     writeAnyPart(part, reply);
   }
-  // A long text that was read in vain took its time as well.
-  spent_ += reply.size() - start + (text_.size() > longestSection ? text_.size() : 0);
-  if (text_.capacity() > longestSection) {
+  // Reading a long text took time even if it was left out.
+  usedSize_ += reply.size() - start + (text_.size() > maxSectionSize ? text_.size() : 0);
+  if (text_.capacity() > maxSectionSize) {
     text_ = {};
   }
 }
 
-bool PrefetchWriter::writePlainPart(const ModelPart& part, std::vector<std::uint8_t>& reply) {
-  text_.assign(PlainPart::text, '\0');
-  // A class that does not append but assigns has taken the room away.
+bool PrefetchWriter::writeSimplePart(const ModelPart& part, std::vector<std::uint8_t>& reply) {
+  text_.assign(SimplePart::text, '\0');
+  // A class that assigns instead of appending has removed the space for the header.
   if (PartAccess::appendText(part, text_, ModelPartIndex_All) != ModelRes_Success ||
-      text_.size() < PlainPart::text) {
+      text_.size() < SimplePart::text) {
     return false;
   }
-  const std::size_t length = text_.size() - PlainPart::text;
-  const bool fits = text_.size() - PlainPart::valueSection <= longestSection;
-  put(text_, 0, static_cast<std::uint16_t>(above_.size()));
-  put(text_, PlainPart::id, part.id());
-  put(text_, PlainPart::sections,
+  const std::size_t length = text_.size() - SimplePart::text;
+  const bool fits = text_.size() - SimplePart::valueSection <= maxSectionSize;
+  put(text_, SimplePart::depth, static_cast<std::uint16_t>(ancestors_.size()));
+  put(text_, SimplePart::id, part.id());
+  put(text_, SimplePart::sections,
       static_cast<std::uint8_t>(prefetchChildren | prefetchElements | (fits ? prefetchValue : 0)));
-  put(text_, PlainPart::length, static_cast<std::uint32_t>(length));
-  const std::string_view told = text_;
-  PayloadWriter(reply).bytes(fits ? told : told.substr(0, PlainPart::valueSection));
+  put(text_, SimplePart::length, static_cast<std::uint32_t>(length));
+  const std::string_view content = text_;
+  PayloadWriter(reply).bytes(fits ? content : content.substr(0, SimplePart::valueSection));
   return true;
 }
 
 void PrefetchWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   PayloadWriter writer(reply);
-  writer.u16(static_cast<std::uint16_t>(above_.size()));
+  writer.u16(static_cast<std::uint16_t>(ancestors_.size()));
   writer.u16(part.id());
   const std::size_t sections = reply.size();
   writer.u8(0);
@@ -227,17 +230,20 @@ void PrefetchWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& re
   std::uint8_t has = 0;
   const auto add = [&](PrefetchSection section, auto write) {
     const std::size_t before = reply.size();
-    if (write(Room(reply))) {
+    if (write(SectionLimit(reply))) {
       has |= section;
     } else {
       reply.resize(before);
     }
   };
   if (PartAccess::isCacheable(part)) {
-    add(prefetchChildren, [&](const Room& room) { return writeChildren(part, room, reply); });
-    add(prefetchElements, [&](const Room& room) { return writeElements(part, room, reply); });
+    add(prefetchChildren,
+        [&](const SectionLimit& limit) { return writeChildren(part, limit, reply); });
+    add(prefetchElements,
+        [&](const SectionLimit& limit) { return writeElements(part, limit, reply); });
     if ((has & prefetchElements) != 0) {
-      add(prefetchValue, [&](const Room& room) { return writeValue(part, room, text_, reply); });
+      add(prefetchValue,
+          [&](const SectionLimit& limit) { return writeValue(part, limit, text_, reply); });
     }
   }
   reply[sections] = has;

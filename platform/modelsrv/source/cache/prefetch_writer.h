@@ -10,49 +10,48 @@
 
 namespace ModelSrv::internal {
 
-/// What a prefetch tells of a part.
+/// The sections that a part may have in a prefetch reply, as bits.
 enum PrefetchSection : std::uint8_t {
-  prefetchChildren = 1,  ///< their ids and names; none for what has none
-  prefetchElements = 2,  ///< how many, and their names
-  prefetchValue = 4,     ///< its text or its elements' texts; with prefetchElements only
+  prefetchChildren = 1,  ///< their ids and names
+  prefetchElements = 2,  ///< their number and names
+  prefetchValue = 4,     ///< the texts of the elements or of the single value
 };
 
-/// How many bytes a prefetch has, more or less: what a pipe holds, so that it goes
-/// out in one write. What is read and then left out for its length counts as well,
-/// so that a prefetch of long texts keeps nobody waiting.
+/// The approximate maximum size of a prefetch reply in bytes: a pipe can take it in one write.
+/// Text that was read but left out because of its length counts too, so that a prefetch of long
+/// texts does not delay other clients.
 inline constexpr std::size_t prefetchSize = std::size_t{56} * 1024;
 
-/// Writes prefetch of a tree: all there is to know of a part and of those that
-/// follow it in the order in which a listing meets them (a part, what is below it,
-/// its next sibling). What has been written counts as told in the page's present
-/// epoch. With the client mutex held; keeps its room from call to call.
+/// Writes prefetch replies: a part and those that follow it in the order of a listing (a part,
+/// its descendants, its next sibling), each with its children, elements and value. Reuses its
+/// memory from call to call. Guarded by the client mutex.
 class PrefetchWriter {
  public:
-  /// Appends to `reply` where the page lies and its epoch, then `part` and up to
-  /// `parts` - 1 others below `root`. `part` hangs below `root` or is it.
+  /// Appends to `reply` the page's handle and epoch, then `part` and at most `parts` - 1 others
+  /// of the tree of `root`. `part` must be in that tree. Each part in the reply gets the stamp
+  /// of the epoch.
   void write(ModelRoot& root, ModelPart& part, unsigned parts, const StatusPage& page,
              std::vector<std::uint8_t>& reply);
 
  private:
-  /// A node and which of its children comes next.
+  /// A position in a node: the index of the child that comes next.
   struct Position {
     const ModelNode* node;
     std::size_t next;
   };
 
   void findPositions(const ModelRoot& root, const ModelPart& part);
-  /// The part that a listing meets after `part`, null at the end.
-  ModelPart* following(ModelPart& part);
+  /// The part after `part` in the order of a listing, null at the end.
+  ModelPart* nextInListing(ModelPart& part);
   void writePart(ModelPart& part, std::vector<std::uint8_t>& reply);
-  /// The same bytes as the other, made in one piece; false, and nothing is written,
-  /// where the value has no text.
-  bool writePlainPart(const ModelPart& part, std::vector<std::uint8_t>& reply);
+  /// Writes a part without children and elements in one piece: the same bytes as
+  /// `writeAnyPart`, but faster. False, and nothing is written, if the value cannot be read.
+  bool writeSimplePart(const ModelPart& part, std::vector<std::uint8_t>& reply);
   void writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& reply);
 
-  /// The nodes above the part that was written last, outermost first.
-  std::vector<Position> above_;
+  std::vector<Position> ancestors_;  ///< of the part written last, the root first
   std::string text_;
-  std::size_t spent_ = 0;  ///< bytes that were written, or read in vain
+  std::size_t usedSize_ = 0;  ///< bytes written, and long texts that were left out
 };
 
 }  // namespace ModelSrv::internal

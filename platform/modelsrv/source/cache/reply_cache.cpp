@@ -14,13 +14,13 @@ using EvtSrv::internal::PayloadReader;
 namespace {
 
 constexpr std::uint32_t noPart = std::numeric_limits<std::uint32_t>::max();
-/// How many parts are asked for at the most; a reply that tells of more is malformed.
-constexpr std::size_t mostParts = 4096;
-/// A server writes less; what is longer is not worth reading.
-constexpr std::size_t longestPrefetchReply = std::size_t{256} * 1024;
+/// The maximum number of parts that a client requests. A reply with more is malformed.
+constexpr std::size_t maxParts = 4096;
+/// A longer reply is malformed; servers write much less.
+constexpr std::size_t maxReplySize = std::size_t{256} * 1024;
 constexpr std::uint32_t rootHash = 0x9E3779B9;
 
-std::uint32_t hashBelow(std::uint32_t parent, ModelPartId id) {
+std::uint32_t hashOfChild(std::uint32_t parent, ModelPartId id) {
   const std::uint64_t product = (parent ^ (id + 1U)) * 0xFF51AFD7ED558CCD;
   return static_cast<std::uint32_t>(product >> 32);
 }
@@ -28,12 +28,12 @@ std::uint32_t hashBelow(std::uint32_t parent, ModelPartId id) {
 std::uint32_t hashOf(ChainView chain) {
   std::uint32_t hash = rootHash;
   for (const ModelPartId id : chain) {
-    hash = hashBelow(hash, id);
+    hash = hashOfChild(hash, id);
   }
   return hash;
 }
 
-std::uint32_t placeOf(const PayloadReader& in) {
+std::uint32_t offsetOf(const PayloadReader& in) {
   return static_cast<std::uint32_t>(in.position());
 }
 
@@ -57,24 +57,23 @@ void skipTexts(PayloadReader& in, unsigned count) {
   }
 }
 
-/// Reads what a prefetch tells of one part behind its id; false where that is
-/// malformed.
-bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
+/// Reads the sections of one part, which follow its id; false if they are malformed.
+bool readSections(PayloadReader& in, ReplyCache::Part& part) {
   const std::uint8_t has = in.u8();
-  part.childIds = placeOf(in);
+  part.childIds = offsetOf(in);
   if ((has & prefetchChildren) != 0) {
     skipIds(in);
   }
-  part.childNames = placeOf(in);
+  part.childNames = offsetOf(in);
   if ((has & prefetchChildren) != 0) {
     skipNames(in);
   }
-  part.elements = placeOf(in);
+  part.elements = offsetOf(in);
   if ((has & prefetchElements) != 0) {
     part.elementCount = in.u16();
     skipNames(in);
   }
-  part.value = placeOf(in);
+  part.value = offsetOf(in);
   if ((has & prefetchValue) != 0) {
     const std::uint16_t result = in.u16();
     const unsigned texts = std::max<unsigned>(part.elementCount, 1);
@@ -83,43 +82,44 @@ bool readPieces(PayloadReader& in, ReplyCache::Part& part) {
       return false;
     }
   }
-  part.end = placeOf(in);
+  part.end = offsetOf(in);
   return in.ok();
 }
 
 }  // namespace
 
-const ReplyCache::Part* ReplyCache::find(ChainView chain, Wanted wanted) {
+const ReplyCache::Part* ReplyCache::find(ChainView chain, Data data) {
   if (epoch_ == 0 ||
-      !(wanted == Wanted::value ? page_.isCurrent(epoch_) : page_.isStructureCurrent(epoch_))) {
+      !(data == Data::value ? page_.isCurrent(epoch_) : page_.isStructureCurrent(epoch_))) {
     return nullptr;
   }
-  // A listing asks about a part several times, then about the next one.
-  if (!isAt(last_, chain)) {
-    const std::uint32_t found =
-        last_ + 1 < parts_.size() && isAt(last_ + 1, chain) ? last_ + 1 : lookUp(chain);
+  // A listing makes several requests about a part, then goes on to the next one.
+  if (!hasChain(lastFound_, chain)) {
+    const std::uint32_t found = lastFound_ + 1 < parts_.size() && hasChain(lastFound_ + 1, chain)
+                                    ? lastFound_ + 1
+                                    : findInIndex(chain);
     if (found == noPart) {
       return nullptr;
     }
-    last_ = found;
+    lastFound_ = found;
   }
-  Part& part = parts_[last_];
-  if (!part.asked) {
-    part.asked = true;
-    ++asked_;
+  Part& part = parts_[lastFound_];
+  if (!part.isUsed) {
+    part.isUsed = true;
+    ++usedCount_;
   }
   return &part;
 }
 
 std::uint16_t ReplyCache::partsToPrefetch() const {
-  return static_cast<std::uint16_t>(std::clamp<std::size_t>(asked_ * 4, 1, mostParts));
+  return static_cast<std::uint16_t>(std::clamp<std::size_t>(usedCount_ * 4, 1, maxParts));
 }
 
-const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::uint8_t> reply,
-                                         ByteOrder order) {
+const ReplyCache::Part* ReplyCache::replace(ChainView chain, std::span<const std::uint8_t> reply,
+                                            ByteOrder order) {
   const std::size_t expected = partsToPrefetch();
   clear();
-  if (reply.size() > longestPrefetchReply) {
+  if (reply.size() > maxReplySize) {
     return nullptr;
   }
   parts_.reserve(chain.size() + expected);
@@ -131,38 +131,38 @@ const ReplyCache::Part* ReplyCache::take(ChainView chain, std::span<const std::u
   if (!readHandle(in, handle, epoch)) {
     return nullptr;
   }
-  addAbove(chain);
-  const auto wanted = static_cast<std::uint32_t>(parts_.size());
+  addAncestors(chain);
+  const auto first = static_cast<std::uint32_t>(parts_.size());
   do {
     const std::uint16_t depth = in.u16();
     const ModelPartId id = in.u16();
-    Part* const part = parts_.size() - wanted < mostParts ? add(depth, id) : nullptr;
-    if (part == nullptr || !readPieces(in, *part)) {
+    Part* const part = parts_.size() - first < maxParts ? add(depth, id) : nullptr;
+    if (part == nullptr || !readSections(in, *part)) {
       clear();
       return nullptr;
     }
   } while (in.left() != 0);
-  if (!isAt(wanted, chain)) {
+  if (!hasChain(first, chain)) {
     clear();
     return nullptr;
   }
-  told_ = parts_.size() - wanted;
-  last_ = wanted;
-  makeIndex();
-  parts_[wanted].asked = true;
-  asked_ = 1;
+  replyCount_ = parts_.size() - first;
+  lastFound_ = first;
+  buildIndex();
+  parts_[first].isUsed = true;
+  usedCount_ = 1;
   if ((page_.isOpen() && page_.handle() == handle) || page_.open(handle)) {
     epoch_ = epoch;
   }
-  return &parts_[wanted];
+  return &parts_[first];
 }
 
 void ReplyCache::clear() {
   epoch_ = 0;
   parts_.clear();
   index_.clear();
-  told_ = 0;
-  asked_ = 0;
+  replyCount_ = 0;
+  usedCount_ = 0;
 }
 
 bool ReplyCache::readHandle(PayloadReader& in, StatusPageHandle& handle, std::uint64_t& epoch) {
@@ -175,16 +175,15 @@ bool ReplyCache::readHandle(PayloadReader& in, StatusPageHandle& handle, std::ui
   return in.ok();
 }
 
-/// What lies above the first part of the prefetch has no answer but is part of the
-/// others' chains.
-void ReplyCache::addAbove(ChainView chain) {
+/// The ancestors of the first part have no data, but they are part of the other chains.
+void ReplyCache::addAncestors(ChainView chain) {
   for (std::size_t depth = 0; depth < chain.size(); ++depth) {
     static_cast<void>(
         add(static_cast<std::uint16_t>(depth), depth == 0 ? ModelPartId_Void : chain[depth - 1]));
   }
 }
 
-/// Appends a part below the last one of lower depth; null where that is more than
+/// Appends a part as a child of the last part with a lower depth. Null if that is not exactly
 /// one level above.
 ReplyCache::Part* ReplyCache::add(std::uint16_t depth, ModelPartId id) {
   if (parts_.empty() != (depth == 0)) {
@@ -200,7 +199,7 @@ ReplyCache::Part* ReplyCache::add(std::uint16_t depth, ModelPartId id) {
     if (parts_[parent].depth + 1 != depth) {
       return nullptr;
     }
-    hash = hashBelow(parts_[parent].hash, id);
+    hash = hashOfChild(parts_[parent].hash, id);
   }
   Part& part = parts_.emplace_back();
   part.hash = hash;
@@ -210,7 +209,7 @@ ReplyCache::Part* ReplyCache::add(std::uint16_t depth, ModelPartId id) {
   return &part;
 }
 
-void ReplyCache::makeIndex() {
+void ReplyCache::buildIndex() {
   std::size_t slots = 4;
   while (slots < parts_.size() * 2) {
     slots *= 2;
@@ -225,19 +224,19 @@ void ReplyCache::makeIndex() {
   }
 }
 
-std::uint32_t ReplyCache::lookUp(ChainView chain) const {
+std::uint32_t ReplyCache::findInIndex(ChainView chain) const {
   const std::uint32_t hash = hashOf(chain);
   const std::size_t mask = index_.size() - 1;
   for (std::size_t slot = hash & mask; index_[slot] != noPart; slot = (slot + 1) & mask) {
     const std::uint32_t at = index_[slot];
-    if (parts_[at].hash == hash && isAt(at, chain)) {
-      return at >= parts_.size() - told_ ? at : noPart;
+    if (parts_[at].hash == hash && hasChain(at, chain)) {
+      return at >= parts_.size() - replyCount_ ? at : noPart;
     }
   }
   return noPart;
 }
 
-bool ReplyCache::isAt(std::uint32_t part, ChainView chain) const {
+bool ReplyCache::hasChain(std::uint32_t part, ChainView chain) const {
   if (parts_[part].depth != chain.size()) {
     return false;
   }

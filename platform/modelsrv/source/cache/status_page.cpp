@@ -13,11 +13,11 @@ using EvtSrv::EvtRes;
 using EvtSrv::internal::FileDescriptor;
 using EvtSrv::internal::resultOf;
 
-/// What lies in the page. The counters are written by the server alone, under its
-/// lock; the owner's word by the C library and the kernel.
+/// The layout of the page. Only the server writes `open` and `epoch`, with its client mutex
+/// held; the C library and the kernel write `owner`.
 struct StatusPageContent {
   std::array<std::uint8_t, StatusPageHandle::idSize> id{};
-  std::uint32_t ownerWord = 0;  ///< where in the page the word of `owner` lies
+  std::uint32_t ownerWord = 0;  ///< the offset of the futex word of `owner` in the page
   std::atomic<std::uint32_t> open{0};
   std::atomic<std::uint64_t> epoch{0};
   pthread_mutex_t owner{};
@@ -29,11 +29,11 @@ constexpr std::size_t pageSize = sizeof(StatusPageContent);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
               std::atomic<std::uint32_t>::is_always_lock_free);
 
-constexpr int neededSeals = F_SEAL_SHRINK | F_SEAL_FUTURE_WRITE;
-constexpr int givenSeals = neededSeals | F_SEAL_GROW | F_SEAL_SEAL;
+constexpr int requiredSeals = F_SEAL_SHRINK | F_SEAL_FUTURE_WRITE;
+constexpr int allSeals = requiredSeals | F_SEAL_GROW | F_SEAL_SEAL;
 
-/// Where the word of a robust mutex lies that the kernel writes when its owner
-/// dies; below 0 where this C library does not tell.
+/// The offset of the futex word of the robust mutex, which the kernel writes when the owner
+/// dies. Negative if the C library does not expose it.
 constexpr std::ptrdiff_t ownerWordOffset() {
 #ifdef __GLIBC__
   return offsetof(StatusPageContent, owner) + offsetof(pthread_mutex_t, __data.__lock);
@@ -51,9 +51,9 @@ bool isPlausibleWord(std::uint32_t offset) {
   return offset % sizeof(std::uint32_t) == 0 && offset <= pageSize - sizeof(std::uint32_t);
 }
 
-/// Whether a thread that lives holds the page's mutex.
+/// Whether a live thread holds the page's mutex.
 bool hasLivingOwner(const StatusPageContent& content) {
-  // A server may write anything at any time: the offset is checked at each look.
+  // A server may write anything at any time, so the offset is checked each time.
   const std::uint32_t offset = __atomic_load_n(&content.ownerWord, __ATOMIC_RELAXED);
   if (!isPlausibleWord(offset)) {
     return false;
@@ -62,18 +62,18 @@ bool hasLivingOwner(const StatusPageContent& content) {
   return (word & FUTEX_OWNER_DIED) == 0 && (word & FUTEX_TID_MASK) != 0;
 }
 
-bool initialise(pthread_mutex_t& mutex) {
+bool initialize(pthread_mutex_t& mutex) {
   pthread_mutexattr_t attributes;
   if (pthread_mutexattr_init(&attributes) != 0) {
     return false;
   }
-  const bool made = pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
-                    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
-                    // Another thread that tries to let go of it is told so.
-                    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK) == 0 &&
-                    pthread_mutex_init(&mutex, &attributes) == 0;
+  const bool initialized = pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
+                           pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
+                           // An unlock by another thread must fail.
+                           pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK) == 0 &&
+                           pthread_mutex_init(&mutex, &attributes) == 0;
   pthread_mutexattr_destroy(&attributes);
-  return made;
+  return initialized;
 }
 
 }  // namespace
@@ -83,8 +83,8 @@ void StatusPage::close() {
     return;
   }
   content_->open.store(0, std::memory_order_release);
-  // Where another thread is the owner, its C library has the mutex in a list: the
-  // page stays mapped then, unless that thread has ended.
+  // If another thread is the owner, the C library keeps the mutex in a list of that thread. The
+  // page must then stay mapped unless the thread has ended.
   const bool isFree =
       opener_ == std::this_thread::get_id() && pthread_mutex_unlock(&content_->owner) == 0;
   if (isFree) {
@@ -98,31 +98,31 @@ void StatusPage::close() {
 }
 
 EvtRes StatusPage::open() {
-  const EvtRes result = make();
+  const EvtRes result = create();
   if (result != EvtSrv::EvtRes_Success) {
     descriptor_.reset();
   }
   return result;
 }
 
-EvtRes StatusPage::make() {
+EvtRes StatusPage::create() {
   StatusPageHandle handle;
-  if (const int refusal = system_.random(handle.id); refusal < 0) {
-    return resultOf(refusal);
+  if (const int error = system_.random(handle.id); error < 0) {
+    return resultOf(error);
   }
-  if (const int refusal = descriptor_.adopt(system_, system_.createMemory(pageSize)); refusal < 0) {
-    return resultOf(refusal);
+  if (const int error = descriptor_.adopt(system_, system_.createMemory(pageSize)); error < 0) {
+    return resultOf(error);
   }
   void* mapping = nullptr;
-  if (const int refusal = system_.map(descriptor_.number(), pageSize, true, mapping); refusal < 0) {
-    return resultOf(refusal);
+  if (const int error = system_.map(descriptor_.number(), pageSize, true, mapping); error < 0) {
+    return resultOf(error);
   }
-  if (const int refusal = system_.addSeals(descriptor_.number(), givenSeals); refusal < 0) {
+  if (const int error = system_.addSeals(descriptor_.number(), allSeals); error < 0) {
     system_.unmap(mapping, pageSize);
-    return resultOf(refusal);
+    return resultOf(error);
   }
   content_ = new (mapping) StatusPageContent;
-  if (!holdOwner()) {
+  if (!lockOwner()) {
     system_.unmap(content_, pageSize);
     content_ = nullptr;
     return EvtSrv::EvtRes_SystemError;
@@ -136,13 +136,13 @@ EvtRes StatusPage::make() {
   return EvtSrv::EvtRes_Success;
 }
 
-bool StatusPage::holdOwner() {
-  if (ownerWordOffset() < 0 || !initialise(content_->owner)) {
+bool StatusPage::lockOwner() {
+  if (ownerWordOffset() < 0 || !initialize(content_->owner)) {
     return false;
   }
   content_->ownerWord = static_cast<std::uint32_t>(ownerWordOffset());
-  // It is free, and nobody else ever takes it: there is nothing to wait for, and no
-  // order of locks to keep.
+  // The mutex is free and no other thread ever locks it: this never waits, and it needs no lock
+  // order.
   opener_ = std::this_thread::get_id();
   return pthread_mutex_trylock(&content_->owner) == 0;
 }
@@ -156,9 +156,9 @@ void StatusPage::advanceStructure() {
 }
 
 void StatusPage::advanceBy(std::uint64_t epochs) {
-  // Nothing that the caller does next may be seen before this is. Counted in the
-  // page, so that it never goes back: a child that this process has forked may have
-  // gone on counting in it.
+  // Sequentially consistent: a client that sees anything that the caller does next sees the new
+  // epoch too. It is counted in the page itself, so that it never goes back even if a forked
+  // child of this process has advanced it.
   epoch_ = content_->epoch.fetch_add(epochs, std::memory_order_seq_cst) + epochs;
 }
 
@@ -171,7 +171,7 @@ bool StatusPageReader::open(const StatusPageHandle& handle) {
     return false;
   }
   const int seals = system_.seals(descriptor.number());
-  if (seals < 0 || (seals & neededSeals) != neededSeals ||
+  if (seals < 0 || (seals & requiredSeals) != requiredSeals ||
       system_.fstat(descriptor.number(), status) < 0 ||
       status.st_size != static_cast<off_t>(pageSize) ||
       system_.map(descriptor.number(), pageSize, false, mapping) < 0) {

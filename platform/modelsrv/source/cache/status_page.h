@@ -8,40 +8,38 @@
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/system.h"
 
-/// A page of memory in which a server shows its clients whether it lives and how
-/// often it has taken back what it told them. Looking there costs a client two
-/// loads and no system call. The layout is written down in platform/PROTOCOL.md.
+/// A page of memory that a server shares with its clients. It shows whether the server is alive
+/// and whether cached replies are current. A client's check costs two loads and no system call.
+/// The layout is specified in platform/PROTOCOL.md, section 11.
 ///
-/// The count is called the epoch. Its upper bits count alone what was taken back of
-/// the shape of things, so that what was told of it outlasts changes of values: an
-/// era is all epochs with the same upper bits.
+/// The page has a counter, the epoch. Its upper bits are the structure version, which changes
+/// only when the structure of the tree does, so cached structure outlasts changes of values.
 ///
-/// The page is a sealed memfd (memfd_create(2)): it cannot shrink below a mapping,
-/// and only the mapping that its maker has can change it, so that neither side can
-/// harm the other through it. That its maker dies is written into the page by the
-/// kernel before anybody else can learn of it: a robust mutex there (see
-/// pthread_mutexattr_setrobust(3)) is locked as long as the page is open.
+/// The page is a sealed memfd (memfd_create(2)): it cannot shrink below a mapping, and only the
+/// mapping of its server can change it, so neither side can harm the other through it. A robust
+/// mutex in the page (pthread_mutexattr_setrobust(3)) is locked as long as the page is open:
+/// when the server dies the kernel marks it before any other process can learn of the death.
 namespace ModelSrv::internal {
 
-/// What a client needs to find a server's page.
+/// What a client needs to find the page of a server.
 struct StatusPageHandle {
   static constexpr std::size_t idSize = 16;
 
-  std::uint32_t process = 0;     ///< the server's, as it sees itself
-  std::uint32_t descriptor = 0;  ///< of the page, in that process
-  /// Random; also in the page, so that another process's page is not taken for it.
+  std::uint32_t process = 0;     ///< the server's process id, in its own namespace
+  std::uint32_t descriptor = 0;  ///< the page's descriptor in that process
+  /// Random, and stored in the page too, so that a client detects a wrong page.
   std::array<std::uint8_t, idSize> id{};
 
   bool operator==(const StatusPageHandle&) const = default;
 };
 
-/// By how many bits an epoch is shifted to give its era.
+/// The number of the epoch's lower bits that do not belong to the structure version.
 inline constexpr unsigned structureShift = 20;
 
 struct StatusPageContent;
 
-/// The server's end. The thread that opens the page has to live as long as the
-/// page is to count: when it ends, clients take the server for dead, and ask.
+/// The server's side. The thread that opens the page must live as long as the page is used:
+/// after its end clients assume that the server is dead, and use no cached replies.
 class StatusPage {
  public:
   explicit StatusPage(EvtSrv::internal::System& system) : system_(system) {}
@@ -49,39 +47,39 @@ class StatusPage {
   StatusPage(const StatusPage&) = delete;
   StatusPage& operator=(const StatusPage&) = delete;
 
-  /// Makes the page, with an epoch of 1. Where the system has no such pages the
-  /// result says so, and this stays closed.
+  /// Creates the page with an epoch of 1. If the system does not support it the result is an
+  /// error and the page stays closed.
   EvtSrv::EvtRes open();
 
-  /// Every look from now on sees that nothing counts any more. By whichever thread;
-  /// by another than the opener, while that one lives, the page's memory is not
-  /// given back.
+  /// Invalidates everything that clients have cached. Any thread may call this. If it is not
+  /// the thread that opened the page, and that thread is still alive, the memory of the page is
+  /// not freed.
   void close();
 
   [[nodiscard]] bool isOpen() const { return content_ != nullptr; }
   [[nodiscard]] const StatusPageHandle& handle() const { return handle_; }
   [[nodiscard]] std::uint64_t epoch() const { return epoch_; }
 
-  /// Begins another epoch; every look from now on sees it. It is one of the same era,
-  /// save one in a million.
+  /// Begins a new epoch, which is visible to clients when this returns. The structure version
+  /// stays the same, except once in about a million calls.
   void advance();
-  /// Begins another era, and with it another epoch.
+  /// Begins a new structure version and thus a new epoch.
   void advanceStructure();
 
  private:
-  EvtSrv::EvtRes make();
-  bool holdOwner();
+  EvtSrv::EvtRes create();
+  bool lockOwner();
   void advanceBy(std::uint64_t epochs);
 
   EvtSrv::internal::System& system_;
   EvtSrv::internal::FileDescriptor descriptor_;
   StatusPageContent* content_ = nullptr;  ///< the mapping; owned
-  std::thread::id opener_;                ///< who holds the page's mutex
+  std::thread::id opener_;                ///< the thread that holds the page's mutex
   StatusPageHandle handle_;
   std::uint64_t epoch_ = 0;
 };
 
-/// A client's end: looks at one server's page at a time.
+/// A client's side: reads the page of one server at a time.
 class StatusPageReader {
  public:
   explicit StatusPageReader(EvtSrv::internal::System& system) : system_(system) {}
@@ -89,20 +87,19 @@ class StatusPageReader {
   StatusPageReader(const StatusPageReader&) = delete;
   StatusPageReader& operator=(const StatusPageReader&) = delete;
 
-  /// Looks at the page at `handle` from now on. False where it cannot be had: the
-  /// server is another user's, or in another handle than it says, or its page is
-  /// not one that can be trusted.
+  /// Maps the page with that handle. False if that is not possible: the server belongs to
+  /// another user or another process namespace, or the page cannot be trusted.
   bool open(const StatusPageHandle& handle);
   void close();
 
   [[nodiscard]] bool isOpen() const { return content_ != nullptr; }
   [[nodiscard]] const StatusPageHandle& handle() const { return handle_; }
 
-  /// Whether the server lives and serves, and its epoch is still `epoch`.
+  /// Whether the server is alive and serves, and its epoch is still `epoch`.
   [[nodiscard]] bool isCurrent(std::uint64_t epoch) const;
-  /// Whether it lives and serves, and its era is still that of `epoch`.
+  /// Whether the server is alive and serves, and its structure version is still that of `epoch`.
   [[nodiscard]] bool isStructureCurrent(std::uint64_t epoch) const;
-  /// Whether it lives and serves. Once it does not, it never will again.
+  /// Whether the server is alive and serves. Once this is false it stays false.
   [[nodiscard]] bool isServerAlive() const;
 
  private:
