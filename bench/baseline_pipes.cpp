@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t requestSize = 20;
 constexpr std::size_t replySize = 18;
 
-/// Waits for bytes and reads them; false at the end or on a fault.
+/// Waits for a message and reads it; false at the end of input or on an error.
 bool receive(int descriptor, std::size_t size) {
   std::array<char, 64> buffer{};
   pollfd waited{descriptor, POLLIN, 0};
@@ -29,8 +29,8 @@ bool send(int descriptor, std::size_t size) {
   return ::write(descriptor, buffer.data(), size) == static_cast<ssize_t>(size);
 }
 
-/// A named pipe, open for both directions, so that neither opening waits for the
-/// other process.
+/// A named pipe, open for reading and writing, so that opening it does not wait for the other
+/// process.
 int openPipe(const char* purpose) {
   const std::string path = "/tmp/treescope-bench-" + std::to_string(::getpid()) + purpose;
   const bool made = ::mkfifo(path.c_str(), 0600) == 0;
@@ -39,7 +39,7 @@ int openPipe(const char* purpose) {
     ::unlink(path.c_str());
   }
   if (descriptor < 0) {
-    throw std::runtime_error("no named pipe " + path);
+    throw std::runtime_error("cannot create a named pipe " + path);
   }
   return descriptor;
 }

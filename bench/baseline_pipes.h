@@ -4,23 +4,22 @@
 #include <memory>
 #include <optional>
 
-#include "bench/served_tree.h"
+#include "bench/child_process.h"
 
 namespace bench {
 
-/// Two processes and two named pipes between them: the least that a round trip can
-/// cost. The bytes are as many as those of a request for an element sum and of its
-/// reply.
+/// Two processes connected by two named pipes: the minimum cost of a round trip. The messages
+/// are as long as a request for an element sum and its reply.
 class BaselinePipes {
  public:
-  /// The other process is bound to `processor` (see `pinTo`), where one is given.
-  /// Throws `std::runtime_error` where there can be none.
+  /// The other process is bound to `processor` (see `pinTo`) if one is given. Throws
+  /// `std::runtime_error` on an error.
   explicit BaselinePipes(std::optional<unsigned> processor);
   ~BaselinePipes();
   BaselinePipes(const BaselinePipes&) = delete;
   BaselinePipes& operator=(const BaselinePipes&) = delete;
 
-  /// Sends a request and waits for its reply; false on a fault.
+  /// Sends a request and waits for its reply; false on an error.
   [[nodiscard]] bool roundTrip() const;
 
  private:

@@ -1,6 +1,5 @@
 #include "bench/concurrent_clients.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -15,66 +14,66 @@ constexpr char failure = 'n';
 }  // namespace
 
 ConcurrentClients::ConcurrentClients(const std::string& server, unsigned processor) {
-  if (::pipe2(starts_, O_CLOEXEC) != 0 || ::pipe2(results_, O_CLOEXEC) != 0) {
-    throw std::runtime_error("pipe2");
-  }
   for (unsigned i = 0; i < processes; ++i) {
     processes_.push_back(
-        std::make_unique<Child>([this, server, processor] { run(server, processor); }));
+        std::make_unique<Child>([this, server, processor] { runProcess(server, processor); }));
   }
   if (!allSucceed()) {
-    throw std::runtime_error("not every client could connect");
+    throw std::runtime_error("a client cannot connect");
   }
 }
 
 ConcurrentClients::~ConcurrentClients() {
   processes_.clear();
-  for (const int end : {starts_[0], starts_[1], results_[0], results_[1]}) {
+  for (const int end : {starts_.reading, starts_.writing, results_.reading, results_.writing}) {
     ::close(end);
   }
 }
 
-bool ConcurrentClients::ask() const {
+bool ConcurrentClients::run() const {
   const std::string start(size, success);
-  return ::write(starts_[1], start.data(), start.size()) == static_cast<ssize_t>(start.size()) &&
+  return ::write(starts_.writing, start.data(), start.size()) ==
+             static_cast<ssize_t>(start.size()) &&
          allSucceed();
 }
 
 bool ConcurrentClients::allSucceed() const {
   bool succeed = true;
   for (std::size_t i = 0; i < size; ++i) {
-    char said = failure;
-    succeed = ::read(results_[0], &said, 1) == 1 && said == success && succeed;
+    char status = failure;
+    succeed = ::read(results_.reading, &status, 1) == 1 && status == success && succeed;
   }
   return succeed;
 }
 
-void ConcurrentClients::run(const std::string& server, unsigned processor) const {
+void ConcurrentClients::runProcess(const std::string& server, unsigned processor) const {
   const bool pinned = pinTo(processor);
   std::vector<std::thread> clients;
   for (unsigned i = 0; i < clientsEach; ++i) {
-    clients.emplace_back([this, &server, pinned] { live(server, pinned); });
+    clients.emplace_back([this, &server, pinned] { runClient(server, pinned); });
   }
   for (std::thread& client : clients) {
     client.join();
   }
 }
 
-void ConcurrentClients::live(const std::string& server, bool pinned) const {
-  char said = failure;
-  const auto tell = [&] { return ::write(results_[1], &said, 1) == 1 && said == success; };
+void ConcurrentClients::runClient(const std::string& server, bool pinned) const {
+  char status = failure;
+  const auto report = [&] {
+    return ::write(results_.writing, &status, 1) == 1 && status == success;
+  };
   try {
     ElementSumClient client(server);
-    said = pinned ? success : failure;
+    status = pinned ? success : failure;
     char start = 0;
-    while (tell() && ::read(starts_[0], &start, 1) == 1) {
-      for (unsigned i = 0; i < questionsEach && said == success; ++i) {
-        said = client.ask() ? success : failure;
+    while (report() && ::read(starts_.reading, &start, 1) == 1) {
+      for (unsigned i = 0; i < requestsEach && status == success; ++i) {
+        status = client.request() ? success : failure;
       }
     }
   } catch (const std::exception&) {
-    said = failure;
-    static_cast<void>(tell());
+    status = failure;
+    static_cast<void>(report());
   }
 }
 

@@ -17,9 +17,9 @@
 #include "bench/ratio_table.h"
 #include "bench/served_tree.h"
 
-// What a person waits for who types a key: from the key to its echo on the
-// terminal, beside a program that writes back each byte that it reads. The
-// processes are placed alike, on the processor of who types and then on another.
+// The time from a key press to its echo on the terminal. The baseline is a program that writes
+// back each byte that it reads. Both programs run on the processor of the typing process, then
+// on another one.
 
 namespace {
 
@@ -38,21 +38,21 @@ class Terminal {
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
 
-  /// Types `key` and takes what is written until that ends in `echo`. False at
-  /// the end or on a fault.
+  /// Types `key` and reads until the output ends in `echo`. False at the end of the output or
+  /// on an error.
   bool exchange(char key, std::string_view echo) {
-    return ::write(master_, &key, 1) == 1 && takeUntil(echo);
+    return ::write(master_, &key, 1) == 1 && readUntil(echo);
   }
 
-  bool takeUntil(std::string_view end) {
-    std::string taken;
-    while (!taken.ends_with(end)) {
+  bool readUntil(std::string_view end) {
+    std::string output;
+    while (!output.ends_with(end)) {
       std::array<char, 256> buffer{};
       const ssize_t count = ::read(master_, buffer.data(), buffer.size());
       if (count <= 0) {
         return false;
       }
-      taken.append(buffer.data(), static_cast<std::size_t>(count));
+      output.append(buffer.data(), static_cast<std::size_t>(count));
     }
     return true;
   }
@@ -82,7 +82,7 @@ class Terminal {
   bench::Child child_;
 };
 
-/// Keys come one by one and unechoed, as the shell has them.
+/// Echoes keys as the baseline; in the terminal mode of the shell: each key at once, no echo.
 void writeBackKeys() {
   termios mode{};
   if (::tcgetattr(STDIN_FILENO, &mode) != 0) {
@@ -103,7 +103,7 @@ void runShell() {
   ::execl(SHELL_PROGRAM, SHELL_PROGRAM, nullptr);
 }
 
-/// A key and its echo are timed; the second exchange takes the key back.
+/// Measures a key and its echo; `undo` then deletes the key.
 void registerKeys(const std::string& name, const std::function<bool()>& echo,
                   const std::function<bool()>& undo) {
   benchmark::RegisterBenchmark(name.c_str(),
@@ -125,24 +125,25 @@ void registerKeys(const std::string& name, const std::function<bool()>& echo,
       ->UseManualTime();
 }
 
-/// Both programs on the same processor, who types on the first one.
+/// Both programs on `processor`; the typing process is on the first one.
 class Placement {
  public:
-  Placement(const std::string& where, unsigned processor)
+  Placement(const std::string& description, unsigned processor)
       : baseline_(processor, writeBackKeys),
         shell_(processor, runShell),
-        comparison_{"bare key and echo, " + where, "treescope key and echo, " + where, 3.0} {
+        comparison_{"baseline key and echo, " + description,
+                    "treescope key and echo, " + description, 3.0} {
     constexpr std::string_view emptyLine = "\033[7G\033[0K\033[7G";
     constexpr std::string_view oneKey = "\033[7Gx\033[0K\033[8G";
-    constexpr char eraseToStart = 23;
-    if (!baseline_.takeUntil("$") || !shell_.takeUntil(emptyLine)) {
+    constexpr char deleteToStart = 23;  // Ctrl-W
+    if (!baseline_.readUntil("$") || !shell_.readUntil(emptyLine)) {
       throw std::runtime_error("no prompt");
     }
-    const auto writtenBack = [this] { return baseline_.exchange('x', "x"); };
-    registerKeys(comparison_.bare, writtenBack, writtenBack);
+    const auto exchange = [this] { return baseline_.exchange('x', "x"); };
+    registerKeys(comparison_.baseline, exchange, exchange);
     registerKeys(
         comparison_.ours, [this, oneKey] { return shell_.exchange('x', oneKey); },
-        [this, emptyLine] { return shell_.exchange(eraseToStart, emptyLine); });
+        [this, emptyLine] { return shell_.exchange(deleteToStart, emptyLine); });
   }
 
   [[nodiscard]] std::vector<bench::Comparison> comparisons() const { return {comparison_}; }

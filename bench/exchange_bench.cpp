@@ -9,29 +9,28 @@
 #include "bench/ratio_table.h"
 #include "bench/served_tree.h"
 
-// What an exchange with a model server costs beside the least that a round trip
-// between two processes over named pipes can cost: of one client, and of 64 that ask at
-// the same time. The bytes are as many, and the processes are placed alike: all on one
-// processor, then the server on another.
+// The time of an exchange with a model server, for one client and for 64 concurrent clients.
+// The baseline is a round trip between two processes over named pipes with messages of the same
+// length. All processes run on one processor; then the server runs on another.
 
 namespace {
 
-/// All servers on the same processor, all clients on the first one.
+/// Both servers on `serverProcessor`; the clients are on the first processor.
 class Placement {
  public:
-  Placement(const std::string& where, unsigned serverProcessor)
+  Placement(const std::string& description, unsigned serverProcessor)
       : baseline_(serverProcessor),
         server_(serverProcessor),
-        baselineName_("bare round trip, " + where),
-        oneName_("element sum, " + where),
-        clientsName_("element sum of 64 clients, " + where) {
+        baselineName_("baseline round trip, " + description),
+        oneName_("element sum, " + description),
+        clientsName_("element sum of 64 clients, " + description) {
     bench::registerRounds(baselineName_, [this] { return baseline_.roundTrip(); });
-    bench::registerRounds(oneName_, [this] { return client_.ask(); });
+    bench::registerRounds(oneName_, [this] { return client_.request(); });
     registerConcurrentClients();
   }
 
   [[nodiscard]] std::vector<bench::Comparison> comparisons() const {
-    // Four fifths of the rate are five fourths of the time.
+    // A target of 1.25 times the time is one of 0.8 times the rate.
     return {{baselineName_, oneName_, 1.3}, {baselineName_, clientsName_, 1.25}};
   }
 
@@ -43,13 +42,13 @@ class Placement {
         [this](benchmark::State& state) {
           for (auto _ : state) {
             const Clock::time_point start = Clock::now();
-            if (!clients_.ask()) {
-              state.SkipWithError("no answer");
+            if (!clients_.run()) {
+              state.SkipWithError("no reply");
               break;
             }
             const std::chrono::duration<double> taken = Clock::now() - start;
             state.SetIterationTime(taken.count() / (bench::ConcurrentClients::size *
-                                                    bench::ConcurrentClients::questionsEach));
+                                                    bench::ConcurrentClients::requestsEach));
           }
         })
         ->Repetitions(60)

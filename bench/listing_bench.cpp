@@ -1,5 +1,3 @@
-#include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <list>
@@ -8,39 +6,35 @@
 #include <vector>
 
 #include "bench/programs.h"
+#include "bench/ratio_table.h"
 
-// What the shell takes to list large trees, and trees of which it has subscribed
-// every part: whole runs, whose time and memory for a part must not grow with the
-// number of parts. What the same run takes beside a tree of one part is taken off:
-// its start, and the code that it brings into memory. Everything runs on one
-// processor: what it takes to wake another one differs with how long it slept.
+// The time and memory of the shell for listing large trees, and trees whose parts it has all
+// subscribed to. The cost of a part must not grow with the number of parts. The cost of the same
+// run with a tree of one part (start, code pages) is subtracted. Everything runs on one
+// processor, because the time to wake up another one depends on how long it was idle.
 
 namespace {
 
-/// A command beside a tree, and what its runs took.
+using bench::quantile;
+
+/// A command line, run with one tree, and its measurements.
 struct Row {
   std::string commands;
   std::size_t parts = 0;
-  std::size_t lines = 0;  ///< that it writes at the least
-  unsigned runs = 0;      ///< still to come
+  std::size_t lines = 0;  ///< minimum that it writes
+  unsigned runs = 0;      ///< remaining
   std::vector<double> milliseconds = {};
   std::vector<double> processorMs = {};
   std::vector<double> peakBytes = {};
 };
 
-double quantile(std::vector<double> values, double part) {
-  std::sort(values.begin(), values.end());
-  return values[static_cast<std::size_t>(
-      std::lround(part * static_cast<double>(values.size() - 1)))];
+/// What each further part adds to `start`, the same command with a tree of one part.
+double perPart(const Row& row, const Row& start, std::vector<double> Row::*values) {
+  return (quantile(row.*values, 0.5) - quantile(start.*values, 0.5)) /
+         static_cast<double>(row.parts - start.parts);
 }
 
-/// What each part adds to `least`, the same command beside a tree of one part.
-double perPart(const Row& row, const Row& least, std::vector<double> Row::*values) {
-  return (quantile(row.*values, 0.5) - quantile(least.*values, 0.5)) /
-         static_cast<double>(row.parts - least.parts);
-}
-
-/// A served tree and the rows beside it, in the same order for each tree.
+/// A served tree and its rows, in the same order for each tree.
 struct Tree {
   bench::ServerProgram server;
   std::vector<Row> rows;
@@ -48,7 +42,7 @@ struct Tree {
   Tree(const std::string& shape, std::size_t parts, unsigned runs)
       : server({"--synthetic", shape}, 0),
         rows{{"", parts, 0, runs}, {"ls -lr", parts, parts, runs}} {
-    // Enough to see a step that grows with the square.
+    // Large enough to detect quadratic growth.
     if (parts <= 10'000) {
       rows.push_back({"eu -r;ls -lr", parts, parts, runs});
       rows.push_back({"eu -r;eu -l", parts, parts, runs});
@@ -86,24 +80,24 @@ void printTimes(const Row& row) {
               quantile(row.milliseconds, 0.9), row.milliseconds.size());
 }
 
-/// `least` and `smaller`: the rows of the same command beside a tree of one part
-/// and beside the next smaller one.
-void printCosts(const Row& row, const Row& least, const Row& smaller) {
+/// `start` and `smaller`: the rows of the same command with a tree of one part and with the next
+/// smaller tree.
+void printCosts(const Row& row, const Row& start, const Row& smaller) {
   constexpr double growthTarget = 1.5;
   constexpr double bytesTarget = 400;
-  // On a busy machine short runs are disturbed less than long ones: the time of
-  // the processor says more about growth than the clock.
+  // On a busy machine long runs are disturbed more than short ones, so the processor time shows
+  // the growth better than the elapsed time.
   for (const auto values : {&Row::milliseconds, &Row::processorMs}) {
-    const double milliseconds = perPart(row, least, values);
+    const double milliseconds = perPart(row, start, values);
     std::printf(" %8.2f", milliseconds * 1e3);
-    if (&smaller != &least) {
-      std::printf(" %6.2f", milliseconds / perPart(smaller, least, values));
+    if (&smaller != &start) {
+      std::printf(" %6.2f", milliseconds / perPart(smaller, start, values));
     } else {
       std::printf(" %6s", "");
     }
   }
-  std::printf(" %6.2f %6.0f", growthTarget, perPart(row, least, &Row::peakBytes));
-  // Subscriptions are kept beside what is listed.
+  std::printf(" %6.2f %6.0f", growthTarget, perPart(row, start, &Row::peakBytes));
+  // The target excludes the memory of subscriptions.
   if (row.commands == "ls -lr") {
     std::printf(" %6.0f", bytesTarget);
   }
@@ -131,7 +125,7 @@ int main() {
     trees.emplace_back("1x1000", 1'000, 40);
     trees.emplace_back("1x10000", 10'000, 15);
     trees.emplace_back("10x10000", 100'000, 5);
-    // Interleaved, so that what else the machine does meets all alike.
+    // Interleaved, so that other load on the machine affects all rows equally.
     for (bool ran = true; ran;) {
       ran = false;
       for (Tree& tree : trees) {

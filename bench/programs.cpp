@@ -1,71 +1,148 @@
 #include "bench/programs.h"
 
-#include <fcntl.h>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <fstream>
 #include <stdexcept>
-#include <utility>
-
-#include "bench/pipe.h"
 
 namespace bench {
 
 namespace {
 
-/// Becomes `words[0]`; returns where it cannot.
-void execute(std::vector<std::string> words) {
-  std::vector<char*> arguments;
-  arguments.reserve(words.size() + 1);
-  for (std::string& word : words) {
-    arguments.push_back(word.data());
-  }
-  arguments.push_back(nullptr);
-  ::execv(arguments[0], arguments.data());
-}
+using Clock = std::chrono::steady_clock;
 
-std::string uniqueName() {
-  static int made = 0;
-  return "Model_bench" + std::to_string(::getpid()) + '_' + std::to_string(++made);
+/// A command line as execv(3) takes it.
+class Arguments {
+ public:
+  explicit Arguments(CommandLine words) : words_(std::move(words)) {
+    for (std::string& word : words_) {
+      pointers_.push_back(word.data());
+    }
+    pointers_.push_back(nullptr);
+  }
+
+  [[nodiscard]] char* const* get() const { return pointers_.data(); }
+
+  /// Replaces the calling process's program; returns only on an error.
+  void execute() const { ::execv(pointers_[0], pointers_.data()); }
+
+ private:
+  CommandLine words_;
+  std::vector<char*> pointers_;
+};
+
+/// An unnamed file in memory for a program's output.
+class OutputFile {
+ public:
+  OutputFile() : descriptor_(::memfd_create("output", MFD_CLOEXEC)) {
+    if (descriptor_ < 0) {
+      throw std::runtime_error("memfd_create");
+    }
+  }
+  ~OutputFile() { ::close(descriptor_); }
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  [[nodiscard]] int descriptor() const { return descriptor_; }
+
+  void describe(Run& run) const {
+    std::array<char, 65536> bytes{};
+    off_t offset = 0;
+    for (ssize_t count = 1; count > 0; offset += count) {
+      count = ::pread(descriptor_, bytes.data(), bytes.size(), offset);
+      const std::string_view part(bytes.data(),
+                                  static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+      run.lines += static_cast<std::size_t>(std::count(part.begin(), part.end(), '\n'));
+      if (offset == 0) {
+        run.output = part.substr(0, 4096);
+      }
+    }
+  }
+
+ private:
+  int descriptor_;
+};
+
+/// posix_spawn(3) with standard output set to `output`; prepared before the time is taken.
+class Spawner {
+ public:
+  explicit Spawner(int output) {
+    if (posix_spawn_file_actions_init(&files_) != 0 ||
+        posix_spawn_file_actions_adddup2(&files_, output, STDOUT_FILENO) != 0) {
+      throw std::runtime_error("posix_spawn_file_actions");
+    }
+  }
+  ~Spawner() { posix_spawn_file_actions_destroy(&files_); }
+  Spawner(const Spawner&) = delete;
+  Spawner& operator=(const Spawner&) = delete;
+
+  /// Returns -1 on an error.
+  [[nodiscard]] pid_t start(const Arguments& arguments) const {
+    pid_t pid = -1;
+    return posix_spawn(&pid, arguments.get()[0], &files_, nullptr, arguments.get(), environ) == 0
+               ? pid
+               : -1;
+  }
+
+ private:
+  posix_spawn_file_actions_t files_{};
+};
+
+pid_t forkProgram(const Arguments& arguments, int output) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    if (::dup2(output, STDOUT_FILENO) == STDOUT_FILENO) {
+      arguments.execute();
+    }
+    ::_exit(127);
+  }
+  return pid;
 }
 
 double secondsOf(const timeval& time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-std::size_t countLines(int file) {
-  std::array<char, 65536> bytes{};
-  std::size_t lines = 0;
-  off_t at = 0;
-  for (ssize_t count = 1; count > 0; at += count) {
-    count = ::pread(file, bytes.data(), bytes.size(), at);
-    for (ssize_t i = 0; i < count; ++i) {
-      lines += bytes[static_cast<std::size_t>(i)] == '\n' ? 1 : 0;
-    }
+std::string joined(const CommandLine& words) {
+  std::string line;
+  for (const std::string& word : words) {
+    line += (line.empty() ? "" : " ") + word.substr(0, 200);
   }
-  return lines;
+  return line;
+}
+
+std::string uniqueName() {
+  static int created = 0;
+  return "Model_bench" + std::to_string(::getpid()) + '_' + std::to_string(++created);
 }
 
 }  // namespace
 
-ServerProgram::ServerProgram(std::vector<std::string> arguments, std::optional<unsigned> processor)
+const char* const builtServer = SERVER_PROGRAM;
+
+ServerProgram::ServerProgram(const CommandLine& arguments, std::optional<unsigned> processor,
+                             const std::string& program)
     : name_(uniqueName()) {
-  arguments.insert(arguments.begin(), {SERVER_PROGRAM, "--name", name_});
+  CommandLine words{program, "--name", name_};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  const Arguments commandLine(words);
   const Pipe ready;
   child_ = std::make_unique<Child>([&] {
     if (::dup2(ready.writing, STDOUT_FILENO) == STDOUT_FILENO &&
         (!processor.has_value() || pinTo(*processor))) {
-      execute(std::move(arguments));
+      commandLine.execute();
     }
   });
   ::close(ready.writing);
-  // Its one line says that it is up; the end of the pipe, that it is not.
+  // It writes one line when clients can connect; if it fails, the pipe ends.
   char first = '\0';
   const ssize_t count = ::read(ready.reading, &first, 1);
   ::close(ready.reading);
@@ -82,7 +159,7 @@ std::size_t ServerProgram::writes() const {
       return count;
     }
   }
-  throw std::runtime_error("the system does not count the server's writes");
+  throw std::runtime_error("the server's write calls are not counted");
 }
 
 double ServerProgram::bytesOf(std::string_view name) const {
@@ -93,35 +170,39 @@ double ServerProgram::bytesOf(std::string_view name) const {
       return kilobytes * 1024;
     }
   }
-  throw std::runtime_error("the system does not tell the server's memory");
+  throw std::runtime_error("the server's memory cannot be read");
+}
+
+Run runProgram(const CommandLine& words, Launch launch) {
+  const OutputFile output;
+  const Arguments arguments(words);
+  const Spawner spawner(output.descriptor());
+  const Clock::time_point begin = Clock::now();
+  const pid_t pid = launch == Launch::spawn ? spawner.start(arguments)
+                                            : forkProgram(arguments, output.descriptor());
+  int status = 1;
+  rusage used{};
+  const bool exited = pid > 0 && ::wait4(pid, &status, 0, &used) == pid;
+  const std::chrono::duration<double> taken = Clock::now() - begin;
+  // ru_maxrss is in kilobytes (getrusage(2)).
+  Run run{taken.count(),
+          secondsOf(used.ru_utime) + secondsOf(used.ru_stime),
+          static_cast<double>(used.ru_maxrss) * 1024,
+          0,
+          {}};
+  output.describe(run);
+  if (!exited || status != 0) {
+    throw std::runtime_error("failed: " + joined(words) + '\n' + run.output);
+  }
+  return run;
 }
 
 Run runShell(const std::string& commands, std::size_t lines) {
-  const int file = ::memfd_create("listing", MFD_CLOEXEC);
-  if (file < 0) {
-    throw std::runtime_error("memfd_create");
+  Run run = runProgram({SHELL_PROGRAM, "-c", commands}, Launch::fork);
+  if (run.lines < lines) {
+    throw std::runtime_error("treescope -c \"" + commands + "\" wrote too few lines");
   }
-  const auto begin = std::chrono::steady_clock::now();
-  // Not posix_spawn: the child would begin with this process's memory as its peak.
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    if (::dup2(file, STDOUT_FILENO) == STDOUT_FILENO) {
-      execute({SHELL_PROGRAM, "-c", commands});
-    }
-    ::_exit(127);
-  }
-  int status = 1;
-  rusage used{};
-  const bool ended = pid > 0 && ::wait4(pid, &status, 0, &used) == pid && status == 0;
-  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-  const bool complete = ended && countLines(file) >= lines;
-  ::close(file);
-  if (!complete) {
-    throw std::runtime_error("treescope -c \"" + commands + "\" failed");
-  }
-  // The size is in kilobytes (getrusage(2)).
-  return {taken.count(), secondsOf(used.ru_utime) + secondsOf(used.ru_stime),
-          static_cast<double>(used.ru_maxrss) * 1024};
+  return run;
 }
 
 TypedShell::TypedShell(unsigned processor) {
@@ -130,7 +211,7 @@ TypedShell::TypedShell(unsigned processor) {
   child_ = std::make_unique<Child>([&] {
     if (::dup2(typed.reading, STDIN_FILENO) == STDIN_FILENO &&
         ::dup2(written.writing, STDOUT_FILENO) == STDOUT_FILENO && pinTo(processor)) {
-      execute({SHELL_PROGRAM});
+      Arguments({SHELL_PROGRAM}).execute();
     }
   });
   ::close(typed.reading);
@@ -138,7 +219,7 @@ TypedShell::TypedShell(unsigned processor) {
   input_ = typed.writing;
   output_ = written.reading;
   if (!await("$ ")) {
-    throw std::runtime_error("the shell shows no prompt");
+    throw std::runtime_error("the shell prints no prompt");
   }
 }
 
@@ -152,28 +233,36 @@ void TypedShell::type(const std::string& line) {
   clear();
   if (::write(input_, typed.data(), typed.size()) != static_cast<ssize_t>(typed.size()) ||
       !await("$ ") || written_.find("ERROR") != std::string::npos) {
-    throw std::runtime_error("the shell does not take \"" + line + '"');
+    throw std::runtime_error("the shell does not accept \"" + line + '"');
   }
 }
 
 void TypedShell::clear() {
-  pollfd output{output_, POLLIN, 0};
-  std::array<char, 4096> bytes{};
-  while (::poll(&output, 1, 0) == 1 && ::read(output_, bytes.data(), bytes.size()) > 0) {
-  }
+  discardInput(output_);
   written_.clear();
 }
 
 bool TypedShell::await(std::string_view text) {
+  return readUntil(output_, written_, text);
+}
+
+bool readUntil(int descriptor, std::string& written, std::string_view text) {
   std::array<char, 4096> bytes{};
-  while (written_.find(text) == std::string::npos) {
-    const ssize_t count = ::read(output_, bytes.data(), bytes.size());
+  while (written.find(text) == std::string::npos) {
+    const ssize_t count = ::read(descriptor, bytes.data(), bytes.size());
     if (count <= 0) {
       return false;
     }
-    written_.append(bytes.data(), static_cast<std::size_t>(count));
+    written.append(bytes.data(), static_cast<std::size_t>(count));
   }
   return true;
+}
+
+void discardInput(int descriptor) {
+  pollfd input{descriptor, POLLIN, 0};
+  std::array<char, 4096> bytes{};
+  while (::poll(&input, 1, 0) == 1 && ::read(descriptor, bytes.data(), bytes.size()) > 0) {
+  }
 }
 
 }  // namespace bench

@@ -1,59 +1,70 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "bench/served_tree.h"
+#include "bench/child_process.h"
 
-/// The built programs, as benchmarks run them. What cannot be started is a
-/// `std::runtime_error`.
+/// The programs that the benchmarks run. A program that does not start or fails is reported as
+/// a `std::runtime_error`.
 namespace bench {
 
-/// The built model server with `arguments`, and `--name NAME` of its own.
-/// Connectable once constructed; bound to `processor` (see `pinTo`), where one is
-/// given.
+/// The program and its arguments. The program is a path; PATH is not searched.
+using CommandLine = std::vector<std::string>;
+
+/// The path of modelsrvd in the build directory.
+extern const char* const builtServer;
+
+/// A model server, started with `arguments` and a `--name NAME` of its own. Accepts
+/// connections once constructed; bound to `processor` (see `pinTo`) if one is given.
 class ServerProgram {
  public:
-  explicit ServerProgram(std::vector<std::string> arguments,
-                         std::optional<unsigned> processor = std::nullopt);
+  explicit ServerProgram(const CommandLine& arguments,
+                         std::optional<unsigned> processor = std::nullopt,
+                         const std::string& program = builtServer);
 
   [[nodiscard]] const std::string& name() const { return name_; }
 
-  /// How often it has written anything so far (proc(5), /proc/PID/io).
+  /// The number of its write calls so far (proc(5), /proc/PID/io).
   [[nodiscard]] std::size_t writes() const;
 
-  /// How much of its memory is in use, in bytes: the most so far, and now.
+  /// Its resident memory in bytes: the peak so far, and the current size.
   [[nodiscard]] double peakBytes() const { return bytesOf("VmHWM:"); }
-  [[nodiscard]] double cachedBytes() const { return bytesOf("VmRSS:"); }
+  [[nodiscard]] double residentBytes() const { return bytesOf("VmRSS:"); }
 
  private:
-  /// A size among /proc/PID/status (proc(5)).
+  /// A size in /proc/PID/status (proc(5)).
   [[nodiscard]] double bytesOf(std::string_view name) const;
 
   std::string name_;
   std::unique_ptr<Child> child_;
 };
 
-/// What a program that ran to its end took.
+/// What a program used until it exited, and what it wrote.
 struct Run {
-  double seconds;
-  /// Of a processor, without the server's.
-  double processorSeconds;
-  /// The largest part of its memory that was in use at once.
-  double peakBytes;
+  double seconds;           ///< from before its start until it was waited for
+  double processorSeconds;  ///< user and system time, without that of a server
+  double peakBytes;         ///< peak of its resident set; see `Launch`
+  std::size_t lines;        ///< number of newlines in its output
+  std::string output;       ///< the first 4096 bytes
 };
 
-/// Runs the built shell with `-c commands`, its output going into an unnamed file;
-/// throws where its status is not 0 or it wrote no line for each of `lines`.
+/// How a program is started. `spawn` (posix_spawn(3)) adds the least time, but the peak of the
+/// resident set is then at least that of this process. `fork` measures the peak.
+enum class Launch { spawn, fork };
+
+/// Runs a program until it exits, its standard output going to a file in memory. Throws if its
+/// exit status is not 0.
+Run runProgram(const CommandLine& words, Launch launch);
+
+/// Runs the built shell with `-c commands` by `Launch::fork`. Throws if it wrote fewer than
+/// `lines` lines.
 Run runShell(const std::string& commands, std::size_t lines);
 
-/// The built shell at the other end of two pipes, reading lines; bound to
-/// `processor`.
+/// The built shell, interactive, with pipes for input and output; bound to `processor`.
 class TypedShell {
  public:
   explicit TypedShell(unsigned processor);
@@ -61,15 +72,15 @@ class TypedShell {
   TypedShell(const TypedShell&) = delete;
   TypedShell& operator=(const TypedShell&) = delete;
 
-  /// Types `line` and waits for the prompt behind what it prints.
+  /// Types `line` and waits for the next prompt.
   void type(const std::string& line);
 
-  /// Forgets what the shell has written so far.
+  /// Discards what the shell has written so far.
   void clear();
 
-  /// Waits until the shell has written `text` since the last `clear`; false at the
-  /// end of its output.
-  bool await(std::string_view text);
+  /// Waits until the shell has written `text` since the last `clear`; false at the end of its
+  /// output.
+  [[nodiscard]] bool await(std::string_view text);
 
  private:
   int input_ = -1;
@@ -77,5 +88,11 @@ class TypedShell {
   std::string written_;
   std::unique_ptr<Child> child_;
 };
+
+/// Waits until `text` has been read from `descriptor` into `written`; false at its end.
+[[nodiscard]] bool readUntil(int descriptor, std::string& written, std::string_view text);
+
+/// Reads and discards what `descriptor` holds, without waiting.
+void discardInput(int descriptor);
 
 }  // namespace bench

@@ -13,7 +13,7 @@
 namespace bench {
 namespace {
 
-/// Keeps the time of each repetition, in microseconds.
+/// Stores the time of each repetition in microseconds.
 class Collector : public benchmark::BenchmarkReporter {
  public:
   bool ReportContext(const Context&) override { return true; }
@@ -29,29 +29,19 @@ class Collector : public benchmark::BenchmarkReporter {
     }
   }
 
-  /// The times of `name` in ascending order.
-  std::vector<double> sorted(const std::string& name) {
-    std::vector<double> times = times_[name];
-    std::sort(times.begin(), times.end());
-    return times;
-  }
+  const std::vector<double>& times(const std::string& name) { return times_[name]; }
 
  private:
   std::map<std::string, std::vector<double>> times_;
 };
-
-double quantile(const std::vector<double>& sorted, double part) {
-  return sorted[static_cast<std::size_t>(
-      std::lround(part * static_cast<double>(sorted.size() - 1)))];
-}
 
 void printRow(const std::string& name, const std::vector<double>& times) {
   std::printf("%-42s %10.2f %10.2f %10.2f %8zu", name.c_str(), quantile(times, 0.5),
               quantile(times, 0.1), quantile(times, 0.9), times.size());
 }
 
-/// Takes "--no-titles" out of `arguments`; tells whether it was there.
-bool takeNoTitles(std::vector<char*>& arguments) {
+/// Removes "--no-titles" from `arguments`; true if it was there.
+bool removeNoTitles(std::vector<char*>& arguments) {
   return std::erase_if(arguments, [](const char* argument) {
            return std::string_view(argument) == "--no-titles";
          }) != 0;
@@ -59,12 +49,18 @@ bool takeNoTitles(std::vector<char*>& arguments) {
 
 }  // namespace
 
+double quantile(std::vector<double> values, double part) {
+  std::sort(values.begin(), values.end());
+  return values[static_cast<std::size_t>(
+      std::lround(part * static_cast<double>(values.size() - 1)))];
+}
+
 void registerRounds(const std::string& name, const std::function<bool()>& round) {
   benchmark::RegisterBenchmark(name.c_str(),
                                [round](benchmark::State& state) {
                                  for (auto _ : state) {
                                    if (!round()) {
-                                     state.SkipWithError("no answer");
+                                     state.SkipWithError("no reply");
                                      break;
                                    }
                                  }
@@ -76,8 +72,8 @@ void registerRounds(const std::string& name, const std::function<bool()>& round)
 
 int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons) {
   std::vector<char*> arguments(argv, argv + argc);
-  const bool titles = !takeNoTitles(arguments);
-  // Interleaved, so that what else the machine does meets all alike.
+  const bool titles = !removeNoTitles(arguments);
+  // Interleaved, so that other load on the machine affects all rows equally.
   std::string interleave = "--benchmark_enable_random_interleaving=true";
   arguments.push_back(interleave.data());
   int count = static_cast<int>(arguments.size());
@@ -93,18 +89,18 @@ int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparis
   }
   std::string lastBaseline;
   for (const Comparison& comparison : comparisons) {
-    const std::vector<double> bare = collector.sorted(comparison.bare);
-    const std::vector<double> ours = collector.sorted(comparison.ours);
-    if (bare.empty() || ours.empty()) {
-      std::fprintf(stderr, "%s: nothing measured\n", comparison.ours.c_str());
+    const std::vector<double>& baseline = collector.times(comparison.baseline);
+    const std::vector<double>& ours = collector.times(comparison.ours);
+    if (baseline.empty() || ours.empty()) {
+      std::fprintf(stderr, "%s: no measurements\n", comparison.ours.c_str());
       return 1;
     }
-    if (std::exchange(lastBaseline, comparison.bare) != comparison.bare) {
-      printRow(comparison.bare, bare);
+    if (std::exchange(lastBaseline, comparison.baseline) != comparison.baseline) {
+      printRow(comparison.baseline, baseline);
       std::printf("\n");
     }
     printRow(comparison.ours, ours);
-    std::printf(" %7.2f %7.2f\n", quantile(ours, 0.5) / quantile(bare, 0.5), comparison.target);
+    std::printf(" %7.2f %7.2f\n", quantile(ours, 0.5) / quantile(baseline, 0.5), comparison.target);
   }
   return 0;
 }

@@ -7,34 +7,36 @@
 #include <string>
 #include <vector>
 
-#include "bench/served_tree.h"
+#include "bench/child_process.h"
 
-/// Runs the registered benchmarks interleaved and prints what they cost beside
-/// each other.
+/// Runs the registered benchmarks interleaved and prints their times and ratios.
 namespace bench {
 
-/// Two benchmarks by their names: what a thing costs at the least, and what it
-/// costs here, which ought to be at most `target` times as much.
+/// The value below which the fraction `part` of `values` lies; `values` must not be empty.
+[[nodiscard]] double quantile(std::vector<double> values, double part);
+
+/// The names of two benchmarks: the baseline, and the one of this system, whose median should
+/// be at most `target` times that of the baseline.
 struct Comparison {
-  std::string bare;
+  std::string baseline;
   std::string ours;
   double target;
 };
 
-/// Registers a benchmark of that name, whose iterations are calls of `round`; it is
-/// skipped where one gives false.
+/// Registers a benchmark whose iterations are calls of `round`. It ends with an error when a
+/// call returns false.
 void registerRounds(const std::string& name, const std::function<bool()>& round);
 
-/// Prints a row for each benchmark of `comparisons`: median, 10th and 90th
-/// percentile of its repetitions in microseconds, and behind ours the ratio of
-/// the medians and its target. What several are compared with in a row stands there
-/// once. Returns an exit status: 0 where all ran, whatever
-/// the ratios. With the argument "--no-titles" the row of titles is left out.
+/// Runs the benchmarks and prints a row for each: the median, the 10th and the 90th percentile
+/// of its repetitions in microseconds; in the rows of `ours`, also the ratio of the medians
+/// and its target. A baseline that consecutive comparisons share is printed once. Returns an
+/// exit status: 0 if all benchmarks ran, whatever the ratios. The argument "--no-titles"
+/// suppresses the title row.
 int runAndCompare(int argc, char** argv, const std::vector<Comparison>& comparisons);
 
-/// The `main` of a benchmark of two processes: runs it with both on one processor and
-/// with a processor each. `Placement` is made from a name and the processor of the
-/// other process, registers its benchmarks and gives its `comparisons()`.
+/// The `main` of a benchmark of two processes: runs it with both on one processor, then with a
+/// processor each. A `Placement` is constructed from a description and the processor of the
+/// other process; it registers its benchmarks and returns its `comparisons()`.
 template <typename Placement>
 int runInBothPlacements(int argc, char** argv) {
   try {

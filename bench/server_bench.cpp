@@ -3,10 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <deque>
 #include <exception>
@@ -20,29 +18,25 @@
 #include <vector>
 
 #include "bench/programs.h"
+#include "bench/ratio_table.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
 
-// What serving a tree costs the server: a change that its own program makes, beside
-// clients that hold and want more and more of the tree; and the time and the memory
-// that trees of several sizes take.
+// The cost of serving a tree: the time of a change that the server's program makes, while clients
+// have more and more of the tree cached or subscribed; and the start time and memory of trees of
+// several sizes.
 
 namespace {
 
+using bench::quantile;
 using Clock = std::chrono::steady_clock;
-
-double quantile(std::vector<double> values, double part) {
-  std::sort(values.begin(), values.end());
-  return values[static_cast<std::size_t>(
-      std::lround(part * static_cast<double>(values.size() - 1)))];
-}
 
 void printTitle(const char* unit) {
   std::printf("\n%-46s %9s %9s %9s %8s %7s %7s\n", unit, "median", "p10", "p90", "samples",
               "target", "ratio");
 }
 
-/// `target` 0: none.
+/// A `target` of 0 means that there is none.
 void printRow(const std::string& name, const std::vector<double>& values, double target) {
   const double median = quantile(values, 0.5);
   std::printf("%-46s %9.1f %9.1f %9.1f %8zu", name.c_str(), median, quantile(values, 0.1),
@@ -55,8 +49,8 @@ void printRow(const std::string& name, const std::vector<double>& values, double
 
 constexpr std::size_t partCount = 1000;
 
-/// A program that serves parts 0 to `partCount` - 1 and changes their values while
-/// another thread of it dispatches.
+/// A server of parts 0 to `partCount` - 1 in this process, which changes their values while
+/// another thread dispatches.
 class ChangingServer {
  public:
   explicit ChangingServer(const std::string& name) {
@@ -65,22 +59,22 @@ class ChangingServer {
       require(root_.add(&part));
     }
     require(root_.startAsServer(name));
-    pump_ = std::thread([this] {
-      while (!ending_.load()) {
+    dispatcher_ = std::thread([this] {
+      while (!stopping_.load()) {
         static_cast<void>(manager_.receiveEvent(-1));
       }
     });
   }
   ~ChangingServer() {
-    ending_.store(true);
+    stopping_.store(true);
     manager_.wake();
-    pump_.join();
+    dispatcher_.join();
     root_.stop(true);
   }
   ChangingServer(const ChangingServer&) = delete;
   ChangingServer& operator=(const ChangingServer&) = delete;
 
-  /// Gives each part another value; the nanoseconds that one change took.
+  /// Changes the value of each part; returns the nanoseconds for one change.
   double changeAll() {
     ++value_;
     const auto begin = Clock::now();
@@ -90,8 +84,8 @@ class ChangingServer {
     return since(begin) / static_cast<double>(partCount);
   }
 
-  /// Gives the first part another value; the nanoseconds that it took, the clock's
-  /// own included.
+  /// Changes the value of the first part; returns the nanoseconds, including the overhead of
+  /// the clock.
   double changeFirst() {
     ++value_;
     const auto begin = Clock::now();
@@ -113,49 +107,48 @@ class ChangingServer {
   ModelSrv::ModelRoot root_{&manager_};
   std::deque<ModelSrv::ValuePart<std::int32_t>> parts_;
   std::int32_t value_ = 0;
-  std::atomic<bool> ending_{false};
-  std::thread pump_;
+  std::atomic<bool> stopping_{false};
+  std::thread dispatcher_;
 };
 
-/// A connected client in a process of its own, which does one thing whenever it is
-/// told to.
+/// A connected client in a process of its own, which performs an action on each request.
 class ClientProcess {
  public:
-  using Deed = std::function<bool(ModelSrv::ModelRoot&, std::deque<ModelSrv::ModelPart>&)>;
+  using Action = std::function<bool(ModelSrv::ModelRoot&, std::deque<ModelSrv::ModelPart>&)>;
 
-  /// Made before the server, so that the child has no thread but its own.
-  ClientProcess(std::string name, Deed deed) {
-    if (::pipe2(orders_.data(), O_CLOEXEC) != 0 || ::pipe2(answers_.data(), O_CLOEXEC) != 0) {
-      throw std::runtime_error("pipe2");
-    }
-    child_ = std::make_unique<bench::Child>([this, name = std::move(name), deed = std::move(deed)] {
-      ::close(orders_[1]);
-      obey(name, deed);
-    });
+  /// Created before the server, so that no thread is running when the process forks.
+  ClientProcess(std::string name, Action action) {
+    child_ =
+        std::make_unique<bench::Child>([this, name = std::move(name), action = std::move(action)] {
+          ::close(requests_.writing);
+          serveRequests(name, action);
+        });
   }
   ~ClientProcess() {
-    for (const int descriptor : {orders_[0], orders_[1], answers_[0], answers_[1]}) {
+    for (const int descriptor :
+         {requests_.reading, requests_.writing, replies_.reading, replies_.writing}) {
       ::close(descriptor);
     }
   }
   ClientProcess(const ClientProcess&) = delete;
   ClientProcess& operator=(const ClientProcess&) = delete;
 
-  /// Returns when the client has connected, the first time, and has done its deed.
+  /// Has the client connect, the first time, and perform its action; returns when that is done.
   void act() {
-    char word = 'd';
-    if (::write(orders_[1], &word, 1) != 1 || ::read(answers_[0], &word, 1) != 1 || word != 'y') {
+    char status = 'r';
+    if (::write(requests_.writing, &status, 1) != 1 || ::read(replies_.reading, &status, 1) != 1 ||
+        status != 'y') {
       throw std::runtime_error("the client failed");
     }
   }
 
  private:
-  void obey(const std::string& name, const Deed& deed) {
+  void serveRequests(const std::string& name, const Action& action) {
     EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
     ModelSrv::ModelRoot root(&manager);
     std::deque<ModelSrv::ModelPart> parts;
-    char word = '\0';
-    bool isGood = ::read(orders_[0], &word, 1) == 1;
+    char status = '\0';
+    bool isGood = ::read(requests_.reading, &status, 1) == 1;
     for (std::size_t i = 0; isGood && i < partCount; ++i) {
       auto& part = parts.emplace_back(static_cast<ModelSrv::ModelPartId>(i));
       isGood = root.add(&part) == ModelSrv::ModelRes_Success;
@@ -163,17 +156,18 @@ class ClientProcess {
     isGood = isGood && root.startAsClient(name, ModelSrv::ModelRoot::CachePeriod_Stop,
                                           EvtSrv::ConBehave_Default) == ModelSrv::ModelRes_Success;
     do {
-      word = isGood && deed(root, parts) ? 'y' : 'n';
-      isGood = ::write(answers_[1], &word, 1) == 1 && ::read(orders_[0], &word, 1) == 1;
+      status = isGood && action(root, parts) ? 'y' : 'n';
+      isGood =
+          ::write(replies_.writing, &status, 1) == 1 && ::read(requests_.reading, &status, 1) == 1;
     } while (isGood);
   }
 
-  std::array<int, 2> orders_{-1, -1};
-  std::array<int, 2> answers_{-1, -1};
+  bench::Pipe requests_;
+  bench::Pipe replies_;
   std::unique_ptr<bench::Child> child_;
 };
 
-/// Asks for every value, most of which come in a few prefetch.
+/// Requests every value; most of them come in a few prefetch replies.
 bool readAll(ModelSrv::ModelRoot& /*root*/, std::deque<ModelSrv::ModelPart>& parts) {
   return std::all_of(parts.begin(), parts.end(), [](ModelSrv::ModelPart& part) {
     std::ostringstream text;
@@ -193,8 +187,8 @@ bool subscribeAll(ModelSrv::ModelRoot& root, std::deque<ModelSrv::ModelPart>& pa
   });
 }
 
-/// Subscribes the first part, the first time, and takes every update that is there.
-ClientProcess::Deed takeUpdatesOfFirst() {
+/// Subscribes to the first part, the first time, and dispatches every pending update.
+ClientProcess::Action takeUpdatesOfFirst() {
   return [subscribed = false](ModelSrv::ModelRoot& root,
                               std::deque<ModelSrv::ModelPart>& parts) mutable {
     subscribed = subscribed ||
@@ -220,42 +214,41 @@ void measureChanges() {
   const std::string name = "Model_bench" + std::to_string(::getpid()) + "_changed";
   const auto nothing = [](ModelSrv::ModelRoot&, auto&) { return true; };
   ClientProcess idle(name, nothing);
-  ClientProcess holder(name, readAll);
-  ClientProcess asking(name, readFirst);
-  ClientProcess attentive(name, takeUpdatesOfFirst());
-  ClientProcess subscriber(name, subscribeAll);
+  ClientProcess cachesAll(name, readAll);
+  ClientProcess cachesFirst(name, readFirst);
+  ClientProcess takesUpdates(name, takeUpdatesOfFirst());
+  ClientProcess takesNothing(name, subscribeAll);
   ChangingServer server(name);
   printTitle("nanoseconds a change");
   const auto printChanges = [&](const char* situation) {
     printRow(situation, sample(many, [&server] { return server.changeAll(); }), target);
   };
-  printChanges("nobody connected");
+  printChanges("no client connected");
   idle.act();
-  printChanges("a client connected that holds nothing");
-  printRow("one that held all answers, changes of all",
+  printChanges("one client connected, nothing cached");
+  printRow("one with all values cached, changes of all",
            sample(many,
                   [&] {
-                    holder.act();
+                    cachesAll.act();
                     return server.changeAll();
                   }),
            target);
-  const auto changeBehind = [&](ClientProcess& client) {
+  const auto changeAfter = [&](ClientProcess& client) {
     return sample(many, [&] {
       client.act();
       return server.changeFirst();
     });
   };
-  printRow("one that holds the answer, a single change", changeBehind(asking), target);
-  // Told at once, with a write that wakes the subscriber.
-  printRow("one subscriber that has taken all, a single", changeBehind(attentive), 0);
-  subscriber.act();
-  // Once the pipe is full, the updates wait for room in it.
-  printRow("one subscriber of all that takes nothing",
+  printRow("one with the value cached, a single change", changeAfter(cachesFirst), target);
+  // The subscriber is notified at once, with a write that wakes it up.
+  printRow("one subscriber that reads, a single change", changeAfter(takesUpdates), 0);
+  takesNothing.act();
+  // Once the pipe is full, the updates are pending until it has space.
+  printRow("one subscriber to all that does not read",
            sample(many, [&server] { return server.changeAll(); }), 0);
 }
 
-/// A description of `parts` values in nodes of at most 10,000, without a name in the
-/// file system.
+/// A tree description of `parts` values in nodes of at most 10,000, as an unnamed file.
 class DescriptionFile {
  public:
   explicit DescriptionFile(std::size_t parts) : file_(::memfd_create("tree", MFD_CLOEXEC)) {
@@ -273,7 +266,7 @@ class DescriptionFile {
     text += "]}]}";
     if (file_ < 0 ||
         ::write(file_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-      throw std::runtime_error("cannot write a description");
+      throw std::runtime_error("cannot write a tree description");
     }
   }
   ~DescriptionFile() { ::close(file_); }
@@ -288,11 +281,11 @@ class DescriptionFile {
   int file_;
 };
 
-/// What modelsrvd took for a tree.
+/// The start time and memory of modelsrvd with a tree.
 struct TreeCost {
   std::vector<double> milliseconds;
   std::vector<double> peak;
-  std::vector<double> cachedAfterListing;
+  std::vector<double> residentAfterListing;
 };
 
 TreeCost measureTree(std::size_t parts, unsigned runs) {
@@ -305,35 +298,35 @@ TreeCost measureTree(std::size_t parts, unsigned runs) {
         std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
     cost.peak.push_back(server.peakBytes());
     bench::runShell("cd " + server.name() + ";ls -lr", parts);
-    cost.cachedAfterListing.push_back(server.cachedBytes());
+    cost.residentAfterListing.push_back(server.residentBytes());
   }
   return cost;
 }
 
 void measureTrees() {
   constexpr double bytesTarget = 300;
-  const TreeCost least = measureTree(1, 9);
-  printTitle("modelsrvd beside its start with a single part");
-  printRow("milliseconds, 1 part", least.milliseconds, 0);
+  const TreeCost start = measureTree(1, 9);
+  printTitle("modelsrvd, above its start with a single part");
+  printRow("milliseconds, 1 part", start.milliseconds, 0);
   for (const std::size_t parts : {1'000U, 10'000U, 100'000U}) {
     const TreeCost cost = measureTree(parts, parts > 10'000 ? 5 : 9);
-    const auto perPart = [parts](std::vector<double> values, const std::vector<double>& beside) {
-      const double start = quantile(beside, 0.5);
+    const auto perPart = [parts](std::vector<double> values, const std::vector<double>& single) {
+      const double median = quantile(single, 0.5);
       for (double& value : values) {
-        value = (value - start) / static_cast<double>(parts - 1);
+        value = (value - median) / static_cast<double>(parts - 1);
       }
       return values;
     };
     const std::string size = ", " + std::to_string(parts) + " parts";
-    auto microseconds = perPart(cost.milliseconds, least.milliseconds);
+    auto microseconds = perPart(cost.milliseconds, start.milliseconds);
     std::transform(microseconds.begin(), microseconds.end(), microseconds.begin(),
                    [](double milliseconds) { return milliseconds * 1e3; });
-    printRow("microseconds of start a part" + size, microseconds, 0);
-    // In fewer parts the pages of the memory count for more than they.
+    printRow("start time, microseconds a part" + size, microseconds, 0);
+    // With fewer parts, whole memory pages distort the figure.
     const double target = parts < 10'000 ? 0 : bytesTarget;
-    printRow("bytes a part, at most" + size, perPart(cost.peak, least.peak), target);
+    printRow("peak bytes a part" + size, perPart(cost.peak, start.peak), target);
     printRow("bytes a part, after ls -lr" + size,
-             perPart(cost.cachedAfterListing, least.cachedAfterListing), target);
+             perPart(cost.residentAfterListing, start.residentAfterListing), target);
   }
 }
 
@@ -342,7 +335,7 @@ void measureShell() {
   const bench::ServerProgram server({"--synthetic", "1x1"});
   const std::string commands = "cd " + server.name() + "; get group_000/item_0000";
   printTitle("kilobytes");
-  printRow("treescope -c \"cd X; get y\", at most",
+  printRow("treescope -c \"cd X; get y\", peak",
            sample(9, [&] { return bench::runShell(commands, 1).peakBytes / 1024; }),
            kilobytesTarget);
 }
@@ -351,7 +344,7 @@ void measureShell() {
 
 int main() {
   try {
-    // The shell first: a process begins with its parent's memory as its peak.
+    // The shell first: the peak of a forked process begins at the size of its parent.
     measureShell();
     measureTrees();
     measureChanges();

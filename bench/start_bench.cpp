@@ -12,12 +12,12 @@
 #include "bench/programs.h"
 #include "bench/ratio_table.h"
 
-// What one command costs from a script: the whole run of the shell that connects,
-// reads or writes a value and prints it, beside a C++ program that prints one line.
+// The time of one command in a script: a whole run of the shell, which connects, reads or writes
+// a value and prints it. The baseline is a C++ program that prints one line.
 
 namespace {
 
-/// Runs a program to its end; returns the bytes that it wrote, or -1.
+/// Runs a program until it exits; returns the number of bytes that it wrote, or -1 on an error.
 long runProgram(std::vector<std::string> words) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
@@ -48,15 +48,16 @@ long runProgram(std::vector<std::string> words) {
 }
 
 void registerProgram(const std::string& name, const std::vector<std::string>& words) {
-  benchmark::RegisterBenchmark(name.c_str(),
-                               [words](benchmark::State& state) {
-                                 for (auto _ : state) {
-                                   if (runProgram(words) <= 0) {
-                                     state.SkipWithError("it printed nothing or failed");
-                                     break;
-                                   }
-                                 }
-                               })
+  benchmark::RegisterBenchmark(
+      name.c_str(),
+      [words](benchmark::State& state) {
+        for (auto _ : state) {
+          if (runProgram(words) <= 0) {
+            state.SkipWithError("no output or an exit status other than 0");
+            break;
+          }
+        }
+      })
       ->Iterations(1)
       ->Repetitions(300)
       ->UseRealTime();
@@ -67,14 +68,14 @@ void registerProgram(const std::string& name, const std::vector<std::string>& wo
 int main(int argc, char** argv) {
   try {
     const bench::ServerProgram server({"--synthetic", "2x3"});
-    const std::string line = "program that prints a line";
-    const std::string read = "treescope -c \"cd; get\"";
-    const std::string written = "treescope -c \"cd; set\"";
+    const std::string baseline = "program that prints a line";
+    const std::string get = "treescope -c \"cd; get\"";
+    const std::string set = "treescope -c \"cd; set\"";
     const std::string connect = "cd " + server.name();
-    registerProgram(line, {ONE_LINE_PROGRAM});
-    registerProgram(read, {SHELL_PROGRAM, "-c", connect + ";get /group_001/item_0002"});
-    registerProgram(written, {SHELL_PROGRAM, "-c", connect + ";set 7 /group_001/item_0002"});
-    return bench::runAndCompare(argc, argv, {{line, read, 1.5}, {line, written, 1.5}});
+    registerProgram(baseline, {ONE_LINE_PROGRAM});
+    registerProgram(get, {SHELL_PROGRAM, "-c", connect + ";get /group_001/item_0002"});
+    registerProgram(set, {SHELL_PROGRAM, "-c", connect + ";set 7 /group_001/item_0002"});
+    return bench::runAndCompare(argc, argv, {{baseline, get, 1.5}, {baseline, set, 1.5}});
   } catch (const std::exception& error) {
     std::fprintf(stderr, "start_bench: %s\n", error.what());
     return 1;

@@ -14,9 +14,9 @@
 #include "modelsrv/model_node.h"
 #include "modelsrv/model_root.h"
 
-// How long a person waits for an update: from the moment that somebody's store
-// has been answered until the subscribed shell has written it, beside the round
-// trip between two bare processes that are placed as the shell and the server are.
+// The time of an update: from the reply to a client's store until the subscribed shell has
+// printed the update. The baseline is a round trip between two processes on the processors of
+// the shell and the server.
 
 namespace {
 
@@ -34,7 +34,7 @@ class StoringClient {
     }
   }
 
-  /// Stores a number that the part does not have.
+  /// Stores a value that differs from the current one; false on an error.
   bool storeAnother() {
     std::istringstream text(std::to_string(++stored_));
     return item_.load(text, false, ModelSrv::ModelPartIndex_All) == ModelSrv::ModelRes_Success;
@@ -50,16 +50,16 @@ class StoringClient {
 
 constexpr const char* partPath = "/group_000/item_0000";
 
-/// The shell on the first processor, the server on another or the same.
+/// The shell on the first processor, the server on `serverProcessor`.
 class Placement {
  public:
-  Placement(const std::string& where, unsigned serverProcessor)
+  Placement(const std::string& description, unsigned serverProcessor)
       : baseline_(serverProcessor),
         server_({"--synthetic", "1x1"}, serverProcessor),
-        comparison_{"bare round trip, " + where, "update shown, " + where, 5.0} {
+        comparison_{"baseline round trip, " + description, "update shown, " + description, 5.0} {
     shell_.type("cd " + server_.name());
     shell_.type(std::string("eu ") + partPath);
-    bench::registerRounds(comparison_.bare, [this] { return baseline_.roundTrip(); });
+    bench::registerRounds(comparison_.baseline, [this] { return baseline_.roundTrip(); });
     registerUpdates();
   }
 
@@ -78,7 +78,7 @@ class Placement {
             }
             const Clock::time_point stored = Clock::now();
             if (!shell_.await(partPath)) {
-              state.SkipWithError("the shell has ended");
+              state.SkipWithError("the shell has exited");
               break;
             }
             state.SetIterationTime(std::chrono::duration<double>(Clock::now() - stored).count());

@@ -1,6 +1,4 @@
-#include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
@@ -9,32 +7,26 @@
 
 #include "bench/baseline_pipes.h"
 #include "bench/programs.h"
+#include "bench/ratio_table.h"
 
-// What commands over whole trees take, counted in the round trips that they would
-// need if each part cost one: whole runs of the shell, its output in a file, beside
-// bare round trips over named pipes, everything on one processor; and how many
-// exchanges with the server are made for the parts. Then the same while the values
-// change.
+// The time of commands on whole trees: whole runs of the shell with its output in a file, in
+// multiples of a baseline round trip over named pipes; and the number of parts for each exchange
+// with the server. Then the same while values change. Everything runs on one processor.
 
 namespace {
 
+using bench::quantile;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t parts = 10'000;
 
-double quantile(std::vector<double> values, double part) {
-  std::sort(values.begin(), values.end());
-  return values[static_cast<std::size_t>(
-      std::lround(part * static_cast<double>(values.size() - 1)))];
-}
-
-/// A command beside a server, and what its runs took.
+/// A command line, run with one server, and its measurements.
 struct Row {
   std::string title;
   const bench::ServerProgram& server;
   std::string commands;
-  std::size_t lines;  ///< that it writes at the least: one a part
-  unsigned runs;      ///< still to come
+  std::size_t lines;  ///< minimum that it writes: one for each part
+  unsigned runs;      ///< remaining
   std::vector<double> milliseconds = {};
   std::vector<double> exchanges = {};
 
@@ -43,38 +35,38 @@ struct Row {
     const std::size_t before = server.writes();
     const bench::Run run = bench::runShell("cd " + server.name() + ';' + commands, lines);
     milliseconds.push_back(run.seconds * 1e3);
-    // Of each exchange the server's side is one write; a reply in pieces counts more.
+    // The server makes one write call for each exchange, or more if the reply is split.
     exchanges.push_back(static_cast<double>(server.writes() - before));
   }
 };
 
-/// Microseconds for one round trip.
+/// The time of one baseline round trip in microseconds.
 double measure(const bench::BaselinePipes& pipes) {
   constexpr int trips = 2000;
   const auto begin = Clock::now();
   for (int i = 0; i < trips; ++i) {
     if (!pipes.roundTrip()) {
-      throw std::runtime_error("no bare round trip");
+      throw std::runtime_error("the baseline round trip failed");
     }
   }
   return std::chrono::duration<double, std::micro>(Clock::now() - begin).count() / trips;
 }
 
-/// Interleaved, so that what else the machine does meets all alike; the bare round
-/// trip's times.
+/// Runs the rows interleaved, so that other load on the machine affects all equally. Returns the
+/// times of the baseline round trip.
 std::vector<double> runAll(std::vector<Row>& rows, const bench::BaselinePipes& pipes) {
-  std::vector<double> bare;
+  std::vector<double> baseline;
   for (bool ran = true; ran;) {
     ran = false;
     for (Row& row : rows) {
       if (row.runs > 0) {
-        bare.push_back(measure(pipes));
+        baseline.push_back(measure(pipes));
         row.run();
         ran = true;
       }
     }
   }
-  return bare;
+  return baseline;
 }
 
 void printTitles() {
@@ -82,8 +74,8 @@ void printTitles() {
               "p90", "runs", "trips", "target", "p/exch", "target", "times", "target");
 }
 
-/// `quiet`: the first row's median; what is no such row is printed beside it, and
-/// ought to take at most `target` times as long.
+/// `quiet` is the median of the first row. A row with a `target` is compared with it: its median
+/// should be at most `target` times as large.
 void print(const Row& row, double baselineUs, double quiet, double target) {
   constexpr double tripsTarget = 2'500;
   constexpr double partsTarget = 50;
@@ -118,16 +110,16 @@ int main() {
         {"ls -lr of 100,000 parts", large, "ls -lr", 10 * parts, 7},
         {"ls -lr, 1,000 changes a second", changing, "ls -lr", parts, 25},
     };
-    const std::vector<double> bare = runAll(rows, pipes);
-    const double baselineUs = quantile(bare, 0.5);
+    const std::vector<double> baseline = runAll(rows, pipes);
+    const double baselineUs = quantile(baseline, 0.5);
     const double first = quantile(rows[0].milliseconds, 0.5);
     printTitles();
     print(rows[0], baselineUs, first, 0);
     print(rows[1], baselineUs, first, 0);
     print(rows[2], baselineUs, first, 11);
     print(rows[3], baselineUs, first, 2);
-    std::printf("a bare round trip: %.2f us (%.2f to %.2f)\n", baselineUs, quantile(bare, 0.1),
-                quantile(bare, 0.9));
+    std::printf("a baseline round trip: %.2f us (%.2f to %.2f)\n", baselineUs,
+                quantile(baseline, 0.1), quantile(baseline, 0.9));
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "whole_tree_bench: %s\n", error.what());

@@ -2,28 +2,26 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
-#include "bench/peers/bus_names.h"
 #include "bench/peers/bus_session.h"
 
-// What a client of its own would cost a user of the D-Bus (busctl(1) prints all
-// objects as one long line):
+// A client of the service on the D-Bus that prints values by lines, which busctl(1) does not:
 //
-//   bus_client list           every value with its path, a line each
-//   bus_client watch          a line for each value that changes
+//   bus_client list           prints every value with its path
+//   bus_client watch          prints "ready", then each value that changes
 
 namespace {
 
 using bench::peers::busInterface;
 using bench::peers::busService;
 using bench::peers::check;
-using bench::peers::serveBus;
+using bench::peers::dispatchBus;
+using bench::peers::openBus;
 
-/// Calls `body` for each entry of the array that comes next in `message`.
+/// Calls `body` for each entry of the array at the read position of `message`.
 template <typename Body>
 void each(sd_bus_message* message, const char* entry, const Body& body) {
   check(sd_bus_message_enter_container(message, 'a', (std::string("{") + entry + "}").c_str()),
@@ -35,7 +33,7 @@ void each(sd_bus_message* message, const char* entry, const Body& body) {
   check(sd_bus_message_exit_container(message), "end of array");
 }
 
-/// Prints the properties that come next in `message`.
+/// Prints the properties at the read position of `message`.
 void printValues(sd_bus_message* message, const char* path) {
   each(message, "sv", [&] {
     const char* name = nullptr;
@@ -79,7 +77,9 @@ int printChange(sd_bus_message* message, void*, sd_bus_error*) {
   check(sd_bus_match_signal(bus, nullptr, busService, nullptr, "org.freedesktop.DBus.Properties",
                             "PropertiesChanged", printChange, nullptr),
         "match");
-  serveBus(bus);
+  std::puts("ready");
+  std::fflush(stdout);
+  dispatchBus(bus);
 }
 
 }  // namespace
@@ -87,8 +87,7 @@ int printChange(sd_bus_message* message, void*, sd_bus_error*) {
 int main(int argc, char** argv) {
   try {
     const std::string_view task = argc > 1 ? argv[1] : "";
-    sd_bus* bus = nullptr;
-    check(sd_bus_open_user(&bus), "no bus");
+    sd_bus* const bus = openBus();
     if (task == "list") {
       list(bus);
     } else if (task == "watch") {

@@ -10,24 +10,23 @@
 #include <string>
 #include <vector>
 
-#include "bench/peers/bus_names.h"
 #include "bench/peers/bus_session.h"
 
-// A service on the D-Bus at DBUS_SESSION_BUS_ADDRESS that publishes as many values
-// as a synthetic tree of the same numbers, an object a group:
+// A service on the D-Bus that publishes GROUPS objects of VALUES properties each:
 //
 //   bus_service GROUPS VALUES
 //
-// It writes a line when it can be called.
+// It prints "ready" when it can be called.
 
 namespace {
 
-using bench::peers::busFloodInterface;
-using bench::peers::busFloodPath;
+using bench::peers::busBurstInterface;
+using bench::peers::busBurstPath;
 using bench::peers::busInterface;
 using bench::peers::busService;
 using bench::peers::check;
-using bench::peers::serveBus;
+using bench::peers::dispatchBus;
+using bench::peers::openBus;
 
 std::string numbered(const char* format, unsigned number) {
   std::array<char, 32> text{};
@@ -35,7 +34,7 @@ std::string numbered(const char* format, unsigned number) {
   return text.data();
 }
 
-/// Stores a property and tells of it.
+/// Stores a property and emits its change.
 int setProperty(sd_bus* bus, const char* path, const char* interface, const char* property,
                 sd_bus_message* value, void* stored, sd_bus_error* /*error*/) {
   const int result = sd_bus_message_read(value, "i", stored);
@@ -43,7 +42,7 @@ int setProperty(sd_bus* bus, const char* path, const char* interface, const char
                     : sd_bus_emit_properties_changed(bus, path, interface, property, nullptr);
 }
 
-/// The properties of every group: 32-bit integers that tell of their changes.
+/// The properties of every group: 32-bit integers whose changes are emitted.
 class Table {
  public:
   explicit Table(unsigned values) {
@@ -67,7 +66,7 @@ class Table {
   std::vector<sd_bus_vtable> entries_;
 };
 
-int flood(sd_bus_message* call, void*, sd_bus_error*) {
+int burst(sd_bus_message* call, void*, sd_bus_error*) {
   sd_bus* const bus = sd_bus_message_get_bus(call);
   std::uint32_t count = 0;
   int result = sd_bus_message_read(call, "u", &count);
@@ -75,9 +74,9 @@ int flood(sd_bus_message* call, void*, sd_bus_error*) {
     result = sd_bus_reply_method_return(call, "");
   }
   for (std::uint32_t i = 0; i < count && result >= 0; ++i) {
-    result = sd_bus_emit_signal(bus, busFloodPath, busFloodInterface, "Moved", "si",
+    result = sd_bus_emit_signal(bus, busBurstPath, busBurstInterface, "Changed", "si",
                                 "/group_000/item_0000", static_cast<std::int32_t>(i));
-    // What the bus does not take at once is queued, up to a limit.
+    // Signals are queued in this process up to a limit; this keeps the queue short.
     if (result >= 0 && i % 64 == 0) {
       result = sd_bus_flush(bus);
     }
@@ -85,26 +84,27 @@ int flood(sd_bus_message* call, void*, sd_bus_error*) {
   return result;
 }
 
-const std::array<sd_bus_vtable, 4> floodTable{
-    {SD_BUS_VTABLE_START(0), SD_BUS_METHOD("Flood", "u", "", flood, SD_BUS_VTABLE_UNPRIVILEGED),
-     SD_BUS_SIGNAL("Moved", "si", 0), SD_BUS_VTABLE_END}};
+const std::array<sd_bus_vtable, 4> burstTable{
+    {SD_BUS_VTABLE_START(0), SD_BUS_METHOD("Burst", "u", "", burst, SD_BUS_VTABLE_UNPRIVILEGED),
+     SD_BUS_SIGNAL("Changed", "si", 0), SD_BUS_VTABLE_END}};
 
 void serve(unsigned groups, unsigned values) {
-  sd_bus* bus = nullptr;
-  check(sd_bus_open_user(&bus), "no bus");
+  sd_bus* const bus = openBus();
   const Table table(values);
   std::vector<std::vector<std::int32_t>> stored(groups, std::vector<std::int32_t>(values));
   for (unsigned group = 0; group < groups; ++group) {
     check(sd_bus_add_object_vtable(bus, nullptr, numbered("/group_%03u", group).c_str(),
                                    busInterface, table.entries(), stored[group].data()),
-          "no object");
+          "object");
   }
-  check(sd_bus_add_object_manager(bus, nullptr, "/"), "no object manager");
-  check(sd_bus_add_object_vtable(bus, nullptr, busFloodPath, busFloodInterface, floodTable.data(),
+  check(sd_bus_add_object_manager(bus, nullptr, "/"), "object manager");
+  check(sd_bus_add_object_vtable(bus, nullptr, busBurstPath, busBurstInterface, burstTable.data(),
                                  nullptr),
-        "no object");
-  check(sd_bus_request_name(bus, busService, 0), "no name");
-  serveBus(bus);
+        "object");
+  check(sd_bus_request_name(bus, busService, 0), "name");
+  std::puts("ready");
+  std::fflush(stdout);
+  dispatchBus(bus);
 }
 
 }  // namespace

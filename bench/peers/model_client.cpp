@@ -1,14 +1,13 @@
-#include "bench/peers/own_client.h"
+#include "bench/peers/model_client.h"
 
-#include <atomic>
 #include <sstream>
 #include <stdexcept>
 
 namespace bench::peers {
 
-class OwnClient::Part : public ModelSrv::ModelPart {
+class ModelClient::Part : public ModelSrv::ModelPart {
  public:
-  Part(ModelSrv::ModelPartId id, OwnClient& client) : ModelPart(id), client_(client) {}
+  Part(ModelSrv::ModelPartId id, ModelClient& client) : ModelPart(id), client_(client) {}
 
   ModelSrv::ModelRes update(void* /*context*/, unsigned short index) override {
     if (client_.values_) {
@@ -23,7 +22,7 @@ class OwnClient::Part : public ModelSrv::ModelPart {
   }
 
  private:
-  OwnClient& client_;
+  ModelClient& client_;
 };
 
 namespace {
@@ -36,11 +35,11 @@ void check(ModelSrv::ModelRes result, const char* what) {
 
 }  // namespace
 
-OwnClient::OwnClient(const std::string& server, const Shape& shape) {
-  for (unsigned group = 0; group < shape.groups; ++group) {
+ModelClient::ModelClient(const std::string& server, unsigned long groups) {
+  for (unsigned long group = 0; group < groups; ++group) {
     auto& node = groups_.emplace_back(static_cast<ModelSrv::ModelPartId>(group), "");
     check(root_.add(&node), "group");
-    for (unsigned item = 0; item < Shape::valuesPerGroup; ++item) {
+    for (unsigned item = 0; item < partsPerGroup; ++item) {
       const auto id = static_cast<ModelSrv::ModelPartId>(item);
       check(node.add(parts_.emplace_back(std::make_unique<Part>(id, *this)).get()), "part");
     }
@@ -50,15 +49,15 @@ OwnClient::OwnClient(const std::string& server, const Shape& shape) {
       "no connection to the server");
 }
 
-OwnClient::~OwnClient() = default;
+ModelClient::~ModelClient() = default;
 
-void OwnClient::store(std::size_t number, int value) {
+void ModelClient::store(std::size_t number, unsigned long value) {
   std::istringstream text(std::to_string(value));
   check(parts_[number % parts_.size()]->load(text, false, ModelSrv::ModelPartIndex_All), "store");
 }
 
-void OwnClient::take(bool values, std::atomic<unsigned long>& count,
-                     const std::function<void()>& ready) {
+void ModelClient::countUpdates(bool values, Subscriber::Count& count,
+                               const std::function<void()>& ready) {
   count_ = &count;
   values_ = values;
   for (const auto& part : parts_) {
