@@ -1,7 +1,10 @@
+#include <mutex>
 #include <utility>
 
-#include "model/tree_scope.h"
+#include "commands/tree_scope.h"
+#include "evtsrv/event_port_manager.h"
 #include "shell/results.h"
+#include "shell/words.h"
 
 namespace treescope {
 
@@ -12,11 +15,39 @@ int TreeScope::doCd(const char* path) {
   if (path == nullptr) {
     return disconnectServer();
   }
-  NamedChain place;
-  if (resolveChain(expandPath(path), place)) {
-    changeLocation(std::move(place));
+  NamedChain location;
+  if (resolveChain(expandPath(path), location)) {
+    changeLocation(std::move(location));
   }
   return result::success;
+}
+
+int TreeScope::connectServer(const std::string& name) {
+  const std::lock_guard held(eventPortManager_->clientMutex);
+  if (!openServer(name)) {
+    return result::connectError;
+  }
+  step();
+  std::vector<std::string> path;
+  splitAtSeparator(name.c_str(), path, '/');
+  currentPath_ = std::move(path);
+  return result::success;
+}
+
+int TreeScope::disconnectServer() {
+  static_cast<void>(doDu(nullptr));
+  const std::lock_guard held(eventPortManager_->clientMutex);
+  closeServer();
+  currentPath_.clear();
+  return result::success;
+}
+
+void TreeScope::changeLocation(NamedChain location) {
+  const std::lock_guard held(eventPortManager_->clientMutex);
+  std::vector<std::string> path{currentPart()->serverName()};
+  path.insert(path.end(), location.names.begin(), location.names.end());
+  currentPart()->setLocation(std::move(location));
+  currentPath_ = std::move(path);
 }
 
 }  // namespace treescope

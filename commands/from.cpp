@@ -1,4 +1,4 @@
-#include "model/tree_scope.h"
+#include "commands/tree_scope.h"
 #include "shell/results.h"
 
 namespace treescope {

@@ -1,8 +1,8 @@
 #include <utility>
 
 #include "commands/target_address.h"
-#include "commands/value_line.h"
-#include "model/tree_scope.h"
+#include "commands/tree_scope.h"
+#include "commands/value_text.h"
 #include "shell/results.h"
 
 namespace treescope {
@@ -12,7 +12,7 @@ int TreeScope::doGet(const char* path) {
     return result::nothing;
   }
   Target target = addressTarget(*this, expandPath(path));
-  if (target.failure != TargetFailure::none) {
+  if (target.error != TargetError::none) {
     return result::nothing;
   }
   std::string value;

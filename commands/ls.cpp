@@ -1,7 +1,7 @@
 #include <utility>
 
+#include "commands/tree_scope.h"
 #include "model/discovery.h"
-#include "model/tree_scope.h"
 #include "shell/command_table.h"
 #include "shell/results.h"
 #include "term/column_listing.h"
@@ -18,10 +18,10 @@ int TreeScope::doLs(unsigned options, const char* path) {
     return result::success;
   }
   clearListing();
-  NamedChain place;
-  if (resolveChain(expandPath(path), place)) {
-    std::string label = place.names.empty() ? std::string() : place.names.back();
-    buildTree(listingTree_, options, place.ids, std::move(label), 1, true, true);
+  NamedChain top;
+  if (resolveChain(expandPath(path), top)) {
+    std::string label = top.names.empty() ? std::string() : top.names.back();
+    buildTree(listingTree_, options, top.ids, std::move(label), 1, true, true);
   }
   const bool paging = (options & optionMore) != 0;
   switch (options & (optionRecursive | optionLong)) {
@@ -39,6 +39,11 @@ int TreeScope::doLs(unsigned options, const char* path) {
       break;
   }
   return result::success;
+}
+
+void TreeScope::clearListing() {
+  freeTree(listingTree_);
+  listingTree_ = {};
 }
 
 void TreeScope::listServers() {

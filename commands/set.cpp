@@ -1,7 +1,7 @@
 #include <string>
 
 #include "commands/target_address.h"
-#include "model/tree_scope.h"
+#include "commands/tree_scope.h"
 #include "shell/command_table.h"
 #include "shell/options.h"
 #include "shell/results.h"
@@ -13,9 +13,9 @@ int TreeScope::doSet(unsigned options, const char* value, const char* path) {
     return result::nothing;
   }
   const bool loaderFlag = forceLoadFlag.load() || (options & optionLong) != 0;
-  const std::string typed = expandPath(path);
-  const Target target = addressTarget(*this, typed);
-  if (target.failure != TargetFailure::none) {
+  const std::string expanded = expandPath(path);
+  const Target target = addressTarget(*this, expanded);
+  if (target.error != TargetError::none) {
     return result::nothing;
   }
   const int code = writeValue(target.chain.ids, ElementIndexText{target.indexText},
@@ -23,10 +23,11 @@ int TreeScope::doSet(unsigned options, const char* value, const char* path) {
   if (code != result::success) {
     return code;
   }
-  // The echo is addressed from the current directory, like any command's path.
+  // Inside a part the element is shown by its index, which `get` resolves from the
+  // current directory.
   const bool byElement = target.parentIsPart && !target.indexText.empty();
-  const std::string echoed = byElement ? '[' + target.indexText + ']' : typed;
-  return doGet(echoed.c_str());
+  const std::string shownPath = byElement ? '[' + target.indexText + ']' : expanded;
+  return doGet(shownPath.c_str());
 }
 
 int TreeScope::doStr(const char* text, const char* path) {

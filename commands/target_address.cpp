@@ -8,21 +8,29 @@ namespace treescope {
 
 namespace {
 
-Target failed(TargetFailure failure, NamedChain chain = {}) {
-  return {failure, std::move(chain), {}, false};
+Target targetError(TargetError error, NamedChain chain = {}) {
+  return {error, std::move(chain), {}, false};
 }
 
-Target insidePart(TreeScope& scope, NamedChain part, std::string indexText,
+Target insidePart(ModelClient& client, NamedChain part, std::string indexText,
                   const std::string& path) {
-  std::uint16_t position = 0;
+  std::uint16_t index = 0;
   if (indexText.empty() && !path.empty() &&
-      scope.findElementIndex(part.ids, path, position, true) == result::success) {
-    indexText = std::to_string(position);
+      client.findElementIndex(part.ids, path, index, true) == result::success) {
+    indexText = std::to_string(index);
   }
-  return {TargetFailure::none, std::move(part), std::move(indexText), true};
+  return {TargetError::none, std::move(part), std::move(indexText), true};
 }
 
 }  // namespace
+
+SplitPath splitAtLastSlash(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) {
+    return {"", path};
+  }
+  return {slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1)};
+}
 
 std::string takeElementSuffix(std::string& component) {
   const std::size_t open = component.find('[');
@@ -35,43 +43,43 @@ std::string takeElementSuffix(std::string& component) {
   return index;
 }
 
-std::optional<ParentPlace> resolveParent(TreeScope& scope, const std::string& parent) {
-  ParentPlace place;
-  if (!scope.resolveChain(parent, place.chain) ||
-      !scope.fetchChildren(place.chain.ids, place.children, true)) {
+std::optional<ResolvedParent> resolveParent(ModelClient& client, const std::string& path) {
+  ResolvedParent parent;
+  if (!client.resolveChain(path, parent.chain) ||
+      !client.fetchChildren(parent.chain.ids, parent.children, true)) {
     return std::nullopt;
   }
-  return place;
+  return parent;
 }
 
-std::optional<NamedChain> findChild(const ParentPlace& place, const std::string& name) {
-  const auto position = place.children.findName(name);
+std::optional<NamedChain> findChild(const ResolvedParent& parent, const std::string& name) {
+  const auto position = parent.children.findName(name);
   if (!position) {
     return std::nullopt;
   }
-  NamedChain chain = place.chain;
-  chain.append(place.children.id(*position), place.children.name(*position));
+  NamedChain chain = parent.chain;
+  chain.append(parent.children.id(*position), parent.children.name(*position));
   return chain;
 }
 
-Target addressTarget(TreeScope& scope, const std::string& path) {
+Target addressTarget(ModelClient& client, const std::string& path) {
   SplitPath split = splitAtLastSlash(path);
   std::string indexText = takeElementSuffix(split.last);
-  auto place = resolveParent(scope, split.parent);
-  if (!place) {
-    return failed(TargetFailure::notResolvable);
+  auto parent = resolveParent(client, split.parent);
+  if (!parent) {
+    return targetError(TargetError::notResolvable);
   }
-  if (!place->isNode()) {
-    return insidePart(scope, std::move(place->chain), std::move(indexText), path);
+  if (!parent->isNode()) {
+    return insidePart(client, std::move(parent->chain), std::move(indexText), path);
   }
-  auto child = findChild(*place, split.last);
+  auto child = findChild(*parent, split.last);
   if (!child) {
-    return failed(TargetFailure::noSuchChild);
+    return targetError(TargetError::noSuchChild);
   }
-  if (scope.hasChildren(child->ids, true)) {
-    return failed(TargetFailure::isNode, std::move(*child));
+  if (client.hasChildren(child->ids, true)) {
+    return targetError(TargetError::isNode, std::move(*child));
   }
-  return {TargetFailure::none, std::move(*child), std::move(indexText), false};
+  return {TargetError::none, std::move(*child), std::move(indexText), false};
 }
 
 }  // namespace treescope

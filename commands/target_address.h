@@ -5,61 +5,75 @@
 
 #include "model/child_list.h"
 #include "model/id_chain.h"
-#include "model/split_path.h"
-#include "model/tree_scope.h"
+#include "model/model_client.h"
 
 namespace treescope {
 
-/// How the commands that act on one part find it: a path names a child of a node,
-/// with or without an element's index behind it, or, inside a part, one of its
-/// elements.
+/// How commands find the part that their path addresses: the path names a child of a
+/// node, optionally with an element's index after it, or, inside a part, one of the
+/// part's elements.
 ///
-/// Used by command handlers on their own thread. The requests take the client
-/// mutex one by one.
+/// The functions with a client make requests: they run on the command thread and
+/// take the client mutex for each request. The others are pure.
 
-/// Takes "[index]" out of `component` and returns the index: what lies between its
-/// first "[" and its first "]" if that is at least one character. Otherwise
-/// `component` stays as it is and the result is empty.
+/// A path in two parts.
+struct SplitPath {
+  /// The text before the last "/"; "/" itself if that is the first character; empty
+  /// without a "/".
+  std::string parent;
+  /// The text after the last "/".
+  std::string last;
+
+  bool operator==(const SplitPath&) const = default;
+};
+
+[[nodiscard]] SplitPath splitAtLastSlash(const std::string& path);
+
+/// Removes "[index]" from `component` and returns the index: the text between the
+/// first "[" and the first "]", at least one character. If there is none,
+/// `component` is unchanged and the result is empty.
 [[nodiscard]] std::string takeElementSuffix(std::string& component);
 
-/// Where the last component of a path is looked for.
-struct ParentPlace {
+/// The node or part in which the last component of a path is looked up.
+struct ResolvedParent {
   NamedChain chain;
   ChildList children;
 
-  /// A place without children is a part.
+  /// A parent without children is a part.
   [[nodiscard]] bool isNode() const { return !children.empty(); }
 };
 
-/// Resolves `parent` and lists its children; nothing where it leads nowhere or the
-/// server gives no answer.
-[[nodiscard]] std::optional<ParentPlace> resolveParent(TreeScope& scope, const std::string& parent);
+/// Resolves `path` and fetches the children; nothing if the path does not resolve or
+/// the request fails.
+[[nodiscard]] std::optional<ResolvedParent> resolveParent(ModelClient& client,
+                                                          const std::string& path);
 
-/// The chain of the child of `place` that is shown as `name`; nothing where there
+/// The chain of the child of `parent` that is displayed as `name`; nothing if there
 /// is none.
-[[nodiscard]] std::optional<NamedChain> findChild(const ParentPlace& place,
+[[nodiscard]] std::optional<NamedChain> findChild(const ResolvedParent& parent,
                                                   const std::string& name);
 
-enum class TargetFailure {
+enum class TargetError {
   none,
-  notResolvable,  ///< the parent leads nowhere, or the server gives no answer
-  noSuchChild,    ///< nothing of that name in the parent, or no name given
-  isNode,         ///< a node, where a part is wanted
+  notResolvable,  ///< the parent does not resolve, or a request failed
+  noSuchChild,    ///< the parent has no child of that name, or no name is given
+  isNode,         ///< expected a part, got a node
 };
 
 /// A part, or one element of it.
 struct Target {
-  TargetFailure failure = TargetFailure::none;
-  /// On `isNode` the node; meaningless on the other failures.
+  TargetError error = TargetError::none;
+  /// The part; the node if `error` is `isNode`; unspecified for the other errors.
   NamedChain chain;
-  /// The element's index as written, or the decimal position of the element that
-  /// was named; empty for the whole part.
+  /// The element's index as written, or the decimal index of the element that was
+  /// named; empty for the whole part.
   std::string indexText;
-  /// The parent that the path names is the part itself.
+  /// Whether the parent in the path is the part itself.
   bool parentIsPart = false;
 };
 
-/// Finds what `path`, expanded, is about; empty means the current directory.
-[[nodiscard]] Target addressTarget(TreeScope& scope, const std::string& path);
+/// The target of `path`, which is expanded (`TreeScope::expandPath`). An empty path
+/// addresses the current directory.
+[[nodiscard]] Target addressTarget(ModelClient& client, const std::string& path);
 
 }  // namespace treescope

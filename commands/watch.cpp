@@ -3,23 +3,53 @@
 #include <utility>
 
 #include "commands/target_address.h"
-#include "model/tree_scope.h"
+#include "commands/tree_scope.h"
 #include "shell/command_table.h"
 #include "shell/paths.h"
 #include "shell/results.h"
 
 namespace treescope {
 
-/// The subscribing of a subtree that is under way. Every part and node below is
-/// one call of the handler; the call for a node only notes what is below it, so
-/// that no depth of the tree is a depth of calls.
-struct SubscribingWalk {
-  /// `slot` points here for as long as the walk lives.
-  explicit SubscribingWalk(SubscribingWalk*& slot) : slot_(slot) { slot_ = this; }
-  ~SubscribingWalk() { slot_ = nullptr; }
-  SubscribingWalk(const SubscribingWalk&) = delete;
-  SubscribingWalk& operator=(const SubscribingWalk&) = delete;
+/// The subscription of a subtree by `eu -r`. The handler is called for every part and
+/// node below; for a node it only enters the node here: a recursive handler would
+/// overflow the stack on a deep tree.
+class SubtreeSubscriber {
+ public:
+  /// `slot` points to the subscriber while the subscriber exists.
+  explicit SubtreeSubscriber(SubtreeSubscriber*& slot) : slot_(slot) { slot_ = this; }
+  ~SubtreeSubscriber() { slot_ = nullptr; }
+  SubtreeSubscriber(const SubtreeSubscriber&) = delete;
+  SubtreeSubscriber& operator=(const SubtreeSubscriber&) = delete;
 
+  /// Makes the children of a node next. `depth` is the length of the node's id chain;
+  /// `base` is the text before each child's name.
+  void enter(std::size_t depth, const std::string& base, ChildList children) {
+    path_ = base;
+    levels_.push_back({depth, base.size(), std::move(children)});
+  }
+
+  /// Sets `path` to the next child; returns false if there is none.
+  bool advance() {
+    while (!levels_.empty()) {
+      Level& level = levels_.back();
+      if (level.next < level.children.size()) {
+        path_.resize(level.baseLength);
+        path_ += level.children.name(level.next++);
+        return true;
+      }
+      levels_.pop_back();
+    }
+    return false;
+  }
+
+  /// The path of the current child, as the user would type it.
+  [[nodiscard]] const std::string& path() const { return path_; }
+  /// The depth of the current child's node.
+  [[nodiscard]] std::size_t depth() const { return levels_.back().depth; }
+  /// How many nodes are entered.
+  [[nodiscard]] std::size_t levels() const { return levels_.size(); }
+
+ private:
   struct Level {
     std::size_t depth;
     std::size_t baseLength;
@@ -27,36 +57,15 @@ struct SubscribingWalk {
     std::size_t next = 0;
   };
 
-  void enter(std::size_t depth, const std::string& base, ChildList children) {
-    path = base;
-    levels.push_back({depth, base.size(), std::move(children)});
-  }
-
-  /// Makes `path` that of the next child; false where there is none left.
-  bool advance() {
-    while (!levels.empty()) {
-      Level& level = levels.back();
-      if (level.next < level.children.size()) {
-        path.resize(level.baseLength);
-        path += level.children.name(level.next++);
-        return true;
-      }
-      levels.pop_back();
-    }
-    return false;
-  }
-
-  std::string path;
-  std::vector<Level> levels;
-
- private:
-  SubscribingWalk*& slot_;
+  SubtreeSubscriber*& slot_;
+  std::string path_;
+  std::vector<Level> levels_;
 };
 
 namespace {
 
-/// Whether one list begins with the whole other one, which is not empty.
-bool liesOnOneWay(const std::vector<std::string>& a, const std::vector<std::string>& b) {
+/// Whether the shorter list is not empty and is a prefix of the other.
+bool isPrefixOfOther(const std::vector<std::string>& a, const std::vector<std::string>& b) {
   const std::size_t compared = std::min(a.size(), b.size());
   return compared != 0 &&
          std::equal(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(compared), b.begin());
@@ -74,19 +83,19 @@ int TreeScope::doEu(unsigned options, const char* path) {
   }
   const bool recursive = (options & optionRecursive) != 0;
   const SplitPath split = splitAtLastSlash(expandPath(path));
-  const auto place = resolveParent(*this, split.parent);
-  if (!place) {
+  const auto parent = resolveParent(*this, split.parent);
+  if (!parent) {
     return result::connectError;
   }
-  if (!place->isNode()) {
-    // Of what lists no children the root alone is known to be a node.
-    const bool bareRoot = place->chain.ids.empty() && split.last.empty();
-    return recursive && bareRoot ? result::nothing : subscribePath(place->chain.ids);
+  if (!parent->isNode()) {
+    // Without children only the root is known to be a node.
+    const bool emptyRoot = parent->chain.ids.empty() && split.last.empty();
+    return recursive && emptyRoot ? result::nothing : subscribePath(parent->chain.ids);
   }
   if (split.last.empty()) {
-    return recursive ? subscribeBelow(options, place->chain.ids, path) : result::nothing;
+    return recursive ? subscribeBelow(options, parent->chain.ids, path) : result::nothing;
   }
-  const auto child = treescope::findChild(*place, split.last);
+  const auto child = treescope::findChild(*parent, split.last);
   if (!child) {
     return result::notFound;
   }
@@ -103,22 +112,22 @@ int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const char*
   if (!fetchChildren(node, children, true) || children.empty()) {
     return result::nothing;
   }
-  if (subscribingWalk_ != nullptr) {
-    // A name such as ".." leads out of the subtree, and could for ever.
-    if (node.size() > subscribingWalk_->levels.back().depth) {
-      subscribingWalk_->enter(node.size(), base, std::move(children));
+  if (subtreeSubscriber_ != nullptr) {
+    // A name such as ".." leads out of the subtree, and could do so without end.
+    if (node.size() > subtreeSubscriber_->depth()) {
+      subtreeSubscriber_->enter(node.size(), base, std::move(children));
     }
     return result::nothing;
   }
-  const ChildListCache::Use use(childListCache_);
-  SubscribingWalk walk(subscribingWalk_);
-  walk.enter(node.size(), base, std::move(children));
+  const ChildListCache::Use cached = useChildListCache();
+  SubtreeSubscriber subscriber(subtreeSubscriber_);
+  subscriber.enter(node.size(), base, std::move(children));
   int last = result::nothing;
-  while (walk.advance()) {
-    const std::size_t levels = walk.levels.size();
-    const int code = doEu(options, walk.path.c_str());
-    // A node's result is that of the last part below it, which is still to come.
-    if (walk.levels.size() == levels) {
+  while (subscriber.advance()) {
+    const std::size_t levels = subscriber.levels();
+    const int code = doEu(options, subscriber.path().c_str());
+    // The result of a node that was entered is that of its last part.
+    if (subscriber.levels() == levels) {
       last = code;
     }
   }
@@ -126,8 +135,8 @@ int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const char*
 }
 
 void TreeScope::listSubscriptions(bool resetEach) {
-  const ChildListCache::Use use(childListCache_);
-  for (const IdChain& chain : currentPart_->subscriptions()) {
+  const ChildListCache::Use cached = useChildListCache();
+  for (const IdChain& chain : currentPart()->subscriptions()) {
     const std::string line = pathText(namePathOf(chain, true));
     printer_.printLineReset({0, colourDefault, line.c_str()}, resetEach, false);
   }
@@ -143,16 +152,16 @@ int TreeScope::doDu(const char* path) {
   }
   std::vector<std::string> target = currentPath_;
   followPath(expandPath(path), target);
-  const ChildListCache::Use use(childListCache_);
-  const std::list<IdChain> subscribed = currentPart_->subscriptions();
+  const ChildListCache::Use cached = useChildListCache();
+  const std::list<IdChain> subscribed = currentPart()->subscriptions();
   for (const IdChain& chain : subscribed) {
-    // What lies deeper than the target is not compared and need not be named.
+    // Names below the target are not compared, so they are not fetched.
     const std::size_t compared = std::min(chain.size(), target.empty() ? 0 : target.size() - 1);
-    std::vector<std::string> place =
+    std::vector<std::string> names =
         namePathOf({chain.begin(), chain.begin() + static_cast<std::ptrdiff_t>(compared)}, true);
-    place.insert(place.begin(), currentPart_->serverName());
-    if (liesOnOneWay(target, place)) {
-      // One that the server keeps stays in the list.
+    names.insert(names.begin(), currentPart()->serverName());
+    if (isPrefixOfOther(target, names)) {
+      // A subscription that cannot be cancelled stays in the list.
       static_cast<void>(unsubscribePath(chain));
     }
   }

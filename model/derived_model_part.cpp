@@ -46,7 +46,7 @@ const std::vector<std::string>* DerivedModelPart::cachedNames(const IdChain& cha
   return cached == names_.end() ? nullptr : &cached->second;
 }
 
-void DerivedModelPart::noteNames(const IdChain& chain, const std::vector<std::string>& names) {
+void DerivedModelPart::cacheNames(const IdChain& chain, const std::vector<std::string>& names) {
   if (isSubscribed(chain)) {
     names_[chain] = names;
   }

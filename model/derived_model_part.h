@@ -3,6 +3,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "model/id_chain.h"
@@ -12,55 +13,54 @@
 
 namespace treescope {
 
-/// The one client-side part of the shell, the mirror of whatever part a request
-/// is about.
+/// The mirror part: the one client-side part, used for requests about any part of
+/// the server's tree.
 ///
-/// Before each request the id chain of the wanted part is installed as the target
-/// path. The library calls the part, when it resolves its id chain, for one id and one
-/// parent a level; each id asked for is taken off the path, so that the object
-/// stands in turn for every part between the wanted one and the root. A request
-/// thus uses its target up.
+/// Before each request the id chain of the requested part is set as the target. To
+/// build the request, the library resolves the id chain from the part up to the
+/// root and calls `getId` and `getParentNode` once for each level. Each `getId`
+/// removes one id from the target, so the same object stands for every part on the
+/// way to the root, and the request consumes its target.
 ///
-/// Threads: everything that is not const is called with the client mutex of the
-/// root's manager held. The thread that runs commands is the only one that changes
-/// anything but the noted names, so it may read the rest without; others read with
-/// the mutex held.
+/// Threads: non-const operations require the client mutex of the root's manager.
+/// Only the thread that runs commands changes the location and the subscriptions,
+/// so that thread reads them without the mutex; other threads need it.
 class DerivedModelPart : public ModelSrv::ModelPart {
  public:
-  /// The mirror of the server of that name below `root`, which is not owned and
-  /// outlives the part. It stands at the server's root, without subscriptions.
+  /// A proxy below `root` for the server `serverName`, at the server's root and
+  /// without subscriptions. `root` is not owned and outlives the part.
   DerivedModelPart(ModelSrv::ModelRoot* root, std::string serverName);
   ~DerivedModelPart() override;
 
-  /// Says what the next request is about.
+  /// Sets the part that the next request is about.
   void setTarget(const IdChain& chain) {
     targetPath_.clear();
-    // Chains are short and many; a call that copies a block costs more.
+    // Chains are short; for them a copy of the whole block is slower.
     for (const std::uint16_t id : chain) {
       targetPath_.push_back(id);
     }
   }
 
-  /// Takes the last id off the target path; 0 where the path is empty.
+  /// Removes the last id of the target and returns it; 0 if the target is empty.
   ModelSrv::ModelPartId getId() override;
 
-  /// The root when the target path is used up, else the part itself.
+  /// The root if the target is empty, else this part.
   ModelSrv::ModelPart* getParentNode() override;
 
-  /// Does nothing: updates are shown where events arrive. `ModelRes_DoNothing`.
+  /// Returns `ModelRes_DoNothing`: the root's event hook displays updates.
   ModelSrv::ModelRes update(void* context, unsigned short index) override;
 
   [[nodiscard]] ModelSrv::ModelRoot* root() const { return root_; }
 
-  /// What was given to connect.
+  /// The name that the connection was opened with.
   [[nodiscard]] const std::string& serverName() const { return serverName_; }
 
-  /// Where in the server's tree the shell stands.
+  /// The shell's current location in the server's tree.
   [[nodiscard]] const NamedChain& location() const { return location_; }
   void setLocation(NamedChain location) { location_ = std::move(location); }
 
-  /// The parts that the shell has subscribed to, in the order of subscribing; one
-  /// subscribed twice is there twice.
+  /// The subscribed parts in the order of subscribing. A part that was subscribed
+  /// twice is listed twice.
   [[nodiscard]] const std::list<IdChain>& subscriptions() const { return subscriptions_.inOrder(); }
   [[nodiscard]] bool isSubscribed(const IdChain& chain) const {
     return subscriptions_.contains(chain);
@@ -69,25 +69,28 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   /// Removes the first entry that equals `chain`, if there is one.
   void removeSubscription(const IdChain& chain);
 
-  // Names along subscribed chains. A part whose updates arrive has not moved since
-  // it was subscribed: what leaves the server's tree, or hangs below what leaves
-  // it, ends its subscriptions. So its names need not be asked for again until it
-  // is subscribed anew or another server takes the connection.
+  // The name cache: the names along subscribed chains. A cached entry stays valid
+  // while the part is subscribed, because the server ends the subscriptions of a
+  // part that leaves its tree. A new subscription of the chain invalidates its
+  // entry; a new server behind the connection invalidates all of them.
 
-  /// What was noted for `chain`; null where nothing was.
+  /// The cached names along `chain`; null if there are none.
   [[nodiscard]] const std::vector<std::string>* cachedNames(const IdChain& chain) const;
-  /// Notes the names along `chain`, if it is subscribed.
-  void noteNames(const IdChain& chain, const std::vector<std::string>& names);
-  /// The server may be another one.
-  void forgetNames() { names_.clear(); }
+  /// Caches the names along `chain` if the chain is subscribed.
+  void cacheNames(const IdChain& chain, const std::vector<std::string>& names);
+  void invalidateNames() { names_.clear(); }
 
  private:
   ModelSrv::ModelRoot* root_;
   std::string serverName_;
+
+  // Read and written with the client mutex held.
   IdChain targetPath_;
+  std::map<IdChain, std::vector<std::string>> names_;
+
+  // Written by the command thread with the client mutex held.
   NamedChain location_;
   SubscriptionList<> subscriptions_;
-  std::map<IdChain, std::vector<std::string>> names_;
 };
 
 }  // namespace treescope

@@ -1,6 +1,9 @@
 #include "model/id_chain.h"
 
+#include <sstream>
 #include <utility>
+
+#include "modelsrv/model_part.h"
 
 namespace treescope {
 
@@ -16,6 +19,14 @@ void NamedChain::removeLast() {
 
 std::string childName(const std::string& served, std::uint16_t id) {
   return served.empty() ? std::string(unnamedChildPrefix) + std::to_string(id) : served;
+}
+
+std::uint16_t elementIndex(const ElementIndexText& element) {
+  std::istringstream stream(element.text);
+  std::uint16_t index = 0;
+  // The stream stores the largest value for a number that does not fit.
+  stream >> index;
+  return index == ModelSrv::ModelPartIndex_All ? ModelSrv::ModelPartIndex_Void : index;
 }
 
 }  // namespace treescope

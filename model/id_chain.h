@@ -7,10 +7,10 @@
 
 namespace treescope {
 
-/// How a part of the connected server's tree is addressed, and how its place is
-/// written for a person.
+/// The address of a part in the connected server's tree, and the choice of one of its
+/// elements.
 ///
-/// Plain values and pure functions, for any thread. Names may hold any bytes.
+/// Plain values and pure functions for any thread. Names may hold any bytes.
 
 /// Child ids from the server's root down to a part; empty for the root itself.
 using IdChain = std::vector<std::uint16_t>;
@@ -22,17 +22,36 @@ struct NamedChain {
 
   void append(std::uint16_t id, std::string name);
 
-  /// Drops the last part; the chain must not be empty.
+  /// Removes the last part. The chain must not be empty.
   void removeLast();
 
   bool operator==(const NamedChain&) const = default;
 };
 
-/// What an unnamed child is called begins with this; its id in decimal follows.
+/// The prefix of an unnamed child's displayed name; the child's decimal id follows.
 inline constexpr std::string_view unnamedChildPrefix = "noname-";
 
-/// What a child is shown and addressed as: `served`, the name that the server
-/// gives, or "noname-" and `id` where that is empty.
+/// The name that a child is displayed and addressed by: `served`, the server's name
+/// for it, or "noname-" and `id` if that name is empty.
 [[nodiscard]] std::string childName(const std::string& served, std::uint16_t id);
+
+// An element of an array is chosen by its name or by its index. The two choices are
+// separate types, so that neither is taken for the other. An empty text chooses no
+// element.
+
+struct ElementName {
+  std::string text;
+};
+
+/// The index as the user wrote it.
+struct ElementIndexText {
+  std::string text;
+};
+
+/// The index in `element`: the number at the beginning of its text, as a stream
+/// reads it. Text after the number is ignored; text without a number gives 0. A
+/// number that does not fit, or that would mean the whole value, gives
+/// `ModelPartIndex_Void`, which no element has.
+[[nodiscard]] std::uint16_t elementIndex(const ElementIndexText& element);
 
 }  // namespace treescope

@@ -1,8 +1,8 @@
 #include <utility>
 
-#include "model/tree_scope.h"
+#include "model/model_client.h"
 #include "shell/command_table.h"
-#include "shell/results.h"
+#include "term/styled_text.h"
 
 namespace treescope {
 
@@ -11,12 +11,12 @@ namespace {
 constexpr std::uint32_t elementsKind = colourGreen;
 constexpr std::uint32_t nodeKind = colourBlue;
 
-/// One listing in the making. The nodes between its top and the one that is being
-/// listed are kept in a list, so that no depth of the tree is a depth of calls.
+/// Builds one listing. The nodes between its top and the current one are kept in a
+/// list: a recursive function would overflow the stack on a deep tree.
 class TreeBuilder {
  public:
-  TreeBuilder(TreeScope& scope, unsigned options, const IdChain& chain, bool lock)
-      : scope_(scope), options_(options), lock_(lock), chain_(chain) {}
+  TreeBuilder(ModelClient& client, unsigned options, const IdChain& chain, bool lock)
+      : client_(client), options_(options), lock_(lock), chain_(chain) {}
 
   void build(ListingNode& node, std::string name, std::uint8_t depth, bool top) {
     enter(node, std::move(name), depth, top);
@@ -45,7 +45,7 @@ class TreeBuilder {
       name = chain_.empty() ? "root" : childName({}, chain_.back());
     }
     node.name = std::move(name);
-    if (scope_.hasChildren(chain_, lock_)) {
+    if (client_.hasChildren(chain_, lock_)) {
       enterNode(node, depth, top);
     } else {
       listPart(node);
@@ -77,9 +77,9 @@ class TreeBuilder {
   ChildList listChildren() {
     std::vector<std::uint16_t> ids;
     std::vector<std::string> names;
-    const bool listed = scope_.fetchChildIds(chain_, ids, lock_);
-    // Without an answer the children have no names.
-    static_cast<void>(scope_.fetchChildNames(chain_, names, lock_));
+    const bool listed = client_.fetchChildIds(chain_, ids, lock_);
+    // If this request fails, the children have no names.
+    static_cast<void>(client_.fetchChildNames(chain_, names, lock_));
     return listed ? ChildList(std::move(ids), std::move(names)) : ChildList();
   }
 
@@ -93,29 +93,29 @@ class TreeBuilder {
   void listNextChild() {
     Level& level = levels_.back();
     const std::size_t position = level.next++;
-    const std::size_t open = levels_.size();
+    const std::size_t levelsBefore = levels_.size();
     chain_.push_back(level.children.id(position));
-    const std::uint16_t sum = scope_.elementSum(chain_, lock_);
+    const std::uint16_t sum = client_.elementSum(chain_, lock_);
     if (sum == 0 || !has(optionRecursive)) {
       enter(level.node->addChild(), level.children.servedName(position),
             static_cast<std::uint8_t>(level.depth - 1), false);
     } else {
       listFlat(*level.node, level.children.name(position), sum);
     }
-    if (levels_.size() == open) {
+    if (levels_.size() == levelsBefore) {
       chain_.pop_back();
     }
   }
 
   void listPart(ListingNode& node) {
-    const std::uint16_t sum = scope_.elementSum(chain_, lock_);
+    const std::uint16_t sum = client_.elementSum(chain_, lock_);
     node.kindMark = sum != 0 && has(optionCount) ? elementsKind : 0;
     node.subscribedMark = isSubscribed() ? attributeBold : 0;
     if (sum != 0) {
       listElements(node, sum);
-    } else if (has(optionLong) && !(has(TreeScope::optionBelowOnly) && levels_.empty())) {
+    } else if (has(optionLong) && !(has(ModelClient::optionBelowOnly) && levels_.empty())) {
       node.value.emplace();
-      scope_.readValueText(chain_, *node.value, lock_);
+      client_.readValueText(chain_, *node.value, lock_);
     }
   }
 
@@ -134,7 +134,7 @@ class TreeBuilder {
     }
   }
 
-  /// Lists the elements of a part among the children of the node that it is in.
+  /// Lists the elements of a part as children of the part's parent node.
   void listFlat(ListingNode& node, const std::string& name, std::uint16_t sum) {
     const std::vector<std::string> names = elementNames(true);
     const std::size_t count = names.empty() ? sum : names.size();
@@ -152,33 +152,33 @@ class TreeBuilder {
 
   std::vector<std::string> elementNames(bool lock) {
     std::vector<std::string> names;
-    static_cast<void>(scope_.fetchElementNames(chain_, names, lock));
+    static_cast<void>(client_.fetchElementNames(chain_, names, lock));
     return names;
   }
 
   void readElement(ListingNode& element, std::size_t index, std::size_t sum) {
     if (has(optionLong) && index < sum) {
       element.value.emplace();
-      scope_.readElementText(chain_, *element.value, static_cast<std::uint16_t>(index), lock_);
+      client_.readElementText(chain_, *element.value, static_cast<std::uint16_t>(index), lock_);
     }
   }
 
   [[nodiscard]] bool isSubscribed() const {
-    return scope_.connected() && scope_.currentPart()->isSubscribed(chain_);
+    return client_.connected() && client_.currentPart()->isSubscribed(chain_);
   }
 
-  TreeScope& scope_;
+  ModelClient& client_;
   const unsigned options_;
   const bool lock_;
-  /// Where the listing has come to.
+  /// The node or part that is being listed.
   IdChain chain_;
   std::vector<Level> levels_;
 };
 
 }  // namespace
 
-void TreeScope::buildTree(ListingNode& node, unsigned options, const IdChain& chain,
-                          std::string name, std::uint8_t depth, bool top, bool lock) {
+void ModelClient::buildTree(ListingNode& node, unsigned options, const IdChain& chain,
+                            std::string name, std::uint8_t depth, bool top, bool lock) {
   TreeBuilder(*this, options, chain, lock).build(node, std::move(name), depth, top);
 }
 

@@ -1,48 +1,46 @@
-#include <cstdio>
+#include "model/update_display.h"
 
-#include "model/tree_scope.h"
-#include "model/update_decoding.h"
+#include <cstdio>
+#include <cstring>
+
+#include "model/model_client.h"
+#include "modelsrv/model_part.h"
 #include "shell/command_table.h"
 #include "shell/paths.h"
 #include "term/line_listing.h"
 
 namespace treescope {
 
-unsigned TreeScope::receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
-                                      EvtSrv::MemoryHolder* reply) {
-  if (type != EvtTyp_Model_Update) {
-    if (connected()) {
-      currentPart_->forgetNames();
+IdChain decodeUpdate(EvtSrv::MemoryHolder& data) {
+  IdChain chain;
+  while (!data.atEnd()) {
+    const std::size_t offset = data.getCurrentOffset(sizeof(std::uint16_t));
+    if (offset + sizeof(std::uint16_t) > data.size()) {
+      break;
     }
-    return receiveMain(sender, type, data, reply);
+    const std::uint8_t* bytes = data.bytes() + offset;
+    std::uint16_t id = 0;
+    if (data.bytes()[0] == 1) {
+      id = static_cast<std::uint16_t>(bytes[0] * 256 + bytes[1]);
+    } else {
+      std::memcpy(&id, bytes, sizeof id);
+    }
+    if (id == ModelSrv::ModelPartIndex_Void) {
+      break;
+    }
+    chain.push_back(id);
   }
-  // The library keeps a connection that the shell has left, and what was
-  // subscribed on it.
-  if (connected()) {
-    displayUpdate(decodeUpdate(*data));
-  }
-  return EvtSrv::EvtRes_Success;
+  return chain;
 }
 
-std::vector<std::string> TreeScope::namesOfChanged(const IdChain& chain) {
-  if (const std::vector<std::string>* cached = currentPart_->cachedNames(chain)) {
-    return *cached;
-  }
-  std::vector<std::string> names;
-  if (nameChain(chain, names, false)) {
-    currentPart_->noteNames(chain, names);
-  }
-  return names;
-}
-
-void TreeScope::displayUpdate(const IdChain& chain) {
-  const std::vector<std::string> names = namesOfChanged(chain);
+void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& printer) {
+  const std::vector<std::string> names = client.cachedNamePathOf(chain);
   ListingNode listing;
-  buildTree(listing, optionLong | optionBelowOnly, chain,
-            names.empty() ? std::string() : names.back(), 1, true, false);
+  client.buildTree(listing, optionLong | ModelClient::optionBelowOnly, chain,
+                   names.empty() ? std::string() : names.back(), 1, true, false);
   const std::string path = pathText(names);
-  printer_.printLine({0, colourDefault, path.c_str()}, false);
-  printLongTree(printer_, listing, false, false);
+  printer.printLine({0, colourDefault, path.c_str()}, false);
+  printLongTree(printer, listing, false, false);
   freeTree(listing);
   std::fflush(stdout);
 }

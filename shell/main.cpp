@@ -8,7 +8,7 @@
 #include <string>
 
 #include "evtsrv/event_port_manager.h"
-#include "model/tree_scope.h"
+#include "commands/tree_scope.h"
 #include "shell/options.h"
 
 using treescope::TreeScope;

@@ -1,5 +1,5 @@
+#include "tests/commands/scope_fixture.h"
 #include "tests/commands/scratch_directory.h"
-#include "tests/model/scope_fixture.h"
 
 namespace treescope::test {
 namespace {

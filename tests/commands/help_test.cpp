@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/commands/scope_fixture.h"
 #include "tests/commands/scratch_directory.h"
-#include "tests/model/scope_fixture.h"
 
 namespace treescope::test {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <fstream>
 
-#include "tests/model/scope_fixture.h"
+#include "tests/commands/scope_fixture.h"
 
 namespace treescope::test {
 namespace {

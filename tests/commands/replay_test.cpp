@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "shell/options.h"
+#include "tests/commands/scope_fixture.h"
 #include "tests/commands/scratch_directory.h"
-#include "tests/model/scope_fixture.h"
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
 

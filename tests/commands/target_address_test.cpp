@@ -5,6 +5,22 @@
 namespace treescope {
 namespace {
 
+struct SplitCase {
+  const char* path;
+  SplitPath split;
+};
+
+TEST(SplitAtLastSlash, KeepsTheRootAsAParent) {
+  const SplitCase cases[] = {
+      {"", {"", ""}},          {"a", {"", "a"}},      {"/", {"/", ""}},      {"/a", {"/", "a"}},
+      {"a/", {"a", ""}},       {"a/b", {"a", "b"}},   {"/a/b", {"/a", "b"}}, {"//a", {"/", "a"}},
+      {"/a/b/", {"/a/b", ""}}, {"a//b", {"a/", "b"}}, {"../x", {"..", "x"}},
+  };
+  for (const SplitCase& test : cases) {
+    EXPECT_EQ(splitAtLastSlash(test.path), test.split) << test.path;
+  }
+}
+
 struct SuffixCase {
   const char* component;
   const char* rest;
@@ -27,16 +43,16 @@ TEST(TakeElementSuffix, WantsSomethingBetweenTheFirstBrackets) {
 }
 
 TEST(FindChild, AppendsTheChildAsItIsShown) {
-  const ParentPlace place{{{1}, {"drive"}}, ChildList({4, 12}, {"speed", ""})};
-  EXPECT_EQ(findChild(place, "speed"), (NamedChain{{1, 4}, {"drive", "speed"}}));
-  EXPECT_EQ(findChild(place, "noname-12"), (NamedChain{{1, 12}, {"drive", "noname-12"}}));
-  EXPECT_EQ(findChild(place, "noname-4"), std::nullopt);
-  EXPECT_EQ(findChild(place, ""), std::nullopt);
+  const ResolvedParent parent{{{1}, {"drive"}}, ChildList({4, 12}, {"speed", ""})};
+  EXPECT_EQ(findChild(parent, "speed"), (NamedChain{{1, 4}, {"drive", "speed"}}));
+  EXPECT_EQ(findChild(parent, "noname-12"), (NamedChain{{1, 12}, {"drive", "noname-12"}}));
+  EXPECT_EQ(findChild(parent, "noname-4"), std::nullopt);
+  EXPECT_EQ(findChild(parent, ""), std::nullopt);
 }
 
-TEST(ParentPlace, IsANodeOnlyWithChildren) {
-  EXPECT_TRUE((ParentPlace{{}, ChildList({4}, {""})}).isNode());
-  EXPECT_FALSE(ParentPlace{}.isNode());
+TEST(ResolvedParent, IsANodeOnlyWithChildren) {
+  EXPECT_TRUE((ResolvedParent{{}, ChildList({4}, {""})}).isNode());
+  EXPECT_FALSE(ResolvedParent{}.isNode());
 }
 
 }  // namespace

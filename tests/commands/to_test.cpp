@@ -5,9 +5,9 @@
 #include <deque>
 #include <filesystem>
 
-#include "commands/save_subtree.h"
+#include "commands/target_address.h"
+#include "tests/commands/scope_fixture.h"
 #include "tests/commands/scratch_directory.h"
-#include "tests/model/scope_fixture.h"
 
 namespace treescope::test {
 namespace {
@@ -197,13 +197,12 @@ TEST_F(To, AsksForTheIdsAndTheNamesOfChildrenOnce) {
   ASSERT_FALSE(scope_.hasChildren(part, true));
   ASSERT_EQ(scope_.elementSum(part, true), 0);
   scope_.readValueText(part, text, true);
+  // Before the subtree, the command resolves the path and lists the children there.
+  ASSERT_TRUE(resolveParent(scope_, "drive/counted"));
   const int once = counted.asked.exchange(0);
-  ValuesFile file(file_.c_str());
-  ASSERT_TRUE(file.opened());
-  test_support::CapturedOutput captured;
-  saveSubtree(scope_, {node, {"counted"}}, file);
+  EXPECT_EQ(run("to " + file_ + " drive/counted/"),
+            (Answer{1, " make command [false] -> [set false ]\n"}));
   EXPECT_EQ(counted.asked, once);
-  EXPECT_EQ(captured.take(), " make command [false] -> [set false ]\n");
 }
 
 TEST_F(To, WalksDeepTrees) {

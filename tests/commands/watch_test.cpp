@@ -2,7 +2,7 @@
 #include <new>
 #include <thread>
 
-#include "tests/model/scope_fixture.h"
+#include "tests/commands/scope_fixture.h"
 
 namespace treescope::test {
 namespace {

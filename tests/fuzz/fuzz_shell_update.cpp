@@ -8,7 +8,7 @@
 
 #include <cstring>
 
-#include "model/update_decoding.h"
+#include "model/update_display.h"
 #include "modelsrv/model_part.h"
 #include "tests/fuzz/fuzz_input.h"
 

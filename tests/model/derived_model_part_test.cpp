@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "evtsrv/event_port_manager.h"
-#include "model/derived_model_root.h"
+#include "model/model_client.h"
 
 namespace treescope {
 namespace {

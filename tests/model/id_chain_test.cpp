@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include "modelsrv/model_part.h"
+
 namespace treescope {
 namespace {
 
@@ -23,6 +25,36 @@ TEST(NamedChain, GrowsAndShrinksInBothVectors) {
   EXPECT_EQ(chain, (NamedChain{{1, 7}, {"a", "b"}}));
   chain.removeLast();
   EXPECT_EQ(chain, (NamedChain{{1}, {"a"}}));
+}
+
+constexpr std::uint16_t noElement = ModelSrv::ModelPartIndex_Void;
+
+struct IndexCase {
+  const char* text;
+  std::uint16_t index;
+};
+
+TEST(ElementIndex, ReadsANumberTheWayStreamsDo) {
+  const IndexCase cases[] = {
+      {"0", 0},
+      {"3", 3},
+      {"007", 7},
+      {" 4", 4},
+      {"5x", 5},
+      {"abc", 0},
+      {"x5", 0},
+      {" ", 0},
+      {"65533", 65533},
+      {"65534", noElement},
+      {"65535", noElement},
+      {"65536", noElement},
+      {"-2", noElement},
+      {"-1", noElement},
+      {"99999999999999999999999", noElement},
+  };
+  for (const IndexCase& test : cases) {
+    EXPECT_EQ(elementIndex({test.text}), test.index) << test.text;
+  }
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "term/line_listing.h"
-#include "tests/model/scope_fixture.h"
+#include "tests/model/client_fixture.h"
 #include "tests/support/counted_allocations.h"
 
 // What a listing costs the shell, in counts: memory, allocations and requests.
@@ -53,7 +53,7 @@ class CountedNode : public ModelSrv::ModelNode {
   std::atomic<std::size_t>& asked_;
 };
 
-class ListingCost : public ScopeFixture {
+class ListingCost : public ClientFixture {
  protected:
   void SetUp() override { connect(); }
 
@@ -66,7 +66,7 @@ class ListingCost : public ScopeFixture {
     now.mostBytes = now.cachedBytes;
     {
       ListingNode listing;
-      scope_.buildTree(listing, recursiveAndLong, chain, "top", 1, true, true);
+      client_.buildTree(listing, recursiveAndLong, chain, "top", 1, true, true);
       ScreenPrinter printer(0, true);
       printLongTree(printer, listing, true, false);
     }

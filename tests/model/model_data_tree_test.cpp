@@ -34,17 +34,17 @@ TEST(CdirTree, ClearsItsTextsItsPairOfWordsAndWhatIsBelow) {
   EXPECT_EQ(deleted, 1);
 }
 
-TEST(ModelDataTree, ClearsItsPlaceItsTextAndItsObjects) {
+TEST(ModelDataTree, ClearsItsLocationItsTextAndItsObjects) {
   int deleted = 0;
   ModelDataTree tree("root");
   tree.setText("text");
-  tree.setHandle({{1}, {"a"}});
+  tree.setLocation({{1}, {"a"}});
   tree.setDataWords({1, 2});
   tree.addObject(std::make_unique<Noted>(deleted));
   tree.clear();
   EXPECT_EQ(tree.name(), "root");
   EXPECT_EQ(tree.text(), "");
-  EXPECT_EQ(tree.place(), NamedChain());
+  EXPECT_EQ(tree.location(), NamedChain());
   EXPECT_THAT(tree.objects(), IsEmpty());
   EXPECT_THAT(tree.dataWords(), ElementsAre(1U, 2U));
   EXPECT_EQ(deleted, 1);

@@ -1,4 +1,4 @@
-#include "tests/model/scope_fixture.h"
+#include "tests/model/client_fixture.h"
 
 namespace treescope::test {
 namespace {
@@ -16,16 +16,16 @@ std::string written(const ListingNode& node) {
   return node.children.empty() ? text : text + " (" + below + ')';
 }
 
-class TreeBuilder : public ScopeFixture {
+class TreeBuilder : public ClientFixture {
  protected:
   void SetUp() override { connect(); }
 
   std::string built(unsigned options, const IdChain& chain, const std::string& name = {},
                     std::uint8_t depth = 1, bool top = true) {
     ListingNode locked;
-    scope_.buildTree(locked, options, chain, name, depth, top, true);
+    client_.buildTree(locked, options, chain, name, depth, top, true);
     ListingNode unlocked;
-    scope_.buildTree(unlocked, options, chain, name, depth, top, false);
+    client_.buildTree(unlocked, options, chain, name, depth, top, false);
     EXPECT_EQ(written(locked), written(unlocked));
     return written(locked);
   }
@@ -50,7 +50,7 @@ TEST_F(TreeBuilder, ListsThePartsElements) {
 }
 
 TEST_F(TreeBuilder, LeavesOutTheValueOfTheTopAlone) {
-  const unsigned options = 4 | TreeScope::optionBelowOnly;
+  const unsigned options = 4 | ModelClient::optionBelowOnly;
   EXPECT_EQ(built(options, {1, 1}, "speed"), "speed");
   EXPECT_EQ(built(options, {1, 4}, "raw"), "raw ([0]=1, [1]=2, [2]=3)");
   EXPECT_EQ(built(options, {1, 14}, "inner"), "inner (deep=5)");
@@ -68,8 +68,8 @@ TEST_F(TreeBuilder, ListsOneLevelAndMarksContent) {
     ASSERT_EQ(box.add(part), ModelSrv::ModelRes_Success);
   }
   ASSERT_EQ(server_.drive().add(&box), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(scope_.subscribePath({1, 40, 1, 1}), 1);
-  ASSERT_EQ(scope_.subscribePath({1, 40, 2}), 1);
+  ASSERT_EQ(client_.subscribePath({1, 40, 1, 1}), 1);
+  ASSERT_EQ(client_.subscribePath({1, 40, 2}), 1);
   const IdChain chain{1, 40};
   struct Case {
     unsigned options;
@@ -107,7 +107,7 @@ TEST_F(TreeBuilder, CountsTheDepthModulo256) {
 }
 
 TEST_F(TreeBuilder, ListsNothingWithoutAConnection) {
-  ASSERT_EQ(run("cd").result, 1);
+  client_.closeServer();
   EXPECT_EQ(built(13, {}), "root=");
 }
 
@@ -139,17 +139,21 @@ TEST_F(TreeBuilder, AsksTwiceForEachOf10000PartsHoweverManyAreSubscribed) {
     ASSERT_EQ(wide.add(parts.back().get()), ModelSrv::ModelRes_Success);
   }
   ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(run("eu -r drive/wide"), (Answer{1, ""}));
+  for (std::uint16_t id = 0; id < many; ++id) {
+    ASSERT_EQ(client_.subscribePath({1, 40, id}), 1);
+  }
   asked = 0;
   ListingNode listing;
-  scope_.buildTree(listing, 0, {1, 40}, "wide", 1, true, true);
+  client_.buildTree(listing, 0, {1, 40}, "wide", 1, true, true);
   EXPECT_EQ(asked, 2 * many);
   ASSERT_EQ(listing.children.size(), many);
   for (const ListingNode& child : listing.children) {
     ASSERT_EQ(child.subscribedMark, 8U);
   }
-  EXPECT_EQ(run("du drive/wide"), (Answer{1, ""}));
-  EXPECT_THAT(scope_.currentPart()->subscriptions(), testing::IsEmpty());
+  for (std::uint16_t id = 0; id < many; ++id) {
+    ASSERT_TRUE(client_.unsubscribePath({1, 40, id}));
+  }
+  EXPECT_THAT(client_.currentPart()->subscriptions(), testing::IsEmpty());
 }
 
 }  // namespace

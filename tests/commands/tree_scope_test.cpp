@@ -1,9 +1,9 @@
-#include "model/tree_scope.h"
+#include "commands/tree_scope.h"
 
 #include <atomic>
 #include <memory>
 
-#include "tests/model/scope_fixture.h"
+#include "tests/commands/scope_fixture.h"
 
 namespace treescope::test {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "commands/tree_scope.h"
 #include "evtsrv/event_port_manager.h"
-#include "model/tree_scope.h"
 #include "tests/model/sample_server.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/port_name.h"

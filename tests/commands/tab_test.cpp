@@ -9,7 +9,7 @@
 #include <memory>
 #include <thread>
 
-#include "model/tree_scope.h"
+#include "commands/tree_scope.h"
 #include "tests/model/sample_server.h"
 #include "tests/shell/listed_candidates.h"
 #include "tests/support/captured_output.h"

@@ -1,8 +1,9 @@
+#include "model/model_client.h"
+
 #include <algorithm>
-#include <sstream>
 #include <utility>
 
-#include "model/tree_scope.h"
+#include "evtsrv/event_port_manager.h"
 #include "shell/results.h"
 #include "shell/words.h"
 
@@ -19,44 +20,76 @@ std::vector<std::string> pathComponents(const std::string& text) {
 
 }  // namespace
 
-TreeScope::ClientLock TreeScope::lockClient(bool lock) const {
-  ClientLock held(eventPortManager_->clientMutex, std::defer_lock);
+DerivedModelRoot::~DerivedModelRoot() = default;
+
+unsigned DerivedModelRoot::receiveModelEvent(const char* /*sender*/, unsigned /*type*/,
+                                             EvtSrv::MemoryHolder* /*data*/,
+                                             EvtSrv::MemoryHolder* /*reply*/) {
+  return EvtSrv::EvtRes_Success;
+}
+
+ModelClient::ModelClient(EvtSrv::EventPortManager* manager)
+    : DerivedModelRoot(manager), clientMutex_(manager->clientMutex) {}
+
+ModelClient::~ModelClient() = default;
+
+bool ModelClient::openServer(const std::string& name) {
+  const ClientLock held = lockClient(true);
+  if (startAsClient(name, CachePeriod_Stop, EvtSrv::ConBehave_Void) != ModelSrv::ModelRes_Success) {
+    return false;
+  }
+  auto part = std::make_unique<DerivedModelPart>(this, name);
+  if (add(part.get()) != ModelSrv::ModelRes_Success) {
+    return false;
+  }
+  currentPart_ = std::move(part);
+  return true;
+}
+
+void ModelClient::closeServer() {
+  const ClientLock held = lockClient(true);
+  currentPart_.reset();
+}
+
+ModelClient::ClientLock ModelClient::lockClient(bool lock) const {
+  ClientLock held(clientMutex_, std::defer_lock);
   if (lock) {
     held.lock();
   }
   return held;
 }
 
-ModelSrv::ModelPart* TreeScope::target(const IdChain& chain) {
+ModelSrv::ModelPart* ModelClient::target(const IdChain& chain) {
   currentPart_->setTarget(chain);
   return currentPart_.get();
 }
 
-ModelSrv::ModelPart* TreeScope::childrenTarget(const IdChain& chain) {
+ModelSrv::ModelPart* ModelClient::childrenTarget(const IdChain& chain) {
   if (chain.empty()) {
     return this;
   }
   return target(chain);
 }
 
-bool TreeScope::fetchChildIds(const IdChain& chain, std::vector<std::uint16_t>& ids, bool lock) {
+bool ModelClient::fetchChildIds(const IdChain& chain, std::vector<std::uint16_t>& ids, bool lock) {
   const ClientLock held = lockClient(lock);
   return connected() &&
          getChildIdsFromServer(childrenTarget(chain), ids) == ModelSrv::ModelRes_Success;
 }
 
-bool TreeScope::fetchChildNames(const IdChain& chain, std::vector<std::string>& names, bool lock) {
+bool ModelClient::fetchChildNames(const IdChain& chain, std::vector<std::string>& names,
+                                  bool lock) {
   const ClientLock held = lockClient(lock);
   return connected() &&
          getChildNamesFromServer(childrenTarget(chain), names) == ModelSrv::ModelRes_Success;
 }
 
-bool TreeScope::fetchChildren(const IdChain& chain, ChildList& children, bool lock) {
-  // The update display runs on another thread than the command that remembers.
+bool ModelClient::fetchChildren(const IdChain& chain, ChildList& children, bool lock) {
+  // Without `lock` the caller may be the event thread; the cache is the command thread's.
   ChildListCache* const cache = lock ? childListCache_ : nullptr;
   if (cache != nullptr) {
-    if (const ChildList* known = cache->find(chain)) {
-      children = *known;
+    if (const ChildList* cached = cache->find(chain)) {
+      children = *cached;
       return true;
     }
   }
@@ -74,12 +107,12 @@ bool TreeScope::fetchChildren(const IdChain& chain, ChildList& children, bool lo
   return true;
 }
 
-bool TreeScope::hasChildren(const IdChain& chain, bool lock) {
+bool ModelClient::hasChildren(const IdChain& chain, bool lock) {
   std::vector<std::uint16_t> ids;
   return fetchChildIds(chain, ids, lock) && !ids.empty();
 }
 
-bool TreeScope::resolveChain(const std::string& text, NamedChain& reached) {
+bool ModelClient::resolveChain(const std::string& text, NamedChain& reached) {
   reached = {};
   if (!connected()) {
     return false;
@@ -109,7 +142,7 @@ bool TreeScope::resolveChain(const std::string& text, NamedChain& reached) {
   return true;
 }
 
-bool TreeScope::nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock) {
+bool ModelClient::nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock) {
   NamedChain reached;
   bool listed = true;
   for (const std::uint16_t id : chain) {
@@ -123,13 +156,24 @@ bool TreeScope::nameChain(const IdChain& chain, std::vector<std::string>& names,
   return listed;
 }
 
-std::vector<std::string> TreeScope::namePathOf(const IdChain& chain, bool lock) {
+std::vector<std::string> ModelClient::namePathOf(const IdChain& chain, bool lock) {
   std::vector<std::string> names;
   static_cast<void>(nameChain(chain, names, lock));
   return names;
 }
 
-std::uint16_t TreeScope::elementSum(const IdChain& chain, bool lock) {
+std::vector<std::string> ModelClient::cachedNamePathOf(const IdChain& chain) {
+  if (const std::vector<std::string>* cached = currentPart_->cachedNames(chain)) {
+    return *cached;
+  }
+  std::vector<std::string> names;
+  if (nameChain(chain, names, false)) {
+    currentPart_->cacheNames(chain, names);
+  }
+  return names;
+}
+
+std::uint16_t ModelClient::elementSum(const IdChain& chain, bool lock) {
   const ClientLock held = lockClient(lock);
   unsigned short sum = 0;
   if (!connected() || getElementSumFromServer(target(chain), sum) != ModelSrv::ModelRes_Success) {
@@ -138,7 +182,8 @@ std::uint16_t TreeScope::elementSum(const IdChain& chain, bool lock) {
   return sum;
 }
 
-int TreeScope::fetchElementNames(const IdChain& chain, std::vector<std::string>& names, bool lock) {
+int ModelClient::fetchElementNames(const IdChain& chain, std::vector<std::string>& names,
+                                   bool lock) {
   const ClientLock held = lockClient(lock);
   std::vector<std::string> fetched;
   if (!connected() ||
@@ -152,8 +197,8 @@ int TreeScope::fetchElementNames(const IdChain& chain, std::vector<std::string>&
   return result::success;
 }
 
-int TreeScope::findElementIndex(const IdChain& chain, const std::string& name, std::uint16_t& index,
-                                bool lock) {
+int ModelClient::findElementIndex(const IdChain& chain, const std::string& name,
+                                  std::uint16_t& index, bool lock) {
   std::vector<std::string> names;
   const int code = fetchElementNames(chain, names, lock);
   if (code != result::success) {
@@ -167,9 +212,10 @@ int TreeScope::findElementIndex(const IdChain& chain, const std::string& name, s
   return result::success;
 }
 
-void TreeScope::readText(const IdChain& chain, std::string& text, std::uint16_t index, bool lock) {
+void ModelClient::readText(const IdChain& chain, std::string& text, std::uint16_t index,
+                           bool lock) {
   const ClientLock held = lockClient(lock);
-  // Making a stream takes longer than reading a value.
+  // Constructing a stream takes longer than reading a value.
   valueStream_.clear();
   valueStream_.str({});
   if (!connected() || target(chain)->save(valueStream_, index) != ModelSrv::ModelRes_Success ||
@@ -184,17 +230,17 @@ void TreeScope::readText(const IdChain& chain, std::string& text, std::uint16_t 
   }
 }
 
-void TreeScope::readValueText(const IdChain& chain, std::string& text, bool lock) {
+void ModelClient::readValueText(const IdChain& chain, std::string& text, bool lock) {
   readText(chain, text, ModelSrv::ModelPartIndex_All, lock);
 }
 
-void TreeScope::readElementText(const IdChain& chain, std::string& text, std::uint16_t index,
-                                bool lock) {
+void ModelClient::readElementText(const IdChain& chain, std::string& text, std::uint16_t index,
+                                  bool lock) {
   readText(chain, text, index, lock);
 }
 
-void TreeScope::readValue(const IdChain& chain, const ElementIndexText& element, std::string& text,
-                          bool lock) {
+void ModelClient::readValue(const IdChain& chain, const ElementIndexText& element,
+                            std::string& text, bool lock) {
   if (!element.text.empty() && elementSum(chain, lock) != 0) {
     readElementText(chain, text, elementIndex(element), lock);
   } else {
@@ -202,19 +248,19 @@ void TreeScope::readValue(const IdChain& chain, const ElementIndexText& element,
   }
 }
 
-void TreeScope::loadText(const IdChain& chain, const std::string& text, bool flag,
-                         std::uint16_t index) {
+void ModelClient::loadText(const IdChain& chain, const std::string& text, bool flag,
+                           std::uint16_t index) {
   const ClientLock held = lockClient(true);
   if (!connected()) {
     return;
   }
   std::istringstream stream(text);
-  // What became of the store is what the next reading shows.
+  // The commands show the result of the store by reading the value back.
   static_cast<void>(target(chain)->load(stream, flag, index));
 }
 
-int TreeScope::writeValue(const IdChain& chain, const ElementName& element, const std::string& text,
-                          bool flag) {
+int ModelClient::writeValue(const IdChain& chain, const ElementName& element,
+                            const std::string& text, bool flag) {
   std::uint16_t index = ModelSrv::ModelPartIndex_All;
   if (elementSum(chain, true) != 0 && !element.text.empty() &&
       findElementIndex(chain, element.text, index, true) != result::success) {
@@ -224,8 +270,8 @@ int TreeScope::writeValue(const IdChain& chain, const ElementName& element, cons
   return result::success;
 }
 
-int TreeScope::writeValue(const IdChain& chain, const ElementIndexText& element,
-                          const std::string& text, bool flag) {
+int ModelClient::writeValue(const IdChain& chain, const ElementIndexText& element,
+                            const std::string& text, bool flag) {
   std::uint16_t index = ModelSrv::ModelPartIndex_All;
   if (elementSum(chain, true) != 0) {
     if (element.text.empty()) {
@@ -237,7 +283,7 @@ int TreeScope::writeValue(const IdChain& chain, const ElementIndexText& element,
   return result::success;
 }
 
-int TreeScope::subscribePath(const IdChain& chain) {
+int ModelClient::subscribePath(const IdChain& chain) {
   const ClientLock held = lockClient(true);
   if (!connected() ||
       target(chain)->subscribeToServer(this, 0, nullptr, ModelSrv::ModelPartIndex_All) !=
@@ -248,7 +294,7 @@ int TreeScope::subscribePath(const IdChain& chain) {
   return result::success;
 }
 
-bool TreeScope::unsubscribePath(const IdChain& chain) {
+bool ModelClient::unsubscribePath(const IdChain& chain) {
   const ClientLock held = lockClient(true);
   if (!connected() || target(chain)->unsubscribeToServer(this) != ModelSrv::ModelRes_Success) {
     return false;

@@ -1,4 +1,4 @@
-#include "tests/model/scope_fixture.h"
+#include "tests/commands/scope_fixture.h"
 
 namespace treescope::test {
 

@@ -1,8 +1,23 @@
-#include "commands/saved_command.h"
+#include "commands/value_text.h"
+
+#include <algorithm>
 
 #include "shell/paths.h"
 
 namespace treescope {
+
+std::string valueLine(std::vector<std::string> names, const std::string& indexText,
+                      const std::string& value) {
+  constexpr std::size_t columnStep = 4;
+  if (!indexText.empty() && !names.empty()) {
+    names.back() += '[' + indexText + ']';
+  }
+  std::string line = pathText(names);
+  line.append(columnStep - line.size() % columnStep, ' ');
+  line += '[' + value + ']';
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  return line;
+}
 
 void appendSavedCommand(std::string& line, const std::string& value) {
   if (value.empty() || value.find(' ') != std::string::npos) {

@@ -1,8 +1,8 @@
 #include <utility>
 
+#include "commands/target_address.h"
+#include "commands/tree_scope.h"
 #include "model/discovery.h"
-#include "model/split_path.h"
-#include "model/tree_scope.h"
 #include "shell/command_table.h"
 #include "shell/results.h"
 
@@ -35,9 +35,9 @@ std::vector<std::string> TreeScope::treeCandidates(const SplitPath& path) {
   if (path.last == "..") {
     return {path.last};
   }
-  NamedChain place;
+  NamedChain parent;
   ChildList children;
-  if (!resolveChain(path.parent, place) || !fetchChildren(place.ids, children, true)) {
+  if (!resolveChain(path.parent, parent) || !fetchChildren(parent.ids, children, true)) {
     return {};
   }
   std::vector<std::string> names;
@@ -47,12 +47,12 @@ std::vector<std::string> TreeScope::treeCandidates(const SplitPath& path) {
     if (!names.back().starts_with(path.last)) {
       continue;
     }
-    IdChain chain = place.ids;
+    IdChain chain = parent.ids;
     chain.push_back(children.id(child));
     candidates.push_back(hasChildren(chain, true) ? names.back() + '/' : names.back());
   }
-  place.names.insert(place.names.begin(), currentPart_->serverName());
-  wordTree_->at(place.names).setChildren(names);
+  parent.names.insert(parent.names.begin(), currentPart()->serverName());
+  wordTree_->at(parent.names).setChildren(names);
   return candidates;
 }
 

@@ -1,0 +1,198 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kstd/thread_mutex.h"
+#include "model/child_list.h"
+#include "model/child_list_cache.h"
+#include "model/derived_model_part.h"
+#include "model/id_chain.h"
+#include "modelsrv/model_root.h"
+#include "term/listing_node.h"
+
+namespace treescope {
+
+/// A client's root whose event hook ignores every event. A derived class overrides
+/// the hook to handle events.
+class DerivedModelRoot : public ModelSrv::ModelRoot {
+ public:
+  using ModelSrv::ModelRoot::ModelRoot;
+  ~DerivedModelRoot() override;
+
+  /// Ignores the event and returns `EvtRes_Success`. The library calls the hook from
+  /// the thread that dispatches events, with the client mutex held.
+  unsigned receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
+                             EvtSrv::MemoryHolder* reply) override;
+};
+
+/// The client of a model server: the connection to one server at a time, and every
+/// request about the server's tree.
+///
+/// A request is one exchange with the client mutex held. `lock` says who holds it:
+/// with true the operation takes the mutex, as commands need it; with false the
+/// caller holds it already, as inside the library's event processing. Operations
+/// without `lock` take it. While not connected every request fails.
+///
+/// Threads: one thread, the command thread, connects, disconnects, subscribes and
+/// makes the requests that take the mutex. Requests that do not take it are for
+/// whichever thread holds it. Errors are reported by result codes
+/// (`shell/results.h`) or by an unchanged output. Nothing throws except
+/// std::bad_alloc.
+class ModelClient : public DerivedModelRoot {
+ public:
+  /// `manager` is not owned and outlives the client.
+  explicit ModelClient(EvtSrv::EventPortManager* manager);
+  ~ModelClient() override;
+
+  // The connection.
+
+  /// Connects to the server `name`, with the current location at the server's root.
+  /// Returns false and changes nothing if the library cannot connect. Called while
+  /// not connected.
+  [[nodiscard]] bool openServer(const std::string& name);
+
+  /// Deletes the mirror part and with it the location and the list of
+  /// subscriptions. The library keeps its connection until the next `openServer` or
+  /// until the root is stopped.
+  void closeServer();
+
+  /// The mirror part; null while not connected.
+  [[nodiscard]] DerivedModelPart* currentPart() const { return currentPart_.get(); }
+  [[nodiscard]] bool connected() const { return currentPart_ != nullptr; }
+
+  // Paths and children.
+
+  /// Resolves the path `text`, from the server's root if it begins with "/", else
+  /// from the current location. Returns whether every component was found;
+  /// `reached` is the last part that was. Empty components are skipped; ".." at the
+  /// root is not found.
+  [[nodiscard]] bool resolveChain(const std::string& text, NamedChain& reached);
+
+  /// The name of each part along `chain`. A part that has no name, or that the
+  /// server does not list, is named "noname-" and its id.
+  [[nodiscard]] std::vector<std::string> namePathOf(const IdChain& chain, bool lock);
+
+  /// `namePathOf` for the part of an update, without a request if the mirror part
+  /// has cached the names. Called while connected, with the client mutex held.
+  [[nodiscard]] std::vector<std::string> cachedNamePathOf(const IdChain& chain);
+
+  /// Whether the server lists at least one child: `chain` is a node.
+  [[nodiscard]] bool hasChildren(const IdChain& chain, bool lock);
+
+  /// The children of `chain`; none for a part. Returns false and leaves `children`
+  /// unchanged if a request failed.
+  [[nodiscard]] bool fetchChildren(const IdChain& chain, ChildList& children, bool lock);
+
+  // The two halves of `fetchChildren`, one exchange each. The output is unchanged
+  // if the request failed.
+  [[nodiscard]] bool fetchChildIds(const IdChain& chain, std::vector<std::uint16_t>& ids,
+                                   bool lock);
+  [[nodiscard]] bool fetchChildNames(const IdChain& chain, std::vector<std::string>& names,
+                                     bool lock);
+
+  /// Caches the children that `fetchChildren` returns with `lock`, for as long as
+  /// the result exists. For commands that resolve many paths, on the command thread.
+  [[nodiscard]] ChildListCache::Use useChildListCache() {
+    return ChildListCache::Use(childListCache_);
+  }
+
+  // Elements and values.
+
+  /// The number of elements of an array part; 0 for other parts and if the request
+  /// failed.
+  [[nodiscard]] std::uint16_t elementSum(const IdChain& chain, bool lock);
+
+  /// 1 and the names of the part's elements, 3 if they have none, 7 if the request
+  /// failed.
+  [[nodiscard]] int fetchElementNames(const IdChain& chain, std::vector<std::string>& names,
+                                      bool lock);
+
+  /// 1 and the index of the first element with exactly that name, 3 if there is
+  /// none, 7 if the request failed.
+  [[nodiscard]] int findElementIndex(const IdChain& chain, const std::string& name,
+                                     std::uint16_t& index, bool lock);
+
+  /// The text of the whole value; `text` is unchanged if the request failed.
+  void readValueText(const IdChain& chain, std::string& text, bool lock);
+
+  /// The text of one element; `text` is unchanged if the request failed.
+  void readElementText(const IdChain& chain, std::string& text, std::uint16_t index, bool lock);
+
+  /// The text of the element that `element` chooses if the part is an array, else of
+  /// the whole value.
+  void readValue(const IdChain& chain, const ElementIndexText& element, std::string& text,
+                 bool lock);
+
+  /// Stores `text`, with the loader's `flag`: into the named element if the part is
+  /// an array and a name is given, else as the whole value. 3 and no store if no
+  /// element has that name; else 1, whether or not the server accepted the value.
+  [[nodiscard]] int writeValue(const IdChain& chain, const ElementName& element,
+                               const std::string& text, bool flag);
+
+  /// The same for an element chosen by index. An array requires an index: 4 and no
+  /// store without one. The index is ignored if the part is no array, and its range
+  /// is left to the server.
+  [[nodiscard]] int writeValue(const IdChain& chain, const ElementIndexText& element,
+                               const std::string& text, bool flag);
+
+  // Subscriptions.
+
+  /// Subscribes the part and adds it to the list: 1, or 2 if the server refuses.
+  [[nodiscard]] int subscribePath(const IdChain& chain);
+
+  /// Cancels one subscription of the part and removes its first entry from the list.
+  /// Returns false and changes nothing if the cancellation fails.
+  [[nodiscard]] bool unsubscribePath(const IdChain& chain);
+
+  // Listings.
+
+  /// An option bit besides those of the commands: the top part's own value is not
+  /// read. For a display that shows only what is below the top.
+  static constexpr unsigned optionBelowOnly = 16;
+
+  /// Fills `node`, a new one, with the listing of `chain`: a part with its elements,
+  /// or a node with its children. `options` are the command option bits: recursive,
+  /// long (with values) and count (with kind marks). `name` is the label; if empty it
+  /// is made from the last id, or is "root". `depth` is the number of levels listed
+  /// below the node without the recursive bit. `top` is false for a node that is
+  /// itself a child in the listing: without the recursive bit it is only marked as
+  /// having content. A failed request leaves its part of the listing out.
+  void buildTree(ListingNode& node, unsigned options, const IdChain& chain, std::string name,
+                 std::uint8_t depth, bool top, bool lock);
+
+ private:
+  using ClientLock = std::unique_lock<KSTD::KThreadMutex>;
+
+  /// Holds the client mutex if `lock` is true.
+  [[nodiscard]] ClientLock lockClient(bool lock) const;
+
+  /// `namePathOf`; returns whether the server listed every part.
+  bool nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock);
+
+  /// The mirror part with `chain` as its target.
+  ModelSrv::ModelPart* target(const IdChain& chain);
+  /// The same for requests about children, which need the root for an empty chain.
+  ModelSrv::ModelPart* childrenTarget(const IdChain& chain);
+
+  void readText(const IdChain& chain, std::string& text, std::uint16_t index, bool lock);
+  void loadText(const IdChain& chain, const std::string& text, bool flag, std::uint16_t index);
+
+  KSTD::KThreadMutex& clientMutex_;
+
+  // Written by the command thread with the client mutex held; that thread reads it
+  // without.
+  std::unique_ptr<DerivedModelPart> currentPart_;
+
+  // Used with the client mutex held.
+  std::ostringstream valueStream_;  ///< reused, see `readText`
+
+  // Used by the command thread. Null except while a command uses the cache.
+  ChildListCache* childListCache_ = nullptr;
+};
+
+}  // namespace treescope

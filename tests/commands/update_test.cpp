@@ -1,0 +1,128 @@
+#include "tests/commands/scope_fixture.h"
+
+namespace treescope::test {
+namespace {
+
+class UpdateDisplay : public ScopeFixture {
+ protected:
+  void SetUp() override { connect(); }
+
+  /// What the root's listing shows behind its first node.
+  static std::string top() {
+    return "+-- empty        []\n+-- noname-3/\n    +-- notfound  [nodata]\n+-- " +
+           SampleServer::oddName() + "  [odd value]\n+-- top          [line break]\n";
+  }
+};
+
+TEST_F(UpdateDisplay, PrintsThePathOfThePartThatChanged) {
+  ASSERT_EQ(scope_.subscribePath({1, 1}), 1);
+  ASSERT_EQ(scope_.subscribePath({1, 12}), 1);
+  ASSERT_EQ(server_.speed.setValue(43), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/speed\n");
+  ASSERT_EQ(server_.unnamed.setValue(8), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/noname-12\n");
+}
+
+TEST_F(UpdateDisplay, OfTheRootPrintsASlash) {
+  const std::string listing = "/\n+-- drive/\n    +-- notfound  [nodata]\n" + top();
+  EXPECT_EQ(handUpdate({1, 0xff, 0xff}), listing);
+  EXPECT_EQ(handUpdate({1}), listing);
+}
+
+TEST_F(UpdateDisplay, OfAnUnknownPartPrintsItsIds) {
+  EXPECT_EQ(handUpdate({1, 0x00, 0x4d, 0x00, 0x05, 0xff, 0xff}), "/noname-77/noname-5\n");
+}
+
+TEST_F(UpdateDisplay, IsDroppedWhileNotConnected) {
+  ASSERT_EQ(scope_.subscribePath({1, 1}), 1);
+  ASSERT_EQ(run("cd").result, 1);
+  EXPECT_EQ(handUpdate({1, 0x00, 0x01, 0x00, 0x01, 0xff, 0xff}), "");
+}
+
+TEST_F(UpdateDisplay, ReachesTheShellThroughItsPort) {
+  EvtSrv::MemoryHolder data({1, 0, 1, 0xff, 0xff}, 1);
+  EvtSrv::MemoryHolder reply;
+  EvtSrv::EventPort& port = scope_;
+  test_support::CapturedOutput captured;
+  EXPECT_EQ(port.receive("x", ModelSrv::ModelRoot::EvtTyp_Model_Update, &data, &reply),
+            EvtSrv::EvtRes_Success);
+  EXPECT_TRUE(captured.take().starts_with("/drive\n+-- speed      [42]\n"));
+}
+
+TEST_F(UpdateDisplay, DrawsTheElementsOfAnArray) {
+  ASSERT_EQ(run("eu drive/gains").result, 1);
+  ASSERT_EQ(server_.gains.setValue(1, 2.5), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/gains\n+-- [0](p)  [1.5]\n+-- [1](i)  [2.5]\n");
+}
+
+TEST_F(UpdateDisplay, ShowsWhatAnotherClientStored) {
+  EvtSrv::EventPortManager otherManager(EvtSrv::ConBehave_Void, true);
+  TreeScope other(&otherManager, 1);
+  ASSERT_EQ(other.connectServer(name_), 1);
+  ASSERT_EQ(run("eu -r drive").result, 1);
+  ASSERT_EQ(other.writeValue({1, 4}, ElementIndexText{"1"}, "9", false), 1);
+  EXPECT_EQ(takeUpdates(1), "/drive/raw\n+-- [0]  [1]\n+-- [1]  [9]\n+-- [2]  [3]\n");
+  ASSERT_EQ(run("du drive/raw").result, 1);
+  ASSERT_EQ(other.writeValue({1, 4}, ElementIndexText{"1"}, "8", false), 1);
+  ASSERT_EQ(other.writeValue({1, 14, 1}, ElementIndexText{""}, "6", false), 1);
+  EXPECT_EQ(takeUpdates(1), "/drive/inner/deep\n");
+}
+
+TEST_F(UpdateDisplay, ReadsIdsMostSignificantByteFirstWhereTheFlagSaysSo) {
+  EXPECT_EQ(handUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
+}
+
+class NameCache : public UpdateDisplay {
+ protected:
+  void SetUp() override {
+    UpdateDisplay::SetUp();
+    ASSERT_EQ(scope_.subscribePath(speed_), 1);
+    ASSERT_FALSE(areCached());
+    ASSERT_EQ(server_.speed.setValue(43), ModelSrv::ModelRes_Success);
+    ASSERT_EQ(takeUpdates(1), "/drive/speed\n");
+    ASSERT_TRUE(areCached());
+  }
+
+  bool areCached() { return scope_.currentPart()->cachedNames(speed_) != nullptr; }
+
+  const IdChain speed_{1, 1};
+};
+
+TEST_F(NameCache, AreShownByTheNextUpdate) {
+  ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/speed\n");
+  EXPECT_THAT(*scope_.currentPart()->cachedNames(speed_), testing::ElementsAre("drive", "speed"));
+}
+
+TEST_F(NameCache, LastAsLongAsTheSubscription) {
+  ASSERT_EQ(run("eu drive/speed").result, 1);
+  EXPECT_FALSE(areCached()) << "the part may be another one";
+  ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(takeUpdates(1), "/drive/speed\n");
+  EXPECT_TRUE(areCached());
+  ASSERT_EQ(run("du drive/speed").result, 1);
+  EXPECT_FALSE(areCached());
+}
+
+TEST_F(NameCache, AreForgottenWhenAnotherServerTakesTheConnection) {
+  server_.end();
+  SampleServer other(name_);
+  ModelSrv::ValuePart<int> renamed(1, "revolutions", 1);
+  ASSERT_EQ(other.drive().remove(&other.speed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(other.drive().add(&renamed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(run("get drive/label").result, 1);
+  ASSERT_EQ(renamed.setValue(2), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/revolutions\n");
+  other.end();
+}
+
+TEST_F(NameCache, AreThoseOfSubscribedPartsTheServerListed) {
+  ASSERT_EQ(handUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
+  EXPECT_EQ(scope_.currentPart()->cachedNames({5}), nullptr) << "not subscribed";
+  scope_.currentPart()->addSubscription({77});
+  ASSERT_EQ(handUpdate({1, 0x00, 0x4d, 0xff, 0xff}), "/noname-77\n");
+  EXPECT_EQ(scope_.currentPart()->cachedNames({77}), nullptr) << "not listed";
+}
+
+}  // namespace
+}  // namespace treescope::test
