@@ -5,6 +5,7 @@
 
 #include "term/line_listing.h"
 #include "tests/model/client_fixture.h"
+#include "tests/support/captured_output.h"
 #include "tests/support/counted_allocations.h"
 
 // What a listing costs the shell, in counts: memory, allocations and requests.
