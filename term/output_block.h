@@ -4,8 +4,7 @@
 #include <cstdio>
 #include <string>
 
-/// How what one thread prints stays whole on standard output, between the lines of
-/// other threads.
+/// Two ways to print on standard output without being interrupted by other threads.
 
 namespace treescope {
 

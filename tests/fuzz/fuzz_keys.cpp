@@ -5,7 +5,7 @@
 /// cursor is where the editor's is. Accepted lines, and no others, are in the history.
 ///
 /// Corpus: `typing`, `arrows`, `kills`, `past_the_end`, `history`, `references`,
-/// `completion`, `broken_sequences`, `failures`, `ending`.
+/// `completion`, `broken_sequences`, `errors`, `ending`.
 
 #include <algorithm>
 #include <cstdio>
