@@ -9,7 +9,7 @@
 #include "tests/terminal/model_server.h"
 #include "tests/terminal/shell_terminal.h"
 
-// What Tab puts into the line, and what it lists above it.
+// What Tab inserts into the line, and what it lists above it.
 
 namespace terminal_test {
 namespace {
@@ -29,7 +29,7 @@ TEST_F(Completion, ListsTheCommandsOnAnEmptyLine) {
   EXPECT_TRUE(showsLine("[ /]$ |"));
 }
 
-TEST_F(Completion, FinishesACommand) {
+TEST_F(Completion, CompletesACommand) {
   start();
   ASSERT_TRUE(type("l" + tab));
   EXPECT_TRUE(
@@ -38,7 +38,7 @@ TEST_F(Completion, FinishesACommand) {
   EXPECT_TRUE(showsLine("[ /]$ ls |"));
 }
 
-TEST_F(Completion, ListsTheCommandsThatBeginSoAndLeavesTheLine) {
+TEST_F(Completion, ListsTheCommandsWithThePrefixAndKeepsTheLine) {
   start();
   ASSERT_TRUE(type("c" + tab));
   EXPECT_TRUE(
@@ -58,14 +58,14 @@ TEST_F(Completion, OffersOnlyTheCommandsOfItsList) {
     ASSERT_TRUE(type(tab));
     ASSERT_TRUE(shell().waitFor(
         [row](const Screen& screen) { return screen.cursor().row == row + 1; }, "the next row"));
-    EXPECT_TRUE(showsLine(line)) << "the same line, one row further down";
+    EXPECT_TRUE(showsLine(line)) << "the same line, one row lower";
     ASSERT_TRUE(type(keys::ctrl('W') + keys::returnKey));
     ASSERT_TRUE(shell().waitFor(
-        [row](const Screen& screen) { return screen.cursor().row == row + 2; }, "a fresh row"));
+        [row](const Screen& screen) { return screen.cursor().row == row + 2; }, "an empty row"));
   }
 }
 
-TEST_F(Completion, AsksWithoutTheLeadingBlanksAndKeepsThemInTheLine) {
+TEST_F(Completion, IgnoresLeadingSpacesAndKeepsThemInTheLine) {
   start();
   ASSERT_TRUE(type("   c" + tab));
   EXPECT_TRUE(
@@ -75,26 +75,26 @@ TEST_F(Completion, AsksWithoutTheLeadingBlanksAndKeepsThemInTheLine) {
   EXPECT_TRUE(showsLine("[ /]$    c|"));
 }
 
-TEST_F(Completion, ListsTheCommandsForBlanks) {
+TEST_F(Completion, ListsTheCommandsForALineOfSpaces) {
   start();
   ASSERT_TRUE(type("  " + tab));
   EXPECT_TRUE(showsText("to     quit"));
   EXPECT_TRUE(showsLine("[ /]$   |"));
 }
 
-TEST_F(Completion, PutsTheCursorBehindWhatItPutIn) {
+TEST_F(Completion, MovesTheCursorAfterTheInsertedText) {
   start();
   ASSERT_TRUE(type("hel" + keys::home + tab));
   EXPECT_TRUE(showsLine("[ /]$ help |"));
 }
 
-TEST_F(Completion, RunsWhatStandsBehindASemicolon) {
+TEST_F(Completion, RunsTheCommandAfterASemicolon) {
   start();
   ASSERT_TRUE(type("ls; q" + tab));
   expectCleanEnd();
 }
 
-TEST_F(Completion, IsNoLineOfTheHistory) {
+TEST_F(Completion, IsNotAddedToTheHistory) {
   start();
   ASSERT_TRUE(type("l" + tab));
   ASSERT_TRUE(showsLine("[ /]$ ls |"));
@@ -102,12 +102,12 @@ TEST_F(Completion, IsNoLineOfTheHistory) {
   EXPECT_TRUE(showsLine("[ /]$ #|"));
 }
 
-/// Names in the directory where servers are looked for, which begin alike.
+/// Files with a common prefix in the directory that is searched for servers.
 class ServerNames : public ShellTerminal {
  protected:
-  static std::string beginning() { return "Model_" + test_support::portNameMark(); }
+  static std::string prefix() { return "Model_" + test_support::portNameMark(); }
 
-  void place(const std::string& name) {
+  void createFile(const std::string& name) {
     std::ofstream(path(name)).put('\n');
     files_.insert(name);
   }
@@ -125,57 +125,57 @@ class ServerNames : public ShellTerminal {
   std::set<std::string> files_;
 };
 
-TEST_F(ServerNames, AreFinished) {
-  place(beginning() + "pump.fifo");
+TEST_F(ServerNames, AreCompleted) {
+  createFile(prefix() + "pump.fifo");
   start();
-  ASSERT_TRUE(type("cd " + beginning() + tab));
-  EXPECT_TRUE(showsLine("[ /]$ cd " + beginning() + "pump|"));
+  ASSERT_TRUE(type("cd " + prefix() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + prefix() + "pump|"));
 }
 
-TEST_F(ServerNames, AreFinishedAsFarAsTheyAreAlikeAndListed) {
-  place(beginning() + "alpha.fifo");
-  place(beginning() + "alpine.fifo");
+TEST_F(ServerNames, AreCompletedToTheirCommonPrefixAndListed) {
+  createFile(prefix() + "alpha.fifo");
+  createFile(prefix() + "alpine.fifo");
   start();
-  ASSERT_TRUE(type("cd " + beginning() + tab));
-  EXPECT_TRUE(showsLine("[ /]$ cd " + beginning() + "alp|"));
-  EXPECT_TRUE(showsText(beginning() + "alpha"));
-  EXPECT_TRUE(showsText(beginning() + "alpine"));
+  ASSERT_TRUE(type("cd " + prefix() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + prefix() + "alp|"));
+  EXPECT_TRUE(showsText(prefix() + "alpha"));
+  EXPECT_TRUE(showsText(prefix() + "alpine"));
 }
 
-TEST_F(ServerNames, AreOfferedOnceAFile) {
-  place(beginning() + "a.fifo");
-  place(beginning() + "a.efifo");
+TEST_F(ServerNames, AreOfferedOncePerFile) {
+  createFile(prefix() + "a.fifo");
+  createFile(prefix() + "a.efifo");
   start();
-  ASSERT_TRUE(type("cd " + beginning() + tab));
-  EXPECT_TRUE(showsLine("[ /]$ cd " + beginning() + "a|"));
-  EXPECT_TRUE(showsText(beginning() + "a  " + beginning() + "a"));
+  ASSERT_TRUE(type("cd " + prefix() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + prefix() + "a|"));
+  EXPECT_TRUE(showsText(prefix() + "a  " + prefix() + "a"));
 }
 
-TEST_F(ServerNames, AreAllOfferedBehindASlash) {
-  place(beginning() + "pump.fifo");
-  place("modelsrv" + test_support::portNameMark() + ".fifo");
+TEST_F(ServerNames, AreAllOfferedAfterASlash) {
+  createFile(prefix() + "pump.fifo");
+  createFile("modelsrv" + test_support::portNameMark() + ".fifo");
   start({.rows = 300, .columns = 200});
   ASSERT_TRUE(type("cd /" + tab));
-  EXPECT_TRUE(showsText(beginning() + "pump"));
+  EXPECT_TRUE(showsText(prefix() + "pump"));
   EXPECT_TRUE(showsText("modelsrv" + test_support::portNameMark()));
 }
 
-TEST_F(ServerNames, AreNoFilesWithoutExtensionAndNoDirectories) {
-  place(beginning() + "file");
-  const std::string directory = path(beginning() + "directory.fifo");
+TEST_F(ServerNames, DoNotIncludeFilesWithoutExtensionOrDirectories) {
+  createFile(prefix() + "file");
+  const std::string directory = path(prefix() + "directory.fifo");
   ASSERT_EQ(::mkdir(directory.c_str(), 0700), 0);
-  place(beginning() + "server.fifo");
+  createFile(prefix() + "server.fifo");
   start();
-  ASSERT_TRUE(type("cd " + beginning() + tab));
-  EXPECT_TRUE(showsLine("[ /]$ cd " + beginning() + "server|"));
+  ASSERT_TRUE(type("cd " + prefix() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + prefix() + "server|"));
   EXPECT_EQ(::rmdir(directory.c_str()), 0);
 }
 
-TEST_F(ServerNames, AreListedWhereTheyHaveTheForm) {
+TEST_F(ServerNames, AreListedIfTheyHaveTheRightForm) {
   const std::string mark = test_support::portNameMark();
-  place("Model_" + mark + ".fifo");
-  place(mark + ".Model.fifo");
-  place("modelsrv" + mark + ".fifo");
+  createFile("Model_" + mark + ".fifo");
+  createFile(mark + ".Model.fifo");
+  createFile("modelsrv" + mark + ".fifo");
   start({.rows = 300, .columns = 200});
   ASSERT_TRUE(run("ls"));
   EXPECT_TRUE(showsText("Model_" + mark));
@@ -196,7 +196,7 @@ class TreeNames : public ShellTerminal {
   std::string prompt_;
 };
 
-TEST_F(TreeNames, AreFinishedWithASlashWhereThereIsMoreBelow) {
+TEST_F(TreeNames, AreCompletedWithASlashIfTheyHaveChildren) {
   startConnected();
   ASSERT_TRUE(type("cd dr" + tab));
   EXPECT_TRUE(showsLine(prompt_ + "cd drive/|"));
@@ -204,13 +204,13 @@ TEST_F(TreeNames, AreFinishedWithASlashWhereThereIsMoreBelow) {
   EXPECT_TRUE(showsLine(prompt_ + "cd drive/motor/current|"));
 }
 
-TEST_F(TreeNames, AreFinishedInAPathFromTheRoot) {
+TEST_F(TreeNames, AreCompletedInAPathFromTheRoot) {
   startConnected();
   ASSERT_TRUE(type("get /drive/la" + tab));
   EXPECT_TRUE(showsLine(prompt_ + "get /drive/label|"));
 }
 
-TEST_F(TreeNames, AreListedAndFinishedAsFarAsTheyAreAlike) {
+TEST_F(TreeNames, AreListedAndCompletedToTheirCommonPrefix) {
   startConnected();
   ASSERT_TRUE(type("get /drive/s" + tab));
   ASSERT_TRUE(showsLine(prompt_ + "get /drive/speed|"));
@@ -229,26 +229,27 @@ TEST_F(TreeNames, AreAllOfferedForAnEmptyWord) {
   EXPECT_TRUE(showsText("speed       speedlimit  gains       label       motor/      noname-12"));
 }
 
-TEST_F(TreeNames, HoldTheNumberOfAnUnnamedChild) {
+TEST_F(TreeNames, ContainTheIdOfAnUnnamedChild) {
   startConnected();
   ASSERT_TRUE(type("get drive/non" + tab));
   EXPECT_TRUE(showsLine(prompt_ + "get drive/noname-12|"));
 }
 
-TEST_F(TreeNames, EndTheParentWithASlash) {
+TEST_F(TreeNames, CompleteTheParentWithASlash) {
   startConnected();
   ASSERT_TRUE(type("cd .." + tab));
   EXPECT_TRUE(showsLine(prompt_ + "cd ../|"));
 }
 
-TEST_F(TreeNames, BeginAtTheRootForATilde) {
+TEST_F(TreeNames, StartAtTheRootForATilde) {
   startConnected();
   ASSERT_TRUE(run("cd drive"));
   ASSERT_TRUE(type("ls ~e" + tab + "#"));
-  EXPECT_TRUE(showsLine("[ drive]$ ls empty#|")) << "the last word is replaced, its mark with it";
+  EXPECT_TRUE(showsLine("[ drive]$ ls empty#|"))
+      << "the last word is replaced, including its tilde";
 }
 
-TEST_F(TreeNames, LeaveTheLineWhereNothingFits) {
+TEST_F(TreeNames, KeepTheLineIfNoNameMatches) {
   startConnected();
   ASSERT_TRUE(type("get drive/zz" + tab + "#"));
   EXPECT_TRUE(showsLine(prompt_ + "get drive/zz#|"));
@@ -256,13 +257,13 @@ TEST_F(TreeNames, LeaveTheLineWhereNothingFits) {
   EXPECT_TRUE(showsLine(prompt_ + "get nowhere/x#|"));
 }
 
-TEST_F(TreeNames, LeaveAnEditableLineWhenTheServerHangs) {
+TEST_F(TreeNames, KeepTheLineEditableIfTheServerHangs) {
   startConnected();
   server_.hang();
   ASSERT_TRUE(type("get dr" + tab));
   ASSERT_TRUE(showsLine(prompt_ + "get dr|"));
   ASSERT_TRUE(shell().waitFor([](const Screen& screen) { return screen.cursor().row == 2; },
-                              "the prompt, a row further down"));
+                              "the prompt, one row lower"));
   ASSERT_TRUE(type(keys::backspace + "#"));
   EXPECT_TRUE(showsLine(prompt_ + "get d#|"));
   server_.resume();

@@ -20,7 +20,7 @@ const std::string prompt = "[ /]$ ";
 struct Case {
   const char* name;
   std::string keys;
-  /// What the prompt is followed by then.
+  /// The line after the prompt, once the keys have been handled.
   std::string line;
 
   friend void PrintTo(const Case& which, std::ostream* out) { *out << which.name; }
@@ -28,8 +28,8 @@ struct Case {
 
 class Editing : public ShellTerminal, public testing::WithParamInterface<Case> {};
 
-// A last key shows that all before it have had their effect, and where text goes.
-TEST_P(Editing, LeavesThisLineAndCursor) {
+// A last key shows that all keys before it have been handled, and where text is inserted.
+TEST_P(Editing, ResultsInThisLineAndCursor) {
   std::string line = prompt + GetParam().line;
   line.insert(line.find('|'), "#");
   start();
@@ -67,18 +67,18 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"DeleteAtTheEndDoesNothing", "ab" + keys::del, "ab|"},
         Case{"CtrlDOnAnEmptyLineDoesNothing", ctrl('D'), "|"},
         Case{"CtrlWBeforeTheCursor", "abc def" + left + left + left + ctrl('W'), "|def"},
-        Case{"CtrlWAtTheEndTakesMoreThanAWord", "abc def" + ctrl('W'), "|"},
-        Case{"CtrlKBehindTheCursor", "abc def" + left + left + left + ctrl('K'), "abc |"},
+        Case{"CtrlWAtTheEndErasesMoreThanAWord", "abc def" + ctrl('W'), "|"},
+        Case{"CtrlKAfterTheCursor", "abc def" + left + left + left + ctrl('K'), "abc |"},
         Case{"CtrlKAtTheEndDoesNothing", "abc" + ctrl('K'), "abc|"}),
     nameOf);
 
 INSTANTIATE_TEST_SUITE_P(EscapeSequences, Editing,
-                         testing::Values(Case{"InsertKeyLeavesItsTail", keys::insert, "2~|"},
-                                         Case{"EscapeSwallowsItself", "\033x"s, "x|"},
-                                         Case{"AnotherHomeKeyLeavesItsTail", "a\033[H"s, "aH|"},
-                                         Case{"AnotherEndKeyLeavesItsTail", "a\033[F"s, "aF|"},
-                                         Case{"ApplicationKeysLeaveTheirTail", "a\033OA"s, "aOA|"},
-                                         Case{"ABrokenSequenceIsLost", "\033[1x"s, "x|"},
+                         testing::Values(Case{"InsertKeyIsPartlyText", keys::insert, "2~|"},
+                                         Case{"EscapeIsDropped", "\033x"s, "x|"},
+                                         Case{"AnotherHomeKeyIsPartlyText", "a\033[H"s, "aH|"},
+                                         Case{"AnotherEndKeyIsPartlyText", "a\033[F"s, "aF|"},
+                                         Case{"ApplicationKeysArePartlyText", "a\033OA"s, "aOA|"},
+                                         Case{"AnIncompleteSequenceIsDropped", "\033[1x"s, "x|"},
                                          Case{"BracketsAndTildesAreText", "[1~[A"s, "[1~[A|"}),
                          nameOf);
 
@@ -94,7 +94,7 @@ TEST_F(EditingTerminal, WritesNothingForKeysThatDoNothing) {
   EXPECT_EQ(shell().bytesSince(mark), "\033[7Gxy\033[0K\033[9G");
 }
 
-TEST_F(EditingTerminal, WritesNothingForABackspaceWithNothingToTake) {
+TEST_F(EditingTerminal, WritesNothingForABackspaceWithNothingToDelete) {
   start();
   const std::size_t mark = shell().mark();
   ASSERT_TRUE(type(backspace + ctrl('H') + "y"));
@@ -102,7 +102,7 @@ TEST_F(EditingTerminal, WritesNothingForABackspaceWithNothingToTake) {
   EXPECT_EQ(shell().bytesSince(mark), "\033[7Gy\033[0K\033[8G");
 }
 
-TEST_F(EditingTerminal, PaintsTheWholeLineAtEachBackspace) {
+TEST_F(EditingTerminal, DrawsTheWholeLineAtEachBackspace) {
   start();
   ASSERT_TRUE(type("ab"));
   ASSERT_TRUE(showsLine("[ /]$ ab|"));
@@ -123,7 +123,7 @@ TEST_F(EditingTerminal, PromptsOnTheNextLineAfterAnEmptyReturn) {
                   "[ /]$ x\n"));
 }
 
-TEST_F(EditingTerminal, RunsTheWholeLineWhereverTheCursorStands) {
+TEST_F(EditingTerminal, RunsTheWholeLineWhereverTheCursorIs) {
   start();
   ASSERT_TRUE(type("wd" + keys::home + "p" + keys::returnKey));
   EXPECT_TRUE(
@@ -138,7 +138,7 @@ TEST_F(EditingTerminal, MovesPastTheEndAtANullKey) {
   EXPECT_TRUE(showsLine("[ /]$ ab |"));
 }
 
-TEST_F(EditingTerminal, SurvivesTextAndErasureBehindTheEnd) {
+TEST_F(EditingTerminal, HandlesTextAndErasurePastTheEnd) {
   start();
   ASSERT_TRUE(type("ab\0\0"s + ctrl('K')));
   EXPECT_TRUE(
@@ -149,7 +149,7 @@ TEST_F(EditingTerminal, SurvivesTextAndErasureBehindTheEnd) {
   EXPECT_TRUE(showsLine("[ /]$ c#|"));
 }
 
-TEST_F(EditingTerminal, TakesBytesThatAreNoText) {
+TEST_F(EditingTerminal, AcceptsBytesThatAreNotText) {
   start();
   ASSERT_TRUE(type("\x80\xff\xfe\x01pwd;"));
   ASSERT_TRUE(type(keys::returnKey));
@@ -158,7 +158,7 @@ TEST_F(EditingTerminal, TakesBytesThatAreNoText) {
 }
 
 // The terminal understands UTF-8, the editor counts bytes.
-TEST_F(EditingTerminal, PutsTheCursorAColumnTooFarForALetterOfTwoBytes) {
+TEST_F(EditingTerminal, PlacesTheCursorOneColumnTooFarForALetterOfTwoBytes) {
   start();
   ASSERT_TRUE(type("gr\u00fcn"));
   EXPECT_TRUE(showsLine("[ /]$ gr\u00fcn |"));
@@ -172,7 +172,7 @@ TEST_F(EditingTerminal, KeepsALineLongerThanTheScreenIsWide) {
       [](const Screen& screen) {
         return screen.text().find("\n/\n/\n[ /]$\n") != std::string::npos;
       },
-      "both answers"));
+      "the output of both commands"));
 }
 
 TEST_F(EditingTerminal, ShowsAKeyBeforeTheNextOneIsTyped) {

@@ -10,9 +10,9 @@
 namespace terminal_test {
 namespace {
 
-/// Whether each line that shows a path or a value is all there is between the
-/// column it begins in and its end.
-testing::AssertionResult linesAreWhole(const std::string& bytes) {
+/// Whether each line that shows a path or a value is complete: nothing else is printed
+/// between its start and its end.
+testing::AssertionResult linesAreComplete(const std::string& bytes) {
   static const std::regex line("(/group_00[0-3]/item_000[0-7]|item_000[0-7]  \\[[0-9]+\\])");
   const std::string begin = "\033[1G";
   std::size_t lines = 0;
@@ -61,18 +61,18 @@ TEST_F(Flood, DividesNoLineAndLosesNoKey) {
   ASSERT_TRUE(enter("du"));
   ASSERT_TRUE(type("done"));
   ASSERT_TRUE(showsLine("[ " + server_.name() + "]$ done|"));
-  EXPECT_TRUE(linesAreWhole(shell().bytesSince(mark)));
+  EXPECT_TRUE(linesAreComplete(shell().bytesSince(mark)));
   EXPECT_EQ(shell().bytesSince(mark).find("ERROR"), std::string::npos);
   shell().resize(100, 80);
   const std::size_t listing = shell().mark();
   ASSERT_TRUE(type(keys::ctrl('W') + "history" + keys::returnKey));
-  // The prompt is empty once more before the command is there.
+  // Ctrl-W shows an empty prompt too, so the output of the command is awaited first.
   ASSERT_TRUE(shell().writes(std::to_string(++lines) + " du", listing));
   ASSERT_TRUE(showsLine("[ " + server_.name() + "]$ |"));
   EXPECT_NE(screen().text().find(history), std::string::npos) << screen().text();
 }
 
-TEST_F(Flood, EndsInTheMiddle) {
+TEST_F(Flood, EndsDuringUpdates) {
   start();
   connect(server_.name());
   ASSERT_TRUE(enter("eu -r"));

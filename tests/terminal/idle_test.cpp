@@ -9,12 +9,12 @@
 #include "tests/terminal/model_server.h"
 #include "tests/terminal/shell_terminal.h"
 
-// A shell that waits for a person costs the device next to nothing.
+// A shell that waits for the user costs the device almost nothing.
 
 namespace terminal_test {
 namespace {
 
-/// How often the threads of process `pid` have waited for something so far.
+/// How often the threads of process `pid` have been switched out to wait so far.
 long wakesOf(pid_t pid) {
   const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
   long wakes = 0;
@@ -44,12 +44,12 @@ class Idle : public ShellTerminal {
  protected:
   void expectFewWakes() {
     constexpr int seconds = 2;
-    constexpr long wakesASecond = 20;
+    constexpr long wakesPerSecond = 20;
     const long before = wakesOf(shell().pid());
     waitSeconds(seconds);
     const long wakes = wakesOf(shell().pid()) - before;
-    RecordProperty("wakes_a_second", std::to_string(wakes / seconds));
-    EXPECT_LE(wakes, seconds * wakesASecond);
+    RecordProperty("wakes_per_second", std::to_string(wakes / seconds));
+    EXPECT_LE(wakes, seconds * wakesPerSecond);
   }
 };
 
@@ -58,7 +58,7 @@ TEST_F(Idle, WakesAtMostTwentyTimesASecondAtThePrompt) {
   expectFewWakes();
 }
 
-TEST_F(Idle, WakesAtMostTwentyTimesASecondWhileItWatches) {
+TEST_F(Idle, WakesAtMostTwentyTimesASecondWhileWatching) {
   ModelServer server;
   start();
   connect(server.name());

@@ -3,14 +3,14 @@
 #include "tests/terminal/model_server.h"
 #include "tests/terminal/shell_terminal.h"
 
-// What listings look like, and how they stop at each page.
+// How listings look on the screen.
 
 namespace terminal_test {
 namespace {
 
 class Listing : public ShellTerminal {
  protected:
-  /// Sits in the node "drive" of a server.
+  /// Starts a shell whose current node is "drive" of a server.
   void startInDrive() {
     start();
     connect(server_.name());
@@ -21,13 +21,13 @@ class Listing : public ShellTerminal {
   ModelServer server_;
 };
 
-TEST_F(Listing, PutsNamesIntoColumns) {
+TEST_F(Listing, ShowsNamesInColumns) {
   startInDrive();
   ASSERT_TRUE(run("ls"));
   EXPECT_TRUE(showsText("speed       speedlimit  gains/      label       motor/      noname-12"));
 }
 
-TEST_F(Listing, PutsOneNameIntoARowOfATerminalNarrowerThanItsColumn) {
+TEST_F(Listing, ShowsOneNamePerRowOnATerminalNarrowerThanAColumn) {
   startInDrive();
   shell().resize(24, 13);
   ASSERT_TRUE(run("ls"));
@@ -36,7 +36,7 @@ TEST_F(Listing, PutsOneNameIntoARowOfATerminalNarrowerThanItsColumn) {
         return screen.text().find("speed\nspeedlimit\ngains/\nlabel\nmotor/\nnoname-12\n") !=
                std::string::npos;
       },
-      "a name a row"));
+      "one name per row"));
 }
 
 TEST_F(Listing, ShowsValuesInBrackets) {
@@ -65,7 +65,7 @@ TEST_F(Listing, ColoursNodesBlueAndPartsWithElementsGreen) {
   EXPECT_EQ(screen().lookOf("speedlimit"), Look{});
 }
 
-TEST_F(Listing, ColoursNothingUnlessAsked) {
+TEST_F(Listing, ColoursNothingWithoutTheOption) {
   startInDrive();
   ASSERT_TRUE(run("ls"));
   ASSERT_TRUE(showsText("noname-12"));
@@ -80,7 +80,7 @@ TEST_F(Listing, ShowsSubscribedPartsBold) {
   ASSERT_TRUE(showsText("noname-12"));
   EXPECT_EQ(screen().lookOf("label       [two words]"), (Look{.bold = true}));
   EXPECT_EQ(screen().lookOf("speed       [42]"), Look{});
-  EXPECT_EQ(screen().lookOf("[ drive]$ ls -l"), Look{}) << "the prompt is as it was";
+  EXPECT_EQ(screen().lookOf("[ drive]$ ls -l"), Look{}) << "the prompt is unchanged";
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include "tests/support/programs.h"
 #include "tests/terminal/shell_terminal.h"
 
-// The terminal during the session, for the programs that it starts, and afterwards.
+// The terminal mode during the session, in the programs that it starts, and afterwards.
 
 namespace terminal_test {
 namespace {
@@ -33,7 +33,7 @@ TEST_F(Mode, IsRawAtThePrompt) {
   EXPECT_EQ(mode.c_cc[VTIME], 0);
 }
 
-TEST_F(Mode, IsTheOriginalOneForACommandOfTheSystem) {
+TEST_F(Mode, IsTheOriginalOneForASystemCommand) {
   start();
   ASSERT_TRUE(run("$stty -a"));
   EXPECT_TRUE(showsText("isig icanon iexten echo echoe echok"));
@@ -41,7 +41,7 @@ TEST_F(Mode, IsTheOriginalOneForACommandOfTheSystem) {
   EXPECT_TRUE(isRaw(shell().mode()));
 }
 
-TEST_F(Mode, LetsACommandOfTheSystemEditItsLineAsTheTerminalDoes) {
+TEST_F(Mode, LetsTheTerminalEditTheInputOfASystemCommand) {
   start();
   ASSERT_TRUE(type("$echo ready && head -n 1" + returnKey));
   ASSERT_TRUE(
@@ -59,39 +59,39 @@ TEST_F(Mode, LetsACommandOfTheSystemEditItsLineAsTheTerminalDoes) {
   EXPECT_TRUE(isRaw(shell().mode()));
 }
 
-TEST_F(Mode, LeavesTypedKeysToTheCommandOfTheSystemThatWantsThem) {
+TEST_F(Mode, LeavesTypedKeysToTheSystemCommandThatReadsThem) {
   start();
   ASSERT_TRUE(type("$head -n 1 | tr a-z A-Z" + returnKey + "hello" + returnKey));
   EXPECT_TRUE(showsText("HELLO"));
   EXPECT_TRUE(showsLine("[ /]$ |"));
 }
 
-TEST_F(Mode, IsRestoredWhateverACommandOfTheSystemLeft) {
+TEST_F(Mode, IsRestoredAfterASystemCommandChangedIt) {
   start();
   ASSERT_TRUE(run("$stty -echo -icanon ixon"));
   ASSERT_TRUE(run("pwd"));
   EXPECT_TRUE(isRaw(shell().mode()));
 }
 
-/// The shell as a job of a command interpreter.
+/// The shell as a job of `sh`.
 class Job : public testing::Test {
  protected:
   void start() {
     ASSERT_TRUE(terminal_.showsLine("job> |"));
     ASSERT_TRUE(terminal_.type(test_support::treescopeProgram() + returnKey));
     ASSERT_TRUE(terminal_.showsLine("[ /]$ |"));
-    // With a line answered the whole shell stands, not its prompt alone.
+    // The prompt appears before the shell is ready; the output of a command appears after.
     ASSERT_TRUE(terminal_.type("pwd" + returnKey));
     ASSERT_TRUE(terminal_.waitFor(
         [](const Screen& screen) { return screen.text().ends_with("\n/\n[ /]$\n"); },
-        "the answer"));
+        "the output of pwd"));
     ASSERT_TRUE(terminal_.showsLine("[ /]$ |"));
   }
 
   TerminalSession terminal_{{"env", "PS1=job> ", "/bin/sh", "-i"}};
 };
 
-TEST_F(Job, ComesBackWithItsLineWhenItIsContinued) {
+TEST_F(Job, ShowsItsLineAgainWhenItIsContinued) {
   start();
   ASSERT_TRUE(terminal_.type("half a line" + keys::left + keys::left + "X"));
   ASSERT_TRUE(terminal_.showsLine("[ /]$ half a liX|ne"));
@@ -109,7 +109,7 @@ TEST_F(Job, ComesBackWithItsLineWhenItIsContinued) {
 
 class JobEnd : public Job, public testing::WithParamInterface<std::string> {};
 
-TEST_P(JobEnd, LeavesATerminalThatEchoesAndTakesLines) {
+TEST_P(JobEnd, LeavesATerminalThatEchoesAndReadsLines) {
   const termios before = TerminalSession({"true"}).mode();
   start();
   ASSERT_TRUE(terminal_.type(GetParam()));
@@ -125,7 +125,7 @@ INSTANTIATE_TEST_SUITE_P(Keys, JobEnd,
 
 class SignalledEnd : public Mode, public testing::WithParamInterface<int> {};
 
-TEST_P(SignalledEnd, LeavesTheTerminalAsItWas) {
+TEST_P(SignalledEnd, RestoresTheTerminal) {
   const termios before = TerminalSession({"true"}).mode();
   TerminalSession terminal({test_support::treescopeProgram()});
   ASSERT_TRUE(terminal.type("pwd" + returnKey));
@@ -141,14 +141,14 @@ INSTANTIATE_TEST_SUITE_P(Signals, SignalledEnd,
                            return std::string("SIG") + sigabbrev_np(test.param);
                          });
 
-TEST_F(Mode, MattersNoMoreWhenTheTerminalIsLost) {
+TEST_F(Mode, IsNotNeededWhenTheTerminalIsLost) {
   TerminalSession terminal({test_support::treescopeProgram()});
   ASSERT_TRUE(terminal.showsLine("[ /]$ |"));
   terminal.hangUp();
   const auto status = terminal.waitForExit();
   ASSERT_TRUE(status.has_value());
   EXPECT_TRUE(status->code == 0 && (status->signal == 0 || status->signal == SIGHUP))
-      << "the end of the input and the signal come at once";
+      << "the end of the input and the signal arrive at the same time";
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include "tests/terminal/model_server.h"
 #include "tests/terminal/shell_terminal.h"
 
-// A listing that stops at each screenful.
+// Listings that stop after each screenful.
 
 namespace terminal_test {
 namespace {
@@ -18,7 +18,7 @@ std::string item(int number) {
   return "item_" + std::string(4 - digits.size(), '0') + digits;
 }
 
-/// Sits in a node with 120 parts, item_0000 and so on.
+/// A shell whose current node has 120 parts, item_0000 to item_0119.
 class Paging : public ShellTerminal {
  protected:
   void startIn(int rows, int columns) {
@@ -29,8 +29,8 @@ class Paging : public ShellTerminal {
     shell().resize(rows, columns);
   }
 
-  /// Waits until the listing stands still behind the item `number`.
-  testing::AssertionResult stopsBehind(int number) {
+  /// Waits until the listing has stopped after the item `number`.
+  testing::AssertionResult stopsAfter(int number) {
     return shell().waitFor(
         [number](const Screen& screen) {
           const int row = screen.cursor().row;
@@ -53,25 +53,25 @@ class Paging : public ShellTerminal {
   ModelServer server_{std::vector<std::string>{"--synthetic", "1x120"}};
 };
 
-TEST_F(Paging, StopsWithABlinkingWordAfterTwoLinesLessThanTheScreen) {
+TEST_F(Paging, StopsWithABlinkingWordTwoLinesBeforeAFullScreen) {
   startIn(24, 80);
   ASSERT_TRUE(enter("ls -lm"));
-  ASSERT_TRUE(stopsBehind(21));
+  ASSERT_TRUE(stopsAfter(21));
   EXPECT_EQ(screen().lookOf("More"), (Look{.blink = true, .reverse = true}));
   EXPECT_EQ(screen().lookOf(item(21)), Look{});
   ASSERT_TRUE(type("q"));
   EXPECT_TRUE(showsLine("[ group_000]$ |"));
 }
 
-TEST_F(Paging, ShowsAScreenfulForABlank) {
+TEST_F(Paging, ShowsAScreenfulForASpace) {
   startIn(24, 80);
   ASSERT_TRUE(enter("ls -lm"));
-  ASSERT_TRUE(stopsBehind(21));
+  ASSERT_TRUE(stopsAfter(21));
   ASSERT_TRUE(type(" "));
-  ASSERT_TRUE(stopsBehind(43));
+  ASSERT_TRUE(stopsAfter(43));
   ASSERT_TRUE(type("x"));
-  ASSERT_TRUE(stopsBehind(65));
-  EXPECT_EQ(screen().rowsWith("More"), 1) << "those before are wiped out";
+  ASSERT_TRUE(stopsAfter(65));
+  EXPECT_EQ(screen().rowsWith("More"), 1) << "the earlier ones have been erased";
   ASSERT_TRUE(type("q"));
 }
 
@@ -79,30 +79,30 @@ TEST_F(Paging, ShowsALineForReturn) {
   startIn(24, 80);
   ASSERT_TRUE(enter("ls -lm"));
   for (const int last : {21, 22, 23, 24}) {
-    ASSERT_TRUE(stopsBehind(last));
+    ASSERT_TRUE(stopsAfter(last));
     ASSERT_TRUE(type(keys::returnKey));
   }
-  ASSERT_TRUE(stopsBehind(25));
+  ASSERT_TRUE(stopsAfter(25));
   ASSERT_TRUE(type("q"));
 }
 
 TEST_F(Paging, EndsTheListingForQ) {
   startIn(24, 80);
   ASSERT_TRUE(enter("ls -lm"));
-  ASSERT_TRUE(stopsBehind(21));
+  ASSERT_TRUE(stopsAfter(21));
   ASSERT_TRUE(type("q"));
   ASSERT_TRUE(showsLine("[ group_000]$ |"));
   EXPECT_FALSE(screen().find(item(22)).has_value());
   EXPECT_FALSE(screen().find("More").has_value());
-  EXPECT_TRUE(run("pwd")) << "the shell goes on";
+  EXPECT_TRUE(run("pwd")) << "the shell continues";
 }
 
-TEST_F(Paging, TakesEachByteOfAnArrowKeyForAnAnswer) {
+TEST_F(Paging, TreatsEachByteOfAnArrowKeyAsAKey) {
   startIn(24, 80);
   ASSERT_TRUE(enter("ls -lm"));
-  ASSERT_TRUE(stopsBehind(21));
+  ASSERT_TRUE(stopsAfter(21));
   ASSERT_TRUE(type(keys::up));
-  ASSERT_TRUE(stopsBehind(87));
+  ASSERT_TRUE(stopsAfter(87));
   ASSERT_TRUE(type("q"));
 }
 
@@ -148,17 +148,17 @@ TEST_F(Paging, NeverStopsWithoutTheOption) {
 struct Size {
   int rows;
   int columns;
-  /// How often a long listing of 120 lines stops, each time answered by a blank.
+  /// How often a long listing of 120 lines stops if each stop is continued with a space.
   int stops;
 
   friend void PrintTo(const Size& size, std::ostream* out) {
-    *out << size.rows << " rows of " << size.columns;
+    *out << size.rows << " rows by " << size.columns;
   }
 };
 
 class PagingAtSize : public Paging, public testing::WithParamInterface<Size> {};
 
-TEST_P(PagingAtSize, StopsAsOftenAsTheScreenIsFull) {
+TEST_P(PagingAtSize, StopsEachTimeTheScreenIsFull) {
   startIn(GetParam().rows, GetParam().columns);
   const std::size_t mark = shell().mark();
   ASSERT_TRUE(enter("ls -lm"));
@@ -176,20 +176,20 @@ INSTANTIATE_TEST_SUITE_P(Sizes, PagingAtSize,
                                   std::to_string(test.param.columns);
                          });
 
-TEST_F(Paging, FollowsTheSizeOfTheWindowFromPageToPage) {
+TEST_F(Paging, FollowsTheSizeOfTheWindow) {
   startIn(24, 80);
   ASSERT_TRUE(enter("ls -lm"));
-  ASSERT_TRUE(stopsBehind(21));
+  ASSERT_TRUE(stopsAfter(21));
   shell().resize(12, 60);
   ASSERT_TRUE(type(" "));
-  ASSERT_TRUE(stopsBehind(31));
+  ASSERT_TRUE(stopsAfter(31));
   shell().resize(40, 100);
   ASSERT_TRUE(type(" "));
-  ASSERT_TRUE(stopsBehind(69));
+  ASSERT_TRUE(stopsAfter(69));
   ASSERT_TRUE(type("q"));
 }
 
-/// Before a server is connected.
+/// The listing of servers, before the shell is connected to one.
 class PagingOfServers : public ShellTerminal {
  protected:
   PagingOfServers() {

@@ -8,7 +8,7 @@
 #include "tests/commands/scratch_directory.h"
 #include "tests/terminal/shell_terminal.h"
 
-// Whatever is typed, the shell goes on, and ends when it is asked to.
+// Whatever is typed, the shell keeps running, and ends on `exit`.
 
 namespace terminal_test {
 namespace {
@@ -19,22 +19,22 @@ namespace {
 #endif
 #endif
 
-/// The sanitized builds take several times as long a key.
+/// The sanitized builds need several times as long per key.
 #ifdef TREESCOPE_SANITIZED
 constexpr std::size_t keyCount = 100'000;
 #else
 constexpr std::size_t keyCount = 1'000'000;
 #endif
 
-/// TREESCOPE_SEED repeats a run.
+/// TREESCOPE_SEED, if set, repeats a run.
 std::uint64_t seed() {
   const char* const given = std::getenv("TREESCOPE_SEED");
   return given != nullptr ? std::strtoull(given, nullptr, 10) : std::random_device()();
 }
 
-/// Any byte, but none that raises a signal, begins a command of the system ("$")
-/// or could end the shell or reach a file: no command that does has all its letters
-/// left. So none of "exit", "quit", "q", "to", "from", "cmdfrom" and "help".
+/// Random keys without those that raise a signal, begin a system command ("$"), end the
+/// shell or access a file. For the last two, at least one letter of each such command is
+/// left out: "exit", "quit", "q", "to", "from", "cmdfrom" and "help".
 class Keys {
  public:
   explicit Keys(std::uint64_t start) : random_(start) {
@@ -54,7 +54,7 @@ class Keys {
     if (kind == 0) {
       return lines_[choice % lines_.size()];
     }
-    // An empty line now and then, for those that are recalled grow.
+    // Empties the line now and then, since recalled lines grow.
     if (kind == 1) {
       return keys::end + keys::ctrl('W');
     }
@@ -75,7 +75,7 @@ class Keys {
 
 using RandomKeys = ShellTerminal;
 
-TEST_F(RandomKeys, NeitherEndNorStopTheShell) {
+TEST_F(RandomKeys, NeitherEndNorBlockTheShell) {
   const std::uint64_t start = seed();
   SCOPED_TRACE("TREESCOPE_SEED=" + std::to_string(start));
   RecordProperty("seed", std::to_string(start));
@@ -90,7 +90,7 @@ TEST_F(RandomKeys, NeitherEndNorStopTheShell) {
     }
     ASSERT_TRUE(type(some)) << "after " << typed << " keys";
   }
-  // Out of whatever it was in: a listing that has stopped, or half a key.
+  // Leaves a listing that has stopped, or an incomplete escape sequence.
   ASSERT_TRUE(type("qqq" + keys::returnKey));
 }
 

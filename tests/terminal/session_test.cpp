@@ -3,7 +3,7 @@
 #include "tests/support/programs.h"
 #include "tests/terminal/shell_terminal.h"
 
-// The first minute with the shell.
+// The first steps with the shell.
 
 namespace terminal_test {
 namespace {
@@ -25,7 +25,7 @@ TEST_F(Session, RunsALineAndPromptsAgain) {
                   "[ /]$\n"));
 }
 
-TEST_F(Session, SaysWhatWentWrong) {
+TEST_F(Session, ReportsAnError) {
   start();
   ASSERT_TRUE(enter("fly"));
   EXPECT_TRUE(
@@ -55,7 +55,7 @@ TEST_P(SessionEnding, EndsWithoutAnotherPrompt) {
 
 INSTANTIATE_TEST_SUITE_P(Words, SessionEnding, testing::Values("exit", "quit", "q", "exit;pwd"));
 
-TEST(BatchSession, WritesPlainLinesAndLeavesTheTerminalAlone) {
+TEST(BatchSession, WritesPlainLinesAndDoesNotChangeTheTerminal) {
   const termios before = TerminalSession({"true"}).mode();
   TerminalSession batch({test_support::treescopeProgram(), "-c", "pwd;history;pwd;fly"});
   EXPECT_EQ(batch.waitForExit(), (test_support::ExitStatus{0, 0}));
@@ -63,16 +63,16 @@ TEST(BatchSession, WritesPlainLinesAndLeavesTheTerminalAlone) {
   EXPECT_TRUE(sameMode(batch.mode(), before));
 }
 
-class SwitchesThatMeanNothing : public ShellTerminal,
-                                public testing::WithParamInterface<std::vector<std::string>> {};
+class IgnoredSwitches : public ShellTerminal,
+                        public testing::WithParamInterface<std::vector<std::string>> {};
 
-TEST_P(SwitchesThatMeanNothing, StartTheShellAsWithoutThem) {
+TEST_P(IgnoredSwitches, StartTheShellAsIfTheyWereAbsent) {
   start({}, GetParam());
   EXPECT_EQ(screen().text(), "[ /]$\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    All, SwitchesThatMeanNothing,
+    All, IgnoredSwitches,
     testing::Values(std::vector<std::string>{"-c"}, std::vector<std::string>{"-f"},
                     std::vector<std::string>{"-x"}, std::vector<std::string>{"-cx", "exit"},
                     std::vector<std::string>{"--verbose"}, std::vector<std::string>{"exit"}));

@@ -3,7 +3,7 @@
 #include "tests/terminal/model_server.h"
 #include "tests/terminal/shell_terminal.h"
 
-// Keys that come faster than they can be worked off: typed ahead, and pasted.
+// Keys that arrive faster than they can be handled: typed ahead, and pasted.
 
 namespace terminal_test {
 namespace {
@@ -18,11 +18,11 @@ std::size_t count(const std::string& bytes, const std::string& text) {
 }
 
 /// What `pwd` writes at the top of the tree.
-const std::string answer = "\033[1G/\r\n";
+const std::string pwdOutput = "\033[1G/\r\n";
 
 using TypingAhead = ShellTerminal;
 
-TEST_F(TypingAhead, WaitsForTheCommandThatRuns) {
+TEST_F(TypingAhead, WaitsForTheRunningCommand) {
   ModelServer server;
   start();
   connect(server.name());
@@ -36,7 +36,7 @@ TEST_F(TypingAhead, WaitsForTheCommandThatRuns) {
                           "]$ cd\n" + "[ /]$ pwd\n" + "/\n" + "[ /]$ set\n"));
 }
 
-TEST_F(TypingAhead, IsForTheNextPageWhereAListingStops) {
+TEST_F(TypingAhead, GoesToAListingThatHasStopped) {
   ModelServer server(std::vector<std::string>{"--synthetic", "1x60"});
   start();
   connect(server.name());
@@ -55,22 +55,22 @@ TEST_F(TypingAhead, RunsEveryLineOfALongPaste) {
   ASSERT_TRUE(type(paste + "done"));
   ASSERT_TRUE(showsLine("[ /]$ done|"));
   const std::string bytes = shell().bytesSince(mark);
-  EXPECT_EQ(count(bytes, answer), lines);
+  EXPECT_EQ(count(bytes, pwdOutput), lines);
   EXPECT_EQ(count(bytes, "ERROR"), 0U);
 }
 
-TEST_F(TypingAhead, TakesALongLineInOnePaste) {
+TEST_F(TypingAhead, AcceptsALongLineInOnePaste) {
   start({.rows = 24, .columns = 200});
   const std::size_t mark = shell().mark();
   ASSERT_TRUE(type("pwd" + std::string(100 * 1024, ' ') + ";pwd"));
   ASSERT_TRUE(type(keys::returnKey + "done"));
   ASSERT_TRUE(showsLine("[ /]$ done|"));
-  EXPECT_EQ(count(shell().bytesSince(mark), answer), 2U);
-  // Painted at every key the line would be 5 GB.
+  EXPECT_EQ(count(shell().bytesSince(mark), pwdOutput), 2U);
+  // If the line were drawn at every key, the output would be 5 GB.
   EXPECT_LT(shell().mark() - mark, 100U << 20U);
 }
 
-TEST_F(TypingAhead, ShowsWhatWasPastedOnceItPauses) {
+TEST_F(TypingAhead, DrawsAPastedLineWhenThePastePauses) {
   start({.rows = 24, .columns = 200});
   std::string paste(3000, 'x');
   paste += "the end";

@@ -5,12 +5,12 @@
 #include "tests/terminal/model_server.h"
 #include "tests/terminal/shell_terminal.h"
 
-// What happens on the screen when a watched part changes while one types.
+// What the screen shows when a watched part changes while the user types.
 
 namespace terminal_test {
 namespace {
 
-/// Sits in the node "drive", whose parts "speed" and "gains" are watched.
+/// A shell whose current node is "drive" and that watches its parts "speed" and "gains".
 class Updates : public ShellTerminal {
  protected:
   void startWatching() {
@@ -22,7 +22,7 @@ class Updates : public ShellTerminal {
     ASSERT_TRUE(showsLine("[ drive]$ |"));
   }
 
-  /// Changes a value, as another session does.
+  /// Changes a value from another session.
   void setElsewhere(const std::string& value, const std::string& path) {
     const auto result = test_support::run({test_support::treescopeProgram(), "-c",
                                            "cd " + server_.name() + ";set " + value + " " + path});
@@ -50,22 +50,22 @@ TEST_F(Updates, AreShownWithTheValuesOfAllElements) {
   EXPECT_EQ(screen().row(4), "/drive/gains");
 }
 
-TEST_F(Updates, LeaveTheLineAsItIsWhichTheNextKeyShowsAgain) {
+TEST_F(Updates, KeepTheLineWhichTheNextKeyDrawsAgain) {
   startWatching();
   ASSERT_TRUE(type("pw"));
   ASSERT_TRUE(showsLine("[ drive]$ pw|"));
   setElsewhere("2.5", "/drive/gains[1]");
   ASSERT_TRUE(showsText("+-- [1](i)  [2.5]"));
-  EXPECT_TRUE(showsLine("|")) << "the update is over the line; the cursor is below it";
+  EXPECT_TRUE(showsLine("|")) << "the update has overwritten the line; the cursor is below it";
   ASSERT_TRUE(type("d"));
-  EXPECT_TRUE(showsLine("          pwd|")) << "in its columns";
+  EXPECT_TRUE(showsLine("          pwd|")) << "the line is in its own columns";
   ASSERT_TRUE(type(keys::home));
-  EXPECT_TRUE(showsLine("[ drive]$ |pwd")) << "this key brings the prompt back too";
+  EXPECT_TRUE(showsLine("[ drive]$ |pwd")) << "this key draws the prompt too";
   ASSERT_TRUE(type(keys::returnKey));
   EXPECT_TRUE(showsText("/" + server_.name() + "/drive"));
 }
 
-TEST_F(Updates, DoNotComeForPartsThatAreNotWatched) {
+TEST_F(Updates, AreNotShownForPartsThatAreNotWatched) {
   startWatching();
   setElsewhere("91", "/drive/speedlimit");
   setElsewhere("2.5", "/drive/gains[1]");
@@ -73,7 +73,7 @@ TEST_F(Updates, DoNotComeForPartsThatAreNotWatched) {
   EXPECT_FALSE(screen().find("speedlimit").has_value());
 }
 
-TEST_F(Updates, EndWithTheSubscription) {
+TEST_F(Updates, EndWithTheirSubscription) {
   startWatching();
   ASSERT_TRUE(run("du gains"));
   setElsewhere("2.5", "/drive/gains[1]");
