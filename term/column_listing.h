@@ -29,8 +29,8 @@ struct ColumnLayout {
 [[nodiscard]] ColumnLayout columnLayout(const ScreenPrinter& printer,
                                         const std::vector<std::string>& names);
 
-/// The layout of `node`'s children; one that has children itself is followed by a "/",
-/// which counts.
+/// The layout of `node`'s children. The "/" after a child that has children itself counts
+/// as part of its name.
 [[nodiscard]] ColumnLayout nodeColumnLayout(const ScreenPrinter& printer, const ListingNode& node);
 
 /// The width of that layout.

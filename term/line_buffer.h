@@ -23,7 +23,7 @@ class LineBuffer {
   /// The lines accepted so far, oldest first.
   [[nodiscard]] const std::vector<std::string>& history() const { return history_; }
 
-  /// Replaces the text and leaves the cursor.
+  /// Replaces the text; the cursor stays.
   void setText(std::string text) { text_ = std::move(text); }
 
   /// Empties the text and moves the cursor to the start.
@@ -43,9 +43,8 @@ class LineBuffer {
   /// bytes are appended.
   void insertKey(int code);
 
-  /// Deletes the byte before the cursor and moves the cursor one byte left. If the
-  /// cursor is further past the end, it only moves. Returns false, with no effect, at the
-  /// start and on an empty line.
+  /// Deletes the byte before the cursor and moves the cursor one byte left. A cursor past
+  /// the end only moves. Returns false, with no effect, at the start and on an empty line.
   bool deleteBackward();
 
   /// Deletes the byte at the cursor. Returns false, with no effect, if there is none.

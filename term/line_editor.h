@@ -19,7 +19,8 @@ class Thread;
 namespace treescope {
 
 /// What the line editor needs of the shell that owns it. All but `promptText` are
-/// called on the reading thread only. The last two may be empty.
+/// called on the key-reader thread, except `endOfInput` if there is no such thread. The
+/// last two may be empty.
 struct LineEditorHost {
   /// The text between the brackets of the prompt.
   std::function<std::string()> promptText;
@@ -42,9 +43,9 @@ struct LineEditorHost {
 /// The thread ends after the key during which the running flag was cleared, or at the
 /// end of standard input. In batch mode there is no thread, nothing is printed, nothing
 /// is read and the cursor stays at the start. If the system cannot start a thread,
-/// `startReading` reports the end of input.
+/// `startReading` itself reports the end of input.
 ///
-/// Everything but the running flag belongs to the reading thread once reading has
+/// Everything but the running flag belongs to the key-reader thread once reading has
 /// started; commands run there, so their handlers may call every operation. What one
 /// operation prints is not interleaved with other threads' lines, and is flushed before
 /// the next key is read.
@@ -65,13 +66,13 @@ class LineEditor {
   /// `owner` is kept for the caller and has no effect here.
   LineEditor(int owner, bool batch, LineEditorHost host);
 
-  /// Waits for the reading thread, which ends after the key that it is waiting for.
+  /// Waits for the key-reader thread, which ends after the key that it is waiting for.
   ~LineEditor();
 
   LineEditor(const LineEditor&) = delete;
   LineEditor& operator=(const LineEditor&) = delete;
 
-  /// Lets the reading thread read its first key. To be called once, when the whole
+  /// Lets the key-reader thread read its first key. To be called once, when the whole
   /// shell has been built.
   void startReading();
 
@@ -108,7 +109,7 @@ class LineEditor {
   /// and nothing is printed.
   void replaceLastWord(const std::string& word);
 
-  /// Makes `text` the line; prints nothing and leaves the cursor.
+  /// Makes `text` the line. The cursor stays, and nothing is printed.
   void setLine(std::string text) { buffer_.setText(std::move(text)); }
 
   /// Performs the action of the key `code` (`KeyCode`). Throws nothing: an error of the

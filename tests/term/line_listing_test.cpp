@@ -10,7 +10,7 @@
 #include "term/column_listing.h"
 #include "tests/term/listing_fixture.h"
 
-// Every layout, byte by byte, on terminals and in batch mode.
+// Every layout, byte for byte, on terminals and in batch mode.
 
 namespace treescope {
 namespace {

@@ -48,10 +48,10 @@ constexpr int times = 3000;
 TEST(WholeLines, AreWrittenByPrintLineOnTwoThreads) {
   ScreenPrinter printer(0, false);
   const auto counts = linesOfBoth(
-      times, [&] { printer.printLine({.text = "from the reading thread"}, false); },
+      times, [&] { printer.printLine({.text = "from the key-reader thread"}, false); },
       [&] { printer.printLine({.text = "an update of the main thread"}, false); });
   EXPECT_EQ(counts,
-            (std::map<std::string, int>{{"\033[39m\033[1Gfrom the reading thread", times},
+            (std::map<std::string, int>{{"\033[39m\033[1Gfrom the key-reader thread", times},
                                         {"\033[39m\033[1Gan update of the main thread", times}}));
 }
 
