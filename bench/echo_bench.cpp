@@ -83,7 +83,7 @@ class Terminal {
 };
 
 /// Echoes keys as the baseline; in the terminal mode of the shell: each key at once, no echo.
-void writeBackKeys() {
+void echoKeys() {
   termios mode{};
   if (::tcgetattr(STDIN_FILENO, &mode) != 0) {
     return;
@@ -129,7 +129,7 @@ void registerKeys(const std::string& name, const std::function<bool()>& echo,
 class Placement {
  public:
   Placement(const std::string& description, unsigned processor)
-      : baseline_(processor, writeBackKeys),
+      : baseline_(processor, echoKeys),
         shell_(processor, runShell),
         comparison_{"baseline key and echo, " + description,
                     "treescope key and echo, " + description, 3.0} {

@@ -2,10 +2,10 @@
 
     compare.py BENCH RESULTS
 
-BENCH is the folder of the built benchmark programs; all other programs are found on PATH. For
-each number of values, starts every system's server, loads the values and has peers_sampler
-measure groups of rows, interleaved. Writes the page RESULTS (page.py) and prints it. Everything
-that was started has ended when this program ends.
+BENCH is the directory of the built benchmark programs; all other programs are found on PATH. For
+each number of values, this program starts every system's server, loads the values and runs
+peers_sampler for each group of rows. It prints the page of results and writes it to RESULTS. All
+that it started has ended when it exits.
 """
 
 import contextlib
@@ -36,7 +36,7 @@ def end_with_parent():
     libc.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
 
 
-class Machine(contextlib.ExitStack):
+class Launcher(contextlib.ExitStack):
     """Starts programs in a directory of their own; ends them, the last first, on exit."""
 
     def __init__(self, bench, directory):
@@ -55,7 +55,7 @@ class Machine(contextlib.ExitStack):
 
     def start(self, words, ready=None, typed=()):
         """Starts a program. If `ready` is given, waits until the program has written that, and
-        again after each of the lines `typed`. Returns the process; its `stdout` is a pipe."""
+        again after each line of `typed`. Returns the process; its `stdout` is a pipe."""
         process = subprocess.Popen(self.command(words), bufsize=0, stdin=subprocess.PIPE,
                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                    preexec_fn=end_with_parent)
@@ -109,8 +109,8 @@ class Machine(contextlib.ExitStack):
 
 
 @dataclasses.dataclass
-class Line:
-    """What peers_sampler measures for one row, or for two rows with the figures of one run."""
+class Measurement:
+    """A row of peers_sampler (rows.h). Its samples have one figure for each of `rows`."""
 
     rows: list
     kind: str
@@ -119,34 +119,35 @@ class Line:
     descriptors: list = dataclasses.field(default_factory=list)
 
 
-def measure(machine, group, lines):
-    """Takes the samples of `lines` and adds their rows to `group`. A line may be a row without
-    measurements."""
+def measure(launcher, group, measurements):
+    """Takes the samples and adds the rows to `group`, in the given order. A row that needs no
+    measurement may be among the measurements."""
     print(f"{group.title} ...", file=sys.stderr, flush=True)
-    measured = [line for line in lines if isinstance(line, Line)]
-    text = "".join("\t".join(map(str, [line.kind, line.runs, *line.fields])) + "\n"
-                   for line in measured)
+    measured = [each for each in measurements if isinstance(each, Measurement)]
+    text = "".join("\t".join(map(str, [each.kind, each.runs, *each.fields])) + "\n"
+                   for each in measured)
     sampled = subprocess.run(
-        [machine.bench / "peers_sampler", str(SECONDS_FOR_EACH_ROW), machine.write("rows", text)],
+        [launcher.bench / "peers_sampler", str(SECONDS_FOR_EACH_ROW),
+         launcher.write("rows", text)],
         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, check=True, text=True,
         preexec_fn=end_with_parent,
-        pass_fds=[descriptor for line in measured for descriptor in line.descriptors])
-    for line, samples in zip(measured, sampled.stdout.splitlines(), strict=True):
+        pass_fds=[descriptor for each in measured for descriptor in each.descriptors])
+    for each, samples in zip(measured, sampled.stdout.splitlines(), strict=True):
         figures = [list(map(float, sample.split(" "))) for sample in samples.split("\t")]
-        for index, row in enumerate(line.rows):
+        for index, row in enumerate(each.rows):
             row.samples = [sample[index] for sample in figures]
-    for line in lines:
-        group.rows += line.rows if isinstance(line, Line) else [line]
+    for each in measurements:
+        group.rows += each.rows if isinstance(each, Measurement) else [each]
     return group
 
 
-def run_line(machine, name, task, runs):
+def program_time(launcher, name, task, runs):
     row = page.Row(name, task.how, custom=task.custom)
-    return Line([row], "run", runs, [task.lines, *machine.command(task.words)])
+    return Measurement([row], "run", runs, [task.lines, *launcher.command(task.words)])
 
 
-def memory_line(machine, name, task):
-    return Line([page.Row(name, task.how)], "memory", 5, machine.command(task.words))
+def program_memory(launcher, name, task):
+    return Measurement([page.Row(name, task.how)], "memory", 5, launcher.command(task.words))
 
 
 def baseline_programs():
@@ -156,80 +157,83 @@ def baseline_programs():
                          ["one_line_program_linked_alike"])]
 
 
-def read_one(machine, peers):
+def read_one(launcher, peers):
     group = page.Group("read", "One value read, a whole process", "ms")
     tasks = [("baseline", task) for task in baseline_programs()]
     tasks += [(peer.name, peer.read) for peer in peers]
-    return measure(machine, group, [run_line(machine, *task, MANY_RUNS) for task in tasks])
+    return measure(launcher, group, [program_time(launcher, *task, MANY_RUNS) for task in tasks])
 
 
-def write_one(machine, peers):
+def write_one(launcher, peers):
     group = page.Group("write", "One value written, a whole process", "ms")
     tasks = [("baseline", task) for task in baseline_programs()]
     tasks += [(peer.name, peer.write) for peer in peers]
-    measure(machine, group, [run_line(machine, *task, MANY_RUNS) for task in tasks])
+    measure(launcher, group, [program_time(launcher, *task, MANY_RUNS) for task in tasks])
     for peer, row in zip(peers, group.rows[-len(peers):], strict=True):
         last = str(1_000_000 + len(row.samples))
-        if last not in machine.output(peer.read.words).decode():
+        if last not in launcher.output(peer.read.words).decode():
             raise RuntimeError(f"{peer.read.how} does not show the value stored last")
     return group
 
 
-def list_all(machine, peers, tree):
+def list_all(launcher, peers, tree):
     group = page.Group(f"list {tree.total}", f"All of {tree.total:,} values with their names",
                        "ms")
-    size = len(machine.output(peers[0].lists[0].words))
-    lines = [run_line(machine, "baseline", task, MANY_RUNS) for task in baseline_programs()]
+    size = len(launcher.output(peers[0].lists[0].words))
+    measurements = [program_time(launcher, "baseline", task, MANY_RUNS)
+                    for task in baseline_programs()]
     how = f"{size:,} bytes through a pipe, as many as of ls -lr"
-    lines.append(Line([page.Row("baseline", how)], "pipe", MANY_RUNS, [size]))
-    lines += [run_line(machine, peer.name, task, 40) for peer in peers for task in peer.lists]
-    return measure(machine, group, lines)
+    measurements.append(Measurement([page.Row("baseline", how)], "pipe", MANY_RUNS, [size]))
+    measurements += [program_time(launcher, peer.name, task, 40)
+                     for peer in peers for task in peer.lists]
+    return measure(launcher, group, measurements)
 
 
 def without_updates(peer):
     return page.Row(peer.name, "", note=peer.no_updates)
 
 
-def update_latency(machine, peers):
+def update_latency(launcher, peers):
     group = page.Group("latency", "From a store by one client until another client shows it", "us")
-    lines = [Line([page.Row("baseline", "a round trip over two named pipes")], "round-trip",
-                  UPDATES, []),
-             Line([page.Row("baseline", "a poll that does not wait")], "poll", UPDATES, [])]
-    with Machine(machine.bench, machine.directory) as tools:
+    measurements = [
+        Measurement([page.Row("baseline", "a round trip over two named pipes")], "round-trip",
+                    UPDATES, []),
+        Measurement([page.Row("baseline", "a poll that does not wait")], "poll", UPDATES, [])]
+    with Launcher(launcher.bench, launcher.directory) as tools:
         for peer in peers:
             if peer.watch is None:
-                lines.append(without_updates(peer))
+                measurements.append(without_updates(peer))
                 continue
             watch = peer.watch
             descriptor = tools.start(watch.words, watch.ready, watch.typed).stdout.fileno()
-            lines.append(Line([page.Row(peer.name, watch.how)], "shown", UPDATES,
-                              [descriptor, watch.shown.encode().hex(), *watch.store],
-                              [descriptor]))
-        return measure(machine, group, lines)
+            measurements.append(Measurement(
+                [page.Row(peer.name, watch.how)], "shown", UPDATES,
+                [descriptor, watch.shown.encode().hex(), *watch.store], [descriptor]))
+        return measure(launcher, group, measurements)
 
 
-def update_rates(machine, peers, key, title, rates_of):
-    lines = []
+def update_rates(launcher, peers, key, title, rates_of):
+    measurements = []
     for peer in peers:
         if peer.no_updates:
-            lines.append(without_updates(peer))
+            measurements.append(without_updates(peer))
         for rate in rates_of(peer):
             rows = [page.Row(peer.name, how) for how in rate.how]
-            lines.append(Line(rows, rate.kind, rate.runs, rate.fields))
-    return measure(machine, page.Group(key, title, "thousand/s"), lines)
+            measurements.append(Measurement(rows, rate.kind, rate.runs, rate.fields))
+    return measure(launcher, page.Group(key, title, "thousand/s"), measurements)
 
 
-def client_memory(machine, peers, tree):
+def client_memory(launcher, peers, tree):
     one = page.Group("client memory", "Peak memory of a client that reads one value, "
                      f"{tree.total:,} served", "KiB")
     every = page.Group("client memory, all",
                        f"Peak memory of a client that lists all of {tree.total:,} values", "KiB")
-    baseline = [memory_line(machine, "baseline", task) for task in baseline_programs()]
+    baseline = [program_memory(launcher, "baseline", task) for task in baseline_programs()]
     return [
-        measure(machine, one,
-                baseline + [memory_line(machine, peer.name, peer.read) for peer in peers]),
-        measure(machine, every, [memory_line(machine, peer.name, task)
-                                 for peer in peers for task in peer.lists])]
+        measure(launcher, one,
+                baseline + [program_memory(launcher, peer.name, peer.read) for peer in peers]),
+        measure(launcher, every, [program_memory(launcher, peer.name, task)
+                                  for peer in peers for task in peer.lists])]
 
 
 def with_children(process):
@@ -280,22 +284,22 @@ def measure_all(bench, directory):
     servers = ServerMemory()
     for groups in (1, 10, 100):
         tree = systems.Tree(groups)
-        with Machine(bench, directory) as machine:
-            peers = [serve(machine, tree) for serve in systems.ALL]
+        with Launcher(bench, directory) as launcher:
+            peers = [serve(launcher, tree) for serve in systems.ALL]
             if groups == 10:
-                written = write_one(machine, peers)
-                single += [read_one(machine, peers), written]
-            lists.append(list_all(machine, peers, tree))
+                written = write_one(launcher, peers)
+                single += [read_one(launcher, peers), written]
+            lists.append(list_all(launcher, peers, tree))
             if groups == 10:
-                updates.append(update_latency(machine, peers))
+                updates.append(update_latency(launcher, peers))
                 updates.append(update_rates(
-                    machine, peers, "acknowledged",
+                    launcher, peers, "acknowledged",
                     "Stores with a subscriber, each acknowledged before the next",
                     lambda peer: peer.acknowledged))
                 updates.append(update_rates(
-                    machine, peers, "stream", "Updates at one subscriber, sent without waiting",
+                    launcher, peers, "stream", "Updates at one subscriber, sent without waiting",
                     lambda peer: peer.streams))
-                memory += client_memory(machine, peers, tree)
+                memory += client_memory(launcher, peers, tree)
             servers.add(peers, tree)
     return single + lists + updates + memory + servers.groups()
 

@@ -8,39 +8,39 @@ import platform
 
 EXPLANATION = """\
 Every system serves the same 32-bit integers in groups of 1,000, with the names /group_000/item_0000
-and so on (net-snmp: numbers), over named pipes, a Unix socket or, in the case of Augeas, a file. Our
-programs are the installed ones. No process is bound to a processor. Within a group of rows, one sample
-of each row is taken in turn, in random order; a row that has used its time gets no more turns.
-"ours / this" is the median of the first row of treescope divided by the median of the row: for times
-and memory less is better, for rates more.
+and so on (net-snmp: numbers), over named pipes, a Unix socket or, in the case of Augeas, a file.
+Our programs are the installed ones. No process is bound to a processor. Within a group of rows, one
+sample of each row is taken in turn, in random order; a row that has used its time gets no more
+turns. "ours / this" is the median of the first row of treescope divided by the median of the row:
+for times and memory less is better, for rates more.
 
 - One value is read and written by whole processes while 10,000 are served. Afterwards, the value
   stored last must be read back.
 - The baseline program is linked as a compiler does it by default, and loads the C++ library at each
-  start; treescope and modelsrvd contain that library. The next row is the same program linked as they
-  are.
+  start; treescope and modelsrvd contain that library. The next row is the same program linked as
+  they are.
 - The lists are written to a file in memory and must have as many lines as there are values. Redis
   keeps the values in one hash, which is not a tree. busctl prints a single line, which is hardly
-  readable; the client of sd-bus in the row above was written for this table. So were the services of
-  D-Bus and of net-snmp; the latter is connected by pass_persist, the way to publish a table without a
-  library.
+  readable; the client of sd-bus in the row above was written for this table. So were the services
+  of D-Bus and of net-snmp; the latter is connected by pass_persist, the way to publish a table
+  without a library.
 - The latency of an update is measured from before a client in the measuring process stores a value
-  until the output of the tool has been read from a pipe. The shell prints the path of a changed value;
-  redis-cli and mosquitto_sub print the value; for D-Bus, a client of sd-bus prints both.
+  until the output of the tool has been read from a pipe. The shell prints the path of a changed
+  value; redis-cli and mosquitto_sub print the value; for D-Bus, a client of sd-bus prints both.
 - Rates: an update of treescope names the part that changed, and a subscriber that needs the value
-  requests it. Several changes of one part that a subscriber has not read yet are therefore one update.
-  Only received updates count: none that was pending before a sample began, and, with acknowledged
-  stores, all those that the stores of the sample caused. The two rows of treescope for acknowledged
-  stores are two figures of the same runs. Their subscriber requests each value, because the messages
-  of the peers contain it; they store in 1,000 parts in turn.
-- The stream of treescope comes from a server of its own that changes its parts up to a million times a
-  second and runs during these samples only. A subscriber that keeps up shows how fast that server
-  makes changes, not how many updates it could receive; this limits the figure. The 5 ms, of 505 ms,
-  that a sample allows for updates of earlier changes count as its time. Redis and Mosquitto get their
-  streams from a client that sends 1,000 messages at once, and their subscribers only count bytes.
-  D-Bus drops no message, because its limits are raised.
-- The memory of a client is the peak of its resident set; that of a server is the same, summed over its
-  processes.
+  requests it. Several changes of one part that a subscriber has not read yet are therefore one
+  update. Only received updates count: none that was pending before a sample began, and, with
+  acknowledged stores, all those that the stores of the sample caused. The two rows of treescope for
+  acknowledged stores are two figures of the same runs. Their subscriber requests each value,
+  because the messages of the peers contain it; they store in 1,000 parts in turn.
+- The stream of treescope comes from a server of its own that changes its parts up to a million
+  times a second and runs during these samples only. A subscriber that keeps up shows how fast that
+  server makes changes, not how many updates it could receive; this limits the figure. The 5 ms, of
+  505 ms, that a sample allows for updates of earlier changes count as its time. Redis and Mosquitto
+  get their streams from a client that sends 1,000 messages at once, and their subscribers only
+  count bytes. D-Bus drops no message, because its limits are raised.
+- The memory of a client is the peak of its resident set; that of a server is the same, summed over
+  its processes.
 """
 
 
@@ -71,7 +71,7 @@ class Row:
 
     @property
     def is_tree(self):
-        """Whether this is a peer that has a tree. A hash is flat: its names only look like paths."""
+        """Whether this is a peer that has a tree. The names in a hash only look like paths."""
         return self.is_peer and self.who != "Redis"
 
 
@@ -107,27 +107,28 @@ def targets(groups):
     """What should hold for this system in comparison with the others, by their medians."""
     by_key = {group.key: group for group in groups}
 
-    def beside(key, text, required, condition=lambda row: row.is_peer, at_least=False, index=0):
+    def ratio(key, text, required, condition=lambda row: row.is_peer, at_least=False, index=0):
+        """Compares a row of ours with the best row of the group that meets the condition."""
         group = by_key[key]
-        peers = [row for row in group.rows if row.samples and condition(row)]
-        best = (max if at_least else min)(peers, key=lambda row: row.median)
+        others = [row for row in group.rows if row.samples and condition(row)]
+        best = (max if at_least else min)(others, key=lambda row: row.median)
         return Target(f"{text} ({best.who}: {best.how})", group.ours[index].median / best.median,
                       required, at_least)
 
     lists = "list 10000"
     return [
-        beside("read", "one value read, beside the fastest peer", 1),
-        beside("write", "one value written, beside the fastest peer", 1),
-        beside(lists, "10,000 values listed, beside the fastest tool that lists a tree", 0.5,
-               lambda row: row.is_tree and not row.custom),
-        beside(lists, "the same, beside a program written for a peer that has a tree", 0.5,
-               lambda row: row.is_tree and row.custom),
-        beside(lists, "the same, beside a flat hash", 1, lambda row: row.who == "Redis"),
-        beside("latency", "a store until it is shown, beside the fastest peer", 1),
-        beside("acknowledged", "acknowledged stores a second, beside the fastest peer", 1,
-               at_least=True),
-        beside("stream", "updates a second, beside the fastest peer", 1, at_least=True),
-        beside("stream", "the same, with each value requested", 1, at_least=True, index=1),
+        ratio("read", "one value read, compared with the fastest peer", 1),
+        ratio("write", "one value written, compared with the fastest peer", 1),
+        ratio(lists, "10,000 values listed, compared with the fastest tool that lists a tree", 0.5,
+              lambda row: row.is_tree and not row.custom),
+        ratio(lists, "the same, compared with a program written for a peer that has a tree", 0.5,
+              lambda row: row.is_tree and row.custom),
+        ratio(lists, "the same, compared with a flat hash", 1, lambda row: row.who == "Redis"),
+        ratio("latency", "a store until it is shown, compared with the fastest peer", 1),
+        ratio("acknowledged", "acknowledged stores a second, compared with the fastest peer", 1,
+              at_least=True),
+        ratio("stream", "updates a second, compared with the fastest peer", 1, at_least=True),
+        ratio("stream", "the same, with each value requested", 1, at_least=True, index=1),
         Target("memory of the shell for one value, KiB", by_key["client memory"].ours[0].median,
                6144),
     ]
@@ -173,7 +174,7 @@ def render(groups):
                 f"{ratio} |")
 
     today = datetime.datetime.now(datetime.UTC).date()
-    lines = ["# treescope beside other systems", "",
+    lines = ["# treescope compared with other systems", "",
              f"Measured with `script/bench` on {today}: {machine()}.", "", EXPLANATION,
              "| | | median | p10 | p90 | runs | ours / this |",
              "|:--|:--|--:|--:|--:|--:|--:|"]

@@ -88,16 +88,16 @@ def connect(path):
     return connection
 
 
-def treescope(machine, tree):
+def treescope(launcher, tree):
     name = f"Model_peers{os.getpid()}"
-    saved = machine.path("saved")
-    server = machine.start(["modelsrvd", "--name", name, "--synthetic", f"{tree.groups}x{ITEMS}"],
+    saved = launcher.path("saved")
+    server = launcher.start(["modelsrvd", "--name", name, "--synthetic", f"{tree.groups}x{ITEMS}"],
                            "ready")
 
     def shell(command):
         return ["treescope", "-c", f"cd {name};{command}"]
 
-    changing = machine.command(["modelsrvd"])
+    changing = launcher.command(["modelsrvd"])
     return Peer(
         name="treescope",
         read=Task('treescope -c "cd S;get PATH"', shell(f"get {FIRST}")),
@@ -117,17 +117,17 @@ def treescope(machine, tree):
                       "model-changes", [1, *changing], 5)])
 
 
-def redis(machine, tree):
-    path = machine.path("redis")
-    server = machine.start(["redis-server", "--port", "0", "--unixsocket", path, "--save", "",
+def redis(launcher, tree):
+    path = launcher.path("redis")
+    server = launcher.start(["redis-server", "--port", "0", "--unixsocket", path, "--save", "",
                             "--appendonly", "no", "--loglevel", "warning", "--daemonize", "no"])
-    machine.await_socket(path)
+    launcher.await_socket(path)
 
     def client(*words):
         return ["redis-cli", "-s", path, *words]
 
     commands = "".join(f"HSET tree {value} 0\r\n" for value in tree.paths())
-    machine.output(client("--pipe"), commands.encode())
+    launcher.output(client("--pipe"), commands.encode())
 
     payload = f"{FIRST} 1234567"
     publish = f'PUBLISH changes "{payload}"\r\n'.encode()
@@ -173,15 +173,15 @@ BUS_CONFIGURATION = """\
 """
 
 
-def bus(machine, tree):
+def bus(launcher, tree):
     """A bus of its own, without a limit that the updates would reach."""
-    path = machine.path("bus")
+    path = launcher.path("bus")
     address = os.environ["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={path}"
-    configuration = machine.write("bus.conf", BUS_CONFIGURATION.format(address=address))
-    daemon = machine.start(["dbus-daemon", "--nofork", "--nopidfile",
+    configuration = launcher.write("bus.conf", BUS_CONFIGURATION.format(address=address))
+    daemon = launcher.start(["dbus-daemon", "--nofork", "--nopidfile",
                             f"--config-file={configuration}"])
-    machine.await_socket(path)
-    service = machine.start(["bus_service", str(tree.groups), str(ITEMS)], "ready")
+    launcher.await_socket(path)
+    service = launcher.start(["bus_service", str(tree.groups), str(ITEMS)], "ready")
     group, item = FIRST.rsplit("/", 1)
     signals = 20_000
 
@@ -225,14 +225,14 @@ def mqtt_publish(topic, payload, flags=0, packet_id=b""):
     return mqtt_packet(0x30 | flags, mqtt_text(topic) + packet_id + payload.encode())
 
 
-def mosquitto(machine, tree):
+def mosquitto(launcher, tree):
     """Topics are the paths of the values without the first slash; the messages are retained."""
-    path = machine.path("mosquitto")
-    configuration = machine.write("mosquitto.conf", f"listener 0 {path}\nallow_anonymous true\n"
+    path = launcher.path("mosquitto")
+    configuration = launcher.write("mosquitto.conf", f"listener 0 {path}\nallow_anonymous true\n"
                                   "persistence false\nlog_dest none\nmax_queued_messages 0\n"
                                   "user root\n")
-    server = machine.start(["mosquitto", "-c", configuration])
-    machine.await_socket(path)
+    server = launcher.start(["mosquitto", "-c", configuration])
+    launcher.await_socket(path)
 
     retained, at_least_once = 1, 2
     topic = FIRST[1:]
@@ -287,22 +287,22 @@ def mosquitto(machine, tree):
                        *store("stream", 1000 * publish, 0)])])
 
 
-def net_snmp(machine, tree):
+def net_snmp(launcher, tree):
     # The net-snmp project reserves these names for experiments.
     base = ".1.3.6.1.4.1.8072.9999.9999"
-    address = f"unix:{machine.path('snmp')}"
+    address = f"unix:{launcher.path('snmp')}"
     # Keeps the machine's own configuration out.
-    os.environ.update(SNMPCONFPATH=machine.path("none"), MIBS="",
-                      SNMP_PERSISTENT_DIR=machine.path("persistent"))
-    (values,) = machine.command(["snmp_values"])
-    configuration = machine.write(
+    os.environ.update(SNMPCONFPATH=launcher.path("none"), MIBS="",
+                      SNMP_PERSISTENT_DIR=launcher.path("persistent"))
+    (values,) = launcher.command(["snmp_values"])
+    configuration = launcher.write(
         "snmpd.conf", f"agentaddress {address}\ncom2secunix here default public\n"
         "group here v2c here\nview all included .1\n"
         'access here "" any noauth exact all all none\ndontLogTCPWrappersConnects yes\n'
         f"pass_persist {base} {values} {base} {tree.groups} {ITEMS}\n")
-    server = machine.start(["/usr/sbin/snmpd", "-f", "-LE", "3", "-I", "-smux", "-C", "-c",
+    server = launcher.start(["/usr/sbin/snmpd", "-f", "-LE", "3", "-I", "-smux", "-C", "-c",
                             configuration])
-    machine.await_socket(machine.path("snmp"))
+    launcher.await_socket(launcher.path("snmp"))
 
     def client(program, name, *words, options=()):
         return [program, "-v2c", "-c", "public", "-m", "", "-On", *options, address,
@@ -310,7 +310,7 @@ def net_snmp(machine, tree):
 
     read = Task("snmpget", client("snmpget", ".1.1"))
     # The first request starts the program that has the values.
-    machine.output(read.words)
+    launcher.output(read.words)
     return Peer(
         name="net-snmp",
         read=read,
@@ -323,17 +323,17 @@ def net_snmp(machine, tree):
                    "for each kind of value; a client cannot subscribe to a value.")
 
 
-def augeas(machine, tree):
+def augeas(launcher, tree):
     """A file of values in sections, which the tool reads as a whole each time."""
     text = ""
     for group in range(tree.groups):
         text += f"[group_{group:03}]\n"
         text += "".join(f"item_{item:04} = 0\n" for item in range(ITEMS))
-    machine.write("augeas/values", text)
+    launcher.write("augeas/values", text)
 
     def tool(*words):
         # Loads the one lens that is needed.
-        return ["augtool", "-r", machine.path("augeas"), "-A", "-t", "Puppet.lns incl /values",
+        return ["augtool", "-r", launcher.path("augeas"), "-A", "-t", "Puppet.lns incl /values",
                 *words]
 
     return Peer(
