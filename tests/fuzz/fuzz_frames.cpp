@@ -41,7 +41,7 @@ void take(FrameReader& reader, Reading& reading, std::uint32_t limit) {
         return;
     }
   }
-  reader.keepRest();
+  reader.bufferRest();
 }
 
 Reading readWhole(std::span<const std::uint8_t> stream) {

@@ -7,10 +7,10 @@
 
 namespace EvtSrv::internal {
 
-/// Bytes that are needed for the length of one dispatch, object_lease from the place
-/// where they wait between dispatches, so that a busy manager allocates nothing
-/// and an idle connection holds nothing. A second borrower, in a dispatch inside
-/// a dispatch, finds the place empty and gets bytes of its own.
+/// A buffer for the length of one dispatch, taken from a pool slot of the manager and
+/// returned to it. So a busy manager allocates nothing, and an idle connection holds no
+/// buffer. A second lease of the same slot, in a nested dispatch, finds it empty and
+/// allocates a buffer of its own.
 class BufferLease {
  public:
   explicit BufferLease(std::vector<std::uint8_t>& slot) : slot_(slot), bytes_(std::move(slot)) {

@@ -7,18 +7,17 @@
 #include <utility>
 
 #include "evtsrv/source/buffer_lease.h"
-#include "evtsrv/source/scoped_flag.h"
 
 namespace EvtSrv::internal {
 
 namespace {
 
-// As much as is handed out in one go: a thread that wants to make a request waits
-// no longer than for the handlers of these events.
+// The most bytes that one dispatch reads. It bounds the time that a thread with a
+// request waits for the handlers of these events.
 constexpr std::size_t eventReadSize = 512;
 
-// Up to here a request goes out in one piece: the kernel takes two less quickly, by more
-// than it costs to put them together.
+// A request of up to this size is copied into one buffer: a write of two buffers costs
+// more than the copy.
 constexpr std::size_t smallRequest = 128;
 
 }  // namespace
@@ -36,14 +35,14 @@ EvtRes ClientLink::open() {
   return result < 0 ? fail(resultOf(result)) : EvtRes_Success;
 }
 
-EvtRes ClientLink::fail(EvtRes fault) {
-  if (fault_ == EvtRes_Success) {
-    fault_ = fault;
+EvtRes ClientLink::fail(EvtRes error) {
+  if (error_ == EvtRes_Success) {
+    error_ = error;
     registration_.end();
     pipes_ = {};
     std::vector<std::uint8_t>().swap(pendingOutput_);
   }
-  return fault_;
+  return error_;
 }
 
 EvtRes ClientLink::stall(bool untilWritable) {
@@ -63,20 +62,20 @@ EvtRes ClientLink::exchange(std::uint16_t operation, std::span<const std::uint8_
 
 EvtRes ClientLink::tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
                                Reply& reply) {
-  if (fault_ != EvtRes_Success) {
-    return fault_;
+  if (error_ != EvtRes_Success) {
+    return error_;
   }
   if (payload.size() > maxPayload) {
     return EvtRes_TooLarge;
   }
-  EvtRes result = stalled_ ? showsLife() : EvtRes_Success;
+  EvtRes result = stalled_ ? endStall() : EvtRes_Success;
   if (result != EvtRes_Success) {
     return result;
   }
   if (!replies_.empty() && takeReplies(nullptr, nullptr) != EvtRes_Timeout) {
-    return fault_;
+    return error_;
   }
-  Deadline deadline(system_, answerTimeoutMs);
+  Deadline deadline(system_, replyTimeoutMs);
   FrameHeader header;
   header.kind = FrameKind::request;
   header.code = operation;
@@ -88,34 +87,42 @@ EvtRes ClientLink::tryExchange(std::uint16_t operation, std::span<const std::uin
 
 EvtRes ClientLink::send(const FrameHeader& header, std::span<const std::uint8_t> payload,
                         Deadline& deadline) {
-  std::size_t written = 0;
   if (!pendingOutput_.empty()) {
-    const EvtRes result = writeAll(pendingOutput_, {}, written, deadline);
-    if (fault_ != EvtRes_Success) {
-      return fault_;
-    }
-    pendingOutput_.erase(pendingOutput_.begin(),
-                         pendingOutput_.begin() + static_cast<std::ptrdiff_t>(written));
+    const EvtRes result = writePending(deadline);
     if (result != EvtRes_Success) {
       return result;
     }
-    std::vector<std::uint8_t>().swap(pendingOutput_);
   }
   std::array<std::uint8_t, smallRequest> bytes{};
   encodeHeader(header, bytes.data());
-  std::size_t inOnePiece = FrameHeader::size;
-  if (payload.size() <= bytes.size() - inOnePiece) {
-    std::copy(payload.begin(), payload.end(), bytes.data() + inOnePiece);
-    inOnePiece += payload.size();
+  std::size_t headSize = FrameHeader::size;
+  if (payload.size() <= bytes.size() - headSize) {
+    std::copy(payload.begin(), payload.end(), bytes.data() + headSize);
+    headSize += payload.size();
   }
-  const auto head = std::span<const std::uint8_t>(bytes).first(inOnePiece);
-  const auto body = payload.subspan(inOnePiece - FrameHeader::size);
+  const auto head = std::span<const std::uint8_t>(bytes).first(headSize);
+  const auto body = payload.subspan(headSize - FrameHeader::size);
+  std::size_t written = 0;
   const EvtRes result = writeAll(head, body, written, deadline);
   if (result == EvtRes_Timeout && written > 0) {
     const std::size_t ofHead = std::min(written, head.size());
     pendingOutput_.assign(head.begin() + static_cast<std::ptrdiff_t>(ofHead), head.end());
     const auto rest = body.subspan(written - ofHead);
     pendingOutput_.insert(pendingOutput_.end(), rest.begin(), rest.end());
+  }
+  return result;
+}
+
+EvtRes ClientLink::writePending(Deadline& deadline) {
+  std::size_t written = 0;
+  const EvtRes result = writeAll(pendingOutput_, {}, written, deadline);
+  if (error_ != EvtRes_Success) {
+    return error_;
+  }
+  pendingOutput_.erase(pendingOutput_.begin(),
+                       pendingOutput_.begin() + static_cast<std::ptrdiff_t>(written));
+  if (result == EvtRes_Success) {
+    std::vector<std::uint8_t>().swap(pendingOutput_);
   }
   return result;
 }
@@ -149,8 +156,8 @@ EvtRes ClientLink::writeAll(std::span<const std::uint8_t> head, std::span<const 
 EvtRes ClientLink::awaitInput(Deadline& deadline) {
   int wait = 0;
   while (deadline.nextWait(wait)) {
-    pollfd end{pipes_.reply.number(), POLLIN, 0};
-    const int ready = system_.poll(std::span(&end, 1), wait);
+    pollfd pipe{pipes_.reply.number(), POLLIN, 0};
+    const int ready = system_.poll(std::span(&pipe, 1), wait);
     if (ready > 0) {
       return EvtRes_Success;
     }
@@ -164,20 +171,20 @@ EvtRes ClientLink::awaitInput(Deadline& deadline) {
 EvtRes ClientLink::awaitWritable(Deadline& deadline) {
   int wait = 0;
   while (deadline.nextWait(wait)) {
-    std::array<pollfd, 2> ends{pollfd{pipes_.request.number(), POLLOUT, 0},
-                               pollfd{pipes_.reply.number(), POLLIN, 0}};
-    const int ready = system_.poll(ends, wait);
+    std::array<pollfd, 2> pipes{pollfd{pipes_.request.number(), POLLOUT, 0},
+                                pollfd{pipes_.reply.number(), POLLIN, 0}};
+    const int ready = system_.poll(pipes, wait);
     if (ready < 0 && ready != -EINTR) {
       return resultOf(ready);
     }
-    if (ready > 0 && ends[1].revents != 0) {
+    if (ready > 0 && pipes[1].revents != 0) {
       EvtRes result = readReplies();
       result = result == EvtRes_Success ? takeReplies(nullptr, nullptr) : result;
       if (result != EvtRes_Timeout) {
         return result;
       }
     }
-    if (ready > 0 && ends[0].revents != 0) {
+    if (ready > 0 && pipes[0].revents != 0) {
       return EvtRes_Success;
     }
   }
@@ -229,56 +236,56 @@ EvtRes ClientLink::takeReplies(const std::uint32_t* wanted, Reply* reply) {
   }
 }
 
-EvtRes ClientLink::showsLife() {
-  std::array<pollfd, 2> ends{
+EvtRes ClientLink::endStall() {
+  std::array<pollfd, 2> pipes{
       pollfd{pipes_.reply.number(), POLLIN, 0},
       pollfd{pipes_.request.number(), static_cast<short>(awaitsWritable_ ? POLLOUT : 0), 0}};
-  const int ready = system_.poll(ends, 0);
+  const int ready = system_.poll(pipes, 0);
   if (ready < 0 && ready != -EINTR) {
     return fail(resultOf(ready));
   }
-  bool alive = ready > 0 && (ends[1].revents & POLLOUT) != 0;
-  if (ready > 0 && ends[0].revents != 0) {
+  bool active = ready > 0 && (pipes[1].revents & POLLOUT) != 0;
+  if (ready > 0 && pipes[0].revents != 0) {
     EvtRes result = readReplies();
     if (result == EvtRes_Success) {
-      alive = true;
+      active = true;
       result = takeReplies(nullptr, nullptr);
     }
     if (result != EvtRes_Timeout) {
       return result;
     }
-  } else if (ready > 0 && (ends[1].revents & POLLERR) != 0) {
+  } else if (ready > 0 && (pipes[1].revents & POLLERR) != 0) {
     return fail(EvtRes_Closed);
   }
-  if (!alive) {
+  if (!active) {
     return EvtRes_Stalled;
   }
   stalled_ = false;
   return EvtRes_Success;
 }
 
-EvtRes ClientLink::look() {
-  if (fault_ != EvtRes_Success) {
-    return fault_;
+EvtRes ClientLink::checkPeer() {
+  if (error_ != EvtRes_Success) {
+    return error_;
   }
-  std::array<pollfd, 2> ends{pollfd{pipes_.reply.number(), 0, 0},
-                             pollfd{pipes_.request.number(), 0, 0}};
-  const int ready = system_.poll(ends, 0);
+  std::array<pollfd, 2> pipes{pollfd{pipes_.reply.number(), 0, 0},
+                              pollfd{pipes_.request.number(), 0, 0}};
+  const int ready = system_.poll(pipes, 0);
   return ready > 0 ? fail(EvtRes_Closed) : EvtRes_Success;
 }
 
 bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
   core_.clientMutex().assertHeld();
-  const auto keep = shared_from_this();
+  const auto keepAlive = shared_from_this();
   if (dispatching_) {
-    // The outer dispatch still reads the bytes that it got, and goes on later.
+    // The outer dispatch still has events to deliver; it resumes listening afterwards.
     paused_ = true;
     registration_.end();
     return false;
   }
-  BufferLease scratch(core_.readSlot());
-  scratch.bytes().resize(eventReadSize);
-  const ssize_t count = system_.read(pipes_.event.number(), scratch.bytes());
+  BufferLease lease(core_.readSlot());
+  lease.bytes().resize(eventReadSize);
+  const ssize_t count = system_.read(pipes_.event.number(), lease.bytes());
   if (count == -EAGAIN) {
     return false;
   }
@@ -287,21 +294,21 @@ bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
     return true;
   }
   stalled_ = false;
-  events_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
+  events_.feed(std::span(lease.bytes()).first(static_cast<std::size_t>(count)));
   try {
     const ScopedFlag dispatching(dispatching_);
     dispatchEvents();
   } catch (const std::bad_alloc&) {
     static_cast<void>(fail(EvtRes_SystemError));
   }
-  if (std::exchange(paused_, false) && fault_ == EvtRes_Success) {
+  if (std::exchange(paused_, false) && error_ == EvtRes_Success) {
     static_cast<void>(open());
   }
   return true;
 }
 
 void ClientLink::dispatchEvents() {
-  while (fault_ == EvtRes_Success) {
+  while (error_ == EvtRes_Success) {
     Frame frame;
     const FrameReader::Status status = events_.next(frame);
     if (status == FrameReader::Status::incomplete) {

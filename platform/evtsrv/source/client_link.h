@@ -12,11 +12,12 @@
 
 namespace EvtSrv::internal {
 
-/// One connection of a client, from the server's welcome to its end. The first
-/// fatal fault closes it and is what every later call gives; that there is no
-/// memory for what the server sends is one. With the client mutex held.
+/// One connection of a client, from the server's welcome to its end. The first error
+/// closes it and is the result of every later call; to be out of memory for what the
+/// server sends is such an error. Requires the client mutex for every call.
 class ClientLink final : public ReadyHandler, public std::enable_shared_from_this<ClientLink> {
  public:
+  /// `core` and `sink` outlive the connection.
   ClientLink(ManagerCore& core, EventSink& sink, ConnectionPipes pipes);
 
   /// Begins to listen for events.
@@ -25,54 +26,59 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   /// See `PortClient::exchange`.
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
 
-  /// Looks, without waiting, whether the peer has gone.
-  EvtRes look();
+  /// Checks, without waiting, whether the peer has closed the connection.
+  EvtRes checkPeer();
 
-  /// Ends the connection; nothing reaches the sink from now on.
+  /// Ends the connection; the sink receives nothing any more.
   void close() { static_cast<void>(fail(EvtRes_Closed)); }
 
-  /// `EvtRes_Success` while the connection is open, else its first fault.
-  [[nodiscard]] EvtRes fault() const { return fault_; }
+  /// `EvtRes_Success` while the connection is open, else its first error.
+  [[nodiscard]] EvtRes error() const { return error_; }
 
   bool ready(unsigned role, std::uint32_t events) override;
 
  private:
   EvtRes tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
-  EvtRes fail(EvtRes fault);
+  EvtRes fail(EvtRes error);
   EvtRes stall(bool untilWritable);
   EvtRes send(const FrameHeader& header, std::span<const std::uint8_t> payload, Deadline& deadline);
+  EvtRes writePending(Deadline& deadline);
   EvtRes writeAll(std::span<const std::uint8_t> head, std::span<const std::uint8_t> body,
                   std::size_t& written, Deadline& deadline);
   EvtRes awaitReply(std::uint32_t sequence, Deadline& deadline, Reply& reply);
   EvtRes awaitInput(Deadline& deadline);
-  /// Waits for room in the request pipe and drops what comes meanwhile: a server
-  /// whose late reply has no room reads no request.
+  /// Waits until the request pipe is writable and drops the replies that come
+  /// meanwhile: a server that cannot write a late reply reads no request.
   EvtRes awaitWritable(Deadline& deadline);
-  /// Reads once from the reply pipe; `EvtRes_Timeout` where nothing is there.
+  /// Reads once from the reply pipe; `EvtRes_Timeout` if it is empty.
   EvtRes readReplies();
-  /// Goes through the replies that were read: `EvtRes_Success` where the wanted
-  /// one is among them, `EvtRes_Timeout` where not. All others are dropped.
+  /// Takes the replies that were read up to the one with sequence number `*wanted`,
+  /// and drops the others. `EvtRes_Success` if that one is among them, else
+  /// `EvtRes_Timeout`; with `wanted` null it is never found.
   EvtRes takeReplies(const std::uint32_t* wanted, Reply* reply);
-  EvtRes showsLife();
+  /// Ends the stall if the server has shown activity, else `EvtRes_Stalled`.
+  EvtRes endStall();
   void dispatchEvents();
 
   ManagerCore& core_;
   System& system_;
   EventSink& sink_;
+
+  // Guarded by the client mutex.
   ConnectionPipes pipes_;
   Registration registration_;
-  EvtRes fault_ = EvtRes_Success;
+  EvtRes error_ = EvtRes_Success;
 
   std::uint32_t sequence_ = 0;
   bool stalled_ = false;
   bool awaitsWritable_ = false;                 // Stalled because the request pipe was full.
-  std::vector<std::uint8_t> pendingOutput_;     // What is left to write of a request cut by that.
+  std::vector<std::uint8_t> pendingOutput_;     // The unwritten rest of that request.
   std::unique_ptr<std::uint8_t[]> replyBytes_;  // Not cleared: most of it is never used.
   FrameReader replies_;
 
   FrameReader events_;
   bool dispatching_ = false;
-  bool paused_ = false;  // A dispatch inside a dispatch found events.
+  bool paused_ = false;  // A nested dispatch found events and left them.
 };
 
 }  // namespace EvtSrv::internal

@@ -6,8 +6,7 @@
 
 namespace EvtSrv::internal {
 
-/// Owns one descriptor and closes it when it goes away. An empty one owns none.
-/// `system` outlives it.
+/// Owns at most one descriptor and closes it on destruction. `system` outlives it.
 class FileDescriptor {
  public:
   FileDescriptor() = default;
@@ -24,8 +23,8 @@ class FileDescriptor {
     return *this;
   }
 
-  /// Takes over what `System` gave: 0, or the refusal where there is no descriptor
-  /// in it.
+  /// Takes ownership of the result of a `System` call: a descriptor (returns 0) or a
+  /// negative error number (which is returned).
   [[nodiscard]] int adopt(System& system, int numberOrErrno) {
     reset();
     if (numberOrErrno < 0) {
@@ -42,7 +41,7 @@ class FileDescriptor {
     }
   }
 
-  /// Below 0 where it owns none.
+  /// Negative if it owns none.
   [[nodiscard]] int number() const { return number_; }
   [[nodiscard]] bool isOpen() const { return number_ >= 0; }
 

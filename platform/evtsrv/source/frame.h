@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
-/// The frames that travel over a connection's pipes: bytes in, values out, no
-/// descriptor. The layout is written down in platform/PROTOCOL.md.
+/// The codec of the frames that are sent over a connection's pipes. It works on bytes
+/// and knows no descriptor. platform/PROTOCOL.md describes the layout.
 namespace EvtSrv::internal {
 
-/// Which end of a number comes first; a frame says its sender's.
+/// Which byte of a number comes first. A frame says which order its sender uses.
 enum class ByteOrder : std::uint8_t { leastFirst = 0, mostFirst = 1 };
 
 inline constexpr ByteOrder nativeOrder =
@@ -24,7 +24,7 @@ enum class FrameKind : std::uint8_t {
   request = 1,  ///< client to server; `code` is the operation
   reply = 2,    ///< server to client; `code` is the result, `sequence` the request's
   event = 3,    ///< server to client, on the event pipe; `code` is the event type
-  welcome = 4,  ///< server to client, first on the reply pipe; `code` 0, or why not
+  welcome = 4,  ///< server to client, first on the reply pipe; `code` 0, or the reason of a refusal
 };
 
 struct FrameHeader {
@@ -34,23 +34,21 @@ struct FrameHeader {
   FrameKind kind = FrameKind::request;
   std::uint16_t code = 0;
   std::uint32_t sequence = 0;
-  std::uint32_t length = 0;  ///< payload bytes behind the header
+  std::uint32_t length = 0;  ///< bytes of the payload, which follows the header
 };
 
-/// How many payload bytes a frame has at most: the largest value text and room
-/// for what names its target.
+/// The maximum size of a payload: the largest value text and space for its target.
 inline constexpr std::uint32_t maxPayload = 16 * 1024 * 1024 + 64 * 1024;
 
-/// Writes `header` in this machine's byte order to `out` (16 bytes).
+/// Writes `header` to `out` (16 bytes) in this machine's byte order.
 void encodeHeader(const FrameHeader& header, std::uint8_t* out);
 
-/// Reads a header from `bytes` (16 bytes), converting the sender's byte order.
-/// Nothing where a field has a value that no sender of this version writes, the
-/// length above `maxPayload` included.
+/// Reads a header from `bytes` (16 bytes) and converts it from the sender's byte order.
+/// Empty if a field has a value that no sender of this version writes, such as a length
+/// above `maxPayload`.
 std::optional<FrameHeader> decodeHeader(const std::uint8_t* bytes);
 
-/// Appends numbers in this machine's order and bytes to a buffer that it does not
-/// own.
+/// Appends bytes, and numbers in this machine's byte order, to a buffer of the caller.
 class PayloadWriter {
  public:
   explicit PayloadWriter(std::vector<std::uint8_t>& out) : out_(out) {}
@@ -58,11 +56,11 @@ class PayloadWriter {
   void u16(std::uint16_t value) { number(value); }
   void u32(std::uint32_t value) { number(value); }
   void bytes(std::string_view text);
-  /// `values` one behind the other.
+  /// `values`, one after the other.
   void u16s(std::span<const std::uint16_t> values);
 
  private:
-  /// In line and byte by byte: prefetch are made of very many small numbers.
+  /// Inline and byte by byte: a prefetch reply contains very many small numbers.
   template <typename Number>
   void number(Number value) {
     for (const std::uint8_t byte : std::bit_cast<std::array<std::uint8_t, sizeof value>>(value)) {
@@ -73,7 +71,7 @@ class PayloadWriter {
   std::vector<std::uint8_t>& out_;
 };
 
-/// The number that lies at `in`, written by a sender of that order.
+/// The number at `in` that was written in byte order `order`.
 template <typename Number>
 Number readNumber(const std::uint8_t* in, ByteOrder order) {
   Number value = 0;
@@ -88,10 +86,9 @@ Number readNumber(const std::uint8_t* in, ByteOrder order) {
   return value;
 }
 
-/// Reads a payload front to back. A read behind the end gives zero or nothing and
-/// makes `ok` false from then on, so that a decoder may check once at its end;
-/// lengths and counts are to be checked against `left` before anything is sized
-/// by them.
+/// Reads a payload from front to back. A read beyond the end returns zero or nothing and
+/// makes `ok` false for good, so a decoder may check once at its end. Check lengths and
+/// counts against `left` before anything is allocated by them.
 class PayloadReader {
  public:
   PayloadReader(std::span<const std::uint8_t> bytes, ByteOrder order)
@@ -99,15 +96,15 @@ class PayloadReader {
   std::uint8_t u8() { return number<std::uint8_t>(); }
   std::uint16_t u16() { return number<std::uint16_t>(); }
   std::uint32_t u32() { return number<std::uint32_t>(); }
-  /// The next `count` bytes, not copied; empty and not ok where fewer are left.
+  /// The next `count` bytes, not copied; empty and not ok if fewer are left.
   std::string_view bytes(std::size_t count) {
     const std::uint8_t* in = take(count);
     return in == nullptr ? std::string_view{}
                          : std::string_view(reinterpret_cast<const char*>(in), count);
   }
-  /// All that is left, not copied.
+  /// All bytes that are left, not copied.
   std::string_view rest() { return bytes(left()); }
-  /// How many bytes have been read.
+  /// The number of bytes that have been read.
   [[nodiscard]] std::size_t position() const { return position_; }
   [[nodiscard]] std::size_t left() const { return bytes_.size() - position_; }
   [[nodiscard]] bool ok() const { return ok_; }

@@ -6,29 +6,29 @@ namespace EvtSrv::internal {
 
 namespace {
 
-// What an idle reader may keep allocated.
+// The most memory that an idle reader keeps.
 constexpr std::size_t idleCapacity = 1024;
 
 }  // namespace
 
 FrameReader::Status FrameReader::next(Frame& frame) {
-  dropServed();
-  return kept_.empty() ? nextFromFed(frame) : nextFromKept(frame);
+  dropConsumed();
+  return buffered_.empty() ? nextFromFed(frame) : nextFromBuffer(frame);
 }
 
-void FrameReader::keepRest() {
-  kept_.insert(kept_.end(), fed_.begin(), fed_.end());
+void FrameReader::bufferRest() {
+  buffered_.insert(buffered_.end(), fed_.begin(), fed_.end());
   fed_ = {};
 }
 
-void FrameReader::dropServed() {
-  if (served_ == 0) {
+void FrameReader::dropConsumed() {
+  if (consumed_ == 0) {
     return;
   }
-  kept_.erase(kept_.begin(), kept_.begin() + static_cast<std::ptrdiff_t>(served_));
-  served_ = 0;
-  if (kept_.empty() && kept_.capacity() > idleCapacity) {
-    std::vector<std::uint8_t>().swap(kept_);
+  buffered_.erase(buffered_.begin(), buffered_.begin() + static_cast<std::ptrdiff_t>(consumed_));
+  consumed_ = 0;
+  if (buffered_.empty() && buffered_.capacity() > idleCapacity) {
+    std::vector<std::uint8_t>().swap(buffered_);
   }
 }
 
@@ -46,36 +46,36 @@ FrameReader::Status FrameReader::nextFromFed(Frame& frame) {
       return Status::frame;
     }
   }
-  keepRest();
+  bufferRest();
   return Status::incomplete;
 }
 
-FrameReader::Status FrameReader::nextFromKept(Frame& frame) {
-  if (!fillKept(FrameHeader::size)) {
+FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
+  if (!fillBuffer(FrameHeader::size)) {
     return Status::incomplete;
   }
-  const auto header = decodeHeader(kept_.data());
+  const auto header = decodeHeader(buffered_.data());
   if (!header) {
     return Status::malformed;
   }
   const std::size_t total = FrameHeader::size + header->length;
-  if (!fillKept(total)) {
+  if (!fillBuffer(total)) {
     return Status::incomplete;
   }
   frame.header = *header;
-  frame.payload = std::span(kept_).subspan(FrameHeader::size, header->length);
-  served_ = total;
+  frame.payload = std::span(buffered_).subspan(FrameHeader::size, header->length);
+  consumed_ = total;
   return Status::frame;
 }
 
-bool FrameReader::fillKept(std::size_t size) {
-  if (kept_.size() < size) {
-    const std::size_t count = std::min(size - kept_.size(), fed_.size());
+bool FrameReader::fillBuffer(std::size_t size) {
+  if (buffered_.size() < size) {
+    const std::size_t count = std::min(size - buffered_.size(), fed_.size());
     const auto taken = fed_.first(count);
-    kept_.insert(kept_.end(), taken.begin(), taken.end());
+    buffered_.insert(buffered_.end(), taken.begin(), taken.end());
     fed_ = fed_.subspan(count);
   }
-  return kept_.size() >= size;
+  return buffered_.size() >= size;
 }
 
 }  // namespace EvtSrv::internal

@@ -9,48 +9,48 @@
 
 namespace EvtSrv::internal {
 
-/// One frame as it came; the payload belongs to the reader or to what was fed.
+/// One received frame. The payload belongs to the reader or to what was fed.
 struct Frame {
   FrameHeader header;
   std::span<const std::uint8_t> payload;
 };
 
-/// Puts frames together from what successive reads of one pipe gave. Frames that
-/// came whole are handed out where they lie; only what is left of one is copied,
-/// and memory grows with the bytes that arrived, never with a length that a
-/// header claims.
+/// Assembles frames from successive reads of one pipe. The payload of a frame that
+/// arrived in one piece is not copied; only the beginning of an incomplete frame is.
+/// Memory grows with the bytes that have arrived, never with a length that a header
+/// claims.
 ///
-/// Use: `feed` what was read, then `next` until it gives anything but `frame`.
+/// Use: `feed` what was read, then call `next` until it returns anything but `frame`.
 class FrameReader {
  public:
   enum class Status {
-    frame,       ///< there is one
-    incomplete,  ///< what has come so far holds no further whole frame
+    frame,       ///< a frame was found
+    incomplete,  ///< the bytes fed so far contain no further complete frame
     malformed,   ///< no peer of this version sends this: end the connection
   };
 
-  /// Takes `bytes`, which must stay where they are until `next` gave
-  /// `incomplete` or `keepRest` was called.
+  /// Sets the next bytes. They must stay valid until `next` has returned `incomplete`
+  /// or `bufferRest` was called.
   void feed(std::span<const std::uint8_t> bytes) { fed_ = bytes; }
 
-  /// Whether nothing is left of what was fed.
-  [[nodiscard]] bool empty() const { return fed_.empty() && kept_.size() == served_; }
+  /// Whether all fed bytes have been returned in frames.
+  [[nodiscard]] bool empty() const { return fed_.empty() && buffered_.size() == consumed_; }
 
-  /// Moves to the next frame. The payload of the one before is gone.
+  /// Sets `frame` to the next frame and invalidates the payload of the previous one.
   [[nodiscard]] Status next(Frame& frame);
 
-  /// Copies what has not been handed out of the fed bytes.
-  void keepRest();
+  /// Copies the rest of the fed bytes.
+  void bufferRest();
 
  private:
   Status nextFromFed(Frame& frame);
-  Status nextFromKept(Frame& frame);
-  bool fillKept(std::size_t size);
-  void dropServed();
+  Status nextFromBuffer(Frame& frame);
+  bool fillBuffer(std::size_t size);
+  void dropConsumed();
 
   std::span<const std::uint8_t> fed_;
-  std::vector<std::uint8_t> kept_;  // What is left of earlier feeds.
-  std::size_t served_ = 0;          // How much of `kept_` the last frame took.
+  std::vector<std::uint8_t> buffered_;  // The rest of earlier feeds.
+  std::size_t consumed_ = 0;            // The part of `buffered_` that the last frame took.
 };
 
 }  // namespace EvtSrv::internal

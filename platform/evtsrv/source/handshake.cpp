@@ -7,13 +7,13 @@
 #include <utility>
 
 #include "evtsrv/source/access.h"
-#include "evtsrv/source/port_name.h"
+#include "evtsrv/source/mailbox.h"
 
 namespace EvtSrv::internal {
 
 namespace {
 
-// How often a sweep of another client's may get in between.
+// How often another client's sweep may remove the pipes before they are locked.
 constexpr int maxAttempts = 16;
 
 }  // namespace
@@ -28,12 +28,12 @@ EvtRes Handshake::begin(const std::string& name) {
   }
   const int made = makePipes();
   if (made < 0) {
-    // A name that is missing here is no sign of a missing server.
+    // A missing file does not mean a missing server here.
     result = resultOf(made);
     return result == EvtRes_NoServer ? EvtRes_SystemError : result;
   }
   result = sendHello();
-  // Meanwhile the server is at work.
+  // The server works on the hello meanwhile.
   sweepPrivatePipes(system_, hello_.token);
   return result == EvtRes_Timeout ? EvtRes_Success : result;
 }
@@ -45,9 +45,9 @@ EvtRes Handshake::openMailbox(const std::string& name) {
     return resultOf(opened);
   }
   struct stat status {};
-  const int known = system_.fstat(mailbox_.number(), status);
-  if (known < 0) {
-    return resultOf(known);
+  const int checked = system_.fstat(mailbox_.number(), status);
+  if (checked < 0) {
+    return resultOf(checked);
   }
   const auto group = sharedGroup(system_, status);
   if (!isTrusted(system_, status, group)) {
@@ -94,21 +94,21 @@ EvtRes Handshake::sendHello() {
   if (written < 0) {
     return written == -EPIPE ? EvtRes_NoServer : resultOf(written);
   }
-  // Up to PIPE_BUF bytes go whole or not at all (pipe(7)).
+  // Up to PIPE_BUF bytes are written completely or not at all (pipe(7)).
   if (static_cast<std::size_t>(written) != bytes.size()) {
     return EvtRes_SystemError;
   }
-  helloIsOut_ = true;
+  helloSent_ = true;
   return EvtRes_Success;
 }
 
 EvtRes Handshake::await(Deadline& deadline) {
   int wait = 0;
   while (deadline.nextWait(wait)) {
-    const auto mailboxInterest = static_cast<short>(helloIsOut_ ? 0 : POLLOUT);
-    std::array<pollfd, 2> ends{pollfd{replyReader().number(), POLLIN, 0},
-                               pollfd{mailbox_.number(), mailboxInterest, 0}};
-    const int ready = system_.poll(ends, wait);
+    const auto mailboxInterest = static_cast<short>(helloSent_ ? 0 : POLLOUT);
+    std::array<pollfd, 2> pipes{pollfd{replyReader().number(), POLLIN, 0},
+                                pollfd{mailbox_.number(), mailboxInterest, 0}};
+    const int ready = system_.poll(pipes, wait);
     if (ready == -EINTR || ready == 0) {
       continue;
     }
@@ -116,11 +116,11 @@ EvtRes Handshake::await(Deadline& deadline) {
       return resultOf(ready);
     }
     EvtRes result = EvtRes_Timeout;
-    if (ends[0].revents != 0) {
+    if (pipes[0].revents != 0) {
       result = readWelcome();
-    } else if ((ends[1].revents & POLLERR) != 0) {
+    } else if ((pipes[1].revents & POLLERR) != 0) {
       result = EvtRes_NoServer;
-    } else if (!helloIsOut_) {
+    } else if (!helloSent_) {
       result = sendHello();
       result = result == EvtRes_Success ? EvtRes_Timeout : result;
     }
@@ -132,20 +132,20 @@ EvtRes Handshake::await(Deadline& deadline) {
 }
 
 EvtRes Handshake::readWelcome() {
-  // Not a byte more: what follows belongs to the connection.
-  const ssize_t got =
+  // Not a byte more than the welcome: the rest belongs to the connection.
+  const ssize_t count =
       system_.read(replyReader().number(), std::span(welcome_).subspan(welcomeSize_));
-  if (got == -EAGAIN) {
+  if (count == -EAGAIN) {
     return EvtRes_Timeout;
   }
-  if (got <= 0) {
-    return got == 0 ? EvtRes_Closed : resultOf(got);
+  if (count <= 0) {
+    return count == 0 ? EvtRes_Closed : resultOf(count);
   }
-  welcomeSize_ += static_cast<std::size_t>(got);
-  return welcomeSize_ < welcome_.size() ? EvtRes_Timeout : judgeWelcome();
+  welcomeSize_ += static_cast<std::size_t>(count);
+  return welcomeSize_ < welcome_.size() ? EvtRes_Timeout : decodeWelcome();
 }
 
-EvtRes Handshake::judgeWelcome() const {
+EvtRes Handshake::decodeWelcome() const {
   const auto header = decodeHeader(welcome_.data());
   if (!header || header->kind != FrameKind::welcome || header->length != 0) {
     return EvtRes_Protocol;

@@ -17,25 +17,25 @@ struct ConnectionPipes {
   FileDescriptor event;    ///< for reading
 };
 
-/// A client's way from a port name to a connection: private pipes, a hello in the
-/// mailbox, the server's welcome. It stays alive while the welcome is awaited,
-/// however long that takes; when it goes away nothing is left of it in the file
-/// system.
+/// The handshake of a client: it makes the private pipes, writes the hello to the
+/// mailbox and reads the welcome. It may wait for the welcome as long as it exists; on
+/// destruction it removes everything that it has made in the file system.
 class Handshake {
  public:
   explicit Handshake(System& system) : system_(system) {}
 
-  /// Does everything that needs no answer. `EvtRes_NoServer` at once where nobody
-  /// reads the mailbox; `EvtRes_NotPermitted` where it is not to be trusted, and
-  /// nothing is written to it.
+  /// Does everything up to the hello, without waiting. `EvtRes_NoServer` if no process
+  /// reads the mailbox; `EvtRes_NotPermitted` if the mailbox is not trusted, in which
+  /// case nothing is written to it.
   EvtRes begin(const std::string& name);
 
-  /// Waits for the welcome. `EvtRes_Timeout`: may be called again, and the answer
-  /// may still come. `EvtRes_NoServer`: the server that the hello was meant for
-  /// has gone. `EvtRes_Refused`, `EvtRes_NoDescriptors`: the server's answer.
+  /// Waits for the welcome. `EvtRes_Timeout`: it may still come; call again.
+  /// `EvtRes_NoServer`: the server exited before it read the hello. `EvtRes_Refused`,
+  /// `EvtRes_NoDescriptors`: the server refused the client.
   EvtRes await(Deadline& deadline);
 
-  /// The connection's ends, once, after `await` gave `EvtRes_Success`.
+  /// Removes the names of the pipes and returns this side's ends. To be called once,
+  /// after `await` has returned `EvtRes_Success`.
   ConnectionPipes takePipes();
 
  private:
@@ -44,14 +44,14 @@ class Handshake {
   int makePipesOf(const Token& token);
   EvtRes sendHello();
   EvtRes readWelcome();
-  EvtRes judgeWelcome() const;
+  EvtRes decodeWelcome() const;
   [[nodiscard]] const FileDescriptor& replyReader() const { return reply_.reader(); }
 
   System& system_;
   FileDescriptor mailbox_;
   PipeAccess access_;
   Hello hello_;
-  bool helloIsOut_ = false;
+  bool helloSent_ = false;
   PrivatePipe request_;
   PrivatePipe reply_;
   PrivatePipe event_;

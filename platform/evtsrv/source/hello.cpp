@@ -9,8 +9,8 @@ namespace EvtSrv::internal {
 
 namespace {
 
-// The first byte occurs nowhere else in it, so that garbage which ends in the
-// beginning of a magic cannot hide the one behind it.
+// The first byte occurs only once. So garbage that ends with the beginning of a magic
+// cannot hide the magic that follows it.
 constexpr std::array<std::uint8_t, 8> magic{0x9E, 'K', 'R', 'V', 'h', 'e', 'l', 'o'};
 constexpr std::uint8_t version = 1;
 

@@ -7,11 +7,11 @@
 #include <span>
 #include <vector>
 
-/// The one thing that a mailbox carries: a client's hello. Bytes in, hellos out,
-/// no descriptor. The layout is written down in platform/PROTOCOL.md.
+/// The codec of the hello, the only message that is written to a mailbox. It works on
+/// bytes and knows no descriptor. platform/PROTOCOL.md describes the layout.
 namespace EvtSrv::internal {
 
-/// Names a connection's private pipes; unguessable.
+/// The unguessable part of the names of a connection's private pipes.
 using Token = std::array<std::uint8_t, 16>;
 
 struct Hello {
@@ -21,20 +21,21 @@ struct Hello {
 
 inline constexpr std::size_t helloSize = 36;
 
-/// What to write, in one piece, in this machine's byte order.
+/// The bytes of `hello` in this machine's byte order, to be written in one write.
 std::array<std::uint8_t, helloSize> encodeHello(const Hello& hello);
 
 /// The CRC-32 of IEEE 802.3 (reflected, 0xEDB88320).
 std::uint32_t crc32(std::span<const std::uint8_t> bytes);
 
-/// Finds hellos in what comes out of a mailbox, and skips everything else.
-/// Between calls it holds fewer bytes than a hello has, however much garbage came.
+/// Finds the hellos in the bytes that were read from a mailbox and skips everything
+/// else. When `next` has returned nothing it holds fewer bytes than a hello has, however
+/// much garbage was fed.
 class HelloScanner {
  public:
-  /// Takes what was read; call `next` until it gives nothing.
+  /// Adds bytes that were read. Call `next` afterwards until it returns nothing.
   void feed(std::span<const std::uint8_t> bytes);
 
-  /// The next hello whose magic and checksum are right.
+  /// The next hello whose magic, version, size and checksum are right.
   std::optional<Hello> next();
 
  private:

@@ -5,16 +5,24 @@
 #include <cerrno>
 
 #include "evtsrv/source/access.h"
-#include "evtsrv/source/port_name.h"
 
 namespace EvtSrv::internal {
 
 namespace {
 
-// How often somebody may remove the mailbox between two of our looks at it.
+// How often another process may remove the mailbox while it is being opened.
 constexpr int maxAttempts = 16;
 
 }  // namespace
+
+bool isPortName(std::string_view name) {
+  return !name.empty() && name.size() <= maxPortName && name.front() != '.' &&
+         name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
+}
+
+std::string mailboxPath(std::string_view name) {
+  return std::string(pipeDirectory).append("/").append(name).append(".fifo");
+}
 
 EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_t> group) {
   if (!isPortName(name)) {
@@ -36,8 +44,8 @@ EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_
 }
 
 Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
-  const auto failed = [&result](int refusal) {
-    result = resultOf(refusal);
+  const auto failed = [&result](int error) {
+    result = resultOf(error);
     return Attempt::done;
   };
   const int made = system_->makeFifo(path_, ownMode);
@@ -74,7 +82,7 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
     result = step == -EWOULDBLOCK ? EvtRes_NameInUse : resultOf(step);
     return Attempt::done;
   }
-  if (!nameIsOurs()) {
+  if (!pathLeadsToPipe()) {
     return Attempt::again;
   }
   step =
@@ -88,10 +96,11 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
 }
 
 int Mailbox::openPipe(const FileDescriptor& name, const struct stat& named) {
-  // Open both ways it never reads an end of file, whoever comes and goes (fifo(7)).
+  // Opened for reading and writing it never reports an end of file, however often
+  // clients open and close it (fifo(7)).
   constexpr int flags = O_RDWR | O_NONBLOCK;
   int result = pipe_.adopt(*system_, system_->open(path_, flags));
-  // A strict umask took this user's own access away when the pipe was made.
+  // If a strict umask removed this user's access when the pipe was made.
   if (result == -EACCES && named.st_uid == system_->effectiveUser()) {
     result = system_->setMode(name.number(), ownMode);
     if (result == 0) {
@@ -101,7 +110,7 @@ int Mailbox::openPipe(const FileDescriptor& name, const struct stat& named) {
   return result;
 }
 
-bool Mailbox::nameIsOurs() {
+bool Mailbox::pathLeadsToPipe() {
   struct stat named {};
   struct stat opened {};
   return system_->lstat(path_, named) == 0 && system_->fstat(pipe_.number(), opened) == 0 &&
@@ -112,7 +121,7 @@ void Mailbox::remove() {
   if (!pipe_.isOpen()) {
     return;
   }
-  if (nameIsOurs()) {
+  if (pathLeadsToPipe()) {
     static_cast<void>(system_->unlink(path_));
   }
   pipe_.reset();

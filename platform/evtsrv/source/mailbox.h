@@ -2,16 +2,31 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "evtsrv/result.h"
 #include "evtsrv/source/file_descriptor.h"
 
+/// The mailbox of a port: its name and path, and the server's end of it.
 namespace EvtSrv::internal {
 
-/// The served end of the mailbox of a port: open, locked against a second server,
-/// and removed when this goes away.
+/// The directory of the pipes of event ports.
+inline constexpr const char* pipeDirectory = "/tmp";
+
+inline constexpr std::size_t maxPortName = 200;
+
+/// Whether `name` is allowed as a port name: 1 to `maxPortName` bytes, no "/", no NUL
+/// and no "." at the beginning.
+bool isPortName(std::string_view name);
+
+/// The path of the mailbox of port `name`.
+std::string mailboxPath(std::string_view name);
+
+/// The server's end of a mailbox: open, locked against a second server, and removed on
+/// destruction.
 class Mailbox {
  public:
   Mailbox() = default;
@@ -19,14 +34,15 @@ class Mailbox {
   Mailbox(const Mailbox&) = delete;
   Mailbox& operator=(const Mailbox&) = delete;
 
-  /// Makes the mailbox of port `name` or takes over the one that a dead server
-  /// left, with the access of `group` set anew. Hellos that lie in it stay there
-  /// to be served. `EvtRes_NameInUse` where a live server has it,
-  /// `EvtRes_NotPermitted` where something lies in its place that is no pipe of
-  /// this user's, which is left alone.
+  /// Makes the mailbox of port `name`, or takes over the one that a dead server has
+  /// left, and sets its access for `group`. Hellos that are in it are kept.
+  /// `EvtRes_NameInUse` if a live server has the mailbox; `EvtRes_NotPermitted` if the
+  /// path leads to anything but a pipe that this process may trust, which is then left
+  /// as it is.
   EvtRes open(System& system, const std::string& name, std::optional<gid_t> group);
 
-  /// Takes the name away while the lock still keeps others out, and closes.
+  /// Removes the path, while the lock still keeps other servers out, and closes the
+  /// pipe. Does nothing if it is not open.
   void remove();
 
   [[nodiscard]] int descriptor() const { return pipe_.number(); }
@@ -37,7 +53,7 @@ class Mailbox {
 
   Attempt tryOpen(std::optional<gid_t> group, EvtRes& result);
   int openPipe(const FileDescriptor& name, const struct stat& named);
-  bool nameIsOurs();
+  bool pathLeadsToPipe();
 
   System* system_ = nullptr;
   std::string path_;

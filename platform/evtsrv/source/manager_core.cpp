@@ -8,14 +8,15 @@ namespace EvtSrv::internal {
 
 namespace {
 
-// No registration has this token: its slot would be out of any range.
+// No registration has this token: its slot index would be too large.
 constexpr std::uint64_t wakeToken = ~std::uint64_t{0};
 constexpr std::size_t eventsAtOnce = 32;
 
-// How long a manager that cannot work makes its pump wait that set no limit.
-constexpr int pauseMs = 1000;
+// How long an unusable manager waits if the caller has set no limit.
+constexpr int unusableWaitMs = 1000;
 
-bool drain(System& system, int event) {
+/// Makes an eventfd unreadable; returns whether it was readable.
+bool clearEvent(System& system, int event) {
   std::array<std::uint8_t, sizeof(std::uint64_t)> count{};
   return system.read(event, count) > 0;
 }
@@ -55,7 +56,7 @@ EvtRes ManagerCore::receive(int milliseconds) {
 
 EvtRes ManagerCore::receive(int milliseconds, bool& woken) {
   if (state_ != EvtRes_Success) {
-    return waitWithout(milliseconds);
+    return waitUnusable(milliseconds);
   }
   Deadline deadline(system_, milliseconds);
   int wait = 0;
@@ -83,7 +84,7 @@ bool ManagerCore::dispatch(const epoll_event* events, int count, bool& woken) {
   bool dispatched = false;
   for (const epoll_event& event : std::span(events, static_cast<std::size_t>(count))) {
     if (event.data.u64 == wakeToken) {
-      woken = drain(system_, wakeEvent_.number()) || woken;
+      woken = clearEvent(system_, wakeEvent_.number()) || woken;
     } else {
       dispatched = reactor_.dispatch(event) || dispatched;
     }
@@ -91,10 +92,10 @@ bool ManagerCore::dispatch(const epoll_event* events, int count, bool& woken) {
   return dispatched;
 }
 
-EvtRes ManagerCore::waitWithout(int milliseconds) {
-  // A program that pumps must not spin because its manager cannot work.
+EvtRes ManagerCore::waitUnusable(int milliseconds) {
+  // The loop of a program must not spin because its manager is unusable.
   if (milliseconds != 0) {
-    static_cast<void>(system_.poll({}, milliseconds > 0 ? milliseconds : pauseMs));
+    static_cast<void>(system_.poll({}, milliseconds > 0 ? milliseconds : unusableWaitMs));
   }
   return state_;
 }
@@ -105,7 +106,7 @@ EvtRes ManagerCore::finishTerminations(int milliseconds) {
   }
   bool woken = false;
   const EvtRes result = awaitTerminations(milliseconds, woken);
-  // A wake is meant for a receive of the program's.
+  // The wake was meant for a receive of the program.
   if (woken) {
     wake();
   }
@@ -116,13 +117,13 @@ EvtRes ManagerCore::awaitTerminations(int milliseconds, bool& woken) {
   Deadline deadline(system_, milliseconds);
   int wait = 0;
   while (deadline.nextWait(wait)) {
-    std::array<pollfd, 2> ends{pollfd{idleEvent_.number(), POLLIN, 0},
-                               pollfd{reactor_.descriptor(), POLLIN, 0}};
-    const int ready = system_.poll(ends, wait);
+    std::array<pollfd, 2> waits{pollfd{idleEvent_.number(), POLLIN, 0},
+                                pollfd{reactor_.descriptor(), POLLIN, 0}};
+    const int ready = system_.poll(waits, wait);
     if (ready < 0 && ready != -EINTR) {
       return resultOf(ready);
     }
-    if (ready > 0 && ends[0].revents == 0) {
+    if (ready > 0 && waits[0].revents == 0) {
       const EvtRes received = receive(0, woken);
       if (received != EvtRes_Success && received != EvtRes_Timeout) {
         return received;
@@ -144,7 +145,7 @@ void ManagerCore::wake() noexcept {
 void ManagerCore::beginTermination() {
   clientMutex_.assertHeld();
   if (terminations_.fetch_add(1) == 0) {
-    static_cast<void>(drain(system_, idleEvent_.number()));
+    static_cast<void>(clearEvent(system_, idleEvent_.number()));
   }
 }
 

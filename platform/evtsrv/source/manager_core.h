@@ -12,11 +12,10 @@
 
 namespace EvtSrv::internal {
 
-/// How much one read takes at most: what a pipe holds unless somebody enlarged
-/// it (pipe(7)).
+/// The maximum size of one read: the default capacity of a pipe (pipe(7)).
 inline constexpr std::size_t readSize = std::size_t{64} * 1024;
 
-/// What a manager is behind its public face. Tests make one on a system of their
+/// The implementation of an `EventPortManager`. Tests make one with a system of their
 /// own.
 class ManagerCore {
  public:
@@ -25,13 +24,13 @@ class ManagerCore {
   ManagerCore(const ManagerCore&) = delete;
   ManagerCore& operator=(const ManagerCore&) = delete;
 
-  // For any thread, without the client mutex; see EventPortManager.
+  // For any thread, with or without the client mutex; see EventPortManager.
 
   EvtRes receive(int milliseconds);
   EvtRes finishTerminations(int milliseconds);
   void wake() noexcept;
 
-  /// `EvtRes_Success`, or why this manager cannot work at all.
+  /// `EvtRes_Success`, or the error that makes this manager unusable.
   [[nodiscard]] EvtRes state() const { return state_; }
   [[nodiscard]] bool reconnects() const { return reconnects_; }
   [[nodiscard]] System& system() { return system_; }
@@ -39,7 +38,7 @@ class ManagerCore {
     return clientMutex_;
   }
 
-  // With the client mutex held.
+  // Require the client mutex.
 
   [[nodiscard]] Reactor& reactor() KRV_REQUIRES(clientMutex_) { return reactor_; }
   /// A graceful shutdown has begun; each call is matched by one of `endTermination`.
@@ -61,7 +60,7 @@ class ManagerCore {
   EvtRes openAll();
   EvtRes receive(int milliseconds, bool& woken);
   EvtRes awaitTerminations(int milliseconds, bool& woken);
-  EvtRes waitWithout(int milliseconds);
+  EvtRes waitUnusable(int milliseconds);
   bool dispatch(const epoll_event* events, int count, bool& woken);
 
   // Constant or thread-safe after construction.

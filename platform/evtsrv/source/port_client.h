@@ -2,41 +2,44 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "evtsrv/result.h"
 #include "evtsrv/source/frame.h"
+#include "evtsrv/source/handshake.h"
 
-/// The client's end of one connection. Everything here runs with the manager's
-/// client mutex held.
+/// The client side of an event port. Everything here requires the manager's client
+/// mutex, construction excluded.
 namespace EvtSrv::internal {
 
+class ClientLink;
 class ManagerCore;
 
-/// The answer to a request; the payload stays valid until the next exchange or
-/// the end of the connection.
+/// The reply to a request. The payload stays valid until the next exchange or the end
+/// of the connection.
 struct Reply {
   std::uint16_t code = 0;
   ByteOrder order = nativeOrder;
   std::span<const std::uint8_t> payload;
 };
 
-/// Where a connection's events go.
+/// The receiver of a connection's events.
 class EventSink {
  public:
   virtual ~EventSink() = default;
 
-  /// One event from the port that the connection leads to. May make exchanges,
-  /// close the connection or connect it again.
+  /// Receives one event from the connected port. May make exchanges, close the
+  /// connection or connect it again.
   virtual void eventReceived(std::uint16_t type, std::span<const std::uint8_t> payload,
                              ByteOrder order) = 0;
 };
 
-/// How long a server may take to answer a request or a hello.
-inline constexpr int answerTimeoutMs = 2000;
+/// The longest time that a server may take to reply to a request or a hello.
+inline constexpr int replyTimeoutMs = 2000;
 
+/// A connection to a port, which can be made again after it was lost.
 class PortClient {
  public:
   /// `core` and `sink` outlive this.
@@ -45,36 +48,51 @@ class PortClient {
   PortClient(const PortClient&) = delete;
   PortClient& operator=(const PortClient&) = delete;
 
-  /// Says hello to port `name` and waits for its welcome, at most
-  /// `answerTimeoutMs`. An earlier connection ends first. A hello that was not
-  /// answered in time stays out, so that `resume` may find its answer later.
+  /// Ends an earlier connection, sends a hello to port `name` and waits for the
+  /// welcome, at most `replyTimeoutMs` (`EvtRes_Timeout`). After a time-out the hello
+  /// stays valid, and `resume` may find the welcome later.
   EvtRes connect(const std::string& name);
 
-  /// Brings a lost connection back: `EvtRes_Success` where it is open (`renewed`
-  /// tells whether it is a new one), `EvtRes_NoServer` at once where nobody
-  /// serves the name, `EvtRes_Stalled` at once where an earlier hello is still
-  /// unanswered by a live server.
+  /// Restores a lost connection without waiting for a dead server. `EvtRes_Success`:
+  /// the connection is open; `renewed` tells whether it is a new one. `EvtRes_NoServer`:
+  /// no server has the name. `EvtRes_Stalled`: a live server has not replied to an
+  /// earlier hello yet.
   EvtRes resume(bool& renewed);
 
-  /// Sends one request and waits for its reply, at most `answerTimeoutMs`
-  /// (`EvtRes_Timeout`). After that, and until the server shows life,
-  /// `EvtRes_Stalled` at once; a late reply is dropped. `EvtRes_Closed` where the
-  /// connection is gone, noticed at once.
+  /// Sends one request and waits for its reply, at most `replyTimeoutMs`
+  /// (`EvtRes_Timeout`). After a time-out it returns `EvtRes_Stalled` immediately until
+  /// the server shows activity; a late reply is dropped. `EvtRes_Closed`: the
+  /// connection is lost, which is noticed immediately.
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
 
-  /// Whether a connection is open and no fault has been found on it. A peer that
-  /// has gone is noticed by the next exchange, dispatch or `resume`.
+  /// Whether a connection is open and no error has been found on it. The end of the
+  /// peer is noticed by the next exchange, dispatch or `resume`.
   [[nodiscard]] bool isOpen() const;
 
-  /// Ends the connection; the name is forgotten.
+  /// Ends the connection and forgets the name.
   void close();
 
   /// The name that was connected to last, without "/tmp/" and ".fifo".
-  [[nodiscard]] const std::string& portName() const;
+  [[nodiscard]] const std::string& portName() const { return name_; }
 
  private:
-  class Impl;
-  std::unique_ptr<Impl> impl_;
+  template <typename Operation>
+  EvtRes endIfOutOfMemory(Operation operation);
+  EvtRes tryResume(bool& renewed);
+  EvtRes beginHandshake();
+  EvtRes awaitWelcome(int milliseconds);
+  void end();
+  /// Why there is no connection.
+  [[nodiscard]] EvtRes error() const;
+
+  ManagerCore& core_;
+  EventSink& sink_;
+
+  // Guarded by the client mutex.
+  std::string name_;
+  std::optional<Handshake> handshake_;
+  std::shared_ptr<ClientLink> link_;
+  EvtRes error_ = EvtRes_Closed;
 };
 
 }  // namespace EvtSrv::internal

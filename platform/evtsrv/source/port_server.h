@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -9,87 +10,75 @@
 #include <vector>
 
 #include "evtsrv/result.h"
-#include "evtsrv/source/frame.h"
+#include "evtsrv/source/file_descriptor.h"
+#include "evtsrv/source/hello.h"
+#include "evtsrv/source/mailbox.h"
+#include "evtsrv/source/manager_core.h"
+#include "evtsrv/source/private_pipe.h"
+#include "evtsrv/source/server_link.h"
+#include "evtsrv/source/server_session.h"
 
-/// The served end of an event port: its mailbox, and a connection for every
-/// client that said hello there. Everything here runs with the manager's client
-/// mutex held.
 namespace EvtSrv::internal {
 
-class ManagerCore;
-
-/// What a session may tell the connection that it answers on.
-class ServerConnection {
+/// The server side of an event port: its mailbox, and a `ServerLink` for every
+/// client that has said hello there. Requires the client mutex for every call,
+/// destruction included.
+///
+/// Made with `std::make_shared`. A dispatch under way keeps the object alive, so the
+/// owner calls `close` before it releases its own reference: after that nothing
+/// reaches the owner any more.
+class PortServer final : public ReadyHandler,
+                         public LinkOwner,
+                         public std::enable_shared_from_this<PortServer> {
  public:
-  virtual ~ServerConnection() = default;
-
-  /// The session has events to send: takes as many as the pipe has room for now
-  /// and the rest when it has again. Never blocks. Cheap where the connection is
-  /// waiting for room already. Never destroys the session: a fault found here
-  /// ends the connection at the next dispatch.
-  virtual void eventsPending() = 0;
-
-  /// The session cannot tell what it has to: ends the connection at the next dispatch.
-  /// Never destroys the session.
-  virtual void closeOnNextDispatch() = 0;
-};
-
-/// What the owner of a served port keeps for one connected client. It is
-/// destroyed when the connection ends, whoever ended it; where one of its own
-/// calls ended it, after that call has returned, which may be after the
-/// `PortServer` has gone.
-class ServerSession {
- public:
-  virtual ~ServerSession() = default;
-
-  /// Answers one request: reads its payload from `request`, appends the reply's
-  /// to `reply` (which may hold bytes already; they are not the session's) and
-  /// returns the reply's code. What it appended for a reply that failed is the
-  /// session's to take back. A payload above `maxPayload` ends the connection.
-  virtual std::uint16_t handle(std::uint16_t operation, PayloadReader& request,
-                               std::vector<std::uint8_t>& reply) = 0;
-
-  /// Moves the next pending event to `payload` (appended) and `type`; false where
-  /// none is pending.
-  virtual bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) = 0;
-};
-
-/// The owner of a served port.
-class ServedPort {
- public:
-  virtual ~ServedPort() = default;
-
-  /// A client has connected. `connection` outlives the session.
-  virtual std::unique_ptr<ServerSession> openSession(ServerConnection& connection) = 0;
-};
-
-/// Serves one port name. Destroying it ends every connection and removes the
-/// mailbox.
-class PortServer {
- public:
-  /// `core` and `port` outlive this.
-  PortServer(ManagerCore& core, ServedPort& port);
-  ~PortServer();
+  /// `core` outlives this; `port` lives until `close`.
+  PortServer(ManagerCore& core, ServedPort& port) : core_(core), port_(&port) {}
+  ~PortServer() override { close(); }
   PortServer(const PortServer&) = delete;
   PortServer& operator=(const PortServer&) = delete;
 
-  /// Makes the mailbox "/tmp/<name>.fifo", or takes over one that a dead server
-  /// left, locks it and begins to serve. With `group` its members may connect
-  /// too.
+  /// Makes the mailbox "/tmp/<name>.fifo", or takes over one that a dead server has
+  /// left, locks it and begins to serve. If `group` is set, its members may connect
+  /// too. `EvtRes_Busy` if it serves already or a graceful shutdown is under way.
   EvtRes start(const std::string& name, std::optional<gid_t> group);
 
-  /// Takes no new clients and removes the mailbox; each connection ends when its
-  /// pending events and reply have been taken.
+  /// Begins a graceful shutdown: accepts no new client and removes the mailbox. Each
+  /// connection ends when its pending reply and events have been written.
   void beginStop();
 
-  /// Whether a stop has begun and connections still wait for it.
+  /// Whether a graceful shutdown has begun and some connection has not ended yet.
   [[nodiscard]] bool stopping() const;
 
   [[nodiscard]] std::size_t connectionCount() const;
 
+  /// Ends the service immediately: every connection is closed and the mailbox is
+  /// removed. `start` may not be called again.
+  void close();
+
+  bool ready(unsigned role, std::uint32_t events) override;
+  void linkEnded(ServerLink& link) override;
+
  private:
-  class Impl;
-  std::shared_ptr<Impl> impl_;  // A dispatch under way keeps it.
+  void readMailbox() KRV_REQUIRES(core_.clientMutex());
+  void accept(const Hello& hello);
+  void openLink(ServerPipes pipes);
+  int openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out);
+  void refuseUsingReserve(const Hello& hello);
+  void takeReserve();
+  void closeMailbox();
+  void endStopIfDone() KRV_REQUIRES(core_.clientMutex());
+
+  ManagerCore& core_;
+
+  // Guarded by the client mutex.
+  ServedPort* port_;  // Null after close().
+  std::optional<gid_t> group_;
+  Mailbox mailbox_;
+  Registration onMailbox_;
+  HelloScanner hellos_;
+  FileDescriptor reserve_;  // Closed to refuse a client when there is no other descriptor.
+  std::vector<std::shared_ptr<ServerLink>> links_;
+  bool stopping_ = false;
 };
 
 }  // namespace EvtSrv::internal

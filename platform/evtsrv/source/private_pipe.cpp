@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "evtsrv/source/access.h"
-#include "evtsrv/source/port_name.h"
+#include "evtsrv/source/mailbox.h"
 
 namespace EvtSrv::internal {
 
@@ -54,7 +54,7 @@ void sweepOne(System& system, const std::string& path) {
   if (system.lstat(path, file) < 0 || !mayBeSwept(system, file)) {
     return;
   }
-  // For reading only: a writing end that comes and goes would look like a hang-up.
+  // For reading only: a writing end that is opened and closed would be seen as a hang-up.
   FileDescriptor pipe;
   if (pipe.adopt(system, system.open(path, O_RDONLY | O_NONBLOCK)) < 0 ||
       system.fstat(pipe.number(), file) < 0 || !mayBeSwept(system, file)) {
@@ -97,8 +97,8 @@ int PrivatePipe::make(System& system, std::string path, const PipeAccess& access
   path_ = std::move(path);
   result = openAndLock(access);
   if (result == -EACCES) {
-    // The umask took the owner's right to read.
-    result = giveOwnMode();
+    // The umask removed the owner's right to read.
+    result = restoreOwnMode();
     result = result < 0 ? result : openAndLock(access);
   }
   return result == -ENOENT || result == -EWOULDBLOCK ? -EEXIST : result;
@@ -122,7 +122,7 @@ int PrivatePipe::openAndLock(const PipeAccess& access) {
                    access.group ? sharedMode : ownMode);
 }
 
-int PrivatePipe::giveOwnMode() {
+int PrivatePipe::restoreOwnMode() {
   FileDescriptor name;
   int result = name.adopt(*system_, system_->open(path_, O_PATH));
   struct stat made {};

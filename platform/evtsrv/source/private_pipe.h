@@ -9,23 +9,24 @@
 #include "evtsrv/source/hello.h"
 #include "evtsrv/source/system.h"
 
-/// The private pipes of a connection: the client makes them, the server opens
-/// them, and they have names only while the handshake lasts.
+/// The private pipes of a connection. The client makes them, the server opens them, and
+/// they have names only during the handshake.
 namespace EvtSrv::internal {
 
 enum class PipePurpose { request, reply, event };
 
-/// The path of one of the pipes that `token` names.
+/// The path of the private pipe of `token` for `purpose`.
 std::string privatePipePath(const Token& token, PipePurpose purpose);
 
-/// Whom a client's private pipes are open to, besides its own user.
+/// Who may open a client's private pipes besides its own user.
 struct PipeAccess {
-  std::optional<uid_t> owner;  ///< whom they are given to
-  std::optional<gid_t> group;  ///< who may open them too
+  std::optional<uid_t> owner;  ///< becomes their owner
+  std::optional<gid_t> group;  ///< becomes their group, whose members may open them
 };
 
-/// A private pipe in the making: its name, which is removed when this goes away,
-/// and the reading end, whose lock tells a sweep that somebody alive owns it.
+/// A private pipe during the handshake: its name, which is removed on destruction, and
+/// its reading end. The lock on the reading end tells a sweep that a live process owns
+/// the pipe.
 class PrivatePipe {
  public:
   PrivatePipe() = default;
@@ -33,12 +34,12 @@ class PrivatePipe {
   PrivatePipe(PrivatePipe&& other) noexcept;
   PrivatePipe& operator=(PrivatePipe&& other) noexcept;
 
-  /// Makes the pipe, opens and locks its reading end. `-EEXIST` where the name
-  /// was taken or a sweep got hold of the pipe before it was locked: try another
-  /// token.
+  /// Makes the pipe, and opens and locks its reading end. 0 or a negative error number;
+  /// `-EEXIST` if the name exists or a sweep locked the pipe first: try another token.
   [[nodiscard]] int make(System& system, std::string path, const PipeAccess& access);
 
-  /// Opens the writing end; this end is open, so that it needs no peer.
+  /// Opens the writing end, which requires no peer because the reading end is open.
+  /// 0 or a negative error number.
   [[nodiscard]] int openWriter(FileDescriptor& writer);
 
   void removeName();
@@ -48,17 +49,17 @@ class PrivatePipe {
 
  private:
   int openAndLock(const PipeAccess& access);
-  int giveOwnMode();
+  int restoreOwnMode();
 
   System* system_ = nullptr;
-  std::string path_;  // Empty where there is no name to remove.
+  std::string path_;  // Empty if there is no name to remove.
   FileDescriptor reader_;
 };
 
-/// Removes the private pipes that clients of this user (root: of any) left behind
-/// when they were killed in the middle of a handshake. Those that a live process
-/// owns are locked and stay, those of the token `own` are not looked at. What cannot
-/// be removed is left for a later sweep.
+/// Removes the private pipes that clients of this user (root: of any user) have left
+/// because they were killed during a handshake. Pipes of a live process are locked and
+/// stay; those of the token `own` are skipped. A pipe that cannot be removed is left for
+/// a later sweep.
 void sweepPrivatePipes(System& system, const Token& own);
 
 }  // namespace EvtSrv::internal

@@ -58,7 +58,7 @@ int Reactor::add(int descriptor, std::uint32_t interest, ReadyHandler& handler, 
     if (slots_.size() == slots_.capacity()) {
       slots_.reserve(std::max<std::size_t>(4, slots_.size() * 2));
     }
-    // A registration ends without a wish for memory.
+    // So that remove() allocates nothing.
     free_.reserve(slots_.capacity());
     slots_.emplace_back();
   } else {
@@ -105,7 +105,8 @@ void Reactor::remove(std::uint64_t token) {
   if (slot == nullptr) {
     return;
   }
-  // Said aloud because a child that has not yet called exec may hold the pipe open.
+  // Closing the descriptor would not be enough: a forked child that has not yet called
+  // exec may hold the pipe open.
   static_cast<void>(system_.epollCtl(epoll_.number(), EPOLL_CTL_DEL, slot->descriptor, 0, 0));
   slot->handler = nullptr;
   free_.push_back(static_cast<std::uint32_t>(token));

@@ -9,21 +9,35 @@
 
 namespace EvtSrv::internal {
 
-/// What is told that a descriptor is ready.
+/// The receiver of the readiness of descriptors.
 class ReadyHandler {
  public:
   virtual ~ReadyHandler() = default;
 
-  /// `role` is what the handler gave with the descriptor, `events` a set of
-  /// `EPOLL…` bits. Tells whether anything was dispatched. May end any
-  /// registration, its own included.
+  /// Called when a descriptor is ready. `role` is the number that the handler gave when
+  /// it added the descriptor, `events` a set of `EPOLL…` bits. Returns whether anything
+  /// was dispatched. May end any registration, its own included. Is called again inside
+  /// itself if what it calls dispatches.
   virtual bool ready(unsigned role, std::uint32_t events) = 0;
+};
+
+/// Sets a flag for the length of a block. Handlers mark with it that they are in a
+/// call, so that a nested dispatch can tell.
+class ScopedFlag {
+ public:
+  explicit ScopedFlag(bool& flag) : flag_(flag) { flag_ = true; }
+  ~ScopedFlag() { flag_ = false; }
+  ScopedFlag(const ScopedFlag&) = delete;
+  ScopedFlag& operator=(const ScopedFlag&) = delete;
+
+ private:
+  bool& flag_;
 };
 
 class Reactor;
 
-/// Move-only: as long as it lives its descriptor is waited for. End it before the
-/// descriptor is closed and before the handler goes away.
+/// A descriptor that a reactor waits for, until this is destroyed. Move-only. To be
+/// ended before the descriptor is closed and before the handler is destroyed.
 class Registration {
  public:
   Registration() = default;
@@ -31,11 +45,14 @@ class Registration {
   Registration(Registration&& other) noexcept;
   Registration& operator=(Registration&& other) noexcept;
 
-  /// Waits for `interest` from now on; errors and hang-ups are always told. Free
-  /// of cost where nothing changes.
+  /// Replaces the set of `EPOLL…` bits that are waited for; errors and hang-ups are
+  /// always reported. Makes no system call if nothing changes. `-ENOENT` if this has
+  /// ended, or another negative error number.
   [[nodiscard]] int setInterest(std::uint32_t interest) {
     return interest == interest_ && reactor_ != nullptr ? 0 : change(interest);
   }
+
+  /// Stops waiting; does nothing if it has ended already.
   void end();
 
  private:
@@ -60,21 +77,22 @@ class Reactor {
   Reactor(System& system, const KSTD::KThreadMutex& clientMutex)
       : system_(system), clientMutex_(clientMutex) {}
 
-  /// 0, or why there is no epoll instance.
+  /// Makes the epoll instance; 0 or a negative error number.
   [[nodiscard]] int open();
 
-  /// Waits for `descriptor` on behalf of `handler`.
+  /// Begins to wait for `interest` of `descriptor` and sets `registration`. `handler`
+  /// will be called with `role`. 0 or a negative error number.
   [[nodiscard]] int add(int descriptor, std::uint32_t interest, ReadyHandler& handler,
                         unsigned role, Registration& registration);
 
-  /// epoll_wait(2) into `events`.
+  /// epoll_wait(2) into `events`: their number, or a negative error number.
   [[nodiscard]] int wait(std::span<epoll_event> events, int milliseconds);
 
-  /// Hands one reported event to its handler; false where its registration has
-  /// ended or nothing came of it.
+  /// Passes one reported event to its handler and returns what that returns; false if
+  /// the registration has ended.
   bool dispatch(const epoll_event& event);
 
-  /// The epoll instance, which itself can be polled.
+  /// The epoll instance, which can be polled itself.
   [[nodiscard]] int descriptor() const { return epoll_.number(); }
 
  private:

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "evtsrv/source/buffer_lease.h"
-#include "evtsrv/source/scoped_flag.h"
 
 namespace EvtSrv::internal {
 
@@ -16,18 +15,19 @@ namespace {
 
 enum Role : unsigned { requestRole, replyRole, eventRole };
 
-// Errors and hang-ups are told whatever the interest.
-constexpr std::uint32_t nothing = 0;
-constexpr std::uint32_t input = EPOLLIN;
-constexpr std::uint32_t room = EPOLLOUT;
+// Errors and hang-ups are reported with every interest.
+constexpr std::uint32_t noInterest = 0;
+constexpr std::uint32_t readable = EPOLLIN;
+constexpr std::uint32_t writable = EPOLLOUT;
 
 constexpr std::uint16_t startedEvent = 1;
 constexpr std::uint16_t stoppedEvent = 3;
 
-// Up to here a chunk of events goes into the pipe whole or not at all (pipe(7)).
+// A chunk of up to this size is written completely or not at all (pipe(7)).
 constexpr std::size_t chunkSize = PIPE_BUF;
 
-std::array<std::uint8_t, FrameHeader::size> bareFrame(FrameKind kind, std::uint16_t code) {
+std::array<std::uint8_t, FrameHeader::size> frameWithoutPayload(FrameKind kind,
+                                                                std::uint16_t code) {
   FrameHeader header;
   header.kind = kind;
   header.code = code;
@@ -36,8 +36,9 @@ std::array<std::uint8_t, FrameHeader::size> bareFrame(FrameKind kind, std::uint1
   return bytes;
 }
 
-bool writeBare(System& system, const FileDescriptor& pipe, FrameKind kind, std::uint16_t code) {
-  const auto bytes = bareFrame(kind, code);
+bool writeWithoutPayload(System& system, const FileDescriptor& pipe, FrameKind kind,
+                         std::uint16_t code) {
+  const auto bytes = frameWithoutPayload(kind, code);
   return system.write(pipe.number(), bytes) == static_cast<ssize_t>(bytes.size());
 }
 
@@ -60,12 +61,12 @@ ServerLink::~ServerLink() = default;
 EvtRes ServerLink::open(ServedPort& port) {
   core_.clientMutex().assertHeld();
   Reactor& reactor = core_.reactor();
-  int result = reactor.add(pipes_.request.number(), input, *this, requestRole, onRequest_);
+  int result = reactor.add(pipes_.request.number(), readable, *this, requestRole, onRequest_);
   if (result == 0) {
-    result = reactor.add(pipes_.reply.number(), nothing, *this, replyRole, onReply_);
+    result = reactor.add(pipes_.reply.number(), noInterest, *this, replyRole, onReply_);
   }
   if (result == 0) {
-    result = reactor.add(pipes_.event.number(), nothing, *this, eventRole, onEvent_);
+    result = reactor.add(pipes_.event.number(), noInterest, *this, eventRole, onEvent_);
   }
   if (result == 0) {
     const ScopedFlag pumping(pumping_);
@@ -79,8 +80,8 @@ EvtRes ServerLink::open(ServedPort& port) {
     refuse(core_.system(), pipes_.reply, reason);
     return reason;
   }
-  if (!writeBare(core_.system(), pipes_.reply, FrameKind::welcome, EvtRes_Success) ||
-      !writeBare(core_.system(), pipes_.event, FrameKind::event, startedEvent)) {
+  if (!writeWithoutPayload(core_.system(), pipes_.reply, FrameKind::welcome, EvtRes_Success) ||
+      !writeWithoutPayload(core_.system(), pipes_.event, FrameKind::event, startedEvent)) {
     return EvtRes_Closed;
   }
   pumpEvents();
@@ -88,9 +89,10 @@ EvtRes ServerLink::open(ServedPort& port) {
 }
 
 void ServerLink::refuse(System& system, const FileDescriptor& reply, EvtRes reason) {
-  const EvtRes said = reason == EvtRes_NoDescriptors ? EvtRes_NoDescriptors : EvtRes_Refused;
-  // A client that has gone meanwhile needs no answer.
-  static_cast<void>(writeBare(system, reply, FrameKind::welcome, static_cast<std::uint16_t>(said)));
+  const EvtRes code = reason == EvtRes_NoDescriptors ? EvtRes_NoDescriptors : EvtRes_Refused;
+  // A client that has disconnected meanwhile needs no refusal.
+  static_cast<void>(
+      writeWithoutPayload(system, reply, FrameKind::welcome, static_cast<std::uint16_t>(code)));
 }
 
 void ServerLink::end() {
@@ -120,21 +122,21 @@ void ServerLink::releaseSession() {
 void ServerLink::closeOnNextDispatch() {
   core_.clientMutex().assertHeld();
   closing_ = true;
-  // A writable or broken pipe brings the dispatch that ends this.
-  static_cast<void>(onEvent_.setInterest(room));
+  // The pipe is writable or broken, so the dispatch that ends this comes.
+  static_cast<void>(onEvent_.setInterest(writable));
 }
 
 bool ServerLink::ready(unsigned role, std::uint32_t events) {
   core_.clientMutex().assertHeld();
-  const auto keep = shared_from_this();
+  const auto keepAlive = shared_from_this();
   try {
     return serve(role, events);
   } catch (const std::bad_alloc&) {
-    // This client wants more than there is.
+    // There is not enough memory for this client.
     end();
     return true;
   } catch (...) {
-    // The program's own: what was asked cannot be answered any more.
+    // An exception of the program: the request cannot be replied to any more.
     end();
     throw;
   }
@@ -164,24 +166,24 @@ bool ServerLink::serve(unsigned role, std::uint32_t events) {
 
 bool ServerLink::readRequests(std::uint32_t events) {
   if (serving_) {
-    // A dispatch inside the session's own call: what came stays until that has ended.
-    if ((events & (EPOLLHUP | EPOLLERR)) != 0 || onRequest_.setInterest(nothing) < 0) {
+    // A dispatch inside a call of the session: the input is read after that call.
+    if ((events & (EPOLLHUP | EPOLLERR)) != 0 || onRequest_.setInterest(noInterest) < 0) {
       end();
       return true;
     }
     return false;
   }
   if (!reply_.empty() || draining_) {
-    // Not asked for: a hang-up, or what was reported before the interest ended.
+    // Input is of no interest now: this is a hang-up, or was reported before.
     if ((events & (EPOLLHUP | EPOLLERR)) == 0) {
       return false;
     }
     end();
     return true;
   }
-  BufferLease scratch(core_.readSlot());
-  scratch.bytes().resize(readSize);
-  const ssize_t count = core_.system().read(pipes_.request.number(), scratch.bytes());
+  BufferLease lease(core_.readSlot());
+  lease.bytes().resize(readSize);
+  const ssize_t count = core_.system().read(pipes_.request.number(), lease.bytes());
   if (count == -EAGAIN) {
     return false;
   }
@@ -189,9 +191,9 @@ bool ServerLink::readRequests(std::uint32_t events) {
     end();
     return true;
   }
-  requests_.feed(std::span(scratch.bytes()).first(static_cast<std::size_t>(count)));
+  requests_.feed(std::span(lease.bytes()).first(static_cast<std::size_t>(count)));
   serveRequests();
-  requests_.keepRest();
+  requests_.bufferRest();
   return true;
 }
 
@@ -210,7 +212,7 @@ void ServerLink::writeReply() {
 }
 
 void ServerLink::serveRequests() {
-  // In a dispatch inside the session's own call the next request waits for its end.
+  // In a dispatch inside a call of the session the next request waits for its end.
   while (!serving_ && owner_ != nullptr && reply_.empty() && !closing_ && !draining_) {
     Frame request;
     const FrameReader::Status status = requests_.next(request);
@@ -221,7 +223,7 @@ void ServerLink::serveRequests() {
       end();
       return;
     }
-    answer(request);
+    handle(request);
   }
   if (owner_ == nullptr) {
     return;
@@ -233,9 +235,9 @@ void ServerLink::serveRequests() {
   endIfDrained();
 }
 
-void ServerLink::answer(const Frame& request) {
-  BufferLease scratch(core_.replySlot());
-  std::vector<std::uint8_t>& bytes = scratch.bytes();
+void ServerLink::handle(const Frame& request) {
+  BufferLease lease(core_.replySlot());
+  std::vector<std::uint8_t>& bytes = lease.bytes();
   bytes.resize(FrameHeader::size);
   PayloadReader payload(request.payload, request.header.order);
   FrameHeader header;
@@ -260,7 +262,7 @@ void ServerLink::answer(const Frame& request) {
     closing_ = true;
     return;
   }
-  if (std::exchange(eventsWaited_, false)) {
+  if (std::exchange(eventsDeferred_, false)) {
     pumpEvents();
   }
 }
@@ -294,10 +296,10 @@ ServerLink::Progress ServerLink::writeFrom(const FileDescriptor& pipe,
 
 bool ServerLink::setInterests() {
   const auto interestFor = [](const PendingOutput& pending) {
-    return pending.empty() ? nothing : room;
+    return pending.empty() ? noInterest : writable;
   };
-  const bool takesRequests = reply_.empty() && !draining_;
-  return onRequest_.setInterest(takesRequests ? input : nothing) == 0 &&
+  const bool readsRequests = reply_.empty() && !draining_;
+  return onRequest_.setInterest(readsRequests ? readable : noInterest) == 0 &&
          onReply_.setInterest(interestFor(reply_)) == 0 &&
          onEvent_.setInterest(interestFor(events_)) == 0;
 }
@@ -307,9 +309,9 @@ void ServerLink::eventsPending() {
   if (owner_ == nullptr || closing_) {
     return;
   }
-  // While a request is served its reply goes first.
+  // The reply to the request being served goes first.
   if (serving_ || pumping_ || session_ == nullptr) {
-    eventsWaited_ = true;
+    eventsDeferred_ = true;
     return;
   }
   if (events_.empty()) {
@@ -317,7 +319,6 @@ void ServerLink::eventsPending() {
   }
 }
 
-/// For callers that are no dispatch, which would end the connection.
 void ServerLink::pumpOrClose() {
   try {
     pumpEvents();
@@ -330,7 +331,7 @@ void ServerLink::pumpEvents() {
   if (owner_ == nullptr || closing_ || pumping_) {
     return;
   }
-  BufferLease scratch(core_.eventSlot());
+  BufferLease lease(core_.eventSlot());
   Progress progress = Progress::all;
   if (!events_.empty()) {
     progress = writeFrom(pipes_.event, events_.bytes, events_.written);
@@ -338,8 +339,8 @@ void ServerLink::pumpEvents() {
       events_.clear();
     }
   }
-  while (progress == Progress::all && fillEvents(scratch.bytes())) {
-    progress = write(pipes_.event, scratch.bytes(), events_);
+  while (progress == Progress::all && fillEvents(lease.bytes())) {
+    progress = write(pipes_.event, lease.bytes(), events_);
   }
   if (owner_ == nullptr) {
     releaseSession();
@@ -371,18 +372,18 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
     }
   }
   if (draining_ && !serving_ && chunk.empty() && !std::exchange(stoppedSent_, true)) {
-    append(chunk, bareFrame(FrameKind::event, stoppedEvent));
+    append(chunk, frameWithoutPayload(FrameKind::event, stoppedEvent));
   }
   return owner_ != nullptr && !chunk.empty();
 }
 
 void ServerLink::drainAndClose() {
   core_.clientMutex().assertHeld();
-  const auto keep = shared_from_this();
+  const auto keepAlive = shared_from_this();
   draining_ = true;
   if (serving_) {
-    // What the request under way goes on to change is told first.
-    eventsWaited_ = true;
+    // Updates of what the request still changes come before the stopped event.
+    eventsDeferred_ = true;
     return;
   }
   pumpOrClose();

@@ -8,18 +8,18 @@
 
 #include "evtsrv/source/frame_reader.h"
 #include "evtsrv/source/manager_core.h"
-#include "evtsrv/source/port_server.h"
+#include "evtsrv/source/server_session.h"
 
 namespace EvtSrv::internal {
 
 class ServerLink;
 
-/// Who keeps the connections of a served port.
+/// The keeper of a served port's connections.
 class LinkOwner {
  public:
   virtual ~LinkOwner() = default;
 
-  /// `link` has ended; it is forgotten.
+  /// `link` has ended by itself; the owner releases it.
   virtual void linkEnded(ServerLink& link) = 0;
 };
 
@@ -30,13 +30,13 @@ struct ServerPipes {
   FileDescriptor event;    ///< for writing
 };
 
-/// One connection of a server, from the client's hello to its end. A fault ends
-/// this connection and nobody else notices; that there is no memory for what the
-/// client wants is one. With the client mutex held.
+/// One connection of a server, from the client's hello to its end. An error ends this
+/// connection and affects no other; to be out of memory for this client is such an
+/// error. Requires the client mutex for every call.
 ///
-/// What a client can make it hold is bounded: one request, one reply, and one
-/// chunk of events that did not fit the pipe. While a reply waits for room no
-/// request is read; while events wait for room none is taken from the session.
+/// A client can make it hold a bounded amount of memory: one request, one reply and
+/// one chunk of events that did not fit into the pipe. While a reply waits for the
+/// pipe no request is read; while events wait, none is taken from the session.
 class ServerLink final : public ServerConnection,
                          public ReadyHandler,
                          public std::enable_shared_from_this<ServerLink> {
@@ -44,31 +44,30 @@ class ServerLink final : public ServerConnection,
   ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes);
   ~ServerLink() override;
 
-  /// Opens a session of `port`, welcomes the client and posts the started event.
-  /// On any other result than `EvtRes_Success` nothing but what the welcome says
-  /// has happened.
+  /// Opens a session of `port`, welcomes the client and sends the started event. On
+  /// any other result than `EvtRes_Success` the client has got a refusal at most.
   EvtRes open(ServedPort& port);
 
-  /// Writes a welcome that refuses, with `reason`, to the client of `reply`.
+  /// Writes a welcome to `reply` that refuses the client because of `reason`.
   static void refuse(System& system, const FileDescriptor& reply, EvtRes reason);
 
-  /// Ends when everything pending has been written.
+  /// Ends when all pending output has been written.
   void drainAndClose();
 
-  /// Ends at once, without a word to the owner.
+  /// Ends immediately, without a call to the owner.
   void closeSilently();
 
   void eventsPending() override;
   void closeOnNextDispatch() override;
   bool ready(unsigned role, std::uint32_t events) override;
 
-  /// Where the owner keeps this.
-  std::size_t position = 0;
+  /// The index of this in the owner's list; for the owner alone.
+  std::size_t index = 0;
 
  private:
   enum class Progress { all, blocked, failed };
 
-  /// Bytes that wait for room in a pipe.
+  /// Output that did not fit into a pipe.
   struct PendingOutput {
     std::vector<std::uint8_t> bytes;
     std::size_t written = 0;
@@ -83,8 +82,10 @@ class ServerLink final : public ServerConnection,
   bool readRequests(std::uint32_t events) KRV_REQUIRES(core_.clientMutex());
   void writeReply() KRV_REQUIRES(core_.clientMutex());
   void serveRequests() KRV_REQUIRES(core_.clientMutex());
-  void answer(const Frame& request) KRV_REQUIRES(core_.clientMutex());
+  void handle(const Frame& request) KRV_REQUIRES(core_.clientMutex());
   void pumpEvents() KRV_REQUIRES(core_.clientMutex());
+  /// `pumpEvents` for callers outside a dispatch, which would end the connection when
+  /// memory runs out.
   void pumpOrClose() KRV_REQUIRES(core_.clientMutex());
   bool fillEvents(std::vector<std::uint8_t>& chunk);
   void endIfDrained();
@@ -95,7 +96,9 @@ class ServerLink final : public ServerConnection,
   [[nodiscard]] bool setInterests();
 
   ManagerCore& core_;
-  LinkOwner* owner_;  // Null from the end on.
+
+  // Guarded by the client mutex.
+  LinkOwner* owner_;  // Null after the end.
   ServerPipes pipes_;
   std::unique_ptr<ServerSession> session_;
   Registration onRequest_;
@@ -105,10 +108,10 @@ class ServerLink final : public ServerConnection,
   FrameReader requests_;
   PendingOutput reply_;
   PendingOutput events_;
-  bool serving_ = false;       // The session is at work; it must not be destroyed.
-  bool pumping_ = false;       // Events are being taken from it.
-  bool eventsWaited_ = false;  // They came up meanwhile.
-  bool closing_ = false;       // To end at the next dispatch.
+  bool serving_ = false;         // In session_->handle(): the session must not be destroyed.
+  bool pumping_ = false;         // In another call of the session: likewise.
+  bool eventsDeferred_ = false;  // eventsPending() was called meanwhile.
+  bool closing_ = false;         // To end at the next dispatch.
   bool draining_ = false;
   bool stoppedSent_ = false;
 };

@@ -37,26 +37,24 @@ auto uninterrupted(Call call) {
   return result;
 }
 
-// Linux has it from 6.18 on; the C library's headers may be older.
+// Supported since Linux 6.18; the headers of the C library may be older.
 constexpr int rwfNoSignal = 0x100;
 
-/// Whether that is what a kernel says to `RWF_NOSIGNAL` that does not know it, or to
-/// pwritev2(2) a filter of system calls that does not; it may also be said of the
-/// descriptor.
-bool mayNotKnow(ssize_t result) {
+/// Whether `result` may mean that the kernel does not support `RWF_NOSIGNAL`, or that a
+/// system call filter rejects pwritev2(2). It may also be an error of the descriptor.
+bool mayBeUnsupported(ssize_t result) {
   return result == -EOPNOTSUPP || result == -EINVAL || result == -ENOSYS || result == -EPERM ||
          result == -EACCES;
 }
 
-/// Keeps a SIGPIPE that the calling thread raises from reaching it. One that was
-/// pending before stays pending.
+/// Blocks SIGPIPE in the calling thread. A SIGPIPE that was pending before stays pending.
 class PipeSignalBlock {
  public:
   PipeSignalBlock() {
     sigemptyset(&pipeSignal_);
     sigaddset(&pipeSignal_, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipeSignal_, &before_);
-    // Only where the signal was blocked before can one have been pending.
+    // It can only have been pending if it was blocked before.
     if (sigismember(&before_, SIGPIPE) == 1) {
       sigset_t pending;
       sigpending(&pending);
@@ -67,6 +65,7 @@ class PipeSignalBlock {
   PipeSignalBlock(const PipeSignalBlock&) = delete;
   PipeSignalBlock& operator=(const PipeSignalBlock&) = delete;
 
+  /// Removes the signal that a write has raised.
   void takeRaised() {
     if (wasPending_) {
       return;
@@ -92,8 +91,8 @@ int System::open(const std::string& path, int flags) {
   return uninterrupted([&] { return openOnce(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW); });
 }
 
-ssize_t System::read(int descriptor, std::span<std::uint8_t> room) {
-  return uninterrupted([&] { return readOnce(descriptor, room); });
+ssize_t System::read(int descriptor, std::span<std::uint8_t> buffer) {
+  return uninterrupted([&] { return readOnce(descriptor, buffer); });
 }
 
 ssize_t System::write(int descriptor, std::span<const std::uint8_t> head,
@@ -110,12 +109,12 @@ int PosixSystem::openOnce(const char* path, int flags) {
 }
 
 void PosixSystem::close(int descriptor) {
-  // Linux gives the number back before anything can go wrong (close(2)).
+  // Linux frees the descriptor before any error can happen (close(2)).
   static_cast<void>(::close(descriptor));
 }
 
-ssize_t PosixSystem::readOnce(int descriptor, std::span<std::uint8_t> room) {
-  return valueOrErrno(::read(descriptor, room.data(), room.size()));
+ssize_t PosixSystem::readOnce(int descriptor, std::span<std::uint8_t> buffer) {
+  return valueOrErrno(::read(descriptor, buffer.data(), buffer.size()));
 }
 
 ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> head,
@@ -123,10 +122,10 @@ ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> hea
   const std::array<iovec, 2> both{iovec{const_cast<std::uint8_t*>(head.data()), head.size()},
                                   iovec{const_cast<std::uint8_t*>(body.data()), body.size()}};
   const auto parts = std::span(both).first(body.empty() ? 1 : 2);
-  const bool asks = asksForNoSignal && knowsNoSignal_.load(std::memory_order_relaxed);
-  const ssize_t quick = asks ? writeWithoutSignal(descriptor, parts) : 0;
-  if (asks && !mayNotKnow(quick)) {
-    return quick;
+  const bool tryNoSignal = triesNoSignal && supportsNoSignal_.load(std::memory_order_relaxed);
+  const ssize_t first = tryNoSignal ? writeWithoutSignal(descriptor, parts) : 0;
+  if (tryNoSignal && !mayBeUnsupported(first)) {
+    return first;
   }
   PipeSignalBlock block;
   const ssize_t result =
@@ -134,8 +133,8 @@ ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> hea
   if (result == -EPIPE) {
     block.takeRaised();
   }
-  if (asks && result != quick) {
-    knowsNoSignal_.store(false, std::memory_order_relaxed);
+  if (tryNoSignal && result != first) {
+    supportsNoSignal_.store(false, std::memory_order_relaxed);
   }
   return result;
 }
@@ -178,7 +177,7 @@ int PosixSystem::createEvent() {
 void PosixSystem::signalEvent(int descriptor) noexcept {
   const int before = errno;
   const std::uint64_t one = 1;
-  // It fails only where the count is full, and then the event is readable.
+  // It fails only if the counter is full, and then the event is readable already.
   [[maybe_unused]] const ssize_t written = ::write(descriptor, &one, sizeof one);
   errno = before;
 }
@@ -200,7 +199,7 @@ int PosixSystem::lstat(const std::string& path, struct stat& out) {
 }
 
 int PosixSystem::setMode(int descriptor, mode_t mode) {
-  // fchmod(2) refuses O_PATH descriptors; their link in /proc leads to the file.
+  // fchmod(2) fails for O_PATH descriptors; their link in /proc leads to the file.
   const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
   return valueOrErrno(::chmod(link.c_str(), mode));
 }
@@ -227,22 +226,22 @@ int PosixSystem::list(const char* directory, std::string_view prefix,
   return -errno;
 }
 
-int PosixSystem::random(std::span<std::uint8_t> room) {
-  // Up to 256 bytes come whole (getrandom(2)).
+int PosixSystem::random(std::span<std::uint8_t> buffer) {
+  // Up to 256 bytes are returned in one piece (getrandom(2)).
   const auto filled =
-      uninterrupted([&] { return valueOrErrno(::getrandom(room.data(), room.size(), 0)); });
+      uninterrupted([&] { return valueOrErrno(::getrandom(buffer.data(), buffer.size(), 0)); });
   if (filled < 0) {
     return static_cast<int>(filled);
   }
-  return static_cast<std::size_t>(filled) == room.size() ? 0 : -EIO;
+  return static_cast<std::size_t>(filled) == buffer.size() ? 0 : -EIO;
 }
 
 int PosixSystem::createMemory(std::size_t size) {
   const int descriptor = valueOrErrno(::memfd_create("krv", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (descriptor >= 0 && ::ftruncate(descriptor, static_cast<off_t>(size)) != 0) {
-    const int refusal = -errno;
+    const int error = -errno;
     close(descriptor);
-    return refusal;
+    return error;
   }
   return descriptor;
 }
@@ -266,13 +265,13 @@ int PosixSystem::map(int descriptor, std::size_t size, bool writable, void*& map
 }
 
 void PosixSystem::unmap(const void* mapping, std::size_t size) {
-  // It fails for what is no mapping only.
+  // It fails only if the address is not a mapping.
   static_cast<void>(::munmap(const_cast<void*>(mapping), size));
 }
 
 int PosixSystem::openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) {
-  // The entry is a link by nature, so that this is the one opening that follows one.
-  // To open a device or a pipe may do something: what it is comes first.
+  // The entry is a link, so this is the only open that follows one. To open a device or a
+  // pipe can have side effects, so the type of the file is checked first.
   const auto pathOf = [](const std::string& of, std::uint64_t number) {
     return "/proc/" + of + "/fd/" + std::to_string(number);
   };
@@ -326,8 +325,8 @@ System& posixSystem() {
   return system;
 }
 
-EvtRes resultOf(ssize_t refusal) {
-  switch (-refusal) {
+EvtRes resultOf(ssize_t error) {
+  switch (-error) {
     case ENOENT:
     case ENXIO:
       return EvtRes_NoServer;
@@ -349,21 +348,21 @@ EvtRes resultOf(ssize_t refusal) {
 
 Deadline::Deadline(System& system, int milliseconds)
     : system_(system),
-      first_(milliseconds),
+      total_(milliseconds),
       end_(milliseconds > 0 ? system.nowMs() + milliseconds : 0) {}
 
 bool Deadline::nextWait(int& wait) {
-  if (first_ < 0) {
+  if (total_ < 0) {
     wait = -1;
     return true;
   }
-  if (over_) {
+  if (expired_) {
     return false;
   }
-  wait = std::exchange(begun_, true)
+  wait = std::exchange(started_, true)
              ? static_cast<int>(std::max<std::int64_t>(end_ - system_.nowMs(), 0))
-             : first_;
-  over_ = wait == 0;
+             : total_;
+  expired_ = wait == 0;
   return true;
 }
 

@@ -3,15 +3,17 @@
 namespace ModelSrv::internal {
 
 ServerSide::ServerSide(ModelRoot& root)
-    : share_(std::make_shared<SessionShare>(root)), port_(root.manager()->core(), *this) {}
+    : share_(std::make_shared<SessionShare>(root)),
+      port_(std::make_shared<EvtSrv::internal::PortServer>(root.manager()->core(), *this)) {}
 
 ServerSide::~ServerSide() {
   // Cached replies must be invalid before any client can notice that the service has ended.
   share_->invalidator.close();
+  port_->close();
 }
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
-  const EvtSrv::EvtRes result = port_.start(name, options.group);
+  const EvtSrv::EvtRes result = port_->start(name, options.group);
   if (result == EvtSrv::EvtRes_Success) {
     share_->invalidator.open();
   }
@@ -21,11 +23,11 @@ EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& o
 void ServerSide::beginStop() {
   stopBegun_ = true;
   share_->invalidator.close();
-  port_.beginStop();
+  port_->beginStop();
 }
 
 bool ServerSide::hasStopped() const {
-  return stopBegun_ && !port_.stopping();
+  return stopBegun_ && !port_->stopping();
 }
 
 std::unique_ptr<EvtSrv::internal::ServerSession> ServerSide::openSession(

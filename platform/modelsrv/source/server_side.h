@@ -23,7 +23,7 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
 
   /// Whether a shutdown has finished.
   [[nodiscard]] bool hasStopped() const;
-  [[nodiscard]] bool isStopping() const { return port_.stopping(); }
+  [[nodiscard]] bool isStopping() const { return port_->stopping(); }
 
   std::unique_ptr<EvtSrv::internal::ServerSession> openSession(
       EvtSrv::internal::ServerConnection& connection) override;
@@ -33,7 +33,7 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
  private:
   const std::shared_ptr<SessionShare> share_;
   bool stopBegun_ = false;
-  EvtSrv::internal::PortServer port_;  ///< the last member: its destructor ends the sessions
+  const std::shared_ptr<EvtSrv::internal::PortServer> port_;
 };
 
 }  // namespace ModelSrv::internal

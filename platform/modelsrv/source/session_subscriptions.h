@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "evtsrv/source/port_server.h"
+#include "evtsrv/source/server_session.h"
 #include "modelsrv/model_part.h"
 #include "modelsrv/source/subscription.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "evtsrv/source/port_server.h"
+#include "evtsrv/source/server_session.h"
 #include "modelsrv/source/cache/cache_invalidator.h"
 #include "modelsrv/source/cache/prefetch_writer.h"
 #include "modelsrv/source/requests.h"

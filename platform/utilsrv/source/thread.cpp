@@ -9,7 +9,7 @@ namespace UtilSrv {
 
 namespace {
 
-// The system refuses a longer name instead of cutting it (pthread_setname_np(3)).
+// pthread_setname_np(3) fails if the name is longer, instead of cutting it.
 constexpr std::size_t nameSize = 16;
 
 void* exitValue(int code) {
@@ -23,7 +23,7 @@ Thread::Thread(Entry entry, void* argument, const char* name) : entry_(entry), a
   if (started_ && name != nullptr) {
     std::array<char, nameSize> shortName{};
     std::strncpy(shortName.data(), name, shortName.size() - 1);
-    // A thread without its name works as well.
+    // The name is of no importance to the program.
     static_cast<void>(pthread_setname_np(handle_, shortName.data()));
   }
 }

@@ -22,9 +22,9 @@
 #include <utility>
 #include <vector>
 
+#include "evtsrv/source/mailbox.h"
 #include "evtsrv/source/manager_core.h"
 #include "evtsrv/source/port_client.h"
-#include "evtsrv/source/port_name.h"
 #include "evtsrv/source/port_server.h"
 
 /// What the tests of the event ports share: servers and clients on managers of
@@ -275,7 +275,7 @@ class EchoPort : public ServedPort {
 /// A served port on a manager of its own; `pump` starts a thread that serves it.
 class EchoServer {
  public:
-  EchoServer() : core(system, mutex, true), server(std::make_unique<PortServer>(core, port)) {}
+  EchoServer() : core(system, mutex, true), server(std::make_shared<PortServer>(core, port)) {}
   ~EchoServer() {
     stopPumping();
     destroy();
@@ -286,12 +286,16 @@ class EchoServer {
   /// Destroys the port; nothing but the pump may be called after this.
   void destroy() {
     const std::lock_guard lock(mutex);
-    server.reset();
+    if (server != nullptr) {
+      server->close();
+      server.reset();
+    }
   }
   /// Replaces the port by one that has not been started.
   void recreate() {
     const std::lock_guard lock(mutex);
-    server = std::make_unique<PortServer>(core, port);
+    server->close();
+    server = std::make_shared<PortServer>(core, port);
   }
   EvtRes start(const std::string& name, std::optional<gid_t> group = {}) {
     const std::lock_guard lock(mutex);
@@ -339,7 +343,7 @@ class EchoServer {
   KSTD::KThreadMutex mutex;
   ManagerCore core;
   EchoPort port;
-  std::unique_ptr<PortServer> server;
+  std::shared_ptr<PortServer> server;
 
  private:
   std::atomic<bool> running_{false};

@@ -162,7 +162,7 @@ TEST(FrameReader, KeepsWhatItsCallerMustGiveBack) {
   Frame frame;
   reader.feed(stream);
   ASSERT_EQ(reader.next(frame), FrameReader::Status::frame);
-  reader.keepRest();
+  reader.bufferRest();
   stream.assign(stream.size(), 0xEE);
   ASSERT_EQ(reader.next(frame), FrameReader::Status::frame);
   EXPECT_EQ(frame.header.code, 2);

@@ -25,7 +25,7 @@ TEST_F(HandshakeWith, ALiveServerLeavesNoNames) {
   server.pump();
   Handshake handshake(client.system);
   ASSERT_EQ(handshake.begin(name), EvtRes_Success);
-  Deadline deadline(client.system, answerTimeoutMs);
+  Deadline deadline(client.system, replyTimeoutMs);
   ASSERT_EQ(handshake.await(deadline), EvtRes_Success);
   const ConnectionPipes pipes = handshake.takePipes();
   for (const FileDescriptor* end : {&pipes.request, &pipes.reply, &pipes.event}) {
@@ -205,7 +205,7 @@ TEST_F(HandshakeWith, AFullMailboxFailsInItsTimeAndGoesOnLater) {
   client.system.freezeTime();
   const std::int64_t before = client.system.nowMs();
   EXPECT_EQ(client.connect(name), EvtRes_Timeout);
-  EXPECT_GE(client.system.nowMs() - before, answerTimeoutMs);
+  EXPECT_GE(client.system.nowMs() - before, replyTimeoutMs);
   bool renewed = false;
   EXPECT_EQ(client.resume(renewed), EvtRes_Stalled);
   server.serveAll();

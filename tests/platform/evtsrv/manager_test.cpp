@@ -103,9 +103,9 @@ TEST(ManagerCore, ThatGotNoDescriptorsSaysSoEverywhere) {
       ManagerCore core(system, mutex, true);
       EchoPort port;
       const std::lock_guard lock(mutex);
-      PortServer server(core, port);
+      const auto server = std::make_shared<PortServer>(core, port);
       EXPECT_EQ(core.receive(0), EvtRes_NoDescriptors);
-      EXPECT_EQ(server.start(uniquePort(), {}), EvtRes_NoDescriptors);
+      EXPECT_EQ(server->start(uniquePort(), {}), EvtRes_NoDescriptors);
       core.wake();
     }
     EXPECT_EQ(openDescriptors(), before);
@@ -223,7 +223,7 @@ TEST(PipeSignal, NeverReachesTheProgramWhoseMaskStaysAsItWas) {
   }
   EXPECT_EQ(pipeSignals, 0);
   for (const OlderSystem* const system : {&refusing, &older, &oldest, &filtered}) {
-    EXPECT_EQ(system->asked, asksForNoSignal ? 1 : 0)
+    EXPECT_EQ(system->asked, triesNoSignal ? 1 : 0)
         << "what the kernel does not know it is not asked again";
   }
   ASSERT_EQ(::sigaction(SIGPIPE, &before, nullptr), 0);
@@ -258,7 +258,7 @@ TEST(Write, TakesTheRefusalOfADescriptorForNoneOfTheKernel) {
   EXPECT_EQ(system.write(event, byte), -EINVAL);
   EXPECT_EQ(system.write(sealed, byte), -EPERM);
   EXPECT_EQ(system.write(null, byte), 1);
-  EXPECT_EQ(system.asked, asksForNoSignal ? 3 : 0) << "later writes go the quick way as well";
+  EXPECT_EQ(system.asked, triesNoSignal ? 3 : 0) << "later writes go the quick way as well";
   for (const int descriptor : {event, sealed, null}) {
     ::close(descriptor);
   }

@@ -26,7 +26,7 @@ TEST_F(Stall, FailsOnceAfterItsTimeAndThenAtOnce) {
   const std::int64_t before = client.system.nowMs();
   EXPECT_EQ(client.ask(), EvtRes_Timeout);
   const std::int64_t after = client.system.nowMs();
-  EXPECT_GE(after - before, answerTimeoutMs);
+  EXPECT_GE(after - before, replyTimeoutMs);
   client.system.failNext("write", -EIO);
   EXPECT_EQ(client.ask(), EvtRes_Stalled);
   EXPECT_FALSE(client.system.wasHit());
@@ -35,13 +35,13 @@ TEST_F(Stall, FailsOnceAfterItsTimeAndThenAtOnce) {
 
 TEST_F(Stall, ComesAfterTheSameTimeWhereAWaitIsInterrupted) {
   connect();
-  client.system.refusedWaitMs = answerTimeoutMs * 3 / 4;
+  client.system.refusedWaitMs = replyTimeoutMs * 3 / 4;
   client.system.failNext("poll", -EINTR);
   const std::int64_t before = client.system.nowMs();
   EXPECT_EQ(client.ask(), EvtRes_Timeout);
   EXPECT_TRUE(client.system.wasHit());
-  EXPECT_GE(client.system.nowMs() - before, answerTimeoutMs);
-  EXPECT_LT(client.system.nowMs() - before, answerTimeoutMs * 5 / 4);
+  EXPECT_GE(client.system.nowMs() - before, replyTimeoutMs);
+  EXPECT_LT(client.system.nowMs() - before, replyTimeoutMs * 5 / 4);
 }
 
 TEST_F(Stall, LosesNothingOfASmallRequestThatOnlyPartlyFits) {

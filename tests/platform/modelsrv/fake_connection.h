@@ -1,6 +1,6 @@
 #pragma once
 
-#include "evtsrv/source/port_server.h"
+#include "evtsrv/source/server_session.h"
 
 namespace modelsrv_tests {
 

@@ -8,11 +8,11 @@ namespace EvtSrv {
 
 class EventPortManager;
 
-/// Where events arrive.
+/// A receiver of events.
 ///
-/// A port belongs to one manager, which must outlive it. The manager calls
-/// `receive` from the thread that is inside `receiveEvent`, with the client mutex
-/// held; a port may make requests, stop or connect again from there.
+/// A port belongs to one manager, which must outlive it. The manager calls `receive`
+/// from the thread that is inside `receiveEvent`, with the client mutex held. From there
+/// a port may make requests, stop or connect again.
 class KRV_EXPORT EventPort {
  public:
   /// `manager` is not owned.
@@ -21,20 +21,21 @@ class KRV_EXPORT EventPort {
   EventPort(const EventPort&) = delete;
   EventPort& operator=(const EventPort&) = delete;
 
-  /// Takes one event: `sender` is the name of the port it came from, `type` one
-  /// of the event types of the protocol spoken there, `data` its bytes. `reply`
-  /// is for protocols whose events are answered, and empty otherwise. Neither
-  /// pointer is null or outlives the call. The base hands everything to
-  /// `receiveModelEvent`.
+  /// Receives one event. `sender` is the name of the port that sent it, `type` an event
+  /// type of that port's protocol, `data` its payload. `reply` is for protocols whose
+  /// events have replies, and is empty otherwise. No pointer is null, and none is valid
+  /// after the call. The base implementation calls `receiveModelEvent` and returns its
+  /// result.
   virtual unsigned receive(const char* sender, unsigned type, MemoryHolder* data,
                            MemoryHolder* reply);
 
-  /// What the owner of the port makes of an event; the base ignores it. Returns
-  /// `EvtRes_Success` when the event has been dealt with.
+  /// Handles an event of the port's protocol; the parameters are those of `receive`.
+  /// Returns `EvtRes_Success` if the event was handled. The base implementation ignores
+  /// it and returns `EvtRes_Success`.
   virtual unsigned receiveModelEvent(const char* sender, unsigned type, MemoryHolder* data,
                                      MemoryHolder* reply);
 
-  /// The manager given at construction.
+  /// The manager that was passed to the constructor.
   [[nodiscard]] EventPortManager* manager() const { return manager_; }
 
  private:

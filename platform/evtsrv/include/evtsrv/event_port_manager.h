@@ -22,50 +22,49 @@ namespace internal {
 class ManagerCore;
 }
 
-/// The traffic of a process's event ports: what waits for bytes and hands them
-/// to ports and to their connections.
+/// The event loop of a set of event ports: it waits for their connections and
+/// dispatches what arrives.
 ///
-/// Several managers live side by side in one process. A manager outlives the
-/// ports that were made on it. Threads: `receiveEvent`, `finishActiveTerm` and
-/// `wake` may be called from any thread at any time; whatever a port does towards
-/// its peers happens with `clientMutex` held, so that at most one exchange of a
-/// manager is under way.
+/// A process may have several managers. A manager outlives its ports. Threads:
+/// `receiveEvent`, `finishActiveTerm` and `wake` may be called from any thread at any
+/// time. All communication of a port happens with `clientMutex` held, so at most one
+/// exchange of a manager is in progress.
 class KRV_EXPORT EventPortManager {
  public:
-  /// `behaviour` is a set of `ConBehave` bits. With `reconnect` a client's
-  /// request after its server went away tries to connect to a new server of that
-  /// name first; without it a lost connection stays lost until it is started
-  /// anew. Where the system gives no descriptors, every operation on the
-  /// manager's ports gives `EvtRes_NoDescriptors`.
+  /// `behaviour` is a set of `ConBehave` bits. With `reconnect`, a client's request on
+  /// a lost connection first tries to connect to a new server of the same name; without
+  /// it, a lost connection stays lost until the client is started again. If the process
+  /// is out of descriptors, the manager is unusable: every operation on its ports returns
+  /// `EvtRes_NoDescriptors`.
   EventPortManager(unsigned behaviour, bool reconnect);
   ~EventPortManager();
   EventPortManager(const EventPortManager&) = delete;
   EventPortManager& operator=(const EventPortManager&) = delete;
 
-  /// Waits at most `milliseconds` (0: looks once; below 0: no limit) for
-  /// something to do, does it with `clientMutex` held, and returns
-  /// `EvtRes_Success`; `EvtRes_Timeout` when nothing came in that time or `wake`
-  /// was called. The wait itself is made without taking the mutex.
+  /// Waits at most `milliseconds` (0: does not wait; below 0: no limit) for input and
+  /// dispatches it. Returns `EvtRes_Success` if something was dispatched, `EvtRes_Timeout`
+  /// after the time or after `wake`, or the error that makes the manager unusable. Holds
+  /// `clientMutex` while it dispatches, and does not lock it while it waits.
   EvtRes receiveEvent(int milliseconds);
 
-  /// Waits at most `milliseconds` until the terminations that are under way have
-  /// ended; returns `EvtRes_Success` at once where there is none, and
-  /// `EvtRes_Timeout` where some still runs. A termination is under way from
-  /// an unhurried stop until every connection has taken what was pending for it.
+  /// Waits at most `milliseconds` (below 0: no limit) until every graceful shutdown of
+  /// the manager's ports is complete, and dispatches meanwhile. Returns `EvtRes_Success`,
+  /// immediately if none is in progress, or `EvtRes_Timeout` if one is still in progress.
+  /// A graceful shutdown is complete when every client has taken its pending output.
   EvtRes finishActiveTerm(int milliseconds);
 
-  /// Makes one `receiveEvent`, under way or the next, return without waiting
-  /// further. Async-signal-safe.
+  /// Makes one call of `receiveEvent`, the present or the next one, return without
+  /// waiting any longer. Async-signal-safe.
   void wake() noexcept;
 
-  /// Whether a lost connection is tried again by the next request.
+  /// Whether a request on a lost connection tries to connect again.
   [[nodiscard]] bool reconnects() const;
 
-  /// The client mutex: held while events are dispatched and while a request is
-  /// made.
+  /// The client mutex: held while events are dispatched and while a request is made.
+  /// Recursive, so an event handler may make requests.
   KSTD::KThreadMutex clientMutex;
 
-  /// What the library's own classes use; not for programs.
+  /// For the classes of this library only.
   [[nodiscard]] internal::ManagerCore& core() { return *core_; }
 
  private:

@@ -8,36 +8,34 @@
 
 namespace EvtSrv {
 
-/// The bytes of one event with a read position.
+/// The payload of one event, with a read position.
 ///
-/// A reader asks for the offset of the next n bytes and finds them at
-/// `bytes() + offset`. Asking for more than is left is safe: see
-/// `getCurrentOffset`. Not thread-safe; each event has its own holder.
+/// A reader calls `getCurrentOffset(n)` and finds the next n bytes at
+/// `bytes() + offset`. Not thread-safe; each event has its own holder.
 class KRV_EXPORT MemoryHolder {
  public:
   MemoryHolder() = default;
 
-  /// Takes `bytes` over; reading starts at `position` (at the end where
-  /// `position` lies behind it).
+  /// Takes ownership of `bytes`; reading starts at `position`, or at the end if
+  /// `position` is beyond it.
   explicit MemoryHolder(std::vector<std::uint8_t> bytes, std::size_t position = 0);
 
-  /// The offset of the next `count` bytes; the position moves past them. Where
-  /// fewer than `count` are left the position moves to the end and the result is
-  /// `size()`, so that `offset + count > size()` tells a reader that the bytes
-  /// are not there.
+  /// Returns the offset of the next `count` bytes and moves the position past them. If
+  /// fewer than `count` are left it moves the position to the end and returns `size()`,
+  /// so the bytes are there exactly if `offset + count <= size()`.
   std::size_t getCurrentOffset(std::size_t count);
 
-  /// Where the next read starts: 0 to `size()`.
+  /// The offset of the next read: 0 to `size()`.
   [[nodiscard]] std::size_t position() const { return position_; }
 
-  /// How many bytes are held.
+  /// The number of bytes, read or not.
   [[nodiscard]] std::size_t size() const { return bytes_.size(); }
 
   /// Whether everything has been read.
   [[nodiscard]] bool atEnd() const { return position_ == bytes_.size(); }
 
-  /// The first byte, or null where none is held; valid until the holder is
-  /// assigned to or destroyed.
+  /// The first byte; may be null if there is none. Valid until the holder is assigned
+  /// to or destroyed.
   [[nodiscard]] const std::uint8_t* bytes() const { return bytes_.data(); }
 
  private:

@@ -1,5 +1,5 @@
 #pragma once
 
-/// Marks what a shared platform library offers to programs; everything else
-/// stays hidden inside it (the libraries are built with hidden visibility).
+/// Exports a class or function from a shared platform library. Everything else is hidden:
+/// the libraries are built with hidden visibility.
 #define KRV_EXPORT __attribute__((visibility("default")))

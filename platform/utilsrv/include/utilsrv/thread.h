@@ -6,19 +6,17 @@
 
 namespace UtilSrv {
 
-/// One thread of execution, started by the constructor and joined by the
-/// destructor.
+/// A thread that is started by the constructor and joined by the destructor.
 ///
-/// The object belongs to the thread that made it and must outlive the thread it
-/// runs. It is neither copied nor moved.
+/// The object is used by the thread that made it only. Neither copied nor moved.
 class KRV_EXPORT Thread {
  public:
-  /// What the thread runs; its return value is the thread's exit code.
+  /// The function that the thread runs; it returns the thread's exit code.
   using Entry = int (*)(void* argument);
 
-  /// Starts `entry(argument)`. `name` may be null; the system keeps its first 15
-  /// bytes (pthread_setname_np(3)). When the system refuses a thread, `started`
-  /// is false and `entry` never runs.
+  /// Starts a thread that runs `entry(argument)`. `name` may be null; only its first 15
+  /// bytes are used (pthread_setname_np(3)). If the system cannot make a thread,
+  /// `started` returns false and `entry` never runs.
   Thread(Entry entry, void* argument, const char* name);
 
   /// Waits for the thread to end.
@@ -27,11 +25,11 @@ class KRV_EXPORT Thread {
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
 
-  /// Whether the system gave a thread.
+  /// Whether the thread was made.
   [[nodiscard]] bool started() const;
 
-  /// Ends the calling thread, which must be one that a `Thread` started, with
-  /// `code`; objects on its stack are destroyed.
+  /// Ends the calling thread, which a `Thread` must have started, with exit code `code`.
+  /// The objects on its stack are destroyed.
   [[noreturn]] static void exit(int code);
 
  private:

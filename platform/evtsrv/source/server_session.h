@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "evtsrv/source/frame.h"
+
+/// What stands between a served port and the code that serves it. Everything here
+/// runs with the manager's client mutex held.
+namespace EvtSrv::internal {
+
+/// The connection of a session, as its session sees it.
+class ServerConnection {
+ public:
+  virtual ~ServerConnection() = default;
+
+  /// The session has events to send. Writes as many as the pipe takes now, and the
+  /// rest when it becomes writable. Never blocks; cheap if the connection already
+  /// waits for the pipe. Never destroys the session: after a write error the
+  /// connection ends at the next dispatch.
+  virtual void eventsPending() = 0;
+
+  /// Ends the connection at the next dispatch, for a session that cannot send what it
+  /// has to. Never destroys the session.
+  virtual void closeOnNextDispatch() = 0;
+};
+
+/// The state that a served port keeps for one connected client. It is destroyed when
+/// the connection ends. If the connection ends during a call of the session, the
+/// session is destroyed after that call has returned; the `PortServer` may be gone by
+/// then.
+class ServerSession {
+ public:
+  virtual ~ServerSession() = default;
+
+  /// Serves one request: reads its payload from `request`, appends the reply's payload
+  /// to `reply` and returns the reply's code. `reply` may already hold bytes, which
+  /// must not be changed. A session that fails removes what it has appended. A payload
+  /// larger than `maxPayload` ends the connection.
+  virtual std::uint16_t handle(std::uint16_t operation, PayloadReader& request,
+                               std::vector<std::uint8_t>& reply) = 0;
+
+  /// Removes the next pending event, appends its payload to `payload` and sets `type`.
+  /// Returns false if none is pending.
+  virtual bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) = 0;
+};
+
+/// The owner of a served port.
+class ServedPort {
+ public:
+  virtual ~ServedPort() = default;
+
+  /// Makes the session of a client that has connected; null refuses the client.
+  /// `connection` outlives the session.
+  virtual std::unique_ptr<ServerSession> openSession(ServerConnection& connection) = 0;
+};
+
+}  // namespace EvtSrv::internal
