@@ -75,7 +75,7 @@ ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& sig
   return ExitStatus::success;
 }
 
-/// The error of a port name, with the place that the name came from.
+/// The error of a port name, prefixed with the option or file that it came from.
 Error nameError(const Options& options, const std::string& name, ModelSrv::ModelRes result) {
   std::string origin;
   if (options.name) {
