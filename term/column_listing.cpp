@@ -29,12 +29,12 @@ class RowWriter {
 
   /// Pads `text` in place to the width of a column and adds it; writes the row if that
   /// fills it. Returns false, without adding, if the user quit.
-  bool add(std::uint32_t attributes, std::uint32_t colour, std::string& text) {
+  bool add(Style style, std::string& text) {
     if (itemsInRow_ == 0 && !printer_.countLine(paging_)) {
       return false;
     }
     text.resize(layout_.width, ' ');
-    printer_.appendStyledAt(row_, column_, {attributes, colour, text.c_str()});
+    printer_.appendStyledAt(row_, column_, {style.attributes, style.colour, text.c_str()});
     ++itemsInRow_;
     if (itemsInRow_ < layout_.columns) {
       // The row fits the terminal, so the column fits an int.
@@ -102,7 +102,7 @@ bool printColumns(ScreenPrinter& printer, const std::vector<std::string>& names,
   std::string text;
   for (const std::string& name : names) {
     text = name;
-    if (!rows.add(0, colourDefault, text)) {
+    if (!rows.add({}, text)) {
       return false;
     }
   }
@@ -121,7 +121,7 @@ bool printNodeColumns(ScreenPrinter& printer, const ListingNode& node, bool rese
     if (child.hasChildren()) {
       text += '/';
     }
-    if (!rows.add(child.subscribedMark, child.kindMark, text)) {
+    if (!rows.add(child.style(), text)) {
       return false;
     }
   }

@@ -4,8 +4,6 @@
 #include <charconv>
 #include <limits>
 
-#include "term/styled_text.h"
-
 namespace treescope {
 
 namespace {
@@ -38,27 +36,27 @@ void appendCursorToColumn(std::string& text, int column) {
   text += 'G';
 }
 
-void appendStyleOn(std::string& text, std::uint32_t attributes, std::uint32_t colour) {
+void appendStyleOn(std::string& text, Style style) {
   for (const AttributeSequences& attribute : attributeSequences) {
-    if ((attributes & attribute.bit) != 0) {
+    if ((style.attributes & attribute.bit) != 0) {
       text += attribute.on;
     }
   }
-  if (colour < colourSequences.size()) {
-    text += colourSequences[colour];
+  if (style.colour < colourSequences.size()) {
+    text += colourSequences[style.colour];
   }
 }
 
-void appendStyleOff(std::string& text, std::uint32_t attributes, std::uint32_t colour) {
-  if (attributes == 0 && colour == colourDefault) {
+void appendStyleOff(std::string& text, Style style) {
+  if (style.attributes == 0 && style.colour == colourDefault) {
     return;
   }
   for (const AttributeSequences& attribute : attributeSequences) {
-    if ((attributes & attribute.bit) != 0) {
+    if ((style.attributes & attribute.bit) != 0) {
       text += attribute.off;
     }
   }
-  if (colour != colourDefault) {
+  if (style.colour != colourDefault) {
     text += colourSequences[colourDefault];
   }
 }
@@ -69,15 +67,15 @@ std::string cursorToColumn(int column) {
   return sequence;
 }
 
-std::string styleOn(std::uint32_t attributes, std::uint32_t colour) {
+std::string styleOn(Style style) {
   std::string sequences;
-  appendStyleOn(sequences, attributes, colour);
+  appendStyleOn(sequences, style);
   return sequences;
 }
 
-std::string styleOff(std::uint32_t attributes, std::uint32_t colour) {
+std::string styleOff(Style style) {
   std::string sequences;
-  appendStyleOff(sequences, attributes, colour);
+  appendStyleOff(sequences, style);
   return sequences;
 }
 

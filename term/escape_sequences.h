@@ -1,7 +1,8 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
+
+#include "term/styled_text.h"
 
 /// The escape sequences of an ANSI terminal (ECMA-48) that the shell writes.
 ///
@@ -17,18 +18,18 @@ inline constexpr const char* eraseLine = "\033[2K";
 /// Moves the cursor to `column` of its line, counted from 1. Terminals treat 0 as 1.
 [[nodiscard]] std::string cursorToColumn(int column);
 
-/// Switches on `attributes` (`StyledText`), in the order reverse, bold, blink, underline,
-/// then `colour`. The default colour has a sequence too; an unknown colour has none.
-[[nodiscard]] std::string styleOn(std::uint32_t attributes, std::uint32_t colour);
+/// Switches the attributes on, in the order reverse, bold, blink, underline, then the
+/// colour. The default colour has a sequence too; an unknown colour has none.
+[[nodiscard]] std::string styleOn(Style style);
 
-/// Switches `attributes` off, in the same order, then returns to the default colour
-/// unless `colour` is the default.
-[[nodiscard]] std::string styleOff(std::uint32_t attributes, std::uint32_t colour);
+/// Switches the attributes off, in the same order, then returns to the default colour
+/// unless the colour is the default.
+[[nodiscard]] std::string styleOff(Style style);
 
 // The same, appended to `text`, for lines that are built of many pieces.
 
 void appendCursorToColumn(std::string& text, int column);
-void appendStyleOn(std::string& text, std::uint32_t attributes, std::uint32_t colour);
-void appendStyleOff(std::string& text, std::uint32_t attributes, std::uint32_t colour);
+void appendStyleOn(std::string& text, Style style);
+void appendStyleOff(std::string& text, Style style);
 
 }  // namespace treescope

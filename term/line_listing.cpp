@@ -20,7 +20,7 @@ class LineWriter {
   void begin(const ListingNode& node) {
     node_ = &node;
     start_ = text().size();
-    printer_.appendLineStart(text(), node.subscribedMark, node.kindMark);
+    printer_.appendLineStart(text(), node.style());
   }
 
   /// The same, with the branch of a tree, indented by `depth` levels.
@@ -55,7 +55,7 @@ class LineWriter {
       text().resize(start_);
       return false;
     }
-    printer_.appendLineEnd(text(), node_->subscribedMark, node_->kindMark);
+    printer_.appendLineEnd(text(), node_->style());
     if (paging_) {
       // The pager may stop before the next line: this one must be visible by then.
       block_.flush();

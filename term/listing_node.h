@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "term/styled_text.h"
+
 /// The tree that a listing shows: servers, or a server's nodes, parts and elements.
 ///
 /// A plain value that owns its subtree. It may move between threads, but two threads may
@@ -28,6 +30,9 @@ struct ListingNode {
   /// Whether the entry is shown with a "/" after its name. A node whose content is not
   /// listed has one empty child for this purpose.
   [[nodiscard]] bool hasChildren() const { return !children.empty(); }
+
+  /// The marks as a style.
+  [[nodiscard]] Style style() const { return {.attributes = subscribedMark, .colour = kindMark}; }
 
   /// Any bytes. Name and value are shown up to their first zero byte.
   std::optional<std::string> name;

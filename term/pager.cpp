@@ -8,7 +8,7 @@ namespace treescope {
 
 namespace {
 
-constexpr std::uint32_t moreAttributes = attributeReverse | attributeBlink;
+constexpr Style moreStyle{.attributes = attributeReverse | attributeBlink};
 
 }  // namespace
 
@@ -30,8 +30,7 @@ bool ScreenPrinter::countLine(bool paging) {
     ++pageLines_;
     return true;
   }
-  const std::string more =
-      styleOn(moreAttributes, colourDefault) + "More" + styleOff(moreAttributes, colourDefault);
+  const std::string more = styleOn(moreStyle) + "More" + styleOff(moreStyle);
   write(more);
   const int key = readKeyByte([&] { write(cursorToColumn(1) + more); });
   write(eraseLine);

@@ -36,28 +36,26 @@ bool ScreenPrinter::printLine(const StyledText& item, bool paging) {
   }
   std::string line;
   if (batch_ && item.text == nullptr) {
-    appendStyleOff(line, item.attributes, item.colour);
+    appendStyleOff(line, item.style());
   } else {
-    appendLineStart(line, item.attributes, item.colour);
+    appendLineStart(line, item.style());
     line += item.text == nullptr ? "" : item.text;
-    appendLineEnd(line, item.attributes, item.colour);
+    appendLineEnd(line, item.style());
   }
   write(line);
   return true;
 }
 
-void ScreenPrinter::appendLineStart(std::string& text, std::uint32_t attributes,
-                                    std::uint32_t colour) const {
+void ScreenPrinter::appendLineStart(std::string& text, Style style) const {
   if (!batch_) {
-    appendStyleOn(text, attributes, colour);
+    appendStyleOn(text, style);
     appendCursorToColumn(text, 1);
   }
 }
 
-void ScreenPrinter::appendLineEnd(std::string& text, std::uint32_t attributes,
-                                  std::uint32_t colour) const {
+void ScreenPrinter::appendLineEnd(std::string& text, Style style) const {
   text += '\n';
-  appendStyleOff(text, attributes, colour);
+  appendStyleOff(text, style);
 }
 
 bool ScreenPrinter::printLineReset(const StyledText& item, bool reset, bool paging) {
@@ -85,10 +83,10 @@ void ScreenPrinter::printAt(int column, int /*row*/, const char* text) {
 
 void ScreenPrinter::appendStyledAt(std::string& text, int column, const StyledText& item) const {
   if (!batch_) {
-    appendStyleOn(text, item.attributes, item.colour);
+    appendStyleOn(text, item.style());
   }
   appendAt(text, column, item.text);
-  appendStyleOff(text, item.attributes, item.colour);
+  appendStyleOff(text, item.style());
 }
 
 void ScreenPrinter::appendAt(std::string& text, int column, const char* shown) const {
@@ -109,12 +107,12 @@ void ScreenPrinter::write(const std::string& text) {
 
 void ScreenPrinter::setAttributes(std::uint32_t attributes, std::uint32_t colour) {
   if (!batch_) {
-    write(styleOn(attributes, colour));
+    write(styleOn({.attributes = attributes, .colour = colour}));
   }
 }
 
 void ScreenPrinter::resetAttributes(std::uint32_t attributes, std::uint32_t colour) {
-  write(styleOff(attributes, colour));
+  write(styleOff({.attributes = attributes, .colour = colour}));
 }
 
 }  // namespace treescope

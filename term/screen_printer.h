@@ -72,8 +72,8 @@ class ScreenPrinter {
   // What `printLine` writes before and after the text of a line, for listings of very
   // many lines (`OutputBlock`).
 
-  void appendLineStart(std::string& text, std::uint32_t attributes, std::uint32_t colour) const;
-  void appendLineEnd(std::string& text, std::uint32_t attributes, std::uint32_t colour) const;
+  void appendLineStart(std::string& text, Style style) const;
+  void appendLineEnd(std::string& text, Style style) const;
 
   /// Writes `text` unchanged.
   void write(const std::string& text);

@@ -22,11 +22,19 @@ inline constexpr std::uint32_t colourRed = 2;
 inline constexpr std::uint32_t colourGreen = 3;
 inline constexpr std::uint32_t colourBlue = 4;
 
+/// The attributes and the colour of an item, for functions that need no text.
+struct Style {
+  std::uint32_t attributes = 0;
+  std::uint32_t colour = colourDefault;
+};
+
 struct StyledText {
   std::uint32_t attributes = 0;
   std::uint32_t colour = colourDefault;
   /// Zero-terminated, any bytes. Not owned; may be null, which writes nothing.
   const char* text = nullptr;
+
+  [[nodiscard]] Style style() const { return {.attributes = attributes, .colour = colour}; }
 };
 
 }  // namespace treescope

@@ -168,7 +168,7 @@ TEST(KeyThread, RepaintsPromptLineAndCursorOnRequest) {
   {
     LineEditor editor(0, false, shell.host());
     editor.showPrompt("here", "text");
-    editor.moveCursor(1);
+    editor.moveCursor(LineEditor::start);
     requestRepaint();
     editor.startReading();
     typist = std::thread([&] {

@@ -11,20 +11,20 @@ namespace {
 using test_support::CapturedOutput;
 
 TEST(EscapeSequences, SwitchAttributesOnInTheirOrderThenTheColour) {
-  EXPECT_EQ(styleOn(20, 0), "\033[7m\033[5m\033[39m");
-  EXPECT_EQ(styleOn(30, 2), "\033[7m\033[1m\033[5m\033[4m\033[31m");
-  EXPECT_EQ(styleOn(0, 1), "\033[37m");
-  EXPECT_EQ(styleOn(0, 3), "\033[32m");
-  EXPECT_EQ(styleOn(0, 4), "\033[34m");
-  EXPECT_EQ(styleOn(0, 7), "");
-  EXPECT_EQ(styleOn(1, 5), "");
+  EXPECT_EQ(styleOn({20, 0}), "\033[7m\033[5m\033[39m");
+  EXPECT_EQ(styleOn({30, 2}), "\033[7m\033[1m\033[5m\033[4m\033[31m");
+  EXPECT_EQ(styleOn({0, 1}), "\033[37m");
+  EXPECT_EQ(styleOn({0, 3}), "\033[32m");
+  EXPECT_EQ(styleOn({0, 4}), "\033[34m");
+  EXPECT_EQ(styleOn({0, 7}), "");
+  EXPECT_EQ(styleOn({1, 5}), "");
 }
 
 TEST(EscapeSequences, SwitchOffAttributesAndTheColourUnlessDefault) {
-  EXPECT_EQ(styleOff(20, 0), "\033[27m\033[25m");
-  EXPECT_EQ(styleOff(30, 4), "\033[27m\033[22m\033[25m\033[24m\033[39m");
-  EXPECT_EQ(styleOff(0, 7), "\033[39m");
-  EXPECT_EQ(styleOff(0, 0), "");
+  EXPECT_EQ(styleOff({20, 0}), "\033[27m\033[25m");
+  EXPECT_EQ(styleOff({30, 4}), "\033[27m\033[22m\033[25m\033[24m\033[39m");
+  EXPECT_EQ(styleOff({0, 7}), "\033[39m");
+  EXPECT_EQ(styleOff({0, 0}), "");
 }
 
 TEST(EscapeSequences, MoveTheCursorToAColumn) {
