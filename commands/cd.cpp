@@ -1,4 +1,3 @@
-#include <mutex>
 #include <utility>
 
 #include "commands/tree_scope.h"
@@ -23,7 +22,7 @@ int TreeScope::doCd(const char* path) {
 }
 
 int TreeScope::connectServer(const std::string& name) {
-  const std::lock_guard held(eventPortManager_->clientMutex);
+  const KSTD::KThreadMutexLock held(eventPortManager_->clientMutex);
   if (!openServer(name)) {
     return result::connectError;
   }
@@ -36,14 +35,14 @@ int TreeScope::connectServer(const std::string& name) {
 
 int TreeScope::disconnectServer() {
   static_cast<void>(doDu(nullptr));
-  const std::lock_guard held(eventPortManager_->clientMutex);
+  const KSTD::KThreadMutexLock held(eventPortManager_->clientMutex);
   closeServer();
   currentPath_.clear();
   return result::success;
 }
 
 void TreeScope::changeLocation(NamedChain location) {
-  const std::lock_guard held(eventPortManager_->clientMutex);
+  const KSTD::KThreadMutexLock held(eventPortManager_->clientMutex);
   std::vector<std::string> path{currentPart()->serverName()};
   path.insert(path.end(), location.names.begin(), location.names.end());
   currentPart()->setLocation(std::move(location));

@@ -1,5 +1,6 @@
 #include "commands/tree_scope.h"
 
+#include "evtsrv/event_port_manager.h"
 #include "model/update_display.h"
 
 namespace treescope {
@@ -16,6 +17,7 @@ TreeScope::~TreeScope() {
 
 unsigned TreeScope::receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
                                       EvtSrv::MemoryHolder* reply) {
+  eventPortManager_->clientMutex.assertHeld();
   if (type != EvtTyp_Model_Update) {
     if (connected()) {
       // The connection may lead to another server from now on.

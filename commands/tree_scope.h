@@ -61,9 +61,8 @@ class TreeScope : public ScopeBase, public ModelClient {
   /// instead.
   int doEu(unsigned options, const char* path) override;
 
-  /// Cancels the subscriptions of the parts below `path` and of the part that
-  /// `path` is or leads through. `path` has the form that `pwd` prints: "/" and the
-  /// server's name first.
+  /// Cancels the subscriptions of the parts at, below and above `path`. `path` has the
+  /// form that `pwd` prints: "/" and the server's name first.
   int doDu(const char* path) override;
 
   /// The same as `doEu`.
@@ -72,8 +71,8 @@ class TreeScope : public ScopeBase, public ModelClient {
   /// Runs the command file `file`; 3 while not connected. Ignores `unused`.
   int doFrom(const char* file, const char* unused) override;
 
-  /// Writes the values below `path` into `file`, as commands that store them. 1 also
-  /// if there is no such child (the file is then empty) or if writing fails; 3 if
+  /// Writes the values below `path` into `file`, as commands that store them. Returns 1
+  /// also if there is no such child (the file is then empty) or if writing fails; 3 if
   /// the parent in `path` does not resolve (the file is then empty) or while not
   /// connected; 6 if the file cannot be opened.
   int doTo(const char* file, const char* path) override;

@@ -12,9 +12,9 @@ namespace treescope {
 namespace {
 
 constexpr std::size_t flushSize = 32768;
-constexpr mode_t fileMode = 0666;  // The umask takes its part.
+constexpr mode_t fileMode = 0666;  // before the umask
 
-/// Keeps a SIGPIPE that this thread raises from reaching the program.
+/// Blocks SIGPIPE for the thread and discards one that was raised meanwhile.
 class PipeSignalGuard {
  public:
   PipeSignalGuard() {
@@ -29,8 +29,8 @@ class PipeSignalGuard {
       return;
     }
     if (!wasPending_) {
-      const timespec atOnce{};
-      static_cast<void>(sigtimedwait(&pipeSignal_, nullptr, &atOnce));
+      const timespec immediately{};
+      static_cast<void>(sigtimedwait(&pipeSignal_, nullptr, &immediately));
     }
     static_cast<void>(pthread_sigmask(SIG_SETMASK, &before_, nullptr));
   }
@@ -44,7 +44,7 @@ class PipeSignalGuard {
   bool blocked_;
 };
 
-// Non-blocking for the opening alone: that is what a named pipe would wait in.
+// A named pipe blocks in open(2) unless it is opened as non-blocking; writes are to block.
 bool makeBlocking(int descriptor) {
   const int flags = fcntl(descriptor, F_GETFL);
   return flags != -1 && fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
@@ -65,7 +65,7 @@ ValuesFile::ValuesFile(const char* fileName) {
     close(descriptor);
     return;
   }
-  // Collected here, so that the guard stands around each handing on.
+  // `pending_` is the buffer, so that the guard covers each write.
   std::setvbuf(stream_.get(), nullptr, _IONBF, 0);
 }
 

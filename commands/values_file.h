@@ -6,26 +6,25 @@
 
 namespace treescope {
 
-/// A file of saved values that is being written, from its beginning.
+/// The file of saved values that `to` writes.
 ///
-/// Opened, written and closed by the thread that runs the command. What is written
-/// is collected and handed to the system by many kilobytes at a time. Where the
-/// system takes no more (the disk is full, a pipe's reader has gone) the rest is
-/// dropped; nobody is told, and no signal reaches the program. Programs that the
-/// shell starts meanwhile do not inherit the file.
+/// Opened, written and closed by the thread that runs the command. Text is collected
+/// and written in blocks of many kilobytes. If a write fails (the disk is full, the
+/// reader of a pipe has gone), the rest is dropped without an error and without a
+/// SIGPIPE. Programs that the shell starts do not inherit the file.
 class ValuesFile {
  public:
-  /// Creates or empties the file `fileName` (zero-terminated, not null; open(2)).
-  /// Never waits for a reader of a named pipe: one that has none cannot be opened.
+  /// Creates or empties the file `fileName` (zero-terminated, not null). Never
+  /// waits for the reader of a named pipe: without a reader it cannot be opened.
   explicit ValuesFile(const char* fileName);
 
-  /// Writes what is left and closes.
+  /// Writes the collected text and closes the file.
   ~ValuesFile();
 
   ValuesFile(const ValuesFile&) = delete;
   ValuesFile& operator=(const ValuesFile&) = delete;
 
-  /// Whether the file could be opened; if not, nothing below may be called.
+  /// Whether the file could be opened. If not, `write` must not be called.
   [[nodiscard]] bool opened() const { return stream_ != nullptr; }
 
   void write(const std::string& text);

@@ -61,12 +61,12 @@ std::optional<std::size_t> ChildList::findName(const std::string& name) const {
 
 std::optional<std::size_t> ChildList::findComponent(const std::string& component) const {
   if (!component.starts_with(unnamedChildPrefix)) {
-    // What has no name is shown with that prefix.
+    // Unnamed children are displayed with that prefix.
     return findName(component);
   }
-  std::istringstream tail(component.substr(unnamedChildPrefix.size()));
+  std::istringstream digits(component.substr(unnamedChildPrefix.size()));
   long long number = 0;
-  if (!(tail >> number) || number < 0 || number > std::numeric_limits<std::uint16_t>::max()) {
+  if (!(digits >> number) || number < 0 || number > std::numeric_limits<std::uint16_t>::max()) {
     return std::nullopt;
   }
   return findId(static_cast<std::uint16_t>(number));

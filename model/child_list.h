@@ -12,50 +12,48 @@
 
 namespace treescope {
 
-/// What is expected of a list of children.
+/// How often a list of children will be searched.
 enum class ChildSearch {
-  rare,
-  frequent,  ///< for many of them, one by one: worth an order to search by
+  rare,      ///< linear search
+  frequent,  ///< binary search: the list is indexed when it is constructed
 };
 
-/// The children of one node as its server listed them, and the two ways of
-/// finding one among them.
+/// The children of a node in the server's order, with lookup by name and by id.
 ///
-/// A plain value for any thread, cheap to copy. Ids and names come from two answers of the
-/// server; where the tree has changed between them a name may be missing, and
-/// that child then counts as unnamed.
+/// An immutable value for any thread, cheap to copy. Ids and names come from two
+/// replies of the server. If the tree changed between them a name may be missing;
+/// that child counts as unnamed.
 class ChildList {
  public:
   ChildList();
 
-  /// Takes both answers over; a name too many is dropped. What a search finds does
-  /// not depend on `search`, only what it costs.
+  /// Names without an id are dropped. `search` affects only the cost of lookups, not
+  /// their results.
   ChildList(std::vector<std::uint16_t> ids, std::vector<std::string> names,
             ChildSearch search = ChildSearch::rare);
 
-  /// A part that lists no child is no node.
+  /// Whether there are no children: the owner is a part, not a node.
   [[nodiscard]] bool empty() const { return lists_->ids.empty(); }
   [[nodiscard]] std::size_t size() const { return lists_->ids.size(); }
 
-  // Of the child at `position`, which must be below `size`.
+  // The child at `position`, which must be less than `size`.
 
   [[nodiscard]] std::uint16_t id(std::size_t position) const { return lists_->ids[position]; }
-  /// As the server gives it; may be empty.
+  /// The name in the server's reply; may be empty.
   [[nodiscard]] const std::string& servedName(std::size_t position) const;
-  /// As it is shown: never empty.
+  /// The displayed name (`childName`); never empty.
   [[nodiscard]] std::string name(std::size_t position) const;
 
-  /// The position of the first child that is shown as `name`, compared byte for
-  /// byte; nothing where there is none.
+  // Lookups return the position of the first match, nothing without one.
+
+  /// The child that is displayed as `name`, compared byte for byte.
   [[nodiscard]] std::optional<std::size_t> findName(const std::string& name) const;
 
-  /// The position of the child that a path component means: one that begins with
-  /// "noname-" means the child whose id is the decimal number behind that, named
-  /// or not; any other the first child of exactly that name. Nothing where there
-  /// is none, or no number behind "noname-".
+  /// The child that a path component means. After "noname-" the component is the
+  /// decimal id of a child, which may have a name. Any other component is a child's
+  /// name. A component without a number after "noname-" matches no child.
   [[nodiscard]] std::optional<std::size_t> findComponent(const std::string& component) const;
 
-  /// The position of the child with that id; nothing where there is none.
   [[nodiscard]] std::optional<std::size_t> findId(std::uint16_t id) const;
 
  private:
@@ -64,9 +62,11 @@ class ChildList {
     std::vector<std::string> names;
     bool sorted = false;
     SortedPositions byId = {};
-    SortedPositions byName = {};  ///< as it is shown
+    SortedPositions byName = {};  ///< by displayed name
 
     void sort();
+    /// Compares the displayed name at `position` with `wanted`, like
+    /// `std::string::compare`.
     [[nodiscard]] int compareName(std::size_t position, std::string_view wanted) const;
   };
 

@@ -5,9 +5,9 @@
 namespace treescope {
 
 std::size_t ChildListCache::sharedLevels(const IdChain& chain) const {
-  const auto [mine, theirs] =
+  const auto [ours, theirs] =
       std::mismatch(branch_.begin(), branch_.end(), chain.begin(), chain.end());
-  return static_cast<std::size_t>(mine - branch_.begin());
+  return static_cast<std::size_t>(ours - branch_.begin());
 }
 
 const ChildList* ChildListCache::find(const IdChain& chain) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "model/child_list.h"
@@ -7,32 +8,35 @@
 
 namespace treescope {
 
-/// The children of the node that was last looked at, and of those above it.
+/// A cache of child lists for a command that resolves many paths: it keeps the lists
+/// of the last node and of the nodes above it, that is, of one branch of the tree.
+/// Successive paths mostly share that branch.
 ///
-/// A command that names many parts one by one walks down to each from the top,
-/// and most of the way is the way to the one before. Kept for the run of one such
-/// command and for its thread; a tree that changes meanwhile is seen as it was
-/// when the command passed. Of the whole tree only one branch is kept.
+/// Exists while one such command runs and belongs to that command's thread. Entries
+/// are not invalidated: the command sees the tree as it was when it first listed a
+/// node.
 class ChildListCache {
  public:
-  /// Lets `slot` point at a new object for as long as this one lives, or leaves it
-  /// where it points at one already.
+  /// Points `slot` at a new cache for the lifetime of this object, or leaves it
+  /// unchanged if it points at a cache already.
   class Use;
 
-  /// The cached children of `chain`, or null.
+  /// The cached children of `chain`, or null. Valid until the next `store`.
   [[nodiscard]] const ChildList* find(const IdChain& chain) const;
 
-  /// Stores the children of `chain` and forgets what is not on the way to it.
+  /// Stores the children of `chain` and drops the lists of nodes that are not above
+  /// it.
   void store(const IdChain& chain, const ChildList& children);
 
  private:
-  /// How many levels of `branch_` lie on the way to `chain`.
+  /// How many leading ids `branch_` and `chain` have in common.
   [[nodiscard]] std::size_t sharedLevels(const IdChain& chain) const;
 
-  /// The chain of the deepest node in `lists_`, whose lists belong to that node and
-  /// to those above it as far up as `top_` ids below the root.
+  /// The chain of the deepest cached node.
   IdChain branch_;
+  /// The length of the chain of the topmost cached node.
   std::size_t top_ = 0;
+  /// The lists from the topmost node down to the deepest.
   std::vector<ChildList> lists_;
 };
 

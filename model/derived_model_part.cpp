@@ -12,6 +12,7 @@ DerivedModelPart::DerivedModelPart(ModelSrv::ModelRoot* root, std::string server
 DerivedModelPart::~DerivedModelPart() = default;
 
 ModelSrv::ModelPartId DerivedModelPart::getId() {
+  assertHeld();
   if (targetPath_.empty()) {
     return 0;
   }
@@ -21,6 +22,7 @@ ModelSrv::ModelPartId DerivedModelPart::getId() {
 }
 
 ModelSrv::ModelPart* DerivedModelPart::getParentNode() {
+  assertHeld();
   if (targetPath_.empty()) {
     return root_;
   }
@@ -32,21 +34,25 @@ ModelSrv::ModelRes DerivedModelPart::update(void* /*context*/, unsigned short /*
 }
 
 void DerivedModelPart::addSubscription(const IdChain& chain) {
+  assertHeld();
   subscriptions_.add(chain);
   names_.erase(chain);
 }
 
 void DerivedModelPart::removeSubscription(const IdChain& chain) {
+  assertHeld();
   subscriptions_.removeFirst(chain);
   names_.erase(chain);
 }
 
 const std::vector<std::string>* DerivedModelPart::cachedNames(const IdChain& chain) const {
+  assertHeld();
   const auto cached = names_.find(chain);
   return cached == names_.end() ? nullptr : &cached->second;
 }
 
 void DerivedModelPart::cacheNames(const IdChain& chain, const std::vector<std::string>& names) {
+  assertHeld();
   if (isSubscribed(chain)) {
     names_[chain] = names;
   }

@@ -34,6 +34,7 @@ class DerivedModelPart : public ModelSrv::ModelPart {
 
   /// Sets the part that the next request is about.
   void setTarget(const IdChain& chain) {
+    assertHeld();
     targetPath_.clear();
     // Chains are short; for them a copy of the whole block is slower.
     for (const std::uint16_t id : chain) {
@@ -57,7 +58,10 @@ class DerivedModelPart : public ModelSrv::ModelPart {
 
   /// The shell's current location in the server's tree.
   [[nodiscard]] const NamedChain& location() const { return location_; }
-  void setLocation(NamedChain location) { location_ = std::move(location); }
+  void setLocation(NamedChain location) {
+    assertHeld();
+    location_ = std::move(location);
+  }
 
   /// The subscribed parts in the order of subscribing. A part that was subscribed
   /// twice is listed twice.
@@ -69,18 +73,25 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   /// Removes the first entry that equals `chain`, if there is one.
   void removeSubscription(const IdChain& chain);
 
-  // The name cache: the names along subscribed chains. A cached entry stays valid
-  // while the part is subscribed, because the server ends the subscriptions of a
-  // part that leaves its tree. A new subscription of the chain invalidates its
-  // entry; a new server behind the connection invalidates all of them.
+  // The name cache: the names along subscribed chains; used with the client mutex
+  // held. An entry is valid while the part is subscribed, because the server ends the
+  // subscriptions of a part that leaves its tree. A new subscription of the chain
+  // invalidates its entry; a new server behind the connection invalidates all
+  // entries.
 
   /// The cached names along `chain`; null if there are none.
   [[nodiscard]] const std::vector<std::string>* cachedNames(const IdChain& chain) const;
   /// Caches the names along `chain` if the chain is subscribed.
   void cacheNames(const IdChain& chain, const std::vector<std::string>& names);
-  void invalidateNames() { names_.clear(); }
+  void invalidateNames() {
+    assertHeld();
+    names_.clear();
+  }
 
  private:
+  /// Checks that the calling thread holds the client mutex.
+  void assertHeld() const { root_->manager()->clientMutex.assertHeld(); }
+
   ModelSrv::ModelRoot* root_;
   std::string serverName_;
 

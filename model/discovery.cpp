@@ -34,8 +34,8 @@ bool isPlainEntry(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
 }
 
-template <typename Take>
-int scanDirectory(const char* dir, const char* key, Take take) {
+template <typename Visit>
+int scanDirectory(const char* dir, const char* key, Visit visit) {
   const std::unique_ptr<DIR, CloseDirectory> directory(opendir(dir));
   if (directory == nullptr) {
     return 0;
@@ -45,7 +45,7 @@ int scanDirectory(const char* dir, const char* key, Take take) {
     const auto name = withoutPipeExtension(fileName);
     if (name && (key == nullptr || name->find(key) != std::string::npos) &&
         isPlainEntry(std::string(dir) + "/" + fileName)) {
-      take(*name);
+      visit(*name);
     }
   }
   return 1;

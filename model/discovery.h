@@ -8,33 +8,34 @@
 
 namespace treescope {
 
-/// Finding the model servers that run on this device.
+/// Discovery of the model servers on this device.
 ///
-/// A server's port leaves its pipe in a directory; the pipe's file name without
-/// its extension is what a client connects to. No registry is asked and no pipe
-/// is opened, so a name may belong to a server that has died. Any thread.
+/// The port of a server has a named pipe in `serverDirectory`; the name of that file
+/// without its extension is the name that a client connects to. Discovery reads the
+/// directory only: it opens no pipe, so a name may belong to a server that has died.
+/// Any thread may call these functions.
 
-/// The directory in which ports leave their pipes.
+/// The directory of the ports' pipes.
 inline constexpr const char* serverDirectory = "/tmp";
 
-/// What a server's name holds; the directory is read once for each, in this order.
+/// The texts that the names of servers contain. Callers read the directory once for
+/// each, in this order.
 inline constexpr const char* serverKeys[] = {"modelsrv", "Model"};
 
-/// Appends the name of every server in `dir` whose name contains `key` (null: of
-/// every server), in the order in which the directory yields them, and returns 1;
-/// returns 0 and appends nothing where the directory cannot be opened. A server is
-/// a file other than a directory that ends in ".fifo" or ".efifo"; one whose
-/// status cannot be had is passed over (readdir(3), stat(2)). Nothing is sorted,
-/// and a name that two files give is appended twice.
+/// Appends the names of the servers in `dir` that contain `key` (null: of all
+/// servers) to `out`, in the order of the directory, and returns 1. Returns 0 and
+/// appends nothing if the directory cannot be opened. A server is a file other than a
+/// directory with the extension ".fifo" or ".efifo"; a file whose status cannot be
+/// read (stat(2)) is skipped. A name with two files is appended twice.
 int collectServerNames(std::vector<std::string>& out, const char* dir, const char* key);
 
-/// The same, of the servers that a listing shows alone, those for whose name
-/// `isListedServerName` holds: each becomes a child of `node`, which is named
-/// `dir`. `node` is left alone where the directory cannot be opened.
+/// The same for the servers that `ls` lists (`isListedServerName`): names `node` after
+/// `dir` and adds a child for each. `node` is unchanged if the directory cannot be
+/// opened.
 int listServerNodes(ListingNode& node, const char* dir, const char* key);
 
-/// Whether a listing shows a server of that name: it begins with "Model_", or what
-/// follows from its last "." on is ".Model".
+/// Whether `ls` lists a server of that name: the name begins with "Model_" or ends
+/// with ".Model".
 [[nodiscard]] bool isListedServerName(std::string_view name);
 
 }  // namespace treescope

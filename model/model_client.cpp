@@ -34,7 +34,7 @@ ModelClient::ModelClient(EvtSrv::EventPortManager* manager)
 ModelClient::~ModelClient() = default;
 
 bool ModelClient::openServer(const std::string& name) {
-  const ClientLock held = lockClient(true);
+  const KSTD::KThreadMutexLock held(clientMutex_);
   if (startAsClient(name, CachePeriod_Stop, EvtSrv::ConBehave_Void) != ModelSrv::ModelRes_Success) {
     return false;
   }
@@ -47,16 +47,8 @@ bool ModelClient::openServer(const std::string& name) {
 }
 
 void ModelClient::closeServer() {
-  const ClientLock held = lockClient(true);
+  const KSTD::KThreadMutexLock held(clientMutex_);
   currentPart_.reset();
-}
-
-ModelClient::ClientLock ModelClient::lockClient(bool lock) const {
-  ClientLock held(clientMutex_, std::defer_lock);
-  if (lock) {
-    held.lock();
-  }
-  return held;
 }
 
 ModelSrv::ModelPart* ModelClient::target(const IdChain& chain) {
@@ -72,14 +64,14 @@ ModelSrv::ModelPart* ModelClient::childrenTarget(const IdChain& chain) {
 }
 
 bool ModelClient::fetchChildIds(const IdChain& chain, std::vector<std::uint16_t>& ids, bool lock) {
-  const ClientLock held = lockClient(lock);
+  const RequestLock held(clientMutex_, lock);
   return connected() &&
          getChildIdsFromServer(childrenTarget(chain), ids) == ModelSrv::ModelRes_Success;
 }
 
 bool ModelClient::fetchChildNames(const IdChain& chain, std::vector<std::string>& names,
                                   bool lock) {
-  const ClientLock held = lockClient(lock);
+  const RequestLock held(clientMutex_, lock);
   return connected() &&
          getChildNamesFromServer(childrenTarget(chain), names) == ModelSrv::ModelRes_Success;
 }
@@ -93,7 +85,7 @@ bool ModelClient::fetchChildren(const IdChain& chain, ChildList& children, bool 
       return true;
     }
   }
-  const ClientLock held = lockClient(lock);
+  const RequestLock held(clientMutex_, lock);
   std::vector<std::uint16_t> ids;
   std::vector<std::string> names;
   if (!fetchChildIds(chain, ids, false) || !fetchChildNames(chain, names, false)) {
@@ -163,6 +155,7 @@ std::vector<std::string> ModelClient::namePathOf(const IdChain& chain, bool lock
 }
 
 std::vector<std::string> ModelClient::cachedNamePathOf(const IdChain& chain) {
+  clientMutex_.assertHeld();
   if (const std::vector<std::string>* cached = currentPart_->cachedNames(chain)) {
     return *cached;
   }
@@ -174,7 +167,7 @@ std::vector<std::string> ModelClient::cachedNamePathOf(const IdChain& chain) {
 }
 
 std::uint16_t ModelClient::elementSum(const IdChain& chain, bool lock) {
-  const ClientLock held = lockClient(lock);
+  const RequestLock held(clientMutex_, lock);
   unsigned short sum = 0;
   if (!connected() || getElementSumFromServer(target(chain), sum) != ModelSrv::ModelRes_Success) {
     return 0;
@@ -184,7 +177,7 @@ std::uint16_t ModelClient::elementSum(const IdChain& chain, bool lock) {
 
 int ModelClient::fetchElementNames(const IdChain& chain, std::vector<std::string>& names,
                                    bool lock) {
-  const ClientLock held = lockClient(lock);
+  const RequestLock held(clientMutex_, lock);
   std::vector<std::string> fetched;
   if (!connected() ||
       getElementNamesFromServer(target(chain), fetched) != ModelSrv::ModelRes_Success) {
@@ -214,7 +207,7 @@ int ModelClient::findElementIndex(const IdChain& chain, const std::string& name,
 
 void ModelClient::readText(const IdChain& chain, std::string& text, std::uint16_t index,
                            bool lock) {
-  const ClientLock held = lockClient(lock);
+  const RequestLock held(clientMutex_, lock);
   // Constructing a stream takes longer than reading a value.
   valueStream_.clear();
   valueStream_.str({});
@@ -250,7 +243,7 @@ void ModelClient::readValue(const IdChain& chain, const ElementIndexText& elemen
 
 void ModelClient::loadText(const IdChain& chain, const std::string& text, bool flag,
                            std::uint16_t index) {
-  const ClientLock held = lockClient(true);
+  const KSTD::KThreadMutexLock held(clientMutex_);
   if (!connected()) {
     return;
   }
@@ -284,7 +277,7 @@ int ModelClient::writeValue(const IdChain& chain, const ElementIndexText& elemen
 }
 
 int ModelClient::subscribePath(const IdChain& chain) {
-  const ClientLock held = lockClient(true);
+  const KSTD::KThreadMutexLock held(clientMutex_);
   if (!connected() ||
       target(chain)->subscribeToServer(this, 0, nullptr, ModelSrv::ModelPartIndex_All) !=
           ModelSrv::ModelRes_Success) {
@@ -295,7 +288,7 @@ int ModelClient::subscribePath(const IdChain& chain) {
 }
 
 bool ModelClient::unsubscribePath(const IdChain& chain) {
-  const ClientLock held = lockClient(true);
+  const KSTD::KThreadMutexLock held(clientMutex_);
   if (!connected() || target(chain)->unsubscribeToServer(this) != ModelSrv::ModelRes_Success) {
     return false;
   }

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -166,18 +165,37 @@ class ModelClient : public DerivedModelRoot {
                  std::uint8_t depth, bool top, bool lock);
 
  private:
-  using ClientLock = std::unique_lock<KSTD::KThreadMutex>;
+  /// Holds the client mutex for one request: takes it if `lock` is true, else the
+  /// caller holds it already.
+  class KRV_SCOPED_CAPABILITY RequestLock {
+   public:
+    RequestLock(KSTD::KThreadMutex& mutex, bool lock)
+        KRV_ACQUIRE(mutex) KRV_NO_THREAD_SAFETY_ANALYSIS : locked_(lock ? &mutex : nullptr) {
+      if (lock) {
+        mutex.lock();
+      } else {
+        mutex.assertHeld();
+      }
+    }
+    ~RequestLock() KRV_RELEASE() KRV_NO_THREAD_SAFETY_ANALYSIS {
+      if (locked_ != nullptr) {
+        locked_->unlock();
+      }
+    }
+    RequestLock(const RequestLock&) = delete;
+    RequestLock& operator=(const RequestLock&) = delete;
 
-  /// Holds the client mutex if `lock` is true.
-  [[nodiscard]] ClientLock lockClient(bool lock) const;
+   private:
+    KSTD::KThreadMutex* const locked_;
+  };
 
   /// `namePathOf`; returns whether the server listed every part.
   bool nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock);
 
   /// The mirror part with `chain` as its target.
-  ModelSrv::ModelPart* target(const IdChain& chain);
+  ModelSrv::ModelPart* target(const IdChain& chain) KRV_REQUIRES(clientMutex_);
   /// The same for requests about children, which need the root for an empty chain.
-  ModelSrv::ModelPart* childrenTarget(const IdChain& chain);
+  ModelSrv::ModelPart* childrenTarget(const IdChain& chain) KRV_REQUIRES(clientMutex_);
 
   void readText(const IdChain& chain, std::string& text, std::uint16_t index, bool lock);
   void loadText(const IdChain& chain, const std::string& text, bool flag, std::uint16_t index);
@@ -188,8 +206,7 @@ class ModelClient : public DerivedModelRoot {
   // without.
   std::unique_ptr<DerivedModelPart> currentPart_;
 
-  // Used with the client mutex held.
-  std::ostringstream valueStream_;  ///< reused, see `readText`
+  std::ostringstream valueStream_ KRV_GUARDED_BY(clientMutex_);  ///< reused by `readText`
 
   // Used by the command thread. Null except while a command uses the cache.
   ChildListCache* childListCache_ = nullptr;

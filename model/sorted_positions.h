@@ -9,26 +9,26 @@
 
 namespace treescope {
 
-/// The positions of a list's items in the order of some key of theirs, so that
-/// looking for each of many items takes few steps.
+/// An index for binary search: the positions of a list's items, sorted by a key of
+/// the items. The index knows neither the items nor their keys.
 ///
-/// A plain value for any thread; it knows neither the items nor their keys.
+/// A plain value for any thread.
 class SortedPositions {
  public:
   SortedPositions() = default;
 
-  /// Of a list of `count` items; `below` says of two positions whether the first
-  /// one's key comes before the other's.
+  /// Sorts the positions 0 to `count` - 1. `below` takes two positions and returns
+  /// whether the key of the first is less than that of the second.
   template <typename Below>
   SortedPositions(std::size_t count, Below below) : positions_(count) {
     std::iota(positions_.begin(), positions_.end(), std::uint32_t{0});
     std::stable_sort(positions_.begin(), positions_.end(), below);
   }
 
-  /// The first position in the list whose key is the wanted one; nothing where
-  /// there is none. `compare` is below 0 for a position whose key comes before the
-  /// wanted one, above 0 behind it, and 0 where it is that; it is asked about
-  /// logarithmically many.
+  /// The lowest position whose key equals the searched key; nothing if there is none.
+  /// `compare` takes a position and returns a number below, equal to or above 0 if
+  /// its key is less than, equal to or greater than the searched key. It is called a
+  /// logarithmic number of times.
   template <typename Compare>
   [[nodiscard]] std::optional<std::size_t> findFirst(Compare compare) const {
     const auto found =

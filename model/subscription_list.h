@@ -7,12 +7,12 @@
 
 namespace treescope {
 
-/// What a shell has subscribed to: id chains in the order of subscribing, one
-/// subscribed twice being there twice, and a search over them, so that marking
-/// every part of a large listing looks at few of many subscriptions.
+/// The subscriptions of a client: id chains in the order of subscribing, with
+/// duplicates, and a search index. Add, remove and search take logarithmic time, so a
+/// large listing can mark every subscribed part.
 ///
-/// A plain container: whoever owns it says which thread may change it. `Less`
-/// orders chains; no rule depends on how.
+/// A plain container without locks. `Less` orders the index; the order has no visible
+/// effect.
 template <typename Less = std::less<IdChain>>
 class SubscriptionList {
  public:
@@ -22,39 +22,38 @@ class SubscriptionList {
 
   [[nodiscard]] const std::list<IdChain>& inOrder() const { return inOrder_; }
 
-  /// Whether one entry at least equals `chain`; in logarithmic time, like the
-  /// changes.
+  /// Whether at least one entry equals `chain`.
   [[nodiscard]] bool contains(const IdChain& chain) const { return sorted_.contains(chain); }
 
   void add(const IdChain& chain) {
-    // Subtrees are mostly subscribed in ascending order.
+    // The end is a hint: subtrees are mostly subscribed in ascending order.
     sorted_.insert(sorted_.end(), inOrder_.insert(inOrder_.end(), chain));
   }
 
   /// Removes the first entry that equals `chain`, if there is one.
   void removeFirst(const IdChain& chain) {
-    // Equal entries stand in the order in which they were inserted.
+    // Equal entries are in the order of insertion.
     const auto first = sorted_.lower_bound(chain);
     if (first == sorted_.end() || Less()(chain, **first)) {
       return;
     }
-    const Place place = *first;
+    const Entry entry = *first;
     sorted_.erase(first);
-    inOrder_.erase(place);
+    inOrder_.erase(entry);
   }
 
  private:
-  using Place = std::list<IdChain>::const_iterator;
+  using Entry = std::list<IdChain>::const_iterator;
 
   struct ByChain {
     using is_transparent = void;
-    bool operator()(Place a, Place b) const { return Less()(*a, *b); }
-    bool operator()(Place a, const IdChain& b) const { return Less()(*a, b); }
-    bool operator()(const IdChain& a, Place b) const { return Less()(a, *b); }
+    bool operator()(Entry a, Entry b) const { return Less()(*a, *b); }
+    bool operator()(Entry a, const IdChain& b) const { return Less()(*a, b); }
+    bool operator()(const IdChain& a, Entry b) const { return Less()(a, *b); }
   };
 
   std::list<IdChain> inOrder_;
-  std::multiset<Place, ByChain> sorted_;
+  std::multiset<Entry, ByChain> sorted_;
 };
 
 }  // namespace treescope

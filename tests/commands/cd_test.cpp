@@ -9,24 +9,25 @@ using testing::IsEmpty;
 class Cd : public ScopeFixture {};
 
 TEST_F(Cd, ConnectsToTheServerOfThatName) {
-  EXPECT_EQ(run("cd " + name_), (Answer{1, ""}));
-  EXPECT_EQ(run("pwd"), (Answer{1, "/" + name_ + "\n"}));
+  EXPECT_EQ(run("cd " + name_), (CommandResult{1, ""}));
+  EXPECT_EQ(run("pwd"), (CommandResult{1, "/" + name_ + "\n"}));
 }
 
-TEST_F(Cd, ReportsANameThatNobodyServes) {
-  EXPECT_EQ(run("cd " + test_support::uniquePortName()), (Answer{7, "ERROR: ConnectError\n"}));
-  EXPECT_EQ(run("cd"), (Answer{7, "ERROR: ConnectError\n"}));
-  EXPECT_EQ(run("cd ~"), (Answer{7, "ERROR: ConnectError\n"}));
-  EXPECT_EQ(run("cd /" + name_), (Answer{7, "ERROR: ConnectError\n"}));
-  EXPECT_EQ(run("cd \"\""), (Answer{7, "ERROR: ConnectError\n"}));
-  EXPECT_EQ(run("pwd"), (Answer{1, "/\n"}));
+TEST_F(Cd, ReportsANameWithoutAServer) {
+  EXPECT_EQ(run("cd " + test_support::uniquePortName()),
+            (CommandResult{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("cd"), (CommandResult{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("cd ~"), (CommandResult{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("cd /" + name_), (CommandResult{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("cd \"\""), (CommandResult{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("pwd"), (CommandResult{1, "/\n"}));
 }
 
 TEST_F(Cd, MovesInsideTheTree) {
   connect();
   struct Case {
     std::string path;
-    std::string place;
+    std::string location;
   };
   const Case cases[] = {
       {"drive", "/drive"},
@@ -43,16 +44,16 @@ TEST_F(Cd, MovesInsideTheTree) {
       {"/empty", "/empty"},
   };
   for (const Case& test : cases) {
-    EXPECT_EQ(run("cd " + test.path), (Answer{1, ""})) << test.path;
-    EXPECT_EQ(run("pwd").output, "/" + name_ + test.place + "\n") << test.path;
+    EXPECT_EQ(run("cd " + test.path), (CommandResult{1, ""})) << test.path;
+    EXPECT_EQ(run("pwd").output, "/" + name_ + test.location + "\n") << test.path;
   }
 }
 
-TEST_F(Cd, StaysSilentlyWhereAPathLeadsNowhere) {
+TEST_F(Cd, StaysWithoutAMessageIfThePathDoesNotResolve) {
   connect();
   ASSERT_EQ(run("cd drive").result, 1);
   for (const char* path : {"nothing", "inner/nothing", "../..", "noname-99", "inner/../../../x"}) {
-    EXPECT_EQ(run(std::string("cd ") + path), (Answer{1, ""})) << path;
+    EXPECT_EQ(run(std::string("cd ") + path), (CommandResult{1, ""})) << path;
     EXPECT_THAT(scope_.currentPath(), ElementsAre(name_, "drive")) << path;
     EXPECT_EQ(scope_.currentPart()->location(), (NamedChain{{1}, {"drive"}})) << path;
   }
@@ -61,37 +62,37 @@ TEST_F(Cd, StaysSilentlyWhereAPathLeadsNowhere) {
 TEST_F(Cd, DisconnectsWithoutAPath) {
   connect();
   ASSERT_EQ(run("cd drive").result, 1);
-  EXPECT_EQ(run("cd"), (Answer{1, ""}));
-  EXPECT_EQ(scope_.dropped, 1);
+  EXPECT_EQ(run("cd"), (CommandResult{1, ""}));
+  EXPECT_EQ(scope_.duCalls, 1);
   EXPECT_FALSE(scope_.connected());
   EXPECT_THAT(scope_.currentPath(), IsEmpty());
-  EXPECT_EQ(run("cd " + name_), (Answer{1, ""}));
+  EXPECT_EQ(run("cd " + name_), (CommandResult{1, ""}));
   EXPECT_THAT(scope_.currentPath(), ElementsAre(name_));
 }
 
-TEST_F(Cd, StaysWhereItIsOnceTheServerHasGone) {
+TEST_F(Cd, StaysAfterTheServerHasStopped) {
   connect();
   server_.end();
-  EXPECT_EQ(run("cd drive"), (Answer{1, ""}));
+  EXPECT_EQ(run("cd drive"), (CommandResult{1, ""}));
   EXPECT_THAT(scope_.currentPath(), ElementsAre(name_));
-  EXPECT_EQ(run("cd"), (Answer{1, ""}));
-  EXPECT_EQ(run("cd " + name_), (Answer{7, "ERROR: ConnectError\n"}));
+  EXPECT_EQ(run("cd"), (CommandResult{1, ""}));
+  EXPECT_EQ(run("cd " + name_), (CommandResult{7, "ERROR: ConnectError\n"}));
 }
 
-TEST_F(Cd, TakesOnePathAndNoOptions) {
-  EXPECT_EQ(run("cd a b"), (Answer{5, "ERROR: OptionError\n"}));
-  EXPECT_EQ(run("cd -l"), (Answer{5, "ERROR: OptionError\n"}));
+TEST_F(Cd, AcceptsOnePathAndNoOptions) {
+  EXPECT_EQ(run("cd a b"), (CommandResult{5, "ERROR: OptionError\n"}));
+  EXPECT_EQ(run("cd -l"), (CommandResult{5, "ERROR: OptionError\n"}));
 }
 
-TEST_F(Cd, IsNotNeededToExit) {
-  EXPECT_EQ(run("exit"), (Answer{11, ""}));
-  EXPECT_EQ(scope_.dropped, 1);
+TEST_F(Cd, IsNotRequiredBeforeExit) {
+  EXPECT_EQ(run("exit"), (CommandResult{11, ""}));
+  EXPECT_EQ(scope_.duCalls, 1);
 }
 
-TEST_F(Cd, IsUndoneByExitOnlyAsFarAsSubscriptionsGo) {
+TEST_F(Cd, StaysConnectedAfterExitHasCancelledTheSubscriptions) {
   connect();
-  EXPECT_EQ(run("q"), (Answer{11, ""}));
-  EXPECT_EQ(scope_.droppedPath, "(null)");
+  EXPECT_EQ(run("q"), (CommandResult{11, ""}));
+  EXPECT_EQ(scope_.duPath, "(null)");
   EXPECT_TRUE(scope_.connected());
 }
 

@@ -8,70 +8,74 @@ class From : public ScopeFixture {
  protected:
   void SetUp() override { connect(); }
 
-  /// Runs a file of these bytes.
-  Answer runFile(const std::string& bytes) { return run("from " + directory_.write("f", bytes)); }
+  /// Runs `from` on a file with this content.
+  CommandResult runFile(const std::string& bytes) {
+    return run("from " + directory_.write("f", bytes));
+  }
 
   ScratchDirectory directory_;
 };
 
 TEST_F(From, RunsTheLinesOfAFile) {
   EXPECT_EQ(runFile("set 5 /drive/speed\nstr \"a b\" /drive/label"),
-            (Answer{1, "/drive/speed    [5]\n/drive/label    [a b]\n"}));
+            (CommandResult{1, "/drive/speed    [5]\n/drive/label    [a b]\n"}));
   EXPECT_EQ(server_.speed.value(), 5);
   EXPECT_EQ(server_.label.value(), "a b");
 }
 
-TEST_F(From, HasNothingToReportBehindALastLineFeed) {
-  EXPECT_EQ(runFile("set 5 /drive/speed\n"), (Answer{3, "/drive/speed    [5]\n"}));
-  EXPECT_EQ(runFile(""), (Answer{3, ""}));
+TEST_F(From, ReturnsNothingAfterALastLineFeed) {
+  EXPECT_EQ(runFile("set 5 /drive/speed\n"), (CommandResult{3, "/drive/speed    [5]\n"}));
+  EXPECT_EQ(runFile(""), (CommandResult{3, ""}));
 }
 
-TEST_F(From, EndsAtABlankLine) {
+TEST_F(From, StopsAtAnEmptyLine) {
   EXPECT_EQ(runFile("set 5 /drive/speed\n\nset 6 /drive/speed\n"),
-            (Answer{3, "/drive/speed    [5]\n"}));
+            (CommandResult{3, "/drive/speed    [5]\n"}));
   EXPECT_EQ(runFile("set 7 /drive/speed\n  \nset 8 /drive/speed\n"),
-            (Answer{3, "/drive/speed    [7]\n"}));
+            (CommandResult{3, "/drive/speed    [7]\n"}));
 }
 
-TEST_F(From, EndsAtTheFirstFailure) {
+TEST_F(From, StopsAtTheFirstError) {
   EXPECT_EQ(runFile("set 1 /drive/gains\nset 6 /drive/speed\n"),
-            (Answer{4, "ERROR: NotFound\nERROR: NotFound\n"}));
+            (CommandResult{4, "ERROR: NotFound\nERROR: NotFound\n"}));
   EXPECT_EQ(server_.speed.value(), 42);
 }
 
-TEST_F(From, GoesOnBehindWhatHasNothingToReport) {
-  EXPECT_EQ(runFile("set 1 /nothing\nset 6 /drive/speed"), (Answer{1, "/drive/speed    [6]\n"}));
+TEST_F(From, ContinuesAfterACommandWithNothingToReport) {
+  EXPECT_EQ(runFile("set 1 /nothing\nset 6 /drive/speed"),
+            (CommandResult{1, "/drive/speed    [6]\n"}));
 }
 
-TEST_F(From, GoesOnBehindAStoreThatTheServerRefuses) {
-  EXPECT_EQ(runFile("set B /drive/serial\nset 11 /drive/limited\nset 6 /drive/speed"),
-            (Answer{1, "/drive/serial   [A-17]\n/drive/limited  [1]\n/drive/speed    [6]\n"}));
+TEST_F(From, ContinuesAfterAStoreThatTheServerRefuses) {
+  EXPECT_EQ(
+      runFile("set B /drive/serial\nset 11 /drive/limited\nset 6 /drive/speed"),
+      (CommandResult{1, "/drive/serial   [A-17]\n/drive/limited  [1]\n/drive/speed    [6]\n"}));
 }
 
-TEST_F(From, SaysWhenTheFileCannotBeOpened) {
-  const Answer refused{6, "ERROR: OpenFileError\n"};
-  EXPECT_EQ(run("from " + directory_.file("none")), refused);
-  EXPECT_EQ(run("from " + directory_.path()), refused);
+TEST_F(From, ReportsAFileThatCannotBeOpened) {
+  const CommandResult error{6, "ERROR: OpenFileError\n"};
+  EXPECT_EQ(run("from " + directory_.file("none")), error);
+  EXPECT_EQ(run("from " + directory_.path()), error);
 }
 
-TEST_F(From, LooksAtNoSecondWord) {
+TEST_F(From, IgnoresASecondArgument) {
   const std::string file = directory_.write("f", "pwd");
-  EXPECT_EQ(run("from " + file + " /no/such/place"), (Answer{1, '/' + name_ + '\n'}));
+  EXPECT_EQ(run("from " + file + " /no/such/place"), (CommandResult{1, '/' + name_ + '\n'}));
 }
 
 TEST_F(From, RunsNothingWhileNotConnected) {
   ASSERT_EQ(run("cd").result, 1);
   const std::string file = directory_.write("f", "pwd\n");
-  EXPECT_EQ(run("from " + file), (Answer{3, ""}));
-  EXPECT_EQ(run("from " + directory_.file("none")), (Answer{3, ""}));
-  EXPECT_EQ(run("cmdfrom " + file), (Answer{3, "/\n"}));
+  EXPECT_EQ(run("from " + file), (CommandResult{3, ""}));
+  EXPECT_EQ(run("from " + directory_.file("none")), (CommandResult{3, ""}));
+  EXPECT_EQ(run("cmdfrom " + file), (CommandResult{3, "/\n"}));
 }
 
-TEST_F(From, WantsAFile) {
-  const Answer refused{5, "ERROR: OptionError\n"};
-  EXPECT_EQ(run("from"), refused);
-  EXPECT_EQ(run("from a b c"), refused);
-  EXPECT_EQ(run("from -r a"), refused);
+TEST_F(From, RequiresAFile) {
+  const CommandResult error{5, "ERROR: OptionError\n"};
+  EXPECT_EQ(run("from"), error);
+  EXPECT_EQ(run("from a b c"), error);
+  EXPECT_EQ(run("from -r a"), error);
 }
 
 }  // namespace

@@ -15,19 +15,19 @@ class Get : public ScopeFixture {
   template <std::size_t count>
   void expectLines(const Case (&cases)[count]) {
     for (const Case& test : cases) {
-      EXPECT_EQ(run(test.command), (Answer{1, test.output + "\n"})) << test.command;
+      EXPECT_EQ(run(test.command), (CommandResult{1, test.output + "\n"})) << test.command;
     }
   }
 
   template <std::size_t count>
   void expectNothing(const char* const (&commands)[count]) {
     for (const char* command : commands) {
-      EXPECT_EQ(run(command), (Answer{3, ""})) << command;
+      EXPECT_EQ(run(command), (CommandResult{3, ""})) << command;
     }
   }
 };
 
-TEST_F(Get, ShowsAPartOrAnElementOfIt) {
+TEST_F(Get, PrintsAPartOrAnElement) {
   const Case cases[] = {
       {"get /drive/speed", "/drive/speed    [42]"},
       {"get drive/speed", "/drive/speed    [42]"},
@@ -51,7 +51,7 @@ TEST_F(Get, ShowsAPartOrAnElementOfIt) {
   expectLines(cases);
 }
 
-TEST_F(Get, FindsTheElementsOfThePartItIsIn) {
+TEST_F(Get, FindsTheElementsOfTheCurrentPart) {
   ASSERT_EQ(run("cd drive/gains").result, 1);
   const Case cases[] = {
       {"get", "/drive/gains    [1.5 0.25]"},
@@ -69,10 +69,10 @@ TEST_F(Get, FindsTheElementsOfThePartItIsIn) {
       {"get /drive/gains/[1]", "/drive/gains[1] [0.25]"},
   };
   expectLines(cases);
-  EXPECT_EQ(run("get ./i"), (Answer{3, ""}));
+  EXPECT_EQ(run("get ./i"), (CommandResult{3, ""}));
 }
 
-TEST_F(Get, ShowsNothingWhereThereIsNoPart) {
+TEST_F(Get, PrintsNothingIfThereIsNoPart) {
   const char* const commands[] = {
       "get",
       "get /",
@@ -90,24 +90,24 @@ TEST_F(Get, ShowsNothingWhereThereIsNoPart) {
   expectNothing(commands);
 }
 
-TEST_F(Get, TakesBracketsWithNothingInThemForAName) {
+TEST_F(Get, TreatsEmptyBracketsAsPartOfTheName) {
   ModelSrv::ValuePart<std::int32_t> bracketed(20, "a[]", 6);
   ASSERT_EQ(server_.drive().add(&bracketed), ModelSrv::ModelRes_Success);
-  EXPECT_EQ(run("get drive/a[]"), (Answer{1, "/drive/a[]  [6]\n"}));
+  EXPECT_EQ(run("get drive/a[]"), (CommandResult{1, "/drive/a[]  [6]\n"}));
 }
 
 TEST_F(Get, AddressesANameOfAnyBytes) {
   EXPECT_EQ(run("get \"/" + SampleServer::oddName() + "\""),
-            (Answer{1, "/\xff od[d\x1b[1m     [odd value]\n"}));
+            (CommandResult{1, "/\xff od[d\x1b[1m     [odd value]\n"}));
 }
 
-TEST_F(Get, ShowsTheValueThatTheServerHoldsNow) {
+TEST_F(Get, PrintsTheCurrentValueOfTheServer) {
   EXPECT_EQ(run("get drive/speed").output, "/drive/speed    [42]\n");
   ASSERT_EQ(server_.speed.setValue(-1), ModelSrv::ModelRes_Success);
   EXPECT_EQ(run("get drive/speed").output, "/drive/speed    [-1]\n");
 }
 
-TEST_F(Get, ShowsNothingWithoutAServer) {
+TEST_F(Get, PrintsNothingWithoutAServer) {
   ASSERT_EQ(run("cd drive/speed").result, 1);
   server_.end();
   const char* const commands[] = {"get", "get /drive/speed", "get [1]"};
@@ -116,15 +116,15 @@ TEST_F(Get, ShowsNothingWithoutAServer) {
   expectNothing(commands);
 }
 
-TEST_F(Get, GivesUpOnAServerThatHangs) {
+TEST_F(Get, ReturnsIfTheServerHangs) {
   server_.hang();
-  EXPECT_EQ(run("get /drive/label"), (Answer{3, ""}));
+  EXPECT_EQ(run("get /drive/label"), (CommandResult{3, ""}));
   server_.resume();
 }
 
-TEST_F(Get, TakesOnePathAndNoOptions) {
-  EXPECT_EQ(run("get -r"), (Answer{5, "ERROR: OptionError\n"}));
-  EXPECT_EQ(run("get a b"), (Answer{5, "ERROR: OptionError\n"}));
+TEST_F(Get, AcceptsOnePathAndNoOptions) {
+  EXPECT_EQ(run("get -r"), (CommandResult{5, "ERROR: OptionError\n"}));
+  EXPECT_EQ(run("get a b"), (CommandResult{5, "ERROR: OptionError\n"}));
 }
 
 }  // namespace

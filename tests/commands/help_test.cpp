@@ -9,7 +9,7 @@
 namespace treescope::test {
 namespace {
 
-/// Puts a program `man` of its own before all others.
+/// Puts its own program `man` first in the search path.
 class Help : public ScopeFixture {
  protected:
   void SetUp() override {
@@ -23,21 +23,21 @@ class Help : public ScopeFixture {
   const std::string path_ = std::getenv("PATH");
 };
 
-TEST_F(Help, ShowsTheManualPageWhateverBecomesOfIt) {
-  EXPECT_EQ(run("help"), (Answer{1, "man treescope\n"}));
+TEST_F(Help, SucceedsWhateverManReturns) {
+  EXPECT_EQ(run("help"), (CommandResult{1, "man treescope\n"}));
   connect();
-  EXPECT_EQ(run("help"), (Answer{1, "man treescope\n"}));
+  EXPECT_EQ(run("help"), (CommandResult{1, "man treescope\n"}));
 }
 
-TEST_F(Help, ComesBehindWhatWasPrintedBefore) {
+TEST_F(Help, FlushesEarlierOutputFirst) {
   test_support::CapturedOutput captured;
   std::fputs("before\n", stdout);
   EXPECT_EQ(scope_.dispatch("help"), 1);
   EXPECT_EQ(captured.take(), "before\nman treescope\n");
 }
 
-TEST_F(Help, TakesNoWords) {
-  EXPECT_EQ(run("help me"), (Answer{3, ""}));
+TEST_F(Help, AcceptsNoArguments) {
+  EXPECT_EQ(run("help me"), (CommandResult{3, ""}));
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace {
 
 const std::string off = "\033[39m";
 
-/// A shell beside a tree that has a part, an array and a node in one place.
+/// A tree with a node that has a part, an array and a node.
 class Ls : public ScopeFixture {
  protected:
   void SetUp() override {
@@ -55,12 +55,12 @@ TEST_F(Ls, HasFourLayoutsWithAndWithoutKinds) {
   for (const Case& test : cases) {
     for (const char* more : {"", "-m "}) {
       const std::string command = "ls " + test.options + more + "/drive/box";
-      EXPECT_EQ(run(command), (Answer{1, test.output})) << command;
+      EXPECT_EQ(run(command), (CommandResult{1, test.output})) << command;
     }
   }
 }
 
-TEST_F(Ls, MarksWhatIsSubscribedButNotInFlattenedElements) {
+TEST_F(Ls, MarksSubscribedPartsButNotFlattenedElements) {
   const std::string bold = "\033[22m";
   ASSERT_EQ(run("eu drive/box/v").result, 1);
   ASSERT_EQ(run("eu drive/box/g").result, 1);
@@ -72,7 +72,7 @@ TEST_F(Ls, MarksWhatIsSubscribedButNotInFlattenedElements) {
   EXPECT_EQ(run("ls -l drive/box/v").output, "v    [1]\n" + bold);
 }
 
-TEST_F(Ls, ListsThePartItIsGivenAsOne) {
+TEST_F(Ls, ListsASinglePart) {
   struct Case {
     std::string command;
     std::string output;
@@ -92,46 +92,46 @@ TEST_F(Ls, ListsThePartItIsGivenAsOne) {
       {"ls -l drive/noname-12", "noname-12    [7]\n"},
   };
   for (const Case& test : cases) {
-    EXPECT_EQ(run(test.command), (Answer{1, test.output})) << test.command;
+    EXPECT_EQ(run(test.command), (CommandResult{1, test.output})) << test.command;
   }
   ASSERT_EQ(run("cd drive/box/v").result, 1);
-  EXPECT_EQ(run("ls"), (Answer{1, ""}));
-  EXPECT_EQ(run("ls -l"), (Answer{1, "v    [1]\n"}));
+  EXPECT_EQ(run("ls"), (CommandResult{1, ""}));
+  EXPECT_EQ(run("ls -l"), (CommandResult{1, "v    [1]\n"}));
 }
 
-TEST_F(Ls, AddressesPathsLikeEveryCommand) {
-  const Answer box{1, "v   \ng/  \nn/  \n"};
+TEST_F(Ls, ResolvesPathsLikeEveryCommand) {
+  const CommandResult box{1, "v   \ng/  \nn/  \n"};
   EXPECT_EQ(run("ls ~drive/box"), box);
   EXPECT_EQ(run("ls //drive//box/"), box);
   EXPECT_EQ(run("ls /drive/noname-30"), box);
   ASSERT_EQ(run("cd drive/box/n").result, 1);
   EXPECT_EQ(run("ls .."), box);
-  EXPECT_EQ(run("ls"), (Answer{1, "w  \n"}));
-  EXPECT_EQ(run("ls \"\""), (Answer{1, "w  \n"}));
+  EXPECT_EQ(run("ls"), (CommandResult{1, "w  \n"}));
+  EXPECT_EQ(run("ls \"\""), (CommandResult{1, "w  \n"}));
 }
 
-TEST_F(Ls, ShowsNothingOfAnEarlierListingForAPathThatLeadsNowhere) {
+TEST_F(Ls, DropsTheEarlierListingIfThePathDoesNotResolve) {
   ASSERT_EQ(run("eu drive/box/v").result, 1);
   ASSERT_NE(run("ls -lc drive/box/v").output, "");
-  EXPECT_EQ(run("ls -lc nothing"), (Answer{1, "notfound    [nodata]\n"}));
+  EXPECT_EQ(run("ls -lc nothing"), (CommandResult{1, "notfound    [nodata]\n"}));
   ASSERT_NE(run("ls drive/box").output, "");
   for (const char* options : {"", "-r ", "-rl ", "-c "}) {
-    EXPECT_EQ(run(std::string("ls ") + options + "nothing"), (Answer{1, ""})) << options;
+    EXPECT_EQ(run(std::string("ls ") + options + "nothing"), (CommandResult{1, ""})) << options;
   }
-  EXPECT_EQ(run("ls drive/../.."), (Answer{1, ""}));
+  EXPECT_EQ(run("ls drive/../.."), (CommandResult{1, ""}));
 }
 
-TEST_F(Ls, KeepsNothingOfAServerThatHasGone) {
+TEST_F(Ls, ListsNothingAfterTheServerHasStopped) {
   ASSERT_NE(run("ls").output, "");
   server_.end();
-  EXPECT_EQ(run("ls"), (Answer{1, ""}));
-  EXPECT_EQ(run("ls -l"), (Answer{1, "root    []\n"}));
+  EXPECT_EQ(run("ls"), (CommandResult{1, ""}));
+  EXPECT_EQ(run("ls -l"), (CommandResult{1, "root    []\n"}));
 }
 
-TEST_F(Ls, TakesOnePathAndIgnoresLettersWithoutAMeaning) {
+TEST_F(Ls, AcceptsOnePathAndIgnoresUnknownLetters) {
   EXPECT_EQ(run("ls -x drive/box").output, "v   \ng/  \nn/  \n");
   EXPECT_EQ(run("ls -rlmc drive/box").result, 1);
-  EXPECT_EQ(run("ls a b"), (Answer{5, "ERROR: OptionError\n"}));
+  EXPECT_EQ(run("ls a b"), (CommandResult{5, "ERROR: OptionError\n"}));
 }
 
 TEST_F(Ls, ListsATreeOf2000Levels) {
@@ -151,7 +151,7 @@ TEST_F(Ls, ListsATreeOf2000Levels) {
   }
 }
 
-class LsAtTheTop : public ScopeFixture {
+class LsWithoutConnection : public ScopeFixture {
  protected:
   void TearDown() override {
     for (const std::string& file : files_) {
@@ -159,17 +159,17 @@ class LsAtTheTop : public ScopeFixture {
     }
   }
 
-  void leaveFile(const std::string& name) {
+  void makeFile(const std::string& name) {
     files_.push_back("/tmp/" + name);
     ASSERT_TRUE(std::ofstream(files_.back()));
   }
 
-  /// The names of this test's that `ls` lists.
+  /// The servers of this test that `ls` lists.
   std::vector<std::string> listed() {
-    const Answer answer = run("ls");
-    EXPECT_EQ(answer.result, 1);
+    const CommandResult listing = run("ls");
+    EXPECT_EQ(listing.result, 1);
     std::vector<std::string> names;
-    std::istringstream lines(answer.output);
+    std::istringstream lines(listing.output);
     for (std::string line; std::getline(lines, line);) {
       line.erase(line.find_last_not_of(' ') + 1);
       if (line.find(tag_) != std::string::npos) {
@@ -183,25 +183,25 @@ class LsAtTheTop : public ScopeFixture {
   std::vector<std::string> files_;
 };
 
-TEST_F(LsAtTheTop, ListsServersOnceForEachPipe) {
-  leaveFile("Model_" + tag_ + ".fifo");
-  leaveFile("Model_" + tag_ + ".efifo");
-  leaveFile("Model_" + tag_ + "b");
-  leaveFile(tag_ + ".Model.fifo");
-  leaveFile("modelsrv" + tag_ + ".fifo");
+TEST_F(LsWithoutConnection, ListsAServerOnceForEachPipe) {
+  makeFile("Model_" + tag_ + ".fifo");
+  makeFile("Model_" + tag_ + ".efifo");
+  makeFile("Model_" + tag_ + "b");
+  makeFile(tag_ + ".Model.fifo");
+  makeFile("modelsrv" + tag_ + ".fifo");
   EXPECT_THAT(listed(),
               testing::UnorderedElementsAre("Model_" + tag_, "Model_" + tag_, tag_ + ".Model"));
   EXPECT_EQ(run("ls -rlmc").result, 1);
 }
 
-TEST_F(LsAtTheTop, TakesNoPath) {
-  EXPECT_EQ(run("ls drive"), (Answer{3, ""}));
-  EXPECT_EQ(run("ls /"), (Answer{3, ""}));
+TEST_F(LsWithoutConnection, AcceptsNoPath) {
+  EXPECT_EQ(run("ls drive"), (CommandResult{3, ""}));
+  EXPECT_EQ(run("ls /"), (CommandResult{3, ""}));
 }
 
-TEST_F(LsAtTheTop, IsShownAgainAfterTheConnection) {
-  leaveFile("Model_" + tag_ + ".fifo");
-  EXPECT_EQ(run("cd nobody-serves-this"), (Answer{7, "ERROR: ConnectError\n"}));
+TEST_F(LsWithoutConnection, ListsServersAgainAfterDisconnecting) {
+  makeFile("Model_" + tag_ + ".fifo");
+  EXPECT_EQ(run("cd no-such-server"), (CommandResult{7, "ERROR: ConnectError\n"}));
   EXPECT_THAT(listed(), testing::ElementsAre("Model_" + tag_));
   connect();
   EXPECT_THAT(listed(), testing::IsEmpty());

@@ -19,7 +19,7 @@ using ModelSrv::ValuePart;
 using test_support::Finished;
 using testing::ElementsAre;
 
-/// A part of each type, and values that are nowhere alike.
+/// A node with a part of each type, all with different values.
 class Replay : public ScopeFixture {
  protected:
   void SetUp() override {
@@ -98,7 +98,7 @@ class Replay : public ScopeFixture {
   ArrayPart<std::string> texts{20, "texts", {"x y", "", "plain"}};
 };
 
-TEST_F(Replay, BringsEveryTypeOfValueBack) {
+TEST_F(Replay, RestoresEveryTypeOfValue) {
   const std::string before = save("before");
   for (const char* command : {"from ", "cmdfrom "}) {
     changeAll();
@@ -108,7 +108,7 @@ TEST_F(Replay, BringsEveryTypeOfValueBack) {
   }
 }
 
-TEST_F(Replay, IsDoneByTheProgramsCommandFiles) {
+TEST_F(Replay, WorksThroughACommandFileOfTheProgram) {
   const std::string before = save("before");
   changeAll();
   EXPECT_NE(save("changed"), before);
@@ -119,7 +119,7 @@ TEST_F(Replay, IsDoneByTheProgramsCommandFiles) {
   EXPECT_EQ(save("after"), before);
 }
 
-TEST_F(Replay, TheProgramSavesWhatTheShellReplays) {
+TEST_F(Replay, TheProgramSavesTheSameFile) {
   const std::string file = directory_.file("saved");
   const std::string command = "cd " + name_ + ";cd drive;to " + file + " all/";
   const Finished saving = test_support::run({test_support::treescopeProgram(), "-c", command});
@@ -128,25 +128,25 @@ TEST_F(Replay, TheProgramSavesWhatTheShellReplays) {
   EXPECT_EQ(directory_.read("saved"), save("here"));
 }
 
-TEST_F(Replay, TakesANumberBelowZeroForOptions) {
+TEST_F(Replay, TreatsANegativeNumberAsOptions) {
   put(int32, -5);
   const std::string file = directory_.write("f", "set -5 /drive/all/int32\nget /drive/all/int8");
   EXPECT_THAT(save("saved"), testing::HasSubstr("set -5 /drive/all/int32\n"));
   put(int32, 1);
-  EXPECT_EQ(run("from " + file), (Answer{1, "/drive/all/int8 [127]\n"}));
+  EXPECT_EQ(run("from " + file), (CommandResult{1, "/drive/all/int8 [127]\n"}));
   EXPECT_EQ(int32.value(), 1);
-  // Quoted with a blank in front it is a value.
-  EXPECT_EQ(run("set \" -5\" all/int32"), (Answer{1, "/drive/all/int32    [-5]\n"}));
-  EXPECT_EQ(run("str -5 all/word"), (Answer{1, "/drive/all/word [-5]\n"}));
+  // In quotes and after a space it is a value.
+  EXPECT_EQ(run("set \" -5\" all/int32"), (CommandResult{1, "/drive/all/int32    [-5]\n"}));
+  EXPECT_EQ(run("str -5 all/word"), (CommandResult{1, "/drive/all/word [-5]\n"}));
 }
 
-TEST_F(Replay, StopsAtATextThatLooksLikeARefusedOption) {
+TEST_F(Replay, StopsAtATextThatLooksLikeAnInvalidOption) {
   const std::string file = directory_.write("f", "set -run /drive/all/word\nset 3 /drive/speed\n");
-  EXPECT_EQ(run("from " + file), (Answer{5, "ERROR: OptionError\nERROR: OptionError\n"}));
+  EXPECT_EQ(run("from " + file), (CommandResult{5, "ERROR: OptionError\nERROR: OptionError\n"}));
   EXPECT_EQ(server_.speed.value(), 42);
 }
 
-TEST_F(Replay, CutsTextsAtLineFeedsQuotesAndSemicolons) {
+TEST_F(Replay, SplitsTextsAtLineFeedsQuotesAndSemicolons) {
   putAll(texts, {"line\nbreak", "say \"hi\" now", "a;b"});
   ASSERT_EQ(run("cd all/texts").result, 1);
   ASSERT_EQ(run("to " + directory_.file("f")).result, 1);
@@ -156,11 +156,11 @@ TEST_F(Replay, CutsTextsAtLineFeedsQuotesAndSemicolons) {
             "set a;b /drive/all/texts[2]\n");
   putAll(texts, {"1", "2", "3"});
   ASSERT_EQ(run("cd /").result, 1);
-  EXPECT_EQ(run("from " + directory_.file("f")), (Answer{3, ""}));
+  EXPECT_EQ(run("from " + directory_.file("f")), (CommandResult{3, ""}));
   EXPECT_THAT(texts.values(), ElementsAre("1", "2", "3"));
 }
 
-TEST_F(Replay, ACommandStringMayHoldLineFeedsAndLongTexts) {
+TEST_F(Replay, AcceptsLineFeedsAndLongTextsInACommandString) {
   const std::string text = "line\n" + std::string(5000, 'x') + "\n\nbreak";
   const Finished storing =
       test_support::run({test_support::treescopeProgram(), "-c",
@@ -169,11 +169,11 @@ TEST_F(Replay, ACommandStringMayHoldLineFeedsAndLongTexts) {
   EXPECT_EQ(word.value(), text);
 }
 
-TEST_F(Replay, NeedsTheLoadersFlagForProtectedParts) {
+TEST_F(Replay, RequiresTheLoadersFlagForProtectedParts) {
   const std::string file = directory_.write("f", "set 2 /drive/offset\n");
-  EXPECT_EQ(run("from " + file), (Answer{3, "/drive/offset   [0]\n"}));
+  EXPECT_EQ(run("from " + file), (CommandResult{3, "/drive/offset   [0]\n"}));
   forceLoadFlag = true;
-  EXPECT_EQ(run("from " + file), (Answer{3, "/drive/offset   [2]\n"}));
+  EXPECT_EQ(run("from " + file), (CommandResult{3, "/drive/offset   [2]\n"}));
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 namespace treescope::test {
 
-ScopeFixture::Answer ScopeFixture::run(const std::string& command) {
+ScopeFixture::CommandResult ScopeFixture::run(const std::string& command) {
   test_support::CapturedOutput captured;
   const int result = scope_.dispatch(command.c_str());
   return {result, captured.take()};
@@ -14,16 +14,17 @@ std::string ScopeFixture::takeUpdates(int count) {
   test_support::CapturedOutput captured;
   while (scope_.updates < wanted) {
     if (manager_.receiveEvent(timeout) != EvtSrv::EvtRes_Success) {
-      ADD_FAILURE() << "no update came";
+      ADD_FAILURE() << "expected an update, got none within " << timeout << " ms";
       break;
     }
   }
   return captured.take();
 }
 
-std::string ScopeFixture::handUpdate(std::vector<std::uint8_t> bytes) {
+std::string ScopeFixture::deliverUpdate(std::vector<std::uint8_t> bytes) {
   EvtSrv::MemoryHolder data(std::move(bytes), 1);
   EvtSrv::MemoryHolder reply;
+  const KSTD::KThreadMutexLock held(manager_.clientMutex);
   test_support::CapturedOutput captured;
   EXPECT_EQ(scope_.receiveModelEvent("x", ModelSrv::ModelRoot::EvtTyp_Model_Update, &data, &reply),
             EvtSrv::EvtRes_Success);

@@ -14,17 +14,17 @@
 
 namespace treescope::test {
 
-/// A shell in batch mode beside a server of the sample's tree, not yet connected.
+/// A shell in batch mode and a server of the sample tree, not yet connected.
 class ScopeFixture : public testing::Test {
  protected:
-  /// A shell that counts what is asked of `du`.
+  /// A shell that records its calls of `du` and counts updates.
   class Scope : public TreeScope {
    public:
     using TreeScope::TreeScope;
     int doDu(const char* path) override {
-      ++dropped;
-      droppedPath = path == nullptr ? "(null)" : path;
-      wasConnected = connected();
+      ++duCalls;
+      duPath = path == nullptr ? "(null)" : path;
+      connectedDuringDu = connected();
       return TreeScope::doDu(path);
     }
     unsigned receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
@@ -34,29 +34,29 @@ class ScopeFixture : public testing::Test {
     }
     [[nodiscard]] const std::vector<std::string>& currentPath() const { return currentPath_; }
 
-    int dropped = 0;
+    int duCalls = 0;
     int updates = 0;
-    std::string droppedPath;
-    bool wasConnected = false;
+    std::string duPath;
+    bool connectedDuringDu = false;
   };
 
-  /// What one command gave: its result, and what it wrote to standard output.
-  struct Answer {
+  /// The result code of a command and its output.
+  struct CommandResult {
     int result;
     std::string output;
-    bool operator==(const Answer&) const = default;
+    bool operator==(const CommandResult&) const = default;
   };
 
-  /// Runs `command` as it would be typed.
-  Answer run(const std::string& command);
+  /// Runs `command` like a typed one.
+  CommandResult run(const std::string& command);
 
-  /// Takes events until `count` updates more have arrived; what they printed.
+  /// Dispatches events until `count` more updates have arrived; returns their output.
   std::string takeUpdates(int count);
 
-  /// Hands the update with these bytes to the shell; what that printed.
-  std::string handUpdate(std::vector<std::uint8_t> bytes);
+  /// Passes an update event with these bytes to the shell; returns its output.
+  std::string deliverUpdate(std::vector<std::uint8_t> bytes);
 
-  void connect() { ASSERT_EQ(run("cd " + name_), (Answer{1, ""})); }
+  void connect() { ASSERT_EQ(run("cd " + name_), (CommandResult{1, ""})); }
 
   std::string name_ = test_support::uniquePortName();
   SampleServer server_{name_};

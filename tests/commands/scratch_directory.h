@@ -4,7 +4,7 @@
 
 namespace treescope::test {
 
-/// A directory of its own for the files of one test, removed with what is in it.
+/// A directory for the files of one test. The destructor removes it with its content.
 class ScratchDirectory {
  public:
   ScratchDirectory();
@@ -17,10 +17,10 @@ class ScratchDirectory {
   /// The path of the file `name` in it.
   [[nodiscard]] std::string file(const std::string& name) const { return path_ + '/' + name; }
 
-  /// Fills the file `name`; gives its path.
+  /// Writes the file `name` and returns its path.
   [[nodiscard]] std::string write(const std::string& name, const std::string& bytes) const;
 
-  /// What the file `name` holds; fails the test where it cannot be read.
+  /// The content of the file `name`; fails the test if it cannot be read.
   [[nodiscard]] std::string read(const std::string& name) const;
 
  private:

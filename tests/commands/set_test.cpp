@@ -14,114 +14,114 @@ class Set : public ScopeFixture {
 
 class Str : public Set {};
 
-TEST_F(Set, StoresAndShowsWhatIsHeldThen) {
-  EXPECT_EQ(run("set 5 drive/speed"), (Answer{1, "/drive/speed    [5]\n"}));
+TEST_F(Set, StoresAndPrintsTheValue) {
+  EXPECT_EQ(run("set 5 drive/speed"), (CommandResult{1, "/drive/speed    [5]\n"}));
   EXPECT_EQ(server_.speed.value(), 5);
-  EXPECT_EQ(run("set 9 ~drive/noname-12"), (Answer{1, "/drive/noname-12    [9]\n"}));
-  EXPECT_EQ(run("set 8 drive/raw[1]"), (Answer{1, "/drive/raw[1]   [8]\n"}));
+  EXPECT_EQ(run("set 9 ~drive/noname-12"), (CommandResult{1, "/drive/noname-12    [9]\n"}));
+  EXPECT_EQ(run("set 8 drive/raw[1]"), (CommandResult{1, "/drive/raw[1]   [8]\n"}));
   EXPECT_THAT(server_.raw.values(), ElementsAre(1, 8, 3));
-  EXPECT_EQ(run("set 6 drive/speed[4]"), (Answer{1, "/drive/speed[4] [6]\n"}));
-  EXPECT_EQ(run("set true drive/secret"), (Answer{1, "/drive/secret   [true]\n"}));
+  EXPECT_EQ(run("set 6 drive/speed[4]"), (CommandResult{1, "/drive/speed[4] [6]\n"}));
+  EXPECT_EQ(run("set true drive/secret"), (CommandResult{1, "/drive/secret   [true]\n"}));
 }
 
-TEST_F(Set, StoresIntoThePartItIsIn) {
+TEST_F(Set, StoresIntoTheCurrentPart) {
   ASSERT_EQ(run("cd drive/speed").result, 1);
-  EXPECT_EQ(run("set 5"), (Answer{1, "/drive/speed    [5]\n"}));
-  EXPECT_EQ(run("set 6 anything"), (Answer{1, "/drive/speed    [6]\n"}));
-  EXPECT_EQ(run("set 7 [2]"), (Answer{1, "/drive/speed[2] [7]\n"}));
+  EXPECT_EQ(run("set 5"), (CommandResult{1, "/drive/speed    [5]\n"}));
+  EXPECT_EQ(run("set 6 anything"), (CommandResult{1, "/drive/speed    [6]\n"}));
+  EXPECT_EQ(run("set 7 [2]"), (CommandResult{1, "/drive/speed[2] [7]\n"}));
 }
 
-TEST_F(Set, StoresIntoAnElementOfThePartItIsIn) {
+TEST_F(Set, StoresIntoAnElementOfTheCurrentPart) {
   ASSERT_EQ(run("cd drive/raw").result, 1);
-  EXPECT_EQ(run("set 5 [2]"), (Answer{1, "/drive/raw[2]   [5]\n"}));
-  EXPECT_EQ(run("set 6 x"), (Answer{4, "ERROR: NotFound\n"}));
+  EXPECT_EQ(run("set 5 [2]"), (CommandResult{1, "/drive/raw[2]   [5]\n"}));
+  EXPECT_EQ(run("set 6 x"), (CommandResult{4, "ERROR: NotFound\n"}));
   EXPECT_THAT(server_.raw.values(), ElementsAre(1, 2, 5));
   ASSERT_EQ(run("cd ../gains").result, 1);
-  EXPECT_EQ(run("set 4 i"), (Answer{1, "/drive/gains[1] [4]\n"}));
+  EXPECT_EQ(run("set 4 i"), (CommandResult{1, "/drive/gains[1] [4]\n"}));
   EXPECT_THAT(server_.gains.values(), ElementsAre(1.5, 4));
 }
 
-TEST_F(Set, EchoesAnElementFromTheCurrentDirectory) {
-  EXPECT_EQ(run("set 4 /drive/gains/[1]"), (Answer{3, ""}));
+TEST_F(Set, ResolvesAnElementForPrintingFromTheCurrentDirectory) {
+  EXPECT_EQ(run("set 4 /drive/gains/[1]"), (CommandResult{3, ""}));
   EXPECT_THAT(server_.gains.values(), ElementsAre(1.5, 4));
 }
 
-TEST_F(Set, WantsAnElementOfAnArray) {
-  EXPECT_EQ(run("set 5 drive/gains"), (Answer{4, "ERROR: NotFound\n"}));
-  EXPECT_EQ(run("set 5 drive/gains[]"), (Answer{3, ""}));
+TEST_F(Set, RequiresAnElementForAnArray) {
+  EXPECT_EQ(run("set 5 drive/gains"), (CommandResult{4, "ERROR: NotFound\n"}));
+  EXPECT_EQ(run("set 5 drive/gains[]"), (CommandResult{3, ""}));
   ASSERT_EQ(run("cd drive/gains").result, 1);
-  EXPECT_EQ(run("set 5"), (Answer{4, "ERROR: NotFound\n"}));
-  EXPECT_EQ(run("set 5 d"), (Answer{4, "ERROR: NotFound\n"}));
+  EXPECT_EQ(run("set 5"), (CommandResult{4, "ERROR: NotFound\n"}));
+  EXPECT_EQ(run("set 5 d"), (CommandResult{4, "ERROR: NotFound\n"}));
   EXPECT_THAT(server_.gains.values(), ElementsAre(1.5, 0.25));
 }
 
-TEST_F(Set, StoresNothingBehindTheLastElement) {
-  EXPECT_EQ(run("set 5 drive/raw[3]"), (Answer{1, "/drive/raw[3]   []\n"}));
-  EXPECT_EQ(run("set 5 drive/raw[65534]"), (Answer{1, "/drive/raw[65534]   []\n"}));
+TEST_F(Set, StoresNothingAfterTheLastElement) {
+  EXPECT_EQ(run("set 5 drive/raw[3]"), (CommandResult{1, "/drive/raw[3]   []\n"}));
+  EXPECT_EQ(run("set 5 drive/raw[65534]"), (CommandResult{1, "/drive/raw[65534]   []\n"}));
   EXPECT_THAT(server_.raw.values(), ElementsAre(1, 2, 3));
 }
 
-TEST_F(Set, TakesAnIndexThatIsNoNumberForTheFirst) {
-  EXPECT_EQ(run("set 5 drive/raw[x]"), (Answer{1, "/drive/raw[x]   [5]\n"}));
+TEST_F(Set, TreatsAnIndexThatIsNoNumberAsZero) {
+  EXPECT_EQ(run("set 5 drive/raw[x]"), (CommandResult{1, "/drive/raw[x]   [5]\n"}));
   EXPECT_THAT(server_.raw.values(), ElementsAre(5, 2, 3));
 }
 
-TEST_F(Set, ShowsTheOldValueAfterAStoreThatTheServerRefused) {
-  EXPECT_EQ(run("set x drive/speed"), (Answer{1, "/drive/speed    [42]\n"}));
-  EXPECT_EQ(run("set 1 drive/serial"), (Answer{1, "/drive/serial   [A-17]\n"}));
-  EXPECT_EQ(run("set 11 drive/limited"), (Answer{1, "/drive/limited  [1]\n"}));
-  EXPECT_EQ(run("set 10 drive/limited"), (Answer{1, "/drive/limited  [10]\n"}));
-  EXPECT_EQ(run("set 300 drive/raw[0]"), (Answer{1, "/drive/raw[0]   [1]\n"}));
+TEST_F(Set, PrintsTheOldValueAfterAStoreThatTheServerRefused) {
+  EXPECT_EQ(run("set x drive/speed"), (CommandResult{1, "/drive/speed    [42]\n"}));
+  EXPECT_EQ(run("set 1 drive/serial"), (CommandResult{1, "/drive/serial   [A-17]\n"}));
+  EXPECT_EQ(run("set 11 drive/limited"), (CommandResult{1, "/drive/limited  [1]\n"}));
+  EXPECT_EQ(run("set 10 drive/limited"), (CommandResult{1, "/drive/limited  [10]\n"}));
+  EXPECT_EQ(run("set 300 drive/raw[0]"), (CommandResult{1, "/drive/raw[0]   [1]\n"}));
 }
 
-TEST_F(Set, PassesTheLoadersFlagWhenAsked) {
-  EXPECT_EQ(run("set 1 drive/offset"), (Answer{1, "/drive/offset   [0]\n"}));
-  EXPECT_EQ(run("set -c 1 drive/offset"), (Answer{1, "/drive/offset   [0]\n"}));
-  EXPECT_EQ(run("set -l 1 drive/offset"), (Answer{1, "/drive/offset   [1]\n"}));
-  EXPECT_EQ(run("set 2 drive/offset -cl"), (Answer{1, "/drive/offset   [2]\n"}));
-  EXPECT_EQ(run("str 3 drive/offset"), (Answer{1, "/drive/offset   [2]\n"}));
+TEST_F(Set, PassesTheLoadersFlagWithTheOption) {
+  EXPECT_EQ(run("set 1 drive/offset"), (CommandResult{1, "/drive/offset   [0]\n"}));
+  EXPECT_EQ(run("set -c 1 drive/offset"), (CommandResult{1, "/drive/offset   [0]\n"}));
+  EXPECT_EQ(run("set -l 1 drive/offset"), (CommandResult{1, "/drive/offset   [1]\n"}));
+  EXPECT_EQ(run("set 2 drive/offset -cl"), (CommandResult{1, "/drive/offset   [2]\n"}));
+  EXPECT_EQ(run("str 3 drive/offset"), (CommandResult{1, "/drive/offset   [2]\n"}));
   forceLoadFlag = true;
-  EXPECT_EQ(run("set 3 drive/offset"), (Answer{1, "/drive/offset   [3]\n"}));
+  EXPECT_EQ(run("set 3 drive/offset"), (CommandResult{1, "/drive/offset   [3]\n"}));
 }
 
-TEST_F(Set, TakesAValueThatBeginsWithADashForOptions) {
+TEST_F(Set, TreatsAValueThatBeginsWithADashAsOptions) {
   ASSERT_EQ(run("cd drive/speed").result, 1);
-  EXPECT_EQ(run("set -5 7"), (Answer{1, "/drive/speed    [7]\n"}));
+  EXPECT_EQ(run("set -5 7"), (CommandResult{1, "/drive/speed    [7]\n"}));
 }
 
-TEST_F(Set, StoresNothingWhereThereIsNoPart) {
+TEST_F(Set, StoresNothingIfThereIsNoPart) {
   for (const char* path : {"nothing", "drive", "drive/", "x/y", "/", "..", "drive/noname-1", ""}) {
-    EXPECT_EQ(run(std::string("set 1 ") + path), (Answer{3, ""})) << path;
+    EXPECT_EQ(run(std::string("set 1 ") + path), (CommandResult{3, ""})) << path;
   }
 }
 
 TEST_F(Set, StoresNothingWithoutAServer) {
   ASSERT_EQ(run("cd drive/speed").result, 1);
   server_.end();
-  EXPECT_EQ(run("set 1"), (Answer{3, ""}));
-  EXPECT_EQ(run("str 1 /drive/label"), (Answer{3, ""}));
+  EXPECT_EQ(run("set 1"), (CommandResult{3, ""}));
+  EXPECT_EQ(run("str 1 /drive/label"), (CommandResult{3, ""}));
   ASSERT_EQ(run("cd").result, 1);
-  EXPECT_EQ(run("set 1 drive/speed"), (Answer{3, ""}));
+  EXPECT_EQ(run("set 1 drive/speed"), (CommandResult{3, ""}));
 }
 
-TEST_F(Set, WantsAValue) {
-  EXPECT_EQ(run("set"), (Answer{5, "ERROR: OptionError\n"}));
-  EXPECT_EQ(run("str"), (Answer{5, "ERROR: OptionError\n"}));
-  EXPECT_EQ(run("set 1 a b"), (Answer{5, "ERROR: OptionError\n"}));
-  EXPECT_EQ(run("set -r 1 a"), (Answer{5, "ERROR: OptionError\n"}));
+TEST_F(Set, RequiresAValue) {
+  EXPECT_EQ(run("set"), (CommandResult{5, "ERROR: OptionError\n"}));
+  EXPECT_EQ(run("str"), (CommandResult{5, "ERROR: OptionError\n"}));
+  EXPECT_EQ(run("set 1 a b"), (CommandResult{5, "ERROR: OptionError\n"}));
+  EXPECT_EQ(run("set -r 1 a"), (CommandResult{5, "ERROR: OptionError\n"}));
 }
 
 TEST_F(Str, StoresAnyText) {
   EXPECT_EQ(run("str \"three more words\" drive/label"),
-            (Answer{1, "/drive/label    [three more words]\n"}));
-  EXPECT_EQ(run("str -5 drive/label"), (Answer{1, "/drive/label    [-5]\n"}));
-  EXPECT_EQ(run("str \"\" drive/label"), (Answer{1, "/drive/label    []\n"}));
+            (CommandResult{1, "/drive/label    [three more words]\n"}));
+  EXPECT_EQ(run("str -5 drive/label"), (CommandResult{1, "/drive/label    [-5]\n"}));
+  EXPECT_EQ(run("str \"\" drive/label"), (CommandResult{1, "/drive/label    []\n"}));
   EXPECT_EQ(run("str \xff\x1b drive/label extra words"),
-            (Answer{1, "/drive/label    [\xff\x1b]\n"}));
+            (CommandResult{1, "/drive/label    [\xff\x1b]\n"}));
   EXPECT_EQ(server_.label.value(), "\xff\x1b");
 }
 
-TEST_F(Str, HandsTheTextOnInItsCountedForm) {
+TEST_F(Str, PassesTheTextAfterItsLength) {
   struct Recorder : Scope {
     using Scope::Scope;
     int doSet(unsigned options, const char* value, const char* path) override {

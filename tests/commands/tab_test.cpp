@@ -30,17 +30,17 @@ using testing::StartsWith;
 
 using Words = std::vector<std::string>;
 
-/// An interactive shell whose keys the test presses itself.
+/// An interactive shell; the test passes the keys to its line editor.
 class Scope : public TreeScope {
  public:
   explicit Scope(EvtSrv::EventPortManager* manager) : TreeScope(manager, 0) {}
 
   LineEditor& editor() { return lineEditor_; }
-  /// The prompt with `line` behind it.
+  /// The prompt, followed by `line`.
   [[nodiscard]] std::string prompt(const std::string& line) const {
     return EditorEcho(promptText()).prompt(line);
   }
-  /// `line` drawn anew with the cursor at its end.
+  /// `line` repainted with the cursor at its end.
   [[nodiscard]] std::string redrawn(const std::string& line) const {
     return EditorEcho(promptText()).redrawn(line, line.size());
   }
@@ -64,7 +64,7 @@ class Completing : public testing::Test {
     ASSERT_EQ(scope_.dispatch(("cd " + path).c_str()), 1);
   }
 
-  /// What a Tab press writes behind `line`.
+  /// The output of the Tab key after `line` was typed.
   std::string tabAfter(const std::string& line) {
     scope_.editor().setLine(line);
     CapturedOutput output;
@@ -74,8 +74,8 @@ class Completing : public testing::Test {
 
   const std::string& line() { return scope_.editor().line(); }
 
-  /// The bytes of a Tab press that turns `before` into `after`, `listed` being the
-  /// candidates where there are several.
+  /// The output of the Tab key if it turns `before` into `after` and lists the
+  /// candidates `listed`.
   std::string expected(const std::string& before, const std::string& after, const Words& listed) {
     return '\n' + listedCandidates(listed) + scope_.prompt(before) + scope_.redrawn(after);
   }
@@ -98,7 +98,7 @@ class CompletingTree : public Completing {
 struct TreeCase {
   std::string before;
   std::string after;
-  /// The candidates where there are several.
+  /// The listed candidates; none are listed if there is only one.
   Words listed{};
 };
 
@@ -132,7 +132,7 @@ TEST_F(CompletingTree, OffersTheChildrenThatBeginWithTheWord) {
   }
 }
 
-TEST_F(CompletingTree, OffersNothingWhereNothingBeginsWithTheWord) {
+TEST_F(CompletingTree, OffersNothingIfNoChildBeginsWithTheWord) {
   for (const char* before : {"get x", "get nowhere/", "get drive/speed/", "get drive/speed/x",
                              "get ../", "get empty/", "get noname-4/", "get noname-x/", "get D"}) {
     EXPECT_EQ(tabAfter(before), '\n' + scope_.prompt(before)) << before;
@@ -140,7 +140,7 @@ TEST_F(CompletingTree, OffersNothingWhereNothingBeginsWithTheWord) {
   }
 }
 
-TEST_F(CompletingTree, OffersTheParentAsItStands) {
+TEST_F(CompletingTree, CompletesTwoDotsWithoutResolvingThem) {
   const std::vector<TreeCase> cases = {
       {"cd ..", "cd ../"},
       {"cd drive/..", "cd drive/../"},
@@ -169,12 +169,12 @@ TEST_F(CompletingTree, StartsFromTheCurrentDirectory) {
   }
 }
 
-TEST_F(CompletingTree, TakesTheHomeMarkForTheRoot) {
+TEST_F(CompletingTree, TreatsATildeAsTheRoot) {
   enter("drive");
   const std::vector<TreeCase> cases = {
       {"get ~/t", "get ~/top"},
       {"get ~drive/la", "get ~drive/label"},
-      // The mark is part of the component that the candidate takes the place of.
+      // The tilde is part of the component that the candidate replaces.
       {"get ~t", "get top"},
       {"get drive/~t", "get drive/~t"},
   };
@@ -187,11 +187,11 @@ TEST_F(CompletingTree, TakesTheHomeMarkForTheRoot) {
 TEST_F(CompletingTree, CompletesCommandWordsFirst) {
   EXPECT_EQ(tabAfter("g"), '\n' + scope_.prompt("get "));
   EXPECT_EQ(line(), "get ");
-  // Complete, but for its blank.
+  // Complete except for the space.
   EXPECT_EQ(tabAfter("get"), '\n' + scope_.prompt("get "));
 }
 
-TEST_F(CompletingTree, GivesSuccess) {
+TEST_F(CompletingTree, ReturnsSuccess) {
   CapturedOutput output;
   EXPECT_EQ(scope_.completeWord(nullptr, nullptr), 1);
   EXPECT_EQ(scope_.completeWord("x", nullptr), 1);
@@ -200,7 +200,7 @@ TEST_F(CompletingTree, GivesSuccess) {
   EXPECT_EQ(scope_.completeWord("ls ", ""), 1);
 }
 
-TEST_F(CompletingTree, RemembersTheNamesThatItHasSeen) {
+TEST_F(CompletingTree, StoresNamesInTheWordTree) {
   tabAfter("get drive/l");
   EXPECT_THAT(scope_.known(name_ + "/drive/l*"),
               ElementsAre(name_ + "/drive/label", name_ + "/drive/limited"));
@@ -212,7 +212,7 @@ TEST_F(CompletingTree, RemembersTheNamesThatItHasSeen) {
       ElementsAre(name_ + "/drive/speed", name_ + "/drive/serial", name_ + "/drive/secret"));
 }
 
-TEST_F(CompletingTree, LeavesAnEditableLineWhenTheServerIsGone) {
+TEST_F(CompletingTree, LeavesAnEditableLineAfterTheServerHasStopped) {
   server_.end();
   EXPECT_EQ(tabAfter("get drive/s"), '\n' + scope_.prompt("get drive/s"));
   CapturedOutput output;
@@ -220,7 +220,7 @@ TEST_F(CompletingTree, LeavesAnEditableLineWhenTheServerIsGone) {
   EXPECT_EQ(line(), "get drive/sx");
 }
 
-/// A server of many nodes that stops answering when a number of events is used up.
+/// A server with many nodes that handles a limited number of events and then hangs.
 class StallingServer {
  public:
   explicit StallingServer(const std::string& name) {
@@ -230,8 +230,8 @@ class StallingServer {
       EXPECT_EQ(nodes_.back()->add(leaves_.back().get()), ModelSrv::ModelRes_Success);
       EXPECT_EQ(root_.add(nodes_.back().get()), ModelSrv::ModelRes_Success);
     }
-    // Clients trust a service as long as the thread lives that has started it: here
-    // they ask for each thing.
+    // Clients cache replies only while the thread that started the service runs: here
+    // each request is an exchange.
     std::thread([&] { EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success); }).join();
     thread_ = std::thread([this] { serve(); });
   }
@@ -244,7 +244,7 @@ class StallingServer {
     root_.stop(true);
   }
 
-  /// Lets so many events be handled from now on.
+  /// Lets the server handle that many more events.
   void allow(int events) {
     allowed_ = events;
     allowed_.notify_all();
@@ -275,7 +275,7 @@ std::ptrdiff_t countOf(const std::string& text, char wanted) {
   return std::count(text.begin(), text.end(), wanted);
 }
 
-TEST_F(Completing, WaitsOnceForAServerThatHangsHoweverManyChildrenAreAsked) {
+TEST_F(Completing, WaitsOnceForAServerThatHangsWithManyChildren) {
   const std::string name = uniquePortName();
   StallingServer server(name);
   connect(name);
@@ -365,7 +365,7 @@ TEST_F(CompletingServers, OffersAllNamesForAnEmptyWord) {
   EXPECT_THAT(scope_.known("*"), testing::IsSupersetOf({upper, lower}));
 }
 
-TEST_F(CompletingServers, OffersNamesAlone) {
+TEST_F(CompletingServers, OffersNothingForDotsAndTildes) {
   const std::string stem = uniquePortName();
   makePipe(stem + ".fifo");
   for (const std::string& before : {std::string("cd .."), "cd ~" + stem, "cd " + stem + "/.."}) {

@@ -27,7 +27,7 @@ struct SuffixCase {
   const char* index;
 };
 
-TEST(TakeElementSuffix, WantsSomethingBetweenTheFirstBrackets) {
+TEST(TakeElementSuffix, RequiresTextBetweenTheFirstBrackets) {
   const SuffixCase cases[] = {
       {"a[3]", "a", "3"},     {"[3]", "", "3"},         {"a[3]b", "ab", "3"},
       {"a[]", "a[]", ""},     {"a[", "a[", ""},         {"a[3", "a[3", ""},
@@ -42,7 +42,7 @@ TEST(TakeElementSuffix, WantsSomethingBetweenTheFirstBrackets) {
   }
 }
 
-TEST(FindChild, AppendsTheChildAsItIsShown) {
+TEST(FindChild, AppendsTheChildWithItsDisplayedName) {
   const ResolvedParent parent{{{1}, {"drive"}}, ChildList({4, 12}, {"speed", ""})};
   EXPECT_EQ(findChild(parent, "speed"), (NamedChain{{1, 4}, {"drive", "speed"}}));
   EXPECT_EQ(findChild(parent, "noname-12"), (NamedChain{{1, 12}, {"drive", "noname-12"}}));

@@ -12,14 +12,14 @@
 namespace treescope::test {
 namespace {
 
-/// Commands whose file is "f" in a directory of the test's.
+/// `to` with the file "f" in a scratch directory.
 class To : public ScopeFixture {
  protected:
   void SetUp() override { connect(); }
 
-  /// What `to` leaves in the file that was there before.
+  /// Runs `to` on an existing file and returns the new content.
   std::string saved(const std::string& path = {}) {
-    const std::string file = directory_.write("f", "from before");
+    const std::string file = directory_.write("f", "old content");
     EXPECT_EQ(run("to " + file + ' ' + path).result, 1) << path;
     return directory_.read("f");
   }
@@ -59,19 +59,20 @@ TEST_F(To, WritesEveryPartOfTheServer) {
   EXPECT_EQ(saved("/drive/inner/"), "set 5 /drive/inner/deep\n");
 }
 
-TEST_F(To, ReportsEveryLine) {
+TEST_F(To, ReportsEveryCommand) {
   ASSERT_EQ(run("cd drive/gains").result, 1);
-  EXPECT_EQ(run("to " + file_), (Answer{1,
-                                        " make command [1.5] -> [set 1.5 ]\n"
-                                        " make command [0.25] -> [set 0.25 ]\n"}));
+  EXPECT_EQ(run("to " + file_), (CommandResult{1,
+                                               " make command [1.5] -> [set 1.5 ]\n"
+                                               " make command [0.25] -> [set 0.25 ]\n"}));
   EXPECT_EQ(run("to " + file_ + " ../label"),
-            (Answer{1, " make command [two words] -> [str \"two words\" ]\n"}));
-  EXPECT_EQ(run("to " + file_ + " /empty"), (Answer{1, " make command [] -> [str \"\" ]\n"}));
+            (CommandResult{1, " make command [two words] -> [str \"two words\" ]\n"}));
+  EXPECT_EQ(run("to " + file_ + " /empty"),
+            (CommandResult{1, " make command [] -> [str \"\" ]\n"}));
   EXPECT_EQ(run("to " + file_ + " /top"),
-            (Answer{1, " make command [line\nbreak] -> [set line\nbreak ]\n"}));
+            (CommandResult{1, " make command [line\nbreak] -> [set line\nbreak ]\n"}));
 }
 
-TEST_F(To, LeavesTheNamedChildOutOfThePaths) {
+TEST_F(To, OmitsTheNamedChildFromThePaths) {
   struct Case {
     std::string path;
     std::string lines;
@@ -94,7 +95,7 @@ TEST_F(To, LeavesTheNamedChildOutOfThePaths) {
   EXPECT_EQ(saved("../drive/inner"), "set 5 /drive/deep\n");
 }
 
-TEST_F(To, WritesThePartItIsIn) {
+TEST_F(To, WritesTheCurrentPart) {
   ASSERT_EQ(run("cd drive/raw").result, 1);
   const std::string raw = "set 1 /drive/raw[0]\nset 2 /drive/raw[1]\nset 3 /drive/raw[2]\n";
   EXPECT_EQ(saved(), raw);
@@ -105,49 +106,51 @@ TEST_F(To, WritesThePartItIsIn) {
   EXPECT_EQ(saved(), driveLines);
 }
 
-TEST_F(To, LeavesAnEmptyFileForAChildThatIsNotThere) {
+TEST_F(To, LeavesAnEmptyFileForAnUnknownChild) {
   for (const char* path : {"nothing", "drive/nothing", "drive/noname-1", "drive/gains[0]",
                            "drive/gains/p", "..", "drive/.."}) {
     EXPECT_EQ(saved(path), "") << path;
   }
 }
 
-TEST_F(To, LeavesAnEmptyFileWhereThePathLeadsNowhere) {
+TEST_F(To, LeavesAnEmptyFileIfThePathDoesNotResolve) {
   for (const char* path : {"nothing/x", "../x", "../", "drive/speed/x/y"}) {
-    EXPECT_EQ(run("to " + directory_.write("f", "from before") + ' ' + path), (Answer{3, ""}));
+    EXPECT_EQ(run("to " + directory_.write("f", "old content") + ' ' + path),
+              (CommandResult{3, ""}));
     EXPECT_EQ(directory_.read("f"), "") << path;
   }
 }
 
-TEST_F(To, SaysWhenTheFileCannotBeOpened) {
-  const Answer refused{6, "ERROR: OpenFileError\n"};
-  EXPECT_EQ(run("to " + directory_.file("none/f")), refused);
+TEST_F(To, ReportsAFileThatCannotBeOpened) {
+  const CommandResult error{6, "ERROR: OpenFileError\n"};
+  EXPECT_EQ(run("to " + directory_.file("none/f")), error);
   EXPECT_FALSE(std::filesystem::exists(directory_.file("none")));
-  EXPECT_EQ(run("to " + directory_.path()), refused);
-  EXPECT_EQ(run("to \"\""), refused);
+  EXPECT_EQ(run("to " + directory_.path()), error);
+  EXPECT_EQ(run("to \"\""), error);
   const std::string pipe = directory_.file("pipe");
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-  EXPECT_EQ(run("to " + pipe), refused);
-  // Before it looks at the path.
-  EXPECT_EQ(run("to " + directory_.path() + " nothing/x"), refused);
+  EXPECT_EQ(run("to " + pipe), error);
+  // The file is opened before the path is resolved.
+  EXPECT_EQ(run("to " + directory_.path() + " nothing/x"), error);
 }
 
-TEST_F(To, SaysNothingOfAFullDisk) {
-  EXPECT_EQ(run("to /dev/full drive/speed"), (Answer{1, " make command [42] -> [set 42 ]\n"}));
+TEST_F(To, ReportsNoErrorForAFullDisk) {
+  EXPECT_EQ(run("to /dev/full drive/speed"),
+            (CommandResult{1, " make command [42] -> [set 42 ]\n"}));
   ASSERT_EQ(server_.label.setValue(std::string(200000, 'x')), ModelSrv::ModelRes_Success);
   EXPECT_EQ(run("to /dev/full").result, 1);
 }
 
-TEST_F(To, TouchesNothingWhileNotConnected) {
+TEST_F(To, OpensNoFileWhileNotConnected) {
   ASSERT_EQ(run("cd").result, 1);
-  EXPECT_EQ(run("to " + directory_.write("f", "from before")), (Answer{3, ""}));
-  EXPECT_EQ(directory_.read("f"), "from before");
-  EXPECT_EQ(run("to " + directory_.path()), (Answer{3, ""}));
+  EXPECT_EQ(run("to " + directory_.write("f", "old content")), (CommandResult{3, ""}));
+  EXPECT_EQ(directory_.read("f"), "old content");
+  EXPECT_EQ(run("to " + directory_.path()), (CommandResult{3, ""}));
 }
 
-TEST_F(To, LeavesAnEmptyFileWhereTheServerHasGone) {
+TEST_F(To, LeavesAnEmptyFileAfterTheServerHasStopped) {
   server_.end();
-  EXPECT_EQ(run("to " + file_), (Answer{3, ""}));
+  EXPECT_EQ(run("to " + file_), (CommandResult{3, ""}));
   EXPECT_EQ(directory_.read("f"), "");
 }
 
@@ -155,40 +158,40 @@ TEST_F(To, WritesTextsOfAnyBytes) {
   const std::string bytes("\x01\xff\x1b[31m\0;\t%s", 12);
   ASSERT_EQ(server_.label.setValue(bytes), ModelSrv::ModelRes_Success);
   EXPECT_EQ(run("to " + file_ + " drive/label"),
-            (Answer{1, " make command [" + bytes + "] -> [set " + bytes + " ]\n"}));
+            (CommandResult{1, " make command [" + bytes + "] -> [set " + bytes + " ]\n"}));
   EXPECT_EQ(directory_.read("f"), "set " + bytes + " /drive\n");
 }
 
-/// A node that counts how often its children are asked for or gone through.
+/// A node that counts the requests about it and the parts below it.
 class CountedNode : public ModelSrv::ModelNode {
  public:
   using ModelNode::ModelNode;
-  std::atomic<int> asked{0};
+  std::atomic<int> requests{0};
 
  protected:
   ModelNode* asNode() override {
-    ++asked;
+    ++requests;
     return ModelNode::asNode();
   }
 };
 
-TEST_F(To, AsksForTheIdsAndTheNamesOfChildrenOnce) {
+TEST_F(To, RequestsTheIdsAndTheNamesOfChildrenOnce) {
   CountedNode counted(60, "counted");
   ModelSrv::ModelNode inner(1, "inner");
   ModelSrv::ValuePart<bool> leaf(1, "leaf");
   ASSERT_EQ(inner.add(&leaf), ModelSrv::ModelRes_Success);
   ASSERT_EQ(counted.add(&inner), ModelSrv::ModelRes_Success);
-  // The library asks this server for each thing that the shell asks for.
-  const std::string name = test_support::uniquePortName("plain");
-  SampleServer plain(name, SampleServer::Prefetch::none);
-  ASSERT_EQ(plain.drive().add(&counted), ModelSrv::ModelRes_Success);
+  // With this server each request of the shell is an exchange.
+  const std::string name = test_support::uniquePortName("uncached");
+  SampleServer uncached(name, SampleServer::Prefetch::disabled);
+  ASSERT_EQ(uncached.drive().add(&counted), ModelSrv::ModelRes_Success);
   ASSERT_EQ(run("cd").result, 1);
   ASSERT_EQ(run("cd " + name).result, 1);
   ASSERT_TRUE(scope_.hasChildren({}, true));
   const IdChain node{1, 60};
   const IdChain below{1, 60, 1};
   const IdChain part{1, 60, 1, 1};
-  counted.asked = 0;
+  counted.requests = 0;
   std::string text;
   for (const IdChain& chain : {node, below}) {
     ChildList children;
@@ -197,15 +200,15 @@ TEST_F(To, AsksForTheIdsAndTheNamesOfChildrenOnce) {
   ASSERT_FALSE(scope_.hasChildren(part, true));
   ASSERT_EQ(scope_.elementSum(part, true), 0);
   scope_.readValueText(part, text, true);
-  // Before the subtree, the command resolves the path and lists the children there.
+  // The command first resolves the path and lists the children there.
   ASSERT_TRUE(resolveParent(scope_, "drive/counted"));
-  const int once = counted.asked.exchange(0);
+  const int expected = counted.requests.exchange(0);
   EXPECT_EQ(run("to " + file_ + " drive/counted/"),
-            (Answer{1, " make command [false] -> [set false ]\n"}));
-  EXPECT_EQ(counted.asked, once);
+            (CommandResult{1, " make command [false] -> [set false ]\n"}));
+  EXPECT_EQ(counted.requests, expected);
 }
 
-TEST_F(To, WalksDeepTrees) {
+TEST_F(To, WritesATreeOf1000Levels) {
   constexpr int depth = 1000;
   ModelSrv::ValuePart<std::int32_t> leaf(1, "leaf", 6);
   std::deque<ModelSrv::ModelNode> nodes;
@@ -222,11 +225,11 @@ TEST_F(To, WalksDeepTrees) {
   EXPECT_EQ(saved(), "set 6 /drive" + path + "/leaf\n");
 }
 
-TEST_F(To, WantsAFileAndTakesOnePath) {
-  const Answer refused{5, "ERROR: OptionError\n"};
-  EXPECT_EQ(run("to"), refused);
-  EXPECT_EQ(run("to " + file_ + " a b"), refused);
-  EXPECT_EQ(run("to -r " + file_), refused);
+TEST_F(To, RequiresAFileAndAcceptsOnePath) {
+  const CommandResult error{5, "ERROR: OptionError\n"};
+  EXPECT_EQ(run("to"), error);
+  EXPECT_EQ(run("to " + file_ + " a b"), error);
+  EXPECT_EQ(run("to -r " + file_), error);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ using testing::IsEmpty;
 
 class Connection : public ScopeFixture {};
 
-TEST_F(Connection, StandsAtTheServersRoot) {
+TEST_F(Connection, StartsAtTheServersRoot) {
   EXPECT_FALSE(scope_.connected());
   EXPECT_EQ(scope_.connectServer(name_), 1);
   ASSERT_TRUE(scope_.connected());
@@ -24,7 +24,7 @@ TEST_F(Connection, StandsAtTheServersRoot) {
   EXPECT_THAT(scope_.children(), ElementsAre(scope_.currentPart()));
 }
 
-TEST_F(Connection, ChangesNothingWhereNobodyServes) {
+TEST_F(Connection, ChangesNothingWithoutAServer) {
   EXPECT_EQ(scope_.connectServer(test_support::uniquePortName()), 7);
   EXPECT_EQ(scope_.connectServer(""), 7);
   EXPECT_EQ(scope_.connectServer("a/b"), 7);
@@ -33,7 +33,7 @@ TEST_F(Connection, ChangesNothingWhereNobodyServes) {
   EXPECT_THAT(scope_.children(), IsEmpty());
 }
 
-TEST_F(Connection, GivesUpOnAServerThatHangs) {
+TEST_F(Connection, FailsIfTheServerHangs) {
   server_.hang();
   EXPECT_EQ(scope_.connectServer(name_), 7);
   server_.resume();
@@ -41,18 +41,18 @@ TEST_F(Connection, GivesUpOnAServerThatHangs) {
   EXPECT_EQ(scope_.connectServer(name_), 1);
 }
 
-TEST_F(Connection, DropsSubscriptionsBeforeThePart) {
+TEST_F(Connection, CancelsSubscriptionsBeforeDeletingThePart) {
   ASSERT_EQ(scope_.connectServer(name_), 1);
   EXPECT_EQ(scope_.disconnectServer(), 1);
-  EXPECT_EQ(scope_.dropped, 1);
-  EXPECT_EQ(scope_.droppedPath, "(null)");
-  EXPECT_TRUE(scope_.wasConnected);
+  EXPECT_EQ(scope_.duCalls, 1);
+  EXPECT_EQ(scope_.duPath, "(null)");
+  EXPECT_TRUE(scope_.connectedDuringDu);
   EXPECT_FALSE(scope_.connected());
   EXPECT_THAT(scope_.currentPath(), IsEmpty());
   EXPECT_THAT(scope_.children(), IsEmpty());
 }
 
-TEST_F(Connection, LeadsToAnotherServerAfterwards) {
+TEST_F(Connection, CanBeOpenedToAnotherServerAfterwards) {
   const std::string other = test_support::uniquePortName();
   SampleServer second(other);
   ASSERT_EQ(second.speed.setValue(77), ModelSrv::ModelRes_Success);
@@ -65,20 +65,20 @@ TEST_F(Connection, LeadsToAnotherServerAfterwards) {
   EXPECT_THAT(scope_.currentPath(), ElementsAre(other));
 }
 
-/// A node that counts how often a request led into it.
+/// A node that counts the requests about it and the parts below it.
 class CountedNode : public ModelSrv::ModelNode {
  public:
   using ModelNode::ModelNode;
-  std::atomic<int> entered{0};
+  std::atomic<int> requests{0};
 
  protected:
   ModelNode* asNode() override {
-    ++entered;
+    ++requests;
     return ModelNode::asNode();
   }
 };
 
-TEST_F(Connection, EndsWithTheShellThatTakesItsSubscriptionsBack) {
+TEST_F(Connection, EndsWithTheShellAndItsSubscriptions) {
   CountedNode node(41, "node");
   ModelSrv::ValuePart<bool> part(1, "part");
   ASSERT_EQ(node.add(&part), ModelSrv::ModelRes_Success);
@@ -89,9 +89,9 @@ TEST_F(Connection, EndsWithTheShellThatTakesItsSubscriptionsBack) {
     if (subscribed) {
       ASSERT_EQ(scope->subscribePath({1, 41, 1}), 1);
     }
-    node.entered = 0;
+    node.requests = 0;
     scope.reset();
-    EXPECT_EQ(node.entered > 0, subscribed);
+    EXPECT_EQ(node.requests > 0, subscribed);
   }
 }
 

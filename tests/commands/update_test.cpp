@@ -7,7 +7,7 @@ class UpdateDisplay : public ScopeFixture {
  protected:
   void SetUp() override { connect(); }
 
-  /// What the root's listing shows behind its first node.
+  /// The listing of the root after its first node.
   static std::string top() {
     return "+-- empty        []\n+-- noname-3/\n    +-- notfound  [nodata]\n+-- " +
            SampleServer::oddName() + "  [odd value]\n+-- top          [line break]\n";
@@ -23,39 +23,40 @@ TEST_F(UpdateDisplay, PrintsThePathOfThePartThatChanged) {
   EXPECT_EQ(takeUpdates(1), "/drive/noname-12\n");
 }
 
-TEST_F(UpdateDisplay, OfTheRootPrintsASlash) {
+TEST_F(UpdateDisplay, PrintsASlashForTheRoot) {
   const std::string listing = "/\n+-- drive/\n    +-- notfound  [nodata]\n" + top();
-  EXPECT_EQ(handUpdate({1, 0xff, 0xff}), listing);
-  EXPECT_EQ(handUpdate({1}), listing);
+  EXPECT_EQ(deliverUpdate({1, 0xff, 0xff}), listing);
+  EXPECT_EQ(deliverUpdate({1}), listing);
 }
 
-TEST_F(UpdateDisplay, OfAnUnknownPartPrintsItsIds) {
-  EXPECT_EQ(handUpdate({1, 0x00, 0x4d, 0x00, 0x05, 0xff, 0xff}), "/noname-77/noname-5\n");
+TEST_F(UpdateDisplay, PrintsTheIdsOfAnUnknownPart) {
+  EXPECT_EQ(deliverUpdate({1, 0x00, 0x4d, 0x00, 0x05, 0xff, 0xff}), "/noname-77/noname-5\n");
 }
 
-TEST_F(UpdateDisplay, IsDroppedWhileNotConnected) {
+TEST_F(UpdateDisplay, PrintsNothingWhileNotConnected) {
   ASSERT_EQ(scope_.subscribePath({1, 1}), 1);
   ASSERT_EQ(run("cd").result, 1);
-  EXPECT_EQ(handUpdate({1, 0x00, 0x01, 0x00, 0x01, 0xff, 0xff}), "");
+  EXPECT_EQ(deliverUpdate({1, 0x00, 0x01, 0x00, 0x01, 0xff, 0xff}), "");
 }
 
-TEST_F(UpdateDisplay, ReachesTheShellThroughItsPort) {
+TEST_F(UpdateDisplay, IsCalledThroughTheShellsPort) {
   EvtSrv::MemoryHolder data({1, 0, 1, 0xff, 0xff}, 1);
   EvtSrv::MemoryHolder reply;
   EvtSrv::EventPort& port = scope_;
+  const KSTD::KThreadMutexLock held(manager_.clientMutex);
   test_support::CapturedOutput captured;
   EXPECT_EQ(port.receive("x", ModelSrv::ModelRoot::EvtTyp_Model_Update, &data, &reply),
             EvtSrv::EvtRes_Success);
   EXPECT_TRUE(captured.take().starts_with("/drive\n+-- speed      [42]\n"));
 }
 
-TEST_F(UpdateDisplay, DrawsTheElementsOfAnArray) {
+TEST_F(UpdateDisplay, PrintsTheElementsOfAnArray) {
   ASSERT_EQ(run("eu drive/gains").result, 1);
   ASSERT_EQ(server_.gains.setValue(1, 2.5), ModelSrv::ModelRes_Success);
   EXPECT_EQ(takeUpdates(1), "/drive/gains\n+-- [0](p)  [1.5]\n+-- [1](i)  [2.5]\n");
 }
 
-TEST_F(UpdateDisplay, ShowsWhatAnotherClientStored) {
+TEST_F(UpdateDisplay, PrintsWhatAnotherClientStored) {
   EvtSrv::EventPortManager otherManager(EvtSrv::ConBehave_Void, true);
   TreeScope other(&otherManager, 1);
   ASSERT_EQ(other.connectServer(name_), 1);
@@ -68,8 +69,8 @@ TEST_F(UpdateDisplay, ShowsWhatAnotherClientStored) {
   EXPECT_EQ(takeUpdates(1), "/drive/inner/deep\n");
 }
 
-TEST_F(UpdateDisplay, ReadsIdsMostSignificantByteFirstWhereTheFlagSaysSo) {
-  EXPECT_EQ(handUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
+TEST_F(UpdateDisplay, ReadsTheMostSignificantByteOfAnIdFirst) {
+  EXPECT_EQ(deliverUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
 }
 
 class NameCache : public UpdateDisplay {
@@ -83,18 +84,22 @@ class NameCache : public UpdateDisplay {
     ASSERT_TRUE(areCached());
   }
 
-  bool areCached() { return scope_.currentPart()->cachedNames(speed_) != nullptr; }
+  bool areCached() {
+    const KSTD::KThreadMutexLock held(manager_.clientMutex);
+    return scope_.currentPart()->cachedNames(speed_) != nullptr;
+  }
 
   const IdChain speed_{1, 1};
 };
 
-TEST_F(NameCache, AreShownByTheNextUpdate) {
+TEST_F(NameCache, IsUsedByTheNextUpdate) {
   ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
   EXPECT_EQ(takeUpdates(1), "/drive/speed\n");
+  const KSTD::KThreadMutexLock held(manager_.clientMutex);
   EXPECT_THAT(*scope_.currentPart()->cachedNames(speed_), testing::ElementsAre("drive", "speed"));
 }
 
-TEST_F(NameCache, LastAsLongAsTheSubscription) {
+TEST_F(NameCache, IsValidAsLongAsTheSubscription) {
   ASSERT_EQ(run("eu drive/speed").result, 1);
   EXPECT_FALSE(areCached()) << "the part may be another one";
   ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
@@ -104,7 +109,7 @@ TEST_F(NameCache, LastAsLongAsTheSubscription) {
   EXPECT_FALSE(areCached());
 }
 
-TEST_F(NameCache, AreForgottenWhenAnotherServerTakesTheConnection) {
+TEST_F(NameCache, IsInvalidatedByAnotherServerBehindTheConnection) {
   server_.end();
   SampleServer other(name_);
   ModelSrv::ValuePart<int> renamed(1, "revolutions", 1);
@@ -116,11 +121,12 @@ TEST_F(NameCache, AreForgottenWhenAnotherServerTakesTheConnection) {
   other.end();
 }
 
-TEST_F(NameCache, AreThoseOfSubscribedPartsTheServerListed) {
-  ASSERT_EQ(handUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
+TEST_F(NameCache, HoldsOnlySubscribedPartsThatTheServerLists) {
+  const KSTD::KThreadMutexLock held(manager_.clientMutex);
+  ASSERT_EQ(deliverUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
   EXPECT_EQ(scope_.currentPart()->cachedNames({5}), nullptr) << "not subscribed";
   scope_.currentPart()->addSubscription({77});
-  ASSERT_EQ(handUpdate({1, 0x00, 0x4d, 0xff, 0xff}), "/noname-77\n");
+  ASSERT_EQ(deliverUpdate({1, 0x00, 0x4d, 0xff, 0xff}), "/noname-77\n");
   EXPECT_EQ(scope_.currentPart()->cachedNames({77}), nullptr) << "not listed";
 }
 

@@ -12,7 +12,7 @@ struct LineCase {
   std::string line;
 };
 
-TEST(ValueLine, PutsTheValueAtTheNextMultipleOfFourColumns) {
+TEST(ValueLine, AlignsTheValueToFourColumns) {
   const LineCase cases[] = {
       {{}, "", "7", "/   [7]"},
       {{"a"}, "", "7", "/a  [7]"},
@@ -28,7 +28,7 @@ TEST(ValueLine, PutsTheValueAtTheNextMultipleOfFourColumns) {
   }
 }
 
-TEST(ValueLine, PutsTheIndexAsWrittenBehindTheLastName) {
+TEST(ValueLine, AppendsTheIndexToTheLastName) {
   EXPECT_EQ(valueLine({"a", "b", "c"}, "2", "x"), "/a/b/c[2]   [x]");
   EXPECT_EQ(valueLine({"p"}, "no number", ""), "/p[no number]   []");
   EXPECT_EQ(valueLine({}, "2", "x"), "/   [x]");
@@ -39,11 +39,11 @@ TEST(ValueLine, IsOneLine) {
   EXPECT_EQ(valueLine({"a"}, "\n", ""), "/a[ ]   []");
 }
 
-TEST(ValueLine, LeavesOtherBytesAlone) {
+TEST(ValueLine, KeepsOtherBytes) {
   EXPECT_EQ(valueLine({"\xff\x1b"}, "", "\r\t"), "/\xff\x1b [\r\t]");
 }
 
-TEST(SavedCommand, QuotesWhatHoldsABlankOrIsEmpty) {
+TEST(SavedCommand, QuotesValuesThatHoldASpaceOrAreEmpty) {
   struct Case {
     std::string value;
     std::string command;
@@ -78,7 +78,7 @@ std::string savedElementPath(const std::vector<std::string>& names, std::uint16_
   return line;
 }
 
-TEST(SavedElementPath, PutsTheIndexBehindTheLastName) {
+TEST(SavedElementPath, AppendsTheIndexToTheLastName) {
   EXPECT_EQ(savedElementPath({"drive", "gains"}, 0), "/drive/gains[0]");
   EXPECT_EQ(savedElementPath({"drive"}, 65533), "/drive[65533]");
   EXPECT_EQ(savedElementPath({}, 3), "");

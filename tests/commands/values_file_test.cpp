@@ -18,14 +18,14 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-/// The reading end of the named pipe `path`, opened without waiting.
+/// Opens the named pipe `path` for reading without waiting.
 int openReader(const std::string& path) {
   const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   EXPECT_NE(reader, -1);
   return reader;
 }
 
-TEST(ValuesFile, HoldsWhatWasWrittenOnceItIsClosed) {
+TEST(ValuesFile, HoldsTheTextAfterItIsClosed) {
   const ScratchDirectory directory;
   std::string whole;
   {
@@ -42,13 +42,13 @@ TEST(ValuesFile, HoldsWhatWasWrittenOnceItIsClosed) {
 
 TEST(ValuesFile, IsEmptiedWhenItIsOpened) {
   const ScratchDirectory directory;
-  const std::string path = directory.write("f", "from before");
+  const std::string path = directory.write("f", "old content");
   const ValuesFile file(path.c_str());
   EXPECT_TRUE(file.opened());
   EXPECT_EQ(directory.read("f"), "");
 }
 
-TEST(ValuesFile, CannotBeADirectoryOrLieWhereThereIsNone) {
+TEST(ValuesFile, CannotBeADirectoryOrInAMissingDirectory) {
   const ScratchDirectory directory;
   for (const std::string& path :
        {directory.path(), directory.file("none/f"), std::string(), std::string(5000, 'x')}) {
@@ -56,7 +56,7 @@ TEST(ValuesFile, CannotBeADirectoryOrLieWhereThereIsNone) {
   }
 }
 
-TEST(ValuesFile, DropsWhatAFullDiskDoesNotTake) {
+TEST(ValuesFile, DropsTextIfTheDiskIsFull) {
   ValuesFile file("/dev/full");
   ASSERT_TRUE(file.opened());
   file.write(std::string(200000, 'x'));
@@ -70,7 +70,7 @@ TEST(ValuesFile, DoesNotWaitForTheReaderOfAPipe) {
   EXPECT_FALSE(ValuesFile(path.c_str()).opened());
 }
 
-TEST(ValuesFile, WritesIntoAPipeThatIsRead) {
+TEST(ValuesFile, WritesIntoAPipeWithAReader) {
   const ScratchDirectory directory;
   const std::string path = directory.file("pipe");
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);

@@ -1,8 +1,8 @@
-/// The shell's reading of an update event.
+/// The shell's decoder of update events.
 ///
-/// Input: an event's bytes, the byte-order flag in front. Whatever they are, the
-/// chain is what a plain reading of number after number gives, and the event is
-/// read up to the end of the chain and no further.
+/// Input: the bytes of an event, beginning with the byte-order flag. For any bytes the
+/// chain equals that of a straightforward decoder, and the read position ends at the
+/// end of the chain.
 ///
 /// Corpus: `update`, `most_first`, `root`, `no_end`, `odd_byte`, `flag_only`.
 
@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
 
   EvtSrv::MemoryHolder holder(bytes, 1);
-  require(treescope::decodeUpdate(holder) == expected, "a chain is its numbers in turn");
-  require(holder.position() == end || holder.atEnd(), "no more than the chain is read");
+  require(treescope::decodeUpdate(holder) == expected, "the chain holds the ids in order");
+  require(holder.position() == end || holder.atEnd(), "the read position is after the chain");
   return 0;
 }

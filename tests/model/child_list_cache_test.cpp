@@ -5,16 +5,16 @@
 namespace treescope {
 namespace {
 
-ChildList only(std::uint16_t id) {
+ChildList listOf(std::uint16_t id) {
   return ChildList({id}, {"n"});
 }
 
-TEST(ChildListCache, KnowTheWayToTheLastNode) {
+TEST(ChildListCache, FindsTheBranchOfTheLastNode) {
   ChildListCache cache;
   EXPECT_EQ(cache.find({}), nullptr);
-  cache.store({}, only(1));
-  cache.store({1}, only(2));
-  cache.store({1, 2}, only(3));
+  cache.store({}, listOf(1));
+  cache.store({1}, listOf(2));
+  cache.store({1, 2}, listOf(3));
   ASSERT_NE(cache.find({}), nullptr);
   EXPECT_EQ(cache.find({})->id(0), 1);
   ASSERT_NE(cache.find({1}), nullptr);
@@ -26,36 +26,36 @@ TEST(ChildListCache, KnowTheWayToTheLastNode) {
   EXPECT_EQ(cache.find({1, 2, 3}), nullptr);
 }
 
-TEST(ChildListCache, ForgetABranchThatIsLeft) {
+TEST(ChildListCache, DropsABranchThatIsLeft) {
   ChildListCache cache;
-  cache.store({}, only(1));
-  cache.store({1}, only(2));
-  cache.store({1, 2}, only(3));
-  cache.store({4}, only(5));
+  cache.store({}, listOf(1));
+  cache.store({1}, listOf(2));
+  cache.store({1, 2}, listOf(3));
+  cache.store({4}, listOf(5));
   EXPECT_NE(cache.find({}), nullptr);
   EXPECT_NE(cache.find({4}), nullptr);
   EXPECT_EQ(cache.find({1}), nullptr);
   EXPECT_EQ(cache.find({4, 2}), nullptr);
 }
 
-TEST(ChildListCache, BeginAnywhere) {
+TEST(ChildListCache, StartsAtAnyNode) {
   ChildListCache cache;
-  cache.store({7, 8}, only(1));
+  cache.store({7, 8}, listOf(1));
   EXPECT_NE(cache.find({7, 8}), nullptr);
   EXPECT_EQ(cache.find({7}), nullptr);
   EXPECT_EQ(cache.find({}), nullptr);
-  cache.store({7, 8, 1}, only(2));
+  cache.store({7, 8, 1}, listOf(2));
   EXPECT_NE(cache.find({7, 8}), nullptr);
   EXPECT_NE(cache.find({7, 8, 1}), nullptr);
-  cache.store({3, 3, 3, 3, 3}, only(4));
+  cache.store({3, 3, 3, 3, 3}, listOf(4));
   EXPECT_NE(cache.find({3, 3, 3, 3, 3}), nullptr);
   EXPECT_EQ(cache.find({7, 8}), nullptr);
-  cache.store({}, only(5));
+  cache.store({}, listOf(5));
   EXPECT_NE(cache.find({}), nullptr);
   EXPECT_EQ(cache.find({3, 3, 3, 3, 3}), nullptr);
 }
 
-TEST(ChildListCache, AreUsedByTheOutermostUser) {
+TEST(ChildListCache, BelongsToTheOutermostUse) {
   ChildListCache* slot = nullptr;
   {
     const ChildListCache::Use outer(slot);

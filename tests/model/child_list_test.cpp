@@ -16,7 +16,7 @@ struct Case {
   std::optional<std::size_t> position;
 };
 
-TEST(FindName, TakesTheFirstChildThatIsShownSo) {
+TEST(FindName, FindsTheFirstChildThatIsDisplayedAsTheName) {
   const Case cases[] = {
       {"speed", 0},      {"gain", 2},   {"noname-3", 1}, {"noname-4", 4}, {"noname-12", {}},
       {"noname-03", {}}, {"Speed", {}}, {"spee", {}},    {"speed ", {}},  {"", {}},
@@ -28,7 +28,7 @@ TEST(FindName, TakesTheFirstChildThatIsShownSo) {
   }
 }
 
-TEST(FindComponent, ReadsWhatFollowsNonameAsAnId) {
+TEST(FindComponent, ReadsTheTextAfterNonameAsAnId) {
   const Case cases[] = {
       {"speed", 0},
       {"gain", 2},
@@ -53,19 +53,19 @@ TEST(FindComponent, ReadsWhatFollowsNonameAsAnId) {
   }
 }
 
-TEST(ChildList, ShowsANameForEveryChild) {
+TEST(ChildList, HasADisplayedNameForEveryChild) {
   EXPECT_EQ(children().name(1), "noname-3");
   EXPECT_EQ(children().servedName(1), "");
   EXPECT_EQ(children().name(3), "speed");
 }
 
-TEST(ChildList, TakesAMissingNameForNone) {
+TEST(ChildList, TreatsAMissingNameAsEmpty) {
   const ChildList list({1, 2}, {"a"});
   EXPECT_EQ(list.size(), 2U);
   EXPECT_EQ(list.name(1), "noname-2");
 }
 
-TEST(ChildList, DropsANameTooMany) {
+TEST(ChildList, DropsNamesWithoutAnId) {
   const ChildList list({1}, {"a", "b"});
   EXPECT_EQ(list.size(), 1U);
   EXPECT_EQ(list.findName("b"), std::nullopt);

@@ -14,6 +14,7 @@ using testing::IsEmpty;
 class MirrorPart : public testing::Test {
  protected:
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Void, true};
+  const KSTD::KThreadMutexLock held_{manager_.clientMutex};
   DerivedModelRoot root_{&manager_};
   DerivedModelPart part_{&root_, "Model_x"};
 };
@@ -27,7 +28,7 @@ TEST_F(MirrorPart, StartsAtTheRootWithoutSubscriptions) {
   EXPECT_THAT(part_.subscriptions(), IsEmpty());
 }
 
-TEST_F(MirrorPart, GivesItsTargetAwayFromTheLastIdToTheRoot) {
+TEST_F(MirrorPart, ConsumesItsTargetFromTheLastIdToTheRoot) {
   part_.setTarget({3, 7, 9});
   EXPECT_EQ(part_.getId(), 9);
   EXPECT_EQ(part_.getParentNode(), &part_);
@@ -42,7 +43,7 @@ TEST_F(MirrorPart, IsChildZeroOfTheRootWithoutATarget) {
   EXPECT_EQ(part_.getParentNode(), &root_);
 }
 
-TEST_F(MirrorPart, ForgetsTheRestOfATargetForANewOne) {
+TEST_F(MirrorPart, ReplacesTheRestOfATargetByANewTarget) {
   part_.setTarget({1, 2, 3});
   EXPECT_EQ(part_.getId(), 3);
   part_.setTarget({8});
@@ -50,7 +51,7 @@ TEST_F(MirrorPart, ForgetsTheRestOfATargetForANewOne) {
   EXPECT_EQ(part_.getParentNode(), &root_);
 }
 
-TEST_F(MirrorPart, LeavesUpdatesAlone) {
+TEST_F(MirrorPart, DoesNothingOnAnUpdate) {
   EXPECT_EQ(part_.update(nullptr, 0), ModelSrv::ModelRes_DoNothing);
 }
 
@@ -64,7 +65,7 @@ TEST_F(MirrorPart, RemovesOneOfEqualSubscriptions) {
   EXPECT_EQ(part_.subscriptions().size(), 2U);
 }
 
-TEST_F(MirrorPart, LeavesTheRootWhenItIsDestroyed) {
+TEST_F(MirrorPart, IsDetachedFromTheRootByItsDestructor) {
   {
     DerivedModelPart other(&root_, "");
     ASSERT_EQ(root_.add(&other), ModelSrv::ModelRes_Success);
@@ -73,7 +74,7 @@ TEST_F(MirrorPart, LeavesTheRootWhenItIsDestroyed) {
   EXPECT_THAT(root_.children(), IsEmpty());
 }
 
-TEST_F(MirrorPart, HasARootThatTakesEveryEvent) {
+TEST_F(MirrorPart, HasARootThatIgnoresEveryEvent) {
   EvtSrv::MemoryHolder data({1, 2, 3});
   EvtSrv::MemoryHolder reply;
   EXPECT_EQ(root_.receiveModelEvent("x", 77, &data, &reply), EvtSrv::EvtRes_Success);

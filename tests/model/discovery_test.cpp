@@ -70,7 +70,7 @@ TEST_F(Discovery, OffersAServerOnceForEachOfItsPipes) {
   EXPECT_THAT(listed(), ElementsAre("Model_a", "Model_a"));
 }
 
-TEST_F(Discovery, PassesOverWhatIsNoPipeOfAServer) {
+TEST_F(Discovery, SkipsFilesThatAreNoPipeOfAServer) {
   makePipe("Model_b");
   makePipe("Model_c.FIFO");
   makePipe("Model_d.fifo.old");
@@ -81,7 +81,7 @@ TEST_F(Discovery, PassesOverWhatIsNoPipeOfAServer) {
   EXPECT_THAT(listed(), IsEmpty());
 }
 
-TEST_F(Discovery, TakesFilesOfEveryKindButDirectories) {
+TEST_F(Discovery, AcceptsEveryTypeOfFileExceptDirectories) {
   makeFile("Model_file.fifo");
   makePipe("Model_pipe.efifo");
   EXPECT_THAT(offered(), UnorderedElementsAre("Model_file", "Model_pipe"));
@@ -102,13 +102,13 @@ TEST_F(Discovery, ReportsANameWithBothKeysTwice) {
   EXPECT_THAT(listed(), ElementsAre("Model_modelsrv", "Model_modelsrv"));
 }
 
-TEST_F(Discovery, CutsTheExtensionAlone) {
+TEST_F(Discovery, RemovesOnlyTheExtension) {
   makePipe("Model_a.b.fifo");
   makePipe("Model_.efifo");
   EXPECT_THAT(offered(), UnorderedElementsAre("Model_a.b", "Model_"));
 }
 
-TEST_F(Discovery, TakesEveryServerWithoutAKey) {
+TEST_F(Discovery, FindsEveryServerWithoutAKey) {
   makePipe("any.fifo");
   makePipe(".fifo");
   std::vector<std::string> names;
@@ -121,7 +121,7 @@ TEST_F(Discovery, KeepsNamesOfAnyBytes) {
   EXPECT_THAT(listed(), ElementsAre("Model_\x1b[2J\n\xff"));
 }
 
-TEST_F(Discovery, LeavesTheListAloneWhereTheDirectoryCannotBeOpened) {
+TEST_F(Discovery, LeavesTheListUnchangedIfTheDirectoryCannotBeOpened) {
   std::vector<std::string> names{"kept"};
   const std::string missing = directory_ + "/missing";
   EXPECT_EQ(collectServerNames(names, missing.c_str(), "Model"), 0);
@@ -132,14 +132,14 @@ TEST_F(Discovery, LeavesTheListAloneWhereTheDirectoryCannotBeOpened) {
   EXPECT_THAT(names, ElementsAre("kept"));
 }
 
-TEST_F(Discovery, AppendsToWhatIsThere) {
+TEST_F(Discovery, AppendsToTheList) {
   makePipe("Model_a.fifo");
   std::vector<std::string> names{"first"};
   EXPECT_EQ(collectServerNames(names, directory_.c_str(), "Model"), 1);
   EXPECT_THAT(names, ElementsAre("first", "Model_a"));
 }
 
-TEST(IsListedServerName, LooksAtTheBeginningOrTheLastEnding) {
+TEST(IsListedServerName, ChecksTheBeginningAndTheExtension) {
   for (const char* name : {"Model_", "Model_a", "x.Model", ".Model", "a.b.Model", "Model_.x"}) {
     EXPECT_TRUE(isListedServerName(name)) << name;
   }

@@ -7,7 +7,7 @@
 namespace treescope {
 namespace {
 
-TEST(ChildName, IsTheServedNameWhereThereIsOne) {
+TEST(ChildName, IsTheServersNameIfThereIsOne) {
   EXPECT_EQ(childName("speed", 4), "speed");
   EXPECT_EQ(childName(std::string("a\0b", 3), 4), std::string("a\0b", 3));
 }
@@ -34,7 +34,7 @@ struct IndexCase {
   std::uint16_t index;
 };
 
-TEST(ElementIndex, ReadsANumberTheWayStreamsDo) {
+TEST(ElementIndex, ReadsANumberLikeAStream) {
   const IndexCase cases[] = {
       {"0", 0},
       {"3", 3},

@@ -8,7 +8,7 @@
 #include "tests/support/captured_output.h"
 #include "tests/support/counted_allocations.h"
 
-// What a listing costs the shell, in counts: memory, allocations and requests.
+// The cost of a listing in the shell: memory, allocations and requests.
 
 namespace treescope::test {
 namespace {
@@ -18,8 +18,8 @@ using test_support::Allocations;
 
 constexpr unsigned recursiveAndLong = 5;
 
-/// Runs `body` on a thread of little stack: calls as deep as a tree is would end
-/// the program.
+/// Runs `body` on a thread with a small stack, which recursion to the depth of the
+/// tree would overflow.
 void runOnSmallStack(std::function<void()> body) {
   constexpr std::size_t stackBytes = 256 * 1024;
   pthread_attr_t attributes;
@@ -35,10 +35,11 @@ void runOnSmallStack(std::function<void()> body) {
   EXPECT_EQ(pthread_attr_destroy(&attributes), 0);
 }
 
-/// A node that counts how often it is asked for its elements.
+/// A node that counts the requests for its elements.
 class CountedNode : public ModelSrv::ModelNode {
  public:
-  explicit CountedNode(std::atomic<std::size_t>& asked) : ModelNode(1, "d"), asked_(asked) {}
+  explicit CountedNode(std::atomic<std::size_t>& requests)
+      : ModelNode(1, "d"), requests_(requests) {}
   ~CountedNode() override {
     detach();
     releaseChildren();
@@ -46,20 +47,20 @@ class CountedNode : public ModelSrv::ModelNode {
 
  protected:
   unsigned elementCount() const override {
-    ++asked_;
+    ++requests_;
     return 0;
   }
 
  private:
-  std::atomic<std::size_t>& asked_;
+  std::atomic<std::size_t>& requests_;
 };
 
 class ListingCost : public ClientFixture {
  protected:
   void SetUp() override { connect(); }
 
-  /// Lists the node recursively, with values; what that cost this thread at most,
-  /// without what the test needs to take the output.
+  /// Lists the node recursively with values. Returns the allocations of this thread,
+  /// without those of the test itself.
   Allocations list(const IdChain& chain) {
     const test_support::CapturedOutput captured;
     Allocations& now = allocated();
@@ -75,25 +76,25 @@ class ListingCost : public ClientFixture {
             now.mostBytes - before.cachedBytes};
   }
 
-  /// The node 1.41 with that many levels below it.
+  /// Adds the node 1.41 with that many levels below it.
   void nest(std::size_t levels) {
     ModelSrv::ModelNode* above = &deep_;
     for (std::size_t level = 0; level < levels; ++level) {
-      nodes_.push_back(std::make_unique<CountedNode>(asked_));
+      nodes_.push_back(std::make_unique<CountedNode>(requests_));
       ASSERT_EQ(above->add(nodes_.back().get()), ModelSrv::ModelRes_Success);
       above = nodes_.back().get();
     }
     ASSERT_EQ(server_.drive().add(&deep_), ModelSrv::ModelRes_Success);
   }
 
-  /// What listing a tree of so many levels costs, on a small stack.
+  /// The cost of listing a tree of that many levels, on a small stack.
   Allocations listLevels(std::size_t levels) {
     nest(levels);
-    asked_ = 0;
+    requests_ = 0;
     Allocations cost;
     runOnSmallStack([&] { cost = list({1, 41}); });
-    // Once as a child, and the last one, a part, for itself.
-    EXPECT_EQ(asked_, levels + 1);
+    // One request as a child; the last level, a part, is requested once more.
+    EXPECT_EQ(requests_, levels + 1);
     EXPECT_EQ(server_.drive().remove(&deep_), ModelSrv::ModelRes_Success);
     while (!nodes_.empty()) {
       nodes_.pop_back();
@@ -101,12 +102,12 @@ class ListingCost : public ClientFixture {
     return cost;
   }
 
-  std::atomic<std::size_t> asked_{0};
+  std::atomic<std::size_t> requests_{0};
   ModelSrv::ModelNode deep_{41, "deep"};
   std::vector<std::unique_ptr<CountedNode>> nodes_;
 };
 
-TEST_F(ListingCost, StaysBelow220BytesAPartAndNeedsFewAllocations) {
+TEST_F(ListingCost, IsBelow220BytesPerPartWithFewAllocations) {
   constexpr std::uint16_t many = 10000;
   ModelSrv::ModelNode wide(40, "wide");
   std::vector<std::unique_ptr<ModelSrv::ValuePart<std::int32_t>>> parts;
@@ -118,17 +119,17 @@ TEST_F(ListingCost, StaysBelow220BytesAPartAndNeedsFewAllocations) {
   ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
   const Allocations cost = list({1, 40});
   EXPECT_GT(cost.mostBytes, many * static_cast<std::ptrdiff_t>(sizeof(ListingNode)));
-  EXPECT_LT(cost.mostBytes, many * 220) << cost.mostBytes / many << " bytes a part";
-  EXPECT_LT(cost.count, many / 100) << "nothing is allocated for a part alone";
+  EXPECT_LT(cost.mostBytes, many * 220) << cost.mostBytes / many << " bytes per part";
+  EXPECT_LT(cost.count, many / 100) << "expected no allocation for a single part";
   EXPECT_EQ(server_.drive().remove(&wide), ModelSrv::ModelRes_Success);
 }
 
-TEST_F(ListingCost, HasALimitALevelDownTo1000) {
-  // Four requests a level; the chain of each is more than fits in few bytes, and the
-  // deepest ones grow in steps.
-  constexpr std::size_t allocationsALevel = 32;
+TEST_F(ListingCost, IsLimitedPerLevelUpTo1000Levels) {
+  // Four requests a level. The id chain of each is allocated, and long chains are
+  // allocated again as they grow.
+  constexpr std::size_t allocationsPerLevel = 32;
   for (const std::size_t levels : {250U, 500U, 1000U}) {
-    EXPECT_LE(listLevels(levels).count, levels * allocationsALevel) << levels;
+    EXPECT_LE(listLevels(levels).count, levels * allocationsPerLevel) << levels;
   }
 }
 

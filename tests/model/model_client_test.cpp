@@ -67,6 +67,7 @@ TEST_F(Requests, ResolveChainFollowsNamesFromTheRoot) {
 }
 
 TEST_F(Requests, ResolveChainStartsAtTheCurrentLocation) {
+  const KSTD::KThreadMutexLock held(manager_.clientMutex);
   client_.currentPart()->setLocation({{1}, {"drive"}});
   NamedChain reached;
   EXPECT_TRUE(client_.resolveChain("inner", reached));
@@ -77,7 +78,8 @@ TEST_F(Requests, ResolveChainStartsAtTheCurrentLocation) {
   EXPECT_EQ(reached, (NamedChain{{1}, {"drive"}}));
 }
 
-TEST_F(Requests, NamePathOfNamesWhatTheServerDoesNot) {
+TEST_F(Requests, NamePathOfNamesUnnamedAndUnlistedParts) {
+  const KSTD::KThreadMutexLock held(manager_.clientMutex);
   for (const bool lock : {true, false}) {
     EXPECT_THAT(client_.namePathOf({}, lock), IsEmpty());
     EXPECT_THAT(client_.namePathOf({1, 12}, lock), ElementsAre("drive", "noname-12"));
@@ -86,15 +88,16 @@ TEST_F(Requests, NamePathOfNamesWhatTheServerDoesNot) {
   }
 }
 
-TEST_F(Requests, HasChildrenTellsNodesFromParts) {
+TEST_F(Requests, HasChildrenDistinguishesNodesFromParts) {
   EXPECT_TRUE(client_.hasChildren({}, true));
   EXPECT_TRUE(client_.hasChildren({1}, true));
   EXPECT_FALSE(client_.hasChildren({1, 1}, true));
   EXPECT_FALSE(client_.hasChildren({2}, true));
+  const KSTD::KThreadMutexLock held(manager_.clientMutex);
   EXPECT_FALSE(client_.hasChildren({77}, false));
 }
 
-TEST_F(Requests, ElementNamesAndIndicesAreTheServers) {
+TEST_F(Requests, ElementNamesAndIndicesAreThoseOfTheServer) {
   std::vector<std::string> names;
   EXPECT_EQ(client_.fetchElementNames({1, 3}, names, true), 1);
   EXPECT_THAT(names, ElementsAre("p", "i"));
@@ -111,7 +114,7 @@ TEST_F(Requests, ElementNamesAndIndicesAreTheServers) {
   EXPECT_EQ(client_.elementSum({1, 1}, true), 0);
 }
 
-TEST_F(Requests, ReadValueTakesAnElementOfAnArrayAlone) {
+TEST_F(Requests, ReadValueUsesTheElementOnlyForAnArray) {
   struct Case {
     IdChain chain;
     std::string element;
@@ -129,7 +132,7 @@ TEST_F(Requests, ReadValueTakesAnElementOfAnArrayAlone) {
   }
 }
 
-TEST_F(Requests, ATextIsReadWithAllItsBytes) {
+TEST_F(Requests, ReadValueTextKeepsAllBytes) {
   std::string text;
   ASSERT_EQ(server_.label.setValue(std::string("a\0\xff\n", 4)), ModelSrv::ModelRes_Success);
   client_.readValueText({1, 2}, text, true);
@@ -149,7 +152,7 @@ TEST_F(Requests, WriteValueByNameStoresTheWholeValueWithoutAName) {
   EXPECT_EQ(server_.speed.value(), 6);
 }
 
-TEST_F(Requests, WriteValueByIndexWantsAnIndexOfAnArray) {
+TEST_F(Requests, WriteValueByIndexRequiresAnIndexForAnArray) {
   EXPECT_EQ(client_.writeValue({1, 4}, ElementIndexText{""}, "4\n5\n6", false), 4);
   EXPECT_EQ(client_.writeValue({1, 4}, ElementIndexText{"65534"}, "4\n5\n6", false), 1);
   EXPECT_EQ(client_.writeValue({1, 4}, ElementIndexText{"3"}, "9", false), 1);
@@ -160,7 +163,7 @@ TEST_F(Requests, WriteValueByIndexWantsAnIndexOfAnArray) {
   EXPECT_EQ(server_.speed.value(), 9);
 }
 
-TEST_F(Requests, SubscribePathNotesEverySubscriptionThatTheServerTakes) {
+TEST_F(Requests, SubscribePathListsEverySubscriptionThatTheServerAccepts) {
   EXPECT_EQ(client_.subscribePath({1, 1}), 1);
   EXPECT_EQ(client_.subscribePath({1, 7}), 2);
   EXPECT_EQ(client_.subscribePath({1, 77}), 2);
@@ -168,7 +171,7 @@ TEST_F(Requests, SubscribePathNotesEverySubscriptionThatTheServerTakes) {
   EXPECT_THAT(client_.currentPart()->subscriptions(), ElementsAre(IdChain{1, 1}, IdChain{1, 1}));
 }
 
-TEST_F(Requests, FailOnceTheServerHasGone) {
+TEST_F(Requests, FailAfterTheServerHasStopped) {
   server_.end();
   NamedChain reached;
   EXPECT_FALSE(client_.resolveChain("/drive", reached));

@@ -8,23 +8,23 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Says when it is deleted.
-class Noted : public CdirTree {
+/// Counts its deletions.
+class CountedTree : public CdirTree {
  public:
-  explicit Noted(int& deleted) : deleted_(deleted) {}
-  ~Noted() override { ++deleted_; }
+  explicit CountedTree(int& deleted) : deleted_(deleted) {}
+  ~CountedTree() override { ++deleted_; }
 
  private:
   int& deleted_;
 };
 
-TEST(CdirTree, ClearsItsTextsItsPairOfWordsAndWhatIsBelow) {
+TEST(CdirTree, ClearsItsTextsItsPairOfWordsAndItsChildren) {
   int deleted = 0;
   CdirTree tree("name");
   tree.setSecondText("second");
   tree.setWord(7);
   tree.setWords({8, 9});
-  tree.addChild(std::make_unique<Noted>(deleted));
+  tree.addChild(std::make_unique<CountedTree>(deleted));
   tree.clear();
   EXPECT_EQ(tree.name(), "");
   EXPECT_EQ(tree.secondText(), "");
@@ -40,7 +40,7 @@ TEST(ModelDataTree, ClearsItsLocationItsTextAndItsObjects) {
   tree.setText("text");
   tree.setLocation({{1}, {"a"}});
   tree.setDataWords({1, 2});
-  tree.addObject(std::make_unique<Noted>(deleted));
+  tree.addObject(std::make_unique<CountedTree>(deleted));
   tree.clear();
   EXPECT_EQ(tree.name(), "root");
   EXPECT_EQ(tree.text(), "");
@@ -50,12 +50,12 @@ TEST(ModelDataTree, ClearsItsLocationItsTextAndItsObjects) {
   EXPECT_EQ(deleted, 1);
 }
 
-TEST(ModelDataTree, OwnsWhatItHolds) {
+TEST(ModelDataTree, OwnsItsObjectsAndChildren) {
   int deleted = 0;
   {
     ModelDataTree tree("root");
-    tree.addObject(std::make_unique<Noted>(deleted));
-    tree.addChild(std::make_unique<Noted>(deleted));
+    tree.addObject(std::make_unique<CountedTree>(deleted));
+    tree.addChild(std::make_unique<CountedTree>(deleted));
   }
   EXPECT_EQ(deleted, 2);
 }

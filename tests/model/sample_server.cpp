@@ -5,16 +5,17 @@
 namespace treescope::test {
 
 SampleServer::SampleServer(const std::string& name, Prefetch prefetch) {
-  const auto hang = [](ModelSrv::ModelNode& node, std::initializer_list<ModelSrv::ModelPart*> all) {
+  const auto addAll = [](ModelSrv::ModelNode& node,
+                         std::initializer_list<ModelSrv::ModelPart*> all) {
     for (ModelSrv::ModelPart* part : all) {
       EXPECT_EQ(node.add(part), ModelSrv::ModelRes_Success) << part->name();
     }
   };
-  hang(inner_, {&deep});
-  hang(drive_, {&speed, &label, &gains, &raw, &serial, &offset, &secret, &limited, &unnamed,
-                &speedAgain, &inner_});
-  hang(unnamedNode_, {&x});
-  hang(root_, {&drive_, &empty_, &unnamedNode_, &odd, &top});
+  addAll(inner_, {&deep});
+  addAll(drive_, {&speed, &label, &gains, &raw, &serial, &offset, &secret, &limited, &unnamed,
+                  &speedAgain, &inner_});
+  addAll(unnamedNode_, {&x});
+  addAll(root_, {&drive_, &empty_, &unnamedNode_, &odd, &top});
   secret.setSubscribable(false);
   limited.setStoreCheck([](const std::int32_t& value, ModelSrv::ModelPartIndex) {
     return value > 10 ? ModelSrv::ModelRes_Vetoed : ModelSrv::ModelRes_Success;
@@ -22,8 +23,8 @@ SampleServer::SampleServer(const std::string& name, Prefetch prefetch) {
   const auto start = [&] {
     EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success) << name;
   };
-  // Clients trust a service as long as the thread lives that has started it.
-  if (prefetch == Prefetch::given) {
+  // Clients cache replies only while the thread that started the service runs.
+  if (prefetch == Prefetch::enabled) {
     start();
   } else {
     std::thread(start).join();

@@ -11,8 +11,8 @@
 
 namespace treescope::test {
 
-/// A model server in the test's process, on a thread and a manager of its own,
-/// whose tree has a part of every kind:
+/// A model server in the test's process, with its own thread and manager. Its tree has
+/// a part of every kind:
 ///
 ///     /drive/speed       1.1   int32 42
 ///     /drive/label       1.2   text "two words"
@@ -21,7 +21,7 @@ namespace treescope::test {
 ///     /drive/serial      1.5   text "A-17", read-only
 ///     /drive/offset      1.6   float 0, protected
 ///     /drive/secret      1.7   bool, refuses subscriptions
-///     /drive/limited     1.8   int32 1, whose check refuses what is above 10
+///     /drive/limited     1.8   int32 1, whose store check refuses values above 10
 ///     /drive/<unnamed>   1.12  uint16 7
 ///     /drive/speed       1.13  int32 99, the second of that name
 ///     /drive/inner/deep  1.14.1  int32 5
@@ -31,23 +31,23 @@ namespace treescope::test {
 ///     /top               5     text "line\nbreak"
 class SampleServer {
  public:
-  /// Whether clients may answer from what they were told beside their questions.
-  enum class Prefetch { given, none };
+  /// Whether clients receive prefetch replies and cache them.
+  enum class Prefetch { enabled, disabled };
 
-  /// Serves at once; `name` must be free.
-  explicit SampleServer(const std::string& name, Prefetch prefetch = Prefetch::given);
+  /// Starts the service. `name` must be unused.
+  explicit SampleServer(const std::string& name, Prefetch prefetch = Prefetch::enabled);
 
-  /// Ends the service at once, if it still runs.
+  /// Stops the service if it still runs.
   ~SampleServer();
 
-  /// What the part `/odd` is called.
+  /// The name of the part `/odd`.
   static std::string oddName();
 
-  /// Lets nothing be answered until `resume`, which the same thread calls.
+  /// Sends no reply until `resume`, which the same thread calls.
   void hang();
   void resume();
 
-  /// Ends the service at once: what a client has is gone.
+  /// Stops the service immediately; its connections end.
   void end();
 
   ModelSrv::ModelNode& drive() { return drive_; }

@@ -11,7 +11,7 @@ SortedPositions sorted(const std::vector<int>& items) {
   });
 }
 
-TEST(SortedPositions, GiveTheFirstOfEqualItems) {
+TEST(SortedPositions, FindTheFirstOfEqualItems) {
   const std::vector<int> items{5, 3, 9, 3, 5};
   const SortedPositions positions = sorted(items);
   const auto find = [&](int wanted) {
@@ -24,11 +24,11 @@ TEST(SortedPositions, GiveTheFirstOfEqualItems) {
   EXPECT_EQ(find(10), std::nullopt);
 }
 
-TEST(SortedPositions, OfNoItemsFindNothing) {
+TEST(SortedPositions, FindNothingInAnEmptyList) {
   EXPECT_EQ(SortedPositions().findFirst([](std::size_t) { return 0; }), std::nullopt);
 }
 
-TEST(SortedPositions, LookAtFewOf10000Items) {
+TEST(SortedPositions, CompareFewOf10000Items) {
   constexpr int many = 10000;
   std::vector<int> items;
   for (int item = 0; item < many; ++item) {

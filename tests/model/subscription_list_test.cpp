@@ -8,7 +8,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(SubscriptionList, KeepsTheOrderAndEveryCopy) {
+TEST(SubscriptionList, KeepsTheOrderAndDuplicates) {
   SubscriptionList<> list;
   EXPECT_THAT(list.inOrder(), IsEmpty());
   for (const IdChain& chain : {IdChain{2}, IdChain{1, 5}, IdChain{2}, IdChain{}}) {
@@ -32,7 +32,7 @@ TEST(SubscriptionList, RemovesTheFirstOfEqualEntries) {
   EXPECT_THAT(list.inOrder(), ElementsAre(IdChain{1}));
 }
 
-TEST(SubscriptionList, ContainsWhatIsEqualInLengthAndIds) {
+TEST(SubscriptionList, ComparesLengthAndIds) {
   SubscriptionList<> list;
   list.add({1, 2});
   EXPECT_TRUE(list.contains({1, 2}));

@@ -3,17 +3,18 @@
 namespace treescope::test {
 namespace {
 
-/// "name=value/mark/kind(children)", what is absent left out.
-std::string written(const ListingNode& node) {
+/// The listing as text: "name=value s<mark> k<kind> (children)"; absent fields are
+/// omitted.
+std::string textOf(const ListingNode& node) {
   std::string text = node.name.value_or("-");
   text += node.value ? '=' + *node.value : "";
   text += node.subscribedMark != 0 ? " s" + std::to_string(node.subscribedMark) : "";
   text += node.kindMark != 0 ? " k" + std::to_string(node.kindMark) : "";
-  std::string below;
+  std::string children;
   for (const ListingNode& child : node.children) {
-    below += (below.empty() ? "" : ", ") + written(child);
+    children += (children.empty() ? "" : ", ") + textOf(child);
   }
-  return node.children.empty() ? text : text + " (" + below + ')';
+  return node.children.empty() ? text : text + " (" + children + ')';
 }
 
 class TreeBuilder : public ClientFixture {
@@ -24,21 +25,22 @@ class TreeBuilder : public ClientFixture {
                     std::uint8_t depth = 1, bool top = true) {
     ListingNode locked;
     client_.buildTree(locked, options, chain, name, depth, top, true);
+    const KSTD::KThreadMutexLock held(manager_.clientMutex);
     ListingNode unlocked;
     client_.buildTree(unlocked, options, chain, name, depth, top, false);
-    EXPECT_EQ(written(locked), written(unlocked));
-    return written(locked);
+    EXPECT_EQ(textOf(locked), textOf(unlocked));
+    return textOf(locked);
   }
 };
 
-TEST_F(TreeBuilder, LabelsWhatHasNoName) {
+TEST_F(TreeBuilder, LabelsUnnamedNodesAndParts) {
   EXPECT_EQ(built(0, {1, 1}), "noname-1");
   EXPECT_EQ(built(0, {1, 1}, "speed"), "speed");
   EXPECT_EQ(built(0, {}),
             "root (drive (-), empty, noname-3 (-), " + SampleServer::oddName() + ", top)");
 }
 
-TEST_F(TreeBuilder, ListsThePartsElements) {
+TEST_F(TreeBuilder, ListsTheElementsOfAPart) {
   EXPECT_EQ(built(0, {1, 4}, "raw"), "raw ([0], [1], [2])");
   EXPECT_EQ(built(4, {1, 4}, "raw"), "raw ([0]=1, [1]=2, [2]=3)");
   EXPECT_EQ(built(8, {1, 4}, "raw"), "raw k3 ([0], [1], [2])");
@@ -49,22 +51,22 @@ TEST_F(TreeBuilder, ListsThePartsElements) {
   EXPECT_EQ(built(4, {77}, "gone"), "gone=");
 }
 
-TEST_F(TreeBuilder, LeavesOutTheValueOfTheTopAlone) {
+TEST_F(TreeBuilder, OmitsOnlyTheValueOfTheTop) {
   const unsigned options = 4 | ModelClient::optionBelowOnly;
   EXPECT_EQ(built(options, {1, 1}, "speed"), "speed");
   EXPECT_EQ(built(options, {1, 4}, "raw"), "raw ([0]=1, [1]=2, [2]=3)");
   EXPECT_EQ(built(options, {1, 14}, "inner"), "inner (deep=5)");
 }
 
-TEST_F(TreeBuilder, ListsOneLevelAndMarksContent) {
+TEST_F(TreeBuilder, ListsOneLevelAndMarksNodesWithContent) {
   ModelSrv::ModelNode box(40, "box");
   ModelSrv::ModelNode inside(1, "inside");
   ModelSrv::ValuePart<int> hidden(1, "hidden", 1);
   ModelSrv::ArrayPart<int> pair(2, "pair", {1, 2}, {"", "b"});
-  ModelSrv::ArrayPart<int> bare(3, "", {7});
+  ModelSrv::ArrayPart<int> unnamed(3, "", {7});
   ASSERT_EQ(inside.add(&hidden), ModelSrv::ModelRes_Success);
   for (ModelSrv::ModelPart* part :
-       std::initializer_list<ModelSrv::ModelPart*>{&inside, &pair, &bare}) {
+       std::initializer_list<ModelSrv::ModelPart*>{&inside, &pair, &unnamed}) {
     ASSERT_EQ(box.add(part), ModelSrv::ModelRes_Success);
   }
   ASSERT_EQ(server_.drive().add(&box), ModelSrv::ModelRes_Success);
@@ -89,7 +91,7 @@ TEST_F(TreeBuilder, ListsOneLevelAndMarksContent) {
   }
 }
 
-TEST_F(TreeBuilder, FlattensElementsWithoutNamesIntoTheirNode) {
+TEST_F(TreeBuilder, FlattensElementsIntoTheParentNode) {
   const std::string drive = built(1, {1}, "drive");
   EXPECT_THAT(drive,
               testing::HasSubstr("gains[0](p), gains[1](i), raw[0], raw[1], raw[2], serial"));
@@ -111,41 +113,41 @@ TEST_F(TreeBuilder, ListsNothingWithoutAConnection) {
   EXPECT_EQ(built(13, {}), "root=");
 }
 
-/// A part that counts how often its elements are asked for.
+/// A part that counts the requests for its elements.
 class CountedPart : public ModelSrv::ModelPart {
  public:
-  CountedPart(std::uint16_t id, std::atomic<int>& asked)
+  CountedPart(std::uint16_t id, std::atomic<int>& requests)
       : ModelPart(id, "p" + std::to_string(id), ModelSrv::ModelPartStatus_ReadWrite),
-        asked_(asked) {}
+        requests_(requests) {}
   ~CountedPart() override { detach(); }
 
  protected:
   unsigned elementCount() const override {
-    ++asked_;
+    ++requests_;
     return 0;
   }
 
  private:
-  std::atomic<int>& asked_;
+  std::atomic<int>& requests_;
 };
 
-TEST_F(TreeBuilder, AsksTwiceForEachOf10000PartsHoweverManyAreSubscribed) {
+TEST_F(TreeBuilder, RequestsEachOf10000SubscribedPartsTwice) {
   constexpr std::uint16_t many = 10000;
-  std::atomic<int> asked{0};
+  std::atomic<int> requests{0};
   ModelSrv::ModelNode wide(40, "wide");
   std::vector<std::unique_ptr<CountedPart>> parts;
   for (std::uint16_t id = 0; id < many; ++id) {
-    parts.push_back(std::make_unique<CountedPart>(id, asked));
+    parts.push_back(std::make_unique<CountedPart>(id, requests));
     ASSERT_EQ(wide.add(parts.back().get()), ModelSrv::ModelRes_Success);
   }
   ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
   for (std::uint16_t id = 0; id < many; ++id) {
     ASSERT_EQ(client_.subscribePath({1, 40, id}), 1);
   }
-  asked = 0;
+  requests = 0;
   ListingNode listing;
   client_.buildTree(listing, 0, {1, 40}, "wide", 1, true, true);
-  EXPECT_EQ(asked, 2 * many);
+  EXPECT_EQ(requests, 2 * many);
   ASSERT_EQ(listing.children.size(), many);
   for (const ListingNode& child : listing.children) {
     ASSERT_EQ(child.subscribedMark, 8U);

@@ -15,13 +15,13 @@ struct Case {
   IdChain chain;
 };
 
-/// Reading starts behind the byte-order flag.
+/// The chain in an event with these bytes; reading starts after the byte-order flag.
 IdChain decoded(const Bytes& bytes) {
   EvtSrv::MemoryHolder holder(bytes, 1);
   return decodeUpdate(holder);
 }
 
-TEST(DecodeUpdate, ReadsMostSignificantBytesFirstWhereTheFlagIsOne) {
+TEST(DecodeUpdate, ReadsTheMostSignificantByteFirstIfTheFlagIsOne) {
   const Case cases[] = {
       {"one id", {1, 0x00, 0x05, 0xff, 0xff, 0xff, 0xfe}, {5}},
       {"two ids", {1, 0x01, 0x02, 0x00, 0x0c, 0xff, 0xff}, {0x0102, 12}},
@@ -38,7 +38,7 @@ TEST(DecodeUpdate, ReadsMostSignificantBytesFirstWhereTheFlagIsOne) {
   }
 }
 
-TEST(DecodeUpdate, ReadsThisMachinesOrderOtherwise) {
+TEST(DecodeUpdate, ReadsThisMachinesByteOrderOtherwise) {
   const bool littleEndian = std::endian::native == std::endian::little;
   const std::uint16_t swapped = littleEndian ? 0x0500 : 0x0005;
   for (const int order : {0, 2, 255}) {
@@ -47,12 +47,12 @@ TEST(DecodeUpdate, ReadsThisMachinesOrderOtherwise) {
   }
 }
 
-TEST(DecodeUpdate, StartsWhereTheHolderStands) {
+TEST(DecodeUpdate, StartsAtTheReadPosition) {
   EvtSrv::MemoryHolder holder({1, 0, 5, 0, 6, 0xff, 0xff}, 3);
   EXPECT_EQ(decodeUpdate(holder), IdChain{6});
 }
 
-TEST(DecodeUpdate, LeavesTheHolderBehindTheEndMark) {
+TEST(DecodeUpdate, StopsAfterTheEndMark) {
   EvtSrv::MemoryHolder holder({1, 0, 5, 0xff, 0xff, 0, 2}, 1);
   EXPECT_EQ(decodeUpdate(holder), IdChain{5});
   EXPECT_EQ(holder.position(), 5U);
