@@ -6,6 +6,7 @@
 #include "evtsrv/source/manager_core.h"
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/port_result.h"
+#include "modelsrv/source/tree_lock.h"
 #include "modelsrv/source/value_text.h"
 
 namespace ModelSrv::internal {
@@ -26,6 +27,7 @@ ClientSide::ClientSide(ModelRoot& root)
     : root_(root), cache_(root.manager()->core().system()), port_(root.manager()->core(), *this) {}
 
 ModelRes ClientSide::connect(const std::string& name) {
+  TreeLock::assertHeld(root_);
   close();
   prefetchEnabled_ = true;
   const ModelRes result = fromPort(port_.connect(name));
@@ -37,6 +39,7 @@ ModelRes ClientSide::connect(const std::string& name) {
 }
 
 void ClientSide::close() {
+  TreeLock::assertHeld(root_);
   subscriptions_->clear();
   cache_.clear();
   started_ = false;
@@ -44,6 +47,7 @@ void ClientSide::close() {
 }
 
 EvtRes ClientSide::send(const RequestView& request, Reply& reply) {
+  TreeLock::assertHeld(root_);
   payload_.clear();
   encodeRequest(request, payload_);
   const EvtRes result =
@@ -110,6 +114,7 @@ ModelRes ClientSide::exchange(const RequestView& request, Reply& reply) {
 /// null on success if the data can only be had with a request of its own.
 ModelRes ClientSide::findOrPrefetch(ChainView chain, ReplyCache::Data data,
                                     const ReplyCache::Part*& part) {
+  TreeLock::assertHeld(root_);
   // If the connection is known to be lost, a request must restore it.
   part = port_.isOpen() ? cache_.find(chain, data) : nullptr;
   if (part != nullptr || !prefetchEnabled_) {
@@ -217,6 +222,7 @@ ModelRes ClientSide::subscribe(ModelPart& part, ChainView chain, void* context,
 }
 
 ModelRes ClientSide::unsubscribe(ModelPart& part, ChainView chain) {
+  TreeLock::assertHeld(root_);
   const std::optional<ClientSubscriptions::Key> key = subscriptions_->lastOf(part, copyOf(chain));
   return key.has_value() ? cancel(*key) : ModelRes_NotSubscribed;
 }
@@ -237,6 +243,7 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
 }
 
 void ClientSide::partDetached(const ModelPart& part) {
+  TreeLock::assertHeld(root_);
   while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->anyOf(part)) {
     if (withMemoryResult([&] { return cancel(*key); }) != ModelRes_Success) {
       subscriptions_->erase(*key);
@@ -245,6 +252,7 @@ void ClientSide::partDetached(const ModelPart& part) {
 }
 
 void ClientSide::dispatch(const Update& update) {
+  TreeLock::assertHeld(root_);
   // A notified part may close or destroy this object, which clears the subscriptions.
   const std::shared_ptr<const ClientSubscriptions> subscriptions = subscriptions_;
   for (const ClientSubscriptions::Key key : subscriptions->matching(update.chain, update.index)) {
@@ -258,6 +266,7 @@ void ClientSide::dispatch(const Update& update) {
 
 void ClientSide::eventReceived(std::uint16_t type, std::span<const std::uint8_t> payload,
                                EvtSrv::internal::ByteOrder order) {
+  TreeLock::assertHeld(root_);
   if (type == ModelRoot::EvtTyp_Model_Update) {
     Update update;
     if (!decodeUpdate(PayloadReader(payload, order), update) ||

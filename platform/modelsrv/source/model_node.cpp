@@ -89,6 +89,7 @@ void ModelNode::release(const ModelPart& part) noexcept {
 }
 
 void ModelNode::removeAt(std::vector<ModelPart*>::const_iterator at) {
+  TreeLock::assertHeld(*this);
   ModelPart& part = **at;
   const std::vector<ModelPart*> descendants = descendantsInTree(part);
   invalidateStructure();

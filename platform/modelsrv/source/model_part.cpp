@@ -171,12 +171,14 @@ ModelRes ModelPart::storeText(std::string_view /*text*/, bool /*flag*/, ModelPar
 }
 
 void ModelPart::notifySubscribers(ModelPartIndex index) {
+  TreeLock::assertHeld(*this);
   if (subscribers_ != nullptr) {
     subscribers_->notify(index);
   }
 }
 
 void ModelPart::invalidateValue() {
+  TreeLock::assertHeld(*this);
   if (!valueCached_) {
     return;
   }
@@ -188,6 +190,7 @@ void ModelPart::invalidateValue() {
 }
 
 void ModelPart::invalidate() {
+  TreeLock::assertHeld(*this);
   // Clients may have cached descendants of a node without the node itself.
   if (cacheStamp_ == 0 && !isNode_) {
     return;

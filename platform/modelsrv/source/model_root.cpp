@@ -1,7 +1,5 @@
 #include "modelsrv/model_root.h"
 
-#include <mutex>
-
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/out_of_memory.h"
@@ -12,12 +10,7 @@
 namespace ModelSrv {
 
 using internal::ChainView;
-
-namespace {
-
-using ClientLock = std::lock_guard<KSTD::KThreadMutex>;
-
-}  // namespace
+using ClientLock = KSTD::KThreadMutexLock;
 
 ModelRoot::ModelRoot(EvtSrv::EventPortManager* manager) : EventPort(manager) {
   treeManager_.store(manager, std::memory_order_release);

@@ -1,5 +1,7 @@
 #include "modelsrv/source/server_side.h"
 
+#include "modelsrv/source/tree_lock.h"
+
 namespace ModelSrv::internal {
 
 ServerSide::ServerSide(ModelRoot& root)
@@ -13,6 +15,7 @@ ServerSide::~ServerSide() {
 }
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
+  TreeLock::assertHeld(share_->root);
   const EvtSrv::EvtRes result = port_->start(name, options.group);
   if (result == EvtSrv::EvtRes_Success) {
     share_->invalidator.open();
@@ -21,6 +24,7 @@ EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& o
 }
 
 void ServerSide::beginStop() {
+  TreeLock::assertHeld(share_->root);
   stopBegun_ = true;
   share_->invalidator.close();
   port_->beginStop();
@@ -32,6 +36,7 @@ bool ServerSide::hasStopped() const {
 
 std::unique_ptr<EvtSrv::internal::ServerSession> ServerSide::openSession(
     EvtSrv::internal::ServerConnection& connection) {
+  TreeLock::assertHeld(share_->root);
   return std::make_unique<TreeSession>(share_, connection);
 }
 

@@ -7,6 +7,7 @@
 
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/part_access.h"
+#include "modelsrv/source/tree_lock.h"
 
 namespace ModelSrv::internal {
 
@@ -32,6 +33,7 @@ SessionSubscriptions::~SessionSubscriptions() {
 }
 
 ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
+  TreeLock::assertHeld(part);
   if (count_ >= maxSubscriptions) {
     return ModelRes_LimitReached;
   }
@@ -63,6 +65,7 @@ void SessionSubscriptions::registerWithPart(Subscription& subscription) {
 }
 
 ModelRes SessionSubscriptions::cancel(ModelPart& part, ModelPartIndex index) {
+  TreeLock::assertHeld(part);
   const auto at = subscriptions_.find(&part);
   if (at == subscriptions_.end() || !at->second.cancel(index)) {
     return ModelRes_NotSubscribed;

@@ -8,6 +8,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
+#include "modelsrv/source/tree_lock.h"
 #include "modelsrv/source/updates.h"
 #include "modelsrv/source/value_text.h"
 
@@ -80,6 +81,7 @@ TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
 
 std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                                   std::vector<std::uint8_t>& reply) {
+  TreeLock::assertHeld(share_->root);
   const std::size_t before = reply.size();
   const ModelRes result = serve(operation, request, reply);
   if (result != ModelRes_Success) {
@@ -180,6 +182,7 @@ ModelRes TreeSession::prefetch(ModelPart& part, const Request& request, Bytes& r
 }
 
 bool TreeSession::takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) {
+  TreeLock::assertHeld(share_->root);
   ModelPart* part = nullptr;
   ModelPartIndex index = ModelPartIndex_All;
   if (!subscriptions_.takeNext(part, index)) {

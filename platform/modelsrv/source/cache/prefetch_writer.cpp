@@ -6,6 +6,7 @@
 #include "modelsrv/source/cache/cache_invalidator.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
+#include "modelsrv/source/tree_lock.h"
 
 namespace ModelSrv::internal {
 
@@ -136,6 +137,7 @@ bool writeValue(const ModelPart& part, const SectionLimit& limit, std::string& t
 
 void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, const StatusPage& page,
                            std::vector<std::uint8_t>& reply) {
+  TreeLock::assertHeld(root);
   PayloadWriter writer(reply);
   writeHandle(page, writer);
   findPositions(root, part);
