@@ -7,34 +7,37 @@
 #include "evtsrv/event_port_manager.h"
 #include "tests/coherence/published_model.h"
 
-// Publishes the tree of the tests as port argv[1], and changes it as the lines of
-// its standard input say; answers each with "ok" when the change is done.
+// Publishes the tree of the tests as port argv[1]. Reads commands from standard input, one in
+// each line, and prints "ok" after each one:
 //
-//   set CHAIN ELEMENT TEXT    add CHAIN node|value|array|own|folding|folded NAME    remove CHAIN
-//   all CHAIN TEXT...         fold CHAIN 0|1
+//   set CHAIN ELEMENT TEXT
+//   all CHAIN TEXT...
+//   add CHAIN node|value|array|varying|hiding|hidden NAME
+//   remove CHAIN
+//   hide CHAIN 0|1
 
 namespace {
 
 using namespace coherence;
 
-/// `tree` knows which parts there are, not their values.
-void follow(TreeModel& tree, PublishedModel& published, const std::string& line) {
+/// Keeps the structure of `tree` up to date, but not its values.
+void execute(TreeModel& tree, PublishedModel& published, const std::string& line) {
   std::istringstream words(line);
-  std::string what;
+  std::string command;
   std::string chain;
-  words >> what >> chain;
-  if (what == "set") {
+  words >> command >> chain;
+  if (command == "set") {
     std::size_t element = 0;
     std::string text;
     words >> element >> text;
     published.set(chainOf(chain), element, text);
-  } else if (what == "all") {
+  } else if (command == "all") {
     published.setAll(chainOf(chain), {std::istream_iterator<std::string>(words), {}});
-  } else if (what == "fold") {
-    bool folded = false;
-    words >> folded;
-    published.fold(chainOf(chain), folded);
-  } else if (what == "add") {
+  } else if (command == "hide") {
+    bool hiding = false;
+    words >> hiding;
+    published.hide(chainOf(chain), hiding);
+  } else if (command == "add") {
     std::string kind;
     std::string name;
     words >> kind >> name;
@@ -60,7 +63,7 @@ int main(int argc, char* argv[]) {
     return 1;
   }
   std::atomic<bool> running{true};
-  // Changes are made by another thread than the one that answers.
+  // The changes are made on another thread than the one that serves requests.
   std::thread pump([&] {
     while (running) {
       static_cast<void>(manager.receiveEvent(-1));
@@ -68,7 +71,7 @@ int main(int argc, char* argv[]) {
   });
   std::cout << "ready" << std::endl;
   for (std::string line; std::getline(std::cin, line);) {
-    follow(tree, published, line);
+    execute(tree, published, line);
     std::cout << "ok" << std::endl;
   }
   running = false;

@@ -8,23 +8,22 @@
 #include <vector>
 
 #include "evtsrv/event_port_manager.h"
-#include "tests/coherence/model_client.h"
-#include "tests/coherence/published_model.h"
 #include "tests/platform/modelsrv/served_tree.h"
 #include "tests/support/port_name.h"
 
-// Changes and questions at the same time: an answer lies between what was
-// acknowledged before the question and what was begun before its answer.
+// Concurrent changes and requests: a value in a reply is at least the one acknowledged before the
+// request, and at most the last one whose change had begun before the reply.
 
 namespace {
 
 using namespace ModelSrv;
-using namespace coherence;
+using modelsrv_tests::Chain;
+using modelsrv_tests::Client;
 
 constexpr unsigned short parts = 40;
 
-/// Publishes parts that only count upwards, and a node with a child whose id does, and
-/// knows how far they have come.
+/// Publishes counters, which only grow, and a node whose only child gets larger and larger ids.
+/// Records how far the changes have come.
 class Counters {
  public:
   Counters() {
@@ -49,7 +48,7 @@ class Counters {
     acknowledged_[id].store(next);
   }
 
-  /// Puts a child with the next id in the place of the last one, as long as there are ids.
+  /// Replaces the child by one with the next id, as long as there are ids.
   void replaceChild() {
     if (childBegun_ == ModelPartId_Max) {
       return;
@@ -75,21 +74,21 @@ class Counters {
   std::vector<std::unique_ptr<ValuePart<std::uint64_t>>> values_;
   std::array<std::atomic<std::uint64_t>, parts> begun_{};
   std::array<std::atomic<std::uint64_t>, parts> acknowledged_{};
-  ModelNode slot_{2, "home"};
+  ModelNode slot_{2, "slot"};
   std::unique_ptr<ValuePart<std::uint64_t>> child_;
   std::atomic<unsigned short> childBegun_{0};
   std::atomic<unsigned short> childAcknowledged_{0};
   std::optional<modelsrv_tests::Pump> pump_;
 };
 
-/// Asks for the children of the node with the one child.
-void checkChild(ModelClient& client, const Counters& counters) {
+/// Checks the children of the node with one child.
+void checkChild(Client& client, const Counters& counters) {
   const unsigned short atLeast = counters.childAcknowledged();
   std::vector<unsigned short> ids;
   ASSERT_EQ(client.childIds({2}, ids), ModelRes_Success);
   const unsigned short atMost = counters.childBegun();
   if (ids.empty()) {
-    ASSERT_GT(atMost, atLeast) << "none, and nobody took one out";
+    ASSERT_GT(atMost, atLeast) << "no child, although no replacement was in progress";
   } else {
     ASSERT_EQ(ids.size(), 1U);
     ASSERT_GE(ids.front(), atLeast);
@@ -97,8 +96,8 @@ void checkChild(ModelClient& client, const Counters& counters) {
   }
 }
 
-/// Goes over all counters as a listing does.
-void checkAll(ModelClient& client, const Counters& counters) {
+/// Checks all counters in the order of a listing.
+void checkAll(Client& client, const Counters& counters) {
   std::vector<unsigned short> ids;
   ASSERT_EQ(client.childIds({1}, ids), ModelRes_Success);
   ASSERT_EQ(ids.size(), parts);
@@ -107,7 +106,7 @@ void checkAll(ModelClient& client, const Counters& counters) {
     ASSERT_EQ(client.elementSum(Counters::chainOf(id), sum), ModelRes_Success);
     const std::uint64_t atLeast = counters.acknowledged(id);
     std::string text;
-    ASSERT_EQ(client.value(Counters::chainOf(id), text), ModelRes_Success);
+    ASSERT_EQ(client.save(Counters::chainOf(id), text), ModelRes_Success);
     const std::uint64_t atMost = counters.begun(id);
     const std::uint64_t value = std::stoull(text);
     ASSERT_GE(value, atLeast) << "part " << id;
@@ -116,27 +115,28 @@ void checkAll(ModelClient& client, const Counters& counters) {
   checkChild(client, counters);
 }
 
-TEST(CoherenceUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) {
-  constexpr int walks = 300;
+TEST(CoherenceUnderChange, ValuesAreBetweenTheAcknowledgedAndTheBegunChanges) {
+  constexpr int listings = 300;
   Counters counters;
-  std::atomic<int> asking{0};
+  std::atomic<int> activeClients{0};
   std::vector<std::thread> clients;
   for (int i = 0; i < 3; ++i) {
-    ++asking;
+    ++activeClients;
     clients.emplace_back([&] {
-      ModelClient client;
+      Client client;
       EXPECT_EQ(client.connect(counters.port()), ModelRes_Success);
-      for (int walk = 0; walk < walks && !testing::Test::HasFatalFailure(); ++walk) {
+      for (int listing = 0; listing < listings && !testing::Test::HasFatalFailure(); ++listing) {
         checkAll(client, counters);
-        // In hand meanwhile, where nobody else asks.
-        for (int again = 0; again < parts && !testing::Test::HasFatalFailure(); ++again) {
+        // Served from the cache unless another client invalidates it.
+        for (int repeat = 0; repeat < parts && !testing::Test::HasFatalFailure(); ++repeat) {
           checkChild(client, counters);
         }
       }
-      --asking;
+      --activeClients;
     });
   }
-  for (unsigned short id = 0; asking > 0; id = static_cast<unsigned short>((id + 1) % parts)) {
+  for (unsigned short id = 0; activeClients > 0;
+       id = static_cast<unsigned short>((id + 1) % parts)) {
     counters.count(id);
     if (id == 0) {
       counters.replaceChild();
@@ -147,12 +147,12 @@ TEST(CoherenceUnderChange, AnswersLieBetweenWhatWasAcknowledgedAndWhatWasBegun) 
   }
 }
 
-TEST(CoherenceForMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
+TEST(CoherenceForMany, EachOfFiftyClientsSeesAChangeAtOnce) {
   constexpr int rounds = 60;
   Counters counters;
-  std::vector<std::unique_ptr<ModelClient>> clients;
+  std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < 50; ++i) {
-    clients.push_back(std::make_unique<ModelClient>());
+    clients.push_back(std::make_unique<Client>());
     ASSERT_EQ(clients.back()->connect(counters.port()), ModelRes_Success);
   }
   for (int round = 0; round < rounds && !HasFatalFailure(); ++round) {
@@ -169,14 +169,14 @@ TEST(CoherenceForMany, EveryOneOfFiftyClientsSeesAChangeAtOnce) {
     for (const auto& client : clients) {
       checkChild(*client, counters);
       std::string text;
-      ASSERT_EQ(client->value(Counters::chainOf(id), text), ModelRes_Success);
+      ASSERT_EQ(client->save(Counters::chainOf(id), text), ModelRes_Success);
       ASSERT_EQ(text, std::to_string(counters.acknowledged(id)));
     }
   }
 }
 
 TEST(CoherenceOfALiveServer, EndsWithTheServiceInTheSameProcess) {
-  ModelClient client;
+  Client client;
   std::vector<unsigned short> ids;
   {
     Counters counters;

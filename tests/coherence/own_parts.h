@@ -9,12 +9,12 @@
 #include "modelsrv/model_root.h"
 #include "tests/coherence/tree_model.h"
 
-// Parts of a program's own classes below the root that `manager` serves: what they
-// answer about children, elements and names goes with what they hold.
+// Parts of classes of the test, in the tree of the root that `manager` serves. Their children,
+// elements and names change with their state.
 
 namespace coherence {
 
-/// Texts whose number and names change with them (`PartModel::take`).
+/// Texts whose number and names change with them (`PartModel::setTexts`).
 class VaryingPart final : public ModelSrv::ModelPart {
  public:
   VaryingPart(ModelSrv::ModelPartId id, const PartModel& part, EvtSrv::EventPortManager& manager)
@@ -27,15 +27,17 @@ class VaryingPart final : public ModelSrv::ModelPart {
     const std::lock_guard lock(manager_.clientMutex);
     std::vector<std::string> texts = part_.values;
     texts.at(element) = text;
-    take(std::move(texts));
+    replace(std::move(texts));
   }
   void setAll(std::vector<std::string> texts) {
     const std::lock_guard lock(manager_.clientMutex);
-    take(std::move(texts));
+    replace(std::move(texts));
   }
 
  protected:
-  [[nodiscard]] bool isCacheable() const override { return part_.madeBy == PartClass::telling; }
+  [[nodiscard]] bool isCacheable() const override {
+    return part_.partClass == PartClass::cacheable;
+  }
   [[nodiscard]] unsigned elementCount() const override {
     return part_.isArray ? static_cast<unsigned>(part_.values.size()) : 0;
   }
@@ -64,17 +66,17 @@ class VaryingPart final : public ModelSrv::ModelPart {
     } else {
       return ModelSrv::ModelRes_NoSuchIndex;
     }
-    take(std::move(texts));
+    replace(std::move(texts));
     return ModelSrv::ModelRes_Success;
   }
 
  private:
-  void take(std::vector<std::string> texts) {
+  void replace(std::vector<std::string> texts) {
     PartModel next = part_;
-    next.take(std::move(texts));
-    const bool keepsShape =
+    next.setTexts(std::move(texts));
+    const bool hasSameStructure =
         next.values.size() == part_.values.size() && next.elementNames == part_.elementNames;
-    if (isCacheable() && keepsShape) {
+    if (isCacheable() && hasSameStructure) {
       invalidateValue();
     } else if (isCacheable()) {
       invalidate();
@@ -87,30 +89,30 @@ class VaryingPart final : public ModelSrv::ModelPart {
   PartModel part_;
 };
 
-/// A node that hides its children and shows them again.
-class FoldingNode final : public ModelSrv::ModelNode {
+/// A node that can hide its children.
+class HidingNode final : public ModelSrv::ModelNode {
  public:
-  FoldingNode(ModelSrv::ModelPartId id, const PartModel& part, EvtSrv::EventPortManager& manager)
+  HidingNode(ModelSrv::ModelPartId id, const PartModel& part, EvtSrv::EventPortManager& manager)
       : ModelNode(id, part.name),
         manager_(manager),
-        isCacheable_(part.madeBy == PartClass::telling),
-        isFolded_(part.isFolded) {}
-  ~FoldingNode() override { detach(); }
+        isCacheable_(part.partClass == PartClass::cacheable),
+        isHiding_(part.isHiding) {}
+  ~HidingNode() override { detach(); }
 
-  void fold(bool folded) {
+  void hide(bool hiding) {
     const std::lock_guard lock(manager_.clientMutex);
     invalidate();
-    isFolded_ = folded;
+    isHiding_ = hiding;
   }
 
  protected:
   [[nodiscard]] bool isCacheable() const override { return isCacheable_; }
-  [[nodiscard]] ModelNode* asNode() override { return isFolded_ ? nullptr : this; }
+  [[nodiscard]] ModelNode* asNode() override { return isHiding_ ? nullptr : this; }
 
  private:
   EvtSrv::EventPortManager& manager_;
   const bool isCacheable_;
-  bool isFolded_;
+  bool isHiding_;
 };
 
 }  // namespace coherence

@@ -11,16 +11,15 @@
 
 namespace coherence {
 
-/// A `TreeModel` as parts below a root that serves it.
+/// The parts of a `TreeModel` in the tree of a root that serves it.
 class PublishedModel {
  public:
-  /// Nothing is served yet; `root` outlives this.
+  /// The root must not serve yet, and must outlive this object.
   PublishedModel(ModelSrv::ModelRoot& root, const TreeModel& tree) : root_(root) {
     publishChildren(tree, {});
   }
 
-  /// Adds the part that `tree` has there, and all below it, which is hung together
-  /// before.
+  /// Adds the part that `tree` has at `chain`, together with its descendants.
   void publish(const TreeModel& tree, const Chain& chain) {
     parts_[chain] = make(chain.back(), tree.at(chain));
     publishChildren(tree, chain);
@@ -39,20 +38,20 @@ class PublishedModel {
     ModelSrv::ModelPart& part = *parts_.at(chain);
     if (auto* single = dynamic_cast<ModelSrv::ValuePart<std::string>*>(&part)) {
       expect(single->setValue(text));
-    } else if (auto* own = dynamic_cast<VaryingPart*>(&part)) {
-      own->set(element, text);
+    } else if (auto* varying = dynamic_cast<VaryingPart*>(&part)) {
+      varying->set(element, text);
     } else {
       expect(dynamic_cast<ModelSrv::ArrayPart<std::string>&>(part).setValue(
           static_cast<ModelSrv::ModelPartIndex>(element), text));
     }
   }
 
-  /// For parts of the program's own.
+  /// For parts of the test's classes.
   void setAll(const Chain& chain, std::vector<std::string> texts) {
     dynamic_cast<VaryingPart&>(*parts_.at(chain)).setAll(std::move(texts));
   }
-  void fold(const Chain& chain, bool folded) {
-    dynamic_cast<FoldingNode&>(*parts_.at(chain)).fold(folded);
+  void hide(const Chain& chain, bool hiding) {
+    dynamic_cast<HidingNode&>(*parts_.at(chain)).hide(hiding);
   }
 
  private:
@@ -65,11 +64,11 @@ class PublishedModel {
   [[nodiscard]] std::unique_ptr<ModelSrv::ModelPart> make(ModelSrv::ModelPartId id,
                                                           const PartModel& part) const {
     EvtSrv::EventPortManager& manager = *root_.manager();
-    const bool isOwn = part.madeBy != PartClass::library;
-    if (part.isNode && isOwn) {
-      return std::make_unique<FoldingNode>(id, part, manager);
+    const bool isTestClass = part.partClass != PartClass::library;
+    if (part.isNode && isTestClass) {
+      return std::make_unique<HidingNode>(id, part, manager);
     }
-    if (isOwn) {
+    if (isTestClass) {
       return std::make_unique<VaryingPart>(id, part, manager);
     }
     if (part.isNode) {
@@ -95,7 +94,7 @@ class PublishedModel {
   }
 
   ModelSrv::ModelRoot& root_;
-  /// What is deeper is destroyed first.
+  /// Children are destroyed before their parents.
   struct DeepFirst {
     bool operator()(const Chain& a, const Chain& b) const {
       return a.size() != b.size() ? a.size() > b.size() : a < b;

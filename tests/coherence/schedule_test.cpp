@@ -3,19 +3,20 @@
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "tests/coherence/model_client.h"
+#include "tests/coherence/expected_reads.h"
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
 
-// Two clients and a server in another process, which change the tree, ask about it,
-// die and come back in a random order, one step after the other: so there is one
-// right answer to each question.
+// Two clients and a server in another process. In a random order, one step after the other, the
+// tree is changed and read, and the server is killed and restarted. So there is one correct
+// reply to each request.
 
 namespace {
 
@@ -28,37 +29,41 @@ using namespace coherence;
 #endif
 #endif
 
-/// The sanitized builds take several times as long a step.
+/// A step of a sanitized build takes several times as long.
 #ifdef COHERENCE_SANITIZED
-constexpr int steps = 1000;
+constexpr int defaultSteps = 1000;
 #else
-constexpr int steps = 3000;
+constexpr int defaultSteps = 3000;
 #endif
+
+/// The number of steps of each schedule: TREESCOPE_SCHEDULE_STEPS if it is set.
+int steps() {
+  const char* const given = std::getenv("TREESCOPE_SCHEDULE_STEPS");
+  return given != nullptr ? std::atoi(given) : defaultSteps;
+}
 
 class Schedule {
  public:
   explicit Schedule(unsigned seed) : random_(seed) {
     start();
-    for (ModelClient& client : clients_) {
+    for (Client& client : clients_) {
       EXPECT_EQ(client.connect(port_), ModelRes_Success);
     }
   }
 
-  ~Schedule() {
-    // It takes its mailbox away.
-    EXPECT_EQ(server_->finish(), test_support::ExitStatus{});
-  }
+  /// Lets the server exit, which removes its mailbox.
+  ~Schedule() { EXPECT_EQ(server_->finish(), test_support::ExitStatus{}); }
   Schedule(const Schedule&) = delete;
   Schedule& operator=(const Schedule&) = delete;
 
   void step() {
     const unsigned kind = below(1000);
     if (kind < 360) {
-      askAnything();
+      readAnything();
     } else if (kind < 400) {
-      changeAndAskForShape();
+      changeAndReadStructure();
     } else if (kind < 600) {
-      walk();
+      list();
     } else if (kind < 760) {
       changeAtServer(anyPart());
     } else if (kind < 900) {
@@ -70,7 +75,7 @@ class Schedule {
     } else if (kind < 995) {
       killAndRestart();
     } else if (stops_ > 0) {
-      askWhileStopped();
+      readWhileStopped();
     }
   }
 
@@ -78,7 +83,7 @@ class Schedule {
   unsigned below(unsigned limit) {
     return std::uniform_int_distribution<unsigned>(0, limit - 1)(random_);
   }
-  ModelClient& anyClient() { return clients_[below(2)]; }
+  Client& anyClient() { return clients_[below(2)]; }
   std::string anyText() { return "t" + std::to_string(below(1'000'000)); }
 
   std::vector<std::string> anyTexts() {
@@ -89,10 +94,12 @@ class Schedule {
     return texts;
   }
 
-  /// More often than not one that was asked about lately, and may be held.
+  Chain anyRecentPart() { return recent_[below(static_cast<unsigned>(recent_.size()))]; }
+
+  /// A part that clients can see; usually one that was listed recently and may be cached.
   Chain anyPart() {
     if (!recent_.empty() && below(10) < 7) {
-      Chain chain = recent_[below(static_cast<unsigned>(recent_.size()))];
+      Chain chain = anyRecentPart();
       if (!chain.empty() && below(3) == 0) {
         chain.pop_back();
       }
@@ -102,7 +109,6 @@ class Schedule {
     }
     auto at = tree_.parts().begin();
     std::advance(at, below(static_cast<unsigned>(tree_.parts().size())));
-    // What is hidden is not there for anybody.
     Chain chain = at->first;
     while (!tree_.contains(chain)) {
       chain.pop_back();
@@ -110,15 +116,15 @@ class Schedule {
     return chain;
   }
 
-  /// One of a class of the program's own that is no node; the root where there is none.
-  Chain anyOwnPart() {
-    std::vector<Chain> own;
+  /// A part of a class of the test that is not a node; the root if there is none.
+  Chain anyVaryingPart() {
+    std::vector<Chain> varying;
     for (const auto& [chain, part] : tree_.parts()) {
-      if (part.madeBy != PartClass::library && !part.isNode && tree_.contains(chain)) {
-        own.push_back(chain);
+      if (part.partClass != PartClass::library && !part.isNode && tree_.contains(chain)) {
+        varying.push_back(chain);
       }
     }
-    return own.empty() ? Chain{} : own[below(static_cast<unsigned>(own.size()))];
+    return varying.empty() ? Chain{} : varying[below(static_cast<unsigned>(varying.size()))];
   }
 
   void start() {
@@ -128,35 +134,43 @@ class Schedule {
     tree_ = TreeModel::initial();
   }
 
-  void tellServer(const std::string& line) {
+  void command(const std::string& line) {
     ASSERT_TRUE(server_->write(line + '\n'));
     ASSERT_TRUE(server_->waitForLine("ok")) << line;
   }
 
-  void askAnything() {
-    // What was there lately may have been removed or hidden since.
-    Chain chain = !recent_.empty() && below(4) == 0
-                      ? recent_[below(static_cast<unsigned>(recent_.size()))]
-                      : anyPart();
+  void read(Client& client, const Chain& chain, Read what) {
+    expectRead(client, tree_, chain, what, static_cast<ModelPartIndex>(below(5)));
+  }
+
+  void readByBoth(const Chain& chain, Read what) {
+    for (Client& client : clients_) {
+      read(client, chain, what);
+    }
+  }
+
+  void readAnything() {
+    // A recent part may have been removed or hidden since.
+    Chain chain = !recent_.empty() && below(4) == 0 ? anyRecentPart() : anyPart();
     if (below(10) == 0) {
       chain.push_back(static_cast<ModelPartId>(60'000 + below(3)));
     }
-    ask(anyClient(), chain, below(6));
+    read(anyClient(), chain, static_cast<Read>(below(readCount)));
   }
 
-  /// Asks all there is to know, in the order of a listing, below some node.
-  void walk() {
-    ModelClient& client = anyClient();
+  /// Reads everything in a part of the tree, in the order of a listing.
+  void list() {
+    Client& client = anyClient();
     const Chain top = anyPart();
     recent_.clear();
     unsigned left = below(60);
-    walkBelow(client, top, left);
+    listPart(client, top, left);
   }
 
-  void walkBelow(ModelClient& client, const Chain& chain, unsigned& left) {
+  void listPart(Client& client, const Chain& chain, unsigned& left) {
     recent_.push_back(chain);
-    for (unsigned question = 0; question < 6; ++question) {
-      ask(client, chain, question);
+    for (unsigned what = 0; what < readCount; ++what) {
+      read(client, chain, static_cast<Read>(what));
     }
     for (const ModelPartId id : tree_.children(chain)) {
       if (left == 0) {
@@ -165,140 +179,55 @@ class Schedule {
       --left;
       Chain child = chain;
       child.push_back(id);
-      walkBelow(client, child, left);
+      listPart(client, child, left);
     }
   }
 
-  void askBoth(const Chain& chain, unsigned question) {
-    for (ModelClient& client : clients_) {
-      ask(client, chain, question);
-    }
-  }
-
-  void ask(ModelClient& client, const Chain& chain, unsigned question) {
-    SCOPED_TRACE(textOf(chain) + " question " + std::to_string(question));
-    if (!tree_.contains(chain)) {
-      askAboutNothing(client, chain);
-      return;
-    }
-    const PartModel& part = tree_.at(chain);
-    switch (question) {
-      case 0:
-        return expectIds(client, chain);
-      case 1:
-        return expectNames(client, chain);
-      case 2: {
-        unsigned short sum = 99;
-        ASSERT_EQ(client.elementSum(chain, sum), ModelRes_Success);
-        EXPECT_EQ(sum, part.isArray ? part.values.size() : 0);
-        return;
-      }
-      case 3: {
-        std::vector<std::string> names;
-        ASSERT_EQ(client.elementNames(chain, names), ModelRes_Success);
-        EXPECT_EQ(names, part.elementNames);
-        return;
-      }
-      case 4:
-        return expectValue(client, chain, part);
-      default:
-        return expectElement(client, chain, part);
-    }
-  }
-
-  static void askAboutNothing(ModelClient& client, const Chain& chain) {
-    std::vector<unsigned short> ids;
-    EXPECT_EQ(client.childIds(chain, ids), ModelRes_NoSuchPart);
-    std::string text;
-    EXPECT_EQ(client.value(chain, text), ModelRes_NoSuchPart);
-  }
-
-  void expectIds(ModelClient& client, const Chain& chain) {
-    std::vector<unsigned short> ids;
-    ASSERT_EQ(client.childIds(chain, ids), ModelRes_Success);
-    EXPECT_EQ(ids, tree_.children(chain));
-  }
-
-  void expectNames(ModelClient& client, const Chain& chain) {
-    std::vector<std::string> names;
-    ASSERT_EQ(client.childNames(chain, names), ModelRes_Success);
-    std::vector<std::string> expected;
-    for (const ModelPartId id : tree_.children(chain)) {
-      Chain child = chain;
-      child.push_back(id);
-      expected.push_back(tree_.at(child).name);
-    }
-    EXPECT_EQ(names, expected);
-  }
-
-  static void expectValue(ModelClient& client, const Chain& chain, const PartModel& part) {
-    std::string text;
-    const ModelRes result = client.value(chain, text);
-    if (part.isNode) {
-      EXPECT_EQ(result, ModelRes_NoValue);
-      return;
-    }
-    EXPECT_EQ(result, ModelRes_Success);
-    EXPECT_EQ(text, part.text());
-  }
-
-  void expectElement(ModelClient& client, const Chain& chain, const PartModel& part) {
-    const auto index = static_cast<unsigned short>(below(5));
-    std::string text;
-    const ModelRes result = client.value(chain, text, index);
-    if (part.isArray && index < part.values.size()) {
-      EXPECT_EQ(result, ModelRes_Success);
-      EXPECT_EQ(text, part.values[index]);
-    } else {
-      EXPECT_EQ(result, part.isNode ? ModelRes_NoValue : ModelRes_NoSuchIndex);
-    }
-  }
-
-  /// What is held of a shape outlasts changes of values. So a part whose shape goes
-  /// with its value is changed more than once before a client asks about it again.
-  void changeAndAskForShape() {
-    const Chain chain = anyOwnPart();
-    askBoth(chain, 2);
+  /// Cached structure outlasts changes of values. So a part whose structure changes with its
+  /// value is changed more than once before a client reads it again.
+  void changeAndReadStructure() {
+    const Chain chain = anyVaryingPart();
+    readByBoth(chain, Read::elementSum);
     for (unsigned changes = 1 + below(3); changes > 0; --changes) {
       changeAtServer(chain);
     }
-    for (ModelClient& client : clients_) {
-      ask(client, chain, 2 + below(2));
+    for (Client& client : clients_) {
+      read(client, chain, below(2) == 0 ? Read::elementSum : Read::elementNames);
     }
   }
 
   void changeAtServer(const Chain& chain) {
     PartModel& part = tree_.at(chain);
-    const bool isOwn = part.madeBy != PartClass::library;
+    const bool isTestClass = part.partClass != PartClass::library;
     if (part.isNode) {
-      if (isOwn) {
-        foldOrUnfold(chain, part);
+      if (isTestClass) {
+        hideOrShow(chain, part);
       }
       return;
     }
-    if (isOwn && below(2) == 0) {
-      part.take(anyTexts());
+    if (isTestClass && below(2) == 0) {
+      part.setTexts(anyTexts());
       std::string line = "all " + textOf(chain);
       for (const std::string& text : part.values) {
         line += ' ' + text;
       }
-      return tellServer(line);
+      return command(line);
     }
     const unsigned element = below(static_cast<unsigned>(part.values.size()));
     const std::string text = anyText();
     setElement(part, element, text);
-    tellServer("set " + textOf(chain) + ' ' + std::to_string(element) + ' ' + text);
+    command("set " + textOf(chain) + ' ' + std::to_string(element) + ' ' + text);
   }
 
-  void foldOrUnfold(const Chain& chain, PartModel& part) {
-    part.isFolded = !part.isFolded;
-    tellServer("fold " + textOf(chain) + (part.isFolded ? " 1" : " 0"));
+  void hideOrShow(const Chain& chain, PartModel& part) {
+    part.isHiding = !part.isHiding;
+    command("hide " + textOf(chain) + (part.isHiding ? " 1" : " 0"));
   }
 
   static void setElement(PartModel& part, unsigned element, const std::string& text) {
     part.values[element] = text;
-    if (part.madeBy != PartClass::library) {
-      part.take(part.values);
+    if (part.partClass != PartClass::library) {
+      part.setTexts(part.values);
     }
   }
 
@@ -308,17 +237,15 @@ class Schedule {
     if (part.isNode) {
       return;
     }
-    if (part.madeBy != PartClass::library && below(2) == 0) {
-      part.take(anyTexts());
-      ASSERT_EQ(anyClient().store(chain, part.text()), ModelRes_Success);
+    if (part.partClass != PartClass::library && below(2) == 0) {
+      part.setTexts(anyTexts());
+      ASSERT_EQ(anyClient().load(chain, part.text()), ModelRes_Success);
       return;
     }
     const unsigned element = below(static_cast<unsigned>(part.values.size()));
     const std::string text = anyText();
-    ASSERT_EQ(
-        anyClient().store(chain, text,
-                          part.isArray ? static_cast<unsigned short>(element) : ModelPartIndex_All),
-        ModelRes_Success);
+    const auto index = part.isArray ? static_cast<ModelPartIndex>(element) : ModelPartIndex_All;
+    ASSERT_EQ(anyClient().load(chain, text, false, index), ModelRes_Success);
     setElement(part, element, text);
   }
 
@@ -331,59 +258,58 @@ class Schedule {
     if (tree_.parts().contains(chain)) {
       return;
     }
-    static constexpr std::array kinds{"node", "value", "array", "own", "folding", "folded"};
+    static constexpr std::array kinds{"node", "value", "array", "varying", "hiding", "hidden"};
     add(chain, kinds[below(kinds.size())]);
-    if (tree_.at(chain).isFolded) {
-      showWhatIsFolded(chain);
+    if (tree_.at(chain).isHiding) {
+      showHiddenParts(chain);
     }
   }
 
   void add(const Chain& chain, const std::string& kind) {
     const std::string name = anyText();
-    tellServer("add " + textOf(chain) + ' ' + kind + ' ' + name);
+    command("add " + textOf(chain) + ' ' + kind + ' ' + name);
     tree_.add(chain, kind, name);
   }
 
-  /// What came into the tree unseen keeps the promise as well once it is seen.
-  void showWhatIsFolded(Chain chain) {
-    foldOrUnfold(chain, tree_.at(chain));
+  /// Parts that were hidden when they were added must be coherent too once clients see them.
+  void showHiddenParts(Chain chain) {
+    hideOrShow(chain, tree_.at(chain));
     chain.push_back(2);
-    askBoth(chain, 0);
+    readByBoth(chain, Read::childIds);
     chain.push_back(5);
     add(chain, "value");
     chain.pop_back();
-    askBoth(chain, 0);
+    readByBoth(chain, Read::childIds);
   }
 
   void removePart() {
     const Chain chain = anyPart();
-    // The wide node is what the walks are good for.
+    // The node with many children is kept for the listings.
     if (chain.empty() || chain == Chain{9}) {
       return;
     }
-    tellServer("remove " + textOf(chain));
+    command("remove " + textOf(chain));
     tree_.remove(chain);
   }
 
   void killAndRestart() {
-    askBoth({}, 0);
+    readByBoth({}, Read::childIds);
     server_->signal(SIGKILL);
     ASSERT_TRUE(server_->waitForExit().has_value());
     std::vector<unsigned short> ids;
-    for (ModelClient& client : clients_) {
+    for (Client& client : clients_) {
       EXPECT_EQ(client.childIds({}, ids), ModelRes_NotConnected);
     }
     start();
   }
 
-  /// A server that stands still has not changed anything: what is in hand may be
-  /// said, the rest runs out of time.
-  void askWhileStopped() {
+  /// A stopped server changes nothing: cached data is current, and other requests time out.
+  void readWhileStopped() {
     --stops_;
     server_->signal(SIGSTOP);
     int status = 0;
     ASSERT_EQ(::waitpid(server_->pid(), &status, WUNTRACED), server_->pid());
-    ModelClient& client = anyClient();
+    Client& client = anyClient();
     for (int i = 0; i < 50; ++i) {
       const Chain chain = anyPart();
       std::vector<unsigned short> ids;
@@ -392,9 +318,9 @@ class Schedule {
       }
     }
     server_->signal(SIGCONT);
-    // The connection is good again when an answer has come.
+    // The connection stays stalled until the server shows life again.
     std::vector<unsigned short> ids;
-    while (client.childIds(Chain{}, ids) == ModelRes_Timeout) {
+    while (client.childIds({}, ids) == ModelRes_Timeout) {
     }
     EXPECT_EQ(ids, tree_.children({}));
   }
@@ -402,7 +328,7 @@ class Schedule {
   std::mt19937 random_;
   const std::string port_ = test_support::uniquePortName();
   std::unique_ptr<test_support::Process> server_;
-  std::array<ModelClient, 2> clients_;
+  std::array<Client, 2> clients_;
   TreeModel tree_;
   std::vector<Chain> recent_;
   int stops_ = 1;
@@ -410,9 +336,10 @@ class Schedule {
 
 class CoherenceSchedule : public testing::TestWithParam<unsigned> {};
 
-TEST_P(CoherenceSchedule, NoAnswerIsOlderThanWhatWasAcknowledged) {
+TEST_P(CoherenceSchedule, NoReplyIsOlderThanAnAcknowledgedChange) {
   Schedule schedule(GetParam());
-  for (int i = 0; i < steps && !HasFailure(); ++i) {
+  const int count = steps();
+  for (int i = 0; i < count && !HasFailure(); ++i) {
     SCOPED_TRACE("step " + std::to_string(i));
     schedule.step();
   }

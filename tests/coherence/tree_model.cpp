@@ -29,24 +29,24 @@ PartModel array(std::string name, std::size_t elements, bool named) {
   return part;
 }
 
-PartModel own(std::string name, PartClass madeBy, std::vector<std::string> texts) {
-  PartModel part{.name = std::move(name), .madeBy = madeBy};
-  part.take(std::move(texts));
+PartModel varying(std::string name, PartClass partClass, std::vector<std::string> texts) {
+  PartModel part{.name = std::move(name), .partClass = partClass};
+  part.setTexts(std::move(texts));
   return part;
 }
 
-PartModel ownNode(std::string name, PartClass madeBy) {
-  return {.name = std::move(name), .isNode = true, .madeBy = madeBy};
+PartModel hidingNode(std::string name, PartClass partClass) {
+  return {.name = std::move(name), .isNode = true, .partClass = partClass};
 }
 
-Chain below(Chain chain, ModelPartId id) {
+Chain childOf(Chain chain, ModelPartId id) {
   chain.push_back(id);
   return chain;
 }
 
 }  // namespace
 
-void PartModel::take(std::vector<std::string> texts) {
+void PartModel::setTexts(std::vector<std::string> texts) {
   values = std::move(texts);
   isArray = values.size() > 1;
   elementNames.clear();
@@ -71,26 +71,26 @@ TreeModel TreeModel::initial() {
     const Chain at{group};
     tree.add(at, node("group" + std::to_string(group)));
     for (ModelPartId id = 0; id < 5; ++id) {
-      tree.add(below(at, id), value("value" + std::to_string(id), "0"));
+      tree.add(childOf(at, id), value("value" + std::to_string(id), "0"));
     }
-    tree.add(below(at, 8), array("named", 3, true));
-    tree.add(below(at, 6), array("unnamed", 1 + group, false));
-    tree.add(below(at, 5), value("", "nobody"));
-    tree.add(below(at, 11), own("own", PartClass::telling, {"a", "b"}));
-    tree.add(below(at, 10), own("silent", PartClass::silent, {"c"}));
-    for (const PartClass madeBy : {PartClass::telling, PartClass::silent}) {
-      const Chain folding = below(at, madeBy == PartClass::telling ? 13 : 12);
-      tree.add(folding, ownNode("folding", madeBy));
+    tree.add(childOf(at, 8), array("named", 3, true));
+    tree.add(childOf(at, 6), array("unnamed", 1 + group, false));
+    tree.add(childOf(at, 5), value("", "unnamed"));
+    tree.add(childOf(at, 11), varying("varying", PartClass::cacheable, {"a", "b"}));
+    tree.add(childOf(at, 10), varying("uncacheable", PartClass::uncacheable, {"c"}));
+    for (const PartClass partClass : {PartClass::cacheable, PartClass::uncacheable}) {
+      const Chain hiding = childOf(at, partClass == PartClass::cacheable ? 13 : 12);
+      tree.add(hiding, hidingNode("hiding", partClass));
       for (ModelPartId id = 0; id < 3; ++id) {
-        tree.add(below(folding, id), value("inner" + std::to_string(id), "in"));
+        tree.add(childOf(hiding, id), value("inner" + std::to_string(id), "in"));
       }
-      tree.add(below(folding, 3), own("varied", PartClass::telling, {"x", "y", "z"}));
+      tree.add(childOf(hiding, 3), varying("inner", PartClass::cacheable, {"x", "y", "z"}));
     }
   }
   tree.add({9}, node("wide"));
   for (ModelPartId id = 0; id < 400; ++id) {
     const std::string number = std::to_string(id);
-    tree.add({9, id}, id % 8 == 5 ? own("o" + number, PartClass::telling, {number, number})
+    tree.add({9, id}, id % 8 == 5 ? varying("o" + number, PartClass::cacheable, {number, number})
                                   : value("w" + number, number));
   }
   Chain deep{4};
@@ -110,7 +110,7 @@ bool TreeModel::contains(const Chain& chain) const {
   }
   for (Chain above = chain; !above.empty();) {
     above.pop_back();
-    if (parts_.at(above).isFolded) {
+    if (parts_.at(above).isHiding) {
       return false;
     }
   }
@@ -120,7 +120,7 @@ bool TreeModel::contains(const Chain& chain) const {
 const std::vector<ModelPartId>& TreeModel::children(const Chain& chain) const {
   static const std::vector<ModelPartId> none;
   const PartModel& part = at(chain);
-  return part.isFolded ? none : part.children;
+  return part.isHiding ? none : part.children;
 }
 
 void TreeModel::add(const Chain& chain, PartModel part) {
@@ -139,14 +139,14 @@ void TreeModel::add(const Chain& chain, const std::string& kind, std::string nam
   if (kind == "array") {
     return add(chain, array(std::move(name), 2, false));
   }
-  if (kind == "own") {
-    return add(chain, own(std::move(name), PartClass::telling, {"new", "own"}));
+  if (kind == "varying") {
+    return add(chain, varying(std::move(name), PartClass::cacheable, {"new", "varying"}));
   }
-  add(chain, ownNode(std::move(name), PartClass::telling));
-  if (kind == "folded") {
-    parts_.at(chain).isFolded = true;
-    add(below(chain, 2), node("within"));
-    add(below(below(chain, 2), 1), value("hidden", "new"));
+  add(chain, hidingNode(std::move(name), PartClass::cacheable));
+  if (kind == "hidden") {
+    parts_.at(chain).isHiding = true;
+    add(childOf(chain, 2), node("inner"));
+    add(childOf(childOf(chain, 2), 1), value("hidden", "new"));
   }
 }
 

@@ -6,15 +6,14 @@
 
 #include "modelsrv/model_part.h"
 
-/// A tree of texts as a table: what a server publishes, and what a test expects of
-/// its answers.
+/// A tree of texts as a table: what a server publishes, and what a test expects in its replies.
 namespace coherence {
 
 using Chain = std::vector<ModelSrv::ModelPartId>;
 
-/// Whose class a part is of: one of the library's, or one of the program's own that
-/// tells of a change before it makes it, or that tells of none.
-enum class PartClass { library, telling, silent };
+/// The class of a part: one of the library, or one of the test that is cacheable (it invalidates
+/// before each change) or uncacheable.
+enum class PartClass { library, cacheable, uncacheable };
 
 struct PartModel {
   std::string name;
@@ -25,40 +24,38 @@ struct PartModel {
   /// One for a single value.
   std::vector<std::string> values = {};
   std::vector<std::string> elementNames = {};
-  PartClass madeBy = PartClass::library;
-  /// A node of the program's own may hide its children.
-  bool isFolded = false;
+  PartClass partClass = PartClass::library;
+  /// A node of the test's class may hide its children.
+  bool isHiding = false;
 
-  /// Gives a part of the program's own these texts for a value, and the elements and
-  /// names that go with them: one is no array, an even number has names that tell of
-  /// the texts.
-  void take(std::vector<std::string> texts);
+  /// Sets the texts of a part of the test's class, and its structure: one text is not an array,
+  /// and an even number of elements have names, which contain the texts.
+  void setTexts(std::vector<std::string> texts);
   /// The whole value.
   [[nodiscard]] std::string text() const;
 };
 
 class TreeModel {
  public:
-  /// The tree that every server begins with: nodes in and out of the order of their
-  /// ids, arrays with and without names, a node that is wide, one that is deep, a
-  /// value that is long.
+  /// The tree that every server begins with: nodes in the order of their ids and in another
+  /// order, arrays with and without names, many children, many levels, a long value.
   static TreeModel initial();
 
-  /// Whether a client finds a part there: it exists, and nothing above it is folded.
+  /// Whether a client finds a part at `chain`: it exists, and no ancestor hides its children.
   [[nodiscard]] bool contains(const Chain& chain) const;
-  /// The children that a client is told of.
+  /// The children that a client sees.
   [[nodiscard]] const std::vector<ModelSrv::ModelPartId>& children(const Chain& chain) const;
   [[nodiscard]] const PartModel& at(const Chain& chain) const { return parts_.at(chain); }
   [[nodiscard]] PartModel& at(const Chain& chain) { return parts_.at(chain); }
-  /// All parts, also those that are hidden, the root (an empty chain) first.
+  /// All parts, including hidden ones. The root (an empty chain) is the first.
   [[nodiscard]] const std::map<Chain, PartModel>& parts() const { return parts_; }
 
-  /// Adds a part below one that is there.
+  /// Adds a part; its parent must exist.
   void add(const Chain& chain, PartModel part);
-  /// Adds what a test adds at one time: a "node", "value", "array", "own" or "folding",
-  /// or a "folded" that already has parts below it.
+  /// Adds a part by its kind: "node", "value", "array", "varying", "hiding" (a node), or "hidden"
+  /// (a hiding node that hides some descendants).
   void add(const Chain& chain, const std::string& kind, std::string name);
-  /// Takes a part out with all that is below it.
+  /// Removes a part and its descendants.
   void remove(const Chain& chain);
 
  private:
@@ -69,7 +66,7 @@ class TreeModel {
 std::string textOf(const Chain& chain);
 Chain chainOf(const std::string& text);
 
-/// The texts between line feeds; one where there is none.
+/// The texts between line feeds; at least one.
 std::vector<std::string> linesOf(const std::string& text);
 
 }  // namespace coherence

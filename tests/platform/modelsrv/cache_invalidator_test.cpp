@@ -18,11 +18,11 @@ class CacheInvalidatorTest : public testing::Test {
  protected:
   void SetUp() override {
     invalidator_.open();
-    ASSERT_TRUE(tell() && view_.open(invalidator_.beginPrefetch()->handle()));
+    ASSERT_TRUE(cache() && reader_.open(invalidator_.beginPrefetch()->handle()));
   }
 
-  /// Tells of something, which then keeps `stamp_`; what was told holds from `epoch_` on.
-  bool tell() {
+  /// Begins a prefetch. The part in it has `stamp_`; the client's cache is valid from `epoch_` on.
+  bool cache() {
     const StatusPage* page = invalidator_.beginPrefetch();
     if (page == nullptr) {
       return false;
@@ -32,74 +32,74 @@ class CacheInvalidatorTest : public testing::Test {
     return true;
   }
 
-  [[nodiscard]] bool valueHolds() const { return view_.isCurrent(epoch_); }
-  [[nodiscard]] bool structureHolds() const { return view_.isStructureCurrent(epoch_); }
+  [[nodiscard]] bool isValueCurrent() const { return reader_.isCurrent(epoch_); }
+  [[nodiscard]] bool isStructureCurrent() const { return reader_.isStructureCurrent(epoch_); }
 
   EvtSrv::internal::PosixSystem system_;
   CacheInvalidator invalidator_{system_};
-  StatusPageReader view_{system_};
+  StatusPageReader reader_{system_};
   std::uint64_t epoch_ = 0;
   std::uint32_t stamp_ = 0;
 };
 
-TEST_F(CacheInvalidatorTest, OfTheShapeOutlastAChangeOfTheValue) {
+TEST_F(CacheInvalidatorTest, KeepsTheStructureValidWhenAValueChanges) {
   invalidator_.invalidateValue(stamp_);
-  EXPECT_FALSE(valueHolds());
-  EXPECT_TRUE(structureHolds());
+  EXPECT_FALSE(isValueCurrent());
+  EXPECT_TRUE(isStructureCurrent());
 }
 
-TEST_F(CacheInvalidatorTest, OfTheShapeAreTakenBackAfterTheValueWas) {
+TEST_F(CacheInvalidatorTest, InvalidatesTheStructureAfterTheValue) {
   invalidator_.invalidateValue(stamp_);
   invalidator_.invalidate(stamp_);
-  EXPECT_FALSE(structureHolds());
+  EXPECT_FALSE(isStructureCurrent());
 }
 
-TEST_F(CacheInvalidatorTest, OfTheShapeAreTakenBackInALaterEpochOfTheEra) {
+TEST_F(CacheInvalidatorTest, InvalidatesTheStructureOfAPartThatWasCachedInAnEarlierEpoch) {
   const std::uint32_t early = stamp_;
   invalidator_.invalidateValue(stamp_);
-  ASSERT_TRUE(tell());
+  ASSERT_TRUE(cache());
   invalidator_.invalidate(early);
-  EXPECT_FALSE(valueHolds());
-  EXPECT_FALSE(structureHolds());
+  EXPECT_FALSE(isValueCurrent());
+  EXPECT_FALSE(isStructureCurrent());
 }
 
-TEST_F(CacheInvalidatorTest, HoldOnWhereWhatChangesWasToldOfEarlier) {
+TEST_F(CacheInvalidatorTest, IgnoresAChangeOfAPartThatWasCachedInAnEarlierStructureVersion) {
   const std::uint32_t earlier = stamp_;
   invalidator_.invalidateAll();
-  ASSERT_TRUE(tell());
+  ASSERT_TRUE(cache());
   invalidator_.invalidateValue(earlier);
   invalidator_.invalidate(earlier);
-  EXPECT_TRUE(valueHolds());
-  EXPECT_TRUE(structureHolds());
+  EXPECT_TRUE(isValueCurrent());
+  EXPECT_TRUE(isStructureCurrent());
 }
 
-TEST_F(CacheInvalidatorTest, AreTakenBackOnceOnly) {
+TEST_F(CacheInvalidatorTest, AdvancesThePageOnceForEachPrefetch) {
   invalidator_.invalidateValue(stamp_);
   invalidator_.invalidateValue(stamp_);
-  EXPECT_TRUE(view_.isCurrent(epoch_ + 1));
+  EXPECT_TRUE(reader_.isCurrent(epoch_ + 1));
   invalidator_.invalidateAll();
   invalidator_.invalidateAll();
   invalidator_.invalidateValue(stamp_);
-  EXPECT_TRUE(view_.isCurrent(epoch_ + 1 + epochsPerStructure));
+  EXPECT_TRUE(reader_.isCurrent(epoch_ + 1 + epochsPerStructure));
 }
 
-TEST_F(CacheInvalidatorTest, AreTakenBackWhereTheEpochsRunIntoTheNextEra) {
+TEST_F(CacheInvalidatorTest, InvalidatesAfterTheEpochHasRunIntoTheNextStructureVersion) {
   const std::uint64_t first = epoch_;
-  while (view_.isStructureCurrent(first)) {
+  while (reader_.isStructureCurrent(first)) {
     ASSERT_LE(epoch_ - first, epochsPerStructure);
     invalidator_.invalidateValue(stamp_);
-    ASSERT_TRUE(tell());
+    ASSERT_TRUE(cache());
   }
   EXPECT_GT(epoch_, first);
-  EXPECT_TRUE(valueHolds());
+  EXPECT_TRUE(isValueCurrent());
   invalidator_.invalidateValue(stamp_);
-  EXPECT_FALSE(valueHolds());
-  EXPECT_TRUE(structureHolds());
+  EXPECT_FALSE(isValueCurrent());
+  EXPECT_TRUE(isStructureCurrent());
   invalidator_.invalidate(stamp_);
-  EXPECT_FALSE(structureHolds());
+  EXPECT_FALSE(isStructureCurrent());
 }
 
-TEST(MarkOf, IsTheEpochsLowerBitsAndNever0) {
+TEST(StampOf, IsTheLowerBitsOfTheEpochAndNever0) {
   EXPECT_EQ(CacheInvalidator::stampOf(1), 1U);
   EXPECT_EQ(CacheInvalidator::stampOf(0xFFFFFFFF), 0xFFFFFFFFU);
   EXPECT_EQ(CacheInvalidator::stampOf(0x1'0000'0000), 1U);

@@ -8,7 +8,7 @@
 
 #include "tests/platform/modelsrv/served_tree.h"
 
-// What a client answers without its server, and when it must not.
+// Requests that a client serves from its cache, and changes that must invalidate it.
 
 namespace {
 
@@ -24,7 +24,7 @@ class CachedReadsTest : public testing::Test {
   Client client_;
 };
 
-TEST_F(CachedReadsTest, SeeEachKindOfChangeAtTheServerAtOnce) {
+TEST_F(CachedReadsTest, SeeEveryKindOfChangeAtTheServerAtOnce) {
   const auto load = [](ModelPart& part, const std::string& text) {
     std::istringstream stream(text);
     return part.load(stream, false, all);
@@ -38,23 +38,23 @@ TEST_F(CachedReadsTest, SeeEachKindOfChangeAtTheServerAtOnce) {
   const Case cases[] = {
       {"nothing", [] { return ModelRes_Success; }, "42", "1.5\n0.25"},
       {"a value", [&] { return server_.speed.setValue(1); }, "1", "1.5\n0.25"},
-      {"a text of it", [&] { return load(server_.speed, "2"); }, "2", "1.5\n0.25"},
+      {"a value from text", [&] { return load(server_.speed, "2"); }, "2", "1.5\n0.25"},
       {"an element", [&] { return server_.gains.setValue(1, 3); }, "2", "1.5\n3"},
       {"all elements",
        [&] {
          return server_.gains.setValues({4, 5});
        },
        "2", "4\n5"},
-      {"one of all",
+      {"one element of all",
        [&] {
          return server_.gains.setValues({4, 6});
        },
        "2", "4\n6"},
-      {"a text of all", [&] { return load(server_.gains, "7\n8"); }, "2", "7\n8"},
+      {"all elements from text", [&] { return load(server_.gains, "7\n8"); }, "2", "7\n8"},
   };
   for (const Case& test : cases) {
     ASSERT_EQ(test.change(), ModelRes_Success) << test.what;
-    // The first answers bring what the last ones find in hand.
+    // The last requests are served from the reply to the first ones.
     for (int i = 0; i < 3; ++i) {
       EXPECT_EQ(client_.text(gainsChain), test.gains) << test.what;
       EXPECT_EQ(client_.text(speedChain), test.speed) << test.what;
@@ -63,35 +63,29 @@ TEST_F(CachedReadsTest, SeeEachKindOfChangeAtTheServerAtOnce) {
   }
 }
 
-TEST_F(CachedReadsTest, FindTheShapeInHandWhereOnlyValuesHaveChanged) {
+TEST_F(CachedReadsTest, UseTheCachedStructureAfterChangesOfValues) {
   ASSERT_EQ(client_.text(gainsChain), "1.5\n0.25");
   server_.pump.reset();
   ASSERT_EQ(server_.gains.setValue(1, 3), ModelRes_Success);
   unsigned short sum = 99;
-  EXPECT_EQ(client_.root.getElementSumFromServer(&client_.part.at(gainsChain), sum),
-            ModelRes_Success);
+  EXPECT_EQ(client_.elementSum(gainsChain, sum), ModelRes_Success);
   EXPECT_EQ(sum, 2);
   std::vector<std::string> names{"before"};
-  EXPECT_EQ(client_.root.getChildNamesFromServer(&client_.part.at(gainsChain), names),
-            ModelRes_Success);
+  EXPECT_EQ(client_.childNames(gainsChain, names), ModelRes_Success);
   EXPECT_TRUE(names.empty());
   std::vector<unsigned short> ids{7};
-  EXPECT_EQ(client_.root.getChildIdsFromServer(&client_.part.at(gainsChain), ids),
-            ModelRes_Success);
+  EXPECT_EQ(client_.childIds(gainsChain, ids), ModelRes_Success);
   EXPECT_TRUE(ids.empty());
-  EXPECT_EQ(client_.root.getElementNamesFromServer(&client_.part.at(gainsChain), names),
-            ModelRes_Success);
+  EXPECT_EQ(client_.elementNames(gainsChain, names), ModelRes_Success);
   EXPECT_EQ(names, (std::vector<std::string>{"p", "i"}));
   server_.pump.emplace(server_.manager);
   EXPECT_EQ(client_.text(gainsChain), "1.5\n3");
 }
 
-TEST_F(CachedReadsTest, SeeAChangeOfTheShapeBehindOneOfAValue) {
-  const Chain driveChain{1};
+TEST_F(CachedReadsTest, SeeAChangeOfTheStructureAfterOneOfAValue) {
   std::vector<unsigned short> ids;
   const auto children = [&] {
-    EXPECT_EQ(client_.root.getChildIdsFromServer(&client_.part.at(driveChain), ids),
-              ModelRes_Success);
+    EXPECT_EQ(client_.childIds(driveChain, ids), ModelRes_Success);
     return ids;
   };
   const std::vector<unsigned short> before = children();
@@ -104,7 +98,7 @@ TEST_F(CachedReadsTest, SeeAChangeOfTheShapeBehindOneOfAValue) {
   EXPECT_EQ(children(), before);
 }
 
-/// A part of a program's own class, whose elements grow in number.
+/// A part of a class of the program, with a growing number of elements.
 class GrowingPart : public ModelPart {
  public:
   GrowingPart(ModelPartId id, EvtSrv::EventPortManager& manager)
@@ -136,17 +130,16 @@ class GrowingPart : public ModelPart {
   int text_ = 0;
 };
 
-TEST_F(CachedReadsTest, SeeTheShapeOfAProgramsOwnPartChangeBehindItsText) {
+TEST_F(CachedReadsTest, SeeTheStructureOfADerivedPartChangeAfterItsText) {
   GrowingPart part(30, server_.manager);
   ASSERT_EQ(server_.drive.add(&part), ModelRes_Success);
   unsigned short sum = 0;
   for (unsigned short count = 1; count < 30; ++count) {
-    EXPECT_EQ(client_.root.getElementSumFromServer(&client_.part.at({1, 30}), sum),
-              ModelRes_Success);
+    EXPECT_EQ(client_.elementSum({1, 30}, sum), ModelRes_Success);
     EXPECT_EQ(sum, count);
     EXPECT_EQ(client_.text({1, 30}, 0), std::to_string(2 * (count - 1)));
     part.changeText();
-    // What is asked of another part meanwhile begins an epoch of its own.
+    // A request about another part in between is served in an epoch of its own.
     if (count % 3 == 0) {
       EXPECT_EQ(client_.text(speedChain), "42");
     }

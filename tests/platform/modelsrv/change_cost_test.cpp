@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -21,8 +22,8 @@
 #include "tests/support/counted_allocations.h"
 #include "tests/support/port_name.h"
 
-// What the change of a value costs the server beside the change itself: no system
-// call and no allocation, unless somebody is to be told of it at once.
+// The cost of a change of a value in the server: no system call and no allocation, unless a
+// client must be notified at once.
 
 namespace {
 
@@ -30,8 +31,8 @@ using namespace ModelSrv;
 using namespace ModelSrv::internal;
 using namespace modelsrv_tests;
 
-/// From now on every system call of the calling thread but the process's end ends
-/// the process with SIGSYS (seccomp(2)).
+/// From now on every system call of the calling thread, except exit, terminates the process with
+/// SIGSYS (seccomp(2)).
 void forbidSystemCalls() {
   std::array<sock_filter, 4> program{{
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -46,10 +47,10 @@ void forbidSystemCalls() {
   }
 }
 
-/// Ends the process: with 0 where `change(count)` was true for each count and
-/// allocated nothing. It has run a few times before, so that what it keeps is there.
+/// Exits the process: with 0 if `change(count)` was true for each count and allocated nothing.
+/// Memory that is kept between changes must have been allocated before.
 template <typename Change>
-[[noreturn]] void endAfterFree(Change change) {
+[[noreturn]] void exitAfterChanges(Change change) {
   constexpr int rounds = 1000;
   forbidSystemCalls();
   const std::size_t before = test_support::allocated().count;
@@ -70,26 +71,26 @@ struct Situation {
 
 class Change : public testing::TestWithParam<Situation> {
  protected:
-  /// What the child process left behind.
+  /// The child process does not remove its mailbox.
   void TearDown() override { std::remove(test_support::mailboxPath(port_).c_str()); }
 
   std::string port_ = test_support::uniquePortName();
 };
 
-TEST_P(Change, CallsNoSystemAndAllocatesNothing) {
-  const auto changeInAProcessOfItsOwn = [this] {
+TEST_P(Change, MakesNoSystemCallAndAllocatesNothing) {
+  const auto changeInChildProcess = [this] {
     Server server(port_);
     Client client;
     GetParam().begin(port_, server, client);
-    // Nobody else is at work, as in a server whose clients are all idle.
+    // As in a server whose clients are all idle.
     server.pump.reset();
-    endAfterFree([&server](int count) {
+    exitAfterChanges([&server](int count) {
       return server.speed.setValue(count) == ModelRes_Success &&
              server.gains.setValue(1, count) == ModelRes_Success &&
              server.secret.setValue(count % 2 == 0) == ModelRes_Success;
     });
   };
-  EXPECT_EXIT(changeInAProcessOfItsOwn(), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(changeInChildProcess(), testing::ExitedWithCode(0), "");
 }
 
 void require(bool holds) {
@@ -101,35 +102,29 @@ void require(bool holds) {
 INSTANTIATE_TEST_SUITE_P(
     , Change,
     testing::Values(
-        Situation{"WhereNobodyIsConnected", [](const std::string&, Server&, Client&) {}},
-        Situation{"WhereAClientHoldsNothing",
+        Situation{"WithoutAClient", [](const std::string&, Server&, Client&) {}},
+        Situation{"WithAClientThatCachesNothing",
                   [](const std::string& port, Server&, Client& client) {
                     require(client.connect(port) == ModelRes_Success);
                   }},
-        Situation{"WhereAClientHoldsOtherAnswers",
+        Situation{"WithAClientThatCachesOtherParts",
                   [](const std::string& port, Server&, Client& client) {
                     require(client.connect(port) == ModelRes_Success);
                     require(client.text({1, 12}) == "7");
                   }},
-        Situation{"WhereAClientHoldsTheAnswer",
+        Situation{"WithAClientThatCachesThePart",
                   [](const std::string& port, Server&, Client& client) {
                     require(client.connect(port) == ModelRes_Success);
-                    // The second question brings the parts behind it.
+                    // The second prefetch has the following parts too.
                     require(client.text({1, 1}) == "42" && client.text({1, 2}) == "two words");
                     require(client.text({1, 3}) == "1.5\n0.25" && client.text({1, 1}) == "42");
                   }}),
     [](const auto& test) { return std::string(test.param.name); });
 
-/// A session whose client takes nothing.
+/// A session whose client receives nothing.
 class SessionCost : public testing::Test {
  protected:
-  static std::vector<std::uint8_t> payload(const Request& request) {
-    std::vector<std::uint8_t> bytes;
-    encodeRequest(request.view(), bytes);
-    return bytes;
-  }
-
-  ModelRes ask(Operation operation, const std::vector<std::uint8_t>& request) {
+  ModelRes handle(Operation operation, const std::vector<std::uint8_t>& request) {
     reply_.clear();
     EvtSrv::internal::PayloadReader reader(request, EvtSrv::internal::nativeOrder);
     return static_cast<ModelRes>(
@@ -141,38 +136,40 @@ class SessionCost : public testing::Test {
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
   ModelRoot root_{&manager_};
   ValuePart<std::int32_t> speed_{9, "speed", 42};
+  const std::lock_guard<KSTD::KThreadMutex> lock_{manager_.clientMutex};
   FakeConnection connection_;
   TreeSession session_{std::make_shared<SessionShare>(root_), connection_};
   std::vector<std::uint8_t> reply_;
 };
 
-TEST_F(SessionCost, AStoreCallsNoSystemAndAllocatesNothing) {
-  const auto odd = payload({Operation::load, {9}, all, false, "-7"});
-  const auto even = payload({Operation::load, {9}, all, false, "2147483647"});
-  ASSERT_EQ(ask(Operation::load, even), ModelRes_Success);
-  EXPECT_EXIT(endAfterFree([&](int count) {
-                return ask(Operation::load, count % 2 == 0 ? even : odd) == ModelRes_Success;
+TEST_F(SessionCost, AStoreMakesNoSystemCallAndAllocatesNothing) {
+  const auto odd = payloadOf({Operation::load, {9}, all, false, "-7"});
+  const auto even = payloadOf({Operation::load, {9}, all, false, "2147483647"});
+  ASSERT_EQ(handle(Operation::load, even), ModelRes_Success);
+  EXPECT_EXIT(exitAfterChanges([&](int count) {
+                return handle(Operation::load, count % 2 == 0 ? even : odd) == ModelRes_Success;
               }),
               testing::ExitedWithCode(0), "");
 }
 
-TEST_F(SessionCost, AChangeOfWhichAnUpdateWaitsCallsNoSystemAndAllocatesNothing) {
-  ASSERT_EQ(ask(Operation::subscribe, payload({Operation::subscribe, {9}})), ModelRes_Success);
+TEST_F(SessionCost, AChangeOfWhichAnUpdateWaitsMakesNoSystemCallAndAllocatesNothing) {
+  ASSERT_EQ(handle(Operation::subscribe, payloadOf({Operation::subscribe, {9}})), ModelRes_Success);
   ASSERT_EQ(speed_.setValue(-1), ModelRes_Success);
-  EXPECT_EQ(connection_.told, 1);
-  EXPECT_EXIT(endAfterFree([&](int count) { return speed_.setValue(count) == ModelRes_Success; }),
-              testing::ExitedWithCode(0), "");
+  EXPECT_EQ(connection_.pendingCalls, 1);
+  EXPECT_EXIT(
+      exitAfterChanges([&](int count) { return speed_.setValue(count) == ModelRes_Success; }),
+      testing::ExitedWithCode(0), "");
 }
 
-TEST(ForbiddenSystemCalls, EndTheProcess) {
+TEST(ForbiddenSystemCalls, TerminateTheProcess) {
   EXPECT_EXIT((forbidSystemCalls(), static_cast<void>(::getppid()), ::_exit(0)),
               testing::KilledBySignal(SIGSYS), "");
 }
 
-TEST(CountedAllocations, AreSeen) {
-  std::vector<std::string> kept(1001);
-  EXPECT_EXIT(endAfterFree([&kept](int count) {
-                kept[static_cast<std::size_t>(count)].assign(40, 'x');
+TEST(CountedAllocations, AreDetected) {
+  std::vector<std::string> texts(1001);
+  EXPECT_EXIT(exitAfterChanges([&texts](int count) {
+                texts[static_cast<std::size_t>(count)].assign(40, 'x');
                 return true;
               }),
               testing::ExitedWithCode(3), "");

@@ -22,7 +22,7 @@ class ClientRequestsTest : public testing::Test {
   Client client_;
 };
 
-TEST_F(ClientRequestsTest, GetAStartedEventRightAfterConnecting) {
+TEST_F(ClientRequestsTest, ReceiveAStartedEventRightAfterConnecting) {
   EXPECT_EQ(client_.manager.receiveEvent(20000), EvtSrv::EvtRes_Success);
   EXPECT_EQ(client_.root.types, std::vector<unsigned>{ModelRoot::EvtTyp_Model_Started});
   EXPECT_EQ(client_.root.senders, std::vector<std::string>{name_});
@@ -31,62 +31,48 @@ TEST_F(ClientRequestsTest, GetAStartedEventRightAfterConnecting) {
 TEST_F(ClientRequestsTest, ListTheTree) {
   std::vector<unsigned short> ids;
   std::vector<std::string> names;
-  EXPECT_EQ(client_.root.getChildIdsFromServer(&client_.root, ids), ModelRes_Success);
+  EXPECT_EQ(client_.childIds({}, ids), ModelRes_Success);
   EXPECT_EQ(ids, (std::vector<unsigned short>{1}));
-  EXPECT_EQ(client_.root.getChildIdsFromServer(&client_.part.at({1}), ids), ModelRes_Success);
+  EXPECT_EQ(client_.childIds(driveChain, ids), ModelRes_Success);
   EXPECT_EQ(ids, (std::vector<unsigned short>{1, 2, 3, 5, 6, 7, 12}));
-  EXPECT_EQ(client_.root.getChildNamesFromServer(&client_.part.at({1}), names), ModelRes_Success);
+  EXPECT_EQ(client_.childNames(driveChain, names), ModelRes_Success);
   EXPECT_EQ(names, (std::vector<std::string>{"speed", "label", "gains", "serial", "offset",
                                              "secret", ""}));
-  EXPECT_EQ(client_.root.getChildIdsFromServer(&client_.part.at(speedChain), ids),
-            ModelRes_Success);
+  EXPECT_EQ(client_.childIds(speedChain, ids), ModelRes_Success);
   EXPECT_TRUE(ids.empty());
 }
 
-TEST_F(ClientRequestsTest, TellOfElements) {
+TEST_F(ClientRequestsTest, ReadElements) {
   unsigned short sum = 99;
   std::vector<std::string> names;
-  EXPECT_EQ(client_.root.getElementSumFromServer(&client_.part.at(gainsChain), sum),
-            ModelRes_Success);
+  EXPECT_EQ(client_.elementSum(gainsChain, sum), ModelRes_Success);
   EXPECT_EQ(sum, 2);
-  EXPECT_EQ(client_.root.getElementNamesFromServer(&client_.part.at(gainsChain), names),
-            ModelRes_Success);
+  EXPECT_EQ(client_.elementNames(gainsChain, names), ModelRes_Success);
   EXPECT_EQ(names, (std::vector<std::string>{"p", "i"}));
-  EXPECT_EQ(client_.root.getElementSumFromServer(&client_.part.at(speedChain), sum),
-            ModelRes_Success);
+  EXPECT_EQ(client_.elementSum(speedChain, sum), ModelRes_Success);
   EXPECT_EQ(sum, 0);
 }
 
-TEST_F(ClientRequestsTest, AskEachLevelExactlyOnce) {
+TEST_F(ClientRequestsTest, ResolveEachLevelExactlyOnce) {
   std::vector<unsigned short> ids;
   std::vector<std::string> names;
   unsigned short sum = 0;
   std::string text;
   const std::function<void()> requests[] = {
-      [&] {
-        static_cast<void>(client_.root.getChildIdsFromServer(&client_.part.at(speedChain), ids));
-      },
-      [&] {
-        static_cast<void>(
-            client_.root.getChildNamesFromServer(&client_.part.at(speedChain), names));
-      },
-      [&] {
-        static_cast<void>(client_.root.getElementSumFromServer(&client_.part.at(speedChain), sum));
-      },
-      [&] {
-        static_cast<void>(
-            client_.root.getElementNamesFromServer(&client_.part.at(speedChain), names));
-      },
+      [&] { static_cast<void>(client_.childIds(speedChain, ids)); },
+      [&] { static_cast<void>(client_.childNames(speedChain, names)); },
+      [&] { static_cast<void>(client_.elementSum(speedChain, sum)); },
+      [&] { static_cast<void>(client_.elementNames(speedChain, names)); },
       [&] { static_cast<void>(client_.save(speedChain, text)); },
       [&] { static_cast<void>(client_.load(speedChain, "1")); },
       [&] { static_cast<void>(client_.subscribe(speedChain)); },
       [&] { static_cast<void>(client_.unsubscribe(speedChain)); },
   };
   for (const auto& request : requests) {
-    client_.part.idsAsked = client_.part.parentsAsked = 0;
+    client_.part.idCalls = client_.part.parentCalls = 0;
     request();
-    EXPECT_EQ(client_.part.idsAsked, 2);
-    EXPECT_EQ(client_.part.parentsAsked, 2);
+    EXPECT_EQ(client_.part.idCalls, 2);
+    EXPECT_EQ(client_.part.parentCalls, 2);
   }
 }
 
@@ -104,7 +90,7 @@ TEST_F(ClientRequestsTest, ReadAndStoreValues) {
   EXPECT_EQ(client_.text(gainsChain), "1.5\n9");
 }
 
-TEST_F(ClientRequestsTest, AreToldWhyTheyFailed) {
+TEST_F(ClientRequestsTest, ReturnTheErrorOfTheServer) {
   std::string text = "before";
   EXPECT_EQ(client_.load(speedChain, "x"), ModelRes_BadText);
   EXPECT_EQ(client_.load(speedChain, "3000000000"), ModelRes_OutOfRange);
@@ -119,7 +105,7 @@ TEST_F(ClientRequestsTest, AreToldWhyTheyFailed) {
   EXPECT_EQ(client_.subscribe(secretChain), ModelRes_NotSubscribable);
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_NotSubscribed);
   std::vector<unsigned short> ids{7};
-  EXPECT_EQ(client_.root.getChildIdsFromServer(&client_.part.at({9}), ids), ModelRes_NoSuchPart);
+  EXPECT_EQ(client_.childIds({9}, ids), ModelRes_NoSuchPart);
   EXPECT_EQ(client_.root.getChildIdsFromServer(nullptr, ids), ModelRes_BadArgument);
   EXPECT_EQ(ids, (std::vector<unsigned short>{7}));
   EXPECT_EQ(client_.part.at(speedChain).subscribeToServer(&client_.root, 5, nullptr, all),
@@ -129,7 +115,7 @@ TEST_F(ClientRequestsTest, AreToldWhyTheyFailed) {
   EXPECT_EQ(client_.text(speedChain), "42");
 }
 
-TEST_F(ClientRequestsTest, AreVetoedByTheServersCheck) {
+TEST_F(ClientRequestsTest, AreVetoedByTheServersStoreCheck) {
   server_.speed.setStoreCheck([](const std::int32_t& value, ModelPartIndex) {
     return value > 100 ? ModelRes_Vetoed : ModelRes_Success;
   });
@@ -138,14 +124,14 @@ TEST_F(ClientRequestsTest, AreVetoedByTheServersCheck) {
   EXPECT_EQ(client_.load(speedChain, "100"), ModelRes_Success);
 }
 
-TEST_F(ClientRequestsTest, MayBeAboutAProxyTooDeep) {
+TEST_F(ClientRequestsTest, RejectAProxyThatIsTooDeep) {
   EXPECT_EQ(client_.text(Chain(ModelDepth_Max, 1)), "?");
   std::string text;
   EXPECT_EQ(client_.save(Chain(ModelDepth_Max, 1), text), ModelRes_NoSuchPart);
   EXPECT_EQ(client_.save(Chain(ModelDepth_Max + 1, 1), text), ModelRes_BadArgument);
 }
 
-TEST_F(ClientRequestsTest, CarryTheLargestTextAndNotOneByteMore) {
+TEST_F(ClientRequestsTest, CarryATextOfMaximumSizeAndNotOneByteMore) {
   std::string largest(ModelValueText_Max, 'x');
   largest[ModelValueText_Max / 2] = '\n';
   EXPECT_EQ(client_.load(labelChain, largest), ModelRes_Success);
@@ -162,14 +148,14 @@ TEST_F(ClientRequestsTest, CarryTheLargestTextAndNotOneByteMore) {
 
 TEST_F(ClientRequestsTest, ReachPartsAtTheDepthLimit) {
   std::vector<std::unique_ptr<ModelNode>> nodes;
-  ModelNode* above = &server_.root;
+  ModelNode* parent = &server_.root;
   for (std::size_t level = 0; level + 1 < ModelDepth_Max; ++level) {
     nodes.push_back(std::make_unique<ModelNode>(level == 0 ? 2 : 0));
-    ASSERT_EQ(above->add(nodes.back().get()), ModelRes_Success);
-    above = nodes.back().get();
+    ASSERT_EQ(parent->add(nodes.back().get()), ModelRes_Success);
+    parent = nodes.back().get();
   }
   ValuePart<std::int32_t> deepest(0, "deepest", 5);
-  ASSERT_EQ(above->add(&deepest), ModelRes_Success);
+  ASSERT_EQ(parent->add(&deepest), ModelRes_Success);
   Chain chain(ModelDepth_Max, 0);
   chain.front() = 2;
   EXPECT_EQ(client_.text(chain), "5");
@@ -179,7 +165,7 @@ TEST_F(ClientRequestsTest, ReachPartsAtTheDepthLimit) {
   EXPECT_EQ(client_.root.updates.front().first, chain);
 }
 
-TEST_F(ClientRequestsTest, OfManyChildrenComeBackWhole) {
+TEST_F(ClientRequestsTest, ReturnVeryManyChildren) {
   ModelNode many(3, "many");
   std::vector<std::unique_ptr<ModelPart>> parts;
   for (unsigned id = 0; id < 20000; ++id) {
@@ -189,7 +175,7 @@ TEST_F(ClientRequestsTest, OfManyChildrenComeBackWhole) {
   }
   ASSERT_EQ(server_.root.add(&many), ModelRes_Success);
   std::vector<std::string> names;
-  ASSERT_EQ(client_.root.getChildNamesFromServer(&client_.part.at({3}), names), ModelRes_Success);
+  ASSERT_EQ(client_.childNames({3}, names), ModelRes_Success);
   ASSERT_EQ(names.size(), 20000U);
   EXPECT_EQ(names.back(), "part_19999");
 }
@@ -226,7 +212,7 @@ TEST(ModelRoot, ReachesAServerInAnotherProcess) {
   EXPECT_EQ(client.connect(name), ModelRes_Success);
   EXPECT_EQ(client.subscribe({4}), ModelRes_Success);
   EXPECT_EQ(client.load({4}, "99"), ModelRes_Success);
-  EXPECT_TRUE(client.pumpUntil([&] { return !client.part.told.empty(); }));
+  EXPECT_TRUE(client.pumpUntil([&] { return !client.part.updates.empty(); }));
   for (const int end : {ready[0], ready[1], done[0], done[1]}) {
     close(end);
   }
@@ -237,7 +223,7 @@ TEST(ModelRoot, ReachesAServerInAnotherProcess) {
   EXPECT_EQ(client.save({4}, text), ModelRes_NotConnected);
 }
 
-TEST(ModelRoot, RefusesWhatItCannotStart) {
+TEST(ModelRoot, ReturnsWhyItCannotStart) {
   const std::string name = test_support::uniquePortName();
   Client client;
   EXPECT_EQ(client.connect(name), ModelRes_NotConnected);
@@ -270,7 +256,7 @@ TEST(ModelRoot, ServesAgainAfterAStop) {
   EXPECT_EQ(client.text(speedChain), "42");
 }
 
-TEST(ModelRoot, SaysGoodByeWhereItStopsUnhurried) {
+TEST(ModelRoot, SendsPendingUpdatesAndTheStoppedEventInAGracefulShutdown) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   Client client;
@@ -290,7 +276,7 @@ TEST(ModelRoot, SaysGoodByeWhereItStopsUnhurried) {
   EXPECT_EQ(server.root.startAsServer(name), ModelRes_Success);
 }
 
-TEST(ModelRoot, KnowsNothingOfAServerOnceStopped) {
+TEST(ModelRoot, HasNoConnectionAfterAStop) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   Client client;

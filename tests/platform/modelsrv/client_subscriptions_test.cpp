@@ -27,7 +27,7 @@ class ClientSubscriptionsTest : public testing::Test {
   ClientSubscriptions subscriptions_;
 };
 
-TEST_F(ClientSubscriptionsTest, FindTheLastOfAPartAndChain) {
+TEST_F(ClientSubscriptionsTest, FindsTheLastOfAPartAndChain) {
   const Key one = add(first_, {1}, 0);
   const Key two = add(first_, {1}, 5);
   const Key three = add(second_, {1});
@@ -46,7 +46,7 @@ TEST_F(ClientSubscriptionsTest, FindTheLastOfAPartAndChain) {
   EXPECT_FALSE(subscriptions_.hasAny({1}));
 }
 
-TEST_F(ClientSubscriptionsTest, NameEachConcernedPartOnce) {
+TEST_F(ClientSubscriptionsTest, FindsEachSubscribedPartOnce) {
   const Key element = add(first_, {1}, 3);
   const Key whole = add(second_, {1});
   add(second_, {1});
@@ -57,7 +57,7 @@ TEST_F(ClientSubscriptionsTest, NameEachConcernedPartOnce) {
   EXPECT_TRUE(subscriptions_.matching({}, all).empty());
 }
 
-TEST_F(ClientSubscriptionsTest, AreRenewedInTheOrderOfSubscribing) {
+TEST_F(ClientSubscriptionsTest, RenewsInTheOrderOfSubscribing) {
   const Key one = add(first_, {3});
   const Key two = add(second_, {1});
   const Key three = add(first_, {2});
@@ -74,7 +74,7 @@ TEST_F(ClientSubscriptionsTest, AreRenewedInTheOrderOfSubscribing) {
   EXPECT_FALSE(subscriptions_.isLost(one));
 }
 
-TEST_F(ClientSubscriptionsTest, AreAllForgotten) {
+TEST_F(ClientSubscriptionsTest, HasNothingAfterClear) {
   add(first_, {3});
   subscriptions_.clear();
   EXPECT_FALSE(subscriptions_.hasAny({3}));

@@ -18,15 +18,15 @@ class ClientUpdatesTest : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
 
-  /// Everything that has been written for the client so far: what a reply
-  /// overtakes is written before it, or right behind it where the reply's own
-  /// request made the change.
+  /// The updates that the server has written so far. They end with one of the marker part,
+  /// which this function changes: updates are written before the next reply, or right after it if
+  /// its own request made the change.
   Updates takeUpdates() {
-    EXPECT_EQ(client_.load(markChain_, std::to_string(++stamp_)), ModelRes_Success);
-    const auto marked = [this] {
-      return !client_.root.updates.empty() && client_.root.updates.back().first == markChain_;
+    EXPECT_EQ(client_.load(markerChain_, std::to_string(++markerValue_)), ModelRes_Success);
+    const auto isComplete = [this] {
+      return !client_.root.updates.empty() && client_.root.updates.back().first == markerChain_;
     };
-    EXPECT_TRUE(client_.pumpUntil(marked));
+    EXPECT_TRUE(client_.pumpUntil(isComplete));
     Updates updates = std::exchange(client_.root.updates, {});
     if (!updates.empty()) {
       updates.pop_back();
@@ -34,11 +34,11 @@ class ClientUpdatesTest : public testing::Test {
     return updates;
   }
 
-  /// From then on `takeUpdates` may be called.
-  void subscribeMark() { ASSERT_EQ(client_.subscribe(markChain_), ModelRes_Success); }
+  /// Must be called before `takeUpdates`.
+  void subscribeMarker() { ASSERT_EQ(client_.subscribe(markerChain_), ModelRes_Success); }
 
-  const Chain markChain_{1, 12};
-  int stamp_ = 1000;
+  const Chain markerChain_{1, 12};
+  int markerValue_ = 1000;
   std::string name_ = test_support::uniquePortName();
   Server server_{name_};
   Client client_;
@@ -48,8 +48,8 @@ TEST_F(ClientUpdatesTest, ReachTheSubscribingPartWithItsContext) {
   int context = 0;
   ASSERT_EQ(client_.subscribe(gainsChain, 1, &context), ModelRes_Success);
   ASSERT_EQ(server_.gains.setValue(1, 5), ModelRes_Success);
-  ASSERT_TRUE(client_.pumpUntil([&] { return !client_.part.told.empty(); }));
-  EXPECT_EQ(client_.part.told, (std::vector<ProxyPart::Told>{{&context, 1}}));
+  ASSERT_TRUE(client_.pumpUntil([&] { return !client_.part.updates.empty(); }));
+  EXPECT_EQ(client_.part.updates, (std::vector<ProxyPart::Update>{{&context, 1}}));
   EXPECT_EQ(client_.root.updates, (Updates{{gainsChain, 1}}));
   EXPECT_EQ(client_.root.senders.back(), name_);
 }
@@ -61,8 +61,8 @@ TEST_F(ClientUpdatesTest, ReachTheStoringClientToo) {
   EXPECT_EQ(client_.root.updates, (Updates{{speedChain, all}}));
 }
 
-TEST_F(ClientUpdatesTest, ComeOnlyOfWhatChangedAndWasSubscribed) {
-  subscribeMark();
+TEST_F(ClientUpdatesTest, AreSentForChangesOfSubscribedPartsOnly) {
+  subscribeMarker();
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.load(speedChain, "42"), ModelRes_Success);
   ASSERT_EQ(server_.speed.setValue(42), ModelRes_Success);
@@ -71,8 +71,8 @@ TEST_F(ClientUpdatesTest, ComeOnlyOfWhatChangedAndWasSubscribed) {
   EXPECT_EQ(takeUpdates(), Updates{});
 }
 
-TEST_F(ClientUpdatesTest, OfADoubledSubscriptionComeOnceAndEndWithTheSecondCancellation) {
-  subscribeMark();
+TEST_F(ClientUpdatesTest, OfADoubleSubscriptionAreSentOnceAndEndWithTheSecondCancellation) {
+  subscribeMarker();
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.load(speedChain, "1"), ModelRes_Success);
@@ -86,16 +86,16 @@ TEST_F(ClientUpdatesTest, OfADoubledSubscriptionComeOnceAndEndWithTheSecondCance
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_NotSubscribed);
 }
 
-TEST_F(ClientUpdatesTest, ThatWereUnderWayWhenCancelledAreDropped) {
-  subscribeMark();
+TEST_F(ClientUpdatesTest, ThatArriveAfterACancellationAreDropped) {
+  subscribeMarker();
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
   ASSERT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
   EXPECT_EQ(takeUpdates(), Updates{});
 }
 
-TEST_F(ClientUpdatesTest, EndWhereTheSubscribingPartIsRemovedOrDestroyed) {
-  subscribeMark();
+TEST_F(ClientUpdatesTest, EndWhenTheSubscribingPartIsRemovedOrDestroyed) {
+  subscribeMarker();
   auto other = std::make_unique<ProxyPart>(client_.root);
   ASSERT_EQ(client_.root.add(other.get()), ModelRes_Success);
   for (const bool destroy : {false, true}) {
@@ -104,9 +104,9 @@ TEST_F(ClientUpdatesTest, EndWhereTheSubscribingPartIsRemovedOrDestroyed) {
     ASSERT_EQ(other->at(gainsChain).subscribeToServer(&client_.root, 0, nullptr, 0),
               ModelRes_Success);
     ASSERT_EQ(server_.speed.setValue(destroy ? 1 : 2), ModelRes_Success);
-    ASSERT_TRUE(client_.pumpUntil([&] { return !other->told.empty(); }));
+    ASSERT_TRUE(client_.pumpUntil([&] { return !other->updates.empty(); }));
     client_.root.updates.clear();
-    other->told.clear();
+    other->updates.clear();
     if (destroy) {
       other.reset();
     } else {
@@ -121,8 +121,8 @@ TEST_F(ClientUpdatesTest, EndWhereTheSubscribingPartIsRemovedOrDestroyed) {
   }
 }
 
-TEST_F(ClientUpdatesTest, EndWhereTheServersPartIsRemoved) {
-  subscribeMark();
+TEST_F(ClientUpdatesTest, EndWhenTheServersPartIsRemoved) {
+  subscribeMarker();
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(server_.drive.remove(&server_.speed), ModelRes_Success);
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
@@ -134,7 +134,7 @@ TEST_F(ClientUpdatesTest, EndWhereTheServersPartIsRemoved) {
   EXPECT_EQ(client_.subscribe(speedChain), ModelRes_Success);
 }
 
-TEST_F(ClientUpdatesTest, LetTheirHandlerMakeRequests) {
+TEST_F(ClientUpdatesTest, AllowRequestsInTheirHandler) {
   std::string seen;
   client_.root.onEvent = [&] {
     if (!client_.root.updates.empty()) {
@@ -147,7 +147,7 @@ TEST_F(ClientUpdatesTest, LetTheirHandlerMakeRequests) {
   EXPECT_EQ(seen, "9");
 }
 
-TEST_F(ClientUpdatesTest, LetTheirHandlerStopAndConnectAgain) {
+TEST_F(ClientUpdatesTest, AllowTheirHandlerToStopAndConnectAgain) {
   bool restarted = false;
   client_.root.onEvent = [&] {
     if (client_.root.updates.empty() || restarted) {
@@ -160,10 +160,10 @@ TEST_F(ClientUpdatesTest, LetTheirHandlerStopAndConnectAgain) {
   ASSERT_EQ(server_.speed.setValue(9), ModelRes_Success);
   ASSERT_TRUE(client_.pumpUntil([&] { return restarted; }));
   EXPECT_EQ(client_.text(speedChain), "9");
-  EXPECT_TRUE(client_.part.told.empty()) << "the stop ended the subscription";
+  EXPECT_TRUE(client_.part.updates.empty()) << "the stop ended the subscription";
 }
 
-TEST_F(ClientUpdatesTest, ForAClientThatTakesNothingStayBoundedAndTellOfTheLastValues) {
+TEST_F(ClientUpdatesTest, ForAClientThatReceivesNothingAreBoundedAndCoverEveryPart) {
   ModelNode many(2, "many");
   std::vector<std::unique_ptr<ValuePart<std::int32_t>>> parts;
   constexpr ModelPartId partCount = 2000;
@@ -173,51 +173,51 @@ TEST_F(ClientUpdatesTest, ForAClientThatTakesNothingStayBoundedAndTellOfTheLastV
     ASSERT_EQ(many.add(parts.back().get()), ModelRes_Success);
     ASSERT_EQ(client_.subscribe({2, id}), ModelRes_Success);
   }
-  subscribeMark();
+  subscribeMarker();
   for (std::int32_t i = 0; i < 100000; ++i) {
     ASSERT_EQ(parts[static_cast<std::size_t>(i) % partCount]->setValue(i), ModelRes_Success);
   }
   const Updates updates = takeUpdates();
-  EXPECT_LT(updates.size(), 20000U) << "what the pipe took, and one for each part";
-  std::vector<bool> told(partCount);
+  EXPECT_LT(updates.size(), 20000U) << "those in the pipe, and one for each part";
+  std::vector<bool> updated(partCount);
   for (const auto& [chain, index] : updates) {
-    told[chain[1]] = true;
+    updated[chain[1]] = true;
   }
-  EXPECT_EQ(std::count(told.begin(), told.end(), true), partCount);
+  EXPECT_EQ(std::count(updated.begin(), updated.end(), true), partCount);
   for (const ModelPartId id : {ModelPartId{0}, ModelPartId{partCount - 1}}) {
     EXPECT_EQ(client_.text({2, id}), std::to_string(100000 - partCount + id));
   }
 }
 
-TEST_F(ClientUpdatesTest, OfSeveralClientsAreApart) {
+TEST_F(ClientUpdatesTest, OfOneClientAreNotSentToAnother) {
   Client other;
   ASSERT_EQ(other.connect(name_), ModelRes_Success);
   ASSERT_EQ(other.subscribe(speedChain), ModelRes_Success);
-  subscribeMark();
+  subscribeMarker();
   ASSERT_EQ(client_.load(speedChain, "3"), ModelRes_Success);
   ASSERT_TRUE(other.pumpUntil([&] { return !other.root.updates.empty(); }));
   EXPECT_EQ(other.root.updates, (Updates{{speedChain, all}}));
   EXPECT_EQ(takeUpdates(), Updates{});
 }
 
-/// Does to its root what a program may do in the middle of an update.
-class Meddler : public ModelPart {
+/// Runs a function of the test in the middle of an update.
+class CallbackPart : public ModelPart {
  public:
-  explicit Meddler(ModelPartId id) : ModelPart(id) {}
+  explicit CallbackPart(ModelPartId id) : ModelPart(id) {}
   ModelRes update(void* /*context*/, unsigned short /*index*/) override {
-    ++told;
-    if (meddle) {
-      meddle();
+    ++updates;
+    if (onUpdate) {
+      onUpdate();
     }
     return ModelRes_Success;
   }
-  int told = 0;
-  std::function<void()> meddle;
+  int updates = 0;
+  std::function<void()> onUpdate;
 };
 
-/// A client's own root with two parts that stand for /drive/speed.
-struct MeddledClient {
-  explicit MeddledClient(const std::string& name) {
+/// A client with two parts that represent /drive/speed.
+struct TwoPartClient {
+  explicit TwoPartClient(const std::string& name) {
     EXPECT_EQ(root->startAsClient(name, ModelRoot::CachePeriod_Stop, EvtSrv::ConBehave_Void),
               ModelRes_Success);
     for (ModelPart* part : {static_cast<ModelPart*>(&one), static_cast<ModelPart*>(&other)}) {
@@ -227,10 +227,10 @@ struct MeddledClient {
     EXPECT_EQ(manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
   }
 
-  /// Stands for the part twice, each time as another object.
-  class Speed : public Meddler {
+  class Speed : public CallbackPart {
    public:
-    explicit Speed(std::unique_ptr<ModelRoot>& root) : Meddler(ModelPartId_Void), root_(root) {}
+    explicit Speed(std::unique_ptr<ModelRoot>& root)
+        : CallbackPart(ModelPartId_Void), root_(root) {}
     ModelPartId getId() override { return ModelPartId(speedChain[--level_]); }
     ModelPart* getParentNode() override {
       if (level_ > 0) {
@@ -251,27 +251,27 @@ struct MeddledClient {
   Speed other{root};
 };
 
-TEST_F(ClientUpdatesTest, MayDestroyTheRootThatToldThem) {
-  MeddledClient client(name_);
-  client.one.meddle = [&] { client.root.reset(); };
+TEST_F(ClientUpdatesTest, MayDestroyTheirRoot) {
+  TwoPartClient client(name_);
+  client.one.onUpdate = [&] { client.root.reset(); };
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
   EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
-  EXPECT_EQ(client.one.told, 1);
-  EXPECT_EQ(client.other.told, 0);
+  EXPECT_EQ(client.one.updates, 1);
+  EXPECT_EQ(client.other.updates, 0);
   EXPECT_EQ(client.manager.receiveEvent(0), EvtSrv::EvtRes_Timeout);
 }
 
-TEST_F(ClientUpdatesTest, MayStopTheRootThatToldThem) {
-  MeddledClient client(name_);
-  client.one.meddle = [&] { client.root->stop(true); };
+TEST_F(ClientUpdatesTest, MayStopTheirRoot) {
+  TwoPartClient client(name_);
+  client.one.onUpdate = [&] { client.root->stop(true); };
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
   EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
-  EXPECT_EQ(client.other.told, 0);
+  EXPECT_EQ(client.other.updates, 0);
 }
 
-TEST_F(ClientUpdatesTest, MayConnectTheRootThatToldThemAnew) {
-  MeddledClient client(name_);
-  client.one.meddle = [&] {
+TEST_F(ClientUpdatesTest, MayConnectTheirRootAgain) {
+  TwoPartClient client(name_);
+  client.one.onUpdate = [&] {
     EXPECT_EQ(
         client.root->startAsClient(name_, ModelRoot::CachePeriod_Stop, EvtSrv::ConBehave_Void),
         ModelRes_Success);
@@ -279,12 +279,12 @@ TEST_F(ClientUpdatesTest, MayConnectTheRootThatToldThemAnew) {
   };
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
   EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
-  EXPECT_EQ(client.other.told, 0) << "it subscribed after the change";
+  EXPECT_EQ(client.other.updates, 0) << "it subscribed after the change";
   EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success) << "the started event";
   ASSERT_EQ(server_.speed.setValue(2), ModelRes_Success);
   EXPECT_EQ(client.manager.receiveEvent(-1), EvtSrv::EvtRes_Success);
-  EXPECT_EQ(client.one.told, 1);
-  EXPECT_EQ(client.other.told, 1);
+  EXPECT_EQ(client.one.updates, 1);
+  EXPECT_EQ(client.other.updates, 1);
 }
 
 }  // namespace

@@ -1,17 +1,29 @@
 #pragma once
 
-#include "evtsrv/source/server_session.h"
+#include <cstdint>
+#include <vector>
 
+#include "evtsrv/source/server_session.h"
+#include "modelsrv/source/requests.h"
+
+/// What tests of one session in a server need instead of a client.
 namespace modelsrv_tests {
 
-/// A connection whose client takes nothing until the test does.
+/// A connection that counts the calls of its session. Events stay pending until the test takes
+/// them.
 class FakeConnection : public EvtSrv::internal::ServerConnection {
  public:
-  void eventsPending() override { ++told; }
-  void closeOnNextDispatch() override { ++closed; }
+  void eventsPending() override { ++pendingCalls; }
+  void closeOnNextDispatch() override { ++closeCalls; }
 
-  int told = 0;
-  int closed = 0;
+  int pendingCalls = 0;
+  int closeCalls = 0;
 };
+
+inline std::vector<std::uint8_t> payloadOf(const ModelSrv::internal::Request& request) {
+  std::vector<std::uint8_t> payload;
+  encodeRequest(request.view(), payload);
+  return payload;
+}
 
 }  // namespace modelsrv_tests

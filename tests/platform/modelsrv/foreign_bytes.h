@@ -8,13 +8,13 @@
 
 namespace modelsrv_tests {
 
-/// The byte order that this machine does not have.
+/// The byte order that is not this machine's.
 inline constexpr EvtSrv::internal::ByteOrder foreignOrder =
     EvtSrv::internal::nativeOrder == EvtSrv::internal::ByteOrder::leastFirst
         ? EvtSrv::internal::ByteOrder::mostFirst
         : EvtSrv::internal::ByteOrder::leastFirst;
 
-/// Bytes as a machine of the other byte order would write them.
+/// Builds a payload as a machine with the other byte order would write it.
 class ForeignBytes {
  public:
   ForeignBytes& u8(unsigned value) {

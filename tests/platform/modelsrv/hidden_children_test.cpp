@@ -7,35 +7,35 @@
 
 #include "tests/platform/modelsrv/served_tree.h"
 
-// Nodes that do not always answer for the children that they have.
+// Nodes that hide their children from clients, always or sometimes.
 
 namespace {
 
 using namespace ModelSrv;
 using namespace modelsrv_tests;
 
-class FoldingNode final : public ModelNode {
+class HidingNode final : public ModelNode {
  public:
-  FoldingNode(ModelPartId id, EvtSrv::EventPortManager& manager)
-      : ModelNode(id, "folding"), mutex_(manager.clientMutex) {}
-  ~FoldingNode() override { detach(); }
+  HidingNode(ModelPartId id, EvtSrv::EventPortManager& manager)
+      : ModelNode(id, "hiding"), mutex_(manager.clientMutex) {}
+  ~HidingNode() override { detach(); }
 
-  void fold(bool folded) {
+  void hide(bool hidden) {
     const std::lock_guard lock(mutex_);
     invalidate();
-    isFolded_ = folded;
+    isHidden_ = hidden;
   }
 
  protected:
   [[nodiscard]] bool isCacheable() const override { return true; }
-  [[nodiscard]] ModelNode* asNode() override { return isFolded_ ? nullptr : this; }
+  [[nodiscard]] ModelNode* asNode() override { return isHidden_ ? nullptr : this; }
 
  private:
   KSTD::KThreadMutex& mutex_;
-  bool isFolded_ = false;
+  bool isHidden_ = false;
 };
 
-/// Answers with a node that it keeps within.
+/// Returns a node from `asNode` that is not in the tree.
 class Alias final : public ModelPart {
  public:
   explicit Alias(ModelPartId id) : ModelPart(id, "alias") {
@@ -52,52 +52,51 @@ class Alias final : public ModelPart {
   ValuePart<std::int32_t> child_{1, "child", 7};
 };
 
-TEST(HiddenChildren, AreNeverStaleBelowANodeThatWasAddedFolded) {
+TEST(HiddenChildren, AreNeverStaleInANodeThatWasAddedWhileHidingThem) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
-  FoldingNode folding(30, server.manager);
+  HidingNode hiding(30, server.manager);
   ModelNode group(1, "group");
   ValuePart<std::int32_t> early(1, "early", 1);
   ValuePart<std::int32_t> late(2, "late", 2);
   ASSERT_EQ(group.add(&early), ModelRes_Success);
-  ASSERT_EQ(folding.add(&group), ModelRes_Success);
-  folding.fold(true);
-  ASSERT_EQ(server.drive.add(&folding), ModelRes_Success);
-  folding.fold(false);
+  ASSERT_EQ(hiding.add(&group), ModelRes_Success);
+  hiding.hide(true);
+  ASSERT_EQ(server.drive.add(&hiding), ModelRes_Success);
+  hiding.hide(false);
   Client client;
   ASSERT_EQ(client.connect(name), ModelRes_Success);
   std::vector<unsigned short> ids;
-  const auto childrenOfTheGroup = [&] {
-    EXPECT_EQ(client.root.getChildIdsFromServer(&client.part.at({1, 30, 1}), ids),
-              ModelRes_Success);
+  const auto groupChildren = [&] {
+    EXPECT_EQ(client.childIds({1, 30, 1}, ids), ModelRes_Success);
     return ids;
   };
-  EXPECT_EQ(childrenOfTheGroup(), (std::vector<unsigned short>{1}));
+  EXPECT_EQ(groupChildren(), (std::vector<unsigned short>{1}));
   ASSERT_EQ(group.add(&late), ModelRes_Success);
-  EXPECT_EQ(childrenOfTheGroup(), (std::vector<unsigned short>{1, 2}));
+  EXPECT_EQ(groupChildren(), (std::vector<unsigned short>{1, 2}));
   EXPECT_EQ(client.text({1, 30, 1, 1}), "1");
   ASSERT_EQ(group.remove(&early), ModelRes_Success);
   EXPECT_EQ(client.text({1, 30, 1, 1}), "?");
 }
 
-TEST(HiddenChildren, AreSubscribedNoLongerThanTheirNodeIsInTheTree) {
+TEST(HiddenChildren, LoseTheirSubscriptionsWhenTheirNodeLeavesTheTree) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
-  FoldingNode folding(9, server.manager);
+  HidingNode hiding(9, server.manager);
   ModelNode group(1, "group");
   ValuePart<std::int32_t> inner(1, "inner", 1);
   ASSERT_EQ(group.add(&inner), ModelRes_Success);
-  ASSERT_EQ(folding.add(&group), ModelRes_Success);
-  ASSERT_EQ(server.root.add(&folding), ModelRes_Success);
+  ASSERT_EQ(hiding.add(&group), ModelRes_Success);
+  ASSERT_EQ(server.root.add(&hiding), ModelRes_Success);
   Client client;
   ASSERT_EQ(client.connect(name), ModelRes_Success);
   ASSERT_EQ(client.subscribe({9, 1, 1}), ModelRes_Success);
   ASSERT_EQ(client.subscribe(speedChain), ModelRes_Success);
-  folding.fold(true);
-  ASSERT_EQ(server.root.remove(&folding), ModelRes_Success);
+  hiding.hide(true);
+  ASSERT_EQ(server.root.remove(&hiding), ModelRes_Success);
   client.pumpAll();
   client.root.updates.clear();
-  // What hangs below no root is nobody's business; its ids are now a shorter chain's.
+  // The part has no root now. Its id chain from the topmost node could be taken for another part.
   ASSERT_EQ(inner.setValue(5), ModelRes_Success);
   ASSERT_EQ(client.text(speedChain), "42");
   client.pumpAll();
@@ -108,16 +107,16 @@ TEST(HiddenChildren, OutliveTheirNodeAndItsManager) {
   auto inner = std::make_unique<ValuePart<std::int32_t>>(1, "inner", 1);
   {
     Server server(test_support::uniquePortName());
-    FoldingNode folding(30, server.manager);
-    ASSERT_EQ(folding.add(inner.get()), ModelRes_Success);
-    ASSERT_EQ(server.drive.add(&folding), ModelRes_Success);
-    folding.fold(true);
+    HidingNode hiding(30, server.manager);
+    ASSERT_EQ(hiding.add(inner.get()), ModelRes_Success);
+    ASSERT_EQ(server.drive.add(&hiding), ModelRes_Success);
+    hiding.hide(true);
   }
   EXPECT_EQ(inner->setValue(2), ModelRes_Success);
   EXPECT_EQ(inner->value(), 2);
 }
 
-TEST(HiddenChildren, AreThoseOfANodeThatIsNotInTheTree) {
+TEST(HiddenChildren, AreNotThoseOfANodeOutsideTheTree) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   Alias alias(30);
@@ -125,7 +124,7 @@ TEST(HiddenChildren, AreThoseOfANodeThatIsNotInTheTree) {
   Client client;
   ASSERT_EQ(client.connect(name), ModelRes_Success);
   std::vector<unsigned short> ids{1};
-  EXPECT_EQ(client.root.getChildIdsFromServer(&client.part.at({1, 30}), ids), ModelRes_Success);
+  EXPECT_EQ(client.childIds({1, 30}, ids), ModelRes_Success);
   EXPECT_TRUE(ids.empty());
   EXPECT_EQ(client.text({1, 30, 1}), "?");
   EXPECT_EQ(client.text(speedChain), "42");

@@ -41,7 +41,7 @@ TEST_F(ModelNodeTest, KeepsChildrenInTheOrderOfAdding) {
   EXPECT_EQ(three.parent(), &node);
 }
 
-TEST_F(ModelNodeTest, RefusesWhatCannotHangThere) {
+TEST_F(ModelNodeTest, RejectsWhatCannotBeAChild) {
   ModelNode node(1);
   ModelPart child(1);
   ModelPart twin(1);
@@ -58,7 +58,7 @@ TEST_F(ModelNodeTest, RefusesWhatCannotHangThere) {
   EXPECT_EQ(twin.parent(), nullptr);
 }
 
-TEST_F(ModelNodeTest, RefusesANodeUnderItself) {
+TEST_F(ModelNodeTest, RejectsANodeAsItsOwnDescendant) {
   ModelNode top(1);
   ModelNode middle(1);
   ModelNode bottom(1);
@@ -69,7 +69,7 @@ TEST_F(ModelNodeTest, RefusesANodeUnderItself) {
   EXPECT_EQ(bottom.add(&bottom), ModelRes_BadArgument);
 }
 
-TEST_F(ModelNodeTest, TakesSeveralProxiesAndFindsNone) {
+TEST_F(ModelNodeTest, AcceptsSeveralProxiesAndFindsNone) {
   ModelPart first;
   ModelPart second;
   ModelPart named(4);
@@ -86,18 +86,18 @@ TEST_F(ModelNodeTest, TakesSeveralProxiesAndFindsNone) {
 TEST_F(ModelNodeTest, RemovesChildrenOnly) {
   ModelNode node(1);
   ModelPart child(1);
-  ModelPart stranger(1);
+  ModelPart other(1);
   ASSERT_EQ(node.add(&child), ModelRes_Success);
-  EXPECT_EQ(node.remove(&stranger), ModelRes_NoSuchPart);
+  EXPECT_EQ(node.remove(&other), ModelRes_NoSuchPart);
   EXPECT_EQ(node.remove(nullptr), ModelRes_NoSuchPart);
   EXPECT_EQ(node.remove(&child), ModelRes_Success);
   EXPECT_EQ(node.remove(&child), ModelRes_NoSuchPart);
   EXPECT_EQ(child.parent(), nullptr);
-  EXPECT_EQ(node.add(&stranger), ModelRes_Success);
-  EXPECT_EQ(stranger.parent(), &node);
+  EXPECT_EQ(node.add(&other), ModelRes_Success);
+  EXPECT_EQ(other.parent(), &node);
 }
 
-TEST_F(ModelNodeTest, FindsEveryChildThroughAnyOrderOfAddingAndRemoving) {
+TEST_F(ModelNodeTest, FindsEveryChildAfterAnyOrderOfAddingAndRemoving) {
   std::mt19937 random(3);
   std::vector<std::unique_ptr<ModelPart>> parts;
   for (ModelPartId id = 0; id < 300; ++id) {
@@ -124,7 +124,7 @@ TEST_F(ModelNodeTest, FindsEveryChildThroughAnyOrderOfAddingAndRemoving) {
   }
 }
 
-TEST_F(ModelNodeTest, IsOnlyInATreeWhileARootIsAbove) {
+TEST_F(ModelNodeTest, HasARootOnlyWhileInItsTree) {
   ModelNode node(1);
   ValuePart<int> part(1, "");
   ASSERT_EQ(node.add(&part), ModelRes_Success);
@@ -138,18 +138,18 @@ TEST_F(ModelNodeTest, IsOnlyInATreeWhileARootIsAbove) {
 
 TEST_F(ModelNodeTest, MayBeDestroyedBeforeOrAfterItsChildren) {
   auto node = std::make_unique<ModelNode>(1);
-  auto below = std::make_unique<ModelNode>(2);
+  auto child = std::make_unique<ModelNode>(2);
   auto part = std::make_unique<ValuePart<int>>(3, "");
   ASSERT_EQ(root_.add(node.get()), ModelRes_Success);
-  ASSERT_EQ(node->add(below.get()), ModelRes_Success);
-  ASSERT_EQ(below->add(part.get()), ModelRes_Success);
+  ASSERT_EQ(node->add(child.get()), ModelRes_Success);
+  ASSERT_EQ(child->add(part.get()), ModelRes_Success);
   node.reset();
   EXPECT_TRUE(root_.children().empty());
-  EXPECT_EQ(below->parent(), nullptr);
+  EXPECT_EQ(child->parent(), nullptr);
   EXPECT_EQ(part->findRoot(), nullptr);
   EXPECT_EQ(part->setValue(1), ModelRes_Success);
   part.reset();
-  EXPECT_TRUE(below->children().empty());
+  EXPECT_TRUE(child->children().empty());
 }
 
 TEST_F(ModelNodeTest, OutlivesItsRoot) {
@@ -184,7 +184,7 @@ std::vector<ModelPartId> idsOf(const internal::ResolvedChain& resolved) {
   return {resolved.chain().begin(), resolved.chain().end()};
 }
 
-TEST_F(ModelNodeTest, ClimbAsksOnceALevel) {
+TEST_F(ModelNodeTest, ChainCallsEachLevelOnce) {
   ProxyPart part(root_);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
   part.at({4, 0, 65533});
@@ -192,11 +192,11 @@ TEST_F(ModelNodeTest, ClimbAsksOnceALevel) {
   EXPECT_EQ(resolved.result(), ModelRes_Success);
   EXPECT_EQ(idsOf(resolved), (std::vector<ModelPartId>{4, 0, 65533}));
   EXPECT_EQ(resolved.root(), &root_);
-  EXPECT_EQ(part.idsAsked, 3);
-  EXPECT_EQ(part.parentsAsked, 3);
+  EXPECT_EQ(part.idCalls, 3);
+  EXPECT_EQ(part.parentCalls, 3);
 }
 
-TEST_F(ModelNodeTest, ClimbKeepsTheOrderOfTheIdsOfAnyDepth) {
+TEST_F(ModelNodeTest, ChainHasTheIdsInOrderAtAnyDepth) {
   ProxyPart part(root_);
   for (const std::size_t depth : {1U, 15U, 16U, 17U, 40U}) {
     std::vector<ModelPartId> chain(depth);
@@ -206,14 +206,14 @@ TEST_F(ModelNodeTest, ClimbKeepsTheOrderOfTheIdsOfAnyDepth) {
   }
 }
 
-TEST_F(ModelNodeTest, ClimbOfTheRootIsEmptyAndAsksNobody) {
+TEST_F(ModelNodeTest, ChainOfTheRootIsEmpty) {
   const internal::ResolvedChain resolved(root_);
   EXPECT_EQ(resolved.result(), ModelRes_Success);
   EXPECT_EQ(resolved.root(), &root_);
   EXPECT_TRUE(resolved.chain().empty());
 }
 
-TEST_F(ModelNodeTest, ClimbEndsAtTheDepthLimit) {
+TEST_F(ModelNodeTest, ChainHasADepthLimit) {
   ProxyPart part(root_);
   part.at(std::vector<ModelPartId>(ModelDepth_Max, 1));
   const internal::ResolvedChain deepest(part);
@@ -223,10 +223,10 @@ TEST_F(ModelNodeTest, ClimbEndsAtTheDepthLimit) {
   const internal::ResolvedChain deeper(part);
   EXPECT_EQ(deeper.result(), ModelRes_BadArgument);
   EXPECT_EQ(deeper.root(), nullptr);
-  ModelNode nowhere(1);
-  const internal::ResolvedChain lost(nowhere);
-  EXPECT_EQ(lost.result(), ModelRes_NoSuchPart);
-  EXPECT_EQ(lost.root(), nullptr);
+  ModelNode unattached(1);
+  const internal::ResolvedChain rootless(unattached);
+  EXPECT_EQ(rootless.result(), ModelRes_NoSuchPart);
+  EXPECT_EQ(rootless.root(), nullptr);
 }
 
 }  // namespace

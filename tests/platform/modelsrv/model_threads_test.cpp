@@ -13,7 +13,7 @@ namespace {
 using namespace ModelSrv;
 using namespace modelsrv_tests;
 
-/// Runs `step` on a thread of its own, again and again while it lives.
+/// Runs `step` repeatedly on a thread of its own.
 class Repeat {
  public:
   explicit Repeat(std::function<void()> step)
@@ -59,14 +59,14 @@ TEST(ModelThreads, MaySetValuesWhileClientsReadAndComeAndGo) {
       EXPECT_NE(client.text(speedChain), "?");
       EXPECT_NE(client.text(gainsChain), "?");
     }
-    ASSERT_TRUE(client.pumpUntil([&] { return client.part.told.size() > 10; }));
+    ASSERT_TRUE(client.pumpUntil([&] { return client.part.updates.size() > 10; }));
   }
 }
 
-TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsAsk) {
+TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsRequestThem) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
-  ModelNode node(2, "coming and going");
+  ModelNode node(2, "moving");
   ValuePart<std::int32_t> inside(1, "inside");
   ASSERT_EQ(node.add(&inside), ModelRes_Success);
   Client client;
@@ -74,13 +74,13 @@ TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsAsk) {
   const Repeat moves([&] {
     static_cast<void>(server.root.add(&node));
     {
-      ValuePart<std::int32_t> brief(3, "brief", 1);
-      static_cast<void>(server.drive.add(&brief));
-      static_cast<void>(brief.setValue(2));
+      ValuePart<std::int32_t> temporary(3, "temporary", 1);
+      static_cast<void>(server.drive.add(&temporary));
+      static_cast<void>(temporary.setValue(2));
     }
     static_cast<void>(server.root.remove(&node));
   });
-  const Repeat looks([&] { static_cast<void>(server.speed.findRoot()); });
+  const Repeat finds([&] { static_cast<void>(server.speed.findRoot()); });
   std::int32_t value = 0;
   const Repeat sets([&] { static_cast<void>(server.speed.setValue(++value)); });
   std::string text;
@@ -96,11 +96,11 @@ TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsAsk) {
   }
 }
 
-TEST(ModelThreads, MaySetAPartWhileItIsTakenOutOfTheTree) {
+TEST(ModelThreads, MaySetAPartWhileItIsRemovedFromTheTree) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   for (int round = 0; round < 50; ++round) {
-    ModelNode node(2, "going");
+    ModelNode node(2, "removed");
     ValuePart<std::int32_t> inside(1, "inside");
     ASSERT_EQ(node.add(&inside), ModelRes_Success);
     ASSERT_EQ(server.root.add(&node), ModelRes_Success);
@@ -116,14 +116,14 @@ TEST(ModelThreads, MaySetAPartWhileItIsTakenOutOfTheTree) {
   }
 }
 
-TEST(ModelThreads, MaySetAPartThatAClientWasToldOfWhileItIsTakenOut) {
+TEST(ModelThreads, MaySetACachedPartWhileItIsRemovedFromTheTree) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   Client client;
   ASSERT_EQ(client.connect(name), ModelRes_Success);
   for (int round = 0; round < 50; ++round) {
-    ModelNode node(2, "going");
-    // Many, so that it takes a while to take them all out.
+    ModelNode node(2, "removed");
+    // Many, so that removing them takes some time.
     std::vector<std::unique_ptr<ValuePart<std::int32_t>>> parts;
     for (ModelPartId id = 0; id < 2000; ++id) {
       parts.push_back(std::make_unique<ValuePart<std::int32_t>>(id, "inside"));
@@ -135,7 +135,7 @@ TEST(ModelThreads, MaySetAPartThatAClientWasToldOfWhileItIsTakenOut) {
       static_cast<void>(parts.front()->setValue(stored + 1));
       static_cast<void>(parts.front()->findRoot());
       ++stored;
-      // Most of the time it holds no mutex and waits for none.
+      // Most of the time this thread should neither hold the mutex nor wait for it.
       std::this_thread::yield();
     });
     for (int i = 0; i < 5; ++i) {
@@ -148,12 +148,12 @@ TEST(ModelThreads, MaySetAPartThatAClientWasToldOfWhileItIsTakenOut) {
   }
 }
 
-TEST(ModelThreads, MayDestroyAPartWhileItIsTakenOutOfTheTree) {
+TEST(ModelThreads, MayDestroyAPartWhileItIsRemovedFromTheTree) {
   Server server(test_support::uniquePortName());
   for (int round = 0; round < 500; ++round) {
-    auto part = std::make_unique<ValuePart<std::int32_t>>(20, "going");
-    ModelPart* const going = part.get();
-    ASSERT_EQ(server.drive.add(going), ModelRes_Success);
+    auto part = std::make_unique<ValuePart<std::int32_t>>(20, "removed");
+    ModelPart* const removed = part.get();
+    ASSERT_EQ(server.drive.add(removed), ModelRes_Success);
     std::atomic<bool> started{false};
     std::thread destroys([&] {
       started = true;
@@ -162,14 +162,14 @@ TEST(ModelThreads, MayDestroyAPartWhileItIsTakenOutOfTheTree) {
     while (!started) {
       std::this_thread::yield();
     }
-    const ModelRes result = server.drive.remove(going);
+    const ModelRes result = server.drive.remove(removed);
     EXPECT_TRUE(result == ModelRes_Success || result == ModelRes_NoSuchPart) << result;
     destroys.join();
     EXPECT_EQ(server.drive.findChild(20), nullptr);
   }
 }
 
-TEST(ModelThreads, OfAClientMayRequestWhileAnotherTakesEvents) {
+TEST(ModelThreads, OfAClientMayMakeRequestsWhileAnotherDispatchesEvents) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   Client client;

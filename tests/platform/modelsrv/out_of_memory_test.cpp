@@ -20,34 +20,16 @@
 #include "tests/platform/modelsrv/served_tree.h"
 #include "tests/support/leak_check.h"
 
-// What is left where any one allocation is refused.
+// The state of clients and servers after any single allocation has failed.
 
 namespace {
 
 using namespace ModelSrv;
 using namespace modelsrv_tests;
 
-/// Runs `operation` with allocation number `refused` refused; tells whether it came
-/// to that.
-bool runShortOfMemory(int refused, const std::function<void()>& operation) {
-  allocationsLeft() = refused;
-  operation();
-  return std::exchange(allocationsLeft(), allAllocations) < 0;
-}
-
-/// Calls `attempt(refused)` for the first, the second ... allocation that is refused,
-/// until it says that nothing was.
-void forEachAllocation(const std::function<bool(int refused)>& attempt) {
-  int refused = 0;
-  while (attempt(refused) && !testing::Test::HasFailure()) {
-    ++refused;
-  }
-  EXPECT_GT(refused, 0) << "nothing was allocated";
-}
-
-TEST(OutOfMemory, IsAResultOfWhatAClientAsks) {
-  using Question = std::function<ModelRes(Client&)>;
-  const std::array<Question, 6> questions{
+TEST(OutOfMemory, IsAResultOfEveryRequest) {
+  using Operation = std::function<ModelRes(Client&)>;
+  const std::array<Operation, 6> requests{
       [](Client& client) {
         std::vector<unsigned short> ids;
         return client.root.getChildIdsFromServer(&client.part, ids);
@@ -70,18 +52,18 @@ TEST(OutOfMemory, IsAResultOfWhatAClientAsks) {
       },
       [](Client& client) { return client.part.subscribeToServer(&client.root, 0, nullptr, all); },
   };
-  for (const Question& question : questions) {
-    forEachAllocation([&question](int refused) {
+  for (const Operation& request : requests) {
+    forEachAllocation([&request](int refused) {
       const std::string name = test_support::uniquePortName();
       Server server(name);
       Client client;
       EXPECT_EQ(client.connect(name), ModelRes_Success);
       static_cast<void>(client.part.at(gainsChain));
       ModelRes result = ModelRes_Success;
-      const bool wasRefused = runShortOfMemory(refused, [&] { result = question(client); });
+      const bool wasRefused = runWithRefusal(refused, [&] { result = request(client); });
       const bool failed = wasRefused && result != ModelRes_Success;
       EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
-      EXPECT_EQ(client.text(speedChain), "42") << "the client goes on";
+      EXPECT_EQ(client.text(speedChain), "42") << "the client still works";
       return wasRefused;
     });
   }
@@ -101,7 +83,7 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
     client.pumpAll();
     static_cast<void>(client.part.at(speedChain));
     ModelRes result = ModelRes_Success;
-    const bool wasRefused = runShortOfMemory(
+    const bool wasRefused = runWithRefusal(
         refused, [&] { result = client.part.subscribeToServer(&client.root, 0, nullptr, all); });
     EXPECT_EQ(client.text(speedChain), "42");
     client.pumpAll();
@@ -110,7 +92,7 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
     EXPECT_EQ(client.text(speedChain), "1");
     client.pumpAll();
     const bool subscribed = result == ModelRes_Success;
-    // The end of a connection is noticed between the exchanges on the next one.
+    // The server notices the end of a connection between exchanges on the next one.
     constexpr int timeout = 1000;
     for (int i = 0; !subscribed && hasSubscribers(server) && i < timeout; ++i) {
       EXPECT_EQ(client.text(labelChain, all), "two words");
@@ -123,7 +105,7 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
   });
 }
 
-TEST(OutOfMemory, LeavesNothingOfAConnectionThatWasNotMade) {
+TEST(OutOfMemory, LeavesNothingOfAFailedConnection) {
   forEachAllocation([](int refused) {
     const std::string name = test_support::uniquePortName();
     Server server(name);
@@ -133,11 +115,11 @@ TEST(OutOfMemory, LeavesNothingOfAConnectionThatWasNotMade) {
     Client client;
     const std::set<std::string> before = test_support::openDescriptors();
     ModelRes result = ModelRes_Success;
-    const bool wasRefused = runShortOfMemory(refused, [&] { result = client.connect(name); });
+    const bool wasRefused = runWithRefusal(refused, [&] { result = client.connect(name); });
     const bool failed = wasRefused && result != ModelRes_Success;
     EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
     if (failed) {
-      // The server sees that the client has gone between what the other one stores.
+      // The server notices the end of the connection between the stores of the other client.
       constexpr int timeout = 1000;
       for (int i = 0; test_support::openDescriptors() != before && i < timeout; ++i) {
         EXPECT_EQ(other.load(speedChain, "42"), ModelRes_Success);
@@ -162,7 +144,7 @@ TEST(OutOfMemory, DoesNotKeepAClientFromConnectingAgain) {
     static_cast<void>(client.part.at(gainsChain));
     ModelRes result = ModelRes_Success;
     std::vector<unsigned short> ids;
-    const bool wasRefused = runShortOfMemory(
+    const bool wasRefused = runWithRefusal(
         refused, [&] { result = client.root.getChildIdsFromServer(&client.part, ids); });
     const bool failed = wasRefused && result != ModelRes_Success;
     EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
@@ -172,15 +154,15 @@ TEST(OutOfMemory, DoesNotKeepAClientFromConnectingAgain) {
     EXPECT_EQ(server->speed.setValue(7), ModelRes_Success);
     EXPECT_EQ(client.text(speedChain), "7");
     client.pumpAll();
-    EXPECT_EQ(client.root.updates.size(), 1U) << "it has subscribed again";
+    EXPECT_EQ(client.root.updates.size(), 1U) << "it has renewed the subscription";
     return wasRefused;
   });
 }
 
-/// A client that connects on a thread of its own, to a server that nobody pumps yet.
-class Acceptance {
+/// A client that connects on a thread of its own, to a server that is not pumped yet.
+class PendingConnection {
  public:
-  Acceptance() {
+  PendingConnection() {
     server.pump.reset();
     thread_ = std::thread([this] {
       static_cast<void>(client_.connect(name));
@@ -188,9 +170,9 @@ class Acceptance {
       server.manager.wake();
     });
   }
-  ~Acceptance() { thread_.join(); }
-  Acceptance(const Acceptance&) = delete;
-  Acceptance& operator=(const Acceptance&) = delete;
+  ~PendingConnection() { thread_.join(); }
+  PendingConnection(const PendingConnection&) = delete;
+  PendingConnection& operator=(const PendingConnection&) = delete;
 
   const std::string name = test_support::uniquePortName();
   Server server{name};
@@ -201,12 +183,12 @@ class Acceptance {
   std::thread thread_;
 };
 
-TEST(OutOfMemory, OfAServerThatAcceptsAClientKeepsNobodyElseOut) {
-  // A client whose hello was lost waits for its time to be over; all do at once.
-  std::vector<std::unique_ptr<Acceptance>> acceptances;
-  forEachAllocation([&acceptances](int refused) {
-    Acceptance& one = *acceptances.emplace_back(std::make_unique<Acceptance>());
-    const bool wasRefused = runShortOfMemory(refused, [&one] {
+TEST(OutOfMemory, OfAServerThatAcceptsAClientDoesNotAffectOtherClients) {
+  // A client whose hello was lost waits for its timeout; all of them wait at the same time.
+  std::vector<std::unique_ptr<PendingConnection>> connections;
+  forEachAllocation([&connections](int refused) {
+    PendingConnection& one = *connections.emplace_back(std::make_unique<PendingConnection>());
+    const bool wasRefused = runWithRefusal(refused, [&one] {
       while (!one.tried && allocationsLeft() >= 0) {
         static_cast<void>(one.server.manager.receiveEvent(1));
       }
@@ -219,7 +201,7 @@ TEST(OutOfMemory, OfAServerThatAcceptsAClientKeepsNobodyElseOut) {
   });
 }
 
-TEST(OutOfMemory, DoesNotKeepAServerFromItsStop) {
+TEST(OutOfMemory, DoesNotKeepAServerFromStopping) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   std::array<Client, 3> clients;
@@ -227,22 +209,22 @@ TEST(OutOfMemory, DoesNotKeepAServerFromItsStop) {
     EXPECT_EQ(client.connect(name), ModelRes_Success);
     EXPECT_EQ(client.subscribe(speedChain), ModelRes_Success);
   }
-  EXPECT_FALSE(runShortOfMemory(0, [&] { server.root.stop(false); })) << "a stop allocates nothing";
+  EXPECT_FALSE(runWithRefusal(0, [&] { server.root.stop(false); })) << "a stop allocates nothing";
   constexpr int timeout = 20000;
   EXPECT_EQ(server.root.finishActiveTerm(timeout), EvtSrv::EvtRes_Success);
 }
 
-TEST(OutOfMemory, DoesNotKeepAClientFromItsEnd) {
+TEST(OutOfMemory, DoesNotKeepAClientFromDisconnecting) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   auto client = std::make_unique<Client>();
   EXPECT_EQ(client->connect(name), ModelRes_Success);
   EXPECT_EQ(client->text(speedChain), "42");
-  EXPECT_FALSE(runShortOfMemory(0, [&] { client.reset(); })) << "an end allocates nothing";
+  EXPECT_FALSE(runWithRefusal(0, [&] { client.reset(); })) << "disconnecting allocates nothing";
 }
 
-/// One client's subscriptions in a server, without a client.
-class OutOfMemoryOfTheServer : public testing::Test {
+/// The subscriptions of one client in a server, without a client.
+class ServerOutOfMemory : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(root_.add(&speed_), ModelRes_Success);
@@ -263,14 +245,15 @@ class OutOfMemoryOfTheServer : public testing::Test {
   ModelRoot root_{&manager_};
   ValuePart<std::int32_t> speed_{1, "speed"};
   ArrayPart<std::int32_t> gains_{2, "gains", {0, 0, 0}};
+  const std::lock_guard<KSTD::KThreadMutex> lock_{manager_.clientMutex};
 };
 
-TEST_F(OutOfMemoryOfTheServer, LeavesNothingOfASubscription) {
+TEST_F(ServerOutOfMemory, LeavesNothingOfAFailedSubscription) {
   forEachAllocation([this](int refused) {
     FakeConnection connection;
     internal::SessionSubscriptions session(connection);
     bool failed = false;
-    const bool wasRefused = runShortOfMemory(refused, [&] {
+    const bool wasRefused = runWithRefusal(refused, [&] {
       try {
         EXPECT_EQ(session.add(speed_, all), ModelRes_Success);
       } catch (const std::bad_alloc&) {
@@ -287,25 +270,25 @@ TEST_F(OutOfMemoryOfTheServer, LeavesNothingOfASubscription) {
   });
 }
 
-TEST_F(OutOfMemoryOfTheServer, EndsTheConnectionThatCannotBeTold) {
+TEST_F(ServerOutOfMemory, ClosesTheConnectionThatCannotBeNotified) {
   forEachAllocation([this](int refused) {
     FakeConnection connection;
     internal::SessionSubscriptions session(connection);
     EXPECT_EQ(session.add(gains_, all), ModelRes_Success);
     const std::int32_t next = gains_.value(1) + 1;
     ModelRes result = ModelRes_DoNothing;
-    const bool wasRefused = runShortOfMemory(refused, [&] { result = gains_.setValue(1, next); });
+    const bool wasRefused = runWithRefusal(refused, [&] { result = gains_.setValue(1, next); });
     EXPECT_EQ(result, ModelRes_Success);
     EXPECT_EQ(gains_.value(1), next);
-    EXPECT_EQ(connection.closed, wasRefused ? 1 : 0);
+    EXPECT_EQ(connection.closeCalls, wasRefused ? 1 : 0);
     EXPECT_EQ(takeAll(session), wasRefused ? 0U : 1U);
     EXPECT_EQ(gains_.setValue(1, next + 1), ModelRes_Success);
-    EXPECT_EQ(takeAll(session), 1U) << "what comes later is told";
+    EXPECT_EQ(takeAll(session), 1U) << "later changes are notified";
     return wasRefused;
   });
 }
 
-TEST_F(OutOfMemoryOfTheServer, LeavesAllOfAnArrayAsItWas) {
+TEST_F(ServerOutOfMemory, LeavesTheWholeArrayUnchanged) {
   ArrayPart<std::string> texts(3, "texts", {"a", "b"});
   ASSERT_EQ(root_.add(&texts), ModelRes_Success);
   std::vector<std::string> next;
@@ -323,18 +306,19 @@ TEST_F(OutOfMemoryOfTheServer, LeavesAllOfAnArrayAsItWas) {
       next = {std::string(size, 'x'), std::string(size, 'y')};
       text = std::istringstream(next[0] + '\n' + next[1]);
       ModelRes result = ModelRes_DoNothing;
-      const bool wasRefused = runShortOfMemory(refused, [&] { result = store(); });
+      const bool wasRefused = runWithRefusal(refused, [&] { result = store(); });
       const bool failed = result != ModelRes_Success;
       EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
       EXPECT_EQ(texts.values(), failed ? before : next);
-      // Where there is no room for the update itself, its client's connection ends.
-      EXPECT_EQ(takeAll(session) + static_cast<std::size_t>(connection.closed), failed ? 0U : 1U);
+      // If there is no memory for the update itself, the connection is closed.
+      EXPECT_EQ(takeAll(session) + static_cast<std::size_t>(connection.closeCalls),
+                failed ? 0U : 1U);
       return wasRefused;
     });
   }
 }
 
-TEST_F(OutOfMemoryOfTheServer, LeavesTheTreeAsItWas) {
+TEST_F(ServerOutOfMemory, LeavesTheTreeUnchanged) {
   forEachAllocation([this](int refused) {
     ModelNode group(9, "group");
     ModelNode inner(1, "inner");
@@ -344,8 +328,8 @@ TEST_F(OutOfMemoryOfTheServer, LeavesTheTreeAsItWas) {
     EXPECT_EQ(root_.add(&group), ModelRes_Success);
     EXPECT_EQ(group.add(&other), ModelRes_Success);
     ModelRes result = ModelRes_Success;
-    // Its id is below that of the one that is there.
-    bool wasRefused = runShortOfMemory(refused, [&] { result = group.add(&inner); });
+    // Its id is lower than that of the present child, so the order of ids changes.
+    bool wasRefused = runWithRefusal(refused, [&] { result = group.add(&inner); });
     EXPECT_EQ(result, wasRefused ? ModelRes_SystemError : ModelRes_Success);
     EXPECT_EQ(inner.parent(), wasRefused ? nullptr : &group);
     EXPECT_EQ(group.findChild(1), wasRefused ? nullptr : &inner);
@@ -353,7 +337,7 @@ TEST_F(OutOfMemoryOfTheServer, LeavesTheTreeAsItWas) {
     if (wasRefused) {
       EXPECT_EQ(group.add(&inner), ModelRes_Success);
     }
-    const bool removalRefused = runShortOfMemory(refused, [&] { result = group.remove(&inner); });
+    const bool removalRefused = runWithRefusal(refused, [&] { result = group.remove(&inner); });
     EXPECT_EQ(result, removalRefused ? ModelRes_SystemError : ModelRes_Success);
     EXPECT_EQ(group.findChild(1), removalRefused ? &inner : nullptr);
     return wasRefused || removalRefused;

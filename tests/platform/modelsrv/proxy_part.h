@@ -7,51 +7,52 @@
 
 namespace modelsrv_tests {
 
-/// Answers for any part, as a client's only part may: each answer eats a level of
-/// the path that was set for the request. Keeps what it was told of updates.
+/// Represents any part of a server's tree, as the only part of a client may: each call of
+/// `getId` consumes a level of the chain that was set for the request. Records the updates that
+/// it receives.
 class ProxyPart : public ModelSrv::ModelPart {
  public:
-  struct Told {
+  struct Update {
     void* context;
     unsigned short index;
-    bool operator==(const Told&) const = default;
+    bool operator==(const Update&) const = default;
   };
 
   explicit ProxyPart(ModelSrv::ModelRoot& root) : root_(root) {}
 
-  /// Points at a part for the next request.
+  /// Sets the part to represent in the next request.
   ProxyPart& at(std::vector<ModelSrv::ModelPartId> chain) {
-    path_ = std::move(chain);
+    chain_ = std::move(chain);
     return *this;
   }
 
   ModelSrv::ModelPartId getId() override {
-    ++idsAsked;
-    if (path_.empty()) {
+    ++idCalls;
+    if (chain_.empty()) {
       return 0;
     }
-    const ModelSrv::ModelPartId id = path_.back();
-    path_.pop_back();
+    const ModelSrv::ModelPartId id = chain_.back();
+    chain_.pop_back();
     return id;
   }
 
   ModelPart* getParentNode() override {
-    ++parentsAsked;
-    return path_.empty() ? static_cast<ModelPart*>(&root_) : this;
+    ++parentCalls;
+    return chain_.empty() ? static_cast<ModelPart*>(&root_) : this;
   }
 
   ModelSrv::ModelRes update(void* context, unsigned short index) override {
-    told.push_back({context, index});
+    updates.push_back({context, index});
     return ModelSrv::ModelRes_Success;
   }
 
-  int idsAsked = 0;
-  int parentsAsked = 0;
-  std::vector<Told> told;
+  int idCalls = 0;
+  int parentCalls = 0;
+  std::vector<Update> updates;
 
  private:
   ModelSrv::ModelRoot& root_;
-  std::vector<ModelSrv::ModelPartId> path_;
+  std::vector<ModelSrv::ModelPartId> chain_;
 };
 
 }  // namespace modelsrv_tests

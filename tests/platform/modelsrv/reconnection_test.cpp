@@ -32,7 +32,7 @@ class ReconnectionTest : public testing::Test {
   Client client_;
 };
 
-TEST_F(ReconnectionTest, IsTriedByEachRequestAndFailsAtOnceWhileNobodyServes) {
+TEST_F(ReconnectionTest, IsTriedByEachRequestAndFailsAtOnceWithoutAServer) {
   EXPECT_EQ(client_.text(speedChain), "42");
   server_.reset();
   for (int i = 0; i < 200; ++i) {
@@ -43,14 +43,14 @@ TEST_F(ReconnectionTest, IsTriedByEachRequestAndFailsAtOnceWhileNobodyServes) {
   EXPECT_EQ(client_.text(speedChain), "42");
 }
 
-/// Writes what no server takes into every request pipe that this process has, so
-/// that the connections end while the server goes on.
-void spoilConnections() {
+/// Writes garbage into every request pipe of this process, which ends the connections of a
+/// server that stays alive.
+void breakConnections() {
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;
-    const std::string target = std::filesystem::read_symlink(entry, gone).string();
+    std::error_code error;
+    const std::string target = std::filesystem::read_symlink(entry, error).string();
     const int number = std::stoi(entry.path().filename().string());
-    if (gone || target.find(".req") == std::string::npos ||
+    if (error || target.find(".req") == std::string::npos ||
         (::fcntl(number, F_GETFL) & O_ACCMODE) != O_WRONLY) {
       continue;
     }
@@ -60,31 +60,31 @@ void spoilConnections() {
   }
 }
 
-/// The server's connection ends, and another server takes its name while it goes on.
-class ReplacedWhileAlive : public ReconnectionTest {
+/// The server's connections end, and another server takes its name while it is still alive.
+class ReplacementTest : public ReconnectionTest {
  protected:
   void SetUp() override {
     ReconnectionTest::SetUp();
-    // From the second question on more is told than was asked for: both are in hand.
+    // The second prefetch has several parts, so both values are cached.
     ASSERT_EQ(client_.text(labelChain), "two words");
     ASSERT_EQ(client_.text(speedChain), "42");
     ASSERT_EQ(std::remove(("/tmp/" + name_ + ".fifo").c_str()), 0);
     other_ = std::make_unique<Server>(name_);
     ASSERT_EQ(other_->speed.setValue(7), ModelRes_Success);
-    spoilConnections();
+    breakConnections();
   }
   std::unique_ptr<Server> other_;
 };
 
-TEST_F(ReplacedWhileAlive, NothingOfTheFirstServerIsSaidAfterAStoreAtTheSecond) {
+TEST_F(ReplacementTest, UsesNothingCachedOfTheFirstServerAfterAStoreAtTheSecond) {
   ASSERT_EQ(client_.load(labelChain, "new"), ModelRes_Success);
   EXPECT_EQ(other_->label.value(), "new");
   EXPECT_EQ(client_.text(labelChain), "new");
   EXPECT_EQ(client_.text(speedChain), "7");
 }
 
-TEST_F(ReplacedWhileAlive, AQuestionMakesAConnectionGoodThatIsKnownToBeLost) {
-  // The end of the connection is among the events.
+TEST_F(ReplacementTest, RestoresALostConnectionWithTheNextRequest) {
+  // The client notices the loss while it dispatches events.
   while (client_.manager.receiveEvent(20000) == EvtSrv::EvtRes_Success &&
          client_.text(speedChain) == "42") {
   }
@@ -100,12 +100,12 @@ TEST_F(ReconnectionTest, RenewsSubscriptions) {
   ASSERT_EQ(server_->gains.setValue(0, 8), ModelRes_Success);
   ASSERT_EQ(server_->gains.setValue(1, 8), ModelRes_Success);
   ASSERT_EQ(server_->speed.setValue(8), ModelRes_Success);
-  ASSERT_TRUE(client_.pumpUntil([&] { return client_.part.told.size() == 2; }));
+  ASSERT_TRUE(client_.pumpUntil([&] { return client_.part.updates.size() == 2; }));
   EXPECT_EQ(client_.root.updates, (Updates{{gainsChain, 1}, {speedChain, all}}));
-  EXPECT_EQ(client_.part.told, (std::vector<ProxyPart::Told>{{nullptr, 1}, {&context, all}}));
+  EXPECT_EQ(client_.part.updates, (std::vector<ProxyPart::Update>{{nullptr, 1}, {&context, all}}));
 }
 
-TEST_F(ReconnectionTest, RenewsDoubledSubscriptionsWithTheirCount) {
+TEST_F(ReconnectionTest, RenewsDoubleSubscriptions) {
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   restartServer();
@@ -116,7 +116,7 @@ TEST_F(ReconnectionTest, RenewsDoubledSubscriptionsWithTheirCount) {
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_NotSubscribed);
 }
 
-TEST_F(ReconnectionTest, DropsWhatTheNewServerRefuses) {
+TEST_F(ReconnectionTest, DropsSubscriptionsThatTheNewServerRejects) {
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(labelChain), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(gainsChain), ModelRes_Success);
@@ -141,7 +141,7 @@ TEST_F(ReconnectionTest, CancelsWithoutAServer) {
   EXPECT_EQ(client_.root.updates, Updates{});
 }
 
-TEST_F(ReconnectionTest, IsLeftToTheProgramWhereTheManagerSaysSo) {
+TEST_F(ReconnectionTest, DoesNotHappenIfTheManagerDoesNotReconnect) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   ModelRoot root(&manager);
   ProxyPart part(root);
@@ -155,7 +155,7 @@ TEST_F(ReconnectionTest, IsLeftToTheProgramWhereTheManagerSaysSo) {
   EXPECT_EQ(part.at(speedChain).save(text, all), ModelRes_Success);
 }
 
-TEST_F(ReconnectionTest, IsNotTriedWithAServerThatHangsAndFurtherRequestsFailAtOnce) {
+TEST_F(ReconnectionTest, DoesNotHappenIfTheServerHangsAndFurtherRequestsFailAtOnce) {
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   server_->pump.reset();
   std::string text;
@@ -165,7 +165,8 @@ TEST_F(ReconnectionTest, IsNotTriedWithAServerThatHangsAndFurtherRequestsFailAtO
     EXPECT_EQ(client_.save(speedChain, text), ModelRes_Timeout);
   }
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
-  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Timeout) << "kept: it may still come";
+  EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Timeout)
+      << "the server may still process it, so it is kept";
   server_->pump.emplace(server_->manager);
   ASSERT_EQ(server_->speed.setValue(77), ModelRes_Success);
   ASSERT_TRUE(client_.pumpUntil([&] { return !client_.root.updates.empty(); }));

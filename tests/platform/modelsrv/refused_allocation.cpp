@@ -1,13 +1,30 @@
 #include "tests/platform/modelsrv/refused_allocation.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace modelsrv_tests {
 
 int& allocationsLeft() {
   thread_local int ofThread = allAllocations;
   return ofThread;
+}
+
+bool runWithRefusal(int refused, const std::function<void()>& operation) {
+  allocationsLeft() = refused;
+  operation();
+  return std::exchange(allocationsLeft(), allAllocations) < 0;
+}
+
+void forEachAllocation(const std::function<bool(int refused)>& attempt) {
+  int refused = 0;
+  while (attempt(refused) && !testing::Test::HasFailure()) {
+    ++refused;
+  }
+  EXPECT_GT(refused, 0) << "nothing was allocated";
 }
 
 }  // namespace modelsrv_tests

@@ -1,12 +1,22 @@
 #pragma once
 
+#include <functional>
+
+/// Refuses single allocations of a program that this is linked into.
 namespace modelsrv_tests {
 
-/// That none is refused.
 constexpr int allAllocations = -1;
 
-/// How many allocations of the calling thread succeed before one is refused, in a
-/// program that this is linked into; below 0 once it was, and where all succeed.
+/// The number of allocations of the calling thread that succeed before one is refused. Negative
+/// after that, and if all succeed.
 int& allocationsLeft();
+
+/// Runs `operation` and refuses its allocation number `refused`, counted from 0. False if the
+/// operation made fewer allocations.
+bool runWithRefusal(int refused, const std::function<void()>& operation);
+
+/// Calls `attempt(refused)` for 0, 1, 2 … until it returns false, which means that no allocation
+/// was refused.
+void forEachAllocation(const std::function<bool(int refused)>& attempt);
 
 }  // namespace modelsrv_tests

@@ -62,7 +62,7 @@ TEST(Replies, CarryNames) {
   }
 }
 
-TEST(Replies, AreWrittenBehindWhatTheBufferHolds) {
+TEST(Replies, AreAppendedToThePayload) {
   Bytes bytes{1, 2, 3};
   CountedReply reply(bytes);
   reply.addName("ab");
@@ -71,7 +71,7 @@ TEST(Replies, AreWrittenBehindWhatTheBufferHolds) {
   EXPECT_EQ(read, Names{"ab"});
 }
 
-TEST(Replies, SayWhenNamesDoNotFitAFrame) {
+TEST(Replies, ReportThatNamesDoNotFitIntoAFrame) {
   Bytes bytes;
   CountedReply reply(bytes);
   const std::string name(ModelName_Max, 'n');
@@ -84,7 +84,7 @@ TEST(Replies, SayWhenNamesDoNotFitAFrame) {
   EXPECT_LE(bytes.size(), EvtSrv::internal::maxPayload);
 }
 
-TEST(Replies, AreRefusedWhereverTheyAreCutAndWithBytesBehind) {
+TEST(Replies, AreRejectedIfTruncatedOrWithBytesLeftOver) {
   const Names names{"first", "", "third"};
   Bytes bytes = namesReply(names);
   for (std::size_t size = 0; size < bytes.size(); ++size) {
@@ -110,16 +110,16 @@ TEST(Replies, AreRefusedWhereverTheyAreCutAndWithBytesBehind) {
   }
 }
 
-TEST(Replies, AreRefusedWhereACountOrLengthLies) {
-  for (const Bytes& lying : {Bytes{255, 255}, Bytes{2, 0, 1, 0, 'a'}, Bytes{1, 0, 255, 255, 'a'},
+TEST(Replies, AreRejectedWithAWrongCountOrLength) {
+  for (const Bytes& wrong : {Bytes{255, 255}, Bytes{2, 0, 1, 0, 'a'}, Bytes{1, 0, 255, 255, 'a'},
                              Bytes{3, 0, 0, 0, 0, 0}, Bytes{0, 0, 1, 0, 'a'}}) {
     Names read{"kept"};
-    EXPECT_FALSE(decodeNames(reader(lying, ByteOrder::leastFirst), read));
+    EXPECT_FALSE(decodeNames(reader(wrong, ByteOrder::leastFirst), read));
     EXPECT_EQ(read, Names{"kept"});
   }
 }
 
-TEST(Replies, AreReadInTheSendersByteOrder) {
+TEST(Replies, AreDecodedInTheSendersByteOrder) {
   ForeignBytes ids;
   ids.u16(2).u16(258).u16(7);
   Ids readIds;
@@ -137,7 +137,7 @@ TEST(Replies, AreReadInTheSendersByteOrder) {
   EXPECT_EQ(readSum, 258);
 }
 
-TEST(Replies, CarryOnlyResultsThatAServerGives) {
+TEST(Replies, HaveOnlyResultsThatAServerSends) {
   EXPECT_EQ(decodeResult(0), ModelRes_Success);
   EXPECT_EQ(decodeResult(9), ModelRes_Vetoed);
   EXPECT_EQ(decodeResult(16), ModelRes_BadArgument);
@@ -147,7 +147,7 @@ TEST(Replies, CarryOnlyResultsThatAServerGives) {
   }
 }
 
-TEST(PortResults, HaveTheirModelResults) {
+TEST(PortResults, HaveModelResults) {
   using namespace EvtSrv;
   const struct {
     EvtRes port;
@@ -181,7 +181,7 @@ TEST(ModelResults, AreDescribed) {
   EXPECT_STREQ(describe(static_cast<ModelRes>(40)), "unknown result");
 }
 
-TEST(Updates, NameThePartFromTheRootDown) {
+TEST(Updates, HaveTheChainFromTheRootDown) {
   ModelNode top(9);
   ModelNode middle(258);
   ModelPart part(4);
@@ -216,7 +216,7 @@ TEST(Updates, OfTheRootHaveAnEmptyChain) {
   EXPECT_EQ(update.index, ModelPartIndex_All);
 }
 
-TEST(Updates, AreRefusedWithoutAnEndWithinTheDepthLimit) {
+TEST(Updates, AreRejectedWithoutAnEndWithinTheDepthLimit) {
   Bytes bytes;
   EvtSrv::internal::PayloadWriter writer(bytes);
   for (std::size_t i = 0; i <= ModelDepth_Max; ++i) {
@@ -228,7 +228,7 @@ TEST(Updates, AreRefusedWithoutAnEndWithinTheDepthLimit) {
   EXPECT_FALSE(decodeUpdate(reader(bytes), update));
 }
 
-TEST(UpdateHolder, BeginsWithTheByteOrderAndIsReadBehindIt) {
+TEST(UpdateHolder, BeginsWithTheByteOrder) {
   ForeignBytes foreign;
   foreign.u16(258).u16(ModelPartIndex_Void).u16(3);
   Bytes native;
@@ -250,7 +250,7 @@ TEST(UpdateHolder, BeginsWithTheByteOrderAndIsReadBehindIt) {
       EXPECT_EQ(holder.bytes()[offset] * 256 + holder.bytes()[offset + 1], 258);
     }
     Update update;
-    ASSERT_TRUE(readUpdate(holder, update)) << "wherever the position is";
+    ASSERT_TRUE(readUpdate(holder, update)) << "whatever the position is";
     EXPECT_EQ(update.chain, Ids{258});
     EXPECT_EQ(update.index, 3);
   }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -23,14 +24,14 @@ using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
 using Data = ReplyCache::Data;
 
-/// A part whose class keeps its changes to itself.
+/// A part whose class does not report its changes.
 class SilentPart : public ModelPart {
  public:
   SilentPart() : ModelPart(30, "silent") {}
   ~SilentPart() override { detach(); }
 };
 
-/// An prefetch that goes from a writer's hand into a reader's.
+/// Passes prefetch replies from a writer to a cache.
 class ReplyCacheTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -44,16 +45,17 @@ class ReplyCacheTest : public testing::Test {
   }
 
   Bytes prefetch(ModelPart& part, unsigned parts) {
+    const std::lock_guard lock(manager_.clientMutex);
     Bytes reply;
     PrefetchWriter().write(root_, part, parts, page_, reply);
     return reply;
   }
 
-  const ReplyCache::Part* take(const Chain& chain, const Bytes& reply) {
+  const ReplyCache::Part* replace(const Chain& chain, const Bytes& reply) {
     return cache_.replace(chain, reply, nativeOrder);
   }
 
-  /// The value of the part, "?" where the server is to be asked.
+  /// The cached value of the part, or "?" if it requires a request to the server.
   std::string value(const Chain& chain, ModelPartIndex index = ModelPartIndex_All) {
     const ReplyCache::Part* part = cache_.find(chain, Data::value);
     std::ostringstream text;
@@ -77,20 +79,20 @@ class ReplyCacheTest : public testing::Test {
   ReplyCache cache_{system_};
 };
 
-TEST_F(ReplyCacheTest, TellOfAPartAndOfWhatFollowsIt) {
-  ASSERT_NE(take({5, 2}, prefetch(x_, 100)), nullptr);
+TEST_F(ReplyCacheTest, HasAPartAndThosePartsThatFollowIt) {
+  ASSERT_NE(replace({5, 2}, prefetch(x_, 100)), nullptr);
   EXPECT_EQ(value({5, 2}), "7");
   EXPECT_EQ(value({5, 1}), "one\n\nthree");
   EXPECT_EQ(value({5, 1}, 1), "");
   EXPECT_EQ(value({5, 1}, 2), "three");
   EXPECT_EQ(value({3}), "true");
-  // What comes before was not told of.
+  // The parts before it are not in the reply.
   EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
   EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, TellOfChildrenAndElements) {
-  ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
+TEST_F(ReplyCacheTest, HasChildrenAndElements) {
+  ASSERT_NE(replace({}, prefetch(root_, 100)), nullptr);
   Chain ids;
   std::vector<std::string> names;
   const ReplyCache::Part* root = cache_.find({}, Data::value);
@@ -111,8 +113,8 @@ TEST_F(ReplyCacheTest, TellOfChildrenAndElements) {
   EXPECT_EQ(value({5}), describe(ModelRes_NoValue));
 }
 
-TEST_F(ReplyCacheTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
-  ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
+TEST_F(ReplyCacheTest, LacksLongValuesAndPartsThatAreNotInTheReply) {
+  ASSERT_NE(replace({}, prefetch(root_, 100)), nullptr);
   EXPECT_EQ(value({9}), "?");
   EXPECT_EQ(value({30}), "?");
   EXPECT_EQ(value({5, 1}, 3), "?");
@@ -120,15 +122,15 @@ TEST_F(ReplyCacheTest, LeaveToTheServerWhatIsLongOrNotToldOf) {
   EXPECT_EQ(value({77}), "?");
 }
 
-TEST_F(ReplyCacheTest, HoldAsManyPartsAsWereAskedFor) {
-  ASSERT_NE(take({5}, prefetch(b_, 2)), nullptr);
+TEST_F(ReplyCacheTest, HasAsManyPartsAsWereRequested) {
+  ASSERT_NE(replace({5}, prefetch(b_, 2)), nullptr);
   EXPECT_NE(cache_.find(Chain{5, 2}, Data::value), nullptr);
   EXPECT_EQ(cache_.find(Chain{5, 1}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, AreAskedForInNumbersThatGrowWithTheirUse) {
+TEST_F(ReplyCacheTest, RequestsMorePartsTheMoreWereUsed) {
   EXPECT_EQ(cache_.partsToPrefetch(), 1);
-  ASSERT_NE(take({}, prefetch(root_, 6)), nullptr);
+  ASSERT_NE(replace({}, prefetch(root_, 6)), nullptr);
   EXPECT_EQ(cache_.partsToPrefetch(), 4);
   static_cast<void>(cache_.find(Chain{5}, Data::value));
   static_cast<void>(cache_.find(Chain{5}, Data::value));
@@ -136,8 +138,8 @@ TEST_F(ReplyCacheTest, AreAskedForInNumbersThatGrowWithTheirUse) {
   EXPECT_EQ(cache_.partsToPrefetch(), 12);
 }
 
-TEST_F(ReplyCacheTest, OutlastTheEpochWhereTheyAreNoValues) {
-  ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
+TEST_F(ReplyCacheTest, KeepsTheStructureWhenTheEpochEnds) {
+  ASSERT_NE(replace({}, prefetch(root_, 100)), nullptr);
   page_.advance();
   EXPECT_EQ(value({5, 2}), "?");
   const ReplyCache::Part* part = cache_.find(Chain{5}, Data::structure);
@@ -149,23 +151,23 @@ TEST_F(ReplyCacheTest, OutlastTheEpochWhereTheyAreNoValues) {
   EXPECT_EQ(cache_.find(Chain{5}, Data::structure), nullptr);
 }
 
-TEST_F(ReplyCacheTest, EndWithTheEpoch) {
+TEST_F(ReplyCacheTest, LosesTheValuesWhenTheEpochEnds) {
   const Bytes reply = prefetch(root_, 100);
-  ASSERT_NE(take({}, reply), nullptr);
+  ASSERT_NE(replace({}, reply), nullptr);
   page_.advance();
   EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
-  // What was right when the server answered is the answer to that question.
-  const ReplyCache::Part* part = take({}, reply);
+  // The request that caused the prefetch is served from its reply.
+  const ReplyCache::Part* part = replace({}, reply);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_TRUE(cache_.childIds(*part, ids));
   EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, HoldNothingWhereThePageCannotBeSeen) {
+TEST_F(ReplyCacheTest, IsUnusableIfThePageCannotBeOpened) {
   Bytes reply = prefetch(root_, 100);
   reply[9] ^= 1;
-  const ReplyCache::Part* part = take({}, reply);
+  const ReplyCache::Part* part = replace({}, reply);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_TRUE(cache_.childIds(*part, ids));
@@ -173,25 +175,25 @@ TEST_F(ReplyCacheTest, HoldNothingWhereThePageCannotBeSeen) {
   EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RefuseAReplyThatIsCutAnywhereInAPart) {
+TEST_F(ReplyCacheTest, RejectsAReplyThatIsTruncatedInAPart) {
   const Bytes whole = prefetch(root_, 100);
   const Bytes one = prefetch(root_, 1);
   for (std::size_t size = 0; size < one.size(); ++size) {
-    EXPECT_EQ(take({}, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))),
+    EXPECT_EQ(replace({}, Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size))),
               nullptr)
         << size;
   }
-  EXPECT_NE(take({}, one), nullptr);
+  EXPECT_NE(replace({}, one), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RefuseAReplyAboutAnotherPart) {
-  EXPECT_EQ(take({5}, prefetch(a_, 10)), nullptr);
-  EXPECT_EQ(take({5, 1}, prefetch(b_, 10)), nullptr);
-  EXPECT_EQ(take({}, prefetch(b_, 10)), nullptr);
+TEST_F(ReplyCacheTest, RejectsAReplyAboutAnotherPart) {
+  EXPECT_EQ(replace({5}, prefetch(a_, 10)), nullptr);
+  EXPECT_EQ(replace({5, 1}, prefetch(b_, 10)), nullptr);
+  EXPECT_EQ(replace({}, prefetch(b_, 10)), nullptr);
   EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
+TEST_F(ReplyCacheTest, RejectsAReplyWithMorePartsThanAClientRequests) {
   Bytes reply = prefetch(x_, 1);
   const std::size_t start = sizeof(std::uint32_t) * 4 + 16;
   const Bytes part(reply.begin() + start, reply.end());
@@ -202,16 +204,16 @@ TEST_F(ReplyCacheTest, RefuseAReplyOfMorePartsThanAnybodyAsksFor) {
     }
     return bytes;
   };
-  EXPECT_NE(take({5, 2}, repeated(4096)), nullptr);
-  EXPECT_EQ(take({5, 2}, repeated(4097)), nullptr);
+  EXPECT_NE(replace({5, 2}, repeated(4096)), nullptr);
+  EXPECT_EQ(replace({5, 2}, repeated(4097)), nullptr);
   EXPECT_EQ(cache_.find(Chain{5, 2}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
+TEST_F(ReplyCacheTest, RejectsAReplyLongerThanAServerWrites) {
   const Bytes reply = prefetch(x_, 1);
   const Bytes handle(reply.begin(), reply.begin() + sizeof(std::uint32_t) * 4 + 16);
-  // A part of that many bytes: its depth, id and contents, then a value of zeros.
-  const auto filledUpTo = [&](std::size_t size) {
+  // A reply of that size with one part, whose value is all zeros.
+  const auto replyOfSize = [&](std::size_t size) {
     constexpr std::size_t beforeText = 15;
     Bytes bytes = handle;
     EvtSrv::internal::PayloadWriter writer(bytes);
@@ -225,53 +227,54 @@ TEST_F(ReplyCacheTest, RefuseAReplyLongerThanAnyServerWrites) {
     bytes.resize(size);
     return bytes;
   };
-  EXPECT_NE(take({5, 2}, filledUpTo(256 * 1024)), nullptr);
-  EXPECT_EQ(take({5, 2}, filledUpTo(256 * 1024 + 1)), nullptr);
+  EXPECT_NE(replace({5, 2}, replyOfSize(256 * 1024)), nullptr);
+  EXPECT_EQ(replace({5, 2}, replyOfSize(256 * 1024 + 1)), nullptr);
 }
 
-TEST_F(ReplyCacheTest, HoldNothingOfAServerWhoseThreadHasEnded) {
+TEST_F(ReplyCacheTest, IsUnusableAfterTheServersThreadHasEnded) {
   auto page = std::make_unique<StatusPage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
+  const std::lock_guard lock(manager_.clientMutex);
   Bytes reply;
   PrefetchWriter().write(root_, root_, 100, *page, reply);
-  EXPECT_NE(take({}, reply), nullptr);
+  EXPECT_NE(replace({}, reply), nullptr);
   EXPECT_EQ(cache_.find({}, Data::value), nullptr);
   EXPECT_FALSE(cache_.isUsable());
 }
 
-/// A node that has its children only now and then.
-class MoodyNode : public ModelNode {
+/// A node that hides its children every other time.
+class UnreliableNode : public ModelNode {
  public:
-  MoodyNode() : ModelNode(40, "moody") {}
-  ~MoodyNode() override { detach(); }
+  UnreliableNode() : ModelNode(40, "unreliable") {}
+  ~UnreliableNode() override { detach(); }
 
  protected:
-  ModelNode* asNode() override { return ++asked_ % 2 == 0 ? nullptr : this; }
+  ModelNode* asNode() override { return ++calls_ % 2 == 0 ? nullptr : this; }
 
  private:
-  int asked_ = 0;
+  int calls_ = 0;
 };
 
-TEST_F(ReplyCacheTest, LeaveToTheServerWhatAClassOfItsOwnHasBelowIt) {
-  MoodyNode moody;
-  ValuePart<int> below{1, "below", 3};
-  ValuePart<int> behind{50, "behind", 4};
-  ASSERT_EQ(moody.add(&below), ModelRes_Success);
-  ASSERT_EQ(root_.add(&moody), ModelRes_Success);
-  ASSERT_EQ(root_.add(&behind), ModelRes_Success);
-  ASSERT_NE(take({}, prefetch(root_, 100)), nullptr);
+TEST_F(ReplyCacheTest, LacksDescendantsOfAPartThatIsNotCacheable) {
+  UnreliableNode unreliable;
+  ValuePart<int> child{1, "child", 3};
+  ValuePart<int> sibling{50, "sibling", 4};
+  ASSERT_EQ(unreliable.add(&child), ModelRes_Success);
+  ASSERT_EQ(root_.add(&unreliable), ModelRes_Success);
+  ASSERT_EQ(root_.add(&sibling), ModelRes_Success);
+  ASSERT_NE(replace({}, prefetch(root_, 100)), nullptr);
   const ReplyCache::Part* part = cache_.find(Chain{40}, Data::value);
   ASSERT_NE(part, nullptr);
   Chain ids;
   EXPECT_FALSE(cache_.childIds(*part, ids));
   EXPECT_EQ(cache_.find(Chain{40, 1}, Data::value), nullptr);
   EXPECT_EQ(value({50}), "4");
-  ASSERT_NE(take({40, 1}, prefetch(below, 100)), nullptr);
+  ASSERT_NE(replace({40, 1}, prefetch(child, 100)), nullptr);
   EXPECT_EQ(value({40, 1}), "3");
   EXPECT_EQ(value({50}), "4");
 }
 
-/// A root with a hundred texts below it.
+/// A root with a hundred texts.
 class PrefetchWriterTest : public testing::Test {
  protected:
   Bytes prefetchReplyOf(std::size_t textSize) {
@@ -281,14 +284,15 @@ class PrefetchWriterTest : public testing::Test {
           std::make_unique<ValuePart<std::string>>(id, "p", std::string(textSize, 'v')));
       EXPECT_EQ(root_.add(texts_.back().get()), ModelRes_Success);
     }
+    const std::lock_guard lock(manager_.clientMutex);
     Bytes reply;
     PrefetchWriter().write(root_, root_, 1000, page_, reply);
     EXPECT_NE(cache_.replace({}, reply, nativeOrder), nullptr);
     return reply;
   }
 
-  /// Whether the prefetch tells the first text, and not only of its part.
-  bool tellsTheFirst(std::size_t textSize) {
+  /// Whether the reply has the value of the first text.
+  bool hasFirstText(std::size_t textSize) {
     static_cast<void>(prefetchReplyOf(textSize));
     const ReplyCache::Part* part = cache_.find(Chain{0}, Data::value);
     std::uint16_t sum = 1;
@@ -304,7 +308,7 @@ class PrefetchWriterTest : public testing::Test {
     return true;
   }
 
-  /// The longest text whose section, with result and length, is not left out.
+  /// The longest text whose section (result, length, text) is not left out.
   static constexpr std::size_t longestText = std::size_t{16} * 1024 - 6;
 
   EvtSrv::internal::PosixSystem system_;
@@ -315,7 +319,7 @@ class PrefetchWriterTest : public testing::Test {
   ReplyCache cache_{system_};
 };
 
-TEST_F(PrefetchWriterTest, LeavesOffWhereThePipeWouldBeFull) {
+TEST_F(PrefetchWriterTest, StopsWhenAPipeWouldBeFull) {
   const Bytes reply = prefetchReplyOf(2000);
   EXPECT_GT(reply.size(), prefetchSize / 2);
   EXPECT_LE(reply.size(), prefetchSize + 64);
@@ -323,22 +327,22 @@ TEST_F(PrefetchWriterTest, LeavesOffWhereThePipeWouldBeFull) {
   EXPECT_EQ(cache_.find(Chain{40}, Data::value), nullptr);
 }
 
-TEST_F(PrefetchWriterTest, LeavesOffWhereItReadsLongTextsInVain) {
+TEST_F(PrefetchWriterTest, StopsAfterReadingManyLongTexts) {
   const Bytes reply = prefetchReplyOf(30'000);
   EXPECT_LT(reply.size(), 2000U);
   EXPECT_NE(cache_.find(Chain{0}, Data::value), nullptr);
   EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
 }
 
-TEST_F(PrefetchWriterTest, TellsTheLongestText) {
-  EXPECT_TRUE(tellsTheFirst(longestText));
+TEST_F(PrefetchWriterTest, WritesATextOfMaximumLength) {
+  EXPECT_TRUE(hasFirstText(longestText));
 }
 
-TEST_F(PrefetchWriterTest, TellsNoLongerText) {
-  EXPECT_FALSE(tellsTheFirst(longestText + 1));
+TEST_F(PrefetchWriterTest, LeavesOutALongerText) {
+  EXPECT_FALSE(hasFirstText(longestText + 1));
 }
 
-TEST_F(PrefetchWriterTest, TakesNoRoomForALongText) {
+TEST_F(PrefetchWriterTest, KeepsNoMemoryForALongText) {
   const Bytes reply = prefetchReplyOf(1'000'000);
   EXPECT_LT(reply.capacity(), 100'000U);
 }

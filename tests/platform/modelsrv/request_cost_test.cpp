@@ -5,49 +5,49 @@
 #include "tests/platform/modelsrv/served_tree.h"
 #include "tests/support/counted_allocations.h"
 
-// What a question costs that needs an exchange: no allocation, neither of the client nor
-// of the server.
+// The cost of a request that requires an exchange: no allocation in the client or the server.
 
 namespace {
 
 using namespace ModelSrv;
 using namespace modelsrv_tests;
 
-/// Of a class of its own, so that nothing that is said of it may be kept.
-class Load : public ModelPart {
+/// A part that is not cacheable, so that each request requires an exchange.
+class UncachedPart : public ModelPart {
  public:
-  Load() : ModelPart(20, "load") {}
-  ~Load() override { detach(); }
-  Load(const Load&) = delete;
-  Load& operator=(const Load&) = delete;
+  UncachedPart() : ModelPart(20, "part") {}
+  ~UncachedPart() override { detach(); }
+  UncachedPart(const UncachedPart&) = delete;
+  UncachedPart& operator=(const UncachedPart&) = delete;
 
  protected:
   [[nodiscard]] unsigned elementCount() const override { return 3; }
 };
 
-TEST(Question, AllocatesNothingOnEitherSideOnceItIsWarm) {
+TEST(Request, AllocatesNothingOnEitherSideAfterTheFirstOnes) {
   const std::string port = test_support::uniquePortName();
   Server server(port);
-  Load load;
-  ASSERT_EQ(server.drive.add(&load), ModelRes_Success);
+  UncachedPart part;
+  ASSERT_EQ(server.drive.add(&part), ModelRes_Success);
   Client client;
   ModelNode drive(1, "drive");
-  ModelPart asked(20, "load");
+  ModelPart requested(20, "part");
   ASSERT_EQ(client.root.add(&drive), ModelRes_Success);
-  ASSERT_EQ(drive.add(&asked), ModelRes_Success);
+  ASSERT_EQ(drive.add(&requested), ModelRes_Success);
   ASSERT_EQ(client.connect(port), ModelRes_Success);
-  const auto ask = [&](int times) {
-    bool answered = true;
+  const auto request = [&](int times) {
+    bool succeeded = true;
     for (int i = 0; i < times; ++i) {
       unsigned short sum = 0;
-      answered = answered && client.root.getElementSumFromServer(&asked, sum) == ModelRes_Success &&
-                 sum == 3;
+      succeeded = succeeded &&
+                  client.root.getElementSumFromServer(&requested, sum) == ModelRes_Success &&
+                  sum == 3;
     }
-    return answered;
+    return succeeded;
   };
-  ASSERT_TRUE(ask(3));
+  ASSERT_TRUE(request(3));
   const std::size_t before = test_support::allocated().count;
-  EXPECT_TRUE(ask(100));
+  EXPECT_TRUE(request(100));
   EXPECT_EQ(test_support::allocated().count, before);
 }
 

@@ -46,7 +46,7 @@ void expectEqual(const Request& read, const Request& written) {
   EXPECT_EQ(read.text, written.text);
 }
 
-TEST(Requests, AreReadAsTheyWereWritten) {
+TEST(Requests, AreDecodedAsTheyWereEncoded) {
   for (const Request& written : examples) {
     Bytes bytes;
     encodeRequest(written.view(), bytes);
@@ -56,7 +56,7 @@ TEST(Requests, AreReadAsTheyWereWritten) {
   }
 }
 
-TEST(Requests, AreRefusedWhereverTheyAreCut) {
+TEST(Requests, AreRejectedIfTruncated) {
   for (const Request& written : examples) {
     Bytes bytes;
     encodeRequest(written.view(), bytes);
@@ -66,12 +66,12 @@ TEST(Requests, AreRefusedWhereverTheyAreCut) {
       Request read;
       EXPECT_FALSE(
           decode(operation, Bytes(bytes.begin(), bytes.begin() + static_cast<int>(size)), read))
-          << operation << " cut to " << size;
+          << operation << " truncated to " << size;
     }
   }
 }
 
-TEST(Requests, AreRefusedWithBytesBehindThem) {
+TEST(Requests, AreRejectedWithBytesLeftOver) {
   for (const Request& written : examples) {
     if (written.operation == Operation::load) {
       continue;
@@ -84,7 +84,7 @@ TEST(Requests, AreRefusedWithBytesBehindThem) {
   }
 }
 
-TEST(Requests, AreRefusedWhereTheDepthLies) {
+TEST(Requests, AreRejectedWithAWrongDepth) {
   for (const std::uint16_t depth : std::initializer_list<std::uint16_t>{2, 3, 4096, 4097, 65535}) {
     Bytes bytes;
     EvtSrv::internal::PayloadWriter writer(bytes);
@@ -95,7 +95,7 @@ TEST(Requests, AreRefusedWhereTheDepthLies) {
   }
 }
 
-TEST(Requests, TakeAChainAsDeepAsTheLimitAndNoDeeper) {
+TEST(Requests, MayHaveAChainOfMaximumDepthAndNoDeeper) {
   for (const std::size_t depth : {ModelDepth_Max, ModelDepth_Max + 1}) {
     Bytes bytes;
     encodeRequest(Request{Operation::childIds, std::vector<ModelPartId>(depth, 1)}.view(), bytes);
@@ -104,7 +104,7 @@ TEST(Requests, TakeAChainAsDeepAsTheLimitAndNoDeeper) {
   }
 }
 
-TEST(Requests, AreRefusedForUnknownOperationsAndFlags) {
+TEST(Requests, AreRejectedWithAnUnknownOperationOrFlag) {
   Bytes bytes;
   encodeRequest(Request{Operation::childIds, {}}.view(), bytes);
   Request read;
@@ -118,7 +118,7 @@ TEST(Requests, AreRefusedForUnknownOperationsAndFlags) {
   EXPECT_FALSE(decode(6, bytes, read));
 }
 
-TEST(Requests, AreReadInTheSendersByteOrder) {
+TEST(Requests, AreDecodedInTheSendersByteOrder) {
   ForeignBytes bytes;
   bytes.u16(2).u16(1).u16(258).u16(3).u8(1).text("value");
   Request read;
@@ -126,7 +126,7 @@ TEST(Requests, AreReadInTheSendersByteOrder) {
   expectEqual(read, Request{Operation::load, {1, 258}, 3, true, "value"});
 }
 
-TEST(Requests, OfRandomBytesAreReadOrRefused) {
+TEST(Requests, OfRandomBytesAreDecodedOrRejected) {
   std::mt19937 random(5);
   std::size_t read = 0;
   for (int round = 0; round < 50000; ++round) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,7 +31,7 @@ class SessionSubscriptionsTest : public testing::Test {
     ASSERT_EQ(root_.add(&gains_), ModelRes_Success);
   }
 
-  Updates take() {
+  Updates takeAll() {
     Updates updates;
     ModelPart* part = nullptr;
     ModelPartIndex index = 0;
@@ -48,28 +49,29 @@ class SessionSubscriptionsTest : public testing::Test {
   ArrayPart<std::int32_t> gains_{3, "gains", {0, 0, 0}};
   modelsrv_tests::FakeConnection connection_;
   SessionSubscriptions session_{connection_};
+  const std::lock_guard<KSTD::KThreadMutex> lock_{manager_.clientMutex};
 };
 
-TEST_F(SessionSubscriptionsTest, HearsOnlyOfWhatItSubscribed) {
+TEST_F(SessionSubscriptionsTest, QueuesUpdatesOfSubscribedPartsOnly) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   EXPECT_EQ(level_.setValue(1), ModelRes_Success);
-  EXPECT_EQ(take(), Updates{});
-  EXPECT_EQ(connection_.told, 0);
+  EXPECT_EQ(takeAll(), Updates{});
+  EXPECT_EQ(connection_.pendingCalls, 0);
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
-  EXPECT_EQ(connection_.told, 1);
-  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+  EXPECT_EQ(connection_.pendingCalls, 1);
+  EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, HearsNothingOfTheSameValue) {
+TEST_F(SessionSubscriptionsTest, QueuesNoUpdateForTheSameValue) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(0), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(1, 0), ModelRes_Success);
   EXPECT_EQ(gains_.setValues({0, 0, 0}), ModelRes_Success);
-  EXPECT_EQ(take(), Updates{});
+  EXPECT_EQ(takeAll(), Updates{});
 }
 
-TEST_F(SessionSubscriptionsTest, KeepsOneUpdateOfEachInTheOrderOfFirstChange) {
+TEST_F(SessionSubscriptionsTest, QueuesOneUpdateOfEachIndexInTheOrderOfTheFirstChange) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(level_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
@@ -80,66 +82,66 @@ TEST_F(SessionSubscriptionsTest, KeepsOneUpdateOfEachInTheOrderOfFirstChange) {
     EXPECT_EQ(speed_.setValue(i), ModelRes_Success);
   }
   EXPECT_EQ(session_.queueLength(), 4U);
-  EXPECT_EQ(connection_.told, 4);
-  EXPECT_EQ(take(), (Updates{{&gains_, 2}, {&level_, all}, {&gains_, 0}, {&speed_, all}}));
+  EXPECT_EQ(connection_.pendingCalls, 4);
+  EXPECT_EQ(takeAll(), (Updates{{&gains_, 2}, {&level_, all}, {&gains_, 0}, {&speed_, all}}));
   EXPECT_EQ(level_.setValue(0), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&level_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&level_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, OfAllHearsOfEveryElement) {
+TEST_F(SessionSubscriptionsTest, ToTheWholeValueMatchesEveryElement) {
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(1, 5), ModelRes_Success);
   EXPECT_EQ(gains_.setValues({1, 5, 0}), ModelRes_Success);
   EXPECT_EQ(gains_.setValues({2, 6, 0}), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&gains_, 1}, {&gains_, 0}, {&gains_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&gains_, 1}, {&gains_, 0}, {&gains_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, OfOneElementHearsOfItAndOfTheWhole) {
+TEST_F(SessionSubscriptionsTest, ToOneElementMatchesItAndTheWholeValue) {
   ASSERT_EQ(session_.add(gains_, 1), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(0, 5), ModelRes_Success);
-  EXPECT_EQ(take(), Updates{});
+  EXPECT_EQ(takeAll(), Updates{});
   EXPECT_EQ(gains_.setValue(1, 5), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&gains_, 1}}));
+  EXPECT_EQ(takeAll(), (Updates{{&gains_, 1}}));
   EXPECT_EQ(gains_.setValues({6, 6, 6}), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&gains_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&gains_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, ThatWaitForTheWholeAddNoElement) {
+TEST_F(SessionSubscriptionsTest, QueuesNoElementWhileTheWholeValueIsPending) {
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   EXPECT_EQ(gains_.setValues({1, 1, 1}), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(0, 2), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&gains_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&gains_, all}}));
   EXPECT_EQ(gains_.setValue(0, 3), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&gains_, 0}}));
+  EXPECT_EQ(takeAll(), (Updates{{&gains_, 0}}));
 }
 
-TEST_F(SessionSubscriptionsTest, AreCounted) {
+TEST_F(SessionSubscriptionsTest, CountsSubscriptionsToTheSameIndex) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   EXPECT_EQ(session_.count(), 2U);
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&speed_, all}})) << "doubled, but told once";
+  EXPECT_EQ(takeAll(), (Updates{{&speed_, all}})) << "subscribed twice, but notified once";
   EXPECT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(2), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
   EXPECT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(3), ModelRes_Success);
-  EXPECT_EQ(take(), Updates{});
+  EXPECT_EQ(takeAll(), Updates{});
   EXPECT_EQ(session_.cancel(speed_, all), ModelRes_NotSubscribed);
   EXPECT_EQ(session_.count(), 0U);
 }
 
-TEST_F(SessionSubscriptionsTest, AreTakenBackByIndex) {
+TEST_F(SessionSubscriptionsTest, CancelsByIndex) {
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(gains_, 2), ModelRes_Success);
   EXPECT_EQ(session_.cancel(gains_, 1), ModelRes_NotSubscribed);
   EXPECT_EQ(session_.cancel(gains_, all), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(0, 1), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(2, 1), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&gains_, 2}}));
+  EXPECT_EQ(takeAll(), (Updates{{&gains_, 2}}));
 }
 
-TEST_F(SessionSubscriptionsTest, HaveALimit) {
+TEST_F(SessionSubscriptionsTest, HasALimit) {
   for (std::size_t i = 0; i < maxSubscriptions; ++i) {
     ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   }
@@ -149,7 +151,7 @@ TEST_F(SessionSubscriptionsTest, HaveALimit) {
   EXPECT_EQ(session_.add(level_, all), ModelRes_Success);
 }
 
-TEST_F(SessionSubscriptionsTest, DropWhatWaitsWhenTakenBack) {
+TEST_F(SessionSubscriptionsTest, DropsPendingUpdatesWithTheLastCancellation) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(level_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
@@ -157,12 +159,12 @@ TEST_F(SessionSubscriptionsTest, DropWhatWaitsWhenTakenBack) {
   EXPECT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   EXPECT_EQ(session_.pendingCount(), 1U);
   EXPECT_EQ(session_.add(speed_, all), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&level_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&level_, all}}));
   EXPECT_EQ(speed_.setValue(2), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, EndWithTheirPartAndWhatWaitsForIt) {
+TEST_F(SessionSubscriptionsTest, EndsWithThePartAndDropsItsPendingUpdates) {
   auto node = std::make_unique<ModelNode>(7);
   auto part = std::make_unique<ValuePart<std::int32_t>>(1, "");
   ASSERT_EQ(root_.add(node.get()), ModelRes_Success);
@@ -176,30 +178,30 @@ TEST_F(SessionSubscriptionsTest, EndWithTheirPartAndWhatWaitsForIt) {
   EXPECT_EQ(session_.count(), 1U);
   EXPECT_EQ(part->setValue(2), ModelRes_Success);
   part.reset();
-  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, OfAClientThatTakesNothingStayBounded) {
+TEST_F(SessionSubscriptionsTest, KeepsTheQueueOfAClientThatReceivesNothingBounded) {
   for (int i = 1; i <= 100000; ++i) {
     ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
     ASSERT_EQ(speed_.setValue(i), ModelRes_Success);
     ASSERT_LE(session_.queueLength(), 200U);
     ASSERT_EQ(session_.cancel(speed_, all), ModelRes_Success);
   }
-  EXPECT_EQ(take(), Updates{});
+  EXPECT_EQ(takeAll(), Updates{});
 }
 
-TEST_F(SessionSubscriptionsTest, OfSeveralClientsAreApart) {
+TEST_F(SessionSubscriptionsTest, IsIndependentOfOtherClients) {
   modelsrv_tests::FakeConnection otherConnection;
   auto other = std::make_unique<SessionSubscriptions>(otherConnection);
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(other->add(speed_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
-  EXPECT_EQ(otherConnection.told, 1);
+  EXPECT_EQ(otherConnection.pendingCalls, 1);
   other.reset();
-  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
   EXPECT_EQ(speed_.setValue(2), ModelRes_Success);
-  EXPECT_EQ(take(), (Updates{{&speed_, all}}));
+  EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
 }
 
 }  // namespace

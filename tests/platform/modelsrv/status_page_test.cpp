@@ -24,70 +24,70 @@ class StatusPageTest : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(page_->open(), EvtSrv::EvtRes_Success); }
 
-  std::string pathOfPage() const {
+  std::string pagePath() const {
     return "/proc/self/fd/" + std::to_string(page_->handle().descriptor);
   }
 
   EvtSrv::internal::PosixSystem system_;
   std::unique_ptr<StatusPage> page_ = std::make_unique<StatusPage>(system_);
-  StatusPageReader view_{system_};
+  StatusPageReader reader_{system_};
 };
 
-TEST_F(StatusPageTest, ShowsThePresentEpochAlone) {
-  ASSERT_TRUE(view_.open(page_->handle()));
+TEST_F(StatusPageTest, IsCurrentForThePresentEpochOnly) {
+  ASSERT_TRUE(reader_.open(page_->handle()));
   const std::uint64_t first = page_->epoch();
-  EXPECT_TRUE(view_.isCurrent(first));
-  EXPECT_FALSE(view_.isCurrent(first + 1));
+  EXPECT_TRUE(reader_.isCurrent(first));
+  EXPECT_FALSE(reader_.isCurrent(first + 1));
   page_->advance();
-  EXPECT_FALSE(view_.isCurrent(first));
-  EXPECT_TRUE(view_.isCurrent(page_->epoch()));
+  EXPECT_FALSE(reader_.isCurrent(first));
+  EXPECT_TRUE(reader_.isCurrent(page_->epoch()));
 }
 
-TEST_F(StatusPageTest, ShowsAnEraThatOutlastsItsEpochs) {
-  ASSERT_TRUE(view_.open(page_->handle()));
+TEST_F(StatusPageTest, KeepsTheStructureVersionWhenTheEpochEnds) {
+  ASSERT_TRUE(reader_.open(page_->handle()));
   const std::uint64_t first = page_->epoch();
   page_->advance();
-  EXPECT_TRUE(view_.isStructureCurrent(first));
+  EXPECT_TRUE(reader_.isStructureCurrent(first));
   page_->advanceStructure();
-  EXPECT_FALSE(view_.isStructureCurrent(first));
-  EXPECT_FALSE(view_.isCurrent(first));
-  EXPECT_TRUE(view_.isStructureCurrent(page_->epoch()));
+  EXPECT_FALSE(reader_.isStructureCurrent(first));
+  EXPECT_FALSE(reader_.isCurrent(first));
+  EXPECT_TRUE(reader_.isStructureCurrent(page_->epoch()));
   page_->close();
-  EXPECT_FALSE(view_.isStructureCurrent(page_->epoch()));
+  EXPECT_FALSE(reader_.isStructureCurrent(page_->epoch()));
 }
 
-TEST_F(StatusPageTest, ShowsNothingOnceItIsClosed) {
-  ASSERT_TRUE(view_.open(page_->handle()));
+TEST_F(StatusPageTest, IsNotCurrentAfterItIsClosed) {
+  ASSERT_TRUE(reader_.open(page_->handle()));
   const std::uint64_t epoch = page_->epoch();
   page_->close();
-  EXPECT_FALSE(view_.isCurrent(epoch));
-  view_.close();
-  EXPECT_FALSE(view_.isCurrent(epoch));
+  EXPECT_FALSE(reader_.isCurrent(epoch));
+  reader_.close();
+  EXPECT_FALSE(reader_.isCurrent(epoch));
 }
 
-TEST_F(StatusPageTest, ShowsNothingAfterTheThreadThatOpenedIt) {
+TEST_F(StatusPageTest, IsNotCurrentAfterItsThreadHasEnded) {
   auto page = std::make_unique<StatusPage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
-  ASSERT_TRUE(view_.open(page->handle()));
-  EXPECT_FALSE(view_.isServerAlive());
-  EXPECT_FALSE(view_.isCurrent(page->epoch()));
-  // Another thread's robust mutexes are as they were.
+  ASSERT_TRUE(reader_.open(page->handle()));
+  EXPECT_FALSE(reader_.isServerAlive());
+  EXPECT_FALSE(reader_.isCurrent(page->epoch()));
+  // Another page can be opened: the robust mutexes of this thread are intact.
   page.reset();
   StatusPage next(system_);
   EXPECT_EQ(next.open(), EvtSrv::EvtRes_Success);
 }
 
-TEST_F(StatusPageTest, IsClosedByAnotherThreadAsWell) {
-  ASSERT_TRUE(view_.open(page_->handle()));
+TEST_F(StatusPageTest, MayBeClosedByAnotherThread) {
+  ASSERT_TRUE(reader_.open(page_->handle()));
   const std::uint64_t epoch = page_->epoch();
   std::thread([this] { page_.reset(); }).join();
-  EXPECT_FALSE(view_.isCurrent(epoch));
+  EXPECT_FALSE(reader_.isCurrent(epoch));
   StatusPage next(system_);
   EXPECT_EQ(next.open(), EvtSrv::EvtRes_Success);
 }
 
 TEST_F(StatusPageTest, NeverGoesBackWhateverAForkedChildDoes) {
-  ASSERT_TRUE(view_.open(page_->handle()));
+  ASSERT_TRUE(reader_.open(page_->handle()));
   const pid_t child = forkChild();
   if (child == 0) {
     for (int i = 0; i < 3; ++i) {
@@ -96,13 +96,13 @@ TEST_F(StatusPageTest, NeverGoesBackWhateverAForkedChildDoes) {
     ::_exit(0);
   }
   ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-  EXPECT_FALSE(view_.isCurrent(page_->epoch()));
+  EXPECT_FALSE(reader_.isCurrent(page_->epoch()));
   page_->advance();
   EXPECT_EQ(page_->epoch(), 5U);
-  EXPECT_TRUE(view_.isCurrent(5));
+  EXPECT_TRUE(reader_.isCurrent(5));
 }
 
-TEST_F(StatusPageTest, IsLookedForAmongRegularFilesAlone) {
+TEST_F(StatusPageTest, IsSearchedAmongRegularFilesOnly) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const int device = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -113,20 +113,20 @@ TEST_F(StatusPageTest, IsLookedForAmongRegularFilesAlone) {
   }
 }
 
-TEST_F(StatusPageTest, LeavesNoDescriptorWithThoseWhoLookAtIt) {
+TEST_F(StatusPageTest, LeavesNoDescriptorOpenInTheReader) {
   const std::size_t before = openDescriptors();
-  ASSERT_TRUE(view_.open(page_->handle()));
+  ASSERT_TRUE(reader_.open(page_->handle()));
   EXPECT_EQ(openDescriptors(), before);
   StatusPageHandle handle = page_->handle();
   handle.id[0] ^= 1;
-  EXPECT_FALSE(view_.open(handle));
+  EXPECT_FALSE(reader_.open(handle));
   EXPECT_EQ(openDescriptors(), before);
   page_.reset();
   EXPECT_EQ(openDescriptors(), before - 1);
 }
 
-TEST_F(StatusPageTest, CannotBeChangedByThoseWhoLookAtIt) {
-  const int descriptor = ::open(pathOfPage().c_str(), O_RDWR | O_CLOEXEC);
+TEST_F(StatusPageTest, CannotBeChangedByAReader) {
+  const int descriptor = ::open(pagePath().c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_GE(descriptor, 0);
   EXPECT_NE(::ftruncate(descriptor, 0), 0);
   EXPECT_NE(::ftruncate(descriptor, 1 << 20), 0);
@@ -135,20 +135,20 @@ TEST_F(StatusPageTest, CannotBeChangedByThoseWhoLookAtIt) {
   ::close(descriptor);
 }
 
-TEST_F(StatusPageTest, IsRefusedWhereItIsNotTheOneThatWasMeant) {
+TEST_F(StatusPageTest, IsRejectedWithAnotherHandle) {
   StatusPageHandle handle = page_->handle();
   handle.id[3] ^= 1;
-  EXPECT_FALSE(view_.open(handle));
+  EXPECT_FALSE(reader_.open(handle));
   handle = page_->handle();
   handle.descriptor = 1'000'000;
-  EXPECT_FALSE(view_.open(handle));
+  EXPECT_FALSE(reader_.open(handle));
   handle = page_->handle();
   handle.process = 0x7FFFFFFF;
-  EXPECT_FALSE(view_.open(handle));
-  EXPECT_FALSE(view_.isOpen());
+  EXPECT_FALSE(reader_.open(handle));
+  EXPECT_FALSE(reader_.isOpen());
 }
 
-TEST_F(StatusPageTest, IsRefusedWhereItCouldShrink) {
+TEST_F(StatusPageTest, IsRejectedIfItCouldShrink) {
   const off_t size = ::lseek(static_cast<int>(page_->handle().descriptor), 0, SEEK_END);
   const int other = ::memfd_create("other", MFD_CLOEXEC | MFD_ALLOW_SEALING);
   ASSERT_EQ(::ftruncate(other, size), 0);
@@ -157,12 +157,12 @@ TEST_F(StatusPageTest, IsRefusedWhereItCouldShrink) {
     StatusPageHandle handle = page_->handle();
     handle.descriptor = static_cast<std::uint32_t>(descriptor);
     handle.id = {};
-    EXPECT_FALSE(view_.open(handle));
+    EXPECT_FALSE(reader_.open(handle));
     ::close(descriptor);
   }
 }
 
-TEST_F(StatusPageTest, ShowsTheDeathOfItsMakerBeforeItsParentLearnsOfIt) {
+TEST_F(StatusPageTest, IsNotCurrentWhenTheParentLearnsOfTheServersDeath) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const pid_t child = forkChild();
@@ -178,11 +178,11 @@ TEST_F(StatusPageTest, ShowsTheDeathOfItsMakerBeforeItsParentLearnsOfIt) {
   }
   StatusPageHandle handle;
   ASSERT_EQ(::read(ends[0], &handle, sizeof handle), static_cast<ssize_t>(sizeof handle));
-  ASSERT_TRUE(view_.open(handle));
-  EXPECT_TRUE(view_.isCurrent(1));
+  ASSERT_TRUE(reader_.open(handle));
+  EXPECT_TRUE(reader_.isCurrent(1));
   ASSERT_EQ(::kill(child, SIGKILL), 0);
   ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-  EXPECT_FALSE(view_.isCurrent(1));
+  EXPECT_FALSE(reader_.isCurrent(1));
   ::close(ends[0]);
   ::close(ends[1]);
 }

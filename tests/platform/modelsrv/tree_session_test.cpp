@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +24,7 @@ using namespace ModelSrv;
 using namespace ModelSrv::internal;
 using EvtSrv::internal::nativeOrder;
 using EvtSrv::internal::PayloadReader;
+using modelsrv_tests::payloadOf;
 
 using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
@@ -39,18 +41,17 @@ class TreeSessionTest : public testing::Test {
     secret_.setSubscribable(false);
   }
 
-  ModelRes ask(const Request& request) {
-    Bytes payload;
-    encodeRequest(request.view(), payload);
-    return askBytes(static_cast<std::uint16_t>(request.operation), payload, nativeOrder);
+  ModelRes handle(const Request& request) {
+    return handleBytes(static_cast<std::uint16_t>(request.operation), payloadOf(request),
+                       nativeOrder);
   }
 
-  ModelRes askBytes(std::uint16_t operation, const Bytes& payload,
-                    EvtSrv::internal::ByteOrder order) {
+  ModelRes handleBytes(std::uint16_t operation, const Bytes& payload,
+                       EvtSrv::internal::ByteOrder order) {
     reply_ = {1, 2};
     PayloadReader reader(payload, order);
     const auto result = static_cast<ModelRes>(session_.handle(operation, reader, reply_));
-    EXPECT_EQ((Bytes{reply_[0], reply_[1]}), (Bytes{1, 2})) << "what was there is not touched";
+    EXPECT_EQ((Bytes{reply_[0], reply_[1]}), (Bytes{1, 2})) << "earlier bytes are unchanged";
     reply_.erase(reply_.begin(), reply_.begin() + 2);
     if (result != ModelRes_Success) {
       EXPECT_TRUE(reply_.empty());
@@ -71,35 +72,36 @@ class TreeSessionTest : public testing::Test {
   modelsrv_tests::FakeConnection connection_;
   std::shared_ptr<SessionShare> share_ = std::make_shared<SessionShare>(root_);
   TreeSession session_{share_, connection_};
+  const std::lock_guard<KSTD::KThreadMutex> lock_{manager_.clientMutex};
   Bytes reply_;
 };
 
 TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutProxies) {
   Chain ids;
-  ASSERT_EQ(ask({Operation::childIds, {3}}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::childIds, {3}}), ModelRes_Success);
   ASSERT_TRUE(decodeIds(reply(), ids));
   EXPECT_EQ(ids, (Chain{9, 2, 5}));
   std::vector<std::string> names;
-  ASSERT_EQ(ask({Operation::childNames, {3}}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::childNames, {3}}), ModelRes_Success);
   ASSERT_TRUE(decodeNames(reply(), names));
   EXPECT_EQ(names, (std::vector<std::string>{"speed", "", "secret"}));
-  ASSERT_EQ(ask({Operation::childIds, {}}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::childIds, {}}), ModelRes_Success);
   ASSERT_TRUE(decodeIds(reply(), ids));
   EXPECT_EQ(ids, Chain{3});
-  ASSERT_EQ(ask({Operation::childIds, {3, 9}}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::childIds, {3, 9}}), ModelRes_Success);
   ASSERT_TRUE(decodeIds(reply(), ids));
   EXPECT_TRUE(ids.empty());
 }
 
-TEST_F(TreeSessionTest, HoldsThePartItselfInAPrefetchReplyOfNoParts) {
-  EXPECT_EQ(ask({Operation::prefetch, {3, 9}, 0}), ModelRes_DoNothing);
+TEST_F(TreeSessionTest, PrefetchesThePartItselfIfNoPartsAreRequested) {
+  EXPECT_EQ(handle({Operation::prefetch, {3, 9}, 0}), ModelRes_DoNothing);
   share_->invalidator.open();
-  ASSERT_EQ(ask({Operation::prefetch, {3, 9}, 0}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::prefetch, {3, 9}, 0}), ModelRes_Success);
   ReplyCache cache(EvtSrv::internal::posixSystem());
   EXPECT_NE(cache.replace(std::vector<ModelPartId>{3, 9}, reply_, nativeOrder), nullptr);
 }
 
-TEST_F(TreeSessionTest, TellsOfElements) {
+TEST_F(TreeSessionTest, ReturnsElements) {
   const struct {
     Chain chain;
     std::uint16_t sum;
@@ -107,81 +109,81 @@ TEST_F(TreeSessionTest, TellsOfElements) {
   } cases[] = {{{3, 2}, 2, {"p", "i"}}, {{3, 9}, 0, {}}, {{3}, 0, {}}, {{}, 0, {}}};
   for (const auto& c : cases) {
     std::uint16_t sum = 99;
-    ASSERT_EQ(ask({Operation::elementSum, c.chain}), ModelRes_Success);
+    ASSERT_EQ(handle({Operation::elementSum, c.chain}), ModelRes_Success);
     ASSERT_TRUE(decodeSum(reply(), sum));
     EXPECT_EQ(sum, c.sum);
     std::vector<std::string> names{"before"};
-    ASSERT_EQ(ask({Operation::elementNames, c.chain}), ModelRes_Success);
+    ASSERT_EQ(handle({Operation::elementNames, c.chain}), ModelRes_Success);
     ASSERT_TRUE(decodeNames(reply(), names));
     EXPECT_EQ(names, c.names);
   }
 }
 
-TEST_F(TreeSessionTest, FindsNoPartWhereTheChainLeadsNowhere) {
+TEST_F(TreeSessionTest, FindsNoPartForAnUnknownChain) {
   for (const Chain& chain : {Chain{1}, Chain{3, 1}, Chain{3, 9, 1}, Chain{65535}, Chain{3, 65535},
                              Chain{65534}, Chain(4096, 3)}) {
     for (std::uint16_t operation = 1; operation <= 8; ++operation) {
-      EXPECT_EQ(ask({static_cast<Operation>(operation), chain}), ModelRes_NoSuchPart);
+      EXPECT_EQ(handle({static_cast<Operation>(operation), chain}), ModelRes_NoSuchPart);
     }
   }
 }
 
 TEST_F(TreeSessionTest, SavesAndLoads) {
-  ASSERT_EQ(ask({Operation::save, {3, 9}}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::save, {3, 9}}), ModelRes_Success);
   EXPECT_EQ(text(), "42");
-  ASSERT_EQ(ask({Operation::load, {3, 9}, all, false, "-7"}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::load, {3, 9}, all, false, "-7"}), ModelRes_Success);
   EXPECT_EQ(text(), "");
   EXPECT_EQ(speed_.value(), -7);
-  ASSERT_EQ(ask({Operation::save, {3, 2}}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::save, {3, 2}}), ModelRes_Success);
   EXPECT_EQ(text(), "1.5\n0.25");
-  ASSERT_EQ(ask({Operation::load, {3, 2}, 1, false, "4"}), ModelRes_Success);
-  ASSERT_EQ(ask({Operation::save, {3, 2}, 1}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::load, {3, 2}, 1, false, "4"}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::save, {3, 2}, 1}), ModelRes_Success);
   EXPECT_EQ(text(), "4");
 }
 
-TEST_F(TreeSessionTest, SaysWhyAStoreOrAReadWasRefused) {
-  EXPECT_EQ(ask({Operation::load, {3, 9}, all, false, "x"}), ModelRes_BadText);
-  EXPECT_EQ(ask({Operation::load, {3, 9}, all, false, "99999999999"}), ModelRes_OutOfRange);
-  EXPECT_EQ(ask({Operation::load, {3, 9}, 0, false, "1"}), ModelRes_NoSuchIndex);
-  EXPECT_EQ(ask({Operation::load, {3, 5}, all, false, "true"}), ModelRes_Protected);
-  EXPECT_EQ(ask({Operation::load, {3, 5}, all, true, "true"}), ModelRes_Success);
-  EXPECT_EQ(ask({Operation::load, {3}, all, false, "1"}), ModelRes_NoValue);
-  EXPECT_EQ(ask({Operation::load, {}, all, false, "1"}), ModelRes_NoValue);
-  EXPECT_EQ(ask({Operation::save, {3}}), ModelRes_NoValue);
-  EXPECT_EQ(ask({Operation::save, {3, 2}, 2}), ModelRes_NoSuchIndex);
-  EXPECT_EQ(ask({Operation::save, {3, 9}, ModelPartIndex_Void}), ModelRes_NoSuchIndex);
+TEST_F(TreeSessionTest, ReturnsWhyAStoreOrAReadFailed) {
+  EXPECT_EQ(handle({Operation::load, {3, 9}, all, false, "x"}), ModelRes_BadText);
+  EXPECT_EQ(handle({Operation::load, {3, 9}, all, false, "99999999999"}), ModelRes_OutOfRange);
+  EXPECT_EQ(handle({Operation::load, {3, 9}, 0, false, "1"}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(handle({Operation::load, {3, 5}, all, false, "true"}), ModelRes_Protected);
+  EXPECT_EQ(handle({Operation::load, {3, 5}, all, true, "true"}), ModelRes_Success);
+  EXPECT_EQ(handle({Operation::load, {3}, all, false, "1"}), ModelRes_NoValue);
+  EXPECT_EQ(handle({Operation::load, {}, all, false, "1"}), ModelRes_NoValue);
+  EXPECT_EQ(handle({Operation::save, {3}}), ModelRes_NoValue);
+  EXPECT_EQ(handle({Operation::save, {3, 2}, 2}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(handle({Operation::save, {3, 9}, ModelPartIndex_Void}), ModelRes_NoSuchIndex);
 }
 
-TEST_F(TreeSessionTest, RefusesBadRequestsWithAReply) {
-  EXPECT_EQ(askBytes(0, {0, 0}, nativeOrder), ModelRes_BadRequest);
-  EXPECT_EQ(askBytes(9, {0, 0}, nativeOrder), ModelRes_BadRequest);
-  EXPECT_EQ(askBytes(1, {}, nativeOrder), ModelRes_BadRequest);
-  EXPECT_EQ(askBytes(1, {0, 0, 0}, nativeOrder), ModelRes_BadRequest);
-  EXPECT_EQ(askBytes(1, {255, 255}, nativeOrder), ModelRes_BadRequest);
+TEST_F(TreeSessionTest, RepliesToBadRequests) {
+  EXPECT_EQ(handleBytes(0, {0, 0}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(handleBytes(9, {0, 0}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(handleBytes(1, {}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(handleBytes(1, {0, 0, 0}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(handleBytes(1, {255, 255}, nativeOrder), ModelRes_BadRequest);
 }
 
-TEST_F(TreeSessionTest, AnswersAClientOfTheOtherByteOrder) {
+TEST_F(TreeSessionTest, ServesAClientWithTheOtherByteOrder) {
   modelsrv_tests::ForeignBytes bytes;
   bytes.u16(2).u16(3).u16(9).u16(all).u8(0).text("258");
-  EXPECT_EQ(askBytes(6, bytes.get(), modelsrv_tests::foreignOrder), ModelRes_Success);
+  EXPECT_EQ(handleBytes(6, bytes.get(), modelsrv_tests::foreignOrder), ModelRes_Success);
   EXPECT_EQ(speed_.value(), 258);
 }
 
-TEST_F(TreeSessionTest, SubscribesWhatMayBeSubscribed) {
-  EXPECT_EQ(ask({Operation::subscribe, {3, 5}}), ModelRes_NotSubscribable);
-  EXPECT_EQ(ask({Operation::subscribe, {3, 9}, 0}), ModelRes_NoSuchIndex);
-  EXPECT_EQ(ask({Operation::subscribe, {3, 2}, 2}), ModelRes_NoSuchIndex);
-  EXPECT_EQ(ask({Operation::subscribe, {3, 2}, ModelPartIndex_Void}), ModelRes_NoSuchIndex);
-  EXPECT_EQ(ask({Operation::subscribe, {3, 2}, 1}), ModelRes_Success);
-  EXPECT_EQ(ask({Operation::unsubscribe, {3, 2}}), ModelRes_NotSubscribed);
-  EXPECT_EQ(ask({Operation::unsubscribe, {3, 2}, 1}), ModelRes_Success);
-  EXPECT_EQ(ask({Operation::unsubscribe, {3, 2}, 1}), ModelRes_NotSubscribed);
+TEST_F(TreeSessionTest, SubscribesToSubscribablePartsOnly) {
+  EXPECT_EQ(handle({Operation::subscribe, {3, 5}}), ModelRes_NotSubscribable);
+  EXPECT_EQ(handle({Operation::subscribe, {3, 9}, 0}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(handle({Operation::subscribe, {3, 2}, 2}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(handle({Operation::subscribe, {3, 2}, ModelPartIndex_Void}), ModelRes_NoSuchIndex);
+  EXPECT_EQ(handle({Operation::subscribe, {3, 2}, 1}), ModelRes_Success);
+  EXPECT_EQ(handle({Operation::unsubscribe, {3, 2}}), ModelRes_NotSubscribed);
+  EXPECT_EQ(handle({Operation::unsubscribe, {3, 2}, 1}), ModelRes_Success);
+  EXPECT_EQ(handle({Operation::unsubscribe, {3, 2}, 1}), ModelRes_NotSubscribed);
 }
 
-TEST_F(TreeSessionTest, TellsTheStoringClientToo) {
-  ASSERT_EQ(ask({Operation::subscribe, {3, 9}}), ModelRes_Success);
-  ASSERT_EQ(ask({Operation::load, {3, 9}, all, false, "5"}), ModelRes_Success);
-  EXPECT_EQ(connection_.told, 1);
+TEST_F(TreeSessionTest, NotifiesTheStoringClientToo) {
+  ASSERT_EQ(handle({Operation::subscribe, {3, 9}}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::load, {3, 9}, all, false, "5"}), ModelRes_Success);
+  EXPECT_EQ(connection_.pendingCalls, 1);
   std::uint16_t type = 0;
   Bytes payload{7};
   ASSERT_TRUE(session_.takeEvent(type, payload));
@@ -195,73 +197,71 @@ TEST_F(TreeSessionTest, TellsTheStoringClientToo) {
   EXPECT_FALSE(session_.takeEvent(type, payload));
 }
 
-TEST_F(TreeSessionTest, EndsItsSubscriptionsWithItself) {
+TEST_F(TreeSessionTest, EndsItsSubscriptionsWhenDestroyed) {
   modelsrv_tests::FakeConnection connection;
   auto session = std::make_unique<TreeSession>(share_, connection);
-  Bytes payload;
-  encodeRequest(Request{Operation::subscribe, {3, 9}}.view(), payload);
+  const Bytes payload = payloadOf({Operation::subscribe, {3, 9}});
   PayloadReader reader(payload, nativeOrder);
   Bytes reply;
   ASSERT_EQ(session->handle(7, reader, reply), ModelRes_Success);
   session.reset();
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
-  EXPECT_EQ(connection.told, 0);
+  EXPECT_EQ(connection.pendingCalls, 0);
 }
 
-/// Has something happen while its text is made.
+/// Calls a function of the test while its text is being written.
 class InterruptedPart final : public ModelPart {
  public:
   explicit InterruptedPart(ModelPartId id) : ModelPart(id, "interrupted") {}
   ~InterruptedPart() override { detach(); }
 
-  /// Happens once.
-  mutable std::function<void()> meanwhile;
+  /// Called once.
+  mutable std::function<void()> onText;
 
  protected:
   [[nodiscard]] bool isCacheable() const override { return true; }
   ModelRes appendText(std::string& out, ModelPartIndex /*index*/) const override {
-    out += "mine";
-    if (const auto now = std::exchange(meanwhile, nullptr)) {
-      now();
+    out += "text";
+    if (const auto call = std::exchange(onText, nullptr)) {
+      call();
     }
     return ModelRes_Success;
   }
 };
 
-TEST_F(TreeSessionTest, AnswersOneClientWithinAnAnswerToAnother) {
+TEST_F(TreeSessionTest, ServesOneClientWhileItServesAnother) {
   InterruptedPart part(7);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
   share_->invalidator.open();
   for (const Operation operation : {Operation::prefetch, Operation::save}) {
     SCOPED_TRACE(static_cast<int>(operation));
-    ASSERT_EQ(ask({operation, {7}, 1}), ModelRes_Success);
+    ASSERT_EQ(handle({operation, {7}, 1}), ModelRes_Success);
     const Bytes undisturbed = reply_;
-    int within = 0;
-    part.meanwhile = [&] {
+    int nestedReplies = 0;
+    part.onText = [&] {
       modelsrv_tests::FakeConnection connection;
       TreeSession other(share_, connection);
-      for (const Operation asked : {Operation::prefetch, Operation::save}) {
-        Bytes payload;
-        encodeRequest(
-            Request{asked, {3, 9}, asked == Operation::prefetch ? ModelPartIndex{4} : all}.view(),
-            payload);
+      for (const Operation nested : {Operation::prefetch, Operation::save}) {
+        const ModelPartIndex index = nested == Operation::prefetch ? ModelPartIndex{4} : all;
+        const Bytes payload = payloadOf({nested, {3, 9}, index});
         PayloadReader reader(payload, nativeOrder);
         Bytes reply;
-        EXPECT_EQ(other.handle(static_cast<std::uint16_t>(asked), reader, reply), ModelRes_Success);
-        ++within;
+        EXPECT_EQ(other.handle(static_cast<std::uint16_t>(nested), reader, reply),
+                  ModelRes_Success);
+        ++nestedReplies;
       }
     };
-    EXPECT_EQ(ask({operation, {7}, 1}), ModelRes_Success);
-    EXPECT_EQ(within, 2);
+    EXPECT_EQ(handle({operation, {7}, 1}), ModelRes_Success);
+    EXPECT_EQ(nestedReplies, 2);
     EXPECT_EQ(reply_, undisturbed);
   }
 }
 
-TEST_F(TreeSessionTest, RefusesToSaveMoreThanTheLimit) {
+TEST_F(TreeSessionTest, RejectsASaveAboveTheLimit) {
   ArrayPart<std::string> texts(8, "", {std::string(ModelValueText_Max, 'x'), "y"});
   ASSERT_EQ(root_.add(&texts), ModelRes_Success);
-  EXPECT_EQ(ask({Operation::save, {8}}), ModelRes_TooLarge);
-  EXPECT_EQ(ask({Operation::save, {8}, 0}), ModelRes_Success);
+  EXPECT_EQ(handle({Operation::save, {8}}), ModelRes_TooLarge);
+  EXPECT_EQ(handle({Operation::save, {8}, 0}), ModelRes_Success);
   EXPECT_EQ(reply_.size(), ModelValueText_Max);
 }
 

@@ -27,12 +27,12 @@ std::string save(ModelPart& part, ModelPartIndex index = all) {
   return stream.str();
 }
 
-TEST(ValuePart, IsLeanAsAScalar) {
+TEST(ValuePart, IsSmall) {
   EXPECT_LT(sizeof(ValuePart<double>), 200U);
   EXPECT_LT(sizeof(ValuePart<std::int64_t>), 200U);
 }
 
-TEST(ValuePart, KeepsWhatItWasMadeWith) {
+TEST(ValuePart, HasTheValuesGivenAtConstruction) {
   ValuePart<std::int32_t> part(7, "speed", 42, ModelPartStatus_ReadOnly);
   EXPECT_EQ(part.id(), 7);
   EXPECT_EQ(part.name(), "speed");
@@ -41,12 +41,12 @@ TEST(ValuePart, KeepsWhatItWasMadeWith) {
   EXPECT_EQ(save(part), "42");
 }
 
-TEST(ValuePart, CutsANameThatIsTooLong) {
+TEST(ValuePart, TruncatesANameThatIsTooLong) {
   ValuePart<bool> part(1, std::string(ModelName_Max + 1, 'n'));
   EXPECT_EQ(part.name().size(), ModelName_Max);
 }
 
-TEST(ValuePart, LoadsAllThatIsLeftInTheStream) {
+TEST(ValuePart, LoadsTheRestOfTheStream) {
   ValuePart<std::int32_t> part(1, "", 0);
   std::istringstream stream("skipped 12");
   std::string word;
@@ -65,7 +65,7 @@ TEST(ValuePart, LoadsFromAStreamThatWasReadToItsEnd) {
   EXPECT_EQ(part.value(), "");
 }
 
-TEST(ValuePart, SavesBehindWhatTheStreamHolds) {
+TEST(ValuePart, AppendsToTheStream) {
   ValuePart<bool> part(1, "", true);
   std::ostringstream stream;
   stream << "value=";
@@ -73,7 +73,7 @@ TEST(ValuePart, SavesBehindWhatTheStreamHolds) {
   EXPECT_EQ(stream.str(), "value=true");
 }
 
-TEST(ValuePart, RefusesAnIndexAndChangesNothing) {
+TEST(ValuePart, RejectsAnIndexAndChangesNothing) {
   ValuePart<std::int32_t> part(1, "", 5);
   EXPECT_EQ(load(part, "6", 0), ModelRes_NoSuchIndex);
   EXPECT_EQ(part.value(), 5);
@@ -82,23 +82,23 @@ TEST(ValuePart, RefusesAnIndexAndChangesNothing) {
   EXPECT_EQ(stream.str(), "");
 }
 
-TEST(ValuePart, SaysWhyATextWasRefused) {
+TEST(ValuePart, ReturnsWhyATextWasRejected) {
   ValuePart<std::uint8_t> part(1, "", 5);
   EXPECT_EQ(load(part, "x"), ModelRes_BadText);
   EXPECT_EQ(load(part, "256"), ModelRes_OutOfRange);
   EXPECT_EQ(part.value(), 5);
 }
 
-TEST(ValuePart, RefusesTooLargeAText) {
+TEST(ValuePart, RejectsATextThatIsTooLarge) {
   ValuePart<std::string> part(1, "", "before");
   EXPECT_EQ(part.setValue(std::string(ModelValueText_Max + 1, 'x')), ModelRes_TooLarge);
   EXPECT_EQ(part.value(), "before");
   EXPECT_EQ(part.setValue(std::string(ModelValueText_Max, 'x')), ModelRes_Success);
-  ValuePart<std::string> cut(1, "", std::string(ModelValueText_Max + 1, 'x'));
-  EXPECT_EQ(cut.value().size(), ModelValueText_Max);
+  ValuePart<std::string> truncated(1, "", std::string(ModelValueText_Max + 1, 'x'));
+  EXPECT_EQ(truncated.value().size(), ModelValueText_Max);
 }
 
-TEST(PartAccess, LetsClientsStoreAsTheStatusSays) {
+TEST(PartAccess, AllowsClientsToStoreAsTheStatusSays) {
   const struct {
     ModelPartStatus status;
     bool flag;
@@ -118,7 +118,7 @@ TEST(PartAccess, LetsClientsStoreAsTheStatusSays) {
     ArrayPart<std::int32_t> array(1, "", {1, 1}, {}, c.status);
     EXPECT_EQ(PartAccess::storeFromClient(array, "2", c.flag, 1), c.result);
     EXPECT_EQ(array.value(1), c.result == ModelRes_Success ? 2 : 1);
-    EXPECT_EQ(load(value, "3"), ModelRes_Success) << "the program's own store asks nobody";
+    EXPECT_EQ(load(value, "3"), ModelRes_Success) << "the program's own store has no access check";
   }
 }
 
@@ -127,7 +127,7 @@ TEST(StoreCheck, SeesAndVetoesClientsStores) {
   std::vector<std::int32_t> seen;
   part.setStoreCheck([&](const std::int32_t& value, ModelPartIndex index) {
     EXPECT_EQ(index, all);
-    EXPECT_EQ(part.value(), 1) << "asked before the value is applied";
+    EXPECT_EQ(part.value(), 1) << "called before the value is applied";
     seen.push_back(value);
     return value > 10 ? ModelRes_Vetoed : ModelRes_Success;
   });
@@ -141,7 +141,7 @@ TEST(StoreCheck, SeesAndVetoesClientsStores) {
   EXPECT_EQ(PartAccess::storeFromClient(part, "11", false, all), ModelRes_Success);
 }
 
-TEST(StoreCheck, MayGiveAResultOfItsOwnButNoneOfTheConnection) {
+TEST(StoreCheck, MayReturnAnyResultExceptThoseOfTheConnection) {
   ValuePart<std::int32_t> part(1, "", 1);
   part.setStoreCheck([](const std::int32_t&, ModelPartIndex) { return ModelRes_OutOfRange; });
   EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, all), ModelRes_OutOfRange);
@@ -160,19 +160,19 @@ TEST(StoreCheck, MayReplaceItselfWhileItRuns) {
   EXPECT_EQ(part.value(), 2);
 }
 
-TEST(StoreCheck, IsAskedForEveryElementBeforeAnyIsApplied) {
+TEST(StoreCheck, IsCalledForEveryElementBeforeAnyIsApplied) {
   ArrayPart<std::int32_t> part(1, "", {1, 2, 3});
-  std::vector<ModelPartIndex> asked;
+  std::vector<ModelPartIndex> indices;
   part.setStoreCheck([&](const std::int32_t& value, ModelPartIndex index) {
-    asked.push_back(index);
+    indices.push_back(index);
     return value == 6 ? ModelRes_Vetoed : ModelRes_Success;
   });
   EXPECT_EQ(PartAccess::storeFromClient(part, "4\n5\n6", false, all), ModelRes_Vetoed);
   EXPECT_EQ(part.values(), (std::vector<std::int32_t>{1, 2, 3}));
-  EXPECT_EQ(asked, (std::vector<ModelPartIndex>{0, 1, 2}));
+  EXPECT_EQ(indices, (std::vector<ModelPartIndex>{0, 1, 2}));
 }
 
-TEST(ArrayPart, SavesElementsAndTheWhole) {
+TEST(ArrayPart, SavesElementsAndTheWholeValue) {
   ArrayPart<double> part(1, "gains", {1.5, 0.25}, {"p", "i"});
   EXPECT_EQ(save(part), "1.5\n0.25");
   EXPECT_EQ(save(part, 1), "0.25");
@@ -182,20 +182,20 @@ TEST(ArrayPart, SavesElementsAndTheWhole) {
   EXPECT_EQ(stream.str(), "");
 }
 
-TEST(ArrayPart, StoresTheWholeOrNothing) {
+TEST(ArrayPart, StoresTheWholeValueOrNothing) {
   ArrayPart<std::uint8_t> part(1, "", {1, 2, 3});
   EXPECT_EQ(load(part, "4\n 5 \n6"), ModelRes_Success);
   EXPECT_EQ(part.values(), (std::vector<std::uint8_t>{4, 5, 6}));
   const struct {
     std::string text;
     ModelRes result;
-  } refused[] = {
+  } rejected[] = {
       {"7\n8", ModelRes_BadText},      {"7\n8\n9\n10", ModelRes_BadText},
       {"7\n8\n9\n", ModelRes_BadText}, {"7\n8\n256", ModelRes_OutOfRange},
       {"7\n\n9", ModelRes_BadText},    {"", ModelRes_BadText},
       {"7\n8\nx", ModelRes_BadText},
   };
-  for (const auto& c : refused) {
+  for (const auto& c : rejected) {
     EXPECT_EQ(load(part, c.text), c.result) << c.text;
     EXPECT_EQ(part.values(), (std::vector<std::uint8_t>{4, 5, 6})) << c.text;
   }
@@ -211,7 +211,7 @@ TEST(ArrayPart, StoresOneElement) {
   EXPECT_EQ(part.values(), (std::vector<std::int16_t>{1, 2, -9}));
 }
 
-TEST(ArrayPart, TakesTextsOneALine) {
+TEST(ArrayPart, ReadsOneTextForEachLine) {
   ArrayPart<std::string> part(1, "", {"a", "b", "c"});
   EXPECT_EQ(load(part, " x\n\ny z"), ModelRes_Success);
   EXPECT_EQ(part.values(), (std::vector<std::string>{" x", "", "y z"}));
@@ -220,7 +220,7 @@ TEST(ArrayPart, TakesTextsOneALine) {
   EXPECT_EQ(part.value(1), "a\nb");
 }
 
-TEST(ArrayPart, TakesTheWholeTextWhereThereIsOneElement) {
+TEST(ArrayPart, ReadsTheWholeTextForASingleElement) {
   ArrayPart<std::string> part(1, "", {"a"});
   EXPECT_EQ(load(part, "x\ny"), ModelRes_Success);
   EXPECT_EQ(part.value(0), "x\ny");
@@ -242,7 +242,7 @@ TEST(ArrayPart, SetsAllValuesOrNone) {
   EXPECT_EQ(texts.values(), (std::vector<std::string>{"a", "b"}));
 }
 
-TEST(ArrayPart, RefusesToSaveAWholeAboveTheLimit) {
+TEST(ArrayPart, RejectsASaveOfTheWholeValueAboveTheLimit) {
   ArrayPart<std::string> part(1, "", {std::string(ModelValueText_Max, 'x'), "y"});
   std::ostringstream stream;
   EXPECT_EQ(part.save(stream, all), ModelRes_TooLarge);
@@ -250,7 +250,7 @@ TEST(ArrayPart, RefusesToSaveAWholeAboveTheLimit) {
   EXPECT_EQ(save(part, 1), "y");
 }
 
-TEST(ArrayPart, FitsWhatItIsMadeWith) {
+TEST(ArrayPart, TruncatesOrFillsUpItsArguments) {
   ArrayPart<std::int32_t> none(1, "", {});
   EXPECT_EQ(none.values(), (std::vector<std::int32_t>{0}));
   ArrayPart<bool> many(1, "", std::vector<bool>(70000, true), {"first"});
@@ -266,7 +266,7 @@ class EveryType : public testing::Test {};
 
 TYPED_TEST_SUITE(EveryType, ValueTypes::into<testing::Types>);
 
-TYPED_TEST(EveryType, IsStoredAndReadBackAsValueAndAsArray) {
+TYPED_TEST(EveryType, IsStoredAndReadAsAValueAndAsAnArray) {
   const std::string one = std::is_same_v<TypeParam, bool> ? "true" : "1";
   const std::string zero = std::is_same_v<TypeParam, bool> ? "false" : "0";
   ValuePart<TypeParam> value(1, "");
@@ -283,15 +283,15 @@ TYPED_TEST(EveryType, IsStoredAndReadBackAsValueAndAsArray) {
   }
 }
 
-TEST(ModelPart, HasNoValueOfItsOwn) {
-  ModelPart part(1, "bare");
+TEST(ModelPart, HasNoValue) {
+  ModelPart part(1, "part");
   EXPECT_EQ(load(part, "1"), ModelRes_NoValue);
   std::ostringstream stream;
   EXPECT_EQ(part.save(stream, all), ModelRes_NoValue);
   EXPECT_EQ(part.update(nullptr, 0), ModelRes_DoNothing);
 }
 
-TEST(ModelPart, RefusesSubscriptionsOnlyWhereToldTo) {
+TEST(ModelPart, IsSubscribableByDefault) {
   ValuePart<bool> part(1, "");
   EXPECT_TRUE(part.subscribable());
   part.setSubscribable(false);

@@ -25,8 +25,7 @@ struct Case {
   T value;
 };
 
-/// Checks what each text is read as; a text that is refused must leave the value
-/// alone.
+/// Checks the result for each text. If the text is rejected the value must be unchanged.
 template <typename T>
 void check(const std::vector<Case<T>>& cases) {
   for (const Case<T>& c : cases) {
@@ -39,10 +38,10 @@ void check(const std::vector<Case<T>>& cases) {
 
 template <typename T>
 std::string textOf(const T& value) {
-  std::string text = "kept ";
+  std::string text = "before ";
   appendValue<T>(text, value);
-  EXPECT_TRUE(text.starts_with("kept "));
-  return text.substr(5);
+  EXPECT_TRUE(text.starts_with("before "));
+  return text.substr(7);
 }
 
 template <typename T>
@@ -106,7 +105,7 @@ TYPED_TEST(IntegerText, ReadsExactlyTheRangeOfTheType) {
   });
 }
 
-TYPED_TEST(IntegerText, RefusesWhatIsNoNumber) {
+TYPED_TEST(IntegerText, RejectsWhatIsNotANumber) {
   for (const std::string& text : {""s, " "s, "x"s, "-"s, "--1"s, "+1"s, "1 2"s, "1.0"s, "0x1"s,
                                   "1\n"s, "\n1"s, "1\0"s, "- 1"s, "1e2"s, "\r1"s, "-1x"s}) {
     TypeParam value = 5;
@@ -115,7 +114,7 @@ TYPED_TEST(IntegerText, RefusesWhatIsNoNumber) {
   }
 }
 
-TYPED_TEST(IntegerText, WritesWhatReadsBack) {
+TYPED_TEST(IntegerText, WritesTextThatReadsBack) {
   using Limits = std::numeric_limits<TypeParam>;
   std::mt19937_64 random(7);
   std::vector<TypeParam> values{Limits::min(), Limits::max(), 0, 1};
@@ -186,14 +185,14 @@ TEST(ValueText, FloatingPointOfAnyBitsReadsBackToTheSameBits) {
     const std::uint64_t bits = random();
     expectSameBits<double>(bits);
     expectSameBits<float>(static_cast<std::uint32_t>(bits));
-    // Random bits are hardly ever one of these.
+    // Infinities, NaNs and subnormal numbers, which are rare among random bits.
     expectSameBits<double>(bits | 0x7FF0000000000000U);
     expectSameBits<float>(static_cast<std::uint32_t>(bits) | 0x7F800000U);
     expectSameBits<double>(bits & 0x800FFFFFFFFFFFFFU);
   }
 }
 
-TEST(ValueText, RefusesBracketsThatHoldNoNan) {
+TEST(ValueText, RejectsNanWithInvalidBits) {
   for (const char* text : {"nan(0x0)", "nan(0x10000000000000)", "nan(0x1", "nan(0xg)"}) {
     double value = 5;
     const ModelRes result = parseValue<double>(text, value);
@@ -201,14 +200,14 @@ TEST(ValueText, RefusesBracketsThatHoldNoNan) {
   }
 }
 
-TEST(ValueText, TakesTextInItsCountedFormWhereTheCountFitsExactly) {
+TEST(ValueText, ReadsTheCountedFormIfTheCountFitsExactly) {
   const struct {
     std::string text;
     std::string value;
   } cases[] = {
       {"", ""},
       {"plain", "plain"},
-      {" blanks are kept\t", " blanks are kept\t"},
+      {" spaces are kept\t", " spaces are kept\t"},
       {"5\nhello", "hello"},
       {"0\n", ""},
       {"11\nhello world", "hello world"},
@@ -234,7 +233,7 @@ TEST(ValueText, TakesTextInItsCountedFormWhereTheCountFitsExactly) {
   }
 }
 
-TEST(ValueText, TakesSixteenMebibytesOfTextAndNotOneByteMore) {
+TEST(ValueText, ReadsATextOfMaximumSizeAndNotOneByteMore) {
   const std::string largest(ModelValueText_Max, 'x');
   std::string_view value;
   EXPECT_EQ(parseValue<std::string>(largest, value), ModelRes_Success);
@@ -247,7 +246,7 @@ TEST(ValueText, TakesSixteenMebibytesOfTextAndNotOneByteMore) {
   EXPECT_EQ(value.size(), ModelValueText_Max);
 }
 
-TEST(ValueText, TellsValuesApartByTheirBits) {
+TEST(ValueText, ComparesValuesByTheirBits) {
   EXPECT_FALSE(isSameValue<double>(0.0, -0.0));
   const double nan = std::numeric_limits<double>::quiet_NaN();
   EXPECT_TRUE(isSameValue<double>(nan, nan));
@@ -256,7 +255,7 @@ TEST(ValueText, TellsValuesApartByTheirBits) {
   EXPECT_FALSE(isSameValue<std::string>("a\0b"s, "a\0c"s));
 }
 
-TEST(LineSplitter, HandsOutOneLineMoreThanThereAreLineFeeds) {
+TEST(LineSplitter, ReturnsOneLineMoreThanThereAreLineFeeds) {
   const struct {
     std::string text;
     std::vector<std::string> lines;
