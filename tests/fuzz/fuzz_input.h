@@ -9,21 +9,20 @@
 #include <string_view>
 #include <vector>
 
-/// What the fuzz targets share: how a claim is checked and how the bytes of an
-/// input are used up. For the one thread that runs a target.
+/// Shared by the fuzz targets: checking of properties, and reading of an input. Not thread-safe.
 namespace fuzz {
 
-/// Ends the run with `claim` on standard error where it does not hold, so that the
-/// input is kept.
-inline void require(bool holds, const char* claim) {
-  if (!holds) {
-    std::fprintf(stderr, "does not hold: %s\n", claim);
+/// If `condition` is false, prints `property` to standard error and aborts, so that the fuzzer
+/// keeps the input.
+inline void require(bool condition, const char* property) {
+  if (!condition) {
+    std::fprintf(stderr, "violated: %s\n", property);
     std::abort();
   }
 }
 
-/// Hands out an input front to back. Numbers behind its end are 0, bytes as many
-/// as are left.
+/// Reads an input from front to back. After its end a number is 0, and bytes are as many as are
+/// left.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : rest_(data, size) {}
@@ -52,9 +51,8 @@ class Input {
   std::span<const std::uint8_t> rest_;
 };
 
-/// Cuts a stream into pieces of 1 to 48 bytes as the reads of a pipe might; the
-/// seed says where. Each piece is a copy, so that looking at one that has gone is
-/// found.
+/// Splits a stream into pieces of 1 to 48 bytes, as the reads of a pipe might, depending on the
+/// seed. Each piece is a copy, so that the sanitizer finds an access to an earlier one.
 class Pieces {
  public:
   Pieces(std::span<const std::uint8_t> stream, std::uint8_t seed) : rest_(stream), state_(seed) {}
@@ -70,7 +68,7 @@ class Pieces {
     return piece;
   }
 
-  /// A number that depends on the seed and on how often one was asked for.
+  /// A pseudo-random number that depends on the seed and the number of calls.
   std::uint32_t random() {
     state_ = state_ * 1664525U + 1013904223U;
     return state_ >> 16U;

@@ -1,8 +1,8 @@
-/// What a client takes from a server as a prefetch of its tree.
+/// Prefetch replies in a client's cache.
 ///
-/// Input: the byte order (its lowest bit), the depth of the part that was asked about
-/// (0 to 3, its ids 1, 2, 3), then the reply. What is taken answers the same about
-/// each part as often as it is asked, and only about parts that it tells of.
+/// Input: the byte order (lowest bit), the depth of the requested part (0 to 3, with the ids 1,
+/// 2, 3), then the reply. Reading from the cache twice gives the same, and a value comes with the
+/// number of its elements.
 ///
 /// Corpus: `tree`, `array`, `foreign` (most significant byte first), `cut`.
 
@@ -20,12 +20,12 @@ using namespace ModelSrv;
 using namespace ModelSrv::internal;
 using fuzz::require;
 
-void askAll(const ReplyCache& cache, const ReplyCache::Part& part) {
+void readAll(const ReplyCache& cache, const ReplyCache::Part& part) {
   std::vector<ModelPartId> ids;
   std::vector<std::string> names;
   std::uint16_t sum = 0;
   const bool hasIds = cache.childIds(part, ids);
-  require(cache.childIds(part, ids) == hasIds, "asking twice changes nothing");
+  require(cache.childIds(part, ids) == hasIds, "reading twice gives the same");
   static_cast<void>(cache.childNames(part, names));
   static_cast<void>(cache.elementNames(part, names));
   const bool hasSum = cache.elementSum(part, sum);
@@ -34,7 +34,7 @@ void askAll(const ReplyCache& cache, const ReplyCache::Part& part) {
     std::ostringstream text;
     if (cache.save(part, index, text, result)) {
       require(hasSum, "a value comes with the number of its elements");
-      require(index == ModelPartIndex_All || index < sum, "no element beyond the last");
+      require(index == ModelPartIndex_All || index < sum, "there is no element after the last");
     }
   }
 }
@@ -49,10 +49,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static EvtSrv::internal::PosixSystem system;
   ReplyCache cache(system);
   if (const ReplyCache::Part* part = cache.replace(chain, input.rest(), order)) {
-    require(part->depth == chain.size(), "the first part is the one that was asked about");
-    askAll(cache, *part);
+    require(part->depth == chain.size(), "the first part is the requested one");
+    readAll(cache, *part);
   }
   require(!cache.isUsable() && cache.find(chain, ReplyCache::Data::structure) == nullptr,
-          "no page, nothing in hand");
+          "without a page nothing is cached");
   return 0;
 }

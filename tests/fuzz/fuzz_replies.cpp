@@ -1,8 +1,8 @@
-/// What a client takes from a server: replies and updates.
+/// The decoders of a client: replies and updates.
 ///
-/// Input: the byte order (its lowest bit), then a payload that every decoder gets.
-/// What one takes is the whole payload and would be written the same again; what
-/// it refuses leaves its output alone.
+/// Input: the byte order (lowest bit), then a payload for every decoder. A decoder that accepts it
+/// has used the whole payload, and encoding gives the same bytes; one that rejects it leaves its
+/// output unchanged.
 ///
 /// Corpus: `ids`, `names`, `sum`, `update`, `update_foreign` (most significant byte
 /// first), `lying_count`, `lying_length`, `trailing_byte`.
@@ -26,90 +26,91 @@ using EvtSrv::internal::PayloadWriter;
 using fuzz::require;
 using Bytes = std::vector<std::uint8_t>;
 
-struct Given {
+struct Payload {
   std::span<const std::uint8_t> payload;
   ByteOrder order;
   [[nodiscard]] PayloadReader reader() const { return {payload, order}; }
 };
 
-void checkWritten(const Given& given, const Bytes& written) {
-  require(written.size() == given.payload.size(), "no byte of a payload is left over");
+void checkEncoded(const Payload& given, const Bytes& encoded) {
+  require(encoded.size() == given.payload.size(), "no byte of the payload is left over");
   require(given.order != nativeOrder ||
-              std::equal(written.begin(), written.end(), given.payload.begin()),
-          "what was read is written the same again");
+              std::equal(encoded.begin(), encoded.end(), given.payload.begin()),
+          "encoding gives the same bytes");
 }
 
-void checkIds(const Given& given) {
+void checkIds(const Payload& given) {
   std::vector<ModelPartId> ids{7};
   if (!decodeIds(given.reader(), ids)) {
-    require(ids == std::vector<ModelPartId>{7}, "refused ids leave the output alone");
+    require(ids == std::vector<ModelPartId>{7}, "rejected ids leave the output unchanged");
     return;
   }
-  Bytes written;
-  CountedReply reply(written);
+  Bytes encoded;
+  CountedReply reply(encoded);
   for (const ModelPartId id : ids) {
     reply.addId(id);
   }
-  checkWritten(given, written);
+  checkEncoded(given, encoded);
 }
 
-void checkNames(const Given& given) {
-  std::vector<std::string> names{"kept"};
+void checkNames(const Payload& given) {
+  std::vector<std::string> names{"before"};
   if (!decodeNames(given.reader(), names)) {
-    require(names == std::vector<std::string>{"kept"}, "refused names leave the output alone");
+    require(names == std::vector<std::string>{"before"},
+            "rejected names leave the output unchanged");
     return;
   }
-  Bytes written;
-  CountedReply reply(written);
+  Bytes encoded;
+  CountedReply reply(encoded);
   for (const std::string& name : names) {
     reply.addName(name);
   }
-  checkWritten(given, written);
+  checkEncoded(given, encoded);
 }
 
-void checkSum(const Given& given) {
+void checkSum(const Payload& given) {
   std::uint16_t sum = 7;
   if (!decodeSum(given.reader(), sum)) {
-    require(sum == 7, "a refused sum leaves the output alone");
+    require(sum == 7, "a rejected sum leaves the output unchanged");
     return;
   }
-  Bytes written;
-  PayloadWriter(written).u16(sum);
-  checkWritten(given, written);
+  Bytes encoded;
+  PayloadWriter(encoded).u16(sum);
+  checkEncoded(given, encoded);
 }
 
-void checkResult(const Given& given) {
+void checkResult(const Payload& given) {
   const std::uint16_t code = given.reader().u16();
   const ModelRes result = decodeResult(code);
   require(result == ModelRes_Protocol || static_cast<unsigned>(result) == code,
-          "a result is the number that was sent, or a fault");
+          "a result is the number that was sent, or a protocol error");
   require(result == ModelRes_Protocol || result < ModelRes_NotConnected,
           "no server sends a result of the connection");
 }
 
-void checkUpdate(const Given& given) {
+void checkUpdate(const Payload& given) {
   Update update{{7}, 8};
   const bool decoded = decodeUpdate(given.reader(), update);
   if (decoded) {
-    require(update.chain.size() <= ModelDepth_Max, "no part lies deeper than the limit");
-    Bytes written;
-    PayloadWriter writer(written);
+    require(update.chain.size() <= ModelDepth_Max, "no part is deeper than the limit");
+    Bytes encoded;
+    PayloadWriter writer(encoded);
     writer.u16s(update.chain);
     writer.u16(ModelPartIndex_Void);
     writer.u16(update.index);
-    checkWritten(given, written);
+    checkEncoded(given, encoded);
   } else {
     require(update.chain == std::vector<ModelPartId>{7} && update.index == 8,
-            "a refused update leaves the output alone");
+            "a rejected update leaves the output unchanged");
   }
 
   EvtSrv::MemoryHolder holder = makeHolder(given.payload, given.order);
-  require(holder.position() == 1, "the reading of an event starts behind its flag");
+  require(holder.position() == 1, "the position is after the flag");
   if (given.payload.size() % sizeof(std::uint16_t) == 0) {
     Update held;
-    require(readUpdate(holder, held) == decoded, "a holder keeps what an update is");
+    require(readUpdate(holder, held) == decoded, "a holder has the same update");
     require(!decoded || (held.chain == update.chain && held.index == update.index),
-            "an update survives its holder");
+            "a holder has the same update");
   }
 
   static EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
@@ -123,7 +124,7 @@ void checkUpdate(const Given& given) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   const auto order = static_cast<ByteOrder>(input.u8() & 1U);
-  const Given given{input.rest(), order};
+  const Payload given{input.rest(), order};
   checkIds(given);
   checkNames(given);
   checkSum(given);

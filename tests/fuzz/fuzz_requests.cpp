@@ -1,18 +1,18 @@
-/// A server's answers: any bytes as requests to a small served tree.
+/// The replies of a server to any bytes as requests.
 ///
-/// Input: requests one behind the other, each an operation (one byte), flags (one
-/// byte: 1 the other byte order, 2 the server sets a value itself, 4 the client
-/// takes its events), a payload's length (one byte) and the payload. Whatever is
-/// asked is answered: a error without a payload, a success with one that the
-/// client's decoders take. What was stored can be saved and stored again. Events
-/// tell of parts that the client has subscribed, and of nothing else.
+/// Input: a sequence of requests, each an operation (one byte), flags (one byte: 1 the other byte
+/// order, 2 the server sets a value itself, 4 the client takes its events), the length of the
+/// payload (one byte) and the payload. Every request gets a reply: an error without a payload, or
+/// a success with a payload that the client's decoders accept. A stored value can be saved and
+/// stored again. Events are about subscribed parts only.
 ///
 /// Corpus: `look_around`, `save_and_load`, `array`, `subscriptions`,
 /// `unknown_operation`, `trailing_byte`, `other_order`,
-/// `excerpt_of_nothing`.
+/// `prefetch_of_nothing`.
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "evtsrv/event_port_manager.h"
@@ -41,23 +41,23 @@ constexpr ByteOrder otherOrder =
 
 class Connection final : public EvtSrv::internal::ServerConnection {
  public:
-  void eventsPending() override { told = true; }
+  void eventsPending() override { isNotified = true; }
   void closeOnNextDispatch() override {}
-  bool told = false;
+  bool isNotified = false;
 };
 
-// Ids below the node: text may change when it is read again, numbers not.
+// The texts: unlike numbers they may change when they are saved and stored again.
 constexpr ModelPartId nodeId = 1;
 constexpr ModelPartId textId = 6;
 constexpr ModelPartId textsId = 7;
 
 class Service {
  public:
-  explicit Service(EvtSrv::EventPortManager& manager) : root_(&manager) {
-    hang(root_, node_);
+  explicit Service(EvtSrv::EventPortManager& manager) : manager_(manager), root_(&manager) {
+    addTo(root_, node_);
     for (ModelPart* part : std::initializer_list<ModelPart*>{
              &number_, &real_, &flag_, &gains_, &text_, &texts_, &fixed_, &guarded_, &mute_}) {
-      hang(node_, *part);
+      addTo(node_, *part);
     }
     share_->invalidator.open();
     mute_.setSubscribable(false);
@@ -67,16 +67,16 @@ class Service {
   }
 
   void run(fuzz::Input input) {
-    constexpr int most = 100;
-    for (int i = 0; i < most && !input.isEmpty(); ++i) {
+    constexpr int maxRequests = 100;
+    for (int i = 0; i < maxRequests && !input.isEmpty(); ++i) {
       const std::uint16_t operation = input.u8();
       const std::uint8_t flags = input.u8();
       const std::span<const std::uint8_t> payload = input.bytes(input.u8());
       if ((flags & 2U) != 0) {
         require(number_.setValue(static_cast<std::int32_t>(payload.size())) == ModelRes_Success,
-                "the server sets what it likes");
+                "the server may set any value");
       }
-      ask(operation, payload, (flags & 1U) != 0 ? otherOrder : nativeOrder);
+      checkRequest(operation, payload, (flags & 1U) != 0 ? otherOrder : nativeOrder);
       if ((flags & 4U) != 0) {
         takeEvents();
       }
@@ -85,19 +85,19 @@ class Service {
   }
 
  private:
-  static void hang(ModelNode& node, ModelPart& part) {
+  static void addTo(ModelNode& node, ModelPart& part) {
     require(node.add(&part) == ModelRes_Success, "the tree can be built");
   }
 
   ModelRes handle(std::uint16_t operation, std::span<const std::uint8_t> payload, ByteOrder order) {
+    const std::lock_guard lock(manager_.clientMutex);
     reply_ = {1, 2};
     PayloadReader reader(payload, order);
     const auto code = session_.handle(operation, reader, reply_);
-    require(reply_.size() >= 2 && reply_[0] == 1 && reply_[1] == 2,
-            "what stood before a reply stays");
+    require(reply_.size() >= 2 && reply_[0] == 1 && reply_[1] == 2, "earlier bytes are unchanged");
     reply_.erase(reply_.begin(), reply_.begin() + 2);
     const ModelRes result = decodeResult(code);
-    require(result != ModelRes_Protocol, "a reply's code is one that clients know");
+    require(result != ModelRes_Protocol, "clients know the code of a reply");
     require(result == ModelRes_Success || reply_.empty(), "a failed reply has no payload");
     return result;
   }
@@ -108,12 +108,13 @@ class Service {
     return handle(static_cast<std::uint16_t>(request.operation), payload, nativeOrder);
   }
 
-  void ask(std::uint16_t operation, std::span<const std::uint8_t> payload, ByteOrder order) {
+  void checkRequest(std::uint16_t operation, std::span<const std::uint8_t> payload,
+                    ByteOrder order) {
     const ModelRes result = handle(operation, payload, order);
     Request request;
     PayloadReader reader(payload, order);
     if (!decodeRequest(operation, reader, request)) {
-      require(result == ModelRes_BadRequest, "what is no request is refused as such");
+      require(result == ModelRes_BadRequest, "a malformed request is rejected as such");
       return;
     }
     checkEncoding(request, payload, order);
@@ -124,11 +125,11 @@ class Service {
 
   static void checkEncoding(const Request& request, std::span<const std::uint8_t> payload,
                             ByteOrder order) {
-    Bytes written;
-    encodeRequest(request.view(), written);
-    require(written.size() == payload.size(), "no byte of a request is left over");
-    require(order != nativeOrder || std::equal(written.begin(), written.end(), payload.begin()),
-            "a request is written as it came");
+    Bytes encoded;
+    encodeRequest(request.view(), encoded);
+    require(encoded.size() == payload.size(), "no byte of a request is left over");
+    require(order != nativeOrder || std::equal(encoded.begin(), encoded.end(), payload.begin()),
+            "encoding gives the same bytes");
   }
 
   void checkSuccess(const Request& request) {
@@ -136,75 +137,77 @@ class Service {
     switch (request.operation) {
       case Operation::childIds: {
         std::vector<ModelPartId> ids;
-        require(decodeIds(reply, ids), "ids can be read");
+        require(decodeIds(reply, ids), "ids can be decoded");
         return;
       }
       case Operation::childNames:
       case Operation::elementNames: {
         std::vector<std::string> names;
-        require(decodeNames(reply, names), "names can be read");
+        require(decodeNames(reply, names), "names can be decoded");
         return;
       }
       case Operation::elementSum: {
         std::uint16_t sum = 0;
-        require(decodeSum(reply, sum), "a sum can be read");
+        require(decodeSum(reply, sum), "a sum can be decoded");
         return;
       }
       case Operation::save:
         require(reply_.size() <= ModelValueText_Max, "no value is larger than the limit");
         return;
       case Operation::load:
-        require(reply_.empty(), "a store is answered without a payload");
+        require(reply_.empty(), "the reply to a store has no payload");
         checkStored(request);
         return;
       case Operation::subscribe:
-        require(reply_.empty(), "a subscription is answered without a payload");
+        require(reply_.empty(), "the reply to a subscription has no payload");
         ++subscribed_[request.chain];
         return;
       case Operation::unsubscribe:
-        require(subscribed_[request.chain] > 0, "only what was subscribed is taken back");
+        require(subscribed_[request.chain] > 0, "only an existing subscription is cancelled");
         --subscribed_[request.chain];
         return;
       case Operation::prefetch:
         require(ReplyCache(EvtSrv::internal::posixSystem())
                         .replace(request.chain, reply_, nativeOrder) != nullptr,
-                "a prefetch can be read");
+                "a prefetch reply can be decoded");
         return;
     }
-    require(false, "what is answered is an operation");
+    require(false, "only known operations succeed");
   }
 
   void checkStored(Request request) {
     request.operation = Operation::save;
-    require(handle(request) == ModelRes_Success, "what was stored can be saved");
+    require(handle(request) == ModelRes_Success, "a stored value can be saved");
     const Bytes saved = reply_;
     request.operation = Operation::load;
     request.flag = true;
     request.text = {reinterpret_cast<const char*>(saved.data()), saved.size()};
     const ModelRes again = handle(request);
     const bool isText = request.chain.back() == textId || request.chain.back() == textsId;
-    require(isText || again == ModelRes_Success, "what was saved can be stored");
+    require(isText || again == ModelRes_Success, "a saved value can be stored");
     request.operation = Operation::save;
     require(handle(request) == ModelRes_Success && (isText || reply_ == saved),
-            "and is the same then");
+            "storing a saved number does not change it");
   }
 
   void takeEvents() {
+    const std::lock_guard lock(manager_.clientMutex);
     std::uint16_t type = 0;
     Bytes payload;
     while (session_.takeEvent(type, payload)) {
-      require(connection_.told, "nobody has to look for events unasked");
+      require(connection_.isNotified, "the connection is notified of events");
       require(type == ModelRoot::EvtTyp_Model_Update, "events are updates");
       Update update;
-      require(decodeUpdate(PayloadReader(payload, nativeOrder), update), "updates can be read");
-      const auto wanted = subscribed_.find(update.chain);
-      require(wanted != subscribed_.end() && wanted->second > 0,
-              "updates tell of what is subscribed");
+      require(decodeUpdate(PayloadReader(payload, nativeOrder), update), "updates can be decoded");
+      const auto subscribed = subscribed_.find(update.chain);
+      require(subscribed != subscribed_.end() && subscribed->second > 0,
+              "updates are about subscribed parts");
       payload.clear();
     }
-    connection_.told = false;
+    connection_.isNotified = false;
   }
 
+  EvtSrv::EventPortManager& manager_;
   ModelRoot root_;
   ModelNode node_{nodeId, "node"};
   ValuePart<std::int32_t> number_{2, "number", 42};

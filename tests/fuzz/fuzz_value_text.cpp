@@ -1,9 +1,8 @@
-/// The texts of values, for every type.
+/// Conversion between values and texts, for every type.
 ///
-/// Input: the text. What reads as a value is written and read again to the same
-/// bits; the integer types agree about the same text; a text that is refused
-/// leaves the value alone. The first bytes also serve as the bits of floating-point
-/// numbers, each of which has a text that reads back.
+/// Input: the text. If it can be parsed, writing and parsing the value gives the same bits. The
+/// integer types agree about the same text. A rejected text leaves the value unchanged. The first
+/// bytes are also used as the bits of floating-point numbers.
 ///
 /// Corpus: `integer`, `negative`, `beyond_int64`, `real`, `beyond_double`, `nan`,
 /// `signalling_nan`, `bool`, `counted_text`, `miscounted_text`, `lines`.
@@ -34,9 +33,9 @@ template <typename T>
 void checkReadsBack(const T& value) {
   const std::string text = written<T>(value);
   T again{};
-  require(parseValue<T>(text, again) == ModelRes_Success, "what is written reads");
-  require(isSameValue<T>(value, again), "it reads to the same bits");
-  require(written<T>(again) == text, "and is written the same again");
+  require(parseValue<T>(text, again) == ModelRes_Success, "a written text can be parsed");
+  require(isSameValue<T>(value, again), "parsing it gives the same bits");
+  require(written<T>(again) == text, "writing it again gives the same text");
 }
 
 template <typename T>
@@ -50,11 +49,11 @@ ModelRes checkNumber(std::string_view text) {
     padded.append(text).append("\t ");
     T again{};
     require(parseValue<T>(padded, again) == ModelRes_Success && isSameValue<T>(value, again),
-            "blanks around a number do not matter");
+            "spaces around a number are ignored");
   } else {
     require(result == ModelRes_BadText || result == ModelRes_OutOfRange,
-            "a number is refused as no number or as out of range");
-    require(value == untouched, "a refused text leaves the value alone");
+            "a text is rejected as not a number or as out of range");
+    require(value == untouched, "a rejected text leaves the value unchanged");
   }
   return result;
 }
@@ -71,7 +70,7 @@ void checkAgree(std::string_view text) {
     require(parseValue<Narrow>(text, small) == ModelRes_Success &&
                 parseValue<Wide>(text, large) == ModelRes_Success &&
                 static_cast<Wide>(small) == large,
-            "a wider integer reads the same number");
+            "a wider integer has the same value");
   }
 }
 
@@ -79,15 +78,15 @@ void checkText(std::string_view text) {
   constexpr std::string_view untouched = "untouched";
   std::string_view value = untouched;
   if (parseValue<std::string>(text, value) != ModelRes_Success) {
-    require(value == untouched, "a refused text leaves the value alone");
+    require(value == untouched, "a rejected text leaves the value unchanged");
     return;
   }
-  require(text.ends_with(value), "a text is the end of what was given");
-  require(written<std::string>(std::string(value)) == value, "a text is written as it stands");
+  require(text.ends_with(value), "the value is the end of the text");
+  require(written<std::string>(std::string(value)) == value, "a text is written unchanged");
   const std::string counted = std::to_string(value.size()) + '\n' + std::string(value);
   std::string_view again;
   require(parseValue<std::string>(counted, again) == ModelRes_Success && again == value,
-          "the counted form of a text is that text");
+          "the counted form gives the same value");
 }
 
 void checkLines(std::string_view text) {
@@ -97,7 +96,7 @@ void checkLines(std::string_view text) {
   for (std::size_t i = 1; i < count; ++i) {
     joined.append(1, '\n').append(lines.next());
   }
-  require(joined == text, "the lines of a text make it up");
+  require(joined == text, "the joined lines are the text");
 }
 
 template <typename T>
@@ -113,13 +112,13 @@ void checkBits(std::string_view bytes) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text = fuzz::Input(data, size).restAsText();
-  require(checkNumber<bool>(text) != ModelRes_OutOfRange, "a truth value has no range");
+  require(checkNumber<bool>(text) != ModelRes_OutOfRange, "a bool is never out of range");
   IntegerTypes::forEach([text]<typename T>() {
     checkAgree<T, std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>>(text);
   });
   require((checkNumber<float>(text) == ModelRes_BadText) ==
               (checkNumber<double>(text) == ModelRes_BadText),
-          "real numbers of both sizes agree on what is a number");
+          "floating-point numbers of both sizes agree on what is a number");
   checkText(text);
   checkLines(text);
   checkBits<float>(text);
