@@ -17,7 +17,7 @@ struct BadFrame {
   std::string bytes;
 };
 
-/// What the list of tests shows of a row.
+/// How the test list shows a row.
 void PrintTo(const BadFrame& row, std::ostream* out) {
   *out << row.name;
 }
@@ -30,7 +30,7 @@ std::vector<BadFrame> badFrames() {
       {"ByteOrderThatDoesNotExist", wrongOrder},
       {"KindZero", wire::frame(0, wire::save, 1, chain)},
       {"KindThatDoesNotExist", wire::frame(5, wire::save, 1, chain)},
-      {"KindThatDoesNotExistAtAll", wire::frame(255, wire::save, 1, chain)},
+      {"LargestKind", wire::frame(255, wire::save, 1, chain)},
       {"ReplyFromAClient", wire::frame(wire::reply, wire::save, 1, chain)},
       {"EventFromAClient", wire::frame(wire::event, wire::save, 1, chain)},
       {"WelcomeFromAClient", wire::frame(wire::welcome, 0, 1, {})},
@@ -38,48 +38,48 @@ std::vector<BadFrame> badFrames() {
        wire::frame(wire::request, wire::save, 1, {}, wire::maxPayload + 1)},
       {"LengthOfFourGigabytes", wire::frame(wire::request, wire::save, 1, chain, 0xFFFFFFFF)},
       {"LengthInTheOtherOrder", wire::frame(wire::request, wire::save, 1, chain, 0x06000000)},
-      {"Text", "GET / HTTP/1.1\r\nHost: nobody\r\n\r\n"},
+      {"Text", "GET / HTTP/1.1\r\nHost: example\r\n\r\n"},
       {"AllOnes", std::string(4096, '\xFF')},
-      {"GarbageBehindAGoodRequest", getCounter() + std::string(64, '\xA5')},
+      {"GarbageAfterAValidRequest", getCounter() + std::string(64, '\xA5')},
   };
 }
 
-/// A bystander that must not notice anything of what happens to another client.
+/// Another client, which must not be affected by what happens to the first one.
 class BadFrameTest : public FaultTest, public testing::WithParamInterface<BadFrame> {
  protected:
   void SetUp() override {
-    ASSERT_EQ(server_.ask("serve " + port), success());
-    // Would not connect again, so that a connection that was closed shows.
-    ASSERT_EQ(bystander_.connect(port).result, ModelRes_Success);
-    ASSERT_EQ(bystander_.subscribe(bystander_.counter), ModelRes_Success);
+    ASSERT_EQ(server_.execute("serve " + port), success());
+    // This client does not connect again, so a closed connection would show.
+    ASSERT_EQ(otherClient_.connect(port).result, ModelRes_Success);
+    ASSERT_EQ(otherClient_.subscribe(otherClient_.counter), ModelRes_Success);
     before_ = descriptorCount(server_.pid());
   }
 
-  void expectNobodyElseNoticed() {
+  void expectOthersUnaffected() {
     EXPECT_TRUE(eventually([this] { return descriptorCount(server_.pid()) == before_; }));
-    const unsigned updates = bystander_.counter.updates();
-    ASSERT_EQ(server_.ask("set 42"), success());
-    EXPECT_TRUE(bystander_.pumpUntil([&] { return bystander_.counter.updates() > updates; }));
-    EXPECT_EQ(bystander_.get(bystander_.counter).text, "42");
+    const unsigned updates = otherClient_.counter.updates();
+    ASSERT_EQ(server_.execute("set 42"), success());
+    EXPECT_TRUE(otherClient_.pumpUntil([&] { return otherClient_.counter.updates() > updates; }));
+    EXPECT_EQ(otherClient_.get(otherClient_.counter).text, "42");
   }
 
   Peer server_;
-  Client bystander_{false};
+  Client otherClient_{false};
   std::size_t before_ = 0;
 };
 
-TEST_P(BadFrameTest, ClosesThatConnectionAndNobodyElseNotices) {
+TEST_P(BadFrameTest, ClosesOnlyThatConnection) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   ASSERT_TRUE(client.requests.write(GetParam().bytes));
   EXPECT_TRUE(client.events.ended());
-  expectNobodyElseNoticed();
+  expectOthersUnaffected();
 }
 
 INSTANTIATE_TEST_SUITE_P(Garbage, BadFrameTest, testing::ValuesIn(badFrames()),
                          [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(BadFrameTest, TruncatedFrameEndsWithTheConnectionWhereverItIsCut) {
+TEST_F(BadFrameTest, FrameThatIsCutAtAnyByteClosesOnlyThatConnection) {
   const std::string whole = getCounter();
   for (std::size_t cut = 1; cut < whole.size(); ++cut) {
     RawClient client;
@@ -88,26 +88,26 @@ TEST_F(BadFrameTest, TruncatedFrameEndsWithTheConnectionWhereverItIsCut) {
     client.requests.close();
     EXPECT_TRUE(client.replies.ended()) << "cut at " << cut;
   }
-  expectNobodyElseNoticed();
+  expectOthersUnaffected();
 }
 
-TEST_F(BadFrameTest, FrameThatComesByteByByteIsAnswered) {
+TEST_F(BadFrameTest, FrameThatArrivesByteByByteGetsAReply) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   for (const char byte : getCounter(7)) {
     ASSERT_TRUE(client.requests.write(std::string(1, byte)));
-    // The bystander's exchange makes the server look between two bytes.
-    ASSERT_EQ(bystander_.get(bystander_.counter).result, ModelRes_Success);
+    // An exchange of the other client makes the server read between two bytes.
+    ASSERT_EQ(otherClient_.get(otherClient_.counter).result, ModelRes_Success);
   }
-  const auto answer = client.replies.readFrame();
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(answer->kind, wire::reply);
-  EXPECT_EQ(answer->sequence, 7U);
-  EXPECT_EQ(answer->code, ModelRes_Success);
-  EXPECT_EQ(answer->payload, "0");
+  const auto reply = client.replies.readFrame();
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->kind, wire::reply);
+  EXPECT_EQ(reply->sequence, 7U);
+  EXPECT_EQ(reply->code, ModelRes_Success);
+  EXPECT_EQ(reply->payload, "0");
 }
 
-TEST_F(BadFrameTest, RequestsInOneWriteAreAnsweredInTurn) {
+TEST_F(BadFrameTest, RequestsInOneWriteGetTheirRepliesInOrder) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   std::string all;
@@ -116,30 +116,30 @@ TEST_F(BadFrameTest, RequestsInOneWriteAreAnsweredInTurn) {
   }
   ASSERT_TRUE(client.requests.write(all));
   for (std::uint32_t sequence = 1; sequence <= 500; ++sequence) {
-    const auto answer = client.replies.readFrame();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->sequence, sequence);
+    const auto reply = client.replies.readFrame();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->sequence, sequence);
   }
 }
 
-TEST_F(BadFrameTest, RequestInTheOtherByteOrderIsAnswered) {
+TEST_F(BadFrameTest, RequestInTheOtherByteOrderGetsAReply) {
   RawClient client;
-  ASSERT_TRUE(client.sayHello(mailbox, {}, wire::Order::mostFirst));
-  ASSERT_TRUE(client.welcomed());
+  ASSERT_TRUE(client.sendHello(mailbox, {}, wire::Order::mostFirst));
+  ASSERT_TRUE(client.awaitWelcome());
   ASSERT_TRUE(client.requests.write(getCounter(0x01020304, wire::Order::mostFirst)));
-  const auto answer = client.replies.readFrame();
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(answer->sequence, 0x01020304U);
-  EXPECT_EQ(answer->code, ModelRes_Success);
-  EXPECT_EQ(answer->payload, "0");
+  const auto reply = client.replies.readFrame();
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->sequence, 0x01020304U);
+  EXPECT_EQ(reply->code, ModelRes_Success);
+  EXPECT_EQ(reply->payload, "0");
 }
 
-TEST_F(BadFrameTest, LargestFrameIsTakenWhole) {
+TEST_F(BadFrameTest, LargestFrameIsAccepted) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
-  const auto answer = client.ask(wire::childIds, std::string(wire::maxPayload, '\0'));
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(answer->code, ModelSrv::ModelRes_BadRequest);
+  const auto reply = client.exchange(wire::childIds, std::string(wire::maxPayload, '\0'));
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->code, ModelSrv::ModelRes_BadRequest);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include "tests/fault/fault_test.h"
 #include "tests/fault/raw_pipe.h"
 
-// Frames that are sound and hold requests that are not: answered with a result,
-// nothing changed, and the connection goes on.
+// Valid frames that contain invalid requests: the reply is an error, nothing changes, and
+// the connection stays open.
 
 namespace fault {
 namespace {
@@ -18,7 +18,7 @@ struct BadPayload {
   ModelSrv::ModelRes result = ModelSrv::ModelRes_BadRequest;
 };
 
-/// What the list of tests shows of a row.
+/// How the test list shows a row.
 void PrintTo(const BadPayload& row, std::ostream* out) {
   *out << row.name;
 }
@@ -42,10 +42,10 @@ std::vector<BadPayload> badPayloads() {
       {"LargestDepth", wire::childIds, u16(65535) + u16(counterId)},
       {"NoIndex", wire::save, counter},
       {"HalfAnIndex", wire::save, counter + std::string(1, '\0')},
-      {"BytesBehindTheIndex", wire::save, counter + u16(wholeValue) + "x"},
-      {"BytesBehindTheChain", wire::childIds, chain({}) + "x"},
+      {"BytesAfterTheIndex", wire::save, counter + u16(wholeValue) + "x"},
+      {"BytesAfterTheChain", wire::childIds, chain({}) + "x"},
       {"StoreWithoutAFlag", wire::load, counter + u16(wholeValue)},
-      {"StoreWithAFlagThatIsNone", wire::load,
+      {"StoreWithAnInvalidFlag", wire::load,
        storeOf(counter,
                "\2"
                "7")},
@@ -54,11 +54,11 @@ std::vector<BadPayload> badPayloads() {
        ModelSrv::ModelRes_NoSuchPart},
       {"PartBelowAPart", wire::save, chain({counterId, 0}) + u16(wholeValue),
        ModelSrv::ModelRes_NoSuchPart},
-      {"ChainAsDeepAsMayBe", wire::childIds, u16(4096) + std::string(2 * 4096, '\0'),
+      {"ChainOfTheLargestDepth", wire::childIds, u16(4096) + std::string(2 * 4096, '\0'),
        ModelSrv::ModelRes_NoSuchPart},
       {"IndexThatDoesNotExist", wire::save, chain({counterId}) + u16(5),
        ModelSrv::ModelRes_NoSuchIndex},
-      {"TextThatIsNoNumber", wire::load, storeOf(counter, unset + "seven"),
+      {"TextThatIsNotANumber", wire::load, storeOf(counter, unset + "seven"),
        ModelSrv::ModelRes_BadText},
       {"NumberThatIsTooLarge", wire::load, storeOf(counter, unset + "18446744073709551616"),
        ModelSrv::ModelRes_OutOfRange},
@@ -68,17 +68,17 @@ std::vector<BadPayload> badPayloads() {
 
 class BadPayloadTest : public FaultTest, public testing::WithParamInterface<BadPayload> {};
 
-TEST_P(BadPayloadTest, IsRefusedAndTheConnectionGoesOn) {
+TEST_P(BadPayloadTest, GetsAnErrorAndTheConnectionStaysOpen) {
   Peer server;
-  ASSERT_EQ(server.ask("serve " + port), success());
-  ASSERT_EQ(server.ask("set 7"), success());
+  ASSERT_EQ(server.execute("serve " + port), success());
+  ASSERT_EQ(server.execute("set 7"), success());
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
-  const auto refused = client.ask(GetParam().operation, GetParam().payload);
-  ASSERT_TRUE(refused);
-  EXPECT_EQ(refused->code, GetParam().result);
-  EXPECT_EQ(refused->payload, "");
-  const auto value = client.ask(wire::save, chain({counterId}) + u16(wholeValue));
+  const auto error = client.exchange(GetParam().operation, GetParam().payload);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->code, GetParam().result);
+  EXPECT_EQ(error->payload, "");
+  const auto value = client.exchange(wire::save, chain({counterId}) + u16(wholeValue));
   ASSERT_TRUE(value);
   EXPECT_EQ(value->payload, "7");
 }

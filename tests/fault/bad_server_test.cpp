@@ -3,7 +3,7 @@
 #include "tests/fault/fault_test.h"
 #include "tests/fault/raw_pipe.h"
 
-// What a client makes of a server that does not keep to the protocol.
+// A client of a server that violates the protocol.
 
 namespace fault {
 namespace {
@@ -15,66 +15,64 @@ using ModelSrv::ModelRes_Success;
 
 class BadServerTest : public FaultTest {
  protected:
-  /// Connects `client` to a hand-made server that answers the hello with `welcome`.
-  Answer connect(Client& client, const std::string& welcome) {
+  /// Connects `client` to the raw server, which replies to the hello with `welcome`.
+  Reply connect(Client& client, const std::string& welcome) {
     std::thread acceptor([&] { EXPECT_TRUE(server_.accept(welcome)); });
-    Answer answer = client.connect(port);
+    Reply reply = client.connect(port);
     acceptor.join();
-    return answer;
+    return reply;
   }
 
-  Answer connect(Client& client) { return connect(client, wire::frame(wire::welcome, 0, 0, {})); }
+  Reply connect(Client& client) { return connect(client, wire::frame(wire::welcome, 0, 0, {})); }
 
-  /// What `client` makes of `answer` to its request for the counter; the request's
-  /// sequence number is added to the one in `answer`'s header where `inSequence`.
-  Answer askAndAnswer(Client& client, std::string answer, bool inSequence = true) {
-    std::thread answering([&] {
-      const auto request = server_.readQuestion();
+  /// Requests the counter. The server replies with the frame `bytes`, into which it puts
+  /// the request's sequence number, and closes the reply pipe.
+  Reply getCounter(Client& client, std::string bytes) {
+    std::thread serving([&] {
+      const auto request = server_.readRequest();
       ASSERT_TRUE(request);
       EXPECT_EQ(request->kind, wire::request);
       EXPECT_EQ(request->code, wire::save);
       EXPECT_EQ(request->payload, wire::chain({counterId}, request->order) +
                                       wire::u16(wire::wholeValue, request->order));
-      if (inSequence) {
-        const auto order = static_cast<wire::Order>(answer[0]);
-        answer.replace(4, 4, wire::u32(request->sequence, order));
-      }
-      EXPECT_TRUE(server_.replies.write(answer));
+      const auto order = static_cast<wire::Order>(bytes[0]);
+      bytes.replace(4, 4, wire::u32(request->sequence, order));
+      EXPECT_TRUE(server_.replies.write(bytes));
       server_.replies.close();
     });
-    Answer result = client.get(client.counter);
-    answering.join();
+    Reply result = client.get(client.counter);
+    serving.join();
     return result;
   }
 
   RawServer server_{mailbox};
 };
 
-TEST_F(BadServerTest, GoodAnswerIsTaken) {
+TEST_F(BadServerTest, ReplyIsAccepted) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
-  EXPECT_EQ(askAndAnswer(client, wire::frame(wire::reply, 0, 0, "123")).text, "123");
+  EXPECT_EQ(getCounter(client, wire::frame(wire::reply, 0, 0, "123")).text, "123");
 }
 
-TEST_F(BadServerTest, AnswerInTheOtherByteOrderIsTaken) {
+TEST_F(BadServerTest, ReplyInTheOtherByteOrderIsAccepted) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   const auto frame = wire::frame(wire::reply, 0, 0, "123", std::nullopt, wire::Order::mostFirst);
-  EXPECT_EQ(askAndAnswer(client, frame).text, "123");
+  EXPECT_EQ(getCounter(client, frame).text, "123");
 }
 
-TEST_F(BadServerTest, LateReplyOfAnotherSequenceIsDropped) {
+TEST_F(BadServerTest, LateReplyToAnotherRequestIsDropped) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
-  std::thread answering([&] {
-    const auto request = server_.readQuestion();
+  std::thread serving([&] {
+    const auto request = server_.readRequest();
     ASSERT_TRUE(request);
     const std::uint32_t sequence = request->sequence;
     EXPECT_TRUE(server_.replies.write(wire::frame(wire::reply, 0, sequence - 1, "late") +
                                       wire::frame(wire::reply, 0, sequence, "right")));
   });
   EXPECT_EQ(client.get(client.counter).text, "right");
-  answering.join();
+  serving.join();
 }
 
 struct BadReply {
@@ -83,7 +81,7 @@ struct BadReply {
   ModelRes result;
 };
 
-/// What the list of tests shows of a row.
+/// How the test list shows a row.
 void PrintTo(const BadReply& row, std::ostream* out) {
   *out << row.name;
 }
@@ -108,53 +106,53 @@ std::vector<BadReply> badReplies() {
 
 class BadReplyTest : public BadServerTest, public testing::WithParamInterface<BadReply> {};
 
-TEST_P(BadReplyTest, FailsTheRequestAtOnceAndEveryLaterOneTheSameWay) {
+TEST_P(BadReplyTest, FailsTheRequestImmediatelyAndEveryLaterOneWithTheSameError) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
-  const Answer answer = askAndAnswer(client, GetParam().bytes);
-  EXPECT_EQ(answer.result, GetParam().result);
-  EXPECT_LT(answer.elapsed, atOnce);
+  const Reply reply = getCounter(client, GetParam().bytes);
+  EXPECT_EQ(reply.result, GetParam().result);
+  EXPECT_LT(reply.elapsed, immediateLimit);
   EXPECT_EQ(client.get(client.counter).result, GetParam().result);
 }
 
 INSTANTIATE_TEST_SUITE_P(Garbage, BadReplyTest, testing::ValuesIn(badReplies()),
                          [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(BadServerTest, ListThatClaimsMoreThanItHoldsIsRefused) {
+TEST_F(BadServerTest, ListWithAWrongCountIsAProtocolError) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   for (const std::string& payload :
        {wire::u16(65535), wire::u16(2) + wire::u16(1), std::string(1, '\1'), wire::u16(0) + "x"}) {
-    std::thread answering([&] {
-      const auto request = server_.readQuestion();
+    std::thread serving([&] {
+      const auto request = server_.readRequest();
       ASSERT_TRUE(request);
       EXPECT_TRUE(server_.replies.write(wire::frame(wire::reply, 0, request->sequence, payload)));
     });
     std::vector<unsigned short> ids{1, 2, 3};
     EXPECT_EQ(client.root.getChildIdsFromServer(&client.root, ids), ModelRes_Protocol);
     EXPECT_EQ(ids, (std::vector<unsigned short>{1, 2, 3}));
-    answering.join();
+    serving.join();
   }
 }
 
 TEST_F(BadServerTest, GarbageOnTheEventPipeEndsTheConnection) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
-  ASSERT_TRUE(server_.events.write("no event at all, whatever it is"));
+  ASSERT_TRUE(server_.events.write("these bytes are not an event"));
   EXPECT_EQ(client.manager.receiveEvent(2000), EvtSrv::EvtRes_Success);
-  const Answer answer = client.get(client.counter);
-  EXPECT_EQ(answer.result, ModelRes_Protocol);
-  EXPECT_LT(answer.elapsed, atOnce);
+  const Reply reply = client.get(client.counter);
+  EXPECT_EQ(reply.result, ModelRes_Protocol);
+  EXPECT_LT(reply.elapsed, immediateLimit);
 }
 
-TEST_F(BadServerTest, WelcomeThatIsNoneIsAResultOfConnecting) {
+TEST_F(BadServerTest, InvalidWelcomeFailsTheConnection) {
   Client client(false);
   EXPECT_EQ(connect(client, std::string(wire::headerSize, '\xFF')).result, ModelRes_Protocol);
   EXPECT_EQ(connect(client, wire::frame(wire::reply, 0, 0, {})).result, ModelRes_Protocol);
   EXPECT_TRUE(namedPrivatePipes(::getpid()).empty());
 }
 
-TEST_F(BadServerTest, WelcomeThatRefusesIsAResultOfConnecting) {
+TEST_F(BadServerTest, WelcomeWithARefusalFailsTheConnection) {
   Client client(false);
   EXPECT_EQ(connect(client, wire::frame(wire::welcome, EvtSrv::EvtRes_Refused, 0, {})).result,
             ModelSrv::ModelRes_Refused);

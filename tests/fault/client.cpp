@@ -16,10 +16,10 @@ std::chrono::milliseconds since(Clock::time_point start) {
 }  // namespace
 
 ModelRes WatchedPart::update(void* /*context*/, unsigned short index) {
-  if (asksInUpdate) {
+  if (readsInUpdate) {
     std::ostringstream value;
     if (save(value, index) == ModelSrv::ModelRes_Success) {
-      seen_ = value.str();
+      lastValue_ = value.str();
     }
   }
   ++updates_;
@@ -33,25 +33,25 @@ Client::Client(bool reconnects) : manager(EvtSrv::ConBehave_Default, reconnects)
 }
 
 Client::~Client() {
-  // First, so that the stand-ins which go have nobody to cancel subscriptions with.
+  // Stopped first, so that the proxies do not cancel their subscriptions one by one.
   root.stop(true);
 }
 
-Answer Client::connect(const std::string& port) {
+Reply Client::connect(const std::string& port) {
   const auto start = Clock::now();
   const ModelRes result =
       root.startAsClient(port, ModelSrv::ModelRoot::CachePeriod_Stop, EvtSrv::ConBehave_Default);
   return {result, {}, since(start)};
 }
 
-Answer Client::get(ModelSrv::ModelPart& part) {
+Reply Client::get(ModelSrv::ModelPart& part) {
   const auto start = Clock::now();
   std::ostringstream out;
   const ModelRes result = part.save(out, ModelSrv::ModelPartIndex_All);
   return {result, out.str(), since(start)};
 }
 
-Answer Client::store(ModelSrv::ModelPart& part, const std::string& value) {
+Reply Client::store(ModelSrv::ModelPart& part, const std::string& value) {
   const auto start = Clock::now();
   std::istringstream in(value);
   const ModelRes result = part.load(in, false, ModelSrv::ModelPartIndex_All);
@@ -69,13 +69,13 @@ bool Client::pumpUntil(const std::function<bool()>& done) {
     if (left.count() <= 0) {
       return false;
     }
-    // A time-out shows as the end of the loop.
+    // A time-out ends the loop.
     static_cast<void>(manager.receiveEvent(static_cast<int>(left.count())));
   }
   return true;
 }
 
-void Client::mirrorMany() {
+void Client::addProxies() {
   for (unsigned id = 0; id < manyParts; ++id) {
     parts.push_back(std::make_unique<WatchedPart>(static_cast<ModelSrv::ModelPartId>(id)));
     static_cast<void>(many.add(parts.back().get()));

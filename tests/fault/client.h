@@ -10,20 +10,20 @@
 #include "modelsrv/model_root.h"
 #include "tests/fault/served_tree.h"
 
-/// A client of the served tree inside the test's or the peer's process.
+/// A client of the served tree, in the process of the test or of the peer.
 namespace fault {
 
-/// What a request gave, and how long it took.
-struct Answer {
+/// The result of a request, and how long it took.
+struct Reply {
   ModelSrv::ModelRes result = ModelSrv::ModelRes_NotConnected;
   std::string text;
   std::chrono::milliseconds elapsed{0};
 };
 
-/// "At once" where the alternative is the time-out of 2 s.
-inline constexpr std::chrono::milliseconds atOnce{1000};
+/// An elapsed time below this shows that a request did not wait for its time-out of 2 s.
+inline constexpr std::chrono::milliseconds immediateLimit{1000};
 
-/// A stand-in that counts the updates it is told of.
+/// A proxy that counts its updates.
 class WatchedPart : public ModelSrv::ModelPart {
  public:
   explicit WatchedPart(ModelSrv::ModelPartId id) : ModelPart(id) {}
@@ -32,16 +32,16 @@ class WatchedPart : public ModelSrv::ModelPart {
   ModelSrv::ModelRes update(void* context, unsigned short index) override;
 
   unsigned updates() const { return updates_; }
-  /// The value as it was asked for inside the last update, where `asksInUpdate`.
-  const std::string& seen() const { return seen_; }
-  bool asksInUpdate = false;
+  /// The value that was requested inside the last update, if `readsInUpdate`.
+  const std::string& lastValue() const { return lastValue_; }
+  bool readsInUpdate = false;
 
  private:
   std::atomic<unsigned> updates_{0};
-  std::string seen_;
+  std::string lastValue_;
 };
 
-/// Not for several threads but where the root allows it.
+/// Thread-safe only as far as its root is.
 class Client {
  public:
   explicit Client(bool reconnects = true);
@@ -49,16 +49,16 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  Answer connect(const std::string& port);
-  Answer get(ModelSrv::ModelPart& part);
-  Answer store(ModelSrv::ModelPart& part, const std::string& text);
+  Reply connect(const std::string& port);
+  Reply get(ModelSrv::ModelPart& part);
+  Reply store(ModelSrv::ModelPart& part, const std::string& text);
   ModelSrv::ModelRes subscribe(ModelSrv::ModelPart& part);
 
-  /// Dispatches events until `done`; false when that has not come in time.
+  /// Dispatches events until `done()`; false after a timeout.
   bool pumpUntil(const std::function<bool()>& done);
 
-  /// Hangs stand-ins for all parts of the "many" node into the tree.
-  void mirrorMany();
+  /// Adds proxies for all parts of the node "many".
+  void addProxies();
 
   EvtSrv::EventPortManager manager;
   ModelSrv::ModelRoot root;

@@ -6,58 +6,58 @@ namespace {
 
 using ModelSrv::ModelRes_Success;
 
-class ClientGone : public FaultTest {
+class ClientThat : public FaultTest {
  protected:
   void SetUp() override {
-    ASSERT_EQ(server_.ask("serve " + port), success());
-    ASSERT_EQ(bystander_.connect(port).result, ModelRes_Success);
-    ASSERT_EQ(bystander_.subscribe(bystander_.counter), ModelRes_Success);
+    ASSERT_EQ(server_.execute("serve " + port), success());
+    ASSERT_EQ(otherClient_.connect(port).result, ModelRes_Success);
+    ASSERT_EQ(otherClient_.subscribe(otherClient_.counter), ModelRes_Success);
     before_ = descriptorCount(server_.pid());
   }
 
   void TearDown() override {
     EXPECT_TRUE(eventually([this] { return descriptorCount(server_.pid()) == before_; }))
         << descriptorCount(server_.pid()) << " descriptors, before " << before_;
-    const unsigned updates = bystander_.counter.updates();
-    ASSERT_EQ(server_.ask("set 77"), success());
-    EXPECT_TRUE(bystander_.pumpUntil([&] { return bystander_.counter.updates() > updates; }));
-    EXPECT_EQ(bystander_.get(bystander_.counter).text, "77");
+    const unsigned updates = otherClient_.counter.updates();
+    ASSERT_EQ(server_.execute("set 77"), success());
+    EXPECT_TRUE(otherClient_.pumpUntil([&] { return otherClient_.counter.updates() > updates; }));
+    EXPECT_EQ(otherClient_.get(otherClient_.counter).text, "77");
   }
 
   void connectAndSubscribe(Peer& client) {
-    ASSERT_EQ(client.ask("connect " + port), success());
-    ASSERT_EQ(client.ask("subscribe"), success());
+    ASSERT_EQ(client.execute("connect " + port), success());
+    ASSERT_EQ(client.execute("subscribe"), success());
     ASSERT_EQ(descriptorCount(server_.pid()), before_ + 3);
   }
 
   Peer server_;
-  Client bystander_;
+  Client otherClient_;
   std::size_t before_ = 0;
 };
 
-TEST_F(ClientGone, ClientExitsAndTheServerClosesItsPipes) {
+TEST_F(ClientThat, ExitsAndTheServerClosesItsPipes) {
   Peer client;
   connectAndSubscribe(client);
   client.quit();
 }
 
-TEST_F(ClientGone, ClientIsKilledAndTheServerClosesItsPipes) {
+TEST_F(ClientThat, IsKilledAndTheServerClosesItsPipes) {
   Peer client;
   connectAndSubscribe(client);
   client.kill();
 }
 
-TEST_F(ClientGone, ClientIsKilledWhileUpdatesOfItsSubscriptionsArePending) {
+TEST_F(ClientThat, IsKilledWhileUpdatesOfItsSubscriptionsArePending) {
   Peer client;
   connectAndSubscribe(client);
   client.suspend();
-  ASSERT_EQ(server_.ask("set 5"), success());
+  ASSERT_EQ(server_.execute("set 5"), success());
   client.kill();
-  ASSERT_EQ(server_.ask("set 6"), success());
+  ASSERT_EQ(server_.execute("set 6"), success());
 }
 
-TEST_F(ClientGone, ClientLeavesWhileItsReplyIsHalfWritten) {
-  ASSERT_EQ(server_.ask("settext 4000000"), success());
+TEST_F(ClientThat, DisconnectsWhileItsReplyIsHalfWritten) {
+  ASSERT_EQ(server_.execute("settext 4000000"), success());
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   ASSERT_TRUE(client.requests.write(wire::frame(
@@ -68,55 +68,56 @@ TEST_F(ClientGone, ClientLeavesWhileItsReplyIsHalfWritten) {
   client.events.close();
 }
 
-TEST_F(ClientGone, ClientClosesItsReplyPipeAloneAndIsDropped) {
+TEST_F(ClientThat, ClosesOnlyItsReplyPipeAndIsDisconnected) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   client.replies.close();
-  // The server may have noticed before it read this.
+  // The server may close the connection before it reads this.
   static_cast<void>(client.requests.write(wire::frame(
       wire::request, wire::save, 1, wire::chain({counterId}) + wire::u16(wire::wholeValue))));
   EXPECT_TRUE(client.events.ended());
 }
 
-TEST_F(ClientGone, ClientClosesItsEventPipeAloneAndIsDroppedAtTheNextUpdate) {
+TEST_F(ClientThat, ClosesOnlyItsEventPipeAndIsDisconnectedAtTheNextUpdate) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
-  ASSERT_TRUE(client.ask(wire::subscribe, wire::chain({counterId}) + wire::u16(wire::wholeValue)));
+  ASSERT_TRUE(
+      client.exchange(wire::subscribe, wire::chain({counterId}) + wire::u16(wire::wholeValue)));
   client.events.close();
-  ASSERT_EQ(server_.ask("set 8"), success());
+  ASSERT_EQ(server_.execute("set 8"), success());
   EXPECT_TRUE(client.replies.ended());
 }
 
-/// Connects, subscribes to every part of the "many" node, leaves.
-void subscribeALotAndLeave(const std::string& mailbox) {
+/// Connects, subscribes to every part of the node "many", and disconnects.
+void subscribeToManyAndDisconnect(const std::string& mailbox) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   for (std::uint16_t id = 0; id < manyParts; ++id) {
-    const auto answer =
-        client.ask(wire::subscribe, wire::chain({manyId, id}) + wire::u16(wire::wholeValue));
-    ASSERT_TRUE(answer);
-    ASSERT_EQ(answer->code, ModelRes_Success);
+    const auto reply =
+        client.exchange(wire::subscribe, wire::chain({manyId, id}) + wire::u16(wire::wholeValue));
+    ASSERT_TRUE(reply);
+    ASSERT_EQ(reply->code, ModelRes_Success);
   }
 }
 
-TEST_F(ClientGone, SubscriptionsOfClientsThatWentAreFreed) {
+TEST_F(ClientThat, LeavesNoSubscriptionBehind) {
   constexpr int warmUp = 5;
   constexpr int rounds = 40;
   for (int round = 0; round < warmUp; ++round) {
-    subscribeALotAndLeave(mailbox);
+    subscribeToManyAndDisconnect(mailbox);
   }
   ASSERT_TRUE(eventually([this] { return descriptorCount(server_.pid()) == before_; }));
   const std::size_t memory = residentKiB(server_.pid());
   for (int round = 0; round < rounds; ++round) {
-    subscribeALotAndLeave(mailbox);
+    subscribeToManyAndDisconnect(mailbox);
   }
   ASSERT_TRUE(eventually([this] { return descriptorCount(server_.pid()) == before_; }));
-  // Had they stayed, these would be 40,000 subscriptions.
+  // Otherwise there would be 40,000 subscriptions.
   if (memoryIsReused()) {
     EXPECT_LT(residentKiB(server_.pid()), memory + 1024);
   }
-  // Changes that nobody subscribed cost nobody anything and reach nobody.
-  ASSERT_EQ(server_.ask("change 5000"), "ok");
+  // A change without a subscriber is sent to no client.
+  ASSERT_EQ(server_.execute("change 5000"), "ok");
 }
 
 }  // namespace

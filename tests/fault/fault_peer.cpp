@@ -22,15 +22,15 @@
 #include "tests/fault/client.h"
 #include "tests/fault/served_tree.h"
 
-// The other process of the tests: a server, a client, or both, that does what the
-// lines on its standard input say and answers each with one line. One thread
-// dispatches events, another follows the lines. See `commands` for what there is.
+// The other process of the tests: a server, a client, or both. It executes the commands
+// on its standard input, one a line, and prints one result line for each. Events are
+// dispatched on a thread of their own. See `commands` for the list of commands.
 
 namespace {
 
 using fault::Client;
 
-/// Lines from a descriptor, however signals interrupt.
+/// Reads lines from standard input; signals may interrupt it.
 class Lines {
  public:
   std::optional<std::string> next() {
@@ -54,7 +54,7 @@ class Lines {
   std::string text_;
 };
 
-bool answer(std::string line) {
+bool printLine(std::string line) {
   line += '\n';
   for (std::size_t done = 0; done < line.size();) {
     const ssize_t count = ::write(STDOUT_FILENO, line.data() + done, line.size() - done);
@@ -66,7 +66,7 @@ bool answer(std::string line) {
   return true;
 }
 
-std::string ok(bool done) {
+std::string okOrErrno(bool done) {
   return done ? "ok" : "errno " + std::to_string(errno);
 }
 
@@ -80,7 +80,7 @@ class Pump {
   explicit Pump(EvtSrv::EventPortManager& manager)
       : manager_(manager), thread_([this] { run(); }) {}
   ~Pump() {
-    over_ = true;
+    ending_ = true;
     manager_.wake();
     thread_.join();
   }
@@ -89,20 +89,20 @@ class Pump {
 
  private:
   void run() {
-    while (!over_) {
-      // A time-out is as good here: the flag is what ends this.
+    while (!ending_) {
+      // A time-out makes no difference: only the flag ends the loop.
       static_cast<void>(manager_.receiveEvent(-1));
     }
   }
 
   EvtSrv::EventPortManager& manager_;
-  std::atomic<bool> over_{false};
+  std::atomic<bool> ending_{false};
   std::thread thread_;
 };
 
 class Peer {
  public:
-  void follow();
+  void runCommands();
 
  private:
   using Words = std::istringstream;
@@ -159,26 +159,26 @@ std::string Peer::become(Words& words) {
   for (gid_t other = 0; words >> other;) {
     others.push_back(other);
   }
-  return ok(::setgroups(others.size(), others.data()) == 0 && ::setgid(group) == 0 &&
-            ::setuid(user) == 0 &&
-            // Else the files of this process in /proc would be root's.
-            ::prctl(PR_SET_DUMPABLE, 1) == 0);
+  return okOrErrno(::setgroups(others.size(), others.data()) == 0 && ::setgid(group) == 0 &&
+                   ::setuid(user) == 0 &&
+                   // Otherwise the files of this process in /proc would belong to root.
+                   ::prctl(PR_SET_DUMPABLE, 1) == 0);
 }
 
-/// run COMMAND: what it writes comes before the answer.
+/// run COMMAND: the output of the command comes before the result line.
 std::string Peer::run(Words& words) {
   std::string command;
   std::getline(words >> std::ws, command);
   return "ended " + std::to_string(std::system(command.c_str()));
 }
 
-/// Sets the limit such that just `room` numbers are left for new descriptors,
-/// whatever holes there are between the open ones.
-bool leaveRoom(unsigned room) {
+/// Sets the limit so that exactly `count` more descriptors can be opened. The numbers of
+/// the open ones may have gaps.
+bool leaveDescriptors(unsigned count) {
   int limit = 0;
   for (unsigned free = 0;; ++limit) {
     const bool isFree = ::fcntl(limit, F_GETFD) < 0;
-    if (isFree && free == room) {
+    if (isFree && free == count) {
       break;
     }
     free += isFree ? 1 : 0;
@@ -191,7 +191,7 @@ bool leaveRoom(unsigned room) {
   return ::setrlimit(RLIMIT_NOFILE, &now) == 0;
 }
 
-bool rainSignals(suseconds_t microseconds) {
+bool startTimerSignals(suseconds_t microseconds) {
   struct sigaction action {};
   action.sa_handler = [](int) {};
   const itimerval timer{{0, microseconds}, {0, microseconds}};
@@ -206,23 +206,24 @@ T take(std::istringstream& words) {
   return value;
 }
 
-void Peer::follow() {
+void Peer::runCommands() {
   const std::map<std::string, std::function<std::string(Words&)>> commands{
       // The process.
       {"become", [this](Words& words) { return become(words); }},
       {"umask",
        [](Words& words) {
          ::umask(static_cast<mode_t>(std::stoul(take<std::string>(words), nullptr, 8)));
-         return ok(true);
+         return okOrErrno(true);
        }},
-      {"room",
+      {"spare",
        [this](Words& words) {
-         // Not while a dispatch has descriptors on the move.
+         // Not while a dispatch opens or closes descriptors.
          auto lock = server_ ? std::unique_lock(server_->manager.clientMutex)
                              : std::unique_lock<KSTD::KThreadMutex>();
-         return ok(leaveRoom(take<unsigned>(words)));
+         return okOrErrno(leaveDescriptors(take<unsigned>(words)));
        }},
-      {"rain", [](Words& words) { return ok(rainSignals(take<suseconds_t>(words))); }},
+      {"interrupt",
+       [](Words& words) { return okOrErrno(startTimerSignals(take<suseconds_t>(words))); }},
       {"run", [this](Words& words) { return run(words); }},
       // The server.
       {"serve", [this](Words& words) { return serve(words); }},
@@ -237,15 +238,15 @@ void Peer::follow() {
       {"change",
        [this](Words& words) {
          server().tree.changeMany(take<unsigned>(words));
-         return ok(true);
+         return okOrErrno(true);
        }},
-      // The client; parts by the names that they have in the tree.
+      // The client.
       {"connect",
        [this](Words& words) { return number(client().connect(take<std::string>(words)).result); }},
       {"get",
        [this](Words&) {
-         const fault::Answer got = client().get(client().counter);
-         return number(got.result) + " " + got.text;
+         const fault::Reply reply = client().get(client().counter);
+         return number(reply.result) + " " + reply.text;
        }},
       {"store",
        [this](Words& words) {
@@ -255,7 +256,7 @@ void Peer::follow() {
       {"prepare",
        [this](Words&) {
          static_cast<void>(client());
-         return ok(true);
+         return okOrErrno(true);
        }},
   };
   Lines lines;
@@ -266,7 +267,7 @@ void Peer::follow() {
       break;
     }
     const auto found = commands.find(name);
-    if (!answer(found == commands.end() ? "unknown" : found->second(words))) {
+    if (!printLine(found == commands.end() ? "unknown" : found->second(words))) {
       break;
     }
   }
@@ -275,5 +276,5 @@ void Peer::follow() {
 }  // namespace
 
 int main() {
-  Peer().follow();
+  Peer().runCommands();
 }

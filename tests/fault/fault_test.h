@@ -11,19 +11,19 @@
 
 namespace fault {
 
-/// A test with a port name of its own, whose mailbox, which a killed server
-/// leaves, is removed at the end.
+/// A test with a port name of its own. Removes the mailbox at the end, because a killed
+/// server leaves it.
 class FaultTest : public testing::Test {
  protected:
   FaultTest() : port(test_support::uniquePortName("fault_")), mailbox(pathOf(port)) {}
   ~FaultTest() override {
-    // Usually it is gone: a server that ends removes it.
+    // A server that was not killed has removed it already.
     ::unlink(mailbox.c_str());
   }
 
   static std::string pathOf(const std::string& name) { return test_support::mailboxPath(name); }
 
-  /// A result as the peer program writes it.
+  /// A result as the peer program prints it.
   static std::string number(ModelSrv::ModelRes result) {
     return std::to_string(static_cast<unsigned>(result));
   }

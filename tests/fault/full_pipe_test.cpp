@@ -18,22 +18,22 @@ constexpr std::size_t large = 16U * 1024 * 1024;
 class FullPipeTest : public FaultTest {
  protected:
   void SetUp() override {
-    ASSERT_EQ(server_.ask("serve " + port), success());
-    ASSERT_EQ(bystander_.connect(port).result, ModelRes_Success);
+    ASSERT_EQ(server_.execute("serve " + port), success());
+    ASSERT_EQ(otherClient_.connect(port).result, ModelRes_Success);
   }
 
   void expectOthersAreServed() {
-    const Answer answer = bystander_.get(bystander_.counter);
-    EXPECT_EQ(answer.result, ModelRes_Success);
-    EXPECT_LT(answer.elapsed, atOnce);
+    const Reply reply = otherClient_.get(otherClient_.counter);
+    EXPECT_EQ(reply.result, ModelRes_Success);
+    EXPECT_LT(reply.elapsed, immediateLimit);
   }
 
   Peer server_;
-  Client bystander_;
+  Client otherClient_;
 };
 
-/// Whether one of this process's private request pipes is as full as can be.
-bool aRequestPipeIsFull() {
+/// Whether one of this process's request pipes is full.
+bool isARequestPipeFull() {
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code error;
     const std::string target = std::filesystem::read_symlink(entry.path(), error).string();
@@ -50,20 +50,20 @@ bool aRequestPipeIsFull() {
   return false;
 }
 
-TEST_F(FullPipeTest, RequestsPipeFullStoreOf16MiBToASlowServerArrives) {
+TEST_F(FullPipeTest, StoreOf16MiBToASlowServerFillsTheRequestPipeAndArrives) {
   const std::string value = patternText(large);
   server_.suspend();
   std::thread storing(
-      [&] { EXPECT_EQ(bystander_.store(bystander_.text, value).result, ModelRes_Success); });
-  EXPECT_TRUE(eventually(aRequestPipeIsFull));
+      [&] { EXPECT_EQ(otherClient_.store(otherClient_.text, value).result, ModelRes_Success); });
+  EXPECT_TRUE(eventually(isARequestPipeFull));
   server_.resume();
   storing.join();
-  const Answer answer = bystander_.get(bystander_.text);
-  EXPECT_EQ(answer.result, ModelRes_Success);
-  EXPECT_TRUE(answer.text == value);
+  const Reply reply = otherClient_.get(otherClient_.text);
+  EXPECT_EQ(reply.result, ModelRes_Success);
+  EXPECT_TRUE(reply.text == value);
 }
 
-TEST_F(FullPipeTest, StoreThatComesInPiecesKeepsNobodyWaiting) {
+TEST_F(FullPipeTest, StoreThatArrivesInPiecesDelaysNoOtherClient) {
   const std::string value = patternText(1'000'000);
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
@@ -75,14 +75,14 @@ TEST_F(FullPipeTest, StoreThatComesInPiecesKeepsNobodyWaiting) {
     expectOthersAreServed();
     ASSERT_TRUE(client.requests.write(request.substr(at, piece)));
   }
-  const auto answer = client.replies.readFrame();
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(answer->code, ModelRes_Success);
-  EXPECT_TRUE(bystander_.get(bystander_.text).text == value);
+  const auto reply = client.replies.readFrame();
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->code, ModelRes_Success);
+  EXPECT_TRUE(otherClient_.get(otherClient_.text).text == value);
 }
 
-TEST_F(FullPipeTest, RepliesPipeFullClientThatReadsSlowlyGets16MiB) {
-  ASSERT_EQ(server_.ask("settext " + std::to_string(large)), success());
+TEST_F(FullPipeTest, ClientThatReadsSlowlyGetsAReplyOf16MiB) {
+  ASSERT_EQ(server_.execute("settext " + std::to_string(large)), success());
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   ASSERT_TRUE(client.requests.write(wire::frame(
@@ -97,13 +97,14 @@ TEST_F(FullPipeTest, RepliesPipeFullClientThatReadsSlowlyGets16MiB) {
   }
   value += client.replies.read(large - value.size());
   EXPECT_TRUE(value == patternText(large));
-  const auto next = client.ask(wire::save, wire::chain({counterId}) + wire::u16(wire::wholeValue));
+  const auto next =
+      client.exchange(wire::save, wire::chain({counterId}) + wire::u16(wire::wholeValue));
   ASSERT_TRUE(next);
   EXPECT_EQ(next->payload, "0");
 }
 
-TEST_F(FullPipeTest, RequestsBehindAReplyThatIsNotTakenWait) {
-  ASSERT_EQ(server_.ask("settext 1000000"), success());
+TEST_F(FullPipeTest, RequestsWaitUntilTheReplyBeforeThemIsRead) {
+  ASSERT_EQ(server_.execute("settext 1000000"), success());
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   const std::string payload = wire::chain({textId}) + wire::u16(wire::wholeValue);
@@ -111,13 +112,13 @@ TEST_F(FullPipeTest, RequestsBehindAReplyThatIsNotTakenWait) {
   for (std::uint32_t sequence = 1; sequence <= count; ++sequence) {
     ASSERT_TRUE(client.requests.write(wire::frame(wire::request, wire::save, sequence, payload)));
   }
-  // One reply under way, not twenty: 19 requests are still where they were.
+  // One reply is being written; the other 19 requests have not been read.
   expectOthersAreServed();
   for (std::uint32_t sequence = 1; sequence <= count; ++sequence) {
-    const auto answer = client.replies.readFrame();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->sequence, sequence);
-    EXPECT_EQ(answer->payload.size(), 1'000'000U);
+    const auto reply = client.replies.readFrame();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->sequence, sequence);
+    EXPECT_EQ(reply->payload.size(), 1'000'000U);
   }
 }
 
@@ -125,75 +126,75 @@ class FullEventPipeTest : public FullPipeTest {
  protected:
   void SetUp() override {
     FullPipeTest::SetUp();
-    sleeper_.mirrorMany();
-    ASSERT_EQ(sleeper_.connect(port).result, ModelRes_Success);
-    for (const auto& part : sleeper_.parts) {
-      part->asksInUpdate = true;
-      ASSERT_EQ(sleeper_.subscribe(*part), ModelRes_Success);
+    slowClient_.addProxies();
+    ASSERT_EQ(slowClient_.connect(port).result, ModelRes_Success);
+    for (const auto& part : slowClient_.parts) {
+      part->readsInUpdate = true;
+      ASSERT_EQ(slowClient_.subscribe(*part), ModelRes_Success);
     }
   }
 
-  [[nodiscard]] bool sleeperSawTheLastValues(unsigned changes) const {
-    return std::all_of(sleeper_.parts.begin(), sleeper_.parts.end(), [&](const auto& part) {
-      return part->seen() == std::to_string(lastOfMany(part->id(), changes));
+  [[nodiscard]] bool slowClientHasTheLastValues(unsigned changes) const {
+    return std::all_of(slowClient_.parts.begin(), slowClient_.parts.end(), [&](const auto& part) {
+      return part->lastValue() == std::to_string(lastOfMany(part->id(), changes));
     });
   }
 
-  [[nodiscard]] unsigned updatesOfSleeper() const {
+  [[nodiscard]] unsigned updatesOfSlowClient() const {
     unsigned sum = 0;
-    for (const auto& part : sleeper_.parts) {
+    for (const auto& part : slowClient_.parts) {
       sum += part->updates();
     }
     return sum;
   }
 
-  Client sleeper_;
+  Client slowClient_;
 };
 
 constexpr unsigned changes = 100'000;
 /// An update's frame: header, two ids, the end of the chain, the index.
 constexpr unsigned updateSize = wire::headerSize + 8;
-/// What the pipe and the chunk that waits for room hold, and one pending entry a
+/// The capacity of the pipe and of the pending chunk, and one pending update for each
 /// part.
-constexpr unsigned updatesAtMost = (65'536 + 65'536) / updateSize + manyParts;
+constexpr unsigned maxUpdates = (65'536 + 65'536) / updateSize + manyParts;
 
-TEST_F(FullEventPipeTest, EventsPipeFullServerServesOthersAndLastValuesAreSeenLater) {
-  ASSERT_EQ(server_.ask("change " + std::to_string(changes)), "ok");
+TEST_F(FullEventPipeTest, ServerServesOthersAndTheLastValuesAreSeenLater) {
+  ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
   expectOthersAreServed();
-  ASSERT_EQ(server_.ask("change " + std::to_string(changes)), "ok");
-  EXPECT_TRUE(sleeper_.pumpUntil([&] { return sleeperSawTheLastValues(changes); }));
-  EXPECT_LE(updatesOfSleeper(), updatesAtMost);
+  ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
+  EXPECT_TRUE(slowClient_.pumpUntil([&] { return slowClientHasTheLastValues(changes); }));
+  EXPECT_LE(updatesOfSlowClient(), maxUpdates);
 }
 
-TEST_F(FullEventPipeTest, EventsPipeFullServersMemoryIsBounded) {
-  // The first round fills what there is to fill.
-  ASSERT_EQ(server_.ask("change " + std::to_string(changes)), "ok");
+TEST_F(FullEventPipeTest, MemoryOfTheServerIsBounded) {
+  // The first round fills all buffers.
+  ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
   const std::size_t before = residentKiB(server_.pid());
   for (int round = 0; round < 3; ++round) {
-    ASSERT_EQ(server_.ask("change " + std::to_string(changes)), "ok");
+    ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
   }
   if (memoryIsReused()) {
     EXPECT_LT(residentKiB(server_.pid()), before + 1024);
   }
-  EXPECT_TRUE(sleeper_.pumpUntil([&] { return sleeperSawTheLastValues(changes); }));
-  EXPECT_LE(updatesOfSleeper(), updatesAtMost);
+  EXPECT_TRUE(slowClient_.pumpUntil([&] { return slowClientHasTheLastValues(changes); }));
+  EXPECT_LE(updatesOfSlowClient(), maxUpdates);
 }
 
-TEST_F(FullEventPipeTest, EventsPipeFullItsOwnClientsRequestsAreAnswered) {
-  ASSERT_EQ(server_.ask("change " + std::to_string(changes)), "ok");
-  const Answer answer = sleeper_.get(*sleeper_.parts[7]);
-  EXPECT_EQ(answer.text, std::to_string(lastOfMany(7, changes)));
-  EXPECT_LT(answer.elapsed, atOnce);
+TEST_F(FullEventPipeTest, RequestsOfTheSameClientGetReplies) {
+  ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
+  const Reply reply = slowClient_.get(*slowClient_.parts[7]);
+  EXPECT_EQ(reply.text, std::to_string(lastOfMany(7, changes)));
+  EXPECT_LT(reply.elapsed, immediateLimit);
 }
 
-TEST_F(FullPipeTest, ServerEndsWhileAClientTakesNoEvents) {
-  Client sleeper;
-  sleeper.mirrorMany();
-  ASSERT_EQ(sleeper.connect(port).result, ModelRes_Success);
-  for (const auto& part : sleeper.parts) {
-    ASSERT_EQ(sleeper.subscribe(*part), ModelRes_Success);
+TEST_F(FullPipeTest, ServerExitsWhileAClientReadsNoEvents) {
+  Client slowClient;
+  slowClient.addProxies();
+  ASSERT_EQ(slowClient.connect(port).result, ModelRes_Success);
+  for (const auto& part : slowClient.parts) {
+    ASSERT_EQ(slowClient.subscribe(*part), ModelRes_Success);
   }
-  ASSERT_EQ(server_.ask("change " + std::to_string(changes)), "ok");
+  ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
   server_.quit();
 }
 

@@ -11,7 +11,7 @@ using ModelSrv::ModelValueText_Max;
 class LargeValueTest : public FaultTest {
  protected:
   void SetUp() override {
-    ASSERT_EQ(server_.ask("serve " + port), success());
+    ASSERT_EQ(server_.execute("serve " + port), success());
     ASSERT_EQ(client_.connect(port).result, ModelRes_Success);
     ASSERT_EQ(client_.store(client_.text, "before").result, ModelRes_Success);
   }
@@ -25,38 +25,38 @@ class LargeValueTest : public FaultTest {
   Client client_;
 };
 
-TEST_F(LargeValueTest, ValueOfTheLimitIsStoredAndRead) {
+TEST_F(LargeValueTest, ValueOfTheLargestSizeIsStoredAndRead) {
   const std::string value = patternText(ModelValueText_Max);
   ASSERT_EQ(client_.store(client_.text, value).result, ModelRes_Success);
   EXPECT_TRUE(client_.get(client_.text).text == value);
 }
 
-TEST_F(LargeValueTest, ValueOneByteAboveTheLimitIsRefusedAndNothingChanged) {
+TEST_F(LargeValueTest, ValueOneByteAboveTheLimitIsRejectedAndNothingChanges) {
   EXPECT_EQ(client_.store(client_.text, patternText(ModelValueText_Max + 1)).result,
             ModelRes_TooLarge);
   expectNothingChanged();
 }
 
-TEST_F(LargeValueTest, ValueAboveWhatAFrameHoldsIsRefusedAndNothingChanged) {
+TEST_F(LargeValueTest, ValueLargerThanAFrameIsRejectedAndNothingChanges) {
   EXPECT_EQ(client_.store(client_.text, patternText(2 * ModelValueText_Max)).result,
             ModelRes_TooLarge);
   expectNothingChanged();
 }
 
-TEST_F(LargeValueTest, ServersOwnValueAboveTheLimitIsRefusedAndNothingChanged) {
-  EXPECT_EQ(server_.ask("settext " + std::to_string(ModelValueText_Max + 1)),
+TEST_F(LargeValueTest, ValueOfTheServerItselfAboveTheLimitIsRejectedAndNothingChanges) {
+  EXPECT_EQ(server_.execute("settext " + std::to_string(ModelValueText_Max + 1)),
             number(ModelRes_TooLarge));
   expectNothingChanged();
 }
 
-TEST_F(LargeValueTest, ServerRefusesItWhateverAClientSends) {
+TEST_F(LargeValueTest, ServerRejectsItEvenIfTheClientSendsIt) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
-  const auto answer =
-      client.ask(wire::load, wire::chain({textId}) + wire::u16(wire::wholeValue) +
-                                 std::string(1, '\0') + std::string(ModelValueText_Max + 1, 'x'));
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(answer->code, ModelRes_TooLarge);
+  const auto reply = client.exchange(
+      wire::load, wire::chain({textId}) + wire::u16(wire::wholeValue) + std::string(1, '\0') +
+                      std::string(ModelValueText_Max + 1, 'x'));
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->code, ModelRes_TooLarge);
   expectNothingChanged();
 }
 

@@ -16,12 +16,12 @@ struct Garbage {
   std::string bytes;
 };
 
-/// What the list of tests shows of a row.
+/// How the test list shows a row.
 void PrintTo(const Garbage& row, std::ostream* out) {
   *out << row.name;
 }
 
-std::string spoiled(std::size_t position) {
+std::string corruptedHello(std::size_t position) {
   std::string hello = wire::hello(std::string(16, 'a'));
   hello[position] = static_cast<char>(hello[position] ^ 0x40);
   return hello;
@@ -34,36 +34,36 @@ std::vector<Garbage> garbage() {
       {"OneByte", "x"},
       {"Zeros", std::string(1000, '\0')},
       {"Ones", std::string(1000, '\xFF')},
-      {"WrongChecksum", spoiled(33)},
-      {"WrongToken", spoiled(20)},
-      {"WrongSize", spoiled(10)},
-      {"WrongVersion", spoiled(9)},
-      {"ManyWrongChecksums", spoiled(33) + spoiled(32) + spoiled(35)},
+      {"WrongChecksum", corruptedHello(33)},
+      {"WrongToken", corruptedHello(20)},
+      {"WrongSize", corruptedHello(10)},
+      {"WrongVersion", corruptedHello(9)},
+      {"ManyWrongChecksums", corruptedHello(33) + corruptedHello(32) + corruptedHello(35)},
       {"MagicTwice", hello.substr(0, 8) + hello.substr(0, 8)},
-      {"AlmostAPipeful", std::string(4000, '?')},
+      {"AlmostAFullPage", std::string(4000, '?')},
       {"HelloWhosePipesDoNotExist", hello},
   };
 }
 
 class MailboxGarbageTest : public FaultTest, public testing::WithParamInterface<Garbage> {
  protected:
-  void SetUp() override { ASSERT_EQ(server_.ask("serve " + port), success()); }
+  void SetUp() override { ASSERT_EQ(server_.execute("serve " + port), success()); }
 
   void expectServed() {
     Client client;
-    const Answer answer = client.connect(port);
-    EXPECT_EQ(answer.result, ModelRes_Success);
-    EXPECT_LT(answer.elapsed, atOnce);
+    const Reply reply = client.connect(port);
+    EXPECT_EQ(reply.result, ModelRes_Success);
+    EXPECT_LT(reply.elapsed, immediateLimit);
     EXPECT_EQ(client.get(client.counter).text, "0");
   }
 
   Peer server_;
 };
 
-TEST_P(MailboxGarbageTest, IsSkippedAndTheHelloRightBehindItIsServed) {
+TEST_P(MailboxGarbageTest, IsSkippedAndTheHelloRightAfterItIsServed) {
   RawClient client;
-  ASSERT_TRUE(client.sayHello(mailbox, GetParam().bytes));
-  EXPECT_TRUE(client.welcomed());
+  ASSERT_TRUE(client.sendHello(mailbox, GetParam().bytes));
+  EXPECT_TRUE(client.awaitWelcome());
   expectServed();
 }
 
@@ -74,12 +74,12 @@ TEST_F(MailboxGarbageTest, PartialMagicOfEveryLengthIsSkipped) {
   const std::string hello = wire::hello(std::string(16, 'b'));
   for (std::size_t length = 1; length < hello.size(); ++length) {
     RawClient client;
-    ASSERT_TRUE(client.sayHello(mailbox, hello.substr(0, length)));
-    EXPECT_TRUE(client.welcomed()) << "behind the first " << length << " bytes of a hello";
+    ASSERT_TRUE(client.sendHello(mailbox, hello.substr(0, length)));
+    EXPECT_TRUE(client.awaitWelcome()) << "after the first " << length << " bytes of a hello";
   }
 }
 
-TEST_F(MailboxGarbageTest, HelloCutAtEveryByteAndContinuedInAnotherWriteIsServed) {
+TEST_F(MailboxGarbageTest, HelloThatIsSplitAtAnyByteIntoTwoWritesIsServed) {
   for (std::size_t cut = 1; cut < wire::helloSize; ++cut) {
     RawClient client;
     const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
@@ -87,35 +87,35 @@ TEST_F(MailboxGarbageTest, HelloCutAtEveryByteAndContinuedInAnotherWriteIsServed
     ASSERT_TRUE(pipe.write(hello.substr(0, cut)));
     ASSERT_TRUE(eventually([&] { return pipe.pendingBytes() == 0; }));
     ASSERT_TRUE(pipe.write(hello.substr(cut)));
-    EXPECT_TRUE(client.welcomed()) << "cut at " << cut;
+    EXPECT_TRUE(client.awaitWelcome()) << "cut at " << cut;
   }
 }
 
 TEST_F(MailboxGarbageTest, MailboxFullOfGarbageIsEmptiedAndServed) {
   server_.suspend();
   const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
-  const int room = ::fcntl(pipe.descriptor(), F_GETPIPE_SZ);
-  ASSERT_GT(room, 0);
-  ASSERT_TRUE(pipe.write(std::string(static_cast<std::size_t>(room), '\x9E')));
+  const int capacity = ::fcntl(pipe.descriptor(), F_GETPIPE_SZ);
+  ASSERT_GT(capacity, 0);
+  ASSERT_TRUE(pipe.write(std::string(static_cast<std::size_t>(capacity), '\x9E')));
   Peer client;
   client.send("connect " + port);
   ASSERT_TRUE(eventually([&] { return namedPrivatePipes(client.pid()).size() == 3; }));
   server_.resume();
-  EXPECT_EQ(client.answer(), success());
+  EXPECT_EQ(client.result(), success());
   expectServed();
 }
 
-TEST_F(MailboxGarbageTest, SameHelloTwiceHarmsNobody) {
+TEST_F(MailboxGarbageTest, SameHelloTwiceDoesNotAffectOtherClients) {
   RawClient client;
-  ASSERT_TRUE(client.sayHello(mailbox, wire::hello(client.token)));
-  static_cast<void>(client.welcomed());
+  ASSERT_TRUE(client.sendHello(mailbox, wire::hello(client.token)));
+  static_cast<void>(client.awaitWelcome());
   expectServed();
 }
 
-TEST_F(MailboxGarbageTest, HelloWhosePipesAreOtherThingsIsNotAnsweredIntoThem) {
+TEST_F(MailboxGarbageTest, FilesInPlaceOfTheHellosPipesAreNotWrittenTo) {
   const std::string token = wire::newToken();
-  const std::string replies = wire::privatePath(token, ".rep");
-  const std::string events = wire::privatePath(token, ".evt");
+  const std::string replies = wire::privatePipePath(token, ".rep");
+  const std::string events = wire::privatePipePath(token, ".evt");
   const std::string target = pathOf(port + "_target");
   std::ofstream(target) << "untouched";
   ASSERT_EQ(::symlink(target.c_str(), replies.c_str()), 0);

@@ -4,7 +4,7 @@
 
 #include "tests/fault/fault_test.h"
 
-// Who gets in, tried by processes of several users: as root alone.
+// Which users may connect. The processes of several users can only be started by root.
 
 namespace fault {
 namespace {
@@ -12,9 +12,9 @@ namespace {
 using ModelSrv::ModelRes_NotPermitted;
 using ModelSrv::ModelRes_Success;
 
-// Numbers without accounts.
+// Ids without accounts.
 constexpr const char* owner = "become 54321 54321 54400";
-constexpr const char* stranger = "become 54322 54322";
+constexpr const char* otherUser = "become 54322 54322";
 constexpr const char* member = "become 54323 54323 54400";
 constexpr const char* primaryMember = "become 54324 54400";
 constexpr const char* sharedGroup = " 54400";
@@ -27,59 +27,59 @@ class OtherUsersTest : public FaultTest {
     }
   }
 
-  /// What `identity` is told when it connects, and whether it then can ask.
-  void expectLetIn(const char* identity) {
+  /// Expects that a process with `identity` can connect and make requests.
+  void expectAccess(const char* identity) {
     Peer client;
-    ASSERT_EQ(client.ask(identity), "ok");
-    EXPECT_EQ(client.ask("connect " + port), success());
-    EXPECT_EQ(client.ask("store 4"), success());
-    EXPECT_EQ(client.ask("get"), success() + " 4");
+    ASSERT_EQ(client.execute(identity), "ok");
+    EXPECT_EQ(client.execute("connect " + port), success());
+    EXPECT_EQ(client.execute("store 4"), success());
+    EXPECT_EQ(client.execute("get"), success() + " 4");
     EXPECT_TRUE(namedPrivatePipes(client.pid()).empty());
   }
 
-  void expectKeptOut(const char* identity) {
+  void expectNoAccess(const char* identity) {
     Peer client;
-    ASSERT_EQ(client.ask(identity), "ok");
-    EXPECT_EQ(client.ask("connect " + port), number(ModelRes_NotPermitted));
+    ASSERT_EQ(client.execute(identity), "ok");
+    EXPECT_EQ(client.execute("connect " + port), number(ModelRes_NotPermitted));
     EXPECT_EQ(privatePipeCount(client.pid()), 0U);
   }
 
   void serve(const std::string& group = {}) {
-    ASSERT_EQ(server_.ask(owner), "ok");
-    ASSERT_EQ(server_.ask("serve " + port + group), success());
+    ASSERT_EQ(server_.execute(owner), "ok");
+    ASSERT_EQ(server_.execute("serve " + port + group), success());
   }
 
   Peer server_;
 };
 
-TEST_F(OtherUsersTest, SameUserIsLetIn) {
+TEST_F(OtherUsersTest, SameUserMayConnect) {
   serve();
-  expectLetIn(owner);
+  expectAccess(owner);
 }
 
-TEST_F(OtherUsersTest, AnotherUserIsKeptOut) {
+TEST_F(OtherUsersTest, AnotherUserMayNotConnect) {
   serve();
-  expectKeptOut(stranger);
+  expectNoAccess(otherUser);
 }
 
-TEST_F(OtherUsersTest, MemberOfTheServersGroupsIsKeptOutWhereNoGroupWasNamed) {
+TEST_F(OtherUsersTest, MemberOfTheServersGroupsMayNotConnectIfThePortIsNotShared) {
   serve();
-  expectKeptOut(member);
+  expectNoAccess(member);
 }
 
-TEST_F(OtherUsersTest, MemberOfTheGroupIsLetIn) {
+TEST_F(OtherUsersTest, MemberOfTheGroupMayConnect) {
   serve(sharedGroup);
-  expectLetIn(member);
+  expectAccess(member);
 }
 
-TEST_F(OtherUsersTest, MemberByItsPrimaryGroupIsLetIn) {
+TEST_F(OtherUsersTest, MemberByItsPrimaryGroupMayConnect) {
   serve(sharedGroup);
-  expectLetIn(primaryMember);
+  expectAccess(primaryMember);
 }
 
-TEST_F(OtherUsersTest, NonMemberIsKeptOutOfAGroupsPort) {
+TEST_F(OtherUsersTest, NonMemberMayNotConnectToASharedPort) {
   serve(sharedGroup);
-  expectKeptOut(stranger);
+  expectNoAccess(otherUser);
 }
 
 TEST_F(OtherUsersTest, RootConnectsToAnotherUsersServer) {
@@ -90,7 +90,7 @@ TEST_F(OtherUsersTest, RootConnectsToAnotherUsersServer) {
   EXPECT_EQ(client.get(client.counter).text, "3");
 }
 
-TEST_F(OtherUsersTest, RootConnectsToAnotherUsersServerThatAGroupShares) {
+TEST_F(OtherUsersTest, RootConnectsToAnotherUsersSharedPort) {
   serve(sharedGroup);
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
@@ -112,32 +112,32 @@ TEST_F(OtherUsersTest, RootGivesItsPrivatePipesToTheMailboxsOwner) {
   };
   EXPECT_TRUE(eventually(given));
   server_.resume();
-  EXPECT_EQ(client.answer(), success());
+  EXPECT_EQ(client.result(), success());
 }
 
-TEST_F(OtherUsersTest, AnotherUserIsKeptOutOfRootsServer) {
-  ASSERT_EQ(server_.ask("serve " + port), success());
-  expectKeptOut(stranger);
+TEST_F(OtherUsersTest, AnotherUserMayNotConnectToRootsServer) {
+  ASSERT_EQ(server_.execute("serve " + port), success());
+  expectNoAccess(otherUser);
 }
 
-TEST_F(OtherUsersTest, MemberIsLetIntoRootsServer) {
-  ASSERT_EQ(server_.ask("serve " + port + sharedGroup), success());
-  expectLetIn(member);
+TEST_F(OtherUsersTest, MemberMayConnectToRootsServer) {
+  ASSERT_EQ(server_.execute("serve " + port + sharedGroup), success());
+  expectAccess(member);
 }
 
-TEST_F(OtherUsersTest, GroupThatTheServerIsNoMemberOfIsRefusedAndLeavesNothing) {
-  ASSERT_EQ(server_.ask(stranger), "ok");
-  EXPECT_EQ(server_.ask("serve " + port + sharedGroup), number(ModelRes_NotPermitted));
+TEST_F(OtherUsersTest, GroupThatTheServerIsNotAMemberOfIsRejectedAndLeavesNoMailbox) {
+  ASSERT_EQ(server_.execute(otherUser), "ok");
+  EXPECT_EQ(server_.execute("serve " + port + sharedGroup), number(ModelRes_NotPermitted));
   EXPECT_NE(::access(mailbox.c_str(), F_OK), 0);
 }
 
-TEST_F(OtherUsersTest, AnotherUserCannotTakeALiveServersNameNorADeadOnes) {
+TEST_F(OtherUsersTest, AnotherUserCannotTakeTheNameOfALiveOrADeadServer) {
   serve();
-  Peer thief;
-  ASSERT_EQ(thief.ask(stranger), "ok");
-  EXPECT_EQ(thief.ask("serve " + port), number(ModelRes_NotPermitted));
+  Peer other;
+  ASSERT_EQ(other.execute(otherUser), "ok");
+  EXPECT_EQ(other.execute("serve " + port), number(ModelRes_NotPermitted));
   server_.kill();
-  EXPECT_EQ(thief.ask("serve " + port), number(ModelRes_NotPermitted));
+  EXPECT_EQ(other.execute("serve " + port), number(ModelRes_NotPermitted));
 }
 
 }  // namespace

@@ -15,22 +15,22 @@ class OutOfDescriptorsTest : public FaultTest {
  protected:
   void SetUp() override {
     if (sanitizerNeedsDescriptors()) {
-      GTEST_SKIP() << "the sanitizer itself would run out of descriptors";
+      GTEST_SKIP() << "the sanitizer itself needs descriptors";
     }
-    ASSERT_EQ(server_.ask("serve " + port), success());
+    ASSERT_EQ(server_.execute("serve " + port), success());
     before_ = descriptorCount(server_.pid());
   }
 
-  /// Leaves the server room for `more` descriptors than it has now.
+  /// Lets the server open only `more` descriptors from now on.
   void limitServer(std::size_t more) {
-    ASSERT_EQ(server_.ask("room " + std::to_string(more)), "ok");
+    ASSERT_EQ(server_.execute("spare " + std::to_string(more)), "ok");
   }
 
   Peer server_;
   std::size_t before_ = 0;
 };
 
-TEST_F(OutOfDescriptorsTest, ServerRefusesFurtherClientsAtOnceAndServesTheOthers) {
+TEST_F(OutOfDescriptorsTest, ServerRefusesFurtherClientsImmediatelyAndServesTheOthers) {
   limitServer(2 * pipesPerClient + 1);
   Client first;
   Client second;
@@ -39,16 +39,16 @@ TEST_F(OutOfDescriptorsTest, ServerRefusesFurtherClientsAtOnceAndServesTheOthers
   const std::size_t before = descriptorCount(server_.pid());
   for (int i = 0; i < 10; ++i) {
     Client further;
-    const Answer answer = further.connect(port);
-    EXPECT_EQ(answer.result, ModelRes_NoDescriptors);
-    EXPECT_LT(answer.elapsed, atOnce);
+    const Reply reply = further.connect(port);
+    EXPECT_EQ(reply.result, ModelRes_NoDescriptors);
+    EXPECT_LT(reply.elapsed, immediateLimit);
   }
   EXPECT_EQ(first.get(first.counter).text, "0");
   EXPECT_EQ(second.get(second.counter).text, "0");
   EXPECT_TRUE(eventually([&] { return descriptorCount(server_.pid()) == before; }));
 }
 
-TEST_F(OutOfDescriptorsTest, ServerHasRoomAgainAfterAClientLeft) {
+TEST_F(OutOfDescriptorsTest, ServerAcceptsAClientAgainAfterAnotherHasDisconnected) {
   limitServer(pipesPerClient);
   auto first = std::make_unique<Client>();
   ASSERT_EQ(first->connect(port).result, ModelRes_Success);
@@ -61,13 +61,13 @@ TEST_F(OutOfDescriptorsTest, ServerHasRoomAgainAfterAClientLeft) {
   EXPECT_EQ(next.get(next.counter).text, "0");
 }
 
-TEST_F(OutOfDescriptorsTest, ServerRefusesCleanlyWhereverItRunsOut) {
+TEST_F(OutOfDescriptorsTest, ServerRefusesAClientAtEveryDescriptorThatIsMissing) {
   for (std::size_t more = 0; more < pipesPerClient; ++more) {
     limitServer(more);
     Client client;
-    const Answer answer = client.connect(port);
-    EXPECT_EQ(answer.result, ModelRes_NoDescriptors) << more << " descriptors were left";
-    EXPECT_LT(answer.elapsed, atOnce);
+    const Reply reply = client.connect(port);
+    EXPECT_EQ(reply.result, ModelRes_NoDescriptors) << more << " descriptors were left";
+    EXPECT_LT(reply.elapsed, immediateLimit);
     EXPECT_TRUE(eventually([&] { return descriptorCount(server_.pid()) == before_; }));
     limitServer(pipesPerClient);
     EXPECT_EQ(client.connect(port).result, ModelRes_Success);
@@ -76,52 +76,53 @@ TEST_F(OutOfDescriptorsTest, ServerRefusesCleanlyWhereverItRunsOut) {
   }
 }
 
-TEST_F(OutOfDescriptorsTest, ClientGetsAClearResultAndLeaksNothingWhereverItRunsOut) {
+TEST_F(OutOfDescriptorsTest,
+       ConnectingReturnsAnErrorAndLeaksNothingAtEveryDescriptorThatIsMissing) {
   Peer client;
-  ASSERT_EQ(client.ask("prepare"), "ok");
+  ASSERT_EQ(client.execute("prepare"), "ok");
   const std::size_t before = descriptorCount(client.pid());
   std::string result;
   std::size_t more = 0;
   for (; more < 32 && result != success(); ++more) {
-    ASSERT_EQ(client.ask("room " + std::to_string(more)), "ok");
-    result = client.ask("connect " + port);
+    ASSERT_EQ(client.execute("spare " + std::to_string(more)), "ok");
+    result = client.execute("connect " + port);
     if (result != success()) {
       EXPECT_EQ(result, number(ModelRes_NoDescriptors)) << more << " descriptors were left";
       EXPECT_EQ(descriptorCount(client.pid()), before);
     }
   }
-  EXPECT_GT(more, pipesPerClient) << "no limit was met";
+  EXPECT_GT(more, pipesPerClient) << "the limit was never reached";
   EXPECT_EQ(result, success());
-  EXPECT_EQ(client.ask("get"), success() + " 0");
+  EXPECT_EQ(client.execute("get"), success() + " 0");
   EXPECT_TRUE(namedPrivatePipes(client.pid()).empty());
 }
 
-TEST_F(OutOfDescriptorsTest, ServingGivesAClearResultAndLeaksNothingWhereverItRunsOut) {
+TEST_F(OutOfDescriptorsTest, ServingReturnsAnErrorAndLeaksNothingAtEveryDescriptorThatIsMissing) {
   const std::string other = port + "_other";
   Peer peer;
-  ASSERT_EQ(peer.ask("serve ." + other), number(ModelSrv::ModelRes_BadName));
+  ASSERT_EQ(peer.execute("serve ." + other), number(ModelSrv::ModelRes_BadName));
   const std::size_t before = descriptorCount(peer.pid());
   std::string result;
   std::size_t more = 0;
   for (; more < 32 && result != success(); ++more) {
-    ASSERT_EQ(peer.ask("room " + std::to_string(more)), "ok");
-    result = peer.ask("serve " + other);
+    ASSERT_EQ(peer.execute("spare " + std::to_string(more)), "ok");
+    result = peer.execute("serve " + other);
     if (result != success()) {
       EXPECT_EQ(result, number(ModelRes_NoDescriptors)) << more << " descriptors were left";
       EXPECT_EQ(descriptorCount(peer.pid()), before);
     }
   }
-  EXPECT_GT(more, 1U) << "no limit was met";
+  EXPECT_GT(more, 1U) << "the limit was never reached";
   EXPECT_EQ(result, success());
   peer.quit();
   EXPECT_NE(::access(pathOf(other).c_str(), F_OK), 0);
 }
 
-TEST_F(OutOfDescriptorsTest, ManagerWithoutDescriptorsSaysSo) {
+TEST_F(OutOfDescriptorsTest, ManagerWithoutDescriptorsReturnsAnError) {
   Peer peer;
-  ASSERT_EQ(peer.ask("room 0"), "ok");
-  EXPECT_EQ(peer.ask("connect " + port), number(ModelRes_NoDescriptors));
-  EXPECT_EQ(peer.ask("serve " + port), number(ModelRes_NoDescriptors));
+  ASSERT_EQ(peer.execute("spare 0"), "ok");
+  EXPECT_EQ(peer.execute("connect " + port), number(ModelRes_NoDescriptors));
+  EXPECT_EQ(peer.execute("serve " + port), number(ModelRes_NoDescriptors));
 }
 
 }  // namespace

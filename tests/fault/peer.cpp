@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 constexpr std::string_view privatePrefix = "/tmp/.krv-";
 constexpr std::string_view deleted = " (deleted)";
 
-/// Lines of "/proc/PID/status" of one thread that begin with one of `names`.
+/// The lines of the status file of one thread that begin with one of `names`.
 std::string statusLines(const fs::path& task, const std::vector<std::string>& names) {
   std::ifstream file(task / "status");
   std::string result;
@@ -61,23 +61,23 @@ void Peer::send(const std::string& command) {
   EXPECT_TRUE(process_.write(command + "\n")) << command << process_.errors();
 }
 
-std::string Peer::answer() {
+std::string Peer::result() {
   const auto line = process_.readLine();
-  EXPECT_TRUE(line.has_value()) << "no answer; " << process_.errors();
-  return line.value_or("no answer");
+  EXPECT_TRUE(line.has_value()) << "no result; " << process_.errors();
+  return line.value_or("no result");
 }
 
-std::string Peer::ask(const std::string& command) {
+std::string Peer::execute(const std::string& command) {
   send(command);
-  return answer();
+  return result();
 }
 
 std::vector<std::string> Peer::run(const std::string& command) {
   send("run " + command);
   std::vector<std::string> lines;
   do {
-    lines.push_back(answer());
-  } while (!lines.back().starts_with("ended ") && lines.back() != "no answer");
+    lines.push_back(result());
+  } while (!lines.back().starts_with("ended ") && lines.back() != "no result");
   return lines;
 }
 
@@ -138,7 +138,7 @@ std::size_t residentKiB(pid_t pid) {
   return digits == std::string::npos ? 0 : std::stoul(line.substr(digits));
 }
 
-std::string sigpipeTraces(pid_t pid) {
+std::string sigpipeState(pid_t pid) {
   const auto has = [](const std::string& line, int signal) {
     const std::string mask = line.substr(line.find_first_of("0123456789abcdef", line.find(':')));
     return (std::stoull(mask, nullptr, 16) >> static_cast<unsigned>(signal - 1) & 1U) != 0;
@@ -149,7 +149,7 @@ std::string sigpipeTraces(pid_t pid) {
     std::istringstream lines(
         statusLines(task.path(), {"SigPnd:", "ShdPnd:", "SigBlk:", "SigIgn:", "SigCgt:"}));
     for (std::string line; std::getline(lines, line);) {
-      // A thread that is being started, or a sanitizer's own, blocks all there are.
+      // A thread that is just starting, or belongs to a sanitizer, blocks all signals.
       const bool blocksAll = line.starts_with("SigBlk:") && has(line, SIGTERM);
       result += has(line, SIGPIPE) && !blocksAll ? line + '\n' : "";
     }

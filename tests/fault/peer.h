@@ -8,32 +8,34 @@
 
 #include "tests/support/process.h"
 
-/// The peer program as a test sees it, and what the system tells of a process.
+/// The peer program (fault_peer.cpp), and what the system reports about a process.
 namespace fault {
 
 class Peer {
  public:
   Peer();
-  /// Has it come to its end by itself where it has not, which a sanitizer's
-  /// complaint would show in.
+  /// Lets the program exit by itself if it is still running, and checks its exit status,
+  /// which would show the report of a sanitizer.
   ~Peer();
   Peer(const Peer&) = delete;
   Peer& operator=(const Peer&) = delete;
 
-  /// Sends one command line; its answer is to be taken with `answer`.
+  /// Sends one command line. `result` then returns its result line.
   void send(const std::string& command);
-  std::string answer();
-  std::string ask(const std::string& command);
+  std::string result();
+  /// Sends one command line and returns its result line.
+  std::string execute(const std::string& command);
 
-  /// Takes lines up to the answer of a "run"; the answer is the last one.
+  /// Lets the peer run a shell command. Returns the lines that the command prints, and the
+  /// result line last.
   std::vector<std::string> run(const std::string& command);
 
-  /// Stops it (SIGSTOP) and returns when it stands still.
+  /// Stops it (SIGSTOP) and returns when it has stopped.
   void suspend();
   void resume();
-  /// Kills it (SIGKILL) and returns when it has gone.
+  /// Kills it (SIGKILL) and returns when it has ended.
   void kill();
-  /// Has it come to its end and returns when it has gone.
+  /// Lets it exit and returns when it has ended.
   void quit();
 
   [[nodiscard]] pid_t pid() const { return process_.pid(); }
@@ -43,33 +45,32 @@ class Peer {
   bool hasEnded_ = false;
 };
 
-/// Waits until `holds`, for what gives no event to wait for: the state of another
-/// process. False when it has not come in time.
+/// Waits until `holds()`, for a condition without an event to wait for, such as the state
+/// of another process. False after a timeout.
 bool eventually(const std::function<bool()>& holds);
 
-/// How many descriptors process `pid` has open.
+/// The number of open descriptors of process `pid`.
 std::size_t descriptorCount(pid_t pid);
 
-/// The paths of the private pipes that `pid` has open and that still have their
-/// names, each once.
+/// The paths of the private pipes that `pid` has open and that still have their names;
+/// each path once.
 std::vector<std::string> namedPrivatePipes(pid_t pid);
 
-/// How many private pipes, with a name or without, `pid` has open.
+/// The number of private pipes, with or without a name, that `pid` has open.
 std::size_t privatePipeCount(pid_t pid);
 
-/// How much memory `pid` has in use, in KiB.
+/// The resident memory of `pid` in KiB.
 std::size_t residentKiB(pid_t pid);
 
-/// The lines of the states of the threads of `pid` that tell of a SIGPIPE which is
-/// pending, ignored, caught or blocked; none where all is as it was started.
-std::string sigpipeTraces(pid_t pid);
+/// The status lines of the threads of `pid` that show SIGPIPE as pending, ignored, caught
+/// or blocked; empty if its state is the initial one.
+std::string sigpipeState(pid_t pid);
 
-/// Whether memory that was freed is given out again soon: not so where a
-/// sanitizer holds it back.
+/// Whether freed memory is reused soon. Sanitizers hold it back.
 bool memoryIsReused();
 
-/// Whether a sanitizer wants descriptors of its own: the check of virtual calls
-/// makes a pipe to probe memory, and takes its refusal for a bad object.
+/// Whether a sanitizer needs descriptors of its own: the check of virtual calls makes a
+/// pipe to probe memory, and takes an error for an invalid object.
 bool sanitizerNeedsDescriptors();
 
 }  // namespace fault

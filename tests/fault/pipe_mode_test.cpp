@@ -19,20 +19,20 @@ struct stat statusOf(const std::string& path) {
 
 class PipeModeTest : public FaultTest, public testing::WithParamInterface<std::string> {
  protected:
-  /// A peer with the umask of this test; as root a user of its own, whom modes
-  /// matter to.
+  /// Sets the peer's umask to the one of this test. If the peer runs as root it becomes
+  /// another user, for whom modes make a difference.
   void prepare(Peer& peer) {
     if (::geteuid() == 0) {
-      ASSERT_EQ(peer.ask("become 54321 54321 54400"), "ok");
+      ASSERT_EQ(peer.execute("become 54321 54321 54400"), "ok");
     }
-    ASSERT_EQ(peer.ask("umask " + GetParam()), "ok");
+    ASSERT_EQ(peer.execute("umask " + GetParam()), "ok");
   }
 
   static gid_t sharedGroup() { return ::geteuid() == 0 ? 54400 : ::getegid(); }
 
-  /// The private pipes of a client that waits for the welcome of a server that
-  /// hangs, looked at one by one.
-  void lookAtPrivatePipes(mode_t mode, std::optional<gid_t> group) {
+  /// Checks the private pipes of a client during its handshake, while the server is
+  /// stopped.
+  void expectPrivatePipes(mode_t mode, std::optional<gid_t> group) {
     server_.suspend();
     Peer client;
     prepare(client);
@@ -52,36 +52,36 @@ class PipeModeTest : public FaultTest, public testing::WithParamInterface<std::s
       }
     }
     server_.resume();
-    EXPECT_EQ(client.answer(), success());
-    EXPECT_EQ(client.ask("get"), success() + " 0");
+    EXPECT_EQ(client.result(), success());
+    EXPECT_EQ(client.execute("get"), success() + " 0");
   }
 
   Peer server_;
 };
 
-TEST_P(PipeModeTest, MailboxAndPrivatePipesAreOpenToTheirUserAlone) {
+TEST_P(PipeModeTest, MailboxAndPrivatePipesAreOpenToTheirUserOnly) {
   prepare(server_);
-  ASSERT_EQ(server_.ask("serve " + port), success());
+  ASSERT_EQ(server_.execute("serve " + port), success());
   EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0600U);
-  lookAtPrivatePipes(0600, std::nullopt);
+  expectPrivatePipes(0600, std::nullopt);
 }
 
-TEST_P(PipeModeTest, MailboxAndPrivatePipesOfAGroupAreOpenToItToo) {
+TEST_P(PipeModeTest, MailboxAndPrivatePipesOfASharedPortAreOpenToTheGroup) {
   prepare(server_);
-  ASSERT_EQ(server_.ask("serve " + port + " " + std::to_string(sharedGroup())), success());
+  ASSERT_EQ(server_.execute("serve " + port + " " + std::to_string(sharedGroup())), success());
   EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0660U);
   EXPECT_EQ(statusOf(mailbox).st_gid, sharedGroup());
-  lookAtPrivatePipes(0660, sharedGroup());
+  expectPrivatePipes(0660, sharedGroup());
 }
 
-TEST_P(PipeModeTest, MailboxThatIsTakenOverGetsItsModeAnew) {
+TEST_P(PipeModeTest, ModeOfAMailboxThatIsTakenOverIsSet) {
   ASSERT_EQ(::mkfifo(mailbox.c_str(), 0600), 0);
   ASSERT_EQ(::chmod(mailbox.c_str(), 0666), 0);
   if (::geteuid() == 0) {
     ASSERT_EQ(::chown(mailbox.c_str(), 54321, 54321), 0);
   }
   prepare(server_);
-  ASSERT_EQ(server_.ask("serve " + port), success());
+  ASSERT_EQ(server_.execute("serve " + port), success());
   EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0600U);
 }
 

@@ -11,7 +11,7 @@ struct BadName {
   std::string port;
 };
 
-/// What the list of tests shows of a row.
+/// How the test list shows a row.
 void PrintTo(const BadName& row, std::ostream* out) {
   *out << row.name;
 }
@@ -20,12 +20,12 @@ std::vector<BadName> badNames() {
   return {
       {"Empty", ""},
       {"Slash", "/"},
-      {"SlashInFront", "/tmp/name"},
+      {"LeadingSlash", "/tmp/name"},
       {"SlashInside", "a/b"},
-      {"WayOut", "../name"},
+      {"ParentDirectory", "../name"},
       {"Dot", "."},
       {"DotDot", ".."},
-      {"DotInFront", ".x"},
+      {"LeadingDot", ".x"},
       {"NulInside", std::string("a\0b", 3)},
       {"OfTwoHundredAndOneBytes", std::string(201, 'n')},
       {"OfAMegabyte", std::string(1 << 20U, 'n')},
@@ -34,7 +34,7 @@ std::vector<BadName> badNames() {
 
 class BadPortNameTest : public testing::TestWithParam<BadName> {};
 
-TEST_P(BadPortNameTest, IsRefusedByServerAndClient) {
+TEST_P(BadPortNameTest, IsRejectedByServerAndClient) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
   ModelSrv::ModelRoot root(&manager);
   EXPECT_EQ(root.startAsServer(GetParam().port), ModelRes_BadName);
@@ -49,7 +49,7 @@ class PortNameTest : public FaultTest {
  protected:
   static void expectServed(const std::string& name) {
     Peer server;
-    ASSERT_EQ(server.ask("serve " + name), success());
+    ASSERT_EQ(server.execute("serve " + name), success());
     Client client;
     EXPECT_EQ(client.connect(name).result, ModelRes_Success);
     EXPECT_EQ(client.get(client.counter).text, "0");
@@ -67,7 +67,7 @@ TEST_F(PortNameTest, NameWithADotInsideWorks) {
   expectServed(port + ".x.fifo");
 }
 
-TEST_F(PortNameTest, NameOfBytesThatAreNoTextWorks) {
+TEST_F(PortNameTest, NameWithBytesThatAreNotTextWorks) {
   expectServed(port + "_\xC3\xA4\xFF\x1B*?");
 }
 

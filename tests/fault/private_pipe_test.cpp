@@ -14,11 +14,11 @@ using ModelSrv::ModelRes_Success;
 
 class PrivatePipeTest : public FaultTest {
  protected:
-  void SetUp() override { ASSERT_EQ(server_.ask("serve " + port), success()); }
+  void SetUp() override { ASSERT_EQ(server_.execute("serve " + port), success()); }
 
-  /// Starts `client` on a handshake with a server that hangs, and gives the names
-  /// of the pipes that it has made.
-  std::vector<std::string> halfWay(Peer& client) {
+  /// Stops the server, starts the handshake of `client` and returns the paths of the pipes
+  /// that it has made.
+  std::vector<std::string> startHandshake(Peer& client) {
     server_.suspend();
     client.send("connect " + port);
     EXPECT_TRUE(eventually([&] { return namedPrivatePipes(client.pid()).size() == 3; }));
@@ -33,7 +33,7 @@ class PrivatePipeTest : public FaultTest {
   Peer server_;
 };
 
-TEST_F(PrivatePipeTest, NamesAreGoneAfterTheHandshakeAndThePipesWork) {
+TEST_F(PrivatePipeTest, NamesAreRemovedAfterTheHandshakeAndThePipesWork) {
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   EXPECT_EQ(privatePipeCount(::getpid()), 3U);
@@ -43,9 +43,9 @@ TEST_F(PrivatePipeTest, NamesAreGoneAfterTheHandshakeAndThePipesWork) {
   EXPECT_EQ(client.get(client.counter).text, "0");
 }
 
-TEST_F(PrivatePipeTest, NamesAreNoServersAndDifferFromClientToClient) {
+TEST_F(PrivatePipeTest, NamesAreNotThoseOfServersAndAreUnique) {
   Peer first;
-  const auto paths = halfWay(first);
+  const auto paths = startHandshake(first);
   Peer second;
   second.send("connect " + port);
   ASSERT_TRUE(eventually([&] { return namedPrivatePipes(second.pid()).size() == 3; }));
@@ -59,15 +59,15 @@ TEST_F(PrivatePipeTest, NamesAreNoServersAndDifferFromClientToClient) {
     }
   }
   server_.resume();
-  EXPECT_EQ(first.answer(), success());
-  EXPECT_EQ(second.answer(), success());
+  EXPECT_EQ(first.result(), success());
+  EXPECT_EQ(second.result(), success());
 }
 
-TEST_F(PrivatePipeTest, LeftoversOfAClientKilledInMidHandshakeAreSweptByTheNextHandshake) {
+TEST_F(PrivatePipeTest, PipesOfAClientKilledDuringItsHandshakeAreRemovedByTheNextHandshake) {
   std::vector<std::string> leftovers;
   {
     Peer client;
-    leftovers = halfWay(client);
+    leftovers = startHandshake(client);
     client.kill();
   }
   ASSERT_EQ(leftovers.size(), 3U);
@@ -79,12 +79,12 @@ TEST_F(PrivatePipeTest, LeftoversOfAClientKilledInMidHandshakeAreSweptByTheNextH
   }
 }
 
-TEST_F(PrivatePipeTest, LiveClientsPipesAreNotSwept) {
+TEST_F(PrivatePipeTest, PipesOfALiveClientAreNotRemoved) {
   Peer waiting;
-  const auto pipes = halfWay(waiting);
+  const auto pipes = startHandshake(waiting);
   const std::string other = port + "_other";
   Peer otherServer;
-  ASSERT_EQ(otherServer.ask("serve " + other), success());
+  ASSERT_EQ(otherServer.execute("serve " + other), success());
   for (int i = 0; i < 20; ++i) {
     Client client;
     ASSERT_EQ(client.connect(other).result, ModelRes_Success);
@@ -93,11 +93,11 @@ TEST_F(PrivatePipeTest, LiveClientsPipesAreNotSwept) {
     EXPECT_TRUE(exists(path)) << path;
   }
   server_.resume();
-  EXPECT_EQ(waiting.answer(), success());
-  EXPECT_EQ(waiting.ask("get"), success() + " 0");
+  EXPECT_EQ(waiting.result(), success());
+  EXPECT_EQ(waiting.execute("get"), success() + " 0");
 }
 
-TEST_F(PrivatePipeTest, ManyClientsThatConnectAtOnceAllGetIn) {
+TEST_F(PrivatePipeTest, ManyClientsCanConnectAtTheSameTime) {
   std::vector<std::unique_ptr<Peer>> clients;
   for (int i = 0; i < 8; ++i) {
     clients.push_back(std::make_unique<Peer>());
@@ -107,19 +107,19 @@ TEST_F(PrivatePipeTest, ManyClientsThatConnectAtOnceAllGetIn) {
       client->send("connect " + port);
     }
     for (const auto& client : clients) {
-      EXPECT_EQ(client->answer(), success());
+      EXPECT_EQ(client->result(), success());
     }
   }
   for (const auto& client : clients) {
-    EXPECT_EQ(client->ask("get"), success() + " 0");
+    EXPECT_EQ(client->execute("get"), success() + " 0");
     EXPECT_EQ(privatePipeCount(client->pid()), 3U);
   }
 }
 
-TEST_F(PrivatePipeTest, SweepLeavesAloneWhatIsNoPrivatePipe) {
+TEST_F(PrivatePipeTest, SweepRemovesNothingButPrivatePipes) {
   const std::string token = wire::newToken();
-  const std::string file = wire::privatePath(token, ".req");
-  const std::string foreign = wire::privatePath(token, ".rep.fifo");
+  const std::string file = wire::privatePipePath(token, ".req");
+  const std::string foreign = wire::privatePipePath(token, ".rep.fifo");
   const std::string shortName = "/tmp/.krv-" + port + ".evt";
   const RawPipe regular(::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
   ASSERT_TRUE(regular.isOpen());
@@ -135,8 +135,8 @@ TEST_F(PrivatePipeTest, SweepLeavesAloneWhatIsNoPrivatePipe) {
 
 TEST_F(PrivatePipeTest, EveryDescriptorIsClosedOnExec) {
   Peer both;
-  ASSERT_EQ(both.ask("serve " + port + "_both"), success());
-  ASSERT_EQ(both.ask("connect " + port + "_both"), success());
+  ASSERT_EQ(both.execute("serve " + port + "_both"), success());
+  ASSERT_EQ(both.execute("connect " + port + "_both"), success());
   EXPECT_EQ(privatePipeCount(both.pid()), 3U);
   EXPECT_GE(descriptorCount(both.pid()), 6U + 3U + 2U);
   const auto lines = both.run("readlink /proc/self/fd/*; readlink /proc/$$/fd/*");
@@ -146,8 +146,8 @@ TEST_F(PrivatePipeTest, EveryDescriptorIsClosedOnExec) {
     EXPECT_EQ(line.find(".krv-"), std::string::npos) << line;
     EXPECT_EQ(line.find("anon_inode"), std::string::npos) << line;
   }
-  EXPECT_GE(lines.size(), 3U) << "the command has seen no descriptor at all";
-  EXPECT_EQ(both.ask("get"), success() + " 0");
+  EXPECT_GE(lines.size(), 3U) << "the command has listed no descriptor";
+  EXPECT_EQ(both.execute("get"), success() + " 0");
 }
 
 }  // namespace

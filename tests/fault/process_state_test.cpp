@@ -1,8 +1,7 @@
 #include "tests/fault/fault_test.h"
 #include "tests/fault/raw_pipe.h"
 
-// SIGPIPE has its default disposition in the peers, so that one which reached
-// them would be their end.
+// SIGPIPE has its default disposition in the peers, so the signal would end them.
 
 namespace fault {
 namespace {
@@ -15,40 +14,40 @@ std::string getText() {
                      wire::chain({textId}) + wire::u16(wire::wholeValue));
 }
 
-TEST_F(FaultTest, ClientWhoseServerIsKilledGetsNoSigpipeAndItsSignalStateStays) {
+TEST_F(FaultTest, ClientWhoseServerIsKilledGetsNoSigpipeAndKeepsItsSignalState) {
   Peer server;
-  ASSERT_EQ(server.ask("serve " + port), success());
+  ASSERT_EQ(server.execute("serve " + port), success());
   Peer client;
-  ASSERT_EQ(client.ask("connect " + port), success());
-  ASSERT_EQ(client.ask("subscribe"), success());
+  ASSERT_EQ(client.execute("connect " + port), success());
+  ASSERT_EQ(client.execute("subscribe"), success());
   server.kill();
   for (int i = 0; i < 10; ++i) {
-    EXPECT_EQ(client.ask("get"), number(ModelRes_NotConnected) + " ");
-    EXPECT_EQ(client.ask("connect " + port), number(ModelRes_NotConnected));
+    EXPECT_EQ(client.execute("get"), number(ModelRes_NotConnected) + " ");
+    EXPECT_EQ(client.execute("connect " + port), number(ModelRes_NotConnected));
   }
-  EXPECT_TRUE(eventually([&] { return sigpipeTraces(client.pid()).empty(); }))
-      << sigpipeTraces(client.pid());
+  EXPECT_TRUE(eventually([&] { return sigpipeState(client.pid()).empty(); }))
+      << sigpipeState(client.pid());
   client.quit();
 }
 
-TEST_F(FaultTest, ServerWhoseClientsLeaveAtTheWorstTimeGetsNoSigpipeAndItsSignalStateStays) {
+TEST_F(FaultTest, ServerWhoseClientsDisconnectDuringWritesGetsNoSigpipeAndKeepsItsSignalState) {
   Peer server;
-  ASSERT_EQ(server.ask("serve " + port), success());
-  ASSERT_EQ(server.ask("settext 1000000"), success());
+  ASSERT_EQ(server.execute("serve " + port), success());
+  ASSERT_EQ(server.execute("settext 1000000"), success());
   for (int round = 0; round < 5; ++round) {
     RawClient noReplies;
     ASSERT_TRUE(noReplies.connect(mailbox));
     noReplies.replies.close();
-    // The server may have noticed before it read this.
+    // The server may close the connection before it reads this.
     static_cast<void>(noReplies.requests.write(getText()));
     EXPECT_TRUE(noReplies.events.ended());
 
     RawClient noEvents;
     ASSERT_TRUE(noEvents.connect(mailbox));
     ASSERT_TRUE(
-        noEvents.ask(wire::subscribe, wire::chain({counterId}) + wire::u16(wire::wholeValue)));
+        noEvents.exchange(wire::subscribe, wire::chain({counterId}) + wire::u16(wire::wholeValue)));
     noEvents.events.close();
-    ASSERT_EQ(server.ask("set " + std::to_string(round + 1)), success());
+    ASSERT_EQ(server.execute("set " + std::to_string(round + 1)), success());
     EXPECT_TRUE(noEvents.replies.ended());
 
     RawClient halfReply;
@@ -59,24 +58,24 @@ TEST_F(FaultTest, ServerWhoseClientsLeaveAtTheWorstTimeGetsNoSigpipeAndItsSignal
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   EXPECT_EQ(client.get(client.counter).text, "5");
-  EXPECT_TRUE(eventually([&] { return sigpipeTraces(server.pid()).empty(); }))
-      << sigpipeTraces(server.pid());
+  EXPECT_TRUE(eventually([&] { return sigpipeState(server.pid()).empty(); }))
+      << sigpipeState(server.pid());
   server.quit();
 }
 
-TEST_F(FaultTest, ClientThatIsGoneBeforeItsWelcomeCostsTheServerNothing) {
+TEST_F(FaultTest, ClientThatExitsBeforeItsWelcomeLeavesNothingInTheServer) {
   Peer server;
-  ASSERT_EQ(server.ask("serve " + port), success());
+  ASSERT_EQ(server.execute("serve " + port), success());
   const std::size_t before = descriptorCount(server.pid());
   for (int round = 0; round < 10; ++round) {
     RawClient client;
-    ASSERT_TRUE(client.sayHello(mailbox));
+    ASSERT_TRUE(client.sendHello(mailbox));
   }
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   EXPECT_TRUE(eventually([&] { return descriptorCount(server.pid()) == before + 3; }));
-  EXPECT_TRUE(eventually([&] { return sigpipeTraces(server.pid()).empty(); }))
-      << sigpipeTraces(server.pid());
+  EXPECT_TRUE(eventually([&] { return sigpipeState(server.pid()).empty(); }))
+      << sigpipeState(server.pid());
 }
 
 }  // namespace

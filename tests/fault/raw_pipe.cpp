@@ -17,30 +17,30 @@ namespace fault {
 
 namespace {
 
-/// Keeps a SIGPIPE of this thread's writes from the process, whose disposition is
-/// part of what is tested.
-class PipeSignalHeld {
+/// Blocks the SIGPIPE of this thread's writes. The disposition of the process is part of
+/// what is tested, so it must not change.
+class SigpipeBlock {
  public:
-  PipeSignalHeld() {
+  SigpipeBlock() {
     sigemptyset(&set_);
     sigaddset(&set_, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &set_, &before_);
   }
-  ~PipeSignalHeld() {
+  ~SigpipeBlock() {
     const timespec none{};
     while (sigtimedwait(&set_, nullptr, &none) > 0) {
     }
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
   }
-  PipeSignalHeld(const PipeSignalHeld&) = delete;
-  PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
+  SigpipeBlock(const SigpipeBlock&) = delete;
+  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
 
  private:
   sigset_t set_{};
   sigset_t before_{};
 };
 
-constexpr std::array<const char*, 3> endings{".req", ".rep", ".evt"};
+constexpr std::array<const char*, 3> suffixes{".req", ".rep", ".evt"};
 
 }  // namespace
 
@@ -78,7 +78,7 @@ bool RawPipe::await(short events) const {
 }
 
 bool RawPipe::write(std::string_view bytes) const {
-  const PipeSignalHeld held;
+  const SigpipeBlock block;
   while (!bytes.empty()) {
     const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
     if (count >= 0) {
@@ -93,12 +93,12 @@ bool RawPipe::write(std::string_view bytes) const {
 std::string RawPipe::read(std::size_t count) const {
   std::string bytes(count, '\0');
   std::size_t done = 0;
-  // Waiting comes first: without a writer so far a read would give an end.
+  // Waits first: while no writer has opened the pipe, a read returns an end of file.
   while (done < count && await(POLLIN)) {
-    const ssize_t got = ::read(descriptor_, bytes.data() + done, count - done);
-    if (got > 0) {
-      done += static_cast<std::size_t>(got);
-    } else if (got == 0 || (errno != EINTR && errno != EAGAIN)) {
+    const ssize_t received = ::read(descriptor_, bytes.data() + done, count - done);
+    if (received > 0) {
+      done += static_cast<std::size_t>(received);
+    } else if (received == 0 || (errno != EINTR && errno != EAGAIN)) {
       break;
     }
   }
@@ -127,18 +127,18 @@ bool RawPipe::ended() const {
 }
 
 RawClient::RawClient() {
-  requestReader_ = make(endings[0]);
-  requests = RawPipe::open(wire::privatePath(token, endings[0]), O_WRONLY);
-  replies = make(endings[1]);
-  events = make(endings[2]);
+  requestReader_ = make(suffixes[0]);
+  requests = RawPipe::open(wire::privatePipePath(token, suffixes[0]), O_WRONLY);
+  replies = make(suffixes[1]);
+  events = make(suffixes[2]);
 }
 
 RawClient::~RawClient() {
   removeNames();
 }
 
-RawPipe RawClient::make(std::string_view ending) const {
-  const std::string path = wire::privatePath(token, ending);
+RawPipe RawClient::make(std::string_view suffix) const {
+  const std::string path = wire::privatePipePath(token, suffix);
   constexpr int attempts = 100;
   for (int attempt = 0; attempt < attempts; ++attempt) {
     ::mkfifo(path.c_str(), 0600);
@@ -154,20 +154,20 @@ RawPipe RawClient::make(std::string_view ending) const {
 }
 
 void RawClient::removeNames() const {
-  for (const char* const ending : endings) {
-    ::unlink(wire::privatePath(token, ending).c_str());
+  for (const char* const suffix : suffixes) {
+    ::unlink(wire::privatePipePath(token, suffix).c_str());
   }
 }
 
-bool RawClient::sayHello(const std::string& mailbox, std::string_view before,
-                         wire::Order order) const {
+bool RawClient::sendHello(const std::string& mailbox, std::string_view before,
+                          wire::Order order) const {
   const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
   return pipe.isOpen() && pipe.write(std::string(before) + wire::hello(token, order));
 }
 
-bool RawClient::welcomed() {
-  const auto answer = replies.readFrame();
-  if (!answer || answer->kind != wire::welcome || answer->code != 0) {
+bool RawClient::awaitWelcome() {
+  const auto reply = replies.readFrame();
+  if (!reply || reply->kind != wire::welcome || reply->code != 0) {
     return false;
   }
   requestReader_.close();
@@ -176,14 +176,14 @@ bool RawClient::welcomed() {
   return started && started->kind == wire::event && started->code == 1;
 }
 
-std::optional<wire::Frame> RawClient::ask(std::uint16_t operation, std::string_view payload) {
+std::optional<wire::Frame> RawClient::exchange(std::uint16_t operation, std::string_view payload) {
   const std::uint32_t sequence = ++sequence_;
   if (!requests.write(wire::frame(wire::request, operation, sequence, payload))) {
     return std::nullopt;
   }
-  auto answer = replies.readFrame();
-  const bool right = answer && answer->kind == wire::reply && answer->sequence == sequence;
-  return right ? answer : std::nullopt;
+  auto reply = replies.readFrame();
+  const bool isReply = reply && reply->kind == wire::reply && reply->sequence == sequence;
+  return isReply ? reply : std::nullopt;
 }
 
 RawServer::RawServer(const std::string& mailbox) : path_(mailbox) {
@@ -210,13 +210,13 @@ bool RawServer::accept(std::string_view welcome) {
     return false;
   }
   const std::string token = hello.substr(tokenAt, tokenSize);
-  replies = RawPipe::open(wire::privatePath(token, endings[1]), O_WRONLY);
-  events = RawPipe::open(wire::privatePath(token, endings[2]), O_WRONLY);
-  requests = RawPipe::open(wire::privatePath(token, endings[0]), O_RDONLY);
+  replies = RawPipe::open(wire::privatePipePath(token, suffixes[1]), O_WRONLY);
+  events = RawPipe::open(wire::privatePipePath(token, suffixes[2]), O_WRONLY);
+  requests = RawPipe::open(wire::privatePipePath(token, suffixes[0]), O_RDONLY);
   return replies.isOpen() && events.isOpen() && requests.isOpen() && replies.write(welcome);
 }
 
-std::optional<wire::Frame> RawServer::readQuestion() const {
+std::optional<wire::Frame> RawServer::readRequest() const {
   auto request = requests.readFrame();
   while (request && request->code == wire::prefetch &&
          replies.write(wire::frame(wire::reply, wire::badRequest, request->sequence, {}))) {

@@ -10,7 +10,7 @@
 
 namespace fault {
 
-/// One end of a pipe in a test's hand. Every wait has a deadline.
+/// One end of a pipe that a test reads or writes itself. Every wait has a timeout.
 class RawPipe {
  public:
   RawPipe() = default;
@@ -19,31 +19,30 @@ class RawPipe {
   RawPipe(RawPipe&& other) noexcept;
   RawPipe& operator=(RawPipe&& other) noexcept;
 
-  /// open(2), not blocking, closed on exec and not through links; not open where
-  /// it failed.
+  /// open(2) with O_NONBLOCK, O_CLOEXEC and O_NOFOLLOW. After an error the result is not
+  /// open.
   static RawPipe open(const std::string& path, int flags);
 
   [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
   [[nodiscard]] int descriptor() const { return descriptor_; }
   void close();
 
-  /// flock(2) against others and sweeps.
+  /// flock(2), which also keeps a sweep from removing the pipe.
   [[nodiscard]] bool lock() const;
 
-  /// Writes all of `bytes`; false where the reader has gone or takes none.
+  /// Writes all of `bytes`; false if the reader has closed the pipe or does not read.
   [[nodiscard]] bool write(std::string_view bytes) const;
 
-  /// Exactly `count` bytes; fewer where the writer has gone or sends no more.
+  /// Reads `count` bytes; fewer if the writer has closed the pipe or writes no more.
   [[nodiscard]] std::string read(std::size_t count) const;
 
-  /// The next frame; nothing where none came whole.
+  /// The next frame; empty if no complete frame comes.
   [[nodiscard]] std::optional<wire::Frame> readFrame() const;
 
-  /// How many bytes lie in the pipe now, seen from either end.
+  /// The number of bytes in the pipe; works at either end.
   [[nodiscard]] std::size_t pendingBytes() const;
 
-  /// Waits for the end of the pipe: the writer has gone. False where bytes came
-  /// instead, or nothing.
+  /// Waits until the writer has closed the pipe. False if bytes come instead, or nothing.
   [[nodiscard]] bool ended() const;
 
  private:
@@ -52,7 +51,7 @@ class RawPipe {
   int descriptor_ = -1;
 };
 
-/// A client made by hand: its pipes, its hello.
+/// A client that speaks the protocol without the library.
 class RawClient {
  public:
   RawClient();
@@ -60,18 +59,19 @@ class RawClient {
   RawClient(const RawClient&) = delete;
   RawClient& operator=(const RawClient&) = delete;
 
-  /// Writes its hello to the mailbox, `before` in front of it in the same write.
-  [[nodiscard]] bool sayHello(const std::string& mailbox, std::string_view before = {},
-                              wire::Order order = wire::Order::leastFirst) const;
+  /// Writes `before` and the hello to the mailbox in one write.
+  [[nodiscard]] bool sendHello(const std::string& mailbox, std::string_view before = {},
+                               wire::Order order = wire::Order::leastFirst) const;
 
-  /// Waits for the welcome and, behind it, the started event, and takes the names
-  /// of the pipes away.
-  [[nodiscard]] bool welcomed();
+  /// Waits for the welcome and the started event, and removes the names of the pipes.
+  [[nodiscard]] bool awaitWelcome();
 
-  [[nodiscard]] bool connect(const std::string& mailbox) { return sayHello(mailbox) && welcomed(); }
+  [[nodiscard]] bool connect(const std::string& mailbox) {
+    return sendHello(mailbox) && awaitWelcome();
+  }
 
-  /// Sends one request and waits for its reply.
-  std::optional<wire::Frame> ask(std::uint16_t operation, std::string_view payload);
+  /// Sends one request and waits for its reply; empty if none comes.
+  std::optional<wire::Frame> exchange(std::uint16_t operation, std::string_view payload);
 
   const std::string token = wire::newToken();
   RawPipe requests;  ///< for writing
@@ -80,13 +80,13 @@ class RawClient {
 
  private:
   void removeNames() const;
-  RawPipe make(std::string_view ending) const;
+  RawPipe make(std::string_view suffix) const;
 
-  RawPipe requestReader_;  ///< until the server reads them
+  RawPipe requestReader_;  ///< open until the server has opened the pipe
   std::uint32_t sequence_ = 0;
 };
 
-/// A server made by hand, for one client.
+/// A server that speaks the protocol without the library, for one client.
 class RawServer {
  public:
   /// Makes and locks the mailbox.
@@ -95,14 +95,14 @@ class RawServer {
   RawServer(const RawServer&) = delete;
   RawServer& operator=(const RawServer&) = delete;
 
-  /// Takes one hello and opens the client's pipes; `welcome` is what it answers.
+  /// Reads one hello, opens the client's pipes and writes `welcome`.
   [[nodiscard]] bool accept(std::string_view welcome);
-  /// As it ought to be.
+  /// Accepts one client with a valid welcome.
   [[nodiscard]] bool accept() { return accept(wire::frame(wire::welcome, 0, 0, {})); }
 
-  /// The next request that is for one thing: a server need not give prefetch, and
-  /// this one answers that it does not.
-  [[nodiscard]] std::optional<wire::Frame> readQuestion() const;
+  /// The next request that is not a prefetch. Replies to prefetch requests that they are
+  /// not supported, as a server may.
+  [[nodiscard]] std::optional<wire::Frame> readRequest() const;
 
   RawPipe requests;  ///< for reading
   RawPipe replies;   ///< for writing

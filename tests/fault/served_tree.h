@@ -8,12 +8,12 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
 
-/// The tree that the server of these tests publishes.
+/// The tree that the server of these tests serves.
 namespace fault {
 
 inline constexpr ModelSrv::ModelPartId counterId = 1;
 inline constexpr ModelSrv::ModelPartId textId = 2;
-/// A node with `manyParts` counters, whose ids begin at 0.
+/// A node with `manyParts` counters of the ids 0 and up.
 inline constexpr ModelSrv::ModelPartId manyId = 3;
 inline constexpr unsigned manyParts = 1000;
 
@@ -22,8 +22,7 @@ inline std::uint32_t lastOfMany(unsigned id, unsigned changes) {
   return (changes - 1 - id) / manyParts * manyParts + id + 1;
 }
 
-/// A text of `size` bytes that holds every byte but the line feed, so that the
-/// control lines of the peer program could not carry it by accident.
+/// A text of `size` printable bytes. The pattern changes every 64 KiB.
 inline std::string patternText(std::size_t size) {
   std::string text(size, 'x');
   for (std::size_t i = 0; i < size; ++i) {
@@ -45,7 +44,7 @@ struct ServedTree {
     }
   }
 
-  /// Gives the parts of `many` the values 1 to `changes`, in turn.
+  /// Sets the parts of `many` to the values 1 to `changes`, in turn.
   void changeMany(unsigned changes) {
     for (unsigned i = 0; i < changes; ++i) {
       static_cast<void>(parts[i % manyParts]->setValue(i + 1));

@@ -12,8 +12,8 @@ constexpr char version = 1;
 std::string bytesOf(std::uint32_t value, std::size_t count, Order order) {
   std::string bytes;
   for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t place = order == Order::leastFirst ? i : count - 1 - i;
-    bytes.push_back(static_cast<char>(value >> (8U * place) & 0xFFU));
+    const std::size_t position = order == Order::leastFirst ? i : count - 1 - i;
+    bytes.push_back(static_cast<char>(value >> (8U * position) & 0xFFU));
   }
   return bytes;
 }
@@ -45,8 +45,8 @@ std::string u32(std::uint32_t value, Order order) {
 std::uint32_t readNumber(std::string_view bytes, Order order) {
   std::uint32_t value = 0;
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    const std::size_t place = order == Order::leastFirst ? bytes.size() - 1 - i : i;
-    value = value << 8U | static_cast<std::uint8_t>(bytes[place]);
+    const std::size_t position = order == Order::leastFirst ? bytes.size() - 1 - i : i;
+    value = value << 8U | static_cast<std::uint8_t>(bytes[position]);
   }
   return value;
 }
@@ -86,14 +86,14 @@ std::string hello(std::string_view token, Order order, std::uint32_t behaviour) 
   return bytes + u32(checksum(bytes), order);
 }
 
-std::string privatePath(std::string_view token, std::string_view ending) {
+std::string privatePipePath(std::string_view token, std::string_view suffix) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string path = "/tmp/.krv-";
   for (const char byte : token) {
     path += digits[static_cast<std::uint8_t>(byte) >> 4U];
     path += digits[static_cast<std::uint8_t>(byte) & 0xFU];
   }
-  return path.append(ending);
+  return path.append(suffix);
 }
 
 std::string newToken() {

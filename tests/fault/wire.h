@@ -5,12 +5,11 @@
 #include <string>
 #include <string_view>
 
-/// The bytes of the protocol written and read by hand, so that what the library
-/// sends and takes is checked against the description (platform/PROTOCOL.md) and
-/// not against itself.
+/// An independent codec of the protocol, so that the library is checked against the
+/// description (platform/PROTOCOL.md) and not against itself.
 namespace fault::wire {
 
-/// Whose least significant byte comes first, as the "order" byte of a frame has it.
+/// The byte order, with the values of the flag in a frame.
 enum class Order : std::uint8_t { leastFirst = 0, mostFirst = 1 };
 
 enum Kind : std::uint8_t { request = 1, reply = 2, event = 3, welcome = 4 };
@@ -46,27 +45,26 @@ struct Frame {
   std::string payload;
 };
 
-/// A whole frame. `length` is what the header claims, the payload's size where not
-/// given.
+/// A frame. `length` is the length in the header; by default the payload's size.
 std::string frame(std::uint8_t kind, std::uint16_t code, std::uint32_t sequence,
                   std::string_view payload, std::optional<std::uint32_t> length = std::nullopt,
                   Order order = Order::leastFirst);
 
-/// The header of a frame; `bytes` are its 16.
+/// The header of a frame from its 16 bytes.
 Frame parseHeader(std::string_view bytes);
 
-/// Depth and ids of a part below the root.
+/// A chain: depth and ids of a part below the root.
 std::string chain(std::initializer_list<std::uint16_t> ids, Order order = Order::leastFirst);
 
-/// The hello of a client whose private pipes `token` (16 bytes) names.
+/// The hello of a client with that `token` (16 bytes).
 std::string hello(std::string_view token, Order order = Order::leastFirst,
                   std::uint32_t behaviour = 1);
 inline constexpr std::size_t helloSize = 36;
 
-/// "/tmp/.krv-<token in hex>" and `ending`.
-std::string privatePath(std::string_view token, std::string_view ending);
+/// "/tmp/.krv-<token in hexadecimal>" and `suffix`.
+std::string privatePipePath(std::string_view token, std::string_view suffix);
 
-/// 16 bytes that nobody else has.
+/// 16 random bytes.
 std::string newToken();
 
 }  // namespace fault::wire
