@@ -1,8 +1,7 @@
 /// Frames: decoding of headers, and reassembly from reads of any size.
 ///
-/// Input: one byte that says how the stream is cut, then the stream. However it
-/// is cut, the same frames come out, each where it lies in the stream, and the
-/// reading ends the same way.
+/// Input: one byte that says how the stream is cut, then the stream. Whatever the cuts, the
+/// reader returns the same frames, and the last status is the same.
 ///
 /// Corpus: `request`, `reply_and_events` (three frames), `foreign_order`,
 /// `cut_in_payload`, `lying_length`, `unknown_kind`.
@@ -24,13 +23,14 @@ struct Reading {
   bool malformed = false;
 };
 
-// Takes what is there; at most `limit` frames.
+// Reads the available frames; at most `limit`.
 void take(FrameReader& reader, Reading& reading, std::uint32_t limit) {
   Frame frame;
   for (std::uint32_t taken = 0; taken < limit; ++taken) {
     switch (reader.next(frame)) {
       case FrameReader::Status::frame:
-        require(frame.payload.size() == frame.header.length, "a frame's payload has its length");
+        require(frame.payload.size() == frame.header.length,
+                "a payload has the length of its header");
         reading.headers.push_back(frame.header);
         reading.payloads.insert(reading.payloads.end(), frame.payload.begin(), frame.payload.end());
         break;
@@ -52,8 +52,8 @@ Reading readWhole(std::span<const std::uint8_t> stream) {
   return reading;
 }
 
-// Some pieces are read to their end, of others only a frame or none is taken
-// before the next comes.
+// Some pieces are read completely; of others one frame or none is read before the next
+// piece is fed.
 Reading readPieces(fuzz::Pieces pieces) {
   Reading reading;
   FrameReader reader;
@@ -80,31 +80,31 @@ void checkHeader(const FrameHeader& header, std::span<const std::uint8_t> wire) 
   encodeHeader(header, encoded.data());
   const auto again = decodeHeader(encoded.data());
   require(again && again->order == nativeOrder && sameFields(*again, header),
-          "a header survives being written");
-  // What is reserved is not read, and written as 0.
-  const auto isWrittenAsItCame = [&](std::size_t begin, std::size_t end) {
+          "a header is decoded as it was encoded");
+  // The reserved field is not read, and is written as 0.
+  const auto isUnchanged = [&](std::size_t begin, std::size_t end) {
     return std::equal(encoded.data() + begin, encoded.data() + end, wire.data() + begin);
   };
   constexpr std::size_t reservedBegin = 8;
   constexpr std::size_t reservedEnd = 12;
-  require(header.order != nativeOrder || (isWrittenAsItCame(0, reservedBegin) &&
-                                          isWrittenAsItCame(reservedEnd, FrameHeader::size)),
-          "a header in this machine's order is written as it came");
+  require(header.order != nativeOrder ||
+              (isUnchanged(0, reservedBegin) && isUnchanged(reservedEnd, FrameHeader::size)),
+          "a header in this machine's byte order is encoded as it was received");
 }
 
-void checkPlaces(const Reading& reading, std::span<const std::uint8_t> stream) {
+void checkStream(const Reading& reading, std::span<const std::uint8_t> stream) {
   std::span<const std::uint8_t> payloads(reading.payloads);
   for (const FrameHeader& header : reading.headers) {
-    require(stream.size() >= FrameHeader::size + header.length, "a frame has come whole");
+    require(stream.size() >= FrameHeader::size + header.length, "a frame is complete");
     checkHeader(header, stream);
     const auto wire = stream.subspan(FrameHeader::size, header.length);
     require(std::equal(wire.begin(), wire.end(), payloads.begin()),
-            "a payload is what lies behind its header");
+            "a payload is what follows its header");
     payloads = payloads.subspan(header.length);
     stream = stream.subspan(FrameHeader::size + header.length);
   }
   if (reading.malformed) {
-    require(!decodeHeader(stream.data()), "only what is no header is refused");
+    require(!decodeHeader(stream.data()), "only an invalid header is rejected");
   }
 }
 
@@ -116,11 +116,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::span<const std::uint8_t> stream = input.rest();
   const Reading whole = readWhole(stream);
   const Reading cut = readPieces(fuzz::Pieces(stream, seed));
-  checkPlaces(whole, stream);
-  require(whole.malformed == cut.malformed, "what is malformed is so however it is cut");
+  checkStream(whole, stream);
+  require(whole.malformed == cut.malformed, "a malformed stream is malformed whatever the cuts");
   require(whole.payloads == cut.payloads &&
               std::equal(whole.headers.begin(), whole.headers.end(), cut.headers.begin(),
                          cut.headers.end(), sameFields),
-          "the same frames come however they are cut");
+          "the frames are the same whatever the cuts");
   return 0;
 }

@@ -1,10 +1,10 @@
 /// The mailbox: hellos found among garbage, in reads of any size.
 ///
-/// Input: one byte that says how the stream is cut, then the stream. What is found
-/// is what looking at every place of the stream in turn finds.
+/// Input: one byte that says how the stream is cut, then the stream. The scanner finds the
+/// same hellos as a search at every offset of the stream.
 ///
 /// Corpus: `hello`, `foreign_order`, `garbage_then_hello`, `magic_in_magic` (the
-/// beginning of a hello in front of a whole one), `bad_checksum_then_hello`,
+/// beginning of a hello before a complete one), `bad_checksum_then_hello`,
 /// `two_hellos`.
 
 #include <cstring>
@@ -38,16 +38,16 @@ std::vector<Hello> scanPieces(fuzz::Pieces pieces) {
   return hellos;
 }
 
-// Whether the checksum, in either order, is the one of what stands before it.
+// Whether the checksum, in either byte order, is that of the bytes before it.
 bool hasChecksum(std::span<const std::uint8_t> bytes) {
   constexpr std::size_t checksumAt = helloSize - sizeof(std::uint32_t);
   const std::uint32_t sum = crc32(bytes.first(checksumAt));
-  std::uint32_t held = 0;
-  std::memcpy(&held, bytes.data() + checksumAt, sizeof held);
-  return held == sum || __builtin_bswap32(held) == sum;
+  std::uint32_t stored = 0;
+  std::memcpy(&stored, bytes.data() + checksumAt, sizeof stored);
+  return stored == sum || __builtin_bswap32(stored) == sum;
 }
 
-std::vector<Hello> scanEveryPlace(std::span<const std::uint8_t> stream) {
+std::vector<Hello> scanEveryOffset(std::span<const std::uint8_t> stream) {
   std::vector<Hello> hellos;
   while (stream.size() >= helloSize) {
     const std::span<const std::uint8_t> window = stream.first(helloSize);
@@ -75,14 +75,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t seed = input.u8();
   const std::span<const std::uint8_t> stream = input.rest();
   const std::vector<Hello> found = scanPieces(fuzz::Pieces(stream, seed));
-  const std::vector<Hello> expected = scanEveryPlace(stream);
+  const std::vector<Hello> expected = scanEveryOffset(stream);
   require(std::equal(found.begin(), found.end(), expected.begin(), expected.end(), sameHello),
-          "every hello is found, and nothing else");
+          "exactly the hellos are found");
   for (const Hello& hello : found) {
     HelloScanner scanner;
     scanner.feed(encodeHello(hello));
     const std::optional<Hello> again = scanner.next();
-    require(again && sameHello(*again, hello), "a hello survives being written");
+    require(again && sameHello(*again, hello), "a hello is decoded as it was encoded");
   }
   return 0;
 }

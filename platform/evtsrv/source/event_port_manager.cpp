@@ -7,7 +7,7 @@ namespace EvtSrv {
 EventPortManager::EventPortManager(unsigned behaviour, bool reconnect)
     : core_(std::make_unique<internal::ManagerCore>(internal::posixSystem(), clientMutex,
                                                     reconnect)) {
-  // Nothing here leaves the device, whatever the behaviour says.
+  // No behaviour bit has an effect: this library never connects over a network.
   static_cast<void>(behaviour);
 }
 

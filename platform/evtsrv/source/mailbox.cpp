@@ -96,8 +96,7 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
 }
 
 int Mailbox::openPipe(const FileDescriptor& name, const struct stat& named) {
-  // Opened for reading and writing it never reports an end of file, however often
-  // clients open and close it (fifo(7)).
+  // A pipe that is also open for writing never reports an end of file (fifo(7)).
   constexpr int flags = O_RDWR | O_NONBLOCK;
   int result = pipe_.adopt(*system_, system_->open(path_, flags));
   // If a strict umask removed this user's access when the pipe was made.

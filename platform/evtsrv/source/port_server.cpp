@@ -53,8 +53,8 @@ void PortServer::beginStop() {
   closeMailbox();
   stopping_ = true;
   core_.beginTermination();
-  // Backwards: a link that ends at once is replaced by the last one, which has had
-  // its turn.
+  // Backwards: if a link ends immediately, the last link, which is done already, takes its
+  // index.
   for (std::size_t i = links_.size(); i > 0; --i) {
     const auto link = links_[i - 1];
     link->drainAndClose();

@@ -21,8 +21,8 @@ class ReadyHandler {
   virtual bool ready(unsigned role, std::uint32_t events) = 0;
 };
 
-/// Sets a flag for the length of a block. Handlers mark with it that they are in a
-/// call, so that a nested dispatch can tell.
+/// Sets a flag for the length of a block. A handler marks its calls with it, so that a
+/// nested dispatch can see that one is in progress.
 class ScopedFlag {
  public:
   explicit ScopedFlag(bool& flag) : flag_(flag) { flag_ = true; }

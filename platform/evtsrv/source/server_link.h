@@ -45,7 +45,7 @@ class ServerLink final : public ServerConnection,
   ~ServerLink() override;
 
   /// Opens a session of `port`, welcomes the client and sends the started event. On
-  /// any other result than `EvtRes_Success` the client has got a refusal at most.
+  /// any other result than `EvtRes_Success` the client has received a refusal or nothing.
   EvtRes open(ServedPort& port);
 
   /// Writes a welcome to `reply` that refuses the client because of `reason`.

@@ -6,7 +6,7 @@
 
 #include "evtsrv/source/frame.h"
 
-/// What stands between a served port and the code that serves it. Everything here
+/// The interfaces between a served port and the code that serves it. Everything here
 /// runs with the manager's client mutex held.
 namespace EvtSrv::internal {
 
@@ -28,8 +28,8 @@ class ServerConnection {
 
 /// The state that a served port keeps for one connected client. It is destroyed when
 /// the connection ends. If the connection ends during a call of the session, the
-/// session is destroyed after that call has returned; the `PortServer` may be gone by
-/// then.
+/// session is destroyed after that call has returned, and the `PortServer` may have been
+/// destroyed before.
 class ServerSession {
  public:
   virtual ~ServerSession() = default;

@@ -9,16 +9,16 @@
 namespace {
 
 std::atomic<std::size_t> allocations{0};
-std::atomic<std::size_t> cachedBytes{0};
-std::atomic<std::size_t> largest{SIZE_MAX};
+std::atomic<std::size_t> allocatedBytes{0};
+std::atomic<std::size_t> maxAllocation{SIZE_MAX};
 
-/// As long as it lives, no allocation is given above a size.
-class Scarcity {
+/// During its lifetime, allocations above a size fail.
+class AllocationLimit {
  public:
-  explicit Scarcity(std::size_t size) { largest = size; }
-  ~Scarcity() { largest = SIZE_MAX; }
-  Scarcity(const Scarcity&) = delete;
-  Scarcity& operator=(const Scarcity&) = delete;
+  explicit AllocationLimit(std::size_t size) { maxAllocation = size; }
+  ~AllocationLimit() { maxAllocation = SIZE_MAX; }
+  AllocationLimit(const AllocationLimit&) = delete;
+  AllocationLimit& operator=(const AllocationLimit&) = delete;
 };
 
 }  // namespace
@@ -27,15 +27,15 @@ class Scarcity {
 // warn of a pointer from "new" that is passed to free().
 [[gnu::noinline]] void* operator new(std::size_t size) {
   ++allocations;
-  if (void* memory = size > largest ? nullptr : std::malloc(size > 0 ? size : 1)) {
-    cachedBytes += ::malloc_usable_size(memory);
+  if (void* memory = size > maxAllocation ? nullptr : std::malloc(size > 0 ? size : 1)) {
+    allocatedBytes += ::malloc_usable_size(memory);
     return memory;
   }
   throw std::bad_alloc();
 }
 
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
-  cachedBytes -= ::malloc_usable_size(memory);
+  allocatedBytes -= ::malloc_usable_size(memory);
   std::free(memory);
 }
 
@@ -46,7 +46,7 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 namespace EvtSrv::internal {
 namespace {
 
-TEST(Exchange, AllocatesNothingOnEitherSideOnceItIsWarm) {
+TEST(Exchange, AllocatesNothingOnEitherSideAfterAWarmUp) {
   const std::string name = uniquePort();
   EchoServer server;
   EchoClient client;
@@ -56,24 +56,24 @@ TEST(Exchange, AllocatesNothingOnEitherSideOnceItIsWarm) {
   ASSERT_EQ(client.connect(name), EvtRes_Success);
   std::string text(3000, 'x');
   for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(client.ask(text), EvtRes_Success);
+    ASSERT_EQ(client.request(text), EvtRes_Success);
   }
   const std::size_t before = allocations;
   for (int i = 0; i < 100; ++i) {
-    ASSERT_EQ(client.ask(text), EvtRes_Success);
+    ASSERT_EQ(client.request(text), EvtRes_Success);
   }
   EXPECT_EQ(allocations - before, 0U);
 }
 
-TEST(Connection, HoldsLittleInTheServerWhileItIsIdle) {
+TEST(Connection, UsesLittleMemoryInTheServerWhileItIsIdle) {
   const std::string name = uniquePort();
   EchoServer server;
   ASSERT_EQ(server.start(name), EvtRes_Success);
-  std::size_t held = 0;
+  std::size_t used = 0;
   const auto serve = [&] {
-    const std::size_t before = cachedBytes;
+    const std::size_t before = allocatedBytes;
     server.serveAll();
-    held += cachedBytes - before;
+    used += allocatedBytes - before;
   };
   constexpr std::size_t count = 40;
   std::vector<std::unique_ptr<EchoClient>> clients;
@@ -85,23 +85,23 @@ TEST(Connection, HoldsLittleInTheServerWhileItIsIdle) {
     ASSERT_EQ(client.connect(name), EvtRes_Success);
     for (const std::size_t size : {0U, 3000U, 200'000U, 1U}) {
       std::string text(size, 'x');
-      ASSERT_EQ(client.ask(text), EvtRes_Success);
+      ASSERT_EQ(client.request(text), EvtRes_Success);
     }
   };
-  // The first one leaves the manager with what it keeps for all of them.
+  // The first client makes the manager allocate what all of them share.
   ASSERT_NO_FATAL_FAILURE(connectOne());
-  held = 0;
+  used = 0;
   while (clients.size() < count) {
     ASSERT_NO_FATAL_FAILURE(connectOne());
   }
   ASSERT_EQ(server.connectionCount(), count);
-  EXPECT_LT(held, (count - 1) * 8 * 1024) << held / (count - 1) << " bytes each";
+  EXPECT_LT(used, (count - 1) * 8 * 1024) << used / (count - 1) << " bytes each";
   clients.resize(1);
   serve();
-  EXPECT_LT(held, 8 * 1024U) << "nothing stays of those that have gone";
+  EXPECT_LT(used, 8 * 1024U) << "the memory of closed connections is freed";
 }
 
-/// A pair that nobody but itself waits for.
+/// A server that runs only while one of its two clients waits.
 class OutOfMemory : public testing::Test {
  protected:
   void SetUp() override {
@@ -111,7 +111,7 @@ class OutOfMemory : public testing::Test {
       one->system.whileWaiting = [this] { server.serveAll(); };
       ASSERT_EQ(one->connect(name), EvtRes_Success);
     }
-    ASSERT_EQ(client.ask(), EvtRes_Success);
+    ASSERT_EQ(client.request(), EvtRes_Success);
   }
 
   std::string name = uniquePort();
@@ -121,37 +121,37 @@ class OutOfMemory : public testing::Test {
   std::string large = std::string(std::size_t{4} << 20, 'x');
 };
 
-TEST_F(OutOfMemory, MemoryOfTheServerEndsTheConnectionThatWantsIt) {
+TEST_F(OutOfMemory, ForARequestInTheServerEndsOnlyThatConnection) {
   {
-    const Scarcity scarcity(std::size_t{1} << 20);
-    EXPECT_EQ(client.ask(large), EvtRes_Closed);
-    EXPECT_EQ(other.ask(), EvtRes_Success) << "nobody else notices";
+    const AllocationLimit limit(std::size_t{1} << 20);
+    EXPECT_EQ(client.request(large), EvtRes_Closed);
+    EXPECT_EQ(other.request(), EvtRes_Success) << "the other client is not affected";
   }
   EXPECT_EQ(server.port.sessions, 1);
 }
 
-TEST_F(OutOfMemory, MemoryForAReplyEndsTheConnectionOnly) {
+TEST_F(OutOfMemory, ForAReplyEndsOnlyThatConnection) {
   server.port.onRequest = [] { throw std::bad_alloc(); };
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
   server.port.onRequest = nullptr;
-  EXPECT_EQ(other.ask(), EvtRes_Success);
+  EXPECT_EQ(other.request(), EvtRes_Success);
   EXPECT_EQ(server.port.sessions, 1);
 }
 
-TEST_F(OutOfMemory, MemoryOfTheClientIsAResultOfItsRequest) {
-  std::optional<Scarcity> scarcity;
+TEST_F(OutOfMemory, ForAReplyInTheClientFailsTheRequestAndEndsTheConnection) {
+  std::optional<AllocationLimit> limit;
   client.system.whileWaiting = [&] {
-    scarcity.reset();
+    limit.reset();
     server.serveAll();
-    scarcity.emplace(std::size_t{128} * 1024);
+    limit.emplace(std::size_t{128} * 1024);
   };
-  EXPECT_EQ(client.ask(large), EvtRes_SystemError);
-  scarcity.reset();
-  EXPECT_EQ(client.ask(), EvtRes_SystemError) << "the connection has ended with it";
-  EXPECT_EQ(other.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(large), EvtRes_SystemError);
+  limit.reset();
+  EXPECT_EQ(client.request(), EvtRes_SystemError) << "the connection has ended";
+  EXPECT_EQ(other.request(), EvtRes_Success);
 }
 
-TEST_F(OutOfMemory, MemoryForAnEventEndsTheConnectionOfTheClient) {
+TEST_F(OutOfMemory, ForAnEventInTheClientEndsTheConnection) {
   EchoClient third;
   third.system.freezeTime();
   third.system.whileWaiting = [this] { server.serveAll(); };

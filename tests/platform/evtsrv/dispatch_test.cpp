@@ -3,7 +3,7 @@
 namespace EvtSrv::internal {
 namespace {
 
-/// A pumped server and a client with one connection.
+/// A client that is connected to a server with a pump.
 class Dispatch : public testing::Test {
  protected:
   void SetUp() override {
@@ -20,7 +20,7 @@ class Dispatch : public testing::Test {
   EchoClient client;
 };
 
-/// Receives on `core` until `done`; whoever ends lets the next one end.
+/// Receives on `core` until `done`, and then wakes the next thread that receives.
 std::thread receiver(ManagerCore& core, const std::atomic<bool>& done) {
   return std::thread([&core, &done] {
     while (!done) {
@@ -30,7 +30,7 @@ std::thread receiver(ManagerCore& core, const std::atomic<bool>& done) {
   });
 }
 
-TEST_F(Dispatch, ByTwoThreadsAtOnceLosesNothingAndKeepsTheOrder) {
+TEST_F(Dispatch, ByTwoThreadsLosesNoEventAndKeepsTheOrder) {
   constexpr int count = 300;
   std::atomic<bool> done{false};
   client.onEvent = [&] {
@@ -45,7 +45,7 @@ TEST_F(Dispatch, ByTwoThreadsAtOnceLosesNothingAndKeepsTheOrder) {
   std::thread other = receiver(client.core, done);
   for (int i = 0; i < count; ++i) {
     post(std::to_string(i));
-    EXPECT_EQ(client.ask(), EvtRes_Success);
+    EXPECT_EQ(client.request(), EvtRes_Success);
   }
   one.join();
   other.join();
@@ -61,25 +61,24 @@ TEST_F(Dispatch, ByTwoThreadsAtOnceLosesNothingAndKeepsTheOrder) {
   EXPECT_EQ(server.port.handled, count);
 }
 
-TEST_F(Dispatch, OfTheHolderOfTheMutexIsNotDisturbedByAThreadThatWaits) {
+TEST_F(Dispatch, ByTheHolderOfTheMutexGetsItsEventsWhileAnotherThreadWaits) {
   std::atomic<bool> done{false};
   std::thread waiting = receiver(client.core, done);
   for (int i = 0; i < 50; ++i) {
     const std::lock_guard lock(client.mutex);
-    EchoClient& shell = client;
-    shell.events.clear();
-    ASSERT_EQ(shell.connect(name), EvtRes_Success);
-    EXPECT_EQ(shell.core.receive(-1), EvtRes_Success);
-    ASSERT_EQ(shell.events.size(), 1U);
-    EXPECT_EQ(shell.events[0].first, 1) << "the started event";
+    client.events.clear();
+    ASSERT_EQ(client.connect(name), EvtRes_Success);
+    EXPECT_EQ(client.core.receive(-1), EvtRes_Success);
+    ASSERT_EQ(client.events.size(), 1U);
+    EXPECT_EQ(client.events[0].first, 1) << "the started event";
   }
   done = true;
   client.core.wake();
   waiting.join();
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
 }
 
-TEST_F(Dispatch, InsideAHandlerLeavesTheEventsBehindItsOwnForLater) {
+TEST_F(Dispatch, InsideAHandlerLeavesLaterEventsOfTheSameConnectionPending) {
   std::vector<EvtRes> nested;
   int waits = 0;
   client.onEvent = [&] {
@@ -94,19 +93,19 @@ TEST_F(Dispatch, InsideAHandlerLeavesTheEventsBehindItsOwnForLater) {
   post("first");
   ASSERT_EQ(client.core.receive(-1), EvtRes_Success);
   EXPECT_EQ(nested, std::vector<EvtRes>{EvtRes_Timeout});
-  EXPECT_LE(waits, 4) << "what is ready and cannot be taken yet keeps nobody busy";
+  EXPECT_LE(waits, 4) << "events that cannot be delivered yet do not make the wait return";
   EXPECT_EQ(client.core.receive(-1), EvtRes_Success);
   const std::vector<std::pair<std::uint16_t, std::string>> expected{{2, "first"}, {2, "second"}};
   EXPECT_EQ(client.events, expected);
 }
 
-TEST_F(Dispatch, InsideAHandlerServesTheOtherConnectionsOfTheManager) {
+TEST_F(Dispatch, InsideAHandlerServesOtherConnectionsOfTheManager) {
   class Sink : public EventSink {
    public:
     void eventReceived(std::uint16_t type, std::span<const std::uint8_t>, ByteOrder) override {
-      seen = type;
+      lastType = type;
     }
-    int seen = 0;
+    int lastType = 0;
   };
   Sink sink;
   auto other = std::make_unique<PortClient>(client.core, sink);
@@ -116,7 +115,7 @@ TEST_F(Dispatch, InsideAHandlerServesTheOtherConnectionsOfTheManager) {
   };
   post("first");
   ASSERT_EQ(client.core.receive(-1), EvtRes_Success);
-  EXPECT_EQ(sink.seen, 1);
+  EXPECT_EQ(sink.lastType, 1);
   const std::lock_guard lock(client.mutex);
   other.reset();
 }
@@ -129,8 +128,8 @@ TEST_F(Dispatch, SurvivesAHandlerThatDestroysItsConnection) {
   EXPECT_EQ(client.events.size(), 1U);
 }
 
-TEST_F(Dispatch, OfAnIdlePairReturnsOnlyInItsTimeAndCallsNothingButTheWait) {
-  ASSERT_EQ(client.ask(), EvtRes_Success);
+TEST_F(Dispatch, WithoutInputReturnsAfterItsTimeAndMakesNoOtherSystemCall) {
+  ASSERT_EQ(client.request(), EvtRes_Success);
   server.stopPumping();
   server.serveAll();
   for (EvtSrv::internal::ManagerCore* core : {&client.core, &server.core}) {

@@ -34,7 +34,7 @@ class Events : public testing::Test {
   EchoClient client;
 };
 
-TEST_F(Events, AreSentAtOnceInTheirOrder) {
+TEST_F(Events, AreSentImmediatelyAndInOrder) {
   connect();
   post("one");
   post("two");
@@ -43,18 +43,18 @@ TEST_F(Events, AreSentAtOnceInTheirOrder) {
   EXPECT_EQ(client.events, expected);
 }
 
-TEST_F(Events, OfAStoppedClientWaitInTheSession) {
+TEST_F(Events, StayInTheSessionWhileThePipeIsFull) {
   connect();
   const std::string bytes(1000, 'e');
   constexpr std::size_t count = 1000;
   for (std::size_t i = 0; i < count; ++i) {
     post(std::to_string(i) + bytes);
   }
-  EXPECT_LT(server.port.taken, 100);
-  const int before = server.port.taken;
+  EXPECT_LT(server.port.eventsTaken, 100);
+  const int before = server.port.eventsTaken;
   post("last");
-  EXPECT_EQ(server.port.taken, before) << "nothing more is taken while the pipe is full";
-  EXPECT_EQ(client.ask(), EvtRes_Success) << "replies have a pipe of their own";
+  EXPECT_EQ(server.port.eventsTaken, before) << "no event is taken while the pipe is full";
+  EXPECT_EQ(client.request(), EvtRes_Success) << "replies have a pipe of their own";
   receiveAll();
   ASSERT_EQ(client.events.size(), count + 1);
   EXPECT_EQ(client.events[count - 1].second, std::to_string(count - 1) + bytes);
@@ -65,23 +65,23 @@ TEST_F(Events, MayBeLargerThanThePipe) {
   connect();
   const std::string large(300000, 'L');
   post(large);
-  post("behind");
+  post("next");
   receiveAll();
   ASSERT_EQ(client.events.size(), 2U);
   EXPECT_TRUE(client.events[0].second == large);
-  EXPECT_EQ(client.events[1].second, "behind");
+  EXPECT_EQ(client.events[1].second, "next");
 }
 
-TEST_F(Events, ThatComeUpWhileARequestIsServedFollowItsReply) {
+TEST_F(Events, PostedDuringARequestFollowItsReply) {
   connect();
   server.port.onRequest = [&] { post("update"); };
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   ASSERT_EQ(client.events.size(), 1U);
   EXPECT_EQ(client.events[0].second, "update");
 }
 
-TEST_F(Events, StopWhereTheHandlerClosesTheConnection) {
+TEST_F(Events, StopWhenTheHandlerClosesTheConnection) {
   connect();
   post("one");
   post("two");
@@ -90,15 +90,15 @@ TEST_F(Events, StopWhereTheHandlerClosesTheConnection) {
   EXPECT_EQ(client.events.size(), 1U);
 }
 
-TEST_F(Events, OfAClientThatHasGoneEndItsConnection) {
+TEST_F(Events, ForADisconnectedClientEndItsConnection) {
   connect();
   client.destroy();
-  post("nobody");
+  post("unread");
   server.serveAll();
   EXPECT_EQ(server.connectionCount(), 0U);
 }
 
-TEST_F(Events, ThatArePendingAreTakenBeforeAnUnhurriedStop) {
+TEST_F(Events, PendingAtAGracefulShutdownAreDeliveredBeforeTheStoppedEvent) {
   connect();
   const std::string bytes(1000, 'e');
   for (int i = 0; i < 200; ++i) {
@@ -116,7 +116,7 @@ TEST_F(Events, ThatArePendingAreTakenBeforeAnUnhurriedStop) {
   EXPECT_FALSE(client.isOpen());
 }
 
-TEST_F(Events, ThatArePendingLeaveAWakeToTheNextReceive) {
+TEST_F(Events, PendingAtAGracefulShutdownLeaveAWakeToTheNextReceive) {
   connect();
   const std::string bytes(1000, 'e');
   for (int i = 0; i < 200; ++i) {
@@ -131,13 +131,13 @@ TEST_F(Events, ThatArePendingLeaveAWakeToTheNextReceive) {
   EXPECT_EQ(::poll(&woken, 1, 0), 0);
 }
 
-TEST_F(Events, OfARequestThatStopsTheServerComeBeforeTheWordOfIt) {
+TEST_F(Events, OfARequestThatStopsTheServerComeBeforeTheStoppedEvent) {
   connect();
   server.port.onRequest = [this] {
     server.beginStop();
-    server.post(7, "changed by it");
+    server.post(7, "changed by the request");
   };
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
   receiveAll();
   ASSERT_EQ(client.events.size(), 2U);
   EXPECT_EQ(client.events.front().first, 7);
@@ -145,7 +145,7 @@ TEST_F(Events, OfARequestThatStopsTheServerComeBeforeTheWordOfIt) {
   EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
 }
 
-TEST_F(Events, OfARequestThatStopsTheServerAndDispatchesAreTold) {
+TEST_F(Events, OfARequestThatStopsTheServerAndDispatchesComeBeforeTheStoppedEvent) {
   connect();
   const std::string bytes(1000, 'e');
   for (int i = 0; i < 100; ++i) {
@@ -153,24 +153,24 @@ TEST_F(Events, OfARequestThatStopsTheServerAndDispatchesAreTold) {
   }
   server.port.onRequest = [this] {
     server.beginStop();
-    // All that was pending goes, but the request is still under way.
+    // Everything pending is sent while the request is still being handled.
     do {
       server.serveAll();
     } while (client.core.receive(0) == EvtRes_Success);
-    server.post(7, "changed by it");
+    server.post(7, "changed by the request");
   };
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
   receiveAll();
   ASSERT_EQ(client.events.size(), 102U);
   EXPECT_EQ(client.events[100].first, 7);
   EXPECT_EQ(client.events[101].first, stoppedEvent);
 }
 
-TEST_F(Events, OfAStopEndWhereTheRequestThatAskedForItThrows) {
+TEST_F(Events, EndWithTheConnectionIfTheRequestThatStopsTheServerThrows) {
   connect();
   server.port.onRequest = [this] {
     server.beginStop();
-    throw std::runtime_error("the program's own");
+    throw std::runtime_error("from the program");
   };
   bool thrown = false;
   client.system.whileWaiting = [&] {
@@ -180,25 +180,25 @@ TEST_F(Events, OfAStopEndWhereTheRequestThatAskedForItThrows) {
       thrown = true;
     }
   };
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
   EXPECT_TRUE(thrown);
   EXPECT_FALSE(server.stopping());
   EXPECT_EQ(server.port.sessions, 0);
 }
 
-TEST_F(Events, ThatComeUpBehindTheWordOfAStopAreNotTold) {
+TEST_F(Events, PostedAfterTheStoppedEventAreNotSent) {
   connect();
   bool stopped = false;
   client.system.whileWaiting = [&] {
     server.serveAll();
     if (server.port.handled == 1 && !std::exchange(stopped, true)) {
-      // A reply that waits for room keeps the connection.
+      // The pending reply keeps the connection open.
       server.beginStop();
       post("too late");
     }
   };
   std::string large(300'000, 'L');
-  EXPECT_EQ(client.ask(large), EvtRes_Success);
+  EXPECT_EQ(client.request(large), EvtRes_Success);
   EXPECT_TRUE(stopped);
   receiveAll();
   ASSERT_EQ(client.events.size(), 1U);
@@ -206,12 +206,12 @@ TEST_F(Events, ThatComeUpBehindTheWordOfAStopAreNotTold) {
   EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
 }
 
-TEST_F(Events, NotPendingLetAnUnhurriedStopEndAtOnce) {
+TEST_F(Events, NotPendingLetAGracefulShutdownEndImmediately) {
   connect();
   server.beginStop();
   EXPECT_FALSE(server.stopping());
   EXPECT_EQ(server.core.finishTerminations(-1), EvtRes_Success);
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
 }
 
 }  // namespace

@@ -27,17 +27,17 @@
 #include "evtsrv/source/port_client.h"
 #include "evtsrv/source/port_server.h"
 
-/// What the tests of the event ports share: servers and clients on managers of
-/// their own, with real pipes between them.
+/// The fixtures of the event port tests: servers and clients, each with its own manager,
+/// connected by real pipes.
 namespace EvtSrv::internal {
 
-/// A name that no other test uses.
+/// A port name that no other test uses.
 inline std::string uniquePort() {
   static std::atomic<int> count{0};
   const auto* test = testing::UnitTest::GetInstance()->current_test_info();
   std::string name = "EvtTest_" + std::to_string(::getpid()) + "_" +
                      (test == nullptr ? "" : test->name()) + "_" + std::to_string(++count);
-  // Tests that run for several values have a slash in their names.
+  // The names of parameterized tests contain a slash.
   std::replace(name.begin(), name.end(), '/', '_');
   return name;
 }
@@ -50,7 +50,7 @@ inline std::size_t openDescriptors() {
   return count;
 }
 
-/// Forks; the child ends with its parent.
+/// fork(2). The child is killed when its parent ends.
 inline pid_t forkChild() {
   const pid_t child = ::fork();
   if (child == 0) {
@@ -59,31 +59,33 @@ inline pid_t forkChild() {
   return child;
 }
 
-/// A system whose time moves only by waiting in vain, and in which single calls
-/// can be made to fail.
+/// A system in which single calls can be made to fail, and whose time can be made to
+/// advance only by waits that time out.
 class TestSystem : public PosixSystem {
  public:
-  /// From the `skip`-th call on after this, `call` gives `refusal` `times` times.
-  void failNext(const std::string& call, int refusal, int skip = 0, int times = 1) {
+  /// Lets the next `skip` calls of `call` pass and the `times` calls after them return
+  /// `error`.
+  void failNext(const std::string& call, int error, int skip = 0, int times = 1) {
     call_ = call;
-    error_ = refusal;
+    error_ = error;
     skip_ = skip;
     times_ = times;
-    hit_ = false;
+    hasFailed_ = false;
   }
-  [[nodiscard]] bool wasHit() const { return hit_; }
+  /// Whether a call has failed since the last `failNext`.
+  [[nodiscard]] bool hasFailed() const { return hasFailed_; }
 
-  /// From now on a wait in vain takes no time but moves the clock.
+  /// From now on a wait that times out takes no time and advances the clock.
   void freezeTime() { frozen_ = true; }
 
   std::int64_t nowMs() override {
-    ++looksAtClock;
+    ++clockReads;
     return PosixSystem::nowMs() + offset_;
   }
   int poll(std::span<pollfd> ends, int milliseconds) override {
-    if (const int refusal = refuse("poll"); refusal < 0) {
-      offset_ += refusedWaitMs;
-      return refusal;
+    if (const int error = takeError("poll"); error < 0) {
+      offset_ += failedWaitMs;
+      return error;
     }
     if (!frozen_ || milliseconds <= 0) {
       return PosixSystem::poll(ends, milliseconds);
@@ -99,79 +101,79 @@ class TestSystem : public PosixSystem {
     return ready;
   }
   int createEvent() override {
-    return refused("createEvent", [&] { return PosixSystem::createEvent(); });
+    return orError("createEvent", [&] { return PosixSystem::createEvent(); });
   }
   int createEpoll() override {
-    return refused("createEpoll", [&] { return PosixSystem::createEpoll(); });
+    return orError("createEpoll", [&] { return PosixSystem::createEpoll(); });
   }
   int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
                std::uint64_t token) override {
-    return refused("epollCtl", [&] {
+    return orError("epollCtl", [&] {
       return PosixSystem::epollCtl(epoll, operation, descriptor, interest, token);
     });
   }
   int waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) override {
     ++waits;
     --calls;
-    return refused("waitEpoll",
+    return orError("waitEpoll",
                    [&] { return PosixSystem::waitEpoll(epoll, events, milliseconds); });
   }
   int makeFifo(const std::string& path, mode_t mode) override {
     made.push_back(path);
-    return refused("makeFifo", [&] { return PosixSystem::makeFifo(path, mode); });
+    return orError("makeFifo", [&] { return PosixSystem::makeFifo(path, mode); });
   }
   int fstat(int descriptor, struct stat& out) override {
-    return refused("fstat", [&] { return PosixSystem::fstat(descriptor, out); });
+    return orError("fstat", [&] { return PosixSystem::fstat(descriptor, out); });
   }
   int lstat(const std::string& path, struct stat& out) override {
-    return refused("lstat", [&] { return PosixSystem::lstat(path, out); });
+    return orError("lstat", [&] { return PosixSystem::lstat(path, out); });
   }
   int setMode(int descriptor, mode_t mode) override {
-    return refused("setMode", [&] { return PosixSystem::setMode(descriptor, mode); });
+    return orError("setMode", [&] { return PosixSystem::setMode(descriptor, mode); });
   }
   int list(const char* directory, std::string_view prefix,
            std::vector<std::string>& names) override {
-    return refused("list", [&] { return PosixSystem::list(directory, prefix, names); });
+    return orError("list", [&] { return PosixSystem::list(directory, prefix, names); });
   }
-  int random(std::span<std::uint8_t> room) override {
-    return refused("random", [&] { return PosixSystem::random(room); });
+  int random(std::span<std::uint8_t> buffer) override {
+    return orError("random", [&] { return PosixSystem::random(buffer); });
   }
 
-  /// What the peer does while this side waits in frozen time.
+  /// What the peer does while this side waits, if time is frozen.
   std::function<void()> whileWaiting;
 
-  /// The paths of the pipes that were to be made.
+  /// The paths that were passed to makeFifo.
   std::vector<std::string> made;
 
-  /// How long a wait takes that is made to fail, in milliseconds.
-  int refusedWaitMs = 0;
+  /// How far a wait that is made to fail advances the clock, in milliseconds.
+  int failedWaitMs = 0;
 
-  /// How many of the writes were of two pieces.
-  int writesOfTwo = 0;
+  /// The number of writes of two buffers.
+  int writesOfTwoBuffers = 0;
 
-  /// At most so many bytes go with one write, and come with one read.
+  /// The most bytes of one write and of one read.
   std::size_t writeLimit = SIZE_MAX;
   std::size_t readLimit = SIZE_MAX;
 
-  std::atomic<int> looksAtClock{0};
+  std::atomic<int> clockReads{0};
 
-  /// How often somebody waited for the reactor, and how many other calls were made.
+  /// The number of waits for the reactor, and of all other calls.
   std::atomic<int> waits{0};
   std::atomic<int> calls{0};
 
  protected:
   int openOnce(const char* path, int flags) override {
-    return refused("open", [&] { return PosixSystem::openOnce(path, flags); });
+    return orError("open", [&] { return PosixSystem::openOnce(path, flags); });
   }
-  ssize_t readOnce(int descriptor, std::span<std::uint8_t> room) override {
-    return refused("read", [&] {
-      return PosixSystem::readOnce(descriptor, room.first(std::min(readLimit, room.size())));
+  ssize_t readOnce(int descriptor, std::span<std::uint8_t> buffer) override {
+    return orError("read", [&] {
+      return PosixSystem::readOnce(descriptor, buffer.first(std::min(readLimit, buffer.size())));
     });
   }
   ssize_t writeOnce(int descriptor, std::span<const std::uint8_t> head,
                     std::span<const std::uint8_t> body) override {
-    writesOfTwo += body.empty() ? 0 : 1;
-    return refused("write", [&] {
+    writesOfTwoBuffers += body.empty() ? 0 : 1;
+    return orError("write", [&] {
       return writeLimit < head.size() + body.size()
                  ? PosixSystem::writeOnce(descriptor, head.first(std::min(writeLimit, head.size())),
                                           {})
@@ -179,11 +181,12 @@ class TestSystem : public PosixSystem {
     });
   }
   int lockOnce(int descriptor) override {
-    return refused("lock", [&] { return PosixSystem::lockOnce(descriptor); });
+    return orError("lock", [&] { return PosixSystem::lockOnce(descriptor); });
   }
 
  private:
-  int refuse(const char* call) {
+  /// The error that this call is to return, or 0.
+  int takeError(const char* call) {
     ++calls;
     if (times_ == 0 || call_ != call) {
       return 0;
@@ -193,26 +196,26 @@ class TestSystem : public PosixSystem {
       return 0;
     }
     --times_;
-    hit_ = true;
+    hasFailed_ = true;
     return error_;
   }
   template <typename Call>
-  auto refused(const char* name, Call call) -> decltype(call()) {
-    const int refusal = refuse(name);
-    return refusal < 0 ? refusal : call();
+  auto orError(const char* name, Call call) -> decltype(call()) {
+    const int error = takeError(name);
+    return error < 0 ? error : call();
   }
 
   std::string call_;
   int error_ = 0;
   int skip_ = 0;
   int times_ = 0;
-  bool hit_ = false;
+  bool hasFailed_ = false;
   bool frozen_ = false;
   std::atomic<std::int64_t> offset_{0};
 };
 
-/// Answers every request with its own bytes and the operation as the code; sends
-/// the events that were queued.
+/// Replies to every request with the same payload and with the operation as the code;
+/// sends the events that were posted.
 class EchoPort : public ServedPort {
  public:
   class Session : public ServerSession {
@@ -228,18 +231,18 @@ class EchoPort : public ServedPort {
     std::uint16_t handle(std::uint16_t operation, PayloadReader& request,
                          std::vector<std::uint8_t>& reply) override {
       ++port_.handled;
-      const std::string_view asked = request.rest();
+      const std::string_view payload = request.rest();
       if (port_.onRequest) {
         port_.onRequest();
       }
-      PayloadWriter(reply).bytes(asked);
+      PayloadWriter(reply).bytes(payload);
       return operation;
     }
     bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override {
       if (events_.empty()) {
         return false;
       }
-      ++port_.taken;
+      ++port_.eventsTaken;
       type = events_.front().first;
       PayloadWriter(payload).bytes(events_.front().second);
       events_.pop_front();
@@ -260,19 +263,19 @@ class EchoPort : public ServedPort {
     if (onOpen) {
       onOpen();
     }
-    return refuses ? nullptr : std::make_unique<Session>(*this, connection);
+    return refusesClients ? nullptr : std::make_unique<Session>(*this, connection);
   }
 
   Session* session = nullptr;
   std::atomic<int> sessions{0};
   std::atomic<int> handled{0};
-  int taken = 0;
-  bool refuses = false;
+  int eventsTaken = 0;
+  bool refusesClients = false;
   std::function<void()> onOpen;
   std::function<void()> onRequest;
 };
 
-/// A served port on a manager of its own; `pump` starts a thread that serves it.
+/// A served port with its own manager; `pump` starts a thread that dispatches its events.
 class EchoServer {
  public:
   EchoServer() : core(system, mutex, true), server(std::make_shared<PortServer>(core, port)) {}
@@ -283,7 +286,7 @@ class EchoServer {
   EchoServer(const EchoServer&) = delete;
   EchoServer& operator=(const EchoServer&) = delete;
 
-  /// Destroys the port; nothing but the pump may be called after this.
+  /// Ends the service and destroys the port.
   void destroy() {
     const std::lock_guard lock(mutex);
     if (server != nullptr) {
@@ -291,7 +294,7 @@ class EchoServer {
       server.reset();
     }
   }
-  /// Replaces the port by one that has not been started.
+  /// Replaces the port by a new one, which has not been started.
   void recreate() {
     const std::lock_guard lock(mutex);
     server->close();
@@ -333,7 +336,7 @@ class EchoServer {
       thread_.join();
     }
   }
-  /// Serves until nothing is left to do. For servers without a thread.
+  /// Dispatches until there is no more input. For servers without a thread.
   void serveAll() {
     while (core.receive(0) == EvtRes_Success) {
     }
@@ -350,7 +353,7 @@ class EchoServer {
   std::thread thread_;
 };
 
-/// A client on a manager of its own that keeps the events it gets.
+/// A client with its own manager that records the events it receives.
 class EchoClient : public EventSink {
  public:
   explicit EchoClient(bool reconnects = true)
@@ -383,8 +386,8 @@ class EchoClient : public EventSink {
     const std::lock_guard lock(mutex);
     return client->connect(name);
   }
-  /// The reply's bytes replace `text`, its code is left in `code`.
-  EvtRes ask(std::string& text, std::uint16_t operation = 7) {
+  /// Sends `text`, and sets `text` to the reply's payload and `code` to its code.
+  EvtRes request(std::string& text, std::uint16_t operation = 7) {
     const std::lock_guard lock(mutex);
     Reply reply;
     const EvtRes result = client->exchange(
@@ -396,9 +399,9 @@ class EchoClient : public EventSink {
     }
     return result;
   }
-  EvtRes ask() {
-    std::string text = "question";
-    return ask(text);
+  EvtRes request() {
+    std::string text = "request";
+    return request(text);
   }
   EvtRes resume(bool& renewed) {
     const std::lock_guard lock(mutex);

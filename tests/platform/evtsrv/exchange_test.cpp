@@ -16,11 +16,11 @@ class Exchange : public testing::Test {
   EchoClient client;
 };
 
-TEST_F(Exchange, GivesTheAnswerToItsRequest) {
+TEST_F(Exchange, ReturnsTheReplyToItsRequest) {
   connect();
-  std::string text = "how are you";
-  EXPECT_EQ(client.ask(text, 42), EvtRes_Success);
-  EXPECT_EQ(text, "how are you");
+  std::string text = "some text";
+  EXPECT_EQ(client.request(text, 42), EvtRes_Success);
+  EXPECT_EQ(text, "some text");
   EXPECT_EQ(client.code, 42);
 }
 
@@ -31,63 +31,63 @@ TEST_F(Exchange, CarriesPayloadsOfEverySize) {
         std::size_t{65520}, std::size_t{65521}, std::size_t{1} << 20, std::size_t{maxPayload}}) {
     std::string text(size, 'x');
     const std::string sent = text;
-    ASSERT_EQ(client.ask(text), EvtRes_Success) << size;
+    ASSERT_EQ(client.request(text), EvtRes_Success) << size;
     EXPECT_TRUE(text == sent) << size;
   }
 }
 
-TEST_F(Exchange, WritesASmallRequestInOnePiece) {
+TEST_F(Exchange, WritesASmallRequestFromOneBuffer) {
   connect();
   for (const std::size_t size : {0U, 1U, 112U}) {
     std::string text(size, 'x');
-    ASSERT_EQ(client.ask(text), EvtRes_Success);
+    ASSERT_EQ(client.request(text), EvtRes_Success);
     EXPECT_EQ(text, std::string(size, 'x'));
   }
-  EXPECT_EQ(client.system.writesOfTwo, 0);
+  EXPECT_EQ(client.system.writesOfTwoBuffers, 0);
   std::string text(113, 'y');
-  ASSERT_EQ(client.ask(text), EvtRes_Success);
+  ASSERT_EQ(client.request(text), EvtRes_Success);
   EXPECT_EQ(text, std::string(113, 'y'));
-  EXPECT_EQ(client.system.writesOfTwo, 1) << "longer ones are not copied";
+  EXPECT_EQ(client.system.writesOfTwoBuffers, 1) << "larger requests are not copied";
 }
 
-TEST_F(Exchange, LooksAtTheClockOnce) {
+TEST_F(Exchange, ReadsTheClockOnce) {
   connect();
-  const int before = client.system.looksAtClock;
-  EXPECT_EQ(client.ask(), EvtRes_Success);
-  EXPECT_EQ(client.system.looksAtClock, before + 1);
+  const int before = client.system.clockReads;
+  EXPECT_EQ(client.request(), EvtRes_Success);
+  EXPECT_EQ(client.system.clockReads, before + 1);
 }
 
-TEST_F(Exchange, RefusesAPayloadAboveTheLimitAndSendsNothing) {
+TEST_F(Exchange, RejectsAPayloadAboveTheLimitAndSendsNothing) {
   connect();
   std::string text(std::size_t{maxPayload} + 1, 'x');
-  EXPECT_EQ(client.ask(text), EvtRes_TooLarge);
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(text), EvtRes_TooLarge);
+  EXPECT_EQ(client.request(), EvtRes_Success);
   EXPECT_EQ(server.port.handled, 1);
 }
 
-TEST_F(Exchange, GoesOnWhereAWriteTakesOnlyPart) {
+TEST_F(Exchange, ContinuesAfterAPartialWrite) {
   client.system.writeLimit = 36;
   server.system.writeLimit = 36;
   connect();
   std::string text(1000, 'y');
-  EXPECT_EQ(client.ask(text), EvtRes_Success);
+  EXPECT_EQ(client.request(text), EvtRes_Success);
   EXPECT_EQ(text, std::string(1000, 'y'));
 }
 
-TEST_F(Exchange, TakesTheStartedEventAtOnce) {
+TEST_F(Exchange, BeginsWithTheStartedEvent) {
   connect();
   EXPECT_EQ(client.core.receive(100), EvtRes_Success);
   ASSERT_EQ(client.events.size(), 1U);
   EXPECT_EQ(client.events[0].first, 1);
 }
 
-TEST_F(Exchange, FailsAtOnceAfterTheServerHasGone) {
+TEST_F(Exchange, FailsImmediatelyAfterTheServerHasEnded) {
   connect();
   server.stopPumping();
   server.destroy();
   client.system.freezeTime();
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
   bool renewed = true;
   EXPECT_EQ(client.resume(renewed), EvtRes_NoServer);
   EXPECT_FALSE(renewed);
@@ -97,31 +97,31 @@ TEST_F(Exchange, ConnectsAgainWhenTheServerIsBack) {
   connect();
   server.stopPumping();
   server.recreate();
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
   ASSERT_EQ(server.start(name), EvtRes_Success);
   server.pump();
   bool renewed = false;
   EXPECT_EQ(client.resume(renewed), EvtRes_Success);
   EXPECT_TRUE(renewed);
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
   EXPECT_EQ(client.resume(renewed), EvtRes_Success);
   EXPECT_FALSE(renewed);
 }
 
-TEST_F(Exchange, LeavesALostConnectionLostWhereTheManagerDoesNotReconnect) {
-  EchoClient once(false);
+TEST_F(Exchange, LeavesALostConnectionLostIfTheManagerDoesNotReconnect) {
+  EchoClient notReconnecting(false);
   connect();
-  ASSERT_EQ(once.connect(name), EvtRes_Success);
+  ASSERT_EQ(notReconnecting.connect(name), EvtRes_Success);
   server.stopPumping();
   server.recreate();
   ASSERT_EQ(server.start(name), EvtRes_Success);
   server.pump();
   bool renewed = true;
-  EXPECT_EQ(once.resume(renewed), EvtRes_Closed);
+  EXPECT_EQ(notReconnecting.resume(renewed), EvtRes_Closed);
   EXPECT_FALSE(renewed);
 }
 
-TEST_F(Exchange, LeavesNoNameBehindAndNoDescriptorOpen) {
+TEST_F(Exchange, LeavesNoDescriptorOpen) {
   const std::size_t before = openDescriptors();
   {
     EchoServer other;
@@ -130,13 +130,13 @@ TEST_F(Exchange, LeavesNoNameBehindAndNoDescriptorOpen) {
     ASSERT_EQ(other.start(port), EvtRes_Success);
     other.pump();
     ASSERT_EQ(one.connect(port), EvtRes_Success);
-    EXPECT_EQ(one.ask(), EvtRes_Success);
+    EXPECT_EQ(one.request(), EvtRes_Success);
     EXPECT_TRUE(std::filesystem::exists(mailboxPath(port)));
   }
   EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(Exchange, EndsTheSessionOfAClientThatHasGone) {
+TEST_F(Exchange, EndsItsSessionWhenTheClientDisconnects) {
   connect();
   EXPECT_EQ(server.port.sessions, 1);
   client.destroy();
@@ -146,15 +146,15 @@ TEST_F(Exchange, EndsTheSessionOfAClientThatHasGone) {
   EXPECT_EQ(server.connectionCount(), 0U);
 }
 
-TEST_F(Exchange, MayBeMadeFromAnEventsHandler) {
+TEST_F(Exchange, MayBeMadeInAnEventHandler) {
   connect();
   EvtRes result = EvtRes_Closed;
-  client.onEvent = [&] { result = client.ask(); };
+  client.onEvent = [&] { result = client.request(); };
   EXPECT_EQ(client.core.receive(100), EvtRes_Success);
   EXPECT_EQ(result, EvtRes_Success);
 }
 
-TEST_F(Exchange, MayCloseOrConnectAnewFromAnEventsHandler) {
+TEST_F(Exchange, WorksAfterAnEventHandlerHasConnectedAgain) {
   connect();
   EvtRes result = EvtRes_Closed;
   client.onEvent = [&] {
@@ -164,13 +164,13 @@ TEST_F(Exchange, MayCloseOrConnectAnewFromAnEventsHandler) {
   };
   EXPECT_EQ(client.core.receive(100), EvtRes_Success);
   EXPECT_EQ(result, EvtRes_Success);
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
 }
 
-TEST_F(Exchange, SurvivesAServerThatStopsWhileItAnswers) {
+TEST_F(Exchange, FailsIfTheServerIsDestroyedByTheRequest) {
   connect();
   server.port.onRequest = [&] { server.destroy(); };
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
   server.stopPumping();
   EXPECT_EQ(server.port.sessions, 0);
 }

@@ -25,7 +25,7 @@ Bytes makeFrame(FrameKind kind, std::uint16_t code, const std::string& payload) 
   return bytes;
 }
 
-TEST(Frame, HasALayoutThatIsTheSameInEitherByteOrder) {
+TEST(Frame, HasTheSameLayoutInBothByteOrders) {
   const Bytes leastFirst{0, 2, 0x34, 0x12, 4, 3, 2, 1, 8, 7, 6, 5, 9, 0, 0, 0};
   const Bytes mostFirst{1, 2, 0x12, 0x34, 1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 0, 9};
   for (const Bytes& bytes : {leastFirst, mostFirst}) {
@@ -38,7 +38,7 @@ TEST(Frame, HasALayoutThatIsTheSameInEitherByteOrder) {
   }
 }
 
-TEST(Frame, ComesBackAsItWasWritten) {
+TEST(Frame, IsDecodedAsItWasEncoded) {
   for (const FrameKind kind :
        {FrameKind::request, FrameKind::reply, FrameKind::event, FrameKind::welcome}) {
     const Bytes bytes = makeFrame(kind, 0xFFFF, "abc");
@@ -52,7 +52,7 @@ TEST(Frame, ComesBackAsItWasWritten) {
   }
 }
 
-TEST(Frame, IsRefusedWithAFieldThatNobodyWrites) {
+TEST(Frame, IsRejectedWithAnInvalidByteOrderOrKind) {
   struct Case {
     std::size_t at;
     std::uint8_t value;
@@ -64,7 +64,7 @@ TEST(Frame, IsRefusedWithAFieldThatNobodyWrites) {
   }
 }
 
-TEST(Frame, IsRefusedWithALengthAboveTheLimit) {
+TEST(Frame, IsRejectedWithALengthAboveTheLimit) {
   FrameHeader header;
   Bytes bytes(FrameHeader::size);
   header.length = maxPayload;
@@ -108,7 +108,7 @@ TEST(PayloadReader, ConvertsTheOtherByteOrder) {
   EXPECT_EQ(least.u32(), 0x04030201U);
 }
 
-TEST(PayloadReader, StaysNotOkAfterAReadBehindTheEnd) {
+TEST(PayloadReader, StaysNotOkAfterAReadBeyondTheEnd) {
   const Bytes bytes{1, 2, 3};
   PayloadReader reader(bytes, nativeOrder);
   EXPECT_EQ(reader.u32(), 0U);
@@ -120,7 +120,7 @@ TEST(PayloadReader, StaysNotOkAfterAReadBehindTheEnd) {
   EXPECT_FALSE(text.ok());
 }
 
-TEST(FrameReader, PutsFramesTogetherWhereverTheyAreCut) {
+TEST(FrameReader, AssemblesFramesThatAreCutAnywhere) {
   Bytes stream = makeFrame(FrameKind::reply, 1, "first");
   for (const std::string& payload : {std::string(), std::string(2000, 'x'), std::string("z")}) {
     const Bytes more = makeFrame(FrameKind::reply, 1, payload);
@@ -128,20 +128,21 @@ TEST(FrameReader, PutsFramesTogetherWhereverTheyAreCut) {
   }
   for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
     FrameReader reader;
-    std::vector<std::string> got;
+    std::vector<std::string> payloads;
     for (const auto& part : {Bytes(stream.begin(), stream.begin() + static_cast<long>(cut)),
                              Bytes(stream.begin() + static_cast<long>(cut), stream.end())}) {
       reader.feed(part);
       Frame frame;
       while (reader.next(frame) == FrameReader::Status::frame) {
-        got.emplace_back(frame.payload.begin(), frame.payload.end());
+        payloads.emplace_back(frame.payload.begin(), frame.payload.end());
       }
     }
-    ASSERT_EQ(got, (std::vector<std::string>{"first", "", std::string(2000, 'x'), "z"})) << cut;
+    ASSERT_EQ(payloads, (std::vector<std::string>{"first", "", std::string(2000, 'x'), "z"}))
+        << cut;
   }
 }
 
-TEST(FrameReader, PutsFramesTogetherFromSingleBytes) {
+TEST(FrameReader, AssemblesFramesFromSingleBytes) {
   const Bytes stream = makeFrame(FrameKind::event, 9, "one by one");
   FrameReader reader;
   Frame frame;
@@ -154,7 +155,7 @@ TEST(FrameReader, PutsFramesTogetherFromSingleBytes) {
   EXPECT_EQ(std::string(frame.payload.begin(), frame.payload.end()), "one by one");
 }
 
-TEST(FrameReader, KeepsWhatItsCallerMustGiveBack) {
+TEST(FrameReader, BuffersTheRestOfTheFedBytes) {
   Bytes stream = makeFrame(FrameKind::request, 1, "a");
   const Bytes second = makeFrame(FrameKind::request, 2, "b");
   stream.insert(stream.end(), second.begin(), second.end());
@@ -169,7 +170,7 @@ TEST(FrameReader, KeepsWhatItsCallerMustGiveBack) {
   EXPECT_EQ(reader.next(frame), FrameReader::Status::incomplete);
 }
 
-TEST(FrameReader, FindsAMalformedHeaderWhereverItIsCut) {
+TEST(FrameReader, DetectsAMalformedHeaderThatIsCutAnywhere) {
   Bytes stream = makeFrame(FrameKind::request, 1, "");
   stream[1] = 99;
   for (std::size_t cut = 0; cut < stream.size(); ++cut) {

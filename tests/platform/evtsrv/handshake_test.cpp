@@ -37,7 +37,7 @@ TEST_F(HandshakeWith, ALiveServerLeavesNoNames) {
   }
 }
 
-TEST_F(HandshakeWith, AFormerClientKilledInTheMiddleSweepsWhatItLeft) {
+TEST_F(HandshakeWith, ASweepRemovesThePipesOfAClientThatWasKilled) {
   Token token{};
   ASSERT_EQ(client.system.random(token), 0);
   const pid_t child = forkChild();
@@ -59,7 +59,7 @@ TEST_F(HandshakeWith, AFormerClientKilledInTheMiddleSweepsWhatItLeft) {
   }
 }
 
-TEST_F(HandshakeWith, ASweepLeavesPipesOfTheLivingAlone) {
+TEST_F(HandshakeWith, ASweepKeepsThePipesOfALiveProcess) {
   Token token{};
   ASSERT_EQ(client.system.random(token), 0);
   const std::string path = privatePipePath(token, PipePurpose::reply);
@@ -74,7 +74,7 @@ TEST_F(HandshakeWith, ASweepLeavesPipesOfTheLivingAlone) {
   EXPECT_TRUE(std::filesystem::exists(path));
 }
 
-/// Counts what touches files.
+/// Counts the calls for files.
 class CountingSystem : public PosixSystem {
  public:
   int calls = 0;
@@ -117,12 +117,12 @@ TEST_F(HandshakeWith, APrivatePipeIsMadeInFourCalls) {
   EXPECT_EQ(counting.calls, 4);
 }
 
-TEST_F(HandshakeWith, ASweepDoesNotLookAtItsOwnPipes) {
-  class WatchedSystem : public PosixSystem {
+TEST_F(HandshakeWith, ASweepSkipsItsOwnPipes) {
+  class RecordingSystem : public PosixSystem {
    public:
-    std::vector<std::string> lookedAt;
+    std::vector<std::string> examined;
     int lstat(const std::string& path, struct stat& out) override {
-      lookedAt.push_back(path);
+      examined.push_back(path);
       return PosixSystem::lstat(path, out);
     }
   };
@@ -139,20 +139,20 @@ TEST_F(HandshakeWith, ASweepDoesNotLookAtItsOwnPipes) {
     }
     ASSERT_EQ(made, 0);
   }
-  WatchedSystem watched;
-  sweepPrivatePipes(watched, tokens[0]);
-  EXPECT_THAT(watched.lookedAt, testing::Contains(paths[1]));
-  EXPECT_THAT(watched.lookedAt, testing::Not(testing::Contains(paths[0])));
+  RecordingSystem recording;
+  sweepPrivatePipes(recording, tokens[0]);
+  EXPECT_THAT(recording.examined, testing::Contains(paths[1]));
+  EXPECT_THAT(recording.examined, testing::Not(testing::Contains(paths[0])));
 }
 
-TEST_F(HandshakeWith, ASweepLeavesWhatIsNoPrivatePipeAlone) {
+TEST_F(HandshakeWith, ASweepKeepsPipesWithOtherNames) {
   const std::string stem = "/tmp/.krv-" + uniquePort();
   ASSERT_EQ(::mkfifo(stem.c_str(), 0600), 0);
   sweepPrivatePipes(client.system, {});
   EXPECT_EQ(::unlink(stem.c_str()), 0);
 }
 
-TEST_F(HandshakeWith, ManyAtOnceSucceeds) {
+TEST_F(HandshakeWith, ManyClientsAtTheSameTimeSucceeds) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   server.pump();
   std::vector<std::thread> threads;
@@ -163,7 +163,7 @@ TEST_F(HandshakeWith, ManyAtOnceSucceeds) {
     threads.emplace_back([&] {
       for (int round = 0; round < rounds; ++round) {
         EchoClient one;
-        if (one.connect(name) == EvtRes_Success && one.ask() == EvtRes_Success) {
+        if (one.connect(name) == EvtRes_Success && one.request() == EvtRes_Success) {
           ++connected;
         }
       }
@@ -175,7 +175,7 @@ TEST_F(HandshakeWith, ManyAtOnceSucceeds) {
   EXPECT_EQ(connected, clients * rounds);
 }
 
-/// Hellos of clients that have gone, until no other has room.
+/// Fills the mailbox with hellos whose pipes do not exist.
 void fillMailbox(const std::string& port) {
   FileDescriptor mailbox;
   ASSERT_EQ(
@@ -190,16 +190,16 @@ void fillMailbox(const std::string& port) {
   ASSERT_EQ(written, -EAGAIN);
 }
 
-TEST_F(HandshakeWith, AFullMailboxGoesOnWhenThereIsRoom) {
+TEST_F(HandshakeWith, AFullMailboxContinuesWhenItIsWritable) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   fillMailbox(name);
   client.system.freezeTime();
   client.system.whileWaiting = [&] { server.serveAll(); };
   EXPECT_EQ(client.connect(name), EvtRes_Success);
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
 }
 
-TEST_F(HandshakeWith, AFullMailboxFailsInItsTimeAndGoesOnLater) {
+TEST_F(HandshakeWith, AFullMailboxTimesOutAndMayContinueLater) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   fillMailbox(name);
   client.system.freezeTime();
@@ -209,22 +209,22 @@ TEST_F(HandshakeWith, AFullMailboxFailsInItsTimeAndGoesOnLater) {
   bool renewed = false;
   EXPECT_EQ(client.resume(renewed), EvtRes_Stalled);
   server.serveAll();
-  EXPECT_EQ(client.resume(renewed), EvtRes_Stalled) << "the hello goes out now";
+  EXPECT_EQ(client.resume(renewed), EvtRes_Stalled) << "the hello is sent now";
   server.serveAll();
   EXPECT_EQ(client.resume(renewed), EvtRes_Success);
   EXPECT_TRUE(renewed);
   EXPECT_EQ(server.connectionCount(), 1U);
 }
 
-TEST_F(HandshakeWith, AServerThatTakesNobodyIsRefused) {
+TEST_F(HandshakeWith, AServerThatRefusesTheClientFails) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
-  server.port.refuses = true;
+  server.port.refusesClients = true;
   server.pump();
   EXPECT_EQ(client.connect(name), EvtRes_Refused);
   EXPECT_FALSE(client.isOpen());
 }
 
-TEST_F(HandshakeWith, AServerOutOfDescriptorsIsToldSoAtOnce) {
+TEST_F(HandshakeWith, AServerOutOfDescriptorsFailsImmediately) {
   for (int skip = 0; skip < 3; ++skip) {
     EchoServer full;
     EchoClient late;
@@ -234,30 +234,30 @@ TEST_F(HandshakeWith, AServerOutOfDescriptorsIsToldSoAtOnce) {
     late.system.freezeTime();
     late.system.whileWaiting = [&] { full.serveAll(); };
     EXPECT_EQ(late.connect(port), EvtRes_NoDescriptors) << skip;
-    EXPECT_TRUE(full.system.wasHit());
+    EXPECT_TRUE(full.system.hasFailed());
     EXPECT_EQ(full.connectionCount(), 0U);
-    EXPECT_EQ(late.connect(port), EvtRes_Success) << "the spare is back";
+    EXPECT_EQ(late.connect(port), EvtRes_Success) << "the reserve descriptor is open again";
   }
 }
 
-struct Fault {
+struct FailedCall {
   const char* call;
-  int refusal;
+  int error;
 };
 
-void PrintTo(const Fault& fault, std::ostream* out) {
-  *out << fault.call << " gives " << fault.refusal;
+void PrintTo(const FailedCall& failure, std::ostream* out) {
+  *out << failure.call << " returns " << failure.error;
 }
 
-class FaultyCall : public testing::TestWithParam<Fault> {};
+class FailingCall : public testing::TestWithParam<FailedCall> {};
 
-/// Lets the n-th such call fail, for every n until a whole run has no such call:
-/// connect, ask, take an event.
-template <typename Faulty>
-void runWithFaults(const Fault& fault, Faulty faultySystem) {
+/// Connects, makes a request and receives an event. Repeats that with the first such call
+/// failing, then the second and so on, until there is no such call any more.
+template <typename Choose>
+void runWithFailures(const FailedCall& failure, Choose systemOf) {
   const std::size_t before = openDescriptors();
-  bool hit = true;
-  for (int skip = 0; hit; ++skip) {
+  bool failed = true;
+  for (int skip = 0; failed; ++skip) {
     ASSERT_LT(skip, 500);
     const std::string name = uniquePort();
     {
@@ -266,19 +266,19 @@ void runWithFaults(const Fault& fault, Faulty faultySystem) {
       ASSERT_EQ(server.start(name), EvtRes_Success);
       client.system.freezeTime();
       client.system.whileWaiting = [&] {
-        // Twice, because an interrupted look finds nothing.
+        // Twice, because an interrupted wait returns nothing.
         server.serveAll();
         server.serveAll();
       };
-      TestSystem& system = faultySystem(server, client);
-      system.failNext(fault.call, fault.refusal, skip);
+      TestSystem& system = systemOf(server, client);
+      system.failNext(failure.call, failure.error, skip);
       EvtRes result = client.connect(name);
       if (result == EvtRes_Success) {
-        result = client.ask();
+        result = client.request();
       }
       static_cast<void>(client.core.receive(0));
-      hit = system.wasHit();
-      if (!hit || fault.refusal == -EINTR) {
+      failed = system.hasFailed();
+      if (!failed || failure.error == -EINTR) {
         EXPECT_EQ(result, EvtRes_Success) << skip;
       }
       client.destroy();
@@ -287,57 +287,59 @@ void runWithFaults(const Fault& fault, Faulty faultySystem) {
         EXPECT_FALSE(std::filesystem::exists(path)) << skip;
       }
     }
-    // A server whose look at its mailbox fails leaves it to the next one.
+    // A server that fails to check its mailbox does not remove it.
     ::unlink(mailboxPath(name).c_str());
     ASSERT_EQ(openDescriptors(), before) << skip;
   }
 }
 
-TEST_P(FaultyCall, OfTheClientGivesAClearResultAndLeaksNothing) {
-  runWithFaults(GetParam(),
-                [](EchoServer&, EchoClient& client) -> TestSystem& { return client.system; });
+TEST_P(FailingCall, OfTheClientReturnsAnErrorAndLeaksNothing) {
+  runWithFailures(GetParam(),
+                  [](EchoServer&, EchoClient& client) -> TestSystem& { return client.system; });
 }
 
-TEST_P(FaultyCall, OfTheServerGivesAClearResultAndLeaksNothing) {
-  runWithFaults(GetParam(),
-                [](EchoServer& server, EchoClient&) -> TestSystem& { return server.system; });
+TEST_P(FailingCall, OfTheServerIsHandledAndLeaksNothing) {
+  runWithFailures(GetParam(),
+                  [](EchoServer& server, EchoClient&) -> TestSystem& { return server.system; });
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Each, FaultyCall,
-    testing::Values(Fault{"open", -EMFILE}, Fault{"open", -EACCES}, Fault{"open", -EINTR},
-                    Fault{"read", -EIO}, Fault{"read", -EINTR}, Fault{"write", -EIO},
-                    Fault{"write", -EPIPE}, Fault{"write", -EINTR}, Fault{"write", -EAGAIN},
-                    Fault{"lock", -EIO}, Fault{"lock", -EINTR}, Fault{"poll", -ENOMEM},
-                    Fault{"poll", -EINTR}, Fault{"epollCtl", -ENOSPC}, Fault{"waitEpoll", -EINTR},
-                    Fault{"makeFifo", -ENOSPC}, Fault{"makeFifo", -EEXIST}, Fault{"fstat", -EIO},
-                    Fault{"lstat", -EIO}, Fault{"list", -EMFILE}, Fault{"random", -EIO}),
+    Each, FailingCall,
+    testing::Values(
+        FailedCall{"open", -EMFILE}, FailedCall{"open", -EACCES}, FailedCall{"open", -EINTR},
+        FailedCall{"read", -EIO}, FailedCall{"read", -EINTR}, FailedCall{"write", -EIO},
+        FailedCall{"write", -EPIPE}, FailedCall{"write", -EINTR}, FailedCall{"write", -EAGAIN},
+        FailedCall{"lock", -EIO}, FailedCall{"lock", -EINTR}, FailedCall{"poll", -ENOMEM},
+        FailedCall{"poll", -EINTR}, FailedCall{"epollCtl", -ENOSPC},
+        FailedCall{"waitEpoll", -EINTR}, FailedCall{"makeFifo", -ENOSPC},
+        FailedCall{"makeFifo", -EEXIST}, FailedCall{"fstat", -EIO}, FailedCall{"lstat", -EIO},
+        FailedCall{"list", -EMFILE}, FailedCall{"random", -EIO}),
     [](const auto& parameter) {
-      return std::string(parameter.param.call) + "_" + strerrorname_np(-parameter.param.refusal);
+      return std::string(parameter.param.call) + "_" + strerrorname_np(-parameter.param.error);
     });
 
-TEST(ServerStart, GivesAClearResultWhicheverCallFails) {
-  for (const Fault& fault :
-       {Fault{"createEvent", -EMFILE}, Fault{"makeFifo", -EACCES}, Fault{"open", -EMFILE},
-        Fault{"fstat", -EIO}, Fault{"lock", -EIO}, Fault{"lstat", -EIO}, Fault{"epollCtl", -ENOSPC},
-        Fault{"read", -EIO}}) {
+TEST(ServerStart, ReturnsAnErrorIfAnyCallFails) {
+  for (const FailedCall& failure :
+       {FailedCall{"createEvent", -EMFILE}, FailedCall{"makeFifo", -EACCES},
+        FailedCall{"open", -EMFILE}, FailedCall{"fstat", -EIO}, FailedCall{"lock", -EIO},
+        FailedCall{"lstat", -EIO}, FailedCall{"epollCtl", -ENOSPC}, FailedCall{"read", -EIO}}) {
     const std::size_t before = openDescriptors();
-    bool hit = true;
-    for (int skip = 0; hit; ++skip) {
+    bool failed = true;
+    for (int skip = 0; failed; ++skip) {
       const std::string name = uniquePort();
       {
         EchoServer server;
-        server.system.failNext(fault.call, fault.refusal, skip);
+        server.system.failNext(failure.call, failure.error, skip);
         const EvtRes started = server.start(name);
-        hit = server.system.wasHit();
-        EXPECT_TRUE(hit || started == EvtRes_Success) << fault.call << skip;
+        failed = server.system.hasFailed();
+        EXPECT_TRUE(failed || started == EvtRes_Success) << failure.call << skip;
         EchoServer second;
         EXPECT_EQ(second.start(name),
                   started == EvtRes_Success ? EvtRes_NameInUse : EvtRes_Success);
       }
       ::unlink(mailboxPath(name).c_str());
     }
-    EXPECT_EQ(openDescriptors(), before) << fault.call;
+    EXPECT_EQ(openDescriptors(), before) << failure.call;
   }
 }
 

@@ -12,10 +12,10 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes helloOf(std::uint8_t mark) {
+Bytes helloOf(std::uint8_t id) {
   Hello hello;
-  hello.token.fill(mark);
-  hello.behaviour = mark;
+  hello.token.fill(id);
+  hello.behaviour = id;
   const auto bytes = encodeHello(hello);
   return {bytes.begin(), bytes.end()};
 }
@@ -25,27 +25,27 @@ Bytes operator+(Bytes left, const Bytes& right) {
   return left;
 }
 
-/// The marks of the hellos that come out when `bytes` go in, cut at `cut`.
+/// The ids of the hellos that the scanner finds in `bytes`, fed in two parts.
 std::string scan(const Bytes& bytes, std::size_t cut) {
   HelloScanner scanner;
-  std::string marks;
+  std::string ids;
   const std::span<const std::uint8_t> all(bytes);
   for (const auto part : {all.first(cut), all.subspan(cut)}) {
     scanner.feed(part);
     while (const auto hello = scanner.next()) {
       EXPECT_EQ(hello->behaviour, hello->token[15]);
-      marks.push_back(static_cast<char>(hello->token[0]));
+      ids.push_back(static_cast<char>(hello->token[0]));
     }
   }
-  return marks;
+  return ids;
 }
 
-TEST(Hello, HasTheChecksumThatEverybodyKnows) {
+TEST(Hello, HasTheStandardChecksum) {
   const std::string_view text = "123456789";
   EXPECT_EQ(crc32({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}), 0xCBF43926U);
 }
 
-TEST(Hello, IsFoundAmongGarbageWhereverTheStreamIsCut) {
+TEST(Hello, IsFoundAmongGarbageThatIsCutAnywhere) {
   const Bytes magicPrefix{0x9E, 'K', 'R', 'V', 'h'};
   const Bytes magic{0x9E, 'K', 'R', 'V', 'h', 'e', 'l', 'o'};
   const Bytes noise{0, 1, 2, 0xFF, 'K', 'R', 'V'};
@@ -56,7 +56,7 @@ TEST(Hello, IsFoundAmongGarbageWhereverTheStreamIsCut) {
   const Bytes truncated(badChecksum.begin(), badChecksum.begin() + 20);
   struct Case {
     Bytes bytes;
-    std::string marks;
+    std::string ids;
   };
   const std::vector<Case> cases{
       {helloOf('a'), "a"},
@@ -74,12 +74,12 @@ TEST(Hello, IsFoundAmongGarbageWhereverTheStreamIsCut) {
   };
   for (std::size_t i = 0; i < cases.size(); ++i) {
     for (std::size_t cut = 0; cut <= cases[i].bytes.size(); ++cut) {
-      ASSERT_EQ(scan(cases[i].bytes, cut), cases[i].marks) << "case " << i << " cut at " << cut;
+      ASSERT_EQ(scan(cases[i].bytes, cut), cases[i].ids) << "case " << i << " cut at " << cut;
     }
   }
 }
 
-TEST(Hello, IsNotTakenWithAnyByteChanged) {
+TEST(Hello, IsRejectedWithAnyByteChanged) {
   const Bytes good = helloOf('a');
   for (std::size_t i = 0; i < good.size(); ++i) {
     Bytes bad = good;
@@ -88,7 +88,7 @@ TEST(Hello, IsNotTakenWithAnyByteChanged) {
   }
 }
 
-TEST(Hello, IsUnderstoodInTheOtherByteOrder) {
+TEST(Hello, IsDecodedInTheOtherByteOrder) {
   Bytes bytes = helloOf('a');
   bytes[8] = bytes[8] == 0 ? 1 : 0;
   std::swap(bytes[10], bytes[11]);

@@ -24,28 +24,28 @@ Bytes frame(FrameKind kind, std::uint16_t code, std::uint32_t sequence, const st
   return bytes;
 }
 
-/// A client that knows the protocol but nothing of the library's client.
+/// A client that speaks the protocol without the client of the library.
 class RawClient {
  public:
   RawClient() { EXPECT_EQ(posixSystem().random(hello_.token), 0); }
   ~RawClient() {
-    forgetPipes();
+    removePipes();
     ::close(mailbox_);
   }
   RawClient(const RawClient&) = delete;
   RawClient& operator=(const RawClient&) = delete;
 
-  /// Tries again where the sweep of another test got in between.
+  /// Repeats it if the sweep of another test has removed a pipe.
   void makePipes() {
     do {
-      forgetPipes();
+      removePipes();
       ASSERT_EQ(posixSystem().random(hello_.token), 0);
       request = make(PipePurpose::request, O_RDWR);
       reply = make(PipePurpose::reply, O_RDONLY);
       event = make(PipePurpose::event, O_RDONLY);
     } while (!isOwned(request) || !isOwned(reply) || !isOwned(event));
   }
-  void say(const std::string& port, const Bytes& bytes) {
+  void writeToMailbox(const std::string& port, const Bytes& bytes) {
     mailbox_ = ::open(mailboxPath(port).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_GE(mailbox_, 0);
     ASSERT_EQ(::write(mailbox_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
@@ -54,13 +54,13 @@ class RawClient {
     const auto bytes = encodeHello(hello_);
     return {bytes.begin(), bytes.end()};
   }
-  static Bytes take(int end) {
+  static Bytes readAll(int end) {
     Bytes bytes(100000);
     const ssize_t count = ::read(end, bytes.data(), bytes.size());
     bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return bytes;
   }
-  void ask(const Bytes& bytes) const {
+  void writeRequest(const Bytes& bytes) const {
     ASSERT_EQ(::write(request, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
   [[nodiscard]] bool hungUp() const {
@@ -83,7 +83,7 @@ class RawClient {
     return end >= 0 && ::flock(end, LOCK_EX | LOCK_NB) == 0 && ::fstat(end, &status) == 0 &&
            status.st_nlink > 0;
   }
-  void forgetPipes() const {
+  void removePipes() const {
     for (const int end : {request, reply, event}) {
       ::close(end);
     }
@@ -105,10 +105,12 @@ class Hostile : public testing::Test {
     client.system.whileWaiting = [&] { server.serveAll(); };
     ASSERT_EQ(client.connect(name), EvtRes_Success);
   }
-  void TearDown() override { EXPECT_EQ(client.ask(), EvtRes_Success) << "nobody else notices"; }
+  void TearDown() override {
+    EXPECT_EQ(client.request(), EvtRes_Success) << "other clients are not affected";
+  }
   void connect(RawClient& raw) {
     raw.makePipes();
-    raw.say(name, raw.hello());
+    raw.writeToMailbox(name, raw.hello());
     server.serveAll();
     ASSERT_EQ(server.connectionCount(), 2U);
   }
@@ -118,31 +120,31 @@ class Hostile : public testing::Test {
   EchoClient client;
 };
 
-TEST_F(Hostile, ClientByHandIsWelcomedStartedAndAnswered) {
+TEST_F(Hostile, RawClientGetsTheWelcomeTheStartedEventAndAReply) {
   RawClient raw;
   connect(raw);
-  EXPECT_EQ(RawClient::take(raw.reply), frame(FrameKind::welcome, 0, 0, ""));
-  EXPECT_EQ(RawClient::take(raw.event), frame(FrameKind::event, 1, 0, ""));
-  raw.ask(frame(FrameKind::request, 5, 77, "hello"));
+  EXPECT_EQ(RawClient::readAll(raw.reply), frame(FrameKind::welcome, 0, 0, ""));
+  EXPECT_EQ(RawClient::readAll(raw.event), frame(FrameKind::event, 1, 0, ""));
+  raw.writeRequest(frame(FrameKind::request, 5, 77, "hello"));
   server.serveAll();
-  EXPECT_EQ(RawClient::take(raw.reply), frame(FrameKind::reply, 5, 77, "hello"));
+  EXPECT_EQ(RawClient::readAll(raw.reply), frame(FrameKind::reply, 5, 77, "hello"));
 }
 
-TEST_F(Hostile, ByteOrderOfTheOtherKindIsUnderstood) {
+TEST_F(Hostile, RequestInTheOtherByteOrderGetsAReply) {
   RawClient raw;
   connect(raw);
-  RawClient::take(raw.reply);
+  RawClient::readAll(raw.reply);
   Bytes request = frame(FrameKind::request, 5, 77, "x");
   request[0] = request[0] == 0 ? 1 : 0;
   std::reverse(request.begin() + 2, request.begin() + 4);
   std::reverse(request.begin() + 4, request.begin() + 8);
   std::reverse(request.begin() + 12, request.begin() + 16);
-  raw.ask(request);
+  raw.writeRequest(request);
   server.serveAll();
-  EXPECT_EQ(RawClient::take(raw.reply), frame(FrameKind::reply, 5, 77, "x"));
+  EXPECT_EQ(RawClient::readAll(raw.reply), frame(FrameKind::reply, 5, 77, "x"));
 }
 
-TEST_F(Hostile, FramesCloseTheirOwnConnectionOnly) {
+TEST_F(Hostile, FramesCloseOnlyTheirOwnConnection) {
   Bytes oversized = frame(FrameKind::request, 1, 1, "");
   const std::uint32_t length = maxPayload + 1;
   std::memcpy(oversized.data() + 12, &length, sizeof length);
@@ -152,65 +154,65 @@ TEST_F(Hostile, FramesCloseTheirOwnConnectionOnly) {
                            frame(FrameKind::event, 1, 1, ""), Bytes(500, 0xA5)}) {
     RawClient raw;
     connect(raw);
-    raw.ask(bad);
+    raw.writeRequest(bad);
     server.serveAll();
     EXPECT_EQ(server.connectionCount(), 1U);
     EXPECT_TRUE(raw.hungUp());
   }
 }
 
-TEST_F(Hostile, GarbageInTheMailboxHidesNoHello) {
+TEST_F(Hostile, GarbageInTheMailboxDoesNotHideAHello) {
   RawClient raw;
   raw.makePipes();
   Bytes bytes(2000, 0x9E);
   const Bytes hello = raw.hello();
   bytes.insert(bytes.end(), hello.begin(), hello.end() - 1);
   bytes.insert(bytes.end(), hello.begin(), hello.end());
-  raw.say(name, bytes);
+  raw.writeToMailbox(name, bytes);
   server.serveAll();
   EXPECT_EQ(server.connectionCount(), 2U);
 }
 
-TEST_F(Hostile, HellosWithoutPipesOrWithForeignFilesAreIgnored) {
+TEST_F(Hostile, HelloWithoutPipesIsIgnored) {
   RawClient raw;
-  raw.say(name, raw.hello());
+  raw.writeToMailbox(name, raw.hello());
   server.serveAll();
   EXPECT_EQ(server.connectionCount(), 1U);
 }
 
-TEST_F(Hostile, FramesOfPartsAreWaitedForWithoutHarm) {
+TEST_F(Hostile, FrameThatArrivesByteByByteGetsAReply) {
   RawClient raw;
   connect(raw);
-  RawClient::take(raw.reply);
+  RawClient::readAll(raw.reply);
   for (const std::uint8_t byte : frame(FrameKind::request, 9, 3, "slow")) {
-    raw.ask({byte});
+    raw.writeRequest({byte});
     server.serveAll();
   }
-  EXPECT_EQ(RawClient::take(raw.reply), frame(FrameKind::reply, 9, 3, "slow"));
+  EXPECT_EQ(RawClient::readAll(raw.reply), frame(FrameKind::reply, 9, 3, "slow"));
 }
 
-TEST_F(Hostile, ClientsThatTakeNoReplyAreReadNoFurther) {
+TEST_F(Hostile, ClientThatReadsNoReplyIsNotReadAnyMore) {
   RawClient raw;
   connect(raw);
-  RawClient::take(raw.reply);
+  RawClient::readAll(raw.reply);
   const std::string text(60000, 'r');
   for (int i = 0; i < 2; ++i) {
-    raw.ask(frame(FrameKind::request, 1, 1, text));
+    raw.writeRequest(frame(FrameKind::request, 1, 1, text));
     server.serveAll();
   }
   const int handled = server.port.handled;
-  raw.ask(frame(FrameKind::request, 1, 3, text));
+  raw.writeRequest(frame(FrameKind::request, 1, 3, text));
   server.serveAll();
-  EXPECT_EQ(server.port.handled, handled) << "the last reply still waits for room";
-  std::size_t got = 0;
+  EXPECT_EQ(server.port.handled, handled) << "the last reply still waits for the pipe";
+  std::size_t received = 0;
   for (int i = 0; i < 10; ++i) {
-    got += RawClient::take(raw.reply).size();
+    received += RawClient::readAll(raw.reply).size();
     server.serveAll();
   }
-  EXPECT_EQ(got, 3 * (FrameHeader::size + text.size()));
+  EXPECT_EQ(received, 3 * (FrameHeader::size + text.size()));
 }
 
-TEST_F(Hostile, ClientsThatWriteOrHangUpWhileTheyAreServedKeepNobodyBusy) {
+TEST_F(Hostile, ClientsThatWriteOrHangUpDuringTheirRequestCauseNoBusyLoop) {
   for (const bool hangsUp : {false, true}) {
     auto raw = std::make_unique<RawClient>();
     connect(*raw);
@@ -223,13 +225,13 @@ TEST_F(Hostile, ClientsThatWriteOrHangUpWhileTheyAreServedKeepNobodyBusy) {
       if (hangsUp) {
         raw.reset();
       } else {
-        raw->ask(frame(FrameKind::request, 1, 2, "more"));
+        raw->writeRequest(frame(FrameKind::request, 1, 2, "more"));
       }
       const int before = server.system.waits;
       static_cast<void>(server.core.receive(20));
       waits = server.system.waits - before;
     };
-    raw->ask(frame(FrameKind::request, 1, 1, "first"));
+    raw->writeRequest(frame(FrameKind::request, 1, 1, "first"));
     const int handled = server.port.handled;
     server.serveAll();
     EXPECT_LE(waits, 4) << hangsUp;
@@ -241,17 +243,17 @@ TEST_F(Hostile, ClientsThatWriteOrHangUpWhileTheyAreServedKeepNobodyBusy) {
   }
 }
 
-TEST_F(Hostile, ClientThatDoesNotWaitIsServedInOrderByAHandlerThatReceives) {
+TEST_F(Hostile, RequestsInAdvanceAreServedInOrderByAHandlerThatDispatches) {
   RawClient raw;
   connect(raw);
-  RawClient::take(raw.reply);
-  constexpr std::size_t most = 60000;
-  raw.ask(frame(FrameKind::request, 0, 1, std::string(most, '1')));
+  RawClient::readAll(raw.reply);
+  constexpr std::size_t almostThePipe = 60000;
+  raw.writeRequest(frame(FrameKind::request, 0, 1, std::string(almostThePipe, '1')));
   server.serveAll();
-  // The reply to the second one waits for room, the others for it.
-  raw.ask(frame(FrameKind::request, 0, 2, std::string(most, '2')));
-  raw.ask(frame(FrameKind::request, 0, 3, "3"));
-  raw.ask(frame(FrameKind::request, 0, 4, "4"));
+  // The second reply waits for the pipe, and the other requests wait for it.
+  raw.writeRequest(frame(FrameKind::request, 0, 2, std::string(almostThePipe, '2')));
+  raw.writeRequest(frame(FrameKind::request, 0, 3, "3"));
+  raw.writeRequest(frame(FrameKind::request, 0, 4, "4"));
   server.serveAll();
   EXPECT_EQ(server.port.handled, 2);
   int nested = 0;
@@ -261,7 +263,8 @@ TEST_F(Hostile, ClientThatDoesNotWaitIsServedInOrderByAHandlerThatReceives) {
     nested += server.port.handled - handled;
   };
   Bytes replies;
-  for (Bytes some = RawClient::take(raw.reply); !some.empty(); some = RawClient::take(raw.reply)) {
+  for (Bytes some = RawClient::readAll(raw.reply); !some.empty();
+       some = RawClient::readAll(raw.reply)) {
     replies.insert(replies.end(), some.begin(), some.end());
     server.serveAll();
   }
@@ -269,21 +272,21 @@ TEST_F(Hostile, ClientThatDoesNotWaitIsServedInOrderByAHandlerThatReceives) {
   EXPECT_EQ(nested, 0);
   Bytes expected;
   for (const Bytes& reply :
-       {frame(FrameKind::reply, 0, 1, std::string(most, '1')),
-        frame(FrameKind::reply, 0, 2, std::string(most, '2')), frame(FrameKind::reply, 0, 3, "3"),
-        frame(FrameKind::reply, 0, 4, "4")}) {
+       {frame(FrameKind::reply, 0, 1, std::string(almostThePipe, '1')),
+        frame(FrameKind::reply, 0, 2, std::string(almostThePipe, '2')),
+        frame(FrameKind::reply, 0, 3, "3"), frame(FrameKind::reply, 0, 4, "4")}) {
     expected.insert(expected.end(), reply.begin(), reply.end());
   }
   EXPECT_TRUE(replies == expected);
 }
 
-TEST_F(Hostile, ClientThatAsksWhereItsSessionWantedTooMuchIsLetGo) {
+TEST_F(Hostile, ClientWhoseSessionRanOutOfMemoryIsDisconnected) {
   const std::size_t others = server.connectionCount();
   server.port.onOpen = [] { throw std::bad_alloc(); };
   RawClient raw;
   raw.makePipes();
-  raw.say(name, raw.hello());
-  raw.ask(frame(FrameKind::request, 5, 77, "hello"));
+  raw.writeToMailbox(name, raw.hello());
+  raw.writeRequest(frame(FrameKind::request, 5, 77, "hello"));
   server.serveAll();
   EXPECT_EQ(server.connectionCount(), others);
   EXPECT_TRUE(raw.hungUp());
@@ -291,16 +294,16 @@ TEST_F(Hostile, ClientThatAsksWhereItsSessionWantedTooMuchIsLetGo) {
   server.port.onOpen = nullptr;
   RawClient other;
   connect(other);
-  EXPECT_EQ(server.connectionCount(), others + 1) << "nobody else notices";
+  EXPECT_EQ(server.connectionCount(), others + 1) << "other clients are not affected";
 }
 
-TEST_F(Hostile, ClientsThatHangUpInAFrameFreeEverything) {
+TEST_F(Hostile, ClientThatHangsUpWithinAFrameLeavesNothing) {
   {
     RawClient raw;
     connect(raw);
     Bytes part = frame(FrameKind::request, 1, 1, std::string(1000, 'p'));
     part.resize(500);
-    raw.ask(part);
+    raw.writeRequest(part);
     server.serveAll();
   }
   server.serveAll();

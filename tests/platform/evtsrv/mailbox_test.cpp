@@ -43,7 +43,7 @@ TEST_F(MailboxOf, ALiveServerIsNotTakenOver) {
   EXPECT_EQ(client.connect(name), EvtRes_Success);
 }
 
-TEST_F(MailboxOf, ADeadServerIsTakenOverWithAccessSetAnew) {
+TEST_F(MailboxOf, ADeadServerIsTakenOverAndItsModeIsSet) {
   makeDeadMailbox(0666);
   ASSERT_EQ(server.start(name), EvtRes_Success);
   EXPECT_EQ(modeOf(), 0600U);
@@ -51,7 +51,7 @@ TEST_F(MailboxOf, ADeadServerIsTakenOverWithAccessSetAnew) {
   EXPECT_EQ(client.connect(name), EvtRes_Success);
 }
 
-TEST_F(MailboxOf, AKilledServerIsTakenOverAndNothingElseIsLeftOfIt) {
+TEST_F(MailboxOf, AKilledServerIsTakenOver) {
   const pid_t child = forkChild();
   if (child == 0) {
     EchoServer dying;
@@ -84,17 +84,17 @@ TEST_F(MailboxOf, AServerHasItsModeWhateverTheUmask) {
   }
 }
 
-TEST_F(MailboxOf, AClientSeesPrivatePipesMadeWhateverTheUmask) {
+TEST_F(MailboxOf, AServerIsUsableWhateverTheUmaskOfTheClient) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   server.pump();
   const mode_t before = ::umask(0777);
   const EvtRes connected = client.connect(name);
   ::umask(before);
   EXPECT_EQ(connected, EvtRes_Success);
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
 }
 
-TEST_F(MailboxOf, AGroupIsOpenToItsMembers) {
+TEST_F(MailboxOf, ASharedPortIsOpenToTheGroup) {
   const gid_t group = ::getegid();
   ASSERT_EQ(server.start(name, group), EvtRes_Success);
   EXPECT_EQ(modeOf(), 0660U);
@@ -102,7 +102,7 @@ TEST_F(MailboxOf, AGroupIsOpenToItsMembers) {
   EXPECT_EQ(client.connect(name), EvtRes_Success);
 }
 
-TEST_F(MailboxOf, WhatIsNoPipeIsRefusedAndNotWrittenTo) {
+TEST_F(MailboxOf, ANameThatIsNotAPipeIsRejectedAndNotWrittenTo) {
   const std::string target = path + ".target";
   const std::vector<std::function<void()>> makers{
       [&] { std::ofstream(path) << "keep"; },
@@ -126,14 +126,14 @@ TEST_F(MailboxOf, WhatIsNoPipeIsRefusedAndNotWrittenTo) {
   fs::remove(target);
 }
 
-TEST_F(MailboxOf, NobodyFailsAtOnce) {
+TEST_F(MailboxOf, NoServerFailsImmediately) {
   client.system.freezeTime();
   EXPECT_EQ(client.connect(name), EvtRes_NoServer);
   makeDeadMailbox(0600);
   EXPECT_EQ(client.connect(name), EvtRes_NoServer);
 }
 
-TEST_F(MailboxOf, ABadNameIsRefusedOnBothSides) {
+TEST_F(MailboxOf, AnInvalidNameIsRejectedOnBothSides) {
   using namespace std::string_literals;
   for (const std::string& bad :
        {""s, "."s, ".hidden"s, "a/b"s, "/"s, "../x"s, std::string(201, 'n'), "a\0b"s}) {
@@ -144,14 +144,14 @@ TEST_F(MailboxOf, ABadNameIsRefusedOnBothSides) {
   EXPECT_EQ(server.start(longest), EvtRes_Success);
 }
 
-TEST_F(MailboxOf, AForeignUserIsRefusedAndNotWrittenTo) {
+TEST_F(MailboxOf, AnotherUserIsRejectedAndNotWrittenTo) {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "only root can act as two users";
   }
   makeDeadMailbox(0666);
-  constexpr uid_t foreign = 12345;
+  constexpr uid_t owner = 12345;
   constexpr uid_t other = 54321;
-  ASSERT_EQ(::chown(path.c_str(), foreign, foreign), 0);
+  ASSERT_EQ(::chown(path.c_str(), owner, owner), 0);
   const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   ASSERT_GE(reader, 0);
   const pid_t child = forkChild();
@@ -160,10 +160,10 @@ TEST_F(MailboxOf, AForeignUserIsRefusedAndNotWrittenTo) {
       ::_exit(99);
     }
     EchoServer served;
-    EchoClient asking;
-    const bool refused =
-        served.start(name) == EvtRes_NotPermitted && asking.connect(name) == EvtRes_NotPermitted;
-    ::_exit(refused ? 0 : 1);
+    EchoClient childClient;
+    const bool rejected = served.start(name) == EvtRes_NotPermitted &&
+                          childClient.connect(name) == EvtRes_NotPermitted;
+    ::_exit(rejected ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
@@ -188,19 +188,20 @@ TEST_F(MailboxOf, ASharedPortServesAnotherUserOfTheGroupOnly) {
           ::setuid(34567) != 0) {
         ::_exit(99);
       }
-      EchoClient asking;
-      const EvtRes connected = asking.connect(name);
-      const bool right = member ? connected == EvtRes_Success && asking.ask() == EvtRes_Success
-                                : connected == EvtRes_NotPermitted;
-      ::_exit(right ? 0 : static_cast<int>(10 + connected));
+      EchoClient childClient;
+      const EvtRes connected = childClient.connect(name);
+      const bool isExpected =
+          member ? connected == EvtRes_Success && childClient.request() == EvtRes_Success
+                 : connected == EvtRes_NotPermitted;
+      ::_exit(isExpected ? 0 : static_cast<int>(10 + connected));
     }
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(WEXITSTATUS(status), 0) << (member ? "member" : "stranger");
+    EXPECT_EQ(WEXITSTATUS(status), 0) << (member ? "member" : "not a member");
   }
 }
 
-TEST_F(MailboxOf, AUserServesRootsClients) {
+TEST_F(MailboxOf, AUserServesClientsOfRoot) {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "only root can act as two users";
   }
@@ -224,7 +225,7 @@ TEST_F(MailboxOf, AUserServesRootsClients) {
   ASSERT_EQ(::read(ready[0], &started, 1), 1);
   ASSERT_EQ(started, 'y');
   EXPECT_EQ(client.connect(name), EvtRes_Success);
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);

@@ -14,14 +14,14 @@
 namespace EvtSrv {
 namespace {
 
-TEST(EventPortManager, GivesTimeoutWhereNothingComes) {
+TEST(EventPortManager, ReturnsTimeoutIfNothingComes) {
   EventPortManager manager(ConBehave_Default, true);
   EXPECT_EQ(manager.receiveEvent(0), EvtRes_Timeout);
   EXPECT_EQ(manager.receiveEvent(5), EvtRes_Timeout);
   EXPECT_TRUE(manager.reconnects());
 }
 
-TEST(EventPortManager, FinishesAtOnceWhereNoTerminationIsUnderWay) {
+TEST(EventPortManager, FinishesImmediatelyIfNoTerminationIsUnderWay) {
   EventPortManager manager(ConBehave_Default, false);
   EXPECT_EQ(manager.finishActiveTerm(-1), EvtRes_Success);
   EXPECT_FALSE(manager.reconnects());
@@ -51,27 +51,27 @@ TEST(EventPortManager, IsWokenFromASignalHandler) {
   ASSERT_EQ(::sigaction(SIGUSR1, &before, nullptr), 0);
 }
 
-TEST(EventPort, HandsWhatItReceivesToItsOwner) {
+TEST(EventPort, PassesItsEventsToTheModelHandler) {
   class Owner : public EventPort {
    public:
     using EventPort::EventPort;
     unsigned receiveModelEvent(const char* sender, unsigned type, MemoryHolder*,
                                MemoryHolder*) override {
-      seen = std::string(sender) + std::to_string(type);
+      received = std::string(sender) + std::to_string(type);
       return EvtRes_Timeout;
     }
-    std::string seen;
+    std::string received;
   };
   EventPortManager manager(ConBehave_Default, true);
   Owner owner(&manager);
   MemoryHolder data;
   MemoryHolder reply;
   EXPECT_EQ(owner.receive("port", 2, &data, &reply), unsigned{EvtRes_Timeout});
-  EXPECT_EQ(owner.seen, "port2");
+  EXPECT_EQ(owner.received, "port2");
   EXPECT_EQ(owner.manager(), &manager);
 }
 
-TEST(MemoryHolder, GivesOffsetsAndStopsAtItsEnd) {
+TEST(MemoryHolder, ReturnsOffsetsAndStopsAtItsEnd) {
   MemoryHolder holder(std::vector<std::uint8_t>{9, 1, 2, 3}, 1);
   EXPECT_EQ(holder.getCurrentOffset(2), 1U);
   EXPECT_EQ(holder.position(), 3U);
@@ -82,7 +82,7 @@ TEST(MemoryHolder, GivesOffsetsAndStopsAtItsEnd) {
   EXPECT_EQ(MemoryHolder(std::vector<std::uint8_t>{1}, 7).position(), 1U);
 }
 
-TEST(EvtRes, IsDescribedInWords) {
+TEST(EvtRes, HasADescription) {
   for (unsigned result = EvtRes_Success; result <= EvtRes_Busy; ++result) {
     EXPECT_STRNE(describe(static_cast<EvtRes>(result)), "unknown result");
   }
@@ -93,7 +93,7 @@ TEST(EvtRes, IsDescribedInWords) {
 namespace internal {
 namespace {
 
-TEST(ManagerCore, ThatGotNoDescriptorsSaysSoEverywhere) {
+TEST(ManagerCore, WithoutDescriptorsReturnsAnErrorEverywhere) {
   for (const char* call : {"createEpoll", "createEvent", "epollCtl"}) {
     const std::size_t before = openDescriptors();
     {
@@ -112,7 +112,7 @@ TEST(ManagerCore, ThatGotNoDescriptorsSaysSoEverywhere) {
   }
 }
 
-TEST(ManagerCore, ThatCannotWorkKeepsItsPumpFromSpinning) {
+TEST(ManagerCore, WithoutDescriptorsKeepsItsPumpFromSpinning) {
   TestSystem system;
   system.failNext("createEpoll", -EMFILE);
   KSTD::KThreadMutex mutex;
@@ -125,7 +125,7 @@ TEST(ManagerCore, ThatCannotWorkKeepsItsPumpFromSpinning) {
   }
 }
 
-TEST(Managers, LiveSideBySideInOneProcess) {
+TEST(Managers, WorkSideBySideInOneProcess) {
   EchoServer one;
   EchoServer two;
   EchoClient client;
@@ -138,24 +138,24 @@ TEST(Managers, LiveSideBySideInOneProcess) {
   two.pump();
   ASSERT_EQ(client.connect(first), EvtRes_Success);
   ASSERT_EQ(other.connect(second), EvtRes_Success);
-  EXPECT_EQ(client.ask(), EvtRes_Success);
-  EXPECT_EQ(other.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
+  EXPECT_EQ(other.request(), EvtRes_Success);
   EXPECT_EQ(one.port.handled, 1);
   EXPECT_EQ(two.port.handled, 1);
 }
 
 std::atomic<int> pipeSignals{0};
 
-/// A system on a kernel that refuses to write without the signal.
+/// A kernel that does not support a write without the signal.
 class OlderSystem : public PosixSystem {
  public:
-  explicit OlderSystem(int refusal) : error_(refusal) {}
+  explicit OlderSystem(int error) : error_(error) {}
 
-  int asked = 0;
+  int attempts = 0;
 
  protected:
   ssize_t writeWithoutSignal(int /*descriptor*/, std::span<const iovec> /*parts*/) override {
-    ++asked;
+    ++attempts;
     return error_;
   }
 
@@ -163,20 +163,20 @@ class OlderSystem : public PosixSystem {
   int error_;
 };
 
-/// A system on a kernel that knows how to write without the signal.
+/// A kernel that supports a write without the signal.
 class NewerSystem : public PosixSystem {
  public:
-  int asked = 0;
+  int attempts = 0;
 
  protected:
   ssize_t writeWithoutSignal(int descriptor, std::span<const iovec> parts) override {
-    ++asked;
+    ++attempts;
     const ssize_t result = ::writev(descriptor, parts.data(), static_cast<int>(parts.size()));
     return result >= 0 ? result : -errno;
   }
 };
 
-/// Writes to a pipe that nobody reads, with the signal blocked and pending or not.
+/// Writes to a pipe without a reader while the signal is blocked or pending, or not.
 void expectNoPipeSignal(System& system, bool blocked, bool pending) {
   sigset_t set;
   sigset_t old;
@@ -206,30 +206,30 @@ void expectNoPipeSignal(System& system, bool blocked, bool pending) {
   ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, &old, nullptr), 0);
 }
 
-TEST(PipeSignal, NeverReachesTheProgramWhoseMaskStaysAsItWas) {
+TEST(PipeSignal, NeverReachesTheProgramAndTheMaskIsRestored) {
   struct sigaction action {};
   struct sigaction before {};
   action.sa_handler = [](int) { ++pipeSignals; };
   ASSERT_EQ(::sigaction(SIGPIPE, &action, &before), 0);
-  OlderSystem refusing(-EOPNOTSUPP);
+  OlderSystem withoutFlag(-EOPNOTSUPP);
   OlderSystem older(-EINVAL);
   OlderSystem oldest(-ENOSYS);
   OlderSystem filtered(-EPERM);
   for (System* const system :
-       std::initializer_list<System*>{&posixSystem(), &refusing, &older, &oldest, &filtered}) {
+       std::initializer_list<System*>{&posixSystem(), &withoutFlag, &older, &oldest, &filtered}) {
     expectNoPipeSignal(*system, false, false);
     expectNoPipeSignal(*system, true, false);
     expectNoPipeSignal(*system, true, true);
   }
   EXPECT_EQ(pipeSignals, 0);
-  for (const OlderSystem* const system : {&refusing, &older, &oldest, &filtered}) {
-    EXPECT_EQ(system->asked, triesNoSignal ? 1 : 0)
-        << "what the kernel does not know it is not asked again";
+  for (const OlderSystem* const system : {&withoutFlag, &older, &oldest, &filtered}) {
+    EXPECT_EQ(system->attempts, triesNoSignal ? 1 : 0)
+        << "a call that the kernel does not support is not tried again";
   }
   ASSERT_EQ(::sigaction(SIGPIPE, &before, nullptr), 0);
 }
 
-TEST(Write, TakesBothPartsOnEveryKernel) {
+TEST(Write, WritesBothBuffersOnEveryKernel) {
   OlderSystem older(-EOPNOTSUPP);
   for (System* const system : std::initializer_list<System*>{&posixSystem(), &older}) {
     int ends[2];
@@ -238,17 +238,17 @@ TEST(Write, TakesBothPartsOnEveryKernel) {
     const std::array<std::uint8_t, 3> body{3, 4, 5};
     EXPECT_EQ(system->write(ends[1], head, body), 5);
     EXPECT_EQ(system->write(ends[1], body), 3);
-    std::array<std::uint8_t, 16> got{};
-    EXPECT_EQ(system->read(ends[0], got), 8);
-    EXPECT_EQ(got, (std::array<std::uint8_t, 16>{1, 2, 3, 4, 5, 3, 4, 5}));
+    std::array<std::uint8_t, 16> bytes{};
+    EXPECT_EQ(system->read(ends[0], bytes), 8);
+    EXPECT_EQ(bytes, (std::array<std::uint8_t, 16>{1, 2, 3, 4, 5, 3, 4, 5}));
     ::close(ends[0]);
     ::close(ends[1]);
   }
 }
 
-TEST(Write, TakesTheRefusalOfADescriptorForNoneOfTheKernel) {
+TEST(Write, DistinguishesAnErrorOfTheDescriptorFromAnUnsupportedCall) {
   NewerSystem system;
-  // An eventfd takes 8 bytes at a time, a sealed memfd none.
+  // An eventfd accepts writes of 8 bytes only, a sealed memfd none.
   const int event = ::eventfd(0, EFD_CLOEXEC);
   const int sealed = ::memfd_create("sealed", MFD_CLOEXEC | MFD_ALLOW_SEALING);
   const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -258,13 +258,13 @@ TEST(Write, TakesTheRefusalOfADescriptorForNoneOfTheKernel) {
   EXPECT_EQ(system.write(event, byte), -EINVAL);
   EXPECT_EQ(system.write(sealed, byte), -EPERM);
   EXPECT_EQ(system.write(null, byte), 1);
-  EXPECT_EQ(system.asked, triesNoSignal ? 3 : 0) << "later writes go the quick way as well";
+  EXPECT_EQ(system.attempts, triesNoSignal ? 3 : 0) << "later writes use the same call";
   for (const int descriptor : {event, sealed, null}) {
     ::close(descriptor);
   }
 }
 
-TEST(Descriptors, AreClosedInTheCommandsOfTheProgram) {
+TEST(Descriptors, AreClosedOnExec) {
   EchoServer server;
   EchoClient client;
   const std::string name = uniquePort();
@@ -275,8 +275,8 @@ TEST(Descriptors, AreClosedInTheCommandsOfTheProgram) {
   EXPECT_GT(openDescriptors(), before);
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     const int number = std::stoi(entry.path().filename().string());
-    std::error_code gone;
-    const std::string target = std::filesystem::read_symlink(entry.path(), gone).string();
+    std::error_code ignored;
+    const std::string target = std::filesystem::read_symlink(entry.path(), ignored).string();
     if (target.find("/tmp/" + name) == 0 || target.find("/tmp/.krv-") == 0 ||
         target.find("eventpoll") != std::string::npos ||
         target.find("eventfd") != std::string::npos) {

@@ -33,7 +33,7 @@ class CountingHandler : public ReadyHandler {
   int count = 0;
 };
 
-/// A pipe whose ends are waited for.
+/// A reactor and a pipe whose ends it waits for.
 class ReactorTest : public testing::Test {
  protected:
   ReactorTest() {
@@ -46,7 +46,7 @@ class ReactorTest : public testing::Test {
     }
   }
 
-  /// How many of the ends are ready now, each of which was told.
+  /// Dispatches the ends that are ready and returns their number.
   int dispatchAll() {
     std::array<epoll_event, 4> events{};
     const int count = reactor_.wait(events, 0);
@@ -67,7 +67,7 @@ class ReactorTest : public testing::Test {
   std::array<int, 2> ends_{-1, -1};
 };
 
-TEST_F(ReactorTest, TellsTheRoleAndTheEventsOfWhatIsReady) {
+TEST_F(ReactorTest, ReportsTheRoleAndTheEventsOfAReadyDescriptor) {
   Registration registration;
   ASSERT_EQ(reactor_.add(readEnd(), EPOLLIN, handler_, 7, registration), 0);
   EXPECT_EQ(dispatchAll(), 0);
@@ -77,7 +77,7 @@ TEST_F(ReactorTest, TellsTheRoleAndTheEventsOfWhatIsReady) {
   EXPECT_EQ(handler_.lastEvents, static_cast<std::uint32_t>(EPOLLIN));
 }
 
-TEST_F(ReactorTest, AsksTheSystemOnlyWhereTheInterestChanges) {
+TEST_F(ReactorTest, MakesASystemCallOnlyIfTheInterestChanges) {
   Registration registration;
   ASSERT_EQ(reactor_.add(writeEnd(), EPOLLOUT, handler_, 0, registration), 0);
   const int before = system_.changes;
@@ -92,7 +92,7 @@ TEST_F(ReactorTest, AsksTheSystemOnlyWhereTheInterestChanges) {
   EXPECT_EQ(dispatchAll(), 1);
 }
 
-TEST_F(ReactorTest, LooksWhatAMovedRegistrationWaitsFor) {
+TEST_F(ReactorTest, KeepsTheInterestOfAMovedRegistration) {
   Registration first;
   ASSERT_EQ(reactor_.add(writeEnd(), EPOLLOUT, handler_, 0, first), 0);
   Registration second(std::move(first));
@@ -112,7 +112,7 @@ TEST_F(ReactorTest, LooksWhatAMovedRegistrationWaitsFor) {
   EXPECT_EQ(dispatchAll(), 1);
 }
 
-TEST_F(ReactorTest, RefusesAnInterestWithoutARegistration) {
+TEST_F(ReactorTest, RejectsAnInterestWithoutARegistration) {
   Registration registration;
   EXPECT_EQ(registration.setInterest(0), -ENOENT);
   ASSERT_EQ(reactor_.add(readEnd(), EPOLLIN, handler_, 0, registration), 0);
@@ -122,7 +122,7 @@ TEST_F(ReactorTest, RefusesAnInterestWithoutARegistration) {
   EXPECT_EQ(dispatchAll(), 0);
 }
 
-TEST_F(ReactorTest, TellsNobodyOfAReadinessFromBeforeTheEnd) {
+TEST_F(ReactorTest, DropsAnEventFromBeforeTheEndOfTheRegistration) {
   Registration registration;
   ASSERT_EQ(reactor_.add(readEnd(), EPOLLIN, handler_, 0, registration), 0);
   fill();

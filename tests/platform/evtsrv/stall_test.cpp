@@ -3,8 +3,8 @@
 namespace EvtSrv::internal {
 namespace {
 
-/// A server that nobody pumps is one that hangs. Time stands still but for the
-/// waits in vain.
+/// A server without a pump, which stands for one that hangs. Only waits that time out
+/// advance the clock.
 class Stall : public testing::Test {
  protected:
   void connect() {
@@ -21,57 +21,57 @@ class Stall : public testing::Test {
   EchoClient client;
 };
 
-TEST_F(Stall, FailsOnceAfterItsTimeAndThenAtOnce) {
+TEST_F(Stall, BeginsWithATimeoutAndFailsImmediatelyAfterwards) {
   connect();
   const std::int64_t before = client.system.nowMs();
-  EXPECT_EQ(client.ask(), EvtRes_Timeout);
+  EXPECT_EQ(client.request(), EvtRes_Timeout);
   const std::int64_t after = client.system.nowMs();
   EXPECT_GE(after - before, replyTimeoutMs);
   client.system.failNext("write", -EIO);
-  EXPECT_EQ(client.ask(), EvtRes_Stalled);
-  EXPECT_FALSE(client.system.wasHit());
+  EXPECT_EQ(client.request(), EvtRes_Stalled);
+  EXPECT_FALSE(client.system.hasFailed());
   EXPECT_TRUE(client.isOpen());
 }
 
-TEST_F(Stall, ComesAfterTheSameTimeWhereAWaitIsInterrupted) {
+TEST_F(Stall, BeginsAfterTheSameTimeIfAWaitIsInterrupted) {
   connect();
-  client.system.refusedWaitMs = replyTimeoutMs * 3 / 4;
+  client.system.failedWaitMs = replyTimeoutMs * 3 / 4;
   client.system.failNext("poll", -EINTR);
   const std::int64_t before = client.system.nowMs();
-  EXPECT_EQ(client.ask(), EvtRes_Timeout);
-  EXPECT_TRUE(client.system.wasHit());
+  EXPECT_EQ(client.request(), EvtRes_Timeout);
+  EXPECT_TRUE(client.system.hasFailed());
   EXPECT_GE(client.system.nowMs() - before, replyTimeoutMs);
   EXPECT_LT(client.system.nowMs() - before, replyTimeoutMs * 5 / 4);
 }
 
-TEST_F(Stall, LosesNothingOfASmallRequestThatOnlyPartlyFits) {
+TEST_F(Stall, LosesNothingOfASmallRequestThatIsPartlyWritten) {
   connect();
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   client.system.writeLimit = 7;
-  // Each sign of life lets another one be tried; in the end the pipe is full.
+  // Each event allows one more request; in the end the pipe is full.
   for (std::size_t i = 0; i < 1000; ++i) {
     std::string text(80 + i % 20, 'x');
-    ASSERT_EQ(client.ask(text), EvtRes_Timeout);
-    server.post(2, "life");
+    ASSERT_EQ(client.request(text), EvtRes_Timeout);
+    server.post(2, "activity");
     ASSERT_EQ(client.core.receive(0), EvtRes_Success);
   }
   server.serveAll();
   EXPECT_LT(server.port.handled, 1000);
   client.system.whileWaiting = [&] { server.serveAll(); };
-  std::string text = "behind them";
-  EXPECT_EQ(client.ask(text), EvtRes_Success);
-  EXPECT_EQ(text, "behind them");
+  std::string text = "the next one";
+  EXPECT_EQ(client.request(text), EvtRes_Success);
+  EXPECT_EQ(text, "the next one");
 }
 
 TEST_F(Stall, EndsWithALateReplyWhichIsDropped) {
   connect();
   std::string late = "late";
-  EXPECT_EQ(client.ask(late, 1), EvtRes_Timeout);
+  EXPECT_EQ(client.request(late, 1), EvtRes_Timeout);
   server.serveAll();
   EXPECT_EQ(server.port.handled, 1);
   client.system.whileWaiting = [&] { server.serveAll(); };
   std::string text = "new";
-  EXPECT_EQ(client.ask(text, 2), EvtRes_Success);
+  EXPECT_EQ(client.request(text, 2), EvtRes_Success);
   EXPECT_EQ(text, "new");
   EXPECT_EQ(client.code, 2);
 }
@@ -79,26 +79,26 @@ TEST_F(Stall, EndsWithALateReplyWhichIsDropped) {
 TEST_F(Stall, EndsWithAnEvent) {
   connect();
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
-  EXPECT_EQ(client.ask(), EvtRes_Timeout);
-  EXPECT_EQ(client.ask(), EvtRes_Stalled);
-  server.post(2, "life");
+  EXPECT_EQ(client.request(), EvtRes_Timeout);
+  EXPECT_EQ(client.request(), EvtRes_Stalled);
+  server.post(2, "activity");
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
-  EXPECT_EQ(client.ask(), EvtRes_Timeout) << "tried again";
+  EXPECT_EQ(client.request(), EvtRes_Timeout) << "the request is sent again";
 }
 
-TEST_F(Stall, EndsWhereTheServerReadsTheRestOfARequest) {
+TEST_F(Stall, EndsWhenTheServerReadsTheRequest) {
   connect();
   std::string large(1 << 20, 'x');
-  EXPECT_EQ(client.ask(large), EvtRes_Timeout);
-  EXPECT_EQ(client.ask(large), EvtRes_Stalled);
+  EXPECT_EQ(client.request(large), EvtRes_Timeout);
+  EXPECT_EQ(client.request(large), EvtRes_Stalled);
   EXPECT_EQ(server.core.receive(0), EvtRes_Success);
-  std::string text = "behind it";
-  EXPECT_EQ(client.ask(text), EvtRes_Timeout) << "the rest goes out first";
-  EXPECT_EQ(client.ask(text), EvtRes_Stalled);
+  std::string text = "the next one";
+  EXPECT_EQ(client.request(text), EvtRes_Timeout) << "the rest of the first one is written before";
+  EXPECT_EQ(client.request(text), EvtRes_Stalled);
   EXPECT_EQ(server.port.handled, 0);
 }
 
-TEST_F(Stall, EndsThoughALateReplyWaitsForRoomWhileTheNextRequestDoes) {
+TEST_F(Stall, EndsEvenIfALateReplyAndTheNextRequestBothWaitForTheirPipes) {
   connect();
   constexpr std::size_t size = 1 << 20;
   int reads = 0;
@@ -108,19 +108,19 @@ TEST_F(Stall, EndsThoughALateReplyWaitsForRoomWhileTheNextRequestDoes) {
     }
   };
   std::string late(size, 'l');
-  EXPECT_EQ(client.ask(late), EvtRes_Timeout);
+  EXPECT_EQ(client.request(late), EvtRes_Timeout);
   client.system.whileWaiting = [&] { server.serveAll(); };
   server.serveAll();
   std::string text(size, 'n');
-  EXPECT_EQ(client.ask(text), EvtRes_Success);
+  EXPECT_EQ(client.request(text), EvtRes_Success);
   EXPECT_TRUE(text == std::string(size, 'n'));
   EXPECT_EQ(server.port.handled, 2);
 }
 
-TEST_F(Stall, EndsWithTheServerThatGoesWhileTheRestOfARequestIsWritten) {
+TEST_F(Stall, EndsIfTheServerEndsWhileTheRestOfARequestIsWritten) {
   connect();
   std::string large(1 << 20, 'x');
-  EXPECT_EQ(client.ask(large), EvtRes_Timeout);
+  EXPECT_EQ(client.request(large), EvtRes_Timeout);
   EXPECT_EQ(server.core.receive(0), EvtRes_Success);
   int reads = 0;
   client.system.whileWaiting = [&] {
@@ -130,39 +130,39 @@ TEST_F(Stall, EndsWithTheServerThatGoesWhileTheRestOfARequestIsWritten) {
       server.destroy();
     }
   };
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
   EXPECT_EQ(reads, 3);
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
 }
 
-TEST_F(Stall, IsNotEndedByRoomThatOnlyAnEarlierOneWaitedFor) {
+TEST_F(Stall, IsNotEndedByAWritablePipeThatAnEarlierStallWaitedFor) {
   connect();
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   std::string large(1 << 20, 'x');
-  EXPECT_EQ(client.ask(large), EvtRes_Timeout);
-  server.post(2, "life");
+  EXPECT_EQ(client.request(large), EvtRes_Timeout);
+  server.post(2, "activity");
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   client.system.whileWaiting = [&] { server.serveAll(); };
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
   client.system.whileWaiting = nullptr;
-  EXPECT_EQ(client.ask(), EvtRes_Timeout);
-  EXPECT_EQ(client.ask(), EvtRes_Stalled);
+  EXPECT_EQ(client.request(), EvtRes_Timeout);
+  EXPECT_EQ(client.request(), EvtRes_Stalled);
 }
 
-TEST_F(Stall, EndsWithALateReplyBeforeAReplyThatComesInParts) {
+TEST_F(Stall, EndsWithALateReplyBeforeAReplyThatArrivesInParts) {
   connect();
   std::string late(100, 'l');
-  EXPECT_EQ(client.ask(late, 1), EvtRes_Timeout);
+  EXPECT_EQ(client.request(late, 1), EvtRes_Timeout);
   client.system.readLimit = 7;
   server.serveAll();
   client.system.whileWaiting = [&] { server.serveAll(); };
   std::string text(100, 'n');
-  EXPECT_EQ(client.ask(text, 2), EvtRes_Success);
+  EXPECT_EQ(client.request(text, 2), EvtRes_Success);
   EXPECT_EQ(text, std::string(100, 'n'));
   EXPECT_EQ(client.code, 2);
 }
 
-TEST_F(Stall, OfAStoppedProcessEndsWhenItGoesOn) {
+TEST_F(Stall, OfAStoppedServerEndsWhenItContinues) {
   int ready[2];
   ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
   const pid_t child = forkChild();
@@ -187,21 +187,21 @@ TEST_F(Stall, OfAStoppedProcessEndsWhenItGoesOn) {
   EXPECT_EQ(frozen.connect(name), EvtRes_Timeout);
   bool renewed = true;
   EXPECT_EQ(frozen.resume(renewed), EvtRes_Stalled);
-  EXPECT_EQ(frozen.ask(), EvtRes_Stalled);
+  EXPECT_EQ(frozen.request(), EvtRes_Stalled);
   ASSERT_EQ(::kill(child, SIGCONT), 0);
-  EXPECT_EQ(client.ask(), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
   EXPECT_EQ(frozen.resume(renewed), EvtRes_Success) << "hellos are served in order";
   EXPECT_TRUE(renewed);
   ASSERT_EQ(::kill(child, SIGKILL), 0);
   ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_EQ(client.ask(), EvtRes_Closed);
+  EXPECT_EQ(client.request(), EvtRes_Closed);
   EXPECT_EQ(client.resume(renewed), EvtRes_NoServer);
   ::unlink(mailboxPath(name).c_str());
   ::close(ready[0]);
   ::close(ready[1]);
 }
 
-TEST_F(Stall, OfAHandshakeEndsWhenTheServerHasGone) {
+TEST_F(Stall, OfAHandshakeEndsWhenTheServerEnds) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   client.system.freezeTime();
   EXPECT_EQ(client.connect(name), EvtRes_Timeout);

@@ -6,8 +6,8 @@
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 
-// What an exchange costs in system calls, counted from outside of the processes that
-// make it, whichever calls they are.
+// The number of system calls of an exchange, counted from outside of its processes, so
+// that no call is missed.
 
 namespace EvtSrv::internal {
 namespace {
@@ -17,7 +17,7 @@ struct SystemCall {
   std::uint64_t number = 0;
 };
 
-/// Child processes whose system calls are seen one by one (ptrace(2)).
+/// Child processes whose system calls are traced (ptrace(2)).
 class TracedChildren {
  public:
   ~TracedChildren() {
@@ -30,7 +30,7 @@ class TracedChildren {
   TracedChildren(const TracedChildren&) = delete;
   TracedChildren& operator=(const TracedChildren&) = delete;
 
-  /// Starts a child that runs `body`; below 0 where this process may not trace it.
+  /// Starts a child that runs `body`; negative if this process may not trace it.
   pid_t start(const std::function<void()>& body) {
     const pid_t child = forkChild();
     if (child == 0) {
@@ -45,14 +45,14 @@ class TracedChildren {
       return -1;
     }
     children_.push_back(child);
-    const bool goesOn = ::ptrace(PTRACE_SETOPTIONS, child, nullptr,
-                                 PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL) == 0 &&
-                        ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr) == 0;
-    return goesOn ? child : -1;
+    const bool continues = ::ptrace(PTRACE_SETOPTIONS, child, nullptr,
+                                    PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL) == 0 &&
+                           ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr) == 0;
+    return continues ? child : -1;
   }
 
-  /// Lets the children run until one of them enters a system call; nothing where one
-  /// has ended.
+  /// Lets the children run until one of them enters a system call; empty if one has
+  /// ended.
   std::optional<SystemCall> next() {
     for (;;) {
       int status = 0;
@@ -74,15 +74,14 @@ class TracedChildren {
     }
   }
 
-  /// Lets the children run until `process` makes the call `number`, which is not
-  /// counted; the calls that each made until then are added to `counts`. False where
-  /// one has ended before.
+  /// Lets the children run until `process` makes the call `number`. Adds the calls that
+  /// each of them made before that to `counts`. False if one has ended.
   bool runUntil(pid_t process, long number, std::map<pid_t, int>& counts) {
     while (const auto call = next()) {
       if (call->process == process && call->number == static_cast<std::uint64_t>(number)) {
         return true;
       }
-      // The clock is read without one, but for machines whose clock only the kernel can read.
+      // Most machines read the clock without a system call, but not all.
       counts[call->process] += call->number == SYS_clock_gettime ? 0 : 1;
     }
     return false;
@@ -101,15 +100,15 @@ class TracedChildren {
   std::vector<pid_t> children_;
 };
 
-/// A call that nothing else makes.
+/// A call that marks a point in the test; nothing else makes it.
 constexpr long mark = SYS_getppid;
 
-void setMark() {
+void makeMark() {
   static_cast<void>(::getppid());
 }
 
-/// How many system calls one write is on this kernel: where it cannot be told to raise no
-/// signal, that is kept away before and behind.
+/// The number of system calls of one write on this kernel. If the kernel does not support
+/// writes without a signal, the signal is blocked before and unblocked after the write.
 int callsOfAWrite() {
   constexpr int noSignal = 0x100;
   int ends[2];
@@ -118,10 +117,10 @@ int callsOfAWrite() {
   if (::pipe2(ends, O_CLOEXEC) != 0) {
     return 0;
   }
-  const bool knows = ::pwritev2(ends[1], &part, 1, -1, noSignal) == 1;
+  const bool isSupported = ::pwritev2(ends[1], &part, 1, -1, noSignal) == 1;
   ::close(ends[0]);
   ::close(ends[1]);
-  return knows ? 1 : 3;
+  return isSupported ? 1 : 3;
 }
 
 TEST(SystemCallsOfAnExchange, AreOneWaitOneReadAndOneWriteOnEachSide) {
@@ -134,28 +133,28 @@ TEST(SystemCallsOfAnExchange, AreOneWaitOneReadAndOneWriteOnEachSide) {
     if (served.start(name) != EvtRes_Success) {
       return;
     }
-    setMark();
+    makeMark();
     for (;;) {
       static_cast<void>(served.core.receive(-1));
     }
   });
   if (server < 0) {
-    GTEST_SKIP() << "no tracing here";
+    GTEST_SKIP() << "this process may not trace others";
   }
   ASSERT_TRUE(children.runUntil(server, mark, counts));
   const pid_t client = children.start([&] {
-    EchoClient asking;
+    EchoClient echoClient;
     std::string text(100, 'x');
-    bool answered = asking.connect(name) == EvtRes_Success;
+    bool succeeded = echoClient.connect(name) == EvtRes_Success;
     for (int i = 0; i < 3; ++i) {
-      answered = answered && asking.ask(text) == EvtRes_Success;
+      succeeded = succeeded && echoClient.request(text) == EvtRes_Success;
     }
-    setMark();
+    makeMark();
     for (int i = 0; i < exchanges; ++i) {
-      answered = answered && asking.ask(text) == EvtRes_Success;
+      succeeded = succeeded && echoClient.request(text) == EvtRes_Success;
     }
-    if (answered) {
-      setMark();
+    if (succeeded) {
+      makeMark();
     }
   });
   ASSERT_GT(client, 0);
@@ -164,7 +163,7 @@ TEST(SystemCallsOfAnExchange, AreOneWaitOneReadAndOneWriteOnEachSide) {
   ASSERT_TRUE(children.runUntil(client, mark, counts));
   const int expected = exchanges * (2 + callsOfAWrite());
   EXPECT_EQ(counts[client], expected);
-  // The server may begin to wait before or behind the mark.
+  // The server may begin to wait before or after the mark.
   EXPECT_GE(counts[server], expected - 1);
   EXPECT_LE(counts[server], expected + 1);
   ::unlink(mailboxPath(name).c_str());

@@ -24,16 +24,16 @@ TEST(Thread, RunsItsEntryWithTheArgumentAndIsJoined) {
   EXPECT_EQ(value, 7);
 }
 
-TEST(Thread, EndsItselfAndDestroysWhatIsOnItsStack) {
-  struct Mark {
+TEST(Thread, ExitDestroysTheObjectsOnTheStack) {
+  struct CountOnDestruction {
     std::atomic<int>& count;
-    ~Mark() { ++count; }
+    ~CountOnDestruction() { ++count; }
   };
   std::atomic<int> count{0};
   {
     Thread thread(
         [](void* argument) -> int {
-          const Mark mark{*static_cast<std::atomic<int>*>(argument)};
+          const CountOnDestruction counter{*static_cast<std::atomic<int>*>(argument)};
           Thread::exit(3);
         },
         &count, "ends");
@@ -41,7 +41,7 @@ TEST(Thread, EndsItselfAndDestroysWhatIsOnItsStack) {
   EXPECT_EQ(count, 1);
 }
 
-TEST(Thread, TakesANameOfAnyLength) {
+TEST(Thread, AcceptsANameOfAnyLength) {
   Thread thread([](void*) { return 0; }, nullptr, std::string(100, 'n').c_str());
   EXPECT_TRUE(thread.started());
 }
