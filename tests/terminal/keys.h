@@ -2,7 +2,7 @@
 
 #include <string>
 
-/// What a terminal sends for the keys that are no letters.
+/// The bytes that a terminal sends for special keys.
 namespace terminal_test::keys {
 
 inline const std::string up = "\033[A";
@@ -19,7 +19,7 @@ inline const std::string returnKey = "\r";
 inline const std::string tab = "\t";
 inline const std::string backspace = "\177";
 
-/// The control key and `letter`.
+/// Ctrl and `letter`.
 inline std::string ctrl(char letter) {
   return std::string(1, static_cast<char>(letter & 0x1f));
 }

@@ -9,15 +9,15 @@
 
 namespace terminal_test {
 
-/// A `modelsrvd` of the build, under a name short enough for a prompt, until the
-/// end of its scope.
+/// Runs the built `modelsrvd` while it exists, with a name that is short enough for a
+/// prompt.
 class ModelServer {
  public:
-  /// Serves the tree described by `tree`. Waits until the server can be connected
-  /// to; `std::runtime_error` where it cannot.
+  /// Serves the tree that `tree` describes. Waits until clients can connect; throws
+  /// std::runtime_error if the server does not start.
   explicit ModelServer(const std::string& tree = drive);
 
-  /// Serves what the switches `arguments` say.
+  /// Starts the server with the command line options `arguments`.
   explicit ModelServer(const std::vector<std::string>& arguments);
 
   [[nodiscard]] const std::string& name() const { return name_; }

@@ -23,18 +23,18 @@ struct Look {
   bool operator==(const Look&) const = default;
 };
 
-/// Says a look in words, such as "bold green".
+/// Prints a look in words, such as "bold green".
 void PrintTo(const Look& look, std::ostream* out);
 
-/// A place on the screen, counted from 0 at the upper left.
+/// A position on the screen, counted from 0 at the upper left.
 struct Place {
   int row = 0;
   int column = 0;
   bool operator==(const Place&) const = default;
 };
 
-/// What a person sees: the screen of a terminal that understands UTF-8, after the
-/// bytes that a program has written to it. For one thread.
+/// What the user sees: the screen of a UTF-8 terminal after the bytes that a program has
+/// written to it. For one thread.
 class Screen {
  public:
   Screen(int rows, int columns);
@@ -49,30 +49,30 @@ class Screen {
   [[nodiscard]] int columns() const;
   [[nodiscard]] Place cursor() const;
 
-  /// The text of a row, without the blanks at its end.
+  /// The text of a row, without the spaces at its end.
   [[nodiscard]] std::string row(int index) const;
 
-  /// All rows, each with a line feed, without the empty ones at the end.
+  /// All rows, each followed by a line feed, without the empty rows at the end.
   [[nodiscard]] std::string text() const;
 
-  /// The text of the cursor's row with a "|" where the cursor stands: before the
-  /// character that it covers.
+  /// The text of the cursor's row with a "|" for the cursor, before the character that
+  /// the cursor covers.
   [[nodiscard]] std::string cursorLine() const;
 
-  /// Where `text` stands within one row; the topmost and leftmost place. One
-  /// column a byte is assumed.
+  /// The position of `text` within one row, the topmost and leftmost if there are
+  /// several. Assumes one column per byte.
   [[nodiscard]] std::optional<Place> find(std::string_view text) const;
 
-  /// How many rows hold `text`.
+  /// The number of rows that contain `text`.
   [[nodiscard]] int rowsWith(std::string_view text) const;
 
   [[nodiscard]] Look look(Place place) const;
 
-  /// How `text` is shown, where `find` finds it; nothing where it is not there or
-  /// its characters differ.
+  /// How `text` is shown at the position that `find` returns. No value if it is not on
+  /// the screen or its characters differ in look.
   [[nodiscard]] std::optional<Look> lookOf(std::string_view text) const;
 
-  /// The screen in a frame, and where its cursor is.
+  /// The screen in a frame, and the position of its cursor.
   [[nodiscard]] std::string picture() const;
 
  private:

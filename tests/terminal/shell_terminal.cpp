@@ -8,7 +8,7 @@ void ShellTerminal::start(const TerminalOptions& options,
                           const std::vector<std::string>& arguments) {
   std::vector<std::string> command{test_support::treescopeProgram()};
   command.insert(command.end(), arguments.begin(), arguments.end());
-  // A pseudoterminal starts in the mode in which the system makes it.
+  // Every pseudoterminal starts in the same mode, the system's default.
   modeBefore_ = TerminalSession({"true"}).mode();
   shell_ = std::make_unique<TerminalSession>(command, options);
   ASSERT_TRUE(shell_->writes("[ /]$ ", 0));
@@ -40,7 +40,7 @@ void ShellTerminal::leave() {
 
 void ShellTerminal::expectCleanEnd() {
   const auto status = shell_->waitForExit();
-  ASSERT_TRUE(status.has_value()) << "the shell does not end\n" << shell_->describe();
+  ASSERT_TRUE(status.has_value()) << "the shell has not ended\n" << shell_->describe();
   EXPECT_EQ(*status, (test_support::ExitStatus{0, 0})) << shell_->describe();
   EXPECT_TRUE(sameMode(shell_->mode(), modeBefore_)) << "the terminal is left in another mode";
   shell_.reset();

@@ -11,16 +11,15 @@
 
 namespace terminal_test {
 
-/// A test in which a person sits before `treescope`: what they type, and what
-/// they then see. A shell that still runs at the end of the test is left with
-/// `exit`; every one must end with status 0 and leave the terminal as it found it.
+/// A test that uses `treescope` as a user does: it types, and checks what the screen then
+/// shows. A shell that is still running at the end of the test is ended with `exit`. Every
+/// shell must end with status 0 and restore the terminal's mode.
 class ShellTerminal : public testing::Test {
  protected:
   /// Starts the shell with `arguments`, and waits for its prompt.
   void start(const TerminalOptions& options = {}, const std::vector<std::string>& arguments = {});
 
-  /// Connects to `server`; then the prompt names it, and the cursor stands behind
-  /// the prompt.
+  /// Connects to `server`, and waits for the prompt that contains its name.
   void connect(const std::string& server);
 
   /// Types a line and Return.
@@ -39,10 +38,10 @@ class ShellTerminal : public testing::Test {
   [[nodiscard]] TerminalSession& shell() { return *shell_; }
   [[nodiscard]] const Screen& screen() { return shell_->screen(); }
 
-  /// Ends the shell with `exit`, whatever is in its line.
+  /// Ends the shell with `exit`, whatever its line contains.
   void leave();
 
-  /// Waits for the end of the shell, which must be as every end is.
+  /// Waits for the end of the shell and checks its status and the terminal's mode.
   void expectCleanEnd();
 
   void TearDown() override;

@@ -31,7 +31,7 @@ void check(int error, const char* what) {
   }
 }
 
-/// Bytes as a C string literal has them.
+/// `bytes` as in a C string literal.
 std::string literal(std::string_view bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text;
@@ -72,7 +72,7 @@ TerminalSession::~TerminalSession() {
 }
 
 void TerminalSession::open(const TerminalOptions& options) {
-  // The device is kept open, so that the mode can be looked at when the program has gone.
+  // The device stays open so that the mode can be read after the program has ended.
   const test_support::PseudoTerminal terminal =
       test_support::openPseudoTerminal(options.rows, options.columns);
   master_ = terminal.master;
@@ -139,8 +139,8 @@ bool TerminalSession::take() {
   return true;
 }
 
-// What the program wrote last may still be on its way through the kernel; a byte
-// written behind it arrives behind it.
+// The last output of the program may not have arrived yet. A byte that is written after it
+// arrives after it.
 void TerminalSession::takeRest() {
   if (master_ < 0 || ::write(slave_, "", 1) != 1) {
     return;
@@ -193,24 +193,25 @@ testing::AssertionResult TerminalSession::type(std::string_view keys) {
       keys.remove_prefix(static_cast<std::size_t>(count));
       deadline = Clock::now() + timeout;
     } else if (count < 0 && errno != EAGAIN && errno != EINTR) {
-      return testing::AssertionFailure() << "the terminal takes no keys: " << std::strerror(errno);
+      return testing::AssertionFailure()
+             << "the terminal accepts no keys: " << std::strerror(errno);
     } else if (reap() || !pump(deadline, true)) {
-      return testing::AssertionFailure() << keys.size() << " keys are not taken\n" << describe();
+      return testing::AssertionFailure() << keys.size() << " keys were not read\n" << describe();
     }
   }
   return testing::AssertionSuccess();
 }
 
-testing::AssertionResult TerminalSession::waitFor(const std::function<bool(const Screen&)>& wanted,
-                                                  const std::string& what) {
+testing::AssertionResult TerminalSession::waitFor(
+    const std::function<bool(const Screen&)>& expected, const std::string& what) {
   const auto deadline = Clock::now() + timeout;
-  while (!wanted(screen_)) {
+  while (!expected(screen_)) {
     const bool ended = reap();
-    if (wanted(screen_)) {
+    if (expected(screen_)) {
       break;
     }
     if (ended || !pump(deadline, false)) {
-      return testing::AssertionFailure() << "wanted: " << what << '\n' << describe();
+      return testing::AssertionFailure() << "expected: " << what << '\n' << describe();
     }
   }
   return testing::AssertionSuccess();
@@ -270,7 +271,7 @@ termios TerminalSession::mode() const {
 }
 
 void TerminalSession::signal(int number) {
-  // A pid whose status has been taken may be somebody else's by now.
+  // The pid of a process that has been waited for may have been reused.
   if (!status_ && ::kill(pid_, number) != 0) {
     fail("kill", errno);
   }
@@ -281,7 +282,7 @@ std::string TerminalSession::describe() const {
   std::string text = screen_.picture() + "last bytes: " +
                      literal(bytes_.substr(bytes_.size() - std::min(shown, bytes_.size()))) + '\n';
   if (!status_) {
-    return text + "the program runs\n";
+    return text + "the program is running\n";
   }
   return text +
          (status_->signal != 0 ? "ended by signal " + std::to_string(status_->signal)

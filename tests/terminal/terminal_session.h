@@ -16,84 +16,82 @@
 
 namespace terminal_test {
 
-/// How long a test waits for what ought to come at once. Generous, since the
-/// sanitized builds run on busy machines; nobody waits for it in a test that
-/// passes.
+/// How long a test waits for what is expected immediately. Long, because sanitized builds
+/// run on busy machines; a test that passes never waits this long.
 inline constexpr std::chrono::milliseconds timeout{40000};
 
 struct TerminalOptions {
   int rows = 24;
   int columns = 80;
-  /// Where the program starts; empty: where the test runs.
+  /// The working directory of the program; if empty, that of the test.
   std::string directory = {};
 };
 
-/// A program on a terminal of its own, as a person has it before them: keys go in,
-/// the screen shows what comes out.
+/// A program on a terminal of its own, as a user sees it: keys are typed, and the screen
+/// shows the output.
 ///
-/// The program leads a session whose controlling terminal this is, so Ctrl-C and
-/// Ctrl-\ reach it. Every wait is for an event: output, room for keys, the end of
-/// the program; one that is in vain fails with a picture of the screen. What
-/// cannot be set up is a `std::system_error`. For one thread.
+/// The program leads a session with this controlling terminal, so Ctrl-C and Ctrl-\ reach
+/// it. Every wait is for an event: output, capacity for keys, or the end of the program. A
+/// wait that times out fails with a picture of the screen. Throws std::system_error if the
+/// terminal or the program cannot be set up. For one thread.
 class TerminalSession {
  public:
   explicit TerminalSession(const std::vector<std::string>& command,
                            const TerminalOptions& options = {});
 
-  /// Hangs up, and kills a program that still runs.
+  /// Hangs up, and kills the program if it is still running.
   ~TerminalSession();
 
   TerminalSession(const TerminalSession&) = delete;
   TerminalSession& operator=(const TerminalSession&) = delete;
 
-  /// Types all of `keys`, as fast as the program takes them.
+  /// Types all of `keys`, as fast as the program reads them.
   testing::AssertionResult type(std::string_view keys);
 
-  /// Reads output until `wanted`, called `what` when it fails, holds.
-  testing::AssertionResult waitFor(const std::function<bool(const Screen&)>& wanted,
+  /// Reads output until `expected` returns true. `what` describes it in the error message.
+  testing::AssertionResult waitFor(const std::function<bool(const Screen&)>& expected,
                                    const std::string& what);
 
   /// Waits until the cursor's line is `line`, in which "|" stands for the cursor.
   testing::AssertionResult showsLine(const std::string& line);
 
-  /// Waits until the whole screen is `text`, as `Screen::text` gives it.
+  /// Waits until the whole screen is `text`, as `Screen::text` returns it.
   testing::AssertionResult showsScreen(const std::string& text);
 
-  /// Waits until some row of the screen holds `text`.
+  /// Waits until a row of the screen contains `text`.
   testing::AssertionResult showsText(const std::string& text);
 
-  /// Waits until the bytes from `mark` on hold `text`.
+  /// Waits until the bytes from `mark` on contain `text`.
   testing::AssertionResult writes(const std::string& text, std::size_t mark);
 
-  /// The screen as far as output has been read.
+  /// The screen after the output that has been read so far.
   [[nodiscard]] const Screen& screen() const { return screen_; }
 
-  /// From now on output is counted and thrown away: neither the screen nor the
-  /// bytes are kept.
+  /// Only counts output from now on: neither the screen nor the bytes are updated.
   void lookAway() { watched_ = false; }
 
-  /// How many bytes the program has written so far.
+  /// The number of bytes that the program has written so far.
   [[nodiscard]] std::size_t mark() const { return count_; }
 
-  /// What it has written since `mark`, byte for byte.
+  /// The bytes that it has written since `mark`.
   [[nodiscard]] std::string bytesSince(std::size_t mark) const { return bytes_.substr(mark); }
 
-  /// Changes the size of the terminal, as a person does who drags a corner.
+  /// Changes the size of the terminal, as when the user resizes its window.
   void resize(int rows, int columns);
 
-  /// Closes the terminal under the program, as a lost connection does.
+  /// Closes the terminal while the program runs, as when a connection is lost.
   void hangUp();
 
-  /// Waits for the end of the program; nothing where it does not end.
+  /// Waits for the end of the program. No value if it does not end in time.
   std::optional<test_support::ExitStatus> waitForExit();
 
-  /// The terminal's mode as it is now.
+  /// The current mode of the terminal.
   [[nodiscard]] termios mode() const;
 
   void signal(int number);
   [[nodiscard]] pid_t pid() const { return pid_; }
 
-  /// Why a test failed: the screen, the last bytes, whether the program runs.
+  /// A description for a failed test: the screen, the last bytes, whether the program runs.
   [[nodiscard]] std::string describe() const;
 
  private:
@@ -119,7 +117,7 @@ class TerminalSession {
   std::optional<test_support::ExitStatus> status_;
 };
 
-/// Whether two modes are alike in every flag and character.
+/// Whether two modes are equal in every flag and control character.
 bool sameMode(const termios& one, const termios& other);
 
 }  // namespace terminal_test
