@@ -15,8 +15,6 @@
 #include <system_error>
 #include <utility>
 
-#include "tests/support/pseudo_terminal.h"
-
 namespace test_support {
 namespace {
 
@@ -36,18 +34,12 @@ struct Pipe {
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
       fail("pipe2", errno);
     }
-    read = ends[0];
-    write = ends[1];
+    read = Descriptor(ends[0]);
+    write = Descriptor(ends[1]);
   }
-  ~Pipe() {
-    closeOnce(read);
-    closeOnce(write);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
 
-  int read = -1;
-  int write = -1;
+  Descriptor read;
+  Descriptor write;
 };
 
 struct SpawnFiles {
@@ -56,8 +48,8 @@ struct SpawnFiles {
   SpawnFiles(const SpawnFiles&) = delete;
   SpawnFiles& operator=(const SpawnFiles&) = delete;
 
-  void give(int descriptor, int as) {
-    check(::posix_spawn_file_actions_adddup2(&value, descriptor, as), "adddup2");
+  void pass(const Descriptor& descriptor, int as) {
+    check(::posix_spawn_file_actions_adddup2(&value, descriptor.get(), as), "adddup2");
   }
 
   posix_spawn_file_actions_t value{};
@@ -85,7 +77,7 @@ std::vector<char*> pointers(const std::vector<std::string>& words) {
   std::vector<char*> result;
   result.reserve(words.size() + 1);
   for (const std::string& word : words) {
-    // posix_spawn(3) leaves the words alone; its type is older than const.
+    // posix_spawn(3) does not change the words; its type is older than const.
     result.push_back(const_cast<char*>(word.c_str()));
   }
   result.push_back(nullptr);
@@ -111,24 +103,24 @@ pid_t spawn(const std::vector<std::string>& command, const ProcessOptions& optio
   return pid;
 }
 
-/// A write to a program that has gone must give EPIPE, not end the test. The
-/// disposition is process-wide, so the signal is held back for this thread alone
-/// and taken from it again.
-class PipeSignalHeld {
+/// A write to a program that has ended must return EPIPE, not end the test. The action
+/// of a signal belongs to the process, so SIGPIPE is blocked for this thread alone, and
+/// a pending one is consumed.
+class BlockedPipeSignal {
  public:
-  PipeSignalHeld() {
+  BlockedPipeSignal() {
     sigemptyset(&set_);
     sigaddset(&set_, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &set_, &before_);
   }
-  ~PipeSignalHeld() {
+  ~BlockedPipeSignal() {
     const timespec none{};
     while (sigtimedwait(&set_, nullptr, &none) > 0) {
     }
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
   }
-  PipeSignalHeld(const PipeSignalHeld&) = delete;
-  PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
+  BlockedPipeSignal(const BlockedPipeSignal&) = delete;
+  BlockedPipeSignal& operator=(const BlockedPipeSignal&) = delete;
 
  private:
   sigset_t set_{};
@@ -137,27 +129,34 @@ class PipeSignalHeld {
 
 }  // namespace
 
+int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
+  constexpr std::chrono::milliseconds::rep longest = 3'600'000;
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+  return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, longest));
+}
+
 Process::Process(const std::vector<std::string>& command, const ProcessOptions& options) {
   Pipe in;
   Pipe out;
   Pipe err;
   SpawnFiles files;
-  files.give(in.read, STDIN_FILENO);
-  files.give(out.write, STDOUT_FILENO);
-  files.give(options.mergeErrors ? out.write : err.write, STDERR_FILENO);
+  files.pass(in.read, STDIN_FILENO);
+  files.pass(out.write, STDOUT_FILENO);
+  files.pass(options.mergeErrors ? out.write : err.write, STDERR_FILENO);
   pid_ = spawn(command, options, files);
-  pidDescriptor_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
-  if (pidDescriptor_ < 0) {
+  pidDescriptor_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
+  if (!pidDescriptor_.isOpen()) {
     const int error = errno;
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, nullptr, 0);
     fail("pidfd_open", error);
   }
-  input_ = std::exchange(in.write, -1);
-  output_.descriptor = std::exchange(out.read, -1);
-  errors_.descriptor = std::exchange(err.read, -1);
-  for (const int descriptor : {input_, output_.descriptor, errors_.descriptor}) {
-    ::fcntl(descriptor, F_SETFL, O_NONBLOCK);
+  input_ = std::move(in.write);
+  output_.descriptor = std::move(out.read);
+  errors_.descriptor = std::move(err.read);
+  for (const Descriptor* const end : {&input_, &output_.descriptor, &errors_.descriptor}) {
+    ::fcntl(end->get(), F_SETFL, O_NONBLOCK);
   }
 }
 
@@ -167,20 +166,16 @@ Process::~Process() {
     signal(SIGTERM);
     if (!waitForExit(std::chrono::seconds(2))) {
       signal(SIGKILL);
-      // Nothing outlives SIGKILL for long, and an unreaped child would outlive us.
+      // SIGKILL ends every process soon, and a child must be reaped.
       ::waitpid(pid_, nullptr, 0);
     }
   }
-  closeInput();
-  output_.close();
-  errors_.close();
-  closeOnce(pidDescriptor_);
 }
 
 void Process::Stream::take() {
   std::array<char, 65536> buffer{};
-  while (descriptor >= 0) {
-    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
+  while (descriptor.isOpen()) {
+    const ssize_t count = ::read(descriptor.get(), buffer.data(), buffer.size());
     if (count > 0) {
       text.append(buffer.data(), static_cast<std::size_t>(count));
     } else if (count < 0 && errno == EINTR) {
@@ -188,19 +183,16 @@ void Process::Stream::take() {
     } else if (count < 0 && errno == EAGAIN) {
       return;
     } else {
-      close();
+      descriptor.close();
     }
   }
 }
 
-void Process::Stream::close() {
-  closeOnce(descriptor);
-}
-
 bool Process::pump(Clock::time_point deadline, bool forInput, bool forExit) {
-  std::array<pollfd, 4> waited{
-      pollfd{output_.descriptor, POLLIN, 0}, pollfd{errors_.descriptor, POLLIN, 0},
-      pollfd{forInput ? input_ : -1, POLLOUT, 0}, pollfd{forExit ? pidDescriptor_ : -1, POLLIN, 0}};
+  std::array<pollfd, 4> waited{pollfd{output_.descriptor.get(), POLLIN, 0},
+                               pollfd{errors_.descriptor.get(), POLLIN, 0},
+                               pollfd{forInput ? input_.get() : -1, POLLOUT, 0},
+                               pollfd{forExit ? pidDescriptor_.get() : -1, POLLIN, 0}};
   const int ready = ::poll(waited.data(), waited.size(), millisecondsUntil(deadline));
   if (ready < 0 && errno != EINTR) {
     fail("poll", errno);
@@ -214,13 +206,13 @@ bool Process::pump(Clock::time_point deadline, bool forInput, bool forExit) {
 }
 
 bool Process::write(std::string_view text, std::chrono::milliseconds limit) {
-  const PipeSignalHeld held;
+  const BlockedPipeSignal blocked;
   const auto deadline = Clock::now() + limit;
   while (!text.empty()) {
-    if (input_ < 0) {
+    if (!input_.isOpen()) {
       return false;
     }
-    const ssize_t count = ::write(input_, text.data(), text.size());
+    const ssize_t count = ::write(input_.get(), text.data(), text.size());
     if (count >= 0) {
       text.remove_prefix(static_cast<std::size_t>(count));
     } else if (errno == EAGAIN) {
@@ -235,7 +227,7 @@ bool Process::write(std::string_view text, std::chrono::milliseconds limit) {
 }
 
 void Process::closeInput() {
-  closeOnce(input_);
+  input_.close();
 }
 
 std::optional<std::string> Process::readLine(std::chrono::milliseconds limit) {
@@ -243,13 +235,13 @@ std::optional<std::string> Process::readLine(std::chrono::milliseconds limit) {
   for (;;) {
     std::string& text = output_.text;
     const std::size_t end = text.find('\n');
-    if (end != std::string::npos || (output_.descriptor < 0 && !text.empty())) {
+    if (end != std::string::npos || (!output_.descriptor.isOpen() && !text.empty())) {
       const std::size_t length = std::min(end, text.size());
       std::string line = text.substr(0, length);
       text.erase(0, length + 1);
       return line;
     }
-    if (output_.descriptor < 0 || !pump(deadline, false, false)) {
+    if (!output_.descriptor.isOpen() || !pump(deadline, false, false)) {
       return std::nullopt;
     }
   }
@@ -268,7 +260,7 @@ bool Process::waitForLine(std::string_view line, std::chrono::milliseconds limit
 bool Process::waitForOutput(std::string_view text, std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   while (output_.text.find(text) == std::string::npos) {
-    if (output_.descriptor < 0 || !pump(deadline, false, false)) {
+    if (!output_.descriptor.isOpen() || !pump(deadline, false, false)) {
       return false;
     }
   }
@@ -278,7 +270,7 @@ bool Process::waitForOutput(std::string_view text, std::chrono::milliseconds lim
 std::optional<ExitStatus> Process::finish(std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   closeInput();
-  while (output_.descriptor >= 0 || errors_.descriptor >= 0) {
+  while (output_.descriptor.isOpen() || errors_.descriptor.isOpen()) {
     if (!pump(deadline, false, false)) {
       return std::nullopt;
     }
@@ -308,7 +300,7 @@ std::optional<ExitStatus> Process::reap() {
 }
 
 void Process::signal(int number) {
-  // A pid whose status has been taken may be somebody else's by now.
+  // The pid of a reaped process may belong to another one.
   if (!status_ && ::kill(pid_, number) != 0) {
     fail("kill", errno);
   }

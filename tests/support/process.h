@@ -8,17 +8,23 @@
 #include <string_view>
 #include <vector>
 
-/// Runs a program for a test and talks with it over pipes.
+#include "tests/support/descriptor.h"
+
+/// Runs a program for a test and exchanges text with it over pipes.
 ///
-/// Every wait has a deadline and is for an event: a line, the end of the program.
-/// What cannot be had in time is nothing, and the test says what it missed; a
-/// program that cannot be started is a `std::system_error`. For one thread.
+/// Every wait has a time limit and is for an event: a line, the end of the program.
+/// A wait that is not met returns nothing; a program that cannot be started throws
+/// `std::system_error`. For one thread.
 namespace test_support {
 
-/// How long a test waits for what ought to come at once. Generous, since the
-/// sanitized builds run on busy machines; nobody waits for it in a test that
-/// passes.
-inline constexpr std::chrono::milliseconds timeout{20000};
+/// How long a test waits for a condition that should hold soon. The one time limit of
+/// the tests: long, since sanitized builds run on busy machines, and a test that passes
+/// never waits for it.
+inline constexpr std::chrono::milliseconds timeout{40000};
+
+/// The time until `deadline` in milliseconds, rounded up, as poll(2) takes it; 0 when
+/// it is over.
+int millisecondsUntil(std::chrono::steady_clock::time_point deadline);
 
 /// How a program ended: by itself with `code`, or by the signal `signal`.
 struct ExitStatus {
@@ -28,23 +34,23 @@ struct ExitStatus {
 };
 
 struct ProcessOptions {
-  /// "NAME=value"; nothing: the test's own environment.
+  /// "NAME=value"; nothing: the environment of the test.
   std::optional<std::vector<std::string>> environment;
   /// Where the program starts; empty: where the test runs.
   std::string directory;
-  /// Whether what it writes to standard error is taken as output.
+  /// Whether its standard error is part of its output.
   bool mergeErrors = false;
 };
 
 class Process {
  public:
-  /// Starts `command[0]`, found by PATH where it holds no "/", with the other
-  /// words as its arguments. It inherits no descriptor but its three pipes, blocks
-  /// no signal and has SIGPIPE at its default.
+  /// Starts `command[0]`, found by PATH if it contains no "/", with the other words
+  /// as its arguments. It inherits no descriptor but its three pipes, blocks no signal
+  /// and has the default action for SIGPIPE.
   explicit Process(const std::vector<std::string>& command, const ProcessOptions& options = {});
 
-  /// Ends a program that still runs, with SIGTERM and, where that does not help
-  /// soon, SIGKILL; and takes its status.
+  /// Ends a program that still runs, with SIGTERM and, if that does not end it soon,
+  /// SIGKILL; and reaps it.
   ~Process();
 
   Process(const Process&) = delete;
@@ -52,36 +58,35 @@ class Process {
 
   [[nodiscard]] pid_t pid() const { return pid_; }
 
-  /// Writes all of `text` to the program's standard input, taking what it writes
-  /// meanwhile. False where it reads no more or not in time.
+  /// Writes all of `text` to the program's standard input, and meanwhile reads its
+  /// output. False if it has closed its input or does not read in time.
   bool write(std::string_view text, std::chrono::milliseconds limit = timeout);
 
   void closeInput();
 
-  /// The next line of output without its line feed; the last one may lack it.
-  /// Nothing at the end of the output or when the time is over.
+  /// The next line of output without its line feed; the last one may have none.
+  /// Nothing at the end of the output or after `limit`.
   std::optional<std::string> readLine(std::chrono::milliseconds limit = timeout);
 
-  /// Reads lines until one equals `line`; false where none did.
+  /// Reads lines until one equals `line`; false if none does.
   bool waitForLine(std::string_view line, std::chrono::milliseconds limit = timeout);
 
-  /// Reads until the output that no `readLine` has taken holds `text`.
+  /// Waits until the output that no `readLine` has returned contains `text`.
   bool waitForOutput(std::string_view text, std::chrono::milliseconds limit = timeout);
 
-  /// Closes the input and reads both outputs to their ends; nothing when the
-  /// program has not ended within `limit`.
+  /// Closes the input and reads both outputs to their ends; nothing if the program
+  /// has not ended within `limit`.
   std::optional<ExitStatus> finish(std::chrono::milliseconds limit = timeout);
 
-  /// Waits for the end of the program, taking what it writes meanwhile, the
-  /// input left open.
+  /// Waits for the end of the program, and meanwhile reads its output. The input stays
+  /// open.
   std::optional<ExitStatus> waitForExit(std::chrono::milliseconds limit = timeout);
 
   void signal(int number);
 
-  /// What it has written that has been read from its pipe and that no `readLine`
-  /// has taken.
+  /// The output that has been read from the pipe and that no `readLine` has returned.
   [[nodiscard]] const std::string& output() const { return output_.text; }
-  /// The same of standard error; empty where that is merged.
+  /// The same of standard error; empty if that is merged into the output.
   [[nodiscard]] const std::string& errors() const { return errors_.text; }
 
  private:
@@ -89,35 +94,33 @@ class Process {
 
   /// The reading end of one of the program's outputs.
   struct Stream {
-    int descriptor = -1;
+    Descriptor descriptor;
     std::string text;
     void take();
-    void close();
   };
 
-  /// Waits until `deadline` for output, room in the input where `forInput`, or
-  /// the end of the program where `forExit`, and takes what there is to read.
-  /// False when the time is over.
+  /// Waits until `deadline` for output, space in the input if `forInput`, or the end
+  /// of the program if `forExit`, and reads the output. False when the time is over.
   bool pump(Clock::time_point deadline, bool forInput, bool forExit);
   std::optional<ExitStatus> reap();
 
   pid_t pid_ = -1;
-  int pidDescriptor_ = -1;
-  int input_ = -1;
+  Descriptor pidDescriptor_;
+  Descriptor input_;
   Stream output_;
   Stream errors_;
   std::optional<ExitStatus> status_;
 };
 
-/// What a program that ran to its end left.
+/// The result of a program that ran to its end.
 struct Finished {
   ExitStatus status;
   std::string output;
   std::string errors;
 };
 
-/// Runs `command` with `input` to its end; a program that does not end within
-/// `limit` is killed and gives a `std::runtime_error` with what it wrote.
+/// Runs `command` with `input` to its end. A program that does not end within `limit`
+/// is killed; the `std::runtime_error` then contains its output.
 Finished run(const std::vector<std::string>& command, std::string_view input = {},
              const ProcessOptions& options = {}, std::chrono::milliseconds limit = timeout);
 

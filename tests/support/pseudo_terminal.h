@@ -1,26 +1,25 @@
 #pragma once
 
-#include <chrono>
+#include <termios.h>
+
 #include <string>
+
+#include "tests/support/descriptor.h"
 
 namespace test_support {
 
-/// Both ends of a new terminal (pty(7)); whoever opened it closes them.
+/// Both ends of a new terminal (pty(7)).
 struct PseudoTerminal {
-  int master = -1;     ///< the side of the person; reading and writing never wait
-  int device = -1;     ///< the side of programs, opened once so that it stays as it is
-  std::string name{};  ///< the path of the device
+  Descriptor master{};  ///< the side of the user; reading and writing never wait
+  Descriptor device{};  ///< the side of programs; while it is open, the mode is kept
+  std::string name{};   ///< the path of the device
 };
 
-/// Opens a terminal that controls no session yet, of that size. Throws
-/// `std::system_error` where there is none to be had; nothing is open then.
+/// Opens a terminal of that size that controls no session yet. Throws
+/// `std::system_error` if the system has none.
 PseudoTerminal openPseudoTerminal(int rows, int columns);
 
-/// Closes `descriptor`, unless it is below 0, and makes it -1.
-void closeOnce(int& descriptor);
-
-/// The time until `deadline` in milliseconds, rounded up, as poll(2) takes it; 0 when
-/// it is over.
-int millisecondsUntil(std::chrono::steady_clock::time_point deadline);
+/// Whether two modes have the same flags and control characters.
+bool sameMode(const termios& one, const termios& other);
 
 }  // namespace test_support

@@ -102,7 +102,7 @@ TEST(TerminalListing, ShowsMarksInColours) {
 
 TEST(TerminalListing, FitsItsColumnsToTheTerminal) {
   struct Width {
-    unsigned short columns;
+    int columns;
     std::string bytes;
   };
   const std::string v = plainItem("v         ", 1);

@@ -1,65 +1,61 @@
 #pragma once
 
-#include <sys/types.h>
+#include <gtest/gtest.h>
 
-#include <chrono>
+#include <csignal>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// The built shell on a terminal of the test's own, as a person has it, but that
-/// the terminal neither echoes nor changes what passes.
+#include "tests/support/terminal_session.h"
+
+/// The built shell on a terminal, connected to a server, whose output is read byte for
+/// byte: the terminal neither echoes nor changes what passes.
 ///
-/// Every wait is for bytes and has a deadline, behind which the test fails and the
-/// bytes at hand are given. For one thread.
+/// A wait that is not met fails the test and returns the bytes so far. For one thread.
 class TerminalShell {
  public:
   struct Size {
-    unsigned short columns;
-    unsigned short rows;
+    int columns;
+    int rows;
   };
 
-  /// Starts the shell and connects it to `server`. A terminal or a program that
-  /// cannot be had is a `std::system_error`.
+  /// Starts the shell and connects it to `server`. Throws `std::system_error` if there
+  /// is no terminal.
   explicit TerminalShell(std::string server, Size size = {80, 24});
 
-  /// Types "q" and takes the program's status; one that does not end is killed
-  /// and fails the test.
+  /// Types "q"; the shell must end with status 0.
   ~TerminalShell();
 
   TerminalShell(const TerminalShell&) = delete;
   TerminalShell& operator=(const TerminalShell&) = delete;
 
-  [[nodiscard]] pid_t pid() const { return pid_; }
+  void type(std::string_view bytes) { EXPECT_TRUE(session_.type(bytes)); }
 
-  void type(std::string_view bytes);
-
-  /// Types `line` and Return, and takes what these leave on the screen: all that
-  /// comes then has been printed by the command.
+  /// Types `line` and Return, and reads what the line editor prints for them: the
+  /// command prints everything after that.
   void enter(const std::string& line);
 
-  /// Stops the program, and waits until it stands; lets it go on.
+  /// Stops the program and waits until it has stopped.
   void stop();
-  void resume();
+  /// Continues the program.
+  void resume() { session_.signal(SIGCONT); }
 
-  /// Runs `line` and gives what it printed: everything behind the line that was
-  /// typed and before that of the next prompt.
+  /// Runs `line` and returns what it printed: everything between the line that was
+  /// typed and the line of the next prompt.
   std::string run(const std::string& line);
 
-  /// Waits until `text` has come and gives everything through its end.
+  /// Waits for `text` and returns everything through its end.
   std::string readThrough(const std::string& text);
 
  private:
-  using Clock = std::chrono::steady_clock;
-
-  void start(Size size);
-  /// Takes what comes until `deadline`; false where nothing does or can.
-  bool receive(Clock::time_point deadline);
-  /// Reads until `found` gives a length, and takes that many bytes.
-  std::string readUntil(const std::function<std::optional<std::size_t>()>& found);
-  /// Where a line with the current directory begins, and its prompt ends.
+  /// Waits until `find` returns a length, and reads as many bytes.
+  std::string readUntil(const std::function<std::optional<std::size_t>()>& find,
+                        const std::string& what);
+  /// Where a line with the current directory begins, and where the prompt after it
+  /// ends.
   struct Report {
     std::size_t begin;
     std::size_t end;
@@ -67,21 +63,19 @@ class TerminalShell {
   [[nodiscard]] std::optional<Report> findReport() const;
 
   const std::string server_;
-  int terminal_ = -1;
-  pid_t pid_ = -1;
-  std::string output_;
+  test_support::TerminalSession session_;
 };
 
 /// The bytes that the shell writes in batch mode for `commands` in the tree of
-/// `server`; anything else than a clean end fails the test.
+/// `server`. Fails the test if the shell does not end with status 0.
 std::string batchOutput(const std::string& server, const std::string& commands);
 
-/// How an interactive shell writes `text` as a line without marks.
+/// The bytes that an interactive shell writes for `text` as a line without marks.
 std::string plainLine(std::string_view text);
 
-/// The same of several.
+/// The same for several lines.
 std::string plainLines(const std::vector<std::string>& lines);
 
-/// Whether `bytes` are `lines`, behind at most a rest of the line before them:
-/// what the prompt left there.
+/// Whether `bytes` are `lines`, after at most the end of another line, which the
+/// prompt has left.
 bool endsWithJust(std::string_view bytes, std::string_view lines);

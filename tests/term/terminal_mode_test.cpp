@@ -1,6 +1,5 @@
 #include "term/terminal_mode.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <termios.h>
 #include <unistd.h>
@@ -11,7 +10,7 @@
 #include <optional>
 
 #include "tests/support/fed_input.h"
-#include "tests/support/job_terminal.h"
+#include "tests/support/pseudo_terminal.h"
 
 namespace treescope {
 namespace {
@@ -21,14 +20,8 @@ using test_support::sameMode;
 /// A pseudoterminal as standard input.
 class TerminalMode : public testing::Test {
  protected:
-  TerminalMode() : input_(dup(STDIN_FILENO)), master_(posix_openpt(O_RDWR | O_NOCTTY)) {
-    std::array<char, 128> name{};
-    EXPECT_EQ(grantpt(master_), 0);
-    EXPECT_EQ(unlockpt(master_), 0);
-    EXPECT_EQ(ptsname_r(master_, name.data(), name.size()), 0);
-    const int slave = open(name.data(), O_RDWR | O_NOCTTY);
-    EXPECT_EQ(dup2(slave, STDIN_FILENO), STDIN_FILENO);
-    close(slave);
+  TerminalMode() : input_(dup(STDIN_FILENO)) {
+    EXPECT_EQ(dup2(terminal_.device.get(), STDIN_FILENO), STDIN_FILENO);
     setUnusualMode();
     original_ = mode();
   }
@@ -37,7 +30,6 @@ class TerminalMode : public testing::Test {
     static_cast<void>(setRawMode(0));
     EXPECT_EQ(dup2(input_, STDIN_FILENO), STDIN_FILENO);
     close(input_);
-    close(master_);
   }
 
   static termios mode() {
@@ -69,7 +61,7 @@ class TerminalMode : public testing::Test {
   }
 
   const int input_;
-  const int master_;
+  const test_support::PseudoTerminal terminal_ = test_support::openPseudoTerminal(24, 80);
 };
 
 TEST_F(TerminalMode, RawClearsItsFlagsAndLeavesTheOthers) {

@@ -7,7 +7,7 @@
 
 #include "tests/support/port_name.h"
 #include "tests/terminal/model_server.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // What Tab inserts into the line, and what it lists above it.
 
@@ -16,7 +16,7 @@ namespace {
 
 using keys::tab;
 
-using Completion = ShellTerminal;
+using Completion = TerminalTest;
 
 TEST_F(Completion, ListsTheCommandsOnAnEmptyLine) {
   start();
@@ -103,7 +103,7 @@ TEST_F(Completion, IsNotAddedToTheHistory) {
 }
 
 /// Files with a common prefix in the directory that is searched for servers.
-class ServerNames : public ShellTerminal {
+class ServerNames : public TerminalTest {
  protected:
   static std::string prefix() { return "Model_" + test_support::portNameMark(); }
 
@@ -115,7 +115,7 @@ class ServerNames : public ShellTerminal {
   static std::string path(const std::string& name) { return "/tmp/" + name; }
 
   void TearDown() override {
-    ShellTerminal::TearDown();
+    TerminalTest::TearDown();
     for (const std::string& name : files_) {
       EXPECT_EQ(::unlink(path(name).c_str()), 0) << name;
     }
@@ -184,7 +184,7 @@ TEST_F(ServerNames, AreListedIfTheyHaveTheRightForm) {
 }
 
 /// At the root of a server's tree.
-class TreeNames : public ShellTerminal {
+class TreeNames : public TerminalTest {
  protected:
   void startConnected() {
     start();

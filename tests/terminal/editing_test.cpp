@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // Editing the line at the prompt. In the lines of these tests "|" is the cursor.
 
@@ -26,7 +26,7 @@ struct Case {
   friend void PrintTo(const Case& which, std::ostream* out) { *out << which.name; }
 };
 
-class Editing : public ShellTerminal, public testing::WithParamInterface<Case> {};
+class Editing : public TerminalTest, public testing::WithParamInterface<Case> {};
 
 // A last key shows that all keys before it have been handled, and where text is inserted.
 TEST_P(Editing, ResultsInThisLineAndCursor) {
@@ -82,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(EscapeSequences, Editing,
                                          Case{"BracketsAndTildesAreText", "[1~[A"s, "[1~[A|"}),
                          nameOf);
 
-using EditingTerminal = ShellTerminal;
+using EditingTerminal = TerminalTest;
 
 TEST_F(EditingTerminal, WritesNothingForKeysThatDoNothing) {
   start();

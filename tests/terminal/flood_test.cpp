@@ -3,7 +3,7 @@
 #include <regex>
 
 #include "tests/terminal/model_server.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // Typing, completing and listing while updates flood the screen.
 
@@ -30,7 +30,7 @@ testing::AssertionResult linesAreComplete(const std::string& bytes) {
   return lines > 0 ? testing::AssertionSuccess() : testing::AssertionFailure() << "no lines";
 }
 
-class Flood : public ShellTerminal {
+class Flood : public TerminalTest {
  protected:
   ModelServer server_{std::vector<std::string>{"--synthetic", "4x8", "--churn", "2000"}};
 };

@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // Recalling earlier lines.
 
@@ -12,7 +12,7 @@ namespace {
 using keys::down;
 using keys::up;
 
-class History : public ShellTerminal {
+class History : public TerminalTest {
  protected:
   /// Starts a shell in which `lines` have been typed, on a clear screen.
   void startWith(const std::vector<std::string>& lines) {

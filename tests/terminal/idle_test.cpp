@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "tests/terminal/model_server.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // A shell that waits for the user costs the device almost nothing.
 
@@ -40,7 +40,7 @@ void waitSeconds(int seconds) {
   ::close(timer);
 }
 
-class Idle : public ShellTerminal {
+class Idle : public TerminalTest {
  protected:
   void expectFewWakes() {
     constexpr int seconds = 2;

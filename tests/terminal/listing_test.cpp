@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 
 #include "tests/terminal/model_server.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // How listings look on the screen.
 
 namespace terminal_test {
 namespace {
 
-class Listing : public ShellTerminal {
+class Listing : public TerminalTest {
  protected:
   /// Starts a shell whose current node is "drive" of a server.
   void startInDrive() {

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "tests/support/programs.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // The terminal mode during the session, in the programs that it starts, and afterwards.
 
@@ -18,7 +18,7 @@ bool isRaw(const termios& mode) {
   return (mode.c_lflag & static_cast<tcflag_t>(ICANON | ECHO)) == 0;
 }
 
-using Mode = ShellTerminal;
+using Mode = TerminalTest;
 
 TEST_F(Mode, IsRawAtThePrompt) {
   start();
@@ -144,7 +144,9 @@ INSTANTIATE_TEST_SUITE_P(Signals, SignalledEnd,
 TEST_F(Mode, IsNotNeededWhenTheTerminalIsLost) {
   TerminalSession terminal({test_support::treescopeProgram()});
   ASSERT_TRUE(terminal.showsLine("[ /]$ |"));
+  // A login shell sends the signal when it loses its terminal.
   terminal.hangUp();
+  terminal.signal(SIGHUP);
   const auto status = terminal.waitForExit();
   ASSERT_TRUE(status.has_value());
   EXPECT_TRUE(status->code == 0 && (status->signal == 0 || status->signal == SIGHUP))

@@ -6,7 +6,7 @@
 
 #include "tests/support/port_name.h"
 #include "tests/terminal/model_server.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // Listings that stop after each screenful.
 
@@ -19,7 +19,7 @@ std::string item(int number) {
 }
 
 /// A shell whose current node has 120 parts, item_0000 to item_0119.
-class Paging : public ShellTerminal {
+class Paging : public TerminalTest {
  protected:
   void startIn(int rows, int columns) {
     start();
@@ -190,7 +190,7 @@ TEST_F(Paging, FollowsTheSizeOfTheWindow) {
 }
 
 /// The listing of servers, before the shell is connected to one.
-class PagingOfServers : public ShellTerminal {
+class PagingOfServers : public TerminalTest {
  protected:
   PagingOfServers() {
     for (int i = 0; i < 10; ++i) {

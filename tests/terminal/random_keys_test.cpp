@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "tests/commands/scratch_directory.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // Whatever is typed, the shell keeps running, and ends on `exit`.
 
@@ -73,7 +73,7 @@ class Keys {
   std::string bytes_;
 };
 
-using RandomKeys = ShellTerminal;
+using RandomKeys = TerminalTest;
 
 TEST_F(RandomKeys, NeitherEndNorBlockTheShell) {
   const std::uint64_t start = seed();
@@ -82,7 +82,7 @@ TEST_F(RandomKeys, NeitherEndNorBlockTheShell) {
   Keys keys(start);
   const treescope::test::ScratchDirectory empty;
   this->start({.directory = empty.path()});
-  shell().lookAway();
+  shell().discardOutput();
   for (std::size_t typed = 0; typed < keyCount;) {
     std::string some;
     for (; some.size() < 16384 && typed < keyCount; ++typed) {

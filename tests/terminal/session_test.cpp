@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/programs.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // The first steps with the shell.
 
 namespace terminal_test {
 namespace {
 
-using Session = ShellTerminal;
+using Session = TerminalTest;
 
 TEST_F(Session, BeginsWithAPromptAtTheTopOfTheTree) {
   start();
@@ -44,7 +44,7 @@ TEST_F(Session, RunsAllCommandsOfALine) {
                   "[ /]$\n"));
 }
 
-class SessionEnding : public ShellTerminal, public testing::WithParamInterface<const char*> {};
+class SessionEnding : public TerminalTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(SessionEnding, EndsWithoutAnotherPrompt) {
   start();
@@ -63,7 +63,7 @@ TEST(BatchSession, WritesPlainLinesAndDoesNotChangeTheTerminal) {
   EXPECT_TRUE(sameMode(batch.mode(), before));
 }
 
-class IgnoredSwitches : public ShellTerminal,
+class IgnoredSwitches : public TerminalTest,
                         public testing::WithParamInterface<std::vector<std::string>> {};
 
 TEST_P(IgnoredSwitches, StartTheShellAsIfTheyWereAbsent) {

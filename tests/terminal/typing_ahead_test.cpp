@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/terminal/model_server.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // Keys that arrive faster than they can be handled: typed ahead, and pasted.
 
@@ -20,7 +20,7 @@ std::size_t count(const std::string& bytes, const std::string& text) {
 /// What `pwd` writes at the top of the tree.
 const std::string pwdOutput = "\033[1G/\r\n";
 
-using TypingAhead = ShellTerminal;
+using TypingAhead = TerminalTest;
 
 TEST_F(TypingAhead, WaitsForTheRunningCommand) {
   ModelServer server;

@@ -3,7 +3,7 @@
 #include "tests/support/process.h"
 #include "tests/support/programs.h"
 #include "tests/terminal/model_server.h"
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 // What the screen shows when a watched part changes while the user types.
 
@@ -11,7 +11,7 @@ namespace terminal_test {
 namespace {
 
 /// A shell whose current node is "drive" and that watches its parts "speed" and "gains".
-class Updates : public ShellTerminal {
+class Updates : public TerminalTest {
  protected:
   void startWatching() {
     start();

@@ -9,11 +9,11 @@
 struct VTerm;
 struct VTermScreen;
 
-namespace terminal_test {
+namespace test_support {
 
 enum class Colour { standard, white, red, green, blue, other };
 
-/// How a character is shown.
+/// How a character looks.
 struct Look {
   bool bold = false;
   bool underline = false;
@@ -27,16 +27,17 @@ struct Look {
 void PrintTo(const Look& look, std::ostream* out);
 
 /// A position on the screen, counted from 0 at the upper left.
-struct Place {
+struct Position {
   int row = 0;
   int column = 0;
-  bool operator==(const Place&) const = default;
+  bool operator==(const Position&) const = default;
 };
 
-/// What the user sees: the screen of a UTF-8 terminal after the bytes that a program has
-/// written to it. For one thread.
+/// What a user sees: the screen of a UTF-8 terminal, after the bytes that a program
+/// has written to it. For one thread.
 class Screen {
  public:
+  /// A terminal may report no rows or columns; the screen then has one.
   Screen(int rows, int columns);
   ~Screen();
   Screen(const Screen&) = delete;
@@ -47,29 +48,29 @@ class Screen {
 
   [[nodiscard]] int rows() const;
   [[nodiscard]] int columns() const;
-  [[nodiscard]] Place cursor() const;
+  [[nodiscard]] Position cursor() const;
 
   /// The text of a row, without the spaces at its end.
   [[nodiscard]] std::string row(int index) const;
 
-  /// All rows, each followed by a line feed, without the empty rows at the end.
+  /// All rows, each with a line feed, without the empty ones at the end.
   [[nodiscard]] std::string text() const;
 
   /// The text of the cursor's row with a "|" for the cursor, before the character that
-  /// the cursor covers.
+  /// it covers.
   [[nodiscard]] std::string cursorLine() const;
 
-  /// The position of `text` within one row, the topmost and leftmost if there are
-  /// several. Assumes one column per byte.
-  [[nodiscard]] std::optional<Place> find(std::string_view text) const;
+  /// Where a row contains `text`: the topmost and leftmost position. Assumes that
+  /// each byte takes one column.
+  [[nodiscard]] std::optional<Position> find(std::string_view text) const;
 
-  /// The number of rows that contain `text`.
+  /// How many rows contain `text`.
   [[nodiscard]] int rowsWith(std::string_view text) const;
 
-  [[nodiscard]] Look look(Place place) const;
+  [[nodiscard]] Look look(Position position) const;
 
-  /// How `text` is shown at the position that `find` returns. No value if it is not on
-  /// the screen or its characters differ in look.
+  /// The look of `text` where `find` finds it; nothing if it is not on the screen or
+  /// its characters differ.
   [[nodiscard]] std::optional<Look> lookOf(std::string_view text) const;
 
   /// The screen in a frame, and the position of its cursor.
@@ -82,4 +83,4 @@ class Screen {
   VTermScreen* screen_;
 };
 
-}  // namespace terminal_test
+}  // namespace test_support

@@ -1,4 +1,4 @@
-#include "tests/terminal/screen.h"
+#include "tests/support/screen.h"
 
 #include <vterm.h>
 
@@ -6,7 +6,7 @@
 #include <new>
 #include <ostream>
 
-namespace terminal_test {
+namespace test_support {
 namespace {
 
 void appendUtf8(std::string& text, std::uint32_t code) {
@@ -28,7 +28,7 @@ void appendUtf8(std::string& text, std::uint32_t code) {
   }
 }
 
-void cutBlanks(std::string& text) {
+void trimEnd(std::string& text) {
   text.erase(text.find_last_not_of(' ') + 1);
 }
 
@@ -79,7 +79,8 @@ void PrintTo(const Look& look, std::ostream* out) {
        << nameOf(look.colour);
 }
 
-Screen::Screen(int rows, int columns) : terminal_(vterm_new(rows, columns)), screen_(nullptr) {
+Screen::Screen(int rows, int columns)
+    : terminal_(vterm_new(std::max(rows, 1), std::max(columns, 1))), screen_(nullptr) {
   if (terminal_ == nullptr) {
     throw std::bad_alloc();
   }
@@ -114,7 +115,7 @@ int Screen::columns() const {
   return columns;
 }
 
-Place Screen::cursor() const {
+Position Screen::cursor() const {
   VTermPos position{};
   vterm_state_get_cursorpos(vterm_obtain_state(terminal_), &position);
   return {position.row, position.col};
@@ -139,7 +140,7 @@ std::string Screen::cells(int row, int from, int to) const {
 
 std::string Screen::row(int index) const {
   std::string text = cells(index, 0, columns());
-  cutBlanks(text);
+  trimEnd(text);
   return text;
 }
 
@@ -154,17 +155,17 @@ std::string Screen::text() const {
 }
 
 std::string Screen::cursorLine() const {
-  const Place at = cursor();
+  const Position at = cursor();
   std::string right = cells(at.row, at.column, columns());
-  cutBlanks(right);
+  trimEnd(right);
   return cells(at.row, 0, at.column) + '|' + right;
 }
 
-std::optional<Place> Screen::find(std::string_view text) const {
+std::optional<Position> Screen::find(std::string_view text) const {
   for (int index = 0; index < rows(); ++index) {
     const std::size_t at = row(index).find(text);
     if (at != std::string::npos) {
-      return Place{index, static_cast<int>(at)};
+      return Position{index, static_cast<int>(at)};
     }
   }
   return std::nullopt;
@@ -178,21 +179,21 @@ int Screen::rowsWith(std::string_view text) const {
   return count;
 }
 
-Look Screen::look(Place place) const {
+Look Screen::look(Position position) const {
   VTermScreenCell cell{};
-  vterm_screen_get_cell(screen_, {place.row, place.column}, &cell);
+  vterm_screen_get_cell(screen_, {position.row, position.column}, &cell);
   return {cell.attrs.bold != 0, cell.attrs.underline != 0, cell.attrs.blink != 0,
           cell.attrs.reverse != 0, colourOf(cell.fg)};
 }
 
 std::optional<Look> Screen::lookOf(std::string_view text) const {
-  const std::optional<Place> place = find(text);
-  if (!place) {
+  const std::optional<Position> start = find(text);
+  if (!start) {
     return std::nullopt;
   }
-  const Look first = look(*place);
+  const Look first = look(*start);
   for (int i = 1; i < static_cast<int>(text.size()); ++i) {
-    if (look({place->row, place->column + i}) != first) {
+    if (look({start->row, start->column + i}) != first) {
       return std::nullopt;
     }
   }
@@ -212,10 +213,10 @@ std::string Screen::picture() const {
   for (int index = 0; index < used; ++index) {
     picture += '|' + cells(index, 0, columns()) + "|\n";
   }
-  const Place at = cursor();
+  const Position at = cursor();
   picture += edge + "cursor in row " + std::to_string(at.row) + " of " + std::to_string(rows()) +
              ": " + cursorLine() + '\n';
   return picture;
 }
 
-}  // namespace terminal_test
+}  // namespace test_support

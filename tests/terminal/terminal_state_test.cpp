@@ -7,16 +7,14 @@
 #include <csignal>
 #include <fstream>
 
-#include "tests/support/job_terminal.h"
 #include "tests/support/port_name.h"
 #include "tests/support/programs.h"
+#include "tests/terminal/terminal_test.h"
 
 // The built shell leaves its terminal as it found it, however it ends or stops.
 
+namespace terminal_test {
 namespace {
-
-using test_support::JobTerminal;
-using test_support::sameMode;
 
 const std::string prompt = "[ /]$ ";
 
@@ -27,20 +25,21 @@ bool isRaw(const termios& mode) {
 class TerminalState : public testing::Test {
  protected:
   /// Starts the shell and waits for its prompt, at which raw mode is on.
-  void start(const JobTerminal::Options& options = {},
+  void start(const TerminalOptions& options = {},
              const std::vector<std::string>& command = {test_support::treescopeProgram()}) {
-    original_ = JobTerminal({"true"}).mode();
+    original_ = TerminalSession({"true"}).mode();
     shell_.emplace(command, options);
     if (options.foreground) {
-      ASSERT_TRUE(shell_->waitForOutput(prompt));
+      ASSERT_TRUE(shell_->readThrough(prompt));
       ASSERT_TRUE(isRaw(shell_->mode()));
       // Not before a key is taken has the whole shell been built.
       enter("pwd");
-      ASSERT_TRUE(shell_->waitForOutput(prompt));
+      ASSERT_TRUE(shell_->readThrough(prompt));
     }
   }
 
-  void enter(const std::string& line) { shell_->type(line + '\r'); }
+  void type(const std::string& keys) { EXPECT_TRUE(shell_->type(keys)); }
+  void enter(const std::string& line) { type(line + keys::returnKey); }
 
   [[nodiscard]] bool originalMode() const { return sameMode(shell_->mode(), original_); }
 
@@ -55,7 +54,7 @@ class TerminalState : public testing::Test {
 
   void expectEnd(int code) {
     const auto status = nextHalt();
-    ASSERT_TRUE(status) << shell_->output();
+    ASSERT_TRUE(status) << shell_->describe();
     ASSERT_TRUE(WIFEXITED(*status)) << *status;
     EXPECT_EQ(WEXITSTATUS(*status), code);
     EXPECT_TRUE(originalMode());
@@ -63,7 +62,7 @@ class TerminalState : public testing::Test {
 
   void expectKilledBy(int signal) {
     const auto status = nextHalt();
-    ASSERT_TRUE(status) << shell_->output();
+    ASSERT_TRUE(status) << shell_->describe();
     ASSERT_TRUE(WIFSIGNALED(*status)) << *status;
     EXPECT_EQ(WTERMSIG(*status), signal);
     EXPECT_TRUE(originalMode());
@@ -71,7 +70,7 @@ class TerminalState : public testing::Test {
 
   void expectStoppedBy(int signal) {
     const auto status = nextHalt();
-    ASSERT_TRUE(status) << shell_->output();
+    ASSERT_TRUE(status) << shell_->describe();
     ASSERT_TRUE(WIFSTOPPED(*status)) << *status;
     EXPECT_EQ(WSTOPSIG(*status), signal);
   }
@@ -81,7 +80,7 @@ class TerminalState : public testing::Test {
   /// has the prompt repainted.
   void expectRawPrompt() {
     do {
-      ASSERT_TRUE(shell_->waitForOutput(prompt)) << shell_->output();
+      ASSERT_TRUE(shell_->readThrough(prompt));
     } while (!isRaw(shell_->mode()));
   }
 
@@ -94,7 +93,7 @@ class TerminalState : public testing::Test {
   }
 
   termios original_{};
-  std::optional<JobTerminal> shell_;
+  std::optional<TerminalSession> shell_;
 };
 
 TEST_F(TerminalState, IsAsBeforeAfterEveryCommandThatEndsTheShell) {
@@ -116,7 +115,7 @@ TEST_F(TerminalState, IsAsBeforeAtTheEndOfInput) {
   start();
   // Whoever gives the terminal its lines back can end the input with Ctrl-D.
   shell_->setMode(original_);
-  shell_->type("\004");
+  type("\004");
   expectEnd(0);
 }
 
@@ -124,7 +123,7 @@ TEST_F(TerminalState, EndsTheShellWhenTheTerminalHangsUp) {
   start();
   shell_->hangUp();
   const auto status = nextHalt();
-  ASSERT_TRUE(status);
+  ASSERT_TRUE(status) << shell_->describe();
   EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
 }
 
@@ -146,18 +145,18 @@ TEST_F(TerminalState, IsAsBeforeAfterTheInterruptAndTheQuitKey) {
   const std::array<std::pair<const char*, int>, 2> keys{{{"\003", SIGINT}, {"\034", SIGQUIT}}};
   for (const auto& [key, signal] : keys) {
     start();
-    shell_->type(key);
+    type(key);
     expectKilledBy(signal);
   }
 }
 
 TEST_F(TerminalState, StaysRawAtASignalThatWasIgnoredFromTheStart) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
-    start({.ignored = signal});
+    start({.ignoredSignal = signal});
     shell_->signal(signal);
     enter("pwd");
-    ASSERT_TRUE(shell_->waitForOutput("/\r\n"));
-    ASSERT_TRUE(shell_->waitForOutput(prompt));
+    ASSERT_TRUE(shell_->readThrough("/\r\n"));
+    ASSERT_TRUE(shell_->readThrough(prompt));
     EXPECT_TRUE(isRaw(shell_->mode())) << signal;
     enter("exit");
     expectEnd(0);
@@ -168,7 +167,7 @@ TEST_F(TerminalState, IsOriginalWhileTheShellIsSuspendedAndRawAgainAfterwards) {
   start();
   for (const bool byKey : {false, true, true}) {
     if (byKey) {
-      shell_->type("\032");
+      type("\032");
     } else {
       shell_->signal(SIGTSTP);
     }
@@ -182,21 +181,21 @@ TEST_F(TerminalState, IsOriginalWhileTheShellIsSuspendedAndRawAgainAfterwards) {
 
 TEST_F(TerminalState, IsRawAgainAfterAStopThatNothingCanCatch) {
   start();
-  shell_->type("half a line");
-  ASSERT_TRUE(shell_->waitForOutput("half a line\033[0K"));
+  type("half a line");
+  ASSERT_TRUE(shell_->readThrough("half a line\033[0K"));
   shell_->signal(SIGSTOP);
   expectStoppedBy(SIGSTOP);
   shell_->setMode(original_);
   expectItGoesOn();
-  EXPECT_TRUE(shell_->waitForOutput("half a line"));
-  shell_->type("\001\013");
+  EXPECT_TRUE(shell_->readThrough("half a line"));
+  type("\001\013");
   enter("exit");
   expectEnd(0);
 }
 
 TEST_F(TerminalState, IsAsBeforeWhenASuspendedShellIsKilled) {
   start();
-  shell_->type("\032");
+  type("\032");
   expectStoppedBy(SIGTSTP);
   shell_->signal(SIGTERM);
   shell_->signal(SIGCONT);
@@ -208,7 +207,7 @@ TEST_F(TerminalState, IsLeftToTheForegroundJobByAShellInTheBackground) {
   expectStoppedBy(SIGTTOU);
   EXPECT_TRUE(originalMode());
   expectItGoesOn();
-  shell_->sendToBackground();
+  shell_->moveToBackground();
   shell_->setMode(original_);
   shell_->signal(SIGTERM);
   expectKilledBy(SIGTERM);
@@ -218,9 +217,9 @@ TEST_F(TerminalState, IsLeftToOthersByASuspendedShellThatIsContinuedInTheBackgro
   start();
   // More than once: both threads take notice of being continued.
   for (int times = 0; times < 40; ++times) {
-    shell_->type("\032");
+    type("\032");
     expectStoppedBy(SIGTSTP);
-    shell_->sendToBackground();
+    shell_->moveToBackground();
     shell_->signal(SIGCONT);
     expectStoppedBy(SIGTTOU);
     ASSERT_TRUE(originalMode());
@@ -253,8 +252,8 @@ TEST_F(TerminalState, IsOriginalForACommandOfTheSystemAndRawAfterIt) {
   enter(
       "$stty -a | tr ' ' '\\n' | grep -x -e '-*icanon' -e '-*echo' -e '-*ixon' -e '-*iexten'|tr "
       "'\\n' ' '");
-  EXPECT_TRUE(shell_->waitForOutput("ixon icanon iexten echo ")) << shell_->output();
-  ASSERT_TRUE(shell_->waitForOutput(prompt));
+  EXPECT_TRUE(shell_->readThrough("ixon icanon iexten echo "));
+  ASSERT_TRUE(shell_->readThrough(prompt));
   EXPECT_TRUE(isRaw(shell_->mode()));
   enter("exit");
   expectEnd(0);
@@ -268,11 +267,11 @@ TEST_F(TerminalState, IsOriginalForTheManualAndRawAfterIt) {
   ASSERT_EQ(::chmod(man.c_str(), 0700), 0);
   start({}, {"env", "PATH=" + directory, test_support::treescopeProgram()});
   enter("help");
-  EXPECT_TRUE(shell_->waitForOutput("manual of treescope\r\n")) << shell_->output();
+  EXPECT_TRUE(shell_->readThrough("manual of treescope\r\n"));
   EXPECT_TRUE(originalMode());
-  shell_->type("q\r");
-  EXPECT_TRUE(shell_->waitForOutput("closed by q\r\n")) << shell_->output();
-  EXPECT_TRUE(shell_->waitForOutput(prompt));
+  type("q\r");
+  EXPECT_TRUE(shell_->readThrough("closed by q\r\n"));
+  EXPECT_TRUE(shell_->readThrough(prompt));
   EXPECT_TRUE(isRaw(shell_->mode()));
   enter("exit");
   expectEnd(0);
@@ -283,32 +282,32 @@ TEST_F(TerminalState, IsOriginalForTheManualAndRawAfterIt) {
 TEST_F(TerminalState, GivesAnInterruptDuringACommandToTheCommandAlone) {
   start();
   enter("$exec cat /proc/version -");
-  ASSERT_TRUE(shell_->waitForOutput("Linux version"));
+  ASSERT_TRUE(shell_->readThrough("Linux version"));
   EXPECT_TRUE(originalMode());
-  shell_->type("\003");
-  ASSERT_TRUE(shell_->waitForOutput(prompt));
+  type("\003");
+  ASSERT_TRUE(shell_->readThrough(prompt));
   EXPECT_TRUE(isRaw(shell_->mode()));
-  shell_->type("\003");
+  type("\003");
   expectKilledBy(SIGINT);
 }
 
 TEST_F(TerminalState, IsNotTouchedWhenTheShellIsSuspendedDuringACommand) {
   start();
   enter("$stty -echo && echo ready && cat");
-  ASSERT_TRUE(shell_->waitForOutput("ready\r\n"));
+  ASSERT_TRUE(shell_->readThrough("ready\r\n"));
   const termios ofCommand = shell_->mode();
-  shell_->type("\032");
+  type("\032");
   expectStoppedBy(SIGTSTP);
   EXPECT_TRUE(sameMode(shell_->mode(), ofCommand));
-  shell_->sendToBackground();
+  shell_->moveToBackground();
   EXPECT_EQ(::kill(-shell_->pid(), SIGCONT), 0);
   // The command has asked for input.
   expectStoppedBy(SIGTTIN);
   shell_->continueInForeground();
   ASSERT_TRUE(WIFCONTINUED(shell_->nextStatus().value_or(0)));
   EXPECT_TRUE(sameMode(shell_->mode(), ofCommand));
-  shell_->type("text\n\004");
-  ASSERT_TRUE(shell_->waitForOutput("text\r\n")) << shell_->output();
+  type("text\n\004");
+  ASSERT_TRUE(shell_->readThrough("text\r\n"));
   expectRawPrompt();
   enter("exit");
   expectEnd(0);
@@ -318,21 +317,22 @@ TEST_F(TerminalState, KeepsItsHandlersFromCommands) {
   start();
   enter("$cat /proc/self/status | grep -e ^SigBlk -e ^SigCgt");
   const std::string none = ":\t0000000000000000\r\n";
-  EXPECT_TRUE(shell_->waitForOutput("\nSigBlk" + none + "SigCgt" + none)) << shell_->output();
+  EXPECT_TRUE(shell_->readThrough("\nSigBlk" + none + "SigCgt" + none));
   enter("exit");
   expectEnd(0);
 }
 
 TEST_F(TerminalState, IsNotTouchedInBatchMode) {
-  original_ = JobTerminal({"true"}).mode();
+  original_ = TerminalSession({"true"}).mode();
   // The bits of SIGHUP, SIGTERM, SIGCONT and SIGTSTP among the caught signals.
   const std::string caught = "$((0x$(grep ^SigCgt /proc/$PPID/status | cut -f2) & 0xa4001))";
   shell_.emplace(std::vector<std::string>{test_support::treescopeProgram(), "-c",
                                           "$echo caught " + caught + " && read line"});
-  ASSERT_TRUE(shell_->waitForOutput("caught 0\r\n")) << shell_->output();
+  ASSERT_TRUE(shell_->readThrough("caught 0\r\n"));
   EXPECT_TRUE(originalMode());
-  shell_->type("\n");
+  type("\n");
   expectEnd(0);
 }
 
 }  // namespace
+}  // namespace terminal_test

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// The bytes that a terminal sends for special keys.
-namespace terminal_test::keys {
+/// What a terminal sends for the keys that are not letters.
+namespace test_support::keys {
 
 inline const std::string up = "\033[A";
 inline const std::string down = "\033[B";
@@ -19,9 +19,9 @@ inline const std::string returnKey = "\r";
 inline const std::string tab = "\t";
 inline const std::string backspace = "\177";
 
-/// Ctrl and `letter`.
+/// Control and `letter`.
 inline std::string ctrl(char letter) {
   return std::string(1, static_cast<char>(letter & 0x1f));
 }
 
-}  // namespace terminal_test::keys
+}  // namespace test_support::keys

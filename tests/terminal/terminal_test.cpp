@@ -1,20 +1,20 @@
-#include "tests/terminal/shell_terminal.h"
+#include "tests/terminal/terminal_test.h"
 
 #include "tests/support/programs.h"
 
 namespace terminal_test {
 
-void ShellTerminal::start(const TerminalOptions& options,
-                          const std::vector<std::string>& arguments) {
+void TerminalTest::start(const TerminalOptions& options,
+                         const std::vector<std::string>& arguments) {
   std::vector<std::string> command{test_support::treescopeProgram()};
   command.insert(command.end(), arguments.begin(), arguments.end());
-  // Every pseudoterminal starts in the same mode, the system's default.
+  // Every pseudoterminal starts in the same mode.
   modeBefore_ = TerminalSession({"true"}).mode();
   shell_ = std::make_unique<TerminalSession>(command, options);
   ASSERT_TRUE(shell_->writes("[ /]$ ", 0));
 }
 
-testing::AssertionResult ShellTerminal::run(const std::string& line) {
+testing::AssertionResult TerminalTest::run(const std::string& line) {
   const std::size_t mark = shell_->mark();
   if (auto typed = enter(line); !typed) {
     return typed;
@@ -27,26 +27,26 @@ testing::AssertionResult ShellTerminal::run(const std::string& line) {
       "a prompt after the line  " + line);
 }
 
-void ShellTerminal::connect(const std::string& server) {
+void TerminalTest::connect(const std::string& server) {
   ASSERT_TRUE(run("cd " + server));
   ASSERT_TRUE(showsLine("[ " + server + "]$ |"));
 }
 
-void ShellTerminal::leave() {
+void TerminalTest::leave() {
   EXPECT_TRUE(type(keys::ctrl('A') + keys::ctrl('K')));
   EXPECT_TRUE(enter("exit"));
   expectCleanEnd();
 }
 
-void ShellTerminal::expectCleanEnd() {
+void TerminalTest::expectCleanEnd() {
   const auto status = shell_->waitForExit();
-  ASSERT_TRUE(status.has_value()) << "the shell has not ended\n" << shell_->describe();
+  ASSERT_TRUE(status.has_value()) << "the shell does not end\n" << shell_->describe();
   EXPECT_EQ(*status, (test_support::ExitStatus{0, 0})) << shell_->describe();
   EXPECT_TRUE(sameMode(shell_->mode(), modeBefore_)) << "the terminal is left in another mode";
   shell_.reset();
 }
 
-void ShellTerminal::TearDown() {
+void TerminalTest::TearDown() {
   if (shell_ != nullptr) {
     leave();
   }

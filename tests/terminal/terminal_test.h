@@ -6,20 +6,29 @@
 #include <string>
 #include <vector>
 
-#include "tests/terminal/keys.h"
-#include "tests/terminal/terminal_session.h"
+#include "tests/support/keys.h"
+#include "tests/support/terminal_session.h"
 
 namespace terminal_test {
 
-/// A test that uses `treescope` as a user does: it types, and checks what the screen then
-/// shows. A shell that is still running at the end of the test is ended with `exit`. Every
+using test_support::Colour;
+using test_support::Look;
+using test_support::sameMode;
+using test_support::Screen;
+using test_support::TerminalOptions;
+using test_support::TerminalSession;
+namespace keys = test_support::keys;
+
+/// A test of `treescope` on a terminal: what a user types, and what the screen then
+/// shows. At the end of the test a shell that still runs is left with `exit`; every
 /// shell must end with status 0 and restore the terminal's mode.
-class ShellTerminal : public testing::Test {
+class TerminalTest : public testing::Test {
  protected:
   /// Starts the shell with `arguments`, and waits for its prompt.
   void start(const TerminalOptions& options = {}, const std::vector<std::string>& arguments = {});
 
-  /// Connects to `server`, and waits for the prompt that contains its name.
+  /// Connects to `server`; then the prompt shows its name, and the cursor is after the
+  /// prompt.
   void connect(const std::string& server);
 
   /// Types a line and Return.
@@ -38,10 +47,10 @@ class ShellTerminal : public testing::Test {
   [[nodiscard]] TerminalSession& shell() { return *shell_; }
   [[nodiscard]] const Screen& screen() { return shell_->screen(); }
 
-  /// Ends the shell with `exit`, whatever its line contains.
+  /// Clears the shell's line and ends the shell with `exit`.
   void leave();
 
-  /// Waits for the end of the shell and checks its status and the terminal's mode.
+  /// Waits for the end of the shell, and checks its status and the terminal's mode.
   void expectCleanEnd();
 
   void TearDown() override;
