@@ -12,7 +12,6 @@
 #include "tests/coherence/expected_reads.h"
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
 
 // Two clients and a server in another process. In a random order, one step after the other, the
 // tree is changed and read, and the server is killed and restarted. So there is one correct

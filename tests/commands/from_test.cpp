@@ -1,5 +1,5 @@
 #include "tests/commands/scope_fixture.h"
-#include "tests/commands/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
 namespace treescope::test {
 namespace {
@@ -13,7 +13,7 @@ class From : public ScopeFixture {
     return run("from " + directory_.write("f", bytes));
   }
 
-  ScratchDirectory directory_;
+  test_support::ScratchDirectory directory_;
 };
 
 TEST_F(From, RunsTheLinesOfAFile) {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "tests/commands/scope_fixture.h"
-#include "tests/commands/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
 namespace treescope::test {
 namespace {
@@ -19,7 +19,7 @@ class Help : public ScopeFixture {
   }
   void TearDown() override { EXPECT_EQ(::setenv("PATH", path_.c_str(), 1), 0); }
 
-  ScratchDirectory directory_;
+  test_support::ScratchDirectory directory_;
   const std::string path_ = std::getenv("PATH");
 };
 

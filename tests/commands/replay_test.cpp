@@ -7,9 +7,8 @@
 
 #include "shell/options.h"
 #include "tests/commands/scope_fixture.h"
-#include "tests/commands/scratch_directory.h"
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
+#include "tests/support/scratch_directory.h"
 
 namespace treescope::test {
 namespace {
@@ -74,7 +73,7 @@ class Replay : public ScopeFixture {
   template <typename T>
   static constexpr T most = std::numeric_limits<T>::max();
 
-  ScratchDirectory directory_;
+  test_support::ScratchDirectory directory_;
   ModelSrv::ModelNode all_{40, "all"};
   ValuePart<bool> flag{1, "flag", true};
   ValuePart<std::int8_t> int8{2, "int8", most<std::int8_t>};

@@ -1,5 +1,7 @@
 #include "tests/commands/scope_fixture.h"
 
+#include "tests/support/process.h"
+
 namespace treescope::test {
 
 ScopeFixture::CommandResult ScopeFixture::run(const std::string& command) {
@@ -9,7 +11,7 @@ ScopeFixture::CommandResult ScopeFixture::run(const std::string& command) {
 }
 
 std::string ScopeFixture::takeUpdates(int count) {
-  constexpr int timeout = 20000;
+  constexpr auto timeout = static_cast<int>(test_support::timeout.count());
   const int wanted = scope_.updates + count;
   test_support::CapturedOutput captured;
   while (scope_.updates < wanted) {

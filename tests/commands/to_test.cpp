@@ -7,7 +7,7 @@
 
 #include "commands/target_address.h"
 #include "tests/commands/scope_fixture.h"
-#include "tests/commands/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
 namespace treescope::test {
 namespace {
@@ -24,7 +24,7 @@ class To : public ScopeFixture {
     return directory_.read("f");
   }
 
-  ScratchDirectory directory_;
+  test_support::ScratchDirectory directory_;
   const std::string file_ = directory_.file("f");
 };
 

@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <memory>
 
-#include "tests/commands/scratch_directory.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/leak_check.h"
+#include "tests/support/scratch_directory.h"
 
 namespace treescope::test {
 namespace {
@@ -26,7 +26,7 @@ int openReader(const std::string& path) {
 }
 
 TEST(ValuesFile, HoldsTheTextAfterItIsClosed) {
-  const ScratchDirectory directory;
+  const test_support::ScratchDirectory directory;
   std::string whole;
   {
     ValuesFile file(directory.file("f").c_str());
@@ -41,7 +41,7 @@ TEST(ValuesFile, HoldsTheTextAfterItIsClosed) {
 }
 
 TEST(ValuesFile, IsEmptiedWhenItIsOpened) {
-  const ScratchDirectory directory;
+  const test_support::ScratchDirectory directory;
   const std::string path = directory.write("f", "old content");
   const ValuesFile file(path.c_str());
   EXPECT_TRUE(file.opened());
@@ -49,7 +49,7 @@ TEST(ValuesFile, IsEmptiedWhenItIsOpened) {
 }
 
 TEST(ValuesFile, CannotBeADirectoryOrInAMissingDirectory) {
-  const ScratchDirectory directory;
+  const test_support::ScratchDirectory directory;
   for (const std::string& path :
        {directory.path(), directory.file("none/f"), std::string(), std::string(5000, 'x')}) {
     EXPECT_FALSE(ValuesFile(path.c_str()).opened()) << path;
@@ -64,14 +64,14 @@ TEST(ValuesFile, DropsTextIfTheDiskIsFull) {
 }
 
 TEST(ValuesFile, DoesNotWaitForTheReaderOfAPipe) {
-  const ScratchDirectory directory;
+  const test_support::ScratchDirectory directory;
   const std::string path = directory.file("pipe");
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   EXPECT_FALSE(ValuesFile(path.c_str()).opened());
 }
 
 TEST(ValuesFile, WritesIntoAPipeWithAReader) {
-  const ScratchDirectory directory;
+  const test_support::ScratchDirectory directory;
   const std::string path = directory.file("pipe");
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   const int reader = openReader(path);
@@ -87,7 +87,7 @@ TEST(ValuesFile, WritesIntoAPipeWithAReader) {
 }
 
 TEST(ValuesFile, OutlivesTheReaderOfAPipe) {
-  const ScratchDirectory directory;
+  const test_support::ScratchDirectory directory;
   const std::string path = directory.file("pipe");
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   const int reader = openReader(path);
@@ -101,7 +101,7 @@ TEST(ValuesFile, OutlivesTheReaderOfAPipe) {
 }
 
 TEST(ValuesFile, IsNotInheritedByPrograms) {
-  const ScratchDirectory directory;
+  const test_support::ScratchDirectory directory;
   const ValuesFile file(directory.file("values").c_str());
   ASSERT_TRUE(file.opened());
   test_support::CapturedOutput captured;

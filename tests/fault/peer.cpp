@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "tests/support/leak_check.h"
-#include "tests/support/programs.h"
+#include "tests/support/process.h"
 
 namespace fault {
 

@@ -65,15 +65,15 @@ class ListingCost : public ClientFixture {
     const test_support::CapturedOutput captured;
     Allocations& now = allocated();
     const Allocations before = now;
-    now.mostBytes = now.cachedBytes;
+    now.peakBytes = now.liveBytes;
     {
       ListingNode listing;
       client_.buildTree(listing, recursiveAndLong, chain, "top", 1, true, true);
       ScreenPrinter printer(0, true);
       printLongTree(printer, listing, true, false);
     }
-    return {now.count - before.count, now.cachedBytes - before.cachedBytes,
-            now.mostBytes - before.cachedBytes};
+    return {now.count - before.count, now.liveBytes - before.liveBytes,
+            now.peakBytes - before.liveBytes};
   }
 
   /// Adds the node 1.41 with that many levels below it.
@@ -118,8 +118,8 @@ TEST_F(ListingCost, IsBelow220BytesPerPartWithFewAllocations) {
   }
   ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
   const Allocations cost = list({1, 40});
-  EXPECT_GT(cost.mostBytes, many * static_cast<std::ptrdiff_t>(sizeof(ListingNode)));
-  EXPECT_LT(cost.mostBytes, many * 220) << cost.mostBytes / many << " bytes per part";
+  EXPECT_GT(cost.peakBytes, many * static_cast<std::ptrdiff_t>(sizeof(ListingNode)));
+  EXPECT_LT(cost.peakBytes, many * 220) << cost.peakBytes / many << " bytes per part";
   EXPECT_LT(cost.count, many / 100) << "expected no allocation for a single part";
   EXPECT_EQ(server_.drive().remove(&wide), ModelSrv::ModelRes_Success);
 }

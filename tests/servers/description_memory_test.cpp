@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "tests/servers/server_process.h"
+#include "tests/support/model_server.h"
 
 namespace modelsrvd {
 namespace {
@@ -30,8 +30,8 @@ std::string describe(std::size_t parts) {
 
 /// The peak memory use of a server of such a tree, in bytes.
 double peakMemory(std::size_t parts) {
-  const TemporaryFile file(describe(parts));
-  ServerProcess server({"--tree", file.path()});
+  const test_support::TemporaryFile file(describe(parts));
+  test_support::ModelServer server({"--tree", file.path()});
   std::ifstream status("/proc/" + std::to_string(server.process().pid()) + "/status");
   double kilobytes = 0;
   for (std::string word; kilobytes == 0 && status >> word;) {

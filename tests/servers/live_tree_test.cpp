@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/servers/server_process.h"
-#include "tests/servers/tree_client.h"
+#include "tests/support/model_server.h"
+#include "tests/support/tree_client.h"
 
 namespace modelsrvd {
 namespace {
@@ -21,8 +21,8 @@ using testing::StartsWith;
 
 class LiveTreeTest : public testing::Test {
  protected:
-  ServerProcess server_{{"--period", "50"}};
-  TreeClient client_{server_.name()};
+  test_support::ModelServer server_{{"--period", "50"}};
+  test_support::TreeClient client_{server_.name()};
 };
 
 TEST_F(LiveTreeTest, HasAValueAtEveryPath) {
@@ -100,17 +100,17 @@ TEST_F(LiveTreeTest, RejectsAPeriodOutOfRange) {
 }
 
 TEST(LiveTree, AppliesANewPeriodImmediately) {
-  ServerProcess server({"--period", "60000"});
-  TreeClient client(server.name());
+  test_support::ModelServer server({"--period", "60000"});
+  test_support::TreeClient client(server.name());
   ASSERT_EQ(client.subscribe("/host/uptime"), ModelSrv::ModelRes_Success);
   ASSERT_EQ(client.store("/settings/period", "50"), ModelSrv::ModelRes_Success);
   EXPECT_TRUE(client.waitForUpdate());
 }
 
 TEST(LiveTree, IgnoresAReload) {
-  ServerProcess server({"--period", "50"});
+  test_support::ModelServer server({"--period", "50"});
   server.process().signal(SIGHUP);
-  TreeClient client(server.name());
+  test_support::TreeClient client(server.name());
   ASSERT_EQ(client.subscribe("/host/uptime"), ModelSrv::ModelRes_Success);
   EXPECT_TRUE(client.waitForUpdate());
   EXPECT_TRUE(server.stops(SIGTERM)) << server.process().errors();

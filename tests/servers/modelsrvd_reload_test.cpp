@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <string>
 
-#include "tests/servers/server_process.h"
-#include "tests/servers/tree_client.h"
+#include "tests/support/model_server.h"
+#include "tests/support/tree_client.h"
 
 namespace modelsrvd {
 namespace {
@@ -31,9 +31,9 @@ class ReloadTest : public testing::Test {
     return client_.pumpUntil([&] { return client_.get(path) == value; });
   }
 
-  TemporaryFile file_{drive(speed(42))};
-  ServerProcess server_{{"--tree", file_.path()}, true};
-  TreeClient client_{server_.name()};
+  test_support::TemporaryFile file_{drive(speed(42))};
+  test_support::ModelServer server_{{"--tree", file_.path()}, true};
+  test_support::TreeClient client_{server_.name()};
 };
 
 TEST_F(ReloadTest, SetsValuesInPlaceAndKeepsSubscriptions) {

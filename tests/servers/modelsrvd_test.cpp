@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "servers/options.h"
-#include "tests/servers/server_process.h"
-#include "tests/servers/tree_client.h"
+#include "tests/support/model_server.h"
 #include "tests/support/port_name.h"
-#include "tests/support/programs.h"
+#include "tests/support/process.h"
+#include "tests/support/tree_client.h"
 
 namespace modelsrvd {
 namespace {
@@ -25,18 +25,18 @@ using testing::ElementsAre;
 using testing::StartsWith;
 
 TEST(Modelsrvd, PrintsItsUsageAndItsVersion) {
-  const Finished help = runServer({"--help"});
+  const Finished help = test_support::runModelsrvd({"--help"});
   EXPECT_EQ(help.status, ExitStatus{});
   EXPECT_EQ(help.output, usageText());
   EXPECT_EQ(help.errors, "");
-  const Finished version = runServer({"--version"});
+  const Finished version = test_support::runModelsrvd({"--version"});
   EXPECT_EQ(version.status, ExitStatus{});
   EXPECT_THAT(version.output, testing::MatchesRegex("modelsrvd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
 TEST(Modelsrvd, RemovesItsMailboxOnEitherSignal) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    ServerProcess server({"--synthetic", "1x1"});
+    test_support::ModelServer server({"--synthetic", "1x1"});
     EXPECT_TRUE(std::filesystem::exists(mailboxPath(server.name())));
     EXPECT_TRUE(server.stops(signal)) << server.process().errors();
     EXPECT_FALSE(std::filesystem::exists(mailboxPath(server.name())));
@@ -44,21 +44,21 @@ TEST(Modelsrvd, RemovesItsMailboxOnEitherSignal) {
 }
 
 TEST(Modelsrvd, StopsImmediatelyWhileAClientIsConnected) {
-  ServerProcess server({"--synthetic", "1x1"});
-  TreeClient client(server.name());
+  test_support::ModelServer server({"--synthetic", "1x1"});
+  test_support::TreeClient client(server.name());
   ASSERT_EQ(client.connected(), ModelSrv::ModelRes_Success);
   EXPECT_TRUE(server.stops(SIGTERM)) << server.process().errors();
   EXPECT_THAT(client.get("/group_000"), StartsWith("<"));
 }
 
 TEST(Modelsrvd, DoesNotServeANameInUse) {
-  ServerProcess server({"--synthetic", "1x1"});
-  const Finished second = runServer({"--name", server.name()});
+  test_support::ModelServer server({"--synthetic", "1x1"});
+  const Finished second = test_support::runModelsrvd({"--name", server.name()});
   EXPECT_EQ(second.status, (ExitStatus{1, 0}));
   EXPECT_EQ(second.output, "");
   EXPECT_EQ(second.errors, "modelsrvd: --name: " + server.name() + ": " +
                                ModelSrv::describe(ModelSrv::ModelRes_NameInUse) + "\n");
-  TreeClient client(server.name());
+  test_support::TreeClient client(server.name());
   EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);
 }
 
@@ -80,15 +80,15 @@ TEST(Modelsrvd, TakesOverTheMailboxOfAKilledServer) {
 
 TEST(Modelsrvd, IsPrivateToItsUserUnlessAGroupIsNamed) {
   struct stat status {};
-  ServerProcess unshared({"--synthetic", "1x1"});
+  test_support::ModelServer unshared({"--synthetic", "1x1"});
   ASSERT_EQ(::stat(mailboxPath(unshared.name()).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
   const std::string group = std::to_string(::getegid());
-  ServerProcess shared({"--synthetic", "1x1", "--group", group});
+  test_support::ModelServer shared({"--synthetic", "1x1", "--group", group});
   ASSERT_EQ(::stat(mailboxPath(shared.name()).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777U, 0660U);
   EXPECT_EQ(status.st_gid, ::getegid());
-  TreeClient client(shared.name());
+  test_support::TreeClient client(shared.name());
   EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);
 }
 
@@ -101,7 +101,7 @@ struct InvalidStartCase {
 class InvalidStart : public testing::TestWithParam<InvalidStartCase> {};
 
 TEST_P(InvalidStart, IsReportedInOneLineWithItsOrigin) {
-  const Finished finished = runServer(GetParam().args);
+  const Finished finished = test_support::runModelsrvd(GetParam().args);
   EXPECT_EQ(finished.status, (ExitStatus{2, 0}));
   EXPECT_EQ(finished.output, "");
   EXPECT_EQ(finished.errors, std::string("modelsrvd: ") + GetParam().line + "\n");
@@ -135,8 +135,8 @@ struct InvalidFileCase {
 class InvalidFile : public testing::TestWithParam<InvalidFileCase> {};
 
 TEST_P(InvalidFile, IsReportedWithThePositionInIt) {
-  const TemporaryFile file(GetParam().text);
-  const Finished finished = runServer({"--tree", file.path()});
+  const test_support::TemporaryFile file(GetParam().text);
+  const Finished finished = test_support::runModelsrvd({"--tree", file.path()});
   EXPECT_EQ(finished.status, (ExitStatus{2, 0}));
   EXPECT_EQ(finished.output, "");
   EXPECT_THAT(finished.errors, StartsWith("modelsrvd: " + file.path() + ": " + GetParam().line));
@@ -176,8 +176,8 @@ TEST(Modelsrvd, ReportsThatItCannotPrint) {
 }
 
 TEST(Modelsrvd, PublishesASyntheticTree) {
-  ServerProcess server({"--synthetic", "3x20"});
-  TreeClient client(server.name());
+  test_support::ModelServer server({"--synthetic", "3x20"});
+  test_support::TreeClient client(server.name());
   EXPECT_THAT(client.names(""), ElementsAre("group_000", "group_001", "group_002"));
   EXPECT_EQ(client.names("/group_002").size(), 20U);
   EXPECT_EQ(client.get("/group_002/item_0019"), "0");
@@ -186,8 +186,8 @@ TEST(Modelsrvd, PublishesASyntheticTree) {
 }
 
 TEST(Modelsrvd, ChangesEveryPartAtTheGivenRate) {
-  ServerProcess server({"--synthetic", "2x10", "--churn", "100000"});
-  TreeClient client(server.name());
+  test_support::ModelServer server({"--synthetic", "2x10", "--churn", "100000"});
+  test_support::TreeClient client(server.name());
   ASSERT_EQ(client.subscribe("/group_001/item_0009"), ModelSrv::ModelRes_Success);
   EXPECT_TRUE(client.waitForUpdate());
   EXPECT_NE(client.get("/group_001/item_0009"), "0");

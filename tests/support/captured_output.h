@@ -4,9 +4,9 @@
 
 namespace test_support {
 
-/// Collects what this process, and the programs it starts, write to standard
-/// output while this object lives, or until `take`. One at a time; made and used
-/// while no other thread opens or closes it.
+/// Collects what this process and the programs that it starts write to standard
+/// output, from construction until `take` or destruction. One at a time; used while no
+/// other thread opens or closes standard output.
 class CapturedOutput {
  public:
   CapturedOutput();
@@ -14,7 +14,7 @@ class CapturedOutput {
   CapturedOutput(const CapturedOutput&) = delete;
   CapturedOutput& operator=(const CapturedOutput&) = delete;
 
-  /// Ends the collecting and gives every byte that was written.
+  /// Stops collecting and returns every byte that was written.
   [[nodiscard]] std::string take();
 
  private:

@@ -21,8 +21,8 @@ void* operator new(std::size_t size, const std::nothrow_t& /*none*/) noexcept {
   if (memory != nullptr) {
     auto& allocated = test_support::allocated();
     ++allocated.count;
-    allocated.cachedBytes += static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
-    allocated.mostBytes = std::max(allocated.mostBytes, allocated.cachedBytes);
+    allocated.liveBytes += static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
+    allocated.peakBytes = std::max(allocated.peakBytes, allocated.liveBytes);
   }
   return memory;
 }
@@ -35,8 +35,7 @@ void* operator new(std::size_t size) {
 }
 
 void operator delete(void* memory) noexcept {
-  test_support::allocated().cachedBytes -=
-      static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
+  test_support::allocated().liveBytes -= static_cast<std::ptrdiff_t>(::malloc_usable_size(memory));
   std::free(memory);
 }
 

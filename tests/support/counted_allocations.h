@@ -4,13 +4,13 @@
 
 namespace test_support {
 
-/// What one thread has allocated in a program that this is linked into; what it
-/// frees of another's is taken off its own.
+/// The allocations of one thread in a program that this is linked into. Memory of
+/// another thread that it frees counts as its own.
 struct Allocations {
   std::size_t count = 0;
-  std::ptrdiff_t cachedBytes = 0;
-  /// The largest `cachedBytes` so far; whoever measures sets it back first.
-  std::ptrdiff_t mostBytes = 0;
+  std::ptrdiff_t liveBytes = 0;
+  /// The largest `liveBytes` so far; a test that measures it resets it first.
+  std::ptrdiff_t peakBytes = 0;
 };
 
 /// Of the calling thread.

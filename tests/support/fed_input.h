@@ -4,8 +4,8 @@
 
 namespace test_support {
 
-/// Puts a pipe in place of standard input for as long as this object lives. Made
-/// and destroyed while no other thread reads standard input.
+/// Replaces standard input by a pipe until destruction. Constructed and destroyed while
+/// no other thread reads standard input.
 class FedInput {
  public:
   FedInput();
@@ -13,7 +13,7 @@ class FedInput {
   FedInput(const FedInput&) = delete;
   FedInput& operator=(const FedInput&) = delete;
 
-  /// Writes `bytes` to the pipe; waits where it is full.
+  /// Writes `bytes` to the pipe; waits while it is full.
   void feed(const std::string& bytes);
 
   /// Ends the input.

@@ -1,9 +1,9 @@
 #include <poll.h>
 
-// The thread sanitizer's runtime hands a thread its signals between two calls, and
-// makes the room to keep them in within the thread's first call that may wait. A
-// signal that comes just then is kept in other room, and lost. So the program's first
-// thread makes such a call before anybody can know of it.
+// The thread sanitizer's runtime delivers a signal to a thread between two calls. It
+// allocates the memory for pending signals in the first call of the thread that may
+// wait, and loses a signal that arrives during that call. So the first thread makes
+// such a call before another process can know its id.
 
 namespace {
 

@@ -33,7 +33,7 @@ std::set<std::string> listDescriptors(const std::string& directory) {
   for (const auto& entry : fs::directory_iterator(directory)) {
     std::error_code error;
     const fs::path target = fs::read_symlink(entry.path(), error);
-    // The listing's own descriptor is gone again, or about to be.
+    // The descriptor of the listing itself is not counted.
     if (!error && target.string().find("/fd") == std::string::npos) {
       result.insert(entry.path().filename().string() + " -> " + target.string());
     }

@@ -5,21 +5,20 @@
 #include <set>
 #include <string>
 
-/// What a test may not leave behind, checked around every test by `main`.
+/// What no test may leave behind; `main` checks it around every test.
 namespace test_support {
 
-/// The descriptors that this process has open, each as "number -> what it
-/// leads to".
+/// The open descriptors of this process, each as "number -> target".
 std::set<std::string> openDescriptors();
 
-/// Descriptors that process `pid` has open; as `openDescriptors`.
+/// The open descriptors of process `pid`, in the same form.
 std::set<std::string> openDescriptorsOf(int pid);
 
-/// The names in "/tmp" that this process's port names are part of.
+/// The names in /tmp that contain the port names of this process.
 std::set<std::string> ownLeftovers();
 
-/// Fails a test at whose end more descriptors are open, or more of this process's
-/// files lie in "/tmp", than at its start.
+/// Fails a test if more descriptors are open at its end than at its start, or if more
+/// files of this process are in /tmp.
 class LeakCheckListener : public testing::EmptyTestEventListener {
  public:
   void OnTestStart(const testing::TestInfo& test) override;

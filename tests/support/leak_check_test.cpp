@@ -5,7 +5,6 @@
 
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
 
 namespace test_support {
 namespace {

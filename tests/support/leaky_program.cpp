@@ -7,7 +7,7 @@
 
 #include "tests/support/port_name.h"
 
-// Tests that break the rules of the harness; leak_check_test runs them and expects
+// Tests that break the rules of the leak check; leak_check_test runs them and expects
 // them to fail.
 
 TEST(Leaky, LeavesADescriptorOpen) {

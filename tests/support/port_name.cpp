@@ -20,7 +20,7 @@ std::string uniquePortName(std::string_view prefix) {
     name += "_" + std::string(test->name());
   }
   for (char& letter : name) {
-    // Parameterised tests have a "/" in their names.
+    // The names of parameterised tests contain a "/".
     if (letter == '/') {
       letter = '_';
     }

@@ -6,16 +6,16 @@
 /// Names for the ports that tests serve, so that tests run side by side.
 namespace test_support {
 
-/// A port name that no other call and no other running test gives: begins with
-/// `prefix` and holds this process's id, a count and the running test's name. At
-/// most 150 bytes, so that a test may append to it. The mailbox of a port named
-/// like this that is still there at the end of the test fails it.
+/// A port name that no other call and no other running test returns: `prefix`, this
+/// process's id, a count and the name of the running test. At most 150 bytes, so that a
+/// test may append to it. If the mailbox of such a port is left at the end of the test,
+/// the test fails.
 std::string uniquePortName(std::string_view prefix = "Model_");
 
-/// What every `uniquePortName` of this process holds.
+/// The part that every `uniquePortName` of this process contains.
 std::string portNameMark();
 
-/// Where the port library keeps the mailbox of `port`.
+/// The path of the mailbox of `port`.
 std::string mailboxPath(std::string_view port);
 
 }  // namespace test_support

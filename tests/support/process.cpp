@@ -1,6 +1,7 @@
 #include "tests/support/process.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/syscall.h>
@@ -11,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -316,6 +318,35 @@ Finished run(const std::vector<std::string>& command, std::string_view input,
                              process.errors());
   }
   return {*status, process.output(), process.errors()};
+}
+
+long procNumber(pid_t pid, const std::string& file, const std::string& key) {
+  std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
+  for (std::string word; in >> word;) {
+    if (word == key) {
+      long number = -1;
+      in >> number;
+      return number;
+    }
+  }
+  ADD_FAILURE() << key << " is not in " << file;
+  return -1;
+}
+
+std::string treescopeProgram() {
+  return TEST_PROGRAM_DIRECTORY "/treescope";
+}
+
+std::string modelsrvdProgram() {
+  return TEST_PROGRAM_DIRECTORY "/modelsrvd";
+}
+
+std::string sourceDirectory() {
+  return TEST_SOURCE_DIRECTORY;
+}
+
+std::string buildDirectory() {
+  return TEST_BUILD_DIRECTORY;
 }
 
 }  // namespace test_support

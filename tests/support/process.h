@@ -26,6 +26,19 @@ inline constexpr std::chrono::milliseconds timeout{40000};
 /// it is over.
 int millisecondsUntil(std::chrono::steady_clock::time_point deadline);
 
+/// Whether this is a build with the address or the thread sanitizer, which takes more
+/// time and memory.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TREESCOPE_SANITIZED
+#endif
+#endif
+#if defined(TREESCOPE_SANITIZED) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool sanitized = true;
+#else
+inline constexpr bool sanitized = false;
+#endif
+
 /// How a program ended: by itself with `code`, or by the signal `signal`.
 struct ExitStatus {
   int code = 0;
@@ -35,9 +48,9 @@ struct ExitStatus {
 
 struct ProcessOptions {
   /// "NAME=value"; nothing: the environment of the test.
-  std::optional<std::vector<std::string>> environment;
+  std::optional<std::vector<std::string>> environment = {};
   /// Where the program starts; empty: where the test runs.
-  std::string directory;
+  std::string directory = {};
   /// Whether its standard error is part of its output.
   bool mergeErrors = false;
 };
@@ -112,6 +125,14 @@ class Process {
   std::optional<ExitStatus> status_;
 };
 
+/// The programs of the build. A test program that uses one depends on it.
+std::string treescopeProgram();
+std::string modelsrvdProgram();
+
+/// The top of the source tree and of the build tree.
+std::string sourceDirectory();
+std::string buildDirectory();
+
 /// The result of a program that ran to its end.
 struct Finished {
   ExitStatus status;
@@ -123,5 +144,9 @@ struct Finished {
 /// is killed; the `std::runtime_error` then contains its output.
 Finished run(const std::vector<std::string>& command, std::string_view input = {},
              const ProcessOptions& options = {}, std::chrono::milliseconds limit = timeout);
+
+/// The number after the word `key` in /proc/`pid`/`file`; fails the test if there is
+/// none.
+long procNumber(pid_t pid, const std::string& file, const std::string& key);
 
 }  // namespace test_support

@@ -20,7 +20,7 @@ constexpr std::size_t largestWrite = std::size_t{1} << 20U;
 RecordedWrites::RecordedWrites() : original_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)) {
   std::fflush(stdout);
   std::array<int, 2> ends{};
-  // The boundaries of writes are kept by sockets of this kind.
+  // Sockets of this type keep the boundaries of writes.
   EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
   EXPECT_EQ(dup2(ends[0], STDOUT_FILENO), STDOUT_FILENO);
   close(ends[0]);
@@ -44,8 +44,8 @@ void RecordedWrites::collect() {
 
 std::string RecordedWrites::next() {
   std::unique_lock lock(mutex_);
-  arrived_.wait(lock, [this] { return given_ < writes_.size(); });
-  return writes_[given_++];
+  arrived_.wait(lock, [this] { return returned_ < writes_.size(); });
+  return writes_[returned_++];
 }
 
 std::vector<std::string> RecordedWrites::take() {

@@ -9,8 +9,8 @@
 
 namespace test_support {
 
-/// Collects what this process writes to standard output, a write(2) an entry, while
-/// this object lives, or until `take`. Made and used while no other thread opens or
+/// Collects what this process writes to standard output, one entry for each write(2),
+/// from construction until `take` or destruction. Used while no other thread opens or
 /// closes standard output.
 class RecordedWrites {
  public:
@@ -19,10 +19,10 @@ class RecordedWrites {
   RecordedWrites(const RecordedWrites&) = delete;
   RecordedWrites& operator=(const RecordedWrites&) = delete;
 
-  /// Waits for the next write that was not given yet, and gives it. Any thread.
+  /// Waits for the next write and returns it. Any thread.
   [[nodiscard]] std::string next();
 
-  /// Ends the collecting and gives all that was written, in order.
+  /// Stops collecting and returns all writes in order.
   [[nodiscard]] std::vector<std::string> take();
 
  private:
@@ -34,7 +34,7 @@ class RecordedWrites {
   std::mutex mutex_;
   std::condition_variable arrived_;
   std::vector<std::string> writes_;
-  std::size_t given_ = 0;
+  std::size_t returned_ = 0;
   std::thread collector_;
 };
 

@@ -6,7 +6,6 @@
 
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
 
 // A server of somebody else's is built against what "cmake --install" puts down,
 // and the installed shell talks with it.

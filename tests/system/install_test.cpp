@@ -7,7 +7,6 @@
 #include <sstream>
 
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
 
 // What "cmake --install" puts down is whole, and a shell can be built against it.
 

@@ -9,7 +9,7 @@
 #include <set>
 #include <sstream>
 
-#include "tests/support/programs.h"
+#include "tests/support/process.h"
 
 // The sources keep to the layout that ARCHITECTURE.md draws.
 
@@ -182,6 +182,17 @@ TEST(Layout, HeadersAreIncludedOnce) {
       if (file.extension() == ".h") {
         const Lines lines = linesOf(top() / file);
         EXPECT_NE(std::find(lines.begin(), lines.end(), "#pragma once"), lines.end()) << file;
+      }
+    }
+  }
+}
+
+TEST(Layout, NoResultIsDiscardedByACStyleCast) {
+  const std::regex cast("\\(void\\)\\s*[^\\s;,){]");
+  for (const char* const folder : codeFolders) {
+    for (const fs::path& file : sourcesIn(folder)) {
+      for (const std::string& line : linesOf(top() / file)) {
+        EXPECT_FALSE(std::regex_search(line, cast)) << file << ": " << line;
       }
     }
   }

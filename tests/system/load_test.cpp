@@ -6,10 +6,9 @@
 #include <set>
 
 #include "tests/support/leak_check.h"
-#include "tests/support/programs.h"
-#include "tests/system/process_numbers.h"
+#include "tests/support/model_server.h"
+#include "tests/support/process.h"
 #include "tests/system/sample_client.h"
-#include "tests/system/served_sample.h"
 
 // What clients cost a server, many at once and idle ones.
 
@@ -17,7 +16,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using test_support::ExitStatus;
+using test_support::ModelServer;
 using test_support::Process;
+using test_support::procNumber;
 
 constexpr int clientCount = 64;
 constexpr int storesEach = 1000;
@@ -60,7 +61,7 @@ bool visitUntil(const std::string& server, Condition holds) {
 }
 
 TEST(ManyClients, LoseNothingAndLeaveNothing) {
-  ServedSample fixture(treeOfNumbers());
+  auto fixture = ModelServer::ofTree(treeOfNumbers());
   const int server = fixture.process().pid();
   const auto descriptorsBefore = test_support::openDescriptorsOf(server).size();
   const auto pipesBefore = privatePipes();
@@ -94,13 +95,13 @@ TEST(ManyClients, LoseNothingAndLeaveNothing) {
     const auto pipes = privatePipes();
     return std::includes(pipesBefore.begin(), pipesBefore.end(), pipes.begin(), pipes.end());
   }));
-  if (ownMemory) {
+  if (!test_support::sanitized) {
     EXPECT_LT(procNumber(server, "smaps_rollup", "Private_Dirty:") - memoryBefore, 1024);
   }
 }
 
 TEST(IdleClient, CostsNeitherSideAnyTurn) {
-  ServedSample fixture;
+  ModelServer fixture;
   const int server = fixture.process().pid();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   SampleClient client(manager, fixture.name());
@@ -114,7 +115,7 @@ TEST(IdleClient, CostsNeitherSideAnyTurn) {
 
 TEST(IdleClient, CostsTheServerLittleMemory) {
   constexpr int idleCount = 200;
-  ServedSample fixture;
+  ModelServer fixture;
   const int server = fixture.process().pid();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   const SampleClient first(manager, fixture.name());
@@ -125,7 +126,7 @@ TEST(IdleClient, CostsTheServerLittleMemory) {
     clients.push_back(std::make_unique<SampleClient>(manager, fixture.name()));
   }
   const long grown = procNumber(server, "smaps_rollup", "Private_Dirty:") - before;
-  if (ownMemory) {
+  if (!test_support::sanitized) {
     EXPECT_LT(grown, 8 * idleCount) << "KiB for " << idleCount << " connections";
   }
 }

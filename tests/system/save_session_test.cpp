@@ -3,10 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/commands/scratch_directory.h"
+#include "tests/support/model_server.h"
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
-#include "tests/system/served_sample.h"
+#include "tests/support/scratch_directory.h"
 #include "tests/system/terminal_shell.h"
 
 // The built shell saves a served tree in a file and runs the file again.
@@ -15,7 +14,8 @@ namespace {
 
 using test_support::ExitStatus;
 using test_support::Finished;
-using treescope::test::ScratchDirectory;
+using test_support::ModelServer;
+using test_support::ScratchDirectory;
 
 /// One value of the tree: what is saved of it, and another that it can hold.
 struct Value {
@@ -115,7 +115,7 @@ class SaveSession : public testing::Test {
     EXPECT_EQ(run.errors, "");
   }
 
-  ServedSample fixture_{savedTree};
+  ModelServer fixture_ = ModelServer::ofTree(savedTree);
   ScratchDirectory directory_;
 };
 

@@ -3,10 +3,9 @@
 
 #include <fstream>
 
+#include "tests/support/model_server.h"
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
-#include "tests/system/served_sample.h"
 
 // Whole sessions: the built shell against the built server.
 
@@ -14,6 +13,7 @@ namespace {
 
 using test_support::ExitStatus;
 using test_support::Finished;
+using test_support::ModelServer;
 using test_support::run;
 
 /// The bytes that `treescope` writes for `arguments`, its status and errors being
@@ -32,7 +32,7 @@ class Session : public testing::Test {
     return outputOf({"-c", "cd " + fixture_.name() + ";" + line});
   }
 
-  ServedSample fixture_;
+  ModelServer fixture_;
 };
 
 struct Case {

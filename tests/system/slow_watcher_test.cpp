@@ -6,12 +6,10 @@
 #include <map>
 #include <string>
 
-#include "tests/servers/server_process.h"
-#include "tests/servers/tree_client.h"
+#include "tests/support/model_server.h"
 #include "tests/support/process.h"
-#include "tests/system/process_numbers.h"
+#include "tests/support/tree_client.h"
 #include "tests/system/sample_client.h"
-#include "tests/system/served_sample.h"
 #include "tests/system/terminal_shell.h"
 
 // A watching shell that is stopped: what it costs its server, and what it shows
@@ -19,9 +17,12 @@
 
 namespace {
 
+using test_support::ModelServer;
+using test_support::procNumber;
+
 /// How much memory a server may take, in KiB, while it changes values that
 /// somebody watches who is stopped. A sanitizer's books are part of it.
-const long mostGrowth = ownMemory ? 256 : 16 * 1024;
+const long mostGrowth = test_support::sanitized ? 16 * 1024 : 256;
 
 constexpr int partCount = 8;
 constexpr ModelSrv::ModelPartId markId = 100;
@@ -97,8 +98,8 @@ Shown takeApart(const std::string& bytes) {
 }
 
 TEST(SlowWatcher, SeesTheLastValueOfEveryPartOnceItGoesOn) {
-  const int stores = ownMemory ? 40000 : 8000;
-  ServedSample fixture(treeOfParts());
+  const int stores = test_support::sanitized ? 8000 : 40000;
+  auto fixture = ModelServer::ofTree(treeOfParts());
   TerminalShell shell(fixture.name());
   ASSERT_EQ(shell.run("eu -r /"), "");
   shell.stop();
@@ -147,13 +148,13 @@ class Churned : public testing::Test {
 
   const std::string item = "/group_003/item_0007";
 
-  modelsrvd::ServerProcess server_{
+  ModelServer server_{
       {"--synthetic", std::to_string(groups) + 'x' + std::to_string(items), "--churn", "100000"}};
-  modelsrvd::TreeClient client_{server_.name()};
+  test_support::TreeClient client_{server_.name()};
 };
 
 TEST_F(Churned, AStoppedWatcherCostsTheServerLittleAndOthersNothing) {
-  const int count = ownMemory ? 100000 : 20000;
+  const int count = test_support::sanitized ? 20000 : 100000;
   TerminalShell shell(server_.name());
   ASSERT_EQ(shell.run("cd /group_009"), "");
   shell.run("eu -r /");

@@ -3,12 +3,14 @@
 #include <string>
 #include <vector>
 
-#include "tests/system/served_sample.h"
+#include "tests/support/model_server.h"
 #include "tests/system/terminal_shell.h"
 
 // Listings of a served tree, as they arrive on a terminal.
 
 namespace {
+
+using test_support::ModelServer;
 
 constexpr const char* boxTree = R"({"name": "Model_box", "children": [
   {"id": 1, "name": "box", "children": [
@@ -53,7 +55,7 @@ void expectAll(TerminalShell& shell, const std::vector<Case>& cases) {
 }
 
 TEST(TerminalListing, HasFourLayouts) {
-  ServedSample fixture(boxTree);
+  auto fixture = ModelServer::ofTree(boxTree);
   TerminalShell shell(fixture.name());
   const std::string columns = plainItem("v         ", 1) + plainItem("g/        ", 11) +
                               plainItem("n/        ", 21) + plainItem("noname-4  ", 31) + '\n';
@@ -75,7 +77,7 @@ TEST(TerminalListing, HasFourLayouts) {
 }
 
 TEST(TerminalListing, ShowsMarksInColours) {
-  ServedSample fixture(boxTree);
+  auto fixture = ModelServer::ofTree(boxTree);
   TerminalShell shell(fixture.name());
   ASSERT_EQ(shell.run("cd box"), "");
   ASSERT_EQ(shell.run("eu v"), "");
@@ -117,7 +119,7 @@ TEST(TerminalListing, FitsItsColumnsToTheTerminal) {
       {500, v + plainItem("g/        ", 11) + plainItem("n/        ", 21) +
                 plainItem("noname-4  ", 31) + '\n'},
   };
-  ServedSample fixture(boxTree);
+  auto fixture = ModelServer::ofTree(boxTree);
   for (const Width& width : widths) {
     TerminalShell shell(fixture.name(), {width.columns, 24});
     EXPECT_EQ(shell.run("ls box"), width.bytes) << width.columns;
@@ -142,7 +144,7 @@ TEST(TerminalListing, StopsAtEachPageUntilAKeyComes) {
     tree += (number == 0 ? "" : ", ") + std::string(R"({"name": ")") + numbered(number) +
             R"(", "type": "int32", "value": )" + std::to_string(number) + '}';
   }
-  ServedSample fixture(tree + "]}");
+  auto fixture = ModelServer::ofTree(tree + "]}");
   TerminalShell shell(fixture.name());
   const std::string more = "\033[7m\033[5m\033[39mMore\033[27m\033[25m";
   const std::string erase = "\033[2K";

@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
 
 namespace {
 

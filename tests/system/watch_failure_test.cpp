@@ -3,13 +3,15 @@
 #include <chrono>
 #include <csignal>
 
+#include "tests/support/model_server.h"
 #include "tests/support/process.h"
-#include "tests/system/served_sample.h"
 #include "tests/system/terminal_shell.h"
 
 // What a watching shell says and does when its server does not answer.
 
 namespace {
+
+using test_support::ModelServer;
 
 const std::string noConnection = plainLine("ERROR: ConnectError");
 
@@ -37,7 +39,7 @@ class WatchFailure : public testing::Test {
     return shell_.readThrough(plainLine("/drive/speed"));
   }
 
-  ServedSample fixture_;
+  ModelServer fixture_;
   TerminalShell shell_{fixture_.name()};
   int speed_ = 100;
 };
@@ -61,7 +63,7 @@ TEST_F(WatchFailure, AServerThatIsBackIsWatchedAsBefore) {
   expectRun("eu drive/speed", "");
   fixture_.kill();
   expectRun("eu drive/label", noConnection);
-  fixture_.serve();
+  fixture_.restart();
   // The first request finds the server and renews what was subscribed.
   expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
   EXPECT_PRED2(
@@ -71,10 +73,10 @@ TEST_F(WatchFailure, AServerThatIsBackIsWatchedAsBefore) {
 
 TEST_F(WatchFailure, AServerThatHangsIsNoConnectionUntilItAnswers) {
   expectRun("eu drive/gains", "");
-  fixture_.process().signal(SIGSTOP);
+  fixture_.hang();
   expectRun("eu drive/speed", noConnection);
   expectRun("eu -r drive", noConnection);
-  fixture_.process().signal(SIGCONT);
+  fixture_.resume();
   EXPECT_TRUE(runsUntil("eu drive/speed", ""));
   expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
   EXPECT_PRED2(
@@ -84,9 +86,9 @@ TEST_F(WatchFailure, AServerThatHangsIsNoConnectionUntilItAnswers) {
 
 TEST_F(WatchFailure, AServerThatHangsKeepsWhatIsDroppedMeanwhileListed) {
   expectRun("eu drive/gains", "");
-  fixture_.process().signal(SIGSTOP);
+  fixture_.hang();
   expectRun("du", "");
-  fixture_.process().signal(SIGCONT);
+  fixture_.resume();
   EXPECT_TRUE(runsUntil("eu drive/speed", ""));
   expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
   expectRun("du drive/gains", "");

@@ -3,9 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/model_server.h"
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
-#include "tests/system/served_sample.h"
 #include "tests/system/terminal_shell.h"
 
 // A shell watches parts of a served tree, and others store into it.
@@ -13,6 +12,7 @@
 namespace {
 
 using test_support::ExitStatus;
+using test_support::ModelServer;
 
 constexpr const char* watchedTree = R"({"name": "Model_watched", "children": [
   {"id": 1, "name": "drive", "children": [
@@ -52,7 +52,7 @@ class WatchSession : public testing::Test {
     EXPECT_EQ(shell.run(line), plainLines(lines)) << line;
   }
 
-  ServedSample fixture_{watchedTree};
+  ModelServer fixture_ = ModelServer::ofTree(watchedTree);
   int stamp_ = 0;
 };
 

@@ -6,7 +6,6 @@
 #include <set>
 
 #include "tests/support/port_name.h"
-#include "tests/terminal/model_server.h"
 #include "tests/terminal/terminal_test.h"
 
 // What Tab inserts into the line, and what it lists above it.
@@ -192,7 +191,7 @@ class TreeNames : public TerminalTest {
     prompt_ = "[ " + server_.name() + "]$ ";
   }
 
-  ModelServer server_;
+  ModelServer server_ = ModelServer::ofTree(driveTree);
   std::string prompt_;
 };
 

@@ -2,7 +2,6 @@
 
 #include <regex>
 
-#include "tests/terminal/model_server.h"
 #include "tests/terminal/terminal_test.h"
 
 // Typing, completing and listing while updates flood the screen.
@@ -32,7 +31,7 @@ testing::AssertionResult linesAreComplete(const std::string& bytes) {
 
 class Flood : public TerminalTest {
  protected:
-  ModelServer server_{std::vector<std::string>{"--synthetic", "4x8", "--churn", "2000"}};
+  ModelServer server_{{"--synthetic", "4x8", "--churn", "2000"}};
 };
 
 TEST_F(Flood, DividesNoLineAndLosesNoKey) {

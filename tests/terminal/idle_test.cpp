@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "tests/terminal/model_server.h"
 #include "tests/terminal/terminal_test.h"
 
 // A shell that waits for the user costs the device almost nothing.
@@ -59,7 +58,7 @@ TEST_F(Idle, WakesAtMostTwentyTimesASecondAtThePrompt) {
 }
 
 TEST_F(Idle, WakesAtMostTwentyTimesASecondWhileWatching) {
-  ModelServer server;
+  ModelServer server = ModelServer::ofTree(driveTree);
   start();
   connect(server.name());
   ASSERT_TRUE(run("eu -r drive"));

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "tests/terminal/model_server.h"
 #include "tests/terminal/terminal_test.h"
 
 // How listings look on the screen.
@@ -18,7 +17,7 @@ class Listing : public TerminalTest {
     ASSERT_TRUE(showsLine("[ drive]$ |"));
   }
 
-  ModelServer server_;
+  ModelServer server_ = ModelServer::ofTree(driveTree);
 };
 
 TEST_F(Listing, ShowsNamesInColumns) {

@@ -3,7 +3,7 @@
 #include <csignal>
 #include <cstring>
 
-#include "tests/support/programs.h"
+#include "tests/support/process.h"
 #include "tests/terminal/terminal_test.h"
 
 // The terminal mode during the session, in the programs that it starts, and afterwards.

@@ -5,7 +5,6 @@
 #include <ostream>
 
 #include "tests/support/port_name.h"
-#include "tests/terminal/model_server.h"
 #include "tests/terminal/terminal_test.h"
 
 // Listings that stop after each screenful.
@@ -50,7 +49,7 @@ class Paging : public TerminalTest {
     return stops;
   }
 
-  ModelServer server_{std::vector<std::string>{"--synthetic", "1x120"}};
+  ModelServer server_{{"--synthetic", "1x120"}};
 };
 
 TEST_F(Paging, StopsWithABlinkingWordTwoLinesBeforeAFullScreen) {

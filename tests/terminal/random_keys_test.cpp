@@ -5,7 +5,7 @@
 #include <random>
 #include <string_view>
 
-#include "tests/commands/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 #include "tests/terminal/terminal_test.h"
 
 // Whatever is typed, the shell keeps running, and ends on `exit`.
@@ -13,18 +13,8 @@
 namespace terminal_test {
 namespace {
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TREESCOPE_SANITIZED
-#endif
-#endif
-
-/// The sanitized builds need several times as long per key.
-#ifdef TREESCOPE_SANITIZED
-constexpr std::size_t keyCount = 100'000;
-#else
-constexpr std::size_t keyCount = 1'000'000;
-#endif
+/// A sanitized build takes several times as long for each key.
+constexpr std::size_t keyCount = test_support::sanitized ? 100'000 : 1'000'000;
 
 /// TREESCOPE_SEED, if set, repeats a run.
 std::uint64_t seed() {
@@ -80,7 +70,7 @@ TEST_F(RandomKeys, NeitherEndNorBlockTheShell) {
   SCOPED_TRACE("TREESCOPE_SEED=" + std::to_string(start));
   RecordProperty("seed", std::to_string(start));
   Keys keys(start);
-  const treescope::test::ScratchDirectory empty;
+  const test_support::ScratchDirectory empty;
   this->start({.directory = empty.path()});
   shell().discardOutput();
   for (std::size_t typed = 0; typed < keyCount;) {

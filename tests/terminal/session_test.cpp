@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/programs.h"
+#include "tests/support/process.h"
 #include "tests/terminal/terminal_test.h"
 
 // The first steps with the shell.

@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "tests/support/port_name.h"
-#include "tests/support/programs.h"
+#include "tests/support/process.h"
 #include "tests/terminal/terminal_test.h"
 
 // The built shell leaves its terminal as it found it, however it ends or stops.
@@ -326,8 +326,8 @@ TEST_F(TerminalState, IsNotTouchedInBatchMode) {
   original_ = TerminalSession({"true"}).mode();
   // The bits of SIGHUP, SIGTERM, SIGCONT and SIGTSTP among the caught signals.
   const std::string caught = "$((0x$(grep ^SigCgt /proc/$PPID/status | cut -f2) & 0xa4001))";
-  shell_.emplace(std::vector<std::string>{test_support::treescopeProgram(), "-c",
-                                          "$echo caught " + caught + " && read line"});
+  shell_.emplace(
+      {test_support::treescopeProgram(), "-c", "$echo caught " + caught + " && read line"});
   ASSERT_TRUE(shell_->readThrough("caught 0\r\n"));
   EXPECT_TRUE(originalMode());
   type("\n");

@@ -1,8 +1,20 @@
 #include "tests/terminal/terminal_test.h"
 
-#include "tests/support/programs.h"
+#include "tests/support/process.h"
 
 namespace terminal_test {
+
+const std::string driveTree = R"({"name": "Model_drive", "children": [
+  {"id": 1, "name": "drive", "children": [
+    {"id": 1, "name": "speed", "type": "int32", "value": 42},
+    {"id": 2, "name": "speedlimit", "type": "int32", "value": 90},
+    {"id": 3, "name": "gains", "type": "double",
+     "elements": [{"name": "p", "value": 1.5}, {"name": "i", "value": 0.25}]},
+    {"id": 4, "name": "label", "type": "text", "value": "two words"},
+    {"id": 5, "name": "motor", "children": [
+      {"id": 1, "name": "current", "type": "float", "value": 0}]},
+    {"id": 12, "name": "", "type": "uint16", "value": 7}]},
+  {"id": 2, "name": "empty", "children": []}]})";
 
 void TerminalTest::start(const TerminalOptions& options,
                          const std::vector<std::string>& arguments) {

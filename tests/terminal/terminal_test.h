@@ -7,17 +7,23 @@
 #include <vector>
 
 #include "tests/support/keys.h"
+#include "tests/support/model_server.h"
 #include "tests/support/terminal_session.h"
 
 namespace terminal_test {
 
 using test_support::Colour;
 using test_support::Look;
+using test_support::ModelServer;
 using test_support::sameMode;
 using test_support::Screen;
 using test_support::TerminalOptions;
 using test_support::TerminalSession;
 namespace keys = test_support::keys;
+
+/// The description of a tree for completion: /drive with a part of each kind, among them
+/// "speed" and "speedlimit", and /empty, a node without children.
+extern const std::string driveTree;
 
 /// A test of `treescope` on a terminal: what a user types, and what the screen then
 /// shows. At the end of the test a shell that still runs is left with `exit`; every

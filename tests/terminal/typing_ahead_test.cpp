@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "tests/terminal/model_server.h"
 #include "tests/terminal/terminal_test.h"
 
 // Keys that arrive faster than they can be handled: typed ahead, and pasted.
@@ -23,7 +22,7 @@ const std::string pwdOutput = "\033[1G/\r\n";
 using TypingAhead = TerminalTest;
 
 TEST_F(TypingAhead, WaitsForTheRunningCommand) {
-  ModelServer server;
+  ModelServer server = ModelServer::ofTree(driveTree);
   start();
   connect(server.name());
   server.hang();
@@ -37,7 +36,7 @@ TEST_F(TypingAhead, WaitsForTheRunningCommand) {
 }
 
 TEST_F(TypingAhead, GoesToAListingThatHasStopped) {
-  ModelServer server(std::vector<std::string>{"--synthetic", "1x60"});
+  ModelServer server({"--synthetic", "1x60"});
   start();
   connect(server.name());
   ASSERT_TRUE(type("ls -lm group_000\r qpwd"));

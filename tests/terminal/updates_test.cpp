@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/process.h"
-#include "tests/support/programs.h"
-#include "tests/terminal/model_server.h"
 #include "tests/terminal/terminal_test.h"
 
 // What the screen shows when a watched part changes while the user types.
@@ -29,7 +27,7 @@ class Updates : public TerminalTest {
     EXPECT_EQ(result.status, (test_support::ExitStatus{0, 0}));
   }
 
-  ModelServer server_;
+  ModelServer server_ = ModelServer::ofTree(driveTree);
 };
 
 TEST_F(Updates, AreShownByThePathOfTheirPart) {

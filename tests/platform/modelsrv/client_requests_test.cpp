@@ -202,7 +202,7 @@ TEST(ModelRoot, ReachesAServerInAnotherProcess) {
       static_cast<void>(manager.receiveEvent(-1));
     }
     char byte = 0;
-    (void)!read(done[0], &byte, 1);
+    static_cast<void>(!read(done[0], &byte, 1));
     root.stop(true);
     _exit(0);
   }

@@ -1,4 +1,4 @@
-#include "tests/servers/tree_client.h"
+#include "tests/support/tree_client.h"
 
 #include <algorithm>
 #include <chrono>
@@ -6,7 +6,7 @@
 
 #include "tests/support/process.h"
 
-namespace modelsrvd {
+namespace test_support {
 
 using ModelSrv::ModelRes;
 
@@ -140,4 +140,4 @@ bool TreeClient::waitForUpdate() {
   return pumpUntil([&] { return part_.updates != before; });
 }
 
-}  // namespace modelsrvd
+}  // namespace test_support

@@ -1,4 +1,4 @@
-#include "tests/commands/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iterator>
 
-namespace treescope::test {
+namespace test_support {
 
 ScratchDirectory::ScratchDirectory() : path_(testing::TempDir() + "treescope-files-XXXXXX") {
   EXPECT_NE(::mkdtemp(path_.data()), nullptr) << path_;
@@ -17,7 +17,7 @@ ScratchDirectory::~ScratchDirectory() {
   std::filesystem::remove_all(path_);
 }
 
-std::string ScratchDirectory::write(const std::string& name, const std::string& bytes) const {
+std::string ScratchDirectory::write(const std::string& name, std::string_view bytes) const {
   std::ofstream out(file(name), std::ios::binary);
   out << bytes;
   EXPECT_TRUE(out.flush()) << name;
@@ -30,4 +30,4 @@ std::string ScratchDirectory::read(const std::string& name) const {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-}  // namespace treescope::test
+}  // namespace test_support

@@ -8,7 +8,7 @@
 
 #include "modelsrv/model_root.h"
 
-namespace modelsrvd {
+namespace test_support {
 
 /// A test client that addresses the parts of a server's tree by path. For one thread.
 class TreeClient {
@@ -68,4 +68,4 @@ class TreeClient {
   ModelSrv::ModelRes connected_;
 };
 
-}  // namespace modelsrvd
+}  // namespace test_support
