@@ -14,28 +14,28 @@ namespace {
 
 using std::chrono::milliseconds;
 
-TEST(Process, GivesOutputErrorsAndStatus) {
+TEST(Process, ReturnsOutputErrorsAndStatus) {
   const Finished result = run({"sh", "-c", "echo out; echo err >&2; exit 3"});
   EXPECT_EQ(result.status, (ExitStatus{3, 0}));
   EXPECT_EQ(result.output, "out\n");
   EXPECT_EQ(result.errors, "err\n");
 }
 
-TEST(Process, MergesErrorsIntoOutputWhereAsked) {
+TEST(Process, MergesErrorsIntoOutputOnRequest) {
   const Finished result = run({"sh", "-c", "echo out; echo err >&2"}, {},
                               {.environment = {}, .directory = {}, .mergeErrors = true});
   EXPECT_EQ(result.output, "out\nerr\n");
   EXPECT_EQ(result.errors, "");
 }
 
-TEST(Process, StartsWithTheEnvironmentAndDirectoryGiven) {
+TEST(Process, StartsWithTheGivenEnvironmentAndDirectory) {
   ProcessOptions options;
   options.environment = {"COLOUR=green"};
   options.directory = "/";
   EXPECT_EQ(run({"/bin/sh", "-c", "echo $COLOUR $HOME; pwd"}, {}, options).output, "green\n/\n");
 }
 
-TEST(Process, PassesWordsAsTheyStand) {
+TEST(Process, PassesWordsUnchanged) {
   EXPECT_EQ(run({"printf", "[%s]", "two words", "$HOME", "\"'"}).output, "[two words][$HOME][\"']");
 }
 
@@ -50,7 +50,7 @@ TEST(Process, ReadsLinesAsTheyCome) {
   EXPECT_EQ(cat.finish(), (ExitStatus{0, 0}));
 }
 
-TEST(Process, GivesNoLineWhereNoneComesInTime) {
+TEST(Process, ReturnsNoLineAfterTheTimeLimit) {
   Process cat({"cat"});
   ASSERT_TRUE(cat.write("no line feed"));
   EXPECT_TRUE(cat.waitForOutput("feed"));
@@ -60,40 +60,40 @@ TEST(Process, GivesNoLineWhereNoneComesInTime) {
   EXPECT_EQ(cat.waitForExit(milliseconds(1)), std::nullopt);
 }
 
-TEST(Process, TakesOutputWhileItWritesMoreThanAPipeHolds) {
+TEST(Process, ReadsOutputWhileItWritesMoreThanAPipeHolds) {
   const std::string text(1 << 20, 'x');
   const Finished result = run({"cat"}, text);
   EXPECT_EQ(result.output, text);
 }
 
-TEST(Process, TellsWhenTheProgramReadsNoMore) {
+TEST(Process, ReportsThatTheProgramReadsNoMore) {
   Process gone({"true"});
   EXPECT_EQ(gone.waitForExit(), (ExitStatus{0, 0}));
   EXPECT_FALSE(gone.write("anything"));
 }
 
-TEST(Process, TellsTheSignalThatEndedTheProgram) {
+TEST(Process, ReportsTheSignalThatEndedTheProgram) {
   Process cat({"cat"});
   cat.signal(SIGINT);
   EXPECT_EQ(cat.waitForExit(), (ExitStatus{0, SIGINT}));
 }
 
-TEST(Process, RefusesAProgramThatIsNotThere) {
+TEST(Process, ThrowsIfThereIsNoSuchProgram) {
   EXPECT_THROW(Process({"/nowhere/program"}), std::system_error);
 }
 
-TEST(Process, KillsAndReapsAProgramThatIgnoresTheRequestToEnd) {
+TEST(Process, KillsAndReapsAProgramThatIgnoresTermination) {
   pid_t pid = 0;
   {
-    Process deaf({"sh", "-c", "trap '' TERM; echo ready; while :; do read -r line; done"});
-    ASSERT_TRUE(deaf.waitForLine("ready"));
-    pid = deaf.pid();
+    Process stubborn({"sh", "-c", "trap '' TERM; echo ready; while :; do read -r line; done"});
+    ASSERT_TRUE(stubborn.waitForLine("ready"));
+    pid = stubborn.pid();
   }
   EXPECT_EQ(::waitpid(pid, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
 }
 
-TEST(Process, HandsOnNoDescriptorOfTheTest) {
+TEST(Process, PassesOnNoDescriptorOfTheTest) {
   Process first({"cat"});
   ASSERT_TRUE(first.write("started\n"));
   ASSERT_TRUE(first.waitForLine("started"));

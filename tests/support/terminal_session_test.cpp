@@ -40,7 +40,7 @@ TEST(TerminalSession, EchoesWhatIsTypedUnlessItPassesBytes) {
   EXPECT_EQ(exact.bytesSince(0), "typed\n");
 }
 
-TEST(TerminalSession, FailsAVainWaitWithTheScreenTheBytesAndTheStatus) {
+TEST(TerminalSession, FailsAWaitWithTheScreenTheBytesAndTheStatus) {
   TerminalSession session({"sh", "-c", "printf '\\033[31mred'; exit 3"});
   const testing::AssertionResult result = session.showsText("green");
   ASSERT_FALSE(result);

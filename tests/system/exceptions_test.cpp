@@ -14,57 +14,57 @@
 #include "modelsrv/model_root.h"
 #include "tests/support/port_name.h"
 
-// The libraries hold the parts of the C++ library that they use, and a program has
-// another copy, be it shared or its own: what one throws is caught with the other, and
-// passes frames of both.
+// The libraries contain the parts of the C++ library that they use, and a program has
+// another copy, shared or its own. So an exception of one is caught by the other, and
+// unwinds the frames of both.
 
 namespace {
 
 using namespace ModelSrv;
 
-/// Asks for more than any machine has. "operator new" is that of the libraries.
-void wantTooMuch() {
+/// Allocates more than any machine has. "operator new" is that of the libraries.
+void allocateTooMuch() {
   const volatile std::size_t tooMuch = SIZE_MAX / 4;
   ::operator delete(::operator new(tooMuch));
 }
 
-/// An exception of the program's own.
-struct Trouble : std::runtime_error {
-  explicit Trouble(int wantedNumber) : std::runtime_error("trouble"), number(wantedNumber) {}
+/// An exception that only the program defines.
+struct ProgramError : std::runtime_error {
+  explicit ProgramError(int value) : std::runtime_error("program error"), number(value) {}
   int number;
 };
 
-/// Notes how many exceptions are on their way when it is destroyed.
-struct Witness {
-  explicit Witness(int& seen) : uncaught(seen) {}
-  ~Witness() { uncaught = std::uncaught_exceptions(); }
-  Witness(const Witness&) = delete;
-  Witness& operator=(const Witness&) = delete;
+/// Counts the uncaught exceptions when it is destroyed.
+struct UncaughtCounter {
+  explicit UncaughtCounter(int& seen) : uncaught(seen) {}
+  ~UncaughtCounter() { uncaught = std::uncaught_exceptions(); }
+  UncaughtCounter(const UncaughtCounter&) = delete;
+  UncaughtCounter& operator=(const UncaughtCounter&) = delete;
   int& uncaught;
 };
 
-enum class Mood { fair, shortOfMemory, troubled };
+enum class Reply { value, outOfMemory, programError };
 
-/// A part whose value cannot always be told.
-class MoodyPart final : public ModelPart {
+/// A part that throws when its value is read, as the test sets it.
+class ThrowingPart final : public ModelPart {
  public:
-  explicit MoodyPart(ModelPartId id) : ModelPart(id, "moody", ModelPartStatus_ReadOnly) {}
-  ~MoodyPart() override { detach(); }
+  explicit ThrowingPart(ModelPartId id) : ModelPart(id, "throwing", ModelPartStatus_ReadOnly) {}
+  ~ThrowingPart() override { detach(); }
 
-  std::atomic<Mood> mood{Mood::fair};
-  /// When the last answer was left.
+  std::atomic<Reply> reply{Reply::value};
+  /// The uncaught exceptions at the end of the last read.
   mutable int uncaught = 0;
 
  protected:
   ModelRes appendText(std::string& out, ModelPartIndex /*index*/) const override {
-    const Witness witness(uncaught);
-    if (mood == Mood::shortOfMemory) {
-      wantTooMuch();
+    const UncaughtCounter counter(uncaught);
+    if (reply == Reply::outOfMemory) {
+      allocateTooMuch();
     }
-    if (mood == Mood::troubled) {
-      throw Trouble(7);
+    if (reply == Reply::programError) {
+      throw ProgramError(7);
     }
-    out += "fair";
+    out += "value";
     return ModelRes_Success;
   }
 };
@@ -73,23 +73,23 @@ class MoodyPart final : public ModelPart {
 class Exceptions : public testing::Test {
  protected:
   Exceptions() {
-    EXPECT_EQ(root_.add(&moody_), ModelRes_Success);
+    EXPECT_EQ(root_.add(&part_), ModelRes_Success);
     EXPECT_EQ(root_.startAsServer(port_), ModelRes_Success);
   }
 
   std::string value() {
     std::ostringstream text;
-    EXPECT_EQ(moody_.save(text, ModelPartIndex_All), ModelRes_Success);
+    EXPECT_EQ(part_.save(text, ModelPartIndex_All), ModelRes_Success);
     return text.str();
   }
 
-  /// Reads the value through the library, which the program's exception has to pass.
-  void saveAgainstTrouble() {
-    const Witness witness(uncaught_);
+  /// Reads the value through the library; the program's exception unwinds its frames.
+  void saveWithProgramError() {
+    const UncaughtCounter counter(uncaught_);
     static_cast<void>(value());
   }
 
-  /// Serves while `client` is at work on a thread of its own.
+  /// Serves while `client` runs on another thread.
   template <typename Client>
   void serve(Client client) {
     std::atomic<bool> working{true};
@@ -104,8 +104,8 @@ class Exceptions : public testing::Test {
     thread.join();
   }
 
-  /// None is on its way or being handled, and the library has let its lock go.
-  void expectNothingLeft() {
+  /// No exception is uncaught or being handled, and the library has released its lock.
+  void expectCleanState() {
     EXPECT_EQ(std::uncaught_exceptions(), 0);
     EXPECT_EQ(std::current_exception(), nullptr);
     bool isFree = false;
@@ -121,57 +121,57 @@ class Exceptions : public testing::Test {
   const std::string port_ = test_support::uniquePortName();
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
   ModelRoot root_{&manager_};
-  MoodyPart moody_{1};
+  ThrowingPart part_{1};
   int uncaught_ = 0;
 };
 
 TEST_F(Exceptions, OfTheProgramReachItThroughTheLibrary) {
-  moody_.mood = Mood::troubled;
+  part_.reply = Reply::programError;
   for (int i = 0; i < 3; ++i) {
     int number = 0;
     try {
-      saveAgainstTrouble();
-    } catch (const Trouble& trouble) {
-      number = trouble.number;
+      saveWithProgramError();
+    } catch (const ProgramError& error) {
+      number = error.number;
       EXPECT_EQ(std::uncaught_exceptions(), 0);
       EXPECT_NE(std::current_exception(), nullptr);
     }
     EXPECT_EQ(number, 7);
-    EXPECT_EQ(moody_.uncaught, 1);
+    EXPECT_EQ(part_.uncaught, 1);
     EXPECT_EQ(uncaught_, 1);
-    expectNothingLeft();
+    expectCleanState();
   }
-  moody_.mood = Mood::fair;
-  EXPECT_EQ(value(), "fair");
+  part_.reply = Reply::value;
+  EXPECT_EQ(value(), "value");
 }
 
 TEST_F(Exceptions, OfTheLibraryAreCaughtInTheProgramByAnyOfTheirTypes) {
   std::string what;
   try {
-    wantTooMuch();
+    allocateTooMuch();
   } catch (const std::exception& exception) {
     what = exception.what();
   }
   EXPECT_EQ(what, "std::bad_alloc");
-  expectNothingLeft();
+  expectCleanState();
 }
 
 TEST_F(Exceptions, OfAnAllocationInAPartAreAResultInTheProgramItself) {
-  moody_.mood = Mood::shortOfMemory;
+  part_.reply = Reply::outOfMemory;
   std::ostringstream text;
-  EXPECT_EQ(moody_.save(text, ModelPartIndex_All), ModelRes_SystemError);
-  EXPECT_EQ(moody_.uncaught, 1);
+  EXPECT_EQ(part_.save(text, ModelPartIndex_All), ModelRes_SystemError);
+  EXPECT_EQ(part_.uncaught, 1);
   EXPECT_EQ(text.str(), "");
-  expectNothingLeft();
-  moody_.mood = Mood::fair;
-  EXPECT_EQ(value(), "fair");
+  expectCleanState();
+  part_.reply = Reply::value;
+  EXPECT_EQ(value(), "value");
 }
 
 TEST_F(Exceptions, OfTheLibraryAreCarriedToAnotherThread) {
   std::exception_ptr carried;
   std::thread([&] {
     try {
-      wantTooMuch();
+      allocateTooMuch();
     } catch (...) {
       carried = std::current_exception();
     }
@@ -179,7 +179,7 @@ TEST_F(Exceptions, OfTheLibraryAreCarriedToAnotherThread) {
   ASSERT_NE(carried, nullptr);
   EXPECT_THROW(std::rethrow_exception(carried), std::bad_alloc);
   carried = nullptr;
-  expectNothingLeft();
+  expectCleanState();
 }
 
 TEST_F(Exceptions, OfAnAllocationInAPartAreCaughtInTheLibraryAndEndTheConnectionAlone) {
@@ -199,13 +199,13 @@ TEST_F(Exceptions, OfAnAllocationInAPartAreCaughtInTheLibraryAndEndTheConnection
               ModelRes_Success);
   });
   for (int i = 0; i < 3; ++i) {
-    moody_.mood = Mood::shortOfMemory;
+    part_.reply = Reply::outOfMemory;
     serve([&] { EXPECT_EQ(save(), ModelRes_NotConnected); });
-    EXPECT_EQ(moody_.uncaught, 1);
-    expectNothingLeft();
-    moody_.mood = Mood::fair;
+    EXPECT_EQ(part_.uncaught, 1);
+    expectCleanState();
+    part_.reply = Reply::value;
     serve([&] { EXPECT_EQ(save(), ModelRes_Success); });
-    EXPECT_EQ(text, "fair");
+    EXPECT_EQ(text, "value");
   }
 }
 

@@ -7,8 +7,8 @@
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
 
-// A server of somebody else's is built against what "cmake --install" puts down,
-// and the installed shell talks with it.
+// The example server is built against the files that "cmake --install" installs, and
+// the installed shell connects to it.
 
 namespace {
 
@@ -29,7 +29,7 @@ class InstallExample : public testing::Test {
     const Finished installed =
         run({"cmake", "--install", test_support::buildDirectory(), "--prefix", prefix()});
     ASSERT_EQ(installed.status, (ExitStatus{0, 0})) << installed.output << installed.errors;
-    // Whatever tells where it is has to come along.
+    // The installed files must not depend on their location.
     fs::rename(prefix(), moved());
   }
   static void TearDownTestSuite() { fs::remove_all(directory()); }
@@ -54,7 +54,7 @@ class InstallExample : public testing::Test {
     return result.output + result.errors;
   }
 
-  /// Talks with the server `program`.
+  /// Reads and stores the values of the server `program`.
   static void expectThermostat(const std::string& program) {
     const std::string name = test_support::uniquePortName();
     Process server({program, name});
@@ -96,7 +96,7 @@ TEST_F(InstallExample, IsBuiltWithPkgConfig) {
   expectThermostat(program);
 }
 
-TEST_F(InstallExample, TellsItsVersion) {
+TEST_F(InstallExample, ReportsItsVersion) {
   test_support::ProcessOptions options;
   options.environment = {
       {"PATH=" + std::string(std::getenv("PATH")),

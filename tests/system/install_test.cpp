@@ -8,7 +8,8 @@
 
 #include "tests/support/process.h"
 
-// What "cmake --install" puts down is whole, and a shell can be built against it.
+// The installation of "cmake --install" is complete, and a shell can be built against
+// it.
 
 namespace {
 
@@ -47,14 +48,14 @@ class Install : public testing::Test {
 };
 
 TEST_F(Install, ProgramsFindTheLibrariesBesideThem) {
-  // Nothing of the test's environment may lead to the build tree.
-  test_support::ProcessOptions bare;
-  bare.environment.emplace();
-  bare.directory = "/";
-  const Finished shell = run({prefix() + "/bin/treescope", "-h"}, {}, bare);
+  // The environment of the test must not refer to the build tree.
+  test_support::ProcessOptions plain;
+  plain.environment.emplace();
+  plain.directory = "/";
+  const Finished shell = run({prefix() + "/bin/treescope", "-h"}, {}, plain);
   EXPECT_EQ(shell.status, (ExitStatus{0, 0}));
   EXPECT_EQ(shell.output + shell.errors, "");
-  const Finished server = run({prefix() + "/bin/modelsrvd", "--version"}, {}, bare);
+  const Finished server = run({prefix() + "/bin/modelsrvd", "--version"}, {}, plain);
   EXPECT_EQ(server.status, (ExitStatus{0, 0})) << server.errors;
   for (const char* const program : {"/bin/treescope", "/bin/modelsrvd"}) {
     EXPECT_THAT(dynamicSection(program), HasSubstr("runpath: [$ORIGIN/../lib"));
@@ -62,14 +63,14 @@ TEST_F(Install, ProgramsFindTheLibrariesBesideThem) {
   }
 }
 
-TEST_F(Install, LibrariesCarryTheirSonames) {
+TEST_F(Install, LibrariesHaveTheirSonames) {
   EXPECT_THAT(dynamicSection("/lib/libkrvkstd.so.0"), HasSubstr("soname: [libkrvkstd.so.0]"));
   EXPECT_THAT(dynamicSection("/lib/libkrvsyssrv.so.4"), HasSubstr("soname: [libkrvsyssrv.so.4]"));
   EXPECT_THAT(dynamicSection("/lib/libkrvsyssrv.so.4"), HasSubstr("runpath: [$ORIGIN]"));
 }
 
-TEST_F(Install, LibrariesOfferTheirInterfaceAlone) {
-  const std::regex offered(
+TEST_F(Install, LibrariesExportTheirInterfaceOnly) {
+  const std::regex exported(
       "(KSTD|UtilSrv|EvtSrv|ModelSrv)::|operator (new|delete)|std::[gs]et_new_handler|"
       "__cxa_get_globals");
   for (const char* const library : {"/lib/libkrvkstd.so.0", "/lib/libkrvsyssrv.so.4"}) {
@@ -77,12 +78,12 @@ TEST_F(Install, LibrariesOfferTheirInterfaceAlone) {
     ASSERT_EQ(result.status, (ExitStatus{0, 0})) << result.errors;
     std::istringstream symbols(result.output);
     for (std::string symbol; std::getline(symbols, symbol);) {
-      EXPECT_TRUE(std::regex_search(symbol, offered)) << library << ": " << symbol;
+      EXPECT_TRUE(std::regex_search(symbol, exported)) << library << ": " << symbol;
     }
   }
 }
 
-TEST_F(Install, NobodySearchesTheWorkingDirectoryForLibraries) {
+TEST_F(Install, NoFileSearchesTheWorkingDirectoryForLibraries) {
   for (const char* const file :
        {"/bin/treescope", "/bin/modelsrvd", "/lib/libkrvkstd.so.0", "/lib/libkrvsyssrv.so.4"}) {
     EXPECT_FALSE(
@@ -100,11 +101,11 @@ TEST_F(Install, NothingLoadsTheCppLibrary) {
 }
 #endif
 
-TEST_F(Install, HoldsEveryPublicHeaderAndNoInternalOne) {
+TEST_F(Install, ContainsEveryPublicHeaderAndNoInternalOne) {
   for (const char* const part : {"kstd", "utilsrv", "evtsrv", "modelsrv"}) {
-    const fs::path here =
+    const fs::path headers =
         fs::path(test_support::sourceDirectory()) / "platform" / part / "include" / part;
-    for (const auto& entry : fs::directory_iterator(here)) {
+    for (const auto& entry : fs::directory_iterator(headers)) {
       EXPECT_TRUE(
           fs::exists(fs::path(prefix()) / "include/treescope" / part / entry.path().filename()))
           << entry.path();

@@ -11,7 +11,7 @@
 
 #include "tests/support/process.h"
 
-// The sources keep to the layout that ARCHITECTURE.md draws.
+// The sources follow the layout that ARCHITECTURE.md describes.
 
 namespace {
 
@@ -48,7 +48,7 @@ std::vector<fs::path> sourcesIn(const std::string& folder) {
   return result;
 }
 
-/// What `file` includes in quotes.
+/// The paths that `file` includes in quotes.
 Lines ownIncludes(const fs::path& file) {
   static const std::regex include("^\\s*#\\s*include\\s*\"([^\"]+)\".*");
   Lines result;
@@ -66,7 +66,7 @@ constexpr std::array codeFolders{"platform", "term",    "shell", "model",
 
 const std::set<std::string> platformParts{"kstd", "utilsrv", "evtsrv", "modelsrv"};
 
-/// What the files of a folder may include of the others.
+/// The folders whose headers the files of a folder may include.
 const std::map<std::string, std::set<std::string>>& allowedFolders() {
   static const std::map<std::string, std::set<std::string>> allowed{
       {"platform", {}},
@@ -89,7 +89,7 @@ TEST(Layout, IncludesPointOneWayBetweenFolders) {
     EXPECT_FALSE(sources.empty()) << folder;
     for (const fs::path& file : sources) {
       if (file == "shell/main.cpp") {
-        continue;  // Belongs to the executable, above all folders.
+        continue;  // Part of the executable, above all folders.
       }
       for (const std::string& include : ownIncludes(file)) {
         const std::string from = firstComponent(include);
@@ -100,7 +100,7 @@ TEST(Layout, IncludesPointOneWayBetweenFolders) {
   }
 }
 
-TEST(Layout, NobodyButThePlatformLooksBehindItsPublicHeaders) {
+TEST(Layout, OnlyThePlatformIncludesItsInternalHeaders) {
   for (const char* const folder : {"term", "shell", "model", "commands", "servers"}) {
     for (const fs::path& file : sourcesIn(folder)) {
       for (const std::string& include : ownIncludes(file)) {
@@ -110,7 +110,7 @@ TEST(Layout, NobodyButThePlatformLooksBehindItsPublicHeaders) {
   }
 }
 
-TEST(Layout, PlatformPartsIncludeThoseBelowThem) {
+TEST(Layout, PlatformPartsIncludeLowerPartsOnly) {
   const std::map<std::string, std::set<std::string>> below{
       {"kstd", {"kstd"}},
       {"utilsrv", {"kstd", "utilsrv"}},
@@ -126,7 +126,7 @@ TEST(Layout, PlatformPartsIncludeThoseBelowThem) {
   }
 }
 
-TEST(Layout, TheTerminalKnowsNothingOfEventsAndModels) {
+TEST(Layout, TheTerminalIncludesNoEventsAndNoModels) {
   for (const fs::path& file : sourcesIn("term")) {
     for (const std::string& include : ownIncludes(file)) {
       const std::string from = firstComponent(include);
@@ -144,7 +144,7 @@ TEST(Layout, NoFileIsLongerThanFourHundredLines) {
   }
 }
 
-/// The sources that the lists of the build name, as paths from the top.
+/// The sources in the CMakeLists.txt files, as paths from the top.
 std::set<fs::path> builtSources() {
   static const std::regex source("[^\\s()\"]+\\.cpp");
   std::set<fs::path> result;
@@ -166,7 +166,7 @@ std::set<fs::path> builtSources() {
 
 TEST(Layout, EverySourceIsBuilt) {
   std::set<fs::path> built = builtSources();
-  built.insert("shell/main.cpp");  // In the list at the top.
+  built.insert("shell/main.cpp");  // In the top CMakeLists.txt.
   for (const char* const folder : codeFolders) {
     for (const fs::path& file : sourcesIn(folder)) {
       if (file.extension() == ".cpp") {
@@ -198,7 +198,7 @@ TEST(Layout, NoResultIsDiscardedByACStyleCast) {
   }
 }
 
-TEST(Layout, TestsWaitForEventsAndNeverSleep) {
+TEST(Layout, TestsWaitForConditionsAndNeverSleep) {
   const std::regex sleep("\\b(sleep_for|sleep_until|usleep|nanosleep)\\s*\\(");
   for (const fs::path& file : sourcesIn("tests")) {
     for (const std::string& line : linesOf(top() / file)) {

@@ -10,7 +10,7 @@
 #include "tests/support/process.h"
 #include "tests/system/sample_client.h"
 
-// What clients cost a server, many at once and idle ones.
+// What concurrent clients and idle clients cost a server.
 
 namespace {
 
@@ -44,12 +44,12 @@ std::set<std::string> privatePipes() {
   return names;
 }
 
-/// Connects, reads and goes until `holds`, at most as long as timeout lasts; the
-/// server notices in between who has gone.
+/// Connects, reads and disconnects until `condition` holds, at most for `timeout`.
+/// Meanwhile the server notices the clients that have disconnected.
 template <typename Condition>
-bool visitUntil(const std::string& server, Condition holds) {
+bool visitUntil(const std::string& server, Condition condition) {
   const auto deadline = Clock::now() + test_support::timeout;
-  while (!holds()) {
+  while (!condition()) {
     if (Clock::now() > deadline) {
       return false;
     }
@@ -60,7 +60,7 @@ bool visitUntil(const std::string& server, Condition holds) {
   return true;
 }
 
-TEST(ManyClients, LoseNothingAndLeaveNothing) {
+TEST(ConcurrentClients, LoseNoStoreAndLeaveNothingBehind) {
   auto fixture = ModelServer::ofTree(treeOfNumbers());
   const int server = fixture.process().pid();
   const auto descriptorsBefore = test_support::openDescriptorsOf(server).size();
@@ -100,17 +100,17 @@ TEST(ManyClients, LoseNothingAndLeaveNothing) {
   }
 }
 
-TEST(IdleClient, CostsNeitherSideAnyTurn) {
+TEST(IdleClient, WakesNeitherSide) {
   ModelServer fixture;
   const int server = fixture.process().pid();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   SampleClient client(manager, fixture.name());
-  // The event that says that the connection has been taken.
+  // The event that reports the new connection.
   EXPECT_EQ(manager.receiveEvent(2000), EvtSrv::EvtRes_Success);
 
-  const long turnsBefore = procNumber(server, "status", "voluntary_ctxt_switches:");
+  const long switchesBefore = procNumber(server, "status", "voluntary_ctxt_switches:");
   EXPECT_EQ(manager.receiveEvent(1500), EvtSrv::EvtRes_Timeout);
-  EXPECT_LE(procNumber(server, "status", "voluntary_ctxt_switches:") - turnsBefore, 1);
+  EXPECT_LE(procNumber(server, "status", "voluntary_ctxt_switches:") - switchesBefore, 1);
 }
 
 TEST(IdleClient, CostsTheServerLittleMemory) {

@@ -7,12 +7,12 @@
 
 #include "kstd/thread_mutex.h"
 
-// A program that links the libraries gets "operator new" from the first of them, and
-// the C++ library that throws is then not the one with which the program catches.
+// A program that links the libraries uses the "operator new" of the first of them. So
+// the copy of the C++ library that throws is not the one that catches.
 
 namespace {
 
-/// Asks for more than any machine has.
+/// Allocates more than any machine has.
 bool failsToAllocate() {
   const volatile std::size_t tooMuch = SIZE_MAX / 4;
   try {

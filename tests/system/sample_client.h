@@ -4,20 +4,20 @@
 
 #include "modelsrv/model_root.h"
 
-/// A client of a served tree: one connection, and texts in and out of the parts
-/// below its root.
+/// A client with one connection that reads and stores the parts below the root of a
+/// tree.
 class SampleClient {
  public:
-  /// `std::runtime_error` where `server` cannot be connected to.
+  /// Throws `std::runtime_error` if it cannot connect to `server`.
   SampleClient(EvtSrv::EventPortManager& manager, const std::string& server);
 
-  /// The text of the part with that id below the root; empty where it has none.
+  /// The text of the part with that id; empty if it cannot be read.
   std::string read(ModelSrv::ModelPartId id);
 
   [[nodiscard]] bool store(ModelSrv::ModelPartId id, const std::string& text);
 
  private:
-  /// Stands for whichever part is asked for next.
+  /// The proxy for the part of the next request.
   class Target final : public ModelSrv::ModelPart {
    public:
     ModelSrv::ModelPartId getId() override { return id; }

@@ -17,7 +17,7 @@ using test_support::Finished;
 using test_support::ModelServer;
 using test_support::ScratchDirectory;
 
-/// One value of the tree: what is saved of it, and another that it can hold.
+/// One value of the tree: the command that is saved for it, and another valid value.
 struct Value {
   std::string command;
   std::string path;
@@ -83,7 +83,7 @@ const std::vector<Value>& values() {
   return all;
 }
 
-/// The file that holds all values, or the other ones.
+/// The file with all values, and the file with the other ones.
 std::string savedLines() {
   std::string lines;
   for (const Value& value : values()) {
@@ -101,7 +101,7 @@ std::string otherLines() {
 
 class SaveSession : public testing::Test {
  protected:
-  /// What `to` leaves in a file when the built shell saves the whole tree.
+  /// The file that `to` writes when the built shell saves the whole tree.
   std::string saved() {
     batchOutput(fixture_.name(), "to " + directory_.file("saved"));
     return directory_.read("saved");
@@ -131,7 +131,7 @@ TEST_F(SaveSession, WritesAndReportsEveryValueInTheseBytes) {
   EXPECT_EQ(directory_.read("saved"), savedLines());
 }
 
-TEST_F(SaveSession, EveryWayToRunTheFileBringsEveryValueBack) {
+TEST_F(SaveSession, EveryWayToRunTheFileRestoresEveryValue) {
   const std::string file = directory_.write("replayed", savedLines());
   ASSERT_EQ(saved(), savedLines());
   for (const std::string command : {"from ", "cmdfrom ", ""}) {
@@ -146,7 +146,7 @@ TEST_F(SaveSession, EveryWayToRunTheFileBringsEveryValueBack) {
   }
 }
 
-TEST_F(SaveSession, AShellOnATerminalReplaysAsWell) {
+TEST_F(SaveSession, AShellOnATerminalReplaysTheFile) {
   const std::string file = directory_.write("replayed", savedLines());
   runFile(otherLines());
   TerminalShell shell(fixture_.name());
@@ -155,7 +155,7 @@ TEST_F(SaveSession, AShellOnATerminalReplaysAsWell) {
   EXPECT_EQ(saved(), savedLines());
 }
 
-TEST_F(SaveSession, AFullDiskIsNoReasonToEnd) {
+TEST_F(SaveSession, AFullDiskDoesNotEndTheShell) {
   EXPECT_EQ(batchOutput(fixture_.name(), "to /dev/full flag;pwd"),
             " make command [true] -> [set true ]\n/" + fixture_.name() + '\n');
   const std::string text(100000, 'x');
@@ -165,15 +165,15 @@ TEST_F(SaveSession, AFullDiskIsNoReasonToEnd) {
               testing::EndsWith("[set 3 ]\n/" + fixture_.name() + '\n'));
 }
 
-TEST_F(SaveSession, WhatIsNoFileIsRefused) {
-  const std::string refused = "ERROR: OpenFileError\n";
-  EXPECT_EQ(batchOutput(fixture_.name(), "to " + directory_.path() + ";pwd"), refused);
-  EXPECT_EQ(batchOutput(fixture_.name(), "to " + directory_.file("none/f") + ";pwd"), refused);
-  EXPECT_EQ(batchOutput(fixture_.name(), "from " + directory_.path() + ";pwd"), refused);
-  EXPECT_EQ(batchOutput(fixture_.name(), "from " + directory_.file("none") + ";pwd"), refused);
+TEST_F(SaveSession, APathThatIsNotAFileIsAnError) {
+  const std::string error = "ERROR: OpenFileError\n";
+  EXPECT_EQ(batchOutput(fixture_.name(), "to " + directory_.path() + ";pwd"), error);
+  EXPECT_EQ(batchOutput(fixture_.name(), "to " + directory_.file("none/f") + ";pwd"), error);
+  EXPECT_EQ(batchOutput(fixture_.name(), "from " + directory_.path() + ";pwd"), error);
+  EXPECT_EQ(batchOutput(fixture_.name(), "from " + directory_.file("none") + ";pwd"), error);
 }
 
-TEST_F(SaveSession, AServerThatHasGoneLeavesAnEmptyFile) {
+TEST_F(SaveSession, AKilledServerLeavesAnEmptyFile) {
   TerminalShell shell(fixture_.name());
   const std::string file = directory_.write("f", "from before");
   fixture_.kill();

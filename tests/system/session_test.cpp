@@ -16,8 +16,8 @@ using test_support::Finished;
 using test_support::ModelServer;
 using test_support::run;
 
-/// The bytes that `treescope` writes for `arguments`, its status and errors being
-/// what they always are.
+/// The output of `treescope` with `arguments`, which must end with status 0 and print no
+/// errors.
 std::string outputOf(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), test_support::treescopeProgram());
   const Finished result = run(arguments);
@@ -65,14 +65,14 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Case{"Number", "set 43 /drive/speed;get /drive/speed",
              "/drive/speed    [43]\n/drive/speed    [43]\n"},
-        Case{"TextWithBlanks", "str \"on the bench\" /drive/label",
+        Case{"TextWithSpaces", "str \"on the bench\" /drive/label",
              "/drive/label    [on the bench]\n"},
         Case{"TextWithADash", "str -r /drive/label", "/drive/label    [-r]\n"},
         Case{"OneElement", "set 0.5 /drive/gains[1];get /drive/gains",
              "/drive/gains[1] [0.5]\n/drive/gains    [1.5 0.5]\n"},
-        Case{"NoWholeArray", "set 1 /drive/gains", "ERROR: NotFound\n"},
-        Case{"NoReadOnlyPart", "str B-18 /drive/serial", "/drive/serial   [A-17]\n"},
-        Case{"NoNumberFromLetters", "set fast /drive/speed", "/drive/speed    [42]\n"},
+        Case{"AWholeArrayIsAnError", "set 1 /drive/gains", "ERROR: NotFound\n"},
+        Case{"AReadOnlyPartKeepsItsValue", "str B-18 /drive/serial", "/drive/serial   [A-17]\n"},
+        Case{"LettersAreNoNumber", "set fast /drive/speed", "/drive/speed    [42]\n"},
         Case{"ProtectedPartKeepsItsValue", "set 1 /drive/offset", "/drive/offset   [0]\n"},
         Case{"ProtectedPartWithTheLoadersFlag", "set -l 1 /drive/offset", "/drive/offset   [1]\n"}),
     [](const auto& test) { return test.param.name; });
@@ -121,7 +121,7 @@ TEST(SessionWithoutInput, EndsWhenStandardInputIsClosedFromTheStart) {
   EXPECT_THAT(result.output, testing::EndsWith("\n"));
 }
 
-TEST(SessionWithoutInput, KeepsThePlacesOfClosedStandardDescriptorsFromOtherFiles) {
+TEST(SessionWithoutInput, DoesNotReuseClosedStandardDescriptorsForOtherFiles) {
   const std::string line = "$readlink /proc/$PPID/fd/0 /proc/$PPID/fd/1 >&2";
   const Finished result =
       run({"sh", "-c", "exec \"$0\" -c \"$1\" <&- >&-", test_support::treescopeProgram(), line});
@@ -129,7 +129,7 @@ TEST(SessionWithoutInput, KeepsThePlacesOfClosedStandardDescriptorsFromOtherFile
   EXPECT_EQ(result.errors, "/dev/null\n/dev/null\n");
 }
 
-TEST(SessionWithoutServer, ValuesAreSilentlyNotThere) {
+TEST(SessionWithoutServer, ReadsAndStoresPrintNothing) {
   EXPECT_EQ(outputOf({"-c", "get /drive/speed;set 1 /drive/speed;pwd"}), "/\n");
 }
 

@@ -12,16 +12,16 @@
 #include "tests/system/sample_client.h"
 #include "tests/system/terminal_shell.h"
 
-// A watching shell that is stopped: what it costs its server, and what it shows
-// when it goes on.
+// A shell with subscriptions is stopped: what it costs its server, and what it prints
+// when it continues.
 
 namespace {
 
 using test_support::ModelServer;
 using test_support::procNumber;
 
-/// How much memory a server may take, in KiB, while it changes values that
-/// somebody watches who is stopped. A sanitizer's books are part of it.
+/// How much memory in KiB a server may allocate while it changes values that a stopped
+/// client has subscribed to. A sanitizer adds its own.
 const long mostGrowth = test_support::sanitized ? 16 * 1024 : 256;
 
 constexpr int partCount = 8;
@@ -40,7 +40,7 @@ std::string treeOfParts() {
   return tree + R"({"id": 100, "name": "mark", "type": "int32", "value": 0}]})";
 }
 
-/// Stores one value after the other, each read back, in one part after the other.
+/// Stores increasing values in the parts in turn, and reads each back.
 class Storer {
  public:
   explicit Storer(const std::string& server) : client_(manager_, server) {}
@@ -62,42 +62,43 @@ class Storer {
   int value_ = 0;
 };
 
-/// What a shell has printed of updates, taken apart.
-struct Shown {
-  int updates = 0;
+/// The updates that a shell has printed.
+struct PrintedUpdates {
+  int count = 0;
+  /// The last value of each part.
   std::map<std::string, std::string> last;
-  /// What is no update; the prompt's rest at the most.
+  /// The bytes that are not part of an update: at most the end of the prompt.
   std::string rest;
 };
 
-/// Takes updates of parts with one element each from `bytes`. The end of the
-/// prompt, which the shell may have been stopped in, can stand between two lines.
-Shown takeApart(const std::string& bytes) {
-  Shown shown;
+/// Parses updates of parts with one element each. The end of the prompt may be between
+/// two lines, since the shell may have been stopped while it printed the prompt.
+PrintedUpdates parseUpdates(const std::string& bytes) {
+  PrintedUpdates printed;
   const std::string path = "\033[39m\033[1G/";
   const std::string value = "\033[39m\033[1G+-- [0]  [";
   std::size_t at = 0;
   for (std::size_t next = bytes.find(path); next != std::string::npos;
        next = bytes.find(path, at)) {
-    shown.rest += bytes.substr(at, next - at);
+    printed.rest += bytes.substr(at, next - at);
     const std::size_t nameEnd = bytes.find('\n', next);
     const std::string name = bytes.substr(next + path.size(), nameEnd - next - path.size());
     const std::size_t line = bytes.find(value, nameEnd);
-    shown.rest += bytes.substr(nameEnd + 1, line - nameEnd - 1);
+    printed.rest += bytes.substr(nameEnd + 1, line - nameEnd - 1);
     const std::size_t begin = line + value.size();
     const std::size_t end = bytes.find("]\n", begin);
     if (line == std::string::npos || end == std::string::npos) {
       break;
     }
-    shown.last[name] = bytes.substr(begin, end - begin);
-    ++shown.updates;
+    printed.last[name] = bytes.substr(begin, end - begin);
+    ++printed.count;
     at = end + 2;
   }
-  shown.rest += bytes.substr(at);
-  return shown;
+  printed.rest += bytes.substr(at);
+  return printed;
 }
 
-TEST(SlowWatcher, SeesTheLastValueOfEveryPartOnceItGoesOn) {
+TEST(SlowWatcher, PrintsTheLastValueOfEveryPartWhenItContinues) {
   const int stores = test_support::sanitized ? 8000 : 40000;
   auto fixture = ModelServer::ofTree(treeOfParts());
   TerminalShell shell(fixture.name());
@@ -115,20 +116,20 @@ TEST(SlowWatcher, SeesTheLastValueOfEveryPartOnceItGoesOn) {
   shell.resume();
   const std::string mark = plainLine("/mark");
   const std::string bytes = shell.readThrough(mark);
-  const Shown shown = takeApart(bytes.substr(0, bytes.size() - mark.size()));
-  EXPECT_EQ(shown.rest.find('\n'), std::string::npos) << shown.rest;
-  std::map<std::string, std::string> held;
+  const PrintedUpdates printed = parseUpdates(bytes.substr(0, bytes.size() - mark.size()));
+  EXPECT_EQ(printed.rest.find('\n'), std::string::npos) << printed.rest;
+  std::map<std::string, std::string> stored;
   for (int id = 1; id <= partCount; ++id) {
-    held[partName(id)] = storer.read(id);
+    stored[partName(id)] = storer.read(id);
   }
-  EXPECT_EQ(shown.last, held);
-  EXPECT_GE(shown.updates, partCount);
-  // The others were taken together with later ones of the same part.
-  EXPECT_LT(shown.updates, stores);
+  EXPECT_EQ(printed.last, stored);
+  EXPECT_GE(printed.count, partCount);
+  // Older updates of a part are replaced by later ones.
+  EXPECT_LT(printed.count, stores);
 }
 
-/// A tree whose server changes a hundred thousand values a second.
-class Churned : public testing::Test {
+/// A server that changes a hundred thousand values a second.
+class ChangingServer : public testing::Test {
  protected:
   static constexpr int groups = 10;
   static constexpr int items = 20;
@@ -140,10 +141,10 @@ class Churned : public testing::Test {
 
   long valueOfOne() { return std::atol(client_.get(item).c_str()); }
 
-  /// Waits until that many values more have been changed.
+  /// Waits for that many changes.
   bool changes(long count) {
-    const long wanted = valueOfOne() + count / (groups * items);
-    return client_.pumpUntil([&] { return valueOfOne() >= wanted; });
+    const long target = valueOfOne() + count / (groups * items);
+    return client_.pumpUntil([&] { return valueOfOne() >= target; });
   }
 
   const std::string item = "/group_003/item_0007";
@@ -153,7 +154,7 @@ class Churned : public testing::Test {
   test_support::TreeClient client_{server_.name()};
 };
 
-TEST_F(Churned, AStoppedWatcherCostsTheServerLittleAndOthersNothing) {
+TEST_F(ChangingServer, SpendsLittleMemoryOnAStoppedClientAndServesOthers) {
   const int count = test_support::sanitized ? 20000 : 100000;
   TerminalShell shell(server_.name());
   ASSERT_EQ(shell.run("cd /group_009"), "");
@@ -169,7 +170,7 @@ TEST_F(Churned, AStoppedWatcherCostsTheServerLittleAndOthersNothing) {
   EXPECT_LT(procNumber(pid, "smaps_rollup", "Private_Dirty:") - before, mostGrowth) << "KiB";
 
   shell.resume();
-  // Behind what waits for it, the shell is told of every part again and again.
+  // After the pending updates, the shell keeps receiving updates of every part.
   for (int group = 0; group < groups; ++group) {
     shell.readThrough(plainLine("/group_00" + std::to_string(group) + "/item_0000"));
   }

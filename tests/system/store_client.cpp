@@ -6,8 +6,8 @@
 #include "tests/system/sample_client.h"
 
 // store_client SERVER OWN COMMON COUNT: stores 1 to COUNT in the part OWN and reads
-// each back, and stores and reads the part COMMON, which others store too. Prints
-// "done", or what went wrong first.
+// each back, and stores and reads the part COMMON, which other clients store too.
+// Prints "done" or the first error.
 
 namespace {
 
@@ -18,11 +18,11 @@ int work(const std::string& server, ModelSrv::ModelPartId own, ModelSrv::ModelPa
   for (int value = 1; value <= count; ++value) {
     const std::string text = std::to_string(value);
     if (!client.store(own, text)) {
-      std::cout << "store " << text << " refused\n";
+      std::cout << "store " << text << " failed\n";
       return 1;
     }
-    if (const std::string held = client.read(own); held != text) {
-      std::cout << "stored " << text << ", read \"" << held << "\"\n";
+    if (const std::string value = client.read(own); value != text) {
+      std::cout << "stored " << text << ", read \"" << value << "\"\n";
       return 1;
     }
     const bool stored = client.store(common, text);

@@ -6,7 +6,7 @@
 #include "tests/support/model_server.h"
 #include "tests/system/terminal_shell.h"
 
-// Listings of a served tree, as they arrive on a terminal.
+// Listings of a served tree, byte for byte as the terminal receives them.
 
 namespace {
 
@@ -22,7 +22,7 @@ constexpr const char* boxTree = R"({"name": "Model_box", "children": [
 
 const std::string off = "\033[39m";
 
-/// `text` behind the sequences for its marks, at the screen's `column`.
+/// `text` after the sequences for its marks, in `column` of the screen.
 std::string item(const std::string& text, const std::string& on, const std::string& after,
                  int column) {
   return on + "\033[" + std::to_string(column) + 'G' + text + after;
@@ -158,7 +158,7 @@ TEST(TerminalListing, StopsAtEachPageUntilAKeyComes) {
   EXPECT_EQ(shell.readThrough(more), erase + lines(45, 1) + more);
   shell.type("q");
   EXPECT_EQ(shell.readThrough(erase), erase);
-  // Nothing but the prompt has come behind it, and the shell goes on.
+  // Only the prompt follows, and the shell still runs.
   EXPECT_EQ(shell.run("get item_69"), plainLine("/item_69    [69]"));
   EXPECT_EQ(shell.run("ls -l"), lines(0, 70));
 }

@@ -7,7 +7,7 @@
 #include "tests/support/process.h"
 #include "tests/system/terminal_shell.h"
 
-// What a watching shell says and does when its server does not answer.
+// What a shell with subscriptions prints and does when its server does not reply.
 
 namespace {
 
@@ -21,7 +21,7 @@ class WatchFailure : public testing::Test {
     EXPECT_EQ(shell_.run(line), bytes) << line;
   }
 
-  /// Repeats `line` until it prints `bytes`; what a server holds back may come
+  /// Repeats `line` until it prints `bytes`: replies of a server that hung may be
   /// late.
   bool runsUntil(const std::string& line, const std::string& bytes) {
     const auto deadline = std::chrono::steady_clock::now() + test_support::timeout;
@@ -33,7 +33,7 @@ class WatchFailure : public testing::Test {
     return true;
   }
 
-  /// What is printed up to the update of the speed, which another client changes.
+  /// What is printed through the update of the speed, which another client changes.
   std::string updatesAfter(const std::string& commands) {
     batchOutput(fixture_.name(), commands + ";set " + std::to_string(++speed_) + " /drive/speed");
     return shell_.readThrough(plainLine("/drive/speed"));
@@ -44,7 +44,7 @@ class WatchFailure : public testing::Test {
   int speed_ = 100;
 };
 
-TEST_F(WatchFailure, AKilledServerIsNoConnection) {
+TEST_F(WatchFailure, AKilledServerIsAConnectError) {
   expectRun("eu drive/gains", "");
   fixture_.kill();
   expectRun("eu drive/speed", noConnection);
@@ -58,20 +58,20 @@ TEST_F(WatchFailure, AKilledServerIsNoConnection) {
   expectRun("du", "");
 }
 
-TEST_F(WatchFailure, AServerThatIsBackIsWatchedAsBefore) {
+TEST_F(WatchFailure, ARestartedServerIsWatchedAsBefore) {
   expectRun("eu drive/gains", "");
   expectRun("eu drive/speed", "");
   fixture_.kill();
   expectRun("eu drive/label", noConnection);
   fixture_.restart();
-  // The first request finds the server and renews what was subscribed.
+  // The first request connects to the server and renews the subscriptions.
   expectRun("eu -l", plainLine("/drive/gains") + plainLine("/drive/speed"));
   EXPECT_PRED2(
       endsWithJust, updatesAfter("set 0.5 /drive/gains[1]"),
       plainLines({"/drive/gains", "+-- [0](p)  [1.5]", "+-- [1](i)  [0.5]", "/drive/speed"}));
 }
 
-TEST_F(WatchFailure, AServerThatHangsIsNoConnectionUntilItAnswers) {
+TEST_F(WatchFailure, AServerThatHangsIsAConnectErrorUntilItReplies) {
   expectRun("eu drive/gains", "");
   fixture_.hang();
   expectRun("eu drive/speed", noConnection);
@@ -84,7 +84,7 @@ TEST_F(WatchFailure, AServerThatHangsIsNoConnectionUntilItAnswers) {
       plainLines({"/drive/gains", "+-- [0](p)  [1.5]", "+-- [1](i)  [0.5]", "/drive/speed"}));
 }
 
-TEST_F(WatchFailure, AServerThatHangsKeepsWhatIsDroppedMeanwhileListed) {
+TEST_F(WatchFailure, AServerThatHangsKeepsDroppedSubscriptionsListed) {
   expectRun("eu drive/gains", "");
   fixture_.hang();
   expectRun("du", "");

@@ -7,7 +7,7 @@
 #include "tests/support/process.h"
 #include "tests/system/terminal_shell.h"
 
-// A shell watches parts of a served tree, and others store into it.
+// A shell subscribes to parts of a served tree, and other processes store values.
 
 namespace {
 
@@ -35,11 +35,11 @@ constexpr const char* watchedTree = R"({"name": "Model_watched", "children": [
 
 class WatchSession : public testing::Test {
  protected:
-  /// What a shell that watches "/mark" shows of the stores that `commands` make,
-  /// which another process runs; and that it shows no more than that.
+  /// Runs `commands` in another process, and expects a shell that has subscribed to
+  /// "/mark" to print `lines` and nothing else.
   ///
-  /// Updates come in the order of the changes, so nothing is still to come when
-  /// that of the mark, which is stored last, is there.
+  /// Updates arrive in the order of the changes, and "/mark" is stored last, so after
+  /// its update there are no others.
   void expectUpdates(TerminalShell& shell, const std::string& commands,
                      const std::vector<std::string>& lines) {
     batchOutput(fixture_.name(), commands + ";set " + std::to_string(++stamp_) + " /mark");
@@ -83,7 +83,7 @@ const std::vector<Store>& stores() {
   return all;
 }
 
-TEST_F(WatchSession, EveryPartOfASubtreeIsShownInTheseBytes) {
+TEST_F(WatchSession, UpdatesOfASubtreeArePrintedInTheseBytes) {
   TerminalShell shell(fixture_.name());
   expectRun(shell, "eu /mark", {});
   expectRun(shell, "eu -r drive", {});
@@ -92,7 +92,7 @@ TEST_F(WatchSession, EveryPartOfASubtreeIsShownInTheseBytes) {
   }
 }
 
-TEST_F(WatchSession, APartIsShownInTheseBytes) {
+TEST_F(WatchSession, UpdatesOfAPartArePrintedInTheseBytes) {
   TerminalShell shell(fixture_.name());
   expectRun(shell, "eu mark", {});
   expectRun(shell, "cd /drive/gains", {});
@@ -108,7 +108,7 @@ TEST_F(WatchSession, APartIsShownInTheseBytes) {
   }
 }
 
-TEST_F(WatchSession, AnUpdateIsShownWhereStandardInputIsAPipe) {
+TEST_F(WatchSession, AnUpdateIsPrintedIfStandardInputIsAPipe) {
   test_support::Process shell({test_support::treescopeProgram()});
   const std::string report = plainLine("/" + fixture_.name());
   ASSERT_TRUE(shell.write("cd " + fixture_.name() + "\neu -r /drive\neu mark\npwd\n"));
@@ -125,7 +125,7 @@ TEST_F(WatchSession, AnUpdateIsShownWhereStandardInputIsAPipe) {
   EXPECT_EQ(shell.errors(), "");
 }
 
-TEST_F(WatchSession, ADoubledSubscriptionShowsOneUpdateAndEndsWithOneCommand) {
+TEST_F(WatchSession, ADoubleSubscriptionPrintsOneUpdateAndEndsWithOneCommand) {
   TerminalShell shell(fixture_.name());
   expectRun(shell, "eu drive/gains", {});
   expectRun(shell, "eu drive/gains", {});
@@ -138,7 +138,7 @@ TEST_F(WatchSession, ADoubledSubscriptionShowsOneUpdateAndEndsWithOneCommand) {
   expectUpdates(shell, "set 0.75 /drive/gains[1]", {});
 }
 
-TEST_F(WatchSession, WhatIsDroppedIsShownNoMore) {
+TEST_F(WatchSession, DroppedPartsAreNotPrinted) {
   TerminalShell shell(fixture_.name());
   expectRun(shell, "eu -r /", {});
   shell.run("eu mark");
@@ -150,7 +150,7 @@ TEST_F(WatchSession, WhatIsDroppedIsShownNoMore) {
   expectUpdates(shell, "set 9 /drive/noname-12;set 1 /drive/speed", {});
 }
 
-TEST_F(WatchSession, ARefusedPartDoesNotEndTheSubtree) {
+TEST_F(WatchSession, APartThatRefusesDoesNotEndTheSubtree) {
   TerminalShell shell(fixture_.name());
   expectRun(shell, "eu -r guarded", {"ERROR: UnknownError"});
   expectRun(shell, "eu mark", {});
@@ -158,7 +158,7 @@ TEST_F(WatchSession, ARefusedPartDoesNotEndTheSubtree) {
   expectUpdates(shell, "set 2 /guarded/open;set 2 /guarded/closed", {"/guarded/open"});
 }
 
-TEST_F(WatchSession, NothingIsShownOnceTheShellHasDisconnected) {
+TEST_F(WatchSession, NothingIsPrintedAfterTheShellHasDisconnected) {
   TerminalShell shell(fixture_.name());
   expectRun(shell, "eu drive/gains", {});
   // Leaves the server with a subscription outside the current directory.

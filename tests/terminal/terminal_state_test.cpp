@@ -11,7 +11,7 @@
 #include "tests/support/process.h"
 #include "tests/terminal/terminal_test.h"
 
-// The built shell leaves its terminal as it found it, however it ends or stops.
+// The built shell restores the mode of its terminal, however it ends or stops.
 
 namespace terminal_test {
 namespace {
@@ -32,7 +32,7 @@ class TerminalState : public testing::Test {
     if (options.foreground) {
       ASSERT_TRUE(shell_->readThrough(prompt));
       ASSERT_TRUE(isRaw(shell_->mode()));
-      // Not before a key is taken has the whole shell been built.
+      // The shell is completely constructed only when it runs a line.
       enter("pwd");
       ASSERT_TRUE(shell_->readThrough(prompt));
     }
@@ -75,9 +75,9 @@ class TerminalState : public testing::Test {
     EXPECT_EQ(WSTOPSIG(*status), signal);
   }
 
-  /// Waits for a prompt in raw mode. One may be left of the time before, or come
-  /// while a thread that stopped the shell has yet to take raw mode again; that one
-  /// has the prompt repainted.
+  /// Waits for a prompt in raw mode. An earlier prompt may be unread, and one may be
+  /// printed before the thread that stopped the shell sets raw mode again; that thread
+  /// then repaints the prompt.
   void expectRawPrompt() {
     do {
       ASSERT_TRUE(shell_->readThrough(prompt));
@@ -85,7 +85,7 @@ class TerminalState : public testing::Test {
   }
 
   /// Continues the shell and waits until it has repainted its prompt.
-  void expectItGoesOn() {
+  void expectItContinues() {
     shell_->continueInForeground();
     const auto status = shell_->nextStatus();
     ASSERT_TRUE(status && WIFCONTINUED(*status));
@@ -96,7 +96,7 @@ class TerminalState : public testing::Test {
   std::optional<TerminalSession> shell_;
 };
 
-TEST_F(TerminalState, IsAsBeforeAfterEveryCommandThatEndsTheShell) {
+TEST_F(TerminalState, IsRestoredAfterEveryCommandThatEndsTheShell) {
   for (const char* const command : {"exit", "quit", "q"}) {
     start();
     enter(command);
@@ -104,16 +104,16 @@ TEST_F(TerminalState, IsAsBeforeAfterEveryCommandThatEndsTheShell) {
   }
 }
 
-TEST_F(TerminalState, HasTheEchoOnAfterTheShell) {
+TEST_F(TerminalState, HasEchoAfterTheShell) {
   start();
   enter("exit");
   expectEnd(0);
   EXPECT_NE(shell_->mode().c_lflag & static_cast<tcflag_t>(ECHO), 0U);
 }
 
-TEST_F(TerminalState, IsAsBeforeAtTheEndOfInput) {
+TEST_F(TerminalState, IsRestoredAtTheEndOfInput) {
   start();
-  // Whoever gives the terminal its lines back can end the input with Ctrl-D.
+  // In line mode Ctrl-D ends the input.
   shell_->setMode(original_);
   type("\004");
   expectEnd(0);
@@ -129,7 +129,7 @@ TEST_F(TerminalState, EndsTheShellWhenTheTerminalHangsUp) {
 
 class TerminalStateAfter : public TerminalState, public testing::WithParamInterface<int> {};
 
-TEST_P(TerminalStateAfter, SignalIsAsBeforeAndTheStatusTellsTheSignal) {
+TEST_P(TerminalStateAfter, SignalIsRestoredAndTheStatusReportsTheSignal) {
   start();
   shell_->signal(GetParam());
   expectKilledBy(GetParam());
@@ -141,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(Ending, TerminalStateAfter,
                            return std::string("SIG") + sigabbrev_np(test.param);
                          });
 
-TEST_F(TerminalState, IsAsBeforeAfterTheInterruptAndTheQuitKey) {
+TEST_F(TerminalState, IsRestoredAfterTheInterruptAndTheQuitKey) {
   const std::array<std::pair<const char*, int>, 2> keys{{{"\003", SIGINT}, {"\034", SIGQUIT}}};
   for (const auto& [key, signal] : keys) {
     start();
@@ -173,27 +173,27 @@ TEST_F(TerminalState, IsOriginalWhileTheShellIsSuspendedAndRawAgainAfterwards) {
     }
     expectStoppedBy(SIGTSTP);
     EXPECT_TRUE(originalMode());
-    expectItGoesOn();
+    expectItContinues();
   }
   enter("exit");
   expectEnd(0);
 }
 
-TEST_F(TerminalState, IsRawAgainAfterAStopThatNothingCanCatch) {
+TEST_F(TerminalState, IsRawAgainAfterAStopThatCannotBeCaught) {
   start();
   type("half a line");
   ASSERT_TRUE(shell_->readThrough("half a line\033[0K"));
   shell_->signal(SIGSTOP);
   expectStoppedBy(SIGSTOP);
   shell_->setMode(original_);
-  expectItGoesOn();
+  expectItContinues();
   EXPECT_TRUE(shell_->readThrough("half a line"));
   type("\001\013");
   enter("exit");
   expectEnd(0);
 }
 
-TEST_F(TerminalState, IsAsBeforeWhenASuspendedShellIsKilled) {
+TEST_F(TerminalState, IsRestoredWhenASuspendedShellIsKilled) {
   start();
   type("\032");
   expectStoppedBy(SIGTSTP);
@@ -202,20 +202,20 @@ TEST_F(TerminalState, IsAsBeforeWhenASuspendedShellIsKilled) {
   expectKilledBy(SIGTERM);
 }
 
-TEST_F(TerminalState, IsLeftToTheForegroundJobByAShellInTheBackground) {
+TEST_F(TerminalState, IsNotChangedByAShellInTheBackground) {
   start({.foreground = false});
   expectStoppedBy(SIGTTOU);
   EXPECT_TRUE(originalMode());
-  expectItGoesOn();
+  expectItContinues();
   shell_->moveToBackground();
   shell_->setMode(original_);
   shell_->signal(SIGTERM);
   expectKilledBy(SIGTERM);
 }
 
-TEST_F(TerminalState, IsLeftToOthersByASuspendedShellThatIsContinuedInTheBackground) {
+TEST_F(TerminalState, IsNotChangedByASuspendedShellThatIsContinuedInTheBackground) {
   start();
-  // More than once: both threads take notice of being continued.
+  // Repeated, since both threads react when the shell is continued.
   for (int times = 0; times < 40; ++times) {
     type("\032");
     expectStoppedBy(SIGTSTP);
@@ -223,13 +223,13 @@ TEST_F(TerminalState, IsLeftToOthersByASuspendedShellThatIsContinuedInTheBackgro
     shell_->signal(SIGCONT);
     expectStoppedBy(SIGTTOU);
     ASSERT_TRUE(originalMode());
-    expectItGoesOn();
+    expectItContinues();
   }
   enter("exit");
   expectEnd(0);
 }
 
-TEST_F(TerminalState, IsThatOfTheForegroundForAShellThatWasStartedInTheBackground) {
+TEST_F(TerminalState, IsTheForegroundModeForAShellThatWasStartedInTheBackground) {
   const std::string program = test_support::treescopeProgram();
   start({.foreground = false}, {"sh", "-c", "kill -STOP $$; exec " + program});
   expectStoppedBy(SIGSTOP);
@@ -242,12 +242,12 @@ TEST_F(TerminalState, IsThatOfTheForegroundForAShellThatWasStartedInTheBackgroun
     expectStoppedBy(SIGTTOU);
   }
   shell_->setMode(original_);
-  expectItGoesOn();
+  expectItContinues();
   enter("exit");
   expectEnd(0);
 }
 
-TEST_F(TerminalState, IsOriginalForACommandOfTheSystemAndRawAfterIt) {
+TEST_F(TerminalState, IsOriginalForASystemCommandAndRawAfterIt) {
   start();
   enter(
       "$stty -a | tr ' ' '\\n' | grep -x -e '-*icanon' -e '-*echo' -e '-*ixon' -e '-*iexten'|tr "
@@ -279,7 +279,7 @@ TEST_F(TerminalState, IsOriginalForTheManualAndRawAfterIt) {
   EXPECT_EQ(::rmdir(directory.c_str()), 0);
 }
 
-TEST_F(TerminalState, GivesAnInterruptDuringACommandToTheCommandAlone) {
+TEST_F(TerminalState, SendsAnInterruptDuringACommandToTheCommandOnly) {
   start();
   enter("$exec cat /proc/version -");
   ASSERT_TRUE(shell_->readThrough("Linux version"));
@@ -291,7 +291,7 @@ TEST_F(TerminalState, GivesAnInterruptDuringACommandToTheCommandAlone) {
   expectKilledBy(SIGINT);
 }
 
-TEST_F(TerminalState, IsNotTouchedWhenTheShellIsSuspendedDuringACommand) {
+TEST_F(TerminalState, IsNotChangedWhenTheShellIsSuspendedDuringACommand) {
   start();
   enter("$stty -echo && echo ready && cat");
   ASSERT_TRUE(shell_->readThrough("ready\r\n"));
@@ -301,7 +301,7 @@ TEST_F(TerminalState, IsNotTouchedWhenTheShellIsSuspendedDuringACommand) {
   EXPECT_TRUE(sameMode(shell_->mode(), ofCommand));
   shell_->moveToBackground();
   EXPECT_EQ(::kill(-shell_->pid(), SIGCONT), 0);
-  // The command has asked for input.
+  // The command reads its input.
   expectStoppedBy(SIGTTIN);
   shell_->continueInForeground();
   ASSERT_TRUE(WIFCONTINUED(shell_->nextStatus().value_or(0)));
@@ -313,7 +313,7 @@ TEST_F(TerminalState, IsNotTouchedWhenTheShellIsSuspendedDuringACommand) {
   expectEnd(0);
 }
 
-TEST_F(TerminalState, KeepsItsHandlersFromCommands) {
+TEST_F(TerminalState, HidesItsSignalHandlersFromCommands) {
   start();
   enter("$cat /proc/self/status | grep -e ^SigBlk -e ^SigCgt");
   const std::string none = ":\t0000000000000000\r\n";
@@ -322,12 +322,12 @@ TEST_F(TerminalState, KeepsItsHandlersFromCommands) {
   expectEnd(0);
 }
 
-TEST_F(TerminalState, IsNotTouchedInBatchMode) {
+TEST_F(TerminalState, IsNotChangedInBatchMode) {
   original_ = TerminalSession({"true"}).mode();
-  // The bits of SIGHUP, SIGTERM, SIGCONT and SIGTSTP among the caught signals.
+  // The bits of SIGHUP, SIGTERM, SIGCONT and SIGTSTP in the set of caught signals.
   const std::string caught = "$((0x$(grep ^SigCgt /proc/$PPID/status | cut -f2) & 0xa4001))";
-  shell_.emplace(
-      {test_support::treescopeProgram(), "-c", "$echo caught " + caught + " && read line"});
+  shell_.emplace(std::vector<std::string>{test_support::treescopeProgram(), "-c",
+                                          "$echo caught " + caught + " && read line"});
   ASSERT_TRUE(shell_->readThrough("caught 0\r\n"));
   EXPECT_TRUE(originalMode());
   type("\n");
