@@ -152,7 +152,7 @@ TEST_F(SessionCost, AStoreMakesNoSystemCallAndAllocatesNothing) {
               testing::ExitedWithCode(0), "");
 }
 
-TEST_F(SessionCost, AChangeOfWhichAnUpdateWaitsMakesNoSystemCallAndAllocatesNothing) {
+TEST_F(SessionCost, AChangeWithAPendingUpdateMakesNoSystemCallAndAllocatesNothing) {
   ASSERT_EQ(handle(Operation::subscribe, payloadOf({Operation::subscribe, {9}})), ModelRes_Success);
   ASSERT_EQ(speed_.setValue(-1), ModelRes_Success);
   EXPECT_EQ(connection_.pendingCalls, 1);

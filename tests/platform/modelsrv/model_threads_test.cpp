@@ -34,7 +34,7 @@ class Repeat {
   std::thread thread_;
 };
 
-TEST(ModelThreads, MaySetValuesWhileClientsReadAndComeAndGo) {
+TEST(ModelThreads, MaySetValuesWhileClientsConnectReadAndDisconnect) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   std::int32_t first = 0;

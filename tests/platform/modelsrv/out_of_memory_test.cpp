@@ -15,8 +15,8 @@
 
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/session_subscriptions.h"
+#include "tests/platform/modelsrv/failing_allocation.h"
 #include "tests/platform/modelsrv/fake_connection.h"
-#include "tests/platform/modelsrv/refused_allocation.h"
 #include "tests/platform/modelsrv/served_tree.h"
 #include "tests/support/leak_check.h"
 
@@ -53,18 +53,18 @@ TEST(OutOfMemory, IsAResultOfEveryRequest) {
       [](Client& client) { return client.part.subscribeToServer(&client.root, 0, nullptr, all); },
   };
   for (const Operation& request : requests) {
-    forEachAllocation([&request](int refused) {
+    forEachAllocation([&request](int failing) {
       const std::string name = test_support::uniquePortName();
       Server server(name);
       Client client;
       EXPECT_EQ(client.connect(name), ModelRes_Success);
       static_cast<void>(client.part.at(gainsChain));
       ModelRes result = ModelRes_Success;
-      const bool wasRefused = runWithRefusal(refused, [&] { result = request(client); });
-      const bool failed = wasRefused && result != ModelRes_Success;
+      const bool allocationFailed = runWithFailure(failing, [&] { result = request(client); });
+      const bool failed = allocationFailed && result != ModelRes_Success;
       EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
       EXPECT_EQ(client.text(speedChain), "42") << "the client still works";
-      return wasRefused;
+      return allocationFailed;
     });
   }
 }
@@ -75,7 +75,7 @@ bool hasSubscribers(Server& server) {
 }
 
 TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
-  forEachAllocation([](int refused) {
+  forEachAllocation([](int failing) {
     const std::string name = test_support::uniquePortName();
     Server server(name);
     Client client;
@@ -83,8 +83,8 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
     client.pumpAll();
     static_cast<void>(client.part.at(speedChain));
     ModelRes result = ModelRes_Success;
-    const bool wasRefused = runWithRefusal(
-        refused, [&] { result = client.part.subscribeToServer(&client.root, 0, nullptr, all); });
+    const bool allocationFailed = runWithFailure(
+        failing, [&] { result = client.part.subscribeToServer(&client.root, 0, nullptr, all); });
     EXPECT_EQ(client.text(speedChain), "42");
     client.pumpAll();
     client.root.updates.clear();
@@ -101,12 +101,12 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
     EXPECT_EQ(client.root.updates.size(), subscribed ? 1U : 0U);
     EXPECT_EQ(client.unsubscribe(speedChain),
               subscribed ? ModelRes_Success : ModelRes_NotSubscribed);
-    return wasRefused;
+    return allocationFailed;
   });
 }
 
 TEST(OutOfMemory, LeavesNothingOfAFailedConnection) {
-  forEachAllocation([](int refused) {
+  forEachAllocation([](int failing) {
     const std::string name = test_support::uniquePortName();
     Server server(name);
     Client other;
@@ -115,8 +115,8 @@ TEST(OutOfMemory, LeavesNothingOfAFailedConnection) {
     Client client;
     const std::set<std::string> before = test_support::openDescriptors();
     ModelRes result = ModelRes_Success;
-    const bool wasRefused = runWithRefusal(refused, [&] { result = client.connect(name); });
-    const bool failed = wasRefused && result != ModelRes_Success;
+    const bool allocationFailed = runWithFailure(failing, [&] { result = client.connect(name); });
+    const bool failed = allocationFailed && result != ModelRes_Success;
     EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
     if (failed) {
       // The server notices the end of the connection between the stores of the other client.
@@ -128,12 +128,12 @@ TEST(OutOfMemory, LeavesNothingOfAFailedConnection) {
     }
     EXPECT_EQ(client.connect(name), ModelRes_Success);
     EXPECT_EQ(client.text(speedChain), "42");
-    return wasRefused;
+    return allocationFailed;
   });
 }
 
 TEST(OutOfMemory, DoesNotKeepAClientFromConnectingAgain) {
-  forEachAllocation([](int refused) {
+  forEachAllocation([](int failing) {
     const std::string name = test_support::uniquePortName();
     auto server = std::make_unique<Server>(name);
     Client client;
@@ -144,9 +144,9 @@ TEST(OutOfMemory, DoesNotKeepAClientFromConnectingAgain) {
     static_cast<void>(client.part.at(gainsChain));
     ModelRes result = ModelRes_Success;
     std::vector<unsigned short> ids;
-    const bool wasRefused = runWithRefusal(
-        refused, [&] { result = client.root.getChildIdsFromServer(&client.part, ids); });
-    const bool failed = wasRefused && result != ModelRes_Success;
+    const bool allocationFailed = runWithFailure(
+        failing, [&] { result = client.root.getChildIdsFromServer(&client.part, ids); });
+    const bool failed = allocationFailed && result != ModelRes_Success;
     EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
     EXPECT_EQ(client.text(speedChain), "42");
     client.pumpAll();
@@ -155,7 +155,7 @@ TEST(OutOfMemory, DoesNotKeepAClientFromConnectingAgain) {
     EXPECT_EQ(client.text(speedChain), "7");
     client.pumpAll();
     EXPECT_EQ(client.root.updates.size(), 1U) << "it has renewed the subscription";
-    return wasRefused;
+    return allocationFailed;
   });
 }
 
@@ -186,9 +186,9 @@ class PendingConnection {
 TEST(OutOfMemory, OfAServerThatAcceptsAClientDoesNotAffectOtherClients) {
   // A client whose hello was lost waits for its timeout; all of them wait at the same time.
   std::vector<std::unique_ptr<PendingConnection>> connections;
-  forEachAllocation([&connections](int refused) {
+  forEachAllocation([&connections](int failing) {
     PendingConnection& one = *connections.emplace_back(std::make_unique<PendingConnection>());
-    const bool wasRefused = runWithRefusal(refused, [&one] {
+    const bool allocationFailed = runWithFailure(failing, [&one] {
       while (!one.tried && allocationsLeft() >= 0) {
         static_cast<void>(one.server.manager.receiveEvent(1));
       }
@@ -197,7 +197,7 @@ TEST(OutOfMemory, OfAServerThatAcceptsAClientDoesNotAffectOtherClients) {
     Client second;
     EXPECT_EQ(second.connect(one.name), ModelRes_Success);
     EXPECT_EQ(second.text(speedChain), "42");
-    return wasRefused;
+    return allocationFailed;
   });
 }
 
@@ -209,7 +209,7 @@ TEST(OutOfMemory, DoesNotKeepAServerFromStopping) {
     EXPECT_EQ(client.connect(name), ModelRes_Success);
     EXPECT_EQ(client.subscribe(speedChain), ModelRes_Success);
   }
-  EXPECT_FALSE(runWithRefusal(0, [&] { server.root.stop(false); })) << "a stop allocates nothing";
+  EXPECT_FALSE(runWithFailure(0, [&] { server.root.stop(false); })) << "a stop allocates nothing";
   constexpr int timeout = 20000;
   EXPECT_EQ(server.root.finishActiveTerm(timeout), EvtSrv::EvtRes_Success);
 }
@@ -220,7 +220,7 @@ TEST(OutOfMemory, DoesNotKeepAClientFromDisconnecting) {
   auto client = std::make_unique<Client>();
   EXPECT_EQ(client->connect(name), ModelRes_Success);
   EXPECT_EQ(client->text(speedChain), "42");
-  EXPECT_FALSE(runWithRefusal(0, [&] { client.reset(); })) << "disconnecting allocates nothing";
+  EXPECT_FALSE(runWithFailure(0, [&] { client.reset(); })) << "disconnecting allocates nothing";
 }
 
 /// The subscriptions of one client in a server, without a client.
@@ -249,42 +249,43 @@ class ServerOutOfMemory : public testing::Test {
 };
 
 TEST_F(ServerOutOfMemory, LeavesNothingOfAFailedSubscription) {
-  forEachAllocation([this](int refused) {
+  forEachAllocation([this](int failing) {
     FakeConnection connection;
     internal::SessionSubscriptions session(connection);
     bool failed = false;
-    const bool wasRefused = runWithRefusal(refused, [&] {
+    const bool allocationFailed = runWithFailure(failing, [&] {
       try {
         EXPECT_EQ(session.add(speed_, all), ModelRes_Success);
       } catch (const std::bad_alloc&) {
         failed = true;
       }
     });
-    EXPECT_EQ(failed, wasRefused);
+    EXPECT_EQ(failed, allocationFailed);
     EXPECT_EQ(session.count(), failed ? 0U : 1U);
     EXPECT_EQ(speed_.setValue(speed_.value() + 1), ModelRes_Success);
     EXPECT_EQ(takeAll(session), failed ? 0U : 1U);
     EXPECT_EQ(session.cancel(speed_, all), failed ? ModelRes_NotSubscribed : ModelRes_Success);
     EXPECT_EQ(session.add(speed_, all), ModelRes_Success);
-    return wasRefused;
+    return allocationFailed;
   });
 }
 
 TEST_F(ServerOutOfMemory, ClosesTheConnectionThatCannotBeNotified) {
-  forEachAllocation([this](int refused) {
+  forEachAllocation([this](int failing) {
     FakeConnection connection;
     internal::SessionSubscriptions session(connection);
     EXPECT_EQ(session.add(gains_, all), ModelRes_Success);
     const std::int32_t next = gains_.value(1) + 1;
     ModelRes result = ModelRes_DoNothing;
-    const bool wasRefused = runWithRefusal(refused, [&] { result = gains_.setValue(1, next); });
+    const bool allocationFailed =
+        runWithFailure(failing, [&] { result = gains_.setValue(1, next); });
     EXPECT_EQ(result, ModelRes_Success);
     EXPECT_EQ(gains_.value(1), next);
-    EXPECT_EQ(connection.closeCalls, wasRefused ? 1 : 0);
-    EXPECT_EQ(takeAll(session), wasRefused ? 0U : 1U);
+    EXPECT_EQ(connection.closeCalls, allocationFailed ? 1 : 0);
+    EXPECT_EQ(takeAll(session), allocationFailed ? 0U : 1U);
     EXPECT_EQ(gains_.setValue(1, next + 1), ModelRes_Success);
     EXPECT_EQ(takeAll(session), 1U) << "later changes are notified";
-    return wasRefused;
+    return allocationFailed;
   });
 }
 
@@ -297,7 +298,7 @@ TEST_F(ServerOutOfMemory, LeavesTheWholeArrayUnchanged) {
       [&] { return texts.setValues(next); }, [&] { return texts.load(text, false, all); }};
   std::size_t size = 100;
   for (const auto& store : stores) {
-    forEachAllocation([&](int refused) {
+    forEachAllocation([&](int failing) {
       FakeConnection connection;
       internal::SessionSubscriptions session(connection);
       EXPECT_EQ(session.add(texts, all), ModelRes_Success);
@@ -306,20 +307,20 @@ TEST_F(ServerOutOfMemory, LeavesTheWholeArrayUnchanged) {
       next = {std::string(size, 'x'), std::string(size, 'y')};
       text = std::istringstream(next[0] + '\n' + next[1]);
       ModelRes result = ModelRes_DoNothing;
-      const bool wasRefused = runWithRefusal(refused, [&] { result = store(); });
+      const bool allocationFailed = runWithFailure(failing, [&] { result = store(); });
       const bool failed = result != ModelRes_Success;
       EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
       EXPECT_EQ(texts.values(), failed ? before : next);
       // If there is no memory for the update itself, the connection is closed.
       EXPECT_EQ(takeAll(session) + static_cast<std::size_t>(connection.closeCalls),
                 failed ? 0U : 1U);
-      return wasRefused;
+      return allocationFailed;
     });
   }
 }
 
 TEST_F(ServerOutOfMemory, LeavesTheTreeUnchanged) {
-  forEachAllocation([this](int refused) {
+  forEachAllocation([this](int failing) {
     ModelNode group(9, "group");
     ModelNode inner(1, "inner");
     ValuePart<bool> leaf(1, "leaf");
@@ -329,18 +330,18 @@ TEST_F(ServerOutOfMemory, LeavesTheTreeUnchanged) {
     EXPECT_EQ(group.add(&other), ModelRes_Success);
     ModelRes result = ModelRes_Success;
     // Its id is lower than that of the present child, so the order of ids changes.
-    bool wasRefused = runWithRefusal(refused, [&] { result = group.add(&inner); });
-    EXPECT_EQ(result, wasRefused ? ModelRes_SystemError : ModelRes_Success);
-    EXPECT_EQ(inner.parent(), wasRefused ? nullptr : &group);
-    EXPECT_EQ(group.findChild(1), wasRefused ? nullptr : &inner);
+    bool allocationFailed = runWithFailure(failing, [&] { result = group.add(&inner); });
+    EXPECT_EQ(result, allocationFailed ? ModelRes_SystemError : ModelRes_Success);
+    EXPECT_EQ(inner.parent(), allocationFailed ? nullptr : &group);
+    EXPECT_EQ(group.findChild(1), allocationFailed ? nullptr : &inner);
     EXPECT_EQ(group.findChild(5), &other);
-    if (wasRefused) {
+    if (allocationFailed) {
       EXPECT_EQ(group.add(&inner), ModelRes_Success);
     }
-    const bool removalRefused = runWithRefusal(refused, [&] { result = group.remove(&inner); });
-    EXPECT_EQ(result, removalRefused ? ModelRes_SystemError : ModelRes_Success);
-    EXPECT_EQ(group.findChild(1), removalRefused ? &inner : nullptr);
-    return wasRefused || removalRefused;
+    const bool removalFailed = runWithFailure(failing, [&] { result = group.remove(&inner); });
+    EXPECT_EQ(result, removalFailed ? ModelRes_SystemError : ModelRes_Success);
+    EXPECT_EQ(group.findChild(1), removalFailed ? &inner : nullptr);
+    return allocationFailed || removalFailed;
   });
 }
 

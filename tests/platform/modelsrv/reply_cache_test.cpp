@@ -79,7 +79,7 @@ class ReplyCacheTest : public testing::Test {
   ReplyCache cache_{system_};
 };
 
-TEST_F(ReplyCacheTest, HasAPartAndThosePartsThatFollowIt) {
+TEST_F(ReplyCacheTest, HasAPartAndThePartsThatFollowIt) {
   ASSERT_NE(replace({5, 2}, prefetch(x_, 100)), nullptr);
   EXPECT_EQ(value({5, 2}), "7");
   EXPECT_EQ(value({5, 1}), "one\n\nthree");

@@ -20,7 +20,7 @@ class ServerSide;
 
 /// How a server publishes its tree.
 struct ServerOptions {
-  /// If set, members of this group may connect too: the mailbox is open to the group.
+  /// If set, members of this group may connect too: the mailbox gives them access.
   std::optional<gid_t> group;
 };
 
@@ -73,7 +73,7 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   // ancestors lead to this root, or the root itself. On `ModelRes_Success` the output is
   // replaced; otherwise it is unchanged.
 
-  /// The ids of the part's children in the server's order. None if it is not a node.
+  /// The ids of the part's children in the server's order. Empty if it is not a node.
   ModelRes getChildIdsFromServer(ModelPart* part, std::vector<unsigned short>& ids);
   /// The names of the children in the same order. A name may be empty.
   ModelRes getChildNamesFromServer(ModelPart* part, std::vector<std::string>& names);

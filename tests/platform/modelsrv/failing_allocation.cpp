@@ -1,4 +1,4 @@
-#include "tests/platform/modelsrv/refused_allocation.h"
+#include "tests/platform/modelsrv/failing_allocation.h"
 
 #include <gtest/gtest.h>
 
@@ -13,29 +13,29 @@ int& allocationsLeft() {
   return ofThread;
 }
 
-bool runWithRefusal(int refused, const std::function<void()>& operation) {
-  allocationsLeft() = refused;
+bool runWithFailure(int failing, const std::function<void()>& operation) {
+  allocationsLeft() = failing;
   operation();
   return std::exchange(allocationsLeft(), allAllocations) < 0;
 }
 
-void forEachAllocation(const std::function<bool(int refused)>& attempt) {
-  int refused = 0;
-  while (attempt(refused) && !testing::Test::HasFailure()) {
-    ++refused;
+void forEachAllocation(const std::function<bool(int failing)>& attempt) {
+  int failing = 0;
+  while (attempt(failing) && !testing::Test::HasFailure()) {
+    ++failing;
   }
-  EXPECT_GT(refused, 0) << "nothing was allocated";
+  EXPECT_GT(failing, 0) << "nothing was allocated";
 }
 
 }  // namespace modelsrv_tests
 
 void* operator new(std::size_t size) {
   int& left = modelsrv_tests::allocationsLeft();
-  const bool isRefused = left == 0;
+  const bool isFailing = left == 0;
   if (left >= 0) {
     --left;
   }
-  if (void* const memory = isRefused ? nullptr : std::malloc(size > 0 ? size : 1)) {
+  if (void* const memory = isFailing ? nullptr : std::malloc(size > 0 ? size : 1)) {
     return memory;
   }
   throw std::bad_alloc();
