@@ -45,7 +45,7 @@ std::vector<BadFrame> badFrames() {
 }
 
 /// Another client, which must not be affected by what happens to the first one.
-class BadFrameTest : public FaultTest, public testing::WithParamInterface<BadFrame> {
+class BadFrames : public FaultTest, public testing::WithParamInterface<BadFrame> {
  protected:
   void SetUp() override {
     ASSERT_EQ(server_.execute("serve " + port), success());
@@ -68,7 +68,7 @@ class BadFrameTest : public FaultTest, public testing::WithParamInterface<BadFra
   std::size_t before_ = 0;
 };
 
-TEST_P(BadFrameTest, ClosesOnlyThatConnection) {
+TEST_P(BadFrames, ClosesOnlyThatConnection) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   ASSERT_TRUE(client.requests.write(GetParam().bytes));
@@ -76,10 +76,10 @@ TEST_P(BadFrameTest, ClosesOnlyThatConnection) {
   expectOthersUnaffected();
 }
 
-INSTANTIATE_TEST_SUITE_P(Garbage, BadFrameTest, testing::ValuesIn(badFrames()),
+INSTANTIATE_TEST_SUITE_P(Garbage, BadFrames, testing::ValuesIn(badFrames()),
                          [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(BadFrameTest, FrameThatIsCutAtAnyByteClosesOnlyThatConnection) {
+TEST_F(BadFrames, FrameThatIsCutAtAnyByteClosesOnlyThatConnection) {
   const std::string whole = getCounter();
   for (std::size_t cut = 1; cut < whole.size(); ++cut) {
     RawClient client;
@@ -91,7 +91,7 @@ TEST_F(BadFrameTest, FrameThatIsCutAtAnyByteClosesOnlyThatConnection) {
   expectOthersUnaffected();
 }
 
-TEST_F(BadFrameTest, FrameThatArrivesByteByByteGetsAReply) {
+TEST_F(BadFrames, FrameThatArrivesByteByByteGetsAReply) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   for (const char byte : getCounter(7)) {
@@ -107,7 +107,7 @@ TEST_F(BadFrameTest, FrameThatArrivesByteByByteGetsAReply) {
   EXPECT_EQ(reply->payload, "0");
 }
 
-TEST_F(BadFrameTest, RequestsInOneWriteGetTheirRepliesInOrder) {
+TEST_F(BadFrames, RequestsInOneWriteGetTheirRepliesInOrder) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   std::string all;
@@ -122,7 +122,7 @@ TEST_F(BadFrameTest, RequestsInOneWriteGetTheirRepliesInOrder) {
   }
 }
 
-TEST_F(BadFrameTest, RequestInTheOtherByteOrderGetsAReply) {
+TEST_F(BadFrames, RequestInTheOtherByteOrderGetsAReply) {
   RawClient client;
   ASSERT_TRUE(client.sendHello(mailbox, {}, wire::Order::mostFirst));
   ASSERT_TRUE(client.awaitWelcome());
@@ -134,7 +134,7 @@ TEST_F(BadFrameTest, RequestInTheOtherByteOrderGetsAReply) {
   EXPECT_EQ(reply->payload, "0");
 }
 
-TEST_F(BadFrameTest, LargestFrameIsAccepted) {
+TEST_F(BadFrames, LargestFrameIsAccepted) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   const auto reply = client.exchange(wire::childIds, std::string(wire::maxPayload, '\0'));

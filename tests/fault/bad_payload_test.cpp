@@ -66,9 +66,9 @@ std::vector<BadPayload> badPayloads() {
   };
 }
 
-class BadPayloadTest : public FaultTest, public testing::WithParamInterface<BadPayload> {};
+class BadPayloads : public FaultTest, public testing::WithParamInterface<BadPayload> {};
 
-TEST_P(BadPayloadTest, GetsAnErrorAndTheConnectionStaysOpen) {
+TEST_P(BadPayloads, GetsAnErrorAndTheConnectionStaysOpen) {
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   ASSERT_EQ(server.execute("set 7"), success());
@@ -83,7 +83,7 @@ TEST_P(BadPayloadTest, GetsAnErrorAndTheConnectionStaysOpen) {
   EXPECT_EQ(value->payload, "7");
 }
 
-INSTANTIATE_TEST_SUITE_P(Request, BadPayloadTest, testing::ValuesIn(badPayloads()),
+INSTANTIATE_TEST_SUITE_P(Request, BadPayloads, testing::ValuesIn(badPayloads()),
                          [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace

@@ -13,7 +13,7 @@ using ModelSrv::ModelRes_NotConnected;
 using ModelSrv::ModelRes_Protocol;
 using ModelSrv::ModelRes_Success;
 
-class BadServerTest : public FaultTest {
+class BadServer : public FaultTest {
  protected:
   /// Connects `client` to the raw server, which replies to the hello with `welcome`.
   Reply connect(Client& client, const std::string& welcome) {
@@ -48,20 +48,20 @@ class BadServerTest : public FaultTest {
   RawServer server_{mailbox};
 };
 
-TEST_F(BadServerTest, ReplyIsAccepted) {
+TEST_F(BadServer, ReplyIsAccepted) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   EXPECT_EQ(getCounter(client, wire::frame(wire::reply, 0, 0, "123")).text, "123");
 }
 
-TEST_F(BadServerTest, ReplyInTheOtherByteOrderIsAccepted) {
+TEST_F(BadServer, ReplyInTheOtherByteOrderIsAccepted) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   const auto frame = wire::frame(wire::reply, 0, 0, "123", std::nullopt, wire::Order::mostFirst);
   EXPECT_EQ(getCounter(client, frame).text, "123");
 }
 
-TEST_F(BadServerTest, LateReplyToAnotherRequestIsDropped) {
+TEST_F(BadServer, LateReplyToAnotherRequestIsDropped) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   std::thread serving([&] {
@@ -104,9 +104,9 @@ std::vector<BadReply> badReplies() {
   };
 }
 
-class BadReplyTest : public BadServerTest, public testing::WithParamInterface<BadReply> {};
+class BadReplies : public BadServer, public testing::WithParamInterface<BadReply> {};
 
-TEST_P(BadReplyTest, FailsTheRequestImmediatelyAndEveryLaterOneWithTheSameError) {
+TEST_P(BadReplies, FailsTheRequestImmediatelyAndEveryLaterOneWithTheSameError) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   const Reply reply = getCounter(client, GetParam().bytes);
@@ -115,10 +115,10 @@ TEST_P(BadReplyTest, FailsTheRequestImmediatelyAndEveryLaterOneWithTheSameError)
   EXPECT_EQ(client.get(client.counter).result, GetParam().result);
 }
 
-INSTANTIATE_TEST_SUITE_P(Garbage, BadReplyTest, testing::ValuesIn(badReplies()),
+INSTANTIATE_TEST_SUITE_P(Garbage, BadReplies, testing::ValuesIn(badReplies()),
                          [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(BadServerTest, ListWithAWrongCountIsAProtocolError) {
+TEST_F(BadServer, ListWithAWrongCountIsAProtocolError) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   for (const std::string& payload :
@@ -135,7 +135,7 @@ TEST_F(BadServerTest, ListWithAWrongCountIsAProtocolError) {
   }
 }
 
-TEST_F(BadServerTest, GarbageOnTheEventPipeEndsTheConnection) {
+TEST_F(BadServer, GarbageOnTheEventPipeEndsTheConnection) {
   Client client(false);
   ASSERT_EQ(connect(client).result, ModelRes_Success);
   ASSERT_TRUE(server_.events.write("these bytes are not an event"));
@@ -145,14 +145,14 @@ TEST_F(BadServerTest, GarbageOnTheEventPipeEndsTheConnection) {
   EXPECT_LT(reply.elapsed, immediateLimit);
 }
 
-TEST_F(BadServerTest, InvalidWelcomeFailsTheConnection) {
+TEST_F(BadServer, InvalidWelcomeFailsTheConnection) {
   Client client(false);
   EXPECT_EQ(connect(client, std::string(wire::headerSize, '\xFF')).result, ModelRes_Protocol);
   EXPECT_EQ(connect(client, wire::frame(wire::reply, 0, 0, {})).result, ModelRes_Protocol);
   EXPECT_TRUE(namedPrivatePipes(::getpid()).empty());
 }
 
-TEST_F(BadServerTest, WelcomeWithARefusalFailsTheConnection) {
+TEST_F(BadServer, WelcomeWithARefusalFailsTheConnection) {
   Client client(false);
   EXPECT_EQ(connect(client, wire::frame(wire::welcome, EvtSrv::EvtRes_Refused, 0, {})).result,
             ModelSrv::ModelRes_Refused);

@@ -15,7 +15,7 @@ using ModelSrv::ModelRes_Success;
 
 constexpr std::size_t large = 16U * 1024 * 1024;
 
-class FullPipeTest : public FaultTest {
+class FullPipe : public FaultTest {
  protected:
   void SetUp() override {
     ASSERT_EQ(server_.execute("serve " + port), success());
@@ -50,7 +50,7 @@ bool isARequestPipeFull() {
   return false;
 }
 
-TEST_F(FullPipeTest, StoreOf16MiBToASlowServerFillsTheRequestPipeAndArrives) {
+TEST_F(FullPipe, StoreOf16MiBToASlowServerFillsTheRequestPipeAndArrives) {
   const std::string value = patternText(large);
   server_.suspend();
   std::thread storing(
@@ -63,7 +63,7 @@ TEST_F(FullPipeTest, StoreOf16MiBToASlowServerFillsTheRequestPipeAndArrives) {
   EXPECT_TRUE(reply.text == value);
 }
 
-TEST_F(FullPipeTest, StoreThatArrivesInPiecesDelaysNoOtherClient) {
+TEST_F(FullPipe, StoreThatArrivesInPiecesDelaysNoOtherClient) {
   const std::string value = patternText(1'000'000);
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
@@ -81,7 +81,7 @@ TEST_F(FullPipeTest, StoreThatArrivesInPiecesDelaysNoOtherClient) {
   EXPECT_TRUE(otherClient_.get(otherClient_.text).text == value);
 }
 
-TEST_F(FullPipeTest, ClientThatReadsSlowlyGetsAReplyOf16MiB) {
+TEST_F(FullPipe, ClientThatReadsSlowlyGetsAReplyOf16MiB) {
   ASSERT_EQ(server_.execute("settext " + std::to_string(large)), success());
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
@@ -103,7 +103,7 @@ TEST_F(FullPipeTest, ClientThatReadsSlowlyGetsAReplyOf16MiB) {
   EXPECT_EQ(next->payload, "0");
 }
 
-TEST_F(FullPipeTest, RequestsWaitUntilTheReplyBeforeThemIsRead) {
+TEST_F(FullPipe, RequestsWaitUntilTheReplyBeforeThemIsRead) {
   ASSERT_EQ(server_.execute("settext 1000000"), success());
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
@@ -122,10 +122,10 @@ TEST_F(FullPipeTest, RequestsWaitUntilTheReplyBeforeThemIsRead) {
   }
 }
 
-class FullEventPipeTest : public FullPipeTest {
+class FullEventPipe : public FullPipe {
  protected:
   void SetUp() override {
-    FullPipeTest::SetUp();
+    FullPipe::SetUp();
     slowClient_.addProxies();
     ASSERT_EQ(slowClient_.connect(port).result, ModelRes_Success);
     for (const auto& part : slowClient_.parts) {
@@ -158,7 +158,7 @@ constexpr unsigned updateSize = wire::headerSize + 8;
 /// part.
 constexpr unsigned maxUpdates = (65'536 + 65'536) / updateSize + manyParts;
 
-TEST_F(FullEventPipeTest, ServerServesOthersAndTheLastValuesAreSeenLater) {
+TEST_F(FullEventPipe, ServerServesOthersAndTheLastValuesAreSeenLater) {
   ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
   expectOthersAreServed();
   ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
@@ -166,7 +166,7 @@ TEST_F(FullEventPipeTest, ServerServesOthersAndTheLastValuesAreSeenLater) {
   EXPECT_LE(updatesOfSlowClient(), maxUpdates);
 }
 
-TEST_F(FullEventPipeTest, MemoryOfTheServerIsBounded) {
+TEST_F(FullEventPipe, MemoryOfTheServerIsBounded) {
   // The first round fills all buffers.
   ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
   const std::size_t before = residentKiB(server_.pid());
@@ -180,14 +180,14 @@ TEST_F(FullEventPipeTest, MemoryOfTheServerIsBounded) {
   EXPECT_LE(updatesOfSlowClient(), maxUpdates);
 }
 
-TEST_F(FullEventPipeTest, RequestsOfTheSameClientGetReplies) {
+TEST_F(FullEventPipe, RequestsOfTheSameClientGetReplies) {
   ASSERT_EQ(server_.execute("change " + std::to_string(changes)), "ok");
   const Reply reply = slowClient_.get(*slowClient_.parts[7]);
   EXPECT_EQ(reply.text, std::to_string(lastOfMany(7, changes)));
   EXPECT_LT(reply.elapsed, immediateLimit);
 }
 
-TEST_F(FullPipeTest, ServerExitsWhileAClientReadsNoEvents) {
+TEST_F(FullPipe, ServerExitsWhileAClientReadsNoEvents) {
   Client slowClient;
   slowClient.addProxies();
   ASSERT_EQ(slowClient.connect(port).result, ModelRes_Success);

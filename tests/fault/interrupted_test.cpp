@@ -36,7 +36,7 @@ class TimerSignals {
   struct sigaction before_ {};
 };
 
-class InterruptedTest : public FaultTest {
+class InterruptedCalls : public FaultTest {
  protected:
   void SetUp() override {
     ASSERT_EQ(server_.execute("serve " + port), success());
@@ -47,7 +47,7 @@ class InterruptedTest : public FaultTest {
   TimerSignals signals_;
 };
 
-TEST_F(InterruptedTest, ExchangesSucceedDespiteSignalsOnBothSides) {
+TEST_F(InterruptedCalls, ExchangesSucceedDespiteSignalsOnBothSides) {
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   for (int i = 0; i < 2000 || signalCount < 100; ++i) {
@@ -57,7 +57,7 @@ TEST_F(InterruptedTest, ExchangesSucceedDespiteSignalsOnBothSides) {
   }
 }
 
-TEST_F(InterruptedTest, LargeValuesArriveCompleteDespiteSignalsOnBothSides) {
+TEST_F(InterruptedCalls, LargeValuesArriveCompleteDespiteSignalsOnBothSides) {
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   const std::string value = patternText(4'000'000);
@@ -67,14 +67,14 @@ TEST_F(InterruptedTest, LargeValuesArriveCompleteDespiteSignalsOnBothSides) {
   }
 }
 
-TEST_F(InterruptedTest, HandshakesSucceedDespiteSignalsOnBothSides) {
+TEST_F(InterruptedCalls, HandshakesSucceedDespiteSignalsOnBothSides) {
   for (int i = 0; i < 100 || signalCount < 20; ++i) {
     Client client;
     ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   }
 }
 
-TEST_F(InterruptedTest, UpdatesArriveDespiteSignalsOnBothSides) {
+TEST_F(InterruptedCalls, UpdatesArriveDespiteSignalsOnBothSides) {
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   ASSERT_EQ(client.subscribe(client.counter), ModelRes_Success);
@@ -85,7 +85,7 @@ TEST_F(InterruptedTest, UpdatesArriveDespiteSignalsOnBothSides) {
   }
 }
 
-TEST_F(InterruptedTest, TimeoutOfReceivingEventsIsKeptDespiteSignals) {
+TEST_F(InterruptedCalls, TimeoutOfReceivingEventsIsKeptDespiteSignals) {
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   ASSERT_EQ(client.manager.receiveEvent(2000), EvtSrv::EvtRes_Success) << "the started event";

@@ -8,7 +8,7 @@ using ModelSrv::ModelRes_Success;
 using ModelSrv::ModelRes_TooLarge;
 using ModelSrv::ModelValueText_Max;
 
-class LargeValueTest : public FaultTest {
+class LargeValues : public FaultTest {
  protected:
   void SetUp() override {
     ASSERT_EQ(server_.execute("serve " + port), success());
@@ -25,31 +25,31 @@ class LargeValueTest : public FaultTest {
   Client client_;
 };
 
-TEST_F(LargeValueTest, ValueOfTheLargestSizeIsStoredAndRead) {
+TEST_F(LargeValues, ValueOfTheLargestSizeIsStoredAndRead) {
   const std::string value = patternText(ModelValueText_Max);
   ASSERT_EQ(client_.store(client_.text, value).result, ModelRes_Success);
   EXPECT_TRUE(client_.get(client_.text).text == value);
 }
 
-TEST_F(LargeValueTest, ValueOneByteAboveTheLimitIsRejectedAndNothingChanges) {
+TEST_F(LargeValues, ValueOneByteAboveTheLimitIsRejectedAndNothingChanges) {
   EXPECT_EQ(client_.store(client_.text, patternText(ModelValueText_Max + 1)).result,
             ModelRes_TooLarge);
   expectNothingChanged();
 }
 
-TEST_F(LargeValueTest, ValueLargerThanAFrameIsRejectedAndNothingChanges) {
+TEST_F(LargeValues, ValueLargerThanAFrameIsRejectedAndNothingChanges) {
   EXPECT_EQ(client_.store(client_.text, patternText(2 * ModelValueText_Max)).result,
             ModelRes_TooLarge);
   expectNothingChanged();
 }
 
-TEST_F(LargeValueTest, ValueOfTheServerItselfAboveTheLimitIsRejectedAndNothingChanges) {
+TEST_F(LargeValues, ValueOfTheServerItselfAboveTheLimitIsRejectedAndNothingChanges) {
   EXPECT_EQ(server_.execute("settext " + std::to_string(ModelValueText_Max + 1)),
             number(ModelRes_TooLarge));
   expectNothingChanged();
 }
 
-TEST_F(LargeValueTest, ServerRejectsItEvenIfTheClientSendsIt) {
+TEST_F(LargeValues, ServerRejectsItEvenIfTheClientSendsIt) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   const auto reply = client.exchange(

@@ -45,7 +45,7 @@ std::vector<Garbage> garbage() {
   };
 }
 
-class MailboxGarbageTest : public FaultTest, public testing::WithParamInterface<Garbage> {
+class MailboxGarbage : public FaultTest, public testing::WithParamInterface<Garbage> {
  protected:
   void SetUp() override { ASSERT_EQ(server_.execute("serve " + port), success()); }
 
@@ -60,17 +60,17 @@ class MailboxGarbageTest : public FaultTest, public testing::WithParamInterface<
   Peer server_;
 };
 
-TEST_P(MailboxGarbageTest, IsSkippedAndTheHelloRightAfterItIsServed) {
+TEST_P(MailboxGarbage, IsSkippedAndTheHelloRightAfterItIsServed) {
   RawClient client;
   ASSERT_TRUE(client.sendHello(mailbox, GetParam().bytes));
   EXPECT_TRUE(client.awaitWelcome());
   expectServed();
 }
 
-INSTANTIATE_TEST_SUITE_P(Mailbox, MailboxGarbageTest, testing::ValuesIn(garbage()),
+INSTANTIATE_TEST_SUITE_P(Mailbox, MailboxGarbage, testing::ValuesIn(garbage()),
                          [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(MailboxGarbageTest, PartialMagicOfEveryLengthIsSkipped) {
+TEST_F(MailboxGarbage, PartialMagicOfEveryLengthIsSkipped) {
   const std::string hello = wire::hello(std::string(16, 'b'));
   for (std::size_t length = 1; length < hello.size(); ++length) {
     RawClient client;
@@ -79,7 +79,7 @@ TEST_F(MailboxGarbageTest, PartialMagicOfEveryLengthIsSkipped) {
   }
 }
 
-TEST_F(MailboxGarbageTest, HelloThatIsSplitAtAnyByteIntoTwoWritesIsServed) {
+TEST_F(MailboxGarbage, HelloThatIsSplitAtAnyByteIntoTwoWritesIsServed) {
   for (std::size_t cut = 1; cut < wire::helloSize; ++cut) {
     RawClient client;
     const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
@@ -91,7 +91,7 @@ TEST_F(MailboxGarbageTest, HelloThatIsSplitAtAnyByteIntoTwoWritesIsServed) {
   }
 }
 
-TEST_F(MailboxGarbageTest, MailboxFullOfGarbageIsEmptiedAndServed) {
+TEST_F(MailboxGarbage, MailboxFullOfGarbageIsEmptiedAndServed) {
   server_.suspend();
   const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
   const int capacity = ::fcntl(pipe.descriptor(), F_GETPIPE_SZ);
@@ -105,14 +105,14 @@ TEST_F(MailboxGarbageTest, MailboxFullOfGarbageIsEmptiedAndServed) {
   expectServed();
 }
 
-TEST_F(MailboxGarbageTest, SameHelloTwiceDoesNotAffectOtherClients) {
+TEST_F(MailboxGarbage, SameHelloTwiceDoesNotAffectOtherClients) {
   RawClient client;
   ASSERT_TRUE(client.sendHello(mailbox, wire::hello(client.token)));
   static_cast<void>(client.awaitWelcome());
   expectServed();
 }
 
-TEST_F(MailboxGarbageTest, FilesInPlaceOfTheHellosPipesAreNotWrittenTo) {
+TEST_F(MailboxGarbage, FilesInPlaceOfTheHellosPipesAreNotWrittenTo) {
   const std::string token = wire::newToken();
   const std::string replies = wire::privatePipePath(token, ".rep");
   const std::string events = wire::privatePipePath(token, ".evt");

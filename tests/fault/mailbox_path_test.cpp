@@ -14,7 +14,7 @@ namespace {
 using ModelSrv::ModelRes_NotPermitted;
 using ModelSrv::ModelRes_Success;
 
-class MailboxPathTest : public FaultTest {
+class MailboxPaths : public FaultTest {
  protected:
   void expectRejectedByServer() {
     EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
@@ -30,7 +30,7 @@ class MailboxPathTest : public FaultTest {
   }
 };
 
-TEST_F(MailboxPathTest, SymbolicLinkToAPipeIsRejectedAndItsTargetIsNotWrittenTo) {
+TEST_F(MailboxPaths, SymbolicLinkToAPipeIsRejectedAndItsTargetIsNotWrittenTo) {
   const std::string target = pathOf(port + "_target");
   ASSERT_EQ(::mkfifo(target.c_str(), 0600), 0);
   ASSERT_EQ(::symlink(target.c_str(), mailbox.c_str()), 0);
@@ -45,7 +45,7 @@ TEST_F(MailboxPathTest, SymbolicLinkToAPipeIsRejectedAndItsTargetIsNotWrittenTo)
   ::unlink(target.c_str());
 }
 
-TEST_F(MailboxPathTest, SymbolicLinkToALiveServersMailboxIsRejected) {
+TEST_F(MailboxPaths, SymbolicLinkToALiveServersMailboxIsRejected) {
   const std::string other = port + "_other";
   Peer server;
   ASSERT_EQ(server.execute("serve " + other), success());
@@ -54,7 +54,7 @@ TEST_F(MailboxPathTest, SymbolicLinkToALiveServersMailboxIsRejected) {
   expectRejectedByClient();
 }
 
-TEST_F(MailboxPathTest, DanglingSymbolicLinkIsRejectedAndItsTargetIsNotMade) {
+TEST_F(MailboxPaths, DanglingSymbolicLinkIsRejectedAndItsTargetIsNotMade) {
   const std::string target = pathOf(port + "_target");
   ASSERT_EQ(::symlink(target.c_str(), mailbox.c_str()), 0);
   expectRejectedByServer();
@@ -62,7 +62,7 @@ TEST_F(MailboxPathTest, DanglingSymbolicLinkIsRejectedAndItsTargetIsNotMade) {
   EXPECT_NE(::access(target.c_str(), F_OK), 0);
 }
 
-TEST_F(MailboxPathTest, RegularFileIsRejectedAndNotWrittenTo) {
+TEST_F(MailboxPaths, RegularFileIsRejectedAndNotWrittenTo) {
   std::ofstream(mailbox) << "untouched";
   ASSERT_EQ(::chmod(mailbox.c_str(), 0644), 0);
   expectRejectedByServer();
@@ -75,14 +75,14 @@ TEST_F(MailboxPathTest, RegularFileIsRejectedAndNotWrittenTo) {
   EXPECT_EQ(status.st_mode & 07777U, 0644U);
 }
 
-TEST_F(MailboxPathTest, DirectoryIsRejected) {
+TEST_F(MailboxPaths, DirectoryIsRejected) {
   ASSERT_EQ(::mkdir(mailbox.c_str(), 0700), 0);
   expectRejectedByServer();
   expectRejectedByClient();
   EXPECT_EQ(::rmdir(mailbox.c_str()), 0) << "something was made in it";
 }
 
-TEST_F(MailboxPathTest, PipeOfAnotherUserIsRejectedAndNotWrittenTo) {
+TEST_F(MailboxPaths, PipeOfAnotherUserIsRejectedAndNotWrittenTo) {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "only root can make a pipe for another user";
   }
@@ -100,7 +100,7 @@ TEST_F(MailboxPathTest, PipeOfAnotherUserIsRejectedAndNotWrittenTo) {
   EXPECT_EQ(status.st_mode & 07777U, 0666U);
 }
 
-TEST_F(MailboxPathTest, PipeOfAnotherUserIsRejectedEvenIfItHasAGroupOfThisProcess) {
+TEST_F(MailboxPaths, PipeOfAnotherUserIsRejectedEvenIfItHasAGroupOfThisProcess) {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "only root can make a pipe for another user";
   }
@@ -115,7 +115,7 @@ TEST_F(MailboxPathTest, PipeOfAnotherUserIsRejectedEvenIfItHasAGroupOfThisProces
   EXPECT_EQ(reader.pendingBytes(), 0U);
 }
 
-TEST_F(MailboxPathTest, ServerWhoseMailboxWasRemovedLeavesTheMailboxOfItsSuccessor) {
+TEST_F(MailboxPaths, ServerWhoseMailboxWasRemovedLeavesTheMailboxOfItsSuccessor) {
   Peer first;
   ASSERT_EQ(first.execute("serve " + port), success());
   ASSERT_EQ(::unlink(mailbox.c_str()), 0);

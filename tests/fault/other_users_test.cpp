@@ -19,7 +19,7 @@ constexpr const char* member = "become 54323 54323 54400";
 constexpr const char* primaryMember = "become 54324 54400";
 constexpr const char* sharedGroup = " 54400";
 
-class OtherUsersTest : public FaultTest {
+class OtherUsers : public FaultTest {
  protected:
   void SetUp() override {
     if (::geteuid() != 0) {
@@ -52,37 +52,37 @@ class OtherUsersTest : public FaultTest {
   Peer server_;
 };
 
-TEST_F(OtherUsersTest, SameUserMayConnect) {
+TEST_F(OtherUsers, SameUserMayConnect) {
   serve();
   expectAccess(owner);
 }
 
-TEST_F(OtherUsersTest, AnotherUserMayNotConnect) {
+TEST_F(OtherUsers, AnotherUserMayNotConnect) {
   serve();
   expectNoAccess(otherUser);
 }
 
-TEST_F(OtherUsersTest, MemberOfTheServersGroupsMayNotConnectIfThePortIsNotShared) {
+TEST_F(OtherUsers, MemberOfTheServersGroupsMayNotConnectIfThePortIsNotShared) {
   serve();
   expectNoAccess(member);
 }
 
-TEST_F(OtherUsersTest, MemberOfTheGroupMayConnect) {
+TEST_F(OtherUsers, MemberOfTheGroupMayConnect) {
   serve(sharedGroup);
   expectAccess(member);
 }
 
-TEST_F(OtherUsersTest, MemberByItsPrimaryGroupMayConnect) {
+TEST_F(OtherUsers, MemberByItsPrimaryGroupMayConnect) {
   serve(sharedGroup);
   expectAccess(primaryMember);
 }
 
-TEST_F(OtherUsersTest, NonMemberMayNotConnectToASharedPort) {
+TEST_F(OtherUsers, NonMemberMayNotConnectToASharedPort) {
   serve(sharedGroup);
   expectNoAccess(otherUser);
 }
 
-TEST_F(OtherUsersTest, RootConnectsToAnotherUsersServer) {
+TEST_F(OtherUsers, RootConnectsToAnotherUsersServer) {
   serve();
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
@@ -90,14 +90,14 @@ TEST_F(OtherUsersTest, RootConnectsToAnotherUsersServer) {
   EXPECT_EQ(client.get(client.counter).text, "3");
 }
 
-TEST_F(OtherUsersTest, RootConnectsToAnotherUsersSharedPort) {
+TEST_F(OtherUsers, RootConnectsToAnotherUsersSharedPort) {
   serve(sharedGroup);
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   EXPECT_EQ(client.get(client.counter).text, "0");
 }
 
-TEST_F(OtherUsersTest, RootGivesItsPrivatePipesToTheMailboxsOwner) {
+TEST_F(OtherUsers, RootGivesItsPrivatePipesToTheMailboxsOwner) {
   serve();
   server_.suspend();
   Peer client;
@@ -115,23 +115,23 @@ TEST_F(OtherUsersTest, RootGivesItsPrivatePipesToTheMailboxsOwner) {
   EXPECT_EQ(client.result(), success());
 }
 
-TEST_F(OtherUsersTest, AnotherUserMayNotConnectToRootsServer) {
+TEST_F(OtherUsers, AnotherUserMayNotConnectToRootsServer) {
   ASSERT_EQ(server_.execute("serve " + port), success());
   expectNoAccess(otherUser);
 }
 
-TEST_F(OtherUsersTest, MemberMayConnectToRootsServer) {
+TEST_F(OtherUsers, MemberMayConnectToRootsServer) {
   ASSERT_EQ(server_.execute("serve " + port + sharedGroup), success());
   expectAccess(member);
 }
 
-TEST_F(OtherUsersTest, GroupThatTheServerIsNotAMemberOfIsRejectedAndLeavesNoMailbox) {
+TEST_F(OtherUsers, GroupThatTheServerIsNotAMemberOfIsRejectedAndLeavesNoMailbox) {
   ASSERT_EQ(server_.execute(otherUser), "ok");
   EXPECT_EQ(server_.execute("serve " + port + sharedGroup), number(ModelRes_NotPermitted));
   EXPECT_NE(::access(mailbox.c_str(), F_OK), 0);
 }
 
-TEST_F(OtherUsersTest, AnotherUserCannotTakeTheNameOfALiveOrADeadServer) {
+TEST_F(OtherUsers, AnotherUserCannotTakeTheNameOfALiveOrADeadServer) {
   serve();
   Peer other;
   ASSERT_EQ(other.execute(otherUser), "ok");

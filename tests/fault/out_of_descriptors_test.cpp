@@ -11,7 +11,7 @@ using ModelSrv::ModelRes_Success;
 
 constexpr std::size_t pipesPerClient = 3;
 
-class OutOfDescriptorsTest : public FaultTest {
+class OutOfDescriptors : public FaultTest {
  protected:
   void SetUp() override {
     if (sanitizerNeedsDescriptors()) {
@@ -30,7 +30,7 @@ class OutOfDescriptorsTest : public FaultTest {
   std::size_t before_ = 0;
 };
 
-TEST_F(OutOfDescriptorsTest, ServerRefusesFurtherClientsImmediatelyAndServesTheOthers) {
+TEST_F(OutOfDescriptors, ServerRefusesFurtherClientsImmediatelyAndServesTheOthers) {
   limitServer(2 * pipesPerClient + 1);
   Client first;
   Client second;
@@ -48,7 +48,7 @@ TEST_F(OutOfDescriptorsTest, ServerRefusesFurtherClientsImmediatelyAndServesTheO
   EXPECT_TRUE(eventually([&] { return descriptorCount(server_.pid()) == before; }));
 }
 
-TEST_F(OutOfDescriptorsTest, ServerAcceptsAClientAgainAfterAnotherHasDisconnected) {
+TEST_F(OutOfDescriptors, ServerAcceptsAClientAgainAfterAnotherHasDisconnected) {
   limitServer(pipesPerClient);
   auto first = std::make_unique<Client>();
   ASSERT_EQ(first->connect(port).result, ModelRes_Success);
@@ -61,7 +61,7 @@ TEST_F(OutOfDescriptorsTest, ServerAcceptsAClientAgainAfterAnotherHasDisconnecte
   EXPECT_EQ(next.get(next.counter).text, "0");
 }
 
-TEST_F(OutOfDescriptorsTest, ServerRefusesAClientAtEveryDescriptorThatIsMissing) {
+TEST_F(OutOfDescriptors, ServerRefusesAClientAtEveryDescriptorThatIsMissing) {
   for (std::size_t more = 0; more < pipesPerClient; ++more) {
     limitServer(more);
     Client client;
@@ -76,8 +76,7 @@ TEST_F(OutOfDescriptorsTest, ServerRefusesAClientAtEveryDescriptorThatIsMissing)
   }
 }
 
-TEST_F(OutOfDescriptorsTest,
-       ConnectingReturnsAnErrorAndLeaksNothingAtEveryDescriptorThatIsMissing) {
+TEST_F(OutOfDescriptors, ConnectingReturnsAnErrorAndLeaksNothingAtEveryDescriptorThatIsMissing) {
   Peer client;
   ASSERT_EQ(client.execute("prepare"), "ok");
   const std::size_t before = descriptorCount(client.pid());
@@ -97,7 +96,7 @@ TEST_F(OutOfDescriptorsTest,
   EXPECT_TRUE(namedPrivatePipes(client.pid()).empty());
 }
 
-TEST_F(OutOfDescriptorsTest, ServingReturnsAnErrorAndLeaksNothingAtEveryDescriptorThatIsMissing) {
+TEST_F(OutOfDescriptors, ServingReturnsAnErrorAndLeaksNothingAtEveryDescriptorThatIsMissing) {
   const std::string other = port + "_other";
   Peer peer;
   ASSERT_EQ(peer.execute("serve ." + other), number(ModelSrv::ModelRes_BadName));
@@ -118,7 +117,7 @@ TEST_F(OutOfDescriptorsTest, ServingReturnsAnErrorAndLeaksNothingAtEveryDescript
   EXPECT_NE(::access(pathOf(other).c_str(), F_OK), 0);
 }
 
-TEST_F(OutOfDescriptorsTest, ManagerWithoutDescriptorsReturnsAnError) {
+TEST_F(OutOfDescriptors, ManagerWithoutDescriptorsReturnsAnError) {
   Peer peer;
   ASSERT_EQ(peer.execute("spare 0"), "ok");
   EXPECT_EQ(peer.execute("connect " + port), number(ModelRes_NoDescriptors));

@@ -17,7 +17,7 @@ struct stat statusOf(const std::string& path) {
   return status;
 }
 
-class PipeModeTest : public FaultTest, public testing::WithParamInterface<std::string> {
+class PipeModes : public FaultTest, public testing::WithParamInterface<std::string> {
  protected:
   /// Sets the peer's umask to the one of this test. If the peer runs as root it becomes
   /// another user, for whom modes make a difference.
@@ -59,14 +59,14 @@ class PipeModeTest : public FaultTest, public testing::WithParamInterface<std::s
   Peer server_;
 };
 
-TEST_P(PipeModeTest, MailboxAndPrivatePipesAreOpenToTheirUserOnly) {
+TEST_P(PipeModes, MailboxAndPrivatePipesAreOpenToTheirUserOnly) {
   prepare(server_);
   ASSERT_EQ(server_.execute("serve " + port), success());
   EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0600U);
   expectPrivatePipes(0600, std::nullopt);
 }
 
-TEST_P(PipeModeTest, MailboxAndPrivatePipesOfASharedPortAreOpenToTheGroup) {
+TEST_P(PipeModes, MailboxAndPrivatePipesOfASharedPortAreOpenToTheGroup) {
   prepare(server_);
   ASSERT_EQ(server_.execute("serve " + port + " " + std::to_string(sharedGroup())), success());
   EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0660U);
@@ -74,7 +74,7 @@ TEST_P(PipeModeTest, MailboxAndPrivatePipesOfASharedPortAreOpenToTheGroup) {
   expectPrivatePipes(0660, sharedGroup());
 }
 
-TEST_P(PipeModeTest, ModeOfAMailboxThatIsTakenOverIsSet) {
+TEST_P(PipeModes, ModeOfAMailboxThatIsTakenOverIsSet) {
   ASSERT_EQ(::mkfifo(mailbox.c_str(), 0600), 0);
   ASSERT_EQ(::chmod(mailbox.c_str(), 0666), 0);
   if (::geteuid() == 0) {
@@ -85,7 +85,7 @@ TEST_P(PipeModeTest, ModeOfAMailboxThatIsTakenOverIsSet) {
   EXPECT_EQ(statusOf(mailbox).st_mode & permissionBits, 0600U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Umask, PipeModeTest, testing::ValuesIn(umasks),
+INSTANTIATE_TEST_SUITE_P(Umask, PipeModes, testing::ValuesIn(umasks),
                          [](const auto& row) { return "Is" + row.param; });
 
 }  // namespace

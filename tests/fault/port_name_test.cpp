@@ -32,9 +32,9 @@ std::vector<BadName> badNames() {
   };
 }
 
-class BadPortNameTest : public testing::TestWithParam<BadName> {};
+class BadPortNames : public testing::TestWithParam<BadName> {};
 
-TEST_P(BadPortNameTest, IsRejectedByServerAndClient) {
+TEST_P(BadPortNames, IsRejectedByServerAndClient) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, true);
   ModelSrv::ModelRoot root(&manager);
   EXPECT_EQ(root.startAsServer(GetParam().port), ModelRes_BadName);
@@ -42,10 +42,10 @@ TEST_P(BadPortNameTest, IsRejectedByServerAndClient) {
   EXPECT_EQ(client.connect(GetParam().port).result, ModelRes_BadName);
 }
 
-INSTANTIATE_TEST_SUITE_P(Name, BadPortNameTest, testing::ValuesIn(badNames()),
+INSTANTIATE_TEST_SUITE_P(Name, BadPortNames, testing::ValuesIn(badNames()),
                          [](const auto& row) { return std::string(row.param.name); });
 
-class PortNameTest : public FaultTest {
+class PortNames : public FaultTest {
  protected:
   static void expectServed(const std::string& name) {
     Peer server;
@@ -57,17 +57,17 @@ class PortNameTest : public FaultTest {
   }
 };
 
-TEST_F(PortNameTest, NameOfTwoHundredBytesWorks) {
+TEST_F(PortNames, NameOfTwoHundredBytesWorks) {
   std::string name = port;
   name.resize(200, 'n');
   expectServed(name);
 }
 
-TEST_F(PortNameTest, NameWithADotInsideWorks) {
+TEST_F(PortNames, NameWithADotInsideWorks) {
   expectServed(port + ".x.fifo");
 }
 
-TEST_F(PortNameTest, NameWithBytesThatAreNotTextWorks) {
+TEST_F(PortNames, NameWithBytesThatAreNotTextWorks) {
   expectServed(port + "_\xC3\xA4\xFF\x1B*?");
 }
 

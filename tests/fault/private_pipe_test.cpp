@@ -12,7 +12,7 @@ namespace {
 
 using ModelSrv::ModelRes_Success;
 
-class PrivatePipeTest : public FaultTest {
+class PrivatePipes : public FaultTest {
  protected:
   void SetUp() override { ASSERT_EQ(server_.execute("serve " + port), success()); }
 
@@ -33,7 +33,7 @@ class PrivatePipeTest : public FaultTest {
   Peer server_;
 };
 
-TEST_F(PrivatePipeTest, NamesAreRemovedAfterTheHandshakeAndThePipesWork) {
+TEST_F(PrivatePipes, NamesAreRemovedAfterTheHandshakeAndThePipesWork) {
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
   EXPECT_EQ(privatePipeCount(::getpid()), 3U);
@@ -43,7 +43,7 @@ TEST_F(PrivatePipeTest, NamesAreRemovedAfterTheHandshakeAndThePipesWork) {
   EXPECT_EQ(client.get(client.counter).text, "0");
 }
 
-TEST_F(PrivatePipeTest, NamesAreNotThoseOfServersAndAreUnique) {
+TEST_F(PrivatePipes, NamesAreNotThoseOfServersAndAreUnique) {
   Peer first;
   const auto paths = startHandshake(first);
   Peer second;
@@ -63,7 +63,7 @@ TEST_F(PrivatePipeTest, NamesAreNotThoseOfServersAndAreUnique) {
   EXPECT_EQ(second.result(), success());
 }
 
-TEST_F(PrivatePipeTest, PipesOfAClientKilledDuringItsHandshakeAreRemovedByTheNextHandshake) {
+TEST_F(PrivatePipes, PipesOfAClientKilledDuringItsHandshakeAreRemovedByTheNextHandshake) {
   std::vector<std::string> leftovers;
   {
     Peer client;
@@ -79,7 +79,7 @@ TEST_F(PrivatePipeTest, PipesOfAClientKilledDuringItsHandshakeAreRemovedByTheNex
   }
 }
 
-TEST_F(PrivatePipeTest, PipesOfALiveClientAreNotRemoved) {
+TEST_F(PrivatePipes, PipesOfALiveClientAreNotRemoved) {
   Peer waiting;
   const auto pipes = startHandshake(waiting);
   const std::string other = port + "_other";
@@ -97,7 +97,7 @@ TEST_F(PrivatePipeTest, PipesOfALiveClientAreNotRemoved) {
   EXPECT_EQ(waiting.execute("get"), success() + " 0");
 }
 
-TEST_F(PrivatePipeTest, ManyClientsCanConnectAtTheSameTime) {
+TEST_F(PrivatePipes, ManyClientsCanConnectAtTheSameTime) {
   std::vector<std::unique_ptr<Peer>> clients;
   for (int i = 0; i < 8; ++i) {
     clients.push_back(std::make_unique<Peer>());
@@ -116,7 +116,7 @@ TEST_F(PrivatePipeTest, ManyClientsCanConnectAtTheSameTime) {
   }
 }
 
-TEST_F(PrivatePipeTest, SweepRemovesNothingButPrivatePipes) {
+TEST_F(PrivatePipes, SweepRemovesNothingButPrivatePipes) {
   const std::string token = wire::newToken();
   const std::string file = wire::privatePipePath(token, ".req");
   const std::string foreign = wire::privatePipePath(token, ".rep.fifo");
@@ -133,7 +133,7 @@ TEST_F(PrivatePipeTest, SweepRemovesNothingButPrivatePipes) {
   }
 }
 
-TEST_F(PrivatePipeTest, EveryDescriptorIsClosedOnExec) {
+TEST_F(PrivatePipes, EveryDescriptorIsClosedOnExec) {
   Peer both;
   ASSERT_EQ(both.execute("serve " + port + "_both"), success());
   ASSERT_EQ(both.execute("connect " + port + "_both"), success());

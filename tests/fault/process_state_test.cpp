@@ -14,7 +14,9 @@ std::string getText() {
                      wire::chain({textId}) + wire::u16(wire::wholeValue));
 }
 
-TEST_F(FaultTest, ClientWhoseServerIsKilledGetsNoSigpipeAndKeepsItsSignalState) {
+using ProcessState = FaultTest;
+
+TEST_F(ProcessState, ClientWhoseServerIsKilledGetsNoSigpipeAndKeepsItsSignalState) {
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   Peer client;
@@ -30,7 +32,7 @@ TEST_F(FaultTest, ClientWhoseServerIsKilledGetsNoSigpipeAndKeepsItsSignalState) 
   client.quit();
 }
 
-TEST_F(FaultTest, ServerWhoseClientsDisconnectDuringWritesGetsNoSigpipeAndKeepsItsSignalState) {
+TEST_F(ProcessState, ServerWhoseClientsDisconnectDuringWritesGetsNoSigpipeAndKeepsItsSignalState) {
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   ASSERT_EQ(server.execute("settext 1000000"), success());
@@ -63,7 +65,7 @@ TEST_F(FaultTest, ServerWhoseClientsDisconnectDuringWritesGetsNoSigpipeAndKeepsI
   server.quit();
 }
 
-TEST_F(FaultTest, ClientThatExitsBeforeItsWelcomeLeavesNothingInTheServer) {
+TEST_F(ProcessState, ClientThatExitsBeforeItsWelcomeLeavesNothingInTheServer) {
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   const std::size_t before = descriptorCount(server.pid());

@@ -116,7 +116,9 @@ TEST_F(ServerGone, ManyTimesLeaksNoDescriptorsInTheClient) {
   EXPECT_EQ(descriptorCount(::getpid()), before);
 }
 
-TEST_F(FaultTest, ConnectingToTheMailboxOfADeadServerFailsImmediately) {
+using DeadServer = FaultTest;
+
+TEST_F(DeadServer, ConnectingToTheMailboxOfADeadServerFailsImmediately) {
   {
     Peer server;
     ASSERT_EQ(server.execute("serve " + port), success());
@@ -128,7 +130,7 @@ TEST_F(FaultTest, ConnectingToTheMailboxOfADeadServerFailsImmediately) {
   EXPECT_LT(reply.elapsed, immediateLimit);
 }
 
-TEST_F(FaultTest, MailboxOfADeadServerIsTakenOver) {
+TEST_F(DeadServer, MailboxOfADeadServerIsTakenOver) {
   Peer first;
   ASSERT_EQ(first.execute("serve " + port), success());
   first.kill();
@@ -138,7 +140,7 @@ TEST_F(FaultTest, MailboxOfADeadServerIsTakenOver) {
   EXPECT_EQ(client.connect(port).result, ModelRes_Success);
 }
 
-TEST_F(FaultTest, SecondLiveServerOfANameIsRejected) {
+TEST_F(DeadServer, SecondLiveServerOfANameIsRejected) {
   Peer first;
   ASSERT_EQ(first.execute("serve " + port), success());
   Peer second;

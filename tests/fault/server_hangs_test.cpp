@@ -22,7 +22,9 @@ void expectImmediateError(const Reply& reply) {
   EXPECT_LT(reply.elapsed, milliseconds(500));
 }
 
-TEST_F(FaultTest, RequestToAHungServerTimesOutAndLaterOnesFailImmediatelyUntilItIsActive) {
+using ServerHangs = FaultTest;
+
+TEST_F(ServerHangs, RequestToAHungServerTimesOutAndLaterOnesFailImmediatelyUntilItIsActive) {
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   Client client;
@@ -45,7 +47,7 @@ TEST_F(FaultTest, RequestToAHungServerTimesOutAndLaterOnesFailImmediatelyUntilIt
   EXPECT_EQ(client.get(client.counter).text, "9");
 }
 
-TEST_F(FaultTest, HungServerIsActiveAgainWithAnEvent) {
+TEST_F(ServerHangs, HungServerIsActiveAgainWithAnEvent) {
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   Client client;
@@ -59,7 +61,7 @@ TEST_F(FaultTest, HungServerIsActiveAgainWithAnEvent) {
   EXPECT_EQ(client.get(client.counter).text, "1");
 }
 
-TEST_F(FaultTest, ConnectingToAHungServerTimesOut) {
+TEST_F(ServerHangs, ConnectingToAHungServerTimesOut) {
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   server.suspend();
@@ -78,7 +80,7 @@ TEST_F(FaultTest, ConnectingToAHungServerTimesOut) {
   EXPECT_EQ(descriptorCount(::getpid()), before);
 }
 
-TEST_F(FaultTest, ReconnectingToAHungServerFailsUntilItIsActive) {
+TEST_F(ServerHangs, ReconnectingToAHungServerFailsUntilItIsActive) {
   Client client;
   {
     Peer first;
@@ -102,7 +104,7 @@ TEST_F(FaultTest, ReconnectingToAHungServerFailsUntilItIsActive) {
   EXPECT_EQ(client.get(client.counter).text, "3");
 }
 
-TEST_F(FaultTest, RequestAfterAHungServerWasKilledReturnsNotConnected) {
+TEST_F(ServerHangs, RequestAfterAHungServerWasKilledReturnsNotConnected) {
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   Client client;

@@ -14,7 +14,7 @@
 namespace modelsrvd {
 namespace {
 
-class FilesTest : public testing::Test {
+class DescriptionFiles : public testing::Test {
  protected:
   void SetUp() override {
     std::string pattern = testing::TempDir() + "modelsrvd_files_XXXXXX";
@@ -39,7 +39,7 @@ class FilesTest : public testing::Test {
   std::string folder_;
 };
 
-TEST_F(FilesTest, AFileIsReadCompletely) {
+TEST_F(DescriptionFiles, AFileIsReadCompletely) {
   const std::string text(200000, 'x');
   std::ofstream(folder_ + "/a") << text;
   FileReader file(folder_ + "/a", text.size());
@@ -48,7 +48,7 @@ TEST_F(FilesTest, AFileIsReadCompletely) {
   EXPECT_EQ(file.next(), "") << "next() after the end";
 }
 
-TEST_F(FilesTest, AFileIsReadInPieces) {
+TEST_F(DescriptionFiles, AFileIsReadInPieces) {
   std::ofstream(folder_ + "/a") << std::string(200000, 'x');
   FileReader file(folder_ + "/a", 200000);
   const std::size_t first = file.next().size();
@@ -56,7 +56,7 @@ TEST_F(FilesTest, AFileIsReadInPieces) {
   EXPECT_LE(first, 65536U);
 }
 
-TEST_F(FilesTest, AFileThatGrowsBeyondTheLimitIsAnError) {
+TEST_F(DescriptionFiles, AFileThatGrowsBeyondTheLimitIsAnError) {
   std::ofstream out(folder_ + "/growing");
   out << "12345" << std::flush;
   FileReader file(folder_ + "/growing", 10);
@@ -69,7 +69,7 @@ TEST_F(FilesTest, AFileThatGrowsBeyondTheLimitIsAnError) {
   EXPECT_EQ(file.error()->text, folder_ + "/growing: longer than 10 bytes");
 }
 
-TEST_F(FilesTest, AnErrorNamesTheFile) {
+TEST_F(DescriptionFiles, AnErrorNamesTheFile) {
   EXPECT_EQ(errorOf(folder_ + "/none", 10), folder_ + "/none: No such file or directory");
   EXPECT_EQ(errorOf(folder_, 10), folder_ + ": not a regular file");
   std::ofstream(folder_ + "/long") << "12345678901";
@@ -77,7 +77,7 @@ TEST_F(FilesTest, AnErrorNamesTheFile) {
   EXPECT_EQ(errorOf(folder_ + "/a\nb", 10), folder_ + "/a\\x0ab: No such file or directory");
 }
 
-TEST_F(FilesTest, APipeWithoutAWriterDoesNotBlock) {
+TEST_F(DescriptionFiles, APipeWithoutAWriterDoesNotBlock) {
   const std::string path = folder_ + "/pipe";
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   EXPECT_EQ(errorOf(path, 10), path + ": not a regular file");

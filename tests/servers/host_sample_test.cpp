@@ -15,7 +15,7 @@ namespace {
 using testing::IsEmpty;
 
 /// A machine described by recorded files.
-class HostSampleTest : public testing::Test {
+class HostSamples : public testing::Test {
  protected:
   void SetUp() override {
     std::string pattern = testing::TempDir() + "modelsrvd_host_XXXXXX";
@@ -33,7 +33,7 @@ class HostSampleTest : public testing::Test {
   std::string top_;
 };
 
-TEST_F(HostSampleTest, IsReadFromTheKernelsFiles) {
+TEST_F(HostSamples, IsReadFromTheKernelsFiles) {
   record("/proc/sys/kernel/hostname", "fixture\n");
   record("/proc/sys/kernel/osrelease", "6.1.0\n");
   record("/proc/uptime", "77.1 2\n");
@@ -53,7 +53,7 @@ TEST_F(HostSampleTest, IsReadFromTheKernelsFiles) {
   EXPECT_EQ(sample.running, 2U);
 }
 
-TEST_F(HostSampleTest, ComputesUsageSinceThePreviousSample) {
+TEST_F(HostSamples, ComputesUsageSinceThePreviousSample) {
   HostSampler sampler{HostFiles(top_)};
   record("/proc/stat", "cpu0 50 0 0 50 0 0 0 0\n");
   EXPECT_EQ(sampler.sample().cores.at(0).usage, 50.0);
@@ -65,7 +65,7 @@ TEST_F(HostSampleTest, ComputesUsageSinceThePreviousSample) {
   EXPECT_EQ(sample.cores[1].usage, 25.0);
 }
 
-TEST_F(HostSampleTest, ReportsWhichInterfacesAreUp) {
+TEST_F(HostSamples, ReportsWhichInterfacesAreUp) {
   record("/proc/self/net/dev", "h\n lo: 1 2 0 0 0 0 0 0 3 4\neth0: 5 6 0 0 0 0 0 0 7 8\n");
   record("/sys/class/net/lo/mtu", "65536\n");
   record("/sys/class/net/lo/flags", "0x9\n");
@@ -80,7 +80,7 @@ TEST_F(HostSampleTest, ReportsWhichInterfacesAreUp) {
   EXPECT_FALSE(sample.interfaces[1].up);
 }
 
-TEST_F(HostSampleTest, ReportsTheSpaceOfExistingMounts) {
+TEST_F(HostSamples, ReportsTheSpaceOfExistingMounts) {
   record("/proc/self/mounts", "/dev/a / ext4 rw 0 0\n/dev/b /gone ext4 rw 0 0\n");
   HostSampler sampler{HostFiles(top_)};
   const HostSample sample = sampler.sample();
@@ -90,7 +90,7 @@ TEST_F(HostSampleTest, ReportsTheSpaceOfExistingMounts) {
   EXPECT_LE(sample.disks[0].space.free, sample.disks[0].space.size);
 }
 
-TEST_F(HostSampleTest, ReportsZonesWhoseSensorCanBeRead) {
+TEST_F(HostSamples, ReportsZonesWhoseSensorCanBeRead) {
   record("/sys/class/thermal/thermal_zone0/temp", "48250\n");
   record("/sys/class/thermal/thermal_zone1/temp", "");
   record("/sys/class/thermal/thermal_zone2/type", "x\n");
@@ -102,7 +102,7 @@ TEST_F(HostSampleTest, ReportsZonesWhoseSensorCanBeRead) {
   EXPECT_EQ(sample.zones[0].celsius, 48.25);
 }
 
-TEST_F(HostSampleTest, IsEmptyIfNoFileCanBeRead) {
+TEST_F(HostSamples, IsEmptyIfNoFileCanBeRead) {
   HostSampler sampler{HostFiles(top_)};
   const HostSample sample = sampler.sample();
   EXPECT_EQ(sample.name, "");

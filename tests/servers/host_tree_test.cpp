@@ -14,9 +14,9 @@ using ModelSrv::ModelNode;
 using ModelSrv::ModelPart;
 using testing::ElementsAre;
 
-class HostTreeTest : public testing::Test {
+class HostTreeParts : public testing::Test {
  protected:
-  HostTreeTest() { EXPECT_FALSE(tree_.publish(root_)); }
+  HostTreeParts() { EXPECT_FALSE(tree_.publish(root_)); }
 
   ModelPart* find(std::initializer_list<const char*> names) {
     ModelPart* part = &root_;
@@ -55,7 +55,7 @@ class HostTreeTest : public testing::Test {
   HostTree tree_{1234};
 };
 
-TEST_F(HostTreeTest, ShowsASample) {
+TEST_F(HostTreeParts, ShowsASample) {
   HostSample sample;
   sample.name = "fixture";
   sample.uptime = 77;
@@ -74,7 +74,7 @@ TEST_F(HostTreeTest, ShowsASample) {
   EXPECT_EQ(get({"settings", "period"}), "1234");
 }
 
-TEST_F(HostTreeTest, InterfacesAppearAndDisappearAndKeepTheirIds) {
+TEST_F(HostTreeParts, InterfacesAppearAndDisappearAndKeepTheirIds) {
   HostSample sample;
   sample.interfaces = {interface("lo", 1), interface("eth0", 2)};
   tree_.update(sample);
@@ -90,7 +90,7 @@ TEST_F(HostTreeTest, InterfacesAppearAndDisappearAndKeepTheirIds) {
   EXPECT_EQ(get({"net", "lo", "rx_bytes"}), "5");
 }
 
-TEST_F(HostTreeTest, MountsHaveNamesWithoutShellCharacters) {
+TEST_F(HostTreeParts, MountsHaveNamesWithoutShellCharacters) {
   HostSample sample;
   sample.disks = {{"/", {10, 4}}, {"/boot/efi", {20, 5}}, {"/boot-efi", {30, 6}}};
   tree_.update(sample);
@@ -99,14 +99,14 @@ TEST_F(HostTreeTest, MountsHaveNamesWithoutShellCharacters) {
   EXPECT_EQ(get({"disk", "root", "free"}), "4");
 }
 
-TEST_F(HostTreeTest, ADuplicateInterfaceAppearsOnce) {
+TEST_F(HostTreeParts, ADuplicateInterfaceAppearsOnce) {
   HostSample sample;
   sample.interfaces = {interface("lo", 1), interface("lo", 2)};
   tree_.update(sample);
   EXPECT_THAT(names("net"), ElementsAre("lo"));
 }
 
-TEST_F(HostTreeTest, TheThermalNodeExistsWhileThereAreZones) {
+TEST_F(HostTreeParts, TheThermalNodeExistsWhileThereAreZones) {
   HostSample sample;
   tree_.update(sample);
   EXPECT_EQ(find({"thermal"}), nullptr);
@@ -118,7 +118,7 @@ TEST_F(HostTreeTest, TheThermalNodeExistsWhileThereAreZones) {
   EXPECT_EQ(find({"thermal"}), nullptr);
 }
 
-TEST_F(HostTreeTest, UsageHasAnElementPerOnlineCore) {
+TEST_F(HostTreeParts, UsageHasAnElementPerOnlineCore) {
   HostSample sample;
   sample.cores = {{0, 1}, {1, 2}};
   tree_.update(sample);

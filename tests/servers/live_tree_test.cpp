@@ -19,13 +19,13 @@ using testing::ElementsAre;
 using testing::Not;
 using testing::StartsWith;
 
-class LiveTreeTest : public testing::Test {
+class LiveTrees : public testing::Test {
  protected:
   test_support::ModelServer server_{{"--period", "50"}};
   test_support::TreeClient client_{server_.name()};
 };
 
-TEST_F(LiveTreeTest, HasAValueAtEveryPath) {
+TEST_F(LiveTrees, HasAValueAtEveryPath) {
   for (const char* path :
        {"/host/name",       "/host/kernel",       "/host/uptime",       "/cpu/count",
         "/cpu/load",        "/cpu/usage",         "/memory/total",      "/memory/available",
@@ -41,7 +41,7 @@ TEST_F(LiveTreeTest, HasAValueAtEveryPath) {
   }
 }
 
-TEST_F(LiveTreeTest, HasAThermalNodeIfTheMachineHasZones) {
+TEST_F(LiveTrees, HasAThermalNodeIfTheMachineHasZones) {
   bool zones = false;
   std::error_code none;
   for (const auto& entry : std::filesystem::directory_iterator("/sys/class/thermal", none)) {
@@ -55,7 +55,7 @@ TEST_F(LiveTreeTest, HasAThermalNodeIfTheMachineHasZones) {
   }
 }
 
-TEST_F(LiveTreeTest, NamesItsElements) {
+TEST_F(LiveTrees, NamesItsElements) {
   EXPECT_THAT(client_.elementNames("/cpu/load"), ElementsAre("1min", "5min", "15min"));
   EXPECT_THAT(client_.elementNames("/cpu/usage"), Contains("cpu0"));
   EXPECT_EQ(std::to_string(client_.elementNames("/cpu/usage").size()), client_.get("/cpu/count"));
@@ -63,7 +63,7 @@ TEST_F(LiveTreeTest, NamesItsElements) {
               ElementsAre("cpu", "memory", "disk", "temperature"));
 }
 
-TEST_F(LiveTreeTest, ShowsThisMachine) {
+TEST_F(LiveTrees, ShowsThisMachine) {
   EXPECT_EQ(client_.get("/net/lo/up"), "true");
   EXPECT_EQ(std::stoul(client_.get("/cpu/count")), std::thread::hardware_concurrency());
   const auto total = std::stoull(client_.get("/memory/total"));
@@ -71,18 +71,18 @@ TEST_F(LiveTreeTest, ShowsThisMachine) {
   EXPECT_GE(std::stoul(client_.get("/processes/count")), 1U);
 }
 
-TEST_F(LiveTreeTest, NotifiesAboutAChangedValue) {
+TEST_F(LiveTrees, NotifiesAboutAChangedValue) {
   ASSERT_EQ(client_.subscribe("/host/uptime"), ModelSrv::ModelRes_Success);
   EXPECT_TRUE(client_.waitForUpdate());
 }
 
-TEST_F(LiveTreeTest, RejectsStoresToMeasuredValues) {
+TEST_F(LiveTrees, RejectsStoresToMeasuredValues) {
   for (const char* path : {"/host/name", "/cpu/count", "/memory/total", "/net/lo/mtu"}) {
     EXPECT_EQ(client_.store(path, "1"), ModelSrv::ModelRes_ReadOnly) << path;
   }
 }
 
-TEST_F(LiveTreeTest, KeepsStoredSettings) {
+TEST_F(LiveTrees, KeepsStoredSettings) {
   EXPECT_EQ(client_.get("/settings/period"), "50");
   EXPECT_EQ(client_.store("/settings/label", "fixture 7"), ModelSrv::ModelRes_Success);
   EXPECT_EQ(client_.store("/settings/alarms", "1\n2.5\n3\n4"), ModelSrv::ModelRes_Success);
@@ -90,7 +90,7 @@ TEST_F(LiveTreeTest, KeepsStoredSettings) {
   EXPECT_EQ(client_.get("/settings/alarms"), "1\n2.5\n3\n4");
 }
 
-TEST_F(LiveTreeTest, RejectsAPeriodOutOfRange) {
+TEST_F(LiveTrees, RejectsAPeriodOutOfRange) {
   for (const char* period : {"49", "60001", "0"}) {
     EXPECT_EQ(client_.store("/settings/period", period), ModelSrv::ModelRes_OutOfRange) << period;
   }

@@ -21,7 +21,7 @@ std::string speed(int value) {
   return R"({"name": "speed", "type": "int32", "value": )" + std::to_string(value) + "}";
 }
 
-class ReloadTest : public testing::Test {
+class Reload : public testing::Test {
  protected:
   void reload(const std::string& text) {
     file_.write(text);
@@ -36,7 +36,7 @@ class ReloadTest : public testing::Test {
   test_support::TreeClient client_{server_.name()};
 };
 
-TEST_F(ReloadTest, SetsValuesInPlaceAndKeepsSubscriptions) {
+TEST_F(Reload, SetsValuesInPlaceAndKeepsSubscriptions) {
   ASSERT_EQ(client_.get("/drive/speed"), "42");
   ASSERT_EQ(client_.subscribe("/drive/speed"), ModelSrv::ModelRes_Success);
   reload(drive(speed(43)));
@@ -44,13 +44,13 @@ TEST_F(ReloadTest, SetsValuesInPlaceAndKeepsSubscriptions) {
   EXPECT_EQ(client_.get("/drive/speed"), "43");
 }
 
-TEST_F(ReloadTest, ResetsStoredValuesToTheFile) {
+TEST_F(Reload, ResetsStoredValuesToTheFile) {
   ASSERT_EQ(client_.store("/drive/speed", "7"), ModelSrv::ModelRes_Success);
   server_.process().signal(SIGHUP);
   EXPECT_TRUE(becomes("/drive/speed", "42"));
 }
 
-TEST_F(ReloadTest, ReplacesTheTreeForConnectedClients) {
+TEST_F(Reload, ReplacesTheTreeForConnectedClients) {
   reload(drive(speed(1) + R"(, {"name": "label", "type": "text", "value": "new"})"));
   EXPECT_TRUE(becomes("/drive/label", "new"));
   EXPECT_THAT(client_.names("/drive"), ElementsAre("speed", "label"));
@@ -59,7 +59,7 @@ TEST_F(ReloadTest, ReplacesTheTreeForConnectedClients) {
   EXPECT_THAT(client_.names(""), ElementsAre("other"));
 }
 
-TEST_F(ReloadTest, KeepsTheTreeIfTheFileIsInvalid) {
+TEST_F(Reload, KeepsTheTreeIfTheFileIsInvalid) {
   ASSERT_EQ(client_.store("/drive/speed", "7"), ModelSrv::ModelRes_Success);
   reload(drive(R"({"name": "speed", "type": "int32", "value": "fast"})"));
   EXPECT_EQ(server_.process().readLine(),
@@ -68,7 +68,7 @@ TEST_F(ReloadTest, KeepsTheTreeIfTheFileIsInvalid) {
   EXPECT_EQ(client_.get("/drive/speed"), "7");
 }
 
-TEST_F(ReloadTest, KeepsTheTreeIfTheFileIsMissing) {
+TEST_F(Reload, KeepsTheTreeIfTheFileIsMissing) {
   std::filesystem::remove(file_.path());
   server_.process().signal(SIGHUP);
   EXPECT_EQ(server_.process().readLine(),

@@ -31,7 +31,7 @@ TreeDescription nodeWith(const std::string& entry) {
   return describe(R"({"children": [{"children": [)" + entry + "]}]}");
 }
 
-class PublishedTreeTest : public testing::Test {
+class PublishedTrees : public testing::Test {
  protected:
   void publish(const TreeDescription& description) {
     tree_ = std::make_unique<PublishedTree>(description);
@@ -58,7 +58,7 @@ struct TypeCase {
   const char* text;
 };
 
-class EveryType : public PublishedTreeTest, public testing::WithParamInterface<TypeCase> {};
+class EveryType : public PublishedTrees, public testing::WithParamInterface<TypeCase> {};
 
 TEST_P(EveryType, CanBeASingleValueAndAnArray) {
   const std::string type = std::string(R"({"type": ")") + GetParam().type + '"';
@@ -81,7 +81,7 @@ INSTANTIATE_TEST_SUITE_P(
                     TypeCase{"text", "\"two words\"", "two words"}),
     [](const auto& test) { return std::string(test.param.type); });
 
-TEST_F(PublishedTreeTest, KeepsIdNameAccessAndSubscribability) {
+TEST_F(PublishedTrees, KeepsIdNameAccessAndSubscribability) {
   publish(nodeWith(R"({"id": 9, "name": "serial", "type": "text", "value": "A-17",
                      "access": "protected", "subscribable": false})"));
   EXPECT_EQ(onlyPart()->id(), 9U);
@@ -90,14 +90,14 @@ TEST_F(PublishedTreeTest, KeepsIdNameAccessAndSubscribability) {
   EXPECT_FALSE(onlyPart()->subscribable());
 }
 
-TEST_F(PublishedTreeTest, LeavesTheRootEmptyWhenDestroyed) {
+TEST_F(PublishedTrees, LeavesTheRootEmptyWhenDestroyed) {
   publish(nodeWith(R"({"type": "bool", "value": true})"));
   EXPECT_EQ(root_.children().size(), 1U);
   tree_.reset();
   EXPECT_TRUE(root_.children().empty());
 }
 
-TEST_F(PublishedTreeTest, SupportsTheMaximumDepth) {
+TEST_F(PublishedTrees, SupportsTheMaximumDepth) {
   std::string text;
   for (int level = 0; level < 4096; ++level) {
     text += R"({"children":[)";
@@ -114,7 +114,7 @@ TEST_F(PublishedTreeTest, SupportsTheMaximumDepth) {
 constexpr std::string_view array =
     R"({"type": "uint8", "elements": [{"name": "a", "value": 1}, {"value": 2}]})";
 
-TEST_F(PublishedTreeTest, UpdatesValuesInPlace) {
+TEST_F(PublishedTrees, UpdatesValuesInPlace) {
   publish(nodeWith(std::string(array)));
   ModelPart* const part = onlyPart();
   EXPECT_TRUE(tree_->updateValues(
@@ -128,8 +128,7 @@ struct StructureCase {
   const char* entry;
 };
 
-class OtherStructure : public PublishedTreeTest,
-                       public testing::WithParamInterface<StructureCase> {};
+class OtherStructure : public PublishedTrees, public testing::WithParamInterface<StructureCase> {};
 
 TEST_P(OtherStructure, IsNotUpdatedInPlace) {
   publish(nodeWith(std::string(array)));

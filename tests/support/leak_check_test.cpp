@@ -47,13 +47,13 @@ TEST(UniquePortName, NamesTheTestAndNeverRepeats) {
   EXPECT_THAT(first, HasSubstr("NamesTheTestAndNeverRepeats"));
 }
 
-class PortNameOfAParameterisedTest : public testing::TestWithParam<int> {};
+class ParameterisedPortName : public testing::TestWithParam<int> {};
 
-TEST_P(PortNameOfAParameterisedTest, HoldsNoSlash) {
+TEST_P(ParameterisedPortName, HoldsNoSlash) {
   EXPECT_EQ(uniquePortName().find('/'), std::string::npos);
 }
 
-INSTANTIATE_TEST_SUITE_P(One, PortNameOfAParameterisedTest, testing::Values(1));
+INSTANTIATE_TEST_SUITE_P(One, ParameterisedPortName, testing::Values(1));
 
 }  // namespace
 }  // namespace test_support

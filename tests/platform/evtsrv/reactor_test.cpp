@@ -34,13 +34,13 @@ class CountingHandler : public ReadyHandler {
 };
 
 /// A reactor and a pipe whose ends it waits for.
-class ReactorTest : public testing::Test {
+class Reactors : public testing::Test {
  protected:
-  ReactorTest() {
+  Reactors() {
     EXPECT_EQ(reactor_.open(), 0);
     EXPECT_EQ(::pipe2(ends_.data(), O_CLOEXEC | O_NONBLOCK), 0);
   }
-  ~ReactorTest() override {
+  ~Reactors() override {
     for (const int end : ends_) {
       ::close(end);
     }
@@ -67,7 +67,7 @@ class ReactorTest : public testing::Test {
   std::array<int, 2> ends_{-1, -1};
 };
 
-TEST_F(ReactorTest, ReportsTheRoleAndTheEventsOfAReadyDescriptor) {
+TEST_F(Reactors, ReportsTheRoleAndTheEventsOfAReadyDescriptor) {
   Registration registration;
   ASSERT_EQ(reactor_.add(readEnd(), EPOLLIN, handler_, 7, registration), 0);
   EXPECT_EQ(dispatchAll(), 0);
@@ -77,7 +77,7 @@ TEST_F(ReactorTest, ReportsTheRoleAndTheEventsOfAReadyDescriptor) {
   EXPECT_EQ(handler_.lastEvents, static_cast<std::uint32_t>(EPOLLIN));
 }
 
-TEST_F(ReactorTest, MakesASystemCallOnlyIfTheInterestChanges) {
+TEST_F(Reactors, MakesASystemCallOnlyIfTheInterestChanges) {
   Registration registration;
   ASSERT_EQ(reactor_.add(writeEnd(), EPOLLOUT, handler_, 0, registration), 0);
   const int before = system_.changes;
@@ -92,7 +92,7 @@ TEST_F(ReactorTest, MakesASystemCallOnlyIfTheInterestChanges) {
   EXPECT_EQ(dispatchAll(), 1);
 }
 
-TEST_F(ReactorTest, KeepsTheInterestOfAMovedRegistration) {
+TEST_F(Reactors, KeepsTheInterestOfAMovedRegistration) {
   Registration first;
   ASSERT_EQ(reactor_.add(writeEnd(), EPOLLOUT, handler_, 0, first), 0);
   Registration second(std::move(first));
@@ -112,7 +112,7 @@ TEST_F(ReactorTest, KeepsTheInterestOfAMovedRegistration) {
   EXPECT_EQ(dispatchAll(), 1);
 }
 
-TEST_F(ReactorTest, RejectsAnInterestWithoutARegistration) {
+TEST_F(Reactors, RejectsAnInterestWithoutARegistration) {
   Registration registration;
   EXPECT_EQ(registration.setInterest(0), -ENOENT);
   ASSERT_EQ(reactor_.add(readEnd(), EPOLLIN, handler_, 0, registration), 0);
@@ -122,7 +122,7 @@ TEST_F(ReactorTest, RejectsAnInterestWithoutARegistration) {
   EXPECT_EQ(dispatchAll(), 0);
 }
 
-TEST_F(ReactorTest, DropsAnEventFromBeforeTheEndOfTheRegistration) {
+TEST_F(Reactors, DropsAnEventFromBeforeTheEndOfTheRegistration) {
   Registration registration;
   ASSERT_EQ(reactor_.add(readEnd(), EPOLLIN, handler_, 0, registration), 0);
   fill();

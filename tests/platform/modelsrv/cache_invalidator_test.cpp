@@ -14,7 +14,7 @@ using ModelSrv::internal::StatusPageReader;
 
 constexpr std::uint64_t epochsPerStructure = std::uint64_t{1} << ModelSrv::internal::structureShift;
 
-class CacheInvalidatorTest : public testing::Test {
+class CacheInvalidation : public testing::Test {
  protected:
   void SetUp() override {
     invalidator_.open();
@@ -42,19 +42,19 @@ class CacheInvalidatorTest : public testing::Test {
   std::uint32_t stamp_ = 0;
 };
 
-TEST_F(CacheInvalidatorTest, KeepsTheStructureValidWhenAValueChanges) {
+TEST_F(CacheInvalidation, KeepsTheStructureValidWhenAValueChanges) {
   invalidator_.invalidateValue(stamp_);
   EXPECT_FALSE(isValueCurrent());
   EXPECT_TRUE(isStructureCurrent());
 }
 
-TEST_F(CacheInvalidatorTest, InvalidatesTheStructureAfterTheValue) {
+TEST_F(CacheInvalidation, InvalidatesTheStructureAfterTheValue) {
   invalidator_.invalidateValue(stamp_);
   invalidator_.invalidate(stamp_);
   EXPECT_FALSE(isStructureCurrent());
 }
 
-TEST_F(CacheInvalidatorTest, InvalidatesTheStructureOfAPartThatWasCachedInAnEarlierEpoch) {
+TEST_F(CacheInvalidation, InvalidatesTheStructureOfAPartThatWasCachedInAnEarlierEpoch) {
   const std::uint32_t early = stamp_;
   invalidator_.invalidateValue(stamp_);
   ASSERT_TRUE(cache());
@@ -63,7 +63,7 @@ TEST_F(CacheInvalidatorTest, InvalidatesTheStructureOfAPartThatWasCachedInAnEarl
   EXPECT_FALSE(isStructureCurrent());
 }
 
-TEST_F(CacheInvalidatorTest, IgnoresAChangeOfAPartThatWasCachedInAnEarlierStructureVersion) {
+TEST_F(CacheInvalidation, IgnoresAChangeOfAPartThatWasCachedInAnEarlierStructureVersion) {
   const std::uint32_t earlier = stamp_;
   invalidator_.invalidateAll();
   ASSERT_TRUE(cache());
@@ -73,7 +73,7 @@ TEST_F(CacheInvalidatorTest, IgnoresAChangeOfAPartThatWasCachedInAnEarlierStruct
   EXPECT_TRUE(isStructureCurrent());
 }
 
-TEST_F(CacheInvalidatorTest, AdvancesThePageOnceForEachPrefetch) {
+TEST_F(CacheInvalidation, AdvancesThePageOnceForEachPrefetch) {
   invalidator_.invalidateValue(stamp_);
   invalidator_.invalidateValue(stamp_);
   EXPECT_TRUE(reader_.isCurrent(epoch_ + 1));
@@ -83,7 +83,7 @@ TEST_F(CacheInvalidatorTest, AdvancesThePageOnceForEachPrefetch) {
   EXPECT_TRUE(reader_.isCurrent(epoch_ + 1 + epochsPerStructure));
 }
 
-TEST_F(CacheInvalidatorTest, InvalidatesAfterTheEpochHasRunIntoTheNextStructureVersion) {
+TEST_F(CacheInvalidation, InvalidatesAfterTheEpochHasRunIntoTheNextStructureVersion) {
   const std::uint64_t first = epoch_;
   while (reader_.isStructureCurrent(first)) {
     ASSERT_LE(epoch_ - first, epochsPerStructure);

@@ -15,7 +15,7 @@ namespace {
 using namespace ModelSrv;
 using namespace modelsrv_tests;
 
-class CachedReadsTest : public testing::Test {
+class CachedReads : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
 
@@ -24,7 +24,7 @@ class CachedReadsTest : public testing::Test {
   Client client_;
 };
 
-TEST_F(CachedReadsTest, SeeEveryKindOfChangeAtTheServerAtOnce) {
+TEST_F(CachedReads, SeeEveryKindOfChangeAtTheServerAtOnce) {
   const auto load = [](ModelPart& part, const std::string& text) {
     std::istringstream stream(text);
     return part.load(stream, false, all);
@@ -63,7 +63,7 @@ TEST_F(CachedReadsTest, SeeEveryKindOfChangeAtTheServerAtOnce) {
   }
 }
 
-TEST_F(CachedReadsTest, UseTheCachedStructureAfterChangesOfValues) {
+TEST_F(CachedReads, UseTheCachedStructureAfterChangesOfValues) {
   ASSERT_EQ(client_.text(gainsChain), "1.5\n0.25");
   server_.pump.reset();
   ASSERT_EQ(server_.gains.setValue(1, 3), ModelRes_Success);
@@ -82,7 +82,7 @@ TEST_F(CachedReadsTest, UseTheCachedStructureAfterChangesOfValues) {
   EXPECT_EQ(client_.text(gainsChain), "1.5\n3");
 }
 
-TEST_F(CachedReadsTest, SeeAChangeOfTheStructureAfterOneOfAValue) {
+TEST_F(CachedReads, SeeAChangeOfTheStructureAfterOneOfAValue) {
   std::vector<unsigned short> ids;
   const auto children = [&] {
     EXPECT_EQ(client_.childIds(driveChain, ids), ModelRes_Success);
@@ -130,7 +130,7 @@ class GrowingPart : public ModelPart {
   int text_ = 0;
 };
 
-TEST_F(CachedReadsTest, SeeTheStructureOfADerivedPartChangeAfterItsText) {
+TEST_F(CachedReads, SeeTheStructureOfADerivedPartChangeAfterItsText) {
   GrowingPart part(30, server_.manager);
   ASSERT_EQ(server_.drive.add(&part), ModelRes_Success);
   unsigned short sum = 0;

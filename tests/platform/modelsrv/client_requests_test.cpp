@@ -13,7 +13,7 @@ using namespace ModelSrv;
 using namespace modelsrv_tests;
 using namespace std::string_literals;
 
-class ClientRequestsTest : public testing::Test {
+class ClientRequests : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
 
@@ -22,13 +22,13 @@ class ClientRequestsTest : public testing::Test {
   Client client_;
 };
 
-TEST_F(ClientRequestsTest, ReceiveAStartedEventRightAfterConnecting) {
+TEST_F(ClientRequests, ReceiveAStartedEventRightAfterConnecting) {
   EXPECT_EQ(client_.manager.receiveEvent(20000), EvtSrv::EvtRes_Success);
   EXPECT_EQ(client_.root.types, std::vector<unsigned>{ModelRoot::EvtTyp_Model_Started});
   EXPECT_EQ(client_.root.senders, std::vector<std::string>{name_});
 }
 
-TEST_F(ClientRequestsTest, ListTheTree) {
+TEST_F(ClientRequests, ListTheTree) {
   std::vector<unsigned short> ids;
   std::vector<std::string> names;
   EXPECT_EQ(client_.childIds({}, ids), ModelRes_Success);
@@ -42,7 +42,7 @@ TEST_F(ClientRequestsTest, ListTheTree) {
   EXPECT_TRUE(ids.empty());
 }
 
-TEST_F(ClientRequestsTest, ReadElements) {
+TEST_F(ClientRequests, ReadElements) {
   unsigned short sum = 99;
   std::vector<std::string> names;
   EXPECT_EQ(client_.elementSum(gainsChain, sum), ModelRes_Success);
@@ -53,7 +53,7 @@ TEST_F(ClientRequestsTest, ReadElements) {
   EXPECT_EQ(sum, 0);
 }
 
-TEST_F(ClientRequestsTest, ResolveEachLevelExactlyOnce) {
+TEST_F(ClientRequests, ResolveEachLevelExactlyOnce) {
   std::vector<unsigned short> ids;
   std::vector<std::string> names;
   unsigned short sum = 0;
@@ -76,7 +76,7 @@ TEST_F(ClientRequestsTest, ResolveEachLevelExactlyOnce) {
   }
 }
 
-TEST_F(ClientRequestsTest, ReadAndStoreValues) {
+TEST_F(ClientRequests, ReadAndStoreValues) {
   EXPECT_EQ(client_.text(speedChain), "42");
   EXPECT_EQ(client_.load(speedChain, " -5 "), ModelRes_Success);
   EXPECT_EQ(server_.speed.value(), -5);
@@ -90,7 +90,7 @@ TEST_F(ClientRequestsTest, ReadAndStoreValues) {
   EXPECT_EQ(client_.text(gainsChain), "1.5\n9");
 }
 
-TEST_F(ClientRequestsTest, ReturnTheErrorOfTheServer) {
+TEST_F(ClientRequests, ReturnTheErrorOfTheServer) {
   std::string text = "before";
   EXPECT_EQ(client_.load(speedChain, "x"), ModelRes_BadText);
   EXPECT_EQ(client_.load(speedChain, "3000000000"), ModelRes_OutOfRange);
@@ -115,7 +115,7 @@ TEST_F(ClientRequestsTest, ReturnTheErrorOfTheServer) {
   EXPECT_EQ(client_.text(speedChain), "42");
 }
 
-TEST_F(ClientRequestsTest, AreVetoedByTheServersStoreCheck) {
+TEST_F(ClientRequests, AreVetoedByTheServersStoreCheck) {
   server_.speed.setStoreCheck([](const std::int32_t& value, ModelPartIndex) {
     return value > 100 ? ModelRes_Vetoed : ModelRes_Success;
   });
@@ -124,14 +124,14 @@ TEST_F(ClientRequestsTest, AreVetoedByTheServersStoreCheck) {
   EXPECT_EQ(client_.load(speedChain, "100"), ModelRes_Success);
 }
 
-TEST_F(ClientRequestsTest, RejectAProxyThatIsTooDeep) {
+TEST_F(ClientRequests, RejectAProxyThatIsTooDeep) {
   EXPECT_EQ(client_.text(Chain(ModelDepth_Max, 1)), "?");
   std::string text;
   EXPECT_EQ(client_.save(Chain(ModelDepth_Max, 1), text), ModelRes_NoSuchPart);
   EXPECT_EQ(client_.save(Chain(ModelDepth_Max + 1, 1), text), ModelRes_BadArgument);
 }
 
-TEST_F(ClientRequestsTest, CarryATextOfMaximumSizeAndNotOneByteMore) {
+TEST_F(ClientRequests, CarryATextOfMaximumSizeAndNotOneByteMore) {
   std::string largest(ModelValueText_Max, 'x');
   largest[ModelValueText_Max / 2] = '\n';
   EXPECT_EQ(client_.load(labelChain, largest), ModelRes_Success);
@@ -146,7 +146,7 @@ TEST_F(ClientRequestsTest, CarryATextOfMaximumSizeAndNotOneByteMore) {
   EXPECT_TRUE(server_.label.value() == largest);
 }
 
-TEST_F(ClientRequestsTest, ReachPartsAtTheDepthLimit) {
+TEST_F(ClientRequests, ReachPartsAtTheDepthLimit) {
   std::vector<std::unique_ptr<ModelNode>> nodes;
   ModelNode* parent = &server_.root;
   for (std::size_t level = 0; level + 1 < ModelDepth_Max; ++level) {
@@ -165,7 +165,7 @@ TEST_F(ClientRequestsTest, ReachPartsAtTheDepthLimit) {
   EXPECT_EQ(client_.root.updates.front().first, chain);
 }
 
-TEST_F(ClientRequestsTest, ReturnVeryManyChildren) {
+TEST_F(ClientRequests, ReturnVeryManyChildren) {
   ModelNode many(3, "many");
   std::vector<std::unique_ptr<ModelPart>> parts;
   for (unsigned id = 0; id < 20000; ++id) {

@@ -15,7 +15,7 @@ using Key = ClientSubscriptions::Key;
 
 constexpr ModelPartIndex all = ModelPartIndex_All;
 
-class ClientSubscriptionsTest : public testing::Test {
+class SubscriptionsOfAClient : public testing::Test {
  protected:
   Key add(ModelPart& part, const Chain& chain, ModelPartIndex index = all) {
     subscriptions_.add({&part, chain, nullptr, index});
@@ -27,7 +27,7 @@ class ClientSubscriptionsTest : public testing::Test {
   ClientSubscriptions subscriptions_;
 };
 
-TEST_F(ClientSubscriptionsTest, FindsTheLastOfAPartAndChain) {
+TEST_F(SubscriptionsOfAClient, FindsTheLastOfAPartAndChain) {
   const Key one = add(first_, {1}, 0);
   const Key two = add(first_, {1}, 5);
   const Key three = add(second_, {1});
@@ -46,7 +46,7 @@ TEST_F(ClientSubscriptionsTest, FindsTheLastOfAPartAndChain) {
   EXPECT_FALSE(subscriptions_.hasAny({1}));
 }
 
-TEST_F(ClientSubscriptionsTest, FindsEachSubscribedPartOnce) {
+TEST_F(SubscriptionsOfAClient, FindsEachSubscribedPartOnce) {
   const Key element = add(first_, {1}, 3);
   const Key whole = add(second_, {1});
   add(second_, {1});
@@ -57,7 +57,7 @@ TEST_F(ClientSubscriptionsTest, FindsEachSubscribedPartOnce) {
   EXPECT_TRUE(subscriptions_.matching({}, all).empty());
 }
 
-TEST_F(ClientSubscriptionsTest, RenewsInTheOrderOfSubscribing) {
+TEST_F(SubscriptionsOfAClient, RenewsInTheOrderOfSubscribing) {
   const Key one = add(first_, {3});
   const Key two = add(second_, {1});
   const Key three = add(first_, {2});
@@ -74,7 +74,7 @@ TEST_F(ClientSubscriptionsTest, RenewsInTheOrderOfSubscribing) {
   EXPECT_FALSE(subscriptions_.isLost(one));
 }
 
-TEST_F(ClientSubscriptionsTest, HasNothingAfterClear) {
+TEST_F(SubscriptionsOfAClient, HasNothingAfterClear) {
   add(first_, {3});
   subscriptions_.clear();
   EXPECT_FALSE(subscriptions_.hasAny({3}));

@@ -14,7 +14,7 @@ using namespace modelsrv_tests;
 
 using Updates = std::vector<std::pair<Chain, ModelPartIndex>>;
 
-class ClientUpdatesTest : public testing::Test {
+class ClientUpdates : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
 
@@ -44,7 +44,7 @@ class ClientUpdatesTest : public testing::Test {
   Client client_;
 };
 
-TEST_F(ClientUpdatesTest, ReachTheSubscribingPartWithItsContext) {
+TEST_F(ClientUpdates, ReachTheSubscribingPartWithItsContext) {
   int context = 0;
   ASSERT_EQ(client_.subscribe(gainsChain, 1, &context), ModelRes_Success);
   ASSERT_EQ(server_.gains.setValue(1, 5), ModelRes_Success);
@@ -54,14 +54,14 @@ TEST_F(ClientUpdatesTest, ReachTheSubscribingPartWithItsContext) {
   EXPECT_EQ(client_.root.senders.back(), name_);
 }
 
-TEST_F(ClientUpdatesTest, ReachTheStoringClientToo) {
+TEST_F(ClientUpdates, ReachTheStoringClientToo) {
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.load(speedChain, "7"), ModelRes_Success);
   ASSERT_TRUE(client_.pumpUntil([&] { return !client_.root.updates.empty(); }));
   EXPECT_EQ(client_.root.updates, (Updates{{speedChain, all}}));
 }
 
-TEST_F(ClientUpdatesTest, AreSentForChangesOfSubscribedPartsOnly) {
+TEST_F(ClientUpdates, AreSentForChangesOfSubscribedPartsOnly) {
   subscribeMarker();
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.load(speedChain, "42"), ModelRes_Success);
@@ -71,7 +71,7 @@ TEST_F(ClientUpdatesTest, AreSentForChangesOfSubscribedPartsOnly) {
   EXPECT_EQ(takeUpdates(), Updates{});
 }
 
-TEST_F(ClientUpdatesTest, OfADoubleSubscriptionAreSentOnceAndEndWithTheSecondCancellation) {
+TEST_F(ClientUpdates, OfADoubleSubscriptionAreSentOnceAndEndWithTheSecondCancellation) {
   subscribeMarker();
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
@@ -86,7 +86,7 @@ TEST_F(ClientUpdatesTest, OfADoubleSubscriptionAreSentOnceAndEndWithTheSecondCan
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_NotSubscribed);
 }
 
-TEST_F(ClientUpdatesTest, ThatArriveAfterACancellationAreDropped) {
+TEST_F(ClientUpdates, ThatArriveAfterACancellationAreDropped) {
   subscribeMarker();
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
@@ -94,7 +94,7 @@ TEST_F(ClientUpdatesTest, ThatArriveAfterACancellationAreDropped) {
   EXPECT_EQ(takeUpdates(), Updates{});
 }
 
-TEST_F(ClientUpdatesTest, EndWhenTheSubscribingPartIsRemovedOrDestroyed) {
+TEST_F(ClientUpdates, EndWhenTheSubscribingPartIsRemovedOrDestroyed) {
   subscribeMarker();
   auto other = std::make_unique<ProxyPart>(client_.root);
   ASSERT_EQ(client_.root.add(other.get()), ModelRes_Success);
@@ -121,7 +121,7 @@ TEST_F(ClientUpdatesTest, EndWhenTheSubscribingPartIsRemovedOrDestroyed) {
   }
 }
 
-TEST_F(ClientUpdatesTest, EndWhenTheServersPartIsRemoved) {
+TEST_F(ClientUpdates, EndWhenTheServersPartIsRemoved) {
   subscribeMarker();
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(server_.drive.remove(&server_.speed), ModelRes_Success);
@@ -134,7 +134,7 @@ TEST_F(ClientUpdatesTest, EndWhenTheServersPartIsRemoved) {
   EXPECT_EQ(client_.subscribe(speedChain), ModelRes_Success);
 }
 
-TEST_F(ClientUpdatesTest, AllowRequestsInTheirHandler) {
+TEST_F(ClientUpdates, AllowRequestsInTheirHandler) {
   std::string seen;
   client_.root.onEvent = [&] {
     if (!client_.root.updates.empty()) {
@@ -147,7 +147,7 @@ TEST_F(ClientUpdatesTest, AllowRequestsInTheirHandler) {
   EXPECT_EQ(seen, "9");
 }
 
-TEST_F(ClientUpdatesTest, AllowTheirHandlerToStopAndConnectAgain) {
+TEST_F(ClientUpdates, AllowTheirHandlerToStopAndConnectAgain) {
   bool restarted = false;
   client_.root.onEvent = [&] {
     if (client_.root.updates.empty() || restarted) {
@@ -163,7 +163,7 @@ TEST_F(ClientUpdatesTest, AllowTheirHandlerToStopAndConnectAgain) {
   EXPECT_TRUE(client_.part.updates.empty()) << "the stop ended the subscription";
 }
 
-TEST_F(ClientUpdatesTest, ForAClientThatReceivesNothingAreBoundedAndCoverEveryPart) {
+TEST_F(ClientUpdates, ForAClientThatReceivesNothingAreBoundedAndCoverEveryPart) {
   ModelNode many(2, "many");
   std::vector<std::unique_ptr<ValuePart<std::int32_t>>> parts;
   constexpr ModelPartId partCount = 2000;
@@ -189,7 +189,7 @@ TEST_F(ClientUpdatesTest, ForAClientThatReceivesNothingAreBoundedAndCoverEveryPa
   }
 }
 
-TEST_F(ClientUpdatesTest, OfOneClientAreNotSentToAnother) {
+TEST_F(ClientUpdates, OfOneClientAreNotSentToAnother) {
   Client other;
   ASSERT_EQ(other.connect(name_), ModelRes_Success);
   ASSERT_EQ(other.subscribe(speedChain), ModelRes_Success);
@@ -251,7 +251,7 @@ struct TwoPartClient {
   Speed other{root};
 };
 
-TEST_F(ClientUpdatesTest, MayDestroyTheirRoot) {
+TEST_F(ClientUpdates, MayDestroyTheirRoot) {
   TwoPartClient client(name_);
   client.one.onUpdate = [&] { client.root.reset(); };
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
@@ -261,7 +261,7 @@ TEST_F(ClientUpdatesTest, MayDestroyTheirRoot) {
   EXPECT_EQ(client.manager.receiveEvent(0), EvtSrv::EvtRes_Timeout);
 }
 
-TEST_F(ClientUpdatesTest, MayStopTheirRoot) {
+TEST_F(ClientUpdates, MayStopTheirRoot) {
   TwoPartClient client(name_);
   client.one.onUpdate = [&] { client.root->stop(true); };
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
@@ -269,7 +269,7 @@ TEST_F(ClientUpdatesTest, MayStopTheirRoot) {
   EXPECT_EQ(client.other.updates, 0);
 }
 
-TEST_F(ClientUpdatesTest, MayConnectTheirRootAgain) {
+TEST_F(ClientUpdates, MayConnectTheirRootAgain) {
   TwoPartClient client(name_);
   client.one.onUpdate = [&] {
     EXPECT_EQ(

@@ -19,13 +19,13 @@ namespace {
 using namespace ModelSrv;
 using modelsrv_tests::ProxyPart;
 
-class ModelNodeTest : public testing::Test {
+class ModelNodes : public testing::Test {
  protected:
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
   ModelRoot root_{&manager_};
 };
 
-TEST_F(ModelNodeTest, KeepsChildrenInTheOrderOfAdding) {
+TEST_F(ModelNodes, KeepsChildrenInTheOrderOfAdding) {
   ModelNode node(1);
   ModelPart five(5);
   ModelPart three(3);
@@ -41,7 +41,7 @@ TEST_F(ModelNodeTest, KeepsChildrenInTheOrderOfAdding) {
   EXPECT_EQ(three.parent(), &node);
 }
 
-TEST_F(ModelNodeTest, RejectsWhatCannotBeAChild) {
+TEST_F(ModelNodes, RejectsWhatCannotBeAChild) {
   ModelNode node(1);
   ModelPart child(1);
   ModelPart twin(1);
@@ -58,7 +58,7 @@ TEST_F(ModelNodeTest, RejectsWhatCannotBeAChild) {
   EXPECT_EQ(twin.parent(), nullptr);
 }
 
-TEST_F(ModelNodeTest, RejectsANodeAsItsOwnDescendant) {
+TEST_F(ModelNodes, RejectsANodeAsItsOwnDescendant) {
   ModelNode top(1);
   ModelNode middle(1);
   ModelNode bottom(1);
@@ -69,7 +69,7 @@ TEST_F(ModelNodeTest, RejectsANodeAsItsOwnDescendant) {
   EXPECT_EQ(bottom.add(&bottom), ModelRes_BadArgument);
 }
 
-TEST_F(ModelNodeTest, AcceptsSeveralProxiesAndFindsNone) {
+TEST_F(ModelNodes, AcceptsSeveralProxiesAndFindsNone) {
   ModelPart first;
   ModelPart second;
   ModelPart named(4);
@@ -83,7 +83,7 @@ TEST_F(ModelNodeTest, AcceptsSeveralProxiesAndFindsNone) {
   EXPECT_EQ(root_.children(), (std::vector<ModelPart*>{&named, &second}));
 }
 
-TEST_F(ModelNodeTest, RemovesChildrenOnly) {
+TEST_F(ModelNodes, RemovesChildrenOnly) {
   ModelNode node(1);
   ModelPart child(1);
   ModelPart other(1);
@@ -97,7 +97,7 @@ TEST_F(ModelNodeTest, RemovesChildrenOnly) {
   EXPECT_EQ(other.parent(), &node);
 }
 
-TEST_F(ModelNodeTest, FindsEveryChildAfterAnyOrderOfAddingAndRemoving) {
+TEST_F(ModelNodes, FindsEveryChildAfterAnyOrderOfAddingAndRemoving) {
   std::mt19937 random(3);
   std::vector<std::unique_ptr<ModelPart>> parts;
   for (ModelPartId id = 0; id < 300; ++id) {
@@ -124,7 +124,7 @@ TEST_F(ModelNodeTest, FindsEveryChildAfterAnyOrderOfAddingAndRemoving) {
   }
 }
 
-TEST_F(ModelNodeTest, HasARootOnlyWhileInItsTree) {
+TEST_F(ModelNodes, HasARootOnlyWhileInItsTree) {
   ModelNode node(1);
   ValuePart<int> part(1, "");
   ASSERT_EQ(node.add(&part), ModelRes_Success);
@@ -136,7 +136,7 @@ TEST_F(ModelNodeTest, HasARootOnlyWhileInItsTree) {
   EXPECT_EQ(root_.findRoot(), &root_);
 }
 
-TEST_F(ModelNodeTest, MayBeDestroyedBeforeOrAfterItsChildren) {
+TEST_F(ModelNodes, MayBeDestroyedBeforeOrAfterItsChildren) {
   auto node = std::make_unique<ModelNode>(1);
   auto child = std::make_unique<ModelNode>(2);
   auto part = std::make_unique<ValuePart<int>>(3, "");
@@ -152,7 +152,7 @@ TEST_F(ModelNodeTest, MayBeDestroyedBeforeOrAfterItsChildren) {
   EXPECT_TRUE(child->children().empty());
 }
 
-TEST_F(ModelNodeTest, OutlivesItsRoot) {
+TEST_F(ModelNodes, OutlivesItsRoot) {
   auto root = std::make_unique<ModelRoot>(&manager_);
   ModelNode node(1);
   ValuePart<int> part(1, "");
@@ -165,7 +165,7 @@ TEST_F(ModelNodeTest, OutlivesItsRoot) {
   EXPECT_EQ(part.findRoot(), &root_);
 }
 
-TEST_F(ModelNodeTest, MayBeTenThousandLevelsDeep) {
+TEST_F(ModelNodes, MayBeTenThousandLevelsDeep) {
   constexpr std::size_t depth = 10000;
   std::vector<std::unique_ptr<ModelNode>> nodes;
   for (std::size_t level = 0; level < depth; ++level) {
@@ -184,7 +184,7 @@ std::vector<ModelPartId> idsOf(const internal::ResolvedChain& resolved) {
   return {resolved.chain().begin(), resolved.chain().end()};
 }
 
-TEST_F(ModelNodeTest, ChainCallsEachLevelOnce) {
+TEST_F(ModelNodes, ChainCallsEachLevelOnce) {
   ProxyPart part(root_);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
   part.at({4, 0, 65533});
@@ -196,7 +196,7 @@ TEST_F(ModelNodeTest, ChainCallsEachLevelOnce) {
   EXPECT_EQ(part.parentCalls, 3);
 }
 
-TEST_F(ModelNodeTest, ChainHasTheIdsInOrderAtAnyDepth) {
+TEST_F(ModelNodes, ChainHasTheIdsInOrderAtAnyDepth) {
   ProxyPart part(root_);
   for (const std::size_t depth : {1U, 15U, 16U, 17U, 40U}) {
     std::vector<ModelPartId> chain(depth);
@@ -206,14 +206,14 @@ TEST_F(ModelNodeTest, ChainHasTheIdsInOrderAtAnyDepth) {
   }
 }
 
-TEST_F(ModelNodeTest, ChainOfTheRootIsEmpty) {
+TEST_F(ModelNodes, ChainOfTheRootIsEmpty) {
   const internal::ResolvedChain resolved(root_);
   EXPECT_EQ(resolved.result(), ModelRes_Success);
   EXPECT_EQ(resolved.root(), &root_);
   EXPECT_TRUE(resolved.chain().empty());
 }
 
-TEST_F(ModelNodeTest, ChainHasADepthLimit) {
+TEST_F(ModelNodes, ChainHasADepthLimit) {
   ProxyPart part(root_);
   part.at(std::vector<ModelPartId>(ModelDepth_Max, 1));
   const internal::ResolvedChain deepest(part);

@@ -18,7 +18,7 @@ using namespace modelsrv_tests;
 
 using Updates = std::vector<std::pair<Chain, ModelPartIndex>>;
 
-class ReconnectionTest : public testing::Test {
+class Reconnection : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
 
@@ -32,7 +32,7 @@ class ReconnectionTest : public testing::Test {
   Client client_;
 };
 
-TEST_F(ReconnectionTest, IsTriedByEachRequestAndFailsAtOnceWithoutAServer) {
+TEST_F(Reconnection, IsTriedByEachRequestAndFailsAtOnceWithoutAServer) {
   EXPECT_EQ(client_.text(speedChain), "42");
   server_.reset();
   for (int i = 0; i < 200; ++i) {
@@ -61,10 +61,10 @@ void breakConnections() {
 }
 
 /// The server's connections end, and another server takes its name while it is still alive.
-class ReplacementTest : public ReconnectionTest {
+class Replacement : public Reconnection {
  protected:
   void SetUp() override {
-    ReconnectionTest::SetUp();
+    Reconnection::SetUp();
     // The second prefetch has several parts, so both values are cached.
     ASSERT_EQ(client_.text(labelChain), "two words");
     ASSERT_EQ(client_.text(speedChain), "42");
@@ -76,14 +76,14 @@ class ReplacementTest : public ReconnectionTest {
   std::unique_ptr<Server> other_;
 };
 
-TEST_F(ReplacementTest, UsesNothingCachedOfTheFirstServerAfterAStoreAtTheSecond) {
+TEST_F(Replacement, UsesNothingCachedOfTheFirstServerAfterAStoreAtTheSecond) {
   ASSERT_EQ(client_.load(labelChain, "new"), ModelRes_Success);
   EXPECT_EQ(other_->label.value(), "new");
   EXPECT_EQ(client_.text(labelChain), "new");
   EXPECT_EQ(client_.text(speedChain), "7");
 }
 
-TEST_F(ReplacementTest, RestoresALostConnectionWithTheNextRequest) {
+TEST_F(Replacement, RestoresALostConnectionWithTheNextRequest) {
   // The client notices the loss while it dispatches events.
   while (client_.manager.receiveEvent(20000) == EvtSrv::EvtRes_Success &&
          client_.text(speedChain) == "42") {
@@ -91,7 +91,7 @@ TEST_F(ReplacementTest, RestoresALostConnectionWithTheNextRequest) {
   EXPECT_EQ(client_.text(speedChain), "7");
 }
 
-TEST_F(ReconnectionTest, RenewsSubscriptions) {
+TEST_F(Reconnection, RenewsSubscriptions) {
   int context = 0;
   ASSERT_EQ(client_.subscribe(speedChain, all, &context), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(gainsChain, 1), ModelRes_Success);
@@ -105,7 +105,7 @@ TEST_F(ReconnectionTest, RenewsSubscriptions) {
   EXPECT_EQ(client_.part.updates, (std::vector<ProxyPart::Update>{{nullptr, 1}, {&context, all}}));
 }
 
-TEST_F(ReconnectionTest, RenewsDoubleSubscriptions) {
+TEST_F(Reconnection, RenewsDoubleSubscriptions) {
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   restartServer();
@@ -116,7 +116,7 @@ TEST_F(ReconnectionTest, RenewsDoubleSubscriptions) {
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_NotSubscribed);
 }
 
-TEST_F(ReconnectionTest, DropsSubscriptionsThatTheNewServerRejects) {
+TEST_F(Reconnection, DropsSubscriptionsThatTheNewServerRejects) {
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(labelChain), ModelRes_Success);
   ASSERT_EQ(client_.subscribe(gainsChain), ModelRes_Success);
@@ -128,7 +128,7 @@ TEST_F(ReconnectionTest, DropsSubscriptionsThatTheNewServerRejects) {
   EXPECT_EQ(client_.unsubscribe(gainsChain), ModelRes_Success);
 }
 
-TEST_F(ReconnectionTest, CancelsWithoutAServer) {
+TEST_F(Reconnection, CancelsWithoutAServer) {
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   server_.reset();
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
@@ -141,7 +141,7 @@ TEST_F(ReconnectionTest, CancelsWithoutAServer) {
   EXPECT_EQ(client_.root.updates, Updates{});
 }
 
-TEST_F(ReconnectionTest, DoesNotHappenIfTheManagerDoesNotReconnect) {
+TEST_F(Reconnection, DoesNotHappenIfTheManagerDoesNotReconnect) {
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   ModelRoot root(&manager);
   ProxyPart part(root);
@@ -155,7 +155,7 @@ TEST_F(ReconnectionTest, DoesNotHappenIfTheManagerDoesNotReconnect) {
   EXPECT_EQ(part.at(speedChain).save(text, all), ModelRes_Success);
 }
 
-TEST_F(ReconnectionTest, DoesNotHappenIfTheServerHangsAndFurtherRequestsFailAtOnce) {
+TEST_F(Reconnection, DoesNotHappenIfTheServerHangsAndFurtherRequestsFailAtOnce) {
   ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
   server_->pump.reset();
   std::string text;

@@ -32,7 +32,7 @@ class SilentPart : public ModelPart {
 };
 
 /// Passes prefetch replies from a writer to a cache.
-class ReplyCacheTest : public testing::Test {
+class ReplyCaching : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(page_.open(), EvtSrv::EvtRes_Success);
@@ -79,7 +79,7 @@ class ReplyCacheTest : public testing::Test {
   ReplyCache cache_{system_};
 };
 
-TEST_F(ReplyCacheTest, HasAPartAndThePartsThatFollowIt) {
+TEST_F(ReplyCaching, HasAPartAndThePartsThatFollowIt) {
   ASSERT_NE(replace({5, 2}, prefetch(x_, 100)), nullptr);
   EXPECT_EQ(value({5, 2}), "7");
   EXPECT_EQ(value({5, 1}), "one\n\nthree");
@@ -91,7 +91,7 @@ TEST_F(ReplyCacheTest, HasAPartAndThePartsThatFollowIt) {
   EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, HasChildrenAndElements) {
+TEST_F(ReplyCaching, HasChildrenAndElements) {
   ASSERT_NE(replace({}, prefetch(root_, 100)), nullptr);
   Chain ids;
   std::vector<std::string> names;
@@ -113,7 +113,7 @@ TEST_F(ReplyCacheTest, HasChildrenAndElements) {
   EXPECT_EQ(value({5}), describe(ModelRes_NoValue));
 }
 
-TEST_F(ReplyCacheTest, LacksLongValuesAndPartsThatAreNotInTheReply) {
+TEST_F(ReplyCaching, LacksLongValuesAndPartsThatAreNotInTheReply) {
   ASSERT_NE(replace({}, prefetch(root_, 100)), nullptr);
   EXPECT_EQ(value({9}), "?");
   EXPECT_EQ(value({30}), "?");
@@ -122,13 +122,13 @@ TEST_F(ReplyCacheTest, LacksLongValuesAndPartsThatAreNotInTheReply) {
   EXPECT_EQ(value({77}), "?");
 }
 
-TEST_F(ReplyCacheTest, HasAsManyPartsAsWereRequested) {
+TEST_F(ReplyCaching, HasAsManyPartsAsWereRequested) {
   ASSERT_NE(replace({5}, prefetch(b_, 2)), nullptr);
   EXPECT_NE(cache_.find(Chain{5, 2}, Data::value), nullptr);
   EXPECT_EQ(cache_.find(Chain{5, 1}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RequestsMorePartsTheMoreWereUsed) {
+TEST_F(ReplyCaching, RequestsMorePartsTheMoreWereUsed) {
   EXPECT_EQ(cache_.partsToPrefetch(), 1);
   ASSERT_NE(replace({}, prefetch(root_, 6)), nullptr);
   EXPECT_EQ(cache_.partsToPrefetch(), 4);
@@ -138,7 +138,7 @@ TEST_F(ReplyCacheTest, RequestsMorePartsTheMoreWereUsed) {
   EXPECT_EQ(cache_.partsToPrefetch(), 12);
 }
 
-TEST_F(ReplyCacheTest, KeepsTheStructureWhenTheEpochEnds) {
+TEST_F(ReplyCaching, KeepsTheStructureWhenTheEpochEnds) {
   ASSERT_NE(replace({}, prefetch(root_, 100)), nullptr);
   page_.advance();
   EXPECT_EQ(value({5, 2}), "?");
@@ -151,7 +151,7 @@ TEST_F(ReplyCacheTest, KeepsTheStructureWhenTheEpochEnds) {
   EXPECT_EQ(cache_.find(Chain{5}, Data::structure), nullptr);
 }
 
-TEST_F(ReplyCacheTest, LosesTheValuesWhenTheEpochEnds) {
+TEST_F(ReplyCaching, LosesTheValuesWhenTheEpochEnds) {
   const Bytes reply = prefetch(root_, 100);
   ASSERT_NE(replace({}, reply), nullptr);
   page_.advance();
@@ -164,7 +164,7 @@ TEST_F(ReplyCacheTest, LosesTheValuesWhenTheEpochEnds) {
   EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, IsUnusableIfThePageCannotBeOpened) {
+TEST_F(ReplyCaching, IsUnusableIfThePageCannotBeOpened) {
   Bytes reply = prefetch(root_, 100);
   reply[9] ^= 1;
   const ReplyCache::Part* part = replace({}, reply);
@@ -175,7 +175,7 @@ TEST_F(ReplyCacheTest, IsUnusableIfThePageCannotBeOpened) {
   EXPECT_EQ(cache_.find({}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RejectsAReplyThatIsTruncatedInAPart) {
+TEST_F(ReplyCaching, RejectsAReplyThatIsTruncatedInAPart) {
   const Bytes whole = prefetch(root_, 100);
   const Bytes one = prefetch(root_, 1);
   for (std::size_t size = 0; size < one.size(); ++size) {
@@ -186,14 +186,14 @@ TEST_F(ReplyCacheTest, RejectsAReplyThatIsTruncatedInAPart) {
   EXPECT_NE(replace({}, one), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RejectsAReplyAboutAnotherPart) {
+TEST_F(ReplyCaching, RejectsAReplyAboutAnotherPart) {
   EXPECT_EQ(replace({5}, prefetch(a_, 10)), nullptr);
   EXPECT_EQ(replace({5, 1}, prefetch(b_, 10)), nullptr);
   EXPECT_EQ(replace({}, prefetch(b_, 10)), nullptr);
   EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RejectsAReplyWithMorePartsThanAClientRequests) {
+TEST_F(ReplyCaching, RejectsAReplyWithMorePartsThanAClientRequests) {
   Bytes reply = prefetch(x_, 1);
   const std::size_t start = sizeof(std::uint32_t) * 4 + 16;
   const Bytes part(reply.begin() + start, reply.end());
@@ -209,7 +209,7 @@ TEST_F(ReplyCacheTest, RejectsAReplyWithMorePartsThanAClientRequests) {
   EXPECT_EQ(cache_.find(Chain{5, 2}, Data::value), nullptr);
 }
 
-TEST_F(ReplyCacheTest, RejectsAReplyLongerThanAServerWrites) {
+TEST_F(ReplyCaching, RejectsAReplyLongerThanAServerWrites) {
   const Bytes reply = prefetch(x_, 1);
   const Bytes handle(reply.begin(), reply.begin() + sizeof(std::uint32_t) * 4 + 16);
   // A reply of that size with one part, whose value is all zeros.
@@ -231,7 +231,7 @@ TEST_F(ReplyCacheTest, RejectsAReplyLongerThanAServerWrites) {
   EXPECT_EQ(replace({5, 2}, replyOfSize(256 * 1024 + 1)), nullptr);
 }
 
-TEST_F(ReplyCacheTest, IsUnusableAfterTheServersThreadHasEnded) {
+TEST_F(ReplyCaching, IsUnusableAfterTheServersThreadHasEnded) {
   auto page = std::make_unique<StatusPage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
   const std::lock_guard lock(manager_.clientMutex);
@@ -255,7 +255,7 @@ class UnreliableNode : public ModelNode {
   int calls_ = 0;
 };
 
-TEST_F(ReplyCacheTest, LacksDescendantsOfAPartThatIsNotCacheable) {
+TEST_F(ReplyCaching, LacksDescendantsOfAPartThatIsNotCacheable) {
   UnreliableNode unreliable;
   ValuePart<int> child{1, "child", 3};
   ValuePart<int> sibling{50, "sibling", 4};
@@ -275,7 +275,7 @@ TEST_F(ReplyCacheTest, LacksDescendantsOfAPartThatIsNotCacheable) {
 }
 
 /// A root with a hundred texts.
-class PrefetchWriterTest : public testing::Test {
+class PrefetchWriting : public testing::Test {
  protected:
   Bytes prefetchReplyOf(std::size_t textSize) {
     EXPECT_EQ(page_.open(), EvtSrv::EvtRes_Success);
@@ -319,7 +319,7 @@ class PrefetchWriterTest : public testing::Test {
   ReplyCache cache_{system_};
 };
 
-TEST_F(PrefetchWriterTest, StopsWhenAPipeWouldBeFull) {
+TEST_F(PrefetchWriting, StopsWhenAPipeWouldBeFull) {
   const Bytes reply = prefetchReplyOf(2000);
   EXPECT_GT(reply.size(), prefetchSize / 2);
   EXPECT_LE(reply.size(), prefetchSize + 64);
@@ -327,22 +327,22 @@ TEST_F(PrefetchWriterTest, StopsWhenAPipeWouldBeFull) {
   EXPECT_EQ(cache_.find(Chain{40}, Data::value), nullptr);
 }
 
-TEST_F(PrefetchWriterTest, StopsAfterReadingManyLongTexts) {
+TEST_F(PrefetchWriting, StopsAfterReadingManyLongTexts) {
   const Bytes reply = prefetchReplyOf(30'000);
   EXPECT_LT(reply.size(), 2000U);
   EXPECT_NE(cache_.find(Chain{0}, Data::value), nullptr);
   EXPECT_EQ(cache_.find(Chain{5}, Data::value), nullptr);
 }
 
-TEST_F(PrefetchWriterTest, WritesATextOfMaximumLength) {
+TEST_F(PrefetchWriting, WritesATextOfMaximumLength) {
   EXPECT_TRUE(hasFirstText(longestText));
 }
 
-TEST_F(PrefetchWriterTest, LeavesOutALongerText) {
+TEST_F(PrefetchWriting, LeavesOutALongerText) {
   EXPECT_FALSE(hasFirstText(longestText + 1));
 }
 
-TEST_F(PrefetchWriterTest, KeepsNoMemoryForALongText) {
+TEST_F(PrefetchWriting, KeepsNoMemoryForALongText) {
   const Bytes reply = prefetchReplyOf(1'000'000);
   EXPECT_LT(reply.capacity(), 100'000U);
 }

@@ -23,7 +23,7 @@ constexpr ModelPartIndex all = ModelPartIndex_All;
 using Update = std::pair<const ModelPart*, ModelPartIndex>;
 using Updates = std::vector<Update>;
 
-class SessionSubscriptionsTest : public testing::Test {
+class SubscriptionsOfASession : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(root_.add(&speed_), ModelRes_Success);
@@ -52,7 +52,7 @@ class SessionSubscriptionsTest : public testing::Test {
   const std::lock_guard<KSTD::KThreadMutex> lock_{manager_.clientMutex};
 };
 
-TEST_F(SessionSubscriptionsTest, QueuesUpdatesOfSubscribedPartsOnly) {
+TEST_F(SubscriptionsOfASession, QueuesUpdatesOfSubscribedPartsOnly) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   EXPECT_EQ(level_.setValue(1), ModelRes_Success);
   EXPECT_EQ(takeAll(), Updates{});
@@ -62,7 +62,7 @@ TEST_F(SessionSubscriptionsTest, QueuesUpdatesOfSubscribedPartsOnly) {
   EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, QueuesNoUpdateForTheSameValue) {
+TEST_F(SubscriptionsOfASession, QueuesNoUpdateForTheSameValue) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(0), ModelRes_Success);
@@ -71,7 +71,7 @@ TEST_F(SessionSubscriptionsTest, QueuesNoUpdateForTheSameValue) {
   EXPECT_EQ(takeAll(), Updates{});
 }
 
-TEST_F(SessionSubscriptionsTest, QueuesOneUpdateOfEachIndexInTheOrderOfTheFirstChange) {
+TEST_F(SubscriptionsOfASession, QueuesOneUpdateOfEachIndexInTheOrderOfTheFirstChange) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(level_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
@@ -88,7 +88,7 @@ TEST_F(SessionSubscriptionsTest, QueuesOneUpdateOfEachIndexInTheOrderOfTheFirstC
   EXPECT_EQ(takeAll(), (Updates{{&level_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, ToTheWholeValueMatchesEveryElement) {
+TEST_F(SubscriptionsOfASession, ToTheWholeValueMatchesEveryElement) {
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(1, 5), ModelRes_Success);
   EXPECT_EQ(gains_.setValues({1, 5, 0}), ModelRes_Success);
@@ -96,7 +96,7 @@ TEST_F(SessionSubscriptionsTest, ToTheWholeValueMatchesEveryElement) {
   EXPECT_EQ(takeAll(), (Updates{{&gains_, 1}, {&gains_, 0}, {&gains_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, ToOneElementMatchesItAndTheWholeValue) {
+TEST_F(SubscriptionsOfASession, ToOneElementMatchesItAndTheWholeValue) {
   ASSERT_EQ(session_.add(gains_, 1), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(0, 5), ModelRes_Success);
   EXPECT_EQ(takeAll(), Updates{});
@@ -106,7 +106,7 @@ TEST_F(SessionSubscriptionsTest, ToOneElementMatchesItAndTheWholeValue) {
   EXPECT_EQ(takeAll(), (Updates{{&gains_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, QueuesNoElementWhileTheWholeValueIsPending) {
+TEST_F(SubscriptionsOfASession, QueuesNoElementWhileTheWholeValueIsPending) {
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   EXPECT_EQ(gains_.setValues({1, 1, 1}), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(0, 2), ModelRes_Success);
@@ -115,7 +115,7 @@ TEST_F(SessionSubscriptionsTest, QueuesNoElementWhileTheWholeValueIsPending) {
   EXPECT_EQ(takeAll(), (Updates{{&gains_, 0}}));
 }
 
-TEST_F(SessionSubscriptionsTest, CountsSubscriptionsToTheSameIndex) {
+TEST_F(SubscriptionsOfASession, CountsSubscriptionsToTheSameIndex) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   EXPECT_EQ(session_.count(), 2U);
@@ -131,7 +131,7 @@ TEST_F(SessionSubscriptionsTest, CountsSubscriptionsToTheSameIndex) {
   EXPECT_EQ(session_.count(), 0U);
 }
 
-TEST_F(SessionSubscriptionsTest, CancelsByIndex) {
+TEST_F(SubscriptionsOfASession, CancelsByIndex) {
   ASSERT_EQ(session_.add(gains_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(gains_, 2), ModelRes_Success);
   EXPECT_EQ(session_.cancel(gains_, 1), ModelRes_NotSubscribed);
@@ -141,7 +141,7 @@ TEST_F(SessionSubscriptionsTest, CancelsByIndex) {
   EXPECT_EQ(takeAll(), (Updates{{&gains_, 2}}));
 }
 
-TEST_F(SessionSubscriptionsTest, HasALimit) {
+TEST_F(SubscriptionsOfASession, HasALimit) {
   for (std::size_t i = 0; i < maxSubscriptions; ++i) {
     ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   }
@@ -151,7 +151,7 @@ TEST_F(SessionSubscriptionsTest, HasALimit) {
   EXPECT_EQ(session_.add(level_, all), ModelRes_Success);
 }
 
-TEST_F(SessionSubscriptionsTest, DropsPendingUpdatesWithTheLastCancellation) {
+TEST_F(SubscriptionsOfASession, DropsPendingUpdatesWithTheLastCancellation) {
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
   ASSERT_EQ(session_.add(level_, all), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
@@ -164,7 +164,7 @@ TEST_F(SessionSubscriptionsTest, DropsPendingUpdatesWithTheLastCancellation) {
   EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, EndsWithThePartAndDropsItsPendingUpdates) {
+TEST_F(SubscriptionsOfASession, EndsWithThePartAndDropsItsPendingUpdates) {
   auto node = std::make_unique<ModelNode>(7);
   auto part = std::make_unique<ValuePart<std::int32_t>>(1, "");
   ASSERT_EQ(root_.add(node.get()), ModelRes_Success);
@@ -181,7 +181,7 @@ TEST_F(SessionSubscriptionsTest, EndsWithThePartAndDropsItsPendingUpdates) {
   EXPECT_EQ(takeAll(), (Updates{{&speed_, all}}));
 }
 
-TEST_F(SessionSubscriptionsTest, KeepsTheQueueOfAClientThatReceivesNothingBounded) {
+TEST_F(SubscriptionsOfASession, KeepsTheQueueOfAClientThatReceivesNothingBounded) {
   for (int i = 1; i <= 100000; ++i) {
     ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);
     ASSERT_EQ(speed_.setValue(i), ModelRes_Success);
@@ -191,7 +191,7 @@ TEST_F(SessionSubscriptionsTest, KeepsTheQueueOfAClientThatReceivesNothingBounde
   EXPECT_EQ(takeAll(), Updates{});
 }
 
-TEST_F(SessionSubscriptionsTest, IsIndependentOfOtherClients) {
+TEST_F(SubscriptionsOfASession, IsIndependentOfOtherClients) {
   modelsrv_tests::FakeConnection otherConnection;
   auto other = std::make_unique<SessionSubscriptions>(otherConnection);
   ASSERT_EQ(session_.add(speed_, all), ModelRes_Success);

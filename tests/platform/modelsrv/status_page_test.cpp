@@ -20,7 +20,7 @@ namespace {
 using EvtSrv::internal::forkChild;
 using EvtSrv::internal::openDescriptors;
 
-class StatusPageTest : public testing::Test {
+class StatusPages : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(page_->open(), EvtSrv::EvtRes_Success); }
 
@@ -33,7 +33,7 @@ class StatusPageTest : public testing::Test {
   StatusPageReader reader_{system_};
 };
 
-TEST_F(StatusPageTest, IsCurrentForThePresentEpochOnly) {
+TEST_F(StatusPages, IsCurrentForThePresentEpochOnly) {
   ASSERT_TRUE(reader_.open(page_->handle()));
   const std::uint64_t first = page_->epoch();
   EXPECT_TRUE(reader_.isCurrent(first));
@@ -43,7 +43,7 @@ TEST_F(StatusPageTest, IsCurrentForThePresentEpochOnly) {
   EXPECT_TRUE(reader_.isCurrent(page_->epoch()));
 }
 
-TEST_F(StatusPageTest, KeepsTheStructureVersionWhenTheEpochEnds) {
+TEST_F(StatusPages, KeepsTheStructureVersionWhenTheEpochEnds) {
   ASSERT_TRUE(reader_.open(page_->handle()));
   const std::uint64_t first = page_->epoch();
   page_->advance();
@@ -56,7 +56,7 @@ TEST_F(StatusPageTest, KeepsTheStructureVersionWhenTheEpochEnds) {
   EXPECT_FALSE(reader_.isStructureCurrent(page_->epoch()));
 }
 
-TEST_F(StatusPageTest, IsNotCurrentAfterItIsClosed) {
+TEST_F(StatusPages, IsNotCurrentAfterItIsClosed) {
   ASSERT_TRUE(reader_.open(page_->handle()));
   const std::uint64_t epoch = page_->epoch();
   page_->close();
@@ -65,7 +65,7 @@ TEST_F(StatusPageTest, IsNotCurrentAfterItIsClosed) {
   EXPECT_FALSE(reader_.isCurrent(epoch));
 }
 
-TEST_F(StatusPageTest, IsNotCurrentAfterItsThreadHasEnded) {
+TEST_F(StatusPages, IsNotCurrentAfterItsThreadHasEnded) {
   auto page = std::make_unique<StatusPage>(system_);
   std::thread([&page] { ASSERT_EQ(page->open(), EvtSrv::EvtRes_Success); }).join();
   ASSERT_TRUE(reader_.open(page->handle()));
@@ -77,7 +77,7 @@ TEST_F(StatusPageTest, IsNotCurrentAfterItsThreadHasEnded) {
   EXPECT_EQ(next.open(), EvtSrv::EvtRes_Success);
 }
 
-TEST_F(StatusPageTest, MayBeClosedByAnotherThread) {
+TEST_F(StatusPages, MayBeClosedByAnotherThread) {
   ASSERT_TRUE(reader_.open(page_->handle()));
   const std::uint64_t epoch = page_->epoch();
   std::thread([this] { page_.reset(); }).join();
@@ -86,7 +86,7 @@ TEST_F(StatusPageTest, MayBeClosedByAnotherThread) {
   EXPECT_EQ(next.open(), EvtSrv::EvtRes_Success);
 }
 
-TEST_F(StatusPageTest, NeverGoesBackWhateverAForkedChildDoes) {
+TEST_F(StatusPages, NeverGoesBackWhateverAForkedChildDoes) {
   ASSERT_TRUE(reader_.open(page_->handle()));
   const pid_t child = forkChild();
   if (child == 0) {
@@ -102,7 +102,7 @@ TEST_F(StatusPageTest, NeverGoesBackWhateverAForkedChildDoes) {
   EXPECT_TRUE(reader_.isCurrent(5));
 }
 
-TEST_F(StatusPageTest, IsSearchedAmongRegularFilesOnly) {
+TEST_F(StatusPages, IsSearchedAmongRegularFilesOnly) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const int device = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -113,7 +113,7 @@ TEST_F(StatusPageTest, IsSearchedAmongRegularFilesOnly) {
   }
 }
 
-TEST_F(StatusPageTest, LeavesNoDescriptorOpenInTheReader) {
+TEST_F(StatusPages, LeavesNoDescriptorOpenInTheReader) {
   const std::size_t before = openDescriptors();
   ASSERT_TRUE(reader_.open(page_->handle()));
   EXPECT_EQ(openDescriptors(), before);
@@ -125,7 +125,7 @@ TEST_F(StatusPageTest, LeavesNoDescriptorOpenInTheReader) {
   EXPECT_EQ(openDescriptors(), before - 1);
 }
 
-TEST_F(StatusPageTest, CannotBeChangedByAReader) {
+TEST_F(StatusPages, CannotBeChangedByAReader) {
   const int descriptor = ::open(pagePath().c_str(), O_RDWR | O_CLOEXEC);
   ASSERT_GE(descriptor, 0);
   EXPECT_NE(::ftruncate(descriptor, 0), 0);
@@ -135,7 +135,7 @@ TEST_F(StatusPageTest, CannotBeChangedByAReader) {
   ::close(descriptor);
 }
 
-TEST_F(StatusPageTest, IsRejectedWithAnotherHandle) {
+TEST_F(StatusPages, IsRejectedWithAnotherHandle) {
   StatusPageHandle handle = page_->handle();
   handle.id[3] ^= 1;
   EXPECT_FALSE(reader_.open(handle));
@@ -148,7 +148,7 @@ TEST_F(StatusPageTest, IsRejectedWithAnotherHandle) {
   EXPECT_FALSE(reader_.isOpen());
 }
 
-TEST_F(StatusPageTest, IsRejectedIfItCouldShrink) {
+TEST_F(StatusPages, IsRejectedIfItCouldShrink) {
   const off_t size = ::lseek(static_cast<int>(page_->handle().descriptor), 0, SEEK_END);
   const int other = ::memfd_create("other", MFD_CLOEXEC | MFD_ALLOW_SEALING);
   ASSERT_EQ(::ftruncate(other, size), 0);
@@ -162,7 +162,7 @@ TEST_F(StatusPageTest, IsRejectedIfItCouldShrink) {
   }
 }
 
-TEST_F(StatusPageTest, IsNotCurrentWhenTheParentLearnsOfTheServersDeath) {
+TEST_F(StatusPages, IsNotCurrentWhenTheParentLearnsOfTheServersDeath) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const pid_t child = forkChild();

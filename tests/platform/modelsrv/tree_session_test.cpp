@@ -30,7 +30,7 @@ using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
 constexpr ModelPartIndex all = ModelPartIndex_All;
 
-class TreeSessionTest : public testing::Test {
+class TreeSessions : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(root_.add(&drive_), ModelRes_Success);
@@ -76,7 +76,7 @@ class TreeSessionTest : public testing::Test {
   Bytes reply_;
 };
 
-TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutProxies) {
+TEST_F(TreeSessions, ListsChildrenInTheirOrderWithoutProxies) {
   Chain ids;
   ASSERT_EQ(handle({Operation::childIds, {3}}), ModelRes_Success);
   ASSERT_TRUE(decodeIds(reply(), ids));
@@ -93,7 +93,7 @@ TEST_F(TreeSessionTest, ListsChildrenInTheirOrderWithoutProxies) {
   EXPECT_TRUE(ids.empty());
 }
 
-TEST_F(TreeSessionTest, PrefetchesThePartItselfIfNoPartsAreRequested) {
+TEST_F(TreeSessions, PrefetchesThePartItselfIfNoPartsAreRequested) {
   EXPECT_EQ(handle({Operation::prefetch, {3, 9}, 0}), ModelRes_DoNothing);
   share_->invalidator.open();
   ASSERT_EQ(handle({Operation::prefetch, {3, 9}, 0}), ModelRes_Success);
@@ -101,7 +101,7 @@ TEST_F(TreeSessionTest, PrefetchesThePartItselfIfNoPartsAreRequested) {
   EXPECT_NE(cache.replace(std::vector<ModelPartId>{3, 9}, reply_, nativeOrder), nullptr);
 }
 
-TEST_F(TreeSessionTest, ReturnsElements) {
+TEST_F(TreeSessions, ReturnsElements) {
   const struct {
     Chain chain;
     std::uint16_t sum;
@@ -119,7 +119,7 @@ TEST_F(TreeSessionTest, ReturnsElements) {
   }
 }
 
-TEST_F(TreeSessionTest, FindsNoPartForAnUnknownChain) {
+TEST_F(TreeSessions, FindsNoPartForAnUnknownChain) {
   for (const Chain& chain : {Chain{1}, Chain{3, 1}, Chain{3, 9, 1}, Chain{65535}, Chain{3, 65535},
                              Chain{65534}, Chain(4096, 3)}) {
     for (std::uint16_t operation = 1; operation <= 8; ++operation) {
@@ -128,7 +128,7 @@ TEST_F(TreeSessionTest, FindsNoPartForAnUnknownChain) {
   }
 }
 
-TEST_F(TreeSessionTest, SavesAndLoads) {
+TEST_F(TreeSessions, SavesAndLoads) {
   ASSERT_EQ(handle({Operation::save, {3, 9}}), ModelRes_Success);
   EXPECT_EQ(text(), "42");
   ASSERT_EQ(handle({Operation::load, {3, 9}, all, false, "-7"}), ModelRes_Success);
@@ -141,7 +141,7 @@ TEST_F(TreeSessionTest, SavesAndLoads) {
   EXPECT_EQ(text(), "4");
 }
 
-TEST_F(TreeSessionTest, ReturnsWhyAStoreOrAReadFailed) {
+TEST_F(TreeSessions, ReturnsWhyAStoreOrAReadFailed) {
   EXPECT_EQ(handle({Operation::load, {3, 9}, all, false, "x"}), ModelRes_BadText);
   EXPECT_EQ(handle({Operation::load, {3, 9}, all, false, "99999999999"}), ModelRes_OutOfRange);
   EXPECT_EQ(handle({Operation::load, {3, 9}, 0, false, "1"}), ModelRes_NoSuchIndex);
@@ -154,7 +154,7 @@ TEST_F(TreeSessionTest, ReturnsWhyAStoreOrAReadFailed) {
   EXPECT_EQ(handle({Operation::save, {3, 9}, ModelPartIndex_Void}), ModelRes_NoSuchIndex);
 }
 
-TEST_F(TreeSessionTest, RepliesToBadRequests) {
+TEST_F(TreeSessions, RepliesToBadRequests) {
   EXPECT_EQ(handleBytes(0, {0, 0}, nativeOrder), ModelRes_BadRequest);
   EXPECT_EQ(handleBytes(9, {0, 0}, nativeOrder), ModelRes_BadRequest);
   EXPECT_EQ(handleBytes(1, {}, nativeOrder), ModelRes_BadRequest);
@@ -162,14 +162,14 @@ TEST_F(TreeSessionTest, RepliesToBadRequests) {
   EXPECT_EQ(handleBytes(1, {255, 255}, nativeOrder), ModelRes_BadRequest);
 }
 
-TEST_F(TreeSessionTest, ServesAClientWithTheOtherByteOrder) {
+TEST_F(TreeSessions, ServesAClientWithTheOtherByteOrder) {
   modelsrv_tests::ForeignBytes bytes;
   bytes.u16(2).u16(3).u16(9).u16(all).u8(0).text("258");
   EXPECT_EQ(handleBytes(6, bytes.get(), modelsrv_tests::foreignOrder), ModelRes_Success);
   EXPECT_EQ(speed_.value(), 258);
 }
 
-TEST_F(TreeSessionTest, SubscribesToSubscribablePartsOnly) {
+TEST_F(TreeSessions, SubscribesToSubscribablePartsOnly) {
   EXPECT_EQ(handle({Operation::subscribe, {3, 5}}), ModelRes_NotSubscribable);
   EXPECT_EQ(handle({Operation::subscribe, {3, 9}, 0}), ModelRes_NoSuchIndex);
   EXPECT_EQ(handle({Operation::subscribe, {3, 2}, 2}), ModelRes_NoSuchIndex);
@@ -180,7 +180,7 @@ TEST_F(TreeSessionTest, SubscribesToSubscribablePartsOnly) {
   EXPECT_EQ(handle({Operation::unsubscribe, {3, 2}, 1}), ModelRes_NotSubscribed);
 }
 
-TEST_F(TreeSessionTest, NotifiesTheStoringClientToo) {
+TEST_F(TreeSessions, NotifiesTheStoringClientToo) {
   ASSERT_EQ(handle({Operation::subscribe, {3, 9}}), ModelRes_Success);
   ASSERT_EQ(handle({Operation::load, {3, 9}, all, false, "5"}), ModelRes_Success);
   EXPECT_EQ(connection_.pendingCalls, 1);
@@ -197,7 +197,7 @@ TEST_F(TreeSessionTest, NotifiesTheStoringClientToo) {
   EXPECT_FALSE(session_.takeEvent(type, payload));
 }
 
-TEST_F(TreeSessionTest, EndsItsSubscriptionsWhenDestroyed) {
+TEST_F(TreeSessions, EndsItsSubscriptionsWhenDestroyed) {
   modelsrv_tests::FakeConnection connection;
   auto session = std::make_unique<TreeSession>(share_, connection);
   const Bytes payload = payloadOf({Operation::subscribe, {3, 9}});
@@ -229,7 +229,7 @@ class InterruptedPart final : public ModelPart {
   }
 };
 
-TEST_F(TreeSessionTest, ServesOneClientWhileItServesAnother) {
+TEST_F(TreeSessions, ServesOneClientWhileItServesAnother) {
   InterruptedPart part(7);
   ASSERT_EQ(root_.add(&part), ModelRes_Success);
   share_->invalidator.open();
@@ -257,7 +257,7 @@ TEST_F(TreeSessionTest, ServesOneClientWhileItServesAnother) {
   }
 }
 
-TEST_F(TreeSessionTest, RejectsASaveAboveTheLimit) {
+TEST_F(TreeSessions, RejectsASaveAboveTheLimit) {
   ArrayPart<std::string> texts(8, "", {std::string(ModelValueText_Max, 'x'), "y"});
   ASSERT_EQ(root_.add(&texts), ModelRes_Success);
   EXPECT_EQ(handle({Operation::save, {8}}), ModelRes_TooLarge);
