@@ -2,17 +2,32 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "commands/tree_scope.h"
 #include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_node.h"
 #include "tests/model/sample_server.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/port_name.h"
 
 namespace treescope::test {
+
+/// A node that counts the requests about it and the parts below it.
+class CountedNode : public ModelSrv::ModelNode {
+ public:
+  using ModelNode::ModelNode;
+  std::atomic<int> requests{0};
+
+ protected:
+  ModelNode* asNode() override {
+    ++requests;
+    return ModelNode::asNode();
+  }
+};
 
 /// A shell in batch mode and a server of the sample tree, not yet connected.
 class ScopeFixture : public testing::Test {

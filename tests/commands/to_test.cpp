@@ -162,19 +162,6 @@ TEST_F(To, WritesTextsOfAnyBytes) {
   EXPECT_EQ(directory_.read("f"), "set " + bytes + " /drive\n");
 }
 
-/// A node that counts the requests about it and the parts below it.
-class CountedNode : public ModelSrv::ModelNode {
- public:
-  using ModelNode::ModelNode;
-  std::atomic<int> requests{0};
-
- protected:
-  ModelNode* asNode() override {
-    ++requests;
-    return ModelNode::asNode();
-  }
-};
-
 TEST_F(To, RequestsTheIdsAndTheNamesOfChildrenOnce) {
   CountedNode counted(60, "counted");
   ModelSrv::ModelNode inner(1, "inner");

@@ -65,19 +65,6 @@ TEST_F(Connection, CanBeOpenedToAnotherServerAfterwards) {
   EXPECT_THAT(scope_.currentPath(), ElementsAre(other));
 }
 
-/// A node that counts the requests about it and the parts below it.
-class CountedNode : public ModelSrv::ModelNode {
- public:
-  using ModelNode::ModelNode;
-  std::atomic<int> requests{0};
-
- protected:
-  ModelNode* asNode() override {
-    ++requests;
-    return ModelNode::asNode();
-  }
-};
-
 TEST_F(Connection, EndsWithTheShellAndItsSubscriptions) {
   CountedNode node(41, "node");
   ModelSrv::ValuePart<bool> part(1, "part");

@@ -7,13 +7,13 @@ using ModelSrv::ModelRes_Success;
 using ModelSrv::ModelRes_Timeout;
 using std::chrono::milliseconds;
 
-constexpr milliseconds timeout{2000};
+constexpr milliseconds replyTimeout{2000};
 /// A busy machine may take longer.
 constexpr milliseconds maxTimeout{6000};
 
 void expectTimeout(const Reply& reply) {
   EXPECT_EQ(reply.result, ModelRes_Timeout);
-  EXPECT_GE(reply.elapsed, timeout - milliseconds(50));
+  EXPECT_GE(reply.elapsed, replyTimeout - milliseconds(50));
   EXPECT_LT(reply.elapsed, maxTimeout);
 }
 

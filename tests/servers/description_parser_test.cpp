@@ -37,7 +37,7 @@ std::string rootWith(std::string_view entry) {
   return R"({"name": "Model_t", "children": [)" + std::string(entry) + "]}";
 }
 
-constexpr std::string_view sample = R"({"name": "Model_device", "children": [
+constexpr std::string_view sampleText = R"({"name": "Model_device", "children": [
   {"id": 1, "name": "drive", "children": [
     {"id": 1, "name": "speed", "type": "int32", "value": 42},
     {"id": 2, "name": "label", "type": "text", "value": "two words"},
@@ -51,7 +51,7 @@ constexpr std::string_view sample = R"({"name": "Model_device", "children": [
   {"id": 2, "name": "empty", "children": []}]})";
 
 TEST(DescriptionParser, KeepsNodesPartsAndTheirOrder) {
-  const TreeDescription tree = parsed(sample);
+  const TreeDescription tree = parsed(sampleText);
   EXPECT_EQ(tree.name, "Model_device");
   ASSERT_EQ(tree.entries.size(), 10U);
   EXPECT_EQ(tree.entries[0].parent, rootEntry);
@@ -68,7 +68,7 @@ TEST(DescriptionParser, KeepsNodesPartsAndTheirOrder) {
 }
 
 TEST(DescriptionParser, KeepsElementsWithAndWithoutNames) {
-  const TreeDescription tree = parsed(sample);
+  const TreeDescription tree = parsed(sampleText);
   ASSERT_EQ(tree.entries.size(), 10U);
   EXPECT_TRUE(tree.entries[3].array);
   EXPECT_THAT(tree.entries[3].elementNames, ElementsAre("p", "i"));
@@ -86,7 +86,7 @@ TEST(DescriptionParser, NamesEveryElementIfOneIsNamed) {
 }
 
 TEST(DescriptionParser, KeepsAccessAndSubscribability) {
-  const TreeDescription tree = parsed(sample);
+  const TreeDescription tree = parsed(sampleText);
   ASSERT_EQ(tree.entries.size(), 10U);
   EXPECT_EQ(tree.entries[1].access, ModelSrv::ModelPartStatus_ReadWrite);
   EXPECT_TRUE(tree.entries[1].subscribable);
@@ -376,8 +376,8 @@ TEST(DescriptionParser, ReportsAnyErrorInOneLine) {
 }
 
 TEST(DescriptionParser, RejectsEveryTruncatedDescription) {
-  for (std::size_t size = 0; size < sample.size(); ++size) {
-    EXPECT_NE(errorOf(sample.substr(0, size)), "parsed") << size;
+  for (std::size_t size = 0; size < sampleText.size(); ++size) {
+    EXPECT_NE(errorOf(sampleText.substr(0, size)), "parsed") << size;
   }
 }
 

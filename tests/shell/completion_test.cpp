@@ -19,11 +19,11 @@ using testing::ElementsAre;
 
 using Words = std::vector<std::string>;
 
-const EditorEcho echo{" /"};
+const EditorEcho drawn{" /"};
 
 /// The bytes that redraw `line` with the cursor at its end.
 std::string redrawn(const std::string& line) {
-  return echo.redrawn(line, line.size());
+  return drawn.redrawn(line, line.size());
 }
 
 const Words everyCommand = {"cat ",  "cd ", "du ",  "eu ",  "exit ", "from ", "get ",
@@ -120,69 +120,69 @@ class Completion : public testing::Test {
 };
 
 TEST_F(Completion, OfAnEmptyLineListsEveryCommand) {
-  EXPECT_EQ(startBytes_, echo.prompt());
-  EXPECT_EQ(tab(), "\n" + listedCandidates(everyCommand) + echo.prompt());
+  EXPECT_EQ(startBytes_, drawn.prompt());
+  EXPECT_EQ(tab(), "\n" + listedCandidates(everyCommand) + drawn.prompt());
   EXPECT_EQ(line(), "");
   EXPECT_THAT(shell_.requests, ElementsAre("null null"));
 }
 
 TEST_F(Completion, OfALineOfSpacesListsEveryCommandAndKeepsTheSpaces) {
   EXPECT_EQ(tabAfter("  "),
-            "\n" + listedCandidates(everyCommand) + echo.prompt("  ") + redrawn("  "));
+            "\n" + listedCandidates(everyCommand) + drawn.prompt("  ") + redrawn("  "));
   EXPECT_EQ(line(), "  ");
   EXPECT_THAT(shell_.requests, ElementsAre("null null"));
 }
 
 TEST_F(Completion, OfACommandWordReplacesTheWholeLineWithASingleCandidate) {
-  EXPECT_EQ(tabAfter("l"), "\n" + echo.prompt("ls "));
+  EXPECT_EQ(tabAfter("l"), "\n" + drawn.prompt("ls "));
   EXPECT_EQ(line(), "ls ");
   expectCursorAtEnd();
-  EXPECT_EQ(tabAfter("   ls"), "\n" + echo.prompt("ls "));
+  EXPECT_EQ(tabAfter("   ls"), "\n" + drawn.prompt("ls "));
   EXPECT_EQ(line(), "ls ");
   EXPECT_THAT(shell_.requests, ElementsAre("'l' null", "'ls' null"));
 }
 
 TEST_F(Completion, OfACommandWordListsSeveralAndKeepsALineWithoutSpaceAndSlash) {
-  EXPECT_EQ(tabAfter("c"), "\n" + listedCandidates({"cat ", "cd "}) + echo.prompt("c"));
+  EXPECT_EQ(tabAfter("c"), "\n" + listedCandidates({"cat ", "cd "}) + drawn.prompt("c"));
   EXPECT_EQ(line(), "c");
-  EXPECT_EQ(tab(), "\n" + listedCandidates({"cat ", "cd "}) + echo.prompt("c"));
+  EXPECT_EQ(tab(), "\n" + listedCandidates({"cat ", "cd "}) + drawn.prompt("c"));
 }
 
 TEST_F(Completion, OfACommandWordAfterSpacesInsertsTheCommonBeginning) {
   EXPECT_EQ(tabAfter("  c"),
-            "\n" + listedCandidates({"cat ", "cd "}) + echo.prompt("  c") + redrawn("  c"));
+            "\n" + listedCandidates({"cat ", "cd "}) + drawn.prompt("  c") + redrawn("  c"));
   EXPECT_EQ(line(), "  c");
 }
 
 TEST_F(Completion, OfAnUnknownCommandWordPrintsThePromptAgain) {
-  EXPECT_EQ(tabAfter("pwd"), "\n" + echo.prompt("pwd"));
+  EXPECT_EQ(tabAfter("pwd"), "\n" + drawn.prompt("pwd"));
   EXPECT_EQ(line(), "pwd");
 }
 
 TEST_F(Completion, OfACompleteCommandWordCompletesTheNextWord) {
   shell_.words = {"only"};
-  EXPECT_EQ(tabAfter("ls "), "\n" + echo.prompt("ls ") + redrawn("ls only"));
+  EXPECT_EQ(tabAfter("ls "), "\n" + drawn.prompt("ls ") + redrawn("ls only"));
   EXPECT_EQ(line(), "ls only");
   expectCursorAtEnd();
   EXPECT_THAT(shell_.requests, ElementsAre("'ls ' null"));
 }
 
 TEST_F(Completion, OfAWordWithoutCandidatesPrintsThePromptAgain) {
-  EXPECT_EQ(tabAfter("get /x/a"), "\n" + echo.prompt("get /x/a"));
+  EXPECT_EQ(tabAfter("get /x/a"), "\n" + drawn.prompt("get /x/a"));
   EXPECT_EQ(line(), "get /x/a");
   EXPECT_THAT(shell_.requests, ElementsAre("'get ' '/x/a'"));
 }
 
 TEST_F(Completion, OfAWordInsertsASingleCandidate) {
   shell_.words = {"abc"};
-  EXPECT_EQ(tabAfter("get /x/a"), "\n" + echo.prompt("get /x/a") + redrawn("get /x/abc"));
+  EXPECT_EQ(tabAfter("get /x/a"), "\n" + drawn.prompt("get /x/a") + redrawn("get /x/abc"));
   EXPECT_EQ(line(), "get /x/abc");
   expectCursorAtEnd();
 }
 
 TEST_F(Completion, OfAWordListsSeveralAndInsertsTheirCommonBeginning) {
   shell_.words = {"alpha", "alpine"};
-  EXPECT_EQ(tabAfter("get /x/a"), "\n" + listedCandidates(shell_.words) + echo.prompt("get /x/a") +
+  EXPECT_EQ(tabAfter("get /x/a"), "\n" + listedCandidates(shell_.words) + drawn.prompt("get /x/a") +
                                       redrawn("get /x/alp"));
   EXPECT_EQ(line(), "get /x/alp");
   expectCursorAtEnd();
@@ -206,7 +206,7 @@ TEST_F(Completion, OfAWordReplacesOnlyItsLastComponent) {
 
 TEST_F(Completion, OfAWordAppendsASlashToTheParent) {
   shell_.words = {".."};
-  EXPECT_EQ(tabAfter("cd .."), "\n" + echo.prompt("cd ..") + redrawn("cd ../"));
+  EXPECT_EQ(tabAfter("cd .."), "\n" + drawn.prompt("cd ..") + redrawn("cd ../"));
   EXPECT_EQ(line(), "cd ../");
   shell_.words = {"..", "..a"};
   tabAfter("cd .");
@@ -216,18 +216,18 @@ TEST_F(Completion, OfAWordAppendsASlashToTheParent) {
 TEST_F(Completion, OfALineAppendsNoSlashToTheParent) {
   CapturedOutput output;
   shell_.presentLineCandidates({".."});
-  EXPECT_EQ(output.take(), echo.prompt(".."));
+  EXPECT_EQ(output.take(), drawn.prompt(".."));
   EXPECT_EQ(line(), "..");
 }
 
 TEST_F(Completion, OfALineWithoutCandidatesPrintsThePromptAgain) {
   CapturedOutput output;
   shell_.presentLineCandidates({});
-  EXPECT_EQ(output.take(), echo.prompt());
+  EXPECT_EQ(output.take(), drawn.prompt());
 }
 
 TEST_F(Completion, OfALineWithASeparatorRunsTheCommandsAfterIt) {
-  EXPECT_EQ(tabAfter("ls; q"), "\n" + echo.prompt("ls "));
+  EXPECT_EQ(tabAfter("ls; q"), "\n" + drawn.prompt("ls "));
   EXPECT_THAT(shell_.requests, ElementsAre("'ls' null", "exit"));
   EXPECT_EQ(shell_.isRunning(), 0);
 }

@@ -13,6 +13,9 @@
 
 namespace treescope {
 
+/// What an editor with the prompt "[here]$ " prints.
+inline const test_support::EditorEcho echo("here");
+
 /// A shell that records what a line editor calls, with the prompt "[here]$ ". The line
 /// "bye" ends it. To be read after the editor is destroyed, or on the thread that passes
 /// keys to it.

@@ -13,18 +13,15 @@
 namespace treescope {
 namespace {
 
-using test_support::EditorEcho;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-const EditorEcho echo("here");
 
 constexpr int control(char letter) {
   return letter & 0x1F;
 }
 
 /// What a key does to a line, and the bytes that it prints.
-struct Case {
+struct KeyCase {
   const char* name;
   std::vector<int> codes;
   std::string line;
@@ -34,7 +31,7 @@ struct Case {
   std::string bytes;
 };
 
-class KeyMap : public testing::TestWithParam<Case> {};
+class KeyMap : public testing::TestWithParam<KeyCase> {};
 
 TEST_P(KeyMap, EditsAndPrints) {
   for (const int code : GetParam().codes) {
@@ -48,7 +45,7 @@ TEST_P(KeyMap, EditsAndPrints) {
   }
 }
 
-const auto nameOfCase = [](const auto& test) { return test.param.name; };
+const auto nameOfKeyCase = [](const auto& test) { return test.param.name; };
 
 std::string deletedBackward(const std::string& line, std::size_t cursor) {
   return "\033[2K" + echo.prompt(line) + echo.redrawn(line, cursor);
@@ -65,79 +62,80 @@ const std::vector<int> browsing{control('P'), KEY_UP, KEY_PPAGE, control('N'), K
 INSTANTIATE_TEST_SUITE_P(
     Moving, KeyMap,
     testing::Values(
-        Case{"Home", home, "abc", 2, "abc", 0, echo.prompt("abc") + echo.redrawn("abc", 0)},
-        Case{"HomeOnAnEmptyLine", home, "", 0, "", 0, echo.prompt() + echo.redrawn("", 0)},
-        Case{"Left", left, "abc", 2, "abc", 1, echo.cursorAt(1)},
-        Case{"LeftAtTheBeginning", left, "abc", 0, "abc", 0, ""},
-        Case{"LeftPastTheEnd", left, "abc", 5, "abc", 4, echo.cursorAt(4)},
-        Case{"Right", right, "abc", 1, "abc", 2, echo.cursorAt(2)},
-        Case{"RightAtTheEnd", right, "abc", 3, "abc", 3, ""},
-        Case{"RightPastTheEnd", right, "abc", 4, "abc", 4, ""},
-        Case{"End", end, "abc", 1, "abc", 3, echo.cursorAt(3)},
-        Case{"EndAtTheEnd", end, "abc", 3, "abc", 3, echo.cursorAt(3)},
-        Case{"EndFromPastTheEnd", end, "abc", 5, "abc", 3, echo.cursorAt(3)},
-        Case{"Insert", {KEY_IC}, "abc", 1, "abc", 1, ""}),
-    nameOfCase);
+        KeyCase{"Home", home, "abc", 2, "abc", 0, echo.prompt("abc") + echo.redrawn("abc", 0)},
+        KeyCase{"HomeOnAnEmptyLine", home, "", 0, "", 0, echo.prompt() + echo.redrawn("", 0)},
+        KeyCase{"Left", left, "abc", 2, "abc", 1, echo.cursorAt(1)},
+        KeyCase{"LeftAtTheBeginning", left, "abc", 0, "abc", 0, ""},
+        KeyCase{"LeftPastTheEnd", left, "abc", 5, "abc", 4, echo.cursorAt(4)},
+        KeyCase{"Right", right, "abc", 1, "abc", 2, echo.cursorAt(2)},
+        KeyCase{"RightAtTheEnd", right, "abc", 3, "abc", 3, ""},
+        KeyCase{"RightPastTheEnd", right, "abc", 4, "abc", 4, ""},
+        KeyCase{"End", end, "abc", 1, "abc", 3, echo.cursorAt(3)},
+        KeyCase{"EndAtTheEnd", end, "abc", 3, "abc", 3, echo.cursorAt(3)},
+        KeyCase{"EndFromPastTheEnd", end, "abc", 5, "abc", 3, echo.cursorAt(3)},
+        KeyCase{"Insert", {KEY_IC}, "abc", 1, "abc", 1, ""}),
+    nameOfKeyCase);
 
 INSTANTIATE_TEST_SUITE_P(
     Erasing, KeyMap,
     testing::Values(
-        Case{"Backspace", backspace, "abcd", 2, "acd", 1, deletedBackward("acd", 1)},
-        Case{"BackspaceAtTheEnd", backspace, "abc", 3, "ab", 2, deletedBackward("ab", 2)},
-        Case{"BackspaceOfTheOnlyByte", backspace, "a", 1, "", 0, deletedBackward("", 0)},
-        Case{"BackspaceAtTheBeginning", backspace, "abc", 0, "abc", 0, ""},
-        Case{"BackspaceOnAnEmptyLine", backspace, "", 0, "", 0, ""},
-        Case{"BackspacePastTheEndOfAnEmptyLine", backspace, "", 1, "", 1, ""},
-        Case{"BackspacePastTheEnd", backspace, "abc", 5, "abc", 4, deletedBackward("abc", 4)},
-        Case{"Delete", deleteKeys, "abcd", 1, "acd", 1, echo.redrawn("acd", 1)},
-        Case{"DeleteAtTheBeginning", deleteKeys, "abc", 0, "bc", 0, echo.redrawn("bc", 0)},
-        Case{"DeleteAtTheEnd", deleteKeys, "abc", 3, "abc", 3, ""},
-        Case{"DeleteOnAnEmptyLine", deleteKeys, "", 0, "", 0, ""},
-        Case{"DeletePastTheEnd", deleteKeys, "abc", 4, "abc", 4, ""},
-        Case{"KillToTheEnd", {control('K')}, "abc def", 4, "abc ", 4, echo.redrawn("abc ", 4)},
-        Case{"KillAtTheEnd", {control('K')}, "abc", 3, "abc", 3, echo.redrawn("abc", 3)},
-        Case{"KillToTheStart", {control('W')}, "abc def", 4, "def", 0, echo.redrawn("def", 0)},
-        Case{"KillToTheStartAtIt", {control('W')}, "abc", 0, "abc", 0, echo.redrawn("abc", 0)},
-        Case{"KillToTheStartFromPastTheEnd", {control('W')}, "abc", 5, "", 0, echo.redrawn("", 0)}),
-    nameOfCase);
+        KeyCase{"Backspace", backspace, "abcd", 2, "acd", 1, deletedBackward("acd", 1)},
+        KeyCase{"BackspaceAtTheEnd", backspace, "abc", 3, "ab", 2, deletedBackward("ab", 2)},
+        KeyCase{"BackspaceOfTheOnlyByte", backspace, "a", 1, "", 0, deletedBackward("", 0)},
+        KeyCase{"BackspaceAtTheBeginning", backspace, "abc", 0, "abc", 0, ""},
+        KeyCase{"BackspaceOnAnEmptyLine", backspace, "", 0, "", 0, ""},
+        KeyCase{"BackspacePastTheEndOfAnEmptyLine", backspace, "", 1, "", 1, ""},
+        KeyCase{"BackspacePastTheEnd", backspace, "abc", 5, "abc", 4, deletedBackward("abc", 4)},
+        KeyCase{"Delete", deleteKeys, "abcd", 1, "acd", 1, echo.redrawn("acd", 1)},
+        KeyCase{"DeleteAtTheBeginning", deleteKeys, "abc", 0, "bc", 0, echo.redrawn("bc", 0)},
+        KeyCase{"DeleteAtTheEnd", deleteKeys, "abc", 3, "abc", 3, ""},
+        KeyCase{"DeleteOnAnEmptyLine", deleteKeys, "", 0, "", 0, ""},
+        KeyCase{"DeletePastTheEnd", deleteKeys, "abc", 4, "abc", 4, ""},
+        KeyCase{"KillToTheEnd", {control('K')}, "abc def", 4, "abc ", 4, echo.redrawn("abc ", 4)},
+        KeyCase{"KillAtTheEnd", {control('K')}, "abc", 3, "abc", 3, echo.redrawn("abc", 3)},
+        KeyCase{"KillToTheStart", {control('W')}, "abc def", 4, "def", 0, echo.redrawn("def", 0)},
+        KeyCase{"KillToTheStartAtIt", {control('W')}, "abc", 0, "abc", 0, echo.redrawn("abc", 0)},
+        KeyCase{
+            "KillToTheStartFromPastTheEnd", {control('W')}, "abc", 5, "", 0, echo.redrawn("", 0)}),
+    nameOfKeyCase);
 
 INSTANTIATE_TEST_SUITE_P(BrowsingAnEmptyHistory, KeyMap,
-                         testing::Values(Case{"PutsTheCursorAtTheEnd", browsing, "abc", 1, "abc", 3,
-                                              echo.redrawn("abc", 3)},
-                                         Case{"FromPastTheEnd", browsing, "abc", 6, "abc", 3,
-                                              echo.redrawn("abc", 3)}),
-                         nameOfCase);
+                         testing::Values(KeyCase{"PutsTheCursorAtTheEnd", browsing, "abc", 1, "abc",
+                                                 3, echo.redrawn("abc", 3)},
+                                         KeyCase{"FromPastTheEnd", browsing, "abc", 6, "abc", 3,
+                                                 echo.redrawn("abc", 3)}),
+                         nameOfKeyCase);
 
 INSTANTIATE_TEST_SUITE_P(
     Typing, KeyMap,
     testing::Values(
-        Case{"AtTheBeginning", {'x'}, "abc", 0, "xabc", 1, echo.redrawn("xabc", 1)},
-        Case{"InTheMiddle", {'x'}, "abc", 1, "axbc", 2, echo.redrawn("axbc", 2)},
-        Case{"AtTheEnd", {'x'}, "abc", 3, "abcx", 4, echo.redrawn("abcx", 4)},
-        Case{"PastTheEnd", {'x'}, "abc", 5, "abcx", 6, echo.redrawn("abcx", 6)},
-        Case{"AByteAboveAscii",
-             {0xC3},
-             "ab",
-             1,
-             "a\xC3"
-             "b",
-             2,
-             echo.redrawn("a\xC3"
-                          "b",
-                          2)},
-        Case{"AnEscapeByte", {27}, "", 0, "\033", 1, echo.redrawn("\033", 1)},
-        Case{"TheZeroByteOnlyMoves", {0}, "abc", 1, "abc", 2, echo.redrawn("abc", 2)},
-        Case{"TheZeroByteMovesPastTheEnd", {0}, "abc", 3, "abc", 4, echo.redrawn("abc", 4)},
-        Case{"ACodeWithoutALowByte", {0x100}, "abc", 1, "abc", 2, echo.redrawn("abc", 2)},
-        Case{"ACodeOfTwoBytes", {0x4241}, "x", 0, "ABx", 1, echo.redrawn("ABx", 1)},
-        Case{"TheEndOfInput",
-             {-1},
-             "",
-             0,
-             "\xFF\xFF\xFF\xFF",
-             1,
-             echo.redrawn("\xFF\xFF\xFF\xFF", 1)}),
-    nameOfCase);
+        KeyCase{"AtTheBeginning", {'x'}, "abc", 0, "xabc", 1, echo.redrawn("xabc", 1)},
+        KeyCase{"InTheMiddle", {'x'}, "abc", 1, "axbc", 2, echo.redrawn("axbc", 2)},
+        KeyCase{"AtTheEnd", {'x'}, "abc", 3, "abcx", 4, echo.redrawn("abcx", 4)},
+        KeyCase{"PastTheEnd", {'x'}, "abc", 5, "abcx", 6, echo.redrawn("abcx", 6)},
+        KeyCase{"AByteAboveAscii",
+                {0xC3},
+                "ab",
+                1,
+                "a\xC3"
+                "b",
+                2,
+                echo.redrawn("a\xC3"
+                             "b",
+                             2)},
+        KeyCase{"AnEscapeByte", {27}, "", 0, "\033", 1, echo.redrawn("\033", 1)},
+        KeyCase{"TheZeroByteOnlyMoves", {0}, "abc", 1, "abc", 2, echo.redrawn("abc", 2)},
+        KeyCase{"TheZeroByteMovesPastTheEnd", {0}, "abc", 3, "abc", 4, echo.redrawn("abc", 4)},
+        KeyCase{"ACodeWithoutALowByte", {0x100}, "abc", 1, "abc", 2, echo.redrawn("abc", 2)},
+        KeyCase{"ACodeOfTwoBytes", {0x4241}, "x", 0, "ABx", 1, echo.redrawn("ABx", 1)},
+        KeyCase{"TheEndOfInput",
+                {-1},
+                "",
+                0,
+                "\xFF\xFF\xFF\xFF",
+                1,
+                echo.redrawn("\xFF\xFF\xFF\xFF", 1)}),
+    nameOfKeyCase);
 
 TEST(Keys, EveryOtherByteIsText) {
   const std::set<int> mapped{127, 8, 1, 2, 6, 5, 4, 11, 23, 16, 14, 9, 10};

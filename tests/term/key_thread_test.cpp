@@ -23,7 +23,6 @@ namespace treescope {
 namespace {
 
 using test_support::CapturedOutput;
-using test_support::EditorEcho;
 using test_support::FedInput;
 using test_support::RecordedWrites;
 using testing::Each;
@@ -31,8 +30,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 using Writes = std::vector<std::string>;
-
-const EditorEcho echo("here");
 
 /// Runs an editor until its input or the shell has ended.
 void edit(const LineEditorHost& host) {

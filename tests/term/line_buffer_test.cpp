@@ -58,19 +58,19 @@ TEST_P(LineBufferEdit, ChangesTextAndCursor) {
 
 const auto nameOfEdit = [](const auto& test) { return test.param.name; };
 
-const auto left = [](LineBuffer& buffer) { buffer.moveLeft(); };
-const auto right = [](LineBuffer& buffer) { buffer.moveRight(); };
+const auto moveLeft = [](LineBuffer& buffer) { buffer.moveLeft(); };
+const auto moveRight = [](LineBuffer& buffer) { buffer.moveRight(); };
 const auto toStart = [](LineBuffer& buffer) { buffer.moveToStart(); };
 const auto toEnd = [](LineBuffer& buffer) { buffer.moveToEnd(); };
 const auto clear = [](LineBuffer& buffer) { buffer.clear(); };
 const auto setText = [](LineBuffer& buffer) { buffer.setText("ls "); };
 
 INSTANTIATE_TEST_SUITE_P(Moving, LineBufferEdit,
-                         testing::Values(Edit{"Left", left, "abc", 2, "abc", 1},
-                                         Edit{"LeftAtStart", left, "a", 0, "a", 0},
-                                         Edit{"LeftPastTheEnd", left, "abc", 5, "abc", 4},
-                                         Edit{"Right", right, "abc", 1, "abc", 2},
-                                         Edit{"RightAtTheEnd", right, "abc", 3, "abc", 4},
+                         testing::Values(Edit{"Left", moveLeft, "abc", 2, "abc", 1},
+                                         Edit{"LeftAtStart", moveLeft, "a", 0, "a", 0},
+                                         Edit{"LeftPastTheEnd", moveLeft, "abc", 5, "abc", 4},
+                                         Edit{"Right", moveRight, "abc", 1, "abc", 2},
+                                         Edit{"RightAtTheEnd", moveRight, "abc", 3, "abc", 4},
                                          Edit{"ToStart", toStart, "abc", 2, "abc", 0},
                                          Edit{"ToEnd", toEnd, "abc", 1, "abc", 3},
                                          Edit{"ToEndFromPastIt", toEnd, "abc", 5, "abc", 3}),

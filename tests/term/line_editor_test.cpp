@@ -15,8 +15,6 @@ namespace {
 using test_support::EditorEcho;
 using testing::ElementsAre;
 
-const EditorEcho echo("here");
-
 TEST(LineEditor, ShowsAPromptAndTheLineAfterIt) {
   EditorFixture fixture;
   const EditorEcho other("other name");

@@ -48,11 +48,6 @@ void append(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> bytes)
 
 }  // namespace
 
-void ServerLink::PendingOutput::clear() {
-  std::vector<std::uint8_t>().swap(bytes);
-  written = 0;
-}
-
 ServerLink::ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes)
     : core_(core), owner_(&owner), pipes_(std::move(pipes)) {}
 

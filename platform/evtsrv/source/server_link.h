@@ -73,7 +73,7 @@ class ServerLink final : public ServerConnection,
     std::size_t written = 0;
 
     [[nodiscard]] bool empty() const { return bytes.empty(); }
-    void clear();
+    void clear() { *this = {}; }
   };
 
   void end();

@@ -13,11 +13,9 @@ using namespace ModelSrv::internal;
 using Chain = std::vector<ModelPartId>;
 using Key = ClientSubscriptions::Key;
 
-constexpr ModelPartIndex all = ModelPartIndex_All;
-
 class SubscriptionsOfAClient : public testing::Test {
  protected:
-  Key add(ModelPart& part, const Chain& chain, ModelPartIndex index = all) {
+  Key add(ModelPart& part, const Chain& chain, ModelPartIndex index = ModelPartIndex_All) {
     subscriptions_.add({&part, chain, nullptr, index});
     return subscriptions_.lastOf(part, chain).value_or(0);
   }
@@ -53,8 +51,8 @@ TEST_F(SubscriptionsOfAClient, FindsEachSubscribedPartOnce) {
   add(second_, {2});
   EXPECT_EQ(subscriptions_.matching({1}, 3), (std::vector<Key>{element, whole}));
   EXPECT_EQ(subscriptions_.matching({1}, 4), (std::vector<Key>{whole}));
-  EXPECT_EQ(subscriptions_.matching({1}, all), (std::vector<Key>{element, whole}));
-  EXPECT_TRUE(subscriptions_.matching({}, all).empty());
+  EXPECT_EQ(subscriptions_.matching({1}, ModelPartIndex_All), (std::vector<Key>{element, whole}));
+  EXPECT_TRUE(subscriptions_.matching({}, ModelPartIndex_All).empty());
 }
 
 TEST_F(SubscriptionsOfAClient, RenewsInTheOrderOfSubscribing) {

@@ -28,8 +28,6 @@ using modelsrv_tests::payloadOf;
 
 using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
-constexpr ModelPartIndex all = ModelPartIndex_All;
-
 class TreeSessions : public testing::Test {
  protected:
   void SetUp() override {
@@ -131,7 +129,7 @@ TEST_F(TreeSessions, FindsNoPartForAnUnknownChain) {
 TEST_F(TreeSessions, SavesAndLoads) {
   ASSERT_EQ(handle({Operation::save, {3, 9}}), ModelRes_Success);
   EXPECT_EQ(text(), "42");
-  ASSERT_EQ(handle({Operation::load, {3, 9}, all, false, "-7"}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::load, {3, 9}, ModelPartIndex_All, false, "-7"}), ModelRes_Success);
   EXPECT_EQ(text(), "");
   EXPECT_EQ(speed_.value(), -7);
   ASSERT_EQ(handle({Operation::save, {3, 2}}), ModelRes_Success);
@@ -142,13 +140,15 @@ TEST_F(TreeSessions, SavesAndLoads) {
 }
 
 TEST_F(TreeSessions, ReturnsWhyAStoreOrAReadFailed) {
-  EXPECT_EQ(handle({Operation::load, {3, 9}, all, false, "x"}), ModelRes_BadText);
-  EXPECT_EQ(handle({Operation::load, {3, 9}, all, false, "99999999999"}), ModelRes_OutOfRange);
+  EXPECT_EQ(handle({Operation::load, {3, 9}, ModelPartIndex_All, false, "x"}), ModelRes_BadText);
+  EXPECT_EQ(handle({Operation::load, {3, 9}, ModelPartIndex_All, false, "99999999999"}),
+            ModelRes_OutOfRange);
   EXPECT_EQ(handle({Operation::load, {3, 9}, 0, false, "1"}), ModelRes_NoSuchIndex);
-  EXPECT_EQ(handle({Operation::load, {3, 5}, all, false, "true"}), ModelRes_Protected);
-  EXPECT_EQ(handle({Operation::load, {3, 5}, all, true, "true"}), ModelRes_Success);
-  EXPECT_EQ(handle({Operation::load, {3}, all, false, "1"}), ModelRes_NoValue);
-  EXPECT_EQ(handle({Operation::load, {}, all, false, "1"}), ModelRes_NoValue);
+  EXPECT_EQ(handle({Operation::load, {3, 5}, ModelPartIndex_All, false, "true"}),
+            ModelRes_Protected);
+  EXPECT_EQ(handle({Operation::load, {3, 5}, ModelPartIndex_All, true, "true"}), ModelRes_Success);
+  EXPECT_EQ(handle({Operation::load, {3}, ModelPartIndex_All, false, "1"}), ModelRes_NoValue);
+  EXPECT_EQ(handle({Operation::load, {}, ModelPartIndex_All, false, "1"}), ModelRes_NoValue);
   EXPECT_EQ(handle({Operation::save, {3}}), ModelRes_NoValue);
   EXPECT_EQ(handle({Operation::save, {3, 2}, 2}), ModelRes_NoSuchIndex);
   EXPECT_EQ(handle({Operation::save, {3, 9}, ModelPartIndex_Void}), ModelRes_NoSuchIndex);
@@ -164,7 +164,7 @@ TEST_F(TreeSessions, RepliesToBadRequests) {
 
 TEST_F(TreeSessions, ServesAClientWithTheOtherByteOrder) {
   modelsrv_tests::ForeignBytes bytes;
-  bytes.u16(2).u16(3).u16(9).u16(all).u8(0).text("258");
+  bytes.u16(2).u16(3).u16(9).u16(ModelPartIndex_All).u8(0).text("258");
   EXPECT_EQ(handleBytes(6, bytes.get(), modelsrv_tests::foreignOrder), ModelRes_Success);
   EXPECT_EQ(speed_.value(), 258);
 }
@@ -182,7 +182,7 @@ TEST_F(TreeSessions, SubscribesToSubscribablePartsOnly) {
 
 TEST_F(TreeSessions, NotifiesTheStoringClientToo) {
   ASSERT_EQ(handle({Operation::subscribe, {3, 9}}), ModelRes_Success);
-  ASSERT_EQ(handle({Operation::load, {3, 9}, all, false, "5"}), ModelRes_Success);
+  ASSERT_EQ(handle({Operation::load, {3, 9}, ModelPartIndex_All, false, "5"}), ModelRes_Success);
   EXPECT_EQ(connection_.pendingCalls, 1);
   std::uint16_t type = 0;
   Bytes payload{7};
@@ -193,7 +193,7 @@ TEST_F(TreeSessions, NotifiesTheStoringClientToo) {
   Update update;
   ASSERT_TRUE(decodeUpdate(PayloadReader(payload, nativeOrder), update));
   EXPECT_EQ(update.chain, (Chain{3, 9}));
-  EXPECT_EQ(update.index, all);
+  EXPECT_EQ(update.index, ModelPartIndex_All);
   EXPECT_FALSE(session_.takeEvent(type, payload));
 }
 
@@ -242,7 +242,8 @@ TEST_F(TreeSessions, ServesOneClientWhileItServesAnother) {
       modelsrv_tests::FakeConnection connection;
       TreeSession other(share_, connection);
       for (const Operation nested : {Operation::prefetch, Operation::save}) {
-        const ModelPartIndex index = nested == Operation::prefetch ? ModelPartIndex{4} : all;
+        const ModelPartIndex index =
+            nested == Operation::prefetch ? ModelPartIndex{4} : ModelPartIndex_All;
         const Bytes payload = payloadOf({nested, {3, 9}, index});
         PayloadReader reader(payload, nativeOrder);
         Bytes reply;

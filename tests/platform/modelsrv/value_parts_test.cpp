@@ -14,14 +14,12 @@ using namespace ModelSrv;
 using namespace std::string_literals;
 using internal::PartAccess;
 
-constexpr ModelPartIndex all = ModelPartIndex_All;
-
-ModelRes load(ModelPart& part, const std::string& text, ModelPartIndex index = all) {
+ModelRes load(ModelPart& part, const std::string& text, ModelPartIndex index = ModelPartIndex_All) {
   std::istringstream stream(text);
   return part.load(stream, false, index);
 }
 
-std::string save(ModelPart& part, ModelPartIndex index = all) {
+std::string save(ModelPart& part, ModelPartIndex index = ModelPartIndex_All) {
   std::ostringstream stream;
   EXPECT_EQ(part.save(stream, index), ModelRes_Success);
   return stream.str();
@@ -51,7 +49,7 @@ TEST(ValuePart, LoadsTheRestOfTheStream) {
   std::istringstream stream("skipped 12");
   std::string word;
   stream >> word;
-  EXPECT_EQ(part.load(stream, false, all), ModelRes_Success);
+  EXPECT_EQ(part.load(stream, false, ModelPartIndex_All), ModelRes_Success);
   EXPECT_EQ(part.value(), 12);
   EXPECT_EQ(stream.peek(), std::istringstream::traits_type::eof());
 }
@@ -61,7 +59,7 @@ TEST(ValuePart, LoadsFromAStreamThatWasReadToItsEnd) {
   std::istringstream stream("word");
   std::string word;
   stream >> word;
-  EXPECT_EQ(part.load(stream, false, all), ModelRes_Success);
+  EXPECT_EQ(part.load(stream, false, ModelPartIndex_All), ModelRes_Success);
   EXPECT_EQ(part.value(), "");
 }
 
@@ -69,7 +67,7 @@ TEST(ValuePart, AppendsToTheStream) {
   ValuePart<bool> part(1, "", true);
   std::ostringstream stream;
   stream << "value=";
-  EXPECT_EQ(part.save(stream, all), ModelRes_Success);
+  EXPECT_EQ(part.save(stream, ModelPartIndex_All), ModelRes_Success);
   EXPECT_EQ(stream.str(), "value=true");
 }
 
@@ -113,7 +111,7 @@ TEST(PartAccess, AllowsClientsToStoreAsTheStatusSays) {
   };
   for (const auto& c : cases) {
     ValuePart<std::int32_t> value(1, "", 1, c.status);
-    EXPECT_EQ(PartAccess::storeFromClient(value, "2", c.flag, all), c.result);
+    EXPECT_EQ(PartAccess::storeFromClient(value, "2", c.flag, ModelPartIndex_All), c.result);
     EXPECT_EQ(value.value(), c.result == ModelRes_Success ? 2 : 1);
     ArrayPart<std::int32_t> array(1, "", {1, 1}, {}, c.status);
     EXPECT_EQ(PartAccess::storeFromClient(array, "2", c.flag, 1), c.result);
@@ -126,27 +124,27 @@ TEST(StoreCheck, SeesAndVetoesClientsStores) {
   ValuePart<std::int32_t> part(1, "", 1);
   std::vector<std::int32_t> seen;
   part.setStoreCheck([&](const std::int32_t& value, ModelPartIndex index) {
-    EXPECT_EQ(index, all);
+    EXPECT_EQ(index, ModelPartIndex_All);
     EXPECT_EQ(part.value(), 1) << "called before the value is applied";
     seen.push_back(value);
     return value > 10 ? ModelRes_Vetoed : ModelRes_Success;
   });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "11", false, all), ModelRes_Vetoed);
+  EXPECT_EQ(PartAccess::storeFromClient(part, "11", false, ModelPartIndex_All), ModelRes_Vetoed);
   EXPECT_EQ(part.value(), 1);
-  EXPECT_EQ(PartAccess::storeFromClient(part, "10", false, all), ModelRes_Success);
+  EXPECT_EQ(PartAccess::storeFromClient(part, "10", false, ModelPartIndex_All), ModelRes_Success);
   EXPECT_EQ(part.value(), 10);
   EXPECT_EQ(part.setValue(99), ModelRes_Success);
   EXPECT_EQ(seen, (std::vector<std::int32_t>{11, 10}));
   part.setStoreCheck({});
-  EXPECT_EQ(PartAccess::storeFromClient(part, "11", false, all), ModelRes_Success);
+  EXPECT_EQ(PartAccess::storeFromClient(part, "11", false, ModelPartIndex_All), ModelRes_Success);
 }
 
 TEST(StoreCheck, MayReturnAnyResultExceptThoseOfTheConnection) {
   ValuePart<std::int32_t> part(1, "", 1);
   part.setStoreCheck([](const std::int32_t&, ModelPartIndex) { return ModelRes_OutOfRange; });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, all), ModelRes_OutOfRange);
+  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_OutOfRange);
   part.setStoreCheck([](const std::int32_t&, ModelPartIndex) { return ModelRes_Timeout; });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, all), ModelRes_Vetoed);
+  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_Vetoed);
 }
 
 TEST(StoreCheck, MayReplaceItselfWhileItRuns) {
@@ -156,7 +154,7 @@ TEST(StoreCheck, MayReplaceItselfWhileItRuns) {
     part.setStoreCheck({});
     return keptAlive.size() == 100 ? ModelRes_Success : ModelRes_Vetoed;
   });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, all), ModelRes_Success);
+  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_Success);
   EXPECT_EQ(part.value(), 2);
 }
 
@@ -167,7 +165,8 @@ TEST(StoreCheck, IsCalledForEveryElementBeforeAnyIsApplied) {
     indices.push_back(index);
     return value == 6 ? ModelRes_Vetoed : ModelRes_Success;
   });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "4\n5\n6", false, all), ModelRes_Vetoed);
+  EXPECT_EQ(PartAccess::storeFromClient(part, "4\n5\n6", false, ModelPartIndex_All),
+            ModelRes_Vetoed);
   EXPECT_EQ(part.values(), (std::vector<std::int32_t>{1, 2, 3}));
   EXPECT_EQ(indices, (std::vector<ModelPartIndex>{0, 1, 2}));
 }
@@ -245,7 +244,7 @@ TEST(ArrayPart, SetsAllValuesOrNone) {
 TEST(ArrayPart, RejectsASaveOfTheWholeValueAboveTheLimit) {
   ArrayPart<std::string> part(1, "", {std::string(ModelValueText_Max, 'x'), "y"});
   std::ostringstream stream;
-  EXPECT_EQ(part.save(stream, all), ModelRes_TooLarge);
+  EXPECT_EQ(part.save(stream, ModelPartIndex_All), ModelRes_TooLarge);
   EXPECT_EQ(stream.str(), "");
   EXPECT_EQ(save(part, 1), "y");
 }
@@ -287,7 +286,7 @@ TEST(ModelPart, HasNoValue) {
   ModelPart part(1, "part");
   EXPECT_EQ(load(part, "1"), ModelRes_NoValue);
   std::ostringstream stream;
-  EXPECT_EQ(part.save(stream, all), ModelRes_NoValue);
+  EXPECT_EQ(part.save(stream, ModelPartIndex_All), ModelRes_NoValue);
   EXPECT_EQ(part.update(nullptr, 0), ModelRes_DoNothing);
 }
 

@@ -1,0 +1,171 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "evtsrv/source/system.h"
+
+namespace EvtSrv::internal {
+
+/// A system in which single calls can be made to fail, and whose time can be made to
+/// advance only by waits that time out.
+class TestSystem : public PosixSystem {
+ public:
+  /// Lets the next `skip` calls of `call` pass and the `times` calls after them return
+  /// `error`.
+  void failNext(const std::string& call, int error, int skip = 0, int times = 1) {
+    call_ = call;
+    error_ = error;
+    skip_ = skip;
+    times_ = times;
+    hasFailed_ = false;
+  }
+  /// Whether a call has failed since the last `failNext`.
+  [[nodiscard]] bool hasFailed() const { return hasFailed_; }
+
+  /// From now on a wait that times out takes no time and advances the clock.
+  void freezeTime() { frozen_ = true; }
+
+  std::int64_t nowMs() override {
+    ++clockReads;
+    return PosixSystem::nowMs() + offset_;
+  }
+  int poll(std::span<pollfd> ends, int milliseconds) override {
+    if (const int error = takeError("poll"); error < 0) {
+      offset_ += failedWaitMs;
+      return error;
+    }
+    if (!frozen_ || milliseconds <= 0) {
+      return PosixSystem::poll(ends, milliseconds);
+    }
+    int ready = PosixSystem::poll(ends, 0);
+    if (ready == 0 && whileWaiting) {
+      whileWaiting();
+      ready = PosixSystem::poll(ends, 0);
+    }
+    if (ready == 0) {
+      offset_ += milliseconds;
+    }
+    return ready;
+  }
+  int createEvent() override {
+    return orError("createEvent", [&] { return PosixSystem::createEvent(); });
+  }
+  int createEpoll() override {
+    return orError("createEpoll", [&] { return PosixSystem::createEpoll(); });
+  }
+  int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
+               std::uint64_t token) override {
+    return orError("epollCtl", [&] {
+      return PosixSystem::epollCtl(epoll, operation, descriptor, interest, token);
+    });
+  }
+  int waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) override {
+    ++waits;
+    --calls;
+    return orError("waitEpoll",
+                   [&] { return PosixSystem::waitEpoll(epoll, events, milliseconds); });
+  }
+  int makeFifo(const std::string& path, mode_t mode) override {
+    made.push_back(path);
+    return orError("makeFifo", [&] { return PosixSystem::makeFifo(path, mode); });
+  }
+  int fstat(int descriptor, struct stat& out) override {
+    return orError("fstat", [&] { return PosixSystem::fstat(descriptor, out); });
+  }
+  int lstat(const std::string& path, struct stat& out) override {
+    return orError("lstat", [&] { return PosixSystem::lstat(path, out); });
+  }
+  int setMode(int descriptor, mode_t mode) override {
+    return orError("setMode", [&] { return PosixSystem::setMode(descriptor, mode); });
+  }
+  int list(const char* directory, std::string_view prefix,
+           std::vector<std::string>& names) override {
+    return orError("list", [&] { return PosixSystem::list(directory, prefix, names); });
+  }
+  int random(std::span<std::uint8_t> buffer) override {
+    return orError("random", [&] { return PosixSystem::random(buffer); });
+  }
+
+  /// What the peer does while this side waits, if time is frozen.
+  std::function<void()> whileWaiting;
+
+  /// The paths that were passed to makeFifo.
+  std::vector<std::string> made;
+
+  /// How far a wait that is made to fail advances the clock, in milliseconds.
+  int failedWaitMs = 0;
+
+  /// The number of writes of two buffers.
+  int writesOfTwoBuffers = 0;
+
+  /// The most bytes of one write and of one read.
+  std::size_t writeLimit = SIZE_MAX;
+  std::size_t readLimit = SIZE_MAX;
+
+  std::atomic<int> clockReads{0};
+
+  /// The number of waits for the reactor, and of all other calls.
+  std::atomic<int> waits{0};
+  std::atomic<int> calls{0};
+
+ protected:
+  int openOnce(const char* path, int flags) override {
+    return orError("open", [&] { return PosixSystem::openOnce(path, flags); });
+  }
+  ssize_t readOnce(int descriptor, std::span<std::uint8_t> buffer) override {
+    return orError("read", [&] {
+      return PosixSystem::readOnce(descriptor, buffer.first(std::min(readLimit, buffer.size())));
+    });
+  }
+  ssize_t writeOnce(int descriptor, std::span<const std::uint8_t> head,
+                    std::span<const std::uint8_t> body) override {
+    writesOfTwoBuffers += body.empty() ? 0 : 1;
+    return orError("write", [&] {
+      return writeLimit < head.size() + body.size()
+                 ? PosixSystem::writeOnce(descriptor, head.first(std::min(writeLimit, head.size())),
+                                          {})
+                 : PosixSystem::writeOnce(descriptor, head, body);
+    });
+  }
+  int lockOnce(int descriptor) override {
+    return orError("lock", [&] { return PosixSystem::lockOnce(descriptor); });
+  }
+
+ private:
+  /// The error that this call is to return, or 0.
+  int takeError(const char* call) {
+    ++calls;
+    if (times_ == 0 || call_ != call) {
+      return 0;
+    }
+    if (skip_ > 0) {
+      --skip_;
+      return 0;
+    }
+    --times_;
+    hasFailed_ = true;
+    return error_;
+  }
+  template <typename Call>
+  auto orError(const char* name, Call call) -> decltype(call()) {
+    const int error = takeError(name);
+    return error < 0 ? error : call();
+  }
+
+  std::string call_;
+  int error_ = 0;
+  int skip_ = 0;
+  int times_ = 0;
+  bool hasFailed_ = false;
+  bool frozen_ = false;
+  std::atomic<std::int64_t> offset_{0};
+};
+
+}  // namespace EvtSrv::internal
