@@ -20,13 +20,9 @@
 namespace test_support {
 namespace {
 
-[[noreturn]] void fail(const char* what, int error) {
-  throw std::system_error(error, std::generic_category(), what);
-}
-
 void check(int error, const char* what) {
   if (error != 0) {
-    fail(what, error);
+    throwError(what, error);
   }
 }
 
@@ -34,7 +30,7 @@ struct Pipe {
   Pipe() {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-      fail("pipe2", errno);
+      throwError("pipe2", errno);
     }
     read = Descriptor(ends[0]);
     write = Descriptor(ends[1]);
@@ -131,6 +127,10 @@ class BlockedPipeSignal {
 
 }  // namespace
 
+void throwError(const char* what, int error) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
 int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
   constexpr std::chrono::milliseconds::rep longest = 3'600'000;
   const auto left =
@@ -152,7 +152,7 @@ Process::Process(const std::vector<std::string>& command, const ProcessOptions& 
     const int error = errno;
     ::kill(pid_, SIGKILL);
     ::waitpid(pid_, nullptr, 0);
-    fail("pidfd_open", error);
+    throwError("pidfd_open", error);
   }
   input_ = std::move(in.write);
   output_.descriptor = std::move(out.read);
@@ -197,7 +197,7 @@ bool Process::pump(Clock::time_point deadline, bool forInput, bool forExit) {
                                pollfd{forExit ? pidDescriptor_.get() : -1, POLLIN, 0}};
   const int ready = ::poll(waited.data(), waited.size(), millisecondsUntil(deadline));
   if (ready < 0 && errno != EINTR) {
-    fail("poll", errno);
+    throwError("poll", errno);
   }
   if (ready == 0) {
     return false;
@@ -304,7 +304,7 @@ std::optional<ExitStatus> Process::reap() {
 void Process::signal(int number) {
   // The pid of a reaped process may belong to another one.
   if (!status_ && ::kill(pid_, number) != 0) {
-    fail("kill", errno);
+    throwError("kill", errno);
   }
 }
 

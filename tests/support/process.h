@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cerrno>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -16,6 +17,9 @@
 /// A wait that is not met returns nothing; a program that cannot be started throws
 /// `std::system_error`. For one thread.
 namespace test_support {
+
+/// Throws std::system_error: `what`, a system call, failed with the code `error`.
+[[noreturn]] void throwError(const char* what, int error = errno);
 
 /// How long a test waits for a condition that should hold soon. The one time limit of
 /// the tests: long, since sanitized builds run on busy machines, and a test that passes

@@ -16,10 +16,6 @@
 namespace test_support {
 namespace {
 
-[[noreturn]] void fail(const char* what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
 bool isEnd(int status) {
   return WIFEXITED(status) || WIFSIGNALED(status);
 }
@@ -143,13 +139,13 @@ TerminalJob::TerminalJob(const std::string& device, const std::vector<std::strin
   arguments.push_back(nullptr);
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-    fail("pipe2");
+    throwError("pipe2");
   }
   changes_ = Descriptor(ends[0]);
   Descriptor keeperEnd(ends[1]);
   keeper_ = ::fork();
   if (keeper_ == -1) {
-    fail("fork");
+    throwError("fork");
   }
   if (keeper_ == 0) {
     keep({device.c_str(), arguments.data(), keeperEnd.get(), options.directory.c_str(),
@@ -157,7 +153,7 @@ TerminalJob::TerminalJob(const std::string& device, const std::vector<std::strin
   }
   keeperEnd.close();
   if (::read(changes_.get(), &pid_, sizeof pid_) != sizeof pid_) {
-    fail("job");
+    throwError("job");
   }
 }
 
@@ -201,14 +197,14 @@ std::optional<int> TerminalJob::nextStatus() {
 
 void TerminalJob::signal(int number) {
   if (!endStatus_ && ::kill(pid_, number) != 0 && errno != ESRCH) {
-    fail("kill");
+    throwError("kill");
   }
 }
 
 void TerminalJob::request(int number) {
   acknowledged_ = false;
   if (::kill(keeper_, number) != 0) {
-    fail("keeper");
+    throwError("keeper");
   }
   pollfd waited{changes_.get(), POLLIN, 0};
   while (!acknowledged_) {

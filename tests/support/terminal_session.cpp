@@ -14,10 +14,6 @@
 namespace test_support {
 namespace {
 
-[[noreturn]] void fail(const char* what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
 /// Bytes as in a C string literal.
 std::string literal(std::string_view bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
@@ -47,14 +43,14 @@ std::string describeEnd(const ExitStatus& status) {
 termios modeOf(const PseudoTerminal& terminal) {
   termios mode{};
   if (::tcgetattr(terminal.device.get(), &mode) != 0) {
-    fail("tcgetattr");
+    throwError("tcgetattr");
   }
   return mode;
 }
 
 void setModeOf(const PseudoTerminal& terminal, const termios& mode) {
   if (::tcsetattr(terminal.device.get(), TCSANOW, &mode) != 0) {
-    fail("tcsetattr");
+    throwError("tcsetattr");
   }
 }
 
@@ -154,7 +150,7 @@ bool TerminalSession::pump(Clock::time_point deadline, bool untilWritable) {
   }
   const int ready = ::poll(waited.data(), waited.size(), millisecondsUntil(deadline));
   if (ready < 0 && errno != EINTR) {
-    fail("poll");
+    throwError("poll");
   }
   takeOutput();
   takeStatuses();
@@ -232,7 +228,7 @@ void TerminalSession::resize(int rows, int columns) {
   size.ws_row = static_cast<unsigned short>(rows);
   size.ws_col = static_cast<unsigned short>(columns);
   if (::ioctl(terminal_.master.get(), TIOCSWINSZ, &size) != 0) {
-    fail("TIOCSWINSZ");
+    throwError("TIOCSWINSZ");
   }
 }
 

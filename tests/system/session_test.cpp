@@ -35,13 +35,13 @@ class Session : public testing::Test {
   ModelServer fixture_;
 };
 
-struct Case {
+struct SessionCase {
   const char* name;
   const char* line;
   const char* output;
 };
 
-class SessionLine : public Session, public testing::WithParamInterface<Case> {};
+class SessionLine : public Session, public testing::WithParamInterface<SessionCase> {};
 
 TEST_P(SessionLine, WritesTheseBytes) {
   EXPECT_EQ(commands(GetParam().line), GetParam().output);
@@ -49,42 +49,45 @@ TEST_P(SessionLine, WritesTheseBytes) {
 
 INSTANTIATE_TEST_SUITE_P(
     Reading, SessionLine,
-    testing::Values(Case{"Number", "get /drive/speed", "/drive/speed    [42]\n"},
-                    Case{"Text", "get /drive/label", "/drive/label    [two words]\n"},
-                    Case{"WholeArray", "get /drive/gains", "/drive/gains    [1.5 0.25]\n"},
-                    Case{"ElementByIndex", "get /drive/gains[1]", "/drive/gains[1] [0.25]\n"},
-                    Case{"ElementByName", "cd /drive/gains;get i", "/drive/gains[1] [0.25]\n"},
-                    Case{"UnnamedChild", "get /drive/noname-12", "/drive/noname-12    [7]\n"},
-                    Case{"PartBelowTheCurrentNode", "cd drive;get speed", "/drive/speed    [42]\n"},
-                    Case{"NothingForANode", "get /drive", ""},
-                    Case{"NothingForNoPart", "get /nowhere", ""}),
+    testing::Values(
+        SessionCase{"Number", "get /drive/speed", "/drive/speed    [42]\n"},
+        SessionCase{"Text", "get /drive/label", "/drive/label    [two words]\n"},
+        SessionCase{"WholeArray", "get /drive/gains", "/drive/gains    [1.5 0.25]\n"},
+        SessionCase{"ElementByIndex", "get /drive/gains[1]", "/drive/gains[1] [0.25]\n"},
+        SessionCase{"ElementByName", "cd /drive/gains;get i", "/drive/gains[1] [0.25]\n"},
+        SessionCase{"UnnamedChild", "get /drive/noname-12", "/drive/noname-12    [7]\n"},
+        SessionCase{"PartBelowTheCurrentNode", "cd drive;get speed", "/drive/speed    [42]\n"},
+        SessionCase{"NothingForANode", "get /drive", ""},
+        SessionCase{"NothingForNoPart", "get /nowhere", ""}),
     [](const auto& test) { return test.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(
     Writing, SessionLine,
     testing::Values(
-        Case{"Number", "set 43 /drive/speed;get /drive/speed",
-             "/drive/speed    [43]\n/drive/speed    [43]\n"},
-        Case{"TextWithSpaces", "str \"on the bench\" /drive/label",
-             "/drive/label    [on the bench]\n"},
-        Case{"TextWithADash", "str -r /drive/label", "/drive/label    [-r]\n"},
-        Case{"OneElement", "set 0.5 /drive/gains[1];get /drive/gains",
-             "/drive/gains[1] [0.5]\n/drive/gains    [1.5 0.5]\n"},
-        Case{"AWholeArrayIsAnError", "set 1 /drive/gains", "ERROR: NotFound\n"},
-        Case{"AReadOnlyPartKeepsItsValue", "str B-18 /drive/serial", "/drive/serial   [A-17]\n"},
-        Case{"LettersAreNoNumber", "set fast /drive/speed", "/drive/speed    [42]\n"},
-        Case{"ProtectedPartKeepsItsValue", "set 1 /drive/offset", "/drive/offset   [0]\n"},
-        Case{"ProtectedPartWithTheLoadersFlag", "set -l 1 /drive/offset", "/drive/offset   [1]\n"}),
+        SessionCase{"Number", "set 43 /drive/speed;get /drive/speed",
+                    "/drive/speed    [43]\n/drive/speed    [43]\n"},
+        SessionCase{"TextWithSpaces", "str \"on the bench\" /drive/label",
+                    "/drive/label    [on the bench]\n"},
+        SessionCase{"TextWithADash", "str -r /drive/label", "/drive/label    [-r]\n"},
+        SessionCase{"OneElement", "set 0.5 /drive/gains[1];get /drive/gains",
+                    "/drive/gains[1] [0.5]\n/drive/gains    [1.5 0.5]\n"},
+        SessionCase{"AWholeArrayIsAnError", "set 1 /drive/gains", "ERROR: NotFound\n"},
+        SessionCase{"AReadOnlyPartKeepsItsValue", "str B-18 /drive/serial",
+                    "/drive/serial   [A-17]\n"},
+        SessionCase{"LettersAreNoNumber", "set fast /drive/speed", "/drive/speed    [42]\n"},
+        SessionCase{"ProtectedPartKeepsItsValue", "set 1 /drive/offset", "/drive/offset   [0]\n"},
+        SessionCase{"ProtectedPartWithTheLoadersFlag", "set -l 1 /drive/offset",
+                    "/drive/offset   [1]\n"}),
     [](const auto& test) { return test.param.name; });
 
-INSTANTIATE_TEST_SUITE_P(Ending, SessionLine,
-                         testing::Values(Case{"ExitEndsTheLine", "exit;get /drive/speed", ""},
-                                         Case{"AnErrorEndsTheLine",
-                                              "cd;cd Model_nowhere_at_all;pwd",
-                                              "ERROR: ConnectError\n"},
-                                         Case{"ASettingWithoutValueIsAnError",
-                                              "set;get /drive/speed", "ERROR: OptionError\n"}),
-                         [](const auto& test) { return test.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Ending, SessionLine,
+    testing::Values(SessionCase{"ExitEndsTheLine", "exit;get /drive/speed", ""},
+                    SessionCase{"AnErrorEndsTheLine", "cd;cd Model_nowhere_at_all;pwd",
+                                "ERROR: ConnectError\n"},
+                    SessionCase{"ASettingWithoutValueIsAnError", "set;get /drive/speed",
+                                "ERROR: OptionError\n"}),
+    [](const auto& test) { return test.param.name; });
 
 TEST_F(Session, TheForceSwitchStoresProtectedParts) {
   EXPECT_EQ(outputOf({"-a", "-c", "cd " + fixture_.name() + ";set 2 /drive/offset"}),

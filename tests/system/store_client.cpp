@@ -21,8 +21,8 @@ int work(const std::string& server, ModelSrv::ModelPartId own, ModelSrv::ModelPa
       std::cout << "store " << text << " failed\n";
       return 1;
     }
-    if (const std::string value = client.read(own); value != text) {
-      std::cout << "stored " << text << ", read \"" << value << "\"\n";
+    if (const std::string read = client.read(own); read != text) {
+      std::cout << "stored " << text << ", read \"" << read << "\"\n";
       return 1;
     }
     const bool stored = client.store(common, text);

@@ -43,13 +43,13 @@ std::string blueLine(const std::string& text) {
   return line(text, "\033[34m", off);
 }
 
-struct Case {
+struct ListingCase {
   std::string command;
   std::string bytes;
 };
 
-void expectAll(TerminalShell& shell, const std::vector<Case>& cases) {
-  for (const Case& test : cases) {
+void expectAll(TerminalShell& shell, const std::vector<ListingCase>& cases) {
+  for (const ListingCase& test : cases) {
     EXPECT_EQ(shell.run(test.command), test.bytes) << test.command;
   }
 }

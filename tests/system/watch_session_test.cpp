@@ -171,13 +171,13 @@ TEST_F(WatchSession, NothingIsPrintedAfterTheShellHasDisconnected) {
   expectUpdates(shell, "set 0.75 /drive/gains[1]", {});
 }
 
-struct Case {
+struct UpdateCase {
   const char* name;
   const char* line;
   const char* output;
 };
 
-class WatchLine : public WatchSession, public testing::WithParamInterface<Case> {};
+class WatchLine : public WatchSession, public testing::WithParamInterface<UpdateCase> {};
 
 TEST_P(WatchLine, WritesTheseBytes) {
   EXPECT_EQ(batchOutput(fixture_.name(), GetParam().line), GetParam().output);
@@ -190,41 +190,44 @@ constexpr const char* wholeDrive =
 INSTANTIATE_TEST_SUITE_P(
     Subscribing, WatchLine,
     testing::Values(
-        Case{"OnePart", "eu drive/speed;eu -l", "/drive/speed\n"},
-        Case{"TwiceIsListedTwice", "eu drive/speed;eu mark;eu /drive/speed;eu -l",
-             "/drive/speed\n/mark\n/drive/speed\n"},
-        Case{"ByCat", "cat drive/speed;cat -l", "/drive/speed\n"},
-        Case{"CatTakesNoSubtree", "cat -r drive;pwd", "ERROR: OptionError\n"},
-        Case{"NoneListsNothing", "eu -l;cat -l;eu -lmr nowhere", ""},
-        Case{"ANodeIsNone", "eu drive;eu drive/;eu;eu /;eu -l", ""},
-        Case{"ASubtree", "eu -r drive;eu -l", wholeDrive},
-        Case{"ASubtreeWithASlash", "eu -r /drive/;eu -l", wholeDrive},
-        Case{"TheCurrentSubtree", "cd drive;eu -r;eu -l", wholeDrive},
-        Case{"InsideAPart", "cd drive/gains;eu;eu whatever;eu -l", "/drive/gains\n/drive/gains\n"},
-        Case{"ARefusedPart", "eu drive/secret;pwd", "ERROR: UnknownError\n"},
-        Case{"ARefusedPartAtTheEndOfASubtree", "eu -r guarded;pwd", "ERROR: UnknownError\n"},
-        Case{"AnUnknownChild", "eu drive/nothing;pwd", "ERROR: NotFound\n"},
-        Case{"AnElement", "eu drive/gains[0];pwd", "ERROR: NotFound\n"},
-        Case{"APathThatLeadsNowhere", "eu nothing/speed;pwd", "ERROR: ConnectError\n"},
-        Case{"WithoutAConnection", "cd;eu /drive/speed;pwd", "ERROR: ConnectError\n"},
-        Case{"NothingIsNoPart", "eu nothing;pwd", "ERROR: NotFound\n"}),
+        UpdateCase{"OnePart", "eu drive/speed;eu -l", "/drive/speed\n"},
+        UpdateCase{"TwiceIsListedTwice", "eu drive/speed;eu mark;eu /drive/speed;eu -l",
+                   "/drive/speed\n/mark\n/drive/speed\n"},
+        UpdateCase{"ByCat", "cat drive/speed;cat -l", "/drive/speed\n"},
+        UpdateCase{"CatTakesNoSubtree", "cat -r drive;pwd", "ERROR: OptionError\n"},
+        UpdateCase{"NoneListsNothing", "eu -l;cat -l;eu -lmr nowhere", ""},
+        UpdateCase{"ANodeIsNone", "eu drive;eu drive/;eu;eu /;eu -l", ""},
+        UpdateCase{"ASubtree", "eu -r drive;eu -l", wholeDrive},
+        UpdateCase{"ASubtreeWithASlash", "eu -r /drive/;eu -l", wholeDrive},
+        UpdateCase{"TheCurrentSubtree", "cd drive;eu -r;eu -l", wholeDrive},
+        UpdateCase{"InsideAPart", "cd drive/gains;eu;eu whatever;eu -l",
+                   "/drive/gains\n/drive/gains\n"},
+        UpdateCase{"ARefusedPart", "eu drive/secret;pwd", "ERROR: UnknownError\n"},
+        UpdateCase{"ARefusedPartAtTheEndOfASubtree", "eu -r guarded;pwd", "ERROR: UnknownError\n"},
+        UpdateCase{"AnUnknownChild", "eu drive/nothing;pwd", "ERROR: NotFound\n"},
+        UpdateCase{"AnElement", "eu drive/gains[0];pwd", "ERROR: NotFound\n"},
+        UpdateCase{"APathThatLeadsNowhere", "eu nothing/speed;pwd", "ERROR: ConnectError\n"},
+        UpdateCase{"WithoutAConnection", "cd;eu /drive/speed;pwd", "ERROR: ConnectError\n"},
+        UpdateCase{"NothingIsNoPart", "eu nothing;pwd", "ERROR: NotFound\n"}),
     [](const auto& test) { return test.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(
     Dropping, WatchLine,
     testing::Values(
-        Case{"All", "eu -r drive;eu mark;du;eu -l", ""},
-        Case{"BelowANode", "eu -r drive;eu mark;du drive;eu -l", "/mark\n"},
-        Case{"BelowADeeperNode", "eu drive/speed;eu -r drive/inner;du drive/inner;eu -l",
-             "/drive/speed\n"},
-        Case{"WithASubtreeOption", "eu -r drive;eu mark;du -r drive;eu -l", "/mark\n"},
-        Case{"EachCopy", "eu drive/speed;eu drive/speed;eu mark;du drive/speed;eu -l", "/mark\n"},
-        Case{"OnTheWay", "eu drive/speed;eu mark;du drive/speed/deeper;eu -l", "/mark\n"},
-        Case{"NotByHalfAName", "eu drive/speed;du driv;du drive/spee;eu -l", "/drive/speed\n"},
-        Case{"BelowTheCurrentNode", "eu -r drive;eu mark;cd drive;du;eu -l", "/mark\n"},
-        Case{"SaysNothingOfNothing", "du;du nowhere;du -r x/y;eu -l", ""},
-        Case{"TakesNoLongOption", "du -l;pwd", "ERROR: OptionError\n"},
-        Case{"WithoutAConnection", "cd;du;du drive;pwd", "/\n"}),
+        UpdateCase{"All", "eu -r drive;eu mark;du;eu -l", ""},
+        UpdateCase{"BelowANode", "eu -r drive;eu mark;du drive;eu -l", "/mark\n"},
+        UpdateCase{"BelowADeeperNode", "eu drive/speed;eu -r drive/inner;du drive/inner;eu -l",
+                   "/drive/speed\n"},
+        UpdateCase{"WithASubtreeOption", "eu -r drive;eu mark;du -r drive;eu -l", "/mark\n"},
+        UpdateCase{"EachCopy", "eu drive/speed;eu drive/speed;eu mark;du drive/speed;eu -l",
+                   "/mark\n"},
+        UpdateCase{"OnTheWay", "eu drive/speed;eu mark;du drive/speed/deeper;eu -l", "/mark\n"},
+        UpdateCase{"NotByHalfAName", "eu drive/speed;du driv;du drive/spee;eu -l",
+                   "/drive/speed\n"},
+        UpdateCase{"BelowTheCurrentNode", "eu -r drive;eu mark;cd drive;du;eu -l", "/mark\n"},
+        UpdateCase{"SaysNothingOfNothing", "du;du nowhere;du -r x/y;eu -l", ""},
+        UpdateCase{"TakesNoLongOption", "du -l;pwd", "ERROR: OptionError\n"},
+        UpdateCase{"WithoutAConnection", "cd;du;du drive;pwd", "/\n"}),
     [](const auto& test) { return test.param.name; });
 
 }  // namespace
