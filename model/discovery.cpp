@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -11,6 +12,7 @@ namespace treescope {
 namespace {
 
 constexpr std::string_view pipeExtensions[] = {".fifo", ".efifo"};
+constexpr std::size_t maxPortName = 200;
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
@@ -29,6 +31,17 @@ std::optional<std::string> withoutPipeExtension(const std::string& fileName) {
   return std::nullopt;
 }
 
+/// The event ports' rule for names. Anyone may create a file in the directory, so its
+/// name may hold what would act on a terminal or end a command.
+bool isPortName(std::string_view name) {
+  const auto isAllowed = [](char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte >= 0x20 && byte != 0x7F && character != '/' && character != ';';
+  };
+  return !name.empty() && name.size() <= maxPortName && name.front() != '.' &&
+         std::all_of(name.begin(), name.end(), isAllowed);
+}
+
 bool isPlainEntry(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
@@ -43,7 +56,7 @@ int scanDirectory(const char* dir, const char* key, Visit visit) {
   while (const dirent* entry = readdir(directory.get())) {
     const std::string fileName = entry->d_name;
     const auto name = withoutPipeExtension(fileName);
-    if (name && (key == nullptr || name->find(key) != std::string::npos) &&
+    if (name && isPortName(*name) && (key == nullptr || name->find(key) != std::string::npos) &&
         isPlainEntry(std::string(dir) + "/" + fileName)) {
       visit(*name);
     }

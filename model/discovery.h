@@ -25,8 +25,10 @@ inline constexpr const char* serverKeys[] = {"modelsrv", "Model"};
 /// Appends the names of the servers in `dir` that contain `key` (null: of all
 /// servers) to `out`, in the order of the directory, and returns 1. Returns 0 and
 /// appends nothing if the directory cannot be opened. A server is a file other than a
-/// directory with the extension ".fifo" or ".efifo"; a file whose status cannot be
-/// read (stat(2)) is skipped. A name with two files is appended twice.
+/// directory with the extension ".fifo" or ".efifo" and the name of a port: 1 to 200
+/// bytes, without "/", ";", the bytes 1 to 31 and 127, not beginning with ".". Other
+/// files are skipped, as is a file whose status cannot be read (stat(2)). A name with
+/// two files is appended twice.
 int collectServerNames(std::vector<std::string>& out, const char* dir, const char* key);
 
 /// The same for the servers that `ls` lists (`isListedServerName`): names `node` after

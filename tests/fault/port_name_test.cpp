@@ -27,6 +27,13 @@ std::vector<BadName> badNames() {
       {"DotDot", ".."},
       {"LeadingDot", ".x"},
       {"NulInside", std::string("a\0b", 3)},
+      {"Semicolon", "a;b"},
+      {"ByteOne", "a\x01"},
+      {"Tab", "a\tb"},
+      {"LineFeed", "a\nb"},
+      {"Escape", "a\x1B[2J"},
+      {"ByteThirtyOne", "\x1F"},
+      {"Delete", "a\x7F"},
       {"OfTwoHundredAndOneBytes", std::string(201, 'n')},
       {"OfAMegabyte", std::string(1 << 20U, 'n')},
   };
@@ -68,7 +75,7 @@ TEST_F(PortNames, NameWithADotInsideWorks) {
 }
 
 TEST_F(PortNames, NameWithBytesThatAreNotTextWorks) {
-  expectServed(port + "_\xC3\xA4\xFF\x1B*?");
+  expectServed(port + "_\xC3\xA4\xFF\x80*?");
 }
 
 }  // namespace

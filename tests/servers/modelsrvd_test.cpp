@@ -123,7 +123,11 @@ INSTANTIATE_TEST_SUITE_P(
         InvalidStartCase{
             "NoGroup", {"--group", "no such group"}, "--group: unknown group \"no such group\""},
         InvalidStartCase{"SlashInName", {"--name", "a/b"}, "--name: a/b: not a valid port name"},
-        InvalidStartCase{"DotName", {"--name", ".a"}, "--name: .a: not a valid port name"}),
+        InvalidStartCase{"DotName", {"--name", ".a"}, "--name: .a: not a valid port name"},
+        InvalidStartCase{
+            "SemicolonInName", {"--name", "a;b"}, "--name: a;b: not a valid port name"},
+        InvalidStartCase{
+            "EscapeInName", {"--name", "a\x1B[2J"}, "--name: a\\x1b[2J: not a valid port name"}),
     [](const auto& test) { return std::string(test.param.what); });
 
 struct InvalidFileCase {
@@ -154,6 +158,8 @@ INSTANTIATE_TEST_SUITE_P(
                         "/name: missing, and --name is not given\n"},
         InvalidFileCase{"BadName", R"({"name": "a/b", "children": []})",
                         "/name: a/b: not a valid port name\n"},
+        InvalidFileCase{"ControlByteInName", R"({"name": "a\nb", "children": []})",
+                        "/name: a\\x0ab: not a valid port name\n"},
         InvalidFileCase{"NulInName", R"({"name": "Model_\u0000x", "children": []})",
                         "/name: Model_\\x00x"},
         InvalidFileCase{

@@ -182,6 +182,19 @@ TEST_F(ServerNames, AreListedIfTheyHaveTheRightForm) {
   EXPECT_FALSE(screen().find("modelsrv" + mark).has_value());
 }
 
+TEST_F(ServerNames, LeaveOutFilesWhoseNamesNoPortCanHave) {
+  createFile(prefix() + "\x1B[2Jmoved.fifo");
+  createFile(prefix() + ";q.fifo");
+  createFile(prefix() + "pump.fifo");
+  start({.rows = 300, .columns = 200});
+  ASSERT_TRUE(run("ls"));
+  EXPECT_TRUE(showsText(prefix() + "pump"));
+  EXPECT_FALSE(screen().find("moved").has_value());
+  EXPECT_FALSE(screen().find(prefix() + ";q").has_value());
+  ASSERT_TRUE(type("cd " + prefix() + tab));
+  EXPECT_TRUE(showsLine("[ /]$ cd " + prefix() + "pump|"));
+}
+
 /// At the root of a server's tree.
 class TreeNames : public TerminalTest {
  protected:

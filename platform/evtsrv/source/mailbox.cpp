@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "evtsrv/source/access.h"
@@ -13,11 +14,16 @@ namespace {
 // How often another process may remove the mailbox while it is being opened.
 constexpr int maxAttempts = 16;
 
+bool isAllowedInPortName(char character) {
+  const auto byte = static_cast<unsigned char>(character);
+  return byte >= 0x20 && byte != 0x7F && character != '/' && character != ';';
+}
+
 }  // namespace
 
 bool isPortName(std::string_view name) {
   return !name.empty() && name.size() <= maxPortName && name.front() != '.' &&
-         name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
+         std::all_of(name.begin(), name.end(), isAllowedInPortName);
 }
 
 std::string mailboxPath(std::string_view name) {

@@ -18,8 +18,9 @@ inline constexpr const char* pipeDirectory = "/tmp";
 
 inline constexpr std::size_t maxPortName = 200;
 
-/// Whether `name` is allowed as a port name: 1 to `maxPortName` bytes, no "/", no NUL
-/// and no "." at the beginning.
+/// Whether `name` is allowed as a port name: 1 to `maxPortName` bytes, no "/", no ";",
+/// no control byte (0 to 31, 127) and no "." at the beginning. Names of ports are shown
+/// on terminals and typed in command lines.
 bool isPortName(std::string_view name);
 
 /// The path of the mailbox of port `name`.

@@ -133,10 +133,24 @@ TEST_F(MailboxOf, NoServerFailsImmediately) {
   EXPECT_EQ(client.connect(name), EvtRes_NoServer);
 }
 
+TEST(PortName, IsOneToTwoHundredBytesWithoutSeparatorsAndControlBytes) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const char character = static_cast<char>(byte);
+    const bool control = byte < 0x20 || byte == 0x7F;
+    const bool allowed = !control && character != '/' && character != ';';
+    EXPECT_EQ(internal::isPortName(std::string("a") + character + "b"), allowed) << byte;
+    EXPECT_EQ(internal::isPortName({&character, 1}), allowed && character != '.') << byte;
+  }
+  EXPECT_FALSE(internal::isPortName(""));
+  EXPECT_TRUE(internal::isPortName(std::string(200, 'n')));
+  EXPECT_FALSE(internal::isPortName(std::string(201, 'n')));
+}
+
 TEST_F(MailboxOf, AnInvalidNameIsRejectedOnBothSides) {
   using namespace std::string_literals;
   for (const std::string& bad :
-       {""s, "."s, ".hidden"s, "a/b"s, "/"s, "../x"s, std::string(201, 'n'), "a\0b"s}) {
+       {""s, "."s, ".hidden"s, "a/b"s, "/"s, "../x"s, std::string(201, 'n'), "a\0b"s, "a;b"s,
+        "a\x1B[2J"s, "a\nb"s, "a\x7F"s}) {
     EXPECT_EQ(server.start(bad), EvtRes_BadName) << bad;
     EXPECT_EQ(client.connect(bad), EvtRes_BadName) << bad;
   }
