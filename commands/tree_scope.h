@@ -130,9 +130,9 @@ class TreeScope : public ScopeBase, public ModelClient {
   void listServers();
   void listSubscriptions(bool resetEach);
 
-  /// Subscribes all parts below `node`, whose path is `path` (may be null). Returns
-  /// the result of the last part, `result::nothing` if there is none.
-  int subscribeBelow(unsigned options, const IdChain& node, const char* path);
+  /// Subscribes all parts below `node`, whose path is `path`, expanded. Returns the
+  /// result of the last part, `result::nothing` if there is none.
+  int subscribeBelow(unsigned options, const IdChain& node, const std::string& path);
 
   // Used by the command thread.
   ListingNode listingTree_;

@@ -42,7 +42,7 @@ class SubtreeSubscriber {
     return false;
   }
 
-  /// The path of the current child, as the user would type it.
+  /// The path of the current child, expanded: a "~" at its beginning is part of a name.
   [[nodiscard]] const std::string& path() const { return path_; }
   /// The depth of the current child's node.
   [[nodiscard]] std::size_t depth() const { return levels_.back().depth; }
@@ -82,7 +82,9 @@ int TreeScope::doEu(unsigned options, const char* path) {
     return result::success;
   }
   const bool recursive = (options & optionRecursive) != 0;
-  const SplitPath split = splitAtLastSlash(expandPath(path));
+  // The path of a child in a subtree is expanded already (`SubtreeSubscriber::path`).
+  const std::string expanded = subtreeSubscriber_ == nullptr ? expandPath(path) : path;
+  const SplitPath split = splitAtLastSlash(expanded);
   const auto parent = resolveParent(*this, split.parent);
   if (!parent) {
     return result::connectError;
@@ -93,7 +95,7 @@ int TreeScope::doEu(unsigned options, const char* path) {
     return recursive && emptyRoot ? result::nothing : subscribePath(parent->chain.ids);
   }
   if (split.last.empty()) {
-    return recursive ? subscribeBelow(options, parent->chain.ids, path) : result::nothing;
+    return recursive ? subscribeBelow(options, parent->chain.ids, expanded) : result::nothing;
   }
   const auto child = treescope::findChild(*parent, split.last);
   if (!child) {
@@ -102,12 +104,11 @@ int TreeScope::doEu(unsigned options, const char* path) {
   if (!hasChildren(child->ids, true)) {
     return subscribePath(child->ids);
   }
-  return recursive ? subscribeBelow(options, child->ids, path) : result::nothing;
+  return recursive ? subscribeBelow(options, child->ids, expanded) : result::nothing;
 }
 
-int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const char* path) {
-  const bool typed = path != nullptr && *path != '\0';
-  const std::string base = typed ? std::string(path) + '/' : std::string();
+int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const std::string& path) {
+  const std::string base = path.empty() ? path : path + '/';
   ChildList children;
   if (!fetchChildren(node, children, true) || children.empty()) {
     return result::nothing;

@@ -85,6 +85,22 @@ TEST_F(Watch, SubscribesASubtreeInTheServersOrder) {
   EXPECT_EQ(subscribed(), below + "/empty\n/noname-3/x\n/" + SampleServer::oddName() + "\n/top\n");
 }
 
+TEST_F(Watch, SubscribesBelowTheRootWhatBeginsWithATilde) {
+  ModelSrv::ModelNode node(40, "~");
+  ModelSrv::ValuePart<bool> part(1, "~part");
+  ModelSrv::ValuePart<bool> named(41, "~top");
+  ASSERT_EQ(node.add(&part), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive().add(&node), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive().add(&named), ModelSrv::ModelRes_Success);
+  const std::string ending = "/drive/inner/deep\n/drive/~/~part\n/drive/~top\n";
+  for (const char* command : {"eu -r", "eu -r ~drive", "eu -r /drive"}) {
+    ASSERT_EQ(run(std::string("cd ") + (command[5] == '\0' ? "/drive" : "/")).result, 1);
+    EXPECT_EQ(run(command), (CommandResult{1, ""})) << command;
+    EXPECT_TRUE(subscribed().ends_with(ending)) << command << '\n' << subscribed();
+    ASSERT_EQ(run("du").result, 1);
+  }
+}
+
 TEST_F(Watch, ReturnsTheResultOfTheLastPartOfASubtree) {
   ModelSrv::ModelNode last(40, "last");
   ModelSrv::ValuePart<bool> open(1, "open");
