@@ -33,6 +33,8 @@ struct Terminal {
   /// The number of threads that are stopping the process. Raw mode is not applied
   /// meanwhile.
   int stopping = 0;
+  /// By number, whether a signal is handled while raw mode is requested.
+  std::array<bool, NSIG> handled{};
 };
 
 Terminal terminal;
@@ -87,11 +89,27 @@ bool saveMode() {
   return terminal.saved;
 }
 
+bool setHandler(int signal, void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  sigfillset(&action.sa_mask);
+  return sigaction(signal, &action, nullptr) == 0;
+}
+
+void stopBySignal(int signal);
+
 /// Stops the process as soon as its signals are unblocked, and returns true. Returns
 /// false if the process has come to the foreground meanwhile, where it must not stop: the
 /// SIGCONT that moved it there has discarded a stop raised before it, and a stop raised
 /// after it is discarded here.
+///
+/// The action is the default one, until raw mode is applied: there is no mode to restore,
+/// and a process group that is orphaned does not stop, but would be signalled without end.
 bool stopInBackground() {
+  if (terminal.handled[SIGTTOU]) {
+    static_cast<void>(setHandler(SIGTTOU, SIG_DFL));
+  }
   raise(SIGTTOU);
   if (inBackground()) {
     return true;
@@ -119,6 +137,9 @@ bool applyRequested() {
   if (raw ? !saveMode() : !terminal.saved) {
     return false;
   }
+  if (raw && terminal.handled[SIGTTOU]) {
+    static_cast<void>(setHandler(SIGTTOU, stopBySignal));
+  }
   return tcsetattr(STDIN_FILENO, TCSANOW, raw ? &terminal.raw : &terminal.original) == 0;
 }
 
@@ -134,14 +155,6 @@ void resumeRawMode() {
   if (terminal.requested == Mode::raw && applyRequested()) {
     requestRepaint();
   }
-}
-
-bool setHandler(int signal, void (*handler)(int)) {
-  struct sigaction action {};
-  action.sa_handler = handler;
-  action.sa_flags = SA_RESTART;
-  sigfillset(&action.sa_mask);
-  return sigaction(signal, &action, nullptr) == 0;
 }
 
 void terminateBySignal(int signal) {
@@ -195,30 +208,29 @@ void continueBySignal(int /*signal*/) {
   errno = savedErrno;
 }
 
-struct HandledSignal {
-  int signal;
-  void (*handler)(int) = terminateBySignal;
-  bool installed = false;
-};
+using SignalHandler = void (*)(int);
 
-std::array handledSignals = {HandledSignal{SIGINT},
-                             HandledSignal{SIGTERM},
-                             HandledSignal{SIGHUP},
-                             HandledSignal{SIGQUIT},
-                             HandledSignal{SIGABRT},
-                             HandledSignal{SIGSEGV},
-                             HandledSignal{SIGBUS},
-                             HandledSignal{SIGFPE},
-                             HandledSignal{SIGILL},
-                             HandledSignal{SIGPIPE},
-                             HandledSignal{SIGALRM},
-                             HandledSignal{SIGUSR1},
-                             HandledSignal{SIGUSR2},
-                             HandledSignal{SIGXCPU},
-                             HandledSignal{SIGXFSZ},
-                             HandledSignal{SIGSYS},
-                             HandledSignal{SIGTSTP, stopBySignal},
-                             HandledSignal{SIGCONT, continueBySignal}};
+/// Null for the signals that neither end nor stop a process, and for those that cannot
+/// be handled. The default action of every other signal, real-time signals included, is
+/// to terminate the process.
+SignalHandler handlerFor(int signal) {
+  switch (signal) {
+    case SIGKILL:
+    case SIGSTOP:
+    case SIGCHLD:
+    case SIGURG:
+    case SIGWINCH:
+      return nullptr;
+    case SIGTSTP:
+    case SIGTTIN:
+    case SIGTTOU:
+      return stopBySignal;
+    case SIGCONT:
+      return continueBySignal;
+    default:
+      return terminateBySignal;
+  }
+}
 
 bool hasDefaultAction(int signal) {
   struct sigaction current {};
@@ -226,16 +238,19 @@ bool hasDefaultAction(int signal) {
          current.sa_handler == SIG_DFL;
 }
 
+// The C library refuses the numbers of the signals that it uses itself.
 void installHandlers() {
-  for (HandledSignal& handled : handledSignals) {
-    handled.installed =
-        hasDefaultAction(handled.signal) && setHandler(handled.signal, handled.handler);
+  for (int signal = 1; signal < NSIG; ++signal) {
+    const SignalHandler handler = handlerFor(signal);
+    terminal.handled[static_cast<std::size_t>(signal)] =
+        handler != nullptr && hasDefaultAction(signal) && setHandler(signal, handler);
   }
 }
 
 void restoreDefaultActions() {
-  for (HandledSignal& handled : handledSignals) {
-    handled.installed = handled.installed && !setHandler(handled.signal, SIG_DFL);
+  for (int signal = 1; signal < NSIG; ++signal) {
+    bool& handled = terminal.handled[static_cast<std::size_t>(signal)];
+    handled = handled && !setHandler(signal, SIG_DFL);
   }
 }
 

@@ -9,14 +9,14 @@
 /// it. If standard input is not a terminal, every change fails and has no effect.
 ///
 /// In raw mode, signals with the default action are handled; an ignored signal stays
-/// ignored. The signals that terminate a process (SIGINT, SIGTERM, SIGHUP, SIGQUIT,
-/// SIGPIPE, SIGALRM, SIGUSR1 and SIGUSR2, and after program errors SIGABRT, SIGSEGV,
-/// SIGBUS, SIGFPE, SIGILL, SIGSYS, SIGXCPU and SIGXFSZ) restore the original mode and then
-/// terminate the process as usual. SIGTSTP restores it and stops the process. When a
-/// stopped process is continued, it sets raw mode again and requests a repaint of the
-/// line (`requestRepaint`). In the background the mode belongs to the foreground job: a
-/// process that sets raw mode there is stopped by SIGTTOU, and raw mode is set when it is
-/// continued in the foreground. The mode found at that time is then the original mode.
+/// ignored. Every signal that terminates a process, real-time signals and those after
+/// program errors included, restores the original mode and then terminates the process as
+/// usual; nothing can be restored after SIGKILL. SIGTSTP, SIGTTIN and SIGTTOU restore it
+/// and stop the process. When a stopped process is continued, it sets raw mode again and
+/// requests a repaint of the line (`requestRepaint`). In the background the mode belongs to
+/// the foreground job: a process that sets raw mode there is stopped by SIGTTOU, and raw
+/// mode is set when it is continued in the foreground. The mode found at that time is then
+/// the original mode.
 
 namespace treescope {
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <csignal>
 #include <optional>
+#include <vector>
 
 #include "tests/support/fed_input.h"
 #include "tests/support/pseudo_terminal.h"
@@ -125,7 +126,8 @@ TEST_F(TerminalMode, SuspendingHasNoEffectIfRawModeIsOff) {
 }
 
 TEST_F(TerminalMode, HandlesSignalsOnlyWhileRawModeIsOn) {
-  constexpr std::array signals{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT, SIGTSTP, SIGCONT};
+  const std::array signals{SIGINT,  SIGTERM, SIGHUP,  SIGQUIT,   SIGABRT,  SIGTSTP,
+                           SIGTTIN, SIGTTOU, SIGCONT, SIGVTALRM, SIGRTMIN, SIGRTMAX};
   for (const int signal : signals) {
     EXPECT_FALSE(handled(signal)) << signal;
   }
@@ -194,9 +196,19 @@ TEST_F(TerminalModeDeathTest, IsOriginalAfterAnAbort) {
   EXPECT_TRUE(sameMode(mode(), original_));
 }
 
+/// The signals whose default action terminates a process and that can be handled.
+std::vector<int> terminatingSignals() {
+  std::vector<int> signals{SIGINT, SIGTERM, SIGHUP,  SIGQUIT, SIGSEGV,   SIGBUS,  SIGFPE,
+                           SIGILL, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2,   SIGXCPU, SIGXFSZ,
+                           SIGSYS, SIGTRAP, SIGIO,   SIGPWR,  SIGVTALRM, SIGPROF, SIGSTKFLT};
+  for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) {
+    signals.push_back(signal);
+  }
+  return signals;
+}
+
 TEST_F(TerminalModeDeathTest, IsOriginalAfterEverySignalThatTerminatesTheProcess) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGSEGV, SIGBUS, SIGFPE, SIGILL,
-                           SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ, SIGSYS}) {
+  for (const int signal : terminatingSignals()) {
     if (handled(signal)) {
       continue;  // By a sanitizer.
     }
@@ -207,6 +219,23 @@ TEST_F(TerminalModeDeathTest, IsOriginalAfterEverySignalThatTerminatesTheProcess
         },
         testing::KilledBySignal(signal), "");
     EXPECT_TRUE(sameMode(mode(), original_)) << signal;
+  }
+}
+
+TEST_F(TerminalMode, LeavesEverySignalThatIsIgnoredIgnored) {
+  std::vector<int> signals = terminatingSignals();
+  signals.insert(signals.end(), {SIGTSTP, SIGTTIN, SIGTTOU});
+  for (const int signal : signals) {
+    if (handled(signal)) {
+      continue;  // By a sanitizer.
+    }
+    ASSERT_NE(::signal(signal, SIG_IGN), SIG_ERR) << signal;
+    ASSERT_TRUE(setRawMode(1));
+    struct sigaction current {};
+    EXPECT_EQ(sigaction(signal, nullptr, &current), 0);
+    EXPECT_EQ(current.sa_handler, SIG_IGN) << signal;
+    ASSERT_TRUE(setRawMode(0));
+    ASSERT_NE(::signal(signal, SIG_DFL), SIG_ERR) << signal;
   }
 }
 

@@ -136,10 +136,19 @@ TEST_P(TerminalStateAfter, SignalIsRestoredAndTheStatusReportsTheSignal) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ending, TerminalStateAfter,
-                         testing::Values(SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT),
+                         testing::Values(SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT, SIGTRAP, SIGIO,
+                                         SIGPWR, SIGVTALRM, SIGPROF, SIGSTKFLT),
                          [](const auto& test) {
                            return std::string("SIG") + sigabbrev_np(test.param);
                          });
+
+TEST_F(TerminalState, IsRestoredAfterARealTimeSignal) {
+  for (const int signal : {SIGRTMIN, SIGRTMIN + 3, SIGRTMAX}) {
+    start();
+    shell_->signal(signal);
+    expectKilledBy(signal);
+  }
+}
 
 TEST_F(TerminalState, IsRestoredAfterTheInterruptAndTheQuitKey) {
   const std::array<std::pair<const char*, int>, 2> keys{{{"\003", SIGINT}, {"\034", SIGQUIT}}};
@@ -151,7 +160,8 @@ TEST_F(TerminalState, IsRestoredAfterTheInterruptAndTheQuitKey) {
 }
 
 TEST_F(TerminalState, StaysRawAtASignalThatWasIgnoredFromTheStart) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
+  for (const int signal :
+       {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGTTIN, SIGTTOU, SIGVTALRM, SIGRTMIN}) {
     start({.ignoredSignal = signal});
     shell_->signal(signal);
     enter("pwd");
@@ -173,6 +183,18 @@ TEST_F(TerminalState, IsOriginalWhileTheShellIsSuspendedAndRawAgainAfterwards) {
     }
     expectStoppedBy(SIGTSTP);
     EXPECT_TRUE(originalMode());
+    expectItContinues();
+  }
+  enter("exit");
+  expectEnd(0);
+}
+
+TEST_F(TerminalState, IsOriginalWhileASignalForBackgroundJobsHasStoppedTheShell) {
+  start();
+  for (const int signal : {SIGTTIN, SIGTTOU, SIGTTIN}) {
+    shell_->signal(signal);
+    expectStoppedBy(signal);
+    EXPECT_TRUE(originalMode()) << signal;
     expectItContinues();
   }
   enter("exit");
