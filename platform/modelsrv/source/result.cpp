@@ -39,7 +39,7 @@ const char* describe(ModelRes result) {
     case ModelRes_BadArgument:
       return "an argument is outside what the operation takes";
     case ModelRes_NotConnected:
-      return "not connected";
+      return "no server serves that name, or there is no connection";
     case ModelRes_Timeout:
       return "the server does not answer";
     case ModelRes_NameInUse:

@@ -227,6 +227,8 @@ TEST(ModelRoot, ReturnsWhyItCannotStart) {
   const std::string name = test_support::uniquePortName();
   Client client;
   EXPECT_EQ(client.connect(name), ModelRes_NotConnected);
+  EXPECT_STREQ(describe(ModelRes_NotConnected),
+               "no server serves that name, or there is no connection");
   EXPECT_EQ(client.connect(""), ModelRes_BadName);
   EXPECT_EQ(client.connect("a/b"), ModelRes_BadName);
   EXPECT_EQ(client.root.startAsClient(name, 100, EvtSrv::ConBehave_Void), ModelRes_BadArgument);
