@@ -81,12 +81,12 @@ EvtRes ClientLink::tryExchange(std::uint16_t operation, std::span<const std::uin
   header.code = operation;
   header.sequence = ++sequence_;
   header.length = static_cast<std::uint32_t>(payload.size());
-  result = send(header, payload, deadline);
+  result = send(header, payload, reply.written, deadline);
   return result == EvtRes_Success ? awaitReply(header.sequence, deadline, reply) : result;
 }
 
 EvtRes ClientLink::send(const FrameHeader& header, std::span<const std::uint8_t> payload,
-                        Deadline& deadline) {
+                        std::size_t& written, Deadline& deadline) {
   if (!pendingOutput_.empty()) {
     const EvtRes result = writePending(deadline);
     if (result != EvtRes_Success) {
@@ -102,7 +102,6 @@ EvtRes ClientLink::send(const FrameHeader& header, std::span<const std::uint8_t>
   }
   const auto head = std::span<const std::uint8_t>(bytes).first(headSize);
   const auto body = payload.subspan(headSize - FrameHeader::size);
-  std::size_t written = 0;
   const EvtRes result = writeAll(head, body, written, deadline);
   if (result == EvtRes_Timeout && written > 0) {
     const std::size_t ofHead = std::min(written, head.size());
@@ -230,7 +229,7 @@ EvtRes ClientLink::takeReplies(const std::uint32_t* wanted, Reply* reply) {
       return fail(EvtRes_Protocol);
     }
     if (wanted != nullptr && frame.header.sequence == *wanted) {
-      *reply = {frame.header.code, frame.header.order, frame.payload};
+      *reply = {frame.header.code, frame.header.order, frame.payload, reply->written};
       return EvtRes_Success;
     }
   }

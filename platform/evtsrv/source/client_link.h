@@ -41,7 +41,9 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   EvtRes tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
   EvtRes fail(EvtRes error);
   EvtRes stall(bool untilWritable);
-  EvtRes send(const FrameHeader& header, std::span<const std::uint8_t> payload, Deadline& deadline);
+  /// Keeps `written` at the number of bytes of this frame that were written.
+  EvtRes send(const FrameHeader& header, std::span<const std::uint8_t> payload,
+              std::size_t& written, Deadline& deadline);
   EvtRes writePending(Deadline& deadline);
   EvtRes writeAll(std::span<const std::uint8_t> head, std::span<const std::uint8_t> body,
                   std::size_t& written, Deadline& deadline);

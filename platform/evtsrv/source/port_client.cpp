@@ -34,6 +34,7 @@ EvtRes PortClient::resume(bool& renewed) {
 EvtRes PortClient::exchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
                             Reply& reply) {
   core_.clientMutex().assertHeld();
+  reply = {};
   if (handshake_.has_value()) {
     return EvtRes_Stalled;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -23,6 +24,9 @@ struct Reply {
   std::uint16_t code = 0;
   ByteOrder order = nativeOrder;
   std::span<const std::uint8_t> payload;
+  /// How many bytes of the request's frame were written, also if the exchange failed. If it
+  /// is 0 the server has not received the request.
+  std::size_t written = 0;
 };
 
 /// The receiver of a connection's events.
@@ -62,7 +66,8 @@ class PortClient {
   /// Sends one request and waits for its reply, at most `replyTimeoutMs`
   /// (`EvtRes_Timeout`). After a time-out it returns `EvtRes_Stalled` immediately until
   /// the server shows activity; a late reply is dropped. `EvtRes_Closed`: the
-  /// connection is lost, which is noticed immediately.
+  /// connection is lost, which is noticed immediately; `reply.written` tells whether the
+  /// server may have received the request.
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
 
   /// Whether a connection is open and no error has been found on it. The end of the

@@ -17,6 +17,12 @@ using EvtSrv::internal::Reply;
 
 namespace {
 
+/// Whether a server that receives the request twice may do something else than one that receives
+/// it once. (A subscription belongs to its connection.)
+bool changesSomething(Operation operation) {
+  return operation == Operation::load || operation == Operation::unsubscribe;
+}
+
 std::vector<ModelPartId> copyOf(ChainView chain) {
   return {chain.begin(), chain.end()};
 }
@@ -86,7 +92,7 @@ EvtRes ClientSide::renewSubscriptions() {
     if (decodeResult(reply.code) == ModelRes_Success) {
       subscriptions_->markRenewed(*key);
     } else {
-      subscriptions_->erase(*key);
+      subscriptions_->markRefused(*key);
     }
   }
   return EvtSrv::EvtRes_Success;
@@ -101,13 +107,20 @@ ModelRes ClientSide::exchange(const RequestView& request, Reply& reply) {
     result = send(request, reply);
   }
   // The loss of the connection may be noticed only now, when another server is running already.
-  if (result == EvtSrv::EvtRes_Closed && root_.manager()->reconnects()) {
+  const bool maySend = reply.written == 0 || !changesSomething(request.operation);
+  if (result == EvtSrv::EvtRes_Closed && maySend && root_.manager()->reconnects()) {
+    reply = {};
     result = ensureReady();
     if (result == EvtSrv::EvtRes_Success) {
       result = send(request, reply);
     }
   }
-  return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : fromPort(result);
+  if (result == EvtSrv::EvtRes_Success) {
+    return decodeResult(reply.code);
+  }
+  const bool unknown = reply.written > 0 && result != EvtSrv::EvtRes_Timeout;
+  return unknown && changesSomething(request.operation) ? ModelRes_OutcomeUnknown
+                                                        : fromPort(result);
 }
 
 /// Finds `data` of the part at `chain` in the cache, or requests a prefetch of it. `part` is
@@ -228,7 +241,7 @@ ModelRes ClientSide::unsubscribe(ModelPart& part, ChainView chain) {
 }
 
 /// Cancels one subscription, at the server too unless the connection is lost. If a live server
-/// does not reply, the subscription is kept.
+/// does not reply, or does not agree, the subscription is kept.
 ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
   if (port_.isOpen() && !subscriptions_->isLost(key)) {
     const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
@@ -236,6 +249,13 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
     const EvtRes result = send({Operation::unsubscribe, entry.chain, entry.index}, reply);
     if (result != EvtSrv::EvtRes_Success && port_.isOpen()) {
       return fromPort(result);
+    }
+    const ModelRes agreed =
+        result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : ModelRes_Success;
+    // The server has no such subscription if it has removed the part meanwhile.
+    if (agreed != ModelRes_Success && agreed != ModelRes_NoSuchPart &&
+        agreed != ModelRes_NotSubscribed) {
+      return agreed;
     }
   }
   subscriptions_->erase(key);

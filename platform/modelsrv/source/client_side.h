@@ -59,7 +59,9 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   template <typename Cached, typename Decode>
   ModelRes read(const RequestView& request, ReplyCache::Data data, Cached cached, Decode decode);
   ModelRes findOrPrefetch(ChainView chain, ReplyCache::Data data, const ReplyCache::Part*& part);
-  /// Makes one exchange, on a new connection if the present one is lost.
+  /// Makes one exchange, on a new connection if the present one is lost. A request that changes
+  /// something is sent again only if nothing of it was written; `ModelRes_OutcomeUnknown` if the
+  /// connection ended after that.
   ModelRes exchange(const RequestView& request, EvtSrv::internal::Reply& reply);
   /// Makes one exchange on the present connection.
   EvtSrv::EvtRes send(const RequestView& request, EvtSrv::internal::Reply& reply);

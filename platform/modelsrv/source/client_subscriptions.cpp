@@ -103,9 +103,28 @@ std::vector<ClientSubscriptions::Key> ClientSubscriptions::matching(
   return keys;
 }
 
+void ClientSubscriptions::markAllLost() {
+  renewed_ = 0;
+  for (auto& [key, entry] : entries_) {
+    entry.refused = false;
+  }
+}
+
+void ClientSubscriptions::markRefused(Key key) {
+  if (const auto at = entries_.find(key); at != entries_.end()) {
+    at->second.refused = true;
+  }
+  renewed_ = std::max(renewed_, key);
+}
+
+bool ClientSubscriptions::isLost(Key key) const {
+  const Entry* entry = find(key);
+  return key > renewed_ || (entry != nullptr && entry->refused);
+}
+
 std::optional<ClientSubscriptions::Key> ClientSubscriptions::firstLost() const {
   // Called before each request, so the usual case (none is lost) must be fast.
-  if (entries_.empty() || !isLost(entries_.rbegin()->first)) {
+  if (entries_.empty() || entries_.rbegin()->first <= renewed_) {
     return std::nullopt;
   }
   return entries_.upper_bound(renewed_)->first;

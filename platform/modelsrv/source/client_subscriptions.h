@@ -24,6 +24,7 @@ class ClientSubscriptions {
     std::vector<ModelPartId> chain;
     void* context;
     ModelPartIndex index;
+    bool refused = false;  ///< by the server of this connection
   };
 
   /// Adds a subscription that the server has just accepted.
@@ -47,14 +48,18 @@ class ClientSubscriptions {
   [[nodiscard]] std::vector<Key> matching(const std::vector<ModelPartId>& chain,
                                           ModelPartIndex index) const;
 
-  // Renewal on a new connection. Subscriptions that the new server does not have yet are lost.
+  // Renewal on a new connection. Subscriptions that the new server does not have are lost.
 
   /// The connection has been replaced: all subscriptions are lost.
-  void markAllLost() { renewed_ = 0; }
+  void markAllLost();
+  /// The first lost subscription that this connection's server has not refused.
   [[nodiscard]] std::optional<Key> firstLost() const;
-  /// The server has this subscription and all before it.
+  /// The server has this subscription; all before it are renewed or refused.
   void markRenewed(Key key) { renewed_ = key; }
-  [[nodiscard]] bool isLost(Key key) const { return key > renewed_; }
+  /// The server does not have this subscription, which stays and is renewed on the next
+  /// connection. All before it are renewed or refused.
+  void markRefused(Key key);
+  [[nodiscard]] bool isLost(Key key) const;
 
  private:
   struct ChainHash {
@@ -66,7 +71,7 @@ class ClientSubscriptions {
   /// A set, since one part may have very many subscriptions and cancel them in any order.
   std::unordered_map<const ModelPart*, std::set<Key>> byPart_;
   Key last_ = 0;
-  Key renewed_ = 0;  ///< subscriptions up to this key are not lost
+  Key renewed_ = 0;  ///< subscriptions up to this key are renewed or refused
 };
 
 }  // namespace ModelSrv::internal

@@ -58,6 +58,8 @@ const char* describe(ModelRes result) {
       return "the system refused";
     case ModelRes_Busy:
       return "in use in another role";
+    case ModelRes_OutcomeUnknown:
+      return "the connection ended before the server answered; the change may have been made";
   }
   return "unknown result";
 }

@@ -300,7 +300,7 @@ TEST(ModelRoot, MayStopFromItsOwnStoreCheck) {
   });
   Client client;
   ASSERT_EQ(client.connect(name), ModelRes_Success);
-  EXPECT_EQ(client.load(speedChain, "1"), ModelRes_NotConnected);
+  EXPECT_EQ(client.load(speedChain, "1"), ModelRes_OutcomeUnknown);
   EXPECT_EQ(server.speed.value(), 1);
 }
 

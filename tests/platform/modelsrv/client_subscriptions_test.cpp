@@ -72,6 +72,23 @@ TEST_F(SubscriptionsOfAClient, RenewsInTheOrderOfSubscribing) {
   EXPECT_FALSE(subscriptions_.isLost(one));
 }
 
+TEST_F(SubscriptionsOfAClient, KeepsWhatWasRefusedForTheNextConnection) {
+  const Key one = add(first_, {3});
+  const Key two = add(second_, {1});
+  subscriptions_.markAllLost();
+  subscriptions_.markRefused(one);
+  EXPECT_EQ(subscriptions_.firstLost(), two);
+  subscriptions_.markRenewed(two);
+  EXPECT_EQ(subscriptions_.firstLost(), std::nullopt);
+  EXPECT_TRUE(subscriptions_.isLost(one));
+  EXPECT_FALSE(subscriptions_.isLost(two));
+  EXPECT_EQ(subscriptions_.lastOf(first_, {3}), one);
+  subscriptions_.markAllLost();
+  EXPECT_EQ(subscriptions_.firstLost(), one);
+  subscriptions_.markRenewed(one);
+  EXPECT_FALSE(subscriptions_.isLost(one));
+}
+
 TEST_F(SubscriptionsOfAClient, HasNothingAfterClear) {
   add(first_, {3});
   subscriptions_.clear();

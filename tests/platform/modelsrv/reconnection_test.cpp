@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -44,7 +45,7 @@ TEST_F(Reconnection, IsTriedByEachRequestAndFailsAtOnceWithoutAServer) {
 }
 
 /// Writes garbage into every request pipe of this process, which ends the connections of a
-/// server that stays alive.
+/// server that stays alive. Returns when they have ended.
 void breakConnections() {
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code error;
@@ -57,6 +58,8 @@ void breakConnections() {
     const std::string garbage(64, '\xff');
     ASSERT_EQ(::write(number, garbage.data(), garbage.size()),
               static_cast<ssize_t>(garbage.size()));
+    pollfd pipe{number, 0, 0};
+    ASSERT_EQ(::poll(&pipe, 1, 20000), 1);
   }
 }
 
@@ -116,16 +119,47 @@ TEST_F(Reconnection, RenewsDoubleSubscriptions) {
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_NotSubscribed);
 }
 
-TEST_F(Reconnection, DropsSubscriptionsThatTheNewServerRejects) {
-  ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
-  ASSERT_EQ(client_.subscribe(labelChain), ModelRes_Success);
-  ASSERT_EQ(client_.subscribe(gainsChain), ModelRes_Success);
+/// Three subscriptions, of which a restarted server has rejected the second.
+class RejectedRenewal : public Reconnection {
+ protected:
+  void SetUp() override {
+    Reconnection::SetUp();
+    ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
+    ASSERT_EQ(client_.subscribe(labelChain), ModelRes_Success);
+    ASSERT_EQ(client_.subscribe(gainsChain), ModelRes_Success);
+    server_.reset();
+    server_ = std::make_unique<Server>(name_,
+                                       [](Server& server) { server.label.setSubscribable(false); });
+    ASSERT_EQ(client_.text(speedChain), "42");
+    server_->label.setSubscribable(true);
+    ASSERT_EQ(server_->label.setValue("one"), ModelRes_Success);
+    ASSERT_EQ(server_->speed.setValue(1), ModelRes_Success);
+    ASSERT_TRUE(client_.pumpUntil([&] { return !client_.root.updates.empty(); }));
+    ASSERT_EQ(client_.root.updates, (Updates{{speedChain, all}}));
+  }
+};
+
+TEST_F(RejectedRenewal, IsTriedAgainAtTheNextConnection) {
   restartServer();
-  server_->label.setSubscribable(false);
-  EXPECT_EQ(client_.text(speedChain), "42");
+  ASSERT_EQ(client_.text(speedChain), "42");
+  ASSERT_EQ(server_->label.setValue("two"), ModelRes_Success);
+  ASSERT_TRUE(client_.pumpUntil([&] { return client_.root.updates.size() == 2; }));
+  EXPECT_EQ(client_.root.updates.back(), (std::pair{labelChain, all}));
+  EXPECT_EQ(client_.unsubscribe(labelChain), ModelRes_Success);
+  EXPECT_EQ(client_.unsubscribe(labelChain), ModelRes_NotSubscribed);
+}
+
+TEST_F(RejectedRenewal, CanBeCancelledAsTheOthers) {
+  EXPECT_EQ(client_.unsubscribe(labelChain), ModelRes_Success);
   EXPECT_EQ(client_.unsubscribe(labelChain), ModelRes_NotSubscribed);
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
   EXPECT_EQ(client_.unsubscribe(gainsChain), ModelRes_Success);
+  restartServer();
+  ASSERT_EQ(client_.text(speedChain), "42");
+  ASSERT_EQ(server_->label.setValue("two"), ModelRes_Success);
+  EXPECT_EQ(client_.text(labelChain), "two");
+  client_.pumpAll();
+  EXPECT_EQ(client_.root.updates.size(), 1U);
 }
 
 TEST_F(Reconnection, CancelsWithoutAServer) {

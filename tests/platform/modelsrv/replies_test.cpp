@@ -175,7 +175,7 @@ TEST(PortResults, HaveModelResults) {
 }
 
 TEST(ModelResults, AreDescribed) {
-  for (const unsigned number : {0U, 1U, 16U, 64U, 73U}) {
+  for (const unsigned number : {0U, 1U, 16U, 64U, 73U, 74U}) {
     EXPECT_STRNE(describe(static_cast<ModelRes>(number)), "unknown result");
   }
   EXPECT_STREQ(describe(static_cast<ModelRes>(40)), "unknown result");

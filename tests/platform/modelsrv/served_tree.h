@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <string>
 #include <thread>
@@ -43,13 +44,17 @@ class Pump {
 /// without a name.
 class Server {
  public:
-  explicit Server(const std::string& name) {
+  /// `prepare` changes the tree before it is published.
+  explicit Server(const std::string& name, const std::function<void(Server&)>& prepare = {}) {
     for (ModelSrv::ModelPart* part : std::initializer_list<ModelSrv::ModelPart*>{
              &speed, &label, &gains, &serial, &offset, &secret, &unnamed}) {
       EXPECT_EQ(drive.add(part), ModelSrv::ModelRes_Success);
     }
     EXPECT_EQ(root.add(&drive), ModelSrv::ModelRes_Success);
     secret.setSubscribable(false);
+    if (prepare) {
+      prepare(*this);
+    }
     EXPECT_EQ(root.startAsServer(name), ModelSrv::ModelRes_Success);
     pump.emplace(manager);
   }

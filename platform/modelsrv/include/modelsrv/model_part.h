@@ -99,14 +99,15 @@ class KRV_EXPORT ModelPart {
   /// neither access nor store check applies. On any result but `ModelRes_Success` nothing has
   /// changed.
   ///
-  /// In a client this is a request to the server. On a result below `ModelRes_NotConnected`
-  /// but `ModelRes_Success` nothing has changed. On a result of the connection
-  /// (`ModelRes_NotConnected` and above) it is unknown whether the value was stored:
-  /// - After `ModelRes_Timeout` the server may still apply the store, at any later time.
-  /// - If the connection is lost before the reply arrives and the manager reconnects, the
-  ///   request is sent again on the new connection. The store may then be applied twice, the
-  ///   second time by a server that was restarted in between; if another client stored a
-  ///   value in the meantime, that value is overwritten.
+  /// In a client this is a request to the server, which applies it at most once: it is never
+  /// sent twice. If the connection is found lost before anything of the request was written,
+  /// and the manager reconnects, it is sent on the new connection. On any result but
+  /// `ModelRes_Success` nothing has changed, except:
+  /// - `ModelRes_OutcomeUnknown`: the connection ended before the reply came. The server may
+  ///   have applied the store; to read the value tells.
+  /// - `ModelRes_Timeout`: the server has not replied in time. It may have applied the store,
+  ///   or may still apply it, at any later time while the connection exists.
+  /// - `ModelRes_Protocol`: it is unknown what the reply means.
   virtual ModelRes load(std::istringstream& text, bool flag, unsigned short index);
 
   /// Appends the text of the whole value or of one element to `text`. On any result but
@@ -122,11 +123,13 @@ class KRV_EXPORT ModelPart {
   ///
   /// If an object subscribes twice it must cancel twice, but it receives each update once. A
   /// subscription ends when this object is removed from the tree of `root`. It is renewed
-  /// when the connection is.
+  /// when the connection is; if the server refuses that, it receives nothing until the server
+  /// of a later connection accepts it.
   ModelRes subscribeToServer(ModelRoot* root, unsigned period, void* context, unsigned short index);
 
   /// Cancels the most recent subscription of this part, whatever its index.
-  /// `ModelRes_NotSubscribed` if this object has no subscription for the part. If the
+  /// `ModelRes_NotSubscribed` if this object has no subscription for the part. If the server
+  /// refuses (which result it is says why) or does not reply, the subscription stays. If the
   /// connection to the server is lost the subscription ends all the same.
   ModelRes unsubscribeToServer(ModelRoot* root);
 

@@ -35,6 +35,9 @@ enum [[nodiscard]] ModelRes : unsigned{
     ModelRes_NoDescriptors = 71,  ///< this process or the system is out of file descriptors
     ModelRes_SystemError = 72,    ///< any other error of the system, including out of memory
     ModelRes_Busy = 73,           ///< the root already is a server or a client
+    /// The connection ended before the reply to a request that changes something: it is unknown
+    /// whether the server has handled the request. It is not sent again.
+    ModelRes_OutcomeUnknown = 74,
 };
 
 /// A short English text for `result`, for messages. Never null.
