@@ -1,15 +1,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <initializer_list>
 #include <memory>
 #include <string>
 
-#include "evtsrv/event_port_manager.h"
 #include "commands/tree_scope.h"
+#include "evtsrv/event_port_manager.h"
 #include "shell/options.h"
+#include "term/standard_output.h"
 
 using treescope::TreeScope;
 namespace run_mode = treescope::run_mode;
@@ -28,14 +27,6 @@ void openStandardDescriptors() {
   }
 }
 
-/// Makes standard output fully buffered, so that a key's echo, an update or a
-/// listing reaches the terminal in few writes.
-void bufferOutput() {
-  static std::array<char, 65536> buffer;
-  // On an error the output is the same, in more writes.
-  static_cast<void>(std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size()));
-}
-
 void serveTerminal(TreeScope& shell) {
   shell.acceptInput();
   while (shell.isRunning() != 0) {
@@ -44,9 +35,6 @@ void serveTerminal(TreeScope& shell) {
 }
 
 void runShell(EvtSrv::EventPortManager& manager, int mode, const std::string& text) {
-  if (mode == run_mode::interactive) {
-    bufferOutput();
-  }
   const auto shell = std::make_unique<TreeScope>(&manager, mode == run_mode::interactive ? 0 : 1);
   if (mode == run_mode::interactive) {
     serveTerminal(*shell);
@@ -70,6 +58,10 @@ int main(int argc, char* argv[]) {
   std::string text;
   treescope::parseOptions(argc, argv, mode, text);
   if (mode != run_mode::help) {
+    // Fully buffered, a key's echo, an update or a listing reaches the terminal in few
+    // writes.
+    treescope::waitForOutput(mode == run_mode::interactive ? treescope::OutputBuffering::full
+                                                           : treescope::OutputBuffering::lines);
     runShell(manager, mode, text);
   }
   return 0;

@@ -145,6 +145,10 @@ Process::Process(const std::vector<std::string>& command, const ProcessOptions& 
   SpawnFiles files;
   files.pass(in.read, STDIN_FILENO);
   files.pass(out.write, STDOUT_FILENO);
+  if (options.nonBlockingOutput && (::fcntl(out.write.get(), F_SETFL, O_NONBLOCK) != 0 ||
+                                    ::fcntl(out.write.get(), F_SETPIPE_SZ, 1) == -1)) {
+    throwError("fcntl", errno);
+  }
   files.pass(options.mergeErrors ? out.write : err.write, STDERR_FILENO);
   pid_ = spawn(command, options, files);
   pidDescriptor_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));

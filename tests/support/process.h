@@ -57,6 +57,8 @@ struct ProcessOptions {
   std::string directory = {};
   /// Whether its standard error is part of its output.
   bool mergeErrors = false;
+  /// Whether its standard output is a non-blocking pipe, of the smallest size.
+  bool nonBlockingOutput = false;
 };
 
 class Process {

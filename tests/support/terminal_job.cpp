@@ -36,6 +36,7 @@ struct JobStart {
   const char* directory;
   bool foreground;
   int ignoredSignal;
+  bool nonBlocking;
 };
 
 void report(int value) {
@@ -92,7 +93,7 @@ void leadSession(const JobStart& start) {
   ::setsid();
   ::dup2(start.changes, keeperChanges);
   ::close_range(keeperChanges + 1, ~0U, 0);
-  const int terminal = ::open(start.device, O_RDWR);
+  const int terminal = ::open(start.device, O_RDWR | (start.nonBlocking ? O_NONBLOCK : 0));
   for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     ::dup2(terminal, standard);
   }
@@ -149,7 +150,7 @@ TerminalJob::TerminalJob(const std::string& device, const std::vector<std::strin
   }
   if (keeper_ == 0) {
     keep({device.c_str(), arguments.data(), keeperEnd.get(), options.directory.c_str(),
-          options.foreground, options.ignoredSignal});
+          options.foreground, options.ignoredSignal, options.nonBlocking});
   }
   keeperEnd.close();
   if (::read(changes_.get(), &pid_, sizeof pid_) != sizeof pid_) {

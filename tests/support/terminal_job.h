@@ -26,6 +26,8 @@ class TerminalJob {
     bool foreground = true;
     /// A signal that the job ignores from the start; 0: none.
     int ignoredSignal = 0;
+    /// Whether another program has left the terminal non-blocking.
+    bool nonBlocking = false;
   };
 
   /// Starts `command`, found by PATH, on the terminal `device`. A program that cannot

@@ -76,7 +76,7 @@ TerminalSession::TerminalSession(const std::vector<std::string>& command,
     : screen_(options.rows, options.columns),
       terminal_(openTerminal(options)),
       job_(terminal_.name, command,
-           {options.directory, options.foreground, options.ignoredSignal}) {}
+           {options.directory, options.foreground, options.ignoredSignal, options.nonBlocking}) {}
 
 TerminalSession::~TerminalSession() {
   hangUp();

@@ -30,6 +30,8 @@ struct TerminalOptions {
   int ignoredSignal = 0;
   /// Whether the terminal passes every byte unchanged, and echoes none.
   bool passesBytes = false;
+  /// Whether another program has left the terminal non-blocking.
+  bool nonBlocking = false;
 };
 
 /// A program on its own terminal, as a user has it: keys go in, and a screen shows

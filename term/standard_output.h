@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+
+/// Standard output that waits.
+///
+/// The descriptor's open file description is shared with other programs, any of which
+/// may have made it non-blocking; the standard library drops its buffer when such a
+/// terminal or pipe is full. Here a write waits for space instead.
+
+namespace treescope {
+
+/// How `waitForOutput` buffers standard output.
+enum class OutputBuffering {
+  lines,  ///< by lines on a terminal, else fully
+  full,   ///< fully, in a large buffer
+};
+
+/// Replaces `stdout` by a stream on file descriptor 1 that waits for space. To be called
+/// once, before anything is printed or another thread is started. If there is no memory
+/// for it, `stdout` stays as it is.
+void waitForOutput(OutputBuffering buffering);
+
+/// Any thread. If standard output was a terminal at the call of `waitForOutput`, writes
+/// what has been printed. Called after each command and before a thread that has
+/// printed waits for a server, so that no output is late and no signal loses any.
+void flushToTerminal();
+
+/// Writes all of `size` bytes to `descriptor`, also after partial writes and signals,
+/// and waits for space if the descriptor is non-blocking. Returns the number of bytes
+/// written; less than `size` after an error, which `errno` tells.
+[[nodiscard]] std::size_t writeAll(int descriptor, const char* data, std::size_t size);
+
+}  // namespace treescope

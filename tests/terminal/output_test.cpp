@@ -1,0 +1,48 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/support/process.h"
+#include "tests/terminal/terminal_test.h"
+
+// When and whether output arrives.
+
+namespace terminal_test {
+namespace {
+
+using test_support::ExitStatus;
+
+class Output : public TerminalTest {
+ protected:
+  ModelServer server_{{"--synthetic", "4x5000"}};
+};
+
+std::size_t partsIn(const std::string& bytes) {
+  const std::string part = "item_";
+  std::size_t count = 0;
+  for (std::size_t at = bytes.find(part); at != std::string::npos; at = bytes.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+TEST_F(Output, OfANonBlockingPipeWaitsForItsReader) {
+  const auto result = test_support::run(
+      {test_support::treescopeProgram(), "-c", "cd " + server_.name() + ";ls -lr"}, {},
+      {.nonBlockingOutput = true});
+  EXPECT_EQ(result.status, ExitStatus());
+  EXPECT_EQ(result.errors, "");
+  EXPECT_EQ(partsIn(result.output), 20000U);
+}
+
+TEST_F(Output, OfANonBlockingTerminalWaitsForTheUser) {
+  start({.nonBlocking = true});
+  connect(server_.name());
+  const std::size_t mark = shell().mark();
+  ASSERT_TRUE(type("ls -lr" + keys::returnKey + "done"));
+  ASSERT_TRUE(showsLine("[ " + server_.name() + "]$ done|"));
+  EXPECT_EQ(partsIn(shell().bytesSince(mark)), 20000U);
+}
+
+}  // namespace
+}  // namespace terminal_test
