@@ -13,6 +13,7 @@
 #include "model/id_chain.h"
 #include "modelsrv/model_root.h"
 #include "term/listing_node.h"
+#include "term/standard_output.h"
 
 namespace treescope {
 
@@ -172,6 +173,8 @@ class ModelClient : public DerivedModelRoot {
     RequestLock(KSTD::KThreadMutex& mutex, bool lock)
         KRV_ACQUIRE(mutex) KRV_NO_THREAD_SAFETY_ANALYSIS : locked_(lock ? &mutex : nullptr) {
       if (lock) {
+        // The command may have printed, and the server may let it wait.
+        flushToTerminal();
         mutex.lock();
       } else {
         mutex.assertHeld();

@@ -8,6 +8,7 @@
 #include "shell/command_table.h"
 #include "shell/paths.h"
 #include "term/line_listing.h"
+#include "term/output_block.h"
 
 namespace treescope {
 
@@ -39,10 +40,13 @@ void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& print
   client.buildTree(listing, optionLong | ModelClient::optionBelowOnly, chain,
                    names.empty() ? std::string() : names.back(), 1, true, false);
   const std::string path = pathText(names);
-  printer.printLine({0, colourDefault, path.c_str()}, false);
-  printLongTree(printer, listing, false, false);
+  {
+    const OutputSpan span;
+    printer.printLine({0, colourDefault, path.c_str()}, false);
+    printLongTree(printer, listing, false, false);
+    std::fflush(stdout);
+  }
   freeTree(listing);
-  std::fflush(stdout);
 }
 
 }  // namespace treescope

@@ -7,6 +7,7 @@
 #include "shell/command_table.h"
 #include "shell/results.h"
 #include "shell/scope_base.h"
+#include "term/standard_output.h"
 #include "term/terminal_mode.h"
 
 namespace treescope {
@@ -59,19 +60,26 @@ int run(ScopeBase& shell, const char* text) {
   return code;
 }
 
-}  // namespace
-
-int ScopeBase::dispatch(const char* command) {
+/// `run`; an error that stopped the command is its result.
+int runOrReport(ScopeBase& shell, const char* text) {
   int error = result::unknownError;
   try {
-    return run(*this, command);
+    return run(shell, text);
   } catch (const std::bad_alloc&) {
     error = result::outOfMemory;
   } catch (const std::exception&) {
     error = result::unknownError;
   }
-  printResult(error);
+  shell.printResult(error);
   return error;
+}
+
+}  // namespace
+
+int ScopeBase::dispatch(const char* command) {
+  const int code = runOrReport(*this, command);
+  flushToTerminal();
+  return code;
 }
 
 int ScopeBase::runSystemCommand(const char* command) {

@@ -1,3 +1,9 @@
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include "model/update_display.h"
 #include "tests/commands/scope_fixture.h"
 
 namespace treescope::test {
@@ -6,6 +12,8 @@ namespace {
 class UpdateDisplay : public ScopeFixture {
  protected:
   void SetUp() override { connect(); }
+
+  ScreenPrinter printer_{0, true};
 
   /// The listing of the root after its first node.
   static std::string top() {
@@ -71,6 +79,33 @@ TEST_F(UpdateDisplay, PrintsWhatAnotherClientStored) {
 
 TEST_F(UpdateDisplay, ReadsTheMostSignificantByteOfAnIdFirst) {
   EXPECT_EQ(deliverUpdate({1, 0x00, 0x05, 0xff, 0xff}), "/top\n");
+}
+
+TEST_F(UpdateDisplay, IsNotDividedByTheOutputOfAnotherThread) {
+  constexpr int updates = 500;
+  test_support::CapturedOutput captured;
+  std::atomic<bool> done{false};
+  std::thread other([&] {
+    while (!done) {
+      std::fputs("other\n", stdout);
+    }
+  });
+  {
+    const KSTD::KThreadMutexLock held(manager_.clientMutex);
+    for (int update = 0; update < updates; ++update) {
+      printUpdate(scope_, {1, 3}, printer_);
+    }
+  }
+  done = true;
+  other.join();
+  const std::string output = captured.take();
+  const std::string whole = "/drive/gains\n+-- [0](p)  [1.5]\n+-- [1](i)  [0.25]\n";
+  int found = 0;
+  for (std::size_t at = output.find(whole); at != std::string::npos;
+       at = output.find(whole, at + 1)) {
+    ++found;
+  }
+  EXPECT_EQ(found, updates);
 }
 
 class NameCache : public UpdateDisplay {
