@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "shell/command_table.h"
@@ -19,6 +20,10 @@ bool ScopeBase::completeCommandWord(const int* codes, const char* head) {
 }
 
 void ScopeBase::presentCandidates(std::vector<std::string> candidates) {
+  for (std::string& candidate : candidates) {
+    // A line ends at a zero byte, and so does what can be inserted into it.
+    candidate.resize(std::strlen(candidate.c_str()));
+  }
   if (candidates.size() > 1) {
     presentSeveral(candidates);
     return;

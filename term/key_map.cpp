@@ -94,7 +94,10 @@ void LineEditor::recover(int code, const std::function<void()>& report) {
     if (report) {
       report();
     }
-    clearLine();
+    // Killing past the end has changed nothing, and the line is still as it was typed.
+    if (code != control('K')) {
+      clearLine();
+    }
     reprompt();
   } catch (const std::exception&) {
     // No memory for a prompt either: the next key starts with an empty line.

@@ -154,6 +154,16 @@ TEST_F(Completion, OfACommandWordAfterSpacesInsertsTheCommonBeginning) {
   EXPECT_EQ(line(), "  c");
 }
 
+TEST_F(Completion, CutsACandidateAtAZeroByte) {
+  shell_.words = {std::string("ab\0cd/", 6)};
+  EXPECT_EQ(tabAfter("get a"), "\n" + drawn.prompt("get a") + redrawn("get ab"));
+  EXPECT_EQ(line(), "get ab");
+  shell_.words = {std::string("ab\0cd", 5), std::string("ab\0ce", 5)};
+  EXPECT_EQ(tabAfter("get a"),
+            "\n" + listedCandidates({"ab", "ab"}) + drawn.prompt("get a") + redrawn("get ab"));
+  EXPECT_EQ(line(), "get ab");
+}
+
 TEST_F(Completion, OfAnUnknownCommandWordPrintsThePromptAgain) {
   EXPECT_EQ(tabAfter("pwd"), "\n" + drawn.prompt("pwd"));
   EXPECT_EQ(line(), "pwd");

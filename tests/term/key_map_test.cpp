@@ -206,14 +206,14 @@ TEST(Keys, AReferenceBeyondTheHistoryIsARangeError) {
   EXPECT_THAT(fixture.shell.lines, ElementsAre("ls", "pwd"));
 }
 
-TEST(Keys, KillingToTheEndFromACursorPastItIsARangeError) {
+TEST(Keys, KillingToTheEndFromACursorPastItIsARangeErrorAndKeepsTheLine) {
   EditorFixture fixture;
   fixture.type("abc");
   fixture.press(0);
-  EXPECT_EQ(fixture.press(control('K')), "\n" + echo.nextPrompt());
+  EXPECT_EQ(fixture.press(control('K')), "\n" + echo.prompt("abc"));
   EXPECT_EQ(fixture.shell.rangeErrors, 1);
-  EXPECT_EQ(fixture.editor.line(), "");
-  EXPECT_EQ(fixture.editor.cursor(), 0U);
+  EXPECT_EQ(fixture.editor.line(), "abc");
+  EXPECT_EQ(fixture.editor.cursor(), 3U);
 }
 
 TEST(Keys, TabRequestsACompletionOfTheLineWithoutLeadingSpaces) {

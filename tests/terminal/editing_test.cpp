@@ -144,8 +144,8 @@ TEST_F(EditingTerminal, HandlesTextAndErasurePastTheEnd) {
   EXPECT_TRUE(
       showsScreen("[ /]$ ab\n"
                   "ERROR: NotFound\n"
-                  "[ /]$\n"));
-  ASSERT_TRUE(type("cd\0\0"s + backspace + backspace + backspace + "#"));
+                  "[ /]$ ab\n"));
+  ASSERT_TRUE(type(ctrl('W') + "cd\0\0"s + backspace + backspace + backspace + "#"));
   EXPECT_TRUE(showsLine("[ /]$ c#|"));
 }
 
