@@ -48,6 +48,7 @@ void LineEditor::startReading() {
   readingStarted_ = true;
   readingStarted_.notify_all();
   if (reader_ != nullptr && !reader_->started() && running_) {
+    static_cast<void>(std::fputs("treescope: cannot start a thread to read keys\n", stderr));
     host_.endOfInput();
   }
 }

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "tests/support/process.h"
 #include "tests/terminal/terminal_test.h"
 
@@ -42,6 +40,27 @@ TEST_F(Output, OfANonBlockingTerminalWaitsForTheUser) {
   ASSERT_TRUE(type("ls -lr" + keys::returnKey + "done"));
   ASSERT_TRUE(showsLine("[ " + server_.name() + "]$ done|"));
   EXPECT_EQ(partsIn(shell().bytesSince(mark)), 20000U);
+}
+
+TEST_F(Output, OfACommandPrecedesTheWaitOfTheNextOne) {
+  start();
+  connect(server_.name());
+  server_.hang();
+  ASSERT_TRUE(enter("pwd;get group_000/item_0000;pwd"));
+  ASSERT_TRUE(showsText("/" + server_.name()));
+  // The server answers in time only if the path has been shown at once.
+  server_.resume();
+  EXPECT_TRUE(showsText("/group_000/item_0000    [0]"));
+}
+
+TEST(OutputOfErrors, SaysThatNoThreadCanBeStarted) {
+  // A thread has a stack of the first limit.
+  const auto result =
+      test_support::run({"/bin/sh", "-c", "ulimit -s 3000000 && ulimit -v 1000000 && exec \"$0\"",
+                         test_support::treescopeProgram()},
+                        "pwd\n");
+  EXPECT_EQ(result.status, ExitStatus());
+  EXPECT_EQ(result.errors, "treescope: cannot start a thread to read keys\n");
 }
 
 }  // namespace
