@@ -43,7 +43,7 @@ struct LineEditorHost {
 /// The thread ends after the key during which the running flag was cleared, or at the
 /// end of standard input. In batch mode there is no thread, nothing is printed, nothing
 /// is read and the cursor stays at the start. If the system cannot start a thread,
-/// `startReading` itself reports the end of input.
+/// `startReading` says so on standard error and itself reports the end of input.
 ///
 /// Everything but the running flag belongs to the key-reader thread once reading has
 /// started; commands run there, so their handlers may call every operation. What one
