@@ -7,7 +7,7 @@ int TreeScope::doFrom(const char* file, const char* /*unused*/) {
   if (!connected()) {
     return result::nothing;
   }
-  return runCommandFile(file == nullptr ? "" : file);
+  return runFileOfCommand(file == nullptr ? "" : file);
 }
 
 }  // namespace treescope

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdio>
-#include <memory>
 #include <string>
 
 namespace treescope {
@@ -16,28 +14,37 @@ class CommandFile {
   /// A longer line is cut to this number of bytes.
   static constexpr std::size_t maxLineLength = 999;
 
-  /// Opens `fileName` (zero-terminated, not null). Does not wait for a writer when
-  /// the file is a named pipe.
+  /// Opens `fileName` (zero-terminated, not null). If the file is a named pipe that no
+  /// process has open for writing, waits until one opens it.
   explicit CommandFile(const char* fileName);
+  ~CommandFile();
+  CommandFile(const CommandFile&) = delete;
+  CommandFile& operator=(const CommandFile&) = delete;
 
   /// Whether the file can be read; a directory cannot. The functions below require
   /// it.
-  [[nodiscard]] bool opened() const { return stream_ != nullptr; }
+  [[nodiscard]] bool opened() const { return descriptor_ != -1; }
 
   /// Whether there is no further line. The end is noticed only after a line that no
   /// line feed ends, which includes the empty line after the last line feed.
   [[nodiscard]] bool ended() const { return ended_; }
 
   /// The next line without its line feed. Of a line longer than `maxLineLength`,
-  /// the beginning; the line after it is then empty and the last one.
+  /// the beginning; the line after it is then empty and the last one. Waits for the
+  /// line as long as a pipe's writer takes.
   [[nodiscard]] std::string nextLine();
 
- private:
-  struct Close {
-    void operator()(std::FILE* stream) const { std::fclose(stream); }
-  };
+  /// Releases the memory for what has been read, until the next line is wanted.
+  void releaseBuffer();
 
-  std::unique_ptr<std::FILE, Close> stream_;
+ private:
+  int nextByte();
+  bool fillBuffer();
+
+  int descriptor_ = -1;
+  std::string buffer_;
+  /// The position of the next byte in `buffer_`.
+  std::size_t position_ = 0;
   bool ended_ = false;
   bool cut_ = false;
 };

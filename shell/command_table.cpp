@@ -128,7 +128,7 @@ constexpr auto rows = std::to_array<CommandRow>({
     {"rn", 2, noOptions, limits, withTwoArguments<&ScopeBase::doRn>, never},
     {"rm", 1, noOptions, limits, withArgument<&ScopeBase::doRm>, never},
     {"mkdir", 1, noOptions, limits, withArgument<&ScopeBase::doMkdir>, never},
-    {"cmdfrom", 1, noOptions, limits, withRequiredArgument<&ScopeBase::runCommandFile>, never},
+    {"cmdfrom", 1, noOptions, limits, withRequiredArgument<&ScopeBase::runFileOfCommand>, never},
     {"convert", 2, noOptions, limits, withTwoArguments<&ScopeBase::doConvert>, never},
     {"quit", 0, noOptions, noWords, exitShell, last},
     {"q", 0, noOptions, noWords, exitShell, never},

@@ -3,6 +3,7 @@
 #include <exception>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "shell/command_table.h"
 #include "shell/results.h"
@@ -39,7 +40,7 @@ const CommandRow& rowOf(const std::string& word) {
   return code == noCommand ? commandTable.back() : commandTable[static_cast<std::size_t>(code)];
 }
 
-int run(ScopeBase& shell, const char* text) {
+int runCommand(ScopeBase& shell, const char* text) {
   if (*text == '$') {
     static_cast<void>(ScopeBase::runSystemCommand(text + 1));
     return result::nothing;
@@ -60,11 +61,25 @@ int run(ScopeBase& shell, const char* text) {
   return code;
 }
 
-/// `run`; an error that stopped the command is its result.
+/// Replaces a pointer while it exists.
+class RestoredPointer {
+ public:
+  RestoredPointer(CommandFileRun*& pointer, CommandFileRun* value)
+      : pointer_(pointer), saved_(std::exchange(pointer, value)) {}
+  ~RestoredPointer() { pointer_ = saved_; }
+  RestoredPointer(const RestoredPointer&) = delete;
+  RestoredPointer& operator=(const RestoredPointer&) = delete;
+
+ private:
+  CommandFileRun*& pointer_;
+  CommandFileRun* const saved_;
+};
+
+/// `runCommand`; an error that stopped the command is its result.
 int runOrReport(ScopeBase& shell, const char* text) {
   int error = result::unknownError;
   try {
-    return run(shell, text);
+    return runCommand(shell, text);
   } catch (const std::bad_alloc&) {
     error = result::outOfMemory;
   } catch (const std::exception&) {
@@ -77,6 +92,11 @@ int runOrReport(ScopeBase& shell, const char* text) {
 }  // namespace
 
 int ScopeBase::dispatch(const char* command) {
+  return dispatchFrom(nullptr, command);
+}
+
+int ScopeBase::dispatchFrom(CommandFileRun* run, const char* command) {
+  const RestoredPointer outer(fileRun_, run);
   const int code = runOrReport(*this, command);
   flushToTerminal();
   return code;

@@ -16,6 +16,8 @@ class EventPortManager;
 
 namespace treescope {
 
+class CommandFileRun;
+
 /// The generic shell: splits lines into commands, checks the arguments of each
 /// command and calls its handler. A concrete shell overrides the handlers.
 ///
@@ -103,9 +105,15 @@ class ScopeBase {
   /// last code. An empty line ends the run with `result::nothing`, and so does a line
   /// feed at the end of the file. Of a line of more than 999 bytes the first 999 are
   /// run, and the run ends after it. Returns `result::openFileError` when the file
-  /// cannot be read, `result::unknownError` when files run each other more than 64
-  /// levels deep. A named pipe that no process has open for writing is an empty file.
+  /// cannot be read or the process has no descriptor left. Waits for the first writer
+  /// of a named pipe, and for its lines.
   int runCommandFile(const char* fileName);
+
+  /// For the handlers of commands that run a file: as `runCommandFile`, unless a
+  /// command file has called the handler. Then it returns `result::success` when the
+  /// file is open. The file is run when the handler has returned, and its result is
+  /// the command's. So files run each other to any depth.
+  int runFileOfCommand(const char* fileName);
 
   /// Runs one command and prints the message of its result. Returns the result:
   /// `result::nothing` for an empty command, `result::exit` when the shell is ending.
@@ -178,7 +186,14 @@ class ScopeBase {
   void showPrompt();
   void presentSeveral(const std::vector<std::string>& candidates);
 
-  int commandFileDepth_ = 0;
+  friend class CommandFileRun;
+
+  /// As `dispatch`; the files that the command runs are added to `run` unless it is
+  /// null.
+  int dispatchFrom(CommandFileRun* run, const char* command);
+
+  /// The run of files that the current command is part of; null for none.
+  CommandFileRun* fileRun_ = nullptr;
 };
 
 }  // namespace treescope

@@ -5,6 +5,19 @@
 
 namespace treescope {
 
+namespace {
+
+// A closing quote is kept: existing command files rely on it.
+void removeOpeningQuote(std::string& text) {
+  trimLeft(text);
+  if (!text.starts_with('"')) {
+    return;
+  }
+  text.erase(0, text.rfind('"', 1) == 0 ? 1 : std::string::npos);
+}
+
+}  // namespace
+
 void trimLeft(std::string& s) {
   s.erase(0, s.find_first_not_of(' '));
 }
@@ -41,6 +54,22 @@ void splitWords(const char* command, std::vector<std::string>& words) {
     words.emplace_back(rest.substr(0, end));
     rest.remove_prefix(end);
   }
+}
+
+std::vector<std::string> scriptCommands(const char* text, bool unquote) {
+  std::string line = text;
+  if (unquote) {
+    removeOpeningQuote(line);
+  }
+  trimRight(line);
+  std::vector<std::string> commands;
+  std::size_t begin = line.find_first_not_of(' ');
+  while (begin != std::string::npos) {
+    const std::size_t end = line.find(';', begin);
+    commands.push_back(line.substr(begin, end - begin));
+    begin = end == std::string::npos ? end : line.find_first_not_of(' ', end + 1);
+  }
+  return commands;
 }
 
 }  // namespace treescope

@@ -1,3 +1,11 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+
 #include "tests/commands/scope_fixture.h"
 #include "tests/support/scratch_directory.h"
 
@@ -56,6 +64,36 @@ TEST_F(From, ReportsAFileThatCannotBeOpened) {
   const CommandResult error{6, "ERROR: OpenFileError\n"};
   EXPECT_EQ(run("from " + directory_.file("none")), error);
   EXPECT_EQ(run("from " + directory_.path()), error);
+}
+
+TEST_F(From, AwaitsTheLinesOfAPipeWithoutTheClientMutex) {
+  const std::string pipe = directory_.file("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::thread writer([this, &pipe] {
+    const int end = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);
+    { const KSTD::KThreadMutexLock held(manager_.clientMutex); }
+    const std::string lines = "set 5 /drive/speed\npwd";
+    EXPECT_EQ(write(end, lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
+    close(end);
+  });
+  EXPECT_EQ(run("from " + pipe), (CommandResult{1, "/drive/speed    [5]\n/" + name_ + '\n'}));
+  writer.join();
+  unlink(pipe.c_str());
+}
+
+TEST_F(From, RunsItselfUntilNoDescriptorIsLeft) {
+  const std::string file = directory_.file("self");
+  ASSERT_EQ(directory_.write("self", "pwd\nfrom " + file), file);
+  rlimit saved{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+  const rlimit lowered{200, saved.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
+  const CommandResult ran = run("from " + file);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+  EXPECT_EQ(ran.result, 6);
+  const auto levels = std::ranges::count(ran.output, '/');
+  EXPECT_GT(levels, 100);
+  EXPECT_EQ(std::ranges::count(ran.output, ':'), levels + 1);
 }
 
 TEST_F(From, IgnoresASecondArgument) {

@@ -1,13 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <thread>
 
 #include "tests/shell/recording_shell.h"
+#include "tests/shell/script_file.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/editor_echo.h"
 #include "tests/support/fed_input.h"
@@ -19,26 +16,6 @@ using test_support::CapturedOutput;
 using test_support::EditorEcho;
 using test_support::FedInput;
 using testing::ElementsAre;
-
-/// A command file that the destructor removes.
-class ScriptFile {
- public:
-  explicit ScriptFile(const std::string& contents) {
-    const int descriptor = mkstemp(name_.data());
-    EXPECT_NE(descriptor, -1);
-    EXPECT_EQ(write(descriptor, contents.data(), contents.size()),
-              static_cast<ssize_t>(contents.size()));
-    close(descriptor);
-  }
-  ~ScriptFile() { unlink(name_.c_str()); }
-  ScriptFile(const ScriptFile&) = delete;
-  ScriptFile& operator=(const ScriptFile&) = delete;
-
-  [[nodiscard]] const char* name() const { return name_.c_str(); }
-
- private:
-  std::string name_ = testing::TempDir() + "script-XXXXXX";
-};
 
 class Scripts : public testing::Test {
  protected:
@@ -141,30 +118,10 @@ TEST_F(Scripts, MissingFilesAndDirectoriesAreNotOpened) {
   EXPECT_EQ(output.take(), "ERROR: OpenFileError\n");
 }
 
-TEST_F(Scripts, APipeWithoutAWriterIsAnEmptyFile) {
-  const std::string name = testing::TempDir() + "pipe-" + std::to_string(getpid());
-  ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
-  EXPECT_EQ(shell.runCommandFile(name.c_str()), 3);
-  unlink(name.c_str());
-}
-
 TEST_F(Scripts, FilesRunFiles) {
   const ScriptFile inner("get inner");
   EXPECT_EQ(runFile(std::string("cmdfrom ") + inner.name() + "\nget outer"), 1);
   EXPECT_THAT(shell.calls, ElementsAre("get|inner", "get|outer"));
-}
-
-TEST_F(Scripts, AFileThatRunsItselfEndsAtTheLimitOfNesting) {
-  const std::string name = testing::TempDir() + "self-" + std::to_string(getpid());
-  std::FILE* file = std::fopen(name.c_str(), "we");
-  ASSERT_NE(file, nullptr);
-  std::fprintf(file, "get level\ncmdfrom %s", name.c_str());
-  std::fclose(file);
-  EXPECT_EQ(shell.runCommandFile(name.c_str()), 2);
-  EXPECT_EQ(shell.calls.size(), 64U);
-  EXPECT_EQ(shell.runCommandFile(name.c_str()), 2) << "the depth must have returned to zero";
-  EXPECT_EQ(shell.calls.size(), 128U);
-  unlink(name.c_str());
 }
 
 TEST_F(Scripts, StartedProgramsDoNotInheritTheFile) {

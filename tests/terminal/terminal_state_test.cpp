@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -7,6 +8,7 @@
 #include <csignal>
 #include <fstream>
 
+#include "tests/support/descriptor.h"
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
 #include "tests/terminal/terminal_test.h"
@@ -157,6 +159,19 @@ TEST_F(TerminalState, IsRestoredAfterTheInterruptAndTheQuitKey) {
     type(key);
     expectKilledBy(signal);
   }
+}
+
+TEST_F(TerminalState, IsRestoredAfterAnInterruptWhileACommandFileIsAwaited) {
+  const std::string pipe = "/tmp/" + test_support::uniquePortName("pipe_");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  start();
+  enter("cmdfrom " + pipe);
+  // Opens when the shell reads the pipe.
+  const test_support::Descriptor writer(::open(pipe.c_str(), O_WRONLY | O_CLOEXEC));
+  EXPECT_NE(writer.get(), -1);
+  type("\003");
+  expectKilledBy(SIGINT);
+  EXPECT_EQ(::unlink(pipe.c_str()), 0);
 }
 
 TEST_F(TerminalState, StaysRawAtASignalThatWasIgnoredFromTheStart) {
