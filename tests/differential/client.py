@@ -58,11 +58,9 @@ class Client:
         children = self.children(chain)
         if component.startswith(b"noname-"):
             tail = component[7:]
-            if tail.lstrip() != tail or tail[:1] in (b"-", b"+"):
-                raise Unmodelled("a number with a sign or blanks")
+            if tail.lstrip()[:1] in (b"-", b"+"):
+                raise Unmodelled("a number with a sign")
             number = stream_number(tail)
-            if number is not None and b"%d" % number != tail:
-                raise Unmodelled("a number with more behind it")
             return next((child for child in children if child.number == number), None)
         return next((child for child in children if child.name == component), None)
 

@@ -1,6 +1,7 @@
 """The handlers of the commands that act on the connected tree."""
 
 from client import Client, NoTarget
+from known import leave_out
 from listing import LONG, RECURSIVE, build
 from screen import Entry, Screen
 from tree import find
@@ -56,8 +57,6 @@ class Commands:
             if name.startswith(b"Model") or name.startswith(b"modelsrv"):
                 raise Unmodelled("another server")
             return NO_CONNECTION
-        if self.updates:
-            raise Unmodelled("connecting again after an update")
         self.client = Client(self.root, self.server)
         self.current_path = [name]
         return SUCCESS
@@ -125,10 +124,7 @@ class Commands:
         return self.do_get(echo)
 
     def notify(self, chain):
-        count = self.client.subscriptions.count(chain)
-        if count > 1:
-            raise Unmodelled("two subscriptions of one part")
-        if count:
+        if chain in self.client.subscriptions:
             self.updates.append(self.update_text(chain))
 
     def update_text(self, chain):
@@ -172,10 +168,7 @@ class Commands:
         return self.subscribe(chain)
 
     def subscribe(self, chain):
-        part = find(self.root, chain)
-        if part.children is not None:
-            raise Unmodelled("a subscription of a node")
-        if not part.subscribable:
+        if not find(self.root, chain).subscribable:
             return UNKNOWN_ERROR
         self.client.subscriptions.append(chain)
         return SUCCESS
@@ -187,12 +180,16 @@ class Commands:
             raise Unmodelled("an empty path typed")
         base = b"" if path is None else expanded + b"/"
         result = NOTHING
+        if self.walked and len(chain) <= self.walked[-1]:
+            leave_out("eu -r, a name that leads out")
+        self.walked.append(len(chain))
         self.depth += 1
         if self.depth > 20:
             raise Unmodelled("a walk that does not come down")
         for child in self.client.children(chain):
             result = self.do_eu(options, base + child.shown_name())
         self.depth -= 1
+        self.walked.pop()
         return result
 
     def do_du(self, path):

@@ -6,7 +6,7 @@ from session import Session, run_model
 from tree import find, random_value
 from values import Unmodelled, value_text
 from vocabulary import (CONTROLS, ENDINGS, ESCAPES, FILES, GARBAGE, HISTORY, KEYS, LINES, MISTAKES,
-                        NUMBERS, ODD_PATHS, SCRIPT_LINES, WORDS)
+                        NUMBERS, ODD_PATHS, SCRIPT_LINES, SEPARATORS, WORDS)
 
 # How much more often a theme's sessions hold some of the commands.
 THEMES = [{}, {}, {"watch": 6, "store": 3}, {"save": 6, "store": 3}, {"edit": 5}, {"complete": 8}]
@@ -64,6 +64,8 @@ class Generator:
     def extend(self, session, expected, command):
         """The session with one more command, or as it was where the rules are silent."""
         item = self.keys(command) if session.kind == "keys" else command
+        if session.kind == "file" and self.rng.random() < 0.1:
+            item = self.rng.choice(SCRIPT_LINES + [b'"' + command])
         for _ in range(30):
             longer = session.with_items(session.items + [item])
             try:
@@ -88,8 +90,9 @@ class Generator:
         while node.children and (not chain or self.rng.random() < 0.75):
             node = self.rng.choice(node.children)
             chain += (node.number,)
-            by_number = self.rng.random() < 0.03
-            names.append(b"noname-%d" % node.number if by_number else node.shown_name())
+            by_number = self.rng.random() < 0.04
+            tail = self.rng.choice([b"", b"", b"x", b" "])
+            names.append(b"noname-%d" % node.number + tail if by_number else node.shown_name())
         return chain, names
 
     def path(self, shell):
@@ -145,6 +148,16 @@ class Generator:
         chain, names = self.chain(shell)
         return self.store_into(find(shell.root, chain), names)
 
+    def counted_store(self, shell):
+        """A text with its length in front, right or wrong."""
+        if not shell.client:
+            return b"pwd"
+        chain, names = self.chain(shell)
+        text = self.rng.choice([b"3\nabc", b"2\nabc", b"4\nabc", b"0\n", b"4\na\nbc", b"\nabc"])
+        if find(shell.root, chain).kind != "text":
+            return b"str a " + b"/".join(names)
+        return b'set "' + text + b'" "/' + b"/".join(names) + b'"'
+
     def store_into(self, part, names):
         path = b"/" + b"/".join(names)
         if part.element_sum():
@@ -177,8 +190,8 @@ class Generator:
             ("save", 4, lambda: self.replay(shell)),
             ("plain", 6, lambda: rng.choice(LINES)),
             ("complete", 4, lambda: self.tab_command(shell)),
-            ("plain", 2, lambda: b"cd" + rng.choice([b"", b" nowhere", b" ..", b" /", b" " + server])),
-            ("plain", 3, lambda: rng.choice([b";", b"; "]).join([self.command(shell) for _ in "ab"])),
+            ("plain", 2, lambda: b"cd" + rng.choice([b"", b" no", b" ..", b" /", b" " + server])),
+            ("plain", 3, lambda: self.command(shell) + rng.choice(SEPARATORS) + self.command(shell)),
             ("plain", 3, lambda: self.spoiled(self.command(shell))),
             ("plain", 1, lambda: rng.choice([b"exit", b"quit", b"q"])),
         ]
@@ -186,7 +199,7 @@ class Generator:
             makers.append(("edit", 10, lambda: rng.choice(HISTORY)))
             makers.append(("complete", 3, lambda: rng.choice(KEYS)))
         else:
-            makers.append(("store", 1, lambda: b'set "3\nabc"' + self.maybe_path(shell)))
+            makers.append(("store", 3, lambda: self.counted_store(shell)))
         weights = [weight * self.theme.get(group, 1) for group, weight, _ in makers]
         return rng.choices([maker for _, _, maker in makers], weights)[0]()
 
@@ -218,7 +231,8 @@ class Generator:
         path = self.path(shell)
         begun = path[:rng.randint(0, len(path))]
         words = [b"c", b"", b"l", b"ls ", b"zz", b"to", b"ls ..", b"e", b"set", b"ls -l /"]
-        return b"tab " + rng.choice(words + [start + begun for start in (b"cd ", b"get a ", b"x y ")])
+        words += [start + begun for start in (b"cd ", b"get a ", b"x y ")]
+        return b"tab " + rng.choice(words)
 
     def spoiled(self, text):
         rng = self.rng

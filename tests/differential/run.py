@@ -4,10 +4,10 @@
 What the model does not cover, and no session contains: the servers of the machine
 (`ls` and Tab without a connection, but for this run's own server), `help`, a system
 command other than echo, signals and the end of the input, byte 0, lines of more than
-1,000 bytes, lines of files above 999, subscriptions of nodes, updates beside other
-output in one step, two subscriptions of a part that changes, numbers written in
-forms that a loader may take or refuse ("+5", ".5", "inf"), element indices above
-60,000 or with a sign, and history references before the first entry.
+1,000 bytes, lines of files above 999, updates beside other output in one step,
+numbers written in forms that a loader may take or refuse ("+5", ".5", "inf"),
+element indices above 60,000 or with a sign, byte 0 in values and names, keys typed
+while a system command runs, and history references before the first entry.
 """
 
 import argparse
@@ -20,6 +20,7 @@ import time
 
 sys.dont_write_bytecode = True
 
+import known
 from editor import NeedInput
 from generate import Generator
 from session import Difference, Run, Server, Session, run_model
@@ -136,12 +137,14 @@ def parse_arguments():
     parser.add_argument("--hours", type=float, help="instead of --seconds")
     parser.add_argument("--seed", type=int, help="of the first round; the next has the next number")
     parser.add_argument("--rounds", type=int, default=sys.maxsize, help="1 reproduces a seed")
+    parser.add_argument("--known", action="store_true", help="include the known differences")
     parser.add_argument("--differences", type=int, default=1, help="go on until there are so many")
     return parser.parse_args()
 
 
 def main():
     options = parse_arguments()
+    known.included = options.known
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     seconds = options.hours * 3600 if options.hours else options.seconds
     deadline = time.monotonic() + seconds

@@ -46,6 +46,7 @@ class Shell(Commands):
         self.system_runs = 0
         self.commands = 0
         self.depth = 0
+        self.walked = []  # Depths of the nodes that `eu -r` is walking.
 
     def pager_key(self):
         return self.editor.next_byte()

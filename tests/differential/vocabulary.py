@@ -26,6 +26,9 @@ LINES = pieces(b'pwd|pwd x|end|terminate|bt|bt -x|bt x|setport a b|setport a b c
                b'|-l x|"" x|"pwd"|PWD|$echo one two| $echo x||  |# note|get -r|ls /a /b|set|str'
                b'|cat -r|eu -c x|du -l|cmdfrom|from|to|cd a b|end x|$echo a b  c|set -l|to -f|get -'
                b'|ls -q|ls -rq -l|history|tab|from f x y|cmdfrom ""|to ""|setport a b c d|du "" x')
-SCRIPT_LINES = pieces(b'"pwd"|""|"| pwd |pwd;;pwd|;|cmdfrom f|pwd; $echo x|"pwd;pwd|$echo y|\tpwd')
-ODD_PATHS = pieces(b'/|..|~|.|a|../x|[0]|""|//|/..|noname-|noname-1|~~|/~|-|[1]x')
+SCRIPT_LINES = pieces(b'"pwd"|""|"| pwd |pwd;;pwd|;|cmdfrom f|pwd; $echo x|"pwd;pwd|$echo y|\tpwd|""pwd'
+                      b'|"" pwd|  "pwd')
+SEPARATORS = [b";", b"; "]
+ODD_PATHS = pieces(b'/|..|~|.|a|../x|[0]|""|//|/..|noname-|noname-1|noname-1x|noname- 1|noname-01'
+                   b'|~~|/~|-|[1]x')
 ENDINGS = pieces(b"/|[0]|[]|[99]|[x]|[1x]|/..|x|//|[1|[ 1]|]|[0][1]|[0]x|/.|/[0]")
