@@ -15,7 +15,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned long firstValue = 2'000'000;
+constexpr unsigned long firstUpdateValue = 2'000'000;
 
 double thousandsPerSecond(unsigned long number, Clock::duration time) {
   return static_cast<double>(number) / std::chrono::duration<double>(time).count() / 1e3;
@@ -35,7 +35,7 @@ Sampler updateLatency(Fields& fields) {
   const auto descriptor = static_cast<int>(fields.number());
   Template text(fields.bytes());
   return [descriptor, text, store = makeStore(fields),
-          value = firstValue]() mutable -> std::vector<double> {
+          value = firstUpdateValue]() mutable -> std::vector<double> {
     const std::string& expected = text.with(++value);
     discardInput(descriptor);
     std::string written;
@@ -52,7 +52,7 @@ Sampler storeRate(Fields& fields) {
   const unsigned long number = fields.number();
   const auto subscriber = makeSubscriber(fields);
   return [number, subscriber, store = makeStore(fields),
-          value = firstValue]() mutable -> std::vector<double> {
+          value = firstUpdateValue]() mutable -> std::vector<double> {
     const unsigned long before = subscriber->count();
     const Clock::time_point begin = Clock::now();
     for (unsigned long i = 0; i < number; ++i) {

@@ -11,17 +11,17 @@ ChildList children(ChildSearch search = ChildSearch::rare) {
 
 constexpr ChildSearch bothSearches[] = {ChildSearch::rare, ChildSearch::frequent};
 
-struct Case {
+struct SearchCase {
   std::string text;
   std::optional<std::size_t> position;
 };
 
 TEST(FindName, FindsTheFirstChildThatIsDisplayedAsTheName) {
-  const Case cases[] = {
+  const SearchCase cases[] = {
       {"speed", 0},      {"gain", 2},   {"noname-3", 1}, {"noname-4", 4}, {"noname-12", {}},
       {"noname-03", {}}, {"Speed", {}}, {"spee", {}},    {"speed ", {}},  {"", {}},
   };
-  for (const Case& test : cases) {
+  for (const SearchCase& test : cases) {
     for (const ChildSearch search : bothSearches) {
       EXPECT_EQ(children(search).findName(test.text), test.position) << test.text;
     }
@@ -29,7 +29,7 @@ TEST(FindName, FindsTheFirstChildThatIsDisplayedAsTheName) {
 }
 
 TEST(FindComponent, ReadsTheTextAfterNonameAsAnId) {
-  const Case cases[] = {
+  const SearchCase cases[] = {
       {"speed", 0},
       {"gain", 2},
       {"noname-3", 1},
@@ -46,7 +46,7 @@ TEST(FindComponent, ReadsTheTextAfterNonameAsAnId) {
       {"noname", {}},
       {"Gain", {}},
   };
-  for (const Case& test : cases) {
+  for (const SearchCase& test : cases) {
     for (const ChildSearch search : bothSearches) {
       EXPECT_EQ(children(search).findComponent(test.text), test.position) << test.text;
     }

@@ -9,7 +9,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-struct Case {
+struct UpdateCase {
   const char* what;
   Bytes bytes;
   IdChain chain;
@@ -22,7 +22,7 @@ IdChain decoded(const Bytes& bytes) {
 }
 
 TEST(DecodeUpdate, ReadsTheMostSignificantByteFirstIfTheFlagIsOne) {
-  const Case cases[] = {
+  const UpdateCase cases[] = {
       {"one id", {1, 0x00, 0x05, 0xff, 0xff, 0xff, 0xfe}, {5}},
       {"two ids", {1, 0x01, 0x02, 0x00, 0x0c, 0xff, 0xff}, {0x0102, 12}},
       {"the root", {1, 0xff, 0xff, 0x00, 0x05}, {}},
@@ -33,7 +33,7 @@ TEST(DecodeUpdate, ReadsTheMostSignificantByteFirstIfTheFlagIsOne) {
       {"the flag alone", {1}, {}},
       {"nothing", {}, {}},
   };
-  for (const Case& test : cases) {
+  for (const UpdateCase& test : cases) {
     EXPECT_EQ(decoded(test.bytes), test.chain) << test.what;
   }
 }

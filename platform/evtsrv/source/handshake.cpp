@@ -14,7 +14,7 @@ namespace EvtSrv::internal {
 namespace {
 
 // How often another client's sweep may remove the pipes before they are locked.
-constexpr int maxAttempts = 16;
+constexpr int maxTokenAttempts = 16;
 
 }  // namespace
 
@@ -62,7 +62,7 @@ EvtRes Handshake::openMailbox(const std::string& name) {
 
 int Handshake::makePipes() {
   int result = -EEXIST;
-  for (int attempt = 0; attempt < maxAttempts && result == -EEXIST; ++attempt) {
+  for (int attempt = 0; attempt < maxTokenAttempts && result == -EEXIST; ++attempt) {
     result = system_.random(hello_.token);
     if (result == 0) {
       result = makePipesOf(hello_.token);

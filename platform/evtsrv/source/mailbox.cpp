@@ -12,7 +12,7 @@ namespace EvtSrv::internal {
 namespace {
 
 // How often another process may remove the mailbox while it is being opened.
-constexpr int maxAttempts = 16;
+constexpr int maxOpenAttempts = 16;
 
 bool isAllowedInPortName(char character) {
   const auto byte = static_cast<unsigned char>(character);
@@ -36,7 +36,7 @@ EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_
   }
   system_ = &system;
   path_ = mailboxPath(name);
-  for (int attempt = 0; attempt < maxAttempts; ++attempt) {
+  for (int attempt = 0; attempt < maxOpenAttempts; ++attempt) {
     EvtRes result = EvtRes_SystemError;
     if (tryOpen(group, result) == Attempt::done) {
       if (result != EvtRes_Success) {

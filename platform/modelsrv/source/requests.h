@@ -31,6 +31,8 @@
 
 namespace ModelSrv::internal {
 
+// The arguments of the table are single tokens.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 enum class Operation : std::uint16_t {
 #define MODELSRV_OPERATION(operation, number, fields) operation = number,
   MODELSRV_OPERATIONS(MODELSRV_OPERATION)
@@ -40,6 +42,7 @@ enum class Operation : std::uint16_t {
 #define MODELSRV_COUNT_OPERATION(operation, number, fields) +1
 inline constexpr std::size_t operationCount = 0 MODELSRV_OPERATIONS(MODELSRV_COUNT_OPERATION);
 #undef MODELSRV_COUNT_OPERATION
+// NOLINTEND(bugprone-macro-parentheses)
 
 /// The position of `operation` in `MODELSRV_OPERATIONS`.
 constexpr std::size_t positionOf(Operation operation) {
