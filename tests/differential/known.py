@@ -5,7 +5,8 @@ from values import Unmodelled
 KNOWN = {
     "eu -r, a name that leads out":
         "a child named \"~\" (or a node named \"..\") makes the path of the walk lead to a node that is "
-        "no deeper than the one being walked: the rules subscribe that one too, the shell skips it",
+        "no deeper than the one being walked: the rules subscribe that one too, the shell subscribes "
+        "the child of that name",
 }
 included = False
 

@@ -186,7 +186,7 @@ TEST_F(LostReply, UnsubscribeOfWhatTheServerDoesNotHaveEndsTheSubscription) {
   for (const ModelRes result : {ModelSrv::ModelRes_NotSubscribed, ModelSrv::ModelRes_NoSuchPart}) {
     during([this] { reply(wire::subscribe, ModelRes_Success); },
            [&] { ASSERT_EQ(client.subscribe(client.counter), ModelRes_Success); });
-    during([this, result] { reply(wire::unsubscribe, result); },
+    during([this, result] { reply(wire::unsubscribe, static_cast<std::uint16_t>(result)); },
            [&] { EXPECT_EQ(client.counter.unsubscribeToServer(&client.root), ModelRes_Success); });
     EXPECT_EQ(client.counter.unsubscribeToServer(&client.root), ModelSrv::ModelRes_NotSubscribed);
   }

@@ -16,7 +16,7 @@ namespace {
 using testing::ElementsAre;
 using testing::StartsWith;
 
-constexpr std::string_view description = R"({"name": "Model_device", "children": [
+constexpr std::string_view sampleDescription = R"({"name": "Model_device", "children": [
   {"id": 1, "name": "drive", "children": [
     {"id": 2, "name": "label", "type": "text", "value": "two words"}]}]})";
 
@@ -37,7 +37,7 @@ NextPiece inPieces(std::string_view text, std::size_t size) {
 
 TEST(DescriptionPieces, ParsesPiecesOfAnySize) {
   for (const std::size_t size : {1U, 2U, 7U, 64U, 4096U}) {
-    const auto result = parseTreeDescription(inPieces(description, size));
+    const auto result = parseTreeDescription(inPieces(sampleDescription, size));
     const auto* tree = std::get_if<TreeDescription>(&result);
     ASSERT_NE(tree, nullptr) << size;
     ASSERT_EQ(tree->entries.size(), 2U) << size;

@@ -112,9 +112,9 @@ TEST_F(TerminalMode, IsOriginalWhileRawModeIsSuspendedAndRawAfterwards) {
       EXPECT_TRUE(sameMode(mode(), original_));
       const OriginalMode nested;
       EXPECT_TRUE(sameMode(mode(), original_));
-      termios left = original_;
-      left.c_lflag ^= ECHO;
-      EXPECT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &left), 0);
+      termios echoless = original_;
+      echoless.c_lflag ^= ECHO;
+      EXPECT_EQ(tcsetattr(STDIN_FILENO, TCSANOW, &echoless), 0);
     }
     EXPECT_TRUE(sameMode(mode(), raw));
   }

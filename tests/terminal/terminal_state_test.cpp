@@ -18,9 +18,9 @@
 namespace terminal_test {
 namespace {
 
-const std::string prompt = "[ /]$ ";
+const std::string topPrompt = "[ /]$ ";
 
-bool isRaw(const termios& mode) {
+bool hasRawMode(const termios& mode) {
   return (mode.c_lflag & static_cast<tcflag_t>(ICANON | ECHO)) == 0;
 }
 
@@ -32,11 +32,11 @@ class TerminalState : public testing::Test {
     original_ = TerminalSession({"true"}).mode();
     shell_.emplace(command, options);
     if (options.foreground) {
-      ASSERT_TRUE(shell_->readThrough(prompt));
-      ASSERT_TRUE(isRaw(shell_->mode()));
+      ASSERT_TRUE(shell_->readThrough(topPrompt));
+      ASSERT_TRUE(hasRawMode(shell_->mode()));
       // The shell is completely constructed only when it runs a line.
       enter("pwd");
-      ASSERT_TRUE(shell_->readThrough(prompt));
+      ASSERT_TRUE(shell_->readThrough(topPrompt));
     }
   }
 
@@ -82,8 +82,8 @@ class TerminalState : public testing::Test {
   /// then repaints the prompt.
   void expectRawPrompt() {
     do {
-      ASSERT_TRUE(shell_->readThrough(prompt));
-    } while (!isRaw(shell_->mode()));
+      ASSERT_TRUE(shell_->readThrough(topPrompt));
+    } while (!hasRawMode(shell_->mode()));
   }
 
   /// Continues the shell and waits until it has repainted its prompt.
@@ -181,8 +181,8 @@ TEST_F(TerminalState, StaysRawAtASignalThatWasIgnoredFromTheStart) {
     shell_->signal(signal);
     enter("pwd");
     ASSERT_TRUE(shell_->readThrough("/\r\n"));
-    ASSERT_TRUE(shell_->readThrough(prompt));
-    EXPECT_TRUE(isRaw(shell_->mode())) << signal;
+    ASSERT_TRUE(shell_->readThrough(topPrompt));
+    EXPECT_TRUE(hasRawMode(shell_->mode())) << signal;
     enter("exit");
     expectEnd(0);
   }
@@ -290,8 +290,8 @@ TEST_F(TerminalState, IsOriginalForASystemCommandAndRawAfterIt) {
       "$stty -a | tr ' ' '\\n' | grep -x -e '-*icanon' -e '-*echo' -e '-*ixon' -e '-*iexten'|tr "
       "'\\n' ' '");
   EXPECT_TRUE(shell_->readThrough("ixon icanon iexten echo "));
-  ASSERT_TRUE(shell_->readThrough(prompt));
-  EXPECT_TRUE(isRaw(shell_->mode()));
+  ASSERT_TRUE(shell_->readThrough(topPrompt));
+  EXPECT_TRUE(hasRawMode(shell_->mode()));
   enter("exit");
   expectEnd(0);
 }
@@ -308,8 +308,8 @@ TEST_F(TerminalState, IsOriginalForTheManualAndRawAfterIt) {
   EXPECT_TRUE(originalMode());
   type("q\r");
   EXPECT_TRUE(shell_->readThrough("closed by q\r\n"));
-  EXPECT_TRUE(shell_->readThrough(prompt));
-  EXPECT_TRUE(isRaw(shell_->mode()));
+  EXPECT_TRUE(shell_->readThrough(topPrompt));
+  EXPECT_TRUE(hasRawMode(shell_->mode()));
   enter("exit");
   expectEnd(0);
   EXPECT_EQ(::unlink(man.c_str()), 0);
@@ -322,8 +322,8 @@ TEST_F(TerminalState, SendsAnInterruptDuringACommandToTheCommandOnly) {
   ASSERT_TRUE(shell_->readThrough("Linux version"));
   EXPECT_TRUE(originalMode());
   type("\003");
-  ASSERT_TRUE(shell_->readThrough(prompt));
-  EXPECT_TRUE(isRaw(shell_->mode()));
+  ASSERT_TRUE(shell_->readThrough(topPrompt));
+  EXPECT_TRUE(hasRawMode(shell_->mode()));
   type("\003");
   expectKilledBy(SIGINT);
 }

@@ -8,7 +8,7 @@
 namespace EvtSrv::internal {
 namespace {
 
-class CountingSystem : public PosixSystem {
+class EpollCountingSystem : public PosixSystem {
  public:
   int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,
                std::uint64_t token) override {
@@ -59,7 +59,7 @@ class Reactors : public testing::Test {
   [[nodiscard]] int writeEnd() const { return ends_[1]; }
   void fill() { EXPECT_EQ(::write(writeEnd(), "x", 1), 1); }
 
-  CountingSystem system_;
+  EpollCountingSystem system_;
   CountingHandler handler_;
   KSTD::KThreadMutex mutex_;
   std::lock_guard<KSTD::KThreadMutex> lock_{mutex_};
