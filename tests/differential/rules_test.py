@@ -32,8 +32,8 @@ def sample():
 
 
 def batch(text, files=None, path=b""):
-    shell = Shell(sample(), b"rig", files=files)
-    shell.dispatch(b"cd rig")
+    shell = Shell(sample(), b"device", files=files)
+    shell.dispatch(b"cd device")
     if path:
         shell.dispatch(b"cd " + path)
     shell.run_string(text)
@@ -95,7 +95,7 @@ class Values(unittest.TestCase):
 
 class Dispatch(unittest.TestCase):
     def results(self, command):
-        shell = Shell(sample(), b"rig")
+        shell = Shell(sample(), b"device")
         return shell.dispatch(command), bytes(shell.out)
 
     def test_results_and_messages(self):
@@ -110,11 +110,11 @@ class Dispatch(unittest.TestCase):
 
     def test_strings_stop_at_an_error(self):
         self.assertEqual(output(b"bad;pwd"), b"ERROR: OptionError\n")
-        self.assertEqual(output(b"pwd;;pwd"), b"/rig\n/rig\n")
+        self.assertEqual(output(b"pwd;;pwd"), b"/device\n/device\n")
 
     def test_a_blank_line_ends_a_file(self):
         shell = batch(b"cmdfrom f", {b"f": b"pwd\n\npwd"})
-        self.assertEqual(shell.out, b"/rig\n")
+        self.assertEqual(shell.out, b"/device\n")
         shell = batch(b"cmdfrom f", {b"f": b"foo"})
         self.assertEqual(shell.out, b"ERROR: OptionError\nERROR: OptionError\n")
 
@@ -163,7 +163,7 @@ class Tree(unittest.TestCase):
 
 class Keys(unittest.TestCase):
     def editor(self, keys, columns=80, rows=24):
-        shell = Shell(sample(), b"rig", (rows, columns))
+        shell = Shell(sample(), b"device", (rows, columns))
         editor = Editor(shell)
         editor.type(keys)
         return editor
@@ -190,12 +190,12 @@ class Keys(unittest.TestCase):
 
     def test_completion(self):
         for keys, line in [
-                (b"l\t", b"ls "), (b"c\t", b"c"), (b"cd rig\ncd ..\t", b"cd ../"), (b"cd rig\nget d\t", b"get drive/"),
-                (b"cd rig\nget drive/s\t", b"get drive/speed"), (b"  l\t", b"ls "), (b"zz\t", b"zz")]:
+                (b"l\t", b"ls "), (b"c\t", b"c"), (b"cd device\ncd ..\t", b"cd ../"), (b"cd device\nget d\t", b"get drive/"),
+                (b"cd device\nget drive/s\t", b"get drive/speed"), (b"  l\t", b"ls "), (b"zz\t", b"zz")]:
             self.assertEqual(self.editor(keys).line, line, keys)
 
     def test_the_pager_stops(self):
-        shown = bytes(self.editor(b"cd rig\nls -rm\n q", rows=5).out)
+        shown = bytes(self.editor(b"cd device\nls -rm\n q", rows=5).out)
         self.assertEqual(shown.count(b"More"), 2)
         self.assertEqual(shown.count(b"+-- "), 6)
 

@@ -54,6 +54,9 @@ TEST_F(Output, OfACommandPrecedesTheWaitOfTheNextOne) {
 }
 
 TEST(OutputOfErrors, SaysThatNoThreadCanBeStarted) {
+  if (test_support::sanitized) {
+    GTEST_SKIP() << "the sanitizer itself needs address space";
+  }
   // A thread has a stack of the first limit.
   const auto result =
       test_support::run({"/bin/sh", "-c", "ulimit -s 3000000 && ulimit -v 1000000 && exec \"$0\"",

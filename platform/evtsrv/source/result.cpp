@@ -9,13 +9,13 @@ const char* describe(EvtRes result) {
     case EvtRes_Timeout:
       return "nothing came in time";
     case EvtRes_NoServer:
-      return "nobody serves that name";
+      return "no server serves that name";
     case EvtRes_NameInUse:
       return "another server has that name";
     case EvtRes_BadName:
       return "not a valid port name";
     case EvtRes_NotPermitted:
-      return "the pipe belongs to somebody else";
+      return "the pipe belongs to another user";
     case EvtRes_Refused:
       return "the server takes no further connection";
     case EvtRes_Closed:
