@@ -10,8 +10,16 @@ constexpr mode_t groupReadWrite = 060;
 
 }  // namespace
 
+bool isPipe(const struct stat& pipe) {
+  return S_ISFIFO(pipe.st_mode) && pipe.st_nlink == 1;
+}
+
+bool mayServe(System& system, const struct stat& mailbox) {
+  return isPipe(mailbox) && mailbox.st_uid == system.effectiveUser();
+}
+
 bool isTrusted(System& system, const struct stat& pipe, std::optional<gid_t> group) {
-  if (!S_ISFIFO(pipe.st_mode)) {
+  if (!isPipe(pipe)) {
     return false;
   }
   const uid_t user = system.effectiveUser();

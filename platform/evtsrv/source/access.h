@@ -13,6 +13,14 @@ namespace EvtSrv::internal {
 inline constexpr mode_t ownMode = 0600;
 inline constexpr mode_t sharedMode = 0660;
 
+/// Whether `pipe` is a pipe with one name. Another link to it would give it a second path,
+/// which another user may have made.
+bool isPipe(const struct stat& pipe);
+
+/// Whether this process may serve `mailbox`: a pipe of its own effective user, root
+/// included.
+bool mayServe(System& system, const struct stat& mailbox);
+
 /// Whether `pipe` is a pipe that this process may use: its owner is this user or root;
 /// or it belongs to `group`, of which this process is a member, and others have no
 /// access. Root may use the pipe of any user.

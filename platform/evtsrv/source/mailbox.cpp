@@ -68,7 +68,10 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
   if (step < 0) {
     return failed(step);
   }
-  if (!isTrusted(*system_, named, group)) {
+  if (named.st_nlink == 0) {
+    return Attempt::again;
+  }
+  if (!mayServe(*system_, named)) {
     return failed(-EPERM);
   }
   step = openPipe(name, named);

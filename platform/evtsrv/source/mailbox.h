@@ -38,8 +38,8 @@ class Mailbox {
   /// Makes the mailbox of port `name`, or takes over the one that a dead server has
   /// left, and sets its access for `group`. Hellos that are in it are kept.
   /// `EvtRes_NameInUse` if a live server has the mailbox; `EvtRes_NotPermitted` if the
-  /// path leads to anything but a pipe that this process may trust, which is then left
-  /// as it is.
+  /// path leads to anything but a pipe of this process's effective user that has no other
+  /// link, which is then left as it is.
   EvtRes open(System& system, const std::string& name, std::optional<gid_t> group);
 
   /// Removes the path, while the lock still keeps other servers out, and closes the

@@ -46,7 +46,7 @@ bool mayBeSwept(System& system, const struct stat& file) {
 }
 
 bool isOwnPipe(System& system, const struct stat& file) {
-  return S_ISFIFO(file.st_mode) && file.st_uid == system.effectiveUser();
+  return isPipe(file) && file.st_uid == system.effectiveUser();
 }
 
 void sweepOne(System& system, const std::string& path) {
@@ -112,11 +112,11 @@ int PrivatePipe::openAndLock(const PipeAccess& access) {
   if (result < 0) {
     return result;
   }
-  if (!isOwnPipe(*system_, opened)) {
-    return -EPERM;
-  }
   if (opened.st_nlink == 0) {
     return -EEXIST;
+  }
+  if (!isOwnPipe(*system_, opened)) {
+    return -EPERM;
   }
   return setAccess(*system_, reader_.number(), opened, access.owner, access.group,
                    access.group ? sharedMode : ownMode);
