@@ -116,21 +116,47 @@ TEST_F(PrivatePipes, ManyClientsCanConnectAtTheSameTime) {
   }
 }
 
-TEST_F(PrivatePipes, SweepRemovesNothingButPrivatePipes) {
-  const std::string token = wire::newToken();
-  const std::string file = wire::privatePipePath(token, ".req");
-  const std::string foreign = wire::privatePipePath(token, ".rep.fifo");
+TEST_F(PrivatePipes, SweepRemovesNothingWithOtherNames) {
+  const std::string foreign = wire::privatePipePath(wire::newToken(), ".rep.fifo");
   const std::string shortName = "/tmp/.krv-" + port + ".evt";
-  const RawPipe regular(::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
-  ASSERT_TRUE(regular.isOpen());
   ASSERT_EQ(::mkfifo(foreign.c_str(), 0600), 0);
   ASSERT_EQ(::mkfifo(shortName.c_str(), 0600), 0);
   Client client;
   ASSERT_EQ(client.connect(port).result, ModelRes_Success);
-  for (const std::string& path : {file, foreign, shortName}) {
+  for (const std::string& path : {foreign, shortName}) {
     EXPECT_TRUE(exists(path)) << path;
     ::unlink(path.c_str());
   }
+}
+
+TEST_F(PrivatePipes, SweepRemovesWhatIsNoPipeIfItBelongsToThisUser) {
+  const std::string token = wire::newToken();
+  const std::string file = wire::privatePipePath(token, ".req");
+  const std::string link = wire::privatePipePath(token, ".rep");
+  const std::string directory = wire::privatePipePath(token, ".evt");
+  const RawPipe regular(::open(file.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
+  ASSERT_TRUE(regular.isOpen());
+  ASSERT_EQ(::symlink("/nowhere", link.c_str()), 0);
+  ASSERT_EQ(::mkdir(directory.c_str(), 0700), 0);
+  Client client;
+  ASSERT_EQ(client.connect(port).result, ModelRes_Success);
+  for (const std::string& path : {file, link, directory}) {
+    EXPECT_FALSE(exists(path)) << path;
+  }
+}
+
+TEST_F(PrivatePipes, SweepKeepsWhatBelongsToAnotherUser) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can make files of other users";
+  }
+  constexpr uid_t foreigner = 54322;
+  const std::string link = wire::privatePipePath(wire::newToken(), ".rep");
+  ASSERT_EQ(::symlink("/nowhere", link.c_str()), 0);
+  const bool given = ::lchown(link.c_str(), foreigner, foreigner) == 0;
+  Client client;
+  ASSERT_EQ(client.connect(port).result, ModelRes_Success);
+  EXPECT_EQ(given, exists(link));
+  ::unlink(link.c_str());
 }
 
 TEST_F(PrivatePipes, EveryDescriptorIsClosedOnExec) {

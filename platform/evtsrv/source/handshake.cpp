@@ -33,8 +33,6 @@ EvtRes Handshake::begin(const std::string& name) {
     return result == EvtRes_NoServer ? EvtRes_SystemError : result;
   }
   result = sendHello();
-  // The server works on the hello meanwhile.
-  sweepPrivatePipes(system_, hello_.token);
   return result == EvtRes_Timeout ? EvtRes_Success : result;
 }
 
@@ -164,6 +162,7 @@ ConnectionPipes Handshake::takePipes() {
   request_.removeName();
   reply_.removeName();
   event_.removeName();
+  sweepPrivatePipes(system_, hello_.token);
   return {std::move(requestWriter_), reply_.takeReader(), event_.takeReader()};
 }
 

@@ -34,8 +34,8 @@ class Handshake {
   /// `EvtRes_NoDescriptors`: the server refused the client.
   EvtRes await(Deadline& deadline);
 
-  /// Removes the names of the pipes and returns this side's ends. To be called once,
-  /// after `await` has returned `EvtRes_Success`.
+  /// Removes the names of the pipes, sweeps what killed clients have left, and returns this
+  /// side's ends. To be called once, after `await` has returned `EvtRes_Success`.
   ConnectionPipes takePipes();
 
  private:

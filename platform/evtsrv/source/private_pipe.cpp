@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "evtsrv/source/access.h"
 #include "evtsrv/source/mailbox.h"
@@ -49,9 +48,23 @@ bool isOwnPipe(System& system, const struct stat& file) {
   return isPipe(file) && file.st_uid == system.effectiveUser();
 }
 
+/// Removes a file of this user that took the name of a private pipe and is none.
+void removeOther(System& system, const std::string& path, const struct stat& file) {
+  if (file.st_uid == system.effectiveUser()) {
+    static_cast<void>(S_ISDIR(file.st_mode) ? system.removeDirectory(path) : system.unlink(path));
+  }
+}
+
 void sweepOne(System& system, const std::string& path) {
   struct stat file {};
-  if (system.lstat(path, file) < 0 || !mayBeSwept(system, file)) {
+  if (system.lstat(path, file) < 0) {
+    return;
+  }
+  if (!S_ISFIFO(file.st_mode)) {
+    removeOther(system, path, file);
+    return;
+  }
+  if (!mayBeSwept(system, file)) {
     return;
   }
   // For reading only: a writing end that is opened and closed would be seen as a hang-up.
@@ -152,16 +165,25 @@ void PrivatePipe::removeName() {
 }
 
 void sweepPrivatePipes(System& system, const Token& own) {
-  std::vector<std::string> names;
-  if (system.list(pipeDirectory, prefix, names) < 0) {
-    return;
-  }
+  // Others may have left any number of names: the clock is read again after so many names that
+  // were passed over, and after each that was looked at.
+  constexpr unsigned namesPerClockRead = 256;
+  const std::int64_t end = system.nowMs() + sweepTimeMs;
   const std::string ownStart = std::string(prefix) + digitsOf(own);
-  for (const std::string& name : names) {
-    if (isPrivatePipeName(name) && !name.starts_with(ownStart)) {
-      sweepOne(system, std::string(pipeDirectory) + "/" + name);
+  std::string path(pipeDirectory);
+  path += '/';
+  const std::size_t directorySize = path.size();
+  unsigned passed = 0;
+  // A sweep that fails leaves the rest for a later one.
+  static_cast<void>(system.list(pipeDirectory, [&](std::string_view name) {
+    if (!isPrivatePipeName(name) || name.starts_with(ownStart)) {
+      return ++passed % namesPerClockRead != 0 || system.nowMs() < end;
     }
-  }
+    path.resize(directorySize);
+    path += name;
+    sweepOne(system, path);
+    return system.nowMs() < end;
+  }));
 }
 
 }  // namespace EvtSrv::internal

@@ -56,10 +56,14 @@ class PrivatePipe {
   FileDescriptor reader_;
 };
 
+/// The longest time that a sweep may take, in milliseconds, except for the rest of one system
+/// call.
+inline constexpr int sweepTimeMs = 10;
+
 /// Removes the private pipes that clients of this user (root: of any user) have left
-/// because they were killed during a handshake. Pipes of a live process are locked and
-/// stay; those of the token `own` are skipped. A pipe that cannot be removed is left for
-/// a later sweep.
+/// because they were killed during a handshake, and anything else of this user that has
+/// such a name. Pipes of a live process are locked and stay; those of the token `own` are
+/// skipped. What cannot be removed, or not within `sweepTimeMs`, is left for a later sweep.
 void sweepPrivatePipes(System& system, const Token& own);
 
 }  // namespace EvtSrv::internal

@@ -190,6 +190,10 @@ int PosixSystem::unlink(const std::string& path) {
   return valueOrErrno(::unlink(path.c_str()));
 }
 
+int PosixSystem::removeDirectory(const std::string& path) {
+  return valueOrErrno(::rmdir(path.c_str()));
+}
+
 int PosixSystem::fstat(int descriptor, struct stat& out) {
   return valueOrErrno(::fstat(descriptor, &out));
 }
@@ -208,18 +212,16 @@ int PosixSystem::setOwner(int descriptor, uid_t user, gid_t group) {
   return valueOrErrno(::fchownat(descriptor, "", user, group, AT_EMPTY_PATH));
 }
 
-int PosixSystem::list(const char* directory, std::string_view prefix,
-                      std::vector<std::string>& names) {
-  names.clear();
+int PosixSystem::list(const char* directory, const std::function<bool(std::string_view)>& visit) {
   const std::unique_ptr<DIR, CloseDirectory> opened(::opendir(directory));
   if (opened == nullptr) {
     return -errno;
   }
   errno = 0;
-  while (const dirent* entry = ::readdir(opened.get())) {
-    const std::string_view name = entry->d_name;
-    if (name.substr(0, prefix.size()) == prefix) {
-      names.emplace_back(name);
+  for (const dirent* entry = ::readdir(opened.get()); entry != nullptr;
+       entry = ::readdir(opened.get())) {
+    if (!visit(entry->d_name)) {
+      return 0;
     }
     errno = 0;
   }

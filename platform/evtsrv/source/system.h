@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -60,6 +61,8 @@ class System {
   [[nodiscard]] virtual int makeFifo(const std::string& path, mode_t mode) = 0;
   /// unlink(2).
   [[nodiscard]] virtual int unlink(const std::string& path) = 0;
+  /// rmdir(2).
+  [[nodiscard]] virtual int removeDirectory(const std::string& path) = 0;
   /// fstat(2).
   [[nodiscard]] virtual int fstat(int descriptor, struct stat& out) = 0;
   /// lstat(2).
@@ -68,9 +71,10 @@ class System {
   [[nodiscard]] virtual int setMode(int descriptor, mode_t mode) = 0;
   /// chown(2), also if `descriptor` was opened with `O_PATH`; -1 keeps the present id.
   [[nodiscard]] virtual int setOwner(int descriptor, uid_t user, gid_t group) = 0;
-  /// Sets `names` to the names in `directory` that begin with `prefix`.
-  [[nodiscard]] virtual int list(const char* directory, std::string_view prefix,
-                                 std::vector<std::string>& names) = 0;
+  /// Calls `visit` with each name in `directory` until it returns false. It may remove the
+  /// file.
+  [[nodiscard]] virtual int list(const char* directory,
+                                 const std::function<bool(std::string_view)>& visit) = 0;
   /// getrandom(2): fills the whole `buffer` or fails.
   [[nodiscard]] virtual int random(std::span<std::uint8_t> buffer) = 0;
 
@@ -130,12 +134,12 @@ class PosixSystem : public System {
   void signalEvent(int descriptor) noexcept override;
   int makeFifo(const std::string& path, mode_t mode) override;
   int unlink(const std::string& path) override;
+  int removeDirectory(const std::string& path) override;
   int fstat(int descriptor, struct stat& out) override;
   int lstat(const std::string& path, struct stat& out) override;
   int setMode(int descriptor, mode_t mode) override;
   int setOwner(int descriptor, uid_t user, gid_t group) override;
-  int list(const char* directory, std::string_view prefix,
-           std::vector<std::string>& names) override;
+  int list(const char* directory, const std::function<bool(std::string_view)>& visit) override;
   int random(std::span<std::uint8_t> buffer) override;
   int createMemory(std::size_t size) override;
   int addSeals(int descriptor, int seals) override;

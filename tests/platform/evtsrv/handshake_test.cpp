@@ -145,6 +145,32 @@ TEST_F(HandshakeWith, ASweepSkipsItsOwnPipes) {
   EXPECT_THAT(recording.examined, testing::Not(testing::Contains(paths[0])));
 }
 
+TEST_F(HandshakeWith, ASweepOfEndlessNamesEnds) {
+  class EndlessSystem : public PosixSystem {
+   public:
+    explicit EndlessSystem(std::string listed) : listed_(std::move(listed)) {}
+    int list(const char* /*directory*/,
+             const std::function<bool(std::string_view)>& visit) override {
+      while (visit(listed_)) {
+        ++visited;
+      }
+      return 0;
+    }
+    std::size_t visited = 0;
+
+   private:
+    std::string listed_;
+  };
+  const std::string missing = privatePipePath({}, PipePurpose::reply);
+  for (const std::string& listed : {std::string("passed over"), missing.substr(5)}) {
+    EndlessSystem endless(listed);
+    const auto begin = posixSystem().nowMs();
+    sweepPrivatePipes(endless, Token{1});
+    EXPECT_GT(endless.visited, 0U);
+    EXPECT_LE(posixSystem().nowMs() - begin, 20 * sweepTimeMs) << "the machine may be loaded";
+  }
+}
+
 TEST_F(HandshakeWith, ASweepKeepsPipesWithOtherNames) {
   const std::string stem = "/tmp/.krv-" + uniquePort();
   ASSERT_EQ(::mkfifo(stem.c_str(), 0600), 0);

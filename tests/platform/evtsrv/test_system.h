@@ -85,9 +85,8 @@ class TestSystem : public PosixSystem {
   int setMode(int descriptor, mode_t mode) override {
     return orError("setMode", [&] { return PosixSystem::setMode(descriptor, mode); });
   }
-  int list(const char* directory, std::string_view prefix,
-           std::vector<std::string>& names) override {
-    return orError("list", [&] { return PosixSystem::list(directory, prefix, names); });
+  int list(const char* directory, const std::function<bool(std::string_view)>& visit) override {
+    return orError("list", [&] { return PosixSystem::list(directory, visit); });
   }
   int random(std::span<std::uint8_t> buffer) override {
     return orError("random", [&] { return PosixSystem::random(buffer); });
