@@ -22,18 +22,8 @@ namespace {
 using namespace ModelSrv;
 using namespace coherence;
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define COHERENCE_SANITIZED
-#endif
-#endif
-
 /// A step of a sanitized build takes several times as long.
-#ifdef COHERENCE_SANITIZED
-constexpr int defaultSteps = 1000;
-#else
-constexpr int defaultSteps = 3000;
-#endif
+constexpr int defaultSteps = test_support::sanitized ? 1000 : 3000;
 
 /// The number of steps of each schedule: TREESCOPE_SCHEDULE_STEPS if it is set.
 int steps() {

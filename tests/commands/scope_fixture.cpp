@@ -11,12 +11,12 @@ ScopeFixture::CommandResult ScopeFixture::run(const std::string& command) {
 }
 
 std::string ScopeFixture::takeUpdates(int count) {
-  constexpr auto timeout = static_cast<int>(test_support::timeout.count());
   const int wanted = scope_.updates + count;
   test_support::CapturedOutput captured;
   while (scope_.updates < wanted) {
-    if (manager_.receiveEvent(timeout) != EvtSrv::EvtRes_Success) {
-      ADD_FAILURE() << "expected an update, got none within " << timeout << " ms";
+    if (manager_.receiveEvent(test_support::timeoutMilliseconds) != EvtSrv::EvtRes_Success) {
+      ADD_FAILURE() << "expected an update, got none within " << test_support::timeoutMilliseconds
+                    << " ms";
       break;
     }
   }

@@ -1,13 +1,13 @@
 #include "tests/fault/client.h"
 
+#include "tests/support/process.h"
+
 namespace fault {
 
 using Clock = std::chrono::steady_clock;
 using ModelSrv::ModelRes;
 
 namespace {
-
-constexpr std::chrono::seconds timeout{20};
 
 std::chrono::milliseconds since(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
@@ -63,7 +63,7 @@ ModelRes Client::subscribe(ModelSrv::ModelPart& part) {
 }
 
 bool Client::pumpUntil(const std::function<bool()>& done) {
-  const auto end = Clock::now() + timeout;
+  const auto end = Clock::now() + test_support::timeout;
   while (!done()) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
     if (left.count() <= 0) {

@@ -14,7 +14,7 @@ constexpr std::size_t pipesPerClient = 3;
 class OutOfDescriptors : public FaultTest {
  protected:
   void SetUp() override {
-    if (sanitizerNeedsDescriptors()) {
+    if (test_support::checksVirtualCalls) {
       GTEST_SKIP() << "the sanitizer itself needs descriptors";
     }
     ASSERT_EQ(server_.execute("serve " + port), success());

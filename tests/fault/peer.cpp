@@ -1,7 +1,6 @@
 #include "tests/fault/peer.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -103,17 +102,6 @@ void Peer::quit() {
   EXPECT_EQ(process_.waitForExit(), (test_support::ExitStatus{0, 0})) << process_.errors();
 }
 
-bool eventually(const std::function<bool()>& holds) {
-  const auto end = std::chrono::steady_clock::now() + test_support::timeout;
-  while (!holds()) {
-    if (std::chrono::steady_clock::now() > end) {
-      return false;
-    }
-    ::poll(nullptr, 0, 1);
-  }
-  return true;
-}
-
 std::size_t descriptorCount(pid_t pid) {
   return test_support::openDescriptorsOf(pid).size();
 }
@@ -155,32 +143,6 @@ std::string sigpipeState(pid_t pid) {
     }
   }
   return result;
-}
-
-bool memoryIsReused() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  return false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-  return false;
-#else
-  return true;
-#endif
-#else
-  return true;
-#endif
-}
-
-bool sanitizerNeedsDescriptors() {
-#if defined(__has_feature)
-#if __has_feature(undefined_behavior_sanitizer)
-  return true;
-#else
-  return false;
-#endif
-#else
-  return false;
-#endif
 }
 
 }  // namespace fault

@@ -2,7 +2,6 @@
 
 #include <sys/types.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,6 +9,8 @@
 
 /// The peer program (fault_peer.cpp), and what the system reports about a process.
 namespace fault {
+
+using test_support::eventually;
 
 class Peer {
  public:
@@ -45,10 +46,6 @@ class Peer {
   bool hasEnded_ = false;
 };
 
-/// Waits until `holds()`, for a condition without an event to wait for, such as the state
-/// of another process. False after a timeout.
-bool eventually(const std::function<bool()>& holds);
-
 /// The number of open descriptors of process `pid`.
 std::size_t descriptorCount(pid_t pid);
 
@@ -65,12 +62,5 @@ std::size_t residentKiB(pid_t pid);
 /// The status lines of the threads of `pid` that show SIGPIPE as pending, ignored, caught
 /// or blocked; empty if its state is the initial one.
 std::string sigpipeState(pid_t pid);
-
-/// Whether freed memory is reused soon. Sanitizers hold it back.
-bool memoryIsReused();
-
-/// Whether a sanitizer needs descriptors of its own: the check of virtual calls makes a
-/// pipe to probe memory, and takes an error for an invalid object.
-bool sanitizerNeedsDescriptors();
 
 }  // namespace fault

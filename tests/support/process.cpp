@@ -138,6 +138,17 @@ int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {
   return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, longest));
 }
 
+bool eventually(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    ::poll(nullptr, 0, 1);
+  }
+  return true;
+}
+
 Process::Process(const std::vector<std::string>& command, const ProcessOptions& options) {
   Pipe in;
   Pipe out;

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,6 +27,13 @@ namespace test_support {
 /// never waits for it.
 inline constexpr std::chrono::milliseconds timeout{40000};
 
+/// The same as poll(2) and event managers take it.
+inline constexpr int timeoutMilliseconds = static_cast<int>(timeout.count());
+
+/// Waits until `condition()`, for one without an event to wait for, such as the state of
+/// another process. False after `timeout`.
+bool eventually(const std::function<bool()>& condition);
+
 /// The time until `deadline` in milliseconds, rounded up, as poll(2) takes it; 0 when
 /// it is over.
 int millisecondsUntil(std::chrono::steady_clock::time_point deadline);
@@ -41,6 +49,19 @@ int millisecondsUntil(std::chrono::steady_clock::time_point deadline);
 inline constexpr bool sanitized = true;
 #else
 inline constexpr bool sanitized = false;
+#endif
+
+/// Whether a sanitizer checks virtual calls, for which it needs descriptors: it makes a
+/// pipe to probe memory, and takes an error for an invalid object.
+#if defined(__has_feature)
+#if __has_feature(undefined_behavior_sanitizer)
+#define TREESCOPE_CHECKS_VIRTUAL_CALLS
+#endif
+#endif
+#ifdef TREESCOPE_CHECKS_VIRTUAL_CALLS
+inline constexpr bool checksVirtualCalls = true;
+#else
+inline constexpr bool checksVirtualCalls = false;
 #endif
 
 /// How a program ended: by itself with `code`, or by the signal `signal`.

@@ -6,6 +6,7 @@
 
 #include "evtsrv/source/access.h"
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
+#include "tests/support/process.h"
 
 namespace EvtSrv::internal {
 namespace {
@@ -231,7 +232,8 @@ TEST_F(MailboxOf, AUserServesClientsOfRoot) {
     if (::write(ready[1], &started, 1) != 1) {
       ::_exit(98);
     }
-    while (served.port.handled == 0 && served.core.receive(10000) == EvtRes_Success) {
+    while (served.port.handled == 0 &&
+           served.core.receive(test_support::timeoutMilliseconds) == EvtRes_Success) {
     }
     ::_exit(served.port.handled == 1 ? 0 : 1);
   }

@@ -93,11 +93,10 @@ TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {
     client.pumpAll();
     const bool subscribed = result == ModelRes_Success;
     // The server notices the end of a connection between exchanges on the next one.
-    constexpr int timeout = 1000;
-    for (int i = 0; !subscribed && hasSubscribers(server) && i < timeout; ++i) {
+    EXPECT_TRUE(test_support::eventually([&] {
       EXPECT_EQ(client.text(labelChain, all), "two words");
-    }
-    EXPECT_EQ(hasSubscribers(server), subscribed);
+      return hasSubscribers(server) == subscribed;
+    }));
     EXPECT_EQ(client.root.updates.size(), subscribed ? 1U : 0U);
     EXPECT_EQ(client.unsubscribe(speedChain),
               subscribed ? ModelRes_Success : ModelRes_NotSubscribed);
@@ -120,11 +119,10 @@ TEST(OutOfMemory, LeavesNothingOfAFailedConnection) {
     EXPECT_EQ(result, failed ? ModelRes_SystemError : ModelRes_Success);
     if (failed) {
       // The server notices the end of the connection between the stores of the other client.
-      constexpr int timeout = 1000;
-      for (int i = 0; test_support::openDescriptors() != before && i < timeout; ++i) {
+      EXPECT_TRUE(test_support::eventually([&] {
         EXPECT_EQ(other.load(speedChain, "42"), ModelRes_Success);
-      }
-      EXPECT_EQ(test_support::openDescriptors(), before);
+        return test_support::openDescriptors() == before;
+      }));
     }
     EXPECT_EQ(client.connect(name), ModelRes_Success);
     EXPECT_EQ(client.text(speedChain), "42");
@@ -210,8 +208,8 @@ TEST(OutOfMemory, DoesNotKeepAServerFromStopping) {
     EXPECT_EQ(client.subscribe(speedChain), ModelRes_Success);
   }
   EXPECT_FALSE(runWithFailure(0, [&] { server.root.stop(false); })) << "a stop allocates nothing";
-  constexpr int timeout = 20000;
-  EXPECT_EQ(server.root.finishActiveTerm(timeout), EvtSrv::EvtRes_Success);
+  EXPECT_EQ(server.root.finishActiveTerm(test_support::timeoutMilliseconds),
+            EvtSrv::EvtRes_Success);
 }
 
 TEST(OutOfMemory, DoesNotKeepAClientFromDisconnecting) {

@@ -59,7 +59,7 @@ void breakConnections() {
     ASSERT_EQ(::write(number, garbage.data(), garbage.size()),
               static_cast<ssize_t>(garbage.size()));
     pollfd pipe{number, 0, 0};
-    ASSERT_EQ(::poll(&pipe, 1, 20000), 1);
+    ASSERT_EQ(::poll(&pipe, 1, test_support::timeoutMilliseconds), 1);
   }
 }
 
@@ -88,7 +88,8 @@ TEST_F(Replacement, UsesNothingCachedOfTheFirstServerAfterAStoreAtTheSecond) {
 
 TEST_F(Replacement, RestoresALostConnectionWithTheNextRequest) {
   // The client notices the loss while it dispatches events.
-  while (client_.manager.receiveEvent(20000) == EvtSrv::EvtRes_Success &&
+  while (client_.manager.receiveEvent(test_support::timeoutMilliseconds) ==
+             EvtSrv::EvtRes_Success &&
          client_.text(speedChain) == "42") {
   }
   EXPECT_EQ(client_.text(speedChain), "7");
