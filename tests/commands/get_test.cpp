@@ -92,7 +92,7 @@ TEST_F(Get, PrintsNothingIfThereIsNoPart) {
 
 TEST_F(Get, TreatsEmptyBracketsAsPartOfTheName) {
   ModelSrv::ValuePart<std::int32_t> bracketed(20, "a[]", 6);
-  ASSERT_EQ(server_.drive().add(&bracketed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&bracketed), ModelSrv::ModelRes_Success);
   EXPECT_EQ(run("get drive/a[]"), (CommandResult{1, "/drive/a[]  [6]\n"}));
 }
 

@@ -18,7 +18,7 @@ class Ls : public ScopeFixture {
       ASSERT_EQ(box_.add(part), ModelSrv::ModelRes_Success);
     }
     ASSERT_EQ(n_.add(&w_), ModelSrv::ModelRes_Success);
-    ASSERT_EQ(server_.drive().add(&box_), ModelSrv::ModelRes_Success);
+    ASSERT_EQ(server_.drive.add(&box_), ModelSrv::ModelRes_Success);
     connect();
   }
 

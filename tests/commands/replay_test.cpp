@@ -27,7 +27,7 @@ class Replay : public ScopeFixture {
              &real, &infinite, &nan,   &word,  &words, &none,  &quoted, &bytes,  &reals,  &texts}) {
       ASSERT_EQ(all_.add(part), ModelSrv::ModelRes_Success) << part->name();
     }
-    ASSERT_EQ(server_.drive().add(&all_), ModelSrv::ModelRes_Success);
+    ASSERT_EQ(server_.drive.add(&all_), ModelSrv::ModelRes_Success);
     connect();
     ASSERT_EQ(run("cd drive").result, 1);
   }

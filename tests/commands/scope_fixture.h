@@ -10,11 +10,13 @@
 #include "commands/tree_scope.h"
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_node.h"
-#include "tests/model/sample_server.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/port_name.h"
+#include "tests/support/sample_server.h"
 
 namespace treescope::test {
+
+using test_support::SampleServer;
 
 /// A node that counts the requests about it and the parts below it.
 class CountedNode : public ModelSrv::ModelNode {

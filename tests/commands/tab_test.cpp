@@ -10,18 +10,20 @@
 #include <thread>
 
 #include "commands/tree_scope.h"
-#include "tests/model/sample_server.h"
-#include "tests/shell/listed_candidates.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/editor_echo.h"
 #include "tests/support/fed_input.h"
+#include "tests/support/listed_candidates.h"
 #include "tests/support/port_name.h"
+#include "tests/support/sample_server.h"
 
 namespace treescope::test {
 namespace {
 
 using test_support::CapturedOutput;
 using test_support::EditorEcho;
+using test_support::listedCandidates;
+using test_support::SampleServer;
 using test_support::uniquePortName;
 using testing::ElementsAre;
 using testing::EndsWith;

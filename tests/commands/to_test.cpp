@@ -171,7 +171,7 @@ TEST_F(To, RequestsTheIdsAndTheNamesOfChildrenOnce) {
   // With this server each request of the shell is an exchange.
   const std::string name = test_support::uniquePortName("uncached");
   SampleServer uncached(name, SampleServer::Prefetch::disabled);
-  ASSERT_EQ(uncached.drive().add(&counted), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(uncached.drive.add(&counted), ModelSrv::ModelRes_Success);
   ASSERT_EQ(run("cd").result, 1);
   ASSERT_EQ(run("cd " + name).result, 1);
   ASSERT_TRUE(scope_.hasChildren({}, true));
@@ -207,7 +207,7 @@ TEST_F(To, WritesATreeOf1000Levels) {
               ModelSrv::ModelRes_Success);
     below = &nodes.back();
   }
-  ASSERT_EQ(server_.drive().add(below), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(below), ModelSrv::ModelRes_Success);
   ASSERT_EQ(run("cd drive/n").result, 1);
   EXPECT_EQ(saved(), "set 6 /drive" + path + "/leaf\n");
 }

@@ -69,7 +69,7 @@ TEST_F(Connection, EndsWithTheShellAndItsSubscriptions) {
   CountedNode node(41, "node");
   ModelSrv::ValuePart<bool> part(1, "part");
   ASSERT_EQ(node.add(&part), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(server_.drive().add(&node), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&node), ModelSrv::ModelRes_Success);
   for (const bool subscribed : {false, true}) {
     auto scope = std::make_unique<TreeScope>(&manager_, 1);
     ASSERT_EQ(scope->connectServer(name_), 1);

@@ -148,8 +148,8 @@ TEST_F(NameCache, IsInvalidatedByAnotherServerBehindTheConnection) {
   server_.end();
   SampleServer other(name_);
   ModelSrv::ValuePart<int> renamed(1, "revolutions", 1);
-  ASSERT_EQ(other.drive().remove(&other.speed), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(other.drive().add(&renamed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(other.drive.remove(&other.speed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(other.drive.add(&renamed), ModelSrv::ModelRes_Success);
   ASSERT_EQ(run("get drive/label").result, 1);
   ASSERT_EQ(renamed.setValue(2), ModelSrv::ModelRes_Success);
   EXPECT_EQ(takeUpdates(1), "/drive/revolutions\n");

@@ -90,8 +90,8 @@ TEST_F(Watch, SubscribesBelowTheRootWhatBeginsWithATilde) {
   ModelSrv::ValuePart<bool> part(1, "~part");
   ModelSrv::ValuePart<bool> named(41, "~top");
   ASSERT_EQ(node.add(&part), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(server_.drive().add(&node), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(server_.drive().add(&named), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&node), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&named), ModelSrv::ModelRes_Success);
   const std::string ending = "/drive/inner/deep\n/drive/~/~part\n/drive/~top\n";
   for (const char* command : {"eu -r", "eu -r ~drive", "eu -r /drive"}) {
     ASSERT_EQ(run(std::string("cd ") + (command[5] == '\0' ? "/drive" : "/")).result, 1);
@@ -108,7 +108,7 @@ TEST_F(Watch, ReturnsTheResultOfTheLastPartOfASubtree) {
   closed.setSubscribable(false);
   ASSERT_EQ(last.add(&open), ModelSrv::ModelRes_Success);
   ASSERT_EQ(last.add(&closed), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(server_.drive().add(&last), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&last), ModelSrv::ModelRes_Success);
   EXPECT_EQ(run("eu -r drive"), (CommandResult{2, "ERROR: UnknownError\n"}));
   EXPECT_TRUE(subscribed().ends_with("/drive/inner/deep\n/drive/last/open\n"));
 }
@@ -166,7 +166,7 @@ TEST_F(Watch, ReturnsNothingForASubtreeWithoutChildren) {
   VanishingNode vanishing(41, "vanishing");
   ModelSrv::ValuePart<bool> child(1, "child");
   ASSERT_EQ(vanishing.add(&child), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(server_.drive().add(&vanishing), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&vanishing), ModelSrv::ModelRes_Success);
   vanishing.vanishAfter(1);
   EXPECT_EQ(run("eu -r drive/vanishing"), (CommandResult{3, ""}));
   vanishing.vanishAfter(1000);
@@ -216,7 +216,7 @@ TEST_F(Watch, DoesNotFollowNamesThatLeadOutOfTheSubtree) {
   ASSERT_EQ(up.add(&again), ModelSrv::ModelRes_Success);
   ModelSrv::ValuePart<bool> child(1, "child");
   ASSERT_EQ(again.add(&child), ModelSrv::ModelRes_Success);
-  ASSERT_EQ(server_.drive().add(&up), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&up), ModelSrv::ModelRes_Success);
   EXPECT_EQ(run("eu -r drive"), (CommandResult{3, ""}));
 }
 
@@ -314,7 +314,7 @@ TEST_F(Watch, ReportsAnErrorAfterTheServerHasStopped) {
 TEST_F(Watch, SubscribesATreeOf2000Levels) {
   constexpr int levels = 2000;
   std::vector<std::unique_ptr<ModelSrv::ModelNode>> nodes;
-  ModelSrv::ModelNode* above = &server_.drive();
+  ModelSrv::ModelNode* above = &server_.drive;
   for (int level = 0; level < levels; ++level) {
     nodes.push_back(std::make_unique<ModelSrv::ModelNode>(ModelSrv::ModelPartId{90}, "d"));
     ASSERT_EQ(above->add(nodes.back().get()), ModelSrv::ModelRes_Success);

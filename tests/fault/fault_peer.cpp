@@ -6,7 +6,6 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -17,10 +16,10 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <thread>
 
 #include "tests/fault/client.h"
 #include "tests/fault/served_tree.h"
+#include "tests/support/pump.h"
 
 // The other process of the tests: a server, a client, or both. It executes the commands
 // on its standard input, one a line, and prints one result line for each. Events are
@@ -74,32 +73,6 @@ std::string number(ModelSrv::ModelRes result) {
   return std::to_string(static_cast<unsigned>(result));
 }
 
-/// Dispatches a manager's events on a thread of its own.
-class Pump {
- public:
-  explicit Pump(EvtSrv::EventPortManager& manager)
-      : manager_(manager), thread_([this] { run(); }) {}
-  ~Pump() {
-    ending_ = true;
-    manager_.wake();
-    thread_.join();
-  }
-  Pump(const Pump&) = delete;
-  Pump& operator=(const Pump&) = delete;
-
- private:
-  void run() {
-    while (!ending_) {
-      // A time-out makes no difference: only the flag ends the loop.
-      static_cast<void>(manager_.receiveEvent(-1));
-    }
-  }
-
-  EvtSrv::EventPortManager& manager_;
-  std::atomic<bool> ending_{false};
-  std::thread thread_;
-};
-
 class Peer {
  public:
   void runCommands();
@@ -111,11 +84,11 @@ class Peer {
     EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, true};
     ModelSrv::ModelRoot root{&manager};
     fault::ServedTree tree{root};
-    Pump pump{manager};
+    test_support::Pump pump{manager};
   };
   struct Connected {
     Client client;
-    Pump pump{client.manager};
+    test_support::Pump pump{client.manager};
   };
 
   Server& server() {

@@ -8,10 +8,12 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "model/model_client.h"
-#include "tests/model/sample_server.h"
 #include "tests/support/port_name.h"
+#include "tests/support/sample_server.h"
 
 namespace treescope::test {
+
+using test_support::SampleServer;
 
 /// A client and a server of the sample tree, not yet connected.
 class ClientFixture : public testing::Test {

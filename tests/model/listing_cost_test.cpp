@@ -84,7 +84,7 @@ class ListingCost : public ClientFixture {
       ASSERT_EQ(above->add(nodes_.back().get()), ModelSrv::ModelRes_Success);
       above = nodes_.back().get();
     }
-    ASSERT_EQ(server_.drive().add(&deep_), ModelSrv::ModelRes_Success);
+    ASSERT_EQ(server_.drive.add(&deep_), ModelSrv::ModelRes_Success);
   }
 
   /// The cost of listing a tree of that many levels, on a small stack.
@@ -95,7 +95,7 @@ class ListingCost : public ClientFixture {
     runOnSmallStack([&] { cost = list({1, 41}); });
     // One request as a child; the last level, a part, is requested once more.
     EXPECT_EQ(requests_, levels + 1);
-    EXPECT_EQ(server_.drive().remove(&deep_), ModelSrv::ModelRes_Success);
+    EXPECT_EQ(server_.drive.remove(&deep_), ModelSrv::ModelRes_Success);
     while (!nodes_.empty()) {
       nodes_.pop_back();
     }
@@ -116,12 +116,12 @@ TEST_F(ListingCost, IsBelow220BytesPerPartWithFewAllocations) {
         id, "item_" + std::to_string(10000 + id), 1'000'000 + id));
     ASSERT_EQ(wide.add(parts.back().get()), ModelSrv::ModelRes_Success);
   }
-  ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&wide), ModelSrv::ModelRes_Success);
   const Allocations cost = list({1, 40});
   EXPECT_GT(cost.peakBytes, many * static_cast<std::ptrdiff_t>(sizeof(ListingNode)));
   EXPECT_LT(cost.peakBytes, many * 220) << cost.peakBytes / many << " bytes per part";
   EXPECT_LT(cost.count, many / 100) << "expected no allocation for a single part";
-  EXPECT_EQ(server_.drive().remove(&wide), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(server_.drive.remove(&wide), ModelSrv::ModelRes_Success);
 }
 
 TEST_F(ListingCost, IsLimitedPerLevelUpTo1000Levels) {

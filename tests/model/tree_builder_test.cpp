@@ -69,7 +69,7 @@ TEST_F(TreeBuilder, ListsOneLevelAndMarksNodesWithContent) {
        std::initializer_list<ModelSrv::ModelPart*>{&inside, &pair, &unnamed}) {
     ASSERT_EQ(box.add(part), ModelSrv::ModelRes_Success);
   }
-  ASSERT_EQ(server_.drive().add(&box), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&box), ModelSrv::ModelRes_Success);
   ASSERT_EQ(client_.subscribePath({1, 40, 1, 1}), 1);
   ASSERT_EQ(client_.subscribePath({1, 40, 2}), 1);
   const IdChain chain{1, 40};
@@ -140,7 +140,7 @@ TEST_F(TreeBuilder, RequestsEachOf10000SubscribedPartsTwice) {
     parts.push_back(std::make_unique<CountedPart>(id, requests));
     ASSERT_EQ(wide.add(parts.back().get()), ModelSrv::ModelRes_Success);
   }
-  ASSERT_EQ(server_.drive().add(&wide), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&wide), ModelSrv::ModelRes_Success);
   for (std::uint16_t id = 0; id < many; ++id) {
     ASSERT_EQ(client_.subscribePath({1, 40, id}), 1);
   }

@@ -4,10 +4,10 @@
 #include "shell/command_table.h"
 #include "shell/results.h"
 #include "shell/scope_base.h"
-#include "tests/shell/listed_candidates.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/editor_echo.h"
 #include "tests/support/fed_input.h"
+#include "tests/support/listed_candidates.h"
 
 namespace treescope {
 namespace {
@@ -15,6 +15,7 @@ namespace {
 using test_support::CapturedOutput;
 using test_support::EditorEcho;
 using test_support::FedInput;
+using test_support::listedCandidates;
 using testing::ElementsAre;
 
 using Words = std::vector<std::string>;

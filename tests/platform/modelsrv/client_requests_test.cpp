@@ -23,7 +23,8 @@ class ClientRequests : public testing::Test {
 };
 
 TEST_F(ClientRequests, ReceiveAStartedEventRightAfterConnecting) {
-  EXPECT_EQ(client_.manager.receiveEvent(20000), EvtSrv::EvtRes_Success);
+  EXPECT_EQ(client_.manager.receiveEvent(test_support::timeoutMilliseconds),
+            EvtSrv::EvtRes_Success);
   EXPECT_EQ(client_.root.types, std::vector<unsigned>{ModelRoot::EvtTyp_Model_Started});
   EXPECT_EQ(client_.root.senders, std::vector<std::string>{name_});
 }
@@ -32,12 +33,12 @@ TEST_F(ClientRequests, ListTheTree) {
   std::vector<unsigned short> ids;
   std::vector<std::string> names;
   EXPECT_EQ(client_.childIds({}, ids), ModelRes_Success);
-  EXPECT_EQ(ids, (std::vector<unsigned short>{1}));
+  EXPECT_EQ(ids, (std::vector<unsigned short>{1, 2, 3, 4, 5}));
   EXPECT_EQ(client_.childIds(driveChain, ids), ModelRes_Success);
-  EXPECT_EQ(ids, (std::vector<unsigned short>{1, 2, 3, 5, 6, 7, 12}));
+  EXPECT_EQ(ids, (std::vector<unsigned short>{1, 2, 3, 4, 5, 6, 7, 8, 12, 13, 14}));
   EXPECT_EQ(client_.childNames(driveChain, names), ModelRes_Success);
-  EXPECT_EQ(names, (std::vector<std::string>{"speed", "label", "gains", "serial", "offset",
-                                             "secret", ""}));
+  EXPECT_EQ(names, (std::vector<std::string>{"speed", "label", "gains", "raw", "serial", "offset",
+                                             "secret", "limited", "", "speed", "inner"}));
   EXPECT_EQ(client_.childIds(speedChain, ids), ModelRes_Success);
   EXPECT_TRUE(ids.empty());
 }
@@ -150,14 +151,14 @@ TEST_F(ClientRequests, ReachPartsAtTheDepthLimit) {
   std::vector<std::unique_ptr<ModelNode>> nodes;
   ModelNode* parent = &server_.root;
   for (std::size_t level = 0; level + 1 < ModelDepth_Max; ++level) {
-    nodes.push_back(std::make_unique<ModelNode>(level == 0 ? 2 : 0));
+    nodes.push_back(std::make_unique<ModelNode>(level == 0 ? 20 : 0));
     ASSERT_EQ(parent->add(nodes.back().get()), ModelRes_Success);
     parent = nodes.back().get();
   }
   ValuePart<std::int32_t> deepest(0, "deepest", 5);
   ASSERT_EQ(parent->add(&deepest), ModelRes_Success);
   Chain chain(ModelDepth_Max, 0);
-  chain.front() = 2;
+  chain.front() = 20;
   EXPECT_EQ(client_.text(chain), "5");
   ASSERT_EQ(client_.subscribe(chain), ModelRes_Success);
   ASSERT_EQ(deepest.setValue(6), ModelRes_Success);
@@ -166,7 +167,7 @@ TEST_F(ClientRequests, ReachPartsAtTheDepthLimit) {
 }
 
 TEST_F(ClientRequests, ReturnVeryManyChildren) {
-  ModelNode many(3, "many");
+  ModelNode many(20, "many");
   std::vector<std::unique_ptr<ModelPart>> parts;
   for (unsigned id = 0; id < 20000; ++id) {
     parts.push_back(
@@ -175,7 +176,7 @@ TEST_F(ClientRequests, ReturnVeryManyChildren) {
   }
   ASSERT_EQ(server_.root.add(&many), ModelRes_Success);
   std::vector<std::string> names;
-  ASSERT_EQ(client_.childNames({3}, names), ModelRes_Success);
+  ASSERT_EQ(client_.childNames({20}, names), ModelRes_Success);
   ASSERT_EQ(names.size(), 20000U);
   EXPECT_EQ(names.back(), "part_19999");
 }
@@ -252,7 +253,8 @@ TEST(ModelRoot, ServesAgainAfterAStop) {
   Client client;
   ASSERT_EQ(client.connect(name), ModelRes_Success);
   server.root.stop(true);
-  EXPECT_EQ(server.root.finishActiveTerm(20000), EvtSrv::EvtRes_Success);
+  EXPECT_EQ(server.root.finishActiveTerm(test_support::timeoutMilliseconds),
+            EvtSrv::EvtRes_Success);
   EXPECT_EQ(client.text(speedChain), "?");
   EXPECT_EQ(server.root.startAsServer(name), ModelRes_Success);
   EXPECT_EQ(client.text(speedChain), "42");
@@ -266,7 +268,8 @@ TEST(ModelRoot, SendsPendingUpdatesAndTheStoppedEventInAGracefulShutdown) {
   ASSERT_EQ(client.subscribe(speedChain), ModelRes_Success);
   ASSERT_EQ(server.speed.setValue(1), ModelRes_Success);
   server.root.stop(false);
-  EXPECT_EQ(server.root.finishActiveTerm(20000), EvtSrv::EvtRes_Success);
+  EXPECT_EQ(server.root.finishActiveTerm(test_support::timeoutMilliseconds),
+            EvtSrv::EvtRes_Success);
   const auto stopped = [&] {
     return !client.root.types.empty() &&
            client.root.types.back() == ModelRoot::EvtTyp_Model_Stopped;

@@ -12,12 +12,12 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/value_parts.h"
-#include "tests/platform/modelsrv/proxy_part.h"
+#include "tests/support/proxy_part.h"
 
 namespace {
 
 using namespace ModelSrv;
-using modelsrv_tests::ProxyPart;
+using test_support::ProxyPart;
 
 class ModelNodes : public testing::Test {
  protected:

@@ -66,7 +66,7 @@ TEST(ModelThreads, MaySetValuesWhileClientsConnectReadAndDisconnect) {
 TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsRequestThem) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
-  ModelNode node(2, "moving");
+  ModelNode node(20, "moving");
   ValuePart<std::int32_t> inside(1, "inside");
   ASSERT_EQ(node.add(&inside), ModelRes_Success);
   Client client;
@@ -74,7 +74,7 @@ TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsRequestThem) 
   const Repeat moves([&] {
     static_cast<void>(server.root.add(&node));
     {
-      ValuePart<std::int32_t> temporary(3, "temporary", 1);
+      ValuePart<std::int32_t> temporary(20, "temporary", 1);
       static_cast<void>(server.drive.add(&temporary));
       static_cast<void>(temporary.setValue(2));
     }
@@ -85,12 +85,12 @@ TEST(ModelThreads, MayAddAndRemovePartsWhileOthersSetThemAndClientsRequestThem) 
   const Repeat sets([&] { static_cast<void>(server.speed.setValue(++value)); });
   std::string text;
   for (int i = 0; i < 500; ++i) {
-    const ModelRes result = client.save({2, 1}, text);
+    const ModelRes result = client.save({20, 1}, text);
     ASSERT_TRUE(result == ModelRes_Success || result == ModelRes_NoSuchPart) << result;
-    const ModelRes subscribed = client.subscribe({2, 1});
+    const ModelRes subscribed = client.subscribe({20, 1});
     ASSERT_TRUE(subscribed == ModelRes_Success || subscribed == ModelRes_NoSuchPart);
     if (subscribed == ModelRes_Success) {
-      EXPECT_EQ(client.unsubscribe({2, 1}), ModelRes_Success);
+      EXPECT_EQ(client.unsubscribe({20, 1}), ModelRes_Success);
     }
     client.pumpAll();
   }
@@ -100,7 +100,7 @@ TEST(ModelThreads, MaySetAPartWhileItIsRemovedFromTheTree) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
   for (int round = 0; round < 50; ++round) {
-    ModelNode node(2, "removed");
+    ModelNode node(20, "removed");
     ValuePart<std::int32_t> inside(1, "inside");
     ASSERT_EQ(node.add(&inside), ModelRes_Success);
     ASSERT_EQ(server.root.add(&node), ModelRes_Success);
@@ -122,7 +122,7 @@ TEST(ModelThreads, MaySetACachedPartWhileItIsRemovedFromTheTree) {
   Client client;
   ASSERT_EQ(client.connect(name), ModelRes_Success);
   for (int round = 0; round < 50; ++round) {
-    ModelNode node(2, "removed");
+    ModelNode node(20, "removed");
     // Many, so that removing them takes some time.
     std::vector<std::unique_ptr<ValuePart<std::int32_t>>> parts;
     for (ModelPartId id = 0; id < 2000; ++id) {
@@ -139,7 +139,7 @@ TEST(ModelThreads, MaySetACachedPartWhileItIsRemovedFromTheTree) {
       std::this_thread::yield();
     });
     for (int i = 0; i < 5; ++i) {
-      EXPECT_NE(client.text({2, 0}), "?");
+      EXPECT_NE(client.text({20, 0}), "?");
     }
     while (stored.load() == 0) {
       std::this_thread::yield();

@@ -11,10 +11,12 @@
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/updates.h"
-#include "tests/platform/modelsrv/proxy_part.h"
+#include "tests/support/process.h"
+#include "tests/support/proxy_part.h"
 
 namespace modelsrv_tests {
 
+using test_support::ProxyPart;
 using Chain = std::vector<ModelSrv::ModelPartId>;
 constexpr ModelSrv::ModelPartIndex all = ModelSrv::ModelPartIndex_All;
 
@@ -100,9 +102,8 @@ class Client {
 
   /// Dispatches events until `done()` is true; false if no event arrives in time.
   bool pumpUntil(const std::function<bool()>& done) {
-    constexpr int timeout = 20000;
     while (!done()) {
-      if (manager.receiveEvent(timeout) != EvtSrv::EvtRes_Success) {
+      if (manager.receiveEvent(test_support::timeoutMilliseconds) != EvtSrv::EvtRes_Success) {
         return false;
       }
     }

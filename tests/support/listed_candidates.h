@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace treescope {
+namespace test_support {
 
 /// What an interactive shell prints for several candidates on a terminal that does
 /// not report its width: one on each row, padded to the longest and two spaces.
@@ -20,4 +20,4 @@ inline std::string listedCandidates(const std::vector<std::string>& candidates) 
   return bytes;
 }
 
-}  // namespace treescope
+}  // namespace test_support

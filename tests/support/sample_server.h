@@ -1,18 +1,19 @@
 #pragma once
 
-#include <atomic>
-#include <mutex>
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
-#include <thread>
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
+#include "tests/support/pump.h"
 
-namespace treescope::test {
+namespace test_support {
 
-/// A model server in the test's process, with its own thread and manager. Its tree has
-/// a part of every kind:
+/// A model server in the test's process, with its own thread and manager. A program
+/// that uses it also links the platform. The tree has a part of every kind:
 ///
 ///     /drive/speed       1.1   int32 42
 ///     /drive/label       1.2   text "two words"
@@ -37,21 +38,28 @@ class SampleServer {
   /// Starts the service. `name` must be unused.
   explicit SampleServer(const std::string& name, Prefetch prefetch = Prefetch::enabled);
 
+  /// `prepare` changes the tree before the service starts.
+  SampleServer(const std::string& name, const std::function<void(SampleServer&)>& prepare);
+
   /// Stops the service if it still runs.
   ~SampleServer();
 
   /// The name of the part `/odd`.
   static std::string oddName();
 
-  /// Sends no reply until `resume`, which the same thread calls.
-  void hang();
-  void resume();
+  /// Dispatches nothing, so sends no reply, until `resume`.
+  void hang() { pump.reset(); }
+  void resume() { pump.emplace(manager); }
 
   /// Stops the service immediately; its connections end.
   void end();
 
-  ModelSrv::ModelNode& drive() { return drive_; }
-
+  EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, true};
+  ModelSrv::ModelRoot root{&manager};
+  ModelSrv::ModelNode inner{14, "inner"};
+  ModelSrv::ModelNode drive{1, "drive"};
+  ModelSrv::ModelNode empty{2, "empty"};
+  ModelSrv::ModelNode unnamedNode{3, ""};
   ModelSrv::ValuePart<std::int32_t> speed{1, "speed", 42};
   ModelSrv::ValuePart<std::string> label{2, "label", "two words"};
   ModelSrv::ArrayPart<double> gains{3, "gains", {1.5, 0.25}, {"p", "i"}};
@@ -66,19 +74,12 @@ class SampleServer {
   ModelSrv::ValuePart<std::int32_t> x{1, "x", 3};
   ModelSrv::ValuePart<std::string> odd{4, oddName(), "odd value"};
   ModelSrv::ValuePart<std::string> top{5, "top", "line\nbreak"};
+  /// Dispatches the server's events; none: the server hangs.
+  std::optional<Pump> pump;
 
  private:
-  void serve();
-
-  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Void, false};
-  ModelSrv::ModelNode inner_{14, "inner"};
-  ModelSrv::ModelNode drive_{1, "drive"};
-  ModelSrv::ModelNode empty_{2, "empty"};
-  ModelSrv::ModelNode unnamedNode_{3, ""};
-  ModelSrv::ModelRoot root_{&manager_};
-  std::unique_lock<KSTD::KThreadMutex> hanging_;
-  std::atomic<bool> ending_{false};
-  std::thread thread_;
+  void fillTree();
+  void start(const std::string& name);
 };
 
-}  // namespace treescope::test
+}  // namespace test_support

@@ -5,7 +5,7 @@
 
 #include "modelsrv/model_root.h"
 
-namespace modelsrv_tests {
+namespace test_support {
 
 /// Represents any part of a server's tree, as the only part of a client may: each call of
 /// `getId` consumes a level of the chain that was set for the request. Records the updates that
@@ -19,6 +19,9 @@ class ProxyPart : public ModelSrv::ModelPart {
   };
 
   explicit ProxyPart(ModelSrv::ModelRoot& root) : root_(root) {}
+  ~ProxyPart() override { detach(); }
+  ProxyPart(const ProxyPart&) = delete;
+  ProxyPart& operator=(const ProxyPart&) = delete;
 
   /// Sets the part to represent in the next request.
   ProxyPart& at(std::vector<ModelSrv::ModelPartId> chain) {
@@ -55,4 +58,4 @@ class ProxyPart : public ModelSrv::ModelPart {
   std::vector<ModelSrv::ModelPartId> chain_;
 };
 
-}  // namespace modelsrv_tests
+}  // namespace test_support
