@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <sstream>
+#include <utility>
 
 #include "tests/support/process.h"
 
@@ -10,26 +11,19 @@ namespace test_support {
 
 using ModelSrv::ModelRes;
 
-ModelSrv::ModelPartId TreeClient::AnyPart::getId() {
-  const ModelSrv::ModelPartId id = chain.back();
-  chain.pop_back();
-  return id;
-}
-
-ModelSrv::ModelPart* TreeClient::AnyPart::getParentNode() {
-  return chain.empty() ? static_cast<ModelSrv::ModelPart*>(&root_) : this;
-}
-
-ModelRes TreeClient::AnyPart::update(void* /*context*/, unsigned short /*index*/) {
-  ++updates;
-  return ModelSrv::ModelRes_Success;
-}
-
 TreeClient::TreeClient(const std::string& port)
-    : connected_(root_.startAsClient(port, ModelSrv::ModelRoot::CachePeriod_Stop,
-                                     EvtSrv::ConBehave_Default)) {
+    : own_(std::in_place, EvtSrv::ConBehave_Default, false),
+      manager_(*own_),
+      connected_(connect(port)) {}
+
+TreeClient::TreeClient(EvtSrv::EventPortManager& manager, const std::string& port)
+    : manager_(manager), connected_(connect(port)) {}
+
+ModelRes TreeClient::connect(const std::string& port) {
   // A part receives updates only as a child of the root.
   static_cast<void>(root_.add(&part_));
+  return root_.startAsClient(port, ModelSrv::ModelRoot::CachePeriod_Stop,
+                             EvtSrv::ConBehave_Default);
 }
 
 TreeClient::~TreeClient() {
@@ -40,8 +34,7 @@ ModelSrv::ModelPart* TreeClient::pointAt(std::vector<ModelSrv::ModelPartId> chai
   if (chain.empty()) {
     return &root_;
   }
-  part_.chain = std::move(chain);
-  return &part_;
+  return &part_.at(std::move(chain));
 }
 
 std::optional<std::vector<ModelSrv::ModelPartId>> TreeClient::resolve(std::string_view path) {
@@ -136,8 +129,8 @@ bool TreeClient::pumpUntil(const std::function<bool()>& done) {
 }
 
 bool TreeClient::waitForUpdate() {
-  const unsigned before = part_.updates;
-  return pumpUntil([&] { return part_.updates != before; });
+  const std::size_t before = updates();
+  return pumpUntil([&] { return updates() != before; });
 }
 
 }  // namespace test_support

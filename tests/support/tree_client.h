@@ -7,13 +7,17 @@
 #include <vector>
 
 #include "modelsrv/model_root.h"
+#include "tests/support/proxy_part.h"
 
 namespace test_support {
 
 /// A test client that addresses the parts of a server's tree by path. For one thread.
 class TreeClient {
  public:
+  /// Has a manager of its own.
   explicit TreeClient(const std::string& port);
+  /// `manager` must outlive this object.
+  TreeClient(EvtSrv::EventPortManager& manager, const std::string& port);
   ~TreeClient();
   TreeClient(const TreeClient&) = delete;
   TreeClient& operator=(const TreeClient&) = delete;
@@ -38,33 +42,19 @@ class TreeClient {
   /// Dispatches events until `done` returns true; false after the timeout.
   bool pumpUntil(const std::function<bool()>& done);
 
-  [[nodiscard]] unsigned updates() const { return part_.updates; }
+  [[nodiscard]] std::size_t updates() const { return part_.updates.size(); }
 
  private:
-  /// The proxy for all parts of the server; `chain` selects one. See ModelPart.
-  class AnyPart final : public ModelSrv::ModelPart {
-   public:
-    explicit AnyPart(ModelSrv::ModelRoot& root) : root_(root) {}
-    ~AnyPart() override { detach(); }
-    ModelSrv::ModelPartId getId() override;
-    ModelSrv::ModelPart* getParentNode() override;
-    ModelSrv::ModelRes update(void* context, unsigned short index) override;
-
-    std::vector<ModelSrv::ModelPartId> chain;
-    unsigned updates = 0;
-
-   private:
-    ModelSrv::ModelRoot& root_;
-  };
-
+  ModelSrv::ModelRes connect(const std::string& port);
   /// The proxy for a request about the part at `path`; null if there is none.
   ModelSrv::ModelPart* at(std::string_view path);
   std::optional<std::vector<ModelSrv::ModelPartId>> resolve(std::string_view path);
   ModelSrv::ModelPart* pointAt(std::vector<ModelSrv::ModelPartId> chain);
 
-  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, false};
+  std::optional<EvtSrv::EventPortManager> own_;
+  EvtSrv::EventPortManager& manager_;
   ModelSrv::ModelRoot root_{&manager_};
-  AnyPart part_{root_};
+  ProxyPart part_{root_};
   ModelSrv::ModelRes connected_;
 };
 

@@ -8,7 +8,7 @@
 #include "tests/support/leak_check.h"
 #include "tests/support/model_server.h"
 #include "tests/support/process.h"
-#include "tests/system/sample_client.h"
+#include "tests/support/tree_client.h"
 
 // What concurrent clients and idle clients cost a server.
 
@@ -19,10 +19,10 @@ using test_support::ExitStatus;
 using test_support::ModelServer;
 using test_support::Process;
 using test_support::procNumber;
+using test_support::TreeClient;
 
 constexpr int clientCount = 64;
 constexpr int storesEach = 1000;
-constexpr int commonPart = 1000;
 
 std::string treeOfNumbers() {
   std::string tree = R"({"name": "Model_numbers", "children": [)";
@@ -53,9 +53,8 @@ bool visitUntil(const std::string& server, Condition condition) {
     if (Clock::now() > deadline) {
       return false;
     }
-    EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-    SampleClient visitor(manager, server);
-    EXPECT_NE(visitor.read(commonPart), "");
+    TreeClient visitor(server);
+    EXPECT_TRUE(visitor.has("/common"));
   }
   return true;
 }
@@ -71,8 +70,8 @@ TEST(ConcurrentClients, LoseNoStoreAndLeaveNothingBehind) {
   clients.reserve(clientCount);
   for (int id = 1; id <= clientCount; ++id) {
     clients.push_back(std::make_unique<Process>(std::vector<std::string>{
-        test_support::buildDirectory() + "/tests/store_client", fixture.name(), std::to_string(id),
-        std::to_string(commonPart), std::to_string(storesEach)}));
+        test_support::buildDirectory() + "/tests/store_client", fixture.name(),
+        "/own_" + std::to_string(id), "/common", std::to_string(storesEach)}));
   }
   for (const auto& client : clients) {
     EXPECT_EQ(client->finish(std::chrono::seconds(100)), (ExitStatus{0, 0}));
@@ -80,10 +79,9 @@ TEST(ConcurrentClients, LoseNoStoreAndLeaveNothingBehind) {
   }
 
   {
-    EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-    SampleClient reader(manager, fixture.name());
-    for (ModelSrv::ModelPartId id = 1; id <= clientCount; ++id) {
-      EXPECT_EQ(reader.read(id), std::to_string(storesEach)) << "part " << id;
+    TreeClient reader(fixture.name());
+    for (int id = 1; id <= clientCount; ++id) {
+      EXPECT_EQ(reader.get("/own_" + std::to_string(id)), std::to_string(storesEach)) << id;
     }
   }
   EXPECT_TRUE(visitUntil(
@@ -104,7 +102,8 @@ TEST(IdleClient, WakesNeitherSide) {
   ModelServer fixture;
   const int server = fixture.process().pid();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-  SampleClient client(manager, fixture.name());
+  const TreeClient client(manager, fixture.name());
+  ASSERT_EQ(client.connected(), ModelSrv::ModelRes_Success);
   // The event that reports the new connection.
   EXPECT_EQ(manager.receiveEvent(2000), EvtSrv::EvtRes_Success);
 
@@ -118,12 +117,13 @@ TEST(IdleClient, CostsTheServerLittleMemory) {
   ModelServer fixture;
   const int server = fixture.process().pid();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-  const SampleClient first(manager, fixture.name());
+  const TreeClient first(manager, fixture.name());
   const long before = procNumber(server, "smaps_rollup", "Private_Dirty:");
-  std::vector<std::unique_ptr<SampleClient>> clients;
+  std::vector<std::unique_ptr<TreeClient>> clients;
   clients.reserve(idleCount);
   for (int count = 0; count < idleCount; ++count) {
-    clients.push_back(std::make_unique<SampleClient>(manager, fixture.name()));
+    clients.push_back(std::make_unique<TreeClient>(manager, fixture.name()));
+    ASSERT_EQ(clients.back()->connected(), ModelSrv::ModelRes_Success);
   }
   const long grown = procNumber(server, "smaps_rollup", "Private_Dirty:") - before;
   if (!test_support::sanitized) {

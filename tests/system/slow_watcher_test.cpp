@@ -9,7 +9,6 @@
 #include "tests/support/model_server.h"
 #include "tests/support/process.h"
 #include "tests/support/tree_client.h"
-#include "tests/system/sample_client.h"
 #include "tests/system/terminal_shell.h"
 
 // A shell with subscriptions is stopped: what it costs its server, and what it prints
@@ -25,7 +24,6 @@ using test_support::procNumber;
 const long mostGrowth = test_support::sanitized ? 16 * 1024 : 256;
 
 constexpr int partCount = 8;
-constexpr ModelSrv::ModelPartId markId = 100;
 
 std::string partName(int id) {
   return "part_" + std::to_string(id);
@@ -43,22 +41,23 @@ std::string treeOfParts() {
 /// Stores increasing values in the parts in turn, and reads each back.
 class Storer {
  public:
-  explicit Storer(const std::string& server) : client_(manager_, server) {}
+  explicit Storer(const std::string& server) : client_(server) {}
 
   void store(int count) {
     for (int done = 0; done < count; ++done) {
-      const auto id = static_cast<ModelSrv::ModelPartId>(1 + value_ % partCount);
+      const int id = 1 + value_ % partCount;
       const std::string text = std::to_string(++value_);
-      ASSERT_TRUE(client_.store(id, text));
-      ASSERT_EQ(client_.read(id), text);
+      ASSERT_EQ(client_.store(pathOf(id), text), ModelSrv::ModelRes_Success);
+      ASSERT_EQ(read(id), text);
     }
   }
-  [[nodiscard]] bool mark() { return client_.store(markId, "1"); }
-  std::string read(int id) { return client_.read(static_cast<ModelSrv::ModelPartId>(id)); }
+  [[nodiscard]] bool mark() { return client_.store("/mark", "1") == ModelSrv::ModelRes_Success; }
+  std::string read(int id) { return client_.get(pathOf(id)); }
 
  private:
-  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, false};
-  SampleClient client_;
+  static std::string pathOf(int id) { return '/' + partName(id); }
+
+  test_support::TreeClient client_;
   int value_ = 0;
 };
 
