@@ -7,6 +7,7 @@
 #include "shell/command_table.h"
 #include "shell/paths.h"
 #include "shell/results.h"
+#include "term/shown_text.h"
 
 namespace treescope {
 
@@ -138,7 +139,7 @@ int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const std::
 void TreeScope::listSubscriptions(bool resetEach) {
   const ChildListCache::Use cached = useChildListCache();
   for (const IdChain& chain : currentPart()->subscriptions()) {
-    const std::string line = pathText(namePathOf(chain, true));
+    const std::string line = shownText(pathText(namePathOf(chain, true)));
     printer_.printLineReset({0, colourDefault, line.c_str()}, resetEach, false);
   }
 }

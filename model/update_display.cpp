@@ -9,6 +9,7 @@
 #include "shell/paths.h"
 #include "term/line_listing.h"
 #include "term/output_block.h"
+#include "term/shown_text.h"
 
 namespace treescope {
 
@@ -39,7 +40,7 @@ void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& print
   ListingNode listing;
   client.buildTree(listing, optionLong | ModelClient::optionBelowOnly, chain,
                    names.empty() ? std::string() : names.back(), 1, true, false);
-  const std::string path = pathText(names);
+  const std::string path = shownText(pathText(names));
   {
     const OutputSpan span;
     printer.printLine({0, colourDefault, path.c_str()}, false);

@@ -2,6 +2,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "shell/paths.h"
+#include "term/shown_text.h"
 #include "term/terminal_mode.h"
 
 namespace treescope {
@@ -65,7 +66,7 @@ void ScopeBase::printResult(int code) {
 }
 
 int ScopeBase::printCurrentPath() {
-  const std::string text = pathText(currentPath_);
+  const std::string text = shownText(pathText(currentPath_));
   return printer_.printLine({.text = text.c_str()}, false) ? result::success : result::unknownError;
 }
 
@@ -91,7 +92,7 @@ void ScopeBase::expandWildcard(const char* pattern, std::vector<std::string>& ma
 }
 
 std::string ScopeBase::promptText() const {
-  return promptLabel_ + ' ' + (currentPath_.empty() ? "/" : currentPath_.back());
+  return promptLabel_ + ' ' + (currentPath_.empty() ? "/" : shownText(currentPath_.back()));
 }
 
 void ScopeBase::setPromptLabel(const char* label) {

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "term/listing_text.h"
+#include "term/shown_text.h"
 
 namespace treescope {
 
@@ -13,7 +14,7 @@ namespace {
 constexpr std::size_t columnGap = 2;
 
 std::size_t shownLength(const ListingNode& node) {
-  return nameText(node.name).size() + (node.hasChildren() ? 1 : 0);
+  return shownNameSize(node.name) + (node.hasChildren() ? 1 : 0);
 }
 
 ColumnLayout layoutOfWidth(const ScreenPrinter& printer, std::size_t width) {
@@ -76,7 +77,7 @@ class RowWriter {
 ColumnLayout columnLayout(const ScreenPrinter& printer, const std::vector<std::string>& names) {
   std::size_t longest = 0;
   for (const std::string& name : names) {
-    longest = std::max(longest, name.size());
+    longest = std::max(longest, shownSize(name));
   }
   return layoutOfWidth(printer, longest + columnGap);
 }
@@ -101,7 +102,8 @@ bool printColumns(ScreenPrinter& printer, const std::vector<std::string>& names,
   RowWriter rows(printer, columnLayout(printer, names), paging, true);
   std::string text;
   for (const std::string& name : names) {
-    text = name;
+    text.clear();
+    appendShown(text, name);
     if (!rows.add({}, text)) {
       return false;
     }
@@ -117,7 +119,8 @@ bool printNodeColumns(ScreenPrinter& printer, const ListingNode& node, bool rese
   RowWriter rows(printer, nodeColumnLayout(printer, node), paging, !printer.batch());
   std::string text;
   for (const ListingNode& child : node.children) {
-    text = nameText(child.name);
+    text.clear();
+    appendNameText(text, child.name);
     if (child.hasChildren()) {
       text += '/';
     }

@@ -12,8 +12,8 @@
 /// Called by commands and by completion, on the thread that runs them. With `reset` the
 /// lines are counted from 0 again; with `paging` the listing stops after each screenful.
 /// The printing operations return false, and print nothing more, if the user quit.
-/// Lengths are in bytes. If the terminal's width is unknown, and in batch mode, there is
-/// one column.
+/// Lengths are in bytes of the names as they are shown (term/shown_text.h). If the terminal's width
+/// is unknown, and in batch mode, there is one column.
 
 namespace treescope {
 

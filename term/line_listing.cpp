@@ -30,7 +30,7 @@ class LineWriter {
     text() += treeBranch;
   }
 
-  void addName() { text() += nameText(node_->name); }
+  void addName() { appendNameText(text(), node_->name); }
 
   void addPaddedName(std::size_t width) {
     const std::size_t end = text().size() + width;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "term/shown_text.h"
+
 namespace treescope {
 
 std::string blanks(std::ptrdiff_t count) {
@@ -10,6 +12,14 @@ std::string blanks(std::ptrdiff_t count) {
 
 std::string_view nameText(const std::optional<std::string>& name) {
   return name ? name->c_str() : "notfound";
+}
+
+void appendNameText(std::string& line, const std::optional<std::string>& name) {
+  appendShown(line, nameText(name));
+}
+
+std::size_t shownNameSize(const std::optional<std::string>& name) {
+  return shownSize(nameText(name));
 }
 
 std::string valueText(const std::optional<std::string>& value) {
@@ -25,7 +35,7 @@ void appendValueText(std::string& line, const std::optional<std::string>& value)
   }
   line += '[';
   const auto begin = static_cast<std::ptrdiff_t>(line.size());
-  line.append(*value, 0, value->find('\0'));
+  appendShown(line, std::string_view(*value).substr(0, value->find('\0')));
   std::replace(line.begin() + begin, line.end(), '\n', ' ');
   line += ']';
 }

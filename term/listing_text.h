@@ -21,8 +21,13 @@ inline constexpr std::string_view treeBranch = "+-- ";
 /// points into `name`.
 [[nodiscard]] std::string_view nameText(const std::optional<std::string>& name);
 
-/// `value` up to its first zero byte, in square brackets, with each line feed replaced
-/// by a space; "[nodata]" if there is no value.
+/// Appends that name to `line` as it is shown (term/shown_text.h), and the number of bytes
+/// that this appends.
+void appendNameText(std::string& line, const std::optional<std::string>& name);
+[[nodiscard]] std::size_t shownNameSize(const std::optional<std::string>& name);
+
+/// `value` up to its first zero byte, as it is shown, in square brackets, with each line
+/// feed replaced by a space; "[nodata]" if there is no value.
 [[nodiscard]] std::string valueText(const std::optional<std::string>& value);
 
 /// Appends the result of `valueText` to `line`.

@@ -58,6 +58,10 @@ void waitForOutput(OutputBuffering buffering) {
   }
 }
 
+bool outputIsTerminal() {
+  return onTerminal;
+}
+
 void flushToTerminal() {
   if (onTerminal) {
     std::fflush(stdout);

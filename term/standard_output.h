@@ -26,6 +26,10 @@ void waitForOutput(OutputBuffering buffering);
 /// printed waits for a server, so that no output is late and no signal loses any.
 void flushToTerminal();
 
+/// Any thread. Whether standard output was a terminal at the call of `waitForOutput`;
+/// false before it.
+[[nodiscard]] bool outputIsTerminal();
+
 /// Writes all of `size` bytes to `descriptor`, also after partial writes and signals,
 /// and waits for space if the descriptor is non-blocking. Returns the number of bytes
 /// written; less than `size` after an error, which `errno` tells.
