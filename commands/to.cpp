@@ -7,8 +7,8 @@
 #include "commands/tree_scope.h"
 #include "commands/value_text.h"
 #include "commands/values_file.h"
-#include "shell/paths.h"
 #include "shell/results.h"
+#include "term/shown_text.h"
 
 namespace treescope {
 
@@ -79,7 +79,7 @@ class SubtreeWriter {
       value_.clear();
       client_.readValueText(current_.ids, value_, true);
       beginLine();
-      appendPath(line_, current_.names);
+      appendSavedPath(line_, current_.names);
       endLine();
     }
     for (std::uint16_t element = 0; element < count; ++element) {
@@ -96,9 +96,9 @@ class SubtreeWriter {
     line_.clear();
     appendSavedCommand(line_, value_);
     trace_ = " make command [";
-    trace_ += value_;
+    appendShown(trace_, value_);
     trace_ += "] -> [";
-    trace_ += line_;
+    appendShown(trace_, line_);
     trace_ += "]\n";
     static_cast<void>(std::fwrite(trace_.data(), 1, trace_.size(), stdout));
   }

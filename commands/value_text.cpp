@@ -3,8 +3,24 @@
 #include <algorithm>
 
 #include "shell/paths.h"
+#include "term/shown_text.h"
 
 namespace treescope {
+
+namespace {
+
+/// Whether `c` would end a command in a command file, or act on a terminal that shows the
+/// file.
+bool isBlanked(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7F || c == ';';
+}
+
+void blankFrom(std::string& line, std::size_t begin) {
+  std::replace_if(line.begin() + static_cast<std::ptrdiff_t>(begin), line.end(), isBlanked, ' ');
+}
+
+}  // namespace
 
 std::string valueLine(std::vector<std::string> names, const std::string& indexText,
                       const std::string& value) {
@@ -12,29 +28,35 @@ std::string valueLine(std::vector<std::string> names, const std::string& indexTe
   if (!indexText.empty() && !names.empty()) {
     names.back() += '[' + indexText + ']';
   }
-  std::string line = pathText(names);
+  std::string line = shownText(pathText(names));
   line.append(columnStep - line.size() % columnStep, ' ');
-  line += '[' + value + ']';
+  line += '[';
+  appendShown(line, std::string_view(value).substr(0, value.find('\0')));
+  line += ']';
   std::replace(line.begin(), line.end(), '\n', ' ');
   return line;
 }
 
 void appendSavedCommand(std::string& line, const std::string& value) {
-  if (value.empty() || value.find(' ') != std::string::npos) {
-    line += "str \"";
-    line += value;
-    line += "\" ";
-  } else {
-    line += "set ";
-    line += value;
-    line += ' ';
-  }
+  const auto isSpace = [](char c) { return c == ' ' || isBlanked(c); };
+  const bool quoted = value.empty() || std::any_of(value.begin(), value.end(), isSpace);
+  line += quoted ? "str \"" : "set ";
+  const std::size_t begin = line.size();
+  line += value;
+  blankFrom(line, begin);
+  line += quoted ? "\" " : " ";
+}
+
+void appendSavedPath(std::string& line, const std::vector<std::string>& names) {
+  const std::size_t begin = line.size();
+  appendPath(line, names);
+  blankFrom(line, begin);
 }
 
 void appendSavedElementPath(std::string& line, const std::vector<std::string>& names,
                             std::uint16_t element) {
   if (!names.empty()) {
-    appendPath(line, names);
+    appendSavedPath(line, names);
     line += '[' + std::to_string(element) + ']';
   }
 }

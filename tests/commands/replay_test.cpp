@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <limits>
 #include <type_traits>
 #include <utility>
@@ -92,7 +93,7 @@ class Replay : public ScopeFixture {
   ValuePart<std::string> words{15, "words", " two  words "};
   ValuePart<std::string> none{16, "none", ""};
   ValuePart<std::string> quoted{17, "quoted", "a\"b\"c"};
-  ValuePart<std::string> bytes{18, "bytes", "\x01\xff\x1b[m\t'$`\\%s"};
+  ValuePart<std::string> bytes{18, "bytes", "\x80\xff[m'$`\\%s"};
   ArrayPart<double> reals{19, "reals", {1.5, 1e300, 0}, {"a", "b", "c"}};
   ArrayPart<std::string> texts{20, "texts", {"x y", "", "plain"}};
 };
@@ -145,18 +146,39 @@ TEST_F(Replay, StopsAtATextThatLooksLikeAnInvalidOption) {
   EXPECT_EQ(server_.speed.value(), 42);
 }
 
-TEST_F(Replay, SplitsTextsAtLineFeedsQuotesAndSemicolons) {
+TEST_F(Replay, SplitsTextsAtQuotesAndBlanksLineFeedsAndSemicolons) {
   putAll(texts, {"line\nbreak", "say \"hi\" now", "a;b"});
   ASSERT_EQ(run("cd all/texts").result, 1);
   ASSERT_EQ(run("to " + directory_.file("f")).result, 1);
   EXPECT_EQ(directory_.read("f"),
-            "set line\nbreak /drive/all/texts[0]\n"
+            "str \"line break\" /drive/all/texts[0]\n"
             "str \"say \"hi\" now\" /drive/all/texts[1]\n"
-            "set a;b /drive/all/texts[2]\n");
+            "str \"a b\" /drive/all/texts[2]\n");
   putAll(texts, {"1", "2", "3"});
   ASSERT_EQ(run("cd /").result, 1);
-  EXPECT_EQ(run("from " + directory_.file("f")), (CommandResult{3, ""}));
-  EXPECT_THAT(texts.values(), ElementsAre("1", "2", "3"));
+  EXPECT_THAT(run("from " + directory_.file("f")).output, testing::HasSubstr("[line break]\n"));
+  EXPECT_THAT(texts.values(), ElementsAre("line break", "2", "a b"));
+}
+
+TEST_F(Replay, RunsNoCommandOfAServer) {
+  const std::string touched = directory_.file("touched");
+  const std::string script = directory_.write("script", "$touch " + touched);
+  const std::string commands[] = {"$touch " + touched, "cmdfrom " + script};
+  for (const std::string& command : commands) {
+    for (const std::string& text : {"ok;" + command, "ok\n" + command, "ok\r\n" + command + "\n",
+                                    "\"\n" + command, "ok; \n;" + command, '\n' + command}) {
+      ValuePart<std::string> named{30, text, text};
+      ASSERT_EQ(all_.add(&named), ModelSrv::ModelRes_Success);
+      put(word, text);
+      putAll(texts, {text, text, text});
+      EXPECT_THAT(save("saved"), testing::HasSubstr(command.substr(0, command.find(' '))));
+      for (const char* const runner : {"from ", "cmdfrom "}) {
+        static_cast<void>(run(runner + directory_.file("saved")));
+        EXPECT_FALSE(std::filesystem::exists(touched)) << testing::PrintToString(text);
+      }
+      ASSERT_EQ(all_.remove(&named), ModelSrv::ModelRes_Success);
+    }
+  }
 }
 
 TEST_F(Replay, AcceptsLineFeedsAndLongTextsInACommandString) {

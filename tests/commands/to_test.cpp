@@ -48,10 +48,8 @@ TEST_F(To, WritesEveryPartOfTheServer) {
   const std::string all = driveLines +
                           "str \"\" /empty\n"
                           "set 3 /noname-3/x\n"
-                          "str \"odd value\" /" +
-                          SampleServer::oddName() +
-                          "\n"
-                          "set line\nbreak /top\n";
+                          "str \"odd value\" /\xff od[d [1m \n"
+                          "str \"line break\" /top\n";
   EXPECT_EQ(saved(), all);
   EXPECT_EQ(saved("/"), all);
   EXPECT_EQ(saved("~"), all);
@@ -69,7 +67,7 @@ TEST_F(To, ReportsEveryCommand) {
   EXPECT_EQ(run("to " + file_ + " /empty"),
             (CommandResult{1, " make command [] -> [str \"\" ]\n"}));
   EXPECT_EQ(run("to " + file_ + " /top"),
-            (CommandResult{1, " make command [line\nbreak] -> [set line\nbreak ]\n"}));
+            (CommandResult{1, " make command [line\nbreak] -> [str \"line break\" ]\n"}));
 }
 
 TEST_F(To, OmitsTheNamedChildFromThePaths) {
@@ -78,7 +76,7 @@ TEST_F(To, OmitsTheNamedChildFromThePaths) {
     std::string lines;
   };
   const Case cases[] = {
-      {"top", "set line\nbreak \n"},
+      {"top", "str \"line break\" \n"},
       {"/drive/speed", "set 42 /drive\n"},
       {"drive/label", "str \"two words\" /drive\n"},
       {"drive/gains", "set 1.5 /drive[0]\nset 0.25 /drive[1]\n"},
@@ -158,8 +156,8 @@ TEST_F(To, WritesTextsOfAnyBytes) {
   const std::string bytes("\x01\xff\x1b[31m\0;\t%s", 12);
   ASSERT_EQ(server_.label.setValue(bytes), ModelSrv::ModelRes_Success);
   EXPECT_EQ(run("to " + file_ + " drive/label"),
-            (CommandResult{1, " make command [" + bytes + "] -> [set " + bytes + " ]\n"}));
-  EXPECT_EQ(directory_.read("f"), "set " + bytes + " /drive\n");
+            (CommandResult{1, " make command [" + bytes + "] -> [str \" \xff [31m   %s\" ]\n"}));
+  EXPECT_EQ(directory_.read("f"), "str \" \xff [31m   %s\" /drive\n");
 }
 
 TEST_F(To, RequestsTheIdsAndTheNamesOfChildrenOnce) {

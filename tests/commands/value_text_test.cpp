@@ -39,6 +39,11 @@ TEST(ValueLine, IsOneLine) {
   EXPECT_EQ(valueLine({"a"}, "\n", ""), "/a[ ]   []");
 }
 
+TEST(ValueLine, EndsTheValueAtAZeroByte) {
+  EXPECT_EQ(valueLine({"a"}, "", std::string("x\0y", 3)), "/a  [x]");
+  EXPECT_EQ(valueLine({"a"}, "", std::string("\0", 1)), "/a  []");
+}
+
 TEST(ValueLine, KeepsOtherBytes) {
   EXPECT_EQ(valueLine({"\xff\x1b"}, "", "\r\t"), "/\xff\x1b [\r\t]");
 }
@@ -56,14 +61,16 @@ TEST(SavedCommand, QuotesValuesThatHoldASpaceOrAreEmpty) {
       {" x", "str \" x\" "},
       {"x ", "str \"x \" "},
       {"-5", "set -5 "},
-      {"a\tb", "set a\tb "},
-      {"a\nb", "set a\nb "},
-      {"a\n b", "str \"a\n b\" "},
+      {"a\tb", "str \"a b\" "},
+      {"a\nb", "str \"a b\" "},
+      {"a\n b", "str \"a  b\" "},
       {"a\"b", "set a\"b "},
       {"say \"hi\"", "str \"say \"hi\"\" "},
-      {"a;b", "set a;b "},
-      {"\xff\x1b[m", "set \xff\x1b[m "},
-      {std::string("a\0b", 3), std::string("set a\0b ", 8)},
+      {"a;b", "str \"a b\" "},
+      {";", "str \" \" "},
+      {"\xff\x1b[m", "str \"\xff [m\" "},
+      {"a\x7f\x80\xc3\xbc", "str \"a \x80\xc3\xbc\" "},
+      {std::string("a\0b", 3), "str \"a b\" "},
   };
   for (const Case& test : cases) {
     std::string line = "before ";
@@ -82,6 +89,13 @@ TEST(SavedElementPath, AppendsTheIndexToTheLastName) {
   EXPECT_EQ(savedElementPath({"drive", "gains"}, 0), "/drive/gains[0]");
   EXPECT_EQ(savedElementPath({"drive"}, 65533), "/drive[65533]");
   EXPECT_EQ(savedElementPath({}, 3), "");
+}
+
+TEST(SavedPath, BlanksWhatEndsACommand) {
+  std::string line = ";";
+  appendSavedPath(line, {"a;b", "c\n$d\x7f"});
+  EXPECT_EQ(line, ";/a b/c $d ");
+  EXPECT_EQ(savedElementPath({"a;b"}, 1), "/a b[1]");
 }
 
 }  // namespace
