@@ -6,8 +6,20 @@
 #include "shell/scope_base.h"
 #include "term/column_listing.h"
 #include "term/line_buffer.h"
+#include "term/shown_text.h"
 
 namespace treescope {
+
+namespace {
+
+/// Cuts a name before what would end the command, or act on the terminal, in the line.
+void cutToInsertable(std::string& name) {
+  const auto acts = [](char c) { return c == ';' || c == '\t' || c == '\n'; };
+  name.erase(findControl(name));
+  name.erase(std::find_if(name.begin(), name.end(), acts), name.end());
+}
+
+}  // namespace
 
 bool ScopeBase::completeCommandWord(const int* codes, const char* head) {
   const std::string_view typed = head == nullptr ? "" : head;
@@ -25,12 +37,13 @@ void ScopeBase::presentCandidates(std::vector<std::string> candidates) {
     candidate.resize(std::strlen(candidate.c_str()));
   }
   if (candidates.size() > 1) {
-    presentSeveral(candidates);
+    presentSeveral(std::move(candidates));
     return;
   }
   showPrompt();
   if (!candidates.empty()) {
     std::string& only = candidates.front();
+    cutToInsertable(only);
     if (only == "..") {
       only += '/';
     }
@@ -40,7 +53,7 @@ void ScopeBase::presentCandidates(std::vector<std::string> candidates) {
 
 void ScopeBase::presentLineCandidates(std::vector<std::string> candidates) {
   if (candidates.size() > 1) {
-    presentSeveral(candidates);
+    presentSeveral(std::move(candidates));
     return;
   }
   if (!candidates.empty()) {
@@ -49,9 +62,10 @@ void ScopeBase::presentLineCandidates(std::vector<std::string> candidates) {
   showPrompt();
 }
 
-void ScopeBase::presentSeveral(const std::vector<std::string>& candidates) {
+void ScopeBase::presentSeveral(std::vector<std::string> candidates) {
   printColumns(printer_, candidates, true, false);
   showPrompt();
+  std::for_each(candidates.begin(), candidates.end(), cutToInsertable);
   lineEditor_.replaceLastWord(commonPrefix(candidates));
 }
 

@@ -146,7 +146,8 @@ class ScopeBase {
   // Completion. A candidate is the complete replacement of what is completed. Each
   // of these prints the prompt again. Several candidates are first listed in columns,
   // without paging, and their common beginning replaces the last word
-  // (`LineEditor::replaceLastWord`).
+  // (`LineEditor::replaceLastWord`). Of a candidate from a server or a file name only
+  // what stands before its first ";" or control character is inserted.
 
   /// Completes the command word `head` (null when nothing is typed) to one of
   /// `codes` (row indices of the command table, ended by `noCommand`). Returns true,
@@ -162,7 +163,7 @@ class ScopeBase {
   void presentLineCandidates(std::vector<std::string> candidates);
 
   /// The text of the prompt: the label, a space, then the last component of the
-  /// current path or "/".
+  /// current path, as it is shown (term/shown_text.h), or "/".
   [[nodiscard]] std::string promptText() const;
   /// Stores the label and prints the prompt again.
   void setPromptLabel(const char* label);
@@ -184,7 +185,7 @@ class ScopeBase {
 
  private:
   void showPrompt();
-  void presentSeveral(const std::vector<std::string>& candidates);
+  void presentSeveral(std::vector<std::string> candidates);
 
   friend class CommandFileRun;
 
