@@ -32,7 +32,9 @@ std::vector<BadPayload> badPayloads() {
   const std::string unset(1, '\0');
   return {
       {"OperationZero", 0, counter},
-      {"OperationThatDoesNotExist", 9, counter},
+      {"OperationThatDoesNotExist", 11, counter},
+      {"PrefetchWithoutANumber", wire::prefetch, counter},
+      {"DescriptionWithAnIndex", wire::describe, counter + u16(wholeValue)},
       {"LargestOperation", 65535, counter},
       {"NoChain", wire::save, {}},
       {"HalfADepth", wire::save, std::string(1, '\1')},

@@ -24,6 +24,7 @@ enum Operation : std::uint16_t {
   subscribe = 7,
   unsubscribe = 8,
   prefetch = 9,
+  describe = 10,
 };
 
 inline constexpr std::size_t headerSize = 16;

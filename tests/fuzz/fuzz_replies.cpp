@@ -5,12 +5,13 @@
 /// output unchanged.
 ///
 /// Corpus: `ids`, `names`, `sum`, `update`, `update_foreign` (most significant byte
-/// first), `lying_count`, `lying_length`, `trailing_byte`.
+/// first), `description`, `lying_count`, `lying_length`, `trailing_byte`.
 
 #include <string>
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/source/description.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/updates.h"
 #include "tests/fuzz/fuzz_input.h"
@@ -79,6 +80,21 @@ void checkSum(const Payload& given) {
   checkEncoded(given, encoded);
 }
 
+void checkDescription(const Payload& given) {
+  PartDescription description;
+  description.type = "before";
+  if (!decodeDescription(given.reader(), description)) {
+    require(description.type == "before", "a rejected description leaves the output unchanged");
+    return;
+  }
+  require(hasValidTexts(description.attributes), "texts of a peer are cleaned");
+  Bytes encoded;
+  require(encodeDescription(description, encoded), "a decoded description can be encoded");
+  PartDescription again;
+  require(decodeDescription(PayloadReader(encoded, nativeOrder), again) && again == description,
+          "decoding it again gives the same");
+}
+
 void checkResult(const Payload& given) {
   const std::uint16_t code = given.reader().u16();
   const ModelRes result = decodeResult(code);
@@ -128,6 +144,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   checkIds(given);
   checkNames(given);
   checkSum(given);
+  checkDescription(given);
   checkResult(given);
   checkUpdate(given);
   return 0;

@@ -8,7 +8,7 @@
 ///
 /// Corpus: `look_around`, `save_and_load`, `array`, `subscriptions`,
 /// `unknown_operation`, `trailing_byte`, `other_order`,
-/// `prefetch_of_nothing`.
+/// `prefetch_of_nothing`, `describe`.
 
 #include <map>
 #include <memory>
@@ -18,6 +18,8 @@
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/cache/reply_cache.h"
+#include "modelsrv/source/description.h"
+#include "modelsrv/source/line_text.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/tree_session.h"
@@ -61,6 +63,9 @@ class Service {
     }
     share_->invalidator.open();
     mute_.setSubscribable(false);
+    require(gains_.setAttributes({"1/s", "-100", "100", "gains", {}}) == ModelRes_Success &&
+                texts_.setAttributes({"", "", "", "", {"a", "", "c"}}) == ModelRes_Success,
+            "attributes can be stated");
     number_.setStoreCheck([](const std::int32_t& value, ModelPartIndex) {
       return value == 13 ? ModelRes_Vetoed : ModelRes_Success;
     });
@@ -85,6 +90,8 @@ class Service {
   }
 
  private:
+  static PayloadReader reader(const Bytes& bytes) { return {bytes, nativeOrder}; }
+
   static void addTo(ModelNode& node, ModelPart& part) {
     require(node.add(&part) == ModelRes_Success, "the tree can be built");
   }
@@ -98,7 +105,10 @@ class Service {
     reply_.erase(reply_.begin(), reply_.begin() + 2);
     const ModelRes result = decodeResult(code);
     require(result != ModelRes_Protocol, "clients know the code of a reply");
-    require(result == ModelRes_Success || reply_.empty(), "a failed reply has no payload");
+    require(result == ModelRes_Success || reply_.empty() ||
+                (operation == static_cast<std::uint16_t>(Operation::load) &&
+                 reply_.size() <= ModelReason_Max && isLine(reader(reply_).rest())),
+            "a failed reply has no payload, but that of a store may have a reason");
     return result;
   }
 
@@ -171,6 +181,14 @@ class Service {
                         .replace(request.chain, reply_, nativeOrder) != nullptr,
                 "a prefetch reply can be decoded");
         return;
+      case Operation::describe: {
+        PartDescription description;
+        require(decodeDescription(reply, description), "a description can be decoded");
+        Bytes encoded;
+        require(encodeDescription(description, encoded) && encoded == reply_,
+                "encoding gives the same bytes");
+        return;
+      }
     }
     require(false, "only known operations succeed");
   }

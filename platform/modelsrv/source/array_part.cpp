@@ -1,6 +1,8 @@
 #include <utility>
 
 #include "modelsrv/source/out_of_memory.h"
+#include "modelsrv/source/part_access.h"
+#include "modelsrv/source/store_limits.h"
 #include "modelsrv/source/store_rules.h"
 #include "modelsrv/source/tree_lock.h"
 #include "modelsrv/source/value_text.h"
@@ -9,6 +11,7 @@
 namespace ModelSrv {
 
 using internal::Parsed;
+using internal::PartAccess;
 using internal::TreeLock;
 
 namespace {
@@ -136,8 +139,23 @@ ModelRes ArrayPart<T>::setValues(const std::vector<T>& values) {
 
 template <typename T>
 void ArrayPart<T>::setStoreCheck(StoreCheck<T> check) {
+  setStoreCheckWithReason(internal::withoutReason<T>(std::move(check)));
+}
+
+template <typename T>
+void ArrayPart<T>::setStoreCheckWithReason(StoreCheckWithReason<T> check) {
   const TreeLock lock(*this);
   check_ = internal::makeCheck<T>(std::move(check));
+}
+
+template <typename T>
+std::string_view ArrayPart<T>::typeName() const {
+  return internal::typeNameOf<T>();
+}
+
+template <typename T>
+ModelRes ArrayPart<T>::checkLimits(const PartAttributes& attributes) const {
+  return internal::StoreLimits<T>::check(attributes);
 }
 
 template <typename T>
@@ -176,11 +194,25 @@ ModelRes ArrayPart<T>::appendText(std::string& out, ModelPartIndex index) const 
 template <typename T>
 ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartIndex index,
                                  bool fromClient) {
+  std::string reason;
+  return storeElements(text, flag, index, fromClient ? &reason : nullptr);
+}
+
+template <typename T>
+ModelRes ArrayPart<T>::storeFromClient(std::string_view text, bool flag, ModelPartIndex index,
+                                       std::string& reason) {
+  return storeElements(text, flag, index, &reason);
+}
+
+template <typename T>
+ModelRes ArrayPart<T>::storeElements(std::string_view text, bool flag, ModelPartIndex index,
+                                     std::string* reason) {
   const bool whole = index == ModelPartIndex_All;
   if (!whole && index >= values_.size()) {
     return ModelRes_NoSuchIndex;
   }
-  if (const ModelRes access = fromClient ? internal::checkAccess(status(), flag) : ModelRes_Success;
+  if (const ModelRes access =
+          reason != nullptr ? internal::checkAccess(status(), flag) : ModelRes_Success;
       access != ModelRes_Success) {
     return access;
   }
@@ -189,23 +221,16 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
   if (!ElementTexts::countFits(text, count)) {
     return ModelRes_BadText;
   }
-
   // All values are parsed and checked before any is stored. Parsing them again then is cheaper
   // than keeping a copy of all.
-  Parsed<T> parsed{};
-  ElementTexts checked(text, count);
-  for (std::size_t i = first; i < first + count; ++i) {
-    ModelRes result = internal::parseValue<T>(checked.next(), parsed);
-    if (result == ModelRes_Success && fromClient) {
-      result = internal::runCheck<T>(check_, parsed, static_cast<ModelPartIndex>(i));
-    }
-    if (result != ModelRes_Success) {
-      return result;
-    }
+  if (const ModelRes result = checkElements(text, first, count, reason);
+      result != ModelRes_Success) {
+    return result;
   }
   reserveForAll(text, first, count);
   ChangedElements changed;
   ElementTexts stored(text, count);
+  Parsed<T> parsed{};
   for (std::size_t i = first; i < first + count; ++i) {
     if (const ModelRes result = internal::parseValue<T>(stored.next(), parsed);
         result != ModelRes_Success) {
@@ -219,6 +244,38 @@ ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartInde
   }
   if (changed.any()) {
     notifySubscribers(changed.index());
+  }
+  return ModelRes_Success;
+}
+
+template <typename T>
+ModelRes ArrayPart<T>::checkElements(std::string_view text, std::size_t first, std::size_t count,
+                                     std::string* reason) {
+  Parsed<T> parsed{};
+  // A pass of its own, because a store check may replace the attributes.
+  if (const PartAttributes* const attributes = PartAccess::attributes(*this);
+      attributes != nullptr && reason != nullptr) {
+    const internal::StoreLimits<T> limits(*attributes);
+    ElementTexts texts(text, count);
+    for (std::size_t i = first; i < first + count; ++i) {
+      ModelRes result = internal::parseValue<T>(texts.next(), parsed);
+      if (result == ModelRes_Success) {
+        result = limits.check(parsed, name(), static_cast<ModelPartIndex>(i), *reason);
+      }
+      if (result != ModelRes_Success) {
+        return result;
+      }
+    }
+  }
+  ElementTexts texts(text, count);
+  for (std::size_t i = first; i < first + count; ++i) {
+    ModelRes result = internal::parseValue<T>(texts.next(), parsed);
+    if (result == ModelRes_Success && reason != nullptr) {
+      result = internal::runCheck<T>(check_, parsed, static_cast<ModelPartIndex>(i), *reason);
+    }
+    if (result != ModelRes_Success) {
+      return result;
+    }
   }
   return ModelRes_Success;
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "evtsrv/source/manager_core.h"
+#include "modelsrv/source/line_text.h"
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/tree_lock.h"
@@ -36,6 +37,7 @@ ModelRes ClientSide::connect(const std::string& name) {
   TreeLock::assertHeld(root_);
   close();
   prefetchEnabled_ = true;
+  describeEnabled_ = true;
   const ModelRes result = fromPort(port_.connect(name));
   started_ = result == ModelRes_Success;
   if (!started_) {
@@ -76,6 +78,7 @@ EvtRes ClientSide::ensureReady() {
       // The name may belong to another server now, although the previous one is still alive.
       cache_.clear();
       prefetchEnabled_ = true;
+      describeEnabled_ = true;
     }
   }
   return renewSubscriptions();
@@ -208,12 +211,55 @@ ModelRes ClientSide::save(ChainView chain, std::ostringstream& text, ModelPartIn
       });
 }
 
-ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index) {
+ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index,
+                          std::string* reason) {
   if (text.size() > maxStoreText) {
     return ModelRes_TooLarge;
   }
   Reply reply;
-  return exchange({Operation::load, chain, index, flag, text}, reply);
+  const ModelRes result = exchange({Operation::load, chain, index, flag, text}, reply);
+  if (result != ModelRes_Success && reason != nullptr) {
+    *reason = toLine(PayloadReader(reply.payload, reply.order).rest(), ModelReason_Max);
+  }
+  return result;
+}
+
+ModelRes ClientSide::describe(ChainView chain, PartDescription& description) {
+  if (!describeEnabled_) {
+    return describeElements(chain, description);
+  }
+  Reply reply;
+  const ModelRes result = exchange({Operation::describe, chain}, reply);
+  if (result == ModelRes_BadRequest) {
+    describeEnabled_ = false;
+    return describeElements(chain, description);
+  }
+  if (result != ModelRes_Success) {
+    return result;
+  }
+  return decodeDescription(PayloadReader(reply.payload, reply.order), description)
+             ? ModelRes_Success
+             : ModelRes_Protocol;
+}
+
+ModelRes ClientSide::describeElements(ChainView chain, PartDescription& description) {
+  PartDescription known;
+  std::vector<ModelPartId> children;
+  std::uint16_t elements = 0;
+  ModelRes result = childIds(chain, children);
+  if (result == ModelRes_Success) {
+    result = elementSum(chain, elements);
+  }
+  if (result == ModelRes_Success && elements != 0) {
+    result = elementNames(chain, known.elementNames);
+  }
+  if (result != ModelRes_Success) {
+    return result;
+  }
+  known.type = children.empty() ? "" : "node";
+  known.elements = elements;
+  description = std::move(known);
+  return ModelRes_Success;
 }
 
 ModelRes ClientSide::subscribe(ModelPart& part, ChainView chain, void* context,

@@ -10,6 +10,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/cache/reply_cache.h"
 #include "modelsrv/source/client_subscriptions.h"
+#include "modelsrv/source/description.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/requests.h"
@@ -38,7 +39,10 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   ModelRes elementSum(ChainView chain, std::uint16_t& sum);
   ModelRes elementNames(ChainView chain, std::vector<std::string>& names);
   ModelRes save(ChainView chain, std::ostringstream& text, ModelPartIndex index);
-  ModelRes load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index);
+  /// If the server refuses the store with a reason, `reason` is set unless it is null.
+  ModelRes load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index,
+                std::string* reason);
+  ModelRes describe(ChainView chain, PartDescription& description);
 
   ModelRes subscribe(ModelPart& part, ChainView chain, void* context, ModelPartIndex index);
   ModelRes unsubscribe(ModelPart& part, ChainView chain);
@@ -69,12 +73,15 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   EvtSrv::EvtRes ensureReady();
   EvtSrv::EvtRes renewSubscriptions();
   ModelRes cancel(ClientSubscriptions::Key key);
+  /// What a server that does not know descriptions has of one.
+  ModelRes describeElements(ChainView chain, PartDescription& description);
 
   ModelRoot& root_;
   bool started_ = false;
   std::shared_ptr<ClientSubscriptions> subscriptions_ = std::make_shared<ClientSubscriptions>();
   ReplyCache cache_;
   bool prefetchEnabled_ = true;        ///< false if this connection's server has no usable page
+  bool describeEnabled_ = true;        ///< false if this connection's server has no descriptions
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
 };

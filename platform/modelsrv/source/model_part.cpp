@@ -5,6 +5,7 @@
 
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/client_side.h"
+#include "modelsrv/source/description.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/server_side.h"
@@ -62,18 +63,73 @@ ModelRes ModelPart::update(void* /*context*/, unsigned short /*index*/) {
 }
 
 ModelRes ModelPart::load(std::istringstream& text, bool flag, unsigned short index) {
-  const std::string_view value = takeRest(text);
+  return storeAnywhere(takeRest(text), flag, index, nullptr);
+}
+
+ModelRes ModelPart::store(std::string_view text, bool flag, unsigned short index,
+                          std::string& reason) {
+  std::string stated;
+  const ModelRes result = storeAnywhere(text, flag, index, &stated);
+  if (result != ModelRes_Success) {
+    reason = std::move(stated);
+  }
+  if (result != ModelRes_Success && reason.empty()) {
+    static_cast<void>(withMemoryResult([&] {
+      reason = ModelSrv::describe(result);
+      return result;
+    }));
+  }
+  return result;
+}
+
+ModelRes ModelPart::storeAnywhere(std::string_view text, bool flag, ModelPartIndex index,
+                                  std::string* reason) {
   const TreeLock lock(*this);
   return withMemoryResult([&] {
     const ResolvedChain resolved(*this);
     if (resolved.root() != nullptr && resolved.root()->client_ != nullptr) {
-      return resolved.root()->client_->load(resolved.chain(), value, flag, index);
+      return resolved.root()->client_->load(resolved.chain(), text, flag, index, reason);
     }
     if (resolved.result() == ModelRes_BadArgument) {
       return ModelRes_BadArgument;
     }
-    return storeText(value, flag, index, false);
+    return storeText(text, flag, index, false);
   });
+}
+
+ModelRes ModelPart::describe(PartDescription& description) {
+  const TreeLock lock(*this);
+  return withMemoryResult([&] {
+    const ResolvedChain resolved(*this);
+    if (resolved.root() != nullptr && resolved.root()->client_ != nullptr) {
+      return resolved.root()->client_->describe(resolved.chain(), description);
+    }
+    if (resolved.result() == ModelRes_BadArgument) {
+      return ModelRes_BadArgument;
+    }
+    description = internal::descriptionOf(*this);
+    return ModelRes_Success;
+  });
+}
+
+ModelRes ModelPart::setAttributes(PartAttributes attributes) {
+  if (!internal::hasValidTexts(attributes)) {
+    return ModelRes_BadArgument;
+  }
+  const TreeLock lock(*this);
+  return withMemoryResult([&] {
+    const ModelRes result = checkLimits(attributes);
+    if (result == ModelRes_Success) {
+      const bool any = attributes != PartAttributes();
+      attributes_ = any ? std::make_unique<const PartAttributes>(std::move(attributes)) : nullptr;
+    }
+    return result;
+  });
+}
+
+PartAttributes ModelPart::attributes() const {
+  const TreeLock lock(*this);
+  return attributes_ != nullptr ? *attributes_ : PartAttributes();
 }
 
 ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {
@@ -168,6 +224,17 @@ ModelRes ModelPart::appendText(std::string& /*out*/, ModelPartIndex /*index*/) c
 ModelRes ModelPart::storeText(std::string_view /*text*/, bool /*flag*/, ModelPartIndex /*index*/,
                               bool /*fromClient*/) {
   return ModelRes_NoValue;
+}
+
+ModelRes ModelPart::storeFromClient(std::string_view text, bool flag, ModelPartIndex index,
+                                    std::string& /*reason*/) {
+  return storeText(text, flag, index, true);
+}
+
+ModelRes ModelPart::checkLimits(const PartAttributes& attributes) const {
+  const bool none =
+      attributes.minimum.empty() && attributes.maximum.empty() && attributes.choices.empty();
+  return isNode_ && !none ? ModelRes_BadArgument : ModelRes_Success;
 }
 
 void ModelPart::notifySubscribers(ModelPartIndex index) {

@@ -21,9 +21,11 @@ struct PartAccess {
     return part.appendText(out, index);
   }
   static ModelRes storeFromClient(ModelPart& part, std::string_view text, bool flag,
-                                  ModelPartIndex index) {
-    return part.storeText(text, flag, index, true);
+                                  ModelPartIndex index, std::string& reason) {
+    return part.storeFromClient(text, flag, index, reason);
   }
+  static std::string_view typeName(const ModelPart& part) { return part.typeName(); }
+  static const PartAttributes* attributes(const ModelPart& part) { return part.attributes_.get(); }
   /// The part as a node whose children are published now, or null.
   static const ModelNode* asNode(ModelPart& part) {
     const ModelNode* const node = part.asNode();

@@ -36,7 +36,7 @@ void CountedReply::addName(std::string_view name) {
 }
 
 ModelRes decodeResult(std::uint16_t code) {
-  return code <= ModelRes_BadArgument ? static_cast<ModelRes>(code) : ModelRes_Protocol;
+  return code <= ModelRes_Unreachable ? static_cast<ModelRes>(code) : ModelRes_Protocol;
 }
 
 bool decodeIds(PayloadReader payload, std::vector<ModelPartId>& ids) {
@@ -51,18 +51,23 @@ bool decodeIds(PayloadReader payload, std::vector<ModelPartId>& ids) {
   return true;
 }
 
-bool decodeNames(PayloadReader payload, std::vector<std::string>& names) {
+bool readNames(PayloadReader& payload, std::vector<std::string>& names) {
   const std::size_t count = payload.u16();
   if (!payload.ok() || count * sizeof(std::uint16_t) > payload.left()) {
     return false;
   }
-  std::vector<std::string> decoded;
-  decoded.reserve(count);
+  names.clear();
+  names.reserve(count);
   for (std::size_t i = 0; i < count && payload.ok(); ++i) {
     const std::size_t length = payload.u16();
-    decoded.emplace_back(payload.bytes(length));
+    names.emplace_back(payload.bytes(length));
   }
-  if (!payload.ok() || payload.left() != 0) {
+  return payload.ok();
+}
+
+bool decodeNames(PayloadReader payload, std::vector<std::string>& names) {
+  std::vector<std::string> decoded;
+  if (!readNames(payload, decoded) || payload.left() != 0) {
     return false;
   }
   names = std::move(decoded);

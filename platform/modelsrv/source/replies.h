@@ -36,6 +36,10 @@ class CountedReply {
 /// The result for the code of a reply; `ModelRes_Protocol` for a code that no server sends.
 ModelRes decodeResult(std::uint16_t code);
 
+/// Reads names and their number, and replaces the content of `names`. False if bytes are missing.
+[[nodiscard]] bool readNames(EvtSrv::internal::PayloadReader& payload,
+                             std::vector<std::string>& names);
+
 // Each function decodes a whole payload. It returns false if bytes are missing or left over;
 // the output is then unchanged.
 

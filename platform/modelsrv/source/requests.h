@@ -27,7 +27,8 @@
   ENTRY(load, 6, indexField | flagField | textField) \
   ENTRY(subscribe, 7, indexField)                    \
   ENTRY(unsubscribe, 8, indexField)                  \
-  ENTRY(prefetch, 9, indexField)
+  ENTRY(prefetch, 9, indexField)                     \
+  ENTRY(describe, 10, chainOnly)
 
 namespace ModelSrv::internal {
 

@@ -38,6 +38,8 @@ const char* describe(ModelRes result) {
       return "a sibling has that id";
     case ModelRes_BadArgument:
       return "an argument is outside what the operation takes";
+    case ModelRes_Unreachable:
+      return "the device behind the server cannot be reached";
     case ModelRes_NotConnected:
       return "no server serves that name, or there is no connection";
     case ModelRes_Timeout:

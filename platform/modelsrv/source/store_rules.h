@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -23,18 +24,40 @@ inline ModelRes checkAccess(ModelPartStatus status, bool flag) {
 /// Runs the server's check, which stays alive meanwhile even if it replaces itself. A result of
 /// the connection, which a check must not return, counts as a veto.
 template <typename T>
-ModelRes runCheck(std::shared_ptr<const StoreCheck<T>> check, const Parsed<T>& value,
-                  ModelPartIndex index) {
+ModelRes runCheck(std::shared_ptr<const StoreCheckWithReason<T>> check, const Parsed<T>& value,
+                  ModelPartIndex index, std::string& reason) {
   if (check == nullptr) {
     return ModelRes_Success;
   }
-  const ModelRes result = (*check)(T(value), index);
+  const ModelRes result = (*check)(T(value), index, reason);
   return result < ModelRes_NotConnected ? result : ModelRes_Vetoed;
 }
 
 template <typename T>
-std::shared_ptr<const StoreCheck<T>> makeCheck(StoreCheck<T> check) {
-  return check ? std::make_shared<const StoreCheck<T>>(std::move(check)) : nullptr;
+std::shared_ptr<const StoreCheckWithReason<T>> makeCheck(StoreCheckWithReason<T> check) {
+  return check ? std::make_shared<const StoreCheckWithReason<T>>(std::move(check)) : nullptr;
+}
+
+/// The same check in the form that may give a reason, which it does not.
+template <typename T>
+StoreCheckWithReason<T> withoutReason(StoreCheck<T> check) {
+  if (!check) {
+    return {};
+  }
+  return [check = std::move(check)](const T& value, ModelPartIndex index, std::string&) {
+    return check(value, index);
+  };
+}
+
+/// The name of `T` in descriptions.
+template <typename T>
+constexpr std::string_view typeNameOf() {
+#define MODELSRV_TYPE_NAME(id, Type, name) \
+  if constexpr (std::is_same_v<T, Type>) { \
+    return name;                           \
+  }
+  MODELSRV_VALUE_TYPES(MODELSRV_TYPE_NAME)
+#undef MODELSRV_TYPE_NAME
 }
 
 /// Whether a value is larger than a part can hold.

@@ -6,6 +6,8 @@
 
 #include "evtsrv/source/manager_core.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/source/description.h"
+#include "modelsrv/source/line_text.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/tree_lock.h"
@@ -83,9 +85,11 @@ std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::Pay
                                   std::vector<std::uint8_t>& reply) {
   TreeLock::assertHeld(share_->root);
   const std::size_t before = reply.size();
+  share_->reason.clear();
   const ModelRes result = serve(operation, request, reply);
   if (result != ModelRes_Success) {
     reply.resize(before);
+    EvtSrv::internal::PayloadWriter(reply).bytes(share_->reason);
   }
   return static_cast<std::uint16_t>(result);
 }
@@ -152,7 +156,13 @@ ModelRes TreeSession::load(ModelPart& part, const Request& request, Bytes& /*rep
   if (request.text.size() > maxStoreText) {
     return ModelRes_TooLarge;
   }
-  return PartAccess::storeFromClient(part, request.text, request.flag, request.index);
+  std::string reason;
+  const ModelRes result =
+      PartAccess::storeFromClient(part, request.text, request.flag, request.index, reason);
+  if (result != ModelRes_Success) {
+    share_->reason = toLine(reason, ModelReason_Max);
+  }
+  return result;
 }
 
 ModelRes TreeSession::subscribe(ModelPart& part, const Request& request, Bytes& /*reply*/) {
@@ -179,6 +189,10 @@ ModelRes TreeSession::prefetch(ModelPart& part, const Request& request, Bytes& r
   ObjectLease<PrefetchWriter> writer(share_->prefetch);
   writer->write(share_->root, part, parts, *page, reply);
   return ModelRes_Success;
+}
+
+ModelRes TreeSession::describe(ModelPart& part, const Request& /*request*/, Bytes& reply) {
+  return encodeDescription(descriptionOf(part), reply) ? ModelRes_Success : ModelRes_TooLarge;
 }
 
 bool TreeSession::takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) {

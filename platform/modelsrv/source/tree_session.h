@@ -21,6 +21,7 @@ struct SessionShare {
   ModelRoot& root;
   Request request;
   std::string text;
+  std::string reason;  ///< of the request that is being served, if it is refused with one
   PrefetchWriter prefetch;
   CacheInvalidator invalidator;
 };
@@ -44,8 +45,9 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes serve(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload, Bytes& reply);
 
   // The handlers, one for each of `MODELSRV_OPERATIONS`. Each appends the payload of the reply;
-  // unless the result is success, `handle` removes it again. A call into a part may dispatch
-  // further requests, which replace the content of `request`: read it before.
+  // unless the result is success, `handle` replaces it with the `reason` in the share. A call into
+  // a part may dispatch further requests, which replace the content of `request` and of the
+  // share: read it before, and set the reason after.
   ModelRes childIds(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes childNames(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes elementSum(ModelPart& part, const Request& request, Bytes& reply);
@@ -55,6 +57,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes subscribe(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes unsubscribe(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes prefetch(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes describe(ModelPart& part, const Request& request, Bytes& reply);
 
   std::shared_ptr<SessionShare> share_;
   SessionSubscriptions subscriptions_;

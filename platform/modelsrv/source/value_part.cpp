@@ -1,5 +1,7 @@
 #include <utility>
 
+#include "modelsrv/source/part_access.h"
+#include "modelsrv/source/store_limits.h"
 #include "modelsrv/source/store_rules.h"
 #include "modelsrv/source/tree_lock.h"
 #include "modelsrv/source/value_text.h"
@@ -8,6 +10,7 @@
 namespace ModelSrv {
 
 using internal::Parsed;
+using internal::PartAccess;
 using internal::TreeLock;
 
 template <typename T>
@@ -42,8 +45,23 @@ ModelRes ValuePart<T>::setValue(T value) {
 
 template <typename T>
 void ValuePart<T>::setStoreCheck(StoreCheck<T> check) {
+  setStoreCheckWithReason(internal::withoutReason<T>(std::move(check)));
+}
+
+template <typename T>
+void ValuePart<T>::setStoreCheckWithReason(StoreCheckWithReason<T> check) {
   const TreeLock lock(*this);
   check_ = internal::makeCheck<T>(std::move(check));
+}
+
+template <typename T>
+std::string_view ValuePart<T>::typeName() const {
+  return internal::typeNameOf<T>();
+}
+
+template <typename T>
+ModelRes ValuePart<T>::checkLimits(const PartAttributes& attributes) const {
+  return internal::StoreLimits<T>::check(attributes);
 }
 
 template <typename T>
@@ -58,16 +76,33 @@ ModelRes ValuePart<T>::appendText(std::string& out, ModelPartIndex index) const 
 template <typename T>
 ModelRes ValuePart<T>::storeText(std::string_view text, bool flag, ModelPartIndex index,
                                  bool fromClient) {
+  std::string reason;
+  return storeOne(text, flag, index, fromClient ? &reason : nullptr);
+}
+
+template <typename T>
+ModelRes ValuePart<T>::storeFromClient(std::string_view text, bool flag, ModelPartIndex index,
+                                       std::string& reason) {
+  return storeOne(text, flag, index, &reason);
+}
+
+template <typename T>
+ModelRes ValuePart<T>::storeOne(std::string_view text, bool flag, ModelPartIndex index,
+                                std::string* reason) {
   if (index != ModelPartIndex_All) {
     return ModelRes_NoSuchIndex;
   }
-  ModelRes result = fromClient ? internal::checkAccess(status(), flag) : ModelRes_Success;
+  ModelRes result = reason != nullptr ? internal::checkAccess(status(), flag) : ModelRes_Success;
   Parsed<T> parsed{};
   if (result == ModelRes_Success) {
     result = internal::parseValue<T>(text, parsed);
   }
-  if (result == ModelRes_Success && fromClient) {
-    result = internal::runCheck<T>(check_, parsed, index);
+  const PartAttributes* const attributes = PartAccess::attributes(*this);
+  if (result == ModelRes_Success && reason != nullptr && attributes != nullptr) {
+    result = internal::StoreLimits<T>(*attributes).check(parsed, name(), index, *reason);
+  }
+  if (result == ModelRes_Success && reason != nullptr) {
+    result = internal::runCheck<T>(check_, parsed, index, *reason);
   }
   if (result != ModelRes_Success || internal::isSameValue<T>(value_, parsed)) {
     return result;

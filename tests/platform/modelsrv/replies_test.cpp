@@ -141,8 +141,9 @@ TEST(Replies, HaveOnlyResultsThatAServerSends) {
   EXPECT_EQ(decodeResult(0), ModelRes_Success);
   EXPECT_EQ(decodeResult(9), ModelRes_Vetoed);
   EXPECT_EQ(decodeResult(16), ModelRes_BadArgument);
+  EXPECT_EQ(decodeResult(17), ModelRes_Unreachable);
   for (const std::uint16_t code :
-       std::initializer_list<std::uint16_t>{17, 63, 64, 65, 1000, 65535}) {
+       std::initializer_list<std::uint16_t>{18, 63, 64, 65, 1000, 65535}) {
     EXPECT_EQ(decodeResult(code), ModelRes_Protocol) << code;
   }
 }

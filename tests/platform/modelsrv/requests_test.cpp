@@ -30,6 +30,7 @@ const Request examples[] = {
     {Operation::load, {}, ModelPartIndex_All, false, ""},
     {Operation::subscribe, {1}, ModelPartIndex_All, false, {}},
     {Operation::unsubscribe, {1, 4}, 9, false, {}},
+    {Operation::describe, {1, 4}, ModelPartIndex_All, false, {}},
 };
 
 bool decode(std::uint16_t operation, const Bytes& bytes, Request& request,
@@ -108,7 +109,7 @@ TEST(Requests, AreRejectedWithAnUnknownOperationOrFlag) {
   Bytes bytes;
   encodeRequest(Request{Operation::childIds, {}}.view(), bytes);
   Request read;
-  for (const std::uint16_t operation : std::initializer_list<std::uint16_t>{0, 9, 255, 65535}) {
+  for (const std::uint16_t operation : std::initializer_list<std::uint16_t>{0, 11, 255, 65535}) {
     EXPECT_FALSE(decode(operation, bytes, read));
   }
   bytes.clear();

@@ -120,7 +120,7 @@ TEST_F(TreeSessions, ReturnsElements) {
 TEST_F(TreeSessions, FindsNoPartForAnUnknownChain) {
   for (const Chain& chain : {Chain{1}, Chain{3, 1}, Chain{3, 9, 1}, Chain{65535}, Chain{3, 65535},
                              Chain{65534}, Chain(4096, 3)}) {
-    for (std::uint16_t operation = 1; operation <= 8; ++operation) {
+    for (std::uint16_t operation = 1; operation <= 10; ++operation) {
       EXPECT_EQ(handle({static_cast<Operation>(operation), chain}), ModelRes_NoSuchPart);
     }
   }
@@ -157,6 +157,7 @@ TEST_F(TreeSessions, ReturnsWhyAStoreOrAReadFailed) {
 TEST_F(TreeSessions, RepliesToBadRequests) {
   EXPECT_EQ(handleBytes(0, {0, 0}, nativeOrder), ModelRes_BadRequest);
   EXPECT_EQ(handleBytes(9, {0, 0}, nativeOrder), ModelRes_BadRequest);
+  EXPECT_EQ(handleBytes(11, {0, 0}, nativeOrder), ModelRes_BadRequest);
   EXPECT_EQ(handleBytes(1, {}, nativeOrder), ModelRes_BadRequest);
   EXPECT_EQ(handleBytes(1, {0, 0, 0}, nativeOrder), ModelRes_BadRequest);
   EXPECT_EQ(handleBytes(1, {255, 255}, nativeOrder), ModelRes_BadRequest);

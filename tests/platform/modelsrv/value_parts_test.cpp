@@ -19,6 +19,11 @@ ModelRes load(ModelPart& part, const std::string& text, ModelPartIndex index = M
   return part.load(stream, false, index);
 }
 
+ModelRes storeFromClient(ModelPart& part, std::string_view text, bool flag, ModelPartIndex index) {
+  std::string reason;
+  return PartAccess::storeFromClient(part, text, flag, index, reason);
+}
+
 std::string save(ModelPart& part, ModelPartIndex index = ModelPartIndex_All) {
   std::ostringstream stream;
   EXPECT_EQ(part.save(stream, index), ModelRes_Success);
@@ -111,10 +116,10 @@ TEST(PartAccess, AllowsClientsToStoreAsTheStatusSays) {
   };
   for (const auto& c : cases) {
     ValuePart<std::int32_t> value(1, "", 1, c.status);
-    EXPECT_EQ(PartAccess::storeFromClient(value, "2", c.flag, ModelPartIndex_All), c.result);
+    EXPECT_EQ(storeFromClient(value, "2", c.flag, ModelPartIndex_All), c.result);
     EXPECT_EQ(value.value(), c.result == ModelRes_Success ? 2 : 1);
     ArrayPart<std::int32_t> array(1, "", {1, 1}, {}, c.status);
-    EXPECT_EQ(PartAccess::storeFromClient(array, "2", c.flag, 1), c.result);
+    EXPECT_EQ(storeFromClient(array, "2", c.flag, 1), c.result);
     EXPECT_EQ(array.value(1), c.result == ModelRes_Success ? 2 : 1);
     EXPECT_EQ(load(value, "3"), ModelRes_Success) << "the program's own store has no access check";
   }
@@ -129,22 +134,22 @@ TEST(StoreCheck, SeesAndVetoesClientsStores) {
     seen.push_back(value);
     return value > 10 ? ModelRes_Vetoed : ModelRes_Success;
   });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "11", false, ModelPartIndex_All), ModelRes_Vetoed);
+  EXPECT_EQ(storeFromClient(part, "11", false, ModelPartIndex_All), ModelRes_Vetoed);
   EXPECT_EQ(part.value(), 1);
-  EXPECT_EQ(PartAccess::storeFromClient(part, "10", false, ModelPartIndex_All), ModelRes_Success);
+  EXPECT_EQ(storeFromClient(part, "10", false, ModelPartIndex_All), ModelRes_Success);
   EXPECT_EQ(part.value(), 10);
   EXPECT_EQ(part.setValue(99), ModelRes_Success);
   EXPECT_EQ(seen, (std::vector<std::int32_t>{11, 10}));
   part.setStoreCheck({});
-  EXPECT_EQ(PartAccess::storeFromClient(part, "11", false, ModelPartIndex_All), ModelRes_Success);
+  EXPECT_EQ(storeFromClient(part, "11", false, ModelPartIndex_All), ModelRes_Success);
 }
 
 TEST(StoreCheck, MayReturnAnyResultExceptThoseOfTheConnection) {
   ValuePart<std::int32_t> part(1, "", 1);
   part.setStoreCheck([](const std::int32_t&, ModelPartIndex) { return ModelRes_OutOfRange; });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_OutOfRange);
+  EXPECT_EQ(storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_OutOfRange);
   part.setStoreCheck([](const std::int32_t&, ModelPartIndex) { return ModelRes_Timeout; });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_Vetoed);
+  EXPECT_EQ(storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_Vetoed);
 }
 
 TEST(StoreCheck, MayReplaceItselfWhileItRuns) {
@@ -154,7 +159,7 @@ TEST(StoreCheck, MayReplaceItselfWhileItRuns) {
     part.setStoreCheck({});
     return keptAlive.size() == 100 ? ModelRes_Success : ModelRes_Vetoed;
   });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_Success);
+  EXPECT_EQ(storeFromClient(part, "2", false, ModelPartIndex_All), ModelRes_Success);
   EXPECT_EQ(part.value(), 2);
 }
 
@@ -165,8 +170,7 @@ TEST(StoreCheck, IsCalledForEveryElementBeforeAnyIsApplied) {
     indices.push_back(index);
     return value == 6 ? ModelRes_Vetoed : ModelRes_Success;
   });
-  EXPECT_EQ(PartAccess::storeFromClient(part, "4\n5\n6", false, ModelPartIndex_All),
-            ModelRes_Vetoed);
+  EXPECT_EQ(storeFromClient(part, "4\n5\n6", false, ModelPartIndex_All), ModelRes_Vetoed);
   EXPECT_EQ(part.values(), (std::vector<std::int32_t>{1, 2, 3}));
   EXPECT_EQ(indices, (std::vector<ModelPartIndex>{0, 1, 2}));
 }

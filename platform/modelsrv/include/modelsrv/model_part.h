@@ -19,6 +19,8 @@ namespace ModelSrv {
 
 class ModelNode;
 class ModelRoot;
+struct PartAttributes;
+struct PartDescription;
 
 /// The id of a child, unique among its siblings: 0 to 65,533.
 using ModelPartId = unsigned short;
@@ -110,11 +112,36 @@ class KRV_EXPORT ModelPart {
   /// - `ModelRes_Protocol`: it is unknown what the reply means.
   virtual ModelRes load(std::istringstream& text, bool flag, unsigned short index);
 
+  /// As `load` with the whole of `text`. Without success `reason` says why, for a person: what
+  /// the server states about this store, or else the text of the result. One line of UTF-8 of at
+  /// most `ModelReason_Max` bytes; unchanged on success, and empty if there is no memory for it.
+  ModelRes store(std::string_view text, bool flag, unsigned short index, std::string& reason);
+
   /// Appends the text of the whole value or of one element to `text`. On any result but
   /// `ModelRes_Success` nothing has been appended, except if memory ran out in the middle;
   /// then `text` is in the bad state. In a client this is a request to the server, or it is
   /// served from the cache.
   virtual ModelRes save(std::ostringstream& text, unsigned short index);
+
+  /// Sets what the part is (modelsrv/part_description.h). In a client this is a request to the
+  /// server, which nothing caches. A server that does not know the request still gives the
+  /// elements. On any result but `ModelRes_Success` the output is unchanged;
+  /// `ModelRes_TooLarge` if the description does not fit into a reply.
+  ModelRes describe(PartDescription& description);
+
+  /// States attributes of a part of a server, in place of earlier ones; clients get them from
+  /// `describe`. Limits and choices also apply to what clients store in a part with a value of
+  /// one of `ValueTypes`: a value outside of the limits is refused with `ModelRes_OutOfRange`,
+  /// one that is not a choice with `ModelRes_Vetoed`, before the store check runs. The present
+  /// value and what the server itself sets are not checked.
+  ///
+  /// `ModelRes_BadArgument` for a text that is too long or not one line of UTF-8, for limits of
+  /// a part that has no number or that are in the wrong order, for limits or choices that are no
+  /// value of the part's type or not a number, and for those of a node. Nothing has changed then.
+  ModelRes setAttributes(PartAttributes attributes);
+
+  /// What was last set.
+  [[nodiscard]] PartAttributes attributes() const;
 
   /// Subscribes to updates of this part at the server of `root`: to those of element `index`,
   /// or to all with `ModelPartIndex_All`. The part must be in the tree of `root`. `period` is
@@ -174,6 +201,19 @@ class KRV_EXPORT ModelPart {
   virtual ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                              bool fromClient);
 
+  /// As `storeText` for a client. If it refuses the store it may set `reason` to a line for a
+  /// person. The default calls `storeText`.
+  virtual ModelRes storeFromClient(std::string_view text, bool flag, ModelPartIndex index,
+                                   std::string& reason);
+
+  /// The name of the type of value, as in a description; empty by default.
+  [[nodiscard]] virtual std::string_view typeName() const { return {}; }
+
+  /// Whether limits and choices fit the part: `ModelRes_BadArgument` if not. Called with the
+  /// client mutex held. The default accepts all of them unless the part is a node; a class that
+  /// does so checks its stores itself.
+  [[nodiscard]] virtual ModelRes checkLimits(const PartAttributes& attributes) const;
+
   /// Whether clients may cache what the part returns from `asNode`, `elementCount`,
   /// `elementNames` and `appendText`. A class that returns true must call `invalidate` before
   /// each change of any of these results, or `invalidateValue` if only the result of
@@ -203,6 +243,10 @@ class KRV_EXPORT ModelPart {
   void detach();
 
  private:
+  /// `load` and `store`; `reason` may be null.
+  ModelRes storeAnywhere(std::string_view text, bool flag, ModelPartIndex index,
+                         std::string* reason);
+
   // Constant after construction.
   const std::string name_;
   const ModelPartId id_;
@@ -217,6 +261,7 @@ class KRV_EXPORT ModelPart {
   // Guarded by the client mutex.
   ModelNode* parent_ = nullptr;
   std::unique_ptr<internal::PartSubscribers> subscribers_;
+  std::unique_ptr<const PartAttributes> attributes_;
   bool subscribable_ = true;
   /// Whether a client may have cached the present value.
   bool valueCached_ = false;

@@ -23,6 +23,7 @@ enum [[nodiscard]] ModelRes : unsigned{
     ModelRes_BadRequest = 14,       ///< the server cannot decode the request
     ModelRes_DuplicateId = 15,      ///< a sibling has the same id
     ModelRes_BadArgument = 16,      ///< an argument that the operation does not accept
+    ModelRes_Unreachable = 17,      ///< the server stands for a device that it cannot reach
 
     // Results of the connection. They are never sent.
     ModelRes_NotConnected = 64,   ///< there is no connection and none could be made

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "modelsrv/model_part.h"
@@ -19,6 +20,13 @@ namespace ModelSrv {
 /// part. It must not throw, and it must not destroy the part that it belongs to.
 template <typename T>
 using StoreCheck = std::function<ModelRes(const T& value, ModelPartIndex index)>;
+
+/// The same, and the check may set `reason`, which is empty: one line of UTF-8 that says why the
+/// store is refused, such as "setpoint 99 is not within 5 to 30". The client gets at most
+/// `ModelReason_Max` bytes of it, with "?" for control characters.
+template <typename T>
+using StoreCheckWithReason =
+    std::function<ModelRes(const T& value, ModelPartIndex index, std::string& reason)>;
 
 /// A part that holds one value. `T` is one of `ValueTypes`; a text (`std::string`) holds any
 /// bytes, at most `ModelValueText_Max`.
@@ -44,17 +52,25 @@ class KRV_EXPORT ValuePart final : public ModelPart {
 
   /// Replaces the check of clients' stores. An empty function accepts every store.
   void setStoreCheck(StoreCheck<T> check);
+  void setStoreCheckWithReason(StoreCheckWithReason<T> check);
 
  protected:
   [[nodiscard]] bool isCacheable() const override { return true; }
   ModelRes appendText(std::string& out, ModelPartIndex index) const override;
   ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                      bool fromClient) override;
+  ModelRes storeFromClient(std::string_view text, bool flag, ModelPartIndex index,
+                           std::string& reason) override;
+  [[nodiscard]] std::string_view typeName() const override;
+  [[nodiscard]] ModelRes checkLimits(const PartAttributes& attributes) const override;
 
  private:
+  /// `reason` is null for the server's own store.
+  ModelRes storeOne(std::string_view text, bool flag, ModelPartIndex index, std::string* reason);
+
   // Guarded by the client mutex.
   T value_;
-  std::shared_ptr<const StoreCheck<T>> check_;
+  std::shared_ptr<const StoreCheckWithReason<T>> check_;
 };
 
 /// A part that holds an array of 1 to 65,534 values, which may have names. The number of
@@ -83,6 +99,7 @@ class KRV_EXPORT ArrayPart final : public ModelPart {
   ModelRes setValues(const std::vector<T>& values);
 
   void setStoreCheck(StoreCheck<T> check);
+  void setStoreCheckWithReason(StoreCheckWithReason<T> check);
 
  protected:
   [[nodiscard]] bool isCacheable() const override { return true; }
@@ -91,13 +108,22 @@ class KRV_EXPORT ArrayPart final : public ModelPart {
   ModelRes appendText(std::string& out, ModelPartIndex index) const override;
   ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                      bool fromClient) override;
+  ModelRes storeFromClient(std::string_view text, bool flag, ModelPartIndex index,
+                           std::string& reason) override;
+  [[nodiscard]] std::string_view typeName() const override;
+  [[nodiscard]] ModelRes checkLimits(const PartAttributes& attributes) const override;
 
  private:
+  /// `reason` is null for the server's own store.
+  ModelRes storeElements(std::string_view text, bool flag, ModelPartIndex index,
+                         std::string* reason);
+  ModelRes checkElements(std::string_view text, std::size_t first, std::size_t count,
+                         std::string* reason);
   void reserveForAll(std::string_view text, std::size_t first, std::size_t count);
 
   // Guarded by the client mutex.
   std::vector<T> values_;
-  std::shared_ptr<const StoreCheck<T>> check_;
+  std::shared_ptr<const StoreCheckWithReason<T>> check_;
 
   // Constant after construction.
   std::vector<std::string> names_;
