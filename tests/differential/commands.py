@@ -1,5 +1,7 @@
 """The handlers of the commands that act on the connected tree."""
 
+import re
+
 from client import Client, NoTarget
 from known import leave_out
 from listing import LONG, RECURSIVE, build
@@ -29,6 +31,11 @@ def index_number(text):
     if number > 60000:
         raise Unmodelled("an index above every element")
     return number
+
+
+def blanked(text):
+    """What a saved file holds of a value or a name: nothing that ends a command."""
+    return re.sub(rb"[\x00-\x1f\x7f;]", b" ", text)
 
 
 class Commands:
@@ -94,8 +101,8 @@ class Commands:
         names = list(target.names)
         if target.index and names:
             names[-1] += b"[" + target.index + b"]"
-        line = b"/" + b"/".join(names)
-        line += b" " * (4 - len(line) % 4) + b"[" + text + b"]"
+        line = self.screen.shown(b"/" + b"/".join(names))
+        line += b" " * (4 - len(line) % 4) + self.screen.shown(b"[" + text + b"]")
         self.screen.reset()
         self.screen.print_line(line.replace(b"\n", b" "))
         return SUCCESS
@@ -131,7 +138,7 @@ class Commands:
         out = bytearray()
         screen = Screen(out, self.batch, self.rows, self.columns, self.no_key)
         names = self.client.name_path(chain)
-        screen.print_line(b"/" + b"/".join(names))
+        screen.print_line(screen.shown(b"/" + b"/".join(names)))
         entry = build(self.root, chain, names[-1], LONG, self.client.subscriptions)
         screen.print_tree(entry, True, False)
         return bytes(out)
@@ -147,7 +154,7 @@ class Commands:
             for chain in self.client.subscriptions:
                 if options & PAGING:
                     self.screen.reset()
-                self.screen.print_line(b"/" + b"/".join(self.client.name_path(chain)))
+                self.screen.print_line(self.screen.shown(b"/" + b"/".join(self.client.name_path(chain))))
             return SUCCESS
         expanded = self.expand(path)
         parent, last = split_parent(expanded)
@@ -239,14 +246,13 @@ class Commands:
             lines.append(self.save_line(node.text(index), element))
 
     def save_line(self, value, names):
-        if b" " in value:
-            command = b'str "' + value + b'" '
-        elif value:
-            command = b"set " + value + b" "
+        saved = blanked(value)
+        if b" " in saved or not saved:
+            command = b'str "' + saved + b'" '
         else:
-            command = b'str "" '
-        self.out += b" make command [" + value + b"] -> [" + command + b"]\n"
-        return command + b"".join(b"/" + name for name in names) + b"\n"
+            command = b"set " + saved + b" "
+        self.out += self.screen.shown(b" make command [" + value + b"] -> [" + command + b"]\n")
+        return command + b"".join(b"/" + blanked(name) for name in names) + b"\n"
 
     def do_from(self, name):
         return self.run_file(name) if self.client else NOTHING

@@ -1,5 +1,8 @@
 """The key decoder, the line editor and the history."""
 
+import re
+
+from screen import CONTROL
 from values import Unmodelled
 
 UP, DOWN, LEFT, RIGHT, HOME, END, DELETE, PAGE_UP, PAGE_DOWN = range(259, 268)
@@ -8,6 +11,12 @@ TILDES = {ord("1"): HOME, ord("3"): DELETE, ord("4"): END, ord("5"): PAGE_UP, or
 ESCAPE, BRACKET, DIGIT = "escape", "bracket", "digit"
 SIGNALS = (3, 26, 28)
 LONGEST = 1000
+
+
+def insertable(name):
+    """What Tab inserts of a name."""
+    controls = (found.start() for found in CONTROL.finditer(name) if found[1] is None)
+    return re.split(rb"[;\t\n]", name[:next(controls, len(name))])[0]
 
 
 class NeedInput(Exception):
@@ -177,6 +186,7 @@ class Editor:
         if len(candidates) == 1 and whole_line:
             self.line = candidates[0]
         self.show_prompt()
+        candidates = [insertable(candidate) for candidate in candidates]
         if len(candidates) == 1 and not whole_line:
             self.replace_last_word(candidates[0] + (b"/" if candidates[0] == b".." else b""))
         elif len(candidates) > 1:

@@ -6,8 +6,8 @@ import unittest
 
 sys.dont_write_bytecode = True
 
-from editor import Decoder, Editor, LEFT
-from screen import Screen
+from editor import Decoder, Editor, LEFT, insertable
+from screen import Screen, printable
 from session import is_interleaving
 from shell import Shell
 from tree import Node, description, find, random_tree
@@ -159,6 +159,12 @@ class Tree(unittest.TestCase):
         self.assertTrue(shell.out.startswith(b" make command [42] -> [set 42 ]\n"))
         self.assertEqual(batch(b"to f drive/speed").files[b"f"], b"set 42 /drive\n")
         self.assertEqual(batch(b"to f nothing").files[b"f"], b"")
+        self.assertEqual(shell.save_line(b"a;b\nc", [b"x\x7fy"]), b'str "a b c" /x y\n')
+
+    def test_control_characters_on_a_terminal(self):
+        self.assertEqual(printable(b"a\x1b[m\x7f\t\n\x9b\xc2\x9b\xc3\xbc\xe2\x82"), b"a?[m?\t\n??\xc3\xbc\xe2?")
+        self.assertEqual(insertable(b"a;b"), b"a")
+        self.assertEqual(insertable(b"\xc3\xbc\tb/"), b"\xc3\xbc")
 
 
 class Keys(unittest.TestCase):

@@ -1,5 +1,13 @@
 """The screen printer: attributes, the pager, columns and trees."""
 
+import re
+
+# C1 controls, characters that are kept, and the bytes that are controls elsewhere.
+CONTROL = re.compile(
+    rb"\xc2[\x80-\x9f]|([\xc2-\xdf][\x80-\xbf]|\xe0[\xa0-\xbf][\x80-\xbf]|\xed[\x80-\x9f][\x80-\xbf]"
+    rb"|[\xe1-\xec\xee\xef][\x80-\xbf]{2}|\xf0[\x90-\xbf][\x80-\xbf]{2}|[\xf1-\xf3][\x80-\xbf]{3}"
+    rb"|\xf4[\x80-\x8f][\x80-\xbf]{2})|[\x01-\x08\x0b-\x1f\x7f-\x9f]")
+
 COLOURS = {0: b"\x1b[39m", 1: b"\x1b[37m", 2: b"\x1b[31m", 3: b"\x1b[32m", 4: b"\x1b[34m"}
 SETS = [(4, b"\x1b[7m"), (8, b"\x1b[1m"), (16, b"\x1b[5m"), (2, b"\x1b[4m")]
 RESETS = [(4, b"\x1b[27m"), (8, b"\x1b[22m"), (16, b"\x1b[25m"), (2, b"\x1b[24m")]
@@ -16,16 +24,17 @@ class Entry:
         self.children = []
 
 
+def printable(text):
+    """How a terminal shows a name or a value."""
+    return CONTROL.sub(lambda found: found[1] or b"?", text)
+
+
 def name_text(name):
     return b"notfound" if name is None else name
 
 
 def value_text(value):
     return b"[nodata]" if value is None else b"[" + value.replace(b"\n", b" ") + b"]"
-
-
-def entry_text(entry):
-    return name_text(entry.name) + (b"/" if entry.children else b"")
 
 
 class Screen:
@@ -39,6 +48,13 @@ class Screen:
         self.read_byte = read_byte
         self.lines_shown = 0
         self.page_lines = 0
+
+    def shown(self, text):
+        """Only the sessions in batch mode have no terminal."""
+        return text if self.batch else printable(text)
+
+    def entry_text(self, entry):
+        return self.shown(name_text(entry.name)) + (b"/" if entry.children else b"")
 
     def set_attributes(self, attributes, colour):
         if self.batch:
@@ -111,7 +127,7 @@ class Screen:
         return width, columns
 
     def entry_width(self, entry):
-        return self.layout([len(entry_text(child)) for child in entry.children])[0]
+        return self.layout([len(self.entry_text(child)) for child in entry.children])[0]
 
     def print_row_items(self, items, paging, feed_in_batch):
         """Items of (text, attributes, colour) in columns."""
@@ -135,28 +151,28 @@ class Screen:
         return True
 
     def print_columns(self, names):
-        return self.print_row_items([(name, 0, 0) for name in names], False, True)
+        return self.print_row_items([(self.shown(name), 0, 0) for name in names], False, True)
 
     def print_plain(self, entry, paging):
-        items = [(entry_text(child), child.marks, child.colour) for child in entry.children]
+        items = [(self.entry_text(child), child.marks, child.colour) for child in entry.children]
         return self.print_row_items(items, paging, False)
 
     def print_long(self, entry, paging):
         self.reset()
         if not entry.children:
-            text = name_text(entry.name) + b"    " + value_text(entry.value)
+            text = self.shown(name_text(entry.name) + b"    " + value_text(entry.value))
             return self.print_line(text, entry.marks, entry.colour, paging)
         width = self.entry_width(entry)
         for child in entry.children:
-            text = entry_text(child).ljust(width)
+            text = self.entry_text(child).ljust(width)
             if not child.children:
-                text += value_text(child.value)
+                text += self.shown(value_text(child.value))
             if not self.print_line(text, child.marks, child.colour, paging):
                 return False
         return True
 
     def print_level(self, depth, entry, values, paging):
-        text = b"    " * depth + b"+-- " + name_text(entry.name) + b"/"
+        text = b"    " * depth + b"+-- " + self.entry_text(entry)
         if not self.print_line(text, entry.marks, entry.colour, paging):
             return False
         width = self.entry_width(entry)
@@ -164,8 +180,8 @@ class Screen:
             if child.children:
                 shown = self.print_level(depth + 1, child, values, paging)
             else:
-                text = b"    " * (depth + 1) + b"+-- " + name_text(child.name).ljust(width)
-                text += value_text(child.value) if values else b""
+                text = b"    " * (depth + 1) + b"+-- " + self.entry_text(child).ljust(width)
+                text += self.shown(value_text(child.value)) if values else b""
                 shown = self.print_line(text, child.marks, child.colour, paging)
             if not shown:
                 return False
@@ -178,9 +194,9 @@ class Screen:
             if child.children:
                 shown = self.print_level(0, child, values, paging)
             else:
-                text = b"+-- " + name_text(child.name)
+                text = b"+-- " + self.entry_text(child)
                 if values:
-                    text = b"+-- " + name_text(child.name).ljust(width) + value_text(child.value)
+                    text = b"+-- " + self.entry_text(child).ljust(width) + self.shown(value_text(child.value))
                 shown = self.print_line(text, child.marks, child.colour, paging)
             if not shown:
                 return False

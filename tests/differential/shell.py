@@ -52,7 +52,7 @@ class Shell(Commands):
         return self.editor.next_byte()
 
     def prompt_name(self):
-        return b" " + (self.current_path[-1] if self.current_path else b"/")
+        return b" " + (self.screen.shown(self.current_path[-1]) if self.current_path else b"/")
 
     def run_line(self, line):
         for piece in split_at(line, b";"):
@@ -130,7 +130,7 @@ class Shell(Commands):
             self.running = False
             return ENDING
         if name == b"pwd":
-            self.screen.print_line(b"/" + b"/".join(self.current_path))
+            self.screen.print_line(self.screen.shown(b"/" + b"/".join(self.current_path)))
             return SUCCESS
         return NOTHING
 
