@@ -72,9 +72,9 @@ TEST_F(OtherUsers, MemberOfTheGroupMayConnect) {
   expectAccess(member);
 }
 
-TEST_F(OtherUsers, MemberByItsPrimaryGroupMayConnect) {
+TEST_F(OtherUsers, MemberByItsPrimaryGroupMayNotConnect) {
   serve(sharedGroup);
-  expectAccess(primaryMember);
+  expectNoAccess(primaryMember);
 }
 
 TEST_F(OtherUsers, NonMemberMayNotConnectToASharedPort) {

@@ -7,36 +7,54 @@
 
 #include "evtsrv/source/system.h"
 
-/// Access control: which pipes this process trusts, and who may open its own.
+/// Access control: which pipes this process trusts, and who may open its own. Every check is
+/// of the status of an open descriptor.
 namespace EvtSrv::internal {
 
 inline constexpr mode_t ownMode = 0600;
-inline constexpr mode_t sharedMode = 0660;
+/// The members of the group write hellos and read none.
+inline constexpr mode_t sharedMailboxMode = 0620;
+inline constexpr mode_t sharedPipeMode = 0660;
 
-/// Whether `pipe` is a pipe with one name. Another link to it would give it a second path,
-/// which another user may have made.
-bool isPipe(const struct stat& pipe);
+/// Who may open a pipe that this process makes.
+struct PipeAccess {
+  std::optional<uid_t> owner = {};  ///< becomes its owner; empty: stays this user
+  std::optional<gid_t> group = {};  ///< becomes its group; empty: stays what it is
+  mode_t mode = ownMode;
+};
+
+/// To whom a mailbox belongs, and with it the server that reads it.
+struct MailboxOwner {
+  uid_t user = 0;
+  gid_t group = 0;
+  bool operator==(const MailboxOwner&) const = default;
+};
+
+/// Whether it is a pipe with one name. Another link to it would be a second path, which
+/// another user may have made.
+bool isPipe(const struct stat& file);
 
 /// Whether this process may serve `mailbox`: a pipe of its own effective user, root
 /// included.
 bool mayServe(System& system, const struct stat& mailbox);
 
-/// Whether `pipe` is a pipe that this process may use: its owner is this user or root;
-/// or it belongs to `group`, of which this process is a member, and others have no
-/// access. Root may use the pipe of any user.
-bool isTrusted(System& system, const struct stat& pipe, std::optional<gid_t> group);
+/// The access to give to the private pipes of a connection to `mailbox`; empty if a client
+/// of this process does not trust the mailbox. It trusts one of its own user and of root,
+/// and one that is shared (`sharedMailboxMode`) with a supplementary group of the process,
+/// but not with its primary one, which may be that of every user. Root trusts all.
+std::optional<PipeAccess> clientAccess(System& system, const struct stat& mailbox);
 
-/// The group of `pipe` if its mode lets the group read and write and this process is a
-/// member of it (root counts as a member of every group); else empty.
-std::optional<gid_t> sharedGroup(System& system, const struct stat& pipe);
+/// Whether a server may use `pipe`, a client's private pipe: one of its own user or of
+/// root, or one that belongs to `group`, with which the port is shared. Only a member can
+/// have given it that group.
+bool mayServeClient(System& system, const struct stat& pipe, std::optional<gid_t> group);
 
 /// Whether both are the same file.
 bool isSameFile(const struct stat& one, const struct stat& other);
 
-/// Sets owner, group and mode of the file of `descriptor`; an empty `owner` or `group`
-/// keeps the present one. `now` is its present status: what is right already costs no
-/// system call. 0 or a negative error number.
+/// Sets owner, group and mode of the file of `descriptor`. `now` is its present status: what
+/// is right already costs no system call. 0 or a negative error number.
 [[nodiscard]] int setAccess(System& system, int descriptor, const struct stat& now,
-                            std::optional<uid_t> owner, std::optional<gid_t> group, mode_t mode);
+                            const PipeAccess& access);
 
 }  // namespace EvtSrv::internal

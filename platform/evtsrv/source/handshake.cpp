@@ -16,13 +16,19 @@ namespace {
 // How often another client's sweep may remove the pipes before they are locked.
 constexpr int maxTokenAttempts = 16;
 
+// How often the mailbox may be removed and made again while it is being opened.
+constexpr int maxOpenAttempts = 16;
+
 }  // namespace
 
-EvtRes Handshake::begin(const std::string& name) {
+EvtRes Handshake::begin(const std::string& name, const std::optional<MailboxOwner>& pinned) {
   if (!isPortName(name)) {
     return EvtRes_BadName;
   }
   EvtRes result = openMailbox(name);
+  if (result == EvtRes_Success && pinned && *pinned != owner_) {
+    result = EvtRes_NotPermitted;
+  }
   if (result != EvtRes_Success) {
     return result;
   }
@@ -37,25 +43,23 @@ EvtRes Handshake::begin(const std::string& name) {
 }
 
 EvtRes Handshake::openMailbox(const std::string& name) {
-  const int opened =
-      mailbox_.adopt(system_, system_.open(mailboxPath(name), O_WRONLY | O_NONBLOCK));
-  if (opened < 0) {
-    return resultOf(opened);
-  }
+  const std::string path = mailboxPath(name);
   struct stat status {};
-  const int checked = system_.fstat(mailbox_.number(), status);
-  if (checked < 0) {
-    return resultOf(checked);
+  for (int attempt = 0; attempt < maxOpenAttempts; ++attempt) {
+    int result = mailbox_.adopt(system_, system_.open(path, O_WRONLY | O_NONBLOCK));
+    result = result < 0 ? result : system_.fstat(mailbox_.number(), status);
+    if (result < 0) {
+      return resultOf(result);
+    }
+    // If it has been removed meanwhile, its server makes another one.
+    if (status.st_nlink > 0) {
+      owner_ = {status.st_uid, status.st_gid};
+      const auto access = clientAccess(system_, status);
+      access_ = access.value_or(PipeAccess{});
+      return access ? EvtRes_Success : EvtRes_NotPermitted;
+    }
   }
-  const auto group = sharedGroup(system_, status);
-  if (!isTrusted(system_, status, group)) {
-    return EvtRes_NotPermitted;
-  }
-  access_.group = group;
-  if (system_.effectiveUser() == 0) {
-    access_.owner = status.st_uid;
-  }
-  return EvtRes_Success;
+  return EvtRes_NoServer;
 }
 
 int Handshake::makePipes() {

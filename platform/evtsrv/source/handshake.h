@@ -1,9 +1,11 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
 
 #include "evtsrv/result.h"
+#include "evtsrv/source/access.h"
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/frame.h"
 #include "evtsrv/source/private_pipe.h"
@@ -25,9 +27,12 @@ class Handshake {
   explicit Handshake(System& system) : system_(system) {}
 
   /// Does everything up to the hello, without waiting. `EvtRes_NoServer` if no process
-  /// reads the mailbox; `EvtRes_NotPermitted` if the mailbox is not trusted, in which
-  /// case nothing is written to it.
-  EvtRes begin(const std::string& name);
+  /// reads the mailbox; `EvtRes_NotPermitted` if the mailbox is not trusted, or belongs to
+  /// another owner than `pinned`, in which case nothing is written to it.
+  EvtRes begin(const std::string& name, const std::optional<MailboxOwner>& pinned = {});
+
+  /// Whose mailbox it is, after `begin` has returned `EvtRes_Success`.
+  [[nodiscard]] const MailboxOwner& owner() const { return owner_; }
 
   /// Waits for the welcome. `EvtRes_Timeout`: it may still come; call again.
   /// `EvtRes_NoServer`: the server exited before it read the hello. `EvtRes_Refused`,
@@ -49,6 +54,7 @@ class Handshake {
 
   System& system_;
   FileDescriptor mailbox_;
+  MailboxOwner owner_;
   PipeAccess access_;
   Hello hello_;
   bool helloSent_ = false;

@@ -94,8 +94,8 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
   if (!pathLeadsToPipe()) {
     return Attempt::again;
   }
-  step =
-      setAccess(*system_, name.number(), opened, std::nullopt, group, group ? sharedMode : ownMode);
+  const PipeAccess access{std::nullopt, group, group ? sharedMailboxMode : ownMode};
+  step = setAccess(*system_, name.number(), opened, access);
   if (step < 0) {
     remove();
     return failed(step);

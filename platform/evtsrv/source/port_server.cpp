@@ -181,7 +181,7 @@ int PortServer::openPipe(const Hello& hello, PipePurpose purpose, int access, Fi
   if (result == 0) {
     result = system.fstat(out.number(), status);
   }
-  if (result == 0 && !isTrusted(system, status, group_)) {
+  if (result == 0 && !mayServeClient(system, status, group_)) {
     result = -EPERM;
   }
   return result;

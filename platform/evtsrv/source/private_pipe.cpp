@@ -131,8 +131,7 @@ int PrivatePipe::openAndLock(const PipeAccess& access) {
   if (!isOwnPipe(*system_, opened)) {
     return -EPERM;
   }
-  return setAccess(*system_, reader_.number(), opened, access.owner, access.group,
-                   access.group ? sharedMode : ownMode);
+  return setAccess(*system_, reader_.number(), opened, access);
 }
 
 int PrivatePipe::restoreOwnMode() {

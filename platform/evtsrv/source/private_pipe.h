@@ -2,9 +2,9 @@
 
 #include <sys/stat.h>
 
-#include <optional>
 #include <string>
 
+#include "evtsrv/source/access.h"
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/hello.h"
 #include "evtsrv/source/system.h"
@@ -17,12 +17,6 @@ enum class PipePurpose { request, reply, event };
 
 /// The path of the private pipe of `token` for `purpose`.
 std::string privatePipePath(const Token& token, PipePurpose purpose);
-
-/// Who may open a client's private pipes besides its own user.
-struct PipeAccess {
-  std::optional<uid_t> owner;  ///< becomes their owner
-  std::optional<gid_t> group;  ///< becomes their group, whose members may open them
-};
 
 /// A private pipe during the handshake: its name, which is removed on destruction, and
 /// its reading end. The lock on the reading end tells a sweep that a live process owns

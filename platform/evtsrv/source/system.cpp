@@ -309,10 +309,11 @@ uid_t PosixSystem::effectiveUser() {
   return ::geteuid();
 }
 
-bool PosixSystem::isMember(gid_t group) {
-  if (group == ::getegid()) {
-    return true;
-  }
+bool PosixSystem::isPrimaryGroup(gid_t group) {
+  return group == ::getegid() || group == ::getgid();
+}
+
+bool PosixSystem::isSupplementaryGroup(gid_t group) {
   const int count = ::getgroups(0, nullptr);
   if (count <= 0) {
     return false;

@@ -98,8 +98,11 @@ class System {
   /// The time of the monotonic clock in milliseconds.
   [[nodiscard]] virtual std::int64_t nowMs() = 0;
   [[nodiscard]] virtual uid_t effectiveUser() = 0;
-  /// Whether this process has `group`, as its effective or a supplementary one.
-  [[nodiscard]] virtual bool isMember(gid_t group) = 0;
+  /// Whether `group` is the primary group of this process: its effective or its real one.
+  [[nodiscard]] virtual bool isPrimaryGroup(gid_t group) = 0;
+  /// Whether `group` is a supplementary group of this process. The primary group may be
+  /// one too (initgroups(3)).
+  [[nodiscard]] virtual bool isSupplementaryGroup(gid_t group) = 0;
 
  protected:
   // One attempt each; may return `-EINTR`.
@@ -150,7 +153,8 @@ class PosixSystem : public System {
   std::uint32_t processId() override;
   std::int64_t nowMs() override;
   uid_t effectiveUser() override;
-  bool isMember(gid_t group) override;
+  bool isPrimaryGroup(gid_t group) override;
+  bool isSupplementaryGroup(gid_t group) override;
 
  protected:
   int openOnce(const char* path, int flags) override;

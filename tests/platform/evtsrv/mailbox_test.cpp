@@ -98,7 +98,7 @@ TEST_F(MailboxOf, AServerIsUsableWhateverTheUmaskOfTheClient) {
 TEST_F(MailboxOf, ASharedPortIsOpenToTheGroup) {
   const gid_t group = ::getegid();
   ASSERT_EQ(server.start(name, group), EvtRes_Success);
-  EXPECT_EQ(modeOf(), 0660U);
+  EXPECT_EQ(modeOf(), 0620U);
   server.pump();
   EXPECT_EQ(client.connect(name), EvtRes_Success);
 }
