@@ -1,3 +1,8 @@
+#include <pwd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
 #include <utility>
 
 #include "commands/tree_scope.h"
@@ -7,9 +12,40 @@
 
 namespace treescope {
 
+namespace {
+
+/// The name of `user`, or the number if it has none.
+std::string userName(uid_t user) {
+  constexpr std::size_t entrySize = 4096;
+  std::array<char, entrySize> buffer{};
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) {
+    return std::to_string(user);
+  }
+  return entry.pw_name;
+}
+
+/// Root's shell connects to the server of any user, who may have taken the name of another's.
+void reportForeignServer(const std::string& name, std::optional<uid_t> owner) {
+  constexpr uid_t root = 0;
+  if (::geteuid() == root && owner && *owner != root) {
+    const std::string line =
+        "treescope: " + name + ": the server of user " + userName(*owner) + "\n";
+    static_cast<void>(std::fputs(line.c_str(), stderr));
+  }
+}
+
+}  // namespace
+
 int TreeScope::doCd(const char* path) {
   if (!connected()) {
-    return connectServer(expandPath(path));
+    const std::string name = expandPath(path);
+    const int connectResult = connectServer(name);
+    if (connectResult == result::success) {
+      reportForeignServer(name, serverOwner());
+    }
+    return connectResult;
   }
   if (path == nullptr) {
     return disconnectServer();

@@ -225,6 +225,11 @@ void Peer::runCommands() {
        [this](Words& words) {
          return number(client().store(client().counter, take<std::string>(words)).result);
        }},
+      {"owner",
+       [this](Words&) {
+         const auto owner = client().root.serverOwner();
+         return owner ? std::to_string(*owner) : "none";
+       }},
       {"subscribe", [this](Words&) { return number(client().subscribe(client().counter)); }},
       {"prepare",
        [this](Words&) {

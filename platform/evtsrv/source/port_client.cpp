@@ -20,6 +20,7 @@ EvtRes PortClient::connect(const std::string& name) {
   end();
   return endIfOutOfMemory([&] {
     name_ = name;
+    owner_.reset();
     error_ = core_.state();
     return error_ == EvtRes_Success ? beginHandshake() : error_;
   });
@@ -55,6 +56,7 @@ void PortClient::close() {
   core_.clientMutex().assertHeld();
   end();
   name_.clear();
+  owner_.reset();
 }
 
 /// The result of `operation`. If that runs out of memory, nothing of the connection
@@ -105,11 +107,12 @@ void PortClient::end() {
 EvtRes PortClient::beginHandshake() {
   end();
   handshake_.emplace(core_.system());
-  const EvtRes result = handshake_->begin(name_);
+  const EvtRes result = handshake_->begin(name_, owner_);
   if (result != EvtRes_Success) {
     handshake_.reset();
     return error_ = result;
   }
+  owner_ = handshake_->owner();
   return awaitWelcome(replyTimeoutMs);
 }
 

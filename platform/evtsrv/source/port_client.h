@@ -60,7 +60,8 @@ class PortClient {
   /// Restores a lost connection without waiting for a dead server. `EvtRes_Success`:
   /// the connection is open; `renewed` tells whether it is a new one. `EvtRes_NoServer`:
   /// no server has the name. `EvtRes_Stalled`: a live server has not replied to an
-  /// earlier hello yet.
+  /// earlier hello yet. `EvtRes_NotPermitted`: the name belongs to another user or group
+  /// than the one that `connect` has found.
   EvtRes resume(bool& renewed);
 
   /// Sends one request and waits for its reply, at most `replyTimeoutMs`
@@ -80,6 +81,11 @@ class PortClient {
   /// The name that was connected to last, without "/tmp/" and ".fifo".
   [[nodiscard]] const std::string& portName() const { return name_; }
 
+  /// The owner of the mailbox that `connect` has found; empty after `close`.
+  [[nodiscard]] std::optional<uid_t> serverOwner() const {
+    return owner_ ? std::optional(owner_->user) : std::nullopt;
+  }
+
  private:
   template <typename Operation>
   EvtRes endIfOutOfMemory(Operation operation);
@@ -95,6 +101,7 @@ class PortClient {
 
   // Guarded by the client mutex.
   std::string name_;
+  std::optional<MailboxOwner> owner_;  // Whose server may have the session.
   std::optional<Handshake> handshake_;
   std::shared_ptr<ClientLink> link_;
   EvtRes error_ = EvtRes_Closed;

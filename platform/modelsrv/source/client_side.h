@@ -31,6 +31,9 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   /// Ends the connection and its subscriptions. Nothing connects again.
   void close();
 
+  /// See `ModelRoot::serverOwner`.
+  [[nodiscard]] std::optional<uid_t> serverOwner() const { return port_.serverOwner(); }
+
   // Requests about the part at `chain`. The output is replaced on success, and unchanged
   // otherwise.
 

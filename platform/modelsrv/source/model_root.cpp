@@ -44,6 +44,11 @@ ModelRes ModelRoot::startAsClient(const std::string& name, int cachePeriod,
   });
 }
 
+std::optional<uid_t> ModelRoot::serverOwner() {
+  const ClientLock lock(manager()->clientMutex);
+  return client_ != nullptr ? client_->serverOwner() : std::nullopt;
+}
+
 ModelRes ModelRoot::startAsServer(const std::string& name, const ServerOptions& options) {
   const ClientLock lock(manager()->clientMutex);
   if (client_ != nullptr || (server_ != nullptr && !server_->hasStopped())) {

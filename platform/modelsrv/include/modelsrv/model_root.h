@@ -20,7 +20,7 @@ class ServerSide;
 
 /// How a server publishes its tree.
 struct ServerOptions {
-  /// If set, members of this group may connect too: the mailbox gives them access.
+  /// If set, members of this group may connect too: the mailbox lets them write.
   std::optional<gid_t> group;
 };
 
@@ -57,6 +57,13 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   /// `ModelRes_Busy` for a root that serves, `ModelRes_BadArgument` for another cache period,
   /// or an error of the system.
   ModelRes startAsClient(const std::string& name, int cachePeriod, unsigned behaviour);
+
+  /// The user that owns the server's mailbox: whose server this client is connected to, or
+  /// was before the connection was lost. It stays the same as long as the session does: a
+  /// lost connection is made again only to a mailbox of the same owner and group
+  /// (`ModelRes_NotPermitted` otherwise). Empty for a root that is not a client. A client of
+  /// root may have connected to the server of any user.
+  [[nodiscard]] std::optional<uid_t> serverOwner();
 
   /// Publishes the tree below this root as port `name`. The program must then pump the
   /// manager. Results: `ModelRes_NameInUse`, `ModelRes_BadName`, `ModelRes_NotPermitted`,
