@@ -8,9 +8,6 @@ namespace modelsrvd {
 
 namespace {
 
-constexpr std::array<std::string_view, 8> keyNames{
-    "id", "name", "type", "value", "elements", "children", "access", "subscribable"};
-
 constexpr std::array<std::pair<std::string_view, ModelSrv::ModelPartStatus>, 3> accessNames{
     {{"read-write", ModelSrv::ModelPartStatus_ReadWrite},
      {"read-only", ModelSrv::ModelPartStatus_ReadOnly},
@@ -18,40 +15,7 @@ constexpr std::array<std::pair<std::string_view, ModelSrv::ModelPartStatus>, 3> 
 
 }  // namespace
 
-std::string_view DescriptionReader::nameOf(Key key) {
-  return keyNames[static_cast<std::size_t>(key)];
-}
-
-DescriptionReader::Key DescriptionReader::findKey(std::string_view name) {
-  const auto found = std::find(keyNames.begin(), keyNames.end(), name);
-  return static_cast<Key>(found - keyNames.begin());
-}
-
-std::string_view DescriptionReader::expectedFor(Key key) {
-  switch (key) {
-    case Key::id:
-      return "an integer from 0 to 65533";
-    case Key::name:
-      return "a string";
-    case Key::type:
-      return "the name of a type";
-    case Key::value:
-      return "a single value";
-    case Key::elements:
-      return "an array of elements";
-    case Key::children:
-      return "an array of entries";
-    case Key::access:
-      return "\"read-write\", \"read-only\" or \"protected\"";
-    case Key::subscribable:
-      return "true or false";
-    case Key::none:
-      break;
-  }
-  return "an object";
-}
-
-unsigned DescriptionReader::allowedKeys(Kind kind) {
+Keys DescriptionReader::allowedKeys(Kind kind) {
   switch (kind) {
     case Kind::root:
       return bit(Key::name) | bit(Key::children);
@@ -65,7 +29,7 @@ unsigned DescriptionReader::allowedKeys(Kind kind) {
 std::string DescriptionReader::path() const {
   std::string path;
   for (const Level& level : levels_) {
-    if (level.kind == Kind::childArray || level.kind == Kind::elementArray) {
+    if (level.kind >= Kind::childArray) {
       path += '/' + std::to_string(level.index);
     } else if (level.key != Key::none) {
       path += '/';
@@ -82,8 +46,10 @@ Error DescriptionReader::errorAt(std::string_view text, std::string_view below) 
 }
 
 Error DescriptionReader::unexpected(std::string_view given) const {
+  const bool isChoice = !levels_.empty() && levels_.back().kind == Kind::choiceArray;
   const Key key = levels_.empty() ? Key::none : levels_.back().key;
-  return errorAt("expected " + std::string(expectedFor(key)) + ", got " + std::string(given));
+  return errorAt("expected " + std::string(expectedFor(isChoice ? Key::value : key)) + ", got " +
+                 std::string(given));
 }
 
 std::size_t DescriptionReader::depth() const {
@@ -151,6 +117,13 @@ std::optional<Error> DescriptionReader::scalar(Scalar value) {
     return unexpected(toJson(value));
   }
   Level& level = levels_.back();
+  if (level.kind == Kind::choiceArray) {
+    return addChoice(std::move(value));
+  }
+  if (isDetail(level.key)) {
+    level.raw.scalars.emplace(level.key, std::move(value));
+    return std::nullopt;
+  }
   switch (level.key) {
     case Key::id:
       return setId(value);
@@ -236,13 +209,34 @@ std::optional<Error> DescriptionReader::setSubscribable(const Scalar& value) {
   return std::nullopt;
 }
 
+DescriptionReader::Kind DescriptionReader::kindOfArray(Key key) {
+  switch (key) {
+    case Key::children:
+      return Kind::childArray;
+    case Key::elements:
+      return Kind::elementArray;
+    default:
+      return Kind::choiceArray;
+  }
+}
+
+std::optional<Error> DescriptionReader::addChoice(Scalar value) {
+  Level& level = levels_.back();
+  if (level.index >= ModelSrv::ModelChoices_Max) {
+    return errorAt("more than " + std::to_string(ModelSrv::ModelChoices_Max) + " choices");
+  }
+  level.raw.choices.push_back(std::move(value));
+  ++level.index;
+  return std::nullopt;
+}
+
 std::optional<Error> DescriptionReader::startArray() {
   const Key key = levels_.empty() ? Key::none : levels_.back().key;
-  if (key != Key::children && key != Key::elements) {
+  if (key != Key::children && key != Key::elements && key != Key::choices) {
     return unexpected("an array");
   }
   Level level;
-  level.kind = key == Key::children ? Kind::childArray : Kind::elementArray;
+  level.kind = kindOfArray(key);
   level.entry = levels_.back().entry;
   levels_.push_back(std::move(level));
   return std::nullopt;
@@ -252,14 +246,19 @@ std::optional<Error> DescriptionReader::endArray() {
   Level closed = std::move(levels_.back());
   levels_.pop_back();
   if (closed.kind == Kind::elementArray) {
-    if (closed.elementValues.empty()) {
+    if (closed.raw.elements.empty()) {
       return errorAt("expected at least one element, got none");
     }
     Level& entry = levels_.back();
-    entry.elementValues = std::move(closed.elementValues);
+    entry.raw.elements = std::move(closed.raw.elements);
     if (closed.elementsNamed) {
       entryOf(entry).elementNames = std::move(closed.elementNames);
     }
+  } else if (closed.kind == Kind::choiceArray) {
+    if (closed.raw.choices.empty()) {
+      return errorAt("expected at least one choice, got none");
+    }
+    levels_.back().raw.choices = std::move(closed.raw.choices);
   }
   return std::nullopt;
 }
@@ -292,7 +291,7 @@ std::optional<Error> DescriptionReader::endElement() {
   }
   Level& array = levels_[levels_.size() - 2];
   array.elementsNamed = array.elementsNamed || has(element, Key::name);
-  array.elementValues.push_back(std::move(element.value));
+  array.raw.elements.push_back(std::move(element.value));
   array.elementNames.push_back(std::move(element.name));
   ++array.index;
   levels_.pop_back();
@@ -306,11 +305,8 @@ std::optional<Error> DescriptionReader::endEntry() {
   if (!error) {
     error = assignId(level, siblings);
   }
-  if (!error && has(level, Key::value)) {
-    error = convertValue(level);
-  }
-  if (!error && has(level, Key::elements)) {
-    error = convertElements(level);
+  if (!error) {
+    error = convert(level);
   }
   if (!error) {
     ++siblings.index;
@@ -321,7 +317,8 @@ std::optional<Error> DescriptionReader::endEntry() {
 
 std::optional<Error> DescriptionReader::checkKeys(const Level& level) const {
   if (has(level, Key::children)) {
-    for (const Key key : {Key::type, Key::value, Key::elements, Key::access, Key::subscribable}) {
+    for (const Key key : {Key::type, Key::value, Key::elements, Key::access, Key::subscribable,
+                          Key::unit, Key::minimum, Key::maximum, Key::choices}) {
       if (has(level, key)) {
         return errorAt("not allowed together with \"children\"", '/' + std::string(nameOf(key)));
       }
@@ -357,37 +354,18 @@ std::optional<Error> DescriptionReader::assignId(const Level& level, Level& sibl
   return std::nullopt;
 }
 
-std::optional<Error> DescriptionReader::convertValue(const Level& level) {
+std::optional<Error> DescriptionReader::convert(const Level& level) {
   Entry& entry = entryOf(level);
-  auto value = toEntryValue(level.value, entry.type);
-  if (const auto* error = std::get_if<Error>(&value)) {
-    return errorAt(error->text, "/value");
+  std::optional<EntryError> error;
+  if (has(level, Key::value)) {
+    error = convertValue(level.value, entry);
+  } else if (has(level, Key::elements)) {
+    error = convertElements(level.raw, entry);
   }
-  entry.values.push_back(std::move(std::get<EntryValue>(value)));
-  return std::nullopt;
-}
-
-std::optional<Error> DescriptionReader::convertElements(const Level& level) {
-  Entry& entry = entryOf(level);
-  entry.array = true;
-  entry.values.reserve(level.elementValues.size());
-  std::size_t bytes = level.elementValues.size() - 1;  // the line feeds between them
-  for (const Scalar& scalar : level.elementValues) {
-    auto value = toEntryValue(scalar, entry.type);
-    if (const auto* error = std::get_if<Error>(&value)) {
-      return errorAt(error->text, "/elements/" + std::to_string(entry.values.size()) + "/value");
-    }
-    entry.values.push_back(std::move(std::get<EntryValue>(value)));
-    if (const auto* text = std::get_if<std::string>(&entry.values.back())) {
-      bytes += text->size();
-    }
+  if (!error) {
+    error = convertDetails(level.raw, entry);
   }
-  if (bytes > ModelSrv::ModelValueText_Max) {
-    return errorAt(
-        "longer than " + std::to_string(ModelSrv::ModelValueText_Max) + " bytes in total",
-        "/elements");
-  }
-  return std::nullopt;
+  return error ? std::optional(errorAt(error->text, error->below)) : std::nullopt;
 }
 
 }  // namespace modelsrvd

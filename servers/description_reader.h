@@ -7,7 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "servers/entry_values.h"
+#include "servers/description_keys.h"
+#include "servers/entry_conversion.h"
 #include "servers/error.h"
 #include "servers/tree_description.h"
 
@@ -32,25 +33,13 @@ class DescriptionReader {
   [[nodiscard]] TreeDescription take() { return std::move(description_); }
 
  private:
-  enum class Key : std::uint8_t {
-    id,
-    name,
-    type,
-    value,
-    elements,
-    children,
-    access,
-    subscribable,
-    none,
-  };
-
-  enum class Kind : std::uint8_t { root, entry, element, childArray, elementArray };
+  enum class Kind : std::uint8_t { root, entry, element, childArray, elementArray, choiceArray };
 
   /// An object or array that has started and not ended.
   struct Level {
     Kind kind = Kind::root;
     Key key = Key::none;  ///< an object's current key
-    unsigned seen = 0;    ///< an object's keys so far, one bit each
+    Keys seen = 0;        ///< an object's keys so far
     std::size_t entry = rootEntry;
     std::size_t index = 0;  ///< an array's current index
     std::optional<ModelSrv::ModelPartId> id;
@@ -61,17 +50,13 @@ class DescriptionReader {
     std::vector<bool> ids;
     unsigned nextId = 1;
 
-    // An array of elements, kept until the type of the entry is known.
-    std::vector<Scalar> elementValues;
+    RawEntry raw;  ///< of an entry, or its elements or choices of their array
     std::vector<std::string> elementNames;
     bool elementsNamed = false;
   };
 
-  [[nodiscard]] static std::string_view nameOf(Key key);
-  [[nodiscard]] static Key findKey(std::string_view name);
-  [[nodiscard]] static std::string_view expectedFor(Key key);
-  [[nodiscard]] static unsigned allowedKeys(Kind kind);
-  [[nodiscard]] static unsigned bit(Key key) { return 1U << static_cast<unsigned>(key); }
+  [[nodiscard]] static Keys allowedKeys(Kind kind);
+  [[nodiscard]] static Kind kindOfArray(Key key);
   [[nodiscard]] static bool has(const Level& level, Key key) {
     return (level.seen & bit(key)) != 0;
   }
@@ -86,6 +71,7 @@ class DescriptionReader {
   [[nodiscard]] std::size_t depth() const;
   [[nodiscard]] std::optional<Error> startEntry();
   [[nodiscard]] std::optional<Error> startElement();
+  [[nodiscard]] std::optional<Error> addChoice(Scalar value);
   [[nodiscard]] std::optional<Error> setId(const Scalar& value);
   [[nodiscard]] std::optional<Error> setName(Scalar& value);
   [[nodiscard]] std::optional<Error> setType(const Scalar& value);
@@ -96,8 +82,7 @@ class DescriptionReader {
   [[nodiscard]] std::optional<Error> endElement();
   [[nodiscard]] std::optional<Error> checkKeys(const Level& level) const;
   [[nodiscard]] std::optional<Error> assignId(const Level& level, Level& siblings);
-  [[nodiscard]] std::optional<Error> convertValue(const Level& level);
-  [[nodiscard]] std::optional<Error> convertElements(const Level& level);
+  [[nodiscard]] std::optional<Error> convert(const Level& level);
 
   TreeDescription description_;
   std::vector<Level> levels_;

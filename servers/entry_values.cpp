@@ -1,6 +1,8 @@
 #include "servers/entry_values.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstddef>
 #include <limits>
 #include <type_traits>
@@ -15,10 +17,6 @@ constexpr std::size_t maxShownBytes = 40;
 
 std::string shortened(std::string_view text) {
   return oneLine(text.substr(0, maxShownBytes)) + (text.size() > maxShownBytes ? "…" : "");
-}
-
-std::string_view nameOf(EntryType type) {
-  return entryTypeNames[static_cast<std::size_t>(type)];
 }
 
 Error wrongKind(const Scalar& scalar, EntryType type, std::string_view expected) {
@@ -88,7 +86,7 @@ Result<EntryValue> toFloating(const Scalar& scalar, EntryType type) {
   return EntryValue(static_cast<double>(static_cast<float>(*number)));
 }
 
-Result<EntryValue> toText(const Scalar& scalar, EntryType type) {
+Result<EntryValue> toTextValue(const Scalar& scalar, EntryType type) {
   const auto* text = std::get_if<std::string>(&scalar);
   if (text == nullptr) {
     return wrongKind(scalar, type, "a string");
@@ -106,7 +104,33 @@ Result<EntryValue> toBool(const Scalar& scalar, EntryType type) {
   return wrongKind(scalar, type, "true or false");
 }
 
+template <typename T>
+std::string numberText(T number) {
+  std::array<char, 64> buffer{};
+  const auto written = std::to_chars(buffer.data(), buffer.data() + buffer.size(), number);
+  return {buffer.data(), written.ptr};
+}
+
 }  // namespace
+
+std::string_view nameOf(EntryType type) {
+  return entryTypeNames[static_cast<std::size_t>(type)];
+}
+
+std::string toText(const EntryValue& value, EntryType type) {
+  if (const auto* text = std::get_if<std::string>(&value)) {
+    return *text;
+  }
+  if (const auto* flag = std::get_if<bool>(&value)) {
+    return *flag ? "true" : "false";
+  }
+  if (const auto* number = std::get_if<double>(&value)) {
+    return type == EntryType::float32 ? numberText(static_cast<float>(*number))
+                                      : numberText(*number);
+  }
+  const auto* number = std::get_if<std::int64_t>(&value);
+  return number != nullptr ? numberText(*number) : numberText(std::get<std::uint64_t>(value));
+}
 
 std::string toJson(const Scalar& scalar) {
   if (const auto* flag = std::get_if<bool>(&scalar)) {
@@ -144,7 +168,7 @@ Result<EntryValue> toEntryValue(const Scalar& scalar, EntryType type) {
     } else if constexpr (std::is_floating_point_v<T>) {
       return toFloating(scalar, type);
     } else {
-      return toText(scalar, type);
+      return toTextValue(scalar, type);
     }
   });
 }

@@ -28,6 +28,12 @@ using Scalar =
 /// The type with that name; nothing if there is none (`node` has no name).
 [[nodiscard]] std::optional<EntryType> findEntryType(std::string_view name);
 
+/// The name of a type; empty for `node`.
+[[nodiscard]] std::string_view nameOf(EntryType type);
+
+/// The value text of `value`, as the library has it.
+[[nodiscard]] std::string toText(const EntryValue& value, EntryType type);
+
 /// `scalar` as a value of `type`, which is not `node`. The error does not include the
 /// path of the entry.
 [[nodiscard]] Result<EntryValue> toEntryValue(const Scalar& scalar, EntryType type);

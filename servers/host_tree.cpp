@@ -3,6 +3,7 @@
 #include <mutex>
 #include <utility>
 
+#include "modelsrv/part_description.h"
 #include "servers/options.h"
 
 namespace modelsrvd {
@@ -22,6 +23,15 @@ void addTo(ModelNode& node, ModelPart& part) {
 template <typename Part, typename T>
 void set(Part& part, T value) {
   static_cast<void>(part.setValue(std::move(value)));
+}
+
+/// For attributes that fit the part, where setting cannot fail.
+void stateAttributes(ModelPart& part, ModelSrv::PartAttributes attributes) {
+  static_cast<void>(part.setAttributes(std::move(attributes)));
+}
+
+void setUnit(ModelPart& part, const char* unit, const char* text = "") {
+  stateAttributes(part, {unit, "", "", text, {}});
 }
 
 std::string keyOf(const HostSample::Disk& disk) {
@@ -51,6 +61,8 @@ struct HostTree::Disk {
   Node node;
 
   explicit Disk(const IdAllocator::Child& child) : node(child.id, child.name) {
+    setUnit(size, "bytes");
+    setUnit(free, "bytes", "for unprivileged users");
     addTo(node, size);
     addTo(node, free);
   }
@@ -75,6 +87,10 @@ struct HostTree::Interface {
              &receivedBytes, &sentBytes, &receivedPackets, &sentPackets, &mtu, &up}) {
       addTo(node, *part);
     }
+    setUnit(receivedBytes, "bytes");
+    setUnit(sentBytes, "bytes");
+    setUnit(mtu, "bytes", "largest packet");
+    stateAttributes(up, {"", "", "", "whether the interface is enabled", {}});
   }
   void update(const HostSample::Interface& interface) {
     set(receivedBytes, interface.counts.receivedBytes);
@@ -91,7 +107,9 @@ struct HostTree::Zone {
   Value<double> celsius;
 
   explicit Zone(const IdAllocator::Child& child)
-      : celsius(child.id, child.name, 0, ModelPartStatus_ReadOnly) {}
+      : celsius(child.id, child.name, 0, ModelPartStatus_ReadOnly) {
+    setUnit(celsius, "degrees Celsius");
+  }
   void update(const HostSample::Zone& zone) { set(celsius, zone.celsius); }
   ModelPart& part() { return celsius; }
 };
@@ -136,10 +154,25 @@ HostTree::HostTree(std::uint32_t period)
                                                            {&settings_, &alarms_}}) {
     addTo(*node, *part);
   }
-  period_.setStoreCheck([](const std::uint32_t& value, ModelSrv::ModelPartIndex) {
-    return value < minPeriod || value > maxPeriod ? ModelSrv::ModelRes_OutOfRange
-                                                  : ModelSrv::ModelRes_Success;
-  });
+  describeParts();
+}
+
+void HostTree::describeParts() {
+  setUnit(uptime_, "seconds", "since the machine was started");
+  stateAttributes(load_, {"", "", "", "average number of runnable threads", {}});
+  for (ModelPart* part : std::initializer_list<ModelPart*>{&memoryTotal_, &memoryAvailable_,
+                                                           &memoryFree_, &memoryCached_}) {
+    setUnit(*part, "bytes");
+  }
+  stateAttributes(processCount_, {"", "", "", "processes", {}});
+  stateAttributes(running_, {"", "", "", "runnable threads", {}});
+  stateAttributes(period_, {"milliseconds",
+                            std::to_string(minPeriod),
+                            std::to_string(maxPeriod),
+                            "time between two samples",
+                            {}});
+  stateAttributes(label_, {"", "", "", "for use by clients", {}});
+  stateAttributes(alarms_, {"percent or degrees", "", "", "thresholds for use by clients", {}});
 }
 
 HostTree::~HostTree() = default;
@@ -202,6 +235,7 @@ void HostTree::updateCores(const std::vector<HostSample::Core>& cores) {
     usage_ = std::make_unique<ModelSrv::ArrayPart<double>>(ModelSrv::ModelPartId{3}, "usage",
                                                            std::move(usage), std::move(names),
                                                            ModelPartStatus_ReadOnly);
+    stateAttributes(*usage_, {"percent", "0", "100", "busy since the previous sample", {}});
     addTo(cpu_, *usage_);
   }
   coreNumbers_ = std::move(numbers);

@@ -57,6 +57,7 @@ class HostTree {
   template <typename T, typename Item>
   static void updateChildren(Node& node, DynamicChildren<T>& children,
                              const std::vector<Item>& items);
+  void describeParts();
   void updateCores(const std::vector<HostSample::Core>& cores);
   void updateZones(const std::vector<HostSample::Zone>& zones);
 

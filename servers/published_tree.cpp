@@ -53,6 +53,12 @@ std::uint16_t elementsOf(const Entry& entry) {
   return entry.array ? static_cast<std::uint16_t>(entry.values.size()) : std::uint16_t{0};
 }
 
+/// Cannot fail: the attributes were checked.
+void setAttributes(ModelPart& part, const Entry& entry) {
+  static_cast<void>(part.setAttributes(entry.details != nullptr ? entry.details->attributes
+                                                                : ModelSrv::PartAttributes()));
+}
+
 std::uint32_t parentOf(const Entry& entry) {
   return entry.parent == rootEntry ? noParent : static_cast<std::uint32_t>(entry.parent);
 }
@@ -71,11 +77,11 @@ ModelPart* PublishedTree::createTyped(Entry& entry) {
 }
 
 ModelPart* PublishedTree::create(Entry& entry) {
-  if (entry.type == EntryType::node) {
-    return &nodes_.emplace_back(entry.id, std::move(entry.name));
-  }
   ModelPart* const part =
-      visitValueType(entry.type, [&]<typename T>() { return createTyped<T>(entry); });
+      entry.type == EntryType::node
+          ? static_cast<ModelPart*>(&nodes_.emplace_back(entry.id, std::move(entry.name)))
+          : visitValueType(entry.type, [&]<typename T>() { return createTyped<T>(entry); });
+  setAttributes(*part, entry);
   if (!entry.subscribable) {
     part->setSubscribable(false);
   }
@@ -163,6 +169,7 @@ bool PublishedTree::updateValues(const TreeDescription& description) {
   }
   for (std::size_t index = 0; index < created_.size(); ++index) {
     const Entry& entry = description.entries[index];
+    setAttributes(*created_[index].part, entry);
     if (entry.type != EntryType::node) {
       ModelPart& part = *created_[index].part;
       // Cannot fail: the values were checked.

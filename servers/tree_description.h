@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -11,6 +12,7 @@
 
 #include "modelsrv/model_part.h"
 #include "modelsrv/value_types.h"
+#include "servers/entry_details.h"
 
 namespace modelsrvd {
 
@@ -57,8 +59,9 @@ struct Entry {
   /// The index of the parent in `TreeDescription::entries`, or `rootEntry`.
   std::size_t parent = 0;
   std::string name;
-  std::vector<EntryValue> values;         ///< one per element of an array; none for a node
-  std::vector<std::string> elementNames;  ///< none, or one per element
+  std::vector<EntryValue> values;               ///< one per element of an array; none for a node
+  std::vector<std::string> elementNames;        ///< none, or one per element
+  std::shared_ptr<const EntryDetails> details;  ///< null if there are none
   ModelSrv::ModelPartId id = 0;
   ModelSrv::ModelPartStatus access = ModelSrv::ModelPartStatus_ReadWrite;
   EntryType type = EntryType::node;
