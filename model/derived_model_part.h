@@ -74,10 +74,9 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   void removeSubscription(const IdChain& chain);
 
   // The name cache: the names along subscribed chains; used with the client mutex
-  // held. An entry is valid while the part is subscribed, because the server ends the
-  // subscriptions of a part that leaves its tree. A new subscription of the chain
-  // invalidates its entry; a new server behind the connection invalidates all
-  // entries.
+  // held. An entry is valid while the part is subscribed, because the server sends no
+  // updates of a part with other names. A new subscription of the chain invalidates its
+  // entry; a new server behind the connection invalidates all entries.
 
   /// The cached names along `chain`; null if there are none.
   [[nodiscard]] const std::vector<std::string>* cachedNames(const IdChain& chain) const;

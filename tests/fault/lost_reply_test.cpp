@@ -207,5 +207,65 @@ TEST_F(LostReply, OfAnUnsubscribeEndsTheSubscription) {
       [&] { EXPECT_EQ(client.get(client.counter).text, "7") << "nothing is renewed"; });
 }
 
+/// A client whose server ends after a subscription, so that the next one renews it.
+class Renewal : public LostReply {
+ protected:
+  void SetUp() override {
+    LostReply::SetUp();
+    connect(client_);
+    during([this] { reply(wire::subscribe, ModelRes_Success); },
+           [&] { ASSERT_EQ(client_.subscribe(client_.counter), ModelRes_Success); });
+  }
+
+  /// Makes a request on a new connection, whose server gets what `renewal` expects before it.
+  template <typename Renewal>
+  void reconnect(Renewal renewal) {
+    endConnection();
+    during(
+        [&] {
+          ASSERT_TRUE(server_.accept());
+          renewal();
+          reply(wire::save, ModelRes_Success, "7");
+        },
+        [&] { EXPECT_EQ(client_.get(client_.counter).text, "7"); });
+  }
+
+  Client client_;
+};
+
+TEST_F(Renewal, OfAnAbsentPartIsRequestedAsSuch) {
+  reconnect([this] {
+    reply(wire::subscribe, ModelSrv::ModelRes_NoSuchPart);
+    reply(wire::renew, ModelRes_Success);
+  });
+  during([this] { reply(wire::unsubscribe, ModelRes_Success); },
+         [&] { EXPECT_EQ(client_.counter.unsubscribeToServer(&client_.root), ModelRes_Success); });
+}
+
+TEST_F(Renewal, IsOneRequestIfThePartIsThere) {
+  reconnect([this] { reply(wire::subscribe, ModelRes_Success); });
+}
+
+TEST_F(Renewal, IsTriedAgainOnTheNextConnectionIfTheServerIsOlder) {
+  reconnect([this] {
+    reply(wire::subscribe, ModelSrv::ModelRes_NoSuchPart);
+    reply(wire::renew, wire::badRequest);
+  });
+  reconnect([this] {
+    reply(wire::subscribe, ModelSrv::ModelRes_NoSuchPart);
+    reply(wire::renew, ModelRes_Success);
+  });
+}
+
+TEST_F(Renewal, IsRequestedOnceIfTheServerIsOlder) {
+  during([this] { reply(wire::subscribe, ModelRes_Success); },
+         [&] { ASSERT_EQ(client_.subscribe(client_.counter), ModelRes_Success); });
+  reconnect([this] {
+    reply(wire::subscribe, ModelSrv::ModelRes_NoSuchPart);
+    reply(wire::renew, wire::badRequest);
+    reply(wire::subscribe, ModelSrv::ModelRes_NoSuchPart);
+  });
+}
+
 }  // namespace
 }  // namespace fault

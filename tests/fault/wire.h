@@ -25,6 +25,7 @@ enum Operation : std::uint16_t {
   unsubscribe = 8,
   prefetch = 9,
   describe = 10,
+  renew = 11,
 };
 
 inline constexpr std::size_t headerSize = 16;

@@ -81,7 +81,13 @@ class Service {
         require(number_.setValue(static_cast<std::int32_t>(payload.size())) == ModelRes_Success,
                 "the server may set any value");
       }
+      if ((flags & 8U) != 0) {
+        require(node_.remove(&number_) == ModelRes_Success, "a part can be taken out");
+      }
       checkRequest(operation, payload, (flags & 1U) != 0 ? otherOrder : nativeOrder);
+      if ((flags & 8U) != 0) {
+        require(node_.add(&number_) == ModelRes_Success, "a part can be put back");
+      }
       if ((flags & 4U) != 0) {
         takeEvents();
       }
@@ -169,6 +175,7 @@ class Service {
         checkStored(request);
         return;
       case Operation::subscribe:
+      case Operation::renew:
         require(reply_.empty(), "the reply to a subscription has no payload");
         ++subscribed_[request.chain];
         return;

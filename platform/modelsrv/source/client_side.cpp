@@ -38,6 +38,7 @@ ModelRes ClientSide::connect(const std::string& name) {
   close();
   prefetchEnabled_ = true;
   describeEnabled_ = true;
+  renewEnabled_ = true;
   const ModelRes result = fromPort(port_.connect(name));
   started_ = result == ModelRes_Success;
   if (!started_) {
@@ -79,6 +80,7 @@ EvtRes ClientSide::ensureReady() {
       cache_.clear();
       prefetchEnabled_ = true;
       describeEnabled_ = true;
+      renewEnabled_ = true;
     }
   }
   return renewSubscriptions();
@@ -92,7 +94,18 @@ EvtRes ClientSide::renewSubscriptions() {
     if (result != EvtSrv::EvtRes_Success) {
       return result;
     }
-    if (decodeResult(reply.code) == ModelRes_Success) {
+    ModelRes renewed = decodeResult(reply.code);
+    if (renewed == ModelRes_NoSuchPart && renewEnabled_) {
+      // The part may appear later.
+      reply = {};
+      const EvtRes absent = send({Operation::renew, entry.chain, entry.index}, reply);
+      if (absent != EvtSrv::EvtRes_Success) {
+        return absent;
+      }
+      renewed = decodeResult(reply.code);
+      renewEnabled_ = renewed != ModelRes_BadRequest;
+    }
+    if (renewed == ModelRes_Success) {
       subscriptions_->markRenewed(*key);
     } else {
       subscriptions_->markRefused(*key);
@@ -298,7 +311,7 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
     }
     const ModelRes agreed =
         result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : ModelRes_Success;
-    // The server has no such subscription if it has removed the part meanwhile.
+    // A server that ends the subscriptions of a part that leaves its tree has no such subscription.
     if (agreed != ModelRes_Success && agreed != ModelRes_NoSuchPart &&
         agreed != ModelRes_NotSubscribed) {
       return agreed;

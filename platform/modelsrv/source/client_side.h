@@ -85,6 +85,7 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   ReplyCache cache_;
   bool prefetchEnabled_ = true;        ///< false if this connection's server has no usable page
   bool describeEnabled_ = true;        ///< false if this connection's server has no descriptions
+  bool renewEnabled_ = true;           ///< false if this connection's server does not know `renew`
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
 };

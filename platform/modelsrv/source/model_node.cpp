@@ -9,6 +9,7 @@
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/server_side.h"
+#include "modelsrv/source/sleeping_subscriptions.h"
 #include "modelsrv/source/tree_lock.h"
 
 namespace ModelSrv {
@@ -26,6 +27,10 @@ std::vector<ModelPart*>::const_iterator lowerBound(const std::vector<ModelPart*>
 
 }  // namespace
 
+bool ModelNode::mayBeChild(ModelPart& part) {
+  return part.asRoot() == nullptr && (part.id_ <= ModelPartId_Max || part.id_ == ModelPartId_Void);
+}
+
 ModelNode::ModelNode(ModelPartId id, std::string name) : ModelPart(id, std::move(name)) {
   isNode_ = true;
 }
@@ -36,8 +41,7 @@ ModelNode::~ModelNode() {
 }
 
 ModelRes ModelNode::add(ModelPart* part) {
-  if (part == nullptr || part->asRoot() != nullptr ||
-      (part->id_ > ModelPartId_Max && part->id_ != ModelPartId_Void)) {
+  if (part == nullptr || !mayBeChild(*part)) {
     return ModelRes_BadArgument;
   }
   const TreeLock lock(*this);
@@ -59,15 +63,24 @@ ModelRes ModelNode::add(ModelPart* part) {
     internal::reserveForOne(children_);
     addToIdIndex(part);
     children_.push_back(part);
-    part->parent_ = this;
-    if (EvtSrv::EventPortManager* manager = treeManager_.load(std::memory_order_relaxed)) {
-      part->treeManager_.store(manager, std::memory_order_release);
-      for (ModelPart* const descendant : descendants) {
-        descendant->treeManager_.store(manager, std::memory_order_release);
-      }
-    }
+    attach(*part, descendants);
     return ModelRes_Success;
   });
+}
+
+void ModelNode::attach(ModelPart& part, const std::vector<ModelPart*>& descendants) {
+  part.parent_ = this;
+  EvtSrv::EventPortManager* const manager = treeManager_.load(std::memory_order_relaxed);
+  if (manager == nullptr) {
+    return;
+  }
+  part.treeManager_.store(manager, std::memory_order_release);
+  for (ModelPart* const descendant : descendants) {
+    descendant->treeManager_.store(manager, std::memory_order_release);
+  }
+  if (const ModelRoot* root = findRoot(); root != nullptr) {
+    root->sleepingSessions_->partEntered(part, descendants);
+  }
 }
 
 ModelRes ModelNode::remove(ModelPart* part) {
@@ -101,15 +114,14 @@ void ModelNode::removeAt(std::vector<ModelPart*>::const_iterator at) {
   if (children_.empty()) {
     addedInOrder_ = true;
   }
-  release(part, descendants, clientSide());
+  release(part, descendants);
 }
 
 void ModelNode::releaseChildren() {
   const TreeLock lock(*this);
   invalidateStructure();
-  internal::ClientSide* client = clientSide();
   for (ModelPart* child : children_) {
-    release(*child, descendantsInTree(*child), client);
+    release(*child, descendantsInTree(*child));
   }
   children_.clear();
   byId_.clear();
@@ -129,11 +141,6 @@ void ModelNode::invalidateStructure() {
   }
 }
 
-internal::ClientSide* ModelNode::clientSide() const {
-  const ModelRoot* root = findRoot();
-  return root != nullptr ? root->client_.get() : nullptr;
-}
-
 std::vector<ModelPart*> ModelNode::descendantsInTree(const ModelPart& part) const {
   const bool isInTree = treeManager_.load(std::memory_order_relaxed) != nullptr;
   return isInTree ? internal::PartAccess::descendants(part) : std::vector<ModelPart*>();
@@ -141,15 +148,18 @@ std::vector<ModelPart*> ModelNode::descendantsInTree(const ModelPart& part) cons
 
 /// Removes the parent first: a thread that sees that no mutex guards the part must not see the
 /// parent either.
-void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& descendants,
-                        internal::ClientSide* client) {
+void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& descendants) {
   part.parent_ = nullptr;
   if (treeManager_.load(std::memory_order_relaxed) == nullptr) {
     return;
   }
-  const auto leave = [client](ModelPart& leaving) {
-    if (client != nullptr) {
-      client->partDetached(leaving);
+  const ModelRoot* const root = findRoot();
+  const auto leave = [this, root](ModelPart& leaving) {
+    if (root != nullptr && root->client_ != nullptr) {
+      root->client_->partDetached(leaving);
+    }
+    if (root != nullptr && leaving.subscribers_ != nullptr) {
+      leaving.subscribers_->partLeft(leaving, *this, root->sleepingSessions_);
     }
     leaving.subscribers_.reset();
     leaving.treeManager_.store(nullptr, std::memory_order_release);

@@ -5,6 +5,7 @@
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/server_side.h"
+#include "modelsrv/source/sleeping_subscriptions.h"
 #include "modelsrv/source/updates.h"
 
 namespace ModelSrv {
@@ -12,7 +13,8 @@ namespace ModelSrv {
 using internal::ChainView;
 using ClientLock = KSTD::KThreadMutexLock;
 
-ModelRoot::ModelRoot(EvtSrv::EventPortManager* manager) : EventPort(manager) {
+ModelRoot::ModelRoot(EvtSrv::EventPortManager* manager)
+    : EventPort(manager), sleepingSessions_(std::make_shared<internal::SleepingSessions>()) {
   treeManager_.store(manager, std::memory_order_release);
 }
 

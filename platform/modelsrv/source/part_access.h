@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "modelsrv/model_node.h"
+#include "modelsrv/model_root.h"
 #include "modelsrv/source/subscription.h"
 
 namespace ModelSrv::internal {
@@ -32,6 +32,10 @@ struct PartAccess {
     // A derived class could return another node, whose children are not this part's.
     return node == &part ? node : nullptr;
   }
+  /// The part as a node even if it hides its children from clients, or null.
+  static const ModelNode* anyNode(ModelPart& part) {
+    return part.isNode_ ? static_cast<const ModelNode*>(&part) : nullptr;
+  }
   /// All children, even if the part hides them from clients.
   static const std::vector<ModelPart*>& allChildren(const ModelPart& part) {
     static const std::vector<ModelPart*> none;
@@ -46,8 +50,13 @@ struct PartAccess {
     }
     return found;
   }
+  /// Whether the part is a node, even if it hides its children from clients.
+  static bool isNode(const ModelPart& part) { return part.isNode_; }
   static ModelRoot* asRoot(ModelPart& part) { return part.asRoot(); }
   static const ModelNode* parent(const ModelPart& part) { return part.parent_; }
+  static const std::shared_ptr<SleepingSessions>& sleepingSessions(const ModelRoot& root) {
+    return root.sleepingSessions_;
+  }
   static bool isCacheable(const ModelPart& part) { return part.isCacheable(); }
   static void setCacheStamp(ModelPart& part, std::uint32_t stamp) {
     part.cacheStamp_ = stamp;

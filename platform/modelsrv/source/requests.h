@@ -28,7 +28,8 @@
   ENTRY(subscribe, 7, indexField)                    \
   ENTRY(unsubscribe, 8, indexField)                  \
   ENTRY(prefetch, 9, indexField)                     \
-  ENTRY(describe, 10, chainOnly)
+  ENTRY(describe, 10, chainOnly)                     \
+  ENTRY(renew, 11, indexField)
 
 namespace ModelSrv::internal {
 

@@ -30,6 +30,9 @@ SessionSubscriptions::~SessionSubscriptions() {
   for (const auto& [part, subscription] : subscriptions_) {
     removeFromPart(subscription);
   }
+  if (enlistedIn_ != nullptr) {
+    enlistedIn_->remove(*this);
+  }
 }
 
 ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
@@ -37,9 +40,18 @@ ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
   if (count_ >= maxSubscriptions) {
     return ModelRes_LimitReached;
   }
+  subscribe(part, [index](SubscribedIndices& indices) { indices.add(index); });
+  ++count_;
+  return ModelRes_Success;
+}
+
+/// The subscription to `part`, with what `addIndices` adds to it. If this throws, nothing has
+/// changed.
+template <typename AddIndices>
+Subscription& SessionSubscriptions::subscribe(ModelPart& part, AddIndices addIndices) {
   const auto [at, isNew] = subscriptions_.try_emplace(&part, *this, part, lastSerial_ + 1);
   try {
-    at->second.add(index);
+    addIndices(at->second.indices());
     if (isNew) {
       registerWithPart(at->second);
     }
@@ -49,8 +61,7 @@ ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
     }
     throw;
   }
-  ++count_;
-  return ModelRes_Success;
+  return at->second;
 }
 
 /// If this throws, nothing has changed.
@@ -67,15 +78,59 @@ void SessionSubscriptions::registerWithPart(Subscription& subscription) {
 ModelRes SessionSubscriptions::cancel(ModelPart& part, ModelPartIndex index) {
   TreeLock::assertHeld(part);
   const auto at = subscriptions_.find(&part);
-  if (at == subscriptions_.end() || !at->second.cancel(index)) {
+  if (at == subscriptions_.end() || !at->second.indices().cancel(index)) {
     return ModelRes_NotSubscribed;
   }
   --count_;
-  if (at->second.isEmpty()) {
+  if (at->second.indices().isEmpty()) {
     removeFromPart(at->second);
-    partRemoved(at->second);
+    erase(at->second);
   }
   return ModelRes_Success;
+}
+
+ModelRes SessionSubscriptions::addSleeping(ChainView chain, ModelPartIndex index,
+                                           const std::shared_ptr<SleepingSessions>& sleeping) {
+  if (count_ >= maxSubscriptions || !sleep(sleeping, [&] { return sleeping_.add(chain, index); })) {
+    return ModelRes_LimitReached;
+  }
+  ++count_;
+  return ModelRes_Success;
+}
+
+ModelRes SessionSubscriptions::cancelSleeping(ChainView chain, ModelPartIndex index) {
+  if (!sleeping_.cancel(chain, index)) {
+    return ModelRes_NotSubscribed;
+  }
+  --count_;
+  delistIfAwake();
+  return ModelRes_Success;
+}
+
+/// Calls `addToSleeping`, which returns false if there is a limit. Then this session is in the
+/// list of those that have sleeping subscriptions. If this throws, nothing has changed.
+template <typename AddToSleeping>
+bool SessionSubscriptions::sleep(const std::shared_ptr<SleepingSessions>& sleeping,
+                                 AddToSleeping addToSleeping) {
+  if (enlistedIn_ == nullptr) {
+    sleeping->add(*this);
+    enlistedIn_ = sleeping;
+  }
+  try {
+    const bool added = addToSleeping();
+    delistIfAwake();
+    return added;
+  } catch (...) {
+    delistIfAwake();
+    throw;
+  }
+}
+
+void SessionSubscriptions::delistIfAwake() {
+  if (sleeping_.isEmpty() && enlistedIn_ != nullptr) {
+    enlistedIn_->remove(*this);
+    enlistedIn_.reset();
+  }
 }
 
 void SessionSubscriptions::partChanged(Subscription& subscription, ModelPartIndex index) {
@@ -107,7 +162,46 @@ bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartInde
 }
 
 void SessionSubscriptions::partRemoved(Subscription& subscription) {
-  count_ -= subscription.count();
+  count_ -= subscription.indices().count();
+  erase(subscription);
+}
+
+void SessionSubscriptions::partLeft(Subscription& subscription, const PartPath* path,
+                                    const std::shared_ptr<SleepingSessions>& sleeping) {
+  bool sleeps = false;
+  try {
+    sleeps = path != nullptr &&
+             sleep(sleeping, [&] { return sleeping_.add(*path, subscription.indices()); });
+  } catch (const std::bad_alloc&) {
+  }
+  if (!sleeps) {
+    count_ -= subscription.indices().count();
+    closeConnection();
+  }
+  erase(subscription);
+}
+
+void SessionSubscriptions::partEntered(ModelPart& part, const PartPath& path) {
+  SubscribedIndices indices;
+  Subscription* subscription = nullptr;
+  try {
+    indices = sleeping_.take(path);
+    if (indices.isEmpty()) {
+      return;
+    }
+    subscription = &subscribe(part, [&](SubscribedIndices& awake) { awake.add(indices); });
+  } catch (const std::bad_alloc&) {
+    count_ -= indices.count();
+    closeConnection();
+  }
+  delistIfAwake();
+  if (subscription != nullptr && !PartAccess::isNode(part)) {
+    partChanged(*subscription, ModelPartIndex_All);
+  }
+}
+
+/// The part no longer refers to the subscription.
+void SessionSubscriptions::erase(Subscription& subscription) {
   stale_ += subscription.pendingCount();
   subscriptions_.erase(&subscription.part());
   dropStale();

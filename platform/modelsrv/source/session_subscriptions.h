@@ -2,11 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <unordered_map>
 #include <vector>
 
 #include "evtsrv/source/server_session.h"
 #include "modelsrv/model_part.h"
+#include "modelsrv/source/id_chain.h"
+#include "modelsrv/source/sleeping_subscriptions.h"
 #include "modelsrv/source/subscription.h"
 
 namespace ModelSrv::internal {
@@ -17,6 +20,9 @@ inline constexpr std::size_t maxSubscriptions = 1'048'576;
 /// The subscriptions of one client in a server, and the queue of its pending updates: at most
 /// one for each part and index, in the order of the first change. Independent of the encoding
 /// of messages. Guarded by the client mutex.
+///
+/// If a part leaves the tree its subscriptions sleep: they are kept and counted, and wake up when
+/// a part of the same id chain and name, below nodes of the same names, enters the tree.
 class SessionSubscriptions {
  public:
   /// `connection` is notified when the queue has a new update. It must outlive this object.
@@ -32,9 +38,19 @@ class SessionSubscriptions {
   /// subscription to a part its pending updates are dropped.
   ModelRes cancel(ModelPart& part, ModelPartIndex index);
 
+  /// Adds a sleeping subscription, which wakes up when any part enters the tree at `chain`, and
+  /// is of that part from then on. `sleeping` belongs to the root of the tree.
+  /// `ModelRes_LimitReached` if there are too many, or they use too much memory.
+  ModelRes addSleeping(ChainView chain, ModelPartIndex index,
+                       const std::shared_ptr<SleepingSessions>& sleeping);
+
+  /// Cancels one sleeping subscription; `ModelRes_NotSubscribed` if there is none.
+  ModelRes cancelSleeping(ChainView chain, ModelPartIndex index);
+
   /// Removes the oldest pending update from the queue; false if there is none.
   bool takeNext(ModelPart*& part, ModelPartIndex& index);
 
+  /// The number of subscriptions, sleeping ones included.
   [[nodiscard]] std::size_t count() const { return count_; }
   /// The number of pending updates.
   [[nodiscard]] std::size_t pendingCount() const { return queueLength() - stale_; }
@@ -47,8 +63,21 @@ class SessionSubscriptions {
   /// `index` of the subscribed part has changed, and the subscription matches it. Does not
   /// throw: if there is no memory for the update the connection is closed.
   void partChanged(Subscription& subscription, ModelPartIndex index);
-  /// The part no longer refers to the subscription, which ends.
+  /// The part, which is at `path` (null: there was no memory for it), has left the tree and no
+  /// longer refers to the subscription, which ends: its indices sleep. Does not throw: if there is
+  /// no memory for that the connection is closed.
+  void partLeft(Subscription& subscription, const PartPath* path,
+                const std::shared_ptr<SleepingSessions>& sleeping);
+  /// The part no longer refers to the subscription, which ends for good.
   void partRemoved(Subscription& subscription);
+
+  // Called by `SleepingSessions`.
+
+  /// `part` has entered the tree at `path`: wakes up what waits for it, and queues an update,
+  /// since its value may differ from the last one of the former part. Does not throw, as above.
+  void partEntered(ModelPart& part, const PartPath& path);
+  /// There is no memory to do that.
+  void closeConnection() { connection_.closeOnNextDispatch(); }
 
  private:
   struct Update {
@@ -57,6 +86,12 @@ class SessionSubscriptions {
     ModelPartIndex index;
   };
 
+  template <typename AddIndices>
+  Subscription& subscribe(ModelPart& part, AddIndices addIndices);
+  template <typename AddToSleeping>
+  bool sleep(const std::shared_ptr<SleepingSessions>& sleeping, AddToSleeping addToSleeping);
+  void delistIfAwake();
+  void erase(Subscription& subscription);
   void registerWithPart(Subscription& subscription);
   bool markPending(Subscription& subscription, ModelPartIndex index);
   [[nodiscard]] Subscription* find(const Update& update);
@@ -64,7 +99,10 @@ class SessionSubscriptions {
   void reuseCapacity();
 
   EvtSrv::internal::ServerConnection& connection_;
-  std::unordered_map<ModelPart*, Subscription> subscriptions_;
+  std::unordered_map<ModelPart*, Subscription> subscriptions_;  ///< not the sleeping ones
+  SleepingSubscriptions sleeping_;
+  /// The list that has this session, which is while it has sleeping subscriptions; else null.
+  std::shared_ptr<SleepingSessions> enlistedIn_;
   std::size_t count_ = 0;
   std::uint32_t lastSerial_ = 0;
   std::vector<Update> queue_;  ///< the queue begins at `head_`

@@ -1,31 +1,48 @@
 #include "modelsrv/source/subscription.h"
 
 #include <algorithm>
+#include <new>
+#include <utility>
 
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/session_subscriptions.h"
+#include "modelsrv/source/sleeping_subscriptions.h"
 
 namespace ModelSrv::internal {
 
-Subscription::Subscription(SessionSubscriptions& owner, ModelPart& part, std::uint32_t serial)
-    : owner_(owner), part_(part), serial_(serial) {}
-
-std::vector<Subscription::SubscribedIndex>::iterator Subscription::find(ModelPartIndex index) {
+std::vector<SubscribedIndices::SubscribedIndex>::iterator SubscribedIndices::find(
+    ModelPartIndex index) {
   return std::lower_bound(
       indices_.begin(), indices_.end(), index,
       [](const SubscribedIndex& entry, ModelPartIndex wanted) { return entry.index < wanted; });
 }
 
-void Subscription::add(ModelPartIndex index) {
+void SubscribedIndices::add(ModelPartIndex index) {
+  add(index, 1);
+}
+
+void SubscribedIndices::add(const SubscribedIndices& others) {
+  if (others.indices_.size() == 1) {
+    add(others.indices_.front().index, others.indices_.front().count);
+    return;
+  }
+  SubscribedIndices sum(*this);
+  for (const SubscribedIndex& entry : others.indices_) {
+    sum.add(entry.index, entry.count);
+  }
+  std::swap(indices_, sum.indices_);
+}
+
+void SubscribedIndices::add(ModelPartIndex index, std::uint32_t count) {
   const auto at = find(index);
   if (at != indices_.end() && at->index == index) {
-    ++at->count;
+    at->count += count;
   } else {
-    indices_.insert(at, SubscribedIndex{index, 1});
+    indices_.insert(at, SubscribedIndex{index, count});
   }
 }
 
-bool Subscription::cancel(ModelPartIndex index) {
+bool SubscribedIndices::cancel(ModelPartIndex index) {
   const auto at = find(index);
   if (at == indices_.end() || at->index != index) {
     return false;
@@ -36,7 +53,7 @@ bool Subscription::cancel(ModelPartIndex index) {
   return true;
 }
 
-std::size_t Subscription::count() const {
+std::size_t SubscribedIndices::count() const {
   std::size_t sum = 0;
   for (const SubscribedIndex& entry : indices_) {
     sum += entry.count;
@@ -44,7 +61,7 @@ std::size_t Subscription::count() const {
   return sum;
 }
 
-bool Subscription::matches(ModelPartIndex index) const {
+bool SubscribedIndices::matches(ModelPartIndex index) const {
   if (index == ModelPartIndex_All || indices_.back().index == ModelPartIndex_All) {
     return true;
   }
@@ -53,6 +70,9 @@ bool Subscription::matches(ModelPartIndex index) const {
                               return left.index < right.index;
                             });
 }
+
+Subscription::Subscription(SessionSubscriptions& owner, ModelPart& part, std::uint32_t serial)
+    : owner_(owner), part_(part), serial_(serial) {}
 
 bool Subscription::markPending(ModelPartIndex index) {
   if (allPending_) {
@@ -103,9 +123,24 @@ void PartSubscribers::remove(const Subscription& subscription) {
 
 void PartSubscribers::notify(ModelPartIndex index) {
   for (Subscription* subscription : subscriptions_) {
-    if (subscription->matches(index)) {
+    if (subscription->indices().matches(index)) {
       subscription->owner().partChanged(*subscription, index);
     }
+  }
+}
+
+void PartSubscribers::partLeft(const ModelPart& part, const ModelPart& formerParent,
+                               const std::shared_ptr<SleepingSessions>& sleeping) {
+  PartPath path;
+  bool isComplete = true;
+  try {
+    path = PartPath::of(part, &formerParent);
+  } catch (const std::bad_alloc&) {
+    isComplete = false;
+  }
+  // Each call destroys the subscription.
+  for (Subscription* subscription : std::exchange(subscriptions_, {})) {
+    subscription->owner().partLeft(*subscription, isComplete ? &path : nullptr, sleeping);
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "modelsrv/model_part.h"
@@ -9,6 +10,38 @@
 namespace ModelSrv::internal {
 
 class SessionSubscriptions;
+class SleepingSessions;
+
+/// How often one client has subscribed to each index of one part.
+class SubscribedIndices {
+ public:
+  void add(ModelPartIndex index);
+  /// Adds all of `others`. If it throws `std::bad_alloc`, nothing has changed.
+  void add(const SubscribedIndices& others);
+  /// Cancels one subscription to `index`; false if there is none.
+  bool cancel(ModelPartIndex index);
+  [[nodiscard]] bool isEmpty() const { return indices_.empty(); }
+  /// The number of subscriptions, those to the same index included.
+  [[nodiscard]] std::size_t count() const;
+  /// The memory that the indices use, in bytes.
+  [[nodiscard]] std::size_t bytes() const { return indices_.size() * sizeof(SubscribedIndex); }
+
+  /// Whether a change of `index` (or of the whole value) is to be reported. A subscription to
+  /// the whole value matches every change; a subscription to an element matches changes of
+  /// that element and of the whole value. There must be at least one.
+  [[nodiscard]] bool matches(ModelPartIndex index) const;
+
+ private:
+  struct SubscribedIndex {
+    ModelPartIndex index;
+    std::uint32_t count;
+  };
+
+  void add(ModelPartIndex index, std::uint32_t count);
+  std::vector<SubscribedIndex>::iterator find(ModelPartIndex index);
+
+  std::vector<SubscribedIndex> indices_;  ///< ascending, so `ModelPartIndex_All` is last
+};
 
 /// The subscriptions of one client to one part: how often each index was subscribed to, and
 /// which updates are pending. Guarded by the client mutex.
@@ -21,17 +54,8 @@ class Subscription {
   /// Distinguishes this object from an earlier one for the same part.
   [[nodiscard]] std::uint32_t serial() const { return serial_; }
 
-  void add(ModelPartIndex index);
-  /// Cancels one subscription to `index`; false if there is none.
-  bool cancel(ModelPartIndex index);
-  [[nodiscard]] bool isEmpty() const { return indices_.empty(); }
-  /// The number of subscriptions, those to the same index included.
-  [[nodiscard]] std::size_t count() const;
-
-  /// Whether a change of `index` (or of the whole value) is to be reported. A subscription to
-  /// the whole value matches every change; a subscription to an element matches changes of
-  /// that element and of the whole value.
-  [[nodiscard]] bool matches(ModelPartIndex index) const;
+  [[nodiscard]] SubscribedIndices& indices() { return indices_; }
+  [[nodiscard]] const SubscribedIndices& indices() const { return indices_; }
 
   /// Marks an update of `index` as pending. False if a pending update covers it already.
   bool markPending(ModelPartIndex index);
@@ -39,19 +63,12 @@ class Subscription {
   [[nodiscard]] std::size_t pendingCount() const { return pendingCount_; }
 
  private:
-  struct SubscribedIndex {
-    ModelPartIndex index;
-    std::uint32_t count;
-  };
-
-  std::vector<SubscribedIndex>::iterator find(ModelPartIndex index);
-
   SessionSubscriptions& owner_;
   ModelPart& part_;
   std::uint32_t serial_;
   bool allPending_ = false;
   std::size_t pendingCount_ = 0;
-  std::vector<SubscribedIndex> indices_;  ///< ascending, so `ModelPartIndex_All` is last
+  SubscribedIndices indices_;
   /// One bit for each element. Empty until the first change of a single element.
   std::vector<std::uint64_t> elementsPending_;
 };
@@ -71,6 +88,13 @@ class PartSubscribers {
 
   /// Queues an update of `index` for each client that subscribed to it.
   void notify(ModelPartIndex index);
+
+  /// `part`, whose subscribers these are, has left the tree of the root that has `sleeping`: it,
+  /// or a part above it, was removed from `formerParent`. Its subscriptions sleep until it is
+  /// back; this object has none then. Does not throw: a session for which there is no memory is
+  /// closed.
+  void partLeft(const ModelPart& part, const ModelPart& formerParent,
+                const std::shared_ptr<SleepingSessions>& sleeping);
 
  private:
   std::vector<Subscription*> subscriptions_;

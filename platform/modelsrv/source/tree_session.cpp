@@ -37,11 +37,13 @@ class ObjectLease {
   T used_;
 };
 
-/// The part with that chain below `root`, or null.
-ModelPart* findPart(ModelRoot& root, const std::vector<ModelPartId>& chain) {
+/// The part with that chain below `root`, or null. `nodeOf(part)` is the node that `part` is, or
+/// null.
+template <typename NodeOf>
+ModelPart* findPart(ModelRoot& root, const std::vector<ModelPartId>& chain, NodeOf nodeOf) {
   ModelPart* part = &root;
   for (const ModelPartId id : chain) {
-    const ModelNode* node = PartAccess::asNode(*part);
+    const ModelNode* node = nodeOf(*part);
     part = node != nullptr ? node->findChild(id) : nullptr;
     if (part == nullptr) {
       return nullptr;
@@ -105,11 +107,32 @@ ModelRes TreeSession::serve(std::uint16_t operation, EvtSrv::internal::PayloadRe
   if (!decodeRequest(operation, payload, request)) {
     return ModelRes_BadRequest;
   }
-  ModelPart* const part = findPart(share_->root, request.chain);
+  ModelPart* part = findPart(share_->root, request.chain, &PartAccess::asNode);
   if (part == nullptr) {
-    return ModelRes_NoSuchPart;
+    if (request.operation != Operation::unsubscribe && request.operation != Operation::renew) {
+      return ModelRes_NoSuchPart;
+    }
+    // What is hidden keeps its subscriptions.
+    part = findPart(share_->root, request.chain, &PartAccess::anyNode);
+  }
+  if (part == nullptr) {
+    return serveAbsent(request);
   }
   return (this->*handlers[positionOf(request.operation)])(*part, request, reply);
+}
+
+/// Serves a request about subscriptions to a part that is not in the tree.
+ModelRes TreeSession::serveAbsent(const Request& request) {
+  if (request.operation == Operation::unsubscribe) {
+    return subscriptions_.cancelSleeping(request.chain, request.index) == ModelRes_Success
+               ? ModelRes_Success
+               : ModelRes_NoSuchPart;
+  }
+  if (request.index > ModelPartIndex_All) {
+    return ModelRes_NoSuchIndex;
+  }
+  return subscriptions_.addSleeping(request.chain, request.index,
+                                    PartAccess::sleepingSessions(share_->root));
 }
 
 ModelRes TreeSession::childIds(ModelPart& part, const Request& /*request*/, Bytes& reply) {
@@ -177,7 +200,15 @@ ModelRes TreeSession::subscribe(ModelPart& part, const Request& request, Bytes& 
 }
 
 ModelRes TreeSession::unsubscribe(ModelPart& part, const Request& request, Bytes& /*reply*/) {
-  return subscriptions_.cancel(part, request.index);
+  const ModelRes result = subscriptions_.cancel(part, request.index);
+  // It may be one to a former part of another name.
+  return result == ModelRes_NotSubscribed
+             ? subscriptions_.cancelSleeping(request.chain, request.index)
+             : result;
+}
+
+ModelRes TreeSession::renew(ModelPart& part, const Request& request, Bytes& reply) {
+  return subscribe(part, request, reply);
 }
 
 ModelRes TreeSession::prefetch(ModelPart& part, const Request& request, Bytes& reply) {

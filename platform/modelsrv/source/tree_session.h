@@ -43,6 +43,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   using Handler = ModelRes (TreeSession::*)(ModelPart& part, const Request& request, Bytes& reply);
 
   ModelRes serve(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload, Bytes& reply);
+  ModelRes serveAbsent(const Request& request);
 
   // The handlers, one for each of `MODELSRV_OPERATIONS`. Each appends the payload of the reply;
   // unless the result is success, `handle` replaces it with the `reason` in the share. A call into
@@ -58,6 +59,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes unsubscribe(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes prefetch(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes describe(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes renew(ModelPart& part, const Request& request, Bytes& reply);
 
   std::shared_ptr<SessionShare> share_;
   SessionSubscriptions subscriptions_;

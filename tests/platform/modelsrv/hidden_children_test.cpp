@@ -130,4 +130,28 @@ TEST(HiddenChildren, AreNotThoseOfANodeOutsideTheTree) {
   EXPECT_EQ(client.text(speedChain), "42");
 }
 
+TEST(HiddenChildren, CanBeUnsubscribed) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  HidingNode hiding(30, server.manager);
+  ValuePart<std::int32_t> child(1, "child", 1);
+  ASSERT_EQ(hiding.add(&child), ModelRes_Success);
+  ASSERT_EQ(server.root.add(&hiding), ModelRes_Success);
+  Client client;
+  ASSERT_EQ(client.connect(name), ModelRes_Success);
+  ASSERT_EQ(client.subscribe({30, 1}), ModelRes_Success);
+  ASSERT_EQ(client.subscribe(speedChain), ModelRes_Success);
+  hiding.hide(true);
+  EXPECT_EQ(client.unsubscribe({30, 1}), ModelRes_Success);
+  hiding.hide(false);
+  // The client ignores updates of what it has not subscribed to; a second subscription shows
+  // whether the server had one left.
+  ASSERT_EQ(client.subscribe({30, 1}, 0), ModelRes_NoSuchIndex);
+  ASSERT_EQ(child.setValue(2), ModelRes_Success);
+  ASSERT_EQ(client.subscribe({30, 1}), ModelRes_Success);
+  ASSERT_EQ(server.speed.setValue(1), ModelRes_Success);
+  ASSERT_TRUE(client.pumpUntil([&] { return !client.root.updates.empty(); }));
+  EXPECT_EQ(client.root.updates.front().first, speedChain);
+}
+
 }  // namespace

@@ -287,6 +287,52 @@ TEST_F(ServerOutOfMemory, ClosesTheConnectionThatCannotBeNotified) {
   });
 }
 
+TEST_F(ServerOutOfMemory, ClosesTheConnectionWhoseSubscriptionCannotSleepOrWakeUp) {
+  forEachAllocation([this](int failing) {
+    FakeConnection connection;
+    internal::SessionSubscriptions session(connection);
+    EXPECT_EQ(session.add(speed_, all), ModelRes_Success);
+    EXPECT_EQ(session.add(speed_, all), ModelRes_Success);
+    ModelRes result = ModelRes_Success;
+    const bool removalFailed = runWithFailure(failing, [&] { result = root_.remove(&speed_); });
+    if (result != ModelRes_Success) {
+      EXPECT_EQ(result, ModelRes_SystemError);
+      EXPECT_EQ(root_.remove(&speed_), ModelRes_Success);
+    }
+    EXPECT_EQ(session.count(), connection.closeCalls == 0 ? 2U : 0U);
+    const bool additionFailed = runWithFailure(failing, [&] { result = root_.add(&speed_); });
+    if (result != ModelRes_Success) {
+      EXPECT_EQ(result, ModelRes_SystemError);
+      EXPECT_EQ(root_.add(&speed_), ModelRes_Success);
+    }
+    EXPECT_EQ(takeAll(session), connection.closeCalls == 0 ? 1U : 0U);
+    return removalFailed || additionFailed;
+  });
+}
+
+TEST_F(ServerOutOfMemory, LeavesNothingOfAFailedRenewal) {
+  const std::shared_ptr<internal::SleepingSessions> sleeping =
+      internal::PartAccess::sleepingSessions(root_);
+  const Chain chain{7, 7};
+  forEachAllocation([&](int failing) {
+    FakeConnection connection;
+    internal::SessionSubscriptions session(connection);
+    bool failed = false;
+    const bool allocationFailed = runWithFailure(failing, [&] {
+      try {
+        EXPECT_EQ(session.addSleeping(chain, all, sleeping), ModelRes_Success);
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+    });
+    EXPECT_EQ(failed, allocationFailed);
+    EXPECT_EQ(session.count(), failed ? 0U : 1U);
+    EXPECT_EQ(session.cancelSleeping(chain, all),
+              failed ? ModelRes_NotSubscribed : ModelRes_Success);
+    return allocationFailed;
+  });
+}
+
 TEST_F(ServerOutOfMemory, LeavesTheWholeArrayUnchanged) {
   ArrayPart<std::string> texts(3, "texts", {"a", "b"});
   ASSERT_EQ(root_.add(&texts), ModelRes_Success);

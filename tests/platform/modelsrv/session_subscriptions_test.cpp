@@ -166,7 +166,7 @@ TEST_F(SubscriptionsOfASession, DropsPendingUpdatesWithTheLastCancellation) {
   EXPECT_EQ(takeAll(), (PendingUpdates{{&speed_, ModelPartIndex_All}}));
 }
 
-TEST_F(SubscriptionsOfASession, EndsWithThePartAndDropsItsPendingUpdates) {
+TEST_F(SubscriptionsOfASession, SleepsWithoutThePartAndDropsItsPendingUpdates) {
   auto node = std::make_unique<ModelNode>(7);
   auto part = std::make_unique<ValuePart<std::int32_t>>(1, "");
   ASSERT_EQ(root_.add(node.get()), ModelRes_Success);
@@ -177,7 +177,7 @@ TEST_F(SubscriptionsOfASession, EndsWithThePartAndDropsItsPendingUpdates) {
   EXPECT_EQ(part->setValue(1), ModelRes_Success);
   EXPECT_EQ(speed_.setValue(1), ModelRes_Success);
   node.reset();
-  EXPECT_EQ(session_.count(), 1U);
+  EXPECT_EQ(session_.count(), 3U) << "the part may come back";
   EXPECT_EQ(part->setValue(2), ModelRes_Success);
   part.reset();
   EXPECT_EQ(takeAll(), (PendingUpdates{{&speed_, ModelPartIndex_All}}));

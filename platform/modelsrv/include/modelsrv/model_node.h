@@ -7,10 +7,6 @@
 
 namespace ModelSrv {
 
-namespace internal {
-class ClientSide;
-}
-
 /// A part that has children.
 ///
 /// A node does not own its children. The program that created them owns them, and a part
@@ -31,12 +27,16 @@ class KRV_EXPORT ModelNode : public ModelPart {
   /// published as a child. A node may have several of them.
   virtual ModelRes add(ModelPart* part);
 
-  /// Removes `part`. Its subscriptions and those of all its descendants end.
-  /// `ModelRes_NoSuchPart` if it is not a child of this node.
+  /// Removes `part`. `ModelRes_NoSuchPart` if it is not a child of this node.
+  ///
+  /// In a server the clients' subscriptions to `part` and its descendants sleep. Each wakes up
+  /// when a part with the same id chain and name, below nodes of the same names, is in the tree
+  /// again, as the same object or another one; the client receives an update then. In a client
+  /// the subscriptions of `part` and its descendants end.
   virtual ModelRes remove(ModelPart* part);
 
-  /// The children in the order of adding. While other threads may add or remove parts, call
-  /// this and use the result with the client mutex held.
+  /// The children in the order of adding. While other threads may add
+  /// or remove parts, call this and use the result with the client mutex held.
   [[nodiscard]] const std::vector<ModelPart*>& children() const { return children_; }
 
   /// The child with this id, or null. Logarithmic time. Locking as for `children`.
@@ -59,14 +59,14 @@ class KRV_EXPORT ModelNode : public ModelPart {
   /// there is no memory for it, since the node must not keep a pointer to a destroyed child.
   void release(const ModelPart& part) noexcept;
   void removeAt(std::vector<ModelPart*>::const_iterator at);
-  [[nodiscard]] internal::ClientSide* clientSide() const;
   /// Must be called before the children of this node change.
   void invalidateStructure();
   /// The descendants of `part` if this node is in the tree of a root, otherwise none: the
   /// parts that enter or leave that tree together with `part`.
   [[nodiscard]] std::vector<ModelPart*> descendantsInTree(const ModelPart& part) const;
-  void release(ModelPart& part, const std::vector<ModelPart*>& descendants,
-               internal::ClientSide* client);
+  void attach(ModelPart& part, const std::vector<ModelPart*>& descendants);
+  void release(ModelPart& part, const std::vector<ModelPart*>& descendants);
+  [[nodiscard]] static bool mayBeChild(ModelPart& part);
   void addToIdIndex(ModelPart* part);
 
   // Guarded by the client mutex.

@@ -149,9 +149,12 @@ class KRV_EXPORT ModelPart {
   /// as soon as the client can receive it. `context` is passed to `update`.
   ///
   /// If an object subscribes twice it must cancel twice, but it receives each update once. A
-  /// subscription ends when this object is removed from the tree of `root`. It is renewed
-  /// when the connection is; if the server refuses that, it receives nothing until the server
-  /// of a later connection accepts it.
+  /// subscription ends when this object is removed from the tree of `root`. It outlasts the part
+  /// in the server: if the part is taken out of the server's tree it receives nothing, and when
+  /// a part with the same id chain and names is there again, an update and then each change. It
+  /// is renewed when the connection is, also if the new server does not have the part yet; if
+  /// the server refuses that, it receives nothing until the server of a later connection accepts
+  /// it.
   ModelRes subscribeToServer(ModelRoot* root, unsigned period, void* context, unsigned short index);
 
   /// Cancels the most recent subscription of this part, whatever its index.

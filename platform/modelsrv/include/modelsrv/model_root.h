@@ -16,6 +16,7 @@ namespace ModelSrv {
 namespace internal {
 class ClientSide;
 class ServerSide;
+class SleepingSessions;
 }  // namespace internal
 
 /// How a server publishes its tree.
@@ -108,6 +109,7 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
  private:
   friend class ModelPart;
   friend class ModelNode;
+  friend struct internal::PartAccess;
 
   /// Calls `send` with the id chain of `part`.
   template <typename Send>
@@ -116,6 +118,8 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   // Guarded by the client mutex.
   std::unique_ptr<internal::ClientSide> client_;
   std::unique_ptr<internal::ServerSide> server_;
+  /// Shared with those sessions, which may outlive the root.
+  std::shared_ptr<internal::SleepingSessions> sleepingSessions_;
 };
 
 }  // namespace ModelSrv

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "modelsrv/model_part.h"
+#include "modelsrv/source/id_chain.h"
+#include "modelsrv/source/subscription.h"
+
+/// Subscriptions of parts that are not in the tree. Guarded by the client mutex.
+namespace ModelSrv::internal {
+
+class SessionSubscriptions;
+
+/// What identifies a part that leaves the tree and comes back, perhaps as another object: its id
+/// chain, and its name and those of the nodes above it.
+struct PartPath {
+  std::vector<ModelPartId> chain;
+  /// Each name after its length (two bytes), from the root down.
+  std::string names;
+
+  /// The path of a part in the tree of a root. If the part, or a part above it, has just been
+  /// removed from a node, `formerParent` is that node. Throws `std::bad_alloc`.
+  static PartPath of(const ModelPart& part, const ModelPart* formerParent = nullptr);
+};
+
+/// The sleeping subscriptions of one client, by id chain. Each waits for the part of a path, or,
+/// if the names are not known, for any part of a chain.
+class SleepingSubscriptions {
+ public:
+  /// The maximum memory that they use, in bytes: an average of 300 for each subscription of a
+  /// client that has as many as it may. (A chain may have 4,096 ids.)
+  static constexpr std::size_t maxBytes = std::size_t{32} * 1024 * 1024;
+
+  /// Adds what waits for the part of `path`. False if it would exceed `maxBytes`; nothing has
+  /// changed then. Nothing has changed either if it throws `std::bad_alloc`.
+  [[nodiscard]] bool add(PartPath path, SubscribedIndices indices);
+  /// The same for the first part that appears at `chain`.
+  [[nodiscard]] bool add(ChainView chain, ModelPartIndex index);
+
+  /// Removes one subscription to `index` of a part at `chain`; false if there is none.
+  bool cancel(ChainView chain, ModelPartIndex index);
+
+  /// Removes what waits for the part of `path`. Empty if nothing does. If it throws
+  /// `std::bad_alloc`, nothing has changed.
+  [[nodiscard]] SubscribedIndices take(const PartPath& path);
+
+  [[nodiscard]] bool isEmpty() const { return entries_.empty(); }
+  [[nodiscard]] std::size_t bytes() const { return bytes_; }
+
+ private:
+  struct Entry {
+    std::optional<std::string> names;  ///< none: of any part at the chain
+    SubscribedIndices indices;
+  };
+  using Chain = std::vector<ModelPartId>;
+  /// Ordered, so that a client cannot choose chains that are slow to find.
+  using Entries = std::map<Chain, std::vector<Entry>>;
+
+  [[nodiscard]] bool add(Chain chain, Entry entry);
+  [[nodiscard]] static std::size_t bytesOf(const Chain& chain, const Entry& entry);
+  void erase(Entries::iterator at, std::vector<Entry>::iterator entry);
+
+  Entries entries_;
+  std::size_t bytes_ = 0;
+};
+
+/// The sessions of a root's server that have sleeping subscriptions.
+class SleepingSessions {
+ public:
+  /// Throws `std::bad_alloc`; nothing has changed then.
+  void add(SessionSubscriptions& session) { sessions_.push_back(&session); }
+  void remove(const SessionSubscriptions& session);
+
+  /// `part` and its `descendants` have been added to the tree: wakes up their subscriptions.
+  /// Does not throw: a session for which there is no memory is closed.
+  void partEntered(ModelPart& part, std::span<ModelPart* const> descendants);
+
+ private:
+  void wakeUp(ModelPart& part);
+
+  std::vector<SessionSubscriptions*> sessions_;
+};
+
+}  // namespace ModelSrv::internal
