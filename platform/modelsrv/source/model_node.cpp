@@ -95,6 +95,79 @@ ModelRes ModelNode::remove(ModelPart* part) {
   });
 }
 
+ModelRes ModelNode::setChildren(const std::vector<ModelPart*>& parts) {
+  const TreeLock lock(*this);
+  return internal::withMemoryResult([&] {
+    if (parts == children_) {
+      return ModelRes_Success;
+    }
+    // Everything that may throw or fail comes before the first change.
+    std::vector<ModelPart*> byId;
+    if (const ModelRes result = sortByIdAsChildren(parts, byId); result != ModelRes_Success) {
+      return result;
+    }
+    std::vector<ModelPart*> children(parts);
+    std::vector<ModelPart*> kept(parts);
+    std::sort(kept.begin(), kept.end());
+    std::vector<MovingPart> leaving;
+    for (ModelPart* const child : children_) {
+      if (!std::binary_search(kept.begin(), kept.end(), child)) {
+        leaving.push_back({child, descendantsInTree(*child)});
+      }
+    }
+    std::vector<MovingPart> entering;
+    for (ModelPart* const part : parts) {
+      if (part->parent_ == nullptr) {
+        entering.push_back({part, descendantsInTree(*part)});
+      }
+    }
+    invalidateStructure();
+    children_.swap(children);
+    addedInOrder_ = byId == parts;
+    byId_.clear();
+    if (!addedInOrder_) {
+      byId_.swap(byId);
+    }
+    for (const MovingPart& moving : leaving) {
+      release(*moving.part, moving.descendants);
+    }
+    for (const MovingPart& moving : entering) {
+      attach(*moving.part, moving.descendants);
+    }
+    return ModelRes_Success;
+  });
+}
+
+/// Sets `byId` to those of `parts` that have an id, in ascending order of it, if this node may
+/// have `parts` as its children; otherwise returns why it may not.
+ModelRes ModelNode::sortByIdAsChildren(const std::vector<ModelPart*>& parts,
+                                       std::vector<ModelPart*>& byId) const {
+  const ModelPart* top = this;
+  while (top->parent_ != nullptr) {
+    top = top->parent_;
+  }
+  std::vector<const ModelPart*> distinct(parts.begin(), parts.end());
+  std::sort(distinct.begin(), distinct.end());
+  if (std::adjacent_find(distinct.begin(), distinct.end()) != distinct.end()) {
+    return ModelRes_BadArgument;
+  }
+  for (ModelPart* const part : parts) {
+    // An ancestor of this node that has no parent itself is the top of the tree.
+    if (part == nullptr || !mayBeChild(*part) || part == top ||
+        (part->parent_ != nullptr && part->parent_ != this)) {
+      return ModelRes_BadArgument;
+    }
+    if (part->id_ != ModelPartId_Void) {
+      byId.push_back(part);
+    }
+  }
+  std::sort(byId.begin(), byId.end(),
+            [](const ModelPart* a, const ModelPart* b) { return a->id_ < b->id_; });
+  const auto sameId = [](const ModelPart* a, const ModelPart* b) { return a->id_ == b->id_; };
+  return std::adjacent_find(byId.begin(), byId.end(), sameId) == byId.end() ? ModelRes_Success
+                                                                            : ModelRes_DuplicateId;
+}
+
 void ModelNode::release(const ModelPart& part) noexcept {
   if (const auto at = std::find(children_.begin(), children_.end(), &part); at != children_.end()) {
     removeAt(at);

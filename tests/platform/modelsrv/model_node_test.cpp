@@ -124,6 +124,56 @@ TEST_F(ModelNodes, FindsEveryChildAfterAnyOrderOfAddingAndRemoving) {
   }
 }
 
+TEST_F(ModelNodes, SetsAllChildrenInOneStep) {
+  ModelNode node(1);
+  ModelPart one(1);
+  ModelPart two(2);
+  ModelPart three(3);
+  ModelPart otherTwo(2);
+  ModelPart proxy;
+  ASSERT_EQ(root_.add(&node), ModelRes_Success);
+  using Parts = std::vector<ModelPart*>;
+  for (const Parts& parts :
+       {Parts{&one, &two, &three}, Parts{&three, &one}, Parts{&three, &otherTwo, &proxy, &one},
+        Parts{&one, &two, &three}, Parts{}, Parts{&two}}) {
+    ASSERT_EQ(node.setChildren(parts), ModelRes_Success);
+    EXPECT_EQ(node.children(), parts);
+    for (ModelPart* part : Parts{&one, &two, &three, &otherTwo, &proxy}) {
+      const bool isChild = std::find(parts.begin(), parts.end(), part) != parts.end();
+      EXPECT_EQ(part->parent(), isChild ? &node : nullptr);
+      EXPECT_EQ(part->findRoot(), isChild ? &root_ : nullptr);
+      if (part != &proxy) {
+        EXPECT_EQ(node.findChild(part->id()) == part, isChild);
+      }
+    }
+  }
+}
+
+TEST_F(ModelNodes, KeepsItsChildrenIfItCannotHaveTheNewOnes) {
+  ModelNode top(1);
+  ModelNode node(2);
+  ModelPart child(1);
+  ModelPart twin(1);
+  ModelPart other(3);
+  ModelPart tooLarge(ModelPartId_Max + 1);
+  ModelPart elsewhere(5);
+  ASSERT_EQ(top.setChildren({&elsewhere, &node}), ModelRes_Success);
+  ASSERT_EQ(node.setChildren({&child}), ModelRes_Success);
+  const std::vector<ModelPart*> before{&child};
+  EXPECT_EQ(node.setChildren({&other, nullptr}), ModelRes_BadArgument);
+  EXPECT_EQ(node.setChildren({&other, &child, &other}), ModelRes_BadArgument);
+  EXPECT_EQ(node.setChildren({&other, &tooLarge}), ModelRes_BadArgument);
+  EXPECT_EQ(node.setChildren({&other, &elsewhere}), ModelRes_BadArgument);
+  EXPECT_EQ(node.setChildren({&other, &node}), ModelRes_BadArgument);
+  EXPECT_EQ(node.setChildren({&other, &top}), ModelRes_BadArgument);
+  EXPECT_EQ(top.setChildren({&top}), ModelRes_BadArgument);
+  EXPECT_EQ(node.setChildren({&other, &root_}), ModelRes_BadArgument);
+  EXPECT_EQ(node.setChildren({&child, &other, &twin}), ModelRes_DuplicateId);
+  EXPECT_EQ(node.children(), before);
+  EXPECT_EQ(child.parent(), &node);
+  EXPECT_EQ(other.parent(), nullptr);
+}
+
 TEST_F(ModelNodes, HasARootOnlyWhileInItsTree) {
   ModelNode node(1);
   ValuePart<int> part(1, "");

@@ -202,6 +202,19 @@ TEST_F(SleepingInASession, IsCancelledWhileAnotherPartHasTheChain) {
   EXPECT_EQ(unsubscribe(sizeChain_), ModelRes_NotSubscribed);
 }
 
+TEST_F(SleepingInASession, WakesUpForTheChildrenThatANodeIsGiven) {
+  ASSERT_EQ(subscribe(sizeChain_), ModelRes_Success);
+  ASSERT_EQ(subscribe(speedsChain_), ModelRes_Success);
+  ValuePart<bool> size(1, "size");
+  ASSERT_EQ(usb_.setChildren({&speeds_, &size}), ModelRes_Success);
+  EXPECT_EQ(takeAll(), sizeChanged_) << "the other one has stayed";
+  ASSERT_EQ(usb_.setChildren({&size, &speeds_}), ModelRes_Success);
+  EXPECT_EQ(takeAll(), SleepingUpdates{});
+  ASSERT_EQ(size.setValue(true), ModelRes_Success);
+  ASSERT_EQ(speeds_.setValue(0, 9), ModelRes_Success);
+  EXPECT_EQ(takeAll(), (SleepingUpdates{{sizeChain_, all}, {speedsChain_, 0}}));
+}
+
 TEST_F(SleepingInASession, CannotBeBegunWithASubscription) {
   ASSERT_EQ(usb_.remove(&size_), ModelRes_Success);
   EXPECT_EQ(subscribe(sizeChain_), ModelRes_NoSuchPart);

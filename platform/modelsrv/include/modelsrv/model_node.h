@@ -35,8 +35,15 @@ class KRV_EXPORT ModelNode : public ModelPart {
   /// the subscriptions of `part` and its descendants end.
   virtual ModelRes remove(ModelPart* part);
 
-  /// The children in the order of adding. While other threads may add
-  /// or remove parts, call this and use the result with the client mutex held.
+  /// Makes `parts` the children of this node, in that order, in one step: removes the other
+  /// children and adds the parts that are not children yet, as `remove` and `add` do. (It calls
+  /// neither, also if a derived class overrides them.) `ModelRes_BadArgument` if there is a part
+  /// that could not be added, is a child of another node or occurs twice;
+  /// `ModelRes_DuplicateId` if two parts have the same id. Nothing has changed then.
+  ModelRes setChildren(const std::vector<ModelPart*>& parts);
+
+  /// The children in their order: that of adding, or of `setChildren`. While other threads may
+  /// add or remove parts, call this and use the result with the client mutex held.
   [[nodiscard]] const std::vector<ModelPart*>& children() const { return children_; }
 
   /// The child with this id, or null. Logarithmic time. Locking as for `children`.
@@ -55,6 +62,12 @@ class KRV_EXPORT ModelNode : public ModelPart {
  private:
   friend class ModelPart;
 
+  /// A part that enters or leaves the tree.
+  struct MovingPart {
+    ModelPart* part;
+    std::vector<ModelPart*> descendants;  ///< those that do so with it
+  };
+
   /// Removes `part` even if a derived class overrides `remove`. Terminates the program if
   /// there is no memory for it, since the node must not keep a pointer to a destroyed child.
   void release(const ModelPart& part) noexcept;
@@ -67,6 +80,8 @@ class KRV_EXPORT ModelNode : public ModelPart {
   void attach(ModelPart& part, const std::vector<ModelPart*>& descendants);
   void release(ModelPart& part, const std::vector<ModelPart*>& descendants);
   [[nodiscard]] static bool mayBeChild(ModelPart& part);
+  [[nodiscard]] ModelRes sortByIdAsChildren(const std::vector<ModelPart*>& parts,
+                                            std::vector<ModelPart*>& byId) const;
   void addToIdIndex(ModelPart* part);
 
   // Guarded by the client mutex.
