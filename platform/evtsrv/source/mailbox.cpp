@@ -50,11 +50,16 @@ EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_
 }
 
 Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
-  const auto failed = [&result](int error) {
+  const int made = system_->makeFifo(path_, ownMode);
+  const auto failed = [&](int error) {
+    // A pipe that nobody will serve is not left behind. A server that takes it over just
+    // now makes its mailbox again.
+    if (made == 0) {
+      static_cast<void>(system_->unlink(path_));
+    }
     result = resultOf(error);
     return Attempt::done;
   };
-  const int made = system_->makeFifo(path_, ownMode);
   if (made < 0 && made != -EEXIST) {
     return failed(made);
   }
@@ -72,7 +77,8 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
     return Attempt::again;
   }
   if (!mayServe(*system_, named)) {
-    return failed(-EPERM);
+    result = EvtRes_NotPermitted;
+    return Attempt::done;
   }
   step = openPipe(name, named);
   if (step < 0) {
@@ -87,9 +93,12 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
     return Attempt::again;
   }
   step = system_->lock(pipe_.number());
-  if (step < 0) {
-    result = step == -EWOULDBLOCK ? EvtRes_NameInUse : resultOf(step);
+  if (step == -EWOULDBLOCK) {
+    result = EvtRes_NameInUse;
     return Attempt::done;
+  }
+  if (step < 0) {
+    return failed(step);
   }
   if (!pathLeadsToPipe()) {
     return Attempt::again;
@@ -98,7 +107,8 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
   step = setAccess(*system_, name.number(), opened, access);
   if (step < 0) {
     remove();
-    return failed(step);
+    result = resultOf(step);
+    return Attempt::done;
   }
   result = EvtRes_Success;
   return Attempt::done;
