@@ -177,8 +177,12 @@ int PosixSystem::createEvent() {
 void PosixSystem::signalEvent(int descriptor) noexcept {
   const int before = errno;
   const std::uint64_t one = 1;
-  // It fails only if the counter is full, and then the event is readable already.
-  [[maybe_unused]] const ssize_t written = ::write(descriptor, &one, sizeof one);
+  // It fails only if the counter is full, and then the event is readable already, or if
+  // something other than the event interferes, such as a system call filter. A lost event
+  // could be a lost request to stop, so that is tried again.
+  constexpr int attempts = 3;
+  for (int i = 0; i < attempts && ::write(descriptor, &one, sizeof one) < 0; ++i) {
+  }
   errno = before;
 }
 
