@@ -19,10 +19,26 @@ namespace modelsrvd {
 
 namespace {
 
-/// An open file; closes its descriptor.
+/// The result of `call`, a system call that is repeated while a signal interrupts it.
+template <typename Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) {
+    result = call();
+  }
+  return result;
+}
+
+/// O_NONBLOCK: opening a pipe must not wait for its writer.
+int openToRead(const std::string& path) {
+  return uninterrupted(
+      [&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY); });
+}
+
+/// A file that is open for reading; closes its descriptor.
 class OpenFile {
  public:
-  OpenFile(const std::string& path, int flags) : descriptor_(::open(path.c_str(), flags)) {}
+  explicit OpenFile(const std::string& path) : descriptor_(openToRead(path)) {}
   ~OpenFile() {
     if (descriptor_ >= 0) {
       ::close(descriptor_);
@@ -53,26 +69,20 @@ Error tooLong(const std::string& path, std::size_t maxBytes) {
 int readAll(int descriptor, std::size_t maxBytes, std::string& text) {
   std::array<char, 65536> buffer{};
   while (text.size() <= maxBytes) {
-    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
-    if (count == 0) {
-      return 0;
+    const ssize_t count =
+        uninterrupted([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
+    if (count <= 0) {
+      return count == 0 ? 0 : errno;
     }
-    if (count > 0) {
-      text.append(buffer.data(), static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      return errno;
-    }
+    text.append(buffer.data(), static_cast<std::size_t>(count));
   }
   return 0;
 }
 
 }  // namespace
 
-// O_NONBLOCK: opening a pipe must not wait for its writer.
 FileReader::FileReader(std::string path, std::size_t maxBytes)
-    : path_(std::move(path)),
-      maxBytes_(maxBytes),
-      descriptor_(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
+    : path_(std::move(path)), maxBytes_(maxBytes), descriptor_(openToRead(path_)) {
   if (descriptor_ < 0) {
     error_ = errorAt(path_, describeErrno(errno));
     return;
@@ -105,10 +115,8 @@ std::string_view FileReader::next() {
   if (error_) {
     return {};
   }
-  ssize_t count = 0;
-  do {
-    count = ::read(descriptor_, buffer_.data(), buffer_.size());
-  } while (count < 0 && errno == EINTR);
+  const ssize_t count =
+      uninterrupted([&] { return ::read(descriptor_, buffer_.data(), buffer_.size()); });
   if (count < 0) {
     error_ = errorAt(path_, describeErrno(errno));
     return {};
@@ -147,31 +155,31 @@ Result<gid_t> findGroup(const std::string& nameOrNumber) {
   return Error{std::move(text)};
 }
 
-bool fillStandardStreams() {
+std::optional<Error> fillStandardStreams() {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
     // open(2) uses the lowest free descriptor number.
-    if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) != descriptor) {
-      return false;
+    if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) < 0) {
+      return errorAt("/dev/null", describeErrno(errno));
     }
   }
-  return true;
+  return std::nullopt;
 }
 
 std::optional<Error> writeOutput(std::string_view text) {
   while (!text.empty()) {
-    const ssize_t count = ::write(STDOUT_FILENO, text.data(), text.size());
-    if (count >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
+    const ssize_t count =
+        uninterrupted([&] { return ::write(STDOUT_FILENO, text.data(), text.size()); });
+    if (count < 0) {
       return errorAt("standard output", describeErrno(errno));
     }
+    text.remove_prefix(static_cast<std::size_t>(count));
   }
   return std::nullopt;
 }
 
 std::optional<std::string> HostFiles::read(const std::string& path) const {
   constexpr std::size_t maxBytes = std::size_t{1024} * 1024;
-  const OpenFile file(top_ + path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  const OpenFile file(top_ + path);
   std::string text;
   if (file.get() < 0 || readAll(file.get(), maxBytes, text) != 0) {
     return std::nullopt;
@@ -181,8 +189,12 @@ std::optional<std::string> HostFiles::read(const std::string& path) const {
 
 std::vector<std::string> HostFiles::list(const std::string& directory) const {
   std::vector<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir((top_ + directory).c_str()),
-                                                   ::closedir);
+  const std::string path = top_ + directory;
+  DIR* opened = ::opendir(path.c_str());
+  while (opened == nullptr && errno == EINTR) {
+    opened = ::opendir(path.c_str());
+  }
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opened, ::closedir);
   if (!stream) {
     return names;
   }
@@ -197,7 +209,8 @@ std::vector<std::string> HostFiles::list(const std::string& directory) const {
 
 std::optional<DiskSpace> HostFiles::diskSpace(const std::string& mountPoint) const {
   struct statvfs status {};
-  if (::statvfs((top_ + mountPoint).c_str(), &status) != 0) {
+  const std::string path = top_ + mountPoint;
+  if (uninterrupted([&] { return ::statvfs(path.c_str(), &status); }) != 0) {
     return std::nullopt;
   }
   return DiskSpace{std::uint64_t{status.f_blocks} * status.f_frsize,

@@ -50,8 +50,8 @@ class FileReader {
 [[nodiscard]] Result<gid_t> findGroup(const std::string& nameOrNumber);
 
 /// Opens "/dev/null" for each standard stream that is closed, so that no pipe of the
-/// server gets its descriptor number. Returns whether all three are open.
-[[nodiscard]] bool fillStandardStreams();
+/// server gets its descriptor number.
+[[nodiscard]] std::optional<Error> fillStandardStreams();
 
 /// Writes all of `text` to standard output.
 [[nodiscard]] std::optional<Error> writeOutput(std::string_view text);

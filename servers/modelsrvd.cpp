@@ -148,8 +148,8 @@ ExitStatus runProgram(const std::vector<std::string_view>& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (!fillStandardStreams()) {
-    return static_cast<int>(ExitStatus::cannotServe);
+  if (const auto error = fillStandardStreams()) {
+    return static_cast<int>(fail(ExitStatus::cannotServe, *error));
   }
   try {
     const std::vector<std::string_view> args(argv + (argc > 0 ? 1 : 0), argv + argc);
