@@ -4,8 +4,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <utility>
+
+#include "term/standard_output.h"
 
 namespace treescope {
 
@@ -53,25 +57,19 @@ bool makeBlocking(int descriptor) {
 }  // namespace
 
 ValuesFile::ValuesFile(const char* fileName) {
-  const int descriptor =
-      open(fileName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, fileMode);
-  if (descriptor == -1) {
-    return;
+  do {
+    descriptor_ =
+        open(fileName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, fileMode);
+  } while (descriptor_ == -1 && errno == EINTR);
+  if (opened() && !makeBlocking(descriptor_)) {
+    close(std::exchange(descriptor_, -1));
   }
-  if (makeBlocking(descriptor)) {
-    stream_.reset(fdopen(descriptor, "w"));
-  }
-  if (stream_ == nullptr) {
-    close(descriptor);
-    return;
-  }
-  // `pending_` is the buffer, so that the guard covers each write.
-  std::setvbuf(stream_.get(), nullptr, _IONBF, 0);
 }
 
 ValuesFile::~ValuesFile() {
   if (opened()) {
     flush();
+    close(descriptor_);
   }
 }
 
@@ -85,7 +83,7 @@ void ValuesFile::write(const std::string& text) {
 void ValuesFile::flush() {
   if (!failed_) {
     const PipeSignalGuard guard;
-    failed_ = std::fwrite(pending_.data(), 1, pending_.size(), stream_.get()) != pending_.size();
+    failed_ = writeAll(descriptor_, pending_.data(), pending_.size()) != pending_.size();
   }
   pending_.clear();
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdio>
-#include <memory>
 #include <string>
 
 namespace treescope {
@@ -25,18 +23,14 @@ class ValuesFile {
   ValuesFile& operator=(const ValuesFile&) = delete;
 
   /// Whether the file could be opened. If not, `write` must not be called.
-  [[nodiscard]] bool opened() const { return stream_ != nullptr; }
+  [[nodiscard]] bool opened() const { return descriptor_ != -1; }
 
   void write(const std::string& text);
 
  private:
-  struct Close {
-    void operator()(std::FILE* stream) const { std::fclose(stream); }
-  };
-
   void flush();
 
-  std::unique_ptr<std::FILE, Close> stream_;
+  int descriptor_ = -1;
   std::string pending_;
   bool failed_ = false;
 };

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <optional>
 
@@ -47,9 +48,17 @@ bool isPlainEntry(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
 }
 
+DIR* openDirectory(const char* path) {
+  DIR* directory = opendir(path);
+  while (directory == nullptr && errno == EINTR) {
+    directory = opendir(path);
+  }
+  return directory;
+}
+
 template <typename Visit>
 int scanDirectory(const char* dir, const char* key, Visit visit) {
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(dir));
+  const std::unique_ptr<DIR, CloseDirectory> directory(openDirectory(dir));
   if (directory == nullptr) {
     return 0;
   }

@@ -14,6 +14,14 @@ namespace {
 constexpr std::size_t bufferSize = 4096;
 constexpr int endOfFile = -1;
 
+int openToRead(const char* fileName) {
+  int descriptor = -1;
+  do {
+    descriptor = open(fileName, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  } while (descriptor == -1 && errno == EINTR);
+  return descriptor;
+}
+
 /// Waits until a pipe has data, or had a writer that has closed it. Signals are
 /// delivered meanwhile.
 bool waitForWriter(int descriptor) {
@@ -40,8 +48,7 @@ bool makeReadable(int descriptor) {
 
 }  // namespace
 
-CommandFile::CommandFile(const char* fileName)
-    : descriptor_(open(fileName, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK)) {
+CommandFile::CommandFile(const char* fileName) : descriptor_(openToRead(fileName)) {
   if (opened() && !makeReadable(descriptor_)) {
     close(descriptor_);
     descriptor_ = -1;

@@ -124,6 +124,14 @@ bool stopInBackground() {
   return false;
 }
 
+bool setMode(const termios& mode) {
+  int result = tcsetattr(STDIN_FILENO, TCSANOW, &mode);
+  while (result == -1 && errno == EINTR) {
+    result = tcsetattr(STDIN_FILENO, TCSANOW, &mode);
+  }
+  return result == 0;
+}
+
 // In the background the mode belongs to another job until this one is continued in the
 // foreground. A request for raw mode stops the process there, as tcsetattr(3) would.
 bool applyRequested() {
@@ -140,14 +148,14 @@ bool applyRequested() {
   if (raw && terminal.handled[SIGTTOU]) {
     static_cast<void>(setHandler(SIGTTOU, stopBySignal));
   }
-  return tcsetattr(STDIN_FILENO, TCSANOW, raw ? &terminal.raw : &terminal.original) == 0;
+  return setMode(raw ? terminal.raw : terminal.original);
 }
 
 /// Restores the original mode before the process stops or terminates; the requested mode
 /// is unchanged.
 void restoreOriginalMode() {
   if (terminal.requested == Mode::raw && terminal.saved && !inBackground()) {
-    static_cast<void>(tcsetattr(STDIN_FILENO, TCSANOW, &terminal.original));
+    static_cast<void>(setMode(terminal.original));
   }
 }
 
