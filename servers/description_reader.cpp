@@ -350,6 +350,7 @@ std::optional<Error> DescriptionReader::assignId(const Level& level, Level& sibl
   }
   siblings.ids[id] = true;
   entryOf(level).id = static_cast<ModelSrv::ModelPartId>(id);
+  entryOf(level).hasStatedId = level.id.has_value();
   siblings.nextId = id + 1;
   return std::nullopt;
 }

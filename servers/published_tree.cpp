@@ -2,13 +2,17 @@
 
 #include <limits>
 #include <type_traits>
+#include <unordered_map>
 #include <utility>
+
+#include "servers/kept_ids.h"
 
 namespace modelsrvd {
 
 namespace {
 
 using ModelSrv::ArrayPart;
+using ModelSrv::ModelNode;
 using ModelSrv::ModelPart;
 using ModelSrv::ModelRes;
 using ModelSrv::ValuePart;
@@ -42,11 +46,22 @@ std::vector<T> narrowAll(Values& values) {
 }
 
 template <typename T>
-ModelRes setTyped(ModelPart& part, const Entry& entry) {
+std::unique_ptr<ModelPart> createTyped(Entry& entry) {
+  if (entry.array) {
+    return std::make_unique<ArrayPart<T>>(entry.id, std::move(entry.name),
+                                          narrowAll<T>(entry.values), std::move(entry.elementNames),
+                                          entry.access);
+  }
+  return std::make_unique<ValuePart<T>>(entry.id, std::move(entry.name),
+                                        narrow<T>(std::move(entry.values.front())), entry.access);
+}
+
+template <typename T>
+ModelRes setTyped(ModelPart& part, Entry& entry) {
   if (entry.array) {
     return static_cast<ArrayPart<T>&>(part).setValues(narrowAll<T>(entry.values));
   }
-  return static_cast<ValuePart<T>&>(part).setValue(narrow<T>(entry.values.front()));
+  return static_cast<ValuePart<T>&>(part).setValue(narrow<T>(std::move(entry.values.front())));
 }
 
 std::uint16_t elementsOf(const Entry& entry) {
@@ -59,28 +74,31 @@ void setAttributes(ModelPart& part, const Entry& entry) {
                                                                 : ModelSrv::PartAttributes()));
 }
 
+/// Sets what may differ in a part that stays.
+void setKept(ModelPart& part, Entry& entry) {
+  setAttributes(part, entry);
+  if (entry.type == EntryType::node) {
+    return;
+  }
+  part.setSubscribable(entry.subscribable);
+  // Cannot fail: the values were checked.
+  static_cast<void>(
+      visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry); }));
+}
+
 std::uint32_t parentOf(const Entry& entry) {
   return entry.parent == rootEntry ? noParent : static_cast<std::uint32_t>(entry.parent);
 }
 
 }  // namespace
 
-template <typename T>
-ModelPart* PublishedTree::createTyped(Entry& entry) {
-  if (entry.array) {
-    return &std::get<Arrays<T>>(arrays_).emplace_back(entry.id, std::move(entry.name),
-                                                      narrowAll<T>(entry.values),
-                                                      std::move(entry.elementNames), entry.access);
+std::unique_ptr<ModelPart> PublishedTree::create(Entry& entry) {
+  std::unique_ptr<ModelPart> part;
+  if (entry.type == EntryType::node) {
+    part = std::make_unique<ModelNode>(entry.id, std::move(entry.name));
+  } else {
+    part = visitValueType(entry.type, [&]<typename T>() { return createTyped<T>(entry); });
   }
-  return &std::get<Values<T>>(values_).emplace_back(
-      entry.id, std::move(entry.name), narrow<T>(std::move(entry.values.front())), entry.access);
-}
-
-ModelPart* PublishedTree::create(Entry& entry) {
-  ModelPart* const part =
-      entry.type == EntryType::node
-          ? static_cast<ModelPart*>(&nodes_.emplace_back(entry.id, std::move(entry.name)))
-          : visitValueType(entry.type, [&]<typename T>() { return createTyped<T>(entry); });
   setAttributes(*part, entry);
   if (!entry.subscribable) {
     part->setSubscribable(false);
@@ -88,46 +106,62 @@ ModelPart* PublishedTree::create(Entry& entry) {
   return part;
 }
 
+/// Creates the part of `entry`, whose values and names are moved out of it.
+void PublishedTree::addCreated(Entry& entry, Parts& parts) {
+  if (!entry.elementNames.empty()) {
+    parts.elementNames.emplace(parts.created.size(), entry.elementNames);
+  }
+  const std::uint16_t elements = elementsOf(entry);
+  parts.created.push_back({create(entry), parentOf(entry), entry.type, elements});
+}
+
+/// Adds a part to its parent, which is a node of `parts` too.
+std::optional<Error> PublishedTree::addToParent(const Parts& parts, std::size_t index) {
+  const Created& created = parts.created[index];
+  auto& parent = static_cast<ModelNode&>(*parts.created[created.parent].part);
+  const ModelRes result = parent.add(created.part.get());
+  if (result != ModelSrv::ModelRes_Success) {
+    return Error{oneLine(created.part->name()) + ": " + ModelSrv::describe(result)};
+  }
+  return std::nullopt;
+}
+
+/// Destroys nodes before their children: a part that still has a parent searches its siblings
+/// to remove itself.
+void PublishedTree::destroy(std::vector<Created>& created) {
+  for (Created& each : created) {
+    each.part.reset();
+  }
+}
+
 PublishedTree::PublishedTree(TreeDescription description) {
-  created_.reserve(description.entries.size());
+  parts_.created.reserve(description.entries.size());
   // Each entry is freed once its part exists, so that memory never holds both trees.
   for (; !description.entries.empty(); description.entries.pop_front()) {
-    Entry& entry = description.entries.front();
-    if (!entry.elementNames.empty()) {
-      elementNames_.emplace(created_.size(), entry.elementNames);
+    addCreated(description.entries.front(), parts_);
+    const std::size_t index = parts_.created.size() - 1;
+    if (parts_.created[index].parent != noParent) {
+      auto error = addToParent(parts_, index);
+      error_ = error_ ? std::move(error_) : std::move(error);
     }
-    const std::uint16_t elements = elementsOf(entry);
-    ModelPart* const part = create(entry);
-    if (entry.parent != rootEntry) {
-      auto& parent = static_cast<ModelSrv::ModelNode&>(*created_[entry.parent].part);
-      const ModelRes result = parent.add(part);
-      if (result != ModelSrv::ModelRes_Success && !error_) {
-        error_ = Error{oneLine(part->name()) + ": " + ModelSrv::describe(result)};
-      }
-    }
-    created_.push_back({part, parentOf(entry), entry.type, elements});
   }
 }
 
 PublishedTree::~PublishedTree() {
-  if (root_ == nullptr) {
-    return;
+  if (root_ != nullptr) {
+    // If there is no memory for that, the parts remove themselves.
+    static_cast<void>(root_->setChildren({}));
   }
-  for (auto created = created_.rbegin(); created != created_.rend(); ++created) {
-    if (created->parent == noParent && created->part->parent() != nullptr) {
-      // Cannot fail: the part is a child of the root.
-      static_cast<void>(root_->remove(created->part));
-    }
-  }
+  destroy(parts_.created);
 }
 
 std::optional<Error> PublishedTree::publish(ModelSrv::ModelRoot& root) {
   root_ = &root;
-  for (const Created& created : created_) {
+  for (const Created& created : parts_.created) {
     if (created.parent != noParent || error_) {
       continue;
     }
-    const ModelRes result = root.add(created.part);
+    const ModelRes result = root.add(created.part.get());
     if (result != ModelSrv::ModelRes_Success) {
       error_ = Error{oneLine(created.part->name()) + ": " + ModelSrv::describe(result)};
     }
@@ -135,49 +169,142 @@ std::optional<Error> PublishedTree::publish(ModelSrv::ModelRoot& root) {
   return error_;
 }
 
-bool PublishedTree::isSameEntry(std::size_t index, const Entry& entry) const {
-  const Created& created = created_[index];
+bool PublishedTree::isSame(std::size_t index, const Entry& entry) const {
+  const Created& created = parts_.created[index];
   const ModelPart& part = *created.part;
-  if (created.parent != parentOf(entry) || created.type != entry.type ||
-      created.elements != elementsOf(entry) || part.id() != entry.id || part.name() != entry.name) {
+  if (created.type != entry.type || created.elements != elementsOf(entry) ||
+      part.name() != entry.name) {
     return false;
   }
   if (entry.type == EntryType::node) {
     return true;
   }
-  const auto names = elementNames_.find(index);
-  const bool sameNames = names == elementNames_.end() ? entry.elementNames.empty()
-                                                      : names->second == entry.elementNames;
-  return sameNames && part.status() == entry.access && part.subscribable() == entry.subscribable;
+  const auto names = parts_.elementNames.find(index);
+  const bool sameNames = names == parts_.elementNames.end() ? entry.elementNames.empty()
+                                                            : names->second == entry.elementNames;
+  return sameNames && part.status() == entry.access;
 }
 
-bool PublishedTree::hasSameStructure(const TreeDescription& description) const {
-  if (created_.size() != description.entries.size()) {
-    return false;
+ModelNode* PublishedTree::keptParent(const Entry& entry, const Kept& kept) const {
+  if (entry.parent == rootEntry) {
+    return root_;
   }
-  for (std::size_t index = 0; index < created_.size(); ++index) {
-    if (!isSameEntry(index, description.entries[index])) {
-      return false;
-    }
-  }
-  return true;
+  const std::uint32_t parent = kept[entry.parent];
+  return parent != isNew ? static_cast<ModelNode*>(parts_.created[parent].part.get()) : nullptr;
 }
 
-bool PublishedTree::updateValues(const TreeDescription& description) {
-  if (!hasSameStructure(description)) {
-    return false;
+/// Sets the ids that the description does not state, and finds the parts that stay.
+PublishedTree::Kept PublishedTree::match(TreeDescription& description) const {
+  std::unordered_map<const ModelPart*, std::uint32_t> indices;
+  for (std::size_t index = 0; index < parts_.created.size(); ++index) {
+    indices.emplace(parts_.created[index].part.get(), static_cast<std::uint32_t>(index));
   }
-  for (std::size_t index = 0; index < created_.size(); ++index) {
+  std::unordered_map<std::size_t, std::vector<Entry*>> children;
+  for (Entry& entry : description.entries) {
+    children[entry.parent].push_back(&entry);
+  }
+  Kept kept(description.entries.size(), isNew);
+  if (const auto ofRoot = children.find(rootEntry); ofRoot != children.end()) {
+    keepIds(ofRoot->second, *root_);
+  }
+  for (std::size_t index = 0; index < kept.size(); ++index) {
     const Entry& entry = description.entries[index];
-    setAttributes(*created_[index].part, entry);
-    if (entry.type != EntryType::node) {
-      ModelPart& part = *created_[index].part;
-      // Cannot fail: the values were checked.
-      static_cast<void>(
-          visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry); }));
+    const ModelNode* const parent = keptParent(entry, kept);
+    ModelPart* const present = parent != nullptr ? parent->findChild(entry.id) : nullptr;
+    const auto at = indices.find(present);
+    if (at == indices.end() || !isSame(at->second, entry)) {
+      continue;
+    }
+    kept[index] = at->second;
+    // The children follow.
+    const auto below = children.find(index);
+    if (entry.type == EntryType::node && below != children.end()) {
+      keepIds(below->second, static_cast<const ModelNode&>(*present));
     }
   }
-  return true;
+  return kept;
+}
+
+/// Creates the parts that do not stay, and adds them to each other. `next` has no part for the
+/// others.
+std::optional<Error> PublishedTree::createNew(TreeDescription& description, const Kept& kept,
+                                              Parts& next) {
+  next.created.reserve(kept.size());
+  for (std::size_t index = 0; index < kept.size(); ++index) {
+    Entry& entry = description.entries[index];
+    if (kept[index] == isNew) {
+      addCreated(entry, next);
+      if (entry.parent == rootEntry || kept[entry.parent] != isNew) {
+        continue;
+      }
+      if (auto error = addToParent(next, index)) {
+        return error;
+      }
+    } else {
+      next.created.push_back({nullptr, parentOf(entry), entry.type, elementsOf(entry)});
+      if (!entry.elementNames.empty()) {
+        next.elementNames.emplace(index, std::move(entry.elementNames));
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+PublishedTree::Children PublishedTree::childrenOfKept(const TreeDescription& description,
+                                                      const Kept& kept, const Parts& next) const {
+  Children children;
+  children[rootEntry];
+  for (std::size_t index = 0; index < kept.size(); ++index) {
+    const Entry& entry = description.entries[index];
+    const bool stays = kept[index] != isNew;
+    if (keptParent(entry, kept) != nullptr) {
+      const Created& created = stays ? parts_.created[kept[index]] : next.created[index];
+      children[entry.parent].push_back(created.part.get());
+    }
+    if (stays && entry.type == EntryType::node) {
+      children[index];
+    }
+  }
+  return children;
+}
+
+/// Moves the parts that stay to `next`, and replaces the others in the tree.
+std::optional<Error> PublishedTree::replaceParts(Parts next, const Kept& kept,
+                                                 const Children& children) {
+  for (std::size_t index = 0; index < kept.size(); ++index) {
+    if (kept[index] != isNew) {
+      next.created[index].part = std::move(parts_.created[kept[index]].part);
+    }
+  }
+  std::swap(parts_, next);
+  std::optional<Error> error;
+  for (const auto& [index, parts] : children) {
+    ModelNode* const node =
+        index == rootEntry ? root_ : static_cast<ModelNode*>(parts_.created[index].part.get());
+    const ModelRes result = node->setChildren(parts);
+    if (result != ModelSrv::ModelRes_Success) {
+      error = Error{oneLine(node->name()) + ": " + ModelSrv::describe(result)};
+    }
+  }
+  destroy(next.created);
+  return error;
+}
+
+std::optional<Error> PublishedTree::reload(TreeDescription description) {
+  const Kept kept = match(description);
+  Parts next;
+  if (auto error = createNew(description, kept, next)) {
+    destroy(next.created);
+    return error;
+  }
+  const Children children = childrenOfKept(description, kept, next);
+  auto error = replaceParts(std::move(next), kept, children);
+  for (std::size_t index = 0; index < kept.size(); ++index) {
+    if (kept[index] != isNew) {
+      setKept(*parts_.created[index].part, description.entries[index]);
+    }
+  }
+  return error;
 }
 
 }  // namespace modelsrvd

@@ -2,11 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "modelsrv/model_root.h"
@@ -18,7 +17,7 @@ namespace modelsrvd {
 
 /// The nodes and parts created from a description.
 ///
-/// Owns them; they are children of the root from `publish` to the destruction of the
+/// Owns them; they are the children of the root from `publish` to the destruction of the
 /// tree. For one thread. While the root is serving, the caller holds the client mutex
 /// of the root's manager.
 class PublishedTree {
@@ -36,43 +35,53 @@ class PublishedTree {
   /// then has some of the children or none.
   [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root);
 
-  /// If `description` differs from this tree in values only, sets them, which notifies
-  /// the subscribers of those that changed, and returns true. Otherwise changes nothing
-  /// and returns false.
-  [[nodiscard]] bool updateValues(const TreeDescription& description);
+  /// Makes the published tree that of `description`, in the order of its entries. A part
+  /// with the same path, id, type, number and names of elements and access stays, with its
+  /// clients' subscriptions; so does a node. Its value is set, which notifies the
+  /// subscribers if it changes. An id that `description` does not state is that of the
+  /// present part with the same name (see `keepIds`). All others are removed and added.
+  ///
+  /// After an error the tree is unchanged, or, if memory runs out late, between both.
+  [[nodiscard]] std::optional<Error> reload(TreeDescription description);
 
  private:
-  template <typename T>
-  using Values = std::deque<ModelSrv::ValuePart<T>>;
-  template <typename T>
-  using Arrays = std::deque<ModelSrv::ArrayPart<T>>;
-  template <typename... T>
-  using AllValues = std::tuple<Values<T>...>;
-  template <typename... T>
-  using AllArrays = std::tuple<Arrays<T>...>;
-
-  template <typename T>
-  ModelSrv::ModelPart* createTyped(Entry& entry);
-  ModelSrv::ModelPart* create(Entry& entry);
-  [[nodiscard]] bool hasSameStructure(const TreeDescription& description) const;
-  [[nodiscard]] bool isSameEntry(std::size_t index, const Entry& entry) const;
-
-  ModelSrv::ValueTypes::into<AllValues> values_;
-  ModelSrv::ValueTypes::into<AllArrays> arrays_;
-  /// Declared after the parts and so destroyed first: a part that still has a parent
-  /// searches its siblings to remove itself.
-  std::deque<ModelSrv::ModelNode> nodes_;
-
-  /// What was created for an entry of the description.
+  /// What was created for an entry of a description.
   struct Created {
-    ModelSrv::ModelPart* part;
+    std::unique_ptr<ModelSrv::ModelPart> part;
     std::uint32_t parent;
     EntryType type;
     std::uint16_t elements;  ///< 0 if not an array
   };
-  std::vector<Created> created_;  ///< in the order of the description
-  /// Element names by entry, for comparison: a part does not return them.
-  std::map<std::size_t, std::vector<std::string>> elementNames_;
+  /// What was created for a description, in its order.
+  struct Parts {
+    std::vector<Created> created;
+    /// Element names by entry, for comparison: a part does not return them.
+    std::map<std::size_t, std::vector<std::string>> elementNames;
+  };
+  /// For each entry of a description the index of the present part that stays for it, or
+  /// `isNew`.
+  using Kept = std::vector<std::uint32_t>;
+  static constexpr std::uint32_t isNew = 0xFFFFFFFF;
+  /// The new children of the nodes that stay, by the index of the node's entry.
+  using Children = std::map<std::size_t, std::vector<ModelSrv::ModelPart*>>;
+
+  [[nodiscard]] static std::unique_ptr<ModelSrv::ModelPart> create(Entry& entry);
+  static void addCreated(Entry& entry, Parts& parts);
+  [[nodiscard]] static std::optional<Error> addToParent(const Parts& parts, std::size_t index);
+  static void destroy(std::vector<Created>& created);
+
+  [[nodiscard]] Kept match(TreeDescription& description) const;
+  [[nodiscard]] bool isSame(std::size_t index, const Entry& entry) const;
+  /// The node of an entry's parent if it is kept or the root, else null.
+  [[nodiscard]] ModelSrv::ModelNode* keptParent(const Entry& entry, const Kept& kept) const;
+  [[nodiscard]] static std::optional<Error> createNew(TreeDescription& description,
+                                                      const Kept& kept, Parts& next);
+  [[nodiscard]] Children childrenOfKept(const TreeDescription& description, const Kept& kept,
+                                        const Parts& next) const;
+  [[nodiscard]] std::optional<Error> replaceParts(Parts next, const Kept& kept,
+                                                  const Children& children);
+
+  Parts parts_;
   ModelSrv::ModelRoot* root_ = nullptr;
   std::optional<Error> error_;  ///< the first one
 };

@@ -67,6 +67,7 @@ struct Entry {
   EntryType type = EntryType::node;
   bool array = false;
   bool subscribable = true;
+  bool hasStatedId = false;  ///< false: the id is the default one
 };
 
 /// The `parent` of the root's children.

@@ -1,6 +1,7 @@
 #include "servers/tree_source.h"
 
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "servers/change_pacer.h"
@@ -90,20 +91,17 @@ class FileSource final : public TreeSource {
   }
 
   [[nodiscard]] std::optional<Error> reload() override {
-    auto result = readDescription(path_);
-    if (auto* error = std::get_if<Error>(&result)) {
-      return std::move(*error);
+    try {
+      auto result = readDescription(path_);
+      if (auto* error = std::get_if<Error>(&result)) {
+        return std::move(*error);
+      }
+      // Under the client mutex, so that clients see the old tree or the new one.
+      const std::lock_guard lock(root_->manager()->clientMutex);
+      return tree_->reload(std::move(std::get<TreeDescription>(result)));
+    } catch (const std::bad_alloc&) {
+      return Error{oneLine(path_) + ": out of memory"};
     }
-    auto& description = std::get<TreeDescription>(result);
-    // Under the client mutex, so that clients see the old tree or the new one.
-    const std::lock_guard lock(root_->manager()->clientMutex);
-    if (tree_->updateValues(description)) {
-      return std::nullopt;
-    }
-    auto next = std::make_unique<PublishedTree>(std::move(description));
-    tree_.reset();
-    tree_ = std::move(next);
-    return tree_->publish(*root_);
   }
 
  private:

@@ -107,9 +107,9 @@ TEST(DescribedAttributes, OfAPublishedTreeFollowTheFile) {
   ASSERT_FALSE(published.publish(root));
   ModelSrv::ModelPart& part = *root.children().at(0);
   EXPECT_EQ(part.attributes(), (PartAttributes{"V", "", "7", "", {}}));
-  EXPECT_TRUE(published.updateValues(tree(R"("type": "int32", "value": 9, "unit": "A")")));
+  EXPECT_FALSE(published.reload(tree(R"("type": "int32", "value": 9, "unit": "A")")));
   EXPECT_EQ(part.attributes(), (PartAttributes{"A", "", "", "", {}}));
-  EXPECT_TRUE(published.updateValues(tree(R"("type": "int32", "value": 9)")));
+  EXPECT_FALSE(published.reload(tree(R"("type": "int32", "value": 9)")));
   EXPECT_EQ(part.attributes(), PartAttributes());
 }
 

@@ -7,6 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/port_name.h"
+#include "tests/support/pump.h"
+#include "tests/support/tree_client.h"
+
 namespace modelsrvd {
 namespace {
 
@@ -88,6 +92,35 @@ TEST_F(HostTreeParts, InterfacesAppearAndDisappearAndKeepTheirIds) {
   tree_.update(sample);
   EXPECT_EQ(find({"net", "lo"})->id(), id);
   EXPECT_EQ(get({"net", "lo", "rx_bytes"}), "5");
+}
+
+TEST_F(HostTreeParts, ASubscriptionOutlastsAMountThatGoesAndReturns) {
+  const std::string port = test_support::uniquePortName();
+  ASSERT_EQ(root_.startAsServer(port), ModelSrv::ModelRes_Success);
+  const test_support::Pump pump(manager_);
+  HostSample sample;
+  sample.disks = {{"/", {10, 4}}, {"/media/usb", {20, 5}}};
+  tree_.update(sample);
+  test_support::TreeClient client(port);
+  ASSERT_EQ(client.subscribe("/disk/media-usb/free"), ModelSrv::ModelRes_Success);
+  sample.disks = {{"/", {10, 4}}, {"/media/card", {30, 6}}};
+  tree_.update(sample);
+  sample.disks.push_back({"/media/usb", {20, 7}});
+  tree_.update(sample);
+  EXPECT_TRUE(client.waitForUpdate());
+  EXPECT_EQ(client.get("/disk/media-usb/free"), "7");
+  sample.disks.back().space.free = 8;
+  tree_.update(sample);
+  EXPECT_TRUE(client.waitForUpdate());
+  ASSERT_EQ(client.subscribe("/host/uptime"), ModelSrv::ModelRes_Success);
+  sample.disks[1].space.free = 9;
+  tree_.update(sample);
+  for (unsigned update = 3; update <= 4; ++update) {
+    ++sample.uptime;
+    tree_.update(sample);
+    EXPECT_TRUE(client.waitForUpdate());
+    EXPECT_EQ(client.updates(), update) << "the other mount is another part";
+  }
 }
 
 TEST_F(HostTreeParts, MountsHaveNamesWithoutShellCharacters) {

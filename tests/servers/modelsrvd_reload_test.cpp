@@ -50,6 +50,38 @@ TEST_F(Reload, ResetsStoredValuesToTheFile) {
   EXPECT_TRUE(becomes("/drive/speed", "42"));
 }
 
+TEST_F(Reload, KeepsSubscriptionsWhenPartsElsewhereComeAndGo) {
+  ASSERT_EQ(client_.subscribe("/drive/speed"), ModelSrv::ModelRes_Success);
+  reload(drive(R"({"name": "new", "type": "bool", "value": true}, )" + speed(42)));
+  ASSERT_TRUE(becomes("/drive/new", "true"));
+  EXPECT_THAT(client_.names("/drive"), ElementsAre("new", "speed"));
+  EXPECT_THAT(client_.ids("/drive"), ElementsAre(2, 1));
+  EXPECT_EQ(client_.updates(), 0U) << "the part has not changed";
+  ASSERT_EQ(client_.store("/drive/speed", "7"), ModelSrv::ModelRes_Success);
+  EXPECT_TRUE(client_.waitForUpdate());
+  reload(drive(speed(8)));
+  EXPECT_TRUE(client_.waitForUpdate());
+  EXPECT_EQ(client_.get("/drive/speed"), "8");
+}
+
+TEST_F(Reload, DeliversUpdatesAgainForAPartThatIsPutBack) {
+  ASSERT_EQ(client_.subscribe("/drive/speed"), ModelSrv::ModelRes_Success);
+  reload(drive(""));
+  ASSERT_TRUE(client_.pumpUntil([&] { return !client_.has("/drive/speed"); }));
+  reload(drive(speed(8)));
+  EXPECT_TRUE(client_.waitForUpdate());
+  EXPECT_EQ(client_.get("/drive/speed"), "8");
+}
+
+TEST_F(Reload, DeliversUpdatesOfAPartWhoseTypeChanges) {
+  ASSERT_EQ(client_.subscribe("/drive/speed"), ModelSrv::ModelRes_Success);
+  reload(drive(R"({"name": "speed", "type": "text", "value": "fast"})"));
+  EXPECT_TRUE(client_.waitForUpdate());
+  EXPECT_EQ(client_.get("/drive/speed"), "fast");
+  ASSERT_EQ(client_.store("/drive/speed", "faster"), ModelSrv::ModelRes_Success);
+  EXPECT_TRUE(client_.waitForUpdate());
+}
+
 TEST_F(Reload, ReplacesTheTreeForConnectedClients) {
   reload(drive(speed(1) + R"(, {"name": "label", "type": "text", "value": "new"})"));
   EXPECT_TRUE(becomes("/drive/label", "new"));

@@ -3,12 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
+#include <random>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "servers/description_parser.h"
 
@@ -114,14 +117,195 @@ TEST_F(PublishedTrees, SupportsTheMaximumDepth) {
 constexpr std::string_view array =
     R"({"type": "uint8", "elements": [{"name": "a", "value": 1}, {"value": 2}]})";
 
-TEST_F(PublishedTrees, UpdatesValuesInPlace) {
+TEST_F(PublishedTrees, ReloadsValuesInPlace) {
   publish(nodeWith(std::string(array)));
   ModelPart* const part = onlyPart();
-  EXPECT_TRUE(tree_->updateValues(
+  EXPECT_FALSE(tree_->reload(
       nodeWith(R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]})")));
   EXPECT_EQ(onlyPart(), part);
   EXPECT_EQ(textOf(*part), "7\n8");
 }
+
+TEST_F(PublishedTrees, ReloadsWhetherAPartIsSubscribableInPlace) {
+  publish(nodeWith(R"({"type": "uint8", "value": 1})"));
+  ModelPart* const part = onlyPart();
+  for (const bool subscribable : {false, true}) {
+    EXPECT_FALSE(tree_->reload(nodeWith(std::string(R"({"type": "uint8", "value": 1)") +
+                                        (subscribable ? "}" : R"(, "subscribable": false})"))));
+    EXPECT_EQ(onlyPart(), part);
+    EXPECT_EQ(part->subscribable(), subscribable);
+  }
+}
+
+TEST_F(PublishedTrees, ReloadKeepsTheRestOfTheTree) {
+  const std::string same = R"({"id": 3, "name": "same", "children": [
+    {"name": "value", "type": "int8", "value": 1},
+    {"name": "array", "type": "text", "elements": [{"name": "a", "value": "x"}]},
+    {"children": []}]})";
+  const auto tree = [&same](const std::string& before, const std::string& after) {
+    return describe(R"({"children": [)" + before + same + after + "]}");
+  };
+  const std::string other = R"({"id": 7, "name": "other", "children": [)" + same + "]}";
+  publish(tree("", "," + other));
+  const auto& node = dynamic_cast<ModelNode&>(*root_.findChild(3));
+  const std::vector<ModelPart*> children = node.children();
+  for (const auto& description : {tree(other + ",", ""), tree("", ""), tree("", "," + other)}) {
+    EXPECT_FALSE(tree_->reload(description));
+    EXPECT_EQ(root_.findChild(3), &node);
+    EXPECT_EQ(node.children(), children);
+    std::vector<unsigned> ids;
+    for (const Entry& entry : description.entries) {
+      if (entry.parent == rootEntry) {
+        ids.push_back(entry.id);
+      }
+    }
+    std::vector<unsigned> present;
+    for (const ModelPart* child : root_.children()) {
+      present.push_back(child->id());
+    }
+    EXPECT_EQ(present, ids);
+  }
+}
+
+TEST_F(PublishedTrees, ReloadsManyTimesWithinTheSameMemory) {
+  for (int i = 0; i < 100; ++i) {
+    const std::string entries = R"({"name": "n", "children": [{"name": "v", "type": "int8",
+        "value": )" + std::to_string(i) +
+                                R"(}]}, {"name": "o)" + std::to_string(i % 2) +
+                                R"(", "type": "bool", "value": true})";
+    if (tree_ == nullptr) {
+      publish(nodeWith(entries));
+    }
+    EXPECT_FALSE(tree_->reload(nodeWith(entries)));
+    auto& top = dynamic_cast<ModelNode&>(*root_.children().at(0));
+    ASSERT_EQ(top.children().size(), 2U);
+    EXPECT_EQ(textOf(*dynamic_cast<ModelNode&>(*top.children()[0]).children().at(0)),
+              std::to_string(i));
+  }
+  tree_.reset();
+  EXPECT_TRUE(root_.children().empty());
+}
+
+TEST_F(PublishedTrees, ReloadsALargeNodeInShortTime) {
+  const auto many = [](std::size_t first, std::size_t step) {
+    std::string entries;
+    for (std::size_t id = 0; id < 60'000; ++id) {
+      entries += (id == 0 ? "" : ",") + std::string(R"({"name": "item_)") +
+                 std::to_string(first + id * step) + R"(", "type": "bool", "value": true})";
+    }
+    return nodeWith(entries);
+  };
+  publish(many(0, 1));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(tree_->reload(many(30'000, 2)));
+  EXPECT_FALSE(tree_->reload(many(1, 1)));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+/// Everything that clients can see of `part` and what is below it.
+std::string contentOf(ModelPart& part) {
+  std::ostringstream text;
+  text << part.id() << ' ' << part.name() << ' ' << part.status() << ' ' << part.subscribable();
+  if (auto* node = dynamic_cast<ModelNode*>(&part)) {
+    for (ModelPart* child : node->children()) {
+      text << " (" << contentOf(*child) << ')';
+    }
+  } else if (part.save(text, ModelSrv::ModelPartIndex_All) != ModelSrv::ModelRes_Success) {
+    text << '?';
+  }
+  return text.str();
+}
+
+/// The children of a random node, all with stated ids.
+std::string randomEntries(std::mt19937& random, int depth) {
+  const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };
+  std::vector<unsigned> ids{0, 1, 2, 3, 4};
+  std::shuffle(ids.begin(), ids.end(), random);
+  ids.resize(below(4));
+  std::string entries;
+  for (const unsigned id : ids) {
+    entries += (entries.empty() ? "" : ", ") + std::string(R"({"id": )") + std::to_string(id) +
+               R"(, "name": ")" + std::string(1, static_cast<char>('a' + below(2))) + '"';
+    if (depth > 0 && below(2) == 0) {
+      entries += R"(, "children": [)" + randomEntries(random, depth - 1) + "]}";
+      continue;
+    }
+    entries += below(4) == 0 ? R"(, "access": "read-only")" : "";
+    entries += below(4) == 0 ? R"(, "subscribable": false)" : "";
+    entries += R"(, "type": ")" + std::string(below(4) == 0 ? "int8" : "int16") + '"';
+    const std::string value = R"("value": )" + std::to_string(below(3));
+    entries +=
+        below(3) == 0 ? R"(, "elements": [{)" + value + R"(}, {"value": 1}]})" : ", " + value + "}";
+  }
+  return entries;
+}
+
+TEST_F(PublishedTrees, ReloadGivesTheTreeThatAFreshServerHas) {
+  std::mt19937 random(20);
+  publish(nodeWith(""));
+  for (int round = 0; round < 500; ++round) {
+    const std::string text = R"({"children": [)" + randomEntries(random, 3) + "]}";
+    ASSERT_FALSE(tree_->reload(describe(text)));
+    ModelSrv::ModelRoot root(&manager_);
+    PublishedTree fresh(describe(text));
+    ASSERT_FALSE(fresh.publish(root));
+    ASSERT_EQ(contentOf(root_), contentOf(root)) << text;
+  }
+}
+
+struct KeptIdsCase {
+  const char* what;
+  const char* before;  ///< of each entry its name, and its id if the file states it
+  const char* after;
+  const char* children;  ///< names and ids after the reload
+};
+
+class KeptIds : public PublishedTrees, public testing::WithParamInterface<KeptIdsCase> {
+ protected:
+  /// "a b=7" describes an entry a without and an entry b with the id 7.
+  static TreeDescription treeOf(const std::string& text) {
+    std::istringstream words(text);
+    std::string entries;
+    for (std::string word; words >> word;) {
+      const std::size_t sign = word.find('=');
+      entries += (entries.empty() ? R"({"name": ")" : R"(, {"name": ")") + word.substr(0, sign);
+      entries += sign == std::string::npos ? "\"" : "\", \"id\": " + word.substr(sign + 1);
+      entries += R"(, "type": "bool", "value": true})";
+    }
+    return nodeWith(entries);
+  }
+  std::string children() {
+    std::string text;
+    for (const ModelPart* part : dynamic_cast<ModelNode&>(*root_.children().at(0)).children()) {
+      text += (text.empty() ? "" : " ") + part->name() + "=" + std::to_string(part->id());
+    }
+    return text;
+  }
+};
+
+TEST_P(KeptIds, AreThoseOfTheSameNames) {
+  publish(treeOf(GetParam().before));
+  EXPECT_FALSE(tree_->reload(treeOf(GetParam().after)));
+  EXPECT_EQ(children(), GetParam().children);
+  EXPECT_FALSE(tree_->reload(treeOf(GetParam().after)));
+  EXPECT_EQ(children(), GetParam().children) << "again";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, KeptIds,
+    testing::Values(KeptIdsCase{"Unchanged", "a b c", "a b c", "a=1 b=2 c=3"},
+                    KeptIdsCase{"OneMoreInTheMiddle", "a b c", "a x b c", "a=1 x=4 b=2 c=3"},
+                    KeptIdsCase{"OneMoreAtTheEnd", "a b", "a b x", "a=1 b=2 x=3"},
+                    KeptIdsCase{"OneLess", "a b c", "a c", "a=1 c=3"},
+                    KeptIdsCase{"OneReplaced", "a b c", "a x c", "a=1 x=2 c=3"},
+                    KeptIdsCase{"OtherOrder", "a b c", "c b a", "c=3 b=2 a=1"},
+                    KeptIdsCase{"EqualNames", "a b a", "a x a b", "a=1 x=4 a=3 b=2"},
+                    KeptIdsCase{"AStatedIdComesFirst", "a b", "a x=2 b", "a=1 x=2 b=3"},
+                    KeptIdsCase{"AStatedIdThatIsMoved", "a b", "b=1 a", "b=1 a=2"},
+                    KeptIdsCase{"NoLongerStated", "a=5 b=9", "b a", "b=9 a=5"},
+                    KeptIdsCase{"AfterTheLastIdTheLowest", "a b=65533", "x a b=65533",
+                                "x=0 a=1 b=65533"}),
+    [](const auto& test) { return std::string(test.param.what); });
 
 struct StructureCase {
   const char* what;
@@ -130,10 +314,13 @@ struct StructureCase {
 
 class OtherStructure : public PublishedTrees, public testing::WithParamInterface<StructureCase> {};
 
-TEST_P(OtherStructure, IsNotUpdatedInPlace) {
+TEST_P(OtherStructure, ReplacesThePart) {
   publish(nodeWith(std::string(array)));
-  EXPECT_FALSE(tree_->updateValues(nodeWith(GetParam().entry)));
-  EXPECT_EQ(textOf(*onlyPart()), "1\n2");
+  const ModelPart* const node = root_.children().at(0);
+  const ModelPart* const part = onlyPart();
+  EXPECT_FALSE(tree_->reload(nodeWith(GetParam().entry)));
+  EXPECT_EQ(root_.children().at(0), node);
+  EXPECT_NE(onlyPart(), part);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -155,13 +342,7 @@ INSTANTIATE_TEST_SUITE_P(
                         "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
         StructureCase{"Access", R"({"access": "read-only", "type": "uint8",
                             "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
-        StructureCase{"Subscribable", R"({"subscribable": false, "type": "uint8",
-                                  "elements": [{"name": "a", "value": 7}, {"value": 8}]})"},
-        StructureCase{"Node", R"({"children": []})"},
-        StructureCase{"OneMore",
-                      R"({"type": "uint8", "elements": [{"name": "a", "value": 7}, {"value": 8}]},
-                            {"children": []})"},
-        StructureCase{"Nothing", ""}),
+        StructureCase{"Node", R"({"children": []})"}),
     [](const auto& test) { return std::string(test.param.what); });
 
 }  // namespace
