@@ -43,7 +43,8 @@ std::string become(const Identity& identity) {
   return command;
 }
 
-Intruder::Intruder(const Identity& identity, const std::function<int()>& action) {
+Intruder::Intruder(const Identity& identity, const std::function<int()>& action,
+                   const std::function<void()>& further) {
   int report[2];
   if (::pipe2(report, O_CLOEXEC) != 0) {
     return;
@@ -56,6 +57,9 @@ Intruder::Intruder(const Identity& identity, const std::function<int()>& action)
     const auto result = static_cast<unsigned char>(action());
     if (::write(report[1], &result, 1) != 1) {
       ::_exit(1);
+    }
+    if (further) {
+      further();
     }
     for (;;) {
       ::pause();

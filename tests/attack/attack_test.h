@@ -40,9 +40,11 @@ std::string become(const Identity& identity);
 /// destroyed. It is killed then, or when the test's process ends.
 class Intruder {
  public:
-  /// Runs `action` in a child process with `identity`, and returns when it has returned.
-  /// The action makes system calls only; what it returns, 0 to 255, is the result.
-  Intruder(const Identity& identity, const std::function<int()>& action);
+  /// Runs `action` in a child process with `identity`, and returns when it has returned; the
+  /// child then runs `further`. They make system calls only; what the action returns, 0 to
+  /// 255, is the result.
+  Intruder(const Identity& identity, const std::function<int()>& action,
+           const std::function<void()>& further = {});
   ~Intruder();
   Intruder(const Intruder&) = delete;
   Intruder& operator=(const Intruder&) = delete;

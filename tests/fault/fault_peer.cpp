@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <grp.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -183,6 +184,7 @@ void Peer::runCommands() {
   const std::map<std::string, std::function<std::string(Words&)>> commands{
       // The process.
       {"become", [this](Words& words) { return become(words); }},
+      {"isolate", [](Words&) { return okOrErrno(::unshare(CLONE_NEWNET) == 0); }},
       {"umask",
        [](Words& words) {
          ::umask(static_cast<mode_t>(std::stoul(take<std::string>(words), nullptr, 8)));

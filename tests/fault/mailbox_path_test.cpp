@@ -115,18 +115,5 @@ TEST_F(MailboxPaths, PipeOfAnotherUserIsRejectedEvenIfItHasAGroupOfThisProcess) 
   EXPECT_EQ(reader.pendingBytes(), 0U);
 }
 
-TEST_F(MailboxPaths, ServerWhoseMailboxWasRemovedLeavesTheMailboxOfItsSuccessor) {
-  Peer first;
-  ASSERT_EQ(first.execute("serve " + port), success());
-  ASSERT_EQ(::unlink(mailbox.c_str()), 0);
-  Peer second;
-  ASSERT_EQ(second.execute("serve " + port), success());
-  ASSERT_EQ(second.execute("set 2"), success());
-  first.quit();
-  Client client;
-  ASSERT_EQ(client.connect(port).result, ModelRes_Success);
-  EXPECT_EQ(client.get(client.counter).text, "2");
-}
-
 }  // namespace
 }  // namespace fault

@@ -86,7 +86,7 @@ TEST(Modelsrvd, IsPrivateToItsUserUnlessAGroupIsNamed) {
   const std::string group = std::to_string(::getegid());
   test_support::ModelServer shared({"--synthetic", "1x1", "--group", group});
   ASSERT_EQ(::stat(mailboxPath(shared.name()).c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777U, 0660U);
+  EXPECT_EQ(status.st_mode & 07777U, 0620U);
   EXPECT_EQ(status.st_gid, ::getegid());
   test_support::TreeClient client(shared.name());
   EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);

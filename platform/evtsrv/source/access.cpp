@@ -8,7 +8,6 @@ constexpr uid_t rootUser = 0;
 
 constexpr mode_t permissionBits = 07777;
 constexpr mode_t othersBits = 07;
-constexpr mode_t groupAndOthersBits = 077;
 
 bool isShared(const struct stat& mailbox) {
   return (mailbox.st_mode & groupAndOthersBits) == (sharedMailboxMode & groupAndOthersBits);

@@ -15,6 +15,7 @@ inline constexpr mode_t ownMode = 0600;
 /// The members of the group write hellos and read none.
 inline constexpr mode_t sharedMailboxMode = 0620;
 inline constexpr mode_t sharedPipeMode = 0660;
+inline constexpr mode_t groupAndOthersBits = 077;
 
 /// Who may open a pipe that this process makes.
 struct PipeAccess {

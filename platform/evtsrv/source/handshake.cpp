@@ -17,7 +17,7 @@ namespace {
 constexpr int maxTokenAttempts = 16;
 
 // How often the mailbox may be removed and made again while it is being opened.
-constexpr int maxOpenAttempts = 16;
+constexpr int maxMailboxAttempts = 16;
 
 }  // namespace
 
@@ -45,7 +45,7 @@ EvtRes Handshake::begin(const std::string& name, const std::optional<MailboxOwne
 EvtRes Handshake::openMailbox(const std::string& name) {
   const std::string path = mailboxPath(name);
   struct stat status {};
-  for (int attempt = 0; attempt < maxOpenAttempts; ++attempt) {
+  for (int attempt = 0; attempt < maxMailboxAttempts; ++attempt) {
     int result = mailbox_.adopt(system_, system_.open(path, O_WRONLY | O_NONBLOCK));
     result = result < 0 ? result : system_.fstat(mailbox_.number(), status);
     if (result < 0) {

@@ -1,9 +1,13 @@
 #include "evtsrv/source/mailbox.h"
 
 #include <fcntl.h>
+#include <sys/inotify.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstring>
+#include <utility>
 
 #include "evtsrv/source/access.h"
 
@@ -13,6 +17,11 @@ namespace {
 
 // How often another process may remove the mailbox while it is being opened.
 constexpr int maxOpenAttempts = 16;
+
+// The most bytes that one read takes from the watch.
+constexpr std::size_t watchReadSize = 4096;
+// How often one dispatch reads from it.
+constexpr int maxWatchReads = 16;
 
 bool isAllowedInPortName(char character) {
   const auto byte = static_cast<unsigned char>(character);
@@ -36,20 +45,36 @@ EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_
   }
   system_ = &system;
   path_ = mailboxPath(name);
-  for (int attempt = 0; attempt < maxOpenAttempts; ++attempt) {
-    EvtRes result = EvtRes_SystemError;
-    if (tryOpen(group, result) == Attempt::done) {
-      if (result != EvtRes_Success) {
-        pipe_.reset();
-      }
-      return result;
-    }
+  group_ = group;
+  EvtRes result = claim_.take(system, name);
+  if (result == EvtRes_Success) {
+    // Without watches a mailbox that is removed stays away.
+    static_cast<void>(watch_.adopt(system, system.createWatch()));
+    result = makePipe();
   }
-  pipe_.reset();
-  return EvtRes_SystemError;
+  isOpen_ = result == EvtRes_Success;
+  if (!isOpen_) {
+    watch_.reset();
+    claim_.release();
+  }
+  return result;
 }
 
-Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
+EvtRes Mailbox::makePipe() {
+  EvtRes result = EvtRes_SystemError;
+  for (int attempt = 0; attempt < maxOpenAttempts; ++attempt) {
+    if (tryMake(result) == Attempt::done) {
+      break;
+    }
+    result = EvtRes_SystemError;
+  }
+  if (result != EvtRes_Success) {
+    pipe_.reset();
+  }
+  return result;
+}
+
+Mailbox::Attempt Mailbox::tryMake(EvtRes& result) {
   const int made = system_->makeFifo(path_, ownMode);
   const auto failed = [&](int error) {
     // A pipe that nobody will serve is not left behind. A server that takes it over just
@@ -84,34 +109,63 @@ Mailbox::Attempt Mailbox::tryOpen(std::optional<gid_t> group, EvtRes& result) {
   if (step < 0) {
     return step == -ENOENT ? Attempt::again : failed(step);
   }
-  struct stat opened {};
-  step = system_->fstat(pipe_.number(), opened);
-  if (step < 0) {
-    return failed(step);
-  }
-  if (!isSameFile(named, opened)) {
-    return Attempt::again;
-  }
-  step = system_->lock(pipe_.number());
-  if (step == -EWOULDBLOCK) {
+  step = lockPipe(named);
+  if (step == -EBUSY) {
     result = EvtRes_NameInUse;
     return Attempt::done;
   }
   if (step < 0) {
-    return failed(step);
+    return step == -EAGAIN ? Attempt::again : failed(step);
   }
-  if (!pathLeadsToPipe()) {
-    return Attempt::again;
-  }
-  const PipeAccess access{std::nullopt, group, group ? sharedMailboxMode : ownMode};
-  step = setAccess(*system_, name.number(), opened, access);
+  const PipeAccess access{std::nullopt, group_, group_ ? sharedMailboxMode : ownMode};
+  step = setAccess(*system_, name.number(), named, access);
   if (step < 0) {
-    remove();
+    static_cast<void>(system_->unlink(path_));
     result = resultOf(step);
     return Attempt::done;
   }
+  watchPipe();
   result = EvtRes_Success;
-  return Attempt::done;
+  // If it was removed before it was watched.
+  return pathLeadsToPipe() ? Attempt::done : Attempt::again;
+}
+
+/// Locks the pipe, which was opened by the name of the file `named`. 0; `-EBUSY` if a live
+/// server has it; `-EAGAIN` if another pipe is to be tried; or another negative error number.
+int Mailbox::lockPipe(const struct stat& named) {
+  struct stat opened {};
+  int step = system_->fstat(pipe_.number(), opened);
+  if (step == 0 && !isSameFile(named, opened)) {
+    return -EAGAIN;
+  }
+  step = step < 0 ? step : system_->lock(pipe_.number());
+  // Members of a group may have opened it for writing, and lock it then.
+  const bool mayBeHeldByOthers = (named.st_mode & groupAndOthersBits) != 0;
+  if (step == -EWOULDBLOCK) {
+    pipe_.reset();
+    if (!mayBeHeldByOthers || isRead()) {
+      return -EBUSY;
+    }
+  } else if (step < 0) {
+    return step;
+  } else if (!pathLeadsToPipe()) {
+    return -EAGAIN;
+  }
+  if (!mayBeHeldByOthers) {
+    return 0;
+  }
+  // The lock or, if another user has that, the claim keeps other servers from the name.
+  if (pathLeadsTo(named)) {
+    static_cast<void>(system_->unlink(path_));
+  }
+  return -EAGAIN;
+}
+
+/// Whether a process reads the mailbox: a live server, since only this user and root can
+/// open a shared one for reading. This process must not have it open.
+bool Mailbox::isRead() {
+  FileDescriptor writer;
+  return writer.adopt(*system_, system_->open(path_, O_WRONLY | O_NONBLOCK)) != -ENXIO;
 }
 
 int Mailbox::openPipe(const FileDescriptor& name, const struct stat& named) {
@@ -129,20 +183,93 @@ int Mailbox::openPipe(const FileDescriptor& name, const struct stat& named) {
 }
 
 bool Mailbox::pathLeadsToPipe() {
-  struct stat named {};
   struct stat opened {};
-  return system_->lstat(path_, named) == 0 && system_->fstat(pipe_.number(), opened) == 0 &&
-         isSameFile(named, opened);
+  return pipe_.isOpen() && system_->fstat(pipe_.number(), opened) == 0 && pathLeadsTo(opened);
+}
+
+bool Mailbox::pathLeadsTo(const struct stat& file) {
+  struct stat named {};
+  return system_->lstat(path_, named) == 0 && isSameFile(named, file);
 }
 
 void Mailbox::remove() {
-  if (!pipe_.isOpen()) {
+  if (!isOpen_) {
     return;
   }
+  isOpen_ = false;
+  endWatch();
+  watch_.reset();
   if (pathLeadsToPipe()) {
     static_cast<void>(system_->unlink(path_));
   }
   pipe_.reset();
+  claim_.release();
+}
+
+EvtRes Mailbox::restore() {
+  pipe_.reset();
+  EvtRes result = makePipe();
+  if (result != EvtRes_Success) {
+    watchDirectory();
+    // What was in the way may have gone before it was watched.
+    result = makePipe();
+  }
+  awaitsName_ = result == EvtRes_NotPermitted || result == EvtRes_NameInUse;
+  return result;
+}
+
+void Mailbox::watchPipe() {
+  endWatch();
+  if (watch_.isOpen()) {
+    // While the pipe is open, its removal is a change of the number of its links.
+    watchNumber_ =
+        system_->addWatch(watch_.number(), path_, IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF);
+  }
+}
+
+void Mailbox::watchDirectory() {
+  endWatch();
+  if (watch_.isOpen()) {
+    watchNumber_ = system_->addWatch(watch_.number(), pipeDirectory, IN_DELETE | IN_MOVED_FROM);
+  }
+}
+
+void Mailbox::endWatch() {
+  if (watchNumber_ >= 0) {
+    system_->removeWatch(watch_.number(), std::exchange(watchNumber_, -1));
+  }
+}
+
+bool Mailbox::takeRemoval() {
+  alignas(inotify_event) std::array<std::uint8_t, watchReadSize> bytes{};
+  bool mayBeFree = false;
+  for (int reads = 0; reads < maxWatchReads; ++reads) {
+    const ssize_t count = system_->read(watch_.number(), bytes);
+    if (count <= 0) {
+      break;
+    }
+    mayBeFree = mayBeFree || !awaitsName_ ||
+                reportsName(std::span(bytes).first(static_cast<std::size_t>(count)));
+  }
+  return isOpen_ && !pathLeadsToPipe() && (pipe_.isOpen() || mayBeFree);
+}
+
+/// Whether one of the events is of this mailbox's name, or may be.
+bool Mailbox::reportsName(std::span<const std::uint8_t> events) const {
+  const std::string_view file = std::string_view(path_).substr(path_.rfind('/') + 1);
+  while (events.size() >= sizeof(inotify_event)) {
+    inotify_event event{};
+    std::memcpy(&event, events.data(), sizeof event);
+    events = events.subspan(sizeof event);
+    const std::size_t length = std::min<std::size_t>(event.len, events.size());
+    // The name is padded with zero bytes.
+    const std::string_view padded(reinterpret_cast<const char*>(events.data()), length);
+    if ((event.mask & IN_Q_OVERFLOW) != 0 || padded.substr(0, padded.find('\0')) == file) {
+      return true;
+    }
+    events = events.subspan(length);
+  }
+  return false;
 }
 
 }  // namespace EvtSrv::internal

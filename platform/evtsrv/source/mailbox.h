@@ -1,14 +1,18 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "evtsrv/result.h"
 #include "evtsrv/source/file_descriptor.h"
+#include "evtsrv/source/name_claim.h"
 
 /// The mailbox of a port: its name and path, and the server's end of it.
 namespace EvtSrv::internal {
@@ -26,8 +30,11 @@ bool isPortName(std::string_view name);
 /// The path of the mailbox of port `name`.
 std::string mailboxPath(std::string_view name);
 
-/// The server's end of a mailbox: open, locked against a second server, and removed on
-/// destruction.
+/// The server's end of a mailbox: open, locked against a second server, watched, and removed
+/// on destruction.
+///
+/// If somebody removes or moves the mailbox, `watchDescriptor` becomes readable, and
+/// `restore` makes it again. The claim to the name is kept meanwhile.
 class Mailbox {
  public:
   Mailbox() = default;
@@ -36,29 +43,57 @@ class Mailbox {
   Mailbox& operator=(const Mailbox&) = delete;
 
   /// Makes the mailbox of port `name`, or takes over the one that a dead server has
-  /// left, and sets its access for `group`. Hellos that are in it are kept.
+  /// left, and sets its access for `group`. Hellos that are in it are kept, unless other
+  /// users may have it open: then it is replaced.
   /// `EvtRes_NameInUse` if a live server has the mailbox; `EvtRes_NotPermitted` if the
   /// path leads to anything but a pipe of this process's effective user that has no other
   /// link, which is then left as it is.
   EvtRes open(System& system, const std::string& name, std::optional<gid_t> group);
 
+  /// Takes what the watch has reported. Returns whether the mailbox has to be restored: its
+  /// path does not lead to the pipe any more.
+  [[nodiscard]] bool takeRemoval();
+
+  /// Closes the pipe and makes the mailbox again, with the results of `open`. After an error
+  /// there is no pipe, and `takeRemoval` returns true when it may be tried again.
+  EvtRes restore();
+
   /// Removes the path, while the lock still keeps other servers out, and closes the
   /// pipe. Does nothing if it is not open.
   void remove();
 
+  /// The pipe; negative if it is not open, or could not be restored.
   [[nodiscard]] int descriptor() const { return pipe_.number(); }
-  [[nodiscard]] bool isOpen() const { return pipe_.isOpen(); }
+  /// Readable when `takeRemoval` is to be called. Negative if the system does not permit
+  /// watches: then a mailbox that is removed stays away.
+  [[nodiscard]] int watchDescriptor() const { return watch_.number(); }
+  /// Whether the port is served, from `open` to `remove`.
+  [[nodiscard]] bool isOpen() const { return isOpen_; }
 
  private:
   enum class Attempt { done, again };
 
-  Attempt tryOpen(std::optional<gid_t> group, EvtRes& result);
+  EvtRes makePipe();
+  Attempt tryMake(EvtRes& result);
+  int lockPipe(const struct stat& named);
   int openPipe(const FileDescriptor& name, const struct stat& named);
   bool pathLeadsToPipe();
+  bool pathLeadsTo(const struct stat& file);
+  bool isRead();
+  [[nodiscard]] bool reportsName(std::span<const std::uint8_t> events) const;
+  void watchPipe();
+  void watchDirectory();
+  void endWatch();
 
   System* system_ = nullptr;
   std::string path_;
+  std::optional<gid_t> group_;
+  bool isOpen_ = false;
+  NameClaim claim_;
   FileDescriptor pipe_;
+  FileDescriptor watch_;
+  int watchNumber_ = -1;     // Of the pipe, or of the directory while there is no pipe.
+  bool awaitsName_ = false;  // Another file has the name.
 };
 
 }  // namespace EvtSrv::internal

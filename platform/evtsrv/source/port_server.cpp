@@ -12,6 +12,14 @@
 
 namespace EvtSrv::internal {
 
+namespace {
+
+// The roles of the descriptors.
+constexpr unsigned mailboxRole = 0;
+constexpr unsigned watchRole = 1;
+
+}  // namespace
+
 EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
   core_.clientMutex().assertHeld();
   if (core_.state() != EvtRes_Success) {
@@ -30,7 +38,10 @@ EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
     reserve_.reset();
     return opened;
   }
-  result = core_.reactor().add(mailbox_.descriptor(), EPOLLIN, *this, 0, onMailbox_);
+  result = listen();
+  if (result == 0 && mailbox_.watchDescriptor() >= 0) {
+    result = core_.reactor().add(mailbox_.watchDescriptor(), EPOLLIN, *this, watchRole, onWatch_);
+  }
   if (result < 0) {
     closeMailbox();
     return resultOf(result);
@@ -38,8 +49,13 @@ EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
   return EvtRes_Success;
 }
 
+int PortServer::listen() {
+  return core_.reactor().add(mailbox_.descriptor(), EPOLLIN, *this, mailboxRole, onMailbox_);
+}
+
 void PortServer::closeMailbox() {
   onMailbox_.end();
+  onWatch_.end();
   mailbox_.remove();
   reserve_.reset();
   hellos_ = {};
@@ -100,10 +116,41 @@ void PortServer::linkEnded(ServerLink& link) {
   endStopIfDone();
 }
 
-bool PortServer::ready(unsigned /*role*/, std::uint32_t /*events*/) {
+bool PortServer::ready(unsigned role, std::uint32_t /*events*/) {
   core_.clientMutex().assertHeld();
   // openSession() may make the owner release this.
   const auto keepAlive = shared_from_this();
+  if (role == mailboxRole) {
+    return serveMailbox();
+  }
+  if (!mailbox_.takeRemoval()) {
+    return false;
+  }
+  // Clients that have found the mailbox before it was removed are served.
+  const bool served = mailbox_.descriptor() >= 0 && serveMailbox();
+  restoreMailbox();
+  return served;
+}
+
+void PortServer::restoreMailbox() {
+  if (!mailbox_.isOpen()) {
+    return;
+  }
+  onMailbox_.end();
+  hellos_ = {};
+  const EvtRes result = mailbox_.restore();
+  if (result == EvtRes_Success) {
+    // It fails only without memory; connections go on, and new ones find no server.
+    static_cast<void>(listen());
+  } else if (result == EvtRes_NameInUse && port_ != nullptr) {
+    port_->nameLost();
+    for (const auto& link : std::exchange(links_, {})) {
+      link->closeSilently();
+    }
+  }
+}
+
+bool PortServer::serveMailbox() {
   try {
     readMailbox();
   } catch (const std::bad_alloc&) {

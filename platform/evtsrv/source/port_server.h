@@ -21,7 +21,11 @@
 namespace EvtSrv::internal {
 
 /// The server side of an event port: its mailbox, and a `ServerLink` for every
-/// client that has said hello there. Requires the client mutex for every call,
+/// client that has said hello there. If somebody removes the mailbox, it is made again at
+/// the next dispatch, and the connections stay. If that is not possible, it is tried again
+/// when something is removed from the directory; should another server have the name by
+/// then, which the mailbox's claim prevents as far as the system lets it, the connections
+/// end, so that the two never serve side by side. Requires the client mutex for every call,
 /// destruction included.
 ///
 /// Made with `std::make_shared`. A dispatch under way keeps the object alive, so the
@@ -59,6 +63,9 @@ class PortServer final : public ReadyHandler,
   void linkEnded(ServerLink& link) override;
 
  private:
+  bool serveMailbox() KRV_REQUIRES(core_.clientMutex());
+  int listen() KRV_REQUIRES(core_.clientMutex());
+  void restoreMailbox() KRV_REQUIRES(core_.clientMutex());
   void readMailbox() KRV_REQUIRES(core_.clientMutex());
   void accept(const Hello& hello);
   void openLink(ServerPipes pipes);
@@ -75,6 +82,7 @@ class PortServer final : public ReadyHandler,
   std::optional<gid_t> group_;
   Mailbox mailbox_;
   Registration onMailbox_;
+  Registration onWatch_;
   HelloScanner hellos_;
   FileDescriptor reserve_;  // Closed to refuse a client when there is no other descriptor.
   std::vector<std::shared_ptr<ServerLink>> links_;

@@ -54,6 +54,10 @@ class ServedPort {
   /// Makes the session of a client that has connected; null refuses the client.
   /// `connection` outlives the session.
   virtual std::unique_ptr<ServerSession> openSession(ServerConnection& connection) = 0;
+
+  /// Another server serves the name now. The connections end after this; what their clients
+  /// have cached must not be used any more.
+  virtual void nameLost() {}
 };
 
 }  // namespace EvtSrv::internal

@@ -25,6 +25,9 @@
 /// thread-safe. Tests derive from `PosixSystem` to make a call fail or to control time.
 namespace EvtSrv::internal {
 
+/// The longest name of a socket in the abstract namespace.
+inline constexpr std::size_t maxAddress = 106;
+
 class System {
  public:
   virtual ~System() = default;
@@ -95,6 +98,20 @@ class System {
   /// getpid(2).
   [[nodiscard]] virtual std::uint32_t processId() = 0;
 
+  /// Makes a Unix socket that holds the abstract address `name` (unix(7), at most
+  /// `maxAddress` bytes) as long as it is open. `-EADDRINUSE` if another one has it.
+  [[nodiscard]] virtual int claimAddress(std::string_view name) = 0;
+  /// Sets `user` to the effective user that has claimed `name`. `-ECONNREFUSED` if nobody
+  /// has, or not completely.
+  [[nodiscard]] virtual int holderOfAddress(std::string_view name, uid_t& user) = 0;
+
+  /// inotify_init1(2), nonblocking.
+  [[nodiscard]] virtual int createWatch() = 0;
+  /// inotify_add_watch(2) for `events`; a link is not followed. The watch's number.
+  [[nodiscard]] virtual int addWatch(int watch, const std::string& path, std::uint32_t events) = 0;
+  /// inotify_rm_watch(2).
+  virtual void removeWatch(int watch, int number) = 0;
+
   /// The time of the monotonic clock in milliseconds.
   [[nodiscard]] virtual std::int64_t nowMs() = 0;
   [[nodiscard]] virtual uid_t effectiveUser() = 0;
@@ -151,6 +168,11 @@ class PosixSystem : public System {
   void unmap(const void* mapping, std::size_t size) override;
   int openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) override;
   std::uint32_t processId() override;
+  int claimAddress(std::string_view name) override;
+  int holderOfAddress(std::string_view name, uid_t& user) override;
+  int createWatch() override;
+  int addWatch(int watch, const std::string& path, std::uint32_t events) override;
+  void removeWatch(int watch, int number) override;
   std::int64_t nowMs() override;
   uid_t effectiveUser() override;
   bool isPrimaryGroup(gid_t group) override;

@@ -27,6 +27,7 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
 
   std::unique_ptr<EvtSrv::internal::ServerSession> openSession(
       EvtSrv::internal::ServerConnection& connection) override;
+  void nameLost() override { share_->invalidator.close(); }
 
   [[nodiscard]] CacheInvalidator& invalidator() { return share_->invalidator; }
 

@@ -1,10 +1,6 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -42,57 +38,6 @@ TEST_F(Reconnection, IsTriedByEachRequestAndFailsAtOnceWithoutAServer) {
   }
   server_ = std::make_unique<Server>(name_);
   EXPECT_EQ(client_.text(speedChain), "42");
-}
-
-/// Writes garbage into every request pipe of this process, which ends the connections of a
-/// server that stays alive. Returns when they have ended.
-void breakConnections() {
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code error;
-    const std::string target = std::filesystem::read_symlink(entry, error).string();
-    const int number = std::stoi(entry.path().filename().string());
-    if (error || target.find(".req") == std::string::npos ||
-        (::fcntl(number, F_GETFL) & O_ACCMODE) != O_WRONLY) {
-      continue;
-    }
-    const std::string garbage(64, '\xff');
-    ASSERT_EQ(::write(number, garbage.data(), garbage.size()),
-              static_cast<ssize_t>(garbage.size()));
-    pollfd pipe{number, 0, 0};
-    ASSERT_EQ(::poll(&pipe, 1, test_support::timeoutMilliseconds), 1);
-  }
-}
-
-/// The server's connections end, and another server takes its name while it is still alive.
-class Replacement : public Reconnection {
- protected:
-  void SetUp() override {
-    Reconnection::SetUp();
-    // The second prefetch has several parts, so both values are cached.
-    ASSERT_EQ(client_.text(labelChain), "two words");
-    ASSERT_EQ(client_.text(speedChain), "42");
-    ASSERT_EQ(std::remove(("/tmp/" + name_ + ".fifo").c_str()), 0);
-    other_ = std::make_unique<Server>(name_);
-    ASSERT_EQ(other_->speed.setValue(7), ModelRes_Success);
-    breakConnections();
-  }
-  std::unique_ptr<Server> other_;
-};
-
-TEST_F(Replacement, UsesNothingCachedOfTheFirstServerAfterAStoreAtTheSecond) {
-  ASSERT_EQ(client_.load(labelChain, "new"), ModelRes_Success);
-  EXPECT_EQ(other_->label.value(), "new");
-  EXPECT_EQ(client_.text(labelChain), "new");
-  EXPECT_EQ(client_.text(speedChain), "7");
-}
-
-TEST_F(Replacement, RestoresALostConnectionWithTheNextRequest) {
-  // The client notices the loss while it dispatches events.
-  while (client_.manager.receiveEvent(test_support::timeoutMilliseconds) ==
-             EvtSrv::EvtRes_Success &&
-         client_.text(speedChain) == "42") {
-  }
-  EXPECT_EQ(client_.text(speedChain), "7");
 }
 
 TEST_F(Reconnection, RenewsSubscriptions) {

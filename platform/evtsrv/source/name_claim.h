@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "evtsrv/result.h"
+#include "evtsrv/source/file_descriptor.h"
+#include "evtsrv/source/system.h"
+
+namespace EvtSrv::internal {
+
+/// The claim of a server to the name of its port, beside the lock on its mailbox. It has no
+/// file: it outlasts the mailbox if somebody removes that, it ends with the process, and no
+/// member of a group with which the port is shared can take it.
+///
+/// It is an address in the abstract namespace of Unix sockets, which the kernel gives to one
+/// process at a time. Nothing is sent there. Every user may take any address, so it counts
+/// only if its holder belongs to this user; if another user has it, or sockets are not
+/// permitted, the lock on the mailbox alone decides.
+class NameClaim {
+ public:
+  /// Claims `name`. `EvtRes_NameInUse` if another server of this user has it;
+  /// `EvtRes_NoDescriptors`; otherwise `EvtRes_Success`, whether it is held or cannot be had.
+  EvtRes take(System& system, const std::string& name);
+
+  void release() { socket_.reset(); }
+
+  [[nodiscard]] bool isHeld() const { return socket_.isOpen(); }
+
+ private:
+  FileDescriptor socket_;
+};
+
+}  // namespace EvtSrv::internal

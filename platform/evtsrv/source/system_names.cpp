@@ -1,0 +1,82 @@
+// The calls of PosixSystem that claim addresses and watch files.
+
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+
+#include "evtsrv/source/file_descriptor.h"
+#include "evtsrv/source/system.h"
+
+namespace EvtSrv::internal {
+
+namespace {
+
+static_assert(maxAddress < sizeof(sockaddr_un::sun_path));
+
+template <typename Number>
+Number orErrno(Number value) {
+  return value >= 0 ? value : static_cast<Number>(-errno);
+}
+
+/// Calls bind(2) or connect(2) with an abstract address: a zero byte and the name.
+template <typename Call>
+int withAddress(Call call, int socket, std::string_view name) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::size_t size = std::min(name.size(), maxAddress);
+  std::copy_n(name.begin(), size, address.sun_path + 1);
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + size);
+  return orErrno(call(socket, reinterpret_cast<const sockaddr*>(&address), length));
+}
+
+int makeSocket() {
+  return orErrno(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+}
+
+}  // namespace
+
+int PosixSystem::claimAddress(std::string_view name) {
+  const int socket = makeSocket();
+  int result = socket < 0 ? socket : withAddress(::bind, socket, name);
+  if (result == 0) {
+    result = orErrno(::listen(socket, SOMAXCONN));
+  }
+  if (result < 0 && socket >= 0) {
+    close(socket);
+  }
+  return result < 0 ? result : socket;
+}
+
+int PosixSystem::holderOfAddress(std::string_view name, uid_t& user) {
+  FileDescriptor socket;
+  int result = socket.adopt(*this, makeSocket());
+  result = result < 0 ? result : withAddress(::connect, socket.number(), name);
+  ucred holder{};
+  socklen_t size = sizeof holder;
+  if (result == 0) {
+    result = orErrno(::getsockopt(socket.number(), SOL_SOCKET, SO_PEERCRED, &holder, &size));
+  }
+  if (result == 0) {
+    user = holder.uid;
+  }
+  return result;
+}
+
+int PosixSystem::createWatch() {
+  return orErrno(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+}
+
+int PosixSystem::addWatch(int watch, const std::string& path, std::uint32_t events) {
+  return orErrno(::inotify_add_watch(watch, path.c_str(), events | IN_DONT_FOLLOW));
+}
+
+void PosixSystem::removeWatch(int watch, int number) {
+  // It fails only if the file, and the watch with it, is gone.
+  static_cast<void>(::inotify_rm_watch(watch, number));
+}
+
+}  // namespace EvtSrv::internal
