@@ -68,11 +68,15 @@ class World:
         with self.idle:
             self.paused = True
             if not self.idle.wait_for(lambda: self.busy == 0, 4 * TIME_LIMIT):
+                self.paused = False
+                self.idle.notify_all()
                 raise Wrong("an actor does not finish its step")
-        yield
-        with self.idle:
-            self.paused = False
-            self.idle.notify_all()
+        try:
+            yield
+        finally:
+            with self.idle:
+                self.paused = False
+                self.idle.notify_all()
 
     def act(self, actor):
         """Runs the generator `actor`: each step yields how long to wait after it."""
@@ -165,7 +169,7 @@ def value_of(lines, path):
 
 def expect(condition, what, lines):
     if not condition:
-        raise Wrong(f"{what}: {lines}")
+        raise Wrong(f"{what}: {lines[:40]}")
 
 
 def check_shapes(world, own):
@@ -384,6 +388,7 @@ def main():
     parser.add_argument("--seconds", type=float,
                         default=float(os.environ.get("TREESCOPE_SOAK_SECONDS", 60)))
     options = parser.parse_args()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     world = World(options, isolate())
     try:
         soak(world)
