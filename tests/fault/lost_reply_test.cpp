@@ -262,8 +262,8 @@ TEST_F(Renewal, IsRequestedOnceIfTheServerIsOlder) {
          [&] { ASSERT_EQ(client_.subscribe(client_.counter), ModelRes_Success); });
   reconnect([this] {
     reply(wire::subscribe, ModelSrv::ModelRes_NoSuchPart);
-    reply(wire::renew, wire::badRequest);
     reply(wire::subscribe, ModelSrv::ModelRes_NoSuchPart);
+    reply(wire::renew, wire::badRequest);
   });
 }
 

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <string>
+#include <thread>
+
 #include "tests/support/process.h"
 #include "tests/terminal/terminal_test.h"
 
@@ -78,6 +82,24 @@ TEST_F(Updates, EndWithTheirSubscription) {
   setElsewhere("43", "/drive/speed");
   ASSERT_TRUE(showsText("/drive/speed"));
   EXPECT_FALSE(screen().find("[2.5]").has_value());
+}
+
+TEST_F(Updates, ComeFromARestartedServerWithoutAKey) {
+  startWatching();
+  server_.kill();
+  server_.restart();
+  // Changes come before and after the shell has subscribed again.
+  std::atomic<bool> isShown{false};
+  std::thread changes([&] {
+    for (int value = 100; !isShown.load(); ++value) {
+      setElsewhere(std::to_string(value), "/drive/speed");
+    }
+  });
+  const auto shown = showsText("/drive/speed");
+  isShown = true;
+  changes.join();
+  EXPECT_TRUE(shown);
+  ASSERT_TRUE(run("get speed"));
 }
 
 }  // namespace

@@ -29,18 +29,32 @@ ClientLink::ClientLink(ManagerCore& core, EventSink& sink, ConnectionPipes pipes
       pipes_(std::move(pipes)),
       replyBytes_(std::make_unique_for_overwrite<std::uint8_t[]>(readSize)) {}
 
-EvtRes ClientLink::open() {
+EvtRes ClientLink::open(ClientLinkOwner& owner) {
   core_.clientMutex().assertHeld();
-  const int result = core_.reactor().add(pipes_.event.number(), EPOLLIN, *this, 0, registration_);
+  const EvtRes result = listen();
+  if (result == EvtRes_Success) {
+    owner_ = &owner;
+  }
+  return result;
+}
+
+EvtRes ClientLink::listen() {
+  const int result =
+      core_.reactor().add(pipes_.event.number(), EPOLLIN, *this, eventRole, onEvent_);
   return result < 0 ? fail(resultOf(result)) : EvtRes_Success;
 }
 
 EvtRes ClientLink::fail(EvtRes error) {
   if (error_ == EvtRes_Success) {
     error_ = error;
-    registration_.end();
+    onEvent_.end();
+    onReply_.end();
+    onRequest_.end();
     pipes_ = {};
     std::vector<std::uint8_t>().swap(pendingOutput_);
+    if (ClientLinkOwner* owner = std::exchange(owner_, nullptr)) {
+      owner->linkLost();
+    }
   }
   return error_;
 }
@@ -228,6 +242,11 @@ EvtRes ClientLink::takeReplies(const std::uint32_t* wanted, Reply* reply) {
     if (status == FrameReader::Status::malformed || frame.header.kind != FrameKind::reply) {
       return fail(EvtRes_Protocol);
     }
+    if (postedDone_ < posted_.size() && frame.header.sequence == posted_[postedDone_]) {
+      ++postedDone_;
+      sink_.replyReceived(frame.header.code);
+      continue;
+    }
     if (wanted != nullptr && frame.header.sequence == *wanted) {
       *reply = {frame.header.code, frame.header.order, frame.payload, reply->written};
       return EvtRes_Success;
@@ -273,13 +292,21 @@ EvtRes ClientLink::checkPeer() {
   return ready > 0 ? fail(EvtRes_Closed) : EvtRes_Success;
 }
 
-bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
+bool ClientLink::ready(unsigned role, std::uint32_t /*events*/) {
   core_.clientMutex().assertHeld();
   const auto keepAlive = shared_from_this();
+  if (role == eventRole) {
+    return readEvents();
+  }
+  continuePosted(role == replyRole);
+  return false;
+}
+
+bool ClientLink::readEvents() {
   if (dispatching_) {
     // The outer dispatch still has events to deliver; it resumes listening afterwards.
     paused_ = true;
-    registration_.end();
+    onEvent_.end();
     return false;
   }
   BufferLease lease(core_.readSlot());
@@ -301,7 +328,7 @@ bool ClientLink::ready(unsigned /*role*/, std::uint32_t /*events*/) {
     static_cast<void>(fail(EvtRes_SystemError));
   }
   if (std::exchange(paused_, false) && error_ == EvtRes_Success) {
-    static_cast<void>(open());
+    static_cast<void>(listen());
   }
   return true;
 }

@@ -17,6 +17,10 @@ EvtRes EventPortManager::receiveEvent(int milliseconds) {
   return core_->receive(milliseconds);
 }
 
+int EventPortManager::pollDescriptor() const {
+  return core_->pollDescriptor();
+}
+
 EvtRes EventPortManager::finishActiveTerm(int milliseconds) {
   return core_->finishTerminations(milliseconds);
 }

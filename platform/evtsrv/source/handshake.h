@@ -43,6 +43,15 @@ class Handshake {
   /// side's ends. To be called once, after `await` has returned `EvtRes_Success`.
   ConnectionPipes takePipes();
 
+  // For a caller that waits for several descriptors: `await` has something to do if the
+  // reply pipe is readable, the mailbox has an error, or, before the hello has been sent,
+  // the mailbox is writable.
+
+  [[nodiscard]] int replyDescriptor() const { return replyReader().number(); }
+  /// Negative if there is no mailbox that a process reads.
+  [[nodiscard]] int mailboxDescriptor() const { return mailbox_.number(); }
+  [[nodiscard]] bool isHelloSent() const { return helloSent_; }
+
  private:
   EvtRes openMailbox(const std::string& name);
   int makePipes();

@@ -35,8 +35,12 @@ bool isPortName(std::string_view name) {
          std::all_of(name.begin(), name.end(), isAllowedInPortName);
 }
 
+std::string mailboxFileName(std::string_view name) {
+  return std::string(name).append(".fifo");
+}
+
 std::string mailboxPath(std::string_view name) {
-  return std::string(pipeDirectory).append("/").append(name).append(".fifo");
+  return std::string(pipeDirectory).append("/").append(mailboxFileName(name));
 }
 
 EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_t> group) {

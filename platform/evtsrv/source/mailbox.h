@@ -27,7 +27,8 @@ inline constexpr std::size_t maxPortName = 200;
 /// on terminals and typed in command lines.
 bool isPortName(std::string_view name);
 
-/// The path of the mailbox of port `name`.
+/// The name of the mailbox of port `name` in `pipeDirectory`, and its path.
+std::string mailboxFileName(std::string_view name);
 std::string mailboxPath(std::string_view name);
 
 /// The server's end of a mailbox: open, locked against a second server, watched, and removed

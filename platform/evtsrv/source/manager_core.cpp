@@ -69,7 +69,7 @@ EvtRes ManagerCore::receive(int milliseconds, bool& woken) {
     if (count < 0) {
       return resultOf(count);
     }
-    if (dispatch(events.data(), count, woken)) {
+    if (dispatch(std::span(events).first(static_cast<std::size_t>(count)), woken)) {
       return EvtRes_Success;
     }
     if (woken) {
@@ -79,15 +79,44 @@ EvtRes ManagerCore::receive(int milliseconds, bool& woken) {
   return EvtRes_Timeout;
 }
 
-bool ManagerCore::dispatch(const epoll_event* events, int count, bool& woken) {
+bool ManagerCore::dispatch(std::span<const epoll_event> events, bool& woken) {
   const KSTD::KThreadMutexLock lock(clientMutex_);
-  bool dispatched = false;
-  for (const epoll_event& event : std::span(events, static_cast<std::size_t>(count))) {
+  for (const epoll_event& event : events) {
     if (event.data.u64 == wakeToken) {
-      woken = clearEvent(system_, wakeEvent_.number()) || woken;
-    } else {
+      static_cast<void>(clearEvent(system_, wakeEvent_.number()));
+      woken = wakeRequested_.exchange(false) || woken;
+    }
+  }
+  // First: what was deferred happened before what is reported now.
+  bool dispatched = !deferred_.isEmpty() && runDeferred();
+  for (const epoll_event& event : events) {
+    if (event.data.u64 != wakeToken) {
       dispatched = reactor_.dispatch(event) || dispatched;
     }
+  }
+  return dispatched;
+}
+
+void ManagerCore::defer(DeferredWork& work) {
+  clientMutex_.assertHeld();
+  if (deferred_.push(work)) {
+    system_.signalEvent(wakeEvent_.number());
+  }
+}
+
+bool ManagerCore::runDeferred() {
+  bool dispatched = false;
+  try {
+    // What is deferred meanwhile waits for the next dispatch.
+    for (std::size_t left = deferred_.size(); left > 0 && !deferred_.isEmpty(); --left) {
+      dispatched = deferred_.pop().runDeferred() || dispatched;
+    }
+  } catch (...) {
+    // An exception of the program. The others run at the next dispatch.
+    if (!deferred_.isEmpty()) {
+      system_.signalEvent(wakeEvent_.number());
+    }
+    throw;
   }
   return dispatched;
 }
@@ -138,6 +167,7 @@ EvtRes ManagerCore::awaitTerminations(int milliseconds, bool& woken) {
 
 void ManagerCore::wake() noexcept {
   if (wakeEvent_.isOpen()) {
+    wakeRequested_.store(true);
     system_.signalEvent(wakeEvent_.number());
   }
 }

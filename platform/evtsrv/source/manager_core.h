@@ -3,9 +3,11 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "evtsrv/result.h"
+#include "evtsrv/source/deferred_work.h"
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/reactor.h"
 #include "kstd/thread_mutex.h"
@@ -29,6 +31,7 @@ class ManagerCore {
   EvtRes receive(int milliseconds);
   EvtRes finishTerminations(int milliseconds);
   void wake() noexcept;
+  [[nodiscard]] int pollDescriptor() const { return reactor_.descriptor(); }
 
   /// `EvtRes_Success`, or the error that makes this manager unusable.
   [[nodiscard]] EvtRes state() const { return state_; }
@@ -44,6 +47,9 @@ class ManagerCore {
   /// A graceful shutdown has begun; each call is matched by one of `endTermination`.
   void beginTermination() KRV_REQUIRES(clientMutex_);
   void endTermination() KRV_REQUIRES(clientMutex_);
+  /// Lets the next dispatch run `work`, and makes the poll descriptor readable. Does
+  /// nothing if it is deferred already.
+  void defer(DeferredWork& work) KRV_REQUIRES(clientMutex_);
 
   /// The pool slots of the buffers that one dispatch needs; see BufferLease.
   [[nodiscard]] std::vector<std::uint8_t>& readSlot() KRV_REQUIRES(clientMutex_) {
@@ -61,18 +67,21 @@ class ManagerCore {
   EvtRes receive(int milliseconds, bool& woken);
   EvtRes awaitTerminations(int milliseconds, bool& woken);
   EvtRes waitUnusable(int milliseconds);
-  bool dispatch(const epoll_event* events, int count, bool& woken);
+  bool dispatch(std::span<const epoll_event> events, bool& woken);
+  bool runDeferred() KRV_REQUIRES(clientMutex_);
 
   // Constant or thread-safe after construction.
   System& system_;
   KSTD::KThreadMutex& clientMutex_;
-  Reactor reactor_;  // Only wait() and descriptor() without the client mutex.
-  FileDescriptor wakeEvent_;
+  Reactor reactor_;           // Only wait() and descriptor() without the client mutex.
+  FileDescriptor wakeEvent_;  // Readable after wake() and while work is deferred.
   FileDescriptor idleEvent_;  // Readable while no termination is under way.
+  std::atomic<bool> wakeRequested_{false};
   std::atomic<int> terminations_{0};
   const bool reconnects_;
   EvtRes state_;
 
+  DeferredQueue deferred_ KRV_GUARDED_BY(clientMutex_);
   std::vector<std::uint8_t> readSlot_ KRV_GUARDED_BY(clientMutex_);
   std::vector<std::uint8_t> replySlot_ KRV_GUARDED_BY(clientMutex_);
   std::vector<std::uint8_t> eventSlot_ KRV_GUARDED_BY(clientMutex_);

@@ -1,23 +1,22 @@
 #include "evtsrv/source/port_client.h"
 
-#include <new>
 #include <utility>
 
 #include "evtsrv/source/client_link.h"
-#include "evtsrv/source/manager_core.h"
 
 namespace EvtSrv::internal {
 
-PortClient::PortClient(ManagerCore& core, EventSink& sink) : core_(core), sink_(sink) {}
+PortClient::PortClient(ManagerCore& core, EventSink& sink)
+    : core_(core), sink_(sink), trigger_(core, *this) {}
 
 PortClient::~PortClient() {
   core_.clientMutex().assertHeld();
-  end();
+  forget();
 }
 
 EvtRes PortClient::connect(const std::string& name) {
   core_.clientMutex().assertHeld();
-  end();
+  forget();
   return endIfOutOfMemory([&] {
     name_ = name;
     owner_.reset();
@@ -47,6 +46,28 @@ EvtRes PortClient::exchange(std::uint16_t operation, std::span<const std::uint8_
   return link_->exchange(operation, payload, reply);
 }
 
+EvtRes PortClient::post(std::uint16_t operation, std::span<const std::uint8_t> payload) {
+  core_.clientMutex().assertHeld();
+  return link_ != nullptr ? link_->post(operation, payload) : error();
+}
+
+EvtRes PortClient::flushPosted() {
+  core_.clientMutex().assertHeld();
+  return link_ != nullptr ? link_->flushPosted() : error();
+}
+
+EvtRes PortClient::awaitPosted() {
+  core_.clientMutex().assertHeld();
+  return link_ != nullptr ? link_->awaitPosted() : error();
+}
+
+void PortClient::lose(EvtRes error) {
+  core_.clientMutex().assertHeld();
+  if (link_ != nullptr) {
+    link_->lose(error);
+  }
+}
+
 bool PortClient::isOpen() const {
   core_.clientMutex().assertHeld();
   return link_ != nullptr && link_->error() == EvtRes_Success;
@@ -54,21 +75,9 @@ bool PortClient::isOpen() const {
 
 void PortClient::close() {
   core_.clientMutex().assertHeld();
-  end();
+  forget();
   name_.clear();
   owner_.reset();
-}
-
-/// The result of `operation`. If that runs out of memory, nothing of the connection
-/// stays, and it may be tried again.
-template <typename Operation>
-EvtRes PortClient::endIfOutOfMemory(Operation operation) {
-  try {
-    return operation();
-  } catch (const std::bad_alloc&) {
-    end();
-    return error_ = EvtRes_SystemError;
-  }
 }
 
 EvtRes PortClient::tryResume(bool& renewed) {
@@ -77,7 +86,7 @@ EvtRes PortClient::tryResume(bool& renewed) {
   }
   EvtRes result = EvtRes_NoServer;
   if (handshake_.has_value()) {
-    result = awaitWelcome(0);
+    result = resumeHandshake();
     if (result == EvtRes_Timeout) {
       return EvtRes_Stalled;
     }
@@ -87,8 +96,23 @@ EvtRes PortClient::tryResume(bool& renewed) {
       return error();
     }
     result = beginHandshake();
+    if (result == EvtRes_Timeout && lost_ && core_.reconnects()) {
+      static_cast<void>(listenForWelcome());
+    }
   }
   renewed = result == EvtRes_Success;
+  return result;
+}
+
+/// Waits for the welcome of a handshake that a dispatch has begun, or looks for one that
+/// was waited for in vain.
+EvtRes PortClient::resumeHandshake() {
+  const EvtRes result = awaitWelcome(welcomeAwaited_ ? 0 : replyTimeoutMs);
+  if (result != EvtRes_Success && result != EvtRes_Timeout && lost_ && core_.reconnects()) {
+    // The dispatches go on with this failed attempt.
+    backOff_.failed(core_.system().nowMs());
+    core_.defer(*this);
+  }
   return result;
 }
 
@@ -96,38 +120,72 @@ EvtRes PortClient::error() const {
   return link_ != nullptr ? link_->error() : error_;
 }
 
-void PortClient::end() {
+void PortClient::endHandshake() {
+  onWelcome_.end();
+  onMailbox_.end();
   handshake_.reset();
+  welcomeAwaited_ = false;
+}
+
+void PortClient::end() {
+  endHandshake();
   if (link_ != nullptr) {
     std::exchange(link_, nullptr)->close();
   }
   error_ = EvtRes_Closed;
 }
 
+void PortClient::forget() {
+  end();
+  leaveQueue();
+  trigger_.stop();
+  backOff_ = {};
+  lost_ = false;
+}
+
 EvtRes PortClient::beginHandshake() {
+  const EvtRes result = startHandshake();
+  return result == EvtRes_Success ? awaitWelcome(replyTimeoutMs) : result;
+}
+
+EvtRes PortClient::startHandshake() {
   end();
   handshake_.emplace(core_.system());
   const EvtRes result = handshake_->begin(name_, owner_);
   if (result != EvtRes_Success) {
-    handshake_.reset();
+    foundServer_ = result != EvtRes_NoServer || handshake_->mailboxDescriptor() >= 0;
+    endHandshake();
     return error_ = result;
   }
   owner_ = handshake_->owner();
-  return awaitWelcome(replyTimeoutMs);
+  return result;
 }
 
 EvtRes PortClient::awaitWelcome(int milliseconds) {
   Deadline deadline(core_.system(), milliseconds);
   EvtRes result = handshake_->await(deadline);
   if (result == EvtRes_Timeout) {
+    welcomeAwaited_ = welcomeAwaited_ || milliseconds > 0;
     return result;
   }
   if (result == EvtRes_Success) {
-    link_ = std::make_shared<ClientLink>(core_, sink_, handshake_->takePipes());
-    result = link_->open();
+    result = openLink();
   }
-  handshake_.reset();
+  endHandshake();
   return error_ = result;
+}
+
+EvtRes PortClient::openLink() {
+  onWelcome_.end();
+  onMailbox_.end();
+  link_ = std::make_shared<ClientLink>(core_, sink_, handshake_->takePipes());
+  const EvtRes result = link_->open(*this);
+  if (result == EvtRes_Success) {
+    lost_ = false;
+    trigger_.stop();
+    backOff_.connected(core_.system().nowMs());
+  }
+  return result;
 }
 
 }  // namespace EvtSrv::internal

@@ -3,20 +3,22 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <span>
 #include <string>
 
 #include "evtsrv/result.h"
+#include "evtsrv/source/back_off.h"
+#include "evtsrv/source/deferred_work.h"
 #include "evtsrv/source/frame.h"
 #include "evtsrv/source/handshake.h"
+#include "evtsrv/source/manager_core.h"
+#include "evtsrv/source/reconnect_trigger.h"
 
 /// The client side of an event port. Everything here requires the manager's client
 /// mutex, construction excluded.
 namespace EvtSrv::internal {
-
-class ClientLink;
-class ManagerCore;
 
 /// The reply to a request. The payload stays valid until the next exchange or the end
 /// of the connection.
@@ -38,17 +40,43 @@ class EventSink {
   /// connection or connect it again.
   virtual void eventReceived(std::uint16_t type, std::span<const std::uint8_t> payload,
                              ByteOrder order) = 0;
+
+  // These may be called inside an exchange, so they must not call the program, make an
+  // exchange or end the connection.
+
+  /// An open connection has been lost; `close` and `connect` lose none.
+  virtual void connectionLost() {}
+  /// A dispatch has made a lost connection again (as `PortClient::resume` does).
+  virtual void connectionMade() {}
+  /// The reply to the first posted request that had none has arrived, with this code.
+  virtual void replyReceived(std::uint16_t /*code*/) {}
+};
+
+class ClientLink;
+
+/// The owner of a client's connection.
+class ClientLinkOwner {
+ public:
+  virtual ~ClientLinkOwner() = default;
+
+  /// The connection has ended by an error, not by `close`. May be called inside a request.
+  virtual void linkLost() = 0;
 };
 
 /// The longest time that a server may take to reply to a request or a hello.
 inline constexpr int replyTimeoutMs = 2000;
 
-/// A connection to a port, which can be made again after it was lost.
-class PortClient {
+/// A connection to a port, which can be made again after it was lost. If its manager
+/// reconnects, the manager's dispatches do that without waiting: they watch for the
+/// server's return, and they notice a welcome that comes later.
+class PortClient final : private ReadyHandler,
+                         private DeferredWork,
+                         private ClientLinkOwner,
+                         private ReconnectTrigger::Listener {
  public:
   /// `core` and `sink` outlive this.
   PortClient(ManagerCore& core, EventSink& sink);
-  ~PortClient();
+  ~PortClient() override;
   PortClient(const PortClient&) = delete;
   PortClient& operator=(const PortClient&) = delete;
 
@@ -60,8 +88,8 @@ class PortClient {
   /// Restores a lost connection without waiting for a dead server. `EvtRes_Success`:
   /// the connection is open; `renewed` tells whether it is a new one. `EvtRes_NoServer`:
   /// no server has the name. `EvtRes_Stalled`: a live server has not replied to an
-  /// earlier hello yet. `EvtRes_NotPermitted`: the name belongs to another user or group
-  /// than the one that `connect` has found.
+  /// earlier hello, for which a call has waited `replyTimeoutMs`. `EvtRes_NotPermitted`: the
+  /// name belongs to another user or group than the one that `connect` has found.
   EvtRes resume(bool& renewed);
 
   /// Sends one request and waits for its reply, at most `replyTimeoutMs`
@@ -70,6 +98,20 @@ class PortClient {
   /// connection is lost, which is noticed immediately; `reply.written` tells whether the
   /// server may have received the request.
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
+
+  // Posted requests: their replies are not waited for; the sink receives them in the order
+  // of the requests. If the connection ends first, it receives none.
+
+  /// Queues one request; `flushPosted` sends those that were queued, as far as the pipe
+  /// takes them, and the rest when it takes more. Neither waits.
+  EvtRes post(std::uint16_t operation, std::span<const std::uint8_t> payload);
+  EvtRes flushPosted();
+  /// Waits until every posted request has its reply, at most `replyTimeoutMs`; the results
+  /// are those of `exchange`. After a time-out the replies may still come.
+  EvtRes awaitPosted();
+
+  /// Ends an open connection as lost, because of `error` of this side.
+  void lose(EvtRes error);
 
   /// Whether a connection is open and no error has been found on it. The end of the
   /// peer is noticed by the next exchange, dispatch or `resume`.
@@ -87,12 +129,37 @@ class PortClient {
   }
 
  private:
+  /// The result of `operation`. If that runs out of memory, nothing of the connection
+  /// stays, and it may be tried again.
   template <typename Operation>
-  EvtRes endIfOutOfMemory(Operation operation);
+  EvtRes endIfOutOfMemory(Operation operation) {
+    try {
+      return operation();
+    } catch (const std::bad_alloc&) {
+      end();
+      return error_ = EvtRes_SystemError;
+    }
+  }
   EvtRes tryResume(bool& renewed);
+  EvtRes resumeHandshake();
   EvtRes beginHandshake();
+  /// Begins a handshake and does not wait.
+  EvtRes startHandshake();
   EvtRes awaitWelcome(int milliseconds);
+  EvtRes openLink();
+  /// Lets dispatches notice the welcome.
+  EvtRes listenForWelcome();
+  void endHandshake();
   void end();
+  void forget();
+  /// A dispatch tries to connect again, or waits for the time or the event that allows it.
+  void attempt();
+  void attemptFailed(EvtRes reason);
+
+  bool ready(unsigned role, std::uint32_t events) override;
+  bool runDeferred() override;
+  void linkLost() override;
+  void mayConnect() override;
   /// Why there is no connection.
   [[nodiscard]] EvtRes error() const;
 
@@ -103,8 +170,15 @@ class PortClient {
   std::string name_;
   std::optional<MailboxOwner> owner_;  // Whose server may have the session.
   std::optional<Handshake> handshake_;
+  Registration onWelcome_;
+  Registration onMailbox_;
+  bool welcomeAwaited_ = false;  // A call has waited the whole time for the welcome.
+  bool foundServer_ = false;     // The failed attempt may have had a server.
   std::shared_ptr<ClientLink> link_;
   EvtRes error_ = EvtRes_Closed;
+  bool lost_ = false;  // The connection was open, and is to be made again.
+  BackOff backOff_;
+  ReconnectTrigger trigger_;
 };
 
 }  // namespace EvtSrv::internal

@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/random.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -172,6 +173,16 @@ int PosixSystem::waitEpoll(int epoll, std::span<epoll_event> events, int millise
 
 int PosixSystem::createEvent() {
   return valueOrErrno(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+}
+
+int PosixSystem::createTimer() {
+  return valueOrErrno(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+}
+
+int PosixSystem::setTimer(int timer, int milliseconds) {
+  itimerspec time{};
+  time.it_value = {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
+  return valueOrErrno(::timerfd_settime(timer, 0, &time, nullptr));
 }
 
 void PosixSystem::signalEvent(int descriptor) noexcept {

@@ -57,6 +57,10 @@ class System {
                                       int milliseconds) = 0;
   /// eventfd(2), nonblocking.
   [[nodiscard]] virtual int createEvent() = 0;
+  /// timerfd_create(2) of the monotonic clock, nonblocking.
+  [[nodiscard]] virtual int createTimer() = 0;
+  /// timerfd_settime(2): lets the timer expire once, in `milliseconds` (1 or more).
+  [[nodiscard]] virtual int setTimer(int timer, int milliseconds) = 0;
   /// Makes an eventfd readable. Async-signal-safe; does not change errno.
   virtual void signalEvent(int descriptor) noexcept = 0;
 
@@ -151,6 +155,8 @@ class PosixSystem : public System {
                std::uint64_t token) override;
   int waitEpoll(int epoll, std::span<epoll_event> events, int milliseconds) override;
   int createEvent() override;
+  int createTimer() override;
+  int setTimer(int timer, int milliseconds) override;
   void signalEvent(int descriptor) noexcept override;
   int makeFifo(const std::string& path, mode_t mode) override;
   int unlink(const std::string& path) override;

@@ -38,7 +38,6 @@ ModelRes ClientSide::connect(const std::string& name) {
   close();
   prefetchEnabled_ = true;
   describeEnabled_ = true;
-  renewEnabled_ = true;
   const ModelRes result = fromPort(port_.connect(name));
   started_ = result == ModelRes_Success;
   if (!started_) {
@@ -52,7 +51,10 @@ void ClientSide::close() {
   subscriptions_->clear();
   cache_.clear();
   started_ = false;
+  leaveQueue();
+  history_ = {};
   port_.close();
+  renewal_.begin();
 }
 
 EvtRes ClientSide::send(const RequestView& request, Reply& reply) {
@@ -75,43 +77,18 @@ EvtRes ClientSide::ensureReady() {
       return result;
     }
     if (renewed) {
-      subscriptions_->markAllLost();
-      // The name may belong to another server now, although the previous one is still alive.
-      cache_.clear();
-      prefetchEnabled_ = true;
-      describeEnabled_ = true;
-      renewEnabled_ = true;
+      connectionMade();
     }
   }
   return renewSubscriptions();
 }
 
 EvtRes ClientSide::renewSubscriptions() {
-  while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->firstLost()) {
-    const ClientSubscriptions::Entry& entry = *subscriptions_->find(*key);
-    Reply reply;
-    const EvtRes result = send({Operation::subscribe, entry.chain, entry.index}, reply);
-    if (result != EvtSrv::EvtRes_Success) {
-      return result;
-    }
-    ModelRes renewed = decodeResult(reply.code);
-    if (renewed == ModelRes_NoSuchPart && renewEnabled_) {
-      // The part may appear later.
-      reply = {};
-      const EvtRes absent = send({Operation::renew, entry.chain, entry.index}, reply);
-      if (absent != EvtSrv::EvtRes_Success) {
-        return absent;
-      }
-      renewed = decodeResult(reply.code);
-      renewEnabled_ = renewed != ModelRes_BadRequest;
-    }
-    if (renewed == ModelRes_Success) {
-      subscriptions_->markRenewed(*key);
-    } else {
-      subscriptions_->markRefused(*key);
-    }
+  const EvtRes result = renewal_.finish();
+  if (result == EvtSrv::EvtRes_Success && noteIfRestored()) {
+    deferWork();
   }
-  return EvtSrv::EvtRes_Success;
+  return result;
 }
 
 ModelRes ClientSide::exchange(const RequestView& request, Reply& reply) {

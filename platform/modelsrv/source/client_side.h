@@ -10,8 +10,10 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/cache/reply_cache.h"
 #include "modelsrv/source/client_subscriptions.h"
+#include "modelsrv/source/connection_history.h"
 #include "modelsrv/source/description.h"
 #include "modelsrv/source/id_chain.h"
+#include "modelsrv/source/renewal.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/updates.h"
@@ -20,8 +22,10 @@ namespace ModelSrv::internal {
 
 /// A client root's connection to its server. Makes requests, or serves them from the cache;
 /// connects again after the connection was lost; keeps the subscriptions and renews them;
-/// passes events to the root's port. Guarded by the client mutex.
-class ClientSide final : public EvtSrv::internal::EventSink {
+/// passes events to the root's port, those of the connection's life included. Guarded by the client
+/// mutex.
+class ClientSide final : public EvtSrv::internal::EventSink,
+                         private EvtSrv::internal::DeferredWork {
  public:
   explicit ClientSide(ModelRoot& root);
 
@@ -60,6 +64,9 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   /// Passes an event to the root's port. Drops updates of parts without a subscription.
   void eventReceived(std::uint16_t type, std::span<const std::uint8_t> payload,
                      EvtSrv::internal::ByteOrder order) override;
+  void connectionLost() override;
+  void connectionMade() override;
+  void replyReceived(std::uint16_t code) override;
 
  private:
   /// Makes a request that only reads, from the cache if possible.
@@ -75,6 +82,12 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   /// Connects again if necessary and renews the subscriptions.
   EvtSrv::EvtRes ensureReady();
   EvtSrv::EvtRes renewSubscriptions();
+  /// Notes that a lost connection is restored if the renewal of the subscriptions is complete;
+  /// returns whether it is.
+  bool noteIfRestored();
+  void deferWork();
+  /// Passes the next event of the connection's life to the root, or continues the renewal.
+  bool runDeferred() override;
   ModelRes cancel(ClientSubscriptions::Key key);
   /// What a server that does not know descriptions has of one.
   ModelRes describeElements(ChainView chain, PartDescription& description);
@@ -85,9 +98,10 @@ class ClientSide final : public EvtSrv::internal::EventSink {
   ReplyCache cache_;
   bool prefetchEnabled_ = true;        ///< false if this connection's server has no usable page
   bool describeEnabled_ = true;        ///< false if this connection's server has no descriptions
-  bool renewEnabled_ = true;           ///< false if this connection's server does not know `renew`
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
+  Renewal renewal_{port_, subscriptions_};
+  ConnectionHistory history_;
 };
 
 }  // namespace ModelSrv::internal

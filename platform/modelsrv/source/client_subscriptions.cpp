@@ -105,21 +105,19 @@ std::vector<ClientSubscriptions::Key> ClientSubscriptions::matching(
 
 void ClientSubscriptions::markAllLost() {
   renewed_ = 0;
-  for (auto& [key, entry] : entries_) {
-    entry.refused = false;
-  }
+  ++connection_;
 }
 
 void ClientSubscriptions::markRefused(Key key) {
   if (const auto at = entries_.find(key); at != entries_.end()) {
-    at->second.refused = true;
+    at->second.refusedBy = connection_;
   }
   renewed_ = std::max(renewed_, key);
 }
 
 bool ClientSubscriptions::isLost(Key key) const {
   const Entry* entry = find(key);
-  return key > renewed_ || (entry != nullptr && entry->refused);
+  return key > renewed_ || (entry != nullptr && entry->refusedBy == connection_);
 }
 
 std::optional<ClientSubscriptions::Key> ClientSubscriptions::firstLost() const {

@@ -24,7 +24,7 @@ class ClientSubscriptions {
     std::vector<ModelPartId> chain;
     void* context;
     ModelPartIndex index;
-    bool refused = false;  ///< by the server of this connection
+    std::uint64_t refusedBy = 0;  ///< the last connection whose server refused it
   };
 
   /// Adds a subscription that the server has just accepted.
@@ -50,11 +50,13 @@ class ClientSubscriptions {
 
   // Renewal on a new connection. Subscriptions that the new server does not have are lost.
 
-  /// The connection has been replaced: all subscriptions are lost.
+  /// The connection has been replaced: all subscriptions are lost. Takes the same time for any
+  /// number of them.
   void markAllLost();
   /// The first lost subscription that this connection's server has not refused.
   [[nodiscard]] std::optional<Key> firstLost() const;
-  /// The server has this subscription; all before it are renewed or refused.
+  /// The server has this subscription, or a request for it is on its way; the same holds for all
+  /// before it, or they are refused.
   void markRenewed(Key key) { renewed_ = key; }
   /// The server does not have this subscription, which stays and is renewed on the next
   /// connection. All before it are renewed or refused.
@@ -71,7 +73,8 @@ class ClientSubscriptions {
   /// A set, since one part may have very many subscriptions and cancel them in any order.
   std::unordered_map<const ModelPart*, std::set<Key>> byPart_;
   Key last_ = 0;
-  Key renewed_ = 0;  ///< subscriptions up to this key are renewed or refused
+  std::uint64_t connection_ = 1;  ///< the number of the connection
+  Key renewed_ = 0;               ///< subscriptions up to this key are renewed or refused
 };
 
 }  // namespace ModelSrv::internal

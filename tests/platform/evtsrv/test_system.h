@@ -57,6 +57,18 @@ class TestSystem : public PosixSystem {
   int createEvent() override {
     return orError("createEvent", [&] { return PosixSystem::createEvent(); });
   }
+  int createTimer() override {
+    return orError("createTimer", [&] { return PosixSystem::createTimer(); });
+  }
+  int setTimer(int timer, int milliseconds) override {
+    return orError("setTimer", [&] { return PosixSystem::setTimer(timer, milliseconds); });
+  }
+  int createWatch() override {
+    return orError("createWatch", [&] { return PosixSystem::createWatch(); });
+  }
+  int addWatch(int watch, const std::string& path, std::uint32_t events) override {
+    return orError("addWatch", [&] { return PosixSystem::addWatch(watch, path, events); });
+  }
   int createEpoll() override {
     return orError("createEpoll", [&] { return PosixSystem::createEpoll(); });
   }

@@ -31,10 +31,12 @@ class ManagerCore;
 /// exchange of a manager is in progress.
 class KRV_EXPORT EventPortManager {
  public:
-  /// `behaviour` is a set of `ConBehave` bits. With `reconnect`, a client's request on
-  /// a lost connection first tries to connect to a new server of the same name; without
-  /// it, a lost connection stays lost until the client is started again. If the process
-  /// is out of descriptors, the manager is unusable: every operation on its ports returns
+  /// `behaviour` is a set of `ConBehave` bits. With `reconnect`, a client's lost
+  /// connection is made again to a new server of the same name: by `receiveEvent`, which
+  /// notices the server's return without polling, or by the next request, whichever is
+  /// first. A server that fails soon is tried again after 0.1 s, later after up to 5 s.
+  /// Without `reconnect`, a lost connection stays lost until the client is started again. If the
+  /// process is out of descriptors, the manager is unusable: every operation on its ports returns
   /// `EvtRes_NoDescriptors`.
   EventPortManager(unsigned behaviour, bool reconnect);
   ~EventPortManager();
@@ -42,10 +44,20 @@ class KRV_EXPORT EventPortManager {
   EventPortManager& operator=(const EventPortManager&) = delete;
 
   /// Waits at most `milliseconds` (0: does not wait; below 0: no limit) for input and
-  /// dispatches it. Returns `EvtRes_Success` if something was dispatched, `EvtRes_Timeout`
-  /// after the time or after `wake`, or the error that makes the manager unusable. Holds
-  /// `clientMutex` while it dispatches, and does not lock it while it waits.
+  /// dispatches it: a bounded amount, the rest at the next call. Nothing but the program's
+  /// own callbacks blocks it. Returns `EvtRes_Success` if something was dispatched,
+  /// `EvtRes_Timeout` after the time or after `wake`, or the error that makes the manager unusable.
+  /// Holds `clientMutex` while it dispatches, and does not lock it while it waits.
   EvtRes receiveEvent(int milliseconds);
+
+  /// A descriptor that is readable (`POLLIN`, `EPOLLIN`) whenever `receiveEvent(0)` has
+  /// something to do, for a program with an event loop of its own: input, output that a
+  /// peer now takes, a `wake`, and the timers and watches of this library. It stays
+  /// readable until that is done, so it suits level-triggered loops; an edge-triggered one
+  /// repeats `receiveEvent(0)` until it returns `EvtRes_Timeout` and the descriptor is not
+  /// readable. It is the manager's, constant, and not to be read, changed or closed.
+  /// Negative if the manager is unusable. Any thread.
+  [[nodiscard]] int pollDescriptor() const;
 
   /// Waits at most `milliseconds` (below 0: no limit) until every graceful shutdown of
   /// the manager's ports is complete, and dispatches meanwhile. Returns `EvtRes_Success`,
@@ -57,7 +69,7 @@ class KRV_EXPORT EventPortManager {
   /// waiting any longer. Async-signal-safe.
   void wake() noexcept;
 
-  /// Whether a request on a lost connection tries to connect again.
+  /// Whether lost connections are made again.
   [[nodiscard]] bool reconnects() const;
 
   /// The client mutex: held while events are dispatched and while a request is made.

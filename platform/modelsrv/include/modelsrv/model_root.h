@@ -45,6 +45,19 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   static constexpr unsigned EvtTyp_Model_Update = 2;
   static constexpr unsigned EvtTyp_Model_Stopped = 3;  ///< the server ends the connection
 
+  // Events of this library, which no server can send; their data is empty. They alternate,
+  // the first is `Lost`, and both come from a dispatch, never inside a request. There are none
+  // for a connection that the program ends itself, by `stop` or `startAsClient`. Events of the
+  // new connection may come before `Restored`.
+
+  /// The connection has been lost, such as when the server has ended. If the manager reconnects,
+  /// its dispatches make the connection again as soon as a server of that name is back, and so
+  /// does a request before that. Values may have changed meanwhile without an update.
+  static constexpr unsigned EvtTyp_Model_Lost = 0x10000;
+  /// There is a new connection, and all subscriptions have been renewed on it, except those that
+  /// the server refuses.
+  static constexpr unsigned EvtTyp_Model_Restored = 0x10001;
+
   explicit ModelRoot(EvtSrv::EventPortManager* manager);
   ~ModelRoot() override;
 

@@ -1,0 +1,122 @@
+#include "evtsrv/source/reconnect_trigger.h"
+
+#include <sys/inotify.h>
+
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "evtsrv/source/mailbox.h"
+
+namespace EvtSrv::internal {
+
+namespace {
+
+enum TriggerRole : unsigned { watchRole, timerRole };
+
+// A server makes its mailbox or moves it there, opens it, also one that a killed server
+// has left, and may then change its access.
+constexpr std::uint32_t returnEvents = IN_CREATE | IN_MOVED_TO | IN_OPEN | IN_ATTRIB | IN_ONLYDIR;
+
+// Leads to the directory also if its name is a link, which a watch does not follow.
+std::string watchedPath() {
+  return std::string(pipeDirectory) + "/.";
+}
+
+// Bounds the work of one dispatch. There is space for any one event.
+constexpr std::size_t triggerReadSize = 4096;
+
+}  // namespace
+
+void ReconnectTrigger::start(const std::string& name) {
+  core_.clientMutex().assertHeld();
+  fileName_ = mailboxFileName(name);
+  if (!timer_.isOpen()) {
+    openTimer();
+  }
+  if (!watch_.isOpen()) {
+    openWatch();
+  }
+}
+
+void ReconnectTrigger::openTimer() {
+  if (timer_.adopt(core_.system(), core_.system().createTimer()) == 0 &&
+      core_.reactor().add(timer_.number(), EPOLLIN, *this, timerRole, onTimer_) < 0) {
+    closeTimer();
+  }
+}
+
+void ReconnectTrigger::openWatch() {
+  System& system = core_.system();
+  if (watch_.adopt(system, system.createWatch()) == 0 &&
+      (system.addWatch(watch_.number(), watchedPath(), returnEvents) < 0 ||
+       core_.reactor().add(watch_.number(), EPOLLIN, *this, watchRole, onWatch_) < 0)) {
+    closeWatch();
+  }
+}
+
+void ReconnectTrigger::closeTimer() {
+  onTimer_.end();
+  timer_.reset();
+}
+
+void ReconnectTrigger::closeWatch() {
+  onWatch_.end();
+  watch_.reset();
+}
+
+void ReconnectTrigger::stop() {
+  core_.clientMutex().assertHeld();
+  closeWatch();
+  closeTimer();
+}
+
+bool ReconnectTrigger::callAfter(int milliseconds) {
+  core_.clientMutex().assertHeld();
+  return timer_.isOpen() && core_.system().setTimer(timer_.number(), milliseconds) == 0;
+}
+
+bool ReconnectTrigger::ready(unsigned role, std::uint32_t /*events*/) {
+  core_.clientMutex().assertHeld();
+  if (role == timerRole) {
+    std::array<std::uint8_t, sizeof(std::uint64_t)> expirations{};
+    if (core_.system().read(timer_.number(), expirations) > 0) {
+      listener_.mayConnect();
+    }
+    return false;
+  }
+  alignas(inotify_event) std::array<std::uint8_t, triggerReadSize> bytes;
+  const ssize_t count = core_.system().read(watch_.number(), bytes);
+  if (count > 0 && concernsMailbox(std::span(bytes).first(static_cast<std::size_t>(count)))) {
+    listener_.mayConnect();
+  } else if (count <= 0 && count != -EAGAIN) {
+    closeWatch();
+    listener_.mayConnect();
+  }
+  return false;
+}
+
+/// Whether one of these events (inotify(7)) is about the mailbox, or may be. Ends a watch
+/// whose directory has gone.
+bool ReconnectTrigger::concernsMailbox(std::span<const std::uint8_t> bytes) {
+  bool concerns = false;
+  inotify_event event{};
+  while (bytes.size() >= sizeof event) {
+    std::memcpy(&event, bytes.data(), sizeof event);
+    bytes = bytes.subspan(sizeof event);
+    if (event.len > bytes.size()) {
+      break;
+    }
+    const auto* const text = reinterpret_cast<const char*>(bytes.data());
+    const std::string_view name(text, ::strnlen(text, event.len));
+    bytes = bytes.subspan(event.len);
+    concerns = concerns || (event.mask & IN_Q_OVERFLOW) != 0 || name == fileName_;
+    if ((event.mask & IN_IGNORED) != 0) {
+      closeWatch();
+      concerns = true;
+    }
+  }
+  return concerns;
+}
+
+}  // namespace EvtSrv::internal

@@ -1,0 +1,122 @@
+#include "modelsrv/source/renewal.h"
+
+#include <climits>
+#include <new>
+#include <optional>
+
+#include "modelsrv/source/replies.h"
+#include "modelsrv/source/requests.h"
+
+namespace ModelSrv::internal {
+
+using EvtSrv::EvtRes;
+
+namespace {
+
+// A batch bounds the work of one dispatch, of the server too.
+constexpr std::size_t batchRequests = 64;
+constexpr std::size_t batchBytes = PIPE_BUF;
+
+}  // namespace
+
+void Renewal::begin() {
+  subscriptions_->markAllLost();
+  waiting_.clear();
+  replied_ = 0;
+  absent_.clear();
+  renewSupport_ = Support::unknown;
+}
+
+EvtRes Renewal::postBatch() {
+  waiting_.reserve(batchRequests);
+  absent_.reserve(batchRequests);
+  std::size_t bytes = 0;
+  EvtRes result = EvtSrv::EvtRes_Success;
+  while (result == EvtSrv::EvtRes_Success && waiting_.size() < batchRequests &&
+         bytes < batchBytes) {
+    if (!absent_.empty()) {
+      if (renewSupport_ == Support::unknown && !waiting_.empty()) {
+        // The first reply shows whether the others make sense.
+        break;
+      }
+      // The part may appear later.
+      const Key key = absent_.back();
+      absent_.pop_back();
+      if (renewSupport_ != Support::no && subscriptions_->find(key) != nullptr) {
+        result = post(key, Operation::renew);
+      } else {
+        subscriptions_->markRefused(key);
+        continue;
+      }
+    } else if (const std::optional<Key> key = subscriptions_->firstLost()) {
+      result = post(*key, Operation::subscribe);
+    } else {
+      break;
+    }
+    bytes += EvtSrv::internal::FrameHeader::size + payload_.size();
+  }
+  return result;
+}
+
+EvtRes Renewal::post(Key key, Operation operation) {
+  const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
+  payload_.clear();
+  encodeRequest({operation, entry.chain, entry.index}, payload_);
+  const EvtRes result = port_.post(static_cast<std::uint16_t>(operation), payload_);
+  if (result == EvtSrv::EvtRes_Success) {
+    waiting_.push_back({key, operation});
+    if (operation == Operation::subscribe) {
+      // From now on an unsubscribe follows the request, and must be sent too.
+      subscriptions_->markRenewed(key);
+    }
+  }
+  return result;
+}
+
+void Renewal::sendBatch() {
+  try {
+    if (waiting_.empty() && postBatch() == EvtSrv::EvtRes_Success) {
+      static_cast<void>(port_.flushPosted());
+    }
+  } catch (const std::bad_alloc&) {
+    port_.lose(EvtSrv::EvtRes_SystemError);
+  }
+}
+
+EvtRes Renewal::finish() {
+  while (!isComplete()) {
+    EvtRes result = waiting_.empty() ? postBatch() : EvtSrv::EvtRes_Success;
+    if (result == EvtSrv::EvtRes_Success) {
+      result = port_.awaitPosted();
+    }
+    if (result != EvtSrv::EvtRes_Success) {
+      return result;
+    }
+  }
+  return EvtSrv::EvtRes_Success;
+}
+
+bool Renewal::replyReceived(std::uint16_t code) {
+  if (replied_ >= waiting_.size()) {
+    return false;
+  }
+  const Request& request = waiting_[replied_];
+  const ModelRes result = decodeResult(code);
+  if (request.operation == Operation::renew) {
+    renewSupport_ = result == ModelRes_BadRequest ? Support::no : Support::yes;
+  }
+  if (result == ModelRes_NoSuchPart && request.operation == Operation::subscribe &&
+      renewSupport_ != Support::no) {
+    absent_.push_back(request.key);
+  } else if (result != ModelRes_Success) {
+    subscriptions_->markRefused(request.key);
+  }
+  if (++replied_ < waiting_.size()) {
+    return false;
+  }
+  waiting_.clear();
+  replied_ = 0;
+  return true;
+}
+
+}  // namespace ModelSrv::internal
