@@ -3,11 +3,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
 
-// The example server is built against the files that "cmake --install" installs, and
+// The examples are built against the files that "cmake --install" installs, and
 // the installed shell connects to it.
 
 namespace {
@@ -40,7 +43,9 @@ class InstallExample : public testing::Test {
   }
   static std::string prefix() { return directory() / "first"; }
   static std::string moved() { return directory() / "prefix"; }
-  static std::string source() { return test_support::sourceDirectory() + "/examples/thermostat"; }
+  static std::string source(const std::string& example = "thermostat") {
+    return test_support::sourceDirectory() + "/examples/" + example;
+  }
 
   static void build(const std::vector<std::string>& command,
                     const test_support::ProcessOptions& options = {}) {
@@ -52,6 +57,14 @@ class InstallExample : public testing::Test {
     const Finished result = run({moved() + "/bin/treescope", "-c", commands});
     EXPECT_EQ(result.status, (ExitStatus{0, 0}));
     return result.output + result.errors;
+  }
+
+  /// Builds an example with the CMake package, in the directory `tree`.
+  static void buildWithCMake(const std::string& example, const std::string& tree) {
+    ASSERT_NO_FATAL_FAILURE(build({"cmake", "-G", "Ninja", "-S", source(example), "-B", tree,
+                                   "-DCMAKE_PREFIX_PATH=" + moved(),
+                                   "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror"}));
+    ASSERT_NO_FATAL_FAILURE(build({"cmake", "--build", tree}));
   }
 
   /// Reads and stores the values of the server `program`.
@@ -75,10 +88,7 @@ class InstallExample : public testing::Test {
 
 TEST_F(InstallExample, IsBuiltWithTheCMakePackage) {
   const std::string tree = directory() / "build";
-  ASSERT_NO_FATAL_FAILURE(
-      build({"cmake", "-G", "Ninja", "-S", source(), "-B", tree, "-DCMAKE_PREFIX_PATH=" + moved(),
-             "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror"}));
-  ASSERT_NO_FATAL_FAILURE(build({"cmake", "--build", tree}));
+  ASSERT_NO_FATAL_FAILURE(buildWithCMake("thermostat", tree));
   expectThermostat(tree + "/thermostat");
 }
 
@@ -94,6 +104,40 @@ TEST_F(InstallExample, IsBuiltWithPkgConfig) {
                                      "-Wl,-rpath,$(pkg-config --variable=libdir treescope)"},
                                 options));
   expectThermostat(program);
+}
+
+TEST_F(InstallExample, ServesAndWatchesInOtherEventLoops) {
+  const std::string tree = directory() / "loops";
+  ASSERT_NO_FATAL_FAILURE(buildWithCMake("event_loops", tree));
+  const std::string name = test_support::uniquePortName();
+  const auto startServer = [&](const std::string& kind) {
+    auto server = std::make_unique<Process>(std::vector{tree + "/" + kind + "_server", name});
+    EXPECT_TRUE(server->waitForLine("ready " + name)) << server->errors();
+    return server;
+  };
+  auto server = startServer("epoll");
+  std::vector<std::unique_ptr<Process>> clients;
+  for (const std::string kind : {"epoll", "sd_event"}) {
+    clients.push_back(std::make_unique<Process>(std::vector{tree + "/" + kind + "_client", name}));
+    EXPECT_TRUE(clients.back()->waitForLine("watching " + name)) << clients.back()->errors();
+    EXPECT_TRUE(clients.back()->waitForOutput("ticks "));
+  }
+  server->signal(SIGKILL);
+  ASSERT_TRUE(server->waitForExit());
+  for (const auto& client : clients) {
+    EXPECT_TRUE(client->waitForLine("lost " + name)) << "at once, without a new server";
+  }
+  server = startServer("sd_event");
+  for (const auto& client : clients) {
+    EXPECT_TRUE(client->waitForLine("restored " + name));
+    EXPECT_TRUE(client->waitForOutput("ticks "));
+    ASSERT_TRUE(client->write("the program's own input\n"));
+    EXPECT_TRUE(client->waitForLine("the program's own input"));
+    EXPECT_EQ(client->finish(), (ExitStatus{0, 0})) << client->errors();
+  }
+  server->signal(SIGTERM);
+  EXPECT_EQ(server->finish(), (ExitStatus{0, 0}));
+  EXPECT_FALSE(fs::exists(test_support::mailboxPath(name)));
 }
 
 TEST_F(InstallExample, ReportsItsVersion) {
