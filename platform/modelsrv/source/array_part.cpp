@@ -270,8 +270,9 @@ ModelRes ArrayPart<T>::checkElements(std::string_view text, std::size_t first, s
   ElementTexts texts(text, count);
   for (std::size_t i = first; i < first + count; ++i) {
     ModelRes result = internal::parseValue<T>(texts.next(), parsed);
-    if (result == ModelRes_Success && reason != nullptr) {
-      result = internal::runCheck<T>(check_, parsed, static_cast<ModelPartIndex>(i), *reason);
+    if (const auto check = check_;
+        result == ModelRes_Success && reason != nullptr && check != nullptr) {
+      result = internal::runCheck<T>(*check, parsed, static_cast<ModelPartIndex>(i), *reason);
     }
     if (result != ModelRes_Success) {
       return result;

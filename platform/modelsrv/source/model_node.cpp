@@ -234,7 +234,10 @@ void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& descenda
     if (root != nullptr && leaving.subscribers_ != nullptr) {
       leaving.subscribers_->partLeft(leaving, *this, root->sleepingSessions_);
     }
-    leaving.subscribers_.reset();
+    if (leaving.subscribers_ != nullptr) {
+      leaving.subscribers_.reset();
+      internal::PartAccess::reportWatched(leaving, false);
+    }
     leaving.treeManager_.store(nullptr, std::memory_order_release);
   };
   leave(part);

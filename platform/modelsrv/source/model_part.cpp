@@ -197,6 +197,17 @@ void ModelPart::setSubscribable(bool subscribable) {
   subscribable_ = subscribable;
 }
 
+bool ModelPart::isWatched() const {
+  const TreeLock lock(*this);
+  return subscribers_ != nullptr;
+}
+
+void ModelPart::setWatchHandler(std::function<void(bool watched)> handler) {
+  const TreeLock lock(*this);
+  watchHandler_ =
+      handler ? std::make_shared<const std::function<void(bool)>>(std::move(handler)) : nullptr;
+}
+
 ModelNode* ModelPart::parent() const {
   const TreeLock lock(*this);
   return parent_;

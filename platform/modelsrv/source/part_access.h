@@ -63,6 +63,12 @@ struct PartAccess {
     part.valueCached_ = true;
   }
   static bool subscribable(const ModelPart& part) { return part.subscribable_; }
+  /// To be called before the first subscription begins and after the last one has ended.
+  static void reportWatched(const ModelPart& part, bool watched) {
+    if (const auto handler = part.watchHandler_) {
+      (*handler)(watched);
+    }
+  }
   static std::unique_ptr<PartSubscribers>& subscribers(ModelPart& part) {
     return part.subscribers_;
   }

@@ -18,6 +18,7 @@ void removeFromPart(const Subscription& subscription) {
   subscribers->remove(subscription);
   if (subscribers->isEmpty()) {
     subscribers.reset();
+    PartAccess::reportWatched(subscription.part(), false);
   }
 }
 
@@ -70,6 +71,7 @@ void SessionSubscriptions::registerWithPart(Subscription& subscription) {
   auto created = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
   (created != nullptr ? created : subscribers)->add(subscription);
   if (created != nullptr) {
+    PartAccess::reportWatched(subscription.part(), true);
     subscribers = std::move(created);
   }
   ++lastSerial_;

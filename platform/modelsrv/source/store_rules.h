@@ -21,15 +21,15 @@ inline ModelRes checkAccess(ModelPartStatus status, bool flag) {
   return status == ModelPartStatus_Protected && !flag ? ModelRes_Protected : ModelRes_Success;
 }
 
-/// Runs the server's check, which stays alive meanwhile even if it replaces itself. A result of
-/// the connection, which a check must not return, counts as a veto.
+/// Runs the server's check, which must stay alive meanwhile even if it replaces itself. A result
+/// of the connection, which a check must not return, counts as a veto.
 template <typename T>
-ModelRes runCheck(std::shared_ptr<const StoreCheckWithReason<T>> check, const Parsed<T>& value,
+ModelRes runCheck(const StoreCheckWithReason<T>& check, const Parsed<T>& value,
                   ModelPartIndex index, std::string& reason) {
-  if (check == nullptr) {
+  if (!check) {
     return ModelRes_Success;
   }
-  const ModelRes result = (*check)(T(value), index, reason);
+  const ModelRes result = check(T(value), index, reason);
   return result < ModelRes_NotConnected ? result : ModelRes_Vetoed;
 }
 

@@ -51,7 +51,32 @@ void ValuePart<T>::setStoreCheck(StoreCheck<T> check) {
 template <typename T>
 void ValuePart<T>::setStoreCheckWithReason(StoreCheckWithReason<T> check) {
   const TreeLock lock(*this);
-  check_ = internal::makeCheck<T>(std::move(check));
+  setHooks({std::move(check), hooks_ != nullptr ? hooks_->getter : nullptr});
+}
+
+template <typename T>
+void ValuePart<T>::setGetter(ValueGetter<T> getter) {
+  const TreeLock lock(*this);
+  // What clients have cached so far they may not use any longer.
+  invalidate();
+  setHooks({hooks_ != nullptr ? hooks_->check : nullptr, std::move(getter)});
+}
+
+template <typename T>
+void ValuePart<T>::setHooks(internal::ValueHooks<T> hooks) {
+  const bool any = hooks.check || hooks.getter;
+  hooks_ = any ? std::make_shared<const internal::ValueHooks<T>>(std::move(hooks)) : nullptr;
+}
+
+template <typename T>
+void ValuePart<T>::notifyChange() {
+  const TreeLock lock(*this);
+  notifySubscribers(ModelPartIndex_All);
+}
+
+template <typename T>
+bool ValuePart<T>::isCacheable() const {
+  return !hasGetter();
 }
 
 template <typename T>
@@ -69,8 +94,18 @@ ModelRes ValuePart<T>::appendText(std::string& out, ModelPartIndex index) const 
   if (index != ModelPartIndex_All) {
     return ModelRes_NoSuchIndex;
   }
-  internal::appendValue<T>(out, value_);
-  return ModelRes_Success;
+  if (!hasGetter()) {
+    internal::appendValue<T>(out, value_);
+    return ModelRes_Success;
+  }
+  // Keeps the getter alive even if it replaces itself.
+  const auto hooks = hooks_;
+  T value{};
+  const ModelRes result = hooks->getter(value);
+  if (result == ModelRes_Success) {
+    internal::appendValue<T>(out, value);
+  }
+  return result < ModelRes_NotConnected ? result : ModelRes_Unreachable;
 }
 
 template <typename T>
@@ -101,10 +136,12 @@ ModelRes ValuePart<T>::storeOne(std::string_view text, bool flag, ModelPartIndex
   if (result == ModelRes_Success && reason != nullptr && attributes != nullptr) {
     result = internal::StoreLimits<T>(*attributes).check(parsed, name(), index, *reason);
   }
-  if (result == ModelRes_Success && reason != nullptr) {
-    result = internal::runCheck<T>(check_, parsed, index, *reason);
+  const bool isApplied = hasGetter() && reason != nullptr;
+  if (result == ModelRes_Success && reason != nullptr && hooks_ != nullptr) {
+    const auto hooks = hooks_;
+    result = internal::runCheck<T>(hooks->check, parsed, index, *reason);
   }
-  if (result != ModelRes_Success || internal::isSameValue<T>(value_, parsed)) {
+  if (result != ModelRes_Success || isApplied || internal::isSameValue<T>(value_, parsed)) {
     return result;
   }
   invalidateValue();

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -176,6 +177,15 @@ class KRV_EXPORT ModelPart {
   [[nodiscard]] bool subscribable() const;
   void setSubscribable(bool subscribable);
 
+  /// Whether a client has subscribed to this part.
+  [[nodiscard]] bool isWatched() const;
+
+  /// Calls `handler(true)` just before the first client subscribes to this part, and
+  /// `handler(false)` after the last one has gone, so that the server can save the work of
+  /// observing a value that no client waits for. Called with the client mutex held; it must
+  /// neither throw nor add, remove or destroy parts. An empty function ends that.
+  void setWatchHandler(std::function<void(bool watched)> handler);
+
   /// The node that the part was added to, or null.
   [[nodiscard]] ModelNode* parent() const;
 
@@ -265,6 +275,7 @@ class KRV_EXPORT ModelPart {
   ModelNode* parent_ = nullptr;
   std::unique_ptr<internal::PartSubscribers> subscribers_;
   std::unique_ptr<const PartAttributes> attributes_;
+  std::shared_ptr<const std::function<void(bool)>> watchHandler_;
   bool subscribable_ = true;
   /// Whether a client may have cached the present value.
   bool valueCached_ = false;

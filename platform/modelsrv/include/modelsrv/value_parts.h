@@ -28,6 +28,23 @@ template <typename T>
 using StoreCheckWithReason =
     std::function<ModelRes(const T& value, ModelPartIndex index, std::string& reason)>;
 
+/// Reads the value of a part that does not hold it itself, such as a sensor's, for one request. Any
+/// result but `ModelRes_Success` is returned to the client; a result of the connection becomes
+/// `ModelRes_Unreachable`. Called with the client mutex held, on the thread that dispatches, so it
+/// must return soon. It must not throw, and it must not add, remove or destroy parts.
+template <typename T>
+using ValueGetter = std::function<ModelRes(T& value)>;
+
+namespace internal {
+
+template <typename T>
+struct ValueHooks {
+  StoreCheckWithReason<T> check;
+  ValueGetter<T> getter;
+};
+
+}  // namespace internal
+
 /// A part that holds one value. `T` is one of `ValueTypes`; a text (`std::string`) holds any
 /// bytes, at most `ModelValueText_Max`.
 ///
@@ -54,8 +71,16 @@ class KRV_EXPORT ValuePart final : public ModelPart {
   void setStoreCheck(StoreCheck<T> check);
   void setStoreCheckWithReason(StoreCheckWithReason<T> check);
 
+  /// Lets clients read what `getter` returns, and cache none of it; an empty function goes back to
+  /// the value that the part holds. While there is a getter, a client's store ends with the store
+  /// check, which applies the value and calls `notifyChange`.
+  void setGetter(ValueGetter<T> getter);
+
+  /// Notifies the subscribers that the getter's value has changed.
+  void notifyChange();
+
  protected:
-  [[nodiscard]] bool isCacheable() const override { return true; }
+  [[nodiscard]] bool isCacheable() const override;
   ModelRes appendText(std::string& out, ModelPartIndex index) const override;
   ModelRes storeText(std::string_view text, bool flag, ModelPartIndex index,
                      bool fromClient) override;
@@ -65,12 +90,14 @@ class KRV_EXPORT ValuePart final : public ModelPart {
   [[nodiscard]] ModelRes checkLimits(const PartAttributes& attributes) const override;
 
  private:
+  void setHooks(internal::ValueHooks<T> hooks);
+  [[nodiscard]] bool hasGetter() const { return hooks_ != nullptr && hooks_->getter; }
   /// `reason` is null for the server's own store.
   ModelRes storeOne(std::string_view text, bool flag, ModelPartIndex index, std::string* reason);
 
   // Guarded by the client mutex.
   T value_;
-  std::shared_ptr<const StoreCheckWithReason<T>> check_;
+  std::shared_ptr<const internal::ValueHooks<T>> hooks_;  ///< null if there are none
 };
 
 /// A part that holds an array of 1 to 65,534 values, which may have names. The number of
