@@ -28,7 +28,14 @@ constexpr std::array keyTable{KeyRow{"id", "an integer from 0 to 65533"},
                               KeyRow{"minimum", aValue},
                               KeyRow{"maximum", aValue},
                               KeyRow{"text", aString},
-                              KeyRow{"choices", "an array of values"}};
+                              KeyRow{"choices", "an array of values"},
+                              KeyRow{"file", "a path"},
+                              KeyRow{"simulate", R"("ramp", "sine", "noise" or "steps")"},
+                              KeyRow{"period", "milliseconds"},
+                              KeyRow{"interval", "milliseconds"},
+                              KeyRow{"scale", "a number"},
+                              KeyRow{"offset", "a number"},
+                              KeyRow{"seed", "an integer"}};
 static_assert(keyTable.size() == static_cast<std::size_t>(Key::none));
 
 }  // namespace

@@ -20,6 +20,13 @@ enum class Key : std::uint8_t {
   maximum,
   text,
   choices,
+  file,
+  simulate,
+  period,
+  interval,
+  scale,
+  offset,
+  seed,
   none,
 };
 

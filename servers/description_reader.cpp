@@ -317,8 +317,10 @@ std::optional<Error> DescriptionReader::endEntry() {
 
 std::optional<Error> DescriptionReader::checkKeys(const Level& level) const {
   if (has(level, Key::children)) {
-    for (const Key key : {Key::type, Key::value, Key::elements, Key::access, Key::subscribable,
-                          Key::unit, Key::minimum, Key::maximum, Key::choices}) {
+    for (Key key = Key::type; key != Key::none; key = static_cast<Key>(static_cast<int>(key) + 1)) {
+      if (key == Key::children || key == Key::text) {
+        continue;
+      }
       if (has(level, key)) {
         return errorAt("not allowed together with \"children\"", '/' + std::string(nameOf(key)));
       }
@@ -328,7 +330,8 @@ std::optional<Error> DescriptionReader::checkKeys(const Level& level) const {
   if (has(level, Key::value) && has(level, Key::elements)) {
     return errorAt("not allowed together with \"value\"", "/elements");
   }
-  if (!has(level, Key::value) && !has(level, Key::elements)) {
+  const bool hasSource = has(level, Key::file) || has(level, Key::simulate);
+  if (!has(level, Key::value) && !has(level, Key::elements) && !hasSource) {
     return errorAt(R"(missing "children", "value" or "elements")");
   }
   if (!has(level, Key::type)) {

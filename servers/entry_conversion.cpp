@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "servers/source_conversion.h"
+
 namespace modelsrvd {
 
 namespace {
@@ -146,7 +148,22 @@ std::optional<EntryError> convertAttributes(const RawEntry& raw, Entry& entry,
 }  // namespace
 
 bool isDetail(Key key) {
-  return key == Key::unit || key == Key::minimum || key == Key::maximum || key == Key::text;
+  switch (key) {
+    case Key::unit:
+    case Key::minimum:
+    case Key::maximum:
+    case Key::text:
+    case Key::file:
+    case Key::simulate:
+    case Key::period:
+    case Key::interval:
+    case Key::scale:
+    case Key::offset:
+    case Key::seed:
+      return true;
+    default:
+      return false;
+  }
 }
 
 std::optional<EntryError> convertValue(const Scalar& scalar, Entry& entry) {
@@ -185,6 +202,9 @@ std::optional<EntryError> convertDetails(const RawEntry& raw, Entry& entry) {
   }
   auto details = std::make_shared<EntryDetails>();
   auto error = convertAttributes(raw, entry, details->attributes);
+  if (!error) {
+    error = convertSource(raw, entry, *details);
+  }
   entry.details = std::move(details);
   return error;
 }

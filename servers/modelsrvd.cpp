@@ -17,6 +17,7 @@
 #include "modelsrv/model_root.h"
 #include "servers/files.h"
 #include "servers/options.h"
+#include "servers/service_notifier.h"
 #include "servers/signals.h"
 #include "servers/tree_source.h"
 
@@ -32,6 +33,13 @@ void printError(const Error& error) {
   const std::string line = "modelsrvd: " + error.text + "\n";
   // If standard error cannot be written, there is nowhere to report it.
   static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
+}
+
+/// For errors that do not end the service.
+void reportIfFailed(const std::optional<Error>& error) {
+  if (error) {
+    printError(*error);
+  }
 }
 
 ExitStatus fail(ExitStatus status, const Error& error) {
@@ -58,14 +66,18 @@ int timeoutUntil(std::optional<Clock::time_point> deadline, Clock::time_point no
 }
 
 /// Dispatches events and updates the tree until a signal requests the end.
-ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& signals) {
+ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& signals,
+               const ServiceNotifier& notifier) {
   while (!signals.stopRequested()) {
     if (signals.takeReloadRequest()) {
-      if (const auto error = tree.reload()) {
-        printError(*error);
-      }
+      reportIfFailed(notifier.reloading());
+      reportIfFailed(tree.reload());
+      reportIfFailed(notifier.ready());
     }
     const auto now = Clock::now();
+    if (signals.takeFileChange()) {
+      tree.filesChanged(now);
+    }
     tree.tick(now);
     const EvtSrv::EvtRes result = manager.receiveEvent(timeoutUntil(tree.nextDeadline(now), now));
     if (result != EvtSrv::EvtRes_Success && result != EvtSrv::EvtRes_Timeout) {
@@ -124,7 +136,10 @@ ExitStatus serve(const Options& options) {
   }
   ExitStatus status = print("ready " + name + "\n");
   if (status == ExitStatus::success) {
-    status = run(manager, tree, signals);
+    const ServiceNotifier notifier;
+    reportIfFailed(notifier.ready());
+    status = run(manager, tree, signals, notifier);
+    reportIfFailed(notifier.stopping());
   }
   root.stop(true);
   return status;

@@ -74,6 +74,11 @@ void setAttributes(ModelPart& part, const Entry& entry) {
                                                                 : ModelSrv::PartAttributes()));
 }
 
+/// Whether the value of the entry comes from elsewhere.
+bool hasSource(const Entry& entry) {
+  return entry.details != nullptr && (entry.details->file || entry.details->simulation);
+}
+
 /// Sets what may differ in a part that stays.
 void setKept(ModelPart& part, Entry& entry) {
   setAttributes(part, entry);
@@ -81,6 +86,9 @@ void setKept(ModelPart& part, Entry& entry) {
     return;
   }
   part.setSubscribable(entry.subscribable);
+  if (hasSource(entry)) {
+    return;
+  }
   // Cannot fail: the values were checked.
   static_cast<void>(
       visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry); }));
@@ -110,6 +118,9 @@ std::unique_ptr<ModelPart> PublishedTree::create(Entry& entry) {
 void PublishedTree::addCreated(Entry& entry, Parts& parts) {
   if (!entry.elementNames.empty()) {
     parts.elementNames.emplace(parts.created.size(), entry.elementNames);
+  }
+  if (hasSource(entry)) {
+    parts.sources.emplace(parts.created.size(), entry.details);
   }
   const std::uint16_t elements = elementsOf(entry);
   parts.created.push_back({create(entry), parentOf(entry), entry.type, elements});
@@ -144,6 +155,13 @@ PublishedTree::PublishedTree(TreeDescription description) {
       auto error = addToParent(parts_, index);
       error_ = error_ ? std::move(error_) : std::move(error);
     }
+  }
+}
+
+void PublishedTree::supply(ValueFeeds& feeds) const {
+  for (const auto& [index, details] : parts_.sources) {
+    const Created& created = parts_.created[index];
+    feeds.add(*created.part, created.type, details);
   }
 }
 
@@ -241,6 +259,9 @@ std::optional<Error> PublishedTree::createNew(TreeDescription& description, cons
         return error;
       }
     } else {
+      if (hasSource(entry)) {
+        next.sources.emplace(index, entry.details);
+      }
       next.created.push_back({nullptr, parentOf(entry), entry.type, elementsOf(entry)});
       if (!entry.elementNames.empty()) {
         next.elementNames.emplace(index, std::move(entry.elementNames));

@@ -12,6 +12,7 @@
 #include "modelsrv/value_parts.h"
 #include "servers/error.h"
 #include "servers/tree_description.h"
+#include "servers/value_feeds.h"
 
 namespace modelsrvd {
 
@@ -44,6 +45,10 @@ class PublishedTree {
   /// After an error the tree is unchanged, or, if memory runs out late, between both.
   [[nodiscard]] std::optional<Error> reload(TreeDescription description);
 
+  /// Adds the parts whose values are in files or simulated to `feeds`, which is cleared before
+  /// this tree is destroyed or its values are updated.
+  void supply(ValueFeeds& feeds) const;
+
  private:
   /// What was created for an entry of a description.
   struct Created {
@@ -57,6 +62,8 @@ class PublishedTree {
     std::vector<Created> created;
     /// Element names by entry, for comparison: a part does not return them.
     std::map<std::size_t, std::vector<std::string>> elementNames;
+    /// The details of the entries whose values come from elsewhere.
+    std::map<std::size_t, std::shared_ptr<const EntryDetails>> sources;
   };
   /// For each entry of a description the index of the present part that stays for it, or
   /// `isNew`.

@@ -14,19 +14,26 @@ namespace {
 std::atomic<EvtSrv::EventPortManager*> managerToWake{nullptr};
 std::atomic<bool> stopFlag{false};
 std::atomic<bool> reloadFlag{false};
+std::atomic<bool> fileFlag{false};
 static_assert(std::atomic<EvtSrv::EventPortManager*>::is_always_lock_free &&
               std::atomic<bool>::is_always_lock_free);
 
 extern "C" void recordSignal(int number) {
   const int savedErrno = errno;
-  (number == SIGHUP ? reloadFlag : stopFlag).store(true);
+  if (number == SIGHUP) {
+    reloadFlag.store(true);
+  } else if (number == SIGIO) {
+    fileFlag.store(true);
+  } else {
+    stopFlag.store(true);
+  }
   if (EvtSrv::EventPortManager* const manager = managerToWake.load()) {
     manager->wake();
   }
   errno = savedErrno;
 }
 
-constexpr std::array<int, 3> handledSignals{SIGINT, SIGTERM, SIGHUP};
+constexpr std::array<int, 4> handledSignals{SIGINT, SIGTERM, SIGHUP, SIGIO};
 
 bool setAction(int number, void (*action)(int)) {
   struct sigaction entry {};
@@ -41,6 +48,7 @@ bool setAction(int number, void (*action)(int)) {
 Signals::Signals(EvtSrv::EventPortManager& manager) {
   stopFlag.store(false);
   reloadFlag.store(false);
+  fileFlag.store(false);
   managerToWake.store(&manager);
   // The parent process may have blocked the signals.
   sigset_t toUnblock;
@@ -66,6 +74,11 @@ bool Signals::stopRequested() const {
 
 bool Signals::takeReloadRequest() {
   return reloadFlag.exchange(false);
+}
+
+bool Signals::takeFileChange() {
+  // The common case writes nothing.
+  return fileFlag.load() && fileFlag.exchange(false);
 }
 
 }  // namespace modelsrvd

@@ -6,8 +6,9 @@ namespace modelsrvd {
 
 /// The server's signal handlers, installed for the lifetime of the object; at most
 /// one object per process at a time. SIGINT and SIGTERM request the end, SIGHUP
-/// requests a reload, SIGPIPE is ignored. Each request wakes `manager`, which is not
-/// owned and outlives the object. After destruction the signals are ignored.
+/// requests a reload, SIGIO reports changes of watched files, SIGPIPE is ignored. Each request
+/// wakes `manager`, which is not owned and outlives the object. After destruction the signals are
+/// ignored.
 class Signals {
  public:
   explicit Signals(EvtSrv::EventPortManager& manager);
@@ -23,6 +24,9 @@ class Signals {
 
   /// Whether SIGHUP was received since the last call.
   [[nodiscard]] bool takeReloadRequest();
+
+  /// Whether SIGIO was received since the last call.
+  [[nodiscard]] bool takeFileChange();
 
  private:
   bool installed_ = false;

@@ -10,6 +10,7 @@
 #include "servers/host_tree.h"
 #include "servers/published_tree.h"
 #include "servers/synthetic_tree.h"
+#include "servers/value_feeds.h"
 
 namespace modelsrvd {
 
@@ -19,6 +20,8 @@ std::optional<TreeSource::Clock::time_point> TreeSource::nextDeadline(
 }
 
 void TreeSource::tick(Clock::time_point /*now*/) {}
+
+void TreeSource::filesChanged(Clock::time_point /*now*/) {}
 
 std::optional<Error> TreeSource::reload() {
   return std::nullopt;
@@ -87,7 +90,25 @@ class FileSource final : public TreeSource {
 
   [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root) override {
     root_ = &root;
+    tree_->supply(feeds_);
     return tree_->publish(root);
+  }
+
+  [[nodiscard]] std::optional<Clock::time_point> nextDeadline(
+      Clock::time_point /*now*/) const override {
+    return feeds_.nextDeadline();
+  }
+
+  void tick(Clock::time_point now) override {
+    if (const auto deadline = feeds_.nextDeadline(); deadline && *deadline <= now) {
+      const std::lock_guard lock(root_->manager()->clientMutex);
+      feeds_.tick(now);
+    }
+  }
+
+  void filesChanged(Clock::time_point now) override {
+    const std::lock_guard lock(root_->manager()->clientMutex);
+    feeds_.takeFileChanges(now);
   }
 
   [[nodiscard]] std::optional<Error> reload() override {
@@ -98,7 +119,11 @@ class FileSource final : public TreeSource {
       }
       // Under the client mutex, so that clients see the old tree or the new one.
       const std::lock_guard lock(root_->manager()->clientMutex);
-      return tree_->reload(std::move(std::get<TreeDescription>(result)));
+      // Parts that leave the tree are destroyed.
+      feeds_.clear();
+      auto error = tree_->reload(std::move(std::get<TreeDescription>(result)));
+      tree_->supply(feeds_);
+      return error;
     } catch (const std::bad_alloc&) {
       return Error{oneLine(path_) + ": out of memory"};
     }
@@ -108,6 +133,8 @@ class FileSource final : public TreeSource {
   std::string path_;
   std::string name_;
   std::unique_ptr<PublishedTree> tree_;
+  /// Declared after the tree: its parts outlive their feeds.
+  ValueFeeds feeds_{Clock::now()};
   ModelSrv::ModelRoot* root_ = nullptr;
 };
 

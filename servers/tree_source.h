@@ -33,6 +33,9 @@ class TreeSource {
   /// Updates the values if the deadline has passed.
   virtual void tick(Clock::time_point now);
 
+  /// To be called after SIGIO: files that the tree watches may have changed.
+  virtual void filesChanged(Clock::time_point now);
+
   /// Reads the description file again; other trees ignore the call. After an error
   /// the tree is unchanged.
   [[nodiscard]] virtual std::optional<Error> reload();

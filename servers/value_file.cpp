@@ -1,0 +1,121 @@
+#include "servers/value_file.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace modelsrvd {
+
+namespace {
+
+/// An open regular file; closes its descriptor.
+class OpenValueFile {
+ public:
+  /// Never opens anything but a regular file: to open a pipe or a device may have effects.
+  OpenValueFile(const std::string& path, int mode) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+      code_ = errno;
+      return;
+    }
+    if (!S_ISREG(status.st_mode)) {
+      code_ = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+      return;
+    }
+    descriptor_ = ::open(path.c_str(), mode | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    code_ = descriptor_ < 0 ? errno : 0;
+    // Another file may have taken the name in between.
+    if (descriptor_ >= 0 && (::fstat(descriptor_, &status_) != 0 || !S_ISREG(status_.st_mode))) {
+      code_ = EINVAL;
+    }
+  }
+  ~OpenValueFile() {
+    if (descriptor_ >= 0) {
+      ::close(descriptor_);
+    }
+  }
+  OpenValueFile(const OpenValueFile&) = delete;
+  OpenValueFile& operator=(const OpenValueFile&) = delete;
+
+  [[nodiscard]] int code() const { return code_; }
+  [[nodiscard]] int get() const { return descriptor_; }
+  [[nodiscard]] off_t size() const { return status_.st_size; }
+
+ private:
+  int descriptor_ = -1;
+  int code_ = 0;
+  struct stat status_ {};
+};
+
+bool isKernelFileSystem(const std::string& path) {
+  struct statfs status {};
+  return ::statfs(path.c_str(), &status) == 0 &&
+         (status.f_type == SYSFS_MAGIC || status.f_type == PROC_SUPER_MAGIC ||
+          status.f_type == DEBUGFS_MAGIC || status.f_type == CGROUP2_SUPER_MAGIC);
+}
+
+}  // namespace
+
+ModelSrv::ModelRes readValueFile(const std::string& path, std::string& text) {
+  const OpenValueFile file(path, O_RDONLY);
+  if (file.code() != 0) {
+    return ModelSrv::ModelRes_NoValue;
+  }
+  text.clear();
+  while (text.size() <= maxValueFileBytes) {
+    char buffer[4096];
+    const ssize_t count = ::read(file.get(), buffer, sizeof buffer);
+    if (count > 0) {
+      text.append(buffer, static_cast<std::size_t>(count));
+    } else if (count == 0) {
+      if (text.ends_with('\n')) {
+        text.pop_back();
+      }
+      return ModelSrv::ModelRes_Success;
+    } else if (errno != EINTR) {
+      return ModelSrv::ModelRes_NoValue;
+    }
+  }
+  return ModelSrv::ModelRes_TooLarge;
+}
+
+std::optional<std::string> writeValueFile(const std::string& path, std::string_view text) {
+  const OpenValueFile file(path, O_WRONLY);
+  if (file.code() != 0) {
+    return path + ": " +
+           (file.code() == EINVAL ? "not a regular file" : std::strerror(file.code()));
+  }
+  const std::string line = std::string(text) + '\n';
+  ssize_t count = 0;
+  do {
+    count = ::write(file.get(), line.data(), line.size());
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) {
+    return path + ": " + std::strerror(errno);
+  }
+  if (static_cast<std::size_t>(count) != line.size()) {
+    return path + ": took " + std::to_string(count) + " of " + std::to_string(line.size()) +
+           " bytes";
+  }
+  // The rest of a longer value. A file of the kernel keeps its size.
+  if (file.size() > count && !isKernelFileSystem(path) && ::ftruncate(file.get(), count) != 0) {
+    return path + ": " + std::strerror(errno);
+  }
+  return std::nullopt;
+}
+
+bool reportsChanges(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) {
+    return false;
+  }
+  const std::size_t slash = path.rfind('/');
+  return !isKernelFileSystem(slash == 0 ? "/" : path.substr(0, slash));
+}
+
+}  // namespace modelsrvd
