@@ -1,7 +1,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <fstream>
+#include <vector>
 
 #include "tests/fault/fault_test.h"
 #include "tests/fault/raw_pipe.h"
@@ -117,26 +118,40 @@ TEST_F(MailboxGarbage, FilesInPlaceOfTheHellosPipesAreNotWrittenTo) {
   const std::string replies = wire::privatePipePath(token, ".rep");
   const std::string events = wire::privatePipePath(token, ".evt");
   const std::string target = pathOf(port + "_target");
-  std::ofstream(target) << "untouched";
+  // Written and read by descriptors: a client that connects may remove the names.
+  std::vector<RawPipe> files;
+  const auto make = [&files](const std::string& path) {
+    files.emplace_back(::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600));
+    ASSERT_TRUE(files.back().write("untouched")) << path;
+  };
+  // A client without the library removes no names.
+  const auto expectRawClientServed = [this] {
+    RawClient next;
+    EXPECT_TRUE(next.connect(mailbox));
+  };
+  make(target);
+  make(events);
   ASSERT_EQ(::symlink(target.c_str(), replies.c_str()), 0);
-  std::ofstream(events) << "untouched";
   const std::size_t before = descriptorCount(server_.pid());
 
   const RawPipe pipe = RawPipe::open(mailbox, O_WRONLY);
   EXPECT_TRUE(pipe.write(wire::hello(token)));
-  expectServed();
-  ASSERT_EQ(::unlink(replies.c_str()), 0);
-  std::ofstream(replies) << "untouched";
+  expectRawClientServed();
+  ::unlink(replies.c_str());
+  make(replies);
   EXPECT_TRUE(pipe.write(wire::hello(token)));
-  expectServed();
+  expectRawClientServed();
 
+  for (const RawPipe& file : files) {
+    char text[32] = {};
+    EXPECT_EQ(::pread(file.descriptor(), text, sizeof text, 0), 9);
+    EXPECT_STREQ(text, "untouched");
+  }
   for (const std::string& path : {target, replies, events}) {
-    std::string text;
-    std::getline(std::ifstream(path), text);
-    EXPECT_EQ(text, "untouched") << path;
     ::unlink(path.c_str());
   }
   EXPECT_TRUE(eventually([&] { return descriptorCount(server_.pid()) == before; }));
+  expectServed();
 }
 
 }  // namespace
