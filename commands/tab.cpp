@@ -4,6 +4,7 @@
 #include "commands/tree_scope.h"
 #include "model/discovery.h"
 #include "shell/command_table.h"
+#include "shell/paths.h"
 #include "shell/results.h"
 
 namespace treescope {
@@ -49,7 +50,10 @@ std::vector<std::string> TreeScope::treeCandidates(const SplitPath& path) {
     }
     IdChain chain = parent.ids;
     chain.push_back(children.id(child));
-    candidates.push_back(hasChildren(chain, true) ? names.back() + '/' : names.back());
+    candidates.push_back(names.back());
+    if (hasChildren(chain, true)) {
+      appendComponent(candidates.back(), "");
+    }
   }
   parent.names.insert(parent.names.begin(), currentPart()->serverName());
   wordTree_->at(parent.names).setChildren(names);

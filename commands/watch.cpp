@@ -109,7 +109,10 @@ int TreeScope::doEu(unsigned options, const char* path) {
 }
 
 int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const std::string& path) {
-  const std::string base = path.empty() ? path : path + '/';
+  std::string base = path;
+  if (!base.empty()) {
+    appendComponent(base, "");
+  }
   ChildList children;
   if (!fetchChildren(node, children, true) || children.empty()) {
     return result::nothing;

@@ -7,6 +7,9 @@
 #include <cerrno>
 #include <memory>
 #include <optional>
+#include <string_view>
+
+#include "shell/paths.h"
 
 namespace treescope {
 
@@ -43,9 +46,10 @@ bool isPortName(std::string_view name) {
          std::all_of(name.begin(), name.end(), isAllowed);
 }
 
-bool isPlainEntry(const std::string& path) {
+bool isPlainEntry(std::string dir, std::string_view fileName) {
+  appendComponent(dir, fileName);
   struct stat status {};
-  return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+  return stat(dir.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
 }
 
 DIR* openDirectory(const char* path) {
@@ -66,7 +70,7 @@ int scanDirectory(const char* dir, const char* key, Visit visit) {
     const std::string fileName = entry->d_name;
     const auto name = withoutPipeExtension(fileName);
     if (name && isPortName(*name) && (key == nullptr || name->find(key) != std::string::npos) &&
-        isPlainEntry(std::string(dir) + "/" + fileName)) {
+        isPlainEntry(dir, fileName)) {
       visit(*name);
     }
   }
