@@ -16,7 +16,7 @@ namespace EvtSrv::internal {
 namespace {
 
 // How often another process may remove the mailbox while it is being opened.
-constexpr int maxOpenAttempts = 16;
+constexpr int maxMailboxOpenAttempts = 16;
 
 // The most bytes that one read takes from the watch.
 constexpr std::size_t watchReadSize = 4096;
@@ -66,7 +66,7 @@ EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_
 
 EvtRes Mailbox::makePipe() {
   EvtRes result = EvtRes_SystemError;
-  for (int attempt = 0; attempt < maxOpenAttempts; ++attempt) {
+  for (int attempt = 0; attempt < maxMailboxOpenAttempts; ++attempt) {
     if (tryMake(result) == Attempt::done) {
       break;
     }
