@@ -20,10 +20,10 @@ TEST(PrintableText, ReplacesEachControlByte) {
     const std::string one(1, static_cast<char>(byte));
     // At each offset in a word, and in the rest after the last word.
     for (std::size_t before = 0; before < 18; ++before) {
-      const std::string left(before, 'a');
-      EXPECT_EQ(printable(left + one + "0123456789"), left + (kept ? one : "?") + "0123456789")
+      const std::string head(before, 'a');
+      EXPECT_EQ(printable(head + one + "0123456789"), head + (kept ? one : "?") + "0123456789")
           << byte << " at " << before;
-      EXPECT_EQ(printable(left + one), left + (kept ? one : "?")) << byte << " at " << before;
+      EXPECT_EQ(printable(head + one), head + (kept ? one : "?")) << byte << " at " << before;
     }
   }
 }
@@ -36,11 +36,11 @@ struct Utf8Case {
 TEST(PrintableText, KeepsValidUtf8) {
   for (const char* text :
        {"\xC2\xA0", "gr\xC3\xBCn", "\xC5\x9B", "\xE2\x82\xAC", "\xED\x9F\xBF", "\xEE\x80\x80",
-        "\xE0\xA0\x80", "\xF0\x9F\x98\x80", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF",
-        "0123456\xE2\x82\xAC"
-        "0123456\xE2\x82\xAC"}) {
+        "\xE0\xA0\x80", "\xF0\x9F\x98\x80", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
     EXPECT_EQ(printable(text), text) << testing::PrintToString(text);
   }
+  const std::string word = "0123456\xE2\x82\xAC";
+  EXPECT_EQ(printable(word + word), word + word);
 }
 
 TEST(PrintableText, ReplacesC1ControlsInBothForms) {
