@@ -118,7 +118,9 @@ TEST_F(Install, AShellCanBeBuiltAgainstIt) {
   const std::string build = directory() / "build";
   const Finished configured =
       run({"cmake", "-G", "Ninja", "-S", test_support::sourceDirectory(), "-B", build,
-           "-DTREESCOPE_PLATFORM=" + prefix(), "-DTREESCOPE_BUILD_TESTS=OFF"},
+           "-DTREESCOPE_PLATFORM=" + prefix(), "-DTREESCOPE_BUILD_TESTS=OFF",
+           // That the files compile one by one, the build of the test shows.
+           "-DCMAKE_UNITY_BUILD=ON", "-DCMAKE_UNITY_BUILD_BATCH_SIZE=0"},
           {}, {}, buildLimit);
   ASSERT_EQ(configured.status, (ExitStatus{0, 0})) << configured.output << configured.errors;
   const Finished built =
