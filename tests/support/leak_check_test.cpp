@@ -12,8 +12,12 @@ namespace {
 using testing::HasSubstr;
 
 Finished runLeaky(const std::string& test) {
+  // Its tests are not divided as those of this program may be.
+  ProcessOptions options;
+  options.environment.emplace();
   return run({buildDirectory() + "/tests/leaky_program", "--gtest_filter=Leaky." + test,
-              "--gtest_color=no"});
+              "--gtest_color=no"},
+             {}, options);
 }
 
 TEST(LeakCheck, FailsATestThatLeavesADescriptorOpen) {
