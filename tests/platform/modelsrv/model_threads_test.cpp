@@ -154,12 +154,12 @@ TEST(ModelThreads, MayDestroyAPartWhileItIsRemovedFromTheTree) {
     auto part = std::make_unique<ValuePart<std::int32_t>>(20, "removed");
     ModelPart* const removed = part.get();
     ASSERT_EQ(server.drive.add(removed), ModelRes_Success);
-    std::atomic<bool> started{false};
+    std::atomic<bool> begun{false};
     std::thread destroys([&] {
-      started = true;
+      begun = true;
       part.reset();
     });
-    while (!started) {
+    while (!begun) {
       std::this_thread::yield();
     }
     const ModelRes result = server.drive.remove(removed);
