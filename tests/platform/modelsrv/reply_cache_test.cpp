@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <sstream>
@@ -78,6 +79,18 @@ class ReplyCaching : public testing::Test {
   SilentPart silent_;
   ReplyCache cache_{system_};
 };
+
+TEST_F(ReplyCaching, CountsWhatAPrefetchHasReadAndLeftOut) {
+  std::deque<ArrayPart<double>> arrays;
+  for (int i = 0; i < 100; ++i) {
+    const auto id = static_cast<ModelPartId>(10 + i);
+    auto& array = arrays.emplace_back(id, "array", std::vector<double>(4000, 1.0 / 3));
+    ASSERT_EQ(b_.add(&array), ModelRes_Success);
+  }
+  ASSERT_NE(replace({5}, prefetch(b_, 1000)), nullptr);
+  EXPECT_NE(cache_.find(Chain{5, 10}, Data::structure), nullptr);
+  EXPECT_EQ(cache_.find(Chain{5, 20}, Data::structure), nullptr);
+}
 
 TEST_F(ReplyCaching, HasAPartAndThePartsThatFollowIt) {
   ASSERT_NE(replace({5, 2}, prefetch(x_, 100)), nullptr);

@@ -235,6 +235,8 @@ void PrefetchWriter::writeAnyPart(ModelPart& part, std::vector<std::uint8_t>& re
     if (write(SectionLimit(reply))) {
       has |= section;
     } else {
+      // To write it took time, too.
+      usedSize_ += reply.size() - before;
       reply.resize(before);
     }
   };
