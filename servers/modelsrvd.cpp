@@ -1,6 +1,8 @@
 // The model server: reads the command line, publishes one tree and serves it
 // until SIGINT or SIGTERM.
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
@@ -98,6 +100,16 @@ Error nameError(const Options& options, const std::string& name, ModelSrv::Model
   return {origin + oneLine(name) + ": " + ModelSrv::describe(result)};
 }
 
+/// Lets this process open as many descriptors as it may: a client takes three. If the system
+/// refuses, there is a place for fewer clients.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+    limit.rlim_cur = limit.rlim_max;
+    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
+  }
+}
+
 /// Publishes the tree that `options` select and serves it. Prints "ready NAME" to
 /// standard output once clients can connect.
 ExitStatus serve(const Options& options) {
@@ -109,6 +121,7 @@ ExitStatus serve(const Options& options) {
     }
     serverOptions.group = std::get<gid_t>(group);
   }
+  raiseDescriptorLimit();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   Signals signals(manager);
   if (!signals.installed()) {
