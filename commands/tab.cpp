@@ -2,7 +2,9 @@
 
 #include "commands/target_address.h"
 #include "commands/tree_scope.h"
+#include "evtsrv/event_port_manager.h"
 #include "model/discovery.h"
+#include "model/request_series.h"
 #include "shell/command_table.h"
 #include "shell/paths.h"
 #include "shell/results.h"
@@ -43,6 +45,7 @@ std::vector<std::string> TreeScope::treeCandidates(const SplitPath& path) {
   }
   std::vector<std::string> names;
   std::vector<std::string> candidates;
+  RequestSeries series(eventPortManager_->clientMutex, true);
   for (std::size_t child = 0; child < children.size(); ++child) {
     names.push_back(children.name(child));
     if (!names.back().starts_with(path.last)) {
@@ -51,7 +54,8 @@ std::vector<std::string> TreeScope::treeCandidates(const SplitPath& path) {
     IdChain chain = parent.ids;
     chain.push_back(children.id(child));
     candidates.push_back(names.back());
-    if (hasChildren(chain, true)) {
+    series.next();
+    if (hasChildren(chain, false)) {
       appendComponent(candidates.back(), "");
     }
   }

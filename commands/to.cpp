@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
@@ -9,6 +8,7 @@
 #include "commands/values_file.h"
 #include "shell/results.h"
 #include "term/shown_text.h"
+#include "term/standard_output.h"
 
 namespace treescope {
 
@@ -100,7 +100,7 @@ class SubtreeWriter {
     trace_ += "] -> [";
     appendShown(trace_, line_);
     trace_ += "]\n";
-    static_cast<void>(std::fwrite(trace_.data(), 1, trace_.size(), stdout));
+    printText(trace_);
   }
 
   void endLine() {

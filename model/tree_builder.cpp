@@ -1,6 +1,8 @@
 #include <utility>
 
+#include "evtsrv/event_port_manager.h"
 #include "model/model_client.h"
+#include "model/request_series.h"
 #include "shell/command_table.h"
 #include "term/styled_text.h"
 
@@ -16,11 +18,15 @@ constexpr std::uint32_t nodeKind = colourBlue;
 class TreeBuilder {
  public:
   TreeBuilder(ModelClient& client, unsigned options, const IdChain& chain, bool lock)
-      : client_(client), options_(options), lock_(lock), chain_(chain) {}
+      : client_(client),
+        options_(options),
+        series_(client.manager()->clientMutex, lock),
+        chain_(chain) {}
 
   void build(ListingNode& node, std::string name, std::uint8_t depth, bool top) {
     enter(node, std::move(name), depth, top);
     while (!levels_.empty()) {
+      series_.next();
       if (levels_.back().next == levels_.back().children.size()) {
         leaveLevel();
       } else {
@@ -45,7 +51,7 @@ class TreeBuilder {
       name = chain_.empty() ? "root" : childName({}, chain_.back());
     }
     node.name = std::move(name);
-    if (client_.hasChildren(chain_, lock_)) {
+    if (client_.hasChildren(chain_, false)) {
       enterNode(node, depth, top);
     } else {
       listPart(node);
@@ -77,9 +83,9 @@ class TreeBuilder {
   ChildList listChildren() {
     std::vector<std::uint16_t> ids;
     std::vector<std::string> names;
-    const bool listed = client_.fetchChildIds(chain_, ids, lock_);
+    const bool listed = client_.fetchChildIds(chain_, ids, false);
     // If this request fails, the children have no names.
-    static_cast<void>(client_.fetchChildNames(chain_, names, lock_));
+    static_cast<void>(client_.fetchChildNames(chain_, names, false));
     return listed ? ChildList(std::move(ids), std::move(names)) : ChildList();
   }
 
@@ -95,7 +101,7 @@ class TreeBuilder {
     const std::size_t position = level.next++;
     const std::size_t levelsBefore = levels_.size();
     chain_.push_back(level.children.id(position));
-    const std::uint16_t sum = client_.elementSum(chain_, lock_);
+    const std::uint16_t sum = client_.elementSum(chain_, false);
     if (sum == 0 || !has(optionRecursive)) {
       enter(level.node->addChild(), level.children.servedName(position),
             static_cast<std::uint8_t>(level.depth - 1), false);
@@ -108,19 +114,19 @@ class TreeBuilder {
   }
 
   void listPart(ListingNode& node) {
-    const std::uint16_t sum = client_.elementSum(chain_, lock_);
+    const std::uint16_t sum = client_.elementSum(chain_, false);
     node.kindMark = sum != 0 && has(optionCount) ? elementsKind : 0;
     node.subscribedMark = isSubscribed() ? attributeBold : 0;
     if (sum != 0) {
       listElements(node, sum);
     } else if (has(optionLong) && !(has(ModelClient::optionBelowOnly) && levels_.empty())) {
       node.value.emplace();
-      client_.readValueText(chain_, *node.value, lock_);
+      client_.readValueText(chain_, *node.value, false);
     }
   }
 
   void listElements(ListingNode& node, std::uint16_t sum) {
-    const std::vector<std::string> names = elementNames(lock_);
+    const std::vector<std::string> names = elementNames();
     const std::size_t count = names.empty() ? sum : names.size();
     node.children.reserve(count);
     for (std::size_t index = 0; index < count; ++index) {
@@ -128,6 +134,7 @@ class TreeBuilder {
       if (!names.empty()) {
         label += '(' + names[index] + ')';
       }
+      series_.next();
       ListingNode& element = node.addChild();
       element.name = std::move(label);
       readElement(element, index, sum);
@@ -136,13 +143,14 @@ class TreeBuilder {
 
   /// Lists the elements of a part as children of the part's parent node.
   void listFlat(ListingNode& node, const std::string& name, std::uint16_t sum) {
-    const std::vector<std::string> names = elementNames(true);
+    const std::vector<std::string> names = elementNames();
     const std::size_t count = names.empty() ? sum : names.size();
     for (std::size_t index = 0; index < count; ++index) {
       std::string label = name + '[' + std::to_string(index) + ']';
       if (!names.empty() && !names[index].empty()) {
         label += '(' + names[index] + ')';
       }
+      series_.next();
       ListingNode& element = node.addChild();
       element.name = std::move(label);
       element.kindMark = has(optionCount) ? elementsKind : 0;
@@ -150,16 +158,16 @@ class TreeBuilder {
     }
   }
 
-  std::vector<std::string> elementNames(bool lock) {
+  std::vector<std::string> elementNames() {
     std::vector<std::string> names;
-    static_cast<void>(client_.fetchElementNames(chain_, names, lock));
+    static_cast<void>(client_.fetchElementNames(chain_, names, false));
     return names;
   }
 
   void readElement(ListingNode& element, std::size_t index, std::size_t sum) {
     if (has(optionLong) && index < sum) {
       element.value.emplace();
-      client_.readElementText(chain_, *element.value, static_cast<std::uint16_t>(index), lock_);
+      client_.readElementText(chain_, *element.value, static_cast<std::uint16_t>(index), false);
     }
   }
 
@@ -169,7 +177,7 @@ class TreeBuilder {
 
   ModelClient& client_;
   const unsigned options_;
-  const bool lock_;
+  RequestSeries series_;
   /// The node or part that is being listed.
   IdChain chain_;
   std::vector<Level> levels_;

@@ -1,6 +1,5 @@
 #include "model/update_display.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "model/model_client.h"
@@ -8,8 +7,8 @@
 #include "shell/command_table.h"
 #include "shell/paths.h"
 #include "term/line_listing.h"
-#include "term/output_block.h"
 #include "term/shown_text.h"
+#include "term/standard_output.h"
 
 namespace treescope {
 
@@ -45,7 +44,7 @@ void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& print
     const OutputSpan span;
     printer.printLine({0, colourDefault, path.c_str()}, false);
     printLongTree(printer, listing, false, false);
-    std::fflush(stdout);
+    flushOutput();
   }
   freeTree(listing);
 }

@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <new>
@@ -103,7 +102,7 @@ int ScopeBase::dispatchFrom(CommandFileRun* run, const char* command) {
 }
 
 int ScopeBase::runSystemCommand(const char* command) {
-  std::fflush(stdout);
+  flushOutput();
   const OriginalMode original;
   return std::system(command);
 }

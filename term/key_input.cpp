@@ -8,7 +8,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
+
+#include "term/standard_output.h"
 
 namespace treescope {
 
@@ -44,7 +45,7 @@ Ready waitForInput(int requests) {
 
 int readKeyByte(const std::function<void()>& repaint) {
   for (;;) {
-    std::fflush(stdout);
+    flushOutput();
     const int requests = requestDescriptor;
     const Ready ready = waitForInput(requests);
     if (ready.request && takeRequest(requests) && repaint) {

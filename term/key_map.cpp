@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <exception>
 #include <stdexcept>
 
 #include "term/escape_sequences.h"
 #include "term/key_decoder.h"
 #include "term/line_editor.h"
-#include "term/output_block.h"
+#include "term/standard_output.h"
 
 namespace treescope {
 
@@ -89,7 +88,7 @@ void LineEditor::recover(int code, const std::function<void()>& report) {
   try {
     const OutputSpan span;
     if (!onNewLine) {
-      std::putchar('\n');
+      printText("\n");
     }
     if (report) {
       report();
@@ -120,7 +119,7 @@ void LineEditor::deleteBackward() {
   }
   const OutputSpan span;
   const std::uint32_t kept = cursor();
-  std::fputs(eraseLine, stdout);
+  printText(eraseLine);
   reprompt();
   redrawLine();
   buffer_.moveTo(kept);
@@ -182,21 +181,21 @@ void LineEditor::goPageForward() {
 
 // Whatever presents the candidates prints the prompt again.
 void LineEditor::complete() {
-  std::putchar('\n');
+  printText("\n");
   const std::size_t first = std::min(line().find_first_not_of(' '), line().size());
   const std::string command = "tab " + line().substr(first);
   static_cast<void>(host_.runLine(command.c_str()));
 }
 
 void LineEditor::accept() {
-  std::putchar('\n');
+  printText("\n");
   if (line().empty()) {
     reprompt();
     return;
   }
   // A copy: the line that runs may replace the editor's.
   const std::string accepted = buffer_.accept();
-  std::fflush(stdout);
+  flushOutput();
   if (!host_.runLine(accepted.c_str())) {
     return;
   }

@@ -7,7 +7,7 @@
 
 #include "term/escape_sequences.h"
 #include "term/key_decoder.h"
-#include "term/output_block.h"
+#include "term/standard_output.h"
 #include "utilsrv/thread.h"
 
 namespace treescope {
@@ -17,15 +17,6 @@ namespace {
 // A pasted line that is longer than this is drawn when the paste pauses: drawn after
 // each byte, 100 KB would be 5 GB of output.
 constexpr std::size_t longLine = 1024;
-
-// The result is ignored: an error could be reported nowhere but on the same terminal.
-void print(const char* text) {
-  std::fputs(text, stdout);
-}
-
-void print(const std::string& text) {
-  print(text.c_str());
-}
 
 }  // namespace
 
@@ -82,7 +73,7 @@ void LineEditor::readUntilEnd() {
 
 void LineEditor::endInput() {
   flushRepaint();
-  std::putchar('\n');
+  printText("\n");
   host_.endOfInput();
 }
 
@@ -91,10 +82,10 @@ void LineEditor::showPrompt(const char* name, const char* initialText) {
     return;
   }
   const OutputSpan span;
-  print(cursorToColumn(0));
-  std::putchar('[');
-  print(name);
-  print("]$ ");
+  printText(cursorToColumn(0));
+  printText("[");
+  printText(name);
+  printText("]$ ");
   constexpr int frameAndNextColumn = 5;
   textColumn_ = static_cast<int>(std::strlen(name)) + frameAndNextColumn;
   if (initialText != nullptr) {
@@ -114,9 +105,9 @@ void LineEditor::redrawLine() {
   }
   const OutputSpan span;
   repaintPending_ = false;
-  print(cursorToColumn(textColumn_));
-  print(line());
-  print(eraseToLineEnd);
+  printText(cursorToColumn(textColumn_));
+  printText(line().c_str());
+  printText(eraseToLineEnd);
 }
 
 void LineEditor::moveCursor(int how) {
@@ -141,7 +132,7 @@ void LineEditor::moveCursor(int how) {
     default:
       break;
   }
-  print(cursorToColumn(textColumn_ + static_cast<int>(cursor())));
+  printText(cursorToColumn(textColumn_ + static_cast<int>(cursor())));
 }
 
 /// Draws the line and the cursor after a change of both.

@@ -1,28 +1,17 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 
-/// Two ways to print on standard output without being interrupted by other threads.
+#include "term/standard_output.h"
 
 namespace treescope {
-
-/// While this exists, no other thread prints on standard output or flushes it
-/// (flockfile(3)). May be nested in one thread. Not to be held while a command runs.
-class OutputSpan {
- public:
-  OutputSpan() { flockfile(stdout); }
-  ~OutputSpan() { funlockfile(stdout); }
-  OutputSpan(const OutputSpan&) = delete;
-  OutputSpan& operator=(const OutputSpan&) = delete;
-};
 
 /// Collects the lines of a listing and writes many kilobytes of them at a time: a call
 /// per line would cost more than making the line.
 ///
-/// For one thread and one listing. Each write is one call of the standard library with
-/// whole lines only, so other threads' output does not divide a line. Write errors are
+/// For one thread and one listing. Each write is one call of `printText` with whole lines
+/// only, so other threads' output does not divide a line. Write errors are
 /// ignored.
 class OutputBlock {
  public:
@@ -48,7 +37,7 @@ class OutputBlock {
 
   /// Writes the text.
   void flush() {
-    std::fwrite(text_.data(), 1, text_.size(), stdout);
+    printText(text_);
     text_.clear();
     complete_ = 0;
   }

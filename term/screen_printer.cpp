@@ -3,10 +3,10 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <string>
 
 #include "term/escape_sequences.h"
+#include "term/standard_output.h"
 
 namespace treescope {
 
@@ -102,7 +102,7 @@ void ScreenPrinter::appendAt(std::string& text, int column, const char* shown) c
 }
 
 void ScreenPrinter::write(const std::string& text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  printText(text);
 }
 
 void ScreenPrinter::setAttributes(std::uint32_t attributes, std::uint32_t colour) {

@@ -32,10 +32,10 @@ struct TerminalSizeSource {
 /// the caller flushes it before it waits for the user or starts another program.
 ///
 /// Threads: commands print on the thread that runs them, the update display on the main
-/// thread. Every operation passes all its bytes to standard output in one call, which
-/// has its own lock, so other threads' output does not divide a line; the order of lines
-/// of different threads is not defined. The counters are atomic. Write errors are
-/// ignored: they could be reported nowhere but on the same output.
+/// thread. Every operation passes all its bytes to `printText` in one call, so other threads'
+/// output does not divide a line; the order of lines of different threads is not defined. The
+/// counters are atomic. Write errors are ignored: they could be reported nowhere but on the same
+/// output.
 class ScreenPrinter {
  public:
   /// `owner` is kept for the caller and has no effect here.

@@ -8,11 +8,17 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "kstd/thread_mutex.h"
+
 namespace treescope {
 
 namespace {
 
 bool onTerminal = false;
+
+// Whose turn it is to print. flockfile(3) alone is not fair: a thread that prints one
+// update after another would get the stream again and again before a thread that waits.
+KSTD::KThreadMutex turn;
 
 bool waitForSpace(int descriptor) {
   pollfd output{descriptor, POLLOUT, 0};
@@ -62,9 +68,29 @@ bool outputIsTerminal() {
   return onTerminal;
 }
 
+OutputSpan::OutputSpan() KRV_NO_THREAD_SAFETY_ANALYSIS {
+  turn.lock();
+  flockfile(stdout);
+}
+
+OutputSpan::~OutputSpan() KRV_NO_THREAD_SAFETY_ANALYSIS {
+  funlockfile(stdout);
+  turn.unlock();
+}
+
+void printText(std::string_view text) {
+  const OutputSpan span;
+  static_cast<void>(fwrite_unlocked(text.data(), 1, text.size(), stdout));
+}
+
+void flushOutput() {
+  const OutputSpan span;
+  static_cast<void>(fflush_unlocked(stdout));
+}
+
 void flushToTerminal() {
   if (onTerminal) {
-    std::fflush(stdout);
+    flushOutput();
   }
 }
 

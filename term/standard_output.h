@@ -1,8 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
-/// Standard output that waits.
+/// Standard output, which waits, and which threads use in turn.
 ///
 /// The descriptor's open file description is shared with other programs, any of which
 /// may have made it non-blocking; the standard library drops its buffer when such a
@@ -20,6 +21,24 @@ enum class OutputBuffering {
 /// once, before anything is printed or another thread is started. If there is no memory
 /// for it, `stdout` stays as it is.
 void waitForOutput(OutputBuffering buffering);
+
+/// While this exists, no other thread prints on standard output or flushes it. Threads
+/// get it in the order of arrival, so one that prints many updates does not keep another
+/// from printing. May be nested in one thread. Not to be held while a command runs.
+class OutputSpan {
+ public:
+  OutputSpan();
+  ~OutputSpan();
+  OutputSpan(const OutputSpan&) = delete;
+  OutputSpan& operator=(const OutputSpan&) = delete;
+};
+
+/// Prints `text`, undivided, on standard output. Any thread. Write errors are ignored:
+/// they could be reported nowhere but on the same output.
+void printText(std::string_view text);
+
+/// Writes what has been printed. Any thread.
+void flushOutput();
 
 /// Any thread. If standard output was a terminal at the call of `waitForOutput`, writes
 /// what has been printed. Called after each command and before a thread that has

@@ -12,8 +12,7 @@ namespace EvtSrv::internal {
 
 namespace {
 
-// The most bytes that one dispatch reads. It bounds the time that a thread with a
-// request waits for the handlers of these events.
+// The most bytes that one dispatch reads.
 constexpr std::size_t eventReadSize = 512;
 
 // A request of up to this size is copied into one buffer: a write of two buffers costs
@@ -345,6 +344,9 @@ void ClientLink::dispatchEvents() {
       return;
     }
     sink_.eventReceived(frame.header.code, frame.payload, frame.header.order);
+    // A flood of events, each of which may take long to handle, must not keep other
+    // threads from making requests. They may also close this connection.
+    core_.clientMutex().yield();
   }
 }
 

@@ -12,28 +12,22 @@ KThreadMutex::~KThreadMutex() = default;
 void KThreadMutex::lock() KRV_NO_THREAD_SAFETY_ANALYSIS {
   const std::thread::id self = std::this_thread::get_id();
   if (holder_.load(std::memory_order_relaxed) != self) {
-    if (waiting_.load() != 0 || !mutex_.try_lock()) {
-      lockInTurn();
+    const std::uint32_t ticket = nextTicket_.fetch_add(1, std::memory_order_relaxed);
+    std::uint32_t served = servedTicket_.load(std::memory_order_acquire);
+    while (served != ticket) {
+      servedTicket_.wait(served, std::memory_order_acquire);
+      served = servedTicket_.load(std::memory_order_acquire);
     }
     holder_.store(self, std::memory_order_relaxed);
   }
   ++depth_;
 }
 
-void KThreadMutex::lockInTurn() {
-  ++waiting_;
-  {
-    // The holder of mutex_ never waits for turn_, so the wait for it ends.
-    const std::lock_guard turn(turn_);
-    mutex_.lock();
-  }
-  --waiting_;
-}
-
 bool KThreadMutex::try_lock() KRV_NO_THREAD_SAFETY_ANALYSIS {
   const std::thread::id self = std::this_thread::get_id();
   if (holder_.load(std::memory_order_relaxed) != self) {
-    if (!mutex_.try_lock()) {
+    std::uint32_t served = servedTicket_.load(std::memory_order_acquire);
+    if (!nextTicket_.compare_exchange_strong(served, served + 1, std::memory_order_relaxed)) {
       return false;
     }
     holder_.store(self, std::memory_order_relaxed);
@@ -45,7 +39,20 @@ bool KThreadMutex::try_lock() KRV_NO_THREAD_SAFETY_ANALYSIS {
 void KThreadMutex::unlock() KRV_NO_THREAD_SAFETY_ANALYSIS {
   if (--depth_ == 0) {
     holder_.store({}, std::memory_order_relaxed);
-    mutex_.unlock();
+    // Sequentially consistent: a thread that begins to wait meanwhile either sees the new
+    // ticket or is seen by the notification.
+    servedTicket_.fetch_add(1);
+    // All of them: only the next one leaves its wait, and it may be any.
+    servedTicket_.notify_all();
+  }
+}
+
+void KThreadMutex::yield() KRV_NO_THREAD_SAFETY_ANALYSIS {
+  assertHeld();
+  const std::uint32_t mine = servedTicket_.load(std::memory_order_relaxed);
+  if (depth_ == 1 && nextTicket_.load(std::memory_order_relaxed) != mine + 1) {
+    unlock();
+    lock();
   }
 }
 

@@ -1,4 +1,11 @@
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <optional>
 #include <stdexcept>
+#include <thread>
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 
@@ -88,6 +95,86 @@ TEST_F(Events, StopWhenTheHandlerClosesTheConnection) {
   client.onEvent = [&] { client.close(); };
   EXPECT_EQ(client.core.receive(0), EvtRes_Success);
   EXPECT_EQ(client.events.size(), 1U);
+}
+
+/// Runs `action` with the client mutex of `core` on another thread; begins when that
+/// thread waits for the mutex, which the caller holds.
+class WaitingThread {
+ public:
+  WaitingThread(ManagerCore& core, std::function<void()> action)
+      : thread_([this, &core, action = std::move(action)] {
+          id_ = gettid();
+          const KSTD::KThreadMutexLock lock(core.clientMutex());
+          action();
+        }) {
+    while (id_ == 0 || !sleeps()) {
+      std::this_thread::yield();
+    }
+  }
+  ~WaitingThread() { thread_.join(); }
+  WaitingThread(const WaitingThread&) = delete;
+  WaitingThread& operator=(const WaitingThread&) = delete;
+
+ private:
+  [[nodiscard]] bool sleeps() const {
+    std::ifstream in("/proc/self/task/" + std::to_string(id_) + "/stat");
+    std::string text;
+    std::getline(in, text);
+    return text.find(") S ") != std::string::npos;
+  }
+
+  std::atomic<pid_t> id_{0};
+  std::thread thread_;
+};
+
+TEST_F(Events, OfOneDispatchLetAWaitingThreadHaveTheMutexBetweenThem) {
+  connect();
+  post("one");
+  post("two");
+  std::optional<WaitingThread> waiting;
+  std::vector<std::size_t> handled;
+  client.onEvent = [&] {
+    if (!waiting) {
+      waiting.emplace(client.core, [&] { handled.push_back(client.events.size()); });
+    }
+  };
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  waiting.reset();
+  EXPECT_EQ(client.events.size(), 2U);
+  EXPECT_EQ(handled, std::vector<std::size_t>{1});
+}
+
+TEST_F(Events, StopWhenAThreadClosesTheConnectionBetweenThem) {
+  connect();
+  post("one");
+  post("two");
+  std::optional<WaitingThread> waiting;
+  client.onEvent = [&] {
+    if (!waiting) {
+      waiting.emplace(client.core, [&] { client.close(); });
+    }
+  };
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  waiting.reset();
+  EXPECT_EQ(client.events.size(), 1U);
+}
+
+TEST_F(Events, AreAllReceivedIfAThreadDispatchesBetweenThem) {
+  connect();
+  post("one");
+  post("two");
+  std::optional<WaitingThread> waiting;
+  client.onEvent = [&] {
+    if (!waiting) {
+      post("three");
+      waiting.emplace(client.core, [&] { static_cast<void>(client.core.receive(0)); });
+    }
+  };
+  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+  waiting.reset();
+  client.onEvent = nullptr;
+  receiveAll();
+  EXPECT_EQ(client.events.size(), 3U);
 }
 
 TEST_F(Events, ForADisconnectedClientEndItsConnection) {

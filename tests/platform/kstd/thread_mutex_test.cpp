@@ -7,10 +7,12 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <deque>
 #include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace KSTD {
 namespace {
@@ -89,6 +91,88 @@ TEST(KThreadMutex, GoesToAWaitingThreadBeforeItIsLockedAgain) {
   allowed = rounds;
   mutex.unlock();
   other.join();
+}
+
+/// A thread that locks a mutex once.
+class Locker {
+ public:
+  /// Returns when the thread waits for `mutex`, which the caller holds.
+  Locker(KThreadMutex& mutex, std::vector<int>& order, int number)
+      : thread_([this, &mutex, &order, number] {
+          id_ = gettid();
+          const std::lock_guard lock(mutex);
+          order.push_back(number);
+        }) {
+    while (id_ == 0 || !isSleeping(id_)) {
+      std::this_thread::yield();
+    }
+  }
+  ~Locker() { thread_.join(); }
+  Locker(const Locker&) = delete;
+  Locker& operator=(const Locker&) = delete;
+
+ private:
+  std::atomic<pid_t> id_{0};
+  std::thread thread_;
+};
+
+TEST(KThreadMutex, IsLockedInTheOrderOfArrival) {
+  constexpr int waiters = 20;
+  KThreadMutex mutex;
+  std::vector<int> order;
+  std::vector<int> expected;
+  std::deque<Locker> lockers;
+  mutex.lock();
+  for (int number = 0; number < waiters; ++number) {
+    lockers.emplace_back(mutex, order, number);
+    expected.push_back(number);
+  }
+  mutex.unlock();
+  mutex.lock();
+  order.push_back(waiters);
+  expected.push_back(waiters);
+  mutex.unlock();
+  lockers.clear();
+  EXPECT_EQ(order, expected);
+}
+
+TEST(KThreadMutex, YieldsToEveryWaitingThread) {
+  KThreadMutex mutex;
+  std::vector<int> order;
+  mutex.lock();
+  mutex.yield();
+  const Locker first(mutex, order, 1);
+  const Locker second(mutex, order, 2);
+  mutex.yield();
+  EXPECT_EQ(order, (std::vector{1, 2}));
+  EXPECT_FALSE(canBeLockedByAnotherThread(mutex));
+  mutex.unlock();
+}
+
+TEST(KThreadMutex, DoesNotYieldInANestedHold) {
+  KThreadMutex mutex;
+  std::vector<int> order;
+  mutex.lock();
+  mutex.lock();
+  const Locker other(mutex, order, 1);
+  mutex.yield();
+  EXPECT_TRUE(order.empty());
+  mutex.unlock();
+  mutex.yield();
+  EXPECT_EQ(order.size(), 1U);
+  mutex.unlock();
+}
+
+TEST(KThreadMutex, IsNotTriedBeforeAWaitingThread) {
+  KThreadMutex mutex;
+  for (int round = 0; round < 1000; ++round) {
+    ASSERT_TRUE(mutex.try_lock());
+    ASSERT_TRUE(mutex.try_lock());
+    mutex.unlock();
+    ASSERT_FALSE(round % 100 == 0 && canBeLockedByAnotherThread(mutex));
+    mutex.unlock();
+  }
+  EXPECT_TRUE(canBeLockedByAnotherThread(mutex));
 }
 
 TEST(KThreadMutex, AssertHeldPassesForTheHolder) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
+#include <cstdint>
 #include <thread>
 
 #include "kstd/export.h"
@@ -28,9 +28,9 @@ namespace KSTD {
 /// matched by one `unlock` of the same thread. Thread-safe; neither copied nor
 /// moved.
 ///
-/// The mutex is fair to waiting threads: a thread that has unlocked it cannot lock
-/// it again before a thread that already waits. So a thread that holds it nearly all
-/// the time, such as one that dispatches many events, does not starve the others.
+/// The mutex is fair: threads get it in the order in which they called `lock`. So a
+/// thread that holds it nearly all the time, such as one that dispatches many events,
+/// does not starve the others; they wait for one hold of each thread before them.
 class KRV_EXPORT KRV_CAPABILITY("mutex") KThreadMutex {
  public:
   KThreadMutex();
@@ -47,6 +47,11 @@ class KRV_EXPORT KRV_CAPABILITY("mutex") KThreadMutex {
   /// Undoes one `lock` of the calling thread, which must hold the mutex.
   void unlock() KRV_RELEASE();
 
+  /// Lets the threads that wait for the mutex have it first, and locks it again. No
+  /// effect if none waits, or if the calling thread has locked the mutex more than once:
+  /// its caller may rely on it. The calling thread must hold the mutex.
+  void yield();
+
   /// Prints a message to standard error and aborts if the calling thread does not
   /// hold the mutex. Costs nothing and checks nothing if `KRV_CHECKS_LOCKS` is 0.
   [[gnu::always_inline]] inline void assertHeld() const KRV_ASSERT_CAPABILITY(this) {
@@ -56,19 +61,16 @@ class KRV_EXPORT KRV_CAPABILITY("mutex") KThreadMutex {
   }
 
  private:
-  /// Locks `mutex_` after the threads that already wait for it.
-  void lockInTurn();
   void abortUnlessHeld() const;
 
-  /// The number of waiting threads; unless it is 0, `lock` has to wait too.
-  std::atomic<unsigned> waiting_{0};
-  /// Held by the waiting thread that is next.
-  std::mutex turn_;
-  std::mutex mutex_;
-  /// The thread that holds `mutex_`. Only that thread can find its own id here.
+  // A ticket lock. A thread that locks takes the next ticket and waits until it is
+  // served; the mutex is free when the next ticket is the served one. Both wrap around.
+  std::atomic<std::uint32_t> nextTicket_{0};
+  std::atomic<std::uint32_t> servedTicket_{0};
+  /// The thread that holds the mutex. Only that thread can find its own id here.
   std::atomic<std::thread::id> holder_;
 
-  // Guarded by mutex_.
+  // For the holder.
 
   /// How many calls of `unlock` the holder still has to make.
   unsigned depth_ = 0;
