@@ -1,11 +1,14 @@
 #include "term/standard_output.h"
 
 #include <poll.h>
+#include <stdio_ext.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 
 #include "kstd/thread_mutex.h"
@@ -15,6 +18,7 @@ namespace treescope {
 namespace {
 
 bool onTerminal = false;
+bool toPipe = false;
 
 // Whose turn it is to print. flockfile(3) alone is not fair: a thread that prints one
 // update after another would get the stream again and again before a thread that waits.
@@ -26,9 +30,41 @@ bool waitForSpace(int descriptor) {
   return poll(&output, 1, -1) != -1 || errno == EINTR;
 }
 
-// The type of a stream's write function (fopencookie(3)).
+/// The beginning of `data` that a pipe takes whole or not at all: up to a line feed if
+/// there is one.
+std::size_t undividedSize(const char* data, std::size_t size) {
+  if (size <= PIPE_BUF) {
+    return size;
+  }
+  const std::size_t lineFeed = std::string_view(data, PIPE_BUF).rfind('\n');
+  return lineFeed == std::string_view::npos ? PIPE_BUF : lineFeed + 1;
+}
+
+// The type of a stream's write function (fopencookie(3)). A signal that ends the program
+// while it waits for a pipe's reader must not divide a line.
 ssize_t writeToOutput(void* /*cookie*/, const char* data, std::size_t size) {
-  return static_cast<ssize_t>(writeAll(STDOUT_FILENO, data, size));
+  std::size_t written = 0;
+  while (written < size) {
+    const std::size_t rest = size - written;
+    const std::size_t wanted = toPipe ? undividedSize(data + written, rest) : rest;
+    const std::size_t count = writeAll(STDOUT_FILENO, data + written, wanted);
+    written += count;
+    if (count < wanted) {
+      break;
+    }
+  }
+  return static_cast<ssize_t>(written);
+}
+
+/// Writes what is in the buffer of standard output if `size` further bytes do not fit, so
+/// that no text is divided between two writes. Returns whether they fit then.
+bool reserveBuffer(std::size_t size) {
+  const std::size_t capacity = __fbufsize(stdout);
+  if (onTerminal || capacity == 0 || size <= capacity - __fpending(stdout)) {
+    return true;
+  }
+  static_cast<void>(fflush_unlocked(stdout));
+  return size <= capacity;
 }
 
 }  // namespace
@@ -37,9 +73,14 @@ std::size_t writeAll(int descriptor, const char* data, std::size_t size) {
   std::size_t written = 0;
   while (written < size) {
     const ssize_t count = write(descriptor, data + written, size - written);
-    if (count >= 0) {
+    if (count > 0) {
       written += static_cast<std::size_t>(count);
       continue;
+    }
+    if (count == 0) {
+      // A device that takes nothing would be tried forever.
+      errno = EIO;
+      break;
     }
     if (errno != EINTR && (errno != EAGAIN || !waitForSpace(descriptor))) {
       break;
@@ -51,16 +92,18 @@ std::size_t writeAll(int descriptor, const char* data, std::size_t size) {
 void waitForOutput(OutputBuffering buffering) {
   static std::array<char, 65536> buffer;
   onTerminal = isatty(STDOUT_FILENO) == 1;
+  struct stat status {};
+  toPipe = !onTerminal && fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode);
   std::FILE* const stream = fopencookie(
       nullptr, "w", {.read = nullptr, .write = writeToOutput, .seek = nullptr, .close = nullptr});
   if (stream != nullptr) {
     stdout = stream;
   }
   // On an error the output is the same, in more writes.
-  if (buffering == OutputBuffering::full) {
-    static_cast<void>(std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size()));
-  } else if (onTerminal) {
+  if (buffering == OutputBuffering::lines && onTerminal) {
     static_cast<void>(std::setvbuf(stdout, nullptr, _IOLBF, 0));
+  } else {
+    static_cast<void>(std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size()));
   }
 }
 
@@ -80,7 +123,11 @@ OutputSpan::~OutputSpan() KRV_NO_THREAD_SAFETY_ANALYSIS {
 
 void printText(std::string_view text) {
   const OutputSpan span;
-  static_cast<void>(fwrite_unlocked(text.data(), 1, text.size(), stdout));
+  if (reserveBuffer(text.size())) {
+    static_cast<void>(fwrite_unlocked(text.data(), 1, text.size(), stdout));
+  } else {
+    static_cast<void>(writeToOutput(nullptr, text.data(), text.size()));
+  }
 }
 
 void flushOutput() {
