@@ -24,6 +24,7 @@ ScopeBase::ScopeBase(EvtSrv::EventPortManager* manager, int batch)
       wordTree_(std::make_unique<WordNode>()),
       batch_(batch) {
   if (batch_ == 0) {
+    signalStack_.emplace();
     // Fails when standard input is not a terminal; there is no mode to change then.
     static_cast<void>(setRawMode(1));
   }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "shell/word_tree.h"
 #include "term/line_editor.h"
 #include "term/screen_printer.h"
+#include "term/terminal_mode.h"
 
 namespace EvtSrv {
 class EventPortManager;
@@ -192,6 +194,8 @@ class ScopeBase {
   /// As `dispatch`; the files that the command runs are added to `run` unless it is
   /// null.
   int dispatchFrom(CommandFileRun* run, const char* command);
+
+  std::optional<SignalStack> signalStack_;  ///< of the main thread, while interactive
 
   /// The run of files that the current command is part of; null for none.
   CommandFileRun* fileRun_ = nullptr;

@@ -8,6 +8,7 @@
 #include "term/escape_sequences.h"
 #include "term/key_decoder.h"
 #include "term/standard_output.h"
+#include "term/terminal_mode.h"
 #include "utilsrv/thread.h"
 
 namespace treescope {
@@ -46,8 +47,11 @@ void LineEditor::startReading() {
 
 int LineEditor::readKeys(void* editor) {
   LineEditor& self = *static_cast<LineEditor*>(editor);
-  self.readingStarted_.wait(false);
-  self.readUntilEnd();
+  {
+    const SignalStack signalStack;
+    self.readingStarted_.wait(false);
+    self.readUntilEnd();
+  }
   UtilSrv::Thread::exit(0);
 }
 

@@ -4,11 +4,13 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <new>
 
 #include "term/key_input.h"
 
@@ -89,10 +91,10 @@ bool saveMode() {
   return terminal.saved;
 }
 
-bool setHandler(int signal, void (*handler)(int)) {
+bool setHandler(int signal, void (*handler)(int), int flags = SA_RESTART) {
   struct sigaction action {};
   action.sa_handler = handler;
-  action.sa_flags = SA_RESTART;
+  action.sa_flags = flags;
   sigfillset(&action.sa_mask);
   return sigaction(signal, &action, nullptr) == 0;
 }
@@ -251,7 +253,8 @@ void installHandlers() {
   for (int signal = 1; signal < NSIG; ++signal) {
     const SignalHandler handler = handlerFor(signal);
     terminal.handled[static_cast<std::size_t>(signal)] =
-        handler != nullptr && hasDefaultAction(signal) && setHandler(signal, handler);
+        handler != nullptr && hasDefaultAction(signal) &&
+        setHandler(signal, handler, SA_RESTART | (handler == terminateBySignal ? SA_ONSTACK : 0));
   }
 }
 
@@ -284,6 +287,31 @@ bool leaveRawMode() {
 }
 
 }  // namespace
+
+SignalStack::SignalStack() {
+  stack_t stack{};
+  if (sigaltstack(nullptr, &stack) != 0 || (stack.ss_flags & SS_DISABLE) == 0) {
+    return;
+  }
+  // The kernel saves the processor's state there, whose size depends on the processor.
+  constexpr long handlerSize = 8192;
+  const auto size = static_cast<std::size_t>(std::max(sysconf(_SC_MINSIGSTKSZ), 0L) + handlerSize);
+  memory_.reset(new (std::nothrow) std::byte[size]);
+  stack = {.ss_sp = memory_.get(), .ss_flags = 0, .ss_size = size};
+  if (memory_ != nullptr && sigaltstack(&stack, nullptr) != 0) {
+    memory_.reset();
+  }
+}
+
+SignalStack::~SignalStack() {
+  if (memory_ != nullptr) {
+    const stack_t none{.ss_sp = nullptr, .ss_flags = SS_DISABLE, .ss_size = 0};
+    if (sigaltstack(&none, nullptr) != 0) {
+      // The thread would use the memory later: it is not freed.
+      static_cast<void>(memory_.release());
+    }
+  }
+}
 
 bool setRawMode(int mode) {
   return mode == 1 ? enterRawMode() : leaveRawMode();

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <memory>
+
 /// The mode of the terminal on file descriptor 0 (termios(3)): raw while the line editor
 /// uses it, so that keys arrive one by one and without echo; otherwise, and while another
 /// program uses it, the original mode, in which it was found.
@@ -30,6 +33,21 @@ namespace treescope {
 ///
 /// Returns false if the mode could not be changed.
 [[nodiscard]] bool setRawMode(int mode);
+
+/// While this exists, the calling thread, in which it must be destroyed, restores the
+/// original mode on a stack of its own when a signal ends the process: also when the
+/// thread's stack has overflowed. No effect if there is no memory, or if the thread has
+/// such a stack already.
+class SignalStack {
+ public:
+  SignalStack();
+  ~SignalStack();
+  SignalStack(const SignalStack&) = delete;
+  SignalStack& operator=(const SignalStack&) = delete;
+
+ private:
+  std::unique_ptr<std::byte[]> memory_;
+};
 
 /// Restores the original mode for a program that runs meanwhile: on while this exists,
 /// then raw mode again. No effect if raw mode is off. The mode in which the program

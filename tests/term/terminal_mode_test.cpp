@@ -8,9 +8,11 @@
 #include <array>
 #include <csignal>
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "tests/support/fed_input.h"
+#include "tests/support/process.h"
 #include "tests/support/pseudo_terminal.h"
 
 namespace treescope {
@@ -220,6 +222,40 @@ TEST_F(TerminalModeDeathTest, IsOriginalAfterEverySignalThatTerminatesTheProcess
         testing::KilledBySignal(signal), "");
     EXPECT_TRUE(sameMode(mode(), original_)) << signal;
   }
+}
+
+/// Overflows the stack.
+int recurse(int depth) {  // NOLINT(misc-no-recursion)
+  std::array<volatile int, 1024> frame{};
+  frame[static_cast<std::size_t>(depth) % frame.size()] = depth;
+  return depth == -1 ? 0 : recurse(depth + 1) + frame[0];
+}
+
+TEST_F(TerminalModeDeathTest, IsOriginalAfterAStackOverflow) {
+  if (test_support::sanitized) {
+    GTEST_SKIP() << "the sanitizer handles the signal";
+  }
+  const auto overflow = [] {
+    const SignalStack signalStack;
+    static_cast<void>(setRawMode(1));
+    static_cast<void>(recurse(0));
+  };
+  EXPECT_EXIT(overflow(), testing::KilledBySignal(SIGSEGV), "");
+  EXPECT_TRUE(sameMode(mode(), original_)) << "the main thread";
+  EXPECT_EXIT(std::thread(overflow).join(), testing::KilledBySignal(SIGSEGV), "");
+  EXPECT_TRUE(sameMode(mode(), original_)) << "another thread";
+}
+
+TEST(SignalStack, BelongsToItsThread) {
+  stack_t stack{};
+  {
+    const SignalStack first;
+    const SignalStack second;
+    ASSERT_EQ(sigaltstack(nullptr, &stack), 0);
+    EXPECT_EQ(stack.ss_flags & SS_DISABLE, 0);
+  }
+  ASSERT_EQ(sigaltstack(nullptr, &stack), 0);
+  EXPECT_TRUE(test_support::sanitized || (stack.ss_flags & SS_DISABLE) != 0);
 }
 
 TEST_F(TerminalMode, LeavesEverySignalThatIsIgnoredIgnored) {
