@@ -44,8 +44,12 @@ constexpr ByteOrder otherOrder =
 class Connection final : public EvtSrv::internal::ServerConnection {
  public:
   void eventsPending() override { isNotified = true; }
+  EvtSrv::internal::SessionAccount& account() override { return account_; }
   void closeOnNextDispatch() override {}
   bool isNotified = false;
+
+ private:
+  EvtSrv::internal::SessionAccount account_{std::make_shared<EvtSrv::internal::Accounts>(), 0};
 };
 
 // The texts: unlike numbers they may change when they are saved and stored again.

@@ -22,6 +22,15 @@ void encodeHeader(const FrameHeader& header, std::uint8_t* out) {
   put(out + 12, header.length);
 }
 
+std::array<std::uint8_t, FrameHeader::size> encodeEmptyFrame(FrameKind kind, std::uint16_t code) {
+  FrameHeader header;
+  header.kind = kind;
+  header.code = code;
+  std::array<std::uint8_t, FrameHeader::size> bytes{};
+  encodeHeader(header, bytes.data());
+  return bytes;
+}
+
 std::optional<FrameHeader> decodeHeader(const std::uint8_t* bytes) {
   if (bytes[0] > static_cast<std::uint8_t>(ByteOrder::mostFirst) ||
       bytes[1] < static_cast<std::uint8_t>(FrameKind::request) ||

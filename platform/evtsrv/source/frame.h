@@ -43,6 +43,9 @@ inline constexpr std::uint32_t maxPayload = 16 * 1024 * 1024 + 64 * 1024;
 /// Writes `header` to `out` (16 bytes) in this machine's byte order.
 void encodeHeader(const FrameHeader& header, std::uint8_t* out);
 
+/// A frame of this machine's byte order without a payload, and with sequence 0.
+std::array<std::uint8_t, FrameHeader::size> encodeEmptyFrame(FrameKind kind, std::uint16_t code);
+
 /// Reads a header from `bytes` (16 bytes) and converts it from the sender's byte order.
 /// Empty if a field has a value that no sender of this version writes, such as a length
 /// above `maxPayload`.

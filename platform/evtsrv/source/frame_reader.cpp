@@ -12,24 +12,55 @@ constexpr std::size_t idleCapacity = 1024;
 }  // namespace
 
 FrameReader::Status FrameReader::next(Frame& frame) {
-  dropConsumed();
-  return buffered_.empty() ? nextFromFed(frame) : nextFromBuffer(frame);
+  if (toSkip_ != 0) {
+    return nextSkipped(frame);
+  }
+  if (start_ == buffered_.size()) {
+    releaseBuffer();
+    return nextFromFed(frame);
+  }
+  return nextFromBuffer(frame);
 }
 
 void FrameReader::bufferRest() {
-  buffered_.insert(buffered_.end(), fed_.begin(), fed_.end());
-  fed_ = {};
+  if (!fed_.empty()) {
+    buffered_.insert(buffered_.end(), fed_.begin(), fed_.end());
+    fed_ = {};
+  }
 }
 
-void FrameReader::dropConsumed() {
-  if (consumed_ == 0) {
-    return;
+bool FrameReader::skipFrame() {
+  bufferRest();
+  const std::size_t arrived = buffered_.size() - start_;
+  const auto header = arrived < FrameHeader::size ? std::nullopt : decodeHeader(&buffered_[start_]);
+  if (!header || arrived >= FrameHeader::size + header->length) {
+    return false;
   }
-  buffered_.erase(buffered_.begin(), buffered_.begin() + static_cast<std::ptrdiff_t>(consumed_));
-  consumed_ = 0;
-  if (buffered_.empty() && buffered_.capacity() > idleCapacity) {
+  skipped_ = *header;
+  toSkip_ = FrameHeader::size + header->length - arrived;
+  start_ = buffered_.size();
+  releaseBuffer();
+  return true;
+}
+
+std::size_t FrameReader::held() const {
+  return buffered_.capacity() > idleCapacity ? buffered_.capacity() : 0;
+}
+
+void FrameReader::releaseBuffer() {
+  buffered_.clear();
+  start_ = 0;
+  if (buffered_.capacity() > idleCapacity) {
     std::vector<std::uint8_t>().swap(buffered_);
   }
+}
+
+FrameReader::Status FrameReader::nextSkipped(Frame& frame) {
+  const std::size_t count = std::min(toSkip_, fed_.size());
+  fed_ = fed_.subspan(count);
+  toSkip_ -= count;
+  frame = {skipped_, {}};
+  return toSkip_ == 0 ? Status::skipped : Status::incomplete;
 }
 
 FrameReader::Status FrameReader::nextFromFed(Frame& frame) {
@@ -51,31 +82,40 @@ FrameReader::Status FrameReader::nextFromFed(Frame& frame) {
 }
 
 FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
-  if (!fillBuffer(FrameHeader::size)) {
+  if (!fillBuffer(FrameHeader::size, FrameHeader::size)) {
     return Status::incomplete;
   }
-  const auto header = decodeHeader(buffered_.data());
+  const auto header = decodeHeader(&buffered_[start_]);
   if (!header) {
     return Status::malformed;
   }
   const std::size_t total = FrameHeader::size + header->length;
-  if (!fillBuffer(total)) {
+  if (!fillBuffer(total, total)) {
     return Status::incomplete;
   }
   frame.header = *header;
-  frame.payload = std::span(buffered_).subspan(FrameHeader::size, header->length);
-  consumed_ = total;
+  frame.payload = std::span(buffered_).subspan(start_ + FrameHeader::size, header->length);
+  start_ += total;
   return Status::frame;
 }
 
-bool FrameReader::fillBuffer(std::size_t size) {
-  if (buffered_.size() < size) {
-    const std::size_t count = std::min(size - buffered_.size(), fed_.size());
-    const auto taken = fed_.first(count);
+/// Whether the buffer has `size` bytes from `start_` on, after as many were moved to it as that
+/// takes. They belong to a frame of `frameSize` bytes.
+bool FrameReader::fillBuffer(std::size_t size, std::size_t frameSize) {
+  const std::size_t arrived = buffered_.size() - start_;
+  if (arrived < size && !fed_.empty()) {
+    buffered_.erase(buffered_.begin(), buffered_.begin() + static_cast<std::ptrdiff_t>(start_));
+    start_ = 0;
+    const auto taken = fed_.first(std::min(size - arrived, fed_.size()));
+    if (arrived + taken.size() > buffered_.capacity()) {
+      // As it would grow by itself, but never beyond the frame.
+      buffered_.reserve(
+          std::max(arrived + taken.size(), std::min(frameSize, 2 * buffered_.capacity())));
+    }
     buffered_.insert(buffered_.end(), taken.begin(), taken.end());
-    fed_ = fed_.subspan(count);
+    fed_ = fed_.subspan(taken.size());
   }
-  return buffered_.size() >= size;
+  return buffered_.size() - start_ >= size;
 }
 
 }  // namespace EvtSrv::internal

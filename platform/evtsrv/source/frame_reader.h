@@ -27,14 +27,17 @@ class FrameReader {
     frame,       ///< a frame was found
     incomplete,  ///< the bytes fed so far contain no further complete frame
     malformed,   ///< no peer of this version sends this: end the connection
+    skipped,     ///< the end of a frame that was skipped; it has no payload
   };
 
   /// Sets the next bytes. They must stay valid until `next` has returned `incomplete`
   /// or `bufferRest` was called.
   void feed(std::span<const std::uint8_t> bytes) { fed_ = bytes; }
 
-  /// Whether all fed bytes have been returned in frames.
-  [[nodiscard]] bool empty() const { return fed_.empty() && buffered_.size() == consumed_; }
+  /// Whether all fed bytes have been returned in frames, and none is being skipped.
+  [[nodiscard]] bool empty() const {
+    return fed_.empty() && buffered_.size() == start_ && toSkip_ == 0;
+  }
 
   /// Sets `frame` to the next frame and invalidates the payload of the previous one.
   [[nodiscard]] Status next(Frame& frame);
@@ -42,15 +45,25 @@ class FrameReader {
   /// Copies the rest of the fed bytes.
   void bufferRest();
 
+  /// Drops what has arrived of the incomplete frame at the front, and what will arrive of it:
+  /// `next` returns `skipped` at its end. False if its header is not complete.
+  [[nodiscard]] bool skipFrame();
+
+  /// The bytes of memory that it holds; 0 if it is idle.
+  [[nodiscard]] std::size_t held() const;
+
  private:
   Status nextFromFed(Frame& frame);
   Status nextFromBuffer(Frame& frame);
-  bool fillBuffer(std::size_t size);
-  void dropConsumed();
+  Status nextSkipped(Frame& frame);
+  bool fillBuffer(std::size_t size, std::size_t frameSize);
+  void releaseBuffer();
 
   std::span<const std::uint8_t> fed_;
   std::vector<std::uint8_t> buffered_;  // The rest of earlier feeds.
-  std::size_t consumed_ = 0;            // The part of `buffered_` that the last frame took.
+  std::size_t start_ = 0;               // Where in `buffered_` the next frame begins.
+  FrameHeader skipped_;
+  std::size_t toSkip_ = 0;  // How many bytes of the skipped frame are yet to come.
 };
 
 }  // namespace EvtSrv::internal

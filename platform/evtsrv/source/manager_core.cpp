@@ -10,7 +10,9 @@ namespace {
 
 // No registration has this token: its slot index would be too large.
 constexpr std::uint64_t wakeToken = ~std::uint64_t{0};
-constexpr std::size_t eventsAtOnce = 32;
+// So many that a connection which has just become ready is seen among many that stay ready
+// until their turn.
+constexpr std::size_t eventsAtOnce = 512;
 
 // How long an unusable manager waits if the caller has set no limit.
 constexpr int unusableWaitMs = 1000;
@@ -28,7 +30,8 @@ ManagerCore::ManagerCore(System& system, KSTD::KThreadMutex& clientMutex, bool r
       clientMutex_(clientMutex),
       reactor_(system, clientMutex),
       reconnects_(reconnects),
-      state_(openAll()) {}
+      state_(openAll()),
+      turns_(system) {}
 
 EvtRes ManagerCore::openAll() {
   int result = reactor_.open();
@@ -81,12 +84,27 @@ EvtRes ManagerCore::receive(int milliseconds, bool& woken) {
 
 bool ManagerCore::dispatch(std::span<const epoll_event> events, bool& woken) {
   const KSTD::KThreadMutexLock lock(clientMutex_);
+  bool dispatched = false;
+  try {
+    dispatched = dispatchAll(events, woken);
+  } catch (...) {
+    // An exception of the program.
+    announceTurns();
+    throw;
+  }
+  announceTurns();
+  return dispatched;
+}
+
+bool ManagerCore::dispatchAll(std::span<const epoll_event> events, bool& woken) {
   for (const epoll_event& event : events) {
     if (event.data.u64 == wakeToken) {
       static_cast<void>(clearEvent(system_, wakeEvent_.number()));
+      turnsAnnounced_ = false;
       woken = wakeRequested_.exchange(false) || woken;
     }
   }
+  const TurnQueue::Dispatch dispatch(turns_, events.size());
   // First: what was deferred happened before what is reported now.
   bool dispatched = !deferred_.isEmpty() && runDeferred();
   for (const epoll_event& event : events) {
@@ -94,7 +112,15 @@ bool ManagerCore::dispatch(std::span<const epoll_event> events, bool& woken) {
       dispatched = reactor_.dispatch(event) || dispatched;
     }
   }
-  return dispatched;
+  return turns_.run() || dispatched;
+}
+
+/// Keeps every wait from sleeping while turns are to be taken.
+void ManagerCore::announceTurns() {
+  if (!turns_.empty() && !turnsAnnounced_) {
+    turnsAnnounced_ = true;
+    system_.signalEvent(wakeEvent_.number());
+  }
 }
 
 void ManagerCore::defer(DeferredWork& work) {

@@ -10,6 +10,7 @@
 #include "evtsrv/source/deferred_work.h"
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/reactor.h"
+#include "evtsrv/source/turn_queue.h"
 #include "kstd/thread_mutex.h"
 
 namespace EvtSrv::internal {
@@ -44,6 +45,8 @@ class ManagerCore {
   // Require the client mutex.
 
   [[nodiscard]] Reactor& reactor() KRV_REQUIRES(clientMutex_) { return reactor_; }
+  /// The connections that wait for their turn. To be added to within a dispatch only.
+  [[nodiscard]] TurnQueue& turns() KRV_REQUIRES(clientMutex_) { return turns_; }
   /// A graceful shutdown has begun; each call is matched by one of `endTermination`.
   void beginTermination() KRV_REQUIRES(clientMutex_);
   void endTermination() KRV_REQUIRES(clientMutex_);
@@ -69,12 +72,15 @@ class ManagerCore {
   EvtRes waitUnusable(int milliseconds);
   bool dispatch(std::span<const epoll_event> events, bool& woken);
   bool runDeferred() KRV_REQUIRES(clientMutex_);
+  bool dispatchAll(std::span<const epoll_event> events, bool& woken) KRV_REQUIRES(clientMutex_);
+  void announceTurns() KRV_REQUIRES(clientMutex_);
 
   // Constant or thread-safe after construction.
   System& system_;
   KSTD::KThreadMutex& clientMutex_;
-  Reactor reactor_;           // Only wait() and descriptor() without the client mutex.
-  FileDescriptor wakeEvent_;  // Readable after wake() and while work is deferred.
+  Reactor reactor_;  // Only wait() and descriptor() without the client mutex.
+  FileDescriptor
+      wakeEvent_;  // Readable after wake(), while work is deferred, and while turns wait.
   FileDescriptor idleEvent_;  // Readable while no termination is under way.
   std::atomic<bool> wakeRequested_{false};
   std::atomic<int> terminations_{0};
@@ -82,6 +88,8 @@ class ManagerCore {
   EvtRes state_;
 
   DeferredQueue deferred_ KRV_GUARDED_BY(clientMutex_);
+  TurnQueue turns_ KRV_GUARDED_BY(clientMutex_);
+  bool turnsAnnounced_ KRV_GUARDED_BY(clientMutex_) = false;
   std::vector<std::uint8_t> readSlot_ KRV_GUARDED_BY(clientMutex_);
   std::vector<std::uint8_t> replySlot_ KRV_GUARDED_BY(clientMutex_);
   std::vector<std::uint8_t> eventSlot_ KRV_GUARDED_BY(clientMutex_);

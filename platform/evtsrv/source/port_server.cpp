@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <new>
 #include <span>
@@ -15,10 +17,32 @@ namespace EvtSrv::internal {
 namespace {
 
 // The roles of the descriptors.
-constexpr unsigned mailboxRole = 0;
-constexpr unsigned watchRole = 1;
+enum Role : unsigned { mailboxRole, watchRole, timerRole };
+
+constexpr unsigned hellosPerTurn = 8;
+constexpr int pipesOfSession = 3;
+constexpr int secondMs = 1000;
+
+/// How many sessions `user` must leave for others: for root, and, unless it is its owner, for
+/// the owner of the server. At most so many that a server with few descriptors has places, too.
+int placesLeftFor(System& system, uid_t user, int places) {
+  constexpr int maxPlaces = 16;
+  constexpr int share = 16;
+  const int kept = std::min(maxPlaces, places / share);
+  const uid_t owner = system.effectiveUser();
+  if (user == 0) {
+    return 0;
+  }
+  return user == owner ? kept : 2 * kept;
+}
 
 }  // namespace
+
+PortServer::PortServer(ManagerCore& core, ServedPort& port)
+    : core_(core),
+      port_(&port),
+      accounts_(std::make_shared<Accounts>()),
+      turn_(core.turns(), turns_, *this) {}
 
 EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
   core_.clientMutex().assertHeld();
@@ -30,17 +54,21 @@ EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
   }
   group_ = group;
   int result = reserve_.adopt(core_.system(), core_.system().createEvent());
-  if (result < 0) {
-    return resultOf(result);
+  if (result == 0) {
+    result = timer_.adopt(core_.system(), core_.system().createTimer());
   }
-  const EvtRes opened = mailbox_.open(core_.system(), name, group);
+  const EvtRes opened = result < 0 ? resultOf(result) : mailbox_.open(core_.system(), name, group);
   if (opened != EvtRes_Success) {
     reserve_.reset();
+    timer_.reset();
     return opened;
   }
   result = listen();
   if (result == 0 && mailbox_.watchDescriptor() >= 0) {
     result = core_.reactor().add(mailbox_.watchDescriptor(), EPOLLIN, *this, watchRole, onWatch_);
+  }
+  if (result == 0) {
+    result = core_.reactor().add(timer_.number(), EPOLLIN, *this, timerRole, onTimer_);
   }
   if (result < 0) {
     closeMailbox();
@@ -56,6 +84,10 @@ int PortServer::listen() {
 void PortServer::closeMailbox() {
   onMailbox_.end();
   onWatch_.end();
+  onTimer_.end();
+  timer_.reset();
+  timerRuns_ = false;
+  hellosWait_ = false;
   mailbox_.remove();
   reserve_.reset();
   hellos_ = {};
@@ -99,6 +131,7 @@ void PortServer::close() {
   core_.clientMutex().assertHeld();
   port_ = nullptr;
   closeMailbox();
+  ended_.clear();
   for (const auto& link : std::exchange(links_, {})) {
     link->closeSilently();
   }
@@ -111,6 +144,10 @@ void PortServer::linkEnded(ServerLink& link) {
   if (index < links_.size() && links_[index].get() == &link) {
     std::swap(links_[index], links_.back());
     links_[index]->index = index;
+    if (!link.releaseSession() && !stopping_) {
+      ended_.push_back(std::move(links_.back()));
+      core_.turns().add(turn_);
+    }
     links_.pop_back();
   }
   endStopIfDone();
@@ -118,18 +155,33 @@ void PortServer::linkEnded(ServerLink& link) {
 
 bool PortServer::ready(unsigned role, std::uint32_t /*events*/) {
   core_.clientMutex().assertHeld();
-  // openSession() may make the owner release this.
-  const auto keepAlive = shared_from_this();
-  if (role == mailboxRole) {
-    return serveMailbox();
+  if (role == timerRole) {
+    secondPassed();
+    return false;
   }
+  if (role == watchRole) {
+    return checkMailbox();
+  }
+  if (!core_.turns().mayServeNow()) {
+    core_.turns().add(turn_);
+    return false;
+  }
+  return takeTurn();
+}
+
+/// Makes the mailbox again if it was removed.
+bool PortServer::checkMailbox() {
+  const auto keepAlive = shared_from_this();
   if (!mailbox_.takeRemoval()) {
     return false;
   }
   // Clients that have found the mailbox before it was removed are served.
-  const bool served = mailbox_.descriptor() >= 0 && serveMailbox();
+  if (mailbox_.descriptor() >= 0) {
+    readAllHellos();
+    core_.turns().add(turn_);
+  }
   restoreMailbox();
-  return served;
+  return false;
 }
 
 void PortServer::restoreMailbox() {
@@ -137,7 +189,6 @@ void PortServer::restoreMailbox() {
     return;
   }
   onMailbox_.end();
-  hellos_ = {};
   const EvtRes result = mailbox_.restore();
   if (result == EvtRes_Success) {
     // It fails only without memory; connections go on, and new ones find no server.
@@ -150,26 +201,83 @@ void PortServer::restoreMailbox() {
   }
 }
 
-bool PortServer::serveMailbox() {
+bool PortServer::takeTurn() {
+  core_.clientMutex().assertHeld();
+  // openSession() may make the owner release this.
+  const auto keepAlive = shared_from_this();
+  const TurnQueue::Charge charge(core_.turns(), turn_);
+  releaseSessions();
+  const bool found = serveHellos();
+  if (hellosWait_ || !ended_.empty()) {
+    core_.turns().add(turn_);
+  }
+  return found;
+}
+
+/// Frees a part of what the ended connections have held.
+void PortServer::releaseSessions() {
+  if (!ended_.empty() && ended_.back()->releaseSession()) {
+    ended_.pop_back();
+  }
+}
+
+/// Adds what is in the mailbox to `hellos_`.
+void PortServer::readAllHellos() {
   try {
     readMailbox();
+    hellosWait_ = true;
   } catch (const std::bad_alloc&) {
-    return false;
+    // The hellos stay in the mailbox.
   }
+}
+
+bool PortServer::serveHellos() {
+  if (!hellosWait_) {
+    readAllHellos();
+  }
+  hellosWait_ = false;
   bool found = false;
-  while (const auto hello = hellos_.next()) {
+  for (unsigned accepted = 0; accepted < hellosPerTurn; ++accepted) {
+    const auto hello = hellos_.next();
+    if (!hello) {
+      return found;
+    }
     found = true;
     try {
       accept(*hello);
     } catch (const std::bad_alloc&) {
       // This client sees its pipes closed; the next ones are served.
-      continue;
     }
   }
+  hellosWait_ = mailbox_.isOpen();
   return found;
 }
 
+unsigned PortServer::frameBegun() {
+  core_.clientMutex().assertHeld();
+  if (!timerRuns_) {
+    timerRuns_ = core_.system().setTimer(timer_.number(), secondMs) == 0;
+  }
+  return seconds_;
+}
+
+void PortServer::secondPassed() {
+  std::array<std::uint8_t, sizeof(std::uint64_t)> expirations{};
+  if (core_.system().read(timer_.number(), expirations) <= 0) {
+    return;
+  }
+  ++seconds_;
+  bool isNeeded = false;
+  for (const auto& link : links_) {
+    isNeeded = link->secondPassed(seconds_) || isNeeded;
+  }
+  timerRuns_ = isNeeded && core_.system().setTimer(timer_.number(), secondMs) == 0;
+}
+
 void PortServer::readMailbox() {
+  if (mailbox_.descriptor() < 0) {
+    return;
+  }
   BufferLease lease(core_.readSlot());
   lease.bytes().resize(readSize);
   const ssize_t count = core_.system().read(mailbox_.descriptor(), lease.bytes());
@@ -183,7 +291,8 @@ void PortServer::accept(const Hello& hello) {
     return;
   }
   ServerPipes pipes;
-  int result = openPipe(hello, PipePurpose::reply, O_WRONLY, pipes.reply);
+  uid_t user = 0;
+  int result = openPipe(hello, PipePurpose::reply, O_WRONLY, pipes.reply, user);
   if (result == -EMFILE || result == -ENFILE) {
     refuseUsingReserve(hello);
     return;
@@ -191,19 +300,41 @@ void PortServer::accept(const Hello& hello) {
   if (result < 0) {
     return;
   }
-  result = openPipe(hello, PipePurpose::event, O_WRONLY, pipes.event);
+  const auto openOfSameUser = [&](PipePurpose purpose, int access, FileDescriptor& out) {
+    uid_t owner = 0;
+    const int opened = openPipe(hello, purpose, access, out, owner);
+    return opened == 0 && owner != user ? -EPERM : opened;
+  };
+  result = openOfSameUser(PipePurpose::event, O_WRONLY, pipes.event);
   if (result == 0) {
-    result = openPipe(hello, PipePurpose::request, O_RDONLY, pipes.request);
+    result = openOfSameUser(PipePurpose::request, O_RDONLY, pipes.request);
   }
-  if (result < 0) {
-    ServerLink::refuse(core_.system(), pipes.reply, resultOf(result));
+  const EvtRes admitted = result < 0 ? resultOf(result) : admit(user, pipes);
+  if (admitted != EvtRes_Success) {
+    ServerLink::refuse(core_.system(), pipes.reply, admitted);
     return;
   }
-  openLink(std::move(pipes));
+  openLink(std::move(pipes), user);
 }
 
-void PortServer::openLink(ServerPipes pipes) {
-  const auto link = std::make_shared<ServerLink>(core_, *this, std::move(pipes));
+/// Whether `user` may have another session.
+EvtRes PortServer::admit(uid_t user, const ServerPipes& pipes) const {
+  if (!accounts_->mayOpenSession(user)) {
+    return EvtRes_Refused;
+  }
+  // A descriptor is the lowest that was free: those below it are in use.
+  const int limit = core_.system().descriptorLimit();
+  const int used =
+      std::max({pipes.request.number(), pipes.reply.number(), pipes.event.number()}) + 1;
+  const int left = (limit - used) / pipesOfSession;
+  return left < placesLeftFor(core_.system(), user, limit / pipesOfSession) ? EvtRes_NoDescriptors
+                                                                            : EvtRes_Success;
+}
+
+void PortServer::openLink(ServerPipes pipes, uid_t user) {
+  // So that linkEnded() allocates nothing.
+  ended_.reserve(ended_.size() + links_.size() + 1);
+  const auto link = std::make_shared<ServerLink>(core_, *this, std::move(pipes), accounts_, user);
   link->index = links_.size();
   links_.push_back(link);
   const auto drop = [&] {
@@ -221,6 +352,12 @@ void PortServer::openLink(ServerPipes pipes) {
 }
 
 int PortServer::openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out) {
+  uid_t user = 0;
+  return openPipe(hello, purpose, access, out, user);
+}
+
+int PortServer::openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out,
+                         uid_t& user) {
   System& system = core_.system();
   int result =
       out.adopt(system, system.open(privatePipePath(hello.token, purpose), access | O_NONBLOCK));
@@ -231,6 +368,7 @@ int PortServer::openPipe(const Hello& hello, PipePurpose purpose, int access, Fi
   if (result == 0 && !mayServeClient(system, status, group_)) {
     result = -EPERM;
   }
+  user = status.st_uid;
   return result;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "evtsrv/result.h"
+#include "evtsrv/source/accounts.h"
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/hello.h"
 #include "evtsrv/source/mailbox.h"
@@ -32,11 +33,12 @@ namespace EvtSrv::internal {
 /// owner calls `close` before it releases its own reference: after that nothing
 /// reaches the owner any more.
 class PortServer final : public ReadyHandler,
+                         public TurnTaker,
                          public LinkOwner,
                          public std::enable_shared_from_this<PortServer> {
  public:
   /// `core` outlives this; `port` lives until `close`.
-  PortServer(ManagerCore& core, ServedPort& port) : core_(core), port_(&port) {}
+  PortServer(ManagerCore& core, ServedPort& port);
   ~PortServer() override { close(); }
   PortServer(const PortServer&) = delete;
   PortServer& operator=(const PortServer&) = delete;
@@ -60,16 +62,25 @@ class PortServer final : public ReadyHandler,
   void close();
 
   bool ready(unsigned role, std::uint32_t events) override;
+  bool takeTurn() override;
   void linkEnded(ServerLink& link) override;
+  unsigned frameBegun() override;
 
  private:
-  bool serveMailbox() KRV_REQUIRES(core_.clientMutex());
+  bool checkMailbox() KRV_REQUIRES(core_.clientMutex());
+  void readAllHellos() KRV_REQUIRES(core_.clientMutex());
   int listen() KRV_REQUIRES(core_.clientMutex());
   void restoreMailbox() KRV_REQUIRES(core_.clientMutex());
   void readMailbox() KRV_REQUIRES(core_.clientMutex());
+  bool serveHellos() KRV_REQUIRES(core_.clientMutex());
+  void releaseSessions();
+  void secondPassed();
   void accept(const Hello& hello);
-  void openLink(ServerPipes pipes);
+  EvtRes admit(uid_t user, const ServerPipes& pipes) const;
+  void openLink(ServerPipes pipes, uid_t user);
   int openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out);
+  int openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out,
+               uid_t& user);
   void refuseUsingReserve(const Hello& hello);
   void takeReserve();
   void closeMailbox();
@@ -84,8 +95,17 @@ class PortServer final : public ReadyHandler,
   Registration onMailbox_;
   Registration onWatch_;
   HelloScanner hellos_;
-  FileDescriptor reserve_;  // Closed to refuse a client when there is no other descriptor.
+  FileDescriptor reserve_;   // Closed to refuse a client when there is no other descriptor.
+  bool hellosWait_ = false;  // In `hellos_`, for the next turn.
   std::vector<std::shared_ptr<ServerLink>> links_;
+  std::vector<std::shared_ptr<ServerLink>> ended_;  // Those whose sessions are still released.
+  const std::shared_ptr<Accounts> accounts_;
+  TurnGroup turns_;
+  Turn turn_;
+  FileDescriptor timer_;  // Expires once a second while a part of a frame waits for its rest.
+  Registration onTimer_;
+  bool timerRuns_ = false;
+  unsigned seconds_ = 0;
   bool stopping_ = false;
 };
 

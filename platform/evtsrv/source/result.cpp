@@ -1,5 +1,9 @@
 #include "evtsrv/result.h"
 
+#include <cerrno>
+
+#include "evtsrv/source/system.h"
+
 namespace EvtSrv {
 
 const char* describe(EvtRes result) {
@@ -37,3 +41,28 @@ const char* describe(EvtRes result) {
 }
 
 }  // namespace EvtSrv
+
+namespace EvtSrv::internal {
+
+EvtRes resultOf(ssize_t error) {
+  switch (-error) {
+    case ENOENT:
+    case ENXIO:
+      return EvtRes_NoServer;
+    case EACCES:
+    case EPERM:
+    case ELOOP:
+    case EISDIR:
+    case ENOTDIR:
+      return EvtRes_NotPermitted;
+    case EMFILE:
+    case ENFILE:
+      return EvtRes_NoDescriptors;
+    case EPIPE:
+      return EvtRes_Closed;
+    default:
+      return EvtRes_SystemError;
+  }
+}
+
+}  // namespace EvtSrv::internal

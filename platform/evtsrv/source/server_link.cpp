@@ -1,8 +1,6 @@
 #include "evtsrv/source/server_link.h"
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <new>
 #include <span>
 #include <utility>
@@ -15,41 +13,26 @@ namespace {
 
 enum Role : unsigned { requestRole, replyRole, eventRole };
 
-// Errors and hang-ups are reported with every interest.
-constexpr std::uint32_t noInterest = 0;
-constexpr std::uint32_t readable = EPOLLIN;
-constexpr std::uint32_t writable = EPOLLOUT;
+// How long the rest of a frame is awaited, besides the second that is in progress.
+constexpr unsigned frameSeconds = 5;
 
 constexpr std::uint16_t startedEvent = 1;
-constexpr std::uint16_t stoppedEvent = 3;
-
-// A chunk of up to this size is written completely or not at all (pipe(7)).
-constexpr std::size_t chunkSize = PIPE_BUF;
-
-std::array<std::uint8_t, FrameHeader::size> frameWithoutPayload(FrameKind kind,
-                                                                std::uint16_t code) {
-  FrameHeader header;
-  header.kind = kind;
-  header.code = code;
-  std::array<std::uint8_t, FrameHeader::size> bytes{};
-  encodeHeader(header, bytes.data());
-  return bytes;
-}
 
 bool writeWithoutPayload(System& system, const FileDescriptor& pipe, FrameKind kind,
                          std::uint16_t code) {
-  const auto bytes = frameWithoutPayload(kind, code);
+  const auto bytes = encodeEmptyFrame(kind, code);
   return system.write(pipe.number(), bytes) == static_cast<ssize_t>(bytes.size());
-}
-
-void append(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> bytes) {
-  out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
 }  // namespace
 
-ServerLink::ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes)
-    : core_(core), owner_(&owner), pipes_(std::move(pipes)) {}
+ServerLink::ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes,
+                       std::shared_ptr<Accounts> accounts, uid_t user)
+    : core_(core),
+      owner_(&owner),
+      pipes_(std::move(pipes)),
+      account_(std::move(accounts), user),
+      turn_(core.turns(), account_.turns(), *this) {}
 
 ServerLink::~ServerLink() = default;
 
@@ -92,7 +75,7 @@ void ServerLink::refuse(System& system, const FileDescriptor& reply, EvtRes reas
 
 void ServerLink::end() {
   LinkOwner* owner = std::exchange(owner_, nullptr);
-  closeSilently();
+  closePipes();
   if (owner != nullptr) {
     owner->linkEnded(*this);
   }
@@ -101,17 +84,31 @@ void ServerLink::end() {
 void ServerLink::closeSilently() {
   core_.clientMutex().assertHeld();
   owner_ = nullptr;
+  closePipes();
+  destroySession();
+}
+
+/// Destroys the session, unless a call of it is in progress, which does that at its end.
+void ServerLink::destroySession() {
+  if (!serving_ && !pumping_) {
+    session_.reset();
+  }
+}
+
+void ServerLink::closePipes() {
   onRequest_.end();
   onReply_.end();
   onEvent_.end();
   pipes_ = {};
-  releaseSession();
 }
 
-void ServerLink::releaseSession() {
-  if (!serving_ && !pumping_) {
-    session_.reset();
+bool ServerLink::releaseSession() {
+  const bool isBusy = serving_ || pumping_;
+  if (session_ != nullptr && !isBusy && !session_->release()) {
+    return false;
   }
+  destroySession();
+  return true;
 }
 
 void ServerLink::closeOnNextDispatch() {
@@ -123,9 +120,27 @@ void ServerLink::closeOnNextDispatch() {
 
 bool ServerLink::ready(unsigned role, std::uint32_t events) {
   core_.clientMutex().assertHeld();
+  TurnQueue& turns = core_.turns();
+  if (!turns.mayServeNow()) {
+    due_[role] |= events;
+    turns.add(turn_);
+    return false;
+  }
+  Due due{};
+  due[role] = events;
+  return serveOrEnd(due);
+}
+
+bool ServerLink::takeTurn() {
+  core_.clientMutex().assertHeld();
+  return serveOrEnd(std::exchange(due_, {}));
+}
+
+bool ServerLink::serveOrEnd(const Due& due) {
   const auto keepAlive = shared_from_this();
+  const TurnQueue::Charge charge(core_.turns(), turn_);
   try {
-    return serve(role, events);
+    return serve(due);
   } catch (const std::bad_alloc&) {
     // There is not enough memory for this client.
     end();
@@ -137,7 +152,18 @@ bool ServerLink::ready(unsigned role, std::uint32_t events) {
   }
 }
 
-bool ServerLink::serve(unsigned role, std::uint32_t events) {
+bool ServerLink::serve(const Due& due) {
+  bool dispatched = false;
+  for (const unsigned role : {eventRole, replyRole, requestRole}) {
+    const bool isDue = due[role] != 0 || (role == requestRole && moreRequests_);
+    if (isDue && owner_ != nullptr) {
+      dispatched = serveRole(role, due[role]) || dispatched;
+    }
+  }
+  return dispatched;
+}
+
+bool ServerLink::serveRole(unsigned role, std::uint32_t events) {
   if (closing_ || (role != requestRole && (events & EPOLLERR) != 0)) {
     end();
     return true;
@@ -176,6 +202,10 @@ bool ServerLink::readRequests(std::uint32_t events) {
     end();
     return true;
   }
+  if (moreRequests_) {
+    serveRequests();
+    return true;
+  }
   BufferLease lease(core_.readSlot());
   lease.bytes().resize(readSize);
   const ssize_t count = core_.system().read(pipes_.request.number(), lease.bytes());
@@ -187,15 +217,14 @@ bool ServerLink::readRequests(std::uint32_t events) {
     return true;
   }
   requests_.feed(std::span(lease.bytes()).first(static_cast<std::size_t>(count)));
+  frameBegun_ = false;
   serveRequests();
-  requests_.bufferRest();
   return true;
 }
 
 void ServerLink::writeReply() {
-  switch (writeFrom(pipes_.reply, reply_.bytes, reply_.written)) {
+  switch (reply_.resume(core_.system(), pipes_.reply.number())) {
     case Progress::all:
-      reply_.clear();
       serveRequests();
       break;
     case Progress::blocked:
@@ -207,22 +236,20 @@ void ServerLink::writeReply() {
 }
 
 void ServerLink::serveRequests() {
-  // In a dispatch inside a call of the session the next request waits for its end.
-  while (!serving_ && owner_ != nullptr && reply_.empty() && !closing_ && !draining_) {
-    Frame request;
-    const FrameReader::Status status = requests_.next(request);
-    if (status == FrameReader::Status::incomplete) {
+  moreRequests_ = false;
+  std::size_t replied = 0;
+  for (unsigned served = 1; serveNext(replied); ++served) {
+    if (!requests_.empty() && (served == TurnQueue::requestsPerTurn ||
+                               replied >= TurnQueue::bytesPerTurn || core_.turns().turnExpired())) {
+      moreRequests_ = true;
+      core_.turns().add(turn_);
       break;
     }
-    if (status == FrameReader::Status::malformed || request.header.kind != FrameKind::request) {
-      end();
-      return;
-    }
-    handle(request);
   }
   if (owner_ == nullptr) {
     return;
   }
+  keepInput();
   if (closing_ || !setInterests()) {
     end();
     return;
@@ -230,7 +257,71 @@ void ServerLink::serveRequests() {
   endIfDrained();
 }
 
-void ServerLink::handle(const Frame& request) {
+/// Serves the next request that has arrived; false if there is none, or not now.
+bool ServerLink::serveNext(std::size_t& replied) {
+  // In a dispatch inside a call of the session the next request waits for its end.
+  if (serving_ || owner_ == nullptr || !reply_.empty() || closing_ || draining_) {
+    return false;
+  }
+  Frame request;
+  switch (requests_.next(request)) {
+    case FrameReader::Status::incomplete:
+      return false;
+    case FrameReader::Status::skipped:
+      refuseFrame(request.header);
+      return true;
+    case FrameReader::Status::frame:
+      if (request.header.kind == FrameKind::request) {
+        replied += handle(request);
+        return true;
+      }
+      break;
+    case FrameReader::Status::malformed:
+      break;
+  }
+  end();
+  return false;
+}
+
+/// Keeps what has arrived and was not served, as far as the account allows it.
+void ServerLink::keepInput() {
+  requests_.bufferRest();
+  if (requests_.held() != 0 && !accountForMemory() && !requests_.skipFrame()) {
+    closing_ = true;
+  }
+  if (!requests_.empty() && !moreRequests_ && reply_.empty() && !frameBegun_) {
+    frameBegun_ = true;
+    frameBegunAt_ = owner_->frameBegun();
+  }
+}
+
+bool ServerLink::secondPassed(unsigned now) {
+  core_.clientMutex().assertHeld();
+  if (frameBegun_ && !moreRequests_ && now - frameBegunAt_ > frameSeconds) {
+    closeOnNextDispatch();
+  }
+  return frameBegun_;
+}
+
+/// Replies to a request that was skipped.
+void ServerLink::refuseFrame(const FrameHeader& request) {
+  if (request.kind != FrameKind::request) {
+    closing_ = true;
+    return;
+  }
+  FrameHeader header;
+  header.kind = FrameKind::reply;
+  header.sequence = request.sequence;
+  header.code = session_->limitReached();
+  std::vector<std::uint8_t> bytes(FrameHeader::size);
+  encodeHeader(header, bytes.data());
+  if (reply_.write(core_.system(), pipes_.reply.number(), bytes) == Progress::failed) {
+    closing_ = true;
+  }
+}
+
+/// Returns the bytes of the reply.
+std::size_t ServerLink::handle(const Frame& request) {
   BufferLease lease(core_.replySlot());
   std::vector<std::uint8_t>& bytes = lease.bytes();
   bytes.resize(FrameHeader::size);
@@ -243,155 +334,29 @@ void ServerLink::handle(const Frame& request) {
     header.code = session_->handle(request.header.code, payload, bytes);
   }
   if (owner_ == nullptr) {
-    releaseSession();
-    return;
+    destroySession();
+    return 0;
   }
-  const std::size_t length = bytes.size() - FrameHeader::size;
-  if (length > maxPayload) {
+  if (bytes.size() > FrameHeader::size + maxPayload) {
     closing_ = true;
-    return;
+    return 0;
   }
-  header.length = static_cast<std::uint32_t>(length);
+  // What the pipe takes at once is not held.
+  if (bytes.size() > TurnQueue::bytesPerTurn && !account_.allows(bytes.size())) {
+    bytes.resize(FrameHeader::size);
+    header.code = session_->limitReached();
+  }
+  const std::size_t size = bytes.size();
+  header.length = static_cast<std::uint32_t>(size - FrameHeader::size);
   encodeHeader(header, bytes.data());
-  if (write(pipes_.reply, bytes, reply_) == Progress::failed) {
+  if (reply_.write(core_.system(), pipes_.reply.number(), bytes) == Progress::failed) {
     closing_ = true;
-    return;
+    return size;
   }
   if (std::exchange(eventsDeferred_, false)) {
     pumpEvents();
   }
-}
-
-ServerLink::Progress ServerLink::write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes,
-                                       PendingOutput& pending) {
-  std::size_t written = 0;
-  const Progress progress = writeFrom(pipe, bytes, written);
-  if (progress == Progress::blocked) {
-    pending.bytes = std::move(bytes);
-    pending.written = written;
-  }
-  return progress;
-}
-
-ServerLink::Progress ServerLink::writeFrom(const FileDescriptor& pipe,
-                                           std::span<const std::uint8_t> bytes,
-                                           std::size_t& written) {
-  while (written < bytes.size()) {
-    const ssize_t count = core_.system().write(pipe.number(), bytes.subspan(written));
-    if (count == -EAGAIN) {
-      return Progress::blocked;
-    }
-    if (count <= 0) {
-      return Progress::failed;
-    }
-    written += static_cast<std::size_t>(count);
-  }
-  return Progress::all;
-}
-
-bool ServerLink::setInterests() {
-  const auto interestFor = [](const PendingOutput& pending) {
-    return pending.empty() ? noInterest : writable;
-  };
-  const bool readsRequests = reply_.empty() && !draining_;
-  return onRequest_.setInterest(readsRequests ? readable : noInterest) == 0 &&
-         onReply_.setInterest(interestFor(reply_)) == 0 &&
-         onEvent_.setInterest(interestFor(events_)) == 0;
-}
-
-void ServerLink::eventsPending() {
-  core_.clientMutex().assertHeld();
-  if (owner_ == nullptr || closing_) {
-    return;
-  }
-  // The reply to the request being served goes first.
-  if (serving_ || pumping_ || session_ == nullptr) {
-    eventsDeferred_ = true;
-    return;
-  }
-  if (events_.empty()) {
-    pumpOrClose();
-  }
-}
-
-void ServerLink::pumpOrClose() {
-  try {
-    pumpEvents();
-  } catch (const std::bad_alloc&) {
-    closeOnNextDispatch();
-  }
-}
-
-void ServerLink::pumpEvents() {
-  if (owner_ == nullptr || closing_ || pumping_) {
-    return;
-  }
-  BufferLease lease(core_.eventSlot());
-  Progress progress = Progress::all;
-  if (!events_.empty()) {
-    progress = writeFrom(pipes_.event, events_.bytes, events_.written);
-    if (progress == Progress::all) {
-      events_.clear();
-    }
-  }
-  while (progress == Progress::all && fillEvents(lease.bytes())) {
-    progress = write(pipes_.event, lease.bytes(), events_);
-  }
-  if (owner_ == nullptr) {
-    releaseSession();
-    return;
-  }
-  if (progress == Progress::failed || !setInterests()) {
-    closeOnNextDispatch();
-  }
-}
-
-bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
-  chunk.clear();
-  if (stoppedSent_) {
-    return false;
-  }
-  {
-    const ScopedFlag pumping(pumping_);
-    while (chunk.size() < chunkSize && owner_ != nullptr) {
-      const std::size_t start = chunk.size();
-      chunk.resize(start + FrameHeader::size);
-      FrameHeader header;
-      header.kind = FrameKind::event;
-      if (!session_->takeEvent(header.code, chunk)) {
-        chunk.resize(start);
-        break;
-      }
-      header.length = static_cast<std::uint32_t>(chunk.size() - start - FrameHeader::size);
-      encodeHeader(header, chunk.data() + start);
-    }
-  }
-  if (draining_ && !serving_ && chunk.empty() && !std::exchange(stoppedSent_, true)) {
-    append(chunk, frameWithoutPayload(FrameKind::event, stoppedEvent));
-  }
-  return owner_ != nullptr && !chunk.empty();
-}
-
-void ServerLink::drainAndClose() {
-  core_.clientMutex().assertHeld();
-  const auto keepAlive = shared_from_this();
-  draining_ = true;
-  if (serving_) {
-    // Updates of what the request still changes come before the stopped event.
-    eventsDeferred_ = true;
-    return;
-  }
-  pumpOrClose();
-  if (owner_ != nullptr && !closing_ && !setInterests()) {
-    closeOnNextDispatch();
-  }
-  endIfDrained();
-}
-
-void ServerLink::endIfDrained() {
-  if (draining_ && !serving_ && owner_ != nullptr && reply_.empty() && events_.empty()) {
-    end();
-  }
+  return size;
 }
 
 }  // namespace EvtSrv::internal

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <vector>
 
+#include "evtsrv/source/accounts.h"
 #include "evtsrv/source/frame_reader.h"
 #include "evtsrv/source/manager_core.h"
+#include "evtsrv/source/pending_output.h"
 #include "evtsrv/source/server_session.h"
 
 namespace EvtSrv::internal {
@@ -19,8 +22,12 @@ class LinkOwner {
  public:
   virtual ~LinkOwner() = default;
 
-  /// `link` has ended by itself; the owner releases it.
+  /// `link` has ended by itself; the owner releases it, and its session (`releaseSession`).
   virtual void linkEnded(ServerLink& link) = 0;
+
+  /// A part of a frame has arrived. Returns the time, in seconds from any beginning, and calls
+  /// `ServerLink::secondPassed` from now on.
+  virtual unsigned frameBegun() = 0;
 };
 
 /// The server's ends of a connection's private pipes.
@@ -36,12 +43,19 @@ struct ServerPipes {
 ///
 /// A client can make it hold a bounded amount of memory: one request, one reply and
 /// one chunk of events that did not fit into the pipe. While a reply waits for the
-/// pipe no request is read; while events wait, none is taken from the session.
+/// pipe no request is read; while events wait, none is taken from the session. What is
+/// held is limited for each user too: a request or reply that would exceed a limit is
+/// refused (`ServerSession::limitReached`), anything else ends the connection.
+///
+/// What its client sends is served in turns with the other connections (`TurnQueue`).
 class ServerLink final : public ServerConnection,
                          public ReadyHandler,
+                         public TurnTaker,
                          public std::enable_shared_from_this<ServerLink> {
  public:
-  ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes);
+  /// `user` owns the pipes.
+  ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes,
+             std::shared_ptr<Accounts> accounts, uid_t user);
   ~ServerLink() override;
 
   /// Opens a session of `port`, welcomes the client and sends the started event. On
@@ -57,49 +71,64 @@ class ServerLink final : public ServerConnection,
   /// Ends immediately, without a call to the owner.
   void closeSilently();
 
+  /// After the end: frees a part of the session. Returns whether nothing is left.
+  bool releaseSession();
+
+  /// One second has passed. Ends the connection if its client has sent a part of a frame, and
+  /// no more of it for a while. Returns whether a part of a frame is there.
+  bool secondPassed(unsigned now);
+
   void eventsPending() override;
   void closeOnNextDispatch() override;
+  SessionAccount& account() override { return account_; }
   bool ready(unsigned role, std::uint32_t events) override;
+  bool takeTurn() override;
 
   /// The index of this in the owner's list; for the owner alone.
   std::size_t index = 0;
 
  private:
-  enum class Progress { all, blocked, failed };
+  using Progress = PendingOutput::Progress;
 
-  /// Output that did not fit into a pipe.
-  struct PendingOutput {
-    std::vector<std::uint8_t> bytes;
-    std::size_t written = 0;
+  // Errors and hang-ups are reported with every interest.
+  static constexpr std::uint32_t noInterest = 0;
+  static constexpr std::uint32_t readable = EPOLLIN;
+  static constexpr std::uint32_t writable = EPOLLOUT;
 
-    [[nodiscard]] bool empty() const { return bytes.empty(); }
-    void clear() { *this = {}; }
-  };
+  /// What is ready of a descriptor and was not served yet: a set of `EPOLL…` bits, 0 if nothing.
+  using Due = std::array<std::uint32_t, 3>;
 
   void end();
-  void releaseSession();
-  bool serve(unsigned role, std::uint32_t events) KRV_REQUIRES(core_.clientMutex());
+  void closePipes();
+  void destroySession();
+  bool serveOrEnd(const Due& due) KRV_REQUIRES(core_.clientMutex());
+  bool serve(const Due& due) KRV_REQUIRES(core_.clientMutex());
+  bool serveRole(unsigned role, std::uint32_t events) KRV_REQUIRES(core_.clientMutex());
   bool readRequests(std::uint32_t events) KRV_REQUIRES(core_.clientMutex());
   void writeReply() KRV_REQUIRES(core_.clientMutex());
   void serveRequests() KRV_REQUIRES(core_.clientMutex());
-  void handle(const Frame& request) KRV_REQUIRES(core_.clientMutex());
+  bool serveNext(std::size_t& replied) KRV_REQUIRES(core_.clientMutex());
+  void keepInput() KRV_REQUIRES(core_.clientMutex());
+  void refuseFrame(const FrameHeader& request) KRV_REQUIRES(core_.clientMutex());
+  std::size_t handle(const Frame& request) KRV_REQUIRES(core_.clientMutex());
   void pumpEvents() KRV_REQUIRES(core_.clientMutex());
   /// `pumpEvents` for callers outside a dispatch, which would end the connection when
   /// memory runs out.
   void pumpOrClose() KRV_REQUIRES(core_.clientMutex());
   bool fillEvents(std::vector<std::uint8_t>& chunk);
   void endIfDrained();
-  Progress write(const FileDescriptor& pipe, std::vector<std::uint8_t>& bytes,
-                 PendingOutput& pending);
-  Progress writeFrom(const FileDescriptor& pipe, std::span<const std::uint8_t> bytes,
-                     std::size_t& written);
   [[nodiscard]] bool setInterests();
+  [[nodiscard]] bool accountForMemory();
 
   ManagerCore& core_;
 
   // Guarded by the client mutex.
   LinkOwner* owner_;  // Null after the end.
   ServerPipes pipes_;
+  SessionAccount account_;
+  std::size_t held_ = 0;  // What the account has of the bytes below.
+  Turn turn_;
+  Due due_{};
   std::unique_ptr<ServerSession> session_;
   Registration onRequest_;
   Registration onReply_;
@@ -108,6 +137,10 @@ class ServerLink final : public ServerConnection,
   FrameReader requests_;
   PendingOutput reply_;
   PendingOutput events_;
+  bool moreRequests_ = false;  // Received, and to be served in the next turn.
+  bool moreEvents_ = false;    // To be taken from the session when the event pipe is writable.
+  bool frameBegun_ = false;    // The rest of a frame is awaited.
+  unsigned frameBegunAt_ = 0;
   bool serving_ = false;         // In session_->handle(): the session must not be destroyed.
   bool pumping_ = false;         // In another call of the session: likewise.
   bool eventsDeferred_ = false;  // eventsPending() was called meanwhile.

@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "evtsrv/source/accounts.h"
 #include "evtsrv/source/frame.h"
 
 /// The interfaces between a served port and the code that serves it. Everything here
@@ -20,6 +21,9 @@ class ServerConnection {
   /// waits for the pipe. Never destroys the session: after a write error the
   /// connection ends at the next dispatch.
   virtual void eventsPending() = 0;
+
+  /// Where the session accounts for its subscriptions, and for the memory of its events.
+  virtual SessionAccount& account() = 0;
 
   /// Ends the connection at the next dispatch, for a session that cannot send what it
   /// has to. Never destroys the session.
@@ -44,6 +48,13 @@ class ServerSession {
   /// Removes the next pending event, appends its payload to `payload` and sets `type`.
   /// Returns false if none is pending.
   virtual bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) = 0;
+
+  /// The code of the reply to a request that exceeds a limit of its client.
+  [[nodiscard]] virtual std::uint16_t limitReached() const = 0;
+
+  /// Frees a part of what the session holds, for at most about 1 ms; its connection has ended.
+  /// Returns whether that was all, and the session may be destroyed.
+  virtual bool release() { return true; }
 };
 
 /// The owner of a served port.

@@ -7,12 +7,14 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/random.h>
+#include <sys/resource.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <ctime>
 #include <memory>
@@ -36,6 +38,12 @@ auto uninterrupted(Call call) {
     result = call();
   }
   return result;
+}
+
+std::int64_t nanosecondsOf(clockid_t clock) {
+  timespec now{};
+  ::clock_gettime(clock, &now);
+  return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
 // Supported since Linux 6.18; the headers of the C library may be older.
@@ -310,14 +318,26 @@ int PosixSystem::openDescriptorOf(std::uint32_t process, std::uint32_t descripto
   return uninterrupted([&] { return openOnce(own.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); });
 }
 
+int PosixSystem::descriptorLimit() {
+  rlimit limit{};
+  const bool isKnown = ::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < INT_MAX;
+  return isKnown ? static_cast<int>(limit.rlim_cur) : INT_MAX;
+}
+
 std::uint32_t PosixSystem::processId() {
   return static_cast<std::uint32_t>(::getpid());
 }
 
 std::int64_t PosixSystem::nowMs() {
-  timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+  return nanosecondsOf(CLOCK_MONOTONIC) / 1'000'000;
+}
+
+std::int64_t PosixSystem::nowNs() {
+  return nanosecondsOf(CLOCK_MONOTONIC);
+}
+
+std::int64_t PosixSystem::threadTimeNs() {
+  return nanosecondsOf(CLOCK_THREAD_CPUTIME_ID);
 }
 
 uid_t PosixSystem::effectiveUser() {
@@ -341,27 +361,6 @@ bool PosixSystem::isSupplementaryGroup(gid_t group) {
 System& posixSystem() {
   static PosixSystem system;
   return system;
-}
-
-EvtRes resultOf(ssize_t error) {
-  switch (-error) {
-    case ENOENT:
-    case ENXIO:
-      return EvtRes_NoServer;
-    case EACCES:
-    case EPERM:
-    case ELOOP:
-    case EISDIR:
-    case ENOTDIR:
-      return EvtRes_NotPermitted;
-    case EMFILE:
-    case ENFILE:
-      return EvtRes_NoDescriptors;
-    case EPIPE:
-      return EvtRes_Closed;
-    default:
-      return EvtRes_SystemError;
-  }
 }
 
 Deadline::Deadline(System& system, int milliseconds)

@@ -99,6 +99,8 @@ class System {
   /// Opens the file of another process's descriptor for reading (proc(5), /proc/PID/fd).
   /// Returns `-EPERM`, without opening it, if it is not a regular file.
   [[nodiscard]] virtual int openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) = 0;
+  /// The present limit of this process's descriptors (getrlimit(2)).
+  [[nodiscard]] virtual int descriptorLimit() = 0;
   /// getpid(2).
   [[nodiscard]] virtual std::uint32_t processId() = 0;
 
@@ -118,6 +120,10 @@ class System {
 
   /// The time of the monotonic clock in milliseconds.
   [[nodiscard]] virtual std::int64_t nowMs() = 0;
+  /// The time of the monotonic clock in nanoseconds.
+  [[nodiscard]] virtual std::int64_t nowNs() = 0;
+  /// The processor time that the calling thread has used, in nanoseconds.
+  [[nodiscard]] virtual std::int64_t threadTimeNs() = 0;
   [[nodiscard]] virtual uid_t effectiveUser() = 0;
   /// Whether `group` is the primary group of this process: its effective or its real one.
   [[nodiscard]] virtual bool isPrimaryGroup(gid_t group) = 0;
@@ -173,6 +179,7 @@ class PosixSystem : public System {
   int map(int descriptor, std::size_t size, bool writable, void*& mapping) override;
   void unmap(const void* mapping, std::size_t size) override;
   int openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) override;
+  int descriptorLimit() override;
   std::uint32_t processId() override;
   int claimAddress(std::string_view name) override;
   int holderOfAddress(std::string_view name, uid_t& user) override;
@@ -180,6 +187,8 @@ class PosixSystem : public System {
   int addWatch(int watch, const std::string& path, std::uint32_t events) override;
   void removeWatch(int watch, int number) override;
   std::int64_t nowMs() override;
+  std::int64_t nowNs() override;
+  std::int64_t threadTimeNs() override;
   uid_t effectiveUser() override;
   bool isPrimaryGroup(gid_t group) override;
   bool isSupplementaryGroup(gid_t group) override;

@@ -34,15 +34,38 @@ SessionSubscriptions::~SessionSubscriptions() {
   if (enlistedIn_ != nullptr) {
     enlistedIn_->remove(*this);
   }
+  connection_.account().removeSubscriptions(count_);
+  connection_.account().remove(held_);
+}
+
+bool SessionSubscriptions::release() {
+  constexpr unsigned partsAtOnce = 1000;
+  released_ = true;
+  for (unsigned i = 0; i < partsAtOnce && !subscriptions_.empty(); ++i) {
+    Subscription& subscription = subscriptions_.begin()->second;
+    removeFromPart(subscription);
+    partRemoved(subscription);
+  }
+  return subscriptions_.empty();
+}
+
+void SessionSubscriptions::uncount(std::size_t subscriptions) {
+  count_ -= subscriptions;
+  connection_.account().removeSubscriptions(subscriptions);
 }
 
 ModelRes SessionSubscriptions::add(ModelPart& part, ModelPartIndex index) {
   TreeLock::assertHeld(part);
-  if (count_ >= maxSubscriptions) {
+  if (!connection_.account().addSubscription()) {
     return ModelRes_LimitReached;
   }
-  subscribe(part, [index](SubscribedIndices& indices) { indices.add(index); });
   ++count_;
+  try {
+    subscribe(part, [index](SubscribedIndices& indices) { indices.add(index); });
+  } catch (...) {
+    uncount(1);
+    throw;
+  }
   return ModelRes_Success;
 }
 
@@ -83,7 +106,7 @@ ModelRes SessionSubscriptions::cancel(ModelPart& part, ModelPartIndex index) {
   if (at == subscriptions_.end() || !at->second.indices().cancel(index)) {
     return ModelRes_NotSubscribed;
   }
-  --count_;
+  uncount(1);
   if (at->second.indices().isEmpty()) {
     removeFromPart(at->second);
     erase(at->second);
@@ -93,10 +116,19 @@ ModelRes SessionSubscriptions::cancel(ModelPart& part, ModelPartIndex index) {
 
 ModelRes SessionSubscriptions::addSleeping(ChainView chain, ModelPartIndex index,
                                            const std::shared_ptr<SleepingSessions>& sleeping) {
-  if (count_ >= maxSubscriptions || !sleep(sleeping, [&] { return sleeping_.add(chain, index); })) {
+  if (!connection_.account().addSubscription()) {
     return ModelRes_LimitReached;
   }
   ++count_;
+  try {
+    if (!sleep(sleeping, [&] { return sleeping_.add(chain, index); })) {
+      uncount(1);
+      return ModelRes_LimitReached;
+    }
+  } catch (...) {
+    uncount(1);
+    throw;
+  }
   return ModelRes_Success;
 }
 
@@ -104,7 +136,7 @@ ModelRes SessionSubscriptions::cancelSleeping(ChainView chain, ModelPartIndex in
   if (!sleeping_.cancel(chain, index)) {
     return ModelRes_NotSubscribed;
   }
-  --count_;
+  uncount(1);
   delistIfAwake();
   return ModelRes_Success;
 }
@@ -136,7 +168,7 @@ void SessionSubscriptions::delistIfAwake() {
 }
 
 void SessionSubscriptions::partChanged(Subscription& subscription, ModelPartIndex index) {
-  if (!markPending(subscription, index)) {
+  if (released_ || !markPending(subscription, index)) {
     return;
   }
   queue_.push_back(Update{&subscription.part(), subscription.serial(), index});
@@ -148,23 +180,42 @@ void SessionSubscriptions::partChanged(Subscription& subscription, ModelPartInde
 bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartIndex index) {
   bool marked = false;
   try {
+    const std::size_t before = subscription.heldBytes();
     marked = subscription.markPending(index);
-    if (marked) {
-      reuseCapacity();
-      reserveForOne(queue_);
+    elementBytes_ += subscription.heldBytes() - before;
+    if (!marked) {
+      return false;
     }
-    return marked;
+    reuseCapacity();
+    reserveForOne(queue_);
+    if (accountForMemory()) {
+      return true;
+    }
   } catch (const std::bad_alloc&) {
-    if (marked) {
-      subscription.clearPending(index);
-    }
-    connection_.closeOnNextDispatch();
+    // As if a limit was reached.
+  }
+  if (marked) {
+    subscription.clearPending(index);
+  }
+  closeConnection();
+  return false;
+}
+
+/// False if the account does not allow what is held now.
+bool SessionSubscriptions::accountForMemory() {
+  const std::size_t now = queue_.capacity() * sizeof(Update) + elementBytes_;
+  if (now > held_ && !connection_.account().add(now - held_)) {
     return false;
   }
+  if (now < held_) {
+    connection_.account().remove(held_ - now);
+  }
+  held_ = now;
+  return true;
 }
 
 void SessionSubscriptions::partRemoved(Subscription& subscription) {
-  count_ -= subscription.indices().count();
+  uncount(subscription.indices().count());
   erase(subscription);
 }
 
@@ -177,7 +228,7 @@ void SessionSubscriptions::partLeft(Subscription& subscription, const PartPath* 
   } catch (const std::bad_alloc&) {
   }
   if (!sleeps) {
-    count_ -= subscription.indices().count();
+    uncount(subscription.indices().count());
     closeConnection();
   }
   erase(subscription);
@@ -193,7 +244,7 @@ void SessionSubscriptions::partEntered(ModelPart& part, const PartPath& path) {
     }
     subscription = &subscribe(part, [&](SubscribedIndices& awake) { awake.add(indices); });
   } catch (const std::bad_alloc&) {
-    count_ -= indices.count();
+    uncount(indices.count());
     closeConnection();
   }
   delistIfAwake();
@@ -205,6 +256,7 @@ void SessionSubscriptions::partEntered(ModelPart& part, const PartPath& path) {
 /// The part no longer refers to the subscription.
 void SessionSubscriptions::erase(Subscription& subscription) {
   stale_ += subscription.pendingCount();
+  elementBytes_ -= subscription.heldBytes();
   subscriptions_.erase(&subscription.part());
   dropStale();
 }
@@ -239,6 +291,9 @@ Subscription* SessionSubscriptions::find(const Update& update) {
 /// half is stale keeps the cost for each entry constant.
 void SessionSubscriptions::dropStale() {
   constexpr std::size_t tolerated = 64;
+  if (released_) {
+    return;
+  }
   if (stale_ <= tolerated || stale_ * 2 <= queueLength()) {
     return;
   }

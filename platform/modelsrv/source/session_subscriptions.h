@@ -14,9 +14,6 @@
 
 namespace ModelSrv::internal {
 
-/// The maximum number of subscriptions of one client.
-inline constexpr std::size_t maxSubscriptions = 1'048'576;
-
 /// The subscriptions of one client in a server, and the queue of its pending updates: at most
 /// one for each part and index, in the order of the first change. Independent of the encoding
 /// of messages. Guarded by the client mutex.
@@ -31,7 +28,8 @@ class SessionSubscriptions {
   SessionSubscriptions(const SessionSubscriptions&) = delete;
   SessionSubscriptions& operator=(const SessionSubscriptions&) = delete;
 
-  /// Adds one subscription. `ModelRes_LimitReached` if there are `maxSubscriptions` already.
+  /// Adds one subscription. `ModelRes_LimitReached` if the account of the connection allows no
+  /// more.
   ModelRes add(ModelPart& part, ModelPartIndex index);
 
   /// Cancels one subscription; `ModelRes_NotSubscribed` if there is none. With the last
@@ -50,6 +48,9 @@ class SessionSubscriptions {
   /// Removes the oldest pending update from the queue; false if there is none.
   bool takeNext(ModelPart*& part, ModelPartIndex& index);
 
+  /// Ends some subscriptions, for a connection that has ended; true if none is left.
+  bool release();
+
   /// The number of subscriptions, sleeping ones included.
   [[nodiscard]] std::size_t count() const { return count_; }
   /// The number of pending updates.
@@ -61,7 +62,8 @@ class SessionSubscriptions {
   // Called by `PartSubscribers`.
 
   /// `index` of the subscribed part has changed, and the subscription matches it. Does not
-  /// throw: if there is no memory for the update the connection is closed.
+  /// throw: if there is no memory for the update, or the account of the connection allows no
+  /// more of it, the connection is closed.
   void partChanged(Subscription& subscription, ModelPartIndex index);
   /// The part, which is at `path` (null: there was no memory for it), has left the tree and no
   /// longer refers to the subscription, which ends: its indices sleep. Does not throw: if there is
@@ -92,11 +94,13 @@ class SessionSubscriptions {
   bool sleep(const std::shared_ptr<SleepingSessions>& sleeping, AddToSleeping addToSleeping);
   void delistIfAwake();
   void erase(Subscription& subscription);
+  void uncount(std::size_t subscriptions);
   void registerWithPart(Subscription& subscription);
   bool markPending(Subscription& subscription, ModelPartIndex index);
   [[nodiscard]] Subscription* find(const Update& update);
   void dropStale();
   void reuseCapacity();
+  bool accountForMemory();
 
   EvtSrv::internal::ServerConnection& connection_;
   std::unordered_map<ModelPart*, Subscription> subscriptions_;  ///< not the sleeping ones
@@ -107,7 +111,10 @@ class SessionSubscriptions {
   std::uint32_t lastSerial_ = 0;
   std::vector<Update> queue_;  ///< the queue begins at `head_`
   std::size_t head_ = 0;
-  std::size_t stale_ = 0;  ///< the number of entries whose subscription has ended
+  std::size_t stale_ = 0;         ///< the number of entries whose subscription has ended
+  std::size_t elementBytes_ = 0;  ///< what the subscriptions hold of pending elements
+  std::size_t held_ = 0;          ///< the bytes of the queue and of `elementBytes_`, in the account
+  bool released_ = false;
 };
 
 }  // namespace ModelSrv::internal

@@ -61,6 +61,10 @@ class Subscription {
   bool markPending(ModelPartIndex index);
   void clearPending(ModelPartIndex index);
   [[nodiscard]] std::size_t pendingCount() const { return pendingCount_; }
+  /// The bytes of memory that its pending elements take.
+  [[nodiscard]] std::size_t heldBytes() const {
+    return elementsPending_.capacity() * sizeof(std::uint64_t);
+  }
 
  private:
   SessionSubscriptions& owner_;

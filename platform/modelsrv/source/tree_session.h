@@ -37,6 +37,8 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   std::uint16_t handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                        std::vector<std::uint8_t>& reply) override;
   bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override;
+  [[nodiscard]] std::uint16_t limitReached() const override { return ModelRes_LimitReached; }
+  bool release() override { return subscriptions_.release(); }
 
  private:
   using Bytes = std::vector<std::uint8_t>;

@@ -94,6 +94,7 @@ class EchoPort : public ServedPort {
       events_.pop_front();
       return true;
     }
+    [[nodiscard]] std::uint16_t limitReached() const override { return EvtRes_TooLarge; }
     void post(std::uint16_t type, std::string bytes) {
       events_.emplace_back(type, std::move(bytes));
       connection_.eventsPending();

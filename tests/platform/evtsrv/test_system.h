@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -61,7 +62,9 @@ class TestSystem : public PosixSystem {
     return orError("createTimer", [&] { return PosixSystem::createTimer(); });
   }
   int setTimer(int timer, int milliseconds) override {
-    return orError("setTimer", [&] { return PosixSystem::setTimer(timer, milliseconds); });
+    return orError("setTimer", [&] {
+      return PosixSystem::setTimer(timer, std::max(1, milliseconds / timerSpeed));
+    });
   }
   int createWatch() override {
     return orError("createWatch", [&] { return PosixSystem::createWatch(); });
@@ -89,7 +92,11 @@ class TestSystem : public PosixSystem {
     return orError("makeFifo", [&] { return PosixSystem::makeFifo(path, mode); });
   }
   int fstat(int descriptor, struct stat& out) override {
-    return orError("fstat", [&] { return PosixSystem::fstat(descriptor, out); });
+    return orError("fstat", [&] {
+      const int result = PosixSystem::fstat(descriptor, out);
+      out.st_uid = owner.value_or(out.st_uid);
+      return result;
+    });
   }
   int lstat(const std::string& path, struct stat& out) override {
     return orError("lstat", [&] { return PosixSystem::lstat(path, out); });
@@ -103,6 +110,17 @@ class TestSystem : public PosixSystem {
   int random(std::span<std::uint8_t> buffer) override {
     return orError("random", [&] { return PosixSystem::random(buffer); });
   }
+
+  int descriptorLimit() override { return limit != 0 ? limit : PosixSystem::descriptorLimit(); }
+  uid_t effectiveUser() override { return user.value_or(PosixSystem::effectiveUser()); }
+
+  /// The limit of descriptors, if it is not 0, and the user, if it is set.
+  int limit = 0;
+  std::optional<uid_t> user;
+  /// How many times too fast timers are.
+  int timerSpeed = 1;
+  /// The owner of the files that are open, if it is set.
+  std::optional<uid_t> owner;
 
   /// What the peer does while this side waits, if time is frozen.
   std::function<void()> whileWaiting;

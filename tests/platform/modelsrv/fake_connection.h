@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "evtsrv/source/server_session.h"
@@ -15,9 +16,13 @@ class FakeConnection : public EvtSrv::internal::ServerConnection {
  public:
   void eventsPending() override { ++pendingCalls; }
   void closeOnNextDispatch() override { ++closeCalls; }
+  EvtSrv::internal::SessionAccount& account() override { return account_; }
 
   int pendingCalls = 0;
   int closeCalls = 0;
+
+ private:
+  EvtSrv::internal::SessionAccount account_{std::make_shared<EvtSrv::internal::Accounts>(), 0};
 };
 
 inline std::vector<std::uint8_t> payloadOf(const ModelSrv::internal::Request& request) {

@@ -144,7 +144,7 @@ TEST_F(SubscriptionsOfASession, CancelsByIndex) {
 }
 
 TEST_F(SubscriptionsOfASession, HasALimit) {
-  for (std::size_t i = 0; i < maxSubscriptions; ++i) {
+  for (std::size_t i = 0; i < EvtSrv::internal::limits::subscriptionsOfSession; ++i) {
     ASSERT_EQ(session_.add(speed_, ModelPartIndex_All), ModelRes_Success);
   }
   EXPECT_EQ(session_.add(speed_, ModelPartIndex_All), ModelRes_LimitReached);

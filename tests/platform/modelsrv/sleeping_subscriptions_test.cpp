@@ -249,18 +249,18 @@ TEST_F(SleepingInASession, RenewsAsItSubscribesIfThePartIsThere) {
 
 TEST_F(SleepingInASession, CountsAsASubscription) {
   SessionSubscriptions subscriptions(connection_);
-  for (std::size_t i = 0; i < maxSubscriptions; ++i) {
+  for (std::size_t i = 0; i < EvtSrv::internal::limits::subscriptionsOfSession; ++i) {
     ASSERT_EQ(subscriptions.add(size_, all), ModelRes_Success);
   }
   ASSERT_EQ(usb_.remove(&size_), ModelRes_Success);
-  EXPECT_EQ(subscriptions.count(), maxSubscriptions);
+  EXPECT_EQ(subscriptions.count(), EvtSrv::internal::limits::subscriptionsOfSession);
   EXPECT_EQ(subscriptions.add(speeds_, all), ModelRes_LimitReached);
   EXPECT_EQ(subscriptions.addSleeping(Chain{7}, all, sleepingSessions_), ModelRes_LimitReached);
   EXPECT_EQ(subscriptions.cancelSleeping(sizeChain_, all), ModelRes_Success);
   EXPECT_EQ(subscriptions.addSleeping(Chain{7}, all, sleepingSessions_), ModelRes_Success);
   EXPECT_EQ(subscriptions.addSleeping(Chain{7}, all, sleepingSessions_), ModelRes_LimitReached);
   ASSERT_EQ(usb_.add(&size_), ModelRes_Success);
-  EXPECT_EQ(subscriptions.count(), maxSubscriptions);
+  EXPECT_EQ(subscriptions.count(), EvtSrv::internal::limits::subscriptionsOfSession);
 }
 
 TEST_F(SleepingInASession, TakesBoundedMemory) {

@@ -19,11 +19,12 @@ enum [[nodiscard]] ModelRes : unsigned{
     ModelRes_TooLarge = 10,         ///< above the limit of a value or of a frame
     ModelRes_NotSubscribable = 11,  ///< the part does not accept subscriptions
     ModelRes_NotSubscribed = 12,    ///< there is no such subscription
-    ModelRes_LimitReached = 13,     ///< the server accepts no more subscriptions of this client
-    ModelRes_BadRequest = 14,       ///< the server cannot decode the request
-    ModelRes_DuplicateId = 15,      ///< a sibling has the same id
-    ModelRes_BadArgument = 16,      ///< an argument that the operation does not accept
-    ModelRes_Unreachable = 17,      ///< the server stands for a device that it cannot reach
+    ModelRes_LimitReached =
+        13,                     ///< the server holds no more memory or subscriptions for the client
+    ModelRes_BadRequest = 14,   ///< the server cannot decode the request
+    ModelRes_DuplicateId = 15,  ///< a sibling has the same id
+    ModelRes_BadArgument = 16,  ///< an argument that the operation does not accept
+    ModelRes_Unreachable = 17,  ///< the server stands for a device that it cannot reach
 
     // Results of the connection. They are never sent.
     ModelRes_NotConnected = 64,   ///< there is no connection and none could be made

@@ -1,0 +1,144 @@
+#include <climits>
+#include <new>
+#include <span>
+#include <utility>
+
+#include "evtsrv/source/buffer_lease.h"
+#include "evtsrv/source/server_link.h"
+
+// What a connection writes besides replies: its events, up to the last one.
+
+namespace EvtSrv::internal {
+
+namespace {
+
+constexpr std::uint16_t stoppedEvent = 3;
+
+// A chunk of up to this size is written completely or not at all (pipe(7)).
+constexpr std::size_t chunkSize = PIPE_BUF;
+
+// How many chunks of events are written before it is the turn of others.
+constexpr unsigned chunksPerTurn = 16;
+
+void append(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> bytes) {
+  out.insert(out.end(), bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+bool ServerLink::setInterests() {
+  const auto interestIf = [](bool isPending) { return isPending ? writable : noInterest; };
+  const bool readsRequests = reply_.empty() && !draining_;
+  return accountForMemory() && onRequest_.setInterest(readsRequests ? readable : noInterest) == 0 &&
+         onReply_.setInterest(interestIf(!reply_.empty())) == 0 &&
+         onEvent_.setInterest(interestIf(!events_.empty() || moreEvents_)) == 0;
+}
+
+bool ServerLink::accountForMemory() {
+  const std::size_t now = requests_.held() + reply_.held() + events_.held();
+  if (now > held_ && !account_.add(now - held_)) {
+    return false;
+  }
+  if (now < held_) {
+    account_.remove(held_ - now);
+  }
+  held_ = now;
+  return true;
+}
+
+void ServerLink::eventsPending() {
+  core_.clientMutex().assertHeld();
+  if (owner_ == nullptr || closing_) {
+    return;
+  }
+  // The reply to the request being served goes first.
+  if (serving_ || pumping_ || session_ == nullptr) {
+    eventsDeferred_ = true;
+    return;
+  }
+  if (events_.empty() && !moreEvents_) {
+    pumpOrClose();
+  }
+}
+
+void ServerLink::pumpOrClose() {
+  try {
+    pumpEvents();
+  } catch (const std::bad_alloc&) {
+    closeOnNextDispatch();
+  }
+}
+
+void ServerLink::pumpEvents() {
+  if (owner_ == nullptr || closing_ || pumping_) {
+    return;
+  }
+  BufferLease lease(core_.eventSlot());
+  Progress progress = events_.resume(core_.system(), pipes_.event.number());
+  moreEvents_ = false;
+  for (unsigned chunks = 0; progress == Progress::all && fillEvents(lease.bytes()); ++chunks) {
+    progress = events_.write(core_.system(), pipes_.event.number(), lease.bytes());
+    if (chunks == chunksPerTurn) {
+      moreEvents_ = true;
+      break;
+    }
+  }
+  if (owner_ == nullptr) {
+    destroySession();
+    return;
+  }
+  if (progress == Progress::failed || !setInterests()) {
+    closeOnNextDispatch();
+  }
+}
+
+bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
+  chunk.clear();
+  if (stoppedSent_) {
+    return false;
+  }
+  {
+    const ScopedFlag pumping(pumping_);
+    while (chunk.size() < chunkSize && owner_ != nullptr) {
+      const std::size_t start = chunk.size();
+      chunk.resize(start + FrameHeader::size);
+      FrameHeader header;
+      header.kind = FrameKind::event;
+      if (!session_->takeEvent(header.code, chunk)) {
+        chunk.resize(start);
+        break;
+      }
+      header.length = static_cast<std::uint32_t>(chunk.size() - start - FrameHeader::size);
+      encodeHeader(header, chunk.data() + start);
+    }
+  }
+  if (draining_ && !serving_ && chunk.empty() && !std::exchange(stoppedSent_, true)) {
+    append(chunk, encodeEmptyFrame(FrameKind::event, stoppedEvent));
+  }
+  return owner_ != nullptr && !chunk.empty();
+}
+
+void ServerLink::drainAndClose() {
+  core_.clientMutex().assertHeld();
+  const auto keepAlive = shared_from_this();
+  draining_ = true;
+  if (serving_) {
+    // Updates of what the request still changes come before the stopped event.
+    eventsDeferred_ = true;
+    return;
+  }
+  pumpOrClose();
+  if (owner_ != nullptr && !closing_ && !setInterests()) {
+    closeOnNextDispatch();
+  }
+  endIfDrained();
+}
+
+void ServerLink::endIfDrained() {
+  if (draining_ && !serving_ && owner_ != nullptr && reply_.empty() && events_.empty() &&
+      !moreEvents_) {
+    end();
+  }
+}
+
+}  // namespace EvtSrv::internal

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "evtsrv/source/system.h"
+
+/// Who is served next when several connections have work for the server.
+///
+/// A connection whose descriptor is ready is served at once while little else is to be done.
+/// Otherwise it waits in a queue. The user whose connections have used the least time is next,
+/// and of this user's connections the one that has used the least. A connection is served for
+/// one turn, and waits again if it has more work. So nobody waits longer than for the turn in
+/// progress, except behind those who used even less. Everything here requires the client
+/// mutex.
+namespace EvtSrv::internal {
+
+class TurnQueue;
+
+/// The connections of one user.
+struct TurnGroup {
+  std::int64_t usedNs = 0;
+  unsigned waiting = 0;  ///< how many of its connections are in the queue
+};
+
+/// What is served in turns: a connection, or a mailbox.
+class TurnTaker {
+ public:
+  virtual ~TurnTaker() = default;
+
+  /// Serves for one turn, under a `TurnQueue::Charge`; returns whether anything was
+  /// dispatched. The turn has left the queue, and may be added again. May destroy it.
+  virtual bool takeTurn() = 0;
+};
+
+/// The place of a taker in a `TurnQueue`. Leaves the queue when it is destroyed.
+class Turn {
+ public:
+  /// All arguments outlive this. May throw `std::bad_alloc`.
+  Turn(TurnQueue& queue, TurnGroup& group, TurnTaker& taker);
+  ~Turn();
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  friend class TurnQueue;
+
+  TurnQueue& queue_;
+  TurnGroup& group_;
+  TurnTaker& taker_;
+  std::int64_t usedNs_ = 0;
+  bool waiting_ = false;
+};
+
+class TurnQueue {
+ public:
+  /// How much of one connection is served before the turn of the next.
+  static constexpr unsigned requestsPerTurn = 32;
+  static constexpr std::size_t bytesPerTurn = std::size_t{64} * 1024;
+  static constexpr std::int64_t turnNs = 500'000;
+  /// How long turns are taken before new events are looked for.
+  static constexpr std::int64_t sliceNs = 1'000'000;
+
+  /// What a new connection is charged with at its beginning.
+  static constexpr std::int64_t newcomerNs = 200'000;
+
+  explicit TurnQueue(System& system) : system_(system) {}
+  TurnQueue(const TurnQueue&) = delete;
+  TurnQueue& operator=(const TurnQueue&) = delete;
+
+  /// Whether a connection may be served at once, without a turn.
+  [[nodiscard]] bool mayServeNow();
+
+  /// Lets `turn` wait, if it does not do so already.
+  void add(Turn& turn);
+
+  /// Whether the turn in progress has used up its time. Begins to measure it if that was not
+  /// necessary so far.
+  [[nodiscard]] bool turnExpired();
+
+  /// Takes turns for `sliceNs`, at least one if any waits; returns whether anything was
+  /// dispatched.
+  bool run();
+
+  [[nodiscard]] bool empty() const { return waiting_.empty(); }
+
+  /// One dispatch of `events` ready descriptors. Dispatches may be nested.
+  class Dispatch {
+   public:
+    Dispatch(TurnQueue& queue, std::size_t events);
+    ~Dispatch();
+    Dispatch(const Dispatch&) = delete;
+    Dispatch& operator=(const Dispatch&) = delete;
+
+   private:
+    TurnQueue& queue_;
+    bool contended_;
+    std::int64_t begin_;
+    std::int64_t turnBegin_;
+    std::int64_t threadTime_;
+  };
+
+  /// Charges `turn` with the time until the end of a block. Reads no clock if nobody else has
+  /// work.
+  class Charge {
+   public:
+    Charge(TurnQueue& queue, Turn& turn);
+    ~Charge();
+    Charge(const Charge&) = delete;
+    Charge& operator=(const Charge&) = delete;
+
+   private:
+    TurnQueue& queue_;
+    Turn& turn_;
+  };
+
+ private:
+  friend class Turn;
+
+  void enter();
+  void leave(Turn& turn);
+  std::int64_t usedUntil(std::int64_t now);
+  Turn& takeNext();
+
+  System& system_;
+  std::vector<Turn*> waiting_;  ///< in the order in which they came
+  std::size_t members_ = 0;     ///< the capacity of `waiting_` is at least this
+  std::int64_t groupFloorNs_ = 0;
+  std::int64_t turnFloorNs_ = 0;
+
+  // Of the dispatch in progress. Times are 0 if they are not measured.
+  bool contended_ = false;
+  std::int64_t begin_ = 0;       ///< when it began
+  std::int64_t turnBegin_ = 0;   ///< when the turn in progress began
+  std::int64_t threadTime_ = 0;  ///< the thread's processor time when it was last read
+};
+
+}  // namespace EvtSrv::internal

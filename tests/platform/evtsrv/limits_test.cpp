@@ -1,0 +1,157 @@
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+#include "tests/platform/evtsrv/raw_client.h"
+
+// The limits of what one client, and the clients of one user, may take.
+
+namespace EvtSrv::internal {
+namespace {
+
+class Limits : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(server.start(name), EvtRes_Success); }
+
+  /// The code of the welcome of a new client, which stays connected.
+  std::optional<std::uint16_t> connect() {
+    RawClient& client = *clients.emplace_back(std::make_unique<RawClient>());
+    client.makePipes();
+    client.writeToMailbox(name, client.hello());
+    server.serveAll();
+    const Bytes welcome = RawClient::readAll(client.reply);
+    const auto header =
+        welcome.size() == FrameHeader::size ? decodeHeader(welcome.data()) : std::nullopt;
+    return header && header->kind == FrameKind::welcome ? std::optional(header->code)
+                                                        : std::nullopt;
+  }
+
+  /// Writes to the latest client's pipe until `bytes` have been read by the server.
+  void send(Bytes bytes) {
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+      const ssize_t count =
+          ::write(clients.back()->request, bytes.data() + written, bytes.size() - written);
+      written += count > 0 ? static_cast<std::size_t>(count) : 0;
+      server.serveAll();
+    }
+  }
+
+  std::string name = uniquePort();
+  EchoServer server;
+  std::vector<std::unique_ptr<RawClient>> clients;
+};
+
+/// A frame of the most bytes, without its last one.
+Bytes almostLargestFrame() {
+  Bytes bytes = frame(FrameKind::request, 5, 1, std::string(maxPayload, 'x'));
+  bytes.pop_back();
+  return bytes;
+}
+
+TEST_F(Limits, AUserHasAtMost256Sessions) {
+  for (std::size_t i = 0; i < limits::sessionsOfUser; ++i) {
+    ASSERT_EQ(connect(), EvtRes_Success) << i;
+  }
+  EXPECT_EQ(connect(), EvtRes_Refused);
+  clients.erase(clients.begin());
+  server.serveAll();
+  EXPECT_EQ(connect(), EvtRes_Success);
+}
+
+TEST_F(Limits, PlacesAreKeptForTheOwnerAndForRoot) {
+  constexpr uid_t owner = 1;
+  constexpr uid_t other = 2;
+  server.recreate();
+  server.system.user = owner;
+  server.system.owner = owner;
+  // The pipes of every client belong to this group.
+  ASSERT_EQ(server.start(name, ::getegid()), EvtRes_Success);
+  server.system.limit = 3 * 64 + static_cast<int>(openDescriptors());
+  const auto connectAs = [this](uid_t user) {
+    server.system.owner = user;
+    const auto result = connect();
+    if (result != EvtRes_Success) {
+      clients.pop_back();
+    }
+    return result;
+  };
+  std::size_t others = 0;
+  auto result = connectAs(other);
+  for (; result == EvtRes_Success; result = connectAs(other)) {
+    ++others;
+  }
+  EXPECT_EQ(result, EvtRes_NoDescriptors);
+  EXPECT_GT(others, 10U);
+  EXPECT_EQ(connectAs(owner), EvtRes_Success);
+  while (connectAs(owner) == EvtRes_Success) {
+  }
+  EXPECT_EQ(connectAs(owner), EvtRes_NoDescriptors);
+  EXPECT_EQ(connectAs(0), EvtRes_Success);
+}
+
+TEST_F(Limits, FramesBegunOfOneUserAreRefusedAboveTheLimit) {
+  const Bytes most = almostLargestFrame();
+  const std::size_t allowed = limits::bytesOfUser / most.size();
+  for (std::size_t i = 0; i < allowed; ++i) {
+    ASSERT_EQ(connect(), EvtRes_Success);
+    send(most);
+    EXPECT_TRUE(RawClient::readAll(clients.back()->reply).empty());
+  }
+  ASSERT_EQ(connect(), EvtRes_Success);
+  send(most);
+  send({'x'});
+  EXPECT_EQ(RawClient::readAll(clients.back()->reply),
+            frame(FrameKind::reply, EvtRes_TooLarge, 1, ""))
+      << "the reply to a request that was skipped";
+  EXPECT_EQ(server.port.handled, 0);
+  send(frame(FrameKind::request, 5, 2, "next"));
+  EXPECT_EQ(RawClient::readAll(clients.back()->reply), frame(FrameKind::reply, 5, 2, "next"));
+  clients.erase(clients.begin());
+  server.serveAll();
+  send(most);
+  EXPECT_EQ(server.connectionCount(), allowed) << "the memory of the first one is free again";
+}
+
+TEST_F(Limits, RepliesThatNobodyReadsAreRefusedAboveTheLimit) {
+  const Bytes request = frame(FrameKind::request, 5, 1, std::string(maxPayload, 'x'));
+  const std::size_t allowed = limits::bytesOfUser / request.size();
+  for (std::size_t i = 0; i < allowed; ++i) {
+    ASSERT_EQ(connect(), EvtRes_Success);
+    send(request);
+  }
+  EXPECT_EQ(server.port.handled, static_cast<int>(allowed));
+  ASSERT_EQ(connect(), EvtRes_Success);
+  send(frame(FrameKind::request, 5, 2, std::string(60'000, 'y')));
+  EXPECT_EQ(RawClient::readAll(clients.back()->reply),
+            frame(FrameKind::reply, 5, 2, std::string(60'000, 'y')))
+      << "what the pipe takes is not held";
+}
+
+TEST_F(Limits, AFrameThatStopsEndsItsConnectionAfterFiveSeconds) {
+  server.system.timerSpeed = 100;
+  ASSERT_EQ(connect(), EvtRes_Success);
+  send(frame(FrameKind::request, 5, 2, "whole"));
+  ASSERT_EQ(connect(), EvtRes_Success);
+  Bytes half = frame(FrameKind::request, 5, 1, "half");
+  half.pop_back();
+  send(half);
+  const std::int64_t begin = server.system.nowMs();
+  while (server.connectionCount() == 2) {
+    static_cast<void>(server.core.receive(1000));
+  }
+  EXPECT_GE(server.system.nowMs() - begin, 5 * 1000 / server.system.timerSpeed);
+  EXPECT_TRUE(clients.back()->hungUp());
+  EXPECT_FALSE(clients.front()->hungUp()) << "this one sends nothing";
+}
+
+TEST_F(Limits, AFrameThatGoesOnIsServedHoweverSlowly) {
+  server.system.timerSpeed = 1000;
+  ASSERT_EQ(connect(), EvtRes_Success);
+  const Bytes request = frame(FrameKind::request, 5, 1, "slow");
+  for (const std::uint8_t byte : request) {
+    send({byte});
+    static_cast<void>(server.core.receive(2));
+  }
+  EXPECT_EQ(RawClient::readAll(clients.back()->reply), frame(FrameKind::reply, 5, 1, "slow"));
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal

@@ -1,0 +1,203 @@
+#include "evtsrv/source/turn_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+#include "tests/platform/evtsrv/raw_client.h"
+
+namespace EvtSrv::internal {
+namespace {
+
+/// A system whose time is set.
+class SetTime : public PosixSystem {
+ public:
+  std::int64_t nowNs() override { return now; }
+  std::int64_t threadTimeNs() override { return now - waited; }
+  std::int64_t waited = 0;  ///< for a processor
+  std::int64_t now = 1;
+};
+
+/// Takes turns of a fixed length.
+class Taker : public TurnTaker {
+ public:
+  Taker(TurnQueue& queue, TurnGroup& group, SetTime& system, std::int64_t length)
+      : queue_(queue), system_(system), length_(length), turn_(queue, group, *this) {}
+  bool takeTurn() override {
+    const TurnQueue::Charge charge(queue_, turn_);
+    system_.now += length_;
+    if (onTurn) {
+      onTurn();
+    }
+    ++turns;
+    if (hasMore) {
+      queue_.add(turn_);
+    }
+    return true;
+  }
+  void add() { queue_.add(turn_); }
+  std::function<void()> onTurn;
+  int turns = 0;
+  bool hasMore = false;
+
+ private:
+  TurnQueue& queue_;
+  SetTime& system_;
+  std::int64_t length_;
+  Turn turn_;
+};
+
+constexpr std::int64_t msNs = 1'000'000;
+
+class Turns : public testing::Test {
+ protected:
+  /// Runs the queue as one dispatch.
+  void run() {
+    const TurnQueue::Dispatch dispatch(queue, 1);
+    queue.run();
+  }
+
+  SetTime system;
+  TurnQueue queue{system};
+  TurnGroup one;
+  TurnGroup other;
+};
+
+TEST_F(Turns, WhoHasUsedLeastIsNext) {
+  Taker heavy(queue, one, system, 5 * msNs);
+  Taker light(queue, one, system, msNs / 100);
+  heavy.hasMore = true;
+  heavy.add();
+  run();
+  light.add();
+  run();
+  EXPECT_EQ(light.turns, 1);
+  EXPECT_EQ(heavy.turns, 2);
+}
+
+TEST_F(Turns, TheUserThatHasUsedLeastIsNextHoweverManyConnectionsTheOtherHas) {
+  std::deque<Taker> heavy;
+  for (int i = 0; i < 100; ++i) {
+    heavy.emplace_back(queue, one, system, 5 * msNs);
+    heavy.back().add();
+  }
+  run();
+  Taker light(queue, other, system, msNs / 100);
+  light.add();
+  const std::int64_t before = system.now;
+  while (light.turns == 0) {
+    run();
+  }
+  EXPECT_LE(system.now - before, 10 * msNs);
+}
+
+TEST_F(Turns, WhoSleptHasSavedNothingUp) {
+  Taker steady(queue, one, system, msNs);
+  Taker sleeper(queue, one, system, msNs);
+  steady.hasMore = true;
+  steady.add();
+  for (int i = 0; i < 100; ++i) {
+    run();
+  }
+  sleeper.hasMore = true;
+  sleeper.add();
+  const int before = steady.turns;
+  for (int i = 0; i < 20; ++i) {
+    run();
+  }
+  EXPECT_GE(steady.turns - before, 8);
+  EXPECT_GE(sleeper.turns, 8);
+}
+
+TEST_F(Turns, NobodyIsChargedForTheTimeThatTheServerHasWaitedForAProcessor) {
+  Taker delayed(queue, one, system, msNs / 100);
+  Taker busy(queue, one, system, msNs);
+  busy.hasMore = true;
+  busy.add();
+  run();
+  delayed.onTurn = [this] {
+    system.now += 100 * msNs;
+    system.waited += 100 * msNs;
+  };
+  for (int i = 1; i <= 5; ++i) {
+    delayed.add();
+    run();
+    EXPECT_EQ(delayed.turns, i);
+  }
+}
+
+TEST_F(Turns, ATakerThatIsDestroyedLeaves) {
+  {
+    Taker taker(queue, one, system, msNs);
+    taker.add();
+    taker.add();
+    EXPECT_FALSE(queue.empty());
+  }
+  EXPECT_TRUE(queue.empty());
+  EXPECT_EQ(one.waiting, 0U);
+}
+
+/// A server whose requests take 100 microseconds, and two clients.
+class Fairness : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(server.start(name), EvtRes_Success);
+    server.port.onRequest = [this] {
+      const std::int64_t end = server.system.nowNs() + 100'000;
+      while (server.system.nowNs() < end) {
+      }
+    };
+    for (RawClient* client : {&flooder, &honest}) {
+      client->makePipes();
+      client->writeToMailbox(name, client->hello());
+      server.serveAll();
+      RawClient::readAll(client->reply);
+    }
+  }
+  void flood(int requests) const {
+    Bytes all;
+    for (int i = 0; i < requests; ++i) {
+      const Bytes one = frame(FrameKind::request, 5, 1, "");
+      all.insert(all.end(), one.begin(), one.end());
+    }
+    flooder.writeRequest(all);
+  }
+
+  std::string name = uniquePort();
+  EchoServer server;
+  RawClient flooder;
+  RawClient honest;
+};
+
+TEST_F(Fairness, AConnectionIsServedBetweenThePipelinedRequestsOfAnother) {
+  flood(1000);
+  static_cast<void>(server.core.receive(0));
+  honest.writeRequest(frame(FrameKind::request, 7, 9, "me too"));
+  static_cast<void>(server.core.receive(0));
+  EXPECT_EQ(RawClient::readAll(honest.reply), frame(FrameKind::reply, 7, 9, "me too"));
+  EXPECT_LT(server.port.handled, 100);
+  server.serveAll();
+  EXPECT_EQ(server.port.handled, 1001) << "what was read stays queued";
+}
+
+TEST_F(Fairness, TheManagerDoesNotSleepWhileTurnsWait) {
+  flood(500);
+  while (server.port.handled < 500) {
+    ASSERT_EQ(server.core.receive(10'000), EvtRes_Success);
+  }
+  EXPECT_EQ(server.core.receive(0), EvtRes_Timeout);
+}
+
+TEST_F(Fairness, AConnectionThatEndsWithRequestsQueuedIsClosed) {
+  flood(1000);
+  static_cast<void>(server.core.receive(0));
+  ::close(flooder.reply);
+  flooder.reply = -1;
+  server.serveAll();
+  EXPECT_EQ(server.connectionCount(), 1U);
+  EXPECT_LT(server.port.handled, 200);
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal
