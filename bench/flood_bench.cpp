@@ -1,0 +1,81 @@
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/programs.h"
+#include "bench/ratio_table.h"
+#include "tests/attack/floods.h"
+
+// The longest exchange of a client while another one floods the server, for each kind of flood.
+// The server has a processor of its own, if there is one. Floods run at the lowest priority, so
+// that they do not take the processor from the client.
+
+namespace {
+
+constexpr double targetMs = 10;
+constexpr std::chrono::milliseconds floodTime(5000);
+
+/// The description of the tree in a file, which is removed at the end.
+class TreeFile {
+ public:
+  TreeFile() {
+    const int file = ::mkstemp(path_.data());
+    const std::string text = attack::floodedTree();
+    if (file < 0 || ::write(file, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+      throw std::runtime_error("cannot write the tree");
+    }
+    ::close(file);
+  }
+  ~TreeFile() { ::unlink(path_.c_str()); }
+  TreeFile(const TreeFile&) = delete;
+  TreeFile& operator=(const TreeFile&) = delete;
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  std::string path_ = "/tmp/flood_bench_XXXXXX";
+};
+
+void measure(const std::string& program, const TreeFile& tree, const attack::Flood* flood) {
+  const bench::ServerProgram server({"--tree", tree.path()}, 1, program);
+  const auto durations =
+      attack::exchangesUnder(flood, "/tmp/" + server.name() + ".fifo", floodTime);
+  const std::string name = flood != nullptr ? flood->name : "no flood";
+  if (durations.empty()) {
+    std::printf("%-46s an exchange has failed\n", name.c_str());
+    return;
+  }
+  std::printf("%-46s %9.2f %9.2f %9.2f %8zu %7.0f %7.2f\n", name.c_str(),
+              bench::quantile(durations, 0.5), bench::quantile(durations, 0.99),
+              *std::max_element(durations.begin(), durations.end()), durations.size(), targetMs,
+              *std::max_element(durations.begin(), durations.end()) / targetMs);
+}
+
+}  // namespace
+
+/// With an argument, that is the server's program.
+int main(int argc, char** argv) {
+  try {
+    // The floods and the client inherit them; the floods give theirs up.
+    static_cast<void>(::setpriority(PRIO_PROCESS, 0, -10));
+    const std::string program = argc > 1 ? argv[1] : bench::builtServer;
+    const TreeFile tree;
+    std::printf("\n%-46s %9s %9s %9s %8s %7s %7s\n", "milliseconds an exchange", "median", "p99",
+                "worst", "samples", "target", "ratio");
+    measure(program, tree, nullptr);
+    for (const attack::Flood& flood : attack::floods()) {
+      measure(program, tree, &flood);
+    }
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "flood_bench: %s\n", error.what());
+    return 1;
+  }
+}

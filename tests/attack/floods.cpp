@@ -1,0 +1,308 @@
+#include "tests/attack/floods.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string_view>
+
+#include "tests/fault/raw_pipe.h"
+#include "tests/fault/wire.h"
+
+namespace attack {
+
+namespace {
+
+namespace wire = fault::wire;
+using fault::RawClient;
+
+// The parts of `floodedTree()`.
+constexpr std::uint16_t value = 1;
+constexpr std::uint16_t array = 2;
+constexpr std::uint16_t text = 3;
+constexpr std::uint16_t group = 4;
+constexpr std::uint16_t arrays = 5;
+constexpr std::uint16_t groupSize = 5000;
+constexpr std::uint16_t arraySize = 5000;
+constexpr std::uint16_t arrayCount = 40;
+constexpr std::uint16_t smallerArraySize = 4000;
+
+constexpr std::uint32_t largeFrame = 16U * 1024 * 1024;
+
+std::string request(std::uint16_t operation, std::string_view payload) {
+  return wire::frame(wire::request, operation, 1, payload);
+}
+
+std::string repeated(const std::string& bytes, std::size_t times) {
+  std::string all;
+  for (std::size_t i = 0; i < times; ++i) {
+    all += bytes;
+  }
+  return all;
+}
+
+std::string get(std::uint16_t part) {
+  return request(wire::save, wire::chain({part}) + wire::u16(wire::wholeValue));
+}
+
+std::string store(std::uint16_t part, std::string_view stored) {
+  return request(wire::load, wire::chain({part}) + wire::u16(wire::wholeValue) +
+                                 std::string(1, '\0') + std::string(stored));
+}
+
+std::string subscribe(const std::string& chain) {
+  return request(wire::subscribe, chain + wire::u16(wire::wholeValue));
+}
+
+/// What a connection writes over and over, and what it reads.
+struct Behaviour {
+  std::string written;
+  bool readsReplies = true;
+  bool readsEvents = true;
+  std::size_t writeSize = SIZE_MAX;  ///< bytes of one write
+};
+
+/// Reads and discards what a pipe holds; false at its end.
+bool drain(const fault::RawPipe& pipe) {
+  std::array<char, 65536> bytes;
+  ssize_t count = 0;
+  do {
+    count = ::read(pipe.descriptor(), bytes.data(), bytes.size());
+  } while (count > 0);
+  return count != 0;
+}
+
+class FloodingConnection {
+ public:
+  FloodingConnection(const std::string& mailbox, const Behaviour& behaviour)
+      : behaviour_(behaviour) {
+    isOpen_ = client_.connect(mailbox);
+  }
+
+  /// Writes and reads without waiting. False at the end of the connection.
+  bool proceed() {
+    isOpen_ = isOpen_ && write() && (!behaviour_.readsReplies || drain(client_.replies)) &&
+              (!behaviour_.readsEvents || drain(client_.events));
+    return isOpen_;
+  }
+
+  [[nodiscard]] const RawClient& client() const { return client_; }
+
+ private:
+  bool write() {
+    ssize_t count = 0;
+    do {
+      const std::string_view rest = std::string_view(behaviour_.written).substr(written_);
+      const std::string_view part = rest.substr(0, behaviour_.writeSize);
+      count = part.empty() ? -1 : ::write(client_.requests.descriptor(), part.data(), part.size());
+      if (count > 0) {
+        written_ = (written_ + static_cast<std::size_t>(count)) % behaviour_.written.size();
+      }
+    } while (count > 0 && behaviour_.writeSize == SIZE_MAX);
+    return count >= 0 || errno == EAGAIN || behaviour_.written.empty();
+  }
+
+  const Behaviour& behaviour_;
+  RawClient client_;
+  std::size_t written_ = 0;
+  bool isOpen_ = false;
+};
+
+/// Keeps `count` connections busy, and replaces those that end.
+void keepBusy(const std::string& mailbox, std::size_t count, const Behaviour& behaviour) {
+  std::list<FloodingConnection> connections;
+  for (;;) {
+    while (connections.size() < count) {
+      connections.emplace_back(mailbox, behaviour);
+    }
+    connections.remove_if([](FloodingConnection& connection) { return !connection.proceed(); });
+    std::vector<pollfd> waited;
+    for (const FloodingConnection& connection : connections) {
+      const RawClient& client = connection.client();
+      const auto when = [](bool condition, int events) {
+        return static_cast<short>(condition ? events : 0);
+      };
+      waited.push_back(
+          {client.requests.descriptor(), when(!behaviour.written.empty(), POLLOUT), 0});
+      waited.push_back({client.replies.descriptor(), when(behaviour.readsReplies, POLLIN), 0});
+      waited.push_back({client.events.descriptor(), when(behaviour.readsEvents, POLLIN), 0});
+    }
+    ::poll(waited.data(), waited.size(), 1000);
+  }
+}
+
+std::function<void(const std::string&)> busy(std::size_t count, Behaviour behaviour) {
+  return [count, behaviour = std::move(behaviour)](const std::string& mailbox) {
+    keepBusy(mailbox, count, behaviour);
+  };
+}
+
+/// Hellos without pipes, and bytes that are none.
+void sayHello(const std::string& mailbox) {
+  const auto pipe = fault::RawPipe::open(mailbox, O_WRONLY);
+  while (pipe.write(wire::hello(wire::newToken()) + std::string(36, '\x9E'))) {
+  }
+}
+
+void connectAndDisconnect(const std::string& mailbox) {
+  for (;;) {
+    RawClient client;
+    static_cast<void>(client.connect(mailbox));
+  }
+}
+
+void sendGarbage(const std::string& mailbox) {
+  for (;;) {
+    RawClient client;
+    if (client.connect(mailbox)) {
+      static_cast<void>(
+          client.requests.write(repeated(get(value), 100) + std::string(500, '\xA5')));
+    }
+  }
+}
+
+/// Subscribes to every value of the group, and to one that is then stored again and again.
+std::string subscribeToAll() {
+  std::string requests = subscribe(wire::chain({value}));
+  for (std::uint16_t id = 1; id <= groupSize; ++id) {
+    requests += subscribe(wire::chain({group, id}));
+  }
+  return requests;
+}
+
+std::string storeBoth() {
+  return repeated(store(value, "1") + store(value, "2"), 100);
+}
+
+void storeForIdleSubscribers(const std::string& mailbox) {
+  std::list<RawClient> idle;
+  for (int i = 0; i < 100; ++i) {
+    if (idle.emplace_back().connect(mailbox)) {
+      static_cast<void>(idle.back().requests.write(subscribe(wire::chain({value}))));
+    }
+  }
+  keepBusy(mailbox, 4, {storeBoth()});
+}
+
+std::vector<Flood> makeFloods() {
+  const std::string half =
+      wire::frame(wire::request, wire::load, 1, std::string(largeFrame / 2, 'x'), largeFrame);
+  return {
+      {"pipelined gets", busy(4, {repeated(get(value), 1000)})},
+      {"pipelined gets of an array", busy(4, {repeated(get(array), 100)})},
+      {"stores", busy(4, {storeBoth()})},
+      {"large stores", busy(4, {store(text, std::string(largeFrame - 100, 'x'))})},
+      {"subscribing and unsubscribing",
+       busy(4, {subscribeToAll() +
+                repeated(
+                    request(wire::unsubscribe, wire::chain({value}) + wire::u16(wire::wholeValue)),
+                    100)})},
+      {"hellos", sayHello},
+      {"connecting and disconnecting", connectAndDisconnect},
+      {"half frames", busy(200, {half + std::string(1, 'x'), true, true})},
+      {"large frames byte by byte", busy(100, {half, true, true, 1})},
+      {"gets without reading", busy(200, {repeated(get(array), 100), false, false})},
+      {"stores for subscribers that do not read", storeForIdleSubscribers},
+      {"malformed frames", sendGarbage},
+      {"prefetch requests",
+       busy(4, {repeated(request(wire::prefetch, wire::chain({arrays}) + wire::u16(1000)), 100)})},
+      {"listings of a large node",
+       busy(4, {repeated(request(wire::childNames, wire::chain({group})), 100)})},
+      {"300 silent sessions", busy(300, {"", true, true})},
+  };
+}
+
+/// The processes of a flood, which compete with nobody else for a processor.
+class FloodProcess {
+ public:
+  FloodProcess(const Flood& flood, const std::string& mailbox) : pid_(::fork()) {
+    if (pid_ == 0) {
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+      ::signal(SIGPIPE, SIG_IGN);
+      ::setpriority(PRIO_PROCESS, 0, 19);
+      flood.act(mailbox);
+      ::_exit(0);
+    }
+  }
+  ~FloodProcess() {
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  FloodProcess(const FloodProcess&) = delete;
+  FloodProcess& operator=(const FloodProcess&) = delete;
+
+ private:
+  pid_t pid_;
+};
+
+std::string arrayOf(std::size_t count) {
+  std::string elements;
+  for (std::size_t i = 0; i < count; ++i) {
+    elements += (i == 0 ? "" : ",") + std::string(R"({"value":)") + std::to_string(i) + ".0625}";
+  }
+  return R"("type":"double","elements":[)" + elements + "]";
+}
+
+}  // namespace
+
+const std::vector<Flood>& floods() {
+  static const std::vector<Flood> all = makeFloods();
+  return all;
+}
+
+std::string floodedTree() {
+  const auto entry = [](unsigned id, const std::string& rest) {
+    return R"({"id":)" + std::to_string(id) + R"(,"name":"part_)" + std::to_string(id) + R"(",)" +
+           rest + "}";
+  };
+  std::string children;
+  for (unsigned id = 1; id <= groupSize; ++id) {
+    children += (id == 1 ? "" : ",") + entry(id, R"("type":"int32","value":0)");
+  }
+  std::string more;
+  for (unsigned id = 1; id <= arrayCount; ++id) {
+    more += (id == 1 ? "" : ",") + entry(id, arrayOf(smallerArraySize));
+  }
+  return R"({"name":"Model_flooded","children":[)" + entry(value, R"("type":"int32","value":0)") +
+         "," + entry(array, arrayOf(arraySize)) + "," + entry(text, R"("type":"text","value":"")") +
+         "," + entry(group, R"("children":[)" + children + "]") + "," +
+         entry(arrays, R"("children":[)" + more + "]") + "]}";
+}
+
+Durations exchangesUnder(const Flood* flood, const std::string& mailbox,
+                         std::chrono::milliseconds time) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds pause(1);
+  RawClient honest;
+  if (!honest.connect(mailbox)) {
+    return {};
+  }
+  std::unique_ptr<FloodProcess> process;
+  if (flood != nullptr) {
+    process = std::make_unique<FloodProcess>(*flood, mailbox);
+  }
+  Durations durations;
+  const auto end = Clock::now() + time;
+  while (Clock::now() < end) {
+    const auto begin = Clock::now();
+    const auto reply =
+        honest.exchange(wire::save, wire::chain({value}) + wire::u16(wire::wholeValue));
+    durations.push_back(std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
+    if (!reply || reply->code != 0) {
+      return {};
+    }
+    // Its next request comes at any moment of what the server does.
+    ::poll(nullptr, 0, static_cast<int>(pause.count()));
+  }
+  return durations;
+}
+
+}  // namespace attack
