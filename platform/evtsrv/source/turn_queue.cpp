@@ -116,6 +116,9 @@ TurnQueue::Charge::~Charge() {
     turn_.usedNs_ += used;
     turn_.group_.usedNs += used;
     queue_.turnBegin_ = now;
+  } else {
+    // This has delayed nobody: it is no newcomer any more.
+    turn_.usedNs_ = std::min(turn_.usedNs_, queue_.turnFloorNs_);
   }
 }
 

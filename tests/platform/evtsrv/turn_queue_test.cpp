@@ -127,6 +127,22 @@ TEST_F(Turns, NobodyIsChargedForTheTimeThatTheServerHasWaitedForAProcessor) {
   }
 }
 
+TEST_F(Turns, NewcomersAreBehindWhoWasServedWithoutDelayingAnybody) {
+  Taker settled(queue, one, system, msNs / 100);
+  {
+    const TurnQueue::Dispatch dispatch(queue, 1);
+    settled.takeTurn();
+  }
+  std::deque<Taker> newcomers;
+  for (int i = 0; i < 100; ++i) {
+    newcomers.emplace_back(queue, one, system, msNs);
+    newcomers.back().add();
+  }
+  settled.add();
+  run();
+  EXPECT_EQ(settled.turns, 2);
+}
+
 TEST_F(Turns, ATakerThatIsDestroyedLeaves) {
   {
     Taker taker(queue, one, system, msNs);
