@@ -1,14 +1,20 @@
 #include <fcntl.h>
 #include <grp.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sched.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -17,6 +23,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "tests/fault/client.h"
 #include "tests/fault/served_tree.h"
@@ -180,10 +187,74 @@ T take(std::istringstream& words) {
   return value;
 }
 
+/// Whether this process, and those that it starts, have a /tmp of their own now.
+bool mountOwnTmp() {
+  return ::unshare(CLONE_NEWNS) == 0 &&
+         ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         ::mount("tmpfs", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") == 0;
+}
+
+/// The system calls that `refuse` knows.
+std::optional<std::uint32_t> callNumber(const std::string& name) {
+  static const std::map<std::string, std::uint32_t> numbers{
+      {"memfd_create", SYS_memfd_create},
+      {"pwritev2", SYS_pwritev2},
+      {"inotify_init1", SYS_inotify_init1},
+      {"inotify_add_watch", SYS_inotify_add_watch},
+      {"socket", SYS_socket},
+      {"bind", SYS_bind},
+      {"connect", SYS_connect},
+      {"prlimit64", SYS_prlimit64},
+      {"set_robust_list", SYS_set_robust_list},
+      {"get_robust_list", SYS_get_robust_list},
+  };
+  const auto found = numbers.find(name);
+  return found == numbers.end() ? std::nullopt : std::optional(found->second);
+}
+
+/// From now on these system calls fail with `error` (seccomp(2)).
+bool filterCalls(std::uint32_t error, const std::vector<std::uint32_t>& calls) {
+  std::vector<sock_filter> program{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+  for (const std::uint32_t call : calls) {
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error));
+  }
+  program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+  const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+/// refuse ERROR CALL...: starts this program again, in which the calls fail with that error
+/// number from the start.
+std::string refuse(std::istringstream& words) {
+  const auto error = take<std::uint32_t>(words);
+  std::vector<std::uint32_t> calls;
+  for (std::string name; words >> name;) {
+    const auto number = callNumber(name);
+    if (!number) {
+      return "unknown";
+    }
+    calls.push_back(*number);
+  }
+  if (filterCalls(error, calls)) {
+    ::execl("/proc/self/exe", "fault_peer", "ok", static_cast<char*>(nullptr));
+  }
+  return okOrErrno(false);
+}
+
 void Peer::runCommands() {
   const std::map<std::string, std::function<std::string(Words&)>> commands{
       // The process.
       {"become", [this](Words& words) { return become(words); }},
+      {"filesize",
+       [](Words& words) {
+         const auto bytes = take<rlim_t>(words);
+         const rlimit limit{bytes, bytes};
+         return okOrErrno(::setrlimit(RLIMIT_FSIZE, &limit) == 0);
+       }},
+      {"refuse", refuse},
+      {"privatetmp", [](Words&) { return okOrErrno(mountOwnTmp()); }},
       {"isolate", [](Words&) { return okOrErrno(::unshare(CLONE_NEWNET) == 0); }},
       {"umask",
        [](Words& words) {
@@ -255,6 +326,10 @@ void Peer::runCommands() {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  // After `refuse`: its result.
+  if (argc > 1 && !printLine(argv[1])) {
+    return 1;
+  }
   Peer().runCommands();
 }

@@ -35,7 +35,7 @@ EvtRes Handshake::begin(const std::string& name, const std::optional<MailboxOwne
   const int made = makePipes();
   if (made < 0) {
     // A missing file does not mean a missing server here.
-    result = resultOf(made);
+    result = resultOfMaking(made);
     return result == EvtRes_NoServer ? EvtRes_SystemError : result;
   }
   result = sendHello();

@@ -90,7 +90,8 @@ Mailbox::Attempt Mailbox::tryMake(EvtRes& result) {
     return Attempt::done;
   };
   if (made < 0 && made != -EEXIST) {
-    return failed(made);
+    result = resultOfMaking(made);
+    return Attempt::done;
   }
   FileDescriptor name;
   int step = name.adopt(*system_, system_->open(path_, O_PATH));

@@ -36,6 +36,10 @@ const char* describe(EvtRes result) {
       return "the system refused";
     case EvtRes_Busy:
       return "in use in another role";
+    case EvtRes_NoSpace:
+      return "/tmp is full";
+    case EvtRes_NotWritable:
+      return "/tmp is not writable";
   }
   return "unknown result";
 }
@@ -62,6 +66,18 @@ EvtRes resultOf(ssize_t error) {
       return EvtRes_Closed;
     default:
       return EvtRes_SystemError;
+  }
+}
+
+EvtRes resultOfMaking(ssize_t error) {
+  switch (-error) {
+    case ENOSPC:
+    case EDQUOT:
+      return EvtRes_NoSpace;
+    case EROFS:
+      return EvtRes_NotWritable;
+    default:
+      return resultOf(error);
   }
 }
 

@@ -2,10 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/timerfd.h>
@@ -21,6 +19,7 @@
 #include <utility>
 
 #include "evtsrv/source/file_descriptor.h"
+#include "evtsrv/source/signal_block.h"
 
 namespace EvtSrv::internal {
 
@@ -55,40 +54,6 @@ bool mayBeUnsupported(ssize_t result) {
   return result == -EOPNOTSUPP || result == -EINVAL || result == -ENOSYS || result == -EPERM ||
          result == -EACCES;
 }
-
-/// Blocks SIGPIPE in the calling thread. A SIGPIPE that was pending before stays pending.
-class PipeSignalBlock {
- public:
-  PipeSignalBlock() {
-    sigemptyset(&pipeSignal_);
-    sigaddset(&pipeSignal_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipeSignal_, &before_);
-    // It can only have been pending if it was blocked before.
-    if (sigismember(&before_, SIGPIPE) == 1) {
-      sigset_t pending;
-      sigpending(&pending);
-      wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-    }
-  }
-  ~PipeSignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  PipeSignalBlock(const PipeSignalBlock&) = delete;
-  PipeSignalBlock& operator=(const PipeSignalBlock&) = delete;
-
-  /// Removes the signal that a write has raised.
-  void takeRaised() {
-    if (wasPending_) {
-      return;
-    }
-    const timespec noTime{};
-    while (sigtimedwait(&pipeSignal_, nullptr, &noTime) < 0 && errno == EINTR) {
-    }
-  }
-
- private:
-  sigset_t pipeSignal_{};
-  sigset_t before_{};
-  bool wasPending_ = false;
-};
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { ::closedir(directory); }
@@ -136,7 +101,7 @@ ssize_t PosixSystem::writeOnce(int descriptor, std::span<const std::uint8_t> hea
   if (tryNoSignal && !mayBeUnsupported(first)) {
     return first;
   }
-  PipeSignalBlock block;
+  SignalBlock block(SIGPIPE);
   const ssize_t result =
       valueOrErrno(::writev(descriptor, parts.data(), static_cast<int>(parts.size())));
   if (result == -EPIPE) {
@@ -206,7 +171,8 @@ void PosixSystem::signalEvent(int descriptor) noexcept {
 }
 
 int PosixSystem::makeFifo(const std::string& path, mode_t mode) {
-  return valueOrErrno(::mkfifo(path.c_str(), mode));
+  const int result = valueOrErrno(::mkfifo(path.c_str(), mode));
+  return result == -EACCES || result == -EPERM ? -EROFS : result;
 }
 
 int PosixSystem::unlink(const std::string& path) {
@@ -259,39 +225,6 @@ int PosixSystem::random(std::span<std::uint8_t> buffer) {
     return static_cast<int>(filled);
   }
   return static_cast<std::size_t>(filled) == buffer.size() ? 0 : -EIO;
-}
-
-int PosixSystem::createMemory(std::size_t size) {
-  const int descriptor = valueOrErrno(::memfd_create("krv", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (descriptor >= 0 && ::ftruncate(descriptor, static_cast<off_t>(size)) != 0) {
-    const int error = -errno;
-    close(descriptor);
-    return error;
-  }
-  return descriptor;
-}
-
-int PosixSystem::addSeals(int descriptor, int seals) {
-  return valueOrErrno(::fcntl(descriptor, F_ADD_SEALS, seals));
-}
-
-int PosixSystem::seals(int descriptor) {
-  return valueOrErrno(::fcntl(descriptor, F_GET_SEALS));
-}
-
-int PosixSystem::map(int descriptor, std::size_t size, bool writable, void*& mapping) {
-  const int access = writable ? PROT_READ | PROT_WRITE : PROT_READ;
-  void* const mapped = ::mmap(nullptr, size, access, MAP_SHARED, descriptor, 0);
-  if (mapped == MAP_FAILED) {
-    return -errno;
-  }
-  mapping = mapped;
-  return 0;
-}
-
-void PosixSystem::unmap(const void* mapping, std::size_t size) {
-  // It fails only if the address is not a mapping.
-  static_cast<void>(::munmap(const_cast<void*>(mapping), size));
 }
 
 int PosixSystem::openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) {

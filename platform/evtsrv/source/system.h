@@ -64,7 +64,8 @@ class System {
   /// Makes an eventfd readable. Async-signal-safe; does not change errno.
   virtual void signalEvent(int descriptor) noexcept = 0;
 
-  /// mkfifo(3); the umask is applied to `mode`.
+  /// mkfifo(3); the umask is applied to `mode`. `-EROFS` if no pipe can be made in the
+  /// directory, also if it is not permitted.
   [[nodiscard]] virtual int makeFifo(const std::string& path, mode_t mode) = 0;
   /// unlink(2).
   [[nodiscard]] virtual int unlink(const std::string& path) = 0;
@@ -85,7 +86,8 @@ class System {
   /// getrandom(2): fills the whole `buffer` or fails.
   [[nodiscard]] virtual int random(std::span<std::uint8_t> buffer) = 0;
 
-  /// memfd_create(2): an unnamed file of `size` zero bytes that can be sealed.
+  /// memfd_create(2): an unnamed file of `size` zero bytes that can be sealed. `-EFBIG`, and
+  /// no `SIGXFSZ`, if this process may not make files of that size.
   [[nodiscard]] virtual int createMemory(std::size_t size) = 0;
   /// `F_ADD_SEALS` and `F_GET_SEALS` of fcntl(2).
   [[nodiscard]] virtual int addSeals(int descriptor, int seals) = 0;
@@ -101,6 +103,9 @@ class System {
   [[nodiscard]] virtual int openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) = 0;
   /// The present limit of this process's descriptors (getrlimit(2)).
   [[nodiscard]] virtual int descriptorLimit() = 0;
+  /// Whether the kernel marks the robust mutexes that the calling thread holds when it ends
+  /// (get_robust_list(2)). Not under a system call filter that rejects set_robust_list(2).
+  [[nodiscard]] virtual bool reportsOwnerDeath() = 0;
   /// getpid(2).
   [[nodiscard]] virtual std::uint32_t processId() = 0;
 
@@ -180,6 +185,7 @@ class PosixSystem : public System {
   void unmap(const void* mapping, std::size_t size) override;
   int openDescriptorOf(std::uint32_t process, std::uint32_t descriptor) override;
   int descriptorLimit() override;
+  bool reportsOwnerDeath() override;
   std::uint32_t processId() override;
   int claimAddress(std::string_view name) override;
   int holderOfAddress(std::string_view name, uid_t& user) override;
@@ -214,6 +220,9 @@ System& posixSystem();
 
 /// The result that a negative error number means for a user of event ports.
 EvtRes resultOf(ssize_t error);
+
+/// The same for an error of making a pipe.
+EvtRes resultOfMaking(ssize_t error);
 
 /// The time limit of an operation that waits several times.
 class Deadline {

@@ -32,6 +32,10 @@ inline ModelRes fromPort(EvtSrv::EvtRes result) {
       return ModelRes_NoDescriptors;
     case EvtSrv::EvtRes_Busy:
       return ModelRes_Busy;
+    case EvtSrv::EvtRes_NoSpace:
+      return ModelRes_NoSpace;
+    case EvtSrv::EvtRes_NotWritable:
+      return ModelRes_NotWritable;
     case EvtSrv::EvtRes_SystemError:
       break;
   }

@@ -60,6 +60,10 @@ const char* describe(ModelRes result) {
       return "the system refused";
     case ModelRes_Busy:
       return "in use in another role";
+    case ModelRes_NoSpace:
+      return "/tmp is full";
+    case ModelRes_NotWritable:
+      return "/tmp is not writable";
     case ModelRes_OutcomeUnknown:
       return "the connection ended before the server answered; the change may have been made";
   }

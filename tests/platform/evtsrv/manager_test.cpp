@@ -83,7 +83,7 @@ TEST(MemoryHolder, ReturnsOffsetsAndStopsAtItsEnd) {
 }
 
 TEST(EvtRes, HasADescription) {
-  for (unsigned result = EvtRes_Success; result <= EvtRes_Busy; ++result) {
+  for (unsigned result = EvtRes_Success; result <= EvtRes_NotWritable; ++result) {
     EXPECT_STRNE(describe(static_cast<EvtRes>(result)), "unknown result");
   }
 }

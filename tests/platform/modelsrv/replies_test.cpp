@@ -168,6 +168,8 @@ TEST(PortResults, HaveModelResults) {
       {EvtRes_NoDescriptors, ModelRes_NoDescriptors},
       {EvtRes_SystemError, ModelRes_SystemError},
       {EvtRes_Busy, ModelRes_Busy},
+      {EvtRes_NoSpace, ModelRes_NoSpace},
+      {EvtRes_NotWritable, ModelRes_NotWritable},
       {static_cast<EvtRes>(999), ModelRes_SystemError},
   };
   for (const auto& c : cases) {
@@ -176,7 +178,7 @@ TEST(PortResults, HaveModelResults) {
 }
 
 TEST(ModelResults, AreDescribed) {
-  for (const unsigned number : {0U, 1U, 16U, 64U, 73U, 74U}) {
+  for (const unsigned number : {0U, 1U, 16U, 64U, 73U, 74U, 75U, 76U}) {
     EXPECT_STRNE(describe(static_cast<ModelRes>(number)), "unknown result");
   }
   EXPECT_STREQ(describe(static_cast<ModelRes>(40)), "unknown result");

@@ -23,6 +23,8 @@ enum [[nodiscard]] EvtRes : unsigned{
     EvtRes_NoDescriptors = 11,  ///< this process or the system is out of descriptors
     EvtRes_SystemError = 12,    ///< any other error of the system, such as out of memory
     EvtRes_Busy = 13,           ///< the object is already in use in another role
+    EvtRes_NoSpace = 14,        ///< `/tmp`, where the pipes are made, is full
+    EvtRes_NotWritable = 15,    ///< no pipe can be made in `/tmp`, for example if it is read-only
 };
 
 /// A short English description of `result`, for messages; never null.

@@ -137,7 +137,7 @@ EvtRes StatusPage::create() {
 }
 
 bool StatusPage::lockOwner() {
-  if (ownerWordOffset() < 0 || !initialize(content_->owner)) {
+  if (ownerWordOffset() < 0 || !system_.reportsOwnerDeath() || !initialize(content_->owner)) {
     return false;
   }
   content_->ownerWord = static_cast<std::uint32_t>(ownerWordOffset());
