@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -11,11 +9,11 @@
 #include <csignal>
 #include <cstring>
 
+#include "tests/support/own_mounts.h"
+
 namespace attack {
 
 namespace {
-
-constexpr const char* tmp = "/tmp";
 
 bool take(const Identity& identity) {
   return ::setgroups(identity.groups.size(), identity.groups.data()) == 0 &&
@@ -23,13 +21,6 @@ bool take(const Identity& identity) {
          ::setresuid(identity.user, identity.user, identity.user) == 0 &&
          // A change of the user clears it.
          ::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0;
-}
-
-/// Gives this process mounts of its own, once.
-bool hasOwnMounts() {
-  static const bool has = ::unshare(CLONE_NEWNS) == 0 &&
-                          ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-  return has;
 }
 
 }  // namespace
@@ -87,26 +78,30 @@ int doAs(const Identity& identity, const std::function<int()>& action) {
 
 int AttackTest::mounts_ = 0;
 
-void AttackTest::SetUp() {
+// Here and not in SetUp: what a derived fixture starts is to have this /tmp.
+AttackTest::AttackTest() {
+  prepare();
+}
+
+void AttackTest::prepare() {
   if (::geteuid() != 0) {
     GTEST_SKIP() << "only root can start processes of several users";
   }
-  if (!hasOwnMounts()) {
+  if (!test_support::haveOwnMounts()) {
     GTEST_SKIP() << "no mounts of its own: " << std::strerror(errno);
   }
   mountTmp("mode=1777");
 }
 
-void AttackTest::TearDown() {
+AttackTest::~AttackTest() {
   for (; mounts_ > 0; --mounts_) {
-    EXPECT_EQ(::umount2(tmp, MNT_DETACH), 0) << std::strerror(errno);
+    EXPECT_TRUE(test_support::unmountOwnTmp()) << std::strerror(errno);
   }
 }
 
 void AttackTest::mountTmp(const std::string& option) {
   const std::string options = "mode=1777," + option;
-  ASSERT_EQ(::mount("tmpfs", tmp, "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()), 0)
-      << std::strerror(errno);
+  ASSERT_TRUE(test_support::mountOwnTmp(options.c_str())) << std::strerror(errno);
   ++mounts_;
 }
 

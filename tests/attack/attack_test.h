@@ -65,8 +65,8 @@ int doAs(const Identity& identity, const std::function<int()>& action);
 /// have a /tmp of its own. See FaultTest for `port` and `mailbox`.
 class AttackTest : public fault::FaultTest {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  AttackTest();
+  ~AttackTest() override;
 
   /// Makes /tmp a file system of its own with this tmpfs option (tmpfs(5)), such as
   /// "size=4k"; the fixture has mounted one without a limit.
@@ -84,6 +84,8 @@ class AttackTest : public fault::FaultTest {
   static void plant(const std::string& path, const Identity& identity, mode_t mode);
 
  private:
+  static void prepare();
+
   static int mounts_;
 };
 
