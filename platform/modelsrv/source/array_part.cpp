@@ -1,7 +1,6 @@
 #include <utility>
 
 #include "modelsrv/source/out_of_memory.h"
-#include "modelsrv/source/part_access.h"
 #include "modelsrv/source/store_limits.h"
 #include "modelsrv/source/store_rules.h"
 #include "modelsrv/source/tree_lock.h"
@@ -11,7 +10,6 @@
 namespace ModelSrv {
 
 using internal::Parsed;
-using internal::PartAccess;
 using internal::TreeLock;
 
 namespace {
@@ -253,14 +251,13 @@ ModelRes ArrayPart<T>::checkElements(std::string_view text, std::size_t first, s
                                      std::string* reason) {
   Parsed<T> parsed{};
   // A pass of its own, because a store check may replace the attributes.
-  if (const PartAttributes* const attributes = PartAccess::attributes(*this);
-      attributes != nullptr && reason != nullptr) {
-    const internal::StoreLimits<T> limits(*attributes);
+  if (const auto* const limits = reason != nullptr ? internal::limitsOf<T>(*this) : nullptr;
+      limits != nullptr) {
     ElementTexts texts(text, count);
     for (std::size_t i = first; i < first + count; ++i) {
       ModelRes result = internal::parseValue<T>(texts.next(), parsed);
       if (result == ModelRes_Success) {
-        result = limits.check(parsed, name(), static_cast<ModelPartIndex>(i), *reason);
+        result = limits->check(parsed, name(), static_cast<ModelPartIndex>(i), *reason);
       }
       if (result != ModelRes_Success) {
         return result;

@@ -8,6 +8,7 @@
 #include "modelsrv/source/description.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/out_of_memory.h"
+#include "modelsrv/source/part_access.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subscription.h"
 #include "modelsrv/source/tree_lock.h"
@@ -121,7 +122,8 @@ ModelRes ModelPart::setAttributes(PartAttributes attributes) {
     const ModelRes result = checkLimits(attributes);
     if (result == ModelRes_Success) {
       const bool any = attributes != PartAttributes();
-      attributes_ = any ? std::make_unique<const PartAttributes>(std::move(attributes)) : nullptr;
+      attributes_ =
+          any ? std::make_unique<const internal::StatedAttributes>(std::move(attributes)) : nullptr;
     }
     return result;
   });
@@ -129,7 +131,7 @@ ModelRes ModelPart::setAttributes(PartAttributes attributes) {
 
 PartAttributes ModelPart::attributes() const {
   const TreeLock lock(*this);
-  return attributes_ != nullptr ? *attributes_ : PartAttributes();
+  return attributes_ != nullptr ? PartAttributes(*attributes_) : PartAttributes();
 }
 
 ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {

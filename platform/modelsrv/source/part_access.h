@@ -3,12 +3,22 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "modelsrv/model_root.h"
+#include "modelsrv/part_description.h"
 #include "modelsrv/source/subscription.h"
 
 namespace ModelSrv::internal {
+
+/// What was set with `ModelPart::setAttributes`.
+struct StatedAttributes : PartAttributes {
+  explicit StatedAttributes(PartAttributes&& attributes) : PartAttributes(std::move(attributes)) {}
+
+  /// The `StoreLimits` of them, once a client has stored something: see `limitsOf`.
+  mutable std::shared_ptr<const void> limits;
+};
 
 /// Gives the library access to the protected and private members of a part. The client mutex
 /// must be held if the part is in the tree of a root.
@@ -25,7 +35,9 @@ struct PartAccess {
     return part.storeFromClient(text, flag, index, reason);
   }
   static std::string_view typeName(const ModelPart& part) { return part.typeName(); }
-  static const PartAttributes* attributes(const ModelPart& part) { return part.attributes_.get(); }
+  static const StatedAttributes* attributes(const ModelPart& part) {
+    return part.attributes_.get();
+  }
   /// The part as a node whose children are published now, or null.
   static const ModelNode* asNode(ModelPart& part) {
     const ModelNode* const node = part.asNode();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "modelsrv/part_description.h"
+#include "modelsrv/source/part_access.h"
 #include "modelsrv/source/value_text.h"
 
 /// What the attributes of a part allow clients to store.
@@ -43,7 +45,10 @@ class StoreLimits {
       isValid_ = isValid_ && parse(choice, value);
       choices_.push_back(value);
     }
-    std::sort(choices_.begin(), choices_.end());
+    // Not a number has no place in an order.
+    if (isValid_) {
+      std::sort(choices_.begin(), choices_.end());
+    }
   }
 
   /// Whether a client may store `value`; if not, `reason` says why. `name` is the part's.
@@ -59,7 +64,8 @@ class StoreLimits {
       }
       return ModelRes_OutOfRange;
     }
-    if (choices_.empty() || std::binary_search(choices_.begin(), choices_.end(), value)) {
+    if (choices_.empty() ||
+        (isOrdered(value) && std::binary_search(choices_.begin(), choices_.end(), value))) {
       return ModelRes_Success;
     }
     reason = start(value, name, index) + " is not one of ";
@@ -72,9 +78,11 @@ class StoreLimits {
 
  private:
   static bool parse(std::string_view text, Parsed<T>& value) {
-    if (parseValue<T>(text, value) != ModelRes_Success) {
-      return false;
-    }
+    return parseValue<T>(text, value) == ModelRes_Success && isOrdered(value);
+  }
+
+  /// False for what is not a number.
+  static bool isOrdered(const Parsed<T>& value) {
     if constexpr (std::is_floating_point_v<T>) {
       return !std::isnan(value);
     }
@@ -114,5 +122,19 @@ class StoreLimits {
   std::vector<Parsed<T>> choices_;  ///< ascending
   bool isValid_ = true;
 };
+
+/// The limits and choices of a part of type `T`; null if it has no attributes. They are parsed
+/// at the first call after `setAttributes`, and valid until the next one. Throws `std::bad_alloc`.
+template <typename T>
+const StoreLimits<T>* limitsOf(const ModelPart& part) {
+  const StatedAttributes* const stated = PartAccess::attributes(part);
+  if (stated == nullptr) {
+    return nullptr;
+  }
+  if (stated->limits == nullptr) {
+    stated->limits = std::make_shared<const StoreLimits<T>>(*stated);
+  }
+  return static_cast<const StoreLimits<T>*>(stated->limits.get());
+}
 
 }  // namespace ModelSrv::internal

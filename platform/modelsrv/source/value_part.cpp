@@ -1,6 +1,5 @@
 #include <utility>
 
-#include "modelsrv/source/part_access.h"
 #include "modelsrv/source/store_limits.h"
 #include "modelsrv/source/store_rules.h"
 #include "modelsrv/source/tree_lock.h"
@@ -10,7 +9,6 @@
 namespace ModelSrv {
 
 using internal::Parsed;
-using internal::PartAccess;
 using internal::TreeLock;
 
 template <typename T>
@@ -132,9 +130,10 @@ ModelRes ValuePart<T>::storeOne(std::string_view text, bool flag, ModelPartIndex
   if (result == ModelRes_Success) {
     result = internal::parseValue<T>(text, parsed);
   }
-  const PartAttributes* const attributes = PartAccess::attributes(*this);
-  if (result == ModelRes_Success && reason != nullptr && attributes != nullptr) {
-    result = internal::StoreLimits<T>(*attributes).check(parsed, name(), index, *reason);
+  if (result == ModelRes_Success && reason != nullptr) {
+    if (const auto* const limits = internal::limitsOf<T>(*this)) {
+      result = limits->check(parsed, name(), index, *reason);
+    }
   }
   const bool isApplied = hasGetter() && reason != nullptr;
   if (result == ModelRes_Success && reason != nullptr && hooks_ != nullptr) {

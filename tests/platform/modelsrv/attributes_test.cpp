@@ -16,77 +16,80 @@ namespace {
 using namespace ModelSrv;
 using namespace modelsrv_tests;
 
-struct Refusal {
+struct StoreResult {
   ModelRes result = ModelRes_Success;
   std::string reason;
-  bool operator==(const Refusal&) const = default;
+  bool operator==(const StoreResult&) const = default;
 };
 
-void PrintTo(const Refusal& refusal, std::ostream* out) {
-  *out << refusal.result << " \"" << refusal.reason << '"';
+void PrintTo(const StoreResult& store, std::ostream* out) {
+  *out << store.result << " \"" << store.reason << '"';
 }
 
-Refusal clientStore(ModelPart& part, std::string_view text,
-                    ModelPartIndex index = ModelPartIndex_All) {
-  Refusal refusal;
-  refusal.result = internal::PartAccess::storeFromClient(part, text, true, index, refusal.reason);
-  return refusal;
+StoreResult clientStore(ModelPart& part, std::string_view text,
+                        ModelPartIndex index = ModelPartIndex_All) {
+  StoreResult store;
+  store.result = internal::PartAccess::storeFromClient(part, text, true, index, store.reason);
+  return store;
 }
 
 TEST(Attributes, LimitWhatClientsStore) {
   ValuePart<std::int32_t> setpoint(1, "setpoint", 99);
   ASSERT_EQ(setpoint.setAttributes({"°C", "5", "30", "wanted temperature", {}}), ModelRes_Success);
-  const Refusal tooLarge{ModelRes_OutOfRange, "setpoint 31 is not within 5 to 30"};
+  const StoreResult tooLarge{ModelRes_OutOfRange, "setpoint 31 is not within 5 to 30"};
   EXPECT_EQ(clientStore(setpoint, "31"), tooLarge);
   EXPECT_EQ(clientStore(setpoint, "4").result, ModelRes_OutOfRange);
   EXPECT_EQ(setpoint.value(), 99);
-  EXPECT_EQ(clientStore(setpoint, "x"), (Refusal{ModelRes_BadText, ""}));
-  EXPECT_EQ(clientStore(setpoint, "5"), Refusal{});
-  EXPECT_EQ(clientStore(setpoint, "30"), Refusal{});
+  EXPECT_EQ(clientStore(setpoint, "x"), (StoreResult{ModelRes_BadText, ""}));
+  EXPECT_EQ(clientStore(setpoint, "5"), StoreResult{});
+  EXPECT_EQ(clientStore(setpoint, "30"), StoreResult{});
   EXPECT_EQ(setpoint.setValue(1000), ModelRes_Success) << "the server itself is not limited";
   ASSERT_EQ(setpoint.setAttributes({}), ModelRes_Success);
-  EXPECT_EQ(clientStore(setpoint, "31"), Refusal{});
+  EXPECT_EQ(clientStore(setpoint, "31"), StoreResult{});
 }
 
 TEST(Attributes, MayHaveOneLimitOnly) {
   ValuePart<std::uint64_t> count(1, "");
   ASSERT_EQ(count.setAttributes({"", "", "18446744073709551614", "", {}}), ModelRes_Success);
-  const Refusal tooLarge{ModelRes_OutOfRange,
-                         "18446744073709551615 is not at most 18446744073709551614"};
+  const StoreResult tooLarge{ModelRes_OutOfRange,
+                             "18446744073709551615 is not at most 18446744073709551614"};
   EXPECT_EQ(clientStore(count, "18446744073709551615"), tooLarge);
   ASSERT_EQ(count.setAttributes({"", "1", "", "", {}}), ModelRes_Success);
-  EXPECT_EQ(clientStore(count, "0"), (Refusal{ModelRes_OutOfRange, "0 is not at least 1"}));
+  EXPECT_EQ(clientStore(count, "0"), (StoreResult{ModelRes_OutOfRange, "0 is not at least 1"}));
 }
 
 TEST(Attributes, RejectNotANumberWithinLimits) {
   ValuePart<double> part(1, "t");
   ASSERT_EQ(part.setAttributes({"", "-inf", "inf", "", {}}), ModelRes_Success);
   EXPECT_EQ(clientStore(part, "nan"),
-            (Refusal{ModelRes_OutOfRange, "t nan is not within -inf to inf"}));
-  EXPECT_EQ(clientStore(part, "inf"), Refusal{});
+            (StoreResult{ModelRes_OutOfRange, "t nan is not within -inf to inf"}));
+  EXPECT_EQ(clientStore(part, "inf"), StoreResult{});
 }
 
 TEST(Attributes, RestrictATextToItsChoices) {
   ValuePart<std::string> mode(1, "mode", "off");
   ASSERT_EQ(mode.setAttributes({"", "", "", "", {"off", "auto", "on"}}), ModelRes_Success);
   EXPECT_EQ(clientStore(mode, "ON"),
-            (Refusal{ModelRes_Vetoed, "mode \"ON\" is not one of off, auto, on"}));
-  EXPECT_EQ(clientStore(mode, "2\non"), Refusal{}) << "the counted form";
+            (StoreResult{ModelRes_Vetoed, "mode \"ON\" is not one of off, auto, on"}));
+  EXPECT_EQ(clientStore(mode, "2\non"), StoreResult{}) << "the counted form";
   EXPECT_EQ(mode.value(), "on");
   ValuePart<float> step(2, "step");
   ASSERT_EQ(step.setAttributes({"", "", "", "", {"2.5", "0.1", "1"}}), ModelRes_Success);
-  EXPECT_EQ(clientStore(step, "0.10"), Refusal{});
+  EXPECT_EQ(clientStore(step, "0.10"), StoreResult{});
   EXPECT_EQ(clientStore(step, "0.2").result, ModelRes_Vetoed);
+  EXPECT_EQ(clientStore(step, "nan"),
+            (StoreResult{ModelRes_Vetoed, "step nan is not one of 2.5, 0.1, 1"}));
+  EXPECT_EQ(step.setAttributes({"", "", "", "", {"2", "nan", "1"}}), ModelRes_BadArgument);
 }
 
 TEST(Attributes, ApplyToEachElementBeforeAnyChanges) {
   ArrayPart<std::int8_t> array(1, "levels", {1, 2, 3});
   ASSERT_EQ(array.setAttributes({"", "0", "9", "", {}}), ModelRes_Success);
   EXPECT_EQ(clientStore(array, "4\n5\n10"),
-            (Refusal{ModelRes_OutOfRange, "levels[2] 10 is not within 0 to 9"}));
+            (StoreResult{ModelRes_OutOfRange, "levels[2] 10 is not within 0 to 9"}));
   EXPECT_EQ(array.values(), (std::vector<std::int8_t>{1, 2, 3}));
   EXPECT_EQ(clientStore(array, "-1", 0).reason, "levels[0] -1 is not within 0 to 9");
-  EXPECT_EQ(clientStore(array, "4\n5\n9"), Refusal{});
+  EXPECT_EQ(clientStore(array, "4\n5\n9"), StoreResult{});
 }
 
 TEST(Attributes, MayBeReplacedByTheStoreCheck) {
@@ -94,7 +97,7 @@ TEST(Attributes, MayBeReplacedByTheStoreCheck) {
   ASSERT_EQ(array.setAttributes({"", "0", "9", "", {"1", "2", "3"}}), ModelRes_Success);
   array.setStoreCheck(
       [&array](const std::int32_t&, ModelPartIndex) { return array.setAttributes({}); });
-  EXPECT_EQ(clientStore(array, "2\n3"), Refusal{});
+  EXPECT_EQ(clientStore(array, "2\n3"), StoreResult{});
   EXPECT_EQ(array.attributes(), PartAttributes{});
 }
 
@@ -150,7 +153,7 @@ TEST(StoreCheckReason, ReachesTheClientAsOneLine) {
   reason = "bell \a" + std::string(600, 'x');
   EXPECT_EQ(client.part.at(speedChain).store("99", false, all, why), ModelRes_Vetoed);
   EXPECT_EQ(why, "bell ?" + std::string(ModelReason_Max - 6, 'x'));
-  EXPECT_EQ(client.load(speedChain, "99"), ModelRes_Vetoed) << "whoever needs no reason";
+  EXPECT_EQ(client.load(speedChain, "99"), ModelRes_Vetoed) << "without a reason";
   EXPECT_EQ(client.text(speedChain), "1");
 }
 

@@ -56,6 +56,7 @@ inline constexpr std::size_t ModelDepth_Max = 4096;
 namespace internal {
 struct PartAccess;
 class PartSubscribers;
+struct StatedAttributes;
 class TreeLock;
 }  // namespace internal
 
@@ -107,7 +108,7 @@ class KRV_EXPORT ModelPart {
   /// and the manager reconnects, it is sent on the new connection. On any result but
   /// `ModelRes_Success` nothing has changed, except:
   /// - `ModelRes_OutcomeUnknown`: the connection ended before the reply came. The server may
-  ///   have applied the store; to read the value tells.
+  ///   have applied the store: read the value to find out.
   /// - `ModelRes_Timeout`: the server has not replied in time. It may have applied the store,
   ///   or may still apply it, at any later time while the connection exists.
   /// - `ModelRes_Protocol`: it is unknown what the reply means.
@@ -274,7 +275,7 @@ class KRV_EXPORT ModelPart {
   // Guarded by the client mutex.
   ModelNode* parent_ = nullptr;
   std::unique_ptr<internal::PartSubscribers> subscribers_;
-  std::unique_ptr<const PartAttributes> attributes_;
+  std::unique_ptr<const internal::StatedAttributes> attributes_;
   std::shared_ptr<const std::function<void(bool)>> watchHandler_;
   bool subscribable_ = true;
   /// Whether a client may have cached the present value.
