@@ -91,8 +91,12 @@ std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::Pay
   const ModelRes result = serve(operation, request, reply);
   if (result != ModelRes_Success) {
     reply.resize(before);
-    EvtSrv::internal::PayloadWriter(reply).bytes(share_->reason);
+    if (operation == static_cast<std::uint16_t>(Operation::load)) {
+      EvtSrv::internal::PayloadWriter(reply).bytes(share_->reason);
+    }
   }
+  // This may be a nested dispatch: the outer request has another reason, or none.
+  share_->reason.clear();
   return static_cast<std::uint16_t>(result);
 }
 

@@ -218,6 +218,7 @@ class InterruptedPart final : public ModelPart {
 
   /// Called once.
   mutable std::function<void()> onText;
+  ModelRes result = ModelRes_Success;
 
  protected:
   [[nodiscard]] bool isCacheable() const override { return true; }
@@ -226,7 +227,7 @@ class InterruptedPart final : public ModelPart {
     if (const auto call = std::exchange(onText, nullptr)) {
       call();
     }
-    return ModelRes_Success;
+    return result;
   }
 };
 
@@ -257,6 +258,25 @@ TEST_F(TreeSessions, ServesOneClientWhileItServesAnother) {
     EXPECT_EQ(nestedReplies, 2);
     EXPECT_EQ(reply_, undisturbed);
   }
+}
+
+TEST_F(TreeSessions, GivesTheReasonOfARefusedStoreToItsClientOnly) {
+  ASSERT_EQ(speed_.setAttributes({"", "0", "9", "", {}}), ModelRes_Success);
+  InterruptedPart part(7);
+  part.result = ModelRes_Unreachable;
+  ASSERT_EQ(root_.add(&part), ModelRes_Success);
+  std::string nestedReason;
+  part.onText = [&] {
+    modelsrv_tests::FakeConnection connection;
+    TreeSession other(share_, connection);
+    const Bytes payload = payloadOf({Operation::load, {3, 9}, ModelPartIndex_All, false, "10"});
+    PayloadReader reader(payload, nativeOrder);
+    Bytes reply;
+    EXPECT_EQ(other.handle(6, reader, reply), ModelRes_OutOfRange);
+    nestedReason.assign(reply.begin(), reply.end());
+  };
+  EXPECT_EQ(handle({Operation::save, {7}}), ModelRes_Unreachable) << "its reply is empty";
+  EXPECT_EQ(nestedReason, "speed 10 is not within 0 to 9");
 }
 
 TEST_F(TreeSessions, RejectsASaveAboveTheLimit) {
