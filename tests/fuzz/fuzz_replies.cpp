@@ -88,6 +88,9 @@ void checkDescription(const Payload& given) {
     return;
   }
   require(hasValidTexts(description.attributes), "texts of a peer are cleaned");
+  require(
+      description.elementNames.empty() || description.elementNames.size() == description.elements,
+      "there is one name for each element, or none");
   Bytes encoded;
   require(encodeDescription(description, encoded), "a decoded description can be encoded");
   PartDescription again;

@@ -243,6 +243,10 @@ ModelRes ClientSide::describeElements(ChainView chain, PartDescription& descript
   if (result == ModelRes_Success && elements != 0) {
     result = elementNames(chain, known.elementNames);
   }
+  if (result == ModelRes_Success && !areElementNames(known.elementNames, elements)) {
+    // The part may have been replaced between both requests, or the server is wrong.
+    result = ModelRes_Protocol;
+  }
   if (result != ModelRes_Success) {
     return result;
   }

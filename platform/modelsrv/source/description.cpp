@@ -88,6 +88,10 @@ bool hasValidTexts(const PartAttributes& attributes) {
   return valid;
 }
 
+bool areElementNames(const std::vector<std::string>& names, unsigned elements) {
+  return names.empty() || names.size() == elements;
+}
+
 bool encodeDescription(const PartDescription& description, std::vector<std::uint8_t>& payload) {
   const std::size_t start = payload.size();
   PayloadWriter writer(payload);
@@ -118,7 +122,8 @@ bool decodeDescription(PayloadReader payload, PartDescription& description) {
   decoded.access = payload.u16();
   decoded.subscribable = payload.u8() != 0;
   decoded.elements = payload.u16();
-  if (!readNames(payload, decoded.elementNames)) {
+  if (!readNames(payload, decoded.elementNames) ||
+      !areElementNames(decoded.elementNames, decoded.elements)) {
     return false;
   }
   const std::size_t count = payload.u16();

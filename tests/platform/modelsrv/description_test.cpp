@@ -90,6 +90,16 @@ TEST(Descriptions, AreRejectedIfTruncatedOrWithBytesLeftOver) {
   EXPECT_FALSE(decode(bytes, read));
 }
 
+TEST(Descriptions, AreRejectedIfTheirElementNamesAreNotOneForEachElement) {
+  PartDescription description = gainsDescription();
+  for (const unsigned elements : {0U, 1U, 3U}) {
+    description.elements = elements;
+    PartDescription read;
+    EXPECT_FALSE(decode(encoded(description), read)) << elements;
+    EXPECT_EQ(read, PartDescription{});
+  }
+}
+
 TEST(Descriptions, AreDecodedInTheSendersByteOrderWithoutWhatIsUnknown) {
   modelsrv_tests::ForeignBytes bytes;
   bytes.u16(5).text("int32").u16(3).u8(1).u16(0).u16(0);
@@ -134,6 +144,7 @@ TEST(Descriptions, OfRandomBytesAreDecodedOrRejected) {
     PartDescription read;
     if (decode(bytes, read, ByteOrder(random() % 2))) {
       EXPECT_TRUE(hasValidTexts(read.attributes));
+      EXPECT_TRUE(read.elementNames.empty() || read.elementNames.size() == read.elements);
     }
   }
 }
