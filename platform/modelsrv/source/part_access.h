@@ -74,6 +74,9 @@ struct PartAccess {
     part.cacheStamp_ = stamp;
     part.valueCached_ = true;
   }
+  /// Whether subscriptions to this object sleep or have slept.
+  static bool hasSleeping(const ModelPart& part) { return part.hasSleeping_; }
+  static void setHasSleeping(ModelPart& part) { part.hasSleeping_ = true; }
   static bool subscribable(const ModelPart& part) { return part.subscribable_; }
   /// To be called before the first subscription begins and after the last one has ended.
   static void reportWatched(const ModelPart& part, bool watched) {

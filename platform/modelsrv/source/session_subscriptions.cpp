@@ -116,7 +116,8 @@ ModelRes SessionSubscriptions::cancel(ModelPart& part, ModelPartIndex index) {
 
 ModelRes SessionSubscriptions::addSleeping(ChainView chain, ModelPartIndex index,
                                            const std::shared_ptr<SleepingSessions>& sleeping) {
-  if (!connection_.account().addSubscription()) {
+  if (!connection_.account().allows(SleepingSubscriptions::bytesFor(chain)) ||
+      !connection_.account().addSubscription()) {
     return ModelRes_LimitReached;
   }
   ++count_;
@@ -129,6 +130,9 @@ ModelRes SessionSubscriptions::addSleeping(ChainView chain, ModelPartIndex index
     uncount(1);
     throw;
   }
+  if (!accountForMemory()) {
+    closeConnection();
+  }
   return ModelRes_Success;
 }
 
@@ -138,6 +142,7 @@ ModelRes SessionSubscriptions::cancelSleeping(ChainView chain, ModelPartIndex in
   }
   uncount(1);
   delistIfAwake();
+  static_cast<void>(accountForMemory());  // it is less than before
   return ModelRes_Success;
 }
 
@@ -203,7 +208,7 @@ bool SessionSubscriptions::markPending(Subscription& subscription, ModelPartInde
 
 /// False if the account does not allow what is held now.
 bool SessionSubscriptions::accountForMemory() {
-  const std::size_t now = queue_.capacity() * sizeof(Update) + elementBytes_;
+  const std::size_t now = queue_.capacity() * sizeof(Update) + elementBytes_ + sleeping_.bytes();
   if (now > held_ && !connection_.account().add(now - held_)) {
     return false;
   }
@@ -223,8 +228,9 @@ void SessionSubscriptions::partLeft(Subscription& subscription, const PartPath* 
                                     const std::shared_ptr<SleepingSessions>& sleeping) {
   bool sleeps = false;
   try {
-    sleeps = path != nullptr &&
-             sleep(sleeping, [&] { return sleeping_.add(*path, subscription.indices()); });
+    sleeps = path != nullptr && sleep(sleeping, [&] {
+               return sleeping_.add(*path, subscription.indices(), subscription.part());
+             });
   } catch (const std::bad_alloc&) {
   }
   if (!sleeps) {
@@ -232,13 +238,16 @@ void SessionSubscriptions::partLeft(Subscription& subscription, const PartPath* 
     closeConnection();
   }
   erase(subscription);
+  if (!accountForMemory()) {
+    closeConnection();
+  }
 }
 
 void SessionSubscriptions::partEntered(ModelPart& part, const PartPath& path) {
   SubscribedIndices indices;
   Subscription* subscription = nullptr;
   try {
-    indices = sleeping_.take(path);
+    indices = sleeping_.take(path, part);
     if (indices.isEmpty()) {
       return;
     }
@@ -248,8 +257,16 @@ void SessionSubscriptions::partEntered(ModelPart& part, const PartPath& path) {
     closeConnection();
   }
   delistIfAwake();
-  if (subscription != nullptr && !PartAccess::isNode(part)) {
-    partChanged(*subscription, ModelPartIndex_All);
+  if (subscription != nullptr) {
+    reportValue(part);
+  }
+  static_cast<void>(accountForMemory());  // `reportValue` has checked it if it is more
+}
+
+void SessionSubscriptions::reportValue(ModelPart& part) {
+  const auto at = subscriptions_.find(&part);
+  if (at != subscriptions_.end() && !PartAccess::isNode(part)) {
+    partChanged(at->second, ModelPartIndex_All);
   }
 }
 

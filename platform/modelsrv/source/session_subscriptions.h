@@ -19,7 +19,8 @@ namespace ModelSrv::internal {
 /// of messages. Guarded by the client mutex.
 ///
 /// If a part leaves the tree its subscriptions sleep: they are kept and counted, and wake up when
-/// a part of the same id chain and name, below nodes of the same names, enters the tree.
+/// a part of the same id chain and name, below nodes of the same names, enters the tree, if it is
+/// subscribable or the same object.
 class SessionSubscriptions {
  public:
   /// `connection` is notified when the queue has a new update. It must outlive this object.
@@ -32,12 +33,16 @@ class SessionSubscriptions {
   /// more.
   ModelRes add(ModelPart& part, ModelPartIndex index);
 
+  /// Queues an update of the whole value of `part`, which this client is subscribed to; none for a
+  /// node. Does not throw, as `partChanged`.
+  void reportValue(ModelPart& part);
+
   /// Cancels one subscription; `ModelRes_NotSubscribed` if there is none. With the last
   /// subscription to a part its pending updates are dropped.
   ModelRes cancel(ModelPart& part, ModelPartIndex index);
 
-  /// Adds a sleeping subscription, which wakes up when any part enters the tree at `chain`, and
-  /// is of that part from then on. `sleeping` belongs to the root of the tree.
+  /// Adds a sleeping subscription, which wakes up when a subscribable part enters the tree at
+  /// `chain`, and is of that part from then on. `sleeping` belongs to the root of the tree.
   /// `ModelRes_LimitReached` if there are too many, or they use too much memory.
   ModelRes addSleeping(ChainView chain, ModelPartIndex index,
                        const std::shared_ptr<SleepingSessions>& sleeping);
@@ -53,6 +58,10 @@ class SessionSubscriptions {
 
   /// The number of subscriptions, sleeping ones included.
   [[nodiscard]] std::size_t count() const { return count_; }
+  /// Whether there may be sleeping subscriptions to a part at `chain`.
+  [[nodiscard]] bool sleepsAt(const std::vector<ModelPartId>& chain) const {
+    return sleeping_.contains(chain);
+  }
   /// The number of pending updates.
   [[nodiscard]] std::size_t pendingCount() const { return queueLength() - stale_; }
   /// The number of entries in the queue, including stale ones (of subscriptions that have
@@ -75,8 +84,9 @@ class SessionSubscriptions {
 
   // Called by `SleepingSessions`.
 
-  /// `part` has entered the tree at `path`: wakes up what waits for it, and queues an update,
-  /// since its value may differ from the last one of the former part. Does not throw, as above.
+  /// `part` has entered the tree at `path`: wakes up what waits for it (see
+  /// `SleepingSubscriptions::take`), and queues an update, since its value may differ from the last
+  /// one of the former part. Does not throw, as above.
   void partEntered(ModelPart& part, const PartPath& path);
   /// There is no memory to do that.
   void closeConnection() { connection_.closeOnNextDispatch(); }
@@ -113,7 +123,8 @@ class SessionSubscriptions {
   std::size_t head_ = 0;
   std::size_t stale_ = 0;         ///< the number of entries whose subscription has ended
   std::size_t elementBytes_ = 0;  ///< what the subscriptions hold of pending elements
-  std::size_t held_ = 0;          ///< the bytes of the queue and of `elementBytes_`, in the account
+  /// The bytes in the account: of the queue, `elementBytes_`, and the sleeping subscriptions.
+  std::size_t held_ = 0;
   bool released_ = false;
 };
 

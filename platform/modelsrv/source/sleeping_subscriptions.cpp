@@ -18,6 +18,16 @@ void appendName(std::string& names, const std::string& name) {
   names += name;
 }
 
+/// Sets `chain` to that of a part in the tree of a root.
+void chainOf(const ModelPart& part, std::vector<ModelPartId>& chain) {
+  chain.clear();
+  for (const ModelPart* at = &part; PartAccess::parent(*at) != nullptr;
+       at = PartAccess::parent(*at)) {
+    chain.push_back(at->id());
+  }
+  std::reverse(chain.begin(), chain.end());
+}
+
 }  // namespace
 
 PartPath PartPath::of(const ModelPart& part, const ModelPart* formerParent) {
@@ -39,14 +49,16 @@ PartPath PartPath::of(const ModelPart& part, const ModelPart* formerParent) {
   return path;
 }
 
-bool SleepingSubscriptions::add(PartPath path, SubscribedIndices indices) {
-  return add(std::move(path.chain), {std::move(path.names), std::move(indices)});
+bool SleepingSubscriptions::add(PartPath path, SubscribedIndices indices, ModelPart& part) {
+  const bool added = add(std::move(path.chain), {std::move(path.names), std::move(indices), &part});
+  PartAccess::setHasSleeping(part);
+  return added;
 }
 
 bool SleepingSubscriptions::add(ChainView chain, ModelPartIndex index) {
   SubscribedIndices indices;
   indices.add(index);
-  return add(Chain(chain.begin(), chain.end()), {std::nullopt, std::move(indices)});
+  return add(Chain(chain.begin(), chain.end()), {std::nullopt, std::move(indices), nullptr});
 }
 
 bool SleepingSubscriptions::add(Chain chain, Entry entry) {
@@ -56,8 +68,9 @@ bool SleepingSubscriptions::add(Chain chain, Entry entry) {
   }
   const auto [at, isNew] = entries_.try_emplace(std::move(chain));
   std::vector<Entry>& ofChain = at->second;
-  const auto same = std::find_if(ofChain.begin(), ofChain.end(),
-                                 [&](const Entry& other) { return other.names == entry.names; });
+  const auto same = std::find_if(ofChain.begin(), ofChain.end(), [&](const Entry& other) {
+    return other.part == entry.part && other.names == entry.names;
+  });
   try {
     if (same == ofChain.end()) {
       ofChain.push_back(std::move(entry));
@@ -97,14 +110,16 @@ bool SleepingSubscriptions::cancel(ChainView chain, ModelPartIndex index) {
   return false;
 }
 
-SubscribedIndices SleepingSubscriptions::take(const PartPath& path) {
+SubscribedIndices SleepingSubscriptions::take(const PartPath& path, const ModelPart& part) {
   SubscribedIndices taken;
   const auto at = entries_.find(path.chain);
   if (at == entries_.end()) {
     return taken;
   }
-  const auto waits = [&path](const Entry& entry) {
-    return !entry.names.has_value() || *entry.names == path.names;
+  const auto waits = [&](const Entry& entry) {
+    const bool isSamePart = entry.part == &part && PartAccess::hasSleeping(part);
+    return (!entry.names.has_value() || *entry.names == path.names) &&
+           (isSamePart || PartAccess::subscribable(part));
   };
   for (const Entry& entry : at->second) {
     if (waits(entry)) {
@@ -120,11 +135,14 @@ SubscribedIndices SleepingSubscriptions::take(const PartPath& path) {
   return taken;
 }
 
-/// An estimate, with the memory of the containers.
+std::size_t SleepingSubscriptions::bytesFor(ChainView chain) {
+  constexpr std::size_t ofContainers = 240;
+  return ofContainers + chain.size() * sizeof(ModelPartId);
+}
+
 std::size_t SleepingSubscriptions::bytesOf(const Chain& chain, const Entry& entry) {
-  constexpr std::size_t ofContainers = 160;
-  return ofContainers + chain.size() * sizeof(ModelPartId) +
-         (entry.names.has_value() ? entry.names->size() : 0) + entry.indices.bytes();
+  return bytesFor(chain) + (entry.names.has_value() ? entry.names->size() : 0) +
+         entry.indices.bytes();
 }
 
 void SleepingSubscriptions::erase(Entries::iterator at, std::vector<Entry>::iterator entry) {
@@ -155,9 +173,16 @@ void SleepingSessions::partEntered(ModelPart& part, std::span<ModelPart* const> 
 
 void SleepingSessions::wakeUp(ModelPart& part) {
   try {
-    const PartPath path = PartPath::of(part);
+    chainOf(part, chain_);
+    PartPath path;
     // From the end, since a session that has nothing left is removed.
     for (std::size_t at = sessions_.size(); at-- > 0;) {
+      if (!sessions_[at]->sleepsAt(chain_)) {
+        continue;
+      }
+      if (path.chain.empty()) {
+        path = PartPath::of(part);
+      }
       sessions_[at]->partEntered(part, path);
     }
   } catch (const std::bad_alloc&) {

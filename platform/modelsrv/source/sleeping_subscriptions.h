@@ -37,19 +37,27 @@ class SleepingSubscriptions {
   /// client that has as many as it may. (A chain may have 4,096 ids.)
   static constexpr std::size_t maxBytes = std::size_t{32} * 1024 * 1024;
 
-  /// Adds what waits for the part of `path`. False if it would exceed `maxBytes`; nothing has
-  /// changed then. Nothing has changed either if it throws `std::bad_alloc`.
-  [[nodiscard]] bool add(PartPath path, SubscribedIndices indices);
-  /// The same for the first part that appears at `chain`.
+  /// Adds what waits for the part of `path`, which `part` was. False if it would exceed
+  /// `maxBytes`; nothing has changed then. Nothing has changed either if it throws
+  /// `std::bad_alloc`.
+  [[nodiscard]] bool add(PartPath path, SubscribedIndices indices, ModelPart& part);
+  /// The same for the first subscribable part that appears at `chain`.
   [[nodiscard]] bool add(ChainView chain, ModelPartIndex index);
 
   /// Removes one subscription to `index` of a part at `chain`; false if there is none.
   bool cancel(ChainView chain, ModelPartIndex index);
 
-  /// Removes what waits for the part of `path`. Empty if nothing does. If it throws
+  /// Removes what waits for the part of `path`, which is `part` now: all of it if `part` is
+  /// subscribable, else only what was of the same object. Empty if nothing does. If it throws
   /// `std::bad_alloc`, nothing has changed.
-  [[nodiscard]] SubscribedIndices take(const PartPath& path);
+  [[nodiscard]] SubscribedIndices take(const PartPath& path, const ModelPart& part);
 
+  [[nodiscard]] bool contains(const std::vector<ModelPartId>& chain) const {
+    return entries_.contains(chain);
+  }
+  /// The memory that one at `chain` takes without names, in bytes: an estimate, with that of the
+  /// containers.
+  [[nodiscard]] static std::size_t bytesFor(ChainView chain);
   [[nodiscard]] bool isEmpty() const { return entries_.empty(); }
   [[nodiscard]] std::size_t bytes() const { return bytes_; }
 
@@ -57,6 +65,9 @@ class SleepingSubscriptions {
   struct Entry {
     std::optional<std::string> names;  ///< none: of any part at the chain
     SubscribedIndices indices;
+    /// Compared only: it may have been destroyed, so `PartAccess::hasSleeping` is decisive too.
+    /// Null if there are no names.
+    const ModelPart* part;
   };
   using Chain = std::vector<ModelPartId>;
   /// Ordered, so that a client cannot choose chains that are slow to find.
@@ -85,6 +96,7 @@ class SleepingSessions {
   void wakeUp(ModelPart& part);
 
   std::vector<SessionSubscriptions*> sessions_;
+  std::vector<ModelPartId> chain_;  ///< of the part that is being added
 };
 
 }  // namespace ModelSrv::internal

@@ -135,6 +135,11 @@ ModelRes TreeSession::serveAbsent(const Request& request) {
   if (request.index > ModelPartIndex_All) {
     return ModelRes_NoSuchIndex;
   }
+  if (std::any_of(request.chain.begin(), request.chain.end(),
+                  [](ModelPartId id) { return id > ModelPartId_Max; })) {
+    // No part ever has that id.
+    return ModelRes_NoSuchPart;
+  }
   return subscriptions_.addSleeping(request.chain, request.index,
                                     PartAccess::sleepingSessions(share_->root));
 }
@@ -212,7 +217,12 @@ ModelRes TreeSession::unsubscribe(ModelPart& part, const Request& request, Bytes
 }
 
 ModelRes TreeSession::renew(ModelPart& part, const Request& request, Bytes& reply) {
-  return subscribe(part, request, reply);
+  const ModelRes result = subscribe(part, request, reply);
+  if (result == ModelRes_Success) {
+    // The part was absent when the client tried operation 7: it has appeared since.
+    subscriptions_.reportValue(part);
+  }
+  return result;
 }
 
 ModelRes TreeSession::prefetch(ModelPart& part, const Request& request, Bytes& reply) {

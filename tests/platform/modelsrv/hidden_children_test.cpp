@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "modelsrv/source/tree_session.h"
+#include "tests/platform/modelsrv/fake_connection.h"
 #include "tests/platform/modelsrv/served_tree.h"
 
 // Nodes that hide their children from clients, always or sometimes.
@@ -152,6 +156,29 @@ TEST(HiddenChildren, CanBeUnsubscribed) {
   ASSERT_EQ(server.speed.setValue(1), ModelRes_Success);
   ASSERT_TRUE(client.pumpUntil([&] { return !client.root.updates.empty(); }));
   EXPECT_EQ(client.root.updates.front().first, speedChain);
+}
+
+TEST(HiddenChildren, AreFoundByARenewal) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  HidingNode hiding(30, server.manager);
+  ValuePart<std::int32_t> child(1, "child", 1);
+  ASSERT_EQ(hiding.add(&child), ModelRes_Success);
+  ASSERT_EQ(server.root.add(&hiding), ModelRes_Success);
+  hiding.hide(true);
+  const std::lock_guard lock(server.manager.clientMutex);
+  FakeConnection connection;
+  internal::TreeSession session(std::make_shared<internal::SessionShare>(server.root), connection);
+  for (const auto& [operation, result] :
+       {std::pair{internal::Operation::subscribe, ModelRes_NoSuchPart},
+        std::pair{internal::Operation::renew, ModelRes_Success},
+        std::pair{internal::Operation::save, ModelRes_NoSuchPart}}) {
+    const std::vector<std::uint8_t> payload = payloadOf({operation, {30, 1}, all});
+    EvtSrv::internal::PayloadReader reader(payload, EvtSrv::internal::nativeOrder);
+    std::vector<std::uint8_t> reply;
+    EXPECT_EQ(session.handle(static_cast<std::uint16_t>(operation), reader, reply), result);
+  }
+  EXPECT_TRUE(child.isWatched());
 }
 
 }  // namespace

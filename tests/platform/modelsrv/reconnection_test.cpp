@@ -154,4 +154,45 @@ TEST_F(Reconnection, DoesNotHappenIfTheServerHangsAndFurtherRequestsFailAtOnce) 
   EXPECT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
 }
 
+TEST(SleepingSubscriptionsOfAClient, OutlastAPartThatIsTakenOutAndPutBack) {
+  const std::string name = test_support::uniquePortName();
+  Server server(name);
+  Client client;
+  ASSERT_EQ(client.connect(name), ModelRes_Success);
+  ASSERT_EQ(client.subscribe(labelChain), ModelRes_Success);
+  ASSERT_EQ(server.drive.remove(&server.label), ModelRes_Success);
+  EXPECT_EQ(client.subscribe(labelChain), ModelRes_NoSuchPart);
+  ASSERT_EQ(server.drive.add(&server.label), ModelRes_Success);
+  ASSERT_TRUE(client.pumpUntil([&] { return client.root.updates.size() == 1; }));
+  ASSERT_EQ(server.label.setValue("new"), ModelRes_Success);
+  ASSERT_TRUE(client.pumpUntil([&] { return client.root.updates.size() == 2; }));
+  ASSERT_EQ(server.root.remove(&server.drive), ModelRes_Success);
+  EXPECT_EQ(client.unsubscribe(labelChain), ModelRes_Success);
+  EXPECT_EQ(client.unsubscribe(labelChain), ModelRes_NotSubscribed);
+}
+
+TEST(SleepingSubscriptionsOfAClient, DeliverWhenThePartAppearsOnARestartedServer) {
+  const std::string name = test_support::uniquePortName();
+  auto server = std::make_unique<Server>(name);
+  Client client;
+  ASSERT_EQ(client.connect(name), ModelRes_Success);
+  ASSERT_EQ(client.subscribe(labelChain), ModelRes_Success);
+  ASSERT_EQ(client.subscribe(gainsChain, 1), ModelRes_Success);
+  server.reset();
+  server = std::make_unique<Server>(name, [](Server& restarted) {
+    ASSERT_EQ(restarted.drive.remove(&restarted.label), ModelRes_Success);
+    ASSERT_EQ(restarted.drive.remove(&restarted.gains), ModelRes_Success);
+  });
+  ASSERT_EQ(client.text(speedChain), "42");
+  ASSERT_EQ(server->drive.add(&server->label), ModelRes_Success);
+  ASSERT_TRUE(client.pumpUntil([&] { return client.root.updates.size() == 1; }));
+  ASSERT_EQ(server->label.setValue("new"), ModelRes_Success);
+  ASSERT_TRUE(client.pumpUntil([&] { return client.root.updates.size() == 2; }));
+  EXPECT_EQ(client.unsubscribe(gainsChain), ModelRes_Success);
+  ASSERT_EQ(server->drive.add(&server->gains), ModelRes_Success);
+  ASSERT_EQ(server->label.setValue("last"), ModelRes_Success);
+  ASSERT_TRUE(client.pumpUntil([&] { return client.root.updates.size() == 3; }));
+  EXPECT_EQ(client.root.updates, (Updates(3, {labelChain, all})));
+}
+
 }  // namespace

@@ -278,6 +278,9 @@ class KRV_EXPORT ModelPart {
   std::unique_ptr<const internal::StatedAttributes> attributes_;
   std::shared_ptr<const std::function<void(bool)>> watchHandler_;
   bool subscribable_ = true;
+  /// Whether subscriptions to this object sleep or have slept. An object that has taken the place
+  /// of a destroyed one in memory is told apart by that.
+  bool hasSleeping_ = false;
   /// Whether a client may have cached the present value.
   bool valueCached_ = false;
   /// The stamp of the last prefetch reply that had this part. 0 if there was none since
