@@ -13,6 +13,20 @@ std::string below(Key key) {
   return '/' + std::string(nameOf(key));
 }
 
+/// The error of a text that is to be one line, if it has control characters. `shown` is the text
+/// as a message shows it.
+std::optional<EntryError> checkLine(const std::string& at, const std::string& text,
+                                    const std::string& shown) {
+  // The library knows which characters these are; everything else was checked.
+  ModelSrv::ModelPart probe;
+  ModelSrv::PartAttributes attributes;
+  attributes.text = text;
+  if (probe.setAttributes(std::move(attributes)) != ModelSrv::ModelRes_Success) {
+    return EntryError{at, "control characters in " + shown};
+  }
+  return std::nullopt;
+}
+
 /// The texts of an entry that are for people, not values.
 class LineTexts {
  public:
@@ -32,14 +46,7 @@ class LineTexts {
       return EntryError{below(key), "longer than " + std::to_string(maxBytes) + " bytes"};
     }
     target = *text;
-    // The library knows which characters these are; everything else was checked.
-    ModelSrv::ModelPart probe;
-    ModelSrv::PartAttributes attributes;
-    attributes.text = target;
-    if (probe.setAttributes(std::move(attributes)) != ModelSrv::ModelRes_Success) {
-      return EntryError{below(key), "control characters in " + toJson(found->second)};
-    }
-    return std::nullopt;
+    return checkLine(below(key), target, toJson(found->second));
   }
 
  private:
@@ -48,6 +55,12 @@ class LineTexts {
 
 bool isNumber(EntryType type) {
   return type != EntryType::node && type != EntryType::boolean && type != EntryType::text;
+}
+
+/// A value as a message shows it: of a text, which is the file's, a part in one line.
+std::string shown(const EntryValue& value, EntryType type) {
+  const auto* text = std::get_if<std::string>(&value);
+  return text != nullptr ? toJson(*text) : toText(value, type);
 }
 
 /// The limits and choices of an entry, as values.
@@ -60,12 +73,12 @@ struct Limits {
   [[nodiscard]] std::optional<std::string> check(const EntryValue& value, EntryType type,
                                                  const ModelSrv::PartAttributes& texts) const {
     if ((minimum && value < *minimum) || (maximum && *maximum < value)) {
-      return toText(value, type) + " is not within " +
+      return shown(value, type) + " is not within " +
              (minimum ? texts.minimum : std::string("any number")) + " to " +
              (maximum ? texts.maximum : std::string("any number"));
     }
     if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end()) {
-      return toText(value, type) + " is not one of the choices";
+      return shown(value, type) + " is not one of the choices";
     }
     return std::nullopt;
   }
@@ -105,6 +118,9 @@ std::optional<EntryError> readChoices(const RawEntry& raw, EntryType type, Limit
     if (attributes.choices.back().size() > ModelSrv::ModelAttributeText_Max) {
       return EntryError{
           at, "longer than " + std::to_string(ModelSrv::ModelAttributeText_Max) + " bytes"};
+    }
+    if (auto error = checkLine(at, attributes.choices.back(), toJson(scalar))) {
+      return error;
     }
   }
   return std::nullopt;

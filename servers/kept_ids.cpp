@@ -73,6 +73,11 @@ class IdsByName {
 }  // namespace
 
 void keepIds(const std::vector<Entry*>& entries, const ModelSrv::ModelNode& present) {
+  // With this the memory for all ids is not cleared for nothing, once for each node.
+  if (std::all_of(entries.begin(), entries.end(),
+                  [](const Entry* entry) { return entry->hasStatedId; })) {
+    return;
+  }
   IdsByName ofName;
   for (const ModelPart* child : present.children()) {
     ofName.add(*child);

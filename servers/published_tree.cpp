@@ -68,10 +68,18 @@ std::uint16_t elementsOf(const Entry& entry) {
   return entry.array ? static_cast<std::uint16_t>(entry.values.size()) : std::uint16_t{0};
 }
 
-/// Cannot fail: the attributes were checked.
-void setAttributes(ModelPart& part, const Entry& entry) {
-  static_cast<void>(part.setAttributes(entry.details != nullptr ? entry.details->attributes
-                                                                : ModelSrv::PartAttributes()));
+/// The error, if `result` is one, of an operation on a part.
+std::optional<Error> errorOf(ModelRes result, const ModelPart& part) {
+  if (result == ModelSrv::ModelRes_Success) {
+    return std::nullopt;
+  }
+  return Error{oneLine(part.name()) + ": " + ModelSrv::describe(result)};
+}
+
+std::optional<Error> setAttributes(ModelPart& part, const Entry& entry) {
+  return errorOf(part.setAttributes(entry.details != nullptr ? entry.details->attributes
+                                                             : ModelSrv::PartAttributes()),
+                 part);
 }
 
 /// Whether the value of the entry comes from elsewhere.
@@ -80,18 +88,18 @@ bool hasSource(const Entry& entry) {
 }
 
 /// Sets what may differ in a part that stays.
-void setKept(ModelPart& part, Entry& entry) {
-  setAttributes(part, entry);
+std::optional<Error> setKept(ModelPart& part, Entry& entry) {
+  auto error = setAttributes(part, entry);
   if (entry.type == EntryType::node) {
-    return;
+    return error;
   }
   part.setSubscribable(entry.subscribable);
   if (hasSource(entry)) {
-    return;
+    return error;
   }
-  // Cannot fail: the values were checked.
-  static_cast<void>(
-      visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry); }));
+  const ModelRes result =
+      visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry); });
+  return error ? error : errorOf(result, part);
 }
 
 std::uint32_t parentOf(const Entry& entry) {
@@ -100,14 +108,14 @@ std::uint32_t parentOf(const Entry& entry) {
 
 }  // namespace
 
-std::unique_ptr<ModelPart> PublishedTree::create(Entry& entry) {
+std::unique_ptr<ModelPart> PublishedTree::create(Entry& entry, std::optional<Error>& error) {
   std::unique_ptr<ModelPart> part;
   if (entry.type == EntryType::node) {
     part = std::make_unique<ModelNode>(entry.id, std::move(entry.name));
   } else {
     part = visitValueType(entry.type, [&]<typename T>() { return createTyped<T>(entry); });
   }
-  setAttributes(*part, entry);
+  error = setAttributes(*part, entry);
   if (!entry.subscribable) {
     part->setSubscribable(false);
   }
@@ -115,7 +123,7 @@ std::unique_ptr<ModelPart> PublishedTree::create(Entry& entry) {
 }
 
 /// Creates the part of `entry`, whose values and names are moved out of it.
-void PublishedTree::addCreated(Entry& entry, Parts& parts) {
+std::optional<Error> PublishedTree::addCreated(Entry& entry, Parts& parts) {
   if (!entry.elementNames.empty()) {
     parts.elementNames.emplace(parts.created.size(), entry.elementNames);
   }
@@ -123,18 +131,16 @@ void PublishedTree::addCreated(Entry& entry, Parts& parts) {
     parts.sources.emplace(parts.created.size(), entry.details);
   }
   const std::uint16_t elements = elementsOf(entry);
-  parts.created.push_back({create(entry), parentOf(entry), entry.type, elements});
+  std::optional<Error> error;
+  parts.created.push_back({create(entry, error), parentOf(entry), entry.type, elements});
+  return error;
 }
 
 /// Adds a part to its parent, which is a node of `parts` too.
 std::optional<Error> PublishedTree::addToParent(const Parts& parts, std::size_t index) {
   const Created& created = parts.created[index];
   auto& parent = static_cast<ModelNode&>(*parts.created[created.parent].part);
-  const ModelRes result = parent.add(created.part.get());
-  if (result != ModelSrv::ModelRes_Success) {
-    return Error{oneLine(created.part->name()) + ": " + ModelSrv::describe(result)};
-  }
-  return std::nullopt;
+  return errorOf(parent.add(created.part.get()), *created.part);
 }
 
 /// Destroys nodes before their children: a part that still has a parent searches its siblings
@@ -149,11 +155,13 @@ PublishedTree::PublishedTree(TreeDescription description) {
   parts_.created.reserve(description.entries.size());
   // Each entry is freed once its part exists, so that memory never holds both trees.
   for (; !description.entries.empty(); description.entries.pop_front()) {
-    addCreated(description.entries.front(), parts_);
+    auto error = addCreated(description.entries.front(), parts_);
     const std::size_t index = parts_.created.size() - 1;
-    if (parts_.created[index].parent != noParent) {
-      auto error = addToParent(parts_, index);
-      error_ = error_ ? std::move(error_) : std::move(error);
+    if (!error && parts_.created[index].parent != noParent) {
+      error = addToParent(parts_, index);
+    }
+    if (!error_) {
+      error_ = std::move(error);
     }
   }
 }
@@ -179,10 +187,7 @@ std::optional<Error> PublishedTree::publish(ModelSrv::ModelRoot& root) {
     if (created.parent != noParent || error_) {
       continue;
     }
-    const ModelRes result = root.add(created.part.get());
-    if (result != ModelSrv::ModelRes_Success) {
-      error_ = Error{oneLine(created.part->name()) + ": " + ModelSrv::describe(result)};
-    }
+    error_ = errorOf(root.add(created.part.get()), *created.part);
   }
   return error_;
 }
@@ -251,7 +256,9 @@ std::optional<Error> PublishedTree::createNew(TreeDescription& description, cons
   for (std::size_t index = 0; index < kept.size(); ++index) {
     Entry& entry = description.entries[index];
     if (kept[index] == isNew) {
-      addCreated(entry, next);
+      if (auto error = addCreated(entry, next)) {
+        return error;
+      }
       if (entry.parent == rootEntry || kept[entry.parent] != isNew) {
         continue;
       }
@@ -302,9 +309,8 @@ std::optional<Error> PublishedTree::replaceParts(Parts next, const Kept& kept,
   for (const auto& [index, parts] : children) {
     ModelNode* const node =
         index == rootEntry ? root_ : static_cast<ModelNode*>(parts_.created[index].part.get());
-    const ModelRes result = node->setChildren(parts);
-    if (result != ModelSrv::ModelRes_Success) {
-      error = Error{oneLine(node->name()) + ": " + ModelSrv::describe(result)};
+    if (auto ofNode = errorOf(node->setChildren(parts), *node)) {
+      error = std::move(ofNode);
     }
   }
   destroy(next.created);
@@ -322,7 +328,8 @@ std::optional<Error> PublishedTree::reload(TreeDescription description) {
   auto error = replaceParts(std::move(next), kept, children);
   for (std::size_t index = 0; index < kept.size(); ++index) {
     if (kept[index] != isNew) {
-      setKept(*parts_.created[index].part, description.entries[index]);
+      auto ofPart = setKept(*parts_.created[index].part, description.entries[index]);
+      error = error ? std::move(error) : std::move(ofPart);
     }
   }
   return error;

@@ -42,7 +42,8 @@ class PublishedTree {
   /// subscribers if it changes. An id that `description` does not state is that of the
   /// present part with the same name (see `keepIds`). All others are removed and added.
   ///
-  /// After an error the tree is unchanged, or, if memory runs out late, between both.
+  /// After an error the tree is unchanged; or, if memory runs out late, or the library refuses
+  /// something of a part that stays, it is between both.
   [[nodiscard]] std::optional<Error> reload(TreeDescription description);
 
   /// Adds the parts whose values are in files or simulated to `feeds`, which is cleared before
@@ -72,8 +73,9 @@ class PublishedTree {
   /// The new children of the nodes that stay, by the index of the node's entry.
   using Children = std::map<std::size_t, std::vector<ModelSrv::ModelPart*>>;
 
-  [[nodiscard]] static std::unique_ptr<ModelSrv::ModelPart> create(Entry& entry);
-  static void addCreated(Entry& entry, Parts& parts);
+  [[nodiscard]] static std::unique_ptr<ModelSrv::ModelPart> create(Entry& entry,
+                                                                   std::optional<Error>& error);
+  [[nodiscard]] static std::optional<Error> addCreated(Entry& entry, Parts& parts);
   [[nodiscard]] static std::optional<Error> addToParent(const Parts& parts, std::size_t index);
   static void destroy(std::vector<Created>& created);
 

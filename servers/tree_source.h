@@ -36,8 +36,8 @@ class TreeSource {
   /// To be called after SIGIO: files that the tree watches may have changed.
   virtual void filesChanged(Clock::time_point now);
 
-  /// Reads the description file again; other trees ignore the call. After an error
-  /// the tree is unchanged.
+  /// Reads the description file again; other trees ignore the call. After an error in the
+  /// file the tree is unchanged; see `PublishedTree::reload` for other errors.
   [[nodiscard]] virtual std::optional<Error> reload();
 };
 

@@ -4,7 +4,7 @@
 /// that publishing a tree relies on; an error is one line without control bytes.
 ///
 /// Corpus: `small`, `sample` (a complete file), `all_types`, `array`, `protected`,
-/// `duplicate_id`, `unknown_key`, `out_of_range`, `invalid_json`, `deep`.
+/// `duplicate_id`, `unknown_key`, `out_of_range`, `invalid_json`, `deep`, `control_bytes`.
 
 #include <set>
 #include <string>
