@@ -53,7 +53,7 @@ const std::vector<std::string>* DerivedModelPart::cachedNames(const IdChain& cha
 
 void DerivedModelPart::cacheNames(const IdChain& chain, const std::vector<std::string>& names) {
   assertHeld();
-  if (isSubscribed(chain)) {
+  if (subscriptions_.containsOnce(chain)) {
     names_[chain] = names;
   }
 }

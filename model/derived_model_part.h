@@ -74,13 +74,14 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   void removeSubscription(const IdChain& chain);
 
   // The name cache: the names along subscribed chains; used with the client mutex
-  // held. An entry is valid while the part is subscribed, because the server sends no
-  // updates of a part with other names. A new subscription of the chain invalidates its
-  // entry; a new server behind the connection invalidates all entries.
+  // held. An entry is valid while the chain is subscribed once, because the server sends
+  // no updates of a part with other names. (Two subscriptions of a chain may be of parts
+  // with different names.) A new subscription of the chain invalidates its entry; a new
+  // server behind the connection invalidates all entries.
 
   /// The cached names along `chain`; null if there are none.
   [[nodiscard]] const std::vector<std::string>* cachedNames(const IdChain& chain) const;
-  /// Caches the names along `chain` if the chain is subscribed.
+  /// Caches the names along `chain` if the chain is subscribed once.
   void cacheNames(const IdChain& chain, const std::vector<std::string>& names);
   void invalidateNames() {
     assertHeld();

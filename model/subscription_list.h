@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iterator>
 #include <list>
 #include <set>
 
@@ -24,6 +25,12 @@ class SubscriptionList {
 
   /// Whether at least one entry equals `chain`.
   [[nodiscard]] bool contains(const IdChain& chain) const { return sorted_.contains(chain); }
+
+  /// Whether exactly one entry equals `chain`.
+  [[nodiscard]] bool containsOnce(const IdChain& chain) const {
+    const auto [first, last] = sorted_.equal_range(chain);
+    return first != last && std::next(first) == last;
+  }
 
   void add(const IdChain& chain) {
     // The end is a hint: subtrees are mostly subscribed in ascending order.

@@ -139,9 +139,25 @@ TEST_F(NameCache, IsValidAsLongAsTheSubscription) {
   EXPECT_FALSE(areCached()) << "the part may be another one";
   ASSERT_EQ(server_.speed.setValue(44), ModelSrv::ModelRes_Success);
   ASSERT_EQ(takeUpdates(1), "/drive/speed\n");
+  EXPECT_FALSE(areCached()) << "two subscriptions may be of parts with different names";
+  ASSERT_TRUE(scope_.unsubscribePath(speed_));
+  ASSERT_EQ(server_.speed.setValue(45), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(takeUpdates(1), "/drive/speed\n");
   EXPECT_TRUE(areCached());
   ASSERT_EQ(run("du drive/speed").result, 1);
   EXPECT_FALSE(areCached());
+}
+
+TEST_F(NameCache, IsRightForPartsOfDifferentNamesAtOneChain) {
+  ModelSrv::ValuePart<int> other(1, "other", 1);
+  ASSERT_EQ(server_.drive.remove(&server_.speed), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&other), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(run("eu drive/other").result, 1);
+  ASSERT_EQ(other.setValue(2), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/other\n");
+  ASSERT_EQ(server_.drive.remove(&other), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(server_.drive.add(&server_.speed), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/speed\n");
 }
 
 TEST_F(NameCache, IsInvalidatedByAnotherServerBehindTheConnection) {
