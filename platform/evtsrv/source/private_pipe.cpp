@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -164,25 +166,52 @@ void PrivatePipe::removeName() {
 }
 
 void sweepPrivatePipes(System& system, const Token& own) {
-  // Others may have left any number of names: the clock is read again after so many names that
-  // were passed over, and after each that was looked at.
-  constexpr unsigned namesPerClockRead = 256;
   const std::int64_t end = system.nowMs() + sweepTimeMs;
   const std::string ownStart = std::string(prefix) + digitsOf(own);
+  const auto visitPipes = [&](std::int64_t until, const auto& visit) {
+    // Others may have left any number of names: the clock is read again after so many.
+    constexpr unsigned namesPerClockRead = 256;
+    unsigned names = 0;
+    bool looked = false;
+    // A sweep that fails leaves the rest for a later one.
+    static_cast<void>(system.list(pipeDirectory, [&](std::string_view name) {
+      looked = isPrivatePipeName(name) && !name.starts_with(ownStart) && visit(name);
+      return (!looked && ++names % namesPerClockRead != 0) || system.nowMs() < until;
+    }));
+  };
+  std::uint64_t count = 0;
+  visitPipes(end - sweepTimeMs / 2, [&](std::string_view) {
+    ++count;
+    return false;
+  });
+  if (count == 0) {
+    return;
+  }
+  // Foreign names that come first would keep every sweep from the others: each begins somewhere
+  // else, at a place that nobody can choose.
+  std::uint64_t number = 0;
+  std::memcpy(&number, own.data(), sizeof number);
+  const std::uint64_t first = number % count;
   std::string path(pipeDirectory);
   path += '/';
   const std::size_t directorySize = path.size();
-  unsigned passed = 0;
-  // A sweep that fails leaves the rest for a later one.
-  static_cast<void>(system.list(pipeDirectory, [&](std::string_view name) {
-    if (!isPrivatePipeName(name) || name.starts_with(ownStart)) {
-      return ++passed % namesPerClockRead != 0 || system.nowMs() < end;
-    }
-    path.resize(directorySize);
-    path += name;
-    sweepOne(system, path);
-    return system.nowMs() < end;
-  }));
+  const auto sweepFrom = [&](std::uint64_t begin, std::uint64_t last) {
+    std::uint64_t index = 0;
+    visitPipes(end, [&](std::string_view name) {
+      const std::uint64_t place = index++;
+      if (place < begin || place >= last) {
+        return false;
+      }
+      path.resize(directorySize);
+      path += name;
+      sweepOne(system, path);
+      return true;
+    });
+  };
+  sweepFrom(first, UINT64_MAX);
+  if (first > 0 && system.nowMs() < end) {
+    sweepFrom(0, first);
+  }
 }
 
 }  // namespace EvtSrv::internal
