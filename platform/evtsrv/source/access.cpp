@@ -32,6 +32,9 @@ std::optional<PipeAccess> clientAccess(System& system, const struct stat& mailbo
   if (user == rootUser) {
     return PipeAccess{mailbox.st_uid};
   }
+  if (mailbox.st_uid == user) {
+    return PipeAccess{};
+  }
   const bool shared = isShared(mailbox);
   if (mailbox.st_uid == rootUser) {
     // Root can open them as they are. The group shows that their owner is a member.
@@ -42,7 +45,7 @@ std::optional<PipeAccess> clientAccess(System& system, const struct stat& mailbo
   if (shared && !system.isPrimaryGroup(group) && system.isSupplementaryGroup(group)) {
     return PipeAccess{std::nullopt, group, sharedPipeMode};
   }
-  return mailbox.st_uid == user ? std::optional(PipeAccess{}) : std::nullopt;
+  return std::nullopt;
 }
 
 bool mayServeClient(System& system, const struct stat& pipe, std::optional<gid_t> group) {
