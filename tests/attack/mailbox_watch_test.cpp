@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <chrono>
 #include <cstddef>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 
@@ -21,6 +23,7 @@ using fault::eventually;
 using fault::Peer;
 using fault::RawPipe;
 using ModelSrv::ModelRes_NameInUse;
+using ModelSrv::ModelRes_NoDescriptors;
 using ModelSrv::ModelRes_NotConnected;
 using ModelSrv::ModelRes_NotPermitted;
 using ModelSrv::ModelRes_Success;
@@ -38,15 +41,28 @@ std::vector<std::string> claimedAddresses(const std::string& text) {
   return result;
 }
 
-/// Takes an address, as any user may; listens there if `listens`. Makes system calls only.
-int takeAddress(const std::string& name, bool listens) {
-  const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+/// Calls bind(2) or connect(2) with an abstract address.
+template <typename Call>
+bool withAddress(Call call, int socket, const std::string& name) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::copy(name.begin(), name.end(), address.sun_path + 1);
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-  const bool bound = ::bind(socket, reinterpret_cast<const sockaddr*>(&address), size) == 0;
-  return bound && (!listens || ::listen(socket, 1) == 0) ? 0 : 1;
+  return call(socket, reinterpret_cast<const sockaddr*>(&address), size) == 0;
+}
+
+/// Takes an address, as any user may; listens there if `listens`. Makes system calls only.
+int takeAddress(const std::string& name, bool listens) {
+  const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  return withAddress(::bind, socket, name) && (!listens || ::listen(socket, 1) == 0) ? 0 : 1;
+}
+
+/// Connects to an address without waiting, and closes the connection.
+bool connectTo(const std::string& name) {
+  const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const bool connected = withAddress(::connect, socket, name);
+  ::close(socket);
+  return connected;
 }
 
 class AttackMailboxName : public AttackTest {
@@ -54,6 +70,11 @@ class AttackMailboxName : public AttackTest {
   void serve(Peer& server, const Identity& identity, const std::string& group = {}) {
     start(server, identity);
     ASSERT_EQ(server.execute("serve " + port + " " + group), success());
+  }
+
+  /// Whether the client is connected in time: the mailbox is there, and a server reads it.
+  bool connects(Client& client) const {
+    return eventually([&] { return client.connect(port).result == ModelRes_Success; });
   }
 
   bool exists() const { return ::access(mailbox.c_str(), F_OK) == 0; }
@@ -86,9 +107,8 @@ TEST_F(AttackMailboxName, MailboxThatIsMovedAwayIsMadeAgain) {
   Peer server;
   serve(server, owner);
   ASSERT_EQ(::rename(mailbox.c_str(), "/tmp/elsewhere"), 0);
-  ASSERT_TRUE(eventually([&] { return modeOf(mailbox) == 0600; }));
   Client client;
-  EXPECT_EQ(client.connect(port).result, ModelRes_Success);
+  EXPECT_TRUE(connects(client));
 }
 
 TEST_F(AttackMailboxName, MailboxIsMadeAgainWhenWhatAnotherUserHasPlantedThereIsGone) {
@@ -107,8 +127,7 @@ TEST_F(AttackMailboxName, MailboxIsMadeAgainWhenWhatAnotherUserHasPlantedThereIs
   EXPECT_EQ(user.execute("connect " + port), number(ModelRes_NotPermitted));
   EXPECT_EQ(reader.pendingBytes(), 0U);
   ASSERT_EQ(::unlink(mailbox.c_str()), 0);
-  ASSERT_TRUE(eventually([&] { return modeOf(mailbox) == 0600; }));
-  EXPECT_EQ(user.execute("connect " + port), success());
+  EXPECT_TRUE(eventually([&] { return user.execute("connect " + port) == success(); }));
   EXPECT_EQ(user.execute("get"), success() + " 3");
 }
 
@@ -147,8 +166,85 @@ TEST_F(AttackMailboxName, ServerWhoseNameIsServedByAnotherEndsItsSessions) {
   EXPECT_EQ(client.get(client.counter).text, "2");
   // The first one has the name again when the second one ends.
   second.quit();
-  EXPECT_TRUE(eventually([&] { return exists(); }));
-  EXPECT_EQ(client.get(client.counter).text, "0");
+  EXPECT_TRUE(eventually([&] { return client.get(client.counter).text == "0"; }));
+}
+
+TEST_F(AttackMailboxName, ServerTakesItsNameBackFromOneThatWasKilled) {
+  Peer first;
+  serve(first, owner);
+  first.suspend();
+  ASSERT_EQ(::unlink(mailbox.c_str()), 0);
+  Peer second;
+  ASSERT_EQ(second.execute("isolate"), "ok");
+  serve(second, owner);
+  first.resume();
+  Client client;
+  ASSERT_TRUE(connects(client));
+  // It leaves its mailbox: nothing is removed.
+  second.kill();
+  Client next;
+  EXPECT_TRUE(connects(next));
+}
+
+TEST_F(AttackMailboxName, MailboxIsMadeAgainAtTheLimitOfDescriptors) {
+  Peer server;
+  serve(server, owner);
+  ASSERT_EQ(server.execute("spare 0"), "ok");
+  ASSERT_EQ(::unlink(mailbox.c_str()), 0);
+  // The server reads hellos again, and has the descriptor for refusals back.
+  Client client;
+  EXPECT_TRUE(eventually([&] { return client.connect(port).result == ModelRes_NoDescriptors; }));
+}
+
+TEST_F(AttackMailboxName, MailboxThatCannotBeMadeAgainCostsNoProcessorTime) {
+  mountTmp("mode=1777,nr_inodes=8");
+  Peer server;
+  serve(server, owner);
+  server.suspend();
+  ASSERT_EQ(::unlink(mailbox.c_str()), 0);
+  int files = 0;
+  while (::mkfifo(("/tmp/filler" + std::to_string(files)).c_str(), 0600) == 0) {
+    ++files;
+  }
+  ASSERT_GT(files, 0);
+  server.resume();
+  clockid_t clock{};
+  ASSERT_EQ(::clock_getcpuclockid(server.pid(), &clock), 0);
+  const auto used = [&] {
+    timespec time{};
+    ::clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+  };
+  const double before = used();
+  // Nothing is to happen in this time.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+  ASSERT_TRUE(eventually([&] { return std::chrono::steady_clock::now() >= end; }));
+  EXPECT_LT(used() - before, 0.03);
+  ASSERT_EQ(::unlink("/tmp/filler0"), 0);
+  EXPECT_TRUE(eventually([&] { return modeOf(mailbox) == 0600; }));
+}
+
+TEST_F(AttackMailboxName, ConnectionsToTheClaimKeepNoServerFromSeeingIt) {
+  Peer first;
+  serve(first, owner);
+  const auto claimed = claimedAddresses(port);
+  ASSERT_EQ(claimed.size(), 1U);
+  // More than any queue holds (net.core.somaxconn).
+  constexpr int attempts = 20'000;
+  ASSERT_EQ(doAs(stranger,
+                 [&] {
+                   for (int i = 0; i < attempts; ++i) {
+                     connectTo(claimed.front());
+                   }
+                   return 0;
+                 }),
+            0);
+  EXPECT_TRUE(eventually([&] { return connectTo(claimed.front()); }));
+  first.suspend();
+  ASSERT_EQ(::unlink(mailbox.c_str()), 0);
+  Peer second;
+  start(second, owner);
+  EXPECT_EQ(second.execute("serve " + port), number(ModelRes_NameInUse));
 }
 
 TEST_F(AttackMailboxName, MemberThatLocksALeftoverMailboxKeepsNoServerFromStarting) {

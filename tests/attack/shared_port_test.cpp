@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -104,6 +105,27 @@ TEST_F(AttackSharedPort, MemberByItsPrimaryGroupReachesRootsServer) {
   EXPECT_EQ(client.execute("connect " + port), success());
 }
 
+TEST_F(AttackSharedPort, HelloThatAMemberRepeatsReachesNoSession) {
+  serve(root);
+  fault::RawClient victim;
+  ASSERT_TRUE(victim.sendHello(mailbox));
+  // The session is open, and its pipes still have names.
+  ASSERT_TRUE(fault::eventually([&] { return victim.replies.pendingBytes() > 0; }));
+  EXPECT_EQ(doAs(member,
+                 [&] {
+                   const auto hello = fault::wire::hello(victim.token);
+                   return RawPipe::open(mailbox, O_WRONLY).write(hello) ? 0 : 1;
+                 }),
+            0);
+  // The server has handled that hello when it has handled a later one.
+  Peer client;
+  start(client, member);
+  EXPECT_EQ(client.execute("connect " + port), success());
+  EXPECT_EQ(fault::privatePipeCount(server_.pid()), 6U);
+  EXPECT_TRUE(victim.awaitWelcome());
+  EXPECT_EQ(victim.replies.pendingBytes(), 0U);
+}
+
 /// A member names the private pipes of somebody else in a hello of its own.
 class AttackBorrowedPipes : public AttackSharedPort {
  protected:
@@ -115,7 +137,8 @@ class AttackBorrowedPipes : public AttackSharedPort {
     for (const char* const suffix : suffixes) {
       plant(pathOf(suffix), victim, 0600);
     }
-    const RawPipe replies = RawPipe::open(pathOf(".rep"), O_RDWR);
+    // Not for writing: so the end of a writer is seen.
+    const RawPipe replies = RawPipe::open(pathOf(".rep"), O_RDONLY);
     ASSERT_TRUE(replies.lock()) << "swept";
     ASSERT_EQ(doAs(member,
                    [&] {
@@ -127,7 +150,8 @@ class AttackBorrowedPipes : public AttackSharedPort {
     Peer client;
     start(client, member);
     EXPECT_EQ(client.execute("connect " + port), success());
-    EXPECT_EQ(replies.pendingBytes(), 0U);
+    pollfd pipe{replies.descriptor(), POLLIN, 0};
+    EXPECT_EQ(::poll(&pipe, 1, 0), 0) << pipe.revents;
     EXPECT_EQ(fault::privatePipeCount(server_.pid()), 3U);
   }
 };

@@ -23,6 +23,9 @@ constexpr std::size_t watchReadSize = 4096;
 // How often one dispatch reads from it.
 constexpr int maxWatchReads = 16;
 
+// What happens in a directory when a name in it becomes free.
+constexpr std::uint32_t removalEvents = IN_DELETE | IN_MOVED_FROM;
+
 bool isAllowedInPortName(char character) {
   const auto byte = static_cast<unsigned char>(character);
   return byte >= 0x20 && byte != 0x7F && character != '/' && character != ';';
@@ -66,6 +69,7 @@ EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_
 
 EvtRes Mailbox::makePipe() {
   EvtRes result = EvtRes_SystemError;
+  awaitsName_ = false;
   for (int attempt = 0; attempt < maxMailboxOpenAttempts; ++attempt) {
     if (tryMake(result) == Attempt::done) {
       break;
@@ -107,8 +111,17 @@ Mailbox::Attempt Mailbox::tryMake(EvtRes& result) {
     return Attempt::again;
   }
   if (!mayServe(*system_, named)) {
+    awaitsName_ = true;
     result = EvtRes_NotPermitted;
     return Attempt::done;
+  }
+  // A client that finds a reader pins its session to the group.
+  if (made == 0 && group_ && *group_ != named.st_gid) {
+    step = setAccess(*system_, name.number(), named, {std::nullopt, group_, named.st_mode & 07777});
+    if (step < 0) {
+      return failed(step);
+    }
+    named.st_gid = *group_;
   }
   step = openPipe(name, named);
   if (step < 0) {
@@ -116,6 +129,7 @@ Mailbox::Attempt Mailbox::tryMake(EvtRes& result) {
   }
   step = lockPipe(named);
   if (step == -EBUSY) {
+    awaitsName_ = true;
     result = EvtRes_NameInUse;
     return Attempt::done;
   }
@@ -148,15 +162,18 @@ int Mailbox::lockPipe(const struct stat& named) {
   const bool mayBeHeldByOthers = (named.st_mode & groupAndOthersBits) != 0;
   if (step == -EWOULDBLOCK) {
     pipe_.reset();
-    if (!mayBeHeldByOthers || isRead()) {
-      return -EBUSY;
+    step = mayBeHeldByOthers ? findReader() : 0;
+    if (step != -ENXIO) {
+      return step == 0 ? -EBUSY : step;
     }
   } else if (step < 0) {
     return step;
   } else if (!pathLeadsToPipe()) {
     return -EAGAIN;
   }
-  if (!mayBeHeldByOthers) {
+  // A client may have found the group of an earlier server, to which it would keep its session.
+  const bool hasOtherGroup = group_ && *group_ != named.st_gid;
+  if (!mayBeHeldByOthers && !hasOtherGroup) {
     return 0;
   }
   // The lock or, if another user has that, the claim keeps other servers from the name.
@@ -166,11 +183,13 @@ int Mailbox::lockPipe(const struct stat& named) {
   return -EAGAIN;
 }
 
-/// Whether a process reads the mailbox: a live server, since only this user and root can
-/// open a shared one for reading. This process must not have it open.
-bool Mailbox::isRead() {
+/// 0 if a process reads the mailbox: a live server, since only this user and root can open a
+/// shared one for reading; `-ENXIO` if none does; `-EAGAIN` if the mailbox has gone; or another
+/// negative error number. This process must not have it open.
+int Mailbox::findReader() {
   FileDescriptor writer;
-  return writer.adopt(*system_, system_->open(path_, O_WRONLY | O_NONBLOCK)) != -ENXIO;
+  const int result = writer.adopt(*system_, system_->open(path_, O_WRONLY | O_NONBLOCK));
+  return result == -ENOENT ? -EAGAIN : result;
 }
 
 int Mailbox::openPipe(const FileDescriptor& name, const struct stat& named) {
@@ -214,12 +233,11 @@ void Mailbox::remove() {
 EvtRes Mailbox::restore() {
   pipe_.reset();
   EvtRes result = makePipe();
-  if (result != EvtRes_Success) {
+  if (result != EvtRes_Success && !watchesDirectory_) {
     watchDirectory();
     // What was in the way may have gone before it was watched.
     result = makePipe();
   }
-  awaitsName_ = result == EvtRes_NotPermitted || result == EvtRes_NameInUse;
   return result;
 }
 
@@ -235,11 +253,15 @@ void Mailbox::watchPipe() {
 void Mailbox::watchDirectory() {
   endWatch();
   if (watch_.isOpen()) {
-    watchNumber_ = system_->addWatch(watch_.number(), pipeDirectory, IN_DELETE | IN_MOVED_FROM);
+    // Leads to the directory also if its name is a link, which a watch does not follow.
+    const std::string directory = std::string(pipeDirectory) + "/.";
+    watchNumber_ = system_->addWatch(watch_.number(), directory, removalEvents);
+    watchesDirectory_ = watchNumber_ >= 0;
   }
 }
 
 void Mailbox::endWatch() {
+  watchesDirectory_ = false;
   if (watchNumber_ >= 0) {
     system_->removeWatch(watch_.number(), std::exchange(watchNumber_, -1));
   }
@@ -253,15 +275,17 @@ bool Mailbox::takeRemoval() {
     if (count <= 0) {
       break;
     }
-    mayBeFree = mayBeFree || !awaitsName_ ||
-                reportsName(std::span(bytes).first(static_cast<std::size_t>(count)));
+    mayBeFree = reportsRoom(std::span(bytes).first(static_cast<std::size_t>(count))) || mayBeFree;
   }
   return isOpen_ && !pathLeadsToPipe() && (pipe_.isOpen() || mayBeFree);
 }
 
-/// Whether one of the events is of this mailbox's name, or may be.
-bool Mailbox::reportsName(std::span<const std::uint8_t> events) const {
+/// Whether the mailbox may be made again after one of the events: if another file has its
+/// name, when that goes; otherwise when any other file goes, for the file system may have been
+/// full. What an attempt that failed removes itself does not count, nor that a watch has ended.
+bool Mailbox::reportsRoom(std::span<const std::uint8_t> events) {
   const std::string_view file = std::string_view(path_).substr(path_.rfind('/') + 1);
+  bool result = false;
   while (events.size() >= sizeof(inotify_event)) {
     inotify_event event{};
     std::memcpy(&event, events.data(), sizeof event);
@@ -269,12 +293,16 @@ bool Mailbox::reportsName(std::span<const std::uint8_t> events) const {
     const std::size_t length = std::min<std::size_t>(event.len, events.size());
     // The name is padded with zero bytes.
     const std::string_view padded(reinterpret_cast<const char*>(events.data()), length);
-    if ((event.mask & IN_Q_OVERFLOW) != 0 || padded.substr(0, padded.find('\0')) == file) {
-      return true;
-    }
+    const bool isName = padded.substr(0, padded.find('\0')) == file;
     events = events.subspan(length);
+    result = result || (event.mask & IN_Q_OVERFLOW) != 0 ||
+             ((event.mask & removalEvents) != 0 && isName == awaitsName_);
+    if ((event.mask & IN_IGNORED) != 0 && event.wd == watchNumber_) {
+      watchNumber_ = -1;
+      watchesDirectory_ = false;
+    }
   }
-  return false;
+  return result;
 }
 
 }  // namespace EvtSrv::internal

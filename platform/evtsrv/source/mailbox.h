@@ -45,7 +45,7 @@ class Mailbox {
 
   /// Makes the mailbox of port `name`, or takes over the one that a dead server has
   /// left, and sets its access for `group`. Hellos that are in it are kept, unless other
-  /// users may have it open: then it is replaced.
+  /// users may have it open or it belongs to another group: then it is replaced.
   /// `EvtRes_NameInUse` if a live server has the mailbox; `EvtRes_NotPermitted` if the
   /// path leads to anything but a pipe of this process's effective user that has no other
   /// link, which is then left as it is.
@@ -56,7 +56,8 @@ class Mailbox {
   [[nodiscard]] bool takeRemoval();
 
   /// Closes the pipe and makes the mailbox again, with the results of `open`. After an error
-  /// there is no pipe, and `takeRemoval` returns true when it may be tried again.
+  /// there is no pipe, and it is to be tried again when `takeRemoval` returns true, and now and
+  /// then, because not all that may help is reported.
   EvtRes restore();
 
   /// Removes the path, while the lock still keeps other servers out, and closes the
@@ -68,6 +69,8 @@ class Mailbox {
   /// Readable when `takeRemoval` is to be called. Negative if the system does not permit
   /// watches: then a mailbox that is removed stays away.
   [[nodiscard]] int watchDescriptor() const { return watch_.number(); }
+  /// The claim to the name; its connections are to be closed (`NameClaim::closeConnections`).
+  [[nodiscard]] NameClaim& claim() { return claim_; }
   /// Whether the port is served, from `open` to `remove`.
   [[nodiscard]] bool isOpen() const { return isOpen_; }
 
@@ -80,8 +83,8 @@ class Mailbox {
   int openPipe(const FileDescriptor& name, const struct stat& named);
   bool pathLeadsToPipe();
   bool pathLeadsTo(const struct stat& file);
-  bool isRead();
-  [[nodiscard]] bool reportsName(std::span<const std::uint8_t> events) const;
+  int findReader();
+  [[nodiscard]] bool reportsRoom(std::span<const std::uint8_t> events);
   void watchPipe();
   void watchDirectory();
   void endWatch();
@@ -93,7 +96,8 @@ class Mailbox {
   NameClaim claim_;
   FileDescriptor pipe_;
   FileDescriptor watch_;
-  int watchNumber_ = -1;     // Of the pipe, or of the directory while there is no pipe.
+  int watchNumber_ = -1;  // Of the pipe, or of the directory while there is no pipe.
+  bool watchesDirectory_ = false;
   bool awaitsName_ = false;  // Another file has the name.
 };
 

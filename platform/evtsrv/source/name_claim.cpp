@@ -16,6 +16,9 @@ namespace {
 // How often another server may be between its two steps, or end, while this one claims.
 constexpr int maxClaimAttempts = 16;
 
+// How many connections one call closes.
+constexpr int maxConnectionsAtOnce = 64;
+
 /// FNV-1a. An address is shorter than a port name may be.
 std::uint64_t hashOf(const std::string& text) {
   constexpr std::uint64_t basis = 0xCBF29CE484222325U;
@@ -44,13 +47,15 @@ int makeAddress(System& system, const std::string& name, std::string& address) {
   return 0;
 }
 
-bool isOutOfDescriptors(int result) {
-  return result == -EMFILE || result == -ENFILE;
+/// Whether an error says nothing about who has the address.
+bool isLackOfResources(int result) {
+  return result == -EMFILE || result == -ENFILE || result == -ENOMEM || result == -ENOBUFS;
 }
 
 }  // namespace
 
 EvtRes NameClaim::take(System& system, const std::string& name) {
+  system_ = &system;
   std::string address;
   int result = makeAddress(system, name, address);
   for (int attempt = 0; result == 0 && attempt < maxClaimAttempts; ++attempt) {
@@ -63,11 +68,23 @@ EvtRes NameClaim::take(System& system, const std::string& name) {
     if (result == 0 && holder == system.effectiveUser()) {
       return EvtRes_NameInUse;
     }
+    if (isLackOfResources(result)) {
+      break;
+    }
     // Refused: its holder does not listen yet, or has just ended. Otherwise it is another
     // user's.
     result = result == -ECONNREFUSED ? 0 : -EADDRINUSE;
   }
-  return isOutOfDescriptors(result) ? EvtRes_NoDescriptors : EvtRes_Success;
+  return isLackOfResources(result) ? resultOf(result) : EvtRes_Success;
+}
+
+int NameClaim::closeConnections() {
+  int result = 0;
+  for (int taken = 0; result == 0 && taken < maxConnectionsAtOnce; ++taken) {
+    FileDescriptor connection;
+    result = connection.adopt(*system_, system_->acceptConnection(socket_.number()));
+  }
+  return result;
 }
 
 }  // namespace EvtSrv::internal

@@ -17,24 +17,10 @@ namespace EvtSrv::internal {
 namespace {
 
 // The roles of the descriptors.
-enum Role : unsigned { mailboxRole, watchRole, timerRole };
+enum Role : unsigned { mailboxRole, watchRole, timerRole, retryRole, claimRole };
 
 constexpr unsigned hellosPerTurn = 8;
-constexpr int pipesOfSession = 3;
 constexpr int secondMs = 1000;
-
-/// How many sessions `user` must leave for others: for root, and, unless it is its owner, for
-/// the owner of the server. At most so many that a server with few descriptors has places, too.
-int placesLeftFor(System& system, uid_t user, int places) {
-  constexpr int maxPlaces = 16;
-  constexpr int share = 16;
-  const int kept = std::min(maxPlaces, places / share);
-  const uid_t owner = system.effectiveUser();
-  if (user == 0) {
-    return 0;
-  }
-  return user == owner ? kept : 2 * kept;
-}
 
 }  // namespace
 
@@ -57,10 +43,14 @@ EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
   if (result == 0) {
     result = timer_.adopt(core_.system(), core_.system().createTimer());
   }
+  if (result == 0) {
+    result = retryTimer_.adopt(core_.system(), core_.system().createTimer());
+  }
   const EvtRes opened = result < 0 ? resultOf(result) : mailbox_.open(core_.system(), name, group);
   if (opened != EvtRes_Success) {
     reserve_.reset();
     timer_.reset();
+    retryTimer_.reset();
     return opened;
   }
   result = listen();
@@ -69,6 +59,12 @@ EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
   }
   if (result == 0) {
     result = core_.reactor().add(timer_.number(), EPOLLIN, *this, timerRole, onTimer_);
+  }
+  if (result == 0) {
+    result = core_.reactor().add(retryTimer_.number(), EPOLLIN, *this, retryRole, onRetry_);
+  }
+  if (result == 0) {
+    result = watchClaim();
   }
   if (result < 0) {
     closeMailbox();
@@ -81,11 +77,24 @@ int PortServer::listen() {
   return core_.reactor().add(mailbox_.descriptor(), EPOLLIN, *this, mailboxRole, onMailbox_);
 }
 
+/// Begins to close what connects to the claim.
+int PortServer::watchClaim() {
+  const int claim = mailbox_.claim().descriptor();
+  const int result =
+      claim < 0 ? 0 : core_.reactor().add(claim, EPOLLIN, *this, claimRole, onClaim_);
+  claimIsWatched_ = result == 0;
+  return result;
+}
+
 void PortServer::closeMailbox() {
   onMailbox_.end();
   onWatch_.end();
   onTimer_.end();
+  onRetry_.end();
+  onClaim_.end();
   timer_.reset();
+  retryTimer_.reset();
+  retries_ = {};
   timerRuns_ = false;
   hellosWait_ = false;
   mailbox_.remove();
@@ -162,6 +171,14 @@ bool PortServer::ready(unsigned role, std::uint32_t /*events*/) {
   if (role == watchRole) {
     return checkMailbox();
   }
+  if (role == retryRole) {
+    retry();
+    return false;
+  }
+  if (role == claimRole) {
+    closeClaimants();
+    return false;
+  }
   if (!core_.turns().mayServeNow()) {
     core_.turns().add(turn_);
     return false;
@@ -189,15 +206,62 @@ void PortServer::restoreMailbox() {
     return;
   }
   onMailbox_.end();
-  const EvtRes result = mailbox_.restore();
+  EvtRes result = mailbox_.restore();
+  if (result == EvtRes_NoDescriptors) {
+    reserve_.reset();
+    result = mailbox_.restore();
+    takeReserve();
+  }
   if (result == EvtRes_Success) {
     // It fails only without memory; connections go on, and new ones find no server.
     static_cast<void>(listen());
-  } else if (result == EvtRes_NameInUse && port_ != nullptr) {
+    retries_ = {};
+    return;
+  }
+  retryLater();
+  if (result == EvtRes_NameInUse && port_ != nullptr) {
     port_->nameLost();
     for (const auto& link : std::exchange(links_, {})) {
       link->closeSilently();
     }
+  }
+}
+
+/// No event tells that descriptors or space have become free, or that another server of the
+/// name has been killed.
+void PortServer::retryLater() {
+  const std::int64_t now = core_.system().nowMs();
+  retries_.failed(now);
+  // Without the timer, only what the watch reports leads to another attempt.
+  static_cast<void>(core_.system().setTimer(retryTimer_.number(), retries_.remaining(now)));
+}
+
+void PortServer::retry() {
+  std::array<std::uint8_t, sizeof(std::uint64_t)> expirations{};
+  if (core_.system().read(retryTimer_.number(), expirations) <= 0) {
+    return;
+  }
+  const auto keepAlive = shared_from_this();
+  if (!claimIsWatched_ && watchClaim() < 0) {
+    retryLater();
+  }
+  if (mailbox_.isOpen() && mailbox_.descriptor() < 0) {
+    restoreMailbox();
+  }
+}
+
+void PortServer::closeClaimants() {
+  int result = mailbox_.claim().closeConnections();
+  if (result == -EMFILE || result == -ENFILE) {
+    reserve_.reset();
+    result = mailbox_.claim().closeConnections();
+    takeReserve();
+  }
+  if (result < 0 && result != -EAGAIN) {
+    // They would be reported all the time.
+    onClaim_.end();
+    claimIsWatched_ = false;
+    retryLater();
   }
 }
 
@@ -284,111 +348,6 @@ void PortServer::readMailbox() {
   if (count > 0) {
     hellos_.feed(std::span(lease.bytes()).first(static_cast<std::size_t>(count)));
   }
-}
-
-void PortServer::accept(const Hello& hello) {
-  if (port_ == nullptr || !mailbox_.isOpen()) {
-    return;
-  }
-  ServerPipes pipes;
-  uid_t user = 0;
-  int result = openPipe(hello, PipePurpose::reply, O_WRONLY, pipes.reply, user);
-  if (result == -EMFILE || result == -ENFILE) {
-    refuseUsingReserve(hello);
-    return;
-  }
-  if (result < 0) {
-    return;
-  }
-  const auto openOfSameUser = [&](PipePurpose purpose, int access, FileDescriptor& out) {
-    uid_t owner = 0;
-    const int opened = openPipe(hello, purpose, access, out, owner);
-    return opened == 0 && owner != user ? -EPERM : opened;
-  };
-  result = openOfSameUser(PipePurpose::event, O_WRONLY, pipes.event);
-  if (result == 0) {
-    result = openOfSameUser(PipePurpose::request, O_RDONLY, pipes.request);
-  }
-  const EvtRes admitted = result < 0 ? resultOf(result) : admit(user, pipes);
-  if (admitted != EvtRes_Success) {
-    ServerLink::refuse(core_.system(), pipes.reply, admitted);
-    return;
-  }
-  openLink(std::move(pipes), user);
-}
-
-/// Whether `user` may have another session.
-EvtRes PortServer::admit(uid_t user, const ServerPipes& pipes) const {
-  if (!accounts_->mayOpenSession(user)) {
-    return EvtRes_Refused;
-  }
-  // A descriptor is the lowest that was free: those below it are in use.
-  const int limit = core_.system().descriptorLimit();
-  const int used =
-      std::max({pipes.request.number(), pipes.reply.number(), pipes.event.number()}) + 1;
-  const int left = (limit - used) / pipesOfSession;
-  return left < placesLeftFor(core_.system(), user, limit / pipesOfSession) ? EvtRes_NoDescriptors
-                                                                            : EvtRes_Success;
-}
-
-void PortServer::openLink(ServerPipes pipes, uid_t user) {
-  // So that linkEnded() allocates nothing.
-  ended_.reserve(ended_.size() + links_.size() + 1);
-  const auto link = std::make_shared<ServerLink>(core_, *this, std::move(pipes), accounts_, user);
-  link->index = links_.size();
-  links_.push_back(link);
-  const auto drop = [&] {
-    link->closeSilently();
-    linkEnded(*link);
-  };
-  try {
-    if (link->open(*port_) != EvtRes_Success) {
-      drop();
-    }
-  } catch (...) {
-    drop();
-    throw;
-  }
-}
-
-int PortServer::openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out) {
-  uid_t user = 0;
-  return openPipe(hello, purpose, access, out, user);
-}
-
-int PortServer::openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out,
-                         uid_t& user) {
-  System& system = core_.system();
-  int result =
-      out.adopt(system, system.open(privatePipePath(hello.token, purpose), access | O_NONBLOCK));
-  struct stat status {};
-  if (result == 0) {
-    result = system.fstat(out.number(), status);
-  }
-  if (result == 0 && !mayServeClient(system, status, group_)) {
-    result = -EPERM;
-  }
-  user = status.st_uid;
-  return result;
-}
-
-void PortServer::refuseUsingReserve(const Hello& hello) {
-  if (!reserve_.isOpen()) {
-    takeReserve();
-  }
-  reserve_.reset();
-  {
-    FileDescriptor reply;
-    if (openPipe(hello, PipePurpose::reply, O_WRONLY, reply) == 0) {
-      ServerLink::refuse(core_.system(), reply, EvtRes_NoDescriptors);
-    }
-  }
-  takeReserve();
-}
-
-void PortServer::takeReserve() {
-  // If another thread has taken the descriptor, the next refusal tries again.
-  static_cast<void>(reserve_.adopt(core_.system(), core_.system().createEvent()));
 }
 
 }  // namespace EvtSrv::internal

@@ -11,6 +11,7 @@
 
 #include "evtsrv/result.h"
 #include "evtsrv/source/accounts.h"
+#include "evtsrv/source/back_off.h"
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/hello.h"
 #include "evtsrv/source/mailbox.h"
@@ -24,10 +25,10 @@ namespace EvtSrv::internal {
 /// The server side of an event port: its mailbox, and a `ServerLink` for every
 /// client that has said hello there. If somebody removes the mailbox, it is made again at
 /// the next dispatch, and the connections stay. If that is not possible, it is tried again
-/// when something is removed from the directory; should another server have the name by
-/// then, which the mailbox's claim prevents as far as the system lets it, the connections
-/// end, so that the two never serve side by side. Requires the client mutex for every call,
-/// destruction included.
+/// when something is removed from the directory, and every few seconds; should another server have
+/// the name by then, which the mailbox's claim prevents as far as the system lets it, the
+/// connections end, so that the two never serve side by side. Requires the client mutex for every
+/// call, destruction included.
 ///
 /// Made with `std::make_shared`. A dispatch under way keeps the object alive, so the
 /// owner calls `close` before it releases its own reference: after that nothing
@@ -70,6 +71,10 @@ class PortServer final : public ReadyHandler,
   bool checkMailbox() KRV_REQUIRES(core_.clientMutex());
   void readAllHellos() KRV_REQUIRES(core_.clientMutex());
   int listen() KRV_REQUIRES(core_.clientMutex());
+  int watchClaim() KRV_REQUIRES(core_.clientMutex());
+  void closeClaimants() KRV_REQUIRES(core_.clientMutex());
+  void retryLater();
+  void retry() KRV_REQUIRES(core_.clientMutex());
   void restoreMailbox() KRV_REQUIRES(core_.clientMutex());
   void readMailbox() KRV_REQUIRES(core_.clientMutex());
   bool serveHellos() KRV_REQUIRES(core_.clientMutex());
@@ -77,7 +82,7 @@ class PortServer final : public ReadyHandler,
   void secondPassed();
   void accept(const Hello& hello);
   EvtRes admit(uid_t user, const ServerPipes& pipes) const;
-  void openLink(ServerPipes pipes, uid_t user);
+  void openLink(ServerPipes pipes, const Token& token, uid_t user);
   int openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out);
   int openPipe(const Hello& hello, PipePurpose purpose, int access, FileDescriptor& out,
                uid_t& user);
@@ -94,6 +99,11 @@ class PortServer final : public ReadyHandler,
   Mailbox mailbox_;
   Registration onMailbox_;
   Registration onWatch_;
+  Registration onClaim_;
+  bool claimIsWatched_ = false;
+  FileDescriptor retryTimer_;  // Expires when the mailbox or the claim is to be tried again.
+  Registration onRetry_;
+  BackOff retries_;
   HelloScanner hellos_;
   FileDescriptor reserve_;   // Closed to refuse a client when there is no other descriptor.
   bool hellosWait_ = false;  // In `hellos_`, for the next turn.

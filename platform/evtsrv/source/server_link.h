@@ -9,6 +9,7 @@
 
 #include "evtsrv/source/accounts.h"
 #include "evtsrv/source/frame_reader.h"
+#include "evtsrv/source/hello.h"
 #include "evtsrv/source/manager_core.h"
 #include "evtsrv/source/pending_output.h"
 #include "evtsrv/source/server_session.h"
@@ -86,6 +87,8 @@ class ServerLink final : public ServerConnection,
 
   /// The index of this in the owner's list; for the owner alone.
   std::size_t index = 0;
+  /// What the client's hello says; for the owner alone.
+  Token token{};
 
  private:
   using Progress = PendingOutput::Progress;

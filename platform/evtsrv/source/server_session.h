@@ -67,7 +67,7 @@ class ServedPort {
   virtual std::unique_ptr<ServerSession> openSession(ServerConnection& connection) = 0;
 
   /// Another server serves the name now. The connections end after this; what their clients
-  /// have cached must not be used any more.
+  /// have cached must not be used any more. The port may get its name, and clients, back.
   virtual void nameLost() {}
 };
 

@@ -113,8 +113,10 @@ class System {
   /// `maxAddress` bytes) as long as it is open. `-EADDRINUSE` if another one has it.
   [[nodiscard]] virtual int claimAddress(std::string_view name) = 0;
   /// Sets `user` to the effective user that has claimed `name`. `-ECONNREFUSED` if nobody
-  /// has, or not completely.
+  /// has, or not completely; `-EAGAIN` if its queue of connections stays full for a second.
   [[nodiscard]] virtual int holderOfAddress(std::string_view name, uid_t& user) = 0;
+  /// accept4(2) at the socket of an address; `-EAGAIN` if nobody has connected.
+  [[nodiscard]] virtual int acceptConnection(int socket) = 0;
 
   /// inotify_init1(2), nonblocking.
   [[nodiscard]] virtual int createWatch() = 0;
@@ -189,6 +191,7 @@ class PosixSystem : public System {
   std::uint32_t processId() override;
   int claimAddress(std::string_view name) override;
   int holderOfAddress(std::string_view name, uid_t& user) override;
+  int acceptConnection(int socket) override;
   int createWatch() override;
   int addWatch(int watch, const std::string& path, std::uint32_t events) override;
   void removeWatch(int watch, int number) override;

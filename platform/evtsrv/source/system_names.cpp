@@ -33,14 +33,17 @@ int withAddress(Call call, int socket, std::string_view name) {
   return orErrno(call(socket, reinterpret_cast<const sockaddr*>(&address), length));
 }
 
-int makeSocket() {
-  return orErrno(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+// How long a connection waits for a place in the queue of a server that is busy.
+constexpr timeval connectTime{1, 0};
+
+int makeSocket(int flags) {
+  return orErrno(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
 }
 
 }  // namespace
 
 int PosixSystem::claimAddress(std::string_view name) {
-  const int socket = makeSocket();
+  const int socket = makeSocket(SOCK_NONBLOCK);
   int result = socket < 0 ? socket : withAddress(::bind, socket, name);
   if (result == 0) {
     result = orErrno(::listen(socket, SOMAXCONN));
@@ -53,8 +56,18 @@ int PosixSystem::claimAddress(std::string_view name) {
 
 int PosixSystem::holderOfAddress(std::string_view name, uid_t& user) {
   FileDescriptor socket;
-  int result = socket.adopt(*this, makeSocket());
-  result = result < 0 ? result : withAddress(::connect, socket.number(), name);
+  int result = socket.adopt(*this, makeSocket(0));
+  if (result == 0) {
+    result = orErrno(
+        ::setsockopt(socket.number(), SOL_SOCKET, SO_SNDTIMEO, &connectTime, sizeof connectTime));
+  }
+  if (result == 0) {
+    constexpr int maxAttempts = 100;
+    result = -EINTR;
+    for (int attempt = 0; result == -EINTR && attempt < maxAttempts; ++attempt) {
+      result = withAddress(::connect, socket.number(), name);
+    }
+  }
   ucred holder{};
   socklen_t size = sizeof holder;
   if (result == 0) {
@@ -62,6 +75,14 @@ int PosixSystem::holderOfAddress(std::string_view name, uid_t& user) {
   }
   if (result == 0) {
     user = holder.uid;
+  }
+  return result;
+}
+
+int PosixSystem::acceptConnection(int socket) {
+  int result = -EINTR;
+  while (result == -EINTR || result == -ECONNABORTED) {
+    result = orErrno(::accept4(socket, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   }
   return result;
 }

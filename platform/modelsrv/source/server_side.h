@@ -27,6 +27,8 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
 
   std::unique_ptr<EvtSrv::internal::ServerSession> openSession(
       EvtSrv::internal::ServerConnection& connection) override;
+  /// From now on clients cache nothing. The page is not opened again with the name, because that
+  /// is to be done on the thread that began the service, and any thread may dispatch.
   void nameLost() override { share_->invalidator.close(); }
 
   [[nodiscard]] CacheInvalidator& invalidator() { return share_->invalidator; }

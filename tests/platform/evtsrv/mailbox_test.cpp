@@ -1,6 +1,8 @@
 #include "evtsrv/source/mailbox.h"
 
+#include <fcntl.h>
 #include <grp.h>
+#include <sys/file.h>
 
 #include <fstream>
 
@@ -101,6 +103,56 @@ TEST_F(MailboxOf, ASharedPortIsOpenToTheGroup) {
   EXPECT_EQ(modeOf(), 0620U);
   server.pump();
   EXPECT_EQ(client.connect(name), EvtRes_Success);
+}
+
+TEST_F(MailboxOf, ASharedPortHasItsGroupBeforeAClientCanFindAReader) {
+  if (::geteuid() != 0) {
+    GTEST_SKIP() << "only root can give a file to any group";
+  }
+  constexpr gid_t group = 54400;
+  class RecordingSystem : public PosixSystem {
+   public:
+    std::vector<gid_t> groups;
+
+   protected:
+    int openOnce(const char* path, int flags) override {
+      struct stat file {};
+      if ((flags & O_PATH) == 0 && ::lstat(path, &file) == 0) {
+        groups.push_back(file.st_gid);
+      }
+      return PosixSystem::openOnce(path, flags);
+    }
+  };
+  // Also one that a dead server without a group has left.
+  for (const bool left : {false, true}) {
+    if (left) {
+      makeDeadMailbox(0600);
+    }
+    RecordingSystem recording;
+    Mailbox mailbox;
+    ASSERT_EQ(mailbox.open(recording, name, group), EvtRes_Success);
+    EXPECT_EQ(modeOf(), 0620U);
+    ASSERT_FALSE(recording.groups.empty());
+    EXPECT_EQ(recording.groups.back(), group);
+  }
+}
+
+TEST_F(MailboxOf, ALackOfDescriptorsIsNotTakenForALiveServer) {
+  makeDeadMailbox(0620);
+  const int holder = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_EQ(::flock(holder, LOCK_EX | LOCK_NB), 0);
+  TestSystem system;
+  const auto openMailbox = [&] {
+    Mailbox mailbox;
+    return mailbox.open(system, name, std::nullopt);
+  };
+  EXPECT_EQ(openMailbox(), EvtRes_NameInUse);
+  // The third one looks for a reader.
+  system.failNext("open", -EMFILE, 2);
+  EXPECT_EQ(openMailbox(), EvtRes_NoDescriptors);
+  system.failNext("open", -ENOENT, 2);
+  EXPECT_EQ(openMailbox(), EvtRes_NameInUse);
+  ::close(holder);
 }
 
 TEST_F(MailboxOf, ANameThatIsNotAPipeIsRejectedAndNotWrittenTo) {
