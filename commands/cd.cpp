@@ -9,6 +9,7 @@
 #include "evtsrv/event_port_manager.h"
 #include "shell/results.h"
 #include "shell/words.h"
+#include "term/shown_text.h"
 
 namespace treescope {
 
@@ -30,8 +31,13 @@ std::string userName(uid_t user) {
 void reportForeignServer(const std::string& name, std::optional<uid_t> owner) {
   constexpr uid_t root = 0;
   if (::geteuid() == root && owner && *owner != root) {
-    const std::string line =
-        "treescope: " + name + ": the server of user " + userName(*owner) + "\n";
+    std::string line = "treescope: ";
+    if (::isatty(STDERR_FILENO) == 1) {
+      appendPrintable(line, name);
+    } else {
+      line += name;
+    }
+    line += ": the server of user " + userName(*owner) + "\n";
     static_cast<void>(std::fputs(line.c_str(), stderr));
   }
 }

@@ -9,8 +9,8 @@ namespace treescope {
 
 namespace {
 
-/// Whether `c` would end a command in a command file, or act on a terminal that shows the
-/// file.
+/// Whether `c` would end a command in a command file, or is one of the bytes 1 to 31 and 127. The
+/// bytes of C1 controls (128 to 159) stay: in UTF-8 they are parts of letters as well.
 bool isBlanked(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x20 || byte == 0x7F || c == ';';
