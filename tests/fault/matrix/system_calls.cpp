@@ -150,6 +150,11 @@ const std::map<int, Call>& table() {
       {SYS_sched_getaffinity, {"sched_getaffinity", {EINVAL, ESRCH}}},
       {SYS_socket, {"socket", {EACCES, EAFNOSUPPORT, EMFILE, ENFILE, ENOBUFS, ENOMEM}}},
       {SYS_connect, {"connect", {EACCES, EAGAIN, ECONNREFUSED, EINTR, EIO, ENOENT}}},
+      {SYS_bind, {"bind", {EACCES, EADDRINUSE, EINVAL, ENOMEM}}},
+      {SYS_listen, {"listen", {EADDRINUSE, EINVAL, EOPNOTSUPP}}},
+      {SYS_accept4, {"accept4", {EAGAIN, ECONNABORTED, EINTR, EMFILE, ENFILE, ENOMEM, EPERM}}},
+      {SYS_getsockopt, {"getsockopt", {EINVAL, ENOBUFS, ENOMEM, ENOPROTOOPT}}},
+      {SYS_setsockopt, {"setsockopt", {EDOM, EINVAL, ENOMEM, ENOPROTOOPT}}},
       // These cannot fail, or end the program.
       {SYS_getpid, {"getpid", nothing}},
       {SYS_getppid, {"getppid", nothing}},
