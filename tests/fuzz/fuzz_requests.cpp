@@ -115,10 +115,11 @@ class Service {
     reply_.erase(reply_.begin(), reply_.begin() + 2);
     const ModelRes result = decodeResult(code);
     require(result != ModelRes_Protocol, "clients know the code of a reply");
-    require(result == ModelRes_Success || reply_.empty() ||
-                (operation == static_cast<std::uint16_t>(Operation::load) &&
-                 reply_.size() <= ModelReason_Max && isLine(reader(reply_).rest())),
-            "a failed reply has no payload, but that of a store may have a reason");
+    require(
+        result == ModelRes_Success || reply_.empty() ||
+            (operation == static_cast<std::uint16_t>(Operation::load) &&
+             reply_.size() <= ModelReason_Max && isLine(PayloadReader(reply_, nativeOrder).rest())),
+        "a failed reply has no payload, but that of a store may have a reason");
     return result;
   }
 
