@@ -134,7 +134,7 @@ def parse_arguments():
     parser.add_argument("--shell", required=True, type=os.path.abspath, help="the built shell")
     parser.add_argument("--server", required=True, type=os.path.abspath, help="built modelsrvd")
     parser.add_argument("--seconds", type=float,
-                        default=float(os.environ.get("TREESCOPE_DIFFERENTIAL_SECONDS", 30)))
+                        default=float(os.environ.get("TREESCOPE_DIFFERENTIAL_SECONDS", 60)))
     parser.add_argument("--hours", type=float, help="instead of --seconds")
     parser.add_argument("--seed", type=int, help="of the first round; the next has the next number")
     parser.add_argument("--rounds", type=int, default=sys.maxsize, help="1 reproduces a seed")
