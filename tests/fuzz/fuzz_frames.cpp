@@ -38,6 +38,7 @@ void take(FrameReader& reader, Reading& reading, std::uint32_t limit) {
         reading.malformed = true;
         return;
       case FrameReader::Status::incomplete:
+      case FrameReader::Status::skipped:
         return;
     }
   }

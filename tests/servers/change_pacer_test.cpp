@@ -13,13 +13,13 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-const ChangePacer::Clock::time_point start{seconds(1000)};
+const ChangePacer::Clock::time_point pacerStart{seconds(1000)};
 
 /// Calls the pacer as the server does for `length` and returns the number of changes.
 std::uint64_t changesDuring(std::uint32_t rate, ChangePacer::Clock::duration length) {
-  ChangePacer pacer(rate, start);
+  ChangePacer pacer(rate, pacerStart);
   std::uint64_t made = 0;
-  for (auto now = start; now <= start + length; now += pacer.wait(now)) {
+  for (auto now = pacerStart; now <= pacerStart + length; now += pacer.wait(now)) {
     made += pacer.take(now);
   }
   return made;
@@ -38,31 +38,31 @@ TEST(ChangePacer, KeepsItsRateOverHours) {
 }
 
 TEST(ChangePacer, MakesNoChangeAtTheStart) {
-  ChangePacer pacer(1000000, start);
-  EXPECT_EQ(pacer.take(start), 0U);
-  EXPECT_EQ(pacer.take(start - seconds(1)), 0U);
+  ChangePacer pacer(1000000, pacerStart);
+  EXPECT_EQ(pacer.take(pacerStart), 0U);
+  EXPECT_EQ(pacer.take(pacerStart - seconds(1)), 0U);
 }
 
 TEST(ChangePacer, WaitsAtLeastAMillisecond) {
-  EXPECT_EQ(ChangePacer(1000000, start).wait(start), milliseconds(1));
-  EXPECT_EQ(ChangePacer(10, start).wait(start), milliseconds(100));
-  EXPECT_EQ(ChangePacer(3, start).wait(start), milliseconds(334));
+  EXPECT_EQ(ChangePacer(1000000, pacerStart).wait(pacerStart), milliseconds(1));
+  EXPECT_EQ(ChangePacer(10, pacerStart).wait(pacerStart), milliseconds(100));
+  EXPECT_EQ(ChangePacer(3, pacerStart).wait(pacerStart), milliseconds(334));
 }
 
 TEST(ChangePacer, DoesNotWaitWhenAChangeIsDue) {
-  EXPECT_EQ(ChangePacer(10, start).wait(start + milliseconds(100)), milliseconds(0));
+  EXPECT_EQ(ChangePacer(10, pacerStart).wait(pacerStart + milliseconds(100)), milliseconds(0));
 }
 
 TEST(ChangePacer, BoundsTheBurstAfterADelay) {
-  ChangePacer pacer(100000, start);
-  EXPECT_EQ(pacer.take(start + hours(3)), 5000U);
-  EXPECT_EQ(pacer.take(start + hours(3)), 0U);
-  EXPECT_EQ(pacer.take(start + hours(3) + milliseconds(1)), 100U);
+  ChangePacer pacer(100000, pacerStart);
+  EXPECT_EQ(pacer.take(pacerStart + hours(3)), 5000U);
+  EXPECT_EQ(pacer.take(pacerStart + hours(3)), 0U);
+  EXPECT_EQ(pacer.take(pacerStart + hours(3) + milliseconds(1)), 100U);
 }
 
 TEST(ChangePacer, MakesOneChangeAfterADelayAtALowRate) {
-  ChangePacer pacer(1, start);
-  EXPECT_EQ(pacer.take(start + seconds(60)), 1U);
+  ChangePacer pacer(1, pacerStart);
+  EXPECT_EQ(pacer.take(pacerStart + seconds(60)), 1U);
 }
 
 }  // namespace

@@ -148,7 +148,7 @@ TEST(FeedValues, AreSimulatedFromSeedAndTimeAlone) {
   details.attributes.maximum = "10";
   using Shape = SimulationSpec::Shape;
   for (const Shape shape : {Shape::ramp, Shape::sine, Shape::noise, Shape::steps}) {
-    for (const std::uint64_t seed : {0, 7}) {
+    for (const std::uint64_t seed : {0U, 7U}) {
       details.simulation = SimulationSpec{shape, 1000, 50, seed};
       bool changes = false;
       double first = 0;

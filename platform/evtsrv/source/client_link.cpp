@@ -38,6 +38,7 @@ EvtRes ClientLink::open(ClientLinkOwner& owner) {
 }
 
 EvtRes ClientLink::listen() {
+  core_.clientMutex().assertHeld();
   const int result =
       core_.reactor().add(pipes_.event.number(), EPOLLIN, *this, eventRole, onEvent_);
   return result < 0 ? fail(resultOf(result)) : EvtRes_Success;
@@ -302,6 +303,7 @@ bool ClientLink::ready(unsigned role, std::uint32_t /*events*/) {
 }
 
 bool ClientLink::readEvents() {
+  core_.clientMutex().assertHeld();
   if (dispatching_) {
     // The outer dispatch still has events to deliver; it resumes listening afterwards.
     paused_ = true;

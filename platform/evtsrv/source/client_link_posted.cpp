@@ -46,6 +46,7 @@ EvtRes ClientLink::flushPosted() {
 
 /// Waits for what the posted requests need, and for nothing that they do not need.
 EvtRes ClientLink::listenForPosted() {
+  core_.clientMutex().assertHeld();
   if (postedDone_ == posted_.size()) {
     posted_.clear();
     postedDone_ = 0;

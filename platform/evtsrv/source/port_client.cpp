@@ -107,6 +107,7 @@ EvtRes PortClient::tryResume(bool& renewed) {
 /// Waits for the welcome of a handshake that a dispatch has begun, or looks for one that
 /// was waited for in vain.
 EvtRes PortClient::resumeHandshake() {
+  core_.clientMutex().assertHeld();
   const EvtRes result = awaitWelcome(welcomeAwaited_ ? 0 : replyTimeoutMs);
   if (result != EvtRes_Success && result != EvtRes_Timeout && lost_ && core_.reconnects()) {
     // The dispatches go on with this failed attempt.

@@ -7,11 +7,12 @@ namespace EvtSrv::internal {
 
 namespace {
 
-enum HandshakeRole : unsigned { welcomeRole, mailboxRole };
+enum HandshakeRole : unsigned { welcomeRole, helloRole };
 
 }  // namespace
 
 void PortClient::linkLost() {
+  core_.clientMutex().assertHeld();
   lost_ = true;
   if (core_.reconnects()) {
     backOff_.lost(core_.system().nowMs());
@@ -72,12 +73,13 @@ void PortClient::attemptFailed(EvtRes reason) {
 }
 
 EvtRes PortClient::listenForWelcome() {
+  core_.clientMutex().assertHeld();
   Reactor& reactor = core_.reactor();
   int result = reactor.add(handshake_->replyDescriptor(), EPOLLIN, *this, welcomeRole, onWelcome_);
   if (result == 0) {
     // Without interest only the error is reported that tells of the server's end.
     const std::uint32_t interest = handshake_->isHelloSent() ? 0U : std::uint32_t{EPOLLOUT};
-    result = reactor.add(handshake_->mailboxDescriptor(), interest, *this, mailboxRole, onMailbox_);
+    result = reactor.add(handshake_->mailboxDescriptor(), interest, *this, helloRole, onMailbox_);
   }
   if (result < 0) {
     endHandshake();

@@ -12,7 +12,7 @@ namespace EvtSrv::internal {
 
 namespace {
 
-enum TriggerRole : unsigned { watchRole, timerRole };
+enum TriggerRole : unsigned { directoryRole, delayRole };
 
 // A server makes its mailbox or moves it there, opens it, also one that a killed server
 // has left, and may then change its access.
@@ -40,17 +40,19 @@ void ReconnectTrigger::start(const std::string& name) {
 }
 
 void ReconnectTrigger::openTimer() {
+  core_.clientMutex().assertHeld();
   if (timer_.adopt(core_.system(), core_.system().createTimer()) == 0 &&
-      core_.reactor().add(timer_.number(), EPOLLIN, *this, timerRole, onTimer_) < 0) {
+      core_.reactor().add(timer_.number(), EPOLLIN, *this, delayRole, onTimer_) < 0) {
     closeTimer();
   }
 }
 
 void ReconnectTrigger::openWatch() {
+  core_.clientMutex().assertHeld();
   System& system = core_.system();
   if (watch_.adopt(system, system.createWatch()) == 0 &&
       (system.addWatch(watch_.number(), watchedPath(), returnEvents) < 0 ||
-       core_.reactor().add(watch_.number(), EPOLLIN, *this, watchRole, onWatch_) < 0)) {
+       core_.reactor().add(watch_.number(), EPOLLIN, *this, directoryRole, onWatch_) < 0)) {
     closeWatch();
   }
 }
@@ -78,7 +80,7 @@ bool ReconnectTrigger::callAfter(int milliseconds) {
 
 bool ReconnectTrigger::ready(unsigned role, std::uint32_t /*events*/) {
   core_.clientMutex().assertHeld();
-  if (role == timerRole) {
+  if (role == delayRole) {
     std::array<std::uint8_t, sizeof(std::uint64_t)> expirations{};
     if (core_.system().read(timer_.number(), expirations) > 0) {
       listener_.mayConnect();

@@ -11,7 +11,7 @@ namespace EvtSrv::internal {
 
 namespace {
 
-enum Role : unsigned { requestRole, replyRole, eventRole };
+enum LinkRole : unsigned { requestRole, replyRole, eventRole };
 
 // How long the rest of a frame is awaited, besides the second that is in progress.
 constexpr unsigned frameSeconds = 5;

@@ -27,6 +27,7 @@ class Deferred : public testing::Test {
  protected:
   void defer(Work& work) {
     const std::lock_guard lock(mutex);
+    core.clientMutex().assertHeld();
     core.defer(work);
   }
   evtsrv_tests::PollLoop loop() {
@@ -54,6 +55,7 @@ TEST_F(Deferred, WorkThatDefersItselfRunsOncePerDispatch) {
   Work work;
   work.onRun = [&] {
     if (work.runs < 3) {
+      core.clientMutex().assertHeld();
       core.defer(work);
     }
   };

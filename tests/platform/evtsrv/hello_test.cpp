@@ -10,9 +10,9 @@
 namespace EvtSrv::internal {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using HelloBytes = std::vector<std::uint8_t>;
 
-Bytes helloOf(std::uint8_t id) {
+HelloBytes helloOf(std::uint8_t id) {
   Hello hello;
   hello.token.fill(id);
   hello.behaviour = id;
@@ -20,13 +20,13 @@ Bytes helloOf(std::uint8_t id) {
   return {bytes.begin(), bytes.end()};
 }
 
-Bytes operator+(Bytes left, const Bytes& right) {
+HelloBytes operator+(HelloBytes left, const HelloBytes& right) {
   left.insert(left.end(), right.begin(), right.end());
   return left;
 }
 
 /// The ids of the hellos that the scanner finds in `bytes`, fed in two parts.
-std::string scan(const Bytes& bytes, std::size_t cut) {
+std::string scan(const HelloBytes& bytes, std::size_t cut) {
   HelloScanner scanner;
   std::string ids;
   const std::span<const std::uint8_t> all(bytes);
@@ -46,16 +46,16 @@ TEST(Hello, HasTheStandardChecksum) {
 }
 
 TEST(Hello, IsFoundAmongGarbageThatIsCutAnywhere) {
-  const Bytes magicPrefix{0x9E, 'K', 'R', 'V', 'h'};
-  const Bytes magic{0x9E, 'K', 'R', 'V', 'h', 'e', 'l', 'o'};
-  const Bytes noise{0, 1, 2, 0xFF, 'K', 'R', 'V'};
-  Bytes badChecksum = helloOf('X');
+  const HelloBytes magicPrefix{0x9E, 'K', 'R', 'V', 'h'};
+  const HelloBytes magic{0x9E, 'K', 'R', 'V', 'h', 'e', 'l', 'o'};
+  const HelloBytes noise{0, 1, 2, 0xFF, 'K', 'R', 'V'};
+  HelloBytes badChecksum = helloOf('X');
   badChecksum[20] ^= 1U;
-  Bytes badVersion = helloOf('X');
+  HelloBytes badVersion = helloOf('X');
   badVersion[9] = 2;
-  const Bytes truncated(badChecksum.begin(), badChecksum.begin() + 20);
+  const HelloBytes truncated(badChecksum.begin(), badChecksum.begin() + 20);
   struct Case {
-    Bytes bytes;
+    HelloBytes bytes;
     std::string ids;
   };
   const std::vector<Case> cases{
@@ -80,16 +80,16 @@ TEST(Hello, IsFoundAmongGarbageThatIsCutAnywhere) {
 }
 
 TEST(Hello, IsRejectedWithAnyByteChanged) {
-  const Bytes good = helloOf('a');
+  const HelloBytes good = helloOf('a');
   for (std::size_t i = 0; i < good.size(); ++i) {
-    Bytes bad = good;
+    HelloBytes bad = good;
     bad[i] ^= 0x40U;
     EXPECT_EQ(scan(bad + helloOf('b'), 0), "b") << i;
   }
 }
 
 TEST(Hello, IsDecodedInTheOtherByteOrder) {
-  Bytes bytes = helloOf('a');
+  HelloBytes bytes = helloOf('a');
   bytes[8] = bytes[8] == 0 ? 1 : 0;
   std::swap(bytes[10], bytes[11]);
   std::reverse(bytes.begin() + 28, bytes.begin() + 32);

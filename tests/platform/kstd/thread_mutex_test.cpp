@@ -10,6 +10,7 @@
 #include <deque>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -152,25 +153,25 @@ TEST(KThreadMutex, YieldsToEveryWaitingThread) {
 TEST(KThreadMutex, DoesNotYieldInANestedHold) {
   KThreadMutex mutex;
   std::vector<int> order;
-  mutex.lock();
-  mutex.lock();
-  const Locker other(mutex, order, 1);
-  mutex.yield();
-  EXPECT_TRUE(order.empty());
-  mutex.unlock();
+  const KThreadMutexLock outer(mutex);
+  std::optional<Locker> other;
+  {
+    const std::lock_guard inner(mutex);
+    other.emplace(mutex, order, 1);
+    mutex.yield();
+    EXPECT_TRUE(order.empty());
+  }
   mutex.yield();
   EXPECT_EQ(order.size(), 1U);
-  mutex.unlock();
 }
 
 TEST(KThreadMutex, IsNotTriedBeforeAWaitingThread) {
   KThreadMutex mutex;
   for (int round = 0; round < 1000; ++round) {
-    ASSERT_TRUE(mutex.try_lock());
-    ASSERT_TRUE(mutex.try_lock());
-    mutex.unlock();
+    const std::unique_lock first(mutex, std::try_to_lock);
+    ASSERT_TRUE(first.owns_lock());
+    ASSERT_TRUE(std::unique_lock(mutex, std::try_to_lock).owns_lock());
     ASSERT_FALSE(round % 100 == 0 && canBeLockedByAnotherThread(mutex));
-    mutex.unlock();
   }
   EXPECT_TRUE(canBeLockedByAnotherThread(mutex));
 }
