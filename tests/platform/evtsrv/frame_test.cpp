@@ -11,24 +11,24 @@
 namespace EvtSrv::internal {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using FrameBytes = std::vector<std::uint8_t>;
 
-Bytes makeFrame(FrameKind kind, std::uint16_t code, const std::string& payload) {
+FrameBytes makeFrame(FrameKind kind, std::uint16_t code, const std::string& payload) {
   FrameHeader header;
   header.kind = kind;
   header.code = code;
   header.sequence = 0x01020304;
   header.length = static_cast<std::uint32_t>(payload.size());
-  Bytes bytes(FrameHeader::size);
+  FrameBytes bytes(FrameHeader::size);
   encodeHeader(header, bytes.data());
   bytes.insert(bytes.end(), payload.begin(), payload.end());
   return bytes;
 }
 
 TEST(Frame, HasTheSameLayoutInBothByteOrders) {
-  const Bytes leastFirst{0, 2, 0x34, 0x12, 4, 3, 2, 1, 8, 7, 6, 5, 9, 0, 0, 0};
-  const Bytes mostFirst{1, 2, 0x12, 0x34, 1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 0, 9};
-  for (const Bytes& bytes : {leastFirst, mostFirst}) {
+  const FrameBytes leastFirst{0, 2, 0x34, 0x12, 4, 3, 2, 1, 8, 7, 6, 5, 9, 0, 0, 0};
+  const FrameBytes mostFirst{1, 2, 0x12, 0x34, 1, 2, 3, 4, 5, 6, 7, 8, 0, 0, 0, 9};
+  for (const FrameBytes& bytes : {leastFirst, mostFirst}) {
     const auto header = decodeHeader(bytes.data());
     ASSERT_TRUE(header.has_value());
     EXPECT_EQ(header->kind, FrameKind::reply);
@@ -41,7 +41,7 @@ TEST(Frame, HasTheSameLayoutInBothByteOrders) {
 TEST(Frame, IsDecodedAsItWasEncoded) {
   for (const FrameKind kind :
        {FrameKind::request, FrameKind::reply, FrameKind::event, FrameKind::welcome}) {
-    const Bytes bytes = makeFrame(kind, 0xFFFF, "abc");
+    const FrameBytes bytes = makeFrame(kind, 0xFFFF, "abc");
     const auto header = decodeHeader(bytes.data());
     ASSERT_TRUE(header.has_value());
     EXPECT_EQ(header->order, nativeOrder);
@@ -58,7 +58,7 @@ TEST(Frame, IsRejectedWithAnInvalidByteOrderOrKind) {
     std::uint8_t value;
   };
   for (const Case& bad : {Case{0, 2}, Case{0, 255}, Case{1, 0}, Case{1, 6}, Case{1, 255}}) {
-    Bytes bytes = makeFrame(FrameKind::request, 1, "");
+    FrameBytes bytes = makeFrame(FrameKind::request, 1, "");
     bytes[bad.at] = bad.value;
     EXPECT_FALSE(decodeHeader(bytes.data()).has_value()) << bad.at << " " << int{bad.value};
   }
@@ -66,7 +66,7 @@ TEST(Frame, IsRejectedWithAnInvalidByteOrderOrKind) {
 
 TEST(Frame, IsRejectedWithALengthAboveTheLimit) {
   FrameHeader header;
-  Bytes bytes(FrameHeader::size);
+  FrameBytes bytes(FrameHeader::size);
   header.length = maxPayload;
   encodeHeader(header, bytes.data());
   EXPECT_TRUE(decodeHeader(bytes.data()).has_value());
@@ -78,7 +78,7 @@ TEST(Frame, IsRejectedWithALengthAboveTheLimit) {
 }
 
 TEST(PayloadReader, ReadsWhatTheWriterWrote) {
-  Bytes bytes;
+  FrameBytes bytes;
   PayloadWriter writer(bytes);
   const std::array<std::uint16_t, 2> ids{3, 0xFFFE};
   writer.u8(7);
@@ -99,7 +99,7 @@ TEST(PayloadReader, ReadsWhatTheWriterWrote) {
 }
 
 TEST(PayloadReader, ConvertsTheOtherByteOrder) {
-  const Bytes bytes{0x12, 0x34, 1, 2, 3, 4};
+  const FrameBytes bytes{0x12, 0x34, 1, 2, 3, 4};
   PayloadReader most(bytes, ByteOrder::mostFirst);
   EXPECT_EQ(most.u16(), 0x1234);
   EXPECT_EQ(most.u32(), 0x01020304U);
@@ -109,7 +109,7 @@ TEST(PayloadReader, ConvertsTheOtherByteOrder) {
 }
 
 TEST(PayloadReader, StaysNotOkAfterAReadBeyondTheEnd) {
-  const Bytes bytes{1, 2, 3};
+  const FrameBytes bytes{1, 2, 3};
   PayloadReader reader(bytes, nativeOrder);
   EXPECT_EQ(reader.u32(), 0U);
   EXPECT_FALSE(reader.ok());
@@ -121,16 +121,16 @@ TEST(PayloadReader, StaysNotOkAfterAReadBeyondTheEnd) {
 }
 
 TEST(FrameReader, AssemblesFramesThatAreCutAnywhere) {
-  Bytes stream = makeFrame(FrameKind::reply, 1, "first");
+  FrameBytes stream = makeFrame(FrameKind::reply, 1, "first");
   for (const std::string& payload : {std::string(), std::string(2000, 'x'), std::string("z")}) {
-    const Bytes more = makeFrame(FrameKind::reply, 1, payload);
+    const FrameBytes more = makeFrame(FrameKind::reply, 1, payload);
     stream.insert(stream.end(), more.begin(), more.end());
   }
   for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
     FrameReader reader;
     std::vector<std::string> payloads;
-    for (const auto& part : {Bytes(stream.begin(), stream.begin() + static_cast<long>(cut)),
-                             Bytes(stream.begin() + static_cast<long>(cut), stream.end())}) {
+    for (const auto& part : {FrameBytes(stream.begin(), stream.begin() + static_cast<long>(cut)),
+                             FrameBytes(stream.begin() + static_cast<long>(cut), stream.end())}) {
       reader.feed(part);
       Frame frame;
       while (reader.next(frame) == FrameReader::Status::frame) {
@@ -143,11 +143,11 @@ TEST(FrameReader, AssemblesFramesThatAreCutAnywhere) {
 }
 
 TEST(FrameReader, AssemblesFramesFromSingleBytes) {
-  const Bytes stream = makeFrame(FrameKind::event, 9, "one by one");
+  const FrameBytes stream = makeFrame(FrameKind::event, 9, "one by one");
   FrameReader reader;
   Frame frame;
   for (std::size_t i = 0; i < stream.size(); ++i) {
-    const Bytes one{stream[i]};
+    const FrameBytes one{stream[i]};
     reader.feed(one);
     ASSERT_EQ(reader.next(frame),
               i + 1 < stream.size() ? FrameReader::Status::incomplete : FrameReader::Status::frame);
@@ -156,8 +156,8 @@ TEST(FrameReader, AssemblesFramesFromSingleBytes) {
 }
 
 TEST(FrameReader, BuffersTheRestOfTheFedBytes) {
-  Bytes stream = makeFrame(FrameKind::request, 1, "a");
-  const Bytes second = makeFrame(FrameKind::request, 2, "b");
+  FrameBytes stream = makeFrame(FrameKind::request, 1, "a");
+  const FrameBytes second = makeFrame(FrameKind::request, 2, "b");
   stream.insert(stream.end(), second.begin(), second.end());
   FrameReader reader;
   Frame frame;
@@ -171,13 +171,13 @@ TEST(FrameReader, BuffersTheRestOfTheFedBytes) {
 }
 
 TEST(FrameReader, DetectsAMalformedHeaderThatIsCutAnywhere) {
-  Bytes stream = makeFrame(FrameKind::request, 1, "");
+  FrameBytes stream = makeFrame(FrameKind::request, 1, "");
   stream[1] = 99;
   for (std::size_t cut = 0; cut < stream.size(); ++cut) {
     FrameReader reader;
     Frame frame;
-    const Bytes head(stream.begin(), stream.begin() + static_cast<long>(cut));
-    const Bytes tail(stream.begin() + static_cast<long>(cut), stream.end());
+    const FrameBytes head(stream.begin(), stream.begin() + static_cast<long>(cut));
+    const FrameBytes tail(stream.begin() + static_cast<long>(cut), stream.end());
     reader.feed(head);
     EXPECT_EQ(reader.next(frame), FrameReader::Status::incomplete);
     reader.feed(tail);
