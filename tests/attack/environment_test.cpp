@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "tests/attack/attack_test.h"
+#include "tests/support/process.h"
 
 // Processes in a restricted environment: they serve without what is optional, or say what is
 // wrong.
@@ -137,6 +138,12 @@ void PrintTo(const Refused& row, std::ostream* out) {
 
 class AttackRefusedCalls : public AttackEnvironment, public testing::WithParamInterface<Refused> {
  protected:
+  void SetUp() override {
+    if (test_support::sanitized && GetParam().calls.find("prlimit64") != std::string::npos) {
+      GTEST_SKIP() << "the sanitizer needs the calls itself";
+    }
+  }
+
   static void refuse(Peer& peer) {
     ASSERT_EQ(peer.execute("refuse " + std::to_string(GetParam().error) + " " + GetParam().calls),
               "ok");

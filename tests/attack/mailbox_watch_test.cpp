@@ -12,6 +12,7 @@
 
 #include "tests/attack/attack_test.h"
 #include "tests/fault/raw_pipe.h"
+#include "tests/support/process.h"
 
 // Somebody removes or replaces the mailbox of a live server, or keeps a new one from its name.
 
@@ -187,6 +188,9 @@ TEST_F(AttackMailboxName, ServerTakesItsNameBackFromOneThatWasKilled) {
 }
 
 TEST_F(AttackMailboxName, MailboxIsMadeAgainAtTheLimitOfDescriptors) {
+  if (test_support::sanitized) {
+    GTEST_SKIP() << "the sanitizer needs descriptors itself";
+  }
   Peer server;
   serve(server, owner);
   ASSERT_EQ(server.execute("spare 0"), "ok");

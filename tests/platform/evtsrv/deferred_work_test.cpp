@@ -13,10 +13,13 @@ class Work : public DeferredWork {
  public:
   bool runDeferred() override {
     ++runs;
-    if (onRun) {
-      onRun();
+    // It may destroy this object.
+    const std::function<void()> action = onRun;
+    const bool result = callsProgram;
+    if (action) {
+      action();
     }
-    return callsProgram;
+    return result;
   }
   int runs = 0;
   bool callsProgram = true;
