@@ -110,15 +110,16 @@ TEST_F(InstallExample, ServesAndWatchesInOtherEventLoops) {
   const std::string tree = directory() / "loops";
   ASSERT_NO_FATAL_FAILURE(buildWithCMake("event_loops", tree));
   const std::string name = test_support::uniquePortName();
+  const auto program = [&](const std::string& file) { return tree + "/" + file; };
   const auto startServer = [&](const std::string& kind) {
-    auto server = std::make_unique<Process>(std::vector{tree + "/" + kind + "_server", name});
+    auto server = std::make_unique<Process>(std::vector{program(kind + "_server"), name});
     EXPECT_TRUE(server->waitForLine("ready " + name)) << server->errors();
     return server;
   };
   auto server = startServer("epoll");
   std::vector<std::unique_ptr<Process>> clients;
   for (const std::string kind : {"epoll", "sd_event"}) {
-    clients.push_back(std::make_unique<Process>(std::vector{tree + "/" + kind + "_client", name}));
+    clients.push_back(std::make_unique<Process>(std::vector{program(kind + "_client"), name}));
     EXPECT_TRUE(clients.back()->waitForLine("watching " + name)) << clients.back()->errors();
     EXPECT_TRUE(clients.back()->waitForOutput("ticks "));
   }

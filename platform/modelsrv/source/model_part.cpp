@@ -131,7 +131,8 @@ ModelRes ModelPart::setAttributes(PartAttributes attributes) {
 
 PartAttributes ModelPart::attributes() const {
   const TreeLock lock(*this);
-  return attributes_ != nullptr ? PartAttributes(*attributes_) : PartAttributes();
+  const PartAttributes* const stated = attributes_.get();
+  return stated != nullptr ? *stated : PartAttributes();
 }
 
 ModelRes ModelPart::save(std::ostringstream& text, unsigned short index) {

@@ -17,7 +17,7 @@ namespace {
 void removeAll(const std::string& directory) {
   for (const std::string& name : namesIn(directory)) {
     std::error_code ignored;
-    std::filesystem::remove_all(directory + "/" + name, ignored);
+    std::filesystem::remove_all(std::filesystem::path(directory) / name, ignored);
   }
 }
 
