@@ -1,6 +1,7 @@
 #include "term/standard_output.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <stdio_ext.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -9,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 
 #include "kstd/thread_mutex.h"
@@ -19,6 +21,7 @@ namespace {
 
 bool onTerminal = false;
 bool toPipe = false;
+bool toFile = false;
 
 // Whose turn it is to print. flockfile(3) alone is not fair: a thread that prints one
 // update after another would get the stream again and again before a thread that waits.
@@ -40,9 +43,35 @@ std::size_t undividedSize(const char* data, std::size_t size) {
   return lineFeed == std::string_view::npos ? PIPE_BUF : lineFeed + 1;
 }
 
+/// Blocks all signals in the calling thread.
+class AllSignalsBlocked {
+ public:
+  AllSignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before_);
+  }
+  ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  AllSignalsBlocked(const AllSignalsBlocked&) = delete;
+  AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
+/// Some file systems store a write page by page, and look for a signal that ends the
+/// program before each. A file never has them wait long.
+std::size_t writeToFile(const char* data, std::size_t size) {
+  const AllSignalsBlocked block;
+  return writeAll(STDOUT_FILENO, data, size);
+}
+
 // The type of a stream's write function (fopencookie(3)). A signal that ends the program
-// while it waits for a pipe's reader must not divide a line.
+// while it writes must not divide a line.
 ssize_t writeToOutput(void* /*cookie*/, const char* data, std::size_t size) {
+  if (toFile) {
+    return static_cast<ssize_t>(writeToFile(data, size));
+  }
   std::size_t written = 0;
   while (written < size) {
     const std::size_t rest = size - written;
@@ -93,7 +122,10 @@ void waitForOutput(OutputBuffering buffering) {
   static std::array<char, 65536> buffer;
   onTerminal = isatty(STDOUT_FILENO) == 1;
   struct stat status {};
-  toPipe = !onTerminal && fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode);
+  if (!onTerminal && fstat(STDOUT_FILENO, &status) == 0) {
+    toPipe = S_ISFIFO(status.st_mode);
+    toFile = S_ISREG(status.st_mode);
+  }
   std::FILE* const stream = fopencookie(
       nullptr, "w", {.read = nullptr, .write = writeToOutput, .seek = nullptr, .close = nullptr});
   if (stream != nullptr) {

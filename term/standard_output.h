@@ -35,8 +35,8 @@ class OutputSpan {
 
 /// Prints `text`, undivided, on standard output. Any thread. Write errors are ignored:
 /// they could be reported nowhere but on the same output. In a pipe or file nothing else
-/// divides a line either: when the program is killed, the output is whole lines, unless
-/// one of them is longer than PIPE_BUF.
+/// divides a line either: when SIGTERM or another signal that can be blocked ends the
+/// program, the output is whole lines, unless one of them is longer than PIPE_BUF.
 void printText(std::string_view text);
 
 /// Writes what has been printed. Any thread.

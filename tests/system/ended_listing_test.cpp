@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -61,6 +62,20 @@ class EndedListing : public testing::Test {
         << printed.substr(printed.rfind('\n') + 1);
   }
 
+  /// Ends a shell that has written at least `size` bytes of its listing to `file`.
+  void endWhileWriting(int file, off_t size) {
+    const pid_t pid = start(file);
+    struct stat status {};
+    while (fstat(file, &status) == 0 && status.st_size < size) {
+      std::this_thread::yield();
+    }
+    end(pid);
+    ASSERT_EQ(fstat(file, &status), 0);
+    std::string printed(static_cast<std::size_t>(status.st_size), '\0');
+    ASSERT_EQ(pread(file, printed.data(), printed.size(), 0), status.st_size);
+    expectWholeLines(printed);
+  }
+
   ModelServer server_{{"--synthetic", "4x5000"}};
   const std::string whole_;
 };
@@ -100,14 +115,17 @@ TEST_F(EndedListing, IsWholeLinesInAFile) {
   const test_support::ScratchDirectory directory;
   for (int round = 1; round <= 20; ++round) {
     const std::string name = directory.write("output", "");
-    const Descriptor file(open(name.c_str(), O_WRONLY | O_CLOEXEC));
-    const pid_t pid = start(file.get());
-    struct stat status {};
-    while (fstat(file.get(), &status) == 0 && status.st_size < round * 20'000) {
-      std::this_thread::yield();
-    }
-    end(pid);
-    expectWholeLines(directory.read("output"));
+    const Descriptor file(open(name.c_str(), O_RDWR | O_CLOEXEC));
+    endWhileWriting(file.get(), round * 20'000);
+  }
+}
+
+// Other than many file systems, this one stores a write page by page, and ends it between
+// two pages.
+TEST_F(EndedListing, IsWholeLinesInAFileInMemory) {
+  for (int round = 1; round <= 20; ++round) {
+    const Descriptor file(memfd_create("output", MFD_CLOEXEC));
+    endWhileWriting(file.get(), round * 20'000);
   }
 }
 
