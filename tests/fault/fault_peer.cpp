@@ -1,7 +1,5 @@
 #include <fcntl.h>
 #include <grp.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -13,7 +11,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -27,7 +24,9 @@
 
 #include "tests/fault/client.h"
 #include "tests/fault/served_tree.h"
+#include "tests/support/process.h"
 #include "tests/support/pump.h"
+#include "tests/support/system_call_filter.h"
 
 // The other process of the tests: a server, a client, or both. It executes the commands
 // on its standard input, one a line, and prints one result line for each. Events are
@@ -212,32 +211,24 @@ std::optional<std::uint32_t> callNumber(const std::string& name) {
   return found == numbers.end() ? std::nullopt : std::optional(found->second);
 }
 
-/// From now on these system calls fail with `error` (seccomp(2)).
-bool filterCalls(std::uint32_t error, const std::vector<std::uint32_t>& calls) {
-  std::vector<sock_filter> program{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-  for (const std::uint32_t call : calls) {
-    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
-    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error));
-  }
-  program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-  const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
 /// refuse ERROR CALL...: starts this program again, in which the calls fail with that error
 /// number from the start.
 std::string refuse(std::istringstream& words) {
   const auto error = take<std::uint32_t>(words);
-  std::vector<std::uint32_t> calls;
+  test_support::SystemCallFilter filter;
   for (std::string name; words >> name;) {
     const auto number = callNumber(name);
     if (!number) {
       return "unknown";
     }
-    calls.push_back(*number);
+    if (test_support::sanitized && *number == SYS_prlimit64) {
+      // The sanitizer ends the process if it cannot ask for its own limits.
+      filter.failIfEqual(*number, 1, RLIMIT_NOFILE, error);
+    } else {
+      filter.fail(*number, error);
+    }
   }
-  if (filterCalls(error, calls)) {
+  if (filter.install()) {
     ::execl("/proc/self/exe", "fault_peer", "ok", static_cast<char*>(nullptr));
   }
   return okOrErrno(false);
