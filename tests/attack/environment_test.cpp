@@ -83,9 +83,6 @@ TEST_F(AttackEnvironment, ServerThatMayNotWriteToTmpSaysSo) {
 }
 
 TEST_F(AttackEnvironment, ClientIsToldThatTmpIsReadOnlyAndThoseConnectedGoOn) {
-  if (test_support::sanitized) {
-    GTEST_SKIP() << "the sanitizer may have a file in /tmp itself";
-  }
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
   Peer before;
@@ -99,9 +96,6 @@ TEST_F(AttackEnvironment, ClientIsToldThatTmpIsReadOnlyAndThoseConnectedGoOn) {
 }
 
 TEST_F(AttackEnvironment, ClientIsToldThatTmpIsFullAndConnectsWhenThereIsSpace) {
-  if (test_support::sanitized) {
-    GTEST_SKIP() << "the sanitizer may have a file in /tmp itself";
-  }
   mountTmp("nr_inodes=2");
   Peer server;
   ASSERT_EQ(server.execute("serve " + port), success());
@@ -144,12 +138,6 @@ void PrintTo(const Refused& row, std::ostream* out) {
 
 class AttackRefusedCalls : public AttackEnvironment, public testing::WithParamInterface<Refused> {
  protected:
-  void SetUp() override {
-    if (test_support::sanitized && GetParam().calls.find("prlimit64") != std::string::npos) {
-      GTEST_SKIP() << "the sanitizer needs the calls itself";
-    }
-  }
-
   static void refuse(Peer& peer) {
     ASSERT_EQ(peer.execute("refuse " + std::to_string(GetParam().error) + " " + GetParam().calls),
               "ok");
