@@ -51,6 +51,19 @@ inline constexpr bool sanitized = true;
 inline constexpr bool sanitized = false;
 #endif
 
+/// Whether this is a build with the thread sanitizer. It keeps a signal from a thread that
+/// waits inside system(3) until that returns.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define TREESCOPE_THREAD_SANITIZED
+#endif
+#endif
+#ifdef TREESCOPE_THREAD_SANITIZED
+inline constexpr bool threadSanitized = true;
+#else
+inline constexpr bool threadSanitized = false;
+#endif
+
 /// Whether a sanitizer checks virtual calls, for which it needs descriptors: it makes a
 /// pipe to probe memory, and takes an error for an invalid object.
 #if defined(__has_feature)
