@@ -216,8 +216,17 @@ ModelNode* PublishedTree::keptParent(const Entry& entry, const Kept& kept) const
   return parent != isNew ? static_cast<ModelNode*>(parts_.created[parent].part.get()) : nullptr;
 }
 
+/// Those down to the entry, whose parents have theirs.
+Ids PublishedTree::idsOf(const TreeDescription& description, std::size_t index) {
+  Ids ids;
+  for (std::size_t at = index; at != rootEntry; at = description.entries[at].parent) {
+    ids.insert(ids.begin(), description.entries[at].id);
+  }
+  return ids;
+}
+
 /// Sets the ids that the description does not state, and finds the parts that stay.
-PublishedTree::Kept PublishedTree::match(TreeDescription& description) const {
+PublishedTree::Kept PublishedTree::match(TreeDescription& description) {
   std::unordered_map<const ModelPart*, std::uint32_t> indices;
   for (std::size_t index = 0; index < parts_.created.size(); ++index) {
     indices.emplace(parts_.created[index].part.get(), static_cast<std::uint32_t>(index));
@@ -228,23 +237,24 @@ PublishedTree::Kept PublishedTree::match(TreeDescription& description) const {
   }
   Kept kept(description.entries.size(), isNew);
   if (const auto ofRoot = children.find(rootEntry); ofRoot != children.end()) {
-    keepIds(ofRoot->second, *root_);
+    keepIds(ofRoot->second, root_, {}, departed_);
   }
   for (std::size_t index = 0; index < kept.size(); ++index) {
     const Entry& entry = description.entries[index];
     const ModelNode* const parent = keptParent(entry, kept);
     ModelPart* const present = parent != nullptr ? parent->findChild(entry.id) : nullptr;
     const auto at = indices.find(present);
-    if (at == indices.end() || !isSame(at->second, entry)) {
-      continue;
+    const bool stays = at != indices.end() && isSame(at->second, entry);
+    if (stays) {
+      kept[index] = at->second;
     }
-    kept[index] = at->second;
     // The children follow.
-    const auto below = children.find(index);
-    if (entry.type == EntryType::node && below != children.end()) {
-      keepIds(below->second, static_cast<const ModelNode&>(*present));
+    if (entry.type == EntryType::node) {
+      keepIds(children[index], stays ? static_cast<const ModelNode*>(present) : nullptr,
+              idsOf(description, index), departed_);
     }
   }
+  departed_.limit();
   return kept;
 }
 

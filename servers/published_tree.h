@@ -11,6 +11,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
 #include "servers/error.h"
+#include "servers/kept_ids.h"
 #include "servers/tree_description.h"
 #include "servers/value_feeds.h"
 
@@ -40,7 +41,7 @@ class PublishedTree {
   /// with the same path, id, type, number and names of elements and access stays, with its
   /// clients' subscriptions; so does a node. Its value is set, which notifies the
   /// subscribers if it changes. An id that `description` does not state is that of the
-  /// present part with the same name (see `keepIds`). All others are removed and added.
+  /// part that has, or last had, the same name (see `keepIds`). All others are removed and added.
   ///
   /// After an error the tree is unchanged; or, if memory runs out late, or the library refuses
   /// something of a part that stays, it is between both.
@@ -79,7 +80,8 @@ class PublishedTree {
   [[nodiscard]] static std::optional<Error> addToParent(const Parts& parts, std::size_t index);
   static void destroy(std::vector<Created>& created);
 
-  [[nodiscard]] Kept match(TreeDescription& description) const;
+  [[nodiscard]] static Ids idsOf(const TreeDescription& description, std::size_t index);
+  [[nodiscard]] Kept match(TreeDescription& description);
   [[nodiscard]] bool isSame(std::size_t index, const Entry& entry) const;
   /// The node of an entry's parent if it is kept or the root, else null.
   [[nodiscard]] ModelSrv::ModelNode* keptParent(const Entry& entry, const Kept& kept) const;
@@ -91,6 +93,7 @@ class PublishedTree {
                                                   const Children& children);
 
   Parts parts_;
+  DepartedIds departed_;
   ModelSrv::ModelRoot* root_ = nullptr;
   std::optional<Error> error_;  ///< the first one
 };

@@ -10,52 +10,17 @@
 #include <random>
 #include <sstream>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
 
-#include "servers/description_parser.h"
+#include "tests/servers/published_trees.h"
 
 namespace modelsrvd {
 namespace {
 
 using ModelSrv::ModelNode;
 using ModelSrv::ModelPart;
-
-TreeDescription describe(std::string_view text) {
-  auto result = parseTreeDescription(text);
-  if (const auto* error = std::get_if<Error>(&result)) {
-    ADD_FAILURE() << error->text;
-    return {};
-  }
-  return std::get<TreeDescription>(std::move(result));
-}
-
-TreeDescription nodeWith(const std::string& entry) {
-  return describe(R"({"children": [{"children": [)" + entry + "]}]}");
-}
-
-class PublishedTrees : public testing::Test {
- protected:
-  void publish(const TreeDescription& description) {
-    tree_ = std::make_unique<PublishedTree>(description);
-    EXPECT_FALSE(tree_->publish(root_));
-  }
-  ModelPart* onlyPart() {
-    auto& node = dynamic_cast<ModelNode&>(*root_.children().at(0));
-    return node.children().at(0);
-  }
-  static std::string textOf(ModelPart& part) {
-    std::ostringstream text;
-    EXPECT_EQ(part.save(text, ModelSrv::ModelPartIndex_All), ModelSrv::ModelRes_Success);
-    return text.str();
-  }
-
-  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, false};
-  ModelSrv::ModelRoot root_{&manager_};
-  std::unique_ptr<PublishedTree> tree_;
-};
 
 struct TypeCase {
   const char* type;
@@ -281,60 +246,6 @@ TEST_F(PublishedTrees, ReloadGivesTheTreeThatAFreshServerHas) {
     ASSERT_EQ(contentOf(root_), contentOf(root)) << text;
   }
 }
-
-struct KeptIdsCase {
-  const char* what;
-  const char* before;  ///< of each entry its name, and its id if the file states it
-  const char* after;
-  const char* children;  ///< names and ids after the reload
-};
-
-class KeptIds : public PublishedTrees, public testing::WithParamInterface<KeptIdsCase> {
- protected:
-  /// "a b=7" describes an entry a without and an entry b with the id 7.
-  static TreeDescription treeOf(const std::string& text) {
-    std::istringstream words(text);
-    std::string entries;
-    for (std::string word; words >> word;) {
-      const std::size_t sign = word.find('=');
-      entries += (entries.empty() ? R"({"name": ")" : R"(, {"name": ")") + word.substr(0, sign);
-      entries += sign == std::string::npos ? "\"" : "\", \"id\": " + word.substr(sign + 1);
-      entries += R"(, "type": "bool", "value": true})";
-    }
-    return nodeWith(entries);
-  }
-  std::string children() {
-    std::string text;
-    for (const ModelPart* part : dynamic_cast<ModelNode&>(*root_.children().at(0)).children()) {
-      text += (text.empty() ? "" : " ") + part->name() + "=" + std::to_string(part->id());
-    }
-    return text;
-  }
-};
-
-TEST_P(KeptIds, AreThoseOfTheSameNames) {
-  publish(treeOf(GetParam().before));
-  EXPECT_FALSE(tree_->reload(treeOf(GetParam().after)));
-  EXPECT_EQ(children(), GetParam().children);
-  EXPECT_FALSE(tree_->reload(treeOf(GetParam().after)));
-  EXPECT_EQ(children(), GetParam().children) << "again";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, KeptIds,
-    testing::Values(KeptIdsCase{"Unchanged", "a b c", "a b c", "a=1 b=2 c=3"},
-                    KeptIdsCase{"OneMoreInTheMiddle", "a b c", "a x b c", "a=1 x=4 b=2 c=3"},
-                    KeptIdsCase{"OneMoreAtTheEnd", "a b", "a b x", "a=1 b=2 x=3"},
-                    KeptIdsCase{"OneLess", "a b c", "a c", "a=1 c=3"},
-                    KeptIdsCase{"OneReplaced", "a b c", "a x c", "a=1 x=2 c=3"},
-                    KeptIdsCase{"OtherOrder", "a b c", "c b a", "c=3 b=2 a=1"},
-                    KeptIdsCase{"EqualNames", "a b a", "a x a b", "a=1 x=4 a=3 b=2"},
-                    KeptIdsCase{"AStatedIdComesFirst", "a b", "a x=2 b", "a=1 x=2 b=3"},
-                    KeptIdsCase{"AStatedIdThatIsMoved", "a b", "b=1 a", "b=1 a=2"},
-                    KeptIdsCase{"NoLongerStated", "a=5 b=9", "b a", "b=9 a=5"},
-                    KeptIdsCase{"AfterTheLastIdTheLowest", "a b=65533", "x a b=65533",
-                                "x=0 a=1 b=65533"}),
-    [](const auto& test) { return std::string(test.param.what); });
 
 struct StructureCase {
   const char* what;
