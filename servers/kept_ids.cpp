@@ -1,5 +1,6 @@
 #include "servers/kept_ids.h"
 
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -112,7 +113,7 @@ class ChildIds {
   /// `departed`. False, and they have none, if there are too few.
   [[nodiscard]] bool takeRest(const DepartedIds::Names& departed) {
     TakenIds unusable = taken_;
-    for (const auto& [id, name] : departed) {
+    for (const auto& [id, child] : departed) {
       unusable.take(id);
     }
     if (unusable.left() < others_.size()) {
@@ -141,6 +142,18 @@ class ChildIds {
 
 }  // namespace
 
+void DepartedIds::nextReload() {
+  constexpr std::size_t maxNames = 1024;
+  if (count_ > maxNames) {
+    for (auto node = nodes_.begin(); node != nodes_.end();) {
+      count_ -= std::erase_if(node->second,
+                              [this](const auto& each) { return each.second.reload != reload_; });
+      node = node->second.empty() ? nodes_.erase(node) : std::next(node);
+    }
+  }
+  ++reload_;
+}
+
 const DepartedIds::Names* DepartedIds::find(const Ids& ids) const {
   const auto at = nodes_.find(ids);
   return at != nodes_.end() ? &at->second : nullptr;
@@ -151,7 +164,9 @@ void DepartedIds::add(const Ids& ids, const ModelPart& child) {
   while (!parts.empty()) {
     auto [ofParent, part] = std::move(parts.back());
     parts.pop_back();
-    count_ += nodes_[ofParent].insert_or_assign(part->id(), part->name()).second ? 1 : 0;
+    count_ += nodes_[ofParent].insert_or_assign(part->id(), Departed{part->name(), reload_}).second
+                  ? 1
+                  : 0;
     if (const auto* node = dynamic_cast<const ModelNode*>(part)) {
       ofParent.push_back(part->id());
       for (const ModelPart* below : node->children()) {
@@ -164,6 +179,9 @@ void DepartedIds::add(const Ids& ids, const ModelPart& child) {
 void DepartedIds::erase(const Ids& ids, ModelPartId id) {
   if (const auto at = nodes_.find(ids); at != nodes_.end()) {
     count_ -= at->second.erase(id);
+    if (at->second.empty()) {
+      nodes_.erase(at);
+    }
   }
 }
 
@@ -171,14 +189,6 @@ void DepartedIds::forget(const Ids& ids) {
   if (const auto at = nodes_.find(ids); at != nodes_.end()) {
     count_ -= at->second.size();
     nodes_.erase(at);
-  }
-}
-
-void DepartedIds::limit() {
-  constexpr std::size_t maxNames = 65536;
-  if (count_ > maxNames) {
-    nodes_.clear();
-    count_ = 0;
   }
 }
 
@@ -199,8 +209,8 @@ void keepIds(const std::vector<Entry*>& entries, const ModelNode* present, const
   }
   if (const DepartedIds::Names* earlier = departed.find(ids)) {
     IdsByName names;
-    for (const auto& [id, name] : *earlier) {
-      names.add(name, id);
+    for (const auto& [id, child] : *earlier) {
+      names.add(child.name, id);
     }
     childIds.takeByName(names);
     if (childIds.takeRest(*earlier)) {

@@ -20,7 +20,16 @@ using Ids = std::vector<ModelSrv::ModelPartId>;
 /// another's name. So an id is kept for the name that had it last.
 class DepartedIds {
  public:
-  using Names = std::map<ModelSrv::ModelPartId, std::string>;
+  /// The name that had an id last, and when it left.
+  struct Departed {
+    std::string name;
+    unsigned reload;
+  };
+  using Names = std::map<ModelSrv::ModelPartId, Departed>;
+
+  /// A reload begins. If the names of earlier ones have become many, only those of the last
+  /// one are kept.
+  void nextReload();
 
   /// The children that the node `ids` had; null if none has left it.
   [[nodiscard]] const Names* find(const Ids& ids) const;
@@ -34,13 +43,10 @@ class DepartedIds {
   /// Forgets the children of the node `ids`.
   void forget(const Ids& ids);
 
-  /// Forgets everything if there is more than a file that changes its names now and then
-  /// leaves behind.
-  void limit();
-
  private:
   std::map<Ids, Names> nodes_;
   std::size_t count_ = 0;  ///< of all names
+  unsigned reload_ = 0;
 };
 
 /// Gives the children of the node `ids`, which is described anew, the ids of its present

@@ -227,6 +227,7 @@ Ids PublishedTree::idsOf(const TreeDescription& description, std::size_t index) 
 
 /// Sets the ids that the description does not state, and finds the parts that stay.
 PublishedTree::Kept PublishedTree::match(TreeDescription& description) {
+  departed_.nextReload();
   std::unordered_map<const ModelPart*, std::uint32_t> indices;
   for (std::size_t index = 0; index < parts_.created.size(); ++index) {
     indices.emplace(parts_.created[index].part.get(), static_cast<std::uint32_t>(index));
@@ -254,7 +255,6 @@ PublishedTree::Kept PublishedTree::match(TreeDescription& description) {
               idsOf(description, index), departed_);
     }
   }
-  departed_.limit();
   return kept;
 }
 

@@ -99,14 +99,25 @@ TEST_F(IdsOfNames, OfANodeThatReturnsAreNoOtherNames) {
   EXPECT_EQ(chain(), "1/1");
 }
 
+std::string names(char first, unsigned count) {
+  std::string text;
+  for (unsigned i = 0; i < count; ++i) {
+    text += first + std::to_string(i) + ' ';
+  }
+  return text;
+}
+
+TEST_F(IdsOfNames, OfManyThatLeftBeforeTheLastReloadAreGivenAway) {
+  publish(treeOf(names('a', 1100)));
+  ASSERT_FALSE(tree_->reload(treeOf("x")));
+  EXPECT_EQ(children(), "x=1101");
+  ASSERT_FALSE(tree_->reload(treeOf("y")));
+  EXPECT_EQ(children(), "y=1102");
+  ASSERT_FALSE(tree_->reload(treeOf("z")));
+  EXPECT_EQ(children(), "z=1");
+}
+
 TEST_F(IdsOfNames, AreGivenAwayWhenThereIsNoOther) {
-  const auto names = [](char first, unsigned count) {
-    std::string text;
-    for (unsigned i = 0; i < count; ++i) {
-      text += first + std::to_string(i) + ' ';
-    }
-    return text;
-  };
   publish(treeOf(names('a', 40000)));
   ASSERT_FALSE(tree_->reload(treeOf(names('b', 40000))));
   EXPECT_EQ(node().children().size(), 40000U);
