@@ -23,6 +23,7 @@ set_target_properties(platform_syssrv PROPERTIES
   IMPORTED_LOCATION "${TREESCOPE_PLATFORM_SYSSRV}"
   INTERFACE_INCLUDE_DIRECTORIES "${TREESCOPE_PLATFORM_HEADERS}")
 target_link_libraries(platform_syssrv INTERFACE platform_kstd Threads::Threads)
+add_library(platform_inside ALIAS platform_syssrv)
 
 # What is installed finds them where they are.
 get_filename_component(platform_libraries "${TREESCOPE_PLATFORM_SYSSRV}" DIRECTORY)

@@ -61,8 +61,8 @@ Lines ownIncludes(const fs::path& file) {
   return result;
 }
 
-constexpr std::array codeFolders{"platform", "term",    "shell", "model",
-                                 "commands", "servers", "tests", "bench"};
+constexpr std::array codeFolders{"platform", "term",  "shell", "model", "commands",
+                                 "servers",  "tools", "tests", "bench"};
 
 const std::set<std::string> platformParts{"kstd", "utilsrv", "evtsrv", "modelsrv"};
 
@@ -75,6 +75,7 @@ const std::map<std::string, std::set<std::string>>& allowedFolders() {
       {"model", {"model", "shell", "term"}},
       {"commands", {"commands", "model", "shell", "term"}},
       {"servers", {"servers"}},
+      {"tools", {"tools"}},
   };
   return allowed;
 }
@@ -101,7 +102,7 @@ TEST(Layout, IncludesPointOneWayBetweenFolders) {
 }
 
 TEST(Layout, OnlyThePlatformIncludesItsInternalHeaders) {
-  for (const char* const folder : {"term", "shell", "model", "commands", "servers"}) {
+  for (const char* const folder : {"term", "shell", "model", "commands", "servers", "tools"}) {
     for (const fs::path& file : sourcesIn(folder)) {
       for (const std::string& include : ownIncludes(file)) {
         EXPECT_EQ(include.find("/source/"), std::string::npos) << file << " includes " << include;
@@ -137,7 +138,7 @@ TEST(Layout, TheTerminalIncludesNoEventsAndNoModels) {
 
 TEST(Layout, NoFileIsLongerThanFourHundredLines) {
   for (const char* const folder : {"platform", "term", "shell", "model", "commands", "servers",
-                                   "tests", "bench", "examples"}) {
+                                   "tools", "tests", "bench", "examples"}) {
     for (const fs::path& file : sourcesIn(folder)) {
       EXPECT_LE(linesOf(top() / file).size(), 400U) << file;
     }

@@ -1,0 +1,192 @@
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "tests/tools/treectl_fixture.h"
+
+namespace treectl {
+namespace {
+
+using Dump = TreectlTest;
+using test_support::Finished;
+
+/// The text without the time in its header.
+std::string withoutTime(std::string text) {
+  const std::size_t at = text.find(",\"time\":\"");
+  EXPECT_NE(at, std::string::npos) << text;
+  EXPECT_THAT(text.substr(at, 38),
+              testing::MatchesRegex(",\"time\":\"....-..-..T..:..:..\\.......Z\"}"));
+  return text.erase(at, 37);
+}
+
+TEST_F(Dump, HasAHeaderAndAnObjectAPart) {
+  EXPECT_EQ(
+      withoutTime(output({"dump", "/{S}/settings"})),
+      filled("[\n{\"format\":1,\"base\":\"/{S}/settings\"},\n"
+             "{\"address\":\"/setpoint\",\"type\":\"int32\",\"access\":\"rw\",\"value\":10},\n"
+             "{\"address\":\"/mode\",\"type\":\"text\",\"access\":\"rw\",\"value\":\"off\"},\n"
+             "{\"address\":\"/big\",\"type\":\"uint64\",\"access\":\"rw\","
+             "\"value\":18446744073709551615},\n"
+             "{\"address\":\"/low\",\"type\":\"int64\",\"access\":\"rw\","
+             "\"value\":-9223372036854775808},\n"
+             "{\"address\":\"/ratio\",\"type\":\"double\",\"access\":\"rw\",\"value\":0.1}\n]\n"));
+  EXPECT_EQ(
+      withoutTime(output({"dump", "-s", "{S}", "/drive/gains"})),
+      filled("[\n{\"format\":1,\"base\":\"/{S}/drive/gains\"},\n"
+             "{\"address\":\"\",\"type\":\"double\",\"access\":\"rw\",\"value\":[1.5,0.25]}\n]\n"));
+  EXPECT_EQ(withoutTime(output({"dump", "/{S}/*/se*l"})),
+            filled("[\n{\"format\":1,\"base\":\"/{S}\"},\n{\"address\":\"/drive/serial\","
+                   "\"type\":\"text\",\"access\":\"ro\",\"value\":\"A-17\"}\n]\n"));
+  EXPECT_EQ(withoutTime(output({"dump", "/{S}/empty"})),
+            filled("[\n{\"format\":1,\"base\":\"/{S}/empty\"}\n]\n"));
+}
+
+TEST_F(Dump, TakesThePlaceOfAFileAtOnce) {
+  const std::string file = files().write("dump.json", "old");
+  ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
+  std::filesystem::create_symlink("dump.json", files().file("link"));
+  expect({{"dump", "/{S}/empty", "-o", "{D}/link"}});
+  EXPECT_THAT(files().read("dump.json"), testing::StartsWith("[\n{\"format\":1"));
+  EXPECT_TRUE(std::filesystem::is_symlink(files().file("link")));
+  struct stat status {};
+  ASSERT_EQ(::stat(file.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0640U);
+  expect({{"dump", "/{S}/none", "-o", "{D}/dump.json"},
+          3,
+          "",
+          "treectl: /{S}/none: part none: no such part (nearest: notes)\n"});
+  EXPECT_THAT(files().read("dump.json"), testing::StartsWith("[\n{\"format\":1"));
+  expect({{"dump", "/{S}/empty", "-o", "{D}/none/dump.json"},
+          9,
+          "",
+          "treectl: {D}/none/dump.json: No such file or directory\n"});
+  expect({{"dump", "/{S}/empty", "-o", "/dev/full"},
+          9,
+          "",
+          "treectl: /dev/full: No space left on device\n"});
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(files().path()), {}), 2);
+}
+
+TEST_F(Dump, IsRestored) {
+  expect({{"dump", "/{S}", "-o", "{D}/dump.json"}});
+  expect({{"diff", "{D}/dump.json"}});
+  expect({{"restore", "{D}/dump.json"}, 0, "", "stored 0, same 17, skipped 1, refused 0\n"});
+  expect({{"set", "--protected", "/{S}/drive/speed", "1", "/{S}/drive/gains[1]", "2",
+           "/{S}/a\\/b\\*c\\?\\[d\\]\\\\e", "3\nabc", "/{S}/drive/offset", "4", "/{S}/notes[0]",
+           "5"}});
+  expect({{"diff", "{D}/dump.json"},
+          1,
+          "- /drive/speed\t42\n+ /drive/speed\t1\n- /drive/gains\t1.5 0.25\n"
+          "+ /drive/gains\t1.5 2\n- /drive/offset\t0\n+ /drive/offset\t4\n"
+          "- /a\\/b\\*c\\?\\[d\\]\\\\e\ttab\\there\\nback\\\\slash \\x01\n"
+          "+ /a\\/b\\*c\\?\\[d\\]\\\\e\t3\\nabc\n- /notes\tone\\ntwo x\n+ /notes\t5 x\n"});
+  expect({{"restore", "--dry-run", "{D}/dump.json"},
+          5,
+          "/{S}/drive/speed\t42\n/{S}/drive/gains\t1.5 0.25\n"
+          "/{S}/a\\/b\\*c\\?\\[d\\]\\\\e\ttab\\there\\nback\\\\slash \\x01\n"
+          "/{S}/notes\tone\\ntwo x\n",
+          "treectl: /{S}/drive/offset: the part is protected (see --protected)\n"
+          "would store 4, same 12, skipped 1, refused 1\n"});
+  expect({{"restore", "{D}/dump.json"},
+          5,
+          "",
+          "treectl: /{S}/drive/offset: the part is protected (see --protected)\n"
+          "stored 4, same 12, skipped 1, refused 1\n"});
+  expect({{"restore", "--protected", "{D}/dump.json", "/{S}"},
+          0,
+          "",
+          "stored 1, same 16, skipped 1, refused 0\n"});
+  expect({{"diff", "{D}/dump.json", "/{S}"}});
+}
+
+TEST_F(Dump, IsRestoredAtAnotherAddress) {
+  static_cast<void>(files().write(
+      "other.json",
+      "[{\"format\":1,\"base\":\"/Model_none/x\"},\n"
+      "{\"address\":\"/setpoint\",\"value\":99},{\"address\":\"/none\",\"value\":1},\n"
+      "{\"address\":\"/mode\",\"value\":\"fast\",\"more\":{\"a\":[1,{}]}},\n"
+      "{\"address\":\"/ratio\",\"type\":\"double\",\"value\":1e-1}]"));
+  expect({{"restore", "{D}/other.json", "/{S}/settings/"},
+          5,
+          "",
+          "treectl: /{S}/settings/setpoint: 99 is not within 5 to 30\n"
+          "treectl: /{S}/settings/none: no such part\n"
+          "stored 1, same 1, skipped 0, refused 2\n"});
+  expect({{"get", "-s", "{S}", "/settings/mode"}, 0, "fast\n"});
+  EXPECT_EQ(runTreectl({"restore", files().file("other.json")}).status,
+            (test_support::ExitStatus{4, 0}));
+}
+
+TEST_F(Dump, IsAlsoWhatTheShellSaves) {
+  const std::string saved = files().file("saved.txt");
+  EXPECT_EQ(test_support::run({test_support::treescopeProgram(), "-c",
+                               "cd " + server().name() + ";cd settings;to " + saved})
+                .status,
+            test_support::ExitStatus{});
+  expect({{"set", "/{S}/settings/setpoint", "20", "/{S}/settings/mode", "slow"}});
+  expect({{"restore", "{D}/saved.txt"},
+          2,
+          "",
+          "treectl: {D}/saved.txt: has no base; expected an address behind it\n"});
+  expect({{"restore", "{D}/saved.txt", "/{S}"}, 0, "", "stored 2, same 3, skipped 0, refused 0\n"});
+  static_cast<void>(
+      files().write("lines.txt",
+                    "\nset 3 /drive/gains[1]\nstr \"a \" b\" /drive/label\nset 8 /drive/noname-12\n"
+                    "set 1 /drive/gains[9]\nstr \"\" /empty\n"));
+  expect({{"restore", "{D}/lines.txt", "/{S}"},
+          5,
+          "",
+          "treectl: /{S}/drive/gains[9]: no such element\n"
+          "stored 3, same 0, skipped 1, refused 1\n"});
+  expect({{"get", "/{S}/drive/gains[1]", "/{S}/drive/label", "/{S}/drive/#12"},
+          0,
+          "/{S}/drive/gains[1]\t3\n/{S}/drive/label\ta \" b\n/{S}/drive/#12\t8\n"});
+}
+
+TEST_F(Dump, IsRejectedIfItIsNone) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"[{\"format\":2}]", "expected a dump of format 1"},
+      {"[]", "expected a dump of format 1"},
+      {"{\"format\":1}", "expected an array"},
+      {"[{\"format\":1},", "no JSON at byte 15"},
+      {"[{\"format\":1},{\"address\":\"/x\"}]",
+       "expected \"address\" and \"value\" in each object behind the first"},
+      {"[{\"format\":1},{\"value\":1}]",
+       "expected \"address\" and \"value\" in each object behind the first"},
+      {"[{\"format\":1},{\"address\":\"/x\",\"value_base64\":\"!\"}]", "/x: no Base64"},
+      {"get /x",
+       "line 1: expected a dump, or \"set VALUE PATH\" or \"str \"VALUE\" PATH\" as `to` writes "
+       "it"}};
+  for (const auto& [text, error] : cases) {
+    static_cast<void>(files().write("bad", text));
+    for (const char* const command : {"restore", "diff"}) {
+      expect(
+          {{command, "{D}/bad", "/{S}"}, 9, "", "treectl: {D}/bad: " + std::string(error) + '\n'});
+    }
+  }
+  expect(
+      {{"restore", "{D}/none", "/{S}"}, 9, "", "treectl: {D}/none: No such file or directory\n"});
+}
+
+TEST_F(Dump, IsComparedWithTreesAndFiles) {
+  const std::string dump = output({"dump", "/{S}/settings"});
+  expect({{"diff", "-", "/{S}/settings"}, 0, "", "", dump});
+  expect({{"diff", "/{S}/settings", "-"}, 0, "", "", dump});
+  expect({{"diff", "-"}, 0, "", "", dump});
+  expect({{"diff", "/{S}/settings/mode", "/{S}/drive/label"}, 1, "- \toff\n+ \ttwo words\n"});
+  expect({{"diff", "--json", "/{S}/settings/mode", "/{S}/empty"},
+          1,
+          "{\"address\":\"\",\"type\":\"text\",\"access\":\"rw\",\"value\":\"off\","
+          "\"event\":\"removed\"}\n"});
+  expect({{"diff", "--color=always", "/{S}/empty", "/{S}/settings/mode"},
+          1,
+          "\x1B[32m+ \toff\x1B[0m\n"});
+  expect({{"diff", "/{S}/settings"},
+          2,
+          "",
+          "treectl: \"/{S}/settings\": no file, and nothing to compare it with\n"});
+  expect({{"diff", "-", "-"}, 2, "", "treectl: -: expected once\n"});
+}
+
+}  // namespace
+}  // namespace treectl

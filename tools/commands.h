@@ -1,0 +1,18 @@
+#pragma once
+
+#include "tools/context.h"
+
+namespace treectl {
+
+/// The commands, each in the file of its name. Each reports its failures to the context.
+
+void runServers(Context& context);
+void runList(Context& context);
+void runGet(Context& context);
+void runSet(Context& context);
+void runDescribe(Context& context);
+void runDump(Context& context);
+void runRestore(Context& context);
+void runDiff(Context& context);
+
+}  // namespace treectl

@@ -1,0 +1,286 @@
+#include "tools/connection.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <sstream>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "evtsrv/event_port_manager.h"
+#include "modelsrv/model_root.h"
+
+namespace treectl {
+
+using ModelSrv::ModelPartIndex;
+using ModelSrv::ModelRes;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+/// Stands for the part that the next request is about. The library asks for each id of the chain
+/// once, the last one first.
+class TargetPart final : public ModelSrv::ModelPart {
+ public:
+  explicit TargetPart(ModelSrv::ModelRoot& root) : root_(root) {}
+  ~TargetPart() override { detach(); }
+  TargetPart(const TargetPart&) = delete;
+  TargetPart& operator=(const TargetPart&) = delete;
+
+  void set(const Chain& chain) { chain_ = chain; }
+
+  ModelSrv::ModelPartId getId() override {
+    const ModelSrv::ModelPartId id = chain_.back();
+    chain_.pop_back();
+    return id;
+  }
+
+  ModelSrv::ModelPart* getParentNode() override {
+    return chain_.empty() ? static_cast<ModelSrv::ModelPart*>(&root_) : this;
+  }
+
+ private:
+  ModelSrv::ModelRoot& root_;
+  Chain chain_;
+};
+
+/// Whether a store would take `text` for the counted form of another one: a length, a line feed
+/// and that many bytes.
+bool looksCounted(std::string_view text) {
+  const std::size_t feed = text.find('\n');
+  return feed != std::string_view::npos && text.starts_with(std::to_string(text.size() - feed - 1));
+}
+
+/// The form that stores exactly `text`. What looks like the counted form is no number, so the
+/// part's type does not matter.
+std::string storedForm(std::string_view text) {
+  std::string form;
+  if (looksCounted(text)) {
+    form = std::to_string(text.size()) + '\n';
+  }
+  form += text;
+  return form;
+}
+
+std::vector<std::string> splitLines(std::string_view text) {
+  std::vector<std::string> lines;
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    lines.emplace_back(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return lines;
+}
+
+/// A request on a thread of its own, which may end after nobody waits for it any more.
+template <typename Result>
+struct DetachedRequest {
+  std::mutex mutex;
+  std::condition_variable ended;
+  std::optional<ModelRes> result;
+  Result output{};
+};
+
+}  // namespace
+
+struct Connection::Link {
+  EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, false};
+  ModelSrv::ModelRoot root{&manager};
+  TargetPart target{root};
+  std::ostringstream stream;
+
+  ModelSrv::ModelPart* at(const Chain& chain) {
+    if (chain.empty()) {
+      return &root;
+    }
+    target.set(chain);
+    return &target;
+  }
+
+  ModelRes read(const Chain& chain, ModelPartIndex index, std::string& text) {
+    stream.clear();
+    stream.str({});
+    const ModelRes result = at(chain)->save(stream, index);
+    if (result != ModelSrv::ModelRes_Success) {
+      return result;
+    }
+    if (stream.fail()) {
+      return ModelSrv::ModelRes_SystemError;
+    }
+    text = stream.view();
+    return result;
+  }
+};
+
+Connection::Connection(double limit) : limit_(limit), link_(std::make_shared<Link>()) {}
+
+Connection::~Connection() = default;
+
+template <typename Result, typename Request>
+ModelRes Connection::run(Result& output, bool isRead, Request request) {
+  if (abandoned_) {
+    return ModelSrv::ModelRes_Timeout;
+  }
+  const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                           std::chrono::duration<double>(limit_));
+  if (limit_ >= defaultLimit) {
+    ModelRes result = request(*link_, output);
+    while (result == ModelSrv::ModelRes_Timeout && isRead && Clock::now() < deadline) {
+      // Until the server shows life, requests fail without waiting.
+      constexpr int pause = 50;
+      static_cast<void>(link_->manager.receiveEvent(pause));
+      result = request(*link_, output);
+    }
+    return result;
+  }
+  const auto detached = std::make_shared<DetachedRequest<Result>>();
+  try {
+    std::thread([detached, link = link_, request] {
+      Result received{};
+      const ModelRes result = request(*link, received);
+      const std::lock_guard lock(detached->mutex);
+      detached->output = std::move(received);
+      detached->result = result;
+      detached->ended.notify_one();
+    }).detach();
+  } catch (const std::system_error&) {
+    return ModelSrv::ModelRes_SystemError;
+  }
+  std::unique_lock lock(detached->mutex);
+  if (!detached->ended.wait_until(lock, deadline, [&] { return detached->result.has_value(); })) {
+    abandoned_ = true;
+    return ModelSrv::ModelRes_Timeout;
+  }
+  output = std::move(detached->output);
+  return *detached->result;
+}
+
+ModelRes Connection::open(const std::string& name) {
+  struct Nothing {};
+  Nothing nothing;
+  return run(nothing, true, [name](Link& link, Nothing&) {
+    return link.root.startAsClient(name, ModelSrv::ModelRoot::CachePeriod_Stop,
+                                   EvtSrv::ConBehave_Default);
+  });
+}
+
+std::optional<uid_t> Connection::owner() const {
+  return abandoned_ ? std::nullopt : link_->root.serverOwner();
+}
+
+ModelRes Connection::readChildren(const Chain& chain, Children& children) {
+  return run(children, true, [chain](Link& link, Children& output) {
+    // Both from one state of the tree.
+    const std::lock_guard lock(link.manager.clientMutex);
+    ModelRes result = link.root.getChildIdsFromServer(link.at(chain), output.ids);
+    if (result == ModelSrv::ModelRes_Success) {
+      result = link.root.getChildNamesFromServer(link.at(chain), output.names);
+    }
+    output.names.resize(output.ids.size());
+    return result;
+  });
+}
+
+ModelRes Connection::readElementCount(const Chain& chain, unsigned& count) {
+  return run(count, true, [chain](Link& link, unsigned& output) {
+    unsigned short sum = 0;
+    const ModelRes result = link.root.getElementSumFromServer(link.at(chain), sum);
+    output = sum;
+    return result;
+  });
+}
+
+ModelRes Connection::readElementNames(const Chain& chain, std::vector<std::string>& names) {
+  return run(names, true, [chain](Link& link, std::vector<std::string>& output) {
+    return link.root.getElementNamesFromServer(link.at(chain), output);
+  });
+}
+
+ModelRes Connection::readText(const Chain& chain, ModelPartIndex index, std::string& text) {
+  return run(text, true, [chain, index](Link& link, std::string& output) {
+    return link.read(chain, index, output);
+  });
+}
+
+ModelRes Connection::readValue(const Chain& chain, ModelPartIndex index, Value& value) {
+  unsigned count = 0;
+  ModelRes result = index == ModelSrv::ModelPartIndex_All ? readElementCount(chain, count)
+                                                          : ModelSrv::ModelRes_Success;
+  std::string text;
+  if (result == ModelSrv::ModelRes_Success) {
+    result = readText(chain, index, text);
+  }
+  if (result != ModelSrv::ModelRes_Success) {
+    return result;
+  }
+  if (count == 0) {
+    value = {{std::move(text)}, false};
+    return result;
+  }
+  std::vector<std::string> texts = splitLines(text);
+  if (texts.size() == count) {
+    value = {std::move(texts), true};
+    return result;
+  }
+  // A text has line feeds of its own.
+  texts.resize(count);
+  for (unsigned i = 0; i < count; ++i) {
+    result = readText(chain, static_cast<ModelPartIndex>(i), texts[i]);
+    if (result != ModelSrv::ModelRes_Success) {
+      return result;
+    }
+  }
+  value = {std::move(texts), true};
+  return result;
+}
+
+ModelRes Connection::readDescription(const Chain& chain, ModelSrv::PartDescription& description) {
+  return run(description, true, [chain](Link& link, ModelSrv::PartDescription& output) {
+    return link.at(chain)->describe(output);
+  });
+}
+
+ModelRes Connection::storeText(const Chain& chain, ModelPartIndex index, std::string text,
+                               bool passProtected, std::string& reason) {
+  const ModelRes result =
+      run(reason, false,
+          [chain, index, text = std::move(text), passProtected](Link& link, std::string& output) {
+            return link.at(chain)->store(text, passProtected, index, output);
+          });
+  if (result != ModelSrv::ModelRes_Success && reason.empty()) {
+    reason = ModelSrv::describe(result);
+  }
+  return result;
+}
+
+ModelRes Connection::store(const Chain& chain, ModelPartIndex index, std::string_view text,
+                           bool passProtected, std::string& reason) {
+  return storeText(chain, index, storedForm(text), passProtected, reason);
+}
+
+ModelRes Connection::storeElements(const Chain& chain, const std::vector<std::string>& texts,
+                                   bool passProtected, std::string& reason) {
+  const auto fitsLine = [](const std::string& text) { return text.find('\n') == text.npos; };
+  if (std::all_of(texts.begin(), texts.end(), fitsLine)) {
+    std::string lines;
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+      lines += i == 0 ? "" : "\n";
+      lines += texts[i];
+    }
+    return storeText(chain, ModelSrv::ModelPartIndex_All, std::move(lines), passProtected, reason);
+  }
+  // Line feeds separate the elements of a whole array, so these are stored one by one.
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    const ModelRes result =
+        store(chain, static_cast<ModelPartIndex>(i), texts[i], passProtected, reason);
+    if (result != ModelSrv::ModelRes_Success) {
+      reason = '[' + std::to_string(i) + "]: " + reason;
+      return result;
+    }
+  }
+  return ModelSrv::ModelRes_Success;
+}
+
+}  // namespace treectl

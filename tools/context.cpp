@@ -1,0 +1,109 @@
+#include "tools/context.h"
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "tools/discovery.h"
+
+namespace treectl {
+
+namespace {
+
+std::string userName(uid_t user) {
+  passwd entry{};
+  passwd* found = nullptr;
+  char buffer[1024];
+  if (::getpwuid_r(user, &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr) {
+    return found->pw_name;
+  }
+  return std::to_string(user);
+}
+
+/// Colours are for people; whoever sets NO_COLOR wants none.
+bool wantsColor(Color color) {
+  if (color != Color::automatic) {
+    return color == Color::always;
+  }
+  const char* const refusal = ::getenv("NO_COLOR");
+  return (refusal == nullptr || *refusal == 0) && ::isatty(STDOUT_FILENO) == 1;
+}
+
+}  // namespace
+
+std::string connectionError(const std::string& server, ModelSrv::ModelRes result) {
+  if (result != ModelSrv::ModelRes_NotConnected) {
+    return ModelSrv::describe(result);
+  }
+  std::string names;
+  for (const std::string& name : discoverLivingServers()) {
+    if (name != server) {
+      names += (names.empty() ? "" : ", ") + name;
+    }
+  }
+  return "no server " + server +
+         (names.empty() ? " (there is none)" : " (there are: " + names + ")");
+}
+
+Context::Context(Options options)
+    : options_(std::move(options)), colored_(wantsColor(options_.color)) {
+  messages_.setQuiet(options_.quiet);
+}
+
+void Context::fail(Status status, std::string_view subject, std::string_view reason) {
+  // What was printed before the failure stands before its message.
+  output_.flush();
+  messages_.print(subject, reason);
+  note(status);
+}
+
+void Context::fail(std::string_view subject, ModelSrv::ModelRes result, RequestKind kind) {
+  fail(statusOf(result, kind), subject, ModelSrv::describe(result));
+}
+
+void Context::note(Status status) {
+  if (status_ == Status::success) {
+    status_ = status;
+  }
+}
+
+Context::Opened& Context::open(const std::string& server) {
+  const auto [at, isNew] = servers_.try_emplace(server);
+  Opened& opened = at->second;
+  if (isNew) {
+    opened.connection = std::make_unique<Connection>(options_.timeout.value_or(defaultLimit));
+    opened.result = opened.connection->open(server);
+    if (opened.result == ModelSrv::ModelRes_Success) {
+      reportOwner(server, *opened.connection);
+    }
+  }
+  return opened;
+}
+
+void Context::reportOwner(const std::string& server, const Connection& connection) const {
+  constexpr uid_t root = 0;
+  if (::geteuid() != root) {
+    return;
+  }
+  if (const auto owner = connection.owner(); owner && *owner != root) {
+    messages_.print(server, "the server of user " + userName(*owner));
+  }
+}
+
+Connection* Context::connect(const std::string& server, std::string_view subject) {
+  Opened& opened = open(server);
+  if (opened.result == ModelSrv::ModelRes_Success) {
+    return opened.connection.get();
+  }
+  fail(statusOf(opened.result), subject, connectionError(server, opened.result));
+  return nullptr;
+}
+
+Connection* Context::connectIfLiving(const std::string& server) {
+  Opened& opened = open(server);
+  return opened.result == ModelSrv::ModelRes_Success ? opened.connection.get() : nullptr;
+}
+
+}  // namespace treectl

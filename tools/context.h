@@ -1,0 +1,66 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "tools/address.h"
+#include "tools/connection.h"
+#include "tools/options.h"
+#include "tools/output.h"
+#include "tools/status.h"
+
+namespace treectl {
+
+/// What a command works with: its options, the output, the messages, the status, and a connection
+/// to each server that it has needed. For one thread.
+class Context {
+ public:
+  explicit Context(Options options);
+
+  [[nodiscard]] const Options& options() const { return options_; }
+  [[nodiscard]] Output& output() { return output_; }
+  [[nodiscard]] const Messages& messages() const { return messages_; }
+
+  /// Whether output is coloured.
+  [[nodiscard]] bool colored() const { return colored_; }
+
+  /// The first failure so far.
+  [[nodiscard]] Status status() const { return status_; }
+
+  /// Prints "SUBJECT: reason" and keeps the status, unless there was a failure before.
+  void fail(Status status, std::string_view subject, std::string_view reason);
+  /// The same with the text of a result.
+  void fail(std::string_view subject, ModelSrv::ModelRes result,
+            RequestKind kind = RequestKind::read);
+  /// Keeps the status without a message.
+  void note(Status status);
+
+  /// The connection to `server`, made at the first call. Null if it cannot be made; that is then a
+  /// failure of `subject`.
+  Connection* connect(const std::string& server, std::string_view subject);
+  /// The same without messages: whether there is such a server.
+  Connection* connectIfLiving(const std::string& server);
+
+ private:
+  struct Opened {
+    std::unique_ptr<Connection> connection;
+    ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
+  };
+
+  Opened& open(const std::string& server);
+  void reportOwner(const std::string& server, const Connection& connection) const;
+
+  Options options_;
+  bool colored_;
+  Output output_;
+  Messages messages_;
+  Status status_ = Status::success;
+  std::map<std::string, Opened, std::less<>> servers_;
+};
+
+/// Why there is no connection to `server`: "no server X (there are: Y, Z)".
+[[nodiscard]] std::string connectionError(const std::string& server, ModelSrv::ModelRes result);
+
+}  // namespace treectl

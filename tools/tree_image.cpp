@@ -1,0 +1,188 @@
+#include "tools/tree_image.h"
+
+#include <sys/time.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <utility>
+
+#include "tools/json_object.h"
+#include "tools/match.h"
+#include "tools/tree_walk.h"
+
+namespace treectl {
+
+namespace {
+
+/// The position in a printed address behind its first `count` names.
+std::size_t endOfNames(std::string_view address, std::size_t count) {
+  std::size_t at = 0;
+  for (std::size_t names = 0; at < address.size(); ++at) {
+    if (address[at] == '/' && names++ == count) {
+      break;
+    }
+    at += address[at] == '\\' ? 1 : 0;
+  }
+  return at;
+}
+
+/// How many names stand before the first wildcard.
+std::size_t literalNames(const Address& address) {
+  std::size_t count = 0;
+  while (count < address.names.size() && !address.names[count].hasWildcards()) {
+    ++count;
+  }
+  return count;
+}
+
+/// Collects the parts that an address stands for.
+class ImageReader {
+ public:
+  ImageReader(Context& context, const Address& address, TreeImage& image)
+      : context_(context), address_(address), image_(image) {}
+
+  bool run() {
+    const Status before = context_.status();
+    forEachMatch(context_, address_, [this](const Match& match) { return visit(match); });
+    return !failed_ && context_.status() == before;
+  }
+
+ private:
+  Visit visit(const Match& match) {
+    setBase(match);
+    ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
+    if (match.index == ModelSrv::ModelPartIndex_All &&
+        isNode(*match.connection, match.chain, result)) {
+      return address_.hasWildcards() ? Visit::skipped : readBelow(match);
+    }
+    if (result == ModelSrv::ModelRes_Success) {
+      result = readPart(match, match.chain, match.address);
+    }
+    return result == ModelSrv::ModelRes_Success ? Visit::taken : fail(match.shown(), result);
+  }
+
+  void setBase(const Match& match) {
+    if (address_.server.hasWildcards()) {
+      image_.base = "/";
+    } else if (image_.base.empty()) {
+      const bool hasServer = address_.hasServer;
+      const std::string_view part = match.partAddress();
+      baseSize_ = endOfNames(part, literalNames(address_) + (hasServer ? 1 : 0));
+      image_.base = hasServer ? "" : "/";
+      if (!hasServer) {
+        appendEscapedName(image_.base, match.server);
+      }
+      image_.base += part.substr(0, baseSize_);
+    }
+  }
+
+  Visit readBelow(const Match& match) {
+    const std::vector<NamePattern> everything{NamePattern("**")};
+    TreeWalk walk(*match.connection, match.chain, match.address, everything);
+    while (walk.next()) {
+      ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
+      if (!isNode(*match.connection, walk.chain(), result) &&
+          result == ModelSrv::ModelRes_Success) {
+        result = readPart(match, walk.chain(), walk.address());
+      }
+      if (result != ModelSrv::ModelRes_Success) {
+        return fail(walk.address(), result);
+      }
+    }
+    return walk.result() == ModelSrv::ModelRes_Success ? Visit::taken
+                                                       : fail(match.shown(), walk.result());
+  }
+
+  ModelSrv::ModelRes readPart(const Match& match, const Chain& chain, const std::string& address) {
+    ModelSrv::PartDescription description;
+    ImagePart part;
+    ModelSrv::ModelRes result = match.connection->readDescription(chain, description);
+    if (result == ModelSrv::ModelRes_Success) {
+      result = match.connection->readValue(chain, match.index, part.value);
+    }
+    if (result == ModelSrv::ModelRes_Success) {
+      part.address = address.substr(baseSize_);
+      part.type = description.type;
+      part.access = accessName(description.access);
+      part.connection = match.connection;
+      part.chain = chain;
+      image_.parts.push_back(std::move(part));
+    }
+    return result;
+  }
+
+  Visit fail(std::string_view address, ModelSrv::ModelRes result) {
+    failed_ = true;
+    context_.fail(address, result);
+    return Visit::stopped;
+  }
+
+  Context& context_;
+  const Address& address_;
+  TreeImage& image_;
+  std::size_t baseSize_ = 0;  ///< of the printed addresses
+  bool failed_ = false;
+};
+
+/// Whether both are numbers of the same value.
+bool isSameNumber(const std::string& one, const std::string& other) {
+  char* oneEnd = nullptr;
+  char* otherEnd = nullptr;
+  const double oneNumber = std::strtod(one.c_str(), &oneEnd);
+  const double otherNumber = std::strtod(other.c_str(), &otherEnd);
+  return oneEnd != one.c_str() && otherEnd != other.c_str() && *oneEnd == 0 && *otherEnd == 0 &&
+         oneNumber == otherNumber;
+}
+
+}  // namespace
+
+bool readImage(Context& context, const Address& address, TreeImage& image) {
+  image.time = timeNow();
+  return ImageReader(context, address, image).run();
+}
+
+void appendImage(std::string& out, const TreeImage& image) {
+  out += "[\n";
+  JsonObject header(out);
+  header.addRaw("format", "1");
+  header.addText("base", image.base);
+  header.addText("time", image.time);
+  header.end();
+  for (const ImagePart& part : image.parts) {
+    out += ",\n";
+    JsonObject object(out);
+    object.addText("address", part.address);
+    object.addTextIfAny("type", part.type);
+    object.addTextIfAny("access", part.access);
+    object.addValue(part.value, part.type);
+    object.end();
+  }
+  out += "\n]\n";
+}
+
+bool isSameValue(const Value& one, const Value& other, const std::string& type) {
+  if (one.texts.size() != other.texts.size() || one.isArray != other.isArray) {
+    return false;
+  }
+  const bool isFloating = type == "float" || type == "double";
+  for (std::size_t i = 0; i < one.texts.size(); ++i) {
+    if (one.texts[i] != other.texts[i] &&
+        !(isFloating && isSameNumber(one.texts[i], other.texts[i]))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string timeNow() {
+  timeval now{};
+  ::gettimeofday(&now, nullptr);
+  tm parts{};
+  ::gmtime_r(&now.tv_sec, &parts);
+  char text[64];
+  const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+  const std::string digits = std::to_string(1000000 + now.tv_usec);
+  return std::string(text, size) + '.' + digits.substr(1) + 'Z';
+}
+
+}  // namespace treectl

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/context.h"
+#include "tools/values.h"
+
+namespace treectl {
+
+/// The values of a subtree at one time, as a dump has them.
+
+struct ImagePart {
+  std::string address;  ///< below the base, such as "/load"; "" for the base itself
+  std::string type;     ///< empty if it is not known
+  std::string access;   ///< "rw", "ro", "protected", or empty
+  Value value;
+  // Of a live tree, else empty.
+  Connection* connection = nullptr;
+  Chain chain;
+};
+
+struct TreeImage {
+  std::string base;  ///< the address, with the server; empty if it is not known
+  std::string time;
+  std::vector<ImagePart> parts;  ///< in the server's order
+};
+
+/// Reads what `address` stands for: a part, everything below a node, or the parts that match. False
+/// after a failure, which has been reported.
+[[nodiscard]] bool readImage(Context& context, const Address& address, TreeImage& image);
+
+/// Appends the image as a JSON array: a header object, then an object a part.
+void appendImage(std::string& out, const TreeImage& image);
+
+/// Reads a dump, or a file that the shell's `to` wrote. `path` may be "-" for standard input. False
+/// after a failure, which has been reported.
+[[nodiscard]] bool readImageFile(Context& context, const std::string& path, TreeImage& image);
+
+/// Parses the text of such a file; an error is a line without the file's name.
+[[nodiscard]] bool parseImage(const std::string& text, TreeImage& image, std::string& error);
+/// The same for a dump only, and for lines of `to` only.
+[[nodiscard]] bool parseJsonImage(const std::string& text, TreeImage& image, std::string& error);
+[[nodiscard]] bool parseSavedCommands(const std::string& text, TreeImage& image,
+                                      std::string& error);
+
+/// Whether two values are the same: numbers by value, others by bytes.
+[[nodiscard]] bool isSameValue(const Value& one, const Value& other, const std::string& type);
+
+/// The time of now as "2026-11-21T09:30:01.000123Z".
+[[nodiscard]] std::string timeNow();
+
+}  // namespace treectl
