@@ -62,7 +62,7 @@ EvtRes ServerLink::open(ServedPort& port) {
       !writeWithoutPayload(core_.system(), pipes_.event, FrameKind::event, startedEvent)) {
     return EvtRes_Closed;
   }
-  pumpEvents();
+  pumpEvents(true);
   return EvtRes_Success;
 }
 
@@ -175,7 +175,7 @@ bool ServerLink::serveRole(unsigned role, std::uint32_t events) {
       writeReply();
       return true;
     default:
-      pumpEvents();
+      pumpEvents(true);
       if (closing_) {
         end();
       } else {
@@ -354,7 +354,7 @@ std::size_t ServerLink::handle(const Frame& request) {
     return size;
   }
   if (std::exchange(eventsDeferred_, false)) {
-    pumpEvents();
+    pumpEvents(true);
   }
   return size;
 }

@@ -114,7 +114,8 @@ class ServerLink final : public ServerConnection,
   void keepInput() KRV_REQUIRES(core_.clientMutex());
   void refuseFrame(const FrameHeader& request) KRV_REQUIRES(core_.clientMutex());
   std::size_t handle(const Frame& request) KRV_REQUIRES(core_.clientMutex());
-  void pumpEvents() KRV_REQUIRES(core_.clientMutex());
+  /// `inDispatch`: see `ServerSession::beginEvents`.
+  void pumpEvents(bool inDispatch) KRV_REQUIRES(core_.clientMutex());
   /// `pumpEvents` for callers outside a dispatch, which would end the connection when
   /// memory runs out.
   void pumpOrClose() KRV_REQUIRES(core_.clientMutex());
@@ -146,6 +147,7 @@ class ServerLink final : public ServerConnection,
   unsigned frameBegunAt_ = 0;
   bool serving_ = false;         // In session_->handle(): the session must not be destroyed.
   bool pumping_ = false;         // In another call of the session: likewise.
+  bool eventsPaused_ = false;    // The session leaves its events to the next dispatch.
   bool eventsDeferred_ = false;  // eventsPending() was called meanwhile.
   bool closing_ = false;         // To end at the next dispatch.
   bool draining_ = false;

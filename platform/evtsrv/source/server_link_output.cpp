@@ -63,26 +63,29 @@ void ServerLink::eventsPending() {
 
 void ServerLink::pumpOrClose() {
   try {
-    pumpEvents();
+    pumpEvents(false);
   } catch (const std::bad_alloc&) {
     closeOnNextDispatch();
   }
 }
 
-void ServerLink::pumpEvents() {
+void ServerLink::pumpEvents(bool inDispatch) {
   if (owner_ == nullptr || closing_ || pumping_) {
     return;
   }
   BufferLease lease(core_.eventSlot());
   Progress progress = events_.resume(core_.system(), pipes_.event.number());
   moreEvents_ = false;
+  eventsPaused_ = false;
+  session_->beginEvents(inDispatch);
   for (unsigned chunks = 0; progress == Progress::all && fillEvents(lease.bytes()); ++chunks) {
     progress = events_.write(core_.system(), pipes_.event.number(), lease.bytes());
-    if (chunks == chunksPerTurn) {
+    if (chunks == chunksPerTurn || eventsPaused_) {
       moreEvents_ = true;
       break;
     }
   }
+  moreEvents_ = moreEvents_ || eventsPaused_;
   if (owner_ == nullptr) {
     destroySession();
     return;
@@ -106,13 +109,15 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
       header.kind = FrameKind::event;
       if (!session_->takeEvent(header.code, chunk)) {
         chunk.resize(start);
+        eventsPaused_ = session_->eventsPaused();
         break;
       }
       header.length = static_cast<std::uint32_t>(chunk.size() - start - FrameHeader::size);
       encodeHeader(header, chunk.data() + start);
     }
   }
-  if (draining_ && !serving_ && chunk.empty() && !std::exchange(stoppedSent_, true)) {
+  if (draining_ && !serving_ && !eventsPaused_ && chunk.empty() &&
+      !std::exchange(stoppedSent_, true)) {
     append(chunk, encodeEmptyFrame(FrameKind::event, stoppedEvent));
   }
   return owner_ != nullptr && !chunk.empty();

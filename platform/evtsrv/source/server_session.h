@@ -45,9 +45,16 @@ class ServerSession {
   virtual std::uint16_t handle(std::uint16_t operation, PayloadReader& request,
                                std::vector<std::uint8_t>& reply) = 0;
 
+  /// Events are about to be taken. With `inDispatch` that may call the program; otherwise the
+  /// program is in the middle of a call of this library.
+  virtual void beginEvents(bool /*inDispatch*/) {}
+
   /// Removes the next pending event, appends its payload to `payload` and sets `type`.
-  /// Returns false if none is pending.
+  /// Returns false if none is pending, or `eventsPaused`.
   virtual bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) = 0;
+
+  /// Whether the last `takeEvent` left pending events to a later dispatch.
+  [[nodiscard]] virtual bool eventsPaused() const { return false; }
 
   /// The code of the reply to a request that exceeds a limit of its client.
   [[nodiscard]] virtual std::uint16_t limitReached() const = 0;

@@ -269,6 +269,10 @@ std::int64_t PosixSystem::nowNs() {
   return nanosecondsOf(CLOCK_MONOTONIC);
 }
 
+std::int64_t PosixSystem::realTimeNs() {
+  return nanosecondsOf(CLOCK_REALTIME);
+}
+
 std::int64_t PosixSystem::threadTimeNs() {
   return nanosecondsOf(CLOCK_THREAD_CPUTIME_ID);
 }

@@ -129,6 +129,8 @@ class System {
   [[nodiscard]] virtual std::int64_t nowMs() = 0;
   /// The time of the monotonic clock in nanoseconds.
   [[nodiscard]] virtual std::int64_t nowNs() = 0;
+  /// The real time in nanoseconds since 1970-01-01 UTC.
+  [[nodiscard]] virtual std::int64_t realTimeNs() = 0;
   /// The processor time that the calling thread has used, in nanoseconds.
   [[nodiscard]] virtual std::int64_t threadTimeNs() = 0;
   [[nodiscard]] virtual uid_t effectiveUser() = 0;
@@ -197,6 +199,7 @@ class PosixSystem : public System {
   void removeWatch(int watch, int number) override;
   std::int64_t nowMs() override;
   std::int64_t nowNs() override;
+  std::int64_t realTimeNs() override;
   std::int64_t threadTimeNs() override;
   uid_t effectiveUser() override;
   bool isPrimaryGroup(gid_t group) override;

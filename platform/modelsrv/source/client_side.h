@@ -10,6 +10,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/cache/reply_cache.h"
 #include "modelsrv/source/client_subscriptions.h"
+#include "modelsrv/source/client_watches.h"
 #include "modelsrv/source/connection_history.h"
 #include "modelsrv/source/description.h"
 #include "modelsrv/source/id_chain.h"
@@ -54,6 +55,10 @@ class ClientSide final : public EvtSrv::internal::EventSink,
   ModelRes subscribe(ModelPart& part, ChainView chain, void* context, ModelPartIndex index);
   ModelRes unsubscribe(ModelPart& part, ChainView chain);
 
+  ModelRes startWatch(const ClientWatches::Pointer& watch);
+  /// The watch ends, whatever the result is.
+  ModelRes stopWatch(ClientWatch& watch);
+
   /// `part` has been removed from the root's tree: its subscriptions end.
   void partDetached(const ModelPart& part);
 
@@ -95,12 +100,13 @@ class ClientSide final : public EvtSrv::internal::EventSink,
   ModelRoot& root_;
   bool started_ = false;
   std::shared_ptr<ClientSubscriptions> subscriptions_ = std::make_shared<ClientSubscriptions>();
+  std::shared_ptr<ClientWatches> watches_ = std::make_shared<ClientWatches>();
   ReplyCache cache_;
   bool prefetchEnabled_ = true;        ///< false if this connection's server has no usable page
   bool describeEnabled_ = true;        ///< false if this connection's server has no descriptions
   std::vector<std::uint8_t> payload_;  ///< of the request that is being sent
   EvtSrv::internal::PortClient port_;
-  Renewal renewal_{port_, subscriptions_};
+  Renewal renewal_{port_, subscriptions_, watches_};
   ConnectionHistory history_;
 };
 

@@ -11,6 +11,7 @@
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/sleeping_subscriptions.h"
 #include "modelsrv/source/tree_lock.h"
+#include "modelsrv/source/watch_registry.h"
 
 namespace ModelSrv {
 
@@ -80,6 +81,7 @@ void ModelNode::attach(ModelPart& part, const std::vector<ModelPart*>& descendan
   }
   if (const ModelRoot* root = findRoot(); root != nullptr) {
     root->sleepingSessions_->partEntered(part, descendants);
+    root->watchRegistry_->partEntered(part, descendants);
   }
 }
 
@@ -227,6 +229,9 @@ void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& descenda
     return;
   }
   const ModelRoot* const root = findRoot();
+  if (root != nullptr) {
+    root->watchRegistry_->partLeft(part, *this, descendants);
+  }
   const auto leave = [this, root](ModelPart& leaving) {
     if (root != nullptr && root->client_ != nullptr) {
       root->client_->partDetached(leaving);
@@ -234,10 +239,8 @@ void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& descenda
     if (root != nullptr && leaving.subscribers_ != nullptr) {
       leaving.subscribers_->partLeft(leaving, *this, root->sleepingSessions_);
     }
-    if (leaving.subscribers_ != nullptr) {
-      leaving.subscribers_.reset();
-      internal::PartAccess::reportWatched(leaving, false);
-    }
+    leaving.subscribers_.reset();
+    internal::PartAccess::reportWatched(leaving, false);
     leaving.treeManager_.store(nullptr, std::memory_order_release);
   };
   leave(part);

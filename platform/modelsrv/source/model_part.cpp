@@ -12,6 +12,7 @@
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/subscription.h"
 #include "modelsrv/source/tree_lock.h"
+#include "modelsrv/source/watch_registry.h"
 
 namespace ModelSrv {
 
@@ -49,6 +50,9 @@ ModelPart::ModelPart(ModelPartId id, std::string name, ModelPartStatus status)
 
 ModelPart::~ModelPart() {
   detach();
+  if (watchHandler_ != nullptr) {
+    --internal::WatchCounts::handlers;
+  }
 }
 
 ModelPartId ModelPart::getId() {
@@ -202,13 +206,20 @@ void ModelPart::setSubscribable(bool subscribable) {
 
 bool ModelPart::isWatched() const {
   const TreeLock lock(*this);
-  return subscribers_ != nullptr;
+  return subscribers_ != nullptr || internal::isInWatchedSubtree(*this);
 }
 
 void ModelPart::setWatchHandler(std::function<void(bool watched)> handler) {
   const TreeLock lock(*this);
+  const bool had = watchHandler_ != nullptr;
   watchHandler_ =
       handler ? std::make_shared<const std::function<void(bool)>>(std::move(handler)) : nullptr;
+  if (watchHandler_ != nullptr && !had) {
+    ++internal::WatchCounts::handlers;
+  } else if (watchHandler_ == nullptr && had) {
+    --internal::WatchCounts::handlers;
+  }
+  watchReported_ = subscribers_ != nullptr || internal::isInWatchedSubtree(*this);
 }
 
 ModelNode* ModelPart::parent() const {
@@ -254,7 +265,10 @@ ModelRes ModelPart::checkLimits(const PartAttributes& attributes) const {
 void ModelPart::notifySubscribers(ModelPartIndex index) {
   TreeLock::assertHeld(*this);
   if (subscribers_ != nullptr) {
-    subscribers_->notify(index);
+    subscribers_->notify(*this, index);
+  }
+  if (internal::WatchCounts::anySubtree()) {
+    internal::notifySubtreeWatches(*this, index);
   }
 }
 

@@ -7,6 +7,7 @@
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/sleeping_subscriptions.h"
 #include "modelsrv/source/updates.h"
+#include "modelsrv/source/watch_registry.h"
 
 namespace ModelSrv {
 
@@ -14,7 +15,9 @@ using internal::ChainView;
 using ClientLock = KSTD::KThreadMutexLock;
 
 ModelRoot::ModelRoot(EvtSrv::EventPortManager* manager)
-    : EventPort(manager), sleepingSessions_(std::make_shared<internal::SleepingSessions>()) {
+    : EventPort(manager),
+      sleepingSessions_(std::make_shared<internal::SleepingSessions>()),
+      watchRegistry_(std::make_shared<internal::WatchRegistry>()) {
   treeManager_.store(manager, std::memory_order_release);
 }
 

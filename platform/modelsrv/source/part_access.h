@@ -9,6 +9,7 @@
 #include "modelsrv/model_root.h"
 #include "modelsrv/part_description.h"
 #include "modelsrv/source/subscription.h"
+#include "modelsrv/source/watch_registry.h"
 
 namespace ModelSrv::internal {
 
@@ -69,6 +70,15 @@ struct PartAccess {
   static const std::shared_ptr<SleepingSessions>& sleepingSessions(const ModelRoot& root) {
     return root.sleepingSessions_;
   }
+  /// Null if the root is no client's.
+  static ClientSide* client(ModelRoot& root) { return root.client_.get(); }
+  static const std::shared_ptr<WatchRegistry>& watchRegistry(const ModelRoot& root) {
+    return root.watchRegistry_;
+  }
+  /// The children that have an id, in ascending order of it, and perhaps others.
+  static const std::vector<ModelPart*>& childrenById(const ModelNode& node) {
+    return node.addedInOrder_ ? node.children_ : node.byId_;
+  }
   static bool isCacheable(const ModelPart& part) { return part.isCacheable(); }
   static void setCacheStamp(ModelPart& part, std::uint32_t stamp) {
     part.cacheStamp_ = stamp;
@@ -78,14 +88,23 @@ struct PartAccess {
   static bool hasSleeping(const ModelPart& part) { return part.hasSleeping_; }
   static void setHasSleeping(ModelPart& part) { part.hasSleeping_ = true; }
   static bool subscribable(const ModelPart& part) { return part.subscribable_; }
-  /// To be called before the first subscription begins and after the last one has ended.
-  static void reportWatched(const ModelPart& part, bool watched) {
-    if (const auto handler = part.watchHandler_) {
-      (*handler)(watched);
+  /// To be called before the first subscription or watch begins and after the last one has ended.
+  /// Calls the watch handler if that makes a difference to it.
+  static void reportWatched(ModelPart& part, bool watched) {
+    const auto handler = part.watchHandler_;
+    if (handler == nullptr || part.watchReported_ == watched ||
+        (!watched && (part.subscribers_ != nullptr || isInWatchedSubtree(part)))) {
+      return;
     }
+    (*handler)(watched);
+    part.watchReported_ = watched;
   }
   static std::unique_ptr<PartSubscribers>& subscribers(ModelPart& part) {
     return part.subscribers_;
+  }
+  /// Null if there are none.
+  static const PartSubscribers* subscribersOf(const ModelPart& part) {
+    return part.subscribers_.get();
   }
 };
 

@@ -19,8 +19,24 @@ constexpr std::size_t batchBytes = PIPE_BUF;
 
 }  // namespace
 
+RequestView Renewal::requestFor(const ClientWatch& watch, bool mayBeAbsent) {
+  RequestView request{Operation::watch, watch.chain, watch.options.index};
+  request.number = watch.number;
+  request.watchFlags = static_cast<std::uint8_t>((watch.options.subtree ? watchSubtree : 0) |
+                                                 (mayBeAbsent ? watchMayBeAbsent : 0));
+  request.period = watch.options.period;
+  return request;
+}
+
+RequestView Renewal::requestToEnd(const ClientWatch& watch) {
+  RequestView request{Operation::unwatch, {}};
+  request.number = watch.number;
+  return request;
+}
+
 void Renewal::begin() {
   subscriptions_->markAllLost();
+  watches_->markAllLost();
   waiting_.clear();
   replied_ = 0;
   absent_.clear();
@@ -43,13 +59,18 @@ EvtRes Renewal::postBatch() {
       const Key key = absent_.back();
       absent_.pop_back();
       if (renewSupport_ != Support::no && subscriptions_->find(key) != nullptr) {
-        result = post(key, Operation::renew);
+        const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
+        result = post(key, {Operation::renew, entry.chain, entry.index});
       } else {
         subscriptions_->markRefused(key);
         continue;
       }
     } else if (const std::optional<Key> key = subscriptions_->firstLost()) {
-      result = post(*key, Operation::subscribe);
+      const ClientSubscriptions::Entry& entry = *subscriptions_->find(*key);
+      result = post(*key, {Operation::subscribe, entry.chain, entry.index});
+    } else if (const std::optional<WatchNumber> number = watches_->firstLost()) {
+      const ClientWatches::Pointer watch = watches_->find(*number);
+      result = post(*number, requestFor(*watch, true));
     } else {
       break;
     }
@@ -58,16 +79,17 @@ EvtRes Renewal::postBatch() {
   return result;
 }
 
-EvtRes Renewal::post(Key key, Operation operation) {
-  const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
+EvtRes Renewal::post(Key key, const RequestView& request) {
   payload_.clear();
-  encodeRequest({operation, entry.chain, entry.index}, payload_);
-  const EvtRes result = port_.post(static_cast<std::uint16_t>(operation), payload_);
+  encodeRequest(request, payload_);
+  const EvtRes result = port_.post(static_cast<std::uint16_t>(request.operation), payload_);
   if (result == EvtSrv::EvtRes_Success) {
-    waiting_.push_back({key, operation});
-    if (operation == Operation::subscribe) {
-      // From now on an unsubscribe follows the request, and must be sent too.
+    waiting_.push_back({key, request.operation});
+    // From now on an unsubscribe follows the request, and must be sent too.
+    if (request.operation == Operation::subscribe) {
       subscriptions_->markRenewed(key);
+    } else if (request.operation == Operation::watch) {
+      watches_->markRenewed(static_cast<WatchNumber>(key));
     }
   }
   return result;
@@ -105,8 +127,12 @@ bool Renewal::replyReceived(std::uint16_t code) {
   if (request.operation == Operation::renew) {
     renewSupport_ = result == ModelRes_BadRequest ? Support::no : Support::yes;
   }
-  if (result == ModelRes_NoSuchPart && request.operation == Operation::subscribe &&
-      renewSupport_ != Support::no) {
+  if (request.operation == Operation::watch) {
+    if (result != ModelRes_Success) {
+      watches_->markRefused(static_cast<WatchNumber>(request.key));
+    }
+  } else if (result == ModelRes_NoSuchPart && request.operation == Operation::subscribe &&
+             renewSupport_ != Support::no) {
     absent_.push_back(request.key);
   } else if (result != ModelRes_Success) {
     subscriptions_->markRefused(request.key);

@@ -8,25 +8,32 @@
 
 #include "evtsrv/source/port_client.h"
 #include "modelsrv/source/client_subscriptions.h"
+#include "modelsrv/source/client_watches.h"
 #include "modelsrv/source/requests.h"
 
 namespace ModelSrv::internal {
 
-/// Renews a client's subscriptions on a new connection. It sends the requests in batches: a
-/// dispatch sends one, and the next follows when the replies have arrived; a request of the
-/// program that cannot go before them waits for all. Guarded by the client mutex.
+/// Renews a client's subscriptions, and then its watches, on a new connection. It sends the
+/// requests in batches: a dispatch sends one, and the next follows when the replies have arrived; a
+/// request of the program that cannot go before them waits for all. Guarded by the client mutex.
 class Renewal {
  public:
   /// `port` outlives this.
-  Renewal(EvtSrv::internal::PortClient& port, std::shared_ptr<ClientSubscriptions> subscriptions)
-      : port_(port), subscriptions_(std::move(subscriptions)) {}
+  Renewal(EvtSrv::internal::PortClient& port, std::shared_ptr<ClientSubscriptions> subscriptions,
+          std::shared_ptr<ClientWatches> watches)
+      : port_(port), subscriptions_(std::move(subscriptions)), watches_(std::move(watches)) {}
+
+  /// The request that begins a watch, which may wait for its part.
+  [[nodiscard]] static RequestView requestFor(const ClientWatch& watch, bool mayBeAbsent);
+  [[nodiscard]] static RequestView requestToEnd(const ClientWatch& watch);
 
   /// There is a new connection: no subscription is renewed yet.
   void begin();
 
   /// Whether the server has every subscription or has refused it.
   [[nodiscard]] bool isComplete() const {
-    return waiting_.empty() && absent_.empty() && !subscriptions_->firstLost().has_value();
+    return waiting_.empty() && absent_.empty() && !subscriptions_->firstLost().has_value() &&
+           !watches_->firstLost().has_value();
   }
 
   /// Sends the next batch if the replies to the previous one have arrived. Does not wait. An
@@ -46,15 +53,16 @@ class Renewal {
   enum class Support { unknown, yes, no };
 
   struct Request {
-    Key key;
+    Key key;  ///< the number, if it is of a watch
     Operation operation;
   };
 
   EvtSrv::EvtRes postBatch();
-  EvtSrv::EvtRes post(Key key, Operation operation);
+  EvtSrv::EvtRes post(Key key, const RequestView& request);
 
   EvtSrv::internal::PortClient& port_;
   std::shared_ptr<ClientSubscriptions> subscriptions_;
+  std::shared_ptr<ClientWatches> watches_;
   std::vector<Request> waiting_;             ///< the requests of this batch
   std::size_t replied_ = 0;                  ///< how many of them have their reply
   std::vector<Key> absent_;                  ///< whose parts the server does not have

@@ -45,11 +45,18 @@ void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payloa
   EvtSrv::internal::PayloadWriter writer(payload);
   writer.u16(static_cast<std::uint16_t>(request.chain.size()));
   writer.u16s(request.chain);
+  if ((fields & numberField) != 0) {
+    writer.u32(request.number);
+  }
   if ((fields & indexField) != 0) {
     writer.u16(request.index);
   }
   if ((fields & flagField) != 0) {
     writer.u8(request.flag ? 1 : 0);
+  }
+  if ((fields & watchFields) != 0) {
+    writer.u8(request.watchFlags);
+    writer.u32(request.period);
   }
   if ((fields & textField) != 0) {
     writer.bytes(request.text);
@@ -69,6 +76,9 @@ bool decodeRequest(std::uint16_t operation, EvtSrv::internal::PayloadReader& pay
   if (!readChain(payload, request.chain)) {
     return false;
   }
+  if ((fields & numberField) != 0) {
+    request.number = payload.u32();
+  }
   if ((fields & indexField) != 0) {
     request.index = payload.u16();
   }
@@ -78,6 +88,13 @@ bool decodeRequest(std::uint16_t operation, EvtSrv::internal::PayloadReader& pay
       return false;
     }
     request.flag = flag == 1;
+  }
+  if ((fields & watchFields) != 0) {
+    request.watchFlags = payload.u8();
+    request.period = payload.u32();
+    if (request.watchFlags > (watchSubtree | watchMayBeAbsent)) {
+      return false;
+    }
   }
   if ((fields & textField) != 0) {
     request.text = payload.rest();

@@ -18,18 +18,20 @@
 /// name of the operation.
 ///
 /// To add an operation: add a line here, and the handler.
-#define MODELSRV_OPERATIONS(ENTRY)                   \
-  ENTRY(childIds, 1, chainOnly)                      \
-  ENTRY(childNames, 2, chainOnly)                    \
-  ENTRY(elementSum, 3, chainOnly)                    \
-  ENTRY(elementNames, 4, chainOnly)                  \
-  ENTRY(save, 5, indexField)                         \
-  ENTRY(load, 6, indexField | flagField | textField) \
-  ENTRY(subscribe, 7, indexField)                    \
-  ENTRY(unsubscribe, 8, indexField)                  \
-  ENTRY(prefetch, 9, indexField)                     \
-  ENTRY(describe, 10, chainOnly)                     \
-  ENTRY(renew, 11, indexField)
+#define MODELSRV_OPERATIONS(ENTRY)                         \
+  ENTRY(childIds, 1, chainOnly)                            \
+  ENTRY(childNames, 2, chainOnly)                          \
+  ENTRY(elementSum, 3, chainOnly)                          \
+  ENTRY(elementNames, 4, chainOnly)                        \
+  ENTRY(save, 5, indexField)                               \
+  ENTRY(load, 6, indexField | flagField | textField)       \
+  ENTRY(subscribe, 7, indexField)                          \
+  ENTRY(unsubscribe, 8, indexField)                        \
+  ENTRY(prefetch, 9, indexField)                           \
+  ENTRY(describe, 10, chainOnly)                           \
+  ENTRY(renew, 11, indexField)                             \
+  ENTRY(watch, 12, numberField | indexField | watchFields) \
+  ENTRY(unwatch, 13, numberField)
 
 namespace ModelSrv::internal {
 
@@ -54,9 +56,16 @@ constexpr std::size_t positionOf(Operation operation) {
 /// The fields of a request after its chain. They appear in this order.
 enum RequestFields : std::uint8_t {
   chainOnly = 0,
-  indexField = 1,  ///< 16 bits
-  flagField = 2,   ///< 8 bits, 0 or 1
-  textField = 4,   ///< the rest of the payload
+  numberField = 1,  ///< 32 bits
+  indexField = 2,   ///< 16 bits
+  flagField = 4,    ///< 8 bits, 0 or 1
+  watchFields = 8,  ///< 8 bits, a set of `WatchFlags`; 32 bits, the period in milliseconds
+  textField = 16,   ///< the rest of the payload
+};
+
+enum WatchFlags : std::uint8_t {
+  watchSubtree = 1,
+  watchMayBeAbsent = 2,  ///< if the part is absent, the watch waits for it
 };
 
 /// A request to send. The caller owns the chain and the text.
@@ -66,6 +75,9 @@ struct RequestView {
   ModelPartIndex index = ModelPartIndex_All;  ///< for a prefetch: the number of parts
   bool flag = false;
   std::string_view text = {};
+  std::uint32_t number = 0;
+  std::uint8_t watchFlags = 0;
+  std::uint32_t period = 0;
 };
 
 /// A decoded request. The text points into the payload.
@@ -75,9 +87,14 @@ struct Request {
   ModelPartIndex index = ModelPartIndex_All;  ///< for a prefetch: the number of parts
   bool flag = false;
   std::string_view text = {};
+  std::uint32_t number = 0;
+  std::uint8_t watchFlags = 0;
+  std::uint32_t period = 0;
 
   /// The same request. Valid as long as this object.
-  [[nodiscard]] RequestView view() const { return {operation, chain, index, flag, text}; }
+  [[nodiscard]] RequestView view() const {
+    return {operation, chain, index, flag, text, number, watchFlags, period};
+  }
 };
 
 /// Appends the payload of `request`. Its chain must have at most `ModelDepth_Max` ids.

@@ -66,6 +66,8 @@ const char* describe(ModelRes result) {
       return "/tmp is not writable";
     case ModelRes_OutcomeUnknown:
       return "the connection ended before the server answered; the change may have been made";
+    case ModelRes_NotSupported:
+      return "the server is too old for that";
   }
   return "unknown result";
 }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "modelsrv/source/part_access.h"
+#include "modelsrv/source/server_watch.h"
 #include "modelsrv/source/session_subscriptions.h"
 #include "modelsrv/source/sleeping_subscriptions.h"
 
@@ -121,15 +122,30 @@ void PartSubscribers::remove(const Subscription& subscription) {
   }
 }
 
-void PartSubscribers::notify(ModelPartIndex index) {
+void PartSubscribers::removeWatch(const ServerWatch& watch) {
+  const auto at = std::find(watches_.begin(), watches_.end(), &watch);
+  if (at != watches_.end()) {
+    *at = watches_.back();
+    watches_.pop_back();
+  }
+}
+
+bool PartSubscribers::watchesSubtree(const ServerWatch& watch) {
+  return watch.terms().subtree;
+}
+
+void PartSubscribers::notify(ModelPart& part, ModelPartIndex index) {
   for (Subscription* subscription : subscriptions_) {
     if (subscription->indices().matches(index)) {
       subscription->owner().partChanged(*subscription, index);
     }
   }
+  for (ServerWatch* watch : watches_) {
+    watch->partChanged(part, index);
+  }
 }
 
-void PartSubscribers::partLeft(const ModelPart& part, const ModelPart& formerParent,
+void PartSubscribers::partLeft(ModelPart& part, const ModelPart& formerParent,
                                const std::shared_ptr<SleepingSessions>& sleeping) {
   PartPath path;
   bool isComplete = true;
@@ -141,6 +157,9 @@ void PartSubscribers::partLeft(const ModelPart& part, const ModelPart& formerPar
   // Each call destroys the subscription.
   for (Subscription* subscription : std::exchange(subscriptions_, {})) {
     subscription->owner().partLeft(*subscription, isComplete ? &path : nullptr, sleeping);
+  }
+  for (ServerWatch* watch : std::exchange(watches_, {})) {
+    watch->topLeft(part, isComplete ? &path : nullptr);
   }
 }
 

@@ -9,6 +9,7 @@
 
 namespace ModelSrv::internal {
 
+class ServerWatch;
 class SessionSubscriptions;
 class SleepingSessions;
 
@@ -77,8 +78,9 @@ class Subscription {
   std::vector<std::uint64_t> elementsPending_;
 };
 
-/// The clients that subscribed to one part. A part has this object only while there is at least
-/// one; its destructor ends their subscriptions. Guarded by the client mutex.
+/// The clients that subscribed to one part, and the watches that begin there. A part has this
+/// object only while there is at least one; its destructor ends the subscriptions. Guarded by the
+/// client mutex.
 class PartSubscribers {
  public:
   PartSubscribers() = default;
@@ -88,20 +90,36 @@ class PartSubscribers {
 
   void add(Subscription& subscription) { subscriptions_.push_back(&subscription); }
   void remove(const Subscription& subscription);
-  [[nodiscard]] bool isEmpty() const { return subscriptions_.empty(); }
+  void addWatch(ServerWatch& watch) { watches_.push_back(&watch); }
+  void removeWatch(const ServerWatch& watch);
+  [[nodiscard]] bool isEmpty() const { return subscriptions_.empty() && watches_.empty(); }
 
-  /// Queues an update of `index` for each client that subscribed to it.
-  void notify(ModelPartIndex index);
+  /// Queues an update of `index` of `part`, whose subscribers these are, for each client that
+  /// subscribed to it or watches it.
+  void notify(ModelPart& part, ModelPartIndex index);
+
+  /// Calls `visit` for each watch of a subtree that begins here.
+  template <typename Visit>
+  void forEachSubtreeWatch(Visit visit) const {
+    for (ServerWatch* const watch : watches_) {
+      if (watchesSubtree(*watch)) {
+        visit(*watch);
+      }
+    }
+  }
 
   /// `part`, whose subscribers these are, has left the tree of the root that has `sleeping`: it,
   /// or a part above it, was removed from `formerParent`. Its subscriptions sleep until it is
   /// back; this object has none then. Does not throw: a session for which there is no memory is
   /// closed.
-  void partLeft(const ModelPart& part, const ModelPart& formerParent,
+  void partLeft(ModelPart& part, const ModelPart& formerParent,
                 const std::shared_ptr<SleepingSessions>& sleeping);
 
  private:
+  static bool watchesSubtree(const ServerWatch& watch);
+
   std::vector<Subscription*> subscriptions_;
+  std::vector<ServerWatch*> watches_;
 };
 
 }  // namespace ModelSrv::internal

@@ -65,6 +65,10 @@ void forEachPublishedChild(ModelPart& part, Visit visit) {
   }
 }
 
+WatchTerms termsOf(const Request& request) {
+  return {request.number, request.index, (request.watchFlags & watchSubtree) != 0, request.period};
+}
+
 /// Clears the text and frees its memory if it is large.
 void trim(std::string& text) {
   constexpr std::size_t keptCapacity = 64 * 1024;
@@ -77,11 +81,11 @@ void trim(std::string& text) {
 }  // namespace
 
 SessionShare::SessionShare(ModelRoot& servedRoot)
-    : root(servedRoot), invalidator(servedRoot.manager()->core().system()) {}
+    : root(servedRoot), invalidator(servedRoot.manager()->core().system()), watches(servedRoot) {}
 
 TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
                          EvtSrv::internal::ServerConnection& connection)
-    : share_(std::move(share)), subscriptions_(connection) {}
+    : share_(std::move(share)), subscriptions_(connection), watches_(connection, share_->watches) {}
 
 std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                                   std::vector<std::uint8_t>& reply) {
@@ -113,7 +117,10 @@ ModelRes TreeSession::serve(std::uint16_t operation, EvtSrv::internal::PayloadRe
   }
   ModelPart* part = findPart(share_->root, request.chain, &PartAccess::asNode);
   if (part == nullptr) {
-    if (request.operation != Operation::unsubscribe && request.operation != Operation::renew) {
+    const bool waits =
+        request.operation == Operation::watch && (request.watchFlags & watchMayBeAbsent) != 0;
+    if (request.operation != Operation::unsubscribe && request.operation != Operation::renew &&
+        !waits) {
       return ModelRes_NoSuchPart;
     }
     // What is hidden keeps its subscriptions.
@@ -139,6 +146,12 @@ ModelRes TreeSession::serveAbsent(const Request& request) {
                   [](ModelPartId id) { return id > ModelPartId_Max; })) {
     // No part ever has that id.
     return ModelRes_NoSuchPart;
+  }
+  if (request.operation == Operation::watch) {
+    if (request.index != ModelPartIndex_All && termsOf(request).subtree) {
+      return ModelRes_NoSuchIndex;
+    }
+    return watches_.add(nullptr, request.chain, termsOf(request));
   }
   return subscriptions_.addSleeping(request.chain, request.index,
                                     PartAccess::sleepingSessions(share_->root));
@@ -225,6 +238,22 @@ ModelRes TreeSession::renew(ModelPart& part, const Request& request, Bytes& repl
   return result;
 }
 
+ModelRes TreeSession::watch(ModelPart& part, const Request& request, Bytes& /*reply*/) {
+  const ModelPartIndex index = request.index;
+  const WatchTerms terms = termsOf(request);
+  if (!PartAccess::subscribable(part)) {
+    return ModelRes_NotSubscribable;
+  }
+  if (index != ModelPartIndex_All && (terms.subtree || index >= PartAccess::elementCount(part))) {
+    return ModelRes_NoSuchIndex;
+  }
+  return watches_.add(&part, request.chain, terms);
+}
+
+ModelRes TreeSession::unwatch(ModelPart& /*part*/, const Request& request, Bytes& /*reply*/) {
+  return watches_.remove(request.number);
+}
+
 ModelRes TreeSession::prefetch(ModelPart& part, const Request& request, Bytes& reply) {
   const StatusPage* page = share_->invalidator.beginPrefetch();
   if (page == nullptr) {
@@ -242,6 +271,14 @@ ModelRes TreeSession::describe(ModelPart& part, const Request& /*request*/, Byte
 
 bool TreeSession::takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) {
   TreeLock::assertHeld(share_->root);
+  watchIsNext_ = !watchIsNext_;
+  if (watchIsNext_) {
+    return watches_.takeNext(type, payload) || takeUpdate(type, payload);
+  }
+  return takeUpdate(type, payload) || watches_.takeNext(type, payload);
+}
+
+bool TreeSession::takeUpdate(std::uint16_t& type, std::vector<std::uint8_t>& payload) {
   ModelPart* part = nullptr;
   ModelPartIndex index = ModelPartIndex_All;
   if (!subscriptions_.takeNext(part, index)) {

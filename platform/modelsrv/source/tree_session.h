@@ -10,6 +10,7 @@
 #include "modelsrv/source/cache/prefetch_writer.h"
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/session_subscriptions.h"
+#include "modelsrv/source/session_watches.h"
 
 namespace ModelSrv::internal {
 
@@ -24,6 +25,7 @@ struct SessionShare {
   std::string reason;  ///< of the request that is being served, if it is refused with one
   PrefetchWriter prefetch;
   CacheInvalidator invalidator;
+  WatchShare watches;
 };
 
 /// Serves the requests of one client from the tree, and keeps its subscriptions. Guarded by the
@@ -36,9 +38,14 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
 
   std::uint16_t handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                        std::vector<std::uint8_t>& reply) override;
+  void beginEvents(bool inDispatch) override { watches_.beginEvents(inDispatch); }
   bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override;
+  [[nodiscard]] bool eventsPaused() const override { return watches_.isPaused(); }
   [[nodiscard]] std::uint16_t limitReached() const override { return ModelRes_LimitReached; }
-  bool release() override { return subscriptions_.release(); }
+  bool release() override {
+    const bool released = subscriptions_.release();
+    return watches_.release() && released;
+  }
 
  private:
   using Bytes = std::vector<std::uint8_t>;
@@ -62,9 +69,14 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes prefetch(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes describe(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes renew(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes watch(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes unwatch(ModelPart& part, const Request& request, Bytes& reply);
+  bool takeUpdate(std::uint16_t& type, std::vector<std::uint8_t>& payload);
 
   std::shared_ptr<SessionShare> share_;
   SessionSubscriptions subscriptions_;
+  SessionWatches watches_;
+  bool watchIsNext_ = false;  ///< updates and events of watches take turns
 };
 
 }  // namespace ModelSrv::internal

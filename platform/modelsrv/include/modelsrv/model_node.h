@@ -61,6 +61,7 @@ class KRV_EXPORT ModelNode : public ModelPart {
 
  private:
   friend class ModelPart;
+  friend struct internal::PartAccess;
 
   /// A part that enters or leaves the tree.
   struct MovingPart {

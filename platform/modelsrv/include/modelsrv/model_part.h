@@ -178,13 +178,13 @@ class KRV_EXPORT ModelPart {
   [[nodiscard]] bool subscribable() const;
   void setSubscribable(bool subscribable);
 
-  /// Whether a client has subscribed to this part.
+  /// Whether a client has subscribed to this part, or watches it or a subtree that has it.
   [[nodiscard]] bool isWatched() const;
 
-  /// Calls `handler(true)` just before the first client subscribes to this part, and
-  /// `handler(false)` after the last one has gone, so that the server can save the work of
-  /// observing a value that no client waits for. Called with the client mutex held; it must
-  /// neither throw nor add, remove or destroy parts. An empty function ends that.
+  /// Calls `handler(true)` just before the first client subscribes to this part or watches it,
+  /// alone or in a subtree, and `handler(false)` after the last one has gone, so that the server
+  /// can save the work of observing a value that no client waits for. Called with the client mutex
+  /// held; it must neither throw nor add, remove or destroy parts. An empty function ends that.
   void setWatchHandler(std::function<void(bool watched)> handler);
 
   /// The node that the part was added to, or null.
@@ -281,6 +281,8 @@ class KRV_EXPORT ModelPart {
   /// Whether subscriptions to this object sleep or have slept. An object that has taken the place
   /// of a destroyed one in memory is told apart by that.
   bool hasSleeping_ = false;
+  /// What the watch handler was called with last.
+  bool watchReported_ = false;
   /// Whether a client may have cached the present value.
   bool valueCached_ = false;
   /// The stamp of the last prefetch reply that had this part. 0 if there was none since

@@ -17,6 +17,7 @@ namespace internal {
 class ClientSide;
 class ServerSide;
 class SleepingSessions;
+class WatchRegistry;
 }  // namespace internal
 
 /// How a server publishes its tree.
@@ -133,6 +134,7 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   std::unique_ptr<internal::ServerSide> server_;
   /// Shared with those sessions, which may outlive the root.
   std::shared_ptr<internal::SleepingSessions> sleepingSessions_;
+  std::shared_ptr<internal::WatchRegistry> watchRegistry_;
 };
 
 }  // namespace ModelSrv

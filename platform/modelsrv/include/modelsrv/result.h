@@ -40,8 +40,9 @@ enum [[nodiscard]] ModelRes : unsigned{
     /// The connection ended before the reply to a request that changes something: it is unknown
     /// whether the server has handled the request. It is not sent again.
     ModelRes_OutcomeUnknown = 74,
-    ModelRes_NoSpace = 75,      ///< `/tmp`, where the pipes are made, is full
-    ModelRes_NotWritable = 76,  ///< no pipe can be made in `/tmp`, for example if it is read-only
+    ModelRes_NoSpace = 75,       ///< `/tmp`, where the pipes are made, is full
+    ModelRes_NotWritable = 76,   ///< no pipe can be made in `/tmp`, for example if it is read-only
+    ModelRes_NotSupported = 77,  ///< the server is too old to know the operation
 };
 
 /// A short English text for `result`, for messages. Never null.

@@ -1,0 +1,312 @@
+#include "modelsrv/source/server_watch.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "modelsrv/source/part_access.h"
+#include "modelsrv/source/session_watches.h"
+
+namespace ModelSrv::internal {
+
+namespace {
+
+// Beyond these limits of what is pending of the structure, the watch begins again.
+constexpr std::size_t maxStructureChanges = 1024;
+constexpr std::size_t maxStructureBytes = std::size_t{256} * 1024;
+
+/// Sets `ids` to the chain of `part` below `top`; false if it is not there. If `formerParent` is
+/// not null, `part` has just been removed from it.
+bool idsBelow(const ModelPart& top, const ModelPart& part, const ModelPart* formerParent,
+              std::vector<ModelPartId>& ids) {
+  ids.clear();
+  for (const ModelPart* at = &part; at != &top;) {
+    ids.push_back(at->id());
+    at = formerParent != nullptr ? std::exchange(formerParent, nullptr) : PartAccess::parent(*at);
+    if (at == nullptr) {
+      return false;
+    }
+  }
+  std::reverse(ids.begin(), ids.end());
+  return true;
+}
+
+/// Whether `part` is `top` or below it.
+bool isAtOrBelow(const ModelPart& top, const ModelPart* part) {
+  while (part != nullptr && part != &top) {
+    part = PartAccess::parent(*part);
+  }
+  return part != nullptr;
+}
+
+}  // namespace
+
+ServerWatch::ServerWatch(SessionWatches& owner, const WatchTerms& terms,
+                         std::shared_ptr<WatchRegistry> registry)
+    : owner_(owner), terms_(terms), registry_(std::move(registry)) {}
+
+ServerWatch::~ServerWatch() {
+  if (top_ != nullptr) {
+    delist();
+  }
+  if (sleeps_) {
+    registry_->removeSleeping(sleepsAt_, *this);
+  }
+  owner_.account().remove(accounted_);
+}
+
+void ServerWatch::watch(ModelPart& top) {
+  enlist(top);
+}
+
+void ServerWatch::waitAt(ChainView chain) {
+  sleepsAt_.assign(chain.begin(), chain.end());
+  registry_->addSleeping(sleepsAt_, *this);
+  sleeps_ = true;
+  accountForMemory();
+}
+
+/// If it throws, nothing has changed but what watch handlers were called.
+void ServerWatch::enlist(ModelPart& top) {
+  auto& subscribers = PartAccess::subscribers(top);
+  auto created = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
+  (created != nullptr ? created : subscribers)->addWatch(*this);
+  try {
+    PartAccess::reportWatched(top, true);
+    if (terms_.subtree) {
+      reportWatchedBelow(top, true);
+    }
+  } catch (...) {
+    if (created == nullptr) {
+      subscribers->removeWatch(*this);
+    }
+    throw;
+  }
+  if (created != nullptr) {
+    subscribers = std::move(created);
+  }
+  top_ = &top;
+  if (terms_.subtree) {
+    ++WatchCounts::subtrees;
+  }
+}
+
+void ServerWatch::delist() {
+  ModelPart& top = *std::exchange(top_, nullptr);
+  auto& subscribers = PartAccess::subscribers(top);
+  subscribers->removeWatch(*this);
+  if (subscribers->isEmpty()) {
+    subscribers.reset();
+  }
+  PartAccess::reportWatched(top, false);
+  if (!terms_.subtree) {
+    return;
+  }
+  --WatchCounts::subtrees;
+  try {
+    reportWatchedBelow(top, false);
+  } catch (const std::bad_alloc&) {
+    // The server goes on to observe these values.
+  }
+}
+
+void ServerWatch::closeConnection() {
+  owner_.closeConnection();
+}
+
+void ServerWatch::pendingAdded() {
+  owner_.pendingAdded(*this);
+}
+
+/// Begins again if the account does not allow what is pending.
+void ServerWatch::accountForMemory() {
+  const std::size_t now = values_.bytes() + structureBytes_ + cursor_.bytes() +
+                          sleepsAt_.capacity() * sizeof(ModelPartId) +
+                          (sleepNames_.has_value() ? sleepNames_->size() : 0);
+  if (now > accounted_ && !owner_.account().add(now - accounted_)) {
+    restart();
+    return;
+  }
+  if (now < accounted_) {
+    owner_.account().remove(accounted_ - now);
+  }
+  accounted_ = now;
+}
+
+/// Reports everything anew instead of what is pending.
+void ServerWatch::restart() {
+  values_.clear();
+  structure_.clear();
+  structureBytes_ = 0;
+  walks_.clear();
+  cursor_ = {};
+  phase_ = Phase::begin;
+  owner_.account().remove(accounted_);
+  accounted_ = 0;
+  pendingAdded();
+}
+
+bool ServerWatch::isInQueuedWalk(const ModelPart& part, const ModelPart* formerParent) const {
+  if (walks_.empty()) {
+    return false;
+  }
+  for (const ModelPart* at = &part; at != nullptr;) {
+    if (walks_.contains(at)) {
+      return true;
+    }
+    at = formerParent != nullptr ? std::exchange(formerParent, nullptr) : PartAccess::parent(*at);
+  }
+  return false;
+}
+
+/// Whether the client has heard of `part`, so that its changes are to be reported.
+bool ServerWatch::isReported(const ModelPart& part, const ModelPart* formerParent) {
+  if (phase_ == Phase::begin || isInQueuedWalk(part, formerParent)) {
+    return false;
+  }
+  if (cursor_.top() == nullptr) {
+    return true;
+  }
+  std::vector<ModelPartId>& ids = owner_.share().ids;
+  return !idsBelow(*cursor_.top(), part, formerParent, ids) || cursor_.hasPassed(ids);
+}
+
+void ServerWatch::partChanged(ModelPart& part, ModelPartIndex index) {
+  if (terms_.index != ModelPartIndex_All) {
+    if (index != ModelPartIndex_All && index != terms_.index) {
+      return;
+    }
+    index = terms_.index;
+  }
+  const bool isOther = &part != top_;
+  if (owner_.isReleased() || (isOther && !PartAccess::subscribable(part))) {
+    return;
+  }
+  bool queued = false;
+  try {
+    if (!isReported(part, nullptr)) {
+      return;
+    }
+    queued = values_.add(part, index, owner_.share().system.realTimeNs());
+  } catch (const std::bad_alloc&) {
+    restart();
+    return;
+  }
+  accountForMemory();
+  if (queued) {
+    pendingAdded();
+  }
+}
+
+void ServerWatch::addStructure(StructureChange change) {
+  const std::size_t bytes = bytesOfStructureChange + change.chain.capacity() * sizeof(ModelPartId);
+  if (structure_.size() >= maxStructureChanges || structureBytes_ + bytes > maxStructureBytes) {
+    restart();
+    return;
+  }
+  if (change.part != nullptr) {
+    walks_.insert(change.part);
+  }
+  structure_.push_back(std::move(change));
+  structureBytes_ += bytes;
+  accountForMemory();
+  pendingAdded();
+}
+
+void ServerWatch::partEntered(ModelPart& part) {
+  if (owner_.isReleased()) {
+    return;
+  }
+  try {
+    if (isReported(part, nullptr)) {
+      addStructure({&part, {}});
+    }
+  } catch (const std::bad_alloc&) {
+    restart();
+  }
+}
+
+void ServerWatch::partLeft(const ModelPart& part, const ModelPart& formerParent,
+                           std::span<ModelPart* const> descendants) {
+  try {
+    const bool wasReported = isReported(part, &formerParent);
+    dropPending(part, descendants);
+    if (wasReported && !owner_.isReleased()) {
+      addStructure({nullptr, PartPath::of(part, &formerParent).chain});
+    }
+  } catch (const std::bad_alloc&) {
+    restart();
+  }
+}
+
+/// Drops what is pending of parts that have left the tree.
+void ServerWatch::dropPending(const ModelPart& part, std::span<ModelPart* const> descendants) {
+  values_.drop(part);
+  if (values_.parts() != 0) {
+    for (const ModelPart* const descendant : descendants) {
+      values_.drop(*descendant);
+    }
+  }
+  if (cursor_.top() != nullptr && isAtOrBelow(part, cursor_.top())) {
+    cursor_.end();
+  }
+  std::erase_if(structure_, [&](const StructureChange& change) {
+    const bool drops = change.part != nullptr && isAtOrBelow(part, change.part);
+    if (drops) {
+      walks_.erase(change.part);
+      structureBytes_ -= bytesOfStructureChange;
+    }
+    return drops;
+  });
+}
+
+void ServerWatch::topLeft(ModelPart& part, const PartPath* path) {
+  top_ = nullptr;
+  if (terms_.subtree) {
+    --WatchCounts::subtrees;
+  }
+  const Phase before = phase_;
+  restart();
+  if (path == nullptr) {
+    closeConnection();
+    return;
+  }
+  try {
+    sleepsAt_ = path->chain;
+    sleepNames_ = path->names;
+    sleepingPart_ = &part;
+    registry_->addSleeping(sleepsAt_, *this);
+    sleeps_ = true;
+    PartAccess::setHasSleeping(part);
+    if (before != Phase::begin) {
+      phase_ = before == Phase::running ? Phase::running : Phase::complete;
+      addStructure({nullptr, sleepsAt_});
+    }
+    accountForMemory();
+  } catch (const std::bad_alloc&) {
+    closeConnection();
+  }
+}
+
+bool ServerWatch::waitsFor(const ModelPart& part, const PartPath& path) const {
+  const bool isSamePart = sleepingPart_ == &part && PartAccess::hasSleeping(part);
+  return (!sleepNames_.has_value() || *sleepNames_ == path.names) &&
+         (isSamePart || PartAccess::subscribable(part));
+}
+
+void ServerWatch::topEntered(ModelPart& part) {
+  registry_->removeSleeping(sleepsAt_, *this);
+  sleeps_ = false;
+  sleepsAt_ = {};
+  sleepNames_.reset();
+  try {
+    enlist(part);
+    if (phase_ != Phase::begin) {
+      addStructure({&part, {}});
+    }
+  } catch (const std::bad_alloc&) {
+    closeConnection();
+  }
+}
+
+}  // namespace ModelSrv::internal

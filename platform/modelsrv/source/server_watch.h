@@ -1,0 +1,147 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <span>
+#include <unordered_set>
+#include <vector>
+
+#include "modelsrv/source/linked_queue.h"
+#include "modelsrv/source/pending_values.h"
+#include "modelsrv/source/sleeping_subscriptions.h"
+#include "modelsrv/source/tree_cursor.h"
+#include "modelsrv/source/watch_payloads.h"
+#include "modelsrv/source/watch_registry.h"
+
+namespace ModelSrv::internal {
+
+class SessionWatches;
+
+/// What a client has requested to watch.
+struct WatchTerms {
+  WatchNumber number = 0;
+  ModelPartIndex index = ModelPartIndex_All;
+  bool subtree = false;
+  std::uint32_t periodMs = 0;
+};
+
+/// One watch of a client, in the server. It walks once through the parts and sends their values;
+/// parts that it has passed are reported when they change, come or go, as soon as the client takes
+/// it. It holds memory for what is pending, and none for the other parts. If the limit for what is
+/// pending is reached, it begins again instead, which needs no memory.
+///
+/// If its part leaves the tree the watch sleeps until a part with the same id chain and names is
+/// there. Guarded by the client mutex.
+class ServerWatch {
+ public:
+  /// `owner` outlives this.
+  ServerWatch(SessionWatches& owner, const WatchTerms& terms,
+              std::shared_ptr<WatchRegistry> registry);
+  ~ServerWatch();
+  ServerWatch(const ServerWatch&) = delete;
+  ServerWatch& operator=(const ServerWatch&) = delete;
+
+  // One of these first. They throw `std::bad_alloc`.
+
+  void watch(ModelPart& top);
+  /// Waits for any part that appears at `chain`.
+  void waitAt(ChainView chain);
+
+  [[nodiscard]] const WatchTerms& terms() const { return terms_; }
+
+  // Called by `PartSubscribers` and `WatchRegistry`. They do not throw.
+
+  /// `index` of `part` has changed, which is watched.
+  void partChanged(ModelPart& part, ModelPartIndex index);
+  /// `part` has been added below the watched part.
+  void partEntered(ModelPart& part);
+  /// `part`, below the watched part, has been removed from `formerParent`.
+  void partLeft(const ModelPart& part, const ModelPart& formerParent,
+                std::span<ModelPart* const> descendants);
+  /// The watched part has left the tree, where it had this path (null: there was no memory for it),
+  /// and no longer refers to this.
+  void topLeft(ModelPart& part, const PartPath* path);
+  [[nodiscard]] bool waitsFor(const ModelPart& part, const PartPath& path) const;
+  /// What `waitsFor` was true for has entered the tree.
+  void topEntered(ModelPart& part);
+  void closeConnection();
+
+  // Called by `SessionWatches`.
+
+  enum class Taken {
+    nothing,  ///< nothing is pending
+    event,
+    paused,  ///< something is pending, and to be sent later, from a dispatch
+  };
+  /// Removes the next pending event and appends its payload. With `inDispatch` it may call the
+  /// program, which may end the watch. What the program throws passes through.
+  Taken takeNext(std::uint16_t& type, std::vector<std::uint8_t>& payload, bool inDispatch);
+  [[nodiscard]] bool hasPending() const {
+    return phase_ != Phase::running || !structure_.empty() || !values_.isEmpty();
+  }
+  /// Lets changes whose period is over become pending.
+  void wakeValues(std::int64_t nowMs) { values_.wake(nowMs); }
+  [[nodiscard]] std::int64_t nextWake() const { return values_.nextWake(); }
+
+  // For the owner alone.
+  QueueLinks<ServerWatch> links;
+  std::int64_t wakesAtMs = 0;  ///< 0: it need not be woken
+
+ private:
+  enum class Phase {
+    begin,      ///< the begin mark is next
+    firstWalk,  ///< the cursor is on its way
+    complete,   ///< the complete mark is next
+    running,
+  };
+  /// A change of the structure. `part` has come with its descendants; or, if it is null, what was
+  /// at `chain` has gone.
+  struct StructureChange {
+    ModelPart* part = nullptr;
+    std::vector<ModelPartId> chain;
+  };
+
+  /// The memory that a change of the structure takes besides its chain, an estimate.
+  static constexpr std::size_t bytesOfStructureChange = 96;
+
+  void enlist(ModelPart& top);
+  void delist();
+  void restart();
+  void addStructure(StructureChange change);
+  void pendingAdded();
+  void accountForMemory();
+  [[nodiscard]] bool isReported(const ModelPart& part, const ModelPart* formerParent);
+  [[nodiscard]] bool isInQueuedWalk(const ModelPart& part, const ModelPart* formerParent) const;
+  void dropPending(const ModelPart& part, std::span<ModelPart* const> descendants);
+  void popStructure();
+
+  Taken takeWalk(std::uint16_t& type, std::vector<std::uint8_t>& payload, bool& finished);
+  Taken takeStructure(std::uint16_t& type, std::vector<std::uint8_t>& payload);
+  Taken takeValue(std::uint16_t& type, std::vector<std::uint8_t>& payload, bool inDispatch);
+  void encodeAdded(ModelPart& part, std::vector<std::uint8_t>& payload);
+
+  SessionWatches& owner_;
+  const WatchTerms terms_;
+  const std::shared_ptr<WatchRegistry> registry_;
+  ModelPart* top_ = nullptr;  ///< null while it sleeps
+
+  // While it sleeps.
+  std::vector<ModelPartId> sleepsAt_;
+  std::optional<std::string> sleepNames_;    ///< none: any part at the chain
+  const ModelPart* sleepingPart_ = nullptr;  ///< compared only
+  bool sleeps_ = false;
+
+  Phase phase_ = Phase::begin;
+  TreeCursor cursor_;
+  std::deque<StructureChange> structure_;
+  std::size_t structureBytes_ = 0;
+  /// The parts in `structure_` whose walk has not begun.
+  std::unordered_set<const ModelPart*> walks_;
+  PendingValues values_;
+  std::size_t accounted_ = 0;
+};
+
+}  // namespace ModelSrv::internal

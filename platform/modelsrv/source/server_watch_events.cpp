@@ -1,0 +1,164 @@
+// The events of a watch, as they are sent.
+
+#include <algorithm>
+
+#include "modelsrv/source/part_access.h"
+#include "modelsrv/source/server_watch.h"
+#include "modelsrv/source/session_watches.h"
+
+namespace ModelSrv::internal {
+
+namespace {
+
+// The parts that are looked at for one event, at most: the work of one dispatch is bounded.
+constexpr unsigned stepsAtOnce = 1000;
+
+/// Whether no node above `part` hides it.
+bool isPublished(const ModelPart& part) {
+  for (const ModelNode* at = PartAccess::parent(part); at != nullptr;
+       at = PartAccess::parent(*at)) {
+    // `asNode` is not const, but it changes nothing.
+    if (PartAccess::asNode(*const_cast<ModelNode*>(at)) == nullptr) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+ServerWatch::Taken ServerWatch::takeNext(std::uint16_t& type, std::vector<std::uint8_t>& payload,
+                                         bool inDispatch) {
+  // The structure may be about to change further.
+  if (!inDispatch && (phase_ != Phase::running || !structure_.empty())) {
+    return Taken::paused;
+  }
+  type = watchStructureEvent;
+  bool finished = false;
+  switch (phase_) {
+    case Phase::begin:
+      encodeWatchMark(terms_.number, WatchStructure::begin, payload);
+      phase_ = top_ != nullptr ? Phase::firstWalk : Phase::complete;
+      if (top_ != nullptr) {
+        cursor_.begin(*top_);
+      }
+      return Taken::event;
+    case Phase::firstWalk:
+      if (const Taken taken = takeWalk(type, payload, finished); !finished) {
+        return taken;
+      }
+      phase_ = Phase::complete;
+      [[fallthrough]];
+    case Phase::complete:
+      encodeWatchMark(terms_.number, WatchStructure::complete, payload);
+      phase_ = Phase::running;
+      return Taken::event;
+    case Phase::running:
+      break;
+  }
+  if (!structure_.empty()) {
+    if (const Taken taken = takeStructure(type, payload); taken != Taken::nothing) {
+      return taken;
+    }
+  }
+  return takeValue(type, payload, inDispatch);
+}
+
+void ServerWatch::popStructure() {
+  structureBytes_ -=
+      std::min(structureBytes_,
+               bytesOfStructureChange + structure_.front().chain.capacity() * sizeof(ModelPartId));
+  structure_.pop_front();
+  accountForMemory();
+}
+
+/// `nothing` if no change of the structure is pending any more.
+ServerWatch::Taken ServerWatch::takeStructure(std::uint16_t& type,
+                                              std::vector<std::uint8_t>& payload) {
+  while (!structure_.empty()) {
+    ModelPart* const part = structure_.front().part;
+    if (part == nullptr) {
+      encodeWatchRemoved(terms_.number, structure_.front().chain, payload);
+      popStructure();
+      return Taken::event;
+    }
+    if (walks_.erase(part) != 0) {
+      cursor_.begin(*part);
+    }
+    bool finished = false;
+    if (const Taken taken = takeWalk(type, payload, finished); !finished) {
+      return taken;
+    }
+    popStructure();
+  }
+  return Taken::nothing;
+}
+
+/// Reports the part that the cursor visits next, or sets `finished`.
+ServerWatch::Taken ServerWatch::takeWalk(std::uint16_t& type, std::vector<std::uint8_t>& payload,
+                                         bool& finished) {
+  ModelPart* const part = cursor_.next(registry_->structureVersion());
+  accountForMemory();
+  if (part == nullptr) {
+    finished = phase_ != Phase::begin;
+    return Taken::nothing;
+  }
+  if (!terms_.subtree) {
+    cursor_.end();
+  }
+  type = watchStructureEvent;
+  encodeAdded(*part, payload);
+  return Taken::event;
+}
+
+void ServerWatch::encodeAdded(ModelPart& part, std::vector<std::uint8_t>& payload) {
+  WatchedValue value;
+  value.index = terms_.index;
+  const bool isNode = PartAccess::isNode(part);
+  if (!isNode && (&part == top_ || PartAccess::subscribable(part))) {
+    value.timeNs = owner_.share().system.realTimeNs();
+    value.result = owner_.readValue(part, value.index);
+    value.text = value.result == ModelRes_Success ? std::string_view(owner_.share().text)
+                                                  : std::string_view();
+  }
+  encodeWatchAdded(terms_.number, part, isNode, value, payload);
+}
+
+ServerWatch::Taken ServerWatch::takeValue(std::uint16_t& type, std::vector<std::uint8_t>& payload,
+                                          bool inDispatch) {
+  for (unsigned steps = 0; !values_.isEmpty(); ++steps) {
+    if (steps == stepsAtOnce) {
+      return Taken::paused;
+    }
+    const PendingValues::Change change = values_.first();
+    if (!isPublished(*change.part)) {
+      values_.pop(0);
+      continue;
+    }
+    // Reading the value of another class calls the program.
+    if (!inDispatch && !PartAccess::isCacheable(*change.part)) {
+      return Taken::paused;
+    }
+    const std::int64_t restsUntil =
+        terms_.periodMs != 0 ? owner_.share().system.nowMs() + terms_.periodMs : 0;
+    values_.pop(restsUntil);
+    if (restsUntil != 0) {
+      owner_.rests(*this, restsUntil);
+    }
+    accountForMemory();
+    WatchedValue value{change.index, ModelRes_Success, change.timeNs, change.count, {}};
+    value.result = owner_.readValue(*change.part, change.index);
+    if (value.result == ModelRes_NoValue) {
+      continue;
+    }
+    if (value.result == ModelRes_Success) {
+      value.text = owner_.share().text;
+    }
+    type = watchValueEvent;
+    encodeWatchValue(terms_.number, *change.part, value, payload);
+    return Taken::event;
+  }
+  return Taken::nothing;
+}
+
+}  // namespace ModelSrv::internal

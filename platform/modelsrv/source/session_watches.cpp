@@ -1,0 +1,183 @@
+#include "modelsrv/source/session_watches.h"
+
+#include "evtsrv/source/manager_core.h"
+#include "modelsrv/source/part_access.h"
+#include "modelsrv/source/tree_lock.h"
+
+namespace ModelSrv::internal {
+
+namespace {
+
+// How much text is read before it is the turn of others: an array's text may take long to make.
+constexpr std::size_t textAtOnce = std::size_t{256} * 1024;
+constexpr std::size_t keptText = std::size_t{64} * 1024;
+
+}  // namespace
+
+WatchShare::WatchShare(ModelRoot& root)
+    : system(root.manager()->core().system()),
+      registry(PartAccess::watchRegistry(root)),
+      timer(root.manager()->core()) {}
+
+SessionWatches::SessionWatches(EvtSrv::internal::ServerConnection& connection, WatchShare& share)
+    : connection_(connection), share_(share) {}
+
+SessionWatches::~SessionWatches() {
+  if (withPeriod_ != 0) {
+    share_.timer.remove(*this);
+  }
+  connection_.account().removeSubscriptions(watches_.size());
+  watches_.clear();
+}
+
+ModelRes SessionWatches::add(ModelPart* part, ChainView chain, const WatchTerms& terms) {
+  if (watches_.contains(terms.number)) {
+    return ModelRes_BadArgument;
+  }
+  if (!connection_.account().allows(chain.size() * sizeof(ModelPartId))) {
+    return ModelRes_LimitReached;
+  }
+  auto watch = std::make_shared<ServerWatch>(*this, terms, share_.registry);
+  if (part != nullptr) {
+    watch->watch(*part);
+  } else {
+    watch->waitAt(chain);
+  }
+  if (!connection_.account().addSubscription()) {
+    return ModelRes_LimitReached;
+  }
+  ServerWatch& added = *watch;
+  try {
+    if (terms.periodMs != 0 && withPeriod_ == 0 && !share_.timer.add(*this)) {
+      connection_.account().removeSubscriptions(1);
+      return ModelRes_LimitReached;
+    }
+    withPeriod_ += terms.periodMs != 0 ? 1 : 0;
+    watches_.emplace(terms.number, std::move(watch));
+  } catch (...) {
+    connection_.account().removeSubscriptions(1);
+    connection_.closeOnNextDispatch();
+    throw;
+  }
+  pendingAdded(added);
+  return ModelRes_Success;
+}
+
+ModelRes SessionWatches::remove(WatchNumber number) {
+  const auto at = watches_.find(number);
+  if (at == watches_.end()) {
+    return ModelRes_NotSubscribed;
+  }
+  ServerWatch& watch = *at->second;
+  if (watch.links.isQueued) {
+    ready_.remove(watch);
+  }
+  if (watch.wakesAtMs != 0) {
+    wakes_.erase({watch.wakesAtMs, number});
+  }
+  if (watch.terms().periodMs != 0 && --withPeriod_ == 0) {
+    share_.timer.remove(*this);
+  }
+  connection_.account().removeSubscriptions(1);
+  watches_.erase(at);
+  return ModelRes_Success;
+}
+
+bool SessionWatches::release() {
+  constexpr unsigned watchesAtOnce = 100;
+  released_ = true;
+  for (unsigned i = 0; i < watchesAtOnce && !watches_.empty(); ++i) {
+    static_cast<void>(remove(watches_.begin()->first));
+  }
+  return watches_.empty();
+}
+
+void SessionWatches::pendingAdded(ServerWatch& watch) {
+  if (released_) {
+    return;
+  }
+  if (!watch.links.isQueued) {
+    ready_.push(watch);
+  }
+  connection_.eventsPending();
+}
+
+void SessionWatches::beginEvents(bool inDispatch) {
+  inDispatch_ = inDispatch;
+  textRead_ = 0;
+}
+
+bool SessionWatches::takeNext(std::uint16_t& type, std::vector<std::uint8_t>& payload) {
+  paused_ = false;
+  while (ServerWatch* const first = ready_.first()) {
+    if (textRead_ > textAtOnce) {
+      paused_ = true;
+      return false;
+    }
+    // Reading a value may call the program, which may end the watch.
+    const std::shared_ptr<ServerWatch> watch = watches_.at(first->terms().number);
+    ready_.remove(*watch);
+    const std::size_t before = payload.size();
+    const ServerWatch::Taken taken = watch->takeNext(type, payload, inDispatch_);
+    const auto at = watches_.find(watch->terms().number);
+    if (at == watches_.end() || at->second != watch) {
+      payload.resize(before);
+      continue;
+    }
+    // Each watch sends one event in turn.
+    if (watch->hasPending() && !watch->links.isQueued) {
+      ready_.push(*watch);
+    }
+    if (taken == ServerWatch::Taken::event) {
+      return true;
+    }
+    if (taken == ServerWatch::Taken::paused) {
+      paused_ = true;
+      return false;
+    }
+  }
+  return false;
+}
+
+ModelRes SessionWatches::readValue(const ModelPart& part, ModelPartIndex index) {
+  // The call may dispatch, and thereby read other values.
+  std::string text = std::exchange(share_.text, {});
+  text.clear();
+  if (text.capacity() > keptText) {
+    text.shrink_to_fit();
+  }
+  const ModelRes result = PartAccess::appendText(part, text, index);
+  const std::size_t size = text.size();
+  share_.text = std::move(text);
+  textRead_ += size;
+  if (result == ModelRes_Success && size > ModelWatchText_Max) {
+    return ModelRes_TooLarge;
+  }
+  return result < ModelRes_NotConnected ? result : ModelRes_Unreachable;
+}
+
+void SessionWatches::rests(ServerWatch& watch, std::int64_t untilMs) {
+  if (watch.wakesAtMs == 0) {
+    wakes_.emplace(untilMs, watch.terms().number);
+    watch.wakesAtMs = untilMs;
+    share_.timer.callAt(untilMs);
+  }
+}
+
+std::int64_t SessionWatches::timeReached(std::int64_t nowMs) {
+  while (!wakes_.empty() && wakes_.begin()->first <= nowMs) {
+    ServerWatch& watch = *watches_.at(wakes_.begin()->second);
+    wakes_.erase(wakes_.begin());
+    watch.wakesAtMs = 0;
+    watch.wakeValues(nowMs);
+    if (const std::int64_t next = watch.nextWake(); next != 0) {
+      rests(watch, next);
+    }
+    if (watch.hasPending()) {
+      pendingAdded(watch);
+    }
+  }
+  return wakes_.empty() ? 0 : wakes_.begin()->first;
+}
+
+}  // namespace ModelSrv::internal

@@ -1,0 +1,111 @@
+#include "modelsrv/source/watch_registry.h"
+
+#include <new>
+
+#include "modelsrv/source/part_access.h"
+#include "modelsrv/source/server_watch.h"
+#include "modelsrv/source/sleeping_subscriptions.h"
+
+namespace ModelSrv::internal {
+
+namespace {
+
+/// Calls `visit` for each watch of a subtree that has `part`, from `part` itself up.
+template <typename Visit>
+void forEachSubtreeWatch(const ModelPart* part, Visit visit) {
+  for (const ModelPart* at = part; at != nullptr; at = PartAccess::parent(*at)) {
+    if (const PartSubscribers* const subscribers = PartAccess::subscribersOf(*at)) {
+      subscribers->forEachSubtreeWatch(visit);
+    }
+  }
+}
+
+}  // namespace
+
+bool isInWatchedSubtree(const ModelPart& part) {
+  if (!WatchCounts::anySubtree()) {
+    return false;
+  }
+  bool found = false;
+  forEachSubtreeWatch(PartAccess::parent(part), [&found](ServerWatch&) { found = true; });
+  return found;
+}
+
+void notifySubtreeWatches(ModelPart& part, ModelPartIndex index) {
+  forEachSubtreeWatch(PartAccess::parent(part),
+                      [&](ServerWatch& watch) { watch.partChanged(part, index); });
+}
+
+void reportWatchedBelow(const ModelPart& part, bool watched) {
+  if (!WatchCounts::anyHandler()) {
+    return;
+  }
+  for (ModelPart* const descendant : PartAccess::descendants(part)) {
+    PartAccess::reportWatched(*descendant, watched);
+  }
+}
+
+void WatchRegistry::partEntered(ModelPart& part, std::span<ModelPart* const> descendants) {
+  ++structureVersion_;
+  if (WatchCounts::anySubtree()) {
+    if (WatchCounts::anyHandler() && isInWatchedSubtree(part)) {
+      PartAccess::reportWatched(part, true);
+      for (ModelPart* const descendant : descendants) {
+        PartAccess::reportWatched(*descendant, true);
+      }
+    }
+    forEachSubtreeWatch(PartAccess::parent(part),
+                        [&part](ServerWatch& watch) { watch.partEntered(part); });
+  }
+  if (!sleeping_.empty()) {
+    wakeUp(part);
+    for (ModelPart* const descendant : descendants) {
+      wakeUp(*descendant);
+    }
+  }
+}
+
+void WatchRegistry::partLeft(const ModelPart& part, ModelPart& formerParent,
+                             std::span<ModelPart* const> descendants) {
+  ++structureVersion_;
+  if (WatchCounts::anySubtree()) {
+    forEachSubtreeWatch(&formerParent, [&](ServerWatch& watch) {
+      watch.partLeft(part, formerParent, descendants);
+    });
+  }
+}
+
+void WatchRegistry::addSleeping(const std::vector<ModelPartId>& chain, ServerWatch& watch) {
+  sleeping_.emplace(chain, &watch);
+}
+
+void WatchRegistry::removeSleeping(const std::vector<ModelPartId>& chain,
+                                   const ServerWatch& watch) {
+  const auto [first, last] = sleeping_.equal_range(chain);
+  for (auto at = first; at != last; ++at) {
+    if (at->second == &watch) {
+      sleeping_.erase(at);
+      return;
+    }
+  }
+}
+
+void WatchRegistry::wakeUp(ModelPart& part) {
+  try {
+    const PartPath path = PartPath::of(part);
+    // Each that wakes up leaves the range.
+    for (auto at = sleeping_.lower_bound(path.chain);
+         at != sleeping_.end() && at->first == path.chain;) {
+      ServerWatch& watch = *(at++)->second;
+      if (watch.waitsFor(part, path)) {
+        watch.topEntered(part);
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    for (const auto& [chain, watch] : sleeping_) {
+      watch->closeConnection();
+    }
+  }
+}
+
+}  // namespace ModelSrv::internal

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <vector>
+
+#include "modelsrv/model_part.h"
+#include "modelsrv/source/id_chain.h"
+
+/// How the changes of a tree reach the watches of its server's clients. Guarded by the client
+/// mutex.
+namespace ModelSrv::internal {
+
+class ServerWatch;
+struct PartPath;
+
+/// What the watches of a process have in common, so that a change of a part that nobody watches
+/// costs one test.
+struct WatchCounts {
+  /// The number of subtrees that are watched, in all trees of this process.
+  static inline std::atomic<std::size_t> subtrees{0};
+  /// The number of parts with a watch handler, likewise.
+  static inline std::atomic<std::size_t> handlers{0};
+
+  static bool anySubtree() { return subtrees.load(std::memory_order_relaxed) != 0; }
+  static bool anyHandler() { return handlers.load(std::memory_order_relaxed) != 0; }
+};
+
+/// Whether a subtree that has `part`, but does not begin there, is watched.
+[[nodiscard]] bool isInWatchedSubtree(const ModelPart& part);
+
+/// `index` of `part` has changed: notifies the watches of subtrees.
+void notifySubtreeWatches(ModelPart& part, ModelPartIndex index);
+
+/// Calls the watch handlers of the descendants of `part`, as far as a watch of its subtree, which
+/// has begun or ended, makes a difference to them. Throws `std::bad_alloc`.
+void reportWatchedBelow(const ModelPart& part, bool watched);
+
+/// The watches of one tree whose parts are not in it, and the count of changes of its structure.
+class WatchRegistry {
+ public:
+  [[nodiscard]] std::uint64_t structureVersion() const { return structureVersion_; }
+
+  /// `part` and its `descendants` have been added to the tree. Does not throw: a session for which
+  /// there is no memory is closed.
+  void partEntered(ModelPart& part, std::span<ModelPart* const> descendants);
+  /// `part` and its `descendants` have been removed from `formerParent`, and are no longer below
+  /// it. Does not throw either.
+  void partLeft(const ModelPart& part, ModelPart& formerParent,
+                std::span<ModelPart* const> descendants);
+
+  /// `watch` waits for a part at `chain`. Throws `std::bad_alloc`.
+  void addSleeping(const std::vector<ModelPartId>& chain, ServerWatch& watch);
+  void removeSleeping(const std::vector<ModelPartId>& chain, const ServerWatch& watch);
+
+ private:
+  void wakeUp(ModelPart& part);
+
+  std::uint64_t structureVersion_ = 0;
+  std::multimap<std::vector<ModelPartId>, ServerWatch*> sleeping_;
+};
+
+}  // namespace ModelSrv::internal
