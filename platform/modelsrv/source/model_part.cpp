@@ -7,6 +7,7 @@
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/description.h"
 #include "modelsrv/source/id_chain.h"
+#include "modelsrv/source/line_text.h"
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/server_side.h"
@@ -76,15 +77,39 @@ ModelRes ModelPart::store(std::string_view text, bool flag, unsigned short index
   std::string stated;
   const ModelRes result = storeAnywhere(text, flag, index, &stated);
   if (result != ModelRes_Success) {
-    reason = std::move(stated);
+    setReason(result, std::move(stated), reason);
   }
-  if (result != ModelRes_Success && reason.empty()) {
+  return result;
+}
+
+ModelRes ModelPart::storeAsClient(std::string_view text, bool flag, unsigned short index,
+                                  std::string& reason) {
+  const TreeLock lock(*this);
+  std::string stated;
+  const ModelRes result = withMemoryResult([&] {
+    const ResolvedChain resolved(*this);
+    const bool isClient = resolved.root() != nullptr && resolved.root()->client_ != nullptr;
+    if (isClient || resolved.result() == ModelRes_BadArgument) {
+      return ModelRes_BadArgument;
+    }
+    const ModelRes stored = storeFromClient(text, flag, index, stated);
+    stated = internal::toLine(stated, ModelReason_Max);
+    return stored;
+  });
+  if (result != ModelRes_Success) {
+    setReason(result, std::move(stated), reason);
+  }
+  return result;
+}
+
+void ModelPart::setReason(ModelRes result, std::string stated, std::string& reason) {
+  reason = std::move(stated);
+  if (reason.empty()) {
     static_cast<void>(withMemoryResult([&] {
       reason = ModelSrv::describe(result);
       return result;
     }));
   }
-  return result;
 }
 
 ModelRes ModelPart::storeAnywhere(std::string_view text, bool flag, ModelPartIndex index,

@@ -16,6 +16,7 @@ ServerSide::~ServerSide() {
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
   TreeLock::assertHeld(share_->root);
+  share_->stored = options.stored;
   const EvtSrv::EvtRes result = port_->start(name, options.group);
   if (result == EvtSrv::EvtRes_Success) {
     share_->invalidator.open();

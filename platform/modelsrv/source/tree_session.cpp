@@ -206,6 +206,8 @@ ModelRes TreeSession::load(ModelPart& part, const Request& request, Bytes& /*rep
       PartAccess::storeFromClient(part, request.text, request.flag, request.index, reason);
   if (result != ModelRes_Success) {
     share_->reason = toLine(reason, ModelReason_Max);
+  } else if (share_->stored) {
+    share_->stored(part);
   }
   return result;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,6 +27,7 @@ struct SessionShare {
   PrefetchWriter prefetch;
   CacheInvalidator invalidator;
   WatchShare watches;
+  std::function<void(ModelPart& part)> stored;  ///< see `ServerOptions`
 };
 
 /// Serves the requests of one client from the tree, and keeps its subscriptions. Guarded by the

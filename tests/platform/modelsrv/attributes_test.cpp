@@ -133,6 +133,26 @@ TEST(Attributes, AreRejectedIfTheyDoNotFitThePart) {
   }
 }
 
+TEST(StoreAsClient, IsCheckedAsTheStoreOfAClient) {
+  ValuePart<std::int32_t> speed(1, "speed", 42);
+  ValuePart<std::int32_t> serial(2, "serial", 1, ModelPartStatus_ReadOnly);
+  ValuePart<std::int32_t> offset(3, "offset", 1, ModelPartStatus_Protected);
+  ASSERT_EQ(speed.setAttributes({"", "0", "50", "", {}}), ModelRes_Success);
+  std::string reason = "before";
+  EXPECT_EQ(speed.storeAsClient("7", false, all, reason), ModelRes_Success);
+  EXPECT_EQ(reason, "before");
+  EXPECT_EQ(speed.value(), 7);
+  EXPECT_EQ(speed.storeAsClient("99", false, all, reason), ModelRes_OutOfRange);
+  EXPECT_EQ(reason, "speed 99 is not within 0 to 50");
+  EXPECT_EQ(speed.value(), 7);
+  EXPECT_EQ(serial.storeAsClient("7", true, all, reason), ModelRes_ReadOnly);
+  EXPECT_EQ(reason, describe(ModelRes_ReadOnly));
+  EXPECT_EQ(offset.storeAsClient("7", false, all, reason), ModelRes_Protected);
+  EXPECT_EQ(offset.storeAsClient("7", true, all, reason), ModelRes_Success);
+  Client client;
+  EXPECT_NE(client.part.at(speedChain).storeAsClient("7", false, all, reason), ModelRes_Success);
+}
+
 TEST(StoreCheckReason, ReachesTheClientAsOneLine) {
   const std::string port = test_support::uniquePortName();
   std::string reason = "setpoint 99 is not within 5 to 30";

@@ -125,6 +125,35 @@ TEST_F(ClientRequests, AreVetoedByTheServersStoreCheck) {
   EXPECT_EQ(client_.load(speedChain, "100"), ModelRes_Success);
 }
 
+TEST(StoreObserver, SeesEachAcceptedStoreOfAClientBeforeItsReply) {
+  const std::string port = test_support::uniquePortName();
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+  ModelRoot root(&manager);
+  ValuePart<std::int32_t> speed(1, "speed", 42);
+  ValuePart<std::int32_t> serial(2, "serial", 1, ModelPartStatus_ReadOnly);
+  ASSERT_EQ(root.add(&speed), ModelRes_Success);
+  ASSERT_EQ(root.add(&serial), ModelRes_Success);
+  std::vector<std::int32_t> seen;
+  ServerOptions options;
+  options.stored = [&](ModelPart& part) {
+    EXPECT_EQ(&part, &speed);
+    seen.push_back(speed.value());
+  };
+  ASSERT_EQ(root.startAsServer(port, options), ModelRes_Success);
+  test_support::Pump pump(manager);
+  Client client;
+  ASSERT_EQ(client.connect(port), ModelRes_Success);
+  EXPECT_EQ(client.load({1}, "7"), ModelRes_Success);
+  EXPECT_EQ(seen, (std::vector<std::int32_t>{7}));
+  EXPECT_EQ(client.load({1}, "7"), ModelRes_Success);
+  EXPECT_EQ(seen, (std::vector<std::int32_t>{7, 7})) << "also of the same value";
+  EXPECT_EQ(client.load({1}, "x"), ModelRes_BadText);
+  EXPECT_EQ(client.load({2}, "7"), ModelRes_ReadOnly);
+  EXPECT_EQ(client.text({1}), "7");
+  EXPECT_EQ(speed.setValue(8), ModelRes_Success);
+  EXPECT_EQ(seen.size(), 2U);
+}
+
 TEST_F(ClientRequests, RejectAProxyThatIsTooDeep) {
   EXPECT_EQ(client_.text(Chain(ModelDepth_Max, 1)), "?");
   std::string text;

@@ -119,6 +119,12 @@ class KRV_EXPORT ModelPart {
   /// most `ModelReason_Max` bytes; unchanged on success, and empty if there is no memory for it.
   ModelRes store(std::string_view text, bool flag, unsigned short index, std::string& reason);
 
+  /// Stores `text` as a client's request would: access, attributes and store check apply. In a
+  /// server, and for a part outside of any root's tree; `ModelRes_BadArgument` in a client. Results
+  /// and `reason` as for `store`.
+  ModelRes storeAsClient(std::string_view text, bool flag, unsigned short index,
+                         std::string& reason);
+
   /// Appends the text of the whole value or of one element to `text`. On any result but
   /// `ModelRes_Success` nothing has been appended, except if memory ran out in the middle;
   /// then `text` is in the bad state. In a client this is a request to the server, or it is
@@ -260,6 +266,8 @@ class KRV_EXPORT ModelPart {
   /// `load` and `store`; `reason` may be null.
   ModelRes storeAnywhere(std::string_view text, bool flag, ModelPartIndex index,
                          std::string* reason);
+  /// Sets `reason` to `stated` or, if that is empty, to the text of `result`, which is no success.
+  static void setReason(ModelRes result, std::string stated, std::string& reason);
 
   // Constant after construction.
   const std::string name_;

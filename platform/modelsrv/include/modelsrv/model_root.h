@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,12 @@ class WatchRegistry;
 struct ServerOptions {
   /// If set, members of this group may connect too: the mailbox lets them write.
   std::optional<gid_t> group;
+
+  /// Called when the store of a client has been accepted, whether it has changed the value or not,
+  /// so that the server can keep what clients store. Called with the client mutex held, on the
+  /// thread that dispatches, before the client gets its reply. It must not throw, and it must not
+  /// add, remove or destroy parts.
+  std::function<void(ModelPart& part)> stored = {};
 };
 
 /// The top of a model tree, and its event port. In a server the tree is published; in a
