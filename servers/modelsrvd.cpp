@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -21,6 +22,7 @@
 #include "servers/options.h"
 #include "servers/service_notifier.h"
 #include "servers/signals.h"
+#include "servers/stored_values.h"
 #include "servers/tree_source.h"
 
 namespace {
@@ -67,13 +69,19 @@ int timeoutUntil(std::optional<Clock::time_point> deadline, Clock::time_point no
   return static_cast<int>(std::clamp(left, milliseconds(0), milliseconds(maxPeriod)).count());
 }
 
-/// Dispatches events and updates the tree until a signal requests the end.
-ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& signals,
-               const ServiceNotifier& notifier) {
+/// The earlier one of two deadlines, of which there may be none.
+std::optional<Clock::time_point> earlier(std::optional<Clock::time_point> one,
+                                         std::optional<Clock::time_point> other) {
+  return one && other ? std::min(*one, *other) : one ? one : other;
+}
+
+/// Dispatches events and updates the tree until a signal requests the end. `stored` may be null.
+ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, StoredValues* stored,
+               Signals& signals, const ServiceNotifier& notifier) {
   while (!signals.stopRequested()) {
     if (signals.takeReloadRequest()) {
       reportIfFailed(notifier.reloading());
-      reportIfFailed(tree.reload());
+      reportIfFailed(tree.reload(stored));
       reportIfFailed(notifier.ready());
     }
     const auto now = Clock::now();
@@ -81,7 +89,12 @@ ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, Signals& sig
       tree.filesChanged(now);
     }
     tree.tick(now);
-    const EvtSrv::EvtRes result = manager.receiveEvent(timeoutUntil(tree.nextDeadline(now), now));
+    auto deadline = tree.nextDeadline(now);
+    if (stored != nullptr) {
+      stored->tick(now);
+      deadline = earlier(deadline, stored->nextDeadline());
+    }
+    const EvtSrv::EvtRes result = manager.receiveEvent(timeoutUntil(deadline, now));
     if (result != EvtSrv::EvtRes_Success && result != EvtSrv::EvtRes_Timeout) {
       return fail(ExitStatus::cannotServe, {std::string("events: ") + EvtSrv::describe(result)});
     }
@@ -110,17 +123,28 @@ void raiseDescriptorLimit() {
   }
 }
 
+/// Sets the values of the state file, if there is one, in the published tree, and lets `stored`
+/// keep in it what clients store.
+std::optional<Error> keepStores(const Options& options, ModelSrv::ModelRoot& root,
+                                const TreeSource& tree, std::unique_ptr<StoredValues>& stored,
+                                ModelSrv::ServerOptions& serverOptions) {
+  if (!options.state) {
+    return std::nullopt;
+  }
+  stored = std::make_unique<StoredValues>(
+      *options.state, root,
+      StoredValues::Hooks{
+          printError, [&tree](const ModelSrv::ModelPart& part) { return tree.holdsValue(part); }});
+  serverOptions.stored = [&stored](ModelSrv::ModelPart& part) { stored->stored(part); };
+  if (auto error = stored->restore()) {
+    return Error{"--state: " + error->text};
+  }
+  return std::nullopt;
+}
+
 /// Publishes the tree that `options` select and serves it. Prints "ready NAME" to
 /// standard output once clients can connect.
-ExitStatus serve(const Options& options) {
-  ModelSrv::ServerOptions serverOptions;
-  if (options.group) {
-    auto group = findGroup(*options.group);
-    if (auto* error = std::get_if<Error>(&group)) {
-      return fail(ExitStatus::badUsage, *error);
-    }
-    serverOptions.group = std::get<gid_t>(group);
-  }
+ExitStatus serve(const Options& options, ModelSrv::ServerOptions serverOptions) {
   raiseDescriptorLimit();
   EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
   Signals signals(manager);
@@ -141,6 +165,10 @@ ExitStatus serve(const Options& options) {
   if (auto error = tree.publish(root)) {
     return fail(ExitStatus::cannotServe, *error);
   }
+  std::unique_ptr<StoredValues> stored;
+  if (auto error = keepStores(options, root, tree, stored, serverOptions)) {
+    return fail(ExitStatus::badUsage, *error);
+  }
   const ModelSrv::ModelRes started = root.startAsServer(name, serverOptions);
   if (started != ModelSrv::ModelRes_Success) {
     return fail(
@@ -151,10 +179,13 @@ ExitStatus serve(const Options& options) {
   if (status == ExitStatus::success) {
     const ServiceNotifier notifier;
     reportIfFailed(notifier.ready());
-    status = run(manager, tree, signals, notifier);
+    status = run(manager, tree, stored.get(), signals, notifier);
     reportIfFailed(notifier.stopping());
   }
   root.stop(true);
+  if (stored != nullptr) {
+    stored->finish();
+  }
   return status;
 }
 
@@ -170,7 +201,15 @@ ExitStatus runProgram(const std::vector<std::string_view>& args) {
   if (options.version) {
     return print("modelsrvd " MODELSRVD_VERSION "\n");
   }
-  return serve(options);
+  ModelSrv::ServerOptions serverOptions;
+  if (options.group) {
+    const auto group = findGroup(*options.group);
+    if (const auto* error = std::get_if<Error>(&group)) {
+      return fail(ExitStatus::badUsage, *error);
+    }
+    serverOptions.group = std::get<gid_t>(group);
+  }
+  return serve(options, std::move(serverOptions));
 }
 
 }  // namespace

@@ -66,6 +66,10 @@ std::optional<Error> setGroup(Options& options, std::string_view value) {
   return setText("--group", value, options.group);
 }
 
+std::optional<Error> setState(Options& options, std::string_view value) {
+  return setText("--state", value, options.state);
+}
+
 std::optional<Error> setPeriod(Options& options, std::string_view value) {
   const auto period = parseNumber(value, minPeriod, maxPeriod);
   if (!period) {
@@ -108,10 +112,11 @@ struct OptionRow {
 };
 
 /// The options that take a value.
-constexpr std::array<OptionRow, 6> optionTable{{{"--name", setName},
+constexpr std::array<OptionRow, 7> optionTable{{{"--name", setName},
                                                 {"--tree", setTree},
                                                 {"--period", setPeriod},
                                                 {"--group", setGroup},
+                                                {"--state", setState},
                                                 {"--synthetic", setSynthetic},
                                                 {"--churn", setChurn}}};
 
@@ -174,14 +179,16 @@ Result<Options> parseOptions(const std::vector<std::string_view>& args) {
 }
 
 std::string usageText() {
-  return "usage: modelsrvd [--name NAME] [--group GROUP] [--period MS]\n"
-         "       modelsrvd [--name NAME] [--group GROUP] --tree FILE.json\n"
-         "       modelsrvd [--name NAME] [--group GROUP] --synthetic GROUPSxPARTS [--churn HZ]\n"
+  return "usage: modelsrvd [OPTION ...] [--period MS]\n"
+         "       modelsrvd [OPTION ...] --tree FILE.json\n"
+         "       modelsrvd [OPTION ...] --synthetic GROUPSxPARTS [--churn HZ]\n"
          "       modelsrvd --help | --version\n"
          "Publishes a tree of values until SIGINT or SIGTERM.\n"
          "  --name NAME        name of the port (default: Model_host, the name in the file,\n"
          "                     or Model_synthetic)\n"
          "  --group GROUP      let members of this group connect too\n"
+         "  --state FILE       keep in this file what clients store, and set it again at the "
+         "start\n"
          "  --period MS        sampling period of this machine's values, 50 to 60000\n"
          "                     milliseconds (default: 1000)\n"
          "  --tree FILE.json   publish the tree described by the file; SIGHUP reloads it\n"

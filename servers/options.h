@@ -36,6 +36,7 @@ struct Options {
   std::optional<std::string> name;   ///< the port's name; empty: the tree's default name
   std::optional<std::string> tree;   ///< path of a description file
   std::optional<std::string> group;  ///< a group's name or number
+  std::optional<std::string> state;  ///< path of the file that keeps what clients store
   std::optional<SyntheticShape> synthetic;
   std::uint32_t churn = 0;  ///< value changes per second
   std::uint32_t period = defaultPeriod;

@@ -88,13 +88,14 @@ bool hasSource(const Entry& entry) {
 }
 
 /// Sets what may differ in a part that stays.
-std::optional<Error> setKept(ModelPart& part, Entry& entry) {
+std::optional<Error> setKept(ModelPart& part, Entry& entry,
+                             const PublishedTree::KeepsValue& keepsValue) {
   auto error = setAttributes(part, entry);
   if (entry.type == EntryType::node) {
     return error;
   }
   part.setSubscribable(entry.subscribable);
-  if (hasSource(entry)) {
+  if (hasSource(entry) || (keepsValue && keepsValue(part))) {
     return error;
   }
   const ModelRes result =
@@ -327,7 +328,8 @@ std::optional<Error> PublishedTree::replaceParts(Parts next, const Kept& kept,
   return error;
 }
 
-std::optional<Error> PublishedTree::reload(TreeDescription description) {
+std::optional<Error> PublishedTree::reload(TreeDescription description,
+                                           const KeepsValue& keepsValue) {
   const Kept kept = match(description);
   Parts next;
   if (auto error = createNew(description, kept, next)) {
@@ -338,7 +340,7 @@ std::optional<Error> PublishedTree::reload(TreeDescription description) {
   auto error = replaceParts(std::move(next), kept, children);
   for (std::size_t index = 0; index < kept.size(); ++index) {
     if (kept[index] != isNew) {
-      auto ofPart = setKept(*parts_.created[index].part, description.entries[index]);
+      auto ofPart = setKept(*parts_.created[index].part, description.entries[index], keepsValue);
       error = error ? std::move(error) : std::move(ofPart);
     }
   }

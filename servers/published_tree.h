@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -24,6 +25,10 @@ namespace modelsrvd {
 /// of the root's manager.
 class PublishedTree {
  public:
+  /// Whether a part that stays in a reload keeps its value. Called when its attributes are set; may
+  /// be empty.
+  using KeepsValue = std::function<bool(ModelSrv::ModelPart& part)>;
+
   /// Creates the nodes and parts, not yet added to a root.
   explicit PublishedTree(TreeDescription description);
 
@@ -40,12 +45,14 @@ class PublishedTree {
   /// Makes the published tree that of `description`, in the order of its entries. A part
   /// with the same path, id, type, number and names of elements and access stays, with its
   /// clients' subscriptions; so does a node. Its value is set, which notifies the
-  /// subscribers if it changes. An id that `description` does not state is that of the
-  /// part that has, or last had, the same name (see `keepIds`). All others are removed and added.
+  /// subscribers if it changes, unless `keepsValue` returns true. An id that `description` does not
+  /// state is that of the part that has, or last had, the same name (see `keepIds`). All others are
+  /// removed and added.
   ///
   /// After an error the tree is unchanged; or, if memory runs out late, or the library refuses
   /// something of a part that stays, it is between both.
-  [[nodiscard]] std::optional<Error> reload(TreeDescription description);
+  [[nodiscard]] std::optional<Error> reload(TreeDescription description,
+                                            const KeepsValue& keepsValue = {});
 
   /// Adds the parts whose values are in files or simulated to `feeds`, which is cleared before
   /// this tree is destroyed or its values are updated.

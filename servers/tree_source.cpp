@@ -9,6 +9,7 @@
 #include "servers/files.h"
 #include "servers/host_tree.h"
 #include "servers/published_tree.h"
+#include "servers/stored_values.h"
 #include "servers/synthetic_tree.h"
 #include "servers/value_feeds.h"
 
@@ -23,8 +24,12 @@ void TreeSource::tick(Clock::time_point /*now*/) {}
 
 void TreeSource::filesChanged(Clock::time_point /*now*/) {}
 
-std::optional<Error> TreeSource::reload() {
+std::optional<Error> TreeSource::reload(StoredValues* /*stored*/) {
   return std::nullopt;
+}
+
+bool TreeSource::holdsValue(const ModelSrv::ModelPart& /*part*/) const {
+  return true;
 }
 
 namespace {
@@ -111,7 +116,11 @@ class FileSource final : public TreeSource {
     feeds_.takeFileChanges(now);
   }
 
-  [[nodiscard]] std::optional<Error> reload() override {
+  [[nodiscard]] bool holdsValue(const ModelSrv::ModelPart& part) const override {
+    return !feeds_.supplies(part);
+  }
+
+  [[nodiscard]] std::optional<Error> reload(StoredValues* stored) override {
     try {
       auto result = readDescription(path_);
       if (auto* error = std::get_if<Error>(&result)) {
@@ -121,8 +130,16 @@ class FileSource final : public TreeSource {
       const std::lock_guard lock(root_->manager()->clientMutex);
       // Parts that leave the tree are destroyed.
       feeds_.clear();
-      auto error = tree_->reload(std::move(std::get<TreeDescription>(result)));
+      PublishedTree::KeepsValue keepsValue;
+      if (stored != nullptr) {
+        stored->beginReload();
+        keepsValue = [stored](ModelSrv::ModelPart& part) { return stored->keeps(part); };
+      }
+      auto error = tree_->reload(std::move(std::get<TreeDescription>(result)), keepsValue);
       tree_->supply(feeds_);
+      if (stored != nullptr) {
+        stored->endReload();
+      }
       return error;
     } catch (const std::bad_alloc&) {
       return Error{oneLine(path_) + ": out of memory"};

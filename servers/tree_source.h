@@ -11,6 +11,8 @@
 
 namespace modelsrvd {
 
+class StoredValues;
+
 /// A tree that the server can publish, and what keeps its values up to date: the
 /// live tree, a described one or a synthetic one.
 ///
@@ -36,9 +38,13 @@ class TreeSource {
   /// To be called after SIGIO: files that the tree watches may have changed.
   virtual void filesChanged(Clock::time_point now);
 
-  /// Reads the description file again; other trees ignore the call. After an error in the
-  /// file the tree is unchanged; see `PublishedTree::reload` for other errors.
-  [[nodiscard]] virtual std::optional<Error> reload();
+  /// Reads the description file again; other trees ignore the call. What clients have stored
+  /// stays if `stored` is not null. After an error in the file the tree is unchanged; see
+  /// `PublishedTree::reload` for other errors.
+  [[nodiscard]] virtual std::optional<Error> reload(StoredValues* stored);
+
+  /// Whether the value of `part`, which is in the tree, comes from neither a file nor a simulation.
+  [[nodiscard]] virtual bool holdsValue(const ModelSrv::ModelPart& part) const;
 };
 
 /// The tree that `options` select. Reads the description file if there is one; an

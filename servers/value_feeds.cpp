@@ -123,6 +123,7 @@ void ValueFeeds::add(ModelPart& part, EntryType type, std::shared_ptr<const Entr
   if (details == nullptr || (!details->file && !details->simulation)) {
     return;
   }
+  supplied_.insert(&part);
   auto& observed = *feeds_.emplace_back(std::make_unique<Observed>());
   observed.feed = visitValueType(type, [&]<typename T>() -> std::unique_ptr<ValueFeed> {
     auto& typed = static_cast<ValuePart<T>&>(part);
@@ -153,6 +154,7 @@ void ValueFeeds::clear() {
     part.setWatchHandler({});
   }
   feeds_.clear();
+  supplied_.clear();
 }
 
 std::optional<Clock::time_point> ValueFeeds::nextDeadline() const {

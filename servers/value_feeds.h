@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -64,6 +65,11 @@ class ValueFeeds {
   /// Stops supplying the parts, which must still exist.
   void clear();
 
+  /// Whether the value of `part` comes from here.
+  [[nodiscard]] bool supplies(const ModelSrv::ModelPart& part) const {
+    return supplied_.count(&part) != 0;
+  }
+
   /// When `tick` is to be called next; nothing if no subscribed part is due.
   [[nodiscard]] std::optional<Clock::time_point> nextDeadline() const;
 
@@ -90,6 +96,7 @@ class ValueFeeds {
   Clock::time_point start_;
   DirectoryWatch directories_;
   std::vector<std::unique_ptr<Observed>> feeds_;
+  std::unordered_set<const ModelSrv::ModelPart*> supplied_;
   std::set<std::pair<Clock::time_point, Observed*>> due_;
   std::multimap<std::string, Observed*> byFile_;  ///< of watched directories
   /// The last values of parts that were cleared while they were subscribed.

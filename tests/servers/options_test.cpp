@@ -29,18 +29,20 @@ TEST(Options, DefaultToTheLiveTreeOncePerSecond) {
   EXPECT_FALSE(options.name);
   EXPECT_FALSE(options.tree);
   EXPECT_FALSE(options.group);
+  EXPECT_FALSE(options.state);
   EXPECT_FALSE(options.synthetic);
   EXPECT_EQ(options.churn, 0U);
   EXPECT_EQ(options.period, 1000U);
 }
 
 TEST(Options, AcceptAValueAsTheNextArgumentOrAfterAnEqualsSign) {
-  const Options options =
-      parsedOptions({"--name", "Model_x", "--tree=a=b.json", "--period", "50", "--group=staff"});
+  const Options options = parsedOptions(
+      {"--name", "Model_x", "--tree=a=b.json", "--period", "50", "--group=staff", "--state", "/s"});
   EXPECT_EQ(options.name, "Model_x");
   EXPECT_EQ(options.tree, "a=b.json");
   EXPECT_EQ(options.period, 50U);
   EXPECT_EQ(options.group, "staff");
+  EXPECT_EQ(options.state, "/s");
 }
 
 TEST(Options, AcceptAValueThatLooksLikeAnOption) {
@@ -93,6 +95,7 @@ INSTANTIATE_TEST_SUITE_P(
         InvalidOptionsCase{"EmptyName", {"--name", ""}, "--name: empty value"},
         InvalidOptionsCase{"EmptyTree", {"--tree="}, "--tree: empty value"},
         InvalidOptionsCase{"EmptyGroup", {"--group="}, "--group: empty value"},
+        InvalidOptionsCase{"EmptyState", {"--state="}, "--state: empty value"},
         InvalidOptionsCase{"Twice", {"--name", "a", "--name=b"}, "--name: given twice"},
         InvalidOptionsCase{"PeriodTooShort",
                            {"--period", "49"},
@@ -144,8 +147,8 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.what); });
 
 TEST(Options, AreAllNamedInTheUsage) {
-  for (const char* name : {"--name", "--tree", "--period", "--group", "--synthetic", "--churn",
-                           "--help", "--version"}) {
+  for (const char* name : {"--name", "--tree", "--period", "--group", "--state", "--synthetic",
+                           "--churn", "--help", "--version"}) {
     EXPECT_THAT(usageText(), testing::HasSubstr(name));
   }
 }

@@ -127,6 +127,39 @@ Program& runHost(Run& run) {
   return server;
 }
 
+/// The state file is always whole, and has what the server has acknowledged when it ends.
+Program& runState(Run& run) {
+  const auto state = [](int speed) {
+    return "{\"state\": 1, \"parts\": [\n{\"path\":[\"drive\",\"speed\"],\"ids\":[1,1],"
+           "\"type\":\"int32\",\"value\":" +
+           std::to_string(speed) + "}\n]}\n";
+  };
+  writeFile("tree.json", treeDescription(3));
+  writeFile("state.json", state(5));
+  Program& server = run.stage().start(
+      {run.programs().server, "--tree", "tree.json", "--state", "state.json"}, &run.fault());
+  bool isStored = false;
+  if (awaitReady(run, server)) {
+    for (int i = 0; i < attempts && !server.status && !isStored; ++i) {
+      isStored =
+          client(run, "set 7 /drive/speed;get /drive/speed").find("[7]") != std::string::npos;
+    }
+    run.stage().expect(server.status || isStored, "does not go on: " + shown(server.reported));
+    const auto isWritten = [&] { return contentsOf("state.json") == state(7); };
+    run.stage().waitUntil(
+        [&] { return !isStored || server.status || isWritten() || !server.reported.empty(); });
+    run.stage().expect(!isStored || server.status || isWritten() || !run.isTransparent(),
+                       "an interrupted call prevents a write: " + shown(server.reported));
+  }
+  finish(run, server);
+  const std::string written = contentsOf("state.json");
+  const bool isClean = server.status && *server.status == ExitStatus{};
+  run.stage().expect(written == state(7) || (written == state(5) && !(isStored && isClean)),
+                     "state: " + shown(written) + shown(server.reported));
+  run.stage().expect(contentsOf("state.json.new").empty(), "left: state.json.new");
+  return server;
+}
+
 Program& runHelp(Run& run) {
   Program& server = run.stage().start({run.programs().server, "--help"}, &run.fault());
   run.stage().waitForEnd(server);
@@ -143,7 +176,9 @@ Program& runHelp(Run& run) {
 
 }  // namespace
 
-const std::vector<Scenario> serverScenarios{
-    {"modelsrvd --tree", runTree}, {"modelsrvd", runHost}, {"modelsrvd --help", runHelp}};
+const std::vector<Scenario> serverScenarios{{"modelsrvd --tree", runTree},
+                                            {"modelsrvd --state", runState},
+                                            {"modelsrvd", runHost},
+                                            {"modelsrvd --help", runHelp}};
 
 }  // namespace fault_matrix
