@@ -63,6 +63,7 @@ int main(int argc, char* argv[]) {
     treescope::waitForOutput(mode == run_mode::interactive ? treescope::OutputBuffering::full
                                                            : treescope::OutputBuffering::lines);
     runShell(manager, mode, text);
+    treescope::flushOutput();
   }
   return 0;
 }

@@ -20,6 +20,10 @@ enum class OutputBuffering {
 /// Replaces `stdout` by a stream on file descriptor 1 that waits for space. To be called
 /// once, before anything is printed or another thread is started. If there is no memory
 /// for it, `stdout` stays as it is.
+///
+/// With `lines`, if the output is a pipe or file: a SIGHUP, SIGINT or SIGTERM that would end the
+/// program writes what has been printed first. It does not wait for the reader of a pipe: what a
+/// full pipe does not take is lost. The program then has one thread.
 void waitForOutput(OutputBuffering buffering);
 
 /// While this exists, no other thread prints on standard output or flushes it. Threads
