@@ -303,39 +303,6 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
   return ModelRes_Success;
 }
 
-ModelRes ClientSide::startWatch(const ClientWatches::Pointer& watch) {
-  TreeLock::assertHeld(root_);
-  watch->number = watches_->nextNumber();
-  Reply reply;
-  const ModelRes result = exchange(Renewal::requestFor(*watch, false), reply);
-  if (result != ModelRes_Success) {
-    return result == ModelRes_BadRequest ? ModelRes_NotSupported : result;
-  }
-  try {
-    watches_->add(watch, *this);
-  } catch (const std::bad_alloc&) {
-    // The server must not keep a watch that this client does not know.
-    static_cast<void>(send(Renewal::requestToEnd(*watch), reply));
-    throw;
-  }
-  return result;
-}
-
-ModelRes ClientSide::stopWatch(ClientWatch& watch) {
-  TreeLock::assertHeld(root_);
-  const bool isKnown = port_.isOpen() && !watches_->isLost(watch);
-  watches_->erase(watch);
-  if (!isKnown) {
-    return ModelRes_Success;
-  }
-  Reply reply;
-  const EvtRes result = send(Renewal::requestToEnd(watch), reply);
-  if (result != EvtSrv::EvtRes_Success && port_.isOpen()) {
-    return fromPort(result);
-  }
-  return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : ModelRes_Success;
-}
-
 void ClientSide::partDetached(const ModelPart& part) {
   TreeLock::assertHeld(root_);
   while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->anyOf(part)) {

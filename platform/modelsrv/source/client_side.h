@@ -51,6 +51,13 @@ class ClientSide final : public EvtSrv::internal::EventSink,
   ModelRes load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index,
                 std::string* reason);
   ModelRes describe(ChainView chain, PartDescription& description);
+  /// Requests a page of the subtree at `chain`: from its beginning, or what follows the part with
+  /// the ids `position` below it. Sets `page` and its byte order. `ModelRes_NotSupported` if the
+  /// server knows no pages.
+  ModelRes readTreePage(ChainView chain, bool continues, ChainView position,
+                        std::vector<std::uint8_t>& page, EvtSrv::internal::ByteOrder& order);
+  /// The name of the part at `chain`, which its parent has; empty for the root.
+  ModelRes nameOf(ChainView chain, std::string& name);
 
   ModelRes subscribe(ModelPart& part, ChainView chain, void* context, ModelPartIndex index);
   ModelRes unsubscribe(ModelPart& part, ChainView chain);

@@ -1,11 +1,15 @@
 #include "modelsrv/model_root.h"
 
+#include <utility>
+
+#include "evtsrv/source/manager_core.h"
 #include "modelsrv/source/client_side.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/port_result.h"
 #include "modelsrv/source/server_side.h"
 #include "modelsrv/source/sleeping_subscriptions.h"
+#include "modelsrv/source/tree_reader.h"
 #include "modelsrv/source/updates.h"
 #include "modelsrv/source/watch_registry.h"
 
@@ -17,7 +21,8 @@ using ClientLock = KSTD::KThreadMutexLock;
 ModelRoot::ModelRoot(EvtSrv::EventPortManager* manager)
     : EventPort(manager),
       sleepingSessions_(std::make_shared<internal::SleepingSessions>()),
-      watchRegistry_(std::make_shared<internal::WatchRegistry>()) {
+      watchRegistry_(std::make_shared<internal::WatchRegistry>(
+          static_cast<std::uint64_t>(manager->core().system().realTimeNs()))) {
   treeManager_.store(manager, std::memory_order_release);
 }
 
@@ -110,6 +115,28 @@ ModelRes ModelRoot::getElementSumFromServer(ModelPart* part, unsigned short& sum
 
 ModelRes ModelRoot::getElementNamesFromServer(ModelPart* part, std::vector<std::string>& names) {
   return request(part, [&](ChainView chain) { return client_->elementNames(chain, names); });
+}
+
+ModelRes ModelRoot::readTree(ModelPart* part, const TreeVisitor& visit, TreeReading& reading) {
+  reading = {};
+  if (!visit) {
+    return ModelRes_BadArgument;
+  }
+  std::vector<ModelPartId> chain;
+  const ModelRes result = request(part, [&chain](ChainView resolved) {
+    chain.assign(resolved.begin(), resolved.end());
+    return ModelRes_Success;
+  });
+  if (result != ModelRes_Success) {
+    return result;
+  }
+  // Not of one exchange: the visitor runs without the client mutex.
+  return internal::TreeReader(*this, std::move(chain), visit).read(reading);
+}
+
+ModelRes ModelRoot::readTree(ModelPart* part, const TreeVisitor& visit) {
+  TreeReading reading;
+  return readTree(part, visit, reading);
 }
 
 unsigned ModelRoot::receiveMain(const char* /*sender*/, unsigned type, EvtSrv::MemoryHolder* data,

@@ -58,6 +58,13 @@ void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payloa
     writer.u8(request.watchFlags);
     writer.u32(request.period);
   }
+  if ((fields & positionField) != 0) {
+    writer.u8(request.continues ? 1 : 0);
+    if (request.continues) {
+      writer.u16(static_cast<std::uint16_t>(request.position.size()));
+      writer.u16s(request.position);
+    }
+  }
   if ((fields & textField) != 0) {
     writer.bytes(request.text);
   }
@@ -93,6 +100,13 @@ bool decodeRequest(std::uint16_t operation, EvtSrv::internal::PayloadReader& pay
     request.watchFlags = payload.u8();
     request.period = payload.u32();
     if (request.watchFlags > (watchSubtree | watchMayBeAbsent)) {
+      return false;
+    }
+  }
+  if ((fields & positionField) != 0) {
+    const std::uint8_t continues = payload.u8();
+    request.continues = continues == 1;
+    if (continues > 1 || (request.continues && !readChain(payload, request.position))) {
       return false;
     }
   }

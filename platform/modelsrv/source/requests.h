@@ -31,7 +31,8 @@
   ENTRY(describe, 10, chainOnly)                           \
   ENTRY(renew, 11, indexField)                             \
   ENTRY(watch, 12, numberField | indexField | watchFields) \
-  ENTRY(unwatch, 13, numberField)
+  ENTRY(unwatch, 13, numberField)                          \
+  ENTRY(readTree, 14, positionField)
 
 namespace ModelSrv::internal {
 
@@ -56,11 +57,12 @@ constexpr std::size_t positionOf(Operation operation) {
 /// The fields of a request after its chain. They appear in this order.
 enum RequestFields : std::uint8_t {
   chainOnly = 0,
-  numberField = 1,  ///< 32 bits
-  indexField = 2,   ///< 16 bits
-  flagField = 4,    ///< 8 bits, 0 or 1
-  watchFields = 8,  ///< 8 bits, a set of `WatchFlags`; 32 bits, the period in milliseconds
-  textField = 16,   ///< the rest of the payload
+  numberField = 1,     ///< 32 bits
+  indexField = 2,      ///< 16 bits
+  flagField = 4,       ///< 8 bits, 0 or 1
+  watchFields = 8,     ///< 8 bits, a set of `WatchFlags`; 32 bits, the period in milliseconds
+  positionField = 16,  ///< 8 bits, 0 or 1; if that is 1, a chain
+  textField = 32,      ///< the rest of the payload
 };
 
 enum WatchFlags : std::uint8_t {
@@ -78,6 +80,8 @@ struct RequestView {
   std::uint32_t number = 0;
   std::uint8_t watchFlags = 0;
   std::uint32_t period = 0;
+  bool continues = false;  ///< whether there is a position
+  ChainView position = {};
 };
 
 /// A decoded request. The text points into the payload.
@@ -90,10 +94,12 @@ struct Request {
   std::uint32_t number = 0;
   std::uint8_t watchFlags = 0;
   std::uint32_t period = 0;
+  bool continues = false;
+  std::vector<ModelPartId> position = {};
 
   /// The same request. Valid as long as this object.
   [[nodiscard]] RequestView view() const {
-    return {operation, chain, index, flag, text, number, watchFlags, period};
+    return {operation, chain, index, flag, text, number, watchFlags, period, continues, position};
   }
 };
 

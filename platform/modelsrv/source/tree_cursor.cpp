@@ -31,6 +31,12 @@ void TreeCursor::end() {
   levels_.clear();
 }
 
+void TreeCursor::resume(std::span<const ModelPartId> idsBelowTop) {
+  path_.assign(idsBelowTop.begin(), idsBelowTop.end());
+  started_ = true;
+  findLevels();
+}
+
 /// Finds the nodes of the path again, and the part at its end, after the tree has changed.
 void TreeCursor::findLevels() {
   levels_.clear();

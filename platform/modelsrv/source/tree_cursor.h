@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "modelsrv/model_node.h"
@@ -17,6 +18,9 @@ class TreeCursor {
   /// Begins at `top`, which must not leave the tree before `end`.
   void begin(ModelPart& top);
   void end();
+  /// After `begin`: continues behind the part with these ids below the top, whether it is there or
+  /// not.
+  void resume(std::span<const ModelPartId> idsBelowTop);
   /// The part that it began at; null after the end, or before the beginning.
   [[nodiscard]] ModelPart* top() const { return top_; }
 
@@ -26,6 +30,9 @@ class TreeCursor {
 
   /// Whether the position has reached the part with these ids below the top, or would have.
   [[nodiscard]] bool hasPassed(const std::vector<ModelPartId>& idsBelowTop) const;
+
+  /// The number of levels between the top and the part that was visited last.
+  [[nodiscard]] std::size_t depth() const { return path_.size(); }
 
   /// The memory that it uses, in bytes.
   [[nodiscard]] std::size_t bytes() const {

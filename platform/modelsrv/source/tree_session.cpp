@@ -256,6 +256,13 @@ ModelRes TreeSession::unwatch(ModelPart& /*part*/, const Request& request, Bytes
   return watches_.remove(request.number);
 }
 
+ModelRes TreeSession::readTree(ModelPart& part, const Request& request, Bytes& reply) {
+  ObjectLease<TreePageWriter> writer(share_->pages);
+  writer->write(part, request.continues, request.position,
+                share_->watches.registry->structureVersion(), reply);
+  return ModelRes_Success;
+}
+
 ModelRes TreeSession::prefetch(ModelPart& part, const Request& request, Bytes& reply) {
   const StatusPage* page = share_->invalidator.beginPrefetch();
   if (page == nullptr) {

@@ -12,6 +12,7 @@
 #include "modelsrv/source/requests.h"
 #include "modelsrv/source/session_subscriptions.h"
 #include "modelsrv/source/session_watches.h"
+#include "modelsrv/source/tree_pages.h"
 
 namespace ModelSrv::internal {
 
@@ -25,6 +26,7 @@ struct SessionShare {
   std::string text;
   std::string reason;  ///< of the request that is being served, if it is refused with one
   PrefetchWriter prefetch;
+  TreePageWriter pages;
   CacheInvalidator invalidator;
   WatchShare watches;
   std::function<void(ModelPart& part)> stored;  ///< see `ServerOptions`
@@ -73,6 +75,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   ModelRes renew(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes watch(ModelPart& part, const Request& request, Bytes& reply);
   ModelRes unwatch(ModelPart& part, const Request& request, Bytes& reply);
+  ModelRes readTree(ModelPart& part, const Request& request, Bytes& reply);
   bool takeUpdate(std::uint16_t& type, std::vector<std::uint8_t>& payload);
 
   std::shared_ptr<SessionShare> share_;

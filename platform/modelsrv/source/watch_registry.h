@@ -42,6 +42,9 @@ void reportWatchedBelow(const ModelPart& part, bool watched);
 /// The watches of one tree whose parts are not in it, and the count of changes of its structure.
 class WatchRegistry {
  public:
+  /// `firstVersion` should be one that no other server of the name has had.
+  explicit WatchRegistry(std::uint64_t firstVersion) : structureVersion_(firstVersion) {}
+
   [[nodiscard]] std::uint64_t structureVersion() const { return structureVersion_; }
 
   /// `part` and its `descendants` have been added to the tree. Does not throw: a session for which
@@ -59,7 +62,7 @@ class WatchRegistry {
  private:
   void wakeUp(ModelPart& part);
 
-  std::uint64_t structureVersion_ = 0;
+  std::uint64_t structureVersion_;
   std::multimap<std::vector<ModelPartId>, ServerWatch*> sleeping_;
 };
 

@@ -31,6 +31,10 @@ const Request examples[] = {
     {Operation::subscribe, {1}, ModelPartIndex_All, false, {}},
     {Operation::unsubscribe, {1, 4}, 9, false, {}},
     {Operation::describe, {1, 4}, ModelPartIndex_All, false, {}},
+    {Operation::watch, {1, 4}, 9, false, {}, 0x12345678, watchMayBeAbsent, 1000},
+    {Operation::unwatch, {}, ModelPartIndex_All, false, {}, 7},
+    {Operation::readTree, {1}, ModelPartIndex_All, false, {}},
+    {Operation::readTree, {1}, ModelPartIndex_All, false, {}, 0, 0, 0, true, {2, 258}},
 };
 
 bool decode(std::uint16_t operation, const Bytes& bytes, Request& request,
@@ -45,6 +49,11 @@ void expectEqual(const Request& read, const Request& written) {
   EXPECT_EQ(read.index, written.index);
   EXPECT_EQ(read.flag, written.flag);
   EXPECT_EQ(read.text, written.text);
+  EXPECT_EQ(read.number, written.number);
+  EXPECT_EQ(read.watchFlags, written.watchFlags);
+  EXPECT_EQ(read.period, written.period);
+  EXPECT_EQ(read.continues, written.continues);
+  EXPECT_EQ(read.position, written.position);
 }
 
 TEST(Requests, AreDecodedAsTheyWereEncoded) {
@@ -109,7 +118,7 @@ TEST(Requests, AreRejectedWithAnUnknownOperationOrFlag) {
   Bytes bytes;
   encodeRequest(Request{Operation::childIds, {}}.view(), bytes);
   Request read;
-  for (const std::uint16_t operation : std::initializer_list<std::uint16_t>{0, 11, 255, 65535}) {
+  for (const std::uint16_t operation : std::initializer_list<std::uint16_t>{0, 15, 255, 65535}) {
     EXPECT_FALSE(decode(operation, bytes, read));
   }
   bytes.clear();
@@ -136,7 +145,7 @@ TEST(Requests, OfRandomBytesAreDecodedOrRejected) {
       byte = static_cast<std::uint8_t>(random() % 4);
     }
     Request request;
-    if (decode(static_cast<std::uint16_t>(random() % 10), bytes, request,
+    if (decode(static_cast<std::uint16_t>(random() % 15), bytes, request,
                ByteOrder(random() % 2))) {
       ++read;
       EXPECT_LE(request.chain.size() * 2 + request.text.size(), bytes.size());

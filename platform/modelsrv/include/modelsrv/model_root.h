@@ -11,6 +11,7 @@
 #include "evtsrv/event_port.h"
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_node.h"
+#include "modelsrv/tree_part.h"
 
 namespace ModelSrv {
 
@@ -110,6 +111,18 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   ModelRes getElementSumFromServer(ModelPart* part, unsigned short& sum);
   /// The names of the elements: none, or one for each element.
   ModelRes getElementNamesFromServer(ModelPart* part, std::vector<std::string>& names);
+
+  /// Reads `part` and all its descendants, with their names, types, elements and values, in few
+  /// exchanges, and calls `visit` for each: a node before its children, these in the ascending
+  /// order of their ids (of an older server: in its order). It reports neither the children that a
+  /// node hides nor more than the program wants: `visit` may end the reading, which is success.
+  /// Does not hold the client mutex during the whole reading, nor while it calls `visit`; so other
+  /// threads may make requests meanwhile, and the tree may change (see `TreeReading`).
+  ///
+  /// A value that cannot be read is reported with its result, and is no error of the reading. On
+  /// any result but `ModelRes_Success` parts may have been reported. `reading` is set in any case.
+  ModelRes readTree(ModelPart* part, const TreeVisitor& visit, TreeReading& reading);
+  ModelRes readTree(ModelPart* part, const TreeVisitor& visit);
 
   /// The library's own handling of an event. In a client it dispatches an update to the parts
   /// that subscribed (`ModelPart::update`). Returns an `EvtSrv::EvtRes`.

@@ -72,11 +72,11 @@ struct WatchEvent {
 /// the current ones are reported, then each change with its value, and no change in between is
 /// lost.
 ///
-/// A watch is of an id chain, as a subscription is. It outlasts reconnections (`begin` follows), and
-/// the part: if that leaves the server's tree, `removed` is reported, and `added` when a part with
-/// the same id chain and names is there again. In a subtree, parts that do not accept subscriptions
-/// are reported without their values, and the children that a node hides are not reported; neither
-/// is it when a node begins or ends to hide them.
+/// A watch is of an id chain, as a subscription is. It outlasts reconnections (`begin` follows),
+/// and the part: if that leaves the server's tree, `removed` is reported, and `added` when a part
+/// with the same id chain and names is there again. In a subtree, parts that do not accept
+/// subscriptions are reported without their values, and the children that a node hides are not
+/// reported; neither is it when a node begins or ends to hide them.
 ///
 /// Threads: any; each operation locks the client mutex of the root's manager, which must outlive
 /// the watch. The callback runs on the thread that dispatches, with that mutex held. It may make
