@@ -1,5 +1,5 @@
-# What other projects find the installed libraries by: a CMake package and a
-# pkg-config file. Both may be moved with the installation.
+# What other projects find the installed libraries by: a CMake package, and pkg-config
+# files for C++ and for C. They may be moved with the installation.
 include(CMakePackageConfigHelpers)
 
 set(package_directory ${CMAKE_INSTALL_LIBDIR}/cmake/treescope)
@@ -17,5 +17,7 @@ install(FILES
 
 set(pc_directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH TREESCOPE_PREFIX_FROM_PC /prefix/${pc_directory} /prefix)
-configure_file(packaging/treescope.pc.in ${PROJECT_BINARY_DIR}/treescope.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/treescope.pc DESTINATION ${pc_directory})
+foreach(package IN ITEMS treescope libtreescope)
+  configure_file(packaging/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${pc_directory})
+endforeach()

@@ -3,8 +3,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/port_name.h"
@@ -63,7 +65,8 @@ class InstallExample : public testing::Test {
   static void buildWithCMake(const std::string& example, const std::string& tree) {
     ASSERT_NO_FATAL_FAILURE(build({"cmake", "-G", "Ninja", "-S", source(example), "-B", tree,
                                    "-DCMAKE_PREFIX_PATH=" + moved(),
-                                   "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror"}));
+                                   "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror",
+                                   "-DCMAKE_C_FLAGS=-std=gnu11 -Wall -Wextra -Wpedantic -Werror"}));
     ASSERT_NO_FATAL_FAILURE(build({"cmake", "--build", tree}));
   }
 
@@ -90,6 +93,7 @@ TEST_F(InstallExample, IsBuiltWithTheCMakePackage) {
   const std::string tree = directory() / "build";
   ASSERT_NO_FATAL_FAILURE(buildWithCMake("thermostat", tree));
   expectThermostat(tree + "/thermostat");
+  expectThermostat(tree + "/thermostat_c");
 }
 
 TEST_F(InstallExample, IsBuiltWithPkgConfig) {
@@ -104,6 +108,35 @@ TEST_F(InstallExample, IsBuiltWithPkgConfig) {
                                      "-Wl,-rpath,$(pkg-config --variable=libdir treescope)"},
                                 options));
   expectThermostat(program);
+  const std::string inC = directory() / "thermostat_c";
+  ASSERT_NO_FATAL_FAILURE(build({"sh", "-c",
+                                 "cc -std=gnu11 -o '" + inC + "' '" + source() +
+                                     "/thermostat.c' $(pkg-config --cflags --libs libtreescope) "
+                                     "-Wl,-rpath,$(pkg-config --variable=libdir libtreescope)"},
+                                options));
+  expectThermostat(inC);
+}
+
+TEST_F(InstallExample, TheHeaderIsPlainC11AndPlainCpp) {
+  for (const std::string compiler : {"cc -std=c11 -x c", "c++ -std=c++11 -x c++"}) {
+    ASSERT_NO_FATAL_FAILURE(build({"sh", "-c",
+                                   "echo '#include <treescope.h>' | " + compiler +
+                                       " -Wall -Wextra -Wpedantic -Werror -fsyntax-only -I '" +
+                                       moved() + "/include' -"}));
+  }
+}
+
+TEST_F(InstallExample, ThermostatsAreShort) {
+  for (const auto& [file, lines] :
+       std::vector<std::pair<std::string, int>>{{"thermostat.cpp", 60}, {"thermostat.c", 60}}) {
+    std::ifstream text(source() + "/" + file);
+    int count = 0;
+    for (std::string line; std::getline(text, line); ++count) {
+      EXPECT_LE(line.size(), 100U) << file << ": " << line;
+    }
+    EXPECT_LE(count, lines) << file;
+    EXPECT_GT(count, 0) << file;
+  }
 }
 
 TEST_F(InstallExample, ServesAndWatchesInOtherEventLoops) {

@@ -3,7 +3,10 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <regex>
+#include <set>
 #include <sstream>
 
 #include "tests/support/process.h"
@@ -66,7 +69,33 @@ TEST_F(Install, ProgramsFindTheLibrariesBesideThem) {
 TEST_F(Install, LibrariesHaveTheirSonames) {
   EXPECT_THAT(dynamicSection("/lib/libkrvkstd.so.0"), HasSubstr("soname: [libkrvkstd.so.0]"));
   EXPECT_THAT(dynamicSection("/lib/libkrvsyssrv.so.4"), HasSubstr("soname: [libkrvsyssrv.so.4]"));
-  EXPECT_THAT(dynamicSection("/lib/libkrvsyssrv.so.4"), HasSubstr("runpath: [$ORIGIN]"));
+  EXPECT_THAT(dynamicSection("/lib/libtreescope.so.0"), HasSubstr("soname: [libtreescope.so.0]"));
+  for (const char* const library : {"/lib/libkrvsyssrv.so.4", "/lib/libtreescope.so.0"}) {
+    EXPECT_THAT(dynamicSection(library), HasSubstr("runpath: [$ORIGIN]"));
+  }
+}
+
+TEST_F(Install, TheCLibraryExportsWhatItsHeaderDeclaresAndVersionsIt) {
+  std::set<std::string> declared;
+  std::ifstream header(prefix() + "/include/treescope.h");
+  const std::string text{std::istreambuf_iterator<char>(header), {}};
+  const std::regex function("TREESCOPE_(EXPORT|CHECKED) [^;(]*?(treescope_\\w+)\\(");
+  for (std::sregex_iterator at(text.begin(), text.end(), function), end; at != end; ++at) {
+    declared.insert((*at)[2]);
+  }
+  std::set<std::string> exported;
+  const Finished result = run({"nm", "-D", "--defined-only", prefix() + "/lib/libtreescope.so.0"});
+  std::istringstream symbols(result.output);
+  for (std::string line; std::getline(symbols, line);) {
+    std::smatch match;
+    if (std::regex_search(line, match, std::regex(" T (.*)@@TREESCOPE_0\\.1$"))) {
+      exported.insert(match[1]);
+    } else {
+      EXPECT_THAT(line, HasSubstr(" A TREESCOPE_0.1"));
+    }
+  }
+  EXPECT_GT(exported.size(), 40U);
+  EXPECT_EQ(exported, declared);
 }
 
 TEST_F(Install, LibrariesExportTheirInterfaceOnly) {
@@ -84,8 +113,8 @@ TEST_F(Install, LibrariesExportTheirInterfaceOnly) {
 }
 
 TEST_F(Install, NoFileSearchesTheWorkingDirectoryForLibraries) {
-  for (const char* const file :
-       {"/bin/treescope", "/bin/modelsrvd", "/lib/libkrvkstd.so.0", "/lib/libkrvsyssrv.so.4"}) {
+  for (const char* const file : {"/bin/treescope", "/bin/modelsrvd", "/lib/libkrvkstd.so.0",
+                                 "/lib/libkrvsyssrv.so.4", "/lib/libtreescope.so.0"}) {
     EXPECT_FALSE(
         std::regex_search(dynamicSection(file), std::regex("runpath: \\[(:|[^\\]]*:(:|\\]))")))
         << file;
@@ -94,8 +123,8 @@ TEST_F(Install, NoFileSearchesTheWorkingDirectoryForLibraries) {
 
 #if STATIC_RUNTIME
 TEST_F(Install, NothingLoadsTheCppLibrary) {
-  for (const char* const file :
-       {"/bin/treescope", "/bin/modelsrvd", "/lib/libkrvkstd.so.0", "/lib/libkrvsyssrv.so.4"}) {
+  for (const char* const file : {"/bin/treescope", "/bin/modelsrvd", "/lib/libkrvkstd.so.0",
+                                 "/lib/libkrvsyssrv.so.4", "/lib/libtreescope.so.0"}) {
     EXPECT_THAT(dynamicSection(file), Not(HasSubstr("[libstdc++"))) << file;
   }
 }
@@ -112,6 +141,7 @@ TEST_F(Install, ContainsEveryPublicHeaderAndNoInternalOne) {
     }
     EXPECT_FALSE(fs::exists(fs::path(prefix()) / "include/treescope" / part / "source"));
   }
+  EXPECT_TRUE(fs::exists(prefix() + "/include/treescope/PROTOCOL.md"));
 }
 
 TEST_F(Install, AShellCanBeBuiltAgainstIt) {
