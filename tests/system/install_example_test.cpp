@@ -70,17 +70,29 @@ class InstallExample : public testing::Test {
     ASSERT_NO_FATAL_FAILURE(build({"cmake", "--build", tree}));
   }
 
-  /// Reads and stores the values of the server `program`.
-  static void expectThermostat(const std::string& program) {
+  /// The environment in which Python finds the installed package.
+  static test_support::ProcessOptions withPython() {
+    test_support::ProcessOptions options;
+    const Finished found = run({"sh", "-c", "echo '" + moved() + "'/lib*/python*/*-packages"});
+    options.environment = {{"PATH=" + std::string(std::getenv("PATH")),
+                            "PYTHONPATH=" + found.output.substr(0, found.output.find('\n')),
+                            "PYTHONDONTWRITEBYTECODE=1"}};
+    return options;
+  }
+
+  /// Reads and stores the values of the server that `command` runs.
+  static void expectThermostat(std::vector<std::string> command,
+                               const test_support::ProcessOptions& options = {}) {
     const std::string name = test_support::uniquePortName();
-    Process server({program, name});
+    command.push_back(name);
+    Process server(command, options);
     ASSERT_TRUE(server.waitForLine("ready " + name)) << server.errors();
     EXPECT_EQ(shell("cd " + name + ";get setpoint;get temperature[1];get mode"),
               "/setpoint   [20.5]\n/temperature[1] [4]\n/mode   [off]\n");
     EXPECT_EQ(shell("cd " + name + ";set 25 setpoint;set 31 setpoint;set warm mode;set heat mode"),
               "/setpoint   [25]\n/setpoint   [25]\n/mode   [off]\n/mode   [heat]\n");
     EXPECT_EQ(shell("cd " + name + ";set 99 temperature[1]"), "/temperature[1] [4]\n");
-    const Finished second = run({program, name});
+    const Finished second = run(command, {}, options);
     EXPECT_EQ(second.status, (ExitStatus{1, 0}));
     EXPECT_EQ(second.errors.find("thermostat: " + name + ": "), 0U) << second.errors;
     server.signal(SIGTERM);
@@ -92,8 +104,8 @@ class InstallExample : public testing::Test {
 TEST_F(InstallExample, IsBuiltWithTheCMakePackage) {
   const std::string tree = directory() / "build";
   ASSERT_NO_FATAL_FAILURE(buildWithCMake("thermostat", tree));
-  expectThermostat(tree + "/thermostat");
-  expectThermostat(tree + "/thermostat_c");
+  expectThermostat({tree + "/thermostat"});
+  expectThermostat({tree + "/thermostat_c"});
 }
 
 TEST_F(InstallExample, IsBuiltWithPkgConfig) {
@@ -107,14 +119,27 @@ TEST_F(InstallExample, IsBuiltWithPkgConfig) {
                                      "/thermostat.cpp' $(pkg-config --cflags --libs treescope) "
                                      "-Wl,-rpath,$(pkg-config --variable=libdir treescope)"},
                                 options));
-  expectThermostat(program);
+  expectThermostat({program});
   const std::string inC = directory() / "thermostat_c";
   ASSERT_NO_FATAL_FAILURE(build({"sh", "-c",
                                  "cc -std=gnu11 -o '" + inC + "' '" + source() +
                                      "/thermostat.c' $(pkg-config --cflags --libs libtreescope) "
                                      "-Wl,-rpath,$(pkg-config --variable=libdir libtreescope)"},
                                 options));
-  expectThermostat(inC);
+  expectThermostat({inC});
+}
+
+TEST_F(InstallExample, RunsInPython) {
+  expectThermostat({"python3", "-X", "dev", "-W", "error", source() + "/thermostat.py"},
+                   withPython());
+}
+
+TEST_F(InstallExample, TheProgramsOfTheGuideRun) {
+  const std::string programs = directory() / "guide";
+  fs::create_directory(programs);
+  const std::string top = test_support::sourceDirectory();
+  ASSERT_NO_FATAL_FAILURE(build({"python3", top + "/tests/bindings/guide_test.py",
+                                 top + "/doc/guide.md", moved(), programs}));
 }
 
 TEST_F(InstallExample, TheHeaderIsPlainC11AndPlainCpp) {
@@ -127,8 +152,8 @@ TEST_F(InstallExample, TheHeaderIsPlainC11AndPlainCpp) {
 }
 
 TEST_F(InstallExample, ThermostatsAreShort) {
-  for (const auto& [file, lines] :
-       std::vector<std::pair<std::string, int>>{{"thermostat.cpp", 60}, {"thermostat.c", 60}}) {
+  for (const auto& [file, lines] : std::vector<std::pair<std::string, int>>{
+           {"thermostat.cpp", 60}, {"thermostat.c", 60}, {"thermostat.py", 25}}) {
     std::ifstream text(source() + "/" + file);
     int count = 0;
     for (std::string line; std::getline(text, line); ++count) {
@@ -156,6 +181,12 @@ TEST_F(InstallExample, ServesAndWatchesInOtherEventLoops) {
     EXPECT_TRUE(clients.back()->waitForLine("watching " + name)) << clients.back()->errors();
     EXPECT_TRUE(clients.back()->waitForOutput("ticks "));
   }
+  clients.push_back(std::make_unique<Process>(
+      std::vector<std::string>{"python3", "-X", "dev", source("event_loops/asyncio_client.py"),
+                               name},
+      withPython()));
+  EXPECT_TRUE(clients.back()->waitForLine("watching " + name)) << clients.back()->errors();
+  EXPECT_TRUE(clients.back()->waitForOutput("ticks "));
   server->signal(SIGKILL);
   ASSERT_TRUE(server->waitForExit());
   for (const auto& client : clients) {

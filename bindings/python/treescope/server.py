@@ -1,0 +1,284 @@
+"""A server: publishes a tree of values."""
+
+from __future__ import annotations
+
+import asyncio
+from collections.abc import Callable, Sequence
+from ctypes import byref, c_void_p, string_at
+from typing import Any, Optional, Union
+
+from . import _library as lib
+from ._port import Port
+from .client import has_line_feeds
+from .errors import Closed, TreescopeError, Unreachable, Vetoed
+from .values import Access, Scalar, Storable, Type, Value, parse, parse_scalar, to_text, type_of
+
+#: Raises an exception to refuse a value: its text is the client's reason. The index is that of the
+#: element, or None for a single value.
+Check = Callable[[Scalar, Optional[int]], None]
+Getter = Callable[[], Scalar]
+
+
+class Part:
+    """A part of a server's tree. Any thread may use it. Made by `add` and `node`."""
+
+    def __init__(self, server: Server, handle: int, name: str, type: Type, elements: int) -> None:
+        self.server = server
+        self.name = name
+        self.type = type
+        self.elements = elements
+        self._handle = handle
+        self._next_id = 1
+        # The library calls them as long as the part exists.
+        self._callbacks: dict[str, Any] = {}
+
+    def __repr__(self) -> str:
+        return f"<treescope.Part {self.name!r} {self.type.name}>"
+
+    def get(self, index: Optional[int] = None) -> Value:
+        """The present value, or that of one element."""
+        if index is not None:
+            return parse_scalar(self._text(index), self.type)
+        if self.type == Type.TEXT and self.elements > 1:
+            texts = [self._text(i) for i in range(self.elements)]
+            return [parse_scalar(text, self.type) for text in texts]  # type: ignore[return-value]
+        return parse(self._text(lib.ALL), self.type, self.elements)
+
+    def _text(self, index: int) -> bytes:
+        return lib.take_text("part_get", self._handle, index)
+
+    def set(self, value: Storable, index: Optional[int] = None) -> None:
+        """Sets the value or one element from the server's side, whatever its access and limits."""
+        if has_line_feeds(value):
+            for i, element in enumerate(value):  # type: ignore[arg-type]
+                self.set(element, i)
+            return
+        text = to_text(value)
+        where = lib.ALL if index is None else index
+        lib.call("part_store", self._handle, where, text, len(text))
+
+    @property
+    def value(self) -> Value:
+        return self.get()
+
+    @value.setter
+    def value(self, value: Storable) -> None:
+        self.set(value)
+
+    def add(self, name: str, value: Optional[Storable] = None, **options: Any) -> Part:
+        """As `Server.add`, below this node."""
+        return self.server.add(name, value, parent=self, **options)
+
+    def node(self, name: str, *, id: Optional[int] = None) -> Part:
+        """As `Server.node`, below this node."""
+        return self.server.node(name, id=id, parent=self)
+
+    def remove(self) -> None:
+        """Takes the part and everything below it out of the tree."""
+        lib.call("remove", self._handle)
+        self.server._parts.discard(self)
+
+    def on_store(self, check: Optional[Check]) -> None:
+        """Calls `check` in `dispatch` before a client's store is applied; None: no longer."""
+
+        def run(_context: int, request: Any) -> int:
+            try:
+                asked = request.contents
+                value = parse_scalar(string_at(asked.text, asked.size), self.type)
+                check(value, None if asked.index == lib.ALL else asked.index)  # type: ignore[misc]
+                return lib.SUCCESS
+            except (TreescopeError, ValueError) as refusal:
+                lib.raw("refuse", request, lib.encode(str(refusal)).replace(b"\0", b"?"))
+                return refusal.code if isinstance(refusal, TreescopeError) else Vetoed.code
+            except BaseException as error:
+                self.server._raised.append(error)
+                return Vetoed.code
+
+        self._set_callback("on_store", lib.StoreCheck, check and run)
+
+    def on_get(self, getter: Optional[Getter]) -> None:
+        """Lets clients read what `getter` returns, each time anew; None: the value that is held.
+
+        A getter that raises gives the client `Unreachable`, or the `TreescopeError` that it raises.
+        """
+
+        def run(_context: int, _part: int, reply: int) -> int:
+            try:
+                text = to_text(getter())  # type: ignore[misc]
+                result: int = lib.raw("reply_text", reply, text, len(text))
+                return result
+            except TreescopeError as error:
+                return error.code
+            except BaseException as error:
+                self.server._raised.append(error)
+                return Unreachable.code
+
+        self._set_callback("on_get", lib.Getter, getter and run)
+
+    def on_watched(self, handler: Optional[Callable[[bool], None]]) -> None:
+        """Calls `handler` when a first client watches the part, and when none does any more."""
+
+        def run(_context: int, watched: bool) -> None:
+            try:
+                handler(watched)  # type: ignore[misc]
+            except BaseException as error:
+                self.server._raised.append(error)
+
+        self._set_callback("on_watched", lib.WatchedHandler, handler and run)
+
+    def _set_callback(self, name: str, kind: Any, run: Any) -> None:
+        callback = kind(run) if run is not None else kind(0)
+        lib.call(name, self._handle, callback, None)
+        # A replaced one may be what has called this.
+        self._callbacks[name] = (callback, self._callbacks.get(name))[:1]
+
+    def notify(self) -> None:
+        """Notifies the watching clients that a getter has another value."""
+        lib.call("notify", self._handle)
+
+
+class Server(Port):
+    """A tree of parts and the port that publishes it. Any thread may use it."""
+
+    _kind = "server"
+    _close_function = "server_close"
+
+    def __init__(self) -> None:
+        super().__init__()
+        self.name: Optional[str] = None
+        self._next_id = 1
+        self._parts: set[Part] = set()
+        handle = c_void_p()
+        lib.call("server_new", byref(handle))
+        self._handle = handle.value
+
+    def __repr__(self) -> str:
+        return f"<treescope.Server {self.name!r}{' closed' if self.closed else ''}>"
+
+    def add(
+        self,
+        name: str,
+        value: Optional[Storable] = None,
+        *,
+        type: Optional[Type] = None,
+        elements: Optional[int] = None,
+        id: Optional[int] = None,
+        parent: Optional[Part] = None,
+        access: Access = Access.READ_WRITE,
+        element_names: Sequence[str] = (),
+        unit: str = "",
+        minimum: Union[int, float, str] = "",
+        maximum: Union[int, float, str] = "",
+        text: str = "",
+        choices: Sequence[Scalar] = (),
+        watchable: bool = True,
+        check: Optional[Check] = None,
+        getter: Optional[Getter] = None,
+    ) -> Part:
+        """Adds a part with a value, by default of the type that Python's value suggests.
+
+        A list makes an array. Without `id` it gets the one after the largest of its siblings.
+        """
+        if type is None:
+            type = type_of(0.0 if value is None else value)
+        if elements is None:
+            is_array = value is not None and not isinstance(value, (bool, int, float, str, bytes))
+            elements = len(value) if is_array else 0  # type: ignore[arg-type]
+        if elements and element_names and len(element_names) != elements:
+            raise ValueError(f"expected {elements} element names, got {len(element_names)}")
+        split = value is not None and has_line_feeds(value)
+        first = None if value is None or split else to_text(value)
+        if first is not None and b"\0" in first:
+            first, split = None, True
+        options = lib.PartOptions(
+            type=type,
+            access=access,
+            value=first,
+            elements=elements,
+            element_names=lib.text_array([lib.encode_path(name) for name in element_names]),
+            not_watchable=not watchable,
+            unit=lib.encode_path(unit),
+            minimum=to_text(minimum),
+            maximum=to_text(maximum),
+            text=lib.encode_path(text),
+            choices=lib.text_array([to_text(choice) for choice in choices]),
+            choice_count=len(choices),
+        )
+        part = self._add(name, options, id, parent)
+        if split and value is not None:
+            part.set(value)
+        if check is not None:
+            part.on_store(check)
+        if getter is not None:
+            part.on_get(getter)
+        return part
+
+    def node(
+        self, name: str, *, id: Optional[int] = None, parent: Optional[Part] = None
+    ) -> Part:
+        """Adds a part that has children."""
+        return self._add(name, lib.PartOptions(type=Type.NODE), id, parent)
+
+    def _add(
+        self, name: str, options: lib.PartOptions, id: Optional[int], parent: Optional[Part]
+    ) -> Part:
+        siblings = self if parent is None else parent
+        number = siblings._next_id if id is None else id
+        if not 0 <= number <= 65533:
+            raise ValueError(f"expected an id from 0 to 65533, got {number}")
+        options.id = number
+        options.name = lib.encode_path(name)
+        handle = c_void_p()
+        above = None if parent is None else parent._handle
+        lib.call("add", self._handle, above, byref(options), byref(handle))
+        siblings._next_id = max(siblings._next_id, number + 1)
+        part = Part(self, handle.value or 0, name, Type(options.type), options.elements)
+        self._parts.add(part)
+        return part
+
+    def publish(self, name: str, *, group: Optional[int] = None) -> None:
+        """Publishes the tree as port `name`; members of `group` (its number) may connect too."""
+        if group is None:
+            lib.call("publish", self._handle, lib.encode_path(name))
+        else:
+            lib.call("publish_to_group", self._handle, lib.encode_path(name), group)
+        self.name = name
+
+    def unpublish(self, timeout: float = 2) -> None:
+        """Ends the service after clients have received what is pending for them."""
+        lib.call("unpublish", self._handle, int(timeout * 1000))
+
+    def run(self) -> None:
+        """Serves until another thread closes the server or an exception such as KeyboardInterrupt."""
+        while not self.closed:
+            try:
+                self.dispatch(None)
+            except Closed:
+                return
+
+    async def serve(self) -> None:
+        """Serves in the running event loop until it is cancelled. Raises what a callback raised.
+
+        Cancel it before the server is closed.
+        """
+        loop = asyncio.get_running_loop()
+        failed: asyncio.Future[None] = loop.create_future()
+
+        def dispatch() -> None:
+            try:
+                self.dispatch(0)
+            except BaseException as error:
+                if not failed.done():
+                    failed.set_exception(error)
+
+        descriptor = self.fileno()
+        loop.add_reader(descriptor, dispatch)
+        try:
+            await failed
+        finally:
+            loop.remove_reader(descriptor)
+
+    def close(self) -> None:
+        """Ends the service at once and closes the parts."""
+        super().close()
+        self._parts.clear()

@@ -1,0 +1,135 @@
+"""Values as Python has them, and what parts are."""
+
+from __future__ import annotations
+
+import enum
+from collections.abc import Sequence
+from dataclasses import dataclass
+from typing import Union
+
+from ._library import decode, encode
+from .errors import BadArgument, BadText
+
+Scalar = Union[bool, int, float, str]
+#: What a part holds: one value, or a list of them.
+Value = Union[bool, int, float, str, list[bool], list[int], list[float], list[str]]
+#: What may be stored: text goes to a part of any type.
+Storable = Union[bool, int, float, str, bytes, Sequence[Union[bool, int, float, str]]]
+
+
+class Type(enum.IntEnum):
+    """The type of a part's value."""
+
+    UNKNOWN = 0
+    NODE = 1
+    BOOL = 2
+    INT8 = 3
+    INT16 = 4
+    INT32 = 5
+    INT64 = 6
+    UINT8 = 7
+    UINT16 = 8
+    UINT32 = 9
+    UINT64 = 10
+    FLOAT = 11
+    DOUBLE = 12
+    TEXT = 13
+
+
+class Access(enum.IntEnum):
+    """Which clients may store."""
+
+    NONE = 0
+    READ_WRITE = 1
+    READ_ONLY = 2
+    PROTECTED = 3
+
+
+@dataclass(frozen=True)
+class Child:
+    """One child of a node."""
+
+    id: int
+    name: str
+
+
+@dataclass(frozen=True)
+class Description:
+    """What a part is; texts that its server does not state are empty."""
+
+    type: Type
+    access: Access
+    watchable: bool
+    elements: int
+    element_names: tuple[str, ...]
+    unit: str
+    minimum: str
+    maximum: str
+    text: str
+    choices: tuple[str, ...]
+
+
+def parse_scalar(text: bytes, type: Type) -> Scalar:
+    """One value of this type."""
+    if type == Type.BOOL:
+        return text == b"true"
+    if Type.INT8 <= type <= Type.UINT64:
+        return int(text)
+    if type in (Type.FLOAT, Type.DOUBLE):
+        # What distinguishes one NaN from another has no place in Python's float.
+        return float(text.partition(b"(")[0])
+    return decode(text)
+
+
+def parse(text: bytes, type: Type, elements: int) -> Value:
+    """The value of a part. BadText if the text has another number of elements."""
+    if elements == 0:
+        return parse_scalar(text, type)
+    lines = text.split(b"\n") if elements > 1 else [text]
+    if len(lines) != elements:
+        raise BadText(f"expected {elements} elements, got {len(lines)}")
+    return [parse_scalar(line, type) for line in lines]  # type: ignore[return-value]
+
+
+# A whole number of this size has no exponent, which a part of whole numbers would refuse.
+_WHOLE = 10**18
+
+
+def scalar_text(value: Scalar) -> bytes:
+    if isinstance(value, bool):
+        return b"true" if value else b"false"
+    if isinstance(value, float) and value.is_integer() and abs(value) < _WHOLE:
+        return b"%.0f" % value
+    if isinstance(value, (int, float)):
+        return repr(value).encode()
+    if isinstance(value, str):
+        return encode(value)
+    raise TypeError(f"expected a bool, int, float or str, got {value!r}")
+
+
+def to_text(value: Storable) -> bytes:
+    """The text that stores `value`."""
+    if isinstance(value, bytes):
+        return value
+    if isinstance(value, (bool, int, float, str)):
+        return scalar_text(value)
+    return b"\n".join(scalar_text(element) for element in value)
+
+
+def type_of(value: Storable) -> Type:
+    """The type of a new part that holds `value`."""
+    first = value
+    if not isinstance(value, (bool, int, float, str, bytes)):
+        if len(value) == 0:
+            raise BadArgument("an array has at least one element")
+        types = {type_of(element) for element in value}
+        if types == {Type.INT64, Type.DOUBLE}:
+            return Type.DOUBLE
+        if len(types) != 1:
+            raise BadArgument(f"expected elements of one type, got {value!r}")
+        first = value[0]
+    if isinstance(first, bool):
+        return Type.BOOL
+    if isinstance(first, int):
+        return Type.INT64
+    return Type.DOUBLE if isinstance(first, float) else Type.TEXT

@@ -1,0 +1,236 @@
+"""Values that come by themselves."""
+
+from __future__ import annotations
+
+import ctypes
+import enum
+from collections import deque
+from collections.abc import Callable, Iterator
+from ctypes import byref, c_void_p
+from dataclasses import dataclass
+from types import TracebackType
+from typing import TYPE_CHECKING, Any, Optional
+
+from . import _library as lib
+from .errors import BadText, TreescopeError, error_of
+from .values import Type, Value, parse, parse_scalar
+
+if TYPE_CHECKING:
+    from .client import Client
+
+SUBTREE = 1
+TOO_LARGE = 10
+
+
+class Change(enum.IntEnum):
+    """What a watch reports."""
+
+    #: What was reported before is void and follows anew, as on a new connection.
+    BEGIN = 1
+    #: A part is in the tree.
+    ADDED = 2
+    #: A value: at first the current one, then each change.
+    VALUE = 3
+    #: A part and everything below it has left the tree.
+    REMOVED = 4
+    #: Everything has been reported once since the beginning.
+    COMPLETE = 5
+
+
+@dataclass(frozen=True)
+class Update:
+    """One report of a watch."""
+
+    change: Change
+    path: str  # of ids, which every operation takes
+    names: tuple[str, ...]  # those from the watched part down that were reported
+    index: Optional[int]  # the element; None: the whole value
+    value: Optional[Value]  # None if there is an error, and if it is no value
+    error: Optional[TreescopeError]  # why the server cannot read the value
+    time_ns: int  # when the server changed it, or read it: since 1970-01-01 UTC
+    changes: int  # how many changes this one stands for; 0: it is the current value
+    is_node: bool
+
+
+@dataclass(frozen=True)
+class RawUpdate:
+    """The same before its value is converted."""
+
+    change: Change
+    path: str
+    ids: tuple[int, ...]
+    name: str
+    index: Optional[int]
+    text: bytes
+    result: int
+    time_ns: int
+    changes: int
+    is_node: bool
+
+
+class Watch:
+    """The updates of a value or a subtree: iterate over them, and close it at the end.
+
+    Made by `Client.watch`. The iteration dispatches the client and waits.
+    """
+
+    def __init__(
+        self, client: Client, path: str, subtree: bool, period: float, structure: bool
+    ) -> None:
+        self.client = client
+        self.path = path
+        self.pending: deque[RawUpdate] = deque()
+        self._structure = structure
+        self._types: dict[tuple[int, ...], tuple[Type, int]] = {}
+        self._names: dict[tuple[int, ...], str] = {}
+        self._handle: Optional[int] = None
+        # Called after each report, by asyncio clients.
+        self.on_pending: Callable[[], None] = lambda: None
+        self._callback = lib.Watcher(self._take)
+        handle = c_void_p()
+        flags = SUBTREE if subtree else 0
+        milliseconds = round(period * 1000)
+        lib.call(
+            "watch_start",
+            client._handle,
+            lib.encode_path(path),
+            flags,
+            milliseconds,
+            self._callback,
+            None,
+            byref(handle),
+        )
+        self._handle = handle.value
+
+    def __repr__(self) -> str:
+        return f"<treescope.Watch {self.path!r}{' closed' if self.closed else ''}>"
+
+    def _take(self, _context: int, report: Any) -> None:
+        try:
+            update = report.contents
+            self.pending.append(
+                RawUpdate(
+                    Change(update.kind),
+                    lib.decode(update.path),
+                    tuple(update.ids[: update.depth]),
+                    update.name.text(),
+                    None if update.index == lib.ALL else update.index,
+                    ctypes.string_at(update.text.data, update.text.size),
+                    update.result,
+                    update.time_ns,
+                    update.changes,
+                    update.is_node,
+                )
+            )
+            self.on_pending()
+        except BaseException as error:
+            self.client._raised.append(error)
+
+    @property
+    def closed(self) -> bool:
+        return self._handle is None
+
+    def close(self) -> None:
+        """Ends the watch."""
+        handle, self._handle = self._handle, None
+        if handle is not None:
+            # If the client has been closed, so has the watch.
+            lib.raw("watch_stop", handle)
+            self.pending.clear()
+
+    def __enter__(self) -> Watch:
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        self.close()
+
+    def __iter__(self) -> Iterator[Update]:
+        return self
+
+    def __next__(self) -> Update:
+        """The next update, however long that takes. The iteration ends when the watch is closed."""
+        while not self.closed:
+            if self.pending:
+                raw = self.pending.popleft()
+                if self.is_wanted(raw):
+                    return self.convert(raw)
+            elif self.client.closed:
+                self.close()
+            else:
+                self.client.dispatch(None)
+        raise StopIteration
+
+    def is_wanted(self, raw: RawUpdate) -> bool:
+        """Notes what `raw` says about the tree; returns whether the program wants it."""
+        if raw.change == Change.BEGIN:
+            self._types.clear()
+            self._names.clear()
+        elif raw.change == Change.ADDED:
+            self._types.pop(raw.ids, None)
+            self._names[raw.ids] = raw.name
+        elif raw.change == Change.REMOVED:
+            for known in (self._types, self._names):
+                for ids in [ids for ids in known if ids[: len(raw.ids)] == raw.ids]:
+                    del known[ids]
+        return self._structure or raw.change == Change.VALUE
+
+    def lacks_type(self, raw: RawUpdate) -> bool:
+        """Whether `convert` needs to request something."""
+        return raw.change == Change.VALUE and (
+            raw.result == TOO_LARGE or (raw.result == lib.SUCCESS and raw.ids not in self._types)
+        )
+
+    def convert(self, raw: RawUpdate) -> Update:
+        """The update with a value of Python's; may make requests."""
+        value: Optional[Value] = None
+        error: Optional[TreescopeError] = None
+        if raw.change == Change.VALUE:
+            try:
+                value = self._value(raw)
+            except TreescopeError as failure:
+                error = failure
+        names = tuple(
+            self._names[raw.ids[:depth]]
+            for depth in range(len(raw.ids) + 1)
+            if raw.ids[:depth] in self._names
+        )
+        if raw.change == Change.REMOVED:
+            names = (*names, raw.name) if raw.name else names
+        return Update(
+            raw.change,
+            raw.path,
+            names,
+            raw.index,
+            value,
+            error,
+            raw.time_ns,
+            raw.changes,
+            raw.is_node,
+        )
+
+    def _value(self, raw: RawUpdate) -> Value:
+        if raw.result not in (lib.SUCCESS, TOO_LARGE):
+            text = lib.decode(lib.raw("result_text", raw.result))
+            raise error_of(raw.result, f"{raw.path}: {text}")
+        if raw.result == TOO_LARGE:
+            return self.client.get(raw.path)
+        if raw.ids not in self._types:
+            about = self.client.describe("/".join(f"#{id}" for id in raw.ids))
+            self._types[raw.ids] = about.type, about.elements
+        type, elements = self._types[raw.ids]
+        try:
+            if raw.index is not None:
+                return parse_scalar(raw.text, type)
+            return parse(raw.text, type, elements)
+        except (BadText, ValueError):
+            # An element has line feeds of its own, or the part is another one by now.
+            return self.client.get(raw.path)
+
+    def __del__(self) -> None:
+        if getattr(self, "_handle", None) is not None:
+            self.close()
