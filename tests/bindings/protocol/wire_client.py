@@ -133,6 +133,7 @@ class WireClient:
         self.sequence = 0
         self.open = []
         self.names = []
+        self.token = b""
         try:
             self._connect(port)
         except BaseException:
@@ -160,7 +161,7 @@ class WireClient:
         except OSError as error:
             raise NoServer(port) from error
         self.open.append(mailbox)
-        token = secrets.token_bytes(16)
+        self.token = token = secrets.token_bytes(16)
         request = self._make_pipe(token, "req")
         reply = self._make_pipe(token, "rep")
         event = self._make_pipe(token, "evt")
