@@ -143,7 +143,7 @@ TEST_F(CClient, ATextArrivesAsItIsAlsoInTheFormOfACountedOne) {
   EXPECT_EQ(get(array, 1), "y");
 }
 
-TEST_F(CClient, TellsWhyAStoreWasRefused) {
+TEST_F(CClient, ReportsWhyAStoreWasRefused) {
   EXPECT_EQ(treescope_set(client_, "/drive/speed", "fast"), TREESCOPE_BAD_TEXT);
   EXPECT_EQ(treescope_set_double(client_, "/drive/speed", 0.5), TREESCOPE_BAD_TEXT);
   EXPECT_EQ(treescope_set_int64(client_, "/drive/speed", 101), TREESCOPE_OUT_OF_RANGE);

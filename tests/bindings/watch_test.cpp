@@ -154,7 +154,7 @@ TEST_F(CWatch, MayBeStoppedAndItsClientDisconnectedInItsCallback) {
   EXPECT_THAT(lines_, ElementsAre()) << "the other watch has ended, too";
 }
 
-TEST_F(CWatch, TellsTheServerWhetherSomebodyWatches) {
+TEST_F(CWatch, NotifiesTheServerWhetherAClientWatches) {
   std::atomic<int> watched = -1;
   ASSERT_EQ(
       treescope_on_watched(

@@ -311,8 +311,8 @@ typedef struct treescope_part_options {
   size_t elements;         /* 1 to 65,534: an array; 0: a single value */
   const char* const* element_names; /* as many as `elements`; NULL: none */
   bool not_watchable;               /* clients may not watch it */
-  const char* unit;    /* this and what follows: what clients are told about it; NULL: */
-  const char* minimum; /* nothing. Limits and choices also apply to their stores */
+  const char* unit;                 /* this and what follows: what clients learn about it; NULL: */
+  const char* minimum;              /* nothing. Limits and choices also apply to their stores */
   const char* maximum;
   const char* text;
   const char* const* choices;

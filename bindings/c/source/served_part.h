@@ -34,7 +34,7 @@ class ServedPart {
   /// Null if it is no node.
   virtual ModelSrv::ModelNode* node() { return nullptr; }
 
-  /// Begins or ends to ask `callbacks`, which outlives this.
+  /// Lets `callbacks`, which outlives this, check stores or give the value; or no longer.
   virtual treescope_result setChecked(PartCallbacks& callbacks, bool isChecked);
   virtual treescope_result setComputed(PartCallbacks& callbacks, bool isComputed);
   virtual treescope_result notify();

@@ -109,7 +109,7 @@ class AsyncClient:
             while True:
                 while watch.pending:
                     raw = watch.pending.popleft()
-                    if not watch.is_wanted(raw):
+                    if not watch.is_reported(raw):
                         continue
                     if watch.lacks_type(raw):
                         yield await self._run(partial(watch.convert, raw))

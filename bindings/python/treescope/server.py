@@ -83,9 +83,9 @@ class Part:
 
         def run(_context: int, request: Any) -> int:
             try:
-                asked = request.contents
-                value = parse_scalar(string_at(asked.text, asked.size), self.type)
-                check(value, None if asked.index == lib.ALL else asked.index)  # type: ignore[misc]
+                stored = request.contents
+                value = parse_scalar(string_at(stored.text, stored.size), self.type)
+                check(value, None if stored.index == lib.ALL else stored.index)  # type: ignore[misc]
                 return lib.SUCCESS
             except (TreescopeError, ValueError) as refusal:
                 lib.raw("refuse", request, lib.encode(str(refusal)).replace(b"\0", b"?"))

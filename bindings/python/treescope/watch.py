@@ -157,7 +157,7 @@ class Watch:
         while not self.closed:
             if self.pending:
                 raw = self.pending.popleft()
-                if self.is_wanted(raw):
+                if self.is_reported(raw):
                     return self.convert(raw)
             elif self.client.closed:
                 self.close()
@@ -165,8 +165,8 @@ class Watch:
                 self.client.dispatch(None)
         raise StopIteration
 
-    def is_wanted(self, raw: RawUpdate) -> bool:
-        """Notes what `raw` says about the tree; returns whether the program wants it."""
+    def is_reported(self, raw: RawUpdate) -> bool:
+        """Notes what `raw` says about the tree; returns whether the program gets it."""
         if raw.change == Change.BEGIN:
             self._types.clear()
             self._names.clear()

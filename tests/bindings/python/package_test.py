@@ -125,8 +125,8 @@ class Clients(Served):
             self.client["/drive\0/label"]
         with self.assertRaises(TypeError):
             self.client["/mode"] = object()
-        with self.assertRaisesRegex(treescope.NoServer, "Model_of_nobody: no server"):
-            Client("Model_of_nobody")
+        with self.assertRaisesRegex(treescope.NoServer, "Model_without_server: no server"):
+            Client("Model_without_server")
 
     def test_lists_and_describes(self):
         children = self.client.list("/drive")
