@@ -76,6 +76,7 @@ int TreeScope::connectServer(const std::string& name) {
 }
 
 int TreeScope::disconnectServer() {
+  endConnection();
   static_cast<void>(doDu(nullptr));
   const KSTD::KThreadMutexLock held(eventPortManager_->clientMutex);
   closeServer();

@@ -3,6 +3,9 @@
 namespace treescope {
 
 int TreeScope::doExit() {
+  if (connected()) {
+    endConnection();
+  }
   return doDu(nullptr);
 }
 

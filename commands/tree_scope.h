@@ -33,8 +33,7 @@ class TreeScope : public ScopeBase, public ModelClient {
   /// shell and 1 for one that runs a command string or file.
   TreeScope(EvtSrv::EventPortManager* manager, int mode);
 
-  /// Frees the listing tree. While connected, cancels every subscription below the
-  /// current directory and then deletes the mirror part.
+  /// Frees the listing tree. While connected, disconnects.
   ~TreeScope() override;
 
   // The commands. A missing argument is null.
@@ -83,8 +82,8 @@ class TreeScope : public ScopeBase, public ModelClient {
   /// Shows the manual page.
   int doHelp() override;
 
-  /// Cancels every subscription below the current directory. The dispatcher then
-  /// ends the shell.
+  /// Ends the connection, and all subscriptions with it. The dispatcher then ends the
+  /// shell.
   int doExit() override;
 
   /// The event hook. Displays an update: the path of the part that changed, then
@@ -99,8 +98,8 @@ class TreeScope : public ScopeBase, public ModelClient {
   /// and no change if the library cannot connect. Called while not connected.
   int connectServer(const std::string& name);
 
-  /// Cancels the subscriptions below the current directory, then deletes the mirror
-  /// part (`closeServer`). Called while connected; returns 1.
+  /// Ends the connection, and all subscriptions with it (`endConnection`), then deletes the
+  /// mirror part (`closeServer`). Called while connected; returns 1.
   int disconnectServer();
 
   /// `path` with a leading "~" replaced by "/" while connected; empty for null.

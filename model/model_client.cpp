@@ -1,6 +1,7 @@
 #include "model/model_client.h"
 
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 #include "evtsrv/event_port_manager.h"
@@ -46,9 +47,30 @@ bool ModelClient::openServer(const std::string& name) {
   return true;
 }
 
+void ModelClient::endConnection() {
+  // Another thread may hold the mutex as long as it displays an update.
+  leaving_ = true;
+  const KSTD::KThreadMutexLock held(clientMutex_);
+  stop(true);
+  currentPart_->clearSubscriptions();
+  leaving_ = false;
+}
+
 void ModelClient::closeServer() {
   const KSTD::KThreadMutexLock held(clientMutex_);
   currentPart_.reset();
+}
+
+std::int64_t ModelClient::nowMs() {
+  timespec time{};
+  static_cast<void>(clock_gettime(CLOCK_MONOTONIC_COARSE, &time));
+  constexpr std::int64_t perSecond = 1000;
+  constexpr std::int64_t nanoseconds = 1'000'000;
+  return time.tv_sec * perSecond + time.tv_nsec / nanoseconds;
+}
+
+bool ModelClient::mayRequest() const {
+  return connected() && !leaving_ && (requestsEnd_ == 0 || nowMs() < requestsEnd_);
 }
 
 ModelSrv::ModelPart* ModelClient::target(const IdChain& chain) {
@@ -65,14 +87,14 @@ ModelSrv::ModelPart* ModelClient::childrenTarget(const IdChain& chain) {
 
 bool ModelClient::fetchChildIds(const IdChain& chain, std::vector<std::uint16_t>& ids, bool lock) {
   const RequestLock held(clientMutex_, lock);
-  return connected() &&
+  return mayRequest() &&
          getChildIdsFromServer(childrenTarget(chain), ids) == ModelSrv::ModelRes_Success;
 }
 
 bool ModelClient::fetchChildNames(const IdChain& chain, std::vector<std::string>& names,
                                   bool lock) {
   const RequestLock held(clientMutex_, lock);
-  return connected() &&
+  return mayRequest() &&
          getChildNamesFromServer(childrenTarget(chain), names) == ModelSrv::ModelRes_Success;
 }
 
@@ -169,7 +191,7 @@ std::vector<std::string> ModelClient::cachedNamePathOf(const IdChain& chain) {
 std::uint16_t ModelClient::elementSum(const IdChain& chain, bool lock) {
   const RequestLock held(clientMutex_, lock);
   unsigned short sum = 0;
-  if (!connected() || getElementSumFromServer(target(chain), sum) != ModelSrv::ModelRes_Success) {
+  if (!mayRequest() || getElementSumFromServer(target(chain), sum) != ModelSrv::ModelRes_Success) {
     return 0;
   }
   return sum;
@@ -179,7 +201,7 @@ int ModelClient::fetchElementNames(const IdChain& chain, std::vector<std::string
                                    bool lock) {
   const RequestLock held(clientMutex_, lock);
   std::vector<std::string> fetched;
-  if (!connected() ||
+  if (!mayRequest() ||
       getElementNamesFromServer(target(chain), fetched) != ModelSrv::ModelRes_Success) {
     return result::connectError;
   }
@@ -211,7 +233,7 @@ void ModelClient::readText(const IdChain& chain, std::string& text, std::uint16_
   // Constructing a stream takes longer than reading a value.
   valueStream_.clear();
   valueStream_.str({});
-  if (!connected() || target(chain)->save(valueStream_, index) != ModelSrv::ModelRes_Success ||
+  if (!mayRequest() || target(chain)->save(valueStream_, index) != ModelSrv::ModelRes_Success ||
       valueStream_.fail()) {
     return;
   }

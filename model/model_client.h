@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <sstream>
@@ -56,9 +57,13 @@ class ModelClient : public DerivedModelRoot {
   /// not connected.
   [[nodiscard]] bool openServer(const std::string& name);
 
+  /// Ends the connection, and all subscriptions with it. Makes no request, so a server that
+  /// does not reply cannot delay it; the display of an update that is in progress ends with
+  /// its present request. Afterwards all requests fail. Called while connected.
+  void endConnection();
+
   /// Deletes the mirror part and with it the location and the list of
-  /// subscriptions. The library keeps its connection until the next `openServer` or
-  /// until the root is stopped.
+  /// subscriptions.
   void closeServer();
 
   /// The mirror part; null while not connected.
@@ -100,6 +105,24 @@ class ModelClient : public DerivedModelRoot {
   [[nodiscard]] ChildListCache::Use useChildListCache() {
     return ChildListCache::Use(childListCache_);
   }
+
+  /// While it exists, requests that begin more than 2 s after its construction fail. For the
+  /// display of an update, for which commands wait: a server that takes long for each reply
+  /// must not make it endless. Constructed and destroyed with the client mutex held.
+  class TimeLimit {
+   public:
+    explicit TimeLimit(ModelClient& client) : client_(client) {
+      client_.requestsEnd_ = nowMs() + milliseconds;
+    }
+    ~TimeLimit() { client_.requestsEnd_ = 0; }
+    TimeLimit(const TimeLimit&) = delete;
+    TimeLimit& operator=(const TimeLimit&) = delete;
+
+   private:
+    static constexpr std::int64_t milliseconds = 2000;
+
+    ModelClient& client_;
+  };
 
   // Elements and values.
 
@@ -192,6 +215,13 @@ class ModelClient : public DerivedModelRoot {
     KSTD::KThreadMutex* const locked_;
   };
 
+  /// The time of a monotonic clock, as exact as the scheduler's ticks: a reading takes a few
+  /// nanoseconds, and a request that is served from the cache not many more.
+  [[nodiscard]] static std::int64_t nowMs();
+
+  /// Whether a request may be made now. Requires the client mutex.
+  [[nodiscard]] bool mayRequest() const;
+
   /// `namePathOf`; returns whether the server listed every part.
   bool nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock);
 
@@ -208,6 +238,9 @@ class ModelClient : public DerivedModelRoot {
   // Written by the command thread with the client mutex held; that thread reads it
   // without.
   std::unique_ptr<DerivedModelPart> currentPart_;
+
+  std::atomic<bool> leaving_{false};  ///< another thread waits for the mutex to disconnect
+  std::int64_t requestsEnd_ = 0;      ///< of a `TimeLimit`, in milliseconds; 0: none
 
   std::ostringstream valueStream_ KRV_GUARDED_BY(clientMutex_);  ///< reused by `readText`
 

@@ -35,10 +35,14 @@ IdChain decodeUpdate(EvtSrv::MemoryHolder& data) {
 }
 
 void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& printer) {
-  const std::vector<std::string> names = client.cachedNamePathOf(chain);
+  std::vector<std::string> names;
   ListingNode listing;
-  client.buildTree(listing, optionLong | ModelClient::optionBelowOnly, chain,
-                   names.empty() ? std::string() : names.back(), 1, true, false);
+  {
+    const ModelClient::TimeLimit limit(client);
+    names = client.cachedNamePathOf(chain);
+    client.buildTree(listing, optionLong | ModelClient::optionBelowOnly, chain,
+                     names.empty() ? std::string() : names.back(), 1, true, false);
+  }
   const std::string path = shownText(pathText(names));
   {
     const OutputSpan span;

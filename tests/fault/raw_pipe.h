@@ -104,6 +104,9 @@ class RawServer {
   /// not supported, as a server may.
   [[nodiscard]] std::optional<wire::Frame> readRequest() const;
 
+  /// Readable when a client has sent a hello.
+  [[nodiscard]] const RawPipe& mailbox() const { return mailbox_; }
+
   RawPipe requests;  ///< for reading
   RawPipe replies;   ///< for writing
   RawPipe events;    ///< for writing
