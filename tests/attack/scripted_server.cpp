@@ -63,7 +63,7 @@ void ScriptedServer::serve() {
     }
     if (waited[1].revents != 0) {
       accept();
-    } else if (waited[2].revents != 0 && !serveRequest()) {
+    } else if (waited[2].revents != 0 && !serveRequests()) {
       disconnect();
     }
   }
@@ -71,9 +71,21 @@ void ScriptedServer::serve() {
 
 void ScriptedServer::accept() {
   disconnect();
-  if (manner_ != Manner::closing || pause(slowReply)) {
+  const bool isSlow = manner_ == Manner::closing || manner_ == Manner::batches;
+  if (!isSlow || pause(slowReply)) {
     static_cast<void>(server_.accept());
   }
+}
+
+bool ScriptedServer::serveRequests() {
+  if (manner_ != Manner::batches) {
+    return serveRequest();
+  }
+  bool isOpen = pause(slowReply);
+  while (isOpen && server_.requests.pendingBytes() > 0) {
+    isOpen = serveRequest();
+  }
+  return isOpen;
 }
 
 bool ScriptedServer::serveRequest() {
@@ -89,6 +101,7 @@ bool ScriptedServer::serveRequest() {
     turnedAt_ = Clock::now();
     static_cast<void>(server_.events.write(turn_.event));
     turned_.set_value();
+    return manner_ != Manner::batches;
   }
   return true;
 }
@@ -111,6 +124,7 @@ void ScriptedServer::deliver(const std::string& reply) {
       break;
     case Manner::prompt:
     case Manner::closing:
+    case Manner::batches:
       break;
   }
   static_cast<void>(server_.replies.write(reply));

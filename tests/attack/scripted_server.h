@@ -22,13 +22,15 @@ struct ScriptedReply {
   std::string payload;
 };
 
-/// How a server sends its replies.
+/// How a server sends its replies, and its next welcome.
 enum class Manner {
   prompt,
   slow,        ///< each after 1.9 s, just before the client stops waiting
   never,       ///< reads requests and sends nothing
   byteByByte,  ///< one byte every 150 ms
   closing,     ///< ends the connection after each; the next welcome takes 1.9 s
+  batches,     ///< ends the connection once, then sends the next welcome, and all replies that
+               ///< are due, after 1.9 s
 };
 
 /// A server for one client, without the library, that sends what it likes and when it likes.
@@ -64,6 +66,7 @@ class ScriptedServer {
  private:
   void serve();
   void accept();
+  bool serveRequests();
   bool serveRequest();
   void deliver(const std::string& reply);
   void disconnect();

@@ -66,16 +66,16 @@ EvtRes ClientLink::stall(bool untilWritable) {
 }
 
 EvtRes ClientLink::exchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
-                            Reply& reply) {
+                            Reply& reply, Deadline& deadline) {
   try {
-    return tryExchange(operation, payload, reply);
+    return tryExchange(operation, payload, reply, deadline);
   } catch (const std::bad_alloc&) {
     return fail(EvtRes_SystemError);
   }
 }
 
 EvtRes ClientLink::tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
-                               Reply& reply) {
+                               Reply& reply, Deadline& deadline) {
   if (error_ != EvtRes_Success) {
     return error_;
   }
@@ -89,7 +89,6 @@ EvtRes ClientLink::tryExchange(std::uint16_t operation, std::span<const std::uin
   if (!replies_.empty() && takeReplies(nullptr, nullptr) != EvtRes_Timeout) {
     return error_;
   }
-  Deadline deadline(system_, replyTimeoutMs);
   FrameHeader header;
   header.kind = FrameKind::request;
   header.code = operation;

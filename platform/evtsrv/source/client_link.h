@@ -25,12 +25,13 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   EvtRes open(ClientLinkOwner& owner);
 
   /// See `PortClient::exchange`.
-  EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
+  EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply,
+                  Deadline& deadline);
 
   /// See `PortClient::post` and `PortClient::awaitPosted`.
   EvtRes post(std::uint16_t operation, std::span<const std::uint8_t> payload);
   EvtRes flushPosted();
-  EvtRes awaitPosted();
+  EvtRes awaitPosted(Deadline& deadline);
 
   /// Checks, without waiting, whether the peer has closed the connection.
   EvtRes checkPeer();
@@ -50,7 +51,8 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   bool ready(unsigned role, std::uint32_t events) override;
 
  private:
-  EvtRes tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
+  EvtRes tryExchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply,
+                     Deadline& deadline);
   enum Role : unsigned { eventRole, replyRole, requestRole };
 
   EvtRes listen();
@@ -59,7 +61,7 @@ class ClientLink final : public ReadyHandler, public std::enable_shared_from_thi
   /// A write for posted requests is possible, or replies to them have arrived.
   void continuePosted(bool isReadable);
   EvtRes listenForPosted();
-  EvtRes tryAwaitPosted();
+  EvtRes tryAwaitPosted(Deadline& deadline);
   EvtRes stall(bool untilWritable);
   /// Keeps `written` at the number of bytes of this frame that were written.
   EvtRes send(const FrameHeader& header, std::span<const std::uint8_t> payload,

@@ -82,21 +82,20 @@ void ClientLink::continuePosted(bool isReadable) {
   }
 }
 
-EvtRes ClientLink::awaitPosted() {
+EvtRes ClientLink::awaitPosted(Deadline& deadline) {
   try {
-    const EvtRes result = tryAwaitPosted();
+    const EvtRes result = tryAwaitPosted(deadline);
     return result == EvtRes_Success ? listenForPosted() : result;
   } catch (const std::bad_alloc&) {
     return fail(EvtRes_SystemError);
   }
 }
 
-EvtRes ClientLink::tryAwaitPosted() {
+EvtRes ClientLink::tryAwaitPosted(Deadline& deadline) {
   if (error_ != EvtRes_Success) {
     return error_;
   }
   EvtRes result = stalled_ ? endStall() : EvtRes_Success;
-  Deadline deadline(system_, replyTimeoutMs);
   if (result == EvtRes_Success && !pendingOutput_.empty()) {
     result = writePending(deadline);
   }

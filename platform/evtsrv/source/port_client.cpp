@@ -21,18 +21,33 @@ EvtRes PortClient::connect(const std::string& name) {
     name_ = name;
     owner_.reset();
     error_ = core_.state();
-    return error_ == EvtRes_Success ? beginHandshake() : error_;
+    if (error_ == EvtRes_Success) {
+      Deadline deadline(core_.system(), replyTimeoutMs);
+      return beginHandshake(deadline);
+    }
+    return error_;
   });
 }
 
-EvtRes PortClient::resume(bool& renewed) {
+EvtRes PortClient::resume(bool& renewed, Deadline& deadline) {
   core_.clientMutex().assertHeld();
   renewed = false;
-  return endIfOutOfMemory([&] { return tryResume(renewed); });
+  return endIfOutOfMemory([&] { return tryResume(renewed, deadline); });
+}
+
+EvtRes PortClient::resume(bool& renewed) {
+  Deadline deadline(core_.system(), replyTimeoutMs);
+  return resume(renewed, deadline);
 }
 
 EvtRes PortClient::exchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
                             Reply& reply) {
+  Deadline deadline(core_.system(), replyTimeoutMs);
+  return exchange(operation, payload, reply, deadline);
+}
+
+EvtRes PortClient::exchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
+                            Reply& reply, Deadline& deadline) {
   core_.clientMutex().assertHeld();
   reply = {};
   if (handshake_.has_value()) {
@@ -43,7 +58,7 @@ EvtRes PortClient::exchange(std::uint16_t operation, std::span<const std::uint8_
   }
   // The link needs no second owner here: only an event handler may end the connection,
   // and none runs during an exchange.
-  return link_->exchange(operation, payload, reply);
+  return link_->exchange(operation, payload, reply, deadline);
 }
 
 EvtRes PortClient::post(std::uint16_t operation, std::span<const std::uint8_t> payload) {
@@ -56,9 +71,14 @@ EvtRes PortClient::flushPosted() {
   return link_ != nullptr ? link_->flushPosted() : error();
 }
 
-EvtRes PortClient::awaitPosted() {
+EvtRes PortClient::awaitPosted(Deadline& deadline) {
   core_.clientMutex().assertHeld();
-  return link_ != nullptr ? link_->awaitPosted() : error();
+  return link_ != nullptr ? link_->awaitPosted(deadline) : error();
+}
+
+EvtRes PortClient::awaitPosted() {
+  Deadline deadline(core_.system(), replyTimeoutMs);
+  return awaitPosted(deadline);
 }
 
 void PortClient::lose(EvtRes error) {
@@ -80,13 +100,13 @@ void PortClient::close() {
   owner_.reset();
 }
 
-EvtRes PortClient::tryResume(bool& renewed) {
+EvtRes PortClient::tryResume(bool& renewed, Deadline& deadline) {
   if (link_ != nullptr && link_->checkPeer() == EvtRes_Success) {
     return EvtRes_Success;
   }
   EvtRes result = EvtRes_NoServer;
   if (handshake_.has_value()) {
-    result = resumeHandshake();
+    result = resumeHandshake(deadline);
     if (result == EvtRes_Timeout) {
       return EvtRes_Stalled;
     }
@@ -95,7 +115,7 @@ EvtRes PortClient::tryResume(bool& renewed) {
     if (name_.empty() || (link_ != nullptr && !core_.reconnects())) {
       return error();
     }
-    result = beginHandshake();
+    result = beginHandshake(deadline);
     if (result == EvtRes_Timeout && lost_ && core_.reconnects()) {
       static_cast<void>(listenForWelcome());
     }
@@ -106,9 +126,9 @@ EvtRes PortClient::tryResume(bool& renewed) {
 
 /// Waits for the welcome of a handshake that a dispatch has begun, or looks for one that
 /// was waited for in vain.
-EvtRes PortClient::resumeHandshake() {
+EvtRes PortClient::resumeHandshake(Deadline& deadline) {
   core_.clientMutex().assertHeld();
-  const EvtRes result = awaitWelcome(welcomeAwaited_ ? 0 : replyTimeoutMs);
+  const EvtRes result = welcomeAwaited_ ? takeWelcome() : awaitWelcome(deadline);
   if (result != EvtRes_Success && result != EvtRes_Timeout && lost_ && core_.reconnects()) {
     // The dispatches go on with this failed attempt.
     backOff_.failed(core_.system().nowMs());
@@ -144,9 +164,9 @@ void PortClient::forget() {
   lost_ = false;
 }
 
-EvtRes PortClient::beginHandshake() {
+EvtRes PortClient::beginHandshake(Deadline& deadline) {
   const EvtRes result = startHandshake();
-  return result == EvtRes_Success ? awaitWelcome(replyTimeoutMs) : result;
+  return result == EvtRes_Success ? awaitWelcome(deadline) : result;
 }
 
 EvtRes PortClient::startHandshake() {
@@ -162,11 +182,18 @@ EvtRes PortClient::startHandshake() {
   return result;
 }
 
-EvtRes PortClient::awaitWelcome(int milliseconds) {
-  Deadline deadline(core_.system(), milliseconds);
+EvtRes PortClient::takeWelcome() {
+  const bool wasAwaited = welcomeAwaited_;
+  Deadline immediately(core_.system(), 0);
+  const EvtRes result = awaitWelcome(immediately);
+  welcomeAwaited_ = wasAwaited && handshake_.has_value();
+  return result;
+}
+
+EvtRes PortClient::awaitWelcome(Deadline& deadline) {
   EvtRes result = handshake_->await(deadline);
   if (result == EvtRes_Timeout) {
-    welcomeAwaited_ = welcomeAwaited_ || milliseconds > 0;
+    welcomeAwaited_ = true;
     return result;
   }
   if (result == EvtRes_Success) {

@@ -85,18 +85,23 @@ class PortClient final : private ReadyHandler,
   /// stays valid, and `resume` may find the welcome later.
   EvtRes connect(const std::string& name);
 
+  // An operation with a deadline waits until that at the longest, so several of them take no
+  // longer than one; without one it has `replyTimeoutMs`.
+
   /// Restores a lost connection without waiting for a dead server. `EvtRes_Success`:
   /// the connection is open; `renewed` tells whether it is a new one. `EvtRes_NoServer`:
   /// no server has the name. `EvtRes_Stalled`: a live server has not replied to an
-  /// earlier hello, for which a call has waited `replyTimeoutMs`. `EvtRes_NotPermitted`: the
+  /// earlier hello, for which a call has waited already. `EvtRes_NotPermitted`: the
   /// name belongs to another user or group than the one that `connect` has found.
+  EvtRes resume(bool& renewed, Deadline& deadline);
   EvtRes resume(bool& renewed);
 
-  /// Sends one request and waits for its reply, at most `replyTimeoutMs`
-  /// (`EvtRes_Timeout`). After a time-out it returns `EvtRes_Stalled` immediately until
-  /// the server shows activity; a late reply is dropped. `EvtRes_Closed`: the
-  /// connection is lost, which is noticed immediately; `reply.written` tells whether the
-  /// server may have received the request.
+  /// Sends one request and waits for its reply (`EvtRes_Timeout`). After a time-out it returns
+  /// `EvtRes_Stalled` immediately until the server shows activity; a late reply is dropped.
+  /// `EvtRes_Closed`: the connection is lost, which is noticed immediately; `reply.written` tells
+  /// whether the server may have received the request.
+  EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply,
+                  Deadline& deadline);
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
 
   // Posted requests: their replies are not waited for; the sink receives them in the order
@@ -106,8 +111,9 @@ class PortClient final : private ReadyHandler,
   /// takes them, and the rest when it takes more. Neither waits.
   EvtRes post(std::uint16_t operation, std::span<const std::uint8_t> payload);
   EvtRes flushPosted();
-  /// Waits until every posted request has its reply, at most `replyTimeoutMs`; the results
-  /// are those of `exchange`. After a time-out the replies may still come.
+  /// Waits until every posted request has its reply; the results are those of `exchange`.
+  /// After a time-out the replies may still come.
+  EvtRes awaitPosted(Deadline& deadline);
   EvtRes awaitPosted();
 
   /// Ends an open connection as lost, because of `error` of this side.
@@ -140,12 +146,14 @@ class PortClient final : private ReadyHandler,
       return error_ = EvtRes_SystemError;
     }
   }
-  EvtRes tryResume(bool& renewed);
-  EvtRes resumeHandshake();
-  EvtRes beginHandshake();
+  EvtRes tryResume(bool& renewed, Deadline& deadline);
+  EvtRes resumeHandshake(Deadline& deadline);
+  EvtRes beginHandshake(Deadline& deadline);
   /// Begins a handshake and does not wait.
   EvtRes startHandshake();
-  EvtRes awaitWelcome(int milliseconds);
+  EvtRes awaitWelcome(Deadline& deadline);
+  /// Takes the welcome if it has come, else `EvtRes_Timeout`.
+  EvtRes takeWelcome();
   EvtRes openLink();
   /// Lets dispatches notice the welcome.
   EvtRes listenForWelcome();
@@ -172,7 +180,7 @@ class PortClient final : private ReadyHandler,
   std::optional<Handshake> handshake_;
   Registration onWelcome_;
   Registration onMailbox_;
-  bool welcomeAwaited_ = false;  // A call has waited the whole time for the welcome.
+  bool welcomeAwaited_ = false;  // A call has waited for the welcome in vain.
   bool foundServer_ = false;     // The failed attempt may have had a server.
   std::shared_ptr<ClientLink> link_;
   EvtRes error_ = EvtRes_Closed;

@@ -90,7 +90,7 @@ EvtRes PortClient::listenForWelcome() {
 
 bool PortClient::ready(unsigned /*role*/, std::uint32_t /*events*/) {
   core_.clientMutex().assertHeld();
-  const EvtRes result = endIfOutOfMemory([&] { return awaitWelcome(0); });
+  const EvtRes result = endIfOutOfMemory([&] { return takeWelcome(); });
   if (result == EvtRes_Success) {
     sink_.connectionMade();
   } else if (result != EvtRes_Timeout ||

@@ -58,12 +58,16 @@ void ClientSide::close() {
   renewal_.begin();
 }
 
-EvtRes ClientSide::send(const RequestView& request, Reply& reply) {
+EvtSrv::internal::Deadline ClientSide::timeOfRequest() const {
+  return {root_.manager()->core().system(), EvtSrv::internal::replyTimeoutMs};
+}
+
+EvtRes ClientSide::send(const RequestView& request, Reply& reply, Deadline& deadline) {
   TreeLock::assertHeld(root_);
   payload_.clear();
   encodeRequest(request, payload_);
   const EvtRes result =
-      port_.exchange(static_cast<std::uint16_t>(request.operation), payload_, reply);
+      port_.exchange(static_cast<std::uint16_t>(request.operation), payload_, reply, deadline);
   constexpr std::size_t keptCapacity = 64 * 1024;
   if (payload_.capacity() > keptCapacity) {
     payload_ = {};
@@ -71,21 +75,26 @@ EvtRes ClientSide::send(const RequestView& request, Reply& reply) {
   return result;
 }
 
-EvtRes ClientSide::ensureReady() {
+EvtRes ClientSide::send(const RequestView& request, Reply& reply) {
+  Deadline deadline = timeOfRequest();
+  return send(request, reply, deadline);
+}
+
+EvtRes ClientSide::ensureReady(Deadline& deadline) {
   if (!port_.isOpen() && root_.manager()->reconnects()) {
     bool renewed = false;
-    if (const EvtRes result = port_.resume(renewed); result != EvtSrv::EvtRes_Success) {
+    if (const EvtRes result = port_.resume(renewed, deadline); result != EvtSrv::EvtRes_Success) {
       return result;
     }
     if (renewed) {
       connectionMade();
     }
   }
-  return renewSubscriptions();
+  return renewSubscriptions(deadline);
 }
 
-EvtRes ClientSide::renewSubscriptions() {
-  const EvtRes result = renewal_.finish();
+EvtRes ClientSide::renewSubscriptions(Deadline& deadline) {
+  const EvtRes result = renewal_.finish(deadline);
   if (result == EvtSrv::EvtRes_Success && noteIfRestored()) {
     deferWork();
   }
@@ -96,17 +105,18 @@ ModelRes ClientSide::exchange(const RequestView& request, Reply& reply) {
   if (!started_) {
     return ModelRes_NotConnected;
   }
-  EvtRes result = ensureReady();
+  Deadline deadline = timeOfRequest();
+  EvtRes result = ensureReady(deadline);
   if (result == EvtSrv::EvtRes_Success) {
-    result = send(request, reply);
+    result = send(request, reply, deadline);
   }
   // The loss of the connection may be noticed only now, when another server is running already.
   const bool maySend = reply.written == 0 || !changesSomething(request.operation);
   if (result == EvtSrv::EvtRes_Closed && maySend && root_.manager()->reconnects()) {
     reply = {};
-    result = ensureReady();
+    result = ensureReady(deadline);
     if (result == EvtSrv::EvtRes_Success) {
-      result = send(request, reply);
+      result = send(request, reply, deadline);
     }
   }
   if (result == EvtSrv::EvtRes_Success) {
@@ -278,16 +288,17 @@ ModelRes ClientSide::subscribe(ModelPart& part, ChainView chain, void* context,
 ModelRes ClientSide::unsubscribe(ModelPart& part, ChainView chain) {
   TreeLock::assertHeld(root_);
   const std::optional<ClientSubscriptions::Key> key = subscriptions_->lastOf(part, copyOf(chain));
-  return key.has_value() ? cancel(*key) : ModelRes_NotSubscribed;
+  Deadline deadline = timeOfRequest();
+  return key.has_value() ? cancel(*key, deadline) : ModelRes_NotSubscribed;
 }
 
 /// Cancels one subscription, at the server too unless the connection is lost. If a live server
 /// does not reply, or does not agree, the subscription is kept.
-ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
+ModelRes ClientSide::cancel(ClientSubscriptions::Key key, Deadline& deadline) {
   if (port_.isOpen() && !subscriptions_->isLost(key)) {
     const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
     Reply reply;
-    const EvtRes result = send({Operation::unsubscribe, entry.chain, entry.index}, reply);
+    const EvtRes result = send({Operation::unsubscribe, entry.chain, entry.index}, reply, deadline);
     if (result != EvtSrv::EvtRes_Success && port_.isOpen()) {
       return fromPort(result);
     }
@@ -305,8 +316,10 @@ ModelRes ClientSide::cancel(ClientSubscriptions::Key key) {
 
 void ClientSide::partDetached(const ModelPart& part) {
   TreeLock::assertHeld(root_);
+  // One for all: the part may have very many.
+  Deadline deadline = timeOfRequest();
   while (const std::optional<ClientSubscriptions::Key> key = subscriptions_->anyOf(part)) {
-    if (withMemoryResult([&] { return cancel(*key); }) != ModelRes_Success) {
+    if (withMemoryResult([&] { return cancel(*key, deadline); }) != ModelRes_Success) {
       subscriptions_->erase(*key);
     }
   }

@@ -81,26 +81,33 @@ class ClientSide final : public EvtSrv::internal::EventSink,
   void replyReceived(std::uint16_t code) override;
 
  private:
+  using Deadline = EvtSrv::internal::Deadline;
+
   /// Makes a request that only reads, from the cache if possible.
   template <typename Cached, typename Decode>
   ModelRes read(const RequestView& request, ReplyCache::Data data, Cached cached, Decode decode);
   ModelRes findOrPrefetch(ChainView chain, ReplyCache::Data data, const ReplyCache::Part*& part);
-  /// Makes one exchange, on a new connection if the present one is lost. A request that changes
+  /// Makes one exchange, on a new connection if the present one is lost: all of it within the
+  /// time of a request. A request that changes
   /// something is sent again only if nothing of it was written; `ModelRes_OutcomeUnknown` if the
   /// connection ended after that.
   ModelRes exchange(const RequestView& request, EvtSrv::internal::Reply& reply);
+  /// The time that a request has, from now on.
+  [[nodiscard]] Deadline timeOfRequest() const;
   /// Makes one exchange on the present connection.
+  EvtSrv::EvtRes send(const RequestView& request, EvtSrv::internal::Reply& reply,
+                      Deadline& deadline);
   EvtSrv::EvtRes send(const RequestView& request, EvtSrv::internal::Reply& reply);
   /// Connects again if necessary and renews the subscriptions.
-  EvtSrv::EvtRes ensureReady();
-  EvtSrv::EvtRes renewSubscriptions();
+  EvtSrv::EvtRes ensureReady(Deadline& deadline);
+  EvtSrv::EvtRes renewSubscriptions(Deadline& deadline);
   /// Notes that a lost connection is restored if the renewal of the subscriptions is complete;
   /// returns whether it is.
   bool noteIfRestored();
   void deferWork();
   /// Passes the next event of the connection's life to the root, or continues the renewal.
   bool runDeferred() override;
-  ModelRes cancel(ClientSubscriptions::Key key);
+  ModelRes cancel(ClientSubscriptions::Key key, Deadline& deadline);
   /// What a server that does not know descriptions has of one.
   ModelRes describeElements(ChainView chain, PartDescription& description);
 

@@ -105,11 +105,11 @@ void Renewal::sendBatch() {
   }
 }
 
-EvtRes Renewal::finish() {
+EvtRes Renewal::finish(EvtSrv::internal::Deadline& deadline) {
   while (!isComplete()) {
     EvtRes result = waiting_.empty() ? postBatch() : EvtSrv::EvtRes_Success;
     if (result == EvtSrv::EvtRes_Success) {
-      result = port_.awaitPosted();
+      result = port_.awaitPosted(deadline);
     }
     if (result != EvtSrv::EvtRes_Success) {
       return result;

@@ -40,8 +40,8 @@ class Renewal {
   /// error, such as to be out of memory, ends the connection.
   void sendBatch();
 
-  /// Waits until the renewal is complete, at most the time of a request for each batch.
-  EvtSrv::EvtRes finish();
+  /// Waits until the renewal is complete. After a time-out it goes on as the server replies.
+  EvtSrv::EvtRes finish(EvtSrv::internal::Deadline& deadline);
 
   /// The reply to the first request that has none has arrived. Returns whether the batch is
   /// complete.
