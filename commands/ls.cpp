@@ -21,7 +21,10 @@ int TreeScope::doLs(unsigned options, const char* path) {
   NamedChain top;
   if (resolveChain(expandPath(path), top)) {
     std::string label = top.names.empty() ? std::string() : top.names.back();
-    buildTree(listingTree_, options, top.ids, std::move(label), 1, true, true);
+    if (!buildTree(listingTree_, options, top.ids, std::move(label), 1, true, true)) {
+      clearListing();
+      return result::outOfMemory;
+    }
   }
   const bool paging = (options & optionMore) != 0;
   switch (options & (optionRecursive | optionLong)) {

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <utility>
 
 #include "commands/target_address.h"
@@ -38,6 +39,9 @@ std::vector<std::string> TreeScope::treeCandidates(const SplitPath& path) {
   if (path.last == "..") {
     return {path.last};
   }
+  // The user cannot type meanwhile.
+  constexpr std::chrono::seconds limit(2);
+  const auto end = std::chrono::steady_clock::now() + limit;
   NamedChain parent;
   ChildList children;
   if (!resolveChain(path.parent, parent) || !fetchChildren(parent.ids, children, true)) {
@@ -55,7 +59,7 @@ std::vector<std::string> TreeScope::treeCandidates(const SplitPath& path) {
     chain.push_back(children.id(child));
     candidates.push_back(names.back());
     series.next();
-    if (hasChildren(chain, false)) {
+    if (std::chrono::steady_clock::now() < end && hasChildren(chain, false)) {
       appendComponent(candidates.back(), "");
     }
   }

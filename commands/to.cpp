@@ -6,6 +6,7 @@
 #include "commands/tree_scope.h"
 #include "commands/value_text.h"
 #include "commands/values_file.h"
+#include "model/memory_budget.h"
 #include "shell/results.h"
 #include "term/shown_text.h"
 #include "term/standard_output.h"
@@ -17,6 +18,7 @@ namespace {
 /// A node whose children are being written.
 struct Level {
   ChildList children;
+  std::size_t memory;  ///< of the list
   std::size_t next = 0;
 };
 
@@ -34,11 +36,13 @@ class SubtreeWriter {
   SubtreeWriter(ModelClient& client, NamedChain top, ValuesFile& file)
       : client_(client), current_(std::move(top)), file_(file) {}
 
-  void run() {
+  /// Returns false if the nodes above a part take too much memory; the file then ends there.
+  bool run() {
     visit();
-    while (!levels_.empty()) {
+    while (!levels_.empty() && !budget_.exhausted()) {
       Level& level = levels_.back();
       if (level.next == level.children.size()) {
+        budget_.putBack(level.memory);
         levels_.pop_back();
         leave();
         continue;
@@ -49,6 +53,7 @@ class SubtreeWriter {
         leave();
       }
     }
+    return !budget_.exhausted();
   }
 
  private:
@@ -62,7 +67,11 @@ class SubtreeWriter {
     std::vector<std::string> names;
     // If this request fails, the children have no names.
     static_cast<void>(client_.fetchChildNames(current_.ids, names, true));
-    levels_.push_back({ChildList(std::move(ids), std::move(names))});
+    ChildList children(std::move(ids), std::move(names));
+    const std::size_t memory = children.memory();
+    if (budget_.take(memory)) {
+      levels_.push_back({std::move(children), memory});
+    }
     return true;
   }
 
@@ -112,6 +121,7 @@ class SubtreeWriter {
   NamedChain current_;
   ValuesFile& file_;
   std::vector<Level> levels_;
+  MemoryBudget budget_;
   // Reused for every value.
   std::string value_;
   std::string line_;
@@ -142,8 +152,8 @@ int TreeScope::doTo(const char* file, const char* path) {
     // programs that read them rely on it.
     parent->chain.ids.push_back(parent->children.id(*child));
   }
-  SubtreeWriter(*this, std::move(parent->chain), values).run();
-  return result::success;
+  const bool isWhole = SubtreeWriter(*this, std::move(parent->chain), values).run();
+  return isWhole ? result::success : result::outOfMemory;
 }
 
 }  // namespace treescope

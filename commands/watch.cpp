@@ -4,6 +4,7 @@
 
 #include "commands/target_address.h"
 #include "commands/tree_scope.h"
+#include "model/memory_budget.h"
 #include "shell/command_table.h"
 #include "shell/paths.h"
 #include "shell/results.h"
@@ -24,9 +25,15 @@ class SubtreeSubscriber {
 
   /// Makes the children of a node next. `depth` is the length of the node's id chain;
   /// `base` is the text before each child's name.
-  void enter(std::size_t depth, const std::string& base, ChildList children) {
+  /// Returns false if the nodes above it and their children take too much memory.
+  [[nodiscard]] bool enter(std::size_t depth, const std::string& base, ChildList children) {
+    const std::size_t memory = children.memory();
+    if (!budget_.take(memory)) {
+      return false;
+    }
     path_ = base;
-    levels_.push_back({depth, base.size(), std::move(children)});
+    levels_.push_back({depth, base.size(), std::move(children), memory});
+    return true;
   }
 
   /// Sets `path` to the next child; returns false if there is none.
@@ -38,6 +45,7 @@ class SubtreeSubscriber {
         path_ += level.children.name(level.next++);
         return true;
       }
+      budget_.putBack(level.memory);
       levels_.pop_back();
     }
     return false;
@@ -55,12 +63,14 @@ class SubtreeSubscriber {
     std::size_t depth;
     std::size_t baseLength;
     ChildList children;
+    std::size_t memory;  ///< of the list
     std::size_t next = 0;
   };
 
   SubtreeSubscriber*& slot_;
   std::string path_;
   std::vector<Level> levels_;
+  MemoryBudget budget_;
 };
 
 namespace {
@@ -120,15 +130,17 @@ int TreeScope::subscribeBelow(unsigned options, const IdChain& node, const std::
   if (subtreeSubscriber_ != nullptr) {
     // A name such as ".." leads out of the subtree, and could do so without end.
     if (node.size() > subtreeSubscriber_->depth()) {
-      subtreeSubscriber_->enter(node.size(), base, std::move(children));
+      return subtreeSubscriber_->enter(node.size(), base, std::move(children))
+                 ? result::nothing
+                 : result::outOfMemory;
     }
     return result::nothing;
   }
   const ChildListCache::Use cached = useChildListCache();
   SubtreeSubscriber subscriber(subtreeSubscriber_);
-  subscriber.enter(node.size(), base, std::move(children));
-  int last = result::nothing;
-  while (subscriber.advance()) {
+  int last = subscriber.enter(node.size(), base, std::move(children)) ? result::nothing
+                                                                      : result::outOfMemory;
+  while (last != result::outOfMemory && subscriber.advance()) {
     const std::size_t levels = subscriber.levels();
     const int code = doEu(options, subscriber.path().c_str());
     // The result of a node that was entered is that of its last part.

@@ -37,6 +37,15 @@ int ChildList::Lists::compareName(std::size_t position, std::string_view wanted)
   return served.empty() ? childName(served, ids[position]).compare(wanted) : served.compare(wanted);
 }
 
+std::size_t ChildList::memory() const {
+  const std::size_t positions = lists_->sorted ? 2 * sizeof(std::uint32_t) : 0;
+  std::size_t bytes = size() * (sizeof(std::uint16_t) + sizeof(std::string) + positions);
+  for (const std::string& name : lists_->names) {
+    bytes += name.size();
+  }
+  return bytes;
+}
+
 const std::string& ChildList::servedName(std::size_t position) const {
   return lists_->names[position];
 }

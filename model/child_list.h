@@ -36,6 +36,9 @@ class ChildList {
   [[nodiscard]] bool empty() const { return lists_->ids.empty(); }
   [[nodiscard]] std::size_t size() const { return lists_->ids.size(); }
 
+  /// How much memory the list takes, about.
+  [[nodiscard]] std::size_t memory() const;
+
   // The child at `position`, which must be less than `size`.
 
   [[nodiscard]] std::uint16_t id(std::size_t position) const { return lists_->ids[position]; }

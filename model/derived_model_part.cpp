@@ -4,6 +4,20 @@
 
 namespace treescope {
 
+namespace {
+
+// The most memory of names that are cached for one subscription.
+constexpr std::size_t longNames = 1024;
+
+/// What a subscription takes here and in the library, about.
+std::size_t memoryOf(const IdChain& chain) {
+  constexpr std::size_t indices = 512;
+  constexpr std::size_t copies = 4;
+  return indices + longNames + copies * sizeof(std::uint16_t) * chain.size();
+}
+
+}  // namespace
+
 DerivedModelPart::DerivedModelPart(ModelSrv::ModelRoot* root, std::string serverName)
     : ModelPart(ModelSrv::ModelPartId_Void, {}, ModelSrv::ModelPartStatus_Void),
       root_(root),
@@ -33,15 +47,24 @@ ModelSrv::ModelRes DerivedModelPart::update(void* /*context*/, unsigned short /*
   return ModelSrv::ModelRes_DoNothing;
 }
 
+bool DerivedModelPart::hasSpaceFor(const IdChain& chain) {
+  assertHeld();
+  return budget_.left() >= memoryOf(chain);
+}
+
 void DerivedModelPart::addSubscription(const IdChain& chain) {
   assertHeld();
   subscriptions_.add(chain);
+  static_cast<void>(budget_.take(memoryOf(chain)));
   names_.erase(chain);
 }
 
 void DerivedModelPart::removeSubscription(const IdChain& chain) {
   assertHeld();
-  subscriptions_.removeFirst(chain);
+  if (subscriptions_.contains(chain)) {
+    subscriptions_.removeFirst(chain);
+    budget_.putBack(memoryOf(chain));
+  }
   names_.erase(chain);
 }
 
@@ -53,7 +76,11 @@ const std::vector<std::string>* DerivedModelPart::cachedNames(const IdChain& cha
 
 void DerivedModelPart::cacheNames(const IdChain& chain, const std::vector<std::string>& names) {
   assertHeld();
-  if (subscriptions_.containsOnce(chain)) {
+  std::size_t size = 0;
+  for (const std::string& name : names) {
+    size += sizeof name + name.size();
+  }
+  if (subscriptions_.containsOnce(chain) && size <= longNames) {
     names_[chain] = names;
   }
 }

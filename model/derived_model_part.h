@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "model/id_chain.h"
+#include "model/memory_budget.h"
 #include "model/subscription_list.h"
 #include "modelsrv/model_part.h"
 #include "modelsrv/model_root.h"
@@ -69,6 +70,8 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   [[nodiscard]] bool isSubscribed(const IdChain& chain) const {
     return subscriptions_.contains(chain);
   }
+  /// Whether the memory of another subscription is within the limit (`MemoryBudget`).
+  [[nodiscard]] bool hasSpaceFor(const IdChain& chain);
   void addSubscription(const IdChain& chain);
   /// Removes the first entry that equals `chain`, if there is one.
   void removeSubscription(const IdChain& chain);
@@ -76,6 +79,7 @@ class DerivedModelPart : public ModelSrv::ModelPart {
     assertHeld();
     subscriptions_.clear();
     names_.clear();
+    budget_ = {};
   }
 
   // The name cache: the names along subscribed chains; used with the client mutex
@@ -86,7 +90,7 @@ class DerivedModelPart : public ModelSrv::ModelPart {
 
   /// The cached names along `chain`; null if there are none.
   [[nodiscard]] const std::vector<std::string>* cachedNames(const IdChain& chain) const;
-  /// Caches the names along `chain` if the chain is subscribed once.
+  /// Caches the names along `chain` if the chain is subscribed once, and they are not long.
   void cacheNames(const IdChain& chain, const std::vector<std::string>& names);
   void invalidateNames() {
     assertHeld();
@@ -107,6 +111,7 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   // Written by the command thread with the client mutex held.
   NamedChain location_;
   SubscriptionList<> subscriptions_;
+  MemoryBudget budget_;  ///< of the subscriptions and their cached names
 };
 
 }  // namespace treescope

@@ -300,6 +300,9 @@ int ModelClient::writeValue(const IdChain& chain, const ElementIndexText& elemen
 
 int ModelClient::subscribePath(const IdChain& chain) {
   const KSTD::KThreadMutexLock held(clientMutex_);
+  if (connected() && !currentPart_->hasSpaceFor(chain)) {
+    return result::outOfMemory;
+  }
   if (!connected() ||
       target(chain)->subscribeToServer(this, 0, nullptr, ModelSrv::ModelPartIndex_All) !=
           ModelSrv::ModelRes_Success) {

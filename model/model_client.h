@@ -165,7 +165,8 @@ class ModelClient : public DerivedModelRoot {
 
   // Subscriptions.
 
-  /// Subscribes the part and adds it to the list: 1, or 2 if the server refuses.
+  /// Subscribes the part and adds it to the list: 1, or 2 if the server refuses; 8 if the
+  /// subscriptions take too much memory already.
   [[nodiscard]] int subscribePath(const IdChain& chain);
 
   /// Cancels one subscription of the part and removes its first entry from the list.
@@ -184,8 +185,9 @@ class ModelClient : public DerivedModelRoot {
   /// is made from the last id, or is "root". `depth` is the number of levels listed
   /// below the node without the recursive bit. `top` is false for a node that is
   /// itself a child in the listing: without the recursive bit it is only marked as
-  /// having content. A failed request leaves its part of the listing out.
-  void buildTree(ListingNode& node, unsigned options, const IdChain& chain, std::string name,
+  /// having content. A failed request leaves its part of the listing out. Returns false if the
+  /// listing would take too much memory (`MemoryBudget`); it then ends somewhere.
+  bool buildTree(ListingNode& node, unsigned options, const IdChain& chain, std::string name,
                  std::uint8_t depth, bool top, bool lock);
 
  private:

@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "evtsrv/event_port_manager.h"
+#include "model/memory_budget.h"
 #include "model/model_client.h"
 #include "model/request_series.h"
 #include "shell/command_table.h"
@@ -23,9 +24,10 @@ class TreeBuilder {
         series_(client.manager()->clientMutex, lock),
         chain_(chain) {}
 
-  void build(ListingNode& node, std::string name, std::uint8_t depth, bool top) {
+  /// Returns false if the listing takes too much memory, and ends before that.
+  bool build(ListingNode& node, std::string name, std::uint8_t depth, bool top) {
     enter(node, std::move(name), depth, top);
-    while (!levels_.empty()) {
+    while (!levels_.empty() && !budget_.exhausted()) {
       series_.next();
       if (levels_.back().next == levels_.back().children.size()) {
         leaveLevel();
@@ -33,6 +35,7 @@ class TreeBuilder {
         listNextChild();
       }
     }
+    return !budget_.exhausted();
   }
 
  private:
@@ -41,6 +44,7 @@ class TreeBuilder {
     ListingNode* node;
     std::uint8_t depth;
     ChildList children;
+    std::size_t memory;  ///< of the list, which is freed before the node
     std::size_t next = 0;
   };
 
@@ -50,6 +54,7 @@ class TreeBuilder {
     if (name.empty()) {
       name = chain_.empty() ? "root" : childName({}, chain_.back());
     }
+    static_cast<void>(budget_.take(name.size()));
     node.name = std::move(name);
     if (client_.hasChildren(chain_, false)) {
       enterNode(node, depth, top);
@@ -76,8 +81,11 @@ class TreeBuilder {
       }
       return;
     }
-    node.children.reserve(children.size());
-    levels_.push_back({&node, depth, std::move(children)});
+    const std::size_t memory = children.memory();
+    if (budget_.take(memory) && budget_.take(children.size() * sizeof(ListingNode))) {
+      node.children.reserve(children.size());
+      levels_.push_back({&node, depth, std::move(children), memory});
+    }
   }
 
   ChildList listChildren() {
@@ -90,6 +98,7 @@ class TreeBuilder {
   }
 
   void leaveLevel() {
+    budget_.putBack(levels_.back().memory);
     levels_.pop_back();
     if (!levels_.empty()) {
       chain_.pop_back();
@@ -122,19 +131,24 @@ class TreeBuilder {
     } else if (has(optionLong) && !(has(ModelClient::optionBelowOnly) && levels_.empty())) {
       node.value.emplace();
       client_.readValueText(chain_, *node.value, false);
+      static_cast<void>(budget_.take(node.value->size()));
     }
   }
 
   void listElements(ListingNode& node, std::uint16_t sum) {
     const std::vector<std::string> names = elementNames();
     const std::size_t count = names.empty() ? sum : names.size();
+    if (!budget_.take(count * sizeof(ListingNode))) {
+      return;
+    }
     node.children.reserve(count);
-    for (std::size_t index = 0; index < count; ++index) {
+    for (std::size_t index = 0; index < count && !budget_.exhausted(); ++index) {
       std::string label = '[' + std::to_string(index) + ']';
       if (!names.empty()) {
         label += '(' + names[index] + ')';
       }
       series_.next();
+      static_cast<void>(budget_.take(label.size()));
       ListingNode& element = node.addChild();
       element.name = std::move(label);
       readElement(element, index, sum);
@@ -145,12 +159,13 @@ class TreeBuilder {
   void listFlat(ListingNode& node, const std::string& name, std::uint16_t sum) {
     const std::vector<std::string> names = elementNames();
     const std::size_t count = names.empty() ? sum : names.size();
-    for (std::size_t index = 0; index < count; ++index) {
+    for (std::size_t index = 0; index < count && !budget_.exhausted(); ++index) {
       std::string label = name + '[' + std::to_string(index) + ']';
       if (!names.empty() && !names[index].empty()) {
         label += '(' + names[index] + ')';
       }
       series_.next();
+      static_cast<void>(budget_.take(sizeof(ListingNode) + label.size()));
       ListingNode& element = node.addChild();
       element.name = std::move(label);
       element.kindMark = has(optionCount) ? elementsKind : 0;
@@ -168,6 +183,7 @@ class TreeBuilder {
     if (has(optionLong) && index < sum) {
       element.value.emplace();
       client_.readElementText(chain_, *element.value, static_cast<std::uint16_t>(index), false);
+      static_cast<void>(budget_.take(element.value->size()));
     }
   }
 
@@ -181,13 +197,14 @@ class TreeBuilder {
   /// The node or part that is being listed.
   IdChain chain_;
   std::vector<Level> levels_;
+  MemoryBudget budget_;
 };
 
 }  // namespace
 
-void ModelClient::buildTree(ListingNode& node, unsigned options, const IdChain& chain,
+bool ModelClient::buildTree(ListingNode& node, unsigned options, const IdChain& chain,
                             std::string name, std::uint8_t depth, bool top, bool lock) {
-  TreeBuilder(*this, options, chain, lock).build(node, std::move(name), depth, top);
+  return TreeBuilder(*this, options, chain, lock).build(node, std::move(name), depth, top);
 }
 
 }  // namespace treescope

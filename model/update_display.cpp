@@ -40,8 +40,10 @@ void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& print
   {
     const ModelClient::TimeLimit limit(client);
     names = client.cachedNamePathOf(chain);
-    client.buildTree(listing, optionLong | ModelClient::optionBelowOnly, chain,
-                     names.empty() ? std::string() : names.back(), 1, true, false);
+    // What takes too much memory is left out.
+    static_cast<void>(client.buildTree(listing, optionLong | ModelClient::optionBelowOnly, chain,
+                                       names.empty() ? std::string() : names.back(), 1, true,
+                                       false));
   }
   const std::string path = shownText(pathText(names));
   {

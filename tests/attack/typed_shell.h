@@ -1,0 +1,40 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/attack/scripted_server.h"
+#include "tests/support/keys.h"
+#include "tests/support/terminal_session.h"
+
+namespace attack {
+
+/// The built shell on a terminal.
+class TypedShell {
+ public:
+  TypedShell() { EXPECT_TRUE(session_.readThrough("[ /]$ ")); }
+
+  void enter(const std::string& line) {
+    EXPECT_TRUE(session_.type(line + test_support::keys::returnKey));
+  }
+  void awaitPrompt(const std::string& server) {
+    EXPECT_TRUE(session_.readThrough("[ " + server + "]$ "));
+  }
+  [[nodiscard]] test_support::TerminalSession& session() { return session_; }
+
+  /// Waits for the end, which restores the terminal's mode, and returns when that was.
+  ScriptedServer::Clock::time_point expectEnd(test_support::ExitStatus status) {
+    const auto ended = session_.waitForExit();
+    const auto end = ScriptedServer::Clock::now();
+    EXPECT_EQ(ended, status) << session_.describe();
+    EXPECT_TRUE(test_support::sameMode(session_.mode(), original_));
+    return end;
+  }
+
+ private:
+  const termios original_ = test_support::TerminalSession({"true"}).mode();
+  test_support::TerminalSession session_{{test_support::treescopeProgram()}};
+};
+
+}  // namespace attack
