@@ -96,6 +96,7 @@ void ServerLink::destroySession() {
 }
 
 void ServerLink::closePipes() {
+  leaveQueue();
   onRequest_.end();
   onReply_.end();
   onEvent_.end();
@@ -114,8 +115,16 @@ bool ServerLink::releaseSession() {
 void ServerLink::closeOnNextDispatch() {
   core_.clientMutex().assertHeld();
   closing_ = true;
-  // The pipe is writable or broken, so the dispatch that ends this comes.
-  static_cast<void>(onEvent_.setInterest(writable));
+  if (owner_ != nullptr) {
+    core_.defer(*this);
+  }
+}
+
+bool ServerLink::runDeferred() {
+  core_.clientMutex().assertHeld();
+  const auto keepAlive = shared_from_this();
+  end();
+  return true;
 }
 
 bool ServerLink::ready(unsigned role, std::uint32_t events) {

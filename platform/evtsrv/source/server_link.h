@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "evtsrv/source/accounts.h"
+#include "evtsrv/source/deferred_work.h"
 #include "evtsrv/source/frame_reader.h"
 #include "evtsrv/source/hello.h"
 #include "evtsrv/source/manager_core.h"
@@ -52,6 +53,7 @@ struct ServerPipes {
 class ServerLink final : public ServerConnection,
                          public ReadyHandler,
                          public TurnTaker,
+                         private DeferredWork,
                          public std::enable_shared_from_this<ServerLink> {
  public:
   /// `user` owns the pipes.
@@ -101,6 +103,8 @@ class ServerLink final : public ServerConnection,
   /// What is ready of a descriptor and was not served yet: a set of `EPOLL…` bits, 0 if nothing.
   using Due = std::array<std::uint32_t, 3>;
 
+  /// Ends the connection (`closeOnNextDispatch`).
+  bool runDeferred() override;
   void end();
   void closePipes();
   void destroySession();

@@ -136,12 +136,16 @@ SubscribedIndices SleepingSubscriptions::take(const PartPath& path, const ModelP
 }
 
 std::size_t SleepingSubscriptions::bytesFor(ChainView chain) {
+  return bytesOfChain(chain) + SubscribedIndices::bytesOfOne;
+}
+
+std::size_t SleepingSubscriptions::bytesOfChain(ChainView chain) {
   constexpr std::size_t ofContainers = 240;
   return ofContainers + chain.size() * sizeof(ModelPartId);
 }
 
 std::size_t SleepingSubscriptions::bytesOf(const Chain& chain, const Entry& entry) {
-  return bytesFor(chain) + (entry.names.has_value() ? entry.names->size() : 0) +
+  return bytesOfChain(chain) + (entry.names.has_value() ? entry.names->size() : 0) +
          entry.indices.bytes();
 }
 

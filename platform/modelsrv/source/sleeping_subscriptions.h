@@ -55,8 +55,8 @@ class SleepingSubscriptions {
   [[nodiscard]] bool contains(const std::vector<ModelPartId>& chain) const {
     return entries_.contains(chain);
   }
-  /// The memory that one at `chain` takes without names, in bytes: an estimate, with that of the
-  /// containers.
+  /// The memory that one at `chain` takes without names, and with one index, in bytes: an estimate,
+  /// with that of the containers.
   [[nodiscard]] static std::size_t bytesFor(ChainView chain);
   [[nodiscard]] bool isEmpty() const { return entries_.empty(); }
   [[nodiscard]] std::size_t bytes() const { return bytes_; }
@@ -74,6 +74,7 @@ class SleepingSubscriptions {
   using Entries = std::map<Chain, std::vector<Entry>>;
 
   [[nodiscard]] bool add(Chain chain, Entry entry);
+  [[nodiscard]] static std::size_t bytesOfChain(ChainView chain);
   [[nodiscard]] static std::size_t bytesOf(const Chain& chain, const Entry& entry);
   void erase(Entries::iterator at, std::vector<Entry>::iterator entry);
 

@@ -24,8 +24,9 @@ class SubscribedIndices {
   [[nodiscard]] bool isEmpty() const { return indices_.empty(); }
   /// The number of subscriptions, those to the same index included.
   [[nodiscard]] std::size_t count() const;
-  /// The memory that the indices use, in bytes.
-  [[nodiscard]] std::size_t bytes() const { return indices_.size() * sizeof(SubscribedIndex); }
+  /// The memory that the indices use, and that of one, in bytes.
+  [[nodiscard]] std::size_t bytes() const { return indices_.size() * bytesOfOne; }
+  static constexpr std::size_t bytesOfOne = 8;
 
   /// Whether a change of `index` (or of the whole value) is to be reported. A subscription to
   /// the whole value matches every change; a subscription to an element matches changes of
@@ -37,6 +38,7 @@ class SubscribedIndices {
     ModelPartIndex index;
     std::uint32_t count;
   };
+  static_assert(sizeof(SubscribedIndex) == bytesOfOne);
 
   void add(ModelPartIndex index, std::uint32_t count);
   std::vector<SubscribedIndex>::iterator find(ModelPartIndex index);

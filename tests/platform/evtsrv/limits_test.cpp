@@ -142,6 +142,25 @@ TEST_F(Limits, AFrameThatStopsEndsItsConnectionAfterFiveSeconds) {
   EXPECT_FALSE(clients.front()->hungUp()) << "this one sends nothing";
 }
 
+TEST_F(Limits, AFrameThatStopsEndsItsConnectionAlsoIfItsEventPipeIsFull) {
+  server.system.timerSpeed = 100;
+  ASSERT_EQ(connect(), EvtRes_Success);
+  const Bytes events(4096);
+  const int pipe = ::open(("/proc/self/fd/" + std::to_string(clients.back()->event)).c_str(),
+                          O_WRONLY | O_NONBLOCK);
+  ASSERT_GE(pipe, 0);
+  while (::write(pipe, events.data(), events.size()) > 0) {
+  }
+  ::close(pipe);
+  send({0});
+  ASSERT_EQ(server.connectionCount(), 1U);
+  const std::int64_t begin = server.system.nowMs();
+  while (server.connectionCount() == 1 && server.system.nowMs() - begin < 10'000) {
+    static_cast<void>(server.core.receive(100));
+  }
+  EXPECT_EQ(server.connectionCount(), 0U);
+}
+
 TEST_F(Limits, AFrameThatGoesOnIsServedHoweverSlowly) {
   server.system.timerSpeed = 1000;
   ASSERT_EQ(connect(), EvtRes_Success);

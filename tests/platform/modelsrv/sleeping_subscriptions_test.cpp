@@ -293,6 +293,19 @@ TEST_F(SleepingInASession, UsesTheMemoryOfTheAccount) {
   EXPECT_TRUE(connection_.account().allows(bytesOfSession));
 }
 
+TEST_F(SleepingInASession, IsRefusedAndNotClosedJustBelowTheLimitOfTheAccount) {
+  EvtSrv::internal::SessionAccount& account = connection_.account();
+  ASSERT_TRUE(account.add(EvtSrv::internal::limits::bytesOfSession));
+  for (std::size_t space = 0; space < 300; ++space) {
+    if (renew({77}) == ModelRes_Success) {
+      EXPECT_EQ(unsubscribe({77}), ModelRes_Success);
+    }
+    ASSERT_EQ(connection_.closeCalls, 0) << space << " bytes below the limit";
+    account.remove(1);
+  }
+  EXPECT_EQ(renew({77}), ModelRes_Success);
+}
+
 TEST_F(SleepingInASession, CountsAsASubscription) {
   SessionSubscriptions subscriptions(connection_);
   for (std::size_t i = 0; i < EvtSrv::internal::limits::subscriptionsOfSession; ++i) {
