@@ -231,8 +231,16 @@ void Mailbox::remove() {
 }
 
 EvtRes Mailbox::restore() {
+  // A client whose hello was not read tries again when the former pipe closes, and is to find
+  // the new one.
+  FileDescriptor former = std::move(pipe_);
   pipe_.reset();
   EvtRes result = makePipe();
+  if (result != EvtRes_Success && former.isOpen()) {
+    // It may be in the way: its descriptor, or its lock if it has its name again.
+    former.reset();
+    result = makePipe();
+  }
   if (result != EvtRes_Success && !watchesDirectory_) {
     watchDirectory();
     // What was in the way may have gone before it was watched.

@@ -6,6 +6,13 @@
 
 namespace EvtSrv::internal {
 
+namespace {
+
+// How often a mailbox may be made again while a client tries to connect.
+constexpr int maxHandshakes = 16;
+
+}  // namespace
+
 PortClient::PortClient(ManagerCore& core, EventSink& sink)
     : core_(core), sink_(sink), trigger_(core, *this) {}
 
@@ -165,8 +172,17 @@ void PortClient::forget() {
 }
 
 EvtRes PortClient::beginHandshake(Deadline& deadline) {
-  const EvtRes result = startHandshake();
-  return result == EvtRes_Success ? awaitWelcome(deadline) : result;
+  for (int attempts = maxHandshakes;; --attempts) {
+    EvtRes result = startHandshake();
+    if (result == EvtRes_Success) {
+      foundServer_ = true;
+      result = awaitWelcome(deadline);
+    }
+    // A mailbox that was found and lost has been made again, or its server has ended.
+    if (result != EvtRes_NoServer || !foundServer_ || attempts == 1) {
+      return result;
+    }
+  }
 }
 
 EvtRes PortClient::startHandshake() {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <sys/file.h>
 
+#include <utility>
+
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 
 namespace EvtSrv::internal {
@@ -222,6 +224,25 @@ TEST_F(HandshakeWith, AFullMailboxContinuesWhenItIsWritable) {
   fillMailbox(name);
   client.system.freezeTime();
   client.system.whileWaiting = [&] { server.serveAll(); };
+  EXPECT_EQ(client.connect(name), EvtRes_Success);
+  EXPECT_EQ(client.request(), EvtRes_Success);
+}
+
+TEST_F(HandshakeWith, AMailboxThatIsMadeAgainTriesAgain) {
+  ASSERT_EQ(::mkfifo(mailboxPath(name).c_str(), 0600), 0);
+  const int former = ::open(mailboxPath(name).c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  ASSERT_GE(former, 0);
+  client.system.freezeTime();
+  bool madeAgain = false;
+  client.system.whileWaiting = [&] {
+    if (!std::exchange(madeAgain, true)) {
+      // The hello in the former mailbox is never read.
+      EXPECT_EQ(::unlink(mailboxPath(name).c_str()), 0);
+      EXPECT_EQ(server.start(name), EvtRes_Success);
+      ::close(former);
+    }
+    server.serveAll();
+  };
   EXPECT_EQ(client.connect(name), EvtRes_Success);
   EXPECT_EQ(client.request(), EvtRes_Success);
 }
