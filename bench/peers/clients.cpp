@@ -151,7 +151,9 @@ Subscriber::Body modelSubscriber(Fields& fields) {
   const unsigned long groups = fields.number();
   const bool values = fields.number() != 0;
   return [=](Subscriber::Count& count, const std::function<void()>& ready) {
-    ModelClient(server, groups).countUpdates(values, count, ready);
+    ModelClient(server, groups)
+        .countUpdates(values ? ModelClient::Values::requested : ModelClient::Values::none, count,
+                      ready);
   };
 }
 

@@ -10,7 +10,7 @@ class ModelClient::Part : public ModelSrv::ModelPart {
   Part(ModelSrv::ModelPartId id, ModelClient& client) : ModelPart(id), client_(client) {}
 
   ModelSrv::ModelRes update(void* /*context*/, unsigned short index) override {
-    if (client_.values_) {
+    if (client_.values_ == Values::requested) {
       std::ostringstream text;
       const ModelSrv::ModelRes result = save(text, index);
       if (result != ModelSrv::ModelRes_Success) {
@@ -56,11 +56,22 @@ void ModelClient::store(std::size_t number, unsigned long value) {
   check(parts_[number % parts_.size()]->load(text, false, ModelSrv::ModelPartIndex_All), "store");
 }
 
-void ModelClient::countUpdates(bool values, Subscriber::Count& count,
+void ModelClient::countUpdates(Values values, Subscriber::Count& count,
                                const std::function<void()>& ready) {
   count_ = &count;
   values_ = values;
+  if (values == Values::watched) {
+    const auto counts = [&count](const ModelSrv::WatchEvent& event) {
+      if (event.changes != 0) {
+        count.fetch_add(1, std::memory_order_relaxed);
+      }
+    };
+    check(watch_.start(root_, {}, {.subtree = true}, counts), "watch");
+  }
   for (const auto& part : parts_) {
+    if (values == Values::watched) {
+      break;
+    }
     check(part->subscribeToServer(&root_, 0, nullptr, ModelSrv::ModelPartIndex_All), "subscribe");
   }
   ready();

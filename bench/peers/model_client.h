@@ -8,6 +8,7 @@
 #include "bench/peers/subscriber.h"
 #include "modelsrv/model_node.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/watch.h"
 
 namespace bench::peers {
 
@@ -26,9 +27,13 @@ class ModelClient {
   /// number of parts; returns when the server has acknowledged it.
   void store(std::size_t number, unsigned long value);
 
+  /// How a subscriber gets the values of the parts that have changed.
+  enum class Values { none, requested, watched };
+
   /// Subscribes to all parts, calls `ready` and counts the updates until the process ends. If
-  /// `values`, requests the value of each updated part before counting the update.
-  [[noreturn]] void countUpdates(bool values, Subscriber::Count& count,
+  /// values are requested, counts each update after the request. If they are watched, the updates
+  /// are those of one watch of the tree, and current values are not counted.
+  [[noreturn]] void countUpdates(Values values, Subscriber::Count& count,
                                  const std::function<void()>& ready);
 
  private:
@@ -39,7 +44,8 @@ class ModelClient {
   std::deque<ModelSrv::ModelNode> groups_;
   std::deque<std::unique_ptr<Part>> parts_;
   Subscriber::Count* count_ = nullptr;
-  bool values_ = false;
+  ModelSrv::Watch watch_;
+  Values values_ = Values::none;
 };
 
 }  // namespace bench::peers

@@ -46,7 +46,7 @@ Sampler modelStoreRate(Fields& fields);
 
 /// model-changes VALUES PROGRAM: thousands of updates a second at a subscriber of a model server
 /// that changes its parts as fast as it can. PROGRAM is the server; it runs during a sample
-/// only. If VALUES is not 0, the subscriber requests each value.
+/// only. VALUES: 0, the subscriber gets no values; 1, it requests each; 2, it watches the tree.
 Sampler modelChangeRate(Fields& fields);
 
 }  // namespace bench::peers

@@ -103,7 +103,9 @@ def treescope(launcher, tree):
         read=Task('treescope -c "cd S;get PATH"', shell(f"get {FIRST}")),
         write=Task('treescope -c "cd S;set N PATH"', shell(f"set {{value}} {FIRST}")),
         lists=[Task('treescope -c "cd S;ls -lr"', shell("ls -lr"), tree.total),
-               Task('treescope -c "cd S;to FILE"', shell(f"to {saved}"), tree.total)],
+               Task('treescope -c "cd S;to FILE"', shell(f"to {saved}"), tree.total),
+               Task("a client of this library, readTree", ["tree_client", name], tree.total,
+                    custom=True)],
         servers="modelsrvd",
         processes=[server],
         watch=Watch("stored by a client, shown by treescope (eu)", ["treescope"], "$ ", FIRST,
@@ -114,7 +116,9 @@ def treescope(launcher, tree):
         streams=[Rate(["10,000 parts, at most 1,000 thousand changes a second; a client that "
                        "counts updates"], "model-changes", [0, *changing], 5),
                  Rate(["the same, a client that requests each value"],
-                      "model-changes", [1, *changing], 5)])
+                      "model-changes", [1, *changing], 5),
+                 Rate(["the same, a client that watches the tree and gets each value"],
+                      "model-changes", [2, *changing], 5)])
 
 
 def redis(launcher, tree):

@@ -22,7 +22,7 @@ double thousandsPerSecond(unsigned long number, Clock::duration time) {
 }
 
 std::shared_ptr<Subscriber> subscribeToModel(const std::string& server, unsigned long groups,
-                                             bool values) {
+                                             ModelClient::Values values) {
   return std::make_shared<Subscriber>(
       [&](Subscriber::Count& count, const std::function<void()>& ready) {
         ModelClient(server, groups).countUpdates(values, count, ready);
@@ -81,7 +81,7 @@ Sampler burstRate(Fields& fields) {
 
 Sampler modelStoreRate(Fields& fields) {
   const std::string server = fields.text();
-  const auto subscriber = subscribeToModel(server, 1, true);
+  const auto subscriber = subscribeToModel(server, 1, ModelClient::Values::requested);
   return [subscriber, client = std::make_shared<ModelClient>(server, 1),
           round = 0UL]() mutable -> std::vector<double> {
     constexpr unsigned long stores = 20'000;
@@ -101,7 +101,7 @@ Sampler modelStoreRate(Fields& fields) {
 }
 
 Sampler modelChangeRate(Fields& fields) {
-  const bool values = fields.number() != 0;
+  const auto values = static_cast<ModelClient::Values>(fields.number());
   return [values, program = fields.text()]() -> std::vector<double> {
     constexpr int settlingMilliseconds = 100;
     constexpr int arrivingMilliseconds = 5;
