@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <ostream>
@@ -159,6 +160,55 @@ TEST_F(SessionCost, AChangeWithAPendingUpdateMakesNoSystemCallAndAllocatesNothin
   EXPECT_EXIT(
       exitAfterChanges([&](int count) { return speed_.setValue(count) == ModelRes_Success; }),
       testing::ExitedWithCode(0), "");
+}
+
+TEST_F(SessionCost, AChangeBesideAWatchedSubtreeMakesNoSystemCallAndAllocatesNothing) {
+  ModelNode watched(1, "watched");
+  ASSERT_EQ(root_.add(&watched), ModelRes_Success);
+  Request request{Operation::watch, {1}};
+  request.watchFlags = watchSubtree;
+  ASSERT_EQ(handle(Operation::watch, payloadOf(request)), ModelRes_Success);
+  EXPECT_EXIT(
+      exitAfterChanges([&](int count) { return speed_.setValue(count) == ModelRes_Success; }),
+      testing::ExitedWithCode(0), "");
+}
+
+TEST_F(SessionCost, AWatchOfAQuietTreeHoldsNoMemoryForItsParts) {
+  constexpr unsigned count = 65'000;
+  ModelNode node(1, "node");
+  std::deque<ValuePart<std::uint32_t>> parts;
+  std::vector<ModelPart*> children;
+  for (unsigned i = 0; i < count; ++i) {
+    children.push_back(&parts.emplace_back(static_cast<ModelPartId>(i), "part", i));
+  }
+  ASSERT_EQ(node.setChildren(children), ModelRes_Success);
+  ASSERT_EQ(root_.add(&node), ModelRes_Success);
+  Request request{Operation::watch, {}};
+  request.watchFlags = watchSubtree;
+  test_support::Allocations& allocations = test_support::allocated();
+  const std::ptrdiff_t before = allocations.liveBytes;
+  allocations.peakBytes = before;
+  ASSERT_EQ(handle(Operation::watch, payloadOf(request)), ModelRes_Success);
+  std::uint16_t type = 0;
+  std::vector<std::uint8_t> event;
+  unsigned events = 0;
+  session_.beginEvents(true);
+  while (session_.takeEvent(type, event) || session_.eventsPaused()) {
+    events += event.empty() ? 0 : 1;
+    event.clear();
+    session_.beginEvents(true);
+  }
+  EXPECT_EQ(events, count + 5) << "the marks, the root, its two parts, and the others";
+  constexpr std::ptrdiff_t allowed = 64 * 1024;
+  EXPECT_LT(allocations.peakBytes - before, allowed);
+  for (ValuePart<std::uint32_t>& part : parts) {
+    ASSERT_EQ(part.setValue(0x7FFFFFFF), ModelRes_Success);
+  }
+  while (session_.takeEvent(type, event)) {
+    event.clear();
+    session_.beginEvents(true);
+  }
+  EXPECT_LT(allocations.liveBytes - before, allowed) << "after all changes were sent";
 }
 
 TEST(ForbiddenSystemCalls, TerminateTheProcess) {
