@@ -82,6 +82,23 @@ TEST_F(CachedReads, UseTheCachedStructureAfterChangesOfValues) {
   EXPECT_EQ(client_.text(gainsChain), "1.5\n3");
 }
 
+// A server that reads its tree again replaces all getters.
+TEST_F(CachedReads, UseTheCacheAfterAGetterElsewhereWasReplaced) {
+  const auto seven = [](std::int32_t& value) {
+    value = 7;
+    return ModelRes_Success;
+  };
+  server_.speed.setGetter(seven);
+  ASSERT_EQ(client_.text(speedChain), "7");
+  ASSERT_EQ(client_.text(gainsChain), "1.5\n0.25");
+  server_.pump.reset();
+  server_.speed.setGetter({});
+  server_.speed.setGetter(seven);
+  EXPECT_EQ(client_.text(gainsChain), "1.5\n0.25");
+  server_.pump.emplace(server_.manager);
+  EXPECT_EQ(client_.text(speedChain), "7");
+}
+
 TEST_F(CachedReads, SeeAChangeOfTheStructureAfterOneOfAValue) {
   std::vector<unsigned short> ids;
   const auto children = [&] {

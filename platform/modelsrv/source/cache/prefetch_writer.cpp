@@ -145,12 +145,14 @@ void PrefetchWriter::write(ModelRoot& root, ModelPart& part, unsigned parts, con
   usedSize_ = 0;
   for (ModelPart* at = &part; at != nullptr && parts > 0; at = nextInListing(*at), --parts) {
     const std::size_t before = reply.size();
-    writePart(*at, reply);
+    const bool isCacheable = writePart(*at, reply);
     if (at != &part && usedSize_ > prefetchSize) {
       reply.resize(before);
       break;
     }
-    PartAccess::setCacheStamp(*at, stamp);
+    if (isCacheable) {
+      PartAccess::setCacheStamp(*at, stamp);
+    }
   }
 }
 
@@ -191,9 +193,10 @@ ModelPart* PrefetchWriter::nextInListing(ModelPart& part) {
   return nullptr;
 }
 
-void PrefetchWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply) {
+bool PrefetchWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply) {
   const std::size_t start = reply.size();
-  if (!PartAccess::isCacheable(part) || !isSimple(part) || !writeSimplePart(part, reply)) {
+  const bool isCacheable = PartAccess::isCacheable(part);
+  if (!isCacheable || !isSimple(part) || !writeSimplePart(part, reply)) {
     writeAnyPart(part, reply);
   }
   // Reading a long text took time even if it was left out.
@@ -201,6 +204,7 @@ void PrefetchWriter::writePart(ModelPart& part, std::vector<std::uint8_t>& reply
   if (text_.capacity() > maxSectionSize) {
     text_ = {};
   }
+  return isCacheable;
 }
 
 bool PrefetchWriter::writeSimplePart(const ModelPart& part, std::vector<std::uint8_t>& reply) {

@@ -43,7 +43,8 @@ class PrefetchWriter {
   void findPositions(const ModelRoot& root, const ModelPart& part);
   /// The part after `part` in the order of a listing, null at the end.
   ModelPart* nextInListing(ModelPart& part);
-  void writePart(ModelPart& part, std::vector<std::uint8_t>& reply);
+  /// Whether a client may cache anything of the part.
+  bool writePart(ModelPart& part, std::vector<std::uint8_t>& reply);
   /// Writes a part without children and elements in one piece: the same bytes as
   /// `writeAnyPart`, but faster. False, and nothing is written, if the value cannot be read.
   bool writeSimplePart(const ModelPart& part, std::vector<std::uint8_t>& reply);
