@@ -85,6 +85,10 @@ void TreePageWriter::write(ModelPart& top, bool continues, ChainView position,
     ++parts;
   }
   cursor_.end();
+  // A large text that was left out is not kept.
+  if (text_.capacity() > maxInPage) {
+    text_ = {};
+  }
 }
 
 void TreePageWriter::writePart(ModelPart& part, std::size_t depth,

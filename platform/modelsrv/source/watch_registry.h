@@ -17,8 +17,8 @@ namespace ModelSrv::internal {
 class ServerWatch;
 struct PartPath;
 
-/// What the watches of a process have in common, so that a change of a part that nobody watches
-/// costs one test.
+/// What the watches of a process have in common, so that a change costs one test if no
+/// subtree is watched.
 struct WatchCounts {
   /// The number of subtrees that are watched, in all trees of this process.
   static inline std::atomic<std::size_t> subtrees{0};
