@@ -15,3 +15,8 @@ foreach(page IN ITEMS treescope.1 treectl.1 modelsrvd.8)
     install(FILES man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
   endif()
 endforeach()
+install(FILES tools/completion/treectl.bash RENAME treectl
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(FILES tools/completion/_treectl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+install(FILES tools/completion/treectl.fish
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)

@@ -11,8 +11,12 @@ void runList(Context& context);
 void runGet(Context& context);
 void runSet(Context& context);
 void runDescribe(Context& context);
+void runWatch(Context& context);
+void runWait(Context& context);
 void runDump(Context& context);
 void runRestore(Context& context);
 void runDiff(Context& context);
+void runRecord(Context& context);
+void runReplay(Context& context);
 
 }  // namespace treectl

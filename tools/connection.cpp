@@ -64,16 +64,6 @@ std::string storedForm(std::string_view text) {
   return form;
 }
 
-std::vector<std::string> splitLines(std::string_view text) {
-  std::vector<std::string> lines;
-  for (std::size_t at = 0; at <= text.size();) {
-    const std::size_t end = std::min(text.find('\n', at), text.size());
-    lines.emplace_back(text.substr(at, end - at));
-    at = end + 1;
-  }
-  return lines;
-}
-
 /// A request on a thread of its own, which may end after nobody waits for it any more.
 template <typename Result>
 struct DetachedRequest {
@@ -85,9 +75,44 @@ struct DetachedRequest {
 
 }  // namespace
 
+bool splitElements(std::string_view text, std::size_t count, Value& value) {
+  std::vector<std::string> lines;
+  for (std::size_t at = 0; at <= text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    lines.emplace_back(text.substr(at, end - at));
+    at = end + 1;
+  }
+  if (lines.size() != count) {
+    return false;
+  }
+  value = {std::move(lines), true};
+  return true;
+}
+
 struct Connection::Link {
-  EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, false};
-  ModelSrv::ModelRoot root{&manager};
+  /// Passes the events of the connection on.
+  class Root final : public ModelSrv::ModelRoot {
+   public:
+    explicit Root(EvtSrv::EventPortManager* manager) : ModelRoot(manager) {}
+
+    unsigned receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
+                               EvtSrv::MemoryHolder* reply) override {
+      if (listener != nullptr && type == EvtTyp_Model_Lost) {
+        listener->lost(*connection);
+      } else if (listener != nullptr && type == EvtTyp_Model_Restored) {
+        listener->restored(*connection);
+      }
+      return receiveMain(sender, type, data, reply);
+    }
+
+    ConnectionListener* listener = nullptr;
+    Connection* connection = nullptr;
+  };
+
+  explicit Link(bool reconnects) : manager(EvtSrv::ConBehave_Default, reconnects) {}
+
+  EvtSrv::EventPortManager manager;
+  Root root{&manager};
   TargetPart target{root};
   std::ostringstream stream;
 
@@ -114,7 +139,8 @@ struct Connection::Link {
   }
 };
 
-Connection::Connection(double limit) : limit_(limit), link_(std::make_shared<Link>()) {}
+Connection::Connection(double limit, bool reconnects)
+    : limit_(limit), link_(std::make_shared<Link>(reconnects)) {}
 
 Connection::~Connection() = default;
 
@@ -219,13 +245,11 @@ ModelRes Connection::readValue(const Chain& chain, ModelPartIndex index, Value& 
     value = {{std::move(text)}, false};
     return result;
   }
-  std::vector<std::string> texts = splitLines(text);
-  if (texts.size() == count) {
-    value = {std::move(texts), true};
+  if (splitElements(text, count, value)) {
     return result;
   }
   // A text has line feeds of its own.
-  texts.resize(count);
+  std::vector<std::string> texts(count);
   for (unsigned i = 0; i < count; ++i) {
     result = readText(chain, static_cast<ModelPartIndex>(i), texts[i]);
     if (result != ModelSrv::ModelRes_Success) {
@@ -281,6 +305,25 @@ ModelRes Connection::storeElements(const Chain& chain, const std::vector<std::st
     }
   }
   return ModelSrv::ModelRes_Success;
+}
+
+void Connection::setListener(ConnectionListener* listener) {
+  link_->root.listener = listener;
+  link_->root.connection = this;
+}
+
+ModelRes Connection::start(ModelSrv::Watch& watch, const Chain& chain,
+                           const ModelSrv::WatchOptions& options,
+                           ModelSrv::Watch::Callback callback) {
+  return watch.start(link_->root, chain, options, std::move(callback));
+}
+
+int Connection::descriptor() const {
+  return link_->manager.pollDescriptor();
+}
+
+bool Connection::dispatch() {
+  return link_->manager.receiveEvent(0) == EvtSrv::EvtRes_Success;
 }
 
 }  // namespace treectl

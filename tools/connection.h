@@ -11,9 +11,12 @@
 #include "modelsrv/model_part.h"
 #include "modelsrv/part_description.h"
 #include "modelsrv/result.h"
+#include "modelsrv/watch.h"
 #include "tools/values.h"
 
 namespace treectl {
+
+class Connection;
 
 /// The ids from a server's root down to a part; empty for the root.
 using Chain = std::vector<ModelSrv::ModelPartId>;
@@ -24,17 +27,35 @@ struct Children {
   std::vector<std::string> names;  ///< as many; may be empty, may repeat
 };
 
+/// The value of an array of `count` elements whose texts are joined by line feeds in `text`. False,
+/// and `value` is unchanged, if that cannot be told because a text has line feeds of its own.
+[[nodiscard]] bool splitElements(std::string_view text, std::size_t count, Value& value);
+
 /// How long a request may take if the command line does not say, in seconds; also the longest that
 /// the library waits for a reply.
 inline constexpr double defaultLimit = 2;
+
+/// Hears of what a server sends by itself. Called by `Connection::dispatch`.
+class ConnectionListener {
+ public:
+  ConnectionListener() = default;
+  virtual ~ConnectionListener() = default;
+  ConnectionListener(const ConnectionListener&) = delete;
+  ConnectionListener& operator=(const ConnectionListener&) = delete;
+
+  virtual void lost(Connection& connection) = 0;
+  /// The connection is there again, with its watches.
+  virtual void restored(Connection& connection) = 0;
+};
 
 /// The connection to one server. For one thread; a request waits for its reply.
 ///
 /// After `ModelRes_Timeout` all requests fail at once until the server shows life.
 class Connection {
  public:
-  /// `limit` is how long each request may take, in seconds.
-  explicit Connection(double limit);
+  /// `limit` is how long each request may take, in seconds. With `reconnects` a lost connection is
+  /// made again while `dispatch` is called.
+  Connection(double limit, bool reconnects);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -67,6 +88,19 @@ class Connection {
   /// Stores a whole array, as many texts as it has elements.
   ModelSrv::ModelRes storeElements(const Chain& chain, const std::vector<std::string>& texts,
                                    bool passProtected, std::string& reason);
+
+  // Watches.
+
+  /// `listener` outlives this object.
+  void setListener(ConnectionListener* listener);
+  /// Starts a watch, which must end before this object does.
+  ModelSrv::ModelRes start(ModelSrv::Watch& watch, const Chain& chain,
+                           const ModelSrv::WatchOptions& options,
+                           ModelSrv::Watch::Callback callback);
+  /// Readable if `dispatch` has something to do.
+  [[nodiscard]] int descriptor() const;
+  /// Calls the listener for some of what has arrived. Does not wait; false if there was nothing.
+  bool dispatch();
 
  private:
   struct Link;

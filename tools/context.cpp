@@ -69,11 +69,16 @@ void Context::note(Status status) {
   }
 }
 
+double Context::requestLimit() const {
+  // Of `wait` it limits the whole.
+  return options_.command == Command::wait ? defaultLimit : options_.timeout.value_or(defaultLimit);
+}
+
 Context::Opened& Context::open(const std::string& server) {
   const auto [at, isNew] = servers_.try_emplace(server);
   Opened& opened = at->second;
   if (isNew) {
-    opened.connection = std::make_unique<Connection>(options_.timeout.value_or(defaultLimit));
+    opened.connection = std::make_unique<Connection>(requestLimit(), reconnects_);
     opened.result = opened.connection->open(server);
     if (opened.result == ModelSrv::ModelRes_Success) {
       reportOwner(server, *opened.connection);
@@ -99,6 +104,14 @@ Connection* Context::connect(const std::string& server, std::string_view subject
   }
   fail(statusOf(opened.result), subject, connectionError(server, opened.result));
   return nullptr;
+}
+
+ModelSrv::ModelRes Context::tryConnect(const std::string& server) {
+  const auto known = servers_.find(server);
+  if (known != servers_.end() && known->second.result != ModelSrv::ModelRes_Success) {
+    servers_.erase(known);
+  }
+  return open(server).result;
 }
 
 Connection* Context::connectIfLiving(const std::string& server) {

@@ -37,9 +37,14 @@ class Context {
   /// Keeps the status without a message.
   void note(Status status);
 
+  /// Lets connections that are made from now on come back after a loss.
+  void reconnect() { reconnects_ = true; }
+
   /// The connection to `server`, made at the first call. Null if it cannot be made; that is then a
   /// failure of `subject`.
   Connection* connect(const std::string& server, std::string_view subject);
+  /// Tries to connect again if there is no connection, without messages.
+  ModelSrv::ModelRes tryConnect(const std::string& server);
   /// The same without messages: whether there is such a server.
   Connection* connectIfLiving(const std::string& server);
 
@@ -49,6 +54,7 @@ class Context {
     ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
   };
 
+  [[nodiscard]] double requestLimit() const;
   Opened& open(const std::string& server);
   void reportOwner(const std::string& server, const Connection& connection) const;
 
@@ -57,6 +63,7 @@ class Context {
   Output output_;
   Messages messages_;
   Status status_ = Status::success;
+  bool reconnects_ = false;
   std::map<std::string, Opened, std::less<>> servers_;
 };
 

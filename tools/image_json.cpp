@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -30,7 +31,7 @@ class ImageBuilder {
     ++depth_;
     if (depth_ == 2) {
       part_ = {};
-      hasAddress_ = hasValue_ = false;
+      hasAddress_ = hasValue_ = hasEvent_ = false;
     }
     return depth_ > 1 || fail("expected an array");
   }
@@ -95,7 +96,9 @@ class ImageBuilder {
     } else if (key_ == "base") {
       image_.base = std::move(text);
     } else if (key_ == "time") {
-      image_.time = std::move(text);
+      (hasHeader_ ? part_.time : image_.time) = std::move(text);
+    } else if (key_ == "event") {
+      hasEvent_ = true;
     }
     return true;
   }
@@ -115,7 +118,10 @@ class ImageBuilder {
   bool endPart() {
     if (!hasHeader_) {
       hasHeader_ = format_ == "1";
-      return hasHeader_ || fail("expected a dump of format 1");
+      return hasHeader_ || fail("expected a header of format 1");
+    }
+    if (hasEvent_ && !hasValue_) {
+      return true;
     }
     if (!hasAddress_ || !hasValue_) {
       return fail("expected \"address\" and \"value\" in each object behind the first");
@@ -133,6 +139,7 @@ class ImageBuilder {
   bool hasHeader_ = false;
   bool hasAddress_ = false;
   bool hasValue_ = false;
+  bool hasEvent_ = false;
 };
 
 }  // namespace
@@ -144,10 +151,17 @@ bool parseJsonImage(const std::string& text, TreeImage& image, std::string& erro
     return false;
   }
   if (!builder.hasHeader()) {
-    error = "expected a dump of format 1";
+    error = "expected a header of format 1";
     return false;
   }
   return true;
+}
+
+bool parseRecording(std::string text, TreeImage& image, std::string& error) {
+  // With commas for the line feeds, the lines are the elements of an array.
+  text.resize(text.rfind('\n') == std::string::npos ? 0 : text.rfind('\n'));
+  std::replace(text.begin(), text.end(), '\n', ',');
+  return parseJsonImage('[' + text + ']', image, error);
 }
 
 }  // namespace treectl

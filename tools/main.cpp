@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "tools/commands.h"
@@ -38,24 +39,33 @@ void runCommand(Context& context) {
       return runSet(context);
     case Command::describe:
       return runDescribe(context);
+    case Command::watch:
+      return runWatch(context);
+    case Command::wait:
+      return runWait(context);
     case Command::dump:
       return runDump(context);
     case Command::restore:
       return runRestore(context);
     case Command::diff:
       return runDiff(context);
+    case Command::record:
+      return runRecord(context);
+    case Command::replay:
+      return runReplay(context);
     case Command::help:
       return runHelp(context);
   }
 }
 
-Status run(const std::vector<std::string_view>& words) {
+/// `holder` keeps the context until the program ends: the kernel closes its connections faster.
+Status run(const std::vector<std::string_view>& words, std::optional<Context>& holder) {
   auto parsed = parseOptions(words);
   if (const auto* problem = std::get_if<std::string>(&parsed)) {
     Messages().print(*problem);
     return Status::usage;
   }
-  Context context(std::move(std::get<Options>(parsed)));
+  Context& context = holder.emplace(std::move(std::get<Options>(parsed)));
   const Options& options = context.options();
   if (options.version) {
     context.output().text() += "treectl " TREECTL_VERSION "\n";
@@ -78,9 +88,10 @@ Status run(const std::vector<std::string_view>& words) {
 int main(int argc, char** argv) {
   prepareStandardStreams();
   Status status = Status::ioError;
+  std::optional<Context> context;
   try {
     const std::vector<std::string_view> words(argv + (argc > 0 ? 1 : 0), argv + argc);
-    status = run(words);
+    status = run(words, context);
   } catch (const std::bad_alloc&) {
     Messages().print("out of memory");
   }

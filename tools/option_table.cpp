@@ -1,6 +1,7 @@
 #include "tools/option_table.h"
 
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 
@@ -9,6 +10,16 @@ namespace treectl {
 namespace {
 
 using Problem = std::optional<std::string>;
+
+std::optional<unsigned long> parseWhole(std::string_view text) {
+  unsigned long number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, code] = std::from_chars(text.data(), end, number);
+  if (text.empty() || code != std::errc{} || stop != end) {
+    return std::nullopt;
+  }
+  return number;
+}
 
 /// A decimal number that is not negative. The C library's function is there anyway.
 std::optional<double> parseNumber(std::string_view text) {
@@ -37,6 +48,24 @@ Problem setSeconds(Options& options, std::string_view text) {
 template <bool Options::*target>
 Problem setFlag(Options& options, std::string_view /*text*/) {
   options.*target = true;
+  return std::nullopt;
+}
+
+Problem setCount(Options& options, std::string_view text) {
+  const auto count = parseWhole(text);
+  if (!count || *count == 0) {
+    return "expected a number of lines from 1";
+  }
+  options.count = *count;
+  return std::nullopt;
+}
+
+Problem setSpeed(Options& options, std::string_view text) {
+  const auto speed = parseNumber(text);
+  if (!speed || *speed <= 0) {
+    return "expected a number above 0";
+  }
+  options.speed = *speed;
   return std::nullopt;
 }
 
@@ -83,13 +112,18 @@ constexpr CommandRow commandRows[] = {
     {Command::get, "get", "ADDRESS...", "print values", 1, anyNumber},
     {Command::set, "set", "ADDRESS VALUE [ADDRESS VALUE]...", "store values", 1, anyNumber},
     {Command::describe, "describe", "ADDRESS...", "print what parts are", 1, anyNumber},
+    {Command::watch, "watch", "ADDRESS...", "print values and their changes", 1, anyNumber},
+    {Command::wait, "wait", "ADDRESS OP [VALUE]", "wait until a condition holds", 2, 3},
     {Command::dump, "dump", "ADDRESS", "write a subtree as JSON", 1, 1},
     {Command::restore, "restore", "FILE [ADDRESS]", "store what a dump has", 1, 2},
     {Command::diff, "diff", "A [B]", "compare dumps and live trees", 1, 2},
+    {Command::record, "record", "ADDRESS...", "write changes into a file", 1, anyNumber},
+    {Command::replay, "replay", "FILE", "store what a recording has, at its pace", 1, 1},
     {Command::help, "help", "[COMMAND]", "explain a command", 0, 1},
 };
 
 constexpr CommandSet everyCommand = ~CommandSet{0};
+constexpr CommandSet watchOnly = setOf(Command::watch);
 
 constexpr OptionRow optionRows[] = {
     {"--wait", 0, setOf(Command::servers), "NAME", "return when this server is up, too",
@@ -101,7 +135,7 @@ constexpr OptionRow optionRows[] = {
     {"--raw", 0, setOf(Command::get), "", "the bytes of the one value as they are",
      setFlag<&Options::raw>},
     {"--stop", 0, setOf(Command::set), "", "end at the first refusal", setFlag<&Options::stop>},
-    {"--protected", 0, setOf(Command::set) | setOf(Command::restore), "",
+    {"--protected", 0, setOf(Command::set) | setOf(Command::restore) | setOf(Command::replay), "",
      "store in protected parts, too", setFlag<&Options::passProtected>},
     {"--array", 0, setOf(Command::set), "", "store a whole array: ADDRESS VALUE...",
      setFlag<&Options::array>},
@@ -109,10 +143,24 @@ constexpr OptionRow optionRows[] = {
      setFlag<&Options::fromInput>},
     {"--dry-run", 0, setOf(Command::restore), "", "print what would be stored",
      setFlag<&Options::dryRun>},
-    {"--output", 'o', setOf(Command::dump), "FILE", "write into a file", setFile},
+    {"--time", 0, watchOnly, "", "print the time of each change", setFlag<&Options::time>},
+    {"--count", 0, watchOnly, "N", "end after N lines", setCount},
+    {"--for", 0, watchOnly | setOf(Command::wait) | setOf(Command::record), "SECONDS",
+     "watch, record: end after that time; wait: hold that long", setSeconds<&Options::duration>},
+    {"--changes", 0, watchOnly, "", "leave the first values out", setFlag<&Options::changes>},
+    {"--every", 0, watchOnly, "SECONDS", "at most one line an address in that time",
+     setSeconds<&Options::every>},
+    {"--csv", 0, watchOnly, "", "a row a change, a column an address", setFlag<&Options::csv>},
+    {"--fail-on-loss", 0, watchOnly, "", "end when a server is lost",
+     setFlag<&Options::failOnLoss>},
+    {"--output", 'o', setOf(Command::dump) | setOf(Command::record), "FILE", "write into a file",
+     setFile},
+    {"--speed", 0, setOf(Command::replay), "X", "times as fast as it was recorded", setSpeed},
+    {"--as-fast-as-possible", 0, setOf(Command::replay), "", "without waiting",
+     setFlag<&Options::fast>},
     {"--json", 0, everyCommand, "", "print JSON, an object a line", setFlag<&Options::json>},
     {"--server", 's', everyCommand, "NAME", "addresses begin at this server's root", setServer},
-    {"--timeout", 0, everyCommand, "SECONDS", "the longest time to wait (default: 2)",
+    {"--timeout", 0, everyCommand, "SECONDS", "the longest time to wait (default: 2; wait: none)",
      setSeconds<&Options::timeout>},
     {"--quiet", 'q', everyCommand, "", "print no messages", setFlag<&Options::quiet>},
     {"--color", 0, everyCommand, "WHEN", "auto, always or never", setColor},

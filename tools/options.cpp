@@ -38,7 +38,7 @@ class Parser {
 
  private:
   Problem readWord(std::string_view word) {
-    if (onlyOperands_ || word == "-" || !word.starts_with('-')) {
+    if (onlyOperands_ || word == "-" || !word.starts_with('-') || isValueOfWait()) {
       return readOperand(word);
     }
     if (word == "--") {
@@ -46,6 +46,12 @@ class Parser {
       return std::nullopt;
     }
     return word.starts_with("--") ? readLongOption(word) : readLetters(word);
+  }
+
+  /// The third operand of `wait` is a value, such as -7.
+  [[nodiscard]] bool isValueOfWait() const {
+    return command_ == Command::wait && options_.operands.size() == 2 &&
+           options_.operands[1] != "changed";
   }
 
   Problem readOperand(std::string_view word) {
@@ -159,6 +165,9 @@ class Parser {
     }
     if (options_.raw && (options_.json || count > 1)) {
       return options_.json ? "--raw: not together with --json" : "--raw: expected one address";
+    }
+    if (*command_ == Command::record && options_.file.empty()) {
+      return "record: missing -o FILE";
     }
     return *command_ == Command::set ? checkSet(count) : std::nullopt;
   }

@@ -16,9 +16,13 @@ enum class Command {
   get,
   set,
   describe,
+  watch,
+  wait,
   dump,
   restore,
   diff,
+  record,
+  replay,
   help,
 };
 
@@ -48,6 +52,15 @@ struct Options {
   bool array = false;
   bool fromInput = false;  ///< `--stdin`
   bool dryRun = false;
+  bool time = false;
+  bool changes = false;
+  bool csv = false;
+  bool failOnLoss = false;
+  bool fast = false;
+  std::optional<unsigned long> count;
+  std::optional<double> duration;  ///< `--for`, in seconds
+  std::optional<double> every;     ///< in seconds
+  std::optional<double> speed;
   std::string file;  ///< `-o`; empty if not given
 };
 

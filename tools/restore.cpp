@@ -1,5 +1,3 @@
-#include <signal.h>
-
 #include <charconv>
 #include <optional>
 #include <unordered_map>
@@ -32,7 +30,7 @@ class Restorer {
     }
     printSummary(file.parts.size() - done);
     if (const int signal = StopSignals::received()) {
-      context_.note(signal == SIGINT ? Status::interrupted : Status::terminated);
+      context_.note(statusOfSignal(signal));
     } else if (refused_ > 0) {
       context_.note(Status::refused);
     }

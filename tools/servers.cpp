@@ -35,7 +35,7 @@ struct Probe {
 };
 
 void probe(Probe& target, double limit) {
-  Connection connection(limit);
+  Connection connection(limit, false);
   target.result = connection.open(target.server);
 }
 

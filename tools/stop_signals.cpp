@@ -38,8 +38,28 @@ StopSignals::~StopSignals() {
   }
 }
 
+Status statusOfSignal(int signal) {
+  return signal == SIGINT ? Status::interrupted : Status::terminated;
+}
+
 int StopSignals::received() {
   return lastSignal;
+}
+
+int StopSignals::waitFor(pollfd* descriptors, std::size_t count, int milliseconds) {
+  sigset_t blocked;
+  sigset_t before;
+  sigemptyset(&blocked);
+  for (const int number : stopSignals) {
+    sigaddset(&blocked, number);
+  }
+  sigprocmask(SIG_BLOCK, &blocked, &before);
+  timespec limit{milliseconds / 1000, milliseconds % 1000 * 1000000L};
+  const int result =
+      lastSignal != 0 ? -1
+                      : ::ppoll(descriptors, count, milliseconds < 0 ? nullptr : &limit, &before);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  return result;
 }
 
 }  // namespace treectl

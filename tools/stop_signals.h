@@ -1,5 +1,11 @@
 #pragma once
 
+#include <poll.h>
+
+#include <cstddef>
+
+#include "tools/status.h"
+
 namespace treectl {
 
 /// Notes SIGINT and SIGTERM instead of ending the program, for the lifetime of the object, so that
@@ -14,6 +20,12 @@ class StopSignals {
 
   /// The last signal; 0 if there was none.
   [[nodiscard]] static int received();
+
+  /// As poll(2), which a signal ends: also one that comes just before it waits.
+  static int waitFor(pollfd* descriptors, std::size_t count, int milliseconds);
 };
+
+/// The exit status after that signal.
+[[nodiscard]] Status statusOfSignal(int signal);
 
 }  // namespace treectl

@@ -1,13 +1,11 @@
 #include "tools/tree_image.h"
 
-#include <sys/time.h>
-
 #include <cstdlib>
-#include <ctime>
 #include <utility>
 
 #include "tools/json_object.h"
 #include "tools/match.h"
+#include "tools/time_text.h"
 #include "tools/tree_walk.h"
 
 namespace treectl {
@@ -175,14 +173,7 @@ bool isSameValue(const Value& one, const Value& other, const std::string& type) 
 }
 
 std::string timeNow() {
-  timeval now{};
-  ::gettimeofday(&now, nullptr);
-  tm parts{};
-  ::gmtime_r(&now.tv_sec, &parts);
-  char text[64];
-  const std::size_t size = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  const std::string digits = std::to_string(1000000 + now.tv_usec);
-  return std::string(text, size) + '.' + digits.substr(1) + 'Z';
+  return utcTime(microsecondsNow());
 }
 
 }  // namespace treectl

@@ -15,6 +15,7 @@ struct ImagePart {
   std::string type;     ///< empty if it is not known
   std::string access;   ///< "rw", "ro", "protected", or empty
   Value value;
+  std::string time;  ///< of a recording
   // Of a live tree, else empty.
   Connection* connection = nullptr;
   Chain chain;
@@ -43,6 +44,10 @@ void appendImage(std::string& out, const TreeImage& image);
 [[nodiscard]] bool parseJsonImage(const std::string& text, TreeImage& image, std::string& error);
 [[nodiscard]] bool parseSavedCommands(const std::string& text, TreeImage& image,
                                       std::string& error);
+
+/// Parses a recording: a header, then a change a line, which become the parts. An incomplete last
+/// line is left out, and so are losses of servers.
+[[nodiscard]] bool parseRecording(std::string text, TreeImage& image, std::string& error);
 
 /// Whether two values are the same: numbers by value, others by bytes.
 [[nodiscard]] bool isSameValue(const Value& one, const Value& other, const std::string& type);

@@ -47,16 +47,41 @@ TreeWalk::TreeWalk(Connection& connection, Chain start, std::string address,
       address_(std::move(address)),
       startDepth_(chain_.size()) {}
 
-void TreeWalk::setPending(Positions positions) {
-  // A name for any number of levels may stand for none.
+std::vector<std::size_t> withSkippedNames(const std::vector<NamePattern>& names,
+                                          std::vector<std::size_t> positions) {
   for (std::size_t i = 0; i < positions.size(); ++i) {
     const std::size_t after = positions[i] + 1;
-    if (positions[i] < names_.size() && names_[positions[i]].isAnyDepth() &&
+    if (positions[i] < names.size() && names[positions[i]].isAnyDepth() &&
         std::find(positions.begin(), positions.end(), after) == positions.end()) {
       positions.push_back(after);
     }
   }
-  pending_ = std::move(positions);
+  return positions;
+}
+
+std::vector<std::size_t> matchChild(const std::vector<NamePattern>& names,
+                                    const std::vector<std::size_t>& positions,
+                                    const ChildName& child) {
+  std::vector<std::size_t> left;
+  for (const std::size_t position : positions) {
+    if (position == names.size()) {
+      continue;
+    }
+    const NamePattern& name = names[position];
+    const bool isMatch = name.hasWildcards() ? name.matches(child.name)
+                         : name.childId()    ? *name.childId() == child.id
+                                             : child.isNamed && name.bytes() == child.name;
+    if (name.isAnyDepth()) {
+      left.push_back(position);
+    } else if (isMatch) {
+      left.push_back(position + 1);
+    }
+  }
+  return withSkippedNames(names, std::move(left));
+}
+
+void TreeWalk::setPending(Positions positions) {
+  pending_ = withSkippedNames(names_, std::move(positions));
 }
 
 bool TreeWalk::isMatch() const {

@@ -27,6 +27,24 @@ class ChildLabels {
 [[nodiscard]] std::optional<std::size_t> findChild(const Children& children,
                                                    const NamePattern& name);
 
+/// A child that names are matched with.
+struct ChildName {
+  const std::string& name;
+  ModelSrv::ModelPartId id;
+  bool isNamed;  ///< whether the name is not empty and the first one of its kind
+};
+
+/// Positions in a list of names, each of which may have to be matched next. The names for any
+/// number of levels may stand for none: adds the positions behind them.
+[[nodiscard]] std::vector<std::size_t> withSkippedNames(const std::vector<NamePattern>& names,
+                                                        std::vector<std::size_t> positions);
+
+/// The positions behind those whose name stands for the child. The size of `names` among them means
+/// that the child itself matches.
+[[nodiscard]] std::vector<std::size_t> matchChild(const std::vector<NamePattern>& names,
+                                                  const std::vector<std::size_t>& positions,
+                                                  const ChildName& child);
+
 /// Finds the nodes and parts of a tree that an address stands for, depth first and in the server's
 /// order. The levels are kept in a list: a recursive function would overflow the stack on a deep
 /// tree.

@@ -145,8 +145,8 @@ TEST_F(Dump, IsAlsoWhatTheShellSaves) {
 
 TEST_F(Dump, IsRejectedIfItIsNone) {
   const std::pair<const char*, const char*> cases[] = {
-      {"[{\"format\":2}]", "expected a dump of format 1"},
-      {"[]", "expected a dump of format 1"},
+      {"[{\"format\":2}]", "expected a header of format 1"},
+      {"[]", "expected a header of format 1"},
       {"{\"format\":1}", "expected an array"},
       {"[{\"format\":1},", "no JSON at byte 15"},
       {"[{\"format\":1},{\"address\":\"/x\"}]",

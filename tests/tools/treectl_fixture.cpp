@@ -1,5 +1,7 @@
 #include "tests/tools/treectl_fixture.h"
 
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace treectl {
@@ -44,6 +46,12 @@ std::string TreectlTest::filled(std::string text) const {
     }
   }
   return text;
+}
+
+std::size_t TreectlTest::fileSize(const std::string& name) const {
+  std::error_code error;
+  const auto size = std::filesystem::file_size(files_.file(name), error);
+  return error ? 0 : static_cast<std::size_t>(size);
 }
 
 void TreectlTest::expect(const Expected& run) {

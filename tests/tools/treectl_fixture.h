@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,9 +42,13 @@ class TreectlTest : public testing::Test {
   test_support::ModelServer& server() { return server_; }
   test_support::ScratchDirectory& files() { return files_; }
 
- private:
+  /// The size of a file in the directory; 0 if there is none.
+  [[nodiscard]] std::size_t fileSize(const std::string& name) const;
+
+  /// The description of the tree.
   static const std::string_view tree;
 
+ private:
   test_support::ModelServer server_{test_support::ModelServer::ofTree(tree)};
   test_support::ScratchDirectory files_;
 };

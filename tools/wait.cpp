@@ -1,0 +1,184 @@
+#include <algorithm>
+#include <utility>
+
+#include "tools/commands.h"
+#include "tools/condition.h"
+#include "tools/mailbox_watch.h"
+#include "tools/stop_signals.h"
+#include "tools/watcher.h"
+
+namespace treectl {
+
+namespace {
+
+using Clock = Watcher::Clock;
+
+Clock::time_point after(double seconds) {
+  return Clock::now() +
+         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+/// Waits until the value of one part fulfils a condition.
+class Waiter {
+ public:
+  Waiter(Context& context, Condition condition)
+      : context_(context), condition_(std::move(condition)), watcher_(context, true) {
+    if (context.options().timeout) {
+      end_ = after(*context.options().timeout);
+    }
+  }
+
+  void run(const Address& address) {
+    const StopSignals signals;
+    address_ = address.text;
+    if (!awaitServer(address) || !isPart(address) || !watcher_.start({address}) ||
+        context_.status() != Status::success) {
+      return;
+    }
+    while (!isDone_) {
+      std::optional<Clock::time_point> deadline = end_;
+      if (holdsUntil_ && (!deadline || *holdsUntil_ < *deadline)) {
+        deadline = holdsUntil_;
+      }
+      for (const Change& change : watcher_.wait(deadline)) {
+        take(change);
+      }
+      checkTime();
+    }
+  }
+
+ private:
+  /// Waits until the server accepts a connection. Other failures end the command.
+  bool awaitServer(const Address& address) {
+    context_.reconnect();
+    MailboxWatch mailboxes;
+    while (!isDone_) {
+      const ModelSrv::ModelRes result = context_.tryConnect(address.server.bytes());
+      if (result == ModelSrv::ModelRes_Success) {
+        return true;
+      }
+      if (result != ModelSrv::ModelRes_NotConnected && result != ModelSrv::ModelRes_Timeout &&
+          result != ModelSrv::ModelRes_Refused) {
+        context_.fail(statusOf(result), address_, connectionError(address.server.bytes(), result));
+        return false;
+      }
+      constexpr double longestPause = 0.5;
+      const double left =
+          end_ ? std::chrono::duration<double>(*end_ - Clock::now()).count() : longestPause;
+      mailboxes.wait(std::clamp(left, 0.0, longestPause));
+      checkTime();
+    }
+    return false;
+  }
+
+  bool isPart(const Address& address) {
+    forEachMatch(context_, address, [&](const Match& match) {
+      ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
+      if (match.index == ModelSrv::ModelPartIndex_All &&
+          isNode(*match.connection, match.chain, result)) {
+        context_.fail(Status::notFound, match.shown(), "a node has no value");
+      } else if (result == ModelSrv::ModelRes_Success) {
+        checkPresent(match);
+      }
+      return Visit::taken;
+    });
+    return context_.status() == Status::success && !isDone_;
+  }
+
+  /// Ends at once if the condition holds, which needs no watch.
+  void checkPresent(const Match& match) {
+    ModelSrv::PartDescription description;
+    Value value;
+    isDone_ =
+        !condition_.isChange() && !context_.options().duration &&
+        match.connection->readDescription(match.chain, description) == ModelSrv::ModelRes_Success &&
+        match.connection->readValue(match.chain, match.index, value) ==
+            ModelSrv::ModelRes_Success &&
+        holds(value, description).value_or(false);
+  }
+
+  [[nodiscard]] std::optional<bool> holds(const Value& value,
+                                          const ModelSrv::PartDescription& description) const {
+    std::string text;
+    for (std::size_t i = 0; i < value.texts.size(); ++i) {
+      text += (i == 0 ? "" : " ") + value.texts[i];
+    }
+    return condition_.holds(text, value.isArray ? "" : description.type);
+  }
+
+  void take(const Change& change) {
+    if (isDone_) {
+      return;
+    }
+    if (change.event != Change::Event::value) {
+      // Whether it has held meanwhile, nobody knows.
+      holdsUntil_.reset();
+      return;
+    }
+    if (condition_.isChange()) {
+      isDone_ = !change.isFirst;
+      return;
+    }
+    // Of an array of which one element has changed, too.
+    const auto holdsNow = holds(*change.part->value, *change.part->description);
+    if (!holdsNow) {
+      context_.fail(Status::usage, address_, "expected a number to compare with");
+      isDone_ = true;
+      return;
+    }
+    // A change that stands for several may have been a break.
+    if (!*holdsNow || change.changes > 1) {
+      holdsUntil_.reset();
+    }
+    if (*holdsNow && !holdsUntil_) {
+      holdsUntil_ = after(context_.options().duration.value_or(0));
+    }
+  }
+
+  void checkTime() {
+    const auto now = Clock::now();
+    if (isDone_) {
+      return;
+    }
+    if (const int signal = StopSignals::received()) {
+      isDone_ = true;
+      context_.note(statusOfSignal(signal));
+    } else if (holdsUntil_ && *holdsUntil_ <= now) {
+      isDone_ = true;
+    } else if (end_ && *end_ <= now) {
+      isDone_ = true;
+      context_.fail(Status::timeout, address_, "the condition did not hold in time");
+    }
+  }
+
+  Context& context_;
+  Condition condition_;
+  Watcher watcher_;
+  std::string address_;
+  std::optional<Clock::time_point> end_;
+  std::optional<Clock::time_point> holdsUntil_;  ///< set while the condition holds
+  bool isDone_ = false;
+};
+
+}  // namespace
+
+void runWait(Context& context) {
+  const std::vector<std::string>& operands = context.options().operands;
+  const std::string* const value = operands.size() == 3 ? &operands[2] : nullptr;
+  std::vector<Address> addresses;
+  if (!parseAddresses(context, {operands[0]}, addresses)) {
+    return;
+  }
+  auto problem = Condition::check(operands[1], value);
+  if (addresses.front().hasWildcards()) {
+    problem = printable(operands[0]) + ": no wildcards in an address of wait";
+  }
+  if (problem) {
+    context.messages().print(*problem);
+    context.note(Status::usage);
+    return;
+  }
+  Waiter(context, Condition(operands[1], value == nullptr ? "" : *value)).run(addresses.front());
+}
+
+}  // namespace treectl

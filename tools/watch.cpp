@@ -1,0 +1,289 @@
+#include <unistd.h>
+
+#include <map>
+#include <utility>
+
+#include "tools/change_json.h"
+#include "tools/commands.h"
+#include "tools/stop_signals.h"
+#include "tools/watcher.h"
+
+namespace treectl {
+
+namespace {
+
+using Clock = Watcher::Clock;
+
+Clock::time_point after(double seconds) {
+  return Clock::now() +
+         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+/// Prints changes as lines, one for each.
+class WatchPrinter {
+ public:
+  explicit WatchPrinter(Context& context) : context_(context), options_(context.options()) {}
+
+  /// Whether the output is at its end.
+  [[nodiscard]] bool isDone() const {
+    return (options_.count && lines_ >= *options_.count) || context_.output().error() != 0 ||
+           (options_.failOnLoss && hasLost_);
+  }
+  [[nodiscard]] bool hasLost() const { return hasLost_; }
+
+  void print(const Change& change) {
+    if (isDone()) {
+      return;
+    }
+    hasLost_ = hasLost_ || change.event == Change::Event::lost;
+    std::string& out = context_.output().text();
+    if (options_.json) {
+      appendJsonChange(out, change);
+    } else {
+      appendLine(out, change);
+    }
+    ++lines_;
+    context_.output().writeIfLarge();
+  }
+
+  /// Prints the row of a table: the time, and the present value of each part.
+  void printRow(const Watcher& watcher, std::int64_t time) {
+    if (isDone()) {
+      return;
+    }
+    std::string& out = context_.output().text();
+    out += utcTime(time);
+    watcher.forEachPart([&](WatchedPart& part) {
+      std::string field;
+      if (part.value) {
+        appendPlain(field, *part.value);
+      }
+      appendField(out, field);
+    });
+    out += '\n';
+    ++lines_;
+    context_.output().writeIfLarge();
+  }
+
+  void printHeader(const Watcher& watcher) {
+    std::string& out = context_.output().text();
+    out += "time";
+    watcher.forEachPart([&](WatchedPart& part) { appendField(out, part.address); });
+    out += '\n';
+  }
+
+ private:
+  void appendLine(std::string& out, const Change& change) const {
+    if (options_.time) {
+      out += localTime(change.time);
+      out += '\t';
+    }
+    out += change.address;
+    out += '\t';
+    if (change.event != Change::Event::value) {
+      out += change.event == Change::Event::lost ? "!lost" : "!restored";
+    } else {
+      const std::size_t begin = out.size();
+      appendPlain(out, change.value);
+      // Only an event begins like this.
+      if (out.size() > begin && out[begin] == '!') {
+        out.insert(begin, 1, '\\');
+      }
+    }
+    out += '\n';
+  }
+
+  /// A field of a CSV row, with the comma in front (RFC 4180).
+  static void appendField(std::string& out, std::string_view text) {
+    out += ',';
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+      out += text;
+      return;
+    }
+    out += '"';
+    for (const char byte : text) {
+      out += byte;
+      if (byte == '"') {
+        out += byte;
+      }
+    }
+    out += '"';
+  }
+
+  Context& context_;
+  const Options& options_;
+  unsigned long lines_ = 0;
+  bool hasLost_ = false;
+};
+
+/// Holds changes back that come too soon after the last line of their address.
+class Pacer {
+ public:
+  explicit Pacer(double seconds)
+      : interval_(
+            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))) {}
+
+  /// Whether the change is due now. Otherwise it is kept, in place of an earlier one.
+  bool admit(const Change& change, Clock::time_point now) {
+    Slot& slot = slots_[change.address];
+    if (slot.waiting || now < slot.next) {
+      slot.waiting = change;
+      return false;
+    }
+    slot.next = now + interval_;
+    return true;
+  }
+
+  /// Removes and returns what has waited long enough.
+  std::vector<Change> takeDue(Clock::time_point now) {
+    std::vector<Change> due;
+    for (auto& [address, slot] : slots_) {
+      if (slot.waiting && slot.next <= now) {
+        due.push_back(std::move(*slot.waiting));
+        slot.waiting.reset();
+        slot.next = now + interval_;
+      }
+    }
+    return due;
+  }
+
+  [[nodiscard]] std::optional<Clock::time_point> deadline() const {
+    std::optional<Clock::time_point> first;
+    for (const auto& [address, slot] : slots_) {
+      if (slot.waiting && (!first || slot.next < *first)) {
+        first = slot.next;
+      }
+    }
+    return first;
+  }
+
+ private:
+  struct Slot {
+    Clock::time_point next;
+    std::optional<Change> waiting;
+  };
+
+  Clock::duration interval_;
+  std::map<std::string, Slot> slots_;
+};
+
+/// Runs a watch until its end.
+class WatchRun {
+ public:
+  explicit WatchRun(Context& context)
+      : context_(context),
+        options_(context.options()),
+        watcher_(context, options_.json),
+        printer_(context) {
+    if (options_.every) {
+      pacer_.emplace(*options_.every);
+    }
+    if (options_.duration) {
+      end_ = after(*options_.duration);
+    }
+  }
+
+  void run() {
+    const StopSignals signals;
+    std::vector<Address> addresses;
+    if (!parseAddresses(context_, options_.operands, addresses) || !watcher_.start(addresses)) {
+      return;
+    }
+    while (!printer_.isDone() && StopSignals::received() == 0 && !(end_ && *end_ <= Clock::now())) {
+      const std::vector<Change> changes = watcher_.wait(nextDeadline());
+      if (options_.csv) {
+        printRows(changes);
+      } else {
+        printLines(changes);
+      }
+      context_.output().flush();
+    }
+    // What was held back is the last value of its address.
+    if (pacer_ && !options_.csv) {
+      for (const Change& change : pacer_->takeDue(Clock::time_point::max())) {
+        printer_.print(change);
+      }
+    }
+    if (options_.failOnLoss && printer_.hasLost()) {
+      context_.note(Status::noServer);
+    }
+    if (const int signal = StopSignals::received()) {
+      context_.note(statusOfSignal(signal));
+    }
+  }
+
+ private:
+  [[nodiscard]] std::optional<Clock::time_point> nextDeadline() const {
+    std::optional<Clock::time_point> deadline = end_;
+    const auto consider = [&](std::optional<Clock::time_point> other) {
+      if (other && (!deadline || *other < *deadline)) {
+        deadline = other;
+      }
+    };
+    if (pacer_) {
+      consider(pacer_->deadline());
+    }
+    if (hasRow_) {
+      consider(nextRow_);
+    }
+    return deadline;
+  }
+
+  void printLines(const std::vector<Change>& changes) {
+    const auto now = Clock::now();
+    if (pacer_) {
+      for (const Change& change : pacer_->takeDue(now)) {
+        printer_.print(change);
+      }
+    }
+    for (const Change& change : changes) {
+      if (options_.changes && change.isFirst) {
+        continue;
+      }
+      if (change.event != Change::Event::value || !pacer_ || pacer_->admit(change, now)) {
+        printer_.print(change);
+      }
+    }
+  }
+
+  /// One row for all changes that came together, the first when all values are known.
+  void printRows(const std::vector<Change>& changes) {
+    if (!watcher_.isComplete()) {
+      return;
+    }
+    for (const Change& change : changes) {
+      hasRow_ = hasRow_ || change.event == Change::Event::value;
+      hasLost_ = hasLost_ || change.event == Change::Event::lost;
+    }
+    if (!hasHeader_) {
+      hasHeader_ = true;
+      printer_.printHeader(watcher_);
+      hasRow_ = !options_.changes;
+    }
+    const auto now = Clock::now();
+    if (hasRow_ && nextRow_ <= now) {
+      hasRow_ = false;
+      printer_.printRow(watcher_, microsecondsNow());
+      nextRow_ = options_.every ? after(*options_.every) : now;
+    }
+  }
+
+  Context& context_;
+  const Options& options_;
+  Watcher watcher_;
+  WatchPrinter printer_;
+  std::optional<Pacer> pacer_;
+  std::optional<Clock::time_point> end_;
+  bool hasHeader_ = false;
+  bool hasRow_ = false;
+  bool hasLost_ = false;
+  Clock::time_point nextRow_;
+};
+
+}  // namespace
+
+void runWatch(Context& context) {
+  WatchRun(context).run();
+}
+
+}  // namespace treectl

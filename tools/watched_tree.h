@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "modelsrv/watch.h"
+#include "tools/match.h"
+
+namespace treectl {
+
+/// A part, or an element, whose changes are watched.
+struct WatchedPart {
+  Chain chain;
+  ModelSrv::ModelPartIndex index = ModelSrv::ModelPartIndex_All;
+  std::string address;      ///< printed
+  std::string elementName;  ///< of the index; empty if there is none
+  std::optional<ModelSrv::PartDescription> description;
+  std::optional<Value> value;  ///< the last one
+};
+
+/// Something that a watch reports.
+struct Change {
+  enum class Event { value, lost, restored };
+
+  Event event = Event::value;
+  WatchedPart* part = nullptr;  ///< of a value; valid until the watcher dispatches again
+  std::string address;          ///< printed, with the index of an element that changed
+  std::string elementName;
+  Value value;
+  std::int64_t time = 0;      ///< in microseconds since 1970
+  std::uint32_t changes = 0;  ///< how many it stands for; 0 for a current value
+  bool isFirst = false;       ///< whether it is the value at the beginning of the watch
+};
+
+/// What one address stands for on one server: a part, an element, or everything below a node that
+/// matches. Follows parts that come and go. For one thread.
+class WatchedTree {
+ public:
+  /// `typed` says whether descriptions are needed for all parts.
+  WatchedTree(Connection& connection, bool typed) : connection_(connection), typed_(typed) {}
+  WatchedTree(const WatchedTree&) = delete;
+  WatchedTree& operator=(const WatchedTree&) = delete;
+
+  /// Watches one part or element.
+  ModelSrv::ModelRes startPart(const Match& match);
+
+  /// Watches all parts below `match` that `names` stand for, which outlive this object.
+  ModelSrv::ModelRes startBelow(const Match& match, std::vector<NamePattern> names);
+
+  /// Reports the present values of the parts of which nothing else is reported: those that take no
+  /// subscriptions.
+  void complete();
+
+  /// Where changes go, until the next dispatch.
+  void setOutput(std::vector<Change>* changes) { changes_ = changes; }
+
+  /// Whether all current values have been reported once.
+  [[nodiscard]] bool isComplete() const { return isComplete_; }
+
+  [[nodiscard]] Connection& connection() const { return connection_; }
+
+  /// Calls `visit` for each part that has a value, in the order of the chains.
+  void forEachPart(const std::function<void(WatchedPart&)>& visit);
+
+ private:
+  struct ChainHash {
+    std::size_t operator()(const Chain& chain) const {
+      return std::hash<std::string_view>()(
+          {reinterpret_cast<const char*>(chain.data()), chain.size() * sizeof(chain.front())});
+    }
+  };
+
+  /// A node or part that the watch has reported.
+  struct Entry {
+    WatchedPart part;
+    std::string name;
+    std::vector<std::size_t> positions;     ///< in `names_`: what is left to match below
+    std::unordered_set<std::string> names;  ///< of the children
+    bool isNode = false;
+    bool matches = false;
+    bool isStale = false;  ///< not reported since the watch began anew
+  };
+
+  ModelSrv::ModelRes start(const Chain& chain, const ModelSrv::WatchOptions& options);
+  void handle(const ModelSrv::WatchEvent& event);
+  void add(const ModelSrv::WatchEvent& event);
+  void remove(const Chain& chain);
+  void reportValue(const ModelSrv::WatchEvent& event);
+  void report(Entry& entry, const ModelSrv::WatchEvent& event, std::string_view text);
+  bool takeWhole(WatchedPart& part, const ModelSrv::WatchEvent& event, std::string_view text,
+                 Change& change);
+  bool takeElement(WatchedPart& part, const ModelSrv::WatchEvent& event, std::string_view text,
+                   Change& change);
+  /// Whether the value may have several elements, and how many; 0 for a single value.
+  unsigned elementsOf(WatchedPart& part, std::string_view text);
+  void describe(WatchedPart& part);
+
+  Connection& connection_;
+  bool typed_;
+  std::vector<NamePattern> names_;
+  std::unordered_map<Chain, Entry, ChainHash> entries_;
+  Chain base_;
+  Chain key_;  ///< reused
+  std::vector<Change>* changes_ = nullptr;
+  bool isComplete_ = false;
+  ModelSrv::Watch watch_;  ///< the last member: it ends first
+};
+
+}  // namespace treectl
