@@ -2,9 +2,7 @@
 
 #include <chrono>
 
-#include "tests/platform/evtsrv/evtsrv_fixture.h"
-#include "tests/platform/evtsrv/poll_loop.h"
-#include "tests/support/own_mounts.h"
+#include "tests/platform/evtsrv/return_fixture.h"
 
 // A client's connection after a loss: the dispatches of its manager make it again.
 
@@ -12,60 +10,6 @@ namespace EvtSrv::internal {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// A client that records its connection's life, and is driven by nothing but its poll
-/// descriptor.
-class ReturningClient : public EchoClient {
- public:
-  using EchoClient::EchoClient;
-
-  void connectionLost() override { ++losses; }
-  void connectionMade() override { ++returns; }
-  void replyReceived(std::uint16_t replyCode) override { replies.push_back(replyCode); }
-
-  evtsrv_tests::PollLoop loop{core.pollDescriptor(),
-                              [this] { static_cast<void>(core.receive(0)); }};
-  int losses = 0;
-  int returns = 0;
-  std::vector<std::uint16_t> replies;
-};
-
-class Return : public testing::Test {
- protected:
-  /// The client watches /tmp while its server is away: files that others make there wake it.
-  static void SetUpTestSuite() {
-    static const bool mounted = test_support::haveOwnMounts() && test_support::mountOwnTmp();
-    othersDisturb = !mounted;
-  }
-  static inline bool othersDisturb = false;
-  /// Whether so many wake-ups are those of a client that waits; without a /tmp of its own
-  /// their number tells nothing.
-  static bool isFew(int wakeUps) { return wakeUps < 20 || othersDisturb; }
-
-  void SetUp() override {
-    startServer();
-    ASSERT_EQ(client.connect(name), EvtRes_Success);
-  }
-  void TearDown() override { ::unlink(mailboxPath(name).c_str()); }
-
-  void startServer() {
-    server.emplace();
-    ASSERT_EQ(server->start(name), EvtRes_Success);
-    server->pump();
-  }
-  /// As a server that is killed: the mailbox stays, and no process reads it.
-  void killServer() {
-    server.reset();
-    ASSERT_EQ(::mkfifo(mailboxPath(name).c_str(), 0600), 0);
-  }
-  bool returned(int times) {
-    return client.loop.runUntil([&] { return client.returns == times; });
-  }
-
-  std::string name = uniquePort();
-  std::optional<EchoServer> server;
-  ReturningClient client;
-};
 
 TEST_F(Return, OfAStoppedServerIsNoticedByADispatch) {
   server.reset();
@@ -276,90 +220,6 @@ TEST_F(Return, IsFoundByARequestFirstAndTheLossIsReportedOnce) {
   client.loop.runUntilQuiet();
   EXPECT_EQ(client.losses, 1);
   EXPECT_EQ(client.returns, 0);
-}
-
-class Posted : public Return {
- protected:
-  EvtRes post(std::uint16_t operation, std::size_t size = 20) {
-    const std::lock_guard lock(client.mutex);
-    const std::vector<std::uint8_t> payload(size);
-    return client.client->post(operation, payload);
-  }
-  EvtRes flush() {
-    const std::lock_guard lock(client.mutex);
-    return client.client->flushPosted();
-  }
-  EvtRes await() {
-    const std::lock_guard lock(client.mutex);
-    return client.client->awaitPosted();
-  }
-  static std::vector<std::uint16_t> numbers(std::uint16_t end) {
-    std::vector<std::uint16_t> all;
-    for (std::uint16_t i = 1; i < end; ++i) {
-      all.push_back(i);
-    }
-    return all;
-  }
-};
-
-TEST_F(Posted, RequestsGetTheirRepliesFromDispatchesInOrder) {
-  for (std::uint16_t i = 1; i < 60; ++i) {
-    ASSERT_EQ(post(i), EvtRes_Success);
-  }
-  ASSERT_EQ(flush(), EvtRes_Success);
-  ASSERT_TRUE(client.loop.runUntil([&] { return client.replies.size() == 59; }));
-  EXPECT_EQ(client.replies, numbers(60));
-  EXPECT_EQ(client.loop.runUntilQuiet(), 0);
-}
-
-TEST_F(Posted, RequestsGoBeforeALaterExchange) {
-  ASSERT_EQ(post(1), EvtRes_Success);
-  ASSERT_EQ(post(2), EvtRes_Success);
-  EXPECT_EQ(client.request(), EvtRes_Success);
-  EXPECT_EQ(client.replies, numbers(3));
-  client.loop.runUntilQuiet();
-  EXPECT_EQ(client.replies, numbers(3));
-}
-
-TEST_F(Posted, RequestsCanBeAwaited) {
-  ASSERT_EQ(post(1), EvtRes_Success);
-  EXPECT_EQ(await(), EvtRes_Success);
-  EXPECT_EQ(client.replies, numbers(2));
-  EXPECT_EQ(await(), EvtRes_Success) << "nothing is posted";
-}
-
-TEST_F(Posted, RequestsThatDoNotFitAreSentWhenTheServerReads) {
-  server->stopPumping();
-  for (std::uint16_t i = 1; i < 100; ++i) {
-    ASSERT_EQ(post(i, 4000), EvtRes_Success);
-  }
-  ASSERT_EQ(flush(), EvtRes_Success);
-  client.loop.runUntilQuiet();
-  EXPECT_EQ(client.loop.runFor(100ms), 0) << "waits for the pipe without turning";
-  server->pump();
-  ASSERT_TRUE(client.loop.runUntil([&] { return client.replies.size() == 99; }));
-  EXPECT_EQ(client.replies, numbers(100));
-}
-
-TEST_F(Posted, RequestsWithoutARepliesTimeOutAndTheirLateRepliesCount) {
-  server->stopPumping();
-  ASSERT_EQ(post(1), EvtRes_Success);
-  client.system.freezeTime();
-  EXPECT_EQ(await(), EvtRes_Timeout);
-  EXPECT_EQ(await(), EvtRes_Stalled);
-  server->serveAll();
-  EXPECT_EQ(client.request(), EvtRes_Timeout) << "its own reply";
-  EXPECT_EQ(client.replies, numbers(2));
-}
-
-TEST_F(Posted, RequestsEndWithTheConnection) {
-  server->stopPumping();
-  ASSERT_EQ(post(1), EvtRes_Success);
-  ASSERT_EQ(flush(), EvtRes_Success);
-  server.reset();
-  ASSERT_TRUE(client.loop.runUntil([&] { return client.losses == 1; }));
-  EXPECT_EQ(post(2), EvtRes_Closed);
-  EXPECT_EQ(client.replies, std::vector<std::uint16_t>());
 }
 
 }  // namespace
