@@ -123,8 +123,9 @@ EvtRes PortClient::tryResume(bool& renewed, Deadline& deadline) {
       return error();
     }
     result = beginHandshake(deadline);
-    if (result == EvtRes_Timeout && lost_ && core_.reconnects()) {
-      static_cast<void>(listenForWelcome());
+    if (result == EvtRes_Timeout && lost_ && core_.reconnects() &&
+        endIfOutOfMemory([&] { return listenForWelcome(); }) != EvtRes_Success) {
+      attemptAgain();
     }
   }
   renewed = result == EvtRes_Success;
@@ -135,11 +136,11 @@ EvtRes PortClient::tryResume(bool& renewed, Deadline& deadline) {
 /// was waited for in vain.
 EvtRes PortClient::resumeHandshake(Deadline& deadline) {
   core_.clientMutex().assertHeld();
-  const EvtRes result = welcomeAwaited_ ? takeWelcome() : awaitWelcome(deadline);
+  const EvtRes result =
+      endIfOutOfMemory([&] { return welcomeAwaited_ ? takeWelcome() : awaitWelcome(deadline); });
   if (result != EvtRes_Success && result != EvtRes_Timeout && lost_ && core_.reconnects()) {
     // The dispatches go on with this failed attempt.
-    backOff_.failed(core_.system().nowMs());
-    core_.defer(*this);
+    attemptAgain();
   }
   return result;
 }

@@ -162,6 +162,7 @@ class PortClient final : private ReadyHandler,
   void forget();
   /// A dispatch tries to connect again, or waits for the time or the event that allows it.
   void attempt();
+  void attemptAgain();
   void attemptFailed(EvtRes reason);
 
   bool ready(unsigned role, std::uint32_t events) override;

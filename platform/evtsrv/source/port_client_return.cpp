@@ -58,6 +58,14 @@ void PortClient::attempt() {
   }
 }
 
+/// The next dispatch begins an attempt, or to wait for one: while a handshake that a request has
+/// begun was under way, neither watch nor timer may have run.
+void PortClient::attemptAgain() {
+  core_.clientMutex().assertHeld();
+  backOff_.failed(core_.system().nowMs());
+  core_.defer(*this);
+}
+
 void PortClient::attemptFailed(EvtRes reason) {
   const bool isWatching = trigger_.isWatching();
   if (!foundServer_ && isWatching) {
@@ -97,7 +105,7 @@ bool PortClient::ready(unsigned /*role*/, std::uint32_t /*events*/) {
              (handshake_->isHelloSent() && onMailbox_.setInterest(0) < 0)) {
     foundServer_ = true;
     endHandshake();
-    attemptFailed(result);
+    attemptAgain();
   }
   return false;
 }

@@ -180,6 +180,49 @@ TEST_F(Return, IsTriedByTheTimerIfTheUserHasTooManyWatches) {
   ASSERT_TRUE(returned(1));
 }
 
+class ReturnAfterALateWelcome : public Return {
+ protected:
+  /// A request finds the loss, and another one waits in vain for a server that hangs.
+  void SetUp() override {
+    Return::SetUp();
+    server->stopPumping();
+    server->recreate();
+    ASSERT_EQ(server->start(name), EvtRes_Success);
+    EXPECT_EQ(client.request(), EvtRes_Closed);
+    client.system.freezeTime();
+  }
+  void waitInVain() {
+    bool renewed = false;
+    EXPECT_EQ(client.resume(renewed), EvtRes_Timeout);
+    client.loop.runUntilQuiet();
+    EXPECT_EQ(client.losses, 1);
+  }
+};
+
+TEST_F(ReturnAfterALateWelcome, IsNoticedIfTheServerDiesMeanwhile) {
+  waitInVain();
+  server.reset();
+  client.loop.runUntilQuiet();
+  startServer();
+  ASSERT_TRUE(returned(1));
+  EXPECT_TRUE(client.isOpen());
+}
+
+TEST_F(ReturnAfterALateWelcome, IsTriedAgainIfTheServerRefuses) {
+  waitInVain();
+  server->port.onOpen = [this, opens = 0]() mutable { server->port.refusesClients = opens++ == 0; };
+  server->pump();
+  ASSERT_TRUE(returned(1));
+}
+
+TEST_F(ReturnAfterALateWelcome, IsTriedAgainIfItCannotBeAwaited) {
+  client.system.failNext("epollCtl", -ENOMEM);
+  waitInVain();
+  EXPECT_TRUE(client.system.hasFailed());
+  server->pump();
+  ASSERT_TRUE(returned(1));
+}
+
 class ReturnAfterAFailedCall : public testing::TestWithParam<const char*> {};
 
 INSTANTIATE_TEST_SUITE_P(Calls, ReturnAfterAFailedCall,
