@@ -47,6 +47,9 @@ EvtRes ClientLink::flushPosted() {
 /// Waits for what the posted requests need, and for nothing that they do not need.
 EvtRes ClientLink::listenForPosted() {
   core_.clientMutex().assertHeld();
+  if (error_ != EvtRes_Success) {
+    return error_;
+  }
   if (postedDone_ == posted_.size()) {
     posted_.clear();
     postedDone_ = 0;
@@ -85,7 +88,9 @@ void ClientLink::continuePosted(bool isReadable) {
 EvtRes ClientLink::awaitPosted(Deadline& deadline) {
   try {
     const EvtRes result = tryAwaitPosted(deadline);
-    return result == EvtRes_Success ? listenForPosted() : result;
+    // After a time-out the dispatches send the rest and take the late replies.
+    const EvtRes listening = listenForPosted();
+    return listening == EvtRes_Success ? result : listening;
   } catch (const std::bad_alloc&) {
     return fail(EvtRes_SystemError);
   }

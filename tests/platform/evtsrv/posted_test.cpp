@@ -81,6 +81,32 @@ TEST_F(Posted, RequestsWithoutARepliesTimeOutAndTheirLateRepliesCount) {
   EXPECT_EQ(client.replies, numbers(2));
 }
 
+TEST_F(Posted, RequestsThatTimeOutGetTheirLateRepliesFromDispatches) {
+  client.loop.runUntilQuiet();
+  server->stopPumping();
+  ASSERT_EQ(post(1), EvtRes_Success);
+  client.system.freezeTime();
+  EXPECT_EQ(await(), EvtRes_Timeout);
+  EXPECT_EQ(client.loop.runUntilQuiet(), 0);
+  server->pump();
+  ASSERT_TRUE(client.loop.runUntil([&] { return client.replies.size() == 1; }));
+}
+
+TEST_F(Posted, RequestsThatTimeOutAreSentCompletelyByDispatches) {
+  client.loop.runUntilQuiet();
+  server->stopPumping();
+  for (std::uint16_t i = 1; i < 100; ++i) {
+    ASSERT_EQ(post(i, 4000), EvtRes_Success);
+  }
+  client.system.freezeTime();
+  EXPECT_EQ(await(), EvtRes_Timeout);
+  EXPECT_EQ(await(), EvtRes_Stalled);
+  EXPECT_EQ(client.loop.runUntilQuiet(), 0) << "waits for the pipe without turning";
+  server->pump();
+  ASSERT_TRUE(client.loop.runUntil([&] { return client.replies.size() == 99; }));
+  EXPECT_EQ(client.replies, numbers(100));
+}
+
 TEST_F(Posted, RequestsEndWithTheConnection) {
   server->stopPumping();
   ASSERT_EQ(post(1), EvtRes_Success);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -148,6 +149,30 @@ TEST_F(ConnectionLife, IsRestoredWithManySubscriptionsByBoundedDispatches) {
   forget();
   loop_.runUntilQuiet();
   EXPECT_THAT(client_.root.types, ElementsAre()) << "the server has no subscription left";
+}
+
+TEST_F(ConnectionLife, IsRestoredAfterARequestWaitedInVainForTheRenewal) {
+  constexpr int count = 200;
+  for (int i = 0; i < count; ++i) {
+    ASSERT_EQ(client_.subscribe(speedChain), ModelRes_Success);
+  }
+  server_.reset();
+  startServer();
+  server_->hang();
+  // It opens the session and hangs then.
+  std::thread opening([this] {
+    while (server_->manager.receiveEvent(-1) != EvtSrv::EvtRes_Success) {
+    }
+  });
+  std::string text;
+  EXPECT_EQ(client_.save(speedChain, text), ModelRes_Timeout);
+  opening.join();
+  ASSERT_TRUE(sees(lost));
+  server_->resume();
+  ASSERT_TRUE(sees(restored));
+  for (int i = 0; i < count; ++i) {
+    ASSERT_EQ(client_.unsubscribe(speedChain), ModelRes_Success);
+  }
 }
 
 TEST_F(ConnectionLife, CancelsASubscriptionWhoseRenewalIsUnderWay) {
