@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
+#include <new>
 #include <utility>
 
 #include "evtsrv/source/access.h"
@@ -70,10 +70,14 @@ EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_
 EvtRes Mailbox::makePipe() {
   EvtRes result = EvtRes_SystemError;
   awaitsName_ = false;
-  for (int attempt = 0; attempt < maxMailboxOpenAttempts; ++attempt) {
-    if (tryMake(result) == Attempt::done) {
-      break;
+  try {
+    for (int attempt = 0; attempt < maxMailboxOpenAttempts; ++attempt) {
+      if (tryMake(result) == Attempt::done) {
+        break;
+      }
+      result = EvtRes_SystemError;
     }
+  } catch (const std::bad_alloc&) {
     result = EvtRes_SystemError;
   }
   if (result != EvtRes_Success) {

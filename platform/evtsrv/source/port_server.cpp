@@ -55,13 +55,13 @@ EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
   }
   result = listen();
   if (result == 0 && mailbox_.watchDescriptor() >= 0) {
-    result = core_.reactor().add(mailbox_.watchDescriptor(), EPOLLIN, *this, watchRole, onWatch_);
+    result = awaitInput(mailbox_.watchDescriptor(), watchRole, onWatch_);
   }
   if (result == 0) {
-    result = core_.reactor().add(timer_.number(), EPOLLIN, *this, timerRole, onTimer_);
+    result = awaitInput(timer_.number(), timerRole, onTimer_);
   }
   if (result == 0) {
-    result = core_.reactor().add(retryTimer_.number(), EPOLLIN, *this, retryRole, onRetry_);
+    result = awaitInput(retryTimer_.number(), retryRole, onRetry_);
   }
   if (result == 0) {
     result = watchClaim();
@@ -73,15 +73,23 @@ EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {
   return EvtRes_Success;
 }
 
+/// Reports to `ready` when there is input. 0 or a negative error number.
+int PortServer::awaitInput(int descriptor, unsigned role, Registration& registration) {
+  try {
+    return core_.reactor().add(descriptor, EPOLLIN, *this, role, registration);
+  } catch (const std::bad_alloc&) {
+    return -ENOMEM;
+  }
+}
+
 int PortServer::listen() {
-  return core_.reactor().add(mailbox_.descriptor(), EPOLLIN, *this, mailboxRole, onMailbox_);
+  return awaitInput(mailbox_.descriptor(), mailboxRole, onMailbox_);
 }
 
 /// Begins to close what connects to the claim.
 int PortServer::watchClaim() {
   const int claim = mailbox_.claim().descriptor();
-  const int result =
-      claim < 0 ? 0 : core_.reactor().add(claim, EPOLLIN, *this, claimRole, onClaim_);
+  const int result = claim < 0 ? 0 : awaitInput(claim, claimRole, onClaim_);
   claimIsWatched_ = result == 0;
   return result;
 }
@@ -213,9 +221,7 @@ void PortServer::restoreMailbox() {
     takeReserve();
   }
   if (result == EvtRes_Success) {
-    // It fails only without memory; connections go on, and new ones find no server.
-    static_cast<void>(listen());
-    retries_ = {};
+    listenOrRetry();
     return;
   }
   retryLater();
@@ -227,7 +233,16 @@ void PortServer::restoreMailbox() {
   }
 }
 
-/// No event tells that descriptors or space have become free, or that another server of the
+/// Begins to read the mailbox that was made again. If that fails, the hellos stay in it.
+void PortServer::listenOrRetry() {
+  if (listen() < 0) {
+    retryLater();
+  } else {
+    retries_ = {};
+  }
+}
+
+/// No event reports that descriptors or space have become free, or that another server of the
 /// name has been killed.
 void PortServer::retryLater() {
   const std::int64_t now = core_.system().nowMs();
@@ -245,11 +260,16 @@ void PortServer::retry() {
   if (!claimIsWatched_ && watchClaim() < 0) {
     retryLater();
   }
-  if (mailbox_.isOpen() && mailbox_.descriptor() < 0) {
+  if (!mailbox_.isOpen()) {
+    return;
+  }
+  if (mailbox_.descriptor() < 0) {
     restoreMailbox();
   }
 }
 
+  } else if (!onMailbox_.isActive()) {
+    listenOrRetry();
 void PortServer::closeClaimants() {
   int result = mailbox_.claim().closeConnections();
   if (result == -EMFILE || result == -ENFILE) {

@@ -70,9 +70,12 @@ class PortServer final : public ReadyHandler,
  private:
   bool checkMailbox() KRV_REQUIRES(core_.clientMutex());
   void readAllHellos() KRV_REQUIRES(core_.clientMutex());
+  int awaitInput(int descriptor, unsigned role, Registration& registration)
+      KRV_REQUIRES(core_.clientMutex());
   int listen() KRV_REQUIRES(core_.clientMutex());
   int watchClaim() KRV_REQUIRES(core_.clientMutex());
   void closeClaimants() KRV_REQUIRES(core_.clientMutex());
+  void listenOrRetry() KRV_REQUIRES(core_.clientMutex());
   void retryLater();
   void retry() KRV_REQUIRES(core_.clientMutex());
   void restoreMailbox() KRV_REQUIRES(core_.clientMutex());

@@ -55,6 +55,9 @@ class Registration {
   /// Stops waiting; does nothing if it has ended already.
   void end();
 
+  /// Whether it has begun and not ended.
+  [[nodiscard]] bool isActive() const { return reactor_ != nullptr; }
+
  private:
   friend class Reactor;
   Registration(Reactor& reactor, std::uint64_t token, std::uint32_t interest)

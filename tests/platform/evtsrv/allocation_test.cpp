@@ -1,4 +1,5 @@
 #include <malloc.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <new>
@@ -11,6 +12,8 @@ namespace {
 std::atomic<std::size_t> allocations{0};
 std::atomic<std::size_t> allocatedBytes{0};
 std::atomic<std::size_t> maxAllocation{SIZE_MAX};
+// How many allocations succeed before one fails; negative: all do.
+std::atomic<int> allocationsLeft{-1};
 
 /// During its lifetime, allocations above a size fail.
 class AllocationLimit {
@@ -27,7 +30,9 @@ class AllocationLimit {
 // warn of a pointer from "new" that is passed to free().
 [[gnu::noinline]] void* operator new(std::size_t size) {
   ++allocations;
-  if (void* memory = size > maxAllocation ? nullptr : std::malloc(size > 0 ? size : 1)) {
+  const bool isFailing = allocationsLeft >= 0 && allocationsLeft-- == 0;
+  if (void* memory =
+          isFailing || size > maxAllocation ? nullptr : std::malloc(size > 0 ? size : 1)) {
     allocatedBytes += ::malloc_usable_size(memory);
     return memory;
   }
@@ -160,6 +165,37 @@ TEST_F(OutOfMemory, ForAnEventInTheClientEndsTheConnection) {
   EXPECT_EQ(third.core.receive(0), EvtRes_Success);
   EXPECT_FALSE(third.isOpen());
   EXPECT_EQ(third.core.receive(0), EvtRes_Timeout);
+}
+
+TEST(RemovedMailbox, IsMadeAgainAfterAnyAllocationHasFailed) {
+  const std::string name = uniquePort();
+  const std::string path = mailboxPath(name);
+  EchoServer server;
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  server.system.timerSpeed = 20;
+  int failing = 0;
+  for (bool hasFailed = true; hasFailed; ++failing) {
+    SCOPED_TRACE(failing);
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+    // A new file has another mode than the mailbox, whose name takes an allocation to set it.
+    const mode_t before = ::umask(0777);
+    allocationsLeft = failing;
+    EXPECT_NO_THROW(server.serveAll());
+    hasFailed = allocationsLeft.exchange(-1) < 0;
+    ::umask(before);
+    EchoClient client;
+    client.system.freezeTime();
+    client.system.whileWaiting = [&] { static_cast<void>(server.core.receive(2000)); };
+    const std::int64_t end = server.system.nowMs() + 10'000;
+    EvtRes connected = EvtRes_NoServer;
+    while (connected == EvtRes_NoServer && server.system.nowMs() < end) {
+      static_cast<void>(server.core.receive(10));
+      connected = client.connect(name);
+    }
+    ASSERT_EQ(connected, EvtRes_Success);
+    server.serveAll();
+  }
+  EXPECT_GT(failing, 1) << "nothing was allocated";
 }
 
 }  // namespace

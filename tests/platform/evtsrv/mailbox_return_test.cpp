@@ -1,0 +1,52 @@
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "tests/platform/evtsrv/evtsrv_fixture.h"
+#include "tests/platform/evtsrv/raw_client.h"
+
+// A server whose mailbox somebody removes.
+
+namespace EvtSrv::internal {
+namespace {
+
+class RemovedMailbox : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(server.start(name), EvtRes_Success);
+    server.system.timerSpeed = 20;
+  }
+  void remove() const { ASSERT_EQ(::unlink(mailboxPath(name).c_str()), 0); }
+  /// The code of the welcome of a new client; empty if the server sends none.
+  std::optional<std::uint16_t> connect() {
+    RawClient raw;
+    raw.makePipes();
+    raw.writeToMailbox(name, raw.hello());
+    const std::int64_t end = server.system.nowMs() + 5000;
+    Bytes welcome;
+    while (welcome.empty() && server.system.nowMs() < end) {
+      static_cast<void>(server.core.receive(100));
+      welcome = RawClient::readAll(raw.reply);
+    }
+    const auto header =
+        welcome.size() == FrameHeader::size ? decodeHeader(welcome.data()) : std::nullopt;
+    return header ? std::optional(header->code) : std::nullopt;
+  }
+
+  std::string name = uniquePort();
+  EchoServer server;
+};
+
+TEST_F(RemovedMailbox, IsReadAlsoIfThatFailsAtFirst) {
+  for (const int error : {-ENOSPC, -ENOMEM}) {
+    remove();
+    // The first call ends the registration of the mailbox that was removed.
+    server.system.failNext("epollCtl", error, 1, 3);
+    server.serveAll();
+    EXPECT_TRUE(server.system.hasFailed());
+    EXPECT_EQ(connect(), EvtRes_Success);
+  }
+}
+
+}  // namespace
+}  // namespace EvtSrv::internal
