@@ -226,6 +226,9 @@ void PortServer::restoreMailbox() {
   }
   retryLater();
   if (result == EvtRes_NameInUse && port_ != nullptr) {
+    // A hello that waits would get a session beside those of the other server.
+    hellos_ = {};
+    hellosWait_ = false;
     port_->nameLost();
     for (const auto& link : std::exchange(links_, {})) {
       link->closeSilently();

@@ -48,5 +48,27 @@ TEST_F(RemovedMailbox, IsReadAlsoIfThatFailsAtFirst) {
   }
 }
 
+TEST_F(RemovedMailbox, WhoseNameAnotherServerHasIsNotServed) {
+  RawClient before;
+  before.makePipes();
+  before.openMailbox(name);
+  remove();
+  before.writeToMailbox(before.hello());
+  // Its claim is that of another user.
+  EchoServer other;
+  other.system.user = 54321;
+  other.system.owner = 54321;
+  ASSERT_EQ(other.start(name), EvtRes_Success);
+  server.serveAll();
+  EXPECT_EQ(server.connectionCount(), 0U);
+  EXPECT_TRUE(RawClient::readAll(before.reply).empty()) << "the hello is not served";
+  other.destroy();
+  while (!std::filesystem::exists(mailboxPath(name))) {
+    ASSERT_EQ(server.core.receive(1), EvtRes_Timeout);
+  }
+  EXPECT_EQ(connect(), EvtRes_Success);
+  EXPECT_TRUE(RawClient::readAll(before.reply).empty());
+}
+
 }  // namespace
 }  // namespace EvtSrv::internal

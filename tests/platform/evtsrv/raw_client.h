@@ -53,9 +53,15 @@ class RawClient {
       event = make(PipePurpose::event, O_RDONLY);
     } while (!isOwned(request) || !isOwned(reply) || !isOwned(event));
   }
-  void writeToMailbox(const std::string& port, const Bytes& bytes) {
+  void openMailbox(const std::string& port) {
     mailbox_ = ::open(mailboxPath(port).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_GE(mailbox_, 0);
+  }
+  void writeToMailbox(const std::string& port, const Bytes& bytes) {
+    ASSERT_NO_FATAL_FAILURE(openMailbox(port));
+    writeToMailbox(bytes);
+  }
+  void writeToMailbox(const Bytes& bytes) const {
     ASSERT_EQ(::write(mailbox_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
   [[nodiscard]] Bytes hello() const {
