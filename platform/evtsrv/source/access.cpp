@@ -5,6 +5,7 @@ namespace EvtSrv::internal {
 namespace {
 
 constexpr uid_t rootUser = 0;
+constexpr gid_t rootGroup = 0;
 
 constexpr mode_t permissionBits = 07777;
 constexpr mode_t othersBits = 07;
@@ -30,7 +31,7 @@ std::optional<PipeAccess> clientAccess(System& system, const struct stat& mailbo
   const uid_t user = system.effectiveUser();
   const gid_t group = mailbox.st_gid;
   if (user == rootUser) {
-    return PipeAccess{mailbox.st_uid};
+    return mailbox.st_uid == rootUser ? PipeAccess{} : PipeAccess{mailbox.st_uid, rootGroup};
   }
   if (mailbox.st_uid == user) {
     return PipeAccess{};
@@ -55,6 +56,11 @@ bool mayServeClient(System& system, const struct stat& pipe, std::optional<gid_t
   const bool isMembers =
       group.has_value() && pipe.st_gid == *group && (pipe.st_mode & othersBits) == 0;
   return isMembers || pipe.st_uid == rootUser || pipe.st_uid == system.effectiveUser();
+}
+
+uid_t userOfClient(System& system, const struct stat& pipe) {
+  const bool isRoots = pipe.st_uid == system.effectiveUser() && pipe.st_gid == rootGroup;
+  return isRoots ? rootUser : pipe.st_uid;
 }
 
 bool isSameFile(const struct stat& one, const struct stat& other) {

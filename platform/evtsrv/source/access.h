@@ -50,6 +50,11 @@ std::optional<PipeAccess> clientAccess(System& system, const struct stat& mailbo
 /// have given it that group.
 bool mayServeClient(System& system, const struct stat& pipe, std::optional<gid_t> group);
 
+/// The user of a session whose private pipes are like `pipe`, which `mayServeClient` has allowed:
+/// their owner. Pipes of this user and of group 0 are root's: its clients give them to the
+/// server's user, and no other user can make such pipes.
+uid_t userOfClient(System& system, const struct stat& pipe);
+
 /// Whether both are the same file.
 bool isSameFile(const struct stat& one, const struct stat& other);
 

@@ -16,12 +16,12 @@ namespace {
 
 constexpr int pipesOfSession = 3;
 
-/// How many sessions `user` must leave for others: for root, and, unless it is its owner, for
-/// the owner of the server. At most so many that a server with few descriptors has places, too.
-int placesLeftFor(System& system, uid_t user, int places) {
-  constexpr int maxPlaces = 16;
+/// How many of `sessions` `user` must leave for others: for root, and, unless it is its owner, for
+/// the owner of the server. A server with few descriptors keeps fewer.
+int sessionsKeptFrom(System& system, uid_t user, int sessions) {
+  constexpr int maxKept = 16;
   constexpr int share = 16;
-  const int kept = std::min(maxPlaces, places / share);
+  const int kept = std::min(maxKept, sessions / share);
   const uid_t owner = system.effectiveUser();
   if (user == 0) {
     return 0;
@@ -77,8 +77,8 @@ EvtRes PortServer::admit(uid_t user, const ServerPipes& pipes) const {
   const int used =
       std::max({pipes.request.number(), pipes.reply.number(), pipes.event.number()}) + 1;
   const int left = (limit - used) / pipesOfSession;
-  return left < placesLeftFor(core_.system(), user, limit / pipesOfSession) ? EvtRes_NoDescriptors
-                                                                            : EvtRes_Success;
+  const int kept = sessionsKeptFrom(core_.system(), user, limit / pipesOfSession);
+  return left < kept ? EvtRes_NoDescriptors : EvtRes_Success;
 }
 
 void PortServer::openLink(ServerPipes pipes, const Token& token, uid_t user) {
@@ -126,7 +126,7 @@ int PortServer::openPipe(const Hello& hello, PipePurpose purpose, int access, Fi
   if (result == 0 && (!isSameFile(named, status) || !mayServeClient(system, status, group_))) {
     result = -EPERM;
   }
-  user = status.st_uid;
+  user = userOfClient(system, status);
   return result;
 }
 

@@ -1,5 +1,6 @@
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 #include "tests/platform/evtsrv/raw_client.h"
+#include "tests/support/process.h"
 
 // The limits of what one client, and the clients of one user, may take.
 
@@ -56,17 +57,19 @@ TEST_F(Limits, AUserHasAtMost256Sessions) {
   EXPECT_EQ(connect(), EvtRes_Success);
 }
 
-TEST_F(Limits, PlacesAreKeptForTheOwnerAndForRoot) {
+TEST_F(Limits, SessionsAreKeptForTheOwnerAndForRoot) {
   constexpr uid_t owner = 1;
   constexpr uid_t other = 2;
+  constexpr gid_t shared = 7;
   server.recreate();
   server.system.user = owner;
   server.system.owner = owner;
-  // The pipes of every client belong to this group.
-  ASSERT_EQ(server.start(name, ::getegid()), EvtRes_Success);
+  server.system.group = shared;
+  ASSERT_EQ(server.start(name, shared), EvtRes_Success);
   server.system.limit = 3 * 64 + static_cast<int>(openDescriptors());
-  const auto connectAs = [this](uid_t user) {
+  const auto connectAs = [this](uid_t user, gid_t group) {
     server.system.owner = user;
+    server.system.group = group;
     const auto result = connect();
     if (result != EvtRes_Success) {
       clients.pop_back();
@@ -74,17 +77,88 @@ TEST_F(Limits, PlacesAreKeptForTheOwnerAndForRoot) {
     return result;
   };
   std::size_t others = 0;
-  auto result = connectAs(other);
-  for (; result == EvtRes_Success; result = connectAs(other)) {
+  auto result = connectAs(other, shared);
+  for (; result == EvtRes_Success; result = connectAs(other, shared)) {
     ++others;
   }
   EXPECT_EQ(result, EvtRes_NoDescriptors);
   EXPECT_GT(others, 10U);
-  EXPECT_EQ(connectAs(owner), EvtRes_Success);
-  while (connectAs(owner) == EvtRes_Success) {
+  EXPECT_EQ(connectAs(owner, owner), EvtRes_Success);
+  while (connectAs(owner, owner) == EvtRes_Success) {
   }
-  EXPECT_EQ(connectAs(owner), EvtRes_NoDescriptors);
-  EXPECT_EQ(connectAs(0), EvtRes_Success);
+  EXPECT_EQ(connectAs(owner, owner), EvtRes_NoDescriptors);
+  // Root gives its pipes to the owner of the server.
+  EXPECT_EQ(connectAs(owner, 0), EvtRes_Success);
+}
+
+/// A server of another user, in a child process.
+class LimitsOfAnotherUser : public testing::Test {
+ protected:
+  static constexpr uid_t owner = 34567;
+
+  void SetUp() override {
+    if (::geteuid() != 0) {
+      GTEST_SKIP() << "only root can act as two users";
+    }
+    int ready[2];
+    ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+    child = forkChild();
+    if (child == 0) {
+      serve(ready[1]);
+    }
+    ::close(ready[1]);
+    char started = 0;
+    ASSERT_EQ(::read(ready[0], &started, 1), 1);
+    ::close(ready[0]);
+  }
+  void TearDown() override {
+    if (child > 0) {
+      ::kill(child, SIGKILL);
+      ::waitpid(child, nullptr, 0);
+      ::unlink(mailboxPath(name).c_str());
+    }
+  }
+  [[noreturn]] void serve(int ready) const {
+    EchoServer server;
+    server.system.limit = 3 * 64 + static_cast<int>(openDescriptors());
+    if (::setgid(owner) != 0 || ::setuid(owner) != 0 || server.start(name) != EvtRes_Success ||
+        ::write(ready, "y", 1) != 1) {
+      ::_exit(1);
+    }
+    for (;;) {
+      static_cast<void>(server.core.receive(-1));
+    }
+  }
+  /// The code of the welcome of a new client of the server's user.
+  std::optional<std::uint16_t> connectAsOwner() {
+    RawClient& client = *clients.emplace_back(std::make_unique<RawClient>());
+    client.makePipes();
+    for (const int pipe : {client.request, client.reply, client.event}) {
+      EXPECT_EQ(::fchown(pipe, owner, owner), 0);
+    }
+    client.writeToMailbox(name, client.hello());
+    pollfd welcome{client.reply, POLLIN, 0};
+    EXPECT_EQ(::poll(&welcome, 1, test_support::timeoutMilliseconds), 1);
+    const Bytes bytes = RawClient::readAll(client.reply);
+    const auto header =
+        bytes.size() == FrameHeader::size ? decodeHeader(bytes.data()) : std::nullopt;
+    return header ? std::optional(header->code) : std::nullopt;
+  }
+
+  std::string name = uniquePort();
+  pid_t child = -1;
+  std::vector<std::unique_ptr<RawClient>> clients;
+};
+
+TEST_F(LimitsOfAnotherUser, LeaveASessionForRoot) {
+  std::optional<std::uint16_t> code = EvtRes_Success;
+  while (code == EvtRes_Success && clients.size() < limits::sessionsOfUser) {
+    code = connectAsOwner();
+  }
+  ASSERT_EQ(code, EvtRes_NoDescriptors);
+  EchoClient root;
+  EXPECT_EQ(root.connect(name), EvtRes_Success);
+  EXPECT_EQ(root.request(), EvtRes_Success);
 }
 
 TEST_F(Limits, FramesBegunOfOneUserAreRefusedAboveTheLimit) {

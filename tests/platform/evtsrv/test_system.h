@@ -94,12 +94,16 @@ class TestSystem : public PosixSystem {
   int fstat(int descriptor, struct stat& out) override {
     return orError("fstat", [&] {
       const int result = PosixSystem::fstat(descriptor, out);
-      out.st_uid = owner.value_or(out.st_uid);
+      setOwnership(out);
       return result;
     });
   }
   int lstat(const std::string& path, struct stat& out) override {
-    return orError("lstat", [&] { return PosixSystem::lstat(path, out); });
+    return orError("lstat", [&] {
+      const int result = PosixSystem::lstat(path, out);
+      setOwnership(out);
+      return result;
+    });
   }
   int setMode(int descriptor, mode_t mode) override {
     return orError("setMode", [&] { return PosixSystem::setMode(descriptor, mode); });
@@ -119,8 +123,9 @@ class TestSystem : public PosixSystem {
   std::optional<uid_t> user;
   /// How many times too fast timers are.
   int timerSpeed = 1;
-  /// The owner of the files that are open, if it is set.
+  /// The owner and the group of all files, if they are set.
   std::optional<uid_t> owner;
+  std::optional<gid_t> group;
 
   /// What the peer does while this side waits, if time is frozen.
   std::function<void()> whileWaiting;
@@ -168,6 +173,10 @@ class TestSystem : public PosixSystem {
   }
 
  private:
+  void setOwnership(struct stat& file) const {
+    file.st_uid = owner.value_or(file.st_uid);
+    file.st_gid = group.value_or(file.st_gid);
+  }
   /// The error that this call is to return, or 0.
   int takeError(const char* call) {
     ++calls;
