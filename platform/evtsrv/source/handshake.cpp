@@ -34,9 +34,7 @@ EvtRes Handshake::begin(const std::string& name, const std::optional<MailboxOwne
   }
   const int made = makePipes();
   if (made < 0) {
-    // A missing file does not mean a missing server here.
-    result = resultOfMaking(made);
-    return result == EvtRes_NoServer ? EvtRes_SystemError : result;
+    return resultOfMaking(made);
   }
   result = sendHello();
   return result == EvtRes_Timeout ? EvtRes_Success : result;

@@ -149,6 +149,9 @@ int PrivatePipe::restoreOwnMode() {
 
 int PrivatePipe::openWriter(FileDescriptor& writer) {
   const int result = writer.adopt(*system_, system_->open(path_, O_WRONLY | O_NONBLOCK));
+  if (result == -ENOENT) {
+    return -EEXIST;
+  }
   struct stat ours {};
   struct stat opened {};
   if (result < 0 || system_->fstat(writer.number(), opened) < 0 ||

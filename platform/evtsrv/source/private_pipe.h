@@ -33,7 +33,7 @@ class PrivatePipe {
   [[nodiscard]] int make(System& system, std::string path, const PipeAccess& access);
 
   /// Opens the writing end, which requires no peer because the reading end is open.
-  /// 0 or a negative error number.
+  /// 0 or a negative error number; `-EEXIST` if the name was removed: try another token.
   [[nodiscard]] int openWriter(FileDescriptor& writer);
 
   void removeName();

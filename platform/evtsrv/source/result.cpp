@@ -75,6 +75,7 @@ EvtRes resultOfMaking(ssize_t error) {
     case EDQUOT:
       return EvtRes_NoSpace;
     case EROFS:
+    case ENOENT:
       return EvtRes_NotWritable;
     default:
       return resultOf(error);

@@ -155,6 +155,14 @@ TEST_F(MailboxOf, ALackOfDescriptorsIsNotTakenForALiveServer) {
   ::close(holder);
 }
 
+TEST_F(MailboxOf, AMissingDirectoryIsNotTakenForAMissingServer) {
+  server.system.failNext("makeFifo", -ENOENT);
+  EXPECT_EQ(server.start(name), EvtRes_NotWritable);
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  client.system.failNext("makeFifo", -ENOENT);
+  EXPECT_EQ(client.connect(name), EvtRes_NotWritable);
+}
+
 TEST_F(MailboxOf, ANameThatIsNotAPipeIsRejectedAndNotWrittenTo) {
   const std::string target = path + ".target";
   const std::vector<std::function<void()>> makers{
