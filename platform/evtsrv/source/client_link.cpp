@@ -326,6 +326,10 @@ bool ClientLink::readEvents() {
     dispatchEvents();
   } catch (const std::bad_alloc&) {
     static_cast<void>(fail(EvtRes_SystemError));
+  } catch (...) {
+    // An exception of the program: what was read after this event is lost.
+    static_cast<void>(fail(EvtRes_SystemError));
+    throw;
   }
   if (std::exchange(paused_, false) && error_ == EvtRes_Success) {
     static_cast<void>(listen());

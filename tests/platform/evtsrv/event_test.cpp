@@ -275,6 +275,47 @@ TEST_F(Events, EndWithTheConnectionIfTheRequestThatStopsTheServerThrows) {
 
 TEST_F(Events, PostedAfterTheStoppedEventAreNotSent) {
   connect();
+TEST_F(Events, OfAnExceptionOfTheProgramEndTheConnectionWithThatError) {
+  connect();
+  post("one");
+  post("two");
+  client.onEvent = [] { throw std::runtime_error("from the program"); };
+  EXPECT_THROW(static_cast<void>(client.core.receive(0)), std::runtime_error);
+  EXPECT_EQ(client.events.size(), 1U);
+  client.onEvent = nullptr;
+  EXPECT_FALSE(client.isOpen());
+  EXPECT_EQ(client.request(), EvtRes_SystemError);
+  server.serveAll();
+  bool renewed = false;
+  EXPECT_EQ(client.resume(renewed), EvtRes_Success);
+  EXPECT_TRUE(renewed);
+  client.events.clear();
+  post("three");
+  receiveAll();
+  ASSERT_FALSE(client.events.empty());
+  EXPECT_EQ(client.events.back().second, "three");
+}
+
+TEST_F(Events, AreWrittenInAtMostSixteenChunksATurn) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  RawClient raw;
+  raw.makePipes();
+  ASSERT_GT(::fcntl(raw.event, F_SETPIPE_SZ, 1 << 20), 1 << 19) << "has space for all";
+  raw.writeToMailbox(name, raw.hello());
+  server.serveAll();
+  // Events that come inside a request are sent together.
+  server.port.onRequest = [this] {
+    for (int i = 0; i < 20; ++i) {
+      post(std::string(PIPE_BUF - FrameHeader::size, 'e'));
+    }
+  };
+  raw.writeRequest(frame(FrameKind::request, 5, 1, ""));
+  EXPECT_EQ(server.core.receive(0), EvtRes_Success);
+  EXPECT_EQ(server.port.eventsTaken, 16);
+  server.serveAll();
+  EXPECT_EQ(server.port.eventsTaken, 20);
+}
+
   bool stopped = false;
   client.system.whileWaiting = [&] {
     server.serveAll();
