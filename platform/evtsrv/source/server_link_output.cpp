@@ -78,7 +78,7 @@ void ServerLink::pumpEvents(bool inDispatch) {
   moreEvents_ = false;
   eventsPaused_ = false;
   session_->beginEvents(inDispatch);
-  for (unsigned chunks = 0; progress == Progress::all && fillEvents(lease.bytes()); ++chunks) {
+  for (unsigned chunks = 1; progress == Progress::all && fillEvents(lease.bytes()); ++chunks) {
     progress = events_.write(core_.system(), pipes_.event.number(), lease.bytes());
     if (chunks == chunksPerTurn || eventsPaused_) {
       moreEvents_ = true;

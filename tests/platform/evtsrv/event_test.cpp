@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <thread>
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
+#include "tests/platform/evtsrv/raw_client.h"
 
 namespace EvtSrv::internal {
 namespace {
@@ -273,8 +275,6 @@ TEST_F(Events, EndWithTheConnectionIfTheRequestThatStopsTheServerThrows) {
   EXPECT_EQ(server.port.sessions, 0);
 }
 
-TEST_F(Events, PostedAfterTheStoppedEventAreNotSent) {
-  connect();
 TEST_F(Events, OfAnExceptionOfTheProgramEndTheConnectionWithThatError) {
   connect();
   post("one");
@@ -316,6 +316,8 @@ TEST_F(Events, AreWrittenInAtMostSixteenChunksATurn) {
   EXPECT_EQ(server.port.eventsTaken, 20);
 }
 
+TEST_F(Events, PostedAfterTheStoppedEventAreNotSent) {
+  connect();
   bool stopped = false;
   client.system.whileWaiting = [&] {
     server.serveAll();
