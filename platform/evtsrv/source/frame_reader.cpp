@@ -82,7 +82,7 @@ FrameReader::Status FrameReader::nextFromFed(Frame& frame) {
 }
 
 FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
-  if (!fillBuffer(FrameHeader::size, FrameHeader::size)) {
+  if (!fillBuffer(FrameHeader::size)) {
     return Status::incomplete;
   }
   const auto header = decodeHeader(&buffered_[start_]);
@@ -90,7 +90,7 @@ FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
     return Status::malformed;
   }
   const std::size_t total = FrameHeader::size + header->length;
-  if (!fillBuffer(total, total)) {
+  if (!fillBuffer(total)) {
     return Status::incomplete;
   }
   frame.header = *header;
@@ -100,17 +100,16 @@ FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
 }
 
 /// Whether the buffer has `size` bytes from `start_` on, after as many were moved to it as that
-/// takes. They belong to a frame of `frameSize` bytes.
-bool FrameReader::fillBuffer(std::size_t size, std::size_t frameSize) {
+/// takes.
+bool FrameReader::fillBuffer(std::size_t size) {
   const std::size_t arrived = buffered_.size() - start_;
   if (arrived < size && !fed_.empty()) {
     buffered_.erase(buffered_.begin(), buffered_.begin() + static_cast<std::ptrdiff_t>(start_));
     start_ = 0;
     const auto taken = fed_.first(std::min(size - arrived, fed_.size()));
     if (arrived + taken.size() > buffered_.capacity()) {
-      // As it would grow by itself, but never beyond the frame.
-      buffered_.reserve(
-          std::max(arrived + taken.size(), std::min(frameSize, 2 * buffered_.capacity())));
+      // As it would grow by itself, but never beyond the header or the frame.
+      buffered_.reserve(std::max(arrived + taken.size(), std::min(size, 2 * buffered_.capacity())));
     }
     buffered_.insert(buffered_.end(), taken.begin(), taken.end());
     fed_ = fed_.subspan(taken.size());

@@ -56,7 +56,7 @@ class FrameReader {
   Status nextFromFed(Frame& frame);
   Status nextFromBuffer(Frame& frame);
   Status nextSkipped(Frame& frame);
-  bool fillBuffer(std::size_t size, std::size_t frameSize);
+  bool fillBuffer(std::size_t size);
   void releaseBuffer();
 
   std::span<const std::uint8_t> fed_;

@@ -33,8 +33,6 @@ class NameClaim {
   /// Readable when `closeConnections` is to be called. Negative if the claim is not held.
   [[nodiscard]] int descriptor() const { return socket_.number(); }
 
-  [[nodiscard]] bool isHeld() const { return socket_.isOpen(); }
-
  private:
   System* system_ = nullptr;
   FileDescriptor socket_;
