@@ -265,9 +265,7 @@ void Mailbox::watchPipe() {
 void Mailbox::watchDirectory() {
   endWatch();
   if (watch_.isOpen()) {
-    // Leads to the directory also if its name is a link, which a watch does not follow.
-    const std::string directory = std::string(pipeDirectory) + "/.";
-    watchNumber_ = system_->addWatch(watch_.number(), directory, removalEvents);
+    watchNumber_ = system_->addWatch(watch_.number(), pipeDirectoryToWatch, removalEvents);
     watchesDirectory_ = watchNumber_ >= 0;
   }
 }
@@ -287,7 +285,8 @@ bool Mailbox::takeRemoval() {
     if (count <= 0) {
       break;
     }
-    mayBeFree = reportsRoom(std::span(bytes).first(static_cast<std::size_t>(count))) || mayBeFree;
+    mayBeFree =
+        mayRestoreAfter(std::span(bytes).first(static_cast<std::size_t>(count))) || mayBeFree;
   }
   return isOpen_ && !pathLeadsToPipe() && (pipe_.isOpen() || mayBeFree);
 }
@@ -295,21 +294,14 @@ bool Mailbox::takeRemoval() {
 /// Whether the mailbox may be made again after one of the events: if another file has its
 /// name, when that goes; otherwise when any other file goes, for the file system may have been
 /// full. What an attempt that failed removes itself does not count, nor that a watch has ended.
-bool Mailbox::reportsRoom(std::span<const std::uint8_t> events) {
+bool Mailbox::mayRestoreAfter(std::span<const std::uint8_t> events) {
   const std::string_view file = std::string_view(path_).substr(path_.rfind('/') + 1);
   bool result = false;
-  while (events.size() >= sizeof(inotify_event)) {
-    inotify_event event{};
-    std::memcpy(&event, events.data(), sizeof event);
-    events = events.subspan(sizeof event);
-    const std::size_t length = std::min<std::size_t>(event.len, events.size());
-    // The name is padded with zero bytes.
-    const std::string_view padded(reinterpret_cast<const char*>(events.data()), length);
-    const bool isName = padded.substr(0, padded.find('\0')) == file;
-    events = events.subspan(length);
-    result = result || (event.mask & IN_Q_OVERFLOW) != 0 ||
-             ((event.mask & removalEvents) != 0 && isName == awaitsName_);
-    if ((event.mask & IN_IGNORED) != 0 && event.wd == watchNumber_) {
+  while (const auto event = takeWatchEvent(events)) {
+    const bool isName = event->name == file;
+    result = result || (event->what & IN_Q_OVERFLOW) != 0 ||
+             ((event->what & removalEvents) != 0 && isName == awaitsName_);
+    if ((event->what & IN_IGNORED) != 0 && event->watch == watchNumber_) {
       watchNumber_ = -1;
       watchesDirectory_ = false;
     }

@@ -20,6 +20,10 @@ namespace EvtSrv::internal {
 /// The directory of the pipes of event ports.
 inline constexpr const char* pipeDirectory = "/tmp";
 
+/// The path for a watch of that directory: leads there also if its name is a link, which a watch
+/// does not follow.
+inline constexpr const char* pipeDirectoryToWatch = "/tmp/.";
+
 inline constexpr std::size_t maxPortName = 200;
 
 /// Whether `name` is allowed as a port name: 1 to `maxPortName` bytes, no "/", no ";",
@@ -84,7 +88,7 @@ class Mailbox {
   bool pathLeadsToPipe();
   bool pathLeadsTo(const struct stat& file);
   int findReader();
-  [[nodiscard]] bool reportsRoom(std::span<const std::uint8_t> events);
+  [[nodiscard]] bool mayRestoreAfter(std::span<const std::uint8_t> events);
   void watchPipe();
   void watchDirectory();
   void endWatch();

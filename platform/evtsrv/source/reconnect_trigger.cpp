@@ -3,8 +3,6 @@
 #include <sys/inotify.h>
 
 #include <array>
-#include <cstring>
-#include <string_view>
 
 #include "evtsrv/source/mailbox.h"
 
@@ -17,11 +15,6 @@ enum TriggerRole : unsigned { directoryRole, delayRole };
 // A server makes its mailbox or moves it there, opens it, also one that a killed server
 // has left, and may then change its access.
 constexpr std::uint32_t returnEvents = IN_CREATE | IN_MOVED_TO | IN_OPEN | IN_ATTRIB | IN_ONLYDIR;
-
-// Leads to the directory also if its name is a link, which a watch does not follow.
-std::string watchedPath() {
-  return std::string(pipeDirectory) + "/.";
-}
 
 // Bounds the work of one dispatch. There is space for any one event.
 constexpr std::size_t triggerReadSize = 4096;
@@ -51,7 +44,7 @@ void ReconnectTrigger::openWatch() {
   core_.clientMutex().assertHeld();
   System& system = core_.system();
   if (watch_.adopt(system, system.createWatch()) == 0 &&
-      (system.addWatch(watch_.number(), watchedPath(), returnEvents) < 0 ||
+      (system.addWatch(watch_.number(), pipeDirectoryToWatch, returnEvents) < 0 ||
        core_.reactor().add(watch_.number(), EPOLLIN, *this, directoryRole, onWatch_) < 0)) {
     closeWatch();
   }
@@ -102,18 +95,9 @@ bool ReconnectTrigger::ready(unsigned role, std::uint32_t /*events*/) {
 /// whose directory has gone.
 bool ReconnectTrigger::concernsMailbox(std::span<const std::uint8_t> bytes) {
   bool concerns = false;
-  inotify_event event{};
-  while (bytes.size() >= sizeof event) {
-    std::memcpy(&event, bytes.data(), sizeof event);
-    bytes = bytes.subspan(sizeof event);
-    if (event.len > bytes.size()) {
-      break;
-    }
-    const auto* const text = reinterpret_cast<const char*>(bytes.data());
-    const std::string_view name(text, ::strnlen(text, event.len));
-    bytes = bytes.subspan(event.len);
-    concerns = concerns || (event.mask & IN_Q_OVERFLOW) != 0 || name == fileName_;
-    if ((event.mask & IN_IGNORED) != 0) {
+  while (const auto event = takeWatchEvent(bytes)) {
+    concerns = concerns || (event->what & IN_Q_OVERFLOW) != 0 || event->name == fileName_;
+    if ((event->what & IN_IGNORED) != 0) {
       closeWatch();
       concerns = true;
     }

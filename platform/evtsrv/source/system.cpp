@@ -20,15 +20,11 @@
 
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/signal_block.h"
+#include "evtsrv/source/value_or_errno.h"
 
 namespace EvtSrv::internal {
 
 namespace {
-
-template <typename Number>
-Number valueOrErrno(Number value) {
-  return value >= 0 ? value : static_cast<Number>(-errno);
-}
 
 template <typename Call>
 auto uninterrupted(Call call) {

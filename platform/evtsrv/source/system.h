@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -220,6 +221,17 @@ class PosixSystem : public System {
  private:
   std::atomic<bool> supportsNoSignal_{true};
 };
+
+/// What a watch has reported (inotify(7)).
+struct WatchEvent {
+  std::uint32_t what = 0;  ///< a set of `IN_…` bits
+  int watch = -1;          ///< the number of the watch
+  std::string_view name;   ///< of the file in a directory; empty if it is the watched file itself
+};
+
+/// Removes the first event from `bytes`, what was read of a watch; empty if no whole one is left.
+/// Its name is valid as long as the bytes that were read.
+std::optional<WatchEvent> takeWatchEvent(std::span<const std::uint8_t>& bytes);
 
 /// The instance that programs use.
 System& posixSystem();

@@ -10,25 +10,18 @@
 
 #include "evtsrv/source/signal_block.h"
 #include "evtsrv/source/system.h"
+#include "evtsrv/source/value_or_errno.h"
 
 namespace EvtSrv::internal {
 
-namespace {
-
-int orError(int value) {
-  return value >= 0 ? value : -errno;
-}
-
-}  // namespace
-
 int PosixSystem::createMemory(std::size_t size) {
-  const int descriptor = orError(::memfd_create("krv", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  const int descriptor = valueOrErrno(::memfd_create("krv", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (descriptor < 0) {
     return descriptor;
   }
   // It raises SIGXFSZ if this process may not make files of that size (RLIMIT_FSIZE).
   SignalBlock block(SIGXFSZ);
-  const int result = orError(::ftruncate(descriptor, static_cast<off_t>(size)));
+  const int result = valueOrErrno(::ftruncate(descriptor, static_cast<off_t>(size)));
   if (result == -EFBIG) {
     block.takeRaised();
   }
@@ -40,11 +33,11 @@ int PosixSystem::createMemory(std::size_t size) {
 }
 
 int PosixSystem::addSeals(int descriptor, int seals) {
-  return orError(::fcntl(descriptor, F_ADD_SEALS, seals));
+  return valueOrErrno(::fcntl(descriptor, F_ADD_SEALS, seals));
 }
 
 int PosixSystem::seals(int descriptor) {
-  return orError(::fcntl(descriptor, F_GET_SEALS));
+  return valueOrErrno(::fcntl(descriptor, F_GET_SEALS));
 }
 
 int PosixSystem::map(int descriptor, std::size_t size, bool writable, void*& mapping) {

@@ -7,20 +7,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/system.h"
+#include "evtsrv/source/value_or_errno.h"
 
 namespace EvtSrv::internal {
 
 namespace {
 
 static_assert(maxAddress < sizeof(sockaddr_un::sun_path));
-
-template <typename Number>
-Number orErrno(Number value) {
-  return value >= 0 ? value : static_cast<Number>(-errno);
-}
 
 /// Calls bind(2) or connect(2) with an abstract address: a zero byte and the name.
 template <typename Call>
@@ -30,14 +27,14 @@ int withAddress(Call call, int socket, std::string_view name) {
   const std::size_t size = std::min(name.size(), maxAddress);
   std::copy_n(name.begin(), size, address.sun_path + 1);
   const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + size);
-  return orErrno(call(socket, reinterpret_cast<const sockaddr*>(&address), length));
+  return valueOrErrno(call(socket, reinterpret_cast<const sockaddr*>(&address), length));
 }
 
-// How long a connection waits for a place in the queue of a server that is busy.
+// How long a connection waits for space in the queue of a server that is busy.
 constexpr timeval connectTime{1, 0};
 
 int makeSocket(int flags) {
-  return orErrno(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+  return valueOrErrno(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
 }
 
 }  // namespace
@@ -46,7 +43,7 @@ int PosixSystem::claimAddress(std::string_view name) {
   const int socket = makeSocket(SOCK_NONBLOCK);
   int result = socket < 0 ? socket : withAddress(::bind, socket, name);
   if (result == 0) {
-    result = orErrno(::listen(socket, SOMAXCONN));
+    result = valueOrErrno(::listen(socket, SOMAXCONN));
   }
   if (result < 0 && socket >= 0) {
     close(socket);
@@ -58,7 +55,7 @@ int PosixSystem::holderOfAddress(std::string_view name, uid_t& user) {
   FileDescriptor socket;
   int result = socket.adopt(*this, makeSocket(0));
   if (result == 0) {
-    result = orErrno(
+    result = valueOrErrno(
         ::setsockopt(socket.number(), SOL_SOCKET, SO_SNDTIMEO, &connectTime, sizeof connectTime));
   }
   if (result == 0) {
@@ -71,7 +68,7 @@ int PosixSystem::holderOfAddress(std::string_view name, uid_t& user) {
   ucred holder{};
   socklen_t size = sizeof holder;
   if (result == 0) {
-    result = orErrno(::getsockopt(socket.number(), SOL_SOCKET, SO_PEERCRED, &holder, &size));
+    result = valueOrErrno(::getsockopt(socket.number(), SOL_SOCKET, SO_PEERCRED, &holder, &size));
   }
   if (result == 0) {
     user = holder.uid;
@@ -82,22 +79,38 @@ int PosixSystem::holderOfAddress(std::string_view name, uid_t& user) {
 int PosixSystem::acceptConnection(int socket) {
   int result = -EINTR;
   while (result == -EINTR || result == -ECONNABORTED) {
-    result = orErrno(::accept4(socket, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    result = valueOrErrno(::accept4(socket, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   }
   return result;
 }
 
 int PosixSystem::createWatch() {
-  return orErrno(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  return valueOrErrno(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
 }
 
 int PosixSystem::addWatch(int watch, const std::string& path, std::uint32_t events) {
-  return orErrno(::inotify_add_watch(watch, path.c_str(), events | IN_DONT_FOLLOW));
+  return valueOrErrno(::inotify_add_watch(watch, path.c_str(), events | IN_DONT_FOLLOW));
 }
 
 void PosixSystem::removeWatch(int watch, int number) {
   // It fails only if the file, and the watch with it, is gone.
   static_cast<void>(::inotify_rm_watch(watch, number));
+}
+
+std::optional<WatchEvent> takeWatchEvent(std::span<const std::uint8_t>& bytes) {
+  inotify_event header{};
+  if (bytes.size() < sizeof header) {
+    return std::nullopt;
+  }
+  std::memcpy(&header, bytes.data(), sizeof header);
+  const auto rest = bytes.subspan(sizeof header);
+  if (header.len > rest.size()) {
+    return std::nullopt;
+  }
+  bytes = rest.subspan(header.len);
+  // The name is padded with zero bytes.
+  const auto* const name = reinterpret_cast<const char*>(rest.data());
+  return WatchEvent{header.mask, header.wd, {name, ::strnlen(name, header.len)}};
 }
 
 }  // namespace EvtSrv::internal
