@@ -5,9 +5,10 @@
 
 namespace EvtSrv::internal {
 
-/// How long a client waits before it tries to connect again by itself. A server that comes
-/// up broken, or that ends each connection soon, costs one attempt a delay; the delay
-/// doubles from `firstMs` to `lastMs`. Times are of the monotonic clock, in milliseconds.
+/// How long a client waits before it tries to connect again by itself, and a server before it
+/// tries again to make its mailbox. What fails each time, such as a connection to a server that
+/// comes up broken, costs one attempt a delay; the delay doubles from `firstMs` to `lastMs`.
+/// Times are of the monotonic clock, in milliseconds.
 class BackOff {
  public:
   static constexpr int firstMs = 100;
@@ -27,7 +28,7 @@ class BackOff {
     }
   }
 
-  /// An attempt has failed for another reason than that there is no server.
+  /// An attempt has failed. A client does not count that there is no server.
   void failed(std::int64_t now) {
     delay_ = std::clamp(2 * delay_, firstMs, lastMs);
     notBefore_ = now + delay_;

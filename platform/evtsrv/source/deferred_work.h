@@ -6,7 +6,7 @@ namespace EvtSrv::internal {
 
 class DeferredQueue;
 
-/// Work that is left for the next dispatch, because the place that finds it must not call
+/// Work that is left for the next dispatch, because the code that finds it must not call
 /// the program or must not take longer. Ends its wait in the queue on destruction.
 class DeferredWork {
  public:

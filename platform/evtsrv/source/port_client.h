@@ -89,7 +89,7 @@ class PortClient final : private ReadyHandler,
   // longer than one; without one it has `replyTimeoutMs`.
 
   /// Restores a lost connection without waiting for a dead server. `EvtRes_Success`:
-  /// the connection is open; `renewed` tells whether it is a new one. `EvtRes_NoServer`:
+  /// the connection is open; `renewed`: whether it is a new one. `EvtRes_NoServer`:
   /// no server has the name. `EvtRes_Stalled`: a live server has not replied to an
   /// earlier hello, for which a call has waited already. `EvtRes_NotPermitted`: the
   /// name belongs to another user or group than the one that `connect` has found.
@@ -98,7 +98,7 @@ class PortClient final : private ReadyHandler,
 
   /// Sends one request and waits for its reply (`EvtRes_Timeout`). After a time-out it returns
   /// `EvtRes_Stalled` immediately until the server shows activity; a late reply is dropped.
-  /// `EvtRes_Closed`: the connection is lost, which is noticed immediately; `reply.written` tells
+  /// `EvtRes_Closed`: the connection is lost, which is noticed immediately; `reply.written` shows
   /// whether the server may have received the request.
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply,
                   Deadline& deadline);

@@ -74,7 +74,7 @@ void PortClient::attemptFailed(EvtRes reason) {
   }
   const std::int64_t now = core_.system().nowMs();
   backOff_.failed(now);
-  // The watch also reports when another mailbox takes the place of a foreign one.
+  // The watch also reports when another mailbox replaces a foreign one.
   if (reason != EvtRes_NotPermitted || !isWatching) {
     static_cast<void>(trigger_.callAfter(backOff_.remaining(now)));
   }
@@ -85,7 +85,7 @@ EvtRes PortClient::listenForWelcome() {
   Reactor& reactor = core_.reactor();
   int result = reactor.add(handshake_->replyDescriptor(), EPOLLIN, *this, welcomeRole, onWelcome_);
   if (result == 0) {
-    // Without interest only the error is reported that tells of the server's end.
+    // Without interest only the error is reported that the server's end causes.
     const std::uint32_t interest = handshake_->isHelloSent() ? 0U : std::uint32_t{EPOLLOUT};
     result = reactor.add(handshake_->mailboxDescriptor(), interest, *this, helloRole, onMailbox_);
   }
@@ -103,7 +103,6 @@ bool PortClient::ready(unsigned /*role*/, std::uint32_t /*events*/) {
     sink_.connectionMade();
   } else if (result != EvtRes_Timeout ||
              (handshake_->isHelloSent() && onMailbox_.setInterest(0) < 0)) {
-    foundServer_ = true;
     endHandshake();
     attemptAgain();
   }

@@ -268,11 +268,11 @@ void PortServer::retry() {
   }
   if (mailbox_.descriptor() < 0) {
     restoreMailbox();
+  } else if (!onMailbox_.isActive()) {
+    listenOrRetry();
   }
 }
 
-  } else if (!onMailbox_.isActive()) {
-    listenOrRetry();
 void PortServer::closeClaimants() {
   int result = mailbox_.claim().closeConnections();
   if (result == -EMFILE || result == -ENFILE) {

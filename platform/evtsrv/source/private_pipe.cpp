@@ -190,8 +190,8 @@ void sweepPrivatePipes(System& system, const Token& own) {
   if (count == 0) {
     return;
   }
-  // Foreign names that come first would keep every sweep from the others: each begins somewhere
-  // else, at a place that nobody can choose.
+  // Foreign names that come first would keep every sweep from the others: each begins at another
+  // position, which no other user can choose.
   std::uint64_t number = 0;
   std::memcpy(&number, own.data(), sizeof number);
   const std::uint64_t first = number % count;
@@ -201,8 +201,8 @@ void sweepPrivatePipes(System& system, const Token& own) {
   const auto sweepFrom = [&](std::uint64_t begin, std::uint64_t last) {
     std::uint64_t index = 0;
     visitPipes(end, [&](std::string_view name) {
-      const std::uint64_t place = index++;
-      if (place < begin || place >= last) {
+      const std::uint64_t position = index++;
+      if (position < begin || position >= last) {
         return false;
       }
       path.resize(directorySize);

@@ -19,7 +19,7 @@ enum class PipePurpose { request, reply, event };
 std::string privatePipePath(const Token& token, PipePurpose purpose);
 
 /// A private pipe during the handshake: its name, which is removed on destruction, and
-/// its reading end. The lock on the reading end tells a sweep that a live process owns
+/// its reading end. The lock on the reading end shows a sweep that a live process owns
 /// the pipe.
 class PrivatePipe {
  public:

@@ -34,7 +34,7 @@ class TurnTaker {
   virtual bool takeTurn() = 0;
 };
 
-/// The place of a taker in a `TurnQueue`. Leaves the queue when it is destroyed.
+/// The entry of a taker in a `TurnQueue`. Leaves the queue when it is destroyed.
 class Turn {
  public:
   /// All arguments outlive this. May throw `std::bad_alloc`.
