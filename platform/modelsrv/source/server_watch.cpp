@@ -46,13 +46,18 @@ ServerWatch::ServerWatch(SessionWatches& owner, const WatchTerms& terms,
     : owner_(owner), terms_(terms), registry_(std::move(registry)) {}
 
 ServerWatch::~ServerWatch() {
+  end();
+}
+
+void ServerWatch::end() {
+  ended_ = true;
   if (top_ != nullptr) {
     delist();
   }
-  if (sleeps_) {
+  if (std::exchange(sleeps_, false)) {
     registry_->removeSleeping(sleepsAt_, *this);
   }
-  owner_.account().remove(accounted_);
+  owner_.account().remove(std::exchange(accounted_, 0));
 }
 
 void ServerWatch::watch(ModelPart& top) {
@@ -115,11 +120,16 @@ void ServerWatch::closeConnection() {
 }
 
 void ServerWatch::pendingAdded() {
-  owner_.pendingAdded(*this);
+  if (!ended_) {
+    owner_.pendingAdded(*this);
+  }
 }
 
 /// Begins again if the account does not allow what is pending.
 void ServerWatch::accountForMemory() {
+  if (ended_) {
+    return;
+  }
   const std::size_t now = values_.bytes() + structureBytes_ + cursor_.bytes() +
                           sleepsAt_.capacity() * sizeof(ModelPartId) +
                           (sleepNames_.has_value() ? sleepNames_->size() : 0);

@@ -50,6 +50,10 @@ class ServerWatch {
   /// Waits for any part that appears at `chain`.
   void waitAt(ChainView chain);
 
+  /// Ends the watch: no part refers to it any more, and nothing becomes pending. May call watch
+  /// handlers, and thereby the program.
+  void end();
+
   [[nodiscard]] const WatchTerms& terms() const { return terms_; }
 
   // Called by `PartSubscribers` and `WatchRegistry`. They do not throw.
@@ -82,6 +86,8 @@ class ServerWatch {
   [[nodiscard]] bool hasPending() const {
     return phase_ != Phase::running || !structure_.empty() || !values_.isEmpty();
   }
+  /// Something is pending: has it sent.
+  void pendingAdded();
   /// Lets changes whose period is over become pending.
   void wakeValues(std::int64_t nowMs) { values_.wake(nowMs); }
   [[nodiscard]] std::int64_t nextWake() const { return values_.nextWake(); }
@@ -111,7 +117,6 @@ class ServerWatch {
   void delist();
   void restart();
   void addStructure(StructureChange change);
-  void pendingAdded();
   void accountForMemory();
   [[nodiscard]] bool isReported(const ModelPart& part, const ModelPart* formerParent);
   [[nodiscard]] bool isInQueuedWalk(const ModelPart& part, const ModelPart* formerParent) const;
@@ -133,6 +138,7 @@ class ServerWatch {
   std::optional<std::string> sleepNames_;    ///< none: any part at the chain
   const ModelPart* sleepingPart_ = nullptr;  ///< compared only
   bool sleeps_ = false;
+  bool ended_ = false;
 
   Phase phase_ = Phase::begin;
   TreeCursor cursor_;

@@ -37,38 +37,54 @@ ModelRes SessionWatches::add(ModelPart* part, ChainView chain, const WatchTerms&
   if (!connection_.account().allows(chain.size() * sizeof(ModelPartId))) {
     return ModelRes_LimitReached;
   }
-  auto watch = std::make_shared<ServerWatch>(*this, terms, share_.registry);
-  if (part != nullptr) {
-    watch->watch(*part);
-  } else {
-    watch->waitAt(chain);
-  }
-  if (!connection_.account().addSubscription()) {
+  const auto watch = std::make_shared<ServerWatch>(*this, terms, share_.registry);
+  if (!enroll(watch)) {
     return ModelRes_LimitReached;
   }
-  ServerWatch& added = *watch;
   try {
-    if (terms.periodMs != 0 && withPeriod_ == 0 && !share_.timer.add(*this)) {
-      connection_.account().removeSubscriptions(1);
-      return ModelRes_LimitReached;
+    if (part != nullptr) {
+      watch->watch(*part);
+    } else {
+      watch->waitAt(chain);
     }
-    withPeriod_ += terms.periodMs != 0 ? 1 : 0;
-    watches_.emplace(terms.number, std::move(watch));
   } catch (...) {
-    connection_.account().removeSubscriptions(1);
-    connection_.closeOnNextDispatch();
+    static_cast<void>(remove(terms.number));
     throw;
   }
-  pendingAdded(added);
+  // A watch handler may have dispatched a request that ended it.
+  watch->pendingAdded();
   return ModelRes_Success;
 }
 
+/// Adds a watch that is of no part yet, so that `remove` ends it. False at a limit. If it throws
+/// `std::bad_alloc`, nothing has changed.
+bool SessionWatches::enroll(const std::shared_ptr<ServerWatch>& watch) {
+  const auto at = watches_.emplace(watch->terms().number, watch).first;
+  try {
+    const bool hasPeriod = watch->terms().periodMs != 0;
+    if ((!hasPeriod || withPeriod_ != 0 || share_.timer.add(*this)) &&
+        connection_.account().addSubscription()) {
+      withPeriod_ += hasPeriod ? 1 : 0;
+      return true;
+    }
+  } catch (...) {
+    watches_.erase(at);
+    throw;
+  }
+  watches_.erase(at);
+  if (withPeriod_ == 0) {
+    share_.timer.remove(*this);
+  }
+  return false;
+}
+
 ModelRes SessionWatches::remove(WatchNumber number) {
-  const auto at = watches_.find(number);
-  if (at == watches_.end()) {
+  const auto node = watches_.extract(number);
+  if (node.empty()) {
     return ModelRes_NotSubscribed;
   }
-  ServerWatch& watch = *at->second;
+  // It may be in the middle of reading a value, and outlives this call then.
+  ServerWatch& watch = *node.mapped();
   if (watch.links.isQueued) {
     ready_.remove(watch);
   }
@@ -79,7 +95,7 @@ ModelRes SessionWatches::remove(WatchNumber number) {
     share_.timer.remove(*this);
   }
   connection_.account().removeSubscriptions(1);
-  watches_.erase(at);
+  watch.end();
   return ModelRes_Success;
 }
 

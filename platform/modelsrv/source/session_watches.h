@@ -69,6 +69,7 @@ class SessionWatches final : private WatchTimer::Listener {
   [[nodiscard]] bool isReleased() const { return released_; }
 
  private:
+  bool enroll(const std::shared_ptr<ServerWatch>& watch);
   std::int64_t timeReached(std::int64_t nowMs) override;
 
   EvtSrv::internal::ServerConnection& connection_;
