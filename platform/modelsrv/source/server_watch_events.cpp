@@ -148,7 +148,7 @@ ServerWatch::Taken ServerWatch::takeValue(std::uint16_t& type, std::vector<std::
     accountForMemory();
     WatchedValue value{change.index, ModelRes_Success, change.timeNs, change.count, {}};
     value.result = owner_.readValue(*change.part, change.index);
-    if (value.result == ModelRes_NoValue) {
+    if (value.result == ModelRes_NoValue && PartAccess::isNode(*change.part)) {
       continue;
     }
     if (value.result == ModelRes_Success) {

@@ -56,8 +56,8 @@ struct WatchEvent {
   bool isNode = false;                        ///< if `added`
   ModelPartIndex index = ModelPartIndex_All;  ///< if `value`: the element, or the whole value
   /// If `value`: `ModelRes_Success`; `ModelRes_TooLarge` if the text has more than
-  /// `ModelWatchText_Max` bytes (`Watch::fetch` reads it); or why the server cannot read the value,
-  /// such as `ModelRes_Unreachable`.
+  /// `ModelWatchText_Max` bytes (`Watch::fetch` reads it); `ModelRes_NoValue` if the part has no
+  /// value any more; or why the server cannot read it, such as `ModelRes_Unreachable`.
   ModelRes result = ModelRes_Success;
   std::string_view text;  ///< if `value` with success
   /// If `value`: when the last of the reported changes was made, or for a current value when it was
