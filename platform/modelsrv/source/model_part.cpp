@@ -226,7 +226,11 @@ bool ModelPart::subscribable() const {
 
 void ModelPart::setSubscribable(bool subscribable) {
   const TreeLock lock(*this);
+  const bool begins = subscribable && !subscribable_;
   subscribable_ = subscribable;
+  if (begins) {
+    internal::reportSubscribable(*this);
+  }
 }
 
 bool ModelPart::isWatched() const {
@@ -317,6 +321,7 @@ void ModelPart::invalidate() {
   }
   if (const ModelRoot* root = findRoot(); root != nullptr && root->server_ != nullptr) {
     if (isNode_) {
+      root->watchRegistry_->nodeChanges(*this);
       root->server_->invalidator().invalidateAll();
     } else {
       root->server_->invalidator().invalidate(cacheStamp_);

@@ -49,6 +49,19 @@ struct PartAccess {
   static const ModelNode* anyNode(ModelPart& part) {
     return part.isNode_ ? static_cast<const ModelNode*>(&part) : nullptr;
   }
+  /// Whether clients can reach a part in the tree of a root: it and the nodes above it have ids,
+  /// and none of these nodes hides its children.
+  static bool isPublished(const ModelPart& part) {
+    const ModelPart* at = &part;
+    for (const ModelNode* above = part.parent_; above != nullptr; above = above->parent_) {
+      // `asNode` is not const, but it changes nothing.
+      if (at->id() == ModelPartId_Void || asNode(*const_cast<ModelNode*>(above)) == nullptr) {
+        return false;
+      }
+      at = above;
+    }
+    return true;
+  }
   /// All children, even if the part hides them from clients.
   static const std::vector<ModelPart*>& allChildren(const ModelPart& part) {
     static const std::vector<ModelPart*> none;

@@ -91,6 +91,7 @@ void ServerWatch::enlist(ModelPart& top) {
     subscribers = std::move(created);
   }
   top_ = &top;
+  ++WatchCounts::watches;
   if (terms_.subtree) {
     ++WatchCounts::subtrees;
   }
@@ -103,6 +104,7 @@ void ServerWatch::delist() {
   if (subscribers->isEmpty()) {
     subscribers.reset();
   }
+  --WatchCounts::watches;
   PartAccess::reportWatched(top, false);
   if (!terms_.subtree) {
     return;
@@ -224,6 +226,12 @@ void ServerWatch::addStructure(StructureChange change) {
 }
 
 void ServerWatch::partEntered(ModelPart& part) {
+  if (PartAccess::isPublished(part)) {
+    partShown(part);
+  }
+}
+
+void ServerWatch::partShown(ModelPart& part) {
   if (owner_.isReleased()) {
     return;
   }
@@ -241,8 +249,13 @@ void ServerWatch::partLeft(const ModelPart& part, const ModelPart& formerParent,
   try {
     const bool wasReported = isReported(part, &formerParent);
     dropPending(part, descendants);
+    std::vector<ModelPartId> chain;
     if (wasReported && !owner_.isReleased()) {
-      addStructure({nullptr, PartPath::of(part, &formerParent).chain});
+      chain = PartPath::of(part, &formerParent).chain;
+    }
+    // No client has heard of a part without an id.
+    if (!chain.empty() && std::find(chain.begin(), chain.end(), ModelPartId_Void) == chain.end()) {
+      addStructure({nullptr, std::move(chain)});
     }
   } catch (const std::bad_alloc&) {
     restart();
@@ -272,6 +285,7 @@ void ServerWatch::dropPending(const ModelPart& part, std::span<ModelPart* const>
 
 void ServerWatch::topLeft(ModelPart& part, const PartPath* path) {
   top_ = nullptr;
+  --WatchCounts::watches;
   if (terms_.subtree) {
     --WatchCounts::subtrees;
   }

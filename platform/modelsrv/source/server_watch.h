@@ -62,6 +62,9 @@ class ServerWatch {
   void partChanged(ModelPart& part, ModelPartIndex index);
   /// `part` has been added below the watched part.
   void partEntered(ModelPart& part);
+  /// `part`, the watched one or below it, or its children, are about to be published, or its value
+  /// is to be reported from now on.
+  void partShown(ModelPart& part);
   /// `part`, below the watched part, has been removed from `formerParent`.
   void partLeft(const ModelPart& part, const ModelPart& formerParent,
                 std::span<ModelPart* const> descendants);

@@ -13,18 +13,6 @@ namespace {
 // The parts that are looked at for one event, at most: the work of one dispatch is bounded.
 constexpr unsigned stepsAtOnce = 1000;
 
-/// Whether no node above `part` hides it.
-bool isPublished(const ModelPart& part) {
-  for (const ModelNode* at = PartAccess::parent(part); at != nullptr;
-       at = PartAccess::parent(*at)) {
-    // `asNode` is not const, but it changes nothing.
-    if (PartAccess::asNode(*const_cast<ModelNode*>(at)) == nullptr) {
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
 ServerWatch::Taken ServerWatch::takeNext(std::uint16_t& type, std::vector<std::uint8_t>& payload,
@@ -39,7 +27,7 @@ ServerWatch::Taken ServerWatch::takeNext(std::uint16_t& type, std::vector<std::u
     case Phase::begin:
       encodeWatchMark(terms_.number, WatchStructure::begin, payload);
       phase_ = top_ != nullptr ? Phase::firstWalk : Phase::complete;
-      if (top_ != nullptr) {
+      if (top_ != nullptr && PartAccess::isPublished(*top_)) {
         cursor_.begin(*top_);
       }
       return Taken::event;
@@ -82,7 +70,7 @@ ServerWatch::Taken ServerWatch::takeStructure(std::uint16_t& type,
       popStructure();
       return Taken::event;
     }
-    if (walks_.erase(part) != 0) {
+    if (walks_.erase(part) != 0 && PartAccess::isPublished(*part)) {
       cursor_.begin(*part);
     }
     bool finished = false;
@@ -97,6 +85,10 @@ ServerWatch::Taken ServerWatch::takeStructure(std::uint16_t& type,
 /// Reports the part that the cursor visits next, or sets `finished`.
 ServerWatch::Taken ServerWatch::takeWalk(std::uint16_t& type, std::vector<std::uint8_t>& payload,
                                          bool& finished) {
+  // The cursor looks at the nodes below the part where it began.
+  if (cursor_.top() != nullptr && !PartAccess::isPublished(*cursor_.top())) {
+    cursor_.end();
+  }
   ModelPart* const part = cursor_.next(registry_->structureVersion());
   accountForMemory();
   if (part == nullptr) {
@@ -131,8 +123,10 @@ ServerWatch::Taken ServerWatch::takeValue(std::uint16_t& type, std::vector<std::
       return Taken::paused;
     }
     const PendingValues::Change change = values_.first();
-    if (!isPublished(*change.part)) {
+    if (!PartAccess::isPublished(*change.part)) {
+      // If it is shown again it is reported with its value.
       values_.pop(0);
+      accountForMemory();
       continue;
     }
     // Reading the value of another class calls the program.

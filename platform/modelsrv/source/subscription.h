@@ -100,6 +100,13 @@ class PartSubscribers {
   /// subscribed to it or watches it.
   void notify(ModelPart& part, ModelPartIndex index);
 
+  /// Calls `visit` for each watch that begins here.
+  template <typename Visit>
+  void forEachWatch(Visit visit) const {
+    for (ServerWatch* const watch : watches_) {
+      visit(*watch);
+    }
+  }
   /// Calls `visit` for each watch of a subtree that begins here.
   template <typename Visit>
   void forEachSubtreeWatch(Visit visit) const {

@@ -20,6 +20,20 @@ void forEachSubtreeWatch(const ModelPart* part, Visit visit) {
   }
 }
 
+/// Notifies the watches that begin below `part`, which does not hide it any more. What is deeper
+/// than `levels` has no watches.
+void reportShownBelow(const ModelPart& part, std::size_t levels = ModelDepth_Max) {
+  if (levels == 0) {
+    return;
+  }
+  for (ModelPart* const child : PartAccess::allChildren(part)) {
+    if (const PartSubscribers* const subscribers = PartAccess::subscribersOf(*child)) {
+      subscribers->forEachWatch([child](ServerWatch& watch) { watch.partShown(*child); });
+    }
+    reportShownBelow(*child, levels - 1);
+  }
+}
+
 }  // namespace
 
 bool isInWatchedSubtree(const ModelPart& part) {
@@ -34,6 +48,13 @@ bool isInWatchedSubtree(const ModelPart& part) {
 void notifySubtreeWatches(ModelPart& part, ModelPartIndex index) {
   forEachSubtreeWatch(PartAccess::parent(part),
                       [&](ServerWatch& watch) { watch.partChanged(part, index); });
+}
+
+void reportSubscribable(ModelPart& part) {
+  if (WatchCounts::anySubtree() && !PartAccess::isNode(part)) {
+    forEachSubtreeWatch(PartAccess::parent(part),
+                        [&part](ServerWatch& watch) { watch.partShown(part); });
+  }
 }
 
 void reportWatchedBelow(const ModelPart& part, bool watched) {
@@ -73,6 +94,19 @@ void WatchRegistry::partLeft(const ModelPart& part, ModelPart& formerParent,
       watch.partLeft(part, formerParent, descendants);
     });
   }
+}
+
+void WatchRegistry::nodeChanges(ModelPart& node) {
+  if (!WatchCounts::any()) {
+    return;
+  }
+  ++structureVersion_;
+  // What it begins to hide is noticed when it is to be reported.
+  if (PartAccess::asNode(node) != nullptr) {
+    return;
+  }
+  forEachSubtreeWatch(&node, [&node](ServerWatch& watch) { watch.partShown(node); });
+  reportShownBelow(node);
 }
 
 void WatchRegistry::addSleeping(const std::vector<ModelPartId>& chain, ServerWatch& watch) {

@@ -24,7 +24,10 @@ struct WatchCounts {
   static inline std::atomic<std::size_t> subtrees{0};
   /// The number of parts with a watch handler, likewise.
   static inline std::atomic<std::size_t> handlers{0};
+  /// The number of watches whose part is in its tree.
+  static inline std::atomic<std::size_t> watches{0};
 
+  static bool any() { return watches.load(std::memory_order_relaxed) != 0; }
   static bool anySubtree() { return subtrees.load(std::memory_order_relaxed) != 0; }
   static bool anyHandler() { return handlers.load(std::memory_order_relaxed) != 0; }
 };
@@ -34,6 +37,9 @@ struct WatchCounts {
 
 /// `index` of `part` has changed: notifies the watches of subtrees.
 void notifySubtreeWatches(ModelPart& part, ModelPartIndex index);
+
+/// `part` accepts subscriptions again: has its value reported by the watches of subtrees.
+void reportSubscribable(ModelPart& part);
 
 /// Calls the watch handlers of the descendants of `part`, as far as a watch of its subtree, which
 /// has begun or ended, makes a difference to them. Throws `std::bad_alloc`.
@@ -54,6 +60,9 @@ class WatchRegistry {
   /// it. Does not throw either.
   void partLeft(const ModelPart& part, ModelPart& formerParent,
                 std::span<ModelPart* const> descendants);
+
+  /// `node` is about to show its children, or to hide them, or to change otherwise. Does not throw.
+  void nodeChanges(ModelPart& node);
 
   /// `watch` waits for a part at `chain`. Throws `std::bad_alloc`.
   void addSleeping(const std::vector<ModelPartId>& chain, ServerWatch& watch);

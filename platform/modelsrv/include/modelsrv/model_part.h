@@ -180,7 +180,9 @@ class KRV_EXPORT ModelPart {
   [[nodiscard]] ModelPartStatus status() const { return status_; }
 
   /// Whether clients may subscribe to this part; true unless the server sets it to false.
-  /// Existing subscriptions are not affected.
+  /// Existing subscriptions are not affected, nor are watches of the part itself. A watch of a
+  /// subtree reports the values of parts while they accept subscriptions, beginning with the
+  /// current one.
   [[nodiscard]] bool subscribable() const;
   void setSubscribable(bool subscribable);
 

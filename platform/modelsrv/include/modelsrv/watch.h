@@ -39,7 +39,9 @@ struct WatchEvent {
     /// connection; after this client has missed so many changes of the structure that the server
     /// did not keep them.
     begin,
-    /// A part is in the tree: `chain`, `name`, `isNode`. A node comes before its descendants.
+    /// A part is in the tree: `chain`, `name`, `isNode`. A node comes before its descendants. (It
+    /// may be one that was reported before, when a node shows its children again, or a part
+    /// accepts subscriptions again.)
     added,
     /// The value of a part: at first the current one, right after `added`, and then each change.
     value,
