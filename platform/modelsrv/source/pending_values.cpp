@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace ModelSrv::internal {
 
@@ -11,42 +12,40 @@ void PendingValues::count(Entry& entry, std::uint32_t changes, std::int64_t time
 }
 
 bool PendingValues::add(ModelPart& part, ModelPartIndex index, std::int64_t timeNs) {
-  Entry& entry = entryFor(part, index);
-  count(entry, 1, timeNs);
-  if (entry.restsUntil != 0 || entry.links.isQueued) {
+  const auto at = parts_.try_emplace(&part).first;
+  OfPart& ofPart = at->second;
+  ofPart.whole.part = &part;
+  Entry* entry = &ofPart.whole;
+  if (index == ModelPartIndex_All) {
+    addElementsToWhole(ofPart);
+  } else if (entry->changes == 0) {
+    try {
+      const std::size_t before = ofPart.elements != nullptr ? ofPart.elements->size() : 0;
+      entry = &elementOf(ofPart, index);
+      elements_ += ofPart.elements->size() - before;
+    } catch (...) {
+      eraseIfUnused(at);
+      throw;
+    }
+  }
+  count(*entry, 1, timeNs);
+  if (ofPart.restsUntil != 0 || entry->links.isQueued) {
     return false;
   }
-  queue_.push(entry);
+  queue_.push(*entry);
   return true;
 }
 
-/// The entry to count a change of `index` in. A queued entry of the whole value stands for the
-/// elements too.
-PendingValues::Entry& PendingValues::entryFor(ModelPart& part, ModelPartIndex index) {
-  OfPart& ofPart = parts_.try_emplace(&part).first->second;
-  ofPart.whole.part = &part;
-  if (index == ModelPartIndex_All) {
-    addElementsToWhole(ofPart);
-    return ofPart.whole;
+PendingValues::Entry& PendingValues::elementOf(OfPart& ofPart, ModelPartIndex index) {
+  if (ofPart.elements == nullptr) {
+    auto elements = std::make_unique<Elements>();
+    elements->try_emplace(index);
+    ofPart.elements = std::move(elements);
   }
-  if (ofPart.whole.links.isQueued && ofPart.whole.restsUntil == 0) {
-    return ofPart.whole;
-  }
-  try {
-    if (ofPart.elements == nullptr) {
-      ofPart.elements = std::make_unique<Elements>();
-    }
-    const auto [at, isNew] = ofPart.elements->try_emplace(index);
-    elements_ += isNew ? 1 : 0;
-    at->second.part = &part;
-    at->second.index = index;
-    return at->second;
-  } catch (...) {
-    if (!ofPart.whole.links.isQueued && (ofPart.elements == nullptr || ofPart.elements->empty())) {
-      parts_.erase(&part);
-    }
-    throw;
-  }
+  Entry& entry = (*ofPart.elements)[index];
+  entry.part = ofPart.whole.part;
+  entry.index = index;
+  return entry;
 }
 
 /// The value of the whole part is to be sent, and with it the elements.
@@ -55,9 +54,7 @@ void PendingValues::addElementsToWhole(OfPart& ofPart) {
     return;
   }
   for (auto& [index, element] : *ofPart.elements) {
-    if (element.changes != 0) {
-      count(ofPart.whole, element.changes, element.timeNs);
-    }
+    count(ofPart.whole, element.changes, std::max(ofPart.whole.timeNs, element.timeNs));
     unlink(element);
   }
   elements_ -= ofPart.elements->size();
@@ -71,25 +68,46 @@ PendingValues::Change PendingValues::first() const {
 
 void PendingValues::pop(std::int64_t restsUntil) {
   Entry& entry = *queue_.first();
+  const auto at = parts_.find(entry.part);
+  OfPart& ofPart = at->second;
+  removePending(ofPart, entry);
+  if (restsUntil != 0) {
+    unlinkAll(ofPart);
+    ofPart.restsUntil = restsUntil;
+    resting_.push(ofPart);
+  }
+  eraseIfUnused(at);
+}
+
+/// Removes a queued entry. It may be destroyed.
+void PendingValues::removePending(OfPart& ofPart, Entry& entry) {
   queue_.remove(entry);
-  if (restsUntil == 0) {
-    erase(entry);
+  entry.changes = 0;
+  entry.timeNs = 0;
+  if (entry.index == ModelPartIndex_All) {
     return;
   }
-  entry.changes = 0;
-  entry.restsUntil = restsUntil;
-  resting_.push(entry);
+  ofPart.elements->erase(entry.index);
+  --elements_;
+  if (ofPart.elements->empty()) {
+    ofPart.elements.reset();
+  }
 }
 
 void PendingValues::wake(std::int64_t now) {
   while (!resting_.isEmpty() && resting_.first()->restsUntil <= now) {
-    Entry& entry = *resting_.first();
-    resting_.remove(entry);
-    entry.restsUntil = 0;
-    if (entry.changes != 0) {
-      queue_.push(entry);
+    OfPart& ofPart = *resting_.first();
+    resting_.remove(ofPart);
+    ofPart.restsUntil = 0;
+    if (ofPart.elements != nullptr && ofPart.elements->size() > 1) {
+      addElementsToWhole(ofPart);
+    }
+    if (ofPart.elements != nullptr) {
+      queue_.push(ofPart.elements->begin()->second);
+    } else if (ofPart.whole.changes != 0) {
+      queue_.push(ofPart.whole);
     } else {
-      erase(entry);
+      eraseIfUnused(parts_.find(ofPart.whole.part));
     }
   }
 }
@@ -100,31 +118,26 @@ std::int64_t PendingValues::nextWake() const {
 
 void PendingValues::unlink(Entry& entry) {
   if (entry.links.isQueued) {
-    (entry.restsUntil != 0 ? resting_ : queue_).remove(entry);
+    queue_.remove(entry);
   }
 }
 
-/// Erases an entry that is in no queue.
-void PendingValues::erase(Entry& entry) {
-  const auto at = parts_.find(entry.part);
-  OfPart& ofPart = at->second;
-  if (const ModelPartIndex index = entry.index; index != ModelPartIndex_All) {
-    ofPart.elements->erase(index);
-    --elements_;
-    if (ofPart.elements->empty()) {
-      ofPart.elements.reset();
+void PendingValues::unlinkAll(OfPart& ofPart) {
+  unlink(ofPart.whole);
+  if (ofPart.elements != nullptr) {
+    for (auto& [index, element] : *ofPart.elements) {
+      unlink(element);
     }
-  } else {
-    entry.changes = 0;
-  }
-  if (ofPart.elements == nullptr && !ofPart.whole.links.isQueued) {
-    parts_.erase(at);
-    shrink();
   }
 }
 
-/// The buckets of very many entries are not kept.
-void PendingValues::shrink() {
+void PendingValues::eraseIfUnused(Parts::iterator at) {
+  const OfPart& ofPart = at->second;
+  if (ofPart.elements != nullptr || ofPart.whole.changes != 0 || ofPart.restsUntil != 0) {
+    return;
+  }
+  parts_.erase(at);
+  // The buckets of very many entries are not kept.
   constexpr std::size_t keptBuckets = 16 * 1024;
   if (parts_.empty() && parts_.bucket_count() > keptBuckets) {
     Parts().swap(parts_);
@@ -136,13 +149,12 @@ void PendingValues::drop(const ModelPart& part) {
   if (at == parts_.end()) {
     return;
   }
-  unlink(at->second.whole);
-  if (at->second.elements != nullptr) {
-    for (auto& [index, element] : *at->second.elements) {
-      unlink(element);
-    }
-    elements_ -= at->second.elements->size();
+  OfPart& ofPart = at->second;
+  unlinkAll(ofPart);
+  if (ofPart.links.isQueued) {
+    resting_.remove(ofPart);
   }
+  elements_ -= ofPart.elements != nullptr ? ofPart.elements->size() : 0;
   parts_.erase(at);
 }
 
