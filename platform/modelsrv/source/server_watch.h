@@ -5,8 +5,11 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
+#include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "modelsrv/source/linked_queue.h"
@@ -19,6 +22,9 @@
 namespace ModelSrv::internal {
 
 class SessionWatches;
+
+/// When which watch of a session is to be woken up, in milliseconds.
+using WatchWakes = std::set<std::pair<std::int64_t, WatchNumber>>;
 
 /// What a client has requested to watch.
 struct WatchTerms {
@@ -98,6 +104,9 @@ class ServerWatch {
   // For the owner alone.
   QueueLinks<ServerWatch> links;
   std::int64_t wakesAtMs = 0;  ///< 0: it need not be woken
+  /// With a period: the node of `WatchWakes` while it need not be woken, so that a rest allocates
+  /// nothing.
+  WatchWakes::node_type wake;
 
  private:
   enum class Phase {

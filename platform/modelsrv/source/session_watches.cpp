@@ -62,6 +62,9 @@ bool SessionWatches::enroll(const std::shared_ptr<ServerWatch>& watch) {
   const auto at = watches_.emplace(watch->terms().number, watch).first;
   try {
     const bool hasPeriod = watch->terms().periodMs != 0;
+    if (hasPeriod) {
+      watch->wake = wakes_.extract(wakes_.emplace(0, watch->terms().number).first);
+    }
     if ((!hasPeriod || withPeriod_ != 0 || share_.timer.add(*this)) &&
         connection_.account().addSubscription()) {
       withPeriod_ += hasPeriod ? 1 : 0;
@@ -174,7 +177,8 @@ ModelRes SessionWatches::readValue(const ModelPart& part, ModelPartIndex index) 
 
 void SessionWatches::rests(ServerWatch& watch, std::int64_t untilMs) {
   if (watch.wakesAtMs == 0) {
-    wakes_.emplace(untilMs, watch.terms().number);
+    watch.wake.value().first = untilMs;
+    wakes_.insert(std::move(watch.wake));
     watch.wakesAtMs = untilMs;
     share_.timer.callAt(untilMs);
   }
@@ -183,7 +187,7 @@ void SessionWatches::rests(ServerWatch& watch, std::int64_t untilMs) {
 std::int64_t SessionWatches::timeReached(std::int64_t nowMs) {
   while (!wakes_.empty() && wakes_.begin()->first <= nowMs) {
     ServerWatch& watch = *watches_.at(wakes_.begin()->second);
-    wakes_.erase(wakes_.begin());
+    watch.wake = wakes_.extract(wakes_.begin());
     watch.wakesAtMs = 0;
     watch.wakeValues(nowMs);
     if (const std::int64_t next = watch.nextWake(); next != 0) {

@@ -4,9 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "evtsrv/source/server_session.h"
@@ -77,7 +75,7 @@ class SessionWatches final : private WatchTimer::Listener {
   std::map<WatchNumber, std::shared_ptr<ServerWatch>> watches_;
   LinkedQueue<ServerWatch> ready_;  ///< those that have something pending
   std::size_t withPeriod_ = 0;
-  std::set<std::pair<std::int64_t, WatchNumber>> wakes_;  ///< when which is to be woken up
+  WatchWakes wakes_;          ///< when which is to be woken up
   std::size_t textRead_ = 0;  ///< bytes since the beginning of this write
   bool inDispatch_ = false;
   bool paused_ = false;
