@@ -57,7 +57,22 @@ void ServerWatch::end() {
   if (std::exchange(sleeps_, false)) {
     registry_->removeSleeping(sleepsAt_, *this);
   }
-  owner_.account().remove(std::exchange(accounted_, 0));
+  owner_.account().remove(std::exchange(accounted_, 0) + std::exchange(ownBytes_, 0));
+}
+
+std::size_t ServerWatch::bytesOf(const WatchTerms& terms) {
+  constexpr std::size_t ofContainers = 256;
+  constexpr std::size_t ofCursor = 2048;
+  return sizeof(ServerWatch) + ofContainers + (terms.subtree ? ofCursor : 0);
+}
+
+bool ServerWatch::accountForItself() {
+  const std::size_t bytes = bytesOf(terms_);
+  if (!owner_.account().add(bytes)) {
+    return false;
+  }
+  ownBytes_ = bytes;
+  return true;
 }
 
 void ServerWatch::watch(ModelPart& top) {
@@ -132,7 +147,7 @@ void ServerWatch::accountForMemory() {
   if (ended_) {
     return;
   }
-  const std::size_t now = values_.bytes() + structureBytes_ + cursor_.bytes() +
+  const std::size_t now = values_.bytes() + structureBytes_ +
                           sleepsAt_.capacity() * sizeof(ModelPartId) +
                           (sleepNames_.has_value() ? sleepNames_->size() : 0);
   if (now > accounted_ && !owner_.account().add(now - accounted_)) {

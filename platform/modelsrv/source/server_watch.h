@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 #include <optional>
 #include <set>
@@ -37,7 +37,8 @@ struct WatchTerms {
 /// One watch of a client, in the server. It walks once through the parts and sends their values;
 /// parts that it has passed are reported when they change, come or go, as soon as the client takes
 /// it. It holds memory for what is pending, and none for the other parts. If the limit for what is
-/// pending is reached, it begins again instead, which needs no memory.
+/// pending is reached, it begins again instead, which needs no memory: what
+/// the position takes is accounted for from the beginning.
 ///
 /// If its part leaves the tree the watch sleeps until a part with the same id chain and names is
 /// there. Guarded by the client mutex.
@@ -61,6 +62,12 @@ class ServerWatch {
   void end();
 
   [[nodiscard]] const WatchTerms& terms() const { return terms_; }
+
+  /// The memory that a watch takes while nothing is pending, in bytes: an estimate, with the
+  /// containers that it is in, and the position in a tree of usual depth.
+  [[nodiscard]] static std::size_t bytesOf(const WatchTerms& terms);
+  /// Accounts for it; false at a limit.
+  [[nodiscard]] bool accountForItself();
 
   // Called by `PartSubscribers` and `WatchRegistry`. They do not throw.
 
@@ -154,12 +161,13 @@ class ServerWatch {
 
   Phase phase_ = Phase::begin;
   TreeCursor cursor_;
-  std::deque<StructureChange> structure_;
+  std::list<StructureChange> structure_;  ///< takes no memory while it is empty
   std::size_t structureBytes_ = 0;
   /// The parts in `structure_` whose walk has not begun.
   std::unordered_set<const ModelPart*> walks_;
   PendingValues values_;
-  std::size_t accounted_ = 0;
+  std::size_t ownBytes_ = 0;   ///< accounted for, until the end
+  std::size_t accounted_ = 0;  ///< the bytes of what is pending, and of the path while it sleeps
 };
 
 }  // namespace ModelSrv::internal

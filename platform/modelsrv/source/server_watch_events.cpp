@@ -90,9 +90,8 @@ ServerWatch::Taken ServerWatch::takeWalk(std::uint16_t& type, std::vector<std::u
     cursor_.end();
   }
   ModelPart* const part = cursor_.next(registry_->structureVersion());
-  accountForMemory();
   if (part == nullptr) {
-    finished = phase_ != Phase::begin;
+    finished = true;
     return Taken::nothing;
   }
   if (!terms_.subtree) {

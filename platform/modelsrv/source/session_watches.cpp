@@ -12,6 +12,9 @@ namespace {
 constexpr std::size_t textAtOnce = std::size_t{256} * 1024;
 constexpr std::size_t keptText = std::size_t{64} * 1024;
 
+// A change of a part costs time for each watch of it.
+constexpr std::size_t maxWatches = 1000;
+
 }  // namespace
 
 WatchShare::WatchShare(ModelRoot& root)
@@ -34,7 +37,9 @@ ModelRes SessionWatches::add(ModelPart* part, ChainView chain, const WatchTerms&
   if (watches_.contains(terms.number)) {
     return ModelRes_BadArgument;
   }
-  if (!connection_.account().allows(chain.size() * sizeof(ModelPartId))) {
+  if (watches_.size() >= maxWatches ||
+      !connection_.account().allows(ServerWatch::bytesOf(terms) +
+                                    chain.size() * sizeof(ModelPartId))) {
     return ModelRes_LimitReached;
   }
   const auto watch = std::make_shared<ServerWatch>(*this, terms, share_.registry);
@@ -65,7 +70,7 @@ bool SessionWatches::enroll(const std::shared_ptr<ServerWatch>& watch) {
     if (hasPeriod) {
       watch->wake = wakes_.extract(wakes_.emplace(0, watch->terms().number).first);
     }
-    if ((!hasPeriod || withPeriod_ != 0 || share_.timer.add(*this)) &&
+    if ((!hasPeriod || withPeriod_ != 0 || share_.timer.add(*this)) && watch->accountForItself() &&
         connection_.account().addSubscription()) {
       withPeriod_ += hasPeriod ? 1 : 0;
       return true;
@@ -105,7 +110,10 @@ ModelRes SessionWatches::remove(WatchNumber number) {
 bool SessionWatches::release() {
   constexpr unsigned watchesAtOnce = 100;
   released_ = true;
-  for (unsigned i = 0; i < watchesAtOnce && !watches_.empty(); ++i) {
+  bool isLast = false;
+  for (unsigned i = 0; i < watchesAtOnce && !watches_.empty() && !isLast; ++i) {
+    // The end of one of a subtree may call many watch handlers.
+    isLast = watches_.begin()->second->terms().subtree && WatchCounts::anyHandler();
     static_cast<void>(remove(watches_.begin()->first));
   }
   return watches_.empty();

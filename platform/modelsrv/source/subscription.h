@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -100,6 +101,10 @@ class PartSubscribers {
   /// subscribed to it or watches it.
   void notify(ModelPart& part, ModelPartIndex index);
 
+  [[nodiscard]] bool hasSubtreeWatch() const {
+    return std::any_of(watches_.begin(), watches_.end(),
+                       [](const ServerWatch* watch) { return watchesSubtree(*watch); });
+  }
   /// Calls `visit` for each watch that begins here.
   template <typename Visit>
   void forEachWatch(Visit visit) const {

@@ -34,11 +34,6 @@ class TreeCursor {
   /// The number of levels between the top and the part that was visited last.
   [[nodiscard]] std::size_t depth() const { return path_.size(); }
 
-  /// The memory that it uses, in bytes.
-  [[nodiscard]] std::size_t bytes() const {
-    return path_.capacity() * sizeof(ModelPartId) + levels_.capacity() * sizeof(Level);
-  }
-
  private:
   /// A node above the position, and where its child on the way to the position is.
   struct Level {

@@ -40,9 +40,14 @@ bool isInWatchedSubtree(const ModelPart& part) {
   if (!WatchCounts::anySubtree()) {
     return false;
   }
-  bool found = false;
-  forEachSubtreeWatch(PartAccess::parent(part), [&found](ServerWatch&) { found = true; });
-  return found;
+  for (const ModelPart* at = PartAccess::parent(part); at != nullptr;
+       at = PartAccess::parent(*at)) {
+    const PartSubscribers* const subscribers = PartAccess::subscribersOf(*at);
+    if (subscribers != nullptr && subscribers->hasSubtreeWatch()) {
+      return true;
+    }
+  }
+  return false;
 }
 
 void notifySubtreeWatches(ModelPart& part, ModelPartIndex index) {

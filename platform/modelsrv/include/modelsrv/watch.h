@@ -101,9 +101,9 @@ class KRV_EXPORT Watch {
   ///
   /// Results: `ModelRes_NoSuchPart`; `ModelRes_NotSubscribable` for a part that does not accept
   /// subscriptions; `ModelRes_NoSuchIndex`; `ModelRes_LimitReached` if the server accepts no more
-  /// subscriptions of this client; `ModelRes_NotSupported` if the server is too old to know
-  /// watches; `ModelRes_BadArgument` for an empty callback, or an index with a subtree; or an error
-  /// of the connection. The watch is not active then.
+  /// subscriptions of this client, or 1000 watches of it; `ModelRes_NotSupported` if the server is
+  /// too old to know watches; `ModelRes_BadArgument` for an empty callback, or an index with a
+  /// subtree; or an error of the connection. The watch is not active then.
   ModelRes start(ModelRoot& root, std::span<const ModelPartId> chain, const WatchOptions& options,
                  Callback callback);
 
