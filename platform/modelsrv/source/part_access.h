@@ -101,6 +101,7 @@ struct PartAccess {
   static bool hasSleeping(const ModelPart& part) { return part.hasSleeping_; }
   static void setHasSleeping(ModelPart& part) { part.hasSleeping_ = true; }
   static bool subscribable(const ModelPart& part) { return part.subscribable_; }
+  static bool hasWatchHandler(const ModelPart& part) { return part.watchHandler_ != nullptr; }
   /// To be called before the first subscription or watch begins and after the last one has ended.
   /// Calls the watch handler if that makes a difference to it.
   static void reportWatched(ModelPart& part, bool watched) {

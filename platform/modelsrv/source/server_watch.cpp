@@ -92,10 +92,8 @@ void ServerWatch::enlist(ModelPart& top) {
   auto created = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
   (created != nullptr ? created : subscribers)->addWatch(*this);
   try {
+    // The first walk does it for the parts below, a few in each dispatch.
     PartAccess::reportWatched(top, true);
-    if (terms_.subtree) {
-      reportWatchedBelow(top, true);
-    }
   } catch (...) {
     if (created == nullptr) {
       subscribers->removeWatch(*this);
@@ -126,7 +124,7 @@ void ServerWatch::delist() {
   }
   --WatchCounts::subtrees;
   try {
-    reportWatchedBelow(top, false);
+    reportUnwatchedBelow(top);
   } catch (const std::bad_alloc&) {
     // The server goes on to observe these values.
   }

@@ -97,6 +97,11 @@ ServerWatch::Taken ServerWatch::takeWalk(std::uint16_t& type, std::vector<std::u
   if (!terms_.subtree) {
     cursor_.end();
   }
+  if (WatchCounts::anyHandler() && part != top_ && PartAccess::subscribable(*part) &&
+      PartAccess::hasWatchHandler(*part)) {
+    owner_.programCalled();
+    PartAccess::reportWatched(*part, true);
+  }
   type = watchStructureEvent;
   encodeAdded(*part, payload);
   return Taken::event;

@@ -19,6 +19,7 @@ constexpr std::size_t maxWatches = 1000;
 
 WatchShare::WatchShare(ModelRoot& root)
     : system(root.manager()->core().system()),
+      turns(root.manager()->core().turns()),
       registry(PartAccess::watchRegistry(root)),
       timer(root.manager()->core()) {}
 
@@ -132,12 +133,13 @@ void SessionWatches::pendingAdded(ServerWatch& watch) {
 void SessionWatches::beginEvents(bool inDispatch) {
   inDispatch_ = inDispatch;
   textRead_ = 0;
+  programCalled_ = false;
 }
 
 bool SessionWatches::takeNext(std::uint16_t& type, std::vector<std::uint8_t>& payload) {
   paused_ = false;
   while (ServerWatch* const first = ready_.first()) {
-    if (textRead_ > textAtOnce) {
+    if (textRead_ > textAtOnce || (programCalled_ && share_.turns.turnExpired())) {
       paused_ = true;
       return false;
     }
@@ -173,6 +175,7 @@ ModelRes SessionWatches::readValue(const ModelPart& part, ModelPartIndex index) 
   if (text.capacity() > keptText) {
     text.shrink_to_fit();
   }
+  programCalled_ = programCalled_ || !PartAccess::isCacheable(part);
   const ModelRes result = PartAccess::appendText(part, text, index);
   const std::size_t size = text.size();
   share_.text = std::move(text);

@@ -20,6 +20,7 @@ struct WatchShare {
   explicit WatchShare(ModelRoot& root);
 
   EvtSrv::internal::System& system;
+  EvtSrv::internal::TurnQueue& turns;
   const std::shared_ptr<WatchRegistry> registry;
   WatchTimer timer;
   std::string text;              ///< of the value that was read last
@@ -59,6 +60,8 @@ class SessionWatches final : private WatchTimer::Listener {
   /// Reads a value into the shared text, which is valid until the next call. The result is one
   /// that can be sent.
   ModelRes readValue(const ModelPart& part, ModelPartIndex index);
+  /// The program is called, which may take long.
+  void programCalled() { programCalled_ = true; }
   /// `watch` is to be woken up at that time or before.
   void rests(ServerWatch& watch, std::int64_t untilMs);
   void closeConnection() { connection_.closeOnNextDispatch(); }
@@ -78,6 +81,7 @@ class SessionWatches final : private WatchTimer::Listener {
   WatchWakes wakes_;          ///< when which is to be woken up
   std::size_t textRead_ = 0;  ///< bytes since the beginning of this write
   bool inDispatch_ = false;
+  bool programCalled_ = false;  ///< since the beginning of this write
   bool paused_ = false;
   bool released_ = false;
 };

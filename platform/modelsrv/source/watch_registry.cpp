@@ -62,24 +62,18 @@ void reportSubscribable(ModelPart& part) {
   }
 }
 
-void reportWatchedBelow(const ModelPart& part, bool watched) {
+void reportUnwatchedBelow(const ModelPart& part) {
   if (!WatchCounts::anyHandler()) {
     return;
   }
   for (ModelPart* const descendant : PartAccess::descendants(part)) {
-    PartAccess::reportWatched(*descendant, watched);
+    PartAccess::reportWatched(*descendant, false);
   }
 }
 
 void WatchRegistry::partEntered(ModelPart& part, std::span<ModelPart* const> descendants) {
   ++structureVersion_;
   if (WatchCounts::anySubtree()) {
-    if (WatchCounts::anyHandler() && isInWatchedSubtree(part)) {
-      PartAccess::reportWatched(part, true);
-      for (ModelPart* const descendant : descendants) {
-        PartAccess::reportWatched(*descendant, true);
-      }
-    }
     forEachSubtreeWatch(PartAccess::parent(part),
                         [&part](ServerWatch& watch) { watch.partEntered(part); });
   }

@@ -41,9 +41,9 @@ void notifySubtreeWatches(ModelPart& part, ModelPartIndex index);
 /// `part` accepts subscriptions again: has its value reported by the watches of subtrees.
 void reportSubscribable(ModelPart& part);
 
-/// Calls the watch handlers of the descendants of `part`, as far as a watch of its subtree, which
-/// has begun or ended, makes a difference to them. Throws `std::bad_alloc`.
-void reportWatchedBelow(const ModelPart& part, bool watched);
+/// Calls the watch handlers of the descendants of `part` that nobody watches any more, after a
+/// watch of its subtree has ended. Throws `std::bad_alloc`.
+void reportUnwatchedBelow(const ModelPart& part);
 
 /// The watches of one tree whose parts are not in it, and the count of changes of its structure.
 class WatchRegistry {

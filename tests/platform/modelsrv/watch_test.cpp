@@ -310,7 +310,8 @@ TEST_F(Watches, CallTheHandlersOfTheWatchedParts) {
   ASSERT_EQ(server_.root.remove(&server_.drive), ModelRes_Success);
   EXPECT_THAT(calls, UnorderedElementsAre("speed+", "deep+", "x+", "speed-", "deep-"));
   ASSERT_EQ(server_.root.add(&server_.drive), ModelRes_Success);
-  EXPECT_EQ(calls.size(), 7U);
+  ASSERT_TRUE(awaits(log_, "value 1.14.1 5 x0"));
+  EXPECT_EQ(calls.size(), 7U) << "as soon as the values are read";
   server_.speed.setWatchHandler({});
   server_.deep.setWatchHandler({});
   server_.x.setWatchHandler({});

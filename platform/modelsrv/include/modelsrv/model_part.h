@@ -190,9 +190,10 @@ class KRV_EXPORT ModelPart {
   [[nodiscard]] bool isWatched() const;
 
   /// Calls `handler(true)` just before the first client subscribes to this part or watches it,
-  /// alone or in a subtree, and `handler(false)` after the last one has gone, so that the server
-  /// can save the work of observing a value that no client waits for. Called with the client mutex
-  /// held; it must neither throw nor add, remove or destroy parts. An empty function ends that.
+  /// alone or in a subtree (then before the client gets its first value), and `handler(false)`
+  /// after the last one has gone, so that the server can save the work of observing a value that no
+  /// client waits for. Called with the client mutex held; it must neither throw nor add, remove or
+  /// destroy parts. An empty function ends that.
   void setWatchHandler(std::function<void(bool watched)> handler);
 
   /// The node that the part was added to, or null.
