@@ -126,7 +126,9 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
 void ServerLink::drainAndClose() {
   core_.clientMutex().assertHeld();
   const auto keepAlive = shared_from_this();
-  draining_ = true;
+  if (!std::exchange(draining_, true) && session_ != nullptr) {
+    session_->beginDrain();
+  }
   if (serving_) {
     // Updates of what the request still changes come before the stopped event.
     eventsDeferred_ = true;

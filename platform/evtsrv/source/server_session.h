@@ -56,6 +56,9 @@ class ServerSession {
   /// Whether the last `takeEvent` left pending events to a later dispatch.
   [[nodiscard]] virtual bool eventsPaused() const { return false; }
 
+  /// The connection ends when all pending events are sent: no event waits for a time any more.
+  virtual void beginDrain() {}
+
   /// The code of the reply to a request that exceeds a limit of its client.
   [[nodiscard]] virtual std::uint16_t limitReached() const = 0;
 

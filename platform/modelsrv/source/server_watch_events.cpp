@@ -137,8 +137,9 @@ ServerWatch::Taken ServerWatch::takeValue(std::uint16_t& type, std::vector<std::
     if (!inDispatch && !PartAccess::isCacheable(*change.part)) {
       return Taken::paused;
     }
-    const std::int64_t restsUntil =
-        terms_.periodMs != 0 ? owner_.share().system.nowMs() + terms_.periodMs : 0;
+    const std::int64_t restsUntil = terms_.periodMs != 0 && owner_.hasPeriods()
+                                        ? owner_.share().system.nowMs() + terms_.periodMs
+                                        : 0;
     values_.pop(restsUntil);
     if (restsUntil != 0) {
       owner_.rests(*this, restsUntil);

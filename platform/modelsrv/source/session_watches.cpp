@@ -1,5 +1,8 @@
 #include "modelsrv/source/session_watches.h"
 
+#include <limits>
+#include <utility>
+
 #include "evtsrv/source/manager_core.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/tree_lock.h"
@@ -193,6 +196,11 @@ void SessionWatches::rests(ServerWatch& watch, std::int64_t untilMs) {
     watch.wakesAtMs = untilMs;
     share_.timer.callAt(untilMs);
   }
+}
+
+void SessionWatches::endPeriods() {
+  periodsEnded_ = true;
+  static_cast<void>(timeReached(std::numeric_limits<std::int64_t>::max()));
 }
 
 std::int64_t SessionWatches::timeReached(std::int64_t nowMs) {

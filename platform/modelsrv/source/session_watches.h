@@ -47,6 +47,8 @@ class SessionWatches final : private WatchTimer::Listener {
   void beginEvents(bool inDispatch);
   /// Removes the next pending event; false if there is none, or `isPaused`.
   bool takeNext(std::uint16_t& type, std::vector<std::uint8_t>& payload);
+  /// The connection ends soon: periods have no meaning any more.
+  void endPeriods();
   /// Whether more is to be sent by a later dispatch.
   [[nodiscard]] bool isPaused() const { return paused_; }
 
@@ -68,6 +70,7 @@ class SessionWatches final : private WatchTimer::Listener {
   [[nodiscard]] EvtSrv::internal::SessionAccount& account() { return connection_.account(); }
   [[nodiscard]] WatchShare& share() { return share_; }
   [[nodiscard]] bool isReleased() const { return released_; }
+  [[nodiscard]] bool hasPeriods() const { return !periodsEnded_; }
 
  private:
   bool enroll(const std::shared_ptr<ServerWatch>& watch);
@@ -84,6 +87,7 @@ class SessionWatches final : private WatchTimer::Listener {
   bool programCalled_ = false;  ///< since the beginning of this write
   bool paused_ = false;
   bool released_ = false;
+  bool periodsEnded_ = false;
 };
 
 }  // namespace ModelSrv::internal

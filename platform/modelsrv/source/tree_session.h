@@ -45,6 +45,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   void beginEvents(bool inDispatch) override { watches_.beginEvents(inDispatch); }
   bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override;
   [[nodiscard]] bool eventsPaused() const override { return watches_.isPaused(); }
+  void beginDrain() override { watches_.endPeriods(); }
   [[nodiscard]] std::uint16_t limitReached() const override { return ModelRes_LimitReached; }
   bool release() override {
     const bool released = subscriptions_.release();
