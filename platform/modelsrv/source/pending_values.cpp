@@ -87,7 +87,7 @@ void PendingValues::removePending(OfPart& ofPart, Entry& entry) {
   if (entry.index == ModelPartIndex_All) {
     return;
   }
-  ofPart.elements->erase(entry.index);
+  ofPart.elements->erase(ofPart.elements->find(entry.index));
   --elements_;
   if (ofPart.elements->empty()) {
     ofPart.elements.reset();

@@ -37,8 +37,8 @@ struct WatchTerms {
 /// One watch of a client, in the server. It walks once through the parts and sends their values;
 /// parts that it has passed are reported when they change, come or go, as soon as the client takes
 /// it. It holds memory for what is pending, and none for the other parts. If the limit for what is
-/// pending is reached, it begins again instead, which needs no memory: what
-/// the position takes is accounted for from the beginning.
+/// pending is reached, it begins again instead, which needs no memory: what the position takes is
+/// accounted for from the beginning.
 ///
 /// If its part leaves the tree the watch sleeps until a part with the same id chain and names is
 /// there. Guarded by the client mutex.
