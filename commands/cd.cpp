@@ -76,7 +76,7 @@ int TreeScope::connectServer(const std::string& name) {
 }
 
 int TreeScope::disconnectServer() {
-  endConnection();
+  const Leaving leaving(*this);
   static_cast<void>(doDu(nullptr));
   const KSTD::KThreadMutexLock held(eventPortManager_->clientMutex);
   closeServer();

@@ -3,9 +3,7 @@
 namespace treescope {
 
 int TreeScope::doExit() {
-  if (connected()) {
-    endConnection();
-  }
+  const Leaving leaving(*this);
   return doDu(nullptr);
 }
 

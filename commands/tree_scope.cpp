@@ -25,6 +25,8 @@ unsigned TreeScope::receiveModelEvent(const char* sender, unsigned type, EvtSrv:
     }
     return receiveMain(sender, type, data, reply);
   }
+  // After `disconnectServer` the library keeps the connection, and the subscriptions
+  // that were not cancelled.
   if (connected()) {
     printUpdate(*this, decodeUpdate(*data), printer_);
   }

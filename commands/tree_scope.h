@@ -33,7 +33,8 @@ class TreeScope : public ScopeBase, public ModelClient {
   /// shell and 1 for one that runs a command string or file.
   TreeScope(EvtSrv::EventPortManager* manager, int mode);
 
-  /// Frees the listing tree. While connected, disconnects.
+  /// Frees the listing tree. While connected, cancels every subscription below the
+  /// current directory and then deletes the mirror part.
   ~TreeScope() override;
 
   // The commands. A missing argument is null.
@@ -82,8 +83,8 @@ class TreeScope : public ScopeBase, public ModelClient {
   /// Shows the manual page.
   int doHelp() override;
 
-  /// Ends the connection, and all subscriptions with it. The dispatcher then ends the
-  /// shell.
+  /// Cancels every subscription below the current directory. The dispatcher then
+  /// ends the shell.
   int doExit() override;
 
   /// The event hook. Displays an update: the path of the part that changed, then
@@ -98,8 +99,8 @@ class TreeScope : public ScopeBase, public ModelClient {
   /// and no change if the library cannot connect. Called while not connected.
   int connectServer(const std::string& name);
 
-  /// Ends the connection, and all subscriptions with it (`endConnection`), then deletes the
-  /// mirror part (`closeServer`). Called while connected; returns 1.
+  /// Cancels the subscriptions below the current directory, then deletes the mirror
+  /// part (`closeServer`). Called while connected; returns 1.
   int disconnectServer();
 
   /// `path` with a leading "~" replaced by "/" while connected; empty for null.

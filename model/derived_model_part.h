@@ -75,12 +75,6 @@ class DerivedModelPart : public ModelSrv::ModelPart {
   void addSubscription(const IdChain& chain);
   /// Removes the first entry that equals `chain`, if there is one.
   void removeSubscription(const IdChain& chain);
-  void clearSubscriptions() {
-    assertHeld();
-    subscriptions_.clear();
-    names_.clear();
-    budget_ = {};
-  }
 
   // The name cache: the names along subscribed chains; used with the client mutex
   // held. An entry is valid while the chain is subscribed once, because the server sends

@@ -57,13 +57,29 @@ class ModelClient : public DerivedModelRoot {
   /// not connected.
   [[nodiscard]] bool openServer(const std::string& name);
 
-  /// Ends the connection, and all subscriptions with it. Makes no request, so a server that
-  /// does not reply cannot delay it; the display of an update that is in progress ends with
-  /// its present request. Afterwards all requests fail. Called while connected.
-  void endConnection();
+  /// While it exists, the user leaves the server: no request begins once all have taken 0.1 s,
+  /// and none for the display of an update. So a server that does not reply in time delays the
+  /// user by one request, however many subscriptions there are; what is left of them ends with
+  /// the connection. For the thread that runs the commands.
+  class Leaving {
+   public:
+    explicit Leaving(ModelClient& client) : client_(client) {
+      client_.leaveEnd_ = nowMs() + milliseconds;
+    }
+    ~Leaving() { client_.leaveEnd_ = 0; }
+    Leaving(const Leaving&) = delete;
+    Leaving& operator=(const Leaving&) = delete;
+
+   private:
+    static constexpr std::int64_t milliseconds = 100;
+
+    ModelClient& client_;
+  };
 
   /// Deletes the mirror part and with it the location and the list of
-  /// subscriptions.
+  /// subscriptions. The library keeps its connection until the next `openServer` or
+  /// until the root is stopped; but a connection that is left and whose server did not
+  /// reply in time ends.
   void closeServer();
 
   /// The mirror part; null while not connected.
@@ -221,8 +237,8 @@ class ModelClient : public DerivedModelRoot {
   /// nanoseconds, and a request that is served from the cache not many more.
   [[nodiscard]] static std::int64_t nowMs();
 
-  /// Whether a request may be made now. Requires the client mutex.
-  [[nodiscard]] bool mayRequest() const;
+  /// Whether a request may be made now. Requires the client mutex. `lock` as for a request.
+  [[nodiscard]] bool mayRequest(bool lock) const;
 
   /// `namePathOf`; returns whether the server listed every part.
   bool nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock);
@@ -241,8 +257,8 @@ class ModelClient : public DerivedModelRoot {
   // without.
   std::unique_ptr<DerivedModelPart> currentPart_;
 
-  std::atomic<bool> leaving_{false};  ///< another thread waits for the mutex to disconnect
-  std::int64_t requestsEnd_ = 0;      ///< of a `TimeLimit`, in milliseconds; 0: none
+  std::atomic<std::int64_t> leaveEnd_{0};  ///< see `Leaving`, in milliseconds; 0: not leaving
+  std::int64_t requestsEnd_ = 0;           ///< of a `TimeLimit`, in milliseconds; 0: none
 
   std::ostringstream valueStream_ KRV_GUARDED_BY(clientMutex_);  ///< reused by `readText`
 

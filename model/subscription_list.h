@@ -37,11 +37,6 @@ class SubscriptionList {
     sorted_.insert(sorted_.end(), inOrder_.insert(inOrder_.end(), chain));
   }
 
-  void clear() {
-    sorted_.clear();
-    inOrder_.clear();
-  }
-
   /// Removes the first entry that equals `chain`, if there is one.
   void removeFirst(const IdChain& chain) {
     // Equal entries are in the order of insertion.

@@ -65,27 +65,21 @@ TEST_F(Connection, CanBeOpenedToAnotherServerAfterwards) {
   EXPECT_THAT(scope_.currentPath(), ElementsAre(other));
 }
 
-TEST_F(Connection, EndsWithTheShellWithoutARequest) {
+TEST_F(Connection, EndsWithTheShellAndItsSubscriptions) {
   CountedNode node(41, "node");
   ModelSrv::ValuePart<bool> part(1, "part");
   ASSERT_EQ(node.add(&part), ModelSrv::ModelRes_Success);
   ASSERT_EQ(server_.drive.add(&node), ModelSrv::ModelRes_Success);
-  auto scope = std::make_unique<TreeScope>(&manager_, 1);
-  ASSERT_EQ(scope->connectServer(name_), 1);
-  ASSERT_EQ(scope->subscribePath({1, 41, 1}), 1);
-  node.requests = 0;
-  scope.reset();
-  EXPECT_EQ(node.requests, 0);
-}
-
-TEST_F(Connection, EndsWithoutARequestWhenTheShellExits) {
-  ASSERT_EQ(scope_.connectServer(name_), 1);
-  ASSERT_EQ(scope_.subscribePath({1, 1}), 1);
-  // No request is replied to.
-  server_.hang();
-  EXPECT_EQ(scope_.doExit(), 1);
-  EXPECT_THAT(scope_.currentPart()->subscriptions(), IsEmpty());
-  EXPECT_FALSE(scope_.serverOwner());
+  for (const bool subscribed : {false, true}) {
+    auto scope = std::make_unique<TreeScope>(&manager_, 1);
+    ASSERT_EQ(scope->connectServer(name_), 1);
+    if (subscribed) {
+      ASSERT_EQ(scope->subscribePath({1, 41, 1}), 1);
+    }
+    node.requests = 0;
+    scope.reset();
+    EXPECT_EQ(node.requests > 0, subscribed);
+  }
 }
 
 TEST_F(Connection, EndsWithTheShellAfterTheRootWasStopped) {
