@@ -39,14 +39,18 @@ SessionSubscriptions::~SessionSubscriptions() {
 }
 
 bool SessionSubscriptions::release() {
-  constexpr unsigned partsAtOnce = 1000;
+  constexpr unsigned atOnce = 1000;
   released_ = true;
-  for (unsigned i = 0; i < partsAtOnce && !subscriptions_.empty(); ++i) {
+  for (unsigned i = 0; i < atOnce && !subscriptions_.empty(); ++i) {
     Subscription& subscription = subscriptions_.begin()->second;
     removeFromPart(subscription);
     partRemoved(subscription);
   }
-  return subscriptions_.empty();
+  for (unsigned i = 0; i < atOnce && !sleeping_.isEmpty(); ++i) {
+    uncount(sleeping_.removeOne());
+  }
+  delistIfAwake();
+  return subscriptions_.empty() && sleeping_.isEmpty();
 }
 
 void SessionSubscriptions::uncount(std::size_t subscriptions) {

@@ -53,7 +53,8 @@ class SessionSubscriptions {
   /// Removes the oldest pending update from the queue; false if there is none.
   bool takeNext(ModelPart*& part, ModelPartIndex& index);
 
-  /// Ends some subscriptions, for a connection that has ended; true if none is left.
+  /// Ends some subscriptions, sleeping ones too, for a connection that has ended; true if none is
+  /// left. The work of one call is bounded.
   bool release();
 
   /// The number of subscriptions, sleeping ones included.

@@ -1,6 +1,7 @@
 #include "modelsrv/source/sleeping_subscriptions.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -133,6 +134,14 @@ SubscribedIndices SleepingSubscriptions::take(const PartPath& path, const ModelP
     }
   }
   return taken;
+}
+
+std::size_t SleepingSubscriptions::removeOne() {
+  const auto at = entries_.begin();
+  const auto last = std::prev(at->second.end());
+  const std::size_t count = last->indices.count();
+  erase(at, last);
+  return count;
 }
 
 std::size_t SleepingSubscriptions::bytesFor(ChainView chain) {

@@ -52,6 +52,9 @@ class SleepingSubscriptions {
   /// `std::bad_alloc`, nothing has changed.
   [[nodiscard]] SubscribedIndices take(const PartPath& path, const ModelPart& part);
 
+  /// Removes what waits for one part; returns the number of subscriptions. There must be one.
+  std::size_t removeOne();
+
   [[nodiscard]] bool contains(const std::vector<ModelPartId>& chain) const {
     return entries_.contains(chain);
   }

@@ -10,6 +10,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
+#include "modelsrv/source/part_access.h"
 #include "modelsrv/value_parts.h"
 #include "tests/platform/modelsrv/fake_connection.h"
 
@@ -141,6 +142,21 @@ TEST_F(SubscriptionsOfASession, CancelsByIndex) {
   EXPECT_EQ(gains_.setValue(0, 1), ModelRes_Success);
   EXPECT_EQ(gains_.setValue(2, 1), ModelRes_Success);
   EXPECT_EQ(takeAll(), (PendingUpdates{{&gains_, 2}}));
+}
+
+TEST_F(SubscriptionsOfASession, EndInCallsOfBoundedWork) {
+  ASSERT_EQ(session_.add(speed_, ModelPartIndex_All), ModelRes_Success);
+  ASSERT_EQ(session_.add(level_, ModelPartIndex_All), ModelRes_Success);
+  ASSERT_EQ(root_.remove(&speed_), ModelRes_Success);
+  const auto& sleeping = PartAccess::sleepingSessions(root_);
+  for (ModelPartId id = 101; id < 2600; ++id) {
+    ASSERT_EQ(session_.addSleeping(std::vector{id}, ModelPartIndex_All, sleeping),
+              ModelRes_Success);
+  }
+  for (const std::size_t left : {1500U, 500U, 0U}) {
+    EXPECT_EQ(session_.release(), left == 0);
+    EXPECT_EQ(session_.count(), left);
+  }
 }
 
 TEST_F(SubscriptionsOfASession, HasALimit) {
