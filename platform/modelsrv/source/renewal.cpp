@@ -57,13 +57,16 @@ EvtRes Renewal::postBatch() {
       }
       // The part may appear later.
       const Key key = absent_.back();
-      absent_.pop_back();
-      if (renewSupport_ != Support::no && subscriptions_->find(key) != nullptr) {
-        const ClientSubscriptions::Entry& entry = *subscriptions_->find(key);
-        result = post(key, {Operation::renew, entry.chain, entry.index});
-      } else {
+      const ClientSubscriptions::Entry* const entry = subscriptions_->find(key);
+      if (renewSupport_ == Support::no || entry == nullptr) {
+        absent_.pop_back();
         subscriptions_->markRefused(key);
         continue;
+      }
+      result = post(key, {Operation::renew, entry->chain, entry->index});
+      if (result == EvtSrv::EvtRes_Success) {
+        // Not before that: if memory runs out, the next batch tries it again.
+        absent_.pop_back();
       }
     } else if (const std::optional<Key> key = subscriptions_->firstLost()) {
       const ClientSubscriptions::Entry& entry = *subscriptions_->find(*key);
