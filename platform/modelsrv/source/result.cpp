@@ -31,7 +31,7 @@ const char* describe(ModelRes result) {
     case ModelRes_NotSubscribed:
       return "no such subscription";
     case ModelRes_LimitReached:
-      return "too many subscriptions";
+      return "the server holds no more for this client";
     case ModelRes_BadRequest:
       return "not a valid request";
     case ModelRes_DuplicateId:
