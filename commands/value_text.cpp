@@ -11,13 +11,13 @@ namespace {
 
 /// Whether `c` would end a command in a command file, or is one of the bytes 1 to 31 and 127. The
 /// bytes of C1 controls (128 to 159) stay: in UTF-8 they are parts of letters as well.
-bool isBlanked(char c) {
+bool becomesSpace(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x20 || byte == 0x7F || c == ';';
 }
 
-void blankFrom(std::string& line, std::size_t begin) {
-  std::replace_if(line.begin() + static_cast<std::ptrdiff_t>(begin), line.end(), isBlanked, ' ');
+void replaceBySpaces(std::string& line, std::size_t begin) {
+  std::replace_if(line.begin() + static_cast<std::ptrdiff_t>(begin), line.end(), becomesSpace, ' ');
 }
 
 }  // namespace
@@ -38,19 +38,19 @@ std::string valueLine(std::vector<std::string> names, const std::string& indexTe
 }
 
 void appendSavedCommand(std::string& line, const std::string& value) {
-  const auto isSpace = [](char c) { return c == ' ' || isBlanked(c); };
+  const auto isSpace = [](char c) { return c == ' ' || becomesSpace(c); };
   const bool quoted = value.empty() || std::any_of(value.begin(), value.end(), isSpace);
   line += quoted ? "str \"" : "set ";
   const std::size_t begin = line.size();
   line += value;
-  blankFrom(line, begin);
+  replaceBySpaces(line, begin);
   line += quoted ? "\" " : " ";
 }
 
 void appendSavedPath(std::string& line, const std::vector<std::string>& names) {
   const std::size_t begin = line.size();
   appendPath(line, names);
-  blankFrom(line, begin);
+  replaceBySpaces(line, begin);
 }
 
 void appendSavedElementPath(std::string& line, const std::vector<std::string>& names,

@@ -114,7 +114,7 @@ Error nameError(const Options& options, const std::string& name, ModelSrv::Model
 }
 
 /// Lets this process open as many descriptors as it may: a client takes three. If the system
-/// refuses, there is a place for fewer clients.
+/// refuses, there is capacity for fewer clients.
 void raiseDescriptorLimit() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {

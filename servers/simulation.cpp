@@ -29,7 +29,7 @@ double phase(const SimulationSpec& spec, std::uint64_t elapsed) {
 }  // namespace
 
 double simulatedPosition(const SimulationSpec& spec, std::uint64_t elapsed) {
-  // Between two intervals the value stays, whoever asks and when.
+  // Within an interval the value is the same for every caller at any time.
   const std::uint64_t tick = elapsed / spec.interval;
   const double at = phase(spec, tick * spec.interval);
   switch (spec.shape) {

@@ -290,7 +290,7 @@ class KRV_EXPORT ModelPart {
   std::shared_ptr<const std::function<void(bool)>> watchHandler_;
   bool subscribable_ = true;
   /// Whether subscriptions to this object sleep or have slept. An object that has taken the place
-  /// of a destroyed one in memory is told apart by that.
+  /// of a destroyed one in memory is distinguished by that.
   bool hasSleeping_ = false;
   /// What the watch handler was called with last.
   bool watchReported_ = false;
