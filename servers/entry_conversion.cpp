@@ -17,11 +17,7 @@ std::string below(Key key) {
 /// as a message shows it.
 std::optional<EntryError> checkLine(const std::string& at, const std::string& text,
                                     const std::string& shown) {
-  // The library knows which characters these are; everything else was checked.
-  ModelSrv::ModelPart probe;
-  ModelSrv::PartAttributes attributes;
-  attributes.text = text;
-  if (probe.setAttributes(std::move(attributes)) != ModelSrv::ModelRes_Success) {
+  if (!ModelSrv::isLine(text)) {
     return EntryError{at, "control characters in " + shown};
   }
   return std::nullopt;
@@ -52,10 +48,6 @@ class LineTexts {
  private:
   const RawEntry& raw_;
 };
-
-bool isNumber(EntryType type) {
-  return type != EntryType::node && type != EntryType::boolean && type != EntryType::text;
-}
 
 /// A value as a message shows it: of a text, which is the file's, a part in one line.
 std::string shown(const EntryValue& value, EntryType type) {

@@ -15,8 +15,6 @@ struct FileSpec {
   std::uint32_t period = 0;  ///< milliseconds between two reads; 0: when the file is changed
   double scale = 1;          ///< the value is that in the file times `scale` plus `offset`
   double offset = 0;
-
-  bool operator==(const FileSpec&) const = default;
 };
 
 /// A value that is calculated from the time.
@@ -26,8 +24,6 @@ struct SimulationSpec {
   std::uint32_t period = 60000;   ///< of a cycle, in milliseconds
   std::uint32_t interval = 1000;  ///< milliseconds between two values
   std::uint64_t seed = 0;
-
-  bool operator==(const SimulationSpec&) const = default;
 };
 
 /// What an entry may have beyond its type and values. Most entries have nothing of it.
@@ -35,8 +31,6 @@ struct EntryDetails {
   ModelSrv::PartAttributes attributes;
   std::optional<FileSpec> file;
   std::optional<SimulationSpec> simulation;
-
-  bool operator==(const EntryDetails&) const = default;
 };
 
 }  // namespace modelsrvd

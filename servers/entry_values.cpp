@@ -117,6 +117,10 @@ std::string_view nameOf(EntryType type) {
   return entryTypeNames[static_cast<std::size_t>(type)];
 }
 
+bool isNumber(EntryType type) {
+  return type != EntryType::node && type != EntryType::boolean && type != EntryType::text;
+}
+
 std::string toText(const EntryValue& value, EntryType type) {
   if (const auto* text = std::get_if<std::string>(&value)) {
     return *text;

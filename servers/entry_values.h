@@ -31,6 +31,9 @@ using Scalar =
 /// The name of a type; empty for `node`.
 [[nodiscard]] std::string_view nameOf(EntryType type);
 
+/// Whether values of a type are numbers.
+[[nodiscard]] bool isNumber(EntryType type);
+
 /// The value text of `value`, as the library has it.
 [[nodiscard]] std::string toText(const EntryValue& value, EntryType type);
 

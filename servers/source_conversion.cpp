@@ -78,10 +78,6 @@ class SourceKeys {
   std::optional<EntryError> error_;
 };
 
-bool isNumberType(EntryType type) {
-  return type != EntryType::boolean && type != EntryType::text;
-}
-
 void readFile(SourceKeys& keys, EntryType type, EntryDetails& details) {
   FileSpec file;
   const Scalar* const scalar = keys.find(Key::file);
@@ -96,7 +92,7 @@ void readFile(SourceKeys& keys, EntryType type, EntryDetails& details) {
   file.path = *path;
   keys.forbid({Key::interval, Key::seed}, "not allowed together with \"file\"");
   keys.readPeriod(Key::period, file.period);
-  if (!isNumberType(type)) {
+  if (!isNumber(type)) {
     keys.forbid({Key::scale, Key::offset}, "not allowed for " + std::string(nameOf(type)));
   }
   keys.readNumber(Key::scale, file.scale);
@@ -113,7 +109,7 @@ void checkSimulatedType(SourceKeys& keys, EntryType type, Shape shape,
   if (shape == Shape::steps && type == EntryType::text && !hasChoices) {
     keys.fail(Key::simulate, "requires \"choices\" for text");
   }
-  if (shape != Shape::steps && (!isNumberType(type) || hasChoices)) {
+  if (shape != Shape::steps && (!isNumber(type) || hasChoices)) {
     keys.fail(Key::simulate, std::string("expected \"steps\" for ") +
                                  (hasChoices ? "a value with choices" : std::string(nameOf(type))));
   }

@@ -191,9 +191,9 @@ ModelRes ArrayPart<T>::appendText(std::string& out, ModelPartIndex index) const 
 
 template <typename T>
 ModelRes ArrayPart<T>::storeText(std::string_view text, bool flag, ModelPartIndex index,
-                                 bool fromClient) {
-  std::string reason;
-  return storeElements(text, flag, index, fromClient ? &reason : nullptr);
+                                 bool /*fromClient*/) {
+  // `storeFromClient` takes what clients store.
+  return storeElements(text, flag, index, nullptr);
 }
 
 template <typename T>

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "modelsrv/part_description.h"
+
 namespace ModelSrv::internal {
 
 namespace {
@@ -43,17 +45,6 @@ struct CodePoint {
 
 }  // namespace
 
-bool isLine(std::string_view text) {
-  while (!text.empty()) {
-    const CodePoint next(text);
-    if (!next.isPrintable()) {
-      return false;
-    }
-    text.remove_prefix(next.size);
-  }
-  return true;
-}
-
 std::string toLine(std::string_view text, std::size_t maxBytes) {
   std::string line;
   while (!text.empty()) {
@@ -69,3 +60,18 @@ std::string toLine(std::string_view text, std::size_t maxBytes) {
 }
 
 }  // namespace ModelSrv::internal
+
+namespace ModelSrv {
+
+bool isLine(std::string_view text) {
+  while (!text.empty()) {
+    const internal::CodePoint next(text);
+    if (!next.isPrintable()) {
+      return false;
+    }
+    text.remove_prefix(next.size);
+  }
+  return true;
+}
+
+}  // namespace ModelSrv

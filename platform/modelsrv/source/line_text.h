@@ -7,10 +7,6 @@
 /// Texts for people that cross a connection: UTF-8 in one line. A peer may send anything.
 namespace ModelSrv::internal {
 
-/// Whether `text` is valid UTF-8 (RFC 3629) without control characters: U+0000 to U+001F and
-/// U+007F to U+009F.
-[[nodiscard]] bool isLine(std::string_view text);
-
 /// `text` with "?" for each control character and each byte that is not valid UTF-8, and without
 /// the characters that do not fit into `maxBytes`.
 [[nodiscard]] std::string toLine(std::string_view text, std::size_t maxBytes);

@@ -108,9 +108,9 @@ ModelRes ValuePart<T>::appendText(std::string& out, ModelPartIndex index) const 
 
 template <typename T>
 ModelRes ValuePart<T>::storeText(std::string_view text, bool flag, ModelPartIndex index,
-                                 bool fromClient) {
-  std::string reason;
-  return storeOne(text, flag, index, fromClient ? &reason : nullptr);
+                                 bool /*fromClient*/) {
+  // `storeFromClient` takes what clients store.
+  return storeOne(text, flag, index, nullptr);
 }
 
 template <typename T>

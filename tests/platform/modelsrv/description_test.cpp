@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "modelsrv/part_description.h"
 #include "modelsrv/source/line_text.h"
 #include "modelsrv/source/replies.h"
 #include "tests/platform/modelsrv/foreign_bytes.h"

@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "kstd/export.h"
 #include "modelsrv/model_part.h"
 
 namespace ModelSrv {
@@ -16,6 +18,10 @@ inline constexpr std::size_t ModelAttributeText_Max = 512;
 inline constexpr std::size_t ModelChoices_Max = 1000;
 /// The maximum size of the reason why a store was refused, in bytes.
 inline constexpr std::size_t ModelReason_Max = 512;
+
+/// Whether `text` may be one of a part's attributes: valid UTF-8 (RFC 3629) without control
+/// characters, which are U+0000 to U+001F and U+007F to U+009F. Any thread may call it.
+[[nodiscard]] KRV_EXPORT bool isLine(std::string_view text);
 
 /// What a server states about a part, beyond its type: for people who read the value, and for
 /// programs that display or check it. Each attribute is optional; an empty one is not stated.
