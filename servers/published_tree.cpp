@@ -238,9 +238,7 @@ PublishedTree::Kept PublishedTree::match(TreeDescription& description) {
     children[entry.parent].push_back(&entry);
   }
   Kept kept(description.entries.size(), isNew);
-  if (const auto ofRoot = children.find(rootEntry); ofRoot != children.end()) {
-    keepIds(ofRoot->second, root_, {}, departed_);
-  }
+  keepIds(children[rootEntry], root_, {}, departed_);
   for (std::size_t index = 0; index < kept.size(); ++index) {
     const Entry& entry = description.entries[index];
     const ModelNode* const parent = keptParent(entry, kept);

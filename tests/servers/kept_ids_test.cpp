@@ -123,5 +123,19 @@ TEST_F(IdsOfNames, AreGivenAwayWhenThereIsNoOther) {
   EXPECT_EQ(node().children().size(), 40000U);
 }
 
+TEST_F(IdsOfNames, OfTheRootAreKeptForNamesThatComeBackAfterAnEmptyFile) {
+  const auto rootOf = [](const char* first, const char* second) {
+    return describe(std::string(R"({"children": [{"name": ")") + first +
+                    R"(", "type": "bool", "value": true}, {"name": ")" + second +
+                    R"(", "type": "bool", "value": true}]})");
+  };
+  publish(rootOf("a", "b"));
+  EXPECT_FALSE(tree_->reload(describe(R"({"children": []})")));
+  EXPECT_TRUE(root_.children().empty());
+  EXPECT_FALSE(tree_->reload(rootOf("b", "a")));
+  EXPECT_EQ(root_.children().at(0)->id(), 2U);
+  EXPECT_EQ(root_.children().at(1)->id(), 1U);
+}
+
 }  // namespace
 }  // namespace modelsrvd
