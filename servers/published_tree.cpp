@@ -1,5 +1,6 @@
 #include "servers/published_tree.h"
 
+#include <functional>
 #include <limits>
 #include <type_traits>
 #include <unordered_map>
@@ -56,12 +57,18 @@ std::unique_ptr<ModelPart> createTyped(Entry& entry) {
                                         narrow<T>(std::move(entry.values.front())), entry.access);
 }
 
+/// `hadSource`: the value that the part holds was not the one that clients got.
 template <typename T>
-ModelRes setTyped(ModelPart& part, Entry& entry) {
+ModelRes setTyped(ModelPart& part, Entry& entry, bool hadSource) {
   if (entry.array) {
     return static_cast<ArrayPart<T>&>(part).setValues(narrowAll<T>(entry.values));
   }
-  return static_cast<ValuePart<T>&>(part).setValue(narrow<T>(std::move(entry.values.front())));
+  auto& single = static_cast<ValuePart<T>&>(part);
+  T value = narrow<T>(std::move(entry.values.front()));
+  if (hadSource && std::equal_to<T>()(single.value(), value)) {
+    single.notifyChange();
+  }
+  return single.setValue(std::move(value));
 }
 
 std::uint16_t elementsOf(const Entry& entry) {
@@ -88,7 +95,7 @@ bool hasSource(const Entry& entry) {
 }
 
 /// Sets what may differ in a part that stays.
-std::optional<Error> setKept(ModelPart& part, Entry& entry,
+std::optional<Error> setKept(ModelPart& part, Entry& entry, bool hadSource,
                              const PublishedTree::KeepsValue& keepsValue) {
   auto error = setAttributes(part, entry);
   if (entry.type == EntryType::node) {
@@ -99,7 +106,7 @@ std::optional<Error> setKept(ModelPart& part, Entry& entry,
     return error;
   }
   const ModelRes result =
-      visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry); });
+      visitValueType(entry.type, [&]<typename T>() { return setTyped<T>(part, entry, hadSource); });
   return error ? error : errorOf(result, part);
 }
 
@@ -335,10 +342,15 @@ std::optional<Error> PublishedTree::reload(TreeDescription description,
     return error;
   }
   const Children children = childrenOfKept(description, kept, next);
+  std::vector<bool> hadSource(kept.size());
+  for (std::size_t index = 0; index < kept.size(); ++index) {
+    hadSource[index] = kept[index] != isNew && parts_.sources.contains(kept[index]);
+  }
   auto error = replaceParts(std::move(next), kept, children);
   for (std::size_t index = 0; index < kept.size(); ++index) {
     if (kept[index] != isNew) {
-      auto ofPart = setKept(*parts_.created[index].part, description.entries[index], keepsValue);
+      auto ofPart = setKept(*parts_.created[index].part, description.entries[index],
+                            hadSource[index], keepsValue);
       error = error ? std::move(error) : std::move(ofPart);
     }
   }
