@@ -6,8 +6,13 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 namespace modelsrvd {
 
@@ -52,11 +57,25 @@ class OpenValueFile {
   struct stat status_ {};
 };
 
-bool isKernelFileSystem(const std::string& path) {
+/// <linux/magic.h> does not have it.
+constexpr std::uint32_t configfsMagic = 0x62656570;
+
+constexpr std::initializer_list<std::uint32_t> kernelFileSystems{
+    CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC, configfsMagic, DEBUGFS_MAGIC,
+    PROC_SUPER_MAGIC,   SYSFS_MAGIC,         TRACEFS_MAGIC};
+constexpr std::initializer_list<std::uint32_t> remoteFileSystems{
+    AFS_FS_MAGIC,    AFS_SUPER_MAGIC, CEPH_SUPER_MAGIC, CIFS_SUPER_MAGIC, FUSE_SUPER_MAGIC,
+    NFS_SUPER_MAGIC, SMB_SUPER_MAGIC, SMB2_SUPER_MAGIC, V9FS_MAGIC};
+
+/// 0 if it cannot be found out.
+std::uint32_t fileSystemOf(const std::string& path) {
   struct statfs status {};
-  return ::statfs(path.c_str(), &status) == 0 &&
-         (status.f_type == SYSFS_MAGIC || status.f_type == PROC_SUPER_MAGIC ||
-          status.f_type == DEBUGFS_MAGIC || status.f_type == CGROUP2_SUPER_MAGIC);
+  return ::statfs(path.c_str(), &status) == 0 ? static_cast<std::uint32_t>(status.f_type) : 0;
+}
+
+bool isOneOf(std::initializer_list<std::uint32_t> fileSystems, const std::string& path) {
+  const std::uint32_t type = fileSystemOf(path);
+  return std::find(fileSystems.begin(), fileSystems.end(), type) != fileSystems.end();
 }
 
 }  // namespace
@@ -103,7 +122,8 @@ std::optional<std::string> writeValueFile(const std::string& path, std::string_v
            " bytes";
   }
   // The rest of a longer value. A file of the kernel keeps its size.
-  if (file.size() > count && !isKernelFileSystem(path) && ::ftruncate(file.get(), count) != 0) {
+  if (file.size() > count && !isOneOf(kernelFileSystems, path) &&
+      ::ftruncate(file.get(), count) != 0) {
     return path + ": " + std::strerror(errno);
   }
   return std::nullopt;
@@ -115,7 +135,10 @@ bool reportsChanges(const std::string& path) {
     return false;
   }
   const std::size_t slash = path.rfind('/');
-  return !isKernelFileSystem(slash == 0 ? "/" : path.substr(0, slash));
+  const std::string directory = slash == 0 ? "/" : path.substr(0, slash);
+  char real[PATH_MAX];
+  return ::realpath(directory.c_str(), real) != nullptr && directory == real &&
+         !isOneOf(kernelFileSystems, directory) && !isOneOf(remoteFileSystems, directory);
 }
 
 }  // namespace modelsrvd

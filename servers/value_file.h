@@ -25,7 +25,8 @@ ModelSrv::ModelRes readValueFile(const std::string& path, std::string& text);
                                                         std::string_view text);
 
 /// Whether changes of the file at `path` can be noticed by its directory (inotify(7)): not if it
-/// is in a kernel file system, whose values change without a write, or is a symbolic link.
+/// is in a file system whose files change without a write on this machine (one of the kernel, or
+/// one on another machine), or if the path has a symbolic link, which may be switched.
 [[nodiscard]] bool reportsChanges(const std::string& path);
 
 }  // namespace modelsrvd
