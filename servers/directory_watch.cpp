@@ -4,7 +4,9 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace modelsrvd {
 
@@ -14,7 +16,7 @@ namespace {
 constexpr std::uint32_t watchedEvents = IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_FROM |
                                         IN_MOVED_TO | IN_MOVE_SELF | IN_ONLYDIR;
 
-std::string directoryOf(const std::string& path) {
+std::string_view directoryOf(std::string_view path) {
   return path.substr(0, path.rfind('/') + 1);
 }
 
@@ -44,68 +46,102 @@ bool DirectoryWatch::add(const std::string& path) {
   if (descriptor_ < 0) {
     descriptor_ = openWatch();
   }
-  Directory& directory = directories_[directoryOf(path)];
-  if (directory.watch < 0 && descriptor_ >= 0) {
-    directory.watch = ::inotify_add_watch(descriptor_, directoryOf(path).c_str(), watchedEvents);
-  }
-  if (directory.watch < 0) {
-    if (directory.uses == 0) {
-      directories_.erase(directoryOf(path));
-    }
+  if (descriptor_ < 0) {
     return false;
   }
-  ++directory.uses;
-  return true;
+  const auto at = directories_.try_emplace(std::string(directoryOf(path))).first;
+  Directory& directory = at->second;
+  // An existing watch follows its directory when that is renamed, or one above it.
+  const int watch = ::inotify_add_watch(descriptor_, at->first.c_str(), watchedEvents);
+  if (watch != directory.watch) {
+    end(at);
+    begin(at, watch);
+  }
+  if (directory.watch >= 0) {
+    ++directory.uses;
+    return true;
+  }
+  if (directory.uses == 0) {
+    directories_.erase(at);
+  }
+  return false;
 }
 
-bool DirectoryWatch::isWatching(const std::string& path) const {
+/// `watch` is that of the directory from now on. Without memory for that there is none.
+void DirectoryWatch::begin(Directories::iterator at, int watch) {
+  if (watch < 0) {
+    return;
+  }
+  try {
+    byWatch_.emplace(watch, &at->first);
+    at->second.watch = watch;
+  } catch (...) {
+    if (!isUsed(watch)) {
+      ::inotify_rm_watch(descriptor_, watch);
+    }
+    if (at->second.uses == 0) {
+      directories_.erase(at);
+    }
+    throw;
+  }
+}
+
+void DirectoryWatch::end(Directories::iterator at) {
+  const int watch = std::exchange(at->second.watch, -1);
+  if (watch >= 0 && byWatch_.erase({watch, &at->first}) != 0 && !isUsed(watch)) {
+    ::inotify_rm_watch(descriptor_, watch);
+  }
+}
+
+bool DirectoryWatch::isUsed(int watch) const {
+  const auto at = byWatch_.lower_bound({watch, nullptr});
+  return at != byWatch_.end() && at->first == watch;
+}
+
+bool DirectoryWatch::isWatching(std::string_view path) const {
   const auto found = directories_.find(directoryOf(path));
   return found != directories_.end() && found->second.watch >= 0;
 }
 
-void DirectoryWatch::remove(const std::string& path) {
+void DirectoryWatch::remove(std::string_view path) {
   const auto found = directories_.find(directoryOf(path));
   if (found == directories_.end() || --found->second.uses != 0) {
     return;
   }
-  if (found->second.watch >= 0) {
-    ::inotify_rm_watch(descriptor_, found->second.watch);
-  }
+  end(found);
   directories_.erase(found);
 }
 
-std::vector<std::string> DirectoryWatch::take() {
-  std::vector<std::string> changed;
+bool DirectoryWatch::take(std::set<std::string>& changed) {
   if (descriptor_ < 0) {
-    return changed;
+    return false;
   }
   alignas(inotify_event) char buffer[16 * 1024];
-  ssize_t count = 0;
-  while ((count = ::read(descriptor_, buffer, sizeof buffer)) > 0) {
-    for (ssize_t at = 0; at < count;) {
-      inotify_event event{};
-      std::memcpy(&event, buffer + at, sizeof event);
-      const char* const name = event.len != 0 ? buffer + at + sizeof event : "";
-      report(event.wd, event.mask, name, changed);
-      at += static_cast<ssize_t>(sizeof event + event.len);
-    }
+  const ssize_t count = ::read(descriptor_, buffer, sizeof buffer);
+  for (ssize_t at = 0; at < count;) {
+    inotify_event event{};
+    std::memcpy(&event, buffer + at, sizeof event);
+    const char* const name = event.len != 0 ? buffer + at + sizeof event : "";
+    report(event.wd, event.mask, name, changed);
+    at += static_cast<ssize_t>(sizeof event + event.len);
   }
-  return changed;
+  return count > 0;
 }
 
 void DirectoryWatch::report(int watch, unsigned events, const char* name,
-                            std::vector<std::string>& changed) {
-  for (auto& [path, directory] : directories_) {
-    if ((events & IN_Q_OVERFLOW) != 0) {
-      changed.push_back(path);
-    } else if (directory.watch == watch) {
-      if ((events & IN_MOVE_SELF) != 0) {
-        ::inotify_rm_watch(descriptor_, watch);
-      }
-      if ((events & (IN_IGNORED | IN_MOVE_SELF)) != 0) {
-        directory.watch = -1;
-      }
-      changed.push_back(path + name);
+                            std::set<std::string>& changed) {
+  if ((events & IN_Q_OVERFLOW) != 0) {
+    changed.insert("/");
+    return;
+  }
+  const bool hasEnded = (events & (IN_IGNORED | IN_MOVE_SELF)) != 0;
+  for (auto at = byWatch_.lower_bound({watch, nullptr});
+       at != byWatch_.end() && at->first == watch;) {
+    const std::string& path = *at->second;
+    ++at;
+    changed.insert(path + name);
+    if (hasEnded) {
+      end(directories_.find(path));
     }
   }
 }

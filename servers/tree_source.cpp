@@ -101,12 +101,15 @@ class FileSource final : public TreeSource {
 
   [[nodiscard]] std::optional<Clock::time_point> nextDeadline(
       Clock::time_point /*now*/) const override {
-    return feeds_.nextDeadline();
+    return supplyAt_ ? supplyAt_ : feeds_.nextDeadline();
   }
 
   void tick(Clock::time_point now) override {
-    if (const auto deadline = feeds_.nextDeadline(); deadline && *deadline <= now) {
+    if (const auto deadline = nextDeadline(now); deadline && *deadline <= now) {
       const std::lock_guard lock(root_->manager()->clientMutex);
+      if (supplyAt_) {
+        supply(now);
+      }
       feeds_.tick(now);
     }
   }
@@ -128,30 +131,58 @@ class FileSource final : public TreeSource {
       }
       // Under the client mutex, so that clients see the old tree or the new one.
       const std::lock_guard lock(root_->manager()->clientMutex);
-      // Parts that leave the tree are destroyed.
-      feeds_.clear();
       PublishedTree::KeepsValue keepsValue;
       if (stored != nullptr) {
         stored->beginReload();
         keepsValue = [stored](ModelSrv::ModelPart& part) { return stored->keeps(part); };
       }
-      auto error = tree_->reload(std::move(std::get<TreeDescription>(result)), keepsValue);
-      tree_->supply(feeds_);
+      // Parts that leave the tree are destroyed. Nothing throws until the feeds are back.
+      feeds_.clear();
+      std::optional<Error> error;
+      const bool isComplete =
+          replaceTree(std::move(std::get<TreeDescription>(result)), keepsValue, error);
+      supply(Clock::now());
       if (stored != nullptr) {
         stored->endReload();
       }
-      return error;
+      if (isComplete) {
+        return error;
+      }
     } catch (const std::bad_alloc&) {
-      return Error{oneLine(path_) + ": out of memory"};
+      // As if the tree could not be replaced.
     }
+    return Error{oneLine(path_) + ": out of memory"};
   }
 
  private:
+  /// False if memory ran out.
+  bool replaceTree(TreeDescription&& description, const PublishedTree::KeepsValue& keepsValue,
+                   std::optional<Error>& error) {
+    try {
+      error = tree_->reload(std::move(description), keepsValue);
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  }
+
+  /// Without memory for that it is tried again a second later.
+  void supply(Clock::time_point now) {
+    try {
+      supplyAt_.reset();
+      tree_->supply(feeds_);
+    } catch (const std::bad_alloc&) {
+      feeds_.clear();
+      supplyAt_ = now + std::chrono::seconds(1);
+    }
+  }
+
   std::string path_;
   std::string name_;
   std::unique_ptr<PublishedTree> tree_;
   /// Declared after the tree: its parts outlive their feeds.
   ValueFeeds feeds_{Clock::now()};
+  std::optional<Clock::time_point> supplyAt_;  ///< set while the parts have no feeds
   ModelSrv::ModelRoot* root_ = nullptr;
 };
 

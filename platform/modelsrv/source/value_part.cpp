@@ -67,6 +67,15 @@ void ValuePart<T>::setHooks(internal::ValueHooks<T> hooks) {
 }
 
 template <typename T>
+void ValuePart<T>::removeHooks() {
+  const TreeLock lock(*this);
+  if (hasGetter()) {
+    invalidate();
+  }
+  hooks_ = nullptr;
+}
+
+template <typename T>
 void ValuePart<T>::notifyChange() {
   const TreeLock lock(*this);
   notifySubscribers(ModelPartIndex_All);

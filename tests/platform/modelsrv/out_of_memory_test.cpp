@@ -268,6 +268,14 @@ TEST_F(ServerOutOfMemory, LeavesNothingOfAFailedSubscription) {
   });
 }
 
+TEST_F(ServerOutOfMemory, RemovesTheGetterAndTheStoreCheckOfAPart) {
+  speed_.setStoreCheck([](std::int32_t, ModelPartIndex) { return ModelRes_Vetoed; });
+  speed_.setGetter([](std::int32_t&) { return ModelRes_NoValue; });
+  EXPECT_FALSE(runWithFailure(0, [this] { speed_.removeHooks(); })) << "nothing is allocated";
+  std::ostringstream text;
+  EXPECT_EQ(speed_.save(text, all), ModelRes_Success);
+}
+
 TEST_F(ServerOutOfMemory, ClosesTheConnectionThatCannotBeNotified) {
   forEachAllocation([this](int failing) {
     FakeConnection connection;

@@ -76,6 +76,10 @@ class KRV_EXPORT ValuePart final : public ModelPart {
   /// check, which applies the value and calls `notifyChange`.
   void setGetter(ValueGetter<T> getter);
 
+  /// Removes the store check and the getter. Unlike an empty function in place of one of them, that
+  /// allocates nothing.
+  void removeHooks();
+
   /// Notifies the subscribers that the getter's value has changed.
   void notifyChange();
 
