@@ -64,6 +64,9 @@ Error tooLong(const std::string& path, std::size_t maxBytes) {
   return errorAt(path, "longer than " + std::to_string(maxBytes) + " bytes");
 }
 
+/// What is read at once, in bytes.
+constexpr std::size_t pieceSize = std::size_t{64} * 1024;
+
 /// Appends to `text` until the end of the file or until it is longer than
 /// `maxBytes`. Returns 0 or the errno.
 int readAll(int descriptor, std::size_t maxBytes, std::string& text) {
@@ -82,15 +85,18 @@ int readAll(int descriptor, std::size_t maxBytes, std::string& text) {
 }  // namespace
 
 FileReader::FileReader(std::string path, std::size_t maxBytes)
-    : path_(std::move(path)), maxBytes_(maxBytes), descriptor_(openToRead(path_)) {
+    : path_(std::move(path)), maxBytes_(maxBytes), buffer_(pieceSize) {
+  // What allocates comes before, or ends what is open.
+  descriptor_ = openToRead(path_);
   if (descriptor_ < 0) {
     error_ = errorAt(path_, describeErrno(errno));
     return;
   }
-  checkFile();
-  if (!error_) {
-    constexpr std::size_t pieceSize = std::size_t{64} * 1024;
-    buffer_.resize(pieceSize);
+  try {
+    checkFile();
+  } catch (...) {
+    ::close(descriptor_);
+    throw;
   }
 }
 

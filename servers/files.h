@@ -41,8 +41,8 @@ class FileReader {
   std::string path_;
   std::size_t maxBytes_;
   std::size_t bytesRead_ = 0;
-  int descriptor_;
   std::vector<char> buffer_;
+  int descriptor_ = -1;
   std::optional<Error> error_;
 };
 
