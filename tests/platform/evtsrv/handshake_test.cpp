@@ -61,15 +61,6 @@ TEST_F(HandshakeWith, ASweepRemovesThePipesOfAClientThatWasKilled) {
   }
 }
 
-TEST_F(HandshakeWith, ARequestPipeThatIsRemovedTakesAnotherToken) {
-  ASSERT_EQ(server.start(name), EvtRes_Success);
-  server.pump();
-  // After the mailbox and the three reading ends.
-  client.system.failNext("open", -ENOENT, 4);
-  EXPECT_EQ(client.connect(name), EvtRes_Success);
-  EXPECT_TRUE(client.system.hasFailed());
-}
-
 TEST_F(HandshakeWith, ASweepKeepsThePipesOfALiveProcess) {
   Token token{};
   ASSERT_EQ(client.system.random(token), 0);

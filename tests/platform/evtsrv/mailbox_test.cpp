@@ -163,6 +163,15 @@ TEST_F(MailboxOf, AMissingDirectoryIsNotTakenForAMissingServer) {
   EXPECT_EQ(client.connect(name), EvtRes_NotWritable);
 }
 
+TEST_F(MailboxOf, AServerIsFoundAlsoIfTheRequestPipeIsRemoved) {
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  server.pump();
+  // After the mailbox and the three reading ends.
+  client.system.failNext("open", -ENOENT, 4);
+  EXPECT_EQ(client.connect(name), EvtRes_Success);
+  EXPECT_TRUE(client.system.hasFailed());
+}
+
 TEST_F(MailboxOf, ANameThatIsNotAPipeIsRejectedAndNotWrittenTo) {
   const std::string target = path + ".target";
   const std::vector<std::function<void()>> makers{
