@@ -350,7 +350,9 @@ void ClientSide::eventReceived(std::uint16_t type, std::span<const std::uint8_t>
   }
   if (type == watchValueEvent || type == watchStructureEvent) {
     const std::shared_ptr<ClientWatches> watches = watches_;
-    watches->dispatch(type, PayloadReader(payload, order));
+    if (watches->dispatch(type, PayloadReader(payload, order))) {
+      deferWork();
+    }
     return;
   }
   const std::string sender = port_.portName();

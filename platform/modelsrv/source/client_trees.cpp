@@ -56,6 +56,9 @@ ModelRes ClientSide::startWatch(const ClientWatches::Pointer& watch) {
   watch->number = watches_->nextNumber();
   Reply reply;
   const ModelRes result = exchange(Renewal::requestFor(*watch, false), reply);
+  if (result == ModelRes_Timeout && reply.written > 0) {
+    watches_->noteStray(watch->number);
+  }
   if (result != ModelRes_Success) {
     return result == ModelRes_BadRequest ? ModelRes_NotSupported : result;
   }
@@ -63,7 +66,7 @@ ModelRes ClientSide::startWatch(const ClientWatches::Pointer& watch) {
     watches_->add(watch, *this);
   } catch (const std::bad_alloc&) {
     // The server must not keep a watch that this client does not know.
-    static_cast<void>(send(Renewal::requestToEnd(*watch), reply));
+    static_cast<void>(send(Renewal::requestToEnd(watch->number), reply));
     throw;
   }
   return result;
@@ -77,8 +80,9 @@ ModelRes ClientSide::stopWatch(ClientWatch& watch) {
     return ModelRes_Success;
   }
   Reply reply;
-  const EvtRes result = send(Renewal::requestToEnd(watch), reply);
+  const EvtRes result = send(Renewal::requestToEnd(watch.number), reply);
   if (result != EvtSrv::EvtRes_Success && port_.isOpen()) {
+    watches_->noteStray(watch.number);
     return fromPort(result);
   }
   return result == EvtSrv::EvtRes_Success ? decodeResult(reply.code) : ModelRes_Success;

@@ -28,6 +28,8 @@ void ClientWatches::clear() {
     watch->client = nullptr;
   }
   watches_.clear();
+  strays_.clear();
+  toEnd_.clear();
 }
 
 ClientWatches::Pointer ClientWatches::find(WatchNumber number) const {
@@ -35,16 +37,21 @@ ClientWatches::Pointer ClientWatches::find(WatchNumber number) const {
   return at != watches_.end() ? at->second : nullptr;
 }
 
-void ClientWatches::dispatch(std::uint16_t type, EvtSrv::internal::PayloadReader payload) {
+bool ClientWatches::dispatch(std::uint16_t type, EvtSrv::internal::PayloadReader payload) {
   DecodedWatchEvent decoded;
   std::swap(decoded, decoded_);
   if (!decodeWatchEvent(type, payload, decoded)) {
-    return;
+    return false;
   }
   const Pointer watch = find(decoded.number);
   if (watch == nullptr) {
+    const bool isStray = strays_.contains(decoded.number);
+    if (isStray) {
+      toEnd_.push_back(decoded.number);
+      strays_.erase(decoded.number);
+    }
     std::swap(decoded, decoded_);
-    return;
+    return isStray;
   }
   watch->callback(decoded.event);
   if (watch->client != nullptr && decoded.hasValue) {
@@ -52,9 +59,16 @@ void ClientWatches::dispatch(std::uint16_t type, EvtSrv::internal::PayloadReader
     watch->callback(decoded.event);
   }
   std::swap(decoded, decoded_);
+  return false;
+}
+
+std::optional<WatchNumber> ClientWatches::firstToEnd() const {
+  return toEnd_.empty() ? std::nullopt : std::optional(toEnd_.front());
 }
 
 void ClientWatches::markAllLost() {
+  strays_.clear();
+  toEnd_.clear();
   renewed_ = 0;
   ++connection_;
 }

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <vector>
 
@@ -54,8 +55,16 @@ class ClientWatches {
   [[nodiscard]] Pointer find(WatchNumber number) const;
 
   /// Passes an event to its watch; does nothing if there is none, or the event is malformed. The
-  /// caller keeps this object alive, whatever the callback does.
-  void dispatch(std::uint16_t type, EvtSrv::internal::PayloadReader payload);
+  /// caller keeps this object alive, whatever the callback does. Returns whether the event is of a
+  /// stray, which is to be ended now.
+  bool dispatch(std::uint16_t type, EvtSrv::internal::PayloadReader payload);
+
+  // Strays: watches that the server may have, and this client has not, since a request timed out.
+
+  void noteStray(WatchNumber number) { strays_.insert(number); }
+  /// The stray to end next: one that has sent an event.
+  [[nodiscard]] std::optional<WatchNumber> firstToEnd() const;
+  void markEnded(WatchNumber number) { std::erase(toEnd_, number); }
 
   // Renewal on a new connection, as in `ClientSubscriptions`.
 
@@ -69,6 +78,8 @@ class ClientWatches {
 
  private:
   std::map<WatchNumber, Pointer> watches_;
+  std::set<WatchNumber> strays_;
+  std::vector<WatchNumber> toEnd_;
   WatchNumber last_ = 0;
   std::uint64_t connection_ = 1;  ///< the number of the connection
   WatchNumber renewed_ = 0;       ///< watches up to this number are renewed or refused

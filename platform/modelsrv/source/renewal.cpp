@@ -28,9 +28,9 @@ RequestView Renewal::requestFor(const ClientWatch& watch, bool mayBeAbsent) {
   return request;
 }
 
-RequestView Renewal::requestToEnd(const ClientWatch& watch) {
+RequestView Renewal::requestToEnd(WatchNumber number) {
   RequestView request{Operation::unwatch, {}};
-  request.number = watch.number;
+  request.number = number;
   return request;
 }
 
@@ -74,6 +74,8 @@ EvtRes Renewal::postBatch() {
     } else if (const std::optional<WatchNumber> number = watches_->firstLost()) {
       const ClientWatches::Pointer watch = watches_->find(*number);
       result = post(*number, requestFor(*watch, true));
+    } else if (const std::optional<WatchNumber> stray = watches_->firstToEnd()) {
+      result = post(*stray, requestToEnd(*stray));
     } else {
       break;
     }
@@ -93,6 +95,8 @@ EvtRes Renewal::post(Key key, const RequestView& request) {
       subscriptions_->markRenewed(key);
     } else if (request.operation == Operation::watch) {
       watches_->markRenewed(static_cast<WatchNumber>(key));
+    } else if (request.operation == Operation::unwatch) {
+      watches_->markEnded(static_cast<WatchNumber>(key));
     }
   }
   return result;
@@ -130,7 +134,9 @@ bool Renewal::replyReceived(std::uint16_t code) {
   if (request.operation == Operation::renew) {
     renewSupport_ = result == ModelRes_BadRequest ? Support::no : Support::yes;
   }
-  if (request.operation == Operation::watch) {
+  if (request.operation == Operation::unwatch) {
+    // If it was refused, there was no such watch.
+  } else if (request.operation == Operation::watch) {
     if (result != ModelRes_Success) {
       watches_->markRefused(static_cast<WatchNumber>(request.key));
     }

@@ -13,7 +13,8 @@
 
 namespace ModelSrv::internal {
 
-/// Renews a client's subscriptions, and then its watches, on a new connection. It sends the
+/// Renews a client's subscriptions, and then its watches, on a new connection, and ends watches
+/// that the server has and the client has not. It sends the
 /// requests in batches: a dispatch sends one, and the next follows when the replies have arrived; a
 /// request of the program that cannot go before them waits for all. Guarded by the client mutex.
 class Renewal {
@@ -25,15 +26,15 @@ class Renewal {
 
   /// The request that begins a watch, which may wait for its part.
   [[nodiscard]] static RequestView requestFor(const ClientWatch& watch, bool mayBeAbsent);
-  [[nodiscard]] static RequestView requestToEnd(const ClientWatch& watch);
+  [[nodiscard]] static RequestView requestToEnd(WatchNumber number);
 
   /// There is a new connection: no subscription is renewed yet.
   void begin();
 
-  /// Whether the server has every subscription or has refused it.
+  /// Whether the server has every subscription and watch, or has refused it, and no other.
   [[nodiscard]] bool isComplete() const {
     return waiting_.empty() && absent_.empty() && !subscriptions_->firstLost().has_value() &&
-           !watches_->firstLost().has_value();
+           !watches_->firstLost().has_value() && !watches_->firstToEnd().has_value();
   }
 
   /// Sends the next batch if the replies to the previous one have arrived. Does not wait. An
