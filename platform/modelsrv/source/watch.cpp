@@ -55,6 +55,7 @@ ModelRes Watch::start(ModelRoot& root, std::span<const ModelPartId> chain,
 }
 
 ModelRes Watch::start(ModelPart& part, const WatchOptions& options, Callback callback) {
+  static_cast<void>(stop());
   ModelRoot* const root = part.findRoot();
   if (root == nullptr) {
     return ModelRes_NoSuchPart;

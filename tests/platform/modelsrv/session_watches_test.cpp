@@ -157,19 +157,6 @@ TEST_F(SessionWatch, ReportsAPartThatAcceptsSubscriptionsAgain) {
   EXPECT_THAT(take(), ElementsAre("value 1.8 3 x1"));
 }
 
-TEST_F(SessionWatch, BeginsAgainIfAClientTakesNothing) {
-  ASSERT_EQ(watch(1, {}, subtree), ModelRes_Success);
-  const std::vector<std::string> first = take();
-  ValuePart<std::int32_t> part(90, "part", 1);
-  for (int times = 0; times < 3000; ++times) {
-    ASSERT_EQ(server_.root.add(&part), ModelRes_Success);
-    ASSERT_EQ(server_.root.remove(&part), ModelRes_Success);
-    ASSERT_EQ(server_.speed.setValue(42), ModelRes_Success);
-  }
-  const int most = static_cast<int>(first.size());
-  EXPECT_THAT(take().size(), testing::Le(1024U + most)) << "its memory is bounded";
-}
-
 TEST_F(SessionWatch, HasAtMostAThousandWatches) {
   for (std::uint32_t number = 1; number <= 1000; ++number) {
     ASSERT_EQ(watch(number, speedChain), ModelRes_Success);

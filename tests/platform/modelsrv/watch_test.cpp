@@ -225,7 +225,8 @@ TEST_F(Watches, ReportAPartOnceAPeriod) {
   }
   ASSERT_TRUE(client_.pumpUntil([&] { return log_.values["1.1"] == "2000"; }));
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(period - 1));
-  EXPECT_THAT(log_.take(), ElementsAre("value 1.1 1001 x1", "value 1.1 2000 x999"));
+  EXPECT_EQ(log_.changes["1.1"], 1000U);
+  EXPECT_LT(log_.lines.size(), 1000U);
   ASSERT_EQ(server_.limited.setValue(5), ModelRes_Success);
   ASSERT_TRUE(awaits(log_, "value 1.8 5 x1")) << "another part does not wait";
 }
@@ -243,6 +244,43 @@ TEST_F(Watches, AreRefusedWithAReason) {
   EXPECT_EQ(watch_.stop(), ModelRes_NotSubscribed);
   Client other;
   EXPECT_EQ(watch_.start(other.root, speedChain, {}, log_.callback()), ModelRes_NotConnected);
+}
+
+TEST_F(Watches, AreEndedBeforeAPartIsLookedFor) {
+  ASSERT_EQ(start(watch_, log_, speedChain), ModelRes_Success);
+  ModelPart outside(1, "outside");
+  EXPECT_EQ(watch_.start(outside, {}, log_.callback()), ModelRes_NoSuchPart);
+  EXPECT_FALSE(watch_.isActive());
+  EXPECT_FALSE(server_.speed.isWatched());
+}
+
+TEST_F(Watches, OfATimedOutRequestAreEndedWithTheirFirstEvent) {
+  std::vector<std::string> calls;
+  server_.speed.setWatchHandler([&](bool watched) { calls.push_back(watched ? "+" : "-"); });
+  server_.limited.setWatchHandler([&](bool watched) { calls.push_back(watched ? "L+" : "L-"); });
+  ASSERT_EQ(start(watch_, log_, speedChain), ModelRes_Success);
+  log_.take();
+  server_.hang();
+  Watch late;
+  const Chain limitedChain{1, 8};
+  EXPECT_EQ(late.start(client_.root, limitedChain, {}, log_.callback()), ModelRes_Timeout);
+  EXPECT_EQ(watch_.stop(), ModelRes_Timeout);
+  ASSERT_EQ(server_.speed.setValue(43), ModelRes_Success);
+  server_.resume();
+  const auto haveEnded = [&] {
+    const KSTD::KThreadMutexLock lock(server_.manager.clientMutex);
+    return calls.size() == 4;
+  };
+  // What the library does by itself is no event for the program.
+  constexpr int shortWait = 10;
+  for (int left = test_support::timeoutMilliseconds; left > 0 && !haveEnded(); left -= shortWait) {
+    static_cast<void>(client_.manager.receiveEvent(shortWait));
+  }
+  EXPECT_THAT(calls, UnorderedElementsAre("+", "L+", "-", "L-"));
+  EXPECT_THAT(log_.take(), testing::IsEmpty());
+  EXPECT_EQ(client_.text(speedChain), "43");
+  server_.speed.setWatchHandler({});
+  server_.limited.setWatchHandler({});
 }
 
 TEST_F(Watches, EndWithTheirObject) {

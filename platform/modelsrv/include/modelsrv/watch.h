@@ -26,9 +26,10 @@ struct WatchOptions {
   bool subtree = false;
   /// The element to watch, or the whole value.
   ModelPartIndex index = ModelPartIndex_All;
-  /// The minimum time between two changes that are reported of one part and index, in
-  /// milliseconds. Changes in between are reported as one, with the last value, which is always
-  /// delivered. The time begins with a reported change, not with a current value. 0: none.
+  /// The minimum time between two changes that are reported of one part, in milliseconds. Changes
+  /// in between are reported as one, with the last value, which is always delivered: of the element
+  /// if it is the only one, else of the whole value. The time begins with a reported change, not
+  /// with a current value. 0: none.
   std::uint32_t period = 0;
 };
 
@@ -78,12 +79,16 @@ struct WatchEvent {
 /// and the part: if that leaves the server's tree, `removed` is reported, and `added` when a part
 /// with the same id chain and names is there again. In a subtree, parts that do not accept
 /// subscriptions are reported without their values, and the children that a node hides are not
-/// reported; neither is it when a node begins or ends to hide them.
+/// reported, nor is it reported when a node begins to hide them. When it shows them, the node is
+/// reported with them as if all were added then; so is a part with its value that accepts
+/// subscriptions again.
 ///
-/// Threads: any; each operation locks the client mutex of the root's manager, which must outlive
-/// the watch. The callback runs on the thread that dispatches, with that mutex held. It may make
-/// requests, and may stop, start or destroy any watch, this one included. What it throws passes
-/// through `receiveEvent`. The events of a watch do not go through the root's event hook.
+/// Threads: each operation locks the client mutex of the root's manager, which must outlive the
+/// watch. One object is used by one thread at a time, which the program ensures: a thread that may
+/// meet another one, or the callback, holds that mutex itself. The callback runs on the thread that
+/// dispatches, with that mutex held. It may make requests, and may stop, start or destroy any
+/// watch, this one included. What it throws passes through `receiveEvent`. The events of a watch do
+/// not go through the root's event hook.
 class KRV_EXPORT Watch {
  public:
   using Callback = std::function<void(const WatchEvent& event)>;
@@ -115,7 +120,8 @@ class KRV_EXPORT Watch {
   ModelRes stop();
 
   /// Whether the watch was started and has not ended. The end of the connection does not end it;
-  /// `startAsClient`, `stop` and the end of the root do.
+  /// `startAsClient`, `stop` and the end of the root do. A server that refuses it on a new
+  /// connection does not end it either: no event comes before the next connection then.
   [[nodiscard]] bool isActive() const;
 
   /// Requests the whole text of the value that `event` is about, which may have changed since: for
