@@ -1,5 +1,9 @@
 #include "modelsrv/source/requests.h"
 
+#include <cstring>
+
+#include "modelsrv/source/part_access.h"
+
 namespace ModelSrv::internal {
 
 namespace {
@@ -26,6 +30,8 @@ constexpr bool isNumberedByPosition() {
 }
 static_assert(isNumberedByPosition());
 
+}  // namespace
+
 bool readChain(EvtSrv::internal::PayloadReader& payload, std::vector<ModelPartId>& chain) {
   chain.clear();
   const std::size_t depth = payload.u16();
@@ -38,7 +44,25 @@ bool readChain(EvtSrv::internal::PayloadReader& payload, std::vector<ModelPartId
   return true;
 }
 
-}  // namespace
+std::size_t chainLength(const ModelPart& part) {
+  std::size_t length = 0;
+  for (const ModelPart* at = PartAccess::parent(part); at != nullptr;
+       at = PartAccess::parent(*at)) {
+    ++length;
+  }
+  return length;
+}
+
+void appendChain(const ModelPart& part, std::vector<std::uint8_t>& payload) {
+  std::size_t left = chainLength(part);
+  payload.resize(payload.size() + left * sizeof(ModelPartId));
+  std::uint8_t* end = payload.data() + payload.size();
+  for (const ModelPart* at = &part; left > 0; --left, at = PartAccess::parent(*at)) {
+    const ModelPartId id = at->id();
+    end -= sizeof(id);
+    std::memcpy(end, &id, sizeof(id));
+  }
+}
 
 void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payload) {
   const unsigned fields = fieldsByPosition[positionOf(request.operation)];

@@ -103,6 +103,16 @@ struct Request {
   }
 };
 
+// Chains in payloads: a length and the ids, from the root down.
+
+/// Reads a chain and reuses the capacity of `chain`; false if it is malformed.
+[[nodiscard]] bool readChain(EvtSrv::internal::PayloadReader& payload,
+                             std::vector<ModelPartId>& chain);
+/// The number of ids of a part in the tree of a root.
+[[nodiscard]] std::size_t chainLength(const ModelPart& part);
+/// Appends these ids, without the length.
+void appendChain(const ModelPart& part, std::vector<std::uint8_t>& payload);
+
 /// Appends the payload of `request`. Its chain must have at most `ModelDepth_Max` ids.
 void encodeRequest(const RequestView& request, std::vector<std::uint8_t>& payload);
 

@@ -19,7 +19,8 @@ void appendName(std::string& names, const std::string& name) {
   names += name;
 }
 
-/// Sets `chain` to that of a part in the tree of a root.
+}  // namespace
+
 void chainOf(const ModelPart& part, std::vector<ModelPartId>& chain) {
   chain.clear();
   for (const ModelPart* at = &part; PartAccess::parent(*at) != nullptr;
@@ -28,8 +29,6 @@ void chainOf(const ModelPart& part, std::vector<ModelPartId>& chain) {
   }
   std::reverse(chain.begin(), chain.end());
 }
-
-}  // namespace
 
 PartPath PartPath::of(const ModelPart& part, const ModelPart* formerParent) {
   std::vector<const ModelPart*> upwards;

@@ -17,6 +17,9 @@ namespace ModelSrv::internal {
 
 class SessionSubscriptions;
 
+/// Sets `chain` to that of a part in the tree of a root.
+void chainOf(const ModelPart& part, std::vector<ModelPartId>& chain);
+
 /// What identifies a part that leaves the tree and comes back, perhaps as another object: its id
 /// chain, and its name and those of the nodes above it.
 struct PartPath {

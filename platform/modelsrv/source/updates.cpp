@@ -1,9 +1,8 @@
 #include "modelsrv/source/updates.h"
 
-#include <cstring>
 #include <utility>
 
-#include "modelsrv/source/part_access.h"
+#include "modelsrv/source/requests.h"
 
 namespace ModelSrv::internal {
 
@@ -18,19 +17,7 @@ constexpr std::uint8_t mostFirstFlag = 1;
 }  // namespace
 
 void encodeUpdate(const ModelPart& part, ModelPartIndex index, std::vector<std::uint8_t>& payload) {
-  std::size_t depth = 0;
-  for (const ModelPart* at = &part; PartAccess::parent(*at) != nullptr;
-       at = PartAccess::parent(*at)) {
-    ++depth;
-  }
-  const std::size_t start = payload.size();
-  payload.resize(start + depth * sizeof(ModelPartId));
-  std::uint8_t* end = payload.data() + payload.size();
-  for (const ModelPart* at = &part; depth > 0; --depth, at = PartAccess::parent(*at)) {
-    const ModelPartId id = at->id();
-    end -= sizeof(id);
-    std::memcpy(end, &id, sizeof(id));
-  }
+  appendChain(part, payload);
   PayloadWriter writer(payload);
   writer.u16(ModelPartIndex_Void);
   writer.u16(index);

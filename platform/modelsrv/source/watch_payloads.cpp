@@ -1,9 +1,7 @@
 #include "modelsrv/source/watch_payloads.h"
 
-#include <cstring>
-
-#include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
+#include "modelsrv/source/requests.h"
 
 namespace ModelSrv::internal {
 
@@ -25,18 +23,6 @@ std::int64_t readTime(PayloadReader& payload) {
 /// Reads a result that the server may send.
 ModelRes readResult(PayloadReader& payload) {
   return decodeResult(payload.u16());
-}
-
-bool readChain(PayloadReader& payload, std::vector<ModelPartId>& chain) {
-  const std::size_t depth = payload.u16();
-  if (depth > ModelDepth_Max || depth * sizeof(ModelPartId) > payload.left()) {
-    return false;
-  }
-  chain.resize(depth);
-  for (ModelPartId& id : chain) {
-    id = payload.u16();
-  }
-  return true;
 }
 
 bool decodeValue(PayloadReader& payload, DecodedWatchEvent& decoded) {
@@ -89,19 +75,8 @@ bool decodeStructure(PayloadReader& payload, DecodedWatchEvent& decoded) {
 }  // namespace
 
 void encodeChainOf(const ModelPart& part, std::vector<std::uint8_t>& payload) {
-  std::uint16_t depth = 0;
-  for (const ModelPart* at = &part; PartAccess::parent(*at) != nullptr;
-       at = PartAccess::parent(*at)) {
-    ++depth;
-  }
-  PayloadWriter(payload).u16(depth);
-  payload.resize(payload.size() + depth * sizeof(ModelPartId));
-  std::uint8_t* end = payload.data() + payload.size();
-  for (const ModelPart* at = &part; depth > 0; --depth, at = PartAccess::parent(*at)) {
-    const ModelPartId id = at->id();
-    end -= sizeof(id);
-    std::memcpy(end, &id, sizeof(id));
-  }
+  PayloadWriter(payload).u16(static_cast<std::uint16_t>(chainLength(part)));
+  appendChain(part, payload);
 }
 
 void encodeWatchValue(WatchNumber number, const ModelPart& part, const WatchedValue& value,

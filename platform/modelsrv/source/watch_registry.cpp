@@ -125,6 +125,10 @@ void WatchRegistry::removeSleeping(const std::vector<ModelPartId>& chain,
 
 void WatchRegistry::wakeUp(ModelPart& part) {
   try {
+    chainOf(part, chain_);
+    if (!sleeping_.contains(chain_)) {
+      return;
+    }
     const PartPath path = PartPath::of(part);
     // Each that wakes up leaves the range.
     for (auto at = sleeping_.lower_bound(path.chain);

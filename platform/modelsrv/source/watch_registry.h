@@ -73,6 +73,7 @@ class WatchRegistry {
 
   std::uint64_t structureVersion_;
   std::multimap<std::vector<ModelPartId>, ServerWatch*> sleeping_;
+  std::vector<ModelPartId> chain_;  ///< of the part that is being added
 };
 
 }  // namespace ModelSrv::internal
