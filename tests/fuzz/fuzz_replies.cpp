@@ -1,11 +1,12 @@
-/// The decoders of a client: replies and updates.
+/// The decoders of a client: replies, updates and events of watches.
 ///
 /// Input: the byte order (lowest bit), then a payload for every decoder. A decoder that accepts it
 /// has used the whole payload, and encoding gives the same bytes; one that rejects it leaves its
 /// output unchanged.
 ///
 /// Corpus: `ids`, `names`, `sum`, `update`, `update_foreign` (most significant byte
-/// first), `description`, `lying_count`, `lying_length`, `trailing_byte`.
+/// first), `description`, `lying_count`, `lying_length`, `trailing_byte`, and `watch_…` for the
+/// events of watches.
 
 #include <string>
 
@@ -14,6 +15,7 @@
 #include "modelsrv/source/description.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/updates.h"
+#include "modelsrv/source/watch_payloads.h"
 #include "tests/fuzz/fuzz_input.h"
 
 namespace {
@@ -107,6 +109,30 @@ void checkResult(const Payload& given) {
           "no server sends a result of the connection");
 }
 
+void checkWatchEvent(const Payload& given, std::uint16_t type) {
+  const auto isInPayload = [&](std::string_view text) {
+    const auto* const begin = reinterpret_cast<const char*>(given.payload.data());
+    return text.empty() ||
+           (text.data() >= begin && text.data() + text.size() <= begin + given.payload.size());
+  };
+  DecodedWatchEvent decoded;
+  // The capacity of an earlier chain is reused.
+  decoded.chain.assign(3, 7);
+  if (!decodeWatchEvent(type, given.reader(), decoded)) {
+    return;
+  }
+  require(decoded.chain.size() <= ModelDepth_Max, "no part is deeper than the limit");
+  require(decoded.event.chain.data() == decoded.chain.data() &&
+              decoded.event.chain.size() == decoded.chain.size(),
+          "the event has the decoded chain");
+  require(isInPayload(decoded.event.text) && isInPayload(decoded.event.name),
+          "texts are in the payload");
+  require(decoded.event.result < ModelRes_NotConnected || decoded.event.result == ModelRes_Protocol,
+          "no server sends a result of the connection");
+  require(!decoded.hasValue || decoded.event.kind == WatchEvent::Kind::added,
+          "only an added part has a value besides");
+}
+
 void checkUpdate(const Payload& given) {
   Update update{{7}, 8};
   const bool decoded = decodeUpdate(given.reader(), update);
@@ -150,5 +176,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   checkDescription(given);
   checkResult(given);
   checkUpdate(given);
+  checkWatchEvent(given, watchValueEvent);
+  checkWatchEvent(given, watchStructureEvent);
   return 0;
 }
