@@ -144,6 +144,13 @@ Connection::Connection(double limit, bool reconnects)
 
 Connection::~Connection() = default;
 
+/// Makes a request, or several from one state of the tree, with the client mutex held.
+template <typename Result, typename Request>
+ModelRes Connection::locked(const Request& request, Link& link, Result& output) {
+  const std::lock_guard lock(link.manager.clientMutex);
+  return request(link, output);
+}
+
 template <typename Result, typename Request>
 ModelRes Connection::run(Result& output, bool isRead, Request request) {
   if (abandoned_) {
@@ -152,12 +159,12 @@ ModelRes Connection::run(Result& output, bool isRead, Request request) {
   const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                            std::chrono::duration<double>(limit_));
   if (limit_ >= defaultLimit) {
-    ModelRes result = request(*link_, output);
+    ModelRes result = locked(request, *link_, output);
     while (result == ModelSrv::ModelRes_Timeout && isRead && Clock::now() < deadline) {
       // Until the server shows life, requests fail without waiting.
       constexpr int pause = 50;
       static_cast<void>(link_->manager.receiveEvent(pause));
-      result = request(*link_, output);
+      result = locked(request, *link_, output);
     }
     return result;
   }
@@ -165,7 +172,7 @@ ModelRes Connection::run(Result& output, bool isRead, Request request) {
   try {
     std::thread([detached, link = link_, request] {
       Result received{};
-      const ModelRes result = request(*link, received);
+      const ModelRes result = locked(request, *link, received);
       const std::lock_guard lock(detached->mutex);
       detached->output = std::move(received);
       detached->result = result;
@@ -198,8 +205,6 @@ std::optional<uid_t> Connection::owner() const {
 
 ModelRes Connection::readChildren(const Chain& chain, Children& children) {
   return run(children, true, [chain](Link& link, Children& output) {
-    // Both from one state of the tree.
-    const std::lock_guard lock(link.manager.clientMutex);
     ModelRes result = link.root.getChildIdsFromServer(link.at(chain), output.ids);
     if (result == ModelSrv::ModelRes_Success) {
       result = link.root.getChildNamesFromServer(link.at(chain), output.names);

@@ -107,6 +107,8 @@ class Connection {
 
   /// Runs `request(output)` within the limit. Only reads are repeated.
   template <typename Result, typename Request>
+  static ModelSrv::ModelRes locked(const Request& request, Link& link, Result& output);
+  template <typename Result, typename Request>
   ModelSrv::ModelRes run(Result& output, bool isRead, Request request);
   ModelSrv::ModelRes storeText(const Chain& chain, ModelSrv::ModelPartIndex index, std::string text,
                                bool passProtected, std::string& reason);

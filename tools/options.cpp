@@ -12,7 +12,7 @@ namespace {
 
 using Problem = std::optional<std::string>;
 
-std::string quoted(std::string_view word) {
+std::string inQuotes(std::string_view word) {
   return '"' + printable(word) + '"';
 }
 
@@ -58,7 +58,7 @@ class Parser {
     if (!command_) {
       command_ = findCommand(word);
       if (!command_) {
-        return quoted(word) + ": unknown command; see treectl --help";
+        return inQuotes(word) + ": unknown command; see treectl --help";
       }
       options_.command = *command_;
       return checkEarlyOptions();
@@ -101,7 +101,7 @@ class Parser {
                                                 : readOption(row, word.substr(equals + 1));
       }
     }
-    return quoted(word) + ": unknown option; see treectl --help";
+    return inQuotes(word) + ": unknown option; see treectl --help";
   }
 
   /// Letters in one word; an argument is the rest of the word or the next one.
@@ -109,7 +109,7 @@ class Parser {
     for (std::size_t at = 1; at < word.size(); ++at) {
       const OptionRow* const row = findLetter(word[at]);
       if (row == nullptr) {
-        return quoted(word) + ": unknown option; see treectl --help";
+        return inQuotes(word) + ": unknown option; see treectl --help";
       }
       if (!row->argument.empty()) {
         return at + 1 < word.size() ? readOption(*row, word.substr(at + 1))
@@ -146,7 +146,7 @@ class Parser {
     }
     const std::string_view text = argument ? *argument : words_[next_++];
     const auto problem = row.apply(options_, text);
-    return problem ? Problem(name + ": " + *problem + ", got " + quoted(text)) : std::nullopt;
+    return problem ? Problem(name + ": " + *problem + ", got " + inQuotes(text)) : std::nullopt;
   }
 
   /// What can be said only of all words together.
@@ -161,7 +161,7 @@ class Parser {
              std::string(row.operands);
     }
     if (count > row.maxOperands) {
-      return quoted(options_.operands[row.maxOperands]) + ": unexpected argument";
+      return inQuotes(options_.operands[row.maxOperands]) + ": unexpected argument";
     }
     if (options_.raw && (options_.json || count > 1)) {
       return options_.json ? "--raw: not together with --json" : "--raw: expected one address";
@@ -181,10 +181,10 @@ class Parser {
       return "--stdin: expected one address and no value";
     }
     if (options_.array && count < 2) {
-      return quoted(last) + ": missing values";
+      return inQuotes(last) + ": missing values";
     }
     if (!options_.array && !options_.fromInput && count % 2 != 0) {
-      return quoted(last) + ": missing value";
+      return inQuotes(last) + ": missing value";
     }
     return std::nullopt;
   }

@@ -85,20 +85,21 @@ class Replayer {
   }
 
   const Target& find(const ImagePart& part) {
-    const auto [at, isNew] = targets_.try_emplace(part.address);
-    if (!isNew) {
-      return at->second;
+    const auto found = targets_.try_emplace(part.address);
+    Target& target = found.first->second;
+    if (!found.second) {
+      return target;
     }
     auto parsed = parseAddress(part.address, options_.server);
     if (const auto* problem = std::get_if<std::string>(&parsed)) {
       context_.fail(Status::ioError, options_.operands.front(), *problem);
-      return at->second;
+      return target;
     }
     forEachMatch(context_, std::get<Address>(parsed), [&](const Match& match) {
-      at->second = {match.connection, match.chain, match.index};
+      target = {match.connection, match.chain, match.index};
       return Visit::taken;
     });
-    return at->second;
+    return target;
   }
 
   void replay(const ImagePart& part) {

@@ -13,18 +13,13 @@ namespace {
 
 using Clock = Watcher::Clock;
 
-Clock::time_point after(double seconds) {
-  return Clock::now() +
-         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-}
-
 /// Waits until the value of one part fulfils a condition.
 class Waiter {
  public:
   Waiter(Context& context, Condition condition)
       : context_(context), condition_(std::move(condition)), watcher_(context, true) {
     if (context.options().timeout) {
-      end_ = after(*context.options().timeout);
+      end_ = Watcher::after(*context.options().timeout);
     }
   }
 
@@ -131,7 +126,7 @@ class Waiter {
       holdsUntil_.reset();
     }
     if (*holdsNow && !holdsUntil_) {
-      holdsUntil_ = after(context_.options().duration.value_or(0));
+      holdsUntil_ = Watcher::after(context_.options().duration.value_or(0));
     }
   }
 

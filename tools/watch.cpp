@@ -14,11 +14,6 @@ namespace {
 
 using Clock = Watcher::Clock;
 
-Clock::time_point after(double seconds) {
-  return Clock::now() +
-         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-}
-
 /// Prints changes as lines, one for each.
 class WatchPrinter {
  public:
@@ -179,7 +174,7 @@ class WatchRun {
       pacer_.emplace(*options_.every);
     }
     if (options_.duration) {
-      end_ = after(*options_.duration);
+      end_ = Watcher::after(*options_.duration);
     }
   }
 
@@ -264,7 +259,7 @@ class WatchRun {
     if (hasRow_ && nextRow_ <= now) {
       hasRow_ = false;
       printer_.printRow(watcher_, microsecondsNow());
-      nextRow_ = options_.every ? after(*options_.every) : now;
+      nextRow_ = options_.every ? Watcher::after(*options_.every) : now;
     }
   }
 

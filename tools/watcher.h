@@ -17,6 +17,12 @@ class Watcher final : private ConnectionListener {
  public:
   using Clock = std::chrono::steady_clock;
 
+  /// The time `seconds` from now.
+  [[nodiscard]] static Clock::time_point after(double seconds) {
+    return Clock::now() +
+           std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  }
+
   /// `typed` says whether the parts' descriptions are needed.
   Watcher(Context& context, bool typed) : context_(context), typed_(typed) {}
 

@@ -4,7 +4,7 @@
 /// order, 2 the server sets a value itself, 4 the client takes its events), the length of the
 /// payload (one byte) and the payload. Every request gets a reply: an error without a payload, or
 /// a success with a payload that the client's decoders accept. A stored value can be saved and
-/// stored again. Events are about subscribed parts only.
+/// stored again. Events are about subscribed and watched parts only.
 ///
 /// Corpus: `look_around`, `save_and_load`, `array`, `subscriptions`,
 /// `unknown_operation`, `trailing_byte`, `other_order`,
@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "evtsrv/event_port_manager.h"
@@ -22,8 +23,10 @@
 #include "modelsrv/source/line_text.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/requests.h"
+#include "modelsrv/source/tree_pages.h"
 #include "modelsrv/source/tree_session.h"
 #include "modelsrv/source/updates.h"
+#include "modelsrv/source/watch_payloads.h"
 #include "modelsrv/value_parts.h"
 #include "tests/fuzz/fuzz_input.h"
 
@@ -201,8 +204,32 @@ class Service {
                 "encoding gives the same bytes");
         return;
       }
+      case Operation::watch:
+        require(reply_.empty(), "the reply to a watch has no payload");
+        require(watched_.insert(request.number).second, "each watch has a number of its own");
+        return;
+      case Operation::unwatch:
+        require(reply_.empty(), "the reply to the end of a watch has no payload");
+        require(watched_.erase(request.number) == 1, "only an existing watch is ended");
+        return;
+      case Operation::readTree:
+        checkPage(reply);
+        return;
     }
     require(false, "only known operations succeed");
+  }
+
+  static void checkPage(const PayloadReader& reply) {
+    TreePageReader page;
+    require(page.begin(reply), "a page of a tree can be decoded");
+    Chain ids;
+    TreePart part;
+    TreePageReader::LeftOut leftOut;
+    TreePageReader::Next next = TreePageReader::Next::part;
+    while (next == TreePageReader::Next::part) {
+      next = page.next(ids, part, leftOut);
+    }
+    require(next == TreePageReader::Next::end, "each part of a page can be decoded");
   }
 
   void checkStored(Request request) {
@@ -220,18 +247,27 @@ class Service {
             "storing a saved number does not change it");
   }
 
+  void checkEvent(std::uint16_t type, const PayloadReader& payload) {
+    if (type == ModelRoot::EvtTyp_Model_Update) {
+      Update update;
+      require(decodeUpdate(payload, update), "updates can be decoded");
+      const auto subscribed = subscribed_.find(update.chain);
+      require(subscribed != subscribed_.end() && subscribed->second > 0,
+              "updates are about subscribed parts");
+      return;
+    }
+    DecodedWatchEvent event;
+    require(decodeWatchEvent(type, payload, event), "other events are those of watches");
+    require(watched_.count(event.number) == 1, "events are about parts that are watched");
+  }
+
   void takeEvents() {
     const std::lock_guard lock(manager_.clientMutex);
     std::uint16_t type = 0;
     Bytes payload;
     while (session_.takeEvent(type, payload)) {
       require(connection_.isNotified, "the connection is notified of events");
-      require(type == ModelRoot::EvtTyp_Model_Update, "events are updates");
-      Update update;
-      require(decodeUpdate(PayloadReader(payload, nativeOrder), update), "updates can be decoded");
-      const auto subscribed = subscribed_.find(update.chain);
-      require(subscribed != subscribed_.end() && subscribed->second > 0,
-              "updates are about subscribed parts");
+      checkEvent(type, PayloadReader(payload, nativeOrder));
       payload.clear();
     }
     connection_.isNotified = false;
@@ -254,6 +290,7 @@ class Service {
   TreeSession session_{share_, connection_};
   Bytes reply_;
   std::map<Chain, int> subscribed_;
+  std::set<WatchNumber> watched_;
 };
 
 }  // namespace

@@ -32,7 +32,7 @@ constexpr std::uint8_t typeName = 255;
 // What reading values for one page may cost: an array's text may take long to make, and is left
 // out. The number of parts bounds the cost of parts without a value.
 constexpr std::size_t maxRead = std::size_t{1024} * 1024;
-constexpr std::size_t maxParts = 16 * 1024;
+constexpr std::size_t maxPartsOfPage = 16 * 1024;
 
 void writeType(std::string_view type, PayloadWriter& writer) {
   const auto at = std::find(knownTypes.begin(), knownTypes.end(), type);
@@ -73,7 +73,7 @@ void TreePageWriter::write(ModelPart& top, bool continues, ChainView position,
   std::size_t parts = 0;
   while (ModelPart* const part = cursor_.next(structureVersion)) {
     const std::size_t before = page.size();
-    const bool isFull = parts == maxParts || read_ > maxRead;
+    const bool isFull = parts == maxPartsOfPage || read_ > maxRead;
     if (!isFull) {
       writePart(*part, cursor_.depth(), page);
     }
