@@ -8,9 +8,10 @@
 
 #include <array>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdint>
-#include <future>
 #include <initializer_list>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -165,13 +166,20 @@ class SignalledCommand : public testing::Test {
 
   /// Runs the shell with `output` as its standard output, and returns how it ended.
   int run(int output, int signal, bool isFatal = true) {
-    signal_ = signal;
-    isFatal_ = isFatal;
-    started_ = {};
+    {
+      const std::lock_guard lock(mutex_);
+      signal_ = signal;
+      isFatal_ = isFatal;
+      started_.reset();
+    }
     const pid_t pid = startCommand({test_support::treescopeProgram(), "-c",
                                     "cd " + port_ + ";get /first;get /second;get /third"},
                                    output);
-    started_.set_value(pid);
+    {
+      const std::lock_guard lock(mutex_);
+      started_ = pid;
+    }
+    changed_.notify_one();
     int status = 0;
     EXPECT_EQ(waitpid(pid, &status, 0), pid);
     return status;
@@ -202,7 +210,9 @@ class SignalledCommand : public testing::Test {
  private:
   /// Called while the shell waits for the reply.
   void signalShell() {
-    const pid_t pid = started_.get_future().get();
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return started_.has_value(); });
+    const pid_t pid = *started_;
     EXPECT_EQ(kill(pid, signal_), 0);
     siginfo_t ended{};
     // It ends without the reply. `run` may have reaped it already.
@@ -212,7 +222,9 @@ class SignalledCommand : public testing::Test {
   }
 
   const std::string port_ = test_support::uniquePortName();
-  std::promise<pid_t> started_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::optional<pid_t> started_;  // these three: with the mutex
   int signal_ = 0;
   bool isFatal_ = true;
   EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Default, true};
