@@ -141,7 +141,8 @@ void handleEndingSignals() {
         current.sa_handler == SIG_DFL) {
       struct sigaction action {};
       action.sa_handler = handleEndingSignal;
-      action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND | SA_NODEFER);
+      // If the handler returns, the program is in one of the calls above, which try again.
+      action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
       sigemptyset(&action.sa_mask);
       static_cast<void>(sigaction(signal, &action, nullptr));
     }

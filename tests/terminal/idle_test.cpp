@@ -3,6 +3,7 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -44,11 +45,15 @@ class Idle : public TerminalTest {
   void expectFewWakes() {
     constexpr int seconds = 2;
     constexpr long wakesPerSecond = 20;
+    const auto begin = std::chrono::steady_clock::now();
     const long before = wakesOf(shell().pid());
     waitSeconds(seconds);
     const long wakes = wakesOf(shell().pid()) - before;
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
     RecordProperty("wakes_per_second", std::to_string(wakes / seconds));
-    EXPECT_LE(wakes, seconds * wakesPerSecond);
+    // What the test has done before may still wake a thread or two.
+    constexpr double ofBefore = 4;
+    EXPECT_LE(static_cast<double>(wakes), taken.count() * wakesPerSecond + ofBefore);
   }
 };
 
