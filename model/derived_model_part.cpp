@@ -78,7 +78,7 @@ void DerivedModelPart::cacheNames(const IdChain& chain, const std::vector<std::s
   assertHeld();
   std::size_t size = 0;
   for (const std::string& name : names) {
-    size += sizeof name + name.size();
+    size += sizeof(std::string) + name.size();
   }
   if (subscriptions_.containsOnce(chain) && size <= longNames) {
     names_[chain] = names;

@@ -145,18 +145,18 @@ std::optional<bool> Condition::holds(const std::string& text, std::string_view t
     order = *numbers;
   }
   if (op_ == "==") {
-    return order == 0;
+    return std::is_eq(order);
   }
   if (op_ == "!=") {
-    return order != 0;
+    return std::is_neq(order);
   }
   if (op_ == "<") {
-    return order < 0;
+    return std::is_lt(order);
   }
   if (op_ == "<=") {
-    return order <= 0;
+    return std::is_lteq(order);
   }
-  return op_ == ">" ? order > 0 : order >= 0;
+  return op_ == ">" ? std::is_gt(order) : std::is_gteq(order);
 }
 
 }  // namespace treectl

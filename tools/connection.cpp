@@ -305,7 +305,7 @@ ModelRes Connection::storeElements(const Chain& chain, const std::vector<std::st
     const ModelRes result =
         store(chain, static_cast<ModelPartIndex>(i), texts[i], passProtected, reason);
     if (result != ModelSrv::ModelRes_Success) {
-      reason = '[' + std::to_string(i) + "]: " + reason;
+      reason.insert(0, '[' + std::to_string(i) + "]: ");
       return result;
     }
   }

@@ -15,7 +15,8 @@ class ImageBuilder {
  public:
   explicit ImageBuilder(TreeImage& image) : image_(image) {}
 
-  // What the parser calls; the result is whether it goes on.
+  // What the parser calls, with its names; the result is whether it goes on.
+  // NOLINTBEGIN(readability-identifier-naming)
 
   bool null() { return add("null", false); }
   bool boolean(bool value) { return add(value ? "true" : "false", false); }
@@ -57,6 +58,7 @@ class ImageBuilder {
                    const Json::exception& /*error*/) {
     return fail("no JSON at byte " + std::to_string(position));
   }
+  // NOLINTEND(readability-identifier-naming)
 
   [[nodiscard]] const std::string& error() const { return error_; }
   [[nodiscard]] bool hasHeader() const { return hasHeader_; }

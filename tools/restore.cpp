@@ -66,12 +66,12 @@ class Restorer {
     if (element) {
       target = find(std::string_view(part.address).substr(0, part.address.rfind('[')));
     }
-    if (target == nullptr && part.type.empty() && isEmpty(part.value)) {
-      ++skipped_;  // The shell's `to` writes a node without children as an empty value.
+    // The shell's `to` writes a node without children as an empty value.
+    const bool isEmptyNode = target == nullptr && part.type.empty() && isEmpty(part.value);
+    if (isEmptyNode || (target != nullptr && target->access == "ro")) {
+      ++skipped_;
     } else if (target == nullptr) {
       refuse(part, "no such part");
-    } else if (target->access == "ro") {
-      ++skipped_;
     } else if (element && (!target->value.isArray || *element >= target->value.texts.size())) {
       refuse(part, "no such element");
     } else if (const Value present =

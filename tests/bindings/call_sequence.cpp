@@ -58,7 +58,7 @@ std::string CallSequence::text() {
     return std::to_string(static_cast<int>(kind) - 64);
   }
   const std::size_t size = std::min<std::size_t>(kind - 128U, rest_.size());
-  const std::string taken(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(size));
+  std::string taken(rest_.begin(), rest_.begin() + static_cast<std::ptrdiff_t>(size));
   rest_ = rest_.subspan(size);
   return taken;
 }

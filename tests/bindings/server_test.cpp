@@ -32,8 +32,8 @@ TEST_F(CServer, HoldsValuesOfEveryType) {
       {TREESCOPE_DOUBLE, "0.1"},
       {TREESCOPE_TEXT, "text"},
   }};
-  for (std::uint16_t i = 0; i < values.size(); ++i) {
-    const auto& [type, value] = values[i];
+  std::uint16_t i = 0;
+  for (const auto& [type, value] : values) {
     const std::string name = "v" + std::to_string(type);
     const std::string path = "/" + name;
     const std::string array = path + "s";
@@ -56,6 +56,7 @@ TEST_F(CServer, HoldsValuesOfEveryType) {
     EXPECT_EQ(description->type, type);
     EXPECT_EQ(description->elements, 3U);
     treescope_free(description);
+    ++i;
   }
 }
 

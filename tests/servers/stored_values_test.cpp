@@ -85,7 +85,8 @@ class StoredValuesTest : public testing::Test {
 };
 
 TEST_F(StoredValuesTest, AreTheSameInTheNextProcess) {
-  std::string bytes("5\nany\xff bytes", 13);
+  std::string bytes("5\nany\xff bytes");
+  bytes += '\0';
   bytes += '\0';
   {
     StoredTree tree;

@@ -8,7 +8,7 @@
 namespace treescope_c {
 
 // TREESCOPE_BOOL to TREESCOPE_TEXT are the types of value in their order.
-#define TREESCOPE_COUNT_TYPE(id, Type, name) +1
+#define TREESCOPE_COUNT_TYPE(id, Type, name) +1  // NOLINT(bugprone-macro-parentheses)
 static_assert(TREESCOPE_TEXT - TREESCOPE_BOOL + 1 == 0 MODELSRV_VALUE_TYPES(TREESCOPE_COUNT_TYPE));
 #undef TREESCOPE_COUNT_TYPE
 
