@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/attack/scripted_server.h"
 #include "tests/support/keys.h"
@@ -13,7 +14,12 @@ namespace attack {
 /// The built shell on a terminal.
 class TypedShell {
  public:
-  TypedShell() { EXPECT_TRUE(session_.readThrough("[ /]$ ")); }
+  TypedShell() : TypedShell({test_support::treescopeProgram()}) {}
+
+  /// Started by other words than the program's name.
+  explicit TypedShell(const std::vector<std::string>& words) : session_(words) {
+    EXPECT_TRUE(session_.readThrough("[ /]$ "));
+  }
 
   void enter(const std::string& line) {
     EXPECT_TRUE(session_.type(line + test_support::keys::returnKey));
@@ -34,7 +40,7 @@ class TypedShell {
 
  private:
   const termios original_ = test_support::TerminalSession({"true"}).mode();
-  test_support::TerminalSession session_{{test_support::treescopeProgram()}};
+  test_support::TerminalSession session_;
 };
 
 }  // namespace attack
