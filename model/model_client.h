@@ -57,7 +57,7 @@ class ModelClient : public DerivedModelRoot {
   /// not connected.
   [[nodiscard]] bool openServer(const std::string& name);
 
-  /// While it exists, the user leaves the server: no request begins once all have taken 0.1 s,
+  /// While it exists, the user leaves the server: no request begins once all have taken 0.5 s,
   /// and none for the display of an update. So a server that does not reply in time delays the
   /// user by one request, however many subscriptions there are; what is left of them ends with
   /// the connection. For the thread that runs the commands.
@@ -71,7 +71,7 @@ class ModelClient : public DerivedModelRoot {
     Leaving& operator=(const Leaving&) = delete;
 
    private:
-    static constexpr std::int64_t milliseconds = 100;
+    static constexpr std::int64_t milliseconds = 500;
 
     ModelClient& client_;
   };
