@@ -109,12 +109,13 @@ class AsyncClient:
             while True:
                 while watch.pending:
                     raw = watch.pending.popleft()
+                    names = watch.note(raw)
                     if not watch.is_reported(raw):
                         continue
-                    if watch.lacks_type(raw):
-                        yield await self._run(partial(watch.convert, raw))
-                    else:
-                        yield watch.convert(raw)
+                    update = watch.convert(raw, names)
+                    if update is None:
+                        update = await self._run(partial(watch.request, raw, names))
+                    yield update
                 self._full.discard(watch)
                 self._update_reader()
                 arrived.clear()

@@ -12,7 +12,7 @@ from types import TracebackType
 from typing import TYPE_CHECKING, Any, Optional
 
 from . import _library as lib
-from .errors import BadText, TreescopeError, error_of
+from .errors import TreescopeError, error_of
 from .values import Type, Value, parse, parse_scalar
 
 if TYPE_CHECKING:
@@ -43,7 +43,7 @@ class Update:
 
     change: Change
     path: str  # of ids, which every operation takes
-    names: tuple[str, ...]  # those from the watched part down that were reported
+    names: tuple[str, ...]  # from the watched part down to this one, as far as they were reported
     index: Optional[int]  # the element; None: the whole value
     value: Optional[Value]  # None if there is an error, and if it is no value
     error: Optional[TreescopeError]  # why the server cannot read the value
@@ -157,50 +157,79 @@ class Watch:
         while not self.closed:
             if self.pending:
                 raw = self.pending.popleft()
+                names = self.note(raw)
                 if self.is_reported(raw):
-                    return self.convert(raw)
+                    return self.convert(raw, names) or self.request(raw, names)
             elif self.client.closed:
                 self.close()
             else:
                 self.client.dispatch(None)
         raise StopIteration
 
-    def is_reported(self, raw: RawUpdate) -> bool:
-        """Notes what `raw` says about the tree; returns whether the program gets it."""
+    def note(self, raw: RawUpdate) -> tuple[str, ...]:
+        """Notes what `raw` says about the tree; returns the names of its part."""
         if raw.change == Change.BEGIN:
             self._types.clear()
             self._names.clear()
         elif raw.change == Change.ADDED:
             self._types.pop(raw.ids, None)
             self._names[raw.ids] = raw.name
-        elif raw.change == Change.REMOVED:
-            for known in (self._types, self._names):
-                for ids in [ids for ids in known if ids[: len(raw.ids)] == raw.ids]:
-                    del known[ids]
-        return self._structure or raw.change == Change.VALUE
-
-    def lacks_type(self, raw: RawUpdate) -> bool:
-        """Whether `convert` needs to request something."""
-        return raw.change == Change.VALUE and (
-            raw.result == TOO_LARGE or (raw.result == lib.SUCCESS and raw.ids not in self._types)
-        )
-
-    def convert(self, raw: RawUpdate) -> Update:
-        """The update with a value of Python's; may make requests."""
-        value: Optional[Value] = None
-        error: Optional[TreescopeError] = None
-        if raw.change == Change.VALUE:
-            try:
-                value = self._value(raw)
-            except TreescopeError as failure:
-                error = failure
         names = tuple(
             self._names[raw.ids[:depth]]
             for depth in range(len(raw.ids) + 1)
             if raw.ids[:depth] in self._names
         )
         if raw.change == Change.REMOVED:
-            names = (*names, raw.name) if raw.name else names
+            for known in (self._types, self._names):
+                for ids in [ids for ids in known if ids[: len(raw.ids)] == raw.ids]:
+                    del known[ids]
+        return names
+
+    def is_reported(self, raw: RawUpdate) -> bool:
+        """Whether the program gets it."""
+        return self._structure or raw.change == Change.VALUE
+
+    def convert(self, raw: RawUpdate, names: tuple[str, ...]) -> Optional[Update]:
+        """The update with a value of Python's; None if that takes a request."""
+        if raw.change != Change.VALUE:
+            return self._update(raw, names)
+        if raw.result not in (lib.SUCCESS, TOO_LARGE):
+            text = lib.decode(lib.raw("result_text", raw.result))
+            return self._update(raw, names, error=error_of(raw.result, f"{raw.path}: {text}"))
+        value = self._parse(raw)
+        return None if value is None else self._update(raw, names, value)
+
+    def request(self, raw: RawUpdate, names: tuple[str, ...]) -> Update:
+        """The same with requests, which block."""
+        try:
+            if raw.result == lib.SUCCESS and raw.ids not in self._types:
+                about = self.client.describe("/".join(f"#{id}" for id in raw.ids))
+                self._types[raw.ids] = about.type, about.elements
+            value = self._parse(raw)
+            return self._update(raw, names, self.client.get(raw.path) if value is None else value)
+        except TreescopeError as error:
+            return self._update(raw, names, error=error)
+
+    def _parse(self, raw: RawUpdate) -> Optional[Value]:
+        """None if the text does not say the value."""
+        if raw.result != lib.SUCCESS or raw.ids not in self._types:
+            return None
+        type, elements = self._types[raw.ids]
+        try:
+            if raw.index is not None:
+                return parse_scalar(raw.text, type)
+            return parse(raw.text, type, elements)
+        except ValueError:
+            # An element has line feeds of its own, or the part is another one by now.
+            return None
+
+    def _update(
+        self,
+        raw: RawUpdate,
+        names: tuple[str, ...],
+        value: Optional[Value] = None,
+        error: Optional[TreescopeError] = None,
+    ) -> Update:
         return Update(
             raw.change,
             raw.path,
@@ -212,24 +241,6 @@ class Watch:
             raw.changes,
             raw.is_node,
         )
-
-    def _value(self, raw: RawUpdate) -> Value:
-        if raw.result not in (lib.SUCCESS, TOO_LARGE):
-            text = lib.decode(lib.raw("result_text", raw.result))
-            raise error_of(raw.result, f"{raw.path}: {text}")
-        if raw.result == TOO_LARGE:
-            return self.client.get(raw.path)
-        if raw.ids not in self._types:
-            about = self.client.describe("/".join(f"#{id}" for id in raw.ids))
-            self._types[raw.ids] = about.type, about.elements
-        type, elements = self._types[raw.ids]
-        try:
-            if raw.index is not None:
-                return parse_scalar(raw.text, type)
-            return parse(raw.text, type, elements)
-        except (BadText, ValueError):
-            # An element has line feeds of its own, or the part is another one by now.
-            return self.client.get(raw.path)
 
     def __del__(self) -> None:
         if getattr(self, "_handle", None) is not None:

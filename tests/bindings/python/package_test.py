@@ -174,7 +174,8 @@ class Clients(Served):
             self.assertEqual(next(updates).change, Change.ADDED)
             self.assertEqual(next(updates).value, 5)
             part.remove()
-            self.assertEqual(next(updates).change, Change.REMOVED)
+            removed = next(updates)
+            self.assertEqual((removed.change, removed.names), (Change.REMOVED, ("", "new")))
 
     def test_reports_the_loss_and_the_return_of_the_server(self):
         events = []
@@ -396,6 +397,30 @@ class Asyncio(unittest.TestCase):
                     while (update := await anext(updates)).value != 5000:
                         changes += update.changes
                     self.assertEqual(changes + update.changes, 5000)
+                    await updates.aclose()
+                serving.cancel()
+
+        asyncio.run(asyncio.wait_for(main(), TIMEOUT))
+
+    def test_elements_with_line_feeds_do_not_block_the_event_loop(self):
+        async def main():
+            name = port_name()
+            with Server() as server:
+                texts = server.add("texts", ["a", "b"])
+                server.publish(name)
+                # A request in the event loop that serves would time out.
+                serving = asyncio.create_task(server.serve())
+                async with AsyncClient(name) as client:
+                    # What several elements change within a period is one update, of all of them.
+                    updates = client.watch("/texts", period=0.01)
+                    self.assertEqual((await anext(updates)).value, ["a", "b"])
+                    last = ["e\nf", "g"]
+                    update = None
+                    while update is None or (update.value != last and update.error is None):
+                        texts.set(["c", "d"])
+                        texts.set(last)
+                        update = await anext(updates)
+                    self.assertEqual((update.value, update.error), (last, None))
                     await updates.aclose()
                 serving.cancel()
 
