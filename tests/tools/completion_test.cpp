@@ -1,6 +1,11 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "tests/support/port_name.h"
 #include "tests/tools/treectl_fixture.h"
 #include "tools/option_table.h"
 
@@ -13,8 +18,8 @@ class Completion : public TreectlTest {
  protected:
   /// What bash offers for the last of `words`, separated by spaces.
   std::string offered(const std::vector<std::string>& words) {
-    std::string script = "PATH=" + test_support::buildDirectory() + "/bin:$PATH; source " +
-                         test_support::sourceDirectory() +
+    std::string script = "cd " + files().path() + "; PATH=" + test_support::buildDirectory() +
+                         "/bin:$PATH; source " + test_support::sourceDirectory() +
                          "/tools/completion/treectl.bash; COMP_WORDS=(treectl";
     for (const std::string& word : words) {
       script += " '" + filled(word) + "'";
@@ -47,6 +52,17 @@ TEST_F(Completion, OffersServersAndAddressesOfTheLiveTree) {
   server().kill();
   EXPECT_EQ(offered({"get", "/{S}/d"}), "\n");
   server().restart();
+}
+
+TEST_F(Completion, RunsNothingOfTheNameOfAServer) {
+  // A server that has ended has a state, too.
+  const std::string port = test_support::uniquePortName();
+  const std::string mailbox = test_support::mailboxPath(port + "$(>run)");
+  ASSERT_EQ(::mkfifo(mailbox.c_str(), 0600), 0);
+  EXPECT_EQ(offered({"get", "-s", port}), port + "\\$\\(\\>run\\)\n");
+  EXPECT_EQ(offered({"get", "/" + port}), "/" + port + "\\$\\(\\>run\\)/\n");
+  EXPECT_EQ(::unlink(mailbox.c_str()), 0);
+  EXPECT_TRUE(std::filesystem::is_empty(files().path()));
 }
 
 TEST_F(Completion, KnowsEveryCommandAndOption) {

@@ -1,18 +1,28 @@
 # Completion of treectl(1) for bash: commands, options, servers, and addresses from the live tree.
 
-# Prints the addresses that begin with $1, of the server $2 if that is not empty.
+# Prints the addresses in the node that $1 begins with, of the server $2 if that is not empty.
 _treectl_addresses() {
-  local word=$1 server=$2 parent=${1%/*} name
+  local server=$2 parent=${1%/*} name
   if [ -z "$server" ] && [ -z "${parent#/}" ]; then
     treectl --timeout 0.3 -q servers 2>/dev/null | while IFS=$'\t' read -r name _; do
-      case "/$name/" in "$word"*) printf '%s\n' "/$name/" ;; esac
+      printf '%s\n' "/$name/"
     done
     return
   fi
-  treectl --timeout 0.3 -q ${server:+-s "$server"} list "${parent:-/}" 2>/dev/null |
-    while IFS= read -r name; do
-      case $name in "$word"*) printf '%s\n' "$name" ;; esac
-    done
+  treectl --timeout 0.3 -q ${server:+-s "$server"} list "${parent:-/}" 2>/dev/null
+}
+
+# Offers those lines of the input that begin with $1, quoted. "compgen -W" would expand them, and the
+# name of a server may have "$(...)".
+_treectl_offer() {
+  local line
+  while IFS= read -r line; do
+    case $line in "$1"*)
+      printf -v line '%q' "$line"
+      COMPREPLY+=("$line")
+      ;;
+    esac
+  done
 }
 
 _treectl() {
@@ -31,7 +41,7 @@ _treectl() {
   done
   case $before in
     -s | --server | --wait)
-      mapfile -t COMPREPLY < <(compgen -W "$(treectl --timeout 0.3 -q servers 2>/dev/null | cut -f 1)" -- "$word")
+      _treectl_offer "$word" < <(treectl --timeout 0.3 -q servers 2>/dev/null | cut -f 1)
       return
       ;;
     --color)
@@ -70,12 +80,7 @@ _treectl() {
     restore | replay | diff) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
     servers) return ;;
   esac
-  local found
-  while IFS= read -r found; do
-    # What the shell would take away from an address.
-    printf -v found '%q' "$found"
-    COMPREPLY+=("$found")
-  done < <(_treectl_addresses "$word" "$server")
+  _treectl_offer "$word" < <(_treectl_addresses "$word" "$server")
   case ${COMPREPLY[0]-} in
     */) compopt -o nospace 2>/dev/null ;;
   esac
