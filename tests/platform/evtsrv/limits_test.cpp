@@ -17,11 +17,7 @@ class Limits : public testing::Test {
     client.makePipes();
     client.writeToMailbox(name, client.hello());
     server.serveAll();
-    const Bytes welcome = RawClient::readAll(client.reply);
-    const auto header =
-        welcome.size() == FrameHeader::size ? decodeHeader(welcome.data()) : std::nullopt;
-    return header && header->kind == FrameKind::welcome ? std::optional(header->code)
-                                                        : std::nullopt;
+    return client.welcome();
   }
 
   /// Writes to the latest client's pipe until `bytes` have been read by the server.
@@ -139,10 +135,7 @@ class LimitsOfAnotherUser : public testing::Test {
     client.writeToMailbox(name, client.hello());
     pollfd welcome{client.reply, POLLIN, 0};
     EXPECT_EQ(::poll(&welcome, 1, test_support::timeoutMilliseconds), 1);
-    const Bytes bytes = RawClient::readAll(client.reply);
-    const auto header =
-        bytes.size() == FrameHeader::size ? decodeHeader(bytes.data()) : std::nullopt;
-    return header ? std::optional(header->code) : std::nullopt;
+    return client.welcome();
   }
 
   std::string name = uniquePort();

@@ -23,14 +23,12 @@ class RemovedMailbox : public testing::Test {
     raw.makePipes();
     raw.writeToMailbox(name, raw.hello());
     const std::int64_t end = server.system.nowMs() + 5000;
-    Bytes welcome;
-    while (welcome.empty() && server.system.nowMs() < end) {
+    std::optional<std::uint16_t> code;
+    while (!code && server.system.nowMs() < end) {
       static_cast<void>(server.core.receive(100));
-      welcome = RawClient::readAll(raw.reply);
+      code = raw.welcome();
     }
-    const auto header =
-        welcome.size() == FrameHeader::size ? decodeHeader(welcome.data()) : std::nullopt;
-    return header ? std::optional(header->code) : std::nullopt;
+    return code;
   }
 
   std::string name = uniquePort();

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,14 @@ class RawClient {
     const ssize_t count = ::read(end, bytes.data(), bytes.size());
     bytes.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return bytes;
+  }
+  /// The code of the welcome that has arrived; empty if that is not what has.
+  [[nodiscard]] std::optional<std::uint16_t> welcome() const {
+    const Bytes bytes = readAll(reply);
+    const auto header =
+        bytes.size() == FrameHeader::size ? decodeHeader(bytes.data()) : std::nullopt;
+    return header && header->kind == FrameKind::welcome ? std::optional(header->code)
+                                                        : std::nullopt;
   }
   void writeRequest(const Bytes& bytes) const {
     ASSERT_EQ(::write(request, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
