@@ -42,17 +42,6 @@ EvtRes PortClient::resume(bool& renewed, Deadline& deadline) {
   return endIfOutOfMemory([&] { return tryResume(renewed, deadline); });
 }
 
-EvtRes PortClient::resume(bool& renewed) {
-  Deadline deadline(core_.system(), replyTimeoutMs);
-  return resume(renewed, deadline);
-}
-
-EvtRes PortClient::exchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
-                            Reply& reply) {
-  Deadline deadline(core_.system(), replyTimeoutMs);
-  return exchange(operation, payload, reply, deadline);
-}
-
 EvtRes PortClient::exchange(std::uint16_t operation, std::span<const std::uint8_t> payload,
                             Reply& reply, Deadline& deadline) {
   core_.clientMutex().assertHeld();
@@ -81,11 +70,6 @@ EvtRes PortClient::flushPosted() {
 EvtRes PortClient::awaitPosted(Deadline& deadline) {
   core_.clientMutex().assertHeld();
   return link_ != nullptr ? link_->awaitPosted(deadline) : error();
-}
-
-EvtRes PortClient::awaitPosted() {
-  Deadline deadline(core_.system(), replyTimeoutMs);
-  return awaitPosted(deadline);
 }
 
 void PortClient::lose(EvtRes error) {

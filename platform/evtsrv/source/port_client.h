@@ -85,8 +85,8 @@ class PortClient final : private ReadyHandler,
   /// stays valid, and `resume` may find the welcome later.
   EvtRes connect(const std::string& name);
 
-  // An operation with a deadline waits until that at the longest, so several of them take no
-  // longer than one; without one it has `replyTimeoutMs`.
+  // An operation with a deadline waits until that at the longest: one of `replyTimeoutMs` for all
+  // that a request needs lets them take no longer than one.
 
   /// Restores a lost connection without waiting for a dead server. `EvtRes_Success`:
   /// the connection is open; `renewed`: whether it is a new one. `EvtRes_NoServer`:
@@ -94,7 +94,6 @@ class PortClient final : private ReadyHandler,
   /// earlier hello, for which a call has waited already. `EvtRes_NotPermitted`: the
   /// name belongs to another user or group than the one that `connect` has found.
   EvtRes resume(bool& renewed, Deadline& deadline);
-  EvtRes resume(bool& renewed);
 
   /// Sends one request and waits for its reply (`EvtRes_Timeout`). After a time-out it returns
   /// `EvtRes_Stalled` immediately until the server shows activity; a late reply is dropped.
@@ -102,7 +101,6 @@ class PortClient final : private ReadyHandler,
   /// whether the server may have received the request.
   EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply,
                   Deadline& deadline);
-  EvtRes exchange(std::uint16_t operation, std::span<const std::uint8_t> payload, Reply& reply);
 
   // Posted requests: their replies are not waited for; the sink receives them in the order
   // of the requests. If the connection ends first, it receives none.
@@ -114,7 +112,6 @@ class PortClient final : private ReadyHandler,
   /// Waits until every posted request has its reply; the results are those of `exchange`.
   /// After a time-out the replies may still come.
   EvtRes awaitPosted(Deadline& deadline);
-  EvtRes awaitPosted();
 
   /// Ends an open connection as lost, because of `error` of this side.
   void lose(EvtRes error);

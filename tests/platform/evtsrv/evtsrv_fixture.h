@@ -237,9 +237,10 @@ class EchoClient : public EventSink {
   EvtRes request(std::string& text, std::uint16_t operation = 7) {
     const std::lock_guard lock(mutex);
     Reply reply;
+    Deadline deadline = replyDeadline();
     const EvtRes result = client->exchange(
         operation, std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()),
-        reply);
+        reply, deadline);
     if (result == EvtRes_Success) {
       text.assign(reinterpret_cast<const char*>(reply.payload.data()), reply.payload.size());
       code = reply.code;
@@ -252,8 +253,11 @@ class EchoClient : public EventSink {
   }
   EvtRes resume(bool& renewed) {
     const std::lock_guard lock(mutex);
-    return client->resume(renewed);
+    Deadline deadline = replyDeadline();
+    return client->resume(renewed, deadline);
   }
+  /// The time of one request.
+  Deadline replyDeadline() { return {system, replyTimeoutMs}; }
 
   TestSystem system;
   KSTD::KThreadMutex mutex;

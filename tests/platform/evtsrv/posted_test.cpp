@@ -20,7 +20,8 @@ class Posted : public Return {
   }
   EvtRes await() {
     const std::lock_guard lock(client.mutex);
-    return client.client->awaitPosted();
+    Deadline deadline = client.replyDeadline();
+    return client.client->awaitPosted(deadline);
   }
   static std::vector<std::uint16_t> numbers(std::uint16_t end) {
     std::vector<std::uint16_t> all;
