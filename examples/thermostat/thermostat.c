@@ -17,7 +17,7 @@ static int open_signals(void) {
 }
 
 static int open_timer(void) {
-  const struct itimerspec second = {{1, 0}, {1, 0}};
+  const struct itimerspec second = {{1, 0}, {0, 1}};
   const int timer = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);
   return timerfd_settime(timer, 0, &second, NULL) == 0 ? timer : -1;
 }
