@@ -20,13 +20,23 @@ ENVIRONMENT = {
     "PYTHONPATH": str(PACKAGE),
     "PYTHONDONTWRITEBYTECODE": "1",
 }
-COMPILERS = {
-    ".c": "cc -std=c11 -D_GNU_SOURCE -Wall -Wextra -Wpedantic -Werror {0} -o {1} "
-    "$(pkg-config --cflags --libs libtreescope)",
-    ".cpp": "c++ -std=c++20 -Wall -Wextra -Wpedantic -Werror {0} -o {1} "
-    "$(pkg-config --cflags --libs treescope)",
-}
-RPATH = ' -Wl,-rpath,"$(pkg-config --variable=libdir treescope)"'
+TEXT = GUIDE.read_text(encoding="utf-8")
+LIBRARIES = next(PREFIX.glob("lib*/pkgconfig")).parent
+WARNINGS = "-Wall -Wextra -Wpedantic -Werror"
+
+
+def compile_command(path):
+    """The guide's own command for the first server in this language, for this program."""
+    [command] = re.findall(rf"^    (c.* first_server\{path.suffix} .*)$", TEXT, re.MULTILINE)
+    command = command.replace("/opt/treescope/lib", str(LIBRARIES))
+    # Where the guide goes on with "./first_server".
+    command, replaced = re.subn(r"-o first_server\b", f"-o {built(path)}", command)
+    assert replaced == 1, command
+    return command.replace(f"first_server{path.suffix}", f"{WARNINGS} {path}")
+
+
+def built(path):
+    return str(path).replace(".", "_")
 
 
 def command_of(file):
@@ -35,13 +45,11 @@ def command_of(file):
     path.write_text(BLOCKS[file], encoding="utf-8")
     if path.suffix == ".py":
         return [sys.executable, "-X", "dev", "-W", "error", str(path)]
-    built = str(path).replace(".", "_")
-    build = COMPILERS[path.suffix].format(path, built) + RPATH
-    subprocess.run(build, shell=True, check=True, env=ENVIRONMENT, timeout=LIMIT)
-    return [built]
+    subprocess.run(compile_command(path), shell=True, check=True, env=ENVIRONMENT, timeout=LIMIT)
+    return [built(path)]
 
 
-BLOCKS = {name: text for _, name, text in BLOCK.findall(GUIDE.read_text(encoding="utf-8"))}
+BLOCKS = {name: text for _, name, text in BLOCK.findall(TEXT)}
 COMMANDS = {file: command_of(file) for file in BLOCKS if "." in file}
 
 
@@ -85,8 +93,7 @@ class Guide(unittest.TestCase):
 
     def test_the_shell_shows_what_the_guide_shows(self):
         name = self.serve("first_server.c")
-        text = GUIDE.read_text(encoding="utf-8")
-        shown = re.search(r"\$ treescope -c '(.*)'\n((?:    /.*\n)+)", text)
+        shown = re.search(r"\$ treescope -c '(.*)'\n((?:    /.*\n)+)", TEXT)
         commands = shown[1].replace("Model_tank", name)
         ended = subprocess.run(
             [PREFIX / "bin/treescope", "-c", commands], capture_output=True, text=True, timeout=LIMIT
