@@ -100,8 +100,11 @@ def scalar_text(value: Scalar) -> bytes:
         return b"true" if value else b"false"
     if isinstance(value, float) and value.is_integer() and abs(value) < _WHOLE:
         return b"%.0f" % value
-    if isinstance(value, (int, float)):
-        return repr(value).encode()
+    # A derived type, such as an enumeration, may have another `repr`.
+    if isinstance(value, float):
+        return float.__repr__(value).encode()
+    if isinstance(value, int):
+        return b"%d" % value
     if isinstance(value, str):
         return encode(value)
     raise TypeError(f"expected a bool, int, float or str, got {value!r}")

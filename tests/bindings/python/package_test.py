@@ -97,6 +97,8 @@ class Clients(Served):
             self.assertEqual(self.client[path], value)
         self.client["/drive/speed"] = 18.0
         self.assertEqual(self.speed.value, 18)
+        self.client["/drive/speed"] = Type.DOUBLE
+        self.assertEqual(self.speed.value, 12)
         self.client.set("/drive/offset", 0.1, loader=True)
         self.assertAlmostEqual(self.offset.get(), 0.1, 6)
         self.client.set("/drive/label", b"\xff")
