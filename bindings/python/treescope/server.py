@@ -205,12 +205,16 @@ class Server(Port):
             choice_count=len(choices),
         )
         part = self._add(name, options, id, parent)
-        if split and value is not None:
-            part.set(value)
-        if check is not None:
-            part.on_store(check)
-        if getter is not None:
-            part.on_get(getter)
+        try:
+            if split and value is not None:
+                part.set(value)
+            if check is not None:
+                part.on_store(check)
+            if getter is not None:
+                part.on_get(getter)
+        except BaseException:
+            part.remove()
+            raise
         return part
 
     def node(

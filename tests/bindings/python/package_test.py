@@ -268,6 +268,17 @@ class Servers(Served):
             self.speed.notify()
             self.assertEqual(next(updates).value, 2)
 
+    def test_a_part_that_is_refused_is_not_in_the_tree(self):
+        for wrong in (
+            {"value": [1, 2], "getter": lambda: 1},
+            {"value": "1\0", "type": Type.INT32},
+            {"value": 1, "type": Type.NODE},
+        ):
+            with self.assertRaises(ValueError):
+                self.server.add("wrong", **wrong)
+        with Client(self.name) as client:
+            self.assertEqual([child.name for child in client.list()], ["drive", "mode"])
+
     def test_adds_and_removes_parts(self):
         with self.assertRaises(treescope.DuplicateId):
             self.server.add("again", 1, id=1)
