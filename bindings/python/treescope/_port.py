@@ -55,16 +55,16 @@ class Port:
 
     def _wait(self, timeout: Optional[float]) -> None:
         thread = threading.get_ident()
-        with self._state:
-            descriptor = self.fileno()
-            if self._ended < 0:
-                self._ended = os.eventfd(0, os.EFD_CLOEXEC | os.EFD_NONBLOCK)
-            self._waiting.add(thread)
         try:
-            # Python's own wait: signal handlers run during it.
+            with self._state:
+                # From now on `_ended` stays open: a signal handler may close this at any point.
+                self._waiting.add(thread)
+                if self._ended < 0:
+                    self._ended = os.eventfd(0, os.EFD_CLOEXEC | os.EFD_NONBLOCK)
             poll = select.poll()
-            poll.register(descriptor, select.POLLIN)
             poll.register(self._ended, select.POLLIN)
+            poll.register(self.fileno(), select.POLLIN)
+            # Python's own wait: signal handlers run during it.
             poll.poll(None if timeout is None else max(0.0, timeout) * 1000)
         finally:
             with self._state:

@@ -342,6 +342,26 @@ class Servers(Served):
             self.assertEqual(ended.wait(TIMEOUT), 0)
 
 
+    def test_is_closed_by_a_signal_handler_just_before_it_waits(self):
+        server = Server()
+        self.addCleanup(server.close)
+        fileno = server.fileno
+
+        def fileno_and_signal():
+            descriptor = fileno()
+            signal.raise_signal(signal.SIGUSR1)
+            return descriptor
+
+        # A first wait makes what the others use again.
+        server.wake()
+        server.dispatch(None)
+        server.fileno = fileno_and_signal
+        before = signal.signal(signal.SIGUSR1, lambda *_: server.close())
+        self.addCleanup(signal.signal, signal.SIGUSR1, before)
+        server.run()
+        self.assertTrue(server.closed)
+
+
 class Asyncio(unittest.TestCase):
     def test_serves_and_watches_in_one_event_loop(self):
         async def main():
