@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <memory>
+#include <initializer_list>
 #include <set>
 #include <sstream>
 #include <string>
@@ -28,24 +28,32 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// A small tree, as a server has it that has just started.
-struct StoredTree {
+/// A tree of one node, as a server has it that has just started.
+struct DriveTree {
   EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, false};
   ModelSrv::ModelRoot root{&manager};
-  ModelSrv::ModelNode drive{1, "drive"};
+  ModelSrv::ModelNode drive;
+
+  DriveTree(ModelSrv::ModelPartId id, std::initializer_list<ModelPart*> parts)
+      : drive(id, "drive") {
+    add(parts);
+    EXPECT_EQ(root.add(&drive), ModelRes_Success);
+  }
+  void add(std::initializer_list<ModelPart*> parts) {
+    for (ModelPart* const part : parts) {
+      EXPECT_EQ(drive.add(part), ModelRes_Success);
+    }
+  }
+};
+
+struct StoredTree : DriveTree {
   ModelSrv::ValuePart<std::int32_t> speed{1, "speed", 42};
   ModelSrv::ValuePart<std::string> label{2, "label", "two words"};
   ModelSrv::ArrayPart<double> gains{3, "gains", {1.5, 0.25}, {"p", "i"}};
   ModelSrv::ArrayPart<std::string> notes{4, "notes", {"", ""}};
   ModelSrv::ValuePart<float> offset{5, "offset", 0, ModelSrv::ModelPartStatus_Protected};
 
-  StoredTree() {
-    for (ModelPart* part :
-         std::initializer_list<ModelPart*>{&speed, &label, &gains, &notes, &offset}) {
-      EXPECT_EQ(drive.add(part), ModelRes_Success);
-    }
-    EXPECT_EQ(root.add(&drive), ModelRes_Success);
-  }
+  StoredTree() : DriveTree(1, {}) { add({&speed, &label, &gains, &notes, &offset}); }
 
   std::string text(ModelPart& part) {
     std::ostringstream text;
@@ -58,9 +66,10 @@ class StoredValuesTest : public testing::Test {
  protected:
   using Clock = StoredValues::Clock;
 
-  StoredValues valuesOf(StoredTree& tree) {
+  StoredValues valuesOf(StoredTree& tree) { return valuesOf(tree.root); }
+  StoredValues valuesOf(ModelSrv::ModelRoot& root) {
     return {file_,
-            tree.root,
+            root,
             {[this](const Error& error) { reported_.push_back(error.text); },
              [this](const ModelPart& part) { return fed_.count(&part) == 0; }}};
   }
@@ -187,21 +196,13 @@ TEST_F(StoredValuesTest, AreReportedAndForgottenIfTheyDoNotFit) {
     store(values, tree.notes, "a\nb");
     values.finish();
   }
-  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-  ModelSrv::ModelRoot root(&manager);
-  ModelSrv::ModelNode drive(1, "drive");
   ModelSrv::ValuePart<std::int32_t> speed(1, "speed", 42);
   ModelSrv::ValuePart<std::int32_t> label(2, "label", 42);
   ModelSrv::ArrayPart<double> gains(3, "gains", {1, 2}, {"p", "d"});
   ModelSrv::ArrayPart<std::string> notes(4, "notes", {"", "", ""});
-  for (ModelPart* part : std::initializer_list<ModelPart*>{&speed, &label, &gains, &notes}) {
-    ASSERT_EQ(drive.add(part), ModelRes_Success);
-  }
-  ASSERT_EQ(root.add(&drive), ModelRes_Success);
+  DriveTree tree(1, {&speed, &label, &gains, &notes});
   ASSERT_EQ(speed.setAttributes({"", "10", "50", "", {}}), ModelRes_Success);
-  StoredValues values(file_, root,
-                      {[this](const Error& error) { reported_.push_back(error.text); },
-                       [](const ModelPart&) { return true; }});
+  StoredValues values = valuesOf(tree.root);
   ASSERT_FALSE(values.restore());
   EXPECT_THAT(reported_, ElementsAre(fileError("/drive/speed: speed 7 is not within 10 to 50"),
                                      fileError("/drive/label: expected int32, got text"),
@@ -222,27 +223,16 @@ TEST_F(StoredValuesTest, FollowANameThatIsUniqueIfItsIdHasChanged) {
     store(values, tree.speed, "7");
     values.finish();
   }
-  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-  ModelSrv::ModelRoot root(&manager);
-  ModelSrv::ModelNode drive(9, "drive");
   ModelSrv::ValuePart<std::int32_t> other(1, "other", 1);
   ModelSrv::ValuePart<std::int32_t> speed(2, "speed", 42);
-  ASSERT_EQ(drive.add(&other), ModelRes_Success);
-  ASSERT_EQ(drive.add(&speed), ModelRes_Success);
-  ASSERT_EQ(root.add(&drive), ModelRes_Success);
-  const auto restored = [&] {
-    StoredValues values(file_, root,
-                        {[this](const Error& error) { reported_.push_back(error.text); },
-                         [](const ModelPart&) { return true; }});
-    return !values.restore();
-  };
-  ASSERT_TRUE(restored());
+  DriveTree tree(9, {&other, &speed});
+  ASSERT_FALSE(valuesOf(tree.root).restore());
   EXPECT_EQ(speed.value(), 7);
   EXPECT_EQ(other.value(), 1);
   EXPECT_THAT(reported_, IsEmpty());
   ModelSrv::ValuePart<std::int32_t> second(3, "speed", 43);
-  ASSERT_EQ(drive.add(&second), ModelRes_Success);
-  ASSERT_TRUE(restored());
+  tree.add({&second});
+  ASSERT_FALSE(valuesOf(tree.root).restore());
   EXPECT_THAT(reported_, ElementsAre(fileError("/drive/speed: no such part")));
 }
 
