@@ -5,7 +5,6 @@
 #include <sstream>
 #include <utility>
 
-#include "modelsrv/part_description.h"
 #include "servers/entry_values.h"
 
 namespace modelsrvd {
@@ -22,34 +21,46 @@ bool isText(const StoredPart& value) {
   return value.type == nameOf(EntryType::text);
 }
 
-std::optional<std::string> textOf(ModelPart& part, ModelPartIndex index) {
-  std::ostringstream text;
-  if (part.save(text, index) != ModelRes_Success) {
-    return std::nullopt;
+/// An operation on a part of this process that only a lack of memory prevents.
+void requireMemory(ModelSrv::ModelRes result) {
+  if (result != ModelRes_Success) {
+    throw std::bad_alloc();
   }
+}
+
+std::string textOf(ModelPart& part, ModelPartIndex index) {
+  std::ostringstream text;
+  requireMemory(part.save(text, index));
   return std::move(text).str();
 }
 
-/// Sets the texts of `value` to those of `part`, where they can be read.
+ModelSrv::PartDescription describePart(ModelPart& part) {
+  ModelSrv::PartDescription description;
+  requireMemory(part.describe(description));
+  return description;
+}
+
+/// Sets the texts of `value` to those of `part`.
 void readElements(ModelPart& part, StoredPart& value) {
   std::vector<StoredPart::Element>& elements = value.elements;
   if (value.array && isText(value)) {
     // They may have line feeds, which separate the elements of the whole value.
     for (std::size_t i = 0; i < elements.size(); ++i) {
-      if (auto text = textOf(part, static_cast<ModelPartIndex>(i))) {
-        elements[i].text = std::move(*text);
-      }
+      elements[i].text = textOf(part, static_cast<ModelPartIndex>(i));
     }
     return;
   }
-  auto whole = textOf(part, ModelPartIndex_All);
-  if (whole && !value.array) {
-    elements.front().text = std::move(*whole);
-  } else if (whole) {
-    std::istringstream lines(std::move(*whole));
-    for (StoredPart::Element& element : elements) {
-      std::getline(lines, element.text);
-    }
+  std::string whole = textOf(part, ModelPartIndex_All);
+  if (!value.array) {
+    elements.front().text = std::move(whole);
+    return;
+  }
+  const std::string_view lines = whole;
+  std::size_t start = 0;
+  for (StoredPart::Element& element : elements) {
+    const std::size_t end = std::min(lines.find('\n', start), lines.size());
+    element.text = lines.substr(start, end - start);
+    start = std::min(end + 1, lines.size());
   }
 }
 
@@ -110,6 +121,9 @@ std::optional<std::string> storeElement(ModelPart& part, const StoredPart& value
       isText(value)
           ? part.storeAsClient(std::to_string(text.size()) + '\n' + text, true, index, reason)
           : part.storeAsClient(text, true, index, reason);
+  if (result == ModelSrv::ModelRes_SystemError) {
+    throw std::bad_alloc();
+  }
   return result == ModelRes_Success ? std::nullopt : std::optional(std::move(reason));
 }
 
@@ -155,25 +169,28 @@ std::optional<Error> StoredValues::restore() {
     }
     return std::nullopt;
   }
-  setAll(std::get<std::vector<StoredPart>>(parsed));
+  for (const StoredPart& value : std::get<std::vector<StoredPart>>(parsed)) {
+    restoreValue(value);
+  }
   return std::nullopt;
 }
 
-/// Sets the values in the tree and records those that fit.
-void StoredValues::setAll(const std::vector<StoredPart>& values) {
-  for (const StoredPart& value : values) {
-    ModelPart* const part = find(value);
-    if (part == nullptr || !hooks_.holdsValue(*part)) {
-      reportLost(value, part == nullptr ? "no such part" : "the tree does not hold the value");
-    } else if (positions_.count(part) != 0) {
-      reportLost(value, "a second value of the part");
-    } else if (set(*part, value)) {
-      ModelSrv::PartDescription description;
-      static_cast<void>(part->describe(description));
-      StoredPart present = storedPartOf(*part, description);
-      readElements(*part, present);
-      add(*part, std::move(present));
-    }
+/// Sets the value in the tree, and records it if it fits.
+void StoredValues::restoreValue(const StoredPart& value) {
+  ModelPart* const part = find(value);
+  if (part == nullptr || !hooks_.holdsValue(*part)) {
+    reportLost(value, part == nullptr ? "no such part" : "the tree does not hold the value");
+    return;
+  }
+  if (positions_.count(part) != 0) {
+    reportLost(value, "a second value of the part");
+    return;
+  }
+  const ModelSrv::PartDescription description = describePart(*part);
+  if (set(*part, description, value)) {
+    StoredPart present = storedPartOf(*part, description);
+    readElements(*part, present);
+    add(*part, std::move(present));
   }
 }
 
@@ -190,9 +207,8 @@ ModelPart* StoredValues::find(const StoredPart& value) const {
 }
 
 /// Sets the value of `part`, and reports what does not fit. Whether anything fits.
-bool StoredValues::set(ModelPart& part, const StoredPart& value) {
-  ModelSrv::PartDescription description;
-  static_cast<void>(part.describe(description));
+bool StoredValues::set(ModelPart& part, const ModelSrv::PartDescription& description,
+                       const StoredPart& value) const {
   if (const auto why = mismatch(value, description)) {
     reportLost(value, *why);
     return false;
@@ -234,16 +250,12 @@ void StoredValues::stored(ModelPart& part) noexcept {
       if (!hooks_.holdsValue(part)) {
         return;
       }
-      ModelSrv::PartDescription description;
-      static_cast<void>(part.describe(description));
-      StoredPart value = storedPartOf(part, description);
-      add(part, std::move(value));
+      add(part, storedPartOf(part, describePart(part)));
       changed_ = true;
       at = positions_.find(&part);
     }
     pending_ = true;
     Record& record = records_[at->second];
-    record.part = &part;
     // The capacity was reserved with the record.
     if (!std::exchange(record.isStale, true)) {
       stale_.push_back(at->second);
@@ -294,13 +306,11 @@ void StoredValues::save(bool isLast) {
   changed_ = changed_ && error;
 }
 
-/// Updates the stale records.
+/// Updates the stale records, after what had no memory in a reload.
 void StoredValues::refresh() {
+  setReplaced();
   for (; !stale_.empty(); stale_.pop_back()) {
     Record& record = records_[stale_.back()];
-    if (record.part == nullptr) {
-      continue;
-    }
     readElements(*record.part, record.value);
     std::string line = stateLine(record.value);
     changed_ = changed_ || line != record.line;
@@ -323,6 +333,7 @@ std::optional<Error> StoredValues::write() {
 
 void StoredValues::beginReload() {
   refresh();
+  replaced_.reserve(records_.size());
   for (Record& record : records_) {
     record.part = nullptr;
   }
@@ -345,21 +356,29 @@ bool StoredValues::keeps(ModelPart& part) {
 }
 
 void StoredValues::endReload() {
-  std::vector<Record> before = std::exchange(records_, {});
-  positions_.clear();
-  std::vector<StoredPart> replaced;
-  for (Record& record : before) {
-    if (record.part == nullptr) {
-      replaced.push_back(std::move(record.value));
-      continue;
+  // Nothing here allocates until `replaced_` has all values of the parts that did not stay.
+  std::erase_if(positions_,
+                [this](const auto& each) { return records_[each.second].part == nullptr; });
+  for (auto record = records_.rbegin(); record != records_.rend(); ++record) {
+    if (record->part == nullptr) {
+      replaced_.push_back(std::move(record->value));
     }
-    positions_.emplace(record.part, records_.size());
-    records_.push_back(std::move(record));
   }
-  if (!replaced.empty()) {
-    setAll(replaced);
+  std::erase_if(records_, [](const Record& record) { return record.part == nullptr; });
+  for (std::size_t i = 0; i < records_.size(); ++i) {
+    positions_.find(records_[i].part)->second = i;
+  }
+  if (!replaced_.empty()) {
     changed_ = true;
     pending_ = true;
+    setReplaced();
+  }
+}
+
+/// Sets the values of parts that have been replaced. Those without memory wait for the next call.
+void StoredValues::setReplaced() {
+  for (; !replaced_.empty(); replaced_.pop_back()) {
+    restoreValue(replaced_.back());
   }
 }
 

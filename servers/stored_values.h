@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "modelsrv/model_root.h"
+#include "modelsrv/part_description.h"
 #include "servers/error.h"
 #include "servers/state_file.h"
 #include "servers/state_text.h"
@@ -56,10 +57,12 @@ class StoredValues {
   // A reload of the tree: `beginReload`, then `keeps` for each part that stays, after its
   // attributes were set, then `endReload`.
 
+  /// If it throws `std::bad_alloc`, no reload has begun.
   void beginReload();
   /// Whether `part` keeps its value, because a client has stored it and may still do so.
   [[nodiscard]] bool keeps(ModelSrv::ModelPart& part);
-  /// Sets the values of parts that have been replaced.
+  /// Sets the values of parts that have been replaced. If it throws `std::bad_alloc`, that is tried
+  /// again before the next write.
   void endReload();
 
  private:
@@ -72,10 +75,12 @@ class StoredValues {
   };
 
   [[nodiscard]] ModelSrv::ModelPart* find(const StoredPart& value) const;
-  void setAll(const std::vector<StoredPart>& values);
-  bool set(ModelSrv::ModelPart& part, const StoredPart& value);
+  void restoreValue(const StoredPart& value);
+  [[nodiscard]] bool set(ModelSrv::ModelPart& part, const ModelSrv::PartDescription& description,
+                         const StoredPart& value) const;
   void add(ModelSrv::ModelPart& part, StoredPart value);
   void refresh();
+  void setReplaced();
   void save(bool isLast);
   [[nodiscard]] std::optional<Error> write();
   void reportLost(const StoredPart& value, const std::string& why) const;
@@ -86,11 +91,14 @@ class StoredValues {
   std::vector<Record> records_;  ///< in the order of their first stores
   std::unordered_map<const ModelSrv::ModelPart*, std::size_t> positions_;
   std::vector<std::size_t> stale_;  ///< the positions of stale records
-  Clock::time_point next_{};        ///< the earliest time of the next write
-  bool pending_ = false;            ///< whether a client has stored something since the last tick
-  bool changed_ = false;            ///< whether the file lacks something
-  bool writeFailed_ = false;        ///< whether the last attempt to write it has failed
-  bool outOfMemory_ = false;        ///< whether a store could not be recorded
+  /// Values of parts that a reload has replaced, the first one last. Empty except in `endReload`,
+  /// and if memory was out there.
+  std::vector<StoredPart> replaced_;
+  Clock::time_point next_{};  ///< the earliest time of the next write
+  bool pending_ = false;      ///< whether a client has stored something since the last tick
+  bool changed_ = false;      ///< whether the file lacks something
+  bool writeFailed_ = false;  ///< whether the last attempt to write it has failed
+  bool outOfMemory_ = false;  ///< whether a store could not be recorded
 };
 
 }  // namespace modelsrvd
