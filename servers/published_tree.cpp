@@ -351,7 +351,9 @@ std::optional<Error> PublishedTree::reload(TreeDescription description,
     if (kept[index] != isNew) {
       auto ofPart = setKept(*parts_.created[index].part, description.entries[index],
                             hadSource[index], keepsValue);
-      error = error ? std::move(error) : std::move(ofPart);
+      if (!error) {
+        error = std::move(ofPart);
+      }
     }
   }
   return error;
