@@ -123,7 +123,7 @@ TEST(ErrorStatus, OfAStoreWithoutAReplyIsThatItsOutcomeIsUnknown) {
 
 TEST(ErrorsOfOtherUsers, AreDenied) {
   if (::geteuid() != 0) {
-    GTEST_SKIP() << "needs root";
+    GTEST_SKIP() << "only root can run a program as another user";
   }
   test_support::ModelServer server;
   const Finished finished =
