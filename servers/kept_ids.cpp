@@ -103,10 +103,13 @@ class ChildIds {
     others_ = std::move(left);
   }
 
-  /// Whether an entry has taken the child's id that has its name, too.
+  /// Whether an entry has taken the child's id that has its name, too. A node does not stay for
+  /// the entry of a part, because its children leave the tree.
   [[nodiscard]] bool stays(const ModelPart& child) const {
     const auto at = takers_.find(child.id());
-    return at != takers_.end() && at->second->name == child.name();
+    return at != takers_.end() && at->second->name == child.name() &&
+           (at->second->type == EntryType::node ||
+            dynamic_cast<const ModelNode*>(&child) == nullptr);
   }
 
   /// The other entries take their default ids or the next ones that are free and not in

@@ -99,6 +99,21 @@ TEST_F(IdsOfNames, OfANodeThatReturnsAreNoOtherNames) {
   EXPECT_EQ(chain(), "1/1");
 }
 
+TEST_F(IdsOfNames, OfANodeThatWasAPartInBetweenAreNoOtherNames) {
+  const auto treeOf = [](const std::string& parts) {
+    return nodeWith(R"({"name": "n", "children": [)" + parts + "]}");
+  };
+  const auto part = [](const std::string& name) {
+    return R"({"name": ")" + name + R"(", "type": "bool", "value": true})";
+  };
+  publish(treeOf(part("a") + "," + part("b")));
+  EXPECT_FALSE(tree_->reload(nodeWith(part("n"))));
+  EXPECT_FALSE(tree_->reload(treeOf(part("b") + "," + part("c"))));
+  const auto& inner = dynamic_cast<ModelSrv::ModelNode&>(*onlyPart());
+  EXPECT_EQ(inner.children().at(0)->id(), 2U);
+  EXPECT_EQ(inner.children().at(1)->id(), 3U);
+}
+
 std::string names(char first, unsigned count) {
   std::string text;
   for (unsigned i = 0; i < count; ++i) {
