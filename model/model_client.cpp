@@ -49,7 +49,7 @@ bool ModelClient::openServer(const std::string& name) {
 
 void ModelClient::closeServer() {
   const KSTD::KThreadMutexLock held(clientMutex_);
-  if (!mayRequest(true)) {
+  if (!mayRequest()) {
     // Else the server would have the time of another request for the subscriptions that are left.
     stop(true);
   }
@@ -64,9 +64,10 @@ std::int64_t ModelClient::nowMs() {
   return time.tv_sec * perSecond + time.tv_nsec / nanoseconds;
 }
 
-bool ModelClient::mayRequest(bool lock) const {
+bool ModelClient::mayRequest() const {
   if (const std::int64_t end = leaveEnd_; end != 0) {
-    return connected() && lock && nowMs() < end;
+    const bool displaysUpdate = requestsEnd_ != 0;
+    return connected() && !displaysUpdate && nowMs() < end;
   }
   return connected() && (requestsEnd_ == 0 || nowMs() < requestsEnd_);
 }
@@ -85,14 +86,14 @@ ModelSrv::ModelPart* ModelClient::childrenTarget(const IdChain& chain) {
 
 bool ModelClient::fetchChildIds(const IdChain& chain, std::vector<std::uint16_t>& ids, bool lock) {
   const RequestLock held(clientMutex_, lock);
-  return mayRequest(lock) &&
+  return mayRequest() &&
          getChildIdsFromServer(childrenTarget(chain), ids) == ModelSrv::ModelRes_Success;
 }
 
 bool ModelClient::fetchChildNames(const IdChain& chain, std::vector<std::string>& names,
                                   bool lock) {
   const RequestLock held(clientMutex_, lock);
-  return mayRequest(lock) &&
+  return mayRequest() &&
          getChildNamesFromServer(childrenTarget(chain), names) == ModelSrv::ModelRes_Success;
 }
 
@@ -189,8 +190,7 @@ std::vector<std::string> ModelClient::cachedNamePathOf(const IdChain& chain) {
 std::uint16_t ModelClient::elementSum(const IdChain& chain, bool lock) {
   const RequestLock held(clientMutex_, lock);
   unsigned short sum = 0;
-  if (!mayRequest(lock) ||
-      getElementSumFromServer(target(chain), sum) != ModelSrv::ModelRes_Success) {
+  if (!mayRequest() || getElementSumFromServer(target(chain), sum) != ModelSrv::ModelRes_Success) {
     return 0;
   }
   return sum;
@@ -200,7 +200,7 @@ int ModelClient::fetchElementNames(const IdChain& chain, std::vector<std::string
                                    bool lock) {
   const RequestLock held(clientMutex_, lock);
   std::vector<std::string> fetched;
-  if (!mayRequest(lock) ||
+  if (!mayRequest() ||
       getElementNamesFromServer(target(chain), fetched) != ModelSrv::ModelRes_Success) {
     return result::connectError;
   }
@@ -232,7 +232,7 @@ void ModelClient::readText(const IdChain& chain, std::string& text, std::uint16_
   // Constructing a stream takes longer than reading a value.
   valueStream_.clear();
   valueStream_.str({});
-  if (!mayRequest(lock) || target(chain)->save(valueStream_, index) != ModelSrv::ModelRes_Success ||
+  if (!mayRequest() || target(chain)->save(valueStream_, index) != ModelSrv::ModelRes_Success ||
       valueStream_.fail()) {
     return;
   }
@@ -313,7 +313,7 @@ int ModelClient::subscribePath(const IdChain& chain) {
 
 bool ModelClient::unsubscribePath(const IdChain& chain) {
   const KSTD::KThreadMutexLock held(clientMutex_);
-  if (!mayRequest(true) || target(chain)->unsubscribeToServer(this) != ModelSrv::ModelRes_Success) {
+  if (!mayRequest() || target(chain)->unsubscribeToServer(this) != ModelSrv::ModelRes_Success) {
     return false;
   }
   currentPart_->removeSubscription(chain);

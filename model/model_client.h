@@ -76,6 +76,9 @@ class ModelClient : public DerivedModelRoot {
     ModelClient& client_;
   };
 
+  /// Whether a `Leaving` exists. Any thread.
+  [[nodiscard]] bool isLeaving() const { return leaveEnd_ != 0; }
+
   /// Deletes the mirror part and with it the location and the list of
   /// subscriptions. The library keeps its connection until the next `openServer` or
   /// until the root is stopped; but a connection that is left and whose server did not
@@ -237,8 +240,8 @@ class ModelClient : public DerivedModelRoot {
   /// nanoseconds, and a request that is served from the cache not many more.
   [[nodiscard]] static std::int64_t nowMs();
 
-  /// Whether a request may be made now. Requires the client mutex. `lock` as for a request.
-  [[nodiscard]] bool mayRequest(bool lock) const;
+  /// Whether a request may be made now. Requires the client mutex.
+  [[nodiscard]] bool mayRequest() const;
 
   /// `namePathOf`; returns whether the server listed every part.
   bool nameChain(const IdChain& chain, std::vector<std::string>& names, bool lock);

@@ -35,6 +35,9 @@ IdChain decodeUpdate(EvtSrv::MemoryHolder& data) {
 }
 
 void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& printer) {
+  if (client.isLeaving()) {
+    return;
+  }
   std::vector<std::string> names;
   ListingNode listing;
   {
@@ -45,8 +48,9 @@ void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& print
                                        names.empty() ? std::string() : names.back(), 1, true,
                                        false));
   }
-  const std::string path = shownText(pathText(names));
-  {
+  // Else names and values may be missing because their requests were not made.
+  if (!client.isLeaving()) {
+    const std::string path = shownText(pathText(names));
     const OutputSpan span;
     printer.printLine({0, colourDefault, path.c_str()}, false);
     printLongTree(printer, listing, false, false);

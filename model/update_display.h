@@ -18,8 +18,9 @@ class ScreenPrinter;
 [[nodiscard]] IdChain decodeUpdate(EvtSrv::MemoryHolder& data);
 
 /// Prints the path of the part at `chain`, then the listing of what is below it with
-/// values, and flushes standard output. Called by the event hook while connected,
-/// with the client mutex held.
+/// values, and flushes standard output. Prints nothing while the user leaves the
+/// server (`ModelClient::Leaving`). Called by the event hook while connected, with the
+/// client mutex held.
 void printUpdate(ModelClient& client, const IdChain& chain, ScreenPrinter& printer);
 
 }  // namespace treescope

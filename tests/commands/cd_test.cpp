@@ -70,6 +70,17 @@ TEST_F(Cd, DisconnectsWithoutAPath) {
   EXPECT_THAT(scope_.currentPath(), ElementsAre(name_));
 }
 
+TEST_F(Cd, CancelsTheSubscriptionsBelowTheCurrentDirectoryBeforeItDisconnects) {
+  connect();
+  for (const char* command : {"eu drive/speed", "eu drive/inner/deep", "eu top", "cd drive"}) {
+    ASSERT_EQ(run(command).result, 1) << command;
+  }
+  EXPECT_EQ(run("cd"), (CommandResult{1, ""}));
+  EXPECT_TRUE(scope_.connectedDuringDu);
+  EXPECT_EQ(scope_.subscribedAfterDu, 1U) << "only that of top";
+  EXPECT_FALSE(scope_.connected());
+}
+
 TEST_F(Cd, StaysAfterTheServerHasStopped) {
   connect();
   server_.end();

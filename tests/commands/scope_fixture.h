@@ -42,7 +42,9 @@ class ScopeFixture : public testing::Test {
       ++duCalls;
       duPath = path == nullptr ? "(null)" : path;
       connectedDuringDu = connected();
-      return TreeScope::doDu(path);
+      const int code = TreeScope::doDu(path);
+      subscribedAfterDu = connected() ? currentPart()->subscriptions().size() : 0;
+      return code;
     }
     unsigned receiveModelEvent(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
                                EvtSrv::MemoryHolder* reply) override {
@@ -55,6 +57,7 @@ class ScopeFixture : public testing::Test {
     int updates = 0;
     std::string duPath;
     bool connectedDuringDu = false;
+    std::size_t subscribedAfterDu = 0;
   };
 
   /// The result code of a command and its output.

@@ -47,6 +47,17 @@ TEST_F(UpdateDisplay, PrintsNothingWhileNotConnected) {
   EXPECT_EQ(deliverUpdate({1, 0x00, 0x01, 0x00, 0x01, 0xff, 0xff}), "");
 }
 
+TEST_F(UpdateDisplay, PrintsNothingWhileTheUserLeavesTheServer) {
+  const std::vector<std::uint8_t> speed{1, 0x00, 0x01, 0x00, 0x01, 0xff, 0xff};
+  {
+    // The display makes no requests then, so it knows neither names nor elements.
+    const ModelClient::Leaving leaving(scope_);
+    EXPECT_EQ(deliverUpdate(speed), "");
+    EXPECT_EQ(deliverUpdate({1, 0xff, 0xff}), "");
+  }
+  EXPECT_EQ(deliverUpdate(speed), "/drive/speed\n");
+}
+
 TEST_F(UpdateDisplay, IsCalledThroughTheShellsPort) {
   EvtSrv::MemoryHolder data({1, 0, 1, 0xff, 0xff}, 1);
   EvtSrv::MemoryHolder reply;

@@ -118,7 +118,7 @@ TEST_F(Watch, CallsTheHandlerForEveryChild) {
   struct Recorder : TreeScope {
     using TreeScope::TreeScope;
     int doEu(unsigned options, const char* path) override {
-      calls += std::to_string(options) + path + '\n';
+      calls += std::to_string(options) + (path == nullptr ? "(null)" : path) + '\n';
       return TreeScope::doEu(options, path);
     }
     std::string calls;
@@ -127,6 +127,10 @@ TEST_F(Watch, CallsTheHandlerForEveryChild) {
   ASSERT_EQ(recorder.dispatch(("cd " + name_).c_str()), 1);
   ASSERT_EQ(recorder.dispatch("eu -rm noname-3"), 1);
   EXPECT_EQ(recorder.calls, "3noname-3\n3noname-3/x\n");
+  recorder.calls.clear();
+  ASSERT_EQ(recorder.dispatch("cd drive/inner"), 1);
+  ASSERT_EQ(recorder.dispatch("eu -r"), 1);
+  EXPECT_EQ(recorder.calls, "1(null)\n1deep\n");
 }
 
 TEST_F(Watch, SubscribesAfterASubtreeRanOutOfMemory) {
@@ -280,6 +284,15 @@ TEST_F(Watch, CancelsSubscriptionsBelowTheCurrentDirectory) {
   ASSERT_EQ(run("cd drive").result, 1);
   EXPECT_EQ(run("du"), (CommandResult{1, ""}));
   EXPECT_EQ(subscribed(), "/top\n");
+  EXPECT_EQ(run("q"), (CommandResult{11, ""}));
+  EXPECT_EQ(subscribed(), "/top\n");
+}
+
+TEST_F(Watch, CancelsSubscriptionsBelowTheCurrentDirectoryAtExit) {
+  ASSERT_EQ(run("eu drive/speed").result, 1);
+  ASSERT_EQ(run("eu drive/inner/deep").result, 1);
+  ASSERT_EQ(run("eu top").result, 1);
+  ASSERT_EQ(run("cd drive").result, 1);
   EXPECT_EQ(run("q"), (CommandResult{11, ""}));
   EXPECT_EQ(subscribed(), "/top\n");
 }
