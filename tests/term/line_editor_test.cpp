@@ -2,11 +2,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <array>
+#include <filesystem>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tests/support/fed_input.h"
 #include "tests/term/editor_fixture.h"
 
 namespace treescope {
@@ -156,6 +161,26 @@ TEST(LineEditor, ACompletionMayChangeTheLine) {
   EXPECT_EQ(bytes,
             echo.prompt("get /a") + "\n" + echo.prompt("get /a") + echo.redrawn("get /abc", 8));
   EXPECT_THAT(shell.lines, ElementsAre("tab get /a"));
+}
+
+std::ptrdiff_t threadsOfThisProcess() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+TEST(LineEditor, HasNoThreadInBatchModeAndLeavesTheInputUnread) {
+  test_support::FedInput input;
+  input.feed("keys");
+  FakeShell shell;
+  {
+    const std::ptrdiff_t before = threadsOfThisProcess();
+    LineEditor editor(0, true, shell.host());
+    editor.startReading();
+    EXPECT_LE(threadsOfThisProcess(), before);
+  }
+  std::array<char, 8> rest{};
+  EXPECT_EQ(read(STDIN_FILENO, rest.data(), rest.size()), 4);
+  EXPECT_STREQ(rest.data(), "keys");
+  EXPECT_THAT(shell.lines, testing::IsEmpty());
 }
 
 TEST(LineEditor, PrintsAndReadsNothingInBatchMode) {
