@@ -24,12 +24,8 @@ namespace {
 namespace wire = fault::wire;
 using fault::RawClient;
 
-// The parts of `floodedTree()`.
-constexpr std::uint16_t value = 1;
-constexpr std::uint16_t array = 2;
-constexpr std::uint16_t text = 3;
-constexpr std::uint16_t group = 4;
-constexpr std::uint16_t arrays = 5;
+// The ids of the parts of `floodedTree()`.
+enum PartId : std::uint16_t { value = 1, array, text, group, arrays };
 constexpr std::uint16_t groupSize = 5000;
 constexpr std::uint16_t arraySize = 5000;
 constexpr std::uint16_t arrayCount = 40;
@@ -49,11 +45,11 @@ std::string repeated(const std::string& bytes, std::size_t times) {
   return all;
 }
 
-std::string get(std::uint16_t part) {
+std::string get(PartId part) {
   return request(wire::save, wire::chain({part}) + wire::u16(wire::wholeValue));
 }
 
-std::string store(std::uint16_t part, std::string_view stored) {
+std::string store(PartId part, std::string_view stored) {
   return request(wire::load, wire::chain({part}) + wire::u16(wire::wholeValue) +
                                  std::string(1, '\0') + std::string(stored));
 }

@@ -18,20 +18,18 @@ constexpr std::uint16_t widest = 65535;
 
 class AttackHostileTree : public AttackTest {
  protected:
-  void serve(ScriptedServer::Answer answer, ScriptedServer::Turn turn = {}) {
-    server_.emplace(mailbox, std::move(answer), std::move(turn));
+  void serve(ScriptedServer::Script script, ScriptedServer::Turn turn = {}) {
+    server_.emplace(mailbox, std::move(script), std::move(turn));
     // Half of these 64 MiB.
     shell_.emplace(std::vector<std::string>{"/bin/sh", "-c", "ulimit -m 65536 && exec \"$0\"",
                                             test_support::treescopeProgram()});
-    shell_->enter("cd " + port);
-    shell_->awaitPrompt(port);
+    shell_->run("cd " + port, port);
   }
 
   /// Runs a line, and returns what the shell wrote until the next prompt.
   std::string run(const std::string& line) {
     const std::size_t mark = shell_->session().mark();
-    shell_->enter(line);
-    shell_->awaitPrompt(port);
+    shell_->run(line, port);
     return shell_->session().bytesSince(mark);
   }
 
@@ -85,7 +83,7 @@ TEST_F(AttackHostileTree, OfOneBranchIsListed) {
 }
 
 /// A server whose every reply has this payload.
-ScriptedServer::Answer always(const std::string& payload) {
+ScriptedServer::Script always(const std::string& payload) {
   return [payload](const wire::Frame&) { return ScriptedReply{0, payload}; };
 }
 
@@ -126,7 +124,7 @@ TEST_P(AttackSilentServer, DoesNotDelayASignal) {
     shell_->session().signal(GetParam());
   }
   const std::chrono::duration<double> taken = shell_->expectEnd({0, GetParam()}) - begin;
-  // A request would take 2 s; the room is for a loaded machine.
+  // A request would take 2 s; the rest is for a machine with other work.
   EXPECT_LT(taken.count(), 1);
 }
 

@@ -80,10 +80,8 @@ INSTANTIATE_TEST_SUITE_P(AServer, AttackLeaving, testing::ValuesIn(slowServers),
 class AttackLeavingTyped : public AttackLeaving {
  protected:
   AttackLeavingTyped() {
-    shell_.enter("cd " + port);
-    shell_.awaitPrompt(port);
-    shell_.enter("eu -r group");
-    shell_.awaitPrompt(port);
+    shell_.run("cd " + port, port);
+    shell_.run("eu -r group", port);
     EXPECT_TRUE(server_.hasTurned());
   }
 
@@ -106,8 +104,7 @@ TEST_P(AttackLeavingTyped, ForAnotherServerIsQuick) {
   const std::string other = test_support::uniquePortName();
   {
     ScriptedServer second(pathOf(other), groupOf(1), {});
-    shell_.enter("cd;cd " + other);
-    shell_.awaitPrompt(other);
+    shell_.run("cd;cd " + other, other);
     expectSoon(server_.turnedAt(), Clock::now());
     shell_.enter("q");
     shell_.expectEnd({0, 0});
@@ -121,10 +118,8 @@ INSTANTIATE_TEST_SUITE_P(AServer, AttackLeavingTyped, testing::ValuesIn(slowServ
 class AttackLeavingAnUpdate : public AttackTest {
  protected:
   AttackLeavingAnUpdate() {
-    shell_.enter("cd " + port);
-    shell_.awaitPrompt(port);
-    shell_.enter("eu group/part1");
-    shell_.awaitPrompt(port);
+    shell_.run("cd " + port, port);
+    shell_.run("eu group/part1", port);
     EXPECT_TRUE(server_.hasTurned());
     EXPECT_TRUE(test_support::eventually([&] { return server_.requestsSince() > 0; }));
   }

@@ -15,7 +15,6 @@ namespace wire = fault::wire;
 
 constexpr std::chrono::milliseconds slowReply(1900);
 constexpr std::chrono::milliseconds slowByte(150);
-constexpr std::uint16_t unknownOperation = wire::badRequest;
 
 std::string replyTo(const wire::Frame& request, const ScriptedReply& reply) {
   return wire::frame(wire::reply, reply.code, request.sequence, reply.payload);
@@ -23,8 +22,8 @@ std::string replyTo(const wire::Frame& request, const ScriptedReply& reply) {
 
 }  // namespace
 
-ScriptedServer::ScriptedServer(const std::string& mailbox, Answer answer, Turn turn)
-    : answer_(std::move(answer)),
+ScriptedServer::ScriptedServer(const std::string& mailbox, Script script, Turn turn)
+    : script_(std::move(script)),
       server_(mailbox),
       stop_(::eventfd(0, EFD_CLOEXEC)),
       turn_(std::move(turn)),
@@ -94,7 +93,7 @@ bool ScriptedServer::serveRequest() {
     return false;
   }
   ++requests_;
-  deliver(replyTo(*request, answer_(*request)));
+  deliver(replyTo(*request, script_(*request)));
   if (turn_.count > 0 && request->code == turn_.operation && --turn_.count == 0) {
     manner_ = turn_.manner;
     requests_ = 0;
@@ -172,7 +171,7 @@ std::string namesPayload(std::size_t count, const std::string& name) {
   return payload;
 }
 
-ScriptedServer::Answer groupOf(std::uint16_t count) {
+ScriptedServer::Script groupOf(std::uint16_t count) {
   std::string names = wire::u16(count);
   for (unsigned id = 1; id <= count; ++id) {
     const std::string name = "part" + std::to_string(id);
@@ -195,12 +194,12 @@ ScriptedServer::Answer groupOf(std::uint16_t count) {
       case wire::unsubscribe:
         return {};
       default:
-        return {unknownOperation, {}};
+        return {wire::badRequest, {}};
     }
   };
 }
 
-ScriptedServer::Answer endlessTree(std::uint16_t width, const std::string& name) {
+ScriptedServer::Script endlessTree(std::uint16_t width, const std::string& name) {
   const std::string ids = idsPayload(width);
   const std::string names = namesPayload(width, name);
   return [ids, names](const wire::Frame& request) -> ScriptedReply {
@@ -215,7 +214,7 @@ ScriptedServer::Answer endlessTree(std::uint16_t width, const std::string& name)
       case wire::save:
         return {0, "0"};
       default:
-        return {unknownOperation, {}};
+        return {wire::badRequest, {}};
     }
   };
 }

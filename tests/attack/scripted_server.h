@@ -39,7 +39,8 @@ enum class Manner {
 class ScriptedServer {
  public:
   using Clock = std::chrono::steady_clock;
-  using Answer = std::function<ScriptedReply(const fault::wire::Frame& request)>;
+  /// What it replies to a request.
+  using Script = std::function<ScriptedReply(const fault::wire::Frame& request)>;
 
   /// From the `count`th request for `operation` on, which is replied to promptly, the replies are
   /// sent in that manner.
@@ -50,7 +51,7 @@ class ScriptedServer {
     std::string event = {};  ///< is sent then
   };
 
-  ScriptedServer(const std::string& mailbox, Answer answer, Turn turn);
+  ScriptedServer(const std::string& mailbox, Script script, Turn turn);
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
@@ -73,7 +74,7 @@ class ScriptedServer {
   /// Waits; false if the server is to stop.
   [[nodiscard]] bool pause(std::chrono::milliseconds time) const;
 
-  const Answer answer_;
+  const Script script_;
   fault::RawServer server_;
   const test_support::Descriptor stop_;
   Manner manner_ = Manner::prompt;
@@ -97,9 +98,9 @@ std::string namesPayload(std::size_t count, const std::string& name);
 
 /// A tree with one node, "group", of `count` parts, all of the name "part" and their number. Each
 /// has the value 0 and can be subscribed to.
-ScriptedServer::Answer groupOf(std::uint16_t count);
+ScriptedServer::Script groupOf(std::uint16_t count);
 
 /// A tree without an end: each node has `width` nodes below it, all of the same name.
-ScriptedServer::Answer endlessTree(std::uint16_t width, const std::string& name);
+ScriptedServer::Script endlessTree(std::uint16_t width, const std::string& name);
 
 }  // namespace attack

@@ -27,6 +27,11 @@ class TypedShell {
   void awaitPrompt(const std::string& server) {
     EXPECT_TRUE(session_.readThrough("[ " + server + "]$ "));
   }
+  /// Enters a line, after which the prompt shows this server.
+  void run(const std::string& line, const std::string& server) {
+    enter(line);
+    awaitPrompt(server);
+  }
   [[nodiscard]] test_support::TerminalSession& session() { return session_; }
 
   /// Waits for the end, which restores the terminal's mode, and returns when that was.
