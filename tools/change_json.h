@@ -16,8 +16,8 @@ inline void appendJsonChange(std::string& out, const Change& change) {
   if (change.event != Change::Event::value) {
     object.addText("event", change.event == Change::Event::lost ? "lost" : "restored");
   } else {
-    object.addPart(*change.part->description, change.elementName);
-    object.addValue(change.value, change.part->description->type);
+    object.addPart(*change.description, change.elementName);
+    object.addValue(change.value, change.description->type);
     if (change.changes > 0) {
       object.addRaw("changes", std::to_string(change.changes));
     }

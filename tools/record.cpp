@@ -60,7 +60,7 @@ class Recorder {
   explicit Recorder(Context& context)
       : context_(context),
         options_(context.options()),
-        watcher_(context, true),
+        watcher_(context, {.typed = true}),
         file_(options_.file) {}
 
   void run() {

@@ -17,7 +17,9 @@ using Clock = Watcher::Clock;
 class Waiter {
  public:
   Waiter(Context& context, Condition condition)
-      : context_(context), condition_(std::move(condition)), watcher_(context, true) {
+      : context_(context),
+        condition_(std::move(condition)),
+        watcher_(context, {.typed = true, .repeats = true}) {
     if (context.options().timeout) {
       end_ = Watcher::after(*context.options().timeout);
     }
@@ -106,16 +108,23 @@ class Waiter {
       return;
     }
     if (change.event != Change::Event::value) {
-      // Whether it has held meanwhile, nobody knows.
-      holdsUntil_.reset();
+      // Whether it holds meanwhile, nobody knows. When the server is back, its values come again,
+      // before or after the report of that.
+      if (change.event == Change::Event::lost) {
+        holdsUntil_.reset();
+      }
       return;
     }
     if (condition_.isChange()) {
-      isDone_ = !change.isFirst;
+      isDone_ = !change.isFirst && !change.isRepeated;
       return;
     }
-    // Of an array of which one element has changed, too.
-    const auto holdsNow = holds(*change.part->value, *change.part->description);
+    if (change.index == ModelSrv::ModelPartIndex_All) {
+      present_ = change.value;
+    } else if (change.index < present_.texts.size()) {
+      present_.texts[change.index] = change.value.texts.front();
+    }
+    const auto holdsNow = holds(present_, *change.description);
     if (!holdsNow) {
       context_.fail(Status::usage, address_, "expected a number to compare with");
       isDone_ = true;
@@ -150,6 +159,7 @@ class Waiter {
   Condition condition_;
   Watcher watcher_;
   std::string address_;
+  Value present_;  ///< the whole value after the last change
   std::optional<Clock::time_point> end_;
   std::optional<Clock::time_point> holdsUntil_;  ///< set while the condition holds
   bool isDone_ = false;

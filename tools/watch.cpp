@@ -1,12 +1,13 @@
 #include <unistd.h>
 
-#include <map>
+#include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "tools/change_json.h"
 #include "tools/commands.h"
 #include "tools/stop_signals.h"
-#include "tools/watcher.h"
+#include "tools/watch_pacer.h"
 
 namespace treectl {
 
@@ -20,17 +21,14 @@ class WatchPrinter {
   explicit WatchPrinter(Context& context) : context_(context), options_(context.options()) {}
 
   /// Whether the output is at its end.
-  [[nodiscard]] bool isDone() const {
-    return (options_.count && lines_ >= *options_.count) || context_.output().error() != 0 ||
-           (options_.failOnLoss && hasLost_);
-  }
+  [[nodiscard]] bool isDone() const { return isFull() || (options_.failOnLoss && hasLost_); }
   [[nodiscard]] bool hasLost() const { return hasLost_; }
 
   void print(const Change& change) {
-    if (isDone()) {
+    if (isFull()) {
       return;
     }
-    hasLost_ = hasLost_ || change.event == Change::Event::lost;
+    note(change);
     std::string& out = context_.output().text();
     if (options_.json) {
       appendJsonChange(out, change);
@@ -41,33 +39,50 @@ class WatchPrinter {
     context_.output().writeIfLarge();
   }
 
-  /// Prints the row of a table: the time, and the present value of each part.
+  /// Prints the header of a table. Its columns stay: the parts that there are now.
+  void printHeader(const Watcher& watcher) {
+    std::string& out = context_.output().text();
+    out += "time";
+    watcher.forEachPart([&](const WatchedPart& part) {
+      columns_.push_back(part.address);
+      appendField(out, part.address);
+    });
+    out += '\n';
+  }
+
+  /// Prints the row of a table: the time, and the present value of each part; of one that has left,
+  /// nothing.
   void printRow(const Watcher& watcher, std::int64_t time) {
-    if (isDone()) {
+    if (isFull()) {
       return;
     }
+    std::unordered_map<std::string_view, const Value*> values;
+    watcher.forEachPart([&](const WatchedPart& part) {
+      values[part.address] = part.value ? &*part.value : nullptr;
+    });
     std::string& out = context_.output().text();
     out += utcTime(time);
-    watcher.forEachPart([&](WatchedPart& part) {
+    for (const std::string& column : columns_) {
+      const auto found = values.find(column);
       std::string field;
-      if (part.value) {
-        appendPlain(field, *part.value);
+      if (found != values.end() && found->second != nullptr) {
+        appendPlain(field, *found->second);
       }
       appendField(out, field);
-    });
+    }
     out += '\n';
     ++lines_;
     context_.output().writeIfLarge();
   }
 
-  void printHeader(const Watcher& watcher) {
-    std::string& out = context_.output().text();
-    out += "time";
-    watcher.forEachPart([&](WatchedPart& part) { appendField(out, part.address); });
-    out += '\n';
-  }
+  /// Notes a change that is not printed by itself.
+  void note(const Change& change) { hasLost_ = hasLost_ || change.event == Change::Event::lost; }
 
  private:
+  [[nodiscard]] bool isFull() const {
+    return (options_.count && lines_ >= *options_.count) || context_.output().error() != 0;
+  }
+
   void appendLine(std::string& out, const Change& change) const {
     if (options_.time) {
       out += localTime(change.time);
@@ -108,58 +123,8 @@ class WatchPrinter {
   Context& context_;
   const Options& options_;
   unsigned long lines_ = 0;
+  std::vector<std::string> columns_;  ///< the addresses
   bool hasLost_ = false;
-};
-
-/// Holds changes back that come too soon after the last line of their address.
-class Pacer {
- public:
-  explicit Pacer(double seconds)
-      : interval_(
-            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))) {}
-
-  /// Whether the change is due now. Otherwise it is kept, in place of an earlier one.
-  bool admit(const Change& change, Clock::time_point now) {
-    Slot& slot = slots_[change.address];
-    if (slot.waiting || now < slot.next) {
-      slot.waiting = change;
-      return false;
-    }
-    slot.next = now + interval_;
-    return true;
-  }
-
-  /// Removes and returns what has waited long enough.
-  std::vector<Change> takeDue(Clock::time_point now) {
-    std::vector<Change> due;
-    for (auto& [address, slot] : slots_) {
-      if (slot.waiting && slot.next <= now) {
-        due.push_back(std::move(*slot.waiting));
-        slot.waiting.reset();
-        slot.next = now + interval_;
-      }
-    }
-    return due;
-  }
-
-  [[nodiscard]] std::optional<Clock::time_point> deadline() const {
-    std::optional<Clock::time_point> first;
-    for (const auto& [address, slot] : slots_) {
-      if (slot.waiting && (!first || slot.next < *first)) {
-        first = slot.next;
-      }
-    }
-    return first;
-  }
-
- private:
-  struct Slot {
-    Clock::time_point next;
-    std::optional<Change> waiting;
-  };
-
-  Clock::duration interval_;
-  std::map<std::string, Slot> slots_;
 };
 
 /// Runs a watch until its end.
@@ -168,7 +133,7 @@ class WatchRun {
   explicit WatchRun(Context& context)
       : context_(context),
         options_(context.options()),
-        watcher_(context, options_.json),
+        watcher_(context, {.typed = options_.json}),
         printer_(context) {
     if (options_.every) {
       pacer_.emplace(*options_.every);
@@ -193,12 +158,7 @@ class WatchRun {
       }
       context_.output().flush();
     }
-    // What was held back is the last value of its address.
-    if (pacer_ && !options_.csv) {
-      for (const Change& change : pacer_->takeDue(Clock::time_point::max())) {
-        printer_.print(change);
-      }
-    }
+    printHeldBack();
     if (options_.failOnLoss && printer_.hasLost()) {
       context_.note(Status::noServer);
     }
@@ -208,6 +168,17 @@ class WatchRun {
   }
 
  private:
+  /// What is held back at the end is the last value of its address.
+  void printHeldBack() {
+    if (hasRow_) {
+      printer_.printRow(watcher_, microsecondsNow());
+    } else if (pacer_) {
+      for (const Change& change : pacer_->takeAll()) {
+        printer_.print(change);
+      }
+    }
+  }
+
   [[nodiscard]] std::optional<Clock::time_point> nextDeadline() const {
     std::optional<Clock::time_point> deadline = end_;
     const auto consider = [&](std::optional<Clock::time_point> other) {
@@ -243,12 +214,12 @@ class WatchRun {
 
   /// One row for all changes that came together, the first when all values are known.
   void printRows(const std::vector<Change>& changes) {
+    for (const Change& change : changes) {
+      hasRow_ = hasRow_ || (hasHeader_ && change.event == Change::Event::value);
+      printer_.note(change);
+    }
     if (!watcher_.isComplete()) {
       return;
-    }
-    for (const Change& change : changes) {
-      hasRow_ = hasRow_ || change.event == Change::Event::value;
-      hasLost_ = hasLost_ || change.event == Change::Event::lost;
     }
     if (!hasHeader_) {
       hasHeader_ = true;
@@ -267,11 +238,10 @@ class WatchRun {
   const Options& options_;
   Watcher watcher_;
   WatchPrinter printer_;
-  std::optional<Pacer> pacer_;
+  std::optional<WatchPacer> pacer_;
   std::optional<Clock::time_point> end_;
   bool hasHeader_ = false;
   bool hasRow_ = false;
-  bool hasLost_ = false;
   Clock::time_point nextRow_;
 };
 

@@ -87,6 +87,7 @@ void WatchedTree::add(const WatchEvent& event) {
   } else {
     address += '#' + std::to_string(chain.back());
   }
+  isOrdered_ = false;
   Entry& entry = entries_[chain];
   if (entry.isStale && (entry.name != name || entry.isNode != event.isNode)) {
     entry = {};
@@ -112,6 +113,7 @@ void WatchedTree::remove(const Chain& chain) {
       parent->second.names.erase(gone->second.name);
     }
   }
+  isOrdered_ = false;
   std::erase_if(entries_, [&](const auto& item) {
     return item.first.size() >= chain.size() &&
            std::equal(chain.begin(), chain.end(), item.first.begin());
@@ -138,12 +140,12 @@ void WatchedTree::reportValue(const WatchEvent& event) {
 void WatchedTree::report(Entry& entry, const WatchEvent& event, std::string_view text) {
   WatchedPart& part = entry.part;
   Change change;
-  change.part = &part;
   change.time = event.timeNs / 1000;
   change.changes = event.changes;
   change.isFirst = event.changes == 0 && !isComplete_;
-  if (typed_) {
+  if (needs_.typed) {
     describe(part);
+    change.description = part.description;
   }
   const bool isWhole = event.index == ModelPartIndex_All || event.index == part.index;
   if (isWhole ? !takeWhole(part, event, text, change) : !takeElement(part, event, text, change)) {
@@ -163,7 +165,8 @@ bool WatchedTree::takeWhole(WatchedPart& part, const WatchEvent& event, std::str
     return false;
   }
   // After a reconnection the values come again.
-  if (event.changes == 0 && part.value && part.value->texts == change.value.texts) {
+  change.isRepeated = event.changes == 0 && part.value && part.value->texts == change.value.texts;
+  if (change.isRepeated && !needs_.repeats) {
     return false;
   }
   part.value = change.value;
@@ -175,6 +178,7 @@ bool WatchedTree::takeWhole(WatchedPart& part, const WatchEvent& event, std::str
 bool WatchedTree::takeElement(WatchedPart& part, const WatchEvent& event, std::string_view text,
                               Change& change) {
   describe(part);
+  change.index = event.index;
   change.address = part.address + '[' + std::to_string(event.index) + ']';
   if (event.index < part.description->elementNames.size()) {
     change.elementName = part.description->elementNames[event.index];
@@ -188,15 +192,16 @@ bool WatchedTree::takeElement(WatchedPart& part, const WatchEvent& event, std::s
 
 void WatchedTree::describe(WatchedPart& part) {
   if (!part.description) {
-    part.description.emplace();
+    const auto description = std::make_shared<ModelSrv::PartDescription>();
     // Without it, as with a server that does not know descriptions, the value is text.
-    static_cast<void>(connection_.readDescription(part.chain, *part.description));
+    static_cast<void>(connection_.readDescription(part.chain, *description));
+    part.description = description;
   }
 }
 
 unsigned WatchedTree::elementsOf(WatchedPart& part, std::string_view text) {
   // Nothing but a line feed makes a difference in plain output.
-  if (!typed_ && text.find('\n') == std::string_view::npos) {
+  if (!needs_.typed && text.find('\n') == std::string_view::npos) {
     return 0;
   }
   describe(part);
@@ -204,6 +209,7 @@ unsigned WatchedTree::elementsOf(WatchedPart& part, std::string_view text) {
 }
 
 void WatchedTree::complete() {
+  isOrdered_ = false;
   std::erase_if(entries_, [](const auto& item) { return item.second.isStale; });
   if (isComplete_) {
     return;
@@ -220,17 +226,20 @@ void WatchedTree::complete() {
   isComplete_ = true;
 }
 
-void WatchedTree::forEachPart(const std::function<void(WatchedPart&)>& visit) {
-  std::vector<WatchedPart*> parts;
-  for (auto& [chain, entry] : entries_) {
-    if (entry.matches) {
-      parts.push_back(&entry.part);
+void WatchedTree::forEachPart(const std::function<void(const WatchedPart&)>& visit) {
+  if (!isOrdered_) {
+    ordered_.clear();
+    for (const auto& [chain, entry] : entries_) {
+      if (entry.matches) {
+        ordered_.push_back(&entry.part);
+      }
     }
+    std::sort(
+        ordered_.begin(), ordered_.end(),
+        [](const WatchedPart* one, const WatchedPart* other) { return one->chain < other->chain; });
+    isOrdered_ = true;
   }
-  std::sort(parts.begin(), parts.end(), [](const WatchedPart* one, const WatchedPart* other) {
-    return one->chain < other->chain;
-  });
-  for (WatchedPart* part : parts) {
+  for (const WatchedPart* part : ordered_) {
     visit(*part);
   }
 }

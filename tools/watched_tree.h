@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,8 +21,8 @@ struct WatchedPart {
   ModelSrv::ModelPartIndex index = ModelSrv::ModelPartIndex_All;
   std::string address;      ///< printed
   std::string elementName;  ///< of the index; empty if there is none
-  std::optional<ModelSrv::PartDescription> description;
-  std::optional<Value> value;  ///< the last one
+  std::shared_ptr<const ModelSrv::PartDescription> description;  ///< null until it is needed
+  std::optional<Value> value;                                    ///< the last one
 };
 
 /// Something that a watch reports.
@@ -29,21 +30,30 @@ struct Change {
   enum class Event { value, lost, restored };
 
   Event event = Event::value;
-  WatchedPart* part = nullptr;  ///< of a value; valid until the watcher dispatches again
-  std::string address;          ///< printed, with the index of an element that changed
+  std::string address;  ///< printed, with the index of an element that changed
+  /// The element of a whole array that changed.
+  ModelSrv::ModelPartIndex index = ModelSrv::ModelPartIndex_All;
   std::string elementName;
+  /// Of a value; null if the watch is not typed. The part may have left the tree.
+  std::shared_ptr<const ModelSrv::PartDescription> description;
   Value value;
   std::int64_t time = 0;      ///< in microseconds since 1970
   std::uint32_t changes = 0;  ///< how many it stands for; 0 for a current value
   bool isFirst = false;       ///< whether it is the value at the beginning of the watch
+  bool isRepeated = false;    ///< whether it is the last value again, after a reconnection
+};
+
+/// What the program needs of a watch.
+struct WatchNeeds {
+  bool typed = false;    ///< descriptions of all parts
+  bool repeats = false;  ///< values that a reconnection brings again, although they are the same
 };
 
 /// What one address stands for on one server: a part, an element, or everything below a node that
 /// matches. Follows parts that come and go. For one thread.
 class WatchedTree {
  public:
-  /// `typed` says whether descriptions are needed for all parts.
-  WatchedTree(Connection& connection, bool typed) : connection_(connection), typed_(typed) {}
+  WatchedTree(Connection& connection, WatchNeeds needs) : connection_(connection), needs_(needs) {}
   WatchedTree(const WatchedTree&) = delete;
   WatchedTree& operator=(const WatchedTree&) = delete;
 
@@ -66,7 +76,7 @@ class WatchedTree {
   [[nodiscard]] Connection& connection() const { return connection_; }
 
   /// Calls `visit` for each part that has a value, in the order of the chains.
-  void forEachPart(const std::function<void(WatchedPart&)>& visit);
+  void forEachPart(const std::function<void(const WatchedPart&)>& visit);
 
  private:
   struct ChainHash {
@@ -102,9 +112,11 @@ class WatchedTree {
   void describe(WatchedPart& part);
 
   Connection& connection_;
-  bool typed_;
+  WatchNeeds needs_;
   std::vector<NamePattern> names_;
   std::unordered_map<Chain, Entry, ChainHash> entries_;
+  std::vector<const WatchedPart*> ordered_;  ///< those that match, by chain, if `isOrdered_`
+  bool isOrdered_ = false;
   Chain base_;
   Chain key_;  ///< reused
   std::vector<Change>* changes_ = nullptr;

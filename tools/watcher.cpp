@@ -50,7 +50,7 @@ bool Watcher::start(const std::vector<Address>& addresses) {
 
 Visit Watcher::addMatch(const Match& match, const Address& address) {
   ModelRes result = ModelSrv::ModelRes_Success;
-  auto tree = std::make_unique<WatchedTree>(*match.connection, typed_);
+  auto tree = std::make_unique<WatchedTree>(*match.connection, needs_);
   tree->setOutput(&changes_);
   noteConnection(*match.connection);
   const bool node =
@@ -89,7 +89,7 @@ bool Watcher::isComplete() const {
                      [](const auto& tree) { return tree->isComplete(); });
 }
 
-void Watcher::forEachPart(const std::function<void(WatchedPart&)>& visit) const {
+void Watcher::forEachPart(const std::function<void(const WatchedPart&)>& visit) const {
   for (const auto& tree : trees_) {
     tree->forEachPart(visit);
   }

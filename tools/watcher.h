@@ -23,8 +23,7 @@ class Watcher final : private ConnectionListener {
            std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   }
 
-  /// `typed` says whether the parts' descriptions are needed.
-  Watcher(Context& context, bool typed) : context_(context), typed_(typed) {}
+  Watcher(Context& context, WatchNeeds needs) : context_(context), needs_(needs) {}
 
   /// Starts to watch. What fails is reported, and the rest watched. False if nothing can be.
   bool start(const std::vector<Address>& addresses);
@@ -38,7 +37,7 @@ class Watcher final : private ConnectionListener {
   [[nodiscard]] bool isComplete() const;
 
   /// The parts of all addresses.
-  void forEachPart(const std::function<void(WatchedPart&)>& visit) const;
+  void forEachPart(const std::function<void(const WatchedPart&)>& visit) const;
 
  private:
   struct WatchedAddress {
@@ -55,7 +54,7 @@ class Watcher final : private ConnectionListener {
   void reportConnection(Connection& connection, Change::Event event);
 
   Context& context_;
-  bool typed_;
+  WatchNeeds needs_;
   std::vector<std::unique_ptr<WatchedTree>> trees_;
   std::vector<WatchedAddress> addresses_;
   std::vector<Connection*> connections_;

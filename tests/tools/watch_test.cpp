@@ -115,6 +115,67 @@ TEST_F(Watch, HoldsBackWhatComesTooSoon) {
   }
 }
 
+TEST_F(Watch, CountsTheChangesThatItHoldsBack) {
+  const auto watch = start({"watch", "--json", "--every", "1000", "/{S}/drive/speed"});
+  EXPECT_TRUE(watch->readLine());
+  const auto seen = start({"watch", "/{S}/drive/speed"});
+  EXPECT_TRUE(seen->readLine());
+  for (const char* const value : {"1", "2", "3"}) {
+    set("/{S}/drive/speed", value);
+    EXPECT_EQ(seen->readLine(), filled("/{S}/drive/speed\t") + value);
+  }
+  // What is printed at once follows the changes in the same connection.
+  watch->signal(SIGTERM);
+  EXPECT_EQ(lineFrom(*watch, "\"value\""), "\"value\":3,\"changes\":3}");
+}
+
+TEST_F(Watch, KeepsWhatItHoldsBackOfAPartThatLeaves) {
+  const auto parts = [](const std::string& list) {
+    return R"({"name": "Model_gone", "children": [)" + list + "]}";
+  };
+  const std::string a = R"({"id": 1, "name": "a", "type": "int32", "value": 1})";
+  const std::string b = R"({"id": 2, "name": "b", "type": "text", "value": "x"})";
+  const std::string c = R"({"id": 3, "name": "c", "type": "text", "value": "x"})";
+  test_support::ModelServer reloaded({"--tree", files().write("tree.json", parts(a))});
+  const auto reload = [&](const std::string& list) {
+    static_cast<void>(files().write("tree.json", parts(list)));
+    reloaded.process().signal(SIGHUP);
+  };
+  const auto watch = start({"watch", "--json", "--every", "1000", "-s", reloaded.name(), "/"});
+  EXPECT_EQ(lineFrom(*watch, "\"address\""),
+            R"("address":"/a","type":"int32","access":"rw","unit":"","value":1})");
+  expect({{"set", "-s", reloaded.name(), "/a", "2"}});
+  reload(R"({"id": 1, "name": "a", "type": "int32", "value": 2},)" + b);
+  EXPECT_THAT(lineFrom(*watch, "\"address\""), testing::StartsWith("\"address\":\"/b\""));
+  reload(b + ',' + c);
+  EXPECT_THAT(lineFrom(*watch, "\"address\""), testing::StartsWith("\"address\":\"/c\""));
+  watch->signal(SIGTERM);
+  EXPECT_THAT(
+      lineFrom(*watch, "\"address\""),
+      testing::StartsWith(R"("address":"/a","type":"int32","access":"rw","unit":"","value":2,)"));
+}
+
+TEST_F(Watch, KeepsTheColumnsOfATable) {
+  const auto parts = [](const std::string& list) {
+    return R"({"name": "Model_gone", "children": [)" + list + "]}";
+  };
+  const std::string a = R"({"id": 1, "name": "a", "type": "int32", "value": 1})";
+  const std::string b = R"({"id": 2, "name": "b", "type": "text", "value": "x"})";
+  test_support::ModelServer reloaded({"--tree", files().write("tree.json", parts(a + ',' + b))});
+  const auto watch = start({"watch", "--csv", "-s", reloaded.name(), "/"});
+  EXPECT_EQ(watch->readLine(), "time,/a,/b");
+  EXPECT_EQ(lineFrom(*watch, ","), ",1,x");
+  static_cast<void>(files().write(
+      "tree.json", parts(R"({"id": 2, "name": "b", "type": "text", "value": "y"},)"
+                         R"({"id": 3, "name": "c", "type": "text", "value": "new"})")));
+  reloaded.process().signal(SIGHUP);
+  std::string line;
+  for (int rows = 0; line != ",,y"; ++rows) {
+    line = lineFrom(*watch, ",");
+    ASSERT_LE(rows, 3) << line;
+  }
+}
+
 TEST_F(Watch, GoesOnAfterALoss) {
   const auto watch = start({"watch", "/{S}/drive/speed"});
   EXPECT_EQ(watch->readLine(), filled("/{S}/drive/speed\t42"));
@@ -164,6 +225,26 @@ TEST_F(Watch, EndsAfterATimeWithTheStatusOfItsAddresses) {
   }
 }
 
+TEST_F(Watch, OfATableEndsAtALossIfWanted) {
+  const auto watch = start({"watch", "--fail-on-loss", "--csv", "/{S}/drive/speed"});
+  EXPECT_EQ(watch->readLine(), filled("time,/{S}/drive/speed"));
+  EXPECT_TRUE(watch->readLine());
+  server().kill();
+  EXPECT_EQ(watch->waitForExit(), (ExitStatus{4, 0}));
+}
+
+TEST_F(Watch, OfATablePrintsTheRowThatItHoldsBack) {
+  const auto watch = start({"watch", "--csv", "--every", "1000", "/{S}/drive/speed"});
+  EXPECT_TRUE(watch->readLine());
+  EXPECT_EQ(lineFrom(*watch, ","), ",42");
+  const auto seen = start({"watch", "/{S}/drive/speed"});
+  EXPECT_TRUE(seen->readLine());
+  set("/{S}/drive/speed", "43");
+  EXPECT_EQ(seen->readLine(), filled("/{S}/drive/speed\t43"));
+  watch->signal(SIGTERM);
+  EXPECT_EQ(lineFrom(*watch, ","), ",43");
+}
+
 using Wait = WatchTest;
 
 TEST_F(Wait, ReturnsIfTheConditionHolds) {
@@ -210,6 +291,17 @@ TEST_F(Wait, RequiresThatTheConditionHoldsForATime) {
           6,
           "",
           "treectl: /{S}/drive/speed: the condition did not hold in time\n"});
+}
+
+TEST_F(Wait, GoesOnIfTheServerReturnsWithTheSameValue) {
+  const auto wait = start({"wait", "--for", "2", "/{S}/drive/speed", "==", "42"});
+  const auto watch = start({"watch", "/{S}/drive/speed"});
+  EXPECT_TRUE(watch->readLine());
+  server().kill();
+  server().restart();
+  EXPECT_EQ(watch->readLine(), filled("/{S}/drive/speed\t!lost"));
+  EXPECT_EQ(watch->readLine(), filled("/{S}/drive/speed\t!restored"));
+  EXPECT_EQ(wait->waitForExit(), ExitStatus{}) << wait->errors();
 }
 
 TEST_F(Wait, WaitsForAServerThatIsNotUpYet) {
