@@ -26,6 +26,11 @@ class ForeignBytes {
     u8(mostFirst ? value >> 8U : value & 0xFFU);
     return u8(mostFirst ? value & 0xFFU : value >> 8U);
   }
+  ForeignBytes& u32(std::uint32_t value) {
+    const bool mostFirst = foreignOrder == EvtSrv::internal::ByteOrder::mostFirst;
+    u16(mostFirst ? value >> 16U : value & 0xFFFFU);
+    return u16(mostFirst ? value & 0xFFFFU : value >> 16U);
+  }
   ForeignBytes& text(std::string_view text) {
     bytes_.insert(bytes_.end(), text.begin(), text.end());
     return *this;

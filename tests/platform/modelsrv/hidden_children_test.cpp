@@ -9,6 +9,7 @@
 
 #include "modelsrv/source/tree_session.h"
 #include "tests/platform/modelsrv/fake_connection.h"
+#include "tests/platform/modelsrv/hiding_node.h"
 #include "tests/platform/modelsrv/served_tree.h"
 
 // Nodes that hide their children from clients, always or sometimes.
@@ -17,27 +18,6 @@ namespace {
 
 using namespace ModelSrv;
 using namespace modelsrv_tests;
-
-class HidingNode final : public ModelNode {
- public:
-  HidingNode(ModelPartId id, EvtSrv::EventPortManager& manager)
-      : ModelNode(id, "hiding"), mutex_(manager.clientMutex) {}
-  ~HidingNode() override { detach(); }
-
-  void hide(bool hidden) {
-    const std::lock_guard lock(mutex_);
-    invalidate();
-    isHidden_ = hidden;
-  }
-
- protected:
-  [[nodiscard]] bool isCacheable() const override { return true; }
-  [[nodiscard]] ModelNode* asNode() override { return isHidden_ ? nullptr : this; }
-
- private:
-  KSTD::KThreadMutex& mutex_;
-  bool isHidden_ = false;
-};
 
 /// Returns a node from `asNode` that is not in the tree.
 class Alias final : public ModelPart {
@@ -59,7 +39,7 @@ class Alias final : public ModelPart {
 TEST(HiddenChildren, AreNeverStaleInANodeThatWasAddedWhileHidingThem) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
-  HidingNode hiding(30, server.manager);
+  HidingNode hiding(30, "hiding", server.manager);
   ModelNode group(1, "group");
   ValuePart<std::int32_t> early(1, "early", 1);
   ValuePart<std::int32_t> late(2, "late", 2);
@@ -86,7 +66,7 @@ TEST(HiddenChildren, AreNeverStaleInANodeThatWasAddedWhileHidingThem) {
 TEST(HiddenChildren, LoseTheirSubscriptionsWhenTheirNodeLeavesTheTree) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
-  HidingNode hiding(9, server.manager);
+  HidingNode hiding(9, "hiding", server.manager);
   ModelNode group(1, "group");
   ValuePart<std::int32_t> inner(1, "inner", 1);
   ASSERT_EQ(group.add(&inner), ModelRes_Success);
@@ -111,7 +91,7 @@ TEST(HiddenChildren, OutliveTheirNodeAndItsManager) {
   auto inner = std::make_unique<ValuePart<std::int32_t>>(1, "inner", 1);
   {
     Server server(test_support::uniquePortName());
-    HidingNode hiding(30, server.manager);
+    HidingNode hiding(30, "hiding", server.manager);
     ASSERT_EQ(hiding.add(inner.get()), ModelRes_Success);
     ASSERT_EQ(server.drive.add(&hiding), ModelRes_Success);
     hiding.hide(true);
@@ -137,7 +117,7 @@ TEST(HiddenChildren, AreNotThoseOfANodeOutsideTheTree) {
 TEST(HiddenChildren, CanBeUnsubscribed) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
-  HidingNode hiding(30, server.manager);
+  HidingNode hiding(30, "hiding", server.manager);
   ValuePart<std::int32_t> child(1, "child", 1);
   ASSERT_EQ(hiding.add(&child), ModelRes_Success);
   ASSERT_EQ(server.root.add(&hiding), ModelRes_Success);
@@ -161,7 +141,7 @@ TEST(HiddenChildren, CanBeUnsubscribed) {
 TEST(HiddenChildren, AreFoundByARenewal) {
   const std::string name = test_support::uniquePortName();
   Server server(name);
-  HidingNode hiding(30, server.manager);
+  HidingNode hiding(30, "hiding", server.manager);
   ValuePart<std::int32_t> child(1, "child", 1);
   ASSERT_EQ(hiding.add(&child), ModelRes_Success);
   ASSERT_EQ(server.root.add(&hiding), ModelRes_Success);

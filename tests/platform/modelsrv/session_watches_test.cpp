@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/platform/modelsrv/hiding_node.h"
 #include "tests/platform/modelsrv/watch_session.h"
 
 // What a session does with its watches while the program and the client change things at once.
@@ -17,20 +18,20 @@ using testing::IsEmpty;
 using SessionWatch = WatchSession;
 
 TEST_F(SessionWatch, MayEndWhileItsValueIsRead) {
-  ASSERT_EQ(watch(1, {1}, subtree), ModelRes_Success);
-  take();
+  ASSERT_EQ(session_.watch(1, {1}, subtree), ModelRes_Success);
+  session_.takeAll();
   server_.speed.setGetter([&](std::int32_t& value) {
     value = 5;
     // As a request that is served while the getter dispatches.
-    EXPECT_EQ(unwatch(1), ModelRes_Success);
+    EXPECT_EQ(session_.unwatch(1), ModelRes_Success);
     EXPECT_EQ(server_.limited.setValue(7), ModelRes_Success);
     return ModelRes_Success;
   });
   server_.speed.notifyChange();
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
   EXPECT_FALSE(server_.limited.isWatched());
   EXPECT_EQ(server_.limited.setValue(8), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
   server_.speed.setGetter({});
 }
 
@@ -40,33 +41,17 @@ TEST_F(SessionWatch, ReportsThatAPartHasNoValueAnyMore) {
     value = 5;
     return result;
   });
-  ASSERT_EQ(watch(1, speedChain), ModelRes_Success);
-  EXPECT_THAT(take(), ElementsAre("begin", "added 1.1 speed", "value 1.1 5 x0", "complete"));
+  ASSERT_EQ(session_.watch(1, speedChain), ModelRes_Success);
+  EXPECT_THAT(session_.takeAll(),
+              ElementsAre("begin", "added 1.1 speed", "value 1.1 5 x0", "complete"));
   result = ModelRes_NoValue;
   server_.speed.notifyChange();
-  EXPECT_THAT(take(),
+  EXPECT_THAT(session_.takeAll(),
               ElementsAre("value 1.1 (" + std::string(describe(ModelRes_NoValue)) + ") x1"));
   server_.speed.setGetter({});
 }
 
 // Nodes that hide their children.
-
-class WatchedHidingNode final : public ModelNode {
- public:
-  using ModelNode::ModelNode;
-  ~WatchedHidingNode() override { detach(); }
-
-  void hide(bool hidden) {
-    invalidate();
-    isHidden_ = hidden;
-  }
-
- protected:
-  [[nodiscard]] ModelNode* asNode() override { return isHidden_ ? nullptr : this; }
-
- private:
-  bool isHidden_ = false;
-};
 
 class WatchOfAHidingNode : public WatchSession {
  protected:
@@ -76,109 +61,111 @@ class WatchOfAHidingNode : public WatchSession {
     EXPECT_EQ(server_.root.add(&hiding_), ModelRes_Success);
   }
 
-  WatchedHidingNode hiding_{30, "hiding"};
+  HidingNode hiding_{30, "hiding", server_.manager};
   ModelNode group_{1, "group"};
   ValuePart<std::int32_t> inner_{1, "inner", 1};
 };
 
 TEST_F(WatchOfAHidingNode, ReportsAHiddenPartWhenItIsShown) {
   hiding_.hide(true);
-  ASSERT_EQ(watch(1, {30, 1, 1}, mayBeAbsent), ModelRes_Success);
-  ASSERT_EQ(watch(2, {30, 1}, mayBeAbsent | subtree), ModelRes_Success);
-  EXPECT_THAT(take(), ElementsAre("begin", "begin", "complete", "complete"));
+  ASSERT_EQ(session_.watch(1, {30, 1, 1}, mayBeAbsent), ModelRes_Success);
+  ASSERT_EQ(session_.watch(2, {30, 1}, mayBeAbsent | subtree), ModelRes_Success);
+  EXPECT_THAT(session_.takeAll(), ElementsAre("begin", "begin", "complete", "complete"));
   ASSERT_EQ(inner_.setValue(2), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
   hiding_.hide(false);
-  EXPECT_THAT(take(), testing::UnorderedElementsAre("added 30.1.1 inner", "value 30.1.1 2 x0",
-                                                    "added 30.1 group/", "added 30.1.1 inner",
-                                                    "value 30.1.1 2 x0"));
+  EXPECT_THAT(
+      session_.takeAll(),
+      testing::UnorderedElementsAre("added 30.1.1 inner", "value 30.1.1 2 x0", "added 30.1 group/",
+                                    "added 30.1.1 inner", "value 30.1.1 2 x0"));
 }
 
 TEST_F(WatchOfAHidingNode, LosesNoChangeThatWasMadeMeanwhile) {
-  ASSERT_EQ(watch(1, {}, subtree), ModelRes_Success);
-  ASSERT_EQ(watch(2, {30, 1, 1}), ModelRes_Success);
-  take();
+  ASSERT_EQ(session_.watch(1, {}, subtree), ModelRes_Success);
+  ASSERT_EQ(session_.watch(2, {30, 1, 1}), ModelRes_Success);
+  session_.takeAll();
   hiding_.hide(true);
   ASSERT_EQ(inner_.setValue(2), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
   hiding_.hide(false);
-  EXPECT_THAT(take(), testing::UnorderedElementsAre("added 30 hiding/", "added 30.1 group/",
-                                                    "added 30.1.1 inner", "value 30.1.1 2 x0",
-                                                    "added 30.1.1 inner", "value 30.1.1 2 x0"));
+  EXPECT_THAT(session_.takeAll(),
+              testing::UnorderedElementsAre("added 30 hiding/", "added 30.1 group/",
+                                            "added 30.1.1 inner", "value 30.1.1 2 x0",
+                                            "added 30.1.1 inner", "value 30.1.1 2 x0"));
   ASSERT_EQ(inner_.setValue(3), ModelRes_Success);
-  EXPECT_THAT(take(), ElementsAre("value 30.1.1 3 x1", "value 30.1.1 3 x1"));
+  EXPECT_THAT(session_.takeAll(), ElementsAre("value 30.1.1 3 x1", "value 30.1.1 3 x1"));
 }
 
 TEST_F(WatchOfAHidingNode, ReportsNoPartThatIsAddedBelowIt) {
-  ASSERT_EQ(watch(1, {}, subtree), ModelRes_Success);
-  take();
+  ASSERT_EQ(session_.watch(1, {}, subtree), ModelRes_Success);
+  session_.takeAll();
   ValuePart<std::int32_t> other(2, "other", 7);
   hiding_.hide(true);
   ASSERT_EQ(group_.add(&other), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
   ASSERT_EQ(other.setValue(8), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
 }
 
 TEST_F(WatchOfAHidingNode, StopsAWalkThatHasBegun) {
-  ASSERT_EQ(watch(1, {30}, subtree), ModelRes_Success);
+  ASSERT_EQ(session_.watch(1, {30}, subtree), ModelRes_Success);
   std::vector<std::string> lines;
   for (int events = 0; events < 3; ++events) {
-    ASSERT_TRUE(takeOne(lines));
+    ASSERT_TRUE(session_.takeOne(lines));
   }
   EXPECT_THAT(lines, ElementsAre("begin", "added 30 hiding/", "added 30.1 group/"));
   hiding_.hide(true);
-  EXPECT_THAT(take(), ElementsAre("complete"));
+  EXPECT_THAT(session_.takeAll(), ElementsAre("complete"));
 }
 
 TEST_F(SessionWatch, ReportsNoPartWithoutAnId) {
-  ASSERT_EQ(watch(1, {}, subtree), ModelRes_Success);
-  take();
+  ASSERT_EQ(session_.watch(1, {}, subtree), ModelRes_Success);
+  session_.takeAll();
   ModelNode group(ModelPartId_Void, "group");
   ValuePart<std::int32_t> inner(1, "inner", 7);
   ASSERT_EQ(group.add(&inner), ModelRes_Success);
   ASSERT_EQ(server_.drive.add(&group), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
   ASSERT_EQ(inner.setValue(8), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
   ASSERT_EQ(server_.drive.remove(&group), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
 }
 
 TEST_F(SessionWatch, ReportsAPartThatAcceptsSubscriptionsAgain) {
-  ASSERT_EQ(watch(1, {1}, subtree), ModelRes_Success);
-  take();
+  ASSERT_EQ(session_.watch(1, {1}, subtree), ModelRes_Success);
+  session_.takeAll();
   server_.limited.setSubscribable(false);
   ASSERT_EQ(server_.limited.setValue(2), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
   server_.limited.setSubscribable(true);
-  EXPECT_THAT(take(), ElementsAre("added 1.8 limited", "value 1.8 2 x0"));
+  EXPECT_THAT(session_.takeAll(), ElementsAre("added 1.8 limited", "value 1.8 2 x0"));
   ASSERT_EQ(server_.limited.setValue(3), ModelRes_Success);
-  EXPECT_THAT(take(), ElementsAre("value 1.8 3 x1"));
+  EXPECT_THAT(session_.takeAll(), ElementsAre("value 1.8 3 x1"));
 }
 
 TEST_F(SessionWatch, HasAtMostAThousandWatches) {
   for (std::uint32_t number = 1; number <= 1000; ++number) {
-    ASSERT_EQ(watch(number, speedChain), ModelRes_Success);
+    ASSERT_EQ(session_.watch(number, speedChain), ModelRes_Success);
   }
-  EXPECT_EQ(watch(1001, speedChain), ModelRes_LimitReached);
-  EXPECT_EQ(watch(1001, {99}, mayBeAbsent), ModelRes_LimitReached);
-  EXPECT_EQ(unwatch(1), ModelRes_Success);
-  EXPECT_EQ(watch(1001, speedChain), ModelRes_Success);
+  EXPECT_EQ(session_.watch(1001, speedChain), ModelRes_LimitReached);
+  EXPECT_EQ(session_.watch(1001, {99}, mayBeAbsent), ModelRes_LimitReached);
+  EXPECT_EQ(session_.unwatch(1), ModelRes_Success);
+  EXPECT_EQ(session_.watch(1001, speedChain), ModelRes_Success);
 }
 
 TEST_F(SessionWatch, CompletesWithAnAccountAtItsLimit) {
-  ASSERT_EQ(watch(1, {}, subtree), ModelRes_Success);
+  ASSERT_EQ(session_.watch(1, {}, subtree), ModelRes_Success);
   std::size_t step = EvtSrv::internal::limits::bytesOfSession;
   for (; step > 0; step /= 2) {
-    while (connection_.account().add(step)) {
+    while (session_.connection.account().add(step)) {
     }
   }
-  EXPECT_EQ(watch(2, {}, subtree), ModelRes_LimitReached);
-  EXPECT_EQ(take().back(), "complete");
+  EXPECT_EQ(session_.watch(2, {}, subtree), ModelRes_LimitReached);
+  EXPECT_EQ(session_.takeAll().back(), "complete");
   // What is pending takes memory: it is reported anew instead.
   ASSERT_EQ(server_.speed.setValue(5), ModelRes_Success);
-  const std::vector<std::string> lines = take();
+  const std::vector<std::string> lines = session_.takeAll();
   EXPECT_THAT(lines, testing::Contains("value 1.1 5 x0"));
   EXPECT_EQ(lines.back(), "complete");
 }
@@ -188,12 +175,12 @@ TEST_F(SessionWatch, CallsAWatchHandlerWhenItReachesThePart) {
   std::vector<bool> secretCalls;
   server_.deep.setWatchHandler([&](bool watched) { calls.push_back(watched); });
   server_.secret.setWatchHandler([&](bool watched) { secretCalls.push_back(watched); });
-  ASSERT_EQ(watch(1, {1}, subtree), ModelRes_Success);
+  ASSERT_EQ(session_.watch(1, {1}, subtree), ModelRes_Success);
   EXPECT_THAT(calls, IsEmpty()) << "one request does not call them all";
-  take();
+  session_.takeAll();
   EXPECT_THAT(calls, ElementsAre(true));
   EXPECT_THAT(secretCalls, IsEmpty()) << "its values are not reported";
-  EXPECT_EQ(unwatch(1), ModelRes_Success);
+  EXPECT_EQ(session_.unwatch(1), ModelRes_Success);
   EXPECT_THAT(calls, ElementsAre(true, false));
   EXPECT_THAT(secretCalls, IsEmpty());
   server_.deep.setWatchHandler({});
@@ -201,16 +188,16 @@ TEST_F(SessionWatch, CallsAWatchHandlerWhenItReachesThePart) {
 }
 
 TEST_F(SessionWatch, SendsRestingValuesBeforeTheEnd) {
-  ASSERT_EQ(watch(1, {1}, subtree, 3'600'000), ModelRes_Success);
-  take();
+  ASSERT_EQ(session_.watch(1, {1}, subtree, 3'600'000), ModelRes_Success);
+  session_.takeAll();
   ASSERT_EQ(server_.speed.setValue(1), ModelRes_Success);
-  EXPECT_THAT(take(), ElementsAre("value 1.1 1 x1"));
+  EXPECT_THAT(session_.takeAll(), ElementsAre("value 1.1 1 x1"));
   ASSERT_EQ(server_.speed.setValue(2), ModelRes_Success);
-  EXPECT_THAT(take(), IsEmpty());
-  session_->beginDrain();
-  EXPECT_THAT(take(), ElementsAre("value 1.1 2 x1"));
+  EXPECT_THAT(session_.takeAll(), IsEmpty());
+  session_.beginDrain();
+  EXPECT_THAT(session_.takeAll(), ElementsAre("value 1.1 2 x1"));
   ASSERT_EQ(server_.speed.setValue(3), ModelRes_Success);
-  EXPECT_THAT(take(), ElementsAre("value 1.1 3 x1"));
+  EXPECT_THAT(session_.takeAll(), ElementsAre("value 1.1 3 x1"));
 }
 
 }  // namespace
