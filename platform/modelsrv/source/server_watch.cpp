@@ -196,6 +196,16 @@ bool ServerWatch::isReported(const ModelPart& part, const ModelPart* formerParen
   return !idsBelow(*cursor_.top(), part, formerParent, ids) || cursor_.hasPassed(ids);
 }
 
+/// The same of `part`, which has just been removed from `formerParent`.
+bool ServerWatch::wasReported(const ModelPart& part, const ModelPart& formerParent) {
+  const auto walk = walks_.find(&part);
+  if (walk == walks_.end()) {
+    return isReported(part, &formerParent);
+  }
+  // A walk from further up reports the parts that are there then.
+  return walk->second && !isInQueuedWalk(formerParent, nullptr);
+}
+
 void ServerWatch::partChanged(ModelPart& part, ModelPartIndex index) {
   if (terms_.index != ModelPartIndex_All) {
     if (index != ModelPartIndex_All && index != terms_.index) {
@@ -229,9 +239,6 @@ void ServerWatch::addStructure(StructureChange change) {
     restart();
     return;
   }
-  if (change.part != nullptr) {
-    walks_.insert(change.part);
-  }
   structure_.push_back(std::move(change));
   structureBytes_ += bytes;
   accountForMemory();
@@ -240,16 +247,22 @@ void ServerWatch::addStructure(StructureChange change) {
 
 void ServerWatch::partEntered(ModelPart& part) {
   if (PartAccess::isPublished(part)) {
-    partShown(part);
+    addWalk(part, false);
   }
 }
 
 void ServerWatch::partShown(ModelPart& part) {
+  addWalk(part, true);
+}
+
+/// Has `part` reported with its descendants, which is necessary if the client should know of it.
+void ServerWatch::addWalk(ModelPart& part, bool isAgain) {
   if (owner_.isReleased()) {
     return;
   }
   try {
     if (isReported(part, nullptr)) {
+      walks_.emplace(&part, isAgain);
       addStructure({&part, {}});
     }
   } catch (const std::bad_alloc&) {
@@ -260,10 +273,10 @@ void ServerWatch::partShown(ModelPart& part) {
 void ServerWatch::partLeft(const ModelPart& part, const ModelPart& formerParent,
                            std::span<ModelPart* const> descendants) {
   try {
-    const bool wasReported = isReported(part, &formerParent);
+    const bool reported = wasReported(part, formerParent);
     dropPending(part, descendants);
     std::vector<ModelPartId> chain;
-    if (wasReported && !owner_.isReleased()) {
+    if (reported && !owner_.isReleased()) {
       chain = PartPath::of(part, &formerParent).chain;
     }
     // No client has heard of a part without an id.
@@ -338,9 +351,7 @@ void ServerWatch::topEntered(ModelPart& part) {
   sleepNames_.reset();
   try {
     enlist(part);
-    if (phase_ != Phase::begin) {
-      addStructure({&part, {}});
-    }
+    addWalk(part, false);
   } catch (const std::bad_alloc&) {
     closeConnection();
   }

@@ -8,7 +8,7 @@
 #include <set>
 #include <span>
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -127,6 +127,7 @@ class ServerWatch {
   struct StructureChange {
     ModelPart* part = nullptr;
     std::vector<ModelPartId> chain;
+    bool hasBegun = false;  ///< the walk, of the first one
   };
 
   /// The memory that a change of the structure takes besides its chain, an estimate.
@@ -137,7 +138,9 @@ class ServerWatch {
   void restart();
   void addStructure(StructureChange change);
   void accountForMemory();
+  void addWalk(ModelPart& part, bool isAgain);
   [[nodiscard]] bool isReported(const ModelPart& part, const ModelPart* formerParent);
+  [[nodiscard]] bool wasReported(const ModelPart& part, const ModelPart& formerParent);
   [[nodiscard]] bool isInQueuedWalk(const ModelPart& part, const ModelPart* formerParent) const;
   void dropPending(const ModelPart& part, std::span<ModelPart* const> descendants);
   void popStructure();
@@ -163,8 +166,9 @@ class ServerWatch {
   TreeCursor cursor_;
   std::list<StructureChange> structure_;  ///< takes no memory while it is empty
   std::size_t structureBytes_ = 0;
-  /// The parts in `structure_` whose walk has not begun.
-  std::unordered_set<const ModelPart*> walks_;
+  /// The parts in `structure_` whose walk has not begun, and whether the client may have heard of
+  /// them before.
+  std::unordered_map<const ModelPart*, bool> walks_;
   PendingValues values_;
   std::size_t ownBytes_ = 0;   ///< accounted for, until the end
   std::size_t accounted_ = 0;  ///< the bytes of what is pending, and of the path while it sleeps

@@ -1,6 +1,7 @@
 // The events of a watch, as they are sent.
 
 #include <algorithm>
+#include <utility>
 
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/server_watch.h"
@@ -64,14 +65,18 @@ void ServerWatch::popStructure() {
 ServerWatch::Taken ServerWatch::takeStructure(std::uint16_t& type,
                                               std::vector<std::uint8_t>& payload) {
   while (!structure_.empty()) {
-    ModelPart* const part = structure_.front().part;
-    if (part == nullptr) {
-      encodeWatchRemoved(terms_.number, structure_.front().chain, payload);
+    StructureChange& change = structure_.front();
+    if (change.part == nullptr) {
+      encodeWatchRemoved(terms_.number, change.chain, payload);
       popStructure();
       return Taken::event;
     }
-    if (walks_.erase(part) != 0 && PartAccess::isPublished(*part)) {
-      cursor_.begin(*part);
+    // Another walk of the same part may wait already.
+    if (!std::exchange(change.hasBegun, true)) {
+      walks_.erase(change.part);
+      if (PartAccess::isPublished(*change.part)) {
+        cursor_.begin(*change.part);
+      }
     }
     bool finished = false;
     if (const Taken taken = takeWalk(type, payload, finished); !finished) {

@@ -118,6 +118,26 @@ TEST_F(WatchOfAHidingNode, StopsAWalkThatHasBegun) {
   EXPECT_THAT(session_.takeAll(), ElementsAre("complete"));
 }
 
+TEST_F(WatchOfAHidingNode, EndsAWalkBeforeTheNextOneOfTheSameNode) {
+  ASSERT_EQ(session_.watch(1, {}, subtree), ModelRes_Success);
+  session_.takeAll();
+  hiding_.hide(true);
+  hiding_.hide(false);
+  std::vector<std::string> lines;
+  for (int events = 0; events < 3; ++events) {
+    ASSERT_TRUE(session_.takeOne(lines));
+  }
+  EXPECT_EQ(lines.back(), "value 30.1.1 1 x0");
+  ASSERT_EQ(group_.remove(&inner_), ModelRes_Success);
+  hiding_.hide(true);
+  hiding_.hide(false);
+  ValuePart<std::int32_t> other(1, "other", 7);
+  ASSERT_EQ(group_.add(&other), ModelRes_Success);
+  EXPECT_THAT(session_.takeAll(),
+              ElementsAre("removed 30.1.1", "added 30 hiding/", "added 30.1 group/",
+                          "added 30.1.1 other", "value 30.1.1 7 x0"));
+}
+
 TEST_F(SessionWatch, ReportsNoPartWithoutAnId) {
   ASSERT_EQ(session_.watch(1, {}, subtree), ModelRes_Success);
   session_.takeAll();
@@ -142,6 +162,20 @@ TEST_F(SessionWatch, ReportsAPartThatAcceptsSubscriptionsAgain) {
   EXPECT_THAT(session_.takeAll(), ElementsAre("added 1.8 limited", "value 1.8 2 x0"));
   ASSERT_EQ(server_.limited.setValue(3), ModelRes_Success);
   EXPECT_THAT(session_.takeAll(), ElementsAre("value 1.8 3 x1"));
+}
+
+TEST_F(SessionWatch, ReportsThatAPartLeavesWhichIsToBeReportedAgain) {
+  ASSERT_EQ(session_.watch(1, {1}, subtree), ModelRes_Success);
+  session_.takeAll();
+  server_.limited.setSubscribable(false);
+  server_.limited.setSubscribable(true);
+  ASSERT_EQ(server_.drive.remove(&server_.limited), ModelRes_Success);
+  EXPECT_THAT(session_.takeAll(), ElementsAre("removed 1.8"));
+  ASSERT_EQ(server_.drive.add(&server_.limited), ModelRes_Success);
+  server_.limited.setSubscribable(false);
+  server_.limited.setSubscribable(true);
+  ASSERT_EQ(server_.drive.remove(&server_.limited), ModelRes_Success);
+  EXPECT_THAT(session_.takeAll(), IsEmpty()) << "the client has not heard of it";
 }
 
 TEST_F(SessionWatch, HasAtMostAThousandWatches) {

@@ -14,7 +14,9 @@
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/value_parts.h"
+#include "tests/platform/modelsrv/hiding_node.h"
 #include "tests/platform/modelsrv/watched_session.h"
+#include "tests/support/port_name.h"
 
 // What follows a watch beside the tree, while both change at random.
 
@@ -24,6 +26,7 @@ using namespace ModelSrv;
 using namespace ModelSrv::internal;
 using EvtSrv::internal::nativeOrder;
 using EvtSrv::internal::PayloadReader;
+using modelsrv_tests::HidingNode;
 using modelsrv_tests::WatchedSession;
 
 using Chain = std::vector<ModelPartId>;
@@ -33,12 +36,17 @@ class WatchSchedule {
  public:
   explicit WatchSchedule(unsigned seed) : random_(seed) {
     EXPECT_EQ(root_.add(&top_), ModelRes_Success);
+    EXPECT_EQ(root_.startAsServer(test_support::uniquePortName()), ModelRes_Success);
     connect();
   }
 
   void run(int steps) {
     for (int i = 0; i < steps; ++i) {
       step();
+    }
+    for (const Owned& owned : parts_) {
+      hide(*owned.part, false);
+      owned.part->setSubscribable(true);
     }
     takeEvents(1'000'000);
   }
@@ -66,7 +74,7 @@ class WatchSchedule {
   }
 
   void step() {
-    switch (upTo(12)) {
+    switch (upTo(14)) {
       case 0:
       case 1:
         addPart();
@@ -90,8 +98,25 @@ class WatchSchedule {
           leaveAndReturn();
         }
         return;
+      case 7:
+        if (!parts_.empty()) {
+          hide(*parts_[upTo(unsigned(parts_.size()))].part, upTo(2) == 0);
+        }
+        return;
+      case 8:
+        if (!parts_.empty()) {
+          parts_[upTo(unsigned(parts_.size()))].part->setSubscribable(upTo(2) == 0);
+        }
+        return;
       default:
         change();
+    }
+  }
+
+  /// Lets a node hide its children, or show them.
+  static void hide(ModelPart& part, bool hidden) {
+    if (auto* const node = dynamic_cast<HidingNode*>(&part)) {
+      node->hide(hidden);
     }
   }
 
@@ -106,7 +131,7 @@ class WatchSchedule {
     Owned owned;
     switch (upTo(3)) {
       case 0:
-        owned.part = std::make_unique<ModelNode>(id, name);
+        owned.part = std::make_unique<HidingNode>(id, name, manager_);
         break;
       case 1:
         owned.part = std::make_unique<ValuePart<unsigned>>(id, name, upTo(1000));

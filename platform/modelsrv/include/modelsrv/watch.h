@@ -42,7 +42,7 @@ struct WatchEvent {
     begin,
     /// A part is in the tree: `chain`, `name`, `isNode`. A node comes before its descendants. (It
     /// may be one that was reported before, when a node shows its children again, or a part
-    /// accepts subscriptions again.)
+    /// accepts subscriptions again. What was reported of it and of its descendants is void then.)
     added,
     /// The value of a part: at first the current one, right after `added`, and then each change.
     value,
