@@ -19,6 +19,12 @@ void expectAll(const Calls& calls, treescope_result expected) {
   }
 }
 
+bool visitNothing(void* /*context*/, const treescope_tree_part* /*part*/) {
+  return false;
+}
+
+void watchNothing(void* /*context*/, const treescope_update* /*update*/) {}
+
 /// Every function of a client.
 Calls clientCalls(treescope_client* client) {
   return {
@@ -53,6 +59,11 @@ Calls clientCalls(treescope_client* client) {
       [=] {
         char* text = nullptr;
         return treescope_resolve(client, "/", &text);
+      },
+      [=] { return treescope_read_tree(client, "/", visitNothing, nullptr, nullptr); },
+      [=] {
+        treescope_watch* watch = nullptr;
+        return treescope_watch_start(client, "/", 0, 0, watchNothing, nullptr, &watch);
       },
       [=] { return treescope_disconnect(client); },
   };
@@ -103,6 +114,7 @@ TEST_F(CArguments, NullHandlesAreClosed) {
   expectAll(clientCalls(nullptr), TREESCOPE_CLOSED);
   expectAll(serverCalls(nullptr), TREESCOPE_CLOSED);
   expectAll(partCalls(nullptr), TREESCOPE_CLOSED);
+  EXPECT_EQ(treescope_watch_stop(nullptr), TREESCOPE_CLOSED);
   EXPECT_EQ(treescope_client_descriptor(nullptr), -1);
   EXPECT_EQ(treescope_server_descriptor(nullptr), -1);
   EXPECT_STREQ(treescope_message(), "the handle is not open");
@@ -111,7 +123,11 @@ TEST_F(CArguments, NullHandlesAreClosed) {
 
 TEST_F(CArguments, ClosedHandlesAreClosed) {
   treescope_client* const client = client_;
+  treescope_watch* watch = nullptr;
+  ASSERT_EQ(treescope_watch_start(client, "/mode", 0, 0, watchNothing, nullptr, &watch),
+            TREESCOPE_SUCCESS);
   ASSERT_EQ(treescope_disconnect(client_), TREESCOPE_SUCCESS);
+  EXPECT_EQ(treescope_watch_stop(watch), TREESCOPE_CLOSED);
   port_.close();
   // Handles that are new must not have the numbers of closed ones.
   treescope_server* server = nullptr;
@@ -127,6 +143,7 @@ TEST_F(CArguments, HandlesOfAnotherKindAreClosed) {
   expectAll(serverCalls(reinterpret_cast<treescope_server*>(speed_)), TREESCOPE_CLOSED);
   expectAll(partCalls(reinterpret_cast<treescope_part*>(client_)), TREESCOPE_CLOSED);
   expectAll(partCalls(reinterpret_cast<treescope_part*>(this)), TREESCOPE_CLOSED);
+  EXPECT_EQ(treescope_watch_stop(reinterpret_cast<treescope_watch*>(client_)), TREESCOPE_CLOSED);
   const treescope_part_options options{.id = 99, .type = TREESCOPE_BOOL};
   EXPECT_EQ(
       treescope_add(port_.server, reinterpret_cast<treescope_part*>(client_), &options, nullptr),
@@ -146,36 +163,49 @@ TEST_F(CArguments, MissingPointersAreErrors) {
   char* text = nullptr;
   std::size_t count = 0;
   treescope_child* children = nullptr;
-  expectAll({
-                [&] { return treescope_connect(nullptr, &client_); },
-                [&] { return treescope_connect("Model_x", nullptr); },
-                [&] { return treescope_server_new(nullptr); },
-                [&] { return treescope_get(client, nullptr, &text, nullptr); },
-                [&] { return treescope_get(client, "/", nullptr, nullptr); },
-                [&] { return treescope_get_double(client, "/drive/speed", nullptr); },
-                [&] { return treescope_get_int64(client, nullptr, nullptr); },
-                [&] { return treescope_set(client, "/drive/label", nullptr); },
-                [&] { return treescope_set_double(client, nullptr, 1); },
-                [&] { return treescope_store(client, "/drive/label", nullptr, 1, 0); },
-                [&] { return treescope_store(client, "/drive/label", "x", 1, 2); },
-                [&] { return treescope_list(client, "/", nullptr, &count); },
-                [&] { return treescope_list(client, "/", &children, nullptr); },
-                [&] { return treescope_describe(client, "/", nullptr); },
-                [&] { return treescope_resolve(client, "/", nullptr); },
-                [&] { return treescope_publish(port_.server, nullptr); },
-                [&] { return treescope_add(port_.server, nullptr, nullptr, nullptr); },
-                [&] { return treescope_part_set(speed_, TREESCOPE_ALL, nullptr); },
-                [&] { return treescope_part_store(speed_, TREESCOPE_ALL, nullptr, 1); },
-                [&] { return treescope_part_set_int64(speed_, -2, 1); },
-                [&] { return treescope_part_set_int64(speed_, 65534, 1); },
-                [&] { return treescope_part_get(speed_, TREESCOPE_ALL, nullptr, nullptr); },
-                [&] { return treescope_part_get_double(speed_, TREESCOPE_ALL, nullptr); },
-                [&] { return treescope_refuse(nullptr, "reason"); },
-                [&] { return treescope_reply_double(nullptr, 1); },
-                [&] { return treescope_reply_int64(nullptr, 1); },
-                [&] { return treescope_reply_text(nullptr, "x", 1); },
-            },
-            TREESCOPE_BAD_ARGUMENT);
+  treescope_watch* watch = nullptr;
+  const auto startWatch = [&](const char* path, unsigned flags, treescope_watcher watcher,
+                              treescope_watch** made) {
+    return treescope_watch_start(client, path, flags, 0, watcher, nullptr, made);
+  };
+  expectAll(
+      {
+          [&] { return treescope_connect(nullptr, &client_); },
+          [&] { return treescope_connect("Model_x", nullptr); },
+          [&] { return treescope_server_new(nullptr); },
+          [&] { return treescope_get(client, nullptr, &text, nullptr); },
+          [&] { return treescope_get(client, "/", nullptr, nullptr); },
+          [&] { return treescope_get_double(client, "/drive/speed", nullptr); },
+          [&] { return treescope_get_int64(client, nullptr, nullptr); },
+          [&] { return treescope_set(client, "/drive/label", nullptr); },
+          [&] { return treescope_set_double(client, nullptr, 1); },
+          [&] { return treescope_store(client, "/drive/label", nullptr, 1, 0); },
+          [&] { return treescope_store(client, "/drive/label", "x", 1, 2); },
+          [&] { return treescope_list(client, "/", nullptr, &count); },
+          [&] { return treescope_list(client, "/", &children, nullptr); },
+          [&] { return treescope_describe(client, "/", nullptr); },
+          [&] { return treescope_resolve(client, "/", nullptr); },
+          [&] { return treescope_read_tree(client, nullptr, visitNothing, nullptr, nullptr); },
+          [&] { return treescope_read_tree(client, "/", nullptr, nullptr, nullptr); },
+          [&] { return startWatch(nullptr, 0, watchNothing, &watch); },
+          [&] { return startWatch("/mode", 0, nullptr, &watch); },
+          [&] { return startWatch("/mode", 0, watchNothing, nullptr); },
+          [&] { return startWatch("/mode", 2, watchNothing, &watch); },
+          [&] { return startWatch("/drive/gains[0]", 1, watchNothing, &watch); },
+          [&] { return treescope_publish(port_.server, nullptr); },
+          [&] { return treescope_add(port_.server, nullptr, nullptr, nullptr); },
+          [&] { return treescope_part_set(speed_, TREESCOPE_ALL, nullptr); },
+          [&] { return treescope_part_store(speed_, TREESCOPE_ALL, nullptr, 1); },
+          [&] { return treescope_part_set_int64(speed_, -2, 1); },
+          [&] { return treescope_part_set_int64(speed_, 65534, 1); },
+          [&] { return treescope_part_get(speed_, TREESCOPE_ALL, nullptr, nullptr); },
+          [&] { return treescope_part_get_double(speed_, TREESCOPE_ALL, nullptr); },
+          [&] { return treescope_refuse(nullptr, "reason"); },
+          [&] { return treescope_reply_double(nullptr, 1); },
+          [&] { return treescope_reply_int64(nullptr, 1); },
+          [&] { return treescope_reply_text(nullptr, "x", 1); },
+      },
+      TREESCOPE_BAD_ARGUMENT);
   EXPECT_EQ(get(client_, "/drive/speed"), "42") << "nothing has changed";
 }
 

@@ -196,6 +196,25 @@ void CallSequence::useFromWatch(void* context, const treescope_update* update) {
   }
 }
 
+bool CallSequence::useFromVisitor(void* context, const treescope_tree_part* part) {
+  CallSequence& own = *static_cast<CallSequence*>(context);
+  char* value = nullptr;
+  switch (own.next() % 4) {
+    case 0:
+      own.described_ = treescope_get(own.clients_[0], part->path, &value, nullptr);
+      treescope_free(value);
+      return true;
+    case 1:
+      static_cast<void>(treescope_client_dispatch(own.clients_[0], 0));
+      return part->depth < 3;
+    case 2:
+      static_cast<void>(treescope_disconnect(own.clients_[part->depth % own.clients_.size()]));
+      return true;
+    default:
+      return part->result != TREESCOPE_SUCCESS;
+  }
+}
+
 treescope_result CallSequence::setCallback() {
   Server& owner = server();
   treescope_part* const target = partSlot(owner);
@@ -257,6 +276,22 @@ treescope_result CallSequence::callPart(unsigned operation) {
   }
 }
 
+treescope_result CallSequence::storeAsClient(unsigned operation) {
+  std::int64_t integer = 0;
+  switch (operation % 4) {
+    case 0: {
+      const std::string bytes = text();
+      return treescope_store(client(), path(), bytes.data(), bytes.size(), next() % 3);
+    }
+    case 1:
+      return treescope_set_double(client(), path(), next() / 8.0);
+    case 2:
+      return treescope_set_int64(client(), path(), next());
+    default:
+      return treescope_get_int64(client(), path(), &integer);
+  }
+}
+
 treescope_result CallSequence::callClient(unsigned operation) {
   char* value = nullptr;
   treescope_child* children = nullptr;
@@ -264,7 +299,7 @@ treescope_result CallSequence::callClient(unsigned operation) {
   std::size_t count = 0;
   double real = 0;
   treescope_result result = TREESCOPE_SUCCESS;
-  switch (operation % 13) {
+  switch (operation % 15) {
     case 0: {
       treescope_client*& slot = clientSlot();
       static_cast<void>(treescope_disconnect(slot));
@@ -291,11 +326,18 @@ treescope_result CallSequence::callClient(unsigned operation) {
     case 7:
       result = treescope_client_dispatch(client(), 0);
       break;
-    case 8: {
-      const std::string bytes = text();
-      result = treescope_store(client(), path(), bytes.data(), bytes.size(), next() % 3);
+    case 8:
+      result = storeAsClient(next());
       break;
-    }
+    case 12:
+      result = treescope_read_tree(client(), path(), next() % 8 == 0 ? nullptr : useFromVisitor,
+                                   this, nullptr);
+      break;
+    case 13:
+      // Outputs that are missing.
+      result = next() % 2 == 0 ? treescope_get(client(), path(), nullptr, nullptr)
+                               : treescope_list(client(), path(), &children, nullptr);
+      break;
     case 9:
       result = treescope_on_event(
           client(),

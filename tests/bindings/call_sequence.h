@@ -50,6 +50,7 @@ class CallSequence {
 
   treescope_result call();
   treescope_result callClient(unsigned operation);
+  treescope_result storeAsClient(unsigned operation);
   treescope_result callServer(unsigned operation);
   treescope_result callPart(unsigned operation);
   treescope_result openServer();
@@ -59,6 +60,7 @@ class CallSequence {
 
   static treescope_result useFromCallback(void* context, treescope_part* part);
   static void useFromWatch(void* context, const treescope_update* update);
+  static bool useFromVisitor(void* context, const treescope_tree_part* part);
 
   std::span<const std::uint8_t> rest_;
   std::array<Server, 2> servers_;

@@ -6,44 +6,39 @@
  * has an event loop of its own: the program calls `..._dispatch`, either in a loop or when
  * `..._descriptor` becomes readable in a loop that it has already.
  *
- * Handles. A `treescope_client *` and its like is a handle and not an address; never dereference
- * it. A handle that is NULL, of another kind or closed is an error (TREESCOPE_CLOSED), never a
- * crash.
+ * Handles. A `treescope_client *` and its like is a number and not an address. One that is NULL, of
+ * another kind or closed is an error (TREESCOPE_CLOSED), never a crash.
  *
  * Paths. "/drive/gains[1]": the names of the parts from the root down, and at the end optionally
  * the index of an element in brackets. The leading "/" may be left out; "" and "/" are the root. Of
- * several parts with the same name the first is meant. "#7" instead of a name is the part with
- * the id 7, whatever its name is. A path of ids only is the fastest: no name has to be looked up
- * (`treescope_resolve`).
+ * several parts with the same name the first is meant. "#7" instead of a name is the part with the
+ * id 7. A path of ids is the fastest: no name has to be looked up (`treescope_resolve`).
  *
  * Values are text here: an integer in decimal, "true" or "false", a floating-point number in its
  * shortest form with ".", a text as its bytes, an array as the texts of its elements, separated by
  * line feeds. No function depends on the locale.
  *
  * Ownership. Strings that are passed in are copied. What a function allocates belongs to the
- * caller, in one piece: release it with `treescope_free`. What a callback is given is valid until
- * it returns.
+ * caller, in one piece: release it with `treescope_free`. What a callback gets is valid inside it.
  *
  * Threads. Any thread may call any function at any time. Calls about one client (or about one
  * server and its parts) wait for each other. Callbacks run inside `..._dispatch`, on the thread
- * that called it. After a handle has been closed by another thread, its callbacks are not running
- * and are not called any more. A callback may call every function except: `..._dispatch` of its own
- * client or server; and, in a callback of a server, whatever closes the server or adds or removes
- * parts. Those are TREESCOPE_BUSY. A callback that calls functions about another client or server
- * waits for its callbacks, as for a mutex.
+ * that called it; a getter also inside `treescope_part_get` and its like. After a handle has been
+ * closed by another thread, its callbacks are not running and are not called any more. A callback
+ * may call every function except: `..._dispatch` of its own client or server; and, in a callback of
+ * a server, whatever closes the server or adds or removes parts. Those are TREESCOPE_BUSY. A call
+ * about another client or server waits for its callbacks, as for a mutex.
  *
  * Results. Every function that can fail returns a `treescope_result`; then the outputs are
  * unchanged, and `treescope_message` says why. No C++ exception leaves the library, and callbacks
- * must neither throw nor jump out. A process that has forked goes on in one of the two processes
- * only. */
+ * must neither throw nor jump out. Of a process that has forked, only one may go on to use it. */
 
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/types.h>
 
-#define TREESCOPE_EXPORT __attribute__((visibility("default")))
-#define TREESCOPE_CHECKED TREESCOPE_EXPORT __attribute__((warn_unused_result))
+#define TREESCOPE_CHECKED __attribute__((warn_unused_result))
 
 /* In C++ an enumeration may then have any value, as in C. */
 #ifdef __cplusplus
@@ -52,6 +47,7 @@ extern "C" {
 #else
 #define TREESCOPE_ANY_INT
 #endif
+#pragma GCC visibility push(default)
 
 typedef enum treescope_result TREESCOPE_ANY_INT {
   TREESCOPE_SUCCESS = 0,
@@ -71,8 +67,7 @@ typedef enum treescope_result TREESCOPE_ANY_INT {
   TREESCOPE_BAD_ARGUMENT = 16,     /* NULL, or a value that the function does not accept */
   TREESCOPE_UNREACHABLE = 17,      /* the server stands for a device that it cannot reach */
   TREESCOPE_NO_SERVER = 64,        /* no server has the name, or the connection is lost */
-  TREESCOPE_TIMEOUT = 65,         /* no reply in time; a store may still be applied. Also the result
-                                     of a dispatch that found nothing to do */
+  TREESCOPE_TIMEOUT = 65, /* no reply in time (a store may still be applied); nothing to dispatch */
   TREESCOPE_NAME_IN_USE = 66,     /* another live server has this name */
   TREESCOPE_BAD_NAME = 67,        /* not a valid port name */
   TREESCOPE_NOT_PERMITTED = 68,   /* another user's port */
@@ -81,8 +76,7 @@ typedef enum treescope_result TREESCOPE_ANY_INT {
   TREESCOPE_NO_DESCRIPTORS = 71,  /* this process or the system is out of descriptors */
   TREESCOPE_SYSTEM_ERROR = 72,    /* another error of the system, such as out of memory */
   TREESCOPE_BUSY = 73,            /* in use in another role, or not allowed in a callback */
-  TREESCOPE_OUTCOME_UNKNOWN = 74, /* the connection ended before the reply; the store may have been
-                                     applied, and is not sent again */
+  TREESCOPE_OUTCOME_UNKNOWN = 74, /* no reply before the connection ended: stored once, or not */
   TREESCOPE_NO_SPACE = 75,        /* /tmp, where the pipes are, is full */
   TREESCOPE_NOT_WRITABLE = 76,    /* no pipe can be made in /tmp */
   TREESCOPE_NOT_SUPPORTED = 77,   /* the server is too old for this */
@@ -90,21 +84,18 @@ typedef enum treescope_result TREESCOPE_ANY_INT {
 } treescope_result;
 
 /* A line of English about `result`, for messages. Never NULL, constant. */
-TREESCOPE_EXPORT const char* treescope_result_text(treescope_result result);
+const char* treescope_result_text(treescope_result result);
 
-/* Why the last call of this thread that failed did so: what it was about, and the reason that the
- * server stated or the text of the result. One line; "" if none has failed. Valid until the next
- * call of this thread that fails. */
-TREESCOPE_EXPORT const char* treescope_message(void);
+/* Why the last call of this thread that failed did so: what it was about, and the server's reason
+ * or the result's text. One line; "" if none has failed. Valid until another one fails. */
+const char* treescope_message(void);
 
 /* Releases what a function of this library has allocated. NULL is allowed. */
-TREESCOPE_EXPORT void treescope_free(void* allocated);
+void treescope_free(void* allocated);
 
-/* Such as "0.1.0". */
-TREESCOPE_EXPORT const char* treescope_version(void);
+const char* treescope_version(void); /* such as "0.1.0" */
 
-/* The whole value instead of one element. */
-#define TREESCOPE_ALL (-1)
+#define TREESCOPE_ALL (-1) /* the whole value instead of one element */
 
 typedef enum treescope_type TREESCOPE_ANY_INT {
   TREESCOPE_UNKNOWN = 0, /* a server that does not say, or a class of its own */
@@ -131,7 +122,7 @@ typedef enum treescope_access TREESCOPE_ANY_INT {
   TREESCOPE_LOADER_ONLY = 3 /* those that pass TREESCOPE_LOADER */
 } treescope_access;
 
-/* Bytes with their number, since names and texts may contain any byte. A zero byte follows them. */
+/* Bytes with their number: names and texts may contain any byte. A zero byte follows them. */
 typedef struct treescope_bytes {
   const char* data;
   size_t size;
@@ -147,19 +138,18 @@ typedef struct treescope_watch treescope_watch;
 TREESCOPE_CHECKED treescope_result treescope_connect(const char* name, treescope_client** client);
 
 /* Ends the connection and its watches and closes their handles. Allowed in a callback. */
-TREESCOPE_EXPORT treescope_result treescope_disconnect(treescope_client* client);
+treescope_result treescope_disconnect(treescope_client* client);
 
 /* A descriptor that is readable (POLLIN) whenever `treescope_client_dispatch(client, 0)` has
  * something to do. Constant; not to be read, changed or closed. -1 if there is none. */
-TREESCOPE_EXPORT int treescope_client_descriptor(treescope_client* client);
+int treescope_client_descriptor(treescope_client* client);
 
 /* Waits at most `milliseconds` (0: does not wait; below 0: no limit) for events and calls what they
  * are for. TREESCOPE_TIMEOUT if there was nothing. Others may use the client while it waits. */
-TREESCOPE_EXPORT treescope_result treescope_client_dispatch(treescope_client* client,
-                                                            int milliseconds);
+treescope_result treescope_client_dispatch(treescope_client* client, int milliseconds);
 
 /* Makes one call of the dispatch, the present or the next one, return. Not for signal handlers. */
-TREESCOPE_EXPORT treescope_result treescope_client_wake(treescope_client* client);
+treescope_result treescope_client_wake(treescope_client* client);
 
 typedef enum treescope_event TREESCOPE_ANY_INT {
   TREESCOPE_LOST = 1,    /* the server has ended; values may change without an update from now on */
@@ -167,8 +157,9 @@ typedef enum treescope_event TREESCOPE_ANY_INT {
 } treescope_event;
 
 /* Calls `handler` for each event of the connection, in place of an earlier one; NULL: for none. */
-TREESCOPE_EXPORT treescope_result treescope_on_event(
-    treescope_client* client, void (*handler)(void* context, treescope_event event), void* context);
+treescope_result treescope_on_event(treescope_client* client,
+                                    void (*handler)(void* context, treescope_event event),
+                                    void* context);
 
 /* Reads the value at `path` as text. `*text` has a zero byte at its end and is to be freed; `size`,
  * if not NULL, gets the number of bytes before it. */
@@ -191,8 +182,7 @@ TREESCOPE_CHECKED treescope_result treescope_set_double(treescope_client* client
 TREESCOPE_CHECKED treescope_result treescope_set_int64(treescope_client* client, const char* path,
                                                        int64_t value);
 
-/* As `treescope_set`, with any bytes and with flags: 0 or TREESCOPE_LOADER, which also stores in a
- * part that is TREESCOPE_LOADER_ONLY. */
+/* The same with any bytes. `flags`: 0, or TREESCOPE_LOADER for TREESCOPE_LOADER_ONLY parts, too. */
 #define TREESCOPE_LOADER 1u
 TREESCOPE_CHECKED treescope_result treescope_store(treescope_client* client, const char* path,
                                                    const void* text, size_t size, unsigned flags);
@@ -228,9 +218,34 @@ TREESCOPE_CHECKED treescope_result treescope_describe(treescope_client* client, 
 TREESCOPE_CHECKED treescope_result treescope_resolve(treescope_client* client, const char* path,
                                                      char** ids);
 
+/* A part of a tree that is read. Valid in the visitor only. */
+typedef struct treescope_tree_part {
+  const char* path;    /* the part's path of ids, such as "#1/#3"; "" is the root */
+  const uint16_t* ids; /* the same ids, from the root down */
+  size_t depth;        /* and their number */
+  treescope_bytes name;
+  treescope_type type; /* this and what follows: as in `treescope_description` */
+  treescope_access access;
+  bool watchable;
+  size_t elements;
+  const treescope_bytes* element_names;
+  treescope_result result; /* of the value; TREESCOPE_NO_VALUE of a node */
+  treescope_bytes text;    /* the value, with TREESCOPE_SUCCESS */
+  double number;           /* the same as a number, as `treescope_get_double` has it; else a NaN */
+} treescope_tree_part;
+typedef bool (*treescope_visitor)(void* context, const treescope_tree_part* part);
+
+/* Reads the part at `path` and everything below it in few exchanges, and calls `visitor` for each:
+ * a node before its children, these in the ascending order of their ids. It is called in here, may
+ * call every function, and returns whether it wants more. `*changed`, if not NULL, says on any
+ * result whether parts came or went meanwhile, so that some may be missing. Without success parts
+ * may have been visited; TREESCOPE_CLOSED also if the client has been disconnected meanwhile. */
+TREESCOPE_CHECKED treescope_result treescope_read_tree(treescope_client* client, const char* path,
+                                                       treescope_visitor visitor, void* context,
+                                                       bool* changed);
+
 typedef enum treescope_change TREESCOPE_ANY_INT {
-  TREESCOPE_BEGIN = 1,   /* what was reported before is void and follows anew: at first, on a new
-                            connection, or if this client was too slow for changes of the structure */
+  TREESCOPE_BEGIN = 1,   /* everything follows anew: at first, on a new connection, after a gap */
   TREESCOPE_ADDED = 2,   /* a part is there: `name`, `is_node` */
   TREESCOPE_VALUE = 3,   /* a value: at first the current one, then each change */
   TREESCOPE_REMOVED = 4, /* a part and everything below it has left the tree */
@@ -246,15 +261,13 @@ typedef struct treescope_update {
   treescope_bytes name; /* if added */
   bool is_node;         /* if added */
   int index;            /* of a value: the element, or TREESCOPE_ALL */
-  treescope_result result; /* of a value: TREESCOPE_SUCCESS; TREESCOPE_TOO_LARGE for one of more
-                              than 4096 bytes, which `treescope_get` of `path` reads; or why the
-                              server cannot read it */
+  treescope_result result; /* of a value: TREESCOPE_SUCCESS; TREESCOPE_TOO_LARGE above 4096 bytes
+                              (`treescope_get` of `path` reads it); or why it cannot be read */
   treescope_bytes text;    /* the value, with TREESCOPE_SUCCESS */
   double number;           /* the same as a number, as `treescope_get_double` has it; else a NaN */
   int64_t time_ns;         /* when the server changed it, or read it: since 1970-01-01 UTC */
   uint32_t changes;        /* how many changes it stands for; 0: it is the current value */
 } treescope_update;
-
 typedef void (*treescope_watcher)(void* context, const treescope_update* update);
 
 /* Watches the value at `path`, or with TREESCOPE_SUBTREE everything at and below it: reports the
@@ -269,7 +282,7 @@ TREESCOPE_CHECKED treescope_result treescope_watch_start(treescope_client* clien
                                                          treescope_watch** watch);
 
 /* Ends a watch and closes its handle. Allowed in a callback. */
-TREESCOPE_EXPORT treescope_result treescope_watch_stop(treescope_watch* watch);
+treescope_result treescope_watch_stop(treescope_watch* watch);
 
 /* ---- Servers -------------------------------------------------------------------------------- */
 
@@ -280,26 +293,22 @@ typedef struct treescope_part treescope_part;
 TREESCOPE_CHECKED treescope_result treescope_server_new(treescope_server** server);
 
 /* Ends the service at once, and closes the server and its parts. */
-TREESCOPE_EXPORT treescope_result treescope_server_close(treescope_server* server);
+treescope_result treescope_server_close(treescope_server* server);
 
-/* Publishes the tree as port `name`. Shells list names that begin with "Model_" or end in ".Model".
- * The program must then dispatch. */
+/* Publishes the tree as port `name`; members of `group` may connect too. Shells list names that
+ * begin with "Model_" or end in ".Model". The program must then dispatch. */
 TREESCOPE_CHECKED treescope_result treescope_publish(treescope_server* server, const char* name);
-
-/* The same, and members of `group` may connect too. */
 TREESCOPE_CHECKED treescope_result treescope_publish_to_group(treescope_server* server,
                                                               const char* name, gid_t group);
 
 /* Ends the service after clients have received what is pending for them, and dispatches meanwhile,
- * for at most `milliseconds` (below 0: no limit). TREESCOPE_TIMEOUT if that was not enough. The
- * parts remain, and the server may be published again. */
-TREESCOPE_EXPORT treescope_result treescope_unpublish(treescope_server* server, int milliseconds);
+ * for at most `milliseconds` (below 0: no limit), then TREESCOPE_TIMEOUT. The parts remain. */
+treescope_result treescope_unpublish(treescope_server* server, int milliseconds);
 
 /* As those of a client. A value that any thread sets is sent by `treescope_server_dispatch`. */
-TREESCOPE_EXPORT int treescope_server_descriptor(treescope_server* server);
-TREESCOPE_EXPORT treescope_result treescope_server_dispatch(treescope_server* server,
-                                                            int milliseconds);
-TREESCOPE_EXPORT treescope_result treescope_server_wake(treescope_server* server);
+int treescope_server_descriptor(treescope_server* server);
+treescope_result treescope_server_dispatch(treescope_server* server, int milliseconds);
+treescope_result treescope_server_wake(treescope_server* server);
 
 /* What a new part is. Name the members (`.id = 2`): what is left out is 0 and means the default. */
 typedef struct treescope_part_options {
@@ -325,18 +334,15 @@ TREESCOPE_CHECKED treescope_result treescope_add(treescope_server* server, trees
                                                  treescope_part** part);
 
 /* Takes a part and everything below it out of the tree and closes their handles. */
-TREESCOPE_EXPORT treescope_result treescope_remove(treescope_part* part);
+treescope_result treescope_remove(treescope_part* part);
 
 /* Sets the value of a part or, with an index, of one element, from the server's side: access,
  * limits and store check do not apply. Watching clients are notified if it changes the value. */
-TREESCOPE_EXPORT treescope_result treescope_part_set(treescope_part* part, int index,
-                                                     const char* text);
-TREESCOPE_EXPORT treescope_result treescope_part_set_double(treescope_part* part, int index,
-                                                            double value);
-TREESCOPE_EXPORT treescope_result treescope_part_set_int64(treescope_part* part, int index,
-                                                           int64_t value);
-TREESCOPE_EXPORT treescope_result treescope_part_store(treescope_part* part, int index,
-                                                       const void* text, size_t size);
+treescope_result treescope_part_set(treescope_part* part, int index, const char* text);
+treescope_result treescope_part_set_double(treescope_part* part, int index, double value);
+treescope_result treescope_part_set_int64(treescope_part* part, int index, int64_t value);
+treescope_result treescope_part_store(treescope_part* part, int index, const void* text,
+                                      size_t size);
 
 /* The present value, as the client's functions give it. */
 TREESCOPE_CHECKED treescope_result treescope_part_get(treescope_part* part, int index, char** text,
@@ -354,46 +360,40 @@ typedef struct treescope_store_request {
   size_t size;      /* its number of bytes */
   double number;    /* the new value; 1 for true; not a number for a text */
 } treescope_store_request;
-
 typedef treescope_result (*treescope_store_check)(void* context,
                                                   const treescope_store_request* request);
 
 /* Calls `check` before a client's store is applied, for an array once an element, in place of an
  * earlier check; NULL: no check. What it returns other than TREESCOPE_SUCCESS refuses the store and
  * is the client's result. Must return soon. */
-TREESCOPE_EXPORT treescope_result treescope_on_store(treescope_part* part,
-                                                     treescope_store_check check, void* context);
+treescope_result treescope_on_store(treescope_part* part, treescope_store_check check,
+                                    void* context);
 
 /* Gives a refusal's reason, up to 512 bytes of UTF-8 in one line, and returns TREESCOPE_VETOED. */
-TREESCOPE_EXPORT treescope_result treescope_refuse(const treescope_store_request* request,
-                                                   const char* reason);
+treescope_result treescope_refuse(const treescope_store_request* request, const char* reason);
 
 /* A value that a getter gives. Valid in the getter only. */
 typedef struct treescope_reply treescope_reply;
-TREESCOPE_EXPORT treescope_result treescope_reply_double(treescope_reply* reply, double value);
-TREESCOPE_EXPORT treescope_result treescope_reply_int64(treescope_reply* reply, int64_t value);
-TREESCOPE_EXPORT treescope_result treescope_reply_text(treescope_reply* reply, const void* text,
-                                                       size_t size);
-
+treescope_result treescope_reply_double(treescope_reply* reply, double value);
+treescope_result treescope_reply_int64(treescope_reply* reply, int64_t value);
+treescope_result treescope_reply_text(treescope_reply* reply, const void* text, size_t size);
 typedef treescope_result (*treescope_getter)(void* context, treescope_part* part,
                                              treescope_reply* reply);
 
 /* Lets clients read what `getter` gives, each time anew, instead of the value that the part holds;
- * NULL ends that. Single values only. The getter gives a value with one of the functions above and
- * returns its result, or returns what the client shall get. Must return soon, and cannot read its
- * own part. A client's store is then applied by the store check, and `treescope_notify` says that
- * there is another value. */
-TREESCOPE_EXPORT treescope_result treescope_on_get(treescope_part* part, treescope_getter getter,
-                                                   void* context);
+ * NULL ends that. Single values only. The getter calls one of the functions above, or returns why
+ * there is no value. It must return soon, and cannot read its own part. A client's store is then
+ * applied by the store check, and `treescope_notify` says that there is another value. */
+treescope_result treescope_on_get(treescope_part* part, treescope_getter getter, void* context);
 
 /* Notifies the watching clients that a getter has another value. */
-TREESCOPE_EXPORT treescope_result treescope_notify(treescope_part* part);
+treescope_result treescope_notify(treescope_part* part);
 
 /* Calls `handler` with true before a first client watches it, and with false after the last one. */
-TREESCOPE_EXPORT treescope_result treescope_on_watched(treescope_part* part,
-                                                       void (*handler)(void* context, bool watched),
-                                                       void* context);
+treescope_result treescope_on_watched(treescope_part* part,
+                                      void (*handler)(void* context, bool watched), void* context);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

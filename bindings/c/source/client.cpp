@@ -205,4 +205,19 @@ ModelRes Client::describe(const Path& path, ModelSrv::PartDescription& descripti
   });
 }
 
+ModelRes Client::readTree(const Path& path, const ModelSrv::TreeVisitor& visit,
+                          ModelSrv::TreeReading& reading) {
+  // Other threads and the visitor use `proxy_` meanwhile.
+  Proxy top(root_);
+  const ModelRes result = about(path, [&](ModelSrv::ModelPart& /*part*/, const IdChain& chain) {
+    top.chain = chain;
+    return ModelSrv::ModelRes_Success;
+  });
+  if (result != ModelSrv::ModelRes_Success) {
+    return result;
+  }
+  return top.chain.empty() ? root_.readTree(&root_, visit, reading)
+                           : root_.readTree(&top, visit, reading);
+}
+
 }  // namespace treescope_c

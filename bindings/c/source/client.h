@@ -39,6 +39,10 @@ class Client final : public Object {
   ModelSrv::ModelRes list(const Path& path, IdChain& ids, std::vector<std::string>& names);
   ModelSrv::ModelRes describe(const Path& path, ModelSrv::PartDescription& description);
 
+  /// As `ModelRoot::readTree`: `visit` is called without the client mutex.
+  ModelSrv::ModelRes readTree(const Path& path, const ModelSrv::TreeVisitor& visit,
+                              ModelSrv::TreeReading& reading);
+
   /// As `Watch::start`.
   ModelSrv::ModelRes startWatch(const Path& path, const ModelSrv::WatchOptions& options,
                                 ModelSrv::Watch::Callback callback, ModelSrv::Watch& watch);

@@ -91,7 +91,7 @@ treescope_description* descriptionBlock(const ModelSrv::PartDescription& descrip
   auto* const names = block.take<treescope_bytes>(description.elementNames.size());
   auto* const choices = block.take<const char*>(stated.choices.size());
   result->type = typeOf(description.type);
-  result->access = static_cast<treescope_access>(description.access);
+  result->access = accessOf(description.access);
   result->watchable = description.subscribable;
   result->elements = description.elements;
   result->unit = block.text(stated.unit);

@@ -20,6 +20,8 @@ class EventLoop {
   /// Makes every call of `dispatch` return, now and later.
   void close();
 
+  [[nodiscard]] bool isClosed() const { return closed_; }
+
   /// Whether the calling thread is in a callback of this loop.
   [[nodiscard]] bool isInCallback() const;
 

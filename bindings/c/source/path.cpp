@@ -1,7 +1,9 @@
 #include "bindings/c/source/path.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <limits>
 #include <system_error>
 
 #include "treescope.h"
@@ -68,11 +70,18 @@ std::optional<Path> parsePath(std::string_view text) {
   return path;
 }
 
+void setIdPath(std::span<const ModelSrv::ModelPartId> chain, std::string& text) {
+  text.clear();
+  for (const ModelSrv::ModelPartId id : chain) {
+    std::array<char, std::numeric_limits<ModelSrv::ModelPartId>::digits10 + 1> digits{};
+    const auto end = std::to_chars(digits.begin(), digits.end(), id);
+    text.append(text.empty() ? "#" : "/#").append(digits.data(), end.ptr);
+  }
+}
+
 std::string idPath(const IdChain& chain, ModelPartIndex index) {
   std::string text;
-  for (const ModelSrv::ModelPartId id : chain) {
-    text += (text.empty() ? "#" : "/#") + std::to_string(id);
-  }
+  setIdPath(chain, text);
   if (index != ModelSrv::ModelPartIndex_All) {
     text += "[" + std::to_string(index) + "]";
   }

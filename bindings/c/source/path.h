@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,9 @@ struct Path {
 
 /// The path of ids only of a part and an index.
 [[nodiscard]] std::string idPath(const IdChain& chain, ModelSrv::ModelPartIndex index);
+
+/// Makes `text` the path of ids only of a part.
+void setIdPath(std::span<const ModelSrv::ModelPartId> chain, std::string& text);
 
 /// An index of a C program: TREESCOPE_ALL or 0 to 65,533. Nothing for other numbers.
 [[nodiscard]] std::optional<ModelSrv::ModelPartIndex> toIndex(int index);

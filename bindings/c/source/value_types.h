@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "modelsrv/model_part.h"
 #include "modelsrv/value_types.h"
 #include "treescope.h"
 
@@ -26,6 +27,12 @@ static_assert(TREESCOPE_TEXT - TREESCOPE_BOOL + 1 == 0 MODELSRV_VALUE_TYPES(TREE
   MODELSRV_VALUE_TYPES(TREESCOPE_COMPARE_NAME)
 #undef TREESCOPE_COMPARE_NAME
   return TREESCOPE_UNKNOWN;
+}
+
+/// The access that a server states. One that this version does not know is none.
+[[nodiscard]] inline treescope_access accessOf(ModelSrv::ModelPartStatus status) {
+  return status <= TREESCOPE_LOADER_ONLY ? static_cast<treescope_access>(status)
+                                         : TREESCOPE_NO_ACCESS;
 }
 
 /// Calls `visit.operator()<T>()` with the type of value that `type` is. False if it is none.
