@@ -4,6 +4,7 @@
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,38 +38,6 @@ class Arguments {
  private:
   CommandLine words_;
   std::vector<char*> pointers_;
-};
-
-/// An unnamed file in memory for a program's output.
-class OutputFile {
- public:
-  OutputFile() : descriptor_(::memfd_create("output", MFD_CLOEXEC)) {
-    if (descriptor_ < 0) {
-      throw std::runtime_error("memfd_create");
-    }
-  }
-  ~OutputFile() { ::close(descriptor_); }
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
-
-  [[nodiscard]] int descriptor() const { return descriptor_; }
-
-  void describe(Run& run) const {
-    std::array<char, 65536> bytes{};
-    off_t offset = 0;
-    for (ssize_t count = 1; count > 0; offset += count) {
-      count = ::pread(descriptor_, bytes.data(), bytes.size(), offset);
-      const std::string_view part(bytes.data(),
-                                  static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-      run.lines += static_cast<std::size_t>(std::count(part.begin(), part.end(), '\n'));
-      if (offset == 0) {
-        run.output = part.substr(0, 4096);
-      }
-    }
-  }
-
- private:
-  int descriptor_;
 };
 
 /// posix_spawn(3) with standard output set to `output`; prepared before the time is taken.
@@ -173,6 +142,63 @@ double ServerProgram::bytesOf(std::string_view name) const {
   throw std::runtime_error("the server's memory cannot be read");
 }
 
+OutputFile::OutputFile() : descriptor_(::memfd_create("output", MFD_CLOEXEC)) {
+  if (descriptor_ < 0) {
+    throw std::runtime_error("memfd_create");
+  }
+}
+
+OutputFile::~OutputFile() {
+  ::close(descriptor_);
+}
+
+std::size_t OutputFile::size() const {
+  struct stat status {};
+  if (::fstat(descriptor_, &status) != 0) {
+    throw std::runtime_error("fstat");
+  }
+  return static_cast<std::size_t>(status.st_size);
+}
+
+std::size_t OutputFile::lines(std::size_t begin, std::size_t end) const {
+  std::array<char, 65536> bytes{};
+  std::size_t lines = 0;
+  while (begin < end) {
+    const ssize_t count = ::pread(descriptor_, bytes.data(), std::min(bytes.size(), end - begin),
+                                  static_cast<off_t>(begin));
+    if (count <= 0) {
+      throw std::runtime_error("pread");
+    }
+    lines += static_cast<std::size_t>(std::count(bytes.begin(), bytes.begin() + count, '\n'));
+    begin += static_cast<std::size_t>(count);
+  }
+  return lines;
+}
+
+std::string OutputFile::start() const {
+  std::string text(4096, '\0');
+  text.resize(static_cast<std::size_t>(
+      std::max<ssize_t>(::pread(descriptor_, text.data(), text.size(), 0), 0)));
+  return text;
+}
+
+PrintingProgram::PrintingProgram(const CommandLine& words)
+    : child_([&] {
+        if (::dup2(output_.descriptor(), STDOUT_FILENO) == STDOUT_FILENO) {
+          Arguments(words).execute();
+        }
+      }) {}
+
+void PrintingProgram::awaitOutput() const {
+  const Clock::time_point begin = Clock::now();
+  while (output_.size() == 0) {
+    if (Clock::now() - begin > std::chrono::seconds(20)) {
+      throw std::runtime_error("a program prints nothing");
+    }
+    ::poll(nullptr, 0, 1);
+  }
+}
+
 Run runProgram(const CommandLine& words, Launch launch) {
   const OutputFile output;
   const Arguments arguments(words);
@@ -190,7 +216,8 @@ Run runProgram(const CommandLine& words, Launch launch) {
           static_cast<double>(used.ru_maxrss) * 1024,
           0,
           {}};
-  output.describe(run);
+  run.lines = output.lines(0, output.size());
+  run.output = output.start();
   if (!exited || status != 0) {
     throw std::runtime_error("failed: " + joined(words) + '\n' + run.output);
   }

@@ -52,6 +52,41 @@ struct Run {
   std::string output;       ///< the first 4096 bytes
 };
 
+/// An unnamed file in memory for a program's output.
+class OutputFile {
+ public:
+  OutputFile();
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  [[nodiscard]] int descriptor() const { return descriptor_; }
+  /// In bytes.
+  [[nodiscard]] std::size_t size() const;
+  /// The number of newlines in the bytes [begin, end).
+  [[nodiscard]] std::size_t lines(std::size_t begin, std::size_t end) const;
+  /// The first 4096 bytes.
+  [[nodiscard]] std::string start() const;
+
+ private:
+  int descriptor_;
+};
+
+/// A program that runs until it is ended by the destructor and writes into a file in memory.
+class PrintingProgram {
+ public:
+  explicit PrintingProgram(const CommandLine& words);
+
+  /// Waits for the first byte; throws after 20 seconds.
+  void awaitOutput() const;
+
+  [[nodiscard]] const OutputFile& output() const { return output_; }
+
+ private:
+  OutputFile output_;
+  Child child_;
+};
+
 /// How a program is started. `spawn` (posix_spawn(3)) adds the least time, but the peak of the
 /// resident set is then at least that of this process. `fork` measures the peak.
 enum class Launch { spawn, fork };

@@ -12,8 +12,8 @@
 #include "bench/programs.h"
 #include "bench/ratio_table.h"
 
-// The time of one command in a script: a whole run of the shell, which connects, reads or writes
-// a value and prints it. The baseline is a C++ program that prints one line.
+// The time of one command in a script: a whole run of the shell, or of treectl, which connects,
+// reads or writes a value and prints it. The baseline is a C++ program that prints one line.
 
 namespace {
 
@@ -71,11 +71,14 @@ int main(int argc, char** argv) {
     const std::string baseline = "program that prints a line";
     const std::string get = "treescope -c \"cd; get\"";
     const std::string set = "treescope -c \"cd; set\"";
+    const std::string tool = "treectl get";
     const std::string connect = "cd " + server.name();
     registerProgram(baseline, {ONE_LINE_PROGRAM});
     registerProgram(get, {SHELL_PROGRAM, "-c", connect + ";get /group_001/item_0002"});
     registerProgram(set, {SHELL_PROGRAM, "-c", connect + ";set 7 /group_001/item_0002"});
-    return bench::runAndCompare(argc, argv, {{baseline, get, 1.5}, {baseline, set, 1.5}});
+    registerProgram(tool, {TREECTL_PROGRAM, "get", server.name() + "/group_001/item_0002"});
+    return bench::runAndCompare(
+        argc, argv, {{baseline, get, 1.5}, {baseline, set, 1.5}, {baseline, tool, 1.0}});
   } catch (const std::exception& error) {
     std::fprintf(stderr, "start_bench: %s\n", error.what());
     return 1;

@@ -160,7 +160,7 @@ def baseline_programs():
 def read_one(launcher, peers):
     group = page.Group("read", "One value read, a whole process", "ms")
     tasks = [("baseline", task) for task in baseline_programs()]
-    tasks += [(peer.name, peer.read) for peer in peers]
+    tasks += [(peer.name, task) for peer in peers for task in (peer.read, *peer.more_reads)]
     return measure(launcher, group, [program_time(launcher, *task, MANY_RUNS) for task in tasks])
 
 

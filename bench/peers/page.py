@@ -14,6 +14,8 @@ sample of each row is taken in turn, in random order; a row that has used its ti
 turns. "ours / this" is the median of the first row of treescope divided by the median of the row:
 for times and memory less is better, for rates more.
 
+- Our clients read the names in /tmp when they connect. If root runs the script, the programs have an
+  empty /tmp of their own.
 - One value is read and written by whole processes while 10,000 are served. Afterwards, the value
   stored last must be read back.
 - The baseline program is linked as a compiler does it by default, and loads the C++ library at each
@@ -39,6 +41,7 @@ for times and memory less is better, for rates more.
   505 ms, that a sample allows for updates of earlier changes count as its time. Redis and Mosquitto
   get their streams from a client that sends 1,000 messages at once, and their subscribers only
   count bytes. D-Bus drops no message, because its limits are raised.
+- treectl watch prints an address and a value for each change, into a file in memory.
 - The memory of a client is the peak of its resident set; that of a server is the same, summed over
   its processes.
 """
@@ -118,17 +121,24 @@ def targets(groups):
     lists = "list 10000"
     return [
         ratio("read", "one value read, compared with the fastest peer", 1),
+        ratio("read", "the same by treectl, compared with a program that prints a line", 1,
+              lambda row: row.who == "baseline" and "linked" not in row.how, index=1),
         ratio("write", "one value written, compared with the fastest peer", 1),
         ratio(lists, "10,000 values listed, compared with the fastest tool that lists a tree", 0.5,
               lambda row: row.is_tree and not row.custom),
         ratio(lists, "the same, compared with a program written for a peer that has a tree", 0.5,
               lambda row: row.is_tree and row.custom, index=2),
+        *(ratio(lists, f"the same by {name}", 0.5, lambda row: row.is_tree and row.custom,
+                index=index) for name, index in (("treectl list -rl", 3), ("treectl dump", 4))),
         ratio(lists, "the same, compared with a flat hash", 1, lambda row: row.who == "Redis"),
         ratio("latency", "a store until it is shown, compared with the fastest peer", 1),
         ratio("acknowledged", "acknowledged stores a second, compared with the fastest peer", 1,
               at_least=True),
         ratio("stream", "updates a second, compared with the fastest peer", 1, at_least=True),
         ratio("stream", "the same, with each value", 1, at_least=True, index=2),
+        ratio("stream", "values that treectl watch prints, compared with those that a client of "
+              "the library gets", 0.5, lambda row: "watches the tree" in row.how, at_least=True,
+              index=3),
         Target("memory of the shell for one value, KiB", by_key["client memory"].ours[0].median,
                6144),
     ]
@@ -154,7 +164,8 @@ def machine():
     release = platform.release().partition("-")[0]
     return (f"{os.sysconf('SC_NPROCESSORS_ONLN')} processors "
             f"({value_in('/proc/cpuinfo', 'model name', ':')}), {platform.system()} {release}, "
-            f"{value_in('/etc/os-release', 'PRETTY_NAME', '=')}")
+            f"{value_in('/etc/os-release', 'PRETTY_NAME', '=')}, "
+            f"{'an empty /tmp' if os.environ.get('TREESCOPE_BENCH_TMP') else '/tmp as it was'}")
 
 
 def render(groups):

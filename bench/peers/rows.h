@@ -49,4 +49,8 @@ Sampler modelStoreRate(Fields& fields);
 /// only. VALUES: 0, the subscriber gets no values; 1, it requests each; 2, it watches the tree.
 Sampler modelChangeRate(Fields& fields);
 
+/// printed-changes PROGRAM WORD...: thousands of lines a second that a tool, run with the name of
+/// the server as its last two words NAME and "/", writes into a file while such a server changes.
+Sampler printedChangeRate(Fields& fields);
+
 }  // namespace bench::peers

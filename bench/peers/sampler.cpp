@@ -47,6 +47,7 @@ Row makeRow(const std::string& line) {
       {"burst", bench::peers::burstRate},
       {"model-stores", bench::peers::modelStoreRate},
       {"model-changes", bench::peers::modelChangeRate},
+      {"printed-changes", bench::peers::printedChangeRate},
   };
   Fields fields(line);
   const std::string name = fields.text();

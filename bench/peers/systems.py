@@ -70,6 +70,7 @@ class Peer:
     read: Task
     write: Task
     lists: list
+    more_reads: list = dataclasses.field(default_factory=list)
     servers: str = ""
     processes: list = dataclasses.field(default_factory=list)
     no_updates: str = ""  # Why the peer has none of the following.
@@ -101,11 +102,14 @@ def treescope(launcher, tree):
     return Peer(
         name="treescope",
         read=Task('treescope -c "cd S;get PATH"', shell(f"get {FIRST}")),
+        more_reads=[Task("treectl get ADDRESS", ["treectl", "get", f"/{name}{FIRST}"])],
         write=Task('treescope -c "cd S;set N PATH"', shell(f"set {{value}} {FIRST}")),
         lists=[Task('treescope -c "cd S;ls -lr"', shell("ls -lr"), tree.total),
                Task('treescope -c "cd S;to FILE"', shell(f"to {saved}"), tree.total),
                Task("a client of this library, readTree", ["tree_client", name], tree.total,
-                    custom=True)],
+                    custom=True),
+               Task("treectl list -rl", ["treectl", "list", "-rl", f"/{name}"], tree.total),
+               Task("treectl dump", ["treectl", "dump", f"/{name}"], tree.total)],
         servers="modelsrvd",
         processes=[server],
         watch=Watch("stored by a client, shown by treescope (eu)", ["treescope"], "$ ", FIRST,
@@ -118,7 +122,10 @@ def treescope(launcher, tree):
                  Rate(["the same, a client that requests each value"],
                       "model-changes", [1, *changing], 5),
                  Rate(["the same, a client that watches the tree and gets each value"],
-                      "model-changes", [2, *changing], 5)])
+                      "model-changes", [2, *changing], 5),
+                 Rate(["the same, values that treectl watch prints into a file"],
+                      "printed-changes",
+                      [*changing, *launcher.command(["treectl"]), "watch", "--changes", "-s"], 5)])
 
 
 def redis(launcher, tree):

@@ -1,8 +1,10 @@
 #include <poll.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include "bench/peers/clients.h"
 #include "bench/peers/model_client.h"
@@ -27,6 +29,35 @@ std::shared_ptr<Subscriber> subscribeToModel(const std::string& server, unsigned
       [&](Subscriber::Count& count, const std::function<void()>& ready) {
         ModelClient(server, groups).countUpdates(values, count, ready);
       });
+}
+
+/// A server with 10,000 parts that changes them as fast as it can, up to a million times a second.
+std::unique_ptr<ServerProgram> startChangingServer(const std::string& program) {
+  return std::make_unique<ServerProgram>(
+      CommandLine{"--synthetic", "10x1000", "--churn", "1000000"}, std::nullopt, program);
+}
+
+/// By how much a count grows in some time.
+struct Growth {
+  unsigned long before;
+  unsigned long after;
+  Clock::duration time;
+};
+
+/// Observes `count` for half a second, once what was pending has arrived.
+Growth observe(const std::function<unsigned long()>& count) {
+  constexpr int settlingMilliseconds = 100;
+  constexpr int arrivingMilliseconds = 5;
+  constexpr int countedMilliseconds = 500;
+  ::poll(nullptr, 0, settlingMilliseconds);
+  // The time begins before the count, so that the updates of earlier changes are not counted
+  // as updates of this time.
+  const Clock::time_point begin = Clock::now();
+  ::poll(nullptr, 0, arrivingMilliseconds);
+  const unsigned long before = count();
+  ::poll(nullptr, 0, countedMilliseconds);
+  const unsigned long after = count();
+  return {before, after, Clock::now() - begin};
 }
 
 }  // namespace
@@ -103,23 +134,25 @@ Sampler modelStoreRate(Fields& fields) {
 Sampler modelChangeRate(Fields& fields) {
   const auto values = static_cast<ModelClient::Values>(fields.number());
   return [values, program = fields.text()]() -> std::vector<double> {
-    constexpr int settlingMilliseconds = 100;
-    constexpr int arrivingMilliseconds = 5;
-    constexpr int countedMilliseconds = 500;
-    const ServerProgram server({"--synthetic", "10x1000", "--churn", "1000000"}, std::nullopt,
-                               program);
-    const auto subscriber = subscribeToModel(server.name(), 10, values);
+    const auto server = startChangingServer(program);
+    const auto subscriber = subscribeToModel(server->name(), 10, values);
     // Updates that became pending during the subscription arrive first.
     subscriber->await(1);
-    ::poll(nullptr, 0, settlingMilliseconds);
-    // The time begins before the count, so that the updates of earlier changes are not counted
-    // as updates of this time.
-    const Clock::time_point begin = Clock::now();
-    ::poll(nullptr, 0, arrivingMilliseconds);
-    const unsigned long before = subscriber->count();
-    ::poll(nullptr, 0, countedMilliseconds);
-    const unsigned long after = subscriber->count();
-    return {thousandsPerSecond(after - before, Clock::now() - begin)};
+    const Growth growth = observe([&] { return subscriber->count(); });
+    return {thousandsPerSecond(growth.after - growth.before, growth.time)};
+  };
+}
+
+Sampler printedChangeRate(Fields& fields) {
+  std::string program = fields.text();
+  return [program = std::move(program), words = fields.rest()]() -> std::vector<double> {
+    const auto server = startChangingServer(program);
+    std::vector<std::string> command = words;
+    command.insert(command.end(), {server->name(), "/"});
+    const PrintingProgram tool(command);
+    tool.awaitOutput();
+    const Growth growth = observe([&] { return tool.output().size(); });
+    return {thousandsPerSecond(tool.output().lines(growth.before, growth.after), growth.time)};
   };
 }
 
