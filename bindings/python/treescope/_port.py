@@ -13,17 +13,41 @@ from typing import Any, ClassVar, Optional, TypeVar
 from ._library import SUCCESS, TIMEOUT, call, message, raw
 from .errors import error_of
 
-Self = TypeVar("Self", bound="Port")
+Self = TypeVar("Self", bound="Closable")
 
 
-class Port:
-    """A handle of the library that is dispatched and closed."""
+class Closable:
+    """A handle of the library, which the end of a `with` closes."""
+
+    _handle: Optional[int]
+
+    @property
+    def closed(self) -> bool:
+        return self._handle is None
+
+    def close(self) -> None:
+        raise NotImplementedError
+
+    def __enter__(self: Self) -> Self:
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        self.close()
+
+
+class Port(Closable):
+    """A handle that is dispatched, too."""
 
     _kind: ClassVar[str]
     _close_function: ClassVar[str]
 
     def __init__(self) -> None:
-        self._handle: Optional[int] = None
+        self._handle = None
         # What a callback raised; the dispatch that called it raises it again.
         self._raised: list[BaseException] = []
         # The threads that wait for the descriptor, which must stay open until they know of its end:
@@ -87,10 +111,6 @@ class Port:
         """Ends one waiting `dispatch`, from any thread."""
         call(self._kind + "_wake", self._handle)
 
-    @property
-    def closed(self) -> bool:
-        return self._handle is None
-
     def close(self) -> None:
         """Closes it, which is allowed more than once."""
         with self._state:
@@ -107,17 +127,6 @@ class Port:
         if result != SUCCESS:
             self._handle = handle
             raise error_of(result, message())
-
-    def __enter__(self: Self) -> Self:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
-        self.close()
 
     def __del__(self, _warn: Any = warnings.warn) -> None:
         if getattr(self, "_handle", None) is not None:

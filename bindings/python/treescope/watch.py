@@ -8,10 +8,10 @@ from collections import deque
 from collections.abc import Callable, Iterator
 from ctypes import byref, c_void_p
 from dataclasses import dataclass
-from types import TracebackType
 from typing import TYPE_CHECKING, Any, Optional
 
 from . import _library as lib
+from ._port import Closable
 from .errors import TreescopeError, error_of
 from .values import Type, Value, parse, parse_scalar
 
@@ -68,7 +68,7 @@ class RawUpdate:
     is_node: bool
 
 
-class Watch:
+class Watch(Closable):
     """The updates of a value or a subtree: iterate over them, and close it at the end.
 
     Made by `Client.watch`. The iteration dispatches the client and waits.
@@ -83,7 +83,7 @@ class Watch:
         self._structure = structure
         self._types: dict[tuple[int, ...], tuple[Type, int]] = {}
         self._names: dict[tuple[int, ...], str] = {}
-        self._handle: Optional[int] = None
+        self._handle = None
         # Called after each report, by asyncio clients.
         self.on_pending: Callable[[], None] = lambda: None
         self._callback = lib.Watcher(self._take)
@@ -126,10 +126,6 @@ class Watch:
         except BaseException as error:
             self.client._raised.append(error)
 
-    @property
-    def closed(self) -> bool:
-        return self._handle is None
-
     def close(self) -> None:
         """Ends the watch."""
         handle, self._handle = self._handle, None
@@ -137,17 +133,6 @@ class Watch:
             # If the client has been closed, so has the watch.
             lib.raw("watch_stop", handle)
             self.pending.clear()
-
-    def __enter__(self) -> Watch:
-        return self
-
-    def __exit__(
-        self,
-        kind: Optional[type[BaseException]],
-        error: Optional[BaseException],
-        trace: Optional[TracebackType],
-    ) -> None:
-        self.close()
 
     def __iter__(self) -> Iterator[Update]:
         return self
