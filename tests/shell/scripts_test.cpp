@@ -70,6 +70,9 @@ TEST_F(Scripts, UnquotingRemovesOnlyTheOpeningQuote) {
   EXPECT_EQ(shell.runCommandString("\"", 1), 3);
   EXPECT_EQ(shell.runCommandString("\"get\" x", 0), 1);
   EXPECT_THAT(shell.calls, ElementsAre("set|0|1|/a\"", "get|x"));
+  shell.calls.clear();
+  EXPECT_EQ(runFile("\"set 1 /a\""), 1);
+  EXPECT_THAT(shell.calls, ElementsAre("set|0|1|/a\""));
 }
 
 TEST_F(Scripts, FileEndsAtAnEmptyLine) {
@@ -134,12 +137,8 @@ TEST_F(Scripts, BatchModeHasNoHistory) {
   EXPECT_EQ(output.take(), "/\n");
 }
 
-TEST(Interactive, RunsLinesAndEndsWithTheInput) {
-  FedInput input;
-  const std::string longLine = "get " + std::string(500, 'x');
-  input.feed("pwd\n" + longLine + "\nhistory\n");
-  input.end();
-  CapturedOutput output;
+/// The calls of an interactive shell, until its exit, that reads its input until it stops.
+std::vector<std::string> callsOfInteractiveShell() {
   std::vector<std::string> calls;
   {
     // The destructor joins the editor's thread before `calls` is read.
@@ -156,7 +155,16 @@ TEST(Interactive, RunsLinesAndEndsWithTheInput) {
       std::this_thread::yield();
     }
   }
-  EXPECT_THAT(calls, ElementsAre("get|" + longLine.substr(4)));
+  return calls;
+}
+
+TEST(Interactive, RunsLinesAndEndsWithTheInput) {
+  FedInput input;
+  const std::string longLine = "get " + std::string(500, 'x');
+  input.feed("pwd\n" + longLine + "\nhistory\n");
+  input.end();
+  CapturedOutput output;
+  EXPECT_THAT(callsOfInteractiveShell(), ElementsAre("get|" + longLine.substr(4)));
   const std::string at = "\033[39m\033[1G";
   const EditorEcho echo(" /");
   EXPECT_EQ(output.take(), echo.prompt() + echo.typed("pwd") + "\n" + at + "/\n" +
@@ -169,13 +177,7 @@ TEST(Interactive, EndsAtTheExitCommandThoughInputFollows) {
   FedInput input;
   input.feed("exit; get x\nget y\n");
   CapturedOutput output;
-  {
-    RecordingShell shell(0);
-    shell.acceptInput();
-    while (shell.isRunning() != 0) {
-      std::this_thread::yield();
-    }
-  }
+  static_cast<void>(callsOfInteractiveShell());
   const EditorEcho echo(" /");
   EXPECT_EQ(output.take(), echo.prompt() + echo.typed("exit; get x") + "\n");
 }
@@ -185,13 +187,7 @@ TEST(Interactive, ReportsAReferenceBeyondTheHistoryAsNotFound) {
   input.feed("!-1\npwd\n");
   input.end();
   CapturedOutput output;
-  {
-    RecordingShell shell(0);
-    shell.acceptInput();
-    while (shell.isRunning() != 0) {
-      std::this_thread::yield();
-    }
-  }
+  static_cast<void>(callsOfInteractiveShell());
   const EditorEcho echo(" /");
   const std::string at = "\033[39m\033[1G";
   EXPECT_EQ(output.take(), echo.prompt() + echo.typed("!-1") + "\n" + at + "ERROR: NotFound\n" +
@@ -203,22 +199,7 @@ TEST(Interactive, RunsATabAsACommandOfTheLine) {
   FedInput input;
   input.feed("  get x\ty; q\tlate");
   CapturedOutput output;
-  std::vector<std::string> calls;
-  {
-    struct Shell : RecordingShell {
-      explicit Shell(std::vector<std::string>& out) : RecordingShell(0), out_(out) {}
-      int doExit() override {
-        out_ = calls;
-        return 1;
-      }
-      std::vector<std::string>& out_;
-    } shell(calls);
-    shell.acceptInput();
-    while (shell.isRunning() != 0) {
-      std::this_thread::yield();
-    }
-  }
-  EXPECT_THAT(calls, ElementsAre("tab|get |x", "tab|get |xy"));
+  EXPECT_THAT(callsOfInteractiveShell(), ElementsAre("tab|get |x", "tab|get |xy"));
 }
 
 }  // namespace

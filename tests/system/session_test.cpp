@@ -106,6 +106,10 @@ TEST_F(Session, ACommandFileRunsLineByLine) {
   EXPECT_EQ(::unlink(file.c_str()), 0);
 }
 
+TEST(SessionString, KeepsItsQuotes) {
+  EXPECT_EQ(outputOf({"-c", "\"pwd\""}), "/\n");
+}
+
 class SwitchesThatPrintNothing : public testing::TestWithParam<std::vector<std::string>> {};
 
 TEST_P(SwitchesThatPrintNothing, EndWithoutOutput) {
