@@ -81,6 +81,19 @@ TEST_F(Cd, CancelsTheSubscriptionsBelowTheCurrentDirectoryBeforeItDisconnects) {
   EXPECT_FALSE(scope_.connected());
 }
 
+TEST_F(Cd, EndsTheSubscriptionsElsewhereWithTheConnection) {
+  connect();
+  ASSERT_EQ(run("eu top").result, 1);
+  ASSERT_EQ(run("cd drive").result, 1);
+  ASSERT_EQ(run("cd").result, 1);
+  connect();
+  EXPECT_EQ(run("eu -l"), (CommandResult{1, ""}));
+  ASSERT_EQ(server_.top.setValue("changed"), ModelSrv::ModelRes_Success);
+  ASSERT_EQ(run("eu drive/speed").result, 1);
+  ASSERT_EQ(server_.speed.setValue(43), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(takeUpdates(1), "/drive/speed\n");
+}
+
 TEST_F(Cd, StaysAfterTheServerHasStopped) {
   connect();
   server_.end();
