@@ -1,11 +1,11 @@
-#include <atomic>
 #include <iostream>
 #include <iterator>
+#include <optional>
 #include <sstream>
-#include <thread>
 
 #include "evtsrv/event_port_manager.h"
 #include "tests/coherence/published_model.h"
+#include "tests/support/pump.h"
 
 // Publishes the tree of the tests as port argv[1]. Reads commands from standard input, one in
 // each line, and prints "ok" after each one:
@@ -62,21 +62,14 @@ int main(int argc, char* argv[]) {
   if (root.startAsServer(argv[1]) != ModelSrv::ModelRes_Success) {
     return 1;
   }
-  std::atomic<bool> running{true};
   // The changes are made on another thread than the one that serves requests.
-  std::thread pump([&] {
-    while (running) {
-      static_cast<void>(manager.receiveEvent(-1));
-    }
-  });
+  std::optional<test_support::Pump> pump(manager);
   std::cout << "ready" << std::endl;
   for (std::string line; std::getline(std::cin, line);) {
     execute(tree, published, line);
     std::cout << "ok" << std::endl;
   }
-  running = false;
-  manager.wake();
-  pump.join();
+  pump.reset();
   root.stop(true);
   return 0;
 }

@@ -1,6 +1,5 @@
 #include <atomic>
 #include <new>
-#include <thread>
 
 #include "tests/commands/scope_fixture.h"
 #include "tests/support/process.h"
@@ -178,35 +177,12 @@ TEST_F(Watch, ReturnsNothingForASubtreeWithoutChildren) {
   EXPECT_EQ(subscribed(), "");
 }
 
-/// A server with an empty tree.
-class EmptyServer {
- public:
-  explicit EmptyServer(const std::string& name) {
-    EXPECT_EQ(root_.startAsServer(name), ModelSrv::ModelRes_Success) << name;
-    thread_ = std::thread([this] {
-      while (!ending_) {
-        static_cast<void>(manager_.receiveEvent(-1));
-      }
-    });
-  }
-  ~EmptyServer() {
-    ending_ = true;
-    manager_.wake();
-    thread_.join();
-  }
-  EmptyServer(const EmptyServer&) = delete;
-  EmptyServer& operator=(const EmptyServer&) = delete;
-
- private:
-  EvtSrv::EventPortManager manager_{EvtSrv::ConBehave_Void, false};
-  ModelSrv::ModelRoot root_{&manager_};
-  std::atomic<bool> ending_{false};
-  std::thread thread_;
-};
-
 TEST_F(Watch, ReturnsNothingForTheSubtreeOfARootWithoutChildren) {
   const std::string name = test_support::uniquePortName("empty");
-  const EmptyServer server(name);
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Void, false);
+  ModelSrv::ModelRoot root(&manager);
+  ASSERT_EQ(root.startAsServer(name), ModelSrv::ModelRes_Success);
+  const test_support::Pump pump(manager);
   ASSERT_EQ(run("cd").result, 1);
   ASSERT_EQ(run("cd " + name).result, 1);
   for (const char* command : {"eu -r", "eu -r /", "eu -r ~"}) {

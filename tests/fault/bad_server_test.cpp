@@ -1,7 +1,6 @@
 #include <thread>
 
-#include "tests/fault/fault_test.h"
-#include "tests/fault/raw_pipe.h"
+#include "tests/fault/raw_server_test.h"
 
 // A client of a server that violates the protocol.
 
@@ -13,18 +12,8 @@ using ModelSrv::ModelRes_NotConnected;
 using ModelSrv::ModelRes_Protocol;
 using ModelSrv::ModelRes_Success;
 
-class BadServer : public FaultTest {
+class BadServer : public RawServerTest {
  protected:
-  /// Connects `client` to the raw server, which replies to the hello with `welcome`.
-  Reply connect(Client& client, const std::string& welcome) {
-    std::thread acceptor([&] { EXPECT_TRUE(server_.accept(welcome)); });
-    Reply reply = client.connect(port);
-    acceptor.join();
-    return reply;
-  }
-
-  Reply connect(Client& client) { return connect(client, wire::frame(wire::welcome, 0, 0, {})); }
-
   /// Requests the counter. The server replies with the frame `bytes`, into which it puts
   /// the request's sequence number, and closes the reply pipe.
   Reply getCounter(Client& client, std::string bytes) {
@@ -44,26 +33,24 @@ class BadServer : public FaultTest {
     serving.join();
     return result;
   }
-
-  RawServer server_{mailbox};
 };
 
 TEST_F(BadServer, ReplyIsAccepted) {
   Client client(false);
-  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  connect(client);
   EXPECT_EQ(getCounter(client, wire::frame(wire::reply, 0, 0, "123")).text, "123");
 }
 
 TEST_F(BadServer, ReplyInTheOtherByteOrderIsAccepted) {
   Client client(false);
-  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  connect(client);
   const auto frame = wire::frame(wire::reply, 0, 0, "123", std::nullopt, wire::Order::mostFirst);
   EXPECT_EQ(getCounter(client, frame).text, "123");
 }
 
 TEST_F(BadServer, LateReplyToAnotherRequestIsDropped) {
   Client client(false);
-  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  connect(client);
   std::thread serving([&] {
     const auto request = server_.readRequest();
     ASSERT_TRUE(request);
@@ -108,7 +95,7 @@ class BadReplies : public BadServer, public testing::WithParamInterface<BadReply
 
 TEST_P(BadReplies, FailsTheRequestImmediatelyAndEveryLaterOneWithTheSameError) {
   Client client(false);
-  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  connect(client);
   const Reply reply = getCounter(client, GetParam().bytes);
   EXPECT_EQ(reply.result, GetParam().result);
   EXPECT_LT(reply.elapsed, immediateLimit);
@@ -120,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(Garbage, BadReplies, testing::ValuesIn(badReplies()),
 
 TEST_F(BadServer, ListWithAWrongCountIsAProtocolError) {
   Client client(false);
-  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  connect(client);
   for (const std::string& payload :
        {wire::u16(65535), wire::u16(2) + wire::u16(1), std::string(1, '\1'), wire::u16(0) + "x"}) {
     std::thread serving([&] {
@@ -137,7 +124,7 @@ TEST_F(BadServer, ListWithAWrongCountIsAProtocolError) {
 
 TEST_F(BadServer, GarbageOnTheEventPipeEndsTheConnection) {
   Client client(false);
-  ASSERT_EQ(connect(client).result, ModelRes_Success);
+  connect(client);
   ASSERT_TRUE(server_.events.write("these bytes are not an event"));
   EXPECT_EQ(client.manager.receiveEvent(2000), EvtSrv::EvtRes_Success);
   const Reply reply = client.get(client.counter);

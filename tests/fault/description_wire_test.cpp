@@ -1,8 +1,8 @@
 #include <thread>
 
 #include "modelsrv/part_description.h"
-#include "tests/fault/fault_test.h"
-#include "tests/fault/raw_pipe.h"
+#include "tests/fault/raw_server_test.h"
+#include "tests/support/pump.h"
 
 // Descriptions and the reasons of refused stores, byte by byte, and between peers of which one
 // does not know them.
@@ -31,21 +31,13 @@ TEST_F(FaultTest, DescriptionAndReasonHaveTheDocumentedBytes) {
   ASSERT_EQ(gains.setAttributes({"V", "0", "5", "supply", {}}), ModelRes_Success);
   ASSERT_EQ(root.add(&gains), ModelRes_Success);
   ASSERT_EQ(root.startAsServer(port), ModelRes_Success);
-  std::atomic<bool> running{true};
-  std::thread pump([&] {
-    while (running) {
-      static_cast<void>(manager.receiveEvent(-1));
-    }
-  });
+  const test_support::Pump pump(manager);
   RawClient client;
   EXPECT_TRUE(client.connect(mailbox));
   const auto described = client.exchange(wire::describe, chain({5}));
   const auto refused =
       client.exchange(wire::load, chain({5}) + u16(1) + std::string(1, '\1') + "5.5");
   const auto stored = client.exchange(wire::load, chain({5}) + u16(1) + std::string(1, '\1') + "4");
-  running = false;
-  manager.wake();
-  pump.join();
   ASSERT_TRUE(described && refused && stored);
   EXPECT_EQ(described->code, 0);
   EXPECT_EQ(described->payload, counted("double") + u16(3) + std::string(1, '\0') + u16(2) +
@@ -58,25 +50,7 @@ TEST_F(FaultTest, DescriptionAndReasonHaveTheDocumentedBytes) {
   EXPECT_EQ(stored->payload, "");
 }
 
-class OtherBuild : public FaultTest {
- protected:
-  void connect(Client& client) {
-    std::thread acceptor([this] { ASSERT_TRUE(server_.accept()); });
-    EXPECT_EQ(client.connect(port).result, ModelRes_Success);
-    acceptor.join();
-  }
-
-  /// Reads a request of operation `code` and replies to it.
-  void reply(std::uint16_t code, std::uint16_t result, std::string_view payload = {}) {
-    const auto request = server_.readRequest();
-    ASSERT_TRUE(request);
-    EXPECT_EQ(request->code, code);
-    EXPECT_TRUE(
-        server_.replies.write(wire::frame(wire::reply, result, request->sequence, payload)));
-  }
-
-  RawServer server_{mailbox};
-};
+class OtherBuild : public RawServerTest {};
 
 TEST_F(OtherBuild, OfAServerWithoutDescriptionsGivesTheElements) {
   Client client(false);

@@ -1,7 +1,6 @@
 #include <thread>
 
-#include "tests/fault/fault_test.h"
-#include "tests/fault/raw_pipe.h"
+#include "tests/fault/raw_server_test.h"
 
 // A connection that ends after a request was written and before its reply came.
 
@@ -13,29 +12,14 @@ using ModelSrv::ModelRes_OutcomeUnknown;
 using ModelSrv::ModelRes_Success;
 using ModelSrv::ModelRes_Timeout;
 
-class LostReply : public FaultTest {
+class LostReply : public RawServerTest {
  protected:
-  void connect(Client& client) {
-    std::thread acceptor([this] { ASSERT_TRUE(server_.accept()); });
-    EXPECT_EQ(client.connect(port).result, ModelRes_Success);
-    acceptor.join();
-  }
-
   /// Serves one connection on a thread of its own while `request` runs.
   template <typename Serve, typename Request>
   static void during(Serve serve, Request request) {
     std::thread serving(serve);
     request();
     serving.join();
-  }
-
-  /// Reads a request of operation `code` and replies to it.
-  void reply(std::uint16_t code, std::uint16_t result, std::string_view payload = {}) {
-    const auto request = server_.readRequest();
-    ASSERT_TRUE(request);
-    EXPECT_EQ(request->code, code);
-    EXPECT_TRUE(
-        server_.replies.write(wire::frame(wire::reply, result, request->sequence, payload)));
   }
 
   /// Reads a request of operation `code` and ends the connection without a reply.
@@ -51,8 +35,6 @@ class LostReply : public FaultTest {
     server_.replies.close();
     server_.events.close();
   }
-
-  RawServer server_{mailbox};
 };
 
 TEST_F(LostReply, OfAStoreIsReportedAndTheStoreIsNotSentAgain) {

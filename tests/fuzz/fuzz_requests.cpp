@@ -29,6 +29,7 @@
 #include "modelsrv/source/watch_payloads.h"
 #include "modelsrv/value_parts.h"
 #include "tests/fuzz/fuzz_input.h"
+#include "tests/platform/modelsrv/foreign_bytes.h"
 
 namespace {
 
@@ -40,9 +41,6 @@ using EvtSrv::internal::PayloadReader;
 using fuzz::require;
 using Bytes = std::vector<std::uint8_t>;
 using Chain = std::vector<ModelPartId>;
-
-constexpr ByteOrder otherOrder =
-    nativeOrder == ByteOrder::leastFirst ? ByteOrder::mostFirst : ByteOrder::leastFirst;
 
 class Connection final : public EvtSrv::internal::ServerConnection {
  public:
@@ -91,7 +89,8 @@ class Service {
       if ((flags & 8U) != 0) {
         require(node_.remove(&number_) == ModelRes_Success, "a part can be taken out");
       }
-      checkRequest(operation, payload, (flags & 1U) != 0 ? otherOrder : nativeOrder);
+      checkRequest(operation, payload,
+                   (flags & 1U) != 0 ? modelsrv_tests::foreignOrder : nativeOrder);
       if ((flags & 8U) != 0) {
         require(node_.add(&number_) == ModelRes_Success, "a part can be put back");
       }

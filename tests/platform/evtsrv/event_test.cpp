@@ -129,52 +129,43 @@ class WaitingThread {
   std::thread thread_;
 };
 
-TEST_F(Events, OfOneDispatchLetAWaitingThreadHaveTheMutexBetweenThem) {
-  connect();
-  post("one");
-  post("two");
-  std::optional<WaitingThread> waiting;
+class EventsBesideAThread : public Events {
+ protected:
+  /// Dispatches two events. During the first one a thread begins to wait for the client mutex,
+  /// with which it runs `action`.
+  void dispatchTwoBeside(const std::function<void()>& action) {
+    connect();
+    post("one");
+    post("two");
+    std::optional<WaitingThread> waiting;
+    client.onEvent = [&] {
+      if (!waiting) {
+        waiting.emplace(client.core, action);
+      }
+    };
+    EXPECT_EQ(client.core.receive(0), EvtRes_Success);
+    waiting.reset();
+    client.onEvent = nullptr;
+  }
+};
+
+TEST_F(EventsBesideAThread, LetItHaveTheMutexBetweenThem) {
   std::vector<std::size_t> handled;
-  client.onEvent = [&] {
-    if (!waiting) {
-      waiting.emplace(client.core, [&] { handled.push_back(client.events.size()); });
-    }
-  };
-  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
-  waiting.reset();
+  dispatchTwoBeside([&] { handled.push_back(client.events.size()); });
   EXPECT_EQ(client.events.size(), 2U);
   EXPECT_EQ(handled, std::vector<std::size_t>{1});
 }
 
-TEST_F(Events, StopWhenAThreadClosesTheConnectionBetweenThem) {
-  connect();
-  post("one");
-  post("two");
-  std::optional<WaitingThread> waiting;
-  client.onEvent = [&] {
-    if (!waiting) {
-      waiting.emplace(client.core, [&] { client.close(); });
-    }
-  };
-  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
-  waiting.reset();
+TEST_F(EventsBesideAThread, StopWhenItClosesTheConnectionBetweenThem) {
+  dispatchTwoBeside([&] { client.close(); });
   EXPECT_EQ(client.events.size(), 1U);
 }
 
-TEST_F(Events, AreAllReceivedIfAThreadDispatchesBetweenThem) {
-  connect();
-  post("one");
-  post("two");
-  std::optional<WaitingThread> waiting;
-  client.onEvent = [&] {
-    if (!waiting) {
-      post("three");
-      waiting.emplace(client.core, [&] { static_cast<void>(client.core.receive(0)); });
-    }
-  };
-  EXPECT_EQ(client.core.receive(0), EvtRes_Success);
-  waiting.reset();
-  client.onEvent = nullptr;
+TEST_F(EventsBesideAThread, AreAllReceivedIfItDispatchesBetweenThem) {
+  dispatchTwoBeside([&] {
+    post("three");
+    static_cast<void>(client.core.receive(0));
+  });
   receiveAll();
   EXPECT_EQ(client.events.size(), 3U);
 }
