@@ -53,6 +53,12 @@ Context::Context(Options options)
 }
 
 void Context::fail(Status status, std::string_view subject, std::string_view reason) {
+  if (kept_) {
+    if (kept_->status == Status::success) {
+      kept_ = {status, std::string(subject), std::string(reason)};
+    }
+    return;
+  }
   // What was printed before the failure stands before its message.
   output_.flush();
   messages_.print(subject, reason);
@@ -61,6 +67,12 @@ void Context::fail(Status status, std::string_view subject, std::string_view rea
 
 void Context::fail(std::string_view subject, ModelSrv::ModelRes result, RequestKind kind) {
   fail(statusOf(result, kind), subject, ModelSrv::describe(result));
+}
+
+Context::Failure Context::takeFailure() {
+  Failure failure = std::move(*kept_);
+  kept_.reset();
+  return failure;
 }
 
 void Context::note(Status status) {

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -37,6 +38,18 @@ class Context {
   /// Keeps the status without a message.
   void note(Status status);
 
+  /// A failure that is not reported yet.
+  struct Failure {
+    Status status = Status::success;
+    std::string subject;
+    std::string reason;
+  };
+
+  /// Keeps the first failure from now on instead of reporting it, until it is taken.
+  void keepFailure() { kept_.emplace(); }
+  /// What has been kept; its status is `Status::success` if there was none.
+  [[nodiscard]] Failure takeFailure();
+
   /// Lets connections that are made from now on come back after a loss.
   void reconnect() { reconnects_ = true; }
 
@@ -45,6 +58,8 @@ class Context {
   Connection* connect(const std::string& server, std::string_view subject);
   /// Tries to connect again if there is no connection, without messages.
   ModelSrv::ModelRes tryConnect(const std::string& server);
+  /// Ends the connection. Its watches have ended.
+  void disconnect(const std::string& server) { servers_.erase(server); }
   /// The same without messages: whether there is such a server.
   Connection* connectIfLiving(const std::string& server);
 
@@ -63,6 +78,7 @@ class Context {
   Output output_;
   Messages messages_;
   Status status_ = Status::success;
+  std::optional<Failure> kept_;
   bool reconnects_ = false;
   std::map<std::string, Opened, std::less<>> servers_;
 };

@@ -17,9 +17,7 @@ using Clock = Watcher::Clock;
 class Waiter {
  public:
   Waiter(Context& context, Condition condition)
-      : context_(context),
-        condition_(std::move(condition)),
-        watcher_(context, {.typed = true, .repeats = true}) {
+      : context_(context), condition_(std::move(condition)) {
     if (context.options().timeout) {
       end_ = Watcher::after(*context.options().timeout);
     }
@@ -28,8 +26,7 @@ class Waiter {
   void run(const Address& address) {
     const StopSignals signals;
     address_ = address.text;
-    if (!awaitServer(address) || !isPart(address) || !watcher_.start({address}) ||
-        context_.status() != Status::success) {
+    if (!start(address)) {
       return;
     }
     while (!isDone_) {
@@ -37,7 +34,7 @@ class Waiter {
       if (holdsUntil_ && (!deadline || *holdsUntil_ < *deadline)) {
         deadline = holdsUntil_;
       }
-      for (const Change& change : watcher_.wait(deadline)) {
+      for (const Change& change : watcher_->wait(deadline)) {
         take(change);
       }
       checkTime();
@@ -45,10 +42,40 @@ class Waiter {
   }
 
  private:
+  /// Starts the watch. False if the command has ended.
+  bool start(const Address& address) {
+    while (awaitServer(address)) {
+      watcher_.emplace(context_, WatchNeeds{.typed = true, .repeats = true});
+      context_.keepFailure();
+      const bool isStarted = isPart(address) && watcher_->start({address});
+      const Context::Failure failure = context_.takeFailure();
+      if (failure.status == Status::success) {
+        return isStarted && !isDone_;
+      }
+      if (failure.status != Status::noServer && failure.status != Status::timeout) {
+        context_.fail(failure.status, failure.subject, failure.reason);
+        return false;
+      }
+      // The server went meanwhile.
+      watcher_.reset();
+      context_.disconnect(address.server.bytes());
+      pause();
+    }
+    return false;
+  }
+
+  /// Waits a moment for a server to appear.
+  void pause() {
+    constexpr double longest = 0.5;
+    const double left =
+        end_ ? std::chrono::duration<double>(*end_ - Clock::now()).count() : longest;
+    mailboxes_.wait(std::clamp(left, 0.0, longest));
+    checkTime();
+  }
+
   /// Waits until the server accepts a connection. Other failures end the command.
   bool awaitServer(const Address& address) {
     context_.reconnect();
-    MailboxWatch mailboxes;
     while (!isDone_) {
       const ModelSrv::ModelRes result = context_.tryConnect(address.server.bytes());
       if (result == ModelSrv::ModelRes_Success) {
@@ -59,27 +86,28 @@ class Waiter {
         context_.fail(statusOf(result), address_, connectionError(address.server.bytes(), result));
         return false;
       }
-      constexpr double longestPause = 0.5;
-      const double left =
-          end_ ? std::chrono::duration<double>(*end_ - Clock::now()).count() : longestPause;
-      mailboxes.wait(std::clamp(left, 0.0, longestPause));
-      checkTime();
+      pause();
     }
     return false;
   }
 
+  /// Whether it stands for a part, of which more has to be known.
   bool isPart(const Address& address) {
+    bool isFound = false;
     forEachMatch(context_, address, [&](const Match& match) {
       ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
       if (match.index == ModelSrv::ModelPartIndex_All &&
           isNode(*match.connection, match.chain, result)) {
         context_.fail(Status::notFound, match.shown(), "a node has no value");
       } else if (result == ModelSrv::ModelRes_Success) {
+        isFound = true;
         checkPresent(match);
+      } else {
+        context_.fail(match.shown(), result);
       }
       return Visit::taken;
     });
-    return context_.status() == Status::success && !isDone_;
+    return isFound && !isDone_;
   }
 
   /// Ends at once if the condition holds, which needs no watch.
@@ -157,7 +185,8 @@ class Waiter {
 
   Context& context_;
   Condition condition_;
-  Watcher watcher_;
+  MailboxWatch mailboxes_;
+  std::optional<Watcher> watcher_;
   std::string address_;
   Value present_;  ///< the whole value after the last change
   std::optional<Clock::time_point> end_;
