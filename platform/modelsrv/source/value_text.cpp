@@ -43,6 +43,22 @@ ModelRes parse(std::string_view text, bool& value) {
   return ModelRes_Success;
 }
 
+/// Parses a word that is a number and nothing else. `value` is unchanged after an error.
+template <typename T>
+ModelRes parseNumber(std::string_view word, T& value) {
+  T parsed{};
+  const char* const end = word.data() + word.size();
+  const auto [stop, error] = std::from_chars(word.data(), end, parsed);
+  if (error == std::errc::invalid_argument || stop != end) {
+    return ModelRes_BadText;
+  }
+  if (error != std::errc{}) {
+    return ModelRes_OutOfRange;
+  }
+  value = parsed;
+  return ModelRes_Success;
+}
+
 template <typename T>
 requires std::is_integral_v<T> ModelRes parse(std::string_view text, T& value) {
   std::string_view word = trimmed(text);
@@ -55,17 +71,7 @@ requires std::is_integral_v<T> ModelRes parse(std::string_view text, T& value) {
       word.remove_prefix(1);
     }
   }
-  T parsed{};
-  const char* const end = word.data() + word.size();
-  const auto [stop, error] = std::from_chars(word.data(), end, parsed);
-  if (error == std::errc::invalid_argument || stop != end) {
-    return ModelRes_BadText;
-  }
-  if (error != std::errc{}) {
-    return ModelRes_OutOfRange;
-  }
-  value = parsed;
-  return ModelRes_Success;
+  return parseNumber(word, value);
 }
 
 /// The parts of a floating-point number's bits.
@@ -112,17 +118,7 @@ requires std::is_floating_point_v<T> ModelRes parse(std::string_view text, T& va
     value = *nan;
     return ModelRes_Success;
   }
-  T parsed{};
-  const char* const end = word.data() + word.size();
-  const auto [stop, error] = std::from_chars(word.data(), end, parsed);
-  if (error == std::errc::invalid_argument || stop != end) {
-    return ModelRes_BadText;
-  }
-  if (error != std::errc{}) {
-    return ModelRes_OutOfRange;
-  }
-  value = parsed;
-  return ModelRes_Success;
+  return parseNumber(word, value);
 }
 
 ModelRes parse(std::string_view text, std::string_view& value) {
