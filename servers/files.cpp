@@ -19,38 +19,11 @@ namespace modelsrvd {
 
 namespace {
 
-/// The result of `call`, a system call that is repeated while a signal interrupts it.
-template <typename Call>
-auto uninterrupted(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) {
-    result = call();
-  }
-  return result;
-}
-
 /// O_NONBLOCK: opening a pipe must not wait for its writer.
 int openToRead(const std::string& path) {
   return uninterrupted(
       [&] { return ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY); });
 }
-
-/// A file that is open for reading; closes its descriptor.
-class OpenFile {
- public:
-  explicit OpenFile(const std::string& path) : descriptor_(openToRead(path)) {}
-  ~OpenFile() {
-    if (descriptor_ >= 0) {
-      ::close(descriptor_);
-    }
-  }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  [[nodiscard]] int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
 
 std::string describeErrno(int code) {
   return std::strerror(code);
@@ -85,30 +58,17 @@ int readAll(int descriptor, std::size_t maxBytes, std::string& text) {
 }  // namespace
 
 FileReader::FileReader(std::string path, std::size_t maxBytes)
-    : path_(std::move(path)), maxBytes_(maxBytes), buffer_(pieceSize) {
-  // What allocates comes before, or ends what is open.
-  descriptor_ = openToRead(path_);
-  if (descriptor_ < 0) {
+    : path_(std::move(path)), maxBytes_(maxBytes), buffer_(pieceSize), file_(openToRead(path_)) {
+  if (file_.get() < 0) {
     error_ = errorAt(path_, describeErrno(errno));
-    return;
-  }
-  try {
+  } else {
     checkFile();
-  } catch (...) {
-    ::close(descriptor_);
-    throw;
-  }
-}
-
-FileReader::~FileReader() {
-  if (descriptor_ >= 0) {
-    ::close(descriptor_);
   }
 }
 
 void FileReader::checkFile() {
   struct stat status {};
-  if (::fstat(descriptor_, &status) != 0) {
+  if (::fstat(file_.get(), &status) != 0) {
     error_ = errorAt(path_, describeErrno(errno));
   } else if (!S_ISREG(status.st_mode)) {
     error_ = errorAt(path_, "not a regular file");
@@ -122,7 +82,7 @@ std::string_view FileReader::next() {
     return {};
   }
   const ssize_t count =
-      uninterrupted([&] { return ::read(descriptor_, buffer_.data(), buffer_.size()); });
+      uninterrupted([&] { return ::read(file_.get(), buffer_.data(), buffer_.size()); });
   if (count < 0) {
     error_ = errorAt(path_, describeErrno(errno));
     return {};
@@ -185,7 +145,7 @@ std::optional<Error> writeOutput(std::string_view text) {
 
 std::optional<std::string> HostFiles::read(const std::string& path) const {
   constexpr std::size_t maxBytes = std::size_t{1024} * 1024;
-  const OpenFile file(top_ + path);
+  const OpenFile file(openToRead(top_ + path));
   std::string text;
   if (file.get() < 0 || readAll(file.get(), maxBytes, text) != 0) {
     return std::nullopt;

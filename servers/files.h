@@ -9,6 +9,7 @@
 #include <sys/types.h>
 
 #include "servers/error.h"
+#include "servers/open_file.h"
 
 namespace modelsrvd {
 
@@ -23,7 +24,6 @@ class FileReader {
  public:
   /// Opens `path`. A file of more than `maxBytes` is an error.
   FileReader(std::string path, std::size_t maxBytes);
-  ~FileReader();
   FileReader(const FileReader&) = delete;
   FileReader& operator=(const FileReader&) = delete;
 
@@ -42,7 +42,7 @@ class FileReader {
   std::size_t maxBytes_;
   std::size_t bytesRead_ = 0;
   std::vector<char> buffer_;
-  int descriptor_ = -1;
+  OpenFile file_;
   std::optional<Error> error_;
 };
 

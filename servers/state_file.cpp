@@ -10,36 +10,11 @@
 #include <cstring>
 #include <utility>
 
+#include "servers/open_file.h"
+
 namespace modelsrvd {
 
 namespace {
-
-/// The result of `call`, a system call that is repeated while a signal interrupts it.
-template <typename Call>
-auto repeated(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) {
-    result = call();
-  }
-  return result;
-}
-
-/// An open file. Its destructor closes it.
-class OpenState {
- public:
-  explicit OpenState(int descriptor) : descriptor_(descriptor) {}
-  ~OpenState() {
-    if (descriptor_ >= 0) {
-      ::close(descriptor_);
-    }
-  }
-  OpenState(const OpenState&) = delete;
-  OpenState& operator=(const OpenState&) = delete;
-  [[nodiscard]] int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
 
 Error errorOf(const std::string& path, const std::string& what) {
   return {oneLine(path) + ": " + what};
@@ -54,7 +29,7 @@ bool readRest(int descriptor, std::string& text) {
   std::array<char, 65536> buffer{};
   for (;;) {
     const ssize_t count =
-        repeated([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
+        uninterrupted([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
     if (count <= 0) {
       return count == 0;
     }
@@ -64,7 +39,8 @@ bool readRest(int descriptor, std::string& text) {
 
 bool writeAll(int descriptor, std::string_view text) {
   while (!text.empty()) {
-    const ssize_t count = repeated([&] { return ::write(descriptor, text.data(), text.size()); });
+    const ssize_t count =
+        uninterrupted([&] { return ::write(descriptor, text.data(), text.size()); });
     if (count < 0) {
       return false;
     }
@@ -77,7 +53,7 @@ bool writeAll(int descriptor, std::string_view text) {
 
 Result<std::optional<std::string>> StateFile::read() const {
   // O_NONBLOCK: opening a pipe must not wait for its writer.
-  const OpenState file(repeated([&] {
+  const OpenFile file(uninterrupted([&] {
     return ::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
   }));
   if (file.get() < 0 && errno == ENOENT) {
@@ -134,12 +110,12 @@ std::optional<Error> StateFile::writeNew(std::string_view text) const {
   if (::unlink(newPath().c_str()) != 0 && errno != ENOENT) {
     return systemError(newPath());
   }
-  const OpenState file(repeated([&] {
+  const OpenFile file(uninterrupted([&] {
     return ::open(newPath().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
   }));
   // The umask may have taken from the mode.
-  if (file.get() < 0 || repeated([&] { return ::fchmod(file.get(), 0600); }) != 0 ||
-      !writeAll(file.get(), text) || repeated([&] { return ::fsync(file.get()); }) != 0) {
+  if (file.get() < 0 || uninterrupted([&] { return ::fchmod(file.get(), 0600); }) != 0 ||
+      !writeAll(file.get(), text) || uninterrupted([&] { return ::fsync(file.get()); }) != 0) {
     return systemError(newPath());
   }
   return std::nullopt;
@@ -148,11 +124,11 @@ std::optional<Error> StateFile::writeNew(std::string_view text) const {
 std::optional<Error> StateFile::syncDirectory() const {
   const std::size_t slash = path_.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : path_.substr(0, slash + 1);
-  const OpenState opened(
-      repeated([&] { return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  const OpenFile opened(
+      uninterrupted([&] { return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   // Some file systems cannot do that.
   if (opened.get() < 0 ||
-      (repeated([&] { return ::fsync(opened.get()); }) != 0 && errno != EINVAL)) {
+      (uninterrupted([&] { return ::fsync(opened.get()); }) != 0 && errno != EINVAL)) {
     return systemError(directory);
   }
   return std::nullopt;
