@@ -1,4 +1,4 @@
-#include "tests/fault/fault_test.h"
+#include "tests/fault/other_client_test.h"
 #include "tests/fault/raw_pipe.h"
 
 namespace fault {
@@ -44,36 +44,14 @@ std::vector<BadFrame> badFrames() {
   };
 }
 
-/// Another client, which must not be affected by what happens to the first one.
-class BadFrames : public FaultTest, public testing::WithParamInterface<BadFrame> {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(server_.execute("serve " + port), success());
-    // This client does not connect again, so a closed connection would show.
-    ASSERT_EQ(otherClient_.connect(port).result, ModelRes_Success);
-    ASSERT_EQ(otherClient_.subscribe(otherClient_.counter), ModelRes_Success);
-    before_ = descriptorCount(server_.pid());
-  }
-
-  void expectOthersUnaffected() {
-    EXPECT_TRUE(eventually([this] { return descriptorCount(server_.pid()) == before_; }));
-    const unsigned updates = otherClient_.counter.updates();
-    ASSERT_EQ(server_.execute("set 42"), success());
-    EXPECT_TRUE(otherClient_.pumpUntil([&] { return otherClient_.counter.updates() > updates; }));
-    EXPECT_EQ(otherClient_.get(otherClient_.counter).text, "42");
-  }
-
-  Peer server_;
-  Client otherClient_{false};
-  std::size_t before_ = 0;
-};
+class BadFrames : public OtherClientTest, public testing::WithParamInterface<BadFrame> {};
 
 TEST_P(BadFrames, ClosesOnlyThatConnection) {
   RawClient client;
   ASSERT_TRUE(client.connect(mailbox));
   ASSERT_TRUE(client.requests.write(GetParam().bytes));
   EXPECT_TRUE(client.events.ended());
-  expectOthersUnaffected();
+  expectOtherUnaffected();
 }
 
 INSTANTIATE_TEST_SUITE_P(Garbage, BadFrames, testing::ValuesIn(badFrames()),
@@ -88,7 +66,7 @@ TEST_F(BadFrames, FrameThatIsCutAtAnyByteClosesOnlyThatConnection) {
     client.requests.close();
     EXPECT_TRUE(client.replies.ended()) << "cut at " << cut;
   }
-  expectOthersUnaffected();
+  expectOtherUnaffected();
 }
 
 TEST_F(BadFrames, FrameThatArrivesByteByByteGetsAReply) {

@@ -1,4 +1,4 @@
-#include "tests/fault/fault_test.h"
+#include "tests/fault/other_client_test.h"
 #include "tests/fault/raw_pipe.h"
 
 namespace fault {
@@ -6,33 +6,15 @@ namespace {
 
 using ModelSrv::ModelRes_Success;
 
-class ClientThat : public FaultTest {
+class ClientThat : public OtherClientTest {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(server_.execute("serve " + port), success());
-    ASSERT_EQ(otherClient_.connect(port).result, ModelRes_Success);
-    ASSERT_EQ(otherClient_.subscribe(otherClient_.counter), ModelRes_Success);
-    before_ = descriptorCount(server_.pid());
-  }
-
-  void TearDown() override {
-    EXPECT_TRUE(eventually([this] { return descriptorCount(server_.pid()) == before_; }))
-        << descriptorCount(server_.pid()) << " descriptors, before " << before_;
-    const unsigned updates = otherClient_.counter.updates();
-    ASSERT_EQ(server_.execute("set 77"), success());
-    EXPECT_TRUE(otherClient_.pumpUntil([&] { return otherClient_.counter.updates() > updates; }));
-    EXPECT_EQ(otherClient_.get(otherClient_.counter).text, "77");
-  }
+  void TearDown() override { expectOtherUnaffected(); }
 
   void connectAndSubscribe(Peer& client) {
     ASSERT_EQ(client.execute("connect " + port), success());
     ASSERT_EQ(client.execute("subscribe"), success());
     ASSERT_EQ(descriptorCount(server_.pid()), before_ + 3);
   }
-
-  Peer server_;
-  Client otherClient_;
-  std::size_t before_ = 0;
 };
 
 TEST_F(ClientThat, ExitsAndTheServerClosesItsPipes) {

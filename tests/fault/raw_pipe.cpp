@@ -9,67 +9,26 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
-#include <ctime>
 #include <utility>
 
 namespace fault {
 
 namespace {
 
-/// Blocks the SIGPIPE of this thread's writes. The disposition of the process is part of
-/// what is tested, so it must not change.
-class SigpipeBlock {
- public:
-  SigpipeBlock() {
-    sigemptyset(&set_);
-    sigaddset(&set_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &set_, &before_);
-  }
-  ~SigpipeBlock() {
-    const timespec none{};
-    while (sigtimedwait(&set_, nullptr, &none) > 0) {
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  SigpipeBlock(const SigpipeBlock&) = delete;
-  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
-
- private:
-  sigset_t set_{};
-  sigset_t before_{};
-};
-
 constexpr std::array<const char*, 3> suffixes{".req", ".rep", ".evt"};
 
 }  // namespace
-
-RawPipe::RawPipe(RawPipe&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-RawPipe& RawPipe::operator=(RawPipe&& other) noexcept {
-  if (this != &other) {
-    close();
-    descriptor_ = std::exchange(other.descriptor_, -1);
-  }
-  return *this;
-}
 
 RawPipe RawPipe::open(const std::string& path, int flags) {
   return RawPipe(::open(path.c_str(), flags | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
 }
 
-void RawPipe::close() {
-  if (isOpen()) {
-    ::close(std::exchange(descriptor_, -1));
-  }
-}
-
 bool RawPipe::lock() const {
-  return ::flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
+  return ::flock(descriptor(), LOCK_EX | LOCK_NB) == 0;
 }
 
 bool RawPipe::await(short events) const {
-  pollfd waited{descriptor_, events, 0};
+  pollfd waited{descriptor(), events, 0};
   int ready = 0;
   do {
     ready = ::poll(&waited, 1, static_cast<int>(test_support::timeout.count()));
@@ -78,9 +37,9 @@ bool RawPipe::await(short events) const {
 }
 
 bool RawPipe::write(std::string_view bytes) const {
-  const SigpipeBlock block;
+  const test_support::BlockedPipeSignal block;
   while (!bytes.empty()) {
-    const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
+    const ssize_t count = ::write(descriptor(), bytes.data(), bytes.size());
     if (count >= 0) {
       bytes.remove_prefix(static_cast<std::size_t>(count));
     } else if (errno != EINTR && (errno != EAGAIN || !await(POLLOUT))) {
@@ -95,7 +54,7 @@ std::string RawPipe::read(std::size_t count) const {
   std::size_t done = 0;
   // Waits first: while no writer has opened the pipe, a read returns an end of file.
   while (done < count && await(POLLIN)) {
-    const ssize_t received = ::read(descriptor_, bytes.data() + done, count - done);
+    const ssize_t received = ::read(descriptor(), bytes.data() + done, count - done);
     if (received > 0) {
       done += static_cast<std::size_t>(received);
     } else if (received == 0 || (errno != EINTR && errno != EAGAIN)) {
@@ -118,12 +77,12 @@ std::optional<wire::Frame> RawPipe::readFrame() const {
 
 std::size_t RawPipe::pendingBytes() const {
   int count = 0;
-  return ::ioctl(descriptor_, FIONREAD, &count) == 0 ? static_cast<std::size_t>(count) : 0;
+  return ::ioctl(descriptor(), FIONREAD, &count) == 0 ? static_cast<std::size_t>(count) : 0;
 }
 
 bool RawPipe::ended() const {
   char byte = 0;
-  return await(POLLIN) && ::read(descriptor_, &byte, 1) == 0;
+  return await(POLLIN) && ::read(descriptor(), &byte, 1) == 0;
 }
 
 RawClient::RawClient() {

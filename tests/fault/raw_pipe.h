@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "tests/fault/wire.h"
+#include "tests/support/descriptor.h"
 #include "tests/support/process.h"
 
 namespace fault {
@@ -15,17 +16,14 @@ class RawPipe {
  public:
   RawPipe() = default;
   explicit RawPipe(int descriptor) : descriptor_(descriptor) {}
-  ~RawPipe() { close(); }
-  RawPipe(RawPipe&& other) noexcept;
-  RawPipe& operator=(RawPipe&& other) noexcept;
 
   /// open(2) with O_NONBLOCK, O_CLOEXEC and O_NOFOLLOW. After an error the result is not
   /// open.
   static RawPipe open(const std::string& path, int flags);
 
-  [[nodiscard]] bool isOpen() const { return descriptor_ >= 0; }
-  [[nodiscard]] int descriptor() const { return descriptor_; }
-  void close();
+  [[nodiscard]] bool isOpen() const { return descriptor_.isOpen(); }
+  [[nodiscard]] int descriptor() const { return descriptor_.get(); }
+  void close() { descriptor_.close(); }
 
   /// flock(2), which also keeps a sweep from removing the pipe.
   [[nodiscard]] bool lock() const;
@@ -48,7 +46,7 @@ class RawPipe {
  private:
   bool await(short events) const;
 
-  int descriptor_ = -1;
+  test_support::Descriptor descriptor_;
 };
 
 /// A client that speaks the protocol without the library.

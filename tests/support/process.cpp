@@ -101,34 +101,23 @@ pid_t spawn(const std::vector<std::string>& command, const ProcessOptions& optio
   return pid;
 }
 
-/// A write to a program that has ended must return EPIPE, not end the test. The action
-/// of a signal belongs to the process, so SIGPIPE is blocked for this thread alone, and
-/// a pending one is consumed.
-class BlockedPipeSignal {
- public:
-  BlockedPipeSignal() {
-    sigemptyset(&set_);
-    sigaddset(&set_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &set_, &before_);
-  }
-  ~BlockedPipeSignal() {
-    const timespec none{};
-    while (sigtimedwait(&set_, nullptr, &none) > 0) {
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  BlockedPipeSignal(const BlockedPipeSignal&) = delete;
-  BlockedPipeSignal& operator=(const BlockedPipeSignal&) = delete;
-
- private:
-  sigset_t set_{};
-  sigset_t before_{};
-};
-
 }  // namespace
 
 void throwError(const char* what, int error) {
   throw std::system_error(error, std::generic_category(), what);
+}
+
+BlockedPipeSignal::BlockedPipeSignal() {
+  sigemptyset(&set_);
+  sigaddset(&set_, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &set_, &before_);
+}
+
+BlockedPipeSignal::~BlockedPipeSignal() {
+  const timespec none{};
+  while (sigtimedwait(&set_, nullptr, &none) > 0) {
+  }
+  pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
 int millisecondsUntil(std::chrono::steady_clock::time_point deadline) {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <functional>
 #include <optional>
 #include <string>
@@ -37,6 +38,20 @@ bool eventually(const std::function<bool()>& condition);
 /// The time until `deadline` in milliseconds, rounded up, as poll(2) takes it; 0 when
 /// it is over.
 int millisecondsUntil(std::chrono::steady_clock::time_point deadline);
+
+/// While it exists, a write of this thread to a pipe whose reader has gone fails with EPIPE and
+/// does not end the test. The disposition of SIGPIPE, which belongs to the process, stays.
+class BlockedPipeSignal {
+ public:
+  BlockedPipeSignal();
+  ~BlockedPipeSignal();
+  BlockedPipeSignal(const BlockedPipeSignal&) = delete;
+  BlockedPipeSignal& operator=(const BlockedPipeSignal&) = delete;
+
+ private:
+  sigset_t set_{};
+  sigset_t before_{};
+};
 
 /// Whether this is a build with the address or the thread sanitizer, which takes more
 /// time and memory.

@@ -15,14 +15,7 @@ namespace {
 using namespace ModelSrv;
 using namespace modelsrv_tests;
 
-class CachedReads : public testing::Test {
- protected:
-  void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
-
-  std::string name_ = test_support::uniquePortName();
-  Server server_{name_};
-  Client client_;
-};
+class CachedReads : public ConnectedClient {};
 
 TEST_F(CachedReads, SeeEveryKindOfChangeAtTheServerAtOnce) {
   const auto load = [](ModelPart& part, const std::string& text) {

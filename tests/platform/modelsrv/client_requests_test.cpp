@@ -13,14 +13,7 @@ using namespace ModelSrv;
 using namespace modelsrv_tests;
 using namespace std::string_literals;
 
-class ClientRequests : public testing::Test {
- protected:
-  void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
-
-  std::string name_ = test_support::uniquePortName();
-  Server server_{name_};
-  Client client_;
-};
+class ClientRequests : public ConnectedClient {};
 
 TEST_F(ClientRequests, ReceiveAStartedEventRightAfterConnecting) {
   EXPECT_EQ(client_.manager.receiveEvent(test_support::timeoutMilliseconds),

@@ -14,10 +14,8 @@ using namespace modelsrv_tests;
 
 using Updates = std::vector<std::pair<Chain, ModelPartIndex>>;
 
-class ClientUpdates : public testing::Test {
+class ClientUpdates : public ConnectedClient {
  protected:
-  void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
-
   /// The updates that the server has written so far. They end with one of the marker part,
   /// which this function changes: updates are written before the next reply, or right after it if
   /// its own request made the change.
@@ -39,9 +37,6 @@ class ClientUpdates : public testing::Test {
 
   const Chain markerChain_{1, 12};
   int markerValue_ = 1000;
-  std::string name_ = test_support::uniquePortName();
-  Server server_{name_};
-  Client client_;
 };
 
 TEST_F(ClientUpdates, ReachTheSubscribingPartWithItsContext) {

@@ -16,10 +16,8 @@ using namespace ModelSrv;
 using namespace modelsrv_tests;
 using testing::ElementsAre;
 
-class ReadTree : public testing::Test {
+class ReadTree : public ConnectedClient {
  protected:
-  void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
-
   /// Reads the tree into lines: "CHAIN NAME TYPE ACCESS[ELEMENTS]=TEXT".
   ModelRes read(const Chain& chain) {
     ModelPart& part =
@@ -51,9 +49,6 @@ class ReadTree : public testing::Test {
     return lines_.size() != wanted_;
   }
 
-  std::string name_ = test_support::uniquePortName();
-  Server server_{name_};
-  Client client_;
   std::vector<std::string> lines_;
   TreeReading reading_;
   std::size_t wanted_ = 0;

@@ -10,6 +10,16 @@ namespace modelsrv_tests {
 using test_support::Pump;
 using Server = test_support::SampleServer;
 
+/// A client that is connected to the sample server.
+class ConnectedClient : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelSrv::ModelRes_Success); }
+
+  std::string name_ = test_support::uniquePortName();
+  Server server_{name_};
+  Client client_;
+};
+
 inline const Chain driveChain{1};
 inline const Chain speedChain{1, 1};
 inline const Chain labelChain{1, 2};

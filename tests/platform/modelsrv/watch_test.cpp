@@ -21,10 +21,8 @@ using namespace modelsrv_tests;
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
-class Watches : public testing::Test {
+class Watches : public ConnectedClient {
  protected:
-  void SetUp() override { ASSERT_EQ(client_.connect(name_), ModelRes_Success); }
-
   /// Starts the watch and waits for the current values.
   ModelRes start(Watch& watch, WatchLog& log, const Chain& chain,
                  const WatchOptions& options = {}) {
@@ -40,9 +38,6 @@ class Watches : public testing::Test {
     return client_.pumpUntil([&] { return !log.lines.empty() && log.lines.back() == line; });
   }
 
-  std::string name_ = test_support::uniquePortName();
-  Server server_{name_};
-  Client client_;
   WatchLog log_;
   Watch watch_;
 };
