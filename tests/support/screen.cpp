@@ -3,6 +3,7 @@
 #include <vterm.h>
 
 #include <algorithm>
+#include <array>
 #include <new>
 #include <ostream>
 
@@ -51,6 +52,19 @@ Colour colourOf(const VTermColor& colour) {
     default:
       return Colour::other;
   }
+}
+
+/// The 16 colours of a terminal, readable on a dark background.
+constexpr std::array<std::uint32_t, 16> palette{
+    0x3b4252, 0xe06c75, 0x98c379, 0xe5c07b, 0x61afef, 0xc678dd, 0x56b6c2, 0xd8dee9,
+    0x6b7280, 0xff7b86, 0xb5e890, 0xffd68a, 0x82c4ff, 0xe29bf5, 0x76d9e6, 0xffffff};
+
+std::uint32_t rgbOf(const VTermScreen* screen, VTermColor colour) {
+  if (VTERM_COLOR_IS_INDEXED(&colour) && colour.indexed.idx < palette.size()) {
+    return palette[colour.indexed.idx];
+  }
+  vterm_screen_convert_color_to_rgb(screen, &colour);
+  return static_cast<std::uint32_t>(colour.rgb.red << 16 | colour.rgb.green << 8 | colour.rgb.blue);
 }
 
 const char* nameOf(Colour colour) {
@@ -186,6 +200,38 @@ Look Screen::look(Position position) const {
           cell.attrs.reverse != 0, colourOf(cell.fg)};
 }
 
+Cell Screen::cell(Position position) const {
+  VTermScreenCell read{};
+  vterm_screen_get_cell(screen_, {position.row, position.column}, &read);
+  Cell cell;
+  cell.columns = read.width;
+  cell.bold = read.attrs.bold != 0;
+  cell.underline = read.attrs.underline != 0;
+  cell.reverse = read.attrs.reverse != 0;
+  if (!VTERM_COLOR_IS_DEFAULT_FG(&read.fg)) {
+    cell.foreground = rgbOf(screen_, read.fg);
+  }
+  if (!VTERM_COLOR_IS_DEFAULT_BG(&read.bg)) {
+    cell.background = rgbOf(screen_, read.bg);
+  }
+  if (read.chars[0] == static_cast<std::uint32_t>(-1)) {
+    cell.columns = 0;
+    return cell;
+  }
+  for (int i = 0; i < VTERM_MAX_CHARS_PER_CELL && read.chars[i] != 0; ++i) {
+    appendUtf8(cell.text, read.chars[i]);
+  }
+  return cell;
+}
+
+int Screen::usedRows() const {
+  int used = 0;
+  for (int index = 0; index < rows(); ++index) {
+    used = row(index).empty() ? used : index + 1;
+  }
+  return used;
+}
+
 std::optional<Look> Screen::lookOf(std::string_view text) const {
   const std::optional<Position> start = find(text);
   if (!start) {
@@ -201,13 +247,7 @@ std::optional<Look> Screen::lookOf(std::string_view text) const {
 }
 
 std::string Screen::picture() const {
-  const int used = [this] {
-    int last = cursor().row;
-    for (int index = 0; index < rows(); ++index) {
-      last = row(index).empty() ? last : std::max(last, index);
-    }
-    return last + 1;
-  }();
+  const int used = std::max(usedRows(), cursor().row + 1);
   const std::string edge = '+' + std::string(static_cast<std::size_t>(columns()), '-') + "+\n";
   std::string picture = edge;
   for (int index = 0; index < used; ++index) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -31,6 +32,18 @@ struct Position {
   int row = 0;
   int column = 0;
   bool operator==(const Position&) const = default;
+};
+
+/// A character on the screen with all of its colours.
+struct Cell {
+  std::string text;  ///< in UTF-8; empty if there is none
+  int columns = 1;   ///< 2 for a wide character, 0 for the right half of one
+  bool bold = false;
+  bool underline = false;
+  bool reverse = false;
+  /// As 0xRRGGBB; nothing for the terminal's own colour.
+  std::optional<std::uint32_t> foreground = {};
+  std::optional<std::uint32_t> background = {};
 };
 
 /// What a user sees: the screen of a UTF-8 terminal, after the bytes that a program
@@ -68,6 +81,10 @@ class Screen {
   [[nodiscard]] int rowsWith(std::string_view text) const;
 
   [[nodiscard]] Look look(Position position) const;
+  [[nodiscard]] Cell cell(Position position) const;
+
+  /// How many rows there are from the top to the last one that is not empty.
+  [[nodiscard]] int usedRows() const;
 
   /// The look of `text` where `find` finds it; nothing if it is not on the screen or
   /// its characters differ.

@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/process.h"
+#include "tests/support/screen.h"
+#include "tests/terminal/screen_svg.h"
+#include "tests/terminal/terminal_test.h"
+
+// The pictures of the documents: a screen as SVG.
+
+namespace terminal_test {
+namespace {
+
+using test_support::ExitStatus;
+using test_support::Finished;
+
+const std::string expectedPicture =
+    R"(<svg xmlns="http://www.w3.org/2000/svg" role="img")"
+    R"( aria-labelledby="title" width="192.0" height="78.0" viewBox="0 0 192.0 78.0">
+<title id="title">A &lt;test&gt;</title>
+<rect width="100%" height="100%" rx="6" fill="#1e222a"/>
+<g xml:space="preserve" font-family="ui-monospace, 'DejaVu Sans Mono', Menlo, Consolas, monospace")"
+    R"( font-size="14" fill="#d8dee9">
+<text x="12.0" y="25.5" textLength="33.6">a  b</text>
+<text x="45.6" y="25.5" textLength="8.4" fill="#61afef" font-weight="bold">c</text>
+<rect x="12.0" y="48.0" width="25.2" height="18.0" fill="#d8dee9"/>
+<text x="12.0" y="61.5" textLength="25.2" fill="#1e222a">&lt;&amp;&gt;</text>
+<text x="54.0" y="61.5" textLength="25.2">)"
+    "\u4e2d\u28ff"
+    R"(</text>
+</g>
+</svg>
+)";
+
+constexpr std::string_view shownBytes =
+    "a  b\033[1;34mc\033[m\r\n\r\n\033[7m<&>\033[m  \u4e2d\u28ff";
+
+TEST(Picture, HasTheTextAndTheLookOfTheScreen) {
+  test_support::Screen screen(5, 20);
+  screen.write(shownBytes);
+  EXPECT_EQ(svgOf(screen, "A <test>"), expectedPicture);
+}
+
+const std::string sessionPicture =
+    R"(<svg xmlns="http://www.w3.org/2000/svg" role="img")"
+    R"( aria-labelledby="title" width="444.0" height="114.0" viewBox="0 0 444.0 114.0">
+<title id="title">Completion</title>
+<rect width="100%" height="100%" rx="6" fill="#1e222a"/>
+<g xml:space="preserve" font-family="ui-monospace, 'DejaVu Sans Mono', Menlo, Consolas, monospace")"
+    R"( font-size="14" fill="#d8dee9">
+<text x="12.0" y="25.5" textLength="184.8">speed       speedlimit</text>
+<text x="213.6" y="25.5" textLength="50.4" fill="#98c379">gains/</text>
+<text x="314.4" y="25.5" textLength="42.0">label</text>
+<text x="12.0" y="43.5" textLength="50.4" fill="#61afef">motor/</text>
+<text x="112.8" y="43.5" textLength="75.6">noname-12</text>
+<text x="12.0" y="61.5" textLength="134.4">[ drive]$ get sp</text>
+<text x="12.0" y="79.5" textLength="184.8">speed       speedlimit</text>
+<text x="12.0" y="97.5" textLength="159.6">[ drive]$ get speed</text>
+</g>
+</svg>
+)";
+
+std::string pictureProgram() {
+  return test_support::buildDirectory() + "/tests/terminal_picture";
+}
+
+TEST(Picture, OfASessionIsTheSameEachTime) {
+  const ModelServer server = ModelServer::ofTree(driveTree);
+  // What has the server's name scrolls off.
+  const std::string steps = "await [ /]$ \ntype cd " + server.name() + "\\r\nawait [ " +
+                            server.name() + "]$ \ntype cd drive\\r\nawait [ drive]$ \n" +
+                            "type ls -c\\r\nawait [ drive]$ \ntype get sp\\t\nawait get speed\n";
+  const Finished finished = test_support::run(
+      {pictureProgram(), "50x5", "Completion", test_support::treescopeProgram()}, steps);
+  EXPECT_EQ(finished.status, ExitStatus{}) << finished.errors;
+  EXPECT_EQ(finished.output, sessionPicture);
+}
+
+TEST(Picture, RefusesWhatItDoesNotKnow) {
+  const Finished finished =
+      test_support::run({pictureProgram(), "20x5", "title", "cat"}, "dance\n");
+  EXPECT_EQ(finished.status, (ExitStatus{1, 0}));
+  EXPECT_EQ(finished.errors, "terminal_picture: no such step: dance\n");
+}
+
+}  // namespace
+}  // namespace terminal_test
