@@ -50,8 +50,55 @@ from .errors import (
     Vetoed,
 )
 from .server import Part, Server
-from .values import Access, Child, Description, Type, Value
+from .values import Access, Child, Description, Tree, TreePart, Type, Value
 from .watch import Change, Update, Watch
 
-__all__ = [name for name in dir() if not name.startswith("_") and name[0].isupper()]
-__all__ += ["__version__"]
+__all__ = [
+    "__version__",
+    "Access",
+    "AsyncClient",
+    "BadArgument",
+    "BadName",
+    "BadRequest",
+    "BadText",
+    "Busy",
+    "Change",
+    "Child",
+    "Client",
+    "Closed",
+    "Description",
+    "DuplicateId",
+    "Event",
+    "LimitReached",
+    "NameInUse",
+    "NoDescriptors",
+    "NoServer",
+    "NoSpace",
+    "NoSuchElement",
+    "NoSuchPart",
+    "NoValue",
+    "NotPermitted",
+    "NotSubscribable",
+    "NotSupported",
+    "NotWritable",
+    "OutOfRange",
+    "OutcomeUnknown",
+    "Part",
+    "Protected",
+    "ProtocolError",
+    "ReadOnly",
+    "Refused",
+    "Server",
+    "SystemFailure",
+    "Timeout",
+    "TooLarge",
+    "Tree",
+    "TreePart",
+    "TreescopeError",
+    "Type",
+    "Unreachable",
+    "Update",
+    "Value",
+    "Vetoed",
+    "Watch",
+]

@@ -34,8 +34,11 @@ LOADER = 1
 class Bytes(Structure):
     _fields_ = [("data", c_void_p), ("size", c_size_t)]
 
+    def content(self) -> bytes:
+        return ctypes.string_at(self.data, self.size)
+
     def text(self) -> str:
-        return decode(ctypes.string_at(self.data, self.size))
+        return decode(self.content())
 
 
 class Child(Structure):
@@ -87,6 +90,23 @@ class StoreRequest(Structure):
     ]
 
 
+class CTreePart(Structure):
+    _fields_ = [
+        ("path", c_char_p),
+        ("ids", POINTER(c_uint16)),
+        ("depth", c_size_t),
+        ("name", Bytes),
+        ("type", c_int),
+        ("access", c_int),
+        ("watchable", c_bool),
+        ("elements", c_size_t),
+        ("element_names", POINTER(Bytes)),
+        ("result", c_int),
+        ("text", Bytes),
+        ("number", c_double),
+    ]
+
+
 class CUpdate(Structure):
     _fields_ = [
         ("kind", c_int),
@@ -109,6 +129,7 @@ StoreCheck = CFUNCTYPE(c_int, c_void_p, POINTER(StoreRequest))
 Getter = CFUNCTYPE(c_int, c_void_p, c_void_p, c_void_p)
 WatchedHandler = CFUNCTYPE(None, c_void_p, c_bool)
 Watcher = CFUNCTYPE(None, c_void_p, POINTER(CUpdate))
+Visitor = CFUNCTYPE(c_bool, c_void_p, POINTER(CTreePart))
 
 _library = ctypes.CDLL(str(Path(__file__).absolute().parent / LIBRARY))
 
@@ -127,6 +148,7 @@ _signatures: dict[str, tuple[Any, list[Any]]] = {
     "treescope_list": (c_int, [c_void_p, c_char_p, POINTER(POINTER(Child)), POINTER(c_size_t)]),
     "treescope_describe": (c_int, [c_void_p, c_char_p, POINTER(POINTER(CDescription))]),
     "treescope_resolve": (c_int, [c_void_p, c_char_p, POINTER(c_void_p)]),
+    "treescope_read_tree": (c_int, [c_void_p, c_char_p, Visitor, c_void_p, POINTER(c_bool)]),
     "treescope_watch_start": (
         c_int,
         [c_void_p, c_char_p, c_uint, c_uint, Watcher, c_void_p, POINTER(c_void_p)],
@@ -184,7 +206,11 @@ def encode_path(path: str) -> bytes:
 
 
 def message() -> str:
-    return decode(_functions["treescope_message"]())
+    return decode(raw("message"))
+
+
+def result_text(result: int) -> str:
+    return decode(raw("result_text", result))
 
 
 def raw(name: str, *arguments: Any) -> Any:
@@ -194,7 +220,10 @@ def raw(name: str, *arguments: Any) -> Any:
 
 def call(name: str, *arguments: Any) -> None:
     """Calls a function; a result other than success is an exception."""
-    result = raw(name, *arguments)
+    check(raw(name, *arguments))
+
+
+def check(result: int) -> None:
     if result != SUCCESS:
         # The message is this thread's, and no other call of it came in between.
         raise error_of(result, message())

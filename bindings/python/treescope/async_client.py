@@ -10,21 +10,30 @@ from types import TracebackType
 from typing import Any, List, Optional, TypeVar
 
 from .client import Client, Event
-from .values import Child, Description, Storable, Value
+from .values import Child, Description, Storable, Tree, Value
 from .watch import Update, Watch
 
 T = TypeVar("T")
+C = TypeVar("C", Client, Watch)
 
 #: A watch with so many updates that its program has not taken stops the dispatch; the server then
 #: reports the last value of each part only.
 MAX_PENDING = 1000
 
 
+def _close_result(finished: Future[C]) -> None:
+    if not finished.cancelled() and finished.exception() is None:
+        finished.result().close()
+
+
 class AsyncClient:
     """`async with AsyncClient("Model_host") as client: print(await client.get("/cpu/load"))`
 
     Requests run one after the other on a thread of this client's own; meanwhile the event loop
-    waits for no event of the connection. Events arrive through the event loop's reader.
+    waits for no event of the connection. Events arrive through the event loop's reader. For the
+    thread of one event loop, that in which it was entered. Errors are those of `Client`; what a
+    handler raises goes to the event loop's exception handler. When it is left, iterations over its
+    watches end.
     """
 
     def __init__(self, name: str) -> None:
@@ -34,13 +43,14 @@ class AsyncClient:
         # The dispatch rests as long as there are any: running requests, and full watches.
         self._requests = 0
         self._full: set[Watch] = set()
+        self._arrived: set[asyncio.Event] = set()  # of all watches
         self._descriptor = -1
         self._on_event: Optional[Callable[[Event], None]] = None
 
     async def __aenter__(self) -> AsyncClient:
         self._loop = asyncio.get_running_loop()
         try:
-            self._client = await self._loop.run_in_executor(self._thread, Client, self.name)
+            self._client = await self._opened(partial(Client, self.name))
         except BaseException:
             self._thread.shutdown(wait=False)
             raise
@@ -57,6 +67,8 @@ class AsyncClient:
     ) -> None:
         self._loop.remove_reader(self._descriptor)
         client, self._client = self._client, None
+        for arrived in self._arrived:
+            arrived.set()
         if client is not None:
             await self._loop.run_in_executor(self._thread, client.close)
         self._thread.shutdown(wait=False)
@@ -72,7 +84,7 @@ class AsyncClient:
         """Calls `handler` in the event loop for each event of the connection; None: no longer."""
         self._on_event = handler
 
-    async def get(self, path: str) -> Value:
+    async def get(self, path: str) -> Any:
         """As `Client.get`, and so are the others."""
         return await self._run(partial(self.client.get, path))
 
@@ -88,15 +100,23 @@ class AsyncClient:
     async def resolve(self, path: str) -> str:
         return await self._run(partial(self.client.resolve, path))
 
+    async def read_tree(self, path: str = "/") -> Tree:
+        return await self._run(partial(self.client.read_tree, path))
+
     async def watch(
         self, path: str, *, subtree: bool = False, period: float = 0, structure: bool = False
     ) -> AsyncIterator[Update]:
-        """As `Client.watch`: `async for update in client.watch(path):`"""
+        """As `Client.watch`: `async for update in client.watch(path):`
+
+        A program that takes updates slowly gets the last value of each part. The watch ends with the
+        iteration (`aclose`, or `contextlib.aclosing`) and with the client.
+        """
         start = partial(
             self.client.watch, path, subtree=subtree, period=period, structure=structure
         )
         arrived = asyncio.Event()
-        watch = await self._run(start)
+        watch = await self._opened(start)
+        self._arrived.add(arrived)
 
         def note() -> None:
             arrived.set()
@@ -113,26 +133,42 @@ class AsyncClient:
                     if not watch.is_reported(raw):
                         continue
                     update = watch.convert(raw, names)
-                    if update is None:
+                    if update is None and self._client is not None:
                         update = await self._run(partial(watch.request, raw, names))
-                    yield update
+                    if update is not None:
+                        yield update
+                if self._client is None:
+                    return
                 self._full.discard(watch)
                 self._update_reader()
                 arrived.clear()
                 await arrived.wait()
         finally:
+            self._arrived.discard(arrived)
             self._full.discard(watch)
             self._update_reader()
             if self._client is not None:
                 self._thread.submit(watch.close)
 
     async def _run(self, request: Callable[[], T]) -> T:
+        return await asyncio.wrap_future(self._submit(request))
+
+    async def _opened(self, request: Callable[[], C]) -> C:
+        """What `request` opens; closed again if nobody waits for it any more."""
+        running = self._submit(request)
+        try:
+            return await asyncio.wrap_future(running)
+        except BaseException:
+            running.add_done_callback(_close_result)
+            raise
+
+    def _submit(self, request: Callable[[], T]) -> Future[T]:
         # A dispatch would wait for the request's end.
         self._requests += 1
         self._update_reader()
         running = self._thread.submit(request)
         running.add_done_callback(self._finished)
-        return await asyncio.wrap_future(running)
+        return running
 
     def _finished(self, _running: Future[Any]) -> None:
         try:

@@ -3,62 +3,95 @@
 from __future__ import annotations
 
 import asyncio
+import threading
 from collections.abc import Callable, Sequence
 from ctypes import byref, c_void_p, string_at
 from typing import Any, Optional, Union
 
 from . import _library as lib
-from ._port import Port
+from ._port import LONGEST, Port
 from .client import has_line_feeds
-from .errors import Closed, TreescopeError, Unreachable, Vetoed
-from .values import Access, Scalar, Storable, Type, Value, parse, parse_scalar, to_text, type_of
+from .errors import Busy, Closed, TreescopeError, Unreachable, Vetoed
+from .values import (
+    Access,
+    Scalar,
+    Storable,
+    Type,
+    Value,
+    element_index,
+    parse,
+    parse_scalar,
+    to_text,
+    type_of,
+)
 
 #: Raises an exception to refuse a value: its text is the client's reason. The index is that of the
 #: element, or None for a single value.
-Check = Callable[[Scalar, Optional[int]], None]
+Check = Callable[[Any, Optional[int]], None]
 Getter = Callable[[], Scalar]
 
 
-class Part:
-    """A part of a server's tree. Any thread may use it. Made by `add` and `node`."""
+class Siblings:
+    """The children of a node, which it keeps, and the id of the next one."""
 
-    def __init__(self, server: Server, handle: int, name: str, type: Type, elements: int) -> None:
+    def __init__(self) -> None:
+        self.parts: set[Part] = set()
+        self.next_id = 1
+
+
+class Part:
+    """A part of a server's tree. Any thread may use it. Made by `add` and `node`.
+
+    Each operation raises `Closed` when the part has been removed or the server closed.
+    """
+
+    def __init__(
+        self, siblings: Siblings, server: Server, handle: int, name: str, type: Type, elements: int
+    ) -> None:
         self.server = server
         self.name = name
         self.type = type
         self.elements = elements
         self._handle = handle
-        self._next_id = 1
-        # The library calls them as long as the part exists.
-        self._callbacks: dict[str, Any] = {}
+        self._siblings = siblings
+        self._children = Siblings()
+        # The library calls them as long as the part exists: each, and the one before it, which may
+        # be what has replaced itself.
+        self._callbacks: dict[str, tuple[Any, ...]] = {}
 
     def __repr__(self) -> str:
         return f"<treescope.Part {self.name!r} {self.type.name}>"
 
-    def get(self, index: Optional[int] = None) -> Value:
-        """The present value, or that of one element."""
+    def get(self, index: Optional[int] = None) -> Any:
+        """The present value, or that of one element.
+
+        Raises `NoValue` for a node, `NoSuchElement`, and what a getter of the part raises for clients.
+        """
         if index is not None:
-            return parse_scalar(self._text(index), self.type)
+            return parse_scalar(self._text(element_index(index)), self.type)
         if self.type == Type.TEXT and self.elements > 1:
             texts = [self._text(i) for i in range(self.elements)]
-            return [parse_scalar(text, self.type) for text in texts]  # type: ignore[return-value]
+            return [parse_scalar(text, self.type) for text in texts]
         return parse(self._text(lib.ALL), self.type, self.elements)
 
     def _text(self, index: int) -> bytes:
         return lib.take_text("part_get", self._handle, index)
 
     def set(self, value: Storable, index: Optional[int] = None) -> None:
-        """Sets the value or one element from the server's side, whatever its access and limits."""
+        """Sets the value or one element from the server's side, whatever its access and limits.
+
+        Clients that watch it are notified if it changes the value, by the next dispatch. Raises
+        `BadText`, `OutOfRange` for the type, `TooLarge`, `NoValue` or `NoSuchElement`.
+        """
         if has_line_feeds(value):
             for i, element in enumerate(value):  # type: ignore[arg-type]
                 self.set(element, i)
             return
         text = to_text(value)
-        where = lib.ALL if index is None else index
-        lib.call("part_store", self._handle, where, text, len(text))
+        lib.call("part_store", self._handle, element_index(index), text, len(text))
 
     @property
-    def value(self) -> Value:
+    def value(self) -> Any:
         return self.get()
 
     @value.setter
@@ -74,12 +107,15 @@ class Part:
         return self.server.node(name, id=id, parent=self)
 
     def remove(self) -> None:
-        """Takes the part and everything below it out of the tree."""
+        """Takes the part and everything below it out of the tree. `Busy` in a server's callback."""
         lib.call("remove", self._handle)
-        self.server._parts.discard(self)
+        self._siblings.parts.discard(self)
 
     def on_store(self, check: Optional[Check]) -> None:
-        """Calls `check` in `dispatch` before a client's store is applied; None: no longer."""
+        """Calls `check` in `dispatch`, on its thread, before a client's store is applied.
+
+        None: no longer. `BadArgument` for a node.
+        """
 
         def run(_context: int, request: Any) -> int:
             try:
@@ -99,7 +135,9 @@ class Part:
     def on_get(self, getter: Optional[Getter]) -> None:
         """Lets clients read what `getter` returns, each time anew; None: the value that is held.
 
-        A getter that raises gives the client `Unreachable`, or the `TreescopeError` that it raises.
+        It is called in `dispatch` and in `get`, on their thread, and must return soon. One that raises
+        gives the client `Unreachable`, or the `TreescopeError` that it raises. `BadArgument` for a node
+        or an array.
         """
 
         def run(_context: int, _part: int, reply: int) -> int:
@@ -127,18 +165,31 @@ class Part:
         self._set_callback("on_watched", lib.WatchedHandler, handler and run)
 
     def _set_callback(self, name: str, kind: Any, run: Any) -> None:
-        callback = kind(run) if run is not None else kind(0)
+        calling = self.server._calling
+
+        def call(*arguments: Any) -> Any:
+            calling.append(threading.get_ident())
+            try:
+                return run(*arguments)
+            finally:
+                calling.remove(threading.get_ident())
+
+        # A null pointer of the type is "no callback".
+        callback = kind(call) if run is not None else kind(0)
         lib.call(name, self._handle, callback, None)
-        # A replaced one may be what has called this.
-        self._callbacks[name] = (callback, self._callbacks.get(name))[:1]
+        self._callbacks[name] = (callback, *self._callbacks.get(name, ())[:1])
 
     def notify(self) -> None:
-        """Notifies the watching clients that a getter has another value."""
+        """Notifies the watching clients that a getter has another value, by the next dispatch."""
         lib.call("notify", self._handle)
 
 
 class Server(Port):
-    """A tree of parts and the port that publishes it. Any thread may use it."""
+    """A tree of parts and the port that publishes it.
+
+    Any thread may use it. The callbacks of its parts run in `dispatch`, which `run` and `serve` call;
+    they may set and read parts, but not add or remove them, dispatch or close the server (`Busy`).
+    """
 
     _kind = "server"
     _close_function = "server_close"
@@ -146,8 +197,9 @@ class Server(Port):
     def __init__(self) -> None:
         super().__init__()
         self.name: Optional[str] = None
-        self._next_id = 1
-        self._parts: set[Part] = set()
+        self._children = Siblings()
+        #: The threads that are in callbacks.
+        self._calling: list[int] = []
         handle = c_void_p()
         lib.call("server_new", byref(handle))
         self._handle = handle.value
@@ -177,7 +229,9 @@ class Server(Port):
     ) -> Part:
         """Adds a part with a value, by default of the type that Python's value suggests.
 
-        A list makes an array. Without `id` it gets the one after the largest of its siblings.
+        A list makes an array. Without `id` it gets the one after the largest of its siblings. Raises
+        `BadArgument`, another ValueError for options that contradict each other, `DuplicateId`,
+        `BadText` or `OutOfRange` for the value; the tree is unchanged then.
         """
         if type is None:
             type = type_of(0.0 if value is None else value)
@@ -226,8 +280,8 @@ class Server(Port):
     def _add(
         self, name: str, options: lib.PartOptions, id: Optional[int], parent: Optional[Part]
     ) -> Part:
-        siblings = self if parent is None else parent
-        number = siblings._next_id if id is None else id
+        siblings = self._children if parent is None else parent._children
+        number = siblings.next_id if id is None else id
         if not 0 <= number <= 65533:
             raise ValueError(f"expected an id from 0 to 65533, got {number}")
         options.id = number
@@ -235,25 +289,38 @@ class Server(Port):
         handle = c_void_p()
         above = None if parent is None else parent._handle
         lib.call("add", self._handle, above, byref(options), byref(handle))
-        siblings._next_id = max(siblings._next_id, number + 1)
-        part = Part(self, handle.value or 0, name, Type(options.type), options.elements)
-        self._parts.add(part)
+        siblings.next_id = max(siblings.next_id, number + 1)
+        type = Type(options.type)
+        part = Part(siblings, self, handle.value or 0, name, type, options.elements)
+        siblings.parts.add(part)
         return part
 
     def publish(self, name: str, *, group: Optional[int] = None) -> None:
-        """Publishes the tree as port `name`; members of `group` (its number) may connect too."""
+        """Publishes the tree as port `name`; members of `group` (its number) may connect too.
+
+        Raises `NameInUse`, `BadName`, `NotPermitted`, `Busy` if it is published already, or an error of
+        the system such as `NoSpace`.
+        """
         if group is None:
             lib.call("publish", self._handle, lib.encode_path(name))
         else:
             lib.call("publish_to_group", self._handle, lib.encode_path(name), group)
         self.name = name
 
-    def unpublish(self, timeout: float = 2) -> None:
-        """Ends the service after clients have received what is pending for them."""
-        lib.call("unpublish", self._handle, int(timeout * 1000))
+    def unpublish(self, timeout: Optional[float] = 2) -> None:
+        """Ends the service after clients have received what is pending for them.
+
+        Waits at most `timeout` seconds (None: without limit) and raises `Timeout` after that. The parts
+        remain.
+        """
+        milliseconds = -1 if timeout is None else int(min(max(0.0, timeout) * 1000, LONGEST))
+        lib.call("unpublish", self._handle, milliseconds)
 
     def run(self) -> None:
-        """Serves until another thread closes the server or an exception such as KeyboardInterrupt."""
+        """Serves until the server is closed, by another thread or a signal handler.
+
+        Raises what a callback raised, and exceptions such as KeyboardInterrupt.
+        """
         while not self.closed:
             try:
                 self.dispatch(None)
@@ -283,6 +350,9 @@ class Server(Port):
             loop.remove_reader(descriptor)
 
     def close(self) -> None:
-        """Ends the service at once and closes the parts."""
+        """Ends the service at once and closes the parts. `Busy` in a callback of the server."""
+        if threading.get_ident() in self._calling and not self.closed:
+            # No other thread's dispatch ends because of that.
+            raise Busy("a callback cannot close the server that called it")
         super().close()
-        self._parts.clear()
+        self._children.parts.clear()

@@ -5,13 +5,14 @@ from __future__ import annotations
 import enum
 from collections.abc import Sequence
 from dataclasses import dataclass
-from typing import Union
+from typing import Any, List, NamedTuple, Optional, Union
 
-from ._library import decode, encode
-from .errors import BadArgument, BadText
+from ._library import ALL, decode, encode
+from .errors import BadArgument, BadText, TreescopeError
 
 Scalar = Union[bool, int, float, str]
-#: What a part holds: one value, or a list of them.
+#: What a part holds: one value, or a list of them. What a program reads is `Any` to type checkers:
+#: the server knows which it is, and they do not.
 Value = Union[bool, int, float, str, list[bool], list[int], list[float], list[str]]
 #: What may be stored: text goes to a part of any type.
 Storable = Union[bool, int, float, str, bytes, Sequence[Union[bool, int, float, str]]]
@@ -53,6 +54,32 @@ class Child:
     name: str
 
 
+class TreePart(NamedTuple):
+    """One part of a tree that was read, as `Description` and `Client.get` have it."""
+
+    path: str  # of ids, which every operation takes
+    names: tuple[str, ...]  # from the part that was read down to this one
+    is_node: bool
+    type: Type
+    access: Access
+    watchable: bool
+    elements: int
+    element_names: tuple[str, ...]
+    value: Any  # a `Value`; None if there is an error, and of a part without a value
+    error: Optional[TreescopeError]  # why the server cannot read the value
+
+    @property
+    def name(self) -> str:
+        return self.names[-1]
+
+
+class Tree(List[TreePart]):
+    """The parts of a tree that was read: a node before its children."""
+
+    #: Whether parts have entered or left the server's tree meanwhile, so that some may be missing.
+    structure_changed = False
+
+
 @dataclass(frozen=True)
 class Description:
     """What a part is; texts that its server does not state are empty."""
@@ -70,14 +97,17 @@ class Description:
 
 
 def parse_scalar(text: bytes, type: Type) -> Scalar:
-    """One value of this type."""
-    if type == Type.BOOL:
-        return text == b"true"
-    if Type.INT8 <= type <= Type.UINT64:
-        return int(text)
-    if type in (Type.FLOAT, Type.DOUBLE):
-        # What distinguishes one NaN from another has no place in Python's float.
-        return float(text.partition(b"(")[0])
+    """One value of this type. BadText if the text is none."""
+    try:
+        if type == Type.BOOL:
+            return {b"true": True, b"false": False}[text]
+        if Type.INT8 <= type <= Type.UINT64:
+            return int(text)
+        if type in (Type.FLOAT, Type.DOUBLE):
+            # What distinguishes one NaN from another has no place in Python's float.
+            return float(text.partition(b"(")[0])
+    except (KeyError, ValueError):
+        raise BadText(f"expected a value of type {type.name}, got {text[:100]!r}") from None
     return decode(text)
 
 
@@ -89,6 +119,15 @@ def parse(text: bytes, type: Type, elements: int) -> Value:
     if len(lines) != elements:
         raise BadText(f"expected {elements} elements, got {len(lines)}")
     return [parse_scalar(line, type) for line in lines]  # type: ignore[return-value]
+
+
+def element_index(index: Optional[int]) -> int:
+    """An index as the library has it; None is the whole value."""
+    if index is None:
+        return ALL
+    if not 0 <= index < 65534:
+        raise BadArgument(f"expected an index from 0 to 65533, got {index}")
+    return index
 
 
 # A whole number of this size has no exponent, which a part of whole numbers would refuse.

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import ctypes
 import enum
+import math
 from collections import deque
 from collections.abc import Callable, Iterator
 from ctypes import byref, c_void_p
@@ -12,7 +13,7 @@ from typing import TYPE_CHECKING, Any, Optional
 
 from . import _library as lib
 from ._port import Closable
-from .errors import TreescopeError, error_of
+from .errors import BadArgument, Closed, TreescopeError, error_of
 from .values import Type, Value, parse, parse_scalar
 
 if TYPE_CHECKING:
@@ -20,6 +21,8 @@ if TYPE_CHECKING:
 
 SUBTREE = 1
 TOO_LARGE = 10
+#: In seconds.
+LONGEST_PERIOD = 0xFFFFFFFF // 1000
 
 
 class Change(enum.IntEnum):
@@ -45,7 +48,7 @@ class Update:
     path: str  # of ids, which every operation takes
     names: tuple[str, ...]  # from the watched part down to this one, as far as they were reported
     index: Optional[int]  # the element; None: the whole value
-    value: Optional[Value]  # None if there is an error, and if it is no value
+    value: Any  # a `Value`; None if there is an error, and if it is no value
     error: Optional[TreescopeError]  # why the server cannot read the value
     time_ns: int  # when the server changed it, or read it: since 1970-01-01 UTC
     changes: int  # how many changes this one stands for; 0: it is the current value
@@ -89,7 +92,10 @@ class Watch(Closable):
         self._callback = lib.Watcher(self._take)
         handle = c_void_p()
         flags = SUBTREE if subtree else 0
-        milliseconds = round(period * 1000)
+        # Not a number compares as false.
+        if not 0 <= period <= LONGEST_PERIOD:
+            raise BadArgument(f"expected a period from 0 to {LONGEST_PERIOD} s, got {period}")
+        milliseconds = math.ceil(period * 1000)
         lib.call(
             "watch_start",
             client._handle,
@@ -127,18 +133,22 @@ class Watch(Closable):
             self.client._raised.append(error)
 
     def close(self) -> None:
-        """Ends the watch."""
+        """Ends the watch, which is allowed more than once, and the iteration of another thread."""
         handle, self._handle = self._handle, None
         if handle is not None:
             # If the client has been closed, so has the watch.
             lib.raw("watch_stop", handle)
             self.pending.clear()
+            self.client._ring()
 
     def __iter__(self) -> Iterator[Update]:
         return self
 
     def __next__(self) -> Update:
-        """The next update, however long that takes. The iteration ends when the watch is closed."""
+        """The next update, however long that takes. Raises what a callback of the client raised.
+
+        The iteration ends when the watch or its client is closed. One thread at a time may iterate.
+        """
         while not self.closed:
             if self.pending:
                 raw = self.pending.popleft()
@@ -148,8 +158,15 @@ class Watch(Closable):
             elif self.client.closed:
                 self.close()
             else:
-                self.client.dispatch(None)
+                try:
+                    self.client._dispatch_until(self._is_awaited_no_more)
+                except Closed:
+                    if not self.client.closed:
+                        raise
         raise StopIteration
+
+    def _is_awaited_no_more(self) -> bool:
+        return bool(self.pending) or self.closed
 
     def note(self, raw: RawUpdate) -> tuple[str, ...]:
         """Notes what `raw` says about the tree; returns the names of its part."""
@@ -165,9 +182,11 @@ class Watch(Closable):
             if raw.ids[:depth] in self._names
         )
         if raw.change == Change.REMOVED:
-            for known in (self._types, self._names):
-                for ids in [ids for ids in known if ids[: len(raw.ids)] == raw.ids]:
-                    del known[ids]
+            depth = len(raw.ids)
+            for ids in [ids for ids in self._types if ids[:depth] == raw.ids]:
+                del self._types[ids]
+            for ids in [ids for ids in self._names if ids[:depth] == raw.ids]:
+                del self._names[ids]
         return names
 
     def is_reported(self, raw: RawUpdate) -> bool:
@@ -179,8 +198,8 @@ class Watch(Closable):
         if raw.change != Change.VALUE:
             return self._update(raw, names)
         if raw.result not in (lib.SUCCESS, TOO_LARGE):
-            text = lib.decode(lib.raw("result_text", raw.result))
-            return self._update(raw, names, error=error_of(raw.result, f"{raw.path}: {text}"))
+            error = error_of(raw.result, f"{raw.path}: {lib.result_text(raw.result)}")
+            return self._update(raw, names, error=error)
         value = self._parse(raw)
         return None if value is None else self._update(raw, names, value)
 
