@@ -6,11 +6,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 
@@ -23,6 +25,27 @@ using EvtSrv::internal::openDescriptors;
 class StatusPages : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(page_->open(), EvtSrv::EvtRes_Success); }
+
+  /// Copies the open page into another memfd of `size` bytes, its owner word to the offset
+  /// `ownerWord`: a page of a server with another C library. The descriptor is the caller's.
+  StatusPageHandle copyOfPage(std::size_t size, std::uint32_t ownerWord, int& descriptor) {
+    constexpr std::size_t offsetField = 16;
+    std::vector<unsigned char> bytes(4096);
+    const auto source = static_cast<int>(page_->handle().descriptor);
+    EXPECT_GT(::pread(source, bytes.data(), bytes.size(), 0), 0);
+    std::uint32_t from = 0;
+    std::memcpy(&from, &bytes[offsetField], sizeof from);
+    std::memcpy(&bytes[ownerWord], &bytes[from], sizeof from);
+    std::memcpy(&bytes[offsetField], &ownerWord, sizeof ownerWord);
+    descriptor = ::memfd_create("copy", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    EXPECT_EQ(::pwrite(descriptor, bytes.data(), std::min(size, bytes.size()), 0),
+              static_cast<ssize_t>(std::min(size, bytes.size())));
+    EXPECT_EQ(::ftruncate(descriptor, static_cast<off_t>(size)), 0);
+    EXPECT_EQ(::fcntl(descriptor, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_FUTURE_WRITE), 0);
+    StatusPageHandle handle = page_->handle();
+    handle.descriptor = static_cast<std::uint32_t>(descriptor);
+    return handle;
+  }
 
   std::string pagePath() const {
     return "/proc/self/fd/" + std::to_string(page_->handle().descriptor);
@@ -100,6 +123,37 @@ TEST_F(StatusPages, NeverGoesBackWhateverAForkedChildDoes) {
   page_->advance();
   EXPECT_EQ(page_->epoch(), 5U);
   EXPECT_TRUE(reader_.isCurrent(5));
+}
+
+TEST_F(StatusPages, IsReadWhateverTheSizeOfTheServersMutex) {
+  struct Layout {
+    std::size_t size;
+    std::uint32_t ownerWord;
+  };
+  // The shortest page, one of a 32-bit server, two of 64-bit servers, and the longest.
+  for (const Layout& layout :
+       {Layout{36, 32}, Layout{56, 32}, Layout{72, 32}, Layout{80, 32}, Layout{4096, 4092}}) {
+    int descriptor = -1;
+    const StatusPageHandle handle = copyOfPage(layout.size, layout.ownerWord, descriptor);
+    EXPECT_TRUE(reader_.open(handle)) << layout.size;
+    EXPECT_TRUE(reader_.isCurrent(page_->epoch())) << layout.size;
+    reader_.close();
+    ::close(descriptor);
+  }
+}
+
+TEST_F(StatusPages, IsRejectedIfItIsTooShortOrTooLong) {
+  struct Layout {
+    std::size_t size;
+    std::uint32_t ownerWord;
+  };
+  for (const Layout& layout : {Layout{0, 32}, Layout{35, 32}, Layout{4097, 32}, Layout{56, 56},
+                               Layout{56, 53}, Layout{72, 1000}}) {
+    int descriptor = -1;
+    const StatusPageHandle handle = copyOfPage(layout.size, layout.ownerWord, descriptor);
+    EXPECT_FALSE(reader_.open(handle)) << layout.size;
+    ::close(descriptor);
+  }
 }
 
 TEST_F(StatusPages, IsSearchedAmongRegularFilesOnly) {

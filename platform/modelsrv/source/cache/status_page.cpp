@@ -14,7 +14,8 @@ using EvtSrv::internal::FileDescriptor;
 using EvtSrv::internal::resultOf;
 
 /// The layout of the page. Only the server writes `open` and `epoch`, with its client mutex
-/// held; the C library and the kernel write `owner`.
+/// held; the C library and the kernel write `owner`, whose size differs between machines and
+/// between 32 and 64 bits: a reader looks at its futex word alone.
 struct StatusPageContent {
   std::array<std::uint8_t, StatusPageHandle::idSize> id{};
   std::uint32_t ownerWord = 0;  ///< the offset of the futex word of `owner` in the page
@@ -26,8 +27,12 @@ struct StatusPageContent {
 namespace {
 
 constexpr std::size_t pageSize = sizeof(StatusPageContent);
+constexpr std::size_t minReadSize = offsetof(StatusPageContent, owner) + sizeof(std::uint32_t);
+constexpr std::size_t maxReadSize = 4096;
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
               std::atomic<std::uint32_t>::is_always_lock_free);
+static_assert(offsetof(StatusPageContent, epoch) == 24 &&
+              offsetof(StatusPageContent, owner) == 32 && pageSize <= maxReadSize);
 
 constexpr int requiredSeals = F_SEAL_SHRINK | F_SEAL_FUTURE_WRITE;
 constexpr int allSeals = requiredSeals | F_SEAL_GROW | F_SEAL_SEAL;
@@ -47,15 +52,15 @@ std::uint32_t wordAt(const StatusPageContent& content, std::uint32_t offset) {
   return __atomic_load_n(reinterpret_cast<const std::uint32_t*>(bytes + offset), __ATOMIC_ACQUIRE);
 }
 
-bool isPlausibleWord(std::uint32_t offset) {
-  return offset % sizeof(std::uint32_t) == 0 && offset <= pageSize - sizeof(std::uint32_t);
+bool isPlausibleWord(std::uint32_t offset, std::size_t size) {
+  return offset % sizeof(std::uint32_t) == 0 && offset <= size - sizeof(std::uint32_t);
 }
 
-/// Whether a live thread holds the page's mutex.
-bool hasLivingOwner(const StatusPageContent& content) {
+/// Whether a live thread holds the mutex of the page of `size` bytes.
+bool hasLivingOwner(const StatusPageContent& content, std::size_t size) {
   // A server may write anything at any time, so the offset is checked each time.
   const std::uint32_t offset = __atomic_load_n(&content.ownerWord, __ATOMIC_RELAXED);
-  if (!isPlausibleWord(offset)) {
+  if (!isPlausibleWord(offset, size)) {
     return false;
   }
   const std::uint32_t word = wordAt(content, offset);
@@ -90,7 +95,7 @@ void StatusPage::close() {
   if (isFree) {
     pthread_mutex_destroy(&content_->owner);
   }
-  if (isFree || !hasLivingOwner(*content_)) {
+  if (isFree || !hasLivingOwner(*content_, pageSize)) {
     system_.unmap(content_, pageSize);
   }
   content_ = nullptr;
@@ -173,13 +178,18 @@ bool StatusPageReader::open(const StatusPageHandle& handle) {
   const int seals = system_.seals(descriptor.number());
   if (seals < 0 || (seals & requiredSeals) != requiredSeals ||
       system_.fstat(descriptor.number(), status) < 0 ||
-      status.st_size != static_cast<off_t>(pageSize) ||
-      system_.map(descriptor.number(), pageSize, false, mapping) < 0) {
+      status.st_size < static_cast<off_t>(minReadSize) ||
+      status.st_size > static_cast<off_t>(maxReadSize)) {
+    return false;
+  }
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (system_.map(descriptor.number(), size, false, mapping) < 0) {
     return false;
   }
   content_ = static_cast<const StatusPageContent*>(mapping);
+  size_ = size;
   handle_ = handle;
-  if (content_->id != handle.id || !isPlausibleWord(content_->ownerWord)) {
+  if (content_->id != handle.id || !isPlausibleWord(content_->ownerWord, size_)) {
     close();
     return false;
   }
@@ -188,7 +198,7 @@ bool StatusPageReader::open(const StatusPageHandle& handle) {
 
 void StatusPageReader::close() {
   if (content_ != nullptr) {
-    system_.unmap(content_, pageSize);
+    system_.unmap(content_, size_);
     content_ = nullptr;
   }
 }
@@ -207,7 +217,7 @@ bool StatusPageReader::isStructureCurrent(std::uint64_t epoch) const {
 
 bool StatusPageReader::isServerAlive() const {
   return content_ != nullptr && content_->open.load(std::memory_order_acquire) != 0 &&
-         hasLivingOwner(*content_);
+         hasLivingOwner(*content_, size_);
 }
 
 }  // namespace ModelSrv::internal

@@ -105,6 +105,7 @@ class StatusPageReader {
  private:
   EvtSrv::internal::System& system_;
   const StatusPageContent* content_ = nullptr;  ///< the mapping; owned
+  std::size_t size_ = 0;                        ///< of the page, in bytes
   StatusPageHandle handle_;
 };
 
