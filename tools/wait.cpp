@@ -26,6 +26,7 @@ class Waiter {
   void run(const Address& address) {
     const StopSignals signals;
     address_ = address.text;
+    server_ = address.server.bytes();
     if (!start(address)) {
       return;
     }
@@ -78,6 +79,7 @@ class Waiter {
     context_.reconnect();
     while (!isDone_) {
       const ModelSrv::ModelRes result = context_.tryConnect(address.server.bytes());
+      connection_ = result;
       if (result == ModelSrv::ModelRes_Success) {
         return true;
       }
@@ -138,7 +140,9 @@ class Waiter {
     if (change.event != Change::Event::value) {
       // Whether it holds meanwhile, nobody knows. When the server is back, its values come again,
       // before or after the report of that.
+      connection_ = ModelSrv::ModelRes_Success;
       if (change.event == Change::Event::lost) {
+        connection_ = ModelSrv::ModelRes_NotConnected;
         holdsUntil_.reset();
       }
       return;
@@ -179,7 +183,11 @@ class Waiter {
       isDone_ = true;
     } else if (end_ && *end_ <= now) {
       isDone_ = true;
-      context_.fail(Status::timeout, address_, "the condition did not hold in time");
+      std::string reason = "the condition did not hold in time";
+      if (connection_ != ModelSrv::ModelRes_Success) {
+        reason += ": " + connectionError(server_, connection_);
+      }
+      context_.fail(Status::timeout, address_, reason);
     }
   }
 
@@ -188,6 +196,8 @@ class Waiter {
   MailboxWatch mailboxes_;
   std::optional<Watcher> watcher_;
   std::string address_;
+  std::string server_;
+  ModelSrv::ModelRes connection_ = ModelSrv::ModelRes_Success;  ///< the last attempt, or a loss
   Value present_;  ///< the whole value after the last change
   std::optional<Clock::time_point> end_;
   std::optional<Clock::time_point> holdsUntil_;  ///< set while the condition holds

@@ -75,6 +75,22 @@ TEST_F(Wait, WaitsForAServerThatIsNotUpYet) {
   EXPECT_EQ(late.waitForExit(), ExitStatus{});
 }
 
+TEST_F(Wait, SaysThatThereWasNoServer) {
+  const std::string name = test_support::uniquePortName();
+  const auto never =
+      runTreectl({"wait", "/" + name + "/group_000/item_0000", "==", "0", "--timeout", "0.1"});
+  EXPECT_EQ(never.status, (ExitStatus{6, 0}));
+  EXPECT_THAT(never.errors, testing::StartsWith("treectl: /" + name +
+                                                "/group_000/item_0000: the condition did "
+                                                "not hold in time: no server " +
+                                                name + " (there are: "));
+  const auto lost = start({"wait", "/{S}/drive/speed", "==", "99", "--timeout", "2"});
+  server().kill();
+  EXPECT_EQ(lost->waitForExit(), (ExitStatus{6, 0}));
+  EXPECT_THAT(lost->errors(), testing::HasSubstr(filled("in time: no server {S} (")));
+  server().restart();
+}
+
 TEST_F(Wait, RejectsWhatCannotBeAwaited) {
   expect({{"wait", "/{S}/drive", "==", "1"}, 3, "", "treectl: /{S}/drive: a node has no value\n"});
   expect({{"wait", "/{S}/drive/speed", "~", "1"},
