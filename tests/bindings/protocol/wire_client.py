@@ -3,6 +3,7 @@
 It shows that the document is complete enough. Comments name its sections.
 """
 
+import contextlib
 import fcntl
 import os
 import secrets
@@ -37,6 +38,10 @@ class Failure(Exception):
 
 class NoServer(Exception):
     pass
+
+
+class Swept(Exception):
+    """A pipe was removed before it was locked."""
 
 
 class Malformed(Exception):
@@ -77,11 +82,15 @@ class Reader:
             raise Malformed("a payload is too long")
 
 
+def is_pipe(status):
+    return stat.S_ISFIFO(status.st_mode) and status.st_nlink == 1
+
+
 def open_pipe(path, flags):
     """Section 2, Access: what fails the check is neither read nor written."""
     descriptor = os.open(path, flags | os.O_NOFOLLOW | os.O_CLOEXEC | os.O_NONBLOCK)
     status = os.fstat(descriptor)
-    if not stat.S_ISFIFO(status.st_mode) or status.st_nlink != 1:
+    if not is_pipe(status):
         os.close(descriptor)
         raise NoServer(f"{path} is not a pipe with one link")
     if status.st_uid not in (os.geteuid(), 0) and os.geteuid() != 0:
@@ -141,11 +150,10 @@ class WireClient:
             raise
 
     def close(self):
-        for path in self.names:
-            os.unlink(path)
+        self._remove_names()
         for descriptor in self.open:
             os.close(descriptor)
-        self.names, self.open = [], []
+        self.open = []
 
     def __enter__(self):
         return self
@@ -161,34 +169,55 @@ class WireClient:
         except OSError as error:
             raise NoServer(port) from error
         self.open.append(mailbox)
-        self.token = token = secrets.token_bytes(16)
-        request = self._make_pipe(token, "req")
-        reply = self._make_pipe(token, "rep")
-        event = self._make_pipe(token, "evt")
-        self.request = os.open(self.names[0], os.O_WRONLY | os.O_CLOEXEC | os.O_NONBLOCK)
-        self.open.append(self.request)
-        os.write(mailbox, self._hello(token))
+        request, reply, event = self._make_pipes()
+        os.write(mailbox, self._hello(self.token))
         self.replies = Frames(reply, (WELCOME, REPLY))
         self.events = Frames(event, (EVENT,))
         frame = self.replies.next(time.monotonic() + TIME_LIMIT)
         if frame is None or frame[:2] != (WELCOME, 0):
             raise NoServer(f"no welcome: {frame}")
-        for path in self.names:
-            os.unlink(path)
-        self.names = []
+        self._remove_names()
         for descriptor in (request, mailbox):
             self.open.remove(descriptor)
             os.close(descriptor)
 
-    def _make_pipe(self, token, kind):
-        path = f"/tmp/.krv-{token.hex()}.{kind}"
+    def _make_pipes(self):
+        for _ in range(16):
+            self.token = secrets.token_bytes(16)
+            try:
+                pipes = [self._make_pipe(kind) for kind in ("req", "rep", "evt")]
+                self.request = os.open(self.names[0], os.O_WRONLY | os.O_CLOEXEC | os.O_NONBLOCK)
+            except (FileNotFoundError, BlockingIOError, Swept):
+                # The cleanup of another client was faster.
+                self._remove_names()
+                for descriptor in self.open[1:]:
+                    os.close(descriptor)
+                del self.open[1:]
+                continue
+            self.open.append(self.request)
+            return pipes
+        raise NoServer("each pipe was removed at once")
+
+    def _make_pipe(self, kind):
+        path = f"/tmp/.krv-{self.token.hex()}.{kind}"
         os.mkfifo(path, 0o600)
         self.names.append(path)
-        descriptor = open_pipe(path, os.O_RDONLY)
+        descriptor = os.open(path, os.O_RDONLY | os.O_NOFOLLOW | os.O_CLOEXEC | os.O_NONBLOCK)
         self.open.append(descriptor)
         fcntl.flock(descriptor, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        status = os.fstat(descriptor)
+        if status.st_nlink == 0:
+            raise Swept
+        if not is_pipe(status) or status.st_uid != os.geteuid():
+            raise NoServer(f"{path} is not ours")
         os.fchmod(descriptor, 0o600)
         return descriptor
+
+    def _remove_names(self):
+        for path in self.names:
+            with contextlib.suppress(FileNotFoundError):
+                os.unlink(path)
+        self.names = []
 
     @staticmethod
     def _hello(token):
