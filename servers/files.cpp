@@ -96,6 +96,13 @@ std::string_view FileReader::next() {
   return {buffer_.data(), static_cast<std::size_t>(count)};
 }
 
+void FileReader::seek(std::uint64_t offset) {
+  bytesRead_ = static_cast<std::size_t>(offset);
+  if (!error_ && ::lseek(file_.get(), static_cast<off_t>(offset), SEEK_SET) < 0) {
+    error_ = errorAt(path_, describeErrno(errno));
+  }
+}
+
 Result<gid_t> findGroup(const std::string& nameOrNumber) {
   std::vector<char> buffer(4096);
   struct group entry {};

@@ -31,6 +31,9 @@ class FileReader {
   /// after an error.
   [[nodiscard]] std::string_view next();
 
+  /// Lets the byte at `offset` be the next one.
+  void seek(std::uint64_t offset);
+
   /// Why the file could not be opened or read completely. Begins with the path.
   [[nodiscard]] const std::optional<Error>& error() const { return error_; }
 

@@ -89,6 +89,7 @@ ExitStatus run(EvtSrv::EventPortManager& manager, TreeSource& tree, StoredValues
       tree.filesChanged(now);
     }
     tree.tick(now);
+    reportIfFailed(tree.takeError());
     auto deadline = tree.nextDeadline(now);
     if (stored != nullptr) {
       stored->tick(now);
@@ -107,10 +108,20 @@ Error nameError(const Options& options, const std::string& name, ModelSrv::Model
   std::string origin;
   if (options.name) {
     origin = "--name: ";
+  } else if (options.replay) {
+    origin = oneLine(*options.replay) + ": ";
   } else if (options.tree) {
     origin = oneLine(*options.tree) + ": /name: ";
   }
   return {origin + oneLine(name) + ": " + ModelSrv::describe(result)};
+}
+
+/// The error of a tree without a name of its own.
+Error missingNameError(const Options& options) {
+  if (options.replay) {
+    return {oneLine(*options.replay) + ": not of one server, and --name is not given"};
+  }
+  return {oneLine(*options.tree) + ": /name: missing, and --name is not given"};
 }
 
 /// Lets this process open as many descriptors as it may: a client takes three. If the system
@@ -159,8 +170,7 @@ ExitStatus serve(const Options& options, ModelSrv::ServerOptions serverOptions) 
   TreeSource& tree = *std::get<std::unique_ptr<TreeSource>>(made);
   const std::string name = options.name ? *options.name : tree.name();
   if (name.empty()) {
-    return fail(ExitStatus::badUsage,
-                {oneLine(*options.tree) + ": /name: missing, and --name is not given"});
+    return fail(ExitStatus::badUsage, missingNameError(options));
   }
   if (auto error = tree.publish(root)) {
     return fail(ExitStatus::cannotServe, *error);

@@ -70,6 +70,22 @@ std::optional<Error> setState(Options& options, std::string_view value) {
   return setText("--state", value, options.state);
 }
 
+std::optional<Error> setReplay(Options& options, std::string_view value) {
+  return setText("--replay", value, options.replay);
+}
+
+std::optional<Error> setSpeed(Options& options, std::string_view value) {
+  double speed = 0;
+  const char* const end = value.data() + value.size();
+  const auto [stop, code] = std::from_chars(value.data(), end, speed);
+  // Not a number fails both comparisons.
+  if (code != std::errc{} || stop != end || !(speed >= minSpeed && speed <= maxSpeed)) {
+    return badValue("--speed", value, "a factor from 0.001 to 1000000");
+  }
+  options.speed = speed;
+  return std::nullopt;
+}
+
 std::optional<Error> setPeriod(Options& options, std::string_view value) {
   const auto period = parseNumber(value, minPeriod, maxPeriod);
   if (!period) {
@@ -112,11 +128,13 @@ struct OptionRow {
 };
 
 /// The options that take a value.
-constexpr std::array<OptionRow, 7> optionTable{{{"--name", setName},
+constexpr std::array<OptionRow, 9> optionTable{{{"--name", setName},
                                                 {"--tree", setTree},
                                                 {"--period", setPeriod},
                                                 {"--group", setGroup},
                                                 {"--state", setState},
+                                                {"--replay", setReplay},
+                                                {"--speed", setSpeed},
                                                 {"--synthetic", setSynthetic},
                                                 {"--churn", setChurn}}};
 
@@ -132,6 +150,16 @@ std::optional<std::size_t> findOption(std::string_view name) {
 std::optional<Error> checkCombination(const Options& options) {
   if (options.tree && options.synthetic) {
     return Error{"--synthetic: not allowed together with --tree"};
+  }
+  for (const auto& [given, name] : {std::pair{options.tree.has_value(), "--tree"},
+                                    std::pair{options.synthetic.has_value(), "--synthetic"},
+                                    std::pair{options.state.has_value(), "--state"}}) {
+    if (options.replay && given) {
+      return Error{std::string("--replay: not allowed together with ") + name};
+    }
+  }
+  if (!options.replay && (options.speed || options.loop)) {
+    return Error{std::string(options.speed ? "--speed" : "--loop") + ": requires --replay"};
   }
   if (options.churn != 0 && !options.synthetic) {
     return Error{"--churn: requires --synthetic"};
@@ -153,6 +181,12 @@ Result<Options> parseOptions(const std::vector<std::string_view>& args) {
     if (argument == "--version") {
       options.version = true;
       return options;
+    }
+    if (argument == "--loop") {
+      if (std::exchange(options.loop, true)) {
+        return Error{"--loop: given twice"};
+      }
+      continue;
     }
     const std::size_t equals = argument.find('=');
     const std::string_view name = argument.substr(0, equals);
@@ -181,17 +215,21 @@ Result<Options> parseOptions(const std::vector<std::string_view>& args) {
 std::string usageText() {
   return "usage: modelsrvd [OPTION ...] [--period MS]\n"
          "       modelsrvd [OPTION ...] --tree FILE.json\n"
+         "       modelsrvd [OPTION ...] --replay FILE [--speed X] [--loop]\n"
          "       modelsrvd [OPTION ...] --synthetic GROUPSxPARTS [--churn HZ]\n"
          "       modelsrvd --help | --version\n"
          "Publishes a tree of values until SIGINT or SIGTERM.\n"
          "  --name NAME        name of the port (default: Model_host, the name in the file,\n"
-         "                     or Model_synthetic)\n"
+         "                     the recorded server, or Model_synthetic)\n"
          "  --group GROUP      let members of this group connect too\n"
          "  --state FILE       keep in this file what clients store, and set it again at the "
          "start\n"
          "  --period MS        sampling period of this machine's values, 50 to 60000\n"
          "                     milliseconds (default: 1000)\n"
          "  --tree FILE.json   publish the tree described by the file; SIGHUP reloads it\n"
+         "  --replay FILE      publish what treectl record has written, moving as it did\n"
+         "  --speed X          times as fast as it was recorded, 0.001 to 1000000 (default: 1)\n"
+         "  --loop             begin again at the end of the recording\n"
          "  --synthetic GROUPSxPARTS\n"
          "                     publish GROUPS nodes with PARTS values each\n"
          "  --churn HZ         change HZ of these values per second\n"

@@ -30,13 +30,20 @@ struct SyntheticShape {
 /// The largest number of parts in a synthetic tree, over all groups.
 inline constexpr std::uint64_t maxSyntheticParts = 4000000;
 
+/// The limits of `--speed`.
+inline constexpr double minSpeed = 0.001;
+inline constexpr double maxSpeed = 1000000;
+
 struct Options {
   bool help = false;
   bool version = false;
-  std::optional<std::string> name;   ///< the port's name; empty: the tree's default name
-  std::optional<std::string> tree;   ///< path of a description file
-  std::optional<std::string> group;  ///< a group's name or number
-  std::optional<std::string> state;  ///< path of the file that keeps what clients store
+  std::optional<std::string> name;    ///< the port's name; empty: the tree's default name
+  std::optional<std::string> tree;    ///< path of a description file
+  std::optional<std::string> group;   ///< a group's name or number
+  std::optional<std::string> state;   ///< path of the file that keeps what clients store
+  std::optional<std::string> replay;  ///< path of a recording
+  std::optional<double> speed;        ///< how many times as fast as it was recorded
+  bool loop = false;                  ///< begin it again at its end
   std::optional<SyntheticShape> synthetic;
   std::uint32_t churn = 0;  ///< value changes per second
   std::uint32_t period = defaultPeriod;

@@ -9,6 +9,7 @@
 #include "servers/files.h"
 #include "servers/host_tree.h"
 #include "servers/published_tree.h"
+#include "servers/replay.h"
 #include "servers/stored_values.h"
 #include "servers/synthetic_tree.h"
 #include "servers/value_feeds.h"
@@ -21,6 +22,10 @@ std::optional<TreeSource::Clock::time_point> TreeSource::nextDeadline(
 }
 
 void TreeSource::tick(Clock::time_point /*now*/) {}
+
+std::optional<Error> TreeSource::takeError() {
+  return std::nullopt;
+}
 
 void TreeSource::filesChanged(Clock::time_point /*now*/) {}
 
@@ -186,6 +191,25 @@ class FileSource final : public TreeSource {
   ModelSrv::ModelRoot* root_ = nullptr;
 };
 
+class ReplaySource final : public TreeSource {
+ public:
+  explicit ReplaySource(std::unique_ptr<Replay> replay) : replay_(std::move(replay)) {}
+
+  [[nodiscard]] std::string name() const override { return replay_->name(); }
+  [[nodiscard]] std::optional<Error> publish(ModelSrv::ModelRoot& root) override {
+    return replay_->publish(root);
+  }
+  [[nodiscard]] std::optional<Clock::time_point> nextDeadline(
+      Clock::time_point now) const override {
+    return replay_->nextDeadline(now);
+  }
+  void tick(Clock::time_point now) override { replay_->tick(now); }
+  [[nodiscard]] std::optional<Error> takeError() override { return replay_->takeError(); }
+
+ private:
+  std::unique_ptr<Replay> replay_;
+};
+
 class SyntheticSource final : public TreeSource {
  public:
   SyntheticSource(SyntheticShape shape, std::uint32_t rate) : tree_(shape) {
@@ -224,6 +248,13 @@ class SyntheticSource final : public TreeSource {
 Result<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options) {
   if (options.synthetic) {
     return std::make_unique<SyntheticSource>(*options.synthetic, options.churn);
+  }
+  if (options.replay) {
+    auto result = Replay::open(*options.replay, {options.speed.value_or(1), options.loop});
+    if (auto* error = std::get_if<Error>(&result)) {
+      return Error{"--replay: " + error->text};
+    }
+    return std::make_unique<ReplaySource>(std::move(std::get<std::unique_ptr<Replay>>(result)));
   }
   if (!options.tree) {
     return std::make_unique<LiveSource>(options.period);

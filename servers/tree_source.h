@@ -14,7 +14,7 @@ namespace modelsrvd {
 class StoredValues;
 
 /// A tree that the server can publish, and what keeps its values up to date: the
-/// live tree, a described one or a synthetic one.
+/// live tree, a described one, a recorded one or a synthetic one.
 ///
 /// For the thread that dispatches events. The caller passes the time in.
 class TreeSource {
@@ -35,6 +35,9 @@ class TreeSource {
   /// Updates the values if the deadline has passed.
   virtual void tick(Clock::time_point now);
 
+  /// Why the values are not kept up to date any more, once; to be called after `tick`.
+  [[nodiscard]] virtual std::optional<Error> takeError();
+
   /// To be called after SIGIO: files that the tree watches may have changed.
   virtual void filesChanged(Clock::time_point now);
 
@@ -47,8 +50,8 @@ class TreeSource {
   [[nodiscard]] virtual bool holdsValue(const ModelSrv::ModelPart& part) const;
 };
 
-/// The tree that `options` select. Reads the description file if there is one; an
-/// error is a usage error.
+/// The tree that `options` select. Reads the description file or checks the recording if
+/// there is one; an error is a usage error.
 [[nodiscard]] Result<std::unique_ptr<TreeSource>> makeTreeSource(const Options& options);
 
 }  // namespace modelsrvd

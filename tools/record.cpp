@@ -54,6 +54,15 @@ class RecordFile {
   std::string text_;
 };
 
+/// Appends a chain as a JSON array.
+void appendIds(std::string& out, const Chain& chain) {
+  out += '[';
+  for (std::size_t i = 0; i < chain.size(); ++i) {
+    out += (i == 0 ? "" : ",") + std::to_string(chain[i]);
+  }
+  out += ']';
+}
+
 /// Writes a watch into a file.
 class Recorder {
  public:
@@ -117,6 +126,8 @@ class Recorder {
     header.addRaw("format", "1");
     header.addText("version", TREECTL_VERSION);
     header.addText("start", utcTime(start));
+    // Without it the addresses begin with the server's name.
+    header.addTextIfAny("server", options_.server);
     header.addKey("parts");
     out += '[';
     bool isFirst = true;
@@ -129,6 +140,8 @@ class Recorder {
       isFirst = false;
       JsonObject object(out);
       object.addText("address", part.address);
+      object.addKey("ids");
+      appendIds(out, part.chain);
       object.addPart(*part.description, part.elementName);
       addDetails(object, out, *part.description);
       object.end();

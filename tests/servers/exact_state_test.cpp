@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -63,7 +65,8 @@ bool areEqual(const T& left, const T& right) {
   if constexpr (std::is_same_v<T, std::string>) {
     return left == right;
   } else {
-    return std::memcmp(&left, &right, sizeof(T)) == 0;
+    using Bytes = std::array<unsigned char, sizeof(T)>;
+    return std::bit_cast<Bytes>(left) == std::bit_cast<Bytes>(right);
   }
 }
 
@@ -145,8 +148,8 @@ TYPED_TEST(ExactState, HasEachValueOfTheType) {
   values.push_back(last);
   ASSERT_EQ(restored.size(), values.size());
   for (std::size_t i = 0; i < values.size(); ++i) {
-    const TypeParam stored = values[i];
-    const TypeParam value = restored[i];
+    const TypeParam& stored = values[i];
+    const TypeParam& value = restored[i];
     EXPECT_TRUE(areEqual(value, stored))
         << testing::PrintToString(stored) << " became " << testing::PrintToString(value);
   }

@@ -57,6 +57,14 @@ TEST(Options, AcceptAShapeAndAChangeRate) {
   EXPECT_EQ(options.churn, 100000U);
 }
 
+TEST(Options, AcceptARecordingWithItsPace) {
+  const Options options = parsedOptions({"--replay=a.rec", "--loop", "--speed", "0.5"});
+  EXPECT_EQ(options.replay, "a.rec");
+  EXPECT_EQ(options.speed, 0.5);
+  EXPECT_TRUE(options.loop);
+  EXPECT_FALSE(parsedOptions({"--replay", "a.rec"}).loop);
+}
+
 TEST(Options, AreNotCheckedAfterHelpOrVersion) {
   EXPECT_TRUE(parsedOptions({"--help", "--rubbish"}).help);
   EXPECT_TRUE(parsedOptions({"-h"}).help);
@@ -141,6 +149,27 @@ INSTANTIATE_TEST_SUITE_P(
                            {"--synthetic", "1x1", "--churn", "0"},
                            "--churn: expected changes per second from 1 to 1000000, got \"0\""},
         InvalidOptionsCase{"ChurnAlone", {"--churn", "5"}, "--churn: requires --synthetic"},
+        InvalidOptionsCase{"SpeedOfZero",
+                           {"--replay", "r", "--speed", "0"},
+                           "--speed: expected a factor from 0.001 to 1000000, got \"0\""},
+        InvalidOptionsCase{"SpeedThatIsNoNumber",
+                           {"--replay", "r", "--speed", "nan"},
+                           "--speed: expected a factor from 0.001 to 1000000, got \"nan\""},
+        InvalidOptionsCase{"SpeedAlone", {"--speed", "2"}, "--speed: requires --replay"},
+        InvalidOptionsCase{"LoopAlone", {"--loop"}, "--loop: requires --replay"},
+        InvalidOptionsCase{
+            "LoopTwice", {"--replay", "r", "--loop", "--loop"}, "--loop: given twice"},
+        InvalidOptionsCase{"LoopWithValue",
+                           {"--replay", "r", "--loop=1"},
+                           "\"--loop=1\": unknown option; see modelsrvd --help"},
+        InvalidOptionsCase{"ReplayOfATree",
+                           {"--replay", "r", "--tree", "t"},
+                           "--replay: not allowed together with --tree"},
+        InvalidOptionsCase{"ReplayWithState",
+                           {"--replay", "r", "--state", "s"},
+                           "--replay: not allowed together with --state"},
+        InvalidOptionsCase{
+            "ReplayWithChurn", {"--replay", "r", "--churn", "5"}, "--churn: requires --synthetic"},
         InvalidOptionsCase{"TwoTrees",
                            {"--tree", "a.json", "--synthetic", "1x1"},
                            "--synthetic: not allowed together with --tree"}),
@@ -148,7 +177,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(Options, AreAllNamedInTheUsage) {
   for (const char* name : {"--name", "--tree", "--period", "--group", "--state", "--synthetic",
-                           "--churn", "--help", "--version"}) {
+                           "--churn", "--replay", "--speed", "--loop", "--help", "--version"}) {
     EXPECT_THAT(usageText(), testing::HasSubstr(name));
   }
 }
