@@ -9,7 +9,7 @@ namespace bench {
 namespace {
 
 constexpr char success = 'y';
-constexpr char failure = 'n';
+constexpr char failed = 'n';
 
 }  // namespace
 
@@ -40,7 +40,7 @@ bool ConcurrentClients::run() const {
 bool ConcurrentClients::allSucceed() const {
   bool succeed = true;
   for (std::size_t i = 0; i < size; ++i) {
-    char status = failure;
+    char status = failed;
     succeed = ::read(results_.reading, &status, 1) == 1 && status == success && succeed;
   }
   return succeed;
@@ -58,21 +58,21 @@ void ConcurrentClients::runProcess(const std::string& server, unsigned processor
 }
 
 void ConcurrentClients::runClient(const std::string& server, bool pinned) const {
-  char status = failure;
+  char status = failed;
   const auto report = [&] {
     return ::write(results_.writing, &status, 1) == 1 && status == success;
   };
   try {
     ElementSumClient client(server);
-    status = pinned ? success : failure;
+    status = pinned ? success : failed;
     char start = 0;
     while (report() && ::read(starts_.reading, &start, 1) == 1) {
       for (unsigned i = 0; i < requestsEach && status == success; ++i) {
-        status = client.request() ? success : failure;
+        status = client.request() ? success : failed;
       }
     }
   } catch (const std::exception&) {
-    status = failure;
+    status = failed;
     static_cast<void>(report());
   }
 }

@@ -11,7 +11,7 @@ namespace treescope {
 class MemoryBudget {
  public:
   /// The whole budget: half of the machine's memory or, if that is less, of the limit on the
-  /// process's memory when the program first asks (`ulimit -m`); at most 1 GiB.
+  /// process's memory at the first use (`ulimit -m`); at most 1 GiB.
   MemoryBudget() : left_(whole()) {}
 
   /// Takes `bytes` from the budget. Returns false, now and for good, if less is left.

@@ -15,7 +15,7 @@ using Ids = std::vector<ModelSrv::ModelPartId>;
 
 /// The ids that children of nodes had before reloads and have no more, with their names.
 ///
-/// A client that has read the names of a node's children asks for their values by their ids.
+/// A client that has read the names of a node's children requests their values by their ids.
 /// If an id went over to another name in between, the client would show one part's value under
 /// another's name. So an id is kept for the name that had it last.
 class DepartedIds {

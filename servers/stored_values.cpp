@@ -164,8 +164,8 @@ std::optional<Error> StoredValues::restore() {
   if (const auto* error = std::get_if<Error>(&parsed)) {
     hooks_.report({oneLine(file_.path()) + ": damaged, renamed to " + oneLine(file_.damagedPath()) +
                    ": " + error->text});
-    if (const auto failure = file_.setAside()) {
-      hooks_.report(*failure);
+    if (const auto notMoved = file_.setAside()) {
+      hooks_.report(*notMoved);
     }
     return std::nullopt;
   }

@@ -28,7 +28,7 @@ void splitAtSeparator(const char* text, std::vector<std::string>& out, char sepa
 /// word, or an opening quote that is not closed, is an ordinary character.
 void splitWords(const char* command, std::vector<std::string>& words);
 
-/// The commands of one line of a script, which ";" separates, without the blanks
+/// The commands of one line of a script, which ";" separates, without the spaces
 /// before each and at the end of the line. With `unquote`, one double quote at the
 /// beginning of the line is removed first; two double quotes there make the line empty.
 [[nodiscard]] std::vector<std::string> scriptCommands(const char* text, bool unquote);

@@ -57,7 +57,7 @@ void flushToTerminal();
 
 /// Writes all of `size` bytes to `descriptor`, also after partial writes and signals,
 /// and waits for space if the descriptor is non-blocking. Returns the number of bytes
-/// written; less than `size` after an error, which `errno` tells.
+/// written; less than `size` after an error, which is in `errno`.
 [[nodiscard]] std::size_t writeAll(int descriptor, const char* data, std::size_t size);
 
 }  // namespace treescope

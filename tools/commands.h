@@ -4,7 +4,7 @@
 
 namespace treectl {
 
-/// The commands, each in the file of its name. Each reports its failures to the context.
+/// The commands, each in the file of its name. Each reports its errors to the context.
 
 void runServers(Context& context);
 void runList(Context& context);

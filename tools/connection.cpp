@@ -64,7 +64,7 @@ std::string storedForm(std::string_view text) {
   return form;
 }
 
-/// A request on a thread of its own, which may end after nobody waits for it any more.
+/// A request on a thread of its own, which may end when no thread waits for it any more.
 template <typename Result>
 struct DetachedRequest {
   std::mutex mutex;
@@ -153,7 +153,7 @@ ModelRes Connection::locked(const Request& request, Link& link, Result& output) 
 
 template <typename Result, typename Request>
 ModelRes Connection::run(Result& output, bool isRead, Request request) {
-  if (abandoned_) {
+  if (hasTimedOut_) {
     return ModelSrv::ModelRes_Timeout;
   }
   const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
@@ -183,7 +183,7 @@ ModelRes Connection::run(Result& output, bool isRead, Request request) {
   }
   std::unique_lock lock(detached->mutex);
   if (!detached->ended.wait_until(lock, deadline, [&] { return detached->result.has_value(); })) {
-    abandoned_ = true;
+    hasTimedOut_ = true;
     return ModelSrv::ModelRes_Timeout;
   }
   output = std::move(detached->output);
@@ -200,7 +200,7 @@ ModelRes Connection::open(const std::string& name) {
 }
 
 std::optional<uid_t> Connection::owner() const {
-  return abandoned_ ? std::nullopt : link_->root.serverOwner();
+  return hasTimedOut_ ? std::nullopt : link_->root.serverOwner();
 }
 
 ModelRes Connection::readChildren(const Chain& chain, Children& children) {

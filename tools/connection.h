@@ -116,7 +116,7 @@ class Connection {
   double limit_;
   std::shared_ptr<Link> link_;
   /// Whether a request was given up that the library still waits for.
-  bool abandoned_ = false;
+  bool hasTimedOut_ = false;
 };
 
 }  // namespace treectl

@@ -22,13 +22,13 @@ std::string userName(uid_t user) {
   return std::to_string(user);
 }
 
-/// Colours are for people; whoever sets NO_COLOR wants none.
+/// Colours are for people, and not for those who set NO_COLOR.
 bool wantsColor(Color color) {
   if (color != Color::automatic) {
     return color == Color::always;
   }
-  const char* const refusal = ::getenv("NO_COLOR");
-  return (refusal == nullptr || *refusal == 0) && ::isatty(STDOUT_FILENO) == 1;
+  const char* const noColor = ::getenv("NO_COLOR");
+  return (noColor == nullptr || *noColor == 0) && ::isatty(STDOUT_FILENO) == 1;
 }
 
 }  // namespace
@@ -59,7 +59,7 @@ void Context::fail(Status status, std::string_view subject, std::string_view rea
     }
     return;
   }
-  // What was printed before the failure stands before its message.
+  // What was printed before the error stands before its message.
   output_.flush();
   messages_.print(subject, reason);
   note(status);

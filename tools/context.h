@@ -27,10 +27,10 @@ class Context {
   /// Whether output is coloured.
   [[nodiscard]] bool colored() const { return colored_; }
 
-  /// The first failure so far.
+  /// The first error so far.
   [[nodiscard]] Status status() const { return status_; }
 
-  /// Prints "SUBJECT: reason" and keeps the status, unless there was a failure before.
+  /// Prints "SUBJECT: reason" and keeps the status, unless there was an error before.
   void fail(Status status, std::string_view subject, std::string_view reason);
   /// The same with the text of a result.
   void fail(std::string_view subject, ModelSrv::ModelRes result,
@@ -54,7 +54,7 @@ class Context {
   void reconnect() { reconnects_ = true; }
 
   /// The connection to `server`, made at the first call. Null if it cannot be made; that is then a
-  /// failure of `subject`.
+  /// error of `subject`.
   Connection* connect(const std::string& server, std::string_view subject);
   /// Tries to connect again if there is no connection, without messages.
   ModelSrv::ModelRes tryConnect(const std::string& server);

@@ -9,7 +9,7 @@ namespace treectl {
 /// them: those that begin with "Model_" or end with ".Model". A server may have died.
 [[nodiscard]] std::vector<std::string> discoverServers();
 
-/// The same without those whose mailbox nobody reads: they have died.
+/// The same without those whose mailbox no process reads: they have died.
 [[nodiscard]] std::vector<std::string> discoverLivingServers();
 
 }  // namespace treectl

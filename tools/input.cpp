@@ -34,7 +34,7 @@ int writeAndClose(int descriptor, const std::string& text) {
   return error;
 }
 
-/// Where a link leads, so that the file behind it is replaced and not the link.
+/// Where a link leads, so that the file there is replaced and not the link.
 std::string targetOf(const std::string& path) {
   char* const resolved = ::realpath(path.c_str(), nullptr);
   std::string target = resolved != nullptr ? resolved : path;

@@ -115,7 +115,7 @@ class Matcher {
   }
 
   void fail(ModelSrv::ModelRes result) {
-    // With wildcards, what has matched was named; a failure in the middle has the address.
+    // With wildcards, what has matched was named; an error in the middle has the address.
     failed_ = true;
     context_.fail(address_.text, result);
   }

@@ -42,7 +42,7 @@ enum class Visit {
 using Visitor = std::function<Visit(const Match&)>;
 
 /// Calls `visit` for each node, part and element that `address` stands for, in the server's order.
-/// It is a failure of the address if there is none, or if `visit` skipped all that match a
+/// It is an error of the address if there is none, or if `visit` skipped all that match a
 /// wildcard.
 void forEachMatch(Context& context, const Address& address, const Visitor& visit);
 

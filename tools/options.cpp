@@ -63,7 +63,7 @@ class Parser {
       options_.command = *command_;
       return checkEarlyOptions();
     }
-    // Behind the first address of `set` there are values only, except `--stdin` in the place of
+    // After the first address of `set` there are values only, except `--stdin` in the place of
     // the one value.
     if (command_ == Command::set && !onlyOperands_) {
       onlyOperands_ = true;

@@ -128,7 +128,7 @@ class Replayer {
     isLost_ = status != Status::refused && status != Status::notFound;
     // A part that refuses once may do so a thousand times.
     if (refusedParts_.insert(part.address).second) {
-      context_.fail(status, part.address, reasonBehindAddress(part.address, reason));
+      context_.fail(status, part.address, reasonAfterAddress(part.address, reason));
     }
   }
 

@@ -127,7 +127,7 @@ class Restorer {
       return;
     }
     if (status == Status::refused || status == Status::notFound) {
-      refuse(part, std::string(reasonBehindAddress(part.address, reason)) +
+      refuse(part, std::string(reasonAfterAddress(part.address, reason)) +
                        (result == ModelSrv::ModelRes_Protected ? " (see --protected)" : ""));
       return;
     }

@@ -117,7 +117,7 @@ class Setter {
     if (result != ModelSrv::ModelRes_Success) {
       fail(statusOf(result, kind), match,
            result == ModelSrv::ModelRes_NoValue ? "a node has no value"
-                                                : reasonBehindAddress(match.address, reason));
+                                                : reasonAfterAddress(match.address, reason));
     }
   }
 

@@ -1,6 +1,6 @@
 #include <cstdlib>
 
-// What ends a program after an exception that nobody catches. The one of the C++ library prints the
+// What ends a program after an exception that is not caught. The one of the C++ library prints the
 // exception's type, for which it contains a decoder of names, as large as half of this program's
 // own code.
 namespace __gnu_cxx {

@@ -12,7 +12,7 @@ namespace treectl {
 
 namespace {
 
-/// The position in a printed address behind its first `count` names.
+/// The position in a printed address after its first `count` names.
 std::size_t endOfNames(std::string_view address, std::size_t count) {
   std::size_t at = 0;
   for (std::size_t names = 0; at < address.size(); ++at) {

@@ -28,14 +28,14 @@ struct TreeImage {
 };
 
 /// Reads what `address` stands for: a part, everything below a node, or the parts that match. False
-/// after a failure, which has been reported.
+/// after an error, which has been reported.
 [[nodiscard]] bool readImage(Context& context, const Address& address, TreeImage& image);
 
 /// Appends the image as a JSON array: a header object, then an object a part.
 void appendImage(std::string& out, const TreeImage& image);
 
 /// Reads a dump, or a file that the shell's `to` wrote. `path` may be "-" for standard input. False
-/// after a failure, which has been reported.
+/// after an error, which has been reported.
 [[nodiscard]] bool readImageFile(Context& context, const std::string& path, TreeImage& image);
 
 /// Parses the text of such a file; an error is a line without the file's name.

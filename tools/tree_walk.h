@@ -10,7 +10,7 @@
 
 namespace treectl {
 
-/// The names of a node's children as addresses have them: a child without a name, or one behind a
+/// The names of a node's children as addresses have them: a child without a name, or one after a
 /// namesake, is "#ID".
 class ChildLabels {
  public:
@@ -35,11 +35,11 @@ struct ChildName {
 };
 
 /// Positions in a list of names, each of which may have to be matched next. The names for any
-/// number of levels may stand for none: adds the positions behind them.
+/// number of levels may stand for none: adds the positions after them.
 [[nodiscard]] std::vector<std::size_t> withSkippedNames(const std::vector<NamePattern>& names,
                                                         std::vector<std::size_t> positions);
 
-/// The positions behind those whose name stands for the child. The size of `names` among them means
+/// The positions after those whose name stands for the child. The size of `names` among them means
 /// that the child itself matches.
 [[nodiscard]] std::vector<std::size_t> matchChild(const std::vector<NamePattern>& names,
                                                   const std::vector<std::size_t>& positions,

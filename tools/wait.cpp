@@ -74,7 +74,7 @@ class Waiter {
     checkTime();
   }
 
-  /// Waits until the server accepts a connection. Other failures end the command.
+  /// Waits until the server accepts a connection. Other errors end the command.
   bool awaitServer(const Address& address) {
     context_.reconnect();
     while (!isDone_) {
@@ -138,7 +138,7 @@ class Waiter {
       return;
     }
     if (change.event != Change::Event::value) {
-      // Whether it holds meanwhile, nobody knows. When the server is back, its values come again,
+      // Whether it holds meanwhile is unknown. When the server is back, its values come again,
       // before or after the report of that.
       connection_ = ModelSrv::ModelRes_Success;
       if (change.event == Change::Event::lost) {

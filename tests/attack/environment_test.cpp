@@ -113,7 +113,7 @@ TEST_F(AttackEnvironment, ServersOfOneNameServeSideBySideIfEachHasATmpOfItsOwn) 
   ASSERT_EQ(inside.execute("privatetmp"), "ok");
   ASSERT_EQ(inside.execute("serve " + port), success());
   EXPECT_EQ(inside.execute("set 7"), success());
-  // It serves itself: nobody else sees its /tmp.
+  // It serves itself: no other process sees its /tmp.
   EXPECT_EQ(inside.execute("connect " + port), success());
   EXPECT_EQ(inside.execute("get"), success() + " 7");
   Peer client;

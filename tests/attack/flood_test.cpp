@@ -4,7 +4,7 @@
 #include "tests/attack/floods.h"
 #include "tests/support/model_server.h"
 
-// Whatever one client does, the exchanges of another are not delayed. The limits here have room
+// Whatever one client does, the exchanges of another are not delayed. The limits here have a margin
 // for a loaded machine, on which every process waits; bench/flood_bench measures the figure.
 
 namespace attack {
@@ -16,7 +16,7 @@ constexpr double limitMs = 1000;
 
 class AttackFlood : public AttackTest, public testing::WithParamInterface<std::size_t> {};
 
-TEST_P(AttackFlood, DelaysNobody) {
+TEST_P(AttackFlood, DelaysNoOtherClient) {
   const Flood& flood = floods()[GetParam()];
   const auto server = test_support::ModelServer::ofTree(floodedTree());
   Durations durations = exchangesUnder(&flood, pathOf(server.name()), floodTime);

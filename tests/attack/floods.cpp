@@ -216,7 +216,7 @@ std::vector<Flood> makeFloods() {
   };
 }
 
-/// The processes of a flood, which compete with nobody else for a processor.
+/// The processes of a flood, which compete with no other process for a processor.
 class FloodProcess {
  public:
   FloodProcess(const Flood& flood, const std::string& mailbox) : pid_(::fork()) {

@@ -91,7 +91,7 @@ TEST(SavedElementPath, AppendsTheIndexToTheLastName) {
   EXPECT_EQ(savedElementPath({}, 3), "");
 }
 
-TEST(SavedPath, BlanksWhatEndsACommand) {
+TEST(SavedPath, WritesASpaceForWhatEndsACommand) {
   std::string line = ";";
   appendSavedPath(line, {"a;b", "c\n$d\x7f"});
   EXPECT_EQ(line, ";/a b/c $d ");

@@ -57,10 +57,10 @@ class Client:
     def match(self, chain, component):
         children = self.children(chain)
         if component.startswith(b"noname-"):
-            tail = component[7:]
-            if tail.lstrip()[:1] in (b"-", b"+"):
+            number_text = component[7:]
+            if number_text.lstrip()[:1] in (b"-", b"+"):
                 raise Unmodelled("a number with a sign")
-            number = stream_number(tail)
+            number = stream_number(number_text)
             return next((child for child in children if child.number == number), None)
         return next((child for child in children if child.name == component), None)
 

@@ -33,7 +33,7 @@ def index_number(text):
     return number
 
 
-def blanked(text):
+def spaced(text):
     """What a saved file holds of a value or a name: nothing that ends a command."""
     return re.sub(rb"[\x00-\x1f\x7f;]", b" ", text)
 
@@ -246,13 +246,13 @@ class Commands:
             lines.append(self.save_line(node.text(index), element))
 
     def save_line(self, value, names):
-        saved = blanked(value)
+        saved = spaced(value)
         if b" " in saved or not saved:
             command = b'str "' + saved + b'" '
         else:
             command = b"set " + saved + b" "
         self.out += self.screen.shown(b" make command [" + value + b"] -> [" + command + b"]\n")
-        return command + b"".join(b"/" + blanked(name) for name in names) + b"\n"
+        return command + b"".join(b"/" + spaced(name) for name in names) + b"\n"
 
     def do_from(self, name):
         return self.run_file(name) if self.client else NOTHING

@@ -91,8 +91,8 @@ class Generator:
             node = self.rng.choice(node.children)
             chain += (node.number,)
             by_number = self.rng.random() < 0.04
-            tail = self.rng.choice([b"", b"", b"x", b" "])
-            names.append(b"noname-%d" % node.number + tail if by_number else node.shown_name())
+            ending = self.rng.choice([b"", b"", b"x", b" "])
+            names.append(b"noname-%d" % node.number + ending if by_number else node.shown_name())
         return chain, names
 
     def path(self, shell):

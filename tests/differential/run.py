@@ -40,7 +40,7 @@ class Totals:
         self.keys += expected.shell.editor.keys if expected.shell.editor else 0
 
 
-class Failure(Exception):
+class FailedSession(Exception):
     def __init__(self, session, frozen_root, difference, server):
         super().__init__(difference.kind)
         self.session = session
@@ -75,19 +75,19 @@ def run_round(options, seed, totals, deadline):
             try:
                 Run(options.shell, session, expected).check()
             except Difference as difference:
-                raise Failure(session, frozen_root, difference, name) from None
+                raise FailedSession(session, frozen_root, difference, name) from None
             root = expected.shell.root
             if not describable(root) or time.monotonic() > deadline:
                 return
 
 
-def differs(options, session, failure):
+def differs(options, session, failed):
     """The difference that a session still shows on a fresh server, or None."""
     try:
-        expected = run_model(session, failure.frozen_root, failure.server)
+        expected = run_model(session, failed.frozen_root, failed.server)
         if session.kind == "keys" and expected.shell.running:
             return None
-        with Server(options.server, pickle.loads(failure.frozen_root), failure.server):
+        with Server(options.server, pickle.loads(failed.frozen_root), failed.server):
             Run(options.shell, session, expected).check()
     except (Unmodelled, NeedInput):
         return None
@@ -96,18 +96,18 @@ def differs(options, session, failure):
     return None
 
 
-def shrink(options, failure, seconds=30):
+def shrink(options, failed, seconds=30):
     """Drops items for as long as the session still shows a difference."""
     deadline = time.monotonic() + seconds
-    size = len(failure.session.items)
+    size = len(failed.session.items)
     while size >= 1:
         at = 0
-        while at < len(failure.session.items) and time.monotonic() < deadline:
-            items = failure.session.items
-            shorter = failure.session.with_items(items[:at] + items[at + size:])
-            difference = differs(options, shorter, failure)
+        while at < len(failed.session.items) and time.monotonic() < deadline:
+            items = failed.session.items
+            shorter = failed.session.with_items(items[:at] + items[at + size:])
+            difference = differs(options, shorter, failed)
             if difference:
-                failure.session, failure.difference = shorter, difference
+                failed.session, failed.difference = shorter, difference
             else:
                 at += size
         size //= 2
@@ -117,13 +117,13 @@ def around(text, position):
     return text[max(0, position - 120):position + 200]
 
 
-def report(failure, seed):
-    difference = failure.difference
+def report(failed, seed):
+    difference = failed.difference
     expected, seen = difference.expected, difference.seen
     position = next((at for at, pair in enumerate(zip(expected, seen)) if pair[0] != pair[1]),
                     min(len(expected), len(seen)))
     print(f"\nseed {seed}: {difference.kind}: they differ at byte {position}")
-    print(f"session on {failure.server}, {failure.session}")
+    print(f"session on {failed.server}, {failed.session}")
     print(f"expected {around(expected, position)!r}")
     print(f"seen     {around(seen, position)!r}", flush=True)
 
@@ -156,13 +156,13 @@ def main():
             break
         try:
             run_round(options, seed, totals, deadline)
-        except Failure as failure:
+        except FailedSession as failed:
             found += 1
-            shrink(options, failure)
-            report(failure, seed)
+            shrink(options, failed)
+            report(failed, seed)
         except Difference as difference:
             found += 1
-            report(Failure(Session("string"), b"", difference, "its server"), seed)
+            report(FailedSession(Session("string"), b"", difference, "its server"), seed)
         except Exception:
             print(f"\nseed {seed}: the comparison itself failed")
             raise

@@ -94,7 +94,7 @@ def counted_text(text):
     if int(count) != len(rest):
         return None
     if str(int(count)).encode() != count:
-        raise Unmodelled("a count with zeros or blanks")
+        raise Unmodelled("a count with zeros or spaces")
     return rest
 
 
@@ -126,7 +126,7 @@ def parse(kind, text):
     if kind == "bool":
         known = {b"true": True, b"1": True, b"false": False, b"0": False}
         if text not in known and text.strip() in known:
-            raise Unmodelled("blanks around a bool")
+            raise Unmodelled("spaces around a bool")
         return known.get(text)
     text = text.strip(b" ")
     if kind not in INTEGER_RANGES:

@@ -32,7 +32,7 @@ def unquote_line(line):
 
 
 def split_commands(text):
-    """The commands of a command string: cut at every ";", blanks in front removed."""
+    """The commands of a command string: cut at every ";", spaces in front removed."""
     rest = text.rstrip(b" ")
     commands = []
     while rest:

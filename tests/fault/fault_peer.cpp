@@ -222,7 +222,7 @@ std::string refuse(std::istringstream& words) {
       return "unknown";
     }
     if (test_support::sanitized && *number == SYS_prlimit64) {
-      // The sanitizer ends the process if it cannot ask for its own limits.
+      // The sanitizer ends the process if it cannot read its own limits.
       filter.failIfEqual(*number, 1, RLIMIT_NOFILE, error);
     } else {
       filter.fail(*number, error);

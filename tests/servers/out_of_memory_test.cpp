@@ -35,7 +35,7 @@ using modelsrv_tests::forEachAllocation;
 using modelsrv_tests::runWithFailure;
 using Clock = ValueFeeds::Clock;
 
-class ScarceMemory : public testing::Test {
+class OutOfMemory : public testing::Test {
  protected:
   [[nodiscard]] std::string path(const std::string& name) const {
     return scratch_.path() + '/' + name;
@@ -53,7 +53,7 @@ class ScarceMemory : public testing::Test {
   test_support::ScratchDirectory scratch_;
 };
 
-TEST_F(ScarceMemory, DuringAReloadLeavesEachPartItsSource) {
+TEST_F(OutOfMemory, DuringAReloadLeavesEachPartItsSource) {
   write("v", "5\n");
   forEachAllocation([this](int failing) {
     EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
@@ -152,7 +152,7 @@ class WatchedServer {
   test_support::ProxyPart part_{clientRoot_};
 };
 
-TEST_F(ScarceMemory, DoesNotLeaveAWatchedPartUnobserved) {
+TEST_F(OutOfMemory, DoesNotLeaveAWatchedPartUnobserved) {
   forEachAllocation([this](int failing) {
     write("v", "1\n");
     WatchedServer server(tree(""));

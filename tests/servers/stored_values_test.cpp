@@ -311,7 +311,7 @@ TEST_F(StoredValuesTest, AreTriedAgainAtTheNextStoreAfterAnErrorThatIsReportedOn
   std::filesystem::remove_all(directory_.file("missing"));
   store(values, tree.speed, "3");
   values.tick(now + std::chrono::minutes(2));
-  EXPECT_THAT(reported_, ElementsAre(line, line)) << "a new failure";
+  EXPECT_THAT(reported_, ElementsAre(line, line)) << "a new error";
   values.finish();
   EXPECT_THAT(reported_, ElementsAre(line, line, line)) << "the last chance";
 }

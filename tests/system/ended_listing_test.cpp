@@ -272,7 +272,7 @@ TEST_F(SignalledCommand, EndsWithAFullPipeToo) {
   EXPECT_EQ(contentOf(pipe.reader.get()), filler.substr(0, static_cast<std::size_t>(size)));
 }
 
-TEST_F(SignalledCommand, EndsIfNobodyReadsThePipe) {
+TEST_F(SignalledCommand, EndsIfNoProcessReadsThePipe) {
   Pipe pipe;
   pipe.reader = Descriptor();
   const int status = run(pipe.writer.get(), SIGTERM);

@@ -55,7 +55,7 @@ TEST_F(Output, OfACommandPrecedesTheWaitOfTheNextOne) {
   server_.hang();
   ASSERT_TRUE(enter("pwd;get group_000/item_0000;pwd"));
   ASSERT_TRUE(showsText("/" + server_.name()));
-  // The server answers in time only if the path has been shown at once.
+  // The server replies in time only if the path has been shown at once.
   server_.resume();
   EXPECT_TRUE(showsText("/group_000/item_0000    [0]"));
 }

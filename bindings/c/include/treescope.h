@@ -292,7 +292,7 @@ typedef struct treescope_part treescope_part;
 /* Makes a server with an empty tree. It has no port before `treescope_publish`. */
 TREESCOPE_CHECKED treescope_result treescope_server_new(treescope_server** server);
 
-/* Ends the service at once, and closes the server and its parts. */
+/* Ends the service immediately, and closes the server and its parts. */
 treescope_result treescope_server_close(treescope_server* server);
 
 /* Publishes the tree as port `name`; members of `group` may connect too. Shells list names that

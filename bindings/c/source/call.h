@@ -10,7 +10,7 @@
 #include "treescope.h"
 
 /// What every function of the C interface does around its own work: it catches exceptions, and
-/// leaves a message about a failure for the calling thread.
+/// leaves a message about an error for the calling thread.
 namespace treescope_c {
 
 /// A result of the platform libraries as one of the C interface.

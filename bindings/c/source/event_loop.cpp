@@ -38,7 +38,7 @@ treescope_result EventLoop::dispatch(int milliseconds) {
     manager.wake();
     return fail(TREESCOPE_CLOSED);
   }
-  // To find nothing is no failure, and leaves the message as it is.
+  // To find nothing is no error, and leaves the message as it is.
   return result == EvtSrv::EvtRes_Timeout ? TREESCOPE_TIMEOUT : finish(result);
 }
 

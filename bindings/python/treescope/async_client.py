@@ -154,7 +154,7 @@ class AsyncClient:
         return await asyncio.wrap_future(self._submit(request))
 
     async def _opened(self, request: Callable[[], C]) -> C:
-        """What `request` opens; closed again if nobody waits for it any more."""
+        """What `request` opens; closed again if no task waits for it any more."""
         running = self._submit(request)
         try:
             return await asyncio.wrap_future(running)

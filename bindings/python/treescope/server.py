@@ -350,7 +350,7 @@ class Server(Port):
             loop.remove_reader(descriptor)
 
     def close(self) -> None:
-        """Ends the service at once and closes the parts. `Busy` in a callback of the server."""
+        """Ends the service immediately and closes the parts. `Busy` in a callback of the server."""
         if threading.get_ident() in self._calling and not self.closed:
             # No other thread's dispatch ends because of that.
             raise Busy("a callback cannot close the server that called it")

@@ -89,7 +89,7 @@ EvtRes Mailbox::makePipe() {
 Mailbox::Attempt Mailbox::tryMake(EvtRes& result) {
   const int made = system_->makeFifo(path_, ownMode);
   const auto failed = [&](int error) {
-    // A pipe that nobody will serve is not left behind. A server that takes it over just
+    // A pipe that no server will serve is removed again. A server that takes it over just
     // now makes its mailbox again.
     if (made == 0) {
       static_cast<void>(system_->unlink(path_));

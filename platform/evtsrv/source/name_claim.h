@@ -26,7 +26,7 @@ class NameClaim {
   void release() { socket_.reset(); }
 
   /// Takes some of those who have connected to the address, and closes their connections, so
-  /// that nobody can fill the queue. 0 if more may wait; `-EAGAIN` if none does; or another
+  /// that no process can fill the queue. 0 if more may wait; `-EAGAIN` if none does; or another
   /// negative error number: then some wait that could not be taken.
   [[nodiscard]] int closeConnections();
 

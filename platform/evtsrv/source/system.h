@@ -113,10 +113,10 @@ class System {
   /// Makes a Unix socket that holds the abstract address `name` (unix(7), at most
   /// `maxAddress` bytes) as long as it is open. `-EADDRINUSE` if another one has it.
   [[nodiscard]] virtual int claimAddress(std::string_view name) = 0;
-  /// Sets `user` to the effective user that has claimed `name`. `-ECONNREFUSED` if nobody
+  /// Sets `user` to the effective user that has claimed `name`. `-ECONNREFUSED` if no process
   /// has, or not completely; `-EAGAIN` if its queue of connections stays full for a second.
   [[nodiscard]] virtual int holderOfAddress(std::string_view name, uid_t& user) = 0;
-  /// accept4(2) at the socket of an address; `-EAGAIN` if nobody has connected.
+  /// accept4(2) at the socket of an address; `-EAGAIN` if no process has connected.
   [[nodiscard]] virtual int acceptConnection(int socket) = 0;
 
   /// inotify_init1(2), nonblocking.

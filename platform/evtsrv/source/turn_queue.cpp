@@ -9,7 +9,7 @@ namespace EvtSrv::internal {
 Turn::Turn(TurnQueue& queue, TurnGroup& group, TurnTaker& taker)
     : queue_(queue), group_(group), taker_(taker) {
   queue_.enter();
-  // A newcomer waits behind those who have used little, so that who connects often gains nothing.
+  // A newcomer waits after those that have used little, so that connecting often gains nothing.
   usedNs_ = queue_.turnFloorNs_ + TurnQueue::newcomerNs;
 }
 
@@ -117,13 +117,13 @@ TurnQueue::Charge::~Charge() {
     turn_.group_.usedNs += used;
     queue_.turnBegin_ = now;
   } else {
-    // This has delayed nobody: it is no newcomer any more.
+    // This has delayed no other: it is no newcomer any more.
     turn_.usedNs_ = std::min(turn_.usedNs_, queue_.turnFloorNs_);
   }
 }
 
 /// What the turn in progress has used. If it has taken long, the thread may have waited for a
-/// processor: nobody is charged for that.
+/// processor: no connection is charged for that.
 std::int64_t TurnQueue::usedUntil(std::int64_t now) {
   const std::int64_t taken = now - turnBegin_;
   if (taken <= turnNs) {

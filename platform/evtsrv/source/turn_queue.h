@@ -11,9 +11,8 @@
 /// A connection whose descriptor is ready is served at once while little else is to be done.
 /// Otherwise it waits in a queue. The user whose connections have used the least time is next,
 /// and of this user's connections the one that has used the least. A connection is served for
-/// one turn, and waits again if it has more work. So nobody waits longer than for the turn in
-/// progress, except behind those who used even less. Everything here requires the client
-/// mutex.
+/// one turn, and waits again if it has more work. So no connection waits longer than for the turn
+/// in progress, except for those that used even less. Everything here requires the client mutex.
 namespace EvtSrv::internal {
 
 class TurnQueue;
@@ -101,7 +100,7 @@ class TurnQueue {
     std::int64_t threadTime_;
   };
 
-  /// Charges `turn` with the time until the end of a block. Reads no clock if nobody else has
+  /// Charges `turn` with the time until the end of a block. Reads no clock if no other has
   /// work.
   class Charge {
    public:

@@ -18,7 +18,7 @@ class TreeCursor {
   /// Begins at `top`, which must not leave the tree before `end`.
   void begin(ModelPart& top);
   void end();
-  /// After `begin`: continues behind the part with these ids below the top, whether it is there or
+  /// After `begin`: continues after the part with these ids below the top, whether it is there or
   /// not.
   void resume(std::span<const ModelPartId> idsBelowTop);
   /// The part that it began at; null after the end, or before the beginning.

@@ -23,7 +23,7 @@ inline constexpr std::size_t maxPage = std::size_t{256} * 1024;
 /// Writes pages in a server. Call it with the client mutex held.
 class TreePageWriter {
  public:
-  /// Appends the page that begins with `top`, or behind the part with these ids below `top`.
+  /// Appends the page that begins with `top`, or after the part with these ids below `top`.
   void write(ModelPart& top, bool continues, ChainView position, std::uint64_t structureVersion,
              std::vector<std::uint8_t>& page);
 

@@ -41,7 +41,7 @@ void notifySubtreeWatches(ModelPart& part, ModelPartIndex index);
 /// `part` accepts subscriptions again: has its value reported by the watches of subtrees.
 void reportSubscribable(ModelPart& part);
 
-/// Calls the watch handlers of the descendants of `part` that nobody watches any more, after a
+/// Calls the watch handlers of the descendants of `part` that no client watches any more, after a
 /// watch of its subtree has ended. Throws `std::bad_alloc`.
 void reportUnwatchedBelow(const ModelPart& part);
 

@@ -27,7 +27,7 @@ WHOLE, NO_INDEX = 65534, 65535
 STARTED, UPDATE, STOPPED = 1, 2, 3
 
 
-class Failure(Exception):
+class RequestError(Exception):
     """A reply with another result than 0; the reason that came with it, if any."""
 
     def __init__(self, result, reason=""):
@@ -238,7 +238,7 @@ class WireClient:
                 raise Malformed("a second welcome")
             if sequence == self.sequence:
                 if result != 0:
-                    raise Failure(result, reader.rest.decode())
+                    raise RequestError(result, reader.rest.decode())
                 return reader
         raise TimeoutError
 

@@ -7,7 +7,7 @@ import sys
 import tempfile
 import unittest
 
-from wire_client import STARTED, STOPPED, UPDATE, Failure, NoServer, WireClient
+from wire_client import STARTED, STOPPED, UPDATE, RequestError, NoServer, WireClient
 
 LIMIT = 40
 TREE = """{"children": [
@@ -75,13 +75,13 @@ class Protocol(unittest.TestCase):
             ([1, 9], b"1", 2),
             ([1], b"1", 4),
         ]:
-            with self.assertRaises(Failure) as raised:
+            with self.assertRaises(RequestError) as raised:
                 self.client.load(ids, text)
             self.assertEqual(raised.exception.result, result)
-        with self.assertRaises(Failure) as raised:
+        with self.assertRaises(RequestError) as raised:
             self.client.load([1, 1], b"101")
         self.assertIn("101", raised.exception.reason)
-        with self.assertRaises(Failure) as raised:
+        with self.assertRaises(RequestError) as raised:
             self.client.exchange(999, b"")
         self.assertEqual(raised.exception.result, 14)
 
@@ -92,7 +92,7 @@ class Protocol(unittest.TestCase):
             other.load([1, 3], b"9", 1)
         self.assertEqual(self.client.next_event(LIMIT), (UPDATE, [1, 3], 1))
         self.client.unsubscribe([1, 3])
-        with self.assertRaises(Failure) as raised:
+        with self.assertRaises(RequestError) as raised:
             self.client.unsubscribe([1, 3])
         self.assertEqual(raised.exception.result, 12)
         self.server.send_signal(signal.SIGTERM)

@@ -47,7 +47,7 @@ class Asyncio(unittest.TestCase):
             with Server() as server:
                 server.add("number", 1)
                 server.publish(name)
-                # The server answers in the same event loop: a blocking request would time out.
+                # The server replies in the same event loop: a blocking request would time out.
                 serving = asyncio.create_task(server.serve())
                 async with AsyncClient(name) as client:
                     results = await asyncio.gather(*(client.get("/number") for _ in range(20)))

@@ -35,7 +35,7 @@ class Served(unittest.TestCase):
         self.offset = self.drive.add("offset", 0.0, type=Type.FLOAT, access=Access.PROTECTED)
         self.mode = self.server.add("mode", "off", choices=["off", "heat"])
         self.server.publish(self.name)
-        self.failures = []
+        self.handler_errors = []
         self.thread = threading.Thread(target=self.serve)
         self.thread.start()
 
@@ -45,7 +45,7 @@ class Served(unittest.TestCase):
                 try:
                     self.server.dispatch(None)
                 except ZeroDivisionError as error:
-                    self.failures.append(error)
+                    self.handler_errors.append(error)
         except treescope.Closed:
             pass
 

@@ -33,7 +33,7 @@ class Servers(Served):
                 client["/drive/gains[0]"] = 1.0
             self.gains.on_store(None)
             client["/drive/gains[0]"] = 11.0
-        self.assertEqual([type(failure) for failure in self.failures], [ZeroDivisionError])
+        self.assertEqual([type(error) for error in self.handler_errors], [ZeroDivisionError])
 
     def test_computes_values(self):
         readings = [1, "x", 2**40]

@@ -31,7 +31,7 @@ sock_filter skipUnless(int number) {
   return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(number), 0, 1);
 }
 
-sock_filter answer(std::uint32_t action) {
+sock_filter decide(std::uint32_t action) {
   return BPF_STMT(BPF_RET | BPF_K, action);
 }
 
@@ -44,7 +44,7 @@ int installFilter(std::span<sock_filter> filter) {
       ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program));
 }
 
-/// A message of one byte with room for one descriptor.
+/// A message of one byte with space for one descriptor.
 struct DescriptorMessage {
   char byte = 0;
   iovec part{&byte, 1};
@@ -69,12 +69,12 @@ Injection::Injection(const Fault& fault, std::string program)
 bool Injection::install(int channel) const {
   // sendmsg(2) passes: it is how the descriptor of the filter gets out.
   std::array<sock_filter, 8> all{load(numberOffset),        skipUnless(SYS_sendmsg),
-                                 answer(SECCOMP_RET_ALLOW), skipUnless(SYS_exit_group),
-                                 answer(SECCOMP_RET_ALLOW), skipUnless(SYS_rt_sigreturn),
-                                 answer(SECCOMP_RET_ALLOW), answer(SECCOMP_RET_USER_NOTIF)};
+                                 decide(SECCOMP_RET_ALLOW), skipUnless(SYS_exit_group),
+                                 decide(SECCOMP_RET_ALLOW), skipUnless(SYS_rt_sigreturn),
+                                 decide(SECCOMP_RET_ALLOW), decide(SECCOMP_RET_USER_NOTIF)};
   std::array<sock_filter, 6> one{
-      load(numberOffset),      skipUnless(SYS_execve),         answer(SECCOMP_RET_USER_NOTIF),
-      skipUnless(fault_.call), answer(SECCOMP_RET_USER_NOTIF), answer(SECCOMP_RET_ALLOW)};
+      load(numberOffset),      skipUnless(SYS_execve),         decide(SECCOMP_RET_USER_NOTIF),
+      skipUnless(fault_.call), decide(SECCOMP_RET_USER_NOTIF), decide(SECCOMP_RET_ALLOW)};
   const int listener = fault_.call < 0 ? installFilter(all) : installFilter(one);
   if (listener < 0) {
     return false;

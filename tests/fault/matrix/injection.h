@@ -11,8 +11,8 @@
 
 /// Makes one system call of a program fail.
 ///
-/// The kernel stops the program at the call (seccomp_unotify(2)) and asks what becomes of
-/// it. So every way into the kernel is covered, those inside the C library and raw ones
+/// The kernel stops the program at the call (seccomp_unotify(2)) and lets a test decide what
+/// becomes of it. So every way into the kernel is covered, those inside the C library and raw ones
 /// too, and the program needs no change. Calls of the dynamic linker and of programs that
 /// the program executes are not counted.
 namespace fault_matrix {
@@ -40,7 +40,7 @@ class Injection {
   /// Readable when a call waits for `serve`; -1 before `attach` and after `detach`.
   [[nodiscard]] int descriptor() const { return listener_.get(); }
 
-  /// Answers the call that waits. False if the program has ended.
+  /// Decides the call that waits. False if the program has ended.
   bool serve();
   void detach() { listener_.close(); }
 

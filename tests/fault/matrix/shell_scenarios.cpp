@@ -49,7 +49,7 @@ Program& runCommandFile(Run& run) {
 bool exchange(Run& run, Program& shell, const std::string& keys, const std::string& text) {
   const std::size_t mark = shell.written.size();
   run.stage().type(shell, keys);
-  // Longer than a request takes that is not answered. Only with a fault that the shell
+  // Longer than a request without a reply takes. Only with a fault that the shell
   // makes up for is the text certain to come.
   constexpr Stage::Milliseconds afterError{2500};
   const bool certain = run.isTransparent() || run.fault().call < 0;

@@ -18,7 +18,7 @@ LISTED = re.compile(r"([\w-]+) +\[(.*)\]$")
 
 
 def tree_of_shape(shape):
-    """A tree in which a name tells its value, one that stays, and one that each shell sets."""
+    """A tree in which a name states its value, one that stays, and one that each shell sets."""
     own = [{"name": f"own{i}", "type": "int32", "value": 0} for i in range(SHELLS)]
     parts = [{"name": f"x{i}_{i * shape}", "type": "int64", "value": i * shape}
              for i in range(shape % 40)]
@@ -179,18 +179,18 @@ def library_client(world):
     client, connected, subscribed = world.client, False, False
     while True:
         if not connected:
-            connected = ask(client, "connect Model_restarts") == "0"
+            connected = request(client, "connect Model_restarts") == "0"
         number = random.randrange(1, 1 << 30)
-        stored = ask(client, f"store {number}")
-        result, _, value = ask(client, "get").partition(" ")
+        stored = request(client, f"store {number}")
+        result, _, value = request(client, "get").partition(" ")
         if result == "0" and value not in (str(number), "0"):
             raise Wrong(f"stored {number} with result {stored}, then read {value}")
         if not subscribed:
-            subscribed = ask(client, "subscribe") == "0"
+            subscribed = request(client, "subscribe") == "0"
         yield 0.1
 
 
-def ask(client, command):
+def request(client, command):
     client.stdin.write(command + "\n")
     client.stdin.flush()
     line = client.stdout.readline()

@@ -16,7 +16,7 @@ import sys
 import threading
 import time
 
-from actors import (SHELLS, ask, library_client, reload, reloading, restarting, run_shell,
+from actors import (SHELLS, library_client, reload, reloading, request, restarting, run_shell,
                     shell_actor, start_servers, terminals, watching)
 from processes import TIME_LIMIT, Terminal, end_with_parent, isolate, measure
 from world import World, Wrong
@@ -62,7 +62,7 @@ def measured(world, before=None):
     with world.pause():
         reload(world, 20)
         # The library's client connects again, if it is not connected.
-        while ask(world.client, "get").split()[0] != "0":
+        while request(world.client, "get").split()[0] != "0":
             pass
         # These also remove what killed clients have left in /tmp.
         for server in world.servers:
@@ -114,13 +114,13 @@ def soak(world):
     try:
         # Until then caches fill and heaps reach their size.
         world.stopping.wait(world.options.seconds / 3)
-        before = None if world.failure else measured(world)
+        before = None if world.error else measured(world)
         world.stopping.wait(max(begin + world.options.seconds - time.monotonic(), 0))
-        grown = [] if world.failure else compare(before, measured(world, before))
+        grown = [] if world.error else compare(before, measured(world, before))
         world.stopping.set()
         with world.pause():
-            if world.failure:
-                raise Wrong(world.failure)
+            if world.error:
+                raise Wrong(world.error)
             if grown:
                 raise Wrong(f"grown: {', '.join(grown)}")
             stop_all(world)

@@ -16,7 +16,7 @@ class World:
     def __init__(self, options, directory):
         self.options = options
         self.directory = directory
-        self.failure = None
+        self.error = None
         self.counts = {}
         self.stopping = threading.Event()
         self.finished = threading.Event()
@@ -65,7 +65,7 @@ class World:
                 self.counts[actor.__name__] = self.counts.get(actor.__name__, 0) + 1
                 self.stopping.wait(wait)
         except Exception:
-            self.failure = self.failure or f"{actor.__name__}: {traceback.format_exc()}"
+            self.error = self.error or f"{actor.__name__}: {traceback.format_exc()}"
             self.stopping.set()
         # The kernel ends the processes that a thread has started with the thread.
         self.finished.wait()

@@ -96,7 +96,7 @@ TEST_F(Deferred, WorkMayDestroyOtherWorkAndItself) {
   EXPECT_EQ(core.receive(0), EvtRes_Timeout);
 }
 
-TEST_F(Deferred, WorkBehindOneThatThrowsRunsAtTheNextDispatch) {
+TEST_F(Deferred, WorkAfterOneThatThrowsRunsAtTheNextDispatch) {
   Work first;
   Work second;
   first.onRun = [] { throw std::runtime_error("of the program"); };

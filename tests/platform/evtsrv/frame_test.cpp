@@ -177,10 +177,10 @@ TEST(FrameReader, DetectsAMalformedHeaderThatIsCutAnywhere) {
     FrameReader reader;
     Frame frame;
     const FrameBytes head(stream.begin(), stream.begin() + static_cast<long>(cut));
-    const FrameBytes tail(stream.begin() + static_cast<long>(cut), stream.end());
+    const FrameBytes rest(stream.begin() + static_cast<long>(cut), stream.end());
     reader.feed(head);
     EXPECT_EQ(reader.next(frame), FrameReader::Status::incomplete);
-    reader.feed(tail);
+    reader.feed(rest);
     EXPECT_EQ(reader.next(frame), FrameReader::Status::malformed) << cut;
   }
 }

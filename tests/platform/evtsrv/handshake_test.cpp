@@ -302,7 +302,7 @@ class FailingCall : public testing::TestWithParam<FailedCall> {};
 /// Connects, makes a request and receives an event. Repeats that with the first such call
 /// failing, then the second and so on, until there is no such call any more.
 template <typename Choose>
-void runWithFailures(const FailedCall& failure, Choose systemOf) {
+void runWithErrors(const FailedCall& failure, Choose systemOf) {
   const std::size_t before = openDescriptors();
   bool failed = true;
   for (int skip = 0; failed; ++skip) {
@@ -342,13 +342,13 @@ void runWithFailures(const FailedCall& failure, Choose systemOf) {
 }
 
 TEST_P(FailingCall, OfTheClientReturnsAnErrorAndLeaksNothing) {
-  runWithFailures(GetParam(),
-                  [](EchoServer&, EchoClient& client) -> TestSystem& { return client.system; });
+  runWithErrors(GetParam(),
+                [](EchoServer&, EchoClient& client) -> TestSystem& { return client.system; });
 }
 
 TEST_P(FailingCall, OfTheServerIsHandledAndLeaksNothing) {
-  runWithFailures(GetParam(),
-                  [](EchoServer& server, EchoClient&) -> TestSystem& { return server.system; });
+  runWithErrors(GetParam(),
+                [](EchoServer& server, EchoClient&) -> TestSystem& { return server.system; });
 }
 
 INSTANTIATE_TEST_SUITE_P(

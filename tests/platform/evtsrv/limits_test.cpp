@@ -177,7 +177,7 @@ TEST_F(Limits, FramesBegunOfOneUserAreRefusedAboveTheLimit) {
   EXPECT_EQ(server.connectionCount(), allowed) << "the memory of the first one is free again";
 }
 
-TEST_F(Limits, RepliesThatNobodyReadsAreRefusedAboveTheLimit) {
+TEST_F(Limits, RepliesThatAreNotReadAreRefusedAboveTheLimit) {
   const Bytes request = frame(FrameKind::request, 5, 1, std::string(maxPayload, 'x'));
   const std::size_t allowed = limits::bytesOfUser / request.size();
   for (std::size_t i = 0; i < allowed; ++i) {

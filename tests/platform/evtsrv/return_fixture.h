@@ -36,7 +36,7 @@ class Return : public testing::Test {
   }
   static inline bool othersDisturb = false;
   /// Whether so many wake-ups are those of a client that waits; without a /tmp of its own
-  /// their number tells nothing.
+  /// their number means nothing.
   static bool isFew(int wakeUps) { return wakeUps < 20 || othersDisturb; }
 
   void SetUp() override {

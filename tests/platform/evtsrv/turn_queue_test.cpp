@@ -110,7 +110,7 @@ TEST_F(Turns, WhoSleptHasSavedNothingUp) {
   EXPECT_GE(sleeper.turns, 8);
 }
 
-TEST_F(Turns, NobodyIsChargedForTheTimeThatTheServerHasWaitedForAProcessor) {
+TEST_F(Turns, NoClientIsChargedForTheTimeThatTheServerHasWaitedForAProcessor) {
   Taker delayed(queue, one, system, msNs / 100);
   Taker busy(queue, one, system, msNs);
   busy.hasMore = true;
@@ -127,7 +127,7 @@ TEST_F(Turns, NobodyIsChargedForTheTimeThatTheServerHasWaitedForAProcessor) {
   }
 }
 
-TEST_F(Turns, NewcomersAreBehindWhoWasServedWithoutDelayingAnybody) {
+TEST_F(Turns, NewcomersComeAfterThoseThatDelayedNoOther) {
   Taker settled(queue, one, system, msNs / 100);
   {
     const TurnQueue::Dispatch dispatch(queue, 1);
