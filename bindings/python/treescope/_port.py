@@ -108,7 +108,8 @@ class Port(Closable):
     def _ring(self) -> None:
         """Lets the threads that wait look whether what they wait for has arrived."""
         with self._state:
-            if self._waiting not in (None, threading.get_ident()):
+            # Without a bell the wait has not begun yet, and has nothing to be ended.
+            if self._bell >= 0 and self._waiting not in (None, threading.get_ident()):
                 os.write(self._bell, ONE)
             self._state.notify_all()
 

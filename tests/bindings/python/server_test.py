@@ -155,6 +155,29 @@ class Servers(Served):
         server.run()
         self.assertTrue(server.closed)
 
+    def test_another_thread_may_dispatch_it_before_its_first_wait_begins(self):
+        server = Server()
+        self.addCleanup(server.close)
+        poll = server._poll
+        errors = []
+
+        def dispatch():
+            try:
+                server.dispatch()
+            except OSError as error:
+                errors.append(error)
+
+        def dispatch_and_poll(end, arrived):
+            other = threading.Thread(target=dispatch)
+            other.start()
+            other.join(TIMEOUT)
+            server.wake()
+            poll(end, arrived)
+
+        server._poll = dispatch_and_poll
+        server.dispatch(None)
+        self.assertEqual(errors, [])
+
     def test_an_index_is_that_of_an_element(self):
         for index in (-1, -2, 65534, 2**32):
             for use in (lambda: self.gains.get(index), lambda: self.gains.set(1.0, index)):
