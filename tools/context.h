@@ -46,7 +46,7 @@ class Context {
   };
 
   /// Keeps the first failure from now on instead of reporting it, until it is taken.
-  void keepFailure() { kept_.emplace(); }
+  void keepFailure() { kept_ = Failure{}; }
   /// What has been kept; its status is `Status::success` if there was none.
   [[nodiscard]] Failure takeFailure();
 

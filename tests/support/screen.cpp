@@ -204,7 +204,7 @@ Cell Screen::cell(Position position) const {
   VTermScreenCell read{};
   vterm_screen_get_cell(screen_, {position.row, position.column}, &read);
   Cell cell;
-  cell.columns = read.width;
+  cell.columns = static_cast<unsigned char>(read.width);
   cell.bold = read.attrs.bold != 0;
   cell.underline = read.attrs.underline != 0;
   cell.reverse = read.attrs.reverse != 0;
