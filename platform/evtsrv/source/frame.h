@@ -105,6 +105,22 @@ class PayloadReader {
     return in == nullptr ? std::string_view{}
                          : std::string_view(reinterpret_cast<const char*>(in), count);
   }
+  /// A length of 16 bits and as many bytes, as `u16` and `bytes` read them: a listing reads very
+  /// many.
+  std::string_view text16() {
+    const std::size_t available = left();
+    const std::uint8_t* const in = bytes_.data() + position_;
+    if (available >= sizeof(std::uint16_t)) {
+      const std::size_t count = readNumber<std::uint16_t>(in, order_);
+      if (count <= available - sizeof(std::uint16_t)) {
+        position_ += sizeof(std::uint16_t) + count;
+        return {reinterpret_cast<const char*>(in + sizeof(std::uint16_t)), count};
+      }
+    }
+    ok_ = false;
+    position_ = bytes_.size();
+    return {};
+  }
   /// All bytes that are left, not copied.
   std::string_view rest() { return bytes(left()); }
   /// The number of bytes that have been read.

@@ -45,6 +45,11 @@ bool decodeIds(PayloadReader payload, std::vector<ModelPartId>& ids) {
     return false;
   }
   ids.resize(count);
+  if (payload.order() == EvtSrv::internal::nativeOrder && count != 0) {
+    const std::string_view bytes = payload.rest();
+    std::memcpy(ids.data(), bytes.data(), bytes.size());
+    return true;
+  }
   for (ModelPartId& id : ids) {
     id = payload.u16();
   }
@@ -59,8 +64,7 @@ bool readNames(PayloadReader& payload, std::vector<std::string>& names) {
   names.clear();
   names.reserve(count);
   for (std::size_t i = 0; i < count && payload.ok(); ++i) {
-    const std::size_t length = payload.u16();
-    names.emplace_back(payload.bytes(length));
+    names.emplace_back(payload.text16());
   }
   return payload.ok();
 }

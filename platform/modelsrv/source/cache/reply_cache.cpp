@@ -45,8 +45,7 @@ void skipIds(PayloadReader& in) {
 void skipNames(PayloadReader& in) {
   const std::size_t count = in.u16();
   for (std::size_t i = 0; i < count && in.ok(); ++i) {
-    const std::size_t length = in.u16();
-    static_cast<void>(in.bytes(length));
+    static_cast<void>(in.text16());
   }
 }
 
