@@ -212,6 +212,18 @@ ModelRes ClientSide::save(ChainView chain, std::ostringstream& text, ModelPartIn
       });
 }
 
+ModelRes ClientSide::save(ChainView chain, std::string& text, ModelPartIndex index) {
+  return read(
+      {Operation::save, chain, index}, ReplyCache::Data::value,
+      [&](const ReplyCache::Part& part, ModelRes& result) {
+        return cache_.save(part, index, text, result);
+      },
+      [&](PayloadReader reply) {
+        text = reply.rest();
+        return true;
+      });
+}
+
 ModelRes ClientSide::load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index,
                           std::string* reason) {
   if (text.size() > maxStoreText) {

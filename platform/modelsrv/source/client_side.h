@@ -47,6 +47,8 @@ class ClientSide final : public EvtSrv::internal::EventSink,
   ModelRes elementSum(ChainView chain, std::uint16_t& sum);
   ModelRes elementNames(ChainView chain, std::vector<std::string>& names);
   ModelRes save(ChainView chain, std::ostringstream& text, ModelPartIndex index);
+  /// The same without a stream: to make one, a program needs all of the C++ library's locales.
+  ModelRes save(ChainView chain, std::string& text, ModelPartIndex index);
   /// If the server refuses the store with a reason, `reason` is set unless it is null.
   ModelRes load(ChainView chain, std::string_view text, bool flag, ModelPartIndex index,
                 std::string* reason);

@@ -1,6 +1,5 @@
 #include "modelsrv/source/tree_reader.h"
 
-#include <sstream>
 #include <utility>
 
 #include "modelsrv/source/out_of_memory.h"
@@ -102,12 +101,11 @@ ModelRes TreeReader::fetchLeftOut(TreePageReader::LeftOut leftOut, TreePart& par
           elementNames_.empty() ? part.elements : static_cast<unsigned>(elementNames_.size());
     }
     if (leftOut.value) {
-      std::ostringstream stream;
-      const ModelRes result = client.save(part.chain, stream, ModelPartIndex_All);
+      text_.clear();
+      const ModelRes result = client.save(part.chain, text_, ModelPartIndex_All);
       if (result >= ModelRes_NotConnected || result == ModelRes_NoSuchPart) {
         return result;
       }
-      text_ = std::move(stream).str();
       part.result = result;
       part.text = text_;
     }
@@ -169,11 +167,10 @@ ModelRes TreeReader::visitOne(const std::string& name, std::vector<ModelPartId>&
     if (read != ModelRes_Success) {
       return read;
     }
-    std::ostringstream stream;
     part.elements = elements;
+    text_.clear();
     part.result =
-        children.empty() ? client.save(chain_, stream, ModelPartIndex_All) : ModelRes_NoValue;
-    text_ = std::move(stream).str();
+        children.empty() ? client.save(chain_, text_, ModelPartIndex_All) : ModelRes_NoValue;
     return part.result < ModelRes_NotConnected && part.result != ModelRes_NoSuchPart
                ? ModelRes_Success
                : part.result;

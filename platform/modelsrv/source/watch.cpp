@@ -1,6 +1,5 @@
 #include "modelsrv/watch.h"
 
-#include <sstream>
 #include <utility>
 
 #include "modelsrv/source/client_side.h"
@@ -101,17 +100,8 @@ ModelRes Watch::fetch(const WatchEvent& event, std::string& text) {
   if (watch->client == nullptr) {
     return ModelRes_NotSubscribed;
   }
-  return internal::withMemoryResult([&] {
-    std::ostringstream stream;
-    const ModelRes result = watch->client->save(event.chain, stream, event.index);
-    if (result == ModelRes_Success && !stream) {
-      return ModelRes_SystemError;
-    }
-    if (result == ModelRes_Success) {
-      text = std::move(stream).str();
-    }
-    return result;
-  });
+  return internal::withMemoryResult(
+      [&] { return watch->client->save(event.chain, text, event.index); });
 }
 
 }  // namespace ModelSrv

@@ -279,8 +279,9 @@ bool ReplyCache::elementNames(const Part& part, std::vector<std::string>& names)
   return decodeNames(in, names);
 }
 
-bool ReplyCache::save(const Part& part, ModelPartIndex index, std::ostringstream& text,
-                      ModelRes& result) const {
+template <typename Append>
+bool ReplyCache::passText(const Part& part, ModelPartIndex index, ModelRes& result,
+                          Append append) const {
   const bool whole = index == ModelPartIndex_All;
   if (part.value == part.end || (!whole && index >= part.elementCount)) {
     return false;
@@ -297,12 +298,31 @@ bool ReplyCache::save(const Part& part, ModelPartIndex index, std::ostringstream
       continue;
     }
     if (whole && i != 0) {
-      text << '\n';
+      append("\n");
     }
-    text.write(value.data(), static_cast<std::streamsize>(value.size()));
+    append(value);
     if (!whole) {
       break;
     }
+  }
+  return true;
+}
+
+bool ReplyCache::save(const Part& part, ModelPartIndex index, std::ostringstream& text,
+                      ModelRes& result) const {
+  return passText(part, index, result, [&](std::string_view piece) {
+    text.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+  });
+}
+
+bool ReplyCache::save(const Part& part, ModelPartIndex index, std::string& text,
+                      ModelRes& result) const {
+  std::string read;
+  if (!passText(part, index, result, [&](std::string_view piece) { read += piece; })) {
+    return false;
+  }
+  if (result == ModelRes_Success) {
+    text = std::move(read);
   }
   return true;
 }

@@ -76,8 +76,12 @@ class ReplyCache {
   /// `result` is the result that the server would return.
   bool save(const Part& part, ModelPartIndex index, std::ostringstream& text,
             ModelRes& result) const;
+  bool save(const Part& part, ModelPartIndex index, std::string& text, ModelRes& result) const;
 
  private:
+  /// Calls `append` with each piece of the text.
+  template <typename Append>
+  bool passText(const Part& part, ModelPartIndex index, ModelRes& result, Append append) const;
   /// A reader of the section between two offsets.
   [[nodiscard]] EvtSrv::internal::PayloadReader reader(std::uint32_t begin,
                                                        std::uint32_t end) const;
