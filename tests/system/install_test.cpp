@@ -130,6 +130,43 @@ TEST_F(Install, NothingLoadsTheCppLibrary) {
 }
 #endif
 
+TEST_F(Install, TheLoaderLooksUpFewNamesForTheTablesOfTheLibraries) {
+  // Each costs about 600 instructions of every start of the shell.
+  constexpr int allowed = 200;
+  const Finished result = run({"readelf", "-r", "-W", prefix() + "/lib/libkrvsyssrv.so.4"});
+  ASSERT_EQ(result.status, (ExitStatus{0, 0})) << result.errors;
+  // Relocations with a symbol: not those of functions that are looked up when they are called.
+  const std::regex symbolic(" R_[A-Z0-9_]+ +[0-9a-f]+ +[_A-Za-z]");
+  int count = 0;
+  std::istringstream lines(result.output);
+  for (std::string line; std::getline(lines, line);) {
+    if (std::regex_search(line, symbolic) && line.find("JUMP_SL") == std::string::npos) {
+      ++count;
+    }
+  }
+  EXPECT_GT(count, 0);
+  EXPECT_LT(count, allowed);
+}
+
+#if STATIC_RUNTIME && defined(__x86_64__)
+TEST_F(Install, StrippedFilesAreSmall) {
+  const std::string stripped = directory() / "stripped";
+  const Finished result =
+      run({"cmake", "--install", test_support::buildDirectory(), "--prefix", stripped, "--strip"});
+  ASSERT_EQ(result.status, (ExitStatus{0, 0})) << result.output << result.errors;
+  struct Limit {
+    const char* file;
+    std::uintmax_t bytes;
+  };
+  for (const Limit& limit :
+       {Limit{"bin/treescope", 900'000}, Limit{"bin/modelsrvd", 1'500'000},
+        Limit{"bin/treectl", 950'000}, Limit{"lib/libkrvkstd.so.0", 100'000},
+        Limit{"lib/libkrvsyssrv.so.4", 1'150'000}, Limit{"lib/libtreescope.so.0", 1'000'000}}) {
+    EXPECT_LE(fs::file_size(fs::path(stripped) / limit.file), limit.bytes) << limit.file;
+  }
+}
+#endif
+
 TEST_F(Install, ContainsEveryPublicHeaderAndNoInternalOne) {
   for (const char* const part : {"kstd", "utilsrv", "evtsrv", "modelsrv"}) {
     const fs::path headers =
