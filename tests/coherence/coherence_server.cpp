@@ -1,10 +1,15 @@
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <iostream>
 #include <iterator>
 #include <optional>
 #include <sstream>
+#include <vector>
 
 #include "evtsrv/event_port_manager.h"
 #include "tests/coherence/published_model.h"
+#include "tests/support/descriptor.h"
 #include "tests/support/pump.h"
 
 // Publishes the tree of the tests as port argv[1]. Reads commands from standard input, one in
@@ -15,10 +20,28 @@
 //   add CHAIN node|value|array|varying|hiding|hidden NAME
 //   remove CHAIN
 //   hide CHAIN 0|1
+//   fill - 0|1         takes every descriptor that it may have, so that sessions are refused
 
 namespace {
 
 using namespace coherence;
+
+/// Takes every descriptor that this process may have, or gives them back.
+void fill(bool full) {
+  static std::vector<test_support::Descriptor> taken;
+  // Few, so that it takes no long time.
+  constexpr rlim_t few = 64;
+  static const rlimit before = [] {
+    rlimit limit{};
+    static_cast<void>(::getrlimit(RLIMIT_NOFILE, &limit));
+    return limit;
+  }();
+  const rlimit now{full ? few : before.rlim_cur, before.rlim_max};
+  static_cast<void>(::setrlimit(RLIMIT_NOFILE, &now));
+  taken.clear();
+  while (full && taken.emplace_back(::dup(STDIN_FILENO)).get() >= 0) {
+  }
+}
 
 /// Keeps the structure of `tree` up to date, but not its values.
 void execute(TreeModel& tree, PublishedModel& published, const std::string& line) {
@@ -37,6 +60,10 @@ void execute(TreeModel& tree, PublishedModel& published, const std::string& line
     bool hiding = false;
     words >> hiding;
     published.hide(chainOf(chain), hiding);
+  } else if (command == "fill") {
+    bool full = false;
+    words >> full;
+    fill(full);
   } else if (command == "add") {
     std::string kind;
     std::string name;
