@@ -20,9 +20,11 @@ std::int64_t readTime(PayloadReader& payload) {
   return static_cast<std::int64_t>(high << 32U | payload.u32());
 }
 
-/// Reads a result that the server may send.
-ModelRes readResult(PayloadReader& payload) {
-  return decodeResult(payload.u16());
+/// Reads an index and a result, which the server may send. False if they are none.
+bool readIndexAndResult(PayloadReader& payload, WatchEvent& event) {
+  event.index = payload.u16();
+  event.result = decodeResult(payload.u16());
+  return event.index != ModelPartIndex_Void;
 }
 
 bool decodeValue(PayloadReader& payload, DecodedWatchEvent& decoded) {
@@ -30,9 +32,7 @@ bool decodeValue(PayloadReader& payload, DecodedWatchEvent& decoded) {
   event.kind = WatchEvent::Kind::value;
   event.changes = payload.u32();
   event.timeNs = readTime(payload);
-  event.index = payload.u16();
-  event.result = readResult(payload);
-  if (!readChain(payload, decoded.chain)) {
+  if (!readIndexAndResult(payload, event) || !readChain(payload, decoded.chain)) {
     return false;
   }
   event.text = payload.rest();
@@ -42,11 +42,10 @@ bool decodeValue(PayloadReader& payload, DecodedWatchEvent& decoded) {
 bool decodeAdded(PayloadReader& payload, DecodedWatchEvent& decoded) {
   WatchEvent& event = decoded.event;
   event.kind = WatchEvent::Kind::added;
-  event.isNode = payload.u16() != 0;
+  const std::uint16_t isNode = payload.u16();
+  event.isNode = isNode != 0;
   event.timeNs = readTime(payload);
-  event.index = payload.u16();
-  event.result = readResult(payload);
-  if (!readChain(payload, decoded.chain)) {
+  if (isNode > 1 || !readIndexAndResult(payload, event) || !readChain(payload, decoded.chain)) {
     return false;
   }
   event.name = payload.bytes(payload.u16());
