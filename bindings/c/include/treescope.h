@@ -246,7 +246,8 @@ TREESCOPE_CHECKED treescope_result treescope_read_tree(treescope_client* client,
 
 typedef enum treescope_change TREESCOPE_ANY_INT {
   TREESCOPE_BEGIN = 1,   /* everything follows anew: at first, on a new connection, after a gap */
-  TREESCOPE_ADDED = 2,   /* a part is there: `name`, `is_node` */
+  TREESCOPE_ADDED = 2,   /* a part is there: `name`, `is_node`. If it was reported before, that and
+                            what was reported below it is void */
   TREESCOPE_VALUE = 3,   /* a value: at first the current one, then each change */
   TREESCOPE_REMOVED = 4, /* a part and everything below it has left the tree */
   TREESCOPE_COMPLETE = 5 /* everything has been reported once since the beginning */

@@ -30,7 +30,7 @@ class Change(enum.IntEnum):
 
     #: What was reported before is void and follows anew, as on a new connection.
     BEGIN = 1
-    #: A part is in the tree.
+    #: A part is in the tree. If it was reported before, that and what was reported below it is void.
     ADDED = 2
     #: A value: at first the current one, then each change.
     VALUE = 3
