@@ -122,8 +122,12 @@ treescope_result CallSequence::callServer(unsigned operation) {
       return openServer();
     case 1:
       return treescope_publish(server().handle, "a/b");
-    case 2:
-      return treescope_server_wake(server().handle);
+    case 2: {
+      Server& late = server();
+      const treescope_result refused = treescope_refuse(late.request, "too late");
+      return refused == TREESCOPE_BAD_ARGUMENT ? treescope_reply_text(late.reply, "late", 4)
+                                               : treescope_server_wake(late.handle);
+    }
     case 3:
       return treescope_unpublish(server().handle, 0);
     case 4: {
@@ -223,6 +227,7 @@ treescope_result CallSequence::setCallback() {
       return treescope_on_store(
           target,
           [](void* context, const treescope_store_request* request) {
+            static_cast<Server*>(context)->request = request;
             const treescope_result result = useFromCallback(context, request->part);
             return result == TREESCOPE_SUCCESS ? result : treescope_refuse(request, "not now");
           },
@@ -231,6 +236,7 @@ treescope_result CallSequence::setCallback() {
       return treescope_on_get(
           target,
           [](void* context, treescope_part* part, treescope_reply* reply) {
+            static_cast<Server*>(context)->reply = reply;
             static_cast<void>(useFromCallback(context, part));
             return treescope_reply_int64(reply, 3);
           },

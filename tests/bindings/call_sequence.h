@@ -35,6 +35,9 @@ class CallSequence {
     std::array<std::atomic<treescope_part*>, partCount> parts{};
     std::thread thread;
     std::atomic<unsigned> callbacks{0};
+    // What callbacks have got; kept beyond them, as no program should.
+    std::atomic<const treescope_store_request*> request{nullptr};
+    std::atomic<treescope_reply*> reply{nullptr};
     std::string name;
   };
 

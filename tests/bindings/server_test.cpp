@@ -327,6 +327,41 @@ TEST_F(CServer, ACallbackUsesPartsButChangesNoTree) {
   EXPECT_EQ(get(client_, "/drive/speed"), "5");
 }
 
+TEST_F(CServer, WhatACallbackGotIsNoArgumentAfterIt) {
+  struct Given {
+    treescope_store_request copy;
+    const treescope_store_request* request;
+    treescope_reply* reply;
+    treescope_result refused;
+  } given{};
+  ASSERT_EQ(treescope_on_store(
+                label_,
+                [](void* context, const treescope_store_request* request) {
+                  auto& kept = *static_cast<Given*>(context);
+                  kept.copy = *request;
+                  kept.request = request;
+                  kept.refused = treescope_refuse(&kept.copy, "a copy");
+                  return TREESCOPE_SUCCESS;
+                },
+                &given),
+            TREESCOPE_SUCCESS);
+  ASSERT_EQ(treescope_on_get(
+                speed_,
+                [](void* context, treescope_part*, treescope_reply* reply) {
+                  static_cast<Given*>(context)->reply = reply;
+                  return treescope_reply_int64(reply, 3);
+                },
+                &given),
+            TREESCOPE_SUCCESS);
+  EXPECT_EQ(treescope_set(client_, "/drive/label", "x"), TREESCOPE_SUCCESS);
+  EXPECT_EQ(get(speed_), "3");
+  EXPECT_EQ(given.refused, TREESCOPE_BAD_ARGUMENT);
+  EXPECT_EQ(treescope_refuse(given.request, "late"), TREESCOPE_BAD_ARGUMENT);
+  EXPECT_EQ(treescope_reply_int64(given.reply, 1), TREESCOPE_BAD_ARGUMENT);
+  EXPECT_EQ(treescope_reply_double(given.reply, 1), TREESCOPE_BAD_ARGUMENT);
+  EXPECT_EQ(treescope_reply_text(given.reply, "x", 1), TREESCOPE_BAD_ARGUMENT);
+}
+
 TEST_F(CServer, AnExceptionOfACallbackEndsTheConnectionOnly) {
   ASSERT_EQ(treescope_on_store(
                 label_, [](void*, const treescope_store_request*) -> treescope_result { throw 1; },

@@ -60,19 +60,17 @@ void Client::close() {
 }
 
 ModelRes Client::startWatch(const Path& path, const ModelSrv::WatchOptions& options,
-                            ModelSrv::Watch::Callback callback, ModelSrv::Watch& watch) {
+                            ModelSrv::Watch::Callback callback, ModelSrv::Watch& watch,
+                            HandleTable::Handle handle) {
   return about(path, [&](ModelSrv::ModelPart& /*part*/, const IdChain& chain) {
-    return watch.start(root_, chain, options, std::move(callback));
+    // First: without memory for it no watch must be active that the program does not know.
+    watches_.insert(handle);
+    const ModelRes result = watch.start(root_, chain, options, std::move(callback));
+    if (result != ModelSrv::ModelRes_Success) {
+      watches_.erase(handle);
+    }
+    return result;
   });
-}
-
-void Client::addWatch(HandleTable::Handle handle) {
-  const KThreadMutexLock lock(loop.manager.clientMutex);
-  if (closed_) {
-    HandleTable::instance().remove(handle);
-    return;
-  }
-  watches_.insert(handle);
 }
 
 void Client::removeWatch(HandleTable::Handle handle) {

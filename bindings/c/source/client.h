@@ -43,11 +43,11 @@ class Client final : public Object {
   ModelSrv::ModelRes readTree(const Path& path, const ModelSrv::TreeVisitor& visit,
                               ModelSrv::TreeReading& reading);
 
-  /// As `Watch::start`.
+  /// As `Watch::start`. On success `handle` is closed with the client.
   ModelSrv::ModelRes startWatch(const Path& path, const ModelSrv::WatchOptions& options,
-                                ModelSrv::Watch::Callback callback, ModelSrv::Watch& watch);
-  /// Closes the handle with the client, and no longer.
-  void addWatch(HandleTable::Handle handle);
+                                ModelSrv::Watch::Callback callback, ModelSrv::Watch& watch,
+                                HandleTable::Handle handle);
+  /// Closes `handle` with the client no longer.
   void removeWatch(HandleTable::Handle handle);
 
   EventLoop loop{true};

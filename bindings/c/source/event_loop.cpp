@@ -10,8 +10,18 @@ thread_local const CallbackScope* innermost = nullptr;
 
 }  // namespace
 
-CallbackScope::CallbackScope(const EventLoop& loop) : loop_(loop), outer_(innermost) {
+CallbackScope::CallbackScope(const EventLoop& loop, const void* given)
+    : loop_(loop), given_(given), outer_(innermost) {
   innermost = this;
+}
+
+bool CallbackScope::isGiven(const void* given) {
+  for (const CallbackScope* scope = innermost; scope != nullptr; scope = scope->outer_) {
+    if (given != nullptr && scope->given_ == given) {
+      return true;
+    }
+  }
+  return false;
 }
 
 CallbackScope::~CallbackScope() {

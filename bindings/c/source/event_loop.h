@@ -34,8 +34,13 @@ class EventLoop {
 /// Marks that the calling thread is in a callback of `loop`, for the lifetime of the object.
 class CallbackScope {
  public:
-  explicit CallbackScope(const EventLoop& loop);
+  /// `given`: what the callback may use for that time only.
+  explicit CallbackScope(const EventLoop& loop, const void* given = nullptr);
   ~CallbackScope();
+
+  /// Whether `given`, which is not null, is of a callback that the calling thread is in.
+  [[nodiscard]] static bool isGiven(const void* given);
+
   CallbackScope(const CallbackScope&) = delete;
   CallbackScope& operator=(const CallbackScope&) = delete;
 
@@ -43,6 +48,7 @@ class CallbackScope {
   friend class EventLoop;
 
   const EventLoop& loop_;
+  const void* const given_;
   const CallbackScope* const outer_;
 };
 

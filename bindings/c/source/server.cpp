@@ -123,8 +123,9 @@ ModelRes Part::checkStore(treescope_store_request& request, std::string& reason)
   }
   ReasonedRequest reasoned{request, {}};
   reasoned.part = handle();
-  const CallbackScope scope(server_->loop);
-  const treescope_result result = check_(checkContext_, &reasoned);
+  const treescope_store_request* const given = &reasoned;
+  const CallbackScope scope(server_->loop, given);
+  const treescope_result result = check_(checkContext_, given);
   reason = std::move(reasoned.reason);
   return toModelResult(result, ModelSrv::ModelRes_Vetoed);
 }
@@ -133,7 +134,7 @@ treescope_result Part::readValue(treescope_reply& reply) {
   if (reading_ || getter_ == nullptr) {
     return TREESCOPE_BUSY;
   }
-  const CallbackScope scope(server_->loop);
+  const CallbackScope scope(server_->loop, &reply);
   const ReadingScope reading(reading_);
   return getter_(getterContext_, handle(), &reply);
 }
@@ -265,7 +266,7 @@ treescope_result Server::unpublish(int milliseconds) {
 
 treescope_result treescope_refuse(const treescope_store_request* request, const char* reason) {
   return treescope_c::guarded([&] {
-    if (request == nullptr || reason == nullptr) {
+    if (!treescope_c::CallbackScope::isGiven(request) || reason == nullptr) {
       return treescope_c::fail(TREESCOPE_BAD_ARGUMENT);
     }
     auto* const reasoned = const_cast<treescope_store_request*>(request);

@@ -88,7 +88,7 @@ treescope_result publish(treescope_server* handle, const char* name,
 
 template <typename Number>
 treescope_result setReply(treescope_reply* reply, Number value) {
-  if (reply == nullptr) {
+  if (!CallbackScope::isGiven(reply)) {
     return fail(TREESCOPE_BAD_ARGUMENT);
   }
   reply->value = value;
@@ -254,7 +254,7 @@ treescope_result treescope_reply_int64(treescope_reply* reply, int64_t value) {
 
 treescope_result treescope_reply_text(treescope_reply* reply, const void* text, size_t size) {
   return guarded([&] {
-    if (reply == nullptr || (text == nullptr && size != 0)) {
+    if (!CallbackScope::isGiven(reply) || (text == nullptr && size != 0)) {
       return fail(TREESCOPE_BAD_ARGUMENT);
     }
     reply->value.emplace<std::string>(static_cast<const char*>(text), size);

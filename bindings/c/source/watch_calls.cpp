@@ -39,9 +39,10 @@ class ProgramWatch final : public Object {
   ProgramWatch(std::shared_ptr<Client> client, treescope_watcher watcher, void* context)
       : Object(objectKind), client_(std::move(client)), watcher_(watcher), context_(context) {}
 
-  ModelRes start(const Path& path, const ModelSrv::WatchOptions& options) {
+  ModelRes start(const Path& path, const ModelSrv::WatchOptions& options,
+                 HandleTable::Handle handle) {
     return client_->startWatch(
-        path, options, [this](const WatchEvent& event) { report(event); }, watch_);
+        path, options, [this](const WatchEvent& event) { report(event); }, watch_, handle);
   }
 
   /// The watcher is not called after this.
@@ -99,12 +100,11 @@ treescope_result treescope_watch_start(treescope_client* client, const char* pat
     const ModelSrv::WatchOptions options{(flags & TREESCOPE_SUBTREE) != 0, parsed->index, period};
     const auto made = std::make_shared<ProgramWatch>(found, watcher, context);
     const HandleTable::Handle handle = HandleTable::instance().add(made);
-    const ModelRes result = made->start(*parsed, options);
+    const ModelRes result = made->start(*parsed, options, handle);
     if (result != ModelSrv::ModelRes_Success) {
       HandleTable::instance().remove(handle);
       return finish(result, path);
     }
-    found->addWatch(handle);
     *watch = reinterpret_cast<treescope_watch*>(handle);
     return TREESCOPE_SUCCESS;
   });
