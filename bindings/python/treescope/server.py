@@ -330,8 +330,10 @@ class Server(Port):
     async def serve(self) -> None:
         """Serves in the running event loop until it is cancelled. Raises what a callback raised.
 
-        Cancel it before the server is closed.
+        Cancel it before the server is closed. It returns at once if that is so already.
         """
+        if self.closed:
+            return
         loop = asyncio.get_running_loop()
         failed: asyncio.Future[None] = loop.create_future()
 

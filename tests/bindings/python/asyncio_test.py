@@ -107,6 +107,14 @@ class Asyncio(unittest.TestCase):
 
         asyncio.run(asyncio.wait_for(main(), TIMEOUT))
 
+    def test_a_closed_server_does_not_serve(self):
+        async def main():
+            with Server() as server:
+                serving = asyncio.create_task(server.serve())
+            await serving
+
+        asyncio.run(asyncio.wait_for(main(), TIMEOUT))
+
     def test_raises_what_a_callback_raised(self):
         async def main():
             name = port_name()
