@@ -31,6 +31,11 @@ if(TREESCOPE_BUILD_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
+# Where the C library's time_t has 32 bits by default, ours has 64.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_TIME_BITS=64 _FILE_OFFSET_BITS=64)
+endif()
+
 # The flags of our own code; targets from elsewhere do not link this.
 add_library(treescope_warnings INTERFACE)
 target_compile_options(treescope_warnings INTERFACE
@@ -45,6 +50,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   target_compile_options(treescope_warnings INTERFACE -Wno-restrict)
 endif()
 
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # GCC notes what older releases than ours compiled differently.
+  add_compile_options(-Wno-psabi)
+endif()
+
 # A run of the shell for one value takes a third longer where the C++ library has to
 # be loaded and bound first. What unwinds the stack stays shared: the C library brings
 # its own copy when a thread exits, and the two would have to fit.
@@ -52,11 +62,19 @@ include(CheckLinkerFlag)
 check_linker_flag(CXX -static-libstdc++ TREESCOPE_HAS_STATIC_RUNTIME)
 include(CMakeDependentOption)
 cmake_dependent_option(TREESCOPE_STATIC_RUNTIME "Link the C++ library into what is installed" ON
-  "TREESCOPE_HAS_STATIC_RUNTIME;NOT TREESCOPE_SANITIZE;TREESCOPE_PLATFORM STREQUAL bundled" OFF)
+  "TREESCOPE_HAS_STATIC_RUNTIME;NOT TREESCOPE_SANITIZE;NOT TREESCOPE_STATIC;TREESCOPE_PLATFORM STREQUAL bundled" OFF)
 
 # How what is installed is linked.
 add_library(treescope_linking INTERFACE)
 if(TREESCOPE_STATIC_RUNTIME)
   target_link_options(treescope_linking INTERFACE
     -static-libstdc++ -shared-libgcc -Wl,--as-needed -Wl,--gc-sections)
+elseif(TREESCOPE_STATIC)
+  target_link_options(treescope_linking INTERFACE -static -Wl,--gc-sections)
+elseif(CMAKE_BUILD_TYPE STREQUAL "MinSizeRel")
+  target_link_options(treescope_linking INTERFACE -Wl,--as-needed -Wl,--gc-sections)
+endif()
+if(CMAKE_BUILD_TYPE STREQUAL "MinSizeRel")
+  # What nothing uses is left out.
+  add_compile_options(-ffunction-sections -fdata-sections)
 endif()

@@ -1,6 +1,6 @@
 # What "cmake --install" puts where.
 install(TARGETS treescope modelsrvd treectl RUNTIME)
-if(TREESCOPE_PLATFORM STREQUAL "bundled")
+if(TREESCOPE_PLATFORM STREQUAL "bundled" AND NOT TREESCOPE_STATIC)
   install(TARGETS krvkstd krvsyssrv libtreescope EXPORT treescopeTargets LIBRARY)
   include(cmake/package.cmake)
   foreach(library IN ITEMS kstd utilsrv evtsrv modelsrv)

@@ -126,8 +126,10 @@ ModelSrv::ModelRes simulatedValue(const EntryDetails& details, std::uint64_t ela
   const ModelSrv::PartAttributes& attributes = details.attributes;
   const SimulationSpec& spec = *details.simulation;
   if (!attributes.choices.empty()) {
-    return parseText(attributes.choices[simulatedStep(spec, elapsed, attributes.choices.size())],
-                     value);
+    // A step is less than the number of choices.
+    const auto step =
+        static_cast<std::size_t>(simulatedStep(spec, elapsed, attributes.choices.size()));
+    return parseText(attributes.choices[step], value);
   }
   if constexpr (std::is_same_v<T, bool>) {
     value = simulatedStep(spec, elapsed, 2) != 0;

@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
@@ -99,6 +100,11 @@ pid_t spawn(const std::vector<std::string>& command, const ProcessOptions& optio
                      pointers(command).data(), options.environment ? environment.data() : environ),
       command[0].c_str());
   return pid;
+}
+
+std::string programOfBuild(const char* variable, const char* name) {
+  const char* const other = std::getenv(variable);
+  return other != nullptr ? other : std::string(TEST_PROGRAM_DIRECTORY "/") + name;
 }
 
 }  // namespace
@@ -338,11 +344,11 @@ long procNumber(pid_t pid, const std::string& file, const std::string& key) {
 }
 
 std::string treescopeProgram() {
-  return TEST_PROGRAM_DIRECTORY "/treescope";
+  return programOfBuild("TREESCOPE_TEST_SHELL", "treescope");
 }
 
 std::string modelsrvdProgram() {
-  return TEST_PROGRAM_DIRECTORY "/modelsrvd";
+  return programOfBuild("TREESCOPE_TEST_SERVER", "modelsrvd");
 }
 
 std::string sourceDirectory() {

@@ -180,7 +180,9 @@ class Process {
   std::optional<ExitStatus> status_;
 };
 
-/// The programs of the build. A test program that uses one depends on it.
+/// The programs of the build, or those that the environment variables TREESCOPE_TEST_SHELL and
+/// TREESCOPE_TEST_SERVER name, for example ones of another machine with their emulator. A test
+/// program that uses one depends on it.
 std::string treescopeProgram();
 std::string modelsrvdProgram();
 

@@ -6,6 +6,7 @@
 #include "tests/support/model_server.h"
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
+#include "tests/support/scratch_directory.h"
 
 // Whole sessions: the built shell against the built server.
 
@@ -108,6 +109,28 @@ TEST_F(Session, ACommandFileRunsLineByLine) {
 
 TEST(SessionString, KeepsItsQuotes) {
   EXPECT_EQ(outputOf({"-c", "\"pwd\""}), "/\n");
+}
+
+// The next two also hold if the shell and the server are programs of different machines
+// (script/test armhf).
+
+TEST_F(Session, TheShellMapsTheStatusPageOfTheServer) {
+  const Finished result =
+      run({test_support::treescopeProgram(), "-c",
+           "cd " + fixture_.name() + ";ls -r;$grep -c memfd:krv /proc/$PPID/maps >&2"});
+  EXPECT_EQ(result.status, (ExitStatus{0, 0}));
+  EXPECT_EQ(result.errors, "1\n");
+}
+
+TEST_F(Session, CachedValuesEndWithAChangeByAnotherShell) {
+  const std::string shell = test_support::treescopeProgram();
+  const test_support::TemporaryFile change("cd " + fixture_.name() + "\nset 43 /drive/speed\n");
+  const Finished result = run({shell, "-c",
+                               "cd " + fixture_.name() + ";cd drive;ls -l speed;$" + shell +
+                                   " -f " + change.path() + ";ls -l speed;get speed"});
+  EXPECT_EQ(result.status, (ExitStatus{0, 0}));
+  EXPECT_EQ(result.output,
+            "speed    [42]\n/drive/speed    [43]\nspeed    [43]\n/drive/speed    [43]\n");
 }
 
 class SwitchesThatPrintNothing : public testing::TestWithParam<std::vector<std::string>> {};
