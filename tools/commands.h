@@ -12,6 +12,8 @@ void runGet(Context& context);
 void runSet(Context& context);
 void runDescribe(Context& context);
 void runWatch(Context& context);
+/// `watch` on a terminal: as a table or a chart.
+void runLive(Context& context);
 void runWait(Context& context);
 void runDump(Context& context);
 void runRestore(Context& context);

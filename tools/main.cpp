@@ -1,6 +1,7 @@
 // treectl: reads the command line and runs one command.
 
 #include <unistd.h>
+#include <cerrno>
 
 #include <cstdlib>
 #include <new>
@@ -76,7 +77,8 @@ Status run(const std::vector<std::string_view>& words, std::optional<Context>& h
   } else {
     runCommand(context);
   }
-  if (!context.output().flush()) {
+  // A signal that ended the command while it wrote is no failure of the output.
+  if (!context.output().flush() && context.output().error() != EINTR) {
     context.messages().print("standard output", errorText(context.output().error()));
     return Status::ioError;
   }

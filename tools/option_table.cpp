@@ -151,6 +151,8 @@ constexpr OptionRow optionRows[] = {
     {"--every", 0, watchOnly, "SECONDS", "at most one line an address in that time",
      setSeconds<&Options::every>},
     {"--csv", 0, watchOnly, "", "a row a change, a column an address", setFlag<&Options::csv>},
+    {"--live", 0, watchOnly, "", "repaint a table, on a terminal", setFlag<&Options::live>},
+    {"--plot", 0, watchOnly, "", "draw a chart, on a terminal", setFlag<&Options::plot>},
     {"--fail-on-loss", 0, watchOnly, "", "end when a server is lost",
      setFlag<&Options::failOnLoss>},
     {"--output", 'o', setOf(Command::dump) | setOf(Command::record), "FILE", "write into a file",

@@ -169,7 +169,29 @@ class Parser {
     if (*command_ == Command::record && options_.file.empty()) {
       return "record: missing -o FILE";
     }
+    if (options_.live || options_.plot) {
+      return checkLive();
+    }
     return *command_ == Command::set ? checkSet(count) : std::nullopt;
+  }
+
+  /// A picture has no lines.
+  [[nodiscard]] Problem checkLive() const {
+    const std::string name = options_.live ? "--live" : "--plot";
+    const struct {
+      bool isGiven;
+      const char* name;
+    } others[] = {{options_.live && options_.plot, "--plot"},
+                  {options_.csv, "--csv"},
+                  {options_.json, "--json"},
+                  {options_.time, "--time"},
+                  {options_.changes, "--changes"}};
+    for (const auto& other : others) {
+      if (other.isGiven) {
+        return name + ": not together with " + other.name;
+      }
+    }
+    return std::nullopt;
   }
 
   [[nodiscard]] Problem checkSet(std::size_t count) const {

@@ -55,6 +55,8 @@ struct Options {
   bool time = false;
   bool changes = false;
   bool csv = false;
+  bool live = false;
+  bool plot = false;
   bool failOnLoss = false;
   bool fast = false;
   std::optional<unsigned long> count;

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "tools/address.h"
+#include "tools/stop_signals.h"
 
 namespace treectl {
 
@@ -39,6 +40,10 @@ int writeAll(int descriptor, std::string_view bytes) {
       ::poll(&wait, 1, -1);
     } else if (errno != EINTR) {
       return errno;
+    }
+    // A reader that takes nothing does not keep a program that is to end.
+    if (count < 0 && StopSignals::received() != 0) {
+      return EINTR;
     }
   }
   return 0;

@@ -42,7 +42,7 @@ class Output {
 };
 
 /// Writes all of `bytes`, also to a pipe that another program has made non-blocking. 0, or the
-/// number of the error.
+/// number of the error: EINTR if it waited and `StopSignals` has received one.
 [[nodiscard]] int writeAll(int descriptor, std::string_view bytes);
 
 /// Prints messages to standard error: "treectl: SUBJECT: reason", a line each. For one thread.

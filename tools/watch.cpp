@@ -248,6 +248,10 @@ class WatchRun {
 }  // namespace
 
 void runWatch(Context& context) {
+  if (context.options().live || context.options().plot) {
+    runLive(context);
+    return;
+  }
   WatchRun(context).run();
 }
 

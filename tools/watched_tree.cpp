@@ -151,6 +151,7 @@ void WatchedTree::report(Entry& entry, const WatchEvent& event, std::string_view
   if (isWhole ? !takeWhole(part, event, text, change) : !takeElement(part, event, text, change)) {
     return;
   }
+  part.time = change.time;
   changes_->push_back(std::move(change));
 }
 
@@ -206,6 +207,12 @@ unsigned WatchedTree::elementsOf(WatchedPart& part, std::string_view text) {
   }
   describe(part);
   return part.description->elements;
+}
+
+void WatchedTree::setLost(bool isLost) {
+  for (auto& [chain, entry] : entries_) {
+    entry.part.isLost = isLost;
+  }
 }
 
 void WatchedTree::complete() {

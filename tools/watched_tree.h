@@ -23,6 +23,8 @@ struct WatchedPart {
   std::string elementName;  ///< of the index; empty if there is none
   std::shared_ptr<const ModelSrv::PartDescription> description;  ///< null until it is needed
   std::optional<Value> value;                                    ///< the last one
+  std::int64_t time = 0;  ///< of the last value, as in `Change`
+  bool isLost = false;    ///< whether its server is
 };
 
 /// Something that a watch reports.
@@ -72,6 +74,9 @@ class WatchedTree {
 
   /// Whether all current values have been reported once.
   [[nodiscard]] bool isComplete() const { return isComplete_; }
+
+  /// Notes whether the connection is lost.
+  void setLost(bool isLost);
 
   [[nodiscard]] Connection& connection() const { return connection_; }
 

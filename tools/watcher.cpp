@@ -1,7 +1,5 @@
 #include "tools/watcher.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -95,10 +93,13 @@ void Watcher::forEachPart(const std::function<void(const WatchedPart&)>& visit) 
   }
 }
 
-std::vector<Change> Watcher::wait(std::optional<Clock::time_point> deadline) {
+std::vector<Change> Watcher::wait(std::optional<Clock::time_point> deadline, pollfd* other) {
   std::vector<pollfd> descriptors;
   for (const Connection* connection : connections_) {
     descriptors.push_back({connection->descriptor(), POLLIN, 0});
+  }
+  if (other != nullptr) {
+    descriptors.push_back(*other);
   }
   int milliseconds = -1;
   if (deadline) {
@@ -107,13 +108,18 @@ std::vector<Change> Watcher::wait(std::optional<Clock::time_point> deadline) {
     milliseconds =
         static_cast<int>(std::clamp(left, std::chrono::milliseconds(0), longest).count());
   }
-  if (StopSignals::waitFor(descriptors.data(), descriptors.size(), milliseconds) > 0) {
+  const bool isReady =
+      StopSignals::waitFor(descriptors.data(), descriptors.size(), milliseconds) > 0;
+  if (isReady) {
     for (Connection* connection : connections_) {
       // Bounded, so that output and time limits are not delayed by a flood.
       constexpr int mostEvents = 100;
       for (int i = 0; i < mostEvents && connection->dispatch(); ++i) {
       }
     }
+  }
+  if (other != nullptr) {
+    other->revents = isReady ? descriptors.back().revents : short{0};
   }
   return std::exchange(changes_, {});
 }
@@ -127,6 +133,11 @@ void Watcher::restored(Connection& connection) {
 }
 
 void Watcher::reportConnection(Connection& connection, Change::Event event) {
+  for (const auto& tree : trees_) {
+    if (&tree->connection() == &connection) {
+      tree->setLost(event == Change::Event::lost);
+    }
+  }
   for (const WatchedAddress& address : addresses_) {
     const std::vector<Connection*>& own = address.connections;
     if (std::find(own.begin(), own.end(), &connection) != own.end()) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <poll.h>
+
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -31,7 +33,9 @@ class Watcher final : private ConnectionListener {
   /// Waits until something changes or `deadline`, and returns all that has changed since; nothing
   /// also after a signal. Of each part the last value, and no value in between if the program has
   /// not kept up.
-  [[nodiscard]] std::vector<Change> wait(std::optional<Clock::time_point> deadline);
+  /// Also returns when there is an event of `other`, if that is not null.
+  [[nodiscard]] std::vector<Change> wait(std::optional<Clock::time_point> deadline,
+                                         pollfd* other = nullptr);
 
   /// Whether all current values have been returned.
   [[nodiscard]] bool isComplete() const;

@@ -100,6 +100,7 @@ Screen::Screen(int rows, int columns)
   }
   vterm_set_utf8(terminal_, 1);
   screen_ = vterm_obtain_screen(terminal_);
+  vterm_screen_enable_altscreen(screen_, 1);
   vterm_screen_reset(screen_, 1);
 }
 

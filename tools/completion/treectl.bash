@@ -59,7 +59,7 @@ _treectl() {
     list) options+=' --recursive --long' ;;
     get) options+=' --raw' ;;
     set) options+=' --stop --protected --array --stdin' ;;
-    watch) options+=' --time --count --for --changes --every --csv --fail-on-loss' ;;
+    watch) options+=' --time --count --for --changes --every --csv --live --plot --fail-on-loss' ;;
     wait) options+=' --for' ;;
     dump) options+=' --output' ;;
     restore) options+=' --dry-run --protected' ;;

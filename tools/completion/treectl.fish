@@ -44,6 +44,8 @@ complete -c treectl -n "__fish_seen_subcommand_from restore" -l dry-run
 complete -c treectl -n "__fish_seen_subcommand_from watch" -l time
 complete -c treectl -n "__fish_seen_subcommand_from watch" -l changes
 complete -c treectl -n "__fish_seen_subcommand_from watch" -l csv
+complete -c treectl -n "__fish_seen_subcommand_from watch" -l live
+complete -c treectl -n "__fish_seen_subcommand_from watch" -l plot
 complete -c treectl -n "__fish_seen_subcommand_from watch" -l fail-on-loss
 complete -c treectl -n "__fish_seen_subcommand_from watch" -l count -x
 complete -c treectl -n "__fish_seen_subcommand_from watch" -l every -x
