@@ -11,6 +11,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
+#include "tools/subtree.h"
 
 namespace treectl {
 
@@ -268,6 +269,33 @@ ModelRes Connection::readValue(const Chain& chain, ModelPartIndex index, Value& 
 ModelRes Connection::readDescription(const Chain& chain, ModelSrv::PartDescription& description) {
   return run(description, true, [chain](Link& link, ModelSrv::PartDescription& output) {
     return link.at(chain)->describe(output);
+  });
+}
+
+ModelRes Connection::readSubtree(const Chain& chain, Subtree& subtree) {
+  return run(subtree, true, [chain](Link& link, Subtree& output) {
+    SubtreeBuilder builder(output, chain.size());
+    ModelRes result = link.root.readTree(link.at(chain), [&](const ModelSrv::TreePart& part) {
+      builder.add(part);
+      return true;
+    });
+    for (std::size_t i = 0; result == ModelSrv::ModelRes_Success && i < output.entries.size();
+         ++i) {
+      if (!builder.canSort(i)) {
+        continue;
+      }
+      Chain node = chain;
+      const Chain below = builder.chainOf(i);
+      node.insert(node.end(), below.begin(), below.end());
+      std::vector<ModelSrv::ModelPartId> ids;
+      result = link.root.getChildIdsFromServer(link.at(node), ids);
+      if (result == ModelSrv::ModelRes_Success) {
+        builder.sortChildren(i, ids);
+      } else if (result == ModelSrv::ModelRes_NoSuchPart) {
+        result = ModelSrv::ModelRes_Success;  // It has left meanwhile.
+      }
+    }
+    return result;
   });
 }
 

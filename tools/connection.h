@@ -17,6 +17,7 @@
 namespace treectl {
 
 class Connection;
+struct Subtree;
 
 /// The ids from a server's root down to a part; empty for the root.
 using Chain = std::vector<ModelSrv::ModelPartId>;
@@ -80,6 +81,9 @@ class Connection {
   /// The value of the part, or of the element `index`.
   ModelSrv::ModelRes readValue(const Chain& chain, ModelSrv::ModelPartIndex index, Value& value);
   ModelSrv::ModelRes readDescription(const Chain& chain, ModelSrv::PartDescription& description);
+
+  /// The part and all below it, with their values. Of older servers part by part.
+  ModelSrv::ModelRes readSubtree(const Chain& chain, Subtree& subtree);
 
   /// Stores `text`, the bytes of the value of a single value or an element. Without success
   /// `reason` says why.

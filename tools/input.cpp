@@ -1,6 +1,7 @@
 #include "tools/input.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,6 +22,25 @@ mode_t newFileMode() {
   ::umask(mask);
   return everyone & ~mask;
 }
+
+/// Keeps signals that end the program until a file has been replaced, or the temporary one removed.
+class DelayedSignals {
+ public:
+  DelayedSignals() {
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+      sigaddset(&ending, number);
+    }
+    sigprocmask(SIG_BLOCK, &ending, &before_);
+  }
+  ~DelayedSignals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  DelayedSignals(const DelayedSignals&) = delete;
+  DelayedSignals& operator=(const DelayedSignals&) = delete;
+
+ private:
+  sigset_t before_{};
+};
 
 int writeAndClose(int descriptor, const std::string& text) {
   int error = writeAll(descriptor, text);
@@ -87,6 +107,7 @@ int replaceFile(const std::string& path, const std::string& text) {
     return descriptor < 0 ? errno : writeAndClose(descriptor, text);
   }
   const std::string target = targetOf(path);
+  const DelayedSignals delayed;
   std::string temporary = target + ".XXXXXX";
   const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
   if (descriptor < 0) {

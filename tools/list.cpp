@@ -4,6 +4,7 @@
 #include "tools/commands.h"
 #include "tools/json_object.h"
 #include "tools/match.h"
+#include "tools/subtree.h"
 #include "tools/tree_walk.h"
 
 namespace treectl {
@@ -14,9 +15,7 @@ namespace {
 class Lister {
  public:
   explicit Lister(Context& context)
-      : context_(context),
-        options_(context.options()),
-        below_{NamePattern(options_.recursive ? "**" : "*")} {}
+      : context_(context), options_(context.options()), below_{NamePattern("*")} {}
 
   void run() {
     std::vector<Address> addresses;
@@ -45,12 +44,11 @@ class Lister {
     if (result == ModelSrv::ModelRes_Success && !node) {
       return print({match, match.chain, match.address}, false);
     }
+    if (result == ModelSrv::ModelRes_Success && options_.recursive) {
+      return listSubtree(match);
+    }
     TreeWalk walk(*match.connection, match.chain, match.address, below_);
     while (result == ModelSrv::ModelRes_Success && walk.next()) {
-      // A name for any number of levels also stands for none.
-      if (walk.chain().size() == match.chain.size()) {
-        continue;
-      }
       const bool nodeBelow = isNode(*match.connection, walk.chain(), result);
       if (result == ModelSrv::ModelRes_Success &&
           print({match, walk.chain(), walk.address()}, nodeBelow) == Visit::stopped) {
@@ -61,6 +59,46 @@ class Lister {
     if (result != ModelSrv::ModelRes_Success) {
       context_.fail(match.shown(), result);
       return visitAfter(result);
+    }
+    return Visit::taken;
+  }
+
+  /// Everything below, in few exchanges.
+  Visit listSubtree(const Match& match) {
+    Subtree subtree;
+    ModelSrv::ModelRes result = match.connection->readSubtree(match.chain, subtree);
+    if (result != ModelSrv::ModelRes_Success) {
+      context_.fail(match.shown(), result);
+      return visitAfter(result);
+    }
+    SubtreeWalk walk(subtree, match.chain, match.address);
+    ModelSrv::PartDescription description;
+    Value value;
+    while (walk.next()) {
+      const SubtreeEntry& part = walk.entry();
+      const Entry entry{match, walk.chain(), walk.address()};
+      if (isRepeated(entry)) {
+        continue;
+      }
+      if (options_.longForm && !part.isNode) {
+        result = walk.readValue(*match.connection, value);
+        description.type = part.type;
+        description.access = part.access;
+      }
+      if (result == ModelSrv::ModelRes_Success && options_.json && options_.longForm &&
+          !part.isNode) {
+        // The unit is in no listing.
+        result = match.connection->readDescription(walk.chain(), description);
+      }
+      if (result != ModelSrv::ModelRes_Success) {
+        context_.fail(walk.address(), result);
+        if (visitAfter(result) == Visit::stopped) {
+          return Visit::stopped;
+        }
+        result = ModelSrv::ModelRes_Success;
+        continue;
+      }
+      write(entry, part.isNode, description, value);
     }
     return Visit::taken;
   }
@@ -87,13 +125,18 @@ class Lister {
         return visitAfter(result);
       }
     }
+    write(entry, node, description, value);
+    return Visit::taken;
+  }
+
+  void write(const Entry& entry, bool node, const ModelSrv::PartDescription& description,
+             const Value& value) {
     if (options_.json) {
       printJson(entry, node, description, value);
     } else {
       printPlain(entry, node, description, value);
     }
     context_.output().writeIfLarge();
-    return Visit::taken;
   }
 
   void printPlain(const Entry& entry, bool node, const ModelSrv::PartDescription& description,

@@ -22,6 +22,8 @@ void prepareStandardStreams() {
       return;  // Without /dev/null nothing better can be done.
     }
   }
+  // A file that becomes too large is an error, as a full disk is.
+  ::signal(SIGXFSZ, SIG_IGN);
   // A parent may have left the signal ignored or blocked.
   ::signal(SIGPIPE, SIG_DFL);
   sigset_t pipe;

@@ -7,7 +7,8 @@
 namespace treectl {
 
 /// Opens /dev/null for each standard stream that is closed, so that no pipe of the library becomes
-/// one; output to a closed standard output still fails. Lets SIGPIPE end the program.
+/// one; output to a closed standard output still fails. Lets SIGPIPE end the program, and a limit
+/// on the size of files be an error.
 void prepareStandardStreams();
 
 /// Text on its way to standard output, collected and written in large pieces. For one thread.

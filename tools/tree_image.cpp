@@ -5,8 +5,8 @@
 
 #include "tools/json_object.h"
 #include "tools/match.h"
+#include "tools/subtree.h"
 #include "tools/time_text.h"
-#include "tools/tree_walk.h"
 
 namespace treectl {
 
@@ -75,20 +75,29 @@ class ImageReader {
   }
 
   Visit readBelow(const Match& match) {
-    const std::vector<NamePattern> everything{NamePattern("**")};
-    TreeWalk walk(*match.connection, match.chain, match.address, everything);
+    Subtree subtree;
+    ModelSrv::ModelRes result = match.connection->readSubtree(match.chain, subtree);
+    if (result != ModelSrv::ModelRes_Success) {
+      return fail(match.shown(), result);
+    }
+    SubtreeWalk walk(subtree, match.chain, match.address);
     while (walk.next()) {
-      ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
-      if (!isNode(*match.connection, walk.chain(), result) &&
-          result == ModelSrv::ModelRes_Success) {
-        result = readPart(match, walk.chain(), walk.address());
+      if (walk.entry().isNode) {
+        continue;
       }
+      ImagePart part;
+      result = walk.readValue(*match.connection, part.value);
       if (result != ModelSrv::ModelRes_Success) {
         return fail(walk.address(), result);
       }
+      part.address = walk.address().substr(baseSize_);
+      part.type = walk.entry().type;
+      part.access = accessName(walk.entry().access);
+      part.connection = match.connection;
+      part.chain = walk.chain();
+      image_.parts.push_back(std::move(part));
     }
-    return walk.result() == ModelSrv::ModelRes_Success ? Visit::taken
-                                                       : fail(match.shown(), walk.result());
+    return Visit::taken;
   }
 
   ModelSrv::ModelRes readPart(const Match& match, const Chain& chain, const std::string& address) {

@@ -1,0 +1,156 @@
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <latch>
+
+#include "tests/support/port_name.h"
+#include "tests/support/sample_server.h"
+#include "tests/tools/treectl_fixture.h"
+
+// Commands that are interrupted, or whose server is, in the middle.
+
+namespace treectl {
+namespace {
+
+using test_support::ExitStatus;
+using test_support::Finished;
+using test_support::Process;
+
+class Interruption : public TreectlTest {
+ protected:
+  static std::string program() { return test_support::buildDirectory() + "/bin/treectl"; }
+
+  std::ptrdiff_t fileCount() {
+    return std::distance(std::filesystem::directory_iterator(files().path()), {});
+  }
+};
+
+TEST_F(Interruption, LeavesTheOldDumpIfTheNewOneDoesNotFit) {
+  static_cast<void>(files().write("dump.json", "old"));
+  const test_support::ModelServer large({"--synthetic", "1x200"});
+  // One block of 1024 bytes.
+  const Finished finished =
+      test_support::run({"/bin/bash", "-c",
+                         "ulimit -f 1; exec " + program() + " dump -o " +
+                             files().file("dump.json") + " /" + large.name()});
+  EXPECT_EQ(finished.status, (ExitStatus{9, 0}));
+  EXPECT_EQ(finished.errors, "treectl: " + files().file("dump.json") + ": File too large\n");
+  EXPECT_EQ(files().read("dump.json"), "old");
+  EXPECT_EQ(fileCount(), 1);
+}
+
+TEST_F(Interruption, LeavesTheOldDumpIfItIsEnded) {
+  static_cast<void>(files().write("dump.json", "old"));
+  server().hang();
+  for (const int signal : {SIGINT, SIGTERM, SIGKILL}) {
+    Process dump({program(), "dump", "--timeout", "60", "-o", files().file("dump.json"),
+                  "/" + server().name()});
+    dump.signal(signal);
+    EXPECT_EQ(dump.waitForExit(), (ExitStatus{0, signal}));
+    EXPECT_EQ(files().read("dump.json"), "old");
+    EXPECT_EQ(fileCount(), 1);
+  }
+  server().resume();
+}
+
+/// Five parts in a dump, of which the third store lets something happen in the server.
+class RestoreInterruption : public Interruption {
+ protected:
+  RestoreInterruption() {
+    std::string parts = "[{\"format\":1,\"base\":\"/x\"}";
+    for (const char* const part :
+         {R"("/drive/speed","value":1)", R"("/drive/label","value":"a")",
+          R"("/drive/limited","value":2)", R"("/drive/x","value":1)", R"("/top","value":"b")"}) {
+      parts += std::string(",\n{\"address\":") + part + '}';
+    }
+    static_cast<void>(files().write("five.json", parts + ']'));
+  }
+
+  std::vector<std::string> restore() const { return {program(), "restore", file_, "/" + name_}; }
+
+  const std::string name_ = test_support::uniquePortName();
+  const std::string file_ = files().file("five.json");
+};
+
+TEST_F(RestoreInterruption, SaysWhatWasStored) {
+  std::atomic<pid_t> target{0};
+  std::atomic<int> signal{0};
+  test_support::SampleServer sample(name_, [&](test_support::SampleServer& prepared) {
+    prepared.limited.setStoreCheck([&](const std::int32_t&, ModelSrv::ModelPartIndex) {
+      while (target == 0) {
+        ::usleep(1000);
+      }
+      ::kill(target, signal);
+      return ModelSrv::ModelRes_Success;
+    });
+  });
+  for (const int number : {SIGINT, SIGTERM}) {
+    target = 0;
+    signal = number;
+    Process process(restore());
+    target = process.pid();
+    EXPECT_EQ(process.waitForExit(), (ExitStatus{128 + number, 0}));
+    EXPECT_THAT(process.errors(),
+                testing::MatchesRegex(number == SIGINT ? "stored 3, same 0, .*, left 2\n"
+                                                       : "stored 1, same 2, .*, left 2\n"));
+    EXPECT_EQ(sample.limited.setValue(7), ModelSrv::ModelRes_Success);
+  }
+}
+
+TEST_F(RestoreInterruption, EndsAtAStoreOfUnknownOutcome) {
+  std::latch isOver(1);
+  test_support::SampleServer sample(name_, [&](test_support::SampleServer& prepared) {
+    prepared.limited.setStoreCheck([&](const std::int32_t&, ModelSrv::ModelPartIndex) {
+      isOver.wait();
+      return ModelSrv::ModelRes_Success;
+    });
+  });
+  const Finished finished = test_support::run(restore());
+  EXPECT_EQ(finished.status, (ExitStatus{8, 0}));
+  EXPECT_THAT(finished.errors,
+              testing::MatchesRegex("treectl: /.*/drive/limited: .*\nstored 2, same 0, skipped 0, "
+                                    "refused 0, left 2\n"));
+  isOver.count_down();
+}
+
+TEST_F(RestoreInterruption, OrOfAServerThatDies) {
+  // The server is a process of its own, which the third store ends.
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    test_support::SampleServer sample(name_, [](test_support::SampleServer& prepared) {
+      prepared.limited.setStoreCheck([](const std::int32_t&, ModelSrv::ModelPartIndex) {
+        ::_exit(0);
+        return ModelSrv::ModelRes_Success;
+      });
+    });
+    while (true) {
+      ::pause();
+    }
+  }
+  EXPECT_EQ(runTreectl({"servers", "--wait", name_, "--timeout", "30", "-q"}).status, ExitStatus{});
+  const Finished set = test_support::run({program(), "set", "/" + name_ + "/drive/limited", "3"});
+  EXPECT_EQ(set.status, (ExitStatus{8, 0})) << set.errors;
+  EXPECT_THAT(set.errors, testing::MatchesRegex("treectl: /.*/drive/limited: .*\n"));
+  EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(::unlink(test_support::mailboxPath(name_).c_str()), 0);
+}
+
+TEST(ProgramSize, IsAtMostNineHundredKilobytes) {
+  if (test_support::sanitized) {
+    GTEST_SKIP() << "sanitizers add to it";
+  }
+  test_support::ScratchDirectory directory;
+  const std::string stripped = directory.file("treectl");
+  ASSERT_EQ(
+      test_support::run({"strip", "-o", stripped, test_support::buildDirectory() + "/bin/treectl"})
+          .status,
+      ExitStatus{});
+  EXPECT_LE(std::filesystem::file_size(stripped), 900U * 1024);
+}
+
+}  // namespace
+}  // namespace treectl
