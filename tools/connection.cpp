@@ -281,7 +281,8 @@ ModelRes Connection::readSubtree(const Chain& chain, Subtree& subtree) {
     });
     for (std::size_t i = 0; result == ModelSrv::ModelRes_Success && i < output.entries.size();
          ++i) {
-      if (!builder.canSort(i)) {
+      const std::vector<std::uint32_t> children = builder.childrenToSort(i);
+      if (children.empty()) {
         continue;
       }
       Chain node = chain;
@@ -290,7 +291,7 @@ ModelRes Connection::readSubtree(const Chain& chain, Subtree& subtree) {
       std::vector<ModelSrv::ModelPartId> ids;
       result = link.root.getChildIdsFromServer(link.at(node), ids);
       if (result == ModelSrv::ModelRes_Success) {
-        builder.sortChildren(i, ids);
+        builder.sortChildren(i, children, ids);
       } else if (result == ModelSrv::ModelRes_NoSuchPart) {
         result = ModelSrv::ModelRes_Success;  // It has left meanwhile.
       }

@@ -1,5 +1,6 @@
 #include "tools/name_pattern.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "tools/utf8.h"
@@ -117,6 +118,15 @@ void appendEscapedName(std::string& out, std::string_view name) {
   constexpr std::string_view meaningful = "\\/[]*?";
   if (name.starts_with('#')) {
     out += '\\';
+  }
+  // Most names are letters, digits and "_".
+  const auto isPlain = [](char byte) {
+    return (byte >= 'a' && byte <= 'z') || (byte >= '0' && byte <= '9') || byte == '_' ||
+           (byte >= 'A' && byte <= 'Z');
+  };
+  if (std::all_of(name.begin(), name.end(), isPlain)) {
+    out += name;
+    return;
   }
   for (std::size_t i = 0; i < name.size();) {
     const std::size_t length = utf8Length(name.substr(i));

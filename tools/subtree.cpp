@@ -5,66 +5,102 @@
 
 namespace treectl {
 
+std::string_view Subtree::Texts::add(std::string_view text) {
+  constexpr std::size_t blockSize = std::size_t{32} * 1024;
+  if (text.size() > left_) {
+    const std::size_t size = std::max(blockSize, text.size());
+    blocks_.push_back(std::make_unique_for_overwrite<char[]>(size));
+    next_ = blocks_.back().get();
+    left_ = size;
+  }
+  char* const begin = next_;
+  next_ = std::copy(text.begin(), text.end(), begin);
+  left_ -= text.size();
+  return {begin, text.size()};
+}
+
 SubtreeBuilder::SubtreeBuilder(Subtree& subtree, std::size_t startDepth)
     : subtree_(subtree), startDepth_(startDepth) {
-  subtree_.entries.clear();
+  subtree_ = {};
 }
 
 void SubtreeBuilder::add(const ModelSrv::TreePart& part) {
   const std::size_t depth = part.chain.size() - std::min(part.chain.size(), startDepth_);
-  const std::size_t position = subtree_.entries.size();
+  const auto position = static_cast<std::uint32_t>(subtree_.entries.size());
   if (depth > path_.size() || (depth == 0 && position > 0)) {
     return;  // Without its node, it has no place.
   }
   path_.resize(depth);
+  last_.resize(depth);
   SubtreeEntry& entry = subtree_.entries.emplace_back();
   if (depth > 0) {
     entry.parent = path_.back();
-    subtree_.entries[path_.back()].children.push_back(position);
+    std::uint32_t& last = last_.back();
+    (last == SubtreeEntry::none ? subtree_.entries[entry.parent].firstChild
+                                : subtree_.entries[last].nextSibling) = position;
+    last = position;
   }
   path_.push_back(position);
+  last_.push_back(SubtreeEntry::none);
+  auto type = subtree_.types.find(part.type);
+  if (type == subtree_.types.end()) {
+    type = subtree_.types.emplace(part.type).first;
+  }
+  entry.type = *type;
+  entry.name = subtree_.texts.add(part.name);
+  entry.text = subtree_.texts.add(part.text);
   entry.id = part.chain.empty() ? ModelSrv::ModelPartId{0} : part.chain.back();
-  entry.name = part.name;
-  entry.isNode = part.isNode || part.result == ModelSrv::ModelRes_NoValue;
-  entry.type = part.type;
+  entry.elements = static_cast<std::uint16_t>(part.elements);
   entry.access = part.access;
-  entry.elements = part.elements;
   entry.result = part.result;
-  entry.text = part.text;
+  entry.isNode = part.isNode || part.result == ModelSrv::ModelRes_NoValue;
 }
 
 Chain SubtreeBuilder::chainOf(std::size_t entry) const {
   Chain chain;
   for (; entry != 0; entry = subtree_.entries[entry].parent) {
-    chain.push_back(idOf(entry));
+    chain.push_back(subtree_.entries[entry].id);
   }
   std::reverse(chain.begin(), chain.end());
   return chain;
 }
 
-bool SubtreeBuilder::canSort(std::size_t entry) const {
-  const std::vector<std::size_t>& children = subtree_.entries[entry].children;
-  // An older server reports them in its own order.
-  return children.size() > 1 && std::is_sorted(children.begin(), children.end(),
-                                               [this](std::size_t one, std::size_t other) {
-                                                 return idOf(one) < idOf(other);
-                                               });
+std::vector<std::uint32_t> SubtreeBuilder::childrenToSort(std::size_t entry) const {
+  const std::deque<SubtreeEntry>& entries = subtree_.entries;
+  std::vector<std::uint32_t> children;
+  for (std::uint32_t child = entries[entry].firstChild; child != SubtreeEntry::none;
+       child = entries[child].nextSibling) {
+    // An older server reports them in its own order.
+    if (!children.empty() && entries[child].id < entries[children.back()].id) {
+      return {};
+    }
+    children.push_back(child);
+  }
+  if (children.size() < 2) {
+    children.clear();
+  }
+  return children;
 }
 
-void SubtreeBuilder::sortChildren(std::size_t entry,
+void SubtreeBuilder::sortChildren(std::size_t entry, const std::vector<std::uint32_t>& children,
                                   const std::vector<ModelSrv::ModelPartId>& ids) {
-  std::vector<std::size_t>& children = subtree_.entries[entry].children;
-  std::vector<std::size_t> sorted;
-  sorted.reserve(children.size());
-  for (const ModelSrv::ModelPartId id : ids) {
-    const auto at = std::lower_bound(
-        children.begin(), children.end(), id,
-        [this](std::size_t child, ModelSrv::ModelPartId wanted) { return idOf(child) < wanted; });
-    if (at != children.end() && idOf(*at) == id) {
-      sorted.push_back(*at);
+  std::deque<SubtreeEntry>& entries = subtree_.entries;
+  std::uint32_t* link = &entries[entry].firstChild;
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    // Most servers have the order of the ids.
+    auto at = children.begin() + static_cast<std::ptrdiff_t>(std::min(i, children.size() - 1));
+    if (entries[*at].id != ids[i]) {
+      at = std::lower_bound(children.begin(), children.end(), ids[i],
+                            [&](std::uint32_t child, ModelSrv::ModelPartId wanted) {
+                              return entries[child].id < wanted;
+                            });
+    }
+    if (at != children.end() && entries[*at].id == ids[i]) {
+      *link = *at;
+      link = &entries[*at].nextSibling;
     }
   }
-  children = std::move(sorted);
+  *link = SubtreeEntry::none;
 }
 
 SubtreeWalk::SubtreeWalk(const Subtree& subtree, Chain chain, std::string address)
@@ -77,49 +113,57 @@ SubtreeWalk::SubtreeWalk(const Subtree& subtree, Chain chain, std::string addres
   }
 }
 
-void SubtreeWalk::enter(std::size_t entry) {
-  Children children;
-  for (const std::size_t child : subtree_.entries[entry].children) {
-    children.ids.push_back(subtree_.entries[child].id);
-    children.names.push_back(subtree_.entries[child].name);
+void SubtreeWalk::enter(std::uint32_t entry) {
+  if (subtree_.entries[entry].firstChild != SubtreeEntry::none) {
+    levels_.push_back({address_.size(), {}, subtree_.entries[entry].firstChild});
   }
-  ChildLabels labels(children);
-  levels_.push_back({entry, address_.size(), std::move(children), std::move(labels)});
 }
 
 bool SubtreeWalk::next() {
-  if (at_ != 0 && !entry().children.empty()) {
+  if (at_ != 0) {
     enter(at_);
   }
-  while (!levels_.empty() && levels_.back().next == levels_.back().children.ids.size()) {
+  while (!levels_.empty() && levels_.back().next == SubtreeEntry::none) {
     levels_.pop_back();
   }
   if (levels_.empty()) {
     return false;
   }
   Level& level = levels_.back();
+  at_ = level.next;
+  level.next = entry().nextSibling;
   chain_.resize(startDepth_ + levels_.size() - 1);
-  address_.resize(level.addressSize);
-  at_ = subtree_.entries[level.entry].children[level.next];
   chain_.push_back(entry().id);
+  address_.resize(level.addressSize);
   address_ += '/';
-  level.labels.append(address_, level.children, level.next++);
+  if (!entry().name.empty() && level.names.insert(entry().name).second) {
+    appendEscapedName(address_, entry().name);
+  } else {
+    address_ += '#';
+    address_ += std::to_string(entry().id);
+  }
   return true;
+}
+
+bool SubtreeWalk::needsReading() const {
+  const SubtreeEntry& part = entry();
+  return !part.isNode && (part.result != ModelSrv::ModelRes_Success ||
+                          (part.elements > 0 && std::count(part.text.begin(), part.text.end(),
+                                                           '\n') != part.elements - 1));
 }
 
 ModelSrv::ModelRes SubtreeWalk::readValue(Connection& connection, Value& value) const {
   const SubtreeEntry& part = entry();
-  if (part.result == ModelSrv::ModelRes_Success) {
-    if (part.elements == 0) {
-      value = {{part.text}, false};
-      return part.result;
-    }
-    if (splitElements(part.text, part.elements, value)) {
-      return part.result;
-    }
+  if (needsReading()) {
+    return connection.readValue(chain_, ModelSrv::ModelPartIndex_All, value);
   }
-  // A text of an array has line feeds of its own; or the server could not read the value.
-  return connection.readValue(chain_, ModelSrv::ModelPartIndex_All, value);
+  if (part.elements == 0) {
+    value.texts.resize(1);
+    value.texts.front() = part.text;
+    value.isArray = false;
+    return part.result;
+  }
+  return splitElements(part.text, part.elements, value) ? part.result : ModelSrv::ModelRes_Protocol;
 }
 
 }  // namespace treectl

@@ -1,32 +1,57 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <set>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "modelsrv/tree_part.h"
 #include "tools/connection.h"
-#include "tools/tree_walk.h"
+#include "tools/name_pattern.h"
 
 namespace treectl {
 
 /// A whole subtree, as `Connection::readSubtree` reads it in few exchanges.
 
+/// A part or node. Views are into the subtree. Compact: a tree may have a million of them.
 struct SubtreeEntry {
+  /// No entry.
+  static constexpr std::uint32_t none = 0;
+
+  std::string_view name;
+  std::string_view text;  ///< the whole value
+  std::string_view type;  ///< empty if the server does not say
+  std::uint32_t parent = none;
+  std::uint32_t firstChild = none;   ///< in the server's order
+  std::uint32_t nextSibling = none;  ///< in the server's order
   ModelSrv::ModelPartId id = 0;
-  std::size_t parent = 0;  ///< its position among the entries
-  std::string name;
-  bool isNode = false;  ///< also a part without a value
-  std::string type;     ///< empty if the server does not say
+  std::uint16_t elements = 0;
   ModelSrv::ModelPartStatus access = ModelSrv::ModelPartStatus_Void;
-  unsigned elements = 0;
   ModelSrv::ModelRes result = ModelSrv::ModelRes_NoValue;  ///< of reading the value
-  std::string text;                                        ///< the whole value
-  std::vector<std::size_t> children;  ///< their positions among the entries, in the server's order
+  bool isNode = false;                                     ///< also a part without a value
 };
 
 struct Subtree {
-  std::vector<SubtreeEntry> entries;  ///< the first one is the top
+  /// Copies texts into blocks, which stay where they are.
+  class Texts {
+   public:
+    std::string_view add(std::string_view text);
+
+   private:
+    std::vector<std::unique_ptr<char[]>> blocks_;
+    std::size_t left_ = 0;  ///< of the last block
+    char* next_ = nullptr;
+  };
+
+  std::deque<SubtreeEntry> entries;  ///< the first one is the top
+  Texts texts;
+  std::set<std::string, std::less<>> types;
 };
 
 /// Puts together what a reading reports. For one thread.
@@ -41,21 +66,19 @@ class SubtreeBuilder {
   /// The chain of an entry, below the top's.
   [[nodiscard]] Chain chainOf(std::size_t entry) const;
 
+  /// The children of an entry, as they were reported; nothing if no other order is possible.
+  [[nodiscard]] std::vector<std::uint32_t> childrenToSort(std::size_t entry) const;
+
   /// Puts the children of an entry, which are in the order of their ids, into the order of `ids`.
   /// Those that are not among them have left meanwhile.
-  void sortChildren(std::size_t entry, const std::vector<ModelSrv::ModelPartId>& ids);
-
-  /// Whether another order than that of the ids is possible.
-  [[nodiscard]] bool canSort(std::size_t entry) const;
+  void sortChildren(std::size_t entry, const std::vector<std::uint32_t>& children,
+                    const std::vector<ModelSrv::ModelPartId>& ids);
 
  private:
-  [[nodiscard]] ModelSrv::ModelPartId idOf(std::size_t entry) const {
-    return subtree_.entries[entry].id;
-  }
-
   Subtree& subtree_;
   std::size_t startDepth_;
-  std::vector<std::size_t> path_;  ///< from the top to the last entry
+  std::vector<std::uint32_t> path_;  ///< from the top to the last entry
+  std::vector<std::uint32_t> last_;  ///< the last child of each of these
 };
 
 /// Visits the entries below the top, depth first. The levels are kept in a list, as in `TreeWalk`.
@@ -72,25 +95,28 @@ class SubtreeWalk {
   [[nodiscard]] const Chain& chain() const { return chain_; }
   [[nodiscard]] const std::string& address() const { return address_; }
 
-  /// Its value, with further exchanges only if the text is not enough.
+  /// Its value. With further exchanges only if `needsReading`.
   ModelSrv::ModelRes readValue(Connection& connection, Value& value) const;
+  /// Whether the text is not enough: of an array of texts with line feeds of their own; or because
+  /// the server could not read the value.
+  [[nodiscard]] bool needsReading() const;
+  /// The number of the entry.
+  [[nodiscard]] std::uint32_t number() const { return at_; }
 
  private:
   struct Level {
-    std::size_t entry;
     std::size_t addressSize;
-    Children children;
-    ChildLabels labels;
-    std::size_t next = 0;
+    std::unordered_set<std::string_view> names;  ///< of the children that have been visited
+    std::uint32_t next;                          ///< the child to visit
   };
 
-  void enter(std::size_t entry);
+  void enter(std::uint32_t entry);
 
   const Subtree& subtree_;
   Chain chain_;
   std::string address_;
   std::size_t startDepth_;
-  std::size_t at_ = 0;
+  std::uint32_t at_ = 0;
   std::vector<Level> levels_;
 };
 

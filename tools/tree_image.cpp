@@ -1,6 +1,7 @@
 #include "tools/tree_image.h"
 
 #include <cstdlib>
+#include <unordered_map>
 #include <utility>
 
 #include "tools/json_object.h"
@@ -36,8 +37,8 @@ std::size_t literalNames(const Address& address) {
 /// Collects the parts that an address stands for.
 class ImageReader {
  public:
-  ImageReader(Context& context, const Address& address, TreeImage& image)
-      : context_(context), address_(address), image_(image) {}
+  ImageReader(Context& context, const Address& address, TreeImage& image, const PartTaker& take)
+      : context_(context), address_(address), image_(image), take_(take) {}
 
   bool run() {
     const Status before = context_.status();
@@ -80,22 +81,32 @@ class ImageReader {
     if (result != ModelSrv::ModelRes_Success) {
       return fail(match.shown(), result);
     }
-    SubtreeWalk walk(subtree, match.chain, match.address);
-    while (walk.next()) {
+    // First all that may fail.
+    std::unordered_map<std::uint32_t, Value> values;
+    for (SubtreeWalk walk(subtree, match.chain, match.address); walk.next();) {
+      if (walk.needsReading()) {
+        result = walk.readValue(*match.connection, values[walk.number()]);
+        if (result != ModelSrv::ModelRes_Success) {
+          return fail(walk.address(), result);
+        }
+      }
+    }
+    ImagePart part;
+    part.connection = match.connection;
+    for (SubtreeWalk walk(subtree, match.chain, match.address); walk.next();) {
       if (walk.entry().isNode) {
         continue;
       }
-      ImagePart part;
-      result = walk.readValue(*match.connection, part.value);
-      if (result != ModelSrv::ModelRes_Success) {
-        return fail(walk.address(), result);
+      if (walk.needsReading()) {
+        part.value = values[walk.number()];
+      } else {
+        static_cast<void>(walk.readValue(*match.connection, part.value));
       }
-      part.address = walk.address().substr(baseSize_);
+      part.address.assign(walk.address(), baseSize_);
       part.type = walk.entry().type;
       part.access = accessName(walk.entry().access);
-      part.connection = match.connection;
       part.chain = walk.chain();
-      image_.parts.push_back(std::move(part));
+      take_(part);
     }
     return Visit::taken;
   }
@@ -113,7 +124,7 @@ class ImageReader {
       part.access = accessName(description.access);
       part.connection = match.connection;
       part.chain = chain;
-      image_.parts.push_back(std::move(part));
+      take_(part);
     }
     return result;
   }
@@ -127,6 +138,7 @@ class ImageReader {
   Context& context_;
   const Address& address_;
   TreeImage& image_;
+  const PartTaker& take_;
   std::size_t baseSize_ = 0;  ///< of the printed addresses
   bool failed_ = false;
 };
@@ -144,27 +156,44 @@ bool isSameNumber(const std::string& one, const std::string& other) {
 }  // namespace
 
 bool readImage(Context& context, const Address& address, TreeImage& image) {
-  image.time = timeNow();
-  return ImageReader(context, address, image).run();
+  return readImage(context, address, image,
+                   [&](const ImagePart& part) { image.parts.push_back(part); });
 }
 
-void appendImage(std::string& out, const TreeImage& image) {
+bool readImage(Context& context, const Address& address, TreeImage& image, const PartTaker& take) {
+  image.time = timeNow();
+  return ImageReader(context, address, image, take).run();
+}
+
+void appendImageHeader(std::string& out, const TreeImage& image) {
   out += "[\n";
   JsonObject header(out);
   header.addRaw("format", "1");
   header.addText("base", image.base);
   header.addText("time", image.time);
   header.end();
-  for (const ImagePart& part : image.parts) {
-    out += ",\n";
-    JsonObject object(out);
-    object.addText("address", part.address);
-    object.addTextIfAny("type", part.type);
-    object.addTextIfAny("access", part.access);
-    object.addValue(part.value, part.type);
-    object.end();
-  }
+}
+
+void appendImagePart(std::string& out, const ImagePart& part) {
+  out += ",\n";
+  JsonObject object(out);
+  object.addText("address", part.address);
+  object.addTextIfAny("type", part.type);
+  object.addTextIfAny("access", part.access);
+  object.addValue(part.value, part.type);
+  object.end();
+}
+
+void appendImageEnd(std::string& out) {
   out += "\n]\n";
+}
+
+void appendImage(std::string& out, const TreeImage& image) {
+  appendImageHeader(out, image);
+  for (const ImagePart& part : image.parts) {
+    appendImagePart(out, part);
+  }
+  appendImageEnd(out);
 }
 
 bool isSameValue(const Value& one, const Value& other, const std::string& type) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,8 +32,20 @@ struct TreeImage {
 /// after an error, which has been reported.
 [[nodiscard]] bool readImage(Context& context, const Address& address, TreeImage& image);
 
+/// The same, but `take` gets each part, and the image none, in the same order; its base and time
+/// are there before. If the address has no wildcards, `take` is called only when nothing can fail
+/// any more.
+using PartTaker = std::function<void(const ImagePart& part)>;
+[[nodiscard]] bool readImage(Context& context, const Address& address, TreeImage& image,
+                             const PartTaker& take);
+
 /// Appends the image as a JSON array: a header object, then an object a part.
 void appendImage(std::string& out, const TreeImage& image);
+
+/// The pieces of that.
+void appendImageHeader(std::string& out, const TreeImage& image);
+void appendImagePart(std::string& out, const ImagePart& part);
+void appendImageEnd(std::string& out);
 
 /// Reads a dump, or a file that the shell's `to` wrote. `path` may be "-" for standard input. False
 /// after an error, which has been reported.

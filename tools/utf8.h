@@ -34,6 +34,10 @@ namespace treectl {
 }
 
 [[nodiscard]] inline bool isUtf8(std::string_view text) {
+  // Most texts are ASCII.
+  while (!text.empty() && static_cast<unsigned char>(text.front()) < 0x80) {
+    text.remove_prefix(1);
+  }
   while (!text.empty()) {
     const std::size_t length = utf8Length(text);
     if (length == 0) {

@@ -62,6 +62,11 @@ void appendTexts(std::string& out, const Value& value, Append append) {
 }  // namespace
 
 void appendPlainText(std::string& out, std::string_view text) {
+  if (std::none_of(text.begin(), text.end(),
+                   [](char byte) { return byte == '\\' || isControlByte(byte); })) {
+    out += text;
+    return;
+  }
   for (const char byte : text) {
     switch (byte) {
       case '\n':
@@ -95,6 +100,12 @@ void appendPlain(std::string& out, const Value& value) {
 void appendJsonString(std::string& out, std::string_view text) {
   constexpr std::string_view digits = "0123456789abcdef";
   out += '"';
+  if (std::none_of(text.begin(), text.end(),
+                   [](char byte) { return byte == '"' || byte == '\\' || isControlByte(byte); })) {
+    out += text;
+    out += '"';
+    return;
+  }
   for (const char byte : text) {
     if (byte == '"' || byte == '\\') {
       out += '\\';
