@@ -94,8 +94,7 @@ TEST_F(Errors, OfAHungServerAreTimeouts) {
 }
 
 TEST_F(Errors, OfOutputHaveAStatusOfTheirOwn) {
-  const std::string get =
-      test_support::buildDirectory() + "/bin/treectl get /" + server().name() + "/drive/speed";
+  const std::string get = treectlProgram() + " get /" + server().name() + "/drive/speed";
   const Finished full = test_support::run({"/bin/sh", "-c", get + " >/dev/full"});
   EXPECT_EQ(full.status, (ExitStatus{9, 0}));
   EXPECT_EQ(full.errors, "treectl: standard output: No space left on device\n");
@@ -128,8 +127,7 @@ TEST(ErrorsOfOtherUsers, AreDenied) {
   test_support::ModelServer server;
   const Finished finished =
       test_support::run({"setpriv", "--reuid=65534", "--clear-groups", "--regid=65534",
-                         test_support::buildDirectory() + "/bin/treectl", "get",
-                         "/" + server.name() + "/drive/speed"});
+                         treectlProgram(), "get", "/" + server.name() + "/drive/speed"});
   EXPECT_EQ(finished.status, (ExitStatus{7, 0}));
   EXPECT_EQ(finished.errors, "treectl: /" + server.name() +
                                  "/drive/speed: the port's pipe belongs to another user\n");

@@ -16,8 +16,7 @@ class PublishedRecording : public TreectlTest {
   /// Records until the file has `text`, which something causes that `change` does.
   template <typename Change>
   void record(const std::vector<std::string>& options, const std::string& text, Change change) {
-    std::vector<std::string> command{test_support::buildDirectory() + "/bin/treectl", "record",
-                                     "-o", files().file("rec")};
+    std::vector<std::string> command{treectlProgram(), "record", "-o", files().file("rec")};
     for (const std::string& option : options) {
       command.push_back(filled(option));
     }

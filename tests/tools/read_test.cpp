@@ -178,8 +178,7 @@ TEST_F(Read, ServersSaysTheStateOfEach) {
 
 TEST_F(Read, ServersWaitsUntilOneIsUp) {
   const std::string name = test_support::uniquePortName();
-  test_support::Process waiting({test_support::buildDirectory() + "/bin/treectl", "servers",
-                                 "--wait", name, "--timeout", "40"});
+  test_support::Process waiting({treectlProgram(), "servers", "--wait", name, "--timeout", "40"});
   test_support::Process started(
       {test_support::modelsrvdProgram(), "--synthetic", "1x1", "--name", name});
   EXPECT_TRUE(waiting.waitForLine(name + "\tup"));

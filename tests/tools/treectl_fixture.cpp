@@ -1,5 +1,6 @@
 #include "tests/tools/treectl_fixture.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -31,9 +32,14 @@ const std::string_view TreectlTest::tree = R"({"name": "Model_rig", "children": 
   {"id": 6, "name": "line\nfeed", "type": "int32", "value": 6},
   {"id": 7, "name": "notes", "type": "text", "elements": [{"value": "one\ntwo"}, {"value": "x"}]}]})";
 
+std::string treectlProgram() {
+  const char* const given = std::getenv("TREESCOPE_TEST_TREECTL");
+  return given != nullptr ? given : test_support::buildDirectory() + "/bin/treectl";
+}
+
 test_support::Finished runTreectl(const std::vector<std::string>& arguments,
                                   std::string_view input) {
-  std::vector<std::string> command{test_support::buildDirectory() + "/bin/treectl"};
+  std::vector<std::string> command{treectlProgram()};
   command.insert(command.end(), arguments.begin(), arguments.end());
   return test_support::run(command, input);
 }

@@ -13,6 +13,10 @@
 
 namespace treectl {
 
+/// `treectl` of the build, or that of another build which TREESCOPE_TEST_TREECTL names
+/// (script/compat).
+std::string treectlProgram();
+
 /// Runs `treectl` to its end.
 test_support::Finished runTreectl(const std::vector<std::string>& arguments,
                                   std::string_view input = {});

@@ -14,7 +14,7 @@ class WatchTest : public TreectlTest {
  protected:
   /// Starts the program.
   std::unique_ptr<test_support::Process> start(const std::vector<std::string>& arguments) {
-    std::vector<std::string> command{test_support::buildDirectory() + "/bin/treectl"};
+    std::vector<std::string> command{treectlProgram()};
     for (const std::string& argument : arguments) {
       command.push_back(filled(argument));
     }
