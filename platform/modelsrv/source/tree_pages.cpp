@@ -58,7 +58,8 @@ std::string_view readType(PayloadReader& page) {
 }  // namespace
 
 void TreePageWriter::write(ModelPart& top, bool continues, ChainView position,
-                           std::uint64_t structureVersion, std::vector<std::uint8_t>& page) {
+                           std::uint64_t structureVersion, EvtSrv::internal::TurnQueue& turns,
+                           std::vector<std::uint8_t>& page) {
   const std::size_t start = page.size();
   PayloadWriter writer(page);
   writer.u32(static_cast<std::uint32_t>(structureVersion >> 32U));
@@ -66,6 +67,7 @@ void TreePageWriter::write(ModelPart& top, bool continues, ChainView position,
   const std::size_t more = page.size();
   writer.u8(0);
   read_ = 0;
+  programCalled_ = false;
   cursor_.begin(top);
   if (continues) {
     cursor_.resume(position);
@@ -73,7 +75,8 @@ void TreePageWriter::write(ModelPart& top, bool continues, ChainView position,
   std::size_t parts = 0;
   while (ModelPart* const part = cursor_.next(structureVersion)) {
     const std::size_t before = page.size();
-    const bool isFull = parts == maxPartsOfPage || read_ > maxRead;
+    const bool isFull = parts == maxPartsOfPage || read_ > maxRead ||
+                        (parts != 0 && programCalled_ && turns.turnExpired());
     if (!isFull) {
       writePart(*part, cursor_.depth(), page);
     }
@@ -146,6 +149,7 @@ void TreePageWriter::writeElements(const ModelPart& part, std::vector<std::uint8
 
 ModelRes TreePageWriter::readValue(ModelPart& part) {
   text_.clear();
+  programCalled_ = programCalled_ || !PartAccess::isCacheable(part);
   const ModelRes result = PartAccess::appendText(part, text_, ModelPartIndex_All);
   read_ += text_.size();
   return result < ModelRes_NotConnected ? result : ModelRes_Unreachable;

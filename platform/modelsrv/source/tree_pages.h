@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "evtsrv/source/frame.h"
+#include "evtsrv/source/turn_queue.h"
 #include "modelsrv/source/id_chain.h"
 #include "modelsrv/source/tree_cursor.h"
 #include "modelsrv/tree_part.h"
@@ -23,9 +24,10 @@ inline constexpr std::size_t maxPage = std::size_t{256} * 1024;
 /// Writes pages in a server. Call it with the client mutex held.
 class TreePageWriter {
  public:
-  /// Appends the page that begins with `top`, or after the part with these ids below `top`.
+  /// Appends the page that begins with `top`, or after the part with these ids below `top`. If it
+  /// calls the program, the page ends with the turn in `turns`.
   void write(ModelPart& top, bool continues, ChainView position, std::uint64_t structureVersion,
-             std::vector<std::uint8_t>& page);
+             EvtSrv::internal::TurnQueue& turns, std::vector<std::uint8_t>& page);
 
  private:
   void writePart(ModelPart& part, std::size_t depth, std::vector<std::uint8_t>& page);
@@ -34,7 +36,8 @@ class TreePageWriter {
 
   TreeCursor cursor_;
   std::string text_;
-  std::size_t read_ = 0;  ///< the bytes of text that were read for this page
+  std::size_t read_ = 0;        ///< the bytes of text that were read for this page
+  bool programCalled_ = false;  ///< for this page
 };
 
 /// Reads a page.

@@ -259,7 +259,7 @@ ModelRes TreeSession::unwatch(ModelPart& /*part*/, const Request& request, Bytes
 ModelRes TreeSession::readTree(ModelPart& part, const Request& request, Bytes& reply) {
   ObjectLease<TreePageWriter> writer(share_->pages);
   writer->write(part, request.continues, request.position,
-                share_->watches.registry->structureVersion(), reply);
+                share_->watches.registry->structureVersion(), share_->watches.turns, reply);
   return ModelRes_Success;
 }
 

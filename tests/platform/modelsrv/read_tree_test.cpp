@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include "modelsrv/model_root.h"
 #include "tests/platform/modelsrv/served_tree.h"
+#include "tests/platform/modelsrv/watch_session.h"
 
 // What a program gets when it reads a whole subtree.
 
@@ -134,6 +136,54 @@ TEST_F(ReadManyParts, AndSaysIfSomeCameOrWentMeanwhile) {
   ASSERT_EQ(client_.root.readTree(&part, visit, reading_), ModelRes_Success);
   EXPECT_TRUE(reading_.structureChanged);
   EXPECT_EQ(ids.size(), count_ - 1) << "the first was in the page that was there already";
+}
+
+/// Parts below `/empty` whose values take long.
+class SlowParts {
+ public:
+  static constexpr unsigned count = 100;
+
+  explicit SlowParts(Server& server) : server_(server) {
+    for (unsigned i = 0; i < count; ++i) {
+      auto& part = parts_.emplace_back(static_cast<ModelPartId>(i), "slow", 0);
+      part.setGetter([this](std::int32_t& value) {
+        using Clock = std::chrono::steady_clock;
+        for (const auto end = Clock::now() + std::chrono::microseconds(100); Clock::now() < end;) {
+        }
+        value = 5;
+        ++calls;
+        return ModelRes_Success;
+      });
+      EXPECT_EQ(server_.empty.add(&part), ModelRes_Success);
+    }
+  }
+  ~SlowParts() { EXPECT_EQ(server_.empty.setChildren({}), ModelRes_Success); }
+  SlowParts(const SlowParts&) = delete;
+  SlowParts& operator=(const SlowParts&) = delete;
+
+  unsigned calls = 0;
+
+ private:
+  Server& server_;
+  std::deque<ValuePart<std::int32_t>> parts_;
+};
+
+using ReadTreePage = WatchSession;
+
+TEST_F(ReadTreePage, EndsSoonIfValuesTakeLong) {
+  SlowParts slow(server_);
+  ASSERT_EQ(session_.handle(14, payloadOf({ModelSrv::internal::Operation::readTree, {2}})),
+            ModelRes_Success);
+  EXPECT_LT(slow.calls, SlowParts::count / 2) << "the page delays other clients";
+  constexpr std::size_t moreAt = 8;
+  EXPECT_EQ(session_.reply.at(moreAt), 1);
+}
+
+TEST_F(ReadTree, ReportsEachPartOnceIfPagesEndSoon) {
+  const SlowParts slow(server_);
+  ASSERT_EQ(read({2}), ModelRes_Success);
+  EXPECT_EQ(lines_.size(), SlowParts::count + 1U);
+  EXPECT_EQ(lines_.back(), "2.99 slow int32 1=5");
 }
 
 }  // namespace
