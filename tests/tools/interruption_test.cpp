@@ -80,9 +80,7 @@ TEST_F(RestoreInterruption, SaysWhatWasStored) {
   std::atomic<int> signal{0};
   test_support::SampleServer sample(name_, [&](test_support::SampleServer& prepared) {
     prepared.limited.setStoreCheck([&](const std::int32_t&, ModelSrv::ModelPartIndex) {
-      while (target == 0) {
-        ::usleep(1000);
-      }
+      target.wait(0);
       ::kill(target, signal);
       return ModelSrv::ModelRes_Success;
     });
@@ -92,6 +90,7 @@ TEST_F(RestoreInterruption, SaysWhatWasStored) {
     signal = number;
     Process process(restore());
     target = process.pid();
+    target.notify_all();
     EXPECT_EQ(process.waitForExit(), (ExitStatus{128 + number, 0}));
     EXPECT_THAT(process.errors(),
                 testing::MatchesRegex(number == SIGINT ? "stored 3, same 0, .*, left 2\n"
