@@ -30,7 +30,7 @@ Result<std::unique_ptr<Replay>> Replay::open(const std::string& path, Pace pace)
   return replay;
 }
 
-/// Applies the whole recording to a tree that nobody sees.
+/// Applies the whole recording to a tree that no client sees.
 std::optional<Error> Replay::check() {
   const auto line = file_.next();
   if (!line) {
@@ -108,7 +108,7 @@ std::optional<Error> Replay::publish(ModelSrv::ModelRoot& root) {
 
 /// When the next change is due, or after the last one the end.
 Replay::Clock::time_point Replay::due() const {
-  // Nobody waits longer than a century, and the clock counts that far.
+  // No program waits longer than a century, and the clock counts that far.
   constexpr double longest = 3.15e15;
   const std::chrono::duration<double, std::micro> after(
       std::min(static_cast<double>(offset_) / pace_.speed, longest));

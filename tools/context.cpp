@@ -69,10 +69,10 @@ void Context::fail(std::string_view subject, ModelSrv::ModelRes result, RequestK
   fail(statusOf(result, kind), subject, ModelSrv::describe(result));
 }
 
-Context::Failure Context::takeFailure() {
-  Failure failure = std::move(*kept_);
+Context::KeptError Context::takeError() {
+  KeptError error = std::move(*kept_);
   kept_.reset();
-  return failure;
+  return error;
 }
 
 void Context::note(Status status) {

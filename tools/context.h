@@ -38,17 +38,17 @@ class Context {
   /// Keeps the status without a message.
   void note(Status status);
 
-  /// A failure that is not reported yet.
-  struct Failure {
+  /// An error that is not reported yet.
+  struct KeptError {
     Status status = Status::success;
     std::string subject;
     std::string reason;
   };
 
-  /// Keeps the first failure from now on instead of reporting it, until it is taken.
-  void keepFailure() { kept_ = Failure{}; }
+  /// Keeps the first error from now on instead of reporting it, until it is taken.
+  void keepError() { kept_ = KeptError{}; }
   /// What has been kept; its status is `Status::success` if there was none.
-  [[nodiscard]] Failure takeFailure();
+  [[nodiscard]] KeptError takeError();
 
   /// Lets connections that are made from now on come back after a loss.
   void reconnect() { reconnects_ = true; }
@@ -78,7 +78,7 @@ class Context {
   Output output_;
   Messages messages_;
   Status status_ = Status::success;
-  std::optional<Failure> kept_;
+  std::optional<KeptError> kept_;
   bool reconnects_ = false;
   std::map<std::string, Opened, std::less<>> servers_;
 };

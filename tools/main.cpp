@@ -77,7 +77,7 @@ Status run(const std::vector<std::string_view>& words, std::optional<Context>& h
   } else {
     runCommand(context);
   }
-  // A signal that ended the command while it wrote is no failure of the output.
+  // A signal that ended the command while it wrote is no error of the output.
   if (!context.output().flush() && context.output().error() != EINTR) {
     context.messages().print("standard output", errorText(context.output().error()));
     return Status::ioError;

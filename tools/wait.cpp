@@ -47,14 +47,14 @@ class Waiter {
   bool start(const Address& address) {
     while (awaitServer(address)) {
       watcher_.emplace(context_, WatchNeeds{.typed = true, .repeats = true});
-      context_.keepFailure();
+      context_.keepError();
       const bool isStarted = isPart(address) && watcher_->start({address});
-      const Context::Failure failure = context_.takeFailure();
-      if (failure.status == Status::success) {
+      const Context::KeptError error = context_.takeError();
+      if (error.status == Status::success) {
         return isStarted && !isDone_;
       }
-      if (failure.status != Status::noServer && failure.status != Status::timeout) {
-        context_.fail(failure.status, failure.subject, failure.reason);
+      if (error.status != Status::noServer && error.status != Status::timeout) {
+        context_.fail(error.status, error.subject, error.reason);
         return false;
       }
       // The server went meanwhile.
