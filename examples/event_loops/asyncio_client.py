@@ -9,25 +9,30 @@ from treescope import AsyncClient, TreescopeError
 
 async def watch(client: AsyncClient) -> None:
     async for update in client.watch("/ticks"):
-        print("ticks", update.value, flush=True)
+        print("ticks", update.error or update.value, flush=True)
+
+
+async def echo() -> None:
+    lines = asyncio.StreamReader()
+    await asyncio.get_running_loop().connect_read_pipe(
+        lambda: asyncio.StreamReaderProtocol(lines), sys.stdin
+    )
+    while line := await lines.readline():
+        print(line.decode(errors="replace"), end="", flush=True)
 
 
 async def main(name: str) -> None:
     async with AsyncClient(name) as client:
         client.on_event(lambda event: print(event.name.lower(), name, flush=True))
-        lines = asyncio.StreamReader()
-        await asyncio.get_running_loop().connect_read_pipe(
-            lambda: asyncio.StreamReaderProtocol(lines), sys.stdin
-        )
         print("watching", name, flush=True)
-        watching = asyncio.create_task(watch(client))
-        while line := await lines.readline():
-            print(line.decode(), end="", flush=True)
-        watching.cancel()
-        await asyncio.wait([watching])
+        tasks = [asyncio.create_task(watch(client)), asyncio.create_task(echo())]
+        ended, others = await asyncio.wait(tasks, return_when=asyncio.FIRST_COMPLETED)
+        for task in others:
+            task.cancel()
+        await asyncio.gather(*ended)
 
 
 try:
-    asyncio.run(main(*(sys.argv[1:] or ["Model_counter"])))
-except TreescopeError as error:
+    asyncio.run(main(sys.argv[1] if len(sys.argv) > 1 else "Model_counter"))
+except (TreescopeError, OSError, ValueError) as error:
     sys.exit(f"asyncio_client: {error}")

@@ -12,8 +12,7 @@ static int open_signals(void) {
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
-  sigprocmask(SIG_BLOCK, &signals, NULL);
-  return signalfd(-1, &signals, SFD_CLOEXEC);
+  return sigprocmask(SIG_BLOCK, &signals, NULL) == 0 ? signalfd(-1, &signals, SFD_CLOEXEC) : -1;
 }
 
 static int open_timer(void) {
@@ -49,9 +48,10 @@ int main(int argc, char *argv[]) {
   for (int i = 0; i < 3 && !result; ++i) result = treescope_add(server, NULL, &parts[i], &part[i]);
   if (result || treescope_publish(server, name) != TREESCOPE_SUCCESS)
     return fprintf(stderr, "thermostat: %s\n", treescope_message()) < 0 ? 2 : 1;
-  if (printf("ready %s\n", name) < 0 || fflush(stdout) != 0) return 1;
   struct pollfd waiting[] = {{treescope_server_descriptor(server), POLLIN, 0},
                              {open_timer(), POLLIN, 0}, {open_signals(), POLLIN, 0}};
+  if (waiting[1].fd < 0 || waiting[2].fd < 0 || printf("ready %s\n", name) < 0 || fflush(stdout))
+    return treescope_server_close(server) == TREESCOPE_SUCCESS ? 1 : 2;
   for (char ticks[8]; waiting[2].revents == 0 && poll(waiting, 3, -1) > 0;) {
     treescope_server_dispatch(server, 0);
     if (waiting[1].revents && read(waiting[1].fd, ticks, sizeof ticks) > 0 && step(part)) break;

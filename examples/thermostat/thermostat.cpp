@@ -1,9 +1,7 @@
 // A model server for a simulated thermostat. It publishes
-//
 //     /temperature  read-only array: inside, outside, in degrees Celsius
 //     /setpoint     5 to 30 degrees; other values are refused
 //     /mode         "off" or "heat"; other values are refused
-//
 // until SIGINT or SIGTERM. Usage: "thermostat [NAME]", by default Model_thermostat.
 
 #include <chrono>
@@ -16,6 +14,7 @@
 #include "modelsrv/value_parts.h"
 
 using namespace ModelSrv;
+using Clock = std::chrono::steady_clock;
 
 EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
 volatile std::sig_atomic_t stopRequested = 0;
@@ -44,12 +43,13 @@ int main(int argc, char* argv[]) {
     std::cerr << "thermostat: " << name << ": " << describe(result) << '\n';
     return 1;
   }
-  std::cout << "ready " << name << std::endl;
-
-  auto next = std::chrono::steady_clock::now();
-  while (stopRequested == 0) {
-    static_cast<void>(manager.receiveEvent(200));
-    if (std::chrono::steady_clock::now() >= next) {
+  if (!(std::cout << "ready " << name << std::endl)) {
+    return 1;
+  }
+  for (auto next = Clock::now(); stopRequested == 0;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now()).count();
+    static_cast<void>(manager.receiveEvent(left > 0 ? static_cast<int>(left) : 0));
+    if (Clock::now() >= next) {
       next += std::chrono::seconds(1);
       const double inside = temperature.value(0);
       const double target = mode.value() == "heat" ? setpoint.value() : temperature.value(1);

@@ -19,6 +19,6 @@ async def main(name: str) -> None:
             temperature.set(inside + (target - inside) / 16, 0)
             await asyncio.wait([serving], timeout=1)
 try:
-    asyncio.run(main(*(sys.argv[1:] or ["Model_thermostat"])))
-except TreescopeError as error:
+    asyncio.run(main(sys.argv[1] if len(sys.argv) > 1 else "Model_thermostat"))
+except (TreescopeError, OSError) as error:
     sys.exit(f"thermostat: {error}")

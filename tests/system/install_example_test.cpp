@@ -80,6 +80,31 @@ class InstallExample : public testing::Test {
     return options;
   }
 
+  /// A thermostat whose first line cannot be written says so by its status, and leaves no mailbox.
+  static void expectErrorOfFullOutput(std::vector<std::string> command,
+                                      const test_support::ProcessOptions& options) {
+    const std::string name = test_support::uniquePortName();
+    command.back() = name;
+    command.insert(command.begin(), {"sh", "-c", "exec \"$@\" >/dev/full", "sh"});
+    const Finished full = run(command, {}, options);
+    // Python has a status of its own for that.
+    EXPECT_NE(full.status, (ExitStatus{0, 0}));
+    EXPECT_EQ(full.errors.find("Traceback"), std::string::npos) << full.errors;
+    EXPECT_FALSE(fs::exists(test_support::mailboxPath(name)));
+  }
+
+  /// A client of a server without /ticks ends with an error, though its standard input goes on.
+  static void expectErrorOfOtherServer(std::vector<std::string> client) {
+    const std::string name = test_support::uniquePortName();
+    Process other({moved() + "/bin/modelsrvd", "--name", name, "--synthetic", "1x1"});
+    ASSERT_TRUE(other.waitForLine("ready " + name)) << other.errors();
+    client.push_back(name);
+    Process process(client, withPython());
+    ASSERT_TRUE(process.waitForExit()) << client[0];
+    EXPECT_EQ(process.finish(), (ExitStatus{1, 0}));
+    EXPECT_NE(process.errors().find("no such part"), std::string::npos) << process.errors();
+  }
+
   /// Reads and stores the values of the server that `command` runs.
   static void expectThermostat(std::vector<std::string> command,
                                const test_support::ProcessOptions& options = {}) {
@@ -95,6 +120,7 @@ class InstallExample : public testing::Test {
     const Finished second = run(command, {}, options);
     EXPECT_EQ(second.status, (ExitStatus{1, 0}));
     EXPECT_EQ(second.errors.find("thermostat: " + name + ": "), 0U) << second.errors;
+    expectErrorOfFullOutput(command, options);
     server.signal(SIGTERM);
     EXPECT_EQ(server.finish(), (ExitStatus{0, 0}));
     EXPECT_FALSE(fs::exists(test_support::mailboxPath(name)));
@@ -175,6 +201,7 @@ TEST_F(InstallExample, ServesAndWatchesInOtherEventLoops) {
     return server;
   };
   auto server = startServer("epoll");
+  EXPECT_EQ(shell("cd " + name + ";set 0 limit;get limit"), "/limit  [1000]\n/limit  [1000]\n");
   std::vector<std::unique_ptr<Process>> clients;
   for (const std::string kind : {"epoll", "sd_event"}) {
     clients.push_back(std::make_unique<Process>(std::vector{program(kind + "_client"), name}));
@@ -203,6 +230,11 @@ TEST_F(InstallExample, ServesAndWatchesInOtherEventLoops) {
   server->signal(SIGTERM);
   EXPECT_EQ(server->finish(), (ExitStatus{0, 0}));
   EXPECT_FALSE(fs::exists(test_support::mailboxPath(name)));
+  for (const std::vector<std::string>& client :
+       {std::vector{program("epoll_client")}, std::vector{program("sd_event_client")},
+        std::vector<std::string>{"python3", source("event_loops/asyncio_client.py")}}) {
+    expectErrorOfOtherServer(client);
+  }
 }
 
 TEST_F(InstallExample, ReportsItsVersion) {
