@@ -101,7 +101,10 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
 
   // Requests of a client about `part`, which is in the tree of this root, or a proxy whose
   // ancestors lead to this root, or the root itself. On `ModelRes_Success` the output is
-  // replaced; otherwise it is unchanged.
+  // replaced; otherwise it is unchanged. Each exchange waits at most 2 s. `ModelRes_BadArgument`
+  // for a part that does not lead to this root, `ModelRes_NotConnected` for a root that is no
+  // client, and otherwise what the server replies, such as `ModelRes_NoSuchPart`, or an error of
+  // the connection.
 
   /// The ids of the part's children in the server's order. Empty if it is not a node.
   ModelRes getChildIdsFromServer(ModelPart* part, std::vector<unsigned short>& ids);
@@ -121,6 +124,7 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   ///
   /// A value that cannot be read is reported with its result, and is no error of the reading. On
   /// any result but `ModelRes_Success` parts may have been reported. `reading` is set in any case.
+  /// `ModelRes_BadArgument` for an empty `visit`.
   ModelRes readTree(ModelPart* part, const TreeVisitor& visit, TreeReading& reading);
   ModelRes readTree(ModelPart* part, const TreeVisitor& visit);
 

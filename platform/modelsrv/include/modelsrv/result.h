@@ -12,10 +12,10 @@ enum [[nodiscard]] ModelRes : unsigned{
     ModelRes_NoSuchIndex = 3,       ///< the part has no element with this index
     ModelRes_NoValue = 4,           ///< a node, or a part without a value
     ModelRes_BadText = 5,           ///< the text cannot be read as a value of the part's type
-    ModelRes_OutOfRange = 6,        ///< the part's type cannot hold the value
+    ModelRes_OutOfRange = 6,        ///< beyond the part's type, or beyond its limits
     ModelRes_ReadOnly = 7,          ///< no client may store a value in this part
     ModelRes_Protected = 8,         ///< a store in this part requires the loader's flag
-    ModelRes_Vetoed = 9,            ///< the server's store check rejected the value
+    ModelRes_Vetoed = 9,            ///< the server refused the value, or it is no choice
     ModelRes_TooLarge = 10,         ///< above the limit of a value or of a frame
     ModelRes_NotSubscribable = 11,  ///< the part does not accept subscriptions
     ModelRes_NotSubscribed = 12,    ///< there is no such subscription
