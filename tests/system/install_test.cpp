@@ -128,6 +128,13 @@ TEST_F(Install, NothingLoadsTheCppLibrary) {
     EXPECT_THAT(dynamicSection(file), Not(HasSubstr("[libstdc++"))) << file;
   }
 }
+
+TEST_F(Install, TheShellLoadsNoMathematicalLibrary) {
+  for (const char* const file :
+       {"/bin/treescope", "/lib/libkrvkstd.so.0", "/lib/libkrvsyssrv.so.4"}) {
+    EXPECT_THAT(dynamicSection(file), Not(HasSubstr("[libm."))) << file;
+  }
+}
 #endif
 
 TEST_F(Install, TheLoaderLooksUpFewNamesForTheTablesOfTheLibraries) {
