@@ -325,7 +325,10 @@ def main():
         with tempfile.TemporaryDirectory(prefix="peers-") as directory:
             text = page.render(measure_all(bench.resolve(), pathlib.Path(directory)))
         print(text, end="")
-        results.write_text(text)
+        # What bench/instructions/count.py has added stays.
+        added = "\n## Instructions and sizes"
+        before = results.read_text() if results.exists() else ""
+        results.write_text(text + "".join(before.partition(added)[1:]))
     except (OSError, RuntimeError, subprocess.CalledProcessError) as error:
         sys.exit(f"compare.py: {error}")
     finally:
