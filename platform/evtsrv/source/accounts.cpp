@@ -9,15 +9,26 @@ bool Accounts::mayOpenSession(uid_t user) const {
   return found == users_.end() || found->second.sessions < limits::sessionsOfUser;
 }
 
+/// Adds the account of a user, and removes those that need not be kept.
+std::map<uid_t, UserAccount>::iterator Accounts::open(uid_t user) {
+  const auto [account, isNew] = users_.try_emplace(user);
+  if (isNew) {
+    std::erase_if(
+        users_, [&](const auto& each) { return each.first != user && isForgettable(each.second); });
+  }
+  return account;
+}
+
 SessionAccount::SessionAccount(std::shared_ptr<Accounts> accounts, uid_t user)
-    : accounts_(std::move(accounts)), user_(accounts_->users_.try_emplace(user).first) {
+    : accounts_(std::move(accounts)), user_(accounts_->open(user)) {
   ++user_->second.sessions;
 }
 
 SessionAccount::~SessionAccount() {
   remove(bytes_);
   removeSubscriptions(subscriptions_);
-  if (--user_->second.sessions == 0) {
+  --user_->second.sessions;
+  if (accounts_->isForgettable(user_->second)) {
     accounts_->users_.erase(user_);
   }
 }

@@ -39,13 +39,24 @@ struct UserAccount {
 /// The accounts of the users of one port.
 class Accounts {
  public:
+  /// Without `turns`, which outlives this, a user without sessions has used nothing.
+  explicit Accounts(const TurnQueue* turns = nullptr) : turns_(turns) {}
+
   /// Whether `user` may have another session.
   [[nodiscard]] bool mayOpenSession(uid_t user) const;
 
  private:
   friend class SessionAccount;
 
-  std::map<uid_t, UserAccount> users_;  ///< those with sessions
+  /// Whether the user is as one that has never had a session.
+  [[nodiscard]] bool isForgettable(const UserAccount& user) const {
+    return user.sessions == 0 && (turns_ == nullptr || !turns_->isBehind(user.turns));
+  }
+  std::map<uid_t, UserAccount>::iterator open(uid_t user);
+
+  const TurnQueue* turns_;
+  /// Those with sessions, and those that would shed the time that they have used.
+  std::map<uid_t, UserAccount> users_;
   std::size_t bytes_ = 0;
 };
 

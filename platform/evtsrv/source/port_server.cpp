@@ -27,7 +27,7 @@ constexpr int secondMs = 1000;
 PortServer::PortServer(ManagerCore& core, ServedPort& port)
     : core_(core),
       port_(&port),
-      accounts_(std::make_shared<Accounts>()),
+      accounts_(std::make_shared<Accounts>(&core.turns())),
       turn_(core.turns(), turns_, *this) {}
 
 EvtRes PortServer::start(const std::string& name, std::optional<gid_t> group) {

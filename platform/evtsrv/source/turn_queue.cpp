@@ -9,8 +9,7 @@ namespace EvtSrv::internal {
 Turn::Turn(TurnQueue& queue, TurnGroup& group, TurnTaker& taker)
     : queue_(queue), group_(group), taker_(taker) {
   queue_.enter();
-  // A newcomer waits after those that have used little, so that connecting often gains nothing.
-  usedNs_ = queue_.turnFloorNs_ + TurnQueue::newcomerNs;
+  usedNs_ = queue_.firstUse(group);
 }
 
 Turn::~Turn() {
@@ -23,6 +22,17 @@ void TurnQueue::enter() {
     waiting_.reserve(std::max<std::size_t>(8, members_ * 2));
   }
   ++members_;
+}
+
+/// A newcomer waits after those that have used little, so that connecting often gains nothing.
+/// But now and then one of a user does not, or else it would wait for a turn of each of the others.
+std::int64_t TurnQueue::firstUse(TurnGroup& group) {
+  const std::int64_t now = system_.nowNs();
+  if (now - group.newcomerNs < newcomerIntervalNs) {
+    return turnFloorNs_ + newcomerNs;
+  }
+  group.newcomerNs = now;
+  return turnFloorNs_ - sliceNs;
 }
 
 void TurnQueue::leave(Turn& turn) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -20,7 +21,8 @@ class TurnQueue;
 /// The connections of one user.
 struct TurnGroup {
   std::int64_t usedNs = 0;
-  unsigned waiting = 0;  ///< how many of its connections are in the queue
+  unsigned waiting = 0;         ///< how many of its connections are in the queue
+  std::int64_t newcomerNs = 0;  ///< when one of its new connections was put first
 };
 
 /// What is served in turns: a connection, or a mailbox.
@@ -61,8 +63,9 @@ class TurnQueue {
   /// How long turns are taken before new events are looked for.
   static constexpr std::int64_t sliceNs = 1'000'000;
 
-  /// What a new connection is charged with at its beginning.
+  /// What a new connection is charged with at its beginning, except one of a user in so much time.
   static constexpr std::int64_t newcomerNs = 200'000;
+  static constexpr std::int64_t newcomerIntervalNs = 10'000'000;
 
   explicit TurnQueue(System& system) : system_(system) {}
   TurnQueue(const TurnQueue&) = delete;
@@ -83,6 +86,11 @@ class TurnQueue {
   bool run();
 
   [[nodiscard]] bool empty() const { return waiting_.empty(); }
+
+  /// Whether `group` waits after one that has used nothing.
+  [[nodiscard]] bool isBehind(const TurnGroup& group) const {
+    return group.usedNs > std::max<std::int64_t>(0, groupFloorNs_ - sliceNs);
+  }
 
   /// One dispatch of `events` ready descriptors. Dispatches may be nested.
   class Dispatch {
@@ -118,6 +126,7 @@ class TurnQueue {
   friend class Turn;
 
   void enter();
+  std::int64_t firstUse(TurnGroup& group);
   void leave(Turn& turn);
   std::int64_t usedUntil(std::int64_t now);
   Turn& takeNext();

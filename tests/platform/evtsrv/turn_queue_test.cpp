@@ -4,6 +4,7 @@
 
 #include <functional>
 
+#include "evtsrv/source/accounts.h"
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 #include "tests/platform/evtsrv/raw_client.h"
 
@@ -133,14 +134,70 @@ TEST_F(Turns, NewcomersComeAfterThoseThatDelayedNoOther) {
     const TurnQueue::Dispatch dispatch(queue, 1);
     settled.takeTurn();
   }
+  system.now += 1000 * msNs;
   std::deque<Taker> newcomers;
   for (int i = 0; i < 100; ++i) {
     newcomers.emplace_back(queue, one, system, msNs);
     newcomers.back().add();
   }
   settled.add();
+  // One of them may be first.
+  run();
   run();
   EXPECT_EQ(settled.turns, 2);
+}
+
+TEST_F(Turns, ANewcomerDoesNotWaitForEachOfManyOthers) {
+  system.now += 1000 * msNs;
+  std::deque<Taker> busy;
+  for (int i = 0; i < 64; ++i) {
+    busy.emplace_back(queue, one, system, msNs / 2);
+    busy.back().hasMore = true;
+    busy.back().add();
+  }
+  for (int i = 0; i < 100; ++i) {
+    run();
+  }
+  Taker newcomer(queue, one, system, msNs / 100);
+  newcomer.add();
+  const std::int64_t before = system.now;
+  while (newcomer.turns == 0) {
+    run();
+  }
+  EXPECT_LE(system.now - before, 2 * msNs);
+}
+
+using AccountsOfUsers = Turns;
+
+TEST_F(AccountsOfUsers, KeepTheTimeThatWasUsedWithoutSessions) {
+  const auto accounts = std::make_shared<Accounts>(&queue);
+  const auto use = [&](SessionAccount& account, std::int64_t time) {
+    Taker taker(queue, account.turns(), system, time);
+    taker.add();
+    run();
+  };
+  SessionAccount others(accounts, 2);
+  use(others, msNs);
+  {
+    SessionAccount session(accounts, 1);
+    use(session, 50 * msNs);
+  }
+  {
+    SessionAccount session(accounts, 1);
+    Taker returned(queue, session.turns(), system, msNs);
+    Taker honest(queue, others.turns(), system, msNs);
+    returned.add();
+    honest.add();
+    run();
+    EXPECT_EQ(honest.turns, 1);
+    EXPECT_EQ(returned.turns, 0);
+  }
+  // When the others have used as much, nothing is left of that.
+  use(others, 100 * msNs);
+  use(others, msNs);
+  SessionAccount third(accounts, 3);
+  SessionAccount session(accounts, 1);
+  EXPECT_EQ(session.turns().usedNs, 0);
 }
 
 TEST_F(Turns, ATakerThatIsDestroyedLeaves) {
