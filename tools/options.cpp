@@ -169,6 +169,9 @@ class Parser {
     if (*command_ == Command::record && options_.file.empty()) {
       return "record: missing -o FILE";
     }
+    if (options_.csv && options_.json) {
+      return "--csv: not together with --json";
+    }
     if (options_.live || options_.plot) {
       return checkLive();
     }

@@ -27,6 +27,7 @@ TEST(Options, AreRejectedInOneLine) {
       {{"get", "/S/a", "--server="}, "--server: expected the name of a server, got \"\""},
       {{"get", "--json=yes", "/S/a"}, "--json: takes no argument"},
       {{"get", "--raw", "--json", "/S/a"}, "--raw: not together with --json"},
+      {{"watch", "--csv", "--json", "/S/a"}, "--csv: not together with --json"},
       {{"get", "--raw", "/S/a", "/S/b"}, "--raw: expected one address"},
       {{"get", "--timeout", "soon", "/S/a"}, "--timeout: expected seconds, got \"soon\""},
       {{"get", "--timeout", "-1", "/S/a"}, "--timeout: expected seconds, got \"-1\""},
