@@ -12,6 +12,7 @@
 
 #include "bench/programs.h"
 #include "bench/ratio_table.h"
+#include "tests/attack/changing_server.h"
 #include "tests/attack/floods.h"
 
 // The longest exchange of a client while another one floods the server, for each kind of flood.
@@ -43,10 +44,8 @@ class TreeFile {
   std::string path_ = "/tmp/flood_bench_XXXXXX";
 };
 
-void measure(const std::string& program, const TreeFile& tree, const attack::Flood* flood) {
-  const bench::ServerProgram server({"--tree", tree.path()}, 1, program);
-  const auto durations =
-      attack::exchangesUnder(flood, "/tmp/" + server.name() + ".fifo", floodTime);
+void measure(const std::string& port, const attack::Flood* flood) {
+  const auto durations = attack::exchangesUnder(flood, "/tmp/" + port + ".fifo", floodTime);
   const std::string name = flood != nullptr ? flood->name : "no flood";
   if (durations.empty()) {
     std::printf("%-46s an exchange has failed\n", name.c_str());
@@ -60,7 +59,7 @@ void measure(const std::string& program, const TreeFile& tree, const attack::Flo
 
 }  // namespace
 
-/// With an argument, that is the server's program.
+/// With an argument, that is the server's program; a second one is the only flood.
 int main(int argc, char** argv) {
   try {
     // The floods and the client inherit them; the floods give theirs up.
@@ -69,9 +68,21 @@ int main(int argc, char** argv) {
     const TreeFile tree;
     std::printf("\n%-46s %9s %9s %9s %8s %7s %7s\n", "milliseconds an exchange", "median", "p99",
                 "worst", "samples", "target", "ratio");
-    measure(program, tree, nullptr);
+    const auto measureServer = [&](const attack::Flood* flood) {
+      const bench::ServerProgram server({"--tree", tree.path()}, 1, program);
+      measure(server.name(), flood);
+    };
+    measureServer(nullptr);
     for (const attack::Flood& flood : attack::floods()) {
-      measure(program, tree, &flood);
+      if (argc < 3 || flood.name == argv[2]) {
+        measureServer(&flood);
+      }
+    }
+    const attack::Flood& structureFlood = attack::structureFlood();
+    if (argc < 3 || structureFlood.name == argv[2]) {
+      const std::string port = "Model_changing" + std::to_string(::getpid());
+      const attack::ChangingServer server(port);
+      measure(port, &structureFlood);
     }
     return 0;
   } catch (const std::exception& error) {

@@ -1,8 +1,10 @@
 #include <algorithm>
 
 #include "tests/attack/attack_test.h"
+#include "tests/attack/changing_server.h"
 #include "tests/attack/floods.h"
 #include "tests/support/model_server.h"
+#include "tests/support/port_name.h"
 
 // Whatever one client does, the exchanges of another are not delayed. The limits here have a margin
 // for a loaded machine, on which every process waits; bench/flood_bench measures the figure.
@@ -16,14 +18,25 @@ constexpr double limitMs = 1000;
 
 class AttackFlood : public AttackTest, public testing::WithParamInterface<std::size_t> {};
 
-TEST_P(AttackFlood, DelaysNoOtherClient) {
-  const Flood& flood = floods()[GetParam()];
-  const auto server = test_support::ModelServer::ofTree(floodedTree());
-  Durations durations = exchangesUnder(&flood, pathOf(server.name()), floodTime);
+void expectNoDelay(const Flood& flood, const std::string& mailbox) {
+  Durations durations = exchangesUnder(&flood, mailbox, floodTime);
   ASSERT_FALSE(durations.empty()) << flood.name << ": an exchange has failed";
   std::sort(durations.begin(), durations.end());
   EXPECT_LT(durations[durations.size() / 2], medianLimitMs) << flood.name;
   EXPECT_LT(durations.back(), limitMs) << flood.name;
+}
+
+TEST_P(AttackFlood, DelaysNoOtherClient) {
+  const auto server = test_support::ModelServer::ofTree(floodedTree());
+  expectNoDelay(floods()[GetParam()], pathOf(server.name()));
+}
+
+using AttackFloodOfStructure = AttackTest;
+
+TEST_F(AttackFloodOfStructure, DelaysNoOtherClient) {
+  const std::string name = test_support::uniquePortName();
+  const ChangingServer server(name);
+  expectNoDelay(structureFlood(), pathOf(name));
 }
 
 INSTANTIATE_TEST_SUITE_P(OfEveryKind, AttackFlood, testing::Range<std::size_t>(0, floods().size()),

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string_view>
 
+#include "tests/attack/changing_server.h"
 #include "tests/fault/raw_pipe.h"
 #include "tests/fault/wire.h"
 
@@ -252,6 +253,23 @@ std::string arrayOf(std::size_t count) {
 const std::vector<Flood>& floods() {
   static const std::vector<Flood> all = makeFloods();
   return all;
+}
+
+const Flood& structureFlood() {
+  constexpr std::uint16_t parts = ChangingServer::changingParts;
+  const auto change = [](char value) {
+    return store(PartId{ChangingServer::toggle}, std::string(1, value)) +
+           request(wire::prefetch, wire::chain({ChangingServer::changing}) + wire::u16(parts));
+  };
+  // The subscriptions sleep and wake up with each change.
+  std::string subscriptions;
+  for (std::uint16_t id = 1; id <= parts; ++id) {
+    subscriptions += subscribe(wire::chain({ChangingServer::changing, id}));
+  }
+  static const Flood flood{
+      "structure changes",
+      busy(4, {change('1') + subscriptions + repeated(change('0') + change('1'), 1000)})};
+  return flood;
 }
 
 std::string floodedTree() {

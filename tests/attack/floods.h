@@ -20,6 +20,9 @@ struct Flood {
 /// The floods.
 const std::vector<Flood>& floods();
 
+/// The flood of a `ChangingServer`: changes of the structure, and what makes them expensive.
+const Flood& structureFlood();
+
 /// The description of the tree (modelsrvd(8)) that the floods are for: single values, arrays,
 /// and nodes with many children.
 std::string floodedTree();

@@ -212,4 +212,62 @@ TEST(Layout, TestsWaitForConditionsAndNeverSleep) {
   }
 }
 
+/// The tests of all suites, as "Suite.Test".
+std::set<std::string> testNames() {
+  static const std::regex definition(R"(\bTEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\))");
+  std::set<std::string> names;
+  for (const fs::path& file : sourcesIn("tests")) {
+    std::ostringstream all;
+    for (const std::string& line : linesOf(top() / file)) {
+      all << line << '\n';
+    }
+    const std::string text = all.str();
+    for (std::sregex_iterator at(text.begin(), text.end(), definition), end; at != end; ++at) {
+      names.insert((*at)[1].str() + "." + (*at)[2].str());
+    }
+  }
+  return names;
+}
+
+/// Whether one of the names begins with `pattern`, or is it. "..." and "*" at the end, and "*"
+/// instead of a suite's end, stand for the rest.
+bool isNamed(std::string pattern, const std::set<std::string>& names) {
+  const std::size_t open = std::min(pattern.find('*'), pattern.find("..."));
+  const std::string begin = pattern.substr(0, open);
+  const auto found = names.lower_bound(begin);
+  return found != names.end() &&
+         (open == std::string::npos ? *found == begin : found->compare(0, open, begin) == 0);
+}
+
+TEST(Layout, EveryPromiseOfSecurityHasItsTest) {
+  static const std::regex quoted("`([^`]+)`");
+  const std::set<std::string> names = testNames();
+  std::size_t promises = 0;
+  std::string section;
+  for (const std::string& line : linesOf(top() / "SECURITY.md")) {
+    const std::size_t column =
+        line.rfind("| ", line.size() - std::min<std::size_t>(line.size(), 3));
+    section = line.starts_with("## ") ? line : section;
+    const bool isPromise =
+        section == "## What is promised" && line.find("| `") != std::string::npos;
+    if (!isPromise) {
+      continue;
+    }
+    ++promises;
+    std::string suite;
+    const std::string tests = line.substr(column);
+    for (std::sregex_iterator at(tests.begin(), tests.end(), quoted), end; at != end; ++at) {
+      std::string name = (*at)[1];
+      if (name.find('/') != std::string::npos) {
+        EXPECT_TRUE(fs::exists(top() / (name + ".cpp"))) << name;
+        continue;
+      }
+      name = name.front() == '.' ? suite + name : name;
+      suite = name.substr(0, name.find('.'));
+      EXPECT_TRUE(isNamed(name, names)) << name;
+    }
+  }
+  EXPECT_GT(promises, 20U);
+}
+
 }  // namespace
