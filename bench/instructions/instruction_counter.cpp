@@ -19,6 +19,8 @@
 #include <string>
 #include <unordered_set>
 
+// The names are those of the interface.
+// NOLINTBEGIN(readability-identifier-naming)
 extern "C" {
 
 using PluginId = std::uint64_t;
@@ -42,6 +44,7 @@ int qemu_plugin_version = 1;
 __attribute__((visibility("default"))) int qemu_plugin_install(PluginId id, const qemu_info_t* info,
                                                                int count, char** arguments);
 }
+// NOLINTEND(readability-identifier-naming)
 
 namespace {
 
@@ -116,6 +119,7 @@ void atExit(PluginId /*id*/, void* /*data*/) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(readability-identifier-naming)
 int qemu_plugin_install(PluginId id, const qemu_info_t* /*info*/, int count, char** arguments) {
   for (int i = 0; i < count; ++i) {
     if (std::strncmp(arguments[i], "out=", 4) == 0) {
