@@ -127,5 +127,47 @@ TEST_F(HostileText, OfAPortIsListedWithoutItsControls) {
   EXPECT_NE(listing.find("?[31mx?"), std::string::npos) << testing::PrintToString(listing);
 }
 
+TEST_F(HostileText, OfAPortRunsNothingByTabAndReturn) {
+  const std::string begin = test_support::uniquePortName();
+  const std::string mailbox =
+      test_support::mailboxPath(begin + ";$echo ran-$((40+2));" + begin + "\033[7G");
+  ASSERT_EQ(mkfifo(mailbox.c_str(), 0600), 0);
+  start({.rows = 60, .columns = 200});
+  ASSERT_TRUE(type("cd " + begin + tab));
+  static_cast<void>(outputOf(""));
+  EXPECT_EQ(unlink(mailbox.c_str()), 0);
+  EXPECT_EQ(shell().bytesSince(0).find("ran-42"), std::string::npos);
+  EXPECT_EQ(shell().bytesSince(0).find("$echo"), std::string::npos);
+}
+
+TEST_F(HostileText, OfAPartRunsNothingByTabAndReturn) {
+  start({.rows = 60, .columns = 200});
+  connect(server_.name());
+  ASSERT_TRUE(type("get semi" + tab + tab));
+  static_cast<void>(outputOf(""));
+  EXPECT_NE(::access("x", F_OK), 0);
+}
+
+TEST_F(HostileText, ThatIsSavedRunsNothing) {
+  const std::string ran = directory_.file("ran");
+  const std::string command = "$touch " + ran;
+  const auto server = ModelServer::ofTree(
+      R"({"name": "Model_saved", "children": [{"name": "n;)" + command +
+      R"(", "children": [{"name": "a", "type": "text", "value": "ok;)" + command +
+      R"("}]}, {"name": "b", "type": "text", "value": "x\n)" + command + R"(\ncmdfrom )" + ran +
+      R"("}, {"name": "c", "type": "text", "elements": [{"name": ";)" + command +
+      R"(", "value": "\r\n)" + command + R"(\r\n"}]}]})");
+  const std::string saved = directory_.file("saved");
+  const auto runCommands = [&](const std::string& commands) {
+    return test_support::run(
+        {test_support::treescopeProgram(), "-c", "cd " + server.name() + ";" + commands});
+  };
+  static_cast<void>(runCommands("to " + saved));
+  EXPECT_NE(directory_.read("saved").find("touch"), std::string::npos);
+  static_cast<void>(runCommands("from " + saved));
+  static_cast<void>(runCommands("cmdfrom " + saved));
+  EXPECT_NE(::access(ran.c_str(), F_OK), 0);
+}
+
 }  // namespace
 }  // namespace terminal_test
