@@ -54,6 +54,8 @@ Signals::Signals(EvtSrv::EventPortManager& manager) {
   sigset_t toUnblock;
   sigemptyset(&toUnblock);
   installed_ = setAction(SIGPIPE, SIG_IGN);
+  // A write beyond the limit of file sizes then fails with an error.
+  installed_ = setAction(SIGXFSZ, SIG_IGN) && installed_;
   for (const int number : handledSignals) {
     installed_ = setAction(number, recordSignal) && installed_;
     sigaddset(&toUnblock, number);

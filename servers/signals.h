@@ -6,9 +6,9 @@ namespace modelsrvd {
 
 /// The server's signal handlers, installed for the lifetime of the object; at most
 /// one object per process at a time. SIGINT and SIGTERM request the end, SIGHUP
-/// requests a reload, SIGIO reports changes of watched files, SIGPIPE is ignored. Each request
-/// wakes `manager`, which is not owned and outlives the object. After destruction the signals are
-/// ignored.
+/// requests a reload, SIGIO reports changes of watched files, SIGPIPE and SIGXFSZ are ignored.
+/// Each request wakes `manager`, which is not owned and outlives the object. After destruction the
+/// signals are ignored.
 class Signals {
  public:
   explicit Signals(EvtSrv::EventPortManager& manager);

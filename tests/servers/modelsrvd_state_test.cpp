@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <cstddef>
@@ -196,6 +197,22 @@ TEST_F(State, IsOfNoPartWhoseValueIsInAFile) {
   EXPECT_EQ(directory_.read("value"), "6\n");
   ASSERT_TRUE(server.stops(SIGTERM)) << server.process().errors();
   EXPECT_FALSE(std::filesystem::exists(state_));
+}
+
+TEST_F(State, ThatIsLargerThanTheLimitOfFilesEndsNoServer) {
+  static_cast<void>(writeTree(intPart("speed", 42)));
+  ModelServer server(options(), true);
+  TreeClient client(server.name());
+  rlimit limit{};
+  ASSERT_EQ(::prlimit(server.process().pid(), RLIMIT_FSIZE, nullptr, &limit), 0);
+  const rlimit lower{16, limit.rlim_max};
+  ASSERT_EQ(::prlimit(server.process().pid(), RLIMIT_FSIZE, &lower, nullptr), 0);
+  ASSERT_EQ(client.store("/speed", "7"), ModelRes_Success);
+  EXPECT_EQ(server.process().readLine(),
+            "modelsrvd: stored values are not saved: " + state_ + ".new: File too large");
+  ASSERT_EQ(::prlimit(server.process().pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
+  ASSERT_EQ(client.store("/speed", "8"), ModelRes_Success);
+  EXPECT_TRUE(test_support::eventually([&] { return writtenValue() == 8; }));
 }
 
 TEST_F(State, IsNeverWrittenIfNoClientStores) {
