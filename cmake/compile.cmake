@@ -49,6 +49,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # (https://gcc.gnu.org/PR105651).
   target_compile_options(treescope_warnings INTERFACE -Wno-restrict)
 endif()
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # A folder's files as one unit are no header that others include.
+  target_compile_options(treescope_warnings INTERFACE -Wno-subobject-linkage)
+endif()
 
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC notes what older releases than ours compiled differently.

@@ -1,22 +1,45 @@
-# What "cmake --install" puts where.
-install(TARGETS treescope modelsrvd treectl RUNTIME)
+# What "cmake --install" puts where. Each component is a package, see debian.cmake.
+install(TARGETS treescope treectl RUNTIME COMPONENT shell)
+install(TARGETS modelsrvd RUNTIME COMPONENT server)
 if(TREESCOPE_PLATFORM STREQUAL "bundled" AND NOT TREESCOPE_STATIC)
-  install(TARGETS krvkstd krvsyssrv libtreescope EXPORT treescopeTargets LIBRARY)
+  foreach(library IN ITEMS krvkstd krvsyssrv libtreescope)
+    install(TARGETS ${library} EXPORT treescopeTargets
+      LIBRARY COMPONENT ${library} NAMELINK_COMPONENT development)
+  endforeach()
   include(cmake/package.cmake)
   foreach(library IN ITEMS kstd utilsrv evtsrv modelsrv)
-    install(DIRECTORY platform/${library}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/treescope)
+    install(DIRECTORY platform/${library}/include/
+      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/treescope COMPONENT development)
   endforeach()
-  install(FILES platform/PROTOCOL.md DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/treescope)
-  install(FILES bindings/c/include/treescope.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(FILES platform/PROTOCOL.md
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/treescope COMPONENT development)
+  install(FILES bindings/c/include/treescope.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 endif()
-foreach(page IN ITEMS treescope.1 treectl.1 modelsrvd.8)
-  if(EXISTS ${PROJECT_SOURCE_DIR}/man/${page})
-    string(REGEX REPLACE ".*\\." "" section ${page})
-    install(FILES man/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+
+# treescope_install_page(PAGE COMPONENT): a manual page, in a package a compressed one.
+function(treescope_install_page page component)
+  set(file "${PROJECT_SOURCE_DIR}/man/${page}")
+  string(REGEX REPLACE ".*\\." "" section ${page})
+  if(TREESCOPE_PACKAGES)
+    treescope_compress("${file}" "${PROJECT_BINARY_DIR}/man/${page}.gz")
+    set(file "${PROJECT_BINARY_DIR}/man/${page}.gz")
   endif()
-endforeach()
+  install(FILES "${file}" DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+endfunction()
+treescope_install_page(treescope.1 shell)
+treescope_install_page(treectl.1 shell)
+treescope_install_page(modelsrvd.8 server)
+
 install(FILES tools/completion/treectl.bash RENAME treectl
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-install(FILES tools/completion/_treectl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT shell)
+install(FILES tools/completion/_treectl
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/${TREESCOPE_ZSH_DIR} COMPONENT shell)
 install(FILES tools/completion/treectl.fish
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT shell)
+
+if(TREESCOPE_SYSTEMD_UNIT_DIR)
+  configure_file(packaging/modelsrvd.service.in ${PROJECT_BINARY_DIR}/modelsrvd.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/modelsrvd.service
+    DESTINATION ${TREESCOPE_SYSTEMD_UNIT_DIR} COMPONENT server)
+endif()

@@ -131,7 +131,7 @@ WatchedHandler = CFUNCTYPE(None, c_void_p, c_bool)
 Watcher = CFUNCTYPE(None, c_void_p, POINTER(CUpdate))
 Visitor = CFUNCTYPE(c_bool, c_void_p, POINTER(CTreePart))
 
-_library = ctypes.CDLL(str(Path(__file__).absolute().parent / LIBRARY))
+_library = ctypes.CDLL(str(Path(__file__).absolute().parent / LIBRARY) if "/" in LIBRARY else LIBRARY)
 
 _signatures: dict[str, tuple[Any, list[Any]]] = {
     "treescope_message": (c_char_p, []),
