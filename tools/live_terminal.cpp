@@ -86,7 +86,8 @@ void LiveTerminal::end() {
   constexpr int longest = 500;
   pollfd wait{STDOUT_FILENO, POLLOUT, 0};
   if (::poll(&wait, 1, longest) > 0 && (wait.revents & POLLOUT) != 0) {
-    static_cast<void>(::write(STDOUT_FILENO, endPainting.data(), endPainting.size()));
+    [[maybe_unused]] const ssize_t written =
+        ::write(STDOUT_FILENO, endPainting.data(), endPainting.size());
   }
   if (mode_) {
     ::tcsetattr(keys_ >= 0 ? keys_ : STDIN_FILENO, TCSANOW, &*mode_);
