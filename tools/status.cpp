@@ -24,6 +24,7 @@ Status statusOf(ModelSrv::ModelRes result, RequestKind kind) {
     case ModelRes_OutcomeUnknown:
       return Status::outcomeUnknown;
     case ModelRes_NotPermitted:
+    case ModelRes_Denied:
       return Status::notPermitted;
     case ModelRes_NoDescriptors:
     case ModelRes_SystemError:

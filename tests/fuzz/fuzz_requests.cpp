@@ -47,6 +47,7 @@ class Connection final : public EvtSrv::internal::ServerConnection {
   void eventsPending() override { isNotified = true; }
   EvtSrv::internal::SessionAccount& account() override { return account_; }
   void closeOnNextDispatch() override {}
+  std::shared_ptr<EvtSrv::internal::DeferredReply> deferReply() override { return nullptr; }
   bool isNotified = false;
 
  private:

@@ -116,6 +116,7 @@ TEST(ErrorStatus, OfAStoreWithoutAReplyIsThatItsOutcomeIsUnknown) {
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_Timeout), Status::timeout);
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_Protocol), Status::noServer);
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_Unreachable), Status::noServer);
+  EXPECT_EQ(statusOf(ModelSrv::ModelRes_Denied, RequestKind::store), Status::notPermitted);
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_Vetoed), Status::refused);
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_SystemError), Status::ioError);
 }

@@ -66,6 +66,7 @@ typedef enum treescope_result TREESCOPE_ANY_INT {
   TREESCOPE_DUPLICATE_ID = 15,     /* a sibling has the same id */
   TREESCOPE_BAD_ARGUMENT = 16,     /* NULL, or a value that the function does not accept */
   TREESCOPE_UNREACHABLE = 17,      /* the server stands for a device that it cannot reach */
+  TREESCOPE_DENIED = 18,           /* the server's rules do not let this client do that */
   TREESCOPE_NO_SERVER = 64,        /* no server has the name, or the connection is lost */
   TREESCOPE_TIMEOUT = 65, /* no reply in time (a store may still be applied); nothing to dispatch */
   TREESCOPE_NAME_IN_USE = 66,     /* another live server has this name */

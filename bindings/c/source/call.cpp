@@ -83,6 +83,7 @@ ModelRes toModelResult(treescope_result result, ModelRes otherwise) {
     case TREESCOPE_VETOED:
     case TREESCOPE_TOO_LARGE:
     case TREESCOPE_UNREACHABLE:
+    case TREESCOPE_DENIED:
       return static_cast<ModelRes>(result);
     default:
       return otherwise;
@@ -110,6 +111,7 @@ TREESCOPE_SAME(BAD_REQUEST, BadRequest);
 TREESCOPE_SAME(DUPLICATE_ID, DuplicateId);
 TREESCOPE_SAME(BAD_ARGUMENT, BadArgument);
 TREESCOPE_SAME(UNREACHABLE, Unreachable);
+TREESCOPE_SAME(DENIED, Denied);
 TREESCOPE_SAME(NO_SERVER, NotConnected);
 TREESCOPE_SAME(TIMEOUT, Timeout);
 TREESCOPE_SAME(NAME_IN_USE, NameInUse);

@@ -23,6 +23,7 @@ from .errors import (
     BadText,
     Busy,
     Closed,
+    Denied,
     DuplicateId,
     LimitReached,
     NameInUse,

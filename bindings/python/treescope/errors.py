@@ -99,6 +99,12 @@ class Unreachable(TreescopeError):
     code = 17
 
 
+class Denied(TreescopeError):
+    """The server's rules do not let this client do that."""
+
+    code = 18
+
+
 class NoServer(TreescopeError):
     """No server has the name, or the connection is lost."""
 

@@ -34,7 +34,9 @@ ServerLink::ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes,
       account_(std::move(accounts), user),
       turn_(core.turns(), account_.turns(), *this) {}
 
-ServerLink::~ServerLink() = default;
+ServerLink::~ServerLink() {
+  forgetDeferred();
+}
 
 EvtRes ServerLink::open(ServedPort& port) {
   core_.clientMutex().assertHeld();
@@ -97,6 +99,7 @@ void ServerLink::destroySession() {
 
 void ServerLink::closePipes() {
   leaveQueue();
+  forgetDeferred();
   onRequest_.end();
   onReply_.end();
   onEvent_.end();
@@ -118,13 +121,6 @@ void ServerLink::closeOnNextDispatch() {
   if (owner_ != nullptr) {
     core_.defer(*this);
   }
-}
-
-bool ServerLink::runDeferred() {
-  core_.clientMutex().assertHeld();
-  const auto keepAlive = shared_from_this();
-  end();
-  return true;
 }
 
 bool ServerLink::ready(unsigned role, std::uint32_t events) {
@@ -203,7 +199,7 @@ bool ServerLink::readRequests(std::uint32_t events) {
     }
     return false;
   }
-  if (!reply_.empty() || draining_) {
+  if (!awaitsNoReply() || draining_) {
     // Input is of no interest now: this is a hang-up, or was reported before.
     if ((events & (EPOLLHUP | EPOLLERR)) == 0) {
       return false;
@@ -269,7 +265,7 @@ void ServerLink::serveRequests() {
 /// Serves the next request that has arrived; false if there is none, or not now.
 bool ServerLink::serveNext(std::size_t& replied) {
   // In a dispatch inside a call of the session the next request waits for its end.
-  if (serving_ || owner_ == nullptr || !reply_.empty() || closing_ || draining_) {
+  if (serving_ || owner_ == nullptr || !awaitsNoReply() || closing_ || draining_) {
     return false;
   }
   Frame request;
@@ -298,7 +294,7 @@ void ServerLink::keepInput() {
   if (requests_.held() != 0 && !accountForMemory() && !requests_.skipFrame()) {
     closing_ = true;
   }
-  if (!requests_.empty() && !moreRequests_ && reply_.empty() && !frameBegun_) {
+  if (!requests_.empty() && !moreRequests_ && awaitsNoReply() && !frameBegun_) {
     frameBegun_ = true;
     frameBegunAt_ = owner_->frameBegun();
   }
@@ -338,12 +334,20 @@ std::size_t ServerLink::handle(const Frame& request) {
   FrameHeader header;
   header.kind = FrameKind::reply;
   header.sequence = request.header.sequence;
+  sequence_ = request.header.sequence;
+  replyDeferred_ = false;
   {
     const ScopedFlag serving(serving_);
     header.code = session_->handle(request.header.code, payload, bytes);
   }
   if (owner_ == nullptr) {
     destroySession();
+    return 0;
+  }
+  if (replyDeferred_) {
+    if (std::exchange(eventsDeferred_, false)) {
+      pumpEvents(true);
+    }
     return 0;
   }
   if (bytes.size() > FrameHeader::size + maxPayload) {

@@ -49,6 +49,8 @@ struct ServerPipes {
 /// held is limited for each user too: a request or reply that would exceed a limit is
 /// refused (`ServerSession::limitReached`), anything else ends the connection.
 ///
+/// A request whose reply is deferred keeps the ones behind it waiting, and no other connection.
+///
 /// What its client sends is served in turns with the other connections (`TurnQueue`).
 class ServerLink final : public ServerConnection,
                          public ReadyHandler,
@@ -84,6 +86,7 @@ class ServerLink final : public ServerConnection,
   void eventsPending() override;
   void closeOnNextDispatch() override;
   SessionAccount& account() override { return account_; }
+  std::shared_ptr<DeferredReply> deferReply() override;
   bool ready(unsigned role, std::uint32_t events) override;
   bool takeTurn() override;
 
@@ -103,7 +106,10 @@ class ServerLink final : public ServerConnection,
   /// What is ready of a descriptor and was not served yet: a set of `EPOLL…` bits, 0 if nothing.
   using Due = std::array<std::uint32_t, 3>;
 
-  /// Ends the connection (`closeOnNextDispatch`).
+  class LaterReply;
+
+  /// Ends the connection (`closeOnNextDispatch`), or serves what has arrived behind a request whose
+  /// reply was deferred.
   bool runDeferred() override;
   void end();
   void closePipes();
@@ -118,6 +124,13 @@ class ServerLink final : public ServerConnection,
   void keepInput() KRV_REQUIRES(core_.clientMutex());
   void refuseFrame(const FrameHeader& request) KRV_REQUIRES(core_.clientMutex());
   std::size_t handle(const Frame& request) KRV_REQUIRES(core_.clientMutex());
+  void sendDeferred(std::uint16_t code, std::span<const std::uint8_t> payload);
+  void writeDeferred(std::uint16_t code, std::span<const std::uint8_t> payload)
+      KRV_REQUIRES(core_.clientMutex());
+  void resumeRequests() KRV_REQUIRES(core_.clientMutex());
+  void forgetDeferred();
+  /// Whether the next request may be served, as far as its replies are concerned.
+  [[nodiscard]] bool awaitsNoReply() const { return reply_.empty() && deferred_ == nullptr; }
   /// `inDispatch`: see `ServerSession::beginEvents`.
   void pumpEvents(bool inDispatch) KRV_REQUIRES(core_.clientMutex());
   /// `pumpEvents` for callers outside a dispatch, which would end the connection when
@@ -145,9 +158,12 @@ class ServerLink final : public ServerConnection,
   FrameReader requests_;
   PendingOutput reply_;
   PendingOutput events_;
-  bool moreRequests_ = false;  // Received, and to be served in the next turn.
-  bool moreEvents_ = false;    // To be taken from the session when the event pipe is writable.
-  bool frameBegun_ = false;    // The rest of a frame is awaited.
+  std::shared_ptr<LaterReply> deferred_;  // Null unless a reply is to come.
+  std::uint32_t sequence_ = 0;            // Of the request that is being served, or was last.
+  bool replyDeferred_ = false;            // The request being served has no reply of its own.
+  bool moreRequests_ = false;             // Received, and to be served in the next turn.
+  bool moreEvents_ = false;  // To be taken from the session when the event pipe is writable.
+  bool frameBegun_ = false;  // The rest of a frame is awaited.
   unsigned frameBegunAt_ = 0;
   bool serving_ = false;         // In session_->handle(): the session must not be destroyed.
   bool pumping_ = false;         // In another call of the session: likewise.

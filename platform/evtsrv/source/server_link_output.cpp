@@ -28,7 +28,7 @@ void append(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> bytes)
 
 bool ServerLink::setInterests() {
   const auto interestIf = [](bool isPending) { return isPending ? writable : noInterest; };
-  const bool readsRequests = reply_.empty() && !draining_;
+  const bool readsRequests = awaitsNoReply() && !draining_;
   return accountForMemory() && onRequest_.setInterest(readsRequests ? readable : noInterest) == 0 &&
          onReply_.setInterest(interestIf(!reply_.empty())) == 0 &&
          onEvent_.setInterest(interestIf(!events_.empty() || moreEvents_)) == 0;
@@ -116,7 +116,7 @@ bool ServerLink::fillEvents(std::vector<std::uint8_t>& chunk) {
       encodeHeader(header, chunk.data() + start);
     }
   }
-  if (draining_ && !serving_ && !eventsPaused_ && chunk.empty() &&
+  if (draining_ && !serving_ && deferred_ == nullptr && !eventsPaused_ && chunk.empty() &&
       !std::exchange(stoppedSent_, true)) {
     append(chunk, encodeEmptyFrame(FrameKind::event, stoppedEvent));
   }
@@ -142,7 +142,7 @@ void ServerLink::drainAndClose() {
 }
 
 void ServerLink::endIfDrained() {
-  if (draining_ && !serving_ && owner_ != nullptr && reply_.empty() && events_.empty() &&
+  if (draining_ && !serving_ && owner_ != nullptr && awaitsNoReply() && events_.empty() &&
       !moreEvents_) {
     end();
   }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "evtsrv/source/accounts.h"
@@ -10,6 +11,20 @@
 /// The interfaces between a served port and the code that serves it. Everything here
 /// runs with the manager's client mutex held.
 namespace EvtSrv::internal {
+
+/// A reply that is sent after `ServerSession::handle` has returned. Destroying it sends nothing:
+/// its holder sees to it that the client gets a reply.
+class DeferredReply {
+ public:
+  virtual ~DeferredReply() = default;
+
+  /// Sends the reply with this code and payload, from any thread. Does nothing if the connection
+  /// has ended or the reply was sent before.
+  virtual void send(std::uint16_t code, std::span<const std::uint8_t> payload) = 0;
+
+  /// Whether the client still waits.
+  [[nodiscard]] virtual bool isAwaited() const = 0;
+};
 
 /// The connection of a session, as its session sees it.
 class ServerConnection {
@@ -28,6 +43,11 @@ class ServerConnection {
   /// Ends the connection at the next dispatch, for a session that cannot send what it
   /// has to. Never destroys the session.
   virtual void closeOnNextDispatch() = 0;
+
+  /// Within `ServerSession::handle`, once: the reply to this request comes later, and what `handle`
+  /// returns is not sent. Until then the connection serves no further request of its client; its
+  /// events go on.
+  virtual std::shared_ptr<DeferredReply> deferReply() = 0;
 };
 
 /// The state that a served port keeps for one connected client. It is destroyed when

@@ -35,8 +35,28 @@ void CountedReply::addName(std::string_view name) {
   countOne();
 }
 
+namespace {
+
+/// The code of `ModelRes_OutcomeUnknown`, whose own number is one of those that are never sent.
+constexpr std::uint16_t outcomeUnknownCode = 19;
+
+/// The smallest number that is never sent.
+constexpr unsigned firstOfConnection = 64;
+
+}  // namespace
+
+std::uint16_t encodeResult(ModelRes result) {
+  if (result == ModelRes_OutcomeUnknown) {
+    return outcomeUnknownCode;
+  }
+  return static_cast<std::uint16_t>(result < firstOfConnection ? result : ModelRes_Unreachable);
+}
+
 ModelRes decodeResult(std::uint16_t code) {
-  return code <= ModelRes_Unreachable ? static_cast<ModelRes>(code) : ModelRes_Protocol;
+  if (code == outcomeUnknownCode) {
+    return ModelRes_OutcomeUnknown;
+  }
+  return code <= ModelRes_Denied ? static_cast<ModelRes>(code) : ModelRes_Protocol;
 }
 
 bool decodeIds(PayloadReader payload, std::vector<ModelPartId>& ids) {

@@ -33,6 +33,10 @@ class CountedReply {
   bool fits_ = true;
 };
 
+/// The code of a reply with that result. A result of the connection becomes that of
+/// `ModelRes_Unreachable`, except `ModelRes_OutcomeUnknown`.
+std::uint16_t encodeResult(ModelRes result);
+
 /// The result for the code of a reply; `ModelRes_Protocol` for a code that no server sends.
 ModelRes decodeResult(std::uint16_t code);
 

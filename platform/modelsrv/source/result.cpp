@@ -40,6 +40,8 @@ const char* describe(ModelRes result) {
       return "an argument is outside what the operation takes";
     case ModelRes_Unreachable:
       return "the device behind the server cannot be reached";
+    case ModelRes_Denied:
+      return "the server's rules do not allow that";
     case ModelRes_NotConnected:
       return "no server serves that name, or there is no connection";
     case ModelRes_Timeout:

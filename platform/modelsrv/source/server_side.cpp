@@ -1,5 +1,7 @@
 #include "modelsrv/source/server_side.h"
 
+#include <utility>
+
 #include "modelsrv/source/tree_lock.h"
 
 namespace ModelSrv::internal {
@@ -33,6 +35,12 @@ void ServerSide::beginStop() {
 
 bool ServerSide::hasStopped() const {
   return stopBegun_ && !port_->stopping();
+}
+
+std::shared_ptr<EvtSrv::internal::DeferredReply> ServerSide::deferStore() {
+  TreeLock::assertHeld(share_->root);
+  TreeSession* const session = std::exchange(share_->deciding, nullptr);
+  return session != nullptr ? session->deferReply() : nullptr;
 }
 
 std::unique_ptr<EvtSrv::internal::ServerSession> ServerSide::openSession(

@@ -31,6 +31,9 @@ class ServerSide final : public EvtSrv::internal::ServedPort {
   /// is to be done on the thread that began the service, and any thread may dispatch.
   void nameLost() override { share_->invalidator.close(); }
 
+  /// Defers the reply to the store that is being decided about; null if there is none.
+  [[nodiscard]] std::shared_ptr<EvtSrv::internal::DeferredReply> deferStore();
+
   [[nodiscard]] CacheInvalidator& invalidator() { return share_->invalidator; }
 
  private:

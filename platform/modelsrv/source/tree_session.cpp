@@ -65,6 +65,21 @@ void forEachPublishedChild(ModelPart& part, Visit visit) {
   }
 }
 
+/// While it exists `session` has the program decide about a store. The call may dispatch, so that
+/// another session does so meanwhile.
+class Decision {
+ public:
+  Decision(SessionShare& share, TreeSession& session)
+      : share_(share), outer_(std::exchange(share.deciding, &session)) {}
+  ~Decision() { share_.deciding = outer_; }
+  Decision(const Decision&) = delete;
+  Decision& operator=(const Decision&) = delete;
+
+ private:
+  SessionShare& share_;
+  TreeSession* const outer_;
+};
+
 WatchTerms termsOf(const Request& request) {
   return {request.number, request.index, (request.watchFlags & watchSubtree) != 0, request.period};
 }
@@ -85,7 +100,10 @@ SessionShare::SessionShare(ModelRoot& servedRoot)
 
 TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
                          EvtSrv::internal::ServerConnection& connection)
-    : share_(std::move(share)), subscriptions_(connection), watches_(connection, share_->watches) {}
+    : share_(std::move(share)),
+      connection_(connection),
+      subscriptions_(connection),
+      watches_(connection, share_->watches) {}
 
 std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                                   std::vector<std::uint8_t>& reply) {
@@ -101,7 +119,7 @@ std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::Pay
   }
   // This may be a nested dispatch: the outer request has another reason, or none.
   share_->reason.clear();
-  return static_cast<std::uint16_t>(result);
+  return encodeResult(result);
 }
 
 ModelRes TreeSession::serve(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
@@ -202,6 +220,7 @@ ModelRes TreeSession::load(ModelPart& part, const Request& request, Bytes& /*rep
     return ModelRes_TooLarge;
   }
   std::string reason;
+  const Decision decision(*share_, *this);
   const ModelRes result =
       PartAccess::storeFromClient(part, request.text, request.flag, request.index, reason);
   if (result != ModelRes_Success) {

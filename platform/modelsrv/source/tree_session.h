@@ -16,6 +16,8 @@
 
 namespace ModelSrv::internal {
 
+class TreeSession;
+
 /// What the sessions of one served tree share: buffers, so that an idle session holds little
 /// memory and a request allocates none, and the cache invalidator. Guarded by the client mutex.
 struct SessionShare {
@@ -30,6 +32,9 @@ struct SessionShare {
   CacheInvalidator invalidator;
   WatchShare watches;
   std::function<void(ModelPart& part)> stored;  ///< see `ServerOptions`
+  /// The session whose store the program decides about; null if there is none, or its reply is
+  /// deferred.
+  TreeSession* deciding = nullptr;
 };
 
 /// Serves the requests of one client from the tree, and keeps its subscriptions. Guarded by the
@@ -46,6 +51,10 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override;
   [[nodiscard]] bool eventsPaused() const override { return watches_.isPaused(); }
   void beginDrain() override { watches_.endPeriods(); }
+  /// Defers the reply to the request that is being served.
+  [[nodiscard]] std::shared_ptr<EvtSrv::internal::DeferredReply> deferReply() {
+    return connection_.deferReply();
+  }
   [[nodiscard]] std::uint16_t limitReached() const override { return ModelRes_LimitReached; }
   bool release() override {
     const bool released = subscriptions_.release();
@@ -80,6 +89,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   bool takeUpdate(std::uint16_t& type, std::vector<std::uint8_t>& payload);
 
   std::shared_ptr<SessionShare> share_;
+  EvtSrv::internal::ServerConnection& connection_;
   SessionSubscriptions subscriptions_;
   SessionWatches watches_;
   bool watchIsNext_ = false;  ///< updates and events of watches take turns

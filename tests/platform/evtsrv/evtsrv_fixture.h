@@ -78,6 +78,7 @@ class EchoPort : public ServedPort {
                          std::vector<std::uint8_t>& reply) override {
       ++port_.handled;
       const std::string_view payload = request.rest();
+      port_.serving = &connection_;
       if (port_.onRequest) {
         port_.onRequest();
       }
@@ -114,6 +115,7 @@ class EchoPort : public ServedPort {
   }
 
   Session* session = nullptr;
+  ServerConnection* serving = nullptr;  // That of the latest request.
   std::atomic<int> sessions{0};
   std::atomic<int> handled{0};
   int eventsTaken = 0;

@@ -17,6 +17,7 @@ class FakeConnection : public EvtSrv::internal::ServerConnection {
   void eventsPending() override { ++pendingCalls; }
   void closeOnNextDispatch() override { ++closeCalls; }
   EvtSrv::internal::SessionAccount& account() override { return account_; }
+  std::shared_ptr<EvtSrv::internal::DeferredReply> deferReply() override { return nullptr; }
 
   int pendingCalls = 0;
   int closeCalls = 0;

@@ -142,9 +142,20 @@ TEST(Replies, HaveOnlyResultsThatAServerSends) {
   EXPECT_EQ(decodeResult(9), ModelRes_Vetoed);
   EXPECT_EQ(decodeResult(16), ModelRes_BadArgument);
   EXPECT_EQ(decodeResult(17), ModelRes_Unreachable);
+  EXPECT_EQ(decodeResult(18), ModelRes_Denied);
+  EXPECT_EQ(decodeResult(19), ModelRes_OutcomeUnknown);
   for (const std::uint16_t code :
-       std::initializer_list<std::uint16_t>{18, 63, 64, 65, 1000, 65535}) {
+       std::initializer_list<std::uint16_t>{20, 63, 64, 65, 74, 1000, 65535}) {
     EXPECT_EQ(decodeResult(code), ModelRes_Protocol) << code;
+  }
+}
+
+TEST(Replies, HaveACodeForEachResult) {
+  EXPECT_EQ(encodeResult(ModelRes_Success), 0);
+  EXPECT_EQ(encodeResult(ModelRes_Denied), 18);
+  EXPECT_EQ(encodeResult(ModelRes_OutcomeUnknown), 19);
+  for (const ModelRes result : {ModelRes_NotConnected, ModelRes_Timeout, ModelRes_NotSupported}) {
+    EXPECT_EQ(encodeResult(result), ModelRes_Unreachable) << result;
   }
 }
 

@@ -10,6 +10,7 @@
 
 #include "evtsrv/event_port.h"
 #include "evtsrv/event_port_manager.h"
+#include "modelsrv/deferred_store.h"
 #include "modelsrv/model_node.h"
 #include "modelsrv/tree_part.h"
 
@@ -98,6 +99,14 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   /// new, and each connection ends when its client has received what is pending for it
   /// (see `finishActiveTerm`).
   void stop(bool atOnce);
+
+  /// Within a call that decides about a client's store (a store check, or
+  /// `ModelPart::storeFromClient`), in a server: the reply to that store comes later, from the
+  /// object that this returns. What the call itself returns then only decides whether the library
+  /// applies the value now; any result but `ModelRes_Success` leaves it as it is. Returns an object
+  /// without a store everywhere else, and for a store that was deferred already. May throw
+  /// `std::bad_alloc`, which ends the connection of that client.
+  [[nodiscard]] DeferredStore deferStore();
 
   // Requests of a client about `part`, which is in the tree of this root, or a proxy whose
   // ancestors lead to this root, or the root itself. On `ModelRes_Success` the output is

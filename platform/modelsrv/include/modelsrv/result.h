@@ -25,6 +25,7 @@ enum [[nodiscard]] ModelRes : unsigned{
     ModelRes_DuplicateId = 15,  ///< a sibling has the same id
     ModelRes_BadArgument = 16,  ///< an argument that the operation does not accept
     ModelRes_Unreachable = 17,  ///< the server stands for a device that it cannot reach
+    ModelRes_Denied = 18,       ///< the server's rules do not let this client do that
 
     // Results of the connection. They are never sent.
     ModelRes_NotConnected = 64,   ///< there is no connection and none could be made
@@ -38,7 +39,8 @@ enum [[nodiscard]] ModelRes : unsigned{
     ModelRes_SystemError = 72,    ///< any other error of the system, including out of memory
     ModelRes_Busy = 73,           ///< the root already is a server or a client
     /// The connection ended before the reply to a request that changes something: it is unknown
-    /// whether the server has handled the request. It is not sent again.
+    /// whether the server has handled the request. It is not sent again. A server that stands for
+    /// a device far away also replies with it, if it does not know what the device has done.
     ModelRes_OutcomeUnknown = 74,
     ModelRes_NoSpace = 75,       ///< `/tmp`, where the pipes are made, is full
     ModelRes_NotWritable = 76,   ///< no pipe can be made in `/tmp`, for example if it is read-only
