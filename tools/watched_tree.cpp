@@ -75,7 +75,9 @@ void WatchedTree::add(const WatchEvent& event) {
     return;  // Nothing below that node can match.
   }
   const std::string name(event.name);
-  const bool isNamed = !name.empty() && parent->second.names.insert(name).second;
+  const ModelSrv::ModelPartId id = chain.back();
+  const bool isNamed =
+      !name.empty() && parent->second.names.try_emplace(name, id).first->second == id;
   std::vector<std::size_t> positions =
       matchChild(names_, parent->second.positions, {name, chain.back(), isNamed});
   if (positions.empty()) {
@@ -110,7 +112,11 @@ void WatchedTree::remove(const Chain& chain) {
   if (!chain.empty()) {
     if (const auto parent = entries_.find(Chain(chain.begin(), chain.end() - 1));
         parent != entries_.end()) {
-      parent->second.names.erase(gone->second.name);
+      auto& names = parent->second.names;
+      if (const auto named = names.find(gone->second.name);
+          named != names.end() && named->second == chain.back()) {
+        names.erase(named);
+      }
     }
   }
   isOrdered_ = false;

@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "modelsrv/watch.h"
@@ -95,8 +94,9 @@ class WatchedTree {
   struct Entry {
     WatchedPart part;
     std::string name;
-    std::vector<std::size_t> positions;     ///< in `names_`: what is left to match below
-    std::unordered_set<std::string> names;  ///< of the children
+    std::vector<std::size_t> positions;  ///< in `names_`: what is left to match below
+    /// The names of the children, each with the id of the one that has it in its address.
+    std::unordered_map<std::string, ModelSrv::ModelPartId> names;
     bool isNode = false;
     bool matches = false;
     bool isStale = false;  ///< not reported since the watch began anew

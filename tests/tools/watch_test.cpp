@@ -1,3 +1,5 @@
+#include "tests/support/port_name.h"
+#include "tests/support/sample_server.h"
 #include "tests/tools/watch_fixture.h"
 
 namespace treectl {
@@ -149,6 +151,26 @@ TEST_F(Watch, KeepsTheColumnsOfATable) {
     line = lineFrom(*watch, ",");
     ASSERT_LE(rows, 3) << line;
   }
+}
+
+TEST_F(Watch, KeepsTheAddressOfAPartThatIsReportedAgain) {
+  const std::string name = test_support::uniquePortName();
+  test_support::SampleServer sample(name);
+  const auto watch = start({"watch", "/" + name + "/drive"});
+  std::string line;
+  while (line.find("/secret") == std::string::npos) {
+    // The last of the current values, since it takes no subscriptions.
+    line = watch->readLine().value_or("/secret is missing");
+  }
+  ASSERT_EQ(line, "/" + name + "/drive/secret\t0");
+  sample.speed.setSubscribable(false);
+  sample.speed.setSubscribable(true);
+  EXPECT_EQ(sample.speed.setValue(43), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(watch->readLine(), "/" + name + "/drive/speed\t43");
+  // Its namesake has no name in its address, and leaves none when it goes.
+  EXPECT_EQ(sample.drive.remove(&sample.speedAgain), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(sample.drive.add(&sample.speedAgain), ModelSrv::ModelRes_Success);
+  EXPECT_EQ(watch->readLine(), "/" + name + "/drive/#13\t99");
 }
 
 TEST_F(Watch, GoesOnAfterALoss) {
