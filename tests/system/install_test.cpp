@@ -79,7 +79,8 @@ TEST_F(Install, TheCLibraryExportsWhatItsHeaderDeclaresAndVersionsIt) {
   std::set<std::string> declared;
   std::ifstream header(prefix() + "/include/treescope.h");
   const std::string text{std::istreambuf_iterator<char>(header), {}};
-  const std::regex function("TREESCOPE_(EXPORT|CHECKED) [^;(]*?(treescope_\\w+)\\(");
+  // At the beginning of a line, behind the type of the result.
+  const std::regex function("\n(TREESCOPE_CHECKED |)[a-z][\\w *]*?\\b(treescope_\\w+)\\(");
   for (std::sregex_iterator at(text.begin(), text.end(), function), end; at != end; ++at) {
     declared.insert((*at)[2]);
   }
@@ -168,7 +169,7 @@ TEST_F(Install, StrippedFilesAreSmall) {
     std::uintmax_t bytes;
   };
   for (const Limit& limit :
-       {Limit{"bin/treescope", 900'000}, Limit{"bin/modelsrvd", 1'500'000},
+       {Limit{"bin/treescope", 900'000}, Limit{"bin/modelsrvd", 1'600'000},
         Limit{"bin/treectl", 950'000}, Limit{"lib/libkrvkstd.so.0", 100'000},
         Limit{"lib/libkrvsyssrv.so.4", 1'150'000}, Limit{"lib/libtreescope.so.0", 1'000'000}}) {
     EXPECT_LE(fs::file_size(fs::path(stripped) / limit.file), limit.bytes) << limit.file;

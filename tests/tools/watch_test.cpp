@@ -162,7 +162,7 @@ TEST_F(Watch, KeepsTheAddressOfAPartThatIsReportedAgain) {
     // The last of the current values, since it takes no subscriptions.
     line = watch->readLine().value_or("/secret is missing");
   }
-  ASSERT_EQ(line, "/" + name + "/drive/secret\t0");
+  ASSERT_EQ(line, "/" + name + "/drive/secret\tfalse");
   sample.speed.setSubscribable(false);
   sample.speed.setSubscribable(true);
   EXPECT_EQ(sample.speed.setValue(43), ModelSrv::ModelRes_Success);

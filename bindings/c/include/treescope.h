@@ -95,8 +95,7 @@ const char* treescope_message(void);
 void treescope_free(void* allocated);
 
 const char* treescope_version(void); /* such as "0.1.0" */
-
-#define TREESCOPE_ALL (-1) /* the whole value instead of one element */
+#define TREESCOPE_ALL (-1)           /* the whole value instead of one element */
 
 typedef enum treescope_type TREESCOPE_ANY_INT {
   TREESCOPE_UNKNOWN = 0, /* a server that does not say, or a class of its own */

@@ -68,6 +68,7 @@ __all__ = [
     "Client",
     "Closed",
     "Description",
+    "Denied",
     "DuplicateId",
     "Event",
     "LimitReached",
