@@ -32,7 +32,7 @@ std::int64_t TurnQueue::firstUse(TurnGroup& group) {
     return turnFloorNs_ + newcomerNs;
   }
   group.newcomerNs = now;
-  return turnFloorNs_ - sliceNs;
+  return turnFloorNs_ - newcomerLeadNs;
 }
 
 void TurnQueue::leave(Turn& turn) {
@@ -128,7 +128,7 @@ TurnQueue::Charge::~Charge() {
     queue_.turnBegin_ = now;
   } else {
     // This has delayed no other: it is no newcomer any more.
-    turn_.usedNs_ = std::min(turn_.usedNs_, queue_.turnFloorNs_);
+    turn_.usedNs_ = std::min(turn_.usedNs_, queue_.turnFloorNs_ - settledLeadNs);
   }
 }
 

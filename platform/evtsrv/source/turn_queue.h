@@ -66,6 +66,10 @@ class TurnQueue {
   /// What a new connection is charged with at its beginning, except one of a user in so much time.
   static constexpr std::int64_t newcomerNs = 200'000;
   static constexpr std::int64_t newcomerIntervalNs = 10'000'000;
+  /// How much less than those that always have work that one has used, and who has delayed nobody:
+  /// just so much that they are first, in this order.
+  static constexpr std::int64_t newcomerLeadNs = 1;
+  static constexpr std::int64_t settledLeadNs = 2;
 
   explicit TurnQueue(System& system) : system_(system) {}
   TurnQueue(const TurnQueue&) = delete;
