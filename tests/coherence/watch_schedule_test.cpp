@@ -22,7 +22,7 @@ using namespace coherence;
 class Picture {
  public:
   Picture(Client& client, Chain top, const WatchOptions& options)
-      : client_(client), top_(std::move(top)), options_(options) {
+      : top_(std::move(top)), options_(options) {
     EXPECT_EQ(watch_.start(client.root, top_, options_,
                            [this](const WatchEvent& event) { follow(event); }),
               ModelRes_Success);
@@ -128,7 +128,6 @@ class Picture {
     });
   }
 
-  Client& client_;
   const Chain top_;
   const WatchOptions options_;
   std::map<Chain, Seen> seen_;

@@ -262,7 +262,9 @@ TEST(Layout, EveryPromiseOfSecurityHasItsTest) {
         EXPECT_TRUE(fs::exists(top() / (name + ".cpp"))) << name;
         continue;
       }
-      name = name.front() == '.' ? suite + name : name;
+      if (name.front() == '.') {
+        name.insert(0, suite);
+      }
       suite = name.substr(0, name.find('.'));
       EXPECT_TRUE(isNamed(name, names)) << name;
     }

@@ -13,8 +13,8 @@
 namespace treectl {
 namespace {
 
-constexpr std::int64_t second = 1'000'000;
-constexpr std::int64_t now = 1'800'000'000 * second;
+constexpr std::int64_t oneSecond = 1'000'000;
+constexpr std::int64_t now = 1'800'000'000 * oneSecond;
 constexpr Style plainStyle{true, false};
 constexpr Style asciiStyle{false, false};
 
@@ -41,8 +41,8 @@ class Chart : public testing::Test {
 
 TEST_F(Chart, HasAScaleATimeAxisAndTheUnit) {
   Trace load;
-  load.add(now - 45 * second, 10);
-  load.add(now - 30 * second, 90);
+  load.add(now - 45 * oneSecond, 10);
+  load.add(now - 30 * oneSecond, 90);
   const Size size{10, 33};
   EXPECT_EQ(textOf(drawChart({{"/S/load", "90", "%", &load}}, size, now, plainStyle), size),
             "* /S/load  90 %\n"
@@ -59,11 +59,11 @@ TEST_F(Chart, HasAScaleATimeAxisAndTheUnit) {
 
 TEST_F(Chart, GivesEachUnitAScaleOfItsOwn) {
   Trace volts;
-  volts.add(now - 60 * second, 230);
+  volts.add(now - 60 * oneSecond, 230);
   Trace on;
-  on.add(now - 60 * second, 1);
+  on.add(now - 60 * oneSecond, 1);
   Trace off;
-  off.add(now - 60 * second, 0);
+  off.add(now - 60 * oneSecond, 0);
   const Size size{12, 30};
   EXPECT_EQ(textOf(drawChart({{"/S/volts", "230", "V", &volts},
                               {"/S/on", "true", "", &on},
@@ -87,11 +87,11 @@ TEST_F(Chart, GivesEachUnitAScaleOfItsOwn) {
 
 TEST_F(Chart, ShowsGapsAndWhatHeldBefore) {
   Trace trace;
-  trace.add(now - 90 * second, 5);
-  trace.addGap(now - 30 * second);
-  trace.add(now - 15 * second, NAN);
-  trace.add(now - 10 * second, INFINITY);
-  trace.add(now - 5 * second, 5);
+  trace.add(now - 90 * oneSecond, 5);
+  trace.addGap(now - 30 * oneSecond);
+  trace.add(now - 15 * oneSecond, NAN);
+  trace.add(now - 10 * oneSecond, INFINITY);
+  trace.add(now - 5 * oneSecond, 5);
   const Size size{4, 15};
   EXPECT_EQ(textOf(drawChart({{"a", "5", "", &trace}}, size, now, asciiStyle), size),
             "* a  5\n"
@@ -112,7 +112,7 @@ TEST_F(Chart, KeepsExtremesAndBoundsItsMemory) {
   }
   EXPECT_EQ(greatest, 1000);
   for (std::int64_t i = 0; i < 500'000; ++i) {
-    trace.addGap(now + 500 * second + i * 1000);
+    trace.addGap(now + 500 * oneSecond + i * 1000);
   }
   EXPECT_LE(trace.bins().size(), 1203U);
 }
@@ -120,8 +120,8 @@ TEST_F(Chart, KeepsExtremesAndBoundsItsMemory) {
 TEST_F(Chart, FitsEverySize) {
   Trace trace;
   for (const double value : {1.0, -1e308, 1e308, 1e-300, 0.0, 123456.789}) {
-    trace.add(now - 20 * second, value);
-    trace.add(now - 10 * second, value + 1);
+    trace.add(now - 20 * oneSecond, value);
+    trace.add(now - 10 * oneSecond, value + 1);
     const std::vector<Series> series{{"/Model_host/a long address of a part", "1", "mm", &trace},
                                      {"/Model_host/b", "\x01\xFF", "", &trace},
                                      {"/Model_host/\xE6\x97\xA5\xE6\x9C\xAC", "text", "", nullptr}};
@@ -140,7 +140,7 @@ TEST_F(Chart, FitsEverySize) {
 
 TEST_F(Chart, TellsCurvesApartByColour) {
   Trace trace;
-  trace.add(now - 60 * second, 5);
+  trace.add(now - 60 * oneSecond, 5);
   const auto lines = drawChart({{"a", "5", "", &trace}}, {4, 15}, now, Style{true, true});
   EXPECT_EQ(lines[0].text, "\x1B[32m━\x1B[0m a  5");
   EXPECT_THAT(lines[2].text, testing::StartsWith("5┤\x1B[32m"));
