@@ -107,6 +107,9 @@ void checkResult(const Payload& given) {
           "a result is the number that was sent, or a protocol error");
   require(result == ModelRes_Protocol || result < ModelRes_NotConnected,
           "no server sends a result of the connection");
+  require(decodeStoreResult(code) == result ||
+              (result == ModelRes_Protocol && decodeStoreResult(code) == ModelRes_OutcomeUnknown),
+          "a store has one result more");
 }
 
 void checkWatchEvent(const Payload& given, std::uint16_t type) {

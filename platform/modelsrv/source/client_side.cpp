@@ -120,7 +120,8 @@ ModelRes ClientSide::exchange(const RequestView& request, Reply& reply) {
     }
   }
   if (result == EvtSrv::EvtRes_Success) {
-    return decodeResult(reply.code);
+    return request.operation == Operation::load ? decodeStoreResult(reply.code)
+                                                : decodeResult(reply.code);
   }
   const bool unknown = reply.written > 0 && result != EvtSrv::EvtRes_Timeout;
   return unknown && changesSomething(request.operation) ? ModelRes_OutcomeUnknown

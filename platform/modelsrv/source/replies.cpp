@@ -52,10 +52,11 @@ std::uint16_t encodeResult(ModelRes result) {
   return static_cast<std::uint16_t>(result < firstOfConnection ? result : ModelRes_Unreachable);
 }
 
+ModelRes decodeStoreResult(std::uint16_t code) {
+  return code == outcomeUnknownCode ? ModelRes_OutcomeUnknown : decodeResult(code);
+}
+
 ModelRes decodeResult(std::uint16_t code) {
-  if (code == outcomeUnknownCode) {
-    return ModelRes_OutcomeUnknown;
-  }
   return code <= ModelRes_Denied ? static_cast<ModelRes>(code) : ModelRes_Protocol;
 }
 

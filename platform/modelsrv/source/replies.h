@@ -40,6 +40,9 @@ std::uint16_t encodeResult(ModelRes result);
 /// The result for the code of a reply; `ModelRes_Protocol` for a code that no server sends.
 ModelRes decodeResult(std::uint16_t code);
 
+/// The same for the reply to a load, which may also say that the outcome is unknown.
+ModelRes decodeStoreResult(std::uint16_t code);
+
 /// Reads names and their number, and replaces the content of `names`. False if bytes are missing.
 [[nodiscard]] bool readNames(EvtSrv::internal::PayloadReader& payload,
                              std::vector<std::string>& names);

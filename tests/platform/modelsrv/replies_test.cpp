@@ -143,11 +143,17 @@ TEST(Replies, HaveOnlyResultsThatAServerSends) {
   EXPECT_EQ(decodeResult(16), ModelRes_BadArgument);
   EXPECT_EQ(decodeResult(17), ModelRes_Unreachable);
   EXPECT_EQ(decodeResult(18), ModelRes_Denied);
-  EXPECT_EQ(decodeResult(19), ModelRes_OutcomeUnknown);
   for (const std::uint16_t code :
-       std::initializer_list<std::uint16_t>{20, 63, 64, 65, 74, 1000, 65535}) {
+       std::initializer_list<std::uint16_t>{19, 20, 63, 64, 65, 74, 1000, 65535}) {
     EXPECT_EQ(decodeResult(code), ModelRes_Protocol) << code;
   }
+}
+
+TEST(Replies, OfStoresMaySayThatTheOutcomeIsUnknown) {
+  EXPECT_EQ(decodeStoreResult(19), ModelRes_OutcomeUnknown);
+  EXPECT_EQ(decodeStoreResult(9), ModelRes_Vetoed);
+  EXPECT_EQ(decodeStoreResult(20), ModelRes_Protocol);
+  EXPECT_EQ(decodeStoreResult(74), ModelRes_Protocol);
 }
 
 TEST(Replies, HaveACodeForEachResult) {
