@@ -138,18 +138,5 @@ TEST_F(RestoreInterruption, OrOfAServerThatDies) {
   EXPECT_EQ(::unlink(test_support::mailboxPath(name_).c_str()), 0);
 }
 
-TEST(ProgramSize, IsAtMostNineHundredKilobytes) {
-  if (test_support::sanitized) {
-    GTEST_SKIP() << "sanitizers add to it";
-  }
-  test_support::ScratchDirectory directory;
-  const std::string stripped = directory.file("treectl");
-  ASSERT_EQ(
-      test_support::run({"strip", "-o", stripped, test_support::buildDirectory() + "/bin/treectl"})
-          .status,
-      ExitStatus{});
-  EXPECT_LE(std::filesystem::file_size(stripped), 900U * 1024);
-}
-
 }  // namespace
 }  // namespace treectl
