@@ -74,7 +74,10 @@ void LiveTerminal::begin() {
     mode.c_iflag &= ~static_cast<tcflag_t>(IXON);
     mode.c_cc[VMIN] = 1;
     mode.c_cc[VTIME] = 0;
-    ::tcsetattr(keys_, TCSANOW, &mode);
+    if (::tcsetattr(keys_, TCSANOW, &mode) != 0) {
+      // The keys come with the next line then, and there is nothing to restore.
+      mode_.reset();
+    }
   }
   painter_.forget();
   output_.text() += beginPainting;
