@@ -9,7 +9,8 @@
 #include "tests/tools/treectl_fixture.h"
 #include "tools/option_table.h"
 
-// The completion of the shells. That of bash is run; the others are compared with the tables.
+// The completion of the shells. That of bash is run; the others are compared with the tables, and
+// run by shells_test.py.
 
 namespace treectl {
 namespace {
