@@ -18,6 +18,10 @@ inline constexpr std::size_t maxParts = 1'000'000;
 inline constexpr std::size_t maxPayload = std::size_t{4} * 1024 * 1024;
 /// The most servers of one device.
 inline constexpr std::size_t maxServers = 256;
+/// What a device's state may say of its times, in milliseconds.
+inline constexpr std::uint64_t minHeartbeat = 100;
+inline constexpr std::uint64_t maxHeartbeat = 3'600'000;
+inline constexpr std::uint64_t maxInterval = 10'000;
 /// The largest integer that every JSON reader keeps exact.
 inline constexpr std::uint64_t maxExact = (std::uint64_t{1} << 53) - 1;
 

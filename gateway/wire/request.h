@@ -24,30 +24,32 @@ enum class Verb {
 [[nodiscard]] std::optional<Verb> findVerb(std::string_view name);
 
 /// A request (topic `req/V/U`), in CBOR or JSON: a map with the keys "server", "id" or "path",
-/// "index", "value", "epoch", "since" and "until". A request of an unknown future has more keys,
-/// which are ignored.
+/// "index", "value", "epoch", "since" and "until". Other keys, of later versions, are ignored.
 struct Request {
   std::string server;  ///< S
   /// The part: its id chain, or its path ("/cpu/load"); neither for the whole tree.
-  std::optional<std::vector<ModelSrv::ModelPartId>> chain;
-  std::optional<std::string> path;
+  std::optional<std::vector<ModelSrv::ModelPartId>> chain = {};
+  std::optional<std::string> path = {};  ///< begins with "/"
   ModelSrv::ModelPartIndex index = ModelSrv::ModelPartIndex_All;
   /// For a store: the value text. JSON allows a number or true and false, too.
-  std::optional<std::string> value;
-  std::optional<std::uint64_t> epoch;  ///< for a sync, or with `until`
-  std::uint64_t since = 0;             ///< for a sync; 0: everything
+  std::optional<std::string> value = {};
+  std::optional<std::uint64_t> epoch = {};  ///< for a sync, or with `until`
+  std::uint64_t since = 0;                  ///< for a sync; 0: everything
   /// The last moment at which the request may be carried out, in milliseconds of the monotonic
   /// clock of the exporter of `epoch`.
-  std::optional<std::uint64_t> until;
+  std::optional<std::uint64_t> until = {};
 
   bool operator==(const Request&) const = default;
 };
 
 /// The reply (topic `rsp/U/C`) to a get, set, load or watch. That to a sync is one or several
-/// replies, each with a `batch`.
+/// replies, each with a `batch`. The keys are "result", "reason", "value", "epoch", "seq", "mono",
+/// "time", "lease", "batch" and "more"; in JSON also "text", that of the result.
 struct Reply {
   ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
-  std::string reason;                ///< without success: a line for a person
+  /// Without success: a line for a person, of at most `ModelSrv::ModelReason_Max` bytes. One that
+  /// is too long or no line is not encoded.
+  std::string reason;
   std::optional<std::string> value;  ///< get: the value; set and load: the value after the store
   std::uint64_t epoch = 0;
   std::uint64_t sequence = 0;   ///< of the value, or the last that there is

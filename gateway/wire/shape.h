@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "modelsrv/part_description.h"
@@ -37,10 +39,17 @@ using Shape = std::vector<ShapePart>;
 /// The shape that has these pages; empty, with a line about the reason in `error`, if they are
 /// wrong: malformed, too large or too many, ids out of range or used twice below one node, depths
 /// that skip a level, children of a part that is no node, more than `ModelSrv::ModelDepth_Max`
-/// levels. Unknown trailing fields of a part are ignored. Takes no more memory than a small
-/// multiple of the pages' size, and no recursion.
+/// levels. Unknown trailing fields of a part are ignored. The memory that it takes is
+/// bounded by the size of the pages (a part of 4 bytes becomes a `ShapePart`); no recursion.
 [[nodiscard]] std::optional<Shape> decodeShape(std::span<const std::string> pages,
                                                std::string& error);
+
+/// The same part by part, for a reader that keeps less of each. Each part is checked before the
+/// visitor gets it, which may take it. False, with the reason, if the pages are wrong; the visitor
+/// may have got parts by then. `error` is empty if the visitor returned false, which ends it too.
+[[nodiscard]] bool visitShape(std::span<const std::string> pages,
+                              const std::function<bool(ShapePart& part)>& visitor,
+                              std::string& error);
 
 /// The hash of a page: the first 16 bytes of its SHA-256, in 32 lower-case hexadecimal digits.
 [[nodiscard]] std::string pageHash(std::string_view page);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,8 +29,11 @@ class Topics {
   [[nodiscard]] std::string request(Verb verb, std::string_view user) const;
   [[nodiscard]] std::string requests() const;  ///< a filter: every verb and user
   [[nodiscard]] std::string reply(std::string_view user, std::string_view client) const;
-  /// For dashboards: the node at `path` ("/cpu") of a server. A level of the path that no topic may
-  /// have is written with "_" for each wrong character.
+  /// Where an exporter that may not use the name notifies the one that does. Not retained.
+  [[nodiscard]] std::string conflict() const;
+  /// For dashboards: the node at `path` ("/cpu") of a server. In a level of the path "_" stands for
+  /// each character that `isTopicLevel` does not allow and for an empty name; what is above 128
+  /// bytes is left out.
   [[nodiscard]] std::string json(std::string_view server, std::string_view path) const;
 
  private:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -45,15 +46,16 @@ struct Batch {
   bool operator==(const Batch&) const = default;
 };
 
-/// A CBOR map. See PROTOCOL.md.
+/// A CBOR map. See PROTOCOL.md. All but the values takes less than 128 bytes. Numbers above
+/// `maxExact` would not be received.
 [[nodiscard]] std::string encodeBatch(const Batch& batch);
 /// Empty if `payload` is wrong or larger than `maxPayload`. Unknown keys are ignored.
 [[nodiscard]] std::optional<Batch> decodeBatch(std::string_view payload);
 
-/// About how many bytes `value` takes in an encoded batch, to divide values among batches.
+/// How many bytes `value` takes in an encoded batch, to divide values among batches.
 [[nodiscard]] std::size_t encodedSize(const PositionedValue& value);
 
-/// Last values of the parts from `first` on (topic `val/S/k`), retained.
+/// Last values of some of the parts (topic `val/S/k`), retained.
 struct ValuePage {
   std::uint64_t epoch = 0;
   std::uint64_t shape = 0;
@@ -63,7 +65,10 @@ struct ValuePage {
   bool operator==(const ValuePage&) const = default;
 };
 
+/// A CBOR map. To be received it must have at most `maxPage` bytes; all but the values take less
+/// than 64.
 [[nodiscard]] std::string encodeValuePage(const ValuePage& page);
+/// Empty if `payload` is wrong or larger than `maxPage`.
 [[nodiscard]] std::optional<ValuePage> decodeValuePage(std::string_view payload);
 
 }  // namespace modelgate
