@@ -48,6 +48,7 @@ class Connection final : public EvtSrv::internal::ServerConnection {
   EvtSrv::internal::SessionAccount& account() override { return account_; }
   void closeOnNextDispatch() override {}
   std::shared_ptr<EvtSrv::internal::DeferredReply> deferReply() override { return nullptr; }
+  std::shared_ptr<EvtSrv::internal::RequestHold> holdRequests() override { return nullptr; }
   bool isNotified = false;
 
  private:

@@ -36,6 +36,7 @@ ServerLink::ServerLink(ManagerCore& core, LinkOwner& owner, ServerPipes pipes,
 
 ServerLink::~ServerLink() {
   forgetDeferred();
+  forgetHold();
 }
 
 EvtRes ServerLink::open(ServedPort& port) {
@@ -64,7 +65,16 @@ EvtRes ServerLink::open(ServedPort& port) {
       !writeWithoutPayload(core_.system(), pipes_.event, FrameKind::event, startedEvent)) {
     return EvtRes_Closed;
   }
+  {
+    const ScopedFlag serving(serving_);
+    session_->opened();
+  }
+  if (owner_ == nullptr) {
+    return EvtRes_Closed;
+  }
+  eventsDeferred_ = false;
   pumpEvents(true);
+  endIfDrained();
   return EvtRes_Success;
 }
 
@@ -100,6 +110,7 @@ void ServerLink::destroySession() {
 void ServerLink::closePipes() {
   leaveQueue();
   forgetDeferred();
+  forgetHold();
   onRequest_.end();
   onReply_.end();
   onEvent_.end();
@@ -199,7 +210,7 @@ bool ServerLink::readRequests(std::uint32_t events) {
     }
     return false;
   }
-  if (!awaitsNoReply() || draining_) {
+  if (!awaitsNothing() || draining_) {
     // Input is of no interest now: this is a hang-up, or was reported before.
     if ((events & (EPOLLHUP | EPOLLERR)) == 0) {
       return false;
@@ -265,7 +276,7 @@ void ServerLink::serveRequests() {
 /// Serves the next request that has arrived; false if there is none, or not now.
 bool ServerLink::serveNext(std::size_t& replied) {
   // In a dispatch inside a call of the session the next request waits for its end.
-  if (serving_ || owner_ == nullptr || !awaitsNoReply() || closing_ || draining_) {
+  if (serving_ || owner_ == nullptr || !awaitsNothing() || closing_ || draining_) {
     return false;
   }
   Frame request;
@@ -294,7 +305,7 @@ void ServerLink::keepInput() {
   if (requests_.held() != 0 && !accountForMemory() && !requests_.skipFrame()) {
     closing_ = true;
   }
-  if (!requests_.empty() && !moreRequests_ && awaitsNoReply() && !frameBegun_) {
+  if (!requests_.empty() && !moreRequests_ && awaitsNothing() && !frameBegun_) {
     frameBegun_ = true;
     frameBegunAt_ = owner_->frameBegun();
   }

@@ -49,7 +49,8 @@ struct ServerPipes {
 /// held is limited for each user too: a request or reply that would exceed a limit is
 /// refused (`ServerSession::limitReached`), anything else ends the connection.
 ///
-/// A request whose reply is deferred keeps the ones behind it waiting, and no other connection.
+/// A request whose reply is deferred keeps the ones behind it waiting, and no other connection. So
+/// does a hold, which a session may have from its beginning.
 ///
 /// What its client sends is served in turns with the other connections (`TurnQueue`).
 class ServerLink final : public ServerConnection,
@@ -87,6 +88,7 @@ class ServerLink final : public ServerConnection,
   void closeOnNextDispatch() override;
   SessionAccount& account() override { return account_; }
   std::shared_ptr<DeferredReply> deferReply() override;
+  std::shared_ptr<RequestHold> holdRequests() override;
   bool ready(unsigned role, std::uint32_t events) override;
   bool takeTurn() override;
 
@@ -107,6 +109,7 @@ class ServerLink final : public ServerConnection,
   using Due = std::array<std::uint32_t, 3>;
 
   class LaterReply;
+  class Hold;
 
   /// Ends the connection (`closeOnNextDispatch`), or serves what has arrived behind a request whose
   /// reply was deferred.
@@ -129,8 +132,12 @@ class ServerLink final : public ServerConnection,
       KRV_REQUIRES(core_.clientMutex());
   void resumeRequests() KRV_REQUIRES(core_.clientMutex());
   void forgetDeferred();
-  /// Whether the next request may be served, as far as its replies are concerned.
-  [[nodiscard]] bool awaitsNoReply() const { return reply_.empty() && deferred_ == nullptr; }
+  void releaseHold();
+  void forgetHold();
+  /// Whether the next request may be served, as far as replies and holds are concerned.
+  [[nodiscard]] bool awaitsNothing() const {
+    return reply_.empty() && deferred_ == nullptr && hold_ == nullptr;
+  }
   /// `inDispatch`: see `ServerSession::beginEvents`.
   void pumpEvents(bool inDispatch) KRV_REQUIRES(core_.clientMutex());
   /// `pumpEvents` for callers outside a dispatch, which would end the connection when
@@ -159,6 +166,7 @@ class ServerLink final : public ServerConnection,
   PendingOutput reply_;
   PendingOutput events_;
   std::shared_ptr<LaterReply> deferred_;  // Null unless a reply is to come.
+  std::shared_ptr<Hold> hold_;            // Null unless the requests are held back.
   std::uint32_t sequence_ = 0;            // Of the request that is being served, or was last.
   bool replyDeferred_ = false;            // The request being served has no reply of its own.
   bool moreRequests_ = false;             // Received, and to be served in the next turn.

@@ -5,7 +5,7 @@
 #include "evtsrv/source/buffer_lease.h"
 #include "evtsrv/source/server_link.h"
 
-// Replies that are sent after the call of the session, and what waits behind them.
+// Replies that are sent after the call of the session, holds, and what waits behind them.
 
 namespace EvtSrv::internal {
 
@@ -75,7 +75,48 @@ void ServerLink::writeDeferred(std::uint16_t code, std::span<const std::uint8_t>
   }
 }
 
-/// Goes on where the deferred reply stopped the connection, on any thread.
+/// The holder's side of a hold.
+class ServerLink::Hold final : public RequestHold {
+ public:
+  explicit Hold(ServerLink& link) : link_(&link) {}
+
+  void release() override {
+    if (ServerLink* const link = std::exchange(link_, nullptr)) {
+      link->releaseHold();
+    }
+  }
+  [[nodiscard]] bool isInEffect() const override { return link_ != nullptr; }
+
+  void forget() { link_ = nullptr; }
+
+ private:
+  ServerLink* link_;  // Null after the release or the connection's end.
+};
+
+std::shared_ptr<RequestHold> ServerLink::holdRequests() {
+  core_.clientMutex().assertHeld();
+  hold_ = std::make_shared<Hold>(*this);
+  return hold_;
+}
+
+/// Nothing is held back any more.
+void ServerLink::forgetHold() {
+  if (const auto hold = std::exchange(hold_, nullptr)) {
+    hold->forget();
+  }
+}
+
+/// The release may come in the middle of `opened`, too.
+void ServerLink::releaseHold() {
+  core_.clientMutex().assertHeld();
+  const auto keepAlive = shared_from_this();
+  forgetHold();
+  if (!serving_ && !closing_) {
+    resumeRequests();
+  }
+}
+
+/// Goes on where a deferred reply or a hold stopped the connection, on any thread.
 void ServerLink::resumeRequests() {
   if (draining_) {
     // What `drainAndClose` left to this reply.

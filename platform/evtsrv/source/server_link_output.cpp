@@ -28,7 +28,7 @@ void append(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> bytes)
 
 bool ServerLink::setInterests() {
   const auto interestIf = [](bool isPending) { return isPending ? writable : noInterest; };
-  const bool readsRequests = awaitsNoReply() && !draining_;
+  const bool readsRequests = awaitsNothing() && !draining_;
   return accountForMemory() && onRequest_.setInterest(readsRequests ? readable : noInterest) == 0 &&
          onReply_.setInterest(interestIf(!reply_.empty())) == 0 &&
          onEvent_.setInterest(interestIf(!events_.empty() || moreEvents_)) == 0;
@@ -129,6 +129,8 @@ void ServerLink::drainAndClose() {
   if (!std::exchange(draining_, true) && session_ != nullptr) {
     session_->beginDrain();
   }
+  // No request is read any more.
+  forgetHold();
   if (serving_) {
     // Updates of what the request still changes come before the stopped event.
     eventsDeferred_ = true;
@@ -142,7 +144,7 @@ void ServerLink::drainAndClose() {
 }
 
 void ServerLink::endIfDrained() {
-  if (draining_ && !serving_ && owner_ != nullptr && awaitsNoReply() && events_.empty() &&
+  if (draining_ && !serving_ && owner_ != nullptr && awaitsNothing() && events_.empty() &&
       !moreEvents_) {
     end();
   }

@@ -26,6 +26,19 @@ class DeferredReply {
   [[nodiscard]] virtual bool isAwaited() const = 0;
 };
 
+/// Keeps a connection from serving requests. Destroying it changes nothing: its holder ends it.
+class RequestHold {
+ public:
+  virtual ~RequestHold() = default;
+
+  /// Lets the connection serve its client's requests, from any thread. Does nothing after that, or
+  /// if the connection has ended.
+  virtual void release() = 0;
+
+  /// Whether the connection is there, and waits.
+  [[nodiscard]] virtual bool isInEffect() const = 0;
+};
+
 /// The connection of a session, as its session sees it.
 class ServerConnection {
  public:
@@ -48,6 +61,10 @@ class ServerConnection {
   /// returns is not sent. Until then the connection serves no further request of its client; its
   /// events go on.
   virtual std::shared_ptr<DeferredReply> deferReply() = 0;
+
+  /// Within `ServerSession::opened`, once: the client's requests stay in the pipe, where they are
+  /// not read, until the hold is released or the service begins to stop.
+  virtual std::shared_ptr<RequestHold> holdRequests() = 0;
 };
 
 /// The state that a served port keeps for one connected client. It is destroyed when
@@ -57,6 +74,10 @@ class ServerConnection {
 class ServerSession {
  public:
   virtual ~ServerSession() = default;
+
+  /// The client has been welcomed, in a dispatch. Comes before everything else, once. May call the
+  /// program.
+  virtual void opened() {}
 
   /// Serves one request: reads its payload from `request`, appends the reply's payload
   /// to `reply` and returns the reply's code. `reply` may already hold bytes, which

@@ -13,12 +13,14 @@ ServerSide::ServerSide(ModelRoot& root)
 ServerSide::~ServerSide() {
   // Cached replies must be invalid before any client can notice that the service has ended.
   share_->invalidator.close();
+  share_->hooks->close();
   port_->close();
 }
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {
   TreeLock::assertHeld(share_->root);
   share_->stored = options.stored;
+  share_->hooks->set(options);
   const EvtSrv::EvtRes result = port_->start(name, options.group);
   if (result == EvtSrv::EvtRes_Success) {
     share_->invalidator.open();
@@ -30,6 +32,7 @@ void ServerSide::beginStop() {
   TreeLock::assertHeld(share_->root);
   stopBegun_ = true;
   share_->invalidator.close();
+  share_->hooks->close();
   port_->beginStop();
 }
 

@@ -96,7 +96,10 @@ void trim(std::string& text) {
 }  // namespace
 
 SessionShare::SessionShare(ModelRoot& servedRoot)
-    : root(servedRoot), invalidator(servedRoot.manager()->core().system()), watches(servedRoot) {}
+    : root(servedRoot),
+      invalidator(servedRoot.manager()->core().system()),
+      watches(servedRoot),
+      hooks(std::make_shared<SessionHooks>(*servedRoot.manager())) {}
 
 TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
                          EvtSrv::internal::ServerConnection& connection)
@@ -104,6 +107,17 @@ TreeSession::TreeSession(std::shared_ptr<SessionShare> share,
       connection_(connection),
       subscriptions_(connection),
       watches_(connection, share_->watches) {}
+
+TreeSession::~TreeSession() {
+  if (isCounted_) {
+    share_->hooks->sessionEnded();
+  }
+}
+
+void TreeSession::opened() {
+  isCounted_ = true;
+  share_->hooks->sessionOpened(connection_);
+}
 
 std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                                   std::vector<std::uint8_t>& reply) {

@@ -10,6 +10,7 @@
 #include "modelsrv/source/cache/cache_invalidator.h"
 #include "modelsrv/source/cache/prefetch_writer.h"
 #include "modelsrv/source/requests.h"
+#include "modelsrv/source/session_hooks.h"
 #include "modelsrv/source/session_subscriptions.h"
 #include "modelsrv/source/session_watches.h"
 #include "modelsrv/source/tree_pages.h"
@@ -32,6 +33,7 @@ struct SessionShare {
   CacheInvalidator invalidator;
   WatchShare watches;
   std::function<void(ModelPart& part)> stored;  ///< see `ServerOptions`
+  const std::shared_ptr<SessionHooks> hooks;
   /// The session whose store the program decides about; null if there is none, or its reply is
   /// deferred.
   TreeSession* deciding = nullptr;
@@ -44,7 +46,11 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   /// `connection` must outlive the session. The service (`ServerSide`) need not: a session in
   /// the middle of a call ends after it.
   TreeSession(std::shared_ptr<SessionShare> share, EvtSrv::internal::ServerConnection& connection);
+  ~TreeSession() override;
+  TreeSession(const TreeSession&) = delete;
+  TreeSession& operator=(const TreeSession&) = delete;
 
+  void opened() override;
   std::uint16_t handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                        std::vector<std::uint8_t>& reply) override;
   void beginEvents(bool inDispatch) override { watches_.beginEvents(inDispatch); }
@@ -92,6 +98,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   EvtSrv::internal::ServerConnection& connection_;
   SessionSubscriptions subscriptions_;
   SessionWatches watches_;
+  bool isCounted_ = false;    ///< by the hooks
   bool watchIsNext_ = false;  ///< updates and events of watches take turns
 };
 

@@ -74,6 +74,11 @@ class EchoPort : public ServedPort {
       --port_.sessions;
       port_.session = port_.session == this ? nullptr : port_.session;
     }
+    void opened() override {
+      if (port_.onOpened) {
+        port_.onOpened(connection_);
+      }
+    }
     std::uint16_t handle(std::uint16_t operation, PayloadReader& request,
                          std::vector<std::uint8_t>& reply) override {
       ++port_.handled;
@@ -121,6 +126,7 @@ class EchoPort : public ServedPort {
   int eventsTaken = 0;
   bool refusesClients = false;
   std::function<void()> onOpen;
+  std::function<void(ServerConnection&)> onOpened;
   std::function<void()> onRequest;
 };
 

@@ -18,6 +18,7 @@ class FakeConnection : public EvtSrv::internal::ServerConnection {
   void closeOnNextDispatch() override { ++closeCalls; }
   EvtSrv::internal::SessionAccount& account() override { return account_; }
   std::shared_ptr<EvtSrv::internal::DeferredReply> deferReply() override { return nullptr; }
+  std::shared_ptr<EvtSrv::internal::RequestHold> holdRequests() override { return nullptr; }
 
   int pendingCalls = 0;
   int closeCalls = 0;

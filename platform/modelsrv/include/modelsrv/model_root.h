@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,6 +13,7 @@
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/deferred_store.h"
 #include "modelsrv/model_node.h"
+#include "modelsrv/session_hold.h"
 #include "modelsrv/tree_part.h"
 
 namespace ModelSrv {
@@ -33,6 +35,26 @@ struct ServerOptions {
   /// thread that dispatches, before the client gets its reply. It must not throw, and it must not
   /// add, remove or destroy parts.
   std::function<void(ModelPart& part)> stored = {};
+
+  /// Called for each client that has connected, before anything that it requests is served, so that
+  /// the server can make the tree, or begin to keep its values, when somebody wants them. Nothing
+  /// of this client is served while `hold` is in effect: keep it, add the parts later (from the
+  /// program's loop or another thread, not here), then release it. If it is not kept, the client is
+  /// served at once. A client that connects again has a new session, and is reported again; what it
+  /// renews waits, too.
+  ///
+  /// Called with the client mutex held, on the thread that dispatches. It must not add, remove or
+  /// destroy parts; it may stop the service. What it throws ends this client's connection and
+  /// passes through the dispatch.
+  std::function<void(SessionHold hold)> arrived = {};
+
+  /// Called after clients have gone, with the number of those that there are now, so that a server
+  /// can save its work while that is 0. One call may stand for several clients, and others may have
+  /// arrived since. Not called for the clients that the end of the service disconnects.
+  ///
+  /// Called with the client mutex held, on the thread that dispatches, by itself: it may add and
+  /// remove parts and stop the service, but not destroy the root. It must not throw.
+  std::function<void(std::size_t clients)> left = {};
 };
 
 /// The top of a model tree, and its event port. In a server the tree is published; in a
