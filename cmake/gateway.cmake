@@ -1,4 +1,4 @@
-# modelgate needs libmosquitto, libcbor, OpenSSL's libcrypto and CLI11; the rest of the product
+# modelgate needs libmosquitto, libcbor, OpenSSL and CLI11; the rest of the product
 # needs none of them.
 set(TREESCOPE_GATEWAY AUTO CACHE STRING "Build modelgate: ON, OFF, or AUTO where its libraries are installed")
 set_property(CACHE TREESCOPE_GATEWAY PROPERTY STRINGS AUTO ON OFF)
@@ -10,7 +10,7 @@ elseif(TREESCOPE_GATEWAY)
   set(missing "")
   find_package(PkgConfig)
   if(PkgConfig_FOUND)
-    foreach(library IN ITEMS libmosquitto libcbor libcrypto)
+    foreach(library IN ITEMS libmosquitto libcbor libcrypto libssl)
       pkg_check_modules(${library} QUIET IMPORTED_TARGET ${library})
       if(NOT ${library}_FOUND)
         list(APPEND missing ${library})

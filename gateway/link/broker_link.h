@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -9,68 +8,27 @@
 #include <string_view>
 
 #include "gateway/link/event_loop.h"
+#include "gateway/link/link_options.h"
 
 namespace modelgate {
 
-/// Where the broker is: "mqtt://HOST[:PORT]", "mqtts://HOST[:PORT]" or "unix:/PATH".
-struct BrokerAddress {
-  bool tls = false;
-  std::string host;  ///< empty for a Unix socket
-  int port = 0;      ///< 1883, or 8883 with TLS, unless the URL states it
-  std::string path;  ///< of a Unix socket
-};
-
-/// Empty, with the reason in `error`, if `url` is none of these. IPv6 as "[::1]".
-[[nodiscard]] std::optional<BrokerAddress> parseBroker(std::string_view url, std::string& error);
-
-/// A message to be published.
-struct Publication {
-  std::string topic;
-  std::string payload;
-  int qos = 0;
-  bool retain = false;
-  std::optional<std::chrono::seconds> expiry;  ///< none: it does not expire
-  std::string contentType;                     ///< empty: none
-  std::string responseTopic;                   ///< empty: none
-  std::string correlation;                     ///< bytes; empty: none
-};
-
-/// A message that has arrived. Views are valid during the call only.
-struct Message {
-  std::string_view topic;
-  std::string_view payload;
-  bool retained = false;
-  std::string_view contentType;
-  std::string_view responseTopic;
-  std::string_view correlation;
-};
-
-struct LinkOptions {
-  BrokerAddress broker;
-  std::string clientId;
-  std::string user;      ///< empty: none
-  std::string password;  ///< empty: none
-  std::string caFile;    ///< empty with TLS: the system's certificates
-  std::string certFile;  ///< empty: no certificate
-  std::string keyFile;
-  std::optional<Publication> will;
-  std::chrono::seconds willDelay{5};
-  /// Between two messages to the broker at most. A connection that is silent for 1.5 times as long
-  /// is lost.
-  std::chrono::seconds keepAlive{10};
-};
-
 /// A connection to an MQTT 5 broker that is made again, with a back-off of 0.1 to 5 s, whenever it
 /// is lost. Each begins clean: nothing that was queued for the one before it is delivered or sent.
-/// Nothing here blocks but, for the first connection to a host name, its resolution.
+/// Nothing here blocks; a host name is resolved on a thread of its own. Certificates are read again
+/// for each connection.
 ///
-/// Threads: that of the loop, which must outlive the object. Handlers run in the loop.
+/// Threads: that of the loop, which must outlive the object. Handlers run in the loop. They may
+/// call every function of the object, but not destroy it.
+///
+/// The process must ignore SIGPIPE: a broker may go while something is written to it.
 class BrokerLink {
  public:
   struct Handlers {
     std::function<void()> connected;  ///< the broker accepted; subscribe now
-    /// The connection is lost, or could not be made. `reason` is a line for a person;
-    /// `takenOver` if another client of the same id has come.
+    /// The connection is lost, or could not be made; a new one follows. `reason` is a line for a
+    /// person; `takenOver` if the broker says that another client of the same id has come.
+    /// Mosquitto 2.0.11 says nothing and just closes the connection, as it does when it ends
+    /// itself.
     std::function<void(std::string_view reason, bool takenOver)> disconnected;
     std::function<void(const Message& message)> message;
     /// The broker has taken a subscription, in the order of the `subscribe` calls. `granted` is
@@ -92,15 +50,18 @@ class BrokerLink {
   /// Begins to connect.
   void start();
   /// Publishes `last`, if there is one, disconnects in good order within `limit` (so the will is
-  /// not sent), and then calls `done`. Without a connection at once.
+  /// not sent), and then calls `done`; `disconnected` is not called. Without a connection `done` is
+  /// called as soon as the loop continues. Nothing follows: `start` makes no new connection.
   void finish(std::optional<Publication> last, std::chrono::milliseconds limit,
               std::function<void()> done);
-  /// Breaks the connection off and makes no new one before `delay` has passed.
+  /// Breaks the connection off, without a call of `disconnected`, and makes no new one before
+  /// `delay` has passed.
   void backOff(std::chrono::milliseconds delay);
 
   [[nodiscard]] bool isConnected() const;
 
-  /// False without a connection: nothing is queued then.
+  /// False without a connection, and for what the broker cannot take, such as too large a payload:
+  /// nothing is queued then.
   bool publish(const Publication& publication);
   bool subscribe(std::string_view filter, int qos);
   bool unsubscribe(std::string_view filter);

@@ -20,13 +20,15 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
 
   /// Calls `handler` while `descriptor` has one of `events` (of poll(2)) or an error. Replaces an
-  /// earlier handler of the same descriptor. Remove it before the descriptor is closed.
+  /// earlier handler of the same descriptor. Remove it before the descriptor is closed. Throws
+  /// std::system_error for a descriptor that cannot be awaited, such as a file's.
   void watch(int descriptor, short events, Handler handler);
   void unwatch(int descriptor);
 
   /// A timer; destroying it ends it. It may be destroyed in its own handler.
   class Timer {
    public:
+    struct Entry;
     Timer() noexcept;
     ~Timer();
     Timer(Timer&&) noexcept;
@@ -34,7 +36,6 @@ class EventLoop {
 
    private:
     friend class EventLoop;
-    struct Entry;
     explicit Timer(std::shared_ptr<Entry> entry) noexcept;
     std::shared_ptr<Entry> entry_;
   };
