@@ -1,9 +1,22 @@
 #include "tools/json_object.h"
 
+#include <algorithm>
+
 #include "tools/name_pattern.h"
 #include "tools/utf8.h"
 
 namespace treectl {
+
+namespace {
+
+/// Whether a JSON string has the bytes of `text` as they are, because all are printable ASCII.
+bool isPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char byte) {
+    return byte >= ' ' && byte <= '~' && byte != '"' && byte != '\\';
+  });
+}
+
+}  // namespace
 
 void JsonObject::addKey(std::string_view key) {
   if (!isFirst_) {
@@ -15,7 +28,29 @@ void JsonObject::addKey(std::string_view key) {
   out_ += "\":";
 }
 
+void JsonObject::addPlainText(std::string_view key, std::string_view text) {
+  const std::size_t begin = out_.size();
+  out_.resize(begin + key.size() + text.size() + 6);
+  char* at = out_.data() + begin;
+  if (!isFirst_) {
+    *at++ = ',';
+  }
+  isFirst_ = false;
+  *at++ = '"';
+  at = std::copy(key.begin(), key.end(), at);
+  *at++ = '"';
+  *at++ = ':';
+  *at++ = '"';
+  at = std::copy(text.begin(), text.end(), at);
+  *at++ = '"';
+  out_.resize(static_cast<std::size_t>(at - out_.data()));
+}
+
 void JsonObject::addText(std::string_view key, std::string_view text) {
+  if (isPlain(text)) {
+    addPlainText(key, text);
+    return;
+  }
   addKey(key);
   if (isUtf8(text)) {
     appendJsonString(out_, text);

@@ -34,6 +34,9 @@ class JsonObject {
   void end() { out_ += '}'; }
 
  private:
+  /// Adds a string that needs no escapes, in one step: a dump adds thousands.
+  void addPlainText(std::string_view key, std::string_view text);
+
   std::string& out_;
   bool isFirst_ = true;
 };

@@ -145,16 +145,14 @@ bool SubtreeWalk::next() {
   return true;
 }
 
-bool SubtreeWalk::needsReading() const {
-  const SubtreeEntry& part = entry();
-  return !part.isNode && (part.result != ModelSrv::ModelRes_Success ||
-                          (part.elements > 0 && std::count(part.text.begin(), part.text.end(),
-                                                           '\n') != part.elements - 1));
+bool SubtreeEntry::needsReading() const {
+  return !isNode && (result != ModelSrv::ModelRes_Success ||
+                     (elements > 0 && std::count(text.begin(), text.end(), '\n') != elements - 1));
 }
 
 ModelSrv::ModelRes SubtreeWalk::readValue(Connection& connection, Value& value) const {
   const SubtreeEntry& part = entry();
-  if (needsReading()) {
+  if (part.needsReading()) {
     return connection.readValue(chain_, ModelSrv::ModelPartIndex_All, value);
   }
   if (part.elements == 0) {

@@ -35,6 +35,10 @@ struct SubtreeEntry {
   ModelSrv::ModelPartStatus access = ModelSrv::ModelPartStatus_Void;
   ModelSrv::ModelRes result = ModelSrv::ModelRes_NoValue;  ///< of reading the value
   bool isNode = false;                                     ///< also a part without a value
+
+  /// Whether the text is not enough: of an array of texts with line feeds of their own; or because
+  /// the server could not read the value.
+  [[nodiscard]] bool needsReading() const;
 };
 
 struct Subtree {
@@ -95,11 +99,8 @@ class SubtreeWalk {
   [[nodiscard]] const Chain& chain() const { return chain_; }
   [[nodiscard]] const std::string& address() const { return address_; }
 
-  /// Its value. With further exchanges only if `needsReading`.
+  /// Its value. With further exchanges only if the entry `needsReading`.
   ModelSrv::ModelRes readValue(Connection& connection, Value& value) const;
-  /// Whether the text is not enough: of an array of texts with line feeds of their own; or because
-  /// the server could not read the value.
-  [[nodiscard]] bool needsReading() const;
   /// The number of the entry.
   [[nodiscard]] std::uint32_t number() const { return at_; }
 

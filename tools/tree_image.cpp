@@ -1,5 +1,6 @@
 #include "tools/tree_image.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <unordered_map>
 #include <utility>
@@ -77,19 +78,16 @@ class ImageReader {
 
   Visit readBelow(const Match& match) {
     Subtree subtree;
-    ModelSrv::ModelRes result = match.connection->readSubtree(match.chain, subtree);
+    const ModelSrv::ModelRes result = match.connection->readSubtree(match.chain, subtree);
     if (result != ModelSrv::ModelRes_Success) {
       return fail(match.shown(), result);
     }
     // First all that may fail.
     std::unordered_map<std::uint32_t, Value> values;
-    for (SubtreeWalk walk(subtree, match.chain, match.address); walk.next();) {
-      if (walk.needsReading()) {
-        result = walk.readValue(*match.connection, values[walk.number()]);
-        if (result != ModelSrv::ModelRes_Success) {
-          return fail(walk.address(), result);
-        }
-      }
+    if (std::any_of(subtree.entries.begin(), subtree.entries.end(),
+                    [](const SubtreeEntry& entry) { return entry.needsReading(); }) &&
+        !readMissing(match, subtree, values)) {
+      return Visit::stopped;
     }
     ImagePart part;
     part.connection = match.connection;
@@ -97,7 +95,7 @@ class ImageReader {
       if (walk.entry().isNode) {
         continue;
       }
-      if (walk.needsReading()) {
+      if (walk.entry().needsReading()) {
         part.value = values[walk.number()];
       } else {
         static_cast<void>(walk.readValue(*match.connection, part.value));
@@ -109,6 +107,21 @@ class ImageReader {
       take_(part);
     }
     return Visit::taken;
+  }
+
+  /// Reads the values that did not come with the subtree, by the numbers of their entries.
+  bool readMissing(const Match& match, const Subtree& subtree,
+                   std::unordered_map<std::uint32_t, Value>& values) {
+    for (SubtreeWalk walk(subtree, match.chain, match.address); walk.next();) {
+      if (walk.entry().needsReading()) {
+        const auto result = walk.readValue(*match.connection, values[walk.number()]);
+        if (result != ModelSrv::ModelRes_Success) {
+          fail(walk.address(), result);
+          return false;
+        }
+      }
+    }
+    return true;
   }
 
   ModelSrv::ModelRes readPart(const Match& match, const Chain& chain, const std::string& address) {
