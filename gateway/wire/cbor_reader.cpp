@@ -11,76 +11,76 @@ namespace modelgate {
 namespace {
 
 using Item = CborReader::Item;
-using Kind = CborReader::Kind;
+using CborKind = CborReader::Kind;
 
 Item& itemOf(void* context) {
   return *static_cast<Item*>(context);
 }
 
-template <typename Number, Kind kind>
+template <typename Number, CborKind kind>
 void setNumber(void* context, Number number) {
   itemOf(context).kind = kind;
   itemOf(context).number = number;
 }
 
-template <Kind kind>
+template <CborKind kind>
 void setString(void* context, cbor_data bytes, std::size_t size) {
   itemOf(context).kind = kind;
   itemOf(context).text = {reinterpret_cast<const char*>(bytes), size};
 }
 
-template <Kind kind>
+template <CborKind kind>
 void setCount(void* context, std::size_t count) {
   itemOf(context).kind = kind;
   itemOf(context).number = count;
 }
 
-template <Kind kind>
+template <CborKind kind>
 void setIndefinite(void* context) {
   itemOf(context).kind = kind;
   itemOf(context).isIndefinite = true;
 }
 
-template <Kind kind>
+template <CborKind kind>
 void setKind(void* context) {
   itemOf(context).kind = kind;
 }
 
 template <typename Number>
 void setOther(void* context, Number /*unused*/) {
-  itemOf(context).kind = Kind::other;
+  itemOf(context).kind = CborKind::other;
 }
 
 cbor_callbacks makeCallbacks() {
   cbor_callbacks calls = cbor_empty_callbacks;
-  calls.uint8 = setNumber<std::uint8_t, Kind::unsignedNumber>;
-  calls.uint16 = setNumber<std::uint16_t, Kind::unsignedNumber>;
-  calls.uint32 = setNumber<std::uint32_t, Kind::unsignedNumber>;
-  calls.uint64 = setNumber<std::uint64_t, Kind::unsignedNumber>;
-  calls.negint8 = setNumber<std::uint8_t, Kind::negativeNumber>;
-  calls.negint16 = setNumber<std::uint16_t, Kind::negativeNumber>;
-  calls.negint32 = setNumber<std::uint32_t, Kind::negativeNumber>;
-  calls.negint64 = setNumber<std::uint64_t, Kind::negativeNumber>;
+  calls.uint8 = setNumber<std::uint8_t, CborKind::unsignedNumber>;
+  calls.uint16 = setNumber<std::uint16_t, CborKind::unsignedNumber>;
+  calls.uint32 = setNumber<std::uint32_t, CborKind::unsignedNumber>;
+  calls.uint64 = setNumber<std::uint64_t, CborKind::unsignedNumber>;
+  calls.negint8 = setNumber<std::uint8_t, CborKind::negativeNumber>;
+  calls.negint16 = setNumber<std::uint16_t, CborKind::negativeNumber>;
+  calls.negint32 = setNumber<std::uint32_t, CborKind::negativeNumber>;
+  calls.negint64 = setNumber<std::uint64_t, CborKind::negativeNumber>;
   // Strings of indefinite length.
-  calls.byte_string_start = setKind<Kind::none>;
-  calls.string_start = setKind<Kind::none>;
-  calls.byte_string = setString<Kind::bytes>;
-  calls.string = setString<Kind::text>;
-  calls.array_start = setCount<Kind::array>;
-  calls.map_start = setCount<Kind::map>;
-  calls.indef_array_start = setIndefinite<Kind::array>;
-  calls.indef_map_start = setIndefinite<Kind::map>;
+  calls.byte_string_start = setKind<CborKind::none>;
+  calls.string_start = setKind<CborKind::none>;
+  calls.byte_string = setString<CborKind::bytes>;
+  calls.string = setString<CborKind::text>;
+  calls.array_start = setCount<CborKind::array>;
+  calls.map_start = setCount<CborKind::map>;
+  calls.indef_array_start = setIndefinite<CborKind::array>;
+  calls.indef_map_start = setIndefinite<CborKind::map>;
   calls.tag = [](void* context, std::uint64_t) { itemOf(context).isTag = true; };
   calls.float2 = setOther<float>;
   calls.float4 = setOther<float>;
   calls.float8 = setOther<double>;
-  calls.undefined = setKind<Kind::other>;
-  calls.null = setKind<Kind::other>;
+  calls.undefined = setKind<CborKind::other>;
+  calls.null = setKind<CborKind::other>;
   calls.boolean = [](void* context, bool value) {
-    itemOf(context).kind = Kind::boolean;
+    itemOf(context).kind = CborKind::boolean;
     itemOf(context).isTrue = value;
   };
-  calls.indef_break = setKind<Kind::close>;
+  calls.indef_break = setKind<CborKind::close>;
   return calls;
 }
 

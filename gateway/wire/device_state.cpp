@@ -13,7 +13,7 @@ namespace modelgate {
 
 namespace {
 
-using Kind = JsonItem::Kind;
+using JsonKind = JsonItem::Kind;
 
 constexpr std::size_t maxCapabilities = 64;
 constexpr std::size_t maxShortText = 64;
@@ -36,20 +36,20 @@ bool isShortText(std::string_view text) {
 bool setNumber(const JsonItem& item, std::uint64_t& number, std::uint64_t minimum,
                std::uint64_t maximum) {
   number = item.number;
-  return item.kind == Kind::unsignedNumber && number >= minimum && number <= maximum;
+  return item.kind == JsonKind::unsignedNumber && number >= minimum && number <= maximum;
 }
 
 bool setBoolean(const JsonItem& item, bool& value) {
   value = item.text == "true";
-  return item.kind == Kind::boolean;
+  return item.kind == JsonKind::boolean;
 }
 
 bool setTime(const JsonItem& item, std::int64_t& time) {
   if (item.number > maxExact ||
-      (item.kind != Kind::unsignedNumber && item.kind != Kind::negativeNumber)) {
+      (item.kind != JsonKind::unsignedNumber && item.kind != JsonKind::negativeNumber)) {
     return false;
   }
-  time = static_cast<std::int64_t>(item.number) * (item.kind == Kind::negativeNumber ? -1 : 1);
+  time = static_cast<std::int64_t>(item.number) * (item.kind == JsonKind::negativeNumber ? -1 : 1);
   return true;
 }
 
@@ -60,19 +60,19 @@ class StateReader final : public JsonVisitor {
 
   bool visit(JsonPath path, const JsonItem& item) override {
     if (path.empty()) {
-      return item.kind == Kind::object;
+      return item.kind == JsonKind::object;
     }
     if (path[0] != serversKey) {
       return visitState(path, item);
     }
     switch (path.size()) {
       case 1:
-        return item.kind == Kind::object && take(taken_, stateKeys.size());
+        return item.kind == JsonKind::object && take(taken_, stateKeys.size());
       case 2:
         takenOfServer_ = 0;
         server_ = &state_.servers[path[1]];
         // As many as there were names: none was there twice.
-        return item.kind == Kind::object && isTopicLevel(path[1]) &&
+        return item.kind == JsonKind::object && isTopicLevel(path[1]) &&
                ++servers_ == state_.servers.size() && servers_ <= maxServers;
       default:
         return visitServer(path.subspan(2), item);
@@ -98,7 +98,7 @@ class StateReader final : public JsonVisitor {
     const bool isCapability = path.size() == 2 && stateKeys[key] == "caps";
     if (isCapability) {
       state_.capabilities.emplace_back(item.text);
-      return item.kind == Kind::text && isShortText(item.text) &&
+      return item.kind == JsonKind::text && isShortText(item.text) &&
              state_.capabilities.size() <= maxCapabilities;
     }
     return path.size() == 1 && take(taken_, key) && setKey(key, item);
@@ -121,10 +121,10 @@ class StateReader final : public JsonVisitor {
       case 6:
         return setNumber(item, state_.monotonic, 0, maxExact);
       case 7:
-        return item.kind == Kind::array;
+        return item.kind == JsonKind::array;
       default:
         state_.version = item.text;
-        return item.kind == Kind::text && isShortText(item.text);
+        return item.kind == JsonKind::text && isShortText(item.text);
     }
   }
 
@@ -136,7 +136,7 @@ class StateReader final : public JsonVisitor {
     }
     if (path.size() == 2 && serverKeys[key] == "pages") {
       server_->pages.emplace_back(item.text);
-      return item.kind == Kind::text && isHash(item.text) && server_->pages.size() <= maxPages;
+      return item.kind == JsonKind::text && isHash(item.text) && server_->pages.size() <= maxPages;
     }
     if (path.size() != 1 || !take(takenOfServer_, key)) {
       return false;
@@ -147,7 +147,7 @@ class StateReader final : public JsonVisitor {
       case 1:
         return setNumber(item, server_->shape, 0, maxExact);
       case 2:
-        return item.kind == Kind::array;
+        return item.kind == JsonKind::array;
       default:
         return setNumber(item, server_->parts, 0, maxParts);
     }
