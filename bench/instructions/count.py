@@ -141,8 +141,10 @@ def main():
     text = page([name for name, _ in builds], columns, sizes)
     print(text)
     results = pathlib.Path(results)
-    kept = results.read_text().split(SECTION)[0].rstrip()
-    results.write_text(f"{kept}\n\n{text}")
+    before, _, old = results.read_text().partition(SECTION)
+    # What bench/fleet/measure.py has added stays.
+    after = "".join(old.partition("\n## ")[1:])
+    results.write_text(f"{before.rstrip()}\n\n{text}{after}")
 
 
 main()

@@ -325,7 +325,7 @@ def main():
         with tempfile.TemporaryDirectory(prefix="peers-") as directory:
             text = page.render(measure_all(bench.resolve(), pathlib.Path(directory)))
         print(text, end="")
-        # What bench/instructions/count.py has added stays.
+        # What bench/instructions/count.py and bench/fleet/measure.py have added stays.
         added = "\n## Instructions and sizes"
         before = results.read_text() if results.exists() else ""
         results.write_text(text + "".join(before.partition(added)[1:]))
