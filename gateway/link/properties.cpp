@@ -13,7 +13,7 @@ namespace modelgate {
 
 namespace {
 
-void require(int result) {
+void requireMemory(int result) {
   if (result == MOSQ_ERR_NOMEM) {
     throw std::bad_alloc();
   }
@@ -30,17 +30,17 @@ PropertyList::PropertyList(PropertyList&& other) noexcept
 
 void PropertyList::addNumber(int identifier, long long value) {
   const auto number = static_cast<std::uint32_t>(std::clamp<long long>(value, 0, UINT32_MAX));
-  require(mosquitto_property_add_int32(&list_, identifier, number));
+  requireMemory(mosquitto_property_add_int32(&list_, identifier, number));
 }
 
 void PropertyList::addText(int identifier, const std::string& value) {
-  require(mosquitto_property_add_string(&list_, identifier, value.c_str()));
+  requireMemory(mosquitto_property_add_string(&list_, identifier, value.c_str()));
 }
 
 void PropertyList::addBytes(int identifier, const std::string& value) {
   if (value.size() <= UINT16_MAX) {
-    require(mosquitto_property_add_binary(&list_, identifier, value.data(),
-                                          static_cast<std::uint16_t>(value.size())));
+    requireMemory(mosquitto_property_add_binary(&list_, identifier, value.data(),
+                                                static_cast<std::uint16_t>(value.size())));
   }
 }
 
