@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "gateway/exporter/path_rules.h"
 #include "gateway/link/broker_link.h"
 #include "gateway/link/event_loop.h"
 
@@ -21,7 +22,7 @@ struct ExporterOptions {
   /// The ports to export ("Model_host", or "host" for it); none: every server of this machine.
   std::vector<std::string> servers;
   /// Where viewers may store: "/path" of each server, or "/S/path" of the server S; "/" for
-  /// everything. None: nowhere.
+  /// everything (`isPathRule`). None: nowhere.
   std::vector<std::string> allowSet;
   std::chrono::milliseconds interval{50};  ///< between two batches; 0 to 10 s
   /// Subtrees whose nodes are published as flat JSON, in the form of `allowSet`.
@@ -35,10 +36,6 @@ struct ExporterOptions {
   /// requests are accepted. Also called if nothing runs. May be empty.
   std::function<void()> ready;
 };
-
-/// Whether `text` may be in `ExporterOptions::allowSet` and `json`: it begins with "/", and has no
-/// empty level and no control characters. A "/" at the end is ignored.
-[[nodiscard]] bool isPathRule(std::string_view text);
 
 /// Publishes the model servers of this machine at a broker, and carries out the requests that come
 /// from there.

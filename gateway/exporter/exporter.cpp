@@ -1,0 +1,380 @@
+#include "gateway/exporter/exporter.h"
+
+#include <sys/random.h>
+
+#include <cerrno>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "gateway/exporter/exporter_state.h"
+#include "gateway/wire/limits.h"
+
+namespace modelgate {
+
+namespace {
+
+constexpr std::chrono::hours stateExpiry{1};
+constexpr std::chrono::minutes stateRenewal{30};
+constexpr std::chrono::seconds shortestCorrection{1};
+constexpr std::chrono::seconds longestCorrection{60};
+/// For the servers that run at the start.
+constexpr std::chrono::seconds settleTime{3};
+constexpr std::chrono::milliseconds finishTime{2000};
+
+std::uint64_t randomNumber() {
+  std::uint64_t number = 0;
+  if (::getrandom(&number, sizeof number, 0) != sizeof number) {
+    throw std::system_error(errno, std::generic_category(), "getrandom");
+  }
+  return number & maxExact;
+}
+
+/// Another client id than that of the device.
+std::string otherClientId() {
+  return "ts-look-" + std::to_string(randomNumber());
+}
+
+ExporterOptions checked(ExporterOptions options) {
+  if (!isFleetName(options.fleet) || !isFleetName(options.device)) {
+    throw std::runtime_error(
+        "expected a fleet and a device of 1 to 64 letters, digits, \".\", \"_\" and \"-\", got \"" +
+        options.fleet + "\" and \"" + options.device + "\"");
+  }
+  for (const std::vector<std::string>* rules : {&options.allowSet, &options.json}) {
+    for (const std::string& rule : *rules) {
+      if (!isPathRule(rule)) {
+        throw std::runtime_error("expected a path such as \"/cpu/load\", got \"" + rule + "\"");
+      }
+    }
+  }
+  if (options.interval.count() < 0 ||
+      static_cast<std::uint64_t>(options.interval.count()) > maxInterval) {
+    throw std::runtime_error("expected an interval of 0 to 10000 ms, got " +
+                             std::to_string(options.interval.count()));
+  }
+  return options;
+}
+
+std::string offlineState(std::uint64_t epoch) {
+  DeviceState state;
+  state.epoch = epoch;
+  return encodeState(state);
+}
+
+}  // namespace
+
+Exporter::State::State(EventLoop& loop, ExporterOptions options)
+    : loop_(loop),
+      options_(checked(std::move(options))),
+      context_{
+          loop,
+          Topics(options_.fleet, options_.device),
+          randomNumber(),
+          options_.interval,
+          PathRules(options_.allowSet),
+          PathRules(options_.json),
+          options_.retainValues,
+          Outbox(
+              {.isConnected = [this] { return canPublish(); },
+               .hasCapacity = [this] { return canPublish() && link_->hasCapacity(); },
+               .publish = [this](const Publication& publication) { link_->publish(publication); }}),
+          [this] { serversChanged(); },
+          [this](std::string_view line, bool detail) { log(line, detail); }},
+      presence_(context_.epoch),
+      requests_(context_, [this](std::string_view name) { return find(name); }),
+      discovery_(loop, options_.servers, [this](const std::string& port) { found(port); }) {
+  makeLink();
+}
+
+/// Calls `action` from the loop if this object still exists then.
+void Exporter::State::post(std::function<void()> action) {
+  loop_.post([alive = std::weak_ptr(alive_), action = std::move(action)] {
+    if (!alive.expired()) {
+      action();
+    }
+  });
+}
+
+void Exporter::State::log(std::string_view line, bool detail) const {
+  if (options_.log) {
+    options_.log(line, detail);
+  }
+}
+
+void Exporter::State::start() {
+  link_->start();
+  discovery_.start();
+  settleTimer_ = loop_.after(settleTime, [this] {
+    areSettled_ = true;
+    serversChanged();
+  });
+  stateTimer_ = loop_.after(stateRenewal, [this] { renewState(); });
+  isStarted_ = true;
+  serversChanged();
+}
+
+void Exporter::State::finish(std::function<void()> done) {
+  isFinishing_ = true;
+  stateTimer_ = {};
+  correctionTimer_ = {};
+  presenceTimer_ = {};
+  if (link_ == nullptr) {
+    return loop_.post(std::move(done));
+  }
+  const bool isWorking = presence_.role() == Presence::Role::working;
+  link_->finish(isWorking ? std::optional(statePublication(false)) : std::nullopt, finishTime,
+                std::move(done));
+}
+
+/// Whether this exporter is at work and connected.
+bool Exporter::State::canPublish() const {
+  return !isFinishing_ && isWorkingLink_ && link_ != nullptr && link_->isConnected();
+}
+
+void Exporter::State::makeLink() {
+  link_.reset();
+  isWorkingLink_ = presence_.role() == Presence::Role::working;
+  LinkOptions options = options_.link;
+  options.will.reset();
+  if (isWorkingLink_) {
+    options.clientId = "ts-" + options_.fleet + "-" + options_.device;
+    options.will =
+        retained(context_.topics.state(), offlineState(context_.epoch), contentType(Format::json));
+    options.will->expiry = stateExpiry;
+  } else {
+    options.clientId = otherClientId();
+  }
+  link_ = std::make_unique<BrokerLink>(loop_, std::move(options), handlers());
+}
+
+BrokerLink::Handlers Exporter::State::handlers() {
+  BrokerLink::Handlers handlers;
+  handlers.connected = [this] { connected(); };
+  handlers.disconnected = [this](std::string_view reason, bool takenOver) {
+    disconnected(reason, takenOver);
+  };
+  handlers.message = [this](const Message& message) { handle(message); };
+  handlers.subscribed = [this](std::string_view filter, bool granted) {
+    if (!granted) {
+      log("the broker refuses the subscription of " + std::string(filter), false);
+    }
+    if (filter == context_.topics.state()) {
+      presence_.subscribed(Clock::now());
+      followPresence();
+    }
+  };
+  handlers.writable = [this] { flush(); };
+  handlers.refused = [this](std::string_view topic, std::string_view reason) {
+    log("the broker refuses " + std::string(topic) + ": " + std::string(reason), false);
+  };
+  return handlers;
+}
+
+void Exporter::State::connected() {
+  if (isFinishing_) {
+    return;
+  }
+  log("connected", true);
+  link_->subscribe(context_.topics.state(), 1);
+  if (!isWorkingLink_) {
+    return;
+  }
+  link_->subscribe(context_.topics.conflict(), 1);
+  link_->subscribe(context_.topics.requests(), 1);
+  for (const auto& [port, server] : servers_) {
+    server->publishRetained();
+  }
+  publishState();
+}
+
+void Exporter::State::disconnected(std::string_view reason, bool takenOver) {
+  if (isFinishing_) {
+    return;
+  }
+  context_.outbox.clear();
+  isStateQueued_ = false;
+  if (takenOver && isWorkingLink_) {
+    log("another exporter of " + options_.device + " has connected; this one waits", false);
+    link_->backOff(std::chrono::duration_cast<std::chrono::milliseconds>(Presence::longestPause));
+    presence_.takenOver(Clock::now());
+  } else {
+    log("no connection to the broker: " + std::string(reason), false);
+    presence_.disconnected();
+  }
+  followPresence();
+}
+
+void Exporter::State::handle(const Message& message) {
+  const std::optional<ParsedTopic> topic = parseTopic(message.topic);
+  if (isFinishing_ || !topic || topic->fleet != options_.fleet ||
+      topic->device != options_.device) {
+    return;
+  }
+  if (topic->sort == "state") {
+    seenState(message);
+  } else if (isWorkingLink_ && topic->sort == "conflict") {
+    seenNote(message);
+  } else if (isWorkingLink_ && topic->sort == "req") {
+    requests_.handle(topic->rest, message);
+  }
+}
+
+void Exporter::State::flush() {
+  context_.outbox.pump();
+  for (const auto& [port, server] : servers_) {
+    server->flush();
+  }
+}
+
+void Exporter::State::seenNote(const Message& message) {
+  constexpr std::size_t maxNote = 256;
+  if (message.retained || message.payload.size() > maxNote) {
+    return;
+  }
+  const nlohmann::json note = nlohmann::json::parse(message.payload, nullptr, false);
+  if (note.is_object() && note.contains("epoch") && note["epoch"].is_number_unsigned()) {
+    presence_.noted(note["epoch"].get<std::uint64_t>(), Clock::now());
+    followPresence();
+  }
+}
+
+void Exporter::State::seenState(const Message& message) {
+  const std::optional<DeviceState> state = decodeState(message.payload);
+  if (!isWorkingLink_) {
+    const Presence::Role before = presence_.role();
+    presence_.seen(state, Clock::now());
+    if (presence_.role() == Presence::Role::passive && before != Presence::Role::passive) {
+      log("another exporter of " + options_.device + " is at work; this one waits until it ends",
+          false);
+    }
+    return followPresence();
+  }
+  if (state && state->epoch == context_.epoch && state->online) {
+    correction_ = shortestCorrection;
+    return checkReady(*state);
+  }
+  if (message.retained) {
+    if (state) {
+      takeLeftovers(*state);
+    }
+    return;
+  }
+  // Someone else has written it, or removed it.
+  correctionTimer_ = loop_.after(correction_, [this] { publishState(); });
+  correction_ = std::min<Clock::duration>(2 * correction_, longestCorrection);
+}
+
+void Exporter::State::followPresence() {
+  const bool isConflict = presence_.isConflict();
+  if (isConflict != std::exchange(wasConflict_, isConflict)) {
+    publishState();
+  }
+  const auto next = presence_.deadline();
+  presenceTimer_ = next ? loop_.at(*next,
+                                   [this] {
+                                     if (presence_.tick(Clock::now())) {
+                                       sendNote();
+                                     }
+                                     followPresence();
+                                   })
+                        : EventLoop::Timer();
+  // A handler of the link may have called.
+  post([this] { changeLink(); });
+}
+
+/// Replaces the connection if the role needs another one.
+void Exporter::State::changeLink() {
+  const Presence::Role role = presence_.role();
+  const bool isWorking = role == Presence::Role::working;
+  if (isFinishing_ || (link_ != nullptr && isWorking == isWorkingLink_) ||
+      role == Presence::Role::waiting) {
+    if (role == Presence::Role::waiting && !isFinishing_) {
+      link_.reset();
+    }
+    return;
+  }
+  makeLink();
+  link_->start();
+}
+
+void Exporter::State::sendNote() {
+  if (link_ == nullptr) {
+    return;
+  }
+  Publication note;
+  note.topic = context_.topics.conflict();
+  note.payload = nlohmann::json{{"epoch", context_.epoch}}.dump();
+  note.qos = 1;
+  note.contentType = contentType(Format::json);
+  link_->publish(note);
+}
+
+DeviceState Exporter::State::deviceState(bool isOnline) {
+  DeviceState state;
+  state.online = isOnline;
+  state.epoch = context_.epoch;
+  state.conflict = presence_.isConflict();
+  state.heartbeat = static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::milliseconds>(heartbeat).count());
+  state.interval = static_cast<std::uint64_t>(options_.interval.count());
+  state.time = realMilliseconds();
+  state.monotonic = monotonicMilliseconds();
+  state.version = "modelgate " MODELGATE_VERSION;
+  for (const auto& [port, server] : servers_) {
+    if (std::optional<ServerState> part = server->state()) {
+      state.servers.emplace(server->name(), std::move(*part));
+    }
+  }
+  return state;
+}
+
+Publication Exporter::State::statePublication(bool isOnline) {
+  Publication publication = retained(context_.topics.state(), encodeState(deviceState(isOnline)),
+                                     contentType(Format::json));
+  publication.expiry = stateExpiry;
+  return publication;
+}
+
+void Exporter::State::publishState() {
+  if (!areSettled_ || isStateQueued_) {
+    return;
+  }
+  isStateQueued_ = true;
+  isStateQueued_ = context_.outbox.pushRetained([this] {
+    isStateQueued_ = false;
+    return statePublication(true);
+  }) && isStateQueued_;
+}
+
+void Exporter::State::renewState() {
+  publishState();
+  stateTimer_ = loop_.after(stateRenewal, [this] { renewState(); });
+}
+
+void Exporter::State::checkReady(const DeviceState& seen) {
+  if (isReady_ || !areSettled_ || seen.servers != deviceState(true).servers) {
+    return;
+  }
+  isReady_ = true;
+  removeLeftovers();
+  if (options_.ready) {
+    options_.ready();
+  }
+}
+
+Exporter::Exporter(EventLoop& loop, ExporterOptions options)
+    : state_(std::make_unique<State>(loop, std::move(options))) {}
+
+Exporter::~Exporter() = default;
+
+void Exporter::start() {
+  state_->start();
+}
+
+void Exporter::finish(std::function<void()> done) {
+  state_->finish(std::move(done));
+}
+
+}  // namespace modelgate

@@ -1,0 +1,111 @@
+#include <algorithm>
+
+#include "gateway/exporter/exporter_state.h"
+#include "gateway/wire/limits.h"
+
+namespace modelgate {
+
+namespace {
+
+/// The port of a viewer's list of devices.
+constexpr std::string_view fleetPort = "Model_fleet";
+
+/// `text` as one line: control bytes become "?".
+std::string oneLine(std::string_view text) {
+  std::string line(text);
+  std::replace_if(
+      line.begin(), line.end(),
+      [](char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F; }, '?');
+  return line;
+}
+
+}  // namespace
+
+void Exporter::State::found(const std::string& port) {
+  if (isFinishing_) {
+    return;
+  }
+  if (const auto known = servers_.find(port); known != servers_.end()) {
+    known->second->retry();
+  } else if (canExport(port)) {
+    servers_.emplace(port, std::make_unique<ServerExport>(context_, port));
+  }
+}
+
+bool Exporter::State::canExport(const std::string& port) {
+  const std::string_view name = serverInTopics(port);
+  std::string_view reason;
+  if (port == fleetPort) {
+    reason = "it is a list of devices";
+  } else if (!isTopicLevel(name)) {
+    reason = "no topic can have its name";
+  } else if (std::any_of(servers_.begin(), servers_.end(),
+                         [name](const auto& server) { return server.second->name() == name; })) {
+    reason = "another server has its name in topics";
+  } else if (!makeSpace()) {
+    reason = "there are too many servers";
+  }
+  if (!reason.empty() && refusedPorts_.size() < maxServers && refusedPorts_.insert(port).second) {
+    log(oneLine(port) + " is not exported: " + std::string(reason), false);
+  }
+  return reason.empty();
+}
+
+/// Whether there is space for another server; one that has ended may go for it.
+bool Exporter::State::makeSpace() {
+  if (servers_.size() < maxServers) {
+    return true;
+  }
+  const auto ended = std::find_if(servers_.begin(), servers_.end(), [](const auto& server) {
+    return server.second->isSettled() && !server.second->isUp();
+  });
+  if (ended == servers_.end()) {
+    return false;
+  }
+  ended->second->removeAll();
+  servers_.erase(ended);
+  return true;
+}
+
+ServerExport* Exporter::State::find(std::string_view name) {
+  const auto found = std::find_if(servers_.begin(), servers_.end(), [name](const auto& server) {
+    return server.second->name() == name;
+  });
+  return found == servers_.end() ? nullptr : found->second.get();
+}
+
+void Exporter::State::serversChanged() {
+  if (isFinishing_ || !isStarted_) {
+    return;
+  }
+  areSettled_ |= std::all_of(servers_.begin(), servers_.end(),
+                             [](const auto& server) { return server.second->isSettled(); });
+  publishState();
+}
+
+/// Notes what an earlier process has published.
+void Exporter::State::takeLeftovers(const DeviceState& state) {
+  for (const auto& [name, server] : state.servers) {
+    leftovers_[name] = server.pages.size();
+  }
+  if (isReady_) {
+    removeLeftovers();
+  }
+}
+
+/// Removes the pages of an earlier process that nothing has replaced.
+void Exporter::State::removeLeftovers() {
+  for (const auto& [name, pages] : leftovers_) {
+    if (ServerExport* server = find(name)) {
+      server->removePages(pages);
+      continue;
+    }
+    for (std::size_t page = 0; page < pages; ++page) {
+      context_.outbox.pushRetained(
+          [topic = context_.topics.shape(name, page)] { return retained(topic, {}); });
+    }
+  }
+  leftovers_.clear();
+}
+
+}  // namespace modelgate

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "gateway/exporter/export_context.h"
+#include "gateway/exporter/exporter.h"
+#include "gateway/exporter/presence.h"
+#include "gateway/exporter/request_handler.h"
+#include "gateway/exporter/server_discovery.h"
+#include "gateway/exporter/server_export.h"
+
+namespace modelgate {
+
+/// The exporter: connects the servers, the requests and the broker. On the loop's thread.
+struct Exporter::State {
+  using Clock = std::chrono::steady_clock;
+
+  State(EventLoop& loop, ExporterOptions options);
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  void start();
+  void finish(std::function<void()> done);
+
+ private:
+  // Servers (exporter_servers.cpp).
+  void found(const std::string& port);
+  [[nodiscard]] bool canExport(const std::string& port);
+  [[nodiscard]] bool makeSpace();
+  [[nodiscard]] ServerExport* find(std::string_view name);
+  void serversChanged();
+  void takeLeftovers(const DeviceState& state);
+  void removeLeftovers();
+
+  // The broker (exporter.cpp).
+  void makeLink();
+  void changeLink();
+  [[nodiscard]] bool canPublish() const;
+  [[nodiscard]] BrokerLink::Handlers handlers();
+  void connected();
+  void disconnected(std::string_view reason, bool takenOver);
+  void handle(const Message& message);
+  void seenState(const Message& message);
+  void seenNote(const Message& message);
+  void sendNote();
+  void flush();
+  /// Does what follows from an event of `presence_`.
+  void followPresence();
+
+  // The device's state (exporter.cpp).
+  [[nodiscard]] DeviceState deviceState(bool isOnline);
+  [[nodiscard]] Publication statePublication(bool isOnline);
+  void publishState();
+  void renewState();
+  void checkReady(const DeviceState& seen);
+
+  void post(std::function<void()> action);
+  void log(std::string_view line, bool detail) const;
+
+  EventLoop& loop_;
+  ExporterOptions options_;
+  ExportContext context_;
+  Presence presence_;
+  RequestHandler requests_;
+  ServerDiscovery discovery_;
+
+  bool isStarted_ = false;
+  bool isFinishing_ = false;
+  bool isReady_ = false;
+  bool areSettled_ = false;     ///< whether the servers at the start have been read
+  bool isStateQueued_ = false;  ///< whether it is in the outbox
+  bool isWorkingLink_ = false;  ///< whether `link_` has the client id of the device
+  bool wasConflict_ = false;    ///< as it is in the state
+  /// Before a wrong state at the broker is replaced.
+  Clock::duration correction_ = std::chrono::seconds(1);
+
+  /// The servers of the state that an earlier process has left, with their numbers of pages.
+  std::map<std::string, std::size_t> leftovers_;
+  std::set<std::string> refusedPorts_;  ///< that have been logged
+  EventLoop::Timer settleTimer_;
+  EventLoop::Timer stateTimer_;
+  EventLoop::Timer correctionTimer_;
+  EventLoop::Timer presenceTimer_;
+
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  std::unique_ptr<BrokerLink> link_;
+  /// By port. The last member: their threads end first.
+  std::map<std::string, std::unique_ptr<ServerExport>> servers_;
+};
+
+}  // namespace modelgate

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "gateway/exporter/export_context.h"
+#include "gateway/exporter/reply_memory.h"
+#include "gateway/exporter/server_export.h"
+#include "gateway/link/broker_link.h"
+#include "gateway/wire/request.h"
+
+namespace modelgate {
+
+/// Carries out the requests that arrive at the topics `req/V/U`, and replies to them. What is no
+/// request, or has no proper response topic, is dropped. For the loop's thread.
+class RequestHandler {
+ public:
+  using FindServer = std::function<ServerExport*(std::string_view name)>;
+
+  /// `find` gives the server S, or null if it is not exported.
+  RequestHandler(ExportContext& context, FindServer find)
+      : context_(context), find_(std::move(find)) {}
+  RequestHandler(const RequestHandler&) = delete;
+  RequestHandler& operator=(const RequestHandler&) = delete;
+
+  /// `rest` is what follows "req/" in the topic.
+  void handle(std::string_view rest, const Message& message);
+
+ private:
+  /// Where the reply goes.
+  struct Requester {
+    Format format = Format::cbor;
+    Verb verb = Verb::get;
+    std::string responseTopic;
+    std::string correlation;
+  };
+
+  [[nodiscard]] bool isOwnResponseTopic(std::string_view topic, std::string_view user) const;
+  void carryOut(const Requester& requester, const Request& request);
+  void carryOut(const Requester& requester, const Request& request, ServerExport& server,
+                Position position);
+  void lease(const Requester& requester, ServerExport& server, Position position);
+  void sync(const Requester& requester, const Request& request, ServerExport& server,
+            Position position);
+  void pass(const Requester& requester, const Request& request, ServerExport& server,
+            Position position);
+  /// Empty if the store is allowed; else why it is not.
+  [[nodiscard]] std::optional<Reply> checkStore(const Request& request, const ServerExport& server,
+                                                Position position) const;
+  [[nodiscard]] std::chrono::steady_clock::time_point lastMoment(const Request& request) const;
+
+  void reply(const Requester& requester, ModelSrv::ModelRes result, std::string reason = {});
+  void reply(const Requester& requester, Reply reply);
+
+  ExportContext& context_;
+  FindServer find_;
+  ReplyMemory memory_;
+};
+
+}  // namespace modelgate

@@ -1,0 +1,198 @@
+#include <algorithm>
+#include <utility>
+
+#include "gateway/exporter/server_export.h"
+
+namespace modelgate {
+
+namespace {
+
+/// The values of a batch end with the one that exceeds that many bytes.
+constexpr std::size_t batchSize = std::size_t{128} * 1024;
+
+}  // namespace
+
+void ServerExport::publishPage(std::size_t page) {
+  context_.outbox.pushRetained([this, page, alive = std::weak_ptr(alive_),
+                                tree = std::weak_ptr(tree_)]() -> std::optional<Publication> {
+    const std::shared_ptr<ServedTree> current = tree.lock();
+    if (alive.expired() || current == nullptr || current != tree_) {
+      return std::nullopt;  // Newer pages follow.
+    }
+    return retained(context_.topics.shape(name_, page), current->pages[page],
+                    contentType(Format::cbor));
+  });
+}
+
+/// Publishes the pages that differ from those with the hashes `before`, or all if it is null.
+void ServerExport::publishPages(const std::vector<std::string>* before) {
+  const std::vector<std::string>& hashes = tree_->hashes;
+  for (std::size_t page = 0; page < hashes.size(); ++page) {
+    if (before == nullptr || page >= before->size() || (*before)[page] != hashes[page]) {
+      publishPage(page);
+    }
+  }
+}
+
+void ServerExport::removePages(std::size_t count) {
+  for (std::size_t page = 0; page < std::min(count, maxPages); ++page) {
+    leftTopics_.insert(context_.topics.shape(name_, page));
+  }
+  removeLeftTopics();
+}
+
+void ServerExport::removeAll() {
+  noteTopics();
+  tree_.reset();
+  json_.reset();
+  pages_.reset();
+  removeLeftTopics();
+}
+
+/// Adds what is published of the present tree to `leftTopics_`.
+void ServerExport::noteTopics() {
+  for (std::size_t page = 0; tree_ != nullptr && page < tree_->pages.size(); ++page) {
+    leftTopics_.insert(context_.topics.shape(name_, page));
+  }
+  for (std::size_t page = 0; pages_ && page < pages_->count(); ++page) {
+    leftTopics_.insert(context_.topics.values(name_, page));
+  }
+  for (const std::string& topic : json_ ? json_->topics() : std::vector<std::string>()) {
+    leftTopics_.insert(topic);
+  }
+}
+
+/// Removes from the broker what the present tree does not publish.
+void ServerExport::removeLeftTopics() {
+  const std::set<std::string> left = std::exchange(leftTopics_, {});
+  noteTopics();
+  const std::set<std::string> present = std::exchange(leftTopics_, {});
+  for (const std::string& topic : left) {
+    const bool isRemoved = present.count(topic) > 0 ||
+                           context_.outbox.pushRetained([topic] { return retained(topic, {}); });
+    if (!isRemoved) {
+      leftTopics_.insert(topic);  // Without a connection: later.
+    }
+  }
+}
+
+void ServerExport::publishRetained() {
+  removeLeftTopics();
+  if (tree_ == nullptr) {
+    return;
+  }
+  publishPages(nullptr);
+  json_->changeAll();
+  if (pages_) {
+    pages_->changeAll();
+  }
+  flush();
+}
+
+void ServerExport::flush() {
+  if (tree_ == nullptr) {
+    return;
+  }
+  const Clock::time_point now = Clock::now();
+  if (leases_.expire(now)) {
+    updateCover();
+  }
+  while (context_.outbox.pump() && flushOne(now)) {
+  }
+  schedule(now);
+}
+
+/// Publishes one message if one is due.
+bool ServerExport::flushOne(Clock::time_point now) {
+  if (!syncs_.empty()) {
+    PendingSync sync = std::move(syncs_.front());
+    syncs_.pop_front();
+    sendSync(sync);
+    if (!sync.job.isComplete()) {
+      syncs_.push_back(std::move(sync));
+    }
+    return true;
+  }
+  if (isBatchDue(now)) {
+    sendBatch(now);
+    return true;
+  }
+  if (const std::optional<Publication> json = json_->take(now)) {
+    context_.outbox.publish(*json);
+    return true;
+  }
+  if (const auto page = pages_ ? pages_->take(now, sequences_.sequence()) : std::nullopt) {
+    context_.outbox.publish(retained(context_.topics.values(name_, page->number), page->payload,
+                                     contentType(Format::cbor)));
+    return true;
+  }
+  return false;
+}
+
+void ServerExport::sendSync(PendingSync& sync) {
+  Batch batch = sync.job.next(sequences_);
+  batch.time = realMilliseconds();
+  batch.monotonic = monotonicMilliseconds();
+  sync.send(std::move(batch), !sync.job.isComplete());
+}
+
+bool ServerExport::isBatchDue(Clock::time_point now) const {
+  return (sequences_.isPending() && (isBatchOpen_ || nextBatch_ <= now)) ||
+         (sequences_.isCovering() && nextHeartbeat_ <= now);
+}
+
+void ServerExport::sendBatch(Clock::time_point now) {
+  const SequenceTable::Numbers numbers = sequences_.beginBatch();
+  Batch batch;
+  batch.epoch = context_.epoch;
+  batch.shape = shape_;
+  batch.sequence = numbers.sequence;
+  batch.previous = numbers.previous;
+  batch.time = realMilliseconds();
+  batch.monotonic = monotonicMilliseconds(now);
+  std::size_t size = 0;
+  while (sequences_.isPending() && size < batchSize) {
+    const std::size_t first = batch.values.size();
+    tree_->values.read(sequences_.take(), batch.values);
+    for (std::size_t i = first; i < batch.values.size(); ++i) {
+      size += encodedSize(batch.values[i]);
+    }
+  }
+  Publication publication;
+  publication.topic = context_.topics.updates(name_);
+  publication.payload = encodeBatch(batch);
+  publication.contentType = contentType(Format::cbor);
+  context_.outbox.publish(publication);
+  isBatchOpen_ = sequences_.isPending();
+  nextBatch_ = now + context_.interval;
+  nextHeartbeat_ = now + heartbeat;
+}
+
+void ServerExport::schedule(Clock::time_point now) {
+  Clock::time_point next = leases_.deadline().value_or(Clock::time_point::max());
+  // Without capacity the outbox flushes when there is some.
+  if (context_.outbox.hasCapacity()) {
+    const auto consider = [&next](std::optional<Clock::time_point> time) {
+      next = std::min(next, time.value_or(Clock::time_point::max()));
+    };
+    if (sequences_.isPending()) {
+      consider(nextBatch_);
+    }
+    if (sequences_.isCovering()) {
+      consider(nextHeartbeat_);
+    }
+    consider(json_->deadline());
+    consider(pages_ ? pages_->deadline() : std::nullopt);
+  }
+  if (next == timerAt_) {
+    return;
+  }
+  timerAt_ = next;
+  timer_ = next == Clock::time_point::max() ? EventLoop::Timer()
+                                            : context_.loop.at(std::max(next, now), [this] {
+                                                timerAt_ = Clock::time_point::max();
+                                                flush();
+                                              });
+}
+
+}  // namespace modelgate
