@@ -182,7 +182,7 @@ std::optional<Error> HostTree::publish(ModelSrv::ModelRoot& root) {
   for (Node* node : {&host_, &cpu_, &memory_, &disk_, &net_, &processes_, &settings_}) {
     const ModelSrv::ModelRes result = root.add(node);
     if (result != ModelSrv::ModelRes_Success) {
-      return Error{node->name() + ": " + ModelSrv::describe(result)};
+      return Error{std::string(node->name()) + ": " + ModelSrv::describe(result)};
     }
   }
   return std::nullopt;

@@ -167,7 +167,9 @@ void DepartedIds::add(const Ids& ids, const ModelPart& child) {
   while (!parts.empty()) {
     auto [ofParent, part] = std::move(parts.back());
     parts.pop_back();
-    count_ += nodes_[ofParent].insert_or_assign(part->id(), Departed{part->name(), reload_}).second
+    count_ += nodes_[ofParent]
+                      .insert_or_assign(part->id(), Departed{std::string(part->name()), reload_})
+                      .second
                   ? 1
                   : 0;
     if (const auto* node = dynamic_cast<const ModelNode*>(part)) {

@@ -68,7 +68,7 @@ void readElements(ModelPart& part, StoredPart& value) {
 StoredPart storedPartOf(const ModelPart& part, const ModelSrv::PartDescription& description) {
   StoredPart value;
   for (const ModelPart* at = &part; at->parent() != nullptr; at = at->parent()) {
-    value.levels.push_back({at->id(), at->name()});
+    value.levels.push_back({at->id(), std::string(at->name())});
   }
   std::reverse(value.levels.begin(), value.levels.end());
   value.type = description.type;

@@ -49,7 +49,7 @@ std::optional<Error> SyntheticTree::publish(ModelSrv::ModelRoot& root) {
   for (ModelSrv::ModelNode& group : groups_) {
     const ModelSrv::ModelRes result = root.add(&group);
     if (result != ModelSrv::ModelRes_Success) {
-      return Error{group.name() + ": " + ModelSrv::describe(result)};
+      return Error{std::string(group.name()) + ": " + ModelSrv::describe(result)};
     }
   }
   return std::nullopt;

@@ -36,7 +36,7 @@ class HostTreeParts : public testing::Test {
   std::vector<std::string> names(const char* node) {
     std::vector<std::string> names;
     for (ModelPart* child : dynamic_cast<ModelNode&>(*find({node})).children()) {
-      names.push_back(child->name());
+      names.emplace_back(child->name());
     }
     return names;
   }

@@ -35,7 +35,8 @@ class IdsOfNames : public PublishedTrees {
   std::string children() {
     std::string text;
     for (const ModelSrv::ModelPart* part : node().children()) {
-      text += (text.empty() ? "" : " ") + part->name() + "=" + std::to_string(part->id());
+      text +=
+          (text.empty() ? "" : " ") + std::string(part->name()) + "=" + std::to_string(part->id());
     }
     return text;
   }

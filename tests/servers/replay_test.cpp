@@ -100,7 +100,7 @@ class Replayed : public testing::Test {
   [[nodiscard]] static std::vector<std::string> names(const ModelNode& node) {
     std::vector<std::string> all;
     for (const ModelPart* child : node.children()) {
-      all.push_back(std::to_string(child->id()) + ":" + child->name());
+      all.push_back(std::to_string(child->id()) + ":" + std::string(child->name()));
     }
     return all;
   }

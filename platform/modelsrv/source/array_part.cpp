@@ -51,11 +51,9 @@ class ElementTexts {
 }  // namespace
 
 template <typename T>
-ArrayPart<T>::ArrayPart(ModelPartId id, std::string name, std::vector<T> initial,
+ArrayPart<T>::ArrayPart(ModelPartId id, std::string_view name, std::vector<T> initial,
                         std::vector<std::string> names, ModelPartStatus status)
-    : ModelPart(id, std::move(name), status),
-      values_(std::move(initial)),
-      names_(std::move(names)) {
+    : ModelPart(id, name, status), values_(std::move(initial)), names_(std::move(names)) {
   values_.resize(std::clamp<std::size_t>(values_.size(), 1, ModelPartElements_Max));
   for (std::size_t i = 0; i < values_.size(); ++i) {
     if (internal::isTooLarge<T>(values_[i])) {

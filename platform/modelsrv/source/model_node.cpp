@@ -32,7 +32,7 @@ bool ModelNode::mayBeChild(ModelPart& part) {
   return part.asRoot() == nullptr && (part.id_ <= ModelPartId_Max || part.id_ == ModelPartId_Void);
 }
 
-ModelNode::ModelNode(ModelPartId id, std::string name) : ModelPart(id, std::move(name)) {
+ModelNode::ModelNode(ModelPartId id, std::string_view name) : ModelPart(id, name) {
   isNode_ = true;
 }
 
@@ -236,17 +236,25 @@ void ModelNode::release(ModelPart& part, const std::vector<ModelPart*>& descenda
     if (root != nullptr && root->client_ != nullptr) {
       root->client_->partDetached(leaving);
     }
-    if (root != nullptr && leaving.subscribers_ != nullptr) {
-      leaving.subscribers_->partLeft(leaving, *this, root->sleepingSessions_);
+    if (leaving.extras_ != nullptr) {
+      endSubscriptions(leaving, root);
     }
-    leaving.subscribers_.reset();
-    internal::PartAccess::reportWatched(leaving, false);
     leaving.treeManager_.store(nullptr, std::memory_order_release);
   };
   leave(part);
   for (ModelPart* const descendant : descendants) {
     leave(*descendant);
   }
+}
+
+/// `part` has left the tree of `root`.
+void ModelNode::endSubscriptions(ModelPart& part, const ModelRoot* root) const {
+  internal::PartAccess::removeSubscriber(part, [&](internal::PartSubscribers& subscribers) {
+    if (root != nullptr) {
+      subscribers.partLeft(part, *this, root->sleepingSessions_);
+    }
+    subscribers.endSubscriptions();
+  });
 }
 
 ModelPart* ModelNode::findChild(ModelPartId id) const {

@@ -1,6 +1,5 @@
 #include "modelsrv/model_part.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "modelsrv/model_root.h"
@@ -10,23 +9,19 @@
 #include "modelsrv/source/line_text.h"
 #include "modelsrv/source/out_of_memory.h"
 #include "modelsrv/source/part_access.h"
+#include "modelsrv/source/part_extras.h"
 #include "modelsrv/source/server_side.h"
-#include "modelsrv/source/subscription.h"
 #include "modelsrv/source/tree_lock.h"
 #include "modelsrv/source/watch_registry.h"
 
 namespace ModelSrv {
 
+using internal::PartAccess;
 using internal::ResolvedChain;
 using internal::TreeLock;
 using internal::withMemoryResult;
 
 namespace {
-
-std::string truncated(std::string name) {
-  name.resize(std::min(name.size(), ModelName_Max));
-  return name;
-}
 
 /// Reads the rest of `text`. The view is valid until the stream changes.
 std::string_view takeRest(std::istringstream& text) {
@@ -46,12 +41,12 @@ bool isInTreeOf(const ModelPart& part, const ResolvedChain& resolved, const Mode
 
 }  // namespace
 
-ModelPart::ModelPart(ModelPartId id, std::string name, ModelPartStatus status)
-    : name_(truncated(std::move(name))), id_(id), status_(status) {}
+ModelPart::ModelPart(ModelPartId id, std::string_view name, ModelPartStatus status)
+    : name_(name), id_(id), status_(status) {}
 
 ModelPart::~ModelPart() {
   detach();
-  if (watchHandler_ != nullptr) {
+  if (extras_ != nullptr && extras_->watchHandler != nullptr) {
     --internal::WatchCounts::handlers;
   }
 }
@@ -150,9 +145,12 @@ ModelRes ModelPart::setAttributes(PartAttributes attributes) {
   return withMemoryResult([&] {
     const ModelRes result = checkLimits(attributes);
     if (result == ModelRes_Success) {
-      const bool any = attributes != PartAttributes();
-      attributes_ =
-          any ? std::make_unique<const internal::StatedAttributes>(std::move(attributes)) : nullptr;
+      if (attributes != PartAttributes()) {
+        auto stated = std::make_unique<const internal::StatedAttributes>(std::move(attributes));
+        PartAccess::makeExtras(*this).attributes = std::move(stated);
+      } else if (extras_ != nullptr) {
+        extras_->attributes = nullptr;
+      }
     }
     return result;
   });
@@ -160,7 +158,7 @@ ModelRes ModelPart::setAttributes(PartAttributes attributes) {
 
 PartAttributes ModelPart::attributes() const {
   const TreeLock lock(*this);
-  const PartAttributes* const stated = attributes_.get();
+  const PartAttributes* const stated = PartAccess::attributes(*this);
   return stated != nullptr ? *stated : PartAttributes();
 }
 
@@ -235,20 +233,26 @@ void ModelPart::setSubscribable(bool subscribable) {
 
 bool ModelPart::isWatched() const {
   const TreeLock lock(*this);
-  return subscribers_ != nullptr || internal::isInWatchedSubtree(*this);
+  return PartAccess::subscribersOf(*this) != nullptr || internal::isInWatchedSubtree(*this);
 }
 
 void ModelPart::setWatchHandler(std::function<void(bool watched)> handler) {
   const TreeLock lock(*this);
-  const bool had = watchHandler_ != nullptr;
-  watchHandler_ =
-      handler ? std::make_shared<const std::function<void(bool)>>(std::move(handler)) : nullptr;
-  if (watchHandler_ != nullptr && !had) {
+  const bool had = PartAccess::hasWatchHandler(*this);
+  if (handler) {
+    auto shared = std::make_shared<const std::function<void(bool)>>(std::move(handler));
+    PartAccess::makeExtras(*this).watchHandler = std::move(shared);
+  } else if (had) {
+    extras_->watchHandler = nullptr;
+  }
+  const bool has = PartAccess::hasWatchHandler(*this);
+  if (has && !had) {
     ++internal::WatchCounts::handlers;
-  } else if (watchHandler_ == nullptr && had) {
+  } else if (!has && had) {
     --internal::WatchCounts::handlers;
   }
-  watchReported_ = subscribers_ != nullptr || internal::isInWatchedSubtree(*this);
+  watchReported_ =
+      PartAccess::subscribersOf(*this) != nullptr || internal::isInWatchedSubtree(*this);
 }
 
 ModelNode* ModelPart::parent() const {
@@ -293,8 +297,8 @@ ModelRes ModelPart::checkLimits(const PartAttributes& attributes) const {
 
 void ModelPart::notifySubscribers(ModelPartIndex index) {
   TreeLock::assertHeld(*this);
-  if (subscribers_ != nullptr) {
-    subscribers_->notify(*this, index);
+  if (extras_ != nullptr) {
+    extras_->subscribers.notify(*this, index);
   }
   if (internal::WatchCounts::anySubtree()) {
     internal::notifySubtreeWatches(*this, index);

@@ -7,19 +7,10 @@
 #include <vector>
 
 #include "modelsrv/model_root.h"
-#include "modelsrv/part_description.h"
-#include "modelsrv/source/subscription.h"
+#include "modelsrv/source/part_extras.h"
 #include "modelsrv/source/watch_registry.h"
 
 namespace ModelSrv::internal {
-
-/// What was set with `ModelPart::setAttributes`.
-struct StatedAttributes : PartAttributes {
-  explicit StatedAttributes(PartAttributes&& attributes) : PartAttributes(std::move(attributes)) {}
-
-  /// The `StoreLimits` of them, once a client has stored something: see `limitsOf`.
-  mutable std::shared_ptr<const void> limits;
-};
 
 /// Gives the library access to the protected and private members of a part. The client mutex
 /// must be held if the part is in the tree of a root.
@@ -37,7 +28,7 @@ struct PartAccess {
   }
   static std::string_view typeName(const ModelPart& part) { return part.typeName(); }
   static const StatedAttributes* attributes(const ModelPart& part) {
-    return part.attributes_.get();
+    return part.extras_ != nullptr ? part.extras_->attributes.get() : nullptr;
   }
   /// The part as a node whose children are published now, or null.
   static const ModelNode* asNode(ModelPart& part) {
@@ -101,24 +92,58 @@ struct PartAccess {
   static bool hasSleeping(const ModelPart& part) { return part.hasSleeping_; }
   static void setHasSleeping(ModelPart& part) { part.hasSleeping_ = true; }
   static bool subscribable(const ModelPart& part) { return part.subscribable_; }
-  static bool hasWatchHandler(const ModelPart& part) { return part.watchHandler_ != nullptr; }
+  static bool hasWatchHandler(const ModelPart& part) {
+    return part.extras_ != nullptr && part.extras_->watchHandler != nullptr;
+  }
   /// To be called before the first subscription or watch begins and after the last one has ended.
   /// Calls the watch handler if that makes a difference to it.
   static void reportWatched(ModelPart& part, bool watched) {
-    const auto handler = part.watchHandler_;
-    if (handler == nullptr || part.watchReported_ == watched ||
-        (!watched && (part.subscribers_ != nullptr || isInWatchedSubtree(part)))) {
+    if (!hasWatchHandler(part) || part.watchReported_ == watched ||
+        (!watched && (subscribersOf(part) != nullptr || isInWatchedSubtree(part)))) {
       return;
     }
+    const auto handler = part.extras_->watchHandler;
     (*handler)(watched);
     part.watchReported_ = watched;
   }
-  static std::unique_ptr<PartSubscribers>& subscribers(ModelPart& part) {
-    return part.subscribers_;
-  }
   /// Null if there are none.
-  static const PartSubscribers* subscribersOf(const ModelPart& part) {
-    return part.subscribers_.get();
+  static PartSubscribers* subscribersOf(const ModelPart& part) {
+    PartExtras* const extras = part.extras_.get();
+    return extras != nullptr && !extras->subscribers.isEmpty() ? &extras->subscribers : nullptr;
+  }
+  /// Those of the part, made if it has none. May throw `std::bad_alloc`.
+  static PartExtras& makeExtras(ModelPart& part) {
+    if (part.extras_ == nullptr) {
+      part.extras_ = std::make_unique<PartExtras>();
+    }
+    return *part.extras_;
+  }
+  /// Calls the watch handler, if it is the first one, and then `add(subscribers)`. If that throws,
+  /// nothing has changed but what watch handlers were called.
+  template <typename Add>
+  static void addSubscriber(ModelPart& part, Add add) {
+    try {
+      reportWatched(part, true);
+      add(makeExtras(part).subscribers);
+    } catch (...) {
+      reportWatched(part, false);
+      freeEmptyExtras(part);
+      throw;
+    }
+  }
+  /// Calls `remove(subscribers)`, and then the watch handler if that was the last one.
+  template <typename Remove>
+  static void removeSubscriber(ModelPart& part, Remove remove) {
+    if (PartSubscribers* const subscribers = subscribersOf(part)) {
+      remove(*subscribers);
+    }
+    reportWatched(part, false);
+    freeEmptyExtras(part);
+  }
+  static void freeEmptyExtras(ModelPart& part) {
+    if (part.extras_ != nullptr && part.extras_->isEmpty()) {
+      part.extras_ = nullptr;
+    }
   }
 };
 

@@ -88,21 +88,9 @@ void ServerWatch::waitAt(ChainView chain) {
 
 /// If it throws, nothing has changed but what watch handlers were called.
 void ServerWatch::enlist(ModelPart& top) {
-  auto& subscribers = PartAccess::subscribers(top);
-  auto created = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
-  (created != nullptr ? created : subscribers)->addWatch(*this);
-  try {
-    // The first walk does it for the parts below, a few in each dispatch.
-    PartAccess::reportWatched(top, true);
-  } catch (...) {
-    if (created == nullptr) {
-      subscribers->removeWatch(*this);
-    }
-    throw;
-  }
-  if (created != nullptr) {
-    subscribers = std::move(created);
-  }
+  // The first walk reports the parts below as watched, a few in each dispatch.
+  PartAccess::addSubscriber(top,
+                            [this](PartSubscribers& subscribers) { subscribers.addWatch(*this); });
   top_ = &top;
   ++WatchCounts::watches;
   if (terms_.subtree) {
@@ -112,13 +100,9 @@ void ServerWatch::enlist(ModelPart& top) {
 
 void ServerWatch::delist() {
   ModelPart& top = *std::exchange(top_, nullptr);
-  auto& subscribers = PartAccess::subscribers(top);
-  subscribers->removeWatch(*this);
-  if (subscribers->isEmpty()) {
-    subscribers.reset();
-  }
   --WatchCounts::watches;
-  PartAccess::reportWatched(top, false);
+  PartAccess::removeSubscriber(
+      top, [this](PartSubscribers& subscribers) { subscribers.removeWatch(*this); });
   if (!terms_.subtree) {
     return;
   }

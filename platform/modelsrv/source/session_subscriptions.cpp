@@ -14,12 +14,9 @@ namespace ModelSrv::internal {
 namespace {
 
 void removeFromPart(const Subscription& subscription) {
-  std::unique_ptr<PartSubscribers>& subscribers = PartAccess::subscribers(subscription.part());
-  subscribers->remove(subscription);
-  if (subscribers->isEmpty()) {
-    subscribers.reset();
-    PartAccess::reportWatched(subscription.part(), false);
-  }
+  PartAccess::removeSubscriber(subscription.part(), [&subscription](PartSubscribers& subscribers) {
+    subscribers.remove(subscription);
+  });
 }
 
 }  // namespace
@@ -94,13 +91,9 @@ Subscription& SessionSubscriptions::subscribe(ModelPart& part, AddIndices addInd
 
 /// If this throws, nothing has changed.
 void SessionSubscriptions::registerWithPart(Subscription& subscription) {
-  auto& subscribers = PartAccess::subscribers(subscription.part());
-  auto created = subscribers == nullptr ? std::make_unique<PartSubscribers>() : nullptr;
-  (created != nullptr ? created : subscribers)->add(subscription);
-  if (created != nullptr) {
-    PartAccess::reportWatched(subscription.part(), true);
-    subscribers = std::move(created);
-  }
+  PartAccess::addSubscriber(subscription.part(), [&subscription](PartSubscribers& subscribers) {
+    subscribers.add(subscription);
+  });
   ++lastSerial_;
 }
 

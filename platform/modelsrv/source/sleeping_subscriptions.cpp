@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "modelsrv/source/part_access.h"
@@ -12,7 +13,7 @@ namespace ModelSrv::internal {
 
 namespace {
 
-void appendName(std::string& names, const std::string& name) {
+void appendName(std::string& names, std::string_view name) {
   static_assert(ModelName_Max <= 0xFFFF);
   names += static_cast<char>(name.size() >> 8U);
   names += static_cast<char>(name.size() & 0xFFU);

@@ -108,8 +108,8 @@ void Subscription::clearPending(ModelPartIndex index) {
   --pendingCount_;
 }
 
-PartSubscribers::~PartSubscribers() {
-  for (Subscription* subscription : subscriptions_) {
+void PartSubscribers::endSubscriptions() {
+  for (Subscription* subscription : std::exchange(subscriptions_, {})) {
     subscription->owner().partRemoved(*subscription);
   }
 }

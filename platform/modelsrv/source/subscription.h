@@ -81,13 +81,12 @@ class Subscription {
   std::vector<std::uint64_t> elementsPending_;
 };
 
-/// The clients that subscribed to one part, and the watches that begin there. A part has this
-/// object only while there is at least one; its destructor ends the subscriptions. Guarded by the
-/// client mutex.
+/// The clients that subscribed to one part, and the watches that begin there. The destructor ends
+/// the subscriptions. Guarded by the client mutex.
 class PartSubscribers {
  public:
   PartSubscribers() = default;
-  ~PartSubscribers();
+  ~PartSubscribers() { endSubscriptions(); }
   PartSubscribers(const PartSubscribers&) = delete;
   PartSubscribers& operator=(const PartSubscribers&) = delete;
 
@@ -128,6 +127,7 @@ class PartSubscribers {
   /// closed.
   void partLeft(ModelPart& part, const ModelPart& formerParent,
                 const std::shared_ptr<SleepingSessions>& sleeping);
+  void endSubscriptions();
 
  private:
   static bool watchesSubtree(const ServerWatch& watch);

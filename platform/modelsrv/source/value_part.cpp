@@ -12,8 +12,8 @@ using internal::Parsed;
 using internal::TreeLock;
 
 template <typename T>
-ValuePart<T>::ValuePart(ModelPartId id, std::string name, T initial, ModelPartStatus status)
-    : ModelPart(id, std::move(name), status), value_(internal::truncated(std::move(initial))) {}
+ValuePart<T>::ValuePart(ModelPartId id, std::string_view name, T initial, ModelPartStatus status)
+    : ModelPart(id, name, status), value_(internal::truncated(std::move(initial))) {}
 
 template <typename T>
 ValuePart<T>::~ValuePart() {

@@ -71,7 +71,7 @@ TEST(OutOfMemory, IsAResultOfEveryRequest) {
 
 bool hasSubscribers(Server& server) {
   const std::lock_guard lock(server.manager.clientMutex);
-  return internal::PartAccess::subscribers(server.speed) != nullptr;
+  return internal::PartAccess::subscribersOf(server.speed) != nullptr;
 }
 
 TEST(OutOfMemory, LeavesASubscriptionOnBothSidesOrOnNone) {

@@ -28,7 +28,7 @@ class PendingChanges : public testing::Test {
     while (!values_.isEmpty()) {
       const PendingValues::Change change = values_.first();
       const bool isElement = change.index != ModelPartIndex_All;
-      lines.push_back(change.part->name() +
+      lines.push_back(std::string(change.part->name()) +
                       (isElement ? "[" + std::to_string(change.index) + "]" : "") + " x" +
                       std::to_string(change.count));
       values_.pop(restsUntil);

@@ -243,7 +243,7 @@ class WatchSchedule {
   void collect(ModelPart& part, const Chain& chain, std::map<Chain, std::string>& parts) {
     std::ostringstream text;
     static_cast<void>(part.save(text, ModelPartIndex_All));
-    parts[chain] = part.name() + "=" + text.str();
+    parts[chain] = std::string(part.name()) + "=" + text.str();
     if (auto* const node = dynamic_cast<ModelNode*>(&part)) {
       for (ModelPart* const child : node->children()) {
         Chain below(chain);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <string>
+#include <string_view>
 #include <vector>
 
 #include "modelsrv/model_part.h"
@@ -14,7 +14,7 @@ namespace ModelSrv {
 /// may be added to and removed from a served tree on any thread.
 class KRV_EXPORT ModelNode : public ModelPart {
  public:
-  explicit ModelNode(ModelPartId id = ModelPartId_Void, std::string name = {});
+  explicit ModelNode(ModelPartId id = ModelPartId_Void, std::string_view name = {});
 
   /// Leaves the children without a parent.
   ~ModelNode() override;
@@ -80,6 +80,7 @@ class KRV_EXPORT ModelNode : public ModelPart {
   [[nodiscard]] std::vector<ModelPart*> descendantsInTree(const ModelPart& part) const;
   void attach(ModelPart& part, const std::vector<ModelPart*>& descendants);
   void release(ModelPart& part, const std::vector<ModelPart*>& descendants);
+  void endSubscriptions(ModelPart& part, const ModelRoot* root) const;
   [[nodiscard]] static bool mayBeChild(ModelPart& part);
   [[nodiscard]] ModelRes sortByIdAsChildren(const std::vector<ModelPart*>& parts,
                                             std::vector<ModelPart*>& byId) const;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kstd/export.h"
+#include "modelsrv/part_name.h"
 #include "modelsrv/result.h"
 
 namespace EvtSrv {
@@ -55,8 +56,7 @@ inline constexpr std::size_t ModelDepth_Max = 4096;
 
 namespace internal {
 struct PartAccess;
-class PartSubscribers;
-struct StatedAttributes;
+struct PartExtras;
 class TreeLock;
 }  // namespace internal
 
@@ -78,7 +78,7 @@ class KRV_EXPORT ModelPart {
  public:
   /// `id` must be at most `ModelPartId_Max` for a part that is published. `name` may be empty
   /// and need not be unique. It is truncated to `ModelName_Max` bytes.
-  explicit ModelPart(ModelPartId id = ModelPartId_Void, std::string name = {},
+  explicit ModelPart(ModelPartId id = ModelPartId_Void, std::string_view name = {},
                      ModelPartStatus status = ModelPartStatus_Void);
   virtual ~ModelPart();
   ModelPart(const ModelPart&) = delete;
@@ -171,8 +171,8 @@ class KRV_EXPORT ModelPart {
   /// connection to the server is lost the subscription ends all the same.
   ModelRes unsubscribeToServer(ModelRoot* root);
 
-  /// The name given at construction.
-  [[nodiscard]] const std::string& name() const { return name_; }
+  /// The name given at construction. Valid as long as the part.
+  [[nodiscard]] std::string_view name() const { return name_.view(); }
 
   /// The id given at construction.
   [[nodiscard]] ModelPartId id() const { return id_; }
@@ -272,12 +272,8 @@ class KRV_EXPORT ModelPart {
   /// Sets `reason` to `stated` or, if that is empty, to the text of `result`, which is no success.
   static void setReason(ModelRes result, std::string stated, std::string& reason);
 
-  // Constant after construction.
-  const std::string name_;
-  const ModelPartId id_;
-  const ModelPartStatus status_;
-  /// Whether this is a `ModelNode`, whatever `asNode` returns.
-  bool isNode_ = false;
+  // A tree may have very many parts: each byte counts. A derived class uses what is left of the
+  // last 8.
 
   /// The manager whose client mutex guards the part; null outside of any root's tree. It
   /// changes with that mutex held only, and is read without it by `TreeLock`.
@@ -285,20 +281,28 @@ class KRV_EXPORT ModelPart {
 
   // Guarded by the client mutex.
   ModelNode* parent_ = nullptr;
-  std::unique_ptr<internal::PartSubscribers> subscribers_;
-  std::unique_ptr<const internal::StatedAttributes> attributes_;
-  std::shared_ptr<const std::function<void(bool)>> watchHandler_;
-  bool subscribable_ = true;
-  /// Whether subscriptions to this object sleep or have slept. An object that has taken the place
-  /// of a destroyed one in memory is distinguished by that.
-  bool hasSleeping_ = false;
-  /// What the watch handler was called with last.
-  bool watchReported_ = false;
-  /// Whether a client may have cached the present value.
-  bool valueCached_ = false;
+  std::unique_ptr<internal::PartExtras> extras_;  ///< null if the part has none
+
+  // Constant after construction.
+  const internal::PartName name_;
+  const ModelPartId id_;
+  const ModelPartStatus status_;
+
+  // Guarded by the client mutex.
   /// The stamp of the last prefetch reply that had this part. 0 if there was none since
   /// `invalidate`.
   std::uint32_t cacheStamp_ = 0;
+  bool subscribable_ : 1 = true;
+  /// Whether subscriptions to this object sleep or have slept. An object that has taken the place
+  /// of a destroyed one in memory is distinguished by that.
+  bool hasSleeping_ : 1 = false;
+  /// What the watch handler was called with last.
+  bool watchReported_ : 1 = false;
+  /// Whether a client may have cached the present value.
+  bool valueCached_ : 1 = false;
+
+  /// Whether this is a `ModelNode`, whatever `asNode` returns. Constant after construction.
+  bool isNode_ = false;
 };
 
 }  // namespace ModelSrv

@@ -57,7 +57,7 @@ class KRV_EXPORT ValuePart final : public ModelPart {
 
  public:
   /// A text longer than `ModelValueText_Max` is truncated.
-  ValuePart(ModelPartId id, std::string name, T initial = {},
+  ValuePart(ModelPartId id, std::string_view name, T initial = {},
             ModelPartStatus status = ModelPartStatus_ReadWrite);
   ~ValuePart() override;
 
@@ -114,7 +114,7 @@ class KRV_EXPORT ArrayPart final : public ModelPart {
   /// `names` must be empty or as long as `initial`. Otherwise it is truncated, or filled up
   /// with empty names. If `initial` is empty the array has one default value; if it is too
   /// long it is truncated.
-  ArrayPart(ModelPartId id, std::string name, std::vector<T> initial,
+  ArrayPart(ModelPartId id, std::string_view name, std::vector<T> initial,
             std::vector<std::string> names = {},
             ModelPartStatus status = ModelPartStatus_ReadWrite);
   ~ArrayPart() override;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "modelsrv/source/cache/cache_invalidator.h"
 #include "modelsrv/source/part_access.h"
@@ -45,7 +46,7 @@ class SectionLimit {
   std::size_t start_;
 };
 
-bool addName(CountedReply& names, const std::string& name, const SectionLimit& limit) {
+bool addName(CountedReply& names, std::string_view name, const SectionLimit& limit) {
   const bool fits = limit.allows(sizeof(std::uint16_t) + name.size());
   if (fits) {
     names.addName(name);
