@@ -33,6 +33,11 @@ int freePort() {
   return ntohs(address.sin_port);
 }
 
+bool connects(int family, const sockaddr* address, socklen_t size) {
+  const Descriptor descriptor(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  return ::connect(descriptor.get(), address, size) == 0;
+}
+
 }  // namespace
 
 Broker::Broker(Options options) : options_(std::move(options)) {
@@ -49,13 +54,16 @@ Broker::~Broker() {
 
 void Broker::configure() {
   std::string text = "log_dest file " + directory_.file("log") + "\n";
-  text += "persistence false\nset_tcp_nodelay " + std::string(options_.noDelay ? "true" : "false");
-  text += "\nper_listener_settings true\n";
   if (::geteuid() == 0) {
     // It would go on as another user, who cannot use the directory.
     text += "user root\n";
   }
-  text += options_.general;
+  if (options_.whole) {
+    static_cast<void>(directory_.write("mosquitto.conf", text + options_.whole(port_)));
+    return;
+  }
+  text += "persistence false\nset_tcp_nodelay " + std::string(options_.noDelay ? "true" : "false");
+  text += "\nper_listener_settings true\n" + options_.general;
   // The last one: once it accepts, the other is there.
   if (options_.tcp) {
     text += "listener " + std::to_string(port_) + " 127.0.0.1\n";
@@ -67,12 +75,17 @@ void Broker::configure() {
 }
 
 bool Broker::accepts() const {
+  if (options_.whole) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port_));
+    return connects(AF_INET, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, socket().c_str(), sizeof address.sun_path - 1);
-  const Descriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  return ::connect(descriptor.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
-         0;
+  return connects(AF_UNIX, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
 void Broker::launch() {
@@ -85,7 +98,7 @@ void Broker::launch() {
 void Broker::start() {
   const bool chosen = port_ != 0;
   for (int attempt = 0; attempt < 5; ++attempt) {
-    if (options_.tcp && !chosen) {
+    if ((options_.tcp || options_.whole) && !chosen) {
       port_ = freePort();
     }
     launch();

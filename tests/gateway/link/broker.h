@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,8 @@ class Broker {
     std::string listener = {};
     /// Whether clients without a name are let in.
     bool anonymous = true;
+    /// Instead of all of that: the whole configuration, for a TCP port alone.
+    std::function<std::string(int port)> whole = {};
   };
 
   /// Starts it and waits until it accepts connections.

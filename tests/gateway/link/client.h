@@ -69,6 +69,19 @@ class Client {
     return link.subscribe(filter, qos) &&
            runUntil(loop_, [&] { return granted.size() > before; }) && granted.back();
   }
+  /// Publishes with QoS 1 and waits for the broker's answer; false if it refuses.
+  bool publishes(const std::string& topic, const std::string& payload) {
+    modelgate::Publication publication;
+    publication.topic = topic;
+    publication.payload = payload;
+    publication.qos = 1;
+    const std::size_t before = refusals.size();
+    // Its reply to the second one comes after that to the first.
+    const bool sent = link.publish(publication) && link.subscribe("$none", 0);
+    const std::size_t answers = filters.size();
+    return sent && runUntil(loop_, [&] { return filters.size() > answers; }) &&
+           refusals.size() == before;
+  }
   /// Waits until `count` messages are there.
   bool receives(std::size_t count) {
     return runUntil(loop_, [&] { return messages.size() >= count; });
