@@ -1,0 +1,163 @@
+#include "gateway/viewer/device.h"
+
+#include <utility>
+
+#include "gateway/wire/limits.h"
+#include "gateway/wire/topics.h"
+
+namespace modelgate {
+
+Device::Device(ViewerContext& context, const std::string& name)
+    : link_(context, name, [this] { updateAll(); }) {}
+
+Device::~Device() = default;
+
+std::string_view Device::stateText() const {
+  switch (link_.presence().state()) {
+    case DevicePresence::State::unknown:
+    case DevicePresence::State::offline:
+      return "offline";
+    case DevicePresence::State::silent:
+      return "silent";
+    case DevicePresence::State::online:
+      break;
+  }
+  if (!link_.presence().isReachable()) {
+    return "unreachable";
+  }
+  return state_.conflict ? "conflict" : "online";
+}
+
+std::uint64_t Device::gaps() const {
+  std::uint64_t sum = 0;
+  for (const auto& [server, mirror] : mirrors_) {
+    sum += mirror->gaps();
+  }
+  return sum;
+}
+
+void Device::connected() {
+  static_cast<void>(link_.connected());
+  updateAll();
+}
+
+void Device::disconnected() {
+  link_.disconnected();
+  for (const auto& [server, mirror] : mirrors_) {
+    mirror->disconnected();
+  }
+  updateAll();
+}
+
+void Device::refresh() {
+  if (entry_ != nullptr) {
+    entry_->refresh();
+  }
+  for (const auto& [server, mirror] : mirrors_) {
+    mirror->refresh();
+  }
+}
+
+void Device::stop() {
+  for (const auto& [server, mirror] : mirrors_) {
+    mirror->stop();
+  }
+}
+
+Mirror* Device::findMirror(std::string_view server) {
+  const auto at = mirrors_.find(server);
+  return at != mirrors_.end() ? at->second.get() : nullptr;
+}
+
+void Device::take(std::string_view sort, std::string_view rest, const Message& message) {
+  if (sort == "state" && rest.empty()) {
+    takeState(message);
+  } else if (sort == "shape") {
+    const auto page = parsePage(rest);
+    Mirror* const mirror = page ? findMirror(page->server) : nullptr;
+    if (mirror != nullptr) {
+      mirror->takePage(page->page, message.payload);
+    }
+  } else if (sort == "val") {
+    const auto page = parsePage(rest);
+    Mirror* const mirror = page ? findMirror(page->server) : nullptr;
+    if (mirror != nullptr) {
+      mirror->takeValues(message.payload);
+    }
+  } else if (sort == "upd" && !message.retained) {
+    if (Mirror* const mirror = findMirror(rest)) {
+      mirror->takeBatch(message.payload);
+    }
+  } else if (sort == "rsp" && !message.retained) {
+    takeReply(message);
+  }
+}
+
+void Device::takeState(const Message& message) {
+  if (message.payload.empty()) {
+    static_cast<void>(link_.cleared());
+    return updateAll();
+  }
+  auto state = decodeState(message.payload);
+  if (!state) {
+    if (!std::exchange(saidWrong_, true)) {
+      link_.context().log(link_.name() + ": the state is wrong");
+    }
+    return;
+  }
+  saidWrong_ = false;
+  DevicePresence::Statement statement;
+  statement.online = state->online;
+  statement.retained = message.retained;
+  statement.epoch = state->epoch;
+  statement.monotonic = state->monotonic;
+  statement.heartbeat = std::chrono::milliseconds(
+      static_cast<std::int64_t>(std::min<std::uint64_t>(state->heartbeat, maxExact)));
+  static_cast<void>(link_.stated(statement));
+  if (state->online) {
+    state_ = std::move(*state);
+    addMirrors();
+  }
+  updateAll();
+}
+
+void Device::addMirrors() {
+  for (const auto& [server, state] : state_.servers) {
+    // Names of old states stay as mirrors that are offline; the device may not make ever more.
+    if (!isTopicLevel(server) || mirrors_.count(server) != 0 || mirrors_.size() >= maxServers) {
+      continue;
+    }
+    const auto at = mirrors_.emplace(server, std::make_unique<Mirror>(link_, *this, server)).first;
+    if (entry_ != nullptr) {
+      const Mirror& mirror = *at->second;
+      entry_->addServer(server,
+                        [this, &mirror] { return mirror.isUp() && link_.presence().isOnline(); });
+    }
+  }
+  for (const auto& [server, mirror] : mirrors_) {
+    link_.setProbedServer(server);
+    const auto at = state_.servers.find(server);
+    mirror->setState(at != state_.servers.end() ? &at->second : nullptr);
+  }
+}
+
+void Device::takeReply(const Message& message) {
+  std::string error;
+  const auto reply = decodeReply(message.payload, message.contentType, error);
+  if (reply) {
+    link_.context().takeReply(link_.name(), message, *reply);
+  } else {
+    link_.context().logDetail(link_.name() + ": a reply is wrong: " + error);
+  }
+}
+
+void Device::updateAll() {
+  for (const auto& [server, mirror] : mirrors_) {
+    mirror->update();
+  }
+  if (entry_ != nullptr) {
+    entry_->refresh();
+  }
+}
+
+}  // namespace modelgate

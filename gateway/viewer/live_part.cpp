@@ -1,0 +1,48 @@
+#include "gateway/viewer/live_part.h"
+
+#include <utility>
+
+#include "modelsrv/part_description.h"
+
+namespace modelgate {
+
+using ModelSrv::ModelPartIndex;
+using ModelSrv::ModelRes;
+
+LivePart::LivePart(ModelSrv::ModelPartId id, std::string name, std::string_view type, Read read,
+                   std::string unit, std::string text)
+    : ModelPart(id, std::move(name), ModelSrv::ModelPartStatus_ReadOnly),
+      type_(type),
+      read_(std::move(read)) {
+  ModelSrv::PartAttributes attributes;
+  attributes.unit = std::move(unit);
+  attributes.text = std::move(text);
+  // Only texts that are wrong would be refused.
+  static_cast<void>(setAttributes(std::move(attributes)));
+}
+
+void LivePart::refresh() {
+  if (!isWatched()) {
+    return;
+  }
+  std::string text;
+  static_cast<void>(appendText(text, ModelSrv::ModelPartIndex_All));
+  if (text != last_) {
+    last_ = std::move(text);
+    notifySubscribers(ModelSrv::ModelPartIndex_All);
+  }
+}
+
+ModelRes LivePart::appendText(std::string& out, ModelPartIndex index) const {
+  if (index != ModelSrv::ModelPartIndex_All) {
+    return ModelSrv::ModelRes_NoSuchIndex;
+  }
+  return read_(out) ? ModelSrv::ModelRes_Success : ModelSrv::ModelRes_NoValue;
+}
+
+ModelRes LivePart::storeText(std::string_view /*text*/, bool /*flag*/, ModelPartIndex /*index*/,
+                             bool /*fromClient*/) {
+  return ModelSrv::ModelRes_ReadOnly;
+}
+
+}  // namespace modelgate

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "evtsrv/event_port_manager.h"
+#include "gateway/link/broker_link.h"
+#include "gateway/link/event_loop.h"
+#include "gateway/viewer/request_table.h"
+#include "gateway/wire/request.h"
+
+namespace modelgate {
+
+/// What the devices and mirrors of a viewer share: its connection to the broker, the requests that
+/// wait for replies, and how many shapes are being fetched.
+///
+/// Threads: that of the loop.
+class ViewerContext {
+ public:
+  using Time = EventLoop::Clock::time_point;
+  using Log = std::function<void(std::string_view line, bool detail)>;
+  struct Names {
+    std::string fleet;
+    std::string user;
+    std::string clientId;
+  };
+
+  /// `loop` and `manager` outlive the object.
+  ViewerContext(EventLoop& loop, EvtSrv::EventPortManager& manager, Names names, Log log,
+                std::optional<gid_t> group);
+
+  /// The link, once it exists. It outlives the object, or is set to null before its end.
+  void setLink(BrokerLink* link) { link_ = link; }
+
+  [[nodiscard]] EventLoop& loop() { return loop_; }
+  [[nodiscard]] EvtSrv::EventPortManager& manager() { return manager_; }
+  [[nodiscard]] const Names& names() const { return names_; }
+  [[nodiscard]] std::optional<gid_t> group() const { return group_; }
+  [[nodiscard]] static Time now() { return EventLoop::Clock::now(); }
+  [[nodiscard]] bool isConnected() const { return link_ != nullptr && link_->isConnected(); }
+
+  void log(std::string_view line) const;
+  /// With -v alone.
+  void logDetail(std::string_view line) const;
+
+  // Without a connection these do nothing.
+  void subscribe(const std::string& filter, int qos);
+  void unsubscribe(const std::string& filter);
+
+  /// Sends a request to a device, with what is to be called when its reply has come or `limit` has
+  /// passed. False, and nothing is called, without a connection.
+  bool request(const std::string& device, Verb verb, const Request& request,
+               std::chrono::milliseconds limit, RequestTable::Done done);
+  /// The reply of a device has come.
+  void takeReply(std::string_view device, const Message& message, const Reply& reply);
+  /// The broker has refused a publication.
+  void refused(std::string_view topic);
+  /// The connection has ended.
+  void disconnected();
+
+  /// Calls `begin` when fewer than `maxFetches` shapes are being fetched, at once or later.
+  /// Each call is followed by one of `endFetch`. Shapes may be large.
+  void beginFetch(std::weak_ptr<std::function<void()>> begin);
+  void endFetch();
+
+ private:
+  static constexpr std::size_t maxFetches = 4;
+
+  void setTimer();
+  void beginNextFetches();
+
+  EventLoop& loop_;
+  EvtSrv::EventPortManager& manager_;
+  const Names names_;
+  const Log log_;
+  const std::optional<gid_t> group_;
+  BrokerLink* link_ = nullptr;
+  RequestTable requests_;
+  EventLoop::Timer timer_;
+  std::optional<Time> timerDue_;
+  std::size_t fetches_ = 0;
+  std::deque<std::weak_ptr<std::function<void()>>> waitingFetches_;
+};
+
+}  // namespace modelgate
