@@ -58,7 +58,7 @@ class MirrorTrees : public testing::Test {
   std::vector<std::string> namesIn(const ModelNode& parent) {
     std::vector<std::string> names;
     for (const ModelPart* part : parent.children()) {
-      names.push_back(part->name());
+      names.emplace_back(part->name());
     }
     return names;
   }
