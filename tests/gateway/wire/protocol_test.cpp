@@ -27,11 +27,9 @@ using modelgate::encodeRequest;
 using modelgate::encodeState;
 using modelgate::encodeValuePage;
 using modelgate::Format;
-using modelgate::PositionedValue;
 using modelgate::Reply;
 using modelgate::Request;
 using modelgate::Shape;
-using modelgate::ShapePart;
 using Blocks = std::map<std::string, std::string>;
 
 constexpr std::uint64_t sampleEpoch = 4'503'599'627'370'497;

@@ -23,7 +23,7 @@ constexpr std::string_view jsonType = "application/json";
 
 std::optional<Request> decodedRequest(std::string_view payload, std::string_view type = {}) {
   std::string error;
-  const auto request = modelgate::decodeRequest(payload, type, error);
+  auto request = modelgate::decodeRequest(payload, type, error);
   EXPECT_EQ(request.has_value(), error.empty()) << error;
   return request;
 }
@@ -36,7 +36,7 @@ std::string errorOfRequest(std::string_view payload, std::string_view type = {})
 
 std::optional<Reply> decodedReply(std::string_view payload, std::string_view type = {}) {
   std::string error;
-  const auto reply = modelgate::decodeReply(payload, type, error);
+  auto reply = modelgate::decodeReply(payload, type, error);
   EXPECT_EQ(reply.has_value(), error.empty()) << error;
   return reply;
 }
