@@ -28,7 +28,9 @@ void SessionHooks::sessionOpened(EvtSrv::internal::ServerConnection& connection)
 void SessionHooks::sessionEnded() {
   --clients_;
   if (isOpen_ && left_) {
-    manager_.core().defer(*this);
+    EvtSrv::internal::ManagerCore& core = manager_.core();
+    core.clientMutex().assertHeld();
+    core.defer(*this);
   }
 }
 
