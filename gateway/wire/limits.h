@@ -13,6 +13,9 @@ inline constexpr std::size_t maxPage = std::size_t{60} * 1024;
 inline constexpr std::size_t maxPages = 1024;
 /// The most parts of one server.
 inline constexpr std::size_t maxParts = 1'000'000;
+/// The most names of elements and choices of one server, in all: each takes a byte in a page, but
+/// more in memory.
+inline constexpr std::size_t maxShapeTexts = 1'000'000;
 /// The largest payload of any message, in bytes. A value that does not fit is
 /// `ModelRes_TooLarge` on the other side.
 inline constexpr std::size_t maxPayload = std::size_t{4} * 1024 * 1024;

@@ -68,6 +68,10 @@ const char* ShapeCheck::findError(const ShapePart& part) {
   if (!hasAllowedElements(part) || !areAllowed(part.attributes)) {
     return "its elements or attributes are beyond the limits";
   }
+  texts_ += part.elementNames.size() + part.attributes.choices.size();
+  if (texts_ > maxShapeTexts) {
+    return "there are too many names of elements and choices";
+  }
   return closeBelow(part.depth) ? nullptr : "an id before it is used twice below one node";
 }
 

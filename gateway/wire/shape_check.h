@@ -31,6 +31,7 @@ class ShapeCheck {
   std::size_t depth_ = 0;      ///< of the part before
   bool isNode_ = true;         ///< whether that may have children
   std::size_t count_ = 0;
+  std::size_t texts_ = 0;  ///< the names of elements and the choices so far
 };
 
 }  // namespace modelgate

@@ -110,7 +110,7 @@ Blocks documentedMessages() {
   leased.lease = 60'000;
   messages["leased"] = encodeReply(leased, Format::cbor);
   Reply synced = reply(1001);
-  synced.batch = encodeBatch({sampleEpoch, 1, 1001, 1001, sampleTime, 360'000, {}});
+  synced.batch = encodeBatch({sampleEpoch, 1, 1001, 1000, sampleTime, 360'000, {}});
   messages["synced"] = encodeReply(synced, Format::cbor);
   return messages;
 }

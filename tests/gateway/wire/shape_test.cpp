@@ -259,6 +259,24 @@ TEST(WireShape, HasAtMostAMillionParts) {
   EXPECT_THAT(error, HasSubstr("too many parts"));
 }
 
+TEST(WireShape, HasAtMostAMillionNamesOfElementsAndChoices) {
+  Shape shape;
+  for (unsigned i = 0; i < 20; ++i) {
+    shape.push_back(part(1, static_cast<ModelPartId>(i), "", "text"));
+    shape.back().elements = 49'000;
+    shape.back().elementNames.resize(49'000);
+    shape.back().attributes.choices.resize(1000);
+  }
+  Pages pages = encodeShape(shape);
+  EXPECT_EQ(errorOf(pages), "");
+  shape.push_back(part(1, 100, "", "text"));
+  shape.back().elements = 1;
+  shape.back().elementNames.resize(1);
+  EXPECT_EQ(encodeShape(shape), Pages());
+  pages.push_back(fromHex("87 01 1864 60 0d 00 01 81 60"));
+  EXPECT_THAT(errorOf(pages), HasSubstr("too many names"));
+}
+
 TEST(WireShape, HasAtMostTheMostPages) {
   Shape shape;
   for (unsigned i = 0; i < 963; ++i) {
