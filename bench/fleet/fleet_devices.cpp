@@ -73,9 +73,9 @@ std::size_t countMirrors() {
 
 std::unique_ptr<Child> startView(const FleetOptions& options) {
   return std::make_unique<Child>([&options] {
-    // `ready` is not part of the table.
+    // What it prints, also of the lost broker, is not part of the table.
     const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nothing < 0 || ::dup2(nothing, STDOUT_FILENO) < 0) {
+    if (nothing < 0 || ::dup2(nothing, STDOUT_FILENO) < 0 || ::dup2(nothing, STDERR_FILENO) < 0) {
       return;
     }
     std::vector<std::string> words{options.view, "view", "--broker", options.url, "--fleet", fleet};
