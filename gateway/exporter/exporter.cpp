@@ -1,11 +1,7 @@
 #include "gateway/exporter/exporter.h"
 
-#include <sys/random.h>
-
-#include <cerrno>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "gateway/exporter/exporter_state.h"
@@ -15,26 +11,12 @@ namespace modelgate {
 
 namespace {
 
-constexpr std::chrono::hours stateExpiry{1};
 constexpr std::chrono::minutes stateRenewal{30};
 constexpr std::chrono::seconds shortestCorrection{1};
 constexpr std::chrono::seconds longestCorrection{60};
 /// For the servers that run at the start.
 constexpr std::chrono::seconds settleTime{3};
 constexpr std::chrono::milliseconds finishTime{2000};
-
-std::uint64_t randomNumber() {
-  std::uint64_t number = 0;
-  if (::getrandom(&number, sizeof number, 0) != sizeof number) {
-    throw std::system_error(errno, std::generic_category(), "getrandom");
-  }
-  return number & maxExact;
-}
-
-/// Another client id than that of the device.
-std::string otherClientId() {
-  return "ts-look-" + std::to_string(randomNumber());
-}
 
 ExporterOptions checked(ExporterOptions options) {
   if (!isFleetName(options.fleet) || !isFleetName(options.device)) {
@@ -57,12 +39,6 @@ ExporterOptions checked(ExporterOptions options) {
   return options;
 }
 
-std::string offlineState(std::uint64_t epoch) {
-  DeviceState state;
-  state.epoch = epoch;
-  return encodeState(state);
-}
-
 }  // namespace
 
 Exporter::State::State(EventLoop& loop, ExporterOptions options)
@@ -71,7 +47,7 @@ Exporter::State::State(EventLoop& loop, ExporterOptions options)
       context_{
           loop,
           Topics(options_.fleet, options_.device),
-          randomNumber(),
+          randomEpoch(),
           options_.interval,
           PathRules(options_.allowSet),
           PathRules(options_.json),
@@ -104,7 +80,6 @@ void Exporter::State::log(std::string_view line, bool detail) const {
 }
 
 void Exporter::State::start() {
-  link_->start();
   discovery_.start();
   settleTimer_ = loop_.after(settleTime, [this] {
     areSettled_ = true;
@@ -123,100 +98,25 @@ void Exporter::State::finish(std::function<void()> done) {
   if (link_ == nullptr) {
     return loop_.post(std::move(done));
   }
-  const bool isWorking = presence_.role() == Presence::Role::working;
-  link_->finish(isWorking ? std::optional(statePublication(false)) : std::nullopt, finishTime,
+  link_->finish(hasBegun_ ? std::optional(statePublication(false)) : std::nullopt, finishTime,
                 std::move(done));
 }
 
 /// Whether this exporter is at work and connected.
 bool Exporter::State::canPublish() const {
-  return !isFinishing_ && isWorkingLink_ && link_ != nullptr && link_->isConnected();
-}
-
-void Exporter::State::makeLink() {
-  link_.reset();
-  isWorkingLink_ = presence_.role() == Presence::Role::working;
-  LinkOptions options = options_.link;
-  options.will.reset();
-  if (isWorkingLink_) {
-    options.clientId = "ts-" + options_.fleet + "-" + options_.device;
-    options.will =
-        retained(context_.topics.state(), offlineState(context_.epoch), contentType(Format::json));
-    options.will->expiry = stateExpiry;
-  } else {
-    options.clientId = otherClientId();
-  }
-  link_ = std::make_unique<BrokerLink>(loop_, std::move(options), handlers());
-}
-
-BrokerLink::Handlers Exporter::State::handlers() {
-  BrokerLink::Handlers handlers;
-  handlers.connected = [this] { connected(); };
-  handlers.disconnected = [this](std::string_view reason, bool takenOver) {
-    disconnected(reason, takenOver);
-  };
-  handlers.message = [this](const Message& message) { handle(message); };
-  handlers.subscribed = [this](std::string_view filter, bool granted) {
-    if (!granted) {
-      log("the broker refuses the subscription of " + std::string(filter), false);
-    }
-    if (filter == context_.topics.state()) {
-      presence_.subscribed(Clock::now());
-      followPresence();
-    }
-  };
-  handlers.writable = [this] { flush(); };
-  handlers.refused = [this](std::string_view topic, std::string_view reason) {
-    log("the broker refuses " + std::string(topic) + ": " + std::string(reason), false);
-  };
-  return handlers;
-}
-
-void Exporter::State::connected() {
-  if (isFinishing_) {
-    return;
-  }
-  log("connected", true);
-  link_->subscribe(context_.topics.state(), 1);
-  if (!isWorkingLink_) {
-    return;
-  }
-  link_->subscribe(context_.topics.conflict(), 1);
-  link_->subscribe(context_.topics.requests(), 1);
-  for (const auto& [port, server] : servers_) {
-    server->publishRetained();
-  }
-  publishState();
-}
-
-void Exporter::State::disconnected(std::string_view reason, bool takenOver) {
-  if (isFinishing_) {
-    return;
-  }
-  context_.outbox.clear();
-  isStateQueued_ = false;
-  if (takenOver && isWorkingLink_) {
-    log("another exporter of " + options_.device + " has connected; this one waits", false);
-    link_->backOff(std::chrono::duration_cast<std::chrono::milliseconds>(Presence::longestPause));
-    presence_.takenOver(Clock::now());
-  } else {
-    log("no connection to the broker: " + std::string(reason), false);
-    presence_.disconnected();
-  }
-  followPresence();
+  return !isFinishing_ && hasBegun_ && link_ != nullptr && link_->isConnected();
 }
 
 void Exporter::State::handle(const Message& message) {
   const std::optional<ParsedTopic> topic = parseTopic(message.topic);
-  if (isFinishing_ || !topic || topic->fleet != options_.fleet ||
-      topic->device != options_.device) {
+  if (!topic || topic->fleet != options_.fleet || topic->device != options_.device) {
     return;
   }
   if (topic->sort == "state") {
     seenState(message);
-  } else if (isWorkingLink_ && topic->sort == "conflict") {
+  } else if (hasBegun_ && topic->sort == "conflict") {
     seenNote(message);
-  } else if (isWorkingLink_ && topic->sort == "req") {
+  } else if (hasBegun_ && topic->sort == "req") {
     requests_.handle(topic->rest, message);
   }
 }
@@ -251,6 +151,15 @@ void Exporter::State::seenState(const Message& message) {
     }
     return followPresence();
   }
+  if (mustLook_) {
+    // The link's handler calls this.
+    const bool isForeign = state && state->epoch != context_.epoch;
+    return post([this, isForeign, number = linkNumber_] {
+      if (mustLook_ && number == linkNumber_) {
+        isForeign ? yield() : begin();
+      }
+    });
+  }
   if (state && state->epoch == context_.epoch && state->online) {
     correction_ = shortestCorrection;
     return checkReady(*state);
@@ -264,51 +173,6 @@ void Exporter::State::seenState(const Message& message) {
   // Someone else has written it, or removed it.
   correctionTimer_ = loop_.after(correction_, [this] { publishState(); });
   correction_ = std::min<Clock::duration>(2 * correction_, longestCorrection);
-}
-
-void Exporter::State::followPresence() {
-  const bool isConflict = presence_.isConflict();
-  if (isConflict != std::exchange(wasConflict_, isConflict)) {
-    publishState();
-  }
-  const auto next = presence_.deadline();
-  presenceTimer_ = next ? loop_.at(*next,
-                                   [this] {
-                                     if (presence_.tick(Clock::now())) {
-                                       sendNote();
-                                     }
-                                     followPresence();
-                                   })
-                        : EventLoop::Timer();
-  // A handler of the link may have called.
-  post([this] { changeLink(); });
-}
-
-/// Replaces the connection if the role needs another one.
-void Exporter::State::changeLink() {
-  const Presence::Role role = presence_.role();
-  const bool isWorking = role == Presence::Role::working;
-  if (isFinishing_ || (link_ != nullptr && isWorking == isWorkingLink_) ||
-      role == Presence::Role::waiting) {
-    if (role == Presence::Role::waiting && !isFinishing_) {
-      link_.reset();
-    }
-    return;
-  }
-  makeLink();
-  link_->start();
-}
-
-void Exporter::State::sendNote() {
-  if (link_ == nullptr) {
-    return;
-  }
-  Publication note;
-  note.topic = context_.topics.conflict();
-  note.payload = nlohmann::json{{"epoch", context_.epoch}}.dump();
-  note.qos = 1;
-  note.contentType = contentType(Format::json);
-  link_->publish(note);
 }
 
 DeviceState Exporter::State::deviceState(bool isOnline) {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "gateway/exporter/exporter_state.h"
 #include "gateway/wire/limits.h"
@@ -80,6 +81,10 @@ void Exporter::State::serversChanged() {
   }
   areSettled_ |= std::all_of(servers_.begin(), servers_.end(),
                              [](const auto& server) { return server.second->isSettled(); });
+  // Only one that can be at work at once may take the place of another one.
+  if (areSettled_ && !std::exchange(hasStarted_, true)) {
+    link_->start();
+  }
   publishState();
 }
 

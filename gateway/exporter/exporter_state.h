@@ -16,6 +16,12 @@
 
 namespace modelgate {
 
+/// How long the broker keeps the state of a device.
+inline constexpr std::chrono::hours stateExpiry{1};
+
+/// A number that no other process has. Throws std::system_error if the system has none.
+[[nodiscard]] std::uint64_t randomEpoch();
+
 /// The exporter: connects the servers, the requests and the broker. On the loop's thread.
 struct Exporter::State {
   using Clock = std::chrono::steady_clock;
@@ -37,12 +43,16 @@ struct Exporter::State {
   void takeLeftovers(const DeviceState& state);
   void removeLeftovers();
 
-  // The broker (exporter.cpp).
+  // The broker (exporter_link.cpp, exporter.cpp).
   void makeLink();
+  void leaveLink();
   void changeLink();
   [[nodiscard]] bool canPublish() const;
   [[nodiscard]] BrokerLink::Handlers handlers();
   void connected();
+  void subscribed(std::string_view filter, bool granted);
+  void begin();
+  void yield();
   void disconnected(std::string_view reason, bool takenOver);
   void handle(const Message& message);
   void seenState(const Message& message);
@@ -74,20 +84,27 @@ struct Exporter::State {
   bool isReady_ = false;
   bool areSettled_ = false;     ///< whether the servers at the start have been read
   bool isStateQueued_ = false;  ///< whether it is in the outbox
+  bool hasStarted_ = false;     ///< whether the first connection has begun
   bool isWorkingLink_ = false;  ///< whether `link_` has the client id of the device
-  bool wasConflict_ = false;    ///< as it is in the state
+  bool hasBegun_ = false;       ///< whether this exporter publishes on the present connection
+  /// Whether the last connection was lost while it was at work: another exporter may have come.
+  bool mustLook_ = false;
+  bool wasConflict_ = false;  ///< as it is in the state
   /// Before a wrong state at the broker is replaced.
   Clock::duration correction_ = std::chrono::seconds(1);
 
   /// The servers of the state that an earlier process has left, with their numbers of pages.
   std::map<std::string, std::size_t> leftovers_;
   std::set<std::string> refusedPorts_;  ///< that have been logged
+  unsigned linkNumber_ = 0;
+  EventLoop::Timer lookTimer_;
   EventLoop::Timer settleTimer_;
   EventLoop::Timer stateTimer_;
   EventLoop::Timer correctionTimer_;
   EventLoop::Timer presenceTimer_;
 
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  std::unique_ptr<BrokerLink> leaving_;
   std::unique_ptr<BrokerLink> link_;
   /// By port. The last member: their threads end first.
   std::map<std::string, std::unique_ptr<ServerExport>> servers_;
