@@ -251,8 +251,8 @@ void ModelPart::setWatchHandler(std::function<void(bool watched)> handler) {
   } else if (!has && had) {
     --internal::WatchCounts::handlers;
   }
-  watchReported_ =
-      PartAccess::subscribersOf(*this) != nullptr || internal::isInWatchedSubtree(*this);
+  PartAccess::setWatchReported(
+      *this, PartAccess::subscribersOf(*this) != nullptr || internal::isInWatchedSubtree(*this));
 }
 
 ModelNode* ModelPart::parent() const {

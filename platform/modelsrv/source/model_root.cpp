@@ -22,7 +22,7 @@ ModelRoot::ModelRoot(EvtSrv::EventPortManager* manager)
     : EventPort(manager),
       sleepingSessions_(std::make_shared<internal::SleepingSessions>()),
       watchRegistry_(std::make_shared<internal::WatchRegistry>(
-          static_cast<std::uint64_t>(manager->core().system().realTimeNs()))) {
+          manager->core(), static_cast<std::uint64_t>(manager->core().system().realTimeNs()))) {
   treeManager_.store(manager, std::memory_order_release);
 }
 

@@ -104,7 +104,22 @@ struct PartAccess {
     }
     const auto handler = part.extras_->watchHandler;
     (*handler)(watched);
+    setWatchReported(part, watched);
+  }
+  /// What the watch handler knows, if there is one.
+  static void setWatchReported(ModelPart& part, bool watched) {
     part.watchReported_ = watched;
+    PartExtras* const extras = part.extras_.get();
+    if (extras == nullptr) {
+      return;
+    }
+    const ModelRoot* const root =
+        watched && extras->watchHandler != nullptr ? part.findRoot() : nullptr;
+    if (root != nullptr) {
+      root->watchRegistry_->list(*extras);
+    } else if (extras->listedIn != nullptr) {
+      extras->listedIn->delist(*extras);
+    }
   }
   /// Null if there are none.
   static PartSubscribers* subscribersOf(const ModelPart& part) {
@@ -114,7 +129,7 @@ struct PartAccess {
   /// Those of the part, made if it has none. May throw `std::bad_alloc`.
   static PartExtras& makeExtras(ModelPart& part) {
     if (part.extras_ == nullptr) {
-      part.extras_ = std::make_unique<PartExtras>();
+      part.extras_ = std::make_unique<PartExtras>(part);
     }
     return *part.extras_;
   }

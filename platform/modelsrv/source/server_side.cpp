@@ -15,6 +15,7 @@ ServerSide::~ServerSide() {
   share_->invalidator.close();
   share_->hooks->close();
   port_->close();
+  share_->watches.registry->reportAllUnwatched();
 }
 
 EvtSrv::EvtRes ServerSide::start(const std::string& name, const ServerOptions& options) {

@@ -107,11 +107,7 @@ void ServerWatch::delist() {
     return;
   }
   --WatchCounts::subtrees;
-  try {
-    reportUnwatchedBelow(top);
-  } catch (const std::bad_alloc&) {
-    // The server goes on to observe these values.
-  }
+  registry_->subtreeUnwatched();
 }
 
 void ServerWatch::closeConnection() {

@@ -1,5 +1,6 @@
 #include "modelsrv/source/watch_registry.h"
 
+#include <limits>
 #include <new>
 
 #include "modelsrv/source/part_access.h"
@@ -9,6 +10,9 @@
 namespace ModelSrv::internal {
 
 namespace {
+
+// For how long the handlers of parts that no client watches any more are called at once.
+constexpr std::int64_t unwatchedNs = 500'000;
 
 /// Calls `visit` for each watch of a subtree that has `part`, from `part` itself up.
 template <typename Visit>
@@ -62,13 +66,62 @@ void reportSubscribable(ModelPart& part) {
   }
 }
 
-void reportUnwatchedBelow(const ModelPart& part) {
-  if (!WatchCounts::anyHandler()) {
-    return;
+PartExtras::~PartExtras() {
+  if (listedIn != nullptr) {
+    listedIn->delist(*this);
   }
-  for (ModelPart* const descendant : PartAccess::descendants(part)) {
-    PartAccess::reportWatched(*descendant, false);
+}
+
+WatchRegistry::~WatchRegistry() {
+  while (PartExtras* const first = listed_.first()) {
+    delist(*first);
   }
+}
+
+void WatchRegistry::list(PartExtras& extras) {
+  if (extras.listedIn == nullptr) {
+    extras.listedIn = this;
+    listed_.push(extras);
+    ++listedCount_;
+  }
+}
+
+void WatchRegistry::delist(PartExtras& extras) {
+  extras.listedIn = nullptr;
+  listed_.remove(extras);
+  --listedCount_;
+}
+
+void WatchRegistry::subtreeUnwatched() {
+  toCheck_ = listedCount_;
+  reportSomeUnwatched(core_.system().nowNs() + unwatchedNs);
+}
+
+void WatchRegistry::reportAllUnwatched() {
+  toCheck_ = listedCount_;
+  reportSomeUnwatched(std::numeric_limits<std::int64_t>::max());
+}
+
+bool WatchRegistry::runDeferred() {
+  reportSomeUnwatched(core_.system().nowNs() + unwatchedNs);
+  return false;
+}
+
+void WatchRegistry::reportSomeUnwatched(std::int64_t untilNs) {
+  core_.clientMutex().assertHeld();
+  while (toCheck_ > 0 && !listed_.isEmpty()) {
+    if (core_.system().nowNs() >= untilNs) {
+      core_.defer(*this);
+      return;
+    }
+    // A handler may end the service, which checks all.
+    --toCheck_;
+    PartExtras& first = *listed_.first();
+    listed_.remove(first);
+    listed_.push(first);
+    PartAccess::reportWatched(first.part, false);
+  }
+  toCheck_ = 0;
 }
 
 void WatchRegistry::partEntered(ModelPart& part, std::span<ModelPart* const> descendants) {

@@ -7,14 +7,17 @@
 #include <span>
 #include <vector>
 
+#include "evtsrv/source/manager_core.h"
 #include "modelsrv/model_part.h"
 #include "modelsrv/source/id_chain.h"
+#include "modelsrv/source/linked_queue.h"
 
 /// How the changes of a tree reach the watches of its server's clients. Guarded by the client
 /// mutex.
 namespace ModelSrv::internal {
 
 class ServerWatch;
+struct PartExtras;
 struct PartPath;
 
 /// What the watches of a process have in common, so that a change costs one test if no
@@ -41,15 +44,14 @@ void notifySubtreeWatches(ModelPart& part, ModelPartIndex index);
 /// `part` accepts subscriptions again: has its value reported by the watches of subtrees.
 void reportSubscribable(ModelPart& part);
 
-/// Calls the watch handlers of the descendants of `part` that no client watches any more, after a
-/// watch of its subtree has ended. Throws `std::bad_alloc`.
-void reportUnwatchedBelow(const ModelPart& part);
-
-/// The watches of one tree whose parts are not in it, and the count of changes of its structure.
-class WatchRegistry {
+/// The watches of one tree whose parts are not in it, the parts whose watch handlers know that they
+/// are watched, and the count of changes of its structure.
+class WatchRegistry final : private EvtSrv::internal::DeferredWork {
  public:
-  /// `firstVersion` should be one that no other server of the name has had.
-  explicit WatchRegistry(std::uint64_t firstVersion) : structureVersion_(firstVersion) {}
+  /// `firstVersion` should be one that no other server of the name has had. `core` outlives this.
+  WatchRegistry(EvtSrv::internal::ManagerCore& core, std::uint64_t firstVersion)
+      : core_(core), structureVersion_(firstVersion) {}
+  ~WatchRegistry() override;
 
   [[nodiscard]] std::uint64_t structureVersion() const { return structureVersion_; }
 
@@ -68,9 +70,24 @@ class WatchRegistry {
   void addSleeping(const std::vector<ModelPartId>& chain, ServerWatch& watch);
   void removeSleeping(const std::vector<ModelPartId>& chain, const ServerWatch& watch);
 
+  /// The watch handler of the part of `extras` knows that the part is watched, or not any more.
+  void list(PartExtras& extras);
+  void delist(PartExtras& extras);
+  /// A watch of a subtree has ended: calls the watch handlers of the parts that no client watches
+  /// any more, a few now, and the others in the next dispatches.
+  void subtreeUnwatched();
+  /// The service has ended, and with it all watches: calls those that are left.
+  void reportAllUnwatched();
+
  private:
+  bool runDeferred() override;
+  void reportSomeUnwatched(std::int64_t untilNs);
   void wakeUp(ModelPart& part);
 
+  EvtSrv::internal::ManagerCore& core_;
+  LinkedQueue<PartExtras> listed_;
+  std::size_t listedCount_ = 0;
+  std::size_t toCheck_ = 0;  ///< of `listed_`, from its beginning
   std::uint64_t structureVersion_;
   std::multimap<std::vector<ModelPartId>, ServerWatch*> sleeping_;
   std::vector<ModelPartId> chain_;  ///< of the part that is being added

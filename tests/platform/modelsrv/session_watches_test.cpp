@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -219,6 +221,55 @@ TEST_F(SessionWatch, CallsAWatchHandlerWhenItReachesThePart) {
   EXPECT_THAT(secretCalls, IsEmpty());
   server_.deep.setWatchHandler({});
   server_.secret.setWatchHandler({});
+}
+
+// Handlers that take time, as those of a program that makes a system call in each.
+TEST_F(SessionWatch, CallsTheHandlersOfManyPartsInSeveralDispatchesWhenItEnds) {
+  constexpr std::size_t count = 1000;
+  constexpr std::chrono::microseconds time{20};
+  std::size_t unwatched = 0;
+  ModelNode many(20, "many");
+  std::deque<ValuePart<std::int32_t>> parts;
+  for (std::size_t i = 0; i < count; ++i) {
+    parts.emplace_back(static_cast<ModelPartId>(i), "part");
+    ASSERT_EQ(many.add(&parts.back()), ModelRes_Success);
+    parts.back().setWatchHandler([&](bool watched) {
+      unwatched += watched ? 0 : 1;
+      const auto end = std::chrono::steady_clock::now() + time;
+      while (std::chrono::steady_clock::now() < end) {
+      }
+    });
+  }
+  ASSERT_EQ(server_.root.add(&many), ModelRes_Success);
+  for (const bool endsTwice : {false, true}) {
+    ASSERT_EQ(session_.watch(1, {20}, subtree), ModelRes_Success);
+    ASSERT_EQ(session_.watch(2, {20, 7}), ModelRes_Success);
+    session_.takeAll();
+    unwatched = 0;
+    ASSERT_EQ(session_.unwatch(1), ModelRes_Success);
+    EXPECT_GT(unwatched, 0U);
+    EXPECT_LT(unwatched, count / 10);
+    if (endsTwice) {
+      ASSERT_EQ(session_.watch(1, {20}, subtree), ModelRes_Success);
+      ASSERT_EQ(session_.unwatch(1), ModelRes_Success);
+    }
+    while (unwatched < count - 1) {
+      const std::size_t before = unwatched;
+      ASSERT_EQ(server_.manager.receiveEvent(0), EvtSrv::EvtRes_Timeout) << "it is no event";
+      ASSERT_GT(unwatched, before);
+      ASSERT_LT(unwatched, before + count / 10);
+    }
+    EXPECT_TRUE(parts[7].isWatched());
+    ASSERT_EQ(session_.unwatch(2), ModelRes_Success);
+    EXPECT_EQ(unwatched, count);
+  }
+  // The end of the service leaves none.
+  ASSERT_EQ(session_.watch(1, {20}, subtree), ModelRes_Success);
+  session_.takeAll();
+  unwatched = 0;
+  ASSERT_EQ(session_.unwatch(1), ModelRes_Success);
+  server_.root.stop(true);
+  EXPECT_EQ(unwatched, count);
 }
 
 TEST_F(SessionWatch, SendsRestingValuesBeforeTheEnd) {
