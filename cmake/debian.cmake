@@ -105,6 +105,22 @@ treescope_package(development treescope-dev libdevel
 the description of the protocol, a guide, and examples."
   DEPENDS krvkstd krvsyssrv libtreescope)
 
+if(treescope_gateway)
+  treescope_package(gateway modelgate net
+    SUMMARY "model servers of other devices over MQTT"
+    TEXT "On a device, modelgate publishes the model servers at an MQTT 5 broker. On
+another machine it makes each of them a local model server again, for the
+programs that use one of their own machine. A configuration for Mosquitto with
+client certificates and rights is included."
+    DEPENDS krvkstd krvsyssrv
+    PACKAGES "adduser"
+    RECOMMENDS "openssl"
+    SUGGESTS "mosquitto, modelsrvd, treescope"
+    SCRIPTS postinst prerm postrm)
+  install(FILES "${debian}/modelgate/README.Debian"
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/modelgate COMPONENT gateway)
+endif()
+
 install(FILES "${debian}/modelsrvd/README.Debian"
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/modelsrvd COMPONENT server)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/treescope-dev COMPONENT development)

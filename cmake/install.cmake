@@ -43,3 +43,20 @@ if(TREESCOPE_SYSTEMD_UNIT_DIR)
   install(FILES ${PROJECT_BINARY_DIR}/modelsrvd.service
     DESTINATION ${TREESCOPE_SYSTEMD_UNIT_DIR} COMPONENT server)
 endif()
+
+if(treescope_gateway)
+  install(TARGETS modelgate RUNTIME COMPONENT gateway)
+  install(PROGRAMS packaging/modelgate/modelgate-certificates
+    DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT gateway)
+  install(FILES packaging/modelgate/mosquitto.conf packaging/modelgate/acl
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/modelgate COMPONENT gateway)
+  treescope_install_page(modelgate.1 gateway)
+  treescope_install_page(modelgate-certificates.1 gateway)
+  if(TREESCOPE_SYSTEMD_UNIT_DIR)
+    foreach(unit IN ITEMS modelgate-export.service modelgate-view.service)
+      configure_file(packaging/${unit}.in ${PROJECT_BINARY_DIR}/${unit} @ONLY)
+      install(FILES ${PROJECT_BINARY_DIR}/${unit}
+        DESTINATION ${TREESCOPE_SYSTEMD_UNIT_DIR} COMPONENT gateway)
+    endforeach()
+  endif()
+endif()
