@@ -1,0 +1,120 @@
+// The program modelgate: its two ends with a broker and a model server.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/gateway/link/broker.h"
+#include "tests/gateway/link/certificates.h"
+#include "tests/support/model_server.h"
+#include "tests/support/port_name.h"
+#include "tests/support/process.h"
+#include "tests/support/scratch_directory.h"
+#include "tests/support/tree_client.h"
+
+namespace {
+
+using gateway_test::Broker;
+using test_support::ExitStatus;
+using test_support::Finished;
+using test_support::Process;
+using Words = std::vector<std::string>;
+
+std::string modelgate() {
+  return test_support::buildDirectory() + "/bin/modelgate";
+}
+
+Words command(Words arguments) {
+  arguments.insert(arguments.begin(), modelgate());
+  return arguments;
+}
+
+TEST(GatewayProgram, EndsWithStatusTwoIfItsCommandLineIsWrong) {
+  const gateway_test::Certificates certificates;
+  certificates.makeClient("anna");
+  const struct {
+    Words arguments;
+    std::string error;
+  } cases[] = {
+      {{}, "expected \"export\" or \"view\"; see modelgate --help"},
+      {{"export", "--fleet", "a/b"},
+       "--fleet: expected 1 to 64 characters of A-Z, a-z, 0-9, \".\", \"_\", \"-\", got \"a/b\""},
+      {{"view", "--group", "no-such-group"}, "--group: no-such-group: no such group"},
+      {{"export", "--device", "d", "--user", "u", "--password-file", "/no/such/file"},
+       "--password-file: /no/such/file: No such file or directory"},
+      {{"export", "--device", "d", "--broker", "mqtts://b", "--cafile", "/no/such/file"},
+       "/no/such/file: No such file or directory"},
+      {{"view", "--broker", "mqtts://b", "--cert", certificates.certificate("anna"), "--key",
+        "/no/such/key"},
+       "/no/such/key: No such file or directory"},
+  };
+  for (const auto& [arguments, error] : cases) {
+    const Finished finished = test_support::run(command(arguments));
+    EXPECT_EQ(finished.status, (ExitStatus{2, 0})) << finished.errors;
+    EXPECT_EQ(finished.errors, "modelgate: " + error + "\n");
+    EXPECT_EQ(finished.output, "");
+  }
+}
+
+TEST(GatewayProgram, ExplainsItself) {
+  for (const Words& arguments :
+       {Words{"--help"}, Words{"--version"}, Words{"export", "--help"}, Words{"view", "--help"}}) {
+    const Finished finished = test_support::run(command(arguments));
+    EXPECT_EQ(finished.status, (ExitStatus{0, 0}));
+    EXPECT_NE(finished.output, "");
+    EXPECT_EQ(finished.errors, "");
+  }
+}
+
+TEST(GatewayProgram, WaitsForABrokerAndEndsAtASignalWithoutOne) {
+  for (const char* const role : {"export", "view"}) {
+    for (const int number : {SIGINT, SIGTERM}) {
+      Process process(command({role, "--fleet", test_support::uniquePortName(), "--broker",
+                               "unix:/tmp/no-such-directory/broker"}),
+                      {.mergeErrors = true});
+      ASSERT_TRUE(process.waitForOutput("No such file or directory")) << process.output();
+      process.signal(number);
+      EXPECT_EQ(process.waitForExit(), (ExitStatus{0, 0})) << process.output();
+      EXPECT_EQ(process.output().find("ready"), std::string::npos);
+    }
+  }
+}
+
+TEST(GatewayProgram, MakesAServerOfADeviceOneOfThisMachine) {
+  const Broker broker({.tcp = true});
+  const test_support::ModelServer server;
+  const std::string fleet = "fleet-" + std::to_string(::getpid());
+  const test_support::TemporaryFile config("broker = " + broker.url() + "\nfleet = " + fleet +
+                                           "\ndevice = pump-1\nserver = " + server.name() +
+                                           "\nallow-set = /drive\ninterval = 0\n");
+  Process exporter(command({"export", "--config", config.path()}));
+  ASSERT_TRUE(exporter.waitForLine("ready")) << exporter.errors();
+  Process viewer(command({"view", "--broker", broker.tcpUrl(), "--fleet", fleet}));
+  ASSERT_TRUE(viewer.waitForLine("ready")) << viewer.errors();
+  const std::string mirror =
+      "Model_pump-1." + server.name().substr(std::string_view("Model_").size());
+  {
+    test_support::TreeClient client(mirror);
+    ASSERT_EQ(client.connected(), ModelSrv::ModelRes_Success);
+    EXPECT_EQ(client.get("/drive/speed"), "42");
+    EXPECT_EQ(client.store("/drive/speed", "43"), ModelSrv::ModelRes_Success);
+    EXPECT_EQ(client.get("/drive/speed"), "43");
+    test_support::TreeClient local(server.name());
+    EXPECT_EQ(local.get("/drive/speed"), "43");
+  }
+  // One that ends in good order is seen at once as lost, and the other one goes on.
+  exporter.signal(SIGTERM);
+  EXPECT_EQ(exporter.waitForExit(), (ExitStatus{0, 0})) << exporter.errors();
+  EXPECT_TRUE(test_support::eventually([&] {
+    test_support::TreeClient client(mirror + "~offline");
+    return client.connected() == ModelSrv::ModelRes_Success && client.get("/drive/speed") == "43";
+  }));
+  viewer.signal(SIGINT);
+  EXPECT_EQ(viewer.waitForExit(), (ExitStatus{0, 0})) << viewer.errors();
+}
+
+}  // namespace
