@@ -9,7 +9,7 @@ void DevicePresence::stated(const Statement& statement, Time now) {
                       statement.monotonic != statement_.monotonic;
   statement_ = statement;
   isConfirmed_ = true;
-  if (!statement.retained) {
+  if (!statement.retained && statement.online) {
     lastHeard_ = now;
   }
   if (!statement.online) {

@@ -1,8 +1,7 @@
 #include "gateway/viewer/mirror.h"
 
 #include <algorithm>
-#include <new>
-#include <stdexcept>
+#include <exception>
 #include <utility>
 
 namespace modelgate {
@@ -34,7 +33,8 @@ Mirror::Mirror(DeviceLink& link, const LinkStatus& device, std::string server)
       server_(std::move(server)),
       stores_(link, server_),
       clients_(
-          link.context().loop(), [this] { return isComplete(); }, [this] { work(); }),
+          link.context().loop(), [this] { return isComplete(); }, [this] { work(); },
+          [this] { fetch_.cancel(); }),
       fetch_(link, server_,
              [this](const Shape& shape, const std::vector<std::string>& hashes) {
                takeShape(shape, hashes);
@@ -71,6 +71,9 @@ void Mirror::setState(const ServerState* state) {
 }
 
 void Mirror::update() {
+  if (isStopped_) {
+    return;
+  }
   const bool online = isUp_ && link_.presence().isOnline();
   if (served_ == nullptr ? online : online != isOnline_) {
     serve(online);
@@ -97,16 +100,15 @@ void Mirror::serve(bool online) {
   values_.detach();
   endReading();
   stores_.setTree(nullptr);
+  retry_ = {};
   isOnline_ = online;
   saidError_ = false;
   auto next = std::make_unique<Served>();
   next->root = std::make_unique<MirrorRoot>(link_.context().manager(), online ? &stores_ : nullptr);
   next->linkNode = std::make_unique<LinkNode>(ModelSrv::ModelPartId_Max, *this);
-  if (served_ != nullptr && served_->tree != nullptr) {
-    build(*next, served_->tree->shape());
+  static_cast<void>(next->root->add(next->linkNode.get()));
+  if (served_ != nullptr && served_->tree != nullptr && build(*next, served_->tree->shape())) {
     next->tree->takeValuesOf(*served_->tree);
-  } else {
-    static_cast<void>(next->root->add(next->linkNode.get()));
   }
   if (served_ != nullptr) {
     served_->root->stop(true);
@@ -133,31 +135,35 @@ void Mirror::startServer() {
   });
 }
 
-void Mirror::build(Served& served, const Shape& shape) {
-  if (served.tree == nullptr) {
-    served.tree = std::make_unique<MirrorTree>(*served.root, !isOnline_);
+/// False if that is not possible; then there are no parts.
+bool Mirror::build(Served& served, const Shape& shape) {
+  try {
+    if (served.tree == nullptr) {
+      served.tree = std::make_unique<MirrorTree>(*served.root, !isOnline_);
+    }
+    const ModelSrv::ModelPartId id = freeId(shape);
+    auto linkNode = served.linkNode->id() == id ? nullptr : std::make_unique<LinkNode>(id, *this);
+    served.tree->build(shape, linkNode != nullptr ? *linkNode : *served.linkNode);
+    if (linkNode != nullptr) {
+      served.linkNode = std::move(linkNode);
+    }
+    return true;
+  } catch (const std::exception& error) {
+    link_.context().log(portName() + ": " + error.what());
   }
-  const ModelSrv::ModelPartId id = freeId(shape);
-  auto linkNode = served.linkNode->id() == id ? nullptr : std::make_unique<LinkNode>(id, *this);
-  served.tree->build(shape, linkNode != nullptr ? *linkNode : *served.linkNode);
-  if (linkNode != nullptr) {
-    served.linkNode = std::move(linkNode);
-  }
+  values_.forget();
+  stores_.setTree(nullptr);
+  builtPages_.clear();
+  served.tree.reset();
+  static_cast<void>(served.root->setChildren({served.linkNode.get()}));
+  return false;
 }
 
 void Mirror::takeShape(const Shape& shape, const std::vector<std::string>& hashes) {
-  try {
-    build(*served_, shape);
-    builtPages_ = hashes;
-  } catch (const std::exception& error) {
-    link_.context().log(portName() + ": " + error.what());
-    builtPages_.clear();
-    values_.detach();
-    stores_.setTree(nullptr);
-    served_->tree.reset();
-    static_cast<void>(served_->root->setChildren({served_->linkNode.get()}));
+  if (!build(*served_, shape)) {
     return;
   }
+  builtPages_ = hashes;
   if (isOnline_) {
     work();
   } else {
@@ -225,6 +231,7 @@ void Mirror::takeValues(std::string_view payload) {
 }
 
 void Mirror::stop() {
+  isStopped_ = true;
   fetch_.cancel();
   values_.end();
   endReading();

@@ -76,7 +76,7 @@ class Mirror final : public LinkStatus {
   [[nodiscard]] bool isComplete() const;
   void serve(bool online);
   void startServer();
-  void build(Served& served, const Shape& shape);
+  bool build(Served& served, const Shape& shape);
   void takeShape(const Shape& shape, const std::vector<std::string>& hashes);
   void work();
   void workOffline();
@@ -89,6 +89,7 @@ class Mirror final : public LinkStatus {
   ServerState state_;
   bool isUp_ = false;
   bool isOnline_ = false;
+  bool isStopped_ = false;
   bool saidError_ = false;
   std::vector<std::string> builtPages_;  ///< the hashes of the tree's shape
 

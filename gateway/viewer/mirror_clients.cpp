@@ -15,7 +15,12 @@ void MirrorClients::addHooks(ModelSrv::ServerOptions& options) {
   release();
   count_ = 0;
   options.arrived = [this](ModelSrv::SessionHold hold) { arrive(std::move(hold)); };
-  options.left = [this](std::size_t clients) { count_ = clients; };
+  options.left = [this](std::size_t clients) {
+    count_ = clients;
+    if (count_ == 0) {
+      gone_();
+    }
+  };
 }
 
 /// The tree must not change here, so the loop calls `arrived_`.

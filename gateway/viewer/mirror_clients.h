@@ -18,9 +18,13 @@ class MirrorClients {
  public:
   /// `loop` outlives the object. `isComplete` says whether the values are there. `arrived` is
   /// called by the loop, soon after a client has connected; it calls `release` when there is
-  /// nothing to wait for.
-  MirrorClients(EventLoop& loop, std::function<bool()> isComplete, std::function<void()> arrived)
-      : loop_(loop), isComplete_(std::move(isComplete)), arrived_(std::move(arrived)) {}
+  /// nothing to wait for. `gone` is called when the last client has gone.
+  MirrorClients(EventLoop& loop, std::function<bool()> isComplete, std::function<void()> arrived,
+                std::function<void()> gone)
+      : loop_(loop),
+        isComplete_(std::move(isComplete)),
+        arrived_(std::move(arrived)),
+        gone_(std::move(gone)) {}
   MirrorClients(const MirrorClients&) = delete;
   MirrorClients& operator=(const MirrorClients&) = delete;
 
@@ -44,6 +48,7 @@ class MirrorClients {
   EventLoop& loop_;
   const std::function<bool()> isComplete_;
   const std::function<void()> arrived_;
+  const std::function<void()> gone_;
   std::size_t count_ = 0;
   std::deque<Held> held_;
   EventLoop::Timer arrivalTimer_;

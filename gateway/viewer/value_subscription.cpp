@@ -71,6 +71,11 @@ void ValueSubscription::detach() {
   tree_ = nullptr;
 }
 
+void ValueSubscription::forget() {
+  detach();
+  tracker_.reset();
+}
+
 void ValueSubscription::begin() {
   if (isActive_ || tree_ == nullptr || !link_.context().isConnected()) {
     return;

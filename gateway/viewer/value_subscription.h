@@ -28,6 +28,8 @@ class ValueSubscription {
   /// `detach` is called before its end.
   void attach(MirrorTree& tree, std::uint64_t shape);
   void detach();
+  /// The same, and the values have gone with the tree.
+  void forget();
   [[nodiscard]] bool isAttachedTo(const MirrorTree* tree, std::uint64_t shape) const {
     return tree_ == tree && shape_ == shape && epoch_ == link_.epoch();
   }

@@ -354,6 +354,27 @@ TEST_F(ViewerTest, IgnoresGarbageInStates) {
   EXPECT_EQ(client.get("/speed"), "42");
 }
 
+TEST_F(ViewerTest, IgnoresWhatALaterVersionAdds) {
+  run([this] {
+    const std::string state = modelgate::encodeState(device->state);
+    device->publish(device->topics.state(), R"({"later":{"x":[1,null]},)" + state.substr(1), 1,
+                    true);
+  });
+  TreeClient client(port());
+  ASSERT_EQ(client.get("/speed"), "42");
+  run([this] {
+    modelgate::Batch batch = device->emptyBatch();
+    batch.sequence = ++device->sequence;
+    batch.values.push_back({0, ModelSrv::ModelPartIndex_All, {ModelSrv::ModelRes_Success, "43"}});
+    std::string payload = modelgate::encodeBatch(batch);
+    ASSERT_EQ(payload.front(), '\xa7');
+    payload.front() = '\xa8';
+    device->publish(device->topics.updates("plant"), payload + "\x61z\x82\x01\xf6", 0, false);
+  });
+  EXPECT_TRUE(test_support::eventually([&] { return client.get("/speed") == "43"; }));
+  EXPECT_EQ(client.get("/_link/gaps"), "0");
+}
+
 TEST_F(ViewerTest, ShowsAConflict) {
   run([this] {
     device->state.conflict = true;
