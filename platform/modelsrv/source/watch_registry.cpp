@@ -104,22 +104,22 @@ void WatchRegistry::reportAllUnwatched() {
 
 bool WatchRegistry::runDeferred() {
   reportSomeUnwatched(core_.system().nowNs() + unwatchedNs);
-  return false;
+  return true;
 }
 
 void WatchRegistry::reportSomeUnwatched(std::int64_t untilNs) {
   core_.clientMutex().assertHeld();
   while (toCheck_ > 0 && !listed_.isEmpty()) {
-    if (core_.system().nowNs() >= untilNs) {
-      core_.defer(*this);
-      return;
-    }
     // A handler may end the service, which checks all.
     --toCheck_;
     PartExtras& first = *listed_.first();
     listed_.remove(first);
     listed_.push(first);
     PartAccess::reportWatched(first.part, false);
+    if (toCheck_ > 0 && core_.system().nowNs() >= untilNs) {
+      core_.defer(*this);
+      return;
+    }
   }
   toCheck_ = 0;
 }

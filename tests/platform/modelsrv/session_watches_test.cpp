@@ -253,10 +253,10 @@ TEST_F(SessionWatch, CallsTheHandlersOfManyPartsInSeveralDispatchesWhenItEnds) {
       ASSERT_EQ(session_.watch(1, {20}, subtree), ModelRes_Success);
       ASSERT_EQ(session_.unwatch(1), ModelRes_Success);
     }
-    while (unwatched < count - 1) {
+    for (std::size_t dispatches = 0; unwatched < count - 1; ++dispatches) {
+      ASSERT_LT(dispatches, count);
       const std::size_t before = unwatched;
-      ASSERT_EQ(server_.manager.receiveEvent(0), EvtSrv::EvtRes_Timeout) << "it is no event";
-      ASSERT_GT(unwatched, before);
+      ASSERT_EQ(server_.manager.receiveEvent(0), EvtSrv::EvtRes_Success);
       ASSERT_LT(unwatched, before + count / 10);
     }
     EXPECT_TRUE(parts[7].isWatched());
