@@ -123,8 +123,14 @@ void Exporter::State::handle(const Message& message) {
 
 void Exporter::State::flush() {
   context_.outbox.pump();
-  for (const auto& [port, server] : servers_) {
-    server->flush();
+  // Each time another one begins, so that none takes all of a slow connection.
+  auto server = servers_.upper_bound(firstFlushed_);
+  for (std::size_t i = 0; i < servers_.size(); ++i, ++server) {
+    server = server == servers_.end() ? servers_.begin() : server;
+    if (i == 0) {
+      firstFlushed_ = server->first;
+    }
+    server->second->flush();
   }
 }
 

@@ -95,6 +95,7 @@ struct Exporter::State {
 
   /// The servers of the state that an earlier process has left, with their numbers of pages.
   std::map<std::string, std::size_t> leftovers_;
+  std::string firstFlushed_;            ///< the port with which the last flush began
   std::set<std::string> refusedPorts_;  ///< that have been logged
   unsigned linkNumber_ = 0;
   EventLoop::Timer lookTimer_;

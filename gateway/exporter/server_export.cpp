@@ -34,7 +34,7 @@ TreeWorker::Handlers ServerExport::handlers() {
   handlers.up = [this](bool isUp) { post([this, isUp] { setUp(isUp); }); };
   handlers.failed = [this](std::string reason) {
     post([this, reason = std::move(reason)] {
-      context_.log(port_ + ": " + reason, true);
+      context_.log(port_ + ": " + reason, isSettled_);
       if (!std::exchange(isSettled_, true)) {
         context_.stateChanged();
       }

@@ -58,11 +58,11 @@ void TreeWorker::takeReadout(TreeReadout readout) {
   const bool isSame = tree_ != nullptr && tree_->pages == pages;
   if (!isSame) {
     tree_ = std::make_shared<ServedTree>(readout.shape, std::move(pages));
-    unwatched_.clear();
-    for (Position i = 0; i < tree_->index.size(); ++i) {
-      if (!tree_->index.isNode(i) && (!isWatching_ || !tree_->index.isSubscribable(i))) {
-        unwatched_.push_back(i);
-      }
+  }
+  unwatched_.clear();
+  for (Position i = 0; i < tree_->index.size(); ++i) {
+    if (!tree_->index.isNode(i) && (!isWatching_ || !tree_->index.isSubscribable(i))) {
+      unwatched_.push_back(i);
     }
   }
   takeValues(readout.values);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include "tests/gateway/exporter/exporter_fixture.h"
 #include "tests/support/port_name.h"

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "tests/gateway/exporter/exporter_fixture.h"
 
 namespace {
