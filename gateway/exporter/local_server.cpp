@@ -1,5 +1,6 @@
 #include "gateway/exporter/local_server.h"
 
+#include <mutex>
 #include <utility>
 
 namespace modelgate {
@@ -44,6 +45,7 @@ ModelRes LocalServer::connect(const std::string& port) {
 }
 
 ModelRes LocalServer::read(const Chain& chain, ModelPartIndex index, std::string& text) {
+  const std::lock_guard lock(manager_.clientMutex);
   stream_.clear();
   stream_.str({});
   const ModelRes result = at(chain)->save(stream_, index);
@@ -58,18 +60,22 @@ ModelRes LocalServer::read(const Chain& chain, ModelPartIndex index, std::string
 
 ModelRes LocalServer::store(const Chain& chain, std::string_view text, bool isLoader,
                             ModelPartIndex index, std::string& reason) {
+  const std::lock_guard lock(manager_.clientMutex);
   return at(chain)->store(text, isLoader, index, reason);
 }
 
 ModelRes LocalServer::describe(const Chain& chain, ModelSrv::PartDescription& description) {
+  const std::lock_guard lock(manager_.clientMutex);
   return at(chain)->describe(description);
 }
 
 ModelRes LocalServer::readChildIds(const Chain& chain, Chain& ids) {
+  const std::lock_guard lock(manager_.clientMutex);
   return root_.getChildIdsFromServer(at(chain), ids);
 }
 
 ModelRes LocalServer::readChildNames(const Chain& chain, std::vector<std::string>& names) {
+  const std::lock_guard lock(manager_.clientMutex);
   return root_.getChildNamesFromServer(at(chain), names);
 }
 

@@ -65,7 +65,7 @@ class LocalServer {
   };
 
   /// Stands for the part that the next request is about. The library asks for each id of the chain
-  /// once, the last one first.
+  /// once, the last one first. It is in no tree, so the client mutex is held during the request.
   class Target final : public ModelSrv::ModelPart {
    public:
     explicit Target(ModelSrv::ModelRoot& root) : root_(root) {}

@@ -237,11 +237,11 @@ TEST_F(ExporterTest, SurvivesGarbageInRequests) {
   publication.qos = 1;
   publication.responseTopic = "ts/1/f/d/rsp/me/view";
   unsigned random = 7;
-  for (int i = 0; i < 500; ++i) {
+  for (unsigned i = 0; i < 500; ++i) {
     publication.topic = std::string("ts/1/f/d/req/") +
                         std::array{"get", "set", "sync", "watch", "load", "what"}[i % 6] + "/me";
     publication.payload = i % 3 == 0 ? "{\"server\": " : i % 3 == 1 ? "\xA2" : "";
-    for (int j = 0; j < i % 40; ++j) {
+    for (unsigned j = 0; j < i % 40; ++j) {
       random = random * 1664525U + 1013904223U;
       publication.payload += static_cast<char>(random >> 24U);
     }

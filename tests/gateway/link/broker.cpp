@@ -13,6 +13,16 @@
 
 #include "tests/support/descriptor.h"
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+/// libmosquitto locks its mutexes in different orders, all on the one thread that uses a client.
+extern "C" const char* __tsan_default_suppressions();  // NOLINT(bugprone-reserved-identifier)
+extern "C" const char* __tsan_default_suppressions() {
+  return "deadlock:libmosquitto.so\n";
+}
+#endif
+#endif
+
 namespace gateway_test {
 
 namespace {
