@@ -1,7 +1,9 @@
 #include "gateway/viewer/live_part.h"
 
+#include <mutex>
 #include <utility>
 
+#include "modelsrv/model_root.h"
 #include "modelsrv/part_description.h"
 
 namespace modelgate {
@@ -22,9 +24,11 @@ LivePart::LivePart(ModelSrv::ModelPartId id, std::string name, std::string_view 
 }
 
 void LivePart::refresh() {
-  if (!isWatched()) {
+  ModelSrv::ModelRoot* const root = isWatched() ? findRoot() : nullptr;
+  if (root == nullptr) {
     return;
   }
+  const std::lock_guard lock(root->manager()->clientMutex);
   std::string text;
   static_cast<void>(appendText(text, ModelSrv::ModelPartIndex_All));
   if (text != last_) {

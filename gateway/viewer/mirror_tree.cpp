@@ -1,6 +1,7 @@
 #include "gateway/viewer/mirror_tree.h"
 
 #include <algorithm>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -94,6 +95,7 @@ std::unique_ptr<ModelPart> MirrorTree::takeSame(const ModelNode& parent, const S
 }
 
 void MirrorTree::build(const Shape& shape, ModelPart& last) {
+  const std::lock_guard lock(root_.manager()->clientMutex);
   Positions positions;
   for (std::size_t i = 0; i < built_.parts.size(); ++i) {
     positions.emplace(built_.parts[i].get(), i);
@@ -173,6 +175,7 @@ void MirrorTree::forEachValue(Visit visit) const {
 }
 
 void MirrorTree::takeValuesOf(MirrorTree& other) noexcept {
+  const std::lock_guard lock(root_.manager()->clientMutex);
   for (std::size_t i = 0; i < built_.parts.size(); ++i) {
     MirrorPart* const from = other.partAt(i);
     if (MirrorPart* const to = partAt(i); to != nullptr && from != nullptr) {
@@ -192,6 +195,7 @@ void MirrorTree::take(const PositionedValue& value, std::uint64_t sequence, Acce
 
 void MirrorTree::take(MirrorPart& part, ModelSrv::ModelPartIndex index, const Value& value,
                       std::uint64_t sequence, Accept accept) {
+  const std::lock_guard lock(root_.manager()->clientMutex);
   const bool fits = textBytes_ + value.text.size() <= maxTextBytes;
   const std::ptrdiff_t growth =
       fits ? part.take(index, value, markOf(sequence), accept)
@@ -200,6 +204,7 @@ void MirrorTree::take(MirrorPart& part, ModelSrv::ModelPartIndex index, const Va
 }
 
 void MirrorTree::forgetSequences() {
+  const std::lock_guard lock(root_.manager()->clientMutex);
   forEachValue([](MirrorPart& part) { part.changeMarks(&forgotten, 0); });
   hasBase_ = false;
 }

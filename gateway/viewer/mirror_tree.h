@@ -16,7 +16,8 @@ namespace modelgate {
 /// The parts of a mirror, by their positions in the shape. Owns them; they are below the root that
 /// is given, from `build` on.
 ///
-/// Threads: one; the caller holds the client mutex.
+/// Threads: that which dispatches the events of the root's manager. What changes the parts locks
+/// its client mutex; to change many of them, lock it before.
 class MirrorTree {
  public:
   /// The bytes of long texts that a tree keeps; more is `ModelRes_TooLarge`.

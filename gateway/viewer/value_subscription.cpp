@@ -1,6 +1,7 @@
 #include "gateway/viewer/value_subscription.h"
 
 #include <algorithm>
+#include <mutex>
 #include <utility>
 
 #include "modelsrv/model_node.h"
@@ -207,6 +208,7 @@ void ValueSubscription::take(std::string_view payload) {
 }
 
 void ValueSubscription::apply(const Batch& batch) {
+  const std::lock_guard lock(link_.context().manager().clientMutex);
   for (const PositionedValue& value : batch.values) {
     tree_->take(value, batch.sequence, Accept::newer);
     if (value.index == ModelSrv::ModelPartIndex_All) {

@@ -13,7 +13,7 @@ using modelgate::Value;
 static_assert(sizeof(MirrorValue) == 16);
 
 TEST(MirrorValue, HasATextOfAnyLength) {
-  for (const std::size_t length : {0, 1, 14, 15, 16, 17, 1'000, 100'000}) {
+  for (const unsigned length : {0U, 1U, 14U, 15U, 16U, 17U, 1'000U, 100'000U}) {
     std::string text(length, 'x');
     if (length > 0) {
       text.front() = '\0';
