@@ -204,15 +204,13 @@ def store_rows(fleet):
 def update_row(fleet, what, goal):
     times = []
     with treescope.Client(fleet.local) as near, treescope.Client(fleet.mirror) as far:
-        seen = []
-        with far.watch(ITEM, lambda update: seen.append(update.value)):
-            while not seen:
-                far.dispatch(1)
-            for value in range(1, 301):
+        with far.watch(ITEM) as updates:
+            next(iter(updates))
+            for value in range(10001, 10301):
                 start = time.perf_counter()
                 near.set(ITEM, value)
-                while seen[-1] != value:
-                    far.dispatch(1)
+                while next(iter(updates)).value != value:
+                    pass
                 times.append(1000 * (time.perf_counter() - start))
                 # In the middle of an interval, wherever that is.
                 time.sleep(0.005 + 0.00037 * (value % 100))
