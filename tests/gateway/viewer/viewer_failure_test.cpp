@@ -74,7 +74,7 @@ TEST_F(ViewerTest, SeesADeviceThatIsKilled) {
 
 TEST_F(ViewerTest, SeesAWatchedDeviceThatIsSilent) {
   run([this] {
-    device->state.heartbeat = 200;
+    device->state.heartbeat = 2'000;
     device->publishState();
   });
   {

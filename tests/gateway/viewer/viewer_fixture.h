@@ -75,11 +75,16 @@ class ViewerTest : public testing::Test {
   [[nodiscard]] static bool isServed(const std::string& name) {
     return std::filesystem::exists("/tmp/" + name + ".fifo");
   }
+  /// A mailbox is there just before its server listens.
+  [[nodiscard]] static bool accepts(const std::string& name) {
+    return isServed(name) &&
+           test_support::TreeClient(name).connected() == ModelSrv::ModelRes_Success;
+  }
   bool isOnline() {
-    return test_support::eventually([this] { return isServed(port()) && !isServed(offline()); });
+    return test_support::eventually([this] { return accepts(port()) && !isServed(offline()); });
   }
   bool isOffline() {
-    return test_support::eventually([this] { return !isServed(port()) && isServed(offline()); });
+    return test_support::eventually([this] { return !isServed(port()) && accepts(offline()); });
   }
   [[nodiscard]] std::string offline() const { return port("~offline"); }
   std::string stateOf(const std::string& server) {
