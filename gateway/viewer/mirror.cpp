@@ -52,7 +52,8 @@ bool Mirror::isComplete() const {
   if (!link_.context().isConnected()) {
     return true;
   }
-  return isOnline_ ? values_.isSynced() : served_->tree != nullptr || state_.pages.empty();
+  return isOnline_ ? values_.isSynced()
+                   : (served_->tree != nullptr && !readsRetained_) || state_.pages.empty();
 }
 
 std::string Mirror::portName() const {

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include "tests/gateway/viewer/viewer_fixture.h"
-#include "tests/support/own_mounts.h"
 
 // What a viewer shows of a device that is there.
 
@@ -149,19 +148,7 @@ TEST_F(ViewerTest, EndsALeaseWithItsClients) {
 }
 
 /// `Model_fleet` is one name for all viewers of a machine.
-struct OwnTmp {
-  OwnTmp() : isOwn(test_support::haveOwnMounts() && test_support::mountOwnTmp()) {}
-  ~OwnTmp() {
-    if (isOwn) {
-      EXPECT_TRUE(test_support::unmountOwnTmp());
-    }
-  }
-  OwnTmp(const OwnTmp&) = delete;
-  OwnTmp& operator=(const OwnTmp&) = delete;
-  const bool isOwn;
-};
-
-class FleetOfViewer : private OwnTmp, public ViewerTest {
+class FleetOfViewer : public ViewerTest {
  protected:
   void SetUp() override {
     if (!isOwn) {
