@@ -19,8 +19,8 @@ bool append(std::string& out, const std::optional<std::chrono::milliseconds>& ti
 
 void appendMilliseconds(std::string& out, std::chrono::microseconds time) {
   std::array<char, 32> text{};
-  const double milliseconds = static_cast<double>(time.count()) / 1000;
-  const auto end = std::to_chars(text.data(), text.data() + text.size(), milliseconds).ptr;
+  const double inMilliseconds = static_cast<double>(time.count()) / 1000;
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), inMilliseconds).ptr;
   out.append(text.data(), end);
 }
 
