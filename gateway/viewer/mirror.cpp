@@ -40,7 +40,12 @@ Mirror::Mirror(DeviceLink& link, const LinkStatus& device, std::string server)
                takeShape(shape, hashes);
              }),
       values_(
-          link, server_, [this] { return clients_.any(); }, [this] { clients_.release(); }) {}
+          link, server_, [this] { return clients_.any(); },
+          [this] {
+            if (isComplete()) {
+              clients_.release();
+            }
+          }) {}
 
 Mirror::~Mirror() {
   values_.detach();
@@ -52,8 +57,17 @@ bool Mirror::isComplete() const {
   if (!link_.context().isConnected()) {
     return true;
   }
-  return isOnline_ ? values_.isSynced()
-                   : (served_->tree != nullptr && !readsRetained_) || state_.pages.empty();
+  if (!isOnline_) {
+    return (served_->tree != nullptr && !readsRetained_) || state_.pages.empty();
+  }
+  // The values may be those of an earlier shape or run: without clients nothing is fetched.
+  return values_.isSynced() && hasShape() &&
+         values_.isAttachedTo(served_->tree.get(), state_.shape);
+}
+
+/// Whether the tree is that of the device's state.
+bool Mirror::hasShape() const {
+  return served_->tree != nullptr && builtPages_ == state_.pages;
 }
 
 std::string Mirror::portName() const {
@@ -186,7 +200,7 @@ void Mirror::work() {
   if (!isOnline_) {
     return workOffline();
   }
-  if (served_->tree == nullptr || builtPages_ != state_.pages) {
+  if (!hasShape()) {
     return fetch_.begin(state_.pages);
   }
   fetch_.cancel();

@@ -74,6 +74,7 @@ class Mirror final : public LinkStatus {
 
   [[nodiscard]] std::string portName() const;
   [[nodiscard]] bool isComplete() const;
+  [[nodiscard]] bool hasShape() const;
   void serve(bool online);
   void startServer();
   bool build(Served& served, const Shape& shape);

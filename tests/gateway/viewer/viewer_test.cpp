@@ -105,6 +105,47 @@ TEST_F(ViewerTest, FollowsAChangeOfTheShape) {
   EXPECT_TRUE(client.waitForUpdate());
 }
 
+/// A viewer that has values of a device, for which the lease goes on, but no client.
+class ViewerWithoutClients : public ViewerTest {
+ protected:
+  ViewerWithoutClients() {
+    TreeClient client(port());
+    EXPECT_EQ(client.get("/speed"), "42");
+  }
+
+  /// Publishes the state, and waits until the viewer has it.
+  bool takesState() {
+    run([this] {
+      device->state.servers["later"].up = true;
+      device->publishState();
+    });
+    return test_support::eventually([this] { return accepts("Model_" + name + ".later"); });
+  }
+};
+
+TEST_F(ViewerWithoutClients, FetchesTheShapeOfMeanwhileBeforeItServesTheNext) {
+  run([this] {
+    device->shape.push_back(FakeDevice::part(1, 3, "more", "text"));
+    device->values = {"43", "hello", "new"};
+    ++device->sequence;
+    device->publishShape();
+  });
+  ASSERT_TRUE(takesState());
+  TreeClient client(port());
+  EXPECT_EQ(client.get("/speed"), "43");
+  EXPECT_EQ(client.get("/more"), "new");
+}
+
+TEST_F(ViewerWithoutClients, FetchesTheValuesOfALaterRunBeforeItServesTheNext) {
+  run([this] {
+    device->state.epoch = 78;
+    device->values[0] = "43";
+  });
+  ASSERT_TRUE(takesState());
+  TreeClient client(port());
+  EXPECT_EQ(client.get("/speed"), "43");
+}
+
 TEST_F(ViewerTest, RequestsTheElementsOfATextThatCannotBeDivided) {
   run([this] {
     modelgate::ShapePart array = FakeDevice::part(1, 3, "lines", "text");
