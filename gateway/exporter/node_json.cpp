@@ -4,6 +4,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "gateway/wire/limits.h"
+
 namespace modelgate {
 
 using ModelSrv::ModelPartIndex_All;
@@ -37,9 +39,18 @@ class ObjectWriter {
  public:
   void add(std::string name, std::string_view json) {
     const auto [added, isNew] = names_.insert(std::move(name));
-    if (isNew) {
+    if (!isNew) {
+      return;
+    }
+    const std::string quoted = jsonText(*added);
+    // Also for the characters around them.
+    const std::size_t size = text_.size() + quoted.size() + 3;
+    if (size + json.size() > maxPayload) {
+      json = "null";
+    }
+    if (size + json.size() <= maxPayload) {
       text_ += text_.empty() ? "{" : ",";
-      text_ += jsonText(*added);
+      text_ += quoted;
       text_ += ':';
       text_ += json;
     }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "gateway/wire/limits.h"
+
 namespace modelgate {
 
 using ModelSrv::ModelRes;
@@ -227,6 +229,14 @@ void RequestHandler::reply(const Requester& requester, Reply reply) {
   reply.monotonic = monotonicMilliseconds();
   reply.time = realMilliseconds();
   std::string payload = encodeReply(reply, requester.format);
+  if (payload.size() > maxPayload) {
+    reply.value.reset();
+    if (reply.result == ModelRes_Success && !isStore(requester.verb)) {
+      reply.result = ModelSrv::ModelRes_TooLarge;
+      reply.reason = ModelSrv::describe(reply.result);
+    }
+    payload = encodeReply(reply, requester.format);
+  }
   // Of other requests a repetition is carried out again, which changes nothing.
   if (isStore(requester.verb)) {
     memory_.complete(requester.responseTopic, requester.correlation, payload, Clock::now());

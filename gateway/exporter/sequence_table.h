@@ -44,6 +44,10 @@ class SequenceTable {
   };
   /// The numbers of the next batch.
   [[nodiscard]] Numbers beginBatch();
+  /// The first part that waits.
+  [[nodiscard]] ValueMark front() const {
+    return {pending_.front(), pendingIndex_[pending_.front()]};
+  }
   /// Removes the first part that waits, for the batch that was begun.
   [[nodiscard]] ValueMark take();
 

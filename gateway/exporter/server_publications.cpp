@@ -7,7 +7,8 @@ namespace modelgate {
 
 namespace {
 
-/// The values of a batch end with the one that exceeds that many bytes.
+/// The values of a batch end with the one that exceeds that many bytes, or before one with which
+/// no message would hold them.
 constexpr std::size_t batchSize = std::size_t{128} * 1024;
 
 }  // namespace
@@ -151,12 +152,9 @@ void ServerExport::sendBatch(Clock::time_point now) {
   batch.time = realMilliseconds();
   batch.monotonic = monotonicMilliseconds(now);
   std::size_t size = 0;
-  while (sequences_.isPending() && size < batchSize) {
-    const std::size_t first = batch.values.size();
-    tree_->values.read(sequences_.take(), batch.values);
-    for (std::size_t i = first; i < batch.values.size(); ++i) {
-      size += encodedSize(batch.values[i]);
-    }
+  while (sequences_.isPending() && size < batchSize &&
+         tree_->values.readForBatch(sequences_.front(), batch.values, size)) {
+    static_cast<void>(sequences_.take());
   }
   Publication publication;
   publication.topic = context_.topics.updates(name_);

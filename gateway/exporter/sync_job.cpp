@@ -21,10 +21,8 @@ Batch SyncJob::next(const SequenceTable& sequences) {
     if (tree_->index.isNode(next_) || (since_ > 0 && !sequences.isChangedSince(next_, since_))) {
       continue;
     }
-    const std::size_t first = batch.values.size();
-    tree_->values.read({next_, ModelSrv::ModelPartIndex_All}, batch.values);
-    for (std::size_t i = first; i < batch.values.size(); ++i) {
-      size += encodedSize(batch.values[i]);
+    if (!tree_->values.readForBatch({next_, ModelSrv::ModelPartIndex_All}, batch.values, size)) {
+      break;
     }
   }
   // Nothing but unchanged parts may be left.

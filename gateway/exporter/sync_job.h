@@ -15,7 +15,8 @@ namespace modelgate {
 /// thread.
 class SyncJob {
  public:
-  /// The values of a batch end with the one that exceeds that many bytes.
+  /// The values of a batch end with the one that exceeds that many bytes, or before one with which
+  /// no message would hold them.
   static constexpr std::size_t batchSize = std::size_t{128} * 1024;
 
   /// For the parts in `range` that have changed since `since`, or all with 0. `numbers` has the

@@ -16,6 +16,10 @@ namespace {
 
 /// The longest text that a message can hold beside its other fields.
 constexpr std::size_t maxText = maxPayload - 4096;
+/// The most bytes of the values of a batch, beside its other fields and those of a reply.
+constexpr std::size_t maxBatch = maxPayload - 2048;
+/// What an element takes in a batch beside its text, at most.
+constexpr std::size_t elementHead = 16;
 
 /// Where the line `number` of `text` begins and ends.
 std::pair<std::size_t, std::size_t> lineOf(std::string_view text, unsigned number) {
@@ -37,7 +41,7 @@ std::vector<std::string> linesOf(std::string_view text) {
 }
 
 std::size_t totalSize(const std::vector<std::string>& texts) {
-  std::size_t size = texts.size();
+  std::size_t size = texts.size() * elementHead;
   for (const std::string& text : texts) {
     size += text.size();
   }
@@ -167,6 +171,22 @@ void ValueTable::read(ValueMark mark, std::vector<PositionedValue>& values) cons
           {mark.position, static_cast<ModelPartIndex>(i), {ModelRes_Success, elements->second[i]}});
     }
   }
+}
+
+bool ValueTable::readForBatch(ValueMark mark, std::vector<PositionedValue>& values,
+                              std::size_t& size) const {
+  const std::size_t first = values.size();
+  read(mark, values);
+  std::size_t added = 0;
+  for (std::size_t i = first; i < values.size(); ++i) {
+    added += encodedSize(values[i]);
+  }
+  if (first > 0 && size + added > maxBatch) {
+    values.resize(first);
+    return false;
+  }
+  size += added;
+  return true;
 }
 
 bool ValueTable::mark(Position position, ModelPartIndex index) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -45,6 +46,11 @@ class ValueTable {
 
   /// Appends the value, or that of an element, to `values`: element by element if it was set so.
   void read(ValueMark mark, std::vector<PositionedValue>& values) const;
+
+  /// As `read`, for a batch whose values take `size` bytes, which grows. False, and nothing
+  /// changes, if one message would not hold all of them; the first value always fits.
+  [[nodiscard]] bool readForBatch(ValueMark mark, std::vector<PositionedValue>& values,
+                                  std::size_t& size) const;
 
   /// Calls `changed` for the first mark after `takeMarks`, without the lock, on the thread that
   /// sets the value. Set it before other threads use the table.

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "gateway/wire/limits.h"
 #include "tests/gateway/exporter/exporter_fixture.h"
 
 namespace {
@@ -79,6 +80,43 @@ TEST_F(ExporterTest, AnswersGetByPathAndByChain) {
   EXPECT_EQ(request(Verb::get, of(server.name(), "/nothing")).result,
             ModelSrv::ModelRes_NoSuchPart);
   EXPECT_EQ(request(Verb::get, of("nobody", "/drive")).result, ModelSrv::ModelRes_NoSuchPart);
+}
+
+TEST_F(ExporterTest, AnswersAlsoForAValueThatNoMessageHolds) {
+  const ModelServer server;
+  options.allowSet = {"/"};
+  TreeClient local(server.name());
+  ASSERT_EQ(local.store("/drive/label", std::string(modelgate::maxPayload, 'x')),
+            ModelSrv::ModelRes_Success);
+  startReady({server.name()});
+  const Reply read = request(Verb::get, of(server.name(), "/drive/label"));
+  EXPECT_EQ(read.result, ModelSrv::ModelRes_TooLarge);
+  EXPECT_FALSE(read.value);
+  // The store is refused, and the value after it is the large one.
+  Request store = storeOf(server.name(), "/drive/label", "y");
+  store.index = 3;
+  const Reply stored = request(Verb::set, store);
+  EXPECT_EQ(stored.result, ModelSrv::ModelRes_NoSuchIndex);
+}
+
+TEST_F(ExporterTest, SendsLargeChangesInBatchesThatAreTaken) {
+  const ModelServer server = ModelServer::ofTree(R"({"name": "Model_x", "children": [
+    {"id": 1, "name": "a", "type": "text", "value": ""},
+    {"id": 2, "name": "b", "type": "text", "value": ""}]})");
+  options.interval = std::chrono::milliseconds(1000);
+  startReady({server.name()});
+  ASSERT_EQ(request(Verb::watch, of(server.name(), "/")).result, ModelSrv::ModelRes_Success);
+  TreeClient local(server.name());
+  const std::string large(modelgate::maxPayload - 4096, 'x');
+  // The first change is sent at once, those after it together.
+  for (const char* first : {"1", "2"}) {
+    ASSERT_EQ(local.store("/a", first + std::string(100'000, 'a')), ModelSrv::ModelRes_Success);
+    ASSERT_EQ(local.store("/b", first + large.substr(1)), ModelSrv::ModelRes_Success);
+    ASSERT_TRUE(until([&] {
+      return lastInBatches(server.name(), 0).starts_with(first) &&
+             lastInBatches(server.name(), 1).starts_with(first);
+    }));
+  }
 }
 
 TEST_F(ExporterTest, StoresWhereItsRulesAllowIt) {

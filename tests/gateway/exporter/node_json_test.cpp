@@ -52,6 +52,16 @@ TEST_F(NodeJson, IsValidForAnyBytes) {
   EXPECT_EQ(json(7), R"({"value_0":"a\nb","value_1":"c"})");
 }
 
+TEST_F(NodeJson, HasNullForWhatNoMessageHolds) {
+  const std::string large(std::size_t{3} * 1024 * 1024, 'x');
+  set(5, large);
+  set(7, large + "\nb");
+  EXPECT_TRUE(json(rootPosition) ==
+              "{\"name\":\"" + large + R"(","#3":null,"notes_0":null,"notes_1":"b"})");
+  set(5, std::string(large.size(), '\xFF'));
+  EXPECT_EQ(json(5), R"({"value":null})");
+}
+
 TEST_F(NodeJson, HasTheFirstOfSeveralMembersWithOneName) {
   const modelgate::Shape shape{gateway_test::value(1, 1, "a", "text"),
                                gateway_test::value(1, 2, "a", "text")};

@@ -61,6 +61,42 @@ TEST(SyncJob, SendsEverythingInBatchesOfABoundedSize) {
   EXPECT_EQ(received[4711], textOf(4711));
 }
 
+/// All that a job for everything sends, each batch as a message that a receiver takes.
+std::map<modelgate::Position, std::size_t> sizesInMessages(
+    const std::shared_ptr<modelgate::ServedTree>& tree) {
+  SequenceTable sequences;
+  sequences.reset(tree->index.size());
+  SyncJob job(tree, {0, static_cast<modelgate::Position>(tree->index.size())}, 0, {});
+  std::map<modelgate::Position, std::size_t> sizes;
+  while (!job.isComplete()) {
+    const std::string payload = encodeBatch(job.next(sequences));
+    const auto batch = modelgate::decodeBatch(payload);
+    EXPECT_TRUE(batch) << payload.size();
+    for (const PositionedValue& value : batch.value_or(modelgate::Batch()).values) {
+      sizes[value.position] += value.value.text.size();
+    }
+  }
+  return sizes;
+}
+
+TEST(SyncJob, SendsTheLargestValuesInMessagesThatAreTaken) {
+  const auto tree = wideTree(3);
+  const std::size_t largest = modelgate::maxPayload - 4096;
+  tree->values.set(1, ModelRes_Success, std::string(100'000, 'a'));
+  tree->values.set(2, ModelRes_Success, std::string(largest, 'b'));
+  tree->values.set(3, ModelRes_Success, std::string(largest, 'c'));
+  const std::map<modelgate::Position, std::size_t> expected{
+      {1, 100'000}, {2, largest}, {3, largest}};
+  EXPECT_EQ(sizesInMessages(tree), expected);
+}
+
+TEST(SyncJob, SendsElementsInMessagesThatAreTaken) {
+  const modelgate::Shape shape{gateway_test::value(1, 1, "lines", "text", 60'000)};
+  const auto tree = std::make_shared<modelgate::ServedTree>(shape, modelgate::encodeShape(shape));
+  tree->values.setElements(0, std::vector<std::string>(60'000, std::string(66, '\n')));
+  EXPECT_EQ(sizesInMessages(tree).count(0), 1U);
+}
+
 TEST(SyncJob, SendsWhatHasChangedInItsSubtree) {
   const auto tree = gateway_test::sampleTree();
   SequenceTable sequences;
