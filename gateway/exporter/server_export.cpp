@@ -61,7 +61,7 @@ std::optional<ServerState> ServerExport::state() const {
 
 void ServerExport::takeTree(std::shared_ptr<ServedTree> tree) {
   noteTopics();
-  const std::shared_ptr<ServedTree> before = std::exchange(tree_, std::move(tree));
+  tree_ = std::move(tree);
   ++shape_;
   isUp_ = isSettled_ = true;
   sequences_.reset(tree_->index.size());
@@ -70,7 +70,7 @@ void ServerExport::takeTree(std::shared_ptr<ServedTree> tree) {
   if (context_.retainsValues) {
     pages_.emplace(tree_, ValuePage{context_.epoch, shape_, 0, {}});
   }
-  publishPages(before == nullptr ? nullptr : &before->hashes);
+  publishPages();
   removeLeftTopics();
   updateCover();
   for (PendingSync& sync : syncs_) {

@@ -86,7 +86,7 @@ class ServerExport {
   void updateCover();
   void updateActivity();
 
-  void publishPages(const std::vector<std::string>* before);
+  void publishPages();
   void publishPage(std::size_t page);
   void noteTopics();
   void removeLeftTopics();
@@ -105,6 +105,7 @@ class ServerExport {
 
   std::shared_ptr<ServedTree> tree_;
   std::uint64_t shape_ = 0;
+  std::vector<std::string> publishedPages_;  ///< the hashes of those that this broker has
   bool isUp_ = false;
   bool isSettled_ = false;
   bool isRejected_ = false;

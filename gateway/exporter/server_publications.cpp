@@ -20,16 +20,20 @@ void ServerExport::publishPage(std::size_t page) {
     if (alive.expired() || current == nullptr || current != tree_) {
       return std::nullopt;  // Newer pages follow.
     }
+    publishedPages_.resize(std::max(publishedPages_.size(), page + 1));
+    publishedPages_[page] = current->hashes[page];
     return retained(context_.topics.shape(name_, page), current->pages[page],
                     contentType(Format::cbor));
   });
 }
 
-/// Publishes the pages that differ from those with the hashes `before`, or all if it is null.
-void ServerExport::publishPages(const std::vector<std::string>* before) {
+/// Publishes the pages that the broker does not have. What waited of an earlier tree is dropped.
+void ServerExport::publishPages() {
   const std::vector<std::string>& hashes = tree_->hashes;
+  // Those above are removed.
+  publishedPages_.resize(std::min(publishedPages_.size(), hashes.size()));
   for (std::size_t page = 0; page < hashes.size(); ++page) {
-    if (before == nullptr || page >= before->size() || (*before)[page] != hashes[page]) {
+    if (page >= publishedPages_.size() || publishedPages_[page] != hashes[page]) {
       publishPage(page);
     }
   }
@@ -45,6 +49,7 @@ void ServerExport::removePages(std::size_t count) {
 void ServerExport::removeAll() {
   noteTopics();
   tree_.reset();
+  publishedPages_.clear();
   json_.reset();
   pages_.reset();
   removeLeftTopics();
@@ -82,7 +87,8 @@ void ServerExport::publishRetained() {
   if (tree_ == nullptr) {
     return;
   }
-  publishPages(nullptr);
+  publishedPages_.clear();
+  publishPages();
   json_->changeAll();
   if (pages_) {
     pages_->changeAll();

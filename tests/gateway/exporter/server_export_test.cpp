@@ -1,0 +1,81 @@
+#include "gateway/exporter/server_export.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <map>
+
+#include "tests/gateway/link/client.h"
+#include "tests/support/model_server.h"
+
+namespace {
+
+using gateway_test::runUntil;
+using modelgate::ServerExport;
+using test_support::ModelServer;
+
+/// A tree whose shape has several pages, with the name of its last part.
+std::string treeOfPages(const std::string& last) {
+  std::string tree = R"({"name": "Model_x", "children": [)";
+  for (int i = 1; i <= 800; ++i) {
+    tree += R"({"id": )" + std::to_string(i) + R"(, "name": ")" + std::string(200, 'n') +
+            std::to_string(i) + R"(", "type": "int32", "value": 1},)";
+  }
+  return tree + R"({"id": 801, "name": ")" + last + R"(", "type": "int32", "value": 1}]})";
+}
+
+/// A server at a broker that takes messages when the test says so.
+struct ServerExportTest : testing::Test {
+  /// The shape that the broker has; empty if it lacks a page of the present one.
+  [[nodiscard]] std::optional<modelgate::Shape> publishedShape(const ServerExport& server) const {
+    std::vector<std::string> pages;
+    const std::vector<std::string> hashes = server.state()->pages;
+    for (const std::string& hash : hashes) {
+      const auto page = broker.find(context.topics.shape(server.name(), pages.size()));
+      if (page == broker.end() || modelgate::pageHash(page->second) != hash) {
+        return std::nullopt;
+      }
+      pages.push_back(page->second);
+    }
+    std::string error;
+    return modelgate::decodeShape(pages, error);
+  }
+
+  modelgate::EventLoop loop;
+  bool hasCapacity = false;
+  std::map<std::string, std::string> broker;  ///< the last message of each topic
+  modelgate::ExportContext context{
+      loop,
+      modelgate::Topics("f", "d"),
+      1,
+      std::chrono::milliseconds(50),
+      modelgate::PathRules({}),
+      modelgate::PathRules({}),
+      false,
+      modelgate::Outbox({.isConnected = [] { return true; },
+                         .hasCapacity = [this] { return hasCapacity; },
+                         .publish =
+                             [this](const modelgate::Publication& publication) {
+                               broker[publication.topic] = publication.payload;
+                             }}),
+      [] {},
+      [](std::string_view, bool) {}};
+};
+
+TEST_F(ServerExportTest, PublishesEachPageAlsoIfTheShapeChangesMeanwhile) {
+  test_support::TemporaryFile file(treeOfPages("before"));
+  ModelServer server({"--tree", file.path()}, true);
+  ServerExport exported(context, server.name());
+  ASSERT_TRUE(runUntil(loop, [&] { return exported.state().has_value(); }));
+  ASSERT_GT(exported.state()->pages.size(), 2U);
+  file.write(treeOfPages("after"));
+  server.process().signal(SIGHUP);
+  ASSERT_TRUE(runUntil(loop, [&] { return exported.state()->shape > 1; }));
+  hasCapacity = true;
+  EXPECT_TRUE(context.outbox.pump());
+  const auto shape = publishedShape(exported);
+  ASSERT_TRUE(shape);
+  EXPECT_EQ(shape->back().name, "after");
+}
+
+}  // namespace
