@@ -129,7 +129,7 @@ void ServerExport::updateCover() {
   updateActivity();
 }
 
-/// Parts that cannot be watched are read while somebody sees them.
+/// Parts that cannot be watched are read while there is a use for them.
 void ServerExport::updateActivity() {
   worker_.setActive(!leases_.isEmpty() || context_.retainsValues || !context_.json.isEmpty());
 }

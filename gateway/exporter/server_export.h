@@ -19,7 +19,7 @@
 
 namespace modelgate {
 
-/// One server of this machine at the broker: its shape, batches of its values while somebody has a
+/// One server of this machine at the broker: its shape, batches of its values while a client has a
 /// lease, and the retained values and JSON. On the loop's thread; it has a worker, whose server may
 /// block it.
 class ServerExport {

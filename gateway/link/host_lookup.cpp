@@ -18,7 +18,7 @@ namespace modelgate {
 
 struct HostLookup::Pending {
   std::mutex mutex;
-  EventLoop* loop = nullptr;  ///< protected by `mutex`; null: nobody waits
+  EventLoop* loop = nullptr;  ///< protected by `mutex`; null: there is no owner
   Done done;                  ///< of the loop's thread
 };
 

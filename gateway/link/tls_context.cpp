@@ -31,7 +31,7 @@ std::string takeReason() {
   throw std::runtime_error(what + takeReason());
 }
 
-/// A key that needs a passphrase is an error: nobody is there to be asked.
+/// A key that needs a passphrase is an error: there is no terminal to read it from.
 int noPassphrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
   return 0;
 }

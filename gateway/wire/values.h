@@ -28,7 +28,7 @@ struct PositionedValue {
   bool operator==(const PositionedValue&) const = default;
 };
 
-/// Values that an exporter sends while somebody watches (topic `upd/S`), and in reply to `sync`.
+/// Values that an exporter sends while a client watches (topic `upd/S`), and in reply to `sync`.
 ///
 /// `epoch` is of the exporter's process, `shape` the version of the server's shape within it, which
 /// the positions belong to; both are in the device's state. All values of a batch have `sequence`,
