@@ -75,7 +75,11 @@ class LazyServer {
     const std::lock_guard lock(mutex_);
     return leftCalls_;
   }
-  void makeTree() { EXPECT_EQ(root.add(&node), ModelRes_Success); }
+  /// Makes the tree if there is none. Any thread.
+  void makeTree() {
+    const std::lock_guard lock(manager.clientMutex);
+    EXPECT_TRUE(node.parent() != nullptr || root.add(&node) == ModelRes_Success);
+  }
 
   EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, true};
   ModelRoot root{&manager};
@@ -100,6 +104,33 @@ class LazyServer {
   std::deque<SessionHold> holds_;
   std::vector<std::size_t> leftCalls_;
   bool takingEnded_ = false;
+};
+
+/// Releases the holds of a server until the end of its scope: a client may need more than one
+/// connection. Before that it calls `prepare` for each that is in effect.
+class Releaser {
+ public:
+  explicit Releaser(LazyServer& server, std::function<void()> prepare = nullptr)
+      : server_(server), thread_([this, prepare = std::move(prepare)] {
+          while (!ending_) {
+            const SessionHold hold = server_.take();
+            if (hold.isInEffect() && prepare) {
+              prepare();
+            }
+          }
+        }) {}
+  ~Releaser() {
+    ending_ = true;
+    server_.endTaking();
+    thread_.join();
+  }
+  Releaser(const Releaser&) = delete;
+  Releaser& operator=(const Releaser&) = delete;
+
+ private:
+  LazyServer& server_;
+  std::atomic<bool> ending_{false};
+  std::thread thread_;
 };
 
 const Chain valueChain{1, 1};
@@ -238,19 +269,11 @@ TEST_F(SessionHolds, AreGivenForEachConnectionOfAClientAndKeepItsRenewalWaiting)
   server_.reset();
   // The new server makes its tree while the client has connected again and renews.
   server_ = std::make_unique<LazyServer>(name_);
-  std::atomic<bool> held{false};
-  auto tree = std::async(std::launch::async, [&] {
-    SessionHold hold = server_->take();
-    held = hold.isInEffect();
-    server_->makeTree();
-    hold.release();
-  });
+  const Releaser releaser(*server_, [&] { server_->makeTree(); });
   ASSERT_TRUE(client.pumpUntil([&] {
     return !client.root.types.empty() &&
            client.root.types.back() == ModelRoot::EvtTyp_Model_Restored;
   }));
-  tree.get();
-  EXPECT_TRUE(held);
   EXPECT_THAT(client.root.updates, testing::IsEmpty()) << "the part was there when it was renewed";
   ASSERT_EQ(server_->value.setValue(9), ModelRes_Success);
   ASSERT_TRUE(client.pumpUntil([&] { return !client.root.updates.empty(); }));
@@ -265,20 +288,11 @@ TEST_F(SessionHolds, ReleasedWithoutATreeLetSubscriptionsSleepUntilItComes) {
   ASSERT_EQ(client.subscribe(valueChain), ModelRes_Success);
   server_.reset();
   server_ = std::make_unique<LazyServer>(name_);
-  // The client may need more than one connection.
-  std::atomic<bool> ending{false};
-  auto released = std::async(std::launch::async, [&] {
-    while (!ending) {
-      server_->take().release();
-    }
-  });
+  const Releaser releaser(*server_);
   ASSERT_TRUE(client.pumpUntil([&] {
     return !client.root.types.empty() &&
            client.root.types.back() == ModelRoot::EvtTyp_Model_Restored;
   }));
-  ending = true;
-  server_->endTaking();
-  released.get();
   server_->makeTree();
   ASSERT_TRUE(client.pumpUntil([&] { return !client.root.updates.empty(); }));
   EXPECT_EQ(client.text(valueChain), "7");
@@ -356,20 +370,8 @@ TEST_F(SessionHolds, LoseNoClientInAnySchedule) {
   constexpr int clients = 6;
   constexpr int rounds = 25;
   std::atomic<int> wrong{0};
-  std::atomic<bool> ending{false};
-  std::vector<std::thread> releasers;
-  for (unsigned i = 0; i < 2; ++i) {
-    releasers.emplace_back([&] {
-      while (!ending) {
-        SessionHold hold = server_->take();
-        const std::lock_guard lock(server_->manager.clientMutex);
-        if (server_->node.parent() == nullptr) {
-          server_->makeTree();
-        }
-        hold.release();
-      }
-    });
-  }
+  std::optional<Releaser> first(std::in_place, *server_, [&] { server_->makeTree(); });
+  std::optional<Releaser> second(std::in_place, *server_, [&] { server_->makeTree(); });
   std::vector<std::thread> threads;
   for (int i = 0; i < clients; ++i) {
     threads.emplace_back([&, i] {
@@ -387,11 +389,8 @@ TEST_F(SessionHolds, LoseNoClientInAnySchedule) {
   for (std::thread& thread : threads) {
     thread.join();
   }
-  ending = true;
-  server_->endTaking();
-  for (std::thread& releaser : releasers) {
-    releaser.join();
-  }
+  first.reset();
+  second.reset();
   EXPECT_EQ(wrong, 0);
   EXPECT_TRUE(server_->awaitLeft(0));
 }
