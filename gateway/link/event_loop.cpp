@@ -100,12 +100,15 @@ struct EventLoop::State {
   void wake() const {
     const std::uint64_t one = 1;
     // It fails only if the counter is full, and then the loop wakes up anyway.
-    static_cast<void>(::write(wakeUp, &one, sizeof one));
+    const ssize_t written = ::write(wakeUp, &one, sizeof one);
+    static_cast<void>(written);
   }
 
   void runPosted() {
     std::uint64_t count = 0;
-    static_cast<void>(::read(wakeUp, &count, sizeof count));
+    // It fails only if another wake-up has been read since.
+    const ssize_t taken = ::read(wakeUp, &count, sizeof count);
+    static_cast<void>(taken);
     std::vector<Handler> handlers;
     {
       const std::lock_guard lock(mutex);

@@ -148,6 +148,9 @@ def check_yocto(build: Path) -> None:
     expected = {
         "treescope": ["/usr/bin/treectl", "/usr/bin/treescope"],
         "modelsrvd": ["/usr/bin/modelsrvd", "/usr/lib/systemd/system/modelsrvd.service"],
+        "modelgate": ["/usr/bin/modelgate", "/usr/bin/modelgate-certificates",
+                      "/usr/lib/systemd/system/modelgate-export.service",
+                      "/usr/lib/systemd/system/modelgate-view.service"],
         "libkrvkstd": ["/usr/lib/libkrvkstd.so.0"],
         "libkrvsyssrv": ["/usr/lib/libkrvsyssrv.so.4"],
         "libtreescope": ["/usr/lib/libtreescope.so.0"],
@@ -155,11 +158,13 @@ def check_yocto(build: Path) -> None:
     for package, wanted in expected.items():
         found = [file for file in packages[package] if not file.startswith("/usr/share/")]
         check(found == wanted, f"{package} has {found}")
-    unit = recipe.get("SYSTEMD_SERVICE:modelsrvd")
-    check(f"/usr/lib/systemd/system/{unit}" in packages["modelsrvd"], "the unit is in no package")
-    user = re.search("^User=(.*)$", (target / f"usr/lib/systemd/system/{unit}").read_text(), re.M)
-    check(user is not None and recipe.get("USERADD_PARAM:modelsrvd").split()[-1] == user[1],
-          "the unit's user is not made")
+    for package in recipe.get("SYSTEMD_PACKAGES").split():
+        for unit in recipe.get(f"SYSTEMD_SERVICE:{package}").split():
+            check(f"/usr/lib/systemd/system/{unit}" in packages[package], f"{unit} is in no package")
+            text = (target / f"usr/lib/systemd/system/{unit}").read_text()
+            user = re.search("^User=(.*)$", text, re.M)
+            check(user is not None and recipe.get(f"USERADD_PARAM:{package}").split()[-1] == user[1],
+                  f"the user of {unit} is not made")
 
 
 def make(target: Path | None, source: Path, goal: str, **variables: str) -> str:
@@ -186,6 +191,8 @@ def check_config_in() -> None:
 def check_buildroot(build: Path) -> None:
     check_config_in()
     options = make(None, SOURCES, "print").split()
+    more = make(None, SOURCES, "print", BR2_PACKAGE_TREESCOPE_MODELGATE="y").split()
+    check("-DTREESCOPE_GATEWAY=OFF" in options and "-DTREESCOPE_GATEWAY=ON" in more, f"{options}, {more}")
     base = install(build, options)
     # What Buildroot synchronizes the sources to.
     copy = build / "source"

@@ -6,7 +6,8 @@ SECTION = "console/utils"
 # No licence has been chosen.
 LICENSE = "CLOSED"
 
-DEPENDS = "nlohmann-json"
+# All but nlohmann-json are for modelgate.
+DEPENDS = "nlohmann-json cli11 libcbor mosquitto openssl"
 
 inherit cmake externalsrc python3-dir systemd useradd
 
@@ -15,14 +16,17 @@ EXTERNALSRC ?= "${@os.path.realpath(os.path.join(d.getVar('THISDIR'), '..', '..'
 
 EXTRA_OECMAKE = "\
     -DCMAKE_SKIP_RPATH=ON \
+    -DTREESCOPE_GATEWAY=ON \
     -DTREESCOPE_PYTHON_DIR=${PYTHON_SITEPACKAGES_DIR} \
     -DTREESCOPE_PYTHON_LIBRARY=libtreescope.so.0 \
     -DTREESCOPE_SYSTEMD_UNIT_DIR=${systemd_system_unitdir} \
 "
 
-PACKAGES =+ "modelsrvd libkrvkstd libkrvsyssrv libtreescope python3-treescope"
+PACKAGES =+ "modelsrvd modelgate libkrvkstd libkrvsyssrv libtreescope python3-treescope"
 
 FILES:modelsrvd = "${bindir}/modelsrvd ${systemd_system_unitdir}/modelsrvd.service"
+FILES:modelgate = "${bindir}/modelgate ${bindir}/modelgate-certificates ${datadir}/modelgate \
+    ${systemd_system_unitdir}/modelgate-export.service ${systemd_system_unitdir}/modelgate-view.service"
 FILES:libkrvkstd = "${libdir}/libkrvkstd.so.*"
 FILES:libkrvsyssrv = "${libdir}/libkrvsyssrv.so.*"
 FILES:libtreescope = "${libdir}/libtreescope.so.*"
@@ -32,10 +36,14 @@ FILES:${PN} += "${datadir}/bash-completion ${datadir}/zsh ${datadir}/fish"
 RDEPENDS:python3-treescope = "libtreescope python3-asyncio python3-core python3-ctypes"
 RRECOMMENDS:${PN} = "modelsrvd"
 
-SYSTEMD_PACKAGES = "modelsrvd"
+SYSTEMD_PACKAGES = "modelsrvd modelgate"
 SYSTEMD_SERVICE:modelsrvd = "modelsrvd.service"
+# Neither starts without its configuration.
+SYSTEMD_SERVICE:modelgate = "modelgate-export.service modelgate-view.service"
 
-# The server's group: its members may connect.
-USERADD_PACKAGES = "modelsrvd"
+# The group of modelsrvd: its members may connect.
+USERADD_PACKAGES = "modelsrvd modelgate"
 USERADD_PARAM:modelsrvd = "--system --user-group --no-create-home --home-dir /nonexistent \
     --shell /sbin/nologin modelsrvd"
+USERADD_PARAM:modelgate = "--system --user-group --no-create-home --home-dir /nonexistent \
+    --shell /sbin/nologin modelgate"
