@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -31,7 +32,24 @@ bool isAllowedInPortName(char character) {
   return byte >= 0x20 && byte != 0x7F && character != '/' && character != ';';
 }
 
+/// The slots that mailboxes of this process have taken.
+std::atomic<int> watchSlots{0};
+
 }  // namespace
+
+bool WatchSlot::take() {
+  isTaken_ = isTaken_ || watchSlots.fetch_add(1) < maxInProcess;
+  if (!isTaken_) {
+    watchSlots.fetch_sub(1);
+  }
+  return isTaken_;
+}
+
+void WatchSlot::release() {
+  if (std::exchange(isTaken_, false)) {
+    watchSlots.fetch_sub(1);
+  }
+}
 
 bool isPortName(std::string_view name) {
   return !name.empty() && name.size() <= maxPortName && name.front() != '.' &&
@@ -56,12 +74,15 @@ EvtRes Mailbox::open(System& system, const std::string& name, std::optional<gid_
   EvtRes result = claim_.take(system, name);
   if (result == EvtRes_Success) {
     // Without watches a mailbox that is removed stays away.
-    static_cast<void>(watch_.adopt(system, system.createWatch()));
+    if (watchSlot_.take()) {
+      static_cast<void>(watch_.adopt(system, system.createWatch()));
+    }
     result = makePipe();
   }
   isOpen_ = result == EvtRes_Success;
   if (!isOpen_) {
     watch_.reset();
+    watchSlot_.release();
     claim_.release();
   }
   return result;
@@ -227,6 +248,7 @@ void Mailbox::remove() {
   isOpen_ = false;
   endWatch();
   watch_.reset();
+  watchSlot_.release();
   if (pathLeadsToPipe()) {
     static_cast<void>(system_->unlink(path_));
   }

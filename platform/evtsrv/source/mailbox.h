@@ -35,6 +35,25 @@ bool isPortName(std::string_view name);
 std::string mailboxFileName(std::string_view name);
 std::string mailboxPath(std::string_view name);
 
+/// One of the few watches that the mailboxes of a process have: a user may have only 128 watch
+/// instances (inotify(7)), and a program may serve thousands of ports. Threads: any.
+class WatchSlot {
+ public:
+  static constexpr int maxInProcess = 32;
+
+  WatchSlot() = default;
+  ~WatchSlot() { release(); }
+  WatchSlot(const WatchSlot&) = delete;
+  WatchSlot& operator=(const WatchSlot&) = delete;
+
+  /// Whether the mailbox may be watched until `release`.
+  [[nodiscard]] bool take();
+  void release();
+
+ private:
+  bool isTaken_ = false;
+};
+
 /// The server's end of a mailbox: open, locked against a second server, watched, and removed
 /// on destruction.
 ///
@@ -71,7 +90,8 @@ class Mailbox {
   /// The pipe; negative if it is not open, or could not be restored.
   [[nodiscard]] int descriptor() const { return pipe_.number(); }
   /// Readable when `takeRemoval` is to be called. Negative if the system does not permit
-  /// watches: then a mailbox that is removed stays away.
+  /// watches, or `WatchSlot::maxInProcess` other mailboxes have one: then a mailbox that is removed
+  /// stays away.
   [[nodiscard]] int watchDescriptor() const { return watch_.number(); }
   /// The claim to the name; its connections are to be closed (`NameClaim::closeConnections`).
   [[nodiscard]] NameClaim& claim() { return claim_; }
@@ -99,6 +119,7 @@ class Mailbox {
   bool isOpen_ = false;
   NameClaim claim_;
   FileDescriptor pipe_;
+  WatchSlot watchSlot_;
   FileDescriptor watch_;
   int watchNumber_ = -1;  // Of the pipe, or of the directory while there is no pipe.
   bool watchesDirectory_ = false;

@@ -1,6 +1,11 @@
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+#include <vector>
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
 #include "tests/platform/evtsrv/raw_client.h"
@@ -44,6 +49,33 @@ TEST_F(RemovedMailbox, IsReadAlsoIfThatFailsAtFirst) {
     EXPECT_TRUE(server.system.hasFailed());
     EXPECT_EQ(connect(), EvtRes_Success);
   }
+}
+
+/// The watch instances of this process (inotify(7)).
+std::size_t watchInstances() {
+  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+  return static_cast<std::size_t>(
+      std::count_if(begin(descriptors), end(descriptors), [](const auto& descriptor) {
+        std::error_code error;
+        return std::filesystem::read_symlink(descriptor.path(), error) == "anon_inode:inotify";
+      }));
+}
+
+TEST_F(RemovedMailbox, IsWatchedByAFewInstancesHoweverManyPortsAProcessServes) {
+  const std::size_t before = watchInstances();
+  ASSERT_EQ(before, 1U);
+  {
+    std::vector<std::unique_ptr<EchoServer>> others;
+    for (int i = 0; i < 2 * WatchSlot::maxInProcess; ++i) {
+      others.push_back(std::make_unique<EchoServer>());
+      ASSERT_EQ(others.back()->start(uniquePort()), EvtRes_Success);
+    }
+    EXPECT_EQ(watchInstances(), std::size_t{WatchSlot::maxInProcess});
+    remove();
+    server.serveAll();
+    EXPECT_EQ(connect(), EvtRes_Success);
+  }
+  EXPECT_EQ(watchInstances(), before);
 }
 
 TEST_F(RemovedMailbox, WhoseNameAnotherServerHasIsNotServed) {
