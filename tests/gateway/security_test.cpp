@@ -204,6 +204,25 @@ TEST_F(GatewaySecurity, AnOperatorReadsNoRequestsOfOthers) {
   EXPECT_EQ(bob->messages[0].topic, "ts/1/plant/pump-1/rsp/bob/last");
 }
 
+// The broker drops what is above its limits, and says so to nobody.
+TEST_F(GatewaySecurity, AnOperatorGetsTheStatesOfAWholeFleetAtOnce) {
+  constexpr std::size_t count = 2'000;
+  const auto device = connected("pump-1");
+  modelgate::Publication publication;
+  publication.payload = std::string(300, 's');  // the size of a state
+  publication.qos = 1;
+  publication.retain = true;
+  for (std::size_t i = 0; i < count; ++i) {
+    publication.topic = "ts/1/plant/pump-1/val/host/" + std::to_string(i);
+    ASSERT_TRUE(runUntil(loop_, [&] { return device->link.hasCapacity(); }));
+    ASSERT_TRUE(device->link.publish(publication));
+  }
+  ASSERT_TRUE(mayWrite(*device, "ts/1/plant/pump-1/state"));
+  const auto anna = connected("anna");
+  ASSERT_TRUE(anna->subscribes("ts/1/plant/+/val/host/+"));
+  EXPECT_TRUE(anna->receives(count)) << anna->messages.size();
+}
+
 TEST_F(GatewaySecurity, ACertificateAloneGivesNoRightToAFleet) {
   const auto device = connected("pump-1");
   const auto eve = connected("eve");
