@@ -11,11 +11,9 @@ namespace modelgate {
 using ModelSrv::ModelPartIndex;
 using ModelSrv::ModelRes;
 
-LivePart::LivePart(ModelSrv::ModelPartId id, std::string name, std::string_view type, Read read,
-                   std::string unit, std::string text)
-    : ModelPart(id, std::move(name), ModelSrv::ModelPartStatus_ReadOnly),
-      type_(type),
-      read_(std::move(read)) {
+LivePart::LivePart(ModelSrv::ModelPartId id, std::string_view name, std::string_view type,
+                   Read read, std::string unit, std::string text)
+    : ModelPart(id, name, ModelSrv::ModelPartStatus_ReadOnly), type_(type), read_(std::move(read)) {
   ModelSrv::PartAttributes attributes;
   attributes.unit = std::move(unit);
   attributes.text = std::move(text);

@@ -18,7 +18,7 @@ class LivePart final : public ModelSrv::ModelPart {
   using Read = std::function<bool(std::string& out)>;
 
   /// `type` is valid for good; `unit` may be empty. The text describes the part for a person.
-  LivePart(ModelSrv::ModelPartId id, std::string name, std::string_view type, Read read,
+  LivePart(ModelSrv::ModelPartId id, std::string_view name, std::string_view type, Read read,
            std::string unit, std::string text);
   ~LivePart() override { detach(); }
 

@@ -262,8 +262,9 @@ TEST_F(GatewaySecurity, AnExpiredCertificateIsNotLetIn) {
 TEST_F(GatewaySecurity, TheScriptMakesNoNameThatIsMoreThanALevel) {
   const std::string rule = "expected 1 to 64 characters of A-Z, a-z, 0-9, \".\", \"_\", \"-\"\n";
   for (const std::string name : {"", "a/b", "+", "#", "pump-1/state", "a b", "a\nb", "\xc3\xa4"}) {
-    EXPECT_EQ(certificates({"device", "good", name}),
-              "modelgate-certificates: \"" + name + "\": " + rule);
+    std::string expected("modelgate-certificates: \"");
+    expected.append(name).append("\": ").append(rule);
+    EXPECT_EQ(certificates({"device", "good", name}), expected);
     EXPECT_NE(certificates({"grant", name, "plant", "view"}).find(rule), std::string::npos);
     EXPECT_NE(certificates({"grant", "anna", name, "view"}).find(rule), std::string::npos);
   }

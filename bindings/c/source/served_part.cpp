@@ -1,6 +1,7 @@
 #include "bindings/c/source/served_part.h"
 
 #include <limits>
+#include <string_view>
 #include <utility>
 
 #include "bindings/c/source/call.h"
@@ -18,7 +19,7 @@ using ModelSrv::ModelRes;
 
 class ServedNode final : public ServedPart {
  public:
-  ServedNode(ModelSrv::ModelPartId id, std::string name) : node_(id, std::move(name)) {}
+  ServedNode(ModelSrv::ModelPartId id, std::string_view name) : node_(id, name) {}
   ModelSrv::ModelPart& part() override { return node_; }
   ModelSrv::ModelNode* node() override { return &node_; }
 

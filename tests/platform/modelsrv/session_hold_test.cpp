@@ -137,7 +137,8 @@ const Chain valueChain{1, 1};
 
 class SessionHolds : public testing::Test {
  protected:
-  const std::string name_ = test_support::uniquePortName();
+  // Programs of other tests connect to each server whose name begins as a model server's.
+  const std::string name_ = test_support::uniquePortName("Held_");
   std::unique_ptr<LazyServer> server_ = std::make_unique<LazyServer>(name_);
 };
 
@@ -237,7 +238,7 @@ TEST_F(SessionHolds, EndWithTheHookThatDoesNotKeepThemAlsoIfItThrows) {
   ModelRoot root(&manager);
   ValuePart<std::int32_t> part(1, "part", 3);
   ASSERT_EQ(root.add(&part), ModelRes_Success);
-  const std::string name = test_support::uniquePortName();
+  const std::string name = test_support::uniquePortName("Held_");
   bool fails = true;
   std::vector<std::size_t> leftCalls;
   ServerOptions options;
