@@ -16,27 +16,13 @@
 
 #include "gateway/viewer/viewer.h"
 #include "tests/gateway/link/broker.h"
+#include "tests/gateway/own_tmp.h"
 #include "tests/gateway/viewer/fake_device.h"
-#include "tests/support/own_mounts.h"
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
 #include "tests/support/tree_client.h"
 
 namespace gateway_test {
-
-/// A /tmp of the test's own, if the system permits that: other programs of the machine that look at
-/// every server would be clients of the mirrors, which have trees for clients alone.
-struct OwnTmp {
-  OwnTmp() : isOwn(test_support::haveOwnMounts() && test_support::mountOwnTmp()) {}
-  ~OwnTmp() {
-    if (isOwn) {
-      EXPECT_TRUE(test_support::unmountOwnTmp());
-    }
-  }
-  OwnTmp(const OwnTmp&) = delete;
-  OwnTmp& operator=(const OwnTmp&) = delete;
-  const bool isOwn;
-};
 
 /// A viewer, a real broker, and a device that is made by hand. They share a loop on a thread of its
 /// own, since clients wait for replies.
