@@ -290,6 +290,7 @@ TEST_F(MirrorSession, EndsCleanlyOnASignal) {
 TEST_F(MirrorSession, ADeviceThatAllowsNoStoresDeniesThem) {
   exporter->signal(SIGTERM);
   ASSERT_TRUE(exporter->waitForExit());
+  ASSERT_TRUE(eventually([this] { return isThere(mirror + "~offline"); }));
   exporter = start({"export", "--server", server.name(), "--allow-set", "/settings"});
   ASSERT_TRUE(eventually([this] { return isThere(mirror) && !isThere(mirror + "~offline"); }));
   TreeClient client(mirror);
