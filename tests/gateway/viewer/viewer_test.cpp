@@ -193,7 +193,8 @@ class FleetOfViewer : public ViewerTest {
  protected:
   void SetUp() override {
     if (!isOwn) {
-      GTEST_SKIP() << "needs mounts of its own";
+      GTEST_SKIP()
+          << "only root has mounts of its own: the viewer of another test may have the name";
     }
   }
 };
