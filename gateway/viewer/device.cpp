@@ -96,6 +96,9 @@ void Device::take(std::string_view sort, std::string_view rest, const Message& m
 void Device::takeState(const Message& message) {
   if (message.payload.empty()) {
     static_cast<void>(link_.cleared());
+    for (const auto& [server, mirror] : mirrors_) {
+      mirror->setState(nullptr);
+    }
     return updateAll();
   }
   auto state = decodeState(message.payload);
@@ -130,8 +133,13 @@ void Device::addMirrors() {
     const auto at = mirrors_.emplace(server, std::make_unique<Mirror>(link_, *this, server)).first;
     if (entry_ != nullptr) {
       const Mirror& mirror = *at->second;
-      entry_->addServer(server,
-                        [this, &mirror] { return mirror.isUp() && link_.presence().isOnline(); });
+      entry_->addServer(server, [this, &mirror](std::string& out) {
+        out += mirror.isUp() && link_.presence().isOnline() ? "up" : "down";
+        if (const std::string problem = mirror.problem(); !problem.empty()) {
+          out += ", without a port: " + problem;
+        }
+        return true;
+      });
     }
   }
   for (const auto& [server, mirror] : mirrors_) {

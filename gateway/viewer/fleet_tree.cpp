@@ -34,17 +34,13 @@ FleetDevice::FleetDevice(ModelPartId id, const std::string& name, const LinkStat
 
 FleetDevice::~FleetDevice() = default;
 
-void FleetDevice::addServer(const std::string& name, std::function<bool()> isUp) {
+void FleetDevice::addServer(const std::string& name, LivePart::Read read) {
   if (servers_.size() > ModelSrv::ModelPartId_Max) {
     return;
   }
-  auto part = std::make_unique<LivePart>(
-      static_cast<ModelPartId>(servers_.size()), name, "text",
-      [isUp = std::move(isUp)](std::string& out) {
-        out += isUp() ? "up" : "down";
-        return true;
-      },
-      "", "up or down");
+  auto part = std::make_unique<LivePart>(static_cast<ModelPartId>(servers_.size()), name, "text",
+                                         std::move(read), "",
+                                         "up or down, and why it has no port here if that is so");
   if (serversNode_.add(part.get()) == ModelSrv::ModelRes_Success) {
     servers_.emplace(name, std::move(part));
   }

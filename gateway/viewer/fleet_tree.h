@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,8 +21,9 @@ class FleetDevice {
   FleetDevice(const FleetDevice&) = delete;
   FleetDevice& operator=(const FleetDevice&) = delete;
 
-  /// Adds a server, if there is a free id.
-  void addServer(const std::string& name, std::function<bool()> isUp);
+  /// Adds a server, if there is a free id. `read` appends "up" or "down", and why it has no port if
+  /// it should have one.
+  void addServer(const std::string& name, LivePart::Read read);
   /// Notifies the subscribers of what has changed.
   void refresh();
 

@@ -74,11 +74,21 @@ std::string Mirror::portName() const {
   return "Model_" + link_.name() + "." + server_ + (isOnline_ ? "" : "~offline");
 }
 
+/// For people.
+std::string Mirror::title() const {
+  return "server \"" + server_ + "\" of " + link_.name();
+}
+
 std::string_view Mirror::stateText() const {
   return isOnline_ || !link_.presence().isOnline() ? device_.stateText() : "offline";
 }
 
+std::string Mirror::problem() const {
+  return claim_ && !claim_->isGranted() ? claim_->obstacle() : problem_;
+}
+
 void Mirror::setState(const ServerState* state) {
+  isListed_ = state != nullptr;
   isUp_ = state != nullptr && state->up;
   if (isUp_) {
     state_ = *state;
@@ -116,8 +126,10 @@ void Mirror::serve(bool online) {
   endReading();
   stores_.setTree(nullptr);
   retry_ = {};
+  if (isOnline_ && !online) {
+    lostAt_ = ViewerContext::now();
+  }
   isOnline_ = online;
-  saidError_ = false;
   auto next = std::make_unique<Served>();
   next->root = std::make_unique<MirrorRoot>(link_.context().manager(), online ? &stores_ : nullptr);
   next->linkNode = std::make_unique<LinkNode>(ModelSrv::ModelPartId_Max, *this);
@@ -129,25 +141,55 @@ void Mirror::serve(bool online) {
     served_->root->stop(true);
   }
   served_ = std::move(next);
+  if (!claim_) {
+    claimNames();
+  }
   startServer();
 }
 
+/// Both names at once: who has one of them gets the other one, too.
+void Mirror::claimNames() {
+  const std::string name = "Model_" + link_.name() + "." + server_;
+  claim_.emplace(link_.context().portNames(), std::vector{name, name + "~offline"}, title(),
+                 PortClaim::Handlers{[this] { return isGone(); },
+                                     [this] {
+                                       serve(isOnline_);
+                                       work();
+                                     }});
+}
+
+/// Whether it hardly comes back.
+bool Mirror::isGone() const {
+  return !isOnline_ &&
+         (!isListed_ || ViewerContext::now() - lostAt_ >= link_.context().times().nameRetention);
+}
+
 void Mirror::startServer() {
+  if (!claim_->isGranted()) {
+    clients_.reset();
+    return report(claim_->obstacle());
+  }
   ModelSrv::ServerOptions options;
   options.group = link_.context().group();
   clients_.addHooks(options);
   const ModelSrv::ModelRes result = served_->root->startAsServer(portName(), options);
   served_->isServing = result == ModelSrv::ModelRes_Success;
   if (served_->isServing) {
-    return;
+    return report({});
   }
-  if (!std::exchange(saidError_, true)) {
-    link_.context().log(portName() + ": " + ModelSrv::describe(result));
-  }
+  report(portName() + ": " + ModelSrv::describe(result));
   retry_ = link_.context().loop().after(serveRetry, [this] {
     startServer();
     work();
   });
+}
+
+/// Logs why there is no port, when that changes.
+void Mirror::report(std::string problem) {
+  if (!problem.empty() && problem != problem_) {
+    link_.context().log("no port for " + title() + ": " + problem);
+  }
+  problem_ = std::move(problem);
 }
 
 /// False if that is not possible; then there are no parts.

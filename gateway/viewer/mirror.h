@@ -14,6 +14,7 @@
 #include "gateway/viewer/mirror_part.h"
 #include "gateway/viewer/mirror_store_requests.h"
 #include "gateway/viewer/mirror_tree.h"
+#include "gateway/viewer/port_names.h"
 #include "gateway/viewer/shape_fetch.h"
 #include "gateway/viewer/value_subscription.h"
 #include "gateway/wire/device_state.h"
@@ -21,7 +22,8 @@
 namespace modelgate {
 
 /// A server of a device as a local server: `Model_<device>.<server>` while it is there, and
-/// `Model_<device>.<server>~offline` with the last values, read-only, when it is lost.
+/// `Model_<device>.<server>~offline` with the last values, read-only, when it is lost. It has both
+/// names for as long as it may come back, so that its clients never get another server instead.
 ///
 /// Threads: that of the loop.
 class Mirror final : public LinkStatus {
@@ -50,6 +52,8 @@ class Mirror final : public LinkStatus {
   void stop();
   /// Whether the server runs, as its device says.
   [[nodiscard]] bool isUp() const { return isUp_; }
+  /// Why it has no port although there should be one; empty if that is not so.
+  [[nodiscard]] std::string problem() const;
 
   [[nodiscard]] std::string_view stateText() const override;
   [[nodiscard]] std::optional<std::chrono::milliseconds> age() const override {
@@ -73,10 +77,14 @@ class Mirror final : public LinkStatus {
   };
 
   [[nodiscard]] std::string portName() const;
+  [[nodiscard]] std::string title() const;
   [[nodiscard]] bool isComplete() const;
   [[nodiscard]] bool hasShape() const;
   void serve(bool online);
+  void claimNames();
+  [[nodiscard]] bool isGone() const;
   void startServer();
+  void report(std::string problem);
   bool build(Served& served, const Shape& shape);
   void takeShape(const Shape& shape, const std::vector<std::string>& hashes);
   void work();
@@ -89,14 +97,17 @@ class Mirror final : public LinkStatus {
   const std::string server_;
   ServerState state_;
   bool isUp_ = false;
+  bool isListed_ = false;  ///< whether the device's state lists it
   bool isOnline_ = false;
   bool isStopped_ = false;
-  bool saidError_ = false;
+  EventLoop::Clock::time_point lostAt_;  ///< unless it is online
+  std::string problem_;                  ///< of the last attempt to serve
   std::vector<std::string> builtPages_;  ///< the hashes of the tree's shape
 
   MirrorStoreRequests stores_;
   MirrorClients clients_;
   std::unique_ptr<Served> served_;
+  std::optional<PortClaim> claim_;  ///< once it has been served
   ShapeFetch fetch_;
   ValueSubscription values_;
   EventLoop::Timer retry_;

@@ -12,8 +12,7 @@ constexpr std::chrono::seconds maxHold{1};
 }  // namespace
 
 void MirrorClients::addHooks(ModelSrv::ServerOptions& options) {
-  release();
-  count_ = 0;
+  reset();
   options.arrived = [this](ModelSrv::SessionHold hold) { arrive(std::move(hold)); };
   options.left = [this](std::size_t clients) {
     count_ = clients;

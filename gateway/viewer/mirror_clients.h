@@ -31,6 +31,11 @@ class MirrorClients {
   /// Adds the hooks for a server that begins, in place of the one before it, which has ended. The
   /// server ends before this object.
   void addHooks(ModelSrv::ServerOptions& options);
+  /// The server has ended, and its clients with it.
+  void reset() {
+    release();
+    count_ = 0;
+  }
   /// Lets all requests be served.
   void release();
   /// Whether there is a client.

@@ -11,7 +11,6 @@
 
 #include "gateway/viewer/device.h"
 #include "gateway/viewer/fleet_tree.h"
-#include "gateway/viewer/viewer_context.h"
 #include "gateway/wire/topics.h"
 
 namespace modelgate {
@@ -86,7 +85,8 @@ struct Viewer::State {
 Viewer::State::State(EventLoop& eventLoop, ViewerOptions viewerOptions)
     : loop(eventLoop),
       options(std::move(viewerOptions)),
-      context(loop, manager, {options.fleet, options.user, randomId()}, options.log, options.group),
+      context(loop, manager, {options.fleet, options.user, randomId()}, options.log, options.group,
+              options.times),
       fleet(manager),
       wanted(options.devices.begin(), options.devices.end()) {
   if (!isFleetName(options.fleet)) {
@@ -155,6 +155,7 @@ void Viewer::State::startFleet() {
 
 void Viewer::State::refreshLater() {
   refreshTimer = loop.after(refreshPeriod, [this] {
+    context.portNames().review();
     for (const auto& [name, device] : devices) {
       device->refresh();
     }

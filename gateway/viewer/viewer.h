@@ -11,6 +11,7 @@
 
 #include "gateway/link/broker_link.h"
 #include "gateway/link/event_loop.h"
+#include "gateway/viewer/viewer_context.h"
 
 namespace modelgate {
 
@@ -25,6 +26,7 @@ struct ViewerOptions {
   std::vector<std::string> devices;
   /// If set, members of this group may connect to the mirrors, too.
   std::optional<gid_t> group;
+  ViewerTimes times;
   /// Receives lines for standard error, without a line feed. `detail` if they are of interest with
   /// -v alone. May be empty.
   std::function<void(std::string_view line, bool detail)> log;
@@ -35,7 +37,8 @@ struct ViewerOptions {
 
 /// Makes the servers that devices export local servers again: `Model_<device>.<server>` for each
 /// while its device is online, and `Model_<device>.<server>~offline`, which has the last values and
-/// is read-only, when it is lost. `Model_fleet` lists the devices.
+/// is read-only, when it is lost. `Model_fleet` lists the devices. Of several servers with one name
+/// the first one has the ports; `Model_fleet` says so of the others.
 ///
 /// Threads: that of the loop, which must outlive the object.
 class Viewer {

@@ -15,12 +15,13 @@ constexpr std::chrono::seconds requestExpiry{2};
 }  // namespace
 
 ViewerContext::ViewerContext(EventLoop& loop, EvtSrv::EventPortManager& manager, Names names,
-                             Log log, std::optional<gid_t> group)
+                             Log log, std::optional<gid_t> group, ViewerTimes times)
     : loop_(loop),
       manager_(manager),
       names_(std::move(names)),
       log_(std::move(log)),
       group_(group),
+      times_(times),
       requests_(names_.clientId + "/") {}
 
 void ViewerContext::log(std::string_view line) const {

@@ -14,13 +14,21 @@
 #include "evtsrv/event_port_manager.h"
 #include "gateway/link/broker_link.h"
 #include "gateway/link/event_loop.h"
+#include "gateway/viewer/port_names.h"
 #include "gateway/viewer/request_table.h"
 #include "gateway/wire/request.h"
 
 namespace modelgate {
 
+/// How long a viewer keeps what is of no use at the moment.
+struct ViewerTimes {
+  /// After a server was lost: until another one that wants the same ports may have them. As long as
+  /// the broker keeps the state of a device.
+  std::chrono::milliseconds nameRetention = std::chrono::hours(1);
+};
+
 /// What the devices and mirrors of a viewer share: its connection to the broker, the requests that
-/// wait for replies, and how many shapes are being fetched.
+/// wait for replies, the names of ports, and how many shapes are being fetched.
 ///
 /// Threads: that of the loop.
 class ViewerContext {
@@ -35,7 +43,7 @@ class ViewerContext {
 
   /// `loop` and `manager` outlive the object.
   ViewerContext(EventLoop& loop, EvtSrv::EventPortManager& manager, Names names, Log log,
-                std::optional<gid_t> group);
+                std::optional<gid_t> group, ViewerTimes times);
 
   /// The link, once it exists. It outlives the object, or is set to null before its end.
   void setLink(BrokerLink* link) { link_ = link; }
@@ -44,6 +52,8 @@ class ViewerContext {
   [[nodiscard]] EvtSrv::EventPortManager& manager() { return manager_; }
   [[nodiscard]] const Names& names() const { return names_; }
   [[nodiscard]] std::optional<gid_t> group() const { return group_; }
+  [[nodiscard]] const ViewerTimes& times() const { return times_; }
+  [[nodiscard]] PortNames& portNames() { return portNames_; }
   [[nodiscard]] static Time now() { return EventLoop::Clock::now(); }
   [[nodiscard]] bool isConnected() const { return link_ != nullptr && link_->isConnected(); }
 
@@ -82,6 +92,8 @@ class ViewerContext {
   const Names names_;
   const Log log_;
   const std::optional<gid_t> group_;
+  const ViewerTimes times_;
+  PortNames portNames_;
   BrokerLink* link_ = nullptr;
   RequestTable requests_;
   EventLoop::Timer timer_;

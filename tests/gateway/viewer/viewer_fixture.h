@@ -49,6 +49,7 @@ class ViewerTest : protected OwnTmp, public testing::Test {
     options.link.broker = *modelgate::parseBroker(broker.url(), error);
     options.fleet = "fleet";
     options.user = "operator";
+    options.times = times;
     options.ready = [this] { ++ready_; };
     options.log = [this](std::string_view line, bool) {
       const std::lock_guard lock(mutex_);
@@ -105,6 +106,7 @@ class ViewerTest : protected OwnTmp, public testing::Test {
   }
 
   const std::string name = test_support::uniquePortName().substr(6);
+  modelgate::ViewerTimes times;
   Broker broker;
   modelgate::EventLoop loop;
   std::unique_ptr<FakeDevice> device = std::make_unique<FakeDevice>(loop, broker.url(), name);
@@ -115,6 +117,17 @@ class ViewerTest : protected OwnTmp, public testing::Test {
   std::mutex mutex_;
   std::vector<std::string> log_;
   std::thread thread_;
+};
+
+/// `Model_fleet` is one name for all viewers of a machine.
+class FleetOfViewer : public ViewerTest {
+ protected:
+  void SetUp() override {
+    if (!isOwn) {
+      GTEST_SKIP()
+          << "only root has mounts of its own: the viewer of another test may have the name";
+    }
+  }
 };
 
 }  // namespace gateway_test

@@ -7,6 +7,7 @@
 namespace {
 
 using gateway_test::FakeDevice;
+using gateway_test::FleetOfViewer;
 using gateway_test::ViewerTest;
 using modelgate::Reply;
 using modelgate::Request;
@@ -187,17 +188,6 @@ TEST_F(ViewerTest, EndsALeaseWithItsClients) {
   EXPECT_EQ(client.get("/speed"), "42");
   EXPECT_EQ(count(Verb::sync), 1U);
 }
-
-/// `Model_fleet` is one name for all viewers of a machine.
-class FleetOfViewer : public ViewerTest {
- protected:
-  void SetUp() override {
-    if (!isOwn) {
-      GTEST_SKIP()
-          << "only root has mounts of its own: the viewer of another test may have the name";
-    }
-  }
-};
 
 TEST_F(FleetOfViewer, ListsTheDevicesWithTheirStatesAndServers) {
   TreeClient client("Model_fleet");
