@@ -26,6 +26,8 @@ struct ExportContext {
   std::function<void()> stateChanged;
   /// A line for standard error.
   std::function<void(std::string_view line, bool detail)> log;
+  /// The thread of a server has ended. Called on that thread.
+  std::function<void()> threadEnded = {};
 };
 
 /// The heartbeat in `upd/S`.

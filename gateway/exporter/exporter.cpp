@@ -57,11 +57,19 @@ Exporter::State::State(EventLoop& loop, ExporterOptions options)
                .hasCapacity = [this] { return canPublish() && link_->hasCapacity(); },
                .publish = [this](const Publication& publication) { link_->publish(publication); }}),
           [this] { serversChanged(); },
-          [this](std::string_view line, bool detail) { log(line, detail); }},
+          [this](std::string_view line, bool detail) { log(line, detail); },
+          [this] { post([this] { removeEnded(); }); }},
       presence_(context_.epoch),
       requests_(context_, [this](std::string_view name) { return find(name); }),
       discovery_(loop, options_.servers, [this](const std::string& port) { found(port); }) {
   makeLink();
+}
+
+/// All threads end at the same time: each can take 2 s.
+Exporter::State::~State() {
+  for (const auto& [port, server] : servers_) {
+    server->end();
+  }
 }
 
 /// Calls `action` from the loop if this object still exists then.

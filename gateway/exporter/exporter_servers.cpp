@@ -8,6 +8,9 @@ namespace modelgate {
 
 namespace {
 
+/// The most threads of servers that are not exported any more.
+constexpr std::size_t maxEnding = 16;
+
 /// The port of a viewer's list of devices.
 constexpr std::string_view fleetPort = "Model_fleet";
 
@@ -52,7 +55,8 @@ bool Exporter::State::canExport(const std::string& port) {
   return reason.empty();
 }
 
-/// Whether there is space for another server; one that has ended may go for it.
+/// Whether there is space for another server; one that has ended may go for it. Its thread may need
+/// 2 s to end, for which nothing waits here.
 bool Exporter::State::makeSpace() {
   if (servers_.size() < maxServers) {
     return true;
@@ -63,9 +67,22 @@ bool Exporter::State::makeSpace() {
   if (ended == servers_.end()) {
     return false;
   }
+  needsSpace_ = ending_.size() >= maxEnding;
+  if (needsSpace_) {
+    return false;
+  }
   ended->second->removeAll();
+  ended->second->end();
+  ending_.push_back(std::move(ended->second));
   servers_.erase(ended);
   return true;
+}
+
+void Exporter::State::removeEnded() {
+  std::erase_if(ending_, [](const auto& server) { return server->hasEnded(); });
+  if (std::exchange(needsSpace_, false)) {
+    discovery_.scan();
+  }
 }
 
 ServerExport* Exporter::State::find(std::string_view name) {

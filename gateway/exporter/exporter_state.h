@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "gateway/exporter/export_context.h"
 #include "gateway/exporter/exporter.h"
@@ -27,6 +28,7 @@ struct Exporter::State {
   using Clock = std::chrono::steady_clock;
 
   State(EventLoop& loop, ExporterOptions options);
+  ~State();
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
@@ -38,6 +40,7 @@ struct Exporter::State {
   void found(const std::string& port);
   [[nodiscard]] bool canExport(const std::string& port);
   [[nodiscard]] bool makeSpace();
+  void removeEnded();
   [[nodiscard]] ServerExport* find(std::string_view name);
   void serversChanged();
   void takeLeftovers(const DeviceState& state);
@@ -107,6 +110,9 @@ struct Exporter::State {
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   std::unique_ptr<BrokerLink> leaving_;
   std::unique_ptr<BrokerLink> link_;
+  /// Those that had to go; their threads end soon. At most `maxEnding`.
+  std::vector<std::unique_ptr<ServerExport>> ending_;
+  bool needsSpace_ = false;  ///< a server was refused since there were too many of those
   /// By port. The last member: their threads end first.
   std::map<std::string, std::unique_ptr<ServerExport>> servers_;
 };

@@ -23,9 +23,10 @@ class ServerDiscovery {
 
   /// Reports the servers that there are, and from then on those that come.
   void start();
+  /// Reports the servers that there are again.
+  void scan();
 
  private:
-  void scan();
   void takeEvents();
   [[nodiscard]] bool isWanted(std::string_view port) const;
 

@@ -11,13 +11,21 @@ ServerExport::ServerExport(ExportContext& context, std::string port)
       name_(serverInTopics(port_)),
       worker_(port_, context.interval, handlers()) {}
 
-/// Calls `action` on the loop's thread if this object still exists then.
+/// Calls `action` on the loop's thread if this object still exists then, and does not end.
 void ServerExport::post(std::function<void()> action) {
   context_.loop.post([alive = std::weak_ptr(alive_), action = std::move(action)] {
-    if (!alive.expired()) {
+    const std::shared_ptr<bool> isAlive = alive.lock();
+    if (isAlive != nullptr && *isAlive) {
       action();
     }
   });
+}
+
+void ServerExport::end() {
+  *alive_ = false;
+  timer_ = {};
+  syncs_.clear();
+  worker_.stop();
 }
 
 TreeWorker::Handlers ServerExport::handlers() {
@@ -49,6 +57,7 @@ TreeWorker::Handlers ServerExport::handlers() {
       context_.stateChanged();
     });
   };
+  handlers.ended = context_.threadEnded;
   return handlers;
 }
 

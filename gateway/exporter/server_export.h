@@ -48,6 +48,11 @@ class ServerExport {
   /// The server may have come up.
   void retry() { worker_.retry(); }
 
+  /// Begins the end: from now on it calls and publishes nothing. The destructor does not wait once
+  /// `hasEnded`.
+  void end();
+  [[nodiscard]] bool hasEnded() const { return worker_.hasEnded(); }
+
   // The broker.
 
   /// There is a connection: publishes everything that is retained.
@@ -123,8 +128,8 @@ class ServerExport {
   EventLoop::Timer timer_;
   Clock::time_point timerAt_ = Clock::time_point::max();
 
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
-  TreeWorker worker_;  ///< the last member: it ends first
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  ///< false after `end`
+  TreeWorker worker_;                                           ///< the last member: it ends first
 };
 
 }  // namespace modelgate

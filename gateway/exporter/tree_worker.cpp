@@ -29,13 +29,17 @@ TreeWorker::TreeWorker(std::string port, std::chrono::milliseconds interval, Han
       thread_([this] { run(); }) {}
 
 TreeWorker::~TreeWorker() {
+  stop();
+  thread_.join();
+}
+
+void TreeWorker::stop() {
   {
     const std::lock_guard lock(mutex_);
     isStopping_ = true;
   }
   wakeUp_.notify_one();
   server_.wake();
-  thread_.join();
 }
 
 bool TreeWorker::request(WorkerRequest request) {
@@ -68,15 +72,20 @@ void TreeWorker::retry() {
 
 void TreeWorker::run() {
   try {
-    while (!connect()) {
-      if (!pauseUnconnected()) {
-        return;
-      }
+    bool isConnected = connect();
+    while (!isConnected && pauseUnconnected()) {
+      isConnected = connect();
     }
-    readAt_ = Clock::now();
-    serve();
+    if (isConnected) {
+      readAt_ = Clock::now();
+      serve();
+    }
   } catch (const std::exception& error) {
     reject(error.what());
+  }
+  hasEnded_ = true;
+  if (handlers_.ended) {
+    handlers_.ended();
   }
 }
 

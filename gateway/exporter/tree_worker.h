@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -58,6 +59,8 @@ class TreeWorker {
     std::function<void(std::string reason)> failed;
     /// The tree cannot be exported: the thread has ended.
     std::function<void(std::string reason)> rejected;
+    /// The thread does nothing any more: `hasEnded`.
+    std::function<void()> ended = {};
   };
 
   /// The most requests that wait.
@@ -79,6 +82,10 @@ class TreeWorker {
   void setActive(bool isActive);
   /// The server may have come up.
   void retry();
+  /// Ends the thread soon; a request that is in progress takes 2 s at most. The destructor waits
+  /// for that, so that nothing else has to.
+  void stop();
+  [[nodiscard]] bool hasEnded() const { return hasEnded_; }
 
  private:
   void run();
@@ -134,6 +141,7 @@ class TreeWorker {
   bool shouldRetry_ = false;
   bool isStopping_ = false;
 
+  std::atomic<bool> hasEnded_{false};
   std::thread thread_;  ///< the last member: it uses the others
 };
 
