@@ -162,6 +162,7 @@ LinkOptions linkOptions(const Options& options) {
   link.caFile = options.caFile;
   link.certFile = options.certFile;
   link.keyFile = options.keyFile;
+  link.keepAlive = options.keepAlive;
   return link;
 }
 
@@ -173,6 +174,7 @@ ExporterOptions exporterOptions(const Options& options) {
   result.servers = options.servers;
   result.allowSet = options.allowSet;
   result.interval = options.interval;
+  result.heartbeat = options.heartbeat;
   result.json = options.json;
   result.retainValues = options.retainValues;
   return result;

@@ -75,15 +75,30 @@ std::string setUser(Options& options, const std::string& value) {
                "and control characters";
 }
 
-std::string setInterval(Options& options, const std::string& value) {
+/// Stores a number of `unit`, such as "seconds", from `least` to `most`.
+template <typename Duration>
+std::string setDuration(Duration& target, const std::string& value, int least, int most,
+                        const char* unit) {
   int number = 0;
   const char* const end = value.data() + value.size();
   const auto [stop, code] = std::from_chars(value.data(), end, number);
-  if (code != std::errc() || stop != end || number < 0 || number > 10000) {
-    return "expected 0 to 10000 milliseconds";
+  if (code != std::errc() || stop != end || number < least || number > most) {
+    return "expected " + std::to_string(least) + " to " + std::to_string(most) + " " + unit;
   }
-  options.interval = std::chrono::milliseconds(number);
+  target = Duration(number);
   return {};
+}
+
+std::string setInterval(Options& options, const std::string& value) {
+  return setDuration(options.interval, value, 0, 10'000, "milliseconds");
+}
+
+std::string setHeartbeat(Options& options, const std::string& value) {
+  return setDuration(options.heartbeat, value, 100, 3'600'000, "milliseconds");
+}
+
+std::string setKeepAlive(Options& options, const std::string& value) {
+  return setDuration(options.keepAlive, value, 5, 3'600, "seconds");
 }
 
 std::string addRule(std::vector<std::string>& target, const std::string& value) {
@@ -125,6 +140,8 @@ const std::array entries{
         "PATH", "let viewers store at and below PATH; may be repeated (nowhere)"},
     Entry{"interval", Roles::exporter, Kind::single, setInterval, "MS",
           "the time between two updates in milliseconds, 0 to 10000 (50)"},
+    Entry{"heartbeat", Roles::exporter, Kind::single, setHeartbeat, "MS",
+          "the longest silence while a viewer watches in milliseconds, 100 to 3600000 (10000)"},
     Entry{"json", Roles::exporter, Kind::list,
           [](Options& options, const std::string& value) { return addRule(options.json, value); },
           "PATH", "publish the nodes at and below PATH as JSON; may be repeated"},
@@ -149,6 +166,8 @@ const std::array entries{
         "key", Roles::both, Kind::single,
         [](Options& options, const std::string& value) { return setText(options.keyFile, value); },
         "FILE", "the certificate's key (in the same file)"},
+    Entry{"keep-alive", Roles::both, Kind::single, setKeepAlive, "SECONDS",
+          "the longest silence on the connection to the broker, 5 to 3600 seconds (10)"},
     Entry{"user", Roles::both, Kind::single, setUser, "U", "the user name at the broker"},
     Entry{"password-file", Roles::both, Kind::single,
           [](Options& options, const std::string& value) {

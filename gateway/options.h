@@ -24,6 +24,7 @@ struct Options {
   std::string keyFile;
   std::string user;
   std::string passwordFile;
+  std::chrono::seconds keepAlive{10};
   bool verbose = false;
 
   // To export.
@@ -32,6 +33,7 @@ struct Options {
   std::vector<std::string> allowSet;
   std::vector<std::string> json;
   std::chrono::milliseconds interval{50};
+  std::chrono::milliseconds heartbeat{10'000};
   bool retainValues = false;
 
   // To view.

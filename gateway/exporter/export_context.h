@@ -18,6 +18,7 @@ struct ExportContext {
   const Topics topics;
   const std::uint64_t epoch;
   const std::chrono::milliseconds interval;
+  const std::chrono::milliseconds heartbeat;
   const PathRules allowSet;
   const PathRules json;
   const bool retainsValues;
@@ -29,9 +30,6 @@ struct ExportContext {
   /// The thread of a server has ended. Called on that thread.
   std::function<void()> threadEnded = {};
 };
-
-/// The heartbeat in `upd/S`.
-inline constexpr std::chrono::seconds heartbeat{10};
 
 /// The exporter's clocks, as they are sent.
 [[nodiscard]] inline std::int64_t realMilliseconds() {

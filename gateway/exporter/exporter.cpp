@@ -36,6 +36,11 @@ ExporterOptions checked(ExporterOptions options) {
     throw std::runtime_error("expected an interval of 0 to 10000 ms, got " +
                              std::to_string(options.interval.count()));
   }
+  if (options.heartbeat.count() < static_cast<std::int64_t>(minHeartbeat) ||
+      options.heartbeat.count() > static_cast<std::int64_t>(maxHeartbeat)) {
+    throw std::runtime_error("expected a heartbeat of 100 to 3600000 ms, got " +
+                             std::to_string(options.heartbeat.count()));
+  }
   return options;
 }
 
@@ -49,6 +54,7 @@ Exporter::State::State(EventLoop& loop, ExporterOptions options)
           Topics(options_.fleet, options_.device),
           randomEpoch(),
           options_.interval,
+          options_.heartbeat,
           PathRules(options_.allowSet),
           PathRules(options_.json),
           options_.retainValues,
@@ -194,8 +200,7 @@ DeviceState Exporter::State::deviceState(bool isOnline) {
   state.online = isOnline;
   state.epoch = context_.epoch;
   state.conflict = presence_.isConflict();
-  state.heartbeat = static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(heartbeat).count());
+  state.heartbeat = static_cast<std::uint64_t>(options_.heartbeat.count());
   state.interval = static_cast<std::uint64_t>(options_.interval.count());
   state.time = realMilliseconds();
   state.monotonic = monotonicMilliseconds();

@@ -25,6 +25,8 @@ struct ExporterOptions {
   /// everything (`isPathRule`). None: nowhere.
   std::vector<std::string> allowSet;
   std::chrono::milliseconds interval{50};  ///< between two batches; 0 to 10 s
+  /// The longest silence in `upd/S` while a viewer watches; 100 ms to 1 h.
+  std::chrono::milliseconds heartbeat{10'000};
   /// Subtrees whose nodes are published as flat JSON, in the form of `allowSet`.
   std::vector<std::string> json;
   /// Whether the last values are retained at the broker, too.

@@ -133,7 +133,7 @@ void ServerExport::updateCover() {
   const bool wasLeased = sequences_.isCovering();
   sequences_.cover(leases_.ranges(tree_->index));
   if (!wasLeased && sequences_.isCovering()) {
-    nextHeartbeat_ = Clock::now() + heartbeat;
+    nextHeartbeat_ = Clock::now() + context_.heartbeat;
   }
   updateActivity();
 }

@@ -169,7 +169,7 @@ void ServerExport::sendBatch(Clock::time_point now) {
   context_.outbox.publish(publication);
   isBatchOpen_ = sequences_.isPending();
   nextBatch_ = now + context_.interval;
-  nextHeartbeat_ = now + heartbeat;
+  nextHeartbeat_ = now + context_.heartbeat;
 }
 
 void ServerExport::schedule(Clock::time_point now) {

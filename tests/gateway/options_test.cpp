@@ -38,6 +38,8 @@ TEST(GatewayOptions, HaveDefaultsForEverything) {
   EXPECT_EQ(options.device, "");
   EXPECT_TRUE(options.servers.empty() && options.allowSet.empty() && options.json.empty());
   EXPECT_EQ(options.interval.count(), 50);
+  EXPECT_EQ(options.heartbeat.count(), 10000);
+  EXPECT_EQ(options.keepAlive.count(), 10);
   EXPECT_FALSE(options.verbose || options.retainValues);
   EXPECT_EQ(optionsOf({"view"}).role, Options::Role::viewer);
 }
@@ -59,6 +61,10 @@ TEST(GatewayOptions, AreAllTakenFromTheCommandLine) {
                                       "/cpu",
                                       "--interval",
                                       "0",
+                                      "--heartbeat",
+                                      "100",
+                                      "--keep-alive",
+                                      "3600",
                                       "--cafile",
                                       "ca",
                                       "--cert",
@@ -78,13 +84,16 @@ TEST(GatewayOptions, AreAllTakenFromTheCommandLine) {
   EXPECT_EQ(exporter.allowSet, (Arguments{"/"}));
   EXPECT_EQ(exporter.json, (Arguments{"/cpu"}));
   EXPECT_EQ(exporter.interval.count(), 0);
+  EXPECT_EQ(exporter.heartbeat.count(), 100);
+  EXPECT_EQ(exporter.keepAlive.count(), 3600);
   EXPECT_EQ(exporter.caFile + exporter.certFile + exporter.keyFile, "cack");
   EXPECT_EQ(exporter.user + exporter.passwordFile, "up");
   EXPECT_TRUE(exporter.verbose && exporter.retainValues);
-  const Options viewer =
-      optionsOf({"view", "--device", "a", "--device", "b", "--group", "staff", "--verbose"});
+  const Options viewer = optionsOf({"view", "--device", "a", "--device", "b", "--group", "staff",
+                                    "--keep-alive", "5", "--verbose"});
   EXPECT_EQ(viewer.devices, (Arguments{"a", "b"}));
   EXPECT_EQ(viewer.group, "staff");
+  EXPECT_EQ(viewer.keepAlive.count(), 5);
   EXPECT_TRUE(viewer.verbose);
 }
 
@@ -165,6 +174,10 @@ TEST(GatewayOptions, NameTheArgumentThatIsWrong) {
       {{"export", "--interval", "-1"}, "--interval: expected 0 to 10000 milliseconds, got \"-1\""},
       {{"export", "--interval", "5ms"},
        "--interval: expected 0 to 10000 milliseconds, got \"5ms\""},
+      {{"export", "--heartbeat", "99"},
+       "--heartbeat: expected 100 to 3600000 milliseconds, got \"99\""},
+      {{"view", "--heartbeat", "1000"}, "\"--heartbeat\": unknown argument" + help},
+      {{"view", "--keep-alive", "4"}, "--keep-alive: expected 5 to 3600 seconds, got \"4\""},
       {{"view", "--user", "a/b"},
        "--user: expected 1 to 128 bytes of UTF-8 without \"/\", \"+\", \"#\", \";\" and control "
        "characters, got \"a/b\""},

@@ -49,6 +49,7 @@ struct ServerExportTest : testing::Test {
       modelgate::Topics("f", "d"),
       1,
       std::chrono::milliseconds(50),
+      std::chrono::seconds(10),
       modelgate::PathRules({}),
       modelgate::PathRules({}),
       false,
