@@ -1,5 +1,6 @@
 #include "gateway/viewer/device_link.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace modelgate {
@@ -9,9 +10,9 @@ using std::chrono::milliseconds;
 
 namespace {
 
-/// How long a probe waits for its reply, and how long it is until the next one.
+/// How long a probe waits for its reply, and how long it is until the next one at most.
 constexpr milliseconds probeLimit{2'000};
-constexpr std::chrono::seconds probePause{30};
+constexpr std::chrono::seconds longestProbePause{30};
 
 milliseconds realTime() {
   return std::chrono::duration_cast<milliseconds>(
@@ -88,6 +89,9 @@ bool DeviceLink::cleared() {
 }
 
 bool DeviceLink::connected() {
+  // The pause after a probe was for the connection before.
+  probeTimer_ = {};
+  isProbing_ = false;
   return changePresence([this] { presence_.connected(ViewerContext::now()); });
 }
 
@@ -132,21 +136,23 @@ void DeviceLink::probe() {
   Request request;
   request.server = probedServer_;
   request.path = "/";
-  isProbing_ = context_.request(name_, Verb::get, request, probeLimit,
-                                [this](const RequestTable::Answer& answer) {
-                                  if (answer.reply != nullptr) {
-                                    isProbing_ = false;
-                                    return heardReply(*answer.reply, answer.roundTrip, true);
-                                  }
-                                  if (answer.ending == RequestTable::Ending::disconnected) {
-                                    isProbing_ = false;
-                                    return;
-                                  }
-                                  probeTimer_ = context_.loop().after(probePause, [this] {
-                                    isProbing_ = false;
-                                    probe();
-                                  });
-                                });
+  isProbing_ = context_.request(
+      name_, Verb::get, request, probeLimit, [this](const RequestTable::Answer& answer) {
+        if (answer.reply != nullptr) {
+          isProbing_ = false;
+          return heardReply(*answer.reply, answer.roundTrip, true);
+        }
+        if (answer.ending == RequestTable::Ending::disconnected) {
+          isProbing_ = false;
+          return;
+        }
+        const auto pause =
+            std::min<DevicePresence::Clock::duration>(presence_.limit(), longestProbePause);
+        probeTimer_ = context_.loop().after(pause, [this] {
+          isProbing_ = false;
+          probe();
+        });
+      });
 }
 
 }  // namespace modelgate

@@ -59,7 +59,7 @@ void DevicePresence::watch(bool watched, Time now) {
 DevicePresence::Clock::duration DevicePresence::limit() const {
   using std::chrono::milliseconds;
   const auto heartbeat =
-      std::clamp<milliseconds>(statement_.heartbeat, milliseconds(20), std::chrono::minutes(10));
+      std::clamp<milliseconds>(statement_.heartbeat, milliseconds(20), std::chrono::hours(1));
   return heartbeat * 5 / 2;
 }
 

@@ -52,10 +52,10 @@ class DevicePresence {
   /// When `advance` is due; empty if nothing is awaited.
   [[nodiscard]] std::optional<Time> deadline() const;
   [[nodiscard]] std::optional<Time> lastHeard() const { return lastHeard_; }
-
- private:
+  /// How long it may be silent.
   [[nodiscard]] Clock::duration limit() const;
 
+ private:
   State state_ = State::unknown;
   bool isConnected_ = false;
   bool isConfirmed_ = false;  ///< something was heard on this connection

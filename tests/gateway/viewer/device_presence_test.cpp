@@ -149,7 +149,7 @@ TEST_F(PresenceOfADevice, BoundsTheHeartbeatThatTheStateStates) {
   hostile.heartbeat = milliseconds::max();
   presence.stated(hostile, at(0));
   presence.watch(true, at(0));
-  EXPECT_EQ(presence.deadline(), at(1'500));
+  EXPECT_EQ(presence.deadline(), at(9'000));
   hostile.heartbeat = milliseconds(0);
   presence.stated(hostile, at(0));
   EXPECT_EQ(presence.deadline(), at(0.05));

@@ -91,6 +91,25 @@ TEST_F(ViewerTest, SeesAWatchedDeviceThatIsSilent) {
   EXPECT_TRUE(isOnline());
 }
 
+TEST_F(ViewerTest, AsksASilentDeviceAgainAfterAsLongAsItWasMissed) {
+  run([this] {
+    device->state.heartbeat = 100;
+    device->publishState();
+  });
+  {
+    TreeClient client(port());
+    ASSERT_EQ(client.get("/speed"), "42");
+    run([this] { device->isMute = true; });
+    ASSERT_TRUE(isOffline());
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  // The first one waits 2 s for its reply.
+  ASSERT_TRUE(test_support::eventually([&] { return count(modelgate::Verb::get) >= 2; }));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+  run([this] { device->isMute = false; });
+  EXPECT_TRUE(isOnline());
+}
+
 TEST_F(ViewerTest, SurvivesABrokerThatRestartsEmpty) {
   TreeClient client(port());
   ASSERT_EQ(client.get("/speed"), "42");
