@@ -17,8 +17,16 @@ namespace {
 constexpr std::size_t maxCorrelation = 64;
 /// A reply expires then: its request has given up long before.
 constexpr std::chrono::seconds replyExpiry{10};
-/// How long a store may wait whose request states no time, as long as a request lives at most.
-constexpr std::chrono::seconds usualPatience{2};
+/// How long a request lives.
+constexpr std::chrono::seconds requestLife{2};
+
+/// How long a store may wait that has just arrived, by what the broker says of it.
+std::optional<std::chrono::seconds> patienceWith(const Message& message) {
+  if (!message.expiry || *message.expiry > requestLife) {
+    return std::nullopt;
+  }
+  return message.isDelayed ? std::chrono::seconds(0) : *message.expiry;
+}
 
 bool isStore(Verb verb) {
   return verb == Verb::set || verb == Verb::load;
@@ -56,7 +64,8 @@ void RequestHandler::handle(std::string_view rest, const Message& message) {
     return;
   }
   const Requester requester{formatOf(message.payload, message.contentType), *verb,
-                            std::string(message.responseTopic), std::string(message.correlation)};
+                            std::string(message.responseTopic), std::string(message.correlation),
+                            patienceWith(message)};
   switch (memory_.begin(message.responseTopic, message.correlation, Clock::now())) {
     case ReplyMemory::State::isInProgress:
       return;
@@ -106,7 +115,7 @@ void RequestHandler::carryOut(const Requester& requester, const Request& request
       return sync(requester, request, server, position);
     case Verb::set:
     case Verb::load:
-      if (std::optional<Reply> refusal = checkStore(request, server, position)) {
+      if (std::optional<Reply> refusal = checkStore(requester, request, server, position)) {
         return reply(requester, std::move(*refusal));
       }
       return pass(requester, request, server, position);
@@ -152,7 +161,8 @@ void RequestHandler::sync(const Requester& requester, const Request& request, Se
   }
 }
 
-std::optional<Reply> RequestHandler::checkStore(const Request& request, const ServerExport& server,
+std::optional<Reply> RequestHandler::checkStore(const Requester& requester, const Request& request,
+                                                const ServerExport& server,
                                                 Position position) const {
   Reply refusal;
   if (!request.value) {
@@ -161,13 +171,17 @@ std::optional<Reply> RequestHandler::checkStore(const Request& request, const Se
   } else if (request.until && !request.epoch) {
     refusal.result = ModelSrv::ModelRes_BadRequest;
     refusal.reason = "expected \"epoch\" with \"until\"";
+  } else if (!request.until && !requester.patience) {
+    refusal.result = ModelSrv::ModelRes_BadRequest;
+    refusal.reason = "expected a message expiry of at most 2 s, or \"until\"";
   } else if (!context_.allowSet.allow(server.name(), server.tree()->index.names(position))) {
     refusal.result = ModelSrv::ModelRes_Denied;
     refusal.reason = "the device does not allow stores here";
   } else if (request.epoch && request.epoch != context_.epoch) {
     refusal.result = ModelSrv::ModelRes_Timeout;
     refusal.reason = "the device's exporter has begun anew, nothing was stored";
-  } else if (Clock::now() > lastMoment(request)) {
+  } else if (request.until ? Clock::now() > lastMoment(requester, request)
+                           : requester.patience == std::chrono::seconds(0)) {
     refusal.result = ModelSrv::ModelRes_Timeout;
     refusal.reason = "the request came too late, nothing was stored";
   } else {
@@ -176,12 +190,12 @@ std::optional<Reply> RequestHandler::checkStore(const Request& request, const Se
   return refusal;
 }
 
-Clock::time_point RequestHandler::lastMoment(const Request& request) const {
-  const Clock::time_point usual = Clock::now() + usualPatience;
+Clock::time_point RequestHandler::lastMoment(const Requester& requester, const Request& request) {
+  const Clock::time_point now = Clock::now();
   if (!request.until) {
-    return usual;
+    return now + requester.patience.value_or(std::chrono::seconds(0));
   }
-  const std::uint64_t latest = monotonicMilliseconds(usual);
+  const std::uint64_t latest = monotonicMilliseconds(now + requestLife);
   return Clock::time_point(std::chrono::milliseconds(std::min(*request.until, latest)));
 }
 
@@ -199,7 +213,7 @@ void RequestHandler::pass(const Requester& requester, const Request& request, Se
   passed.names.assign(names.begin(), names.end());
   passed.index = request.index;
   passed.value = request.value.value_or(std::string());
-  passed.until = lastMoment(request);
+  passed.until = lastMoment(requester, request);
   passed.done = [this, requester, &server](const WorkerResult& result) {
     Reply answer;
     answer.result = result.result;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -35,6 +36,9 @@ class RequestHandler {
     Verb verb = Verb::get;
     std::string responseTopic;
     std::string correlation;
+    /// How long a store may wait from its arrival on, if it states no time itself; none: it may
+    /// have waited for any time before.
+    std::optional<std::chrono::seconds> patience;
   };
 
   [[nodiscard]] bool isOwnResponseTopic(std::string_view topic, std::string_view user) const;
@@ -47,9 +51,11 @@ class RequestHandler {
   void pass(const Requester& requester, const Request& request, ServerExport& server,
             Position position);
   /// Empty if the store is allowed; else why it is not.
-  [[nodiscard]] std::optional<Reply> checkStore(const Request& request, const ServerExport& server,
+  [[nodiscard]] std::optional<Reply> checkStore(const Requester& requester, const Request& request,
+                                                const ServerExport& server,
                                                 Position position) const;
-  [[nodiscard]] std::chrono::steady_clock::time_point lastMoment(const Request& request) const;
+  [[nodiscard]] static std::chrono::steady_clock::time_point lastMoment(const Requester& requester,
+                                                                        const Request& request);
 
   void reply(const Requester& requester, ModelSrv::ModelRes result, std::string reason = {});
   void reply(const Requester& requester, Reply reply);

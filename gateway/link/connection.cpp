@@ -72,6 +72,7 @@ struct Connection::Callbacks {
     arrived.payload = {static_cast<const char*>(message->payload),
                        static_cast<std::size_t>(message->payloadlen)};
     arrived.retained = message->retain;
+    arrived.expiry = found.expiry();
     arrived.contentType = found.contentType();
     arrived.responseTopic = found.responseTopic();
     arrived.correlation = found.correlation();

@@ -26,6 +26,10 @@ struct Message {
   std::string_view topic;
   std::string_view payload;
   bool retained = false;
+  /// This process did not run for a while before it read the message, which may have waited then.
+  bool isDelayed = false;
+  /// What was left when the broker sent it; none: it does not expire.
+  std::optional<std::chrono::seconds> expiry;
   std::string_view contentType;
   std::string_view responseTopic;
   std::string_view correlation;

@@ -18,6 +18,8 @@ namespace {
 constexpr std::chrono::seconds connectLimit{10};
 /// How many publications of QoS 1 may wait for the broker.
 constexpr std::size_t maxWaiting = 20;
+/// How often a connection gets its turn at least, while this process runs.
+constexpr std::chrono::seconds longestPause{2};
 
 }  // namespace
 
@@ -80,6 +82,8 @@ void BrokerLink::State::accepted() {
   addresses.clear();
   limitTimer = {};
   lastInput = Clock::now();
+  lastTurn = lastInput;
+  isDelayed = false;
   backOff.connected(lastInput);
   scheduleKeepAlive();
   blocked = false;
@@ -89,14 +93,24 @@ void BrokerLink::State::accepted() {
 }
 
 void BrokerLink::State::scheduleKeepAlive() {
-  keepAliveTimer = loop.after(std::max<milliseconds>(options.keepAlive / 5, milliseconds(1000)),
-                              [this] { checkKeepAlive(); });
+  const auto pause =
+      std::clamp<milliseconds>(options.keepAlive / 5, milliseconds(1000), longestPause);
+  keepAliveTimer = loop.after(pause, [this] { checkKeepAlive(); });
+}
+
+void BrokerLink::State::noteTurn() {
+  const Clock::time_point now = Clock::now();
+  isDelayed = isDelayed || now - lastTurn > longestPause + std::chrono::seconds(1);
+  lastTurn = now;
 }
 
 void BrokerLink::State::checkKeepAlive() {
+  noteTurn();
   pollfd state{watchedDescriptor, POLLIN, 0};
   // After a suspension of the process there may be input that is only to be read.
-  if (::poll(&state, 1, 0) == 0 && Clock::now() - lastInput > options.keepAlive * 3 / 2) {
+  const bool isEmpty = ::poll(&state, 1, 0) == 0;
+  isDelayed = isDelayed && !isEmpty;
+  if (isEmpty && lastTurn - lastInput > options.keepAlive * 3 / 2) {
     connection->end("no sign of life from the broker");
   } else {
     connection->tick();
@@ -127,9 +141,10 @@ void BrokerLink::State::updateWatch() {
 }
 
 void BrokerLink::State::ready() {
+  noteTurn();
   pollfd state{watchedDescriptor, POLLIN, 0};
   if (watchedEvents == POLLIN || ::poll(&state, 1, 0) > 0) {
-    lastInput = Clock::now();
+    lastInput = lastTurn;
   }
   processing = true;
   try {
@@ -139,6 +154,8 @@ void BrokerLink::State::ready() {
     throw;
   }
   processing = false;
+  // Until nothing is left of it, whatever is read may have waited.
+  isDelayed = isDelayed && ::poll(&state, 1, 0) > 0;
   settle();
 }
 
@@ -323,7 +340,9 @@ void BrokerLink::State::done() {
 
 void BrokerLink::State::messageArrived(const Message& message) {
   if (handlers.message && !breakOff) {
-    handlers.message(message);
+    Message received = message;
+    received.isDelayed = isDelayed;
+    handlers.message(received);
   }
 }
 

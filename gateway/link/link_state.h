@@ -56,6 +56,8 @@ struct BrokerLink::State final : Connection::Listener {
   std::vector<std::string> addresses;  ///< that are still to be tried
   Clock::time_point notBefore{};
   Clock::time_point lastInput{};
+  Clock::time_point lastTurn{};
+  bool isDelayed = false;  ///< what is read may have waited here
   EventLoop::Timer retryTimer;
   EventLoop::Timer limitTimer;
   EventLoop::Timer keepAliveTimer;
@@ -83,6 +85,8 @@ struct BrokerLink::State final : Connection::Listener {
   void accepted();
   void scheduleKeepAlive();
   void checkKeepAlive();
+  /// To be called whenever this connection gets its turn, before anything is read.
+  void noteTurn();
 
   // The connection's descriptor.
 

@@ -65,6 +65,11 @@ MessageProperties::MessageProperties(const mqtt5__property* properties) {
   if (properties == nullptr) {
     return;
   }
+  std::uint32_t seconds = 0;
+  if (mosquitto_property_read_int32(properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &seconds,
+                                    false) != nullptr) {
+    expiry_ = std::chrono::seconds(seconds);
+  }
   mosquitto_property_read_string(properties, MQTT_PROP_CONTENT_TYPE, &contentType_, false);
   mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &responseTopic_, false);
   mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &correlation_,

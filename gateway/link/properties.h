@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -43,6 +45,7 @@ class MessageProperties {
   MessageProperties(const MessageProperties&) = delete;
   MessageProperties& operator=(const MessageProperties&) = delete;
 
+  [[nodiscard]] std::optional<std::chrono::seconds> expiry() const { return expiry_; }
   [[nodiscard]] std::string_view contentType() const { return view(contentType_); }
   [[nodiscard]] std::string_view responseTopic() const { return view(responseTopic_); }
   [[nodiscard]] std::string_view correlation() const {
@@ -54,6 +57,7 @@ class MessageProperties {
     return text != nullptr ? std::string_view(text) : std::string_view();
   }
 
+  std::optional<std::chrono::seconds> expiry_;
   char* contentType_ = nullptr;
   char* responseTopic_ = nullptr;
   void* correlation_ = nullptr;

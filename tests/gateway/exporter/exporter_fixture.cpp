@@ -104,7 +104,7 @@ std::string ExporterTest::send(modelgate::Verb verb, const modelgate::Request& r
   publication.topic = devicePrefix + "req/" + std::string(verbName(verb)) + "/me";
   publication.payload = modelgate::encodeRequest(request, Format::cbor);
   publication.qos = 1;
-  publication.expiry = std::chrono::seconds(2);
+  publication.expiry = expiry;
   publication.contentType = contentType(Format::cbor);
   publication.responseTopic = responseTopic;
   publication.correlation = correlation.empty() ? "c" + std::to_string(++requests) : correlation;

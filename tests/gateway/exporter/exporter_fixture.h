@@ -87,6 +87,7 @@ struct ExporterTest : testing::Test {
   bool isReady = false;
   std::optional<Client> viewer;
   unsigned requests = 0;
+  std::optional<std::chrono::seconds> expiry = std::chrono::seconds(2);  ///< of requests
 };
 
 }  // namespace gateway_test

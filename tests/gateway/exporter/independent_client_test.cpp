@@ -16,7 +16,8 @@ struct IndependentClient : gateway_test::ExporterTest {
   nlohmann::json exchange(const std::string& verb, const std::string& request) {
     const Finished ended =
         run({"mosquitto_rr", "--unix", broker->socket(), "-t", "ts/1/f/d/req/" + verb + "/me", "-e",
-             "ts/1/f/d/rsp/me/rr", "-q", "1", "-W", "20", "-m", request});
+             "ts/1/f/d/rsp/me/rr", "-q", "1", "-W", "20", "-D", "publish",
+             "message-expiry-interval", "2", "-m", request});
     EXPECT_EQ(ended.status, test_support::ExitStatus{}) << ended.errors;
     return nlohmann::json::parse(ended.output, nullptr, false);
   }
