@@ -142,6 +142,21 @@ class Interoperation(unittest.TestCase):
             reply = client.request("set", path="/settings/stroke", value=80)
             self.assertEqual(reply["result"], 0)
 
+    def test_paho_for_c_gets_stores_and_watches(self):
+        program = pathlib.Path(directory.name, "client")
+        subprocess.run(["cc", "-Wall", "-Wextra", "-o", program, pathlib.Path(__file__).with_name("client.c"),
+                        "-lpaho-mqtt3c"], check=True, timeout=LIMIT)
+        done = subprocess.run([program, str(port), TOPICS, SERVER], check=True, capture_output=True, text=True,
+                              timeout=2 * LIMIT)
+        lines = [line.split(" ", 1) for line in done.stdout.splitlines()]
+        self.assertEqual([verb for verb, _ in lines], ["get", "watch", "set", "set", "dashboard"])
+        got, leased, stored, refused, dashboard = (json.loads(payload) for _, payload in lines)
+        self.assertEqual((got["result"], got["value"]), (0, "12.5"))
+        self.assertEqual((leased["result"], leased["lease"]), (0, 60000))
+        self.assertEqual((stored["result"], stored["value"]), (0, "70"))
+        self.assertIn("700 is not within 10 to 120", refused["reason"])
+        self.assertEqual(dashboard, {"stroke": 70, "label": "hall 3"})
+
     def test_mosquitto_rr_gets_a_value(self):
         reply = subprocess.run(
             ["mosquitto_rr", "-h", "127.0.0.1", "-p", str(port), "-V", "5", "-q", "1", "-W", "10",
