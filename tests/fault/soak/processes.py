@@ -96,6 +96,8 @@ class Terminal:
         pid, self.master = pty.fork()
         if pid == 0:
             end_with_parent()
+            # nohup's child, too, is to end when its terminal hangs up.
+            signal.signal(signal.SIGHUP, signal.SIG_DFL)
             os.execv(program, [program])
         self.pid = pid
         self.typed = 0
