@@ -32,9 +32,10 @@ for times and memory less is better, for rates more.
 - Rates: an update of treescope names the part that changed, and a subscriber that needs the value
   requests it. Several changes of one part that a subscriber has not read yet are therefore one
   update. Only received updates count: none that was pending before a sample began, and, with
-  acknowledged stores, all those that the stores of the sample caused. The two rows of treescope for
-  acknowledged stores are two figures of the same runs. Their subscriber requests each value,
-  because the messages of the peers contain it; they store in 1,000 parts in turn.
+  acknowledged stores, all those that the stores of the sample caused. Two rows each of treescope
+  for acknowledged stores are two figures of the same runs. The messages of the peers contain the
+  value: one subscriber requests each value, the other, of another server, watches the tree. The
+  stores go to 1,000 parts in turn.
 - The stream of treescope comes from a server of its own that changes its parts up to a million
   times a second and runs during these samples only. A subscriber that keeps up shows how fast that
   server makes changes, not how many updates it could receive; this limits the figure. The 5 ms, of
@@ -134,6 +135,8 @@ def targets(groups):
         ratio("latency", "a store until it is shown, compared with the fastest peer", 1),
         ratio("acknowledged", "acknowledged stores a second, compared with the fastest peer", 1,
               at_least=True),
+        ratio("acknowledged", "the same, with a subscriber that watches", 1, at_least=True,
+              index=2),
         ratio("stream", "updates a second, compared with the fastest peer", 1, at_least=True),
         ratio("stream", "the same, with each value", 1, at_least=True, index=2),
         ratio("stream", "values that treectl watch prints, compared with those that a client of "

@@ -40,8 +40,9 @@ Sampler storeRate(Fields& fields);
 /// subscriber has received NUMBER of them, which are sent in SENDS stores.
 Sampler burstRate(Fields& fields);
 
-/// model-stores SERVER: stores in 1,000 parts of SERVER in turn, with a subscriber that requests
-/// each value. Two figures in thousands a second: stores, and updates received.
+/// model-stores SERVER VALUES: stores in 1,000 parts of SERVER in turn, with a subscriber that gets
+/// each value as VALUES, a `ModelClient::Values`, says. Two figures in thousands a second: stores,
+/// and updates received.
 Sampler modelStoreRate(Fields& fields);
 
 /// model-changes VALUES PROGRAM: thousands of updates a second at a subscriber of a model server

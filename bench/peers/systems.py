@@ -91,7 +91,9 @@ def connect(path):
 
 def treescope(launcher, tree):
     name = f"Model_peers{os.getpid()}"
+    watched = f"{name}_watched"
     saved = launcher.path("saved")
+    launcher.start(["modelsrvd", "--name", watched, "--synthetic", f"1x{ITEMS}"], "ready")
     server = launcher.start(["modelsrvd", "--name", name, "--synthetic", f"{tree.groups}x{ITEMS}"],
                            "ready")
 
@@ -116,7 +118,11 @@ def treescope(launcher, tree):
                     ["model", name], (f"cd {name}", f"eu {FIRST}")),
         acknowledged=[Rate(["stores in 1,000 parts, with a subscriber that requests each value",
                             "updates received for the same stores, with their values"],
-                           "model-stores", [name])],
+                           "model-stores", [name, 1]),
+                      Rate(["stores in the same parts, with a subscriber that watches the tree and "
+                            "gets each value",
+                            "updates received for these stores, with their values"],
+                           "model-stores", [watched, 2])],
         streams=[Rate(["10,000 parts, at most 1,000 thousand changes a second; a client that "
                        "counts updates"], "model-changes", [0, *changing], 5),
                  Rate(["the same, a client that requests each value"],

@@ -112,7 +112,8 @@ Sampler burstRate(Fields& fields) {
 
 Sampler modelStoreRate(Fields& fields) {
   const std::string server = fields.text();
-  const auto subscriber = subscribeToModel(server, 1, ModelClient::Values::requested);
+  const auto values = static_cast<ModelClient::Values>(fields.number());
+  const auto subscriber = subscribeToModel(server, 1, values);
   return [subscriber, client = std::make_shared<ModelClient>(server, 1),
           round = 0UL]() mutable -> std::vector<double> {
     constexpr unsigned long stores = 20'000;
