@@ -45,7 +45,8 @@ class Getter {
   }
 
   Visit fail(const Match& match, ModelSrv::ModelRes result) {
-    if (result == ModelSrv::ModelRes_NoValue) {
+    ModelSrv::ModelRes read = ModelSrv::ModelRes_Success;
+    if (result == ModelSrv::ModelRes_NoValue && isNode(*match.connection, match.chain, read)) {
       context_.fail(Status::notFound, match.shown(), "a node has no value");
     } else {
       context_.fail(match.shown(), result);

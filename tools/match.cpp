@@ -241,11 +241,15 @@ bool isNode(Connection& connection, const Chain& chain, ModelSrv::ModelRes& resu
     return result == ModelSrv::ModelRes_Success;
   }
   std::string text;
-  if (connection.readText(chain, ModelSrv::ModelPartIndex_All, text) ==
+  if (connection.readText(chain, ModelSrv::ModelPartIndex_All, text) !=
       ModelSrv::ModelRes_NoValue) {
-    return true;
+    return false;
   }
-  return false;
+  // So has a part whose value is missing, which a server that knows no descriptions does not say.
+  ModelSrv::PartDescription description;
+  result = connection.readDescription(chain, description);
+  return result == ModelSrv::ModelRes_Success &&
+         (description.type.empty() || description.type == "node");
 }
 
 }  // namespace treectl

@@ -53,7 +53,8 @@ void SubtreeBuilder::add(const ModelSrv::TreePart& part) {
   entry.elements = static_cast<std::uint16_t>(part.elements);
   entry.access = part.access;
   entry.result = part.result;
-  entry.isNode = part.isNode || part.result == ModelSrv::ModelRes_NoValue;
+  // A server that does not say what a part is describes a part without a value like a node.
+  entry.isNode = part.isNode || (part.type.empty() && part.result == ModelSrv::ModelRes_NoValue);
 }
 
 Chain SubtreeBuilder::chainOf(std::size_t entry) const {
@@ -145,15 +146,23 @@ bool SubtreeWalk::next() {
   return true;
 }
 
+bool SubtreeEntry::hasValue() const {
+  return !isNode && result != ModelSrv::ModelRes_NoValue;
+}
+
 bool SubtreeEntry::needsReading() const {
-  return !isNode && (result != ModelSrv::ModelRes_Success ||
-                     (elements > 0 && std::count(text.begin(), text.end(), '\n') != elements - 1));
+  return hasValue() &&
+         (result != ModelSrv::ModelRes_Success ||
+          (elements > 0 && std::count(text.begin(), text.end(), '\n') != elements - 1));
 }
 
 ModelSrv::ModelRes SubtreeWalk::readValue(Connection& connection, Value& value) const {
   const SubtreeEntry& part = entry();
   if (part.needsReading()) {
     return connection.readValue(chain_, ModelSrv::ModelPartIndex_All, value);
+  }
+  if (!part.hasValue()) {
+    return ModelSrv::ModelRes_NoValue;
   }
   if (part.elements == 0) {
     value.texts.resize(1);

@@ -34,7 +34,10 @@ struct SubtreeEntry {
   std::uint16_t elements = 0;
   ModelSrv::ModelPartStatus access = ModelSrv::ModelPartStatus_Void;
   ModelSrv::ModelRes result = ModelSrv::ModelRes_NoValue;  ///< of reading the value
-  bool isNode = false;                                     ///< also a part without a value
+  bool isNode = false;
+
+  /// False for a node, and for a part that has no value at present.
+  [[nodiscard]] bool hasValue() const;
 
   /// Whether the text is not enough: of an array of texts with line feeds of their own; or because
   /// the server could not read the value.

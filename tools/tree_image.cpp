@@ -58,6 +58,9 @@ class ImageReader {
     if (result == ModelSrv::ModelRes_Success) {
       result = readPart(match, match.chain, match.address);
     }
+    if (result == ModelSrv::ModelRes_NoValue && address_.hasWildcards()) {
+      return Visit::skipped;
+    }
     return result == ModelSrv::ModelRes_Success ? Visit::taken : fail(match.shown(), result);
   }
 
@@ -92,7 +95,7 @@ class ImageReader {
     ImagePart part;
     part.connection = match.connection;
     for (SubtreeWalk walk(subtree, match.chain, match.address); walk.next();) {
-      if (walk.entry().isNode) {
+      if (!walk.entry().hasValue()) {
         continue;
       }
       if (walk.entry().needsReading()) {
