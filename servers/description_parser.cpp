@@ -17,7 +17,7 @@ namespace {
 /// is as far back as the parser reports errors.
 class CharacterSource {
  public:
-  explicit CharacterSource(const NextPiece& next) : next_(next), piece_(next()) {}
+  explicit CharacterSource(const NextPiece& next) : next_(next) { take(); }
 
   [[nodiscard]] bool atEnd() const { return piece_.empty(); }
   [[nodiscard]] const char& current() const { return piece_[offset_]; }
@@ -31,8 +31,13 @@ class CharacterSource {
     if (++offset_ == piece_.size()) {
       pieceStart_ += offset_;
       offset_ = 0;
-      piece_ = next_();
+      take();
     }
+  }
+
+  /// The position of the zero byte that the parser has taken for the end, if there is one.
+  [[nodiscard]] std::optional<std::string> zeroAtEnd() const {
+    return hasZero_ ? std::optional(position(pieceStart_ + offset_ - 1)) : std::nullopt;
   }
 
   /// The position of the character at `offset`, for error messages.
@@ -44,8 +49,14 @@ class CharacterSource {
   }
 
  private:
+  void take() {
+    piece_ = next_();
+    hasZero_ = hasZero_ || piece_.find('\0') != std::string_view::npos;
+  }
+
   const NextPiece& next_;
   std::string_view piece_;
+  bool hasZero_ = false;        ///< in the text so far; valid JSON has none
   std::size_t offset_ = 0;      ///< in the piece
   std::size_t pieceStart_ = 0;  ///< offset in the text
   std::size_t line_ = 1;
@@ -143,8 +154,11 @@ class EventForwarder final : public nlohmann::json_sax<nlohmann::json> {
 Result<TreeDescription> parseTreeDescription(const NextPiece& next) {
   CharacterSource characters(next);
   EventForwarder forwarder(characters);
-  static_cast<void>(
-      nlohmann::json::sax_parse(CharacterIterator(&characters), CharacterIterator(), &forwarder));
+  const bool isParsed =
+      nlohmann::json::sax_parse(CharacterIterator(&characters), CharacterIterator(), &forwarder);
+  if (const auto position = characters.zeroAtEnd(); isParsed && position) {
+    return Error{*position + ": expected the end, got a zero byte"};
+  }
   return forwarder.result();
 }
 

@@ -119,6 +119,22 @@ std::string toFileText(const T& value, const FileSpec& file) {
   }
 }
 
+/// Whether `text`, made of `value` by `toFileText`, is read as a value of the type again. The
+/// number in the file may be too large, or rounded up to what the type cannot hold.
+template <typename T>
+bool isReadBack(const T& value, const std::string& text, const FileSpec& file) {
+  if constexpr (isScalable<T>) {
+    T read{};
+    if (fromFileText(text, file, read) != ModelSrv::ModelRes_Success) {
+      return false;
+    }
+    if constexpr (std::is_floating_point_v<T>) {
+      return std::isinf(read) == std::isinf(value);
+    }
+  }
+  return true;
+}
+
 /// The simulated value `elapsed` milliseconds after the start. The range is that of the
 /// attributes, by default 0 to 100.
 template <typename T>

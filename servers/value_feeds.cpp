@@ -87,8 +87,12 @@ class FileFeed final : public TypedFeed<T> {
   [[nodiscard]] const FileSpec& spec() const { return *this->details().file; }
 
   ModelRes store(const T& value, std::string& reason) {
+    const std::string text = toFileText(value, spec());
+    if (!isReadBack(value, text, spec())) {
+      return ModelSrv::ModelRes_OutOfRange;
+    }
     const Reading before = this->isObserved() ? this->read() : Reading();
-    if (auto error = writeValueFile(spec().path, toFileText(value, spec()))) {
+    if (auto error = writeValueFile(spec().path, text)) {
       reason = std::move(*error);
       return ModelSrv::ModelRes_Vetoed;
     }

@@ -110,6 +110,9 @@ std::optional<std::string> writeValueFile(const std::string& path, std::string_v
            (file.code() == EINVAL ? "not a regular file" : std::strerror(file.code()));
   }
   const std::string line = std::string(text) + '\n';
+  if (line.size() > maxValueFileBytes) {
+    return path + ": more than " + std::to_string(maxValueFileBytes) + " bytes";
+  }
   ssize_t count = 0;
   do {
     count = ::write(file.get(), line.data(), line.size());

@@ -20,7 +20,8 @@ inline constexpr std::size_t maxValueFileBytes = std::size_t{64} * 1024;
 ModelSrv::ModelRes readValueFile(const std::string& path, std::string& text);
 
 /// Writes `text` and a line feed to the existing regular file at `path` in one write. Returns
-/// why the file did not take it; nothing on success.
+/// why the file did not take it, or that it would have more than `maxValueFileBytes`; nothing on
+/// success.
 [[nodiscard]] std::optional<std::string> writeValueFile(const std::string& path,
                                                         std::string_view text);
 

@@ -359,6 +359,9 @@ TEST(DescriptionParser, ReportsThePositionOfASyntaxError) {
   EXPECT_THAT(errorOf(""), StartsWith("line 1, column 1: "));
   EXPECT_THAT(errorOf("{\n \"children\": [}\n"), StartsWith("line 2, column 15: syntax error"));
   EXPECT_THAT(errorOf("{\"children\": []} x"), StartsWith("line 1, column 18: syntax error"));
+  // Where the parser takes a zero byte for the end.
+  EXPECT_EQ(errorOf(std::string_view("{\"children\": []}\n\0{", 19)),
+            "line 2, column 1: expected the end, got a zero byte");
   EXPECT_THAT(errorOf(rootWith(R"({"type": "double", "value": 1e999})")),
               HasSubstr("number overflow"));
 }

@@ -118,6 +118,19 @@ TEST(ValueFile, GivesAResultForWhateverIsAtThePath) {
             "/proc/self/oom_score_adj: Invalid argument");
 }
 
+TEST(ValueFile, IsNotGivenMoreThanCanBeReadBack) {
+  const test_support::ScratchDirectory scratch;
+  const std::string path = scratch.write("value", "before\n");
+  EXPECT_EQ(writeValueFile(path, std::string(maxValueFileBytes, 'x')),
+            path + ": more than 65536 bytes");
+  EXPECT_EQ(textOfFile(path), "before\n");
+  const std::string largest(maxValueFileBytes - 1, 'x');
+  EXPECT_EQ(writeValueFile(path, largest), std::nullopt);
+  std::string text;
+  EXPECT_EQ(readValueFile(path, text), ModelRes_Success);
+  EXPECT_EQ(text, largest);
+}
+
 TEST(FeedValues, AreScaledWithoutRoundingTwice) {
   FileSpec milli{"", 0, 0.001, 0};
   double value = 0;
@@ -218,6 +231,23 @@ TEST_F(FileValues, OfASensorAndOfAGpioAreReadWhenAsked) {
   EXPECT_EQ(client.get("/later"), "7");
   writeText(path("later"), "warm");
   EXPECT_EQ(client.get("/later"), std::string("<") + ModelSrv::describe(ModelRes_BadText) + ">");
+}
+
+TEST_F(FileValues, AreNotStoredIfTheirFileCannotHoldThem) {
+  writeText(path("voltage"), "5\n");
+  writeText(path("text"), "before\n");
+  auto server = test_support::ModelServer::ofTree(
+      R"({"children": [)" + entry("voltage", R"("type": "double", "scale": 0.001)") + "," +
+      entry("text", R"("type": "text")") + "]}");
+  test_support::TreeClient client(server.name());
+  EXPECT_EQ(client.store("/voltage", "1e308"), ModelRes_OutOfRange);
+  EXPECT_EQ(textOfFile(path("voltage")), "5\n");
+  EXPECT_EQ(client.store("/voltage", "1e305"), ModelRes_Success);
+  EXPECT_EQ(client.get("/voltage"), "1e+305");
+  EXPECT_EQ(client.store("/voltage", "inf"), ModelRes_Success);
+  EXPECT_EQ(client.get("/voltage"), "inf");
+  EXPECT_EQ(client.store("/text", std::string(maxValueFileBytes, 'x')), ModelRes_Vetoed);
+  EXPECT_EQ(client.get("/text"), "before");
 }
 
 TEST_F(FileValues, NotifySubscribersWhenTheFileChangesVanishesAndComesBack) {
