@@ -3,6 +3,8 @@
 from __future__ import annotations
 
 import ctypes
+import sys
+import threading
 from ctypes import (
     CFUNCTYPE,
     POINTER,
@@ -194,13 +196,26 @@ def encode(text: str) -> bytes:
     return text.encode("utf-8", "surrogateescape")
 
 
+def check_text(text: str) -> str:
+    """`text`. TypeError if it is no str."""
+    if not isinstance(text, str):
+        raise TypeError(f"expected a str, got {text!r}")
+    return text
+
+
+def check_callable(function: Any) -> None:
+    """TypeError for what is neither None nor can be called."""
+    if function is not None and not callable(function):
+        raise TypeError(f"expected a function or None, got {function!r}")
+
+
 def decode(text: bytes) -> str:
     return text.decode("utf-8", "surrogateescape")
 
 
 def encode_path(path: str) -> bytes:
     """A path or a name, which ends for C at a zero byte."""
-    if "\0" in path:
+    if "\0" in check_text(path):
         raise error_of(16, f"{path!r}: a zero byte")
     return encode(path)
 
@@ -216,6 +231,32 @@ def result_text(result: int) -> str:
 def raw(name: str, *arguments: Any) -> Any:
     """Calls a function and returns what it returns."""
     return _functions["treescope_" + name](*arguments)
+
+
+def raw_with_callbacks(raised: list[BaseException], name: str, *arguments: Any) -> Any:
+    """As `raw`, for a function that calls back. Adds what a signal handler raised to `raised`.
+
+    A handler may run just before the first instruction of a callback, so that the callback cannot
+    catch what it raises, such as KeyboardInterrupt. ctypes passes that to the hook only.
+    """
+    if threading.get_ident() != threading.main_thread().ident:
+        return raw(name, *arguments)  # No signal handler runs here.
+    outer = sys.unraisablehook
+
+    def hook(report: Any) -> None:
+        module = getattr(report.object, "__module__", None) or ""
+        is_own = "ctypes callback" in (report.err_msg or "") and module.startswith(__package__)
+        if is_own and report.exc_value is not None:
+            raised.append(report.exc_value)
+        else:
+            outer(report)
+
+    sys.unraisablehook = hook
+    try:
+        return raw(name, *arguments)
+    finally:
+        if sys.unraisablehook is hook:
+            sys.unraisablehook = outer
 
 
 def call(name: str, *arguments: Any) -> None:

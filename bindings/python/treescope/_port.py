@@ -12,7 +12,7 @@ from collections.abc import Callable
 from types import TracebackType
 from typing import Any, ClassVar, Optional, TypeVar
 
-from ._library import SUCCESS, TIMEOUT, call, message, raw
+from ._library import SUCCESS, TIMEOUT, call, message, raw, raw_with_callbacks
 from .errors import error_of
 
 Self = TypeVar("Self", bound="Closable")
@@ -41,6 +41,9 @@ class Closable:
     def close(self) -> None:
         raise NotImplementedError
 
+    def __reduce__(self) -> Any:
+        raise TypeError(f"{self!r} cannot be copied: it has a handle, which one object closes")
+
     def __enter__(self: Self) -> Self:
         return self
 
@@ -61,6 +64,7 @@ class Port(Closable):
 
     def __init__(self) -> None:
         self._handle = None
+        self._process = os.getpid()
         # What a callback raised; the dispatch that called it raises it again.
         self._raised: list[BaseException] = []
         # Guards what follows. One thread at a time waits for the descriptor, and the others for it.
@@ -97,7 +101,7 @@ class Port(Closable):
         self._dispatch()
 
     def _dispatch(self) -> bool:
-        result = raw(self._kind + "_dispatch", self._handle, 0)
+        result = raw_with_callbacks(self._raised, self._kind + "_dispatch", self._handle, 0)
         self._ring()
         if self._raised:
             raise self._raised.pop(0)
@@ -193,6 +197,7 @@ class Port(Closable):
         self._state.notify_all()
 
     def __del__(self, _warn: Any = warnings.warn) -> None:
-        if getattr(self, "_handle", None) is not None:
+        # In a process that has forked, it is the other process that may go on to use the handle.
+        if getattr(self, "_handle", None) is not None and self._process == os.getpid():
             _warn(f"unclosed {self!r}", ResourceWarning, source=self)
             self.close()

@@ -30,15 +30,16 @@ class AsyncClient:
     """`async with AsyncClient("Model_host") as client: print(await client.get("/cpu/load"))`
 
     Requests run one after the other on a thread of this client's own; meanwhile the event loop
-    waits for no event of the connection. Events arrive through the event loop's reader. For the
-    thread of one event loop, that in which it was entered. Errors are those of `Client`; what a
-    handler raises goes to the event loop's exception handler. When it is left, iterations over its
-    watches end.
+    waits for no event of the connection. Events arrive through the event loop's reader. It is entered
+    once, and used in that event loop's thread only. Errors are those of `Client`; what a handler
+    raises goes to the event loop's exception handler. When it is left, iterations over its watches
+    end.
     """
 
     def __init__(self, name: str) -> None:
         self.name = name
         self._client: Optional[Client] = None
+        self._entered = False
         self._thread = ThreadPoolExecutor(1, f"treescope {name}")
         # The dispatch rests as long as there are any: running requests, and full watches.
         self._requests = 0
@@ -48,6 +49,9 @@ class AsyncClient:
         self._on_event: Optional[Callable[[Event], None]] = None
 
     async def __aenter__(self) -> AsyncClient:
+        if self._entered:
+            raise RuntimeError("the client has been entered before; make another one")
+        self._entered = True
         self._loop = asyncio.get_running_loop()
         try:
             self._client = await self._opened(partial(Client, self.name))

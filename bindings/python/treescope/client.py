@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import ctypes
 import enum
-from collections.abc import Callable
+from collections.abc import Callable, Sequence
 from ctypes import POINTER, byref, c_bool, c_size_t, c_void_p
 from typing import Any, List, Optional
 
@@ -22,6 +22,8 @@ from .values import (
     Value,
     parse,
     parse_scalar,
+    is_array,
+    scalar_text,
     to_text,
 )
 from .watch import Watch
@@ -38,7 +40,7 @@ class Event(enum.IntEnum):
 
 def split_index(path: str) -> tuple[str, Optional[int]]:
     """A path without the index at its end, and that index."""
-    head, bracket, index = path.rpartition("[")
+    head, bracket, index = lib.check_text(path).rpartition("[")
     if bracket and index.endswith("]") and index[:-1].isdecimal() and index.isascii():
         return head, int(index[:-1])
     return path, None
@@ -47,10 +49,16 @@ def split_index(path: str) -> tuple[str, Optional[int]]:
 def has_line_feeds(value: Storable) -> bool:
     """Whether `value` is several texts that cannot be separated by line feeds."""
     return (
-        not isinstance(value, (bool, int, float, str, bytes))
-        and len(value) > 1
-        and any(isinstance(element, str) and "\n" in element for element in value)
+        is_array(value)
+        and len(value) > 1  # type: ignore[arg-type]
+        and any(isinstance(element, str) and "\n" in element for element in value)  # type: ignore
     )
+
+
+def check_number(name: str, texts: Sequence[bytes], elements: int) -> None:
+    """BadText if there are not as many texts as the part has elements."""
+    if len(texts) != elements:
+        raise BadText(f"{name}: expected {elements} elements, got {len(texts)}")
 
 
 def _tree_part(part: Any, names: tuple[str, ...], type: Type, value: Any) -> TreePart:
@@ -88,11 +96,11 @@ class Client(Port):
     _close_function = "disconnect"
 
     def __init__(self, name: str) -> None:
-        super().__init__()
         """Connects to the server of port `name`, for at most 2 s.
 
         Raises `NoServer`, `Timeout`, `BadName`, `NotPermitted`, `Refused` or an error of the system.
         """
+        super().__init__()
         self.name = name
         # The handler and the one before it, which may be what has replaced itself.
         self._on_event: tuple[Any, ...] = ()
@@ -121,10 +129,10 @@ class Client(Port):
 
         self._read_parts(path, take)
         if not found:
-            raise NoSuchPart(f"{path}: {lib.result_text(NoSuchPart.code)}")
+            raise NoSuchPart(f"{path or '/'}: {lib.result_text(NoSuchPart.code)}")
         type, elements, result, text = found[0]
         if result != lib.SUCCESS:
-            raise error_of(result, f"{path}: {lib.result_text(result)}")
+            raise error_of(result, f"{path or '/'}: {lib.result_text(result)}")
         return self._parse(path, text, type, elements)
 
     def _parse(self, path: str, text: bytes, type: Type, elements: int) -> Value:
@@ -143,7 +151,7 @@ class Client(Port):
 
         def visit(_context: int, part: Any) -> bool:
             try:
-                return take(part.contents)
+                return not raised and take(part.contents)
             except BaseException as error:
                 raised.append(error)
                 return False
@@ -151,7 +159,7 @@ class Client(Port):
         changed = c_bool()
         visitor = lib.Visitor(visit)
         arguments = (lib.encode_path(path), visitor, None, byref(changed))
-        result = lib.raw("read_tree", self._handle, *arguments)
+        result = lib.raw_with_callbacks(raised, "read_tree", self._handle, *arguments)
         if raised:
             raise raised[0]
         lib.check(result)
@@ -205,14 +213,20 @@ class Client(Port):
         `loader`: also in a protected part. Texts with line feeds in an array are stored one by one.
 
         Raises `BadText`, `OutOfRange`, `Vetoed`, `ReadOnly`, `Protected` or `NoValue`: nothing has
-        changed then. After `OutcomeUnknown`, `Timeout` and `ProtocolError` the value may have been
-        stored.
+        changed then, except that of texts stored one by one some may be. After `OutcomeUnknown`,
+        `Timeout` and `ProtocolError` the value may have been stored.
         """
-        if has_line_feeds(value):
-            for i, element in enumerate(value):  # type: ignore[arg-type]
-                self.set(f"{path}[{i}]", element, loader=loader)
-            return
-        text = to_text(value)
+        if has_line_feeds(value) and split_index(path)[1] is None:
+            texts = [scalar_text(element) for element in value]  # type: ignore[union-attr]
+            elements = self.describe(path).elements
+            if elements > 0:
+                check_number(path, texts, elements)
+                for i, element in enumerate(texts):
+                    self._store(f"{path}[{i}]", element, loader)
+                return
+        self._store(path, to_text(value), loader)
+
+    def _store(self, path: str, text: bytes, loader: bool) -> None:
         flags = lib.LOADER if loader else 0
         lib.call("store", self._handle, lib.encode_path(path), text, len(text), flags)
 
@@ -286,6 +300,7 @@ class Client(Port):
                 self._raised.append(error)
 
         # A null pointer of the type is "no handler".
+        lib.check_callable(handler)
         callback = lib.EventHandler(handle) if handler is not None else lib.EventHandler(0)
         lib.call("on_event", self._handle, callback, None)
         self._on_event = (callback, *self._on_event[:1])

@@ -206,6 +206,12 @@ def _register(base: type[TreescopeError]) -> None:
 _register(TreescopeError)
 
 
+def code_of(error: Exception, otherwise: int) -> int:
+    """The result of the library that `error` stands for; `otherwise` if it is none."""
+    code = getattr(error, "code", otherwise) if isinstance(error, TreescopeError) else otherwise
+    return code if code in _BY_CODE else otherwise
+
+
 def error_of(code: int, message: str) -> TreescopeError:
     """The exception for a result of the library."""
     error = _BY_CODE.get(code, TreescopeError)(message)

@@ -10,8 +10,8 @@ from typing import Any, Optional, Union
 
 from . import _library as lib
 from ._port import LONGEST, Port
-from .client import has_line_feeds
-from .errors import Busy, Closed, TreescopeError, Unreachable, Vetoed
+from .client import check_number, has_line_feeds
+from .errors import BadArgument, Busy, Closed, TreescopeError, Unreachable, Vetoed, code_of
 from .values import (
     Access,
     Scalar,
@@ -19,8 +19,10 @@ from .values import (
     Type,
     Value,
     element_index,
+    is_array,
     parse,
     parse_scalar,
+    scalar_text,
     to_text,
     type_of,
 )
@@ -59,6 +61,9 @@ class Part:
         # be what has replaced itself.
         self._callbacks: dict[str, tuple[Any, ...]] = {}
 
+    def __reduce__(self) -> Any:
+        raise TypeError(f"{self!r} cannot be copied: there is one object for a part")
+
     def __repr__(self) -> str:
         return f"<treescope.Part {self.name!r} {self.type.name}>"
 
@@ -83,12 +88,16 @@ class Part:
         Clients that watch it are notified if it changes the value, by the next dispatch. Raises
         `BadText`, `OutOfRange` for the type, `TooLarge`, `NoValue` or `NoSuchElement`.
         """
-        if has_line_feeds(value):
-            for i, element in enumerate(value):  # type: ignore[arg-type]
-                self.set(element, i)
-            return
-        text = to_text(value)
-        lib.call("part_store", self._handle, element_index(index), text, len(text))
+        if has_line_feeds(value) and index is None and self.elements > 0:
+            texts = [scalar_text(element) for element in value]  # type: ignore[union-attr]
+            check_number(self.name, texts, self.elements)
+            for i, element in enumerate(texts):
+                self._store(element, i)
+        else:
+            self._store(to_text(value), element_index(index))
+
+    def _store(self, text: bytes, index: int) -> None:
+        lib.call("part_store", self._handle, index, text, len(text))
 
     @property
     def value(self) -> Any:
@@ -119,18 +128,23 @@ class Part:
 
         def run(_context: int, request: Any) -> int:
             try:
+                return decide(request)
+            except BaseException as error:
+                self.server._raised.append(error)
+                return Vetoed.code
+
+        def decide(request: Any) -> int:
+            try:
                 stored = request.contents
                 value = parse_scalar(string_at(stored.text, stored.size), self.type)
                 check(value, None if stored.index == lib.ALL else stored.index)  # type: ignore[misc]
                 return lib.SUCCESS
             except (TreescopeError, ValueError) as refusal:
-                lib.raw("refuse", request, lib.encode(str(refusal)).replace(b"\0", b"?"))
-                return refusal.code if isinstance(refusal, TreescopeError) else Vetoed.code
-            except BaseException as error:
-                self.server._raised.append(error)
-                return Vetoed.code
+                reason = str(refusal).encode("utf-8", "replace").replace(b"\0", b"?")
+                lib.raw("refuse", request, reason)
+                return code_of(refusal, Vetoed.code)
 
-        self._set_callback("on_store", lib.StoreCheck, check and run)
+        self._set_callback("on_store", lib.StoreCheck, check, run)
 
     def on_get(self, getter: Optional[Getter]) -> None:
         """Lets clients read what `getter` returns, each time anew; None: the value that is held.
@@ -146,12 +160,12 @@ class Part:
                 result: int = lib.raw("reply_text", reply, text, len(text))
                 return result
             except TreescopeError as error:
-                return error.code
+                return code_of(error, Unreachable.code)
             except BaseException as error:
                 self.server._raised.append(error)
                 return Unreachable.code
 
-        self._set_callback("on_get", lib.Getter, getter and run)
+        self._set_callback("on_get", lib.Getter, getter, run)
 
     def on_watched(self, handler: Optional[Callable[[bool], None]]) -> None:
         """Calls `handler` when a first client watches the part, and when none does any more."""
@@ -162,9 +176,11 @@ class Part:
             except BaseException as error:
                 self.server._raised.append(error)
 
-        self._set_callback("on_watched", lib.WatchedHandler, handler and run)
+        self._set_callback("on_watched", lib.WatchedHandler, handler, run)
 
-    def _set_callback(self, name: str, kind: Any, run: Any) -> None:
+    def _set_callback(self, name: str, kind: Any, function: Any, run: Any) -> None:
+        """Lets the library call `run`, which calls `function`; nothing if that is None."""
+        lib.check_callable(function)
         calling = self.server._calling
 
         def call(*arguments: Any) -> Any:
@@ -175,7 +191,7 @@ class Part:
                 calling.remove(threading.get_ident())
 
         # A null pointer of the type is "no callback".
-        callback = kind(call) if run is not None else kind(0)
+        callback = kind(call) if function is not None else kind(0)
         lib.call(name, self._handle, callback, None)
         self._callbacks[name] = (callback, *self._callbacks.get(name, ())[:1])
 
@@ -236,17 +252,22 @@ class Server(Port):
         if type is None:
             type = type_of(0.0 if value is None else value)
         if elements is None:
-            is_array = value is not None and not isinstance(value, (bool, int, float, str, bytes))
-            elements = len(value) if is_array else 0  # type: ignore[arg-type]
-        if elements and element_names and len(element_names) != elements:
+            elements = len(value) if value is not None and is_array(value) else 0  # type: ignore
+        # What C cannot represent would become another number there.
+        if not 0 <= elements <= 65534:
+            raise BadArgument(f"expected at most 65534 elements, got {elements}")
+        for texts in (element_names, choices):
+            if isinstance(texts, (str, bytes)):
+                raise TypeError(f"expected a sequence of texts, got {texts!r}")
+        if element_names and len(element_names) != elements:
             raise ValueError(f"expected {elements} element names, got {len(element_names)}")
         split = value is not None and has_line_feeds(value)
         first = None if value is None or split else to_text(value)
         if first is not None and b"\0" in first:
             first, split = None, True
         options = lib.PartOptions(
-            type=type,
-            access=access,
+            type=Type(type),
+            access=Access(access),
             value=first,
             elements=elements,
             element_names=lib.text_array([lib.encode_path(name) for name in element_names]),
@@ -304,6 +325,8 @@ class Server(Port):
         if group is None:
             lib.call("publish", self._handle, lib.encode_path(name))
         else:
+            if not 0 <= group < 2**32 - 1:
+                raise BadArgument(f"expected the number of a group, got {group}")
             lib.call("publish_to_group", self._handle, lib.encode_path(name), group)
         self.name = name
 
@@ -314,7 +337,7 @@ class Server(Port):
         remain.
         """
         milliseconds = -1 if timeout is None else int(min(max(0.0, timeout) * 1000, LONGEST))
-        lib.call("unpublish", self._handle, milliseconds)
+        lib.check(lib.raw_with_callbacks(self._raised, "unpublish", self._handle, milliseconds))
 
     def run(self) -> None:
         """Serves until the server is closed, by another thread or a signal handler.

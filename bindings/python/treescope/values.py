@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import enum
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from dataclasses import dataclass
 from typing import Any, List, NamedTuple, Optional, Union
 
@@ -15,7 +15,9 @@ Scalar = Union[bool, int, float, str]
 #: the server knows which it is, and they do not.
 Value = Union[bool, int, float, str, list[bool], list[int], list[float], list[str]]
 #: What may be stored: text goes to a part of any type.
-Storable = Union[bool, int, float, str, bytes, Sequence[Union[bool, int, float, str]]]
+Storable = Union[
+    bool, int, float, str, bytes, bytearray, memoryview, Sequence[Union[bool, int, float, str]]
+]
 
 
 class Type(enum.IntEnum):
@@ -130,14 +132,14 @@ def element_index(index: Optional[int]) -> int:
     return index
 
 
-# A whole number of this size has no exponent, which a part of whole numbers would refuse.
-_WHOLE = 10**18
+# Up to this size a whole number has no exponent, which a part of whole numbers would refuse.
+_WHOLE = 2**64
 
 
 def scalar_text(value: Scalar) -> bytes:
     if isinstance(value, bool):
         return b"true" if value else b"false"
-    if isinstance(value, float) and value.is_integer() and abs(value) < _WHOLE:
+    if isinstance(value, float) and value.is_integer() and abs(value) <= _WHOLE:
         return b"%.0f" % value
     # A derived type, such as an enumeration, may have another `repr`.
     if isinstance(value, float):
@@ -149,29 +151,38 @@ def scalar_text(value: Scalar) -> bytes:
     raise TypeError(f"expected a bool, int, float or str, got {value!r}")
 
 
+def is_array(value: Storable) -> bool:
+    """Whether it is several values. TypeError if it is nothing that can be stored."""
+    if isinstance(value, (bool, int, float, str, bytes, bytearray, memoryview)):
+        return False
+    # The elements of a set have no order; a mapping is more than its keys.
+    if isinstance(value, (set, frozenset, Mapping)) or not hasattr(value, "__len__"):
+        raise TypeError(f"expected a bool, int, float, str, bytes or a sequence, got {value!r}")
+    return True
+
+
 def to_text(value: Storable) -> bytes:
     """The text that stores `value`."""
-    if isinstance(value, bytes):
-        return value
-    if isinstance(value, (bool, int, float, str)):
-        return scalar_text(value)
-    return b"\n".join(scalar_text(element) for element in value)
+    if is_array(value):
+        return b"\n".join(scalar_text(element) for element in value)  # type: ignore
+    if isinstance(value, (bytes, bytearray, memoryview)):
+        return bytes(value)
+    return scalar_text(value)  # type: ignore[arg-type]
 
 
 def type_of(value: Storable) -> Type:
     """The type of a new part that holds `value`."""
-    first = value
-    if not isinstance(value, (bool, int, float, str, bytes)):
-        if len(value) == 0:
+    if is_array(value):
+        if len(value) == 0:  # type: ignore[arg-type]
             raise BadArgument("an array has at least one element")
-        types = {type_of(element) for element in value}
+        types = {type_of(element) for element in value}  # type: ignore
         if types == {Type.INT64, Type.DOUBLE}:
             return Type.DOUBLE
         if len(types) != 1:
             raise BadArgument(f"expected elements of one type, got {value!r}")
-        first = value[0]
-    if isinstance(first, bool):
+        return types.pop()
+    if isinstance(value, bool):
         return Type.BOOL
-    if isinstance(first, int):
+    if isinstance(value, int):
         return Type.INT64
-    return Type.DOUBLE if isinstance(first, float) else Type.TEXT
+    return Type.DOUBLE if isinstance(value, float) else Type.TEXT

@@ -5,6 +5,7 @@ from __future__ import annotations
 import ctypes
 import enum
 import math
+import os
 from collections import deque
 from collections.abc import Callable, Iterator
 from ctypes import byref, c_void_p
@@ -247,5 +248,5 @@ class Watch(Closable):
         )
 
     def __del__(self) -> None:
-        if getattr(self, "_handle", None) is not None:
+        if getattr(self, "_handle", None) is not None and self.client._process == os.getpid():
             self.close()

@@ -189,6 +189,24 @@ class Asyncio(unittest.TestCase):
             gc.collect()
         self.assertEqual([str(warning.message) for warning in caught], [])
 
+    def test_is_entered_once(self):
+        async def main():
+            name = port_name()
+            with Server() as server:
+                server.add("number", 1)
+                server.publish(name)
+                serving = asyncio.create_task(server.serve())
+                client = AsyncClient(name)
+                async with client:
+                    with self.assertRaisesRegex(RuntimeError, "entered before"):
+                        await client.__aenter__()
+                    self.assertEqual(await client.get("/number"), 1)
+                with self.assertRaisesRegex(RuntimeError, "entered before"):
+                    await client.__aenter__()
+                serving.cancel()
+
+        asyncio.run(asyncio.wait_for(main(), TIMEOUT))
+
     def test_reads_whole_trees(self):
         async def main():
             name = port_name()

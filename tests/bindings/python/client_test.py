@@ -1,12 +1,16 @@
 """Clients of the Python package, with a server in the same process. Nothing waits for a time."""
 
+import copy
+import pickle
 import select
+import subprocess
+import sys
 import threading
 import unittest
 import weakref
 
 import treescope
-from served import TIMEOUT, Connected, port_name
+from served import TIMEOUT, Connected, interrupted, port_name
 from treescope import Access, Client, Event, Server, Type
 
 
@@ -43,6 +47,79 @@ class Clients(Connected):
         self.assertAlmostEqual(self.offset.get(), 0.1, 6)
         self.client.set("/drive/label", b"\xff")
         self.assertEqual(self.client.get_text("/drive/label"), b"\xff")
+
+    def test_whole_numbers_have_no_exponent(self):
+        wide = self.server.add("wide", 0, type=Type.UINT64)
+        for number in (1e18, 1e19, 2.0**64 - 2048):
+            self.client["/wide"] = number
+            self.assertEqual(wide.get(), int(number))
+        with self.assertRaises(treescope.OutOfRange):
+            self.client["/wide"] = 2.0**64
+
+    def test_texts_with_line_feeds_are_as_many_as_the_elements(self):
+        for texts in (["x\ny"] * 3, ["x\ny", None]):
+            with self.assertRaises((treescope.BadText, TypeError)):
+                self.client["/drive/texts"] = texts
+        self.assertEqual(self.client["/drive/texts"], ["a", "b\nc"])
+        self.client["/drive/label"] = ["a\nb", "c"]
+        self.assertEqual(self.client["/drive/label"], "a\nb\nc")
+
+    def test_arguments_of_wrong_types_are_type_errors_that_say_so(self):
+        for path in (None, 5, b"/mode"):
+            uses = (Client, self.client.get, self.client.read_tree, self.client.watch)
+            for use in (*uses, lambda path: self.client.set(path, 1)):
+                with self.assertRaisesRegex(TypeError, "expected a str, got"):
+                    use(path)
+        for value in (None, {1.0, 2.0}, {1.0: 1, 2.0: 2}, object()):
+            with self.assertRaisesRegex(TypeError, "expected a bool, int"):
+                self.client["/drive/gains"] = value
+        self.client["/drive/label"] = memoryview(b"12")
+        self.assertEqual(self.client["/drive/label"], "12")
+        with self.assertRaisesRegex(treescope.NoValue, "^/: "):
+            self.client.get("")
+
+    def test_has_docstrings_where_python_looks_for_them(self):
+        self.assertIn("Connects to the server", Client.__init__.__doc__)
+
+    def test_what_has_a_handle_is_not_copied(self):
+        with self.client.watch("/mode") as updates:
+            for original in (self.client, self.server, self.mode, updates):
+                for use in (copy.copy, copy.deepcopy, pickle.dumps):
+                    with self.assertRaisesRegex(TypeError, "cannot be copied"):
+                        use(original)
+        self.assertEqual(self.client["/mode"], "off")
+
+    def test_an_interrupt_just_as_a_visit_begins_is_raised(self):
+        with interrupted("visit"), self.assertRaises(KeyboardInterrupt):
+            self.client.read_tree()
+        self.assertEqual(self.client["/mode"], "off")
+
+    def test_the_end_of_a_forked_process_leaves_the_connections_alone(self):
+        program = (
+            "import os, sys, threading, treescope\n"
+            f"name = {port_name()!r}\n"
+            "server = treescope.Server()\n"
+            "part = server.add('part', 1)\n"
+            "server.publish(name)\n"
+            "mailbox = os.stat(f'/tmp/{name}.fifo').st_ino\n"
+            "serving = threading.Thread(target=server.run)\n"
+            "serving.start()\n"
+            "client = treescope.Client(name)\n"
+            "updates = client.watch('part')\n"
+            "next(updates)\n"
+            "child = os.fork()\n"
+            "if child == 0:\n"
+            "    del updates, client, server\n"
+            "    sys.exit()\n"
+            "os.waitpid(child, 0)\n"
+            "assert os.stat(f'/tmp/{name}.fifo').st_ino == mailbox\n"
+            "part.set(2)\n"
+            "assert next(updates).value == 2\n"
+            "client.close()\n"
+            "server.close()\n"
+            "serving.join()\n"
+        )
+        subprocess.run([sys.executable, "-c", program], check=True, timeout=TIMEOUT)
 
     def test_raises_a_class_for_each_result(self):
         for error, path, value in [

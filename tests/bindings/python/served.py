@@ -1,6 +1,8 @@
 """What the tests of the Python package share: a server in the process of the test."""
 
+import contextlib
 import os
+import sys
 import threading
 import unittest
 
@@ -15,6 +17,23 @@ def port_name():
     global count
     count += 1
     return f"Model_python_{os.getpid()}_{count}"
+
+
+@contextlib.contextmanager
+def interrupted(function):
+    """Raises KeyboardInterrupt where the package's `function` begins, as a signal handler may."""
+
+    def interrupt(frame, event, argument):
+        module = frame.f_globals.get("__name__", "")
+        if module.startswith("treescope.") and frame.f_code.co_name == function:
+            raise KeyboardInterrupt
+
+    before = sys.gettrace()
+    sys.settrace(interrupt)
+    try:
+        yield
+    finally:
+        sys.settrace(before)
 
 
 class Served(unittest.TestCase):

@@ -1,5 +1,6 @@
 """Servers of the Python package, with clients in the same process. Nothing waits for a time."""
 
+import contextlib
 import gc
 import signal
 import subprocess
@@ -9,7 +10,7 @@ import unittest
 import weakref
 
 import treescope
-from served import TIMEOUT, Served
+from served import TIMEOUT, Served, interrupted, port_name
 from treescope import Client, Server, Type
 
 
@@ -34,6 +35,103 @@ class Servers(Served):
             self.gains.on_store(None)
             client["/drive/gains[0]"] = 11.0
         self.assertEqual([type(error) for error in self.handler_errors], [ZeroDivisionError])
+
+    def test_a_refusal_whose_reason_cannot_be_sent_is_a_refusal(self):
+        class Unprintable(ValueError):
+            def __str__(self):
+                return 1 // 0
+
+        class Own(treescope.TreescopeError):
+            code = 0
+
+        class OwnText(treescope.TreescopeError):
+            code = "E42"
+
+        def check(value, index):
+            raise refusals[value]
+
+        refusals = [ValueError("not \ud800"), Unprintable(), Own("own"), OwnText("own"),
+                    ValueError("a\nb\0\udcff")]
+        reasons = ["not ?", "refused", "own", "own", r"a\?b\?\?"]
+        self.speed.on_store(check)
+        with Client(self.name) as client:
+            for value, reason in enumerate(reasons):
+                with self.assertRaisesRegex(treescope.Vetoed, reason):
+                    client["/drive/speed"] = value
+            self.assertEqual(client["/drive/speed"], 42)
+        self.assertEqual([type(error) for error in self.handler_errors], [ZeroDivisionError])
+
+    def test_a_callback_is_a_function(self):
+        for use in (self.speed.on_store, self.speed.on_get, self.speed.on_watched):
+            with self.assertRaises(TypeError):
+                use(5)
+        for option in ("check", "getter"):
+            with self.assertRaises(TypeError):
+                self.server.add("part", 1, **{option: 5})
+        with Client(self.name) as client:
+            self.assertEqual([child.name for child in client.list()], ["drive", "mode"])
+            with self.assertRaises(TypeError):
+                client.on_event(5)
+
+        class Empty:
+            def __len__(self):
+                return 0
+
+            def __call__(self, value, index):
+                raise ValueError("called")
+
+        self.speed.on_store(Empty())
+        with Client(self.name) as client, self.assertRaisesRegex(treescope.Vetoed, "called"):
+            client["/drive/speed"] = 1
+
+    def test_a_number_that_c_cannot_represent_does_not_become_another(self):
+        for elements in (-1, 65535, 2**32 + 1, 2**64 + 1):
+            with self.assertRaises(treescope.BadArgument):
+                self.server.add("array", elements=elements)
+        for wrong in ({"type": 2**32 + 3}, {"access": 2**32 + 1}):
+            with self.assertRaises(ValueError):
+                self.server.add("part", 1, **wrong)
+        with Server() as server:
+            for group in (-1, 2**32 - 1, 2**32):
+                with self.assertRaises(treescope.BadArgument):
+                    server.publish("Model_group", group=group)
+
+    def test_arguments_of_wrong_types_are_type_errors_that_say_so(self):
+        for name in (None, 5, b"name"):
+            with self.assertRaisesRegex(TypeError, "expected a str, got"):
+                self.server.add(name, 1)
+            with self.assertRaisesRegex(TypeError, "expected a str, got"):
+                self.server.publish(name)
+        for value in ({1, 2}, {1: 2}, (i for i in range(2)), object()):
+            with self.assertRaisesRegex(TypeError, "expected a bool, int"):
+                self.server.add("part", value)
+        for option in ("choices", "element_names"):
+            with self.assertRaisesRegex(TypeError, "expected a sequence of texts"):
+                self.server.add("part", ["a", "b"], **{option: "ab"})
+        self.assertEqual(self.server.add("bytes", bytearray(b"\xff\0")).get(), "\udcff\0")
+
+    def test_texts_with_line_feeds_are_as_many_as_the_elements(self):
+        for texts in (["x\ny", "b", "c"], ["x\ny", None]):
+            with self.assertRaises((treescope.BadText, TypeError)):
+                self.texts.set(texts)
+        self.assertEqual(self.texts.get(), ["a", "b\nc"])
+
+    def test_an_interrupt_just_as_a_callback_begins_is_raised(self):
+        name = port_name()
+
+        def store():
+            with Client(name) as client, contextlib.suppress(treescope.TreescopeError):
+                client["/part"] = 2
+
+        with Server() as server:
+            server.add("part", 1, check=lambda value, index: None)
+            server.publish(name)
+            storing = threading.Thread(target=store)
+            storing.start()
+            with interrupted("call"), self.assertRaises(KeyboardInterrupt):
+                while True:
+                    server.dispatch(TIMEOUT)
+        storing.join()
 
     def test_computes_values(self):
         readings = [1, "x", 2**40]

@@ -4,7 +4,7 @@ import threading
 import unittest
 
 import treescope
-from served import TIMEOUT, Connected
+from served import TIMEOUT, Connected, interrupted
 from treescope import Change, Client
 
 
@@ -25,6 +25,11 @@ class Watches(Connected):
             self.assertEqual(next(updates).value, "x" * 5000)
         with self.client.watch("/drive/texts") as updates:
             self.assertEqual(next(updates).value, ["a", "b\nc"])
+
+    def test_an_interrupt_just_as_a_report_begins_is_raised(self):
+        with self.client.watch("/drive/speed") as updates:
+            with interrupted("_take"), self.assertRaises(KeyboardInterrupt):
+                next(updates)
 
     def test_watches_a_subtree_with_its_structure(self):
         with self.client.watch("/", subtree=True, structure=True) as updates:
