@@ -86,7 +86,8 @@ class Watch(Closable):
         self.pending: deque[RawUpdate] = deque()
         self._structure = structure
         self._types: dict[tuple[int, ...], tuple[Type, int]] = {}
-        self._names: dict[tuple[int, ...], str] = {}
+        # Of each part that was reported, the names from the watched part down to it.
+        self._names: dict[tuple[int, ...], tuple[str, ...]] = {}
         self._handle = None
         # Called after each report, by asyncio clients.
         self.on_pending: Callable[[], None] = lambda: None
@@ -174,14 +175,13 @@ class Watch(Closable):
         if raw.change == Change.BEGIN:
             self._types.clear()
             self._names.clear()
-        elif raw.change == Change.ADDED:
+        names = self._names.get(raw.ids)
+        if names is None or raw.change == Change.ADDED:
+            names = self._names.get(raw.ids[:-1], ()) if raw.ids else ()
+        if raw.change == Change.ADDED:
             self._types.pop(raw.ids, None)
-            self._names[raw.ids] = raw.name
-        names = tuple(
-            self._names[raw.ids[:depth]]
-            for depth in range(len(raw.ids) + 1)
-            if raw.ids[:depth] in self._names
-        )
+            names = (*names, raw.name)
+            self._names[raw.ids] = names
         if raw.change == Change.REMOVED:
             depth = len(raw.ids)
             for ids in [ids for ids in self._types if ids[:depth] == raw.ids]:

@@ -48,6 +48,24 @@ class Watches(Connected):
             removed = next(updates)
             self.assertEqual((removed.change, removed.names), (Change.REMOVED, ("", "new")))
 
+    def test_an_update_has_the_names_down_to_its_part(self):
+        below = self.server.node("outer", id=50).node("inner")
+        value = below.add("value", 1)
+        with self.client.watch("/outer", subtree=True, structure=True) as updates:
+            seen = [next(updates) for _ in range(6)]
+            inner = ("outer", "inner")
+            self.assertEqual(
+                [update.names for update in seen],
+                [(), ("outer",), inner, (*inner, "value"), (*inner, "value"), ()],
+            )
+            value.set(2)
+            self.assertEqual(next(updates).names, (*inner, "value"))
+            value.remove()
+            self.assertEqual(next(updates).names, (*inner, "value"))
+            below.add("renamed", 3, id=1)
+            self.assertEqual(next(updates).names, (*inner, "renamed"))
+            self.assertEqual(next(updates).names, (*inner, "renamed"))
+
     def test_an_update_that_another_thread_dispatched_is_not_waited_for(self):
         with self.client.watch("/drive/speed") as updates:
             self.assertEqual(next(updates).value, 42)
