@@ -209,6 +209,55 @@ TEST_F(CArguments, MissingPointersAreErrors) {
   EXPECT_EQ(get(client_, "/drive/speed"), "42") << "nothing has changed";
 }
 
+TEST_F(CArguments, MessagesSayWhichArgumentIsNotAccepted) {
+  treescope_watch* watch = nullptr;
+  EXPECT_EQ(treescope_watch_start(client_, "/#65536", 0, 0, watchNothing, nullptr, &watch),
+            TREESCOPE_BAD_ARGUMENT);
+  EXPECT_STREQ(treescope_message(), "/#65536: an id or index is out of range");
+  EXPECT_EQ(treescope_read_tree(client_, "/#65536", visitNothing, nullptr, nullptr),
+            TREESCOPE_BAD_ARGUMENT);
+  EXPECT_STREQ(treescope_message(), "/#65536: an id or index is out of range");
+  EXPECT_EQ(treescope_read_tree(client_, "/drive/gains[0]", visitNothing, nullptr, nullptr),
+            TREESCOPE_BAD_ARGUMENT);
+  EXPECT_STREQ(treescope_message(), "/drive/gains[0]: an element has nothing below it");
+  const treescope_part_options wrong{
+      .id = 99, .name = "wrong", .type = TREESCOPE_INT8, .minimum = "5", .maximum = "4"};
+  EXPECT_EQ(treescope_add(port_.server, nullptr, &wrong, nullptr), TREESCOPE_BAD_ARGUMENT);
+  EXPECT_STREQ(treescope_message(), "wrong: a limit, a choice or a text that the part cannot have");
+}
+
+TEST_F(CArguments, AReadingThatDoesNotBeginSaysThatNothingHasChanged) {
+  for (const char* const path : {"/drive/gains[0]", "/#65536", "/none"}) {
+    bool changed = true;
+    EXPECT_NE(treescope_read_tree(client_, path, visitNothing, nullptr, &changed),
+              TREESCOPE_SUCCESS);
+    EXPECT_FALSE(changed) << path;
+  }
+  bool changed = true;
+  EXPECT_EQ(treescope_read_tree(nullptr, "/", visitNothing, nullptr, &changed), TREESCOPE_CLOSED);
+  EXPECT_FALSE(changed);
+}
+
+TEST_F(CArguments, ANameThatIsTooLongIsNotTruncated) {
+  const std::string longest(65535, 'x');
+  const std::string tooLong(65536, 'x');
+  const char* const names[] = {tooLong.c_str()};
+  treescope_part_options options{.id = 99, .name = tooLong.c_str(), .type = TREESCOPE_BOOL};
+  EXPECT_EQ(treescope_add(port_.server, nullptr, &options, nullptr), TREESCOPE_BAD_ARGUMENT);
+  options.name = longest.c_str();
+  EXPECT_EQ(treescope_add(port_.server, nullptr, &options, nullptr), TREESCOPE_SUCCESS);
+  const treescope_part_options array{
+      .id = 98, .type = TREESCOPE_BOOL, .elements = 1, .element_names = names};
+  EXPECT_EQ(treescope_add(port_.server, nullptr, &array, nullptr), TREESCOPE_BAD_ARGUMENT);
+}
+
+TEST_F(CArguments, TheNumberThatChangesNoGroupIsNoGroup) {
+  ServedPort other;
+  EXPECT_EQ(treescope_publish_to_group(other.server, other.name.c_str(), static_cast<gid_t>(-1)),
+            TREESCOPE_BAD_ARGUMENT);
+  EXPECT_EQ(treescope_publish(other.server, other.name.c_str()), TREESCOPE_SUCCESS);
+}
+
 TEST_F(CArguments, EachThreadHasItsOwnMessage) {
   EXPECT_EQ(get(client_, "/one"), "</one: no such part>");
   std::thread([this] {

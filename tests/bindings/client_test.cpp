@@ -97,6 +97,38 @@ TEST_F(CClient, ReadsNumbersAtTheLimitsOfTheirTypes) {
   }
 }
 
+TEST_F(CClient, ReadsWholeNumbersWhateverTheirText) {
+  treescope_part* const real = port_.add({.id = 20, .name = "real", .type = TREESCOPE_DOUBLE});
+  const auto readAs = [&](const char* text, treescope_result expected) {
+    std::int64_t integer = -7;
+    std::int64_t same = -7;
+    EXPECT_EQ(treescope_part_set(real, TREESCOPE_ALL, text), TREESCOPE_SUCCESS) << text;
+    EXPECT_EQ(treescope_get_int64(client_, "/real", &integer), expected) << text;
+    EXPECT_EQ(treescope_part_get_int64(real, TREESCOPE_ALL, &same), expected) << text;
+    EXPECT_EQ(integer, same) << text;
+    return integer;
+  };
+  // The shortest form of these has an exponent.
+  EXPECT_EQ(readAs("100000", TREESCOPE_SUCCESS), 100000);
+  EXPECT_EQ(readAs("-1e18", TREESCOPE_SUCCESS), -1000000000000000000);
+  EXPECT_EQ(readAs("-9223372036854775808", TREESCOPE_SUCCESS),
+            std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(readAs("9223372036854775808", TREESCOPE_OUT_OF_RANGE), -7);
+  EXPECT_EQ(readAs("1e300", TREESCOPE_OUT_OF_RANGE), -7);
+  EXPECT_EQ(readAs("-inf", TREESCOPE_OUT_OF_RANGE), -7);
+  EXPECT_EQ(readAs("nan", TREESCOPE_BAD_TEXT), -7);
+  EXPECT_EQ(readAs("1e-05", TREESCOPE_BAD_TEXT), -7);
+}
+
+TEST_F(CClient, StoresWholeNumbersInWholeNumbers) {
+  treescope_part* const wide = port_.add({.id = 20, .name = "wide", .type = TREESCOPE_UINT64});
+  EXPECT_EQ(treescope_set_double(client_, "/wide", 1e19), TREESCOPE_SUCCESS);
+  EXPECT_EQ(get(wide), "10000000000000000000");
+  EXPECT_EQ(treescope_set_double(client_, "/wide", 0x1p64), TREESCOPE_OUT_OF_RANGE);
+  EXPECT_EQ(treescope_part_set_double(wide, TREESCOPE_ALL, 1e18), TREESCOPE_SUCCESS);
+  EXPECT_EQ(get(wide), "1000000000000000000");
+}
+
 TEST_F(CClient, IgnoresTheLocale) {
   // Falls back to the present locale where the system has no other.
   const char* const before = std::setlocale(LC_ALL, "de_DE.UTF-8");

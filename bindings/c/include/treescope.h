@@ -25,13 +25,14 @@
  * server and its parts) wait for each other. Callbacks run inside `..._dispatch`, on the thread
  * that called it; a getter also inside `treescope_part_get` and its like. After a handle has been
  * closed by another thread, its callbacks are not running and are not called any more. A callback
- * may call every function except: `..._dispatch` of its own client or server; and, in a callback of
- * a server, whatever closes the server or adds or removes parts. Those are TREESCOPE_BUSY. A call
- * about another client or server waits for its callbacks, as for a mutex.
+ * may call every function except: `..._dispatch` of its own client or server; in a server's, what
+ * closes the server or adds or removes parts. Those are TREESCOPE_BUSY. A call about another client
+ * or server waits for its callbacks, as for a mutex.
  *
  * Results. Every function that can fail returns a `treescope_result`; then the outputs are
  * unchanged, and `treescope_message` says why. No C++ exception leaves the library, and callbacks
- * must neither throw nor jump out. Of a process that has forked, only one may go on to use it. */
+ * must neither throw nor jump out. Only one of two processes after fork(2) may go on to use the
+ * library. dlclose(3) leaves it in memory. */
 
 #include <stdbool.h>
 #include <stddef.h>
@@ -93,7 +94,6 @@ const char* treescope_message(void);
 
 /* Releases what a function of this library has allocated. NULL is allowed. */
 void treescope_free(void* allocated);
-
 const char* treescope_version(void); /* such as "0.1.0" */
 #define TREESCOPE_ALL (-1)           /* the whole value instead of one element */
 
@@ -156,7 +156,7 @@ typedef enum treescope_event TREESCOPE_ANY_INT {
   TREESCOPE_RESTORED = 2 /* there is a new connection, and the watches are renewed on it */
 } treescope_event;
 
-/* Calls `handler` for each event of the connection, in place of an earlier one; NULL: for none. */
+/* Calls `handler` for each event of the connection, in place of an earlier one; NULL: none. */
 treescope_result treescope_on_event(treescope_client* client,
                                     void (*handler)(void* context, treescope_event event),
                                     void* context);
@@ -166,8 +166,8 @@ treescope_result treescope_on_event(treescope_client* client,
 TREESCOPE_CHECKED treescope_result treescope_get(treescope_client* client, const char* path,
                                                  char** text, size_t* size);
 
-/* Reads a number: "true" is 1 and "false" is 0. TREESCOPE_BAD_TEXT for other texts and for a whole
- * array, TREESCOPE_OUT_OF_RANGE for a number that an int64_t cannot hold. */
+/* Reads a number: "true" is 1 and "false" is 0. TREESCOPE_BAD_TEXT for other texts, whole
+ * arrays and, as an int64_t, fractions; TREESCOPE_OUT_OF_RANGE for what an int64_t cannot hold. */
 TREESCOPE_CHECKED treescope_result treescope_get_double(treescope_client* client, const char* path,
                                                         double* value);
 TREESCOPE_CHECKED treescope_result treescope_get_int64(treescope_client* client, const char* path,
@@ -296,8 +296,8 @@ TREESCOPE_CHECKED treescope_result treescope_server_new(treescope_server** serve
 /* Ends the service immediately, and closes the server and its parts. */
 treescope_result treescope_server_close(treescope_server* server);
 
-/* Publishes the tree as port `name`; members of `group` may connect too. Shells list names that
- * begin with "Model_" or end in ".Model". The program must then dispatch. */
+/* Publishes the tree as port `name`; members of `group`, not (gid_t)-1, may connect too. Shells
+ * list names that begin with "Model_" or end in ".Model". The program must then dispatch. */
 TREESCOPE_CHECKED treescope_result treescope_publish(treescope_server* server, const char* name);
 TREESCOPE_CHECKED treescope_result treescope_publish_to_group(treescope_server* server,
                                                               const char* name, gid_t group);
@@ -314,7 +314,7 @@ treescope_result treescope_server_wake(treescope_server* server);
 /* What a new part is. Name the members (`.id = 2`): what is left out is 0 and means the default. */
 typedef struct treescope_part_options {
   uint16_t id;             /* 0 to 65,533, unique among siblings; the address on the wire */
-  const char* name;        /* NULL: "" */
+  const char* name;        /* at most 65,535 bytes, as those of elements; NULL: "" */
   treescope_type type;     /* TREESCOPE_NODE or a type of value; there is no default */
   treescope_access access; /* TREESCOPE_READ_WRITE by default */
   const char* value;       /* the first value as text; NULL: 0, false or "" */

@@ -13,6 +13,9 @@
 /// leaves a message about an error for the calling thread.
 namespace treescope_c {
 
+/// What an object that another thread closes meanwhile returns: TREESCOPE_CLOSED.
+inline constexpr ModelSrv::ModelRes closedResult = ModelSrv::ModelRes_NotSubscribed;
+
 /// A result of the platform libraries as one of the C interface.
 [[nodiscard]] treescope_result toResult(ModelSrv::ModelRes result);
 [[nodiscard]] treescope_result toResult(EvtSrv::EvtRes result);
@@ -26,6 +29,11 @@ namespace treescope_c {
 /// left out, an empty `reason` is the text of the result. Control characters become "?".
 treescope_result fail(treescope_result result, std::string_view about = {},
                       std::string_view reason = {}) noexcept;
+
+/// The result for a path that `parsePath` does not accept.
+inline treescope_result failOfPath(std::string_view path) noexcept {
+  return fail(TREESCOPE_BAD_ARGUMENT, path, "an id or index is out of range");
+}
 
 /// `result`, after `fail` if it is not a success.
 template <typename Result>

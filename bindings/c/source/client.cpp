@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "bindings/c/source/call.h"
 #include "bindings/c/source/number_text.h"
 
 namespace treescope_c {
@@ -156,7 +157,7 @@ template <typename Request>
 ModelRes Client::about(const Path& path, Request request) {
   const KThreadMutexLock lock(loop.manager.clientMutex);
   if (closed_) {
-    return ModelSrv::ModelRes_NotConnected;
+    return closedResult;
   }
   IdChain chain;
   const ModelRes result = resolve(path, chain);

@@ -27,8 +27,7 @@ treescope_result withPath(treescope_client* handle, const char* path, bool argum
       return fail(TREESCOPE_BAD_ARGUMENT);
     }
     const std::optional<Path> parsed = parsePath(path);
-    return parsed ? request(*client, *parsed)
-                  : fail(TREESCOPE_BAD_ARGUMENT, path, "an id or index is out of range");
+    return parsed ? request(*client, *parsed) : failOfPath(path);
   });
 }
 

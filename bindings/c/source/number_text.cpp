@@ -6,8 +6,9 @@ namespace treescope_c {
 
 namespace {
 
-/// Every whole number below this has fewer digits than the buffer has bytes.
-constexpr double wholeLimit = 1e18;
+/// Above this no part of whole numbers can hold the value. Every whole number up to it has fewer
+/// digits than the buffer has bytes.
+constexpr double wholeLimit = 0x1p64;
 
 template <typename T>
 treescope_result parse(std::string_view text, T& value) {
@@ -31,7 +32,7 @@ treescope_result parse(std::string_view text, T& value) {
 }  // namespace
 
 std::string numberText(double value) {
-  if (std::trunc(value) == value && std::abs(value) < wholeLimit) {
+  if (std::trunc(value) == value && std::abs(value) <= wholeLimit) {
     std::array<char, 40> text{};
     const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed);
     return {text.data(), end.ptr};
@@ -55,7 +56,21 @@ treescope_result parseNumber(std::string_view text, double& value) {
 }
 
 treescope_result parseNumber(std::string_view text, std::int64_t& value) {
-  return parse(text, value);
+  const treescope_result result = parse(text, value);
+  if (result != TREESCOPE_BAD_TEXT) {
+    return result;
+  }
+  // The shortest form of a floating-point number may have an exponent, such as "1e+05".
+  double real = 0;
+  if (parse(text, real) != TREESCOPE_SUCCESS || std::trunc(real) != real) {
+    return TREESCOPE_BAD_TEXT;
+  }
+  constexpr double limit = 0x1p63;
+  if (real < -limit || real >= limit) {
+    return TREESCOPE_OUT_OF_RANGE;
+  }
+  value = static_cast<std::int64_t>(real);
+  return TREESCOPE_SUCCESS;
 }
 
 }  // namespace treescope_c

@@ -139,14 +139,18 @@ class ServedArray final : public ServedPart {
   ModelSrv::ArrayPart<T> part_;
 };
 
-/// Whether no text that the options need is missing.
-bool areNamesComplete(const treescope_part_options& options) {
+bool isName(const char* text) {
+  return text != nullptr && std::string_view(text).size() <= ModelSrv::ModelName_Max;
+}
+
+/// Whether no name is missing, or so long that it would be truncated.
+bool areNamesValid(const treescope_part_options& options) {
   for (std::size_t i = 0; options.element_names != nullptr && i < options.elements; ++i) {
-    if (options.element_names[i] == nullptr) {
+    if (!isName(options.element_names[i])) {
       return false;
     }
   }
-  return true;
+  return options.name == nullptr || isName(options.name);
 }
 
 bool isValid(const treescope_part_options& options) {
@@ -157,7 +161,7 @@ bool isValid(const treescope_part_options& options) {
          (options.elements > 0 || options.element_names == nullptr) &&
          !(isNode && (options.elements > 0 || options.value != nullptr ||
                       options.access != TREESCOPE_NO_ACCESS)) &&
-         areNamesComplete(options);
+         areNamesValid(options);
 }
 
 }  // namespace

@@ -61,6 +61,10 @@ treescope_result prepare(ModelSrv::ModelPart& part, const treescope_part_options
   ModelRes result = ModelSrv::ModelRes_Success;
   if (attributes != ModelSrv::PartAttributes{}) {
     result = part.setAttributes(std::move(attributes));
+    if (result == ModelSrv::ModelRes_BadArgument) {
+      return finish(result, textOrEmpty(options.name),
+                    "a limit, a choice or a text that the part cannot have");
+    }
   }
   if (result == ModelSrv::ModelRes_Success && options.value != nullptr) {
     const std::string_view value = options.value;
@@ -251,7 +255,7 @@ treescope_result Server::close() {
 
 ModelRes Server::publish(const std::string& name, const ModelSrv::ServerOptions& options) {
   const KThreadMutexLock lock(loop.manager.clientMutex);
-  return closed_ ? ModelSrv::ModelRes_Busy : root_.startAsServer(name, options);
+  return closed_ ? closedResult : root_.startAsServer(name, options);
 }
 
 treescope_result Server::unpublish(int milliseconds) {

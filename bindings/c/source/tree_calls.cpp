@@ -83,13 +83,22 @@ using namespace treescope_c;
 treescope_result treescope_read_tree(treescope_client* client, const char* path,
                                      treescope_visitor visitor, void* context, bool* changed) {
   return guarded([&] {
+    if (changed != nullptr) {
+      *changed = false;
+    }
     const auto found = find<Client>(client);
     if (found == nullptr) {
       return fail(TREESCOPE_CLOSED);
     }
-    const std::optional<Path> parsed = path == nullptr ? std::nullopt : parsePath(path);
-    if (!parsed || visitor == nullptr || parsed->index != ModelSrv::ModelPartIndex_All) {
+    if (path == nullptr || visitor == nullptr) {
       return fail(TREESCOPE_BAD_ARGUMENT);
+    }
+    const std::optional<Path> parsed = parsePath(path);
+    if (!parsed) {
+      return failOfPath(path);
+    }
+    if (parsed->index != ModelSrv::ModelPartIndex_All) {
+      return fail(TREESCOPE_BAD_ARGUMENT, path, "an element has nothing below it");
     }
     ProgramVisitor visited(found->loop, visitor, context);
     ModelSrv::TreeReading reading;

@@ -93,9 +93,13 @@ treescope_result treescope_watch_start(treescope_client* client, const char* pat
     if (found == nullptr) {
       return fail(TREESCOPE_CLOSED);
     }
-    const std::optional<Path> parsed = path == nullptr ? std::nullopt : parsePath(path);
-    if (!parsed || watcher == nullptr || watch == nullptr || (flags & ~TREESCOPE_SUBTREE) != 0) {
+    if (path == nullptr || watcher == nullptr || watch == nullptr ||
+        (flags & ~TREESCOPE_SUBTREE) != 0) {
       return fail(TREESCOPE_BAD_ARGUMENT);
+    }
+    const std::optional<Path> parsed = parsePath(path);
+    if (!parsed) {
+      return failOfPath(path);
     }
     const ModelSrv::WatchOptions options{(flags & TREESCOPE_SUBTREE) != 0, parsed->index, period};
     const auto made = std::make_shared<ProgramWatch>(found, watcher, context);

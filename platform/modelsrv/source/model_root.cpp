@@ -64,6 +64,10 @@ ModelRes ModelRoot::startAsServer(const std::string& name, const ServerOptions& 
   if (client_ != nullptr || (server_ != nullptr && !server_->hasStopped())) {
     return ModelRes_Busy;
   }
+  if (options.group == static_cast<gid_t>(-1)) {
+    // For chown(2) it means the group that a file has.
+    return ModelRes_BadArgument;
+  }
   const ModelRes result = internal::withMemoryResult([&] {
     server_ = std::make_unique<internal::ServerSide>(*this);
     return internal::fromPort(server_->start(name, options));
