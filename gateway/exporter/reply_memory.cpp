@@ -8,11 +8,17 @@ ReplyMemory::State ReplyMemory::begin(std::string_view responseTopic, std::strin
   if (correlation.empty()) {
     return State::isNew;
   }
-  const auto [request, isNew] = requests_.try_emplace(Key(responseTopic, correlation));
-  if (isNew) {
-    return State::isNew;
+  const Key key(responseTopic, correlation);
+  if (const auto found = requests_.find(key); found != requests_.end()) {
+    return found->second.state;
   }
-  return request->second.isAnswered ? State::isAnswered : State::isInProgress;
+  if (requests_.size() >= maxRequests) {
+    return State::isFull;
+  }
+  const auto request = requests_.try_emplace(key).first;
+  request->second.end = now + longestProgress;
+  request->second.place = begun_.insert(begun_.end(), request);
+  return State::isNew;
 }
 
 const std::string& ReplyMemory::reply(std::string_view responseTopic,
@@ -23,30 +29,56 @@ const std::string& ReplyMemory::reply(std::string_view responseTopic,
 void ReplyMemory::complete(std::string_view responseTopic, std::string_view correlation,
                            std::string reply, Clock::time_point now) {
   expire(now);
-  const auto request = requests_.find(Key(responseTopic, correlation));
-  if (request == requests_.end() || request->second.isAnswered) {
+  const auto found = requests_.find(Key(responseTopic, correlation));
+  if (found == requests_.end() || found->second.state != State::isInProgress) {
     return;
   }
+  Request& request = found->second;
   bytes_ += reply.size();
-  request->second = {true, std::move(reply)};
-  answered_.push_back({request, now + duration});
-  expire(now);
+  ++replies_;
+  request.state = State::isAnswered;
+  request.end = now + duration;
+  request.reply = std::move(reply);
+  done_.splice(done_.end(), begun_, request.place);
+  if (firstReply_ == done_.end()) {
+    firstReply_ = request.place;
+  }
+  while (replies_ > maxReplies || (bytes_ > maxBytes && replies_ > 1)) {
+    dropReply();
+  }
 }
 
 void ReplyMemory::forget(std::string_view responseTopic, std::string_view correlation) {
   const auto request = requests_.find(Key(responseTopic, correlation));
-  if (request != requests_.end() && !request->second.isAnswered) {
+  if (request != requests_.end() && request->second.state == State::isInProgress) {
+    begun_.erase(request->second.place);
     requests_.erase(request);
   }
 }
 
 void ReplyMemory::expire(Clock::time_point now) {
-  while (!answered_.empty() && (answered_.front().end <= now || answered_.size() > maxReplies ||
-                                (bytes_ > maxBytes && answered_.size() > 1))) {
-    bytes_ -= answered_.front().request->second.reply.size();
-    requests_.erase(answered_.front().request);
-    answered_.pop_front();
+  while (firstReply_ != done_.end() && (*firstReply_)->second.end <= now) {
+    dropReply();
   }
+  expire(done_, now);
+  expire(begun_, now);
+}
+
+void ReplyMemory::expire(Order& order, Clock::time_point now) {
+  while (!order.empty() && order.front()->second.end <= now) {
+    requests_.erase(order.front());
+    order.pop_front();
+  }
+}
+
+/// Drops the oldest reply and keeps its request.
+void ReplyMemory::dropReply() {
+  Request& request = (*firstReply_)->second;
+  bytes_ -= request.reply.size();
+  --replies_;
+  request.state = State::isForgotten;
+  request.reply = {};
+  ++firstReply_;
 }
 
 }  // namespace modelgate

@@ -66,16 +66,8 @@ void RequestHandler::handle(std::string_view rest, const Message& message) {
   const Requester requester{formatOf(message.payload, message.contentType), *verb,
                             std::string(message.responseTopic), std::string(message.correlation),
                             patienceWith(message)};
-  switch (memory_.begin(message.responseTopic, message.correlation, Clock::now())) {
-    case ReplyMemory::State::isInProgress:
-      return;
-    case ReplyMemory::State::isAnswered:
-      context_.outbox.pushReply(replyPublication(
-          requester.responseTopic, requester.correlation,
-          memory_.reply(message.responseTopic, message.correlation), requester.format));
-      return;
-    case ReplyMemory::State::isNew:
-      break;
+  if (!begin(requester)) {
+    return;
   }
   std::string error;
   const std::optional<Request> request = decodeRequest(message.payload, message.contentType, error);
@@ -83,6 +75,34 @@ void RequestHandler::handle(std::string_view rest, const Message& message) {
     return reply(requester, ModelSrv::ModelRes_BadRequest, error);
   }
   carryOut(requester, *request);
+}
+
+/// Whether the request is to be carried out; a repeated one gets the reply that it had.
+bool RequestHandler::begin(const Requester& requester) {
+  const std::string& topic = requester.responseTopic;
+  const std::string& correlation = requester.correlation;
+  switch (memory_.begin(topic, correlation, Clock::now())) {
+    case ReplyMemory::State::isNew:
+      return true;
+    case ReplyMemory::State::isInProgress:
+      return false;
+    case ReplyMemory::State::isAnswered:
+      context_.outbox.pushReply(replyPublication(
+          topic, correlation, memory_.reply(topic, correlation), requester.format));
+      return false;
+    case ReplyMemory::State::isForgotten:
+      reply(requester, ModelSrv::ModelRes_OutcomeUnknown,
+            "the store was carried out before, and its result is no longer known");
+      return false;
+    case ReplyMemory::State::isFull:
+      break;
+  }
+  if (isStore(requester.verb)) {
+    reply(requester, ModelSrv::ModelRes_LimitReached,
+          "the device has had too many requests within 10 s, nothing was stored");
+    return false;
+  }
+  return true;  // A repetition changes nothing.
 }
 
 void RequestHandler::carryOut(const Requester& requester, const Request& request) {
@@ -115,8 +135,8 @@ void RequestHandler::carryOut(const Requester& requester, const Request& request
       return sync(requester, request, server, position);
     case Verb::set:
     case Verb::load:
-      if (std::optional<Reply> refusal = checkStore(requester, request, server, position)) {
-        return reply(requester, std::move(*refusal));
+      if (std::optional<Reply> error = checkStore(requester, request, server, position)) {
+        return reply(requester, std::move(*error));
       }
       return pass(requester, request, server, position);
     case Verb::get:
@@ -164,30 +184,30 @@ void RequestHandler::sync(const Requester& requester, const Request& request, Se
 std::optional<Reply> RequestHandler::checkStore(const Requester& requester, const Request& request,
                                                 const ServerExport& server,
                                                 Position position) const {
-  Reply refusal;
+  Reply error;
   if (!request.value) {
-    refusal.result = ModelSrv::ModelRes_BadRequest;
-    refusal.reason = "expected \"value\"";
+    error.result = ModelSrv::ModelRes_BadRequest;
+    error.reason = "expected \"value\"";
   } else if (request.until && !request.epoch) {
-    refusal.result = ModelSrv::ModelRes_BadRequest;
-    refusal.reason = "expected \"epoch\" with \"until\"";
+    error.result = ModelSrv::ModelRes_BadRequest;
+    error.reason = "expected \"epoch\" with \"until\"";
   } else if (!request.until && !requester.patience) {
-    refusal.result = ModelSrv::ModelRes_BadRequest;
-    refusal.reason = "expected a message expiry of at most 2 s, or \"until\"";
+    error.result = ModelSrv::ModelRes_BadRequest;
+    error.reason = "expected a message expiry of at most 2 s, or \"until\"";
   } else if (!context_.allowSet.allow(server.name(), server.tree()->index.names(position))) {
-    refusal.result = ModelSrv::ModelRes_Denied;
-    refusal.reason = "the device does not allow stores here";
+    error.result = ModelSrv::ModelRes_Denied;
+    error.reason = "the device does not allow stores here";
   } else if (request.epoch && request.epoch != context_.epoch) {
-    refusal.result = ModelSrv::ModelRes_Timeout;
-    refusal.reason = "the device's exporter has begun anew, nothing was stored";
+    error.result = ModelSrv::ModelRes_Timeout;
+    error.reason = "the device's exporter has begun anew, nothing was stored";
   } else if (request.until ? Clock::now() > lastMoment(requester, request)
                            : requester.patience == std::chrono::seconds(0)) {
-    refusal.result = ModelSrv::ModelRes_Timeout;
-    refusal.reason = "the request came too late, nothing was stored";
+    error.result = ModelSrv::ModelRes_Timeout;
+    error.reason = "the request came too late, nothing was stored";
   } else {
     return std::nullopt;
   }
-  return refusal;
+  return error;
 }
 
 Clock::time_point RequestHandler::lastMoment(const Requester& requester, const Request& request) {
@@ -228,10 +248,10 @@ void RequestHandler::pass(const Requester& requester, const Request& request, Se
 }
 
 void RequestHandler::reply(const Requester& requester, ModelRes result, std::string reason) {
-  Reply refusal;
-  refusal.result = result;
-  refusal.reason = std::move(reason);
-  reply(requester, std::move(refusal));
+  Reply error;
+  error.result = result;
+  error.reason = std::move(reason);
+  reply(requester, std::move(error));
 }
 
 /// Sends the last reply to a request.

@@ -42,6 +42,7 @@ class RequestHandler {
   };
 
   [[nodiscard]] bool isOwnResponseTopic(std::string_view topic, std::string_view user) const;
+  [[nodiscard]] bool begin(const Requester& requester);
   void carryOut(const Requester& requester, const Request& request);
   void carryOut(const Requester& requester, const Request& request, ServerExport& server,
                 Position position);

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "gateway/exporter/reply_memory.h"
 #include "gateway/wire/limits.h"
 #include "tests/gateway/exporter/exporter_fixture.h"
 
@@ -162,6 +163,22 @@ TEST_F(ExporterTest, StoresARepeatedRequestOnce) {
   viewer->messages.clear();
   send(Verb::set, storeOf(server.name(), "/drive/speed", "1"), "same");
   EXPECT_EQ(reply("same"), first);
+  EXPECT_EQ(request(Verb::get, of(server.name(), "/drive/speed")).value, "2");
+}
+
+TEST_F(ExporterTest, StoresARepeatedRequestOnceWhoseReplyItHasDropped) {
+  const ModelServer server;
+  options.allowSet = {"/"};
+  startReady({server.name()});
+  const auto store = [&](const std::string& value, const std::string& correlation = {}) {
+    viewer->messages.clear();
+    return reply(send(Verb::set, storeOf(server.name(), "/drive/speed", value), correlation));
+  };
+  EXPECT_EQ(store("1", "same").result, ModelSrv::ModelRes_Success);
+  for (std::size_t i = 0; i < modelgate::ReplyMemory::maxReplies; ++i) {
+    ASSERT_EQ(store("2").result, ModelSrv::ModelRes_Success) << i;
+  }
+  EXPECT_EQ(store("1", "same").result, ModelSrv::ModelRes_OutcomeUnknown);
   EXPECT_EQ(request(Verb::get, of(server.name(), "/drive/speed")).value, "2");
 }
 
