@@ -86,7 +86,7 @@ class Cluster(contextlib.ExitStack):
         self.environment |= {"EJABBERD_CONFIG_PATH": str(config), "EJABBERD_LOG_PATH": str(place / "log")}
         node = self.start(
             "erl", "-noinput", "-sname", f"node{number}@localhost", "-setcookie", "treescope",
-            "-kernel", "inet_dist_use_interface", "{127,0,0,1}", "-mnesia", "dir", f'"{place}/database"', "-s", "ejabberd")
+            "-kernel", "inet_dist_use_interface", "{127,0,0,1}", "-mnesia", "dir", f'"{place}/database"', "-s", "ejabberd", cwd=place)
         self.await_node(number)
         return node
 
