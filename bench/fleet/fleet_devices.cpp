@@ -157,6 +157,9 @@ void measure(const FleetOptions& options) {
     time = runUntil(loop, begin, "all mirrors are back", areShown);
     printRow("all mirrors back", time.count(), "s", 0);
   }
+}
+
+void printLosses() {
   for (const auto& [reason, count] : SimulatedDevice::losses()) {
     std::printf("%8zu x lost or not connected: %s\n", count, reason.c_str());
   }
@@ -184,7 +187,9 @@ int main(int argc, char** argv) {
   options.link.broker = *broker;
   try {
     measure(options);
+    printLosses();
   } catch (const std::exception& failed) {
+    printLosses();
     std::fprintf(stderr, "fleet_devices: %s\n", failed.what());
     return 1;
   }

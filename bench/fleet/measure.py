@@ -1,15 +1,17 @@
 """Measures modelgate between two servers of this machine, on a private broker.
 
-    measure.py PROGRAMS RESULTS
+    measure.py PROGRAMS RESULTS MODULES
 
 PROGRAMS is the directory of modelsrvd, modelgate, treescope and treectl; the Python package of this system must be on
-the path. Prints the section "Fleets" and puts it into RESULTS. All that it started has ended when it exits.
+the path. MODULES is a directory with npm's package sparkplug-client. Prints the section "Fleets" and puts it into
+RESULTS. All that it started has ended when it exits.
 """
 
 import contextlib
 import dataclasses
 import os
 import pathlib
+import random
 import re
 import select
 import signal
@@ -20,10 +22,10 @@ import sys
 import tempfile
 import time
 
-import paho.mqtt.client as mqtt
+import peers
 import treescope
 
-PROGRAMS, RESULTS = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+PROGRAMS, RESULTS, MODULES = (pathlib.Path(argument).resolve() for argument in sys.argv[1:4])
 LIMIT = 60
 ITEM = "/group_000/item_0000"
 TAG = str(os.getpid())
@@ -70,7 +72,7 @@ class Programs(contextlib.ExitStack):
 
 
 class Broker:
-    """A private mosquitto: a Unix socket, and with `tls` a port of the loopback that wants certificates."""
+    """A private mosquitto: a Unix socket, and a port of the loopback, which wants certificates with `tls`."""
 
     def __init__(self, programs, tls=False, lines=()):
         self.socket = programs.directory / f"broker{len(list(programs.directory.glob('*.conf')))}"
@@ -78,13 +80,14 @@ class Broker:
                   "sys_interval 1", f"user {subprocess.check_output(['id', '-un'], text=True).strip()}", *lines]
         self.address = [f"unix:{self.socket}"]
         self.identity = {}
+        self.port = self.free_port()
+        config += [f"listener {self.port} 127.0.0.1", "set_tcp_nodelay true"]
         if tls:
-            port = self.free_port()
             make_certificates(programs.directory)
-            config += [f"listener {port} 127.0.0.1", f"cafile {programs.directory}/ca.pem",
+            config += [f"cafile {programs.directory}/ca.pem",
                        f"certfile {programs.directory}/broker.pem", f"keyfile {programs.directory}/broker.key",
-                       "require_certificate true", "use_identity_as_username true", "set_tcp_nodelay true"]
-            self.address = [f"mqtts://localhost:{port}", "--cafile", programs.directory / "ca.pem"]
+                       "require_certificate true", "use_identity_as_username true"]
+            self.address = [f"mqtts://localhost:{self.port}", "--cafile", programs.directory / "ca.pem"]
             for name in ("device", "operator"):
                 self.identity[name] = ["--cert", programs.directory / f"{name}.pem",
                                        "--key", programs.directory / f"{name}.key"]
@@ -99,9 +102,12 @@ class Broker:
 
     @staticmethod
     def free_port():
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            return probe.getsockname()[1]
+        """One that the system gives to no connection by itself."""
+        while True:
+            number = random.randrange(12000, 32000)
+            with socket.socket() as probe, contextlib.suppress(OSError):
+                probe.bind(("127.0.0.1", number))
+                return number
 
     def run(self, *words, check=True):
         return subprocess.run([words[0], "--unix", str(self.socket), *words[1:]], check=check, capture_output=True,
@@ -266,47 +272,33 @@ def memory_row(fleet):
                resident <= 9)
 
 
-def retained_rows(programs):
-    """The same values as retained topics, read by mosquitto_sub, and by the viewer's first contact."""
+def peer_rows(programs):
+    """The same values read by programs of others, and by the viewer's first contact."""
     broker = Broker(programs, lines=["max_queued_messages 0", "max_inflight_messages 0"])
-    retain(broker.socket)
-    times, before = [], broker.sent()
-    for _ in range(5):
-        start = time.perf_counter()
-        done = broker.run("mosquitto_sub", "-v", "-t", "plain/#", "-C", "10000")
-        times.append(time.perf_counter() - start)
-        assert done.stdout.count(b"\n") == 10000
-    peer, peer_bytes = 1000 * statistics.median(times), (broker.sent() - before) / 5
+    others = {"mosquitto_sub -v with retained topics": peers.retained_topics(broker),
+              "a Sparkplug host application of npm": peers.sparkplug(programs, broker, MODULES)}
     times, sizes = [], []
-    for _ in range(5):
+    for _ in range(peers.ROUNDS):
         fleet = Fleet(programs, broker)
         before = broker.sent()
         times.append(run("treectl", "list", "-rl", f"/{fleet.mirror}")[0])
         sizes.append(broker.sent() - before)
     ours, our_bytes = 1000 * statistics.median(times), statistics.median(sizes)
-    yield Row("10,000 values listed at the first contact, the whole process", f"{ours:.0f} ms",
-              f"less than mosquitto_sub -v with retained topics: {peer:.0f} ms", ours < peer)
-    yield Row("the same, bytes that the broker sent", f"{our_bytes:,.0f}", f"less than {peer_bytes:,.0f}",
-              our_bytes < peer_bytes)
+    for name, (milliseconds, size) in others.items():
+        yield Row("10,000 values listed at the first contact, the whole process", f"{ours:.0f} ms",
+                  f"less than {name}: {milliseconds:.0f} ms", ours < milliseconds)
+        yield Row("the same, bytes that the broker sent", f"{our_bytes:,.0f}", f"less than {size:,.0f}",
+                  our_bytes < size)
 
 
-def retain(path):
-    class Client(mqtt.Client):
-        def _create_socket_connection(self):
-            connection = socket.socket(socket.AF_UNIX)
-            connection.connect(str(path))
-            return connection
-
-    client = Client()
-    client.max_inflight_messages_set(1000)
-    client.connect("localhost")
-    client.loop_start()
-    for group in range(10):
-        for item in range(1000):
-            sent = client.publish(f"plain/group_{group:03}/item_{item:04}", str(item), qos=1, retain=True)
-    sent.wait_for_publish(LIMIT)
-    client.disconnect()
-    client.loop_stop()
+def device_rows():
+    """What script/fleet prints of 1,000 devices."""
+    for how, options in (("plain", []), ("mutual TLS", ["--tls"])):
+        table = subprocess.run(["script/fleet", "1000", *options], stdout=subprocess.PIPE, text=True, check=True,
+                               timeout=10 * LIMIT).stdout
+        for what, value, unit, goal, verdict in re.findall(
+                r"^(\S.*?) +([\d.]+) (\w+) +goal +(\d+) \w+ +(\w+)$", table, re.M):
+            yield Row(f"1,000 devices, {how}: {what}", f"{value} {unit}", f"at most {goal} {unit}", verdict == "reached")
 
 
 class Rows(list):
@@ -340,7 +332,8 @@ def measure():
         rows.append(rate_row(programs, broker))
         rows.append(exact_row(programs, broker))
     with Programs() as programs:
-        rows += retained_rows(programs)
+        rows += peer_rows(programs)
+    rows += device_rows()
     return rows
 
 
