@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <random>
 
@@ -26,6 +27,22 @@ class BackOff {
   std::minstd_rand random_;
   Clock::time_point connected_{};
   milliseconds next_ = first;
+};
+
+/// How long a broker may take to accept a client. If it takes the connection and does not answer in
+/// time, it may have many others to serve: to begin anew costs it more than to wait, and if all do,
+/// it never ends. So the next attempt may take twice as long.
+class AnswerLimit {
+ public:
+  static constexpr std::chrono::seconds first{10};
+  static constexpr std::chrono::seconds longest{80};
+
+  [[nodiscard]] std::chrono::seconds limit() const { return limit_; }
+  void missed() { limit_ = std::min(2 * limit_, longest); }
+  void answered() { limit_ = first; }
+
+ private:
+  std::chrono::seconds limit_ = first;
 };
 
 }  // namespace modelgate

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <mosquitto.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <stdexcept>
@@ -14,8 +15,6 @@ namespace modelgate {
 
 namespace {
 
-/// How long the broker may take to accept the client.
-constexpr std::chrono::seconds connectLimit{10};
 /// How many publications of QoS 1 may wait for the broker.
 constexpr std::size_t maxWaiting = 20;
 /// How often a connection gets its turn at least, while this process runs.
@@ -70,15 +69,33 @@ void BrokerLink::State::connectNext() {
     ended();
     return;
   }
-  limitTimer = loop.after(connectLimit, [this] {
-    connection->end("no answer");
-    ended();
-  });
+  awaitAnswer();
   updateWatch();
+}
+
+void BrokerLink::State::awaitAnswer() {
+  limitTimer = loop.after(AnswerLimit::first, [this] {
+    // More than that is for a broker that has taken the connection.
+    sockaddr_storage peer{};
+    socklen_t size = sizeof peer;
+    if (::getpeername(connection->descriptor(), reinterpret_cast<sockaddr*>(&peer), &size) != 0) {
+      return noAnswer();
+    }
+    limitTimer = loop.after(answerLimit.limit() - AnswerLimit::first, [this] {
+      answerLimit.missed();
+      noAnswer();
+    });
+  });
+}
+
+void BrokerLink::State::noAnswer() {
+  connection->end("no answer");
+  ended();
 }
 
 void BrokerLink::State::accepted() {
   phase = Phase::connected;
+  answerLimit.answered();
   addresses.clear();
   limitTimer = {};
   lastInput = Clock::now();

@@ -44,6 +44,7 @@ struct BrokerLink::State final : Connection::Listener {
   Handlers handlers;
   HostLookup lookup;
   BackOff backOff{std::random_device{}()};
+  AnswerLimit answerLimit;
 
   Phase phase = Phase::idle;
   std::unique_ptr<Connection> connection;
@@ -82,6 +83,8 @@ struct BrokerLink::State final : Connection::Listener {
 
   void attempt();
   void connectNext();
+  void awaitAnswer();
+  void noAnswer();
   void accepted();
   void scheduleKeepAlive();
   void checkKeepAlive();

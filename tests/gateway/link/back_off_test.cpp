@@ -47,4 +47,14 @@ TEST(GatewayBackOff, DiffersBetweenClients) {
   EXPECT_GT(delays.size(), 15U);
 }
 
+TEST(GatewayAnswerLimit, DoublesUntilTheBrokerAnswers) {
+  modelgate::AnswerLimit limit;
+  for (const auto expected : {10s, 20s, 40s, 80s, 80s}) {
+    EXPECT_EQ(limit.limit(), expected);
+    limit.missed();
+  }
+  limit.answered();
+  EXPECT_EQ(limit.limit(), 10s);
+}
+
 }  // namespace
