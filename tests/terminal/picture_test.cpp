@@ -15,16 +15,17 @@ using test_support::Finished;
 
 const std::string expectedPicture =
     R"(<svg xmlns="http://www.w3.org/2000/svg" role="img")"
-    R"( aria-labelledby="title" width="192.0" height="78.0" viewBox="0 0 192.0 78.0">
+    R"( aria-labelledby="title" aria-describedby="desc" width="192.0" height="78.0" viewBox="0 0 192.0 78.0">
 <title id="title">A &lt;test&gt;</title>
+<desc id="desc">A terminal with 20 columns and 3 rows of text.</desc>
 <rect width="100%" height="100%" rx="6" fill="#1e222a"/>
-<g xml:space="preserve" font-family="ui-monospace, 'DejaVu Sans Mono', Menlo, Consolas, monospace")"
+<g xml:space="preserve" style="white-space: pre" font-family="ui-monospace, 'DejaVu Sans Mono', Menlo, Consolas, monospace")"
     R"( font-size="14" fill="#d8dee9">
-<text x="12.0" y="25.5" textLength="33.6">a  b</text>
-<text x="45.6" y="25.5" textLength="8.4" fill="#61afef" font-weight="bold">c</text>
+<text x="12.0" y="25.5" textLength="33.6" lengthAdjust="spacingAndGlyphs">a  b</text>
+<text x="45.6" y="25.5" textLength="8.4" lengthAdjust="spacingAndGlyphs" fill="#61afef" font-weight="bold">c</text>
 <rect x="12.0" y="48.0" width="25.2" height="18.0" fill="#d8dee9"/>
-<text x="12.0" y="61.5" textLength="25.2" fill="#1e222a">&lt;&amp;&gt;</text>
-<text x="54.0" y="61.5" textLength="25.2">)"
+<text x="12.0" y="61.5" textLength="25.2" lengthAdjust="spacingAndGlyphs" fill="#1e222a">&lt;&amp;&gt;</text>
+<text x="54.0" y="61.5" textLength="25.2" lengthAdjust="spacingAndGlyphs">)"
     "\u4e2d\u28ff"
     R"(</text>
 </g>
@@ -42,19 +43,20 @@ TEST(Picture, HasTheTextAndTheLookOfTheScreen) {
 
 const std::string sessionPicture =
     R"(<svg xmlns="http://www.w3.org/2000/svg" role="img")"
-    R"( aria-labelledby="title" width="444.0" height="114.0" viewBox="0 0 444.0 114.0">
+    R"( aria-labelledby="title" aria-describedby="desc" width="444.0" height="114.0" viewBox="0 0 444.0 114.0">
 <title id="title">Completion</title>
+<desc id="desc">A terminal with 50 columns and 5 rows of text.</desc>
 <rect width="100%" height="100%" rx="6" fill="#1e222a"/>
-<g xml:space="preserve" font-family="ui-monospace, 'DejaVu Sans Mono', Menlo, Consolas, monospace")"
+<g xml:space="preserve" style="white-space: pre" font-family="ui-monospace, 'DejaVu Sans Mono', Menlo, Consolas, monospace")"
     R"( font-size="14" fill="#d8dee9">
-<text x="12.0" y="25.5" textLength="184.8">speed       speedlimit</text>
-<text x="213.6" y="25.5" textLength="50.4" fill="#98c379">gains/</text>
-<text x="314.4" y="25.5" textLength="42.0">label</text>
-<text x="12.0" y="43.5" textLength="50.4" fill="#61afef">motor/</text>
-<text x="112.8" y="43.5" textLength="75.6">noname-12</text>
-<text x="12.0" y="61.5" textLength="134.4">[ drive]$ get sp</text>
-<text x="12.0" y="79.5" textLength="184.8">speed       speedlimit</text>
-<text x="12.0" y="97.5" textLength="159.6">[ drive]$ get speed</text>
+<text x="12.0" y="25.5" textLength="184.8" lengthAdjust="spacingAndGlyphs">speed       speedlimit</text>
+<text x="213.6" y="25.5" textLength="50.4" lengthAdjust="spacingAndGlyphs" fill="#98c379">gains/</text>
+<text x="314.4" y="25.5" textLength="42.0" lengthAdjust="spacingAndGlyphs">label</text>
+<text x="12.0" y="43.5" textLength="50.4" lengthAdjust="spacingAndGlyphs" fill="#61afef">motor/</text>
+<text x="112.8" y="43.5" textLength="75.6" lengthAdjust="spacingAndGlyphs">noname-12</text>
+<text x="12.0" y="61.5" textLength="134.4" lengthAdjust="spacingAndGlyphs">[ drive]$ get sp</text>
+<text x="12.0" y="79.5" textLength="184.8" lengthAdjust="spacingAndGlyphs">speed       speedlimit</text>
+<text x="12.0" y="97.5" textLength="159.6" lengthAdjust="spacingAndGlyphs">[ drive]$ get speed</text>
 </g>
 </svg>
 )";

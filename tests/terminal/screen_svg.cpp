@@ -121,10 +121,10 @@ std::string svgOf(Span span, int row) {
   if (span.text.empty()) {
     return svg;
   }
-  // The length keeps the columns, whatever font there is.
+  // The length keeps the columns, whatever font there is: a wider one is made narrower.
   svg += "<text x=\"" + pixels(margin + span.column * cellWidth) + "\" y=\"" +
          pixels(margin + row * cellHeight + baseline) + "\" textLength=\"" +
-         pixels(span.columns * cellWidth) + '"';
+         pixels(span.columns * cellWidth) + "\" lengthAdjust=\"spacingAndGlyphs\"";
   if (span.foreground != standardForeground) {
     svg += " fill=\"" + colourText(span.foreground) + '"';
   }
@@ -144,12 +144,15 @@ std::string svgOf(const Screen& screen, const std::string& title) {
   const std::string height = pixels(2 * margin + screen.usedRows() * cellHeight);
   std::string svg =
       "<svg xmlns=\"http://www.w3.org/2000/svg\" role=\"img\" "
-      "aria-labelledby=\"title\" width=\"" +
+      "aria-labelledby=\"title\" aria-describedby=\"desc\" width=\"" +
       width + "\" height=\"" + height + "\" viewBox=\"0 0 " + width + ' ' + height +
       "\">\n<title id=\"title\">" + escaped(title) +
-      "</title>\n<rect width=\"100%\" height=\"100%\" rx=\"6\" fill=\"" +
+      "</title>\n<desc id=\"desc\">A terminal with " + std::to_string(screen.columns()) +
+      " columns and " + std::to_string(screen.usedRows()) +
+      " rows of text.</desc>\n<rect width=\"100%\" height=\"100%\" rx=\"6\" fill=\"" +
       colourText(standardBackground) +
-      "\"/>\n<g xml:space=\"preserve\" font-family=\"ui-monospace, 'DejaVu Sans "
+      "\"/>\n<g xml:space=\"preserve\" style=\"white-space: pre\" font-family=\"ui-monospace, "
+      "'DejaVu Sans "
       "Mono', Menlo, Consolas, monospace\" font-size=\"14\" fill=\"" +
       colourText(standardForeground) + "\">\n";
   for (int row = 0; row < screen.usedRows(); ++row) {
