@@ -53,6 +53,7 @@ void SubtreeBuilder::add(const ModelSrv::TreePart& part) {
   entry.elements = static_cast<std::uint16_t>(part.elements);
   entry.access = part.access;
   entry.result = part.result;
+  entry.childrenSorted = part.childrenSorted;
   // A server that does not say what a part is describes a part without a value like a node.
   entry.isNode = part.isNode || (part.type.empty() && part.result == ModelSrv::ModelRes_NoValue);
 }
@@ -69,6 +70,9 @@ Chain SubtreeBuilder::chainOf(std::size_t entry) const {
 std::vector<std::uint32_t> SubtreeBuilder::childrenToSort(std::size_t entry) const {
   const std::deque<SubtreeEntry>& entries = subtree_.entries;
   std::vector<std::uint32_t> children;
+  if (entries[entry].childrenSorted) {
+    return children;
+  }
   for (std::uint32_t child = entries[entry].firstChild; child != SubtreeEntry::none;
        child = entries[child].nextSibling) {
     // An older server reports them in its own order.

@@ -35,6 +35,7 @@ struct SubtreeEntry {
   ModelSrv::ModelPartStatus access = ModelSrv::ModelPartStatus_Void;
   ModelSrv::ModelRes result = ModelSrv::ModelRes_NoValue;  ///< of reading the value
   bool isNode = false;
+  bool childrenSorted = false;  ///< whether the server's order is known to be that of the ids
 
   /// False for a node, and for a part that has no value at present.
   [[nodiscard]] bool hasValue() const;

@@ -83,6 +83,10 @@ struct PartAccess {
   static const std::vector<ModelPart*>& childrenById(const ModelNode& node) {
     return node.addedInOrder_ ? node.children_ : node.byId_;
   }
+  /// Of a node: whether the order of its children is that of their ids.
+  static bool areChildrenSorted(const ModelPart& node) {
+    return static_cast<const ModelNode&>(node).addedInOrder_;
+  }
   static bool isCacheable(const ModelPart& part) { return part.isCacheable(); }
   static void setCacheStamp(ModelPart& part, std::uint32_t stamp) {
     part.cacheStamp_ = stamp;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
@@ -21,6 +22,7 @@ enum Has : std::uint8_t {
   refusesSubscriptions = 8,
   leavesOutNames = 16,
   leavesOutValue = 32,
+  hasSortedChildren = 64,
 };
 
 // A type is the number of its name here, from 1; 0 is none, and a name follows 255.
@@ -34,18 +36,31 @@ constexpr std::uint8_t typeName = 255;
 constexpr std::size_t maxRead = std::size_t{1024} * 1024;
 constexpr std::size_t maxPartsOfPage = 16 * 1024;
 
-void writeType(std::string_view type, PayloadWriter& writer) {
-  const auto at = std::find(knownTypes.begin(), knownTypes.end(), type);
+std::uint8_t numberOfType(std::string_view type) {
   if (type.empty()) {
-    writer.u8(0);
-  } else if (at != knownTypes.end()) {
-    writer.u8(static_cast<std::uint8_t>(at - knownTypes.begin() + 1));
-  } else {
-    writer.u8(typeName);
-    writer.u16(static_cast<std::uint16_t>(type.size()));
-    writer.bytes(type);
+    return 0;
   }
+  const auto at = std::find(knownTypes.begin(), knownTypes.end(), type);
+  return at != knownTypes.end() ? static_cast<std::uint8_t>(at - knownTypes.begin() + 1) : typeName;
 }
+
+/// What an entry begins with: one insertion, since a page has very many.
+struct EntryHead {
+  static constexpr std::size_t hasAt = 4;
+  static constexpr std::size_t size = 8;
+
+  EntryHead(std::size_t depth, const ModelPart& part, std::uint8_t type) {
+    put(0, static_cast<std::uint16_t>(depth));
+    put(2, part.id());
+    put(hasAt + 1, part.status());
+    bytes[size - 1] = type;
+  }
+  void put(std::size_t at, std::uint16_t number) {
+    std::memcpy(bytes.data() + at, &number, sizeof number);
+  }
+
+  std::array<std::uint8_t, size> bytes{};
+};
 
 std::string_view readType(PayloadReader& page) {
   const std::uint8_t type = page.u8();
@@ -97,20 +112,26 @@ void TreePageWriter::write(ModelPart& top, bool continues, ChainView position,
 void TreePageWriter::writePart(ModelPart& part, std::size_t depth,
                                std::vector<std::uint8_t>& page) {
   PayloadWriter writer(page);
-  writer.u16(static_cast<std::uint16_t>(depth));
-  writer.u16(part.id());
-  const std::size_t hasAt = page.size();
+  const std::size_t hasAt = page.size() + EntryHead::hasAt;
   unsigned has = 0;
-  writer.u8(0);
-  writer.u16(part.status());
-  writeType(PartAccess::typeName(part), writer);
-  writer.u16(static_cast<std::uint16_t>(part.name().size()));
-  writer.bytes(part.name());
+  const std::string_view type = PartAccess::typeName(part);
+  const EntryHead head(depth, part, numberOfType(type));
+  page.insert(page.end(), head.bytes.begin(), head.bytes.end());
+  if (head.bytes.back() == typeName) {
+    writer.u16(static_cast<std::uint16_t>(type.size()));
+    writer.bytes(type);
+  }
+  const std::string_view name = part.name();
+  writer.u16(static_cast<std::uint16_t>(name.size()));
+  writer.bytes(name);
   if (!PartAccess::subscribable(part)) {
     has |= refusesSubscriptions;
   }
   if (PartAccess::isNode(part)) {
     has |= hasChildren;
+    if (PartAccess::areChildrenSorted(part)) {
+      has |= hasSortedChildren;
+    }
   } else {
     writeElements(part, page, has);
     const ModelRes result = readValue(part);
@@ -182,6 +203,7 @@ TreePageReader::Next TreePageReader::next(std::vector<ModelPartId>& ids, TreePar
   const std::uint8_t has = page_.u8();
   part = {};
   part.isNode = (has & hasChildren) != 0;
+  part.childrenSorted = (has & hasSortedChildren) != 0;
   part.subscribable = (has & refusesSubscriptions) == 0;
   part.access = page_.u16();
   part.type = readType(page_);

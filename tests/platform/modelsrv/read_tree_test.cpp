@@ -77,6 +77,22 @@ TEST_F(ReadTree, ReportsEachPartWithWhatItIs) {
   EXPECT_TRUE(lines_.empty());
 }
 
+TEST_F(ReadTree, SaysWhetherTheOrderOfTheChildrenIsThatOfTheIds) {
+  std::vector<ModelPart*> children(server_.drive.children());
+  std::swap(children.front(), children.back());
+  ASSERT_EQ(server_.drive.setChildren(children), ModelRes_Success);
+  std::vector<bool> sorted;
+  ASSERT_EQ(client_.root.readTree(&client_.part.at(driveChain),
+                                  [&](const TreePart& part) {
+                                    if (part.isNode) {
+                                      sorted.push_back(part.childrenSorted);
+                                    }
+                                    return true;
+                                  }),
+            ModelRes_Success);
+  EXPECT_THAT(sorted, ElementsAre(false, true));
+}
+
 TEST_F(ReadTree, EndsWhenTheVisitorDoes) {
   wanted_ = 3;
   ASSERT_EQ(read(driveChain), ModelRes_Success);

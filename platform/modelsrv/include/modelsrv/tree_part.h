@@ -14,6 +14,9 @@ struct TreePart {
   std::span<const ModelPartId> chain;  ///< the part's ids, from the root down
   std::string_view name;
   bool isNode = false;
+  /// Of a node: whether the children's order in the server is that of their ids, in which they are
+  /// reported. False too if the server does not say: `ModelRoot::getChildIdsFromServer` has it.
+  bool childrenSorted = false;
   /// The name of the type of value, as in `PartDescription::type`; empty for a node, or if the
   /// server does not say.
   std::string_view type;
