@@ -51,14 +51,14 @@ class WatchPrinter {
   }
 
   /// Prints the row of a table: the time, and the present value of each part; of one that has left,
-  /// nothing.
+  /// or whose server is lost, nothing.
   void printRow(const Watcher& watcher, std::int64_t time) {
     if (isFull()) {
       return;
     }
     std::unordered_map<std::string_view, const Value*> values;
     watcher.forEachPart([&](const WatchedPart& part) {
-      values[part.address] = part.value ? &*part.value : nullptr;
+      values[part.address] = part.value && !part.isOutdated ? &*part.value : nullptr;
     });
     std::string& out = context_.output().text();
     out += utcTime(time);
@@ -133,7 +133,7 @@ class WatchRun {
   explicit WatchRun(Context& context)
       : context_(context),
         options_(context.options()),
-        watcher_(context, {.typed = options_.json}),
+        watcher_(context, {.typed = options_.json, .repeats = options_.csv}),
         printer_(context) {
     if (options_.every) {
       pacer_.emplace(*options_.every);
@@ -215,7 +215,8 @@ class WatchRun {
   /// One row for all changes that came together, the first when all values are known.
   void printRows(const std::vector<Change>& changes) {
     for (const Change& change : changes) {
-      hasRow_ = hasRow_ || (hasHeader_ && change.event == Change::Event::value);
+      // A loss empties cells; the values that come after it fill them again.
+      hasRow_ = hasRow_ || (hasHeader_ && change.event != Change::Event::restored);
       printer_.note(change);
     }
     if (!watcher_.isComplete()) {

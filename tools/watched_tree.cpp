@@ -45,6 +45,7 @@ ModelRes WatchedTree::start(const Chain& chain, const ModelSrv::WatchOptions& op
 void WatchedTree::handle(const WatchEvent& event) {
   switch (event.kind) {
     case WatchEvent::Kind::begin:
+      isRenewing_ = isComplete_;
       for (auto& [chain, entry] : entries_) {
         entry.isStale = chain != base_;
         entry.names.clear();
@@ -136,6 +137,7 @@ void WatchedTree::reportValue(const WatchEvent& event) {
     report(found->second, event, event.text);
     return;
   }
+  found->second.part.isOutdated = true;
   std::string text;
   if (event.result == ModelSrv::ModelRes_TooLarge &&
       watch_.fetch(event, text) == ModelSrv::ModelRes_Success) {
@@ -172,6 +174,7 @@ bool WatchedTree::takeWhole(WatchedPart& part, const WatchEvent& event, std::str
     return false;
   }
   // After a reconnection the values come again.
+  part.isOutdated = false;
   change.isRepeated = event.changes == 0 && part.value && part.value->texts == change.value.texts;
   if (change.isRepeated && !needs_.repeats) {
     return false;
@@ -218,18 +221,17 @@ unsigned WatchedTree::elementsOf(WatchedPart& part, std::string_view text) {
 void WatchedTree::setLost(bool isLost) {
   for (auto& [chain, entry] : entries_) {
     entry.part.isLost = isLost;
+    entry.part.isOutdated = entry.part.isOutdated || isLost;
   }
+  isRenewing_ = isRenewing_ && !isLost;
 }
 
 void WatchedTree::complete() {
   isOrdered_ = false;
   std::erase_if(entries_, [](const auto& item) { return item.second.isStale; });
-  if (isComplete_) {
-    return;
-  }
   for (auto& [chain, entry] : entries_) {
     std::string text;
-    if (entry.matches && !entry.part.value &&
+    if (entry.matches && (!entry.part.value || entry.part.isOutdated) &&
         connection_.readText(chain, entry.part.index, text) == ModelSrv::ModelRes_Success) {
       WatchEvent event;
       event.timeNs = microsecondsNow() * 1000;
@@ -237,6 +239,7 @@ void WatchedTree::complete() {
     }
   }
   isComplete_ = true;
+  isRenewing_ = false;
 }
 
 void WatchedTree::forEachPart(const std::function<void(const WatchedPart&)>& visit) {

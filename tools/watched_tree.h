@@ -24,6 +24,8 @@ struct WatchedPart {
   std::optional<Value> value;                                    ///< the last one
   std::int64_t time = 0;  ///< of the last value, as in `Change`
   bool isLost = false;    ///< whether its server is
+  /// Whether the value is from before the last loss of its server, or the server cannot read it now.
+  bool isOutdated = false;
 };
 
 /// Something that a watch reports.
@@ -64,15 +66,15 @@ class WatchedTree {
   /// Watches all parts below `match` that `names` stand for, which outlive this object.
   ModelSrv::ModelRes startBelow(const Match& match, std::vector<NamePattern> names);
 
-  /// Reports the present values of the parts of which nothing else is reported: those that take no
-  /// subscriptions.
+  /// Reports the present values of the parts of which nothing else is reported, at the beginning or
+  /// after a loss: those that take no subscriptions.
   void complete();
 
   /// Where changes go, until the next dispatch.
   void setOutput(std::vector<Change>* changes) { changes_ = changes; }
 
-  /// Whether all current values have been reported once.
-  [[nodiscard]] bool isComplete() const { return isComplete_; }
+  /// Whether all current values have been reported, and again after a reconnection that has begun.
+  [[nodiscard]] bool isComplete() const { return isComplete_ && !isRenewing_; }
 
   /// Notes whether the connection is lost.
   void setLost(bool isLost);
@@ -126,6 +128,7 @@ class WatchedTree {
   Chain key_;  ///< reused
   std::vector<Change>* changes_ = nullptr;
   bool isComplete_ = false;
+  bool isRenewing_ = false;  ///< whether the values are being reported again
   ModelSrv::Watch watch_;  ///< the last member: it ends first
 };
 

@@ -230,6 +230,35 @@ TEST_F(Watch, OfATableEndsAtALossIfWanted) {
   EXPECT_EQ(watch->waitForExit(), (ExitStatus{4, 0}));
 }
 
+TEST_F(Watch, OfATableHasNoValuesOfAServerThatIsLost) {
+  test_support::ModelServer other({"--synthetic", "1x1"});
+  const auto watch = start({"watch", "--csv", "/{S}/drive/speed", "/{S}/settings/mode",
+                            "/" + other.name() + "/group_000/item_0000"});
+  EXPECT_TRUE(watch->readLine());
+  EXPECT_EQ(lineFrom(*watch, ","), ",42,off,0");
+  server().kill();
+  EXPECT_EQ(lineFrom(*watch, ","), ",,,0");
+  expect({{"set", "/" + other.name() + "/group_000/item_0000", "7"}});
+  EXPECT_EQ(lineFrom(*watch, ","), ",,,7");
+  server().restart();
+  std::string line;
+  for (int rows = 0; line != ",42,off,7"; ++rows) {
+    line = lineFrom(*watch, ",");
+    ASSERT_LE(rows, 1) << line;
+  }
+}
+
+TEST_F(Watch, ReadsWhatTakesNoSubscriptionsAgainAfterALoss) {
+  const auto watch = start({"watch", "--csv", "/{S}/drive"});
+  const std::string row = ",42,two words,1.5 0.25,1 2 3,A-17,0,false,7,99";
+  EXPECT_TRUE(watch->readLine());
+  EXPECT_EQ(lineFrom(*watch, ","), row);
+  server().kill();
+  EXPECT_EQ(lineFrom(*watch, ","), std::string(9, ','));
+  server().restart();
+  EXPECT_EQ(lineFrom(*watch, ","), row);
+}
+
 TEST_F(Watch, OfATablePrintsTheRowThatItHoldsBack) {
   const auto watch = start({"watch", "--csv", "--every", "1000", "/{S}/drive/speed"});
   EXPECT_TRUE(watch->readLine());
