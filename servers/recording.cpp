@@ -114,7 +114,7 @@ class LineReader final : public nlohmann::json_sax<Json> {
   bool addValue(std::string text, bool isString);
   bool addIds();
 
-  RecordedPart& part() { return level_ == Level::line ? change_.part : header_.parts.back(); }
+  RecordedPart& part() { return level_ == Level::line ? change_.part : parts_->back(); }
 
   Level level_ = Level::start;
   std::size_t ignored_ = 0;  ///< how many objects and arrays the parser is in that are ignored
@@ -123,7 +123,10 @@ class LineReader final : public nlohmann::json_sax<Json> {
   std::optional<std::int64_t> time_;
   RecordingHeader header_;
   RecordedChange change_;
-  std::vector<std::string>* texts_ = nullptr;  ///< where those of an array go
+  std::vector<RecordedPart>* parts_ = &header_.parts;  ///< where those of an array go
+  std::vector<std::string>* texts_ = nullptr;          ///< likewise
+  Level afterTexts_ = Level::part;                     ///< where their array is
+  std::optional<RecordedChange::Event> structure_;
   std::vector<std::string> ids_;
   bool isBase64_ = false;
   bool hasParts_ = false;
@@ -149,7 +152,10 @@ bool LineReader::start_object(std::size_t /*size*/) {
     level_ = Level::line;
   } else if (level_ == Level::parts) {
     level_ = Level::part;
-    header_.parts.emplace_back();
+    parts_->emplace_back();
+    if (parts_ == &header_.nodes) {
+      parts_->back().type = EntryType::node;
+    }
   } else if (level_ == Level::values || level_ == Level::texts) {
     return expected("values");
   } else {
@@ -184,11 +190,13 @@ bool LineReader::start_array(std::size_t /*size*/) {
     hasValue_ = true;
     change_.isArray = true;
     change_.texts.clear();
-  } else if (level_ == Level::line && key_ == "parts") {
+  } else if (level_ == Level::line && (key_ == "parts" || key_ == "nodes")) {
     level_ = Level::parts;
-    hasParts_ = true;
-  } else if (level_ == Level::part &&
-             (key_ == "choices" || key_ == "element_names" || key_ == "ids")) {
+    parts_ = key_ == "parts" ? &header_.parts : &header_.nodes;
+    hasParts_ = hasParts_ || key_ == "parts";
+  } else if ((level_ == Level::part && (key_ == "choices" || key_ == "element_names")) ||
+             ((level_ == Level::part || level_ == Level::line) && key_ == "ids")) {
+    afterTexts_ = level_;
     texts_ = key_ == "choices" ? &part().choices : key_ == "ids" ? &ids_ : &part().elementNames;
     texts_->clear();
     level_ = Level::texts;
@@ -206,7 +214,7 @@ bool LineReader::end_array() {
     return true;
   }
   const bool isEndOfIds = level_ == Level::texts && texts_ == &ids_;
-  level_ = level_ == Level::texts ? Level::part : Level::line;
+  level_ = level_ == Level::texts ? afterTexts_ : Level::line;
   return !isEndOfIds || addIds();
 }
 
@@ -268,6 +276,12 @@ bool LineReader::lineField(std::string text, bool isString) {
     change_.event = text == "lost" ? RecordedChange::Event::lost : RecordedChange::Event::restored;
     return text == "lost" || text == "restored" || expected("\"lost\" or \"restored\"");
   }
+  if (key_ == "structure") {
+    structure_ = text == "added"     ? std::optional(RecordedChange::Event::added)
+                 : text == "removed" ? std::optional(RecordedChange::Event::removed)
+                                     : std::nullopt;
+    return structure_ || expected("\"added\" or \"removed\"");
+  }
   if (key_ == "changes") {
     change_.isChange = true;
   } else if (key_ == "format") {
@@ -308,6 +322,7 @@ bool LineReader::partField(std::string text, bool isString) {
   }
   for (const auto& [name, target] :
        {std::pair<std::string_view, std::string*>{"unit", &part().unit},
+        {"name", &part().name},
         {"minimum", &part().minimum},
         {"maximum", &part().maximum},
         {"text", &part().text}}) {
@@ -343,6 +358,10 @@ Result<RecordedChange> LineReader::takeChange() {
     return std::move(*error_);
   }
   change_.time = *time_;
+  if (structure_ && change_.event == RecordedChange::Event::restored) {
+    change_.event = *structure_;
+    change_.part.type = EntryType::node;
+  }
   return std::move(change_);
 }
 

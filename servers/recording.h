@@ -17,7 +17,7 @@ namespace modelsrvd {
 /// functions. Errors are about one line and do not say which.
 
 /// What a recording says of a part. A line of a value has address, type, access and
-/// unit only.
+/// unit only, and ids and name if it has appeared. A node has address, ids and name.
 struct RecordedPart {
   std::string address;  ///< as it was printed
   EntryType type = EntryType::text;
@@ -26,6 +26,7 @@ struct RecordedPart {
   std::string minimum, maximum;  ///< value texts
   std::string text;
   std::vector<ModelSrv::ModelPartId> ids;  ///< from the root's child on; none if not known
+  std::string name;  ///< as addresses have names, if the address has the id instead
   std::vector<std::string> choices;
   std::vector<std::string> elementNames;
   std::uint64_t elements = 0;  ///< 0 if it is not an array
@@ -35,12 +36,13 @@ struct RecordedPart {
 struct RecordingHeader {
   std::string server;      ///< that all addresses are of; empty if they begin with a server's name
   std::int64_t start = 0;  ///< in microseconds since 1970
+  std::vector<RecordedPart> nodes;  ///< each before those below it; of older recordings none
   std::vector<RecordedPart> parts;
 };
 
-/// A value, or that a server was lost or came back.
+/// A value; that a server was lost or came back; that a node appeared, or a node or part left.
 struct RecordedChange {
-  enum class Event { value, lost, restored };
+  enum class Event { value, lost, restored, added, removed };
 
   Event event = Event::value;
   RecordedPart part;

@@ -1,88 +1,18 @@
 #include "servers/replayed_tree.h"
 
-#include <charconv>
 #include <cstddef>
 #include <utility>
 
 #include "modelsrv/part_description.h"
-#include "modelsrv/value_parts.h"
+#include "servers/recorded_part.h"
 
 namespace modelsrvd {
 
 using ModelSrv::ModelNode;
 using ModelSrv::ModelPart;
-using ModelSrv::ModelPartIndex;
 using ModelSrv::ModelPartIndex_All;
 using ModelSrv::ModelRes;
 using ModelSrv::ModelRes_Success;
-
-namespace {
-
-std::optional<Error> errorOf(ModelRes result) {
-  return result == ModelRes_Success ? std::nullopt
-                                    : std::optional(Error{ModelSrv::describe(result)});
-}
-
-/// Whether both are parts of the same kind.
-bool haveSameShape(const RecordedPart& left, const RecordedPart& right) {
-  return left.type == right.type && left.access == right.access && left.elements == right.elements;
-}
-
-std::unique_ptr<ModelPart> createPart(ModelSrv::ModelPartId id, const std::string& name,
-                                      const RecordedPart& part) {
-  return visitValueType(part.type, [&]<typename T>() -> std::unique_ptr<ModelPart> {
-    if (part.elements == 0) {
-      return std::make_unique<ModelSrv::ValuePart<T>>(id, name, T(), part.access);
-    }
-    return std::make_unique<ModelSrv::ArrayPart<T>>(
-        id, name, std::vector<T>(static_cast<std::size_t>(part.elements)), part.elementNames,
-        part.access);
-  });
-}
-
-/// The index of the element with that index or name; nothing if there is none.
-std::optional<ModelPartIndex> indexOf(const std::string& element, const RecordedPart& part) {
-  std::uint64_t index = 0;
-  const char* const end = element.data() + element.size();
-  const auto read = std::from_chars(element.data(), end, index);
-  if (read.ec == std::errc{} && read.ptr == end && index < part.elements) {
-    return static_cast<ModelPartIndex>(index);
-  }
-  for (std::size_t i = 0; i < part.elementNames.size() && i < part.elements; ++i) {
-    if (part.elementNames[i] == element) {
-      return static_cast<ModelPartIndex>(i);
-    }
-  }
-  return std::nullopt;
-}
-
-/// Sets the value of a part or of an element.
-std::optional<Error> setTexts(ModelPart& part, const RecordedPart& shape, ModelPartIndex index,
-                              const std::vector<std::string>& texts) {
-  const bool isWholeArray = index == ModelPartIndex_All && shape.elements != 0;
-  if (shape.type == EntryType::text) {
-    // As they are: a store would take some texts for counted or joined ones.
-    if (isWholeArray) {
-      return errorOf(static_cast<ModelSrv::ArrayPart<std::string>&>(part).setValues(texts));
-    }
-    return errorOf(
-        shape.elements != 0
-            ? static_cast<ModelSrv::ArrayPart<std::string>&>(part).setValue(index, texts.front())
-            : static_cast<ModelSrv::ValuePart<std::string>&>(part).setValue(texts.front()));
-  }
-  std::string joined = texts.front();
-  for (std::size_t i = 1; i < texts.size(); ++i) {
-    joined += '\n';
-    joined += texts[i];
-  }
-  std::string reason;
-  const ModelRes result = part.store(joined, true, index, reason);
-  return result == ModelRes_Success
-             ? std::nullopt
-             : std::optional(Error{reason.empty() ? ModelSrv::describe(result) : reason});
-}
-
-}  // namespace
 
 ReplayedTree::ReplayedTree(ModelNode& top, const RecordingHeader& header, bool isOfOneServer)
     : top_(top), header_(header), isOfOneServer_(isOfOneServer) {}
@@ -135,7 +65,8 @@ ReplayedTree::Item& ReplayedTree::serverItem(const std::string& name) {
 }
 
 Result<ReplayedTree::Item*> ReplayedTree::childItem(Item& parent, const RecordedName& name,
-                                                    ModelSrv::ModelPartId recordedId) {
+                                                    ModelSrv::ModelPartId recordedId,
+                                                    const std::string& recordedName) {
   const auto found = parent.children.find(name);
   if (found != parent.children.end()) {
     return found->second.get();
@@ -155,6 +86,14 @@ Result<ReplayedTree::Item*> ReplayedTree::childItem(Item& parent, const Recorded
   }
   auto item = std::make_unique<Item>();
   item->name = name.name;
+  if (name.id && !recordedName.empty()) {
+    const auto named = parseRecordedAddress(recordedName);
+    const auto* address = std::get_if<RecordedAddress>(&named);
+    if (address == nullptr || address->names.size() != 1) {
+      return Error{"expected a name, got \"" + oneLine(recordedName) + '"'};
+    }
+    item->name = address->names.front().name;
+  }
   item->id = static_cast<ModelSrv::ModelPartId>(id);
   parent.ids.insert(item->id);
   return parent.children.emplace(name, std::move(item)).first->second.get();
@@ -175,13 +114,27 @@ std::optional<Error> ReplayedTree::replace(Item& parent, Item& item,
   return errorOf(nodeOf(parent).add(item.part.get()));
 }
 
+std::optional<Error> ReplayedTree::provideNode(Item& parent, Item& item) {
+  if (item.part != nullptr && item.shape.type == EntryType::node) {
+    return std::nullopt;
+  }
+  item.shape = {};
+  item.shape.type = EntryType::node;
+  return replace(parent, item, std::make_unique<ModelNode>(item.id, item.name));
+}
+
+const RecordedPart* ReplayedTree::descriptionOf(const std::string& address) const {
+  const auto found = described_.find(address);
+  return found == described_.end() ? nullptr : found->second;
+}
+
 std::optional<Error> ReplayedTree::providePart(Item& parent, Item& item, const RecordedPart& part) {
   if (item.part != nullptr && item.shape.type != EntryType::node &&
       haveSameShape(item.shape, part)) {
     return std::nullopt;
   }
-  const bool isDescribed = item.described != nullptr && haveSameShape(*item.described, part);
-  item.shape = isDescribed ? *item.described : part;
+  const RecordedPart* const described = descriptionOf(part.address);
+  item.shape = described != nullptr && haveSameShape(*described, part) ? *described : part;
   auto created = createPart(item.id, item.name, item.shape);
   created->setSubscribable(item.shape.subscribable);
   const ModelRes result =
@@ -201,34 +154,35 @@ std::optional<Error> ReplayedTree::provide(const RecordedAddress& address, const
   if (auto error = restore(*target.server)) {
     return error;
   }
-  if (address.names.size() == 1) {
+  const bool isNode = part.type == EntryType::node;
+  if (address.names.size() == 1 && !isNode) {
     return Error{"expected the address of a part"};
   }
   Item* item = target.server;
   for (std::size_t i = 1; i < address.names.size(); ++i) {
     Item* const parent = item;
     const bool hasIds = part.ids.size() + 1 == address.names.size();
+    const bool isLast = i + 1 == address.names.size();
     auto child =
-        childItem(*parent, address.names[i], hasIds ? part.ids[i - 1] : ModelSrv::ModelPartId_Void);
+        childItem(*parent, address.names[i], hasIds ? part.ids[i - 1] : ModelSrv::ModelPartId_Void,
+                  isLast ? part.name : std::string());
     if (auto* error = std::get_if<Error>(&child)) {
       return std::move(*error);
     }
     item = std::get<Item*>(child);
-    if (i + 1 < address.names.size()) {
-      if (item->part == nullptr || item->shape.type != EntryType::node) {
-        item->shape = {};
-        item->shape.type = EntryType::node;
-        if (auto error =
-                replace(*parent, *item, std::make_unique<ModelNode>(item->id, item->name))) {
-          return error;
-        }
+    if (!isLast || isNode) {
+      if (auto error = provideNode(*parent, *item)) {
+        return error;
       }
       continue;
     }
     RecordedPart wanted = part;
-    if (address.element && item->part != nullptr && item->shape.type != EntryType::node &&
-        part.elements == 0) {
-      wanted.elements = item->shape.elements;
+    if (address.element && part.elements == 0) {
+      const bool isThere = item->part != nullptr && item->shape.type != EntryType::node;
+      const RecordedPart* const described = descriptionOf(part.address);
+      wanted.elements = isThere                ? item->shape.elements
+                        : described != nullptr ? described->elements
+                                               : 0;
     }
     if (auto error = providePart(*parent, *item, wanted)) {
       return error;
@@ -236,7 +190,7 @@ std::optional<Error> ReplayedTree::provide(const RecordedAddress& address, const
   }
   target.item = item;
   target.index = ModelPartIndex_All;
-  if (address.element) {
+  if (address.element && !isNode) {
     const auto index = indexOf(*address.element, item->shape);
     if (!index) {
       return Error{"no element \"" + oneLine(*address.element) + '"'};
@@ -258,22 +212,25 @@ std::optional<Error> ReplayedTree::begin() {
   targets_.clear();
   static_cast<void>(top_.setChildren({}));
   servers_.clear();
-  for (const RecordedPart& part : header_.parts) {
-    const auto parsed = parse(part.address);
-    Target target;
-    std::optional<Error> error;
-    if (const auto* address = std::get_if<RecordedAddress>(&parsed)) {
-      error = provide(*address, part, target);
-    } else {
-      error = std::get<Error>(parsed);
+  for (const std::vector<RecordedPart>* list : {&header_.nodes, &header_.parts}) {
+    for (const RecordedPart& part : *list) {
+      if (list == &header_.parts) {
+        described_[part.address] = &part;
+      }
+      if (const auto error = provideOf(part)) {
+        return Error{oneLine(part.address) + ": " + error->text};
+      }
     }
-    if (error) {
-      return Error{oneLine(part.address) + ": " + error->text};
-    }
-    target.item->described = &part;
   }
   hasChanged_ = false;
   return std::nullopt;
+}
+
+std::optional<Error> ReplayedTree::provideOf(const RecordedPart& part) {
+  const auto parsed = parse(part.address);
+  Target target;
+  const auto* const address = std::get_if<RecordedAddress>(&parsed);
+  return address != nullptr ? provide(*address, part, target) : std::get<Error>(parsed);
 }
 
 std::optional<Error> ReplayedTree::find(const RecordedChange& change, Target& target) {
@@ -306,8 +263,17 @@ std::optional<Error> ReplayedTree::find(const RecordedChange& change, Target& ta
 }
 
 std::optional<Error> ReplayedTree::apply(const RecordedChange& change) {
-  if (change.event != RecordedChange::Event::value) {
-    return setLost(change.part.address, change.event == RecordedChange::Event::lost);
+  using Event = RecordedChange::Event;
+  if (change.event == Event::added || change.event == Event::removed) {
+    auto failed =
+        change.event == Event::added ? provideOf(change.part) : remove(change.part.address);
+    if (failed) {
+      failed->text = oneLine(change.part.address) + ": " + failed->text;
+    }
+    return failed;
+  }
+  if (change.event != Event::value) {
+    return setLost(change.part.address, change.event == Event::lost);
   }
   Target target;
   auto error = find(change, target);
@@ -327,6 +293,39 @@ std::optional<Error> ReplayedTree::apply(const RecordedChange& change) {
     error->text = oneLine(change.part.address) + ": " + error->text;
   }
   return error;
+}
+
+/// Removes what is there; nothing may be.
+std::optional<Error> ReplayedTree::remove(const std::string& address) {
+  const auto parsed = parse(address);
+  const auto* const found = std::get_if<RecordedAddress>(&parsed);
+  if (found == nullptr) {
+    return std::get<Error>(parsed);
+  }
+  const auto server = servers_.find(found->names.front().name);
+  if (server == servers_.end()) {
+    return std::nullopt;
+  }
+  if (auto error = restore(*server->second)) {
+    return error;
+  }
+  Item* parent = nullptr;
+  Item* item = server->second.get();
+  for (std::size_t i = 1; i < found->names.size(); ++i) {
+    parent = item;
+    const auto child = parent->children.find(found->names[i]);
+    if (child == parent->children.end()) {
+      return std::nullopt;
+    }
+    item = child->second.get();
+  }
+  if (parent != nullptr) {
+    hasChanged_ = true;
+    targets_.clear();
+    parent->ids.erase(item->id);
+    parent->children.erase(found->names.back());
+  }
+  return std::nullopt;
 }
 
 /// The address is as the user typed it. Only a server's loss can be told without wildcards.

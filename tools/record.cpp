@@ -22,12 +22,7 @@ constexpr std::chrono::seconds flushInterval{1};
 /// A file that is written now and then. After the first error the rest is dropped.
 class RecordFile {
  public:
-  explicit RecordFile(const std::string& path)
-      : descriptor_(
-            path == "-"
-                ? STDOUT_FILENO
-                : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0666)),
-        error_(descriptor_ < 0 ? errno : 0) {}
+  RecordFile() = default;
   ~RecordFile() {
     if (descriptor_ > STDERR_FILENO) {
       ::close(descriptor_);
@@ -35,6 +30,14 @@ class RecordFile {
   }
   RecordFile(const RecordFile&) = delete;
   RecordFile& operator=(const RecordFile&) = delete;
+
+  void open(const std::string& path) {
+    descriptor_ = STDOUT_FILENO;
+    if (path != "-") {
+      descriptor_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0666);
+      error_ = descriptor_ < 0 ? errno : 0;
+    }
+  }
 
   [[nodiscard]] std::string& text() { return text_; }
 
@@ -49,19 +52,10 @@ class RecordFile {
   [[nodiscard]] int error() const { return error_; }
 
  private:
-  int descriptor_;
-  int error_;
+  int descriptor_ = -1;
+  int error_ = 0;
   std::string text_;
 };
-
-/// Appends a chain as a JSON array.
-void appendIds(std::string& out, const Chain& chain) {
-  out += '[';
-  for (std::size_t i = 0; i < chain.size(); ++i) {
-    out += (i == 0 ? "" : ",") + std::to_string(chain[i]);
-  }
-  out += ']';
-}
 
 /// Writes a watch into a file.
 class Recorder {
@@ -69,14 +63,17 @@ class Recorder {
   explicit Recorder(Context& context)
       : context_(context),
         options_(context.options()),
-        watcher_(context, {.typed = true}),
-        file_(options_.file) {}
+        watcher_(context, {.typed = true, .structure = true}) {}
 
   void run() {
     const StopSignals signals;
     std::vector<Address> addresses;
-    if (!parseAddresses(context_, options_.operands, addresses) || reportError() ||
-        !watcher_.start(addresses)) {
+    if (!parseAddresses(context_, options_.operands, addresses) || !watcher_.start(addresses)) {
+      return;
+    }
+    // Not before: a recording that cannot begin leaves an older one in its place.
+    file_.open(options_.file);
+    if (reportError()) {
       return;
     }
     const std::int64_t start = microsecondsNow();
@@ -120,6 +117,26 @@ class Recorder {
     return file_.error() != 0;
   }
 
+  /// The nodes: also those without parts, and those whose names are in no address.
+  void appendNodes(JsonObject& header, std::string& out) {
+    header.addKey("nodes");
+    out += '[';
+    bool isFirst = true;
+    std::unordered_set<std::string> seen;
+    watcher_.forEachNode([&](const WatchedPart& node) {
+      if (!seen.insert(node.address).second) {
+        return;
+      }
+      out += isFirst ? "" : ",";
+      isFirst = false;
+      JsonObject object(out);
+      object.addText("address", node.address.empty() ? "/" : node.address);
+      addPlace(object, out, node.chain, node.isNamed ? "" : node.name);
+      object.end();
+    });
+    out += ']';
+  }
+
   void appendHeader(std::int64_t start) {
     std::string& out = file_.text();
     JsonObject header(out);
@@ -128,6 +145,7 @@ class Recorder {
     header.addText("start", utcTime(start));
     // Without it the addresses begin with the server's name.
     header.addTextIfAny("server", options_.server);
+    appendNodes(header, out);
     header.addKey("parts");
     out += '[';
     bool isFirst = true;
@@ -140,8 +158,7 @@ class Recorder {
       isFirst = false;
       JsonObject object(out);
       object.addText("address", part.address);
-      object.addKey("ids");
-      appendIds(out, part.chain);
+      addPlace(object, out, part.chain, part.isNamed ? "" : part.name);
       object.addPart(*part.description, part.elementName);
       addDetails(object, out, *part.description);
       object.end();

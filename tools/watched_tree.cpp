@@ -26,6 +26,7 @@ ModelRes WatchedTree::startPart(const Match& match) {
 
 ModelRes WatchedTree::startBelow(const Match& match, std::vector<NamePattern> names) {
   names_ = std::move(names);
+  isWhole_ = names_.size() == 1 && names_.front().isAnyDepth();
   Entry& entry = entries_[match.chain];
   entry.part.chain = match.chain;
   entry.part.address = match.address;
@@ -38,6 +39,9 @@ ModelRes WatchedTree::startBelow(const Match& match, std::vector<NamePattern> na
 
 ModelRes WatchedTree::start(const Chain& chain, const ModelSrv::WatchOptions& options) {
   base_ = chain;
+  if (needs_.structure) {
+    findNames(entries_[chain].part);
+  }
   return connection_.start(watch_, chain, options,
                            [this](const WatchEvent& event) { handle(event); });
 }
@@ -92,39 +96,62 @@ void WatchedTree::add(const WatchEvent& event) {
   }
   isOrdered_ = false;
   Entry& entry = entries_[chain];
-  if (entry.isStale && (entry.name != name || entry.isNode != event.isNode)) {
+  const bool isOther = entry.isStale && (entry.part.name != name || entry.isNode != event.isNode);
+  if (isOther) {
+    reportStructure(Change::Event::removed, entry);
     entry = {};
   }
+  const bool isNew = entry.part.chain.empty();
   entry.isStale = false;
-  entry.name = name;
   entry.isNode = event.isNode;
   entry.matches = !event.isNode &&
                   std::find(positions.begin(), positions.end(), names_.size()) != positions.end();
   entry.positions = std::move(positions);
+  entry.part.name = name;
+  entry.part.isNamed = isNamed;
   entry.part.address = std::move(address);
   entry.part.chain = std::move(chain);
+  if (isNew) {
+    entry.isNew = isComplete_;
+    if (entry.isNode) {
+      reportStructure(Change::Event::added, entry);
+    }
+  }
 }
 
 void WatchedTree::remove(const Chain& chain) {
   const auto gone = entries_.find(chain);
-  if (gone == entries_.end() || chain == base_) {
+  if (gone == entries_.end()) {
     return;
   }
-  if (!chain.empty()) {
-    if (const auto parent = entries_.find(Chain(chain.begin(), chain.end() - 1));
-        parent != entries_.end()) {
-      auto& names = parent->second.names;
-      if (const auto named = names.find(gone->second.name);
-          named != names.end() && named->second == chain.back()) {
-        names.erase(named);
-      }
+  reportStructure(Change::Event::removed, gone->second);
+  isOrdered_ = false;
+  if (chain == base_) {
+    removeTop(gone->second);
+    return;
+  }
+  if (const auto parent = entries_.find(parentOf(chain)); parent != entries_.end()) {
+    auto& names = parent->second.names;
+    if (const auto named = names.find(gone->second.part.name);
+        named != names.end() && named->second == chain.back()) {
+      names.erase(named);
     }
   }
-  isOrdered_ = false;
   std::erase_if(entries_, [&](const auto& item) {
     return item.first.size() >= chain.size() &&
            std::equal(chain.begin(), chain.end(), item.first.begin());
   });
+}
+
+/// The watch goes on, and the top may return.
+void WatchedTree::removeTop(Entry& top) {
+  top.names.clear();
+  top.part.isOutdated = true;
+  if (needs_.structure) {
+    top.isNew = true;
+    top.part.value.reset();
+  }
+  std::erase_if(entries_, [&](const auto& item) { return item.first.size() > base_.size(); });
 }
 
 void WatchedTree::reportValue(const WatchEvent& event) {
@@ -160,6 +187,11 @@ void WatchedTree::report(Entry& entry, const WatchEvent& event, std::string_view
     return;
   }
   part.time = change.time;
+  if (entry.isNew && needs_.structure) {
+    change.ids = part.chain;
+    change.name = part.isNamed ? "" : part.name;
+  }
+  entry.isNew = false;
   changes_->push_back(std::move(change));
 }
 
@@ -228,7 +260,7 @@ void WatchedTree::setLost(bool isLost) {
 
 void WatchedTree::complete() {
   isOrdered_ = false;
-  std::erase_if(entries_, [](const auto& item) { return item.second.isStale; });
+  eraseStale();
   for (auto& [chain, entry] : entries_) {
     std::string text;
     if (entry.matches && (!entry.part.value || entry.part.isOutdated) &&

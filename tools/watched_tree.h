@@ -19,18 +19,22 @@ struct WatchedPart {
   Chain chain;
   ModelSrv::ModelPartIndex index = ModelSrv::ModelPartIndex_All;
   std::string address;      ///< printed
+  std::string name;         ///< the server's; of the top of a watch only if `!isNamed`
+  bool isNamed = true;      ///< false: the address has the id instead of the name
   std::string elementName;  ///< of the index; empty if there is none
   std::shared_ptr<const ModelSrv::PartDescription> description;  ///< null until it is needed
   std::optional<Value> value;                                    ///< the last one
   std::int64_t time = 0;  ///< of the last value, as in `Change`
   bool isLost = false;    ///< whether its server is
-  /// Whether the value is from before the last loss of its server, or the server cannot read it now.
+  /// Whether the value is from before the last loss of its server, or the server cannot read it
+  /// now.
   bool isOutdated = false;
 };
 
 /// Something that a watch reports.
 struct Change {
-  enum class Event { value, lost, restored };
+  /// `added`, of a node, and `removed` are reported only if the structure is needed.
+  enum class Event { value, lost, restored, added, removed };
 
   Event event = Event::value;
   std::string address;  ///< printed, with the index of an element that changed
@@ -44,13 +48,23 @@ struct Change {
   std::uint32_t changes = 0;  ///< how many it stands for; 0 for a current value
   bool isFirst = false;       ///< whether it is the value at the beginning of the watch
   bool isRepeated = false;    ///< whether it is the last value again, after a reconnection
+  /// Of a node or part that has appeared after the beginning, if the structure is needed.
+  Chain ids;
+  std::string name;  ///< with `ids`, if the address has the id instead
 };
 
 /// What the program needs of a watch.
 struct WatchNeeds {
   bool typed = false;    ///< descriptions of all parts
   bool repeats = false;  ///< values that a reconnection brings again, although they are the same
+  /// What appears and leaves, and the names that addresses do not have.
+  bool structure = false;
 };
+
+/// The chain of the node above; `chain` is not that of the root.
+[[nodiscard]] inline Chain parentOf(const Chain& chain) {
+  return {chain.begin(), chain.end() - 1};
+}
 
 /// What one address stands for on one server: a part, an element, or everything below a node that
 /// matches. Follows parts that come and go. For one thread.
@@ -84,6 +98,10 @@ class WatchedTree {
   /// Calls `visit` for each part that has a value, in the order of the chains.
   void forEachPart(const std::function<void(const WatchedPart&)>& visit);
 
+  /// Calls `visit` for the nodes that belong to the structure, each before those below it. The
+  /// structure must be needed.
+  void forEachNode(const std::function<void(const WatchedPart&)>& visit) const;
+
  private:
   struct ChainHash {
     std::size_t operator()(const Chain& chain) const {
@@ -95,19 +113,24 @@ class WatchedTree {
   /// A node or part that the watch has reported.
   struct Entry {
     WatchedPart part;
-    std::string name;
     std::vector<std::size_t> positions;  ///< in `names_`: what is left to match below
     /// The names of the children, each with the id of the one that has it in its address.
     std::unordered_map<std::string, ModelSrv::ModelPartId> names;
     bool isNode = false;
     bool matches = false;
     bool isStale = false;  ///< not reported since the watch began anew
+    bool isNew = false;    ///< has appeared, and no value of it has been reported
   };
 
   ModelSrv::ModelRes start(const Chain& chain, const ModelSrv::WatchOptions& options);
   void handle(const ModelSrv::WatchEvent& event);
   void add(const ModelSrv::WatchEvent& event);
   void remove(const Chain& chain);
+  void removeTop(Entry& top);
+  void eraseStale();
+  void findNames(WatchedPart& top);
+  [[nodiscard]] bool isOfStructure(const Entry& entry) const;
+  void reportStructure(Change::Event event, const Entry& entry);
   void reportValue(const ModelSrv::WatchEvent& event);
   void report(Entry& entry, const ModelSrv::WatchEvent& event, std::string_view text);
   bool takeWhole(WatchedPart& part, const ModelSrv::WatchEvent& event, std::string_view text,
@@ -124,12 +147,14 @@ class WatchedTree {
   std::unordered_map<Chain, Entry, ChainHash> entries_;
   std::vector<const WatchedPart*> ordered_;  ///< those that match, by chain, if `isOrdered_`
   bool isOrdered_ = false;
+  std::vector<WatchedPart> above_;  ///< nodes above the top whose names are not in its address
+  bool isWhole_ = false;            ///< whether it is of everything below a node
   Chain base_;
   Chain key_;  ///< reused
   std::vector<Change>* changes_ = nullptr;
   bool isComplete_ = false;
   bool isRenewing_ = false;  ///< whether the values are being reported again
-  ModelSrv::Watch watch_;  ///< the last member: it ends first
+  ModelSrv::Watch watch_;    ///< the last member: it ends first
 };
 
 }  // namespace treectl

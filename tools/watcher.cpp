@@ -93,6 +93,12 @@ void Watcher::forEachPart(const std::function<void(const WatchedPart&)>& visit) 
   }
 }
 
+void Watcher::forEachNode(const std::function<void(const WatchedPart&)>& visit) const {
+  for (const auto& tree : trees_) {
+    tree->forEachNode(visit);
+  }
+}
+
 std::vector<Change> Watcher::wait(std::optional<Clock::time_point> deadline, pollfd* other) {
   std::vector<pollfd> descriptors;
   for (const Connection* connection : connections_) {

@@ -43,6 +43,10 @@ class Watcher final : private ConnectionListener {
   /// The parts of all addresses.
   void forEachPart(const std::function<void(const WatchedPart&)>& visit) const;
 
+  /// Calls `visit` for each node that belongs to the structure, which must be needed; perhaps more
+  /// than once.
+  void forEachNode(const std::function<void(const WatchedPart&)>& visit) const;
+
  private:
   struct WatchedAddress {
     std::string text;

@@ -93,6 +93,17 @@ TEST(Recording, HasLossesOfServers) {
             RecordedChange::Event::restored);
 }
 
+TEST(Recording, HasChangesOfTheStructure) {
+  const RecordedChange added =
+      changeOf(R"("address":"/S/#4","ids":[4],"name":"n","event":"restored","structure":"added")");
+  EXPECT_EQ(added.event, RecordedChange::Event::added);
+  EXPECT_EQ(added.part.type, EntryType::node);
+  EXPECT_EQ(added.part.name, "n");
+  EXPECT_EQ(added.part.ids, std::vector<ModelSrv::ModelPartId>{4});
+  EXPECT_EQ(changeOf(R"("address":"/S/a","event":"restored","structure":"removed")").event,
+            RecordedChange::Event::removed);
+}
+
 TEST(Recording, IsRefusedWithTheReason) {
   const auto errorOf = [](const auto& result) {
     const auto* error = std::get_if<Error>(&result);

@@ -58,8 +58,8 @@ TEST_F(PublishedRecording, IsTheSameTreeInTreectlAndInTheShell) {
   EXPECT_EQ(dumpOf(replayed.name()), dumpOf(server().name()));
   EXPECT_EQ(output({"describe", "/" + replayed.name() + "/settings/setpoint"}),
             output({"describe", "/{S}/settings/setpoint"}));
-  for (const std::string commands : {"ls -l drive/gains", "ls -lr settings", "get settings/big",
-                                     "ls -l notes", "get drive/label"}) {
+  for (const std::string commands : {"ls", "ls -lr", "ls -l drive/gains", "ls -lr settings",
+                                     "get settings/big", "ls -l notes", "get drive/label"}) {
     EXPECT_EQ(shell(replayed.name(), commands), shell(server().name(), commands)) << commands;
   }
   // A client may store where the recorded server let one.
@@ -70,6 +70,53 @@ TEST_F(PublishedRecording, IsTheSameTreeInTreectlAndInTheShell) {
   EXPECT_EQ(runTreectl({"set", "/" + replayed.name() + "/drive/serial", "x"}).status,
             (ExitStatus{5, 0}));
   EXPECT_TRUE(replayed.stops(SIGTERM)) << replayed.process().errors();
+}
+
+TEST_F(PublishedRecording, HasTheNamesThatAddressesDoNotHaveAndChangesItsStructure) {
+  const auto described = [](const std::string& list) {
+    return R"({"name": "Model_moving", "children": [)" + list + "]}";
+  };
+  const auto node = [](int id, const std::string& parts) {
+    return R"({"id": )" + std::to_string(id) + R"(, "name": "n", "children": [)" + parts + "]}";
+  };
+  const auto part = [](int id, const std::string& name) {
+    return R"({"id": )" + std::to_string(id) + R"(, "name": ")" + name +
+           R"(", "type": "int32", "value": )" + std::to_string(id) + "}";
+  };
+  ModelServer moving(
+      {"--tree", files().write("tree.json", described(node(1, part(1, "a") + "," + part(2, "a")) +
+                                                      "," + node(2, part(3, "x"))))});
+  const auto reload = [&](const std::string& list) {
+    static_cast<void>(files().write("tree.json", described(list)));
+    moving.process().signal(SIGHUP);
+  };
+  const std::string begin = shell(moving.name(), "ls -lr");
+  std::string middle;
+  std::string end;
+  record({"/" + moving.name()}, "\"address\":\"/" + moving.name() + "/last\"", [&] {
+    reload(node(1, part(2, "a")) + "," + node(3, "") + "," + node(4, part(1, "yps")));
+    ASSERT_TRUE(test_support::eventually([&] {
+      middle = shell(moving.name(), "ls -lr");
+      return middle.find("yps") != std::string::npos;
+    }));
+    reload(node(4, part(1, "yps") + "," + part(2, "yps")) + "," + part(5, "last"));
+    ASSERT_TRUE(test_support::eventually([&] {
+      end = shell(moving.name(), "ls -lr");
+      return end.find("last") != std::string::npos;
+    }));
+  });
+  ModelServer slow({"--replay", files().file("rec"), "--speed", "0.001"});
+  EXPECT_EQ(shell(slow.name(), "ls -lr"), begin);
+  ModelServer fast({"--replay", files().file("rec"), "--speed", "1000000"});
+  std::string replayed;
+  EXPECT_TRUE(test_support::eventually([&] {
+    replayed = shell(fast.name(), "ls -lr");
+    return replayed == end;
+  })) << replayed
+      << end;
+  EXPECT_NE(middle, end);
+  // For programs that do not know such changes there is nothing to do at them.
+  expect({{"replay", "--as-fast-as-possible", "{D}/rec", "-q"}, 3});
 }
 
 TEST_F(PublishedRecording, HasTheNameOfTheServerByDefault) {
