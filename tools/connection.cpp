@@ -11,6 +11,7 @@
 
 #include "evtsrv/event_port_manager.h"
 #include "modelsrv/model_root.h"
+#include "tools/stop_signals.h"
 #include "tools/subtree.h"
 
 namespace treectl {
@@ -159,9 +160,11 @@ ModelRes Connection::run(Result& output, bool isRead, Request request) {
   }
   const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                            std::chrono::duration<double>(limit_));
-  if (limit_ >= defaultLimit) {
+  // In a callback this thread has the client mutex, and no other one could make the request.
+  if (limit_ >= defaultLimit || isDispatching_) {
     ModelRes result = locked(request, *link_, output);
-    while (result == ModelSrv::ModelRes_Timeout && isRead && Clock::now() < deadline) {
+    while (result == ModelSrv::ModelRes_Timeout && isRead && Clock::now() < deadline &&
+           StopSignals::received() == 0) {
       // Until the server shows life, requests fail without waiting.
       constexpr int pause = 50;
       static_cast<void>(link_->manager.receiveEvent(pause));
@@ -357,7 +360,10 @@ int Connection::descriptor() const {
 }
 
 bool Connection::dispatch() {
-  return link_->manager.receiveEvent(0) == EvtSrv::EvtRes_Success;
+  isDispatching_ = true;
+  const EvtSrv::EvtRes result = link_->manager.receiveEvent(0);
+  isDispatching_ = false;
+  return result == EvtSrv::EvtRes_Success;
 }
 
 }  // namespace treectl

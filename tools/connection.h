@@ -121,6 +121,7 @@ class Connection {
   std::shared_ptr<Link> link_;
   /// Whether a request was given up that the library still waits for.
   bool hasTimedOut_ = false;
+  bool isDispatching_ = false;
 };
 
 }  // namespace treectl

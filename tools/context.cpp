@@ -3,10 +3,13 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <utility>
 
 #include "tools/discovery.h"
+#include "tools/stop_signals.h"
 
 namespace treectl {
 
@@ -59,6 +62,11 @@ void Context::fail(Status status, std::string_view subject, std::string_view rea
     }
     return;
   }
+  const int signal = status == Status::timeout ? StopSignals::received() : 0;
+  if (signal != 0) {
+    note(statusOfSignal(signal));  // The signal ended the wait, not the time limit.
+    return;
+  }
   // What was printed before the error stands before its message.
   output_.flush();
   messages_.print(subject, reason);
@@ -67,6 +75,15 @@ void Context::fail(Status status, std::string_view subject, std::string_view rea
 
 void Context::fail(std::string_view subject, ModelSrv::ModelRes result, RequestKind kind) {
   fail(statusOf(result, kind), subject, ModelSrv::describe(result));
+}
+
+void Context::failFile(const std::string& path, int number) {
+  const int signal = number == EINTR ? StopSignals::received() : 0;
+  if (signal != 0) {
+    note(statusOfSignal(signal));
+  } else {
+    fail(Status::ioError, path == "-" ? "standard input" : printable(path), errorText(number));
+  }
 }
 
 Context::KeptError Context::takeError() {
@@ -82,8 +99,11 @@ void Context::note(Status status) {
 }
 
 double Context::requestLimit() const {
+  // A server that answers at once does so in this time.
+  constexpr double least = 0.05;
+  const double limit = std::max(options_.timeout.value_or(defaultLimit), least);
   // Of `wait` it limits the whole.
-  return options_.command == Command::wait ? defaultLimit : options_.timeout.value_or(defaultLimit);
+  return options_.command == Command::wait ? std::min(limit, defaultLimit) : limit;
 }
 
 Context::Opened& Context::open(const std::string& server) {

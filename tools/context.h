@@ -24,6 +24,9 @@ class Context {
   [[nodiscard]] Output& output() { return output_; }
   [[nodiscard]] const Messages& messages() const { return messages_; }
 
+  /// How long a request may take, in seconds.
+  [[nodiscard]] double requestLimit() const;
+
   /// Whether output is coloured.
   [[nodiscard]] bool colored() const { return colored_; }
 
@@ -35,6 +38,9 @@ class Context {
   /// The same with the text of a result.
   void fail(std::string_view subject, ModelSrv::ModelRes result,
             RequestKind kind = RequestKind::read);
+  /// The same for a file that could not be read or written; `number` is that of the error. If a
+  /// signal interrupted it, only the status is that of the signal.
+  void failFile(const std::string& path, int number);
   /// Keeps the status without a message.
   void note(Status status);
 
@@ -69,7 +75,6 @@ class Context {
     ModelSrv::ModelRes result = ModelSrv::ModelRes_Success;
   };
 
-  [[nodiscard]] double requestLimit() const;
   Opened& open(const std::string& server);
   void reportOwner(const std::string& server, const Connection& connection) const;
 

@@ -96,6 +96,10 @@ bool parseSavedCommands(const std::string& text, TreeImage& image, std::string& 
 }
 
 bool parseImage(const std::string& text, TreeImage& image, std::string& error) {
+  if (text.empty()) {
+    error = "the file is empty";  // A dump that was cut.
+    return false;
+  }
   const std::size_t first = text.find_first_not_of(" \t\r\n");
   return first != std::string::npos && (text[first] == '[' || text[first] == '{')
              ? parseJsonImage(text, image, error)
@@ -103,15 +107,14 @@ bool parseImage(const std::string& text, TreeImage& image, std::string& error) {
 }
 
 bool readImageFile(Context& context, const std::string& path, TreeImage& image) {
-  const std::string shown = path == "-" ? "standard input" : printable(path);
   std::string text;
   if (const int number = readInputFile(path, text)) {
-    context.fail(Status::ioError, shown, errorText(number));
+    context.failFile(path, number);
     return false;
   }
   std::string error;
   if (!parseImage(text, image, error)) {
-    context.fail(Status::ioError, shown, error);
+    context.fail(Status::ioError, path == "-" ? "standard input" : printable(path), error);
     return false;
   }
   return true;

@@ -18,9 +18,15 @@ class ImageBuilder {
   // What the parser calls, with its names; the result is whether it goes on.
   // NOLINTBEGIN(readability-identifier-naming)
 
-  bool null() { return add("null", false); }
+  bool null() {
+    const bool isValue = isValueKey() && (depth_ == 2 || (depth_ == 3 && part_.value.isArray));
+    return !isValue || fail(part_.address + ": expected a value, got null");
+  }
   bool boolean(bool value) { return add(value ? "true" : "false", false); }
-  bool number_integer(Json::number_integer_t value) { return add(std::to_string(value), false); }
+  /// The parser makes an integer of "-0", as floating point has it.
+  bool number_integer(Json::number_integer_t value) {
+    return add(value == 0 ? "-0" : std::to_string(value), false);
+  }
   bool number_unsigned(Json::number_unsigned_t value) { return add(std::to_string(value), false); }
   bool number_float(Json::number_float_t /*value*/, const std::string& text) {
     return add(text, false);

@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "tools/output.h"
+#include "tools/stop_signals.h"
 
 namespace treectl {
 
@@ -75,7 +76,7 @@ int readAll(int descriptor, std::string& text, std::size_t maxBytes) {
     if (count == 0) {
       return 0;
     }
-    if (count < 0 && error != EINTR) {
+    if (count < 0 && (error != EINTR || StopSignals::received() != 0)) {
       return error;
     }
   }

@@ -38,7 +38,9 @@ class Parser {
 
  private:
   Problem readWord(std::string_view word) {
-    if (onlyOperands_ || word == "-" || !word.starts_with('-') || isValueOfWait()) {
+    // Before a value, `--` ends the options of `wait`, too.
+    const bool isEnd = word == "--" && next_ < words_.size();
+    if (onlyOperands_ || word == "-" || !word.starts_with('-') || (isValueOfWait() && !isEnd)) {
       return readOperand(word);
     }
     if (word == "--") {

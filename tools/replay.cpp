@@ -58,7 +58,7 @@ class Replayer {
     const std::string& path = options_.operands.front();
     std::string text;
     if (const int number = readInputFile(path, text)) {
-      context_.fail(Status::ioError, printable(path), errorText(number));
+      context_.failFile(path, number);
       return false;
     }
     std::string error;

@@ -81,7 +81,7 @@ std::string awaitServers(std::vector<std::string> servers, double limit) {
 }  // namespace
 
 void runServers(Context& context) {
-  const double limit = context.options().timeout.value_or(defaultLimit);
+  const double limit = context.requestLimit();
   if (!context.options().waitFor.empty()) {
     const std::string missing = awaitServers(context.options().waitFor, limit);
     if (!missing.empty()) {

@@ -159,14 +159,14 @@ class ImageReader {
   bool failed_ = false;
 };
 
-/// Whether both are numbers of the same value.
+/// Whether both are numbers of the same value, or no numbers.
 bool isSameNumber(const std::string& one, const std::string& other) {
   char* oneEnd = nullptr;
   char* otherEnd = nullptr;
   const double oneNumber = std::strtod(one.c_str(), &oneEnd);
   const double otherNumber = std::strtod(other.c_str(), &otherEnd);
   return oneEnd != one.c_str() && otherEnd != other.c_str() && *oneEnd == 0 && *otherEnd == 0 &&
-         oneNumber == otherNumber;
+         (oneNumber == otherNumber || (oneNumber != oneNumber && otherNumber != otherNumber));
 }
 
 }  // namespace

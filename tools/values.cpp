@@ -34,11 +34,11 @@ bool isNumber(std::string_view text) {
 }
 
 void appendJsonText(std::string& out, std::string_view text, std::string_view type) {
-  const bool bare = type == "bool" || (!type.empty() && type != "text" && isNumber(text));
-  if (bare) {
+  const bool mayBeBare = !type.empty() && type != "text";
+  if (mayBeBare && (type == "bool" || isNumber(text))) {
     out += text;
   } else {
-    appendJsonString(out, text);
+    appendJsonString(out, mayBeBare && text == "-nan" ? text.substr(1) : text);
   }
 }
 

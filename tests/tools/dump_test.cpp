@@ -1,4 +1,8 @@
+#include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -99,6 +103,14 @@ TEST_F(Dump, IsRestored) {
   expect({{"diff", "{D}/dump.json", "/{S}"}});
 }
 
+TEST_F(Dump, KeepsTheSignOfZero) {
+  expect({{"set", "/{S}/settings/ratio", "-0"}});
+  expect({{"dump", "/{S}/settings/ratio", "-o", "{D}/zero.json"}});
+  expect({{"set", "/{S}/settings/ratio", "1"}});
+  expect({{"restore", "{D}/zero.json"}, 0, "", "stored 1, same 0, skipped 0, refused 0\n"});
+  expect({{"get", "/{S}/settings/ratio"}, 0, "-0\n"});
+}
+
 TEST_F(Dump, IsRestoredAtAnotherAddress) {
   static_cast<void>(files().write(
       "other.json",
@@ -146,6 +158,7 @@ TEST_F(Dump, IsAlsoWhatTheShellSaves) {
 TEST_F(Dump, IsRejectedIfItIsNone) {
   const std::pair<const char*, const char*> cases[] = {
       {"[{\"format\":2}]", "expected a header of format 1"},
+      {"", "the file is empty"},
       {"[]", "expected a header of format 1"},
       {"{\"format\":1}", "expected an array"},
       {"[{\"format\":1},", "no JSON at byte 15"},
@@ -154,6 +167,9 @@ TEST_F(Dump, IsRejectedIfItIsNone) {
       {"[{\"format\":1},{\"value\":1}]",
        "expected \"address\" and \"value\" in each object behind the first"},
       {"[{\"format\":1},{\"address\":\"/x\",\"value_base64\":\"!\"}]", "/x: no Base64"},
+      {"[{\"format\":1},{\"address\":\"/x\",\"value\":null}]", "/x: expected a value, got null"},
+      {"[{\"format\":1},{\"address\":\"/x\",\"value\":[1,null]}]",
+       "/x: expected a value, got null"},
       {"get /x",
        "line 1: expected a dump, or \"set VALUE PATH\" or \"str \"VALUE\" PATH\" as `to` writes "
        "it"}};

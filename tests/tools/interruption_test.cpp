@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <latch>
 
 #include "tests/support/port_name.h"
@@ -21,7 +22,18 @@ using test_support::Process;
 
 class Interruption : public TreectlTest {
  protected:
-  static std::string program() { return test_support::buildDirectory() + "/bin/treectl"; }
+  static std::string program() { return treectlProgram(); }
+
+  /// Whether the process has a handler for a signal.
+  static bool catches(pid_t process, int signal) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(file, line);) {
+      if (line.starts_with("SigCgt:")) {
+        return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1U) != 0;
+      }
+    }
+    return false;
+  }
 
   std::ptrdiff_t fileCount() {
     return std::distance(std::filesystem::directory_iterator(files().path()), {});
@@ -52,6 +64,38 @@ TEST_F(Interruption, LeavesTheOldDumpIfItIsEnded) {
     EXPECT_EQ(dump.waitForExit(), (ExitStatus{0, signal}));
     EXPECT_EQ(files().read("dump.json"), "old");
     EXPECT_EQ(fileCount(), 1);
+  }
+  server().resume();
+}
+
+TEST_F(Interruption, EndsWhatWaitsForInput) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"restore", "-", "/" + server().name()}, {"replay", "-"}}) {
+      std::vector<std::string> command{program()};
+      command.insert(command.end(), arguments.begin(), arguments.end());
+      Process waiting(command);
+      ASSERT_TRUE(test_support::eventually([&] { return catches(waiting.pid(), signal); }));
+      waiting.signal(signal);
+      EXPECT_EQ(waiting.waitForExit(), (ExitStatus{128 + signal, 0})) << arguments.front();
+      EXPECT_EQ(waiting.errors(), "");
+    }
+  }
+}
+
+TEST_F(Interruption, EndsWhatWaitsForAServer) {
+  server().hang();
+  const std::string address = "/" + server().name() + "/drive/speed";
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"watch", address},
+        {"record", "-o", files().file("rec"), address}}) {
+    std::vector<std::string> command{program(), "--timeout", "600"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    Process waiting(command);
+    ASSERT_TRUE(test_support::eventually([&] { return catches(waiting.pid(), SIGINT); }));
+    waiting.signal(SIGINT);
+    EXPECT_EQ(waiting.waitForExit(), (ExitStatus{130, 0})) << arguments.front();
+    EXPECT_EQ(waiting.errors(), "");
   }
   server().resume();
 }

@@ -79,6 +79,14 @@ TEST(Options, StandAnywhere) {
   EXPECT_EQ(optionsOf({"get", "--timeout", "0.25", "a"}).timeout, 0.25);
 }
 
+TEST(Options, OfWaitStandBeforeItsValueAndEndThere) {
+  const std::vector<std::string> wanted{"a", "==", "-7"};
+  EXPECT_EQ(optionsOf({"wait", "a", "==", "-7"}).operands, wanted);
+  EXPECT_EQ(optionsOf({"wait", "a", "==", "--", "-7"}).operands, wanted);
+  EXPECT_EQ(optionsOf({"wait", "--", "a", "==", "-7"}).operands, wanted);
+  EXPECT_EQ(optionsOf({"wait", "a", "==", "--"}).operands.back(), "--");
+}
+
 TEST(Options, OfSetEndAtItsFirstAddress) {
   const Options options = optionsOf({"set", "--stop", "a", "-7", "b", "--stop", "c", "--"});
   EXPECT_TRUE(options.stop);

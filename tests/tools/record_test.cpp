@@ -37,6 +37,20 @@ TEST_F(Record, IsReplayed) {
           "stored 10, skipped 1, refused 0\n"});
 }
 
+TEST_F(Record, ThatCannotBeginLeavesTheFile) {
+  static_cast<void>(files().write("old.rec", "old"));
+  for (const char* const address : {"", "/{S}/none", "/{S}_none"}) {
+    const int status = *address == 0 ? 2 : filled(address).ends_with("_none") ? 4 : 3;
+    std::vector<std::string> command{"record", "-o", files().file("old.rec"), filled(address)};
+    EXPECT_EQ(runTreectl(command).status, (ExitStatus{status, 0})) << address;
+    EXPECT_EQ(files().read("old.rec"), "old") << address;
+  }
+  expect({{"record", "-o", "{D}/none/rec", "/{S}"},
+          9,
+          "",
+          "treectl: {D}/none/rec: No such file or directory\n"});
+}
+
 TEST_F(Record, IsReplayedWithoutItsUnfinishedLine) {
   static_cast<void>(files().write(
       "cut.rec",

@@ -26,6 +26,8 @@ TEST(Values, AreJsonOfTheirType) {
   EXPECT_EQ(json({{"true"}, false}, "bool"), "true");
   EXPECT_EQ(json({{"1e+20"}, false}, "double"), "1e+20");
   EXPECT_EQ(json({{"nan", "inf", "-inf", "-0"}, true}, "float"), "[\"nan\",\"inf\",\"-inf\",-0]");
+  EXPECT_EQ(json({{"-nan"}, false}, "double"), "\"nan\"");
+  EXPECT_EQ(json({{"-nan"}, false}, "text"), "\"-nan\"");
   EXPECT_EQ(json({{"42"}, false}, "text"), "\"42\"");
   EXPECT_EQ(json({{"42"}, false}, ""), "\"42\"");
   EXPECT_EQ(json({{"\"\\\n\t\x01"}, false}, "text"), "\"\\\"\\\\\\n\\t\\u0001\"");
@@ -52,6 +54,8 @@ TEST(Values, ThatAreNoUtf8AreBase64) {
 
 TEST(Values, AreComparedAsNumbersIfTheyAreFloating) {
   EXPECT_TRUE(isSameValue({{"1.50"}, false}, {{"1.5"}, false}, "double"));
+  EXPECT_TRUE(isSameValue({{"nan"}, false}, {{"-nan"}, false}, "double"));
+  EXPECT_FALSE(isSameValue({{"nan"}, false}, {{"1"}, false}, "double"));
   EXPECT_FALSE(isSameValue({{"1.50"}, false}, {{"1.5"}, false}, "text"));
   EXPECT_FALSE(
       isSameValue({{"9223372036854775807"}, false}, {{"9223372036854775806"}, false}, "int64"));

@@ -75,6 +75,26 @@ TEST_F(Wait, WaitsForAServerThatIsNotUpYet) {
   EXPECT_EQ(late.waitForExit(), ExitStatus{});
 }
 
+TEST_F(Wait, EndsInTimeIfTheServerHangs) {
+  server().hang();
+  // At once, unless the machine is busy; not after the limit of a request.
+  EXPECT_TRUE(test_support::eventually([&] {
+    const auto begin = std::chrono::steady_clock::now();
+    expect({{"wait", "--timeout", "0.2", "/{S}/drive/speed", "==", "42"},
+            6,
+            "",
+            "treectl: /{S}/drive/speed: the condition did not hold in time: the server does not "
+            "answer\n"});
+    return std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(1500);
+  }));
+  server().resume();
+  const auto statusWithoutTime = [&](const std::string& value) {
+    return runTreectl({"wait", "--timeout", "0", filled("/{S}/drive/speed"), "==", value}).status;
+  };
+  EXPECT_TRUE(test_support::eventually([&] { return statusWithoutTime("42") == ExitStatus{}; }));
+  EXPECT_EQ(statusWithoutTime("43"), (ExitStatus{6, 0}));
+}
+
 TEST_F(Wait, SaysThatThereWasNoServer) {
   const std::string name = test_support::uniquePortName();
   const auto never =

@@ -68,6 +68,12 @@ TEST_F(Watch, PrintsJson) {
                    "\"access\":\"rw\",\"unit\":\"\",\"value\":\"-inf\",\"changes\":1}"));
 }
 
+TEST_F(Watch, KnowsTypesAlsoWithAShortTimeLimit) {
+  const auto watch = start({"watch", "--json", "--timeout", "1", "--count", "1", "/{S}/drive/raw"});
+  EXPECT_EQ(lineFrom(*watch, "\"type\""),
+            "\"type\":\"uint8\",\"access\":\"rw\",\"unit\":\"\",\"value\":[1,2,3]}");
+}
+
 TEST_F(Watch, PrintsATable) {
   const auto watch =
       start({"watch", "--csv", "/{S}/drive/speed", "/{S}/drive/gains", "/{S}/drive/label"});
