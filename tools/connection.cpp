@@ -303,6 +303,13 @@ ModelRes Connection::readSubtree(const Chain& chain, Subtree& subtree) {
   });
 }
 
+ModelRes Connection::visitSubtree(const Chain& chain, const ModelSrv::TreeVisitor& visit) {
+  struct Nothing {};
+  Nothing nothing;
+  return run(nothing, true,
+             [&](Link& link, Nothing&) { return link.root.readTree(link.at(chain), visit); });
+}
+
 ModelRes Connection::storeText(const Chain& chain, ModelPartIndex index, std::string text,
                                bool passProtected, std::string& reason) {
   const ModelRes result =

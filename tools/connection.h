@@ -11,6 +11,7 @@
 #include "modelsrv/model_part.h"
 #include "modelsrv/part_description.h"
 #include "modelsrv/result.h"
+#include "modelsrv/tree_part.h"
 #include "modelsrv/watch.h"
 #include "tools/values.h"
 
@@ -84,6 +85,12 @@ class Connection {
 
   /// The part and all below it, with their values. Of older servers part by part.
   ModelSrv::ModelRes readSubtree(const Chain& chain, Subtree& subtree);
+
+  /// Whether `visitSubtree` can be used: not with a limit below the default one.
+  [[nodiscard]] bool canVisitSubtree() const { return limit_ >= defaultLimit; }
+  /// Reports the part and all below it in the order of their ids, as `ModelRoot::readTree` does. If
+  /// it has to be read again, the report begins again.
+  ModelSrv::ModelRes visitSubtree(const Chain& chain, const ModelSrv::TreeVisitor& visit);
 
   /// Stores `text`, the bytes of the value of a single value or an element. Without success
   /// `reason` says why.

@@ -1,6 +1,8 @@
 #include "tools/json_object.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 #include "tools/name_pattern.h"
 #include "tools/utf8.h"
@@ -9,8 +11,29 @@ namespace treectl {
 
 namespace {
 
-/// Whether a JSON string has the bytes of `text` as they are, because all are printable ASCII.
+/// Whether eight bytes are printable ASCII that a JSON string has as it is. A byte behind one that
+/// is none may be mistaken for one that is none, too.
+bool arePlain(std::uint64_t bytes) {
+  constexpr std::uint64_t ones = 0x0101010101010101;
+  constexpr std::uint64_t tops = 0x8080808080808080;
+  // The top bit of each byte that is zero.
+  const auto zeros = [](std::uint64_t of) { return (of - ones) & ~of; };
+  const std::uint64_t aboveAscii = bytes;
+  const std::uint64_t control = (bytes - ones * ' ') | zeros(bytes ^ (ones * 0x7F));
+  const std::uint64_t escaped = zeros(bytes ^ (ones * '"')) | zeros(bytes ^ (ones * '\\'));
+  return ((aboveAscii | control | escaped) & tops) == 0;
+}
+
+/// The same for a whole text: a dump has very many bytes.
 bool isPlain(std::string_view text) {
+  std::uint64_t bytes = 0;
+  while (text.size() >= sizeof bytes) {
+    std::memcpy(&bytes, text.data(), sizeof bytes);
+    if (!arePlain(bytes)) {
+      return false;
+    }
+    text.remove_prefix(sizeof bytes);
+  }
   return std::all_of(text.begin(), text.end(), [](char byte) {
     return byte >= ' ' && byte <= '~' && byte != '"' && byte != '\\';
   });

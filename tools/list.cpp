@@ -149,14 +149,22 @@ class Lister {
       out += node ? "/" : "";
     }
     if (options_.longForm && !node) {
-      out += '\t';
-      out += description.type;
-      out += '\t';
-      out += accessName(description.access);
-      out += '\t';
+      appendKind(out, description);
       appendPlain(out, value);
     }
     out += '\n';
+  }
+
+  /// Appends type and access. Most parts have those of the part before.
+  void appendKind(std::string& out, const ModelSrv::PartDescription& description) {
+    if (kind_.empty() || description.type != type_ || description.access != access_) {
+      type_ = description.type;
+      access_ = description.access;
+      kind_ = '\t' + type_ + '\t';
+      kind_ += accessName(access_);
+      kind_ += '\t';
+    }
+    out += kind_;
   }
 
   void printJson(const Entry& entry, bool node, const ModelSrv::PartDescription& description,
@@ -180,6 +188,9 @@ class Lister {
   const Options& options_;
   std::vector<NamePattern> below_;
   bool hasWildcards_ = false;
+  std::string type_;  ///< of the last line, as the two below
+  ModelSrv::ModelPartStatus access_ = ModelSrv::ModelPartStatus_Void;
+  std::string kind_;
   std::set<std::string> printed_;  ///< of an address with wildcards
 };
 

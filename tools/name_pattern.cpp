@@ -9,6 +9,22 @@ namespace treectl {
 
 namespace {
 
+/// Whether a byte is a letter, a digit or "_": a table, since a listing asks for very many bytes.
+struct WordBytes {
+  constexpr WordBytes() {
+    for (unsigned byte = 0; byte < 256; ++byte) {
+      isOne[byte] = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+                    (byte >= '0' && byte <= '9') || byte == '_';
+    }
+  }
+  bool isOne[256]{};
+};
+
+bool isWordByte(char byte) {
+  static constexpr WordBytes bytes;
+  return bytes.isOne[static_cast<unsigned char>(byte)];
+}
+
 /// A decimal number of at most five digits, as ids and indices are.
 std::optional<unsigned> decimal(std::string_view text) {
   constexpr std::size_t maxDigits = 5;
@@ -120,11 +136,7 @@ void appendEscapedName(std::string& out, std::string_view name) {
     out += '\\';
   }
   // Most names are letters, digits and "_".
-  const auto isPlain = [](char byte) {
-    return (byte >= 'a' && byte <= 'z') || (byte >= '0' && byte <= '9') || byte == '_' ||
-           (byte >= 'A' && byte <= 'Z');
-  };
-  if (std::all_of(name.begin(), name.end(), isPlain)) {
+  if (std::all_of(name.begin(), name.end(), isWordByte)) {
     out += name;
     return;
   }

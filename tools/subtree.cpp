@@ -42,11 +42,10 @@ void SubtreeBuilder::add(const ModelSrv::TreePart& part) {
   }
   path_.push_back(position);
   last_.push_back(SubtreeEntry::none);
-  auto type = subtree_.types.find(part.type);
-  if (type == subtree_.types.end()) {
-    type = subtree_.types.emplace(part.type).first;
+  if (part.type != lastType_) {
+    lastType_ = *subtree_.types.emplace(part.type).first;
   }
-  entry.type = *type;
+  entry.type = lastType_;
   entry.name = subtree_.texts.add(part.name);
   entry.text = subtree_.texts.add(part.text);
   entry.id = part.chain.empty() ? ModelSrv::ModelPartId{0} : part.chain.back();
@@ -120,8 +119,28 @@ SubtreeWalk::SubtreeWalk(const Subtree& subtree, Chain chain, std::string addres
 
 void SubtreeWalk::enter(std::uint32_t entry) {
   if (subtree_.entries[entry].firstChild != SubtreeEntry::none) {
-    levels_.push_back({address_.size(), {}, subtree_.entries[entry].firstChild});
+    const std::uint32_t first = subtree_.entries[entry].firstChild;
+    levels_.push_back({.addressSize = address_.size(), .first = first, .next = first});
   }
+}
+
+bool SubtreeWalk::isFirstOfItsName(Level& level) {
+  const std::string_view name = entry().name;
+  if (name.empty()) {
+    return false;
+  }
+  if (level.isAscending && name > level.last) {
+    level.last = name;
+    return true;
+  }
+  if (level.isAscending) {
+    level.isAscending = false;
+    for (std::uint32_t child = level.first; child != at_;
+         child = subtree_.entries[child].nextSibling) {
+      level.names.insert(subtree_.entries[child].name);
+    }
+  }
+  return level.names.insert(name).second;
 }
 
 bool SubtreeWalk::next() {
@@ -137,11 +156,11 @@ bool SubtreeWalk::next() {
   Level& level = levels_.back();
   at_ = level.next;
   level.next = entry().nextSibling;
-  chain_.resize(startDepth_ + levels_.size() - 1);
-  chain_.push_back(entry().id);
+  chain_.resize(startDepth_ + levels_.size());
+  chain_.back() = entry().id;
   address_.resize(level.addressSize);
   address_ += '/';
-  if (!entry().name.empty() && level.names.insert(entry().name).second) {
+  if (isFirstOfItsName(level)) {
     appendEscapedName(address_, entry().name);
   } else {
     address_ += '#';

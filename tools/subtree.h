@@ -85,6 +85,7 @@ class SubtreeBuilder {
  private:
   Subtree& subtree_;
   std::size_t startDepth_;
+  std::string_view lastType_;        ///< of `types` of the subtree
   std::vector<std::uint32_t> path_;  ///< from the top to the last entry
   std::vector<std::uint32_t> last_;  ///< the last child of each of these
 };
@@ -111,11 +112,18 @@ class SubtreeWalk {
  private:
   struct Level {
     std::size_t addressSize;
-    std::unordered_set<std::string_view> names;  ///< of the children that have been visited
-    std::uint32_t next;                          ///< the child to visit
+    std::uint32_t first;  ///< the first child
+    std::uint32_t next;   ///< the child to visit
+    /// As long as each name is greater than the one before, none can repeat and the last one is
+    /// enough; then those of all children that have been visited.
+    bool isAscending = true;
+    std::string_view last = {};
+    std::unordered_set<std::string_view> names = {};
   };
 
   void enter(std::uint32_t entry);
+  /// Whether the entry has a name, and is the first one on its level with that.
+  bool isFirstOfItsName(Level& level);
 
   const Subtree& subtree_;
   Chain chain_;

@@ -7,6 +7,7 @@
 
 #include "tools/json_object.h"
 #include "tools/match.h"
+#include "tools/part_stream.h"
 #include "tools/subtree.h"
 #include "tools/time_text.h"
 
@@ -38,8 +39,10 @@ std::size_t literalNames(const Address& address) {
 /// Collects the parts that an address stands for.
 class ImageReader {
  public:
-  ImageReader(Context& context, const Address& address, TreeImage& image, const PartTaker& take)
-      : context_(context), address_(address), image_(image), take_(take) {}
+  /// `restart` may be null.
+  ImageReader(Context& context, const Address& address, TreeImage& image, const PartTaker& take,
+              const std::function<void()>* restart)
+      : context_(context), address_(address), image_(image), take_(take), restart_(restart) {}
 
   bool run() {
     const Status before = context_.status();
@@ -80,6 +83,16 @@ class ImageReader {
   }
 
   Visit readBelow(const Match& match) {
+    if (restart_ != nullptr && match.connection->canVisitSubtree()) {
+      PartStream stream(match, baseSize_, take_, *restart_);
+      ModelSrv::ModelRes result = match.connection->visitSubtree(
+          match.chain, [&](const ModelSrv::TreePart& part) { return stream.add(part); });
+      if (!stream.isUnsorted()) {
+        result = result == ModelSrv::ModelRes_Success ? stream.result() : result;
+        return result == ModelSrv::ModelRes_Success ? Visit::taken : fail(stream.address(), result);
+      }
+      (*restart_)();
+    }
     Subtree subtree;
     const ModelSrv::ModelRes result = match.connection->readSubtree(match.chain, subtree);
     if (result != ModelSrv::ModelRes_Success) {
@@ -94,6 +107,7 @@ class ImageReader {
     }
     ImagePart part;
     part.connection = match.connection;
+    const char* type = nullptr;
     for (SubtreeWalk walk(subtree, match.chain, match.address); walk.next();) {
       if (!walk.entry().hasValue()) {
         continue;
@@ -104,7 +118,11 @@ class ImageReader {
         static_cast<void>(walk.readValue(*match.connection, part.value));
       }
       part.address.assign(walk.address(), baseSize_);
-      part.type = walk.entry().type;
+      // Parts of one type have one text.
+      if (walk.entry().type.data() != type) {
+        type = walk.entry().type.data();
+        part.type = walk.entry().type;
+      }
       part.access = accessName(walk.entry().access);
       part.chain = walk.chain();
       take_(part);
@@ -155,6 +173,7 @@ class ImageReader {
   const Address& address_;
   TreeImage& image_;
   const PartTaker& take_;
+  const std::function<void()>* restart_;
   std::size_t baseSize_ = 0;  ///< of the printed addresses
   bool failed_ = false;
 };
@@ -178,38 +197,48 @@ bool readImage(Context& context, const Address& address, TreeImage& image) {
 
 bool readImage(Context& context, const Address& address, TreeImage& image, const PartTaker& take) {
   image.time = timeNow();
-  return ImageReader(context, address, image, take).run();
+  return ImageReader(context, address, image, take, nullptr).run();
 }
 
-void appendImageHeader(std::string& out, const TreeImage& image) {
-  out += "[\n";
-  JsonObject header(out);
+bool readImage(Context& context, const Address& address, TreeImage& image, const PartTaker& take,
+               const std::function<void()>& restart) {
+  image.time = timeNow();
+  return ImageReader(context, address, image, take, &restart).run();
+}
+
+void ImageWriter::addHeader(const TreeImage& image) {
+  out_ += "[\n";
+  JsonObject header(out_);
   header.addRaw("format", "1");
   header.addText("base", image.base);
   header.addText("time", image.time);
   header.end();
 }
 
-void appendImagePart(std::string& out, const ImagePart& part) {
-  out += ",\n";
-  JsonObject object(out);
+void ImageWriter::addPart(const ImagePart& part) {
+  if (part.type != type_ || part.access != access_) {
+    type_ = part.type;
+    access_ = part.access;
+    kind_.clear();
+    JsonObject kind(kind_);
+    kind.addTextIfAny("type", type_);
+    kind.addTextIfAny("access", access_);
+    // It goes on behind the address.
+    kind_.front() = ',';
+    if (kind_.size() == 1) {
+      kind_.clear();
+    }
+  }
+  out_ += ",\n";
+  JsonObject object(out_);
   object.addText("address", part.address);
-  object.addTextIfAny("type", part.type);
-  object.addTextIfAny("access", part.access);
+  out_ += kind_;
   object.addValue(part.value, part.type);
   object.end();
 }
 
-void appendImageEnd(std::string& out) {
-  out += "\n]\n";
-}
-
-void appendImage(std::string& out, const TreeImage& image) {
-  appendImageHeader(out, image);
-  for (const ImagePart& part : image.parts) {
-    appendImagePart(out, part);
-  }
-  appendImageEnd(out);
+void ImageWriter::end() {
+  out_ += "\n]\n";
 }
 
 bool isSameValue(const Value& one, const Value& other, const std::string& type) {

@@ -38,14 +38,24 @@ struct TreeImage {
 using PartTaker = std::function<void(const ImagePart& part)>;
 [[nodiscard]] bool readImage(Context& context, const Address& address, TreeImage& image,
                              const PartTaker& take);
+/// The same, but `take` is called while more is read, which may fail, and memory does not grow with
+/// the number of parts. `restart` may be called instead of `take`: what was taken is void then.
+[[nodiscard]] bool readImage(Context& context, const Address& address, TreeImage& image,
+                             const PartTaker& take, const std::function<void()>& restart);
 
-/// Appends the image as a JSON array: a header object, then an object a part.
-void appendImage(std::string& out, const TreeImage& image);
+/// Appends an image to a text as a JSON array: a header object, then an object a part.
+class ImageWriter {
+ public:
+  explicit ImageWriter(std::string& out) : out_(out) {}
+  void addHeader(const TreeImage& image);
+  void addPart(const ImagePart& part);
+  void end();
 
-/// The pieces of that.
-void appendImageHeader(std::string& out, const TreeImage& image);
-void appendImagePart(std::string& out, const ImagePart& part);
-void appendImageEnd(std::string& out);
+ private:
+  std::string& out_;
+  // What the last part had, and its JSON.
+  std::string type_, access_, kind_;
+};
 
 /// Reads a dump, or a file that the shell's `to` wrote. `path` may be "-" for standard input. False
 /// after an error, which has been reported.

@@ -71,6 +71,65 @@ TEST_F(Dump, TakesThePlaceOfAFileAtOnce) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(files().path()), {}), 2);
 }
 
+TEST_F(Dump, IsTheSameInAFile) {
+  const auto normalized = [](std::string dump) { return withoutTime(std::move(dump)); };
+  for (const char* const address :
+       {"/{S}", "/{S}/drive", "/{S}/notes", "/{S}/empty", "/{S}/drive/gains[1]", "/{S}/**"}) {
+    expect({{"dump", address, "-o", "{D}/dump.json"}});
+    EXPECT_EQ(normalized(files().read("dump.json")), normalized(output({"dump", address})))
+        << address;
+  }
+  // With a limit below the default one it is made in memory.
+  expect({{"dump", "--timeout", "1.5", "/{S}", "-o", "{D}/dump.json"}});
+  EXPECT_EQ(normalized(files().read("dump.json")), normalized(output({"dump", "/{S}"})));
+}
+
+TEST_F(Dump, HasTheServersOrder) {
+  const test_support::ModelServer server({"--tree", files().write("tree.json", R"({"name": "M",
+    "children": [{"id": 5, "name": "a", "type": "int32", "value": 1},
+      {"id": 7, "name": "n", "children": [{"id": 2, "name": "x", "type": "int32", "value": 2},
+                                         {"id": 1, "name": "x", "type": "int32", "value": 3}]},
+      {"id": 6, "name": "b", "type": "int32", "value": 4}]})")});
+  expect({{"dump", "/" + server.name(), "-o", "{D}/dump.json"}});
+  const std::string dump = files().read("dump.json");
+  EXPECT_EQ(withoutTime(dump), withoutTime(output({"dump", "/" + server.name()})));
+  std::string addresses;
+  for (std::size_t at = 0; (at = dump.find("\"address\":\"", at)) != std::string::npos; ++at) {
+    addresses += dump.substr(at + 11, dump.find('"', at + 11) - at - 11) + ' ';
+  }
+  EXPECT_EQ(addresses, "/a /n/x /n/#1 /b ");
+}
+
+/// The most memory that a run of the program has, in KiB; 0 if it fails.
+long peakMemory(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), treectlProgram());
+  std::vector<char*> words;
+  for (std::string& argument : arguments) {
+    words.push_back(argument.data());
+  }
+  words.push_back(nullptr);
+  pid_t child = 0;
+  int status = -1;
+  rusage usage{};
+  EXPECT_EQ(::posix_spawn(&child, words[0], nullptr, nullptr, words.data(), environ), 0);
+  EXPECT_EQ(::wait4(child, &status, 0, &usage), child);
+  EXPECT_EQ(status, 0);
+  return usage.ru_maxrss;
+}
+
+TEST_F(Dump, IntoAFileTakesNoMoreMemoryForManyParts) {
+  const test_support::ModelServer few({"--synthetic", "10x100"});
+  const test_support::ModelServer many({"--synthetic", "500x100"});
+  const std::string file = files().file("dump.json");
+  const long least = peakMemory({"dump", "/" + few.name(), "-o", file});
+  const long most = peakMemory({"dump", "/" + many.name(), "-o", file});
+  EXPECT_GT(fileSize("dump.json"), 3000000U);
+  if (!test_support::sanitized) {
+    // Two pages of the tree, and a piece of the file.
+    EXPECT_LT(most, least + 1024);
+  }
+}
+
 TEST_F(Dump, IsRestored) {
   expect({{"dump", "/{S}", "-o", "{D}/dump.json"}});
   expect({{"diff", "{D}/dump.json"}});
