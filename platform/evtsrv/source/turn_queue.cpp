@@ -9,7 +9,8 @@ namespace EvtSrv::internal {
 Turn::Turn(TurnQueue& queue, TurnGroup& group, TurnTaker& taker)
     : queue_(queue), group_(group), taker_(taker) {
   queue_.enter();
-  usedNs_ = queue_.firstUse(group);
+  lastLongNs_ = queue_.system_.nowNs();
+  usedNs_ = queue_.firstUse(group, lastLongNs_);
 }
 
 Turn::~Turn() {
@@ -26,8 +27,7 @@ void TurnQueue::enter() {
 
 /// A newcomer waits after those that have used little, so that connecting often gains nothing.
 /// But now and then one of a user does not, or else it would wait for a turn of each of the others.
-std::int64_t TurnQueue::firstUse(TurnGroup& group) {
-  const std::int64_t now = system_.nowNs();
+std::int64_t TurnQueue::firstUse(TurnGroup& group, std::int64_t now) {
   if (now - group.newcomerNs < newcomerIntervalNs) {
     return turnFloorNs_ + newcomerNs;
   }
@@ -60,18 +60,29 @@ void TurnQueue::add(Turn& turn) {
   waiting_.push_back(&turn);
 }
 
+/// Who waits has used at least as much as the one that is served.
+void TurnQueue::raiseFloors(const Turn& turn) {
+  groupFloorNs_ = std::max(groupFloorNs_, turn.group_.usedNs);
+  turnFloorNs_ = std::max(turnFloorNs_, turn.usedNs_);
+}
+
 Turn& TurnQueue::takeNext() {
-  const auto next =
-      std::min_element(waiting_.begin(), waiting_.end(), [](const Turn* left, const Turn* right) {
-        return std::tie(left->group_.usedNs, left->usedNs_) <
-               std::tie(right->group_.usedNs, right->usedNs_);
-      });
+  prefersShort_ = !prefersShort_;
+  const auto isBefore = [this](const Turn* left, const Turn* right) {
+    if (prefersShort_ && left->lastLongNs_ != right->lastLongNs_) {
+      return left->lastLongNs_ < right->lastLongNs_;
+    }
+    return std::tie(left->group_.usedNs, left->usedNs_) <
+           std::tie(right->group_.usedNs, right->usedNs_);
+  };
+  const auto next = std::min_element(waiting_.begin(), waiting_.end(), isBefore);
   Turn& turn = **next;
   waiting_.erase(next);
   turn.waiting_ = false;
   --turn.group_.waiting;
-  groupFloorNs_ = std::max(groupFloorNs_, turn.group_.usedNs);
-  turnFloorNs_ = std::max(turnFloorNs_, turn.usedNs_);
+  if (!prefersShort_) {
+    raiseFloors(turn);
+  }
   return turn;
 }
 
@@ -88,9 +99,14 @@ bool TurnQueue::run() {
     return false;
   }
   bool dispatched = false;
-  contended_ = true;
   const std::int64_t begin = system_.nowNs();
+  if (contended_ && !hadWaiting_ && begin - begin_ >= sliceNs) {
+    // This dispatch was long already. Who is ready by now may come first.
+    return false;
+  }
+  contended_ = true;
   threadTime_ = system_.threadTimeNs();
+  threadTimeAt_ = begin;
   for (turnBegin_ = begin; !waiting_.empty() && turnBegin_ - begin < sliceNs;
        turnBegin_ = system_.nowNs()) {
     dispatched = takeNext().taker_.takeTurn() || dispatched;
@@ -101,34 +117,51 @@ bool TurnQueue::run() {
 TurnQueue::Dispatch::Dispatch(TurnQueue& queue, std::size_t events)
     : queue_(queue),
       contended_(queue.contended_),
+      hadWaiting_(queue.hadWaiting_),
       begin_(queue.begin_),
       turnBegin_(queue.turnBegin_),
-      threadTime_(queue.threadTime_) {
-  queue.contended_ = events > 1 || !queue.empty();
+      threadTime_(queue.threadTime_),
+      threadTimeAt_(queue.threadTimeAt_) {
+  queue.hadWaiting_ = !queue.empty();
+  queue.contended_ = events > 1 || queue.hadWaiting_;
   queue.begin_ = queue.contended_ ? queue.system_.nowNs() : 0;
   queue.turnBegin_ = queue.begin_;
   queue.threadTime_ = 0;
+  queue.threadTimeAt_ = 0;
 }
 
 TurnQueue::Dispatch::~Dispatch() {
   queue_.contended_ = contended_;
+  queue_.hadWaiting_ = hadWaiting_;
   queue_.begin_ = begin_;
   queue_.turnBegin_ = turnBegin_;
   queue_.threadTime_ = threadTime_;
+  queue_.threadTimeAt_ = threadTimeAt_;
 }
 
 TurnQueue::Charge::Charge(TurnQueue& queue, Turn& turn) : queue_(queue), turn_(turn) {}
 
 TurnQueue::Charge::~Charge() {
   if (queue_.contended_) {
-    const std::int64_t now = queue_.system_.nowNs();
-    const std::int64_t used = queue_.usedUntil(now);
-    turn_.usedNs_ += used;
-    turn_.group_.usedNs += used;
-    queue_.turnBegin_ = now;
+    queue_.charge(turn_);
   } else {
     // This has delayed no other: it is no newcomer any more.
     turn_.usedNs_ = std::min(turn_.usedNs_, queue_.turnFloorNs_ - settledLeadNs);
+  }
+}
+
+void TurnQueue::charge(Turn& turn) {
+  const std::int64_t now = system_.nowNs();
+  const std::int64_t used = usedUntil(now);
+  if (waiting_.empty()) {
+    raiseFloors(turn);
+  }
+  turn.usedNs_ += used;
+  turn.group_.usedNs += used;
+  turnBegin_ = now;
+  // What is served at once may have waited for a processor.
+  if (used > longTurnNs && threadTime_ != 0) {
+    turn.lastLongNs_ = now;
   }
 }
 
@@ -136,14 +169,15 @@ TurnQueue::Charge::~Charge() {
 /// processor: no connection is charged for that.
 std::int64_t TurnQueue::usedUntil(std::int64_t now) {
   const std::int64_t taken = now - turnBegin_;
-  if (taken <= turnNs) {
-    return taken;
-  }
-  if (threadTime_ == 0) {
-    return turnNs;
+  if (taken <= longTurnNs || threadTime_ == 0) {
+    return std::min(taken, turnNs);
   }
   const std::int64_t threadTime = system_.threadTimeNs();
-  return std::min(taken, threadTime - std::exchange(threadTime_, threadTime));
+  const std::int64_t ofEarlierTurns = turnBegin_ - threadTimeAt_;
+  const std::int64_t used = threadTime - threadTime_ - ofEarlierTurns;
+  threadTime_ = threadTime;
+  threadTimeAt_ = now;
+  return std::clamp<std::int64_t>(used, 0, taken);
 }
 
 }  // namespace EvtSrv::internal

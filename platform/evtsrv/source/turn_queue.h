@@ -12,8 +12,13 @@
 /// A connection whose descriptor is ready is served at once while little else is to be done.
 /// Otherwise it waits in a queue. The user whose connections have used the least time is next,
 /// and of this user's connections the one that has used the least. A connection is served for
-/// one turn, and waits again if it has more work. So no connection waits longer than for the turn
-/// in progress, except for those that used even less. Everything here requires the client mutex.
+/// one turn, and waits again if it has more work.
+///
+/// That alone would let a client wait for one turn of each of the many connections that another
+/// one has opened, since each of these has used less. So every second turn goes to the connection
+/// that has not had a long turn for the longest time: clients that make short requests wait for few
+/// others, and who floods is behind them however many connections it has. Everything here requires
+/// the client mutex.
 namespace EvtSrv::internal {
 
 class TurnQueue;
@@ -51,6 +56,7 @@ class Turn {
   TurnGroup& group_;
   TurnTaker& taker_;
   std::int64_t usedNs_ = 0;
+  std::int64_t lastLongNs_ = 0;  ///< when its last long turn ended, or it was new
   bool waiting_ = false;
 };
 
@@ -60,6 +66,8 @@ class TurnQueue {
   static constexpr unsigned requestsPerTurn = 32;
   static constexpr std::size_t bytesPerTurn = std::size_t{64} * 1024;
   static constexpr std::int64_t turnNs = 500'000;
+  /// A turn that took longer is a long one.
+  static constexpr std::int64_t longTurnNs = 100'000;
   /// How long turns are taken before new events are looked for.
   static constexpr std::int64_t sliceNs = 1'000'000;
 
@@ -85,8 +93,8 @@ class TurnQueue {
   /// necessary so far.
   [[nodiscard]] bool turnExpired();
 
-  /// Takes turns for `sliceNs`, at least one if any waits; returns whether anything was
-  /// dispatched.
+  /// Takes turns for `sliceNs`, at least one if any has waited since before this dispatch; returns
+  /// whether anything was dispatched.
   bool run();
 
   [[nodiscard]] bool empty() const { return waiting_.empty(); }
@@ -107,9 +115,11 @@ class TurnQueue {
    private:
     TurnQueue& queue_;
     bool contended_;
+    bool hadWaiting_;
     std::int64_t begin_;
     std::int64_t turnBegin_;
     std::int64_t threadTime_;
+    std::int64_t threadTimeAt_;
   };
 
   /// Charges `turn` with the time until the end of a block. Reads no clock if no other has
@@ -130,9 +140,11 @@ class TurnQueue {
   friend class Turn;
 
   void enter();
-  std::int64_t firstUse(TurnGroup& group);
+  std::int64_t firstUse(TurnGroup& group, std::int64_t now);
   void leave(Turn& turn);
   std::int64_t usedUntil(std::int64_t now);
+  void charge(Turn& turn);
+  void raiseFloors(const Turn& turn);
   Turn& takeNext();
 
   System& system_;
@@ -140,12 +152,15 @@ class TurnQueue {
   std::size_t members_ = 0;     ///< the capacity of `waiting_` is at least this
   std::int64_t groupFloorNs_ = 0;
   std::int64_t turnFloorNs_ = 0;
+  bool prefersShort_ = false;  ///< of two turns in a row, for one
 
   // Of the dispatch in progress. Times are 0 if they are not measured.
   bool contended_ = false;
-  std::int64_t begin_ = 0;       ///< when it began
-  std::int64_t turnBegin_ = 0;   ///< when the turn in progress began
-  std::int64_t threadTime_ = 0;  ///< the thread's processor time when it was last read
+  bool hadWaiting_ = false;        ///< at its beginning
+  std::int64_t begin_ = 0;         ///< when it began
+  std::int64_t turnBegin_ = 0;     ///< when the turn in progress began
+  std::int64_t threadTime_ = 0;    ///< the thread's processor time when it was last read
+  std::int64_t threadTimeAt_ = 0;  ///< when that was
 };
 
 }  // namespace EvtSrv::internal

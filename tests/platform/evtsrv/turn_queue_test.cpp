@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <deque>
 #include <functional>
 
 #include "evtsrv/source/accounts.h"
@@ -163,6 +165,112 @@ TEST_F(Turns, ANewcomerDoesNotWaitForEachOfManyOthers) {
     run();
   }
   EXPECT_LE(system.now - before, 2 * msNs);
+}
+
+/// A client that makes a short request every millisecond, beside others.
+class ShortRequests : public Turns {
+ protected:
+  /// One request: the longest time from when it came until it was served.
+  void request() {
+    system.now += msNs;
+    client.add();
+    const int before = client.turns;
+    const std::int64_t begin = system.now;
+    while (client.turns == before) {
+      run();
+    }
+    longest = std::max(longest, system.now - begin);
+  }
+  std::deque<Taker>& connect(int count, std::int64_t length) {
+    system.now += msNs;
+    for (int i = 0; i < count; ++i) {
+      others.emplace_back(queue, one, system, length);
+    }
+    return others;
+  }
+
+  Taker client{queue, one, system, msNs / 50};
+  std::deque<Taker> others;
+  std::int64_t longest = 0;
+};
+
+TEST_F(ShortRequests, DoNotWaitForATurnOfEachNewConnection) {
+  system.now += 1000 * msNs;
+  // It has used more than others that have just begun to compete.
+  for (int i = 0; i < 1000; ++i) {
+    const TurnQueue::Dispatch dispatch(queue, 2);
+    client.takeTurn();
+  }
+  for (Taker& each : connect(200, msNs / 2)) {
+    each.add();
+  }
+  for (int i = 0; i < 100; ++i) {
+    request();
+  }
+  EXPECT_LE(longest, 4 * msNs);
+}
+
+TEST_F(ShortRequests, DoNotWaitForATurnOfEachConnectionThatWasIdle) {
+  connect(200, msNs / 2);
+  for (int round = 0; round < 20; ++round) {
+    system.now += 100 * msNs;
+    for (Taker& each : others) {
+      each.add();
+    }
+    for (int i = 0; i < 20; ++i) {
+      request();
+    }
+    while (!queue.empty()) {
+      run();
+    }
+  }
+  EXPECT_LE(longest, 4 * msNs);
+}
+
+TEST_F(ShortRequests, AreShortAlsoIfTheServerHasWaitedForAProcessor) {
+  connect(200, msNs / 3);
+  client.onTurn = [this] {
+    system.now += 2 * msNs;
+    system.waited += 2 * msNs;
+  };
+  for (int i = 0; i < 100; ++i) {
+    for (Taker& each : others) {
+      each.add();
+    }
+    request();
+  }
+  EXPECT_LE(longest, 6 * msNs);
+}
+
+TEST_F(ShortRequests, OfManyClientsKeepNoOtherWaiting) {
+  Taker heavy(queue, one, system, msNs);
+  heavy.hasMore = true;
+  for (Taker& each : connect(256, msNs / 50)) {
+    each.hasMore = true;
+    each.add();
+  }
+  heavy.add();
+  const std::int64_t begin = system.now;
+  while (system.now - begin < 1000 * msNs) {
+    run();
+  }
+  EXPECT_GE(heavy.turns, 2);
+  for (const Taker& each : others) {
+    EXPECT_GE(each.turns, 10);
+  }
+}
+
+TEST_F(Turns, ALongDispatchTakesNoTurnsOfThoseThatBeganToWaitInIt) {
+  Taker waiting(queue, one, system, msNs);
+  {
+    const TurnQueue::Dispatch dispatch(queue, 2);
+    system.now += 5 * msNs;
+    waiting.add();
+    queue.run();
+    EXPECT_EQ(waiting.turns, 0);
+  }
+  run();
+  EXPECT_EQ(waiting.turns, 1);
 }
 
 using AccountsOfUsers = Turns;
