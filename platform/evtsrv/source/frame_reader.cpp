@@ -1,6 +1,7 @@
 #include "evtsrv/source/frame_reader.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace EvtSrv::internal {
 
@@ -24,7 +25,7 @@ FrameReader::Status FrameReader::next(Frame& frame) {
 
 void FrameReader::bufferRest() {
   if (!fed_.empty()) {
-    buffered_.insert(buffered_.end(), fed_.begin(), fed_.end());
+    buffered_.append(fed_, 0);
     fed_ = {};
   }
 }
@@ -32,7 +33,8 @@ void FrameReader::bufferRest() {
 bool FrameReader::skipFrame() {
   bufferRest();
   const std::size_t arrived = buffered_.size() - start_;
-  const auto header = arrived < FrameHeader::size ? std::nullopt : decodeHeader(&buffered_[start_]);
+  const auto header =
+      arrived < FrameHeader::size ? std::nullopt : decodeHeader(buffered_.data() + start_);
   if (!header || arrived >= FrameHeader::size + header->length) {
     return false;
   }
@@ -44,14 +46,14 @@ bool FrameReader::skipFrame() {
 }
 
 std::size_t FrameReader::held() const {
-  return buffered_.capacity() > idleCapacity ? buffered_.capacity() : 0;
+  return buffered_.held() > idleCapacity ? buffered_.held() : 0;
 }
 
 void FrameReader::releaseBuffer() {
   buffered_.clear();
   start_ = 0;
-  if (buffered_.capacity() > idleCapacity) {
-    std::vector<std::uint8_t>().swap(buffered_);
+  if (buffered_.held() > idleCapacity) {
+    buffered_.release();
   }
 }
 
@@ -85,7 +87,7 @@ FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
   if (!fillBuffer(FrameHeader::size)) {
     return Status::incomplete;
   }
-  const auto header = decodeHeader(&buffered_[start_]);
+  const auto header = decodeHeader(buffered_.data() + start_);
   if (!header) {
     return Status::malformed;
   }
@@ -93,8 +95,9 @@ FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
   if (!fillBuffer(total)) {
     return Status::incomplete;
   }
+  buffered_.finishGrowth();
   frame.header = *header;
-  frame.payload = std::span(buffered_).subspan(start_ + FrameHeader::size, header->length);
+  frame.payload = {buffered_.data() + start_ + FrameHeader::size, header->length};
   start_ += total;
   return Status::frame;
 }
@@ -104,14 +107,9 @@ FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
 bool FrameReader::fillBuffer(std::size_t size) {
   const std::size_t arrived = buffered_.size() - start_;
   if (arrived < size && !fed_.empty()) {
-    buffered_.erase(buffered_.begin(), buffered_.begin() + static_cast<std::ptrdiff_t>(start_));
-    start_ = 0;
+    buffered_.discard(std::exchange(start_, 0));
     const auto taken = fed_.first(std::min(size - arrived, fed_.size()));
-    if (arrived + taken.size() > buffered_.capacity()) {
-      // As it would grow by itself, but never beyond the header or the frame.
-      buffered_.reserve(std::max(arrived + taken.size(), std::min(size, 2 * buffered_.capacity())));
-    }
-    buffered_.insert(buffered_.end(), taken.begin(), taken.end());
+    buffered_.append(taken, size);
     fed_ = fed_.subspan(taken.size());
   }
   return buffered_.size() - start_ >= size;

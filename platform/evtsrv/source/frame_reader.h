@@ -3,9 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 #include "evtsrv/source/frame.h"
+#include "evtsrv/source/frame_buffer.h"
 
 namespace EvtSrv::internal {
 
@@ -60,8 +60,8 @@ class FrameReader {
   void releaseBuffer();
 
   std::span<const std::uint8_t> fed_;
-  std::vector<std::uint8_t> buffered_;  // The rest of earlier feeds.
-  std::size_t start_ = 0;               // Where in `buffered_` the next frame begins.
+  FrameBuffer buffered_;   // The rest of earlier feeds.
+  std::size_t start_ = 0;  // Where in `buffered_` the next frame begins.
   FrameHeader skipped_;
   std::size_t toSkip_ = 0;  // How many bytes of the skipped frame are yet to come.
 };

@@ -169,6 +169,10 @@ bool ServerLink::serveOrEnd(const Due& due) {
 }
 
 bool ServerLink::serve(const Due& due) {
+  if (closing_) {
+    end();
+    return true;
+  }
   bool dispatched = false;
   for (const unsigned role : {eventRole, replyRole, requestRole}) {
     const bool isDue = due[role] != 0 || (role == requestRole && moreRequests_);

@@ -111,8 +111,8 @@ class ServerLink final : public ServerConnection,
   class LaterReply;
   class Hold;
 
-  /// Ends the connection (`closeOnNextDispatch`), or serves what has arrived behind a request whose
-  /// reply was deferred.
+  /// Waits for a turn: to end the connection (`closeOnNextDispatch`), or to serve what has arrived
+  /// behind a request whose reply was deferred.
   bool runDeferred() override;
   void end();
   void closePipes();

@@ -137,12 +137,8 @@ void ServerLink::resumeRequests() {
 
 bool ServerLink::runDeferred() {
   core_.clientMutex().assertHeld();
-  const auto keepAlive = shared_from_this();
-  if (closing_) {
-    end();
-    return true;
-  }
-  moreRequests_ = true;
+  // To end takes time too, for the memory that the connection has held.
+  moreRequests_ = moreRequests_ || !closing_;
   core_.turns().add(turn_);
   return false;
 }

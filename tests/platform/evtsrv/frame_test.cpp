@@ -185,5 +185,48 @@ TEST(FrameReader, DetectsAMalformedHeaderThatIsCutAnywhere) {
   }
 }
 
+/// A frame of 4 MiB in pieces of 64 KiB; `afterEach` is given how much has arrived.
+template <typename Check>
+void assembleLargeFrame(FrameReader& reader, Check afterEach) {
+  constexpr std::size_t piece = std::size_t{64} * 1024;
+  std::string payload(std::size_t{4} * 1024 * 1024, '\0');
+  for (std::size_t i = 0; i < payload.size(); ++i) {
+    payload[i] = static_cast<char>(i * 31 + i / 4096);
+  }
+  const FrameBytes stream = makeFrame(FrameKind::request, 1, payload);
+  Frame frame;
+  for (std::size_t at = 0; at < stream.size(); at += piece) {
+    const auto bytes = std::span(stream).subspan(at, std::min(piece, stream.size() - at));
+    reader.feed(bytes);
+    const bool isLast = at + piece >= stream.size();
+    ASSERT_EQ(reader.next(frame),
+              isLast ? FrameReader::Status::frame : FrameReader::Status::incomplete);
+    afterEach(at + bytes.size());
+  }
+  EXPECT_TRUE(std::equal(frame.payload.begin(), frame.payload.end(), payload.begin(), payload.end(),
+                         [](std::uint8_t byte, char character) {
+                           return byte == static_cast<std::uint8_t>(character);
+                         }));
+}
+
+TEST(FrameReader, TakesLessThanTwiceTheMemoryOfWhatHasArrived) {
+  FrameReader reader;
+  assembleLargeFrame(reader,
+                     [&](std::size_t arrived) { EXPECT_LE(reader.held(), 2 * arrived + 64); });
+}
+
+// To copy what has arrived would keep the other clients waiting.
+TEST(FrameReader, MovesALargeFrameLittleByLittle) {
+  FrameReader reader;
+  std::size_t before = 0;
+  int growing = 0;
+  assembleLargeFrame(reader, [&](std::size_t) {
+    const std::size_t now = reader.held();
+    growing += now > before && now - before < std::size_t{512} * 1024 ? 1 : 0;
+    before = now;
+  });
+  EXPECT_GE(growing, 10) << "the memory of both blocks is used meanwhile";
+}
+
 }  // namespace
 }  // namespace EvtSrv::internal
