@@ -1,5 +1,6 @@
 #include "servers/tree_source.h"
 
+#include <functional>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -76,9 +77,16 @@ class LiveSource final : public TreeSource {
   Clock::time_point last_;
 };
 
-Result<TreeDescription> readDescription(const std::string& path) {
+/// Calls `beforeEach`, if it is set, before each piece of the file is read.
+Result<TreeDescription> readDescription(const std::string& path,
+                                        const std::function<void()>& beforeEach = {}) {
   FileReader file(path, maxDescriptionBytes);
-  auto description = parseTreeDescription([&file] { return file.next(); });
+  auto description = parseTreeDescription([&] {
+    if (beforeEach) {
+      beforeEach();
+    }
+    return file.next();
+  });
   // A read error also ends the text early; the parse error it causes is irrelevant.
   if (file.error()) {
     return Error{"--tree: " + file.error()->text};
@@ -130,7 +138,10 @@ class FileSource final : public TreeSource {
 
   [[nodiscard]] std::optional<Error> reload(StoredValues* stored) override {
     try {
-      auto result = readDescription(path_);
+      // A large file takes long, and clients are served meanwhile. An error of the dispatch is
+      // reported by the next one.
+      auto result =
+          readDescription(path_, [this] { static_cast<void>(root_->manager()->receiveEvent(0)); });
       if (auto* error = std::get_if<Error>(&result)) {
         return std::move(*error);
       }

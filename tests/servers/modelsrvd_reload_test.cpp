@@ -110,5 +110,23 @@ TEST_F(Reload, KeepsTheTreeIfTheFileIsMissing) {
   EXPECT_TRUE(becomes("/drive/speed", "44"));
 }
 
+TEST_F(Reload, ServesClientsWhileItReadsALargeFile) {
+  std::string elements = R"({"value": 1})";
+  for (int i = 1; i < 60'000; ++i) {
+    elements += R"(, {"value": 1})";
+  }
+  reload(drive(R"({"name": "array", "type": "double", "elements": [)" + elements + "]}, " +
+               speed(43)));
+  int requests = 0;
+  EXPECT_TRUE(becomes("/drive/speed", "43"));
+  // It reads some pieces of the file before this value is there.
+  ASSERT_EQ(client_.store("/drive/speed", "7"), ModelSrv::ModelRes_Success);
+  server_.process().signal(SIGHUP);
+  while (client_.get("/drive/speed") == "7") {
+    ++requests;
+  }
+  EXPECT_GE(requests, 8);
+}
+
 }  // namespace
 }  // namespace modelsrvd
