@@ -73,6 +73,20 @@ TEST_F(AttackHostileTree, WithoutAnEndIsNotSubscribed) {
   leave();
 }
 
+// The layout needs the names of all children of a node, and whether each has children, before the
+// first row: a listing is kept until it is complete, and what it takes is bounded.
+TEST_F(AttackHostileTree, OfManyElementsInEachPartIsNotListed) {
+  const ScriptedServer::Script tree = groupOf(1000);
+  serve([tree](const wire::Frame& request) -> ScriptedReply {
+    if (request.code == wire::elementSum && chainOf(request).size() == 2) {
+      return {0, wire::u16(widest)};
+    }
+    return tree(request);
+  });
+  expectOutOfMemory("ls -r");
+  leave();
+}
+
 // The depth has a limit of its own.
 TEST_F(AttackHostileTree, OfOneBranchIsListed) {
   serve(endlessTree(1, "n"));
@@ -109,11 +123,14 @@ TEST_F(AttackHostileTree, OfASlowServerIsCompletedInSeconds) {
   EXPECT_LT(taken.count(), 6);
 }
 
-/// While the shell waits for a silent server, signals end it at once.
-class AttackSilentServer : public AttackHostileTree, public testing::WithParamInterface<int> {};
+/// While the shell waits for a server that is silent or slow, signals end it at once.
+class AttackSilentServer : public AttackHostileTree, public testing::WithParamInterface<int> {
+ protected:
+  void endListing(Manner manner);
+};
 
-TEST_P(AttackSilentServer, DoesNotDelayASignal) {
-  serve(groupOf(1000), {Manner::never, wire::elementSum, 100});
+void AttackSilentServer::endListing(Manner manner) {
+  serve(groupOf(1000), {manner, wire::elementSum, 100});
   shell_->enter("ls -lr");
   ASSERT_TRUE(server_->hasTurned());
   ASSERT_TRUE(test_support::eventually([&] { return server_->requestsSince() > 0; }));
@@ -126,6 +143,14 @@ TEST_P(AttackSilentServer, DoesNotDelayASignal) {
   const std::chrono::duration<double> taken = shell_->expectEnd({0, GetParam()}) - begin;
   // A request would take 2 s; the rest is for a machine with other work.
   EXPECT_LT(taken.count(), 1);
+}
+
+TEST_P(AttackSilentServer, DoesNotDelayASignal) {
+  endListing(Manner::never);
+}
+
+TEST_P(AttackSilentServer, ThatSendsSlowlyDoesNotDelayASignal) {
+  endListing(Manner::byteByByte);
 }
 
 INSTANTIATE_TEST_SUITE_P(That, AttackSilentServer, testing::Values(SIGINT, SIGTERM, SIGHUP),
