@@ -13,9 +13,11 @@
 #include "bench/programs.h"
 #include "bench/ratio_table.h"
 #include "tests/attack/changing_server.h"
-#include "tests/attack/floods.h"
+#include "tests/attack/flooded_exchanges.h"
 
-// The longest exchange of a client while another one floods the server, for each kind of flood.
+// The longest exchange of a client while another one floods the server, for each kind of flood:
+// the elapsed time, and without the time for which the client or the server waited for a
+// processor, which is what the server can do something about.
 // The server has a processor of its own, if there is one. Floods run at the lowest priority, so
 // that they do not take the processor from the client.
 
@@ -44,17 +46,20 @@ class TreeFile {
   std::string path_ = "/tmp/flood_bench_XXXXXX";
 };
 
-void measure(const std::string& port, const attack::Flood* flood) {
-  const auto durations = attack::exchangesUnder(flood, "/tmp/" + port + ".fifo", floodTime);
+void measure(const attack::Target& server, const attack::Flood* flood) {
+  const auto durations = attack::exchangesUnder(flood, server, floodTime);
   const std::string name = flood != nullptr ? flood->name : "no flood";
-  if (durations.empty()) {
-    std::printf("%-46s an exchange has failed\n", name.c_str());
+  if (durations.elapsed.empty()) {
+    std::printf("%-44s an exchange has failed\n", name.c_str());
     return;
   }
-  std::printf("%-46s %9.2f %9.2f %9.2f %8zu %7.0f %7.2f\n", name.c_str(),
-              bench::quantile(durations, 0.5), bench::quantile(durations, 0.99),
-              *std::max_element(durations.begin(), durations.end()), durations.size(), targetMs,
-              *std::max_element(durations.begin(), durations.end()) / targetMs);
+  std::printf("%-44s", name.c_str());
+  for (const auto& values : {durations.elapsed, durations.served}) {
+    std::printf(" %8.2f %8.2f %8.2f", bench::quantile(values, 0.5), bench::quantile(values, 0.99),
+                *std::max_element(values.begin(), values.end()));
+  }
+  const double worst = *std::max_element(durations.served.begin(), durations.served.end());
+  std::printf(" %7zu %6.0f %6.2f\n", durations.elapsed.size(), targetMs, worst / targetMs);
 }
 
 }  // namespace
@@ -66,23 +71,28 @@ int main(int argc, char** argv) {
     static_cast<void>(::setpriority(PRIO_PROCESS, 0, -10));
     const std::string program = argc > 1 ? argv[1] : bench::builtServer;
     const TreeFile tree;
-    std::printf("\n%-46s %9s %9s %9s %8s %7s %7s\n", "milliseconds an exchange", "median", "p99",
-                "worst", "samples", "target", "ratio");
+    std::printf("\n%-44s %26s %26s\n%-44s %8s %8s %8s %8s %8s %8s %7s %6s %6s\n", "", "elapsed",
+                "without waits", "milliseconds an exchange", "median", "p99", "worst", "median",
+                "p99", "worst", "samples", "target", "ratio");
     const auto measureServer = [&](const attack::Flood* flood) {
       const bench::ServerProgram server({"--tree", tree.path()}, 1, program);
-      measure(server.name(), flood);
+      measure({"/tmp/" + server.name() + ".fifo", server.process()}, flood);
     };
-    measureServer(nullptr);
+    if (argc < 3) {
+      measureServer(nullptr);
+    }
     for (const attack::Flood& flood : attack::floods()) {
       if (argc < 3 || flood.name == argv[2]) {
         measureServer(&flood);
       }
     }
-    const attack::Flood& structureFlood = attack::structureFlood();
-    if (argc < 3 || structureFlood.name == argv[2]) {
+    for (const attack::Flood& flood : attack::structureFloods()) {
+      if (argc >= 3 && flood.name != argv[2]) {
+        continue;
+      }
       const std::string port = "Model_changing" + std::to_string(::getpid());
       const attack::ChangingServer server(port);
-      measure(port, &structureFlood);
+      measure({"/tmp/" + port + ".fifo", server.process()}, &flood);
     }
     return 0;
   } catch (const std::exception& error) {

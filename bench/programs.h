@@ -27,6 +27,7 @@ class ServerProgram {
                          const std::string& program = builtServer);
 
   [[nodiscard]] const std::string& name() const { return name_; }
+  [[nodiscard]] pid_t process() const { return child_->pid(); }
 
   /// The number of its write calls so far (proc(5), /proc/PID/io).
   [[nodiscard]] std::size_t writes() const;

@@ -8,7 +8,7 @@ namespace attack {
 
 /// A server, in a process of its own, that lets clients change the structure of its tree: each
 /// store of another value in its part `toggle` adds or removes a node with `changingParts` parts.
-/// It has the part that `exchangesUnder` reads, too.
+/// It has `readPart`, too.
 class ChangingServer {
  public:
   static constexpr unsigned short toggle = 6;
@@ -20,6 +20,8 @@ class ChangingServer {
   ~ChangingServer();
   ChangingServer(const ChangingServer&) = delete;
   ChangingServer& operator=(const ChangingServer&) = delete;
+
+  [[nodiscard]] pid_t process() const { return pid_; }
 
  private:
   pid_t pid_;

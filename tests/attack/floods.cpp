@@ -2,16 +2,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
 #include <cstdint>
 #include <list>
-#include <memory>
 #include <string_view>
 
 #include "tests/attack/changing_server.h"
@@ -26,8 +23,9 @@ namespace wire = fault::wire;
 using fault::RawClient;
 
 // The ids of the parts of `floodedTree()`.
-enum PartId : std::uint16_t { value = 1, array, text, group, arrays };
+enum PartId : std::uint16_t { value = readPart, array, text, group, arrays, large };
 constexpr std::uint16_t groupSize = 5000;
+constexpr std::uint16_t largeSize = 20000;
 constexpr std::uint16_t arraySize = 5000;
 constexpr std::uint16_t arrayCount = 40;
 constexpr std::uint16_t smallerArraySize = 4000;
@@ -53,6 +51,24 @@ std::string get(PartId part) {
 std::string store(PartId part, std::string_view stored) {
   return request(wire::load, wire::chain({part}) + wire::u16(wire::wholeValue) +
                                  std::string(1, '\0') + std::string(stored));
+}
+
+/// A watch of a subtree.
+std::string watchOf(const std::string& chain, std::uint32_t number) {
+  constexpr char subtree = 1;
+  return request(wire::watch, chain + wire::u32(number) + wire::u16(wire::wholeValue) +
+                                  std::string(1, subtree) + wire::u32(0));
+}
+
+/// Watches that begin and end at once, or after a part of their values was sent.
+std::string watchAndUnwatch() {
+  std::string all;
+  for (std::uint32_t number = 1; number <= 100; ++number) {
+    all += watchOf(wire::chain({large}), number);
+    all += get(value);
+    all += request(wire::unwatch, wire::chain({large}) + wire::u32(number));
+  }
+  return all;
 }
 
 std::string subscribe(const std::string& chain) {
@@ -113,10 +129,15 @@ class FloodingConnection {
   bool isOpen_ = false;
 };
 
-/// Keeps `count` connections busy, and replaces those that end.
-void keepBusy(const std::string& mailbox, std::size_t count, const Behaviour& behaviour) {
+/// Keeps `count` connections busy, and replaces those that end. Meanwhile `watchers` read.
+void keepBusy(const std::string& mailbox, std::size_t count, const Behaviour& behaviour,
+              const std::list<RawClient>& watchers = {}) {
   std::list<FloodingConnection> connections;
   for (;;) {
+    for (const RawClient& watcher : watchers) {
+      drain(watcher.events);
+      drain(watcher.replies);
+    }
     while (connections.size() < count) {
       connections.emplace_back(mailbox, behaviour);
     }
@@ -136,30 +157,30 @@ void keepBusy(const std::string& mailbox, std::size_t count, const Behaviour& be
   }
 }
 
-std::function<void(const std::string&)> busy(std::size_t count, Behaviour behaviour) {
-  return [count, behaviour = std::move(behaviour)](const std::string& mailbox) {
-    keepBusy(mailbox, count, behaviour);
+std::function<void(const Target&)> busy(std::size_t count, Behaviour behaviour) {
+  return [count, behaviour = std::move(behaviour)](const Target& server) {
+    keepBusy(server.mailbox, count, behaviour);
   };
 }
 
 /// Hellos without pipes, and bytes that are none.
-void sayHello(const std::string& mailbox) {
-  const auto pipe = fault::RawPipe::open(mailbox, O_WRONLY);
+void sayHello(const Target& server) {
+  const auto pipe = fault::RawPipe::open(server.mailbox, O_WRONLY);
   while (pipe.write(wire::hello(wire::newToken()) + std::string(36, '\x9E'))) {
   }
 }
 
-void connectAndDisconnect(const std::string& mailbox) {
+void connectAndDisconnect(const Target& server) {
   for (;;) {
     RawClient client;
-    static_cast<void>(client.connect(mailbox));
+    static_cast<void>(client.connect(server.mailbox));
   }
 }
 
-void sendGarbage(const std::string& mailbox) {
+void sendGarbage(const Target& server) {
   for (;;) {
     RawClient client;
-    if (client.connect(mailbox)) {
+    if (client.connect(server.mailbox)) {
       static_cast<void>(
           client.requests.write(repeated(get(value), 100) + std::string(500, '\xA5')));
     }
@@ -179,14 +200,41 @@ std::string storeBoth() {
   return repeated(store(value, "1") + store(value, "2"), 100);
 }
 
-void storeForIdleSubscribers(const std::string& mailbox) {
+constexpr unsigned nameCount = 1000;
+
+/// A name that may be a port's; `owner` is the process that began the flood.
+std::string pathOfName(pid_t owner, unsigned number) {
+  return "/tmp/Model_" + std::to_string(owner) + "_" + std::to_string(number) + ".fifo";
+}
+
+/// Makes and removes such names.
+void nameFiles(const Target& /*server*/) {
+  for (unsigned number = 0;; ++number) {
+    ::mkfifo(pathOfName(::getppid(), number % nameCount).c_str(), 0600);
+    ::unlink(pathOfName(::getppid(), (number + nameCount / 2) % nameCount).c_str());
+  }
+}
+
+void removeNames() {
+  for (unsigned number = 0; number < nameCount; ++number) {
+    ::unlink(pathOfName(::getpid(), number).c_str());
+  }
+}
+
+/// Has the server read its file all the time.
+void reload(const Target& server) {
+  while (server.process > 0 && ::kill(server.process, SIGHUP) == 0) {
+  }
+}
+
+void storeForIdleSubscribers(const Target& server) {
   std::list<RawClient> idle;
   for (int i = 0; i < 100; ++i) {
-    if (idle.emplace_back().connect(mailbox)) {
+    if (idle.emplace_back().connect(server.mailbox)) {
       static_cast<void>(idle.back().requests.write(subscribe(wire::chain({value}))));
     }
   }
-  keepBusy(mailbox, 4, {storeBoth()});
+  keepBusy(server.mailbox, 4, {storeBoth()});
 }
 
 std::vector<Flood> makeFloods() {
@@ -213,32 +261,16 @@ std::vector<Flood> makeFloods() {
        busy(4, {repeated(request(wire::prefetch, wire::chain({arrays}) + wire::u16(1000)), 100)})},
       {"listings of a large node",
        busy(4, {repeated(request(wire::childNames, wire::chain({group})), 100)})},
+      {"descriptions", busy(4, {repeated(request(wire::describe, wire::chain({array})), 1000)})},
+      {"whole subtrees",
+       busy(4, {repeated(request(wire::readTree, wire::chain({}) + std::string(1, '\0')), 100)})},
+      {"watches of a large node", busy(4, {watchAndUnwatch()})},
+      {"watches that are not read", busy(200, {watchAndUnwatch(), true, false})},
+      {"names in the directory of the ports", nameFiles, removeNames},
+      {"reloads", reload},
       {"300 silent sessions", busy(300, {"", true, true})},
   };
 }
-
-/// The processes of a flood, which compete with no other process for a processor.
-class FloodProcess {
- public:
-  FloodProcess(const Flood& flood, const std::string& mailbox) : pid_(::fork()) {
-    if (pid_ == 0) {
-      ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-      ::signal(SIGPIPE, SIG_IGN);
-      ::setpriority(PRIO_PROCESS, 0, 19);
-      flood.act(mailbox);
-      ::_exit(0);
-    }
-  }
-  ~FloodProcess() {
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-  }
-  FloodProcess(const FloodProcess&) = delete;
-  FloodProcess& operator=(const FloodProcess&) = delete;
-
- private:
-  pid_t pid_;
-};
 
 std::string arrayOf(std::size_t count) {
   std::string elements;
@@ -255,21 +287,30 @@ const std::vector<Flood>& floods() {
   return all;
 }
 
-const Flood& structureFlood() {
+const std::vector<Flood>& structureFloods() {
   constexpr std::uint16_t parts = ChangingServer::changingParts;
   const auto change = [](char value) {
     return store(PartId{ChangingServer::toggle}, std::string(1, value)) +
            request(wire::prefetch, wire::chain({ChangingServer::changing}) + wire::u16(parts));
   };
+  const std::string changes = repeated(change('0') + change('1'), 1000);
   // The subscriptions sleep and wake up with each change.
   std::string subscriptions;
   for (std::uint16_t id = 1; id <= parts; ++id) {
     subscriptions += subscribe(wire::chain({ChangingServer::changing, id}));
   }
-  static const Flood flood{
-      "structure changes",
-      busy(4, {change('1') + subscriptions + repeated(change('0') + change('1'), 1000)})};
-  return flood;
+  static const std::vector<Flood> all{
+      {"structure changes", busy(4, {change('1') + subscriptions + changes})},
+      {"structure changes and 64 watches", [changes](const Target& server) {
+         std::list<RawClient> watchers;
+         for (int i = 0; i < 64; ++i) {
+           if (watchers.emplace_back().connect(server.mailbox)) {
+             static_cast<void>(watchers.back().requests.write(watchOf(wire::chain({}), 1)));
+           }
+         }
+         keepBusy(server.mailbox, 4, {changes}, watchers);
+       }}};
+  return all;
 }
 
 std::string floodedTree() {
@@ -277,46 +318,21 @@ std::string floodedTree() {
     return R"({"id":)" + std::to_string(id) + R"(,"name":"part_)" + std::to_string(id) + R"(",)" +
            rest + "}";
   };
-  std::string children;
-  for (unsigned id = 1; id <= groupSize; ++id) {
-    children += (id == 1 ? "" : ",") + entry(id, R"("type":"int32","value":0)");
-  }
+  const auto values = [&](unsigned count) {
+    std::string children;
+    for (unsigned id = 1; id <= count; ++id) {
+      children += (id == 1 ? "" : ",") + entry(id, R"("type":"int32","value":0)");
+    }
+    return children;
+  };
   std::string more;
   for (unsigned id = 1; id <= arrayCount; ++id) {
     more += (id == 1 ? "" : ",") + entry(id, arrayOf(smallerArraySize));
   }
   return R"({"name":"Model_flooded","children":[)" + entry(value, R"("type":"int32","value":0)") +
          "," + entry(array, arrayOf(arraySize)) + "," + entry(text, R"("type":"text","value":"")") +
-         "," + entry(group, R"("children":[)" + children + "]") + "," +
+         "," + entry(group, R"("children":[)" + values(groupSize) + "]") + "," +
          entry(arrays, R"("children":[)" + more + "]") + "]}";
-}
-
-Durations exchangesUnder(const Flood* flood, const std::string& mailbox,
-                         std::chrono::milliseconds time) {
-  using Clock = std::chrono::steady_clock;
-  constexpr std::chrono::milliseconds pause(1);
-  RawClient honest;
-  if (!honest.connect(mailbox)) {
-    return {};
-  }
-  std::unique_ptr<FloodProcess> process;
-  if (flood != nullptr) {
-    process = std::make_unique<FloodProcess>(*flood, mailbox);
-  }
-  Durations durations;
-  const auto end = Clock::now() + time;
-  while (Clock::now() < end) {
-    const auto begin = Clock::now();
-    const auto reply =
-        honest.exchange(wire::save, wire::chain({value}) + wire::u16(wire::wholeValue));
-    durations.push_back(std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
-    if (!reply || reply->code != 0) {
-      return {};
-    }
-    // Its next request comes at any moment of what the server does.
-    ::poll(nullptr, 0, static_cast<int>(pause.count()));
-  }
-  return durations;
 }
 
 }  // namespace attack

@@ -1,39 +1,40 @@
 #pragma once
 
-#include <chrono>
+#include <sys/types.h>
+
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
-/// Clients that keep a server as busy as they can, and one that only wants its turn. Used by
-/// the tests and by the benchmark.
+/// Clients that keep a server as busy as they can. Used by the tests and by the benchmark.
 namespace attack {
 
+/// The server that is flooded.
+struct Target {
+  std::string mailbox;  ///< its path
+  pid_t process = 0;    ///< 0: unknown; no flood then sends it signals
+};
+
+/// The part below the root that the other client reads, in every flooded tree.
+inline constexpr std::uint16_t readPart = 1;
+
 /// What a hostile client does, in a process of its own that is killed at the end. `act` is
-/// given the path of the mailbox of a server of `floodedTree()`. It never returns, except if
-/// the server refuses what it does.
+/// given a server of `floodedTree()`. It never returns, except if the server refuses what it does.
 struct Flood {
   std::string name;
-  std::function<void(const std::string& mailbox)> act;
+  std::function<void(const Target& server)> act;
+  std::function<void()> cleanUp = {};  ///< removes what it leaves, from the process that began it
 };
 
 /// The floods.
 const std::vector<Flood>& floods();
 
-/// The flood of a `ChangingServer`: changes of the structure, and what makes them expensive.
-const Flood& structureFlood();
+/// The floods of a `ChangingServer`: changes of the structure, and what makes them expensive.
+const std::vector<Flood>& structureFloods();
 
 /// The description of the tree (modelsrvd(8)) that the floods are for: single values, arrays,
 /// and nodes with many children.
 std::string floodedTree();
-
-/// How long exchanges took, each, in milliseconds and in the order in which they were made.
-/// Empty if one has failed.
-using Durations = std::vector<double>;
-
-/// Runs `flood`, unless it is null, and makes exchanges meanwhile, with a client that connected
-/// before, for `time` after the flood has begun.
-Durations exchangesUnder(const Flood* flood, const std::string& mailbox,
-                         std::chrono::milliseconds time);
 
 }  // namespace attack

@@ -26,6 +26,9 @@ enum Operation : std::uint16_t {
   prefetch = 9,
   describe = 10,
   renew = 11,
+  watch = 12,
+  unwatch = 13,
+  readTree = 14,
 };
 
 inline constexpr std::size_t headerSize = 16;
