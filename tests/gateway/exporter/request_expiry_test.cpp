@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
+#include <algorithm>
+#include <chrono>
 
 #include "tests/gateway/exporter/exporter_fixture.h"
 
@@ -49,8 +50,12 @@ struct RequestExpiry : gateway_test::ExporterTest {
                                          lines);
     ASSERT_EQ(ended.status, test_support::ExitStatus{}) << ended.errors;
   }
-  /// Lets time pass for the broker and not for the exporter.
-  static void stall() { std::this_thread::sleep_for(std::chrono::milliseconds(3500)); }
+  /// Lets time pass for the broker and not for the exporter: nothing says that a message has
+  /// expired.
+  static void stall() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(3500);
+    ASSERT_TRUE(test_support::eventually([&] { return std::chrono::steady_clock::now() >= end; }));
+  }
   [[nodiscard]] bool isReplied(const std::string& correlation) const {
     return std::any_of(viewer->messages.begin(), viewer->messages.end(), [&](const auto& message) {
       return message.correlation == correlation && message.topic == "ts/1/f/d/rsp/me/view";
