@@ -21,7 +21,7 @@ from paho.mqtt.packettypes import PacketTypes
 from paho.mqtt.properties import Properties
 
 PROGRAMS, LOG = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
-LIMIT = 60
+LIMIT = 180
 ITEM = "/group_000/item_0007"
 LIBRARIES = "/usr/lib/" + subprocess.check_output(["dpkg-architecture", "-qDEB_HOST_MULTIARCH"], text=True).strip()
 NODES = {1: "127.0.0.1", 2: "127.0.0.2"}
