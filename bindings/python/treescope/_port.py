@@ -103,11 +103,15 @@ class Port(Closable):
     def _dispatch(self) -> bool:
         result = raw_with_callbacks(self._raised, self._kind + "_dispatch", self._handle, 0)
         self._ring()
-        if self._raised:
-            raise self._raised.pop(0)
+        self._raise_again()
         if result not in (SUCCESS, TIMEOUT):
             raise error_of(result, message())
         return bool(result == SUCCESS)
+
+    def _raise_again(self) -> None:
+        """Raises what a callback raised first."""
+        if self._raised:
+            raise self._raised.pop(0)
 
     def _ring(self) -> None:
         """Lets the threads that wait look whether what they wait for has arrived."""

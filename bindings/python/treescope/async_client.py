@@ -89,22 +89,27 @@ class AsyncClient:
         self._on_event = handler
 
     async def get(self, path: str) -> Any:
-        """As `Client.get`, and so are the others."""
+        """As `Client.get`."""
         return await self._run(partial(self.client.get, path))
 
     async def set(self, path: str, value: Storable, *, loader: bool = False) -> None:
+        """As `Client.set`."""
         await self._run(partial(self.client.set, path, value, loader=loader))
 
     async def list(self, path: str = "/") -> List[Child]:
+        """As `Client.list`."""
         return await self._run(partial(self.client.list, path))
 
     async def describe(self, path: str = "/") -> Description:
+        """As `Client.describe`."""
         return await self._run(partial(self.client.describe, path))
 
     async def resolve(self, path: str) -> str:
+        """As `Client.resolve`."""
         return await self._run(partial(self.client.resolve, path))
 
     async def read_tree(self, path: str = "/") -> Tree:
+        """As `Client.read_tree`."""
         return await self._run(partial(self.client.read_tree, path))
 
     async def watch(

@@ -334,10 +334,12 @@ class Server(Port):
         """Ends the service after clients have received what is pending for them.
 
         Waits at most `timeout` seconds (None: without limit) and raises `Timeout` after that. The parts
-        remain.
+        remain. Dispatches meanwhile, and raises what a callback raised.
         """
         milliseconds = -1 if timeout is None else int(min(max(0.0, timeout) * 1000, LONGEST))
-        lib.check(lib.raw_with_callbacks(self._raised, "unpublish", self._handle, milliseconds))
+        result = lib.raw_with_callbacks(self._raised, "unpublish", self._handle, milliseconds)
+        self._raise_again()
+        lib.check(result)
 
     def run(self) -> None:
         """Serves until the server is closed, by another thread or a signal handler.

@@ -335,6 +335,32 @@ class Servers(Served):
         second.join(TIMEOUT)
         self.assertTrue(done.is_set())
 
+    def test_raises_what_a_callback_raised_while_the_service_ends(self):
+        name = port_name()
+        watched = []
+        done = threading.Event()
+
+        def watch():
+            with Client(name) as client, client.watch("/part"):
+                done.wait(TIMEOUT)
+
+        def handle(now):
+            watched.append(now)
+            if not now:
+                raise ZeroDivisionError
+
+        with Server() as server:
+            server.add("part", 1).on_watched(handle)
+            server.publish(name)
+            watching = threading.Thread(target=watch)
+            watching.start()
+            while not watched:
+                server.dispatch(TIMEOUT)
+            with self.assertRaises(ZeroDivisionError):
+                server.unpublish()
+        done.set()
+        watching.join()
+
     def test_ends_its_service_within_a_time(self):
         self.server.unpublish(1e9)
         self.server.publish(self.name)
