@@ -1,9 +1,12 @@
 #include <poll.h>
+#include <unistd.h>
 
 #include <array>
 #include <clocale>
 #include <cmath>
+#include <fstream>
 #include <limits>
+#include <thread>
 #include <vector>
 
 #include "tests/bindings/bindings_fixture.h"
@@ -300,6 +303,52 @@ TEST_F(CClient, AWaitingDispatchEndsWhenItIsWokenOrClosed) {
   for (std::thread& thread : waiting) {
     thread.join();
   }
+}
+
+/// A thread that reads while a callback closes the client.
+struct MeetingReader {
+  treescope_client* client = nullptr;
+  std::atomic<pid_t> id{0};
+  treescope_result result = TREESCOPE_SUCCESS;
+  std::thread thread;
+};
+
+bool isAsleep(pid_t thread) {
+  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string text;
+  std::getline(file, text);
+  return text.find(") S ") != std::string::npos;
+}
+
+void closeWhileAnotherWaits(void* context, const treescope_update* /*update*/) {
+  auto& reader = *static_cast<MeetingReader*>(context);
+  if (reader.id != 0) {
+    return;
+  }
+  reader.thread = std::thread([&reader] {
+    reader.id = gettid();
+    char* text = nullptr;
+    reader.result = treescope_get(reader.client, "/mode", &text, nullptr);
+    treescope_free(text);
+  });
+  // It waits for this callback to end.
+  while (reader.id == 0 || !isAsleep(reader.id)) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(treescope_disconnect(reader.client), TREESCOPE_SUCCESS);
+}
+
+TEST_F(CClient, ACallThatWaitsWhileItsClientIsClosedIsClosed) {
+  MeetingReader reader;
+  treescope_watch* watch = nullptr;
+  ASSERT_EQ(treescope_connect(port_.name.c_str(), &reader.client), TREESCOPE_SUCCESS);
+  ASSERT_EQ(
+      treescope_watch_start(reader.client, "/mode", 0, 0, closeWhileAnotherWaits, &reader, &watch),
+      TREESCOPE_SUCCESS);
+  while (treescope_client_dispatch(reader.client, -1) != TREESCOPE_CLOSED) {
+  }
+  reader.thread.join();
+  EXPECT_EQ(reader.result, TREESCOPE_CLOSED) << treescope_result_text(reader.result);
 }
 
 TEST(CConnect, SaysThatThereIsNoServer) {
