@@ -35,8 +35,8 @@ class KRV_EXPORT DeferredStore {
   /// Replies with `result` and, if it is no success, with a line of UTF-8 that says why, of which
   /// the client gets at most `ModelReason_Max` bytes. A result of the connection becomes
   /// `ModelRes_Unreachable`, except `ModelRes_OutcomeUnknown`. Stores nothing: the program sets
-  /// the value of the part before it replies with success. Does nothing if nobody waits, and ends
-  /// the connection if there is no memory for the reply.
+  /// the value of the part before it replies with success. Does nothing if no client waits, and
+  /// ends the connection if there is no memory for the reply.
   void complete(ModelRes result, std::string_view reason = {});
 
  private:

@@ -163,6 +163,11 @@ class KRV_EXPORT ModelPart {
   /// is renewed when the connection is, also if the new server does not have the part yet; if
   /// the server refuses that, it receives nothing until the server of a later connection accepts
   /// it.
+  ///
+  /// `ModelRes_BadArgument` for another period or a part of another tree; `ModelRes_NotConnected`
+  /// for a root that is no client; `ModelRes_NoSuchPart`, `ModelRes_NoSuchIndex`,
+  /// `ModelRes_NotSubscribable`, `ModelRes_LimitReached` or an error of the connection. There is no
+  /// new subscription then.
   ModelRes subscribeToServer(ModelRoot* root, unsigned period, void* context, unsigned short index);
 
   /// Cancels the most recent subscription of this part, whatever its index.

@@ -27,7 +27,8 @@ class WatchRegistry;
 
 /// How a server publishes its tree.
 struct ServerOptions {
-  /// If set, members of this group may connect too: the mailbox lets them write.
+  /// If set, members of this group may connect too: the mailbox lets them write. `(gid_t)-1`, which
+  /// chown(2) takes for the group that a file has, is none.
   std::optional<gid_t> group;
 
   /// Called when the store of a client has been accepted, whether it has changed the value or not,
@@ -37,7 +38,7 @@ struct ServerOptions {
   std::function<void(ModelPart& part)> stored = {};
 
   /// Called for each client that has connected, before anything that it requests is served, so that
-  /// the server can make the tree, or begin to keep its values, when somebody wants them. Nothing
+  /// the server can make the tree, or begin to keep its values, when a client needs them. Nothing
   /// of this client is served while `hold` is in effect: keep it, add the parts later (from the
   /// program's loop or another thread, not here), then release it. If it is not kept, the client is
   /// served at once. A client that connects again has a new session, and is reported again; what it
@@ -113,7 +114,8 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
 
   /// Publishes the tree below this root as port `name`. The program must then pump the
   /// manager. Results: `ModelRes_NameInUse`, `ModelRes_BadName`, `ModelRes_NotPermitted`,
-  /// `ModelRes_Busy` for a root that is a client or serves already, or an error of the system.
+  /// `ModelRes_BadArgument` for a group that is none, `ModelRes_Busy` for a root that is a client
+  /// or serves already, or an error of the system.
   ModelRes startAsServer(const std::string& name, const ServerOptions& options = {});
 
   /// Ends the client's connection or the service; a service's mailbox is removed. With
@@ -164,7 +166,8 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   unsigned receiveMain(const char* sender, unsigned type, EvtSrv::MemoryHolder* data,
                        EvtSrv::MemoryHolder* reply);
 
-  /// Waits at most `milliseconds` until a stop of this root that is in progress has finished.
+  /// Waits at most `milliseconds` (below 0: no limit) until a stop of this root that is in progress
+  /// has finished, and dispatches meanwhile. Results as for `EventPortManager::finishActiveTerm`.
   virtual EvtSrv::EvtRes finishActiveTerm(int milliseconds);
 
   /// The event hook: receives every event of this root's port, on the thread that dispatches,
