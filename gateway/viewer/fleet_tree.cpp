@@ -1,6 +1,7 @@
 #include "gateway/viewer/fleet_tree.h"
 
 #include <utility>
+#include <vector>
 
 namespace modelgate {
 
@@ -43,6 +44,12 @@ void FleetDevice::addServer(const std::string& name, LivePart::Read read) {
                                          "up or down, and why it has no port here if that is so");
   if (serversNode_.add(part.get()) == ModelSrv::ModelRes_Success) {
     servers_.emplace(name, std::move(part));
+    std::vector<ModelSrv::ModelPart*> inOrder;
+    for (const auto& [key, each] : servers_) {
+      inOrder.push_back(each.get());
+    }
+    // Otherwise it is the last one.
+    static_cast<void>(serversNode_.setChildren(inOrder));
   }
 }
 
@@ -69,7 +76,20 @@ FleetDevice* FleetTree::add(const std::string& name, const LinkStatus& status) {
     return nullptr;
   }
   ++count_;
+  isSorted_ = false;
   return devices_.emplace(name, std::move(device)).first->second.get();
+}
+
+void FleetTree::sort() {
+  if (isSorted_) {
+    return;
+  }
+  std::vector<ModelSrv::ModelPart*> inOrder;
+  inOrder.reserve(devices_.size());
+  for (const auto& [name, device] : devices_) {
+    inOrder.push_back(&device->node());
+  }
+  isSorted_ = root_.setChildren(inOrder) == ModelSrv::ModelRes_Success;
 }
 
 }  // namespace modelgate

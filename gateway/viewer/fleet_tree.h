@@ -50,10 +50,13 @@ class FleetTree {
   [[nodiscard]] bool hasCapacity() const { return count_ <= ModelSrv::ModelPartId_Max; }
   /// Adds a device, which lives as long as this object; null without capacity.
   FleetDevice* add(const std::string& name, const LinkStatus& status);
+  /// Puts the devices into the order of their names. Costs nothing if they are.
+  void sort();
 
  private:
   ModelSrv::ModelRoot root_;
   std::size_t count_ = 0;
+  bool isSorted_ = true;
   std::map<std::string, std::unique_ptr<FleetDevice>> devices_;
 };
 

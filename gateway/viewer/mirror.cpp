@@ -34,7 +34,10 @@ Mirror::Mirror(DeviceLink& link, const LinkStatus& device, std::string server)
       stores_(link, server_),
       clients_(
           link.context().loop(), [this] { return isComplete(); }, [this] { work(); },
-          [this] { fetch_.cancel(); }),
+          [this] {
+            fetch_.cancel();
+            noteUse();
+          }),
       fetch_(link, server_,
              [this](const Shape& shape, const std::vector<std::string>& hashes) {
                takeShape(shape, hashes);
@@ -117,6 +120,10 @@ void Mirror::refresh() {
   if (served_ != nullptr) {
     served_->linkNode->refresh();
   }
+  if (idle_) {
+    // The device may still send values.
+    idle_->resize(served_->tree->memory());
+  }
 }
 
 /// Replaces the server by the other one, which has the parts and values of this one.
@@ -126,6 +133,7 @@ void Mirror::serve(bool online) {
   endReading();
   stores_.setTree(nullptr);
   retry_ = {};
+  idle_.reset();
   if (isOnline_ && !online) {
     lostAt_ = ViewerContext::now();
   }
@@ -177,7 +185,9 @@ void Mirror::startServer() {
   if (served_->isServing) {
     return report({});
   }
-  report(portName() + ": " + ModelSrv::describe(result));
+  report(result == ModelSrv::ModelRes_NameInUse
+             ? "another program of this machine has " + portName()
+             : portName() + ": " + ModelSrv::describe(result));
   retry_ = link_.context().loop().after(serveRetry, [this] {
     startServer();
     work();
@@ -187,7 +197,7 @@ void Mirror::startServer() {
 /// Logs why there is no port, when that changes.
 void Mirror::report(std::string problem) {
   if (!problem.empty() && problem != problem_) {
-    link_.context().log("no port for " + title() + ": " + problem);
+    link_.context().logOften("no port for " + title() + ": " + problem);
   }
   problem_ = std::move(problem);
 }
@@ -208,12 +218,16 @@ bool Mirror::build(Served& served, const Shape& shape) {
   } catch (const std::exception& error) {
     link_.context().log(portName() + ": " + error.what());
   }
+  dropTree(served);
+  return false;
+}
+
+void Mirror::dropTree(Served& served) {
   values_.forget();
   stores_.setTree(nullptr);
   builtPages_.clear();
   served.tree.reset();
   static_cast<void>(served.root->setChildren({served.linkNode.get()}));
-  return false;
 }
 
 void Mirror::takeShape(const Shape& shape, const std::vector<std::string>& hashes) {
@@ -228,11 +242,30 @@ void Mirror::takeShape(const Shape& shape, const std::vector<std::string>& hashe
   }
 }
 
+/// Notes whether a client uses the tree.
+void Mirror::noteUse() {
+  if (clients_.any() || served_ == nullptr || served_->tree == nullptr) {
+    idle_.reset();
+  } else if (!idle_) {
+    link_.context().addIdleTree(idle_, served_->tree->memory(), isOnline_,
+                                [this] { giveTreeBack(); });
+  }
+}
+
+/// The next client is served as the first one was.
+void Mirror::giveTreeBack() {
+  idle_.reset();
+  if (!clients_.any() && !isStopped_) {
+    dropTree(*served_);
+  }
+}
+
 /// Fetches what is missing of the shape and the values, if somebody wants them.
 void Mirror::work() {
   if (served_ == nullptr) {
     return;
   }
+  noteUse();
   if (isComplete()) {
     clients_.release();
   }

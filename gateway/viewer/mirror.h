@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "gateway/viewer/device_link.h"
+#include "gateway/viewer/idle_trees.h"
 #include "gateway/viewer/link_node.h"
 #include "gateway/viewer/mirror_clients.h"
 #include "gateway/viewer/mirror_part.h"
@@ -40,7 +41,7 @@ class Mirror final : public LinkStatus {
   void update();
   /// The connection to the broker has ended; `update` follows.
   void disconnected();
-  /// Notifies those who watch `_link`.
+  /// Notifies those who watch `_link`. To be called each second or so.
   void refresh();
 
   void takePage(std::size_t page, std::string_view payload) { fetch_.take(page, payload); }
@@ -86,8 +87,11 @@ class Mirror final : public LinkStatus {
   void startServer();
   void report(std::string problem);
   bool build(Served& served, const Shape& shape);
+  void dropTree(Served& served);
   void takeShape(const Shape& shape, const std::vector<std::string>& hashes);
   void work();
+  void noteUse();
+  void giveTreeBack();
   void workOffline();
   void readRetained();
   void endReading();
@@ -107,7 +111,8 @@ class Mirror final : public LinkStatus {
   MirrorStoreRequests stores_;
   MirrorClients clients_;
   std::unique_ptr<Served> served_;
-  std::optional<PortClaim> claim_;  ///< once it has been served
+  std::optional<PortClaim> claim_;        ///< once it has been served
+  std::optional<IdleTrees::Entry> idle_;  ///< while there is a tree without clients
   ShapeFetch fetch_;
   ValueSubscription values_;
   EventLoop::Timer retry_;

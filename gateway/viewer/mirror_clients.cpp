@@ -25,11 +25,11 @@ void MirrorClients::addHooks(ModelSrv::ServerOptions& options) {
 /// The tree must not change here, so the loop calls `arrived_`.
 void MirrorClients::arrive(ModelSrv::SessionHold hold) {
   ++count_;
+  arrivalTimer_ = loop_.after({}, arrived_);
   if (isComplete_()) {
     return;
   }
   held_.push_back({EventLoop::Clock::now() + maxHold, std::move(hold)});
-  arrivalTimer_ = loop_.after({}, arrived_);
   if (held_.size() == 1) {
     releaseLater();
   }

@@ -17,7 +17,7 @@ namespace modelgate {
 class MirrorClients {
  public:
   /// `loop` outlives the object. `isComplete` says whether the values are there. `arrived` is
-  /// called by the loop, soon after a client has connected; it calls `release` when there is
+  /// called by the loop, soon after each client has connected; it calls `release` when there is
   /// nothing to wait for. `gone` is called when the last client has gone.
   MirrorClients(EventLoop& loop, std::function<bool()> isComplete, std::function<void()> arrived,
                 std::function<void()> gone)

@@ -26,6 +26,27 @@ void check(ModelRes result) {
   }
 }
 
+/// About what a part takes besides the texts of its values.
+std::size_t memoryOf(const ShapePart& shape) {
+  constexpr std::size_t part = 104;
+  constexpr std::size_t element = sizeof(MirrorValue);
+  constexpr std::size_t attributes = 256;
+  const auto sizeOf = [](const std::vector<std::string>& texts) {
+    std::size_t bytes = texts.size() * sizeof(std::string);
+    for (const std::string& text : texts) {
+      bytes += text.size();
+    }
+    return bytes;
+  };
+  std::size_t bytes =
+      part + shape.name.size() + shape.elements * element + sizeOf(shape.elementNames);
+  if (const auto& stated = shape.attributes; stated != ModelSrv::PartAttributes()) {
+    bytes += attributes + stated.unit.size() + stated.minimum.size() + stated.maximum.size() +
+             stated.text.size() + sizeOf(stated.choices);
+  }
+  return bytes;
+}
+
 /// Sets what may differ in a part that stays.
 void setDetails(ModelPart& part, const ShapePart& shape) {
   if (part.attributes() != shape.attributes) {
@@ -127,6 +148,10 @@ void MirrorTree::build(const Shape& shape, ModelPart& last) {
     check(at->node->setChildren(at->parts));
   }
   destroy(next);
+  partBytes_ = 0;
+  for (const ShapePart& each : shape) {
+    partBytes_ += memoryOf(each);
+  }
   textBytes_ = 0;
   forEachValue([this](const MirrorPart& part) { textBytes_ += part.heapSize(); });
 }

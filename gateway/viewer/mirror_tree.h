@@ -53,6 +53,8 @@ class MirrorTree {
   /// The part at a position, or null if it has no value.
   [[nodiscard]] MirrorPart* partAt(std::size_t position) const;
   [[nodiscard]] std::size_t size() const { return built_.parts.size(); }
+  /// About how many bytes of memory the parts and their values take.
+  [[nodiscard]] std::size_t memory() const { return partBytes_ + textBytes_; }
 
  private:
   /// The children that a node is to have.
@@ -81,6 +83,7 @@ class MirrorTree {
   Parts built_;
   std::uint64_t base_ = 0;  ///< the sequence before that of mark 1
   bool hasBase_ = false;
+  std::size_t partBytes_ = 0;
   std::size_t textBytes_ = 0;
 };
 

@@ -36,7 +36,7 @@ void PortNames::take(PortClaim& claim) {
   }
   claim.isGranted_ = true;
   for (PortClaim* const loser : losers) {
-    std::erase_if(owners_, [loser](const auto& each) { return each.second == loser; });
+    release(*loser);
     loser->isGranted_ = false;
     waiting_.push_back(loser);
     loser->handlers_.changed();
@@ -45,7 +45,16 @@ void PortNames::take(PortClaim& claim) {
 
 void PortNames::remove(PortClaim& claim) {
   std::erase(waiting_, &claim);
-  std::erase_if(owners_, [&claim](const auto& each) { return each.second == &claim; });
+  release(claim);
+}
+
+/// Makes the names free that it has.
+void PortNames::release(const PortClaim& claim) {
+  for (const std::string& name : claim.wanted_) {
+    if (ownerOf(name) == &claim) {
+      owners_.erase(name);
+    }
+  }
 }
 
 void PortNames::review() {

@@ -27,6 +27,7 @@ class PortNames {
   [[nodiscard]] PortClaim* ownerOf(const std::string& name) const;
   [[nodiscard]] bool canTake(const PortClaim& claim) const;
   void take(PortClaim& claim);
+  void release(const PortClaim& claim);
 
   std::map<std::string, PortClaim*, std::less<>> owners_;
   std::vector<PortClaim*> waiting_;

@@ -24,6 +24,9 @@ class ShapeCollector {
 
   [[nodiscard]] bool isComplete() const { return missing_ == 0; }
   [[nodiscard]] std::size_t missing() const { return missing_; }
+  [[nodiscard]] bool isMissing(std::size_t page) const {
+    return page < taken_.size() && !taken_[page];
+  }
   [[nodiscard]] const std::vector<std::string>& hashes() const { return hashes_; }
   [[nodiscard]] std::span<const std::string> pages() const { return pages_; }
 

@@ -1,5 +1,6 @@
 #include "gateway/viewer/shape_fetch.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace modelgate {
@@ -34,17 +35,56 @@ void ShapeFetch::begin(const std::vector<std::string>& hashes) {
 
 void ShapeFetch::collect() {
   collector_.emplace(wanted_);
+  for (std::size_t page = 0; page < wanted_.size(); ++page) {
+    if (const std::string* const cached = link_.context().pages().find(wanted_[page])) {
+      static_cast<void>(collector_->take(page, *cached));
+    }
+  }
   if (collector_->isComplete()) {
     return finish();
   }
-  link_.context().subscribe(link_.topics().shapes(server_), 1);
-  retry_ = link_.context().loop().after(pagesPause, [this] { retry(); });
+  subscribe();
+  watchProgress();
+}
+
+/// To the next ones of the pages that are missing; not to all that the broker may have, of which
+/// the device's next state lists more, perhaps.
+void ShapeFetch::subscribe() {
+  awaited_ = std::min(collector_->missing(), maxPagesAtOnce);
+  for (std::size_t page = 0; page < wanted_.size() && filters_.size() < awaited_; ++page) {
+    if (collector_->isMissing(page)) {
+      filters_.push_back(link_.topics().shape(server_, page));
+    }
+  }
+  for (const std::string& filter : filters_) {
+    link_.context().subscribe(filter, 1);
+  }
+}
+
+void ShapeFetch::unsubscribe() {
+  for (const std::string& filter : std::exchange(filters_, {})) {
+    link_.context().unsubscribe(filter);
+  }
+}
+
+/// While pages come it goes on, however slow the connection is.
+void ShapeFetch::watchProgress() {
+  missingBefore_ = collector_->missing();
+  retry_ = link_.context().loop().after(pagesPause, [this] {
+    if (collector_->missing() == missingBefore_) {
+      return retry();
+    }
+    watchProgress();
+  });
 }
 
 void ShapeFetch::retry() {
-  link_.context().logDetail(link_.name() + ": " + server_ + ": " +
-                            std::to_string(collector_->missing()) +
-                            " pages of the shape are missing");
+  // A shape that changes has its pages soon; if not, somebody has to know.
+  const std::string text =
+      link_.name() + ": " + server_ + ": " + std::to_string(collector_->missing()) + " of " +
+      std::to_string(wanted_.size()) + " pages of the shape are missing at the broker";
+  ++retries_;
+  retries_ == 2 ? link_.context().log(text) : link_.context().logDetail(text);
   const std::vector<std::string> hashes = wanted_;
   cancel();
   begin(hashes);
@@ -61,7 +101,7 @@ void ShapeFetch::release() {
   if (collector_) {
     retry_ = {};
     collector_.reset();
-    link_.context().unsubscribe(link_.topics().shapes(server_));
+    unsubscribe();
     link_.context().endFetch();
   }
 }
@@ -70,14 +110,24 @@ void ShapeFetch::take(std::size_t page, std::string_view payload) {
   if (!collector_) {
     return;
   }
-  if (collector_->take(page, payload) == ShapeCollector::Result::wrong && !saidWrong_) {
+  const ShapeCollector::Result result = collector_->take(page, payload);
+  if (result == ShapeCollector::Result::wrong && !saidWrong_) {
     // Once: while a shape changes, its pages and the state come one after the other.
     saidWrong_ = true;
     link_.context().logDetail(link_.name() + ": " + server_ + ": page " + std::to_string(page) +
                               " of the shape is not the one of the state");
   }
+  if (result == ShapeCollector::Result::taken) {
+    // If the fetch begins anew, it goes on from here.
+    link_.context().pages().add(wanted_[page], payload);
+    retries_ = 0;
+    --awaited_;
+  }
   if (collector_->isComplete()) {
     finish();
+  } else if (awaited_ == 0) {
+    unsubscribe();
+    subscribe();
   }
 }
 

@@ -15,7 +15,8 @@
 namespace modelgate {
 
 /// Fetches the shape of a server of a device: subscribes to its pages, which the broker has kept,
-/// until they are those that the device's state lists.
+/// until they are those that the device's state lists. To some at a time: a broker drops what is
+/// above its limit for messages that wait for a client.
 ///
 /// Threads: that of the loop.
 class ShapeFetch {
@@ -35,11 +36,17 @@ class ShapeFetch {
   void cancel();
   [[nodiscard]] bool isActive() const { return !wanted_.empty(); }
 
+  /// The most pages that the broker is to send at once.
+  static constexpr std::size_t maxPagesAtOnce = 32;
+
   /// A page has come.
   void take(std::size_t page, std::string_view payload);
 
  private:
   void collect();
+  void subscribe();
+  void unsubscribe();
+  void watchProgress();
   void retry();
   void finish();
   void release();
@@ -50,8 +57,12 @@ class ShapeFetch {
   std::vector<std::string> wanted_;
   std::optional<ShapeCollector> collector_;  ///< once it is this fetch's turn
   std::shared_ptr<std::function<void()>> turn_;
+  std::vector<std::string> filters_;  ///< of the subscriptions
+  std::size_t awaited_ = 0;           ///< how many pages these bring
+  std::size_t missingBefore_ = 0;     ///< at the last look
   EventLoop::Timer retry_;
   bool saidWrong_ = false;
+  unsigned retries_ = 0;  ///< without a page since
 };
 
 }  // namespace modelgate

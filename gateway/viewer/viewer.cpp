@@ -148,14 +148,18 @@ void Viewer::State::startFleet() {
     return;
   }
   if (!std::exchange(saidFleetError, true)) {
-    context.log(std::string("Model_fleet: ") + ModelSrv::describe(result));
+    context.log(result == ModelSrv::ModelRes_NameInUse
+                    ? "another viewer of this machine has Model_fleet: the devices of fleet " +
+                          options.fleet + " are listed there when that one has ended"
+                    : std::string("Model_fleet: ") + ModelSrv::describe(result));
   }
   fleetTimer = loop.after(fleetRetry, [this] { startFleet(); });
 }
 
 void Viewer::State::refreshLater() {
   refreshTimer = loop.after(refreshPeriod, [this] {
-    context.portNames().review();
+    fleet.sort();
+    context.review();
     for (const auto& [name, device] : devices) {
       device->refresh();
     }
@@ -212,6 +216,7 @@ void Viewer::State::readyLater() {
   const auto quiet = EventLoop::Clock::now() + quietTime;
   readyTimer = loop.at(std::min(quiet, readyBy), [this] {
     isReady = true;
+    fleet.sort();
     if (options.ready) {
       options.ready();
     }

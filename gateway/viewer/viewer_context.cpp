@@ -1,5 +1,7 @@
 #include "gateway/viewer/viewer_context.h"
 
+#include <malloc.h>
+
 #include <utility>
 
 #include "gateway/wire/limits.h"
@@ -27,6 +29,22 @@ ViewerContext::ViewerContext(EventLoop& loop, EvtSrv::EventPortManager& manager,
 void ViewerContext::log(std::string_view line) const {
   if (log_) {
     log_(line, false);
+  }
+}
+
+void ViewerContext::logOften(std::string_view line) {
+  constexpr unsigned maxLines = 10;
+  if (now() - loggedSince_ >= std::chrono::minutes(1)) {
+    loggedSince_ = now();
+    logged_ = 0;
+  }
+  if (++logged_ <= maxLines) {
+    log(line);
+  } else {
+    logDetail(line);
+  }
+  if (logged_ == maxLines) {
+    log("there may be more like that, which are logged with -v");
   }
 }
 
@@ -95,6 +113,26 @@ void ViewerContext::setTimer() {
   });
 }
 
+void ViewerContext::addIdleTree(std::optional<IdleTrees::Entry>& entry, std::size_t bytes,
+                                bool canBeFetched, std::function<void()> giveBack) {
+  const auto due = canBeFetched ? std::optional(now() + times_.treeRetention) : std::nullopt;
+  idleTrees_.add(entry, bytes, due, std::move(giveBack));
+  if (idleTrees_.areTooLarge()) {
+    trimTimer_ = loop_.after({}, [this] { trimTrees(); });
+  }
+}
+
+void ViewerContext::trimTrees() {
+  if (idleTrees_.trim(now())) {
+    ::malloc_trim(0);  // The parts are many small pieces, which are of no use to anything else.
+  }
+}
+
+void ViewerContext::review() {
+  portNames_.review();
+  trimTrees();
+}
+
 void ViewerContext::beginFetch(std::weak_ptr<std::function<void()>> begin) {
   waitingFetches_.push_back(std::move(begin));
   beginNextFetches();
@@ -106,6 +144,10 @@ void ViewerContext::endFetch() {
 }
 
 void ViewerContext::beginNextFetches() {
+  // One that has all pages at once ends within its turn.
+  if (std::exchange(isBeginningFetches_, true)) {
+    return;
+  }
   while (fetches_ < maxFetches && !waitingFetches_.empty()) {
     const auto begin = waitingFetches_.front().lock();
     waitingFetches_.pop_front();
@@ -114,6 +156,7 @@ void ViewerContext::beginNextFetches() {
       (*begin)();
     }
   }
+  isBeginningFetches_ = false;
 }
 
 }  // namespace modelgate

@@ -14,6 +14,8 @@
 #include "evtsrv/event_port_manager.h"
 #include "gateway/link/broker_link.h"
 #include "gateway/link/event_loop.h"
+#include "gateway/viewer/idle_trees.h"
+#include "gateway/viewer/page_cache.h"
 #include "gateway/viewer/port_names.h"
 #include "gateway/viewer/request_table.h"
 #include "gateway/wire/request.h"
@@ -25,10 +27,14 @@ struct ViewerTimes {
   /// After a server was lost: until another one that wants the same ports may have them. As long as
   /// the broker keeps the state of a device.
   std::chrono::milliseconds nameRetention = std::chrono::hours(1);
+  /// After the last client of a mirror has gone: until its tree is given back, while the device
+  /// still has the values.
+  std::chrono::milliseconds treeRetention = std::chrono::minutes(5);
 };
 
 /// What the devices and mirrors of a viewer share: its connection to the broker, the requests that
-/// wait for replies, the names of ports, and how many shapes are being fetched.
+/// wait for replies, the names of ports, how many shapes are being fetched, and what is kept of
+/// trees that no client uses.
 ///
 /// Threads: that of the loop.
 class ViewerContext {
@@ -54,10 +60,19 @@ class ViewerContext {
   [[nodiscard]] std::optional<gid_t> group() const { return group_; }
   [[nodiscard]] const ViewerTimes& times() const { return times_; }
   [[nodiscard]] PortNames& portNames() { return portNames_; }
+  [[nodiscard]] PageCache& pages() { return pages_; }
+  /// Notes that no client uses a tree, as `IdleTrees::add`.
+  void addIdleTree(std::optional<IdleTrees::Entry>& entry, std::size_t bytes, bool canBeFetched,
+                   std::function<void()> giveBack);
+  /// Does what is due; to be called each second or so.
+  void review();
   [[nodiscard]] static Time now() { return EventLoop::Clock::now(); }
   [[nodiscard]] bool isConnected() const { return link_ != nullptr && link_->isConnected(); }
 
   void log(std::string_view line) const;
+  /// Something that can be so of very many servers at once: some lines a minute, and the others
+  /// with -v alone.
+  void logOften(std::string_view line);
   /// With -v alone.
   void logDetail(std::string_view line) const;
 
@@ -84,6 +99,7 @@ class ViewerContext {
  private:
   static constexpr std::size_t maxFetches = 4;
 
+  void trimTrees();
   void setTimer();
   void beginNextFetches();
 
@@ -94,11 +110,17 @@ class ViewerContext {
   const std::optional<gid_t> group_;
   const ViewerTimes times_;
   PortNames portNames_;
+  PageCache pages_;
+  IdleTrees idleTrees_;
+  EventLoop::Timer trimTimer_;
   BrokerLink* link_ = nullptr;
   RequestTable requests_;
   EventLoop::Timer timer_;
   std::optional<Time> timerDue_;
+  Time loggedSince_;  ///< the minute of `logOften`
+  unsigned logged_ = 0;
   std::size_t fetches_ = 0;
+  bool isBeginningFetches_ = false;
   std::deque<std::weak_ptr<std::function<void()>>> waitingFetches_;
 };
 

@@ -36,6 +36,28 @@ TEST(MirrorTreeMemory, IsAtMost120BytesAPart) {
       static_cast<double>(test_support::allocated().liveBytes - before) / double{count};
   RecordProperty("bytes", std::to_string(bytes));
   EXPECT_LE(bytes, 120);
+  const auto stated = static_cast<double>(tree.memory()) / double{count};
+  EXPECT_NEAR(stated, bytes, 30) << "what the viewer reckons with";
+}
+
+TEST(MirrorTreeMemory, IsStatedAlsoOfLongAttributes) {
+  constexpr std::size_t count = 1'000;
+  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
+  MirrorRoot root(manager, nullptr);
+  ModelSrv::ModelPart link(ModelSrv::ModelPartId_Max, "_link");
+  MirrorTree tree(root, false);
+  Shape shape(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    shape[i].id = static_cast<ModelSrv::ModelPartId>(i);
+    shape[i].name = std::string(1'000, 'n');
+    shape[i].type = "text";
+    shape[i].attributes.text = std::string(ModelSrv::ModelAttributeText_Max, 't');
+    shape[i].attributes.choices.assign(100, std::string(100, 'c'));
+  }
+  const std::ptrdiff_t before = test_support::allocated().liveBytes;
+  tree.build(shape, link);
+  const auto bytes = static_cast<double>(test_support::allocated().liveBytes - before);
+  EXPECT_NEAR(static_cast<double>(tree.memory()) / bytes, 1, 0.3);
 }
 
 }  // namespace

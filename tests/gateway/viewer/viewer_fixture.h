@@ -28,7 +28,7 @@ namespace gateway_test {
 /// own, since clients wait for replies.
 class ViewerTest : protected OwnTmp, public testing::Test {
  protected:
-  ViewerTest() {
+  explicit ViewerTest(const Broker::Options& options = {}) : broker(options) {
     device->begin();
     startViewer();
     EXPECT_TRUE(runUntil(loop, [this] { return ready_ == 1; }));
@@ -44,10 +44,14 @@ class ViewerTest : protected OwnTmp, public testing::Test {
   }
 
   void startViewer() {
+    viewer = std::make_unique<modelgate::Viewer>(loop, options("fleet"));
+    viewer->start();
+  }
+  modelgate::ViewerOptions options(const std::string& fleet) {
     modelgate::ViewerOptions options;
     std::string error;
     options.link.broker = *modelgate::parseBroker(broker.url(), error);
-    options.fleet = "fleet";
+    options.fleet = fleet;
     options.user = "operator";
     options.times = times;
     options.ready = [this] { ++ready_; };
@@ -55,8 +59,7 @@ class ViewerTest : protected OwnTmp, public testing::Test {
       const std::lock_guard lock(mutex_);
       log_.emplace_back(line);
     };
-    viewer = std::make_unique<modelgate::Viewer>(loop, std::move(options));
-    viewer->start();
+    return options;
   }
 
   /// Calls `function` on the loop's thread, and waits for its end.
