@@ -20,13 +20,16 @@ constexpr milliseconds replyLimit{1'700};
 /// What a request has besides the text, at most.
 constexpr std::size_t requestOverhead = std::size_t{16} * 1024;
 
+/// The end of a reason.
+constexpr const char* unknown = "; it may or may not have stored the value";
+
 }  // namespace
 
 ModelRes MirrorStoreRequests::store(MirrorPart& part, std::string_view text, bool flag,
                                     ModelSrv::ModelPartIndex index, std::string& reason) {
   const auto clock = link_.clock().at(ViewerContext::now());
   if (tree_ == nullptr || !link_.presence().isReachable() || !clock) {
-    reason = "the device " + link_.name() + " cannot be reached";
+    reason = unreachableReason();
     return ModelSrv::ModelRes_Unreachable;
   }
   if (text.size() + requestOverhead > maxPayload) {
@@ -44,7 +47,7 @@ ModelRes MirrorStoreRequests::store(MirrorPart& part, std::string_view text, boo
   const auto done = [this, store, target = Target{*request.chain, index}](
                         const RequestTable::Answer& answer) { finish(answer, target, *store); };
   if (!link_.request(flag ? Verb::load : Verb::set, request, replyLimit, done)) {
-    store->complete(ModelSrv::ModelRes_Unreachable);
+    store->complete(ModelSrv::ModelRes_Unreachable, unreachableReason());
   }
   return ModelSrv::ModelRes_DoNothing;
 }
@@ -56,7 +59,11 @@ void MirrorStoreRequests::finish(const RequestTable::Answer& answer, const Targe
   }
   const Reply* const reply = answer.reply;
   if (reply == nullptr) {
-    return store.complete(ModelSrv::ModelRes_OutcomeUnknown);
+    return store.complete(ModelSrv::ModelRes_OutcomeUnknown,
+                          answer.ending == RequestTable::Ending::timedOut
+                              ? "the device " + link_.name() + " did not reply in time" + unknown
+                              : "the connection to the broker ended before the device " +
+                                    link_.name() + " replied" + unknown);
   }
   // The value comes first: who has the reply reads it.
   MirrorPart* const part = tree_ != nullptr && reply->value && reply->epoch == link_.epoch()
@@ -66,7 +73,15 @@ void MirrorStoreRequests::finish(const RequestTable::Answer& answer, const Targe
     tree_->take(*part, target.index, {ModelSrv::ModelRes_Success, *reply->value}, reply->sequence,
                 Accept::newerOrSame);
   }
-  store.complete(reply->result, reply->reason);
+  // The device speaks of its own connection to the server.
+  store.complete(reply->result,
+                 reply->result == ModelSrv::ModelRes_OutcomeUnknown
+                     ? "the server on the device " + link_.name() + " did not reply" + unknown
+                     : reply->reason);
+}
+
+std::string MirrorStoreRequests::unreachableReason() const {
+  return "the device " + link_.name() + " cannot be reached";
 }
 
 }  // namespace modelgate

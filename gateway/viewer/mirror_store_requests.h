@@ -33,6 +33,8 @@ class MirrorStoreRequests final : public MirrorStores {
   void finish(const RequestTable::Answer& answer, const Target& target,
               ModelSrv::DeferredStore& store);
 
+  [[nodiscard]] std::string unreachableReason() const;
+
   DeviceLink& link_;
   const std::string server_;
   MirrorTree* tree_ = nullptr;

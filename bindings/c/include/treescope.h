@@ -78,7 +78,7 @@ typedef enum treescope_result TREESCOPE_ANY_INT {
   TREESCOPE_NO_DESCRIPTORS = 71,  /* this process or the system is out of descriptors */
   TREESCOPE_SYSTEM_ERROR = 72,    /* another error of the system, such as out of memory */
   TREESCOPE_BUSY = 73,            /* in use in another role, or not allowed in a callback */
-  TREESCOPE_OUTCOME_UNKNOWN = 74, /* no reply before the connection ended: stored once, or not */
+  TREESCOPE_OUTCOME_UNKNOWN = 74, /* no reply, also of the device behind a server: stored, or not */
   TREESCOPE_NO_SPACE = 75,        /* /tmp, where the pipes are, is full */
   TREESCOPE_NOT_WRITABLE = 76,    /* no pipe can be made in /tmp */
   TREESCOPE_NOT_SUPPORTED = 77,   /* the server is too old for this */

@@ -212,9 +212,9 @@ class Client(Port):
 
         `loader`: also in a protected part. Texts with line feeds in an array are stored one by one.
 
-        Raises `BadText`, `OutOfRange`, `Vetoed`, `ReadOnly`, `Protected` or `NoValue`: nothing has
-        changed then, except that of texts stored one by one some may be. After `OutcomeUnknown`,
-        `Timeout` and `ProtocolError` the value may have been stored.
+        Raises `BadText`, `OutOfRange`, `Vetoed`, `ReadOnly`, `Protected`, `NoValue`, `Denied` or
+        `Unreachable`: nothing has changed then, except that of texts stored one by one some may be.
+        After `OutcomeUnknown`, `Timeout` and `ProtocolError` the value may have been stored.
         """
         if has_line_feeds(value) and split_index(path)[1] is None:
             texts = [scalar_text(element) for element in value]  # type: ignore[union-attr]

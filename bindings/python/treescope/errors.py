@@ -166,7 +166,7 @@ class Busy(TreescopeError):
 
 
 class OutcomeUnknown(TreescopeError):
-    """The connection ended before the reply: the store may have been applied. It is not sent again."""
+    """No reply of the server, or of the device behind it: the store may have been applied."""
 
     code = 74
 

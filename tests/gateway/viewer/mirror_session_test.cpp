@@ -295,8 +295,34 @@ TEST_F(MirrorSession, ADeviceThatAllowsNoStoresDeniesThem) {
   ASSERT_TRUE(eventually([this] { return isThere(mirror) && !isThere(mirror + "~offline"); }));
   TreeClient client(mirror);
   EXPECT_EQ(client.store("/drive/speed", "1"), ModelSrv::ModelRes_Denied);
+  const Finished denied = treectl(mirror, {"set", "/drive/speed", "1"});
+  EXPECT_EQ(denied.status, (test_support::ExitStatus{7, 0}));
+  EXPECT_THAT(denied.errors, HasSubstr("the device does not allow stores here"));
   EXPECT_EQ(client.store("/settings/mode", "slow"), ModelSrv::ModelRes_Success);
   EXPECT_EQ(client.get("/drive/speed"), "42");
+}
+
+TEST_F(MirrorSession, SaysWhatBecameOfAStore) {
+  ASSERT_EQ(get(mirror, "/drive/speed"), "42");
+  const std::string address = "treectl: /drive/speed: ";
+  const std::string unknown = "; it may or may not have stored the value\n";
+  const auto expectStore = [&](int status, const std::string& text) {
+    const Finished finished = treectl(mirror, {"set", "/drive/speed", "7"});
+    EXPECT_EQ(finished.status, (test_support::ExitStatus{status, 0}));
+    // On a busy machine the client may give up first, after 2 s.
+    EXPECT_THAT(finished.errors,
+                testing::AnyOf(address + text, address + "the server does not answer\n"));
+  };
+  server.hang();
+  expectStore(8, "the device " + device + " did not reply in time" + unknown);
+  server.resume();
+  EXPECT_TRUE(eventually([this] { return get(mirror, "/drive/speed") == "7"; }));
+  exporter->signal(SIGSTOP);
+  expectStore(8, "the device " + device + " did not reply in time" + unknown);
+  exporter->signal(SIGCONT);
+  broker.kill();
+  EXPECT_TRUE(eventually([this] { return get(mirror, "/_link/state") == "unreachable"; }));
+  expectStore(4, "the device " + device + " cannot be reached\n");
 }
 
 TEST_F(MirrorSession, AViewerThatWasStoppedHasTheLastValues) {
