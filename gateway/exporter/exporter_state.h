@@ -17,9 +17,6 @@
 
 namespace modelgate {
 
-/// How long the broker keeps the state of a device.
-inline constexpr std::chrono::hours stateExpiry{1};
-
 /// A number that no other process has. Throws std::system_error if the system has none.
 [[nodiscard]] std::uint64_t randomEpoch();
 

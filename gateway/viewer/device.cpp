@@ -1,11 +1,34 @@
 #include "gateway/viewer/device.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "gateway/wire/limits.h"
 #include "gateway/wire/topics.h"
 
 namespace modelgate {
+
+namespace {
+
+/// How long ago a device has published a state. The broker says what is left until it expires; else
+/// both clocks must be right.
+std::optional<std::chrono::milliseconds> ageOf(const Message& message, const DeviceState& state) {
+  using std::chrono::milliseconds;
+  constexpr milliseconds none{0};
+  if (message.expiry) {
+    return std::max<milliseconds>(stateExpiry - *message.expiry, none);
+  }
+  if (state.time == 0) {
+    return std::nullopt;
+  }
+  constexpr milliseconds longest = std::chrono::hours(24 * 365);
+  const auto now =
+      std::chrono::duration_cast<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
+  const milliseconds age = std::max(now - milliseconds(state.time), none);
+  return age <= longest ? std::optional(age) : std::nullopt;
+}
+
+}  // namespace
 
 Device::Device(ViewerContext& context, const std::string& name)
     : link_(context, name, [this] { updateAll(); }) {}
@@ -116,6 +139,7 @@ void Device::takeState(const Message& message) {
   statement.monotonic = state->monotonic;
   statement.heartbeat = std::chrono::milliseconds(
       static_cast<std::int64_t>(std::min<std::uint64_t>(state->heartbeat, maxExact)));
+  statement.age = ageOf(message, *state);
   static_cast<void>(link_.stated(statement));
   if (state->online) {
     state_ = std::move(*state);

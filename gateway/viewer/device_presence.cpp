@@ -11,6 +11,12 @@ void DevicePresence::stated(const Statement& statement, Time now) {
   isConfirmed_ = true;
   if (!statement.retained && statement.online) {
     lastHeard_ = now;
+  } else if (!statement.retained) {
+    // Perhaps its will, which the broker has sent.
+    lastHeard_ = lastHeard_.value_or(now);
+  } else if (statement.age) {
+    const Time said = now - *statement.age;
+    lastHeard_ = std::max(lastHeard_.value_or(said), said);
   }
   if (!statement.online) {
     state_ = State::offline;

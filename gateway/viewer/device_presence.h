@@ -27,6 +27,8 @@ class DevicePresence {
     std::uint64_t epoch = 0;
     std::uint64_t monotonic = 0;
     std::chrono::milliseconds heartbeat{10'000};
+    /// Since the device has said so, if that is known of one that the broker had kept.
+    std::optional<std::chrono::milliseconds> age = std::nullopt;
   };
 
   void stated(const Statement& statement, Time now);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -19,6 +20,9 @@ struct ServerState {
 
   bool operator==(const ServerState&) const = default;
 };
+
+/// How long the broker keeps the state of a device.
+inline constexpr std::chrono::hours stateExpiry{1};
 
 /// The retained message of topic `state`, a JSON object. That of a device that is not online, such
 /// as the last will, has `online` and `epoch`, and of the rest what is not the default.

@@ -52,6 +52,29 @@ TEST_F(PresenceOfADevice, IsWhatTheStateSays) {
   EXPECT_EQ(presence.state(), State::offline);
 }
 
+TEST(DevicePresence, WasHeardWhenItPublishedTheStateThatTheBrokerKept) {
+  DevicePresence presence;
+  presence.connected(at(0));
+  presence.stated(online(true), at(0));
+  EXPECT_EQ(presence.lastHeard(), std::nullopt) << "it is not known when";
+  DevicePresence::Statement kept = online(true);
+  kept.age = seconds(600);
+  presence.stated(kept, at(0));
+  EXPECT_EQ(presence.lastHeard(), at(-600));
+  EXPECT_EQ(presence.state(), State::online);
+  presence.heard(at(5));
+  presence.stated(kept, at(10));
+  EXPECT_EQ(presence.lastHeard(), at(5));
+}
+
+TEST(DevicePresence, WasHeardAtTheLatestWhenItsWillCame) {
+  DevicePresence presence;
+  presence.stated({}, at(3));
+  EXPECT_EQ(presence.lastHeard(), at(3));
+  presence.stated({}, at(9));
+  EXPECT_EQ(presence.lastHeard(), at(3));
+}
+
 TEST_F(PresenceOfADevice, WaitsForNothingWithoutALease) {
   EXPECT_FALSE(presence.deadline());
   presence.advance(at(100'000));

@@ -218,4 +218,108 @@ TEST_F(FleetOfViewer, HasTheDevicesThatBeginLater) {
   EXPECT_THAT(client.names("/later"), ElementsAre("state", "age", "servers"));
 }
 
+TEST_F(FleetOfViewer, ListsDevicesAndServersInOrder) {
+  TreeClient client("Model_fleet");
+  run([this] {
+    for (const char* const each : {"zeta", "alpha", "_link", "fleet", "..", "0"}) {
+      modelgate::DeviceState state;
+      state.online = true;
+      device->publish(modelgate::Topics("fleet", each).state(), modelgate::encodeState(state), 1,
+                      true);
+    }
+    for (const char* const each : {"with blanks", "a", "zz"}) {
+      device->state.servers[each].up = true;
+      device->publishState();
+    }
+  });
+  EXPECT_TRUE(test_support::eventually([&] {
+    return client.names("") ==
+           std::vector<std::string>{"..", "0", "_link", "alpha", "fleet", name, "zeta"};
+  })) << testing::PrintToString(client.names(""));
+  EXPECT_TRUE(test_support::eventually([&] {
+    return client.names("/" + name + "/servers") ==
+           std::vector<std::string>{"a", "plant", "with blanks", "zz"};
+  }));
+  EXPECT_EQ(TreeClient("Model_" + name + ".with blanks").get("/_link/state"), "online");
+}
+
+TEST_F(FleetOfViewer, HasTheAgeOfAStateThatTheBrokerKept) {
+  run([this] {
+    modelgate::DeviceState state;
+    state.online = true;
+    modelgate::Publication publication;
+    publication.retain = true;
+    publication.qos = 1;
+    publication.topic = modelgate::Topics("fleet", "expires").state();
+    publication.payload = modelgate::encodeState(state);
+    // As half an hour after it was published.
+    publication.expiry = std::chrono::minutes(30);
+    EXPECT_TRUE(device->client.link.publish(publication));
+    state.time =
+        std::chrono::duration_cast<std::chrono::milliseconds>(
+            (std::chrono::system_clock::now() - std::chrono::minutes(10)).time_since_epoch())
+            .count();
+    device->publish(modelgate::Topics("fleet", "stated").state(), modelgate::encodeState(state), 1,
+                    true);
+    viewer.reset();
+  });
+  ASSERT_TRUE(becomes([this] { return device->client.link.hasCapacity(); }));
+  run([this] { startViewer(); });
+  const auto minutes = [](const std::string& each) {
+    return std::strtoll(TreeClient("Model_fleet").get("/" + each + "/age").c_str(), nullptr, 10) /
+           60'000;
+  };
+  EXPECT_TRUE(test_support::eventually([&] { return minutes("expires") == 30; }));
+  EXPECT_TRUE(test_support::eventually([&] { return minutes("stated") == 10; }));
+}
+
+TEST_F(FleetOfViewer, IsThatOfTheNextViewerWhenTheFirstHasEnded) {
+  std::unique_ptr<modelgate::Viewer> second;
+  run([&] {
+    modelgate::DeviceState state;
+    state.online = true;
+    device->publish(modelgate::Topics("other", "x").state(), modelgate::encodeState(state), 1,
+                    true);
+    second = std::make_unique<modelgate::Viewer>(loop, options("other"));
+    second->start();
+  });
+  EXPECT_TRUE(test_support::eventually([&] {
+    const auto lines = log();
+    return std::count(lines.begin(), lines.end(),
+                      "another viewer of this machine has Model_fleet: the devices of fleet other "
+                      "are listed there when that one has ended") == 1;
+  }));
+  EXPECT_THAT(TreeClient("Model_fleet").names(""), ElementsAre(name));
+  run([this] { viewer.reset(); });
+  EXPECT_TRUE(test_support::eventually([&] {
+    const std::vector<std::string> names = TreeClient("Model_fleet").names("");
+    return names == std::vector<std::string>{"x"};
+  }));
+  run([&] { second.reset(); });
+}
+
+TEST_F(FleetOfViewer, SaysThatAnotherViewerHasTheMirrors) {
+  std::unique_ptr<modelgate::Viewer> second;
+  run([&] {
+    for (int i = 0; i < 30; ++i) {
+      device->state.servers["s" + std::to_string(i)].up = true;
+    }
+    device->publishState();
+  });
+  ASSERT_TRUE(test_support::eventually([&] { return isServed("Model_" + name + ".s9"); }));
+  run([&] {
+    second = std::make_unique<modelgate::Viewer>(loop, options("fleet"));
+    second->start();
+  });
+  const std::string plant =
+      "no port for server \"plant\" of " + name + ": another program of this machine has " + port();
+  EXPECT_TRUE(
+      test_support::eventually([&] { return testing::Value(log(), testing::Contains(plant)); }));
+  run([this] { viewer.reset(); });
+  EXPECT_TRUE(test_support::eventually([this] { return accepts(port()); }));
+  EXPECT_TRUE(test_support::eventually(
+      [&] { return TreeClient("Model_fleet").get("/" + name + "/servers/plant") == "up"; }));
+  run([&] { second.reset(); });
+}
+
 }  // namespace
