@@ -112,7 +112,7 @@ T randomValue(std::mt19937_64& random) {
   if constexpr (std::is_same_v<T, bool>) {
     return random() % 2 == 0;
   } else if constexpr (std::is_same_v<T, std::string>) {
-    std::string bytes(random() % 20, '\0');
+    std::string bytes(static_cast<std::size_t>(random() % 20), '\0');
     for (char& byte : bytes) {
       byte = static_cast<char>(random());
     }

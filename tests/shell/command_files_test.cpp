@@ -175,11 +175,11 @@ class DescriptorLimit {
   DescriptorLimit(const DescriptorLimit&) = delete;
   DescriptorLimit& operator=(const DescriptorLimit&) = delete;
 
-  [[nodiscard]] std::size_t limit() const { return limit_; }
+  [[nodiscard]] std::size_t limit() const { return static_cast<std::size_t>(limit_); }
 
  private:
   rlimit saved_{};
-  std::size_t limit_ = 0;
+  rlim_t limit_ = 0;
 };
 
 /// Runs `function` on a thread with a stack of `size` bytes.
