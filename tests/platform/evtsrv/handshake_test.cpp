@@ -17,11 +17,6 @@ class HandshakeWith : public testing::Test {
   EchoClient client;
 };
 
-std::vector<std::string> pathsOf(const Token& token) {
-  return {privatePipePath(token, PipePurpose::request), privatePipePath(token, PipePurpose::reply),
-          privatePipePath(token, PipePurpose::event)};
-}
-
 TEST_F(HandshakeWith, ALiveServerLeavesNoNames) {
   ASSERT_EQ(server.start(name), EvtRes_Success);
   server.pump();
@@ -37,43 +32,6 @@ TEST_F(HandshakeWith, ALiveServerLeavesNoNames) {
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
     EXPECT_NE(::fcntl(end->number(), F_GETFD) & FD_CLOEXEC, 0);
   }
-}
-
-TEST_F(HandshakeWith, ASweepRemovesThePipesOfAClientThatWasKilled) {
-  Token token{};
-  ASSERT_EQ(client.system.random(token), 0);
-  const pid_t child = forkChild();
-  if (child == 0) {
-    std::vector<PrivatePipe> pipes(3);
-    bool made = true;
-    const auto paths = pathsOf(token);
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-      made = pipes[i].make(posixSystem(), paths[i], {}) == 0 && made;
-    }
-    ::raise(SIGKILL);
-    ::_exit(made ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  sweepPrivatePipes(client.system, {});
-  for (const std::string& path : pathsOf(token)) {
-    EXPECT_FALSE(std::filesystem::exists(path)) << path;
-  }
-}
-
-TEST_F(HandshakeWith, ASweepKeepsThePipesOfALiveProcess) {
-  Token token{};
-  ASSERT_EQ(client.system.random(token), 0);
-  const std::string path = privatePipePath(token, PipePurpose::reply);
-  PrivatePipe pipe;
-  int made = -EEXIST;
-  while (made == -EEXIST) {
-    pipe = {};
-    made = pipe.make(client.system, path, {});
-  }
-  ASSERT_EQ(made, 0);
-  sweepPrivatePipes(client.system, {});
-  EXPECT_TRUE(std::filesystem::exists(path));
 }
 
 /// Counts the calls for files.
@@ -117,68 +75,6 @@ TEST_F(HandshakeWith, APrivatePipeIsMadeInFourCalls) {
   }
   ASSERT_EQ(made, 0);
   EXPECT_EQ(counting.calls, 4);
-}
-
-TEST_F(HandshakeWith, ASweepSkipsItsOwnPipes) {
-  class RecordingSystem : public PosixSystem {
-   public:
-    std::vector<std::string> examined;
-    int lstat(const std::string& path, struct stat& out) override {
-      examined.push_back(path);
-      return PosixSystem::lstat(path, out);
-    }
-  };
-  std::array<Token, 2> tokens{};
-  std::array<PrivatePipe, 2> pipes;
-  std::array<std::string, 2> paths;
-  for (std::size_t i = 0; i < tokens.size(); ++i) {
-    int made = -EEXIST;
-    while (made == -EEXIST) {
-      ASSERT_EQ(client.system.random(tokens[i]), 0);
-      paths[i] = privatePipePath(tokens[i], PipePurpose::reply);
-      pipes[i] = {};
-      made = pipes[i].make(client.system, paths[i], {});
-    }
-    ASSERT_EQ(made, 0);
-  }
-  RecordingSystem recording;
-  sweepPrivatePipes(recording, tokens[0]);
-  EXPECT_THAT(recording.examined, testing::Contains(paths[1]));
-  EXPECT_THAT(recording.examined, testing::Not(testing::Contains(paths[0])));
-}
-
-TEST_F(HandshakeWith, ASweepOfEndlessNamesEnds) {
-  class EndlessSystem : public PosixSystem {
-   public:
-    explicit EndlessSystem(std::string listed) : listed_(std::move(listed)) {}
-    int list(const char* /*directory*/,
-             const std::function<bool(std::string_view)>& visit) override {
-      while (visit(listed_)) {
-        ++visited;
-      }
-      return 0;
-    }
-    std::int64_t nowMs() override { return ++now; }
-    std::size_t visited = 0;
-    std::int64_t now = 0;
-
-   private:
-    std::string listed_;
-  };
-  const std::string missing = privatePipePath({}, PipePurpose::reply);
-  for (const std::string& listed : {std::string("passed over"), missing.substr(5)}) {
-    EndlessSystem endless(listed);
-    sweepPrivatePipes(endless, Token{1});
-    EXPECT_GT(endless.visited, 0U);
-    EXPECT_LE(endless.now, 2 * sweepTimeMs);
-  }
-}
-
-TEST_F(HandshakeWith, ASweepKeepsPipesWithOtherNames) {
-  const std::string stem = "/tmp/.krv-" + uniquePort();
-  ASSERT_EQ(::mkfifo(stem.c_str(), 0600), 0);
-  sweepPrivatePipes(client.system, {});
-  EXPECT_EQ(::unlink(stem.c_str()), 0);
 }
 
 TEST_F(HandshakeWith, ManyClientsAtTheSameTimeSucceeds) {

@@ -1,10 +1,8 @@
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <memory>
-#include <system_error>
 #include <vector>
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
@@ -51,31 +49,23 @@ TEST_F(RemovedMailbox, IsReadAlsoIfThatFailsAtFirst) {
   }
 }
 
-/// The watch instances of this process (inotify(7)).
-std::size_t watchInstances() {
-  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-  return static_cast<std::size_t>(
-      std::count_if(begin(descriptors), end(descriptors), [](const auto& descriptor) {
-        std::error_code error;
-        return std::filesystem::read_symlink(descriptor.path(), error) == "anon_inode:inotify";
-      }));
-}
-
 TEST_F(RemovedMailbox, IsWatchedByAFewInstancesHoweverManyPortsAProcessServes) {
-  const std::size_t before = watchInstances();
-  ASSERT_EQ(before, 1U);
-  {
+  // Those of the last round are available again.
+  for (int round = 0; round < 2; ++round) {
     std::vector<std::unique_ptr<EchoServer>> others;
+    int created = server.system.watchesCreated;
+    ASSERT_EQ(created, 1);
     for (int i = 0; i < 2 * WatchSlot::maxInProcess; ++i) {
       others.push_back(std::make_unique<EchoServer>());
       ASSERT_EQ(others.back()->start(uniquePort()), EvtRes_Success);
+      // Some may fail: the processes of a user share a limit.
+      created += others.back()->system.watchesCreated;
     }
-    EXPECT_EQ(watchInstances(), std::size_t{WatchSlot::maxInProcess});
+    EXPECT_EQ(created, WatchSlot::maxInProcess);
     remove();
     server.serveAll();
     EXPECT_EQ(connect(), EvtRes_Success);
   }
-  EXPECT_EQ(watchInstances(), before);
 }
 
 TEST_F(RemovedMailbox, WhoseNameAnotherServerHasIsNotServed) {

@@ -67,6 +67,7 @@ class TestSystem : public PosixSystem {
     });
   }
   int createWatch() override {
+    ++watchesCreated;
     return orError("createWatch", [&] { return PosixSystem::createWatch(); });
   }
   int addWatch(int watch, const std::string& path, std::uint32_t events) override {
@@ -135,6 +136,9 @@ class TestSystem : public PosixSystem {
 
   /// How far a wait that is made to fail advances the clock, in milliseconds.
   int failedWaitMs = 0;
+
+  /// How many watches were to be created.
+  int watchesCreated = 0;
 
   /// The number of writes of two buffers.
   int writesOfTwoBuffers = 0;
