@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <string>
+
 #include "tests/support/port_name.h"
 #include "tests/support/process.h"
 
@@ -11,13 +14,17 @@ namespace {
 
 using testing::HasSubstr;
 
+/// A build for another machine has a script that starts the program.
+std::string leakyProgram() {
+  const std::string emulated = buildDirectory() + "/emulated/leaky_program";
+  return std::filesystem::exists(emulated) ? emulated : buildDirectory() + "/tests/leaky_program";
+}
+
 Finished runLeaky(const std::string& test) {
   // Its tests are not divided as those of this program may be.
   ProcessOptions options;
   options.environment.emplace();
-  return run({buildDirectory() + "/tests/leaky_program", "--gtest_filter=Leaky." + test,
-              "--gtest_color=no"},
-             {}, options);
+  return run({leakyProgram(), "--gtest_filter=Leaky." + test, "--gtest_color=no"}, {}, options);
 }
 
 TEST(LeakCheck, FailsATestThatLeavesADescriptorOpen) {
