@@ -62,6 +62,18 @@ TEST(Modelsrvd, DoesNotServeANameInUse) {
   EXPECT_EQ(client.connected(), ModelSrv::ModelRes_Success);
 }
 
+TEST(Modelsrvd, SaysThatItsMailboxMustBeAPipeWithOneLink) {
+  const std::string name = uniquePortName();
+  const std::string expected = "modelsrvd: --name: " + name +
+                               ": the port's pipe belongs to another user, or is not a pipe with "
+                               "one link\n";
+  ASSERT_EQ(::mkdir(mailboxPath(name).c_str(), 0700), 0);
+  const Finished finished = test_support::runModelsrvd({"--name", name});
+  EXPECT_EQ(finished.status, (ExitStatus{1, 0}));
+  EXPECT_EQ(finished.errors, expected);
+  EXPECT_EQ(::rmdir(mailboxPath(name).c_str()), 0);
+}
+
 TEST(Modelsrvd, TakesOverTheMailboxOfAKilledServer) {
   const std::string name = uniquePortName();
   const std::vector<std::string> command{test_support::modelsrvdProgram(), "--name", name};

@@ -72,7 +72,7 @@ typedef enum treescope_result TREESCOPE_ANY_INT {
   TREESCOPE_TIMEOUT = 65, /* no reply in time (a store may still be applied); nothing to dispatch */
   TREESCOPE_NAME_IN_USE = 66,     /* another live server has this name */
   TREESCOPE_BAD_NAME = 67,        /* not a valid port name */
-  TREESCOPE_NOT_PERMITTED = 68,   /* another user's port */
+  TREESCOPE_NOT_PERMITTED = 68,   /* another user's port, or no pipe with one link */
   TREESCOPE_REFUSED = 69,         /* the server accepts no further connection */
   TREESCOPE_PROTOCOL_ERROR = 70,  /* the peer broke the protocol; the outcome is unknown */
   TREESCOPE_NO_DESCRIPTORS = 71,  /* this process or the system is out of descriptors */

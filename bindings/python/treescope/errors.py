@@ -130,7 +130,7 @@ class BadName(TreescopeError, ValueError):
 
 
 class NotPermitted(TreescopeError):
-    """The port belongs to another user."""
+    """The port belongs to another user, or is not a pipe with one link."""
 
     code = 68
 

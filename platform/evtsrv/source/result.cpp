@@ -19,7 +19,7 @@ const char* describe(EvtRes result) {
     case EvtRes_BadName:
       return "not a valid port name";
     case EvtRes_NotPermitted:
-      return "the pipe belongs to another user";
+      return "the pipe belongs to another user, or is not a pipe with one link";
     case EvtRes_Refused:
       return "the server takes no further connection";
     case EvtRes_Closed:

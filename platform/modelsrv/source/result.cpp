@@ -51,7 +51,7 @@ const char* describe(ModelRes result) {
     case ModelRes_BadName:
       return "not a valid port name";
     case ModelRes_NotPermitted:
-      return "the port's pipe belongs to another user";
+      return "the port's pipe belongs to another user, or is not a pipe with one link";
     case ModelRes_Refused:
       return "the server takes no further connection";
     case ModelRes_Protocol:
