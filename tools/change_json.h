@@ -27,7 +27,7 @@ inline void addPlace(JsonObject& object, std::string& out, const Chain& ids,
   }
 }
 
-/// Appends a change as a line of JSON.
+/// Appends a change as a line of JSON. Not of a value that is missing.
 inline void appendJsonChange(std::string& out, const Change& change) {
   using Event = Change::Event;
   JsonObject object(out);

@@ -88,7 +88,9 @@ class Recorder {
       const std::vector<Change> changes =
           watcher_.wait(options_.duration ? std::min(end, nextFlush) : nextFlush);
       for (const Change& change : changes) {
-        appendJsonChange(hasHeader ? file_.text() : first, change);
+        if (change.event != Change::Event::noValue) {
+          appendJsonChange(hasHeader ? file_.text() : first, change);
+        }
       }
       // The header says what the parts are, so it waits for the first values.
       if (!hasHeader && watcher_.isComplete()) {

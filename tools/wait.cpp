@@ -137,6 +137,11 @@ class Waiter {
     if (isDone_) {
       return;
     }
+    if (change.event == Change::Event::noValue) {
+      present_ = {};
+      holdsUntil_.reset();
+      return;
+    }
     if (change.event != Change::Event::value) {
       // Whether it holds meanwhile is unknown. When the server is back, its values come again,
       // before or after the report of that.

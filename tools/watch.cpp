@@ -25,7 +25,8 @@ class WatchPrinter {
   [[nodiscard]] bool hasLost() const { return hasLost_; }
 
   void print(const Change& change) {
-    if (isFull()) {
+    // There is no line for a value that is missing.
+    if (isFull() || change.event == Change::Event::noValue) {
       return;
     }
     note(change);
@@ -51,7 +52,7 @@ class WatchPrinter {
   }
 
   /// Prints the row of a table: the time, and the present value of each part; of one that has left,
-  /// or whose server is lost, nothing.
+  /// that has no value, or whose server is lost, nothing.
   void printRow(const Watcher& watcher, std::int64_t time) {
     if (isFull()) {
       return;
@@ -215,7 +216,7 @@ class WatchRun {
   /// One row for all changes that came together, the first when all values are known.
   void printRows(const std::vector<Change>& changes) {
     for (const Change& change : changes) {
-      // A loss empties cells; the values that come after it fill them again.
+      // A loss empties cells, as a missing value does; values that come after it fill them again.
       hasRow_ = hasRow_ || (hasHeader_ && change.event != Change::Event::restored);
       printer_.note(change);
     }

@@ -169,7 +169,21 @@ void WatchedTree::reportValue(const WatchEvent& event) {
   if (event.result == ModelSrv::ModelRes_TooLarge &&
       watch_.fetch(event, text) == ModelSrv::ModelRes_Success) {
     report(found->second, event, text);
+    return;
   }
+  reportMissing(found->second.part, event);
+}
+
+void WatchedTree::reportMissing(WatchedPart& part, const WatchEvent& event) {
+  if (!part.value || (event.index != ModelPartIndex_All && event.index != part.index)) {
+    return;
+  }
+  part.value.reset();
+  Change change;
+  change.event = Change::Event::noValue;
+  change.address = part.address;
+  change.time = event.timeNs / 1000;
+  changes_->push_back(std::move(change));
 }
 
 void WatchedTree::report(Entry& entry, const WatchEvent& event, std::string_view text) {

@@ -23,9 +23,9 @@ struct WatchedPart {
   bool isNamed = true;      ///< false: the address has the id instead of the name
   std::string elementName;  ///< of the index; empty if there is none
   std::shared_ptr<const ModelSrv::PartDescription> description;  ///< null until it is needed
-  std::optional<Value> value;                                    ///< the last one
-  std::int64_t time = 0;  ///< of the last value, as in `Change`
-  bool isLost = false;    ///< whether its server is
+  std::optional<Value> value;  ///< the last one; none while it is missing or cannot be read
+  std::int64_t time = 0;       ///< of the last value, as in `Change`
+  bool isLost = false;         ///< whether its server is
   /// Whether the value is from before the last loss of its server, or the server cannot read it
   /// now.
   bool isOutdated = false;
@@ -33,8 +33,9 @@ struct WatchedPart {
 
 /// Something that a watch reports.
 struct Change {
-  /// `added`, of a node, and `removed` are reported only if the structure is needed.
-  enum class Event { value, lost, restored, added, removed };
+  /// `noValue`: there is a part, but its value is missing or cannot be read at present. `added`, of
+  /// a node, and `removed` are reported only if the structure is needed.
+  enum class Event { value, noValue, lost, restored, added, removed };
 
   Event event = Event::value;
   std::string address;  ///< printed, with the index of an element that changed
@@ -133,6 +134,7 @@ class WatchedTree {
   void reportStructure(Change::Event event, const Entry& entry);
   void reportValue(const ModelSrv::WatchEvent& event);
   void report(Entry& entry, const ModelSrv::WatchEvent& event, std::string_view text);
+  void reportMissing(WatchedPart& part, const ModelSrv::WatchEvent& event);
   bool takeWhole(WatchedPart& part, const ModelSrv::WatchEvent& event, std::string_view text,
                  Change& change);
   bool takeElement(WatchedPart& part, const ModelSrv::WatchEvent& event, std::string_view text,

@@ -1,3 +1,6 @@
+#include <chrono>
+#include <filesystem>
+
 #include "tests/tools/watch_fixture.h"
 
 namespace treectl {
@@ -13,6 +16,7 @@ class MissingValue : public WatchTest {
     return '/' + device_.name() + '/' + name;
   }
   void writeFile() { static_cast<void>(files().write("value", "5\n")); }
+  void removeFile() { std::filesystem::remove(files().file("value")); }
 
  private:
   ModelServer device_{ModelServer::ofTree(
@@ -57,6 +61,42 @@ TEST_F(MissingValue, IsAwaited) {
             (test_support::ExitStatus{6, 0}));
   writeFile();
   EXPECT_EQ(wait->waitForExit(), test_support::ExitStatus{}) << wait->errors();
+}
+
+TEST_F(MissingValue, LeavesNoOldValueInATable) {
+  writeFile();
+  const auto watch = start({"watch", "--csv", at("sensor"), at("x")});
+  EXPECT_EQ(watch->readLine(), "time," + at("sensor") + ',' + at("x"));
+  EXPECT_EQ(lineFrom(*watch, ","), ",5,3");
+  removeFile();
+  EXPECT_EQ(lineFrom(*watch, ","), ",,3");
+  writeFile();
+  EXPECT_EQ(lineFrom(*watch, ","), ",5,3");
+}
+
+TEST_F(MissingValue, EndsNoLineAndNoRecord) {
+  writeFile();
+  const auto watch = start({"watch", "--json", at("sensor"), at("x")});
+  EXPECT_THAT(watch->readLine(), testing::Optional(testing::HasSubstr("\"value\":5")));
+  EXPECT_THAT(watch->readLine(), testing::Optional(testing::HasSubstr("\"value\":3")));
+  removeFile();
+  set(at("x"), "4");
+  EXPECT_THAT(watch->readLine(), testing::Optional(testing::HasSubstr("\"value\":4")));
+}
+
+TEST_F(MissingValue, BreaksWhatMustHold) {
+  constexpr std::chrono::seconds held(3);
+  writeFile();
+  const auto wait = start({"wait", "--for", "3", at("sensor"), "==", "5"});
+  const auto watch = start({"watch", "--csv", at("sensor")});
+  EXPECT_EQ(watch->readLine(), "time," + at("sensor"));
+  EXPECT_EQ(lineFrom(*watch, ","), ",5");
+  removeFile();
+  EXPECT_EQ(lineFrom(*watch, ","), ",");
+  const auto begin = std::chrono::steady_clock::now();
+  writeFile();
+  EXPECT_EQ(wait->waitForExit(), test_support::ExitStatus{}) << wait->errors();
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, held);
 }
 
 }  // namespace
