@@ -128,6 +128,16 @@ Result<gid_t> findGroup(const std::string& nameOrNumber) {
   return Error{std::move(text)};
 }
 
+bool isMemberOf(gid_t group) {
+  const int count = ::getgroups(0, nullptr);
+  if (group == ::getegid() || count <= 0) {
+    return group == ::getegid();
+  }
+  std::vector<gid_t> groups(static_cast<std::size_t>(count));
+  return ::getgroups(count, groups.data()) == count &&
+         std::find(groups.begin(), groups.end(), group) != groups.end();
+}
+
 std::optional<Error> fillStandardStreams() {
   for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
     // open(2) uses the lowest free descriptor number.

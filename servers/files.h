@@ -52,6 +52,9 @@ class FileReader {
 /// The group with that name or, if there is none, with that number.
 [[nodiscard]] Result<gid_t> findGroup(const std::string& nameOrNumber);
 
+/// Whether this process is in the group; false too if the system does not say.
+[[nodiscard]] bool isMemberOf(gid_t group);
+
 /// Opens "/dev/null" for each standard stream that is closed, so that no pipe of the
 /// server gets its descriptor number.
 [[nodiscard]] std::optional<Error> fillStandardStreams();

@@ -2,6 +2,7 @@
 // until SIGINT or SIGTERM.
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -153,6 +154,18 @@ std::optional<Error> keepStores(const Options& options, ModelSrv::ModelRoot& roo
   return std::nullopt;
 }
 
+/// Reports that the port `name` cannot be served.
+ExitStatus failToStart(const Options& options, const ModelSrv::ServerOptions& serverOptions,
+                       const std::string& name, ModelSrv::ModelRes result) {
+  if (result == ModelSrv::ModelRes_NotPermitted && serverOptions.group &&
+      !isMemberOf(*serverOptions.group) && ::geteuid() != 0) {
+    return fail(ExitStatus::badUsage,
+                {"--group: this user is not a member of \"" + oneLine(*options.group) + '"'});
+  }
+  return fail(result == ModelSrv::ModelRes_BadName ? ExitStatus::badUsage : ExitStatus::cannotServe,
+              nameError(options, name, result));
+}
+
 /// Publishes the tree that `options` select and serves it. Prints "ready NAME" to
 /// standard output once clients can connect.
 ExitStatus serve(const Options& options, ModelSrv::ServerOptions serverOptions) {
@@ -181,9 +194,7 @@ ExitStatus serve(const Options& options, ModelSrv::ServerOptions serverOptions) 
   }
   const ModelSrv::ModelRes started = root.startAsServer(name, serverOptions);
   if (started != ModelSrv::ModelRes_Success) {
-    return fail(
-        started == ModelSrv::ModelRes_BadName ? ExitStatus::badUsage : ExitStatus::cannotServe,
-        nameError(options, name, started));
+    return failToStart(options, serverOptions, name, started);
   }
   ExitStatus status = print("ready " + name + "\n");
   if (status == ExitStatus::success) {
