@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -10,6 +12,18 @@ namespace ModelSrv::internal {
 
 /// The ids from a root down to a part; empty for the root. Not owned.
 using ChainView = std::span<const ModelPartId>;
+
+/// Orders id chains by their first different id, and a part before what is below it.
+///
+/// To be used instead of the order of `std::vector`: that of GCC 12's library compares too few
+/// bytes where the most significant byte of an id is the first, so different chains are equal.
+struct ChainLess {
+  [[nodiscard]] bool operator()(ChainView left, ChainView right) const {
+    // Without a predicate the library makes the same mistake.
+    return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
+                                        std::less<>());
+  }
+};
 
 /// The id chain of the part that an object represents. The constructor calls `getId` and
 /// `getParentNode` from the object upwards until it reaches a root, each exactly once per

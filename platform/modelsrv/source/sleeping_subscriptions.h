@@ -77,7 +77,7 @@ class SleepingSubscriptions {
   };
   using Chain = std::vector<ModelPartId>;
   /// Ordered, so that a client cannot choose chains that are slow to find.
-  using Entries = std::map<Chain, std::vector<Entry>>;
+  using Entries = std::map<Chain, std::vector<Entry>, ChainLess>;
 
   [[nodiscard]] bool add(Chain chain, Entry entry);
   [[nodiscard]] static std::size_t bytesOfChain(ChainView chain);

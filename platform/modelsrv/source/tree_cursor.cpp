@@ -122,8 +122,7 @@ bool TreeCursor::hasPassed(const std::vector<ModelPartId>& idsBelowTop) const {
   if (!started_) {
     return false;
   }
-  return !std::lexicographical_compare(path_.begin(), path_.end(), idsBelowTop.begin(),
-                                       idsBelowTop.end());
+  return !ChainLess()(path_, idsBelowTop);
 }
 
 }  // namespace ModelSrv::internal

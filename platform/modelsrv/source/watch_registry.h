@@ -89,7 +89,7 @@ class WatchRegistry final : private EvtSrv::internal::DeferredWork {
   std::size_t listedCount_ = 0;
   std::size_t toCheck_ = 0;  ///< of `listed_`, from its beginning
   std::uint64_t structureVersion_;
-  std::multimap<std::vector<ModelPartId>, ServerWatch*> sleeping_;
+  std::multimap<std::vector<ModelPartId>, ServerWatch*, ChainLess> sleeping_;
   std::vector<ModelPartId> chain_;  ///< of the part that is being added
 };
 

@@ -263,6 +263,17 @@ TEST_F(ModelNodes, ChainOfTheRootIsEmpty) {
   EXPECT_TRUE(resolved.chain().empty());
 }
 
+TEST(IdChains, AreOrderedByTheirFirstDifferentId) {
+  const std::vector<std::vector<ModelPartId>> ordered{
+      {}, {0}, {0, 1}, {0, 0x100}, {1}, {1, 1}, {1, 1, 3}, {1, 2, 1}, {1, 0x100, 0}, {0x100}};
+  const internal::ChainLess less;
+  for (std::size_t left = 0; left < ordered.size(); ++left) {
+    for (std::size_t right = 0; right < ordered.size(); ++right) {
+      EXPECT_EQ(less(ordered[left], ordered[right]), left < right) << left << ", " << right;
+    }
+  }
+}
+
 TEST_F(ModelNodes, ChainHasADepthLimit) {
   ProxyPart part(root_);
   part.at(std::vector<ModelPartId>(ModelDepth_Max, 1));

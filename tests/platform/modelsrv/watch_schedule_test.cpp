@@ -30,6 +30,7 @@ using modelsrv_tests::HidingNode;
 using modelsrv_tests::WatchedSession;
 
 using Chain = std::vector<ModelPartId>;
+using TextByChain = std::map<Chain, std::string, ChainLess>;
 
 /// A tree whose parts, names and values change at random, and mirrors of it.
 class WatchSchedule {
@@ -52,12 +53,12 @@ class WatchSchedule {
   }
 
   /// What the mirror should have, and has: the texts by chain and name.
-  std::map<Chain, std::string> expected() {
-    std::map<Chain, std::string> parts;
+  TextByChain expected() {
+    TextByChain parts;
     collect(top_, {1}, parts);
     return parts;
   }
-  [[nodiscard]] const std::map<Chain, std::string>& mirror() const { return mirror_; }
+  [[nodiscard]] const TextByChain& mirror() const { return mirror_; }
 
  private:
   struct Owned {
@@ -240,7 +241,7 @@ class WatchSchedule {
     std::erase_if(names_, isBelow);
   }
 
-  void collect(ModelPart& part, const Chain& chain, std::map<Chain, std::string>& parts) {
+  void collect(ModelPart& part, const Chain& chain, TextByChain& parts) {
     std::ostringstream text;
     static_cast<void>(part.save(text, ModelPartIndex_All));
     parts[chain] = std::string(part.name()) + "=" + text.str();
@@ -261,8 +262,8 @@ class WatchSchedule {
   std::shared_ptr<SessionShare> share_ = std::make_shared<SessionShare>(root_);
   const std::lock_guard<KSTD::KThreadMutex> lock_{manager_.clientMutex};
   std::optional<WatchedSession> session_;
-  std::map<Chain, std::string> mirror_;
-  std::map<Chain, std::string> names_;
+  TextByChain mirror_;
+  TextByChain names_;
 };
 
 TEST(WatchSchedules, LeaveAMirrorThatEqualsTheTree) {
