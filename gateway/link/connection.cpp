@@ -197,6 +197,9 @@ void Connection::connect(const LinkOptions& options, const std::string& address)
   }
   if (check(result) && checkHandshake(errno)) {
     static_cast<void>(::fcntl(descriptor(), F_SETFD, FD_CLOEXEC));
+    if (auto* const ssl = static_cast<SSL*>(mosquitto_ssl_get(client_))) {
+      readLimit_.attach(ssl);
+    }
   }
 }
 
@@ -313,6 +316,8 @@ bool Connection::process() {
     return false;
   }
   processing_ = true;
+  readLimit_.renew();
+  // What TLS has decrypted must be read now: the socket does not say that it is there.
   for (int turn = 0; turn < packetsPerTurn || hasPendingInput(); ++turn) {
     if (!step()) {
       break;

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "gateway/link/link_options.h"
+#include "gateway/link/read_limit.h"
 
 struct mosquitto;
 
@@ -46,7 +47,8 @@ class Connection {
   /// What to wait for: POLLIN, and POLLOUT as long as something is to be written.
   [[nodiscard]] short events() const;
 
-  /// Reads, writes and calls the listener. False once the connection has ended.
+  /// Reads a bounded amount, writes and calls the listener. What is left is in the socket, which
+  /// stays readable. False once the connection has ended.
   bool process();
   /// Sends a ping if it is time for one; to be called a few times in each keep-alive period. False
   /// once the connection has ended.
@@ -92,6 +94,7 @@ class Connection {
 
   Listener& listener_;
   std::shared_ptr<TlsContext> tls_;
+  ReadLimit readLimit_;
   mosquitto* client_ = nullptr;
   bool accepted_ = false;
   bool ended_ = false;
