@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <exception>
 #include <new>
@@ -22,7 +23,13 @@ namespace modelgate {
 namespace {
 
 /// How many packets `process` reads before other descriptors get their turn.
-constexpr int packetsPerTurn = 64;
+constexpr std::size_t packetsPerTurn = 64;
+
+/// How many packets, about, are read while output waits: an acknowledgement of each is kept until
+/// it can be written.
+constexpr std::size_t maxUnanswered = 32'768;
+/// The bytes with TLS, beside those of messages, that count as a packet.
+constexpr std::size_t bytesOfPacket = 16;
 
 /// What a message has besides its payload, at most: topics and other properties.
 constexpr std::size_t maxHeaders = std::size_t{256} * 1024;
@@ -39,10 +46,6 @@ void require(int result) {
   if (result == MOSQ_ERR_NOMEM) {
     throw std::bad_alloc();
   }
-}
-
-std::string textOf(int error) {
-  return std::generic_category().message(error);
 }
 
 }  // namespace
@@ -76,6 +79,7 @@ struct Connection::Callbacks {
     arrived.contentType = found.contentType();
     arrived.responseTopic = found.responseTopic();
     arrived.correlation = found.correlation();
+    self(object).contents_ += arrived.topic.size() + arrived.payload.size();
     self(object).callListener([&](Listener& listener) { listener.messageArrived(arrived); });
   }
 
@@ -226,7 +230,7 @@ short Connection::events() const {
   const bool output = isHandshaking()
                           ? SSL_want_write(static_cast<const SSL*>(mosquitto_ssl_get(client_))) != 0
                           : mosquitto_want_write(client_);
-  return static_cast<short>(output ? POLLIN | POLLOUT : POLLIN);
+  return static_cast<short>((isReading() ? POLLIN : 0) | (output ? POLLOUT : 0));
 }
 
 bool Connection::check(int result) {
@@ -253,7 +257,7 @@ void Connection::fail(int result, int error) {
     // What the broker said was lost, because something was written after it had closed.
     reason = "TLS: the broker closed the connection, perhaps for want of a valid certificate";
   } else if (result == MOSQ_ERR_ERRNO) {
-    reason = textOf(error);
+    reason = std::generic_category().message(error);
   } else if (result == MOSQ_ERR_SUCCESS || result == MOSQ_ERR_CONN_LOST) {
     reason = "the broker closed the connection";
   } else {
@@ -310,22 +314,38 @@ bool Connection::step() {
   return !empty || hasPendingInput();
 }
 
+bool Connection::isReading() const {
+  return unanswered_ <= maxUnanswered;
+}
+
+/// Reads the packets of a turn.
+void Connection::read() {
+  readLimit_.renew();
+  contents_ = 0;
+  std::size_t count = 0;
+  // What TLS has decrypted must be read now: the socket does not say that it is there.
+  for (; count < packetsPerTurn || hasPendingInput(); ++count) {
+    if (!step() || exception_ || isHandshaking()) {
+      break;
+    }
+  }
+  // With TLS a step may be many packets.
+  const std::size_t bytes = std::max(readLimit_.taken(), contents_) - contents_;
+  unanswered_ += std::max(count, bytes / bytesOfPacket);
+}
+
 bool Connection::process() {
   const bool connecting = !accepted_;
   if (connecting && peerHasGone()) {
     return false;
   }
   processing_ = true;
-  readLimit_.renew();
-  // What TLS has decrypted must be read now: the socket does not say that it is there.
-  for (int turn = 0; turn < packetsPerTurn || hasPendingInput(); ++turn) {
-    if (!step()) {
-      break;
-    }
-    if (exception_ || isHandshaking()) {
-      break;
-    }
+  if (isReading()) {
+    read();
+  } else {
+    static_cast<void>(check(mosquitto_loop_write(client_, 1)));
   }
+  unanswered_ = !accepted_ || isFlushed() ? 0 : unanswered_;
   processing_ = false;
   rethrow();
   if (!ended_ && connecting) {

@@ -44,7 +44,8 @@ class Connection {
 
   /// -1 once the connection has ended.
   [[nodiscard]] int descriptor() const;
-  /// What to wait for: POLLIN, and POLLOUT as long as something is to be written.
+  /// What to wait for: POLLIN, and POLLOUT as long as something is to be written. POLLOUT alone
+  /// while a broker that goes on sending reads nothing of what it gets.
   [[nodiscard]] short events() const;
 
   /// Reads a bounded amount, writes and calls the listener. What is left is in the socket, which
@@ -86,6 +87,8 @@ class Connection {
   [[nodiscard]] bool isHandshaking() const;
   [[nodiscard]] bool hasPendingInput() const;
   bool peerHasGone();
+  void read();
+  [[nodiscard]] bool isReading() const;
   template <typename Call>
   void callListener(const Call& call);
   void rethrow();
@@ -99,6 +102,8 @@ class Connection {
   bool accepted_ = false;
   bool ended_ = false;
   bool processing_ = false;
+  std::size_t contents_ = 0;      ///< bytes of the messages that have arrived in this turn
+  std::size_t unanswered_ = 0;    ///< packets, about, that were read since output waits
   std::exception_ptr exception_;  ///< of the listener
   int refusal_ = 0;       ///< the reason of CONNACK or DISCONNECT, if it was none of success
   std::string tlsError_;  ///< the last one while connecting

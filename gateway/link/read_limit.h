@@ -21,6 +21,8 @@ class ReadLimit {
   void attach(ssl_st* ssl);
   /// Begins a turn.
   void renew() { left_ = turnSize; }
+  /// The bytes that were read in this turn, at most `turnSize`.
+  [[nodiscard]] std::size_t taken() const { return turnSize - left_; }
 
  private:
   struct Method;

@@ -20,7 +20,8 @@ class FloodingBroker {
   static constexpr std::string_view message{"\x30\7\0\1a\0xyz", 9};
   static constexpr std::string_view pong{"\xd0\0", 2};
 
-  /// Has the certificate `name`. Sends a message, and then `packet` so often.
+  /// Has the certificate `name`. Sends a message, and then `packet`, or several, so often; at least
+  /// a record.
   FloodingBroker(const Certificates& certificates, const std::string& name, std::string_view packet,
                  std::size_t count);
   /// Its client must have gone.
@@ -35,7 +36,7 @@ class FloodingBroker {
  private:
   void serve(std::string certificate, std::string key);
 
-  const std::string_view packet_;
+  const std::string packet_;
   const std::size_t count_;
   test_support::Descriptor listener_;
   int port_ = 0;
