@@ -29,6 +29,7 @@
 #include "gateway/exporter/exporter.h"
 #include "gateway/link/event_loop.h"
 #include "gateway/options.h"
+#include "gateway/resident_memory.h"
 #include "gateway/viewer/viewer.h"
 #include "gateway/wire/topics.h"
 
@@ -221,7 +222,10 @@ ExitStatus run(WorkerOptions options, bool verbose) {
       printLine(line);
     }
   };
-  options.ready = [] { print("ready\n"); };
+  options.ready = [] {
+    print("ready\n");
+    releaseUnusedMemory();
+  };
   try {
     worker.emplace(loop, std::move(options));
   } catch (const std::system_error&) {

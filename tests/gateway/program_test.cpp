@@ -117,4 +117,24 @@ TEST(GatewayProgram, MakesAServerOfADeviceOneOfThisMachine) {
   EXPECT_EQ(viewer.waitForExit(), (ExitStatus{0, 0})) << viewer.errors();
 }
 
+TEST(GatewayProgram, KeepsLittleMemoryForManyValues) {
+  const gateway_test::Certificates certificates;
+  certificates.makeServer("broker");
+  certificates.makeClient("pump-1");
+  const Broker broker({.tcp = true, .listener = certificates.listener("broker")});
+  test_support::ModelServer server({"--synthetic", "10x1000"});
+  Process exporter(command(
+      {"export", "--broker", broker.tlsUrl(), "--cafile", certificates.authority(), "--cert",
+       certificates.certificate("pump-1"), "--key", certificates.key("pump-1"), "--fleet",
+       "fleet-" + std::to_string(::getpid()), "--device", "pump-1", "--server", server.name()}));
+  ASSERT_TRUE(exporter.waitForLine("ready")) << exporter.errors();
+  if (!test_support::sanitized) {
+    EXPECT_TRUE(test_support::eventually([&] {
+      return test_support::procNumber(exporter.pid(), "status", "VmRSS:") < 9 * 1024;
+    })) << test_support::procNumber(exporter.pid(), "status", "VmRSS:");
+  }
+  exporter.signal(SIGTERM);
+  EXPECT_EQ(exporter.waitForExit(), (ExitStatus{0, 0})) << exporter.errors();
+}
+
 }  // namespace
