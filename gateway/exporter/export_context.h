@@ -31,6 +31,9 @@ struct ExportContext {
   std::function<void()> threadEnded = {};
 };
 
+/// The first heartbeat after values, so that it is soon seen if the last of them were lost.
+inline constexpr std::chrono::milliseconds firstHeartbeat{1000};
+
 /// The exporter's clocks, as they are sent.
 [[nodiscard]] inline std::int64_t realMilliseconds() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(

@@ -169,7 +169,11 @@ void ServerExport::sendBatch(Clock::time_point now) {
   context_.outbox.publish(publication);
   isBatchOpen_ = sequences_.isPending();
   nextBatch_ = now + context_.interval;
-  nextHeartbeat_ = now + context_.heartbeat;
+  // Not before the interval is over: it would have the values that wait for that.
+  const auto first = std::max<Clock::duration>(firstHeartbeat, context_.interval);
+  nextHeartbeat_ =
+      now + (batch.values.empty() ? context_.heartbeat
+                                  : std::min<Clock::duration>(first, context_.heartbeat));
 }
 
 void ServerExport::schedule(Clock::time_point now) {
