@@ -221,14 +221,9 @@ Publication Exporter::State::statePublication(bool isOnline) {
 }
 
 void Exporter::State::publishState() {
-  if (!areSettled_ || isStateQueued_) {
-    return;
+  if (areSettled_) {
+    context_.outbox.pushRetained(&stateTimer_, [this] { return statePublication(true); });
   }
-  isStateQueued_ = true;
-  isStateQueued_ = context_.outbox.pushRetained([this] {
-    isStateQueued_ = false;
-    return statePublication(true);
-  }) && isStateQueued_;
 }
 
 void Exporter::State::renewState() {

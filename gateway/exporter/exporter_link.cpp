@@ -55,7 +55,6 @@ void Exporter::State::leaveLink() {
   hasBegun_ = false;
   lookTimer_ = {};
   context_.outbox.clear();
-  isStateQueued_ = false;
   leaving_ = std::move(link_);
   if (leaving_ != nullptr) {
     leaving_->finish(std::nullopt, leaveTime, [this, number = linkNumber_] {
@@ -139,6 +138,9 @@ void Exporter::State::begin() {
     server->publishRetained();
   }
   publishState();
+  if (isReady_) {
+    removeLeftovers();
+  }
 }
 
 /// Another exporter has come, which works from now on.
@@ -151,7 +153,6 @@ void Exporter::State::yield() {
 
 void Exporter::State::disconnected(std::string_view reason, bool takenOver) {
   context_.outbox.clear();
-  isStateQueued_ = false;
   // Most brokers do not say that it was another client of the same id.
   mustLook_ |= hasBegun_;
   hasBegun_ = false;
@@ -200,7 +201,8 @@ void Exporter::State::changeLink() {
 }
 
 void Exporter::State::sendNote() {
-  if (link_ == nullptr) {
+  // A broker that acknowledges nothing gets no more of them.
+  if (link_ == nullptr || !link_->hasCapacity()) {
     return;
   }
   Publication note;

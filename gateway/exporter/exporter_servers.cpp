@@ -103,31 +103,47 @@ void Exporter::State::serversChanged() {
     link_->start();
   }
   publishState();
+  if (isReady_) {
+    removeLeftovers();
+  }
 }
 
 /// Notes what an earlier process has published.
 void Exporter::State::takeLeftovers(const DeviceState& state) {
   for (const auto& [name, server] : state.servers) {
-    leftovers_[name] = server.pages.size();
+    // Only a broker that makes up retained states has more.
+    if (leftovers_.size() < maxServers || leftovers_.count(name) > 0) {
+      leftovers_[name] = server.pages.size();
+    }
   }
   if (isReady_) {
     removeLeftovers();
   }
 }
 
-/// Removes the pages of an earlier process that nothing has replaced.
+/// Removes the pages of an earlier process that nothing has replaced. Without a connection: later.
 void Exporter::State::removeLeftovers() {
-  for (const auto& [name, pages] : leftovers_) {
-    if (ServerExport* server = find(name)) {
-      server->removePages(pages);
-      continue;
-    }
-    for (std::size_t page = 0; page < pages; ++page) {
-      context_.outbox.pushRetained(
-          [topic = context_.topics.shape(name, page)] { return retained(topic, {}); });
+  for (const auto& [port, server] : servers_) {
+    if (const auto pages = leftovers_.extract(server->name()); !pages.empty()) {
+      server->removePages(pages.mapped());
     }
   }
-  leftovers_.clear();
+  if (!leftovers_.empty()) {
+    context_.outbox.pushRetained(
+        &leftovers_, [this] { return nextLeftover(); }, true);
+  }
+}
+
+/// The removal of the next page, the last one of a server first.
+std::optional<Publication> Exporter::State::nextLeftover() {
+  std::erase_if(leftovers_, [](const auto& leftover) { return leftover.second == 0; });
+  // One that has come meanwhile knows itself what it publishes.
+  const auto next =
+      std::find_if(leftovers_.begin(), leftovers_.end(),
+                   [this](const auto& leftover) { return find(leftover.first) == nullptr; });
+  return next == leftovers_.end()
+             ? std::nullopt
+             : std::optional(retained(context_.topics.shape(next->first, --next->second), {}));
 }
 
 }  // namespace modelgate

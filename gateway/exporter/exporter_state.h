@@ -42,6 +42,7 @@ struct Exporter::State {
   void serversChanged();
   void takeLeftovers(const DeviceState& state);
   void removeLeftovers();
+  [[nodiscard]] std::optional<Publication> nextLeftover();
 
   // The broker (exporter_link.cpp, exporter.cpp).
   void makeLink();
@@ -83,7 +84,6 @@ struct Exporter::State {
   bool isFinishing_ = false;
   bool isReady_ = false;
   bool areSettled_ = false;     ///< whether the servers at the start have been read
-  bool isStateQueued_ = false;  ///< whether it is in the outbox
   bool hasStarted_ = false;     ///< whether the first connection has begun
   bool isWorkingLink_ = false;  ///< whether `link_` has the client id of the device
   bool hasBegun_ = false;       ///< whether this exporter publishes on the present connection
@@ -93,7 +93,8 @@ struct Exporter::State {
   /// Before a wrong state at the broker is replaced.
   Clock::duration correction_ = std::chrono::seconds(1);
 
-  /// The servers of the state that an earlier process has left, with their numbers of pages.
+  /// The servers of the state that an earlier process has left, with their numbers of pages; at
+  /// most `maxServers`.
   std::map<std::string, std::size_t> leftovers_;
   std::string firstFlushed_;            ///< the port with which the last flush began
   std::set<std::string> refusedPorts_;  ///< that have been logged

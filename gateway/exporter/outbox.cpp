@@ -1,5 +1,6 @@
 #include "gateway/exporter/outbox.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace modelgate {
@@ -15,11 +16,18 @@ bool Outbox::pushReply(Publication reply) {
   return true;
 }
 
-bool Outbox::pushRetained(Producer producer) {
+bool Outbox::pushRetained(const void* source, Producer producer, bool isSeries) {
   if (!link_.isConnected()) {
     return false;
   }
-  retained_.push_back(std::move(producer));
+  const auto waiting =
+      std::find_if(retained_.begin(), retained_.end(),
+                   [source](const Retained& retained) { return retained.source == source; });
+  if (waiting == retained_.end()) {
+    retained_.push_back({source, std::move(producer), isSeries});
+  } else {
+    *waiting = {source, std::move(producer), isSeries};
+  }
   pump();
   return true;
 }
@@ -32,16 +40,23 @@ bool Outbox::pump() {
       replyBytes_ -= reply.payload.size();
       link_.publish(reply);
     } else if (!retained_.empty()) {
-      const Producer producer = std::move(retained_.front());
-      retained_.pop_front();
-      if (const std::optional<Publication> publication = producer()) {
-        link_.publish(*publication);
-      }
+      publishRetained();
     } else {
       return true;
     }
   }
   return false;
+}
+
+/// One message of the first source, if it has one.
+void Outbox::publishRetained() {
+  const std::optional<Publication> publication = retained_.front().producer();
+  if (!publication || !retained_.front().isSeries) {
+    retained_.pop_front();
+  }
+  if (publication) {
+    link_.publish(*publication);
+  }
 }
 
 void Outbox::clear() {

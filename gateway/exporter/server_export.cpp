@@ -69,7 +69,7 @@ std::optional<ServerState> ServerExport::state() const {
 }
 
 void ServerExport::takeTree(std::shared_ptr<ServedTree> tree) {
-  noteTopics();
+  addTopics(*leftTopics_);
   tree_ = std::move(tree);
   ++shape_;
   isUp_ = isSettled_ = true;

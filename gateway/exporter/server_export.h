@@ -92,8 +92,8 @@ class ServerExport {
   void updateActivity();
 
   void publishPages();
-  void publishPage(std::size_t page);
-  void noteTopics();
+  [[nodiscard]] std::optional<Publication> nextPage();
+  void addTopics(std::set<std::string>& topics) const;
   void removeLeftTopics();
 
   [[nodiscard]] PositionRange rangeOf(Position top) const;
@@ -119,8 +119,9 @@ class ServerExport {
   std::optional<JsonTopics> json_;
   std::optional<ValuePages> pages_;
   std::deque<PendingSync> syncs_;
-  /// What the broker may retain, except the pages and nodes that there are.
-  std::set<std::string> leftTopics_;
+  /// What the broker may retain, except the pages and nodes that there are. Shared with the outbox,
+  /// which takes from it also when this object has gone.
+  std::shared_ptr<std::set<std::string>> leftTopics_ = std::make_shared<std::set<std::string>>();
 
   Clock::time_point nextBatch_ = Clock::time_point::min();
   bool isBatchOpen_ = false;  ///< some of what was due could not be sent yet

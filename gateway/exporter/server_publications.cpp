@@ -13,41 +13,38 @@ constexpr std::size_t batchSize = std::size_t{128} * 1024;
 
 }  // namespace
 
-void ServerExport::publishPage(std::size_t page) {
-  context_.outbox.pushRetained([this, page, alive = std::weak_ptr(alive_),
-                                tree = std::weak_ptr(tree_)]() -> std::optional<Publication> {
-    const std::shared_ptr<ServedTree> current = tree.lock();
-    if (alive.expired() || current == nullptr || current != tree_) {
-      return std::nullopt;  // Newer pages follow.
-    }
+/// The next page that the broker does not have.
+std::optional<Publication> ServerExport::nextPage() {
+  for (std::size_t page = 0; tree_ != nullptr && page < tree_->hashes.size(); ++page) {
     publishedPages_.resize(std::max(publishedPages_.size(), page + 1));
-    publishedPages_[page] = current->hashes[page];
-    return retained(context_.topics.shape(name_, page), current->pages[page],
-                    contentType(Format::cbor));
-  });
-}
-
-/// Publishes the pages that the broker does not have. What waited of an earlier tree is dropped.
-void ServerExport::publishPages() {
-  const std::vector<std::string>& hashes = tree_->hashes;
-  // Those above are removed.
-  publishedPages_.resize(std::min(publishedPages_.size(), hashes.size()));
-  for (std::size_t page = 0; page < hashes.size(); ++page) {
-    if (page >= publishedPages_.size() || publishedPages_[page] != hashes[page]) {
-      publishPage(page);
+    if (publishedPages_[page] != tree_->hashes[page]) {
+      publishedPages_[page] = tree_->hashes[page];
+      return retained(context_.topics.shape(name_, page), tree_->pages[page],
+                      contentType(Format::cbor));
     }
   }
+  return std::nullopt;
+}
+
+/// Publishes the pages that the broker does not have.
+void ServerExport::publishPages() {
+  // Those above are removed.
+  publishedPages_.resize(std::min(publishedPages_.size(), tree_->hashes.size()));
+  context_.outbox.pushRetained(
+      &publishedPages_,
+      [this, alive = std::weak_ptr(alive_)] { return alive.expired() ? std::nullopt : nextPage(); },
+      true);
 }
 
 void ServerExport::removePages(std::size_t count) {
   for (std::size_t page = 0; page < std::min(count, maxPages); ++page) {
-    leftTopics_.insert(context_.topics.shape(name_, page));
+    leftTopics_->insert(context_.topics.shape(name_, page));
   }
   removeLeftTopics();
 }
 
 void ServerExport::removeAll() {
-  noteTopics();
+  addTopics(*leftTopics_);
   tree_.reset();
   publishedPages_.clear();
   json_.reset();
@@ -55,31 +52,34 @@ void ServerExport::removeAll() {
   removeLeftTopics();
 }
 
-/// Adds what is published of the present tree to `leftTopics_`.
-void ServerExport::noteTopics() {
+/// Adds what is published of the present tree.
+void ServerExport::addTopics(std::set<std::string>& topics) const {
   for (std::size_t page = 0; tree_ != nullptr && page < tree_->pages.size(); ++page) {
-    leftTopics_.insert(context_.topics.shape(name_, page));
+    topics.insert(context_.topics.shape(name_, page));
   }
   for (std::size_t page = 0; pages_ && page < pages_->count(); ++page) {
-    leftTopics_.insert(context_.topics.values(name_, page));
+    topics.insert(context_.topics.values(name_, page));
   }
-  for (const std::string& topic : json_ ? json_->topics() : std::vector<std::string>()) {
-    leftTopics_.insert(topic);
+  for (std::string& topic : json_ ? json_->topics() : std::vector<std::string>()) {
+    topics.insert(std::move(topic));
   }
 }
 
-/// Removes from the broker what the present tree does not publish.
+/// Removes from the broker what the present tree does not publish. Without a connection: later.
 void ServerExport::removeLeftTopics() {
-  const std::set<std::string> left = std::exchange(leftTopics_, {});
-  noteTopics();
-  const std::set<std::string> present = std::exchange(leftTopics_, {});
-  for (const std::string& topic : left) {
-    const bool isRemoved = present.count(topic) > 0 ||
-                           context_.outbox.pushRetained([topic] { return retained(topic, {}); });
-    if (!isRemoved) {
-      leftTopics_.insert(topic);  // Without a connection: later.
-    }
+  if (leftTopics_->empty()) {
+    return;
   }
+  std::set<std::string> present;
+  addTopics(present);
+  std::erase_if(*leftTopics_, [&](const std::string& topic) { return present.count(topic) > 0; });
+  context_.outbox.pushRetained(
+      leftTopics_.get(),
+      [left = leftTopics_]() -> std::optional<Publication> {
+        return left->empty() ? std::nullopt
+                             : std::optional(retained(left->extract(left->begin()).value(), {}));
+      },
+      true);
 }
 
 void ServerExport::publishRetained() {

@@ -32,8 +32,9 @@ struct OutboxTest : testing::Test {
 
 TEST_F(OutboxTest, SendsRepliesBeforeRetainedMessages) {
   capacity = 0;
-  EXPECT_TRUE(outbox.pushRetained([] { return message("page"); }));
-  EXPECT_TRUE(outbox.pushRetained([]() -> std::optional<Publication> { return std::nullopt; }));
+  EXPECT_TRUE(outbox.pushRetained(&sent, [] { return message("page"); }));
+  EXPECT_TRUE(
+      outbox.pushRetained(&capacity, []() -> std::optional<Publication> { return std::nullopt; }));
   EXPECT_TRUE(outbox.pushReply(message("reply")));
   EXPECT_TRUE(sent.empty());
   capacity = 1;
@@ -41,6 +42,24 @@ TEST_F(OutboxTest, SendsRepliesBeforeRetainedMessages) {
   capacity = 5;
   EXPECT_TRUE(outbox.pump());
   EXPECT_EQ(sent, (std::vector<std::string>{"reply", "page"}));
+}
+
+TEST_F(OutboxTest, HoldsOneProducerOfASource) {
+  capacity = 0;
+  int pages = 3;
+  const auto series = [&pages]() -> std::optional<Publication> {
+    return pages == 0 ? std::nullopt : std::optional(message("page " + std::to_string(pages--)));
+  };
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_TRUE(outbox.pushRetained(&sent, [] { return message("before"); }));
+    EXPECT_TRUE(outbox.pushRetained(&pages, series, true));
+  }
+  EXPECT_TRUE(outbox.pushRetained(&sent, [] { return message("state"); }));
+  capacity = 2;
+  EXPECT_FALSE(outbox.pump());
+  capacity = 100;
+  EXPECT_TRUE(outbox.pump());
+  EXPECT_EQ(sent, (std::vector<std::string>{"state", "page 3", "page 2", "page 1"}));
 }
 
 TEST_F(OutboxTest, IsBoundedWhileTheBrokerTakesNothing) {
@@ -61,7 +80,7 @@ TEST_F(OutboxTest, IsBoundedWhileTheBrokerTakesNothing) {
 TEST_F(OutboxTest, TakesNothingWithoutAConnection) {
   isConnected = false;
   EXPECT_FALSE(outbox.pushReply(message("reply")));
-  EXPECT_FALSE(outbox.pushRetained([] { return message("page"); }));
+  EXPECT_FALSE(outbox.pushRetained(&sent, [] { return message("page"); }));
   isConnected = true;
   EXPECT_TRUE(outbox.pump());
   EXPECT_TRUE(sent.empty());

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <map>
 
@@ -62,6 +63,24 @@ struct ServerExportTest : testing::Test {
       [] {},
       [](std::string_view, bool) {}};
 };
+
+TEST_F(ServerExportTest, HoldsEachMessageOnceForABrokerThatTakesNone) {
+  const ModelServer server;
+  ServerExport exported(context, server.name());
+  ASSERT_TRUE(runUntil(loop, [&] { return exported.state().has_value(); }));
+  const long before = test_support::procNumber(::getpid(), "status", "VmRSS:");
+  for (int i = 0; i < 300; ++i) {
+    exported.removePages(1024);
+  }
+  if (!test_support::sanitized) {
+    EXPECT_LT(test_support::procNumber(::getpid(), "status", "VmRSS:") - before, 8 * 1024);
+  }
+  hasCapacity = true;
+  EXPECT_TRUE(context.outbox.pump());
+  EXPECT_EQ(broker.size(), 1024U);
+  EXPECT_EQ(broker.at(context.topics.shape(exported.name(), 1023)), "");
+  EXPECT_NE(broker.at(context.topics.shape(exported.name(), 0)), "");
+}
 
 TEST_F(ServerExportTest, PublishesEachPageAlsoIfTheShapeChangesMeanwhile) {
   test_support::TemporaryFile file(treeOfPages("before"));
