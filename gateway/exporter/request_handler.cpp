@@ -19,6 +19,10 @@ constexpr std::size_t maxCorrelation = 64;
 constexpr std::chrono::seconds replyExpiry{10};
 /// How long a request lives.
 constexpr std::chrono::seconds requestLife{2};
+/// A value of at most that many bytes does not count; there may be 256 of them for each server.
+constexpr std::size_t smallValue = 4096;
+/// The most bytes of values that wait for servers.
+constexpr std::size_t maxWaitingBytes = std::size_t{16} * 1024 * 1024;
 
 /// How long a store may wait that has just arrived, by what the broker says of it.
 std::optional<std::chrono::seconds> patienceWith(const Message& message) {
@@ -234,7 +238,11 @@ void RequestHandler::pass(const Requester& requester, const Request& request, Se
   passed.index = request.index;
   passed.value = request.value.value_or(std::string());
   passed.until = lastMoment(requester, request);
-  passed.done = [this, requester, &server](const WorkerResult& result) {
+  const auto reserved = reserve(passed.value.size());
+  if (!reserved) {
+    return reply(requester, ModelSrv::ModelRes_LimitReached, "too many large values wait");
+  }
+  passed.done = [this, requester, &server, held = *reserved](const WorkerResult& result) {
     Reply answer;
     answer.result = result.result;
     answer.reason = result.reason;
@@ -245,6 +253,18 @@ void RequestHandler::pass(const Requester& requester, const Request& request, Se
   if (!server.request(std::move(passed))) {
     reply(requester, ModelSrv::ModelRes_LimitReached, "too many requests wait for the server");
   }
+}
+
+std::optional<std::shared_ptr<const void>> RequestHandler::reserve(std::size_t size) const {
+  if (size <= smallValue) {
+    return nullptr;
+  }
+  if (*waitingBytes_ + size > maxWaitingBytes) {
+    return std::nullopt;
+  }
+  *waitingBytes_ += size;
+  return std::shared_ptr<const void>(
+      this, [size, bytes = waitingBytes_](const void*) { *bytes -= size; });
 }
 
 void RequestHandler::reply(const Requester& requester, ModelRes result, std::string reason) {

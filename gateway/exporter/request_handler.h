@@ -1,7 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -61,8 +63,15 @@ class RequestHandler {
   void reply(const Requester& requester, ModelSrv::ModelRes result, std::string reason = {});
   void reply(const Requester& requester, Reply reply);
 
+  /// Counts a value as long as it waits for its server's thread; null for a small one, of which the
+  /// number that waits is limited. Empty if there are too many bytes.
+  [[nodiscard]] std::optional<std::shared_ptr<const void>> reserve(std::size_t size) const;
+
   ExportContext& context_;
   FindServer find_;
+  /// The bytes of large values that wait. Shared with them: they may end on another thread.
+  std::shared_ptr<std::atomic<std::size_t>> waitingBytes_ =
+      std::make_shared<std::atomic<std::size_t>>(0);
   ReplyMemory memory_;
 };
 
