@@ -44,6 +44,11 @@ ModelRes LocalServer::connect(const std::string& port) {
                              EvtSrv::ConBehave_Default);
 }
 
+void LocalServer::disconnect() {
+  static_cast<void>(watch_.stop());
+  root_.stop(true);
+}
+
 ModelRes LocalServer::read(const Chain& chain, ModelPartIndex index, std::string& text) {
   const std::lock_guard lock(manager_.clientMutex);
   stream_.clear();

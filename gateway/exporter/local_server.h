@@ -29,6 +29,8 @@ class LocalServer {
   explicit LocalServer(Handlers handlers);
 
   ModelSrv::ModelRes connect(const std::string& port);
+  /// Ends the connection, and the watch.
+  void disconnect();
 
   // Requests about the part at `chain`. On success the output is replaced.
 
@@ -51,6 +53,8 @@ class LocalServer {
   bool dispatch(int milliseconds);
   /// Ends the present or the next `dispatch`. Any thread.
   void wake() { manager_.wake(); }
+  /// Readable as long as `dispatch` would not wait.
+  [[nodiscard]] int pollDescriptor() const { return manager_.pollDescriptor(); }
 
  private:
   class Root final : public ModelSrv::ModelRoot {

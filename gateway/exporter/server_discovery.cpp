@@ -40,6 +40,10 @@ bool isPortName(std::string_view name) {
          std::all_of(name.begin(), name.end(), isAllowed);
 }
 
+int openToWrite(const std::string& path) {
+  return ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY);
+}
+
 /// Whether it is a mailbox that a process reads. Nothing is written: only a pipe with a reader can
 /// be opened.
 bool isRead(const std::string& path) {
@@ -47,8 +51,7 @@ bool isRead(const std::string& path) {
   if (::lstat(path.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) {
     return false;
   }
-  const int descriptor =
-      ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY);
+  const int descriptor = openToWrite(path);
   if (descriptor < 0) {
     return errno == EACCES;
   }
@@ -57,6 +60,12 @@ bool isRead(const std::string& path) {
 }
 
 }  // namespace
+
+int openMailbox(const std::string& port) {
+  const std::string path =
+      std::string(mailboxDirectory) + '/' + port + std::string(mailboxExtension);
+  return openToWrite(path);
+}
 
 bool isServerPort(std::string_view port) {
   return isPortName(port) && (port.starts_with("Model_") || port.ends_with(".Model"));

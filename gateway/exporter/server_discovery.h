@@ -38,6 +38,11 @@ class ServerDiscovery {
   unsigned repetitions_ = 0;  ///< of the next scan
 };
 
+/// Opens the mailbox of `port`, without writing: poll(2) reports an error of the descriptor, which
+/// is the caller's, as soon as no server reads that mailbox. Negative if none does now, or on an
+/// error of the system. Any thread.
+[[nodiscard]] int openMailbox(const std::string& port);
+
 /// Whether a server may have this port, and it is one that is found without being named: it begins
 /// with "Model_" or ends with ".Model".
 [[nodiscard]] bool isServerPort(std::string_view port);

@@ -50,8 +50,11 @@ TreeWorker::Handlers ServerExport::handlers() {
   };
   handlers.rejected = [this](std::string reason) {
     post([this, reason = std::move(reason)] {
+      if (std::exchange(rejection_, reason) == reason) {
+        return;
+      }
       context_.log(port_ + " is not exported: " + reason, false);
-      isSettled_ = isRejected_ = true;
+      isSettled_ = true;
       removeAll();
       isUp_ = false;
       context_.stateChanged();
@@ -73,6 +76,7 @@ void ServerExport::takeTree(std::shared_ptr<ServedTree> tree) {
   tree_ = std::move(tree);
   ++shape_;
   isUp_ = isSettled_ = true;
+  rejection_.clear();
   sequences_.reset(tree_->index.size());
   static_cast<void>(tree_->values.takeMarks());
   json_.emplace(context_.topics, name_, context_.json, tree_);

@@ -37,7 +37,7 @@ class ServerExport {
   /// Whether the first attempt to read the tree has ended.
   [[nodiscard]] bool isSettled() const { return isSettled_; }
   /// Whether its tree cannot be exported.
-  [[nodiscard]] bool isRejected() const { return isRejected_; }
+  [[nodiscard]] bool isRejected() const { return !rejection_.empty(); }
   /// For the device's state; empty if the tree has not been read yet.
   [[nodiscard]] std::optional<ServerState> state() const;
   [[nodiscard]] bool isUp() const { return isUp_; }
@@ -113,7 +113,7 @@ class ServerExport {
   std::vector<std::string> publishedPages_;  ///< the hashes of those that this broker has
   bool isUp_ = false;
   bool isSettled_ = false;
-  bool isRejected_ = false;
+  std::string rejection_;  ///< why the tree cannot be exported; empty if it can, or is not known
   SequenceTable sequences_;
   Leases leases_;
   std::optional<JsonTopics> json_;

@@ -10,6 +10,7 @@ namespace modelgate {
 using ModelSrv::ModelPartId;
 using ModelSrv::ModelRes;
 using ModelSrv::ModelRes_Success;
+using ModelSrv::PartAttributes;
 
 namespace {
 
@@ -30,7 +31,8 @@ class Reader {
     ModelSrv::TreeReading reading;
     const ModelRes result =
         server_.readTree([this](const ModelSrv::TreePart& part) { return add(part); }, reading);
-    if (result != ModelRes_Success || ended_ != ModelRes_Success) {
+    readout.isMirror = isMirror_;
+    if (isMirror_ || result != ModelRes_Success || ended_ != ModelRes_Success) {
       return result != ModelRes_Success ? result : ended_;
     }
     readout.isOutdated = reading.structureChanged && parts_.size() > 1;
@@ -60,10 +62,31 @@ class Reader {
     if (!part.chain.empty()) {
       added.parent = path_.empty() ? 0 : path_.back();
       describe(part, added.part);
+      isMirror_ = part.chain.size() == 1 && part.name == linkPartName;
+      count(added.part, true);
       parts_[added.parent].children.push_back(number);
     }
     path_.push_back(number);
-    return true;
+    return !isMirror_ && ended_ == ModelRes_Success;
+  }
+
+  /// Adds the texts of a part to what the shape will have, or takes them away. A text takes at
+  /// least a byte more than it has.
+  void count(const ShapePart& part, bool isAdded) {
+    const PartAttributes& attributes = part.attributes;
+    std::size_t bytes = part.name.size() + attributes.unit.size() + attributes.minimum.size() +
+                        attributes.maximum.size() + attributes.text.size();
+    for (const std::vector<std::string>* texts : {&part.elementNames, &attributes.choices}) {
+      for (const std::string& text : *texts) {
+        bytes += text.size() + 1;
+      }
+    }
+    const std::size_t texts = part.elementNames.size() + attributes.choices.size();
+    texts_ = isAdded ? texts_ + texts : texts_ - texts;
+    bytes_ = isAdded ? bytes_ + bytes : bytes_ - bytes;
+    if (texts_ > maxShapeTexts || bytes_ > maxPages * maxPage) {
+      ended_ = ModelSrv::ModelRes_LimitReached;
+    }
   }
 
   static void describe(const ModelSrv::TreePart& part, ShapePart& shape) {
@@ -97,7 +120,9 @@ class Reader {
       ModelSrv::PartDescription description;
       const ModelRes result = server_.describe(chain, description);
       if (result == ModelRes_Success) {
+        count(parts_[number].part, false);
         takeDescription(std::move(description), parts_[number]);
+        count(parts_[number].part, true);
       } else {
         note(result, isOutdated);
       }
@@ -165,7 +190,6 @@ class Reader {
       if (!next.children.empty()) {
         next.part.type = "node";
       }
-      readout.isMirror |= next.part.depth == 1 && next.part.name == linkPartName;
       readout.shape.push_back(std::move(next.part));
       readout.values.push_back(std::move(next.value));
       waiting.insert(waiting.end(), next.children.rbegin(), next.children.rend());
@@ -176,6 +200,9 @@ class Reader {
   const std::function<bool()>& between_;
   std::vector<ReadPart> parts_;
   std::vector<std::size_t> path_;  ///< from the root to the last part
+  std::size_t texts_ = 0;          ///< names of elements, and choices
+  std::size_t bytes_ = 0;          ///< of all texts
+  bool isMirror_ = false;
   ModelRes ended_ = ModelRes_Success;
 };
 

@@ -22,8 +22,9 @@ struct TreeReadout {
 
 /// Reads the tree of `server`, children in the server's order. `between` is called between
 /// requests; it may make requests, and ends the reading by returning false.
-/// `ModelRes_TooLarge` for a tree with more than `maxParts`, `ModelRes_DoNothing` if `between` has
-/// ended the reading.
+/// `ModelRes_TooLarge` for a tree with more than `maxParts`, `ModelRes_LimitReached` as soon as its
+/// names and attributes are more than a shape may have, `ModelRes_DoNothing` if `between` has ended
+/// the reading. Of a mirror nothing is read but that it is one.
 ModelSrv::ModelRes readTree(LocalServer& server, const std::function<bool()>& between,
                             TreeReadout& readout);
 

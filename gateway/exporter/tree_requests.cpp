@@ -44,7 +44,7 @@ bool TreeWorker::serveRequests() {
     request.done(carryOut(request));
     lock.lock();
   }
-  return !isStopping_;
+  return !isStopping_ && !hasLeft_;
 }
 
 WorkerResult TreeWorker::carryOut(const WorkerRequest& request) {

@@ -1,6 +1,7 @@
 #include <malloc.h>
 
-#include <span>
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "gateway/exporter/tree_worker.h"
@@ -21,6 +22,11 @@ constexpr std::chrono::milliseconds failurePause{500};
 /// The same if the server has gone. When it is back, the tree is read at once.
 constexpr std::chrono::milliseconds lossPause{5000};
 constexpr std::chrono::seconds unwatchedPeriod{1};
+/// From one reading of a rejected tree to the next one: the first, and twice as long each time.
+constexpr std::chrono::milliseconds firstRejectionPause{1000};
+constexpr std::chrono::milliseconds longestRejectionPause{300'000};
+
+constexpr const char* tooLarge = "its tree is too large or has a part that cannot be exported";
 
 }  // namespace
 
@@ -36,16 +42,19 @@ void TreeWorker::readAgain() {
   TreeReadout readout;
   const ModelRes result = readTree(
       server_, [this] { return serveRequests(); }, readout);
+  if (readout.isMirror) {
+    return reject("it is a mirror", true);
+  }
   if (result == ModelSrv::ModelRes_TooLarge) {
     return reject("its tree has too many parts");
+  }
+  if (result == ModelSrv::ModelRes_LimitReached) {
+    return reject(tooLarge);
   }
   if (result != ModelRes_Success) {
     handlers_.failed(ModelSrv::describe(result));
     readAt_ = Clock::now() + (result == ModelSrv::ModelRes_NotConnected ? lossPause : failurePause);
     return;
-  }
-  if (readout.isMirror) {
-    return reject("it is a mirror");
   }
   takeReadout(std::move(readout));
 }
@@ -53,7 +62,14 @@ void TreeWorker::readAgain() {
 void TreeWorker::takeReadout(TreeReadout readout) {
   std::vector<std::string> pages = encodeShape(readout.shape);
   if (pages.empty()) {
-    return reject("its tree is too large or has a part that cannot be exported");
+    return reject(tooLarge);
+  }
+  if (std::exchange(isRejected_, false)) {
+    // Once more, now with a watch of the values.
+    rejectionPause_ = {};
+    isWatching_ = false;
+    readAt_ = Clock::now();
+    return;
   }
   const bool isSame = tree_ != nullptr && tree_->pages == pages;
   if (!isSame) {
@@ -96,13 +112,24 @@ void TreeWorker::handle(const WatchEvent& event) {
   if (event.kind == WatchEvent::Kind::value) {
     return takeValue(event);
   }
+  if (event.kind == WatchEvent::Kind::complete) {
+    isListed_ = true;
+    if (isRejected_) {
+      noteStructureChange();  // What has changed before it was listed.
+    }
+    return;
+  }
   if (event.kind == WatchEvent::Kind::begin) {
+    isListed_ = false;
     if (!std::exchange(expectsBegin_, false)) {
       noteStructureChange();
     }
     return;
   }
-  if (event.kind == WatchEvent::Kind::complete || event.chain.empty() || tree_ == nullptr) {
+  if (isRejected_ && isListed_) {
+    return noteStructureChange();
+  }
+  if (event.chain.empty() || tree_ == nullptr) {
     return;
   }
   const std::optional<Position> position = tree_->index.find(event.chain);
@@ -155,16 +182,36 @@ void TreeWorker::readUnwatched() {
 }
 
 void TreeWorker::noteStructureChange() {
-  const Clock::time_point due = Clock::now() + structurePause;
+  Clock::time_point due = Clock::now() + structurePause;
+  if (isRejected_) {
+    due = std::max(due, rejectedUntil_);
+  }
   readAt_ = readAt_ ? std::min(*readAt_, due) : due;
 }
 
-void TreeWorker::reject(std::string reason) {
-  isRejected_ = true;
+/// Of a rejected tree: its values of the beginning come, and changes of the structure.
+void TreeWorker::watchStructure() {
+  isListed_ = false;
+  expectsBegin_ = true;
+  isWatching_ =
+      server_.watch(std::numeric_limits<std::uint32_t>::max(),
+                    [this](const WatchEvent& event) { handle(event); }) == ModelRes_Success;
+}
+
+void TreeWorker::reject(std::string reason, bool leaves) {
+  isUp_ = false;
+  tree_.reset();
+  unwatched_.clear();
+  ::malloc_trim(0);
+  rejectionPause_ = std::clamp(2 * rejectionPause_, firstRejectionPause, longestRejectionPause);
+  rejectedUntil_ = Clock::now() + rejectionPause_;
+  if (!std::exchange(isRejected_, true) && !leaves) {
+    watchStructure();
+  }
   std::deque<WorkerRequest> requests;
   {
     const std::lock_guard lock(mutex_);
-    isStopping_ = true;
+    hasLeft_ = leaves;
     requests.swap(requests_);
   }
   for (const WorkerRequest& request : requests) {

@@ -1,8 +1,14 @@
 #include "gateway/exporter/tree_worker.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <exception>
 #include <utility>
+
+#include "gateway/exporter/server_discovery.h"
 
 namespace modelgate {
 
@@ -45,7 +51,7 @@ void TreeWorker::stop() {
 bool TreeWorker::request(WorkerRequest request) {
   {
     const std::lock_guard lock(mutex_);
-    if (isStopping_ || requests_.size() >= maxRequests) {
+    if (isStopping_ || hasLeft_ || requests_.size() >= maxRequests) {
       return false;
     }
     requests_.push_back(std::move(request));
@@ -71,17 +77,17 @@ void TreeWorker::retry() {
 }
 
 void TreeWorker::run() {
-  try {
-    bool isConnected = connect();
-    while (!isConnected && pauseUnconnected()) {
-      isConnected = connect();
+  bool isOver = false;
+  while (!isOver) {
+    try {
+      if (awaitConnection()) {
+        readAt_ = Clock::now();
+        serve();
+      }
+    } catch (const std::exception& error) {
+      reject(error.what(), true);
     }
-    if (isConnected) {
-      readAt_ = Clock::now();
-      serve();
-    }
-  } catch (const std::exception& error) {
-    reject(error.what());
+    isOver = !leave();
   }
   hasEnded_ = true;
   if (handlers_.ended) {
@@ -89,10 +95,19 @@ void TreeWorker::run() {
   }
 }
 
+/// False if the thread is to end.
+bool TreeWorker::awaitConnection() {
+  bool isConnected = connect();
+  while (!isConnected && pauseUnconnected()) {
+    isConnected = connect();
+  }
+  return isConnected;
+}
+
 bool TreeWorker::connect() {
   {
     const std::lock_guard lock(mutex_);
-    shouldRetry_ = false;
+    shouldRetry_ = hasLeft_ = false;
   }
   const ModelRes result = server_.connect(port_);
   if (result != ModelSrv::ModelRes_Success) {
@@ -107,8 +122,35 @@ bool TreeWorker::pauseUnconnected() {
   return !isStopping_;
 }
 
+bool TreeWorker::isStopping() {
+  const std::lock_guard lock(mutex_);
+  return isStopping_;
+}
+
+/// Ends the connection, and waits until the server has gone. False if the thread is to end.
+bool TreeWorker::leave() {
+  // Opened before the connection ends, so that it is the mailbox of this server.
+  pollfd mailbox{openMailbox(port_), 0, 0};
+  server_.disconnect();
+  isWatching_ = isRejected_ = false;
+  // Without the mailbox, the server has gone, or is looked for at times.
+  while (!isStopping() && mailbox.fd >= 0 && mailbox.revents == 0) {
+    std::array<pollfd, 2> waits{mailbox, {server_.pollDescriptor(), POLLIN, 0}};
+    static_cast<void>(::poll(waits.data(), waits.size(), -1));
+    mailbox.revents = waits[0].revents;
+    server_.dispatch(0);
+  }
+  if (mailbox.fd >= 0) {
+    ::close(mailbox.fd);
+  } else {
+    pauseUnconnected();
+  }
+  return !isStopping();
+}
+
+/// Until the thread is to end, or the server was left.
 void TreeWorker::serve() {
-  while (serveRequests() && !isRejected_) {
+  while (serveRequests()) {
     const Clock::time_point now = Clock::now();
     const Clock::time_point unwatchedAt = nextUnwatchedRead();
     if (readAt_ && *readAt_ <= now) {

@@ -57,7 +57,9 @@ class TreeWorker {
     std::function<void(bool isUp)> up;
     /// The server cannot be connected to, or read, now. It is tried again.
     std::function<void(std::string reason)> failed;
-    /// The tree cannot be exported: the thread has ended.
+    /// The tree cannot be exported. It is read again when its structure changes, and when the
+    /// server comes anew; for a mirror, which fetches its values for each client, only then. May be
+    /// called again with the same reason.
     std::function<void(std::string reason)> rejected;
     /// The thread does nothing any more: `hasEnded`.
     std::function<void()> ended = {};
@@ -76,7 +78,7 @@ class TreeWorker {
 
   // Any thread.
 
-  /// Queues a request; false if too many wait, or the thread has ended.
+  /// Queues a request; false if too many wait, or the server was left.
   [[nodiscard]] bool request(WorkerRequest request);
   /// Whether values are of interest, so that parts that cannot be watched are read each second.
   void setActive(bool isActive);
@@ -91,7 +93,11 @@ class TreeWorker {
   void run();
   void serve();
   bool connect();
+  /// False if the thread is to end.
+  bool awaitConnection();
   bool pauseUnconnected();
+  bool leave();
+  [[nodiscard]] bool isStopping();
   /// When the parts that cannot be watched are to be read again.
   [[nodiscard]] Clock::time_point nextUnwatchedRead();
   [[nodiscard]] static int millisecondsUntil(Clock::time_point next);
@@ -104,7 +110,8 @@ class TreeWorker {
   void takeValue(const ModelSrv::WatchEvent& event);
   void readUnwatched();
   void noteStructureChange();
-  void reject(std::string reason);
+  void watchStructure();
+  void reject(std::string reason, bool leaves = false);
 
   // tree_requests.cpp
   bool serveRequests();
@@ -130,7 +137,10 @@ class TreeWorker {
   bool isWatching_ = false;
   bool expectsBegin_ = false;  ///< the watch is new: its beginning says nothing
   bool isUp_ = false;
-  bool isRejected_ = false;
+  bool isRejected_ = false;  ///< the tree could not be exported when it was last read
+  bool isListed_ = false;    ///< the watch has reported the whole tree
+  std::chrono::milliseconds rejectionPause_{0};  ///< until a rejected tree may be read again
+  Clock::time_point rejectedUntil_;
   Chain chain_;  ///< reused
 
   std::mutex mutex_;
@@ -139,6 +149,7 @@ class TreeWorker {
   std::deque<WorkerRequest> requests_;
   bool isActive_ = false;
   bool shouldRetry_ = false;
+  bool hasLeft_ = false;  ///< the server, until it comes anew
   bool isStopping_ = false;
 
   std::atomic<bool> hasEnded_{false};

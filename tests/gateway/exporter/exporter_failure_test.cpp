@@ -2,7 +2,11 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include "gateway/wire/limits.h"
 #include "tests/gateway/exporter/exporter_fixture.h"
+#include "tests/gateway/exporter/tree_of_choices.h"
+#include "tests/gateway/link/certificates.h"
+#include "tests/gateway/link/flooding_broker.h"
 #include "tests/support/port_name.h"
 
 namespace {
@@ -72,6 +76,25 @@ TEST_F(ExporterFailure, AStoreThatWaitedTooLongIsNotCarriedOut) {
   EXPECT_EQ(request(Verb::get, of(server.name(), "/drive/speed")).value, "42");
 }
 
+TEST_F(ExporterFailure, RefusesMoreLargeValuesThanItHoldsForAServer) {
+  ModelServer server;
+  options.allowSet = {"/"};
+  startReady({server.name()});
+  server.hang();
+  const std::string large(3'000'000, 'x');
+  std::vector<std::string> stores;
+  for (int i = 0; i < 8; ++i) {
+    stores.push_back(send(Verb::set, storeOf(server.name(), "/drive/label", large)));
+  }
+  // The first one keeps the server's thread for 2 s.
+  EXPECT_EQ(reply(stores.back()).result, ModelSrv::ModelRes_LimitReached);
+  server.resume();
+  ASSERT_TRUE(until([&] {
+    return request(Verb::set, storeOf(server.name(), "/drive/label", large)).result ==
+           ModelSrv::ModelRes_Success;
+  }));
+}
+
 TEST_F(ExporterFailure, AServerThatEndsIsDownUntilItIsBack) {
   ModelServer server;
   options.allowSet = {"/"};
@@ -136,6 +159,80 @@ TEST_F(ExporterFailure, MirrorsAndTheListOfDevicesAreNotExported) {
   ASSERT_FALSE(log.empty());
   EXPECT_EQ(log.front(), mirror.name() + " is not exported: it is a mirror");
   EXPECT_EQ(request(Verb::get, of(mirror.name(), "/_link")).result, ModelSrv::ModelRes_NoSuchPart);
+}
+
+TEST_F(ExporterFailure, AMirrorThatComesAnewAsAServerIsExported) {
+  test_support::TemporaryFile file(
+      R"({"name": "Model_x", "children": [{"name": "_link", "children": []}]})");
+  ModelServer server({"--tree", file.path()}, true);
+  startReady({server.name()});
+  EXPECT_TRUE(state()->servers.empty());
+  file.write(numberTree("one", 1));
+  server.kill();
+  server.restart();
+  ASSERT_TRUE(until([&] { return state()->servers.count(nameOf(server.name())) == 1; }));
+  EXPECT_EQ(request(Verb::get, of(server.name(), "/one")).value, "1");
+}
+
+TEST_F(ExporterFailure, ATreeThatWasTooLargeIsExportedWhenItIsNot) {
+  test_support::TemporaryFile file(gateway_test::treeOfChoices(1001));
+  ModelServer server({"--tree", file.path()}, true);
+  startReady({server.name()});
+  EXPECT_TRUE(state()->servers.empty());
+  const std::vector<std::string> rejection{
+      server.name() +
+      " is not exported: its tree is too large or has a part that cannot be exported"};
+  EXPECT_EQ(log, rejection);
+  // Still too large, and said once.
+  file.write(gateway_test::treeOfChoices(1002));
+  server.process().signal(SIGHUP);
+  runFor(loop, std::chrono::seconds(2));
+  EXPECT_EQ(log, rejection);
+  file.write(numberTree("one", 1));
+  server.process().signal(SIGHUP);
+  ASSERT_TRUE(until([&] { return state()->servers.count(nameOf(server.name())) == 1; }));
+  EXPECT_EQ(request(Verb::get, of(server.name(), "/one")).value, "1");
+  // And its changes are followed as those of any other.
+  ASSERT_EQ(request(Verb::watch, of(server.name(), "/")).result, ModelSrv::ModelRes_Success);
+  TreeClient client(server.name());
+  ASSERT_EQ(client.store("/one", "2"), ModelSrv::ModelRes_Success);
+  ASSERT_TRUE(until([&] { return lastInBatches(server.name(), 0) == "2"; }));
+}
+
+TEST_F(ExporterFailure, RetainedStatesThatTheBrokerMakesUpTakeNoMemory) {
+  // Each with other servers, as those of an earlier process.
+  std::string flood;
+  for (unsigned number = 0; number < 400; ++number) {
+    modelgate::DeviceState state;
+    for (unsigned i = 0; i < modelgate::maxServers; ++i) {
+      state.servers[std::to_string(number) + "-" + std::to_string(i) + std::string(100, 'x')] = {};
+    }
+    const std::string body = std::string("\0\x0ets/1/f/d/state\0", 17) + encodeState(state);
+    flood += '\x31';
+    for (std::size_t size = body.size(); size > 0; size >>= 7U) {
+      flood += static_cast<char>((size & 0x7FU) | (size > 0x7FU ? 0x80U : 0U));
+    }
+    flood += body;
+  }
+  const gateway_test::Certificates certificates;
+  certificates.makeServer("broker");
+  const gateway_test::FloodingBroker hostile(certificates, "broker", flood, 3);
+  std::string error;
+  options.link.broker = modelgate::parseBroker(hostile.url(), error).value();
+  options.link.caFile = certificates.authority();
+  options.fleet = "f";
+  options.device = "d";
+  options.servers = {"none"};
+  options.log = [this](std::string_view line, bool) { log.emplace_back(line); };
+  exporter.emplace(loop, options);
+  const long before = test_support::procNumber(::getpid(), "status", "VmRSS:");
+  exporter->start();
+  ASSERT_TRUE(until([&] { return hostile.hasSentAll(); })) << testing::PrintToString(log);
+  runFor(loop, std::chrono::milliseconds(500));
+  if (!test_support::sanitized) {
+    EXPECT_LT(test_support::procNumber(::getpid(), "status", "VmRSS:") - before, 8 * 1024);
+  }
+  exporter.reset();
 }
 
 TEST_F(ExporterFailure, AllThatIsRetainedIsPublishedAgainToAnEmptyBroker) {
