@@ -76,25 +76,6 @@ TEST_F(ExporterFailure, AStoreThatWaitedTooLongIsNotCarriedOut) {
   EXPECT_EQ(request(Verb::get, of(server.name(), "/drive/speed")).value, "42");
 }
 
-TEST_F(ExporterFailure, RefusesMoreLargeValuesThanItHoldsForAServer) {
-  ModelServer server;
-  options.allowSet = {"/"};
-  startReady({server.name()});
-  server.hang();
-  const std::string large(3'000'000, 'x');
-  std::vector<std::string> stores;
-  for (int i = 0; i < 8; ++i) {
-    stores.push_back(send(Verb::set, storeOf(server.name(), "/drive/label", large)));
-  }
-  // The first one keeps the server's thread for 2 s.
-  EXPECT_EQ(reply(stores.back()).result, ModelSrv::ModelRes_LimitReached);
-  server.resume();
-  ASSERT_TRUE(until([&] {
-    return request(Verb::set, storeOf(server.name(), "/drive/label", large)).result ==
-           ModelSrv::ModelRes_Success;
-  }));
-}
-
 TEST_F(ExporterFailure, AServerThatEndsIsDownUntilItIsBack) {
   ModelServer server;
   options.allowSet = {"/"};

@@ -6,6 +6,7 @@
 
 #include <map>
 
+#include "gateway/exporter/request_handler.h"
 #include "tests/gateway/link/client.h"
 #include "tests/support/model_server.h"
 
@@ -43,6 +44,7 @@ struct ServerExportTest : testing::Test {
   }
 
   modelgate::EventLoop loop;
+  const std::vector<std::string> everywhere{"/"};
   bool hasCapacity = false;
   std::map<std::string, std::string> broker;  ///< the last message of each topic
   modelgate::ExportContext context{
@@ -51,7 +53,7 @@ struct ServerExportTest : testing::Test {
       1,
       std::chrono::milliseconds(50),
       std::chrono::seconds(10),
-      modelgate::PathRules({}),
+      modelgate::PathRules(everywhere),
       modelgate::PathRules({}),
       false,
       modelgate::Outbox({.isConnected = [] { return true; },
@@ -80,6 +82,37 @@ TEST_F(ServerExportTest, HoldsEachMessageOnceForABrokerThatTakesNone) {
   EXPECT_EQ(broker.size(), 1024U);
   EXPECT_EQ(broker.at(context.topics.shape(exported.name(), 1023)), "");
   EXPECT_NE(broker.at(context.topics.shape(exported.name(), 0)), "");
+}
+
+TEST_F(ServerExportTest, RefusesMoreLargeValuesThanMayWait) {
+  ModelServer server;
+  ServerExport exported(context, server.name());
+  ASSERT_TRUE(runUntil(loop, [&] { return exported.state().has_value(); }));
+  server.hang();
+  modelgate::RequestHandler requests(context, [&](std::string_view) { return &exported; });
+  modelgate::Request store;
+  store.server = exported.name();
+  store.path = "/drive/label";
+  store.value = std::string(3'000'000, 'x');
+  const std::string payload = encodeRequest(store, modelgate::Format::cbor);
+  modelgate::Message message;
+  message.payload = payload;
+  message.contentType = contentType(modelgate::Format::cbor);
+  message.responseTopic = "ts/1/f/d/rsp/me/view";
+  message.expiry = std::chrono::seconds(2);
+  hasCapacity = true;
+  // 16 MiB; the server keeps its thread for 2 s.
+  for (int i = 0; i < 5; ++i) {
+    requests.handle("set/me", message);
+    EXPECT_EQ(broker.count(std::string(message.responseTopic)), 0U);
+  }
+  requests.handle("set/me", message);
+  std::string error;
+  const auto reply = modelgate::decodeReply(broker[std::string(message.responseTopic)],
+                                            message.contentType, error);
+  ASSERT_TRUE(reply) << error;
+  EXPECT_EQ(reply->result, ModelSrv::ModelRes_LimitReached);
+  server.resume();
 }
 
 TEST_F(ServerExportTest, PublishesEachPageAlsoIfTheShapeChangesMeanwhile) {
