@@ -132,7 +132,7 @@ class ImageBuilder {
       return true;
     }
     if (!hasAddress_ || !hasValue_) {
-      return fail("expected \"address\" and \"value\" in each object behind the first");
+      return fail("expected \"address\" and \"value\" in each object after the first");
     }
     image_.parts.push_back(std::move(part_));
     return true;

@@ -11,7 +11,7 @@ namespace treectl {
 
 namespace {
 
-/// Whether eight bytes are printable ASCII that a JSON string has as it is. A byte behind one that
+/// Whether eight bytes are printable ASCII that a JSON string has as it is. A byte after one that
 /// is none may be mistaken for one that is none, too.
 bool arePlain(std::uint64_t bytes) {
   constexpr std::uint64_t ones = 0x0101010101010101;

@@ -85,7 +85,7 @@ void LiveTerminal::begin() {
 }
 
 void LiveTerminal::end() {
-  // A terminal that takes nothing keeps nobody.
+  // A terminal that takes nothing does not hold up the end.
   constexpr int longest = 500;
   pollfd wait{STDOUT_FILENO, POLLOUT, 0};
   if (::poll(&wait, 1, longest) > 0 && (wait.revents & POLLOUT) != 0) {

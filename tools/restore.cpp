@@ -44,7 +44,7 @@ class Restorer {
     if (const auto* problem = std::get_if<std::string>(&parsed)) {
       context_.messages().print(isGiven ? *problem
                                         : printable(options_.operands.front()) +
-                                              ": has no base; expected an address behind it");
+                                              ": has no base; expected an address after it");
       context_.note(Status::usage);
       return false;
     }

@@ -223,7 +223,7 @@ void ImageWriter::addPart(const ImagePart& part) {
     JsonObject kind(kind_);
     kind.addTextIfAny("type", type_);
     kind.addTextIfAny("access", access_);
-    // It goes on behind the address.
+    // It goes on after the address.
     kind_.front() = ',';
     if (kind_.size() == 1) {
       kind_.clear();

@@ -46,7 +46,7 @@ class Viewer {
   /// Throws std::bad_alloc, std::system_error, or std::runtime_error with a line for a person for
   /// options that cannot work.
   Viewer(EventLoop& loop, ViewerOptions options);
-  /// Breaks everything off that still runs. No port stays behind.
+  /// Ends everything that still runs, and removes the ports.
   ~Viewer();
   Viewer(const Viewer&) = delete;
   Viewer& operator=(const Viewer&) = delete;

@@ -84,7 +84,7 @@ class CborReader {
   bool enter(Kind kind, CborItems& items, unsigned itemsEach);
 
   std::string_view bytes_;
-  std::size_t position_ = 0;  ///< behind `item_` if that is loaded
+  std::size_t position_ = 0;  ///< after `item_` if that is loaded
   Item item_;
   bool isLoaded_ = false;
   bool hasFailed_ = false;

@@ -144,7 +144,7 @@ class Client {
   void dispatchEvent() {
     constexpr std::size_t deepest = 8;
     const std::uint16_t type = input_.u8() % 2 == 0 ? watchValueEvent : watchStructureEvent;
-    // A copy, so that the sanitizer finds an access behind its end.
+    // A copy, so that the sanitizer finds an access beyond its end.
     const std::span<const std::uint8_t> bytes = input_.bytes(input_.u8());
     const Bytes payload(bytes.begin(), bytes.end());
     if (events_.size() >= deepest) {

@@ -204,7 +204,7 @@ TEST_F(GatewaySecurity, AnOperatorReadsNoRequestsOfOthers) {
   EXPECT_EQ(bob->messages[0].topic, "ts/1/plant/pump-1/rsp/bob/last");
 }
 
-// The broker drops what is above its limits, and says so to nobody.
+// The broker drops what is above its limits, and says so to no client.
 TEST_F(GatewaySecurity, AnOperatorGetsTheStatesOfAWholeFleetAtOnce) {
   constexpr std::size_t count = 2'000;
   const auto device = connected("pump-1");

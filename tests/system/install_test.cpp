@@ -79,7 +79,7 @@ TEST_F(Install, TheCLibraryExportsWhatItsHeaderDeclaresAndVersionsIt) {
   std::set<std::string> declared;
   std::ifstream header(prefix() + "/include/treescope.h");
   const std::string text{std::istreambuf_iterator<char>(header), {}};
-  // At the beginning of a line, behind the type of the result.
+  // At the beginning of a line, after the type of the result.
   const std::regex function("\n(TREESCOPE_CHECKED |)[a-z][\\w *]*?\\b(treescope_\\w+)\\(");
   for (std::sregex_iterator at(text.begin(), text.end(), function), end; at != end; ++at) {
     declared.insert((*at)[2]);

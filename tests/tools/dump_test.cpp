@@ -198,7 +198,7 @@ TEST_F(Dump, IsAlsoWhatTheShellSaves) {
   expect({{"restore", "{D}/saved.txt"},
           2,
           "",
-          "treectl: {D}/saved.txt: has no base; expected an address behind it\n"});
+          "treectl: {D}/saved.txt: has no base; expected an address after it\n"});
   expect({{"restore", "{D}/saved.txt", "/{S}"}, 0, "", "stored 2, same 3, skipped 0, refused 0\n"});
   static_cast<void>(
       files().write("lines.txt",
@@ -222,9 +222,9 @@ TEST_F(Dump, IsRejectedIfItIsNone) {
       {"{\"format\":1}", "expected an array"},
       {"[{\"format\":1},", "no JSON at byte 15"},
       {"[{\"format\":1},{\"address\":\"/x\"}]",
-       "expected \"address\" and \"value\" in each object behind the first"},
+       "expected \"address\" and \"value\" in each object after the first"},
       {"[{\"format\":1},{\"value\":1}]",
-       "expected \"address\" and \"value\" in each object behind the first"},
+       "expected \"address\" and \"value\" in each object after the first"},
       {"[{\"format\":1},{\"address\":\"/x\",\"value_base64\":\"!\"}]", "/x: no Base64"},
       {"[{\"format\":1},{\"address\":\"/x\",\"value\":null}]", "/x: expected a value, got null"},
       {"[{\"format\":1},{\"address\":\"/x\",\"value\":[1,null]}]",

@@ -47,7 +47,7 @@ std::size_t columnsOf(std::string_view text) {
 }
 
 void appendCut(ScreenLine& line, std::string_view text, std::size_t columns, const Style& style) {
-  // The text and the column behind the last character before which the mark fits.
+  // The text and the column after the last character before which the mark fits.
   std::size_t cutSize = line.text.size();
   std::size_t used = 0;
   std::size_t cutColumns = 0;

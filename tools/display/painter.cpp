@@ -16,7 +16,7 @@ void Painter::paint(std::string& out, const std::vector<ScreenLine>& lines, Size
     }
     out += "\x1B[" + std::to_string(row + 1) + ";1H";
     out += line.text;
-    // Behind a full line the cursor stays on the last character, which would be erased.
+    // After a full line the cursor stays on the last character, which would be erased.
     if (line.columns < size.columns) {
       out += "\x1B[K";
     }

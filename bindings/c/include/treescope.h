@@ -10,9 +10,9 @@
  * another kind or closed is an error (TREESCOPE_CLOSED), never a crash.
  *
  * Paths. "/drive/gains[1]": the names of the parts from the root down, and at the end optionally
- * the index of an element in brackets. The leading "/" may be left out; "" and "/" are the root. Of
- * several parts with the same name the first is meant. "#7" instead of a name is the part with the
- * id 7. A path of ids is the fastest: no name has to be looked up (`treescope_resolve`).
+ * the index of an element in brackets. The leading "/" may be left out; "" and "/" are the root. A
+ * name that several parts have means the first. "#7" instead of a name is the part with the id 7. A
+ * path of ids is the fastest: no name has to be looked up (`treescope_resolve`).
  *
  * Values are text here: an integer in decimal, "true" or "false", a floating-point number in its
  * shortest form with ".", a text as its bytes, an array as the texts of its elements, separated by
@@ -246,8 +246,7 @@ TREESCOPE_CHECKED treescope_result treescope_read_tree(treescope_client* client,
 
 typedef enum treescope_change TREESCOPE_ANY_INT {
   TREESCOPE_BEGIN = 1,   /* everything follows anew: at first, on a new connection, after a gap */
-  TREESCOPE_ADDED = 2,   /* a part is there: `name`, `is_node`. If it was reported before, that and
-                            what was reported below it is void */
+  TREESCOPE_ADDED = 2,   /* a part is there; what was reported of it and below it before is void */
   TREESCOPE_VALUE = 3,   /* a value: at first the current one, then each change */
   TREESCOPE_REMOVED = 4, /* a part and everything below it has left the tree */
   TREESCOPE_COMPLETE = 5 /* everything has been reported once since the beginning */
@@ -357,9 +356,9 @@ TREESCOPE_CHECKED treescope_result treescope_part_get_int64(treescope_part* part
 typedef struct treescope_store_request {
   treescope_part* part;
   int index;        /* the element, or TREESCOPE_ALL for a single value */
-  const char* text; /* the new value; a zero byte follows */
-  size_t size;      /* its number of bytes */
-  double number;    /* the new value; 1 for true; not a number for a text */
+  const char* text; /* the new value; a zero byte follows its `size` bytes */
+  size_t size;
+  double number; /* the new value; 1 for true; not a number for a text */
 } treescope_store_request;
 typedef treescope_result (*treescope_store_check)(void* context,
                                                   const treescope_store_request* request);
@@ -370,7 +369,7 @@ typedef treescope_result (*treescope_store_check)(void* context,
 treescope_result treescope_on_store(treescope_part* part, treescope_store_check check,
                                     void* context);
 
-/* Gives a refusal's reason, up to 512 bytes of UTF-8 in one line, and returns TREESCOPE_VETOED. */
+/* Gives the reason, up to 512 bytes of UTF-8 in one line, and returns TREESCOPE_VETOED. */
 treescope_result treescope_refuse(const treescope_store_request* request, const char* reason);
 
 /* A value that a getter gives. Valid in the getter only. */

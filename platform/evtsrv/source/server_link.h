@@ -49,7 +49,7 @@ struct ServerPipes {
 /// held is limited for each user too: a request or reply that would exceed a limit is
 /// refused (`ServerSession::limitReached`), anything else ends the connection.
 ///
-/// A request whose reply is deferred keeps the ones behind it waiting, and no other connection. So
+/// A request whose reply is deferred keeps the ones after it waiting, and no other connection. So
 /// does a hold, which a session may have from its beginning.
 ///
 /// What its client sends is served in turns with the other connections (`TurnQueue`).
@@ -112,7 +112,7 @@ class ServerLink final : public ServerConnection,
   class Hold;
 
   /// Waits for a turn: to end the connection (`closeOnNextDispatch`), or to serve what has arrived
-  /// behind a request whose reply was deferred.
+  /// after a request whose reply was deferred.
   bool runDeferred() override;
   void end();
   void closePipes();

@@ -5,7 +5,7 @@
 #include "evtsrv/source/buffer_lease.h"
 #include "evtsrv/source/server_link.h"
 
-// Replies that are sent after the call of the session, holds, and what waits behind them.
+// Replies that are sent after the call of the session, holds, and what waits for them.
 
 namespace EvtSrv::internal {
 
@@ -34,7 +34,7 @@ std::shared_ptr<DeferredReply> ServerLink::deferReply() {
   return deferred_;
 }
 
-/// Nobody awaits the reply any more.
+/// No client awaits the reply any more.
 void ServerLink::forgetDeferred() {
   if (const auto deferred = std::exchange(deferred_, nullptr)) {
     deferred->forget();

@@ -17,7 +17,7 @@
 /// That alone would let a client wait for one turn of each of the many connections that another
 /// one has opened, since each of these has used less. So every second turn goes to the connection
 /// that has not had a long turn for the longest time: clients that make short requests wait for few
-/// others, and who floods is behind them however many connections it has. Everything here requires
+/// others, and who floods comes after them however many connections it has. Everything here requires
 /// the client mutex.
 namespace EvtSrv::internal {
 
@@ -74,8 +74,8 @@ class TurnQueue {
   /// What a new connection is charged with at its beginning, except one of a user in so much time.
   static constexpr std::int64_t newcomerNs = 200'000;
   static constexpr std::int64_t newcomerIntervalNs = 10'000'000;
-  /// How much less than those that always have work that one has used, and who has delayed nobody:
-  /// just so much that they are first, in this order.
+  /// How much less than those that always have work that one has used, and one that has delayed no
+  /// client: just so much that they are first, in this order.
   static constexpr std::int64_t newcomerLeadNs = 1;
   static constexpr std::int64_t settledLeadNs = 2;
 

@@ -92,7 +92,7 @@ TEST_F(DeferredReplies, MayBeGivenAtOnce) {
 
 TEST_F(DeferredReplies, KeepTheRequestsBehindThemInOrder) {
   defers = true;
-  // Two behind it have arrived with it, and one arrives afterwards.
+  // Two after it have arrived with it, and one arrives afterwards.
   raw.writeRequest(
       inOrder({frame(FrameKind::request, deferred, 1, "x"), frame(FrameKind::request, 5, 2, "two"),
                frame(FrameKind::request, 6, 3, "three")}));

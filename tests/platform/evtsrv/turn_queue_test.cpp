@@ -331,7 +331,7 @@ class Fairness : public testing::Test {
       client->makePipes();
       client->writeToMailbox(name, client->hello());
       server.serveAll();
-      // Who has made a request that delayed nobody is no newcomer.
+      // Who has made a request that delayed no client is no newcomer.
       client->writeRequest(frame(FrameKind::request, 6, 1, ""));
       server.serveAll();
       RawClient::readAll(client->reply);

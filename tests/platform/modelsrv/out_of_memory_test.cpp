@@ -21,7 +21,6 @@
 #include "tests/support/leak_check.h"
 
 // The state of clients and servers after any single allocation has failed.
-
 namespace {
 
 using namespace ModelSrv;
