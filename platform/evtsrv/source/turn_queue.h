@@ -17,8 +17,8 @@
 /// That alone would let a client wait for one turn of each of the many connections that another
 /// one has opened, since each of these has used less. So every second turn goes to the connection
 /// that has not had a long turn for the longest time: clients that make short requests wait for few
-/// others, and who floods comes after them however many connections it has. Everything here requires
-/// the client mutex.
+/// others, and who floods comes after them however many connections it has. Everything here
+/// requires the client mutex.
 namespace EvtSrv::internal {
 
 class TurnQueue;
