@@ -173,6 +173,12 @@ TEST(ValueText, WritesFloatingPointInTheShortestForm) {
 template <typename T, typename Word>
 void expectSameBits(Word bits) {
   const T value = std::bit_cast<T>(bits);
+#ifdef __i386__
+  // A register that floating point is returned in makes each NaN quiet.
+  if (value != value) {
+    bits |= Word{1} << static_cast<unsigned>(std::numeric_limits<T>::digits - 2);
+  }
+#endif
   T back{};
   const std::string text = textOf(value);
   ASSERT_EQ(parseValue<T>(text, back), ModelRes_Success) << text;
