@@ -40,21 +40,17 @@ bool acceptClient(SSL* ssl) {
 }
 
 /// False if the client goes.
-bool flood(SSL* ssl, std::string_view packet, std::size_t count) {
-  std::string pattern;
-  while (pattern.size() < recordSize + packet.size()) {
-    pattern += packet;
-  }
+bool flood(SSL* ssl, std::string_view pattern, std::size_t packetSize, std::size_t count) {
   std::string first(FloodingBroker::message);
-  first.append(pattern, 0, recordSize - first.size());
-  std::size_t rest = count * packet.size() - (recordSize - FloodingBroker::message.size());
-  std::size_t position = (recordSize - FloodingBroker::message.size()) % packet.size();
+  first.append(pattern.substr(0, recordSize - first.size()));
+  std::size_t rest = count * packetSize - (recordSize - FloodingBroker::message.size());
+  std::size_t position = (recordSize - FloodingBroker::message.size()) % packetSize;
   bool isThere = writeAll(ssl, first);
   while (isThere && rest > 0) {
     const std::size_t size = std::min(recordSize, rest);
-    isThere = writeAll(ssl, std::string_view(pattern).substr(position, size));
+    isThere = writeAll(ssl, pattern.substr(position, size));
     rest -= size;
-    position = (position + size) % packet.size();
+    position = (position + size) % packetSize;
   }
   return isThere;
 }
@@ -63,8 +59,13 @@ bool flood(SSL* ssl, std::string_view packet, std::size_t count) {
 
 FloodingBroker::FloodingBroker(const Certificates& certificates, const std::string& name,
                                std::string_view packet, std::size_t count)
-    : packet_(packet), count_(count), listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    : packetSize_(packet.size()),
+      count_(count),
+      listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+  while (pattern_.size() < recordSize + packetSize_) {
+    pattern_ += packet;
+  }
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -94,7 +95,7 @@ void FloodingBroker::serve(std::string certificate, std::string key) {
   }
   const std::unique_ptr<SSL, FreeSsl> ssl(SSL_new(context.get()));
   SSL_set_fd(ssl.get(), client.get());
-  if (!acceptClient(ssl.get()) || !flood(ssl.get(), packet_, count_)) {
+  if (!acceptClient(ssl.get()) || !flood(ssl.get(), pattern_, packetSize_, count_)) {
     return;
   }
   hasSentAll_ = true;

@@ -36,8 +36,9 @@ class FloodingBroker {
  private:
   void serve(std::string certificate, std::string key);
 
-  const std::string packet_;
+  const std::size_t packetSize_;
   const std::size_t count_;
+  std::string pattern_;  ///< the packet, so often that a record begins anywhere in the first one
   test_support::Descriptor listener_;
   int port_ = 0;
   std::atomic<bool> hasSentAll_{false};
