@@ -51,8 +51,8 @@ TEST(DescriptionPieces, ReportsTheSamePositionForAnyPieces) {
        {std::string_view(""), std::string_view("\n\n"), std::string_view("{\n \"children\": [}\n"),
         std::string_view("{\"children\":\n12\n,]"), std::string_view("{\n\n\n\"a"),
         std::string_view("{\"children\": []}\n\0{", 19),
-        std::string_view("{\"children\": []}\0\0", 18), std::string_view("{\"children\": [\n\n1.\n"),
-        std::string_view("{\n\"id\n\n")}) {
+        std::string_view("{\"children\": []}\0\0", 18),
+        std::string_view("{\"children\": [\n\n1.\n"), std::string_view("{\n\"id\n\n")}) {
     const std::string whole = parseError(text);
     for (std::size_t size = 1; size <= text.size(); ++size) {
       const auto result = parseTreeDescription(inPieces(text, size));
