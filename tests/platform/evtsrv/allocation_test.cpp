@@ -48,6 +48,19 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
   ::operator delete(memory);
 }
 
+// By default these call the ones above; those of a sanitizer do not.
+[[gnu::noinline]] void* operator new[](std::size_t size) {
+  return ::operator new(size);
+}
+
+[[gnu::noinline]] void operator delete[](void* memory) noexcept {
+  ::operator delete(memory);
+}
+
+void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+  ::operator delete(memory);
+}
+
 namespace EvtSrv::internal {
 namespace {
 
