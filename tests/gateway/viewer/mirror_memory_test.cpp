@@ -11,12 +11,15 @@ namespace {
 
 using namespace modelgate;
 
-TEST(MirrorTreeMemory, IsAtMost120BytesAPart) {
+struct MirrorTreeMemory : testing::Test {
+  EvtSrv::EventPortManager manager{EvtSrv::ConBehave_Default, false};
+  MirrorRoot root{manager, nullptr};
+  ModelSrv::ModelPart link{ModelSrv::ModelPartId_Max, "_link"};
+  MirrorTree tree{root, false};
+};
+
+TEST_F(MirrorTreeMemory, IsAtMost120BytesAPart) {
   constexpr std::size_t count = 60'000;
-  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-  MirrorRoot root(manager, nullptr);
-  ModelSrv::ModelPart link(ModelSrv::ModelPartId_Max, "_link");
-  MirrorTree tree(root, false);
   Shape shape(count);
   for (std::size_t i = 0; i < count; ++i) {
     shape[i].id = static_cast<ModelSrv::ModelPartId>(i);
@@ -40,12 +43,8 @@ TEST(MirrorTreeMemory, IsAtMost120BytesAPart) {
   EXPECT_NEAR(stated, bytes, 30) << "what the viewer reckons with";
 }
 
-TEST(MirrorTreeMemory, IsStatedAlsoOfLongAttributes) {
+TEST_F(MirrorTreeMemory, IsStatedAlsoOfLongAttributes) {
   constexpr std::size_t count = 1'000;
-  EvtSrv::EventPortManager manager(EvtSrv::ConBehave_Default, false);
-  MirrorRoot root(manager, nullptr);
-  ModelSrv::ModelPart link(ModelSrv::ModelPartId_Max, "_link");
-  MirrorTree tree(root, false);
   Shape shape(count);
   for (std::size_t i = 0; i < count; ++i) {
     shape[i].id = static_cast<ModelSrv::ModelPartId>(i);
