@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import asyncio
+import os
 import threading
 from collections.abc import Callable, Sequence
 from ctypes import byref, c_void_p, string_at
@@ -216,6 +217,8 @@ class Server(Port):
         self._children = Siblings()
         #: The threads that are in callbacks.
         self._calling: list[int] = []
+        #: Ends each `serve`; any thread may call them.
+        self._serving: list[Callable[[], None]] = []
         handle = c_void_p()
         lib.call("server_new", byref(handle))
         self._handle = handle.value
@@ -353,28 +356,50 @@ class Server(Port):
                 return
 
     async def serve(self) -> None:
-        """Serves in the running event loop until it is cancelled. Raises what a callback raised.
-
-        Cancel it before the server is closed. It returns at once if that is so already.
+        """Serves in the running event loop until the server is closed, by any thread, or until it is
+        cancelled. Raises what a callback raised.
         """
-        if self.closed:
-            return
         loop = asyncio.get_running_loop()
-        failed: asyncio.Future[None] = loop.create_future()
+        ended: asyncio.Future[None] = loop.create_future()
+
+        def end() -> None:
+            if not ended.done():
+                ended.set_result(None)
+
+        def end_soon() -> None:
+            try:
+                loop.call_soon_threadsafe(end)
+            except RuntimeError:
+                pass  # The event loop has ended before.
 
         def dispatch() -> None:
             try:
                 self.dispatch(0)
             except BaseException as error:
-                if not failed.done():
-                    failed.set_exception(error)
+                if isinstance(error, Closed) and self.closed:
+                    end()
+                elif not ended.done():
+                    ended.set_exception(error)
 
-        descriptor = self.fileno()
-        loop.add_reader(descriptor, dispatch)
         try:
-            await failed
+            # The event loop must not have the server's own one, which another thread may close.
+            descriptor = os.dup(self.fileno())
+        except (Closed, OSError):
+            if self.closed:
+                return
+            raise
+        self._serving.append(end_soon)
+        try:
+            if self.closed:
+                return
+            loop.add_reader(descriptor, dispatch)
+            try:
+                await ended
+            finally:
+                loop.remove_reader(descriptor)
         finally:
-            loop.remove_reader(descriptor)
+            self._serving.remove(end_soon)
+            os.close(descriptor)
 
     def close(self) -> None:
         """Ends the service immediately and closes the parts. `Busy` in a callback of the server."""
@@ -382,4 +407,6 @@ class Server(Port):
             # No other thread's dispatch ends because of that.
             raise Busy("a callback cannot close the server that called it")
         super().close()
+        for end in list(self._serving):
+            end()
         self._children.parts.clear()

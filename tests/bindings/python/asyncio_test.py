@@ -2,6 +2,7 @@
 
 import asyncio
 import gc
+import threading
 import unittest
 import warnings
 
@@ -112,6 +113,59 @@ class Asyncio(unittest.TestCase):
             with Server() as server:
                 serving = asyncio.create_task(server.serve())
             await serving
+
+        asyncio.run(asyncio.wait_for(main(), TIMEOUT))
+
+    def test_serves_until_the_server_is_closed(self):
+        async def main():
+            def close_here(server):
+                server.close()
+
+            def close_in_a_thread(server):
+                closing.append(asyncio.create_task(asyncio.to_thread(server.close)))
+
+            def close_and_wait_for_the_thread(server):
+                thread = threading.Thread(target=server.close)
+                thread.start()
+                thread.join()
+
+            async def serve_and_close(close):
+                name = port_name()
+                server = Server()
+                server.add("number", 1)
+                server.publish(name)
+                serving = [asyncio.create_task(server.serve()) for _ in range(2)]
+                async with AsyncClient(name) as client:
+                    self.assertEqual(await client.get("/number"), 1)
+                    close(server)
+                    self.assertEqual(await asyncio.gather(*serving), [None, None])
+                self.assertTrue(server.closed)
+
+            closing = []
+            for close in (close_here, close_in_a_thread, close_and_wait_for_the_thread):
+                await serve_and_close(close)
+            await asyncio.gather(*closing)
+
+        asyncio.run(asyncio.wait_for(main(), TIMEOUT))
+
+    def test_a_server_may_be_closed_by_a_callback_of_a_client(self):
+        async def main():
+            name = port_name()
+            server = Server()
+            number = server.add("number", 1)
+            server.publish(name)
+            serving = asyncio.create_task(server.serve())
+            async with AsyncClient(name) as client:
+                self.assertEqual(await client.get("/number"), 1)
+
+                async def close_at_two():
+                    async for update in client.watch("/number"):
+                        if update.value == 2:
+                            server.close()
+                            return
+                        number.set(2)
+
+                await asyncio.gather(close_at_two(), serving)
 
         asyncio.run(asyncio.wait_for(main(), TIMEOUT))
 
