@@ -33,6 +33,15 @@ TIMEOUT = 65
 LOADER = 1
 
 
+class Callbacks(threading.local):
+    """How many callbacks of servers the calling thread is in."""
+
+    depth = 0
+
+
+callbacks = Callbacks()
+
+
 class Bytes(Structure):
     _fields_ = [("data", c_void_p), ("size", c_size_t)]
 

@@ -26,7 +26,7 @@ from .values import (
     scalar_text,
     to_text,
 )
-from .watch import Watch
+from .watch import Ender, Watch
 
 
 class Event(enum.IntEnum):
@@ -104,6 +104,7 @@ class Client(Port):
         self.name = name
         # The handler and the one before it, which may be what has replaced itself.
         self._on_event: tuple[Any, ...] = ()
+        self._ender = Ender()
         handle = c_void_p()
         lib.call("connect", lib.encode_path(name), byref(handle))
         self._handle = handle.value

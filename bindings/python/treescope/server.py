@@ -186,9 +186,11 @@ class Part:
 
         def call(*arguments: Any) -> Any:
             calling.append(threading.get_ident())
+            lib.callbacks.depth += 1
             try:
                 return run(*arguments)
             finally:
+                lib.callbacks.depth -= 1
                 calling.remove(threading.get_ident())
 
         # A null pointer of the type is "no callback".

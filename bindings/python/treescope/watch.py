@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import _thread
 import ctypes
 import enum
 import math
@@ -72,6 +73,39 @@ class RawUpdate:
     is_node: bool
 
 
+class Ender:
+    """Ends watches of a client on a thread that lives as long as there are any to end.
+
+    For callbacks of servers: a reply may have to come from the server that waits for the callback.
+    Any thread may use it, at any moment: it waits for nothing.
+    """
+
+    def __init__(self) -> None:
+        # The library may call a watch's callback until it has ended.
+        self._watches: deque[tuple[int, Any]] = deque()
+        self._running = _thread.allocate_lock()
+
+    def add(self, handle: int, callback: Any) -> None:
+        self._watches.append((handle, callback))
+        if self._running.acquire(False):
+            try:
+                # Unlike `threading`, it takes no lock that this thread may hold already.
+                _thread.start_new_thread(self._run, ())
+            except RuntimeError:
+                # There are too many threads. The next one, or the client's end, ends it.
+                self._running.release()
+
+    def _run(self) -> None:
+        while True:
+            while self._watches:
+                handle, callback = self._watches.popleft()
+                lib.raw("watch_stop", handle)
+                del callback
+            self._running.release()
+            if not self._watches or not self._running.acquire(False):
+                return
+
+
 class Watch(Closable):
     """The updates of a value or a subtree: iterate over them, and close it at the end.
 
@@ -89,6 +123,7 @@ class Watch(Closable):
         # Of each part that was reported, the names from the watched part down to it.
         self._names: dict[tuple[int, ...], tuple[str, ...]] = {}
         self._handle = None
+        self._ended = False
         # Called after each report, by asyncio clients.
         self.on_pending: Callable[[], None] = lambda: None
         self._callback = lib.Watcher(self._take)
@@ -114,6 +149,8 @@ class Watch(Closable):
         return f"<treescope.Watch {self.path!r}{' closed' if self.closed else ''}>"
 
     def _take(self, _context: int, report: Any) -> None:
+        if self._ended:
+            return
         try:
             update = report.contents
             self.pending.append(
@@ -135,11 +172,18 @@ class Watch(Closable):
             self.client._raised.append(error)
 
     def close(self) -> None:
-        """Ends the watch, which is allowed more than once, and the iteration of another thread."""
+        """Ends the watch, which is allowed more than once, and the iteration of another thread.
+
+        In a callback of a server it waits for no reply, and the server learns of it after the callback.
+        """
         handle, self._handle = self._handle, None
         if handle is not None:
-            # If the client has been closed, so has the watch.
-            lib.raw("watch_stop", handle)
+            self._ended = True
+            if lib.callbacks.depth > 0:
+                self.client._ender.add(handle, self._callback)
+            else:
+                # If the client has been closed, so has the watch.
+                lib.raw("watch_stop", handle)
             self.pending.clear()
             self.client._ring()
 

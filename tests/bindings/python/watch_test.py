@@ -1,5 +1,6 @@
 """Watches of the Python package, with a server in the same process. Nothing waits for a time."""
 
+import gc
 import threading
 import unittest
 
@@ -132,6 +133,45 @@ class Watches(Connected):
             (updates if close == "watch" else client).close()
             waiting.join(TIMEOUT)
             self.assertEqual(ended, [[]], close)
+
+    def test_is_dropped_in_a_callback_of_its_server_without_a_request(self):
+        # The thread of the callback is the one that would reply.
+        ended = threading.Semaphore(0)
+        self.speed.on_watched(lambda now: None if now else ended.release())
+        dropped = []
+
+        def drop():
+            dropped.clear()
+            gc.collect()
+            return 1
+
+        self.server.add("reading", 0, getter=drop)
+        with Client(self.name) as other:
+            for reader in (self.client, other):
+                updates = self.client.watch("/drive/speed")
+                next(updates)
+                reports = updates.pending
+                dropped.append(updates)
+                del updates
+                # A reply that is 2 s late is no reply.
+                self.assertEqual(reader.get("/reading"), 1)
+                self.speed.set(self.speed.value + 1)
+                self.assertTrue(ended.acquire(timeout=TIMEOUT))
+                while self.client.dispatch():
+                    pass
+                self.assertEqual(list(reports), [])
+
+    def test_is_closed_in_a_callback_of_its_server_without_a_request(self):
+        updates = self.client.watch("/drive/speed")
+        next(updates)
+
+        def close():
+            updates.close()
+            return 1
+
+        self.server.add("reading", 0, getter=close)
+        self.assertEqual(self.client.get("/reading"), 1)
+        self.assertEqual(list(updates), [])
 
     def test_a_period_is_never_shorter_than_stated(self):
         for period in (-1, float("nan"), float("inf"), 2**32):
