@@ -6,6 +6,15 @@
 
 namespace EvtSrv::internal {
 
+namespace {
+
+/// Adds `more` to `usedNs`, but not beyond `limit`.
+void addUpTo(std::int64_t& usedNs, std::int64_t more, std::int64_t limit) {
+  usedNs = std::max(usedNs, std::min(usedNs + more, limit));
+}
+
+}  // namespace
+
 Turn::Turn(TurnQueue& queue, TurnGroup& group, TurnTaker& taker)
     : queue_(queue), group_(group), taker_(taker) {
   queue_.enter();
@@ -80,7 +89,8 @@ Turn& TurnQueue::takeNext() {
   waiting_.erase(next);
   turn.waiting_ = false;
   --turn.group_.waiting;
-  if (!prefersShort_) {
+  preferred_ = prefersShort_;
+  if (!preferred_) {
     raiseFloors(turn);
   }
   return turn;
@@ -121,13 +131,15 @@ TurnQueue::Dispatch::Dispatch(TurnQueue& queue, std::size_t events)
       begin_(queue.begin_),
       turnBegin_(queue.turnBegin_),
       threadTime_(queue.threadTime_),
-      threadTimeAt_(queue.threadTimeAt_) {
+      threadTimeAt_(queue.threadTimeAt_),
+      preferred_(queue.preferred_) {
   queue.hadWaiting_ = !queue.empty();
   queue.contended_ = events > 1 || queue.hadWaiting_;
   queue.begin_ = queue.contended_ ? queue.system_.nowNs() : 0;
   queue.turnBegin_ = queue.begin_;
   queue.threadTime_ = 0;
   queue.threadTimeAt_ = 0;
+  queue.preferred_ = false;
 }
 
 TurnQueue::Dispatch::~Dispatch() {
@@ -137,6 +149,7 @@ TurnQueue::Dispatch::~Dispatch() {
   queue_.turnBegin_ = turnBegin_;
   queue_.threadTime_ = threadTime_;
   queue_.threadTimeAt_ = threadTimeAt_;
+  queue_.preferred_ = preferred_;
 }
 
 TurnQueue::Charge::Charge(TurnQueue& queue, Turn& turn) : queue_(queue), turn_(turn) {}
@@ -156,8 +169,13 @@ void TurnQueue::charge(Turn& turn) {
   if (waiting_.empty()) {
     raiseFloors(turn);
   }
-  turn.usedNs_ += used;
-  turn.group_.usedNs += used;
+  if (preferred_ && used <= longTurnNs) {
+    addUpTo(turn.usedNs_, used, turnFloorNs_ + preferredLagNs);
+    addUpTo(turn.group_.usedNs, used, groupFloorNs_ + preferredGroupLagNs);
+  } else {
+    turn.usedNs_ += used;
+    turn.group_.usedNs += used;
+  }
   turnBegin_ = now;
   // What is served at once may have waited for a processor.
   if (used > longTurnNs && threadTime_ != 0) {

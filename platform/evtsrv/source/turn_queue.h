@@ -78,6 +78,10 @@ class TurnQueue {
   /// client: just so much that they are first, in this order.
   static constexpr std::int64_t newcomerLeadNs = 1;
   static constexpr std::int64_t settledLeadNs = 2;
+  /// How far the short turns that a client had because its requests are short can put it, and its
+  /// user, behind the others: after a long one it waits for no more than this of each of them.
+  static constexpr std::int64_t preferredLagNs = 200'000;
+  static constexpr std::int64_t preferredGroupLagNs = 20'000'000;
 
   explicit TurnQueue(System& system) : system_(system) {}
   TurnQueue(const TurnQueue&) = delete;
@@ -120,6 +124,7 @@ class TurnQueue {
     std::int64_t turnBegin_;
     std::int64_t threadTime_;
     std::int64_t threadTimeAt_;
+    bool preferred_;
   };
 
   /// Charges `turn` with the time until the end of a block. Reads no clock if no other has
@@ -161,6 +166,7 @@ class TurnQueue {
   std::int64_t turnBegin_ = 0;     ///< when the turn in progress began
   std::int64_t threadTime_ = 0;    ///< the thread's processor time when it was last read
   std::int64_t threadTimeAt_ = 0;  ///< when that was
+  bool preferred_ = false;         ///< the turn in progress came first as its requests are short
 };
 
 }  // namespace EvtSrv::internal
