@@ -55,14 +55,16 @@ struct SpawnFiles {
 };
 
 struct SpawnAttributes {
-  SpawnAttributes() {
+  explicit SpawnAttributes(bool ownGroup) {
     check(::posix_spawnattr_init(&value), "spawn attributes");
     sigset_t set;
     sigemptyset(&set);
     check(::posix_spawnattr_setsigmask(&value, &set), "setsigmask");
     sigaddset(&set, SIGPIPE);
     check(::posix_spawnattr_setsigdefault(&value, &set), "setsigdefault");
-    check(::posix_spawnattr_setflags(&value, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF),
+    const int group = ownGroup ? POSIX_SPAWN_SETPGROUP : 0;
+    check(::posix_spawnattr_setflags(
+              &value, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | group)),
           "setflags");
   }
   ~SpawnAttributes() { ::posix_spawnattr_destroy(&value); }
@@ -85,7 +87,7 @@ std::vector<char*> pointers(const std::vector<std::string>& words) {
 
 pid_t spawn(const std::vector<std::string>& command, const ProcessOptions& options,
             SpawnFiles& files) {
-  const SpawnAttributes attributes;
+  const SpawnAttributes attributes(options.ownGroup);
   if (!options.directory.empty()) {
     check(::posix_spawn_file_actions_addchdir_np(&files.value, options.directory.c_str()),
           "addchdir");
@@ -144,7 +146,8 @@ bool eventually(const std::function<bool()>& condition) {
   return true;
 }
 
-Process::Process(const std::vector<std::string>& command, const ProcessOptions& options) {
+Process::Process(const std::vector<std::string>& command, const ProcessOptions& options)
+    : ownGroup_(options.ownGroup) {
   Pipe in;
   Pipe out;
   Pipe err;
@@ -173,6 +176,9 @@ Process::Process(const std::vector<std::string>& command, const ProcessOptions& 
 }
 
 Process::~Process() {
+  if (ownGroup_) {
+    killGroup();
+  }
   if (!status_) {
     closeInput();
     signal(SIGTERM);
@@ -309,6 +315,15 @@ std::optional<ExitStatus> Process::reap() {
         WIFSIGNALED(status) ? ExitStatus{0, WTERMSIG(status)} : ExitStatus{WEXITSTATUS(status), 0};
   }
   return status_;
+}
+
+void Process::killGroup() {
+  // The number of the group of a reaped process may belong to another one.
+  if (!status_) {
+    ::kill(-pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
+    status_ = ExitStatus{0, SIGKILL};
+  }
 }
 
 void Process::signal(int number) {

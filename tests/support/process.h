@@ -108,6 +108,8 @@ struct ProcessOptions {
   bool mergeErrors = false;
   /// Whether its standard output is a non-blocking pipe, of the smallest size.
   bool nonBlockingOutput = false;
+  /// Whether what it has started is killed with it, as the programs of a shell's pipeline.
+  bool ownGroup = false;
 };
 
 class Process {
@@ -118,7 +120,7 @@ class Process {
   explicit Process(const std::vector<std::string>& command, const ProcessOptions& options = {});
 
   /// Ends a program that still runs, with SIGTERM and, if that does not end it soon,
-  /// SIGKILL; and reaps it.
+  /// SIGKILL; and reaps it. A group of its own is killed at once.
   ~Process();
 
   Process(const Process&) = delete;
@@ -160,6 +162,8 @@ class Process {
  private:
   using Clock = std::chrono::steady_clock;
 
+  void killGroup();
+
   /// The reading end of one of the program's outputs.
   struct Stream {
     Descriptor descriptor;
@@ -172,6 +176,7 @@ class Process {
   bool pump(Clock::time_point deadline, bool forInput, bool forExit);
   std::optional<ExitStatus> reap();
 
+  bool ownGroup_;
   pid_t pid_ = -1;
   Descriptor pidDescriptor_;
   Descriptor input_;

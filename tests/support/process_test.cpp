@@ -1,13 +1,17 @@
 #include "tests/support/process.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <system_error>
 
 #include "tests/support/leak_check.h"
+#include "tests/support/scratch_directory.h"
 
 namespace test_support {
 namespace {
@@ -91,6 +95,24 @@ TEST(Process, KillsAndReapsAProgramThatIgnoresTermination) {
   }
   EXPECT_EQ(::waitpid(pid, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(Process, KillsAllProgramsOfItsGroup) {
+  const ScratchDirectory files;
+  const std::string fifo = files.file("fifo");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const Descriptor reader(::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  {
+    Process pipeline({"sh", "-c", "(exec 9>\"$0\"; echo ready; sleep 100) | cat", fifo},
+                     {.ownGroup = true});
+    ASSERT_TRUE(pipeline.waitForLine("ready"));
+    char byte = 0;
+    EXPECT_EQ(::read(reader.get(), &byte, 1), -1);
+  }
+  EXPECT_TRUE(eventually([&] {
+    char byte = 0;
+    return ::read(reader.get(), &byte, 1) == 0;
+  })) << "no program has the pipe open any more";
 }
 
 TEST(Process, PassesOnNoDescriptorOfTheTest) {

@@ -40,6 +40,7 @@ class ManualExamples : public TreectlTest {
     test_support::ProcessOptions result;
     result.environment = {"PATH=" + path};
     result.directory = files().path();
+    result.ownGroup = true;
     return result;
   }
 
