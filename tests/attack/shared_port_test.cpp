@@ -39,11 +39,8 @@ class AttackSharedPort : public AttackTest {
     Peer client;
     start(client, identity);
     client.send("connect " + port);
-    // They are complete when the hello is in the mailbox.
-    const RawPipe hellos = RawPipe::open(mailbox, O_RDWR);
-    EXPECT_TRUE(fault::eventually([&] { return hellos.pendingBytes() > 0; }));
     std::vector<struct stat> pipes;
-    for (const std::string& path : fault::namedPrivatePipes(client.pid())) {
+    for (const std::string& path : fault::awaitPrivatePipes(client.pid())) {
       EXPECT_EQ(::lstat(path.c_str(), &pipes.emplace_back()), 0);
     }
     server_.resume();

@@ -100,7 +100,7 @@ TEST_F(MailboxGarbage, MailboxFullOfGarbageIsEmptiedAndServed) {
   ASSERT_TRUE(pipe.write(std::string(static_cast<std::size_t>(capacity), '\x9E')));
   Peer client;
   client.send("connect " + port);
-  ASSERT_TRUE(eventually([&] { return namedPrivatePipes(client.pid()).size() == 3; }));
+  ASSERT_EQ(awaitPrivatePipes(client.pid()).size(), 3U);
   server_.resume();
   EXPECT_EQ(client.result(), success());
   expectServed();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -114,6 +115,18 @@ std::vector<std::string> namedPrivatePipes(pid_t pid) {
     }
   }
   return result;
+}
+
+std::vector<std::string> awaitPrivatePipes(pid_t pid) {
+  // Three reading ends; the one writing end is opened last.
+  const auto areAllOpen = [&] {
+    const auto entries = test_support::openDescriptorsOf(pid);
+    return std::count_if(entries.begin(), entries.end(), [](const std::string& entry) {
+             return entry.find(privatePrefix) != std::string::npos;
+           }) == 4;
+  };
+  EXPECT_TRUE(eventually(areAllOpen));
+  return namedPrivatePipes(pid);
 }
 
 std::size_t privatePipeCount(pid_t pid) {

@@ -53,6 +53,10 @@ std::size_t descriptorCount(pid_t pid);
 /// each path once.
 std::vector<std::string> namedPrivatePipes(pid_t pid);
 
+/// The same of a client whose server is stopped, when it has made and locked them all: before that,
+/// a sweep of any process may remove them, and it makes others.
+std::vector<std::string> awaitPrivatePipes(pid_t pid);
+
 /// The number of private pipes, with or without a name, that `pid` has open.
 std::size_t privatePipeCount(pid_t pid);
 

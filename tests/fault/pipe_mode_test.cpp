@@ -1,6 +1,5 @@
 #include <sys/stat.h>
 
-#include <algorithm>
 
 #include "tests/fault/fault_test.h"
 
@@ -37,14 +36,9 @@ class PipeModes : public FaultTest, public testing::WithParamInterface<std::stri
     Peer client;
     prepare(client);
     client.send("connect " + port);
-    ASSERT_TRUE(eventually([&] {
-      const auto paths = namedPrivatePipes(client.pid());
-      return paths.size() == 3 &&
-             std::all_of(paths.begin(), paths.end(), [&](const std::string& path) {
-               return (statusOf(path).st_mode & permissionBits) == mode;
-             });
-    }));
-    for (const std::string& path : namedPrivatePipes(client.pid())) {
+    const auto paths = awaitPrivatePipes(client.pid());
+    ASSERT_EQ(paths.size(), 3U);
+    for (const std::string& path : paths) {
       const struct stat status = statusOf(path);
       EXPECT_EQ(status.st_mode & permissionBits, mode) << path;
       if (group) {

@@ -22,8 +22,9 @@ class PrivatePipes : public FaultTest {
   std::vector<std::string> startHandshake(Peer& client) {
     server_.suspend();
     client.send("connect " + port);
-    EXPECT_TRUE(eventually([&] { return namedPrivatePipes(client.pid()).size() == 3; }));
-    return namedPrivatePipes(client.pid());
+    auto paths = awaitPrivatePipes(client.pid());
+    EXPECT_EQ(paths.size(), 3U);
+    return paths;
   }
 
   /// Whether clients that connect sweep all of these files. One may not have the time.
@@ -58,13 +59,14 @@ TEST_F(PrivatePipes, NamesAreNotThoseOfServersAndAreUnique) {
   const auto paths = startHandshake(first);
   Peer second;
   second.send("connect " + port);
-  ASSERT_TRUE(eventually([&] { return namedPrivatePipes(second.pid()).size() == 3; }));
+  const auto otherPaths = awaitPrivatePipes(second.pid());
+  ASSERT_EQ(otherPaths.size(), 3U);
   for (const std::string& path : paths) {
     EXPECT_TRUE(path.starts_with("/tmp/.krv-")) << path;
     EXPECT_FALSE(path.ends_with(".fifo")) << path;
     EXPECT_EQ(path.size(), std::string("/tmp/.krv-.req").size() + 32) << path;
     const std::string token = path.substr(0, path.size() - 4);
-    for (const std::string& other : namedPrivatePipes(second.pid())) {
+    for (const std::string& other : otherPaths) {
       EXPECT_FALSE(other.starts_with(token)) << other;
     }
   }
