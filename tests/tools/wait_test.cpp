@@ -33,7 +33,7 @@ TEST_F(Wait, WaitsUntilTheConditionHolds) {
   const auto wait = start({"wait", "/{S}/drive/gains", "==", "1.5 7"});
   const auto change = start({"wait", "/{S}/drive/gains", "changed"});
   const std::string timedOut = "treectl: /{S}/drive/gains: the condition did not hold in time\n";
-  expect({{"wait", "/{S}/drive/gains[1]", "==", "7", "--timeout", "0.1"},
+  expect({{"wait", "/{S}/drive/gains[1]", "==", "7", "--timeout", "1"},
           6,
           "",
           "treectl: /{S}/drive/gains[1]: the condition did not hold in time\n"});
@@ -44,12 +44,12 @@ TEST_F(Wait, WaitsUntilTheConditionHolds) {
   set("/{S}/drive/gains[0]", "1.5");
   set("/{S}/drive/gains[1]", "7");
   EXPECT_EQ(wait->waitForExit(), ExitStatus{});
-  expect({{"wait", "/{S}/drive/gains", "changed", "--timeout", "0.1"}, 6, "", timedOut});
+  expect({{"wait", "/{S}/drive/gains", "changed", "--timeout", "1"}, 6, "", timedOut});
 }
 
 TEST_F(Wait, RequiresThatTheConditionHoldsForATime) {
   expect({{"wait", "--for", "0.2", "--timeout", "10", "/{S}/drive/speed", "==", "42"}});
-  expect({{"wait", "--for", "10", "--timeout", "0.1", "/{S}/drive/speed", "==", "42"},
+  expect({{"wait", "--for", "10", "--timeout", "1", "/{S}/drive/speed", "==", "42"},
           6,
           "",
           "treectl: /{S}/drive/speed: the condition did not hold in time\n"});

@@ -200,7 +200,7 @@ TEST_F(Watch, EndsAtALossIfWanted) {
 }
 
 TEST_F(Watch, PrintsThePresentValueOfAPartWithoutSubscriptions) {
-  expect({{"watch", "--for", "0.1", "/{S}/drive/secret"},
+  expect({{"watch", "--for", "1", "/{S}/drive/secret"},
           5,
           "/{S}/drive/secret\tfalse\n",
           "treectl: /{S}/drive/secret: the part cannot be subscribed to\n"});
@@ -211,8 +211,8 @@ TEST_F(Watch, PrintsThePresentValueOfAPartWithoutSubscriptions) {
 }
 
 TEST_F(Watch, EndsAfterATimeWithTheStatusOfItsAddresses) {
-  expect({{"watch", "--for", "0.1", "/{S}/drive/speed"}, 0, "/{S}/drive/speed\t42\n"});
-  expect({{"watch", "--for", "0.1", "/{S}/none", "/{S}/drive/speed"},
+  expect({{"watch", "--for", "1", "/{S}/drive/speed"}, 0, "/{S}/drive/speed\t42\n"});
+  expect({{"watch", "--for", "1", "/{S}/none", "/{S}/drive/speed"},
           3,
           "/{S}/drive/speed\t42\n",
           "treectl: /{S}/none: part none: no such part (nearest: notes)\n"});
