@@ -97,19 +97,22 @@ std::optional<Error> setPeriod(Options& options, std::string_view value) {
 
 std::optional<Error> setSynthetic(Options& options, std::string_view value) {
   const std::size_t cross = value.find('x');
-  const auto groups = parseNumber(value.substr(0, cross), 1, maxChildren);
-  const auto parts = cross == std::string_view::npos
-                         ? std::nullopt
-                         : parseNumber(value.substr(cross + 1), 1, maxChildren);
-  if (!groups || !parts) {
+  // 0 stands for what is no number of parts. GCC 12 takes two optionals here for uninitialized
+  // when it compiles for size.
+  const std::uint32_t groups = parseNumber(value.substr(0, cross), 1, maxChildren).value_or(0);
+  const std::uint32_t parts =
+      cross == std::string_view::npos
+          ? 0
+          : parseNumber(value.substr(cross + 1), 1, maxChildren).value_or(0);
+  if (groups == 0 || parts == 0) {
     return badValue("--synthetic", value,
                     "GROUPSxPARTS with both numbers from " + range(1, maxChildren));
   }
-  if (std::uint64_t{*groups} * *parts > maxSyntheticParts) {
+  if (std::uint64_t{groups} * parts > maxSyntheticParts) {
     return badValue("--synthetic", value,
                     "at most " + std::to_string(maxSyntheticParts) + " parts in total");
   }
-  options.synthetic = SyntheticShape{*groups, *parts};
+  options.synthetic = SyntheticShape{groups, parts};
   return std::nullopt;
 }
 
