@@ -82,6 +82,20 @@ ModelRes TreeClient::store(std::string_view path, const std::string& text) {
                          : part->load(stream, false, ModelSrv::ModelPartIndex_All);
 }
 
+int TreeClient::storeUntilError(std::string_view path, const std::string& text) {
+  const auto chain = resolve(path);
+  int stores = 0;
+  while (chain) {
+    std::istringstream stream(text);
+    if (pointAt(*chain)->load(stream, false, ModelSrv::ModelPartIndex_All) !=
+        ModelSrv::ModelRes_Success) {
+      break;
+    }
+    ++stores;
+  }
+  return stores;
+}
+
 ModelRes TreeClient::subscribe(std::string_view path) {
   ModelSrv::ModelPart* const part = at(path);
   return part == nullptr

@@ -28,6 +28,9 @@ class TreeClient {
   /// there is none.
   std::string get(std::string_view path);
   ModelSrv::ModelRes store(std::string_view path, const std::string& text);
+  /// Stores `text` again and again until that fails; returns the number of stores. The path is
+  /// looked up once, so each store is one exchange.
+  int storeUntilError(std::string_view path, const std::string& text);
   ModelSrv::ModelRes subscribe(std::string_view path);
 
   /// The names and ids of the children; empty if there are none.
