@@ -141,7 +141,22 @@ class EventForwarder final : public nlohmann::json_sax<nlohmann::json> {
     if (afterColumn != 0 && what.substr(afterColumn, 2) == ": ") {
       what.remove_prefix(afterColumn + 2);
     }
-    return oneLine(what);
+    return oneLine(withShortToken(what));
+  }
+
+  /// The token in quotes, which may be as long as the file, is cut to its last bytes.
+  static std::string withShortToken(std::string_view what) {
+    constexpr std::size_t maxShownBytes = 40;
+    const std::size_t open = what.find('\'');
+    const std::size_t close = what.rfind('\'');
+    if (open == std::string_view::npos || close - open <= maxShownBytes) {
+      return std::string(what);
+    }
+    std::size_t start = close - maxShownBytes;
+    while (start < close && (static_cast<unsigned char>(what[start]) & 0xC0U) == 0x80) {
+      ++start;  // in the middle of a character
+    }
+    return std::string(what.substr(0, open + 1)) + "…" + std::string(what.substr(start));
   }
 
   const CharacterSource& characters_;

@@ -366,6 +366,15 @@ TEST(DescriptionParser, ReportsThePositionOfASyntaxError) {
               HasSubstr("number overflow"));
 }
 
+TEST(DescriptionParser, ReportsALongTokenShortly) {
+  EXPECT_EQ(errorOf(rootWith(R"({"id": )" + std::string(100'000, '9') + "}")),
+            "line 1, column 100040: number overflow parsing '…" + std::string(40, '9') + "'");
+  // A string without end.
+  const std::string error = errorOf("{\"name\": \"" + std::string(100'000, 'x'));
+  EXPECT_THAT(error, HasSubstr("last read: '…xxx"));
+  EXPECT_LT(error.size(), 200U);
+}
+
 TEST(DescriptionParser, ReportsAnyErrorInOneLine) {
   for (const std::string_view text : {std::string_view("{\"a\n\":1}"), std::string_view("\0{}", 3),
                                       std::string_view("{\"\xff\"}"), std::string_view("\x1b[2J"),
