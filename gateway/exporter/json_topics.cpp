@@ -70,7 +70,8 @@ std::optional<Publication> JsonTopics::take(PacedSet::Clock::time_point now) {
   if (!number) {
     return std::nullopt;
   }
-  const Node& node = nodes_[*number];
+  Node& node = nodes_[*number];
+  node.isPublished = true;
   Publication publication;
   publication.topic = node.topic;
   publication.payload = nodeJson(tree_->index, tree_->values, node.position);
@@ -87,6 +88,22 @@ std::vector<std::string> JsonTopics::topics() const {
   }
   std::sort(topics.begin(), topics.end());
   return topics;
+}
+
+std::vector<std::string> JsonTopics::publishedTopics() const {
+  std::vector<std::string> topics;
+  for (const Node& node : nodes_) {
+    if (node.isPublished) {
+      topics.push_back(node.topic);
+    }
+  }
+  return topics;
+}
+
+void JsonTopics::notePublished(const std::set<std::string>& topics) {
+  for (Node& node : nodes_) {
+    node.isPublished = node.isPublished || topics.count(node.topic) > 0;
+  }
 }
 
 }  // namespace modelgate

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,11 +38,16 @@ class JsonTopics {
 
   /// The topics, in their order.
   [[nodiscard]] std::vector<std::string> topics() const;
+  /// Those that the broker may have: `take` has returned them, or `notePublished` was called.
+  [[nodiscard]] std::vector<std::string> publishedTopics() const;
+  /// The broker may have these, from an earlier tree.
+  void notePublished(const std::set<std::string>& topics);
 
  private:
   struct Node {
     Position position;
     std::string topic;
+    bool isPublished = false;
   };
 
   static constexpr std::uint32_t none = 0xFFFFFFFF;

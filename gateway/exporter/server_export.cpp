@@ -72,7 +72,7 @@ std::optional<ServerState> ServerExport::state() const {
 }
 
 void ServerExport::takeTree(std::shared_ptr<ServedTree> tree) {
-  addTopics(*leftTopics_);
+  leaveTopics();
   tree_ = std::move(tree);
   ++shape_;
   isUp_ = isSettled_ = true;
@@ -80,6 +80,7 @@ void ServerExport::takeTree(std::shared_ptr<ServedTree> tree) {
   sequences_.reset(tree_->index.size());
   static_cast<void>(tree_->values.takeMarks());
   json_.emplace(context_.topics, name_, context_.json, tree_);
+  json_->notePublished(*leftTopics_);
   if (context_.retainsValues) {
     pages_.emplace(tree_, ValuePage{context_.epoch, shape_, 0, {}});
   }

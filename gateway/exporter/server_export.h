@@ -93,7 +93,8 @@ class ServerExport {
 
   void publishPages();
   [[nodiscard]] std::optional<Publication> nextPage();
-  void addTopics(std::set<std::string>& topics) const;
+  void addPages(std::set<std::string>& topics) const;
+  void leaveTopics();
   void removeLeftTopics();
 
   [[nodiscard]] PositionRange rangeOf(Position top) const;

@@ -44,7 +44,7 @@ void ServerExport::removePages(std::size_t count) {
 }
 
 void ServerExport::removeAll() {
-  addTopics(*leftTopics_);
+  leaveTopics();
   tree_.reset();
   publishedPages_.clear();
   json_.reset();
@@ -52,16 +52,22 @@ void ServerExport::removeAll() {
   removeLeftTopics();
 }
 
-/// Adds what is published of the present tree.
-void ServerExport::addTopics(std::set<std::string>& topics) const {
+/// Adds the pages of the present tree.
+void ServerExport::addPages(std::set<std::string>& topics) const {
   for (std::size_t page = 0; tree_ != nullptr && page < tree_->pages.size(); ++page) {
     topics.insert(context_.topics.shape(name_, page));
   }
   for (std::size_t page = 0; pages_ && page < pages_->count(); ++page) {
     topics.insert(context_.topics.values(name_, page));
   }
-  for (std::string& topic : json_ ? json_->topics() : std::vector<std::string>()) {
-    topics.insert(std::move(topic));
+}
+
+/// Notes what the broker may have of the present tree, which ends. Of nodes without a connection
+/// that is nothing: there may be ever new ones.
+void ServerExport::leaveTopics() {
+  addPages(*leftTopics_);
+  for (std::string& topic : json_ ? json_->publishedTopics() : std::vector<std::string>()) {
+    leftTopics_->insert(std::move(topic));
   }
 }
 
@@ -71,7 +77,10 @@ void ServerExport::removeLeftTopics() {
     return;
   }
   std::set<std::string> present;
-  addTopics(present);
+  addPages(present);
+  for (std::string& topic : json_ ? json_->topics() : std::vector<std::string>()) {
+    present.insert(std::move(topic));
+  }
   std::erase_if(*leftTopics_, [&](const std::string& topic) { return present.count(topic) > 0; });
   context_.outbox.pushRetained(
       leftTopics_.get(),

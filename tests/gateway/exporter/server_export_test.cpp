@@ -26,6 +26,12 @@ std::string treeOfPages(const std::string& last) {
   return tree + R"({"id": 801, "name": ")" + last + R"(", "type": "int32", "value": 1}]})";
 }
 
+/// A tree with one node for dashboards, below "/json".
+std::string treeOfNode(const std::string& name) {
+  return R"({"name": "Model_x", "children": [{"name": "json", "children": [{"name": ")" + name +
+         R"(", "children": [{"name": "x", "type": "int32", "value": 1}]}]}]})";
+}
+
 /// A server at a broker that takes messages when the test says so.
 struct ServerExportTest : testing::Test {
   /// The shape that the broker has; empty if it lacks a page of the present one.
@@ -45,6 +51,7 @@ struct ServerExportTest : testing::Test {
 
   modelgate::EventLoop loop;
   const std::vector<std::string> everywhere{"/"};
+  const std::vector<std::string> dashboards{"/json"};
   bool hasCapacity = false;
   std::map<std::string, std::string> broker;  ///< the last message of each topic
   modelgate::ExportContext context{
@@ -54,7 +61,7 @@ struct ServerExportTest : testing::Test {
       std::chrono::milliseconds(50),
       std::chrono::seconds(10),
       modelgate::PathRules(everywhere),
-      modelgate::PathRules({}),
+      modelgate::PathRules(dashboards),
       false,
       modelgate::Outbox({.isConnected = [] { return true; },
                          .hasCapacity = [this] { return hasCapacity; },
@@ -129,6 +136,34 @@ TEST_F(ServerExportTest, PublishesEachPageAlsoIfTheShapeChangesMeanwhile) {
   const auto shape = publishedShape(exported);
   ASSERT_TRUE(shape);
   EXPECT_EQ(shape->back().name, "after");
+}
+
+TEST_F(ServerExportTest, RemovesTheNodesThatWerePublishedAndNoOthers) {
+  test_support::TemporaryFile file(treeOfNode("first"));
+  ModelServer server({"--tree", file.path()}, true);
+  ServerExport exported(context, server.name());
+  const auto topicOf = [&](std::string_view node) {
+    return context.topics.json(exported.name(), "/json/" + std::string(node));
+  };
+  hasCapacity = true;
+  ASSERT_TRUE(runUntil(loop, [&] { return broker.count(topicOf("first")) > 0; }));
+  EXPECT_EQ(broker.at(topicOf("first")), R"({"x":1})");
+  // The broker takes nothing while the node changes its name, and has the first one meanwhile.
+  hasCapacity = false;
+  std::uint64_t shape = exported.state()->shape;
+  for (const char* const name : {"second", "first", "third", "last"}) {
+    file.write(treeOfNode(name));
+    server.process().signal(SIGHUP);
+    ASSERT_TRUE(runUntil(loop, [&] { return exported.state()->shape > shape; }));
+    shape = exported.state()->shape;
+  }
+  hasCapacity = true;
+  EXPECT_TRUE(context.outbox.pump());
+  exported.flush();
+  EXPECT_EQ(broker.at(topicOf("first")), "");
+  EXPECT_EQ(broker.count(topicOf("second")), 0U);
+  EXPECT_EQ(broker.count(topicOf("third")), 0U);
+  EXPECT_EQ(broker.at(topicOf("last")), R"({"x":1})");
 }
 
 }  // namespace
