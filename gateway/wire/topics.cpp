@@ -71,10 +71,6 @@ std::string Topics::shape(std::string_view server, std::size_t page) const {
   return prefix_ + "shape/" + std::string(server) + "/" + std::to_string(page);
 }
 
-std::string Topics::shapes(std::string_view server) const {
-  return prefix_ + "shape/" + std::string(server) + "/+";
-}
-
 std::string Topics::values(std::string_view server, std::size_t page) const {
   return prefix_ + "val/" + std::string(server) + "/" + std::to_string(page);
 }

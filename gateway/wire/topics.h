@@ -22,7 +22,6 @@ class Topics {
 
   [[nodiscard]] std::string state() const;
   [[nodiscard]] std::string shape(std::string_view server, std::size_t page) const;
-  [[nodiscard]] std::string shapes(std::string_view server) const;  ///< a filter: all pages
   [[nodiscard]] std::string values(std::string_view server, std::size_t page) const;
   [[nodiscard]] std::string allValues(std::string_view server) const;  ///< a filter: all pages
   [[nodiscard]] std::string updates(std::string_view server) const;

@@ -39,7 +39,6 @@ TEST(WireTopics, AreThese) {
   const Topics topics("plant", "gate-7");
   EXPECT_EQ(topics.state(), "ts/1/plant/gate-7/state");
   EXPECT_EQ(topics.shape("host", 3), "ts/1/plant/gate-7/shape/host/3");
-  EXPECT_EQ(topics.shapes("host"), "ts/1/plant/gate-7/shape/host/+");
   EXPECT_EQ(topics.values("host", 0), "ts/1/plant/gate-7/val/host/0");
   EXPECT_EQ(topics.allValues("host"), "ts/1/plant/gate-7/val/host/+");
   EXPECT_EQ(topics.updates("host"), "ts/1/plant/gate-7/upd/host");
