@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "gateway/link/link_options.h"
+#include "gateway/link/packet_limit.h"
 #include "gateway/link/read_limit.h"
 
 struct mosquitto;
@@ -76,6 +77,7 @@ class Connection {
   void disconnect();
 
  private:
+  static void require(int result);
   void configure(const LinkOptions& options);
   void setWill(const Publication& will, std::chrono::seconds delay);
   void connect(const LinkOptions& options, const std::string& address);
@@ -98,10 +100,13 @@ class Connection {
   Listener& listener_;
   std::shared_ptr<TlsContext> tls_;
   ReadLimit readLimit_;
+  PacketLimit packetLimit_;
   mosquitto* client_ = nullptr;
   bool accepted_ = false;
   bool ended_ = false;
   bool processing_ = false;
+  std::size_t calls_ = 0;         ///< of the listener
+  bool isWhole_ = false;          ///< a packet was completed in this turn
   std::size_t contents_ = 0;      ///< bytes of the messages that have arrived in this turn
   std::size_t unanswered_ = 0;    ///< packets, about, that were read since output waits
   std::exception_ptr exception_;  ///< of the listener
