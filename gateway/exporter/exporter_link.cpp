@@ -106,6 +106,7 @@ BrokerLink::Handlers Exporter::State::handlers() {
 
 void Exporter::State::connected() {
   log("connected", true);
+  reasons_.connected();
   link_->subscribe(context_.topics.state(), 1);
   if (!isWorkingLink_) {
     return;
@@ -165,7 +166,7 @@ void Exporter::State::disconnected(std::string_view reason, bool takenOver) {
       }
     });
   }
-  log("no connection to the broker: " + std::string(reason), false);
+  log("no connection to the broker: " + std::string(reason), !reasons_.isNew(reason));
   presence_.disconnected();
   followPresence();
 }

@@ -14,6 +14,7 @@
 #include "gateway/exporter/request_handler.h"
 #include "gateway/exporter/server_discovery.h"
 #include "gateway/exporter/server_export.h"
+#include "gateway/link/reason_log.h"
 
 namespace modelgate {
 
@@ -90,6 +91,7 @@ struct Exporter::State {
   /// Whether the last connection was lost while it was at work: another exporter may have come.
   bool mustLook_ = false;
   bool wasConflict_ = false;  ///< as it is in the state
+  ReasonLog reasons_;
   /// Before a wrong state at the broker is replaced.
   Clock::duration correction_ = std::chrono::seconds(1);
 

@@ -3,12 +3,15 @@
 #include <poll.h>
 
 #include <array>
+#include <cerrno>
 #include <map>
 #include <random>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
+#include "gateway/link/reason_log.h"
 #include "gateway/viewer/device.h"
 #include "gateway/viewer/fleet_tree.h"
 #include "gateway/wire/topics.h"
@@ -72,7 +75,7 @@ struct Viewer::State {
 
   std::size_t missingSubscriptions = 0;
   bool isReady = false;
-  bool saidDisconnected = false;
+  ReasonLog reasons;
   bool saidFleetError = false;
   EventLoop::Clock::time_point readyBy;
   EventLoop::Timer readyTimer;
@@ -168,7 +171,7 @@ void Viewer::State::refreshLater() {
 }
 
 void Viewer::State::connected() {
-  saidDisconnected = false;
+  reasons.connected();
   context.logDetail("connected to the broker");
   std::vector<std::string> filters;
   for (const std::string& device : wanted) {
@@ -189,9 +192,8 @@ void Viewer::State::connected() {
 }
 
 void Viewer::State::disconnected(std::string_view reason) {
-  if (!std::exchange(saidDisconnected, true)) {
-    context.log("no connection to the broker: " + std::string(reason));
-  }
+  const std::string line = "no connection to the broker: " + std::string(reason);
+  reasons.isNew(reason) ? context.log(line) : context.logDetail(line);
   readyTimer = {};
   context.disconnected();
   for (const auto& [name, device] : devices) {

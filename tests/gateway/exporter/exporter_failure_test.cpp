@@ -32,6 +32,30 @@ std::string exportDeviceProgram() {
   return test_support::buildDirectory() + "/tests/export_device";
 }
 
+TEST_F(ExporterFailure, SaysOnceThatThereIsNoBroker) {
+  broker.emplace();
+  broker->kill();
+  start({"no-such-server"});
+  std::size_t attempts = 0;
+  // The first one is made again, with the handler of all lines.
+  options.log = [&, line = options.log](std::string_view text, bool detail) {
+    attempts += text.starts_with("no connection to the broker: ") ? 1 : 0;
+    line(text, detail);
+  };
+  exporter.emplace(loop, options);
+  log.clear();
+  exporter->start();
+  ASSERT_TRUE(until([&] { return attempts == 3; }));
+  ASSERT_EQ(log.size(), 1U) << testing::PrintToString(log);
+  broker->start();
+  ASSERT_TRUE(until([&] { return isReady; }));
+  const std::size_t before = attempts;
+  broker->kill();
+  ASSERT_TRUE(until([&] { return attempts == before + 4; }));
+  EXPECT_GE(log.size(), 2U) << "it was connected meanwhile";
+  EXPECT_LE(log.size(), 3U) << "lost, and refused";
+}
+
 TEST_F(ExporterFailure, OtherServersGoOnWhileOneDoesNotRespond) {
   ModelServer stopped;
   const ModelServer other;
