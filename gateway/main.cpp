@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -79,16 +80,18 @@ void fillStandardStreams() {
 }
 
 /// Lets this process open as many descriptors as it may: each local client takes some. If the
-/// system refuses, there is capacity for fewer clients.
-void raiseDescriptorLimit() {
+/// system refuses, there is capacity for fewer clients. Returns the number.
+rlim_t raiseDescriptorLimit() {
   rlimit limit{};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-    limit.rlim_cur = limit.rlim_max;
-    static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+    throw std::system_error(errno, std::generic_category(), "getrlimit");
   }
+  const rlim_t before = std::exchange(limit.rlim_cur, limit.rlim_max);
+  return ::setrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : before;
 }
 
-/// SIGINT and SIGTERM as events of the loop; SIGPIPE is ignored. To be made before any thread.
+/// SIGINT, SIGTERM and SIGHUP as events of the loop; SIGPIPE is ignored. To be made before any
+/// thread.
 class Signals {
  public:
   Signals(EventLoop& loop, std::function<void()> stop) : loop_(loop) {
@@ -181,10 +184,14 @@ ExporterOptions exporterOptions(const Options& options) {
   return result;
 }
 
-ViewerOptions viewerOptions(const Options& options) {
+ViewerOptions viewerOptions(const Options& options, rlim_t descriptors) {
   ViewerOptions result;
   result.link = linkOptions(options);
   result.fleet = options.fleet;
+  // A quarter of the descriptors is for clients and the broker.
+  constexpr rlim_t descriptorsOfMirror = 8;
+  result.maxMirrors = static_cast<std::size_t>(
+      std::min<rlim_t>(result.maxMirrors, descriptors / descriptorsOfMirror));
   if (!options.user.empty()) {
     result.user = options.user;
   } else if (!options.certFile.empty()) {
@@ -204,7 +211,6 @@ ViewerOptions viewerOptions(const Options& options) {
 /// Runs an Exporter or a Viewer until a signal.
 template <typename Worker, typename WorkerOptions>
 ExitStatus run(WorkerOptions options, bool verbose) {
-  raiseDescriptorLimit();
   EventLoop loop;
   std::optional<Worker> worker;
   bool stopping = false;
@@ -248,10 +254,11 @@ ExitStatus runProgram(const std::vector<std::string>& arguments) {
     return success;
   }
   const auto& options = std::get<Options>(parsed);
+  const rlim_t descriptors = raiseDescriptorLimit();
   if (options.role == Options::Role::exporter) {
     return run<Exporter>(exporterOptions(options), options.verbose);
   }
-  return run<Viewer>(viewerOptions(options), options.verbose);
+  return run<Viewer>(viewerOptions(options, descriptors), options.verbose);
 }
 
 }  // namespace

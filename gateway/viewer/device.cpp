@@ -151,7 +151,8 @@ void Device::takeState(const Message& message) {
 void Device::addMirrors() {
   for (const auto& [server, state] : state_.servers) {
     // Names of old states stay as mirrors that are offline; the device may not make ever more.
-    if (!isTopicLevel(server) || mirrors_.count(server) != 0 || mirrors_.size() >= maxServers) {
+    if (!isTopicLevel(server) || mirrors_.count(server) != 0 || mirrors_.size() >= maxServers ||
+        !link_.context().addMirror()) {
       continue;
     }
     const auto at = mirrors_.emplace(server, std::make_unique<Mirror>(link_, *this, server)).first;

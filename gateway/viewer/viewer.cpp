@@ -89,7 +89,7 @@ Viewer::State::State(EventLoop& eventLoop, ViewerOptions viewerOptions)
     : loop(eventLoop),
       options(std::move(viewerOptions)),
       context(loop, manager, {options.fleet, options.user, randomId()}, options.log, options.group,
-              options.times),
+              options.times, options.maxMirrors),
       fleet(manager),
       wanted(options.devices.begin(), options.devices.end()) {
   if (!isFleetName(options.fleet)) {
@@ -104,7 +104,7 @@ Viewer::State::State(EventLoop& eventLoop, ViewerOptions viewerOptions)
     throw std::runtime_error("wrong name of a user: " + options.user);
   }
   if (manager.pollDescriptor() < 0) {
-    throw std::runtime_error("no descriptor for the event loop");
+    throw std::system_error(EMFILE, std::generic_category(), "event loop");
   }
   LinkOptions linkOptions = options.link;
   linkOptions.clientId = context.names().clientId;

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -27,6 +28,8 @@ struct ViewerOptions {
   /// If set, members of this group may connect to the mirrors, too.
   std::optional<gid_t> group;
   ViewerTimes times;
+  /// The most mirrors; each takes 6 descriptors and 8 KiB, and 3 descriptors for each client.
+  std::size_t maxMirrors = 16'384;
   /// Receives lines for standard error, without a line feed. `detail` if they are of interest with
   /// -v alone. May be empty.
   std::function<void(std::string_view line, bool detail)> log;

@@ -17,13 +17,15 @@ constexpr std::chrono::seconds requestExpiry{2};
 }  // namespace
 
 ViewerContext::ViewerContext(EventLoop& loop, EvtSrv::EventPortManager& manager, Names names,
-                             Log log, std::optional<gid_t> group, ViewerTimes times)
+                             Log log, std::optional<gid_t> group, ViewerTimes times,
+                             std::size_t maxMirrors)
     : loop_(loop),
       manager_(manager),
       names_(std::move(names)),
       log_(std::move(log)),
       group_(group),
       times_(times),
+      maxMirrors_(maxMirrors),
       requests_(names_.clientId + "/") {}
 
 void ViewerContext::log(std::string_view line) const {
@@ -111,6 +113,17 @@ void ViewerContext::setTimer() {
     requests_.expire(now());
     setTimer();
   });
+}
+
+bool ViewerContext::addMirror() {
+  if (mirrors_ < maxMirrors_) {
+    ++mirrors_;
+    return true;
+  }
+  if (!std::exchange(saidTooMany_, true)) {
+    log("there are too many servers: only the first " + std::to_string(maxMirrors_) + " are shown");
+  }
+  return false;
 }
 
 void ViewerContext::addIdleTree(std::optional<IdleTrees::Entry>& entry, std::size_t bytes,

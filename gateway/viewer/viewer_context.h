@@ -49,7 +49,7 @@ class ViewerContext {
 
   /// `loop` and `manager` outlive the object.
   ViewerContext(EventLoop& loop, EvtSrv::EventPortManager& manager, Names names, Log log,
-                std::optional<gid_t> group, ViewerTimes times);
+                std::optional<gid_t> group, ViewerTimes times, std::size_t maxMirrors);
 
   /// The link, once it exists. It outlives the object, or is set to null before its end.
   void setLink(BrokerLink* link) { link_ = link; }
@@ -61,6 +61,9 @@ class ViewerContext {
   [[nodiscard]] const ViewerTimes& times() const { return times_; }
   [[nodiscard]] PortNames& portNames() { return portNames_; }
   [[nodiscard]] PageCache& pages() { return pages_; }
+  /// Whether there may be another mirror, which counts from now on: devices name as many servers as
+  /// they like. Logs once that there are too many.
+  [[nodiscard]] bool addMirror();
   /// Notes that no client uses a tree, as `IdleTrees::add`.
   void addIdleTree(std::optional<IdleTrees::Entry>& entry, std::size_t bytes, bool canBeFetched,
                    std::function<void()> giveBack);
@@ -109,6 +112,9 @@ class ViewerContext {
   const Log log_;
   const std::optional<gid_t> group_;
   const ViewerTimes times_;
+  const std::size_t maxMirrors_;
+  std::size_t mirrors_ = 0;
+  bool saidTooMany_ = false;
   PortNames portNames_;
   PageCache pages_;
   IdleTrees idleTrees_;

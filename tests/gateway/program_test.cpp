@@ -82,6 +82,44 @@ TEST(GatewayProgram, WaitsForABrokerAndEndsAtASignalWithoutOne) {
       EXPECT_EQ(process.output().find("ready"), std::string::npos);
     }
   }
+  static_cast<void>(std::signal(SIGHUP, hangUp));
+}
+
+TEST(GatewayProgram, OutlivesItsTerminalUnderNohup) {
+  Process process({"sh", "-c",
+                   "trap '' HUP; exec " + modelgate() +
+                       " export -v --fleet f --broker unix:/tmp/no-such-directory/b"},
+                  {.mergeErrors = true});
+  ASSERT_TRUE(process.waitForOutput("No such file or directory")) << process.output();
+  process.signal(SIGHUP);
+  const std::size_t before = process.output().size();
+  // The next attempt.
+  EXPECT_TRUE(test_support::eventually([&] {
+    return !process.waitForExit(std::chrono::milliseconds(20)) && process.output().size() > before;
+  }));
+  process.signal(SIGTERM);
+  EXPECT_EQ(process.waitForExit(), (ExitStatus{0, 0})) << process.output();
+}
+
+TEST(GatewayProgram, TakesTooFewDescriptorsForNoMistakeOfItsUser) {
+  if (test_support::sanitized) {
+    GTEST_SKIP() << "a sanitizer needs descriptors of its own";
+  }
+  for (const int descriptors : {4, 5, 6, 7, 8}) {
+    Process process({"sh", "-c",
+                     "ulimit -n " + std::to_string(descriptors) + "; exec " + modelgate() +
+                         " view --fleet f --broker unix:/tmp/no-such-directory/b"},
+                    {.mergeErrors = true});
+    bool hasEnded = false;
+    EXPECT_TRUE(test_support::eventually([&] {
+      hasEnded = process.waitForExit(std::chrono::milliseconds(20)).has_value();
+      return hasEnded || process.output().find("no connection") != std::string::npos;
+    })) << process.output();
+    if (!hasEnded) {
+      process.signal(SIGTERM);
+    }
+    EXPECT_EQ(process.waitForExit(), (ExitStatus{hasEnded ? 1 : 0, 0})) << process.output();
+  }
 }
 
 TEST(GatewayProgram, MakesAServerOfADeviceOneOfThisMachine) {

@@ -39,6 +39,49 @@ TEST_F(ViewerTest, StoresNothingWithoutABroker) {
   EXPECT_EQ(client.get("/speed"), "42") << "the last value";
 }
 
+TEST_F(ViewerTest, SaysEachReasonForNoConnectionOnce) {
+  broker.kill();
+  std::size_t attempts = 0;
+  std::size_t lines = 0;
+  std::unique_ptr<modelgate::Viewer> other;
+  run([&] {
+    modelgate::ViewerOptions otherOptions = options("other");
+    otherOptions.log = [&](std::string_view line, bool detail) {
+      if (line.starts_with("no connection to the broker: ")) {
+        ++attempts;
+        lines += detail ? 0 : 1;
+      }
+    };
+    other = std::make_unique<modelgate::Viewer>(loop, std::move(otherOptions));
+    other->start();
+  });
+  EXPECT_TRUE(becomes([&] { return attempts >= 3; }));
+  EXPECT_EQ(run([&] { return lines; }), 1U);
+  run([&] { other.reset(); });
+}
+
+TEST_F(ViewerTest, MakesNoMoreMirrorsThanItMay) {
+  maxMirrors = 2;
+  run([this] {
+    for (const char* const server : {"one", "two", "three"}) {
+      device->state.servers[server].up = true;
+    }
+    device->publishState();
+    viewer.reset();
+    startViewer();
+  });
+  // "one" and "plant" are the first ones.
+  EXPECT_TRUE(test_support::eventually(
+      [this] { return isServed("Model_" + name + ".one") && isServed(port()); }));
+  EXPECT_TRUE(test_support::eventually([this] {
+    const auto lines = log();
+    return std::count(lines.begin(), lines.end(),
+                      "there are too many servers: only the first 2 are shown") == 1;
+  }));
+  EXPECT_FALSE(isServed("Model_" + name + ".three"));
+  EXPECT_FALSE(isServed("Model_" + name + ".two"));
+}
+
 TEST_F(ViewerTest, ServesTheLastValuesOfALostDeviceReadOnly) {
   {
     TreeClient client(port());

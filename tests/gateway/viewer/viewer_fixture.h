@@ -54,6 +54,7 @@ class ViewerTest : protected OwnTmp, public testing::Test {
     options.fleet = fleet;
     options.user = "operator";
     options.times = times;
+    options.maxMirrors = maxMirrors;
     options.ready = [this] { ++ready_; };
     options.log = [this](std::string_view line, bool) {
       const std::lock_guard lock(mutex_);
@@ -110,6 +111,7 @@ class ViewerTest : protected OwnTmp, public testing::Test {
 
   const std::string name = test_support::uniquePortName().substr(6);
   modelgate::ViewerTimes times;
+  std::size_t maxMirrors = 100;
   Broker broker;
   modelgate::EventLoop loop;
   std::unique_ptr<FakeDevice> device = std::make_unique<FakeDevice>(loop, broker.url(), name);
