@@ -11,10 +11,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <new>
 #include <optional>
 #include <stdexcept>
@@ -144,16 +146,42 @@ std::string readPassword(const std::string& path) {
   return password.substr(0, password.find_first_of("\r\n"));
 }
 
+/// Of a group that the system does not know by this name.
+std::optional<gid_t> groupNumber(const std::string& text) {
+  gid_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, code] = std::from_chars(text.data(), end, number);
+  // The largest number stands for "no group" (chown(2)).
+  const bool isRight =
+      code == std::errc() && stop == end && number != std::numeric_limits<gid_t>::max();
+  return isRight ? std::optional(number) : std::nullopt;
+}
+
+/// Whether this user may give a file to `group`.
+bool mayShareWith(gid_t group) {
+  const int count = ::getgroups(0, nullptr);
+  std::vector<gid_t> groups(static_cast<std::size_t>(std::max(count, 0)));
+  return ::geteuid() == 0 || group == ::getegid() ||
+         (count > 0 && ::getgroups(count, groups.data()) == count &&
+          std::find(groups.begin(), groups.end(), group) != groups.end());
+}
+
+/// `name` may be a number, too.
 gid_t findGroup(const std::string& name) {
   std::vector<char> buffer(std::size_t{1} << 16);
   group entry{};
   group* found = nullptr;
   const int error = ::getgrnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found);
-  if (found == nullptr) {
+  const std::optional<gid_t> number =
+      found != nullptr ? std::optional(found->gr_gid) : groupNumber(name);
+  if (!number) {
     throw UsageError("--group: " + name + ": " +
                      (error != 0 ? std::generic_category().message(error) : "no such group"));
   }
-  return found->gr_gid;
+  if (!mayShareWith(*number)) {
+    throw UsageError("--group: this user is not a member of \"" + name + '"');
+  }
+  return *number;
 }
 
 LinkOptions linkOptions(const Options& options) {

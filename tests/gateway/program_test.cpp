@@ -155,6 +155,30 @@ TEST(GatewayProgram, MakesAServerOfADeviceOneOfThisMachine) {
   EXPECT_EQ(viewer.waitForExit(), (ExitStatus{0, 0})) << viewer.errors();
 }
 
+TEST(GatewayProgram, SharesItsMirrorsWithAGroupOfItsUserOnly) {
+  const Broker broker;
+  const std::string fleet = "fleet-" + std::to_string(::getpid());
+  // By number, which no group need have.
+  const Words view = command({"view", "--broker", broker.url(), "--fleet", fleet, "--group"});
+  const auto viewWith = [&view](const std::string& group) {
+    Words words = view;
+    words.push_back(group);
+    return words;
+  };
+  Process viewer(viewWith(std::to_string(::getegid())));
+  EXPECT_TRUE(viewer.waitForLine("ready")) << viewer.errors();
+  viewer.signal(SIGTERM);
+  EXPECT_EQ(viewer.waitForExit(), (ExitStatus{0, 0})) << viewer.errors();
+  Words stranger = viewWith("7000");
+  if (::geteuid() == 0) {  // Root may give a pipe to any group.
+    stranger.insert(stranger.begin(),
+                    {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+  }
+  const Finished finished = test_support::run(stranger);
+  EXPECT_EQ(finished.status, (ExitStatus{2, 0}));
+  EXPECT_EQ(finished.errors, "modelgate: --group: this user is not a member of \"7000\"\n");
+}
+
 TEST(GatewayProgram, KeepsLittleMemoryForManyValues) {
   const gateway_test::Certificates certificates;
   certificates.makeServer("broker");
