@@ -101,6 +101,11 @@ class Signals {
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    struct sigaction hangUp {};
+    // A program that is to outlive its terminal ignores it, see nohup(1).
+    if (::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN) {
+      sigaddset(&set, SIGHUP);
+    }
     descriptor_ = ::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     if (descriptor_ < 0 || ::sigprocmask(SIG_BLOCK, &set, nullptr) != 0 ||
         std::signal(SIGPIPE, SIG_IGN) == SIG_ERR) {

@@ -255,7 +255,7 @@ std::optional<OptionError> checkCombination(const Options& options) {
 /// What the command line states for a role.
 struct RoleLine {
   CLI::App* app = nullptr;
-  std::string config;
+  std::vector<std::string> configs;
   std::map<const Entry*, std::vector<std::string>> values;
   std::map<const Entry*, bool> flags;
 
@@ -275,8 +275,9 @@ struct RoleLine {
             ->allow_extra_args(false);
       }
     }
-    app->add_option("--config", config, "a file with lines \"name = value\" of the names above")
-        ->type_name("FILE");
+    app->add_option("--config", configs, "a file with lines \"name = value\" of the names above")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
   }
 
   [[nodiscard]] std::vector<Statement> statements() const {
@@ -299,8 +300,11 @@ ParsedOptions complete(Role role, const RoleLine& line) {
   Options options;
   options.role = role;
   std::vector<Statement> statements = line.statements();
-  if (line.app->count("--config") != 0) {
-    if (const auto error = addConfig(line.config, role, statements)) {
+  if (line.configs.size() > 1) {
+    return OptionError{"--config: given twice"};
+  }
+  if (!line.configs.empty()) {
+    if (const auto error = addConfig(line.configs.front(), role, statements)) {
       return *error;
     }
   }
@@ -335,7 +339,7 @@ ParsedOptions parseOptions(const std::vector<std::string>& arguments) {
     program.parse(reversed);
   } catch (const CLI::CallForHelp&) {
     const auto chosen = program.get_subcommands();
-    return OptionText{chosen.empty() ? program.help() : chosen.front()->help()};
+    return OptionText{chosen.empty() ? program.help() : chosen.front()->help(program.get_name())};
   } catch (const CLI::CallForVersion& version) {
     return OptionText{std::string(version.what()) + "\n"};
   } catch (const CLI::RequiredError&) {

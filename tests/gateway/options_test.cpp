@@ -161,6 +161,7 @@ TEST(GatewayOptions, NameTheArgumentThatIsWrong) {
       {{"export", "--fleet"}, "--fleet: missing value" + help},
       {{"export", "--verbose=maybe"}, "--verbose: expected true or false" + help},
       {{"export", "--fleet", "a", "--fleet", "a"}, "--fleet: given twice"},
+      {{"export", "--config", "a", "--config", "b"}, "--config: given twice"},
       {{"export", "--fleet", "a/b"}, "--fleet: " + fleet + ", got \"a/b\""},
       {{"export", "--device", ""}, "--device: " + fleet + ", got \"\""},
       {{"view", "--device", "\n"}, "--device: " + fleet + ", got \"?\""},
@@ -199,6 +200,7 @@ TEST(GatewayOptions, ExplainThemselves) {
   };
   EXPECT_NE(textOf({"--help"}).find("export"), std::string::npos);
   EXPECT_NE(textOf({"export", "--help"}).find("--allow-set PATH"), std::string::npos);
+  EXPECT_NE(textOf({"export", "--help"}).find("modelgate export ["), std::string::npos);
   EXPECT_EQ(textOf({"view", "--help"}).find("--allow-set"), std::string::npos);
   EXPECT_EQ(textOf({"--version"}).substr(0, 10), "modelgate ");
 }

@@ -71,8 +71,10 @@ TEST(GatewayProgram, ExplainsItself) {
 }
 
 TEST(GatewayProgram, WaitsForABrokerAndEndsAtASignalWithoutOne) {
+  // The tests may run under nohup.
+  const auto hangUp = std::signal(SIGHUP, SIG_DFL);
   for (const char* const role : {"export", "view"}) {
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
       Process process(command({role, "--fleet", test_support::uniquePortName(), "--broker",
                                "unix:/tmp/no-such-directory/broker"}),
                       {.mergeErrors = true});
