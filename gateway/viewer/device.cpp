@@ -48,7 +48,7 @@ std::string_view Device::stateText() const {
   if (!link_.presence().isReachable()) {
     return "unreachable";
   }
-  return state_.conflict ? "conflict" : "online";
+  return isConflict_ ? "conflict" : "online";
 }
 
 std::uint64_t Device::gaps() const {
@@ -142,14 +142,14 @@ void Device::takeState(const Message& message) {
   statement.age = ageOf(message, *state);
   static_cast<void>(link_.stated(statement));
   if (state->online) {
-    state_ = std::move(*state);
-    addMirrors();
+    isConflict_ = state->conflict;
+    addMirrors(*state);
   }
   updateAll();
 }
 
-void Device::addMirrors() {
-  for (const auto& [server, state] : state_.servers) {
+void Device::addMirrors(const DeviceState& state) {
+  for (const auto& [server, listed] : state.servers) {
     // Names of old states stay as mirrors that are offline; the device may not make ever more.
     if (!isTopicLevel(server) || mirrors_.count(server) != 0 || mirrors_.size() >= maxServers ||
         !link_.context().addMirror()) {
@@ -169,8 +169,8 @@ void Device::addMirrors() {
   }
   for (const auto& [server, mirror] : mirrors_) {
     link_.setProbedServer(server);
-    const auto at = state_.servers.find(server);
-    mirror->setState(at != state_.servers.end() ? &at->second : nullptr);
+    const auto at = state.servers.find(server);
+    mirror->setState(at != state.servers.end() ? &at->second : nullptr);
   }
 }
 

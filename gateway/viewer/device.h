@@ -52,12 +52,12 @@ class Device final : public LinkStatus {
   void takeState(const Message& message);
   void takeReply(const Message& message);
   Mirror* findMirror(std::string_view server);
-  void addMirrors();
+  void addMirrors(const DeviceState& state);
   void updateAll();
 
   DeviceLink link_;
   FleetDevice* entry_ = nullptr;
-  DeviceState state_;
+  bool isConflict_ = false;  ///< as its last state says
   bool saidWrong_ = false;
   std::map<std::string, std::unique_ptr<Mirror>, std::less<>> mirrors_;
 };

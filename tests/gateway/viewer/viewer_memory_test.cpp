@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "tests/gateway/viewer/viewer_fixture.h"
 
@@ -73,6 +74,35 @@ TEST_F(IdleMirror, KeepsTheLastValuesOfALostDevice) {
   TreeClient other("Model_" + name + ".other~offline");
   ASSERT_TRUE(reviewed(other));
   EXPECT_EQ(TreeClient(offline()).get("/speed"), "42");
+}
+
+TEST_F(ViewerTest, KeepsNothingOfTheServersThatItDoesNotShow) {
+  maxMirrors = 1;
+  run([this] {
+    viewer.reset();
+    startViewer();
+  });
+  ASSERT_TRUE(isOnline());
+  modelgate::DeviceState many = device->state;
+  many.servers.clear();
+  for (int i = 0; i < 256; ++i) {
+    many.servers[std::to_string(i) + std::string(100, 's')].up = true;
+  }
+  const std::string payload = modelgate::encodeState(many);
+  const long before = test_support::procNumber(::getpid(), "status", "VmRSS:");
+  for (int i = 0; i < 300; ++i) {
+    const std::string other = name + '-' + std::to_string(i);
+    run([&] { device->publish(modelgate::Topics("fleet", other).state(), payload, 1, true); });
+    ASSERT_TRUE(becomes([this] { return device->client.link.hasCapacity(); }));
+  }
+  run([this] {
+    device->state.conflict = true;
+    device->publishState();
+  });
+  EXPECT_TRUE(eventually([this] { return stateOf(port()) == "conflict"; }));
+  if (!test_support::sanitized) {
+    EXPECT_LT(test_support::procNumber(::getpid(), "status", "VmRSS:") - before, 12 * 1024);
+  }
 }
 
 /// A broker that queues less for a client than the pages of a large shape.
