@@ -7,8 +7,10 @@ Status statusOf(ModelSrv::ModelRes result, RequestKind kind) {
   const bool stores = kind == RequestKind::store;
   switch (result) {
     case ModelRes_Success:
-    case ModelRes_DoNothing:
       return Status::success;
+    case ModelRes_DoNothing:
+      // The server has stored nothing, or there is no value.
+      return stores ? Status::refused : Status::notFound;
     case ModelRes_NoSuchPart:
     case ModelRes_NoSuchIndex:
     case ModelRes_NoValue:

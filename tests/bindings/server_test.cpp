@@ -296,6 +296,26 @@ TEST_F(CServer, PublishesOnceAndSharesWithAGroup) {
   EXPECT_EQ(treescope_server_close(second), TREESCOPE_SUCCESS);
 }
 
+TEST_F(CServer, UnpublishingThatWaitsForAClientEndsWithTheServer) {
+  // What this client watches and does not receive fills its pipe.
+  treescope_watch* watch = nullptr;
+  ASSERT_EQ(treescope_watch_start(
+                client_, "/", TREESCOPE_SUBTREE, 0, [](void*, const treescope_update*) {}, nullptr,
+                &watch),
+            TREESCOPE_SUCCESS);
+  const std::string value(4000, 'x');
+  for (std::uint16_t id = 100; id < 200; ++id) {
+    port_.add({.id = id, .type = TREESCOPE_TEXT, .value = value.c_str()});
+  }
+  ASSERT_EQ(treescope_unpublish(port_.server, 0), TREESCOPE_TIMEOUT) << "the client is awaited";
+  std::thread unpublishing([&] {
+    const treescope_result result = treescope_unpublish(port_.server, -1);
+    EXPECT_TRUE(result == TREESCOPE_SUCCESS || result == TREESCOPE_CLOSED) << result;
+  });
+  EXPECT_EQ(treescope_server_close(port_.server), TREESCOPE_SUCCESS);
+  unpublishing.join();
+}
+
 TEST_F(CServer, ACallbackUsesPartsButChangesNoTree) {
   struct Context {
     CServer* test;

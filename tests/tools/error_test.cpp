@@ -122,6 +122,8 @@ TEST(ErrorStatus, OfAStoreWithoutAReplyIsThatItsOutcomeIsUnknown) {
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_Unreachable), Status::noServer);
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_Denied, RequestKind::store), Status::notPermitted);
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_Vetoed), Status::refused);
+  EXPECT_EQ(statusOf(ModelSrv::ModelRes_DoNothing, RequestKind::store), Status::refused);
+  EXPECT_EQ(statusOf(ModelSrv::ModelRes_DoNothing), Status::notFound);
   EXPECT_EQ(statusOf(ModelSrv::ModelRes_SystemError), Status::ioError);
 }
 

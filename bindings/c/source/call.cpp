@@ -49,7 +49,8 @@ treescope_result fail(treescope_result result, std::string_view about,
 treescope_result toResult(ModelRes result) {
   switch (result) {
     case ModelSrv::ModelRes_DoNothing:
-      return TREESCOPE_SUCCESS;
+      // C programs do not know it, and there is no output. See `toValueResult` and `Client::store`.
+      return TREESCOPE_PROTOCOL_ERROR;
     case ModelSrv::ModelRes_NotSubscribed:
       return TREESCOPE_CLOSED;
     default:

@@ -20,6 +20,11 @@ inline constexpr ModelSrv::ModelRes closedResult = ModelSrv::ModelRes_NotSubscri
 [[nodiscard]] treescope_result toResult(ModelSrv::ModelRes result);
 [[nodiscard]] treescope_result toResult(EvtSrv::EvtRes result);
 
+/// The same for the value of a part. A server in C++ whose getter has nothing to do gives no value.
+[[nodiscard]] inline treescope_result toValueResult(ModelSrv::ModelRes result) {
+  return result == ModelSrv::ModelRes_DoNothing ? TREESCOPE_NO_VALUE : toResult(result);
+}
+
 /// A result that a program's callback returned, as a server sends it; `otherwise` if it is none
 /// that can be sent.
 [[nodiscard]] ModelSrv::ModelRes toModelResult(treescope_result result,

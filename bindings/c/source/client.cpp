@@ -171,7 +171,7 @@ ModelRes Client::read(const Path& path, std::string& text) {
     if (result == ModelSrv::ModelRes_Success) {
       text = std::move(stream).str();
     }
-    return result;
+    return result == ModelSrv::ModelRes_DoNothing ? ModelSrv::ModelRes_NoValue : result;
   });
 }
 
@@ -186,9 +186,11 @@ ModelRes Client::store(const Path& path, std::string_view text, bool flag, std::
         counted = countedForm(text);
       }
     }
-    return result == ModelSrv::ModelRes_Success
-               ? at(chain).store(counted.empty() ? text : counted, flag, path.index, reason)
-               : result;
+    if (result == ModelSrv::ModelRes_Success) {
+      result = at(chain).store(counted.empty() ? text : counted, flag, path.index, reason);
+    }
+    // A server in C++ whose store check has nothing to do does not apply the store.
+    return result == ModelSrv::ModelRes_DoNothing ? ModelSrv::ModelRes_Vetoed : result;
   });
 }
 

@@ -44,7 +44,7 @@ class ProgramVisitor {
                                       part.subscribable,
                                       part.elements,
                                       elementNames_.empty() ? nullptr : elementNames_.data(),
-                                      toResult(part.result),
+                                      toValueResult(part.result),
                                       {text_.c_str(), text_.size()},
                                       number};
     return visitor_(context_, &visited);

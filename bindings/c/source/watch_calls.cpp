@@ -65,10 +65,18 @@ class ProgramWatch final : public Object {
     if (event.kind == WatchEvent::Kind::value && event.result == ModelSrv::ModelRes_Success) {
       static_cast<void>(parseNumber(text, number));
     }
-    const treescope_update update{
-        changeOf(event.kind),        path.c_str(), chain.data(),           chain.size(),
-        {name.c_str(), name.size()}, event.isNode, fromIndex(event.index), toResult(event.result),
-        {text.c_str(), text.size()}, number,       event.timeNs,           event.changes};
+    const treescope_update update{changeOf(event.kind),
+                                  path.c_str(),
+                                  chain.data(),
+                                  chain.size(),
+                                  {name.c_str(), name.size()},
+                                  event.isNode,
+                                  fromIndex(event.index),
+                                  toValueResult(event.result),
+                                  {text.c_str(), text.size()},
+                                  number,
+                                  event.timeNs,
+                                  event.changes};
     const CallbackScope scope(client->loop);
     watcher_(context_, &update);
   }
