@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <utility>
 
 namespace EvtSrv::internal {
 
@@ -35,6 +36,13 @@ class FrameBuffer {
   }
   /// Frees the memory.
   void release() { *this = FrameBuffer(); }
+
+  /// Gives its memory away, and is empty then. After `finishGrowth`.
+  [[nodiscard]] std::unique_ptr<std::uint8_t[]> take() {
+    auto taken = std::move(bytes_);
+    release();
+    return taken;
+  }
 
   /// The bytes of memory that it takes.
   [[nodiscard]] std::size_t held() const;

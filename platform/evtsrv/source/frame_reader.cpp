@@ -13,6 +13,7 @@ constexpr std::size_t idleCapacity = 1024;
 }  // namespace
 
 FrameReader::Status FrameReader::next(Frame& frame) {
+  payloadSize_ = 0;
   if (toSkip_ != 0) {
     return nextSkipped(frame);
   }
@@ -43,6 +44,16 @@ bool FrameReader::skipFrame() {
   start_ = buffered_.size();
   releaseBuffer();
   return true;
+}
+
+std::unique_ptr<std::uint8_t[]> FrameReader::takeMemory() {
+  const bool isLast = payloadSize_ != 0 && start_ == buffered_.size();
+  if (!isLast || payloadSize_ < buffered_.held() - buffered_.held() / 8) {
+    return nullptr;
+  }
+  payloadSize_ = 0;
+  start_ = 0;
+  return buffered_.take();
 }
 
 std::size_t FrameReader::held() const {
@@ -98,6 +109,7 @@ FrameReader::Status FrameReader::nextFromBuffer(Frame& frame) {
   buffered_.finishGrowth();
   frame.header = *header;
   frame.payload = {buffered_.data() + start_ + FrameHeader::size, header->length};
+  payloadSize_ = header->length;
   start_ += total;
   return Status::frame;
 }

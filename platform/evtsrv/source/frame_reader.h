@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include "evtsrv/source/frame.h"
@@ -49,6 +50,10 @@ class FrameReader {
   /// `next` returns `skipped` at its end. False if its header is not complete.
   [[nodiscard]] bool skipFrame();
 
+  /// After `next` has returned a frame: the memory that has its payload, which stays valid as long
+  /// as that. Null if the payload takes less than seven eighths of it.
+  [[nodiscard]] std::unique_ptr<std::uint8_t[]> takeMemory();
+
   /// The bytes of memory that it holds; 0 if it is idle.
   [[nodiscard]] std::size_t held() const;
 
@@ -60,8 +65,9 @@ class FrameReader {
   void releaseBuffer();
 
   std::span<const std::uint8_t> fed_;
-  FrameBuffer buffered_;   // The rest of earlier feeds.
-  std::size_t start_ = 0;  // Where in `buffered_` the next frame begins.
+  FrameBuffer buffered_;         // The rest of earlier feeds.
+  std::size_t payloadSize_ = 0;  // Of the last frame, if `buffered_` has it.
+  std::size_t start_ = 0;        // Where in `buffered_` the next frame begins.
   FrameHeader skipped_;
   std::size_t toSkip_ = 0;  // How many bytes of the skipped frame are yet to come.
 };

@@ -89,6 +89,7 @@ class ServerLink final : public ServerConnection,
   SessionAccount& account() override { return account_; }
   std::shared_ptr<DeferredReply> deferReply() override;
   std::shared_ptr<RequestHold> holdRequests() override;
+  std::unique_ptr<std::uint8_t[]> takeRequestMemory() override { return requests_.takeMemory(); }
   bool ready(unsigned role, std::uint32_t events) override;
   bool takeTurn() override;
 

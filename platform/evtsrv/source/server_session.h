@@ -62,6 +62,11 @@ class ServerConnection {
   /// events go on.
   virtual std::shared_ptr<DeferredReply> deferReply() = 0;
 
+  /// Within `ServerSession::handle`: the memory of a large request, for a session that keeps the
+  /// payload instead of copying it: the payload stays valid as long as that memory. Null if the
+  /// memory holds much else, or was taken before.
+  virtual std::unique_ptr<std::uint8_t[]> takeRequestMemory() { return nullptr; }
+
   /// Within `ServerSession::opened`, once: the client's requests stay in the pipe, where they are
   /// not read, until the hold is released or the service begins to stop.
   virtual std::shared_ptr<RequestHold> holdRequests() = 0;

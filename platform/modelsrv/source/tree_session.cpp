@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <utility>
 
 #include "evtsrv/source/manager_core.h"
 #include "modelsrv/model_root.h"
 #include "modelsrv/source/description.h"
 #include "modelsrv/source/line_text.h"
+#include "modelsrv/source/offered_text.h"
 #include "modelsrv/source/part_access.h"
 #include "modelsrv/source/replies.h"
 #include "modelsrv/source/tree_lock.h"
@@ -235,6 +237,10 @@ ModelRes TreeSession::load(ModelPart& part, const Request& request, Bytes& /*rep
   }
   std::string reason;
   const Decision decision(*share_, *this);
+  std::optional<OfferedText> offered;
+  if (request.text.size() >= OfferedText::leastBytes) {
+    offered.emplace(connection_, request.text);
+  }
   const ModelRes result =
       PartAccess::storeFromClient(part, request.text, request.flag, request.index, reason);
   if (result != ModelRes_Success) {

@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "modelsrv/source/offered_text.h"
 #include "modelsrv/source/store_limits.h"
 #include "modelsrv/source/store_rules.h"
 #include "modelsrv/source/tree_lock.h"
@@ -8,8 +9,50 @@
 
 namespace ModelSrv {
 
+using internal::HeldText;
 using internal::Parsed;
 using internal::TreeLock;
+
+void HeldText::store(std::string_view text) {
+  if (text.size() >= internal::OfferedText::leastBytes) {
+    auto large = std::make_unique<Large>();
+    large->memory = internal::OfferedText::take(text);
+    if (large->memory != nullptr) {
+      large->text = text;
+      large_ = std::move(large);
+      std::string().swap(text_);
+      return;
+    }
+  }
+  text_ = text;
+  large_ = nullptr;
+}
+
+namespace {
+
+template <typename T>
+const T& viewOf(const T& held) {
+  return held;
+}
+
+std::string_view viewOf(const HeldText& held) {
+  return held.view();
+}
+
+template <typename T>
+void hold(T& held, T value) {
+  held = value;
+}
+
+void hold(HeldText& held, std::string value) {
+  held.set(std::move(value));
+}
+
+void hold(HeldText& held, std::string_view value) {
+  held.store(value);
+}
+
+}  // namespace
 
 template <typename T>
 ValuePart<T>::ValuePart(ModelPartId id, std::string_view name, T initial, ModelPartStatus status)
@@ -23,7 +66,7 @@ ValuePart<T>::~ValuePart() {
 template <typename T>
 T ValuePart<T>::value() const {
   const TreeLock lock(*this);
-  return value_;
+  return T(viewOf(value_));
 }
 
 template <typename T>
@@ -32,11 +75,11 @@ ModelRes ValuePart<T>::setValue(T value) {
     return ModelRes_TooLarge;
   }
   const TreeLock lock(*this);
-  if (internal::isSameValue<T>(value_, value)) {
+  if (internal::isSameValue<T>(viewOf(value_), value)) {
     return ModelRes_Success;
   }
   invalidateValue();
-  value_ = std::move(value);
+  hold(value_, std::move(value));
   notifySubscribers(ModelPartIndex_All);
   return ModelRes_Success;
 }
@@ -102,7 +145,7 @@ ModelRes ValuePart<T>::appendText(std::string& out, ModelPartIndex index) const 
     return ModelRes_NoSuchIndex;
   }
   if (!hasGetter()) {
-    internal::appendValue<T>(out, value_);
+    internal::appendValue<T>(out, viewOf(value_));
     return ModelRes_Success;
   }
   // Keeps the getter alive even if it replaces itself.
@@ -149,11 +192,11 @@ ModelRes ValuePart<T>::storeOne(std::string_view text, bool flag, ModelPartIndex
     const auto hooks = hooks_;
     result = internal::runCheck<T>(hooks->check, parsed, index, *reason);
   }
-  if (result != ModelRes_Success || isApplied || internal::isSameValue<T>(value_, parsed)) {
+  if (result != ModelRes_Success || isApplied || internal::isSameValue<T>(viewOf(value_), parsed)) {
     return result;
   }
   invalidateValue();
-  value_ = parsed;
+  hold(value_, parsed);
   notifySubscribers(ModelPartIndex_All);
   return ModelRes_Success;
 }

@@ -121,16 +121,35 @@ requires std::is_floating_point_v<T> ModelRes parse(std::string_view text, T& va
   return parseNumber(word, value);
 }
 
-ModelRes parse(std::string_view text, std::string_view& value) {
-  const std::size_t lineFeed = text.find('\n');
-  std::string_view bytes = text;
-  if (lineFeed != std::string_view::npos && isDigits(text.substr(0, lineFeed))) {
-    std::size_t count = 0;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + lineFeed, count);
-    if (error == std::errc{} && count == text.size() - lineFeed - 1) {
-      bytes = text.substr(lineFeed + 1);
-    }
+/// The bytes of a text in the counted form; nothing if it has another form. Takes little time for a
+/// large text, whatever is in it.
+std::optional<std::string_view> countedBytes(std::string_view text) {
+  constexpr std::size_t usualDigits = 32;
+  std::size_t lineFeed = 0;
+  while (lineFeed < text.size() && lineFeed < usualDigits && isDigits(text.substr(lineFeed, 1))) {
+    ++lineFeed;
   }
+  if (lineFeed == usualDigits) {
+    lineFeed = text.find('\n', lineFeed);
+  }
+  if (lineFeed >= text.size() || text[lineFeed] != '\n') {
+    return std::nullopt;
+  }
+  const std::string_view bytes = text.substr(lineFeed + 1);
+  const std::string count = std::to_string(bytes.size());
+  std::string_view zeros = text.substr(0, lineFeed);
+  if (!zeros.ends_with(count)) {
+    return std::nullopt;
+  }
+  zeros.remove_suffix(count.size());
+  // All are the same as the first one.
+  const bool areZeros = zeros.empty() || (zeros.front() == '0' &&
+                                          zeros.substr(1) == zeros.substr(0, zeros.size() - 1));
+  return areZeros ? std::optional(bytes) : std::nullopt;
+}
+
+ModelRes parse(std::string_view text, std::string_view& value) {
+  const std::string_view bytes = countedBytes(text).value_or(text);
   if (bytes.size() > ModelValueText_Max) {
     return ModelRes_TooLarge;
   }
@@ -145,7 +164,7 @@ void append(std::string& out, bool value) {
   out += value ? "true" : "false";
 }
 
-void append(std::string& out, const std::string& value) {
+void append(std::string& out, std::string_view value) {
   out += value;
 }
 
@@ -182,12 +201,12 @@ ModelRes parseValue(std::string_view text, Parsed<T>& value) {
 }
 
 template <typename T>
-void appendValue(std::string& out, const T& value) {
+void appendValue(std::string& out, const Parsed<T>& value) {
   append(out, value);
 }
 
 template <typename T>
-bool isSameValue(const T& present, const Parsed<T>& value) {
+bool isSameValue(const Parsed<T>& present, const Parsed<T>& value) {
   if constexpr (std::is_floating_point_v<T>) {
     using Word = typename FloatBits<T>::Word;
     return std::bit_cast<Word>(present) == std::bit_cast<Word>(value);
@@ -209,8 +228,8 @@ std::size_t LineSplitter::count(std::string_view text) {
 
 #define MODELSRV_INSTANTIATE(id, Type, name)                           \
   template ModelRes parseValue<Type>(std::string_view, Parsed<Type>&); \
-  template void appendValue<Type>(std::string&, const Type&);          \
-  template bool isSameValue<Type>(const Type&, const Parsed<Type>&);
+  template void appendValue<Type>(std::string&, const Parsed<Type>&);  \
+  template bool isSameValue<Type>(const Parsed<Type>&, const Parsed<Type>&);
 MODELSRV_VALUE_TYPES(MODELSRV_INSTANTIATE)
 #undef MODELSRV_INSTANTIATE
 

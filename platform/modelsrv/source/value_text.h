@@ -26,11 +26,11 @@ ModelRes parseValue(std::string_view text, Parsed<T>& value);
 /// the shortest such form, or "inf" or "nan". A NaN other than the default one has its bits
 /// in parentheses.
 template <typename T>
-void appendValue(std::string& out, const T& value);
+void appendValue(std::string& out, const Parsed<T>& value);
 
 /// Whether both values are equal, bit by bit.
 template <typename T>
-bool isSameValue(const T& present, const Parsed<T>& value);
+bool isSameValue(const Parsed<T>& present, const Parsed<T>& value);
 
 /// The maximum size of the text in a store: a value of maximum size in the counted form.
 inline constexpr std::size_t maxStoreText = ModelValueText_Max + sizeof("16777216");

@@ -215,6 +215,47 @@ TEST(FrameReader, TakesLessThanTwiceTheMemoryOfWhatHasArrived) {
                      [&](std::size_t arrived) { EXPECT_LE(reader.held(), 2 * arrived + 64); });
 }
 
+TEST(FrameReader, GivesTheMemoryOfALargeFrameAway) {
+  FrameReader reader;
+  const std::string payload(std::size_t{1024} * 1024, 'x');
+  const FrameBytes stream = makeFrame(FrameKind::request, 1, payload);
+  const FrameBytes second = makeFrame(FrameKind::request, 2, "y");
+  FrameBytes rest(stream.begin() + 70000, stream.end());
+  rest.insert(rest.end(), second.begin(), second.end());
+  Frame frame;
+  reader.feed(std::span(stream).first(70000));
+  ASSERT_EQ(reader.next(frame), FrameReader::Status::incomplete);
+  reader.feed(rest);
+  ASSERT_EQ(reader.next(frame), FrameReader::Status::frame);
+  const auto memory = reader.takeMemory();
+  ASSERT_NE(memory, nullptr);
+  EXPECT_GE(frame.payload.data(), memory.get());
+  EXPECT_EQ(reader.held(), 0U);
+  EXPECT_EQ(reader.takeMemory(), nullptr) << "once";
+
+  Frame next;
+  ASSERT_EQ(reader.next(next), FrameReader::Status::frame);
+  EXPECT_EQ(next.header.code, 2);
+  EXPECT_EQ(reader.takeMemory(), nullptr) << "it has none of its own";
+  EXPECT_EQ(reader.next(next), FrameReader::Status::incomplete);
+  EXPECT_EQ(std::string(frame.payload.begin(), frame.payload.end()), payload);
+}
+
+TEST(FrameReader, KeepsTheMemoryThatHasMoreThanTheFrame) {
+  FrameReader reader;
+  FrameBytes stream = makeFrame(FrameKind::request, 1, std::string(1000, 'x'));
+  const FrameBytes second = makeFrame(FrameKind::request, 2, std::string(1000, 'y'));
+  stream.insert(stream.end(), second.begin(), second.end());
+  reader.feed(stream);
+  reader.bufferRest();
+  Frame frame;
+  ASSERT_EQ(reader.next(frame), FrameReader::Status::frame);
+  EXPECT_EQ(reader.takeMemory(), nullptr);
+  ASSERT_EQ(reader.next(frame), FrameReader::Status::frame);
+  EXPECT_EQ(reader.takeMemory(), nullptr);
+  EXPECT_EQ(frame.payload[999], 'y');
+}
+
 // To copy what has arrived would keep the other clients waiting.
 TEST(FrameReader, MovesALargeFrameLittleByLittle) {
   FrameReader reader;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "evtsrv/source/server_session.h"
@@ -19,9 +20,11 @@ class FakeConnection : public EvtSrv::internal::ServerConnection {
   EvtSrv::internal::SessionAccount& account() override { return account_; }
   std::shared_ptr<EvtSrv::internal::DeferredReply> deferReply() override { return nullptr; }
   std::shared_ptr<EvtSrv::internal::RequestHold> holdRequests() override { return nullptr; }
+  std::unique_ptr<std::uint8_t[]> takeRequestMemory() override { return std::move(requestMemory); }
 
   int pendingCalls = 0;
   int closeCalls = 0;
+  std::unique_ptr<std::uint8_t[]> requestMemory;  ///< of the request that is being served
 
  private:
   EvtSrv::internal::SessionAccount account_{std::make_shared<EvtSrv::internal::Accounts>(), 0};

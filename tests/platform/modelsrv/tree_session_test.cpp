@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -137,6 +138,40 @@ TEST_F(TreeSessions, SavesAndLoads) {
   ASSERT_EQ(handle({Operation::load, {3, 2}, 1, false, "4"}), ModelRes_Success);
   ASSERT_EQ(handle({Operation::save, {3, 2}, 1}), ModelRes_Success);
   EXPECT_EQ(text(), "4");
+}
+
+// To copy the largest text, into fresh memory, would keep the other clients waiting.
+TEST_F(TreeSessions, ALargeTextStaysInTheMemoryOfItsRequest) {
+  ValuePart<std::string> label(7, "label", "small");
+  ASSERT_EQ(root_.add(&label), ModelRes_Success);
+  const auto store = [&](const std::string& value, bool isTaken) {
+    const Bytes payload = payloadOf({Operation::load, {7}, ModelPartIndex_All, false, value});
+    connection_.requestMemory = std::make_unique<std::uint8_t[]>(payload.size());
+    std::copy(payload.begin(), payload.end(), connection_.requestMemory.get());
+    PayloadReader reader({connection_.requestMemory.get(), payload.size()}, nativeOrder);
+    reply_.clear();
+    EXPECT_EQ(session_.handle(static_cast<std::uint16_t>(Operation::load), reader, reply_), 0);
+    EXPECT_EQ(connection_.requestMemory == nullptr, isTaken);
+    connection_.requestMemory = nullptr;
+    ASSERT_EQ(handle({Operation::save, {7}}), ModelRes_Success);
+  };
+  const std::string large(1000000, 'x');
+  store(large, true);
+  EXPECT_EQ(text(), large);
+  store(large, false);
+  EXPECT_EQ(text(), large) << "the same value changes nothing";
+  store("1000000\n" + std::string(1000000, 'y'), true);
+  EXPECT_EQ(text(), std::string(1000000, 'y'));
+  EXPECT_EQ(label.value(), std::string(1000000, 'y'));
+  EXPECT_EQ(label.setValue("set"), ModelRes_Success);
+  EXPECT_EQ(label.value(), "set");
+  store(large, true);
+  store("small again", false);
+  EXPECT_EQ(text(), "small again");
+  std::string reason;
+  EXPECT_EQ(label.store(large, true, ModelPartIndex_All, reason), ModelRes_Success)
+      << "the server's own text is copied";
+  EXPECT_EQ(label.value(), large);
 }
 
 TEST_F(TreeSessions, ReturnsWhyAStoreOrAReadFailed) {

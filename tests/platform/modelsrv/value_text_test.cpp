@@ -230,6 +230,14 @@ TEST(ValueText, ReadsTheCountedFormIfTheCountFitsExactly) {
       {"-5\nhello", "-5\nhello"},
       {"99999999999999999999999\nhello", "99999999999999999999999\nhello"},
       {"5\r\nhello", "5\r\nhello"},
+      {"005\nhello", "hello"},
+      {"00\n", ""},
+      {"105\nhello", "105\nhello"},
+      {"015\nhello", "015\nhello"},
+      {std::string(100, '0') + "5\nhello", "hello"},
+      {"1" + std::string(100, '0') + "5\nhello", "1" + std::string(100, '0') + "5\nhello"},
+      {std::string(100, '0'), std::string(100, '0')},
+      {std::string(100, '7') + "x\n", std::string(100, '7') + "x\n"},
       {"\xFF\xFE", "\xFF\xFE"},
   };
   for (const auto& c : cases) {

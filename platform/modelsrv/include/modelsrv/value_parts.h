@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "modelsrv/model_part.h"
@@ -42,6 +45,33 @@ struct ValueHooks {
   StoreCheckWithReason<T> check;
   ValueGetter<T> getter;
 };
+
+/// A text that a part holds: in memory of its own, or if a client has stored a large one, in the
+/// memory that received it.
+class HeldText {
+ public:
+  explicit HeldText(std::string text) : text_(std::move(text)) {}
+
+  [[nodiscard]] std::string_view view() const { return large_ ? large_->text : text_; }
+  void set(std::string text) {
+    text_ = std::move(text);
+    large_ = nullptr;
+  }
+  /// May throw `std::bad_alloc`; the text is the same then.
+  void store(std::string_view text);
+
+ private:
+  struct Large {
+    std::unique_ptr<std::uint8_t[]> memory;
+    std::string_view text;
+  };
+
+  std::string text_;
+  std::unique_ptr<Large> large_;  ///< null if `text_` is the text
+};
+
+template <typename T>
+using Held = std::conditional_t<std::is_same_v<T, std::string>, HeldText, T>;
 
 }  // namespace internal
 
@@ -100,7 +130,7 @@ class KRV_EXPORT ValuePart final : public ModelPart {
   ModelRes storeOne(std::string_view text, bool flag, ModelPartIndex index, std::string* reason);
 
   // Guarded by the client mutex.
-  T value_;
+  internal::Held<T> value_;
   std::shared_ptr<const internal::ValueHooks<T>> hooks_;  ///< null if there are none
 };
 
