@@ -1,5 +1,6 @@
 #include "servers/id_allocator.h"
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -11,11 +12,13 @@ std::optional<IdAllocator::Child> IdAllocator::assign(const std::string& key,
   if (const auto known = children_.find(key); known != children_.end()) {
     return known->second;
   }
-  if (nextId_ > ModelSrv::ModelPartId_Max && released_.empty()) {
+  const bool isFull = nextId_ > ModelSrv::ModelPartId_Max && released_.empty();
+  if (isFull || keyBytes_ + key.size() > releaseAt_) {
     releaseAbsent(present);
-    if (released_.empty()) {
-      return std::nullopt;
-    }
+    releaseAt_ = std::max(keyBytesLimit, 2 * keyBytes_);
+  }
+  if (nextId_ > ModelSrv::ModelPartId_Max && released_.empty()) {
+    return std::nullopt;
   }
   Child child{};
   if (released_.empty()) {
@@ -24,13 +27,18 @@ std::optional<IdAllocator::Child> IdAllocator::assign(const std::string& key,
     child.id = released_.extract(released_.begin()).value();
   }
   child.name = preferredName;
-  for (unsigned count = 2; !names_.insert(child.name).second; ++count) {
-    child.name = preferredName + "-" + std::to_string(count);
+  if (!names_.insert(child.name).second) {
+    unsigned& number = nextNumbers_.try_emplace(preferredName, 2).first->second;
+    do {
+      child.name = preferredName + "-" + std::to_string(number++);
+    } while (!names_.insert(child.name).second);
   }
+  keyBytes_ += key.size();
   return children_.emplace(key, std::move(child)).first->second;
 }
 
 void IdAllocator::releaseAbsent(const std::set<std::string>& present) {
+  nextNumbers_.clear();
   for (auto child = children_.begin(); child != children_.end();) {
     if (present.count(child->first) != 0) {
       ++child;
@@ -38,6 +46,7 @@ void IdAllocator::releaseAbsent(const std::set<std::string>& present) {
     }
     released_.insert(child->second.id);
     names_.erase(child->second.name);
+    keyBytes_ -= child->first.size();
     child = children_.erase(child);
   }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <set>
@@ -12,10 +13,12 @@ namespace modelsrvd {
 /// Assigns ids and names to children that appear and disappear at run time, each
 /// identified by a key.
 ///
-/// A child that reappears gets its previous id and name. Only when all ids are
-/// assigned do absent children lose theirs. For one thread.
+/// A child that reappears gets its previous id and name. Only when all ids are assigned, or the
+/// keys take `keyBytesLimit`, do absent children lose theirs. For one thread.
 class IdAllocator {
  public:
+  static constexpr std::size_t keyBytesLimit = std::size_t{4} * 1024 * 1024;
+
   struct Child {
     ModelSrv::ModelPartId id;
     std::string name;
@@ -33,8 +36,13 @@ class IdAllocator {
 
   std::map<std::string, Child> children_;
   std::set<std::string> names_;
+  /// For each name that several children would have: the number with which to try the next one, as
+  /// all smaller ones are taken.
+  std::map<std::string, unsigned> nextNumbers_;
   std::set<ModelSrv::ModelPartId> released_;
   unsigned nextId_ = 1;
+  std::size_t keyBytes_ = 0;  ///< of all keys
+  std::size_t releaseAt_ = keyBytesLimit;
 };
 
 /// The child name for a mount point, without characters that are special to a

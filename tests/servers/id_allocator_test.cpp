@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <set>
 #include <string>
 
@@ -50,6 +51,40 @@ TEST(IdAllocator, ReturnsNothingWhenAllIdsAreInUse) {
     ASSERT_TRUE(ids.assign(key, key, {}));
   }
   EXPECT_FALSE(ids.assign("one more", "x", present));
+}
+
+TEST(IdAllocator, ReusesTheIdsOfAbsentChildrenWhenTheirKeysTakeMuchMemory) {
+  IdAllocator ids;
+  const std::string longKey(4000, 'x');
+  ASSERT_EQ(ids.assign("first", "first", {})->id, 1U);
+  for (std::size_t number = 0; number < IdAllocator::keyBytesLimit / 4000 + 1; ++number) {
+    const std::string key = longKey + std::to_string(number);
+    ASSERT_TRUE(ids.assign(key, "child", {"first", key}));
+  }
+  EXPECT_EQ(ids.assign("first", "first", {})->id, 1U);
+  EXPECT_LT(ids.assign("new", "new", {"first"})->id, 10U);
+}
+
+TEST(IdAllocator, GivesTheFirstFreeNumberAlsoAfterMany) {
+  IdAllocator ids;
+  std::set<std::string> present;
+  ASSERT_EQ(ids.assign("other", "child-4", {})->name, "child-4");
+  for (const char* const name : {"child", "child-2", "child-3", "child-5", "child-6"}) {
+    present.insert(name);
+    EXPECT_EQ(ids.assign(name, "child", present)->name, name);
+  }
+}
+
+TEST(IdAllocator, TakesTheSameTimeForEachOfManyChildrenWithOneName) {
+  IdAllocator ids;
+  const std::clock_t before = std::clock();
+  for (unsigned number = 1; number <= 20000; ++number) {
+    const auto child = ids.assign(std::to_string(number), "child", {});
+    ASSERT_TRUE(child);
+    ASSERT_EQ(child->id, number);
+  }
+  const double elapsed = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC;
+  EXPECT_LT(elapsed, 5) << "each would try the numbers of all others";
 }
 
 TEST(MountName, ContainsNoShellCharacters) {
