@@ -40,6 +40,13 @@ TEST_P(AttackFloodOfStructure, DelaysNoOtherClient) {
   expectNoDelay(structureFloods()[GetParam()], {pathOf(name), server.process()});
 }
 
+using AttackFloodOfMounts = AttackTest;
+
+TEST_F(AttackFloodOfMounts, DelaysNoOtherClient) {
+  test_support::ModelServer server({"--period", "50"});
+  expectNoDelay(mountFlood(), liveTarget(server.name(), server.process().pid()));
+}
+
 std::string testNameOf(const Flood& flood) {
   std::string name = flood.name;
   std::replace(name.begin(), name.end(), ' ', '_');

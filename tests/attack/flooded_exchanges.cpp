@@ -91,13 +91,14 @@ Durations exchangesUnder(const Flood* flood, const Target& server, std::chrono::
   if (flood != nullptr) {
     process = std::make_unique<FloodProcess>(*flood, server);
   }
+  const std::string part =
+      (server.read.empty() ? wire::chain({readPart}) : server.read) + wire::u16(wire::wholeValue);
   Durations durations;
   const auto end = Clock::now() + time;
   while (Clock::now() < end) {
     const double waited = ownWaits.milliseconds() + serverWaits.milliseconds();
     const auto begin = Clock::now();
-    const auto reply =
-        honest.exchange(wire::save, wire::chain({readPart}) + wire::u16(wire::wholeValue));
+    const auto reply = honest.exchange(wire::save, part);
     const std::chrono::duration<double, std::milli> elapsed = Clock::now() - begin;
     if (!reply || reply->code != 0) {
       return {};

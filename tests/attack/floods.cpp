@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -227,6 +228,32 @@ void reload(const Target& server) {
   }
 }
 
+/// A directory whose characters are all replaced in names of parts.
+std::string mountPoint(unsigned number) {
+  constexpr std::string_view replaced = "!\"#$%&'()*,;<=>?[]^`{|}~ ";
+  std::string path = "/tmp/mounts/";
+  for (int digit = 0; digit < 3; ++digit) {
+    path += replaced[number % replaced.size()];
+    number /= static_cast<unsigned>(replaced.size());
+  }
+  return path;
+}
+
+void mountAndUnmount(const Target& /*server*/) {
+  constexpr unsigned mounted = 200;
+  ::mkdir("/tmp/mounts", 0700);
+  for (unsigned number = 0;; ++number) {
+    const std::string path = mountPoint(number);
+    ::mkdir(path.c_str(), 0700);
+    ::mount("tmpfs", path.c_str(), "tmpfs", 0, "size=4k");
+    if (number >= mounted) {
+      const std::string old = mountPoint(number - mounted);
+      ::umount2(old.c_str(), MNT_DETACH);
+      ::rmdir(old.c_str());
+    }
+  }
+}
+
 void storeForIdleSubscribers(const Target& server) {
   std::list<RawClient> idle;
   for (int i = 0; i < 100; ++i) {
@@ -311,6 +338,16 @@ const std::vector<Flood>& structureFloods() {
          keepBusy(server.mailbox, 4, {changes}, watchers);
        }}};
   return all;
+}
+
+const Flood& mountFlood() {
+  static const Flood flood{"mounts", mountAndUnmount};
+  return flood;
+}
+
+Target liveTarget(const std::string& port, pid_t process) {
+  // /host/uptime
+  return {"/tmp/" + port + ".fifo", process, wire::chain({1, 3})};
 }
 
 std::string floodedTree() {

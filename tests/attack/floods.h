@@ -14,6 +14,8 @@ namespace attack {
 struct Target {
   std::string mailbox;  ///< its path
   pid_t process = 0;    ///< 0: unknown; no flood then sends it signals
+  /// The id chain of the part that the other client reads, as in a request; empty: `readPart`.
+  std::string read = {};
 };
 
 /// The part below the root that the other client reads, in every flooded tree.
@@ -32,6 +34,14 @@ const std::vector<Flood>& floods();
 
 /// The floods of a `ChangingServer`: changes of the structure, and what makes them expensive.
 const std::vector<Flood>& structureFloods();
+
+/// File systems that are mounted and unmounted, at ever new places that all suggest the same name:
+/// for the live tree of modelsrvd. The caller has mounts of its own, and a /tmp of its own that it
+/// unmounts.
+const Flood& mountFlood();
+
+/// A modelsrvd with its live tree.
+Target liveTarget(const std::string& port, pid_t process);
 
 /// The description of the tree (modelsrvd(8)) that the floods are for: single values, arrays,
 /// and nodes with many children.
