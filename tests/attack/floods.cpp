@@ -228,11 +228,12 @@ void reload(const Target& server) {
   }
 }
 
-/// A directory whose characters are all replaced in names of parts.
+/// A directory whose characters are all replaced in names of parts: one of some hundreds, of which
+/// a server may keep the ids.
 std::string mountPoint(unsigned number) {
   constexpr std::string_view replaced = "!\"#$%&'()*,;<=>?[]^`{|}~ ";
   std::string path = "/tmp/mounts/";
-  for (int digit = 0; digit < 3; ++digit) {
+  for (int digit = 0; digit < 2; ++digit) {
     path += replaced[number % replaced.size()];
     number /= static_cast<unsigned>(replaced.size());
   }

@@ -35,9 +35,9 @@ const std::vector<Flood>& floods();
 /// The floods of a `ChangingServer`: changes of the structure, and what makes them expensive.
 const std::vector<Flood>& structureFloods();
 
-/// File systems that are mounted and unmounted, at ever new places that all suggest the same name:
-/// for the live tree of modelsrvd. The caller has mounts of its own, and a /tmp of its own that it
-/// unmounts.
+/// File systems that are mounted and unmounted, at some hundred places that all suggest the same
+/// name: for the live tree of modelsrvd. The caller has mounts of its own, and a /tmp of its own
+/// that it unmounts.
 const Flood& mountFlood();
 
 /// A modelsrvd with its live tree.
