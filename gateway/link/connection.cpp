@@ -101,6 +101,9 @@ void Connection::fail(int result, int error) {
     reason = std::generic_category().message(error);
   } else if (result == MOSQ_ERR_SUCCESS || result == MOSQ_ERR_CONN_LOST) {
     reason = "the broker closed the connection";
+  } else if (result == MOSQ_ERR_KEEPALIVE) {
+    // The library has no text for it.
+    reason = "the broker does not answer";
   } else {
     reason = mosquitto_strerror(result);
   }

@@ -8,6 +8,7 @@
 #include <array>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -51,6 +52,9 @@ class FakeBroker {
   FakeBroker& operator=(const FakeBroker&) = delete;
 
   [[nodiscard]] std::string url() const { return "unix:" + directory_.file("broker"); }
+  void send(const std::string& bytes) {
+    static_cast<void>(::send(client_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
+  }
   void close() {
     loop_.unwatch(client_.get());
     client_.close();
@@ -131,6 +135,23 @@ TEST(GatewayHostileBroker, CausesANewConnectionWithWhateverItSends) {
     EXPECT_FALSE(client.takenOver);
     EXPECT_TRUE(client.messages.empty());
   }
+}
+
+TEST(GatewayHostileBroker, MustAnswerPingsAlsoWhileItSends) {
+  EventLoop loop;
+  FakeBroker broker(loop, accepted);
+  modelgate::LinkOptions options = Client::options(broker.url(), "client");
+  options.keepAlive = 5s;
+  Client client(loop, std::move(options));
+  ASSERT_TRUE(client.connects());
+  EventLoop::Timer timer;
+  std::function<void()> sendMore = [&] {
+    broker.send("\x30\x05\0\1a\0x"s);
+    timer = loop.after(500ms, sendMore);
+  };
+  sendMore();
+  EXPECT_EQ(client.failure(), "the broker does not answer");
+  EXPECT_FALSE(client.messages.empty());
 }
 
 TEST(GatewayHostileBroker, GetsNoMoreTimeThanTenSecondsToAccept) {
