@@ -222,7 +222,7 @@ TEST_F(ExporterFailure, RetainedStatesThatTheBrokerMakesUpTakeNoMemory) {
   }
   const gateway_test::Certificates certificates;
   certificates.makeServer("broker");
-  const gateway_test::FloodingBroker hostile(certificates, "broker", flood, 3);
+  const gateway_test::FloodingBroker hostile(certificates, "broker", flood, 1);
   std::string error;
   options.link.broker = modelgate::parseBroker(hostile.url(), error).value();
   options.link.caFile = certificates.authority();

@@ -21,7 +21,6 @@ namespace {
 using gateway_test::Broker;
 using gateway_test::Client;
 using gateway_test::FloodingBroker;
-using gateway_test::runUntil;
 using modelgate::EventLoop;
 using modelgate::PacketLimit;
 using test_support::Descriptor;
