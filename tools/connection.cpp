@@ -4,7 +4,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <sstream>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -116,7 +115,6 @@ struct Connection::Link {
   EvtSrv::EventPortManager manager;
   Root root{&manager};
   TargetPart target{root};
-  std::ostringstream stream;
 
   ModelSrv::ModelPart* at(const Chain& chain) {
     if (chain.empty()) {
@@ -124,20 +122,6 @@ struct Connection::Link {
     }
     target.set(chain);
     return &target;
-  }
-
-  ModelRes read(const Chain& chain, ModelPartIndex index, std::string& text) {
-    stream.clear();
-    stream.str({});
-    const ModelRes result = at(chain)->save(stream, index);
-    if (result != ModelSrv::ModelRes_Success) {
-      return result;
-    }
-    if (stream.fail()) {
-      return ModelSrv::ModelRes_SystemError;
-    }
-    text = stream.view();
-    return result;
   }
 };
 
@@ -235,7 +219,7 @@ ModelRes Connection::readElementNames(const Chain& chain, std::vector<std::strin
 
 ModelRes Connection::readText(const Chain& chain, ModelPartIndex index, std::string& text) {
   return run(text, true, [chain, index](Link& link, std::string& output) {
-    return link.read(chain, index, output);
+    return link.root.getTextFromServer(link.at(chain), index, output);
   });
 }
 

@@ -170,7 +170,7 @@ TEST_F(Install, StrippedFilesAreSmall) {
   };
   for (const Limit& limit :
        {Limit{"bin/treescope", 900'000}, Limit{"bin/modelsrvd", 1'600'000},
-        Limit{"bin/treectl", 900 * 1024}, Limit{"lib/libkrvkstd.so.0", 100'000},
+        Limit{"bin/treectl", 650'000}, Limit{"lib/libkrvkstd.so.0", 100'000},
         Limit{"lib/libkrvsyssrv.so.4", 1'150'000}, Limit{"lib/libtreescope.so.0", 1'000'000}}) {
     EXPECT_LE(fs::file_size(fs::path(stripped) / limit.file), limit.bytes) << limit.file;
   }

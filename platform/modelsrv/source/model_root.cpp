@@ -121,6 +121,10 @@ ModelRes ModelRoot::getElementNamesFromServer(ModelPart* part, std::vector<std::
   return request(part, [&](ChainView chain) { return client_->elementNames(chain, names); });
 }
 
+ModelRes ModelRoot::getTextFromServer(ModelPart* part, ModelPartIndex index, std::string& text) {
+  return request(part, [&](ChainView chain) { return client_->save(chain, text, index); });
+}
+
 ModelRes ModelRoot::readTree(ModelPart* part, const TreeVisitor& visit, TreeReading& reading) {
   reading = {};
   if (!visit) {

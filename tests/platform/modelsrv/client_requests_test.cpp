@@ -84,6 +84,25 @@ TEST_F(ClientRequests, ReadAndStoreValues) {
   EXPECT_EQ(client_.text(gainsChain), "1.5\n9");
 }
 
+TEST_F(ClientRequests, ReadTextIntoAString) {
+  std::string text = "before";
+  const auto read = [&](const Chain& chain, ModelPartIndex index) {
+    return client_.root.getTextFromServer(&client_.part.at(chain), index, text);
+  };
+  EXPECT_EQ(read(gainsChain, all), ModelRes_Success);
+  EXPECT_EQ(text, "1.5\n0.25");
+  EXPECT_EQ(read(gainsChain, 1), ModelRes_Success);
+  EXPECT_EQ(text, "0.25");
+  EXPECT_EQ(client_.load(labelChain, "3\na\0b"s), ModelRes_Success);
+  EXPECT_EQ(read(labelChain, all), ModelRes_Success);
+  EXPECT_EQ(text, "a\0b"s);
+  EXPECT_EQ(read(gainsChain, 2), ModelRes_NoSuchIndex);
+  EXPECT_EQ(read({1}, all), ModelRes_NoValue);
+  EXPECT_EQ(read({1, 99}, all), ModelRes_NoSuchPart);
+  EXPECT_EQ(client_.root.getTextFromServer(nullptr, all, text), ModelRes_BadArgument);
+  EXPECT_EQ(text, "a\0b"s);
+}
+
 TEST_F(ClientRequests, ReturnTheErrorOfTheServer) {
   std::string text = "before";
   EXPECT_EQ(client_.load(speedChain, "x"), ModelRes_BadText);

@@ -148,6 +148,10 @@ class KRV_EXPORT ModelRoot : public ModelNode, public EvtSrv::EventPort {
   /// The names of the elements: none, or one for each element.
   ModelRes getElementNamesFromServer(ModelPart* part, std::vector<std::string>& names);
 
+  /// The text of the whole value or of one element, as `ModelPart::save` gives it, into a string: a
+  /// program that makes no stream has none of the C++ library's locales, a third of a megabyte.
+  ModelRes getTextFromServer(ModelPart* part, ModelPartIndex index, std::string& text);
+
   /// Reads `part` and all its descendants, with their names, types, elements and values, in few
   /// exchanges, and calls `visit` for each: a node before its children, these in the ascending
   /// order of their ids (of an older server: in its order). It reports neither the children that a
