@@ -1,4 +1,7 @@
+#include <functional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "tools/commands.h"
 #include "tools/match.h"
@@ -9,88 +12,96 @@ namespace treectl {
 
 namespace {
 
-/// Appends a dump to a text, part by part.
+/// Makes a dump while the tree is read, in pieces.
 class DumpText {
  public:
-  explicit DumpText(std::string& text) : text_(text), writer_(text) {}
-
-  [[nodiscard]] TreeImage& image() { return image_; }
-
-  void add(const ImagePart& part) {
-    addHeader();
-    writer_.addPart(part);
+  /// `take` gets each piece, which it may keep, and `restart` is called if those are void.
+  using PieceTaker = std::function<void(std::string& piece)>;
+  DumpText(PieceTaker take, std::function<void()> restart)
+      : take_(std::move(take)), restart_(std::move(restart)) {
+    begin();
   }
-  void end() {
+
+  /// False after an error, which has been reported.
+  bool read(Context& context, const Address& address) {
+    const auto restart = [this] {
+      begin();
+      restart_();
+    };
+    if (!readImage(
+            context, address, image_, [this](const ImagePart& part) { add(part); }, restart)) {
+      return false;
+    }
     addHeader();
     writer_.end();
-  }
-  void restart() {
-    text_.clear();
-    hasHeader_ = false;
+    take_(text_);
+    return true;
   }
 
  private:
+  static constexpr std::size_t pieceSize = std::size_t{64} * 1024;
+
+  void begin() {
+    hasHeader_ = false;
+    text_.clear();
+    text_.reserve(pieceSize);
+  }
+  void add(const ImagePart& part) {
+    addHeader();
+    writer_.addPart(part);
+    // The next part would make the text move.
+    constexpr std::size_t usualPart = 256;
+    if (text_.size() + usualPart >= pieceSize) {
+      take_(text_);
+      text_.clear();
+      text_.reserve(pieceSize);
+    }
+  }
   void addHeader() {
     if (!std::exchange(hasHeader_, true)) {
       writer_.addHeader(image_);
     }
   }
 
-  std::string& text_;
-  ImageWriter writer_;
+  PieceTaker take_;
+  std::function<void()> restart_;
+  std::string text_;
+  ImageWriter writer_{text_};
   TreeImage image_;  ///< without parts
   bool hasHeader_ = false;
 };
 
-/// Prints a dump while it is made, when nothing can fail any more.
-void printDump(Context& context, const Address& address) {
-  Output& output = context.output();
-  DumpText dump(output.text());
-  if (readImage(context, address, dump.image(), [&](const ImagePart& part) {
-        dump.add(part);
-        output.writeIfLarge();
-      })) {
-    dump.end();
-  }
-}
-
 /// Makes a dump in memory, since it is whole or there is none.
 void writeWholeDump(Context& context, const Address& address) {
-  const std::string& file = context.options().file;
-  std::string text;
-  DumpText dump(text);
-  if (!readImage(context, address, dump.image(), [&](const ImagePart& part) { dump.add(part); })) {
+  std::vector<std::string> pieces;
+  DumpText dump([&](std::string& piece) { pieces.push_back(std::move(piece)); },
+                [&] { pieces.clear(); });
+  if (!dump.read(context, address)) {
     return;
   }
-  dump.end();
+  const std::string& file = context.options().file;
   if (file.empty()) {
-    context.output().text() += text;
-  } else if (const int error = replaceFile(file, text)) {
+    for (std::string& piece : pieces) {
+      context.output().text() = std::move(piece);
+      context.output().flush();
+    }
+    return;
+  }
+  std::string text;
+  for (const std::string& piece : pieces) {
+    text += piece;
+  }
+  if (const int error = replaceFile(file, text)) {
     context.failFile(file, error);
   }
 }
 
 /// Writes a dump while it is read into a file that becomes visible at its end.
 void streamDump(Context& context, const Address& address, UnnamedFile& file) {
-  constexpr std::size_t pieceSize = std::size_t{64} * 1024;
-  std::string text;
-  DumpText dump(text);
-  const auto take = [&](const ImagePart& part) {
-    dump.add(part);
-    if (text.size() >= pieceSize) {
-      file.write(text);
-      text.clear();
-    }
-  };
-  const auto restart = [&] {
-    dump.restart();
-    file.clear();
-  };
-  if (!readImage(context, address, dump.image(), take, restart)) {
+  DumpText dump([&](const std::string& piece) { file.write(piece); }, [&] { file.clear(); });
+  if (!dump.read(context, address)) {
     return;
   }
-  dump.end();
-  file.write(text);
   if (const int error = file.commit()) {
     context.failFile(context.options().file, error);
   }
@@ -105,10 +116,6 @@ void runDump(Context& context) {
     return;
   }
   const Address& address = addresses.front();
-  if (options.file.empty() && !address.hasWildcards()) {
-    printDump(context, address);
-    return;
-  }
   if (!options.file.empty()) {
     UnnamedFile file(options.file);
     if (file.isOpen()) {

@@ -24,8 +24,10 @@ bool arePlain(std::uint64_t bytes) {
   return ((aboveAscii | control | escaped) & tops) == 0;
 }
 
-/// The same for a whole text: a dump has very many bytes.
-bool isPlain(std::string_view text) {
+}  // namespace
+
+// A dump has very many bytes.
+bool isPlainJson(std::string_view text) {
   std::uint64_t bytes = 0;
   while (text.size() >= sizeof bytes) {
     std::memcpy(&bytes, text.data(), sizeof bytes);
@@ -38,8 +40,6 @@ bool isPlain(std::string_view text) {
     return byte >= ' ' && byte <= '~' && byte != '"' && byte != '\\';
   });
 }
-
-}  // namespace
 
 void JsonObject::addKey(std::string_view key) {
   if (!isFirst_) {
@@ -70,7 +70,7 @@ void JsonObject::addPlainText(std::string_view key, std::string_view text) {
 }
 
 void JsonObject::addText(std::string_view key, std::string_view text) {
-  if (isPlain(text)) {
+  if (isPlainJson(text)) {
     addPlainText(key, text);
     return;
   }

@@ -8,6 +8,9 @@
 
 namespace treectl {
 
+/// Whether `text` is a JSON string without a change: printable ASCII, no quotes, no backslashes.
+[[nodiscard]] bool isPlainJson(std::string_view text);
+
 /// Appends one JSON object to a text, key by key. Keys and raw values are JSON already.
 class JsonObject {
  public:

@@ -10,6 +10,24 @@ using ModelSrv::ModelRes;
 using ModelSrv::ModelRes_Success;
 using ModelSrv::TreePart;
 
+bool SiblingNames::add(std::string_view name) {
+  if (isAscending_) {
+    const std::size_t begin = ends_.size() < 2 ? 0 : ends_[ends_.size() - 2];
+    if (ends_.empty() || name > std::string_view(joined_).substr(begin)) {
+      joined_ += name;
+      ends_.push_back(joined_.size());
+      return true;
+    }
+    isAscending_ = false;
+    std::size_t from = 0;
+    for (const std::size_t end : ends_) {
+      names_.insert(joined_.substr(from, end - from));
+      from = end;
+    }
+  }
+  return names_.emplace(name).second;
+}
+
 PartStream::PartStream(const Match& match, std::size_t baseSize, const PartTaker& take,
                        const std::function<void()>& restart)
     : match_(match), baseSize_(baseSize), take_(take), restart_(restart) {
@@ -32,7 +50,7 @@ bool PartStream::add(const TreePart& part) {
   Level& level = levels_.back();
   address_.resize(level.addressSize);
   address_ += '/';
-  if (!part.name.empty() && level.names.emplace(part.name).second) {
+  if (!part.name.empty() && level.names.add(part.name)) {
     appendEscapedName(address_, part.name);
   } else {
     address_ += '#';
@@ -76,8 +94,13 @@ bool PartStream::addPart(const TreePart& part) {
     part_.value.isArray = false;
   }
   part_.address.assign(address_, baseSize_);
-  part_.type = part.type;
-  part_.access = accessName(part.access);
+  if (part_.type != part.type) {
+    part_.type = part.type;
+  }
+  if (access_ != part.access) {
+    access_ = part.access;
+    part_.access = accessName(access_);
+  }
   take_(part_);
   return true;
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -9,6 +11,21 @@
 #include "tools/tree_image.h"
 
 namespace treectl {
+
+/// The names of the children of a node, as they are reported one by one.
+class SiblingNames {
+ public:
+  /// Whether it is the first one of that name.
+  bool add(std::string_view name);
+
+ private:
+  /// As long as each name is greater than the one before, none can repeat: they are kept joined,
+  /// with the end of each.
+  bool isAscending_ = true;
+  std::string joined_;
+  std::vector<std::size_t> ends_;
+  std::unordered_set<std::string> names_;  ///< all, if they do not ascend
+};
 
 /// Passes the parts of a subtree on while they are read: `Subtree` has all of them at once. For one
 /// thread.
@@ -32,8 +49,8 @@ class PartStream {
 
  private:
   struct Level {
-    std::size_t addressSize;                ///< of the node
-    std::unordered_set<std::string> names;  ///< of the children so far
+    std::size_t addressSize;  ///< of the node
+    SiblingNames names;       ///< of the children so far
   };
 
   bool addNode(const ModelSrv::TreePart& node);
@@ -45,7 +62,8 @@ class PartStream {
   const std::function<void()>& restart_;
   std::string address_;
   std::vector<Level> levels_;
-  ImagePart part_;  ///< reused
+  ImagePart part_;                                                     ///< reused
+  ModelSrv::ModelPartStatus access_ = ModelSrv::ModelPartStatus_Void;  ///< of `part_`
   bool isUnsorted_ = false;
   ModelSrv::ModelRes result_ = ModelSrv::ModelRes_Success;
 };

@@ -5,7 +5,6 @@
 #include <unordered_map>
 #include <utility>
 
-#include "tools/json_object.h"
 #include "tools/match.h"
 #include "tools/part_stream.h"
 #include "tools/subtree.h"
@@ -204,41 +203,6 @@ bool readImage(Context& context, const Address& address, TreeImage& image, const
                const std::function<void()>& restart) {
   image.time = timeNow();
   return ImageReader(context, address, image, take, &restart).run();
-}
-
-void ImageWriter::addHeader(const TreeImage& image) {
-  out_ += "[\n";
-  JsonObject header(out_);
-  header.addRaw("format", "1");
-  header.addText("base", image.base);
-  header.addText("time", image.time);
-  header.end();
-}
-
-void ImageWriter::addPart(const ImagePart& part) {
-  if (part.type != type_ || part.access != access_) {
-    type_ = part.type;
-    access_ = part.access;
-    kind_.clear();
-    JsonObject kind(kind_);
-    kind.addTextIfAny("type", type_);
-    kind.addTextIfAny("access", access_);
-    // It goes on after the address.
-    kind_.front() = ',';
-    if (kind_.size() == 1) {
-      kind_.clear();
-    }
-  }
-  out_ += ",\n";
-  JsonObject object(out_);
-  object.addText("address", part.address);
-  out_ += kind_;
-  object.addValue(part.value, part.type);
-  object.end();
-}
-
-void ImageWriter::end() {
-  out_ += "\n]\n";
 }
 
 bool isSameValue(const Value& one, const Value& other, const std::string& type) {

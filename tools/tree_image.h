@@ -52,9 +52,15 @@ class ImageWriter {
   void end();
 
  private:
+  void setKind(const ImagePart& part);
+  /// Adds a part in one step if neither its address nor its single value needs an escape, as most;
+  /// false if one does.
+  bool addPlainPart(const ImagePart& part);
+
   std::string& out_;
   // What the last part had, and its JSON.
   std::string type_, access_, kind_;
+  bool isText_ = true;  ///< of the type, or that is not known
 };
 
 /// Reads a dump, or a file that the shell's `to` wrote. `path` may be "-" for standard input. False

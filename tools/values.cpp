@@ -27,15 +27,9 @@ void appendBase64(std::string& out, std::string_view bytes) {
   }
 }
 
-/// Not a number and the infinities have no JSON number.
-bool isNumber(std::string_view text) {
-  const std::string_view digits = text.starts_with('-') ? text.substr(1) : text;
-  return !digits.empty() && digits.front() >= '0' && digits.front() <= '9';
-}
-
 void appendJsonText(std::string& out, std::string_view text, std::string_view type) {
   const bool mayBeBare = !type.empty() && type != "text";
-  if (mayBeBare && (type == "bool" || isNumber(text))) {
+  if (mayBeBare && (type == "bool" || isJsonNumber(text))) {
     out += text;
   } else {
     appendJsonString(out, mayBeBare && text == "-nan" ? text.substr(1) : text);
@@ -60,6 +54,11 @@ void appendTexts(std::string& out, const Value& value, Append append) {
 }
 
 }  // namespace
+
+bool isJsonNumber(std::string_view text) {
+  const std::string_view digits = text.starts_with('-') ? text.substr(1) : text;
+  return !digits.empty() && digits.front() >= '0' && digits.front() <= '9';
+}
 
 void appendPlainText(std::string& out, std::string_view text) {
   if (std::none_of(text.begin(), text.end(),

@@ -23,6 +23,10 @@ void appendPlainText(std::string& out, std::string_view text);
 /// Appends the plain form of a value: the texts, joined by one space.
 void appendPlain(std::string& out, const Value& value);
 
+/// Whether the text of a value that is no text is a number of JSON: not a number, the infinities
+/// and bool are none.
+[[nodiscard]] bool isJsonNumber(std::string_view text);
+
 /// Appends `text` in quotes. It must be UTF-8.
 void appendJsonString(std::string& out, std::string_view text);
 

@@ -84,6 +84,28 @@ TEST_F(Dump, IsTheSameInAFile) {
   EXPECT_EQ(normalized(files().read("dump.json")), normalized(output({"dump", "/{S}"})));
 }
 
+TEST_F(Dump, IsTheSamePartByPart) {
+  // Several pieces of output; names that ascend, that do not, that repeat, and that need escapes.
+  std::string children;
+  for (int i = 0; i < 3000; ++i) {
+    const std::string name = std::to_string(i < 1000 ? i + 1000 : 5000 - i % 700);
+    children += R"({"name": "n)" + name + R"(", "type": ")" + (i % 3 == 0 ? "text" : "float") +
+                R"(", "value": )" + (i % 3 == 0 ? "\"a\\u0001\\\"\\\\\\u00e9\"" : "-0.5") + "},";
+  }
+  const test_support::ModelServer server({"--tree", files().write("tree.json", R"({"name": "M",
+    "children": [{"name": "many", "children": [)" + children + R"({"name": "", "type": "bool",
+      "value": true}, {"name": "a/b\"\u00e9\u007f", "type": "uint64", "value": 7}]},
+      {"name": "", "children": [{"name": "x", "type": "text", "value": ""},
+        {"name": "y", "type": "float", "value": 0}, {"name": "x", "type": "float",
+        "elements": [{"value": 1}, {"value": 2}]}]}]})")});
+  const std::string unnamed = "/" + server.name() + "/#2/";
+  expect({{"set", unnamed + "y", "-inf", unnamed + "#3[1]", "nan"}});
+  const std::string dump = withoutTime(output({"dump", "/" + server.name()}));
+  EXPECT_GT(dump.size(), 150000U);
+  EXPECT_EQ(withoutTime(output({"dump", "/" + server.name() + "/**"})), dump);
+  EXPECT_EQ(withoutTime(output({"dump", "--timeout", "1.9", "/" + server.name()})), dump);
+}
+
 TEST_F(Dump, HasTheServersOrder) {
   const test_support::ModelServer server({"--tree", files().write("tree.json", R"({"name": "M",
     "children": [{"id": 5, "name": "a", "type": "int32", "value": 1},
