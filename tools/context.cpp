@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "tools/discovery.h"
+#include "tools/nearest.h"
 #include "tools/stop_signals.h"
 
 namespace treectl {
@@ -40,14 +41,7 @@ std::string connectionError(const std::string& server, ModelSrv::ModelRes result
   if (result != ModelSrv::ModelRes_NotConnected) {
     return ModelSrv::describe(result);
   }
-  std::string names;
-  for (const std::string& name : discoverLivingServers()) {
-    if (name != server) {
-      names += (names.empty() ? "" : ", ") + name;
-    }
-  }
-  return "no server " + server +
-         (names.empty() ? " (there is none)" : " (there are: " + names + ")");
+  return "no server " + server + " (" + otherServers(server, discoverLivingServers()) + ')';
 }
 
 Context::Context(Options options)

@@ -88,7 +88,8 @@ class Context {
   std::map<std::string, Opened, std::less<>> servers_;
 };
 
-/// Why there is no connection to `server`: "no server X (there are: Y, Z)".
+/// Why there is no connection to `server`: "no server X (there are: Y, Z)", as
+/// `otherServers` has them.
 [[nodiscard]] std::string connectionError(const std::string& server, ModelSrv::ModelRes result);
 
 }  // namespace treectl

@@ -6,51 +6,12 @@
 #include <variant>
 
 #include "tools/discovery.h"
+#include "tools/nearest.h"
 #include "tools/tree_walk.h"
 
 namespace treectl {
 
 namespace {
-
-/// How many bytes to insert, remove or replace to make `to` of `from`.
-std::size_t editDistance(std::string_view from, std::string_view to) {
-  std::vector<std::size_t> row(to.size() + 1);
-  for (std::size_t j = 0; j <= to.size(); ++j) {
-    row[j] = j;
-  }
-  for (std::size_t i = 1; i <= from.size(); ++i) {
-    std::size_t diagonal = row[0];
-    row[0] = i;
-    for (std::size_t j = 1; j <= to.size(); ++j) {
-      const std::size_t replaced = diagonal + (from[i - 1] == to[j - 1] ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
-    }
-  }
-  return row[to.size()];
-}
-
-/// The name that is most like `wanted`, if one is like it at all.
-std::string nearestName(const std::string& wanted, const std::vector<std::string>& names) {
-  constexpr std::size_t longest = 100;  // of the names that are compared
-  std::size_t best = std::max<std::size_t>(2, wanted.size() / 2) + 1;
-  const std::string* nearest = nullptr;
-  for (const std::string& name : names) {
-    if (name.empty() || name.size() > longest || wanted.size() > longest) {
-      continue;
-    }
-    const std::size_t distance = editDistance(wanted, name);
-    if (distance < best && distance < std::max(wanted.size(), name.size())) {
-      best = distance;
-      nearest = &name;
-    }
-  }
-  std::string escaped;
-  if (nearest != nullptr) {
-    appendEscapedName(escaped, *nearest);
-  }
-  return escaped;
-}
 
 std::string withNearest(std::string reason, const std::string& wanted,
                         const std::vector<std::string>& names) {

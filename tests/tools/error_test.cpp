@@ -5,6 +5,7 @@
 
 #include "tests/support/port_name.h"
 #include "tests/tools/treectl_fixture.h"
+#include "tools/nearest.h"
 #include "tools/status.h"
 
 namespace treectl {
@@ -68,11 +69,13 @@ TEST_F(Errors, DoNotEndTheRest) {
 }
 
 TEST_F(Errors, OfServersNameThoseThatThereAre) {
-  const Finished finished = runTreectl({"get", "/Model_none/x"});
+  // The nearest one is named however many there are.
+  const std::string wanted = server().name() + "_";
+  const Finished finished = runTreectl({"get", '/' + wanted + "/x"});
   EXPECT_EQ(finished.status, (ExitStatus{4, 0}));
-  EXPECT_TRUE(std::regex_match(
-      finished.errors, std::regex("treectl: /Model_none/x: no server Model_none \\(there are: .*" +
-                                  server().name() + ".*\\)\n")))
+  EXPECT_TRUE(std::regex_match(finished.errors,
+                               std::regex("treectl: /" + wanted + "/x: no server " + wanted +
+                                          " \\(there are: .*" + server().name() + ".*\\)\n")))
       << finished.errors;
   server().kill();
   EXPECT_EQ(runTreectl({"get", "/" + server().name() + "/x"}).status, (ExitStatus{4, 0}));
@@ -80,6 +83,25 @@ TEST_F(Errors, OfServersNameThoseThatThereAre) {
   for (const char* const name : {"/.x/y", "/a;b/y", "/a\\/b/y"}) {
     EXPECT_EQ(runTreectl({"get", name}).status, (ExitStatus{4, 0})) << name;
   }
+}
+
+TEST(OtherServers, AreAtMostEight) {
+  EXPECT_EQ(otherServers("Model_x", {}), "there is none");
+  EXPECT_EQ(otherServers("Model_x", {"Model_x"}), "there is none");
+  EXPECT_EQ(otherServers("Model_x", {"Model_a", "Model_x", "Model_y"}),
+            "there are: Model_a, Model_y");
+  std::vector<std::string> names;
+  for (char name = 'a'; name <= 'h'; ++name) {
+    names.push_back(std::string("Model_") + name);
+  }
+  EXPECT_EQ(otherServers("Model_drive", names),
+            "there are: Model_a, Model_b, Model_c, Model_d, Model_e, Model_f, Model_g, Model_h");
+  for (int i = 100; i < 393; ++i) {
+    names.push_back("Model_pump_" + std::to_string(i));
+  }
+  EXPECT_EQ(otherServers("Model_pmup_217", names),
+            "there are: Model_pump_217, Model_pump_117, Model_pump_207, Model_pump_210, "
+            "Model_pump_211, Model_pump_212, Model_pump_213, Model_pump_214, and 293 more");
 }
 
 TEST_F(Errors, OfAHungServerAreTimeouts) {
