@@ -332,7 +332,10 @@ std::optional<Error> DescriptionReader::checkKeys(const Level& level) const {
   }
   const bool hasSource = has(level, Key::file) || has(level, Key::simulate);
   if (!has(level, Key::value) && !has(level, Key::elements) && !hasSource) {
-    return errorAt(R"(missing "children", "value" or "elements")");
+    return errorAt(
+        has(level, Key::type)
+            ? R"(missing "value", "elements", "file" or "simulate")"
+            : R"(missing "children", or "type" with "value", "elements", "file" or "simulate")");
   }
   if (!has(level, Key::type)) {
     return errorAt("missing \"type\"");

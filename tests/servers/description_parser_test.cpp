@@ -147,10 +147,12 @@ INSTANTIATE_TEST_SUITE_P(
         InvalidEntryCase{"KeyWithControlBytes", R"({"a\nb": 1})",
                          "/children/0/a\\x0ab: unknown key"},
         InvalidEntryCase{"DuplicateKey", R"({"id": 1, "id": 2})", "/children/0/id: duplicate key"},
-        InvalidEntryCase{"NoKeys", "{}",
-                         R"(/children/0: missing "children", "value" or "elements")"},
+        InvalidEntryCase{
+            "NoKeys", "{}",
+            R"(/children/0: missing "children", or "type" with "value", "elements", "file" or )"
+            R"("simulate")"},
         InvalidEntryCase{"TypeWithoutValue", R"({"type": "bool"})",
-                         R"(/children/0: missing "children", "value" or "elements")"},
+                         R"(/children/0: missing "value", "elements", "file" or "simulate")"},
         InvalidEntryCase{"ValueWithoutType", R"({"value": 1})", R"(/children/0: missing "type")"},
         InvalidEntryCase{"ValueAndElements",
                          R"({"type": "int8", "value": 1, "elements": [{"value": 1}]})",
