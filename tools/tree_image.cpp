@@ -87,7 +87,10 @@ class ImageReader {
       ModelSrv::ModelRes result = match.connection->visitSubtree(
           match.chain, [&](const ModelSrv::TreePart& part) { return stream.add(part); });
       if (!stream.isUnsorted()) {
-        result = result == ModelSrv::ModelRes_Success ? stream.result() : result;
+        if (result != ModelSrv::ModelRes_Success) {
+          return fail(match.shown(), result);
+        }
+        result = stream.result();
         return result == ModelSrv::ModelRes_Success ? Visit::taken : fail(stream.address(), result);
       }
       (*restart_)();

@@ -35,6 +35,15 @@ class Interruption : public TreectlTest {
     return false;
   }
 
+  /// How many bytes the process has read from pipes and files.
+  static unsigned long long bytesRead(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/io");
+    std::string key;
+    unsigned long long count = 0;
+    file >> key >> count;
+    return count;
+  }
+
   std::ptrdiff_t fileCount() {
     return std::distance(std::filesystem::directory_iterator(files().path()), {});
   }
@@ -66,6 +75,25 @@ TEST_F(Interruption, LeavesTheOldDumpIfItIsEnded) {
     EXPECT_EQ(fileCount(), 1);
   }
   server().resume();
+}
+
+TEST_F(Interruption, OfADumpPrintsNothingOfIt) {
+  test_support::ModelServer large({"--synthetic", "100x1000"});
+  for (int i = 0; i < 3; ++i) {
+    Process dump({program(), "dump", "/" + large.name()});
+    // A page of the tree, of eleven.
+    constexpr unsigned pageSize = 256 * 1024;
+    ASSERT_TRUE(test_support::eventually([&] { return bytesRead(dump.pid()) > pageSize; }));
+    large.kill();
+    const auto status = dump.finish();
+    if (status != ExitStatus{}) {
+      EXPECT_EQ(status, (ExitStatus{4, 0}));
+      EXPECT_EQ(dump.output(), "");
+      EXPECT_EQ(dump.errors(), "treectl: /" + large.name() +
+                                   ": no server serves that name, or there is no connection\n");
+    }
+    large.restart();
+  }
 }
 
 TEST_F(Interruption, EndsWhatWaitsForInput) {
