@@ -101,9 +101,12 @@ bool parseImage(const std::string& text, TreeImage& image, std::string& error) {
     return false;
   }
   const std::size_t first = text.find_first_not_of(" \t\r\n");
-  return first != std::string::npos && (text[first] == '[' || text[first] == '{')
-             ? parseJsonImage(text, image, error)
-             : parseSavedCommands(text, image, error);
+  const char begin = first != std::string::npos ? text[first] : '\0';
+  if (begin == '{') {
+    error = "expected an array, got an object (a recording is for replay)";
+    return false;
+  }
+  return begin == '[' ? parseJsonImage(text, image, error) : parseSavedCommands(text, image, error);
 }
 
 bool readImageFile(Context& context, const std::string& path, TreeImage& image) {

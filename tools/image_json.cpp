@@ -166,6 +166,10 @@ bool parseJsonImage(const std::string& text, TreeImage& image, std::string& erro
 }
 
 bool parseRecording(std::string text, TreeImage& image, std::string& error) {
+  if (text.starts_with('[')) {
+    error = "expected lines of objects, got an array (a dump is for restore)";
+    return false;
+  }
   // With commas for the line feeds, the lines are the elements of an array.
   text.resize(text.rfind('\n') == std::string::npos ? 0 : text.rfind('\n'));
   std::replace(text.begin(), text.end(), '\n', ',');

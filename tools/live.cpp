@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unordered_set>
 
 #include "tools/commands.h"
@@ -44,17 +45,20 @@ class LiveRun {
     if (!parseAddresses(context_, options_.operands, addresses) || !watcher_.start(addresses)) {
       return StopSignals::received();
     }
-    LiveTerminal terminal(context_.output(), context_.colored());
-    terminal_ = &terminal;
-    while (!isDone()) {
-      waitAndTake();
-      followTerminal();
-      if (isDue()) {
-        show();
+    {
+      LiveTerminal terminal(context_.output(), context_.colored());
+      terminal_ = &terminal;
+      while (!isDone()) {
+        waitAndTake();
+        followTerminal();
+        if (isDue()) {
+          show();
+        }
       }
     }
-    if (options_.failOnLoss && hasLost_) {
-      context_.note(Status::noServer);
+    if (options_.failOnLoss && lost_) {
+      // The picture that said so is gone.
+      context_.fail(Status::noServer, *lost_, "the server was lost");
     }
     return StopSignals::received();
   }
@@ -62,7 +66,7 @@ class LiveRun {
  private:
   [[nodiscard]] bool isDone() const {
     return StopSignals::received() != 0 || isQuit_ || context_.output().error() != 0 ||
-           (options_.failOnLoss && hasLost_) || (options_.count && shown_ >= *options_.count) ||
+           (options_.failOnLoss && lost_) || (options_.count && shown_ >= *options_.count) ||
            (end_ && *end_ <= Clock::now());
   }
 
@@ -91,7 +95,9 @@ class LiveRun {
     pollfd keys{terminal_->keys(), POLLIN, 0};
     for (const Change& change : watcher_.wait(deadline, &keys)) {
       view_->take(change);
-      hasLost_ = hasLost_ || change.event == Change::Event::lost;
+      if (change.event == Change::Event::lost && !lost_) {
+        lost_ = change.address;
+      }
       // As many as there would be lines.
       if (!change.isRepeated) {
         changed_.insert(change.address);
@@ -143,7 +149,7 @@ class LiveRun {
   Clock::time_point shownAt_;
   Clock::time_point nextPicture_;  ///< not before
   bool mustPaint_ = true;
-  bool hasLost_ = false;
+  std::optional<std::string> lost_;  ///< the first address whose server was lost
   bool isQuit_ = false;
 };
 

@@ -241,7 +241,7 @@ TEST_F(Dump, IsRejectedIfItIsNone) {
       {"[{\"format\":2}]", "expected a header of format 1"},
       {"", "the file is empty"},
       {"[]", "expected a header of format 1"},
-      {"{\"format\":1}", "expected an array"},
+      {"{\"format\":1}", "expected an array, got an object (a recording is for replay)"},
       {"[{\"format\":1},", "no JSON at byte 15"},
       {"[{\"format\":1},{\"address\":\"/x\"}]",
        "expected \"address\" and \"value\" in each object after the first"},

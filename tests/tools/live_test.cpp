@@ -51,9 +51,9 @@ class Live : public TreectlTest {
         pattern);
   }
 
-  /// After the end: the terminal is as it was.
-  void expectRestored() {
-    EXPECT_EQ(terminal_->screen().text(), "") << terminal_->describe();
+  /// After the end: the terminal is as it was, with `message` on it.
+  void expectRestored(const std::string& message = {}) {
+    EXPECT_EQ(terminal_->screen().text(), message) << terminal_->describe();
     const termios mode = terminal_->mode();
     constexpr tcflag_t typing = ICANON | ECHO;
     EXPECT_EQ(mode.c_lflag & typing, typing);
@@ -61,9 +61,9 @@ class Live : public TreectlTest {
     EXPECT_NE(terminal_->bytesSince(0).find("\x1B[?25h"), std::string::npos);
   }
 
-  void expectEnd(ExitStatus status) {
+  void expectEnd(ExitStatus status, const std::string& message = {}) {
     EXPECT_EQ(terminal_->waitForExit(), status) << terminal_->describe();
-    expectRestored();
+    expectRestored(message);
   }
 
  private:
@@ -156,7 +156,7 @@ TEST_F(Live, EndsAfterANumberOfValuesOrATime) {
   start({"--live", "--fail-on-loss", "/{S}/drive/speed"});
   ASSERT_TRUE(showsRow("/{S}/drive/speed +42 +rpm .*"));
   server().kill();
-  expectEnd({4, 0});
+  expectEnd({4, 0}, filled("treectl: /{S}/drive/speed: the server was lost\n"));
   server().restart();
 }
 

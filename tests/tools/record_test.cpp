@@ -65,6 +65,12 @@ TEST_F(Record, IsReplayedWithoutItsUnfinishedLine) {
   static_cast<void>(files().write("bad.rec", "{\"format\":2}\n"));
   expect(
       {{"replay", "{D}/bad.rec"}, 9, "", "treectl: {D}/bad.rec: expected a header of format 1\n"});
+  expect({{"dump", "/{S}/drive", "-o", "{D}/dump.json"}});
+  expect({{"replay", "{D}/dump.json"},
+          9,
+          "",
+          "treectl: {D}/dump.json: expected lines of objects, got an array (a dump is for "
+          "restore)\n"});
 }
 
 }  // namespace
