@@ -25,15 +25,16 @@ const std::string expectedPicture =
 <text x="45.6" y="25.5" textLength="8.4" lengthAdjust="spacingAndGlyphs" fill="#61afef" font-weight="bold">c</text>
 <rect x="12.0" y="48.0" width="25.2" height="18.0" fill="#d8dee9"/>
 <text x="12.0" y="61.5" textLength="25.2" lengthAdjust="spacingAndGlyphs" fill="#1e222a">&lt;&amp;&gt;</text>
-<text x="54.0" y="61.5" textLength="25.2" lengthAdjust="spacingAndGlyphs">)"
-    "\u4e2d\u28ff"
+<text x="54.0" y="61.5" textLength="16.8" lengthAdjust="spacingAndGlyphs">)"
+    "\u4e2d"
     R"(</text>
+<path stroke="#d8dee9" stroke-width="3" stroke-linecap="round" d="M72.9 50.2h0M72.9 59.2h0M77.1 50.2h0M77.1 63.7h0M93.9 63.7h0"/>
 </g>
 </svg>
 )";
 
 constexpr std::string_view shownBytes =
-    "a  b\033[1;34mc\033[m\r\n\r\n\033[7m<&>\033[m  \u4e2d\u28ff";
+    "a  b\033[1;34mc\033[m\r\n\r\n\033[7m<&>\033[m  \u4e2d\u288d \u2880";
 
 TEST(Picture, HasTheTextAndTheLookOfTheScreen) {
   test_support::Screen screen(5, 20);
@@ -63,6 +64,22 @@ const std::string sessionPicture =
 
 std::string pictureProgram() {
   return test_support::buildDirectory() + "/tests/terminal_picture";
+}
+
+TEST(Picture, HasLinesWithoutGaps) {
+  test_support::Screen screen(5, 20);
+  screen.write("\033[32m\u2501\033[m x\r\n1\u2524\r\n \u2502\r\n \u2514\u2500\u2534");
+  const std::string picture = svgOf(screen, "lines");
+  EXPECT_EQ(picture.substr(picture.find("<path")),
+            R"(<path stroke="#98c379" stroke-width="3" d="M12.0 21.0h8.4"/>
+<text x="28.8" y="25.5" textLength="8.4" lengthAdjust="spacingAndGlyphs">x</text>
+<text x="12.0" y="43.5" textLength="8.4" lengthAdjust="spacingAndGlyphs">1</text>
+<path stroke="#d8dee9" stroke-width="1.2" d="M20.4 39.0h4.2M24.6 30.0v18.0"/>
+<path stroke="#d8dee9" stroke-width="1.2" d="M24.6 48.0v18.0"/>
+<path stroke="#d8dee9" stroke-width="1.2" d="M24.6 75.0h4.2M24.6 66.0v9.0M28.8 75.0h8.4M37.2 75.0h8.4M41.4 66.0v9.0"/>
+</g>
+</svg>
+)");
 }
 
 TEST(Picture, OfASessionIsTheSameEachTime) {

@@ -52,19 +52,64 @@ std::string escaped(const std::string& text) {
   return result;
 }
 
+/// How a cell is drawn.
+enum class Form { text, dots, thinLines, thickLines };
+
+/// The lines of a character: from the middle of its cell to its sides.
+struct Lines {
+  std::string_view character;
+  Form form;
+  bool left, right, up, down;
+};
+
+// What charts are made of. Lines and dots are drawn: fonts leave gaps between the lines, or take
+// the dots from another font, with other columns.
+constexpr std::array<Lines, 6> lineCharacters{
+    {{"\u2500", Form::thinLines, true, true, false, false},
+     {"\u2501", Form::thickLines, true, true, false, false},
+     {"\u2502", Form::thinLines, false, false, true, true},
+     {"\u2514", Form::thinLines, false, true, true, false},
+     {"\u2524", Form::thinLines, true, false, true, true},
+     {"\u2534", Form::thinLines, true, true, true, false}}};
+
+const Lines* findLines(std::string_view character) {
+  const auto* const found =
+      std::find_if(lineCharacters.begin(), lineCharacters.end(),
+                   [character](const Lines& lines) { return lines.character == character; });
+  return found == lineCharacters.end() ? nullptr : found;
+}
+
+/// The bits of a Braille pattern, one for each dot; 0 for another character.
+unsigned dotsOf(std::string_view character) {
+  constexpr unsigned firstPattern = 0x2800;
+  if (character.size() != 3 || !character.starts_with('\xE2')) {
+    return 0;
+  }
+  const unsigned second = static_cast<unsigned char>(character[1]) & 0x3FU;
+  const unsigned third = static_cast<unsigned char>(character[2]) & 0x3FU;
+  const unsigned code = 0x2000U | second << 6U | third;
+  return code >= firstPattern && code <= firstPattern + 0xFF ? code - firstPattern : 0;
+}
+
+Form formOf(std::string_view character) {
+  const Lines* const lines = findLines(character);
+  return lines != nullptr ? lines->form : dotsOf(character) != 0 ? Form::dots : Form::text;
+}
+
 /// Neighbouring cells that look the same.
 struct Span {
   int column;
   int columns = 0;
   std::string text;
+  Form form;
   bool bold;
   bool underline;
   std::uint32_t foreground;
   std::uint32_t background;
 
   [[nodiscard]] bool looksLike(const Span& other) const {
-    return bold == other.bold && underline == other.underline && foreground == other.foreground &&
-           background == other.background;
+    return form == other.form && bold == other.bold && underline == other.underline &&
+           foreground == other.foreground && background == other.background;
   }
 };
 
@@ -74,8 +119,9 @@ Span spanOf(const Cell& cell, int column) {
   if (cell.reverse) {
     std::swap(foreground, background);
   }
-  return {column,     cell.columns, cell.text.empty() ? " " : cell.text, cell.bold, cell.underline,
-          foreground, background};
+  const std::string text = cell.text.empty() ? " " : cell.text;
+  return {column,    cell.columns,   text,       formOf(text),
+          cell.bold, cell.underline, foreground, background};
 }
 
 std::vector<Span> spansOf(const Screen& screen, int row) {
@@ -86,6 +132,12 @@ std::vector<Span> spansOf(const Screen& screen, int row) {
       continue;
     }
     Span span = spanOf(cell, column);
+    if (!spans.empty() && span.text == " " && !span.underline) {
+      // What is drawn goes on after spaces.
+      Span drawn = span;
+      drawn.form = spans.back().form;
+      span.form = spans.back().looksLike(drawn) ? drawn.form : span.form;
+    }
     if (!spans.empty() && spans.back().looksLike(span)) {
       spans.back().columns += span.columns;
       spans.back().text += span.text;
@@ -109,6 +161,52 @@ void trim(Span& span) {
   span.text.erase(used);
 }
 
+/// The path of a character that is drawn, in its cell with the left upper corner at `x` and `y`.
+std::string pathOf(std::string_view character, int x, int y) {
+  std::string path;
+  if (const Lines* const lines = findLines(character)) {
+    const int firstX = lines->left ? 0 : cellWidth / 2;
+    const int lastX = lines->right ? cellWidth : cellWidth / 2;
+    const int firstY = lines->up ? 0 : cellHeight / 2;
+    const int lastY = lines->down ? cellHeight : cellHeight / 2;
+    if (firstX != lastX) {
+      path += 'M' + pixels(x + firstX) + ' ' + pixels(y + cellHeight / 2) + 'h' +
+              pixels(lastX - firstX);
+    }
+    if (firstY != lastY) {
+      path +=
+          'M' + pixels(x + cellWidth / 2) + ' ' + pixels(y + firstY) + 'v' + pixels(lastY - firstY);
+    }
+    return path;
+  }
+  // The column and the row of each bit's dot.
+  constexpr std::array<std::array<int, 2>, 8> dots{
+      {{0, 0}, {0, 1}, {0, 2}, {1, 0}, {1, 1}, {1, 2}, {0, 3}, {1, 3}}};
+  const unsigned bits = dotsOf(character);
+  for (std::size_t i = 0; i < dots.size(); ++i) {
+    if ((bits >> i & 1U) != 0) {
+      path += 'M' + pixels(x + cellWidth / 4 + dots[i][0] * cellWidth / 2) + ' ' +
+              pixels(y + cellHeight / 8 + dots[i][1] * cellHeight / 4) + "h0";
+    }
+  }
+  return path;
+}
+
+std::string drawnSvgOf(const Span& span, int row) {
+  std::string path;
+  int column = span.column;
+  for (std::size_t at = 0; at < span.text.size(); ++column) {
+    // The characters that are drawn have three bytes.
+    const std::size_t bytes = span.text[at] == ' ' ? 1 : 3;
+    path += pathOf(std::string_view(span.text).substr(at, bytes), margin + column * cellWidth,
+                   margin + row * cellHeight);
+    at += bytes;
+  }
+  const char* const width = span.form == Form::thinLines ? "1.2" : "3";
+  return "<path stroke=\"" + colourText(span.foreground) + "\" stroke-width=\"" + width + '"' +
+         (span.form == Form::dots ? " stroke-linecap=\"round\"" : "") + " d=\"" + path + "\"/>\n";
+}
+
 std::string svgOf(Span span, int row) {
   std::string svg;
   if (span.background != standardBackground) {
@@ -116,6 +214,9 @@ std::string svgOf(Span span, int row) {
            pixels(margin + row * cellHeight) + "\" width=\"" + pixels(span.columns * cellWidth) +
            "\" height=\"" + pixels(cellHeight) + "\" fill=\"" + colourText(span.background) +
            "\"/>\n";
+  }
+  if (span.form != Form::text) {
+    return svg + drawnSvgOf(span, row);
   }
   trim(span);
   if (span.text.empty()) {

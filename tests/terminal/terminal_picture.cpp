@@ -15,9 +15,9 @@
 //
 //   terminal_picture COLUMNSxROWS TITLE COMMAND... <STEPS
 //
-// Each line of standard input is a step: "type KEYS" ("\\r", "\\t" and "\\e" are Return, Tab and
-// Escape), "await TEXT" (in the output since the last keys) or "watch SECONDS" (of output). The
-// command is ended when the picture has been printed.
+// Each line of standard input is a step: "type KEYS" ("\\r", "\\t", "\\e" and "\\b" are Return,
+// Tab, Escape and Backspace), "await TEXT" (in the output since the last keys) or "watch SECONDS"
+// (of output). The command is ended when the picture has been printed.
 
 namespace {
 
@@ -26,8 +26,8 @@ using test_support::TerminalSession;
 using Clock = std::chrono::steady_clock;
 
 std::string keysOf(const std::string& text) {
-  static constexpr std::array<std::pair<std::string_view, char>, 3> names{
-      {{"\\r", '\r'}, {"\\t", '\t'}, {"\\e", '\033'}}};
+  static constexpr std::array<std::pair<std::string_view, char>, 4> names{
+      {{"\\r", '\r'}, {"\\t", '\t'}, {"\\e", '\033'}, {"\\b", '\177'}}};
   std::string keys;
   for (std::size_t at = 0; at < text.size(); ++at) {
     keys += text[at];
