@@ -93,6 +93,8 @@ TEST_F(PollDescriptor, AnnouncesClientsAndTheirRequests) {
 }
 
 TEST_F(PollDescriptor, AnnouncesAWakeOnce) {
+  // What the connection has left to do.
+  serverLoop_.runUntilQuiet();
   server_.manager.wake();
   EXPECT_TRUE(serverLoop_.isReadable());
   EXPECT_EQ(serverLoop_.runUntilQuiet(), 1);
