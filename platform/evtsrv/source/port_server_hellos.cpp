@@ -118,7 +118,10 @@ int PortServer::openPipe(const Hello& hello, PipePurpose purpose, int access, Fi
   if (result == 0 && !mayServeClient(system, named, group_)) {
     result = -EPERM;
   }
-  result = result < 0 ? result : out.adopt(system, system.open(path, access | O_NONBLOCK));
+  if (result == 0) {
+    result = access == O_RDONLY ? openForReading(system, path, out)
+                                : out.adopt(system, system.open(path, access | O_NONBLOCK));
+  }
   struct stat status {};
   if (result == 0) {
     result = system.fstat(out.number(), status);

@@ -88,6 +88,13 @@ std::string privatePipePath(const Token& token, PipePurpose purpose) {
   return path.append(endings[static_cast<std::size_t>(purpose)]);
 }
 
+int openForReading(System& system, const std::string& path, FileDescriptor& reader) {
+  constexpr int access = O_RDONLY | O_NONBLOCK;
+  const int result = reader.adopt(system, system.open(path, access | O_NOATIME));
+  // Only the owner may leave the access time as it is.
+  return result == -EPERM ? reader.adopt(system, system.open(path, access)) : result;
+}
+
 PrivatePipe::PrivatePipe(PrivatePipe&& other) noexcept
     : system_(other.system_),
       path_(std::exchange(other.path_, {})),
@@ -120,7 +127,7 @@ int PrivatePipe::make(System& system, std::string path, const PipeAccess& access
 }
 
 int PrivatePipe::openAndLock(const PipeAccess& access) {
-  int result = reader_.adopt(*system_, system_->open(path_, O_RDONLY | O_NONBLOCK));
+  int result = openForReading(*system_, path_, reader_);
   result = result < 0 ? result : system_->lock(reader_.number());
   struct stat opened {};
   result = result < 0 ? result : system_->fstat(reader_.number(), opened);

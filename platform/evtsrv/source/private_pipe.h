@@ -18,6 +18,10 @@ enum class PipePurpose { request, reply, event };
 /// The path of the private pipe of `token` for `purpose`.
 std::string privatePipePath(const Token& token, PipePurpose purpose);
 
+/// Opens the pipe at `path` for reading. To update the access time of a pipe costs more than to
+/// read it, so that is left out where it is permitted. 0 or a negative error number.
+[[nodiscard]] int openForReading(System& system, const std::string& path, FileDescriptor& reader);
+
 /// A private pipe during the handshake: its name, which is removed on destruction, and
 /// its reading end. The lock on the reading end shows a sweep that a live process owns
 /// the pipe.

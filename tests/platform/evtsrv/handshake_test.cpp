@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "tests/platform/evtsrv/evtsrv_fixture.h"
+#include "tests/platform/evtsrv/raw_client.h"
 
 namespace EvtSrv::internal {
 namespace {
@@ -285,6 +286,39 @@ TEST(ServerStart, ReturnsAnErrorIfAnyCallFails) {
     }
     EXPECT_EQ(openDescriptors(), before) << failure.call;
   }
+}
+
+TEST(PrivatePipes, KeepTheirAccessTimes) {
+  const std::string name = uniquePort();
+  EchoServer server;
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  RawClient client;
+  client.makePipes();
+  client.writeToMailbox(name, client.hello());
+  server.serveAll();
+  client.writeRequest(frame(FrameKind::request, 7, 1, "text"));
+  struct stat before {};
+  struct stat after {};
+  ASSERT_EQ(::fstat(client.request, &before), 0);
+  server.serveAll();
+  ASSERT_EQ(::fstat(client.request, &after), 0);
+  EXPECT_EQ(server.port.handled, 1);
+  EXPECT_EQ(after.st_atim.tv_sec, before.st_atim.tv_sec);
+  EXPECT_EQ(after.st_atim.tv_nsec, before.st_atim.tv_nsec);
+}
+
+TEST(PrivatePipes, OfAnotherUserAreReadWhereOnlyTheOwnerMayKeepTheAccessTime) {
+  const std::string name = uniquePort();
+  EchoServer server;
+  ASSERT_EQ(server.start(name), EvtRes_Success);
+  RawClient client;
+  client.makePipes();
+  // After those of the two pipes that it writes to.
+  server.system.failNext("open", -EPERM, 2);
+  client.writeToMailbox(name, client.hello());
+  server.serveAll();
+  EXPECT_TRUE(server.system.hasFailed());
+  EXPECT_EQ(client.welcome(), EvtRes_Success);
 }
 
 }  // namespace
