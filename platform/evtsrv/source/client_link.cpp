@@ -82,6 +82,9 @@ EvtRes ClientLink::tryExchange(std::uint16_t operation, std::span<const std::uin
   if (payload.size() > maxPayload) {
     return EvtRes_TooLarge;
   }
+  // A server that makes requests may have written no reply to those that its own clients made.
+  core_.clientMutex().assertHeld();
+  core_.replies().flush();
   EvtRes result = stalled_ ? endStall() : EvtRes_Success;
   if (result != EvtRes_Success) {
     return result;

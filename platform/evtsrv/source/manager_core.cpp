@@ -31,7 +31,8 @@ ManagerCore::ManagerCore(System& system, KSTD::KThreadMutex& clientMutex, bool r
       reactor_(system, clientMutex),
       reconnects_(reconnects),
       state_(openAll()),
-      turns_(system) {}
+      turns_(system),
+      replies_(system) {}
 
 EvtRes ManagerCore::openAll() {
   int result = reactor_.open();
@@ -64,6 +65,7 @@ EvtRes ManagerCore::receive(int milliseconds, bool& woken) {
   Deadline deadline(system_, milliseconds);
   int wait = 0;
   while (deadline.nextWait(wait)) {
+    flushReplies();
     std::array<epoll_event, eventsAtOnce> events;
     const int count = reactor_.wait(events, wait);
     if (count == -EINTR || count == 0) {
@@ -89,6 +91,7 @@ bool ManagerCore::dispatch(std::span<const epoll_event> events, bool& woken) {
     dispatched = dispatchAll(events, woken);
   } catch (...) {
     // An exception of the program.
+    replies_.end();
     announceTurns();
     throw;
   }
@@ -107,12 +110,22 @@ bool ManagerCore::dispatchAll(std::span<const epoll_event> events, bool& woken) 
   const TurnQueue::Dispatch dispatch(turns_, events.size());
   // First: what was deferred happened before what is reported now.
   bool dispatched = !deferred_.isEmpty() && runDeferred();
+  replies_.begin(events.size());
   for (const epoll_event& event : events) {
     if (event.data.u64 != wakeToken) {
       dispatched = reactor_.dispatch(event) || dispatched;
     }
   }
+  replies_.end();
   return turns_.run() || dispatched;
+}
+
+/// Writes the replies of a dispatch before a wait inside it.
+void ManagerCore::flushReplies() {
+  if (replies_.isPending()) {
+    const KSTD::KThreadMutexLock lock(clientMutex_);
+    replies_.flush();
+  }
 }
 
 /// Keeps every wait from sleeping while turns are to be taken.
@@ -172,6 +185,7 @@ EvtRes ManagerCore::awaitTerminations(int milliseconds, bool& woken) {
   Deadline deadline(system_, milliseconds);
   int wait = 0;
   while (deadline.nextWait(wait)) {
+    flushReplies();
     std::array<pollfd, 2> waits{pollfd{idleEvent_.number(), POLLIN, 0},
                                 pollfd{reactor_.descriptor(), POLLIN, 0}};
     const int ready = system_.poll(waits, wait);

@@ -10,6 +10,7 @@
 #include "evtsrv/source/deferred_work.h"
 #include "evtsrv/source/file_descriptor.h"
 #include "evtsrv/source/reactor.h"
+#include "evtsrv/source/reply_batch.h"
 #include "evtsrv/source/turn_queue.h"
 #include "kstd/thread_mutex.h"
 
@@ -47,6 +48,8 @@ class ManagerCore {
   [[nodiscard]] Reactor& reactor() KRV_REQUIRES(clientMutex_) { return reactor_; }
   /// The connections that wait for their turn. To be added to within a dispatch only.
   [[nodiscard]] TurnQueue& turns() KRV_REQUIRES(clientMutex_) { return turns_; }
+  /// The replies that are written together.
+  [[nodiscard]] ReplyBatch& replies() KRV_REQUIRES(clientMutex_) { return replies_; }
   /// A graceful shutdown has begun; each call is matched by one of `endTermination`.
   void beginTermination() KRV_REQUIRES(clientMutex_);
   void endTermination() KRV_REQUIRES(clientMutex_);
@@ -74,6 +77,7 @@ class ManagerCore {
   bool runDeferred() KRV_REQUIRES(clientMutex_);
   bool dispatchAll(std::span<const epoll_event> events, bool& woken) KRV_REQUIRES(clientMutex_);
   void announceTurns() KRV_REQUIRES(clientMutex_);
+  void flushReplies();
 
   // Constant or thread-safe after construction.
   System& system_;
@@ -90,6 +94,7 @@ class ManagerCore {
   DeferredQueue deferred_ KRV_GUARDED_BY(clientMutex_);
   TurnQueue turns_ KRV_GUARDED_BY(clientMutex_);
   bool turnsAnnounced_ KRV_GUARDED_BY(clientMutex_) = false;
+  ReplyBatch replies_;  // Only isPending() without the client mutex.
   std::vector<std::uint8_t> readSlot_ KRV_GUARDED_BY(clientMutex_);
   std::vector<std::uint8_t> replySlot_ KRV_GUARDED_BY(clientMutex_);
   std::vector<std::uint8_t> eventSlot_ KRV_GUARDED_BY(clientMutex_);

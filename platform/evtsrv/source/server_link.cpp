@@ -108,6 +108,10 @@ void ServerLink::destroySession() {
 }
 
 void ServerLink::closePipes() {
+  core_.clientMutex().assertHeld();
+  if (batched_) {
+    core_.replies().flush();
+  }
   leaveQueue();
   forgetDeferred();
   forgetHold();
@@ -142,6 +146,7 @@ bool ServerLink::ready(unsigned role, std::uint32_t events) {
     turns.add(turn_);
     return false;
   }
+  core_.replies().flushOld(turns.sinceBegin());
   Due due{};
   due[role] = events;
   return serveOrEnd(due);
@@ -279,6 +284,9 @@ void ServerLink::serveRequests() {
 
 /// Serves the next request that has arrived; false if there is none, or not now.
 bool ServerLink::serveNext(std::size_t& replied) {
+  if (batched_ && !requests_.empty()) {
+    core_.replies().flush();
+  }
   // In a dispatch inside a call of the session the next request waits for its end.
   if (serving_ || owner_ == nullptr || !awaitsNothing() || closing_ || draining_) {
     return false;
@@ -323,23 +331,6 @@ bool ServerLink::secondPassed(unsigned now) {
   return frameBegun_;
 }
 
-/// Replies to a request that was skipped.
-void ServerLink::refuseFrame(const FrameHeader& request) {
-  if (request.kind != FrameKind::request) {
-    closing_ = true;
-    return;
-  }
-  FrameHeader header;
-  header.kind = FrameKind::reply;
-  header.sequence = request.sequence;
-  header.code = session_->limitReached();
-  std::vector<std::uint8_t> bytes(FrameHeader::size);
-  encodeHeader(header, bytes.data());
-  if (reply_.write(core_.system(), pipes_.reply.number(), bytes) == Progress::failed) {
-    closing_ = true;
-  }
-}
-
 /// Returns the bytes of the reply.
 std::size_t ServerLink::handle(const Frame& request) {
   BufferLease lease(core_.replySlot());
@@ -351,6 +342,10 @@ std::size_t ServerLink::handle(const Frame& request) {
   header.sequence = request.header.sequence;
   sequence_ = request.header.sequence;
   replyDeferred_ = false;
+  const bool isCollected = core_.replies().collects() && session_->isShort(request.header.code);
+  if (!isCollected) {
+    core_.replies().flush();
+  }
   {
     const ScopedFlag serving(serving_);
     header.code = session_->handle(request.header.code, payload, bytes);
@@ -377,6 +372,9 @@ std::size_t ServerLink::handle(const Frame& request) {
   const std::size_t size = bytes.size();
   header.length = static_cast<std::uint32_t>(size - FrameHeader::size);
   encodeHeader(header, bytes.data());
+  if (isCollected && addToBatch(bytes)) {
+    return size;
+  }
   if (reply_.write(core_.system(), pipes_.reply.number(), bytes) == Progress::failed) {
     closing_ = true;
     return size;

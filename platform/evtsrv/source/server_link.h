@@ -54,6 +54,7 @@ struct ServerPipes {
 ///
 /// What its client sends is served in turns with the other connections (`TurnQueue`).
 class ServerLink final : public ServerConnection,
+                         public ReplyWriter,
                          public ReadyHandler,
                          public TurnTaker,
                          private DeferredWork,
@@ -92,6 +93,7 @@ class ServerLink final : public ServerConnection,
   std::unique_ptr<std::uint8_t[]> takeRequestMemory() override { return requests_.takeMemory(); }
   bool ready(unsigned role, std::uint32_t events) override;
   bool takeTurn() override;
+  void replyWritten(std::span<const std::uint8_t> bytes, ssize_t result) noexcept override;
 
   /// The index of this in the owner's list; for the owner alone.
   std::size_t index = 0;
@@ -128,6 +130,7 @@ class ServerLink final : public ServerConnection,
   void keepInput() KRV_REQUIRES(core_.clientMutex());
   void refuseFrame(const FrameHeader& request) KRV_REQUIRES(core_.clientMutex());
   std::size_t handle(const Frame& request) KRV_REQUIRES(core_.clientMutex());
+  bool addToBatch(std::span<const std::uint8_t> reply) KRV_REQUIRES(core_.clientMutex());
   void sendDeferred(std::uint16_t code, std::span<const std::uint8_t> payload);
   void writeDeferred(std::uint16_t code, std::span<const std::uint8_t> payload)
       KRV_REQUIRES(core_.clientMutex());
@@ -170,6 +173,7 @@ class ServerLink final : public ServerConnection,
   std::shared_ptr<Hold> hold_;            // Null unless the requests are held back.
   std::uint32_t sequence_ = 0;            // Of the request that is being served, or was last.
   bool replyDeferred_ = false;            // The request being served has no reply of its own.
+  bool batched_ = false;                  // A reply is in the manager's batch.
   bool moreRequests_ = false;             // Received, and to be served in the next turn.
   bool moreEvents_ = false;  // To be taken from the session when the event pipe is writable.
   bool frameBegun_ = false;  // The rest of a frame is awaited.

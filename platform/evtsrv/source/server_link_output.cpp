@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <new>
 #include <span>
@@ -6,7 +8,8 @@
 #include "evtsrv/source/buffer_lease.h"
 #include "evtsrv/source/server_link.h"
 
-// What a connection writes besides replies: its events, up to the last one.
+// What a connection writes: the replies that `handle` does not write, and its events, up to the
+// last one.
 
 namespace EvtSrv::internal {
 
@@ -25,6 +28,52 @@ void append(std::vector<std::uint8_t>& out, std::span<const std::uint8_t> bytes)
 }
 
 }  // namespace
+
+/// Replies to a request that was skipped.
+void ServerLink::refuseFrame(const FrameHeader& request) {
+  if (request.kind != FrameKind::request) {
+    closing_ = true;
+    return;
+  }
+  FrameHeader header;
+  header.kind = FrameKind::reply;
+  header.sequence = request.sequence;
+  header.code = session_->limitReached();
+  std::vector<std::uint8_t> bytes(FrameHeader::size);
+  encodeHeader(header, bytes.data());
+  if (reply_.write(core_.system(), pipes_.reply.number(), bytes) == Progress::failed) {
+    closing_ = true;
+  }
+}
+
+/// Leaves a reply to the batch, unless something else of this connection depends on it.
+bool ServerLink::addToBatch(std::span<const std::uint8_t> reply) {
+  batched_ = !eventsDeferred_ && requests_.empty() &&
+             core_.replies().add(*this, pipes_.reply.number(), reply, core_.turns().sinceBegin());
+  return batched_;
+}
+
+void ServerLink::replyWritten(std::span<const std::uint8_t> bytes, ssize_t result) noexcept {
+  core_.clientMutex().assertHeld();
+  batched_ = false;
+  if (result == static_cast<ssize_t>(bytes.size())) {
+    return;
+  }
+  bool goesOn = false;
+  if (result > 0 || result == -EAGAIN) {
+    try {
+      const auto rest = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(result, 0)));
+      std::vector<std::uint8_t> pending(rest.begin(), rest.end());
+      const Progress progress = reply_.write(core_.system(), pipes_.reply.number(), pending);
+      goesOn = progress == Progress::all || (progress == Progress::blocked && setInterests());
+    } catch (const std::bad_alloc&) {
+      // There is not enough memory for this client.
+    }
+  }
+  if (!goesOn) {
+    closeOnNextDispatch();
+  }
+}
 
 bool ServerLink::setInterests() {
   const auto interestIf = [](bool isPending) { return isPending ? writable : noInterest; };
@@ -144,6 +193,10 @@ void ServerLink::drainAndClose() {
 }
 
 void ServerLink::endIfDrained() {
+  core_.clientMutex().assertHeld();
+  if (draining_ && batched_) {
+    core_.replies().flush();
+  }
   if (draining_ && !serving_ && owner_ != nullptr && awaitsNothing() && events_.empty() &&
       !moreEvents_) {
     end();

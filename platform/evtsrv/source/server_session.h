@@ -91,6 +91,10 @@ class ServerSession {
   virtual std::uint16_t handle(std::uint16_t operation, PayloadReader& request,
                                std::vector<std::uint8_t>& reply) = 0;
 
+  /// Whether a request of this operation is served soon, without a call of the program that changes
+  /// anything. Its reply may wait for those of other clients (`ReplyBatch`).
+  [[nodiscard]] virtual bool isShort(std::uint16_t /*operation*/) const { return false; }
+
   /// Events are about to be taken. With `inDispatch` that may call the program; otherwise the
   /// program is in the middle of a call of this library.
   virtual void beginEvents(bool /*inDispatch*/) {}

@@ -29,6 +29,16 @@ namespace EvtSrv::internal {
 /// The longest name of a socket in the abstract namespace.
 inline constexpr std::size_t maxAddress = 106;
 
+/// One of several writes that are made at once.
+struct QueuedWrite {
+  int descriptor = -1;
+  std::span<const std::uint8_t> bytes;
+  ssize_t result = 0;  ///< the number of bytes written, or a negative error number
+};
+
+/// The most writes at once.
+inline constexpr std::size_t maxQueuedWrites = 64;
+
 class System {
  public:
   virtual ~System() = default;
@@ -43,6 +53,14 @@ class System {
   /// no `SIGPIPE` reaches the program, and its disposition and mask do not change.
   [[nodiscard]] ssize_t write(int descriptor, std::span<const std::uint8_t> head,
                               std::span<const std::uint8_t> body = {});
+  /// io_setup(2): makes a queue for `submitWrites`.
+  [[nodiscard]] virtual int createWriteQueue(std::uint64_t& queue) = 0;
+  /// io_destroy(2).
+  virtual void destroyWriteQueue(std::uint64_t queue) = 0;
+  /// io_submit(2): writes to pipes that do not block, in this order, before a process that is
+  /// woken up by one of them takes the processor. At most `maxQueuedWrites`. Returns how many were
+  /// made, from the first one on, and sets their results; no `SIGPIPE` reaches the program.
+  [[nodiscard]] virtual int submitWrites(std::uint64_t queue, std::span<QueuedWrite> writes) = 0;
   /// flock(2) with `LOCK_EX | LOCK_NB`.
   [[nodiscard]] int lock(int descriptor);
 
@@ -161,10 +179,16 @@ inline constexpr bool triesNoSignal = !__has_feature(thread_sanitizer);
 inline constexpr bool triesNoSignal = true;
 #endif
 
+/// Whether writes are submitted. Not with the thread sanitizer, for the same reason.
+inline constexpr bool submitsWrites = triesNoSignal;
+
 /// The implementation on top of the operating system.
 class PosixSystem : public System {
  public:
   void close(int descriptor) override;
+  int createWriteQueue(std::uint64_t& queue) override;
+  void destroyWriteQueue(std::uint64_t queue) override;
+  int submitWrites(std::uint64_t queue, std::span<QueuedWrite> writes) override;
   int poll(std::span<pollfd> descriptors, int milliseconds) override;
   int createEpoll() override;
   int epollCtl(int epoll, int operation, int descriptor, std::uint32_t interest,

@@ -93,6 +93,10 @@ class TurnQueue {
   /// Lets `turn` wait, if it does not do so already.
   void add(Turn& turn);
 
+  /// The nanoseconds from the beginning of the dispatch in progress to the last time that was
+  /// measured. Only if several descriptors are ready.
+  [[nodiscard]] std::int64_t sinceBegin() const { return turnBegin_ - begin_; }
+
   /// Whether the turn in progress has used up its time. Begins to measure it if that was not
   /// necessary so far.
   [[nodiscard]] bool turnExpired();

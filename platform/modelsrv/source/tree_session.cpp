@@ -138,6 +138,12 @@ std::uint16_t TreeSession::handle(std::uint16_t operation, EvtSrv::internal::Pay
   return encodeResult(result);
 }
 
+bool TreeSession::isShort(std::uint16_t operation) const {
+  const auto requested = static_cast<Operation>(operation);
+  return requested == Operation::elementSum || requested == Operation::save ||
+         requested == Operation::describe || requested == Operation::childIds;
+}
+
 ModelRes TreeSession::serve(std::uint16_t operation, EvtSrv::internal::PayloadReader& payload,
                             Bytes& reply) {
   static constexpr std::array<Handler, operationCount> handlers{

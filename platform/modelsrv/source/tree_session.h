@@ -53,6 +53,7 @@ class TreeSession final : public EvtSrv::internal::ServerSession {
   void opened() override;
   std::uint16_t handle(std::uint16_t operation, EvtSrv::internal::PayloadReader& request,
                        std::vector<std::uint8_t>& reply) override;
+  [[nodiscard]] bool isShort(std::uint16_t operation) const override;
   void beginEvents(bool inDispatch) override { watches_.beginEvents(inDispatch); }
   bool takeEvent(std::uint16_t& type, std::vector<std::uint8_t>& payload) override;
   [[nodiscard]] bool eventsPaused() const override { return watches_.isPaused(); }

@@ -101,6 +101,9 @@ class EchoPort : public ServedPort {
       return true;
     }
     [[nodiscard]] std::uint16_t limitReached() const override { return EvtRes_TooLarge; }
+    [[nodiscard]] bool isShort(std::uint16_t operation) const override {
+      return operation == port_.shortOperation;
+    }
     void post(std::uint16_t type, std::string bytes) {
       events_.emplace_back(type, std::move(bytes));
       connection_.eventsPending();
@@ -125,6 +128,7 @@ class EchoPort : public ServedPort {
   std::atomic<int> handled{0};
   int eventsTaken = 0;
   bool refusesClients = false;
+  std::uint16_t shortOperation = 0;  // 0: none.
   std::function<void()> onOpen;
   std::function<void(ServerConnection&)> onOpened;
   std::function<void()> onRequest;

@@ -37,6 +37,7 @@ class TestSystem : public PosixSystem {
     ++clockReads;
     return PosixSystem::nowMs() + offset_;
   }
+  std::int64_t nowNs() override { return setNs != 0 ? setNs : PosixSystem::nowNs(); }
   int poll(std::span<pollfd> ends, int milliseconds) override {
     if (const int error = takeError("poll"); error < 0) {
       offset_ += failedWaitMs;
@@ -54,6 +55,16 @@ class TestSystem : public PosixSystem {
       offset_ += milliseconds;
     }
     return ready;
+  }
+  int createWriteQueue(std::uint64_t& queue) override {
+    return orError("createWriteQueue", [&] { return PosixSystem::createWriteQueue(queue); });
+  }
+  int submitWrites(std::uint64_t queue, std::span<QueuedWrite> queued) override {
+    ++submissions;
+    submittedWrites += queued.size();
+    return orError("submitWrites", [&] {
+      return PosixSystem::submitWrites(queue, queued.first(std::min(submitLimit, queued.size())));
+    });
   }
   int createEvent() override {
     return orError("createEvent", [&] { return PosixSystem::createEvent(); });
@@ -128,6 +139,9 @@ class TestSystem : public PosixSystem {
   std::optional<uid_t> owner;
   std::optional<gid_t> group;
 
+  /// The time in nanoseconds, if it is not 0.
+  std::int64_t setNs = 0;
+
   /// What the peer does while this side waits, if time is frozen.
   std::function<void()> whileWaiting;
 
@@ -142,6 +156,14 @@ class TestSystem : public PosixSystem {
 
   /// The number of writes of two buffers.
   int writesOfTwoBuffers = 0;
+
+  /// The number of calls that submit writes, and of these writes.
+  std::atomic<int> submissions{0};
+  std::atomic<std::size_t> submittedWrites{0};
+  /// The number of single writes.
+  std::atomic<int> writes{0};
+  /// The most writes of which one call makes.
+  std::size_t submitLimit = SIZE_MAX;
 
   /// The most bytes of one write and of one read.
   std::size_t writeLimit = SIZE_MAX;
@@ -164,6 +186,7 @@ class TestSystem : public PosixSystem {
   }
   ssize_t writeOnce(int descriptor, std::span<const std::uint8_t> head,
                     std::span<const std::uint8_t> body) override {
+    ++writes;
     writesOfTwoBuffers += body.empty() ? 0 : 1;
     return orError("write", [&] {
       return writeLimit < head.size() + body.size()

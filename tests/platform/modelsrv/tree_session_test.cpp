@@ -174,6 +174,19 @@ TEST_F(TreeSessions, ALargeTextStaysInTheMemoryOfItsRequest) {
   EXPECT_EQ(label.value(), large);
 }
 
+TEST_F(TreeSessions, LetsNoOtherReplyWaitForAStoreOrManyParts) {
+  const auto isShort = [this](Operation operation) {
+    return session_.isShort(static_cast<std::uint16_t>(operation));
+  };
+  EXPECT_TRUE(isShort(Operation::save));
+  EXPECT_TRUE(isShort(Operation::elementSum));
+  for (const Operation operation :
+       {Operation::load, Operation::prefetch, Operation::readTree, Operation::watch}) {
+    EXPECT_FALSE(isShort(operation));
+  }
+  EXPECT_FALSE(session_.isShort(0));
+}
+
 TEST_F(TreeSessions, ReturnsWhyAStoreOrAReadFailed) {
   EXPECT_EQ(handle({Operation::load, {3, 9}, ModelPartIndex_All, false, "x"}), ModelRes_BadText);
   EXPECT_EQ(handle({Operation::load, {3, 9}, ModelPartIndex_All, false, "99999999999"}),
