@@ -1,6 +1,5 @@
 #include <sys/stat.h>
 
-
 #include "tests/fault/fault_test.h"
 
 namespace fault {
