@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <deque>
 
 #include "tests/attack/attack_test.h"
 #include "tests/support/process.h"
@@ -36,6 +37,27 @@ class AttackEnvironment : public AttackTest {
     // A thread that writes may block the signal meanwhile.
     for (const Peer* peer : {&server, &client}) {
       EXPECT_TRUE(eventually([&] { return fault::sigpipeState(peer->pid()).empty(); }));
+    }
+  }
+
+  /// Expects that `server` replies to many clients whose requests it finds at once.
+  void expectManyServed(Peer& server) {
+    ASSERT_EQ(server.execute("serve " + port), success());
+    std::deque<Peer> clients(12);
+    for (Peer& client : clients) {
+      ASSERT_EQ(client.execute("connect " + port), success());
+    }
+    for (const std::string value : {"1", "2", "3"}) {
+      // They have cached the former one.
+      ASSERT_EQ(server.execute("set " + value), success());
+      server.suspend();
+      for (Peer& client : clients) {
+        client.send("get");
+      }
+      server.resume();
+      for (Peer& client : clients) {
+        EXPECT_EQ(client.result(), success() + " " + value);
+      }
     }
   }
 
@@ -122,6 +144,16 @@ TEST_F(AttackEnvironment, ServersOfOneNameServeSideBySideIfEachHasATmpOfItsOwn) 
   inside.quit();
   EXPECT_EQ(client.execute("store 1"), success());
   EXPECT_EQ(modeOf(mailbox), 0600U);
+}
+
+TEST_F(AttackEnvironment, RepliesToManyClientsNeedNoQueueOfWrites) {
+  for (const char* const refused : {"io_setup", "io_submit"}) {
+    Peer server;
+    ASSERT_EQ(server.execute("refuse " + std::to_string(EPERM) + " " + refused), "ok");
+    expectManyServed(server);
+  }
+  Peer server;
+  expectManyServed(server);
 }
 
 /// System calls that a filter rejects, and the error that they then have.

@@ -198,6 +198,8 @@ std::optional<std::uint32_t> callNumber(const std::string& name) {
   static const std::map<std::string, std::uint32_t> numbers{
       {"memfd_create", SYS_memfd_create},
       {"pwritev2", SYS_pwritev2},
+      {"io_setup", SYS_io_setup},
+      {"io_submit", SYS_io_submit},
       {"inotify_init1", SYS_inotify_init1},
       {"inotify_add_watch", SYS_inotify_add_watch},
       {"socket", SYS_socket},

@@ -24,9 +24,12 @@ namespace {
 /// does not block is complete when it has been submitted.
 void takeResults(std::uint64_t queue, std::span<QueuedWrite> writes, int submitted) {
   std::array<io_event, maxQueuedWrites> events;
-  const long complete =
-      ::syscall(SYS_io_getevents, static_cast<aio_context_t>(queue), static_cast<long>(submitted),
-                static_cast<long>(submitted), events.data(), nullptr);
+  long complete = -1;
+  do {
+    complete =
+        ::syscall(SYS_io_getevents, static_cast<aio_context_t>(queue), static_cast<long>(submitted),
+                  static_cast<long>(submitted), events.data(), nullptr);
+  } while (complete < 0 && errno == EINTR);
   for (long i = 0; i < complete; ++i) {
     const io_event& event = events[static_cast<std::size_t>(i)];
     writes[event.data].result = static_cast<ssize_t>(event.res);
