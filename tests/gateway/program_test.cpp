@@ -108,10 +108,12 @@ TEST(GatewayProgram, TakesTooFewDescriptorsForNoMistakeOfItsUser) {
     GTEST_SKIP() << "a sanitizer needs descriptors of its own";
   }
   for (const int descriptors : {4, 5, 6, 7, 8}) {
-    Process process({"sh", "-c",
-                     "ulimit -n " + std::to_string(descriptors) + "; exec " + modelgate() +
-                         " view --fleet f --broker unix:/tmp/no-such-directory/b"},
-                    {.mergeErrors = true});
+    // Those that the test has inherited would take the place of its own.
+    Process process(
+        {"sh", "-c",
+         "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ulimit -n " + std::to_string(descriptors) +
+             "; exec " + modelgate() + " view --fleet f --broker unix:/tmp/no-such-directory/b"},
+        {.mergeErrors = true});
     bool hasEnded = false;
     EXPECT_TRUE(test_support::eventually([&] {
       hasEnded = process.waitForExit(std::chrono::milliseconds(20)).has_value();

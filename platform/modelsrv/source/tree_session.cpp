@@ -243,9 +243,9 @@ ModelRes TreeSession::load(ModelPart& part, const Request& request, Bytes& /*rep
   }
   std::string reason;
   const Decision decision(*share_, *this);
-  std::optional<OfferedText> offered;
+  std::optional<OfferedText> offeredText;
   if (request.text.size() >= OfferedText::leastBytes) {
-    offered.emplace(connection_, request.text);
+    offeredText.emplace(connection_, request.text);
   }
   const ModelRes result =
       PartAccess::storeFromClient(part, request.text, request.flag, request.index, reason);
