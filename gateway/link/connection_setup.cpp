@@ -172,7 +172,7 @@ void Connection::connect(const LinkOptions& options, const std::string& address)
   require(result);
   if (!local) {
     // The one call that does not block takes no properties, but uses those of the call before it,
-    // which has failed for want of a path.
+    // which has failed because it has no path.
     result = mosquitto_connect_async(client_, address.c_str(), options.broker.port, keepAlive);
   }
   if (check(result) && checkHandshake(errno)) {

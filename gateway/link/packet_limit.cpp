@@ -8,7 +8,7 @@ namespace modelgate {
 
 namespace {
 
-/// Answers to pings, of which no handler learns, take less than that.
+/// Replies to pings, of which no handler learns, take less than that.
 constexpr std::uint64_t pongBytesPerSecond = 64;
 
 /// Of the whole connection; nothing if it is not one of TCP, or the system does not say.

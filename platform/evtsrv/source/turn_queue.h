@@ -78,8 +78,8 @@ class TurnQueue {
   /// client: just so much that they are first, in this order.
   static constexpr std::int64_t newcomerLeadNs = 1;
   static constexpr std::int64_t settledLeadNs = 2;
-  /// How far the short turns that a client had because its requests are short can put it, and its
-  /// user, behind the others: after a long one it waits for no more than this of each of them.
+  /// The most that a client, and its user, can have used more than the others by the short turns
+  /// that it had because its requests are short: after a long one it waits for no more of each.
   static constexpr std::int64_t preferredLagNs = 200'000;
   static constexpr std::int64_t preferredGroupLagNs = 20'000'000;
 
