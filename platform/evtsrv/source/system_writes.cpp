@@ -32,7 +32,7 @@ void takeResults(std::uint64_t queue, std::span<QueuedWrite> writes, int submitt
   } while (complete < 0 && errno == EINTR);
   for (long i = 0; i < complete; ++i) {
     const io_event& event = events[static_cast<std::size_t>(i)];
-    writes[event.data].result = static_cast<ssize_t>(event.res);
+    writes[static_cast<std::size_t>(event.data)].result = static_cast<ssize_t>(event.res);
   }
 }
 
