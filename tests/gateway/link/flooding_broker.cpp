@@ -1,7 +1,5 @@
 #include "tests/gateway/link/flooding_broker.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
@@ -59,23 +57,11 @@ bool flood(SSL* ssl, std::string_view pattern, std::size_t packetSize, std::size
 
 FloodingBroker::FloodingBroker(const Certificates& certificates, const std::string& name,
                                std::string_view packet, std::size_t count)
-    : packetSize_(packet.size()),
-      count_(count),
-      listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    : packetSize_(packet.size()), count_(count) {
   static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
   while (pattern_.size() < recordSize + packetSize_) {
     pattern_ += packet;
   }
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  if (::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-      ::listen(listener_.get(), 1) != 0 ||
-      ::getsockname(listener_.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-    test_support::throwError("bind");
-  }
-  port_ = ntohs(address.sin_port);
   thread_ = std::thread([this, certificate = certificates.certificate(name),
                          key = certificates.key(name)] { serve(certificate, key); });
 }

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "tests/gateway/link/certificates.h"
-#include "tests/support/descriptor.h"
+#include "tests/gateway/link/loopback_listener.h"
 
 namespace gateway_test {
 
@@ -29,7 +29,9 @@ class FloodingBroker {
   FloodingBroker(const FloodingBroker&) = delete;
   FloodingBroker& operator=(const FloodingBroker&) = delete;
 
-  [[nodiscard]] std::string url() const { return "mqtts://localhost:" + std::to_string(port_); }
+  [[nodiscard]] std::string url() const {
+    return "mqtts://localhost:" + std::to_string(listener_.port());
+  }
   /// Whether it has sent everything. Any thread.
   [[nodiscard]] bool hasSentAll() const { return hasSentAll_; }
 
@@ -39,8 +41,7 @@ class FloodingBroker {
   const std::size_t packetSize_;
   const std::size_t count_;
   std::string pattern_;  ///< the packet, so often that a record begins anywhere in the first one
-  test_support::Descriptor listener_;
-  int port_ = 0;
+  LoopbackListener listener_;
   std::atomic<bool> hasSentAll_{false};
   std::thread thread_;
 };

@@ -3,7 +3,6 @@
 #include "gateway/link/packet_limit.h"
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -14,6 +13,7 @@
 #include "tests/gateway/link/broker.h"
 #include "tests/gateway/link/client.h"
 #include "tests/gateway/link/flooding_broker.h"
+#include "tests/gateway/link/loopback_listener.h"
 #include "tests/support/descriptor.h"
 
 namespace {
@@ -35,17 +35,7 @@ constexpr std::size_t largestSize = std::size_t{256} * 1024 * 1024;
 class LargeMessageBroker {
  public:
   explicit LargeMessageBroker(EventLoop& loop)
-      : loop_(loop), listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-        ::listen(listener_.get(), 1) != 0 ||
-        ::getsockname(listener_.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-      test_support::throwError("bind");
-    }
-    url_ = "mqtt://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+      : loop_(loop), url_("mqtt://127.0.0.1:" + std::to_string(listener_.port())) {
     loop_.watch(listener_.get(), POLLIN, [this] { accept(); });
   }
   ~LargeMessageBroker() {
@@ -90,7 +80,7 @@ class LargeMessageBroker {
   }
 
   EventLoop& loop_;
-  Descriptor listener_;
+  gateway_test::LoopbackListener listener_;
   Descriptor client_;
   std::string url_;
   const std::string piece_ = std::string(std::size_t{64} * 1024, '\0');
